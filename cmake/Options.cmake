@@ -1,0 +1,37 @@
+# Settings that hold for every target of the tree.
+
+option(MFD_TESTS "Build the tests" ON)
+set(MFD_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
+
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# One bin/ and one lib/: a program finds the others beside itself, installed or not.
+include(GNUInstallDirs)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+# Linked by every target of our own.
+add_library(mfd_flags INTERFACE)
+add_library(mfd::flags ALIAS mfd_flags)
+target_compile_features(mfd_flags INTERFACE cxx_std_20)
+target_compile_options(mfd_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Werror)
+target_link_options(mfd_flags INTERFACE -Wl,--no-undefined)
+
+if(MFD_SANITIZE)
+    # The sanitizers' own symbols come from the executable, so a library may leave them open.
+    add_compile_options(-fsanitize=${MFD_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${MFD_SANITIZE})
+    set_property(TARGET mfd_flags PROPERTY INTERFACE_LINK_OPTIONS "")
+    if(MFD_SANITIZE MATCHES "thread")
+        # gcc warns that ThreadSanitizer does not follow stand-alone fences.
+        add_compile_options(-Wno-tsan)
+    endif()
+endif()

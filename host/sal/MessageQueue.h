@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sal/Export.h"
+
+namespace sal {
+
+/// A named queue of whole messages between processes of one user: any number of senders (processes and
+/// threads), one receiver. Messages of one sender keep their order. Either end may die at any instant without
+/// harm to the other.
+///
+/// create() and open() are called by one thread before others use the object; send() by any thread; receive()
+/// by one thread at a time. Time-outs are milliseconds, -1 for ever, 0 never waits.
+class SAL_API MessageQueue {
+public:
+    MessageQueue();
+    ~MessageQueue();  ///< closes
+    MessageQueue(const MessageQueue&) = delete;
+    MessageQueue& operator=(const MessageQueue&) = delete;
+
+    /// Makes the queue and becomes its creator. Takes over a name that a dead process left; false while a
+    /// live process still holds it (after waiting up to 50 ms for it to go), when the directory is not ours
+    /// alone, or when memory is short (logged). mode 0 is the only one.
+    bool create(const std::string& name, unsigned short capacity, int messageSize, int mode);
+
+    /// Attaches to a queue whose creator lives. False, logged, when there is none, when it is malformed, or
+    /// when it was made in another PID namespace.
+    bool open(const std::string& name);
+
+    /// Waits while the queue is full. False at the end of the time-out, when the receiver has died, when the
+    /// message is longer than the queue takes, when memory is short, when the queue is broken or was never
+    /// made. Before a first receiver has attached it waits, unless receiverGone() was said of it.
+    bool send(const unsigned char* data, int length, int timeout);
+
+    /// The next message's length, or -1: nothing came in time, the calling sal::Thread is being shut down and
+    /// what stood in the queue at that moment has been delivered, or the queue is broken or was never made.
+    /// A message longer than size is cut.
+    int receive(unsigned char* buffer, int size, int timeout);
+
+    /// Detaches; the last to close removes the name. Nobody may be inside send() or receive().
+    void close();
+
+    /// Blocks until the queue's creator has closed it or died, however it went; at once when that has
+    /// happened. For a driver process, on a thread of its own. False when this object is not attached by
+    /// open().
+    bool waitForCreatorEnd() const;
+
+    /// The process that was to receive from the queue of that name has ended: senders of this process that
+    /// wait on it are released, until another receiver attaches. Any thread.
+    static void receiverGone(const std::string& name);
+
+    struct Status {
+        std::string name;
+        unsigned int capacity = 0;
+        unsigned int depth = 0;      ///< messages in it now
+        unsigned int highWater = 0;  ///< most messages that were ever in it
+        std::uint64_t messages = 0;  ///< sent since creation
+        std::uint64_t bytes = 0;
+        std::uint64_t waits = 0;        ///< how often a sender found it full
+        unsigned int holders = 0;       ///< attached objects, all processes
+        unsigned int waitingForMs = 0;  ///< how long a sender of this process has been waiting; 0 for none
+        bool receiverAttached = false;
+    };
+    /// The queues that this process has created, by name. Any thread; never blocks on a peer.
+    static std::vector<Status> statuses();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_pImpl;
+};
+
+}  // namespace sal

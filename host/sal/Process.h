@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "sal/Export.h"
+#include "sal/Path.h"
+
+namespace sal {
+
+/// Starts child processes. A child has /dev/null as standard input, a session of its own, default signal
+/// dispositions and an empty mask, no descriptor but the standard ones, and the environment of this process.
+class SAL_API Process {
+public:
+    /// Starts executable with title as argv[0] and arguments behind it. False, logged with the system's
+    /// reason, when it could not be started, a failed exec included. Any thread.
+    static bool createProcess(const std::string& title, Path& executable,
+                              const std::vector<std::string>& arguments);
+
+    struct Started {
+        int pid = 0;
+        int pidFd = -1;  ///< becomes readable when the process ends; the observer owns and closes it
+        std::string title;
+        std::vector<std::string> arguments;
+    };
+
+    /// Is told of every child, on the thread that made it, before createProcess returns. The observer reaps
+    /// it with waitid(P_PIDFD, ...). Without an observer libsal reaps its children itself.
+    class Observer {
+    public:
+        virtual ~Observer() = default;
+        virtual void processStarted(const Started& process) = 0;
+    };
+    /// Null takes the observer out. Set at start, taken out when no other thread makes processes any more.
+    static void setObserver(Observer* pObserver);
+};
+
+}  // namespace sal
