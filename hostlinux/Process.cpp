@@ -1,0 +1,1 @@
+#include "sal/Process.h"

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <string>
+
+#include "FIDParameterList.h"
+#include "IDistributorFID.h"
+#include "IFunctionID.h"
+#include "IMFDConfiguration.h"
+#include "IPanelState.h"
+#include "ISystem.h"
+#include "InterfaceIds.h"
+
+/// What most drivers share: keeps the configuration and the interfaces that the loader hands in, answers both
+/// driver interfaces, and does nothing for the rest. A driver overrides sendFID and, to work of its own
+/// accord, initializationCompleted and deinitialize (which stops all threads before it returns).
+class MfdDriverBase : public IFunctionID, public IMFDConfiguration {
+public:
+    IInterface* queryInterface(unsigned int id) override {
+        switch (id) {
+            case IID_IFunctionID:
+                return static_cast<IFunctionID*>(this);
+            case IID_IMFDConfiguration:
+                return static_cast<IMFDConfiguration*>(this);
+            default:
+                return nullptr;
+        }
+    }
+
+    bool subscribe(const std::string&) const override { return true; }
+    bool showState() const override { return true; }
+
+    bool setConfiguration(int workplaceId, const std::string& driverID, const std::string& workingDirectory,
+                          const std::string& ipAddress, const std::string& networkAdapter,
+                          const std::string& virtualPanelAddress,
+                          const std::string& nvramDirectory) override {
+        m_configuration = {workplaceId,         driverID,      workingDirectory, ipAddress, networkAdapter,
+                           virtualPanelAddress, nvramDirectory};
+        return true;
+    }
+    void setPanelStateInterface(IPanelState* pPanelState) override { m_pPanelState = pPanelState; }
+    void setDistributorFIDInterface(IDistributorFID* pDistributorFID) override {
+        m_pDistributorFID = pDistributorFID;
+    }
+    void setSystemInterface(ISystem* pSystem) override { m_pSystem = pSystem; }
+    bool initializationCompleted() override { return true; }
+    bool deinitialize() override { return true; }
+    bool createFIDList() override { return true; }
+
+protected:
+    struct Configuration {
+        int workplaceId = 0;
+        std::string driverID;
+        std::string workingDirectory;
+        std::string ipAddress;
+        std::string networkAdapter;
+        std::string virtualPanelAddress;
+        std::string nvramDirectory;
+    };
+    const Configuration& configuration() const { return m_configuration; }
+
+    /// Null until the loader has handed it in.
+    IPanelState* panelState() const { return m_pPanelState; }
+    ISystem* system() const { return m_pSystem; }
+
+    /// Sends a whole FID ("PANEL.ALARM") to another driver, in both modes. Any thread until deinitialize()
+    /// returns. False when there is no way to send or the queue refused it.
+    bool sendToDriver(const std::string& fid, const FIDParameterList& parameters) const {
+        if (m_pDistributorFID) {
+            m_pDistributorFID->dispatchFID(fid, parameters);
+            return true;
+        }
+        if (!m_pSystem)
+            return false;
+        auto* pSender = dynamic_cast<IFunctionID*>(m_pSystem->queryInterface(IID_IFunctionID));
+        return pSender && pSender->sendFID(fid, parameters);
+    }
+
+private:
+    Configuration m_configuration;
+    IPanelState* m_pPanelState = nullptr;
+    IDistributorFID* m_pDistributorFID = nullptr;
+    ISystem* m_pSystem = nullptr;
+};
