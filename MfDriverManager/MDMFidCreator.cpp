@@ -1,0 +1,1 @@
+#include "MDMFidCreator.h"

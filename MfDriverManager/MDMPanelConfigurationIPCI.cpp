@@ -1,0 +1,1 @@
+#include "MDMPanelConfigurationIPCI.h"
