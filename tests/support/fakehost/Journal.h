@@ -1,0 +1,55 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace fakehost {
+
+/// What the object under test asked of its host, in order, one line a call. One for the process; any thread
+/// writes. A scripted failure makes the call of that line fail; it is noted all the same.
+class Journal {
+public:
+    static Journal& instance();
+
+    /// Forgets lines, failures and the observer.
+    void reset();
+    void clear();
+
+    void note(const std::string& line);
+    /// Notes the line and says whether the call succeeds.
+    bool perform(const std::string& line);
+
+    /// Calls whose line is pattern, or begins with it followed by a blank, fail: the next `times` of them,
+    /// all for -1.
+    void fail(const std::string& pattern, int times = -1);
+
+    std::vector<std::string> lines() const;
+    /// The lines that begin with one of these words or groups of words.
+    std::vector<std::string> linesOf(const std::vector<std::string>& beginnings) const;
+    int count(const std::string& line) const;
+
+    /// Waits until the line has been noted that many times. False when that has not happened in ten seconds.
+    bool waitFor(const std::string& line, int times = 1) const;
+
+    /// Called before each line is added, so that an observer can put lines of its own before it.
+    void setObserver(std::function<std::vector<std::string>()> observer);
+
+private:
+    static bool begins(const std::string& line, const std::string& pattern);
+
+    mutable std::mutex m_mutex;
+    mutable std::condition_variable m_changed;
+    std::vector<std::string> m_lines;
+    std::vector<std::pair<std::string, int>> m_failures;
+    std::function<std::vector<std::string>()> m_observer;
+};
+
+/// Text with everything but printable ASCII as \xx; a backslash is doubled.
+std::string escaped(const std::string& bytes);
+
+}  // namespace fakehost

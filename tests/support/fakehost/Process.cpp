@@ -1,0 +1,17 @@
+#include "sal/Process.h"
+
+#include "Journal.h"
+
+namespace sal {
+
+bool Process::createProcess(const std::string& title, Path& executable,
+                            const std::vector<std::string>& arguments) {
+    std::string line = "process start " + executable.getPathString() + " [" + title + "]";
+    for (const std::string& argument : arguments)
+        line += " [" + argument + "]";
+    return fakehost::Journal::instance().perform(line);
+}
+
+void Process::setObserver(Observer*) {}
+
+}  // namespace sal
