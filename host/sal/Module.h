@@ -22,6 +22,21 @@ public:
 
     IInterface* queryInterface(unsigned int id) override;
 
+    /// Follows the drivers of this process through their lives. Told on the thread on which it happens, before
+    /// and after the guarded call; operation is "setConfiguration", "initializationCompleted" or
+    /// "deinitialize". A driver is known by the ID of its setConfiguration; one that has none yet is not told
+    /// of.
+    class Observer {
+    public:
+        virtual ~Observer() = default;
+        virtual void callBegins(const std::string& driverID, const char* operation) = 0;
+        virtual void callEnded(const std::string& driverID, const char* operation) = 0;
+        /// The driver's object is gone.
+        virtual void driverDeleted(const std::string& driverID) = 0;
+    };
+    /// Null takes the observer out. Set at start, taken out when no other thread loads or deletes modules.
+    static void setObserver(Observer* pObserver);
+
 private:
     friend class ModuleLoader;
     struct Impl;
