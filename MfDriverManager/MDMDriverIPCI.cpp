@@ -1,1 +1,287 @@
 #include "MDMDriverIPCI.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "DriverMessage.h"
+#include "FIDParameterList.h"
+#include "IDistributorFID.h"
+#include "IPanelState.h"
+#include "ISystem.h"
+#include "InterfaceIds.h"
+#include "MfDriverManager.h"
+#include "sal/Assert.h"
+#include "sal/Path.h"
+#include "sal/Process.h"
+
+// State changes are held back while the driver keeps talking, so that a burst of updates of one value reaches
+// the panel once, with the newest value at the newest place. As soon as the driver falls silent, and before a
+// FID or a system command is passed on, everything held back is delivered in order: nothing overtakes what
+// the driver sent before it. Events are never merged, and neither are changes of different kinds.
+
+namespace {
+
+constexpr unsigned short g_inCapacity = 256;
+constexpr unsigned short g_outCapacity = 16384;
+constexpr int g_queueMode = 0;
+constexpr std::size_t g_pendingLimit = 299;
+constexpr int g_idleTimeout = 1000;
+constexpr unsigned int g_queueRetryPause = 100;
+
+std::string inQueueName(const std::string& driverID) {
+    return driverID + "_INQ";
+}
+
+std::string outQueueName(const std::string& driverID) {
+    return driverID + "_OUTQ";
+}
+
+void waitForQueue(const std::string& name, unsigned short capacity) {
+    for (;;) {
+        sal::MessageQueue queue;
+        if (queue.create(name, capacity, g_driverMessageSize, g_queueMode)) {
+            queue.close();
+            return;
+        }
+        sal::Thread::mssleep(g_queueRetryPause);
+    }
+}
+
+}  // namespace
+
+MDMDriverIPCI::MDMDriverIPCI(const std::string& moduleFileName, const std::string& driverID)
+    : m_moduleFileName(moduleFileName), m_driverID(driverID) {}
+
+MDMDriverIPCI::~MDMDriverIPCI() {
+    m_running = false;
+    shutdown(-1);
+    m_driverID.clear();
+    m_pIPanelState = nullptr;
+    m_pIDistributorFID = nullptr;
+    m_pISystem = nullptr;
+}
+
+IInterface* MDMDriverIPCI::queryInterface(unsigned int id) {
+    switch (id) {
+        case IID_IFunctionID:
+            return static_cast<IFunctionID*>(this);
+        case IID_IMFDConfiguration:
+            return static_cast<IMFDConfiguration*>(this);
+        default:
+            return nullptr;
+    }
+}
+
+bool MDMDriverIPCI::init() {
+    SAL_ASSERT(m_pIPanelState);
+    SAL_ASSERT(m_pIDistributorFID);
+    SAL_ASSERT(m_pISystem);
+    SAL_ASSERT(!m_driverID.empty());
+
+    if (!m_inQueue.create(inQueueName(m_driverID), g_inCapacity, g_driverMessageSize, g_queueMode) ||
+        !m_outQueue.create(outQueueName(m_driverID), g_outCapacity, g_driverMessageSize, g_queueMode)) {
+        std::puts("\nFailed to create IPC queues");
+        return false;
+    }
+
+    m_running = true;
+    start(ePriorityNormal);
+
+    if (!g_debugStartMFDProcess)
+        return true;
+
+    const std::string title = m_driverID + " MFD Console";
+    sal::Path executable = sal::Path::getExeBasePath();
+    executable.expand("mfddllwrap");
+    const std::vector<std::string> arguments{m_moduleFileName, m_driverID};
+    std::printf("m_moduleFileName=%s\n", m_moduleFileName.c_str());
+    std::printf("m_driverID=%s\n", m_driverID.c_str());
+    if (!sal::Process::createProcess(title, executable, arguments)) {
+        std::puts("\nFailed to create MFD process.");
+        return false;
+    }
+    return true;
+}
+
+bool MDMDriverIPCI::sendFID(const std::string& fid, const FIDParameterList& parameters) const {
+    return send(DriverMessage("SNDFDP").addString(fid).addParameters(parameters));
+}
+
+bool MDMDriverIPCI::subscribe(const std::string& fid) const {
+    return send(DriverMessage("SUBSCR").addString(fid));
+}
+
+bool MDMDriverIPCI::showState() const {
+    return send(DriverMessage("SHOWST"));
+}
+
+bool MDMDriverIPCI::setConfiguration(int workplaceId, const std::string& driverID,
+                                     const std::string& workingDirectory, const std::string& ipAddress,
+                                     const std::string& networkAdapter,
+                                     const std::string& virtualPanelAddress,
+                                     const std::string& nvramDirectory) {
+    sleep(1);
+    return send(DriverMessage("SETCFG")
+                    .addInt(workplaceId)
+                    .addString(driverID)
+                    .addString(workingDirectory)
+                    .addString(ipAddress)
+                    .addString(networkAdapter)
+                    .addString(virtualPanelAddress)
+                    .addString(nvramDirectory));
+}
+
+void MDMDriverIPCI::setPanelStateInterface(IPanelState* pPanelState) {
+    m_pIPanelState = pPanelState;
+}
+
+void MDMDriverIPCI::setDistributorFIDInterface(IDistributorFID* pDistributorFID) {
+    m_pIDistributorFID = pDistributorFID;
+}
+
+void MDMDriverIPCI::setSystemInterface(ISystem* pSystem) {
+    m_pISystem = pSystem;
+}
+
+bool MDMDriverIPCI::initializationCompleted() {
+    return send(DriverMessage("INTCMP"));
+}
+
+bool MDMDriverIPCI::deinitialize() {
+    const bool sent = send(DriverMessage("DEINIT"));
+    m_running = false;
+    shutdown(-1);
+    return sent;
+}
+
+bool MDMDriverIPCI::createFIDList() {
+    return send(DriverMessage("CRTFID"));
+}
+
+void MDMDriverIPCI::run() {
+    if (!m_pIPanelState || !m_pISystem)
+        return;
+
+    unsigned char buffer[g_driverMessageSize] = {};
+    int previousLength = 0;
+    while (m_running) {
+        int timeout = g_idleTimeout;
+        for (;;) {
+            const int length = m_outQueue.receive(buffer, g_driverMessageSize, timeout);
+            if (length < 0)
+                break;
+            // A short message is never completed by the bytes of the one before it.
+            if (length < previousLength)
+                std::memset(buffer + length, 0, static_cast<std::size_t>(previousLength - length));
+            previousLength = length;
+
+            if (m_laQueue.size() > g_pendingLimit)
+                flushLAQueue();
+            handleMessage(buffer);
+            timeout = 0;
+        }
+        flushLAQueue();
+    }
+}
+
+void MDMDriverIPCI::waitForQueues(const std::string& driverID) {
+    waitForQueue(inQueueName(driverID), g_inCapacity);
+    waitForQueue(outQueueName(driverID), g_outCapacity);
+}
+
+void MDMDriverIPCI::lookAhead(const QueueCmd& command) {
+    if (command.cmdType != QueueCmd::Trigger) {
+        const auto same =
+            std::find_if(m_laQueue.begin(), m_laQueue.end(), [&command](const QueueCmd& pending) {
+                return pending.cmdType == command.cmdType && pending.name == command.name;
+            });
+        if (same != m_laQueue.end())
+            m_laQueue.erase(same);
+    }
+    m_laQueue.push_back(command);
+}
+
+void MDMDriverIPCI::flushLAQueue() {
+    for (const QueueCmd& command : m_laQueue) {
+        switch (command.cmdType) {
+            case QueueCmd::Unset:
+                m_pIPanelState->unsetStateValue(command.name);
+                break;
+            case QueueCmd::SetString:
+                m_pIPanelState->setStateValue(command.name, command.strValue);
+                break;
+            case QueueCmd::SetInt:
+                m_pIPanelState->setStateValueInt(command.name, command.numValue.asInt);
+                break;
+            case QueueCmd::SetFloat:
+                m_pIPanelState->setStateValueFloat(command.name, command.numValue.asFloat);
+                break;
+            case QueueCmd::SetBool:
+                m_pIPanelState->setStateValueBool(command.name, command.numValue.asBool);
+                break;
+            case QueueCmd::Trigger:
+                m_pIPanelState->triggerEvent(command.name, command.strValue);
+                break;
+            default:
+                break;
+        }
+    }
+    m_laQueue.clear();
+}
+
+void MDMDriverIPCI::handleMessage(const unsigned char* pMessage) {
+    DriverMessageReader message(pMessage);
+    QueueCmd command;
+    if (message.hasCode("SETVAL")) {
+        command.cmdType = QueueCmd::SetString;
+        command.name = message.takeString();
+        command.strValue = message.takeString();
+        lookAhead(command);
+    } else if (message.hasCode("SETVAF")) {
+        command.cmdType = QueueCmd::SetFloat;
+        command.name = message.takeString();
+        command.numValue.asFloat = message.takeFloat();
+        lookAhead(command);
+    } else if (message.hasCode("SETVAI")) {
+        command.cmdType = QueueCmd::SetInt;
+        command.name = message.takeString();
+        command.numValue.asInt = message.takeInt();
+        lookAhead(command);
+    } else if (message.hasCode("SETVAB")) {
+        command.cmdType = QueueCmd::SetBool;
+        command.name = message.takeString();
+        command.numValue.asBool = message.takeBool();
+        lookAhead(command);
+    } else if (message.hasCode("UNSVAL")) {
+        command.cmdType = QueueCmd::Unset;
+        command.name = message.takeString();
+        lookAhead(command);
+    } else if (message.hasCode("TRIGGR")) {
+        command.cmdType = QueueCmd::Trigger;
+        command.name = message.takeString();
+        command.strValue = message.takeString();
+        lookAhead(command);
+    } else if (message.hasCode("SYSCMD")) {
+        flushLAQueue();
+        const std::string systemCommand = message.takeString();
+        const std::string arguments = message.takeString();
+        m_pISystem->executeCommand(systemCommand, arguments);
+    } else if (message.hasCode("DSPFID")) {
+        flushLAQueue();
+        const std::string fid = message.takeString();
+        FIDParameterList parameters;
+        for (unsigned int pairs = message.takeCount(); pairs > 0; --pairs) {
+            const std::string key = message.takeString();
+            const std::string value = message.takeString();
+            parameters.add(key, value);
+        }
+        if (m_pIDistributorFID)
+            m_pIDistributorFID->dispatchFID(fid, parameters);
+    }
+}
+
+bool MDMDriverIPCI::send(const DriverMessage& message) const {
+    return message.fits() && m_inQueue.send(message.data(), message.length(), -1);
+}

@@ -1,1 +1,89 @@
 #pragma once
+
+#include <atomic>
+#include <list>
+#include <string>
+
+#include "IFunctionID.h"
+#include "IMFDConfiguration.h"
+#include "MDMExport.h"
+#include "sal/MessageQueue.h"
+#include "sal/Thread.h"
+
+class DriverMessage;
+class IPanelState;
+
+/// Stands in the host for a driver that runs in a process of its own. Each call becomes one message on the
+/// driver's input queue; a thread of its own reads the output queue and calls the three interfaces handed in.
+/// Made and owned by MDMModuleLoader: constructed, interfaces set, init, setConfiguration, ..., deinitialize,
+/// deleted. FIDs and subscriptions may come on any thread, everything else on the command thread.
+class MDM_API MDMDriverIPCI : public IFunctionID, public IMFDConfiguration, public sal::Thread {
+public:
+    /// One pending call of the panel state.
+    struct QueueCmd {
+        enum EKind { Unset = 0, SetString = 1, SetInt = 2, SetFloat = 3, SetBool = 4, Trigger = 5 };
+
+        std::string name;
+        int cmdType = Unset;
+        std::string strValue;
+        union {
+            float asFloat;
+            int asInt;
+            bool asBool;
+        } numValue{};
+    };
+
+    MDMDriverIPCI(const std::string& moduleFileName, const std::string& driverID);
+    /// Ends the receiving thread if it still runs; pending updates are dropped. Ends no driver process.
+    ~MDMDriverIPCI() override;
+
+    /// Answers IID_IFunctionID and IID_IMFDConfiguration.
+    IInterface* queryInterface(unsigned int id) override;
+
+    /// Makes both queues, starts the receiving thread and, unless g_debugStartMFDProcess says otherwise, the
+    /// driver process. Asserts the three interfaces and the driver ID. False, said on standard output, when a
+    /// queue or the process could not be had; what was made by then stays.
+    bool init();
+
+    /// All of these return what the input queue's send did: they wait while it is full, and fail when the
+    /// driver is gone.
+    bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override;
+    bool subscribe(const std::string& fid) const override;
+    bool showState() const override;
+    /// Waits a second first, so that the driver process has come up. False also when the texts together
+    /// exceed what one message holds.
+    bool setConfiguration(int workplaceId, const std::string& driverID, const std::string& workingDirectory,
+                          const std::string& ipAddress, const std::string& networkAdapter,
+                          const std::string& virtualPanelAddress, const std::string& nvramDirectory) override;
+    void setPanelStateInterface(IPanelState* pPanelState) override;
+    void setDistributorFIDInterface(IDistributorFID* pDistributorFID) override;
+    void setSystemInterface(ISystem* pSystem) override;
+    bool initializationCompleted() override;
+    /// Also ends the receiving thread.
+    bool deinitialize() override;
+    bool createFIDList() override;
+
+    /// Body of the receiving thread.
+    void run() override;
+
+    /// Returns once both queues of the driver ID can be made again, however long that takes.
+    static void waitForQueues(const std::string& driverID);
+
+    /// The look-ahead queue; receiving thread only.
+    void lookAhead(const QueueCmd& command);
+    void flushLAQueue();
+
+private:
+    void handleMessage(const unsigned char* pMessage);
+    bool send(const DriverMessage& message) const;
+
+    std::list<QueueCmd> m_laQueue;  ///< oldest first
+    std::string m_moduleFileName;
+    std::string m_driverID;
+    IPanelState* m_pIPanelState = nullptr;
+    IDistributorFID* m_pIDistributorFID = nullptr;
+    ISystem* m_pISystem = nullptr;
+    mutable sal::MessageQueue m_inQueue;  ///< the driver's input: sent to only
+    sal::MessageQueue m_outQueue;         ///< the driver's output: received from only
+    std::atomic<bool> m_running{false};
+};

@@ -1,1 +1,5 @@
 #include "MDMFidCreator.h"
+
+MDMFidCreator::MDMFidCreator() = default;
+
+MDMFidCreator::~MDMFidCreator() = default;

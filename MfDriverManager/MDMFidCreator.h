@@ -1,1 +1,10 @@
 #pragma once
+
+#include "MDMExport.h"
+
+/// Placeholder: the handler makes one and uses it for nothing.
+class MDM_API MDMFidCreator {
+public:
+    MDMFidCreator();
+    virtual ~MDMFidCreator();
+};

@@ -1,1 +1,5 @@
 #include "MDMModuleChecker.h"
+
+MDMModuleChecker::MDMModuleChecker() = default;
+
+MDMModuleChecker::~MDMModuleChecker() = default;

@@ -1,1 +1,5 @@
 #include "MDMPanelConfigurationIPCI.h"
+
+MDMPanelConfigurationIPCI::MDMPanelConfigurationIPCI() = default;
+
+MDMPanelConfigurationIPCI::~MDMPanelConfigurationIPCI() = default;

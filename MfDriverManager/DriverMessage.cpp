@@ -1,0 +1,92 @@
+#include "DriverMessage.h"
+
+#include <algorithm>
+
+#include "FIDParameterList.h"
+
+namespace {
+
+constexpr int g_codeLength = 6;
+
+}  // namespace
+
+DriverMessage::DriverMessage(const char* code) {
+    append(code, g_codeLength);
+}
+
+DriverMessage& DriverMessage::addInt(std::int32_t value) {
+    append(&value, sizeof value);
+    return *this;
+}
+
+DriverMessage& DriverMessage::addString(const std::string& text) {
+    const auto length = static_cast<unsigned char>(text.size());
+    append(&length, 1);
+    append(text.data(), length);
+    return *this;
+}
+
+DriverMessage& DriverMessage::addParameters(const FIDParameterList& parameters) {
+    if (m_fits)
+        m_length +=
+            parameters.serialize(reinterpret_cast<char*>(m_data) + m_length, g_driverMessageSize - m_length);
+    return *this;
+}
+
+void DriverMessage::append(const void* pBytes, int count) {
+    if (!m_fits || count > g_driverMessageSize - m_length) {
+        m_fits = false;
+        return;
+    }
+    std::memcpy(m_data + m_length, pBytes, static_cast<std::size_t>(count));
+    m_length += count;
+}
+
+DriverMessageReader::DriverMessageReader(const unsigned char* pBuffer)
+    : m_pBuffer(pBuffer), m_offset(g_codeLength) {}
+
+bool DriverMessageReader::hasCode(const char* code) const {
+    return std::memcmp(m_pBuffer, code, g_codeLength) == 0;
+}
+
+std::int32_t DriverMessageReader::takeInt() {
+    std::int32_t value = 0;
+    if (const unsigned char* pBytes = take(sizeof value))
+        std::memcpy(&value, pBytes, sizeof value);
+    return value;
+}
+
+float DriverMessageReader::takeFloat() {
+    float value = 0;
+    if (const unsigned char* pBytes = take(sizeof value))
+        std::memcpy(&value, pBytes, sizeof value);
+    return value;
+}
+
+bool DriverMessageReader::takeBool() {
+    const unsigned char* pByte = take(1);
+    return pByte && *pByte != 0;
+}
+
+unsigned int DriverMessageReader::takeCount() {
+    const unsigned char* pByte = take(1);
+    return pByte ? *pByte : 0;
+}
+
+std::string DriverMessageReader::takeString() {
+    const int length = static_cast<int>(takeCount());
+    const auto* pText = reinterpret_cast<const char*>(take(length));
+    if (!pText)
+        return {};
+    return std::string(pText, std::find(pText, pText + length, '\0'));
+}
+
+const unsigned char* DriverMessageReader::take(int count) {
+    if (count > g_driverMessageSize - m_offset) {
+        m_offset = g_driverMessageSize;
+        return nullptr;
+    }
+    const unsigned char* pBytes = m_pBuffer + m_offset;
+    m_offset += count;
+    return pBytes;
+}

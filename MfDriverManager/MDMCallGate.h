@@ -1,0 +1,61 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+/// Guards calls through a borrowed pointer that another thread takes away: calls enter from any thread
+/// without a lock, and whoever takes the pointer away waits until those inside have returned. Only then may
+/// the object go. Never taken away on a thread that is inside such a call.
+class MDMCallGate {
+public:
+    /// One call on its way through the gate. Empty when the pointer was null.
+    template <class T>
+    class Call {
+    public:
+        Call(MDMCallGate& gate, T* const& pObject) : m_gate(gate) {
+            // The look before entering keeps the count of a closed gate at rest, so that close() ends.
+            if (!MDMCallGate::load(pObject))
+                return;
+            m_gate.m_inside.fetch_add(1);
+            m_inside = true;
+            m_pObject = MDMCallGate::load(pObject);
+        }
+        ~Call() {
+            if (m_inside)
+                m_gate.m_inside.fetch_sub(1);
+        }
+        Call(const Call&) = delete;
+        Call& operator=(const Call&) = delete;
+
+        explicit operator bool() const { return m_pObject != nullptr; }
+        T* operator->() const { return m_pObject; }
+
+    private:
+        MDMCallGate& m_gate;
+        T* m_pObject = nullptr;
+        bool m_inside = false;
+    };
+
+    template <class T>
+    static T* load(T* const& pObject) {
+        return std::atomic_ref<T*>(const_cast<T*&>(pObject)).load();
+    }
+
+    /// Puts another pointer in place. The calls inside go on with the former one.
+    template <class T>
+    static void store(T*& pObject, T* pNew) {
+        std::atomic_ref<T*>(pObject).store(pNew);
+    }
+
+    /// Puts null in place and waits for the calls inside.
+    template <class T>
+    void close(T*& pObject) {
+        store(pObject, static_cast<T*>(nullptr));
+        while (m_inside.load() != 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+
+private:
+    std::atomic<unsigned int> m_inside{0};
+};
