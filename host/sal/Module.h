@@ -22,8 +22,8 @@ public:
 
     IInterface* queryInterface(unsigned int id) override;
 
-    /// Follows the drivers of this process through their lives. Told on the thread on which it happens, before
-    /// and after the guarded call; operation is "setConfiguration", "initializationCompleted" or
+    /// Follows the drivers of this process through their lives. Told on the thread on which it happens,
+    /// before and after the guarded call; operation is "setConfiguration", "initializationCompleted" or
     /// "deinitialize". A driver is known by the ID of its setConfiguration; one that has none yet is not told
     /// of.
     class Observer {
