@@ -9,6 +9,7 @@
 #include "IPanelState.h"
 #include "ISystem.h"
 #include "InterfaceIds.h"
+#include "sal/LogManager.h"
 
 /// What most drivers share: keeps the configuration and the interfaces that the loader hands in, answers both
 /// driver interfaces, and does nothing for the rest. A driver overrides sendFID and, to work of its own
@@ -73,6 +74,19 @@ protected:
             return false;
         auto* pSender = dynamic_cast<IFunctionID*>(m_pSystem->queryInterface(IID_IFunctionID));
         return pSender && pSender->sendFID(fid, parameters);
+    }
+
+    /// Writes one line to the log, the driver ID before it. Any thread, once the configuration is there.
+    void log(sal::LogOutput::ELevel level, std::string text) const {
+        sal::LogOutput* pLog = sal::LogManager::getInstance()->getLogOutput("MFD");
+        if (!pLog || !pLog->enabled(level))
+            return;
+        // What came with a FID must not pass for further lines.
+        for (char& character : text) {
+            if (static_cast<unsigned char>(character) < ' ' || character == '\x7f')
+                character = '?';
+        }
+        pLog->level(level) << m_configuration.driverID << ": " << text << std::endl;
     }
 
 private:

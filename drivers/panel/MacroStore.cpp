@@ -1,0 +1,315 @@
+#include "MacroStore.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+constexpr std::string_view c_extension = ".macro";
+constexpr std::string_view c_head = "macro 1";
+constexpr std::string_view c_end = "end";
+constexpr off_t c_maxFileSize = 16 * 1024 * 1024;
+constexpr std::int64_t c_maxOffset = 7 * 24 * 3600 * std::int64_t{1000};
+
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int fd) : m_fd(fd) {}
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    ~FileDescriptor() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    explicit operator bool() const { return m_fd >= 0; }
+    int get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+std::string systemReason() {
+    return std::system_category().message(errno);
+}
+
+std::string quoted(std::string_view text) {
+    constexpr std::size_t longest = 60;
+    return '"' + std::string(text.substr(0, longest)) + (text.size() > longest ? "..." : "") + '"';
+}
+
+bool isControl(char character) {
+    return static_cast<unsigned char>(character) < ' ' || character == '\x7f';
+}
+
+template <class MustEncode>
+std::string encode(std::string_view text, MustEncode mustEncode) {
+    constexpr char digits[] = "0123456789ABCDEF";
+    std::string encoded;
+    for (const char character : text) {
+        if (mustEncode(character)) {
+            const auto byte = static_cast<unsigned char>(character);
+            encoded += {'%', digits[byte >> 4], digits[byte & 15]};
+        } else {
+            encoded += character;
+        }
+    }
+    return encoded;
+}
+
+std::optional<std::string> decode(std::string_view text) {
+    std::string decoded;
+    while (!text.empty()) {
+        if (text.front() != '%') {
+            decoded += text.front();
+            text.remove_prefix(1);
+            continue;
+        }
+        if (text.size() < 3)
+            return std::nullopt;
+        unsigned int byte = 0;
+        const auto [end, error] = std::from_chars(text.data() + 1, text.data() + 3, byte, 16);
+        if (error != std::errc() || end != text.data() + 3)
+            return std::nullopt;
+        decoded += static_cast<char>(byte);
+        text.remove_prefix(3);
+    }
+    return decoded;
+}
+
+std::string encodeWord(std::string_view text) {
+    return encode(text, [](char c) { return isControl(c) || c == ' ' || c == '%' || c == '='; });
+}
+
+/// Letters, digits and a few signs stand for themselves, so no name can leave the directory or hide in it.
+std::string fileNameOf(std::string_view name) {
+    std::string encoded = encode(name, [](char c) {
+        return !((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+                 c == '_' || c == '.');
+    });
+    if (encoded.starts_with('.'))
+        encoded.replace(0, 1, "%2E");
+    return encoded.append(c_extension);
+}
+
+std::optional<std::string> nameOf(std::string_view fileName) {
+    fileName.remove_suffix(c_extension.size());
+    std::optional<std::string> name = decode(fileName);
+    // Another spelling of the same name would be a second file of it.
+    if (!name || !MacroStore::isValidName(*name) ||
+        fileNameOf(*name) != std::string(fileName).append(c_extension))
+        return std::nullopt;
+    return name;
+}
+
+std::string_view takeUntil(std::string_view& text, char separator) {
+    const std::size_t length = std::min(text.find(separator), text.size());
+    const std::string_view taken = text.substr(0, length);
+    text.remove_prefix(std::min(length + 1, text.size()));
+    return taken;
+}
+
+/// Appends the step of one line, or says what is wrong with it.
+std::optional<std::string> parseStep(std::string_view line, MacroStore::Steps& steps) {
+    const std::string_view offsetText = takeUntil(line, ' ');
+    std::int64_t offset = -1;
+    const auto [end, error] =
+        std::from_chars(offsetText.data(), offsetText.data() + offsetText.size(), offset, 10);
+    if (error != std::errc() || end != offsetText.data() + offsetText.size() || offset < 0 ||
+        offset > c_maxOffset) {
+        return "expected a time from 0 to " + std::to_string(c_maxOffset) + " milliseconds, found " +
+               quoted(offsetText);
+    }
+    if (!steps.empty() && std::chrono::milliseconds(offset) < steps.back().offset)
+        return "the time " + std::string(offsetText) + " lies before the one of the step above";
+
+    const std::string_view fidText = takeUntil(line, ' ');
+    std::optional<std::string> fid = decode(fidText);
+    if (!fid || fid->find('.') == std::string::npos)
+        return "expected a FID (driver ID, \".\", function), found " + quoted(fidText);
+
+    MacroStep step{std::chrono::milliseconds(offset), std::move(*fid), {}};
+    while (!line.empty()) {
+        std::string_view parameter = takeUntil(line, ' ');
+        const std::string_view whole = parameter;
+        if (parameter.find('=') == std::string_view::npos)
+            return "expected a parameter name=value, found " + quoted(whole);
+        const std::optional<std::string> name = decode(takeUntil(parameter, '='));
+        const std::optional<std::string> value = decode(parameter);
+        if (!name || !value)
+            return "\"%\" must stand before two hexadecimal digits, found " + quoted(whole);
+        step.parameters.add(*name, *value);
+    }
+    steps.push_back(std::move(step));
+    return std::nullopt;
+}
+
+bool writeAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(fd, text.data(), text.size());
+        if (written < 0 && errno != EINTR)
+            return false;
+        if (written > 0)
+            text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+std::string toText(const MacroStore::Steps& steps) {
+    std::string text(c_head);
+    text += '\n';
+    for (const MacroStep& step : steps) {
+        text += std::to_string(step.offset.count()) + ' ' + encodeWord(step.fid);
+        for (const auto& [name, value] : step.parameters)
+            text += ' ' + encodeWord(name) + '=' + encodeWord(value);
+        text += '\n';
+    }
+    return text.append(c_end).append("\n");
+}
+
+}  // namespace
+
+MacroStore::MacroStore(std::string directory, Report report)
+    : m_directory(std::move(directory)), m_report(std::move(report)) {}
+
+bool MacroStore::isValidName(std::string_view name) {
+    // Encoded, 80 bytes still make a file name that every file system takes.
+    return !name.empty() && name.size() <= 80 && std::none_of(name.begin(), name.end(), isControl);
+}
+
+std::string MacroStore::pathOf(const std::string& fileName) const {
+    return m_directory + '/' + fileName;
+}
+
+std::optional<std::map<std::string, MacroStore::Steps>> MacroStore::readAll() const {
+    std::error_code error;
+    std::vector<std::string> fileNames;
+    std::filesystem::directory_iterator entry(m_directory, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        std::string fileName = entry->path().filename().string();
+        // A leading dot is a file whose writing was cut short.
+        if (fileName.ends_with(c_extension) && !fileName.starts_with('.'))
+            fileNames.push_back(std::move(fileName));
+    }
+    if (error) {
+        m_report("cannot read the macro directory \"" + m_directory + "\": " + error.message());
+        return std::nullopt;
+    }
+    std::sort(fileNames.begin(), fileNames.end());
+
+    std::map<std::string, Steps> macros;
+    for (const std::string& fileName : fileNames) {
+        const std::optional<std::string> name = nameOf(fileName);
+        if (!name) {
+            m_report(
+                pathOf(fileName) +
+                ": left out, no macro name; letters, digits, \"-\", \"_\" and \".\" stand for themselves, "
+                "every other byte is %XX");
+            continue;
+        }
+        if (std::optional<Steps> steps = readFile(pathOf(fileName)))
+            macros.emplace(*name, std::move(*steps));
+    }
+    return macros;
+}
+
+std::optional<MacroStore::Steps> MacroStore::readFile(const std::string& path) const {
+    // Without O_NONBLOCK a pipe of that name would hold up the driver.
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (!file || ::fstat(file.get(), &status) != 0) {
+        m_report(path + ": left out, " + systemReason());
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode) || status.st_size > c_maxFileSize) {
+        m_report(path + ": left out, a macro is a regular file of at most 16 MiB");
+        return std::nullopt;
+    }
+    std::string content(static_cast<std::size_t>(status.st_size), '\0');
+    std::size_t length = 0;
+    while (length < content.size()) {
+        const ssize_t count = ::read(file.get(), content.data() + length, content.size() - length);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0) {
+            m_report(path + ": left out, " + systemReason());
+            return std::nullopt;
+        }
+        if (count == 0)
+            break;
+        length += static_cast<std::size_t>(count);
+    }
+    content.resize(length);
+
+    Steps steps;
+    std::string_view rest = content;
+    int lineNumber = 0;
+    const auto broken = [&](const std::string& what) {
+        m_report(path + ":" + std::to_string(lineNumber) + ": left out, " + what);
+        return std::nullopt;
+    };
+    while (!rest.empty()) {
+        const std::string_view line = takeUntil(rest, '\n');
+        ++lineNumber;
+        if (lineNumber == 1) {
+            if (line != c_head)
+                return broken("expected " + quoted(c_head) + ", found " + quoted(line));
+        } else if (line == c_end) {
+            if (!rest.empty()) {
+                ++lineNumber;
+                return broken("expected nothing behind " + quoted(c_end));
+            }
+            return steps;
+        } else if (const std::optional<std::string> fault = parseStep(line, steps)) {
+            return broken(*fault);
+        }
+    }
+    ++lineNumber;
+    return broken("the file ends without its last line, " + quoted(c_end));
+}
+
+bool MacroStore::write(const std::string& name, const Steps& steps) const {
+    const std::string fileName = fileNameOf(name);
+    const std::string path = pathOf(fileName);
+    const std::string draft = pathOf('.' + fileName + ".tmp");
+    {
+        const FileDescriptor file(
+            ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+        if (!file || !writeAll(file.get(), toText(steps)) || ::fsync(file.get()) != 0) {
+            m_report("cannot write " + draft + ": " + systemReason());
+            ::unlink(draft.c_str());
+            return false;
+        }
+    }
+    if (std::rename(draft.c_str(), path.c_str()) != 0) {
+        m_report("cannot replace " + path + ": " + systemReason());
+        ::unlink(draft.c_str());
+        return false;
+    }
+    return syncDirectory();
+}
+
+bool MacroStore::remove(const std::string& name) const {
+    const std::string path = pathOf(fileNameOf(name));
+    if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
+        m_report("cannot remove " + path + ": " + systemReason());
+        return false;
+    }
+    return syncDirectory();
+}
+
+bool MacroStore::syncDirectory() const {
+    const FileDescriptor directory(::open(m_directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory && ::fsync(directory.get()) == 0)
+        return true;
+    m_report("cannot settle the macro directory \"" + m_directory + "\": " + systemReason());
+    return false;
+}

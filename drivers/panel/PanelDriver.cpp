@@ -1,0 +1,201 @@
+#include "PanelDriver.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <iostream>
+#include <iterator>
+#include <string_view>
+#include <vector>
+
+struct PanelDriver::Function {
+    const char* name;
+    std::initializer_list<const char*> parameters;  ///< all are required
+    bool (PanelDriver::*handler)(const FIDParameterList&) const;
+};
+
+namespace {
+
+constexpr std::size_t c_maxText = 255;
+constexpr std::string_view c_etCetera = ", ...";
+
+/// As many whole names as a state value holds.
+std::string joined(const std::vector<std::string>& names) {
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const std::string separator = text.empty() ? "" : ", ";
+        const std::size_t reserve = i + 1 < names.size() ? c_etCetera.size() : 0;
+        if (text.size() + separator.size() + names[i].size() + reserve > c_maxText)
+            return text.append(c_etCetera);
+        text += separator + names[i];
+    }
+    return text;
+}
+
+const char* wordFor(MacroState::EActivity activity) {
+    switch (activity) {
+        case MacroState::eRecording:
+            return "recording";
+        case MacroState::ePlaying:
+            return "playing";
+        default:
+            return "idle";
+    }
+}
+
+}  // namespace
+
+const PanelDriver::Function PanelDriver::c_functions[] = {
+    {"ALARM", {"source", "text"}, &PanelDriver::showAlarm},
+    {"ALARM.CLEAR", {}, &PanelDriver::clearAlarm},
+    {"MACRO.CANCEL", {}, &PanelDriver::cancelMacro},
+    {"MACRO.DELETE", {"name"}, &PanelDriver::deleteMacro},
+    {"MACRO.LOAD", {}, &PanelDriver::loadMacros},
+    {"MACRO.PLAY", {"name"}, &PanelDriver::playMacro},
+    {"MACRO.RECORD", {"name"}, &PanelDriver::recordMacro},
+    {"MACRO.RENAME", {"from", "to"}, &PanelDriver::renameMacro},
+    {"MACRO.SAVE", {}, &PanelDriver::saveMacros},
+    {"MACRO.STOP", {}, &PanelDriver::stopMacro},
+};
+
+PanelDriver::PanelDriver() : m_pMacroSystem(std::make_unique<MacroSystem>(static_cast<IMacroHost&>(*this))) {}
+
+PanelDriver::~PanelDriver() = default;
+
+IInterface* PanelDriver::queryInterface(unsigned int id) {
+    if (IInterface* pInterface = m_pMacroSystem->queryInterface(id))
+        return pInterface;
+    return MfdDriverBase::queryInterface(id);
+}
+
+bool PanelDriver::initializationCompleted() {
+    if (!panelState()) {
+        log(sal::LogOutput::eError, "not started, there is nowhere to show anything");
+        return false;
+    }
+    if (!m_pMacroSystem->start(configuration().driverID, configuration().nvramDirectory))
+        return false;
+    m_gate.open();
+    return true;
+}
+
+bool PanelDriver::deinitialize() {
+    m_gate.close();
+    m_pMacroSystem->stop();
+    return true;
+}
+
+bool PanelDriver::sendFID(const std::string& fid, const FIDParameterList& parameters) const {
+    const auto pass = m_gate.enter();
+    if (!pass)
+        return false;
+
+    const auto function = std::find_if(std::begin(c_functions), std::end(c_functions),
+                                       [&fid](const Function& known) { return fid == known.name; });
+    if (function == std::end(c_functions)) {
+        std::string known;
+        for (const Function& each : c_functions)
+            known += (known.empty() ? "" : ", ") + std::string(each.name);
+        log(sal::LogOutput::eWarning, "unknown FID \"" + fid + "\"; known are " + known);
+        return false;
+    }
+    for (const char* parameter : function->parameters) {
+        if (parameters.value(parameter).empty()) {
+            log(sal::LogOutput::eWarning, fid + " ignored, it needs the parameter \"" + parameter + "\"");
+            return false;
+        }
+    }
+    return (this->*function->handler)(parameters);
+}
+
+bool PanelDriver::showState() const {
+    const auto pass = m_gate.enter();
+    if (!pass)
+        return false;
+    const MacroState state = m_pMacroSystem->state();
+    std::cout << "macro system " << wordFor(state.activity)
+              << (state.name.empty() ? "" : " \"" + state.name + '"') << ", " << state.names.size()
+              << " macros" << (state.unsaved ? ", not all saved" : "") << std::endl;
+    return true;
+}
+
+bool PanelDriver::recordMacro(const FIDParameterList& parameters) const {
+    return m_pMacroSystem->startRecording(parameters.value("name"));
+}
+
+bool PanelDriver::stopMacro(const FIDParameterList&) const {
+    switch (m_pMacroSystem->state().activity) {
+        case MacroState::eRecording:
+            return m_pMacroSystem->stopRecording();
+        case MacroState::ePlaying:
+            return m_pMacroSystem->stopPlaying();
+        default:
+            log(sal::LogOutput::eWarning, "MACRO.STOP ignored, no macro is being recorded or played");
+            return false;
+    }
+}
+
+bool PanelDriver::cancelMacro(const FIDParameterList&) const {
+    return m_pMacroSystem->cancelRecording();
+}
+
+bool PanelDriver::playMacro(const FIDParameterList& parameters) const {
+    return m_pMacroSystem->play(parameters.value("name"));
+}
+
+bool PanelDriver::deleteMacro(const FIDParameterList& parameters) const {
+    return m_pMacroSystem->remove(parameters.value("name"));
+}
+
+bool PanelDriver::renameMacro(const FIDParameterList& parameters) const {
+    return m_pMacroSystem->rename(parameters.value("from"), parameters.value("to"));
+}
+
+bool PanelDriver::saveMacros(const FIDParameterList&) const {
+    return m_pMacroSystem->save();
+}
+
+bool PanelDriver::loadMacros(const FIDParameterList&) const {
+    return m_pMacroSystem->load();
+}
+
+bool PanelDriver::showAlarm(const FIDParameterList& parameters) const {
+    const std::string text =
+        (parameters.value("source") + ": " + parameters.value("text")).substr(0, c_maxText);
+    log(sal::LogOutput::eWarning, "alarm from " + text);
+    panelState()->setStateValue("ALARM", text);
+    panelState()->triggerEvent("ALARM", text);
+    return true;
+}
+
+bool PanelDriver::clearAlarm(const FIDParameterList&) const {
+    panelState()->unsetStateValue("ALARM");
+    return true;
+}
+
+bool PanelDriver::sendMacroFid(const std::string& fid, const FIDParameterList& parameters) {
+    return sendToDriver(fid, parameters);
+}
+
+void PanelDriver::showMacroState(const MacroState& state, const std::optional<MacroState>& previous) {
+    if (!previous || previous->name != state.name)
+        panelState()->setStateValue("MACRO.NAME", state.name);
+    if (!previous || previous->steps != state.steps)
+        panelState()->setStateValueInt("MACRO.STEPS", state.steps);
+    if (!previous || previous->names != state.names) {
+        panelState()->setStateValueInt("MACRO.COUNT", static_cast<int>(state.names.size()));
+        panelState()->setStateValue("MACRO.NAMES", joined(state.names));
+    }
+    if (!previous || previous->unsaved != state.unsaved)
+        panelState()->setStateValueBool("MACRO.UNSAVED", state.unsaved);
+    // Last, so that who waits for it finds the others settled.
+    if (!previous || previous->activity != state.activity)
+        panelState()->setStateValue("MACRO.STATE", wordFor(state.activity));
+}
+
+void PanelDriver::macroEvent(const std::string& eventID, const std::string& name) {
+    panelState()->triggerEvent(eventID, name);
+}
+
+void PanelDriver::macroLog(sal::LogOutput::ELevel level, const std::string& text) {
+    log(level, text);
+}

@@ -1,0 +1,4 @@
+#include "MfdDriver.h"
+#include "PanelDriver.h"
+
+MFD_DRIVER(PanelDriver);

@@ -1,0 +1,4 @@
+#include "MfdDriver.h"
+#include "SysMonDriver.h"
+
+MFD_DRIVER(SysMonDriver);
