@@ -1,1 +1,34 @@
-int main() { return 0; }
+#include <cstdlib>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "DriverProcess.h"
+#include "WrapperOptions.h"
+#include "sal/LogManager.h"
+
+namespace {
+
+constexpr const char* usage =
+    "usage: mfddllwrap MODULEPATH DRIVERID\n"
+    "Runs the driver module in this process, behind the queues DRIVERID_INQ and DRIVERID_OUTQ of a running "
+    "host.\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+    if (arguments == std::vector<std::string>{"--help"}) {
+        std::cout << usage;
+        return 0;
+    }
+    const WrapperOptions options =
+        WrapperOptions::parse(arguments, [](const char* name) { return std::getenv(name); });
+    if (!options.usable) {
+        std::cerr << usage;
+        return 2;
+    }
+
+    sal::LogManager log({.level = options.logLevel, .file = {}, .tag = options.driverID});
+    return DriverProcess(options).run();
+}

@@ -1,0 +1,54 @@
+#include "DriverCalls.h"
+
+#include <string>
+#include <utility>
+
+DriverCalls::DriverCalls(IMFDConfiguration* pConfiguration, IFunctionID* pFunctionID)
+    : m_pConfiguration(pConfiguration), m_pFunctionID(pFunctionID) {}
+
+bool DriverCalls::handle(MessageReader& message) {
+    const std::string_view code = message.code();
+    if (code == protocol::deinitialize)
+        return false;
+
+    if (m_pFunctionID) {
+        if (code == protocol::sendFID)
+            sendFID(message);
+        else if (code == protocol::subscribe)
+            m_pFunctionID->subscribe(message.string());
+        else if (code == protocol::showState)
+            m_pFunctionID->showState();
+    }
+    if (m_pConfiguration) {
+        if (code == protocol::setConfiguration)
+            setConfiguration(message);
+        else if (code == protocol::createFIDList)
+            m_pConfiguration->createFIDList();
+        else if (code == protocol::initializationCompleted)
+            m_pConfiguration->initializationCompleted();
+    }
+    return true;
+}
+
+void DriverCalls::deinitialize() {
+    if (auto* pConfiguration = std::exchange(m_pConfiguration, nullptr))
+        pConfiguration->deinitialize();
+}
+
+void DriverCalls::setConfiguration(MessageReader& message) {
+    // Read one after another: the order in which arguments are evaluated is not fixed.
+    const int workplaceId = message.int32();
+    const std::string driverID = message.string();
+    const std::string workingDirectory = message.string();
+    const std::string ipAddress = message.string();
+    const std::string networkAdapter = message.string();
+    const std::string virtualPanelAddress = message.string();
+    const std::string nvramDirectory = message.string();
+    m_pConfiguration->setConfiguration(workplaceId, driverID, workingDirectory, ipAddress, networkAdapter,
+                                       virtualPanelAddress, nvramDirectory);
+}
+
+void DriverCalls::sendFID(MessageReader& message) {
+    const std::string fid = message.string();
+    m_pFunctionID->sendFID(fid, message.parameters());
+}

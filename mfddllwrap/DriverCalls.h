@@ -1,0 +1,26 @@
+#pragma once
+
+#include "IFunctionID.h"
+#include "IMFDConfiguration.h"
+#include "MessageReader.h"
+
+/// Turns the host's messages into calls of the driver. Both interfaces are borrowed and either may be null;
+/// its messages then do nothing. Main thread only.
+class DriverCalls {
+public:
+    DriverCalls(IMFDConfiguration* pConfiguration, IFunctionID* pFunctionID);
+
+    /// Calls what the message says; a code that it does not know does nothing. False for the message that
+    /// ends the driver, which it leaves to deinitialize().
+    bool handle(MessageReader& message);
+
+    /// Tells the driver to stop, the first time; later calls do nothing.
+    void deinitialize();
+
+private:
+    void setConfiguration(MessageReader& message);
+    void sendFID(MessageReader& message);
+
+    IMFDConfiguration* m_pConfiguration;
+    IFunctionID* m_pFunctionID;
+};

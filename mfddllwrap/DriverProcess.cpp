@@ -1,0 +1,180 @@
+#include "DriverProcess.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <ostream>
+#include <string_view>
+#include <thread>
+
+#include "DriverCalls.h"
+#include "DriverOutput.h"
+#include "HostWatch.h"
+#include "InterfaceIds.h"
+#include "MessageReader.h"
+#include "QueueDistributorFID.h"
+#include "QueueFunctionID.h"
+#include "QueuePanelState.h"
+#include "QueueProtocol.h"
+#include "QueueSink.h"
+#include "QueueSystem.h"
+#include "SignalWatch.h"
+#include "sal/LogManager.h"
+#include "sal/Module.h"
+#include "sal/ModuleLoader.h"
+
+namespace {
+
+/// Put into the input queue by this process itself, to wake the main loop. No code of the host's.
+constexpr std::string_view wakeUp = "WAKEUP";
+
+/// How long the last log line may take to get out when the process is ended.
+constexpr std::chrono::milliseconds lastWords{100};
+
+}  // namespace
+
+/// A hold on the process that started this one, taken before the queues are opened: a queue only opens while
+/// the host lives, so the process held is not one that adopted an orphan. The host gives its children a
+/// session of their own, which a shell does not: a process without one was started by hand, and its parent
+/// says nothing about the host.
+class DriverProcess::HostProcess {
+public:
+    HostProcess() : m_fd(getsid(0) == getpid() ? open(getppid()) : -1) {}
+    ~HostProcess() {
+        if (m_fd >= 0)
+            close(m_fd);
+    }
+    HostProcess(const HostProcess&) = delete;
+    HostProcess& operator=(const HostProcess&) = delete;
+
+    int fd() const { return m_fd; }
+
+private:
+    static int open(pid_t pid) { return static_cast<int>(syscall(SYS_pidfd_open, pid, 0)); }
+
+    int m_fd;
+};
+
+DriverProcess::DriverProcess(const WrapperOptions& options)
+    : m_options(options),
+      m_pLog(sal::LogManager::getInstance()->getLogOutput("MFD")),
+      m_pInput(std::make_shared<sal::MessageQueue>()) {}
+
+DriverProcess::~DriverProcess() = default;
+
+int DriverProcess::run() {
+    for (const std::string& complaint : m_options.complaints)
+        m_pLog->level(sal::LogOutput::eWarning) << complaint << std::endl;
+
+    const HostProcess host;
+    // libsal has said why a queue does not open or a module does not load.
+    if (!m_pInput->open(m_options.driverID + std::string(protocol::inputSuffix)) ||
+        !m_output.open(m_options.driverID + std::string(protocol::outputSuffix)))
+        return 1;
+
+    // The watches are destroyed behind the module: they cover its end, too.
+    const SignalWatch signals([this](int signal) {
+        m_pLog->level(sal::LogOutput::eInfo) << strsignal(signal) << ": stops the driver" << std::endl;
+        requestStop(eStopNow);
+    });
+    HostWatch watch({.hostFd = host.fd(),
+                     .stopTimeout = m_options.stopTimeout,
+                     .waitForHostEnd = [pInput = m_pInput] { pInput->waitForCreatorEnd(); },
+                     .onHostEnd = [this] { requestStop(eStopWhenEmpty); },
+                     .onOverdue = [this] { endOverdue(); }});
+
+    QueueSink sink(m_output);
+    DriverOutput output(sink);
+    QueuePanelState panelState(output);
+    QueueFunctionID sender(output);
+    QueueDistributorFID distributor(sender);
+    QueueSystem system(output, sender);
+
+    const std::unique_ptr<sal::Module> pModule(
+        sal::ModuleLoader().load(sal::ModuleLoader::eLoadDefault, m_options.modulePath));
+    if (!pModule)
+        return 1;
+    auto* pConfiguration = dynamic_cast<IMFDConfiguration*>(pModule->queryInterface(IID_IMFDConfiguration));
+    auto* pFunctionID = dynamic_cast<IFunctionID*>(pModule->queryInterface(IID_IFunctionID));
+    if (!reportInterfaces(pConfiguration, pFunctionID))
+        return 1;
+
+    if (pConfiguration) {
+        pConfiguration->setPanelStateInterface(&panelState);
+        pConfiguration->setDistributorFIDInterface(&distributor);
+        pConfiguration->setSystemInterface(&system);
+    }
+    DriverCalls calls(pConfiguration, pFunctionID);
+    const int code = serve(calls, watch);
+    calls.deinitialize();
+    return code;
+}
+
+bool DriverProcess::reportInterfaces(const IMFDConfiguration* pConfiguration,
+                                     const IFunctionID* pFunctionID) const {
+    if (pConfiguration && pFunctionID) {
+        m_pLog->level(sal::LogOutput::eInfo) << "Runs " << m_options.modulePath << std::endl;
+        return true;
+    }
+    if (!pConfiguration && !pFunctionID) {
+        m_pLog->level(sal::LogOutput::eError)
+            << m_options.modulePath << " is no driver: it answers neither IMFDConfiguration ("
+            << IID_IMFDConfiguration << ") nor IFunctionID (" << IID_IFunctionID << ")" << std::endl;
+        return false;
+    }
+    m_pLog->level(sal::LogOutput::eWarning)
+        << m_options.modulePath
+        << (pConfiguration ? " does not answer IFunctionID: it gets no FIDs"
+                           : " does not answer IMFDConfiguration: it gets FIDs alone")
+        << std::endl;
+    return true;
+}
+
+int DriverProcess::serve(DriverCalls& calls, HostWatch& watch) {
+    std::array<unsigned char, protocol::maximumLength> buffer;
+    while (m_stop != eStopNow) {
+        const bool drain = m_stop == eStopWhenEmpty;
+        const int length = m_pInput->receive(buffer.data(), static_cast<int>(buffer.size()), drain ? 0 : -1);
+        if (length < 0) {
+            if (drain) {
+                m_pLog->level(sal::LogOutput::eInfo)
+                    << "The host has let go of the queues: stops the driver" << std::endl;
+                return 0;
+            }
+            m_pLog->level(sal::LogOutput::eError)
+                << "The input queue is broken: stops the driver" << std::endl;
+            return 1;
+        }
+        MessageReader message(buffer.data(), static_cast<std::size_t>(length));
+        if (!calls.handle(message)) {
+            watch.stopRequested();
+            return 0;
+        }
+    }
+    return 0;
+}
+
+void DriverProcess::requestStop(EStop stop) {
+    EStop running = eRun;
+    if (!m_stop.compare_exchange_strong(running, stop) && stop == eStopNow)
+        m_stop = eStopNow;
+    // A full queue wakes the main loop just as well.
+    m_pInput->send(reinterpret_cast<const unsigned char*>(wakeUp.data()), static_cast<int>(wakeUp.size()), 0);
+}
+
+void DriverProcess::endOverdue() {
+    // A log that is blocked must not keep the process.
+    std::promise<void> written;
+    std::thread([this, &written] {
+        m_pLog->level(sal::LogOutput::eError)
+            << "The driver does not come back after the host's end: its process is ended" << std::endl;
+        sal::LogManager::getInstance()->flush();
+        written.set_value();
+    }).detach();
+    written.get_future().wait_for(lastWords);
+    _exit(1);
+}

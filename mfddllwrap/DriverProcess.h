@@ -1,0 +1,46 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "DriverCalls.h"
+#include "HostWatch.h"
+#include "IFunctionID.h"
+#include "IMFDConfiguration.h"
+#include "WrapperOptions.h"
+#include "sal/LogOutput.h"
+#include "sal/MessageQueue.h"
+
+/// One driver module behind two queues, from its load to its end. Made by main and run once, on the main
+/// thread, which makes all calls of the driver's two interfaces.
+class DriverProcess {
+public:
+    explicit DriverProcess(const WrapperOptions& options);
+    ~DriverProcess();
+    DriverProcess(const DriverProcess&) = delete;
+    DriverProcess& operator=(const DriverProcess&) = delete;
+
+    /// Returns the exit code: 0 when the driver was stopped in order, 1 when it could not be had or its queue
+    /// broke.
+    int run();
+
+private:
+    class HostProcess;
+    enum EStop { eRun, eStopWhenEmpty, eStopNow };
+
+    /// One line about what the module answers; false when that is nothing.
+    bool reportInterfaces(const IMFDConfiguration* pConfiguration, const IFunctionID* pFunctionID) const;
+    /// Hands the host's messages to the driver until it is to stop; returns the exit code.
+    int serve(DriverCalls& calls, HostWatch& watch);
+    /// Makes serve() return, at the latest when the driver comes back from the call it is in. Any thread.
+    void requestStop(EStop stop);
+    [[noreturn]] void endOverdue();
+
+    const WrapperOptions m_options;
+    sal::LogOutput* m_pLog;
+    // Shared with the thread that waits for the host's end and may have to be left behind in there.
+    std::shared_ptr<sal::MessageQueue> m_pInput;
+    sal::MessageQueue m_output;
+    std::atomic<EStop> m_stop = eRun;
+};

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+/// What the process was started with: two arguments, and the settings that the host passes on as MFD_*
+/// variables.
+struct WrapperOptions {
+    std::string modulePath;
+    std::string driverID;
+    int logLevel = 4;                     ///< MFD_LOG_LEVEL, 1 to 5
+    std::chrono::seconds stopTimeout{3};  ///< MFD_STOP_TIMEOUT: how long the host gives a driver to stop
+    std::vector<std::string> complaints;  ///< settings that were no good and so have their defaults
+
+    bool usable = false;  ///< the arguments are the two that are wanted
+
+    using Environment = std::function<const char*(const char*)>;  ///< as std::getenv
+    static WrapperOptions parse(const std::vector<std::string>& arguments, const Environment& environment);
+};
