@@ -1,1 +1,185 @@
 #include "sal/LogManager.h"
+
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "LogChannel.h"
+#include "LogCore.h"
+#include "LogOutputImpl.h"
+#include "StandardErrorSink.h"
+
+namespace sal {
+
+template <class T>
+T* SingletonDll<T>::s_pInstance = nullptr;
+template class SingletonDll<LogManager>;
+
+namespace {
+
+constexpr std::size_t s_fileSize = 10u << 20;
+constexpr std::size_t s_oldFiles = 4;
+
+/// "<3>" and the like, by which the journal learns the level of a line.
+class JournalPriority : public spdlog::custom_flag_formatter {
+public:
+    void format(const spdlog::details::log_msg& message, const std::tm&,
+                spdlog::memory_buf_t& line) override {
+        const std::string_view text = prefix(message.level);
+        line.append(text.data(), text.data() + text.size());
+    }
+    std::unique_ptr<custom_flag_formatter> clone() const override {
+        return std::make_unique<JournalPriority>();
+    }
+
+private:
+    static std::string_view prefix(spdlog::level::level_enum level) {
+        switch (level) {
+            case spdlog::level::critical:
+                return "<2>";
+            case spdlog::level::err:
+                return "<3>";
+            case spdlog::level::warn:
+                return "<4>";
+            case spdlog::level::info:
+                return "<6>";
+            default:
+                return "<7>";
+        }
+    }
+};
+
+/// The journal names its own end of standard error in JOURNAL_STREAM, as device:inode.
+bool isJournal() {
+    const char* journal = std::getenv("JOURNAL_STREAM");
+    struct stat status {};
+    return journal && ::fstat(STDERR_FILENO, &status) == 0 &&
+           std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == journal;
+}
+
+bool isColourTerminal() {
+    const char* terminal = std::getenv("TERM");
+    const char* noColour = std::getenv("NO_COLOR");
+    return ::isatty(STDERR_FILENO) && terminal && std::string_view(terminal) != "dumb" &&
+           (!noColour || !*noColour);
+}
+
+std::string linePattern(const std::string& tag) {
+    std::string pattern;
+    for (const char c : tag)
+        pattern.append(c == '%' ? 2 : 1, c);
+    if (!pattern.empty())
+        pattern += ' ';
+    return pattern + "%n: %v";
+}
+
+std::unique_ptr<spdlog::formatter> formatForPeople(const std::string& tag) {
+    return std::make_unique<spdlog::pattern_formatter>("%Y-%m-%d %H:%M:%S.%e %^%-8l%$ " + linePattern(tag));
+}
+
+std::unique_ptr<spdlog::formatter> formatForJournal(const std::string& tag) {
+    auto pFormatter = std::make_unique<spdlog::pattern_formatter>();
+    pFormatter->add_flag<JournalPriority>('*').set_pattern("%*" + linePattern(tag));
+    return pFormatter;
+}
+
+spdlog::sink_ptr openStandardError(const std::string& tag) {
+    const bool journal = isJournal();
+    auto pSink = std::make_shared<StandardErrorSink>(!journal && isColourTerminal());
+    pSink->set_formatter(journal ? formatForJournal(tag) : formatForPeople(tag));
+    return pSink;
+}
+
+spdlog::sink_ptr openFile(const std::string& file, const std::string& tag) {
+    // Opening a pipe would wait for its reader, and turning over a device would rename it.
+    struct stat status {};
+    if (::stat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+        throw spdlog::spdlog_ex(file + " is not a regular file");
+    auto pSink = std::make_shared<spdlog::sinks::rotating_file_sink_st>(file, s_fileSize, s_oldFiles);
+    pSink->set_formatter(formatForPeople(tag));
+    return pSink;
+}
+
+std::shared_ptr<LogCore> makeCore(const LogManager::Settings& settings) {
+    auto pCore = std::make_shared<LogCore>(settings.level);
+    auto pStandardError = std::make_shared<LogChannel>(
+        [tag = settings.tag] { return openStandardError(tag); }, [](const std::string&) {});
+    pCore->addChannel(pStandardError);
+    if (settings.file.empty())
+        return pCore;
+
+    // The working directory may change while the file is turned over.
+    std::error_code error;
+    std::filesystem::path file = std::filesystem::absolute(settings.file, error);
+    if (error)
+        file = settings.file;
+    const auto complain = [pWeak = std::weak_ptr<LogChannel>(pStandardError)](const std::string& what) {
+        if (const auto pChannel = pWeak.lock())
+            pChannel->post(std::make_shared<const LogRecord>(
+                LogRecord{spdlog::level::err, spdlog::log_clock::now(), "LOG", what}));
+    };
+    pCore->addChannel(std::make_shared<LogChannel>(
+        [file = file.string(), tag = settings.tag] { return openFile(file, tag); }, complain));
+    return pCore;
+}
+
+std::uint64_t nextNumber() {
+    static std::atomic<std::uint64_t> s_number{0};
+    return ++s_number;
+}
+
+}  // namespace
+
+struct LogManager::Impl {
+    std::shared_ptr<LogCore> pCore;
+    std::mutex mutex;
+    std::map<std::string, std::unique_ptr<LogOutput>> outputs;
+};
+
+LogManager::LogManager() : LogManager(Settings()) {}
+
+LogManager::LogManager(const Settings& settings) : m_pImpl(std::make_unique<Impl>()) {
+    SAL_ASSERT(!s_pInstance);
+    m_pImpl->pCore = makeCore(settings);
+    s_pInstance = this;
+}
+
+LogManager::~LogManager() {
+    s_pInstance = nullptr;
+}
+
+LogOutput* LogManager::getLogOutput(const std::string& name) {
+    const std::lock_guard lock(m_pImpl->mutex);
+    auto& pOutput = m_pImpl->outputs[name];
+    if (!pOutput) {
+        auto pImpl = std::make_unique<LogOutput::Impl>();
+        pImpl->name = name;
+        pImpl->number = nextNumber();
+        pImpl->pCore = m_pImpl->pCore;
+        pOutput.reset(new LogOutput(std::move(pImpl)));
+    }
+    return pOutput.get();
+}
+
+void LogManager::setLevel(int level) {
+    m_pImpl->pCore->setLevel(level);
+}
+
+int LogManager::level() const {
+    return m_pImpl->pCore->level();
+}
+
+void LogManager::flush() {
+    m_pImpl->pCore->flush();
+}
+
+}  // namespace sal

@@ -1,1 +1,66 @@
 #include "sal/ModuleLoader.h"
+
+#include <cxxabi.h>
+
+#include <exception>
+#include <memory>
+#include <utility>
+
+#include "DynamicLibrary.h"
+#include "ExceptionText.h"
+#include "LogLine.h"
+#include "ModuleImpl.h"
+#include "sal/DriverModule.h"
+#include "sal/LogOutput.h"
+
+namespace sal {
+namespace {
+
+using Factory = IInterface* (*)();
+
+bool hasRightAbi(const DynamicLibrary& library, std::string& error) {
+    const auto* pAbi = static_cast<const unsigned int*>(library.symbol(MFD_DRIVER_ABI_SYMBOL, error));
+    if (!pAbi)
+        return false;
+    if (*pAbi == MFD_DRIVER_ABI)
+        return true;
+    error = "it was built for driver interface " + std::to_string(*pAbi) + ", this host has " +
+            std::to_string(MFD_DRIVER_ABI) + "; build it again with this host's driver kit";
+    return false;
+}
+
+std::unique_ptr<IInterface> makeDriver(const DynamicLibrary& library, std::string& error) {
+    const auto factory = reinterpret_cast<Factory>(library.symbol(MFD_DRIVER_FACTORY_SYMBOL, error));
+    if (!factory)
+        return nullptr;
+    error = "its factory made no driver";
+    try {
+        return std::unique_ptr<IInterface>(factory());
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (const std::exception& e) {
+        error = "its driver cannot be made: " + exceptionText(e);
+    } catch (...) {
+        error = "its driver cannot be made: " + currentExceptionText();
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+Module* ModuleLoader::load(ELoadOption, const std::string& fileName) {
+    // The dynamic loader looks a name without a slash up in the system's directories.
+    const std::string path = fileName.find('/') == std::string::npos ? "./" + fileName : fileName;
+    DynamicLibrary library;
+    std::unique_ptr<IInterface> pDriver;
+    std::string error;
+    if (library.open(path, error) && hasRightAbi(library, error))
+        pDriver = makeDriver(library, error);
+    if (!pDriver) {
+        logLine("MODULE", LogOutput::eError, "cannot load the driver module " + path + ": " + error);
+        return nullptr;
+    }
+    return new Module(std::make_unique<Module::Impl>(path, std::move(library), std::move(pDriver)));
+}
+
+}  // namespace sal

@@ -1,0 +1,57 @@
+#include "CommandLine.h"
+
+namespace sal {
+namespace {
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
+
+}  // namespace
+
+CommandLine CommandLine::split(const std::string& line) {
+    CommandLine result;
+    std::string word;
+    bool inWord = false;
+    char quote = 0;
+    std::size_t quoteColumn = 0;
+
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (quote) {
+            const bool escapes = quote == '"' && c == '\\' && i + 1 < line.size() &&
+                                 (line[i + 1] == '"' || line[i + 1] == '\\');
+            if (c == quote)
+                quote = 0;
+            else
+                word += escapes ? line[++i] : c;
+        } else if (isBlank(c)) {
+            if (inWord)
+                result.words.push_back(word);
+            word.clear();
+            inWord = false;
+        } else if (c == '\'' || c == '"') {
+            quote = c;
+            quoteColumn = i + 1;
+            inWord = true;
+        } else if (c == '\\') {
+            if (i + 1 == line.size()) {
+                result.error = "nothing follows the backslash at the end of the line";
+                return result;
+            }
+            word += line[++i];
+            inWord = true;
+        } else {
+            word += c;
+            inWord = true;
+        }
+    }
+    if (quote)
+        result.error =
+            std::string("the ") + quote + " in column " + std::to_string(quoteColumn) + " is not closed";
+    if (inWord)
+        result.words.push_back(word);
+    return result;
+}
+
+}  // namespace sal

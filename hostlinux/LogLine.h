@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+namespace sal {
+
+/// One line of libsal's own into the log. In a program without a log, lines up to level 3 go to standard
+/// error. Any thread.
+void logLine(const char* output, int level, const std::string& text);
+
+/// As LogManager::flush; does nothing in a program without a log.
+void flushLog();
+
+}  // namespace sal
