@@ -1,0 +1,256 @@
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "SystemTest.h"
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+
+// What an operator sees when something of the workplace is missing or broken: one clear text, and the rest
+// runs.
+class Failures : public SystemTest {
+protected:
+    void SetUp() override {
+        SystemTest::SetUp();
+        if (!IsSkipped())
+            giveAdapter();
+    }
+
+    /// One driver of that type beside a healthy one.
+    void configure(const std::string& type, const std::string& interfaceType = "direct") {
+        workplace().addModule("Recorder");
+        workplace().configure(Workplace::entry("BAD", type, interfaceType) +
+                              Workplace::entry("GOOD", "Recorder", "direct"));
+    }
+    std::string loading(const std::string& driverID, const std::string& type) {
+        return "Loading MF driver " + (workplace().drivers() / (type + ".so")).string() +
+               " (ID: " + driverID + ")...";
+    }
+};
+
+TEST_F(Failures, MissingDescriptorDirectoryIsNamedAndTheRestRuns) {
+    configure("Recorder");
+    HostProcess& host = start({"--drivers", workplace().directory() / "absent"});
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), HasSubstr((workplace().directory() / "absent").string()));
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+TEST_F(Failures, MissingConfigurationLeavesThePanelRunning) {
+    HostProcess& host = start();
+    host.type("sendFID PANEL.MACRO.STOP");
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string()));
+    EXPECT_THAT(host.output(), HasSubstr("(ID: PANEL)...OK\n"));
+}
+
+TEST_F(Failures, IllFormedConfigurationIsNamedWithTheReason) {
+    writeFile(workplace().configuration(), "<workplaces><workplace id=\"0\"></workplaces>");
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), HasSubstr("Failed to open \"" + workplace().configuration().string() +
+                                      "\" ('Error reading end tag.')"));
+}
+
+TEST_F(Failures, WrongElementInTheConfigurationIsNamedWithItsLine) {
+    writeFile(workplace().configuration(), "<workplaces>\n<workplace id=\"0\"/>\n<desk/>\n</workplaces>\n");
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(),
+                HasSubstr("Parse error in \"" + workplace().configuration().string() + "\" line 3"));
+}
+
+TEST_F(Failures, WorkplaceNumberOutOfRangeIsNamedWithItsLine) {
+    writeFile(workplace().configuration(), "<workplaces>\n<workplace id=\"8\"/>\n</workplaces>\n");
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), HasSubstr("Workplace ID missing or invalid in \"" +
+                                      workplace().configuration().string() + "\" line 2"));
+}
+
+TEST_F(Failures, DirectoryAsConfigurationDoesNoHarm) {
+    fs::create_directory(workplace().configuration());
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string()));
+    EXPECT_THAT(host.output(), HasSubstr("(ID: PANEL)...OK\n"));
+}
+
+TEST_F(Failures, PipeAsConfigurationDoesNotHoldUpTheStart) {
+    ASSERT_EQ(mkfifo(workplace().configuration().c_str(), 0600), 0);
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string()));
+    EXPECT_THAT(host.output(), HasSubstr("(ID: PANEL)...OK\n"));
+}
+
+TEST_F(Failures, PipeAsDescriptorIsLeftOutAndNamed) {
+    configure("Recorder");
+    ASSERT_EQ(mkfifo((workplace().drivers() / "pipe.xml").c_str(), 0600), 0);
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), HasSubstr("pipe.xml"));
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+TEST_F(Failures, IllFormedDescriptorIsReportedAndTheOthersAreRead) {
+    configure("Recorder");
+    writeFile(workplace().drivers() / "a.xml", "<mfDriverModule><module_type></mfDriverModule>");
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.output(), HasSubstr("error: Error reading end tag.\n"));
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+TEST_F(Failures, DescriptorWithoutModuleFileFailsThatDriverAlone) {
+    configure("Gone");
+    workplace().describe("Gone", "Gone.so");
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.output(), HasSubstr(loading("BAD", "Gone") + "FAILED!\n"));
+    EXPECT_THAT(host.log(), HasSubstr("Failed to load \"BAD\" mainframe driver"));
+    EXPECT_THAT(host.log(), HasSubstr("No such file or directory"));
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+TEST_F(Failures, MissingSymbolIsNamed) {
+    configure("MissingSymbol");
+    workplace().addModule("MissingSymbol");
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.output(), HasSubstr(loading("BAD", "MissingSymbol") + "FAILED!\n"));
+    EXPECT_THAT(host.log(), HasSubstr("undefined symbol"));
+    EXPECT_THAT(host.log(), HasSubstr("mfdTestSymbolThatNobodyDefines"));
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+TEST_F(Failures, ModuleThatAnswersNothingStaysLoadedAndTakesNoFid) {
+    configure("AnswersNothing");
+    workplace().addModule("AnswersNothing");
+    HostProcess& host = start({"--log-level", "5"});
+    host.type("sendFID BAD.x");
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.output(), HasSubstr(loading("BAD", "AnswersNothing") + "OK\n"));
+    EXPECT_THAT(host.log(), HasSubstr("MDM: BAD.x ( ) received."));
+    EXPECT_THAT(host.log(), HasSubstr("MDM:  -> but not dispatched"));
+}
+
+TEST_F(Failures, MissingWrapperFailsTheDriversInProcessesAlone) {
+    workplace().addModule("Recorder");
+    workplace().configure(Workplace::entry("BAD", "Recorder", "queue") +
+                          Workplace::entry("GOOD", "Recorder", "direct"));
+    // The wrapper is looked for beside the running program.
+    fs::create_directory(workplace().directory() / "bin");
+    fs::copy_file(Workplace::build() / "bin/mfhost", workplace().directory() / "bin/mfhost");
+    fs::create_directory_symlink(Workplace::build() / "lib", workplace().directory() / "lib");
+    HostProcess::Start call = workplace().host();
+    call.program = workplace().directory() / "bin/mfhost";
+    HostProcess& host = start(call);
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.output(), HasSubstr("\nFailed to create MFD process.\n"));
+    EXPECT_THAT(host.log(), HasSubstr((workplace().directory() / "bin/mfddllwrap").string()));
+    EXPECT_THAT(host.log(), HasSubstr("Failed to load \"BAD\" mainframe driver"));
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+TEST_F(Failures, FullDiskFailsTheDriverWhoseDirectoryDoesNotFit) {
+    configure("Recorder");
+    // A small disk with room for what the panel needs and not one file more.
+    ASSERT_EQ(mount("tmpfs", workplace().workdir().c_str(), "tmpfs", 0, "size=64k,nr_inodes=9"), 0);
+    for (const char* name : {"data", "data/PANEL", "nvram", "nvram/PANEL", "data/GOOD", "nvram/GOOD"})
+        fs::create_directory(workplace().workdir() / name);
+    while (!fs::exists(workplace().workdir() / "full")) {
+        std::error_code error;
+        static int s_number = 0;
+        if (!fs::create_directory(workplace().workdir() / ("filler" + std::to_string(s_number++)), error))
+            break;
+    }
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.output(), HasSubstr("Failed to create working directory data/BAD for MF driver BAD\n"));
+    EXPECT_THAT(host.log(), HasSubstr("No space left on device"));
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+TEST_F(Failures, FileWhereAWorkingDirectoryBelongsIsNamed) {
+    configure("Recorder");
+    fs::create_directory(workplace().workdir() / "data");
+    writeFile(workplace().workdir() / "data/BAD", "");
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.output(), HasSubstr("Failed to create working directory data/BAD for MF driver BAD\n"));
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+TEST_F(Failures, DirectoryWhereALinkBelongsIsNamed) {
+    configure("Recorder");
+    fs::create_directories("/var/data/BAD/full");
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.output(), HasSubstr("Failed to create symlink to file driver working directory " +
+                                         (workplace().workdir() / "data/BAD").string() +
+                                         " -> /var/data/BAD for MF driver BAD\n"));
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+TEST_F(Failures, MissingPanelModuleEndsTheHost) {
+    workplace().configure("");
+    HostProcess::Start call = workplace().host();
+    call.arguments = {"--drivers", workplace().drivers(), "--config", workplace().configuration(),
+                      "--workdir", workplace().workdir()};
+    workplace().describe("Panel", "Panel.so");
+    HostProcess& host = start(call);
+    EXPECT_EQ(host.waitForEnd(), 1);
+    EXPECT_THAT(host.output(), HasSubstr("(ID: PANEL)...FAILED!\n"));
+    EXPECT_THAT(host.log(), HasSubstr("Failed to start panel driver"));
+}
+
+TEST_F(Failures, SecondHostOnTheSameDataDirectoryIsKeptOut) {
+    configure("Recorder");
+    HostProcess& first = start();
+    ASSERT_TRUE(first.waitForOutput(loading("GOOD", "Recorder") + "OK\n"));
+    const Workplace other;
+    other.configure("");
+    HostProcess second(other.host());
+    EXPECT_EQ(second.waitForEnd(), 1);
+    EXPECT_THAT(second.log(), HasSubstr("/var/data"));
+    EXPECT_TRUE(fs::is_symlink("/var/data/GOOD"));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Failures, FileWhereTheDataDirectoryBelongsEndsTheHost) {
+    configure("Recorder");
+    fs::remove("/var/data");
+    writeFile("/var/data", "");
+    HostProcess& host = start();
+    EXPECT_EQ(host.waitForEnd(), 1);
+    EXPECT_THAT(host.log(), HasSubstr("/var/data"));
+}
+
+// Wrong usage needs no private machine: nothing is touched.
+TEST(Usage, MissingOptionsAreWrongUsage) {
+    const Workplace workplace;
+    HostProcess::Start call = workplace.host();
+    call.arguments.clear();
+    HostProcess host(call);
+    EXPECT_EQ(host.waitForEnd(), 2);
+    EXPECT_THAT(host.log(), HasSubstr("--drivers is required"));
+    EXPECT_EQ(host.output(), "");
+}
+
+TEST(Usage, UnknownOptionIsWrongUsage) {
+    const Workplace workplace;
+    HostProcess host(workplace.host({"--frobnicate"}));
+    EXPECT_EQ(host.waitForEnd(), 2);
+    EXPECT_THAT(host.log(), HasSubstr("--frobnicate"));
+}
+
+TEST(Usage, LogLevelOutOfRangeIsWrongUsage) {
+    const Workplace workplace;
+    HostProcess host(workplace.host({"--log-level", "6"}));
+    EXPECT_EQ(host.waitForEnd(), 2);
+    EXPECT_THAT(host.log(), HasSubstr("--log-level"));
+}

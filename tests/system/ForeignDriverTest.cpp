@@ -1,0 +1,56 @@
+#include "SystemTest.h"
+
+using testing::HasSubstr;
+
+// A driver that knows the interfaces and the driver macro alone, in the host's process and in one of its own.
+class ForeignDriver : public SystemTest {
+protected:
+    void SetUp() override {
+        SystemTest::SetUp();
+        if (IsSkipped())
+            return;
+        giveAdapter();
+        std::filesystem::copy_file(Workplace::build() / "lib/foreign/ForeignDriver.so",
+                                   workplace().drivers() / "ForeignDriver.so");
+        workplace().describe("Foreign", "ForeignDriver.so");
+    }
+
+    HostProcess& startWith(const std::string& interfaceType) {
+        workplace().configure(Workplace::entry("FOREIGN", "Foreign", interfaceType));
+        HostProcess& host = start();
+        host.type("state FOREIGN.*");
+        return host;
+    }
+
+    std::string told() { return readFile(workplace().workdir() / "nvram/FOREIGN/told.txt"); }
+    std::string configuration() {
+        return "configuration 0 FOREIGN data/FOREIGN 192.0.2.10 eth0 192.0.2.10 " +
+               (workplace().workdir() / "nvram/FOREIGN").string() + "\n";
+    }
+};
+
+TEST_F(ForeignDriver, InTheHostsProcessIsToldItsConfigurationAndGetsNoDistributor) {
+    startWith("direct");
+    EXPECT_EQ(end(), 0);
+    EXPECT_EQ(told(), configuration() + "completed panel=yes distributor=no system=yes\ndeinitialize\n");
+}
+
+TEST_F(ForeignDriver, InAProcessOfItsOwnIsToldTheSameAndGetsADistributor) {
+    startWith("queue");
+    EXPECT_EQ(end(), 0);
+    EXPECT_EQ(told(), configuration() + "completed panel=yes distributor=yes system=yes\ndeinitialize\n");
+}
+
+TEST_F(ForeignDriver, InTheHostsProcessGetsFidsWithTheirParametersInOrder) {
+    HostProcess& host = startWith("direct");
+    host.type("sendFID FOREIGN.A.B two=2 one= two=3");
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(told(), HasSubstr("fid A.B two=2 one=two=3\n"));
+}
+
+TEST_F(ForeignDriver, InAProcessOfItsOwnGetsFidsWithTheirParametersInOrder) {
+    HostProcess& host = startWith("queue");
+    host.type("sendFID FOREIGN.A.B two=2 one=1 two=3");
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(told(), HasSubstr("fid A.B two=2 one=1 two=3\n"));
+}

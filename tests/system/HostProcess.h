@@ -1,0 +1,58 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// A running mfhost (or any other program): what is typed into it goes through a pipe, what it writes is kept
+/// in two files. Each wait ends after a generous time and then says no. Killed with the object.
+class HostProcess {
+public:
+    struct Start {
+        std::filesystem::path program;
+        std::vector<std::string> arguments;
+        std::map<std::string, std::string> environment;  ///< beside the test's own
+        std::filesystem::path files;                     ///< directory for what it writes
+    };
+    explicit HostProcess(const Start& start);
+    ~HostProcess();
+    HostProcess(const HostProcess&) = delete;
+    HostProcess& operator=(const HostProcess&) = delete;
+
+    pid_t pid() const { return m_pid; }
+
+    void type(const std::string& line);
+    void closeInput();
+    void signal(int number) const;
+
+    /// What it has written so far to standard output and to standard error.
+    std::string output() const;
+    std::string log() const;
+    /// Whether the text is there by now or comes in time.
+    bool waitForOutput(const std::string& text) const;
+    /// The same for a text behind the last occurrence of another.
+    bool waitForOutputAfter(const std::string& earlier, const std::string& text) const;
+    bool waitForLog(const std::string& text) const;
+
+    /// Its exit code, or 128 and the signal that ended it; nothing when it is still there after that long.
+    std::optional<int> waitForEnd(int seconds = 30);
+
+    /// Process IDs of its children.
+    std::vector<pid_t> children() const;
+    /// Process ID of the child whose title begins with this driver ID; 0 when there is none.
+    pid_t driverProcess(const std::string& driverID) const;
+
+private:
+    std::filesystem::path m_outputFile;
+    std::filesystem::path m_logFile;
+    pid_t m_pid = -1;
+    int m_input = -1;
+    std::optional<int> m_exit;
+};
+
+/// Whether the process is gone, or is so within that time. A process that nobody has reaped yet is gone.
+bool endsWithin(pid_t pid, int milliseconds);

@@ -1,0 +1,126 @@
+#include <signal.h>
+
+#include <filesystem>
+
+#include "SystemTest.h"
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+
+// How drivers and their processes end: in order, when they hold things up, and when the host is killed.
+class Shutdown : public SystemTest {
+protected:
+    void SetUp() override {
+        SystemTest::SetUp();
+        if (!IsSkipped())
+            giveAdapter();
+    }
+
+    HostProcess& startWith(const std::string& type, const std::string& interfaceType,
+                           const std::vector<std::string>& options = {}) {
+        workplace().addModule(type);
+        workplace().configure(Workplace::entry("AXIS1", type, interfaceType));
+        HostProcess& host = start(options);
+        EXPECT_TRUE(host.waitForOutput("(ID: AXIS1)...")) << host.log();
+        return host;
+    }
+
+    /// Waits until the command thread has come past the start.
+    static void waitUntilStarted(HostProcess& host) {
+        host.type("sendFID NOBODY.started");
+        ASSERT_TRUE(host.waitForLog("MDM: NOBODY.started ( ) received.")) << host.log();
+    }
+
+    static bool queuesAreLeft() {
+        for (const auto& entry : fs::recursive_directory_iterator("/dev/shm"))
+            if (!entry.is_directory())
+                return true;
+        return false;
+    }
+};
+
+TEST_F(Shutdown, LeavesNoProcessAndNoQueue) {
+    HostProcess& host = startWith("Recorder", "queue", {"--log-level", "5"});
+    waitUntilStarted(host);
+    const pid_t driver = host.driverProcess("AXIS1");
+    ASSERT_NE(driver, 0);
+    ASSERT_TRUE(queuesAreLeft());
+    EXPECT_EQ(end(), 0);
+    EXPECT_TRUE(endsWithin(driver, 0));
+    EXPECT_FALSE(queuesAreLeft());
+}
+
+TEST_F(Shutdown, LeavesTheLinksOfTheDrivers) {
+    startWith("Recorder", "direct");
+    EXPECT_EQ(end(), 0);
+    EXPECT_EQ(fs::read_symlink("/var/data/AXIS1"), workplace().workdir() / "data/AXIS1");
+    EXPECT_EQ(fs::read_symlink("/var/data/PANEL"), workplace().workdir() / "data/PANEL");
+}
+
+TEST_F(Shutdown, TerminationSignalShutsDownInOrder) {
+    HostProcess& host = startWith("Recorder", "queue", {"--log-level", "5"});
+    waitUntilStarted(host);
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.waitForEnd(), 0);
+    EXPECT_THAT(host.output(), HasSubstr("Deinitializing MF driver ID: AXIS1...OK\n"));
+    EXPECT_THAT(readFile(workplace().workdir() / "nvram/AXIS1/record.txt"), HasSubstr("deinitialize\n"));
+}
+
+TEST_F(Shutdown, DriverThatIgnoresItsEndIsKilledByAReloadAndStartsAgain) {
+    HostProcess& host = startWith("IgnoresDeinit", "queue", {"--log-level", "5", "--stop-timeout", "1"});
+    waitUntilStarted(host);
+    const pid_t old = host.driverProcess("AXIS1");
+    ASSERT_NE(old, 0);
+    host.type("reloadDriver AXIS1");
+    host.type("sendFID NOBODY.reloaded");
+    ASSERT_TRUE(host.waitForLog("MDM: NOBODY.reloaded ( ) received.")) << host.log();
+    EXPECT_TRUE(endsWithin(old, 0));
+    const pid_t fresh = host.driverProcess("AXIS1");
+    EXPECT_NE(fresh, 0);
+    EXPECT_NE(fresh, old);
+    EXPECT_THAT(host.log(), HasSubstr("AXIS1"));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Shutdown, DriverThatIgnoresItsEndIsKilledAtTheEndOfTheHost) {
+    HostProcess& host = startWith("IgnoresDeinit", "queue", {"--log-level", "5", "--stop-timeout", "1"});
+    waitUntilStarted(host);
+    const pid_t driver = host.driverProcess("AXIS1");
+    ASSERT_NE(driver, 0);
+    EXPECT_EQ(end(), 0);
+    EXPECT_TRUE(endsWithin(driver, 0));
+    EXPECT_FALSE(queuesAreLeft());
+}
+
+TEST_F(Shutdown, KilledHostTakesItsDriverProcessesAlong) {
+    HostProcess& host = startWith("Recorder", "queue", {"--log-level", "5"});
+    waitUntilStarted(host);
+    const pid_t driver = host.driverProcess("AXIS1");
+    ASSERT_NE(driver, 0);
+    host.signal(SIGKILL);
+    EXPECT_EQ(host.waitForEnd(), 128 + SIGKILL);
+    // Two seconds, and some for a loaded machine.
+    EXPECT_TRUE(endsWithin(driver, 4000));
+    EXPECT_THAT(readFile(workplace().workdir() / "nvram/AXIS1/record.txt"), HasSubstr("deinitialize\n"));
+}
+
+TEST_F(Shutdown, KilledHostTakesAlongEvenADriverThatIgnoresItsEnd) {
+    HostProcess& host = startWith("IgnoresDeinit", "queue", {"--log-level", "5"});
+    waitUntilStarted(host);
+    const pid_t driver = host.driverProcess("AXIS1");
+    ASSERT_NE(driver, 0);
+    host.signal(SIGKILL);
+    EXPECT_TRUE(endsWithin(driver, 4000));
+}
+
+TEST_F(Shutdown, AfterAKilledHostTheNextOneStarts) {
+    HostProcess& killed = startWith("Recorder", "queue", {"--log-level", "5"});
+    waitUntilStarted(killed);
+    const pid_t driver = killed.driverProcess("AXIS1");
+    killed.signal(SIGKILL);
+    ASSERT_TRUE(endsWithin(driver, 4000));
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.output(), HasSubstr("m_driverID=AXIS1\nOK\n"));
+}

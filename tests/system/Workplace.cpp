@@ -1,0 +1,77 @@
+#include "Workplace.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace fs = std::filesystem;
+
+Workplace::Workplace() {
+    std::string name = fs::temp_directory_path() / "mfd-system-XXXXXX";
+    if (!mkdtemp(name.data()))
+        throw std::runtime_error("no temporary directory " + name);
+    m_directory = name;
+    fs::create_directory(drivers());
+    fs::create_directory(workdir());
+}
+
+Workplace::~Workplace() {
+    std::error_code ignored;
+    fs::remove_all(m_directory, ignored);
+}
+
+fs::path Workplace::build() {
+    return MFD_BUILD_DIR;
+}
+
+void Workplace::addModule(const std::string& name) const {
+    fs::copy_file(build() / "lib/testmodules" / (name + ".so"), drivers() / (name + ".so"));
+    describe(name, name + ".so");
+}
+
+void Workplace::describe(const std::string& type, const std::string& fileName) const {
+    writeFile(drivers() / (type + ".xml"),
+              "<?xml version=\"1.0\"?>\n<mfDriverModule>\n    <module_type name=\"" + fileName +
+                  "\" type=\"" + type +
+                  "\" description=\"\" version=\"1.0\" pdlFile=\"\" prefix=\"\"/>\n"
+                  "</mfDriverModule>\n");
+}
+
+void Workplace::configure(const std::string& entries) const {
+    writeFile(configuration(), "<?xml version=\"1.0\"?>\n<workplaces>\n<workplace id=\"0\">\n" + entries +
+                                   "</workplace>\n</workplaces>\n");
+}
+
+std::string Workplace::entry(const std::string& driverID, const std::string& type,
+                             const std::string& interfaceType, const std::string& further) {
+    return "<mainframeDriver driverID=\"" + driverID + "\" driverType=\"" + type +
+           "\" version=\"1.0\" workingDirectory=\"data/" + driverID + "\" interfaceType=\"" + interfaceType +
+           "\" " + further + "/>\n";
+}
+
+HostProcess::Start Workplace::host(const std::vector<std::string>& options) const {
+    HostProcess::Start start;
+    start.program = build() / "bin/mfhost";
+    start.arguments = {"--drivers", build() / "lib/mfdrivers", "--drivers", drivers(),
+                       "--config",  configuration(),           "--workdir", workdir()};
+    start.arguments.insert(start.arguments.end(), options.begin(), options.end());
+    start.files = m_directory;
+    return start;
+}
+
+void writeFile(const fs::path& path, const std::string& text) {
+    std::ofstream file(path);
+    file << text << std::flush;
+    if (!file)
+        throw std::runtime_error("cannot write " + path.string());
+}
+
+std::string readFile(const fs::path& path) {
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
