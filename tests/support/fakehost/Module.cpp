@@ -18,4 +18,6 @@ IInterface* Module::queryInterface(unsigned int id) {
     return m_pImpl->pDriver->queryInterface(id);
 }
 
+void Module::setObserver(Observer*) {}
+
 }  // namespace sal

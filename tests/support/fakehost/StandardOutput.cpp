@@ -67,4 +67,10 @@ std::vector<std::string> StandardOutput::fresh() {
     return {line};
 }
 
+std::string printedBy(const std::function<void()>& action) {
+    StandardOutput output;
+    action();
+    return output.text();
+}
+
 }  // namespace fakehost

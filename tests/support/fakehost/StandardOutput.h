@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -32,5 +33,8 @@ private:
     bool m_observing = false;
     std::size_t m_journaled = 0;
 };
+
+/// What the process writes to standard output while action runs.
+std::string printedBy(const std::function<void()>& action);
 
 }  // namespace fakehost

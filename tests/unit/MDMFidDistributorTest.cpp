@@ -1,0 +1,607 @@
+#include "MDMFidDistributor.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <memory>
+#include <thread>
+
+#include "FIDParameterList.h"
+#include "FakeHost.h"
+#include "RecordingFunctionID.h"
+#include "RecordingMacroSystem.h"
+#include "RecordingPanelState.h"
+#include "RecordingSystem.h"
+#include "StandardOutput.h"
+#include "sal/CmdParameters.h"
+
+namespace {
+
+struct Hub {
+    fakehost::FakeHost host;
+    std::unique_ptr<MDMFidDistributor> pSut = std::make_unique<MDMFidDistributor>();
+    MDMFidDistributor& sut = *pSut;
+
+    Hub() { host.journal().clear(); }
+    std::vector<std::string> calls() { return host.journal().lines(); }
+    bool command(bool (MDMFidDistributor::*handler)(sal::CmdParameters&),
+                 std::vector<std::string> arguments) {
+        sal::CmdParameters parameters(std::move(arguments));
+        return (sut.*handler)(parameters);
+    }
+    /// The FID and pairs that "sendFID" with these arguments hands to the driver A.
+    std::vector<std::string> sentBy(std::vector<std::string> arguments) {
+        RecordingFunctionID driver("A");
+        sut.addDriverPort("A", &driver);
+        host.journal().clear();
+        EXPECT_TRUE(command(&MDMFidDistributor::shellCmdSendFID, std::move(arguments)));
+        const auto result = host.journal().linesOf({"A"});
+        sut.addDriverPort("A", nullptr);
+        return result;
+    }
+};
+
+class TestSegmentPointer : public FIDSegmentPointer {
+public:
+    void pointAt(const char* pText) { m_pSegment = pText; }
+};
+
+using Calls = std::vector<std::string>;
+
+}  // namespace
+
+// Routing.
+
+TEST(MDMFidDistributor, FidReachesTheNamedDriverWithTheRestOfItsText) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("PANEL", &driver);
+    FIDParameterList parameters;
+    parameters.add("a", "5");
+    s.sut.dispatchFID("PANEL.KEY.F1", parameters);
+    EXPECT_EQ(s.calls(),
+              (Calls{"log MDM 5: MDM: PANEL.KEY.F1 ( a=5) received.", "driver sendFID KEY.F1 {a=5}"}));
+}
+
+TEST(MDMFidDistributor, ReceivedLineHoldsTheParametersText) {
+    Hub s;
+    FIDParameterList parameters;
+    parameters.add("x", "1");
+    parameters.add("y", "2");
+    s.sut.dispatchFID("NODOT", parameters);
+    EXPECT_EQ(s.calls(), Calls{"log MDM 5: MDM: NODOT ( x=1, y=2) received."});
+}
+
+TEST(MDMFidDistributor, FidForAnUnknownDriverIsLoggedAsNotDispatched) {
+    Hub s;
+    s.sut.dispatchFID("NOPE.x", FIDParameterList());
+    EXPECT_EQ(s.calls(),
+              (Calls{"log MDM 5: MDM: NOPE.x ( ) received.", "log MDM 5: MDM:  -> but not dispatched"}));
+}
+
+TEST(MDMFidDistributor, FidWithoutADotIsLoggedOnceAndGoesNowhere) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("NODOT", &driver);
+    s.sut.dispatchFID("NODOT", FIDParameterList());
+    EXPECT_EQ(s.calls(), Calls{"log MDM 5: MDM: NODOT ( ) received."});
+}
+
+TEST(MDMFidDistributor, FidWithoutADotIsToldToTheMacroSystem) {
+    Hub s;
+    RecordingMacroSystem macros;
+    s.sut.setMacroSystem(&macros);
+    s.sut.dispatchFID("NODOT", FIDParameterList());
+    EXPECT_EQ(s.calls(), (Calls{"log MDM 5: MDM: NODOT ( ) received.", "macro fidDispatched NODOT {}"}));
+}
+
+TEST(MDMFidDistributor, MacroSystemIsToldTheWholeFidBeforeTheDriver) {
+    Hub s;
+    RecordingMacroSystem macros;
+    RecordingFunctionID driver("driver");
+    s.sut.setMacroSystem(&macros);
+    s.sut.addDriverPort("A", &driver);
+    FIDParameterList parameters;
+    parameters.add("a", "5");
+    s.sut.dispatchFID("A.x", parameters);
+    EXPECT_EQ(s.calls(), (Calls{"log MDM 5: MDM: A.x ( a=5) received.", "macro fidDispatched A.x {a=5}",
+                                "driver sendFID x {a=5}"}));
+}
+
+TEST(MDMFidDistributor, MacroSystemIsToldOfAFidThatNobodyTakes) {
+    Hub s;
+    RecordingMacroSystem macros;
+    s.sut.setMacroSystem(&macros);
+    s.sut.dispatchFID("NOPE.x", FIDParameterList());
+    EXPECT_EQ(s.calls(), (Calls{"log MDM 5: MDM: NOPE.x ( ) received.", "macro fidDispatched NOPE.x {}",
+                                "log MDM 5: MDM:  -> but not dispatched"}));
+}
+
+TEST(MDMFidDistributor, MacroSystemThatWasTakenOutIsToldNothing) {
+    Hub s;
+    RecordingMacroSystem macros;
+    s.sut.setMacroSystem(&macros);
+    s.sut.setMacroSystem(nullptr);
+    s.sut.dispatchFID("A.x", FIDParameterList());
+    EXPECT_EQ(s.host.journal().linesOf({"macro"}), Calls{});
+}
+
+TEST(MDMFidDistributor, LeadingDotNamesTheEmptyDriverID) {
+    Hub s;
+    s.sut.dispatchFID(".x", FIDParameterList());
+    EXPECT_EQ(s.calls(),
+              (Calls{"log MDM 5: MDM: .x ( ) received.", "log MDM 5: MDM:  -> but not dispatched"}));
+}
+
+TEST(MDMFidDistributor, EmptyDriverIDIsRoutedWhenItHasAPort) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("", &driver);
+    s.sut.dispatchFID(".x", FIDParameterList());
+    EXPECT_EQ(s.host.journal().linesOf({"driver"}), Calls{"driver sendFID x {}"});
+}
+
+TEST(MDMFidDistributor, TrailingDotGivesAnEmptyFunction) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("A", &driver);
+    s.sut.dispatchFID("A.", FIDParameterList());
+    EXPECT_EQ(s.calls(), (Calls{"log MDM 5: MDM: A. ( ) received.", "driver sendFID  {}"}));
+}
+
+TEST(MDMFidDistributor, DriverIDsAreComparedExactly) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("PANEL", &driver);
+    s.sut.dispatchFID("panel.x", FIDParameterList());
+    s.sut.dispatchFID("PANE.x", FIDParameterList());
+    s.sut.dispatchFID("PANELS.x", FIDParameterList());
+    EXPECT_EQ(s.host.journal().linesOf({"driver"}), Calls{});
+}
+
+TEST(MDMFidDistributor, FidForAPortWithoutEndpointIsSwallowedWithoutANotDispatchedLine) {
+    Hub s;
+    s.sut.addDriverPort("A", nullptr);
+    s.sut.dispatchFID("A.x", FIDParameterList());
+    EXPECT_EQ(s.calls(), Calls{"log MDM 5: MDM: A.x ( ) received."});
+}
+
+TEST(MDMFidDistributor, ResultOfTheDriverIsNotLookedAt) {
+    Hub s;
+    RecordingFunctionID driver("driver", false);
+    s.sut.addDriverPort("A", &driver);
+    EXPECT_TRUE(s.sut.sendFID("A.x", FIDParameterList()));
+    EXPECT_EQ(s.calls(), (Calls{"log MDM 5: MDM: A.x ( ) received.", "driver sendFID x {}"}));
+}
+
+TEST(MDMFidDistributor, SendFidIsDispatchedWithItsLogLine) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("A", &driver);
+    FIDParameterList parameters;
+    parameters.add("a", "5");
+    s.sut.sendFID("A.x", parameters);
+    EXPECT_EQ(s.calls(), (Calls{"log MDM 5: MDM: A.x ( a=5) received.", "driver sendFID x {a=5}"}));
+}
+
+TEST(MDMFidDistributor, SendFidGoesThroughTheVirtualOperation) {
+    struct Derived : MDMFidDistributor {
+        void dispatchFID(const std::string& fid, const FIDParameterList&) const override {
+            fakehost::Journal::instance().note("derived " + fid);
+        }
+    };
+    fakehost::FakeHost host;
+    Derived sut;
+    host.journal().clear();
+    sut.sendFID("A.x", FIDParameterList());
+    EXPECT_EQ(host.journal().lines(), Calls{"derived A.x"});
+}
+
+// Subscriptions.
+
+TEST(MDMFidDistributor, SubscriptionReachesTheNamedDriverSilently) {
+    Hub s;
+    RecordingMacroSystem macros;
+    RecordingFunctionID driver("driver");
+    s.sut.setMacroSystem(&macros);
+    s.sut.addDriverPort("A", &driver);
+    s.sut.subscribe("A.x.y");
+    EXPECT_EQ(s.calls(), Calls{"driver subscribe x.y"});
+}
+
+TEST(MDMFidDistributor, SubscriptionForAnUnknownDriverDoesNothing) {
+    Hub s;
+    s.sut.subscribe("A.x");
+    EXPECT_EQ(s.calls(), Calls{});
+}
+
+TEST(MDMFidDistributor, SubscriptionWithoutADotDoesNothing) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("A", &driver);
+    s.sut.subscribe("A");
+    EXPECT_EQ(s.calls(), Calls{});
+}
+
+TEST(MDMFidDistributor, ShowStateDoesNothing) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("A", &driver);
+    EXPECT_EQ(fakehost::printedBy([&] { s.sut.showState(); }), "");
+    EXPECT_EQ(s.calls(), Calls{});
+}
+
+// Ports.
+
+TEST(MDMFidDistributor, PortPutsTheDriverIDBeforeWhatTheDriverReports) {
+    Hub s;
+    RecordingPanelState panel;
+    s.sut.setPanelStateInterface(&panel);
+    IPanelState* pPort = s.sut.addDriverPort("A", nullptr);
+    ASSERT_NE(pPort, nullptr);
+    pPort->setStateValueInt("LAMP", 3);
+    EXPECT_EQ(s.calls(), Calls{"panel setStateValueInt A.LAMP 3"});
+}
+
+TEST(MDMFidDistributor, LaterPanelStateTargetHoldsForEveryPort) {
+    Hub s;
+    RecordingPanelState first("first");
+    RecordingPanelState second("second");
+    s.sut.setPanelStateInterface(&first);
+    IPanelState* pPort = s.sut.addDriverPort("A", nullptr);
+    s.sut.setPanelStateInterface(&second);
+    pPort->setStateValue("x", "1");
+    EXPECT_EQ(s.calls(), Calls{"second setStateValue A.x 1"});
+}
+
+TEST(MDMFidDistributor, SecondPortOfADriverIDReplacesTheFirst) {
+    Hub s;
+    RecordingFunctionID first("first");
+    RecordingFunctionID second("second");
+    s.sut.addDriverPort("A", &first);
+    s.sut.addDriverPort("A", &second);
+    s.sut.dispatchFID("A.x", FIDParameterList());
+    EXPECT_EQ(s.host.journal().linesOf({"first", "second"}), Calls{"second sendFID x {}"});
+}
+
+TEST(MDMFidDistributor, ReplacedPortIsListedOnce) {
+    Hub s;
+    s.sut.addDriverPort("A", nullptr);
+    s.sut.addDriverPort("A", nullptr);
+    EXPECT_EQ(fakehost::printedBy([&] { s.sut.showUsedModules(); }), "A\n");
+}
+
+TEST(MDMFidDistributor, UsedModulesAreListedInByteOrder) {
+    Hub s;
+    s.sut.addDriverPort("a", nullptr);
+    s.sut.addDriverPort("B", nullptr);
+    s.sut.addDriverPort("B1", nullptr);
+    EXPECT_EQ(fakehost::printedBy([&] { s.sut.showUsedModules(); }), "B\nB1\na\n");
+}
+
+TEST(MDMFidDistributor, UsedModulesWithoutPortsPrintNothing) {
+    Hub s;
+    EXPECT_EQ(fakehost::printedBy([&] { s.sut.showUsedModules(); }), "");
+}
+
+TEST(MDMFidDistributor, DriversReportFollowsItsName) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("A", &driver);
+    s.sut.addDriverPort("B", nullptr);
+    {
+        fakehost::StandardOutput output;
+        output.intoJournal();
+        s.sut.showUsedModules();
+        output.journalNow();
+    }
+    EXPECT_EQ(s.calls(), (Calls{"stdout A\\0a", "driver showState", "stdout B\\0a"}));
+}
+
+TEST(MDMFidDistributor, DestructionTouchesNeitherDriversNorInterfaces) {
+    Hub s;
+    RecordingPanelState panel;
+    RecordingMacroSystem macros;
+    RecordingSystem system;
+    RecordingFunctionID driver("driver");
+    s.sut.setPanelStateInterface(&panel);
+    s.sut.setMacroSystem(&macros);
+    s.sut.setSystemInterface(&system);
+    s.sut.addDriverPort("A", &driver);
+    s.pSut.reset();
+    EXPECT_EQ(s.calls(), Calls{});
+}
+
+TEST(MDMFidDistributor, ReleasedDriverIsNotCalledAnyMoreAndItsPortStays) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("A", &driver);
+    s.sut.releaseDriver("A");
+    s.sut.dispatchFID("A.x", FIDParameterList());
+    EXPECT_EQ(s.calls(), Calls{"log MDM 5: MDM: A.x ( ) received."});
+    EXPECT_EQ(fakehost::printedBy([&] { s.sut.showUsedModules(); }), "A\n");
+}
+
+TEST(MDMFidDistributor, ReleasingAnUnknownDriverDoesNothing) {
+    Hub s;
+    s.sut.releaseDriver("A");
+    EXPECT_EQ(s.calls(), Calls{});
+}
+
+TEST(MDMFidDistributor, PortsMayBeAddedWhileFidsFlow) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    std::atomic<bool> stop{false};
+    std::thread sender([&] {
+        while (!stop)
+            s.sut.dispatchFID("A5.x", FIDParameterList());
+    });
+    for (int index = 0; index < 200; ++index)
+        s.sut.addDriverPort("A" + std::to_string(index % 10), &driver);
+    EXPECT_TRUE(s.host.journal().waitFor("driver sendFID x {}"));
+    stop = true;
+    sender.join();
+}
+
+TEST(MDMFidDistributor, DriversMayBeReleasedAndReplacedWhileFidsFlow) {
+    Hub s;
+    std::atomic<bool> stop{false};
+    std::thread sender([&] {
+        while (!stop)
+            s.sut.dispatchFID("A.x", FIDParameterList());
+    });
+    for (int index = 0; index < 100; ++index) {
+        RecordingFunctionID driver("driver");
+        s.sut.addDriverPort("A", &driver);
+        std::this_thread::yield();
+        s.sut.releaseDriver("A");
+    }
+    stop = true;
+    sender.join();
+    EXPECT_EQ(s.host.journal().count("driver gone"), 100);
+}
+
+TEST(MDMFidDistributor, DriverMayDispatchFromInsideItsOwnFid) {
+    struct Relay : RecordingFunctionID {
+        explicit Relay(MDMFidDistributor& hub) : RecordingFunctionID("relay"), m_hub(hub) {}
+        bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override {
+            RecordingFunctionID::sendFID(fid, parameters);
+            m_hub.dispatchFID("B.y", parameters);
+            return true;
+        }
+        MDMFidDistributor& m_hub;
+    };
+    Hub s;
+    Relay relay(s.sut);
+    RecordingFunctionID driver("B");
+    s.sut.addDriverPort("A", &relay);
+    s.sut.addDriverPort("B", &driver);
+    s.sut.dispatchFID("A.x", FIDParameterList());
+    EXPECT_EQ(s.host.journal().linesOf({"relay", "B"}), (Calls{"relay sendFID x {}", "B sendFID y {}"}));
+}
+
+// Panel state.
+
+TEST(MDMFidDistributor, StateOperationsReachTheTargetUnchanged) {
+    Hub s;
+    RecordingPanelState panel;
+    s.sut.setPanelStateInterface(&panel);
+    s.sut.setStateValue("A.a", "text");
+    s.sut.setStateValueFloat("A.b", 1.5F);
+    s.sut.setStateValueInt("A.c", 3);
+    s.sut.setStateValueBool("A.d", true);
+    s.sut.unsetStateValue("A.e");
+    s.sut.triggerEvent("A.f", "now");
+    EXPECT_EQ(s.calls(), (Calls{"panel setStateValue A.a text", "panel setStateValueFloat A.b 1.5",
+                                "panel setStateValueInt A.c 3", "panel setStateValueBool A.d true",
+                                "panel unsetStateValue A.e", "panel triggerEvent A.f now"}));
+}
+
+TEST(MDMFidDistributor, StateOperationsWithoutATargetDoNothing) {
+    Hub s;
+    s.sut.setStateValue("A.a", "text");
+    s.sut.setStateValueFloat("A.b", 1.5F);
+    s.sut.setStateValueInt("A.c", 3);
+    s.sut.setStateValueBool("A.d", true);
+    s.sut.unsetStateValue("A.e");
+    s.sut.triggerEvent("A.f", "now");
+    EXPECT_EQ(s.calls(), Calls{});
+}
+
+// Interfaces and construction.
+
+TEST(MDMFidDistributor, AnswersItsThreeInterfaces) {
+    Hub s;
+    EXPECT_EQ(dynamic_cast<IFunctionID*>(s.sut.queryInterface(1100)), static_cast<IFunctionID*>(&s.sut));
+    EXPECT_EQ(dynamic_cast<IPanelState*>(s.sut.queryInterface(1101)), static_cast<IPanelState*>(&s.sut));
+    EXPECT_EQ(dynamic_cast<IDistributorFID*>(s.sut.queryInterface(1106)),
+              static_cast<IDistributorFID*>(&s.sut));
+}
+
+TEST(MDMFidDistributor, AnswersNoOtherIdentifier) {
+    Hub s;
+    for (unsigned int id : {0u, 1012u, 1102u, 1103u, 1104u, 1105u, 1107u, 1109u, 1201u})
+        EXPECT_EQ(s.sut.queryInterface(id), nullptr) << id;
+}
+
+TEST(MDMFidDistributor, SystemInterfaceIsHeldAndNullAtFirst) {
+    Hub s;
+    RecordingSystem system;
+    EXPECT_EQ(s.sut.getSystemInterface(), nullptr);
+    s.sut.setSystemInterface(&system);
+    EXPECT_EQ(s.sut.getSystemInterface(), static_cast<ISystem*>(&system));
+}
+
+TEST(MDMFidDistributor, AsksForTheLogOutputOnce) {
+    fakehost::FakeHost host;
+    const MDMFidDistributor sut;
+    EXPECT_EQ(host.journal().lines(), Calls{"getLogOutput MDM"});
+}
+
+TEST(MDMFidDistributor, MissingLogManagerEndsTheProgram) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            fakehost::FakeHost host;
+            host.removeLogManager();
+            const MDMFidDistributor sut;
+        },
+        "assertion failed: s_pInstance\n");
+}
+
+TEST(MDMFidDistributor, MissingLogOutputEndsTheProgram) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            fakehost::FakeHost host;
+            host.fail("getLogOutput MDM");
+            const MDMFidDistributor sut;
+        },
+        "assertion failed: m_pLog\n");
+}
+
+TEST(MDMFidDistributor, SegmentPointersAreClassesThatMayBeDeletedThroughTheirBase) {
+    auto pSegment = std::make_unique<TestSegmentPointer>();
+    pSegment->pointAt("A.x");
+    std::unique_ptr<SegmentPointerBase> pSut = std::move(pSegment);
+    pSut.reset();
+    EXPECT_TRUE(std::has_virtual_destructor_v<SegmentPointerBase>);
+    EXPECT_EQ(sizeof(FIDSegmentPointer), 2 * sizeof(void*));
+}
+
+// Console commands.
+
+TEST(MDMFidDistributor, SetStateValueCommandPassesBothArgumentsOn) {
+    Hub s;
+    RecordingPanelState panel;
+    s.sut.setPanelStateInterface(&panel);
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdSetStateValue, {"PANEL.LAMP", "1"}));
+    EXPECT_EQ(s.calls(), Calls{"panel setStateValue PANEL.LAMP 1"});
+}
+
+TEST(MDMFidDistributor, UnsetStateValueCommandPassesTheKeyOn) {
+    Hub s;
+    RecordingPanelState panel;
+    s.sut.setPanelStateInterface(&panel);
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdUnsetStateValue, {"PANEL.LAMP"}));
+    EXPECT_EQ(s.calls(), Calls{"panel unsetStateValue PANEL.LAMP"});
+}
+
+TEST(MDMFidDistributor, TriggerEventCommandPassesBothArgumentsOn) {
+    Hub s;
+    RecordingPanelState panel;
+    s.sut.setPanelStateInterface(&panel);
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdTriggerEvent, {"PANEL.ALARM", "hot"}));
+    EXPECT_EQ(s.calls(), Calls{"panel triggerEvent PANEL.ALARM hot"});
+}
+
+TEST(MDMFidDistributor, StateCommandsWithoutArgumentsPassEmptyTextsAndSucceed) {
+    Hub s;
+    RecordingPanelState panel;
+    s.sut.setPanelStateInterface(&panel);
+    EXPECT_EQ(fakehost::printedBy([&] {
+                  EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdSetStateValue, {}));
+                  EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdUnsetStateValue, {}));
+                  EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdTriggerEvent, {}));
+              }),
+              "");
+    EXPECT_EQ(s.calls(), (Calls{"panel setStateValue  ", "panel unsetStateValue ", "panel triggerEvent  "}));
+}
+
+TEST(MDMFidDistributor, StateCommandsWithoutATargetAreSilentAndSucceed) {
+    Hub s;
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdSetStateValue, {"a", "1"}));
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdUnsetStateValue, {"a"}));
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdTriggerEvent, {"a", "1"}));
+    EXPECT_EQ(s.calls(), Calls{});
+}
+
+TEST(MDMFidDistributor, SendFidCommandAlonePrintsItsUsageAndFails) {
+    Hub s;
+    EXPECT_EQ(fakehost::printedBy([&] { EXPECT_FALSE(s.command(&MDMFidDistributor::shellCmdSendFID, {})); }),
+              "Usage: sendFID <FID> [<parameter name>=<parameter value> [...]]\n");
+    EXPECT_EQ(s.calls(), Calls{});
+}
+
+TEST(MDMFidDistributor, SendFidCommandWithAFidAloneSendsNoParameters) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE"}), Calls{"A sendFID MOVE {}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandTakesEveryFormOfAParameter) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "x=1", "y=", "2", "z", "3", "w", "=4"}),
+              Calls{"A sendFID MOVE {x=1, y=2, z=3, w=4}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandTakesALoneEqualsSignBetweenNameAndValue) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a", "=", "5", "b", "=", "6"}), Calls{"A sendFID MOVE {a=5, b=6}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandKeepsFurtherEqualsSignsInTheValue) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a=b=c"}), Calls{"A sendFID MOVE {a=b=c}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandSplitsAtTheFirstEqualsSign) {
+    Hub s;
+    RecordingMacroSystem unused;
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdSendFID, {"A.MOVE", "a=b=", "next"}));
+    EXPECT_EQ(s.calls().front(), "log MDM 5: MDM: A.MOVE ( a=b=, next=) received.");
+}
+
+TEST(MDMFidDistributor, SendFidCommandTakesALoneEqualsSignAsTheEmptyName) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "=", "5"}), Calls{"A sendFID MOVE {=5}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandTakesALeadingEqualsSignAsTheEmptyName) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "=5"}), Calls{"A sendFID MOVE {=5}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandKeepsEqualsSignsInsideASeparateValue) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a", "b=c"}), Calls{"A sendFID MOVE {a=b=c}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandDropsOneLeadingEqualsSignOfASeparateValue) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a", "==5"}), Calls{"A sendFID MOVE {a==5}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandTakesTheValueBehindNameEqualsAsItIs) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a=", "=5"}), Calls{"A sendFID MOVE {a==5}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandGivesANameAtTheEndTheEmptyValue) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a"}), Calls{"A sendFID MOVE {a=}"});
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a="}), Calls{"A sendFID MOVE {a=}"});
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a", "="}), Calls{"A sendFID MOVE {a=}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandKeepsRepeatedNames) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a=1", "a=2"}), Calls{"A sendFID MOVE {a=1, a=2}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandForAnUnknownDriverPrintsNothingAndSucceeds) {
+    Hub s;
+    EXPECT_EQ(
+        fakehost::printedBy([&] { EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdSendFID, {"NOPE.x"})); }),
+        "");
+    EXPECT_EQ(s.calls(),
+              (Calls{"log MDM 5: MDM: NOPE.x ( ) received.", "log MDM 5: MDM:  -> but not dispatched"}));
+}
+
+TEST(MDMFidDistributor, ListDriversCommandListsThePorts) {
+    Hub s;
+    s.sut.addDriverPort("A", nullptr);
+    EXPECT_EQ(
+        fakehost::printedBy([&] { EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdListDrivers, {})); }),
+        "A\n");
+}
