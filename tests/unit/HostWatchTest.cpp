@@ -1,0 +1,123 @@
+#include "HostWatch.h"
+
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+/// A host whose end the test decides: of its queues, and of its process, which an eventfd stands for.
+class ScriptedHost {
+public:
+    ~ScriptedHost() { close(processFd); }
+
+    HostWatch::Settings settings(bool known) {
+        return {.hostFd = known ? processFd : -1,
+                .grace = 100ms,
+                .stopTimeout = 400ms,
+                .waitForHostEnd = [released = released.get_future().share()] { released.wait(); },
+                .onHostEnd = [this] { ended.set_value(); },
+                .onOverdue = [this] { overdue.set_value(Clock::now()); }};
+    }
+    void letGoOfQueues() { released.set_value(); }
+    void die() { eventfd_write(processFd, 1); }
+
+    const int processFd = eventfd(0, EFD_CLOEXEC);
+    std::promise<void> released;
+    std::promise<void> ended;
+    std::promise<Clock::time_point> overdue;
+};
+
+constexpr auto hangGuard = 30s;
+
+TEST(HostWatch, SaysThatTheHostLetGo) {
+    ScriptedHost host;
+    HostWatch sut(host.settings(true));
+    auto ended = host.ended.get_future();
+    EXPECT_EQ(ended.wait_for(50ms), std::future_status::timeout);
+    host.letGoOfQueues();
+    EXPECT_EQ(ended.wait_for(hangGuard), std::future_status::ready);
+}
+
+TEST(HostWatch, DeadHostLeavesTheGracePeriod) {
+    ScriptedHost host;
+    HostWatch sut(host.settings(true));
+    auto overdue = host.overdue.get_future();
+    const auto death = Clock::now();
+    host.die();
+    host.letGoOfQueues();
+    ASSERT_EQ(overdue.wait_for(hangGuard), std::future_status::ready);
+    EXPECT_GE(overdue.get() - death, 100ms);
+}
+
+TEST(HostWatch, LivingHostIsLeftToJudge) {
+    ScriptedHost host;
+    HostWatch sut(host.settings(true));
+    auto overdue = host.overdue.get_future();
+    host.letGoOfQueues();
+    EXPECT_EQ(overdue.wait_for(700ms), std::future_status::timeout);
+}
+
+TEST(HostWatch, GraceCountsFromTheEndOfTheProcess) {
+    ScriptedHost host;
+    HostWatch sut(host.settings(true));
+    auto overdue = host.overdue.get_future();
+    host.letGoOfQueues();
+    std::this_thread::sleep_for(300ms);
+    const auto death = Clock::now();
+    host.die();
+    ASSERT_EQ(overdue.wait_for(hangGuard), std::future_status::ready);
+    EXPECT_GE(overdue.get() - death, 100ms);
+}
+
+TEST(HostWatch, UnknownHostLeavesTheGracePeriod) {
+    ScriptedHost host;
+    HostWatch sut(host.settings(false));
+    auto overdue = host.overdue.get_future();
+    const auto end = Clock::now();
+    host.letGoOfQueues();
+    ASSERT_EQ(overdue.wait_for(hangGuard), std::future_status::ready);
+    EXPECT_GE(overdue.get() - end, 100ms);
+}
+
+TEST(HostWatch, UnknownHostThatAskedForTheEndLeavesItsStopTimeoutToo) {
+    ScriptedHost host;
+    HostWatch sut(host.settings(false));
+    auto overdue = host.overdue.get_future();
+    sut.stopRequested();
+    const auto end = Clock::now();
+    host.letGoOfQueues();
+    ASSERT_EQ(overdue.wait_for(hangGuard), std::future_status::ready);
+    EXPECT_GE(overdue.get() - end, 500ms);
+}
+
+TEST(HostWatch, FinishedDriverIsNotOverdue) {
+    ScriptedHost host;
+    HostWatch sut(host.settings(true));
+    auto overdue = host.overdue.get_future();
+    host.die();
+    host.letGoOfQueues();
+    host.ended.get_future().wait();
+    sut.finish();
+    EXPECT_EQ(overdue.wait_for(300ms), std::future_status::timeout);
+}
+
+TEST(HostWatch, FinishDoesNotWaitForALivingHost) {
+    ScriptedHost host;
+    auto ended = host.ended.get_future();
+    {
+        HostWatch sut(host.settings(true));
+        sut.finish();
+    }
+    host.letGoOfQueues();
+    EXPECT_EQ(ended.wait_for(300ms), std::future_status::timeout);
+}
+
+}  // namespace
