@@ -7,6 +7,7 @@
 #include <string>
 
 #include "ExceptionText.h"
+#include "sal/Module.h"
 
 namespace sal {
 
@@ -17,7 +18,10 @@ public:
     explicit DriverGuard(std::string fileName);
 
     void setDriverID(const std::string& driverID);
+    /// Driver ID or file.
     std::string name() const;
+    /// Empty until the driver is configured.
+    std::string driverID() const;
 
     /// What call returns; fallback, with a log line that names the operation and its argument, when it
     /// throws. The end of the calling thread by pthread_cancel is passed on.
@@ -41,13 +45,41 @@ public:
         return run(operation, s_noArgument, fallback, call);
     }
 
+    /// The same with the observer told before and after the call.
+    template <class Call>
+    bool runObserved(const char* operation, const Call& call) const {
+        const ObservedCall observed(driverID(), operation);
+        return run(operation, false, call);
+    }
+
+    void driverDeleted() const;
+
+    /// The observer of all drivers of the process; see Module::setObserver.
+    static void setObserver(Module::Observer* pObserver);
+
 private:
+    /// One call of a driver as the observer is told of it, whichever way it ends.
+    class ObservedCall {
+    public:
+        ObservedCall(std::string driverID, const char* operation);
+        ~ObservedCall();
+        ObservedCall(const ObservedCall&) = delete;
+        ObservedCall& operator=(const ObservedCall&) = delete;
+
+    private:
+        Module::Observer* m_pObserver;  ///< null: nobody is told
+        std::string m_driverID;
+        const char* m_operation;
+    };
+
+    std::string driverID() const;
     void report(const char* operation, const std::string& argument, const std::string& what) const;
 
     static const std::string s_noArgument;
 
     mutable std::mutex m_mutex;
-    std::string m_name;
+    std::string m_driverID;  ///< empty until the driver is configured
+    std::string m_fileName;
 };
 
 }  // namespace sal

@@ -1,5 +1,7 @@
 #include "GuardedConfiguration.h"
 
+#include "ObservedCall.h"
+
 namespace sal {
 
 bool GuardedConfiguration::setConfiguration(int workplaceId, const std::string& driverID,
@@ -8,7 +10,8 @@ bool GuardedConfiguration::setConfiguration(int workplaceId, const std::string& 
                                             const std::string& virtualPanelAddress,
                                             const std::string& nvramDirectory) {
     m_guard.setDriverID(driverID);
-    return m_guard.run("setConfiguration", false, [&] {
+    const ObservedCall call(driverID, "setConfiguration");
+    return m_guard.runObserved("setConfiguration", [&] {
         return m_driver.setConfiguration(workplaceId, driverID, workingDirectory, ipAddress, networkAdapter,
                                          virtualPanelAddress, nvramDirectory);
     });
@@ -36,11 +39,13 @@ void GuardedConfiguration::setSystemInterface(ISystem* pSystem) {
 }
 
 bool GuardedConfiguration::initializationCompleted() {
-    return m_guard.run("initializationCompleted", false, [&] { return m_driver.initializationCompleted(); });
+    const ObservedCall call(m_guard.driverID(), "initializationCompleted");
+    return m_guard.runObserved("initializationCompleted", [&] { return m_driver.initializationCompleted(); });
 }
 
 bool GuardedConfiguration::deinitialize() {
-    return m_guard.run("deinitialize", false, [&] { return m_driver.deinitialize(); });
+    const ObservedCall call(m_guard.driverID(), "deinitialize");
+    return m_guard.runObserved("deinitialize", [&] { return m_driver.deinitialize(); });
 }
 
 bool GuardedConfiguration::createFIDList() {

@@ -7,6 +7,7 @@
 #include "InterfaceIds.h"
 #include "LogLine.h"
 #include "ModuleImpl.h"
+#include "ObservedCall.h"
 #include "sal/LogOutput.h"
 
 namespace sal {
@@ -34,6 +35,8 @@ Module::Impl::~Impl() {
     pConfiguration.reset();
     pFunctionID.reset();
     pDriver.reset();
+    guard.driverDeleted();
+    ObservedCall::driverDeleted(guard.driverID());
     const std::string reason = library.close();
     if (!reason.empty())
         logLine("MODULE", LogOutput::eWarning,
@@ -49,6 +52,10 @@ Module::Module(std::unique_ptr<Impl> pImpl) : m_pImpl(std::move(pImpl)) {}
 
 Module::~Module() = default;
 
+void Module::setObserver(Observer* pObserver) {
+    ObservedCall::setObserver(pObserver);
+}
+
 IInterface* Module::queryInterface(unsigned int id) {
     Impl& impl = *m_pImpl;
     IInterface* pAnswer = impl.ask(id);
@@ -62,6 +69,10 @@ IInterface* Module::queryInterface(unsigned int id) {
         default:
             return pAnswer;
     }
+}
+
+void Module::setObserver(Observer* pObserver) {
+    DriverGuard::setObserver(pObserver);
 }
 
 }  // namespace sal

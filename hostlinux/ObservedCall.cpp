@@ -1,0 +1,34 @@
+#include "ObservedCall.h"
+
+#include <atomic>
+#include <utility>
+
+namespace sal {
+namespace {
+std::atomic<Module::Observer*> s_pObserver{nullptr};
+}
+
+ObservedCall::ObservedCall(std::string driverID, const char* operation)
+    : m_driverID(std::move(driverID)),
+      m_operation(operation),
+      m_pObserver(m_driverID.empty() ? nullptr : s_pObserver.load()) {
+    if (m_pObserver)
+        m_pObserver->callBegins(m_driverID, m_operation);
+}
+
+ObservedCall::~ObservedCall() {
+    if (m_pObserver)
+        m_pObserver->callEnded(m_driverID, m_operation);
+}
+
+void ObservedCall::setObserver(Module::Observer* pObserver) {
+    s_pObserver = pObserver;
+}
+
+void ObservedCall::driverDeleted(const std::string& driverID) {
+    Module::Observer* pObserver = driverID.empty() ? nullptr : s_pObserver.load();
+    if (pObserver)
+        pObserver->driverDeleted(driverID);
+}
+
+}  // namespace sal

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+#include "sal/Module.h"
+
+namespace sal {
+
+/// Tells the program's observer of one call into a driver for as long as it lives.
+class ObservedCall {
+public:
+    ObservedCall(std::string driverID, const char* operation);
+    ~ObservedCall();
+    ObservedCall(const ObservedCall&) = delete;
+    ObservedCall& operator=(const ObservedCall&) = delete;
+
+    static void setObserver(Module::Observer* pObserver);
+    /// Does nothing for the empty ID.
+    static void driverDeleted(const std::string& driverID);
+
+private:
+    const std::string m_driverID;
+    const char* const m_operation;
+    Module::Observer* const m_pObserver;
+};
+
+}  // namespace sal
