@@ -1,0 +1,460 @@
+#include "AttachedQueue.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include "LogLine.h"
+#include "QueueRegistry.h"
+#include "sal/LogOutput.h"
+
+namespace sal {
+
+namespace {
+
+// Bounds how long a wake-up that was lost with its sender, or the death of a peer, goes unnoticed.
+constexpr std::chrono::milliseconds g_slice{100};
+constexpr std::chrono::milliseconds g_refusal{1000};
+
+std::string described(const std::string& name) {
+    return "queue " + name + ": ";
+}
+
+}  // namespace
+
+class AttachedQueue::WaitNote {
+public:
+    explicit WaitNote(AttachedQueue& queue) : m_queue(queue) {}
+    ~WaitNote() {
+        if (m_isNoted) {
+            const std::lock_guard lock(m_queue.m_waitsMutex);
+            m_queue.m_waits.erase(std::find(m_queue.m_waits.begin(), m_queue.m_waits.end(), m_since));
+        }
+    }
+    WaitNote(const WaitNote&) = delete;
+    WaitNote& operator=(const WaitNote&) = delete;
+
+    /// True the first time.
+    bool begin() {
+        if (m_isNoted) {
+            return false;
+        }
+        m_isNoted = true;
+        m_since = std::chrono::steady_clock::now();
+        const std::lock_guard lock(m_queue.m_waitsMutex);
+        m_queue.m_waits.push_back(m_since);
+        return true;
+    }
+
+private:
+    AttachedQueue& m_queue;
+    bool m_isNoted = false;
+    std::chrono::steady_clock::time_point m_since;
+};
+
+AttachedQueue::AttachedQueue(std::string name, bool isCreator, std::unique_ptr<QueueFile> pFile,
+                             std::unique_ptr<QueueMapping> pMapping, const QueueGeometry& geometry,
+                             std::uint32_t ticket)
+    : m_name(std::move(name)),
+      m_isCreator(isCreator),
+      m_pFile(std::move(pFile)),
+      m_pMapping(std::move(pMapping)),
+      m_ring(m_pMapping->base(), geometry, *m_pFile),
+      m_senderLock(header().senderLock, *m_pFile, ticket) {}
+
+AttachedQueue::~AttachedQueue() {
+    QueueRegistry::instance().remove(*this);
+    follow(nullptr);
+}
+
+std::unique_ptr<AttachedQueue> AttachedQueue::make(const std::string& name, bool isCreator,
+                                                   std::unique_ptr<QueueFile> pFile,
+                                                   const QueueGeometry& geometry, std::string& error) {
+    auto pMapping = QueueMapping::map(pFile->descriptor(), geometry.fileSize);
+    if (pMapping == nullptr) {
+        error = std::string("it cannot be mapped: ") + std::strerror(errno);
+        return nullptr;
+    }
+    // Somebody may have written nonsense to the counter, so a ticket counts only with its lock.
+    auto& next = reinterpret_cast<QueueHeader*>(pMapping->base())->nextTicket;
+    for (int attempt = 0; attempt < 1000; ++attempt) {
+        const std::uint32_t ticket = next.fetch_add(1, std::memory_order_relaxed) & SenderLock::s_maxTicket;
+        if (ticket != 0 && pFile->takeTicket(ticket)) {
+            return std::unique_ptr<AttachedQueue>(
+                new AttachedQueue(name, isCreator, std::move(pFile), std::move(pMapping), geometry, ticket));
+        }
+    }
+    error = "it is damaged: no ticket is free";
+    return nullptr;
+}
+
+std::unique_ptr<AttachedQueue> AttachedQueue::create(const std::string& name, unsigned short capacity,
+                                                     int messageSize) {
+    const auto geometry =
+        QueueGeometry::make(capacity, messageSize < 0 ? 0 : static_cast<unsigned>(messageSize));
+    if (!geometry) {
+        logLine("QUEUE", LogOutput::eError,
+                described(name) + "not created: " + std::to_string(capacity) + " messages of " +
+                    std::to_string(messageSize) + " bytes; 1 to " +
+                    std::to_string(QueueGeometry::s_maxCapacity) + " messages of 1 to " +
+                    std::to_string(QueueGeometry::s_maxMessageSize) + " bytes are possible");
+        return nullptr;
+    }
+    std::string error;
+    auto result = QueueFile::Result::eBusy;
+    // Somebody else may make the same name at the same time; then it is in use the second time.
+    for (int attempt = 0; attempt < 3 && result == QueueFile::Result::eBusy; ++attempt) {
+        result = QueueFile::removeStale(name, error);
+        if (result != QueueFile::Result::eDone) {
+            break;
+        }
+        result = QueueFile::Result::eFailed;
+        auto pFile = QueueFile::make(name, *geometry, error);
+        if (pFile == nullptr) {
+            break;
+        }
+        QueueFile& file = *pFile;
+        auto pQueue = make(name, true, std::move(pFile), *geometry, error);
+        if (pQueue == nullptr) {
+            break;
+        }
+        result = file.publish(error);
+        if (result == QueueFile::Result::eDone) {
+            QueueRegistry::instance().add(*pQueue);
+            return pQueue;
+        }
+    }
+    // A reload tries again and again until the old driver process has gone.
+    const bool isBusy = result == QueueFile::Result::eBusy;
+    if (!isBusy || QueueRegistry::instance().reportsBusy(name)) {
+        logLine("QUEUE", isBusy ? LogOutput::eWarning : LogOutput::eError,
+                described(name) + "not created: " + error);
+    }
+    return nullptr;
+}
+
+std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name) {
+    std::string error;
+    QueueGeometry geometry;
+    auto pFile = QueueFile::attach(name, geometry, error);
+    auto pQueue = pFile != nullptr ? make(name, false, std::move(pFile), geometry, error) : nullptr;
+    if (pQueue == nullptr) {
+        logLine("QUEUE", LogOutput::eError, described(name) + "not opened: " + error);
+        return nullptr;
+    }
+    QueueRegistry::instance().add(*pQueue);
+    return pQueue;
+}
+
+void AttachedQueue::report(Throttle& throttle, int level, const std::string& text) const {
+    if (throttle.passes()) {
+        logLine("QUEUE", level, described(m_name) + text);
+    }
+}
+
+bool AttachedQueue::isBroken() {
+    if (m_isBroken.load(std::memory_order_relaxed)) {
+        return true;
+    }
+    if (m_pMapping->faulted()) {
+        setBroken("its file has been cut short");
+    } else if (header().broken.load(std::memory_order_relaxed) != 0) {
+        setBroken("another process has found it damaged");
+    }
+    return m_isBroken.load(std::memory_order_relaxed);
+}
+
+void AttachedQueue::setBroken(const std::string& how) {
+    if (m_isBroken.exchange(true)) {
+        return;
+    }
+    logLine("QUEUE", LogOutput::eError,
+            described(m_name) + how + "; its messages are lost, it must be made anew");
+    header().broken.store(1, std::memory_order_relaxed);
+    header().dataEvent.wakeAll();
+    header().spaceEvent.wakeAll();
+}
+
+bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
+    if (length < 0 || static_cast<std::uint32_t>(length) > m_ring.geometry().messageSize) {
+        report(m_tooLong, LogOutput::eError,
+               "a message of " + std::to_string(length) + " bytes was not sent, at most " +
+                   std::to_string(m_ring.geometry().messageSize) + " are possible");
+        return false;
+    }
+    Deadline deadline(timeout);
+    WaitNote note(*this);
+    while (!isBroken()) {
+        if (!m_senderLock.tryLock()) {
+            // A wait for the lock is a short one unless its holder has been stopped.
+            const auto result = m_senderLock.lock(deadline);
+            if (result == SenderLock::Result::eTimedOut) {
+                return false;
+            }
+            if (result == SenderLock::Result::eBroken) {
+                setBroken("its file has been cut short");
+                return false;
+            }
+        }
+        const auto result = m_ring.push(data, static_cast<std::uint32_t>(length));
+        const int error = errno;
+        if (result == QueueRing::Result::eFull && note.begin()) {
+            auto& waits = header().waits;
+            waits.store(waits.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        }
+        if (!m_senderLock.unlock()) {
+            setBroken("its lock has been overwritten");
+            return false;
+        }
+        switch (result) {
+            case QueueRing::Result::eDone:
+                header().dataEvent.signal();
+                return !isBroken();
+            case QueueRing::Result::eFull:
+                if (!waitForSpace(deadline)) {
+                    return false;
+                }
+                break;
+            case QueueRing::Result::eNoMemory:
+                report(m_noMemory, LogOutput::eError,
+                       std::string("no memory for a message: ") + std::strerror(error));
+                return false;
+            default:
+                setBroken("its indices make no sense");
+                return false;
+        }
+    }
+    return false;
+}
+
+bool AttachedQueue::waitForSpace(Deadline& deadline) {
+    QueueEvent& event = header().spaceEvent;
+    for (;;) {
+        const std::uint32_t number = event.prepare();
+        if (isBroken() || m_ring.depth() < m_ring.geometry().capacity) {
+            return true;
+        }
+        const std::string why = whyNoReceiver();
+        // It may have made room last thing before it died.
+        if (!why.empty() && m_ring.depth() >= m_ring.geometry().capacity) {
+            report(m_noReceiver, LogOutput::eError, "full, and " + why);
+            return false;
+        }
+        const auto time = deadline.left(g_slice);
+        if (time == Deadline::Clock::duration::zero()) {
+            return false;
+        }
+        if (event.wait(number, time) == FutexWake::eUnmapped) {
+            setBroken("its file has been cut short");
+        }
+    }
+}
+
+std::string AttachedQueue::whyNoReceiver() const {
+    if (m_isReceiver || m_pFile->receiverLives()) {
+        return {};
+    }
+    const std::uint32_t generation = header().receiverGeneration.load(std::memory_order_acquire);
+    if (m_goneGeneration.load(std::memory_order_acquire) == generation) {
+        return "the process that was to read it has ended";
+    }
+    if (generation != 0) {
+        return "its reader (process " + std::to_string(header().receiverPid.load(std::memory_order_relaxed)) +
+               ") has ended";
+    }
+    if (!m_isCreator && !m_pFile->creatorLives()) {
+        return "the process that made it has ended";
+    }
+    return {};
+}
+
+void AttachedQueue::receiverGone() {
+    // The news may be older than the queue: a new reader can have come since.
+    if (m_isReceiver || m_pFile->receiverLives()) {
+        return;
+    }
+    m_goneGeneration.store(header().receiverGeneration.load(std::memory_order_acquire),
+                           std::memory_order_release);
+    header().spaceEvent.wakeAll();
+}
+
+void AttachedQueue::threadStops() {
+    m_stopCount.store(QueueCursor::unpack(header().tail.load(std::memory_order_acquire)).count,
+                      std::memory_order_relaxed);
+    m_isStopping.store(true, std::memory_order_release);
+    header().dataEvent.wakeAll();
+}
+
+void AttachedQueue::follow(const std::shared_ptr<ThreadState>* pThread) {
+    if (pThread == nullptr ? m_pThread == nullptr : m_pThread == *pThread) {
+        return;
+    }
+    if (m_pThread != nullptr) {
+        m_pThread->remove(*this);
+    }
+    m_pThread = pThread != nullptr ? *pThread : nullptr;
+    m_isStopping.store(false, std::memory_order_relaxed);
+    if (m_pThread != nullptr) {
+        m_pThread->add(*this);
+    }
+}
+
+bool AttachedQueue::isDrained() const {
+    const std::uint32_t standing =
+        (m_stopCount.load(std::memory_order_relaxed) - m_ring.received()) & QueueCursor::s_countMask;
+    return standing == 0 || standing > m_ring.geometry().capacity;
+}
+
+bool AttachedQueue::claimReceiver() {
+    if (m_isReceiver) {
+        return true;
+    }
+    if (!m_pFile->takeReceiver()) {
+        report(m_secondReceiver, LogOutput::eError,
+               "another reader (process " +
+                   std::to_string(header().receiverPid.load(std::memory_order_relaxed)) + ") has it");
+        return false;
+    }
+    m_isReceiver = true;
+    header().receiverPid.store(static_cast<std::uint32_t>(::getpid()), std::memory_order_relaxed);
+    header().receiverGeneration.fetch_add(1, std::memory_order_acq_rel);
+    if (!m_ring.beginReceiving()) {
+        setBroken("its indices make no sense");
+    }
+    return true;
+}
+
+int AttachedQueue::receive(unsigned char* buffer, int size, int timeout) {
+    follow(ThreadState::current());
+    if (!isBroken() && !claimReceiver()) {
+        return refuse(timeout);
+    }
+    Deadline deadline(timeout);
+    while (!isBroken()) {
+        const bool isStopping = m_isStopping.load(std::memory_order_acquire);
+        if (isStopping && isDrained()) {
+            return -1;
+        }
+        std::uint32_t length = 0;
+        switch (m_ring.pop(buffer, static_cast<std::uint32_t>(std::max(size, 0)), length)) {
+            case QueueRing::Result::eDone:
+                if (m_pMapping->faulted()) {
+                    break;
+                }
+                wakeSenders();
+                if (m_ring.hasEnteredChunk()) {
+                    trimWhenLow();
+                }
+                return static_cast<int>(std::min(length, static_cast<std::uint32_t>(std::max(size, 0))));
+            case QueueRing::Result::eEmpty:
+                if (isStopping || deadline.left(g_slice) == Deadline::Clock::duration::zero()) {
+                    return -1;
+                }
+                waitForData(deadline);
+                break;
+            default:
+                setBroken(m_pMapping->faulted() ? "its file has been cut short"
+                                                : "its indices make no sense");
+                break;
+        }
+    }
+    if (!m_hasSaidBroken) {
+        m_hasSaidBroken = true;
+        return -1;
+    }
+    return refuse(timeout);
+}
+
+void AttachedQueue::waitForData(Deadline& deadline) {
+    QueueEvent& event = header().dataEvent;
+    const std::uint32_t number = event.prepare();
+    if (m_ring.depth() > 0 || m_isStopping.load(std::memory_order_acquire) || isBroken()) {
+        return;
+    }
+    trimWhenLow();
+    if (event.wait(number, deadline.left(g_slice)) == FutexWake::eUnmapped) {
+        setBroken("its file has been cut short");
+    }
+}
+
+void AttachedQueue::wakeSenders() {
+    const std::uint32_t capacity = m_ring.geometry().capacity;
+    const std::uint32_t left = m_ring.left();
+    if (left > capacity - std::max(capacity / 4, 1U)) {
+        return;
+    }
+    // A sender that is only just beginning to wait can be missed by the cheap look; the next message finds
+    // it, and behind the last one the sure way is taken.
+    QueueEvent& event = header().spaceEvent;
+    if (left == 0 || event.seemsAwaited()) {
+        event.signal();
+    }
+}
+
+void AttachedQueue::trimWhenLow() {
+    if (m_ring.wantsTrim(std::chrono::steady_clock::now()) && m_senderLock.tryLock()) {
+        m_ring.trim();
+        if (!m_senderLock.unlock()) {
+            setBroken("its lock has been overwritten");
+        }
+    }
+}
+
+int AttachedQueue::refuse(int timeout) const {
+    auto time = g_refusal;
+    if (timeout >= 0) {
+        time = std::min(time, std::chrono::milliseconds(timeout));
+    }
+    if (m_pThread != nullptr) {
+        m_pThread->pause(time);
+    } else {
+        std::this_thread::sleep_for(time);
+    }
+    return -1;
+}
+
+bool AttachedQueue::waitForCreatorEnd() const {
+    if (m_isCreator) {
+        return false;
+    }
+    // By way of a file opened for this alone: the wait may outlive the queue and keeps nothing of it in use.
+    const FileHandle file = m_pFile->reopen();
+    if (!file) {
+        logLine("QUEUE", LogOutput::eError,
+                described(m_name) + "its creator cannot be watched: " + std::strerror(errno));
+        return false;
+    }
+    return QueueFile::waitForCreatorEnd(file.get());
+}
+
+MessageQueue::Status AttachedQueue::status() const {
+    const QueueHeader& shared = header();
+    MessageQueue::Status status;
+    status.name = m_name;
+    status.capacity = m_ring.geometry().capacity;
+    status.depth = m_ring.depth();
+    status.highWater = shared.highWater.load(std::memory_order_relaxed);
+    status.messages = shared.messages.load(std::memory_order_relaxed);
+    status.bytes = shared.bytes.load(std::memory_order_relaxed);
+    status.waits = shared.waits.load(std::memory_order_relaxed);
+    status.holders = m_pFile->holders();
+    status.receiverAttached = m_isReceiver || m_pFile->receiverLives();
+    const std::lock_guard lock(m_waitsMutex);
+    if (!m_waits.empty()) {
+        const auto time =
+            std::chrono::steady_clock::now() - *std::min_element(m_waits.begin(), m_waits.end());
+        const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+        status.waitingForMs = static_cast<unsigned int>(std::max<std::int64_t>(waited, 1));
+    }
+    return status;
+}
+
+void AttachedQueue::abandon() {
+    m_isBroken.store(true);
+    m_pFile->abandon();
+}
+
+}  // namespace sal

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "QueueFile.h"
+#include "QueueMapping.h"
+#include "QueueRing.h"
+#include "SenderLock.h"
+#include "ThreadState.h"
+#include "Throttle.h"
+#include "sal/MessageQueue.h"
+
+namespace sal {
+
+/// A queue that this process is attached to: waiting, time-outs and wake-ups round the ring of messages, and
+/// the reports of what goes wrong. Owned by MessageQueue and known to QueueRegistry. send() on any thread,
+/// receive() on one at a time, the rest as it says.
+class AttachedQueue final : private ThreadState::Listener {
+public:
+    /// Null when it cannot be had; the reason is in the log.
+    static std::unique_ptr<AttachedQueue> create(const std::string& name, unsigned short capacity,
+                                                 int messageSize);
+    static std::unique_ptr<AttachedQueue> open(const std::string& name);
+    ~AttachedQueue();
+    AttachedQueue(const AttachedQueue&) = delete;
+    AttachedQueue& operator=(const AttachedQueue&) = delete;
+
+    bool send(const unsigned char* data, int length, int timeout);
+    int receive(unsigned char* buffer, int size, int timeout);
+    bool waitForCreatorEnd() const;
+
+    const std::string& name() const { return m_name; }
+    bool isCreator() const { return m_isCreator; }
+
+    /// Any thread, under the registry's lock.
+    MessageQueue::Status status() const;
+    void receiverGone();
+
+    /// In a forked child, whose only thread this is: lets go of what belongs to the parent.
+    void abandon();
+
+private:
+    class WaitNote;
+
+    AttachedQueue(std::string name, bool isCreator, std::unique_ptr<QueueFile> pFile,
+                  std::unique_ptr<QueueMapping> pMapping, const QueueGeometry& geometry,
+                  std::uint32_t ticket);
+    static std::unique_ptr<AttachedQueue> make(const std::string& name, bool isCreator,
+                                               std::unique_ptr<QueueFile> pFile,
+                                               const QueueGeometry& geometry, std::string& error);
+
+    void report(Throttle& throttle, int level, const std::string& text) const;
+    bool isBroken();
+    void setBroken(const std::string& how);
+
+    bool waitForSpace(Deadline& deadline);
+    /// Why nobody takes messages out any more; empty while somebody does or may yet come.
+    std::string whyNoReceiver() const;
+
+    void threadStops() override;
+    void follow(const std::shared_ptr<ThreadState>* pThread);
+    bool isDrained() const;
+    bool claimReceiver();
+    void waitForData(Deadline& deadline);
+    void wakeSenders();
+    void trimWhenLow();
+    /// The answer of a receive that cannot succeed: slow, so that a loop round it does not burn a processor.
+    int refuse(int timeout) const;
+
+    QueueHeader& header() const { return m_ring.header(); }
+
+    // The file goes last: its name is removed when everything else has let go.
+    const std::string m_name;
+    const bool m_isCreator;
+    const std::unique_ptr<QueueFile> m_pFile;
+    const std::unique_ptr<QueueMapping> m_pMapping;
+    QueueRing m_ring;
+    SenderLock m_senderLock;
+    std::atomic<bool> m_isBroken{false};
+    std::atomic<std::int64_t> m_goneGeneration{
+        -1};  ///< the receivers so far when the last was said to be gone
+
+    mutable std::mutex m_waitsMutex;
+    std::vector<std::chrono::steady_clock::time_point> m_waits;  ///< since when, for each sender that waits
+
+    // Written by the receiving thread, but for the two that threadStops() sets.
+    std::atomic<bool> m_isReceiver{false};
+    bool m_hasSaidBroken = false;
+    std::shared_ptr<ThreadState> m_pThread;     ///< the sal::Thread that received last
+    std::atomic<std::uint32_t> m_stopCount{0};  ///< the place up to which a stopped thread still receives
+    std::atomic<bool> m_isStopping{false};
+
+    mutable Throttle m_tooLong;
+    mutable Throttle m_noMemory;
+    mutable Throttle m_noReceiver;
+    mutable Throttle m_secondReceiver;
+};
+
+}  // namespace sal

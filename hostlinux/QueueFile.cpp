@@ -1,0 +1,369 @@
+#include "QueueFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <new>
+#include <thread>
+
+namespace sal {
+
+namespace {
+
+// Locks stand on bytes that no file ever has.
+constexpr off_t g_attachedByte = off_t{1} << 40;
+constexpr off_t g_creatorByte = g_attachedByte + 1;
+constexpr off_t g_receiverByte = g_attachedByte + 2;
+constexpr off_t g_ticketBytes = off_t{1} << 41;
+
+constexpr std::chrono::milliseconds g_takeOverPatience{50};
+
+struct flock lockOf(short type, off_t start, off_t length) {
+    struct flock lock {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = start;
+    lock.l_len = length;
+    return lock;
+}
+
+bool setLock(int descriptor, short type, off_t byte) {
+    struct flock lock = lockOf(type, byte, 1);
+    int result = 0;
+    do {
+        result = ::fcntl(descriptor, F_OFD_SETLK, &lock);
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+
+/// The first lock of another open file in the range; false when there is none.
+bool findLock(int descriptor, off_t start, off_t length, struct flock& found) {
+    found = lockOf(F_WRLCK, start, length);
+    return ::fcntl(descriptor, F_OFD_GETLK, &found) == 0 && found.l_type != F_UNLCK;
+}
+
+bool isLocked(int descriptor, off_t byte) {
+    struct flock found {};
+    return findLock(descriptor, byte, 1, found);
+}
+
+unsigned int countLocks(int descriptor, off_t start, off_t end) {
+    struct flock found {};
+    if (start >= end || !findLock(descriptor, start, end - start, found)) {
+        return 0;
+    }
+    return 1 + countLocks(descriptor, start, found.l_start) +
+           countLocks(descriptor, found.l_start + found.l_len, end);
+}
+
+struct PidNamespace {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+
+    static PidNamespace own() {
+        struct stat info {};
+        if (::stat("/proc/self/ns/pid", &info) != 0) {
+            return {};
+        }
+        return {info.st_dev, info.st_ino};
+    }
+};
+
+std::string reason(int number) {
+    return std::strerror(number);
+}
+
+bool isOurs(const struct stat& info) {
+    return S_ISREG(info.st_mode) && info.st_uid == ::geteuid() && (info.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
+/// Whether the name still leads to the open file.
+bool namesFile(int directory, const std::string& name, int file) {
+    struct stat named {};
+    struct stat open {};
+    return ::fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           ::fstat(file, &open) == 0 && named.st_dev == open.st_dev && named.st_ino == open.st_ino;
+}
+
+FileHandle openNamed(int directory, const std::string& name) {
+    return FileHandle(::openat(directory, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+}
+
+bool readHeader(int file, QueueHeader& header) {
+    std::array<std::byte, sizeof(QueueHeader)> bytes;
+    if (::pread(file, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+        return false;
+    }
+    // The atomic members of the copy are never looked at concurrently.
+    std::memcpy(static_cast<void*>(&header), bytes.data(), bytes.size());
+    return true;
+}
+
+bool allocateRange(int file, std::size_t offset, std::size_t size) {
+    int result = 0;
+    do {
+        result = ::fallocate(file, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset), static_cast<off_t>(size));
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+
+std::string holderText(int file) {
+    QueueHeader header;
+    if (!readHeader(file, header) || header.magic != QueueHeader::s_magic) {
+        return {};
+    }
+    const auto receiver = header.receiverPid.load(std::memory_order_relaxed);
+    return " (made by process " + std::to_string(header.creatorPid) +
+           (receiver != 0 ? ", read by process " + std::to_string(receiver) : std::string()) + ")";
+}
+
+}  // namespace
+
+std::unique_ptr<QueueFile> QueueFile::make(const std::string& queue, const QueueGeometry& geometry,
+                                           std::string& error) {
+    auto name = QueueDirectory::fileName(queue, error);
+    if (!name) {
+        return nullptr;
+    }
+    auto directory = QueueDirectory::open(error);
+    if (!directory) {
+        return nullptr;
+    }
+    FileHandle file(
+        ::openat(directory->descriptor(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file) {
+        error = "no file can be made in " + directory->path() + ": " + reason(errno) +
+                (errno == EOPNOTSUPP ? "; use a directory on a tmpfs" : "");
+        return nullptr;
+    }
+    const std::size_t first = geometry.chunksOffset + geometry.chunkSize;
+    if (::fchmod(file.get(), S_IRUSR | S_IWUSR) != 0 ||
+        ::ftruncate(file.get(), static_cast<off_t>(geometry.fileSize)) != 0 ||
+        !allocateRange(file.get(), 0, first)) {
+        error = "no memory for it in " + directory->path() + ": " + reason(errno);
+        return nullptr;
+    }
+    const PidNamespace pids = PidNamespace::own();
+    QueueHeader header;
+    header.capacity = geometry.capacity;
+    header.messageSize = geometry.messageSize;
+    header.creatorPid = static_cast<std::uint32_t>(::getpid());
+    header.pidNamespaceDevice = pids.device;
+    header.pidNamespaceInode = pids.inode;
+    // Tickets begin at a number of no significance, so that a damaged word hardly ever reads as one in use.
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    header.nextTicket.store(static_cast<std::uint32_t>(now) & 0x1fffffff, std::memory_order_relaxed);
+    const std::uint8_t allocated = 1;
+    if (::pwrite(file.get(), static_cast<const void*>(&header), sizeof(header), 0) !=
+            static_cast<ssize_t>(sizeof(header)) ||
+        ::pwrite(file.get(), &allocated, 1, static_cast<off_t>(geometry.allocatedOffset)) != 1) {
+        error = "it cannot be written: " + reason(errno);
+        return nullptr;
+    }
+    if (!setLock(file.get(), F_RDLCK, g_attachedByte) || !setLock(file.get(), F_WRLCK, g_creatorByte)) {
+        error = "it cannot be locked: " + reason(errno);
+        return nullptr;
+    }
+    return std::unique_ptr<QueueFile>(
+        new QueueFile(std::move(*directory), std::move(*name), std::move(file)));
+}
+
+QueueFile::Result QueueFile::removeStale(const std::string& queue, std::string& error) {
+    const auto name = QueueDirectory::fileName(queue, error);
+    if (!name) {
+        return Result::eFailed;
+    }
+    const auto directory = QueueDirectory::open(error);
+    if (!directory) {
+        return Result::eFailed;
+    }
+    const auto end = std::chrono::steady_clock::now() + g_takeOverPatience;
+    for (;;) {
+        FileHandle file = openNamed(directory->descriptor(), *name);
+        if (!file && errno == ENOENT) {
+            return Result::eDone;
+        }
+        struct stat info {};
+        if (!file || ::fstat(file.get(), &info) != 0 || !isOurs(info)) {
+            error = directory->path() + "/" + *name + " is no queue of ours; remove it";
+            return Result::eFailed;
+        }
+        if (setLock(file.get(), F_WRLCK, g_attachedByte)) {
+            if (!namesFile(directory->descriptor(), *name, file.get())) {
+                continue;
+            }
+            if (::unlinkat(directory->descriptor(), name->c_str(), 0) == 0) {
+                return Result::eDone;
+            }
+            error = directory->path() + "/" + *name + " cannot be removed: " + reason(errno);
+            return Result::eFailed;
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            error = "the name is still in use by a live process" + holderText(file.get());
+            return Result::eBusy;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+QueueFile::Result QueueFile::publish(std::string& error) {
+    int result = ::linkat(m_file.get(), "", m_directory.descriptor(), m_name.c_str(), AT_EMPTY_PATH);
+    if (result != 0 && errno != EEXIST) {
+        // Before Linux 6.10 the direct way takes a right that an ordinary user lacks.
+        const std::string path = "/proc/self/fd/" + std::to_string(m_file.get());
+        result =
+            ::linkat(AT_FDCWD, path.c_str(), m_directory.descriptor(), m_name.c_str(), AT_SYMLINK_FOLLOW);
+    }
+    if (result == 0) {
+        return Result::eDone;
+    }
+    error = "it cannot be given its name in " + m_directory.path() + ": " + reason(errno);
+    return errno == EEXIST ? Result::eBusy : Result::eFailed;
+}
+
+std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeometry& geometry,
+                                             std::string& error) {
+    auto name = QueueDirectory::fileName(queue, error);
+    if (!name) {
+        return nullptr;
+    }
+    auto directory = QueueDirectory::open(error);
+    if (!directory) {
+        return nullptr;
+    }
+    const std::string path = directory->path() + "/" + *name;
+    const auto end = std::chrono::steady_clock::now() + g_takeOverPatience;
+    FileHandle handle;
+    for (;;) {
+        handle = openNamed(directory->descriptor(), *name);
+        if (!handle) {
+            error = path + ": " + reason(errno);
+            return nullptr;
+        }
+        struct stat info {};
+        if (::fstat(handle.get(), &info) != 0 || !isOurs(info)) {
+            error = path + " is no queue of ours";
+            return nullptr;
+        }
+        // The exclusive lock is held for moments only, by somebody who removes the file.
+        if (setLock(handle.get(), F_RDLCK, g_attachedByte) &&
+            namesFile(directory->descriptor(), *name, handle.get())) {
+            break;
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            error = path + " is being removed";
+            return nullptr;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    // From here on its destructor cleans up after the last one who was attached.
+    std::unique_ptr<QueueFile> file(
+        new QueueFile(std::move(*directory), std::move(*name), std::move(handle)));
+    if (!file->creatorLives()) {
+        error = "the process that made it has ended";
+        return nullptr;
+    }
+    QueueHeader header;
+    struct stat info {};
+    if (!readHeader(file->descriptor(), header) || header.magic != QueueHeader::s_magic ||
+        header.version != QueueHeader::s_version) {
+        error = path + " does not begin like a queue of this version";
+        return nullptr;
+    }
+    const auto sizes = QueueGeometry::make(header.capacity, header.messageSize);
+    if (!sizes || ::fstat(file->descriptor(), &info) != 0 ||
+        info.st_size != static_cast<off_t>(sizes->fileSize)) {
+        error = path + " is damaged: its size does not fit " + std::to_string(header.capacity) +
+                " messages of " + std::to_string(header.messageSize) + " bytes";
+        return nullptr;
+    }
+    const PidNamespace pids = PidNamespace::own();
+    if (header.pidNamespaceDevice != pids.device || header.pidNamespaceInode != pids.inode) {
+        error = "it was made in another PID namespace; start the driver process beside its host";
+        return nullptr;
+    }
+    geometry = *sizes;
+    return file;
+}
+
+QueueFile::~QueueFile() {
+    release();
+}
+
+void QueueFile::release() {
+    if (!m_file) {
+        return;
+    }
+    // First let go, then try to have it alone: of several that leave together the last one succeeds.
+    setLock(m_file.get(), F_UNLCK, g_attachedByte);
+    if (setLock(m_file.get(), F_WRLCK, g_attachedByte) &&
+        namesFile(m_directory.descriptor(), m_name, m_file.get())) {
+        ::unlinkat(m_directory.descriptor(), m_name.c_str(), 0);
+    }
+    m_file.reset();
+}
+
+void QueueFile::abandon() {
+    m_file.reset();
+    m_directory.reset();
+}
+
+bool QueueFile::takeTicket(std::uint32_t ticket) {
+    return setLock(m_file.get(), F_WRLCK, g_ticketBytes + ticket);
+}
+
+bool QueueFile::ticketHeld(std::uint32_t ticket) const {
+    return isLocked(m_file.get(), g_ticketBytes + ticket);
+}
+
+bool QueueFile::takeReceiver() {
+    return setLock(m_file.get(), F_WRLCK, g_receiverByte);
+}
+
+bool QueueFile::receiverLives() const {
+    return isLocked(m_file.get(), g_receiverByte);
+}
+
+bool QueueFile::creatorLives() const {
+    return isLocked(m_file.get(), g_creatorByte);
+}
+
+unsigned int QueueFile::holders() const {
+    return 1 + countLocks(m_file.get(), g_ticketBytes, g_ticketBytes + (off_t{1} << 32));
+}
+
+bool QueueFile::allocate(std::size_t offset, std::size_t size) const {
+    return allocateRange(m_file.get(), offset, size);
+}
+
+void QueueFile::punch(std::size_t offset, std::size_t size) const {
+    ::fallocate(m_file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
+                static_cast<off_t>(size));
+}
+
+FileHandle QueueFile::reopen() const {
+    const std::string path = "/proc/self/fd/" + std::to_string(m_file.get());
+    FileHandle file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    if (!file) {
+        file = openNamed(m_directory.descriptor(), m_name);
+        if (file && !namesFile(m_directory.descriptor(), m_name, m_file.get())) {
+            file.reset();
+        }
+    }
+    return file;
+}
+
+bool QueueFile::waitForCreatorEnd(int descriptor) {
+    struct flock lock = lockOf(F_RDLCK, g_creatorByte, 1);
+    int result = 0;
+    do {
+        result = ::fcntl(descriptor, F_OFD_SETLKW, &lock);
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+
+}  // namespace sal

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "QueueDirectory.h"
+#include "QueueLayout.h"
+
+namespace sal {
+
+/// The file of a queue and the kernel's locks on it, which die with their process:
+/// - everyone attached holds the "attached" lock shared; to take a name over one needs it alone;
+/// - creator and receiver hold theirs exclusively, so anyone can see whether they live;
+/// - everyone attached holds the lock of a ticket, a number that nobody else gets, and signs with it.
+/// The locks belong to the open file, so each object opens its own. Owned by MessageQueue; release() apart,
+/// any thread may ask.
+class QueueFile {
+public:
+    enum class Result { eDone, eBusy, eFailed };
+
+    /// A new file that has no name yet, with memory for the header, the tables and the first chunk.
+    static std::unique_ptr<QueueFile> make(const std::string& queue, const QueueGeometry& geometry,
+                                           std::string& error);
+
+    /// An existing file whose creator lives.
+    static std::unique_ptr<QueueFile> attach(const std::string& queue, QueueGeometry& geometry,
+                                             std::string& error);
+
+    /// Removes the file of that name when nobody is attached to it any more. Waits up to 50 ms for that.
+    static Result removeStale(const std::string& queue, std::string& error);
+
+    ~QueueFile();
+    QueueFile(const QueueFile&) = delete;
+    QueueFile& operator=(const QueueFile&) = delete;
+
+    /// Gives the file its name. Busy when another file has it.
+    Result publish(std::string& error);
+
+    /// Takes the lock of a ticket; false when somebody has it.
+    bool takeTicket(std::uint32_t ticket);
+    /// Whether another object holds that ticket.
+    bool ticketHeld(std::uint32_t ticket) const;
+
+    bool takeReceiver();
+    bool receiverLives() const;  ///< another than this object
+    bool creatorLives() const;   ///< another than this object
+    unsigned int holders() const;
+
+    /// Memory for a part of the file; false with errno set when there is none.
+    bool allocate(std::size_t offset, std::size_t size) const;
+    void punch(std::size_t offset, std::size_t size) const;
+
+    /// The file opened anew: it does not keep the name in use.
+    FileHandle reopen() const;
+
+    /// Waits on a descriptor from reopen() until the creator's lock is free. False when the kernel refuses.
+    static bool waitForCreatorEnd(int descriptor);
+
+    int descriptor() const { return m_file.get(); }
+
+    /// In a forked child: lets go without touching what belongs to the parent.
+    void abandon();
+
+private:
+    QueueFile(QueueDirectory directory, std::string name, FileHandle file)
+        : m_directory(std::move(directory)), m_name(std::move(name)), m_file(std::move(file)) {}
+
+    void release();
+
+    QueueDirectory m_directory;
+    std::string m_name;
+    FileHandle m_file;
+};
+
+}  // namespace sal
