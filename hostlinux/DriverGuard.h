@@ -7,7 +7,6 @@
 #include <string>
 
 #include "ExceptionText.h"
-#include "sal/Module.h"
 
 namespace sal {
 
@@ -45,34 +44,7 @@ public:
         return run(operation, s_noArgument, fallback, call);
     }
 
-    /// The same with the observer told before and after the call.
-    template <class Call>
-    bool runObserved(const char* operation, const Call& call) const {
-        const ObservedCall observed(driverID(), operation);
-        return run(operation, false, call);
-    }
-
-    void driverDeleted() const;
-
-    /// The observer of all drivers of the process; see Module::setObserver.
-    static void setObserver(Module::Observer* pObserver);
-
 private:
-    /// One call of a driver as the observer is told of it, whichever way it ends.
-    class ObservedCall {
-    public:
-        ObservedCall(std::string driverID, const char* operation);
-        ~ObservedCall();
-        ObservedCall(const ObservedCall&) = delete;
-        ObservedCall& operator=(const ObservedCall&) = delete;
-
-    private:
-        Module::Observer* m_pObserver;  ///< null: nobody is told
-        std::string m_driverID;
-        const char* m_operation;
-    };
-
-    std::string driverID() const;
     void report(const char* operation, const std::string& argument, const std::string& what) const;
 
     static const std::string s_noArgument;

@@ -11,7 +11,7 @@ bool GuardedConfiguration::setConfiguration(int workplaceId, const std::string& 
                                             const std::string& nvramDirectory) {
     m_guard.setDriverID(driverID);
     const ObservedCall call(driverID, "setConfiguration");
-    return m_guard.runObserved("setConfiguration", [&] {
+    return m_guard.run("setConfiguration", false, [&] {
         return m_driver.setConfiguration(workplaceId, driverID, workingDirectory, ipAddress, networkAdapter,
                                          virtualPanelAddress, nvramDirectory);
     });
@@ -40,12 +40,12 @@ void GuardedConfiguration::setSystemInterface(ISystem* pSystem) {
 
 bool GuardedConfiguration::initializationCompleted() {
     const ObservedCall call(m_guard.driverID(), "initializationCompleted");
-    return m_guard.runObserved("initializationCompleted", [&] { return m_driver.initializationCompleted(); });
+    return m_guard.run("initializationCompleted", false, [&] { return m_driver.initializationCompleted(); });
 }
 
 bool GuardedConfiguration::deinitialize() {
     const ObservedCall call(m_guard.driverID(), "deinitialize");
-    return m_guard.runObserved("deinitialize", [&] { return m_driver.deinitialize(); });
+    return m_guard.run("deinitialize", false, [&] { return m_driver.deinitialize(); });
 }
 
 bool GuardedConfiguration::createFIDList() {

@@ -35,7 +35,6 @@ Module::Impl::~Impl() {
     pConfiguration.reset();
     pFunctionID.reset();
     pDriver.reset();
-    guard.driverDeleted();
     ObservedCall::driverDeleted(guard.driverID());
     const std::string reason = library.close();
     if (!reason.empty())
@@ -69,10 +68,6 @@ IInterface* Module::queryInterface(unsigned int id) {
         default:
             return pAnswer;
     }
-}
-
-void Module::setObserver(Observer* pObserver) {
-    DriverGuard::setObserver(pObserver);
 }
 
 }  // namespace sal

@@ -1,1 +1,185 @@
 #include "XMLVerify.h"
+
+#include <fcntl.h>
+#include <openssl/bio.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <system_error>
+#include <vector>
+
+#include "LogLine.h"
+#include "sal/LogOutput.h"
+
+namespace {
+
+constexpr std::size_t s_signatureSize = 64;
+constexpr std::size_t s_largestFile = 16u << 20;
+constexpr std::size_t s_largestKey = 64u << 10;
+
+template <auto release>
+struct Release {
+    template <class T>
+    void operator()(T* pObject) const {
+        release(pObject);
+    }
+};
+using Key = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;
+using Context = std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>>;
+using Bio = std::unique_ptr<BIO, Release<BIO_free>>;
+using Bytes = std::vector<unsigned char>;
+
+std::string& trustDirectory() {
+    static std::string s_directory;
+    return s_directory;
+}
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : m_number(number) {}
+    ~Descriptor() {
+        if (m_number >= 0)
+            ::close(m_number);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int number() const { return m_number; }
+
+private:
+    int m_number;
+};
+
+/// The bytes of a regular file of at most limit bytes; nothing with the reason in error. Does not wait for
+/// the other end of a pipe.
+std::optional<Bytes> read(const std::string& path, std::size_t limit, std::string& error) {
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    struct stat status {};
+    if (file.number() < 0 || ::fstat(file.number(), &status) != 0) {
+        error = std::strerror(errno);
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        error = "not a regular file";
+        return std::nullopt;
+    }
+    Bytes bytes;
+    for (;;) {
+        constexpr std::size_t step = 64u << 10;
+        const std::size_t used = bytes.size();
+        bytes.resize(used + step);
+        const ssize_t count = ::read(file.number(), bytes.data() + used, step);
+        if (count < 0 && errno == EINTR) {
+            bytes.resize(used);
+            continue;
+        }
+        if (count < 0) {
+            error = std::strerror(errno);
+            return std::nullopt;
+        }
+        bytes.resize(used + static_cast<std::size_t>(count));
+        if (bytes.size() > limit) {
+            error = "larger than " + std::to_string(limit) + " bytes";
+            return std::nullopt;
+        }
+        if (count == 0)
+            return bytes;
+    }
+}
+
+/// Never asks a person at the terminal.
+int noPassphrase(char*, int, int, void*) {
+    return 0;
+}
+
+/// Null when the file holds no Ed25519 public key.
+Key readKey(const std::string& path) {
+    std::string error;
+    const auto bytes = read(path, s_largestKey, error);
+    if (!bytes)
+        return nullptr;
+    const Bio pBio(BIO_new_mem_buf(bytes->data(), static_cast<int>(bytes->size())));
+    Key pKey(pBio ? PEM_read_bio_PUBKEY(pBio.get(), nullptr, noPassphrase, nullptr) : nullptr);
+    ERR_clear_error();
+    return pKey && EVP_PKEY_get_base_id(pKey.get()) == EVP_PKEY_ED25519 ? std::move(pKey) : nullptr;
+}
+
+bool isSignedBy(EVP_PKEY* pKey, const Bytes& content, const Bytes& signature) {
+    const Context pContext(EVP_MD_CTX_new());
+    const bool isRight = pContext &&
+                         EVP_DigestVerifyInit(pContext.get(), nullptr, nullptr, nullptr, pKey) == 1 &&
+                         EVP_DigestVerify(pContext.get(), signature.data(), signature.size(), content.data(),
+                                          content.size()) == 1;
+    ERR_clear_error();
+    return isRight;
+}
+
+/// The trusted keys; what is wrong with the trust directory in error when there are none.
+std::vector<Key> trustedKeys(std::string& error) {
+    const std::string& directory = trustDirectory();
+    if (directory.empty()) {
+        error = "no trust directory is set";
+        return {};
+    }
+    std::error_code code;
+    std::filesystem::directory_iterator entry(directory, code);
+    std::vector<Key> keys;
+    while (!code && entry != std::filesystem::directory_iterator()) {
+        if (entry->path().extension() == ".pem")
+            if (Key pKey = readKey(entry->path().string()))
+                keys.push_back(std::move(pKey));
+        entry.increment(code);
+    }
+    if (code) {
+        error = "the trust directory " + directory + " cannot be read: " + code.message();
+        return {};
+    }
+    if (keys.empty())
+        error = "the trust directory " + directory + " holds no Ed25519 public key (*.pem)";
+    return keys;
+}
+
+/// Empty when the signature is right, else what is wrong.
+std::string verify(const std::string& path) {
+    const std::string signaturePath = path + ".sig";
+    std::string error;
+    const auto content = read(path, s_largestFile, error);
+    if (!content)
+        return "the file cannot be read: " + error;
+    const auto signature = read(signaturePath, s_signatureSize, error);
+    if (!signature && ::access(signaturePath.c_str(), F_OK) != 0 && errno == ENOENT)
+        return "it is not signed, there is no " + signaturePath;
+    if (!signature)
+        return "the signature " + signaturePath + " cannot be used: " + error;
+    if (signature->size() != s_signatureSize)
+        return "the signature " + signaturePath + " has " + std::to_string(signature->size()) +
+               " bytes instead of " + std::to_string(s_signatureSize);
+    const std::vector<Key> keys = trustedKeys(error);
+    if (keys.empty())
+        return error;
+    for (const Key& pKey : keys)
+        if (isSignedBy(pKey.get(), *content, *signature))
+            return {};
+    return "the signature " + signaturePath + " does not fit the file for any of the " +
+           std::to_string(keys.size()) + " trusted keys: the file was changed, or the key is not trusted";
+}
+
+}  // namespace
+
+bool XMLVerify::verifySignature(const sal::Path& file) {
+    const std::string error = verify(file.getPathString());
+    if (!error.empty())
+        sal::logLine("VERIFY", sal::LogOutput::eWarning, file.getPathString() + ": " + error);
+    return error.empty();
+}
+
+void XMLVerify::setTrustDirectory(const std::string& directory) {
+    trustDirectory() = directory;
+}

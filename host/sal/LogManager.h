@@ -31,7 +31,7 @@ public:
     void setLevel(int level);
     int level() const;
 
-    /// Waits until what was logged has reached the sinks. Any thread.
+    /// Waits until what was logged has reached the sinks; a second at most when one blocks. Any thread.
     void flush();
 
 private:

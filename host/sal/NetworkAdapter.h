@@ -31,6 +31,7 @@ public:
     /// The first primary address; the empty address when there is none.
     HostAddress getMainIpAddress() const;
     bool hasIpAddress(const HostAddress& address) const;
+    /// Secondary addresses that the kernel takes away together with a primary one are put back.
     bool deleteIpAddress(const HostAddress& address);
     /// A malformed address or netmask is never added.
     bool addIpAddress(const HostAddress& address, const HostAddress& netmask);
