@@ -18,7 +18,11 @@
 class RecordingDriver : public IFunctionID, public IMFDConfiguration {
 public:
     explicit RecordingDriver(std::string name) : m_name(std::move(name)) {}
-    ~RecordingDriver() override { note("gone"); }
+    ~RecordingDriver() override {
+        note("gone");
+        if (onGone)
+            onGone();
+    }
 
     IInterface* queryInterface(unsigned int id) override {
         const auto other = answers.find(id);
@@ -72,6 +76,7 @@ public:
     /// Answers that replace the driver's own.
     std::map<unsigned int, IInterface*> answers;
     std::function<void()> onDeinitialize;
+    std::function<void()> onGone;
     bool result = true;
 
     IPanelState* pPanelState = nullptr;

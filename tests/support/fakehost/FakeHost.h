@@ -12,6 +12,7 @@
 #include "QueueBoard.h"
 #include "sal/CmdProcessor.h"
 #include "sal/LogManager.h"
+#include "sal/Module.h"
 
 namespace fakehost {
 
@@ -60,6 +61,7 @@ public:
         fileLists;  ///< answers of getFileList in an order of their own
     std::vector<Adapter> adapters{{"eth0", "192.0.2.10", {}}};
     std::map<std::string, std::function<IInterface*()>> modules;
+    std::vector<sal::Module*> loaded;  ///< all that were ever loaded, in order; not owned
 
 private:
     std::string m_root;

@@ -15,7 +15,8 @@ Module* ModuleLoader::load(ELoadOption option, const std::string& fileName) {
     auto pImpl = std::make_unique<Module::Impl>();
     pImpl->fileName = fileName;
     pImpl->pDriver.reset(scripted->second());
-    return new Module(std::move(pImpl));
+    host.loaded.push_back(new Module(std::move(pImpl)));
+    return host.loaded.back();
 }
 
 }  // namespace sal
