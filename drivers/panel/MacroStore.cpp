@@ -15,11 +15,11 @@
 
 namespace {
 
-constexpr std::string_view c_extension = ".macro";
-constexpr std::string_view c_head = "macro 1";
-constexpr std::string_view c_end = "end";
-constexpr off_t c_maxFileSize = 16 * 1024 * 1024;
-constexpr std::int64_t c_maxOffset = 7 * 24 * 3600 * std::int64_t{1000};
+constexpr std::string_view s_extension = ".macro";
+constexpr std::string_view s_head = "macro 1";
+constexpr std::string_view s_end = "end";
+constexpr off_t s_maxFileSize = 16 * 1024 * 1024;
+constexpr std::int64_t s_maxOffset = 7 * 24 * 3600 * std::int64_t{1000};
 
 class FileDescriptor {
 public:
@@ -97,15 +97,15 @@ std::string fileNameOf(std::string_view name) {
     });
     if (encoded.starts_with('.'))
         encoded.replace(0, 1, "%2E");
-    return encoded.append(c_extension);
+    return encoded.append(s_extension);
 }
 
 std::optional<std::string> nameOf(std::string_view fileName) {
-    fileName.remove_suffix(c_extension.size());
+    fileName.remove_suffix(s_extension.size());
     std::optional<std::string> name = decode(fileName);
     // Another spelling of the same name would be a second file of it.
     if (!name || !MacroStore::isValidName(*name) ||
-        fileNameOf(*name) != std::string(fileName).append(c_extension))
+        fileNameOf(*name) != std::string(fileName).append(s_extension))
         return std::nullopt;
     return name;
 }
@@ -124,8 +124,8 @@ std::optional<std::string> parseStep(std::string_view line, MacroStore::Steps& s
     const auto [end, error] =
         std::from_chars(offsetText.data(), offsetText.data() + offsetText.size(), offset, 10);
     if (error != std::errc() || end != offsetText.data() + offsetText.size() || offset < 0 ||
-        offset > c_maxOffset) {
-        return "expected a time from 0 to " + std::to_string(c_maxOffset) + " milliseconds, found " +
+        offset > s_maxOffset) {
+        return "expected a time from 0 to " + std::to_string(s_maxOffset) + " milliseconds, found " +
                quoted(offsetText);
     }
     if (!steps.empty() && std::chrono::milliseconds(offset) < steps.back().offset)
@@ -164,7 +164,7 @@ bool writeAll(int fd, std::string_view text) {
 }
 
 std::string toText(const MacroStore::Steps& steps) {
-    std::string text(c_head);
+    std::string text(s_head);
     text += '\n';
     for (const MacroStep& step : steps) {
         text += std::to_string(step.offset.count()) + ' ' + encodeWord(step.fid);
@@ -172,7 +172,7 @@ std::string toText(const MacroStore::Steps& steps) {
             text += ' ' + encodeWord(name) + '=' + encodeWord(value);
         text += '\n';
     }
-    return text.append(c_end).append("\n");
+    return text.append(s_end).append("\n");
 }
 
 }  // namespace
@@ -196,7 +196,7 @@ std::optional<std::map<std::string, MacroStore::Steps>> MacroStore::readAll() co
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         std::string fileName = entry->path().filename().string();
         // A leading dot is a file whose writing was cut short.
-        if (fileName.ends_with(c_extension) && !fileName.starts_with('.'))
+        if (fileName.ends_with(s_extension) && !fileName.starts_with('.'))
             fileNames.push_back(std::move(fileName));
     }
     if (error) {
@@ -229,7 +229,7 @@ std::optional<MacroStore::Steps> MacroStore::readFile(const std::string& path) c
         m_report(path + ": left out, " + systemReason());
         return std::nullopt;
     }
-    if (!S_ISREG(status.st_mode) || status.st_size > c_maxFileSize) {
+    if (!S_ISREG(status.st_mode) || status.st_size > s_maxFileSize) {
         m_report(path + ": left out, a macro is a regular file of at most 16 MiB");
         return std::nullopt;
     }
@@ -260,12 +260,12 @@ std::optional<MacroStore::Steps> MacroStore::readFile(const std::string& path) c
         const std::string_view line = takeUntil(rest, '\n');
         ++lineNumber;
         if (lineNumber == 1) {
-            if (line != c_head)
-                return broken("expected " + quoted(c_head) + ", found " + quoted(line));
-        } else if (line == c_end) {
+            if (line != s_head)
+                return broken("expected " + quoted(s_head) + ", found " + quoted(line));
+        } else if (line == s_end) {
             if (!rest.empty()) {
                 ++lineNumber;
-                return broken("expected nothing behind " + quoted(c_end));
+                return broken("expected nothing behind " + quoted(s_end));
             }
             return steps;
         } else if (const std::optional<std::string> fault = parseStep(line, steps)) {
@@ -273,7 +273,7 @@ std::optional<MacroStore::Steps> MacroStore::readFile(const std::string& path) c
         }
     }
     ++lineNumber;
-    return broken("the file ends without its last line, " + quoted(c_end));
+    return broken("the file ends without its last line, " + quoted(s_end));
 }
 
 bool MacroStore::write(const std::string& name, const Steps& steps) const {

@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr std::chrono::milliseconds c_stepCountPeriod{200};
-constexpr std::chrono::seconds c_stopPatience{1};
+constexpr std::chrono::milliseconds s_stepCountPeriod{200};
+constexpr std::chrono::seconds s_stopPatience{1};
 
 std::string quoted(const std::string& text) {
     return '"' + text + '"';
@@ -115,7 +115,7 @@ void MacroSystem::run() {
         }
         const auto somethingToDo = [this] { return m_changed || !m_running; };
         if (m_activity == MacroState::eRecording)
-            m_wakeUp.wait_for(lock, c_stepCountPeriod, somethingToDo);
+            m_wakeUp.wait_for(lock, s_stepCountPeriod, somethingToDo);
         else
             m_wakeUp.wait(lock, somethingToDo);
     }
@@ -128,7 +128,7 @@ void MacroSystem::run() {
 /// Shows what changed since the last time, with the lock released.
 void MacroSystem::publish(std::unique_lock<std::mutex>& lock) {
     const bool changed = std::exchange(m_changed, false);
-    const bool stepsDue = m_activity != MacroState::eIdle && Clock::now() >= m_shownAt + c_stepCountPeriod;
+    const bool stepsDue = m_activity != MacroState::eIdle && Clock::now() >= m_shownAt + s_stepCountPeriod;
     if (!changed && !stepsDue)
         return;
     MacroState state = currentState();
@@ -155,7 +155,7 @@ void MacroSystem::playNext(std::unique_lock<std::mutex>& lock) {
     const Clock::time_point due = m_playingBegan + step.offset;
     const Clock::time_point now = Clock::now();
     if (now < due) {
-        m_wakeUp.wait_until(lock, std::min(due, now + c_stepCountPeriod),
+        m_wakeUp.wait_until(lock, std::min(due, now + s_stepCountPeriod),
                             [this] { return m_changed || m_stopPlaying || !m_running; });
         return;
     }
@@ -318,7 +318,7 @@ bool MacroSystem::stopPlaying() {
             wakeThread();
             // The played FID itself may be what stops the playback.
             if (m_threadID != std::this_thread::get_id()) {
-                m_playbackOver.wait_for(lock, c_stopPatience, [this, playback = m_playbacks] {
+                m_playbackOver.wait_for(lock, s_stopPatience, [this, playback = m_playbacks] {
                     return m_activity != MacroState::ePlaying || m_playbacks != playback;
                 });
             }
@@ -457,16 +457,16 @@ void MacroSystem::fidDispatched(const std::string& fid, const FIDParameterList& 
         std::lock_guard lock(m_mutex);
         // A FID without a driver ID goes nowhere, now or when it is played.
         if (m_activity != MacroState::eRecording || fid.starts_with(m_controlPrefix) ||
-            fid.find('.') == std::string::npos || m_recorded.size() >= c_maxSteps) {
+            fid.find('.') == std::string::npos || m_recorded.size() >= s_maxSteps) {
             return;
         }
         const auto offset = std::chrono::duration_cast<std::chrono::milliseconds>(m_now() - m_recordingBegan);
         m_recorded.push_back({offset, fid, parameters});
-        if (m_recorded.size() == c_maxSteps)
+        if (m_recorded.size() == s_maxSteps)
             full = m_name;
     }
     if (!full.empty())
         m_host.macroLog(sal::LogOutput::eWarning, "macro " + quoted(full) + " is full with " +
-                                                      std::to_string(c_maxSteps) +
+                                                      std::to_string(s_maxSteps) +
                                                       " FIDs; further ones are not recorded");
 }

@@ -28,7 +28,7 @@ public:
     using Now = std::function<Clock::time_point()>;
 
     /// A recording that reaches this many FIDs takes no more.
-    static constexpr std::size_t c_maxSteps = 10000;
+    static constexpr std::size_t s_maxSteps = 10000;
 
     /// now gives the times of a recording. The host outlives this object.
     explicit MacroSystem(IMacroHost& host, Now now = &Clock::now);

@@ -15,17 +15,17 @@ struct PanelDriver::Function {
 
 namespace {
 
-constexpr std::size_t c_maxText = 255;
-constexpr std::string_view c_etCetera = ", ...";
+constexpr std::size_t s_maxText = 255;
+constexpr std::string_view s_etCetera = ", ...";
 
 /// As many whole names as a state value holds.
 std::string joined(const std::vector<std::string>& names) {
     std::string text;
     for (std::size_t i = 0; i < names.size(); ++i) {
         const std::string separator = text.empty() ? "" : ", ";
-        const std::size_t reserve = i + 1 < names.size() ? c_etCetera.size() : 0;
-        if (text.size() + separator.size() + names[i].size() + reserve > c_maxText)
-            return text.append(c_etCetera);
+        const std::size_t reserve = i + 1 < names.size() ? s_etCetera.size() : 0;
+        if (text.size() + separator.size() + names[i].size() + reserve > s_maxText)
+            return text.append(s_etCetera);
         text += separator + names[i];
     }
     return text;
@@ -44,7 +44,7 @@ const char* wordFor(MacroState::EActivity activity) {
 
 }  // namespace
 
-const PanelDriver::Function PanelDriver::c_functions[] = {
+const PanelDriver::Function PanelDriver::s_functions[] = {
     {"ALARM", {"source", "text"}, &PanelDriver::showAlarm},
     {"ALARM.CLEAR", {}, &PanelDriver::clearAlarm},
     {"MACRO.CANCEL", {}, &PanelDriver::cancelMacro},
@@ -89,11 +89,11 @@ bool PanelDriver::sendFID(const std::string& fid, const FIDParameterList& parame
     if (!pass)
         return false;
 
-    const auto function = std::find_if(std::begin(c_functions), std::end(c_functions),
+    const auto function = std::find_if(std::begin(s_functions), std::end(s_functions),
                                        [&fid](const Function& known) { return fid == known.name; });
-    if (function == std::end(c_functions)) {
+    if (function == std::end(s_functions)) {
         std::string known;
-        for (const Function& each : c_functions)
+        for (const Function& each : s_functions)
             known += (known.empty() ? "" : ", ") + std::string(each.name);
         log(sal::LogOutput::eWarning, "unknown FID \"" + fid + "\"; known are " + known);
         return false;
@@ -160,7 +160,7 @@ bool PanelDriver::loadMacros(const FIDParameterList&) const {
 
 bool PanelDriver::showAlarm(const FIDParameterList& parameters) const {
     const std::string text =
-        (parameters.value("source") + ": " + parameters.value("text")).substr(0, c_maxText);
+        (parameters.value("source") + ": " + parameters.value("text")).substr(0, s_maxText);
     log(sal::LogOutput::eWarning, "alarm from " + text);
     panelState()->setStateValue("ALARM", text);
     panelState()->triggerEvent("ALARM", text);

@@ -26,7 +26,7 @@ public:
 
 private:
     struct Function;
-    static const Function c_functions[];
+    static const Function s_functions[];
 
     bool recordMacro(const FIDParameterList& parameters) const;
     bool stopMacro(const FIDParameterList& parameters) const;

@@ -15,11 +15,11 @@ struct SysMonDriver::Function {
 
 namespace {
 
-constexpr int c_minInterval = 50;
-constexpr int c_maxInterval = 3600000;
-constexpr std::size_t c_maxText = 255;
+constexpr int s_minInterval = 50;
+constexpr int s_maxInterval = 3600000;
+constexpr std::size_t s_maxText = 255;
 /// The load must fall to this part of the threshold before it can raise the alarm again.
-constexpr float c_rearmAt = 0.9F;
+constexpr float s_rearmAt = 0.9F;
 
 template <class Number>
 std::optional<Number> parsed(const std::string& text) {
@@ -38,7 +38,7 @@ std::string decimal(float number) {
 
 }  // namespace
 
-const SysMonDriver::Function SysMonDriver::c_functions[] = {
+const SysMonDriver::Function SysMonDriver::s_functions[] = {
     {"FORWARD", &SysMonDriver::forward},
     {"INTERVAL", &SysMonDriver::setInterval},
     {"MARK", &SysMonDriver::mark},
@@ -91,11 +91,11 @@ bool SysMonDriver::sendFID(const std::string& fid, const FIDParameterList& param
     const auto pass = m_gate.enter();
     if (!pass)
         return false;
-    const auto function = std::find_if(std::begin(c_functions), std::end(c_functions),
+    const auto function = std::find_if(std::begin(s_functions), std::end(s_functions),
                                        [&fid](const Function& known) { return fid == known.name; });
-    if (function == std::end(c_functions)) {
+    if (function == std::end(s_functions)) {
         std::string known;
-        for (const Function& each : c_functions)
+        for (const Function& each : s_functions)
             known += (known.empty() ? "" : ", ") + std::string(each.name);
         log(sal::LogOutput::eWarning, "unknown FID \"" + fid + "\"; known are " + known);
         return false;
@@ -129,10 +129,10 @@ bool SysMonDriver::showState() const {
 bool SysMonDriver::setInterval(const FIDParameterList& parameters) const {
     const std::string text = parameters.value("ms");
     const std::optional<int> interval = parsed<int>(text);
-    if (!interval || *interval < c_minInterval || *interval > c_maxInterval) {
+    if (!interval || *interval < s_minInterval || *interval > s_maxInterval) {
         log(sal::LogOutput::eWarning, "INTERVAL ignored, ms=\"" + text + "\" is not a whole number from " +
-                                          std::to_string(c_minInterval) + " to " +
-                                          std::to_string(c_maxInterval));
+                                          std::to_string(s_minInterval) + " to " +
+                                          std::to_string(s_maxInterval));
         return false;
     }
     std::lock_guard lock(m_mutex);
@@ -187,7 +187,7 @@ bool SysMonDriver::forward(const FIDParameterList& parameters) const {
 }
 
 bool SysMonDriver::mark(const FIDParameterList& parameters) const {
-    panelState()->setStateValue("MARK", parameters.value("text").substr(0, c_maxText));
+    panelState()->setStateValue("MARK", parameters.value("text").substr(0, s_maxText));
     return true;
 }
 
@@ -252,7 +252,7 @@ void SysMonDriver::checkLoad(float load, float threshold) {
         // A threshold that was changed meanwhile is for the next sample, which comes at once.
         if (threshold <= 0 || threshold != m_settings.threshold)
             return;
-        if (load <= threshold * c_rearmAt)
+        if (load <= threshold * s_rearmAt)
             m_armed = true;
         if (load <= threshold || !m_armed)
             return;

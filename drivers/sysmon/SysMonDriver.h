@@ -41,7 +41,7 @@ private:
     };
 
     struct Function;
-    static const Function c_functions[];
+    static const Function s_functions[];
 
     bool setInterval(const FIDParameterList& parameters) const;
     bool setThreshold(const FIDParameterList& parameters) const;

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr const char* c_loopbackType = "772";
+constexpr const char* s_loopbackType = "772";
 
 std::optional<std::string> firstLine(const std::string& path) {
     std::ifstream file(path);
@@ -21,7 +21,7 @@ std::optional<std::string> firstLine(const std::string& path) {
 }
 
 bool carriesTraffic(const std::string& directory) {
-    if (firstLine(directory + "/type") == c_loopbackType)
+    if (firstLine(directory + "/type") == s_loopbackType)
         return false;
     const std::optional<std::string> state = firstLine(directory + "/operstate");
     // Interfaces without a link layer of their own never say more than "unknown".

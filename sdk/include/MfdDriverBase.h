@@ -77,16 +77,9 @@ protected:
     }
 
     /// Writes one line to the log, the driver ID before it. Any thread, once the configuration is there.
-    void log(sal::LogOutput::ELevel level, std::string text) const {
-        sal::LogOutput* pLog = sal::LogManager::getInstance()->getLogOutput("MFD");
-        if (!pLog || !pLog->enabled(level))
-            return;
-        // What came with a FID must not pass for further lines.
-        for (char& character : text) {
-            if (static_cast<unsigned char>(character) < ' ' || character == '\x7f')
-                character = '?';
-        }
-        pLog->level(level) << m_configuration.driverID << ": " << text << std::endl;
+    void log(sal::LogOutput::ELevel level, const std::string& text) const {
+        if (sal::LogOutput* pLog = sal::LogManager::getInstance()->getLogOutput("MFD"))
+            pLog->level(level) << m_configuration.driverID << ": " << text << std::endl;
     }
 
 private:
