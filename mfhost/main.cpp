@@ -1,1 +1,99 @@
-int main() { return 0; }
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <variant>
+
+#include "DataDirectory.h"
+#include "Host.h"
+#include "HostLog.h"
+#include "OptionParser.h"
+#include "Sandbox.h"
+#include "SignalWatch.h"
+#include "TerminalModes.h"
+#include "XMLVerify.h"
+#include "sal/LogManager.h"
+#include "sal/NetworkAdapter.h"
+
+namespace {
+
+/// A stream that the caller has closed would otherwise become the next file that is opened.
+void openStandardStreams() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (::fcntl(fd, F_GETFD) == -1 && errno == EBADF)
+            static_cast<void>(::open("/dev/null", O_RDWR));
+    }
+}
+
+/// Driver processes take these over.
+void setEnvironment(const Options& options) {
+    const auto seconds = (options.stopTimeout.count() + 999) / 1000;
+    ::setenv("MFD_LOG_LEVEL", std::to_string(options.logLevel).c_str(), 1);
+    ::setenv("MFD_STOP_TIMEOUT", std::to_string(seconds).c_str(), 1);
+}
+
+bool enterWorkDirectory(const std::string& directory) {
+    if (directory.empty())
+        return true;
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (!error)
+        std::filesystem::current_path(directory, error);
+    if (error)
+        std::cerr << "mfhost: --workdir " << directory << ": " << error.message() << std::endl;
+    return !error;
+}
+
+int runHost(const Options& options, SignalWatch& signals) {
+    sal::LogManager log({.level = options.logLevel, .file = options.logFile, .tag = {}});
+    XMLVerify::setTrustDirectory(options.trustDirectory);
+    for (const auto& [name, real] : options.adapters)
+        sal::NetworkAdapter::setSecondName(name, real);
+
+    DataDirectory data("/var/data");
+    if (const auto reason = data.acquire()) {
+        hostLog(sal::LogOutput::eCritical) << *reason << std::endl;
+        log.flush();
+        return 1;
+    }
+    if (const std::string names = data.foreignEntries(); !names.empty())
+        hostLog(sal::LogOutput::eWarning) << "/var/data holds more than drivers' links (" << names
+                                          << "); the start removes all that it can" << std::endl;
+    const int exitCode = Host(options, signals).run();
+    log.flush();
+    return exitCode;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    openStandardStreams();
+    // The terminal's character set, for line editing; numbers stay as they are written everywhere.
+    std::setlocale(LC_CTYPE, "");
+    const auto parsed = OptionParser::parse(argc, argv, std::cout, std::cerr);
+    if (const int* pExitCode = std::get_if<int>(&parsed))
+        return *pExitCode;
+    const Options& options = std::get<Options>(parsed);
+
+    if (options.sandbox) {
+        if (const auto reason = Sandbox::enter(options.sandboxDirectory)) {
+            std::cerr << "mfhost: --sandbox is not possible here: " << *reason << std::endl;
+            return 1;
+        }
+    }
+    if (options.probeSandbox)
+        return 0;
+    if (!enterWorkDirectory(options.workDirectory))
+        return 1;
+    setEnvironment(options);
+    TerminalModes::remember();
+    SignalWatch signals;
+    return runHost(options, signals);
+}

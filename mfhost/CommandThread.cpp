@@ -1,0 +1,105 @@
+#include "CommandThread.h"
+
+#include <pthread.h>
+
+#include <utility>
+
+CommandThread::~CommandThread() {
+    stopAfterCurrent();
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+void CommandThread::start(Task onActivity, Task last, Task onEnd) {
+    m_onActivity = std::move(onActivity);
+    m_last = std::move(last);
+    m_onEnd = std::move(onEnd);
+    m_thread = std::thread([this] { run(); });
+}
+
+bool CommandThread::post(const std::string& what, Task task) {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_stopping || m_items.size() >= s_capacity)
+            return false;
+        m_items.push_back({what, std::move(task)});
+    }
+    m_changed.notify_all();
+    return true;
+}
+
+bool CommandThread::postWaiting(const std::string& what, Task task) {
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_stopping || m_items.size() < s_capacity; });
+        if (m_stopping)
+            return false;
+        m_items.push_back({what, std::move(task)});
+    }
+    m_changed.notify_all();
+    return true;
+}
+
+void CommandThread::stopAfterCurrent() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_stopping = true;
+        m_items.clear();
+    }
+    m_changed.notify_all();
+}
+
+void CommandThread::stopWhenDone() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_stopping = true;
+    }
+    m_changed.notify_all();
+}
+
+void CommandThread::setDriver(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    m_activity.driverID = driverID;
+}
+
+CommandThread::Activity CommandThread::activity() const {
+    const std::lock_guard lock(m_mutex);
+    return m_activity;
+}
+
+bool CommandThread::isCurrent() const {
+    return std::this_thread::get_id() == m_thread.get_id();
+}
+
+void CommandThread::run() {
+    pthread_setname_np(pthread_self(), "commands");
+    for (;;) {
+        Item item;
+        {
+            std::unique_lock lock(m_mutex);
+            m_changed.wait(lock, [this] { return m_stopping || !m_items.empty(); });
+            if (m_items.empty())
+                break;
+            item = std::move(m_items.front());
+            m_items.pop_front();
+        }
+        m_changed.notify_all();
+        perform(item);
+    }
+    perform({"shutdown", m_last});
+    m_onEnd();
+}
+
+void CommandThread::perform(const Item& item) {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_activity = {true, item.what, {}, Clock::now()};
+    }
+    m_onActivity();
+    item.task();
+    {
+        const std::lock_guard lock(m_mutex);
+        m_activity = {};
+    }
+    m_onActivity();
+}

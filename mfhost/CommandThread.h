@@ -1,0 +1,73 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+/// The one thread on which everything runs that changes the workplace: start-up, commands, shutdown. So
+/// loading, reloading and teardown never overlap. Everybody else only posts.
+class CommandThread {
+public:
+    using Clock = std::chrono::steady_clock;
+    using Task = std::function<void()>;
+
+    /// What the thread is doing.
+    struct Activity {
+        bool busy = false;
+        std::string what;      ///< the command line, or "start-up", "shutdown"
+        std::string driverID;  ///< the driver that it concerns, if one
+        Clock::time_point since;
+    };
+
+    /// Tasks that wait beyond this number are refused.
+    static constexpr std::size_t s_capacity = 1000;
+
+    CommandThread() = default;
+    ~CommandThread();  ///< as stopAfterCurrent(), then waits
+    CommandThread(const CommandThread&) = delete;
+    CommandThread& operator=(const CommandThread&) = delete;
+
+    /// onActivity is called whenever a task begins or ends; last is the thread's last task, however it is
+    /// stopped; onEnd is called behind it.
+    void start(Task onActivity, Task last, Task onEnd);
+
+    /// Any thread; returns at once. False when the thread is stopping or has too much to do already.
+    bool post(const std::string& what, Task task);
+    /// The same for a reader of many lines: waits for room. False when the thread is stopping.
+    bool postWaiting(const std::string& what, Task task);
+
+    /// Goes to the last task after the current one; what waits is dropped. Any thread.
+    void stopAfterCurrent();
+    /// Goes to the last task when everything posted so far has run. Any thread.
+    void stopWhenDone();
+
+    /// Names the driver that the current task concerns. On the command thread.
+    void setDriver(const std::string& driverID);
+
+    Activity activity() const;
+    bool isCurrent() const;
+
+private:
+    struct Item {
+        std::string what;
+        Task task;
+    };
+
+    void run();
+    void perform(const Item& item);
+
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<Item> m_items;
+    Activity m_activity;
+    bool m_stopping = false;
+    Task m_onActivity;
+    Task m_last;
+    Task m_onEnd;
+    std::thread m_thread;
+};

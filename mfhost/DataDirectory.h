@@ -1,0 +1,26 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+/// The directory of the drivers' links, which every start empties. Made when missing and locked for as long
+/// as the object lives, so that no second host empties it under a running workplace. Main thread.
+class DataDirectory {
+public:
+    explicit DataDirectory(std::string path);
+    ~DataDirectory();  ///< lets another host have it
+    DataDirectory(const DataDirectory&) = delete;
+    DataDirectory& operator=(const DataDirectory&) = delete;
+
+    /// Nothing when this host has the directory; else why not, and who holds it.
+    std::optional<std::string> acquire();
+
+    /// Names of entries that are no links, and so were put there by somebody else.
+    std::string foreignEntries() const;
+
+private:
+    std::string holder() const;
+
+    std::string m_path;
+    int m_fd = -1;
+};

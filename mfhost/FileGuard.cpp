@@ -1,0 +1,162 @@
+#include "FileGuard.h"
+
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "HostLog.h"
+
+namespace {
+
+/// Reads markup piece by piece, without recursion.
+class Scanner {
+public:
+    explicit Scanner(std::string_view text) : m_text(text) {}
+
+    std::optional<int> tooDeepLine() {
+        int depth = 0;
+        while ((m_position = m_text.find('<', m_position)) != std::string_view::npos) {
+            if (startsWith("<!--")) {
+                skipBehind("-->", 4);
+            } else if (startsWith("<![CDATA[")) {
+                skipBehind("]]>", 9);
+            } else if (startsWith("<?xml")) {
+                if (const bool isWhole = skipTag(); !isWhole)
+                    return lineOf(m_position);
+            } else if (startsWith("</")) {
+                --depth;
+                skipBehind(">", 2);
+            } else if (isNameStart(m_position + 1)) {
+                const std::size_t start = m_position;
+                skipTag();
+                if (m_text.substr(start, m_position - start).ends_with("/>"))
+                    continue;
+                if (++depth > FileGuard::s_maxDepth)
+                    return lineOf(start);
+            } else {
+                skipBehind(">", 1);
+            }
+        }
+        return std::nullopt;
+    }
+
+private:
+    bool startsWith(std::string_view begin) const {
+        // The library compares these in any case of letters.
+        const std::string_view here = m_text.substr(m_position, begin.size());
+        return here.size() == begin.size() && strncasecmp(here.data(), begin.data(), begin.size()) == 0;
+    }
+
+    bool isNameStart(std::size_t position) const {
+        if (position >= m_text.size())
+            return false;
+        const auto byte = static_cast<unsigned char>(m_text[position]);
+        return byte >= 127 || std::isalpha(byte) || byte == '_';
+    }
+
+    void skipBehind(std::string_view end, std::size_t offset) {
+        const std::size_t found = m_text.find(end, m_position + offset);
+        m_position = found == std::string_view::npos ? m_text.size() : found + end.size();
+    }
+
+    /// Goes behind the tag's ">", which may also stand inside quotes. False when a "<" comes first, which no
+    /// well-formed declaration has.
+    bool skipTag() {
+        char quote = 0;
+        bool isWhole = true;
+        for (++m_position; m_position < m_text.size(); ++m_position) {
+            const char c = m_text[m_position];
+            if (c == '<')
+                isWhole = false;
+            if (quote) {
+                if (c == quote)
+                    quote = 0;
+            } else if (c == '"' || c == '\'') {
+                quote = c;
+            } else if (c == '>') {
+                ++m_position;
+                break;
+            }
+        }
+        return isWhole;
+    }
+
+    int lineOf(std::size_t position) const {
+        return 1 + static_cast<int>(
+                       std::count(m_text.begin(), m_text.begin() + static_cast<long>(position), '\n'));
+    }
+
+    std::string_view m_text;
+    std::size_t m_position = 0;
+};
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : m_fd(fd) {}
+    ~Descriptor() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+}  // namespace
+
+std::optional<int> FileGuard::tooDeepLine(const std::string& text) {
+    return Scanner(text).tooDeepLine();
+}
+
+std::optional<std::string> FileGuard::refusal(const std::string& path) {
+    // Without O_NONBLOCK the open itself would wait for the other end of a pipe.
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (file.get() < 0) {
+        if (errno == ENXIO)  // a socket
+            return path + " is no regular file";
+        return std::nullopt;
+    }
+    struct stat status {};
+    if (::fstat(file.get(), &status) != 0)
+        return path + ": " + std::strerror(errno);
+    if (!S_ISREG(status.st_mode))
+        return path + " is no regular file";
+    if (status.st_size > s_maxBytes)
+        return path + " has " + std::to_string(status.st_size) + " bytes; at most 16 MB are read";
+
+    std::string text;
+    text.resize(static_cast<std::size_t>(status.st_size));
+    std::size_t filled = 0;
+    while (filled < text.size()) {
+        const ssize_t count = ::read(file.get(), text.data() + filled, text.size() - filled);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return path + ": " + std::strerror(errno);
+        if (count == 0)
+            break;
+        filled += static_cast<std::size_t>(count);
+    }
+    text.resize(filled);
+    if (const auto line = tooDeepLine(text))
+        return path + " line " + std::to_string(*line) + ": elements nest deeper than " +
+               std::to_string(s_maxDepth) + " levels";
+    return std::nullopt;
+}
+
+bool FileGuard::acceptsLogged(const std::string& path) {
+    const auto reason = refusal(path);
+    if (reason)
+        hostLog(sal::LogOutput::eError) << *reason << "; the descriptor is left out" << std::endl;
+    return !reason;
+}

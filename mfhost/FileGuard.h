@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+/// Keeps files from the XML library that would hang it or exhaust its stack: what is no regular file, is
+/// larger than 16 MB, or nests elements deeper than 100 levels.
+class FileGuard {
+public:
+    static constexpr long long s_maxBytes = 16LL * 1024 * 1024;
+    static constexpr int s_maxDepth = 100;
+
+    /// What is wrong with the file and what would be right; nothing for a file that may be read, and for one
+    /// that cannot be opened at all, which the library reports itself. Any thread.
+    static std::optional<std::string> refusal(const std::string& path);
+
+    /// The line, counted from 1, on which an element nests too deep; nothing when none does. Follows the
+    /// library's own reading of odd markup, so that nothing can hide elements from the count.
+    static std::optional<int> tooDeepLine(const std::string& text);
+
+    /// For sal::Directory::setFileFilter: false and one log line for a refused file.
+    static bool acceptsLogged(const std::string& path);
+};

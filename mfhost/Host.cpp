@@ -1,0 +1,326 @@
+#include "Host.h"
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <future>
+#include <iostream>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+#include "CommandWords.h"
+#include "FileGuard.h"
+#include "HostLog.h"
+#include "IMDMConfiguration.h"
+#include "InterfaceIds.h"
+#include "MfDriverManager.h"
+#include "TerminalModes.h"
+#include "WorkplaceFile.h"
+#include "XMLVerify.h"
+#include "sal/Directory.h"
+#include "sal/Module.h"
+#include "sal/Process.h"
+
+namespace {
+
+/// How long a terminal waits for a command before it offers the next prompt.
+constexpr std::chrono::seconds s_promptDelay{2};
+
+/// Commands whose values the operator sets, though the keys name drivers.
+bool setsState(const std::string& command) {
+    return command == "setStateValue" || command == "unsetStateValue" || command == "triggerEvent";
+}
+
+std::string signalName(int signal) {
+    return std::string("SIG") + ::sigabbrev_np(signal);
+}
+
+}  // namespace
+
+Host::Host(Options options, SignalWatch& signals)
+    : m_options(std::move(options)),
+      m_signals(signals),
+      m_roster(m_store),
+      m_supervisor(m_roster, {.stopTimeout = m_options.stopTimeout},
+                   {.activity = [this] { return m_commands.activity(); },
+                    .queues = [] { return sal::MessageQueue::statuses(); },
+                    .receiverGone = [](const std::string& name) { sal::MessageQueue::receiverGone(name); },
+                    .exitNow = [this](int exitCode) { exitNow(exitCode); }}),
+      m_system(std::set<std::string>(m_options.allowedCommands.begin(), m_options.allowedCommands.end()),
+               [this](const std::string& line) {
+                   return m_commands.post(line, [this, line] { execute(line, EOrigin::Driver); });
+               }),
+      m_hostCommands({.store = m_store,
+                      .roster = m_roster,
+                      .reply = [this]() -> std::ostream& { return *m_pReply; },
+                      .quit = [this] { requestShutdown("quit", 0); },
+                      .showModules = [this] { m_pManager->showModules(); }}) {}
+
+Host::~Host() = default;
+
+int Host::run() {
+    if (m_options.follow) {
+        m_pFollow = std::make_unique<FollowPrinter>(*m_options.follow, STDOUT_FILENO);
+        m_store.addListener(m_pFollow.get());
+    }
+    sal::Process::setObserver(&m_supervisor);
+    sal::Module::setObserver(&m_roster);
+    sal::Directory::setFileFilter(&FileGuard::acceptsLogged);
+
+    m_supervisor.start();
+    m_commands.start([this] { m_supervisor.wake(); }, [this] { shutDown(); },
+                     [this] { m_signals.interrupt(); });
+    m_commands.post("start-up", [this] { startUp(); });
+    if (m_options.console) {
+        m_pConsole = std::make_unique<Console>(Console::Handlers{
+            .line = [this](const std::string& line) { readConsoleLine(line); },
+            .end = [this] { m_commands.stopWhenDone(); },
+            .complete = [this](const auto& before, const auto& prefix) { return complete(before, prefix); }});
+        m_pConsole->start();
+    }
+
+    bool isAsked = false;
+    while (const int signal = m_signals.wait()) {
+        if (isAsked) {
+            hostLog(sal::LogOutput::eWarning)
+                << signalName(signal) << " again: the host ends at once" << std::endl;
+            exitNow(128 + signal);
+        }
+        isAsked = true;
+        requestShutdown(signalName(signal), m_exitCode);
+    }
+
+    if (m_pConsole)
+        m_pConsole->stop();
+    m_pConsole.reset();
+    if (m_pFollow)
+        m_store.removeListener(m_pFollow.get());
+    m_pFollow.reset();
+    return m_exitCode;
+}
+
+void Host::startUp() {
+    if (!startManager()) {
+        requestShutdown("the start failed", 1);
+        return;
+    }
+    m_isStarted = true;
+    hostLog(sal::LogOutput::eInfo) << "the workplace is started" << std::endl;
+}
+
+bool Host::startManager() {
+    if (const std::string reason = configurationRefusal(); !reason.empty()) {
+        hostLog(sal::LogOutput::eCritical) << reason << "; the workplace is not started" << std::endl;
+        return false;
+    }
+    m_pManager = std::make_unique<MfDriverManager>();
+    if (!m_options.startDriverProcesses)
+        m_pManager->dontStartMFDs();
+    m_pManager->init();
+    m_pManager->setSystemInterface(&m_system);
+    m_pManager->setVirtualPanelStateInterface(&m_store);
+    m_hostCommands.registerCommands();
+    m_commandNames = m_processor.names();
+    m_system.sender().setTarget(dynamic_cast<IFunctionID*>(m_pManager->queryInterface(IID_IFunctionID)));
+    m_pConfiguration = dynamic_cast<IMDMConfiguration*>(m_pManager->queryInterface(IID_IMDMConfiguration));
+    if (!m_pConfiguration) {
+        hostLog(sal::LogOutput::eCritical) << "the module does not let drivers be configured" << std::endl;
+        return false;
+    }
+    searchDrivers();
+    return startDrivers();
+}
+
+void Host::searchDrivers() {
+    std::set<std::pair<dev_t, ino_t>> searched;
+    for (const std::string& directory : m_options.driverDirectories) {
+        struct stat status {};
+        if (::stat(directory.c_str(), &status) != 0) {
+            hostLog(sal::LogOutput::eError) << "--drivers " << directory << ": " << std::strerror(errno)
+                                            << "; no drivers are found there" << std::endl;
+            continue;
+        }
+        if (!S_ISDIR(status.st_mode)) {
+            hostLog(sal::LogOutput::eError) << "--drivers " << directory
+                                            << " is not a directory; no drivers are found there" << std::endl;
+            continue;
+        }
+        if (!searched.emplace(status.st_dev, status.st_ino).second)
+            continue;
+        m_pConfiguration->searchMfDriver(directory);
+    }
+}
+
+bool Host::startDrivers() {
+    m_roster.configure(WorkplaceFile(m_options.config).entries());
+    const bool isComplete = m_pConfiguration->startMfDrivers(m_options.config);
+    m_pManager->onMfDriversStarted();
+    if (m_roster.isRunning("PANEL")) {
+        if (!isComplete)
+            hostLog(sal::LogOutput::eWarning) << "not every driver of " << m_options.config
+                                              << " was started; those that run go on" << std::endl;
+        return true;
+    }
+    if (!isComplete) {
+        hostLog(sal::LogOutput::eCritical) << "PANEL: the panel driver does not start" << std::endl;
+        return false;
+    }
+    hostLog(sal::LogOutput::eWarning)
+        << "PANEL: no descriptor of type \"Panel\", version \"1.0\" stands in the --drivers directories; "
+           "the workplace runs without a panel driver"
+        << std::endl;
+    return true;
+}
+
+std::string Host::configurationRefusal() const {
+    const std::string& file = m_options.config;
+    if (file.empty())
+        return {};
+    if (const auto reason = FileGuard::refusal(file))
+        return *reason;
+    if (m_options.requireSignature && !XMLVerify::verifySignature(sal::Path(file)))
+        return file + " is not signed by a trusted key, and --require-signature asks for it";
+    return WorkplaceFile(file).startRefusal();
+}
+
+void Host::readConsoleLine(const std::string& line) {
+    if (!Console::isInteractive()) {
+        m_commands.postWaiting(line, [this, line] { execute(line, EOrigin::Console); });
+        return;
+    }
+    // The prompt waits for the reply, but not for a command that takes long.
+    auto pDone = std::make_shared<std::promise<void>>();
+    auto done = pDone->get_future();
+    const bool isPosted = m_commands.post(line, [this, line, pDone] {
+        execute(line, EOrigin::Console);
+        pDone->set_value();
+    });
+    pDone.reset();
+    if (!isPosted)
+        std::cout << "the host is stopping or has too much to do; \"" << line << "\" is ignored" << std::endl;
+    else if (done.wait_for(s_promptDelay) == std::future_status::timeout)
+        std::cout << "\"" << line << "\" goes on; its reply comes later" << std::endl;
+}
+
+void Host::execute(const std::string& line, EOrigin origin) {
+    std::ostringstream driverReply;
+    std::ostream& reply = origin == EOrigin::Console ? std::cout : driverReply;
+    m_pReply = &reply;
+    executeChecked(line, reply);
+    m_pReply = nullptr;
+    reply << std::flush;
+    std::istringstream lines(driverReply.str());
+    for (std::string text; std::getline(lines, text);)
+        hostLog(sal::LogOutput::eInfo) << "a driver's command \"" << line << "\": " << text << std::endl;
+}
+
+void Host::executeChecked(const std::string& line, std::ostream& reply) {
+    const std::vector<std::string> words = CommandWords::split(line);
+    if (!m_isStarted)
+        return;
+    const std::string command = words.empty() ? std::string() : words.front();
+    if (command == "reloadDriver" && words.size() > 1 && words[1] != "--help") {
+        reload(line, words[1], reply);
+        return;
+    }
+    // Without an ID there is nothing to reload, only the command's use to tell.
+    if (command == "reloadDriver") {
+        m_processor.help(command, reply);
+        return;
+    }
+    std::optional<StateStore::ConsoleMark> mark;
+    if (setsState(command))
+        mark.emplace();
+    m_processor.execute(line, reply);
+}
+
+void Host::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {
+    std::string reason = configurationRefusal();
+    if (reason.empty())
+        reason = WorkplaceFile(m_options.config).reloadRefusal(driverID);
+    if (!reason.empty()) {
+        reply << driverID << " is not reloaded, nothing is unloaded: " << reason << std::endl;
+        return;
+    }
+    m_commands.setDriver(driverID);
+    m_processor.execute(line, reply);
+    m_commands.setDriver({});
+    m_roster.configure(WorkplaceFile(m_options.config).entries());
+    // The old panel's macro system is gone with it.
+    if (driverID == "PANEL")
+        m_pManager->onMfDriversStarted();
+}
+
+std::vector<std::string> Host::complete(const std::vector<std::string>& before,
+                                        const std::string& prefix) const {
+    std::vector<std::string> found;
+    const auto offer = [&](const std::string& word) {
+        if (word.starts_with(prefix))
+            found.push_back(word);
+    };
+    if (!m_isStarted)
+        return found;
+    const std::string command = before.empty() ? std::string() : before.front();
+    if (before.empty() || (command == "help" && before.size() == 1)) {
+        std::for_each(m_commandNames.begin(), m_commandNames.end(), offer);
+    } else if (command == "reloadDriver" && before.size() == 1) {
+        for (const DriverRoster::Driver& driver : m_roster.drivers())
+            offer(driver.id);
+    } else if (command == "sendFID" && before.size() == 1) {
+        for (const DriverRoster::Driver& driver : m_roster.drivers())
+            offer(driver.id + ".");
+    } else if ((command == "state" || setsState(command)) && before.size() == 1) {
+        found = m_store.keys(prefix);
+    }
+    return found;
+}
+
+void Host::requestShutdown(const std::string& reason, int exitCode) {
+    m_exitCode = exitCode;
+    hostLog(sal::LogOutput::eInfo) << "shutting down: " << reason << std::endl;
+    m_supervisor.beginShutdown(exitCode);
+    m_commands.stopAfterCurrent();
+}
+
+void Host::shutDown() {
+    m_supervisor.beginShutdown(m_exitCode);
+    // Drivers' calls that come from now on find a host that has stopped taking commands; the sender stays
+    // until no driver is left.
+    m_pManager.reset();
+    m_system.sender().setTarget(nullptr);
+    m_pConfiguration = nullptr;
+    m_supervisor.endProcesses();
+    sal::Process::setObserver(nullptr);
+    sal::Module::setObserver(nullptr);
+    hostLog(sal::LogOutput::eInfo) << "all drivers are stopped" << std::endl;
+}
+
+void Host::exitNow(int exitCode) const {
+    TerminalModes::restore();
+    // What was logged is worth a moment, but not a wait for a sink that nobody empties.
+    struct Flush {
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool isDone = false;
+    };
+    auto pFlush = std::make_shared<Flush>();
+    std::thread([pFlush] {
+        sal::LogManager::getInstance()->flush();
+        const std::lock_guard lock(pFlush->mutex);
+        pFlush->isDone = true;
+        pFlush->changed.notify_all();
+    }).detach();
+    {
+        std::unique_lock lock(pFlush->mutex);
+        pFlush->changed.wait_for(lock, std::chrono::milliseconds(300), [&] { return pFlush->isDone; });
+    }
+    ::_exit(exitCode);
+}

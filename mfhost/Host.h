@@ -1,0 +1,78 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "CommandThread.h"
+#include "Console.h"
+#include "DriverRoster.h"
+#include "FollowPrinter.h"
+#include "HostCommands.h"
+#include "HostSystem.h"
+#include "Options.h"
+#include "ProcessSupervisor.h"
+#include "SignalWatch.h"
+#include "StateStore.h"
+#include "sal/CmdProcessor.h"
+
+class IMDMConfiguration;
+class MfDriverManager;
+
+/// The running host: starts the workplace, executes commands, shuts it down. Made and run by main, on the
+/// main thread, once the log is there and /var/data is ours; the module is used on the command thread alone.
+class Host {
+public:
+    /// The signals are blocked in every thread from here on.
+    Host(Options options, SignalWatch& signals);
+    ~Host();
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+    /// Runs the workplace until it is shut down, and returns the exit code.
+    int run();
+
+private:
+    enum class EOrigin { Console, Driver };
+
+    void startUp();
+    bool startManager();
+    void searchDrivers();
+    bool startDrivers();
+    std::string configurationRefusal() const;
+
+    void readConsoleLine(const std::string& line);
+    void execute(const std::string& line, EOrigin origin);
+    void executeChecked(const std::string& line, std::ostream& reply);
+    void reload(const std::string& line, const std::string& driverID, std::ostream& reply);
+    std::vector<std::string> complete(const std::vector<std::string>& before,
+                                      const std::string& prefix) const;
+
+    void requestShutdown(const std::string& reason, int exitCode);
+    void shutDown();
+    [[noreturn]] void exitNow(int exitCode) const;
+
+    const Options m_options;
+    SignalWatch& m_signals;
+    StateStore m_store;
+    DriverRoster m_roster;
+    CommandThread m_commands;
+    ProcessSupervisor m_supervisor;
+    HostSystem m_system;
+    sal::CmdProcessor m_processor;
+    HostCommands m_hostCommands;
+    std::unique_ptr<FollowPrinter> m_pFollow;
+    std::unique_ptr<Console> m_pConsole;
+
+    // The command thread's.
+    std::unique_ptr<MfDriverManager> m_pManager;
+    IMDMConfiguration* m_pConfiguration = nullptr;
+    std::ostream* m_pReply = nullptr;
+    std::vector<std::string> m_commandNames;
+
+    std::atomic<bool> m_isStarted = false;
+    std::atomic<int> m_exitCode = 0;
+};

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <set>
+#include <string>
+
+#include "HostSender.h"
+#include "ISystem.h"
+
+/// The host as drivers see it: the commands they may give, and the sender of FIDs. Owned by Host; outlives
+/// the manager. Any thread.
+class HostSystem : public ISystem {
+public:
+    /// Takes a console line for later; false when there is no room for it.
+    using Post = std::function<bool(const std::string& line)>;
+
+    HostSystem(std::set<std::string> allowedCommands, Post post);
+
+    IInterface* queryInterface(unsigned int id) override;
+
+    /// Posts the command when it is allowed. A refusal is logged with the command's name.
+    void executeCommand(const std::string& command, const std::string& arguments) override;
+
+    HostSender& sender() { return m_sender; }
+
+private:
+    const std::set<std::string> m_allowedCommands;
+    const Post m_post;
+    HostSender m_sender;
+};

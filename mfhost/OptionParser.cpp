@@ -1,0 +1,127 @@
+#include "OptionParser.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+
+namespace {
+
+std::string absolutePath(const std::string& path) {
+    return path.empty() ? path : std::filesystem::absolute(path).string();
+}
+
+std::pair<std::string, std::string> adapterNames(const std::string& text) {
+    const auto equals = text.find('=');
+    if (equals == std::string::npos || equals == 0 || equals + 1 == text.size())
+        throw CLI::ValidationError("--adapter", "\"" + text + "\" is not NAME=REAL, such as eth0=enp3s0");
+    return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+void checkCommandName(const std::string& name) {
+    const auto isBlank = [](unsigned char c) { return std::isspace(c) || std::iscntrl(c); };
+    if (name.empty() || std::any_of(name.begin(), name.end(), isBlank))
+        throw CLI::ValidationError("--allow-command", "\"" + name + "\" is not one command word");
+}
+
+}  // namespace
+
+std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv, std::ostream& out,
+                                               std::ostream& err) {
+    Options options;
+    bool noStartDrivers = false;
+    bool noConsole = false;
+    double stopTimeout = 3;
+    std::string follow;
+    std::vector<std::string> adapters;
+
+    CLI::App app("Runs the device drivers of a workplace.", "mfhost");
+    app.set_version_flag("--version", "mfhost " MFHOST_VERSION);
+    app.add_option("--drivers", options.driverDirectories, "directory of driver descriptors; may be repeated")
+        ->type_name("DIR")
+        ->expected(1)
+        ->required()
+        ->take_all();
+    app.add_option("--config", options.config, "workplace configuration file")->type_name("FILE")->required();
+    app.add_option("--workdir", options.workDirectory,
+                   "working directory; data/, nvram/ and the drivers' directories lie under it")
+        ->type_name("DIR");
+    auto* pSandbox =
+        app.add_option(
+               "--sandbox", options.sandboxDirectory,
+               "private mount and network namespaces with a /var/data, a /dev/shm and an adapter eth0 "
+               "of their own; /var/data is kept in DIR, else gone at the end")
+            ->type_name("[=DIR]")
+            ->expected(0, 1);
+    app.add_option("--adapter", adapters, "a second name for a network adapter")
+        ->type_name("NAME=REAL")
+        ->expected(1)
+        ->take_all();
+    app.add_flag("--no-start-mfds", noStartDrivers,
+                 "make the queues only; driver processes are started by hand");
+    app.add_option("--log-level", options.logLevel,
+                   "1 critical, 2 error, 3 warning, 4 info, 5 trace (default 4)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 5));
+    app.add_option("--log-file", options.logFile, "log also into this file")->type_name("FILE");
+    auto* pFollow = app.add_option("--follow", follow, "print each state change and event as it comes")
+                        ->type_name("[=GLOB]")
+                        ->expected(0, 1);
+    app.add_flag("--no-console", noConsole, "do not read standard input");
+    app.add_option("--allow-command", options.allowedCommands, "a command that drivers may give")
+        ->type_name("NAME")
+        ->expected(1)
+        ->take_all();
+    app.add_option("--stop-timeout", stopTimeout,
+                   "seconds that one driver may hold up a stop, a reload or a shutdown (default 3)")
+        ->type_name("S")
+        ->check(CLI::Range(0.1, 3600.0));
+    auto* pTrust = app.add_option("--trust", options.trustDirectory, "directory of the trusted public keys")
+                       ->type_name("DIR");
+    app.add_flag("--require-signature", options.requireSignature,
+                 "refuse an unsigned or wrongly signed configuration")
+        ->needs(pTrust);
+    app.add_flag("--probe-sandbox", options.probeSandbox)->group("");
+
+    const auto hasProbe = [&] {
+        return std::any_of(argv + 1, argv + argc,
+                           [](const char* argument) { return std::string(argument) == "--probe-sandbox"; });
+    };
+    if (argc > 1 && hasProbe()) {
+        app.get_option("--drivers")->required(false);
+        app.get_option("--config")->required(false);
+    }
+
+    try {
+        app.parse(argc, argv);
+        for (const std::string& text : adapters)
+            options.adapters.push_back(adapterNames(text));
+        for (const std::string& name : options.allowedCommands)
+            checkCommandName(name);
+
+        options.sandbox = pSandbox->count() > 0 || options.probeSandbox;
+        if (pFollow->count() > 0)
+            options.follow = follow;
+        options.startDriverProcesses = !noStartDrivers;
+        options.console = !noConsole;
+        options.stopTimeout = std::chrono::milliseconds(static_cast<long>(stopTimeout * 1000));
+
+        for (std::string& directory : options.driverDirectories)
+            directory = absolutePath(directory);
+        for (std::string* pPath : {&options.config, &options.workDirectory, &options.sandboxDirectory,
+                                   &options.logFile, &options.trustDirectory})
+            *pPath = absolutePath(*pPath);
+    } catch (const CLI::Success& success) {
+        return app.exit(success, out, err);
+    } catch (const CLI::Error& error) {
+        err << "mfhost: " << error.what() << "\n"
+            << "usage: mfhost --drivers DIR [--drivers DIR ...] --config FILE [options]; "
+               "mfhost --help lists them"
+            << std::endl;
+        return 2;
+    } catch (const std::filesystem::filesystem_error& error) {
+        err << "mfhost: " << error.what() << std::endl;
+        return 2;
+    }
+    return options;
+}

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <ostream>
+#include <variant>
+
+#include "Options.h"
+
+/// Reads the command line.
+class OptionParser {
+public:
+    /// The options, or the exit code with which the program ends now: 0 after --help and --version (written
+    /// to out), 2 after wrong usage (said on err).
+    static std::variant<Options, int> parse(int argc, const char* const* argv, std::ostream& out,
+                                            std::ostream& err);
+};

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// What the command line asks for. All paths are absolute, so that they hold whatever directory is entered.
+struct Options {
+    std::vector<std::string> driverDirectories;
+    std::string config;  ///< empty: the panel driver alone
+    std::string workDirectory;
+    bool sandbox = false;
+    std::string sandboxDirectory;  ///< empty: nothing of the sandbox is kept
+    bool probeSandbox = false;
+    std::vector<std::pair<std::string, std::string>> adapters;  ///< second name, real name
+    bool startDriverProcesses = true;
+    int logLevel = 4;
+    std::string logFile;
+    std::optional<std::string> follow;  ///< a shell pattern, empty for everything
+    bool console = true;
+    std::vector<std::string> allowedCommands;
+    std::chrono::milliseconds stopTimeout{3000};
+    bool requireSignature = false;
+    std::string trustDirectory;
+};

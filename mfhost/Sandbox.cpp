@@ -1,0 +1,164 @@
+#include "Sandbox.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+#include "SandboxNetwork.h"
+
+namespace {
+
+using Refusal = std::optional<std::string>;
+
+Refusal refused(const std::string& step) {
+    return step + ": " + std::strerror(errno);
+}
+
+Refusal writeFile(const char* path, const std::string& text) {
+    const int fd = ::open(path, O_WRONLY | O_CLOEXEC);
+    if (fd < 0)
+        return refused(std::string("open ") + path);
+    const ssize_t written = ::write(fd, text.data(), text.size());
+    const Refusal refusal =
+        written == static_cast<ssize_t>(text.size()) ? Refusal() : refused(std::string("write ") + path);
+    ::close(fd);
+    return refusal;
+}
+
+Refusal unshareNamespaces() {
+    if (::unshare(CLONE_NEWNS | CLONE_NEWNET) == 0)
+        return std::nullopt;
+    if (errno != EPERM)
+        return refused("unshare(mount, network)");
+    // Without the right to namespaces, a user namespace brings it. Everybody keeps the own user ID.
+    const uid_t user = ::geteuid();
+    const gid_t group = ::getegid();
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWNET) != 0)
+        return refused("unshare(user, mount, network)");
+    if (auto refusal = writeFile("/proc/self/setgroups", "deny"))
+        return refusal;
+    const auto map = [](unsigned id) { return std::to_string(id) + " " + std::to_string(id) + " 1"; };
+    if (auto refusal = writeFile("/proc/self/uid_map", map(user)))
+        return refusal;
+    return writeFile("/proc/self/gid_map", map(group));
+}
+
+/// A directory entry that stays reachable when something is mounted over it.
+std::string throughDescriptor(int fd, const std::string& name = {}) {
+    const std::string path = "/proc/self/fd/" + std::to_string(fd);
+    return name.empty() ? path : path + "/" + name;
+}
+
+Refusal bindEntry(int oldVar, const std::string& name, unsigned char type) {
+    const std::string target = "/var/" + name;
+    if (type == DT_LNK) {
+        char link[PATH_MAX];
+        const ssize_t length = ::readlinkat(oldVar, name.c_str(), link, sizeof link - 1);
+        if (length < 0)
+            return refused("readlink " + target);
+        link[length] = 0;
+        if (::symlink(link, target.c_str()) != 0)
+            return refused("symlink " + target);
+        return std::nullopt;
+    }
+    if (type == DT_DIR) {
+        if (::mkdir(target.c_str(), 0755) != 0)
+            return refused("mkdir " + target);
+    } else {
+        const int fd = ::open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+        if (fd < 0)
+            return refused("create " + target);
+        ::close(fd);
+    }
+    if (::mount(throughDescriptor(oldVar, name).c_str(), target.c_str(), nullptr, MS_BIND | MS_REC,
+                nullptr) != 0)
+        return refused("bind mount " + target);
+    return std::nullopt;
+}
+
+struct VarEntry {
+    std::string name;
+    unsigned char type;
+};
+
+std::vector<VarEntry> listEntries(int directory) {
+    std::vector<VarEntry> entries;
+    const int fd = ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR* pDirectory = fd < 0 ? nullptr : ::fdopendir(fd);
+    if (!pDirectory)
+        return entries;
+    while (const dirent* pEntry = ::readdir(pDirectory)) {
+        const std::string name = pEntry->d_name;
+        if (name == "." || name == ".." || name == "data")
+            continue;
+        struct stat status {};
+        if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        entries.push_back({name, S_ISLNK(status.st_mode)   ? static_cast<unsigned char>(DT_LNK)
+                                 : S_ISDIR(status.st_mode) ? static_cast<unsigned char>(DT_DIR)
+                                                           : static_cast<unsigned char>(DT_REG)});
+    }
+    ::closedir(pDirectory);
+    return entries;
+}
+
+/// Only /var/data is private: a tmpfs over /var holds every other entry again.
+Refusal mountVar(const std::string& keptDirectory) {
+    int kept = -1;
+    if (!keptDirectory.empty()) {
+        const std::string data = keptDirectory + "/data";
+        std::error_code error;
+        std::filesystem::create_directories(data, error);
+        if (error)
+            return "cannot make " + data + ": " + error.message();
+        kept = ::open(data.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        if (kept < 0)
+            return refused("open " + data);
+    }
+    const int oldVar = ::open("/var", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (oldVar < 0)
+        return refused("open /var");
+    const std::vector<VarEntry> entries = listEntries(oldVar);
+    if (::mount("tmpfs", "/var", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0)
+        return refused("mount tmpfs on /var");
+    for (const VarEntry& entry : entries) {
+        if (auto refusal = bindEntry(oldVar, entry.name, entry.type))
+            return refusal;
+    }
+    if (::mkdir("/var/data", 0755) != 0)
+        return refused("mkdir /var/data");
+    if (kept >= 0 &&
+        ::mount(throughDescriptor(kept).c_str(), "/var/data", nullptr, MS_BIND | MS_REC, nullptr) != 0)
+        return refused("bind mount /var/data");
+    if (kept >= 0)
+        ::close(kept);
+    ::close(oldVar);
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> Sandbox::enter(const std::string& directory) {
+    if (auto refusal = unshareNamespaces())
+        return refusal;
+    if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        return refused("make the mounts private");
+    if (auto refusal = mountVar(directory))
+        return refusal;
+    if (::mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0)
+        return refused("mount tmpfs on /dev/shm");
+    // Where the system refuses a fresh one, /sys/class/net goes on showing the machine's adapters.
+    static_cast<void>(::mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr));
+    return SandboxNetwork::setUp(s_address);
+}

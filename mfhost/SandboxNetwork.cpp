@@ -1,0 +1,92 @@
+#include "SandboxNetwork.h"
+
+#include <net/if.h>
+#include <netlink/netlink.h>
+#include <netlink/route/addr.h>
+#include <netlink/route/link.h>
+#include <netlink/route/link/veth.h>
+
+#include <memory>
+
+namespace {
+
+using Refusal = std::optional<std::string>;
+
+struct SocketFree {
+    void operator()(nl_sock* pSocket) const { nl_socket_free(pSocket); }
+};
+struct LinkPut {
+    void operator()(rtnl_link* pLink) const { rtnl_link_put(pLink); }
+};
+struct AddressPut {
+    void operator()(nl_addr* pAddress) const { nl_addr_put(pAddress); }
+};
+struct LinkAddressPut {
+    void operator()(rtnl_addr* pAddress) const { rtnl_addr_put(pAddress); }
+};
+using Socket = std::unique_ptr<nl_sock, SocketFree>;
+using Link = std::unique_ptr<rtnl_link, LinkPut>;
+
+Refusal refused(const std::string& step, int error) {
+    return step + ": " + nl_geterror(error);
+}
+
+Refusal bringUp(nl_sock* pSocket, const char* name) {
+    rtnl_link* pFound = nullptr;
+    if (const int error = rtnl_link_get_kernel(pSocket, 0, name, &pFound); error < 0)
+        return refused(std::string("find ") + name, error);
+    const Link found(pFound);
+    const Link change(rtnl_link_alloc());
+    rtnl_link_set_flags(change.get(), IFF_UP);
+    if (const int error = rtnl_link_change(pSocket, found.get(), change.get(), 0); error < 0)
+        return refused(std::string("bring up ") + name, error);
+    return std::nullopt;
+}
+
+/// One end of a veth pair, so that eth0 has a carrier; a dummy where there is no veth.
+Refusal addEth0(nl_sock* pSocket) {
+    const Link pair(rtnl_link_veth_alloc());
+    rtnl_link_set_name(pair.get(), "eth0");
+    rtnl_link* pPeer = rtnl_link_veth_get_peer(pair.get());
+    rtnl_link_set_name(pPeer, "peer0");
+    rtnl_link_put(pPeer);
+    const int vethError = rtnl_link_add(pSocket, pair.get(), NLM_F_CREATE | NLM_F_EXCL);
+    if (vethError >= 0)
+        return bringUp(pSocket, "peer0");
+    const Link dummy(rtnl_link_alloc());
+    rtnl_link_set_name(dummy.get(), "eth0");
+    rtnl_link_set_type(dummy.get(), "dummy");
+    if (const int error = rtnl_link_add(pSocket, dummy.get(), NLM_F_CREATE | NLM_F_EXCL); error < 0)
+        return "add eth0: veth " + std::string(nl_geterror(vethError)) + ", dummy " + nl_geterror(error);
+    return std::nullopt;
+}
+
+Refusal addAddress(nl_sock* pSocket, const char* name, const std::string& text) {
+    nl_addr* pParsed = nullptr;
+    if (const int error = nl_addr_parse(text.c_str(), AF_INET, &pParsed); error < 0)
+        return refused("address " + text, error);
+    const std::unique_ptr<nl_addr, AddressPut> parsed(pParsed);
+    const std::unique_ptr<rtnl_addr, LinkAddressPut> address(rtnl_addr_alloc());
+    rtnl_addr_set_ifindex(address.get(), static_cast<int>(if_nametoindex(name)));
+    rtnl_addr_set_local(address.get(), parsed.get());
+    if (const int error = rtnl_addr_add(pSocket, address.get(), 0); error < 0)
+        return refused("add " + text + " to " + name, error);
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> SandboxNetwork::setUp(const std::string& address) {
+    const Socket socket(nl_socket_alloc());
+    if (!socket)
+        return "no memory for a netlink socket";
+    if (const int error = nl_connect(socket.get(), NETLINK_ROUTE); error < 0)
+        return refused("netlink", error);
+    if (auto refusal = bringUp(socket.get(), "lo"))
+        return refusal;
+    if (auto refusal = addEth0(socket.get()))
+        return refusal;
+    if (auto refusal = bringUp(socket.get(), "eth0"))
+        return refusal;
+    return addAddress(socket.get(), "eth0", address);
+}

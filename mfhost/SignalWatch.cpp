@@ -1,0 +1,47 @@
+#include "SignalWatch.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+SignalWatch::SignalWatch() {
+    ::signal(SIGPIPE, SIG_IGN);
+    sigset_t watched;
+    sigemptyset(&watched);
+    sigaddset(&watched, SIGINT);
+    sigaddset(&watched, SIGTERM);
+    // nohup: the workplace is to outlive the terminal.
+    struct sigaction hangUp {};
+    if (::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN)
+        sigaddset(&watched, SIGHUP);
+    ::pthread_sigmask(SIG_BLOCK, &watched, nullptr);
+    m_signalFd = ::signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK);
+    m_interruptFd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+}
+
+SignalWatch::~SignalWatch() {
+    ::close(m_signalFd);
+    ::close(m_interruptFd);
+}
+
+int SignalWatch::wait() {
+    for (;;) {
+        pollfd watched[] = {{m_signalFd, POLLIN, 0}, {m_interruptFd, POLLIN, 0}};
+        if (::poll(watched, 2, -1) <= 0)
+            continue;
+        signalfd_siginfo info{};
+        if (watched[0].revents && ::read(m_signalFd, &info, sizeof info) == sizeof info)
+            return static_cast<int>(info.ssi_signo);
+        if (watched[1].revents)
+            return 0;
+    }
+}
+
+void SignalWatch::interrupt() {
+    const std::uint64_t one = 1;
+    static_cast<void>(!::write(m_interruptFd, &one, sizeof one));
+}

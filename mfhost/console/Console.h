@@ -1,0 +1,42 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "InputWaiter.h"
+#include "LineEditor.h"
+
+/// Reads console lines from standard input on a thread of its own: with line editing on a terminal, plainly
+/// otherwise. Executes nothing itself. Owned by Host.
+class Console {
+public:
+    struct Handlers {
+        /// A line was read. On a terminal the next prompt comes when it returns.
+        std::function<void(const std::string& line)> line;
+        /// Input has come to its end.
+        std::function<void()> end;
+        LineEditor::Completer complete;
+    };
+
+    explicit Console(Handlers handlers);
+    ~Console();  ///< stops reading and gives the terminal its modes back
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
+
+    void start();
+    /// Any thread; returns at once.
+    void stop();
+
+    /// Whether lines come from somebody at a terminal.
+    static bool isInteractive();
+
+private:
+    void run();
+    void readTerminal();
+    void readLines();
+
+    const Handlers m_handlers;
+    InputWaiter m_waiter;
+    std::thread m_thread;
+};

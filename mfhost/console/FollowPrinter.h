@@ -1,0 +1,49 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "StateStore.h"
+
+/// Prints each state change and event as a line. Owned by Host. Drivers' threads only queue a line; a thread
+/// of its own writes. When the reader is slower than the drivers, the oldest lines are dropped, and a line
+/// tells how many.
+class FollowPrinter : public StateStore::Listener {
+public:
+    static constexpr std::size_t s_capacity = 10000;
+
+    /// Prints what matches the shell pattern, everything for an empty one, to the descriptor.
+    FollowPrinter(std::string glob, int fd);
+    /// Writes what is left, for a second at most while nobody reads.
+    ~FollowPrinter() override;
+    FollowPrinter(const FollowPrinter&) = delete;
+    FollowPrinter& operator=(const FollowPrinter&) = delete;
+
+    void valueChanged(const StateStore::Entry& entry) override;
+    void valueUnset(const std::string& key) override;
+    void eventTriggered(const StateStore::Event& event) override;
+    void valuesStale(const std::string& driverID, const std::string& cause,
+                     const std::vector<std::string>& keys) override;
+
+private:
+    void add(std::string line);
+    void run();
+    std::string takeBatch();
+    bool write(const std::string& text);
+
+    const std::string m_glob;
+    const int m_fd;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<std::string> m_lines;
+    std::uint64_t m_dropped = 0;
+    bool m_stopping = false;
+    std::chrono::steady_clock::time_point m_giveUp = std::chrono::steady_clock::time_point::max();
+    std::thread m_thread;
+};

@@ -1,0 +1,168 @@
+#include "HostCommands.h"
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <utility>
+
+#include "Table.h"
+#include "sal/CmdProcessor.h"
+#include "sal/CmdRegisterImpl.h"
+#include "sal/MessageQueue.h"
+
+namespace {
+
+std::string timeText(std::chrono::system_clock::time_point when) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+    return text;
+}
+
+std::string ageText(std::chrono::steady_clock::duration age) {
+    const auto seconds =
+        std::max<long long>(0, std::chrono::duration_cast<std::chrono::seconds>(age).count());
+    if (seconds < 120)
+        return std::to_string(seconds) + " s";
+    if (seconds < 120 * 60)
+        return std::to_string(seconds / 60) + " min";
+    if (seconds < 48 * 3600)
+        return std::to_string(seconds / 3600) + " h";
+    return std::to_string(seconds / 86400) + " d";
+}
+
+const char* modeText(EInterfaceTypes type) {
+    switch (type) {
+        case EInterfaceTypes::Direct:
+            return "direct";
+        case EInterfaceTypes::Queue:
+            return "queue";
+        case EInterfaceTypes::Socket:
+            return "socket";
+        default:
+            return "none";
+    }
+}
+
+std::string statusText(const DriverRoster::Driver& driver,
+                       const std::vector<sal::MessageQueue::Status>& queues) {
+    switch (driver.status) {
+        case DriverRoster::EStatus::Running:
+            return "running";
+        case DriverRoster::EStatus::Ended:
+            return "ended (" + driver.cause + ")";
+        default:
+            break;
+    }
+    // Queues without a process of the host's own: the process is started by hand.
+    for (const auto& queue : queues) {
+        if (queue.name == driver.id + "_INQ")
+            return queue.receiverAttached ? "running (by hand)" : "waiting for its process";
+    }
+    return "not loaded";
+}
+
+bool hasTime(const DriverRoster::Driver& driver) {
+    return driver.status != DriverRoster::EStatus::NotLoaded;
+}
+
+}  // namespace
+
+HostCommands::HostCommands(Context context) : m_context(std::move(context)) {}
+
+void HostCommands::registerCommands() {
+    struct Command {
+        const char* name;
+        const char* help;
+        bool (HostCommands::*handler)(sal::CmdParameters&);
+    };
+    const Command commands[] = {
+        {"help", "help [<command>]\n\tlists the commands, or tells how to use one.", &HostCommands::help},
+        {"quit", "quit\n\tstops all drivers and ends the host.", &HostCommands::quit},
+        {"drivers", "drivers\n\tlists the drivers of the workplace and how they are.",
+         &HostCommands::drivers},
+        {"modules", "modules\n\tlists the available and the used driver modules.", &HostCommands::modules},
+        {"state", "state [<pattern>]\n\tlists the state values, those that match a pattern such as SYS.*.",
+         &HostCommands::state},
+        {"events", "events\n\tlists the last events.", &HostCommands::events},
+        {"queues", "queues\n\tlists the message queues of the driver processes.", &HostCommands::queues},
+    };
+    for (const Command& command : commands) {
+        sal::CmdProcessor::getInstance()->registerCmd(
+            new sal::CmdRegisterImpl<HostCommands>(command.name, command.help, this, command.handler));
+    }
+}
+
+bool HostCommands::help(sal::CmdParameters& parameters) {
+    // An unknown name is answered by the processor; the help of help would say nothing more.
+    sal::CmdProcessor::getInstance()->help(parameters.argument(0), m_context.reply());
+    return true;
+}
+
+bool HostCommands::quit(sal::CmdParameters&) {
+    m_context.quit();
+    return true;
+}
+
+bool HostCommands::drivers(sal::CmdParameters&) {
+    const auto queues = sal::MessageQueue::statuses();
+    Table table({"ID", "type", "version", "mode", "process", "status", "since"});
+    for (const DriverRoster::Driver& driver : m_context.roster.drivers())
+        table.addRow({driver.id, driver.type, driver.version, modeText(driver.interfaceType),
+                      driver.pid > 0 ? std::to_string(driver.pid) : "-", statusText(driver, queues),
+                      hasTime(driver) ? timeText(driver.since) : "-"});
+    table.print(m_context.reply());
+    return true;
+}
+
+bool HostCommands::modules(sal::CmdParameters&) {
+    m_context.showModules();
+    return true;
+}
+
+bool HostCommands::state(sal::CmdParameters& parameters) {
+    const std::string pattern = parameters.argument(0);
+    const auto now = StateStore::Clock::now();
+    Table table({"key", "type", "value", "set by", "age", "holds"});
+    for (const StateStore::Entry& entry : m_context.store.entries(pattern))
+        table.addRow({entry.key, entry.value.typeName(), entry.value.text(), entry.owner.text(),
+                      ageText(now - entry.reported),
+                      entry.isStale()
+                          ? "stale for " + ageText(now - entry.staleSince) + " (" + entry.staleCause + ")"
+                          : "yes"});
+    if (table.empty())
+        m_context.reply() << (pattern.empty() ? "no state values" : "no state value matches " + pattern)
+                          << std::endl;
+    else
+        table.print(m_context.reply());
+    return true;
+}
+
+bool HostCommands::events(sal::CmdParameters&) {
+    Table table({"time", "event", "value", "from"});
+    for (const StateStore::Event& event : m_context.store.events())
+        table.addRow({timeText(event.when), event.id, event.value, event.owner.text()});
+    if (table.empty())
+        m_context.reply() << "no events" << std::endl;
+    else
+        table.print(m_context.reply());
+    return true;
+}
+
+bool HostCommands::queues(sal::CmdParameters&) {
+    Table table({"queue", "depth", "capacity", "highest", "messages", "bytes", "waits", "waiting", "holders",
+                 "receiver"});
+    for (const auto& queue : sal::MessageQueue::statuses())
+        table.addRow({queue.name, std::to_string(queue.depth), std::to_string(queue.capacity),
+                      std::to_string(queue.highWater), std::to_string(queue.messages),
+                      std::to_string(queue.bytes), std::to_string(queue.waits),
+                      queue.waitingForMs ? std::to_string(queue.waitingForMs) + " ms" : "-",
+                      std::to_string(queue.holders), queue.receiverAttached ? "yes" : "no"});
+    if (table.empty())
+        m_context.reply() << "no queues" << std::endl;
+    else
+        table.print(m_context.reply());
+    return true;
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "EInterfaceTypes.h"
+#include "StateStore.h"
+#include "WorkplaceFile.h"
+#include "sal/Module.h"
+
+/// What the host knows of each driver: how it is configured, whether it runs and since when. Owned by Host;
+/// told of in-process drivers by libsal and of processes by the supervisor, and tells the state store whose
+/// values still hold. Any thread.
+class DriverRoster : public sal::Module::Observer {
+public:
+    enum class EStatus { NotLoaded, Running, Ended };
+
+    struct Driver {
+        std::string id;
+        std::string type;
+        std::string version;
+        EInterfaceTypes interfaceType = EInterfaceTypes::None;
+        EStatus status = EStatus::NotLoaded;
+        int pid = 0;        ///< 0 for a driver in the host's process
+        std::string cause;  ///< why it ended
+        std::chrono::system_clock::time_point since;
+    };
+
+    /// A call into an in-process driver that has not come back.
+    struct Call {
+        std::string driverID;
+        std::string operation;
+        std::chrono::steady_clock::time_point since;
+    };
+
+    explicit DriverRoster(StateStore& store);
+
+    /// Takes over what the configuration says now. Drivers that run and are no longer in it stay.
+    void configure(const std::vector<WorkplaceFile::Entry>& entries);
+
+    void processStarted(const std::string& driverID, int pid);
+    /// Returns how many of the driver's values became stale; nothing when a newer process of the driver runs
+    /// already.
+    std::optional<std::size_t> processEnded(const std::string& driverID, int pid, const std::string& cause);
+
+    void callBegins(const std::string& driverID, const char* operation) override;
+    void callEnded(const std::string& driverID, const char* operation) override;
+    void driverDeleted(const std::string& driverID) override;
+
+    /// In byte order of the IDs.
+    std::vector<Driver> drivers() const;
+    /// Whether the driver was loaded and has not ended since.
+    bool isRunning(const std::string& driverID) const;
+    std::optional<Call> oldestCall() const;
+
+private:
+    Driver& driver(const std::string& driverID);
+
+    StateStore& m_store;
+    mutable std::mutex m_mutex;
+    std::map<std::string, Driver> m_drivers;
+    std::vector<Call> m_calls;
+};
