@@ -1,0 +1,452 @@
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "GoldenFrame.h"
+#include "HollowHost.h"
+#include "ProcessController.h"
+#include "Workbench.h"
+#include "sal/Path.h"
+#include "sal/Process.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+std::string field(const std::string& text) {
+    return static_cast<char>(text.size()) + text;
+}
+
+/// "SNDFDP" with parameters.
+std::string fidFrame(const std::string& fid,
+                     const std::vector<std::pair<std::string, std::string>>& parameters = {}) {
+    std::string frame = "SNDFDP" + field(fid) + static_cast<char>(parameters.size());
+    for (const auto& [name, value] : parameters)
+        frame += field(name) + field(value);
+    return frame;
+}
+
+class Wrapper : public Workbench {
+protected:
+    /// The process with a module, started as the host starts it.
+    void run(const std::string& moduleName) {
+        ASSERT_TRUE(host.makeQueues());
+        const StreamsToFiles streams(*this);
+        const int pid = host.startWrapper(module(moduleName));
+        ASSERT_NE(pid, 0);
+        sut = ProcessController(pid);
+    }
+
+    HollowHost host{"AXIS1"};
+    ProcessController sut;
+};
+
+TEST_F(Wrapper, TurnsEachMessageIntoACall) {
+    run("Recorder");
+    for (const char* frame :
+         {"SETCFG", "CRTFID", "INTCMP", "SUBSCR", "SNDFDP", "SNDFDP-no-parameters", "SHOWST", "DEINIT"})
+        ASSERT_TRUE(host.send(goldenText(frame)));
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(
+        record(),
+        ElementsAre("setPanelStateInterface set", "setDistributorFIDInterface set", "setSystemInterface set",
+                    "setConfiguration 3|AXIS1|axis1|192.0.2.11|eth0|192.0.2.10|/srv/nvram/AXIS1",
+                    "createFIDList", "initializationCompleted", "subscribe POSITION",
+                    "sendFID MOVE to=12.5, speed=3", "sendFID STOP", "showState", "deinitialize",
+                    "destroyed"));
+}
+
+struct Report {
+    std::string fid;
+    std::vector<std::pair<std::string, std::string>> parameters;
+    std::string frame;
+};
+
+class WrapperReports : public Wrapper, public testing::WithParamInterface<Report> {};
+
+TEST_P(WrapperReports, ReachTheHost) {
+    run("Echo");
+    ASSERT_TRUE(host.send(fidFrame(GetParam().fid, GetParam().parameters)));
+    EXPECT_EQ(host.receive(), goldenText(GetParam().frame));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Wrapper, WrapperReports,
+    testing::Values(Report{"STRING", {{"name", "MODE"}, {"value", "auto"}}, "SETVAL"},
+                    Report{"STRING", {}, "SETVAL-empty"},
+                    Report{"FLOAT", {{"name", "TEMP"}, {"value", "21.5"}}, "SETVAF"},
+                    Report{"INT", {{"name", "A"}, {"value", "1"}}, "SETVAI"},
+                    Report{"INT", {{"name", "A"}, {"value", "-2"}}, "SETVAI-negative"},
+                    Report{"BOOL", {{"name", "DOOR"}, {"value", "true"}}, "SETVAB"},
+                    Report{"UNSET", {{"name", "DOOR"}}, "UNSVAL"},
+                    Report{"EVENT", {{"name", "ALARM"}, {"value", "hot"}}, "TRIGGR"},
+                    Report{"COMMAND", {{"name", "reloadDriver"}, {"value", "AXIS2"}}, "SYSCMD"},
+                    Report{"PING", {{"fid", "PANEL.SHOW"}, {"page", "2"}}, "DSPFID"},
+                    Report{"PING", {{"fid", "PANEL.CLEAR"}}, "DSPFID-no-parameters"},
+                    Report{"SYSPING", {{"fid", "PANEL.SHOW"}, {"page", "2"}}, "DSPFID"}));
+
+TEST_F(Wrapper, StandardOutputIsTheDrivers) {
+    run("Echo");
+    host.send(fidFrame("PRINT", {{"value", "hello"}}));
+    host.send("DEINIT");
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_EQ(standardOutput(), "hello\n");
+}
+
+TEST_F(Wrapper, WrongUsage) {
+    sut = start("mfddllwrap", {"/opt/axis.so"});
+    EXPECT_EQ(sut.waitEnd(), "exit 2");
+    EXPECT_THAT(standardError(), Contains("usage: mfddllwrap MODULEPATH DRIVERID"));
+    EXPECT_EQ(standardOutput(), "");
+}
+
+TEST_F(Wrapper, HelpGoesToStandardOutput) {
+    sut = start("mfddllwrap", {"--help"});
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(standardOutput(), HasSubstr("usage: mfddllwrap MODULEPATH DRIVERID\n"));
+}
+
+TEST_F(Wrapper, MissingQueue) {
+    sut = start("mfddllwrap", {module("Recorder"), "AXIS1"});
+    EXPECT_EQ(sut.waitEnd(), "exit 1");
+    EXPECT_THAT(standardError(), ElementsAre(testing::AllOf(HasSubstr("AXIS1"), HasSubstr("AXIS1_INQ"))));
+    EXPECT_THAT(record(), IsEmpty());
+}
+
+TEST_F(Wrapper, MissingExecutable) {
+    sal::Path executable("/nonexistent/mfddllwrap");
+    EXPECT_FALSE(sal::Process::createProcess("AXIS1 MFD Console", executable, {"m", "AXIS1"}));
+}
+
+class WrapperModules : public Wrapper,
+                       public testing::WithParamInterface<std::pair<const char*, const char*>> {};
+
+TEST_P(WrapperModules, ThatAreNoDriversAreSaidInOneLine) {
+    run(GetParam().first);
+    EXPECT_EQ(sut.waitEnd(), "exit 1");
+    EXPECT_THAT(standardError(), ElementsAre(testing::AllOf(HasSubstr("AXIS1"), HasSubstr(GetParam().first),
+                                                            HasSubstr(GetParam().second))));
+}
+
+INSTANTIATE_TEST_SUITE_P(Wrapper, WrapperModules,
+                         testing::Values(std::pair("DoesNotExist", "No such file"),
+                                         std::pair("MissingSymbol", "mfdTestSymbolThatNobodyDefines"),
+                                         std::pair("NoFactory", "mfdCreateDriver"),
+                                         std::pair("NullFactory", "driver"), std::pair("WrongAbi", "999"),
+                                         std::pair("AnswersNothing", "neither")));
+
+TEST_F(Wrapper, DriverWithoutConfigurationGetsFids) {
+    run("LacksConfiguration");
+    host.send(goldenText("SETCFG"));
+    host.send(goldenText("SNDFDP"));
+    host.send("DEINIT");
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), ElementsAre("sendFID MOVE to=12.5, speed=3"));
+    EXPECT_THAT(standardError(), ElementsAre(HasSubstr("does not answer IMFDConfiguration")));
+}
+
+TEST_F(Wrapper, DriverWithoutFidsGetsItsConfiguration) {
+    run("LacksFunctionID");
+    host.send(goldenText("SNDFDP"));
+    host.send("INTCMP");
+    host.send("DEINIT");
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), ElementsAre("initializationCompleted", "deinitialize"));
+    EXPECT_THAT(standardError(), ElementsAre(HasSubstr("does not answer IFunctionID")));
+}
+
+TEST_F(Wrapper, GarbageDoesNoHarm) {
+    run("Echo");
+    std::mt19937 random(20240229);
+    const std::vector<std::string> codes{"SETCFG", "SUBSCR", "SNDFDP", "SHOWST",
+                                         "deinit", "DEINI",  "XXXXXX", ""};
+    for (int round = 0; round < 2000; ++round) {
+        std::string frame = codes[random() % codes.size()];
+        const std::size_t length = random() % (1024 - frame.size()) + 1;
+        for (std::size_t byte = 0; byte < length; ++byte)
+            frame += static_cast<char>(random());
+        if (frame.starts_with("DEINIT"))
+            continue;
+        ASSERT_TRUE(host.send(frame));
+    }
+    host.send(fidFrame("PING", {{"fid", "PANEL.CLEAR"}}));
+    EXPECT_EQ(host.receive(), goldenText("DSPFID-no-parameters"));
+}
+
+TEST_F(Wrapper, ExceptionInAFidIsLoggedAndTheDriverGoesOn) {
+    run("ThrowsInSendFID");
+    host.send(fidFrame("MOVE"));
+    host.send(fidFrame("INT"));
+    host.send(fidFrame("RECORD"));
+    host.send("DEINIT");
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), ElementsAre("sendFID RECORD"));
+    EXPECT_THAT(standardError(), Contains(HasSubstr("no such function: MOVE")));
+}
+
+TEST_F(Wrapper, ExceptionOfDeinitializeIsLogged) {
+    run("ThrowsOnDeinitialize");
+    host.send("DEINIT");
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(standardError(), Contains(HasSubstr("cannot stop")));
+}
+
+TEST_F(Wrapper, CrashOfTheDriverIsTheProcesss) {
+    run("Crashes");
+    host.send(fidFrame("CRASH"));
+    EXPECT_EQ(sut.waitEnd(), "signal " + std::to_string(SIGSEGV));
+}
+
+TEST_F(Wrapper, DriverMayEndTheProcess) {
+    run("ExitsAtOnce");
+    EXPECT_EQ(sut.waitEnd(), "exit 7");
+}
+
+class WrapperSignals : public Wrapper, public testing::WithParamInterface<int> {};
+
+TEST_P(WrapperSignals, StopTheDriverInOrder) {
+    run("Recorder");
+    host.send("INTCMP");
+    ASSERT_TRUE(waitForRecord("initializationCompleted"));
+    sut.signal(GetParam());
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), Contains("deinitialize"));
+    EXPECT_EQ(record().back(), "destroyed");
+}
+
+INSTANTIATE_TEST_SUITE_P(Wrapper, WrapperSignals, testing::Values(SIGTERM, SIGINT, SIGHUP));
+
+TEST_F(Wrapper, SecondSignalEndsAHangingDriver) {
+    run("IgnoresDeinit");
+    host.send("INTCMP");
+    host.send(fidFrame("ANY"));
+    sut.signal(SIGTERM);
+    ASSERT_TRUE(waitForRecord("deinitialize"));
+    EXPECT_TRUE(sut.alive());
+    sut.signal(SIGTERM);
+    EXPECT_EQ(sut.waitEnd(), "exit 143");
+}
+
+TEST_F(Wrapper, EndsWhenALivingHostLetsGo) {
+    run("Recorder");
+    host.send("INTCMP");
+    ASSERT_TRUE(waitForRecord("initializationCompleted"));
+    host.closeQueues();
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_EQ(record().back(), "destroyed");
+}
+
+TEST_F(Wrapper, ServesWhatStoodInTheQueueWhenTheHostLetGo) {
+    run("Recorder");
+    for (int count = 0; count < 200; ++count)
+        host.send(fidFrame("F" + std::to_string(count)));
+    host.closeQueues();
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), Contains("sendFID F199"));
+}
+
+TEST_F(Wrapper, SlowDriverIsNotCutOffWhileTheHostLives) {
+    run("SlowDeinit");
+    host.send("DEINIT");
+    ASSERT_TRUE(waitForRecord("deinitialize"));
+    host.closeQueues();
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), ElementsAre("deinitialize", "deinitialized"));
+}
+
+TEST_F(Wrapper, DoesNotWaitForALivingHost) {
+    run("Recorder");
+    host.send("DEINIT");
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+}
+
+TEST_F(Wrapper, FreesTheQueuesForTheNextLoad) {
+    for (int round = 0; round < 5; ++round) {
+        run("Recorder");
+        host.send("DEINIT");
+        ASSERT_EQ(sut.waitEnd(), "exit 0");
+        host.closeQueues();
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(directory / "queues"));
+}
+
+TEST_F(Wrapper, LeavesNoDescriptorsOpenInTheHost) {
+    const auto openHere = [] { return ProcessController(getpid()).openDescriptors(); };
+    run("Recorder");
+    host.send("DEINIT");
+    ASSERT_EQ(sut.waitEnd(), "exit 0");
+    host.closeQueues();
+    sut = ProcessController();
+    const int before = openHere();
+    for (int round = 0; round < 5; ++round) {
+        run("Recorder");
+        host.send("DEINIT");
+        ASSERT_EQ(sut.waitEnd(), "exit 0");
+        host.closeQueues();
+        sut = ProcessController();
+    }
+    EXPECT_EQ(openHere(), before);
+}
+
+TEST_F(Wrapper, OpensNoDescriptorsWhileItServes) {
+    run("Echo");
+    const auto serve = [&](int messages) {
+        for (int count = 0; count < messages; ++count) {
+            host.send(fidFrame("PING", {{"fid", "PANEL.CLEAR"}}));
+            ASSERT_EQ(host.receive(), goldenText("DSPFID-no-parameters"));
+        }
+    };
+    serve(1);
+    const int before = sut.openDescriptors();
+    serve(500);
+    EXPECT_EQ(sut.openDescriptors(), before);
+}
+
+TEST_F(Wrapper, IdleProcessTakesNoProcessorTime) {
+    run("Recorder");
+    host.send("INTCMP");
+    ASSERT_TRUE(waitForRecord("initializationCompleted"));
+    const auto before = sut.processorTime();
+    std::this_thread::sleep_for(1s);
+    EXPECT_LE(sut.processorTime() - before, 20ms);
+}
+
+TEST_F(Wrapper, BadSettingIsSaidAndTheDriverRuns) {
+    setenv("MFD_LOG_LEVEL", "loud", 1);
+    run("Recorder");
+    host.send("DEINIT");
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(standardError(), Contains(HasSubstr("MFD_LOG_LEVEL=loud is not a number from 1 to 5")));
+}
+
+TEST_F(Wrapper, LogLevelIsObeyed) {
+    setenv("MFD_LOG_LEVEL", "3", 1);
+    run("Recorder");
+    host.send("DEINIT");
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(standardError(), IsEmpty());
+}
+
+TEST_F(Wrapper, StartedByHandItEndsAHangingDriverWithoutTheHostsProcess) {
+    ASSERT_TRUE(host.makeQueues());
+    sut = start("mfddllwrap", {module("IgnoresDeinit"), "AXIS1"}, false);
+    host.send("INTCMP");
+    host.send(fidFrame("ANY"));
+    // Until the process has opened the queues they are the host's alone.
+    host.send(goldenText("SHOWST"));
+    std::this_thread::sleep_for(500ms);
+    host.closeQueues();
+    EXPECT_EQ(sut.waitEnd(), "exit 1");
+    EXPECT_THAT(record(), ElementsAre("deinitialize"));
+}
+
+TEST_F(Wrapper, StartedByHandASlowDriverHasTheStopTimeoutToo) {
+    ASSERT_TRUE(host.makeQueues());
+    sut = start("mfddllwrap", {module("SlowDeinit"), "AXIS1"}, false);
+    host.send("DEINIT");
+    ASSERT_TRUE(waitForRecord("deinitialize"));
+    host.closeQueues();
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), ElementsAre("deinitialize", "deinitialized"));
+}
+
+/// A host in a process of its own, which the test kills.
+class KilledHost : public Workbench {
+protected:
+    void run(const std::string& moduleName) {
+        host = start("hollowhost", {module(moduleName), "AXIS1"});
+        const auto end = std::chrono::steady_clock::now() + 30s;
+        while (!standardOutput().ends_with('\n') && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(5ms);
+        ASSERT_THAT(standardOutput(), Not(IsEmpty()));
+        sut = ProcessController(std::stoi(standardOutput()));
+        ASSERT_TRUE(sut.alive());
+    }
+    void killHost() {
+        host.signal(SIGKILL);
+        ASSERT_EQ(host.waitEnd(), "signal 9");
+    }
+
+    ProcessController host;
+    ProcessController sut;
+};
+
+TEST_F(KilledHost, DriverIsStoppedInOrder) {
+    run("Recorder");
+    ASSERT_TRUE(waitForRecord("initializationCompleted"));
+    killHost();
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), ElementsAre("setPanelStateInterface set", "setDistributorFIDInterface set",
+                                      "setSystemInterface set", "initializationCompleted", "deinitialize",
+                                      "destroyed"));
+}
+
+TEST_F(KilledHost, DriverThatTakesASecondIsNotCutOff) {
+    setenv("MFD_TEST_DEINIT_MS", "1000", 1);
+    run("SlowDeinit");
+    killHost();
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), ElementsAre("deinitialize", "deinitialized"));
+    unsetenv("MFD_TEST_DEINIT_MS");
+}
+
+TEST_F(KilledHost, DriverThatIgnoresItIsEnded) {
+    run("IgnoresDeinit");
+    killHost();
+    EXPECT_EQ(sut.waitEnd(), "exit 1");
+    EXPECT_THAT(record(), ElementsAre("deinitialize"));
+    EXPECT_THAT(standardError(), Contains(HasSubstr("does not come back")));
+}
+
+TEST_F(KilledHost, DriverThatHangsInAFidIsEnded) {
+    run("HangsInSendFID");
+    writeInput("fid MOVE\n");
+    ASSERT_TRUE(waitForRecord("sendFID MOVE"));
+    killHost();
+    EXPECT_EQ(sut.waitEnd(), "exit 1");
+    EXPECT_THAT(record(), ElementsAre("sendFID MOVE"));
+}
+
+TEST_F(KilledHost, DriverThatWaitsOnAFullQueueIsReleased) {
+    run("FloodsState");
+    // The queue takes 16384 messages; once it is full the driver takes no more processor time.
+    auto time = sut.processorTime();
+    const auto end = std::chrono::steady_clock::now() + 20s;
+    for (bool full = false; !full && std::chrono::steady_clock::now() < end;) {
+        std::this_thread::sleep_for(300ms);
+        full = sut.processorTime() == time;
+        time = sut.processorTime();
+    }
+    killHost();
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), ElementsAre("deinitialize"));
+}
+
+TEST_F(KilledHost, DeathAfterDeinitLeavesTheGracePeriodAlone) {
+    setenv("MFD_TEST_DEINIT_MS", "60000", 1);
+    run("SlowDeinit");
+    writeInput("deinit\n");
+    ASSERT_TRUE(waitForRecord("deinitialize"));
+    writeInput("close\n");
+    std::this_thread::sleep_for(2500ms);
+    ASSERT_TRUE(sut.alive());
+    killHost();
+    EXPECT_EQ(sut.waitEnd(), "exit 1");
+    EXPECT_THAT(record(), ElementsAre("deinitialize"));
+    unsetenv("MFD_TEST_DEINIT_MS");
+}
+
+}  // namespace
