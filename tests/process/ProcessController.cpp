@@ -57,8 +57,8 @@ std::string ProcessController::waitEnd(std::chrono::seconds timeout) {
     return "reaped elsewhere";
 }
 
-int ProcessController::openDescriptors() const {
-    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(m_pid) + "/fd");
+int ProcessController::openDescriptors(pid_t pid) {
+    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid) + "/fd");
     return static_cast<int>(std::distance(begin(entries), end(entries)));
 }
 

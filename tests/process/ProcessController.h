@@ -22,7 +22,7 @@ public:
     /// "exit 0", "signal 11"; "still running" when it does not end in time.
     std::string waitEnd(std::chrono::seconds timeout = std::chrono::seconds(30));
 
-    int openDescriptors() const;
+    static int openDescriptors(pid_t pid);
     /// Processor time so far, all threads.
     std::chrono::milliseconds processorTime() const;
 

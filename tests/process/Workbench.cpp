@@ -40,6 +40,17 @@ int redirect(int stream, const std::filesystem::path& path) {
     return copy;
 }
 
+template <class Condition>
+bool eventually(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
 void restore(int stream, int copy) {
     dup2(copy, stream);
     close(copy);
@@ -57,8 +68,8 @@ Workbench::Workbench() {
     std::filesystem::permissions(directory / "queues", std::filesystem::perms::owner_all);
     setenv("MFD_QUEUE_DIR", (directory / "queues").c_str(), 1);
     setenv("MFD_TEST_RECORD", (directory / "record").c_str(), 1);
-    unsetenv("MFD_LOG_LEVEL");
-    unsetenv("MFD_STOP_TIMEOUT");
+    for (const char* setting : {"MFD_LOG_LEVEL", "MFD_STOP_TIMEOUT", "MFD_TEST_DEINIT_MS"})
+        unsetenv(setting);
     // The driver process of a host that was killed becomes a child of this one, which so sees its end.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
@@ -126,12 +137,12 @@ std::vector<std::string> Workbench::record() const {
 }
 
 bool Workbench::waitForRecord(const std::string& line) const {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (std::chrono::steady_clock::now() < end) {
+    return eventually([&] {
         const std::vector<std::string> present = record();
-        if (std::find(present.begin(), present.end(), line) != present.end())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return false;
+        return std::find(present.begin(), present.end(), line) != present.end();
+    });
+}
+
+bool Workbench::waitUntilItRuns() const {
+    return eventually([&] { return text(directory / "stderr").find(": Runs /") != std::string::npos; });
 }

@@ -43,6 +43,8 @@ protected:
     std::vector<std::string> record() const;
     /// Waits until the record has a line; false when it does not come in time.
     bool waitForRecord(const std::string& line) const;
+    /// Waits until the process has its queues and its module.
+    bool waitUntilItRuns() const;
 
     std::filesystem::path directory;
 

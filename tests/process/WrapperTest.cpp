@@ -144,7 +144,7 @@ TEST_P(WrapperModules, ThatAreNoDriversAreSaidInOneLine) {
 INSTANTIATE_TEST_SUITE_P(Wrapper, WrapperModules,
                          testing::Values(std::pair("DoesNotExist", "No such file"),
                                          std::pair("MissingSymbol", "mfdTestSymbolThatNobodyDefines"),
-                                         std::pair("NoFactory", "mfdCreateDriver"),
+                                         std::pair("NoFactory", "undefined symbol"),
                                          std::pair("NullFactory", "driver"), std::pair("WrongAbi", "999"),
                                          std::pair("AnswersNothing", "neither")));
 
@@ -231,8 +231,7 @@ INSTANTIATE_TEST_SUITE_P(Wrapper, WrapperSignals, testing::Values(SIGTERM, SIGIN
 
 TEST_F(Wrapper, SecondSignalEndsAHangingDriver) {
     run("IgnoresDeinit");
-    host.send("INTCMP");
-    host.send(fidFrame("ANY"));
+    ASSERT_TRUE(waitUntilItRuns());
     sut.signal(SIGTERM);
     ASSERT_TRUE(waitForRecord("deinitialize"));
     EXPECT_TRUE(sut.alive());
@@ -251,14 +250,18 @@ TEST_F(Wrapper, EndsWhenALivingHostLetsGo) {
 
 TEST_F(Wrapper, ServesWhatStoodInTheQueueWhenTheHostLetGo) {
     run("Recorder");
+    ASSERT_TRUE(waitUntilItRuns());
+    sut.signal(SIGSTOP);
     for (int count = 0; count < 200; ++count)
         host.send(fidFrame("F" + std::to_string(count)));
     host.closeQueues();
+    sut.signal(SIGCONT);
     EXPECT_EQ(sut.waitEnd(), "exit 0");
     EXPECT_THAT(record(), Contains("sendFID F199"));
 }
 
 TEST_F(Wrapper, SlowDriverIsNotCutOffWhileTheHostLives) {
+    setenv("MFD_STOP_TIMEOUT", "0", 1);
     run("SlowDeinit");
     host.send("DEINIT");
     ASSERT_TRUE(waitForRecord("deinitialize"));
@@ -284,13 +287,12 @@ TEST_F(Wrapper, FreesTheQueuesForTheNextLoad) {
 }
 
 TEST_F(Wrapper, LeavesNoDescriptorsOpenInTheHost) {
-    const auto openHere = [] { return ProcessController(getpid()).openDescriptors(); };
     run("Recorder");
     host.send("DEINIT");
     ASSERT_EQ(sut.waitEnd(), "exit 0");
     host.closeQueues();
     sut = ProcessController();
-    const int before = openHere();
+    const int before = ProcessController::openDescriptors(getpid());
     for (int round = 0; round < 5; ++round) {
         run("Recorder");
         host.send("DEINIT");
@@ -298,7 +300,7 @@ TEST_F(Wrapper, LeavesNoDescriptorsOpenInTheHost) {
         host.closeQueues();
         sut = ProcessController();
     }
-    EXPECT_EQ(openHere(), before);
+    EXPECT_EQ(ProcessController::openDescriptors(getpid()), before);
 }
 
 TEST_F(Wrapper, OpensNoDescriptorsWhileItServes) {
@@ -310,9 +312,9 @@ TEST_F(Wrapper, OpensNoDescriptorsWhileItServes) {
         }
     };
     serve(1);
-    const int before = sut.openDescriptors();
+    const int before = ProcessController::openDescriptors(sut.pid());
     serve(500);
-    EXPECT_EQ(sut.openDescriptors(), before);
+    EXPECT_EQ(ProcessController::openDescriptors(sut.pid()), before);
 }
 
 TEST_F(Wrapper, IdleProcessTakesNoProcessorTime) {
@@ -343,11 +345,7 @@ TEST_F(Wrapper, LogLevelIsObeyed) {
 TEST_F(Wrapper, StartedByHandItEndsAHangingDriverWithoutTheHostsProcess) {
     ASSERT_TRUE(host.makeQueues());
     sut = start("mfddllwrap", {module("IgnoresDeinit"), "AXIS1"}, false);
-    host.send("INTCMP");
-    host.send(fidFrame("ANY"));
-    // Until the process has opened the queues they are the host's alone.
-    host.send(goldenText("SHOWST"));
-    std::this_thread::sleep_for(500ms);
+    ASSERT_TRUE(waitUntilItRuns());
     host.closeQueues();
     EXPECT_EQ(sut.waitEnd(), "exit 1");
     EXPECT_THAT(record(), ElementsAre("deinitialize"));
@@ -373,7 +371,7 @@ protected:
             std::this_thread::sleep_for(5ms);
         ASSERT_THAT(standardOutput(), Not(IsEmpty()));
         sut = ProcessController(std::stoi(standardOutput()));
-        ASSERT_TRUE(sut.alive());
+        ASSERT_TRUE(waitUntilItRuns());
     }
     void killHost() {
         host.signal(SIGKILL);
@@ -400,7 +398,6 @@ TEST_F(KilledHost, DriverThatTakesASecondIsNotCutOff) {
     killHost();
     EXPECT_EQ(sut.waitEnd(), "exit 0");
     EXPECT_THAT(record(), ElementsAre("deinitialize", "deinitialized"));
-    unsetenv("MFD_TEST_DEINIT_MS");
 }
 
 TEST_F(KilledHost, DriverThatIgnoresItIsEnded) {
@@ -436,6 +433,7 @@ TEST_F(KilledHost, DriverThatWaitsOnAFullQueueIsReleased) {
 }
 
 TEST_F(KilledHost, DeathAfterDeinitLeavesTheGracePeriodAlone) {
+    setenv("MFD_STOP_TIMEOUT", "0", 1);
     setenv("MFD_TEST_DEINIT_MS", "60000", 1);
     run("SlowDeinit");
     writeInput("deinit\n");
@@ -446,7 +444,6 @@ TEST_F(KilledHost, DeathAfterDeinitLeavesTheGracePeriodAlone) {
     killHost();
     EXPECT_EQ(sut.waitEnd(), "exit 1");
     EXPECT_THAT(record(), ElementsAre("deinitialize"));
-    unsetenv("MFD_TEST_DEINIT_MS");
 }
 
 }  // namespace
