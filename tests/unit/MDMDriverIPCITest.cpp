@@ -581,7 +581,7 @@ TEST(MDMDriverIPCI, PendingUpdatesAreDeliveredBeforeThe301stMessageOfABurst) {
     s.start();
     EXPECT_TRUE(s.host.journal().waitFor("panel setStateValueInt n300 300"));
     const Calls calls = s.host.journal().linesOf({"panel", "queue receive"});
-    ASSERT_GT(calls.size(), 603u);
+    ASSERT_GE(calls.size(), 603u);
     EXPECT_EQ(calls[0], "queue receive A_OUTQ 1000");
     for (std::size_t index = 1; index < 301; ++index)
         EXPECT_EQ(calls[index], "queue receive A_OUTQ 0") << index;
@@ -600,7 +600,7 @@ TEST(MDMDriverIPCI, ThreeHundredUpdatesOfABurstAreDeliveredAtItsEnd) {
     s.start();
     EXPECT_TRUE(s.host.journal().waitFor("panel setStateValueInt n299 299"));
     const Calls calls = s.host.journal().linesOf({"panel", "queue receive"});
-    ASSERT_GT(calls.size(), 301u);
+    ASSERT_GE(calls.size(), 302u);
     EXPECT_EQ(calls[300], "queue receive A_OUTQ 0");
     EXPECT_EQ(calls[301], "panel setStateValueInt n0 0");
 }

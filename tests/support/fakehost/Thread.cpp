@@ -49,9 +49,9 @@ bool Thread::start(EPriority priority) {
 }
 
 bool Thread::shutdown(int timeout) {
-    fakehost::Journal::instance().note("thread shutdown " + std::to_string(timeout));
     if (!m_pImpl->thread.joinable())
         return true;
+    fakehost::Journal::instance().note("thread shutdown " + std::to_string(timeout));
     fakehost::QueueBoard::instance().requestStop(m_pImpl->stop);
     {
         std::unique_lock lock(m_pImpl->mutex);

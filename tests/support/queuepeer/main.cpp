@@ -1,0 +1,185 @@
+// The other end of a queue, in a process of its own that a test may stop or kill at any instant. It tells
+// what it does in lines on standard output and ends with the process that started it.
+
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "NumberedMessage.h"
+#include "sal/MessageQueue.h"
+
+namespace {
+
+void say(const std::string& line) {
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+}
+
+int fail(const std::string& line) {
+    say(line);
+    return 1;
+}
+
+[[noreturn]] void waitToBeKilled() {
+    for (;;) {
+        ::pause();
+    }
+}
+
+int create(const std::string& name) {
+    sal::MessageQueue queue;
+    if (!queue.create(name, 16384, 1024, 0)) {
+        return fail("not created");
+    }
+    say("created");
+    waitToBeKilled();
+}
+
+int hold(const std::string& name) {
+    sal::MessageQueue queue;
+    if (!queue.open(name)) {
+        return fail("not opened");
+    }
+    say("opened");
+    waitToBeKilled();
+}
+
+int tryOpen(const std::string& name) {
+    sal::MessageQueue queue;
+    if (!queue.open(name)) {
+        return fail("not opened");
+    }
+    say("opened");
+    return 0;
+}
+
+int send(const std::string& name, std::uint32_t sender, std::uint32_t count) {
+    sal::MessageQueue queue;
+    if (!queue.open(name)) {
+        return fail("not opened");
+    }
+    say("opened");
+    for (std::uint32_t number = 0; number < count; ++number) {
+        const auto bytes = NumberedMessage{sender, number}.bytes();
+        if (!queue.send(bytes.data(), static_cast<int>(bytes.size()), -1)) {
+            return fail("not sent");
+        }
+    }
+    say("sent");
+    return 0;
+}
+
+/// Receives until it is killed or has seen a message that is not whole.
+int receive(const std::string& name) {
+    sal::MessageQueue queue;
+    if (!queue.open(name)) {
+        return fail("not opened");
+    }
+    say("opened");
+    unsigned char buffer[NumberedMessage::s_maxSize];
+    for (bool isFirst = true;; isFirst = false) {
+        const int length = queue.receive(buffer, sizeof(buffer), -1);
+        if (length < 0) {
+            return fail("not received");
+        }
+        if (!NumberedMessage::read(buffer, length)) {
+            return fail("torn");
+        }
+        if (isFirst) {
+            say("received");
+        }
+    }
+}
+
+/// Attaches as the receiver, takes nothing out and waits.
+int attach(const std::string& name) {
+    sal::MessageQueue queue;
+    unsigned char byte = 0;
+    if (!queue.open(name) || queue.receive(&byte, 1, 1) >= 0) {
+        return fail("not attached");
+    }
+    say("attached");
+    waitToBeKilled();
+}
+
+int waitForCreatorEnd(const std::string& name) {
+    sal::MessageQueue queue;
+    if (!queue.open(name)) {
+        return fail("not opened");
+    }
+    say("opened");
+    return queue.waitForCreatorEnd() ? (say("ended"), 0) : fail("not watched");
+}
+
+/// Fills a queue in a directory that is too small for it and empties it again.
+int fill(const std::string& name) {
+    sal::MessageQueue queue;
+    if (!queue.create(name, 16384, 1024, 0)) {
+        return fail("not created");
+    }
+    std::uint32_t sent = 0;
+    for (;; ++sent) {
+        const auto bytes = NumberedMessage{1, sent}.bytes();
+        if (!queue.send(bytes.data(), static_cast<int>(bytes.size()), 0)) {
+            break;
+        }
+    }
+    if (sent == 0 || sent >= 16384) {
+        return fail("sent " + std::to_string(sent));
+    }
+    unsigned char buffer[NumberedMessage::s_maxSize];
+    for (std::uint32_t number = 0; number < sent; ++number) {
+        const int length = queue.receive(buffer, sizeof(buffer), 0);
+        const auto message = NumberedMessage::read(buffer, length);
+        if (!message || message->number != number) {
+            return fail("torn");
+        }
+    }
+    const auto bytes = NumberedMessage{1, 0}.bytes();
+    if (!queue.send(bytes.data(), static_cast<int>(bytes.size()), 0)) {
+        return fail("stays full");
+    }
+    say("filled and emptied");
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (argc < 3) {
+        return fail("usage: queue_peer COMMAND QUEUE [SENDER COUNT]");
+    }
+    const std::string command = argv[1];
+    const std::string name = argv[2];
+    if (command == "create") {
+        return create(name);
+    }
+    if (command == "hold") {
+        return hold(name);
+    }
+    if (command == "open") {
+        return tryOpen(name);
+    }
+    if (command == "send" && argc == 5) {
+        return send(name, static_cast<std::uint32_t>(std::strtoul(argv[3], nullptr, 10)),
+                    static_cast<std::uint32_t>(std::strtoul(argv[4], nullptr, 10)));
+    }
+    if (command == "receive") {
+        return receive(name);
+    }
+    if (command == "attach") {
+        return attach(name);
+    }
+    if (command == "wait-creator-end") {
+        return waitForCreatorEnd(name);
+    }
+    if (command == "fill") {
+        return fill(name);
+    }
+    return fail("unknown command " + command);
+}
