@@ -9,7 +9,7 @@ namespace sal {
 namespace {
 
 /// Chunks that keep their memory however low the backlog is.
-constexpr std::uint32_t g_keptChunks = 4;
+constexpr std::uint32_t g_keptChunks = 3;
 constexpr std::chrono::seconds g_trimPatience{1};
 /// Bounds how long senders wait for the lock meanwhile.
 constexpr std::uint32_t g_trimmedAtOnce = 256;
