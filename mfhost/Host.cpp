@@ -45,7 +45,7 @@ std::string signalName(int signal) {
 
 }  // namespace
 
-Host::Host(Options options, SignalWatch& signals)
+Host::Host(Options options, StopSignals& signals)
     : m_options(std::move(options)),
       m_signals(signals),
       m_roster(m_store),
@@ -62,7 +62,8 @@ Host::Host(Options options, SignalWatch& signals)
                       .roster = m_roster,
                       .reply = [this]() -> std::ostream& { return *m_pReply; },
                       .quit = [this] { requestShutdown("quit", 0); },
-                      .showModules = [this] { m_pManager->showModules(); }}) {}
+                      .showModules = [this] { m_pManager->showModules(); },
+                      .settle = [this] { settle(); }}) {}
 
 Host::~Host() = default;
 
@@ -281,6 +282,28 @@ std::vector<std::string> Host::complete(const std::vector<std::string>& before,
         found = m_store.keys(prefix);
     }
     return found;
+}
+
+/// A script cannot look again as somebody at a terminal can: it waits until no driver has messages left and
+/// nothing has arrived for a moment, a second at most.
+void Host::settle() const {
+    using Clock = std::chrono::steady_clock;
+    if (Console::isInteractive())
+        return;
+    constexpr std::chrono::milliseconds quietTime{100};
+    const auto limit = Clock::now() + std::chrono::seconds(1);
+    auto quietSince = Clock::now();
+    for (auto arrivals = m_store.arrivals(); Clock::now() < limit;) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        const auto queues = sal::MessageQueue::statuses();
+        const bool isAllTaken =
+            std::all_of(queues.begin(), queues.end(), [](const auto& queue) { return queue.depth == 0; });
+        const auto arrived = m_store.arrivals();
+        if (!isAllTaken || arrived != std::exchange(arrivals, arrived))
+            quietSince = Clock::now();
+        else if (Clock::now() - quietSince >= quietTime)
+            return;
+    }
 }
 
 void Host::requestShutdown(const std::string& reason, int exitCode) {

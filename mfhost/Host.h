@@ -15,8 +15,8 @@
 #include "HostSystem.h"
 #include "Options.h"
 #include "ProcessSupervisor.h"
-#include "SignalWatch.h"
 #include "StateStore.h"
+#include "StopSignals.h"
 #include "sal/CmdProcessor.h"
 
 class IMDMConfiguration;
@@ -27,7 +27,7 @@ class MfDriverManager;
 class Host {
 public:
     /// The signals are blocked in every thread from here on.
-    Host(Options options, SignalWatch& signals);
+    Host(Options options, StopSignals& signals);
     ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
@@ -51,12 +51,14 @@ private:
     std::vector<std::string> complete(const std::vector<std::string>& before,
                                       const std::string& prefix) const;
 
+    void settle() const;
+
     void requestShutdown(const std::string& reason, int exitCode);
     void shutDown();
     [[noreturn]] void exitNow(int exitCode) const;
 
     const Options m_options;
-    SignalWatch& m_signals;
+    StopSignals& m_signals;
     StateStore m_store;
     DriverRoster m_roster;
     CommandThread m_commands;

@@ -36,6 +36,7 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
     std::vector<std::string> adapters;
 
     CLI::App app("Runs the device drivers of a workplace.", "mfhost");
+    app.get_formatter()->column_width(28);
     app.set_version_flag("--version", "mfhost " MFHOST_VERSION);
     app.add_option("--drivers", options.driverDirectories, "directory of driver descriptors; may be repeated")
         ->type_name("DIR")
@@ -62,7 +63,7 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
     app.add_option("--log-level", options.logLevel,
                    "1 critical, 2 error, 3 warning, 4 info, 5 trace (default 4)")
         ->type_name("N")
-        ->check(CLI::Range(1, 5));
+        ->check(CLI::Range(1, 5).description(""));
     app.add_option("--log-file", options.logFile, "log also into this file")->type_name("FILE");
     auto* pFollow = app.add_option("--follow", follow, "print each state change and event as it comes")
                         ->type_name("[=GLOB]")
@@ -75,7 +76,7 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
     app.add_option("--stop-timeout", stopTimeout,
                    "seconds that one driver may hold up a stop, a reload or a shutdown (default 3)")
         ->type_name("S")
-        ->check(CLI::Range(0.1, 3600.0));
+        ->check(CLI::Range(0.1, 3600.0).description(""));
     auto* pTrust = app.add_option("--trust", options.trustDirectory, "directory of the trusted public keys")
                        ->type_name("DIR");
     app.add_flag("--require-signature", options.requireSignature,

@@ -16,7 +16,7 @@
 #include "HostLog.h"
 #include "OptionParser.h"
 #include "Sandbox.h"
-#include "SignalWatch.h"
+#include "StopSignals.h"
 #include "TerminalModes.h"
 #include "XMLVerify.h"
 #include "sal/LogManager.h"
@@ -51,7 +51,7 @@ bool enterWorkDirectory(const std::string& directory) {
     return !error;
 }
 
-int runHost(const Options& options, SignalWatch& signals) {
+int runHost(const Options& options, StopSignals& signals) {
     sal::LogManager log({.level = options.logLevel, .file = options.logFile, .tag = {}});
     XMLVerify::setTrustDirectory(options.trustDirectory);
     for (const auto& [name, real] : options.adapters)
@@ -94,6 +94,6 @@ int main(int argc, char** argv) {
         return 1;
     setEnvironment(options);
     TerminalModes::remember();
-    SignalWatch signals;
+    StopSignals signals;
     return runHost(options, signals);
 }

@@ -123,6 +123,7 @@ bool HostCommands::modules(sal::CmdParameters&) {
 }
 
 bool HostCommands::state(sal::CmdParameters& parameters) {
+    m_context.settle();
     const std::string pattern = parameters.argument(0);
     const auto now = StateStore::Clock::now();
     Table table({"key", "type", "value", "set by", "age", "holds"});
@@ -141,6 +142,7 @@ bool HostCommands::state(sal::CmdParameters& parameters) {
 }
 
 bool HostCommands::events(sal::CmdParameters&) {
+    m_context.settle();
     Table table({"time", "event", "value", "from"});
     for (const StateStore::Event& event : m_context.store.events())
         table.addRow({timeText(event.when), event.id, event.value, event.owner.text()});

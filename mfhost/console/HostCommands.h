@@ -18,6 +18,8 @@ public:
         std::function<std::ostream&()> reply;
         std::function<void()> quit;
         std::function<void()> showModules;
+        /// Lets the drivers answer what a script sent them before it asks for the outcome.
+        std::function<void()> settle;
     };
 
     explicit HostCommands(Context context);

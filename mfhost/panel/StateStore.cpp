@@ -65,6 +65,7 @@ void StateStore::set(const std::string& key, StateValue value) {
     const auto now = Clock::now();
     Owner owner = ownerOf(key);
     std::unique_lock lock(m_mutex);
+    ++m_arrivals;
     auto position = m_entries.find(key);
     const bool isNew = position == m_entries.end();
     if (isNew) {
@@ -103,6 +104,7 @@ void StateStore::set(const std::string& key, StateValue value) {
 
 void StateStore::unsetStateValue(const std::string& stateID) {
     const std::lock_guard lock(m_mutex);
+    ++m_arrivals;
     if (m_entries.erase(stateID) == 0)
         return;
     for (Listener* pListener : m_listeners)
@@ -112,6 +114,7 @@ void StateStore::unsetStateValue(const std::string& stateID) {
 void StateStore::triggerEvent(const std::string& eventID, const std::string& value) {
     Event event{eventID, value, ownerOf(eventID), std::chrono::system_clock::now()};
     const std::lock_guard lock(m_mutex);
+    ++m_arrivals;
     for (Listener* pListener : m_listeners)
         pListener->eventTriggered(event);
     m_events.push_back(std::move(event));
@@ -175,6 +178,11 @@ std::vector<std::string> StateStore::keys(const std::string& prefix) const {
          position != m_entries.end() && position->first.starts_with(prefix); ++position)
         found.push_back(position->first);
     return found;
+}
+
+std::uint64_t StateStore::arrivals() const {
+    const std::lock_guard lock(m_mutex);
+    return m_arrivals;
 }
 
 void StateStore::addListener(Listener* pListener) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -104,6 +105,9 @@ public:
     /// In byte order, those that begin with the prefix.
     std::vector<std::string> keys(const std::string& prefix) const;
 
+    /// How many values and events have arrived so far.
+    std::uint64_t arrivals() const;
+
     void addListener(Listener* pListener);
     void removeListener(Listener* pListener);
 
@@ -119,5 +123,6 @@ private:
     /// Drivers that have ended and not started again, with the cause.
     std::map<std::string, std::string> m_ended;
     std::vector<Listener*> m_listeners;
+    std::uint64_t m_arrivals = 0;
     bool m_fullLogged = false;
 };

@@ -1,4 +1,4 @@
-#include "SignalWatch.h"
+#include "StopSignals.h"
 
 #include <poll.h>
 #include <signal.h>
@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-SignalWatch::SignalWatch() {
+StopSignals::StopSignals() {
     ::signal(SIGPIPE, SIG_IGN);
     sigset_t watched;
     sigemptyset(&watched);
@@ -23,12 +23,12 @@ SignalWatch::SignalWatch() {
     m_interruptFd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 }
 
-SignalWatch::~SignalWatch() {
+StopSignals::~StopSignals() {
     ::close(m_signalFd);
     ::close(m_interruptFd);
 }
 
-int SignalWatch::wait() {
+int StopSignals::wait() {
     for (;;) {
         pollfd watched[] = {{m_signalFd, POLLIN, 0}, {m_interruptFd, POLLIN, 0}};
         if (::poll(watched, 2, -1) <= 0)
@@ -41,7 +41,7 @@ int SignalWatch::wait() {
     }
 }
 
-void SignalWatch::interrupt() {
+void StopSignals::interrupt() {
     const std::uint64_t one = 1;
     static_cast<void>(!::write(m_interruptFd, &one, sizeof one));
 }

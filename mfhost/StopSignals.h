@@ -3,12 +3,12 @@
 /// The signals that end the host, taken as messages. Made in main before any thread, since each thread
 /// inherits its mask. SIGINT, SIGTERM and SIGHUP (unless the program was started with it ignored) are waited
 /// for; SIGPIPE is ignored.
-class SignalWatch {
+class StopSignals {
 public:
-    SignalWatch();
-    ~SignalWatch();
-    SignalWatch(const SignalWatch&) = delete;
-    SignalWatch& operator=(const SignalWatch&) = delete;
+    StopSignals();
+    ~StopSignals();
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
 
     /// The next signal's number; 0 when interrupt() was called. One thread.
     int wait();
