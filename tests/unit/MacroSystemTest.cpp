@@ -227,9 +227,9 @@ TEST_F(MacroSystemTest, RefusesToPlayWhileItRecords) {
 }
 
 /// Plays a macro whose second FID is an hour away.
-class LongPlaybackTest : public MacroSystemTest {
+class MacroSystemLongPlayback : public MacroSystemTest {
 protected:
-    LongPlaybackTest() {
+    MacroSystemLongPlayback() {
         EXPECT_TRUE(sut.startRecording("long"));
         dispatch("A.NOW");
         now += 1h;
@@ -240,41 +240,41 @@ protected:
     }
 };
 
-TEST_F(LongPlaybackTest, IsPlayingUntilStopped) {
+TEST_F(MacroSystemLongPlayback, IsPlayingUntilStopped) {
     EXPECT_TRUE(sut.isPlaying());
     EXPECT_TRUE(sut.stopPlaying());
     EXPECT_FALSE(sut.isPlaying());
 }
 
-TEST_F(LongPlaybackTest, StoppedPlaybackSendsNoMore) {
+TEST_F(MacroSystemLongPlayback, StoppedPlaybackSendsNoMore) {
     ASSERT_TRUE(sut.stopPlaying());
     EXPECT_TRUE(host.calls.waitFor("event MACRO.STOPPED long"));
     EXPECT_THAT(host.calls.linesOf("send"), ElementsAre("send A.NOW"));
     EXPECT_EQ(host.calls.count("log 4 macro \"long\" stopped after 1 of 2 FIDs"), 1);
 }
 
-TEST_F(LongPlaybackTest, RecordingIsPossibleAsSoonAsItIsStopped) {
+TEST_F(MacroSystemLongPlayback, RecordingIsPossibleAsSoonAsItIsStopped) {
     ASSERT_TRUE(sut.stopPlaying());
     EXPECT_TRUE(sut.startRecording("n"));
 }
 
-TEST_F(LongPlaybackTest, RefusesASecondPlayback) {
+TEST_F(MacroSystemLongPlayback, RefusesASecondPlayback) {
     EXPECT_FALSE(sut.play("long"));
     EXPECT_EQ(host.calls.count("log 3 cannot play macro \"long\": macro \"long\" is being played"), 1);
 }
 
-TEST_F(LongPlaybackTest, DeletingThePlayedMacroDoesNotDisturbIt) {
+TEST_F(MacroSystemLongPlayback, DeletingThePlayedMacroDoesNotDisturbIt) {
     ASSERT_TRUE(sut.remove("long"));
     EXPECT_TRUE(sut.isPlaying());
 }
 
-TEST_F(LongPlaybackTest, StopEndsThePlayback) {
+TEST_F(MacroSystemLongPlayback, StopEndsThePlayback) {
     sut.stop();
     EXPECT_FALSE(sut.isPlaying());
     EXPECT_THAT(host.calls.linesOf("send"), ElementsAre("send A.NOW"));
 }
 
-TEST_F(LongPlaybackTest, IsShown) {
+TEST_F(MacroSystemLongPlayback, IsShown) {
     EXPECT_TRUE(host.calls.waitFor("playing \"long\" 1 macros unsaved"));
     ASSERT_TRUE(sut.stopPlaying());
     EXPECT_TRUE(host.calls.waitFor("event MACRO.STOPPED long"));

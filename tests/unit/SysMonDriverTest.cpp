@@ -131,9 +131,9 @@ TEST_F(SysMonDriverTest, ReadableAgainIsReportedAgain) {
     EXPECT_TRUE(host.calls.waitFor("HOSTNAME string station7", before + 1));
 }
 
-class BadIntervalTest : public SysMonDriverTest, public testing::WithParamInterface<const char*> {};
+class SysMonDriverBadInterval : public SysMonDriverTest, public testing::WithParamInterface<const char*> {};
 
-TEST_P(BadIntervalTest, ChangesNothingAndIsLogged) {
+TEST_P(SysMonDriverBadInterval, ChangesNothingAndIsLogged) {
     EXPECT_FALSE(sut.sendFID("INTERVAL", parameters({{"ms", GetParam()}})));
     EXPECT_THAT(log.text(), HasSubstr("SYS: INTERVAL ignored, ms=\"" + std::string(GetParam()) +
                                       "\" is not a whole number from 50 to 3600000"));
@@ -141,7 +141,7 @@ TEST_P(BadIntervalTest, ChangesNothingAndIsLogged) {
     EXPECT_EQ(host.calls.linesOf("INTERVAL").back(), "INTERVAL int 1000");
 }
 
-INSTANTIATE_TEST_SUITE_P(SysMonDriver, BadIntervalTest,
+INSTANTIATE_TEST_SUITE_P(Values, SysMonDriverBadInterval,
                          testing::Values("", "49", "3600001", "1e3", "100ms", " 100", "-100",
                                          "99999999999999999999"));
 
@@ -152,9 +152,9 @@ TEST_F(SysMonDriverTest, IntervalTakesItsBounds) {
     EXPECT_TRUE(host.calls.waitFor("INTERVAL int 50"));
 }
 
-class BadThresholdTest : public SysMonDriverTest, public testing::WithParamInterface<const char*> {};
+class SysMonDriverBadThreshold : public SysMonDriverTest, public testing::WithParamInterface<const char*> {};
 
-TEST_P(BadThresholdTest, ChangesNothingAndIsLogged) {
+TEST_P(SysMonDriverBadThreshold, ChangesNothingAndIsLogged) {
     EXPECT_FALSE(sut.sendFID("THRESHOLD", parameters({{"load", GetParam()}})));
     EXPECT_THAT(log.text(), HasSubstr("SYS: THRESHOLD ignored, load=\"" + std::string(GetParam()) +
                                       "\" is not a number from 0 (no alarm) up"));
@@ -162,7 +162,7 @@ TEST_P(BadThresholdTest, ChangesNothingAndIsLogged) {
     EXPECT_EQ(host.calls.linesOf("THRESHOLD").back(), "THRESHOLD float 0");
 }
 
-INSTANTIATE_TEST_SUITE_P(SysMonDriver, BadThresholdTest,
+INSTANTIATE_TEST_SUITE_P(Values, SysMonDriverBadThreshold,
                          testing::Values("", "-0.1", "nan", "inf", "2,5", "two"));
 
 TEST_F(SysMonDriverTest, LoadAboveTheThresholdRaisesAnAlarmAtThePanel) {

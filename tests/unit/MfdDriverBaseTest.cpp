@@ -1,0 +1,114 @@
+#include "MfdDriverBase.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "DriverHost.h"
+#include "LogFile.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+class Driver : public MfdDriverBase {
+public:
+    using MfdDriverBase::configuration;
+    using MfdDriverBase::log;
+    using MfdDriverBase::panelState;
+    using MfdDriverBase::sendToDriver;
+    using MfdDriverBase::system;
+
+    bool sendFID(const std::string&, const FIDParameterList&) const override { return true; }
+};
+
+class Distributor : public IDistributorFID {
+public:
+    mutable CallLog calls;
+
+    IInterface* queryInterface(unsigned int) override { return nullptr; }
+    void dispatchFID(const std::string& fid, const FIDParameterList& parameters) const override {
+        calls.add(fid + " " + parameters.value("x"));
+    }
+};
+
+TEST(MfdDriverBase, AnswersTheTwoDriverInterfacesAlone) {
+    Driver sut;
+    EXPECT_NE(dynamic_cast<IFunctionID*>(sut.queryInterface(1100)), nullptr);
+    EXPECT_NE(dynamic_cast<IMFDConfiguration*>(sut.queryInterface(1201)), nullptr);
+    EXPECT_EQ(sut.queryInterface(1107), nullptr);
+}
+
+TEST(MfdDriverBase, KeepsTheConfigurationInItsOrder) {
+    Driver sut;
+    EXPECT_TRUE(
+        sut.setConfiguration(3, "AXIS1", "data/AXIS1", "192.0.2.7", "eth0", "192.0.2.1", "/nvram/AXIS1"));
+    EXPECT_EQ(sut.configuration().workplaceId, 3);
+    EXPECT_EQ(sut.configuration().driverID, "AXIS1");
+    EXPECT_EQ(sut.configuration().workingDirectory, "data/AXIS1");
+    EXPECT_EQ(sut.configuration().ipAddress, "192.0.2.7");
+    EXPECT_EQ(sut.configuration().networkAdapter, "eth0");
+    EXPECT_EQ(sut.configuration().virtualPanelAddress, "192.0.2.1");
+    EXPECT_EQ(sut.configuration().nvramDirectory, "/nvram/AXIS1");
+}
+
+TEST(MfdDriverBase, KeepsTheInterfacesOfTheHost) {
+    DriverHost host;
+    Driver sut;
+    sut.setPanelStateInterface(&host);
+    sut.setSystemInterface(&host);
+    EXPECT_EQ(sut.panelState(), &host);
+    EXPECT_EQ(sut.system(), &host);
+}
+
+TEST(MfdDriverBase, DoesNothingByDefaultAndSucceeds) {
+    Driver sut;
+    EXPECT_TRUE(sut.subscribe("X"));
+    EXPECT_TRUE(sut.showState());
+    EXPECT_TRUE(sut.initializationCompleted());
+    EXPECT_TRUE(sut.createFIDList());
+    EXPECT_TRUE(sut.deinitialize());
+}
+
+TEST(MfdDriverBase, SendsThroughTheHostWithoutADistributor) {
+    DriverHost host;
+    Driver sut;
+    sut.setSystemInterface(&host);
+    EXPECT_TRUE(sut.sendToDriver("A.B", {}));
+    EXPECT_EQ(host.calls.count("send A.B "), 1);
+}
+
+TEST(MfdDriverBase, TellsWhenTheHostCouldNotSend) {
+    DriverHost host;
+    host.sendResult = false;
+    Driver sut;
+    sut.setSystemInterface(&host);
+    EXPECT_FALSE(sut.sendToDriver("A.B", {}));
+}
+
+TEST(MfdDriverBase, SendsThroughTheDistributorAlone) {
+    DriverHost host;
+    Distributor distributor;
+    Driver sut;
+    sut.setSystemInterface(&host);
+    sut.setDistributorFIDInterface(&distributor);
+    FIDParameterList parameters;
+    parameters.add("x", "1");
+    EXPECT_TRUE(sut.sendToDriver("A.B", parameters));
+    EXPECT_EQ(distributor.calls.count("A.B 1"), 1);
+    EXPECT_TRUE(host.calls.lines().empty());
+}
+
+TEST(MfdDriverBase, CannotSendWithoutAHost) {
+    Driver sut;
+    EXPECT_FALSE(sut.sendToDriver("A.B", {}));
+}
+
+TEST(MfdDriverBase, LogsWithItsDriverID) {
+    LogFile log;
+    Driver sut;
+    sut.setConfiguration(0, "AXIS1", "", "", "", "", "");
+    sut.log(sal::LogOutput::eWarning, "too hot");
+    EXPECT_THAT(log.text(), HasSubstr("AXIS1: too hot\n"));
+}
+
+}  // namespace

@@ -1,0 +1,38 @@
+#include <gtest/gtest.h>
+
+#include "IFunctionID.h"
+#include "IMFDConfiguration.h"
+#include "IMacroSystem.h"
+#include "LoadedModule.h"
+
+namespace {
+
+constexpr const char* s_path = MFD_DRIVER_DIR "/panel.so";
+
+TEST(PanelModule, SaysWhichAbiItWasBuiltWith) {
+    EXPECT_EQ(LoadedModule(s_path).abi(), 1u);
+}
+
+TEST(PanelModule, MakesADriverWithBothInterfaces) {
+    const LoadedModule sut(s_path);
+    const auto pDriver = sut.createDriver();
+    EXPECT_NE(dynamic_cast<IFunctionID*>(pDriver->queryInterface(1100)), nullptr);
+    EXPECT_NE(dynamic_cast<IMFDConfiguration*>(pDriver->queryInterface(1201)), nullptr);
+}
+
+TEST(PanelModule, MakesAMacroSystem) {
+    const LoadedModule sut(s_path);
+    const auto pDriver = sut.createDriver();
+    EXPECT_NE(dynamic_cast<IMacroSystem*>(pDriver->queryInterface(1107)), nullptr);
+}
+
+TEST(PanelModule, LeavesNoCodeMappedBehind) {
+    {
+        const LoadedModule sut(s_path);
+        EXPECT_TRUE(LoadedModule::isMapped(s_path));
+        sut.createDriver().reset();
+    }
+    EXPECT_FALSE(LoadedModule::isMapped(s_path));
+}
+
+}  // namespace

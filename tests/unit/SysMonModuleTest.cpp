@@ -1,0 +1,38 @@
+#include <gtest/gtest.h>
+
+#include "IFunctionID.h"
+#include "IMFDConfiguration.h"
+#include "LoadedModule.h"
+
+namespace {
+
+constexpr const char* s_path = MFD_DRIVER_DIR "/sysmon.so";
+
+TEST(SysMonModule, SaysWhichAbiItWasBuiltWith) {
+    EXPECT_EQ(LoadedModule(s_path).abi(), 1u);
+}
+
+TEST(SysMonModule, MakesADriverWithBothInterfaces) {
+    const LoadedModule sut(s_path);
+    const auto pDriver = sut.createDriver();
+    EXPECT_NE(dynamic_cast<IFunctionID*>(pDriver->queryInterface(1100)), nullptr);
+    EXPECT_NE(dynamic_cast<IMFDConfiguration*>(pDriver->queryInterface(1201)), nullptr);
+}
+
+TEST(SysMonModule, MakesSeveralDrivers) {
+    const LoadedModule sut(s_path);
+    const auto pFirst = sut.createDriver();
+    const auto pSecond = sut.createDriver();
+    EXPECT_NE(pFirst, pSecond);
+}
+
+TEST(SysMonModule, LeavesNoCodeMappedBehind) {
+    {
+        const LoadedModule sut(s_path);
+        EXPECT_TRUE(LoadedModule::isMapped(s_path));
+        sut.createDriver().reset();
+    }
+    EXPECT_FALSE(LoadedModule::isMapped(s_path));
+}
+
+}  // namespace
