@@ -1,0 +1,134 @@
+#include "CommandThread.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <vector>
+
+namespace {
+
+/// A command thread whose last task and end are written down.
+class CommandThreadTest : public testing::Test {
+protected:
+    void start() {
+        m_sut.start([this] { ++m_activityChanges; }, [this] { add("last"); }, [this] { m_end.set_value(); });
+    }
+    void add(const std::string& line) {
+        const std::lock_guard lock(m_mutex);
+        m_lines.push_back(line);
+    }
+    std::vector<std::string> finish() {
+        m_end.get_future().wait();
+        const std::lock_guard lock(m_mutex);
+        return m_lines;
+    }
+
+    std::mutex m_mutex;
+    std::vector<std::string> m_lines;
+    std::promise<void> m_end;
+    std::atomic<int> m_activityChanges = 0;
+    CommandThread m_sut;
+};
+
+using Lines = std::vector<std::string>;
+
+}  // namespace
+
+TEST_F(CommandThreadTest, RunsTasksInOrderAndTheLastOneAtTheEnd) {
+    m_sut.post("1", [this] { add("1"); });
+    m_sut.post("2", [this] { add("2"); });
+    m_sut.stopWhenDone();
+    start();
+    EXPECT_EQ((Lines{"1", "2", "last"}), finish());
+}
+
+TEST_F(CommandThreadTest, StopAfterCurrentDropsWhatWaits) {
+    m_sut.post("1", [this] { add("1"); });
+    m_sut.stopAfterCurrent();
+    start();
+    EXPECT_EQ(Lines{"last"}, finish());
+}
+
+TEST_F(CommandThreadTest, TaskMayStopItsThread) {
+    m_sut.post("1", [this] {
+        add("1");
+        m_sut.stopAfterCurrent();
+    });
+    m_sut.post("2", [this] { add("2"); });
+    start();
+    EXPECT_EQ((Lines{"1", "last"}), finish());
+}
+
+TEST_F(CommandThreadTest, TakesNothingWhileStopping) {
+    m_sut.stopWhenDone();
+    EXPECT_FALSE(m_sut.post("1", [] {}));
+    EXPECT_FALSE(m_sut.postWaiting("1", [] {}));
+    start();
+    finish();
+}
+
+TEST_F(CommandThreadTest, RefusesMoreThanAThousandWaitingTasks) {
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_TRUE(m_sut.post("x", [] {}));
+    EXPECT_FALSE(m_sut.post("x", [] {}));
+    m_sut.stopAfterCurrent();
+    start();
+    finish();
+}
+
+TEST_F(CommandThreadTest, ReaderOfManyLinesWaitsForRoom) {
+    int count = 0;
+    for (int i = 0; i < 1000; ++i)
+        m_sut.post("x", [&count] { ++count; });
+    auto posted =
+        std::async(std::launch::async, [&] { return m_sut.postWaiting("x", [&count] { ++count; }); });
+    EXPECT_EQ(std::future_status::timeout, posted.wait_for(std::chrono::milliseconds(50)));
+    start();
+    EXPECT_TRUE(posted.get());
+    m_sut.stopWhenDone();
+    finish();
+    EXPECT_EQ(1001, count);
+}
+
+TEST_F(CommandThreadTest, StopReleasesAReaderThatWaitsForRoom) {
+    for (int i = 0; i < 1000; ++i)
+        m_sut.post("x", [] {});
+    auto posted = std::async(std::launch::async, [&] { return m_sut.postWaiting("x", [] {}); });
+    m_sut.stopAfterCurrent();
+    EXPECT_FALSE(posted.get());
+    start();
+    finish();
+}
+
+TEST_F(CommandThreadTest, TellsWhatItDoesAndForWhichDriver) {
+    CommandThread::Activity seen;
+    m_sut.post("reloadDriver SYS", [&] {
+        m_sut.setDriver("SYS");
+        seen = m_sut.activity();
+    });
+    EXPECT_FALSE(m_sut.activity().busy);
+    m_sut.stopWhenDone();
+    start();
+    finish();
+    EXPECT_TRUE(seen.busy);
+    EXPECT_EQ("reloadDriver SYS", seen.what);
+    EXPECT_EQ("SYS", seen.driverID);
+}
+
+TEST_F(CommandThreadTest, NextTaskConcernsNoDriver) {
+    std::string driverID = "x";
+    m_sut.post("1", [&] { m_sut.setDriver("SYS"); });
+    m_sut.post("2", [&] { driverID = m_sut.activity().driverID; });
+    m_sut.stopWhenDone();
+    start();
+    finish();
+    EXPECT_EQ("", driverID);
+}
+
+TEST_F(CommandThreadTest, SaysWhenItBeginsAndEnds) {
+    m_sut.post("1", [] {});
+    m_sut.stopWhenDone();
+    start();
+    finish();
+    EXPECT_EQ(4, m_activityChanges);
+}

@@ -1,0 +1,125 @@
+#include "FollowPrinter.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace {
+
+class Pipe {
+public:
+    Pipe() {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) != 0)
+            throw std::runtime_error("no pipe");
+        m_read = ends[0];
+        m_write = ends[1];
+    }
+    ~Pipe() {
+        ::close(m_read);
+        closeWriting();
+    }
+    int readEnd() const { return m_read; }
+    int writeEnd() const { return m_write; }
+    void closeWriting() {
+        if (m_write >= 0)
+            ::close(m_write);
+        m_write = -1;
+    }
+    std::string readAll() {
+        closeWriting();
+        std::string text;
+        char chunk[4096];
+        for (ssize_t count = 0; (count = ::read(m_read, chunk, sizeof chunk)) > 0;)
+            text.append(chunk, static_cast<std::size_t>(count));
+        return text;
+    }
+
+private:
+    int m_read = -1;
+    int m_write = -1;
+};
+
+StateStore::Entry entry(const std::string& key, StateValue value) {
+    StateStore::Entry made;
+    made.key = key;
+    made.value = std::move(value);
+    return made;
+}
+
+}  // namespace
+
+TEST(FollowPrinter, PrintsALineForEachChange) {
+    Pipe pipe;
+    {
+        FollowPrinter sut("", pipe.writeEnd());
+        sut.valueChanged(entry("SYS.LOAD", StateValue(0.5F)));
+        auto stale = entry("SYS.NAME", StateValue(std::string("a\nb")));
+        stale.staleCause = "unloaded";
+        sut.valueChanged(stale);
+        sut.valueUnset("SYS.LOAD");
+        sut.eventTriggered({"SYS.HIGH", "7", {}, {}});
+        sut.valuesStale("SYS", "exit code 1", {"SYS.A", "SYS.B"});
+    }
+    EXPECT_EQ(
+        "SYS.LOAD = 0.5\n"
+        "SYS.NAME = a\\nb  (stale: unloaded)\n"
+        "SYS.LOAD unset\n"
+        "event SYS.HIGH 7\n"
+        "SYS: 2 values stale: exit code 1\n",
+        pipe.readAll());
+}
+
+TEST(FollowPrinter, PrintsWhatMatchesOnly) {
+    Pipe pipe;
+    {
+        FollowPrinter sut("SYS.L*", pipe.writeEnd());
+        sut.valueChanged(entry("SYS.LOAD", StateValue(1)));
+        sut.valueChanged(entry("SYS.NAME", StateValue(1)));
+        sut.valueUnset("SYS.NAME");
+        sut.eventTriggered({"SYS.HIGH", "7", {}, {}});
+        sut.valuesStale("SYS", "x", {"SYS.LOAD", "SYS.NAME"});
+        sut.valuesStale("SYS", "x", {"SYS.NAME"});
+    }
+    EXPECT_EQ("SYS.LOAD = 1\nSYS: 1 value stale: x\n", pipe.readAll());
+}
+
+TEST(FollowPrinter, DropsTheOldestLinesWhileNobodyReads) {
+    Pipe pipe;
+    auto pSut = std::make_unique<FollowPrinter>("", pipe.writeEnd());
+    // More than the pipe and the printer hold together.
+    const std::string filler(100, 'x');
+    for (int i = 0; i < 20000; ++i)
+        pSut->valueChanged(entry("K" + std::to_string(i), StateValue(filler)));
+    std::string text;
+    std::thread reader([&] {
+        char chunk[4096];
+        while (text.find("K19999 = ") == std::string::npos) {
+            const ssize_t count = ::read(pipe.readEnd(), chunk, sizeof chunk);
+            if (count <= 0)
+                break;
+            text.append(chunk, static_cast<std::size_t>(count));
+        }
+    });
+    reader.join();
+    pSut.reset();
+    EXPECT_NE(std::string::npos, text.find(" lines dropped\n"));
+    EXPECT_NE(std::string::npos, text.find("K19999 = "));
+    EXPECT_EQ(std::string::npos, text.find("K8000 = "));
+}
+
+TEST(FollowPrinter, EndsThoughNobodyReads) {
+    Pipe pipe;
+    {
+        FollowPrinter sut("", pipe.writeEnd());
+        const std::string filler(1000, 'x');
+        for (int i = 0; i < 1000; ++i)
+            sut.valueChanged(entry("K", StateValue(filler + std::to_string(i))));
+    }
+    SUCCEED();
+}

@@ -1,0 +1,155 @@
+#include "OptionParser.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+
+namespace {
+
+class OptionParserTest : public testing::Test {
+protected:
+    std::variant<Options, int> parse(std::vector<const char*> arguments) {
+        arguments.insert(arguments.begin(), "mfhost");
+        return OptionParser::parse(static_cast<int>(arguments.size()), arguments.data(), m_out, m_err);
+    }
+    Options options(std::vector<const char*> more) {
+        more.insert(more.begin(), {"--drivers", "/d", "--config", "/c.xml"});
+        const auto parsed = parse(std::move(more));
+        EXPECT_TRUE(std::holds_alternative<Options>(parsed)) << m_err.str();
+        return std::holds_alternative<Options>(parsed) ? std::get<Options>(parsed) : Options();
+    }
+    int exitCode(std::vector<const char*> arguments) {
+        const auto parsed = parse(std::move(arguments));
+        return std::holds_alternative<int>(parsed) ? std::get<int>(parsed) : -1;
+    }
+    int refused(std::vector<const char*> more) {
+        more.insert(more.begin(), {"--drivers", "/d", "--config", "/c.xml"});
+        return exitCode(std::move(more));
+    }
+
+    std::ostringstream m_out;
+    std::ostringstream m_err;
+};
+
+}  // namespace
+
+TEST_F(OptionParserTest, HasTheDefaultsOfAPlainRun) {
+    const Options sut = options({});
+    EXPECT_EQ(std::vector<std::string>{"/d"}, sut.driverDirectories);
+    EXPECT_EQ("/c.xml", sut.config);
+    EXPECT_FALSE(sut.sandbox);
+    EXPECT_TRUE(sut.startDriverProcesses);
+    EXPECT_TRUE(sut.console);
+    EXPECT_EQ(4, sut.logLevel);
+    EXPECT_EQ(std::chrono::seconds(3), sut.stopTimeout);
+    EXPECT_FALSE(sut.follow);
+    EXPECT_FALSE(sut.requireSignature);
+}
+
+TEST_F(OptionParserTest, DriversAndConfigAreRequired) {
+    EXPECT_EQ(2, exitCode({}));
+    EXPECT_EQ(2, exitCode({"--drivers", "/d"}));
+    EXPECT_EQ(2, exitCode({"--config", "/c.xml"}));
+    EXPECT_NE(std::string::npos,
+              m_err.str().find("usage: mfhost --drivers DIR [--drivers DIR ...] --config FILE"));
+    EXPECT_EQ("", m_out.str());
+}
+
+TEST_F(OptionParserTest, UnknownOptionAndPositionalAreWrongUsage) {
+    EXPECT_EQ(2, refused({"--frobnicate"}));
+    EXPECT_EQ(2, refused({"stray"}));
+}
+
+TEST_F(OptionParserTest, HelpGoesToStandardOutput) {
+    EXPECT_EQ(0, exitCode({"--help"}));
+    EXPECT_NE(std::string::npos, m_out.str().find("--stop-timeout S"));
+    EXPECT_EQ(std::string::npos, m_out.str().find("--probe-sandbox"));
+    EXPECT_EQ("", m_err.str());
+}
+
+TEST_F(OptionParserTest, VersionGoesToStandardOutput) {
+    EXPECT_EQ(0, exitCode({"--version"}));
+    EXPECT_EQ(0u, m_out.str().find("mfhost "));
+}
+
+TEST_F(OptionParserTest, RelativePathsBecomeAbsolute) {
+    const auto here = std::filesystem::current_path().string();
+    const auto parsed = parse({"--drivers", "d", "--drivers", "/e", "--config", "c.xml", "--workdir", "w",
+                               "--log-file", "l", "--trust", "t", "--sandbox=s"});
+    const auto& sut = std::get<Options>(parsed);
+    EXPECT_EQ((std::vector<std::string>{here + "/d", "/e"}), sut.driverDirectories);
+    EXPECT_EQ(here + "/c.xml", sut.config);
+    EXPECT_EQ(here + "/w", sut.workDirectory);
+    EXPECT_EQ(here + "/l", sut.logFile);
+    EXPECT_EQ(here + "/t", sut.trustDirectory);
+    EXPECT_EQ(here + "/s", sut.sandboxDirectory);
+}
+
+TEST_F(OptionParserTest, EmptyConfigurationStaysEmpty) {
+    EXPECT_EQ("", std::get<Options>(parse({"--drivers", "/d", "--config", ""})).config);
+}
+
+TEST_F(OptionParserTest, SandboxNeedsNoDirectory) {
+    EXPECT_TRUE(options({"--sandbox"}).sandbox);
+    EXPECT_EQ("", options({"--sandbox"}).sandboxDirectory);
+    EXPECT_TRUE(options({"--sandbox=/s"}).sandbox);
+}
+
+TEST_F(OptionParserTest, FollowNeedsNoPattern) {
+    EXPECT_EQ("", options({"--follow", "--no-console"}).follow);
+    EXPECT_EQ("SYS.*", options({"--follow=SYS.*"}).follow);
+}
+
+TEST_F(OptionParserTest, AdaptersArePairs) {
+    const Options sut = options({"--adapter", "eth0=enp3s0", "--adapter", "eth1=lo"});
+    ASSERT_EQ(2u, sut.adapters.size());
+    EXPECT_EQ("eth0", sut.adapters[0].first);
+    EXPECT_EQ("enp3s0", sut.adapters[0].second);
+}
+
+TEST_F(OptionParserTest, AdapterThatIsNoPairIsRefusedWithAnExample) {
+    EXPECT_EQ(2, refused({"--adapter", "eth0"}));
+    EXPECT_NE(std::string::npos, m_err.str().find("\"eth0\" is not NAME=REAL, such as eth0=enp3s0"));
+    EXPECT_EQ(2, refused({"--adapter", "=x"}));
+    EXPECT_EQ(2, refused({"--adapter", "x="}));
+}
+
+TEST_F(OptionParserTest, LogLevelIsOneToFive) {
+    EXPECT_EQ(5, options({"--log-level", "5"}).logLevel);
+    EXPECT_EQ(2, refused({"--log-level", "0"}));
+    EXPECT_EQ(2, refused({"--log-level", "6"}));
+    EXPECT_EQ(2, refused({"--log-level", "many"}));
+}
+
+TEST_F(OptionParserTest, StopTimeoutTakesFractions) {
+    EXPECT_EQ(std::chrono::milliseconds(500), options({"--stop-timeout", "0.5"}).stopTimeout);
+    EXPECT_EQ(2, refused({"--stop-timeout", "0"}));
+    EXPECT_EQ(2, refused({"--stop-timeout", "-1"}));
+}
+
+TEST_F(OptionParserTest, AllowedCommandIsOneWord) {
+    EXPECT_EQ((std::vector<std::string>{"quit", "sendFID"}),
+              options({"--allow-command", "quit", "--allow-command", "sendFID"}).allowedCommands);
+    EXPECT_EQ(2, refused({"--allow-command", "sendFID A.B"}));
+}
+
+TEST_F(OptionParserTest, RequiredSignatureNeedsKeys) {
+    EXPECT_EQ(2, refused({"--require-signature"}));
+    EXPECT_TRUE(options({"--require-signature", "--trust", "/t"}).requireSignature);
+}
+
+TEST_F(OptionParserTest, ServicesReadNoConsole) {
+    EXPECT_FALSE(options({"--no-console"}).console);
+}
+
+TEST_F(OptionParserTest, ProcessesCanBeStartedByHand) {
+    EXPECT_FALSE(options({"--no-start-mfds"}).startDriverProcesses);
+}
+
+TEST_F(OptionParserTest, ProbeOfTheSandboxNeedsNothingElse) {
+    const auto parsed = parse({"--probe-sandbox"});
+    ASSERT_TRUE(std::holds_alternative<Options>(parsed));
+    EXPECT_TRUE(std::get<Options>(parsed).probeSandbox);
+    EXPECT_TRUE(std::get<Options>(parsed).sandbox);
+}

@@ -1,0 +1,57 @@
+#include "StopSignals.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+
+namespace {
+
+/// The exit code of a process of its own, since signal settings are the whole process's.
+int inChild(const std::function<int()>& body) {
+    const pid_t child = ::fork();
+    if (child == 0)
+        ::_exit(body());
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+}  // namespace
+
+TEST(StopSignals, GivesEachStopSignal) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        EXPECT_EQ(signal, inChild([signal] {
+                      StopSignals sut;
+                      ::kill(::getpid(), signal);
+                      return sut.wait();
+                  }));
+}
+
+TEST(StopSignals, LeavesTheHangUpIgnoredThatWasIgnored) {
+    EXPECT_EQ(0, inChild([] {
+                  ::signal(SIGHUP, SIG_IGN);
+                  StopSignals sut;
+                  ::kill(::getpid(), SIGHUP);
+                  sut.interrupt();
+                  return sut.wait();
+              }));
+}
+
+TEST(StopSignals, IgnoresBrokenPipes) {
+    EXPECT_EQ(0, inChild([] {
+                  StopSignals sut;
+                  ::kill(::getpid(), SIGPIPE);
+                  return 0;
+              }));
+}
+
+TEST(StopSignals, InterruptEndsTheWait) {
+    EXPECT_EQ(0, inChild([] {
+                  StopSignals sut;
+                  sut.interrupt();
+                  return sut.wait();
+              }));
+}
