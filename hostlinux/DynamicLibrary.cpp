@@ -46,9 +46,13 @@ UseCounts& useCounts() {
     return s_counts;
 }
 
-std::string loaderError() {
+/// The loader's own words, without the path that they begin with.
+std::string loaderError(const std::string& path) {
     const char* words = ::dlerror();
-    return words ? words : "the dynamic loader gives no reason";
+    std::string error = words ? words : "the dynamic loader gives no reason";
+    if (error.starts_with(path + ": "))
+        error.erase(0, path.size() + 2);
+    return error;
 }
 
 /// The path in a spelling that was never used before in this process: the loader takes a known spelling for
@@ -197,9 +201,7 @@ bool DynamicLibrary::open(const std::string& path, std::string& error) {
     const std::string spelling = isKnownSpelling(path) ? newSpelling(path) : path;
     m_handle = ::dlopen(spelling.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!m_handle) {
-        error = loaderError();
-        if (error.starts_with(spelling + ": "))
-            error.erase(0, spelling.size() + 2);
+        error = loaderError(spelling);
         return false;
     }
     useCounts().add(m_handle);
@@ -207,10 +209,11 @@ bool DynamicLibrary::open(const std::string& path, std::string& error) {
 }
 
 void* DynamicLibrary::symbol(const char* name, std::string& error) const {
+    const std::string path = mappingOf(m_handle).name;
     ::dlerror();
     void* address = ::dlsym(m_handle, name);
     if (!address)
-        error = loaderError();
+        error = loaderError(path);
     return address;
 }
 
@@ -221,7 +224,7 @@ std::string DynamicLibrary::close() {
     const Mapping mapping = mappingOf(handle);
     const int left = useCounts().remove(handle);
     if (::dlclose(handle) != 0)
-        return loaderError();
+        return loaderError(mapping.name);
     if (left > 0)
         return "another driver of the same file is loaded";
     return mapping.pMap && isMapped(mapping) ? whyMapped(*mapping.pMap) : std::string();

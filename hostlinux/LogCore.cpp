@@ -32,6 +32,12 @@ spdlog::level::level_enum spdlogLevel(int level) {
 
 LogCore::LogCore(int level) : m_level(withinScale(level)) {}
 
+LogCore::~LogCore() {
+    // The first destination hears of the troubles of the later ones until these are gone.
+    while (!m_channels.empty())
+        m_channels.pop_back();
+}
+
 void LogCore::setLevel(int level) {
     m_level.store(withinScale(level), std::memory_order_relaxed);
 }

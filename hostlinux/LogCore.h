@@ -15,6 +15,9 @@ namespace sal {
 class LogCore {
 public:
     explicit LogCore(int level);
+    ~LogCore();
+    LogCore(const LogCore&) = delete;
+    LogCore& operator=(const LogCore&) = delete;
 
     void setLevel(int level);
     int level() const { return m_level.load(std::memory_order_relaxed); }

@@ -71,11 +71,14 @@ TEST(ModuleLoader, OtherAbiIsRefused) {
 }
 
 TEST(ModuleLoader, MissingAbiIsRefused) {
-    EXPECT_THAT(failureOf(moduleFile("LacksAbi")), HasSubstr("undefined symbol: mfdDriverAbi\n"));
+    EXPECT_THAT(failureOf(moduleFile("NoFactory")),
+                HasSubstr("MODULE: cannot load the driver module " MFD_TEST_MODULE_DIR
+                          "/NoFactory.so: undefined symbol: mfdDriverAbi\n"));
 }
 
 TEST(ModuleLoader, MissingFactoryIsRefused) {
-    EXPECT_THAT(failureOf(moduleFile("NoFactory")), HasSubstr("undefined symbol: mfdCreateDriver\n"));
+    EXPECT_THAT(failureOf(moduleFile("LacksFactory")),
+                HasSubstr("LacksFactory.so: undefined symbol: mfdCreateDriver\n"));
 }
 
 TEST(ModuleLoader, FactoryThatMakesNothingIsRefused) {

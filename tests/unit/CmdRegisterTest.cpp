@@ -1,0 +1,22 @@
+#include "sal/CmdRegister.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class Command : public sal::CmdRegister {
+public:
+    using CmdRegister::CmdRegister;
+    bool call(sal::CmdParameters&) override { return true; }
+};
+
+TEST(CmdRegister, KeepsTheWord) {
+    EXPECT_EQ(Command("move", "move <axis>").name(), "move");
+}
+
+TEST(CmdRegister, HelpIsNotCopied) {
+    const char help[] = "move <axis>";
+    EXPECT_EQ(Command("move", help).help(), static_cast<const char*>(help));
+}
+
+}  // namespace

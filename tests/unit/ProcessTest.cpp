@@ -1,0 +1,214 @@
+#include "sal/Process.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+
+#include "LogCapture.h"
+#include "TemporaryDirectory.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+/// Keeps what it is told and closes the descriptors at its end.
+class Observer : public sal::Process::Observer {
+public:
+    Observer() { sal::Process::setObserver(this); }
+    ~Observer() override {
+        sal::Process::setObserver(nullptr);
+        for (const auto& process : started)
+            ::close(process.pidFd);
+    }
+
+    void processStarted(const sal::Process::Started& process) override {
+        started.push_back(process);
+        thread = std::this_thread::get_id();
+    }
+
+    /// Exit code of the last process; -1 when it was killed or does not end.
+    int waitForExit() const {
+        pollfd end{started.back().pidFd, POLLIN, 0};
+        if (::poll(&end, 1, 20'000) != 1)
+            return -1;
+        siginfo_t info{};
+        ::waitid(P_PIDFD, static_cast<id_t>(started.back().pidFd), &info, WEXITED);
+        return info.si_code == CLD_EXITED ? info.si_status : -1;
+    }
+
+    std::vector<sal::Process::Started> started;
+    std::thread::id thread;
+};
+
+class Process : public testing::Test {
+protected:
+    static bool start(const std::string& title, const std::string& executable,
+                      const std::vector<std::string>& arguments) {
+        sal::Path path(executable);
+        return sal::Process::createProcess(title, path, arguments);
+    }
+
+    /// What a shell script prints.
+    std::string outputOf(const std::string& script) {
+        const Observer observer;
+        EXPECT_TRUE(
+            start("a title", "/bin/sh", {"-c", "(" + script + ") > " + directory.path("out") + " 2>&1"}));
+        EXPECT_EQ(observer.waitForExit(), 0);
+        return directory.read("out");
+    }
+
+    TemporaryDirectory directory;
+};
+
+TEST_F(Process, TitleIsTheFirstArgument) {
+    EXPECT_THAT(outputOf("tr '\\0' '\\n' < /proc/$$/cmdline"), MatchesRegex("a title\n-c\n(.|\n)*"));
+}
+
+TEST_F(Process, ArgumentsAreHandedOnAsTheyAre) {
+    const Observer observer;
+    ASSERT_TRUE(start("sh", "/bin/sh",
+                      {"-c", "printf '%s|' \"$@\" > " + directory.path("out"), "name", "a b", "", "*"}));
+    EXPECT_EQ(observer.waitForExit(), 0);
+    EXPECT_EQ(directory.read("out"), "a b||*|");
+}
+
+TEST_F(Process, EnvironmentIsPassedOn) {
+    ::setenv("MFD_TEST_VALUE", "passed on", 1);
+    EXPECT_EQ(outputOf("echo $MFD_TEST_VALUE"), "passed on\n");
+    ::unsetenv("MFD_TEST_VALUE");
+}
+
+TEST_F(Process, StandardInputIsEmpty) {
+    EXPECT_EQ(outputOf("readlink /proc/$$/fd/0"), "/dev/null\n");
+}
+
+TEST_F(Process, ChildHasASessionOfItsOwn) {
+    EXPECT_EQ(outputOf("[ $(cut -d' ' -f6 /proc/$$/stat) = $$ ] && echo own"), "own\n");
+}
+
+TEST_F(Process, ChildHasNoDescriptorButTheStandardOnes) {
+    const int low = ::open("/dev/null", O_RDONLY);
+    const int high = ::fcntl(low, F_DUPFD, 100);
+    ASSERT_GE(high, 100);
+    EXPECT_EQ(outputOf("for f in 3 4 5 6 7 8 9 " + std::to_string(low) + " " + std::to_string(high) +
+                       "; do [ -e /proc/$$/fd/$f ] && readlink /proc/$$/fd/$f; done; echo end"),
+              "end\n");
+    ::close(low);
+    ::close(high);
+}
+
+TEST_F(Process, ChildHasNoSignalIgnoredOrBlocked) {
+    ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGHUP, SIG_IGN);
+    sigset_t block;
+    sigset_t before;
+    sigemptyset(&block);
+    sigaddset(&block, SIGTERM);
+    sigaddset(&block, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &block, &before);
+    const std::string state = outputOf("exec grep -E 'Sig(Ign|Blk)' /proc/self/status");
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    ::signal(SIGPIPE, SIG_DFL);
+    ::signal(SIGHUP, SIG_DFL);
+    // The C library keeps 32 and 33 for itself and ignores them in a child until they are needed.
+    EXPECT_THAT(state, MatchesRegex("SigBlk:\t0000000000000000\nSigIgn:\t0000000[01][08]0000000\n"));
+}
+
+TEST_F(Process, ChildSurvivesTheThreadThatMadeIt) {
+    const Observer observer;
+    std::thread([&] { start("sh", "/bin/sh", {"-c", "sleep 0.3; exit 7"}); }).join();
+    EXPECT_EQ(observer.waitForExit(), 7);
+}
+
+TEST_F(Process, MissingExecutableIsFalseWithTheReason) {
+    LogCapture log;
+    EXPECT_FALSE(start("AXIS1 MFD Console", "/none/mfddllwrap", {}));
+    EXPECT_THAT(log.finish(),
+                HasSubstr("error    PROCESS: cannot start \"AXIS1 MFD Console\" (/none/mfddllwrap): No "
+                          "such file or directory\n"));
+}
+
+TEST_F(Process, FileThatIsNoProgramIsFalse) {
+    directory.write("text", "no program");
+    const LogCapture log;
+    EXPECT_FALSE(start("title", directory.path("text"), {}));
+    std::filesystem::permissions(directory.path("text"), std::filesystem::perms::all);
+    EXPECT_FALSE(start("title", directory.path("text"), {}));
+}
+
+TEST_F(Process, FailedStartIsNotToldToTheObserver) {
+    const LogCapture log;
+    const Observer observer;
+    start("title", "/none", {});
+    EXPECT_TRUE(observer.started.empty());
+}
+
+TEST_F(Process, ObserverIsToldOnTheCallingThreadBeforeTheReturn) {
+    const Observer observer;
+    ASSERT_TRUE(start("title", "/bin/true", {"module.so", "AXIS1"}));
+    ASSERT_EQ(observer.started.size(), 1u);
+    EXPECT_EQ(observer.thread, std::this_thread::get_id());
+    EXPECT_EQ(observer.started[0].title, "title");
+    EXPECT_THAT(observer.started[0].arguments, ElementsAre("module.so", "AXIS1"));
+    EXPECT_GT(observer.started[0].pid, 0);
+    observer.waitForExit();
+}
+
+TEST_F(Process, DescriptorTellsTheEndAndItsCause) {
+    const Observer observer;
+    ASSERT_TRUE(start("title", "/bin/sh", {"-c", "exit 3"}));
+    EXPECT_EQ(observer.waitForExit(), 3);
+}
+
+TEST_F(Process, DescriptorDoesNotLeakIntoTheNextChild) {
+    const Observer observer;
+    ASSERT_TRUE(start("title", "/bin/sleep", {"0.2"}));
+    EXPECT_NE(::fcntl(observer.started[0].pidFd, F_GETFD) & FD_CLOEXEC, 0);
+    observer.waitForExit();
+}
+
+TEST_F(Process, WithoutObserverChildrenAreCollected) {
+    ASSERT_TRUE(start("title", "/bin/sh", {"-c", "echo $$ > " + directory.path("pid")}));
+    for (int i = 0; i < 200 && directory.read("pid").empty(); ++i)
+        std::this_thread::sleep_for(20ms);
+    const int pid = std::atoi(directory.read("pid").c_str());
+    ASSERT_GT(pid, 0);
+    for (int i = 0; i < 500 && ::kill(pid, 0) == 0; ++i)
+        std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(::kill(pid, 0), -1);
+    EXPECT_EQ(errno, ESRCH);
+}
+
+TEST_F(Process, ManyThreadsStartProcessesAtOnce) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&, i] {
+            for (int j = 0; j < 5; ++j)
+                EXPECT_TRUE(
+                    start("title", "/bin/sh",
+                          {"-c", "echo x > " + directory.path(std::to_string(i) + "-" + std::to_string(j))}));
+        });
+    for (auto& thread : threads)
+        thread.join();
+    const auto written = [&] {
+        return std::distance(std::filesystem::directory_iterator(directory.path()), {});
+    };
+    for (int i = 0; i < 500 && written() < 20; ++i)
+        std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(written(), 20);
+}
+
+}  // namespace
