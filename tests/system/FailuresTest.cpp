@@ -35,7 +35,8 @@ TEST_F(Failures, MissingDescriptorDirectoryIsNamedAndTheRestRuns) {
     configure("Recorder");
     HostProcess& host = start({"--drivers", workplace().directory() / "absent"});
     EXPECT_EQ(end(), 0);
-    EXPECT_THAT(host.log(), HasSubstr((workplace().directory() / "absent").string()));
+    EXPECT_THAT(host.log(), HasSubstr("--drivers " + (workplace().directory() / "absent").string() +
+                                      ": No such file or directory; no drivers are found there\n"));
     EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
 }
 
@@ -71,28 +72,40 @@ TEST_F(Failures, WorkplaceNumberOutOfRangeIsNamedWithItsLine) {
                                       workplace().configuration().string() + "\" line 2"));
 }
 
-TEST_F(Failures, DirectoryAsConfigurationDoesNoHarm) {
+TEST_F(Failures, DirectoryAsConfigurationIsRefusedAndNamed) {
     fs::create_directory(workplace().configuration());
     HostProcess& host = start();
-    EXPECT_EQ(end(), 0);
-    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string()));
-    EXPECT_THAT(host.output(), HasSubstr("(ID: PANEL)...OK\n"));
+    EXPECT_EQ(host.waitForEnd(), 1);
+    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string() +
+                                      " is no regular file; the workplace is not started\n"));
 }
 
-TEST_F(Failures, PipeAsConfigurationDoesNotHoldUpTheStart) {
+TEST_F(Failures, PipeAsConfigurationIsRefusedAndHoldsNothingUp) {
     ASSERT_EQ(mkfifo(workplace().configuration().c_str(), 0600), 0);
     HostProcess& host = start();
-    EXPECT_EQ(end(), 0);
-    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string()));
-    EXPECT_THAT(host.output(), HasSubstr("(ID: PANEL)...OK\n"));
+    EXPECT_EQ(host.waitForEnd(), 1);
+    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string() +
+                                      " is no regular file; the workplace is not started\n"));
 }
 
-TEST_F(Failures, PipeAsDescriptorIsLeftOutAndNamed) {
+TEST_F(Failures, PipeAsDescriptorHoldsNothingUp) {
     configure("Recorder");
     ASSERT_EQ(mkfifo((workplace().drivers() / "pipe.xml").c_str(), 0600), 0);
     HostProcess& host = start();
     EXPECT_EQ(end(), 0);
-    EXPECT_THAT(host.log(), HasSubstr("pipe.xml"));
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+TEST_F(Failures, DeeplyNestedDescriptorIsLeftOutAndNamed) {
+    configure("Recorder");
+    std::string text;
+    for (int level = 0; level < 101; ++level)
+        text += "<mfDriverModule>\n";
+    writeFile(workplace().drivers() / "deep.xml", text);
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), HasSubstr("deep.xml line 101: elements nest deeper than 100 levels; the "
+                                      "descriptor is left out\n"));
     EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
 }
 
@@ -216,7 +229,8 @@ TEST_F(Failures, SecondHostOnTheSameDataDirectoryIsKeptOut) {
     other.configure("");
     HostProcess second(other.host());
     EXPECT_EQ(second.waitForEnd(), 1);
-    EXPECT_THAT(second.log(), HasSubstr("/var/data"));
+    EXPECT_THAT(second.log(),
+                HasSubstr("another host runs with /var/data (process " + std::to_string(first.pid()) + ")"));
     EXPECT_TRUE(fs::is_symlink("/var/data/GOOD"));
     EXPECT_EQ(end(), 0);
 }
@@ -227,7 +241,7 @@ TEST_F(Failures, FileWhereTheDataDirectoryBelongsEndsTheHost) {
     writeFile("/var/data", "");
     HostProcess& host = start();
     EXPECT_EQ(host.waitForEnd(), 1);
-    EXPECT_THAT(host.log(), HasSubstr("/var/data"));
+    EXPECT_THAT(host.log(), HasSubstr("/var/data is not a directory"));
 }
 
 // Wrong usage needs no private machine: nothing is touched.
