@@ -42,7 +42,8 @@ private:
     bool startManager();
     void searchDrivers();
     bool startDrivers();
-    std::string configurationRefusal() const;
+    std::optional<std::string> unreadable() const;
+    std::string signatureRefusal() const;
 
     void readConsoleLine(const std::string& line);
     void execute(const std::string& line, EOrigin origin);
@@ -72,6 +73,8 @@ private:
     // The command thread's.
     std::unique_ptr<MfDriverManager> m_pManager;
     IMDMConfiguration* m_pConfiguration = nullptr;
+    /// What the drivers were started with; empty when the file is not fit to be read.
+    std::string m_startedConfig;
     std::ostream* m_pReply = nullptr;
     std::vector<std::string> m_commandNames;
 

@@ -3,6 +3,7 @@
 #include <tinyxml.h>
 
 #include <exception>
+#include <map>
 
 namespace {
 
@@ -66,10 +67,21 @@ void WorkplaceFile::read() {
 }
 
 std::string WorkplaceFile::startRefusal() const {
+    // Two drivers under one ID would leave the first one running with nobody to stop it.
+    std::map<std::string, int> lines;
     for (const Entry& entry : m_entries) {
+        const std::string place = m_path + " line " + std::to_string(entry.line) + ": ";
         if (entry.driverID.empty())
-            return m_path + " line " + std::to_string(entry.line) +
-                   ": the mainframeDriver has no driverID; give it one of its own";
+            return place + "the mainframeDriver has no driverID; give it one of its own";
+        if (entry.interfaceType != EInterfaceTypes::Direct && entry.interfaceType != EInterfaceTypes::Queue)
+            continue;
+        if (entry.driverID == "PANEL")
+            return place +
+                   "the panel driver is started without an entry and would run twice; remove the entry";
+        const auto [first, isNew] = lines.emplace(entry.driverID, entry.line);
+        if (!isNew)
+            return place + "the driver ID \"" + entry.driverID + "\" stands in line " +
+                   std::to_string(first->second) + " already; give each driver one of its own";
     }
     return {};
 }

@@ -103,6 +103,12 @@ bool DriverRoster::isRunning(const std::string& driverID) const {
     return position != m_drivers.end() && position->second.status == EStatus::Running;
 }
 
+bool DriverRoster::hasProcess(const std::string& driverID) const {
+    const std::lock_guard lock(m_mutex);
+    const auto position = m_drivers.find(driverID);
+    return position != m_drivers.end() && position->second.pid > 0;
+}
+
 std::optional<DriverRoster::Call> DriverRoster::oldestCall() const {
     const std::lock_guard lock(m_mutex);
     if (m_calls.empty())

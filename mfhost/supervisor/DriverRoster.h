@@ -55,6 +55,8 @@ public:
     std::vector<Driver> drivers() const;
     /// Whether the driver was loaded and has not ended since.
     bool isRunning(const std::string& driverID) const;
+    /// Whether the host has started a process for the driver, even if it has ended.
+    bool hasProcess(const std::string& driverID) const;
     std::optional<Call> oldestCall() const;
 
 private:

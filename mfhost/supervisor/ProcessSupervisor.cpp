@@ -170,7 +170,7 @@ void ProcessSupervisor::ended(const Watched& process, const std::string& cause, 
         const std::lock_guard lock(m_mutex);
         isExpected = isExpected || m_shutdownBegan.has_value();
     }
-    isExpected = isExpected && (isOrderly || process.terminated);
+    isExpected = process.terminated || (isExpected && isOrderly);
     auto& line = hostLog(isExpected ? sal::LogOutput::eInfo : sal::LogOutput::eError);
     line << process.driverID << ": process " << process.pid << " ended" << (isExpected ? "" : " unexpectedly")
          << ": " << cause;
@@ -224,7 +224,8 @@ void ProcessSupervisor::checkCommand(const CommandThread::Activity& activity, Cl
                                    " and holds up \"" + activity.what + "\"");
         }
     }
-    if (!stuckDriver.empty() && !isFound && m_reportedQueue != stuckDriver) {
+    if (!stuckDriver.empty() && !isFound && !m_roster.hasProcess(stuckDriver) &&
+        m_reportedQueue != stuckDriver) {
         hostLog(sal::LogOutput::eWarning)
             << stuckDriver << ": its queue is full and holds up \"" << activity.what
             << "\"; the host did not start its process" << std::endl;

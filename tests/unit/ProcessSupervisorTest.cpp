@@ -210,6 +210,17 @@ TEST_F(ProcessSupervisorTest, LeavesAFullQueueAloneWhileTheCommandThreadIsFree) 
     EXPECT_TRUE(m_roster.isRunning("B"));
 }
 
+TEST_F(ProcessSupervisorTest, SaysNothingOfAFullQueueWhoseProcessItHasEnded) {
+    start("B");
+    setWaitingQueue("B_INQ", 400);
+    setActivity("sendFID B.GO", "");
+    ASSERT_TRUE(hasEnded("B"));
+    std::this_thread::sleep_for(200ms);
+    m_log.flush();
+    EXPECT_EQ(std::string::npos, m_capture.text().find("did not start its process"));
+    EXPECT_EQ(std::string::npos, m_capture.text().find("unexpectedly"));
+}
+
 TEST_F(ProcessSupervisorTest, NamesADriverThatItDidNotStart) {
     setWaitingQueue("B_INQ", 400);
     setActivity("sendFID B.GO", "");

@@ -60,6 +60,28 @@ TEST_F(WorkplaceFileTest, StartIsRefusedWithoutADriverID) {
     EXPECT_EQ("", read("<mainframeDriver driverType='T' driverID='A'/>").startRefusal());
 }
 
+TEST_F(WorkplaceFileTest, StartIsRefusedWithTwoDriversUnderOneID) {
+    EXPECT_EQ(
+        path() + " line 4: the driver ID \"A\" stands in line 3 already; give each driver one of its own",
+        read("<mainframeDriver driverID='A' interfaceType='queue'/>\n"
+             "<mainframeDriver driverID='A' interfaceType='direct'/>")
+            .startRefusal());
+}
+
+TEST_F(WorkplaceFileTest, EntryThatLoadsNothingMayRepeatAnID) {
+    EXPECT_EQ("",
+              read("<mainframeDriver driverID='A' interfaceType='queue'/>\n"
+                   "<mainframeDriver driverID='A' interfaceType='socket'/><mainframeDriver driverID='A'/>")
+                  .startRefusal());
+}
+
+TEST_F(WorkplaceFileTest, StartIsRefusedWithASecondPanel) {
+    EXPECT_EQ(
+        path() +
+            " line 3: the panel driver is started without an entry and would run twice; remove the entry",
+        read("<mainframeDriver driverID='PANEL' interfaceType='direct'/>").startRefusal());
+}
+
 TEST_F(WorkplaceFileTest, ReloadOfAKnownDriverIsFine) {
     EXPECT_EQ("", read("<mainframeDriver driverID='A'/>").reloadRefusal("A"));
 }
