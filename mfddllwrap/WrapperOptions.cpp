@@ -1,24 +1,28 @@
 #include "WrapperOptions.h"
 
 #include <charconv>
+#include <cmath>
 #include <cstring>
+#include <sstream>
 
 namespace {
 
-/// The number in a variable; fallback when it is not set or is no whole number from minimum to maximum.
-int number(const WrapperOptions::Environment& environment, const char* name, int minimum, int maximum,
-           int fallback, std::vector<std::string>& complaints) {
+/// The number in a variable; fallback when it is not set or is not one from minimum to maximum.
+template <class Number>
+Number number(const WrapperOptions::Environment& environment, const char* name, Number minimum,
+              Number maximum, Number fallback, std::vector<std::string>& complaints) {
     const char* pText = environment(name);
     if (!pText || !*pText)
         return fallback;
-    int value = 0;
+    Number value{};
     const char* pEnd = pText + std::strlen(pText);
     const auto result = std::from_chars(pText, pEnd, value);
     if (result.ec == std::errc() && result.ptr == pEnd && value >= minimum && value <= maximum)
         return value;
-    complaints.push_back(std::string(name) + "=" + pText + " is not a number from " +
-                         std::to_string(minimum) + " to " + std::to_string(maximum) + "; " +
-                         std::to_string(fallback) + " is used");
+    std::ostringstream complaint;
+    complaint << name << "=" << pText << " is not a number from " << minimum << " to " << maximum << "; "
+              << fallback << " is used";
+    complaints.push_back(complaint.str());
     return fallback;
 }
 
@@ -33,8 +37,7 @@ WrapperOptions WrapperOptions::parse(const std::vector<std::string>& arguments,
         options.driverID = arguments[1];
     }
     options.logLevel = number(environment, "MFD_LOG_LEVEL", 1, 5, options.logLevel, options.complaints);
-    options.stopTimeout =
-        std::chrono::seconds(number(environment, "MFD_STOP_TIMEOUT", 0, 86400,
-                                    static_cast<int>(options.stopTimeout.count()), options.complaints));
+    const double seconds = number(environment, "MFD_STOP_TIMEOUT", 0.0, 86400.0, 3.0, options.complaints);
+    options.stopTimeout = std::chrono::milliseconds(std::llround(seconds * 1000));
     return options;
 }

@@ -10,8 +10,9 @@
 struct WrapperOptions {
     std::string modulePath;
     std::string driverID;
-    int logLevel = 4;                     ///< MFD_LOG_LEVEL, 1 to 5
-    std::chrono::seconds stopTimeout{3};  ///< MFD_STOP_TIMEOUT: how long the host gives a driver to stop
+    int logLevel = 4;  ///< MFD_LOG_LEVEL, 1 to 5
+    std::chrono::milliseconds stopTimeout{
+        3000};  ///< MFD_STOP_TIMEOUT, in seconds: what the host gives a driver to stop
     std::vector<std::string> complaints;  ///< settings that were no good and so have their defaults
 
     bool usable = false;  ///< the arguments are the two that are wanted

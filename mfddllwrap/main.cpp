@@ -1,4 +1,5 @@
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -30,5 +31,11 @@ int main(int argc, char** argv) {
     }
 
     sal::LogManager log({.level = options.logLevel, .file = {}, .tag = options.driverID});
-    return DriverProcess(options).run();
+    try {
+        return DriverProcess(options).run();
+    } catch (const std::exception& exception) {
+        log.getLogOutput("MFD")->level(sal::LogOutput::eError)
+            << "The driver process cannot go on: " << exception.what() << std::endl;
+        return 1;
+    }
 }

@@ -38,18 +38,27 @@ TEST(WrapperOptions, EmptyArgumentsAreWrong) {
 TEST(WrapperOptions, DefaultsWithoutVariables) {
     const WrapperOptions sut = parse({"m", "A"});
     EXPECT_EQ(sut.logLevel, 4);
-    EXPECT_EQ(sut.stopTimeout.count(), 3);
+    EXPECT_EQ(sut.stopTimeout.count(), 3000);
     EXPECT_THAT(sut.complaints, IsEmpty());
 }
 
 TEST(WrapperOptions, TakesVariables) {
     const WrapperOptions sut = parse({"m", "A"}, {{"MFD_LOG_LEVEL", "5"}, {"MFD_STOP_TIMEOUT", "10"}});
     EXPECT_EQ(sut.logLevel, 5);
-    EXPECT_EQ(sut.stopTimeout.count(), 10);
+    EXPECT_EQ(sut.stopTimeout.count(), 10000);
 }
 
 TEST(WrapperOptions, EmptyVariableIsAsNotSet) {
     EXPECT_THAT(parse({"m", "A"}, {{"MFD_LOG_LEVEL", ""}}).complaints, IsEmpty());
+}
+
+TEST(WrapperOptions, StopTimeoutMayHaveAFraction) {
+    EXPECT_EQ(parse({"m", "A"}, {{"MFD_STOP_TIMEOUT", "0.25"}}).stopTimeout.count(), 250);
+}
+
+TEST(WrapperOptions, StopTimeoutThatIsNoNumberIsNamed) {
+    EXPECT_THAT(parse({"m", "A"}, {{"MFD_STOP_TIMEOUT", "nan"}}).complaints,
+                ElementsAre("MFD_STOP_TIMEOUT=nan is not a number from 0 to 86400; 3 is used"));
 }
 
 TEST(WrapperOptions, LevelOutOfRangeIsNamed) {
@@ -60,7 +69,7 @@ TEST(WrapperOptions, LevelOutOfRangeIsNamed) {
 
 TEST(WrapperOptions, TextBehindANumberIsNoNumber) {
     const WrapperOptions sut = parse({"m", "A"}, {{"MFD_STOP_TIMEOUT", "3s"}});
-    EXPECT_EQ(sut.stopTimeout.count(), 3);
+    EXPECT_EQ(sut.stopTimeout.count(), 3000);
     EXPECT_THAT(sut.complaints,
                 ElementsAre("MFD_STOP_TIMEOUT=3s is not a number from 0 to 86400; 3 is used"));
 }
