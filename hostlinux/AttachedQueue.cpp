@@ -136,11 +136,20 @@ std::unique_ptr<AttachedQueue> AttachedQueue::create(const std::string& name, un
     return nullptr;
 }
 
-std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name) {
+std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name,
+                                                   std::shared_ptr<const FileHandle>& pCreatorWatch) {
     std::string error;
     QueueGeometry geometry;
     auto pFile = QueueFile::attach(name, geometry, error);
     auto pQueue = pFile != nullptr ? make(name, false, std::move(pFile), geometry, error) : nullptr;
+    if (pQueue != nullptr) {
+        pCreatorWatch = std::make_shared<const FileHandle>(pQueue->m_pFile->reopen());
+        if (!*pCreatorWatch) {
+            error = std::string("its creator cannot be watched: ") + std::strerror(errno);
+            pCreatorWatch.reset();
+            pQueue.reset();
+        }
+    }
     if (pQueue == nullptr) {
         logLine("QUEUE", LogOutput::eError, described(name) + "not opened: " + error);
         return nullptr;
@@ -414,20 +423,6 @@ int AttachedQueue::refuse(int timeout) const {
         std::this_thread::sleep_for(time);
     }
     return -1;
-}
-
-bool AttachedQueue::waitForCreatorEnd() const {
-    if (m_isCreator) {
-        return false;
-    }
-    // By way of a file opened for this alone: the wait may outlive the queue and keeps nothing of it in use.
-    const FileHandle file = m_pFile->reopen();
-    if (!file) {
-        logLine("QUEUE", LogOutput::eError,
-                described(m_name) + "its creator cannot be watched: " + std::strerror(errno));
-        return false;
-    }
-    return QueueFile::waitForCreatorEnd(file.get());
 }
 
 MessageQueue::Status AttachedQueue::status() const {

@@ -25,14 +25,15 @@ public:
     /// Null when it cannot be had; the reason is in the log.
     static std::unique_ptr<AttachedQueue> create(const std::string& name, unsigned short capacity,
                                                  int messageSize);
-    static std::unique_ptr<AttachedQueue> open(const std::string& name);
+    /// The second result is for QueueFile::waitForCreatorEnd().
+    static std::unique_ptr<AttachedQueue> open(const std::string& name,
+                                               std::shared_ptr<const FileHandle>& pCreatorWatch);
     ~AttachedQueue();
     AttachedQueue(const AttachedQueue&) = delete;
     AttachedQueue& operator=(const AttachedQueue&) = delete;
 
     bool send(const unsigned char* data, int length, int timeout);
     int receive(unsigned char* buffer, int size, int timeout);
-    bool waitForCreatorEnd() const;
 
     const std::string& name() const { return m_name; }
     bool isCreator() const { return m_isCreator; }

@@ -1,5 +1,7 @@
 #include "sal/MessageQueue.h"
 
+#include <mutex>
+
 #include "AttachedQueue.h"
 #include "LogLine.h"
 #include "QueueRegistry.h"
@@ -9,6 +11,18 @@ namespace sal {
 
 struct MessageQueue::Impl {
     std::unique_ptr<AttachedQueue> pQueue;  ///< null while not attached
+
+    std::mutex watchMutex;
+    /// Set by open(). A wait for the creator's end has its share and nothing else of the queue.
+    std::shared_ptr<const FileHandle> pCreatorWatch;
+
+    void close() {
+        {
+            const std::lock_guard lock(watchMutex);
+            pCreatorWatch.reset();
+        }
+        pQueue.reset();
+    }
 };
 
 namespace {
@@ -23,7 +37,9 @@ bool refuseTwice(const std::string& name, const AttachedQueue& attached) {
 
 MessageQueue::MessageQueue() : m_pImpl(std::make_unique<Impl>()) {}
 
-MessageQueue::~MessageQueue() = default;
+MessageQueue::~MessageQueue() {
+    m_pImpl->close();
+}
 
 bool MessageQueue::create(const std::string& name, unsigned short capacity, int messageSize, int mode) {
     if (m_pImpl->pQueue != nullptr) {
@@ -43,7 +59,10 @@ bool MessageQueue::open(const std::string& name) {
     if (m_pImpl->pQueue != nullptr) {
         return refuseTwice(name, *m_pImpl->pQueue);
     }
-    m_pImpl->pQueue = AttachedQueue::open(name);
+    std::shared_ptr<const FileHandle> pCreatorWatch;
+    m_pImpl->pQueue = AttachedQueue::open(name, pCreatorWatch);
+    const std::lock_guard lock(m_pImpl->watchMutex);
+    m_pImpl->pCreatorWatch = std::move(pCreatorWatch);
     return m_pImpl->pQueue != nullptr;
 }
 
@@ -56,11 +75,16 @@ int MessageQueue::receive(unsigned char* buffer, int size, int timeout) {
 }
 
 void MessageQueue::close() {
-    m_pImpl->pQueue.reset();
+    m_pImpl->close();
 }
 
 bool MessageQueue::waitForCreatorEnd() const {
-    return m_pImpl->pQueue != nullptr && m_pImpl->pQueue->waitForCreatorEnd();
+    std::shared_ptr<const FileHandle> pCreatorWatch;
+    {
+        const std::lock_guard lock(m_pImpl->watchMutex);
+        pCreatorWatch = m_pImpl->pCreatorWatch;
+    }
+    return pCreatorWatch != nullptr && QueueFile::waitForCreatorEnd(pCreatorWatch->get());
 }
 
 void MessageQueue::receiverGone(const std::string& name) {

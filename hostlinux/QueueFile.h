@@ -51,7 +51,7 @@ public:
     bool allocate(std::size_t offset, std::size_t size) const;
     void punch(std::size_t offset, std::size_t size) const;
 
-    /// The file opened anew: it does not keep the name in use.
+    /// The file opened anew: it does not keep the name in use and may outlive this object.
     FileHandle reopen() const;
 
     /// Waits on a descriptor from reopen() until the creator's lock is free. False when the kernel refuses.

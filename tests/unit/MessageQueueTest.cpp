@@ -1106,11 +1106,9 @@ TEST_F(MessageQueue, AWaitForTheCreatorsEndOutlivesItsObject) {
     auto pSut = std::make_unique<sal::MessageQueue>();
     ASSERT_TRUE(creator.create("Q", 4, 1024, 0));
     ASSERT_TRUE(pSut->open("Q"));
-    const std::size_t before = openDescriptors();
-    std::thread watcher([&] { EXPECT_TRUE(pSut->waitForCreatorEnd()); });
-    ASSERT_TRUE(waitUntil([&] { return openDescriptors() > before; }));
-    std::this_thread::sleep_for(50ms);
-    pSut->close();
+    std::thread watcher([pRaw = pSut.get()] { EXPECT_TRUE(pRaw->waitForCreatorEnd()); });
+    std::this_thread::sleep_for(300ms);
+    pSut.reset();
     EXPECT_EQ(statusOf("Q").holders, 1U);
     creator.close();
     watcher.join();
