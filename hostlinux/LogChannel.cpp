@@ -27,6 +27,9 @@ struct LogChannel::State {
     State(SinkMaker maker, Complaint complaint)
         : makeSink(std::move(maker)), complain(std::move(complaint)) {}
 
+    bool isOverfull() const { return queue.size() > s_maxLines || queuedBytes > s_maxBytes; }
+    bool isFull() const { return queue.size() >= s_maxLines || queuedBytes >= s_maxBytes; }
+    void waitForRoom(std::unique_lock<std::mutex>& lock);
     void run();
     void write(const LogRecord& record);
     void failed(const char* reason);
@@ -44,6 +47,7 @@ struct LogChannel::State {
     std::uint64_t dropped = 0;  // since the last batch was taken
     bool stopping = false;
     bool finished = false;
+    bool blocked = false;  // found so, and nothing has been written since
 
     // The writing thread's own.
     spdlog::sink_ptr pSink;
@@ -51,6 +55,13 @@ struct LogChannel::State {
     std::uint64_t missed = 0;
     bool broken = false;
 };
+
+/// A burst waits for the writing thread, so that a destination that works loses nothing; one that makes no
+/// room in that time is not waited for again until it goes on.
+void LogChannel::State::waitForRoom(std::unique_lock<std::mutex>& lock) {
+    if (!blocked)
+        blocked = !progress.wait_for(lock, 200ms, [this] { return !isFull(); });
+}
 
 void LogChannel::State::run() {
     constexpr std::size_t batchSize = 256;
@@ -78,6 +89,7 @@ void LogChannel::State::run() {
 
         lock.lock();
         written = batch.back().number;
+        blocked = false;
         batch.clear();
         progress.notify_all();
     }
@@ -141,11 +153,13 @@ LogChannel::~LogChannel() {
 }
 
 void LogChannel::post(std::shared_ptr<const LogRecord> pRecord) {
-    const std::lock_guard lock(m_pState->mutex);
     State& state = *m_pState;
+    std::unique_lock lock(state.mutex);
+    if (state.isFull())
+        state.waitForRoom(lock);
     state.queuedBytes += pRecord->text.size();
     state.queue.push_back({++state.posted, std::move(pRecord)});
-    while (state.queue.size() > s_maxLines || state.queuedBytes > s_maxBytes) {
+    while (state.isOverfull()) {
         state.queuedBytes -= state.queue.front().pRecord->text.size();
         state.queue.pop_front();
         ++state.dropped;

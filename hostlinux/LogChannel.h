@@ -13,8 +13,8 @@
 namespace sal {
 
 /// One destination of the log with a thread that writes to it, so that a destination that blocks holds up
-/// nobody: its queue is bounded, the oldest lines give way and are counted. A destination that fails is tried
-/// again once a second. Owned by LogCore; any thread may post.
+/// nobody for more than 200 ms: its queue is bounded, the oldest lines give way and are counted. A
+/// destination that fails is tried again once a second. Owned by LogCore; any thread may post.
 class LogChannel {
 public:
     /// Opens the destination; throws what prevents it.

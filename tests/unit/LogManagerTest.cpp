@@ -283,8 +283,11 @@ TEST(LogManager, BlockedSinkLosesItsOldestLinesAndCountsThem) {
     std::string text;
     {
         sal::LogManager sut({.level = 4, .file = {}, .tag = {}});
-        for (int i = 1; i <= lines; ++i)
+        for (int i = 1; i <= lines; ++i) {
             say(sut, 4, "line " + std::to_string(i) + ".");
+            if (i == 1)
+                sut.flush();
+        }
         text = blocked.drainUntil("line " + std::to_string(lines) + ".");
     }
     blocked.restore();
@@ -295,6 +298,17 @@ TEST(LogManager, BlockedSinkLosesItsOldestLinesAndCountsThem) {
         dropped += std::stoi(text.substr(text.rfind(' ', at - 1) + 1));
     EXPECT_GT(dropped, 0);
     EXPECT_EQ(countLines(text, "MDM: line "), lines - dropped);
+}
+
+TEST(LogManager, BurstIntoAWorkingSinkLosesNothing) {
+    constexpr int lines = 50'000;
+    LogCapture log;
+    for (int i = 0; i < lines; ++i)
+        say(log.manager(), 4, "burst");
+    log.manager().flush();
+    const std::string text = log.finish();
+    EXPECT_EQ(countLines(text, "MDM: burst"), lines);
+    EXPECT_THAT(text, Not(HasSubstr("dropped")));
 }
 
 TEST(LogManager, BlockedSinkDoesNotKeepTheProgramFromEnding) {

@@ -1,0 +1,67 @@
+#include "GuardedFunctionID.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "FIDParameterList.h"
+#include "LogCapture.h"
+
+namespace {
+
+using testing::_;
+using testing::Eq;
+using testing::Return;
+using testing::StrictMock;
+using testing::Throw;
+
+class Driver : public IFunctionID {
+public:
+    MOCK_METHOD(IInterface*, queryInterface, (unsigned int id), (override));
+    MOCK_METHOD(bool, sendFID, (const std::string& fid, const FIDParameterList& parameters),
+                (const, override));
+    MOCK_METHOD(bool, subscribe, (const std::string& fid), (const, override));
+    MOCK_METHOD(bool, showState, (), (const, override));
+};
+
+class GuardedFunctionID : public testing::Test {
+protected:
+    StrictMock<Driver> module;
+    StrictMock<Driver> driver;
+    sal::DriverGuard guard{"Axis.so"};
+    sal::GuardedFunctionID sut{module, driver, guard};
+};
+
+TEST_F(GuardedFunctionID, PassesEachCallOnWithItsResult) {
+    FIDParameterList parameters;
+    parameters.add("x", "1");
+    EXPECT_CALL(driver, sendFID("MOVE", Eq(parameters))).WillOnce(Return(true));
+    EXPECT_CALL(driver, subscribe("DONE")).WillOnce(Return(true));
+    EXPECT_CALL(driver, showState()).WillOnce(Return(true));
+    EXPECT_TRUE(sut.sendFID("MOVE", parameters));
+    EXPECT_TRUE(sut.subscribe("DONE"));
+    EXPECT_TRUE(sut.showState());
+}
+
+TEST_F(GuardedFunctionID, FalseOfTheDriverStaysFalse) {
+    EXPECT_CALL(driver, sendFID("MOVE", _)).WillOnce(Return(false));
+    EXPECT_FALSE(sut.sendFID("MOVE", {}));
+}
+
+TEST_F(GuardedFunctionID, ExceptionIsFalse) {
+    const LogCapture log;
+    EXPECT_CALL(driver, sendFID(_, _)).WillOnce(Throw(std::runtime_error("no")));
+    EXPECT_CALL(driver, subscribe(_)).WillOnce(Throw(std::runtime_error("no")));
+    EXPECT_CALL(driver, showState()).WillOnce(Throw(17));
+    EXPECT_FALSE(sut.sendFID("MOVE", {}));
+    EXPECT_FALSE(sut.subscribe("MOVE"));
+    EXPECT_FALSE(sut.showState());
+}
+
+TEST_F(GuardedFunctionID, OtherInterfacesAreAskedOfTheModule) {
+    EXPECT_CALL(module, queryInterface(1201)).WillOnce(Return(&driver));
+    EXPECT_EQ(sut.queryInterface(1201), static_cast<IInterface*>(&driver));
+}
+
+}  // namespace

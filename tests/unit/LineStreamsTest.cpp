@@ -1,0 +1,51 @@
+#include "LineStreams.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace {
+
+class LineStreams : public testing::Test {
+protected:
+    LineStreams() : number(s_lastNumber += 2) {}
+
+    static inline std::uint64_t s_lastNumber = 0;  // an output's number is never used again
+    const std::uint64_t number;
+    std::shared_ptr<sal::LogCore> pCore = std::make_shared<sal::LogCore>(5);
+};
+
+TEST_F(LineStreams, SameOutputAndLevelIsTheSameStream) {
+    EXPECT_EQ(&sal::LineStreams::stream(number, "MDM", 4, pCore),
+              &sal::LineStreams::stream(number, "MDM", 4, pCore));
+}
+
+TEST_F(LineStreams, OtherOutputOrLevelIsAnotherStream) {
+    const std::ostream* pStream = &sal::LineStreams::stream(number, "MDM", 4, pCore);
+    EXPECT_NE(&sal::LineStreams::stream(number + 1, "MDM", 4, pCore), pStream);
+    EXPECT_NE(&sal::LineStreams::stream(number, "MDM", 5, pCore), pStream);
+}
+
+TEST_F(LineStreams, NowhereFormatsNothing) {
+    EXPECT_FALSE(sal::LineStreams::nowhere().good());
+}
+
+TEST_F(LineStreams, ThreadLocalObjectMayLogWhenItsThreadEnds) {
+    struct LastWords {
+        ~LastWords() {
+            sal::LineStreams::stream(ownNumber, "MDM", 4, pOwnCore) << "last words" << std::endl;
+            sal::LineStreams::nowhere() << "last words" << std::endl;
+        }
+        std::uint64_t ownNumber = 0;
+        std::shared_ptr<sal::LogCore> pOwnCore;
+    };
+    std::thread([this] {
+        static thread_local LastWords s_lastWords;
+        s_lastWords.ownNumber = number;
+        s_lastWords.pOwnCore = pCore;
+        sal::LineStreams::stream(number, "MDM", 4, pCore) << "first words" << std::endl;
+    }).join();
+    SUCCEED();
+}
+
+}  // namespace

@@ -1,0 +1,49 @@
+#include "ObservedCall.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing::InSequence;
+using testing::StrEq;
+using testing::StrictMock;
+
+class Observer : public sal::Module::Observer {
+public:
+    MOCK_METHOD(void, callBegins, (const std::string& driverID, const char* operation), (override));
+    MOCK_METHOD(void, callEnded, (const std::string& driverID, const char* operation), (override));
+    MOCK_METHOD(void, driverDeleted, (const std::string& driverID), (override));
+};
+
+class ObservedCall : public testing::Test {
+protected:
+    ObservedCall() { sal::ObservedCall::setObserver(&observer); }
+    ~ObservedCall() override { sal::ObservedCall::setObserver(nullptr); }
+
+    StrictMock<Observer> observer;
+};
+
+TEST_F(ObservedCall, TellsBeginAndEnd) {
+    const InSequence order;
+    EXPECT_CALL(observer, callBegins("AXIS1", StrEq("deinitialize")));
+    EXPECT_CALL(observer, callEnded("AXIS1", StrEq("deinitialize")));
+    const sal::ObservedCall sut("AXIS1", "deinitialize");
+}
+
+TEST_F(ObservedCall, TellsNothingOfADriverWithoutID) {
+    { const sal::ObservedCall sut("", "deinitialize"); }
+    sal::ObservedCall::driverDeleted("");
+}
+
+TEST_F(ObservedCall, TellsTheEndOfTheDriver) {
+    EXPECT_CALL(observer, driverDeleted("AXIS1"));
+    sal::ObservedCall::driverDeleted("AXIS1");
+}
+
+TEST_F(ObservedCall, ObserverThatLeftIsNotTold) {
+    sal::ObservedCall::setObserver(nullptr);
+    const sal::ObservedCall sut("AXIS1", "deinitialize");
+}
+
+}  // namespace
