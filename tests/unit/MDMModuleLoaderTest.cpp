@@ -859,6 +859,22 @@ TEST(MDMModuleLoader, MacroSystemIsTakenOutBeforeTheTeardownDeletesThePanelDrive
     EXPECT_EQ(s.linesOf({"macro"}), Calls{});
 }
 
+TEST(MDMModuleLoader, MacroSystemIsTakenOutAlsoWhenThePanelDriverHasNoConfiguration) {
+    Loader s;
+    RecordingMacroSystem macros;
+    RecordingDriver* pDriver = nullptr;
+    s.host.addModule("/mods/libAxis.so", [&]() -> IInterface* {
+        pDriver = new RecordingDriver("PANEL");
+        pDriver->answers[1201] = nullptr;
+        return static_cast<IFunctionID*>(pDriver);
+    });
+    s.loadQuietly(direct("PANEL"));
+    s.distributor.setMacroSystem(&macros);
+    pDriver->onGone = [&] { s.distributor.dispatchFID("X.behind", FIDParameterList()); };
+    fakehost::printedBy([&] { s.pSut.reset(); });
+    EXPECT_EQ(s.linesOf({"macro"}), Calls{});
+}
+
 TEST(MDMModuleLoader, DriverMayReportWhileItIsDeinitialized) {
     Loader s;
     s.addDriver();
