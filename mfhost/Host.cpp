@@ -118,19 +118,9 @@ void Host::startUp() {
 }
 
 bool Host::startManager() {
-    m_startedConfig = m_options.config;
-    std::string reason;
-    if (const auto fault = unreadable(); fault && m_options.requireSignature) {
-        reason = *fault;
-    } else if (fault) {
-        // As with a file that cannot be opened, the panel driver runs alone.
-        hostLog(sal::LogOutput::eError) << *fault << "; the panel driver is started alone" << std::endl;
-        m_startedConfig.clear();
-    } else {
-        reason = signatureRefusal();
-        if (reason.empty())
-            reason = WorkplaceFile(m_options.config).startRefusal();
-    }
+    std::string reason = configurationRefusal();
+    if (reason.empty())
+        reason = WorkplaceFile(m_options.config).startRefusal();
     if (!reason.empty()) {
         hostLog(sal::LogOutput::eCritical) << reason << "; the workplace is not started" << std::endl;
         return false;
@@ -174,8 +164,8 @@ void Host::searchDrivers() {
 }
 
 bool Host::startDrivers() {
-    m_roster.configure(WorkplaceFile(m_startedConfig).entries());
-    const bool isComplete = m_pConfiguration->startMfDrivers(m_startedConfig);
+    m_roster.configure(WorkplaceFile(m_options.config).entries());
+    const bool isComplete = m_pConfiguration->startMfDrivers(m_options.config);
     m_pManager->onMfDriversStarted();
     if (m_roster.isRunning("PANEL")) {
         if (!isComplete)
@@ -194,15 +184,15 @@ bool Host::startDrivers() {
     return true;
 }
 
-std::optional<std::string> Host::unreadable() const {
-    return m_options.config.empty() ? std::nullopt : FileGuard::refusal(m_options.config);
-}
-
-std::string Host::signatureRefusal() const {
-    if (m_options.config.empty() || !m_options.requireSignature ||
-        XMLVerify::verifySignature(sal::Path(m_options.config)))
+std::string Host::configurationRefusal() const {
+    const std::string& file = m_options.config;
+    if (file.empty())
         return {};
-    return m_options.config + " is not signed by a trusted key, and --require-signature asks for it";
+    if (const auto reason = FileGuard::refusal(file))
+        return *reason;
+    if (m_options.requireSignature && !XMLVerify::verifySignature(sal::Path(file)))
+        return file + " is not signed by a trusted key, and --require-signature asks for it";
+    return {};
 }
 
 void Host::readConsoleLine(const std::string& line) {
@@ -257,13 +247,9 @@ void Host::executeChecked(const std::string& line, std::ostream& reply) {
 }
 
 void Host::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {
-    const auto fault = unreadable();
-    std::string reason = fault ? *fault : signatureRefusal();
-    if (reason.empty() && m_startedConfig.empty())
-        reason = m_options.config.empty() ? "there is no configuration"
-                                          : m_options.config + " was not fit to be read at the start";
+    std::string reason = m_options.config.empty() ? "there is no configuration" : configurationRefusal();
     if (reason.empty())
-        reason = WorkplaceFile(m_startedConfig).reloadRefusal(driverID);
+        reason = WorkplaceFile(m_options.config).reloadRefusal(driverID);
     if (!reason.empty()) {
         reply << driverID << " is not reloaded, nothing is unloaded: " << reason << std::endl;
         return;
@@ -271,7 +257,7 @@ void Host::reload(const std::string& line, const std::string& driverID, std::ost
     m_commands.setDriver(driverID);
     m_processor.execute(line, reply);
     m_commands.setDriver({});
-    m_roster.configure(WorkplaceFile(m_startedConfig).entries());
+    m_roster.configure(WorkplaceFile(m_options.config).entries());
     // The old panel's macro system is gone with it.
     if (driverID == "PANEL")
         m_pManager->onMfDriversStarted();

@@ -8,16 +8,16 @@
 #include <vector>
 
 #include "CommandThread.h"
-#include "Console.h"
-#include "DriverRoster.h"
-#include "FollowPrinter.h"
-#include "HostCommands.h"
 #include "HostSystem.h"
 #include "Options.h"
-#include "ProcessSupervisor.h"
-#include "StateStore.h"
 #include "StopSignals.h"
+#include "console/Console.h"
+#include "console/FollowPrinter.h"
+#include "console/HostCommands.h"
+#include "panel/StateStore.h"
 #include "sal/CmdProcessor.h"
+#include "supervisor/DriverRoster.h"
+#include "supervisor/ProcessSupervisor.h"
 
 class IMDMConfiguration;
 class MfDriverManager;
@@ -42,8 +42,7 @@ private:
     bool startManager();
     void searchDrivers();
     bool startDrivers();
-    std::optional<std::string> unreadable() const;
-    std::string signatureRefusal() const;
+    std::string configurationRefusal() const;
 
     void readConsoleLine(const std::string& line);
     void execute(const std::string& line, EOrigin origin);
@@ -73,8 +72,6 @@ private:
     // The command thread's.
     std::unique_ptr<MfDriverManager> m_pManager;
     IMDMConfiguration* m_pConfiguration = nullptr;
-    /// What the drivers were started with; empty when the file is not fit to be read.
-    std::string m_startedConfig;
     std::ostream* m_pReply = nullptr;
     std::vector<std::string> m_commandNames;
 

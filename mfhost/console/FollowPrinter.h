@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "StateStore.h"
+#include "panel/StateStore.h"
 
 /// Prints each state change and event as a line. Owned by Host. Drivers' threads only queue a line; a thread
 /// of its own writes. When the reader is slower than the drivers, the oldest lines are dropped, and a line

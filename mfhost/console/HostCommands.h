@@ -3,9 +3,9 @@
 #include <functional>
 #include <ostream>
 
-#include "DriverRoster.h"
-#include "StateStore.h"
+#include "panel/StateStore.h"
 #include "sal/CmdParameters.h"
+#include "supervisor/DriverRoster.h"
 
 /// The host's own console commands: help, quit, drivers, modules, state, events, queues. Owned by Host;
 /// outlives every executed line. Command thread.

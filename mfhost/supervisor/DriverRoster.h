@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "EInterfaceTypes.h"
-#include "StateStore.h"
 #include "WorkplaceFile.h"
+#include "panel/StateStore.h"
 #include "sal/Module.h"
 
 /// What the host knows of each driver: how it is configured, whether it runs and since when. Owned by Host;

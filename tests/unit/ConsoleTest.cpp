@@ -1,0 +1,90 @@
+#include "console/Console.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <future>
+#include <mutex>
+#include <vector>
+
+#include "LogCapture.h"
+
+namespace {
+
+/// A console whose standard input is a pipe.
+class ConsoleTest : public testing::Test {
+protected:
+    ConsoleTest() : m_saved(::dup(STDIN_FILENO)) {
+        int ends[2];
+        EXPECT_EQ(0, ::pipe2(ends, O_CLOEXEC));
+        ::dup2(ends[0], STDIN_FILENO);
+        ::close(ends[0]);
+        m_input = ends[1];
+    }
+    ~ConsoleTest() override {
+        closeInput();
+        ::dup2(m_saved, STDIN_FILENO);
+        ::close(m_saved);
+    }
+    void type(const std::string& text) {
+        ASSERT_EQ(static_cast<ssize_t>(text.size()), ::write(m_input, text.data(), text.size()));
+    }
+    void closeInput() {
+        if (m_input >= 0)
+            ::close(m_input);
+        m_input = -1;
+    }
+    Console::Handlers handlers() {
+        return {.line =
+                    [this](const std::string& line) {
+                        const std::lock_guard lock(m_mutex);
+                        m_lines.push_back(line);
+                    },
+                .end = [this] { m_end.set_value(); },
+                .complete = {}};
+    }
+
+    LogCapture m_log;
+    const int m_saved;
+    int m_input = -1;
+    std::mutex m_mutex;
+    std::vector<std::string> m_lines;
+    std::promise<void> m_end;
+};
+
+}  // namespace
+
+TEST_F(ConsoleTest, HandsOverEachLineAndThenTheEnd) {
+    Console sut(handlers());
+    type("drivers\nquit");
+    closeInput();
+    sut.start();
+    m_end.get_future().wait();
+    EXPECT_EQ((std::vector<std::string>{"drivers", "quit"}), m_lines);
+}
+
+TEST_F(ConsoleTest, StopEndsTheReadingWithoutAnEnd) {
+    {
+        Console sut(handlers());
+        sut.start();
+        sut.stop();
+    }
+    EXPECT_EQ(std::future_status::timeout, m_end.get_future().wait_for(std::chrono::seconds(0)));
+}
+
+TEST_F(ConsoleTest, LogsALineThatIsTooLong) {
+    {
+        Console sut(handlers());
+        sut.start();
+        type(std::string(70000, 'x') + "\ndrivers\n");
+        closeInput();
+        m_end.get_future().wait();
+    }
+    EXPECT_EQ(std::vector<std::string>{"drivers"}, m_lines);
+    EXPECT_NE(std::string::npos, m_log.finish().find("a console line of more than 65536 bytes is ignored"));
+}
+
+TEST_F(ConsoleTest, PipeIsNotInteractive) {
+    EXPECT_FALSE(Console::isInteractive());
+}

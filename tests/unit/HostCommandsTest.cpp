@@ -1,0 +1,109 @@
+#include "console/HostCommands.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "LogCapture.h"
+#include "sal/CmdProcessor.h"
+
+namespace {
+
+class HostCommandsTest : public testing::Test {
+protected:
+    HostCommandsTest() { m_sut.registerCommands(); }
+
+    std::string reply(const std::string& line) {
+        m_reply.str("");
+        m_processor.execute(line, m_reply);
+        return m_reply.str();
+    }
+
+    LogCapture m_log;
+    sal::CmdProcessor m_processor;
+    StateStore m_store;
+    DriverRoster m_roster{m_store};
+    std::ostringstream m_reply;
+    int m_quits = 0;
+    int m_listings = 0;
+    int m_settled = 0;
+    HostCommands m_sut{{.store = m_store,
+                        .roster = m_roster,
+                        .reply = [this]() -> std::ostream& { return m_reply; },
+                        .quit = [this] { ++m_quits; },
+                        .showModules = [this] { ++m_listings; },
+                        .settle = [this] { ++m_settled; }}};
+};
+
+}  // namespace
+
+TEST_F(HostCommandsTest, HelpListsEachCommandOnALine) {
+    EXPECT_NE(std::string::npos, reply("help").find("quit: stops all drivers and ends the host.\n"));
+    EXPECT_NE(std::string::npos, reply("help").find("state [<pattern>]: lists the state values"));
+}
+
+TEST_F(HostCommandsTest, HelpOfACommandTellsItsUse) {
+    EXPECT_EQ("queues\n\tlists the message queues of the driver processes.\n", reply("help queues"));
+}
+
+TEST_F(HostCommandsTest, QuitAsksForTheEnd) {
+    EXPECT_EQ("", reply("quit"));
+    EXPECT_EQ(1, m_quits);
+}
+
+TEST_F(HostCommandsTest, ModulesAreListedByTheModule) {
+    reply("modules");
+    EXPECT_EQ(1, m_listings);
+}
+
+TEST_F(HostCommandsTest, DriversShowsHowEachIs) {
+    m_roster.processStarted("AXIS1", 42);
+    m_roster.processEnded("AXIS1", 42, "exit code 3");
+    m_roster.processStarted("AXIS2", 43);
+    const std::string text = reply("drivers");
+    EXPECT_EQ(0u, text.find("ID     type   version  mode    process  status               since\n")) << text;
+    EXPECT_NE(std::string::npos,
+              text.find("AXIS1                  queue   42       ended (exit code 3)  20"));
+    EXPECT_NE(std::string::npos,
+              text.find("AXIS2                  queue   43       running              20"));
+    EXPECT_NE(std::string::npos,
+              text.find("PANEL  Panel  1.0      direct  -        not loaded           -\n"));
+}
+
+TEST_F(HostCommandsTest, StateShowsTypeValueOwnerAndWhetherItHolds) {
+    m_store.setStateValueFloat("AXIS1.POS", 1.5F);
+    m_store.setStateValue("SYS.NAME", "vm");
+    m_store.driverEnded("SYS", "signal 9 (Killed)");
+    EXPECT_EQ(
+        "key        type    value  set by  age  holds\n"
+        "AXIS1.POS  float   1.5    AXIS1   0 s  yes\n"
+        "SYS.NAME   string  vm     SYS     0 s  stale for 0 s (signal 9 (Killed))\n",
+        reply("state"));
+}
+
+TEST_F(HostCommandsTest, StateTakesAPattern) {
+    m_store.setStateValueInt("AXIS1.POS", 1);
+    m_store.setStateValueInt("SYS.N", 1);
+    EXPECT_EQ("key    type  value  set by  age  holds\nSYS.N  int   1      SYS     0 s  yes\n",
+              reply("state SYS.*"));
+    EXPECT_EQ("no state value matches X.*\n", reply("state X.*"));
+}
+
+TEST_F(HostCommandsTest, StateAndEventsWaitForWhatIsOnItsWay) {
+    reply("state");
+    reply("events");
+    EXPECT_EQ(2, m_settled);
+}
+
+TEST_F(HostCommandsTest, EmptyListsAreSaidToBeEmpty) {
+    EXPECT_EQ("no state values\n", reply("state"));
+    EXPECT_EQ("no events\n", reply("events"));
+    EXPECT_EQ("no queues\n", reply("queues"));
+}
+
+TEST_F(HostCommandsTest, EventsAreListedInOrder) {
+    m_store.triggerEvent("SYS.HIGH", "7");
+    m_store.triggerEvent("AXIS1.DONE", "");
+    const std::string text = reply("events");
+    EXPECT_LT(text.find("SYS.HIGH"), text.find("AXIS1.DONE"));
+}

@@ -1,0 +1,310 @@
+#include "Host.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+
+#include "HostProcess.h"
+#include "Workplace.h"
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+/// The host as a program, in its sandbox, with drivers of one behaviour each. HEALTHY is always there.
+class HostTest : public testing::Test {
+protected:
+    void SetUp() override {
+        HostProcess::Start probe;
+        probe.program = Workplace::build() / "bin/mfhost";
+        probe.arguments = {"--probe-sandbox"};
+        probe.files = m_workplace.directory();
+        HostProcess host(probe);
+        if (host.waitForEnd() != 0)
+            GTEST_SKIP() << "needs mount and network namespaces: " << host.log();
+        m_workplace.addModule("Echo");
+    }
+
+    /// Adds a driver of the module's type under its ID.
+    void addDriver(const std::string& driverID, const std::string& module, const std::string& interfaceType) {
+        if (!fs::exists(m_workplace.drivers() / (module + ".so")))
+            m_workplace.addModule(module);
+        m_entries += Workplace::entry(driverID, module, interfaceType);
+    }
+    HostProcess& start(const std::vector<std::string>& options = {}) {
+        m_workplace.configure(m_entries);
+        HostProcess::Start call = m_workplace.host(options);
+        call.arguments.insert(call.arguments.begin(), "--sandbox");
+        call.environment["MFD_QUEUE_DIR"] = "/dev/shm/queues";
+        m_pHost = std::make_unique<HostProcess>(call);
+        return *m_pHost;
+    }
+    HostProcess& startAndWait(const std::vector<std::string>& options = {}) {
+        HostProcess& host = start(options);
+        EXPECT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
+        return host;
+    }
+    std::optional<int> end() {
+        m_pHost->closeInput();
+        return m_pHost->waitForEnd();
+    }
+    long countInLog(const std::string& text) {
+        long count = 0;
+        const std::string log = m_pHost->log();
+        for (auto at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
+            ++count;
+        return count;
+    }
+
+    Workplace m_workplace;
+    std::string m_entries;
+    std::unique_ptr<HostProcess> m_pHost;
+};
+
+}  // namespace
+
+TEST_F(HostTest, EndOfInputComesBehindTheLinesBeforeIt) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = start();
+    for (int i = 0; i < 50; ++i)
+        host.type("setStateValue T.N " + std::to_string(i));
+    host.type("state T.*");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("T.N  string  49     console  0 s  yes\n"));
+}
+
+TEST_F(HostTest, QuitDropsTheLinesBehindIt) {
+    HostProcess& host = start();
+    host.type("quit");
+    host.type("events");
+    EXPECT_EQ(0, host.waitForEnd());
+    EXPECT_THAT(host.output(), Not(HasSubstr("no events")));
+}
+
+TEST_F(HostTest, ScriptSeesWhatItSetOffInADriverProcess) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = start();
+    host.type("sendFID E.INT name=N value=7");
+    host.type("state E.*");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("E.N  int   7      E       0 s  yes\n"));
+}
+
+TEST_F(HostTest, ValueThatADriverSetsWithinACommandIsTheDrivers) {
+    addDriver("E", "Echo", "direct");
+    HostProcess& host = start();
+    host.type("sendFID E.INT name=N value=7");
+    host.type("state E.*");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("E.N  int   7      E       0 s  yes\n"));
+}
+
+TEST_F(HostTest, ReloadOfAnUnknownDriverUnloadsNothingAndSaysWhy) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = start();
+    host.type("reloadDriver NOPE");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("NOPE is not reloaded, nothing is unloaded: " +
+                                         m_workplace.configuration().string() + " has no driver \"NOPE\"\n"));
+}
+
+TEST_F(HostTest, ReloadWithoutAnIDTellsTheUse) {
+    HostProcess& host = start();
+    host.type("reloadDriver");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("reloadDriver <driver ID>\n\treloads an MF driver module"));
+}
+
+TEST_F(HostTest, ReloadThatWouldNeverEndIsRefused) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait();
+    writeFile(m_workplace.configuration(),
+              "<workplaces><workplace id=\"0\">\n<mainframeDriver driverType=\"Echo\" driverID=\"E\"/>\n"
+              "</workplace></workplaces>");
+    for (const char* line : {"reloadDriver E", "'reloadDriver' E", "reload\\Driver \"E\""})
+        host.type(line);
+    EXPECT_EQ(0, end());
+    const std::string reply =
+        "E is not reloaded, nothing is unloaded: " + m_workplace.configuration().string() +
+        " line 2: driverID must be the first attribute";
+    const std::string output = host.output();
+    const auto first = output.find(reply);
+    ASSERT_NE(std::string::npos, first) << output;
+    EXPECT_NE(std::string::npos, output.find(reply, output.find(reply, first + 1) + 1)) << output;
+}
+
+TEST_F(HostTest, ReloadOfAFileThatIsNotFitToBeReadIsRefused) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait();
+    fs::remove(m_workplace.configuration());
+    fs::create_directory(m_workplace.configuration());
+    host.type("reloadDriver E");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr(m_workplace.configuration().string() + " is no regular file\n"));
+}
+
+TEST_F(HostTest, StartWithADriverIDGivenTwiceIsRefused) {
+    addDriver("E", "Echo", "queue");
+    addDriver("E", "Echo", "direct");
+    HostProcess& host = start();
+    EXPECT_EQ(1, host.waitForEnd());
+    EXPECT_THAT(host.log(), HasSubstr("the driver ID \"E\" stands in line 4 already"));
+    EXPECT_EQ("", host.output());
+}
+
+TEST_F(HostTest, DriverThatTakesNoMessagesIsEndedWhenItHoldsUpTheConsole) {
+    addDriver("H", "HangsInSendFID", "queue");
+    HostProcess& host = start({"--stop-timeout", "1"});
+    for (int i = 0; i < 300; ++i)
+        host.type("sendFID H.GO");
+    host.type("drivers");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.log(), HasSubstr("has not taken a message for 1 s and holds up \"sendFID H.GO\""));
+    EXPECT_THAT(host.output(), HasSubstr("ended (signal"));
+}
+
+TEST_F(HostTest, DriverOfTheHostsProcessThatDoesNotStopCannotKeepTheHost) {
+    addDriver("H", "IgnoresDeinit", "direct");
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--stop-timeout", "1"});
+    const pid_t healthy = host.driverProcess("E");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.log(),
+                HasSubstr("HOST: H: deinitialize() holds up the shutdown for 5 s; the host ends"));
+    EXPECT_TRUE(endsWithin(healthy, 5000));
+}
+
+TEST_F(HostTest, SecondSignalEndsTheHostAtOnce) {
+    addDriver("H", "IgnoresDeinit", "direct");
+    HostProcess& host = startAndWait();
+    host.signal(SIGTERM);
+    ASSERT_TRUE(host.waitForLog("shutting down: SIGTERM\n"));
+    host.signal(SIGINT);
+    EXPECT_EQ(128 + SIGINT, host.waitForEnd());
+    EXPECT_THAT(host.log(), Not(HasSubstr("holds up the shutdown")));
+}
+
+TEST_F(HostTest, HangUpShutsDownInOrder) {
+    HostProcess& host = startAndWait();
+    host.signal(SIGHUP);
+    EXPECT_EQ(0, host.waitForEnd());
+    EXPECT_THAT(host.log(), HasSubstr("HOST: all drivers are stopped\n"));
+}
+
+TEST_F(HostTest, SignalDuringTheStartShutsDown) {
+    for (const char* id : {"A", "B", "C", "D"})
+        addDriver(id, "Echo", "queue");
+    HostProcess& host = start();
+    ASSERT_TRUE(host.waitForOutput("(ID: PANEL)...OK\n"));
+    host.signal(SIGTERM);
+    EXPECT_EQ(0, host.waitForEnd());
+}
+
+TEST_F(HostTest, ProcessThatEndsByItselfIsShownWithItsCause) {
+    addDriver("X", "ExitsAtOnce", "queue");
+    HostProcess& host = startAndWait();
+    ASSERT_TRUE(host.waitForLog(" ended unexpectedly: exit code 7\n")) << host.log();
+    host.type("drivers");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("ended (exit code 7)"));
+    EXPECT_EQ(1, countInLog("X: process"));
+}
+
+TEST_F(HostTest, ValuesOfAKilledDriverAreStaleAndLiveAgainAfterItsReload) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait();
+    host.type("sendFID E.INT name=N value=7");
+    ASSERT_NE(0, host.driverProcess("E"));
+    host.type("state E.*");
+    ASSERT_TRUE(host.waitForOutput("E.N  int   7      E       0 s  yes\n")) << host.output();
+    ::kill(host.driverProcess("E"), SIGKILL);
+    ASSERT_TRUE(host.waitForLog("ended unexpectedly: signal 9 (Killed); 1 value is stale\n")) << host.log();
+    host.type("state E.*");
+    ASSERT_TRUE(host.waitForOutput(" s (signal 9 (Killed))\n")) << host.output();
+    host.type("reloadDriver E");
+    host.type("sendFID E.INT name=N value=7");
+    host.type("state E.*");
+    EXPECT_EQ(0, end());
+    const std::string output = host.output();
+    EXPECT_NE(std::string::npos, output.rfind("E.N  int   7      E       0 s  yes\n"));
+    EXPECT_GT(output.rfind("E.N  int   7      E       0 s  yes\n"), output.rfind("(signal 9 (Killed))"));
+}
+
+TEST_F(HostTest, FollowPrintsEachChange) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = start({"--follow=E.*"});
+    host.type("sendFID E.STRING name=NAME value=on");
+    host.type("sendFID E.EVENT name=DONE value=yes");
+    ASSERT_TRUE(host.waitForOutput("\nE.NAME = on\n")) << host.output();
+    ASSERT_TRUE(host.waitForOutput("\nevent E.DONE yes\n")) << host.output();
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), Not(HasSubstr("MFDDEF")));
+}
+
+TEST_F(HostTest, DriverMayGiveAnAllowedCommand) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--allow-command", "setStateValue", "--follow=T.*"});
+    host.type("sendFID E.COMMAND name=setStateValue 'value=T.N 5'");
+    ASSERT_TRUE(host.waitForOutput("\nT.N = 5\n")) << host.output() << host.log();
+    host.type("state T.*");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("T.N  string  5      console"));
+}
+
+TEST_F(HostTest, CommandOfADriverThatIsNotAllowedIsRefusedByName) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait();
+    host.type("sendFID E.COMMAND name=quit value=now");
+    ASSERT_TRUE(host.waitForLog("a driver's command \"quit\" is refused")) << host.log();
+    EXPECT_EQ(0, end());
+}
+
+TEST_F(HostTest, DriverInTheHostsProcessSendsFidsThroughTheHost) {
+    addDriver("E", "Echo", "queue");
+    addDriver("D", "Echo", "direct");
+    HostProcess& host = startAndWait();
+    host.type("sendFID D.SYSPING fid=E.INT name=N value=7");
+    host.type("state E.*");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("E.N  int   7      E       0 s  yes\n"));
+}
+
+TEST_F(HostTest, WithoutAConsoleTheHostRunsUntilASignal) {
+    HostProcess& host = startAndWait({"--no-console"});
+    host.closeInput();
+    EXPECT_EQ(std::nullopt, host.waitForEnd(1));
+    host.signal(SIGTERM);
+    EXPECT_EQ(0, host.waitForEnd());
+}
+
+TEST_F(HostTest, ProcessesStartedByHandAreWaitedFor) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = start({"--no-start-mfds"});
+    host.type("drivers");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("waiting for its process"));
+    EXPECT_THAT(host.log(), Not(HasSubstr("MFD: Runs")));
+}
+
+TEST_F(HostTest, DirectoryGivenTwiceIsSearchedOnce) {
+    HostProcess& host = start({"--drivers", m_workplace.drivers().string() + "/."});
+    host.type("state PANEL.MFDDEF.COUNT");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("PANEL.MFDDEF.COUNT  int   3      host"));
+}
+
+TEST_F(HostTest, ManyDriversThatFloodDoNotHoldUpTheEnd) {
+    addDriver("F", "FloodsState", "queue");
+    addDriver("G", "FloodsState", "direct");
+    HostProcess& host = startAndWait({"--follow"});
+    host.type("state F.*");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.log(), HasSubstr("HOST: all drivers are stopped\n"));
+}

@@ -1,0 +1,134 @@
+#include "console/LineEditor.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <clocale>
+#include <functional>
+#include <string>
+
+namespace {
+
+/// An editor in a process whose standard streams are a terminal; the test types and sees the screen.
+class LineEditorTest : public testing::Test {
+protected:
+    ~LineEditorTest() override {
+        if (m_child > 0) {
+            ::kill(m_child, SIGKILL);
+            ::waitpid(m_child, nullptr, 0);
+        }
+        if (m_terminal >= 0)
+            ::close(m_terminal);
+    }
+
+    /// The editor's process writes each line that it reads as "[line]".
+    void start() {
+        m_child = ::forkpty(&m_terminal, nullptr, nullptr, nullptr);
+        ASSERT_GE(m_child, 0);
+        if (m_child > 0)
+            return;
+        ::setenv("TERM", "xterm", 1);
+        std::setlocale(LC_CTYPE, "C.UTF-8");
+        InputWaiter waiter(STDIN_FILENO);
+        LineEditor sut(waiter, [](const auto& before, const std::string& prefix) {
+            std::vector<std::string> found;
+            for (const char* word : {"drivers", "reloadDriver", "state", "stateless"}) {
+                if (before.empty() && std::string(word).starts_with(prefix))
+                    found.push_back(word);
+            }
+            return found;
+        });
+        for (auto line = sut.read(); line; line = sut.read()) {
+            std::printf("[%s]\r\n", line->c_str());
+            std::fflush(stdout);
+        }
+        std::printf("(end)\r\n");
+        std::fflush(stdout);
+        ::_exit(0);
+    }
+    void type(const std::string& keys) {
+        ASSERT_EQ(static_cast<ssize_t>(keys.size()), ::write(m_terminal, keys.data(), keys.size()));
+    }
+    bool shows(const std::string& text) {
+        for (int i = 0; i < 400 && m_screen.find(text) == std::string::npos; ++i) {
+            pollfd terminal{m_terminal, POLLIN, 0};
+            if (::poll(&terminal, 1, 50) <= 0)
+                continue;
+            char chunk[1024];
+            const ssize_t count = ::read(m_terminal, chunk, sizeof chunk);
+            if (count <= 0)
+                break;
+            m_screen.append(chunk, static_cast<std::size_t>(count));
+        }
+        return m_screen.find(text) != std::string::npos;
+    }
+
+    int m_terminal = -1;
+    pid_t m_child = -1;
+    std::string m_screen;
+};
+
+}  // namespace
+
+TEST_F(LineEditorTest, ReadsALine) {
+    start();
+    ASSERT_TRUE(shows("mfhost> "));
+    type("drivers\r");
+    EXPECT_TRUE(shows("[drivers]")) << m_screen;
+}
+
+TEST_F(LineEditorTest, TakesBackWhatIsRubbedOut) {
+    start();
+    ASSERT_TRUE(shows("mfhost> "));
+    type("driverz\x7fs\r");
+    EXPECT_TRUE(shows("[drivers]")) << m_screen;
+}
+
+TEST_F(LineEditorTest, BringsTheLastLineBack) {
+    start();
+    ASSERT_TRUE(shows("mfhost> "));
+    type("events\r");
+    ASSERT_TRUE(shows("[events]"));
+    m_screen.clear();
+    type("\x10\r");
+    EXPECT_TRUE(shows("[events]")) << m_screen;
+}
+
+TEST_F(LineEditorTest, CompletesAWord) {
+    start();
+    ASSERT_TRUE(shows("mfhost> "));
+    type("rel\tX\r");
+    EXPECT_TRUE(shows("[reloadDriver X]")) << m_screen;
+}
+
+TEST_F(LineEditorTest, CompletesAsFarAsTheWordsAgree) {
+    start();
+    ASSERT_TRUE(shows("mfhost> "));
+    type("st\tX\r");
+    EXPECT_TRUE(shows("[stateX]")) << m_screen;
+}
+
+TEST_F(LineEditorTest, ListsTheWordsThatAreMeant) {
+    start();
+    ASSERT_TRUE(shows("mfhost> "));
+    type("state\t");
+    EXPECT_TRUE(shows("stateless")) << m_screen;
+}
+
+TEST_F(LineEditorTest, TakesCharactersOfSeveralBytes) {
+    start();
+    ASSERT_TRUE(shows("mfhost> "));
+    type("\xc3\xa4\xe2\x82\xac\r");
+    EXPECT_TRUE(shows("[\xc3\xa4\xe2\x82\xac]")) << m_screen;
+}
+
+TEST_F(LineEditorTest, EndOfInputIsNoLine) {
+    start();
+    ASSERT_TRUE(shows("mfhost> "));
+    type("\x04");
+    EXPECT_TRUE(shows("(end)")) << m_screen;
+}

@@ -1,0 +1,115 @@
+#include "Sandbox.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <set>
+
+#include "TemporaryDirectory.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// Runs the body in a process that has entered the sandbox; its exit code, or 77 where namespaces are
+/// refused.
+int inSandbox(const std::string& directory, const std::function<bool()>& body) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (const auto reason = Sandbox::enter(directory)) {
+            std::cerr << *reason << std::endl;
+            ::_exit(77);
+        }
+        ::_exit(body() ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::set<std::string> entries(const std::string& directory) {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(directory))
+        names.insert(entry.path().filename());
+    return names;
+}
+
+ino_t inode(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+}  // namespace
+
+#define EXPECT_IN_SANDBOX(directory, body)                        \
+    do {                                                          \
+        const int code = inSandbox(directory, body);              \
+        if (code == 77)                                           \
+            GTEST_SKIP() << "needs mount and network namespaces"; \
+        EXPECT_EQ(0, code);                                       \
+    } while (false)
+
+TEST(Sandbox, HasAnEmptyDataDirectoryOfItsOwn) {
+    EXPECT_IN_SANDBOX("", [] {
+        const bool isEmpty = fs::is_empty("/var/data");
+        std::ofstream("/var/data/mark") << "x";
+        return isEmpty && fs::exists("/var/data/mark");
+    });
+    EXPECT_FALSE(fs::exists("/var/data/mark"));
+}
+
+TEST(Sandbox, LeavesTheRestOfVarInPlace) {
+    auto before = entries("/var");
+    before.insert("data");
+    const ino_t library = inode("/var/lib");
+    EXPECT_IN_SANDBOX("", ([&] { return entries("/var") == before && inode("/var/lib") == library; }));
+}
+
+TEST(Sandbox, KeepsTheDataDirectoryWhereItIsTold) {
+    const TemporaryDirectory kept;
+    EXPECT_IN_SANDBOX(kept.path("new"),
+                      [] { return static_cast<bool>(std::ofstream("/var/data/mark") << "x" << std::flush); });
+    EXPECT_TRUE(fs::exists(kept.path("new/data/mark")));
+}
+
+TEST(Sandbox, KeptDirectoryMayLieUnderVar) {
+    const std::string kept = "/var/tmp/mfd-sandbox-" + std::to_string(::getpid());
+    const int code = inSandbox(
+        kept, [] { return static_cast<bool>(std::ofstream("/var/data/mark") << "x" << std::flush); });
+    const bool isKept = fs::exists(kept + "/data/mark");
+    fs::remove_all(kept);
+    if (code == 77)
+        GTEST_SKIP() << "needs mount and network namespaces";
+    EXPECT_TRUE(isKept);
+}
+
+TEST(Sandbox, HasASharedMemoryDirectoryOfItsOwn) {
+    const std::string mark = "/dev/shm/mfd-sandbox-" + std::to_string(::getpid());
+    EXPECT_IN_SANDBOX("", [&] {
+        std::ofstream(mark.c_str()) << "x";
+        return fs::exists(mark);
+    });
+    EXPECT_FALSE(fs::exists(mark));
+}
+
+TEST(Sandbox, SaysWhichStepWasRefused) {
+    const TemporaryDirectory directory;
+    directory.write("file", "");
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const auto reason = Sandbox::enter(directory.path("file"));
+        const std::string expected = "cannot make " + directory.path("file") + "/data: Not a directory";
+        ::_exit(!reason || reason->starts_with("unshare") ? 77 : *reason == expected ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (WEXITSTATUS(status) == 77)
+        GTEST_SKIP() << "needs mount and network namespaces";
+    EXPECT_EQ(0, WEXITSTATUS(status));
+}
