@@ -457,6 +457,9 @@ TEST(MDMModuleHandler, BrokenFileIsLoggedAndTheStartSucceeds) {
 }
 
 TEST(MDMModuleHandler, DirectoryInPlaceOfTheFileIsLoggedAndTheStartSucceeds) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer ends the program where the XML library's allocation would throw";
+#endif
     Workplace s;
     s.host.makeDirectory("/wp/workplace.xml");
     EXPECT_TRUE(s.start());

