@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <future>
 #include <memory>
 #include <thread>
 
@@ -92,6 +93,19 @@ MDMDriverIPCI::QueueCmd command(int kind, const std::string& name, const std::st
     result.strValue = value;
     return result;
 }
+
+// Stays inside the first command until it is let go.
+class WaitingSystem : public ISystem {
+public:
+    IInterface* queryInterface(unsigned int) override { return nullptr; }
+    void executeCommand(const std::string&, const std::string&) override {
+        entered.set_value();
+        leave.get_future().wait();
+    }
+
+    std::promise<void> entered;
+    std::promise<void> leave;
+};
 
 }  // namespace
 
@@ -821,18 +835,21 @@ TEST(MDMDriverIPCI, DeinitializeEndsTheThreadEvenWhenTheDriverIsGone) {
     EXPECT_EQ(s.host.journal().linesOf({"thread"}), (Calls{"thread shutdown -1", "thread ended"}));
 }
 
-TEST(MDMDriverIPCI, DeinitializeDeliversWhatWasSentBefore) {
+TEST(MDMDriverIPCI, DeinitializeDeliversWhatStoodInTheQueueDuringABurst) {
     Proxy s;
+    WaitingSystem system;
+    s.sut.setSystemInterface(&system);
     s.start();
-    s.push(
-        "TRIGGR\x05"
-        "first\x00"s);
-    EXPECT_TRUE(s.host.journal().waitFor("panel triggerEvent first "));
+    s.push("SYSCMD\x01s\x00"s);
+    system.entered.get_future().wait();
     for (int index = 0; index < 500; ++index)
         s.push(
             "TRIGGR\x01"
             "e\x00"s);
-    s.sut.deinitialize();
+    std::thread ending([&] { s.sut.deinitialize(); });
+    EXPECT_TRUE(s.host.journal().waitFor("thread shutdown -1"));
+    system.leave.set_value();
+    ending.join();
     EXPECT_EQ(s.host.journal().count("panel triggerEvent e "), 500);
 }
 
