@@ -68,8 +68,17 @@ Host::Host(Options options, StopSignals& signals)
 Host::~Host() = default;
 
 int Host::run() {
+    if (m_options.console) {
+        m_pConsole = std::make_unique<Console>(Console::Handlers{
+            .line = [this](const std::string& line) { readConsoleLine(line); },
+            .end = [this] { m_commands.stopWhenDone(); },
+            .complete = [this](const auto& before, const auto& prefix) { return complete(before, prefix); }});
+    }
     if (m_options.follow) {
-        m_pFollow = std::make_unique<FollowPrinter>(*m_options.follow, STDOUT_FILENO);
+        std::function<void()> redraw;
+        if (m_pConsole && Console::isInteractive())
+            redraw = [this] { m_pConsole->redraw(); };
+        m_pFollow = std::make_unique<FollowPrinter>(*m_options.follow, STDOUT_FILENO, redraw);
         m_store.addListener(m_pFollow.get());
     }
     sal::Process::setObserver(&m_supervisor);
@@ -80,14 +89,6 @@ int Host::run() {
     m_commands.start([this] { m_supervisor.wake(); }, [this] { shutDown(); },
                      [this] { m_signals.interrupt(); });
     m_commands.post("start-up", [this] { startUp(); });
-    if (m_options.console) {
-        m_pConsole = std::make_unique<Console>(Console::Handlers{
-            .line = [this](const std::string& line) { readConsoleLine(line); },
-            .end = [this] { m_commands.stopWhenDone(); },
-            .complete = [this](const auto& before, const auto& prefix) { return complete(before, prefix); }});
-        m_pConsole->start();
-    }
-
     bool isAsked = false;
     while (const int signal = m_signals.wait()) {
         if (isAsked) {
@@ -99,12 +100,13 @@ int Host::run() {
         requestShutdown(signalName(signal), m_exitCode);
     }
 
+    // The printer uses the console.
     if (m_pConsole)
         m_pConsole->stop();
-    m_pConsole.reset();
     if (m_pFollow)
         m_store.removeListener(m_pFollow.get());
     m_pFollow.reset();
+    m_pConsole.reset();
     return m_exitCode;
 }
 
@@ -115,6 +117,8 @@ void Host::startUp() {
     }
     m_isStarted = true;
     hostLog(sal::LogOutput::eInfo) << "the workplace is started" << std::endl;
+    if (m_pConsole)
+        m_pConsole->start();
 }
 
 bool Host::startManager() {

@@ -66,8 +66,8 @@ private:
     HostSystem m_system;
     sal::CmdProcessor m_processor;
     HostCommands m_hostCommands;
-    std::unique_ptr<FollowPrinter> m_pFollow;
     std::unique_ptr<Console> m_pConsole;
+    std::unique_ptr<FollowPrinter> m_pFollow;
 
     // The command thread's.
     std::unique_ptr<MfDriverManager> m_pManager;

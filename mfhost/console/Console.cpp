@@ -29,6 +29,10 @@ void Console::stop() {
     m_waiter.stop();
 }
 
+void Console::redraw() {
+    m_waiter.nudge();
+}
+
 void Console::run() {
     pthread_setname_np(pthread_self(), "console");
     if (isInteractive())

@@ -31,6 +31,9 @@ public:
     /// Whether lines come from somebody at a terminal.
     static bool isInteractive();
 
+    /// Others have written to the terminal: the prompt is written again. Any thread.
+    void redraw();
+
 private:
     void run();
     void readTerminal();

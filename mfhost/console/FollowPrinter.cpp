@@ -9,10 +9,11 @@
 #include <cerrno>
 #include <utility>
 
+#include "LineEditor.h"
 #include "Table.h"
 
-FollowPrinter::FollowPrinter(std::string glob, int fd)
-    : m_glob(std::move(glob)), m_fd(fd), m_thread([this] { run(); }) {}
+FollowPrinter::FollowPrinter(std::string glob, int fd, std::function<void()> redraw)
+    : m_glob(std::move(glob)), m_fd(fd), m_redraw(std::move(redraw)), m_thread([this] { run(); }) {}
 
 FollowPrinter::~FollowPrinter() {
     {
@@ -90,8 +91,10 @@ void FollowPrinter::run() {
                 return;
             batch = takeBatch();
         }
-        if (!write(batch))
+        if (!write(m_redraw ? LineEditor::s_eraseLine + batch : batch))
             return;
+        if (m_redraw)
+            m_redraw();
     }
 }
 

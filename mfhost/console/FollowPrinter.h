@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -18,8 +19,9 @@ class FollowPrinter : public StateStore::Listener {
 public:
     static constexpr std::size_t s_capacity = 10000;
 
-    /// Prints what matches the shell pattern, everything for an empty one, to the descriptor.
-    FollowPrinter(std::string glob, int fd);
+    /// Prints what matches the shell pattern, everything for an empty one, to the descriptor. With redraw the
+    /// descriptor is a terminal that may show a prompt: it is erased first, and redraw called behind.
+    FollowPrinter(std::string glob, int fd, std::function<void()> redraw = {});
     /// Writes what is left, for a second at most while nobody reads.
     ~FollowPrinter() override;
     FollowPrinter(const FollowPrinter&) = delete;
@@ -39,6 +41,7 @@ private:
 
     const std::string m_glob;
     const int m_fd;
+    const std::function<void()> m_redraw;
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<std::string> m_lines;

@@ -6,23 +6,39 @@
 
 #include <cstdint>
 
-InputWaiter::InputWaiter(int fd) : m_fd(fd), m_stopFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+InputWaiter::InputWaiter(int fd) : m_fd(fd), m_wakeFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 InputWaiter::~InputWaiter() {
-    ::close(m_stopFd);
+    ::close(m_wakeFd);
 }
 
-bool InputWaiter::wait() {
+InputWaiter::EResult InputWaiter::wait() {
     while (!m_stopped) {
-        pollfd watched[] = {{m_fd, POLLIN, 0}, {m_stopFd, POLLIN, 0}};
-        if (::poll(watched, 2, -1) > 0 && watched[0].revents)
-            return !m_stopped;
+        pollfd watched[] = {{m_fd, POLLIN, 0}, {m_wakeFd, POLLIN, 0}};
+        if (::poll(watched, 2, -1) <= 0)
+            continue;
+        std::uint64_t count = 0;
+        const bool isWoken = watched[1].revents && ::read(m_wakeFd, &count, sizeof count) == sizeof count;
+        if (m_stopped)
+            break;
+        if (watched[0].revents) {
+            // Input goes first; the nudge is kept for the next wait.
+            if (isWoken)
+                nudge();
+            return EResult::Input;
+        }
+        if (isWoken)
+            return EResult::Nudged;
     }
-    return false;
+    return EResult::Stopped;
 }
 
 void InputWaiter::stop() {
     m_stopped = true;
+    nudge();
+}
+
+void InputWaiter::nudge() {
     const std::uint64_t one = 1;
-    static_cast<void>(!::write(m_stopFd, &one, sizeof one));
+    static_cast<void>(!::write(m_wakeFd, &one, sizeof one));
 }

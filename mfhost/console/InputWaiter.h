@@ -3,7 +3,7 @@
 #include <atomic>
 
 /// Waits for input on a descriptor until it is told to stop. Owned by the console; wait() on the console's
-/// thread, stop() on any.
+/// thread, the others on any.
 class InputWaiter {
 public:
     explicit InputWaiter(int fd);
@@ -11,13 +11,17 @@ public:
     InputWaiter(const InputWaiter&) = delete;
     InputWaiter& operator=(const InputWaiter&) = delete;
 
-    /// True when a read will not block: input, its end or an error. False when stopped.
-    bool wait();
+    enum class EResult { Input, Nudged, Stopped };
+
+    /// Input: a read will not block, for there is input, its end or an error.
+    EResult wait();
     void stop();
+    /// Lets one wait() return, now or next time.
+    void nudge();
     bool isStopped() const { return m_stopped; }
 
 private:
     const int m_fd;
-    const int m_stopFd;
+    const int m_wakeFd;
     std::atomic<bool> m_stopped = false;
 };

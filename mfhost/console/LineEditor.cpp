@@ -51,8 +51,14 @@ int LineEditor::readCharacter(EditLine* pEditor, wchar_t* pCharacter) {
     LineEditor& editor = self(pEditor);
     std::mbstate_t state{};
     for (;;) {
-        if (!editor.m_waiter.wait())
+        const InputWaiter::EResult waited = editor.m_waiter.wait();
+        if (waited == InputWaiter::EResult::Stopped)
             return 0;
+        if (waited == InputWaiter::EResult::Nudged) {
+            std::fputs(s_eraseLine, stdout);
+            el_set(pEditor, EL_REFRESH);
+            continue;
+        }
         char byte = 0;
         const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
         if (count < 0 && (errno == EINTR || errno == EAGAIN))

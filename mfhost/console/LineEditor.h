@@ -24,7 +24,11 @@ public:
     LineEditor(const LineEditor&) = delete;
     LineEditor& operator=(const LineEditor&) = delete;
 
-    /// Nothing at the end of input and when the waiter is stopped.
+    /// Goes to the front of the line and empties it.
+    static constexpr const char* s_eraseLine = "\r\x1b[K";
+
+    /// A nudge of the waiter writes prompt and line again. Nothing at the end of input and when the waiter is
+    /// stopped.
     std::optional<std::string> read();
 
 private:

@@ -28,8 +28,11 @@ LineReader::EResult LineReader::read(std::string& line) {
             }
             return line.empty() ? EResult::End : EResult::Line;
         }
-        if (!m_waiter.wait())
+        const InputWaiter::EResult waited = m_waiter.wait();
+        if (waited == InputWaiter::EResult::Stopped)
             return EResult::Stopped;
+        if (waited == InputWaiter::EResult::Nudged)
+            continue;
         char chunk[4096];
         const ssize_t count = ::read(m_fd, chunk, sizeof chunk);
         if (count > 0)

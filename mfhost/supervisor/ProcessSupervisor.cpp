@@ -165,16 +165,17 @@ void ProcessSupervisor::ended(const Watched& process, const std::string& cause, 
         m_environment.receiverGone(process.driverID + s_inQueueSuffix);
 
     const CommandThread::Activity activity = m_environment.activity();
+    bool isShutdown = false;
     bool isExpected = activity.busy && activity.driverID == process.driverID;
     {
         const std::lock_guard lock(m_mutex);
-        isExpected = isExpected || m_shutdownBegan.has_value();
+        isShutdown = m_shutdownBegan.has_value();
     }
-    isExpected = process.terminated || (isExpected && isOrderly);
+    isExpected = process.terminated || ((isExpected || isShutdown) && isOrderly);
     auto& line = hostLog(isExpected ? sal::LogOutput::eInfo : sal::LogOutput::eError);
     line << process.driverID << ": process " << process.pid << " ended" << (isExpected ? "" : " unexpectedly")
          << ": " << cause;
-    if (staleValues && *staleValues > 0)
+    if (!isShutdown && staleValues && *staleValues > 0)
         line << "; " << *staleValues << (*staleValues == 1 ? " value is" : " values are") << " stale";
     line << std::endl;
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -73,6 +74,17 @@ TEST(FollowPrinter, PrintsALineForEachChange) {
         "event SYS.HIGH 7\n"
         "SYS: 2 values stale: exit code 1\n",
         pipe.readAll());
+}
+
+TEST(FollowPrinter, ErasesThePromptOfATerminalAndAsksForItAgain) {
+    Pipe pipe;
+    std::atomic<int> redraws = 0;
+    {
+        FollowPrinter sut("", pipe.writeEnd(), [&] { ++redraws; });
+        sut.valueUnset("SYS.LOAD");
+    }
+    EXPECT_EQ("\r\x1b[KSYS.LOAD unset\n", pipe.readAll());
+    EXPECT_EQ(1, redraws);
 }
 
 TEST(FollowPrinter, PrintsWhatMatchesOnly) {

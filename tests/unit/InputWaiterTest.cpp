@@ -7,6 +7,8 @@
 
 namespace {
 
+using EResult = InputWaiter::EResult;
+
 class InputWaiterTest : public testing::Test {
 protected:
     InputWaiterTest() { EXPECT_EQ(0, ::pipe(m_ends)); }
@@ -23,14 +25,14 @@ protected:
 TEST_F(InputWaiterTest, SaysThatInputIsThere) {
     InputWaiter sut(m_ends[0]);
     ASSERT_EQ(1, ::write(m_ends[1], "x", 1));
-    EXPECT_TRUE(sut.wait());
+    EXPECT_EQ(EResult::Input, sut.wait());
 }
 
 TEST_F(InputWaiterTest, SaysThatInputHasEnded) {
     InputWaiter sut(m_ends[0]);
     ::close(m_ends[1]);
     m_ends[1] = -1;
-    EXPECT_TRUE(sut.wait());
+    EXPECT_EQ(EResult::Input, sut.wait());
 }
 
 TEST_F(InputWaiterTest, StopReleasesTheWait) {
@@ -38,7 +40,7 @@ TEST_F(InputWaiterTest, StopReleasesTheWait) {
     auto waited = std::async(std::launch::async, [&] { return sut.wait(); });
     EXPECT_EQ(std::future_status::timeout, waited.wait_for(std::chrono::milliseconds(50)));
     sut.stop();
-    EXPECT_FALSE(waited.get());
+    EXPECT_EQ(EResult::Stopped, waited.get());
     EXPECT_TRUE(sut.isStopped());
 }
 
@@ -46,5 +48,26 @@ TEST_F(InputWaiterTest, WaitsForNothingOnceStopped) {
     InputWaiter sut(m_ends[0]);
     ASSERT_EQ(1, ::write(m_ends[1], "x", 1));
     sut.stop();
-    EXPECT_FALSE(sut.wait());
+    EXPECT_EQ(EResult::Stopped, sut.wait());
+}
+
+TEST_F(InputWaiterTest, NudgeReleasesOneWait) {
+    InputWaiter sut(m_ends[0]);
+    sut.nudge();
+    sut.nudge();
+    EXPECT_EQ(EResult::Nudged, sut.wait());
+    auto waited = std::async(std::launch::async, [&] { return sut.wait(); });
+    EXPECT_EQ(std::future_status::timeout, waited.wait_for(std::chrono::milliseconds(50)));
+    sut.stop();
+    EXPECT_EQ(EResult::Stopped, waited.get());
+}
+
+TEST_F(InputWaiterTest, NudgeIsKeptBehindInput) {
+    InputWaiter sut(m_ends[0]);
+    sut.nudge();
+    ASSERT_EQ(1, ::write(m_ends[1], "x", 1));
+    EXPECT_EQ(EResult::Input, sut.wait());
+    char byte = 0;
+    ASSERT_EQ(1, ::read(m_ends[0], &byte, 1));
+    EXPECT_EQ(EResult::Nudged, sut.wait());
 }

@@ -45,6 +45,16 @@ std::map<std::string, std::string> addresses() {
     return found;
 }
 
+bool isRunning(const std::string& adapter) {
+    ifaddrs* pFirst = nullptr;
+    ::getifaddrs(&pFirst);
+    bool isFound = false;
+    for (const ifaddrs* p = pFirst; p; p = p->ifa_next)
+        isFound = isFound || (adapter == p->ifa_name && (p->ifa_flags & IFF_RUNNING));
+    ::freeifaddrs(pFirst);
+    return isFound;
+}
+
 }  // namespace
 
 TEST(SandboxNetwork, BringsUpLoAndAnEth0WithTheAddress) {
@@ -62,13 +72,10 @@ TEST(SandboxNetwork, Eth0HasACarrier) {
     const int code = inNetworkNamespace([] {
         if (SandboxNetwork::setUp("192.0.2.10/24"))
             return false;
-        ifaddrs* pFirst = nullptr;
-        ::getifaddrs(&pFirst);
-        bool isRunning = false;
-        for (const ifaddrs* p = pFirst; p; p = p->ifa_next)
-            isRunning = isRunning || (std::string(p->ifa_name) == "eth0" && (p->ifa_flags & IFF_RUNNING));
-        ::freeifaddrs(pFirst);
-        return isRunning;
+        // The kernel reports it a moment after the other end is up.
+        for (int i = 0; i < 1000 && !isRunning("eth0"); ++i)
+            ::usleep(5000);
+        return isRunning("eth0");
     });
     if (code == 77)
         GTEST_SKIP() << "needs a network namespace";
