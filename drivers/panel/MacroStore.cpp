@@ -190,33 +190,26 @@ std::string MacroStore::pathOf(const std::string& fileName) const {
 }
 
 std::optional<std::map<std::string, MacroStore::Steps>> MacroStore::readAll() const {
+    std::map<std::string, Steps> macros;
     std::error_code error;
-    std::vector<std::string> fileNames;
     std::filesystem::directory_iterator entry(m_directory, error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        std::string fileName = entry->path().filename().string();
-        // A leading dot is a file whose writing was cut short.
-        if (fileName.ends_with(s_extension) && !fileName.starts_with('.'))
-            fileNames.push_back(std::move(fileName));
-    }
-    if (error) {
-        m_report("cannot read the macro directory \"" + m_directory + "\": " + error.message());
-        return std::nullopt;
-    }
-    std::sort(fileNames.begin(), fileNames.end());
-
-    std::map<std::string, Steps> macros;
-    for (const std::string& fileName : fileNames) {
+        const std::string fileName = entry->path().filename().string();
+        if (!fileName.ends_with(s_extension))
+            continue;
         const std::optional<std::string> name = nameOf(fileName);
         if (!name) {
             m_report(
                 pathOf(fileName) +
                 ": left out, no macro name; letters, digits, \"-\", \"_\" and \".\" stand for themselves, "
                 "every other byte is %XX");
-            continue;
-        }
-        if (std::optional<Steps> steps = readFile(pathOf(fileName)))
+        } else if (std::optional<Steps> steps = readFile(pathOf(fileName))) {
             macros.emplace(*name, std::move(*steps));
+        }
+    }
+    if (error) {
+        m_report("cannot read the macro directory \"" + m_directory + "\": " + error.message());
+        return std::nullopt;
     }
     return macros;
 }

@@ -76,10 +76,11 @@ protected:
         return pSender && pSender->sendFID(fid, parameters);
     }
 
-    /// Writes one line to the log, the driver ID before it. Any thread, once the configuration is there.
+    /// Writes one line to the log output named after the driver ID, so that the line tells whose it is. Any
+    /// thread, once the configuration is there.
     void log(sal::LogOutput::ELevel level, const std::string& text) const {
-        if (sal::LogOutput* pLog = sal::LogManager::getInstance()->getLogOutput("MFD"))
-            pLog->level(level) << m_configuration.driverID << ": " << text << std::endl;
+        if (sal::LogOutput* pLog = sal::LogManager::getInstance()->getLogOutput(m_configuration.driverID))
+            pLog->level(level) << text << std::endl;
     }
 
 private:

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <future>
 #include <memory>
-#include <optional>
 
 using mfd::CallGate;
 
@@ -38,7 +37,7 @@ TEST(CallGate, LetsTheSameThreadInTwice) {
 TEST(CallGate, CloseWaitsForThoseInside) {
     CallGate sut;
     sut.open();
-    std::optional<CallGate::Pass> inside(sut.enter());
+    auto inside = std::make_unique<CallGate::Pass>(sut.enter());
     std::atomic<bool> left{false};
 
     auto closing = std::async(std::launch::async, [&] {
@@ -64,8 +63,8 @@ TEST(CallGate, CloseReturnsAtOnceWhenNobodyIsInside) {
 TEST(CallGate, MovedPassLeavesOnce) {
     CallGate sut;
     sut.open();
-    std::optional<CallGate::Pass> first(sut.enter());
-    std::optional<CallGate::Pass> second(std::move(*first));
+    auto first = std::make_unique<CallGate::Pass>(sut.enter());
+    auto second = std::make_unique<CallGate::Pass>(std::move(*first));
     auto third = std::make_unique<CallGate::Pass>(sut.enter());
     first.reset();
     second.reset();

@@ -22,6 +22,7 @@ class MacroHost final : public IMacroHost {
 public:
     CallLog calls;
     std::function<void(const std::string& fid)> onSend;
+    std::function<void()> onLog;
     bool sendResult = true;
 
     bool sendMacroFid(const std::string& fid, const FIDParameterList& parameters) override {
@@ -44,6 +45,8 @@ public:
     }
     void macroLog(sal::LogOutput::ELevel level, const std::string& text) override {
         calls.add("log " + std::to_string(level) + " " + text);
+        if (onLog)
+            onLog();
     }
 };
 
@@ -310,6 +313,15 @@ TEST_F(MacroSystemTest, TellsHowManyFidsCouldNotBeSent) {
     EXPECT_TRUE(host.calls.waitFor("log 2 macro \"m\" played, but 2 FIDs could not be sent"));
 }
 
+TEST_F(MacroSystemTest, CountsTheUnsentFidsOfEachPlaybackAnew) {
+    record("m", {"A.B"});
+    host.sendResult = false;
+    ASSERT_TRUE(sut.play("m"));
+    ASSERT_TRUE(host.calls.waitFor("event MACRO.PLAYED m"));
+    ASSERT_TRUE(sut.play("m"));
+    EXPECT_TRUE(host.calls.waitFor("log 2 macro \"m\" played, but 1 FIDs could not be sent", 2));
+}
+
 TEST_F(MacroSystemTest, RefusesToStopWhatIsNotPlayed) {
     EXPECT_FALSE(sut.stopPlaying());
 }
@@ -405,6 +417,22 @@ TEST_F(MacroSystemTest, FailedSaveLeavesTheMacroUnsaved) {
     EXPECT_FALSE(sut.state().unsaved);
 }
 
+TEST_F(MacroSystemTest, RecordedAgainDuringASaveStaysUnsaved) {
+    record("early", {"A.OLD"});
+    record("late", {});
+    // The save of "late" fails and so logs, after "early" was written.
+    std::filesystem::create_directory(directory.path(".late.macro.tmp"));
+    bool recording = false;
+    host.onLog = [&] {
+        if (!std::exchange(recording, true))
+            record("early", {"A.NEW"});
+    };
+    EXPECT_FALSE(sut.save());
+    std::filesystem::remove(directory.path(".late.macro.tmp"));
+    EXPECT_TRUE(sut.save());
+    EXPECT_EQ(directory.read("early.macro"), "macro 1\n0 A.NEW\nend\n");
+}
+
 TEST_F(MacroSystemTest, FailedLoadKeepsWhatIsThere) {
     record("m", {});
     std::filesystem::remove_all(directory.path());
@@ -440,6 +468,13 @@ TEST_F(MacroSystemTest, StartsAgainWithWhatItSaved) {
     EXPECT_THAT(sut.macroNames(), ElementsAre("m"));
     ASSERT_TRUE(sut.play("m"));
     EXPECT_TRUE(host.calls.waitFor("send A.B"));
+}
+
+TEST_F(MacroSystemTest, ShowsItsStateAgainWhenStartedAgain) {
+    ASSERT_TRUE(host.calls.waitFor("idle \"\" 0 macros"));
+    sut.stop();
+    ASSERT_TRUE(sut.start("PANEL", directory.path()));
+    EXPECT_TRUE(host.calls.waitFor("idle \"\" 0 macros", 2));
 }
 
 TEST_F(MacroSystemTest, ShowsItsStateOnceStarted) {

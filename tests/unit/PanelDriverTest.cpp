@@ -176,16 +176,23 @@ TEST_F(PanelDriverTest, ClearedAlarmIsNoLongerKnown) {
     EXPECT_EQ(host.calls.lines().back(), "ALARM unset");
 }
 
+TEST_F(PanelDriverTest, NamesThatFillAValueAreAllShown) {
+    const std::string three =
+        std::string(80, 'a') + ", " + std::string(80, 'b') + ", " + std::string(80, 'c');
+    for (const char letter : {'a', 'b', 'c'})
+        record(std::string(80, letter), {});
+    record(std::string(9, 'd'), {});
+    EXPECT_TRUE(host.calls.waitFor("MACRO.NAMES string " + three + ", ddddddddd"));
+}
+
 TEST_F(PanelDriverTest, NamesThatDoNotFitAreLeftOutWhole) {
-    record(std::string(80, 'a'), {});
-    record(std::string(80, 'b'), {});
-    record(std::string(80, 'c'), {});
-    EXPECT_TRUE(host.calls.waitFor("MACRO.NAMES string " + std::string(80, 'a') + ", " +
-                                   std::string(80, 'b') + ", " + std::string(80, 'c')));
-    record("d", {});
-    record(std::string(80, 'e'), {});
-    EXPECT_TRUE(host.calls.waitFor("MACRO.NAMES string " + std::string(80, 'a') + ", " +
-                                   std::string(80, 'b') + ", " + std::string(80, 'c') + ", d, ..."));
+    const std::string three =
+        std::string(80, 'a') + ", " + std::string(80, 'b') + ", " + std::string(80, 'c');
+    for (const char letter : {'a', 'b', 'c'})
+        record(std::string(80, letter), {});
+    record(std::string(9, 'd'), {});
+    record("e", {});
+    EXPECT_TRUE(host.calls.waitFor("MACRO.NAMES string " + three + ", ..."));
 }
 
 TEST_F(PanelDriverTest, ShowStatePrintsOneLine) {
