@@ -267,12 +267,12 @@ std::string AttachedQueue::whyNoReceiver() const {
         return {};
     }
     const std::uint32_t generation = header().receiverGeneration.load(std::memory_order_acquire);
-    if (m_goneGeneration.load(std::memory_order_acquire) == generation) {
-        return "the process that was to read it has ended";
-    }
     if (generation != 0) {
         return "its reader (process " + std::to_string(header().receiverPid.load(std::memory_order_relaxed)) +
                ") has ended";
+    }
+    if (m_isReceiverGone.load(std::memory_order_relaxed)) {
+        return "the process that was to read it has ended";
     }
     if (!m_isCreator && !m_pFile->creatorLives()) {
         return "the process that made it has ended";
@@ -281,12 +281,8 @@ std::string AttachedQueue::whyNoReceiver() const {
 }
 
 void AttachedQueue::receiverGone() {
-    // The news may be older than the queue: a new reader can have come since.
-    if (m_isReceiver || m_pFile->receiverLives()) {
-        return;
-    }
-    m_goneGeneration.store(header().receiverGeneration.load(std::memory_order_acquire),
-                           std::memory_order_release);
+    // Counts only until a first one attaches; from then on the lock tells.
+    m_isReceiverGone.store(true, std::memory_order_relaxed);
     header().spaceEvent.wakeAll();
 }
 

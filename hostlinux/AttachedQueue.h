@@ -83,8 +83,7 @@ private:
     QueueRing m_ring;
     SenderLock m_senderLock;
     std::atomic<bool> m_isBroken{false};
-    std::atomic<std::int64_t> m_goneGeneration{
-        -1};  ///< the receivers so far when the last was said to be gone
+    std::atomic<bool> m_isReceiverGone{false};  ///< whoever was to receive has ended before it attached
 
     mutable std::mutex m_waitsMutex;
     std::vector<std::chrono::steady_clock::time_point> m_waits;  ///< since when, for each sender that waits

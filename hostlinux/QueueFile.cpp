@@ -192,10 +192,8 @@ QueueFile::Result QueueFile::removeStale(const std::string& queue, std::string& 
             error = directory->path() + "/" + *name + " is no queue of ours; remove it";
             return Result::eFailed;
         }
-        if (setLock(file.get(), F_WRLCK, g_attachedByte)) {
-            if (!namesFile(directory->descriptor(), *name, file.get())) {
-                continue;
-            }
+        if (setLock(file.get(), F_WRLCK, g_attachedByte) &&
+            namesFile(directory->descriptor(), *name, file.get())) {
             if (::unlinkat(directory->descriptor(), name->c_str(), 0) == 0) {
                 return Result::eDone;
             }

@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <random>
@@ -278,6 +279,10 @@ TEST_F(MessageQueue, CountsOnAfterItsCountersHaveWrapped) {
             ASSERT_EQ(message->number, number - 200);
         }
     }
+    for (int i = 0; i < 200; ++i) {
+        ASSERT_NE(receiveText(sut), "nothing");
+    }
+    EXPECT_EQ(logOf([&] { EXPECT_EQ(receiveText(sut), "nothing"); }), "");
 }
 
 TEST_F(MessageQueue, KeepsTheOrderOfEachSendingThread) {
@@ -527,8 +532,58 @@ TEST_F(MessageQueue, NoNameIsLeftWhenTheLastTwoCloseTogether) {
     }
 }
 
+TEST_F(MessageQueue, NoNameIsLeftWhenManyCloseTogether) {
+    for (int i = 0; i < 300; ++i) {
+        std::array<sal::MessageQueue, 4> suts;
+        std::atomic<bool> go{false};
+        ASSERT_TRUE(suts[0].create("Q", 4, 1024, 0));
+        std::vector<std::thread> closers;
+        for (sal::MessageQueue& sut : suts) {
+            ASSERT_TRUE(&sut == &suts[0] || sut.open("Q"));
+        }
+        for (sal::MessageQueue& sut : suts) {
+            closers.emplace_back([&] {
+                while (!go) {
+                }
+                sut.close();
+            });
+        }
+        go = true;
+        for (std::thread& closer : closers) {
+            closer.join();
+        }
+        ASSERT_EQ(files(), std::vector<std::string>{});
+    }
+}
+
+TEST_F(MessageQueue, ANameNeverHasTwoLiveCreators) {
+    std::atomic<int> live{0};
+    std::atomic<int> most{0};
+    std::atomic<int> made{0};
+    std::vector<std::thread> creators;
+    for (int i = 0; i < 4; ++i) {
+        creators.emplace_back([&] {
+            for (int lap = 0; lap < 300; ++lap) {
+                sal::MessageQueue sut;
+                if (sut.create("Q", 4, 1024, 0)) {
+                    ++made;
+                    const int now = ++live;
+                    for (int seen = most; seen < now && !most.compare_exchange_weak(seen, now);) {
+                    }
+                    --live;
+                }
+            }
+        });
+    }
+    for (std::thread& creator : creators) {
+        creator.join();
+    }
+    EXPECT_EQ(most, 1);
+    EXPECT_GT(made, 10);
+}
+
 TEST_F(MessageQueue, OneOfTwoThatCreateTogetherGetsTheName) {
-    for (int i = 0; i < 50; ++i) {
+    for (int i = 0; i < 20; ++i) {
         sal::MessageQueue sut;
         sal::MessageQueue other;
         bool second = false;
@@ -648,6 +703,24 @@ TEST_F(MessageQueue, AForkedChildDoesNotKeepTheNameInUse) {
     EXPECT_TRUE(sut.create("Q", 4, 1024, 0));
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
+}
+
+TEST_F(MessageQueue, AForkedChildDoesNotKeepTheMemory) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    const auto isMapped = [this] {
+        std::ifstream maps("/proc/self/maps");
+        const std::string text((std::istreambuf_iterator<char>(maps)), std::istreambuf_iterator<char>());
+        return text.find(m_directory) != std::string::npos;
+    };
+    ASSERT_TRUE(isMapped());
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(isMapped() ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(MessageQueue, IsOfNoUseToAForkedChild) {
@@ -1262,6 +1335,7 @@ TEST_F(MessageQueue, AScribbledLengthIsNoAccessOutside) {
     for (const std::uint32_t length : {1025U, 0x7fffffffU, 0xfffffff0U, 0xffffffffU}) {
         sal::MessageQueue sut;
         ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+        ASSERT_TRUE(sendText(sut, "the first, since a sum that overflows needs one before"));
         ASSERT_TRUE(sendText(sut, "a message of which the first eight bytes are found by their text"));
         const auto geometry = std::filesystem::file_size(file("Q"));
         std::vector<char> content(geometry);
@@ -1273,12 +1347,13 @@ TEST_F(MessageQueue, AScribbledLengthIsNoAccessOutside) {
         const auto found = std::search(content.begin(), content.end(), text.begin(), text.end());
         ASSERT_NE(found, content.end());
         scribble("Q", static_cast<std::size_t>(found - content.begin()) - 8, &length, sizeof(length));
+        EXPECT_EQ(receiveText(sut, -1).substr(0, 9), "the first");
         EXPECT_EQ(receiveText(sut, -1), "nothing") << length;
     }
 }
 
 TEST_F(MessageQueue, NoScribbledWordIsACrashOrAHang) {
-    const std::array<std::uint64_t, 5> patterns{0, ~std::uint64_t{0}, 0x0101010101010101, 0x00000001'00000000,
+    const std::array<std::uint64_t, 5> patterns{0, ~std::uint64_t{0}, 0x0101010101010101, 0xffffffff'00000000,
                                                 0x8000000080000000};
     std::mt19937_64 random(5);
     for (std::size_t offset = 0; offset < 4096 + 256; offset += offset == 512 ? 4096 - 512 : 8) {
@@ -1295,7 +1370,9 @@ TEST_F(MessageQueue, NoScribbledWordIsACrashOrAHang) {
             scribble("Q", offset, &word, sizeof(word));
             logOf([&] {
                 for (int attempt = 0; attempt < 110; ++attempt) {
-                    sendNumber(sut, 1, 0, 1);
+                    if (attempt > 0 || i % 2 == 0) {
+                        sendNumber(sut, 1, 0, 1);
+                    }
                     if (receiveText(receiver, 0) == "nothing") {
                         break;
                     }
@@ -1324,6 +1401,13 @@ TEST_F(MessageQueue, ATruncatedFileIsNoCrash) {
         });
         EXPECT_NE(log.find("its file has been cut short"), std::string::npos) << size << ": " << log;
     }
+}
+
+TEST_F(MessageQueue, AMessageThatATruncatedFileLosesIsNotReportedAsSent) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 400, 1024, 0));
+    ASSERT_EQ(::truncate(file("Q").c_str(), 0), 0);
+    EXPECT_FALSE(sendText(sut, "x"));
 }
 
 TEST_F(MessageQueue, ATruncatedFileEndsAReceiveThatWaits) {
@@ -1442,6 +1526,16 @@ TEST_F(MessageQueue, LackOfMemoryIsAFailedSend) {
                    {"unshare", "-Urm", "sh", "-c",
                     "mount -t tmpfs -o size=512k,mode=0700 none $MFD_QUEUE_DIR && exec \"$@\"", "sh"});
     EXPECT_EQ(peer.line(), "filled and emptied");
+}
+
+TEST_F(MessageQueue, LackOfMemoryThatWasGivenBackIsAFailedSend) {
+    if (std::system("unshare -Urm true 2>/dev/null") != 0) {
+        GTEST_SKIP() << "no namespaces allowed here";
+    }
+    QueuePeer peer({"refill", "Q"},
+                   {"unshare", "-Urm", "sh", "-c",
+                    "mount -t tmpfs -o size=2m,mode=0700 none $MFD_QUEUE_DIR && exec \"$@\"", "sh"});
+    EXPECT_EQ(peer.line(), "refilled and emptied");
 }
 
 TEST_F(MessageQueue, LackOfMemoryIsAFailedCreate) {

@@ -1,7 +1,9 @@
 // The other end of a queue, in a process of its own that a test may stop or kill at any instant. It tells
 // what it does in lines on standard output and ends with the process that started it.
 
+#include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -115,12 +117,9 @@ int waitForCreatorEnd(const std::string& name) {
     return queue.waitForCreatorEnd() ? (say("ended"), 0) : fail("not watched");
 }
 
-/// Fills a queue in a directory that is too small for it and empties it again.
-int fill(const std::string& name) {
-    sal::MessageQueue queue;
-    if (!queue.create(name, 16384, 1024, 0)) {
-        return fail("not created");
-    }
+/// Fills a queue until it takes no more and empties it again: how many messages, or -1 when one was not
+/// whole.
+int fillAndEmpty(sal::MessageQueue& queue) {
     std::uint32_t sent = 0;
     for (;; ++sent) {
         const auto bytes = NumberedMessage{1, sent}.bytes();
@@ -128,22 +127,60 @@ int fill(const std::string& name) {
             break;
         }
     }
-    if (sent == 0 || sent >= 16384) {
-        return fail("sent " + std::to_string(sent));
-    }
     unsigned char buffer[NumberedMessage::s_maxSize];
     for (std::uint32_t number = 0; number < sent; ++number) {
         const int length = queue.receive(buffer, sizeof(buffer), 0);
         const auto message = NumberedMessage::read(buffer, length);
         if (!message || message->number != number) {
-            return fail("torn");
+            return -1;
         }
+    }
+    return static_cast<int>(sent);
+}
+
+/// In a directory that is too small for a full queue.
+int fill(const std::string& name) {
+    sal::MessageQueue queue;
+    if (!queue.create(name, 16384, 1024, 0)) {
+        return fail("not created");
+    }
+    const int sent = fillAndEmpty(queue);
+    if (sent <= 0 || sent >= 16384) {
+        return fail("sent " + std::to_string(sent));
     }
     const auto bytes = NumberedMessage{1, 0}.bytes();
     if (!queue.send(bytes.data(), static_cast<int>(bytes.size()), 0)) {
         return fail("stays full");
     }
     say("filled and emptied");
+    return 0;
+}
+
+/// As fill(); then waits until the queue has given its memory back, takes that away and fills the queue
+/// again.
+int refill(const std::string& name) {
+    sal::MessageQueue queue;
+    if (!queue.create(name, 16384, 1024, 0)) {
+        return fail("not created");
+    }
+    const int before = fillAndEmpty(queue);
+    const std::string directory = std::getenv("MFD_QUEUE_DIR");
+    struct stat info {};
+    for (int i = 0; i < 100; ++i) {
+        unsigned char byte = 0;
+        queue.receive(&byte, 1, 100);
+        if (::stat((directory + "/" + name).c_str(), &info) == 0 && info.st_blocks * 512 <= 200 * 1024) {
+            break;
+        }
+    }
+    const int ballast = ::open((directory + "/ballast").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+    while (::fallocate(ballast, 0, ::lseek(ballast, 0, SEEK_END), 4096) == 0) {
+    }
+    const int after = fillAndEmpty(queue);
+    if (before <= 0 || after <= 0 || after >= before / 2) {
+        return fail("sent " + std::to_string(before) + " and " + std::to_string(after));
+    }
+    say("refilled and emptied");
     return 0;
 }
 
@@ -180,6 +217,9 @@ int main(int argc, char** argv) {
     }
     if (command == "fill") {
         return fill(name);
+    }
+    if (command == "refill") {
+        return refill(name);
     }
     return fail("unknown command " + command);
 }
