@@ -1,7 +1,5 @@
 #include "sal/CmdProcessor.h"
 
-#include <cxxabi.h>
-
 #include <algorithm>
 #include <exception>
 #include <map>
@@ -114,11 +112,11 @@ bool CmdProcessor::Impl::call(CmdRegister& record, CmdParameters& parameters, st
         const bool result = record.call(parameters);
         threw = false;
         return result;
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (const std::exception& e) {
         reason = exceptionText(e);
     } catch (...) {
+        if (isThreadEnding())
+            throw;
         reason = currentExceptionText();
     }
     reply << record.name() << " failed: " << printable(reason) << std::endl;

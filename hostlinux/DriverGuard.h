@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cxxabi.h>
-
 #include <exception>
 #include <mutex>
 #include <string>
@@ -28,11 +26,11 @@ public:
     Result run(const char* operation, const std::string& argument, Result fallback, const Call& call) const {
         try {
             return call();
-        } catch (abi::__forced_unwind&) {
-            throw;
         } catch (const std::exception& e) {
             report(operation, argument, exceptionText(e));
         } catch (...) {
+            if (isThreadEnding())
+                throw;
             report(operation, argument, currentExceptionText());
         }
         return fallback;

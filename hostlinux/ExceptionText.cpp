@@ -25,4 +25,9 @@ std::string currentExceptionText() {
     return "an exception of type " + (pType ? demangled(pType->name()) : std::string("unknown"));
 }
 
+bool isThreadEnding() {
+    // That is no C++ exception and has no type.
+    return !abi::__cxa_current_exception_type();
+}
+
 }  // namespace sal

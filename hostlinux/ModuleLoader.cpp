@@ -1,7 +1,5 @@
 #include "sal/ModuleLoader.h"
 
-#include <cxxabi.h>
-
 #include <exception>
 #include <memory>
 #include <utility>
@@ -36,11 +34,11 @@ std::unique_ptr<IInterface> makeDriver(const DynamicLibrary& library, std::strin
     error = "its factory made no driver";
     try {
         return std::unique_ptr<IInterface>(factory());
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (const std::exception& e) {
         error = "its driver cannot be made: " + exceptionText(e);
     } catch (...) {
+        if (isThreadEnding())
+            throw;
         error = "its driver cannot be made: " + currentExceptionText();
     }
     return nullptr;

@@ -27,6 +27,14 @@ TEST(ExceptionText, NamesTheTypeOfAnythingThrown) {
     }
 }
 
+TEST(ExceptionText, OrdinaryExceptionIsNotTheEndOfTheThread) {
+    try {
+        throw 17;
+    } catch (...) {
+        EXPECT_FALSE(sal::isThreadEnding());
+    }
+}
+
 TEST(ExceptionText, SymbolThatIsNoneStays) {
     EXPECT_EQ(sal::demangled("main"), "main");
     EXPECT_EQ(sal::demangled("_ZN4Axis4moveEv"), "Axis::move()");
