@@ -41,6 +41,19 @@ struct Proxy {
     void start() {
         fakehost::printedBy([&] { EXPECT_TRUE(sut.init()); });
     }
+    /// Starts the proxy and returns once its thread waits for messages.
+    void startIdle() {
+        host.queues().noteReceives(true);
+        start();
+        EXPECT_TRUE(host.journal().waitFor("queue receive A_OUTQ 1000"));
+    }
+    /// Whether the thread body returns by itself when it is called while the proxy is running.
+    bool bodyEnds() {
+        auto body = std::async(std::launch::async, [this] { sut.run(); });
+        const bool ended = body.wait_for(std::chrono::seconds(3)) == std::future_status::ready;
+        sut.deinitialize();
+        return ended;
+    }
     void push(const std::string& message) { host.queues().push("A_OUTQ", message); }
     /// Waits until everything pushed so far has been delivered, and gives what was delivered.
     Calls delivered() {
@@ -482,12 +495,38 @@ TEST(MDMDriverIPCI, FidWithoutADistributorIsDropped) {
     EXPECT_EQ(s.delivered(), Calls{});
 }
 
+TEST(MDMDriverIPCI, FidWithoutADistributorStillDeliversTheUpdatesBeforeIt) {
+    Proxy s;
+    s.start();
+    s.sut.setDistributorFIDInterface(nullptr);
+    s.push("SETVAI\x01x" + bytes(1));
+    s.push(
+        "DSPFID\x03"
+        "B.x\x00"s);
+    s.push("SETVAI\x01x" + bytes(2));
+    EXPECT_EQ(s.delivered(), (Calls{"panel setStateValueInt x 1", "panel setStateValueInt x 2"}));
+}
+
 // The look-ahead queue.
 
 TEST(MDMDriverIPCI, NewestOfSeveralUpdatesOfABurstIsDelivered) {
     Proxy s;
     EXPECT_EQ(s.deliveredFrom({"SETVAI\x01x" + bytes(1), "SETVAI\x01x" + bytes(2), "SETVAI\x01x" + bytes(3)}),
               Calls{"panel setStateValueInt x 3"});
+}
+
+TEST(MDMDriverIPCI, UpdatesOfEachKindAreMerged) {
+    Proxy s;
+    EXPECT_EQ(s.deliveredFrom({"SETVAF\x01x" + bytes(1.5F), "SETVAF\x01x" + bytes(2.5F), "SETVAB\x01y\x00"s,
+                               "SETVAB\x01y\x01"s, "UNSVAL\x01z"s, "UNSVAL\x01z"s}),
+              (Calls{"panel setStateValueFloat x 2.5", "panel setStateValueBool y true",
+                     "panel unsetStateValue z"}));
+}
+
+TEST(MDMDriverIPCI, UnknownCodeDoesNotEndABurst) {
+    Proxy s;
+    EXPECT_EQ(s.deliveredFrom({"SETVAI\x01x" + bytes(1), "NONSENSE", "SETVAI\x01x" + bytes(2)}),
+              Calls{"panel setStateValueInt x 2"});
 }
 
 TEST(MDMDriverIPCI, UpdatesOfDifferentKindsAreBothDeliveredInOrder) {
@@ -606,6 +645,18 @@ TEST(MDMDriverIPCI, PendingUpdatesAreDeliveredBeforeThe301stMessageOfABurst) {
     EXPECT_EQ(calls[602], "panel setStateValueInt n300 300");
 }
 
+TEST(MDMDriverIPCI, PendingUpdatesAreDeliveredBeforeTheOneThatWouldHaveReplacedOneOfThem) {
+    Proxy s;
+    for (int index = 0; index < 300; ++index)
+        s.push("SETVAI" + text("n" + std::to_string(index)) + bytes(index));
+    s.push("SETVAI" + text("n0") + bytes(7));
+    s.start();
+    EXPECT_TRUE(s.host.journal().waitFor("panel setStateValueInt n0 7"));
+    const Calls calls = s.host.journal().linesOf({"panel"});
+    EXPECT_EQ(calls.size(), 301u);
+    EXPECT_EQ(calls.front(), "panel setStateValueInt n0 0");
+}
+
 TEST(MDMDriverIPCI, ThreeHundredUpdatesOfABurstAreDeliveredAtItsEnd) {
     Proxy s;
     for (int index = 0; index < 300; ++index)
@@ -663,6 +714,18 @@ TEST(MDMDriverIPCI, FlushDeliversEachKindOfCommandByItsNumber) {
     s.sut.flushLAQueue();
     EXPECT_EQ(s.host.journal().lines(), (Calls{"panel setStateValueInt i 7", "panel setStateValueFloat f 2.5",
                                                "panel setStateValueBool b true", "panel triggerEvent e v"}));
+}
+
+TEST(MDMDriverIPCI, PendingCallHoldsItsFieldsInOrder) {
+    const MDMDriverIPCI::QueueCmd sut;
+    const auto at = [&sut](const void* pField) {
+        return static_cast<const char*>(pField) - reinterpret_cast<const char*>(&sut);
+    };
+    EXPECT_EQ(at(&sut.name), 0);
+    EXPECT_LT(at(&sut.name), at(&sut.cmdType));
+    EXPECT_LT(at(&sut.cmdType), at(&sut.strValue));
+    EXPECT_LT(at(&sut.strValue), at(&sut.numValue));
+    EXPECT_EQ(sizeof sut.numValue, 4u);
 }
 
 TEST(MDMDriverIPCI, FlushSkipsUnknownKinds) {
@@ -786,6 +849,19 @@ TEST(MDMDriverIPCI, InitWithoutASystemEndsTheProgram) {
         "assertion failed: m_pISystem\n");
 }
 
+TEST(MDMDriverIPCI, InitAsksForTheSystemBeforeTheDriverID) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            Proxy s;
+            MDMDriverIPCI sut("/mods/libA.so", "");
+            sut.setPanelStateInterface(&s.panel);
+            sut.setDistributorFIDInterface(&s.distributor);
+            sut.init();
+        },
+        "assertion failed: m_pISystem\n");
+}
+
 TEST(MDMDriverIPCI, InitWithAnEmptyDriverIDEndsTheProgram) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
@@ -813,6 +889,20 @@ TEST(MDMDriverIPCI, ThreadBodyEndsAtOnceBeforeInit) {
     s.host.queues().noteReceives(true);
     s.sut.run();
     EXPECT_EQ(s.host.journal().lines(), Calls{});
+}
+
+TEST(MDMDriverIPCI, ThreadBodyEndsAtOnceWithoutAPanelState) {
+    Proxy s;
+    s.startIdle();
+    s.sut.setPanelStateInterface(nullptr);
+    EXPECT_TRUE(s.bodyEnds());
+}
+
+TEST(MDMDriverIPCI, ThreadBodyEndsAtOnceWithoutASystem) {
+    Proxy s;
+    s.startIdle();
+    s.sut.setSystemInterface(nullptr);
+    EXPECT_TRUE(s.bodyEnds());
 }
 
 // End.

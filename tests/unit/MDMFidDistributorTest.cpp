@@ -9,6 +9,7 @@
 
 #include "FIDParameterList.h"
 #include "FakeHost.h"
+#include "FlushedOutput.h"
 #include "RecordingFunctionID.h"
 #include "RecordingMacroSystem.h"
 #include "RecordingPanelState.h"
@@ -127,6 +128,40 @@ TEST(MDMFidDistributor, MacroSystemThatWasTakenOutIsToldNothing) {
     EXPECT_EQ(s.host.journal().linesOf({"macro"}), Calls{});
 }
 
+TEST(MDMFidDistributor, MacroSystemIsLeftBeforeItIsTakenOut) {
+    struct Waiting : RecordingMacroSystem {
+        void fidDispatched(const std::string&, const FIDParameterList&) override {
+            entered.set_value();
+            leave.get_future().wait();
+            fakehost::Journal::instance().note("macro left");
+        }
+        std::promise<void> entered;
+        std::promise<void> leave;
+    };
+    Hub s;
+    Waiting macros;
+    s.sut.setMacroSystem(&macros);
+    auto dispatching = std::async(std::launch::async, [&] { s.sut.dispatchFID("A.x", FIDParameterList()); });
+    macros.entered.get_future().wait();
+    auto taking = std::async(std::launch::async, [&] {
+        s.sut.setMacroSystem(nullptr);
+        s.host.journal().note("taken out");
+    });
+    EXPECT_EQ(taking.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    macros.leave.set_value();
+    taking.wait();
+    dispatching.wait();
+    EXPECT_EQ(s.host.journal().linesOf({"macro", "taken"}), (Calls{"macro left", "taken out"}));
+}
+
+TEST(MDMFidDistributor, DotAloneNamesTheEmptyDriverIDAndTheEmptyFunction) {
+    Hub s;
+    RecordingFunctionID driver("driver");
+    s.sut.addDriverPort("", &driver);
+    s.sut.dispatchFID(".", FIDParameterList());
+    EXPECT_EQ(s.calls(), (Calls{"log MDM 5: MDM: . ( ) received.", "driver sendFID  {}"}));
+}
+
 TEST(MDMFidDistributor, LeadingDotNamesTheEmptyDriverID) {
     Hub s;
     s.sut.dispatchFID(".x", FIDParameterList());
@@ -222,6 +257,24 @@ TEST(MDMFidDistributor, SubscriptionWithoutADotDoesNothing) {
     s.sut.addDriverPort("A", &driver);
     s.sut.subscribe("A");
     EXPECT_EQ(s.calls(), Calls{});
+}
+
+TEST(MDMFidDistributor, SubscriptionHandsTheDriversResultBack) {
+    Hub s;
+    RecordingFunctionID willing("willing", true);
+    RecordingFunctionID refusing("refusing", false);
+    s.sut.addDriverPort("A", &willing);
+    s.sut.addDriverPort("B", &refusing);
+    EXPECT_TRUE(s.sut.subscribe("A.x"));
+    EXPECT_FALSE(s.sut.subscribe("B.x"));
+}
+
+TEST(MDMFidDistributor, SubscriptionThatReachesNobodyFails) {
+    Hub s;
+    s.sut.addDriverPort("A", nullptr);
+    EXPECT_FALSE(s.sut.subscribe("A"));
+    EXPECT_FALSE(s.sut.subscribe("A.x"));
+    EXPECT_FALSE(s.sut.subscribe("B.x"));
 }
 
 TEST(MDMFidDistributor, ShowStateDoesNothing) {
@@ -604,4 +657,38 @@ TEST(MDMFidDistributor, ListDriversCommandListsThePorts) {
     EXPECT_EQ(
         fakehost::printedBy([&] { EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdListDrivers, {})); }),
         "A\n");
+}
+
+TEST(MDMFidDistributor, CommandsGoThroughTheVirtualOperations) {
+    struct Derived : MDMFidDistributor {
+        void setStateValue(const std::string& stateID, const std::string& value) override {
+            note("setStateValue " + stateID + " " + value);
+        }
+        void unsetStateValue(const std::string& stateID) override { note("unsetStateValue " + stateID); }
+        void triggerEvent(const std::string& eventID, const std::string& value) override {
+            note("triggerEvent " + eventID + " " + value);
+        }
+        bool sendFID(const std::string& fid, const FIDParameterList&) const override {
+            note("sendFID " + fid);
+            return false;
+        }
+        static void note(const std::string& call) { fakehost::Journal::instance().note("derived " + call); }
+    };
+    fakehost::FakeHost host;
+    Derived sut;
+    sal::CmdParameters parameters({"A.x", "1"});
+    EXPECT_TRUE(sut.shellCmdSetStateValue(parameters));
+    EXPECT_TRUE(sut.shellCmdUnsetStateValue(parameters));
+    EXPECT_TRUE(sut.shellCmdTriggerEvent(parameters));
+    EXPECT_TRUE(sut.shellCmdSendFID(parameters));
+    EXPECT_EQ(host.journal().linesOf({"derived"}),
+              (Calls{"derived setStateValue A.x 1", "derived unsetStateValue A.x",
+                     "derived triggerEvent A.x 1", "derived sendFID A.x"}));
+}
+
+TEST(MDMFidDistributor, UsageLineIsFlushed) {
+    Hub s;
+    FlushedOutput output;
+    s.command(&MDMFidDistributor::shellCmdSendFID, {});
+    EXPECT_EQ(output.pieces, Calls{"Usage: sendFID <FID> [<parameter name>=<parameter value> [...]]\n"});
 }

@@ -136,6 +136,19 @@ TEST(MDMMainframeDriverPort, SubscriptionReachesTheDriverUnchanged) {
     EXPECT_EQ(s.calls(), Calls{"driver subscribe KEY.F1"});
 }
 
+TEST(MDMMainframeDriverPort, ResultsOfTheDriverAreHandedBack) {
+    fakehost::FakeHost host;
+    RecordingFunctionID willing("willing", true);
+    RecordingFunctionID refusing("refusing", false);
+    MDMMainframeDriverPort sut("A");
+    sut.setFunctionIDInterface(&willing);
+    EXPECT_TRUE(sut.sendFID("KEY", FIDParameterList()));
+    EXPECT_TRUE(sut.subscribe("KEY"));
+    sut.setFunctionIDInterface(&refusing);
+    EXPECT_FALSE(sut.sendFID("KEY", FIDParameterList()));
+    EXPECT_FALSE(sut.subscribe("KEY"));
+}
+
 TEST(MDMMainframeDriverPort, MissingEndpointSwallowsFidAndSubscription) {
     Port s;
     s.sut.setFunctionIDInterface(nullptr);

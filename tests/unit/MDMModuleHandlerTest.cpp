@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "FakeHost.h"
+#include "FlushedOutput.h"
 #include "MDMFidDistributor.h"
 #include "MDMModuleInfo.h"
 #include "RecordingDriver.h"
@@ -235,6 +236,16 @@ TEST(MDMModuleHandler, ScanWithoutDescriptorsPublishesTheWholeCatalogueAgain) {
                "panel setStateValue PANEL.MFDDEF0.DESCRIPTION moves",
                "panel setStateValue PANEL.MFDDEF0.PREFIX AX",
                "panel setStateValueInt PANEL.MFDDEF.COUNT 1"}));
+}
+
+TEST(MDMModuleHandler, ScanBeforeInitPublishesNothing) {
+    fakehost::FakeHost host;
+    RecordingPanelState panel;
+    MDMModuleHandler sut;
+    sut.setPanelStateInterface(&panel);
+    host.journal().clear();
+    sut.searchMfDriver("/mods");
+    EXPECT_EQ(host.journal().lines(), Calls{});
 }
 
 TEST(MDMModuleHandler, IndexIsNotPadded) {
@@ -557,6 +568,41 @@ TEST(MDMModuleHandler, StartLinesAreFlushed) {
     EXPECT_EQ(flushed, "Failed to create PANEL working directory\n");
 }
 
+TEST(MDMModuleHandler, LineOfAPanelLinkThatFailsIsFlushed) {
+    Workplace s;
+    s.configure("<workplaces/>");
+    s.host.fail("symlink");
+    FlushedOutput output;
+    s.sut.startMfDrivers("workplace.xml");
+    EXPECT_EQ(output.pieces, Calls{"Failed to create symlink to file driver working directory "
+                                   "/wp/data/PANEL -> /var/data/PANEL for PANEL driver\n"});
+}
+
+TEST(MDMModuleHandler, FaultsAreLoggedAndNotPrinted) {
+    Workplace s;
+    s.search();
+    s.host.fail("verify");
+    s.host.fail("mkdir /wp/data/A");
+    const std::string printed = fakehost::printedBy([&] {
+        s.sut.startMfDrivers("missing.xml");
+        for (const char* text : {"<workplaces", "<other/>", "<workplaces><workplace/></workplaces>"}) {
+            s.configure(text);
+            s.sut.startMfDrivers("workplace.xml");
+            s.sut.reloadMfDriver("A");
+        }
+    });
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(s.log().size(), 11u);
+}
+
+TEST(MDMModuleHandler, PanelDriverThatFailsIsLoggedAndNotPrinted) {
+    fakehost::FakeHost host;
+    WatchedHandler sut;
+    sut.result = false;
+    EXPECT_EQ(fakehost::printedBy([&] { sut.startMfDrivers(""); }), "");
+    EXPECT_EQ(host.journal().linesOf({"log"}), Calls{"log MDM 2: Failed to start panel driver"});
+}
+
 TEST(MDMModuleHandler, SecondStartReplacesThePathOfReloads) {
     Workplace s;
     s.configure(workplaces(driver("A")));
@@ -621,6 +667,12 @@ TEST(MDMModuleHandler, TextInsideWorkplacesIsAParseError) {
     s.preparedFrom("<workplaces>\ntext</workplaces>", false);
     ASSERT_EQ(s.log().size(), 1u);
     EXPECT_TRUE(s.log()[0].starts_with("log MDM 2: Parse error in \"workplace.xml\" line ")) << s.log()[0];
+}
+
+TEST(MDMModuleHandler, TextInsideWorkplacesIsAParseErrorOfItsOwnLine) {
+    Workplace s;
+    EXPECT_EQ(s.preparedFrom("<workplaces>\n<workplace id=\"0\"/>\ntext\n</workplaces>", false), Calls{});
+    EXPECT_EQ(s.log(), Calls{"log MDM 2: Parse error in \"workplace.xml\" line 3"});
 }
 
 TEST(MDMModuleHandler, ElementOfAnotherNameInsideWorkplacesIsAParseErrorOfItsLine) {
@@ -946,6 +998,20 @@ TEST(MDMModuleHandler, ReloadSkipsEntriesWithoutAttributes) {
     Workplace s;
     s.preparedFrom(workplaces("<mainframeDriver/>" + driver("A")), true);
     EXPECT_TRUE(s.reload("A"));
+}
+
+TEST(MDMModuleHandler, ReloadOfThePanelDriverHandlesItsEntryLikeAnyOther) {
+    Workplace s;
+    s.preparedFrom(workplaces(driver("PANEL", "direct")), true);
+    s.host.journal().clear();
+    EXPECT_TRUE(s.reload("PANEL"));
+    EXPECT_EQ(
+        s.host.journal().linesOf({"driver", "symlink"}),
+        (Calls{"driver deinitialize", "driver gone", "symlink /wp/data/PANEL -> /var/data/PANEL replace",
+               "driver setPanelStateInterface", "driver setSystemInterface",
+               "driver setConfiguration 0 [PANEL] [data/PANEL] [192.0.2.10] [eth0] [192.0.2.10] "
+               "[/wp/nvram/PANEL]",
+               "driver initializationCompleted"}));
 }
 
 TEST(MDMModuleHandler, ReloadFindsADriverOfALaterWorkplace) {

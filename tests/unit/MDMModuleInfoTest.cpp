@@ -5,6 +5,7 @@
 #include <type_traits>
 
 #include "FakeHost.h"
+#include "FlushedOutput.h"
 #include "StandardOutput.h"
 
 namespace {
@@ -140,6 +141,15 @@ TEST(MDMModuleInfo, ShowStateFlushes) {
     sut.showState();
     const std::string flushed = output.flushed();
     EXPECT_TRUE(flushed.ends_with("Version  : \n\n")) << flushed;
+}
+
+TEST(MDMModuleInfo, ShowStateFlushesEachLine) {
+    const MDMModuleInfo sut = record("1.0", "Axis");
+    FlushedOutput output;
+    sut.showState();
+    EXPECT_EQ(output.pieces, (std::vector<std::string>{"MDMModuleInfo:\n", "Filename : \n",
+                                                       "Type     : Axis\n", "Directory: \n", "PDL file : \n",
+                                                       "Descript.: \n", "Version  : 1.0\n", "\n"}));
 }
 
 TEST(MDMModuleInfo, IsDeletedThroughItsVirtualDestructor) {

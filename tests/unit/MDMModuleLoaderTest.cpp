@@ -8,6 +8,7 @@
 
 #include "FIDParameterList.h"
 #include "FakeHost.h"
+#include "FlushedOutput.h"
 #include "MDMFidDistributor.h"
 #include "MDMModuleInfo.h"
 #include "MfDriverManager.h"
@@ -281,6 +282,15 @@ TEST(MDMModuleLoader, DirectDriverWithoutADistributorIsKeptUnconnected) {
     EXPECT_NE(s.sut.getModule("A"), nullptr);
 }
 
+TEST(MDMModuleLoader, UnconnectedDirectDriverIsNotDeinitialized) {
+    Loader s;
+    s.sut.setFidDistributor(nullptr);
+    s.addDriver();
+    s.loadQuietly(direct());
+    EXPECT_EQ(s.callsOf([&] { s.sut.unLoadMfModule("A"); }),
+              (Calls{"module delete /mods/libAxis.so", "A gone"}));
+}
+
 // Loading into a process of its own.
 
 TEST(MDMModuleLoader, QueueDriverIsPreparedStartedAndConfiguredInThisOrder) {
@@ -365,6 +375,14 @@ TEST(MDMModuleLoader, FailedQueueDriverStaysRegisteredUntilItIsUnloaded) {
     EXPECT_EQ(fakehost::printedBy([&] { s.sut.unLoadMfModule("A"); }),
               "Deinitializing MF driver ID: A...OK\n");
     EXPECT_FALSE(s.host.queues().held("A_INQ"));
+}
+
+TEST(MDMModuleLoader, FailedQueueDriverStaysConnectedToItsPort) {
+    Loader s;
+    s.host.fail("process start");
+    s.printedByLoad(queue(), false);
+    s.distributor.dispatchFID("A.MOVE", FIDParameterList());
+    EXPECT_EQ(s.host.queues().messages("A_INQ"), Calls{std::string("SNDFDP\x04MOVE\0", 12)});
 }
 
 TEST(MDMModuleLoader, QueueDriverWithoutADistributorFails) {
@@ -630,6 +648,88 @@ TEST(MDMModuleLoader, AddressThatCannotBeSetLoadsNothingAndSucceeds) {
     EXPECT_EQ(s.linesOf({"mkdir", "symlink", "module", "remove"}),
               (Calls{"mkdir /wp/data/A", "mkdir /wp/nvram/A", "symlink /wp/data/A -> /var/data/A replace"}));
     EXPECT_EQ(s.sut.getModule("A"), nullptr);
+}
+
+TEST(MDMModuleLoader, RecordIsToldThoughItsAddressFails) {
+    Loader s;
+    s.host.fail("adapter add");
+    Entry entry = direct();
+    entry.ipAddress = "192.0.2.20";
+    s.printedByLoad(entry, true);
+    EXPECT_EQ(s.pInfo, s.modules.front());
+}
+
+TEST(MDMModuleLoader, AdapterWithoutAConfiguredAddressGivesTheDriverItsMainAddress) {
+    Loader s;
+    s.host.adapters = {{"eth0", "192.0.2.10", {}}, {"wlan0", "198.51.100.1", {}}};
+    s.addDriver();
+    Entry entry = direct();
+    entry.networkAdapter = "wlan0";
+    s.loadQuietly(entry);
+    EXPECT_EQ(s.linesOf({"adapter add", "A setConfiguration"}),
+              Calls{"A setConfiguration 3 [A] [data/A] [198.51.100.1] [wlan0] [192.0.2.10] [/wp/nvram/A]"});
+}
+
+TEST(MDMModuleLoader, FailedLoadLeavesDirectoriesLinkAndAddressInPlace) {
+    Loader s;
+    Entry entry = direct();
+    entry.ipAddress = "192.0.2.20";
+    s.printedByLoad(entry, false);
+    EXPECT_EQ(s.linesOf({"mkdir", "symlink", "adapter add", "adapter delete", "remove"}),
+              (Calls{"mkdir /wp/data/A", "mkdir /wp/nvram/A", "symlink /wp/data/A -> /var/data/A replace",
+                     "adapter add eth0 192.0.2.20 255.255.255.0"}));
+}
+
+TEST(MDMModuleLoader, RecordWithoutADirectoryGivesAnEmptyModulePath) {
+    Loader s;
+    s.addRecord("libDrill.so", "Drill", "1.0", "");
+    Entry entry = direct();
+    entry.driverType = "Drill";
+    EXPECT_EQ(s.printedByLoad(entry, false), "Loading MF driver  (ID: A)...FAILED!\n");
+}
+
+TEST(MDMModuleLoader, RecordWithoutAFileGivesItsDirectoryAsModulePath) {
+    Loader s;
+    s.addRecord("", "Drill");
+    Entry entry = direct();
+    entry.driverType = "Drill";
+    EXPECT_EQ(s.printedByLoad(entry, false), "Loading MF driver /mods (ID: A)...FAILED!\n");
+}
+
+TEST(MDMModuleLoader, EveryLineIsFlushedAtItsEndAndNotBefore) {
+    Loader s;
+    s.addDriver();
+    Entry addressed = direct();
+    addressed.ipAddress = "192.0.2.20";
+    FlushedOutput output;
+    s.load(direct());
+    s.sut.unLoadMfModule("A");
+    s.host.fail("adapter add");
+    s.load(addressed);
+    s.host.fail("symlink");
+    s.load(direct());
+    s.host.fail("mkdir /wp/nvram/A");
+    s.load(direct());
+    s.host.adapters.clear();
+    s.load(direct());
+    EXPECT_EQ(output.pieces,
+              (Calls{"Loading MF driver /mods/libAxis.so (ID: A)...OK\n",
+                     "Deinitializing MF driver ID: A...OK\n", "FAILED! (IP address problem)\n",
+                     "Failed to create symlink to file driver working directory /wp/data/A -> /var/data/A "
+                     "for MF driver A\n",
+                     "Failed to create NVRAM directory /wp/nvram/A for MF driver A\n",
+                     "Failed to determine virtual panel IP address\n"}));
+}
+
+TEST(MDMModuleLoader, TeardownLinesAreFlushed) {
+    Loader s;
+    s.addDriver();
+    s.loadQuietly(direct("A"));
+    s.loadQuietly(direct("B"));
+    FlushedOutput output;
+    s.pSut.reset();
+    EXPECT_EQ(output.pieces,
+              (Calls{"Deinitializing MF driver ID: A...OK\n", "Deinitializing MF driver ID: B...OK\n"}));
 }
 
 // Unloading.

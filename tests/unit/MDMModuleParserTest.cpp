@@ -220,6 +220,46 @@ TEST(MDMModuleParser, DirectoryInPlaceOfAFilePrintsOneErrorLineAndTheScanGoesOn)
     EXPECT_EQ(s.types(), Types{"B"});
 }
 
+TEST(MDMModuleParser, WorkingDirectoryIsRestoredBehindABrokenFile) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml", "<mfDriverModule");
+    s.scan();
+    EXPECT_EQ(s.host.journal().linesOf({"chdir"}), (std::vector<std::string>{"chdir /mods", "chdir /wp"}));
+    EXPECT_EQ(std::filesystem::current_path().string(), s.host.realPath("/wp"));
+}
+
+TEST(MDMModuleParser, DescriptorsAreReadWithoutALookAtTheirSignature) {
+    Scan s;
+    s.host.fail("verify");
+    s.host.writeFile("/mods/a.xml", "<mfDriverModule><module_type type=\"A\"/></mfDriverModule>");
+    s.scan();
+    EXPECT_EQ(s.types(), Types{"A"});
+    EXPECT_EQ(s.host.journal().linesOf({"verify", "log"}), std::vector<std::string>{});
+}
+
+TEST(MDMModuleParser, OneFileIsReadFromTheWorkingDirectoryWithTheDirectoryAsGiven) {
+    Scan s;
+    s.host.writeFile("/wp/a.xml", "<mfDriverModule><module_type type=\"A\"/></mfDriverModule>");
+    s.sut.parseXML(s.modules, "elsewhere", "a.xml");
+    ASSERT_EQ(s.modules.size(), 1u);
+    EXPECT_EQ(s.modules.front()->getMFDriverDirectory(), "elsewhere");
+    EXPECT_EQ(s.host.journal().linesOf({"chdir"}), std::vector<std::string>{});
+}
+
+TEST(MDMModuleParser, AttributeValuesAreTakenVerbatim) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml",
+                     "<mfDriverModule><module_type type=\" A  b \" description=\"Gr\xc3\xb6\xc3\x9f"
+                     "e\"/>"
+                     "</mfDriverModule>");
+    s.scan();
+    ASSERT_EQ(s.modules.size(), 1u);
+    EXPECT_EQ(s.modules.front()->getMFDriverType(), " A  b ");
+    EXPECT_EQ(s.modules.front()->getMfDriverDescription(),
+              "Gr\xc3\xb6\xc3\x9f"
+              "e");
+}
+
 TEST(MDMModuleParser, FilesAreReadInTheHostsOrderAndRecordsInDocumentOrder) {
     Scan s;
     s.host.writeFile("/mods/a.xml",

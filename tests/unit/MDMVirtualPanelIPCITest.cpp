@@ -6,6 +6,7 @@
 
 #include "FIDParameterList.h"
 #include "FakeHost.h"
+#include "FlushedOutput.h"
 #include "RecordingDistributorFID.h"
 #include "StandardOutput.h"
 
@@ -69,6 +70,38 @@ TEST(MDMVirtualPanelIPCI, EveryReportIsFlushed) {
     sut.triggerEvent("A", "1");
     const std::string flushed = output.flushed();
     EXPECT_EQ(flushed, "MDMVirtualPanelIPCI: triggers => A   value => 1\n\n");
+}
+
+TEST(MDMVirtualPanelIPCI, BothLineEndsOfEachReportFlush) {
+    MDMVirtualPanelIPCI sut;
+    FlushedOutput output;
+    sut.setStateValue("A", "1");
+    sut.setStateValueFloat("B", 2.5F);
+    sut.setStateValueInt("C", 3);
+    sut.setStateValueBool("D", true);
+    sut.unsetStateValue("E");
+    sut.triggerEvent("F", "6");
+    EXPECT_EQ(output.pieces,
+              (std::vector<std::string>{"MDMVirtualPanelIPCI: sends => A   state => 1\n", "\n",
+                                        "MDMVirtualPanelIPCI: sends => B   state => 2.5\n", "\n",
+                                        "MDMVirtualPanelIPCI: sends => C   state => 3\n", "\n",
+                                        "MDMVirtualPanelIPCI: sends => D   state => 1\n", "\n",
+                                        "MDMVirtualPanelIPCI: sends => E   state => INVALID\n", "\n",
+                                        "MDMVirtualPanelIPCI: triggers => F   value => 6\n", "\n"}));
+}
+
+TEST(MDMVirtualPanelIPCI, FloatHasSixSignificantDigits) {
+    EXPECT_EQ(printedBy([](auto& sut) {
+                  sut.setStateValueFloat("X", 0.123456789F);
+                  sut.setStateValueFloat("X", -1234567.0F);
+              }),
+              "MDMVirtualPanelIPCI: sends => X   state => 0.123457\n\n"
+              "MDMVirtualPanelIPCI: sends => X   state => -1.23457e+06\n\n");
+}
+
+TEST(MDMVirtualPanelIPCI, NegativeIntKeepsItsSign) {
+    EXPECT_EQ(printedBy([](auto& sut) { sut.setStateValueInt("X", -2147483647 - 1); }),
+              "MDMVirtualPanelIPCI: sends => X   state => -2147483648\n\n");
 }
 
 TEST(MDMVirtualPanelIPCI, ReportsLeaveTheStreamsSettingsAlone) {
