@@ -216,6 +216,15 @@ TEST_F(MacroStoreTest, ReportsAFileNameThatIsNoMacroName) {
                             "for themselves, every other byte is %XX"));
 }
 
+TEST_F(MacroStoreTest, LeavesOutAnotherSpellingOfAName) {
+    directory.write("%61.macro", "macro 1\n0 A.OTHER\nend\n");
+    directory.write("a.macro", "macro 1\n0 A.B\nend\n");
+    const auto macros = sut.readAll();
+    ASSERT_TRUE(macros && macros->contains("a"));
+    EXPECT_EQ(macros->at("a").front().fid, "A.B");
+    EXPECT_EQ(reports.size(), 1u);
+}
+
 TEST_F(MacroStoreTest, ReportsAPipeInsteadOfWaitingForIt) {
     ASSERT_EQ(::mkfifo(directory.path("pipe.macro").c_str(), 0600), 0);
     EXPECT_THAT(*sut.readAll(), IsEmpty());

@@ -110,6 +110,18 @@ TEST_F(SysMonDriverTest, ReportRepeatsEverything) {
     EXPECT_TRUE(host.calls.waitFor("LINK bool true", 2));
 }
 
+TEST_F(SysMonDriverTest, OneReportRepeatsEverythingOnce) {
+    ASSERT_TRUE(host.calls.waitFor("LOAD float 0.5"));
+    ASSERT_TRUE(sut.sendFID("INTERVAL", parameters({{"ms", "3600000"}})));
+    ASSERT_TRUE(host.calls.waitFor("INTERVAL int 3600000"));
+    ASSERT_TRUE(sut.sendFID("REPORT", {}));
+    ASSERT_TRUE(host.calls.waitFor("HOSTNAME string station7", 2));
+    runWithLoad("0.75", "0.75");
+    sut.deinitialize();
+    EXPECT_EQ(host.calls.count("HOSTNAME string station7"), 4);
+    EXPECT_EQ(host.calls.count("LOAD float 0.75"), 2);
+}
+
 TEST_F(SysMonDriverTest, WhatCannotBeReadIsUnsetAndLoggedOnce) {
     ASSERT_TRUE(host.calls.waitFor("LOAD float 0.5"));
     std::filesystem::remove(machine.files.path("hostname"));
