@@ -6,6 +6,10 @@
 
 CommandThread::~CommandThread() {
     stopAfterCurrent();
+    join();
+}
+
+void CommandThread::join() {
     if (m_thread.joinable())
         m_thread.join();
 }
@@ -65,10 +69,6 @@ void CommandThread::setDriver(const std::string& driverID) {
 CommandThread::Activity CommandThread::activity() const {
     const std::lock_guard lock(m_mutex);
     return m_activity;
-}
-
-bool CommandThread::isCurrent() const {
-    return std::this_thread::get_id() == m_thread.get_id();
 }
 
 void CommandThread::run() {

@@ -46,11 +46,13 @@ public:
     /// Goes to the last task when everything posted so far has run. Any thread.
     void stopWhenDone();
 
+    /// Waits until the thread has ended. On the thread that started it.
+    void join();
+
     /// Names the driver that the current task concerns. On the command thread.
     void setDriver(const std::string& driverID);
 
     Activity activity() const;
-    bool isCurrent() const;
 
 private:
     struct Item {

@@ -100,6 +100,7 @@ int Host::run() {
         requestShutdown(signalName(signal), m_exitCode);
     }
 
+    m_commands.join();
     // The printer uses the console.
     if (m_pConsole)
         m_pConsole->stop();

@@ -42,6 +42,8 @@ protected:
         m_workplace.configure(m_entries);
         HostProcess::Start call = m_workplace.host(options);
         call.arguments.insert(call.arguments.begin(), "--sandbox");
+        // An enforced end leaves threads behind on purpose.
+        call.environment["TSAN_OPTIONS"] = "report_thread_leaks=0";
         call.environment["MFD_QUEUE_DIR"] = "/dev/shm/queues";
         m_pHost = std::make_unique<HostProcess>(call);
         return *m_pHost;

@@ -64,6 +64,14 @@ TEST(Sandbox, HasAnEmptyDataDirectoryOfItsOwn) {
     EXPECT_FALSE(fs::exists("/var/data/mark"));
 }
 
+TEST(Sandbox, HidesTheMachinesDataDirectory) {
+    // The outer sandbox plays the machine.
+    EXPECT_IN_SANDBOX("", [] {
+        std::ofstream("/var/data/mark") << "x";
+        return inSandbox("", [] { return fs::is_empty("/var/data"); }) == 0 && fs::exists("/var/data/mark");
+    });
+}
+
 TEST(Sandbox, LeavesTheRestOfVarInPlace) {
     auto before = entries("/var");
     before.insert("data");

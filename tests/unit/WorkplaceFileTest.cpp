@@ -50,10 +50,6 @@ TEST_F(WorkplaceFileTest, MissingFileHasNoEntries) {
     EXPECT_EQ("", sut.startRefusal());
 }
 
-TEST_F(WorkplaceFileTest, DirectoryHasNoEntries) {
-    EXPECT_FALSE(WorkplaceFile(m_directory.path()).isWhole());
-}
-
 TEST_F(WorkplaceFileTest, StartIsRefusedWithoutADriverID) {
     EXPECT_EQ(path() + " line 4: the mainframeDriver has no driverID; give it one of its own",
               read("<mainframeDriver driverID='A'/>\n<mainframeDriver driverType='T'/>").startRefusal());
