@@ -48,6 +48,20 @@ public:
     void pointAt(const char* pText) { m_pSegment = pText; }
 };
 
+// Holds the calls that come into it until it is let go.
+class HeldDriver : public RecordingFunctionID {
+public:
+    using RecordingFunctionID::RecordingFunctionID;
+    bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override {
+        entered.set_value();
+        leave.get_future().wait();
+        return RecordingFunctionID::sendFID(fid, parameters);
+    }
+
+    mutable std::promise<void> entered;
+    mutable std::promise<void> leave;
+};
+
 using Calls = std::vector<std::string>;
 
 }  // namespace
@@ -413,6 +427,23 @@ TEST(MDMFidDistributor, DriversMayBeReleasedAndReplacedWhileFidsFlow) {
     stop = true;
     sender.join();
     EXPECT_EQ(s.host.journal().count("driver gone"), 100);
+}
+
+TEST(MDMFidDistributor, ReplacedPortGoesOnlyWhenTheCallInsideHasReturned) {
+    Hub s;
+    HeldDriver driver("driver");
+    s.sut.addDriverPort("A", &driver);
+    auto sending = std::async(std::launch::async, [&] { s.sut.dispatchFID("A.x", FIDParameterList()); });
+    driver.entered.get_future().wait();
+    auto replacing = std::async(std::launch::async, [&] {
+        s.sut.addDriverPort("A", nullptr);
+        s.host.journal().note("replaced");
+    });
+    EXPECT_EQ(replacing.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    driver.leave.set_value();
+    replacing.wait();
+    sending.wait();
+    EXPECT_EQ(s.host.journal().linesOf({"driver", "replaced"}), (Calls{"driver sendFID x {}", "replaced"}));
 }
 
 TEST(MDMFidDistributor, DriverMayDispatchFromInsideItsOwnFid) {
