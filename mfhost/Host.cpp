@@ -329,9 +329,22 @@ void Host::shutDown() {
     m_system.sender().setTarget(nullptr);
     m_pConfiguration = nullptr;
     m_supervisor.endProcesses();
+    removeLeftQueues();
     sal::Process::setObserver(nullptr);
     sal::Module::setObserver(nullptr);
     hostLog(sal::LogOutput::eInfo) << "all drivers are stopped" << std::endl;
+}
+
+void Host::removeLeftQueues() const {
+    for (const DriverRoster::Driver& driver : m_roster.drivers()) {
+        if (!m_roster.hasProcess(driver.id))
+            continue;
+        // A process that was killed could not do it. Who takes the name over and closes is the last to close.
+        for (const char* suffix : {"_INQ", "_OUTQ"}) {
+            sal::MessageQueue left;
+            static_cast<void>(left.create(driver.id + suffix, 1, 1024, 0));
+        }
+    }
 }
 
 void Host::exitNow(int exitCode) const {

@@ -55,6 +55,8 @@ private:
 
     void requestShutdown(const std::string& reason, int exitCode);
     void shutDown();
+    /// Once no driver process is left.
+    void removeLeftQueues() const;
     [[noreturn]] void exitNow(int exitCode) const;
 
     const Options m_options;
