@@ -96,7 +96,9 @@ MDMModuleLoader::~MDMModuleLoader() {
         pConfiguration->deinitialize();
         std::cout << "OK" << std::endl;
     }
-    for (const auto& [driverID, pConfiguration] : m_mfdConfigurations)
+    for (const auto& [driverID, pModule] : m_modules)
+        releaseDriver(driverID);
+    for (const auto& [driverID, pProxy] : m_driverIPCIs)
         releaseDriver(driverID);
     for (const auto& [driverID, pModule] : m_modules)
         delete pModule;
