@@ -22,7 +22,9 @@ public:
     std::atomic<bool> sendResult{true};
 
     IInterface* queryInterface(unsigned int id) override {
-        return id == IID_IFunctionID ? static_cast<IFunctionID*>(this) : nullptr;
+        if (id == IID_IFunctionID)
+            return static_cast<IFunctionID*>(this);
+        return nullptr;
     }
 
     void setStateValue(const std::string& stateID, const std::string& value) override {
@@ -37,7 +39,7 @@ public:
         calls.add(stateID + " int " + std::to_string(value));
     }
     void setStateValueBool(const std::string& stateID, bool value) override {
-        calls.add(stateID + " bool " + (value ? "true" : "false"));
+        calls.add(stateID + (value ? " bool true" : " bool false"));
     }
     void unsetStateValue(const std::string& stateID) override { calls.add(stateID + " unset"); }
     void triggerEvent(const std::string& eventID, const std::string& value) override {
