@@ -1,7 +1,9 @@
 #include "LineStreams.h"
 
 #include <gtest/gtest.h>
+#include <spdlog/sinks/ostream_sink.h>
 
+#include <sstream>
 #include <thread>
 
 namespace {
@@ -30,7 +32,7 @@ TEST_F(LineStreams, NowhereFormatsNothing) {
     EXPECT_FALSE(sal::LineStreams::nowhere().good());
 }
 
-TEST_F(LineStreams, ThreadLocalObjectMayLogWhenItsThreadEnds) {
+TEST_F(LineStreams, ThreadLocalObjectThatLogsAfterTheStreamsAreGoneIsNotHeard) {
     struct LastWords {
         ~LastWords() {
             sal::LineStreams::stream(ownNumber, "MDM", 4, pOwnCore) << "last words" << std::endl;
@@ -39,13 +41,22 @@ TEST_F(LineStreams, ThreadLocalObjectMayLogWhenItsThreadEnds) {
         std::uint64_t ownNumber = 0;
         std::shared_ptr<sal::LogCore> pOwnCore;
     };
+    std::ostringstream text;
+    pCore->addChannel(std::make_shared<sal::LogChannel>(
+        [&text] {
+            auto pSink = std::make_shared<spdlog::sinks::ostream_sink_mt>(text);
+            pSink->set_pattern("%v");
+            return pSink;
+        },
+        [](const std::string&) {}));
     std::thread([this] {
         static thread_local LastWords s_lastWords;
         s_lastWords.ownNumber = number;
         s_lastWords.pOwnCore = pCore;
         sal::LineStreams::stream(number, "MDM", 4, pCore) << "first words" << std::endl;
     }).join();
-    SUCCEED();
+    pCore.reset();
+    EXPECT_EQ(text.str(), "first words\n");
 }
 
 }  // namespace
