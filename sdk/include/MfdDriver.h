@@ -14,9 +14,9 @@ namespace mfd {
 template <class Driver>
 IInterface* asInterface(Driver* pDriver) {
     if constexpr (std::is_convertible_v<Driver*, IMFDConfiguration*>) {
-        return static_cast<IMFDConfiguration*>(pDriver);
+        return &static_cast<IInterface&>(static_cast<IMFDConfiguration&>(*pDriver));
     } else if constexpr (std::is_convertible_v<Driver*, IFunctionID*>) {
-        return static_cast<IFunctionID*>(pDriver);
+        return &static_cast<IInterface&>(static_cast<IFunctionID&>(*pDriver));
     } else {
         return pDriver;
     }
