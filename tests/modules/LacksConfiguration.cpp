@@ -10,7 +10,12 @@ namespace {
 
 class LacksConfiguration : public IFunctionID {
 public:
-    IInterface* queryInterface(unsigned int id) override { return id == IID_IFunctionID ? this : nullptr; }
+    IInterface* queryInterface(unsigned int id) override {
+        if (id != IID_IFunctionID)
+            return nullptr;
+        IInterface& part = *this;
+        return &part;
+    }
     bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override {
         std::ostringstream line;
         line << "sendFID " << fid << " " << parameters;
