@@ -51,6 +51,12 @@ void waitForQueue(const std::string& name, unsigned short capacity) {
 
 }  // namespace
 
+/// The message last received; zero behind its end.
+struct MDMDriverIPCI::ReceiveBuffer {
+    unsigned char bytes[g_driverMessageSize] = {};
+    int used = 0;
+};
+
 MDMDriverIPCI::MDMDriverIPCI(const std::string& moduleFileName, const std::string& driverID)
     : m_moduleFileName(moduleFileName), m_driverID(driverID) {}
 
@@ -161,29 +167,14 @@ bool MDMDriverIPCI::createFIDList() {
 }
 
 void MDMDriverIPCI::run() {
-    if (!m_pIPanelState || !m_pISystem)
+    if (!m_pIPanelState || !m_pISystem || !m_running)
         return;
 
-    unsigned char buffer[g_driverMessageSize] = {};
-    int previousLength = 0;
-    while (m_running) {
-        int timeout = g_idleTimeout;
-        for (;;) {
-            const int length = m_outQueue.receive(buffer, g_driverMessageSize, timeout);
-            if (length < 0)
-                break;
-            // A short message is never completed by the bytes of the one before it.
-            if (length < previousLength)
-                std::memset(buffer + length, 0, static_cast<std::size_t>(previousLength - length));
-            previousLength = length;
-
-            if (m_laQueue.size() > g_pendingLimit)
-                flushLAQueue();
-            handleMessage(buffer);
-            timeout = 0;
-        }
-        flushLAQueue();
-    }
+    ReceiveBuffer buffer;
+    while (m_running)
+        drainOutQueue(buffer, g_idleTimeout);
+    // What the driver sent while the last updates were delivered stood in the queue before the shutdown, too.
+    drainOutQueue(buffer, 0);
 }
 
 void MDMDriverIPCI::waitForQueues(const std::string& driverID) {
@@ -229,6 +220,24 @@ void MDMDriverIPCI::flushLAQueue() {
         }
     }
     m_laQueue.clear();
+}
+
+void MDMDriverIPCI::drainOutQueue(ReceiveBuffer& buffer, int timeout) {
+    for (;;) {
+        const int length = m_outQueue.receive(buffer.bytes, g_driverMessageSize, timeout);
+        if (length < 0)
+            break;
+        // A short message is never completed by the bytes of the one before it.
+        if (length < buffer.used)
+            std::memset(buffer.bytes + length, 0, static_cast<std::size_t>(buffer.used - length));
+        buffer.used = length;
+
+        if (m_laQueue.size() > g_pendingLimit)
+            flushLAQueue();
+        handleMessage(buffer.bytes);
+        timeout = 0;
+    }
+    flushLAQueue();
 }
 
 void MDMDriverIPCI::handleMessage(const unsigned char* pMessage) {

@@ -74,6 +74,11 @@ public:
     void flushLAQueue();
 
 private:
+    struct ReceiveBuffer;
+
+    /// Takes messages until none comes within the time-out, which is 0 behind the first, and delivers all
+    /// that was held back.
+    void drainOutQueue(ReceiveBuffer& buffer, int timeout);
     void handleMessage(const unsigned char* pMessage);
     bool send(const DriverMessage& message) const;
 

@@ -90,7 +90,7 @@ struct MDMModuleLoader::Settings {
 
 MDMModuleLoader::MDMModuleLoader() = default;
 
-MDMModuleLoader::~MDMModuleLoader() {
+MDMModuleLoader::~MDMModuleLoader() noexcept(false) {
     for (const auto& [driverID, pConfiguration] : m_mfdConfigurations) {
         std::cout << "Deinitializing MF driver ID: " << driverID << "...";
         pConfiguration->deinitialize();
@@ -277,15 +277,16 @@ void MDMModuleLoader::unLoadMfModule(const std::string& driverID) {
         m_mfdConfigurations.erase(configuration);
     }
 
-    releaseDriver(driverID);
-
     const auto module = m_modules.find(driverID);
+    const auto proxy = m_driverIPCIs.find(driverID);
+    if (module != m_modules.end() || proxy != m_driverIPCIs.end())
+        releaseDriver(driverID);
+
     if (module != m_modules.end()) {
         delete module->second;
         m_modules.erase(module);
     }
 
-    const auto proxy = m_driverIPCIs.find(driverID);
     if (proxy != m_driverIPCIs.end()) {
         delete proxy->second;
         m_driverIPCIs.erase(proxy);

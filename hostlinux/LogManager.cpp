@@ -73,23 +73,38 @@ bool isColourTerminal() {
            (!noColour || !*noColour);
 }
 
-std::string linePattern(const std::string& tag) {
-    std::string pattern;
-    for (const char c : tag)
-        pattern.append(c == '%' ? 2 : 1, c);
-    if (!pattern.empty())
-        pattern += ' ';
-    return pattern + "%n: %v";
+/// Who speaks: the tag and the output's name, once when they are the same.
+class Speaker : public spdlog::custom_flag_formatter {
+public:
+    explicit Speaker(std::string tag) : m_tag(std::move(tag)) {}
+
+    void format(const spdlog::details::log_msg& message, const std::tm&,
+                spdlog::memory_buf_t& line) override {
+        const std::string_view name(message.logger_name.data(), message.logger_name.size());
+        if (!m_tag.empty() && m_tag != name) {
+            line.append(m_tag.data(), m_tag.data() + m_tag.size());
+            line.push_back(' ');
+        }
+        line.append(name.data(), name.data() + name.size());
+    }
+    std::unique_ptr<custom_flag_formatter> clone() const override { return std::make_unique<Speaker>(m_tag); }
+
+private:
+    std::string m_tag;
+};
+
+std::unique_ptr<spdlog::formatter> makeFormatter(const std::string& tag, const std::string& pattern) {
+    auto pFormatter = std::make_unique<spdlog::pattern_formatter>();
+    pFormatter->add_flag<JournalPriority>('*').add_flag<Speaker>('N', tag).set_pattern(pattern);
+    return pFormatter;
 }
 
 std::unique_ptr<spdlog::formatter> formatForPeople(const std::string& tag) {
-    return std::make_unique<spdlog::pattern_formatter>("%Y-%m-%d %H:%M:%S.%e %^%-8l%$ " + linePattern(tag));
+    return makeFormatter(tag, "%Y-%m-%d %H:%M:%S.%e %^%-8l%$ %N: %v");
 }
 
 std::unique_ptr<spdlog::formatter> formatForJournal(const std::string& tag) {
-    auto pFormatter = std::make_unique<spdlog::pattern_formatter>();
-    pFormatter->add_flag<JournalPriority>('*').set_pattern("%*" + linePattern(tag));
-    return pFormatter;
+    return makeFormatter(tag, "%*%N: %v");
 }
 
 spdlog::sink_ptr openStandardError(const std::string& tag) {

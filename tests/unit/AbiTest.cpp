@@ -16,6 +16,8 @@
 #include "IMFDConfiguration.h"
 #include "IMacroSystem.h"
 #include "IMfDriverConfig.h"
+#include "IPanelMFD.h"
+#include "IPanelSettings.h"
 #include "IPanelState.h"
 #include "ISystem.h"
 #include "InterfaceIds.h"
@@ -28,6 +30,7 @@
 #include "MDMVirtualPanelIPCI.h"
 #include "MfDriverManager.h"
 #include "sal/CmdRegisterImpl.h"
+#include "sal/Module.h"
 
 namespace {
 
@@ -52,6 +55,12 @@ std::ptrdiff_t offsetOf() {
     auto* pObject = reinterpret_cast<Class*>(std::uintptr_t{0x10000});
     return reinterpret_cast<char*>(static_cast<Base*>(pObject)) - reinterpret_cast<char*>(pObject);
 }
+
+/// A base that is not virtual can be cast down again without asking the object.
+template <class T>
+concept DerivesNonVirtually = requires(IInterface* pInterface) {
+    static_cast<T*>(pInterface);
+};
 
 constexpr std::ptrdiff_t g_pointer = sizeof(void*);
 
@@ -210,6 +219,26 @@ TEST(Abi, BasesLieInOrder) {
     EXPECT_EQ((offsetOf<IFunctionID, MDMMainframeDriverPort>()), g_pointer);
     EXPECT_EQ((offsetOf<IMfDriverConfig, MDMConfigDistributor>()), 0);
     EXPECT_EQ((offsetOf<IConfigState, MDMConfigDistributor>()), g_pointer);
+}
+
+TEST(Abi, ManagerModuleAndMacroSystemDeriveNonVirtually) {
+    EXPECT_TRUE(DerivesNonVirtually<MfDriverManager>);
+    EXPECT_TRUE(DerivesNonVirtually<sal::Module>);
+    EXPECT_TRUE(DerivesNonVirtually<IMacroSystem>);
+}
+
+TEST(Abi, EveryOtherInterfaceDerivesVirtually) {
+    EXPECT_FALSE(DerivesNonVirtually<IPanelState>);
+    EXPECT_FALSE(DerivesNonVirtually<IFunctionID>);
+    EXPECT_FALSE(DerivesNonVirtually<IDistributorFID>);
+    EXPECT_FALSE(DerivesNonVirtually<IMFDConfiguration>);
+    EXPECT_FALSE(DerivesNonVirtually<IMDMConfiguration>);
+    EXPECT_FALSE(DerivesNonVirtually<IMDMStatus>);
+    EXPECT_FALSE(DerivesNonVirtually<IMfDriverConfig>);
+    EXPECT_FALSE(DerivesNonVirtually<IConfigState>);
+    EXPECT_FALSE(DerivesNonVirtually<ISystem>);
+    EXPECT_FALSE(DerivesNonVirtually<IPanelSettings>);
+    EXPECT_FALSE(DerivesNonVirtually<IPanelMFD>);
 }
 
 TEST(Abi, IdentifiersKeepTheirNumbers) {

@@ -52,6 +52,12 @@ TEST(LogManager, TagStandsBeforeEachLine) {
     EXPECT_THAT(log.finish(), MatchesRegex(".* info     AXIS%1 MDM: one\n.* info     AXIS%1 MDM: two\n"));
 }
 
+TEST(LogManager, TagIsNotRepeatedBeforeAnOutputOfThatName) {
+    LogCapture log({.level = 4, .file = {}, .tag = "MDM"});
+    say(log.manager(), 4, "one");
+    EXPECT_THAT(log.finish(), MatchesRegex(".* info     MDM: one\n"));
+}
+
 TEST(LogManager, LevelIsFourUnlessToldOtherwise) {
     LogCapture log;
     EXPECT_EQ(log.manager().level(), 4);

@@ -863,6 +863,31 @@ TEST(MDMModuleLoader, ExceptionOfDeinitializeLeavesTheUnload) {
     s.drivers["A"]->onDeinitialize = nullptr;
 }
 
+TEST(MDMModuleLoader, ExceptionOfDeinitializeEndsTheTeardown) {
+    Loader s;
+    s.addDriver();
+    s.loadQuietly(direct());
+    s.drivers["A"]->onDeinitialize = [] { throw std::runtime_error("no"); };
+    MDMModuleLoader* pSut = s.pSut.release();
+    EXPECT_EQ(fakehost::printedBy([&] { EXPECT_THROW(delete pSut, std::runtime_error); }),
+              "Deinitializing MF driver ID: A...");
+    EXPECT_EQ(s.linesOf({"module delete"}), Calls{});
+    delete s.drivers["A"];
+}
+
+TEST(MDMModuleLoader, UnloadOfAnUnknownIDLeavesPortsAndMacroSystem) {
+    Loader s;
+    RecordingFunctionID driver("driver");
+    RecordingMacroSystem macros;
+    s.distributor.addDriverPort("PANEL", &driver);
+    s.distributor.setMacroSystem(&macros);
+    s.sut.unLoadMfModule("PANEL");
+    s.distributor.dispatchFID("PANEL.x", FIDParameterList());
+    EXPECT_EQ(s.linesOf({"macro", "driver"}),
+              (Calls{"macro fidDispatched PANEL.x {}", "driver sendFID x {}"}));
+    s.distributor.setMacroSystem(nullptr);
+}
+
 TEST(MDMModuleLoader, MacroSystemIsTakenOutBeforeThePanelDriverGoes) {
     Loader s;
     RecordingMacroSystem macros;

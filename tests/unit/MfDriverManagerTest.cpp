@@ -7,6 +7,7 @@
 
 #include "FIDParameterList.h"
 #include "FakeHost.h"
+#include "FlushedOutput.h"
 #include "IDistributorFID.h"
 #include "IMDMConfiguration.h"
 #include "IPanelMFD.h"
@@ -449,6 +450,29 @@ TEST(MfDriverManager, QueueDriverGetsNoProcessOnceTheHostSaidSo) {
               }),
               "Loading MF driver /mods/libAxis.so (ID: A)...OK\n");
     EXPECT_EQ(s.host.journal().linesOf({"process"}), Calls{});
+}
+
+TEST(MfDriverManager, PanelDriverInAProcessOfItsOwnHasNoPanelInterfaces) {
+    Manager s;
+    s.sut.dontStartMFDs();
+    s.sut.init();
+    s.sut.setSystemInterface(&s.system);
+    s.search();
+    fakehost::printedBy([&] {
+        EXPECT_TRUE(
+            s.configuration()->startMfDriver(0, "PANEL", "Axis", "1.0", "", "", "", EInterfaceTypes::Queue));
+    });
+    EXPECT_EQ(s.sut.queryInterface(1012), nullptr);
+    EXPECT_EQ(s.sut.queryInterface(1107), nullptr);
+    EXPECT_EQ(s.sut.queryInterface(1109), nullptr);
+}
+
+TEST(MfDriverManager, EveryLineOfShowModulesIsFlushed) {
+    Manager s;
+    s.sut.init();
+    FlushedOutput output;
+    s.sut.showModules();
+    EXPECT_EQ(output.pieces, (Calls{"Available MfDriver Modules\n", "\n", "Used MfDriver Modules\n"}));
 }
 
 // End.

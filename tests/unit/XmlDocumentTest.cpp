@@ -47,6 +47,9 @@ TEST_F(XmlDocument, MissingFileFailsWithTheLibrarysWords) {
 }
 
 TEST_F(XmlDocument, DirectoryIsAFileThatCannotBeLoaded) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer ends the program where the XML library's allocation would throw";
+#endif
     TiXmlDocument document(m_directory);
     EXPECT_FALSE(loadXmlDocument(document));
     EXPECT_STREQ(document.ErrorDesc(), "Failed to open file");
