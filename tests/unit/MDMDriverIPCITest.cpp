@@ -1042,3 +1042,35 @@ TEST(MDMDriverIPCI, AnswersNoOtherIdentifier) {
     for (unsigned int id : {0u, 1012u, 1101u, 1102u, 1103u, 1104u, 1105u, 1106u, 1107u, 1109u})
         EXPECT_EQ(s.sut.queryInterface(id), nullptr) << id;
 }
+
+// A panel that has the driver send more, and the host stop it, while the last updates are being delivered.
+class StopsWhileDelivering : public RecordingPanelState {
+public:
+    void triggerEvent(const std::string& eventID, const std::string& value) override {
+        RecordingPanelState::triggerEvent(eventID, value);
+        if (eventID != "first")
+            return;
+        pProxy->push("TRIGGR\x04late\x00"s);
+        delivering.set_value();
+        EXPECT_TRUE(pProxy->host.journal().waitFor("thread shutdown -1"));
+    }
+
+    Proxy* pProxy = nullptr;
+    std::promise<void> delivering;
+};
+
+TEST(MDMDriverIPCI, WhatCameDuringTheLastDeliveryIsDeliveredBeforeTheThreadEnds) {
+    StopsWhileDelivering panel;
+    Proxy s;
+    panel.pProxy = &s;
+    s.sut.setPanelStateInterface(&panel);
+    s.push(
+        "TRIGGR\x05"
+        "first\x00"s);
+    s.start();
+    panel.delivering.get_future().wait();
+    s.sut.deinitialize();
+    EXPECT_EQ(s.host.journal().linesOf({"panel"}),
+              (Calls{"panel triggerEvent first ", "panel triggerEvent late "}));
+    s.pSut.reset();
+}
