@@ -103,6 +103,7 @@ TEST_F(Shutdown, KilledHostTakesItsDriverProcessesAlong) {
     // Two seconds, and some for a loaded machine.
     EXPECT_TRUE(endsWithin(driver, 4000));
     EXPECT_THAT(readFile(workplace().workdir() / "nvram/AXIS1/record.txt"), HasSubstr("deinitialize\n"));
+    EXPECT_FALSE(queuesAreLeft());
 }
 
 TEST_F(Shutdown, KilledHostTakesAlongEvenADriverThatIgnoresItsEnd) {
