@@ -143,7 +143,7 @@ protected:
     std::string m_directory;
 };
 
-// --- Messages
+// Messages.
 
 TEST_F(MessageQueue, DeliversWhatWasSent) {
     sal::MessageQueue sut;
@@ -329,7 +329,7 @@ TEST_F(MessageQueue, KeepsTheOrderOfEachSendingProcess) {
     EXPECT_EQ(receiveText(sut), "nothing");
 }
 
-// --- Time-outs
+// Time-outs.
 
 TEST_F(MessageQueue, SendFailsAtOnceOnAQueueNeverMade) {
     sal::MessageQueue sut;
@@ -422,7 +422,7 @@ TEST_F(MessageQueue, AWaitingSenderIsNotWokenForEachMessage) {
     EXPECT_LT(statusOf("Q").waits, 500U);
 }
 
-// --- Names and their life
+// Names and their life.
 
 TEST_F(MessageQueue, CreateFailsWhileALiveProcessHoldsTheName) {
     QueuePeer holder({"create", "Q"});
@@ -563,7 +563,7 @@ TEST_F(MessageQueue, ANameNeverHasTwoLiveCreators) {
     std::vector<std::thread> creators;
     for (int i = 0; i < 4; ++i) {
         creators.emplace_back([&] {
-            for (int lap = 0; lap < 300; ++lap) {
+            for (int lap = 0; lap < 100; ++lap) {
                 sal::MessageQueue sut;
                 if (sut.create("Q", 4, 1024, 0)) {
                     ++made;
@@ -739,7 +739,7 @@ TEST_F(MessageQueue, IsOfNoUseToAForkedChild) {
     EXPECT_TRUE(sendText(sut, "x"));
 }
 
-// --- The directory
+// The directory.
 
 TEST_F(MessageQueue, MakesAMissingDirectoryForItsOwnerAlone) {
     const std::string path = m_directory + "/inner";
@@ -841,7 +841,7 @@ TEST_F(MessageQueue, RefusesANameThatFitsNoFileName) {
     EXPECT_FALSE(sut.create(std::string(256, 'x'), 4, 1024, 0));
 }
 
-// --- The other end dies
+// The other end dies.
 
 TEST_F(MessageQueue, AFullSenderIsReleasedWhenTheReceiverDies) {
     sal::MessageQueue sut;
@@ -1188,7 +1188,7 @@ TEST_F(MessageQueue, AWaitForTheCreatorsEndOutlivesItsObject) {
     EXPECT_EQ(files(), std::vector<std::string>{});
 }
 
-// --- Shutdown of the receiving thread
+// Shutdown of the receiving thread.
 
 TEST_F(MessageQueue, ShutdownWakesAReceiveThatWaits) {
     sal::MessageQueue sut;
@@ -1291,7 +1291,7 @@ TEST_F(MessageQueue, ShutdownWakesAReceiveThatIsRefused) {
     EXPECT_TRUE(thread.shutdown(20'000));
 }
 
-// --- Damage
+// Damage.
 
 TEST_F(MessageQueue, AScribbledTailIsAnErrorAndALine) {
     sal::MessageQueue sut;
@@ -1467,7 +1467,7 @@ TEST_F(MessageQueue, ABusErrorElsewhereGoesToTheHandlerThatWasThereBefore) {
         testing::ExitedWithCode(7), "");
 }
 
-// --- Memory
+// Memory.
 
 TEST_F(MessageQueue, TakesLittleMemoryWhileTheReceiverKeepsUp) {
     sal::MessageQueue sut;
@@ -1548,7 +1548,7 @@ TEST_F(MessageQueue, LackOfMemoryIsAFailedCreate) {
     EXPECT_EQ(peer.line(), "not created");
 }
 
-// --- What the host shows
+// What the host shows.
 
 TEST_F(MessageQueue, StatusesShowTheQueuesThatThisProcessMade) {
     sal::MessageQueue second;
