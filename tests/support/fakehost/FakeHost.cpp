@@ -31,11 +31,17 @@ FakeHost::FakeHost() {
 }
 
 FakeHost::~FakeHost() {
-    g_pCurrent = nullptr;
     Journal::instance().setObserver(nullptr);
+    removeFiles();
+}
+
+void FakeHost::removeFiles() {
+    if (!g_pCurrent)
+        return;
     std::error_code ignored;
-    std::filesystem::current_path(m_formerDirectory, ignored);
-    std::filesystem::remove_all(m_root, ignored);
+    std::filesystem::current_path(g_pCurrent->m_formerDirectory, ignored);
+    std::filesystem::remove_all(g_pCurrent->m_root, ignored);
+    g_pCurrent = nullptr;
 }
 
 FakeHost& FakeHost::current() {

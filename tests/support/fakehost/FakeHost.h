@@ -35,6 +35,8 @@ public:
     FakeHost& operator=(const FakeHost&) = delete;
 
     static FakeHost& current();
+    /// For a process that ends here, without the destructor.
+    static void removeFiles();
 
     Journal& journal() { return Journal::instance(); }
     QueueBoard& queues() { return QueueBoard::instance(); }
