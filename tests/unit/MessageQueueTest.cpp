@@ -47,14 +47,21 @@ private:
 class MessageQueue : public testing::Test {
 protected:
     void SetUp() override {
-        std::string path = "/dev/shm/mfd-queue-test-XXXXXX";
-        ASSERT_NE(::mkdtemp(path.data()), nullptr);
-        m_directory = path;
+        // The process of a death test never comes to its end, so it uses the directory of its parent.
+        if (const char* pParents = std::getenv("MFD_QUEUE_TEST_DIRECTORY"); pParents != nullptr) {
+            m_directory = pParents;
+        } else {
+            std::string path = "/dev/shm/mfd-queue-test-XXXXXX";
+            ASSERT_NE(::mkdtemp(path.data()), nullptr);
+            m_directory = path;
+            ::setenv("MFD_QUEUE_TEST_DIRECTORY", m_directory.c_str(), 1);
+        }
         ::setenv("MFD_QUEUE_DIR", m_directory.c_str(), 1);
     }
 
     void TearDown() override {
         ::unsetenv("MFD_QUEUE_DIR");
+        ::unsetenv("MFD_QUEUE_TEST_DIRECTORY");
         std::filesystem::remove_all(m_directory);
     }
 
