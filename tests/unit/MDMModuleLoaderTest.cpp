@@ -868,11 +868,11 @@ TEST(MDMModuleLoader, ExceptionOfDeinitializeEndsTheTeardown) {
     s.addDriver();
     s.loadQuietly(direct());
     s.drivers["A"]->onDeinitialize = [] { throw std::runtime_error("no"); };
+    const std::unique_ptr<sal::Module> pModule(s.sut.getModule("A"));
     MDMModuleLoader* pSut = s.pSut.release();
     EXPECT_EQ(fakehost::printedBy([&] { EXPECT_THROW(delete pSut, std::runtime_error); }),
               "Deinitializing MF driver ID: A...");
     EXPECT_EQ(s.linesOf({"module delete"}), Calls{});
-    delete s.drivers["A"];
 }
 
 TEST(MDMModuleLoader, UnloadOfAnUnknownIDLeavesPortsAndMacroSystem) {
