@@ -20,7 +20,11 @@ using testing::IsEmpty;
 
 class Directory : public testing::Test {
 protected:
-    ~Directory() override { sal::Directory::setFileFilter(nullptr); }
+    ~Directory() override {
+        sal::Directory::setFileFilter(nullptr);
+        std::error_code none;
+        fs::permissions(directory.path("closed"), fs::perms::owner_all, none);
+    }
 
     sal::Directory at(const std::string& name = {}) const {
         return sal::Directory(sal::Path(directory.path(name)));

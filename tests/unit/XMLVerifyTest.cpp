@@ -57,7 +57,11 @@ protected:
         directory.write("workplace.xml.sig", key.sign("<workplace/>"));
         ::XMLVerify::setTrustDirectory(directory.path("trust"));
     }
-    ~XMLVerify() override { ::XMLVerify::setTrustDirectory({}); }
+    ~XMLVerify() override {
+        ::XMLVerify::setTrustDirectory({});
+        std::error_code none;
+        fs::permissions(directory.path("trust"), fs::perms::owner_all, none);
+    }
 
     bool verify() const { return ::XMLVerify::verifySignature(sal::Path(directory.path("workplace.xml"))); }
 
