@@ -30,7 +30,7 @@ Refusal writeFile(const char* path, const std::string& text) {
     if (fd < 0)
         return refused(std::string("open ") + path);
     const ssize_t written = ::write(fd, text.data(), text.size());
-    const Refusal refusal =
+    Refusal refusal =
         written == static_cast<ssize_t>(text.size()) ? Refusal() : refused(std::string("write ") + path);
     ::close(fd);
     return refusal;
