@@ -46,8 +46,8 @@ private:
 class MDM_API MDMModuleLoader {
 public:
     MDMModuleLoader();
-    /// Deinitialises all drivers, then deletes them: those in this process first. An exception of a driver ends
-    /// it there.
+    /// Deinitialises all drivers, then deletes them: those in this process first. An exception of a driver
+    /// ends it there.
     virtual ~MDMModuleLoader() noexcept(false);
 
     /// To be set before drivers are loaded.
