@@ -692,7 +692,7 @@ TEST_F(MessageQueue, OpenFailsWhenTheFileDoesNotFitItsHeader) {
 
 TEST_F(MessageQueue, OpenRefusesAQueueOfAnotherPidNamespace) {
     if (std::system("unshare -Urpf true 2>/dev/null") != 0) {
-        GTEST_SKIP() << "no namespaces allowed here";
+        GTEST_SKIP() << "needs user and PID namespaces";
     }
     sal::MessageQueue sut;
     ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
@@ -1528,7 +1528,7 @@ TEST_F(MessageQueue, GivesMemoryBackWhileTrafficGoesOn) {
 
 TEST_F(MessageQueue, LackOfMemoryIsAFailedSend) {
     if (std::system("unshare -Urm true 2>/dev/null") != 0) {
-        GTEST_SKIP() << "no namespaces allowed here";
+        GTEST_SKIP() << "needs user and mount namespaces";
     }
     QueuePeer peer({"fill", "Q"},
                    {"unshare", "-Urm", "sh", "-c",
@@ -1538,7 +1538,7 @@ TEST_F(MessageQueue, LackOfMemoryIsAFailedSend) {
 
 TEST_F(MessageQueue, LackOfMemoryThatWasGivenBackIsAFailedSend) {
     if (std::system("unshare -Urm true 2>/dev/null") != 0) {
-        GTEST_SKIP() << "no namespaces allowed here";
+        GTEST_SKIP() << "needs user and mount namespaces";
     }
     QueuePeer peer({"refill", "Q"},
                    {"unshare", "-Urm", "sh", "-c",
