@@ -1,8 +1,8 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
-#include <thread>
+
+#include "MDMUseCount.h"
 
 /// Guards calls through a borrowed pointer that another thread takes away: calls enter from any thread
 /// without a lock, and whoever takes the pointer away waits until those inside have returned. Only then may
@@ -17,13 +17,13 @@ public:
             // The look before entering keeps the count of a closed gate at rest, so that close() ends.
             if (!MDMCallGate::load(pObject))
                 return;
-            m_gate.m_inside.fetch_add(1);
+            m_place = m_gate.m_inside.enter();
             m_inside = true;
             m_pObject = MDMCallGate::load(pObject);
         }
         ~Call() {
             if (m_inside)
-                m_gate.m_inside.fetch_sub(1);
+                m_gate.m_inside.leave(m_place);
         }
         Call(const Call&) = delete;
         Call& operator=(const Call&) = delete;
@@ -34,6 +34,7 @@ public:
     private:
         MDMCallGate& m_gate;
         T* m_pObject = nullptr;
+        unsigned int m_place = 0;
         bool m_inside = false;
     };
 
@@ -52,10 +53,9 @@ public:
     template <class T>
     void close(T*& pObject) {
         store(pObject, static_cast<T*>(nullptr));
-        while (m_inside.load() != 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        m_inside.waitForAll();
     }
 
 private:
-    std::atomic<unsigned int> m_inside{0};
+    MDMUseCount m_inside;
 };

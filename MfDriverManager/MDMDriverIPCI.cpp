@@ -1,8 +1,9 @@
 #include "MDMDriverIPCI.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <vector>
 
 #include "DriverMessage.h"
@@ -182,16 +183,35 @@ void MDMDriverIPCI::waitForQueues(const std::string& driverID) {
     waitForQueue(outQueueName(driverID), g_outCapacity);
 }
 
+std::size_t MDMDriverIPCI::KindAndNameHash::operator()(const QueueCmd& command) const {
+    return std::hash<std::string>()(command.name) + static_cast<std::size_t>(command.cmdType);
+}
+
+bool MDMDriverIPCI::SameKindAndName::operator()(const QueueCmd& a, const QueueCmd& b) const {
+    return a.cmdType == b.cmdType && a.name == b.name;
+}
+
+// However many names are pending, one look finds the entry that an update replaces.
 void MDMDriverIPCI::lookAhead(const QueueCmd& command) {
-    if (command.cmdType != QueueCmd::Trigger) {
-        const auto same =
-            std::find_if(m_laQueue.begin(), m_laQueue.end(), [&command](const QueueCmd& pending) {
-                return pending.cmdType == command.cmdType && pending.name == command.name;
-            });
-        if (same != m_laQueue.end())
-            m_laQueue.erase(same);
+    const bool isEvent = command.cmdType == QueueCmd::Trigger;
+    if (!isEvent) {
+        const auto same = m_laIndex.find(command);
+        if (same != m_laIndex.end()) {
+            QueueCmd& pending = **same;
+            pending.strValue = command.strValue;
+            pending.numValue = command.numValue;
+            m_laQueue.splice(m_laQueue.end(), m_laQueue, *same);
+            return;
+        }
     }
-    m_laQueue.push_back(command);
+    if (m_laSpare.empty()) {
+        m_laQueue.push_back(command);
+    } else {
+        m_laSpare.front() = command;
+        m_laQueue.splice(m_laQueue.end(), m_laSpare, m_laSpare.begin());
+    }
+    if (!isEvent)
+        m_laIndex.insert(std::prev(m_laQueue.end()));
 }
 
 void MDMDriverIPCI::flushLAQueue() {
@@ -219,7 +239,10 @@ void MDMDriverIPCI::flushLAQueue() {
                 break;
         }
     }
-    m_laQueue.clear();
+    m_laIndex.clear();
+    m_laSpare.splice(m_laSpare.end(), m_laQueue);
+    if (m_laSpare.size() > g_pendingLimit + 1)
+        m_laSpare.resize(g_pendingLimit + 1);
 }
 
 void MDMDriverIPCI::drainOutQueue(ReceiveBuffer& buffer, int timeout) {

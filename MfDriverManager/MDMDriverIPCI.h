@@ -3,6 +3,7 @@
 #include <atomic>
 #include <list>
 #include <string>
+#include <unordered_set>
 
 #include "IFunctionID.h"
 #include "IMFDConfiguration.h"
@@ -76,6 +77,22 @@ public:
 private:
     struct ReceiveBuffer;
 
+    using Position = std::list<QueueCmd>::iterator;
+
+    /// Takes pending calls of one kind and name for the same one.
+    struct KindAndNameHash {
+        using is_transparent = void;
+        std::size_t operator()(const QueueCmd& command) const;
+        std::size_t operator()(const Position& position) const { return (*this)(*position); }
+    };
+    struct SameKindAndName {
+        using is_transparent = void;
+        bool operator()(const QueueCmd& a, const QueueCmd& b) const;
+        bool operator()(const Position& a, const QueueCmd& b) const { return (*this)(*a, b); }
+        bool operator()(const QueueCmd& a, const Position& b) const { return (*this)(a, *b); }
+        bool operator()(const Position& a, const Position& b) const { return (*this)(*a, *b); }
+    };
+
     /// Takes messages until none comes within the time-out, which is 0 behind the first, and delivers all
     /// that was held back.
     void drainOutQueue(ReceiveBuffer& buffer, int timeout);
@@ -91,4 +108,8 @@ private:
     mutable sal::MessageQueue m_inQueue;  ///< the driver's input: sent to only
     sal::MessageQueue m_outQueue;         ///< the driver's output: received from only
     std::atomic<bool> m_running{false};
+
+    std::unordered_set<Position, KindAndNameHash, SameKindAndName>
+        m_laIndex;                  ///< into m_laQueue, events apart
+    std::list<QueueCmd> m_laSpare;  ///< delivered entries, used again for the next ones
 };

@@ -1,10 +1,6 @@
 #include "MDMFidDistributor.h"
 
-#include <chrono>
 #include <iostream>
-#include <memory>
-#include <mutex>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -30,7 +26,7 @@ class MDMFidDistributor::PortUse {
 public:
     /// Empty when no driver has that ID.
     PortUse(const MDMFidDistributor& distributor, const std::string& driverID) {
-        const std::shared_lock lock(distributor.m_portsMutex);
+        const MDMReadersMutex::Reader lock(distributor.m_portsMutex);
         const auto found = distributor.m_ports.find(driverID);
         if (found != distributor.m_ports.end())
             take(found->second);
@@ -38,9 +34,10 @@ public:
 
     ~PortUse() {
         if (m_pPort)
-            m_pPort->m_dispatching.fetch_sub(1);
+            m_pPort->m_dispatching.leave(m_place);
     }
-    PortUse(PortUse&& other) noexcept : m_pPort(std::exchange(other.m_pPort, nullptr)) {}
+    PortUse(PortUse&& other) noexcept
+        : m_pPort(std::exchange(other.m_pPort, nullptr)), m_place(other.m_place) {}
     PortUse& operator=(PortUse&&) = delete;
 
     explicit operator bool() const { return m_pPort != nullptr; }
@@ -49,7 +46,7 @@ public:
     /// All ports in the order of their driver IDs.
     static std::vector<PortUse> all(const MDMFidDistributor& distributor) {
         std::vector<PortUse> uses;
-        const std::shared_lock lock(distributor.m_portsMutex);
+        const MDMReadersMutex::Reader lock(distributor.m_portsMutex);
         for (const auto& [driverID, pPort] : distributor.m_ports)
             uses.push_back(PortUse(pPort));
         return uses;
@@ -57,8 +54,8 @@ public:
 
     /// Deletes a port that nobody can look up any more, once those who had have left it.
     static void destroy(MDMMainframeDriverPort* pPort) {
-        while (pPort && pPort->m_dispatching.load() != 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (pPort)
+            pPort->m_dispatching.waitForAll();
         delete pPort;
     }
 
@@ -66,11 +63,12 @@ private:
     explicit PortUse(MDMMainframeDriverPort* pPort) { take(pPort); }
 
     void take(MDMMainframeDriverPort* pPort) {
-        pPort->m_dispatching.fetch_add(1);
+        m_place = pPort->m_dispatching.enter();
         m_pPort = pPort;
     }
 
     MDMMainframeDriverPort* m_pPort = nullptr;
+    unsigned int m_place = 0;
 };
 
 MDMFidDistributor::MDMFidDistributor() {
@@ -102,7 +100,9 @@ IInterface* MDMFidDistributor::queryInterface(unsigned int id) {
 }
 
 void MDMFidDistributor::dispatchFID(const std::string& fid, const FIDParameterList& parameters) const {
-    m_pLog->level(5) << "MDM: " << fid << " ( " << parameters << ") received." << std::endl;
+    // The stream of a level that is off takes nothing: asked once, it costs nothing more.
+    if (std::ostream& trace = m_pLog->level(5))
+        trace << "MDM: " << fid << " ( " << parameters << ") received." << std::endl;
 
     {
         const MDMCallGate::Call<IMacroSystem> macroSystem(m_macroGate, m_pMacroSystem);
@@ -173,7 +173,7 @@ bool MDMFidDistributor::showState() const {
 IPanelState* MDMFidDistributor::addDriverPort(const std::string& driverID, IFunctionID* functionId) {
     MDMMainframeDriverPort* pFormer = nullptr;
     {
-        const std::unique_lock lock(m_portsMutex);
+        const MDMReadersMutex::Writer lock(m_portsMutex);
         const auto found = m_ports.find(driverID);
         if (found != m_ports.end()) {
             pFormer = found->second;
@@ -187,7 +187,7 @@ IPanelState* MDMFidDistributor::addDriverPort(const std::string& driverID, IFunc
     // Ports report to the distributor and not to the target itself, so a new target holds for all of them.
     auto* pPanelState = dynamic_cast<IPanelState*>(queryInterface(IID_IPanelState));
     {
-        const std::unique_lock lock(m_portsMutex);
+        const MDMReadersMutex::Writer lock(m_portsMutex);
         m_ports[driverID] = pPort;
         pPort->setPanelStateInterface(pPanelState);
         pPort->setFunctionIDInterface(functionId);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <map>
-#include <shared_mutex>
 #include <string>
 
 #include "IDistributorFID.h"
@@ -9,6 +8,7 @@
 #include "IPanelState.h"
 #include "MDMCallGate.h"
 #include "MDMExport.h"
+#include "MDMReadersMutex.h"
 
 class IMacroSystem;
 class ISystem;
@@ -96,6 +96,6 @@ private:
     IMacroSystem* m_pMacroSystem = nullptr;
     sal::LogOutput* m_pLog = nullptr;
 
-    mutable std::shared_mutex m_portsMutex;  ///< guards m_ports; held for the look-up only
-    mutable MDMCallGate m_macroGate;         ///< guards m_pMacroSystem
+    mutable MDMReadersMutex m_portsMutex;  ///< guards m_ports; held for the look-up only
+    mutable MDMCallGate m_macroGate;       ///< guards m_pMacroSystem
 };

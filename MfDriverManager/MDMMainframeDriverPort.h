@@ -6,6 +6,7 @@
 #include "IPanelState.h"
 #include "MDMCallGate.h"
 #include "MDMExport.h"
+#include "MDMUseCount.h"
 
 /// Stands between one driver and the distributor. To the driver it is the IPanelState that puts the driver ID
 /// before each name; to the distributor it is the IFunctionID that leads to the driver. Made, wired and owned
@@ -51,6 +52,5 @@ private:
     std::string m_driverID;
 
     mutable MDMCallGate m_functionIDGate;  ///< guards m_pFunctionID
-    mutable std::atomic<unsigned int> m_dispatching{
-        0};  ///< calls of the distributor that keep this port alive
+    mutable MDMUseCount m_dispatching;     ///< calls of the distributor that keep this port alive
 };
