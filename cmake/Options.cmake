@@ -1,6 +1,8 @@
 # Settings that hold for every target of the tree.
 
 option(MFD_TESTS "Build the tests" ON)
+option(MFD_FUZZ "Build the fuzzing programs; needs clang" OFF)
+option(MFD_BENCH "Build the measurements; they need Google Benchmark" OFF)
 set(MFD_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
 
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -36,4 +38,9 @@ if(MFD_SANITIZE)
         # gcc warns that ThreadSanitizer does not follow stand-alone fences.
         add_compile_options(-Wno-tsan)
     endif()
+endif()
+
+if(MFD_FUZZ)
+    # What runs is seen by the programs that make up the input.
+    add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
