@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <sstream>
 
-#include "Journal.h"
+#include "Console.h"
+#include "FakeHost.h"
 
 namespace sal {
 
@@ -32,8 +33,11 @@ CmdProcessor::~CmdProcessor() {
 }
 
 void CmdProcessor::registerCmd(CmdRegister* pRecord) {
-    fakehost::Journal::instance().note("command register " + pRecord->name());
     m_pImpl->records.emplace_back(pRecord);
+    fakehost::Console::instance().commands.push_back(pRecord);
+    // After one that fails there is no processor any more.
+    if (!fakehost::Journal::instance().perform("command register " + pRecord->name()))
+        s_pInstance = nullptr;
 }
 
 bool CmdProcessor::execute(const std::string& line, std::ostream&) {

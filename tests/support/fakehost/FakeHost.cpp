@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Console.h"
+
 namespace fakehost {
 namespace {
 
@@ -18,6 +20,7 @@ FakeHost::FakeHost() {
         throw std::logic_error("there is a FakeHost already");
     Journal::instance().reset();
     QueueBoard::instance().reset();
+    Console::instance() = Console();
     std::string pattern = (std::filesystem::temp_directory_path() / "fakehost.XXXXXX").string();
     if (!mkdtemp(pattern.data()))
         throw std::runtime_error("cannot make a directory like " + pattern);
