@@ -5,9 +5,12 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 #include <sstream>
+#include <string>
 #include <vector>
 
+#include "GoldenFrame.h"
 #include "LogCapture.h"
 
 namespace {
@@ -181,6 +184,94 @@ TEST(FIDParameterList, EqualityLooksAtOrder) {
     other.add("x", "1");
     EXPECT_EQ(twoPairs(), twoPairs());
     EXPECT_FALSE(twoPairs() == other);
+}
+
+// The rest of an "SNDFDP" message, as it stands in tests/data/frames.
+
+/// What stands behind the name.
+std::string parametersOf(const std::string& frame) {
+    const std::string bytes = goldenText(frame);
+    if (bytes.size() < 7)
+        return {};
+    return bytes.substr(std::min(bytes.size(), 7 + std::size_t{static_cast<unsigned char>(bytes[6])}));
+}
+
+struct Golden {
+    std::string frame;
+    std::vector<FIDParameterList::Parameter> pairs;
+};
+
+std::vector<Golden> goldenLists() {
+    const std::string v(250, 'v');
+    const std::string highs(255, '\xff');
+    const FIDParameterList::Parameter to{"to", "12.5"};
+    const std::vector<FIDParameterList::Parameter> emptyPairs(255);
+    return {
+        {"SNDFDP", {to, {"speed", "3"}}},
+        {"SNDFDP-no-parameters", {}},
+        {"SNDFDP-empty", {}},
+        {"SNDFDP-empty-pair", {{"", ""}}},
+        {"SNDFDP-255-bytes", {{std::string(255, 'n'), std::string(255, 'v')}}},
+        {"SNDFDP-255-parameters", emptyPairs},
+        {"SNDFDP-fullest", {{"a", v}, {"b", v}, {"c", v}, {"d", v}}},
+        {"SNDFDP-cut", {{"a", "1"}}},
+        {"SNDFDP-left-out", {{"a", "1"}, {"c", "3"}}},
+        {"SNDFDP-zero-byte", {{"a\0b"s, "c\0d"s}}},
+        {"unsent/SNDFDP-trailing", {{"a", "1"}}},
+        {"unsent/SNDFDP-cut-6", {}},
+        {"unsent/SNDFDP-cut-7", {}},
+        {"unsent/SNDFDP-cut-9", {}},
+        {"unsent/SNDFDP-cut-11", {}},
+        {"unsent/SNDFDP-cut-12", {}},
+        {"unsent/SNDFDP-cut-13", {}},
+        {"unsent/SNDFDP-cut-14", {}},
+        {"unsent/SNDFDP-cut-15", {}},
+        {"unsent/SNDFDP-cut-16", {}},
+        {"unsent/SNDFDP-cut-18", {}},
+        {"unsent/SNDFDP-cut-20", {to}},
+        {"unsent/SNDFDP-cut-26", {to}},
+        {"unsent/SNDFDP-cut-27", {to}},
+        {"unsent/SNDFDP-crossing", {{"a", v}, {"b", v}, {"c", v}}},
+        {"unsent/SNDFDP-count-beyond", {{"a", "1"}}},
+        {"unsent/SNDFDP-all-ff", {{highs, highs}}},
+    };
+}
+
+TEST(FIDParameterList, WritesTheParametersOfEachGoldenFrame) {
+    for (const auto& [frame, pairs] : goldenLists()) {
+        if (frame.starts_with("unsent/"))
+            continue;
+        FIDParameterList sut;
+        for (const auto& [name, value] : pairs)
+            sut.add(name, value);
+        const std::string expected = parametersOf(frame);
+        const int room = static_cast<int>(1024 - (goldenText(frame).size() - expected.size()));
+        EXPECT_TRUE(serialized(sut, room) == expected) << frame;
+    }
+}
+
+TEST(FIDParameterList, LeavesWhatHasNoPlaceOutOfTheGoldenFrame) {
+    const LogCapture log;
+    FIDParameterList sut;
+    sut.add("a", "1");
+    sut.add("b", std::string(256, 'v'));
+    sut.add(std::string(256, 'n'), "2");
+    sut.add("c", "3");
+    EXPECT_EQ(serialized(sut, 1016), parametersOf("SNDFDP-left-out"));
+}
+
+TEST(FIDParameterList, ReadsTheParametersOfEachGoldenFrame) {
+    for (const auto& [frame, pairs] : goldenLists())
+        EXPECT_EQ(pairsOf(deserialized(parametersOf(frame))), pairs) << frame;
+}
+
+TEST(FIDParameterList, EachGoldenFrameWithParametersIsRead) {
+    std::set<std::string> read;
+    for (const Golden& golden : goldenLists())
+        read.insert(golden.frame);
+    std::set<std::string> frames = goldenFrameNames();
+    std::erase_if(frames, [](const std::string& name) { return name.find("SNDFDP") == std::string::npos; });
+    EXPECT_EQ(read, frames);
 }
 
 }  // namespace
