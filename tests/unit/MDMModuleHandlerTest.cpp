@@ -247,6 +247,51 @@ TEST(MDMModuleHandler, ScanBeforeInitPublishesNothing) {
     EXPECT_EQ(host.journal().lines(), Calls{});
 }
 
+TEST(MDMModuleHandler, EveryFieldIsPublishedThoughItIsEmpty) {
+    Workplace s;
+    s.host.writeFile("/more/a.xml", "<mfDriverModule><module_type/></mfDriverModule>");
+    s.sut.setPanelStateInterface(&s.panel);
+    s.sut.searchMfDriver("/more");
+    EXPECT_EQ(
+        s.host.journal().linesOf({"panel"}),
+        (Calls{"panel setStateValue PANEL.MFDDEF0.TYPE ", "panel setStateValue PANEL.MFDDEF0.VERSION ",
+               "panel setStateValue PANEL.MFDDEF0.DESCRIPTION ", "panel setStateValue PANEL.MFDDEF0.PREFIX ",
+               "panel setStateValueInt PANEL.MFDDEF.COUNT 1"}));
+}
+
+TEST(MDMModuleHandler, SecondScanOfADirectoryPublishesItsEntriesTwice) {
+    Workplace s;
+    s.search();
+    s.sut.setPanelStateInterface(&s.panel);
+    s.sut.searchMfDriver("/mods");
+    EXPECT_EQ(
+        s.host.journal().linesOf({"panel setStateValue PANEL.MFDDEF0.TYPE",
+                                  "panel setStateValue PANEL.MFDDEF1.TYPE", "panel setStateValueInt"}),
+        (Calls{"panel setStateValue PANEL.MFDDEF0.TYPE Axis", "panel setStateValue PANEL.MFDDEF1.TYPE Axis",
+               "panel setStateValueInt PANEL.MFDDEF.COUNT 2"}));
+}
+
+TEST(MDMModuleHandler, DirectoryThatCannotBeEnteredIsStillFollowedByThePublication) {
+    Workplace s;
+    s.search();
+    s.sut.setPanelStateInterface(&s.panel);
+    s.sut.searchMfDriver("/nowhere");
+    EXPECT_EQ(s.host.journal().linesOf({"panel"}).size(), 5u);
+    EXPECT_EQ(s.host.journal().count("panel setStateValueInt PANEL.MFDDEF.COUNT 1"), 1);
+}
+
+TEST(MDMModuleHandler, PublicationComesBehindTheWholeScan) {
+    Workplace s;
+    s.sut.setPanelStateInterface(&s.panel);
+    s.sut.searchMfDriver("/mods");
+    EXPECT_EQ(s.host.journal().lines(), (Calls{"files /mods xml 0", "chdir /mods", "chdir /wp",
+                                               "panel setStateValue PANEL.MFDDEF0.TYPE Axis",
+                                               "panel setStateValue PANEL.MFDDEF0.VERSION 1.0",
+                                               "panel setStateValue PANEL.MFDDEF0.DESCRIPTION moves",
+                                               "panel setStateValue PANEL.MFDDEF0.PREFIX AX",
+                                               "panel setStateValueInt PANEL.MFDDEF.COUNT 1"}));
+}
+
 TEST(MDMModuleHandler, IndexIsNotPadded) {
     Workplace s;
     std::string text = "<mfDriverModule>";
@@ -267,6 +312,34 @@ TEST(MDMModuleHandler, PdlFileIsThatOfTheFirstEntryOfTheType) {
     std::string type = "Axis";
     EXPECT_EQ(s.sut.getPDLFilename(type), "axis.pdl");
     EXPECT_EQ(type, "Axis");
+}
+
+TEST(MDMModuleHandler, PdlFileIsThatOfTheFirstEntryThoughItIsEmpty) {
+    Workplace s;
+    s.host.writeFile("/more/a.xml",
+                     "<mfDriverModule><module_type type=\"Lamp\"/>"
+                     "<module_type type=\"Lamp\" pdlFile=\"lamp.pdl\"/></mfDriverModule>");
+    s.search("/more");
+    std::string type = "Lamp";
+    EXPECT_EQ(s.sut.getPDLFilename(type), "");
+}
+
+TEST(MDMModuleHandler, PdlFileOfTheEmptyTypeIsThatOfAnEntryWithoutAType) {
+    Workplace s;
+    s.host.writeFile("/mods/b.xml", "<mfDriverModule><module_type pdlFile=\"none.pdl\"/></mfDriverModule>");
+    s.search();
+    std::string type;
+    EXPECT_EQ(s.sut.getPDLFilename(type), "none.pdl");
+}
+
+TEST(MDMModuleHandler, PdlFileIsThatOfTheTypeWhateverItsVersion) {
+    Workplace s;
+    s.host.writeFile("/more/a.xml",
+                     "<mfDriverModule><module_type type=\"Lamp\" version=\"2.0\" pdlFile=\"two.pdl\"/>"
+                     "<module_type type=\"Lamp\" version=\"1.0\" pdlFile=\"one.pdl\"/></mfDriverModule>");
+    s.search("/more");
+    std::string type = "Lamp";
+    EXPECT_EQ(s.sut.getPDLFilename(type), "two.pdl");
 }
 
 TEST(MDMModuleHandler, PdlFileOfAnUnknownTypeIsEmpty) {
@@ -399,6 +472,26 @@ TEST(MDMModuleHandler, PanelDriverIsStartedThroughTheInterface) {
               Calls{"startMfDriver 0 [PANEL] [Panel] [1.0] [data/PANEL] [] [] 1"});
 }
 
+TEST(MDMModuleHandler, EntriesOfTheFileGoToTheLoaderDirectly) {
+    fakehost::FakeHost host;
+    WatchedHandler sut;
+    sut.init();
+    host.writeFile("/wp/workplace.xml", workplaces(driver("A") + driver("B")));
+    EXPECT_TRUE(sut.startMfDrivers("workplace.xml"));
+    EXPECT_TRUE(sut.MDMModuleHandler::reloadMfDriver("A"));
+    EXPECT_EQ(host.journal().linesOf({"startMfDriver"}),
+              Calls{"startMfDriver 0 [PANEL] [Panel] [1.0] [data/PANEL] [] [] 1"});
+}
+
+TEST(MDMModuleHandler, LoadCommandGoesToTheLoaderDirectly) {
+    fakehost::FakeHost host;
+    WatchedHandler sut;
+    sut.init();
+    sal::CmdParameters parameters({"0", "A", "Axis", "1.0", "", "", "", "Direct"});
+    EXPECT_TRUE(sut.shellCmdLoadDriver(parameters));
+    EXPECT_EQ(host.journal().linesOf({"startMfDriver"}), Calls{});
+}
+
 TEST(MDMModuleHandler, PanelDriverThatDoesNotStartEndsTheStart) {
     fakehost::FakeHost host;
     WatchedHandler sut;
@@ -420,6 +513,41 @@ TEST(MDMModuleHandler, PathOfAFailedPanelStartIsNotKept) {
     s.host.journal().clear();
     EXPECT_FALSE(s.reload("A"));
     EXPECT_EQ(s.host.journal().lines(), Calls{});
+}
+
+TEST(MDMModuleHandler, StartThatFailsAtThePanelDriverLeavesTheFormerPathForReloads) {
+    Workplace s;
+    s.configure(workplaces(driver("A")));
+    s.host.writeFile("/wp/second.xml", workplaces(driver("B")));
+    s.search();
+    EXPECT_TRUE(s.start());
+    s.host.fail("adapter open", 1);
+    EXPECT_FALSE(s.start("second.xml"));
+    EXPECT_TRUE(s.reload("A"));
+    EXPECT_FALSE(s.reload("B"));
+}
+
+TEST(MDMModuleHandler, StartThatFailsAtThePanelDriverTouchesNothingElse) {
+    Workplace s;
+    s.host.entries["/var/data"] = {"OLD"};
+    s.configure(workplaces(driver("A")));
+    s.search();
+    s.host.fail("adapter open", 1);
+    EXPECT_FALSE(s.start());
+    EXPECT_EQ(s.host.journal().lines(),
+              (Calls{"adapter list", "adapter open eth0", "log MDM 2: Failed to start panel driver"}));
+}
+
+TEST(MDMModuleHandler, PathOfAReloadIsReadAgainEachTime) {
+    Workplace s;
+    s.configure(workplaces(driver("A")));
+    s.search();
+    s.start();
+    s.configure(workplaces(driver("B")));
+    EXPECT_FALSE(s.reload("A"));
+    EXPECT_TRUE(s.reload("B"));
+    s.configure(workplaces(driver("A")));
+    EXPECT_TRUE(s.reload("A"));
 }
 
 TEST(MDMModuleHandler, EmptyPathStartsThePanelDriverOnly) {
@@ -785,6 +913,57 @@ TEST(MDMModuleHandler, WorkplaceIdThatIsNoNumberIsZero) {
               Calls{"driver setConfiguration 0 [A] [data/A] [192.0.2.10] [eth0] [192.0.2.10] [/wp/nvram/A]"});
 }
 
+TEST(MDMModuleHandler, WorkplaceIdIsReadAsTheLibraryReadsNumbers) {
+    const std::pair<const char*, int> numbers[] = {{"7abc", 7}, {" 3", 3},  {"007", 7}, {"+2", 2},
+                                                   {"", 0},     {"0x5", 0}, {"6.9", 6}};
+    for (const auto& [text, number] : numbers) {
+        Workplace s;
+        s.preparedFrom(std::string("<workplaces><workplace id=\"") + text + "\">" + driver("A", "direct") +
+                           "</workplace></workplaces>",
+                       true);
+        EXPECT_EQ(s.host.journal().linesOf({"driver setConfiguration"}),
+                  Calls{"driver setConfiguration " + std::to_string(number) +
+                        " [A] [data/A] [192.0.2.10] [eth0] [192.0.2.10] [/wp/nvram/A]"})
+            << text;
+    }
+}
+
+TEST(MDMModuleHandler, EveryWorkplaceFromZeroToSevenIsValid) {
+    Workplace s;
+    std::string text = "<workplaces>";
+    for (const char* number : {"0", "1", "2", "3", "4", "5", "6", "7"})
+        text += std::string("<workplace id=\"") + number + "\">" + driver(number) + "</workplace>";
+    EXPECT_EQ(s.preparedFrom(text + "</workplaces>", true), (Calls{"0", "1", "2", "3", "4", "5", "6", "7"}));
+    EXPECT_EQ(s.log(), Calls{});
+}
+
+TEST(MDMModuleHandler, WorkplaceIdIsLookedAtBeforeTheChildrenOfTheWorkplace) {
+    Workplace s;
+    EXPECT_EQ(
+        s.preparedFrom("<workplaces><workplace id=\"8\"><!-- comment --></workplace></workplaces>", false),
+        Calls{});
+    EXPECT_EQ(s.log(), Calls{"log MDM 2: Workplace ID missing or invalid in \"workplace.xml\" line 1"});
+}
+
+TEST(MDMModuleHandler, WorkplaceWithoutDriversIsPassed) {
+    Workplace s;
+    EXPECT_EQ(s.preparedFrom("<workplaces><workplace id=\"0\"/><workplace id=\"0\">" + driver("A") +
+                                 "</workplace></workplaces>",
+                             true),
+              Calls{"A"});
+    EXPECT_EQ(s.log(), Calls{});
+}
+
+TEST(MDMModuleHandler, OtherNodesThanElementsBeforeTheRootAreSkipped) {
+    Workplace s;
+    EXPECT_EQ(s.preparedFrom("<?xml version=\"1.0\"?><!DOCTYPE workplaces><!-- a --><workplaces>"
+                             "<workplace id=\"0\">" +
+                                 driver("A") + "</workplace></workplaces>",
+                             true),
+              Calls{"A"});
+    EXPECT_EQ(s.log(), Calls{});
+}
+
 // One entry of the file.
 
 TEST(MDMModuleHandler, EveryAttributeOfAnEntryReachesTheLoader) {
@@ -799,6 +978,35 @@ TEST(MDMModuleHandler, EveryAttributeOfAnEntryReachesTheLoader) {
         s.host.journal().linesOf({"adapter add", "driver setConfiguration"}),
         (Calls{"adapter add wlan0 198.51.100.2 255.255.255.0",
                "driver setConfiguration 0 [A] [data/x] [198.51.100.2] [wlan0] [192.0.2.10] [/wp/nvram/A]"}));
+}
+
+TEST(MDMModuleHandler, AttributeNamesOfAnEntryAreCaseSensitive) {
+    Workplace s;
+    s.preparedFrom(
+        workplaces("<mainframeDriver driverID=\"A\" DriverID=\"X\" driverType=\"Axis\" drivertype=\"X\""
+                   " version=\"1.0\" Version=\"2\" workingDirectory=\"data/A\" workingdirectory=\"x\""
+                   " ipAddress=\"\" IPAddress=\"x\" networkAdapter=\"\" NetworkAdapter=\"x\""
+                   " interfaceType=\"direct\" InterfaceType=\"queue\"/>"),
+        true);
+    EXPECT_EQ(s.host.journal().linesOf({"driver setConfiguration"}),
+              Calls{"driver setConfiguration 0 [A] [data/A] [192.0.2.10] [eth0] [192.0.2.10] [/wp/nvram/A]"});
+}
+
+TEST(MDMModuleHandler, MissingAttributesOfAnEntryAreEmptyTexts) {
+    Workplace s;
+    s.preparedFrom(workplaces("<mainframeDriver driverID=\"A\" driverType=\"Axis\" version=\"1.0\""
+                              " interfaceType=\"direct\"/>"),
+                   true);
+    EXPECT_EQ(s.host.journal().linesOf({"driver setConfiguration"}),
+              Calls{"driver setConfiguration 0 [A] [] [192.0.2.10] [eth0] [192.0.2.10] [/wp/nvram/A]"});
+}
+
+TEST(MDMModuleHandler, MissingInterfaceTypeIsNone) {
+    Workplace s;
+    EXPECT_EQ(s.preparedFrom(
+                  workplaces("<mainframeDriver driverID=\"A\" driverType=\"Axis\" version=\"1.0\"/>"), true),
+              Calls{"A"});
+    EXPECT_EQ(s.host.journal().linesOf({"module load", "process", "queue", "log"}), Calls{});
 }
 
 TEST(MDMModuleHandler, DirectDriverIsLoadedIntoTheHost) {
@@ -980,6 +1188,20 @@ TEST(MDMModuleHandler, ReloadComparesTheIDExactly) {
     EXPECT_FALSE(s.reload("AXIS11"));
     EXPECT_FALSE(s.reload("axis1"));
     EXPECT_TRUE(s.reload("AXIS1"));
+}
+
+TEST(MDMModuleHandler, ReloadOfTheEmptyIDTakesAnEntryWithTheEmptyIDOnly) {
+    Workplace s;
+    s.preparedFrom(workplaces(driver("A")), true);
+    EXPECT_FALSE(s.reload(""));
+    s.configure(workplaces("<mainframeDriver driverID=\"\"/>"));
+    EXPECT_TRUE(s.reload(""));
+}
+
+TEST(MDMModuleHandler, ReloadLooksAtTheFirstAttributeAlone) {
+    Workplace s;
+    s.preparedFrom(workplaces("<mainframeDriver driverID=\"B\" driverType=\"A\" version=\"A\"/>"), true);
+    EXPECT_FALSE(s.reload("A"));
 }
 
 TEST(MDMModuleHandler, ReloadTakesTheFirstEntryOfTheID) {

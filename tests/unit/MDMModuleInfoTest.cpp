@@ -48,6 +48,30 @@ TEST(MDMModuleInfo, EachSetterFillsItsOwnField) {
     EXPECT_EQ(sut.getMfDriverPrefix(), "AX");
 }
 
+TEST(MDMModuleInfo, SettersReplaceWhatWasThere) {
+    MDMModuleInfo sut;
+    sut.setMFDriverType("a longer text than fits in place, so that it is kept elsewhere");
+    sut.setMFDriverType("Axis");
+    EXPECT_EQ(sut.getMFDriverType(), "Axis");
+    sut.setMFDriverType("");
+    EXPECT_EQ(sut.getMFDriverType(), "");
+}
+
+TEST(MDMModuleInfo, SettersKeepACopy) {
+    MDMModuleInfo sut;
+    std::string text = "Axis";
+    sut.setMFDriverType(text);
+    text = "other";
+    EXPECT_EQ(sut.getMFDriverType(), "Axis");
+}
+
+TEST(MDMModuleInfo, AccessorsReferToTheFieldItself) {
+    MDMModuleInfo sut;
+    const std::string& type = sut.getMFDriverType();
+    sut.setMFDriverType("Axis");
+    EXPECT_EQ(type, "Axis");
+}
+
 TEST(MDMModuleInfo, BytesOfAnyCharacterSetAreKept) {
     MDMModuleInfo sut;
     sut.setMfDriverDescription("Gr\xc3\xb6\xdf\x65");
@@ -133,6 +157,13 @@ TEST(MDMModuleInfo, ShowStateOfAnEmptyRecordPrintsTheLabelsAlone) {
               "Descript.: \n"
               "Version  : \n"
               "\n");
+}
+
+TEST(MDMModuleInfo, ShowStateLogsNothing) {
+    fakehost::FakeHost host;
+    const MDMModuleInfo sut;
+    fakehost::printedBy([&] { sut.showState(); });
+    EXPECT_EQ(host.journal().lines(), std::vector<std::string>{});
 }
 
 TEST(MDMModuleInfo, ShowStateFlushes) {

@@ -4,8 +4,10 @@
 #include <tinyxml.h>
 
 #include <filesystem>
+#include <iostream>
 #include <list>
 #include <memory>
+#include <sstream>
 #include <type_traits>
 
 #include "FakeHost.h"
@@ -298,6 +300,106 @@ TEST(MDMModuleParser, ElementGivenDirectlyIsAppended) {
     element.SetAttribute("type", "A");
     EXPECT_TRUE(s.sut.parseModuleType(s.modules, &element, "/mods"));
     EXPECT_EQ(s.types(), Types{"A"});
+}
+
+TEST(MDMModuleParser, BrokenFileIsReportedWithFormattedPrinting) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml", "<mfDriverModule");
+    std::string streamed;
+    const std::string printed = fakehost::printedBy([&] {
+        std::ostringstream stream;
+        std::streambuf* pFormer = std::cout.rdbuf(stream.rdbuf());
+        s.sut.parseDirectory(s.modules, "/mods");
+        std::cout.rdbuf(pFormer);
+        streamed = stream.str();
+    });
+    EXPECT_EQ(printed, "error: Failed to read Element name\n");
+    EXPECT_EQ(streamed, "");
+}
+
+TEST(MDMModuleParser, EachBrokenFilePrintsALineAndNothingIsLogged) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml", "");
+    s.host.writeFile("/mods/b.xml", "<mfDriverModule");
+    EXPECT_EQ(s.scan(), "error: Error document empty.\nerror: Failed to read Element name\n");
+    EXPECT_EQ(s.host.journal().lines(),
+              (std::vector<std::string>{"files /mods xml 0", "chdir /mods", "chdir /wp"}));
+}
+
+TEST(MDMModuleParser, BrokenFileYieldsNoneOfItsEntries) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml", "<mfDriverModule><module_type type=\"A\"/><module_type type=\"B\"");
+    s.scan();
+    EXPECT_TRUE(s.modules.empty());
+}
+
+TEST(MDMModuleParser, EntryInAnotherCaseEndsTheFile) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml",
+                     "<mfDriverModule><module_type type=\"A\"/><Module_type type=\"B\"/>"
+                     "<module_type type=\"C\"/></mfDriverModule>");
+    EXPECT_EQ(s.scan(), "");
+    EXPECT_EQ(s.types(), Types{"A"});
+}
+
+TEST(MDMModuleParser, UnexpectedNodeEndsItsOwnFileAlone) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml",
+                     "<mfDriverModule><!-- none --><module_type type=\"A\"/></mfDriverModule>");
+    s.host.writeFile("/mods/b.xml", "<mfDriverModule><module_type type=\"B\"/></mfDriverModule>");
+    s.scan();
+    EXPECT_EQ(s.types(), Types{"B"});
+}
+
+TEST(MDMModuleParser, AttributesOfTheRootAndFurtherRootsAreIgnored) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml",
+                     "<!DOCTYPE mfDriverModule><mfDriverModule type=\"X\"><module_type type=\"A\"/>"
+                     "</mfDriverModule><mfDriverModule><module_type type=\"B\"/></mfDriverModule>");
+    EXPECT_EQ(s.scan(), "");
+    EXPECT_EQ(s.types(), Types{"A"});
+}
+
+TEST(MDMModuleParser, RootWithoutEntriesYieldsNothing) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml", "<mfDriverModule/>");
+    EXPECT_EQ(s.scan(), "");
+    EXPECT_TRUE(s.modules.empty());
+}
+
+TEST(MDMModuleParser, NoFileIsReadWhenTheDirectoryCannotBeEntered) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml", "<broken");
+    s.host.writeFile("/wp/a.xml", "<mfDriverModule><module_type type=\"A\"/></mfDriverModule>");
+    s.host.fail("chdir /mods");
+    EXPECT_EQ(s.scan(), "");
+    EXPECT_EQ(s.host.journal().lines(), (std::vector<std::string>{"files /mods xml 0", "chdir /mods"}));
+}
+
+TEST(MDMModuleParser, DirectoryStringIsHandedOnUnchangedToListAndChange) {
+    Scan s;
+    s.host.makeDirectory("/wp/mods");
+    s.scan("mods/./");
+    EXPECT_EQ(s.host.journal().linesOf({"files", "chdir"}),
+              (std::vector<std::string>{"files mods/./ xml 0", "chdir mods/./", "chdir /wp"}));
+}
+
+TEST(MDMModuleParser, EntryGivenDirectlyTakesTheDirectoryAsGiven) {
+    Scan s;
+    TiXmlElement element("anything");
+    EXPECT_TRUE(s.sut.parseModuleType(s.modules, &element, "some/where/"));
+    ASSERT_EQ(s.modules.size(), 1u);
+    EXPECT_EQ(s.modules.front()->getMFDriverDirectory(), "some/where/");
+}
+
+TEST(MDMModuleParser, RecordsAreAppendedBehindThoseThatStandInTheList) {
+    Scan s;
+    auto* pFirst = new MDMModuleInfo;
+    s.modules.push_back(pFirst);
+    s.host.writeFile("/mods/a.xml", "<mfDriverModule><module_type type=\"A\"/></mfDriverModule>");
+    s.scan();
+    EXPECT_EQ(s.types(), (Types{"", "A"}));
+    EXPECT_EQ(s.modules.front(), pFirst);
 }
 
 TEST(MDMModuleParser, HasAVirtualDestructor) {

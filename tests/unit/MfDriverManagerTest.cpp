@@ -12,6 +12,8 @@
 #include "IMDMConfiguration.h"
 #include "IPanelMFD.h"
 #include "IPanelSettings.h"
+#include "MDMFidDistributor.h"
+#include "MDMModuleHandler.h"
 #include "RecordingDriver.h"
 #include "RecordingFunctionID.h"
 #include "RecordingMacroSystem.h"
@@ -266,6 +268,13 @@ TEST(MfDriverManager, AnswersTheDistributorsFunctionID) {
               (Calls{"log MDM 5: MDM: NOPE.x ( ) received.", "log MDM 5: MDM:  -> but not dispatched"}));
 }
 
+TEST(MfDriverManager, AnswersAreTheComponentsThemselves) {
+    Manager s;
+    s.sut.init();
+    EXPECT_NE(dynamic_cast<MDMFidDistributor*>(s.sut.queryInterface(1100)), nullptr);
+    EXPECT_NE(dynamic_cast<MDMModuleHandler*>(s.sut.queryInterface(1104)), nullptr);
+}
+
 TEST(MfDriverManager, AnswersTheHandlersConfiguration) {
     Manager s;
     s.sut.init();
@@ -310,6 +319,31 @@ TEST(MfDriverManager, PanelInterfacesAreThePanelDriversOwn) {
     EXPECT_EQ(dynamic_cast<IPanelSettings*>(s.sut.queryInterface(1012)), &s.settings);
     EXPECT_EQ(dynamic_cast<IMacroSystem*>(s.sut.queryInterface(1107)), static_cast<IMacroSystem*>(&s.macros));
     EXPECT_EQ(dynamic_cast<IPanelMFD*>(s.sut.queryInterface(1109)), &s.panelMfd);
+}
+
+TEST(MfDriverManager, PanelInterfacesAreHandedOnAsTheirOwnBase) {
+    Manager s;
+    s.sut.init();
+    s.startPanel();
+    s.pPanelDriver->answers = {{1012, &s.settings}, {1107, &s.macros}, {1109, &s.panelMfd}};
+    EXPECT_EQ(s.sut.queryInterface(1012), static_cast<IInterface*>(&s.settings));
+    EXPECT_EQ(s.sut.queryInterface(1107), static_cast<IInterface*>(&s.macros));
+    EXPECT_EQ(s.sut.queryInterface(1109), static_cast<IInterface*>(&s.panelMfd));
+}
+
+TEST(MfDriverManager, PanelInterfacesAreThoseOfTheDriverNamedPanelAlone) {
+    Manager s;
+    s.sut.init();
+    s.search();
+    fakehost::printedBy([&] {
+        for (const char* driverID : {"panel", "PANEL1", "PANE", "Panel"})
+            EXPECT_TRUE(s.configuration()->startMfDriver(0, driverID, "Panel", "1.0", "", "", "",
+                                                         EInterfaceTypes::Direct));
+    });
+    s.host.journal().clear();
+    for (unsigned int id : {1012u, 1107u, 1109u})
+        EXPECT_EQ(s.sut.queryInterface(id), nullptr) << id;
+    EXPECT_EQ(s.host.journal().lines(), Calls{});
 }
 
 TEST(MfDriverManager, PanelDriverIsAskedForTheSameIdentifier) {
@@ -357,6 +391,27 @@ TEST(MfDriverManager, MacroSystemThatIsNotThereAnyMoreIsForgotten) {
     s.sut.onMfDriversStarted();
     s.execute("sendFID X.y");
     EXPECT_EQ(s.host.journal().linesOf({"macro"}), Calls{});
+}
+
+TEST(MfDriverManager, DriversStartedAsksTheManagerItselfForTheMacroSystem) {
+    struct Asked : MfDriverManager {
+        IInterface* queryInterface(unsigned int id) override {
+            fakehost::Journal::instance().note("manager query " + std::to_string(id));
+            return answer;
+        }
+        IInterface* answer = nullptr;
+    };
+    fakehost::FakeHost host;
+    RecordingMacroSystem macros;
+    Asked sut;
+    sut.init();
+    sut.answer = &macros;
+    host.journal().clear();
+    sut.onMfDriversStarted();
+    EXPECT_EQ(host.journal().lines(), Calls{"manager query 1107"});
+    std::ostringstream reply;
+    sal::CmdProcessor::getInstance()->execute("sendFID X.y", reply);
+    EXPECT_EQ(host.journal().linesOf({"macro"}), Calls{"macro fidDispatched X.y {}"});
 }
 
 TEST(MfDriverManager, MissingPanelDriverGivesNoMacroSystem) {
@@ -411,6 +466,15 @@ TEST(MfDriverManager, ShowModulesListsCatalogueAndDriversInUse) {
     EXPECT_EQ(s.host.journal().linesOf({"axis showState"}), Calls{"axis showState"});
 }
 
+TEST(MfDriverManager, ShowModulesLogsNothing) {
+    Manager s;
+    s.sut.init();
+    s.search();
+    s.host.journal().clear();
+    fakehost::printedBy([&] { s.sut.showModules(); });
+    EXPECT_EQ(s.host.journal().lines(), Calls{});
+}
+
 TEST(MfDriverManager, ShowModulesFlushes) {
     Manager s;
     s.sut.init();
@@ -426,6 +490,22 @@ TEST(MfDriverManager, DriverProcessesAreStartedUnlessTheHostSaysOtherwise) {
     Manager s;
     EXPECT_TRUE(g_debugStartMFDProcess);
     s.sut.dontStartMFDs();
+    EXPECT_FALSE(g_debugStartMFDProcess);
+}
+
+TEST(MfDriverManager, FlagIsClearedWithoutAnyComponentAndSilently) {
+    Manager s;
+    s.host.journal().clear();
+    EXPECT_EQ(fakehost::printedBy([&] { s.sut.dontStartMFDs(); }), "");
+    EXPECT_EQ(s.host.journal().lines(), Calls{});
+    EXPECT_FALSE(g_debugStartMFDProcess);
+}
+
+TEST(MfDriverManager, FlagStaysWithAFurtherManager) {
+    Manager s;
+    s.sut.dontStartMFDs();
+    MfDriverManager second;
+    second.init();
     EXPECT_FALSE(g_debugStartMFDProcess);
 }
 
