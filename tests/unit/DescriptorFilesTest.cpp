@@ -12,6 +12,7 @@
 #include "MDMModuleInfo.h"
 #include "MDMModuleParser.h"
 #include "StandardOutput.h"
+#include "WithoutCapabilities.h"
 
 // Each file of tests/data/files/descriptor, and all that a scan makes of it: every field of every record,
 // what it prints, and the host's calls.
@@ -150,11 +151,16 @@ std::string testName(const testing::TestParamInfo<File>& info) {
     return result;
 }
 
-class DescriptorFiles : public testing::TestWithParam<File> {
+// Files that are made where they are needed: large ones, and places that are no files.
+class DescriptorFilesMade : public testing::Test {
 protected:
-    ~DescriptorFiles() override {
+    ~DescriptorFilesMade() override {
         for (const MDMModuleInfo* pModule : m_modules)
             delete pModule;
+    }
+
+    std::string scan() {
+        return fakehost::printedBy([&] { m_sut.parseDirectory(m_modules, "/mods"); });
     }
 
     /// The records, with the directory before each.
@@ -173,13 +179,15 @@ protected:
     std::list<MDMModuleInfo*> m_modules;
 };
 
+class DescriptorFiles : public DescriptorFilesMade, public testing::WithParamInterface<File> {};
+
 }  // namespace
 
 TEST_P(DescriptorFiles, ScanYieldsTheseRecordsAndPrintsThisAndNothingElse) {
     m_host.writeFile("/mods/b.xml", content(GetParam().name));
     m_host.writeFile("/mods/a.xml", "<mfDriverModule><module_type type=\"first\"/></mfDriverModule>");
     m_host.writeFile("/mods/c.xml", "<mfDriverModule><module_type type=\"last\"/></mfDriverModule>");
-    EXPECT_EQ(fakehost::printedBy([&] { m_sut.parseDirectory(m_modules, "/mods"); }), GetParam().printed);
+    EXPECT_EQ(scan(), GetParam().printed);
 
     Texts expected{"/mods: |first||||"};
     for (const std::string& record : GetParam().records)
@@ -200,4 +208,45 @@ TEST(DescriptorFilesList, HoldsEveryFileOfTheFolder) {
     for (const auto& entry : std::filesystem::directory_iterator(folder()))
         found.insert(entry.path().stem().string());
     EXPECT_EQ(listed, found);
+}
+
+TEST_F(DescriptorFilesMade, EveryEntryOfAFileOfTenMegabytesIsRead) {
+    std::string text = "<mfDriverModule>\n";
+    std::size_t count = 0;
+    const std::string description(1000, 'd');
+    for (; text.size() < 10'000'000; ++count)
+        text +=
+            "<module_type type=\"T" + std::to_string(count) + "\" description=\"" + description + "\"/>\n";
+    m_host.writeFile("/mods/a.xml", text + "</mfDriverModule>\n");
+    EXPECT_EQ(scan(), "");
+    ASSERT_EQ(m_modules.size(), count);
+    EXPECT_EQ(m_modules.back()->getMFDriverType(), "T" + std::to_string(count - 1));
+}
+
+TEST_F(DescriptorFilesMade, UnreadableFileIsReportedAndTheScanGoesOn) {
+    const WithoutCapabilities without({CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH});
+    ASSERT_FALSE(WithoutCapabilities::has(CAP_DAC_OVERRIDE) || WithoutCapabilities::has(CAP_DAC_READ_SEARCH));
+    m_host.writeFile("/mods/a.xml", "<mfDriverModule><module_type type=\"A\"/></mfDriverModule>");
+    m_host.writeFile("/mods/b.xml", "<mfDriverModule><module_type type=\"B\"/></mfDriverModule>");
+    const std::string path = m_host.realPath("/mods/a.xml");
+    std::filesystem::permissions(path, std::filesystem::perms::none);
+    if (std::ifstream(path).is_open())
+        GTEST_SKIP() << "this file system lets everybody read";
+    EXPECT_EQ(scan(), "error: Failed to open file\n");
+    EXPECT_EQ(records(), Texts{"/mods: |B||||"});
+}
+
+TEST_F(DescriptorFilesMade, LinkThatLeadsNowhereIsReportedAndTheScanGoesOn) {
+    m_host.writeFile("/mods/b.xml", "<mfDriverModule><module_type type=\"B\"/></mfDriverModule>");
+    std::filesystem::create_symlink("nowhere.xml", m_host.realPath("/mods/a.xml"));
+    m_host.fileLists["/mods"] = {"a.xml", "b.xml"};
+    EXPECT_EQ(scan(), "error: Failed to open file\n");
+    EXPECT_EQ(records(), Texts{"/mods: |B||||"});
+}
+
+TEST_F(DescriptorFilesMade, FileThatTheHostNamesButThatIsGoneIsReported) {
+    m_host.makeDirectory("/mods");
+    m_host.fileLists["/mods"] = {"gone.xml"};
+    EXPECT_EQ(scan(), "error: Failed to open file\n");
+    EXPECT_EQ(m_host.journal().lines(), (Texts{"files /mods xml 0", "chdir /mods", "chdir /wp"}));
 }

@@ -14,6 +14,7 @@
 #include "RecordingDriver.h"
 #include "RecordingSystem.h"
 #include "StandardOutput.h"
+#include "WithoutCapabilities.h"
 
 // Each file of tests/data/files/workplace, and all that the module makes of it: the calls of a start and of a
 // reload, one by one, and every line.
@@ -269,9 +270,10 @@ Calls spelledOut(const std::string& effect) {
     return calls;
 }
 
-class WorkplaceFiles : public testing::TestWithParam<File> {
+// Files that are made where they are needed: large ones, and places that are no files.
+class WorkplaceFilesMade : public testing::Test {
 protected:
-    WorkplaceFiles() {
+    WorkplaceFilesMade() {
         m_distributor.setSystemInterface(&m_system);
         m_pSut->init();
         m_pSut->setFidDistributor(&m_distributor);
@@ -284,11 +286,9 @@ protected:
         m_pSut->searchMfDriver("/mods");
         m_host.journal().clear();
     }
-    ~WorkplaceFiles() override {
+    ~WorkplaceFilesMade() override {
         fakehost::printedBy([&] { m_pSut.reset(); });
     }
-
-    void write(const std::string& name) { m_host.writeFile("/wp/workplace.xml", content(name)); }
 
     bool start() {
         bool result = false;
@@ -301,6 +301,11 @@ protected:
     MDMFidDistributor m_distributor;
     std::unique_ptr<MDMModuleHandler> m_pSut = std::make_unique<MDMModuleHandler>();
     std::string m_printed;
+};
+
+class WorkplaceFiles : public WorkplaceFilesMade, public testing::WithParamInterface<File> {
+protected:
+    void write() { m_host.writeFile("/wp/workplace.xml", content(GetParam().name)); }
 };
 
 std::vector<File> faultyFiles() {
@@ -316,7 +321,7 @@ class WorkplaceFilesWithAFault : public WorkplaceFiles {};
 }  // namespace
 
 TEST_P(WorkplaceFiles, StartMakesTheseCallsAndLogsTheseLinesAndNoOthers) {
-    write(GetParam().name);
+    write();
     EXPECT_EQ(start(), GetParam().result);
 
     Calls expected{"adapter list", "adapter open eth0"};
@@ -345,7 +350,7 @@ INSTANTIATE_TEST_SUITE_P(, WorkplaceFiles, testing::ValuesIn(g_files), testName)
 TEST_P(WorkplaceFilesWithAFault, ReloadLogsTheLineOfTheStartAndDoesNothing) {
     m_host.writeFile("/wp/workplace.xml", "<workplaces/>");
     start();
-    write(GetParam().name);
+    write();
     m_host.journal().clear();
     bool result = true;
     EXPECT_EQ(fakehost::printedBy([&] { result = m_pSut->reloadMfDriver("NOBODY"); }), "");
@@ -367,4 +372,55 @@ TEST(WorkplaceFilesList, HoldsEveryFileOfTheFolder) {
     for (const auto& entry : std::filesystem::directory_iterator(folder()))
         found.insert(entry.path().stem().string());
     EXPECT_EQ(listed, found);
+}
+
+TEST_F(WorkplaceFilesMade, FaultInAFileOfTenMegabytesIsNamedWithItsLine) {
+    std::string text = "<workplaces>\n<workplace id=\"0\">\n";
+    const std::string ports = "<ports><socket number=\"1\"/></ports>\n";
+    int line = 3;
+    for (; text.size() < 10'000'000; ++line)
+        text += ports;
+    m_host.writeFile("/wp/workplace.xml", text + "</workplace>\n<desk/>\n</workplaces>\n");
+    EXPECT_FALSE(start());
+    EXPECT_EQ(m_host.journal().linesOf({"log"}), Calls{g_parseError + std::to_string(line + 1)});
+}
+
+TEST_F(WorkplaceFilesMade, UnreadableFileIsOneThatCannotBeLoaded) {
+    const WithoutCapabilities without({CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH});
+    ASSERT_FALSE(WithoutCapabilities::has(CAP_DAC_OVERRIDE) || WithoutCapabilities::has(CAP_DAC_READ_SEARCH));
+    m_host.writeFile("/wp/workplace.xml", "<workplaces/>");
+    const std::string path = m_host.realPath("/wp/workplace.xml");
+    std::filesystem::permissions(path, std::filesystem::perms::none);
+    if (std::ifstream(path).is_open())
+        GTEST_SKIP() << "this file system lets everybody read";
+    EXPECT_TRUE(start());
+    EXPECT_EQ(m_host.journal().lines(),
+              (Calls{"adapter list", "adapter open eth0",
+                     "log MDM 2: Failed to open \"workplace.xml\" ('Failed to open file')"}));
+}
+
+TEST_F(WorkplaceFilesMade, LinkThatLeadsNowhereIsAFileThatCannotBeLoaded) {
+    std::filesystem::create_symlink("nowhere.xml", m_host.realPath("/wp/workplace.xml"));
+    EXPECT_TRUE(start());
+    EXPECT_EQ(m_host.journal().linesOf({"log", "verify"}),
+              Calls{"log MDM 2: Failed to open \"workplace.xml\" ('Failed to open file')"});
+}
+
+TEST_F(WorkplaceFilesMade, FileIsReadThroughALink) {
+    m_host.writeFile("/wp/real.xml", "<workplaces>\n<desk/>\n</workplaces>\n");
+    std::filesystem::create_symlink("real.xml", m_host.realPath("/wp/workplace.xml"));
+    EXPECT_FALSE(start());
+    EXPECT_EQ(m_host.journal().linesOf({"log"}), Calls{g_parseError + std::to_string(2)});
+}
+
+TEST_F(WorkplaceFilesMade, FileThatWasMendedIsReadAnewByAReload) {
+    m_host.writeFile("/wp/workplace.xml", "<workplaces>\n<desk/>\n</workplaces>\n");
+    EXPECT_FALSE(start());
+    m_host.writeFile("/wp/workplace.xml", content("one-driver"));
+    m_host.journal().clear();
+    EXPECT_TRUE(m_pSut->reloadMfDriver("A"));
+    Calls expected{"verify workplace.xml"};
+    for (const std::string& call : spelledOut("A"))
+        expected.push_back(call);
+    EXPECT_EQ(m_host.journal().lines(), expected);
 }
