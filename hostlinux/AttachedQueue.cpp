@@ -387,14 +387,18 @@ void AttachedQueue::waitForData(Deadline& deadline) {
 
 void AttachedQueue::wakeSenders() {
     const std::uint32_t capacity = m_ring.geometry().capacity;
-    const std::uint32_t left = m_ring.left();
-    if (left > capacity - std::max(capacity / 4, 1U)) {
+    const std::uint32_t few = capacity - std::max(capacity / 4, 1U);
+    if (m_ring.left() > few) {
         return;
     }
     // A sender that is only just beginning to wait can be missed by the cheap look; the next message finds
     // it, and behind the last one the sure way is taken.
     QueueEvent& event = header().spaceEvent;
-    if (left == 0 || event.seemsAwaited()) {
+    const bool seemsLast = m_ring.left() == 0;
+    if ((!seemsLast && !event.seemsAwaited()) || m_ring.countLeft() > few) {
+        return;
+    }
+    if (m_ring.left() == 0 || event.seemsAwaited()) {
         event.signal();
     }
 }

@@ -66,13 +66,22 @@ std::uint32_t QueueRing::freeChunk() const {
 
 QueueRing::Result QueueRing::push(const unsigned char* data, std::uint32_t length) {
     QueueHeader& shared = *m_pHeader;
-    const auto head = QueueCursor::unpack(shared.head.load(std::memory_order_acquire));
-    auto tail = QueueCursor::unpack(shared.tail.load(std::memory_order_acquire));
-    if (!plausible(head, tail)) {
+    const std::uint64_t tailWord = shared.tail.load(std::memory_order_acquire);
+    auto tail = QueueCursor::unpack(tailWord);
+    const auto lookAtHead = [&] {
+        m_seenHead = QueueCursor::unpack(shared.head.load(std::memory_order_acquire));
+        m_hasSeenHead = true;
+    };
+    // The head only ever moves on, so an old one errs on the safe side; but cursors wrap, and when others
+    // have sent meanwhile nobody knows how often.
+    if (!m_hasSeenHead || tailWord != m_ownTail || countBetween(m_seenHead, tail) >= m_geometry.capacity) {
+        lookAtHead();
+    }
+    if (!plausible(m_seenHead, tail)) {
+        m_hasSeenHead = false;
         return Result::eBroken;
     }
-    const std::uint32_t before = countBetween(head, tail);
-    if (before >= m_geometry.capacity) {
+    if (countBetween(m_seenHead, tail) >= m_geometry.capacity) {
         return Result::eFull;
     }
     std::uint32_t chunk = ringEntry(tail.sequence).load(std::memory_order_relaxed);
@@ -83,7 +92,9 @@ QueueRing::Result QueueRing::push(const unsigned char* data, std::uint32_t lengt
     if (tail.offset + size > m_geometry.chunkSize) {
         std::byte* pRest = chunkBase(chunk) + tail.offset;
         const bool hasRest = tail.offset + QueueRecord::s_size <= m_geometry.chunkSize;
-        if (!markUsed(head, tail) || (chunk = freeChunk()) >= m_geometry.chunkCount) {
+        lookAtHead();
+        if (!plausible(m_seenHead, tail) || !markUsed(m_seenHead, tail) ||
+            (chunk = freeChunk()) >= m_geometry.chunkCount) {
             return Result::eBroken;
         }
         // Memory first, so that the lack of it is an answer and not a signal at the first access.
@@ -108,37 +119,49 @@ QueueRing::Result QueueRing::push(const unsigned char* data, std::uint32_t lengt
     if (length > 0) {
         std::memcpy(pRecord + QueueRecord::s_size, data, length);
     }
-    ++tail.count;
+    tail.count = (tail.count + 1) & QueueCursor::s_countMask;
+    tail.sequence &= QueueCursor::s_sequenceMask;
     tail.offset += size;
-    shared.tail.store(tail.pack(), std::memory_order_release);
+    m_ownTail = tail.pack();
+    shared.tail.store(m_ownTail, std::memory_order_release);
 
     const auto add = [](std::atomic<std::uint64_t>& counter, std::uint64_t amount) {
         counter.store(counter.load(std::memory_order_relaxed) + amount, std::memory_order_relaxed);
     };
     add(shared.messages, 1);
     add(shared.bytes, length);
-    if (before + 1 > shared.highWater.load(std::memory_order_relaxed)) {
-        shared.highWater.store(before + 1, std::memory_order_relaxed);
+    const std::uint32_t highWater = shared.highWater.load(std::memory_order_relaxed);
+    if (countBetween(m_seenHead, tail) > highWater) {
+        lookAtHead();
+        // The receiver may have passed this message already.
+        const std::uint32_t now = countBetween(m_seenHead, tail);
+        if (now > highWater && now <= m_geometry.capacity) {
+            shared.highWater.store(now, std::memory_order_relaxed);
+        }
     }
     return Result::eDone;
 }
 
 bool QueueRing::beginReceiving() {
     m_head = QueueCursor::unpack(m_pHeader->head.load(std::memory_order_acquire));
+    m_seenTail = QueueCursor::unpack(m_pHeader->tail.load(std::memory_order_acquire));
     m_isLow = false;
-    return plausible(m_head, QueueCursor::unpack(m_pHeader->tail.load(std::memory_order_acquire)));
+    return plausible(m_head, m_seenTail);
 }
 
 QueueRing::Result QueueRing::pop(unsigned char* buffer, std::uint32_t size, std::uint32_t& length) {
     QueueHeader& shared = *m_pHeader;
-    const auto tail = QueueCursor::unpack(shared.tail.load(std::memory_order_acquire));
+    if (m_head.count == m_seenTail.count) {
+        m_seenTail = QueueCursor::unpack(shared.tail.load(std::memory_order_acquire));
+    }
     // Only the receiver writes the head: a different one would make senders overwrite what is still unread.
-    if (shared.head.load(std::memory_order_relaxed) != m_head.pack() || !plausible(m_head, tail)) {
+    if (shared.head.load(std::memory_order_relaxed) != m_head.pack() || !plausible(m_head, m_seenTail)) {
         return Result::eBroken;
     }
-    if (m_head.count == tail.count) {
+    if (m_head.count == m_seenTail.count) {
         return Result::eEmpty;
     }
+    const QueueCursor& tail = m_seenTail;
     QueueCursor head = m_head;
     for (int chunksLooked = 0;; ++chunksLooked) {
         const std::uint32_t chunk = ringEntry(head.sequence).load(std::memory_order_relaxed);
@@ -182,6 +205,19 @@ QueueRing::Result QueueRing::pop(unsigned char* buffer, std::uint32_t size, std:
         m_isLow = false;
     }
     return Result::eDone;
+}
+
+std::uint32_t QueueRing::countLeft() {
+    const auto tail = QueueCursor::unpack(m_pHeader->tail.load(std::memory_order_acquire));
+    // Nonsense is for the next pop() to find.
+    if (plausible(m_head, tail)) {
+        m_seenTail = tail;
+        m_left = countBetween(m_head, tail);
+        if (chunksBetween(m_head, tail) >= g_keptChunks) {
+            m_isLow = false;
+        }
+    }
+    return m_left;
 }
 
 std::uint32_t QueueRing::depth() const {

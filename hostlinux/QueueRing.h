@@ -25,8 +25,10 @@ public:
     bool beginReceiving();
     /// length comes back as the message's, even where it is cut to size.
     Result pop(unsigned char* buffer, std::uint32_t size, std::uint32_t& length);
-    /// The messages that the last pop() left behind it.
+    /// The messages that are known to stand behind the last pop(); there may be more.
     std::uint32_t left() const { return m_left; }
+    /// Looks how many there are now. Receiver.
+    std::uint32_t countLeft();
     /// Whether the last pop() was the first from its chunk.
     bool hasEnteredChunk() const { return m_hasEnteredChunk; }
     /// The place that the receiver has reached, as a count of messages.
@@ -64,10 +66,16 @@ private:
     std::atomic<std::uint8_t>* m_pAllocated;
     std::byte* m_pChunks;
 
-    std::vector<std::uint64_t> m_used;  ///< a bit for each chunk; scratch of the lock's holder
+    // The lock's holder's. Both ends write their cursor for each message, so that a look at the other one is
+    // the dearest part of a call: each uses what it saw last for as long as that will do.
+    std::vector<std::uint64_t> m_used;  ///< a bit for each chunk; scratch
+    QueueCursor m_seenHead;
+    std::uint64_t m_ownTail = 0;  ///< while the shared tail says this, m_seenHead is of this round
+    bool m_hasSeenHead = false;
 
     // The receiver's own.
     QueueCursor m_head;  ///< what the shared head must still say
+    QueueCursor m_seenTail;
     std::uint32_t m_left = 0;
     std::chrono::steady_clock::time_point m_lowSince;
     bool m_isLow = false;
