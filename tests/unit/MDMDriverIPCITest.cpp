@@ -476,6 +476,19 @@ TEST(MDMDriverIPCI, FieldThatWouldCrossTheBuffersEndIsEmpty) {
               Calls{"distributor dispatchFID B.x {a=" + value + ", b=" + value + ", c=" + value + ", d=}"});
 }
 
+TEST(MDMDriverIPCI, LongestMessageIsReceivedToItsLastByte) {
+    Proxy s;
+    const std::string value(250, 'v');
+    const std::string last = std::string(248, 'w') + "!";
+    std::string message = "DSPFID" + text("B.xyz") + "\x04";
+    for (const char* name : {"a", "b", "c"})
+        message += text(name) + text(value);
+    message += text("d") + text(last);
+    ASSERT_EQ(message.size(), 1024u);
+    EXPECT_EQ(s.deliveredFrom({message}), Calls{"distributor dispatchFID B.xyz {a=" + value + ", b=" + value +
+                                                ", c=" + value + ", d=" + last + "}"});
+}
+
 TEST(MDMDriverIPCI, CountBeyondTheBufferGivesEmptyPairs) {
     Proxy s;
     std::string message = "DSPFID" + text("B.x") + "\xff";

@@ -593,6 +593,17 @@ TEST(MDMFidDistributor, StateCommandsWithoutArgumentsPassEmptyTextsAndSucceed) {
     EXPECT_EQ(s.calls(), (Calls{"panel setStateValue  ", "panel unsetStateValue ", "panel triggerEvent  "}));
 }
 
+TEST(MDMFidDistributor, StateCommandsLookAtNoFurtherArguments) {
+    Hub s;
+    RecordingPanelState panel;
+    s.sut.setPanelStateInterface(&panel);
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdSetStateValue, {"a", "1", "2"}));
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdUnsetStateValue, {"a", "1"}));
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdTriggerEvent, {"e", "1", "2"}));
+    EXPECT_EQ(s.calls(),
+              (Calls{"panel setStateValue a 1", "panel unsetStateValue a", "panel triggerEvent e 1"}));
+}
+
 TEST(MDMFidDistributor, StateCommandsWithoutATargetAreSilentAndSucceed) {
     Hub s;
     EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdSetStateValue, {"a", "1"}));
@@ -666,6 +677,29 @@ TEST(MDMFidDistributor, SendFidCommandGivesANameAtTheEndTheEmptyValue) {
     EXPECT_EQ(s.sentBy({"A.MOVE", "a"}), Calls{"A sendFID MOVE {a=}"});
     EXPECT_EQ(s.sentBy({"A.MOVE", "a="}), Calls{"A sendFID MOVE {a=}"});
     EXPECT_EQ(s.sentBy({"A.MOVE", "a", "="}), Calls{"A sendFID MOVE {a=}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandTakesWhatStandsBehindALoneEqualsSignAsItIs) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a", "=", "=5"}), Calls{"A sendFID MOVE {a==5}"});
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a", "=", "="}), Calls{"A sendFID MOVE {a==}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandTakesEmptyArgumentsAsNamesAndValues) {
+    Hub s;
+    EXPECT_EQ(s.sentBy({"A.MOVE", "", "5"}), Calls{"A sendFID MOVE {=5}"});
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a", "", "b", "6"}), Calls{"A sendFID MOVE {a=, b=6}"});
+    EXPECT_EQ(s.sentBy({"A.MOVE", "a=", "", "b=6"}), Calls{"A sendFID MOVE {a=, b=6}"});
+}
+
+TEST(MDMFidDistributor, SendFidCommandSendsAlsoWhatIsRoutedNowhere) {
+    Hub s;
+    EXPECT_EQ(fakehost::printedBy([&] {
+                  EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdSendFID, {"NODOT", "a=5"}));
+              }),
+              "");
+    EXPECT_TRUE(s.command(&MDMFidDistributor::shellCmdSendFID, {""}));
+    EXPECT_EQ(s.calls(), (Calls{"log MDM 5: MDM: NODOT ( a=5) received.", "log MDM 5: MDM:  ( ) received."}));
 }
 
 TEST(MDMFidDistributor, SendFidCommandKeepsRepeatedNames) {

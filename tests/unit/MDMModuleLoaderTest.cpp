@@ -162,6 +162,15 @@ TEST(MDMModuleLoader, DirectDriverGetsTheDistributorsSystemInterface) {
     EXPECT_EQ(s.drivers["A"]->pSystem, static_cast<ISystem*>(&s.system));
 }
 
+TEST(MDMModuleLoader, DirectDriverIsToldAlsoThatThereIsNoSystem) {
+    Loader s;
+    s.distributor.setSystemInterface(nullptr);
+    s.addDriver();
+    s.loadQuietly(direct());
+    EXPECT_EQ(s.linesOf({"A setSystemInterface"}), Calls{"A setSystemInterface"});
+    EXPECT_EQ(s.drivers["A"]->pSystem, nullptr);
+}
+
 TEST(MDMModuleLoader, DirectDriverReportsThroughAPortOfItsOwn) {
     Loader s;
     s.addDriver();
@@ -273,6 +282,35 @@ TEST(MDMModuleLoader, ModuleWithoutFunctionIDIsConnectedAndSwallowsFids) {
                      "A initializationCompleted", "log MDM 5: MDM: A.MOVE ( ) received."}));
 }
 
+TEST(MDMModuleLoader, WrongObjectBehindTheFunctionIdentifierCountsAsNone) {
+    Loader s;
+    RecordingSystem wrong;
+    s.host.addModule("/mods/libAxis.so", [&]() -> IInterface* {
+        auto* pDriver = new RecordingDriver("A");
+        pDriver->answers[1100] = &wrong;
+        return static_cast<IFunctionID*>(pDriver);
+    });
+    s.printedByLoad(direct(), true);
+    s.distributor.dispatchFID("A.MOVE", FIDParameterList());
+    EXPECT_EQ(s.linesOf({"A initializationCompleted", "A sendFID", "log"}),
+              (Calls{"A initializationCompleted", "log MDM 5: MDM: A.MOVE ( ) received."}));
+}
+
+TEST(MDMModuleLoader, DirectDriverWithoutADistributorIsAskedForItsConfigurationAlone) {
+    Loader s;
+    s.sut.setFidDistributor(nullptr);
+    s.addDriver();
+    s.loadQuietly(direct());
+    EXPECT_EQ(s.linesOf({"module query"}), Calls{"module query /mods/libAxis.so 1201"});
+}
+
+TEST(MDMModuleLoader, ExceptionOfTheHostLeavesTheLoad) {
+    Loader s;
+    s.host.addModule("/mods/libAxis.so", []() -> IInterface* { throw std::runtime_error("no"); });
+    fakehost::printedBy([&] { EXPECT_THROW(s.load(direct()), std::runtime_error); });
+    EXPECT_EQ(s.sut.getModule("A"), nullptr);
+}
+
 TEST(MDMModuleLoader, DirectDriverWithoutADistributorIsKeptUnconnected) {
     Loader s;
     s.sut.setFidDistributor(nullptr);
@@ -320,6 +358,45 @@ TEST(MDMModuleLoader, FidsReachAQueueDriver) {
     s.loadQuietly(queue());
     s.distributor.dispatchFID("A.MOVE", FIDParameterList());
     EXPECT_EQ(s.host.queues().messages("A_INQ").back(), std::string("SNDFDP\x04MOVE\0", 12));
+}
+
+TEST(MDMModuleLoader, QueueDriverIsSentItsOwnAddressAdapterAndThePanelsAddress) {
+    Loader s;
+    s.host.adapters = {{"eth0", "192.0.2.10", {}}, {"wlan0", "198.51.100.1", {}}};
+    Entry entry = queue("AXIS1");
+    entry.ipAddress = "198.51.100.20";
+    entry.networkAdapter = "wlan0";
+    s.loadQuietly(entry);
+    EXPECT_EQ(
+        s.host.queues().messages("AXIS1_INQ"),
+        (Calls{std::string("SETCFG\x03\0\0\0", 10) + "\x05" + "AXIS1" + "\x06" + "data/A" + "\x0d" +
+                   "198.51.100.20" + "\x05" + "wlan0" + "\x0a" + "192.0.2.10" + "\x0f" + "/wp/nvram/AXIS1",
+               "INTCMP"}));
+}
+
+TEST(MDMModuleLoader, QueueDriversLineIsFlushedAtItsEndAndNotBefore) {
+    Loader s;
+    Calls pieces;
+    fakehost::printedBy([&] {
+        const FlushedOutput output;
+        s.load(queue("A"));
+        s.host.fail("process start");
+        s.load(queue("B"));
+        pieces = output.pieces;
+    });
+    EXPECT_EQ(pieces, (Calls{"Loading MF driver /mods/libAxis.so (ID: A)...OK\n",
+                             "Loading MF driver /mods/libAxis.so (ID: B)...FAILED!\n"}));
+}
+
+TEST(MDMModuleLoader, QueueDriverWithoutASystemEndsTheProgram) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            Loader s;
+            s.distributor.setSystemInterface(nullptr);
+            fakehost::printedBy([&] { s.load(queue()); });
+        },
+        "assertion failed: m_pISystem\n");
 }
 
 TEST(MDMModuleLoader, QueueDriverReportsThroughAPortOfItsOwn) {
@@ -433,6 +510,17 @@ TEST(MDMModuleLoader, TypeSocketIsPreparedButNotLoaded) {
                      "symlink /wp/data/A -> /var/data/A replace", "adapter list", "adapter open eth0"}));
 }
 
+TEST(MDMModuleLoader, TypesBeyondTheKnownOnesArePreparedButNotLoaded) {
+    for (int type : {4, -1}) {
+        Loader s;
+        EXPECT_EQ(
+            s.callsOf([&] { EXPECT_TRUE(s.load({.interfaceType = static_cast<EInterfaceTypes>(type)})); }),
+            (Calls{"adapter list", "adapter open eth0", "mkdir /wp/data/A", "mkdir /wp/nvram/A",
+                   "symlink /wp/data/A -> /var/data/A replace", "adapter list", "adapter open eth0"}))
+            << type;
+    }
+}
+
 TEST(MDMModuleLoader, TypeNoneAddsItsAddress) {
     Loader s;
     Entry entry = none();
@@ -503,6 +591,48 @@ TEST(MDMModuleLoader, EveryMatchingRecordIsLoadedAndTheLastStaysRegistered) {
     fakehost::printedBy([&] { s.pSut.reset(); });
     EXPECT_EQ(s.linesOf({"first deinitialize", "first gone", "second deinitialize", "second gone"}),
               (Calls{"second deinitialize", "second gone"}));
+}
+
+TEST(MDMModuleLoader, EveryMatchingRecordIsPreparedAnew) {
+    Loader s;
+    s.addRecord("libSpindle.so", "Spindle");
+    s.addRecord("libAxis2.so");
+    s.loadQuietly(none());
+    EXPECT_EQ(s.linesOf({"mkdir", "symlink", "adapter open"}),
+              (Calls{"adapter open eth0", "mkdir /wp/data/A", "mkdir /wp/nvram/A",
+                     "symlink /wp/data/A -> /var/data/A replace", "adapter open eth0", "mkdir /wp/data/A",
+                     "mkdir /wp/nvram/A", "symlink /wp/data/A -> /var/data/A replace", "adapter open eth0"}));
+}
+
+TEST(MDMModuleLoader, FailedAddressIsToldForEachRecord) {
+    Loader s;
+    s.addRecord("libAxis2.so");
+    s.host.fail("adapter add");
+    Entry entry = direct();
+    entry.ipAddress = "192.0.2.20";
+    EXPECT_EQ(s.printedByLoad(entry, true), "FAILED! (IP address problem)\nFAILED! (IP address problem)\n");
+    EXPECT_EQ(s.pInfo, s.modules.back());
+}
+
+TEST(MDMModuleLoader, FailureBehindALoadedRecordFailsAndLeavesThatOne) {
+    Loader s;
+    s.addRecord("libMissing.so");
+    s.addDriver();
+    EXPECT_EQ(s.printedByLoad(direct(), false),
+              "Loading MF driver /mods/libAxis.so (ID: A)...OK\n"
+              "Loading MF driver /mods/libMissing.so (ID: A)...FAILED!\n");
+    EXPECT_EQ(s.sut.getModule("A"), s.host.loaded[0]);
+    EXPECT_EQ(s.linesOf({"A deinitialize", "module delete"}), Calls{});
+}
+
+TEST(MDMModuleLoader, FailureBehindAFailedAddressStillFails) {
+    Loader s;
+    s.addRecord("libMissing.so");
+    s.host.fail("adapter add", 1);
+    Entry entry = direct();
+    entry.ipAddress = "192.0.2.20";
+    EXPECT_EQ(s.printedByLoad(entry, false),
+              "FAILED! (IP address problem)\nLoading MF driver /mods/libMissing.so (ID: A)...FAILED!\n");
 }
 
 TEST(MDMModuleLoader, RecordBehindAFailedAddressIsStillLoaded) {
@@ -934,6 +1064,17 @@ TEST(MDMModuleLoader, TeardownDeinitializesAllThenDeletesModulesThenProxies) {
                      "thread shutdown -1", "stdout OK\\0a", "module delete /mods/libAxis.so", "driver gone",
                      "module delete /mods/libSpindle.so", "spindle gone", "queue destroyed C_OUTQ",
                      "queue destroyed C_INQ"}));
+}
+
+TEST(MDMModuleLoader, TeardownDeletesProxiesInByteOrder) {
+    Loader s;
+    s.loadQuietly(queue("b"));
+    s.loadQuietly(queue("C"));
+    s.callsOf([&] { s.pSut.reset(); });
+    EXPECT_EQ(s.linesOf({"queue"}),
+              (Calls{"queue send C_INQ DEINIT timeout -1", "queue send b_INQ DEINIT timeout -1",
+                     "queue destroyed C_OUTQ", "queue destroyed C_INQ", "queue destroyed b_OUTQ",
+                     "queue destroyed b_INQ"}));
 }
 
 TEST(MDMModuleLoader, TeardownDoesNotWaitForTheQueues) {
