@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 #include <thread>
@@ -258,6 +259,19 @@ TEST_F(Wrapper, ServesWhatStoodInTheQueueWhenTheHostLetGo) {
     sut.signal(SIGCONT);
     EXPECT_EQ(sut.waitEnd(), "exit 0");
     EXPECT_THAT(record(), Contains("sendFID F199"));
+}
+
+TEST_F(Wrapper, BrokenInputQueueStopsTheDriverInOrder) {
+    run("Recorder");
+    host.send("INTCMP");
+    ASSERT_TRUE(waitForRecord("initializationCompleted"));
+    for (const auto& entry : std::filesystem::directory_iterator(directory / "queues"))
+        if (entry.path().filename().string().find("AXIS1_INQ") != std::string::npos)
+            std::fstream(entry.path(), std::ios::in | std::ios::out | std::ios::binary)
+                << std::string(4096, '\xff');
+    EXPECT_EQ(sut.waitEnd(), "exit 1");
+    EXPECT_THAT(standardError(), Contains(HasSubstr("The input queue is broken: stops the driver")));
+    EXPECT_EQ(record().back(), "destroyed");
 }
 
 TEST_F(Wrapper, SlowDriverIsNotCutOffWhileTheHostLives) {
