@@ -2,14 +2,20 @@
 // what it does in lines on standard output and ends with the process that started it.
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <random>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "NumberedMessage.h"
 #include "sal/MessageQueue.h"
@@ -138,6 +144,100 @@ int fillAndEmpty(sal::MessageQueue& queue) {
     return static_cast<int>(sent);
 }
 
+/// Stops for the process that steps it: at the beginning of a call and at its end.
+void stopHere() {
+    std::raise(SIGSTOP);
+}
+
+int stepSend(const std::string& name) {
+    sal::MessageQueue queue;
+    const auto bytes = NumberedMessage{7, 0}.bytes();
+    if (!queue.open(name) || ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
+        return 1;
+    }
+    stopHere();
+    const bool isSent = queue.send(bytes.data(), static_cast<int>(bytes.size()), 0);
+    stopHere();
+    return isSent ? 0 : 1;
+}
+
+int stepReceive(const std::string& name) {
+    sal::MessageQueue queue;
+    unsigned char buffer[NumberedMessage::s_maxSize];
+    if (!queue.open(name) || ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
+        return 1;
+    }
+    stopHere();
+    const int length = queue.receive(buffer, sizeof(buffer), 0);
+    stopHere();
+    return NumberedMessage::read(buffer, length) ? 0 : 1;
+}
+
+int stepCreate(const std::string& name) {
+    sal::MessageQueue queue;
+    if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
+        return 1;
+    }
+    stopHere();
+    const bool isMade = queue.create(name, 4, 1024, 0);
+    stopHere();
+    return isMade ? 0 : 1;
+}
+
+/// Sends without end from several threads, each with numbers of its own.
+int flood(const std::string& name, std::uint32_t firstSender) {
+    sal::MessageQueue queue;
+    if (!queue.open(name)) {
+        return fail("not opened");
+    }
+    say("opened");
+    std::vector<std::thread> threads;
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        threads.emplace_back([&queue, sender = firstSender + i] {
+            for (std::uint32_t number = 0;; ++number) {
+                const auto bytes = NumberedMessage{sender, number}.bytes();
+                if (!queue.send(bytes.data(), static_cast<int>(bytes.size()), -1)) {
+                    return;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    return fail("not sent");
+}
+
+/// Attached like any other, and writes to the queue's memory what a driver gone wild might.
+int scribble(const std::string& name, unsigned int seed) {
+    sal::MessageQueue queue;
+    const std::string file = std::string(std::getenv("MFD_QUEUE_DIR")) + "/" + name;
+    const int descriptor = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
+    struct stat info {};
+    if (!queue.open(name) || descriptor < 0 || ::fstat(descriptor, &info) != 0) {
+        return fail("not opened");
+    }
+    void* pMemory = ::mmap(nullptr, static_cast<std::size_t>(info.st_size), PROT_READ | PROT_WRITE,
+                           MAP_SHARED, descriptor, 0);
+    if (pMemory == MAP_FAILED) {
+        return fail("not mapped");
+    }
+    say("opened");
+    auto* pWords = static_cast<std::uint32_t*>(pMemory);
+    std::mt19937 random(seed);
+    // The header and the ring, which lead everywhere else, more often than the rest.
+    const std::size_t header = 4096 / sizeof(std::uint32_t);
+    const std::size_t all = static_cast<std::size_t>(info.st_size) / sizeof(std::uint32_t);
+    for (int i = 0; i < 200; ++i) {
+        const std::size_t word =
+            random() % 4 == 0 ? random() % std::min<std::size_t>(all, 40000) : random() % header;
+        const std::uint32_t value = random() % 2 == 0 ? random() : random() % 64;
+        __atomic_store_n(pWords + word, value, __ATOMIC_RELAXED);
+    }
+    say("scribbled");
+    return 0;
+}
+
 /// In a directory that is too small for a full queue.
 int fill(const std::string& name) {
     sal::MessageQueue queue;
@@ -214,6 +314,21 @@ int main(int argc, char** argv) {
     }
     if (command == "wait-creator-end") {
         return waitForCreatorEnd(name);
+    }
+    if (command == "step-send") {
+        return stepSend(name);
+    }
+    if (command == "step-receive") {
+        return stepReceive(name);
+    }
+    if (command == "step-create") {
+        return stepCreate(name);
+    }
+    if (command == "flood" && argc == 4) {
+        return flood(name, static_cast<std::uint32_t>(std::strtoul(argv[3], nullptr, 10)));
+    }
+    if (command == "scribble" && argc == 4) {
+        return scribble(name, static_cast<unsigned int>(std::strtoul(argv[3], nullptr, 10)));
     }
     if (command == "fill") {
         return fill(name);
