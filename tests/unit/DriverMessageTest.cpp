@@ -148,6 +148,8 @@ TEST(DriverMessageReader, FieldThatWouldCrossTheEndIsEmptyAndSoIsAllBehindIt) {
         EXPECT_EQ(sut.takeString(), std::string(255, 'x'));
     EXPECT_EQ(sut.takeString(), "");
     EXPECT_EQ(sut.takeInt(), 0);
+    EXPECT_EQ(sut.takeFloat(), 0.0f);
+    EXPECT_FALSE(sut.takeBool());
     EXPECT_EQ(sut.takeCount(), 0u);
 }
 
