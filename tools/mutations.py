@@ -461,7 +461,7 @@ class Reader:
                 kind = "member"
             elif re.match(r"[A-Z]|e[A-Z]", token.text) and self.is_qualified(index):
                 kind = "enumerator of " + self.tokens[index - 2].text
-            elif self.is_(index - 2, "static_cast", "dynamic_cast", "getInterface") and self.is_(index - 1, "<"):
+            elif self.is_(index - 2, "dynamic_cast", "getInterface") and self.is_(index - 1, "<"):
                 kind = "cast"
             if kind and self.body_at(index):
                 names = kinds.setdefault(kind, [])
