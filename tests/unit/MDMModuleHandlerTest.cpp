@@ -398,6 +398,15 @@ TEST(MDMModuleHandler, StartOfOneDriverThatFailsIsFalse) {
     EXPECT_FALSE(result);
 }
 
+TEST(MDMModuleHandler, FailedStartOfOneDriverIsNotLogged) {
+    Workplace s;
+    s.search();
+    s.host.fail("module load");
+    fakehost::printedBy(
+        [&] { s.sut.startMfDriver(0, "A", "Axis", "1.0", "", "", "", EInterfaceTypes::Direct); });
+    EXPECT_EQ(s.log(), Calls{});
+}
+
 TEST(MDMModuleHandler, StartOfADriverThatNobodyKnowsIsTrue) {
     Workplace s;
     EXPECT_TRUE(s.sut.startMfDriver(0, "A", "Axis", "1.0", "", "", "", EInterfaceTypes::Direct));

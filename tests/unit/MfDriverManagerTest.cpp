@@ -25,6 +25,9 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
+// What the flag was before any test.
+const bool s_flagAtFirst = g_debugStartMFDProcess;
+
 class Settings : public IPanelSettings {
 public:
     IInterface* queryInterface(unsigned int) override { return nullptr; }
@@ -491,6 +494,10 @@ TEST(MfDriverManager, DriverProcessesAreStartedUnlessTheHostSaysOtherwise) {
     EXPECT_TRUE(g_debugStartMFDProcess);
     s.sut.dontStartMFDs();
     EXPECT_FALSE(g_debugStartMFDProcess);
+}
+
+TEST(MfDriverManager, FlagIsTrueAtFirst) {
+    EXPECT_TRUE(s_flagAtFirst);
 }
 
 TEST(MfDriverManager, FlagIsClearedWithoutAnyComponentAndSilently) {
