@@ -1,6 +1,8 @@
 #include "ModeBench.h"
 
-#include <algorithm>
+#include <sys/wait.h>
+
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -55,6 +57,8 @@ void ModeBench::TearDown() {
     end();
     for (const std::string& driverID : m_processes)
         EXPECT_TRUE(waitForRecord(driverID + " destroyed"));
+    EXPECT_TRUE(eventually([] { return waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }))
+        << "a driver's process has not ended";
     std::fflush(stdout);
     sal::LogManager::getInstance()->flush();
     m_streams.reset();
@@ -125,11 +129,15 @@ std::string ModeBench::log() const {
 }
 
 bool ModeBench::waitForLog(const std::string& text) const {
+    return eventually([&] { return log().find(text) != std::string::npos; });
+}
+
+bool ModeBench::eventually(const std::function<bool()>& condition) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (log().find(text) == std::string::npos) {
+    while (!condition()) {
         if (std::chrono::steady_clock::now() > end)
             return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
 }

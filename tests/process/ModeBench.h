@@ -1,6 +1,6 @@
 #pragma once
 
-#include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -68,6 +68,8 @@ protected:
     /// Waits until the log has a line with this text.
     bool waitForLog(const std::string& text) const;
     std::string log() const;
+    /// False when the condition has not come true in thirty seconds.
+    static bool eventually(const std::function<bool()>& condition);
     /// Lets those go on who wait for the file.
     std::string gate(const std::string& name) const { return directory / name; }
     void open(const std::string& gate) const;
