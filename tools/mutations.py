@@ -80,7 +80,7 @@ class Reader:
         self.found = []
         self.functions = []  # (first, last, name, token of the first brace) of each
         self.classes = []  # (first, last) of each class body
-        self.asserts = []  # (first, last) of assertions that are left alone
+        self.left_alone = []  # (first, last) of statements that are not changed
 
     # --- reading ------------------------------------------------------------------------------------------
 
@@ -107,11 +107,11 @@ class Reader:
     def body_at(self, index):
         return any(open_ <= index <= last for _, last, _, open_ in self.functions)
 
-    def in_assert(self, index):
-        return any(first <= index <= last for first, last in self.asserts)
+    def is_left_alone(self, index):
+        return any(first <= index <= last for first, last in self.left_alone)
 
     def add(self, index, name, *edits, declaration=False):
-        if not self.in_assert(index):
+        if not self.is_left_alone(index):
             self.found.append(
                 Mutation(self.line_of(index), self.function_at(index), name, tuple(sorted(edits)), declaration)
             )
@@ -250,9 +250,13 @@ class Reader:
         if self.is_(first, "SAL_ASSERT"):
             # Behind a "new" it cannot fail.
             if self.is_new_before(first):
-                self.asserts.append((first, last))
+                self.left_alone.append((first, last))
                 return
         if first == last:
+            return
+        # Nobody looks at the pointers of what is gone.
+        if self.function_at(first).startswith("~") and re.fullmatch(r"m_\w+ = nullptr;", self.source(first, last)):
+            self.left_alone.append((first, last))
             return
         self.replace(first, last, ";", "dropped: " + self.short(first, last))
         if self.is_(first, "return") and last > first + 1:
