@@ -1003,7 +1003,7 @@ TEST(MDMDriverIPCI, DestructionWhileTheThreadRunsEndsItFirst) {
     s.pSut.reset();
     const Calls calls = s.host.journal().lines();
     ASSERT_GE(calls.size(), 3u);
-    EXPECT_TRUE(calls[0].starts_with("thread shutdown"));
+    EXPECT_EQ(calls[0], "thread shutdown -1");
     EXPECT_EQ(calls[1], "thread ended");
     EXPECT_EQ(s.host.journal().linesOf({"queue send"}), Calls{});
 }
