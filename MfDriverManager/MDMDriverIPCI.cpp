@@ -6,12 +6,12 @@
 #include <iterator>
 #include <vector>
 
-#include "DriverMessage.h"
 #include "FIDParameterList.h"
 #include "IDistributorFID.h"
 #include "IPanelState.h"
 #include "ISystem.h"
 #include "InterfaceIds.h"
+#include "MDMDriverMessage.h"
 #include "MfDriverManager.h"
 #include "sal/Assert.h"
 #include "sal/Path.h"
@@ -113,15 +113,15 @@ bool MDMDriverIPCI::init() {
 }
 
 bool MDMDriverIPCI::sendFID(const std::string& fid, const FIDParameterList& parameters) const {
-    return send(DriverMessage("SNDFDP").addString(fid).addParameters(parameters));
+    return send(MDMDriverMessage("SNDFDP").addString(fid).addParameters(parameters));
 }
 
 bool MDMDriverIPCI::subscribe(const std::string& fid) const {
-    return send(DriverMessage("SUBSCR").addString(fid));
+    return send(MDMDriverMessage("SUBSCR").addString(fid));
 }
 
 bool MDMDriverIPCI::showState() const {
-    return send(DriverMessage("SHOWST"));
+    return send(MDMDriverMessage("SHOWST"));
 }
 
 bool MDMDriverIPCI::setConfiguration(int workplaceId, const std::string& driverID,
@@ -130,7 +130,7 @@ bool MDMDriverIPCI::setConfiguration(int workplaceId, const std::string& driverI
                                      const std::string& virtualPanelAddress,
                                      const std::string& nvramDirectory) {
     sleep(1);
-    return send(DriverMessage("SETCFG")
+    return send(MDMDriverMessage("SETCFG")
                     .addInt(workplaceId)
                     .addString(driverID)
                     .addString(workingDirectory)
@@ -153,18 +153,18 @@ void MDMDriverIPCI::setSystemInterface(ISystem* pSystem) {
 }
 
 bool MDMDriverIPCI::initializationCompleted() {
-    return send(DriverMessage("INTCMP"));
+    return send(MDMDriverMessage("INTCMP"));
 }
 
 bool MDMDriverIPCI::deinitialize() {
-    const bool sent = send(DriverMessage("DEINIT"));
+    const bool sent = send(MDMDriverMessage("DEINIT"));
     m_running = false;
     shutdown(-1);
     return sent;
 }
 
 bool MDMDriverIPCI::createFIDList() {
-    return send(DriverMessage("CRTFID"));
+    return send(MDMDriverMessage("CRTFID"));
 }
 
 void MDMDriverIPCI::run() {
@@ -264,7 +264,7 @@ void MDMDriverIPCI::drainOutQueue(ReceiveBuffer& buffer, int timeout) {
 }
 
 void MDMDriverIPCI::handleMessage(const unsigned char* pMessage) {
-    DriverMessageReader message(pMessage);
+    MDMDriverMessageReader message(pMessage);
     QueueCmd command;
     if (message.hasCode("SETVAL")) {
         command.cmdType = QueueCmd::SetString;
@@ -314,6 +314,6 @@ void MDMDriverIPCI::handleMessage(const unsigned char* pMessage) {
     }
 }
 
-bool MDMDriverIPCI::send(const DriverMessage& message) const {
+bool MDMDriverIPCI::send(const MDMDriverMessage& message) const {
     return message.fits() && m_inQueue.send(message.data(), message.length(), -1);
 }

@@ -11,7 +11,7 @@
 #include "sal/MessageQueue.h"
 #include "sal/Thread.h"
 
-class DriverMessage;
+class MDMDriverMessage;
 class IPanelState;
 
 /// Stands in the host for a driver that runs in a process of its own. Each call becomes one message on the
@@ -97,7 +97,7 @@ private:
     /// that was held back.
     void drainOutQueue(ReceiveBuffer& buffer, int timeout);
     void handleMessage(const unsigned char* pMessage);
-    bool send(const DriverMessage& message) const;
+    bool send(const MDMDriverMessage& message) const;
 
     std::list<QueueCmd> m_laQueue;  ///< oldest first
     std::string m_moduleFileName;

@@ -4,12 +4,13 @@
 #include <vector>
 
 #include "DriverCalls.h"
-#include "DriverMessage.h"
 #include "Expect.h"
+#include "MDMDriverMessage.h"
 #include "MessageInput.h"
 
-// Whatever stands in a driver's input queue: the driver process reads inside the message, and what it made of
-// one, sent again by the manager's end, is read the same.
+// Whatever stands in a driver's input queue: the driver process reads inside the message, makes the same of
+// it as the manager's own reader of the protocol, and of what it made, sent again by the manager's end, once
+// more.
 
 namespace {
 
@@ -64,6 +65,18 @@ private:
     }
 };
 
+/// The call's number and texts as the manager's end reads them.
+Call readByTheManager(const std::string& bytes, const Call& call) {
+    const std::string padded = bytes + std::string(g_driverMessageSize - bytes.size(), '\0');
+    DriverMessageReader reader(reinterpret_cast<const unsigned char*>(padded.data()));
+    Call read = call;
+    if (call.operation == "SETCFG")
+        read.number = reader.takeInt();
+    for (std::string& text : read.texts)
+        text = reader.takeString();
+    return read;
+}
+
 std::optional<Call> handled(DriverCalls& sut, Driver& driver, const unsigned char* data, std::size_t size) {
     driver.call.reset();
     MessageReader message(data, size);
@@ -87,8 +100,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             continue;
         const std::string code = bytes->substr(0, 6);
         expect(call->operation == code, "a code makes the call of its own");
+        expect(*call == readByTheManager(*bytes, *call), "both ends read the same");
 
-        DriverMessage again(call->operation.c_str());
+        MDMDriverMessage again(call->operation.c_str());
         if (code == "SETCFG")
             again.addInt(call->number);
         for (const std::string& text : call->texts)

@@ -1,4 +1,4 @@
-#include "DriverMessage.h"
+#include "MDMDriverMessage.h"
 
 #include <algorithm>
 
@@ -10,30 +10,30 @@ constexpr int g_codeLength = 6;
 
 }  // namespace
 
-DriverMessage::DriverMessage(const char* code) {
+MDMDriverMessage::MDMDriverMessage(const char* code) {
     append(code, g_codeLength);
 }
 
-DriverMessage& DriverMessage::addInt(std::int32_t value) {
+MDMDriverMessage& MDMDriverMessage::addInt(std::int32_t value) {
     append(&value, sizeof value);
     return *this;
 }
 
-DriverMessage& DriverMessage::addString(const std::string& text) {
+MDMDriverMessage& MDMDriverMessage::addString(const std::string& text) {
     const auto length = static_cast<unsigned char>(text.size());
     append(&length, 1);
     append(text.data(), length);
     return *this;
 }
 
-DriverMessage& DriverMessage::addParameters(const FIDParameterList& parameters) {
+MDMDriverMessage& MDMDriverMessage::addParameters(const FIDParameterList& parameters) {
     if (m_fits)
         m_length +=
             parameters.serialize(reinterpret_cast<char*>(m_data) + m_length, g_driverMessageSize - m_length);
     return *this;
 }
 
-void DriverMessage::append(const void* pBytes, int count) {
+void MDMDriverMessage::append(const void* pBytes, int count) {
     if (!m_fits || count > g_driverMessageSize - m_length) {
         m_fits = false;
         return;
@@ -42,38 +42,38 @@ void DriverMessage::append(const void* pBytes, int count) {
     m_length += count;
 }
 
-DriverMessageReader::DriverMessageReader(const unsigned char* pBuffer)
+MDMDriverMessageReader::MDMDriverMessageReader(const unsigned char* pBuffer)
     : m_pBuffer(pBuffer), m_offset(g_codeLength) {}
 
-bool DriverMessageReader::hasCode(const char* code) const {
+bool MDMDriverMessageReader::hasCode(const char* code) const {
     return std::memcmp(m_pBuffer, code, g_codeLength) == 0;
 }
 
-std::int32_t DriverMessageReader::takeInt() {
+std::int32_t MDMDriverMessageReader::takeInt() {
     std::int32_t value = 0;
     if (const unsigned char* pBytes = take(sizeof value))
         std::memcpy(&value, pBytes, sizeof value);
     return value;
 }
 
-float DriverMessageReader::takeFloat() {
+float MDMDriverMessageReader::takeFloat() {
     float value = 0;
     if (const unsigned char* pBytes = take(sizeof value))
         std::memcpy(&value, pBytes, sizeof value);
     return value;
 }
 
-bool DriverMessageReader::takeBool() {
+bool MDMDriverMessageReader::takeBool() {
     const unsigned char* pByte = take(1);
     return pByte && *pByte != 0;
 }
 
-unsigned int DriverMessageReader::takeCount() {
+unsigned int MDMDriverMessageReader::takeCount() {
     const unsigned char* pByte = take(1);
     return pByte ? *pByte : 0;
 }
 
-std::string DriverMessageReader::takeString() {
+std::string MDMDriverMessageReader::takeString() {
     const int length = static_cast<int>(takeCount());
     const auto* pText = reinterpret_cast<const char*>(take(length));
     if (!pText)
@@ -81,7 +81,7 @@ std::string DriverMessageReader::takeString() {
     return std::string(pText, std::find(pText, pText + length, '\0'));
 }
 
-const unsigned char* DriverMessageReader::take(int count) {
+const unsigned char* MDMDriverMessageReader::take(int count) {
     if (count > g_driverMessageSize - m_offset) {
         m_offset = g_driverMessageSize;
         return nullptr;

@@ -1,4 +1,4 @@
-#include "DriverMessage.h"
+#include "MDMDriverMessage.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@ using namespace std::string_literals;
 
 namespace {
 
-std::string bytesOf(const DriverMessage& message) {
+std::string bytesOf(const MDMDriverMessage& message) {
     return {reinterpret_cast<const char*>(message.data()), static_cast<std::size_t>(message.length())};
 }
 
@@ -26,48 +26,48 @@ struct Buffer {
 
 }  // namespace
 
-TEST(DriverMessage, CodeStandsWithoutTerminator) {
-    EXPECT_EQ(bytesOf(DriverMessage("DEINIT")), "DEINIT");
+TEST(MDMDriverMessage, CodeStandsWithoutTerminator) {
+    EXPECT_EQ(bytesOf(MDMDriverMessage("DEINIT")), "DEINIT");
 }
 
-TEST(DriverMessage, IntIsFourBytesLowestFirst) {
-    EXPECT_EQ(bytesOf(DriverMessage("SETCFG").addInt(-2)), "SETCFG\xfe\xff\xff\xff"s);
+TEST(MDMDriverMessage, IntIsFourBytesLowestFirst) {
+    EXPECT_EQ(bytesOf(MDMDriverMessage("SETCFG").addInt(-2)), "SETCFG\xfe\xff\xff\xff"s);
 }
 
-TEST(DriverMessage, StringIsLengthAndBytes) {
-    EXPECT_EQ(bytesOf(DriverMessage("SUBSCR").addString("AB")),
+TEST(MDMDriverMessage, StringIsLengthAndBytes) {
+    EXPECT_EQ(bytesOf(MDMDriverMessage("SUBSCR").addString("AB")),
               "SUBSCR\x02"
               "AB"s);
 }
 
-TEST(DriverMessage, EmptyStringIsOneZeroByte) {
-    EXPECT_EQ(bytesOf(DriverMessage("SUBSCR").addString("")), "SUBSCR\0"s);
+TEST(MDMDriverMessage, EmptyStringIsOneZeroByte) {
+    EXPECT_EQ(bytesOf(MDMDriverMessage("SUBSCR").addString("")), "SUBSCR\0"s);
 }
 
-TEST(DriverMessage, StringOf255BytesIsWhole) {
+TEST(MDMDriverMessage, StringOf255BytesIsWhole) {
     const std::string text(255, 'x');
-    EXPECT_EQ(bytesOf(DriverMessage("SUBSCR").addString(text)), "SUBSCR\xff" + text);
+    EXPECT_EQ(bytesOf(MDMDriverMessage("SUBSCR").addString(text)), "SUBSCR\xff" + text);
 }
 
-TEST(DriverMessage, StringOf256BytesIsCutToNothing) {
-    EXPECT_EQ(bytesOf(DriverMessage("SUBSCR").addString(std::string(256, 'x'))), "SUBSCR\0"s);
+TEST(MDMDriverMessage, StringOf256BytesIsCutToNothing) {
+    EXPECT_EQ(bytesOf(MDMDriverMessage("SUBSCR").addString(std::string(256, 'x'))), "SUBSCR\0"s);
 }
 
-TEST(DriverMessage, StringOf300BytesIsCutTo44) {
-    EXPECT_EQ(bytesOf(DriverMessage("SUBSCR").addString(std::string(300, 'x'))),
+TEST(MDMDriverMessage, StringOf300BytesIsCutTo44) {
+    EXPECT_EQ(bytesOf(MDMDriverMessage("SUBSCR").addString(std::string(300, 'x'))),
               "SUBSCR\x2c" + std::string(44, 'x'));
 }
 
-TEST(DriverMessage, ParametersFollowTheName) {
+TEST(MDMDriverMessage, ParametersFollowTheName) {
     FIDParameterList parameters;
     parameters.add("to", "5");
-    EXPECT_EQ(bytesOf(DriverMessage("SNDFDP").addString("MOVE").addParameters(parameters)),
+    EXPECT_EQ(bytesOf(MDMDriverMessage("SNDFDP").addString("MOVE").addParameters(parameters)),
               "SNDFDP\x04MOVE\x01\x02to\x01"
               "5"s);
 }
 
-TEST(DriverMessage, SixStringsOf1008BytesFit) {
-    DriverMessage sut("SETCFG");
+TEST(MDMDriverMessage, SixStringsOf1008BytesFit) {
+    MDMDriverMessage sut("SETCFG");
     sut.addInt(1);
     for (int index = 0; index < 6; ++index)
         sut.addString(std::string(168, 'x'));
@@ -75,8 +75,8 @@ TEST(DriverMessage, SixStringsOf1008BytesFit) {
     EXPECT_EQ(sut.length(), 1024);
 }
 
-TEST(DriverMessage, OneByteMoreDoesNotFitAndIsNotWritten) {
-    DriverMessage sut("SETCFG");
+TEST(MDMDriverMessage, OneByteMoreDoesNotFitAndIsNotWritten) {
+    MDMDriverMessage sut("SETCFG");
     sut.addInt(1);
     for (int index = 0; index < 5; ++index)
         sut.addString(std::string(168, 'x'));
@@ -85,8 +85,8 @@ TEST(DriverMessage, OneByteMoreDoesNotFitAndIsNotWritten) {
     EXPECT_LE(sut.length(), 1024);
 }
 
-TEST(DriverMessage, WhatFollowsATextThatDidNotFitIsNotWrittenEither) {
-    DriverMessage sut("SETCFG");
+TEST(MDMDriverMessage, WhatFollowsATextThatDidNotFitIsNotWrittenEither) {
+    MDMDriverMessage sut("SETCFG");
     for (int index = 0; index < 4; ++index)
         sut.addString(std::string(255, 'x'));
     const int length = sut.length();
@@ -95,19 +95,19 @@ TEST(DriverMessage, WhatFollowsATextThatDidNotFitIsNotWrittenEither) {
     EXPECT_EQ(sut.length(), length);
 }
 
-TEST(DriverMessageReader, TellsCodesApart) {
+TEST(MDMDriverMessageReader, TellsCodesApart) {
     const Buffer buffer("SETVAI");
-    const DriverMessageReader sut(buffer.bytes);
+    const MDMDriverMessageReader sut(buffer.bytes);
     EXPECT_TRUE(sut.hasCode("SETVAI"));
     EXPECT_FALSE(sut.hasCode("SETVAL"));
     EXPECT_FALSE(sut.hasCode("setvai"));
 }
 
-TEST(DriverMessageReader, TakesFieldsInOrder) {
+TEST(MDMDriverMessageReader, TakesFieldsInOrder) {
     const Buffer buffer(
         "SETVAX\x01"
         "A\x2a\x00\x00\x00\x00\x00\xc0\x3f\x02\x07"s);
-    DriverMessageReader sut(buffer.bytes);
+    MDMDriverMessageReader sut(buffer.bytes);
     EXPECT_EQ(sut.takeString(), "A");
     EXPECT_EQ(sut.takeInt(), 42);
     EXPECT_EQ(sut.takeFloat(), 1.5f);
@@ -115,19 +115,19 @@ TEST(DriverMessageReader, TakesFieldsInOrder) {
     EXPECT_EQ(sut.takeCount(), 7u);
 }
 
-TEST(DriverMessageReader, StringEndsAtItsFirstZeroByteAndTheNextFieldBehindItsLength) {
+TEST(MDMDriverMessageReader, StringEndsAtItsFirstZeroByteAndTheNextFieldBehindItsLength) {
     const Buffer buffer(
         "SETVAL\x03"
         "a\0b\x01"
         "c"s);
-    DriverMessageReader sut(buffer.bytes);
+    MDMDriverMessageReader sut(buffer.bytes);
     EXPECT_EQ(sut.takeString(), "a");
     EXPECT_EQ(sut.takeString(), "c");
 }
 
-TEST(DriverMessageReader, FieldsBehindTheMessageReadAsEmpty) {
+TEST(MDMDriverMessageReader, FieldsBehindTheMessageReadAsEmpty) {
     const Buffer buffer("SETVAL");
-    DriverMessageReader sut(buffer.bytes);
+    MDMDriverMessageReader sut(buffer.bytes);
     EXPECT_EQ(sut.takeString(), "");
     EXPECT_EQ(sut.takeInt(), 0);
     EXPECT_EQ(sut.takeFloat(), 0.0f);
@@ -135,7 +135,7 @@ TEST(DriverMessageReader, FieldsBehindTheMessageReadAsEmpty) {
     EXPECT_EQ(sut.takeCount(), 0u);
 }
 
-TEST(DriverMessageReader, FieldThatWouldCrossTheEndIsEmptyAndSoIsAllBehindIt) {
+TEST(MDMDriverMessageReader, FieldThatWouldCrossTheEndIsEmptyAndSoIsAllBehindIt) {
     // 6 + 3 * 256 bytes, then a length byte that promises one byte more than there is.
     std::string message = "SETVAL";
     for (int index = 0; index < 3; ++index)
@@ -143,7 +143,7 @@ TEST(DriverMessageReader, FieldThatWouldCrossTheEndIsEmptyAndSoIsAllBehindIt) {
     message += "\xfa" + std::string(249, 'y');
     ASSERT_EQ(message.size(), 1024u);
     const Buffer buffer(message);
-    DriverMessageReader sut(buffer.bytes);
+    MDMDriverMessageReader sut(buffer.bytes);
     for (int index = 0; index < 3; ++index)
         EXPECT_EQ(sut.takeString(), std::string(255, 'x'));
     EXPECT_EQ(sut.takeString(), "");
@@ -153,13 +153,13 @@ TEST(DriverMessageReader, FieldThatWouldCrossTheEndIsEmptyAndSoIsAllBehindIt) {
     EXPECT_EQ(sut.takeCount(), 0u);
 }
 
-TEST(DriverMessageReader, StringThatEndsWithTheBufferIsWhole) {
+TEST(MDMDriverMessageReader, StringThatEndsWithTheBufferIsWhole) {
     std::string message = "SETVAL";
     for (int index = 0; index < 3; ++index)
         message += "\xff" + std::string(255, 'x');
     message += "\xf9" + std::string(249, 'y');
     const Buffer buffer(message);
-    DriverMessageReader sut(buffer.bytes);
+    MDMDriverMessageReader sut(buffer.bytes);
     for (int index = 0; index < 3; ++index)
         sut.takeString();
     EXPECT_EQ(sut.takeString(), std::string(249, 'y'));

@@ -14,16 +14,16 @@ class FIDParameterList;
 constexpr int g_driverMessageSize = 1024;
 
 /// Builds one message. What would not fit is never written; fits() tells.
-class DriverMessage {
+class MDMDriverMessage {
 public:
     /// The code has six letters.
-    explicit DriverMessage(const char* code);
+    explicit MDMDriverMessage(const char* code);
 
-    DriverMessage& addInt(std::int32_t value);
+    MDMDriverMessage& addInt(std::int32_t value);
     /// Writes the length modulo 256 and that many bytes: senders keep texts under 256 bytes.
-    DriverMessage& addString(const std::string& text);
+    MDMDriverMessage& addString(const std::string& text);
     /// Into the room that is left.
-    DriverMessage& addParameters(const FIDParameterList& parameters);
+    MDMDriverMessage& addParameters(const FIDParameterList& parameters);
 
     bool fits() const { return m_fits; }
     const unsigned char* data() const { return m_data; }
@@ -40,9 +40,9 @@ private:
 /// Reads the fields of one message in order from a buffer of g_driverMessageSize bytes that is zero behind
 /// the message's end. A field that would cross the buffer's end reads as empty or zero, and so do all behind
 /// it.
-class DriverMessageReader {
+class MDMDriverMessageReader {
 public:
-    explicit DriverMessageReader(const unsigned char* pBuffer);
+    explicit MDMDriverMessageReader(const unsigned char* pBuffer);
 
     bool hasCode(const char* code) const;
 
