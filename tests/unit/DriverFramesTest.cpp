@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -63,6 +65,10 @@ struct Sent {
     std::string frame;
     Report report;
 };
+
+void PrintTo(const Sent& sent, std::ostream* pStream) {
+    *pStream << sent.frame;
+}
 
 Report value(const std::string& name, const std::string& text) {
     return [=](Handed& driver) { driver.panel.setStateValue(name, text); };
@@ -184,6 +190,10 @@ struct Refused {
     Report report;
 };
 
+void PrintTo(const Refused& refused, std::ostream* pStream) {
+    *pStream << refused.claim;
+}
+
 class DriverFramesRefused : public testing::TestWithParam<Refused> {};
 
 TEST_P(DriverFramesRefused, IsNotSent) {
@@ -264,6 +274,10 @@ struct Read {
     std::string frame;
     Calls calls;
 };
+
+void PrintTo(const Read& read, std::ostream* pStream) {
+    *pStream << read.frame;
+}
 
 std::string repeated(int count, const std::string& text) {
     std::string result;

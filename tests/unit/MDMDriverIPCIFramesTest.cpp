@@ -5,10 +5,9 @@
 #include <cstdio>
 #include <functional>
 #include <limits>
-#include <memory>
+#include <ostream>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "FIDParameterList.h"
@@ -18,7 +17,6 @@
 #include "IPanelState.h"
 #include "ISystem.h"
 #include "MDMDriverIPCI.h"
-#include "MfDriverManager.h"
 #include "StandardOutput.h"
 
 // The host's end of the queue protocol, held to the bytes of tests/data/frames.
@@ -118,6 +116,10 @@ struct Sent {
     std::string frame;
     std::function<bool(MDMDriverIPCI&)> call;
 };
+
+void PrintTo(const Sent& sent, std::ostream* pStream) {
+    *pStream << sent.frame;
+}
 
 std::function<bool(MDMDriverIPCI&)> configuration(int workplace, const std::vector<std::string>& texts) {
     return [=](MDMDriverIPCI& sut) {
@@ -228,6 +230,10 @@ struct Read {
     std::string frame;
     Calls calls;
 };
+
+void PrintTo(const Read& read, std::ostream* pStream) {
+    *pStream << read.frame;
+}
 
 std::string repeated(int count, const std::string& text) {
     std::string result;
@@ -348,7 +354,7 @@ std::vector<Read> readFrames() {
         {"unsent/DSPFID-cut-23", {"dispatchFID [PANEL.SHOW] [page]=[]"}},
         {"unsent/DSPFID-cut-24", {"dispatchFID [PANEL.SHOW] [page]=[]"}},
         {"unsent/DSPFID-crossing",
-         {"dispatchFID [B.M] [a]=[" + v + "] [b]=[" + v + "] [c]=[" + v + "] [d]=[]"}},
+         {"dispatchFID [B.M] [a]=[" + v + "] [b]=[" + v + "] [c]=[" + v + "] [d]=[] []=[]"}},
         {"unsent/DSPFID-count-beyond", {"dispatchFID [B.M] [a]=[1]" + repeated(254, " []=[]")}},
         {"unsent/DSPFID-all-ff",
          {"dispatchFID [" + highs + "] [" + highs + "]=[" + highs + "]" + repeated(254, " []=[]")}},
