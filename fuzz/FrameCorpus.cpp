@@ -40,6 +40,9 @@ int main(int argc, char** argv) {
             const std::string bytes = framed(goldenText(name));
             write(folder / name, bytes);
             all += bytes;
+            // The same code in a message whose fields reach its very end, and would reach beyond it.
+            const std::string full = goldenText(name).substr(0, 6) + std::string(1018, '\xff');
+            write(folder / (name + "-full"), framed(full));
         }
         write(folder / "all", all);
     } catch (const std::exception& e) {

@@ -68,7 +68,7 @@ private:
 /// The call's number and texts as the manager's end reads them.
 Call readByTheManager(const std::string& bytes, const Call& call) {
     const std::string padded = bytes + std::string(g_driverMessageSize - bytes.size(), '\0');
-    DriverMessageReader reader(reinterpret_cast<const unsigned char*>(padded.data()));
+    MDMDriverMessageReader reader(reinterpret_cast<const unsigned char*>(padded.data()));
     Call read = call;
     if (call.operation == "SETCFG")
         read.number = reader.takeInt();

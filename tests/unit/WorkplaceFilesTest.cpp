@@ -97,6 +97,7 @@ const std::vector<File> g_files{
     starts("driver-in-a-driver-entry", {"A", "C"}),
     starts("drivers-in-ports", {"A", "C"}),
     starts("ports-in-another-case", {"A"}),
+    starts("ports-with-a-drivers-attributes", {"A"}),
     starts("unknown-elements-in-a-workplace", {"A", "C"}),
     starts("workplace-in-a-workplace", {"A"}),
     starts("driver-entry-in-another-case", {"A"}),
