@@ -542,6 +542,12 @@ TEST(MDMDriverIPCI, UnknownCodeDoesNotEndABurst) {
               Calls{"panel setStateValueInt x 2"});
 }
 
+TEST(MDMDriverIPCI, EmptyMessageDoesNotEndABurst) {
+    Proxy s;
+    EXPECT_EQ(s.deliveredFrom({"SETVAI\x01x" + bytes(1), "", "SETVAI\x01x" + bytes(2)}),
+              Calls{"panel setStateValueInt x 2"});
+}
+
 TEST(MDMDriverIPCI, UpdatesOfDifferentKindsAreBothDeliveredInOrder) {
     Proxy s;
     EXPECT_EQ(s.deliveredFrom({"SETVAL\x01x\x01"
