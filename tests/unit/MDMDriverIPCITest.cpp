@@ -895,6 +895,21 @@ TEST(MDMDriverIPCI, InitWithAnEmptyDriverIDEndsTheProgram) {
         "assertion failed: !m_driverID.empty\\(\\)\n");
 }
 
+TEST(MDMDriverIPCI, InitLooksAtTheDriverIDBeforeItMakesQueues) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            Proxy s;
+            s.host.fail("queue create");
+            MDMDriverIPCI sut("/mods/libA.so", "");
+            sut.setPanelStateInterface(&s.panel);
+            sut.setDistributorFIDInterface(&s.distributor);
+            sut.setSystemInterface(&s.system);
+            sut.init();
+        },
+        "assertion failed: !m_driverID.empty\\(\\)\n");
+}
+
 TEST(MDMDriverIPCI, ThreadBodyEndsAtOnceWhenNothingWasSet) {
     fakehost::FakeHost host;
     MDMDriverIPCI sut("/mods/libA.so", "A");
