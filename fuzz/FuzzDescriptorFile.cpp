@@ -6,7 +6,9 @@
 #include "IPanelState.h"
 #include "MDMModuleHandler.h"
 #include "MemoryFile.h"
+#include "NestingDepth.h"
 #include "Silence.h"
+#include "XmlDocument.h"
 
 // Whatever lies in a module directory: what the host's guard lets through is read without harm, published
 // whole and counted, and the scan returns to where it came from.
@@ -49,6 +51,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     s_file.write(data, size);
     if (FileGuard::refusal(s_file.path()))
         return 0;
+    TiXmlDocument document(s_file.path());
+    static_cast<void>(loadXmlDocument(document));
+    expect(nestingDepth(document) <= FileGuard::s_maxDepth,
+           "the guard lets nothing through that nests too deep");
     s_host.fileLists["/mods"] = {s_file.path()};
 
     Panel panel;

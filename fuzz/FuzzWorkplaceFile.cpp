@@ -8,10 +8,12 @@
 #include "MDMModuleHandler.h"
 #include "MemoryFile.h"
 #include "MfDriverManager.h"
+#include "NestingDepth.h"
 #include "RecordingDriver.h"
 #include "RecordingSystem.h"
 #include "Silence.h"
 #include "WorkplaceFile.h"
+#include "XmlDocument.h"
 #include "sal/Path.h"
 
 // Whatever stands in a workplace file: what the host lets through starts and reloads without harm, no reload
@@ -68,6 +70,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string path = s_machine.file.path();
     if (FileGuard::refusal(path))
         return 0;
+    TiXmlDocument document(path);
+    static_cast<void>(loadXmlDocument(document));
+    expect(nestingDepth(document) <= FileGuard::s_maxDepth,
+           "the guard lets nothing through that nests too deep");
     const WorkplaceFile read(path);
     if (!read.startRefusal().empty())
         return 0;

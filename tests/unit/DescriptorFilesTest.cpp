@@ -74,6 +74,7 @@ const std::vector<File> g_files{
     yields("comment-in-an-entry", {"A", "B"}),
     yields("text-in-an-entry", {"A", "B"}),
     yields("line-ends-of-two-bytes", {"A", "B"}),
+    yields("nested-100-levels", {"A", "B"}),
     // What is no entry ends the file without a word; what was read before stays.
     yields("comment-before-the-first-entry", {}),
     yields("comment-between-entries", {"A"}),
