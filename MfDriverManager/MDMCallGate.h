@@ -34,7 +34,7 @@ public:
     private:
         MDMCallGate& m_gate;
         T* m_pObject = nullptr;
-        unsigned int m_place = 0;
+        std::size_t m_place = 0;
         bool m_inside = false;
     };
 

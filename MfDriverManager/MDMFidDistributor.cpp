@@ -68,7 +68,7 @@ private:
     }
 
     MDMMainframeDriverPort* m_pPort = nullptr;
-    unsigned int m_place = 0;
+    std::size_t m_place = 0;
 };
 
 MDMFidDistributor::MDMFidDistributor() {

@@ -1,19 +1,18 @@
 #pragma once
 
-#include <sched.h>
-
 #include <array>
 #include <cstddef>
 #include <mutex>
 
+#include "MDMThreadPlace.h"
+
 /// Guards what many threads look at for an instant and what seldom changes. A reader locks the mutex of its
-/// processor, a writer those of all: readers on different processors touch nothing in common.
+/// place, a writer those of all: readers in different places touch nothing in common.
 class MDMReadersMutex {
 public:
     class Reader {
     public:
-        explicit Reader(MDMReadersMutex& mutex)
-            : m_lock(mutex.m_places[static_cast<std::size_t>(sched_getcpu()) % s_places].mutex) {}
+        explicit Reader(MDMReadersMutex& mutex) : m_lock(mutex.m_places[MDMThreadPlace::current()].mutex) {}
 
     private:
         std::lock_guard<std::mutex> m_lock;
@@ -22,22 +21,19 @@ public:
     class Writer {
     public:
         explicit Writer(MDMReadersMutex& mutex) {
-            for (std::size_t i = 0; i < s_places; ++i)
+            for (std::size_t i = 0; i < m_locks.size(); ++i)
                 m_locks[i] = std::unique_lock(mutex.m_places[i].mutex);
         }
 
     private:
-        std::array<std::unique_lock<std::mutex>, 8> m_locks;
+        std::array<std::unique_lock<std::mutex>, MDMThreadPlace::s_places> m_locks;
     };
 
 private:
-    static constexpr std::size_t s_places = 8;
-
-    /// As far apart as cache lines are.
     struct Place {
         std::mutex mutex;
-        char padding[64 - sizeof(std::mutex)] = {};
+        char padding[MDMThreadPlace::s_distance - sizeof(std::mutex)] = {};
     };
 
-    std::array<Place, s_places> m_places;
+    std::array<Place, MDMThreadPlace::s_places> m_places;
 };

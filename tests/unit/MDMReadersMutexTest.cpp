@@ -20,7 +20,7 @@ TEST(MDMReadersMutex, ReaderKeepsTheWriterOut) {
     written.wait();
 }
 
-TEST(MDMReadersMutex, WriterKeepsReadersOutOnEveryProcessor) {
+TEST(MDMReadersMutex, WriterKeepsReadersOutOfEveryPlace) {
     MDMReadersMutex sut;
     std::atomic<int> read{0};
     std::vector<std::thread> readers;

@@ -15,7 +15,7 @@ TEST(MDMUseCount, NobodyInsideIsNotWaitedFor) {
 
 TEST(MDMUseCount, WaitsForTheOneInside) {
     MDMUseCount sut;
-    const unsigned int place = sut.enter();
+    const std::size_t place = sut.enter();
     auto waited = std::async(std::launch::async, [&] { sut.waitForAll(); });
     EXPECT_EQ(waited.wait_for(50ms), std::future_status::timeout);
     sut.leave(place);
@@ -24,8 +24,8 @@ TEST(MDMUseCount, WaitsForTheOneInside) {
 
 TEST(MDMUseCount, WaitsForTheLastOfSeveral) {
     MDMUseCount sut;
-    const unsigned int first = sut.enter();
-    const unsigned int second = sut.enter();
+    const std::size_t first = sut.enter();
+    const std::size_t second = sut.enter();
     auto waited = std::async(std::launch::async, [&] { sut.waitForAll(); });
     sut.leave(first);
     EXPECT_EQ(waited.wait_for(50ms), std::future_status::timeout);
@@ -35,7 +35,7 @@ TEST(MDMUseCount, WaitsForTheLastOfSeveral) {
 
 TEST(MDMUseCount, MayBeLeftOnAnotherThread) {
     MDMUseCount sut;
-    const unsigned int place = sut.enter();
+    const std::size_t place = sut.enter();
     std::thread([&] { sut.leave(place); }).join();
     sut.waitForAll();
 }
