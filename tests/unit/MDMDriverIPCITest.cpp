@@ -689,6 +689,55 @@ TEST(MDMDriverIPCI, ThreeHundredUpdatesOfABurstAreDeliveredAtItsEnd) {
     EXPECT_EQ(calls[301], "panel setStateValueInt n0 0");
 }
 
+TEST(MDMDriverIPCI, UpdateThatReplacedAnotherCountsOnceTowardsThe300) {
+    Proxy s;
+    s.push("SETVAI" + text("twice") + bytes(1));
+    s.push("SETVAI" + text("twice") + bytes(2));
+    for (int index = 1; index < 299; ++index)
+        s.push("SETVAI" + text("n" + std::to_string(index)) + bytes(index));
+    // The 299 pending ones still wait when this one comes, so it replaces one of them.
+    s.push("SETVAI" + text("n1") + bytes(7));
+    s.start();
+    EXPECT_TRUE(s.host.journal().waitFor("panel setStateValueInt n1 7"));
+    const Calls calls = s.host.journal().linesOf({"panel"});
+    EXPECT_EQ(calls.size(), 299u);
+    EXPECT_EQ(calls.front(), "panel setStateValueInt twice 2");
+}
+
+TEST(MDMDriverIPCI, UpdateThatReplacedAnotherStillCountsTowardsThe300) {
+    Proxy s;
+    s.push("SETVAI" + text("twice") + bytes(1));
+    s.push("SETVAI" + text("twice") + bytes(2));
+    for (int index = 1; index < 300; ++index)
+        s.push("SETVAI" + text("n" + std::to_string(index)) + bytes(index));
+    // The 300 pending ones are delivered before this one is looked at.
+    s.push("SETVAI" + text("n1") + bytes(7));
+    s.start();
+    EXPECT_TRUE(s.host.journal().waitFor("panel setStateValueInt n1 7"));
+    const Calls calls = s.host.journal().linesOf({"panel"});
+    EXPECT_EQ(calls.size(), 301u);
+    EXPECT_EQ(calls[1], "panel setStateValueInt n1 1");
+}
+
+TEST(MDMDriverIPCI, EveryThreeHundredUpdatesOfALongBurstAreDelivered) {
+    Proxy s;
+    for (int index = 0; index < 900; ++index)
+        s.push("SETVAI" + text("n" + std::to_string(index)) + bytes(index));
+    s.push("SETVAI" + text("n600") + bytes(7));
+    s.start();
+    EXPECT_TRUE(s.host.journal().waitFor("panel setStateValueInt n600 7"));
+    const Calls calls = s.host.journal().linesOf({"panel"});
+    EXPECT_EQ(calls.size(), 901u);
+    EXPECT_EQ(calls[600], "panel setStateValueInt n600 600");
+}
+
+TEST(MDMDriverIPCI, WhatIsLeftAtTheEndIsReceivedWithoutAWait) {
+    Proxy s;
+    s.startIdle();
+    s.sut.deinitialize();
+    EXPECT_EQ(s.host.journal().linesOf({"queue receive"}).back(), "queue receive A_OUTQ 0");
+}
+
 TEST(MDMDriverIPCI, ReceivesWaitASecondFirstAndNotAtAllWithinABurst) {
     Proxy s;
     s.push(
