@@ -1,0 +1,35 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "Request.h"
+#include "Results.h"
+
+/// A workplace in a process of its own: the manager, the panel target and so many probe drivers, each in its
+/// driver process. Made while this process has one thread. The process ends with the object.
+class Workplace {
+public:
+    struct Settings {
+        std::string directory;  ///< its own, made by it
+        int drivers = 2;
+        int cores = 0;  ///< all its processes stay on the first so many; 0 for all there are
+    };
+
+    Workplace(const Settings& settings, const Results& results);
+    ~Workplace();
+    Workplace(const Workplace&) = delete;
+    Workplace& operator=(const Workplace&) = delete;
+
+    /// Until all drivers are there; throws when the start failed.
+    void waitUntilStarted();
+    /// Returns when the result is written; throws when there is none.
+    void measure(const Request& request);
+
+private:
+    void readReply();
+
+    pid_t m_process = -1;
+    int m_socket = -1;
+};

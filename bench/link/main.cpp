@@ -1,0 +1,193 @@
+// What crosses processes in a workplace, from driver to panel and from driver to driver, beside what one
+// would carry it with instead. Everything real: the manager, the driver processes, the queues; only the panel
+// target and the drivers are made for it. The links take turns within a round; every message is checked. One
+// JSON object a line on standard output; --help tells how much is done.
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "DBusTripPeer.h"
+#include "DBusUpdatePeer.h"
+#include "GrpcTripPeer.h"
+#include "GrpcUpdatePeer.h"
+#include "PeerRun.h"
+#include "Results.h"
+#include "Sandbox.h"
+#include "UnixTripPeer.h"
+#include "Workplace.h"
+
+namespace {
+
+/// A few seconds of work for each measurement of a round.
+struct Amounts {
+    int rounds = 5;
+    std::uint64_t updates = 500'000;
+    std::uint64_t peerUpdates = 50'000;
+    std::uint64_t fids = 300'000;
+    std::uint64_t trips = 10'000;
+    std::uint64_t paced = 5'000;
+    std::uint64_t stopped = 1'000'000;
+    int drivers = 64;
+    int stoppedDrivers = 50;
+    unsigned int idleSeconds = 5;
+    int fleetRounds = 2;
+    std::vector<std::string> only;
+
+    bool wants(const std::string& part) const {
+        return only.empty() || std::find(only.begin(), only.end(), part) != only.end();
+    }
+};
+
+/// A temporary directory in memory, for queues and sockets; gone with the object.
+class Directory {
+public:
+    Directory() {
+        std::string name = "/dev/shm/mfd-bench-XXXXXX";
+        if (!mkdtemp(name.data()))
+            throw std::runtime_error("no directory in /dev/shm");
+        m_path = name;
+    }
+    ~Directory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    Directory(const Directory&) = delete;
+    Directory& operator=(const Directory&) = delete;
+
+    /// One that is not there yet.
+    std::string next() { return m_path + "/" + std::to_string(++m_made); }
+
+private:
+    std::string m_path;
+    int m_made = 0;
+};
+
+const std::vector<UpdatePeerKind> g_updatePeers{{"D-Bus", DBusUpdatePeer::makeBus},
+                                                {"D-Bus, two processes", DBusUpdatePeer::makeDirect},
+                                                {"gRPC", GrpcUpdatePeer::make}};
+const std::vector<TripPeerKind> g_tripPeers{{"AF_UNIX packets", UnixTripPeer::makePacket},
+                                            {"AF_UNIX stream", UnixTripPeer::makeStream},
+                                            {"D-Bus", DBusTripPeer::make},
+                                            {"gRPC", GrpcTripPeer::make}};
+
+Job peerJob(Job job, std::uint64_t count) {
+    if (job.kind != Job::ePaced)
+        job.count = count;
+    return job;
+}
+
+/// The peers do less: they are that much slower. gRPC does as much as the drivers do.
+void measureUpdates(const Amounts& amounts, int round, Directory& directory, const Results& results) {
+    Workplace workplace({directory.next(), 2, 0}, results);
+    workplace.waitUntilStarted();
+    const PeerRun peers(directory.next(), results);
+    const auto both = [&](const Job& job, bool isSweep) {
+        workplace.measure({Request::eUpdates, round, job, 1, false, isSweep});
+        for (const UpdatePeerKind& kind : g_updatePeers)
+            peers.updates(kind, peerJob(job, kind.name == "gRPC" ? job.count : amounts.peerUpdates), round,
+                          isSweep);
+    };
+    // First, while the queues still have no more memory than at the start.
+    if (amounts.wants("stopped"))
+        workplace.measure({Request::eStopped, round, {Job::eStates, amounts.stopped, 8, 8}, 1, false, false});
+    if (amounts.wants("updates")) {
+        both({Job::eStates, amounts.updates, 8, 8}, false);
+        both({Job::eEvents, amounts.updates, 8, 8}, false);
+        both({Job::ePaced, amounts.paced, 8, 8}, false);
+    }
+    if (amounts.wants("sizes"))
+        for (const std::size_t size : {8, 16, 32, 64, 128, 240})
+            both({Job::eTexts, amounts.updates / 4, size, size}, true);
+    if (amounts.wants("fids"))
+        for (const bool hasParameter : {false, true})
+            workplace.measure(
+                {Request::eFids, round, {Job::eStates, amounts.fids, 8, 8}, 1, hasParameter, false});
+    if (amounts.wants("reload"))
+        workplace.measure({Request::eReload, round, {}, 1, false, false});
+}
+
+void measureTrips(const Amounts& amounts, int round, Directory& directory, const Results& results) {
+    const PeerRun peers(directory.next(), results);
+    for (const int cores : {1, 2}) {
+        Workplace workplace({directory.next(), 2, cores}, results);
+        workplace.waitUntilStarted();
+        workplace.measure({Request::eTrips, round, {Job::eStates, amounts.trips, 8, 8}, 2, false, false});
+        for (const TripPeerKind& kind : g_tripPeers)
+            peers.trips(kind, static_cast<unsigned int>(amounts.trips), cores, round);
+    }
+}
+
+/// Each driver takes a second to start, so two workplaces start side by side.
+void measureFleet(const Amounts& amounts, int round, Directory& directory, const Results& results) {
+    Workplace leaving({directory.next(), amounts.stoppedDrivers, 0}, results);
+    Workplace fleet({directory.next(), amounts.drivers, 0}, results);
+    leaving.waitUntilStarted();
+    fleet.waitUntilStarted();
+    leaving.measure({Request::eShutdown, round, {}, amounts.stoppedDrivers, false, false});
+    fleet.measure({Request::eMemory, round, {}, amounts.drivers, false, false});
+    fleet.measure(
+        {Request::eIdle, round, {Job::eStates, amounts.idleSeconds, 8, 8}, amounts.drivers, false, false});
+    for (int drivers = 1; drivers <= amounts.drivers; drivers *= 2)
+        fleet.measure(
+            {Request::eUpdates, round, {Job::eStates, amounts.updates, 8, 8}, drivers, false, true});
+}
+
+void run(const Amounts& amounts) {
+    if (const auto refusal = Sandbox::enter({}))
+        throw std::runtime_error("no namespaces of its own: " + *refusal);
+    const Results results(dup(STDOUT_FILENO));
+    Directory directory;
+    for (int round = 1; round <= amounts.rounds; ++round) {
+        if (amounts.wants("updates") || amounts.wants("sizes") || amounts.wants("fids") ||
+            amounts.wants("stopped") || amounts.wants("reload"))
+            measureUpdates(amounts, round, directory, results);
+        if (amounts.wants("trips"))
+            measureTrips(amounts, round, directory, results);
+        if (amounts.wants("fleet") && round <= amounts.fleetRounds)
+            measureFleet(amounts, round, directory, results);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Amounts amounts;
+    bool isQuick = false;
+    CLI::App app("Measures what crosses processes in a workplace.");
+    app.add_option("--rounds", amounts.rounds, "how often everything is measured")->check(CLI::Range(1, 100));
+    app.add_option("--fleet-rounds", amounts.fleetRounds, "how often of these with many drivers")
+        ->check(CLI::Range(0, 100));
+    app.add_option("--drivers", amounts.drivers, "how many drivers are many")->check(CLI::Range(1, 64));
+    app.add_option("--only", amounts.only, "only these parts")
+        ->check(CLI::IsMember({"updates", "sizes", "fids", "stopped", "reload", "trips", "fleet"}));
+    app.add_flag("--quick", isQuick, "little of everything: shows that it works, not how fast");
+    CLI11_PARSE(app, argc, argv);
+    if (isQuick) {
+        amounts.updates = amounts.fids = 20'000;
+        amounts.peerUpdates = 2'000;
+        amounts.trips = amounts.paced = 500;
+        amounts.stopped = 50'000;
+        amounts.idleSeconds = 1;
+        amounts.stoppedDrivers = std::min(amounts.drivers, 4);
+        amounts.drivers = std::min(amounts.drivers, 4);
+    }
+    signal(SIGPIPE, SIG_IGN);
+    // One that hangs ends the run.
+    alarm(static_cast<unsigned int>(300 + 600 * amounts.rounds));
+    try {
+        run(amounts);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "bench: %s\n", e.what());
+        return 1;
+    }
+    return 0;
+}
