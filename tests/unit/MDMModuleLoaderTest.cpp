@@ -1101,6 +1101,23 @@ TEST(MDMModuleLoader, TeardownWithoutDriversDoesNothing) {
     EXPECT_EQ(s.callsOf([&] { s.pSut.reset(); }), Calls{});
 }
 
+TEST(MDMModuleLoader, FidFromADestructorToAnyOtherDriverIsSwallowedAtTheTeardown) {
+    Loader s;
+    s.addDriver("A", "/mods/libAxis.so");
+    s.loadQuietly(direct("A"));
+    RecordingDriver* pA = s.drivers["A"];
+    s.addDriver("B", "/mods/libAxis.so");
+    s.loadQuietly(direct("B"));
+    s.loadQuietly(queue("Q"));
+    pA->onGone = [&] {
+        s.distributor.dispatchFID("B.LATE", FIDParameterList());
+        s.distributor.dispatchFID("Q.LATE", FIDParameterList());
+    };
+    s.host.journal().clear();
+    fakehost::printedBy([&] { s.pSut.reset(); });
+    EXPECT_EQ(s.linesOf({"B sendFID", "queue send"}), Calls{"queue send Q_INQ DEINIT timeout -1"});
+}
+
 TEST(MDMModuleLoader, FidsAfterTheTeardownAreSwallowed) {
     Loader s;
     s.addDriver();
