@@ -35,7 +35,7 @@ DBusMessagePtr makeSignal(const Job& job, UpdateSeries& series, std::uint64_t nu
     return pSignal;
 }
 
-void take(DBusMessage* pSignal, UpdateCheck& check) {
+void take(DBusMessage* pSignal, IPanelState& target) {
     const bool isEvent = dbus_message_is_signal(pSignal, g_interface, g_event);
     if (!isEvent && !dbus_message_is_signal(pSignal, g_interface, g_changed))
         return;
@@ -43,15 +43,19 @@ void take(DBusMessage* pSignal, UpdateCheck& check) {
     const char* pName = nullptr;
     dbus_message_iter_init(pSignal, &arguments);
     dbus_message_iter_get_basic(&arguments, &pName);
+    const std::string id = std::string("D00.") + pName;
     dbus_message_iter_next(&arguments);
     if (dbus_message_iter_get_arg_type(&arguments) == DBUS_TYPE_INT32) {
         dbus_int32_t value = 0;
         dbus_message_iter_get_basic(&arguments, &value);
-        check.number(pName, value);
+        target.setStateValueInt(id, value);
     } else {
         const char* pText = nullptr;
         dbus_message_iter_get_basic(&arguments, &pText);
-        check.text(pName, pText, isEvent);
+        if (isEvent)
+            target.triggerEvent(id, pText);
+        else
+            target.setStateValue(id, pText);
     }
 }
 
@@ -109,7 +113,7 @@ DBusConnection* DBusUpdatePeer::listen(const std::function<void()>& ready) const
     return pConnection;
 }
 
-void DBusUpdatePeer::receive(UpdateCheck& check, const std::function<void()>& ready) {
+void DBusUpdatePeer::receive(PanelTarget& target, const std::function<void()>& ready) {
     DBusConnection* pConnection = nullptr;
     if (m_daemon) {
         pConnection = connect();
@@ -120,11 +124,11 @@ void DBusUpdatePeer::receive(UpdateCheck& check, const std::function<void()>& re
     } else {
         pConnection = listen(ready);
     }
-    while (!check.complete()) {
+    while (!target.isComplete()) {
         if (!dbus_connection_read_write(pConnection, -1))
             throw std::runtime_error("the connection has ended");
         while (const DBusMessagePtr pSignal{dbus_connection_pop_message(pConnection)})
-            take(pSignal.get(), check);
+            take(pSignal.get(), target);
     }
 }
 

@@ -12,7 +12,7 @@ class DBusUpdatePeer : public UpdatePeer {
 public:
     DBusUpdatePeer(const std::string& directory, bool hasBus);
     std::vector<pid_t> helpers() const override;
-    void receive(UpdateCheck& check, const std::function<void()>& ready) override;
+    void receive(PanelTarget& target, const std::function<void()>& ready) override;
     void send(const Job& job, const std::function<void()>& ready) override;
 
     static std::unique_ptr<UpdatePeer> makeBus(const std::string& directory);

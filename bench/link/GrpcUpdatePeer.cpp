@@ -16,7 +16,7 @@ namespace {
 
 class PanelService : public bench::Panel::Service {
 public:
-    explicit PanelService(UpdateCheck& check) : m_check(check) {}
+    explicit PanelService(PanelTarget& target) : m_target(target) {}
 
     grpc::Status Report(grpc::ServerContext*, grpc::ServerReader<bench::Batch>* pReader,
                         bench::Done*) override {
@@ -26,7 +26,7 @@ public:
         while (pReader->Read(&batch)) {
             for (const bench::Update& update : batch.updates())
                 take(update);
-            if (m_check.complete()) {
+            if (m_target.isComplete()) {
                 const std::lock_guard lock(m_mutex);
                 m_isComplete = true;
                 m_completed.notify_one();
@@ -42,19 +42,20 @@ public:
 
 private:
     void take(const bench::Update& update) {
+        const std::string id = "D00." + update.name();
         switch (update.value_case()) {
             case bench::Update::kNumber:
-                return m_check.number(update.name(), update.number());
+                return m_target.setStateValueInt(id, update.number());
             case bench::Update::kText:
-                return m_check.text(update.name(), update.text(), false);
+                return m_target.setStateValue(id, update.text());
             case bench::Update::kEvent:
-                return m_check.text(update.name(), update.event(), true);
+                return m_target.triggerEvent(id, update.event());
             default:
                 break;
         }
     }
 
-    UpdateCheck& m_check;
+    PanelTarget& m_target;
     std::mutex m_mutex;
     std::condition_variable m_completed;
     bool m_isComplete = false;
@@ -63,11 +64,13 @@ private:
 /// Where a driver's thread puts updates down for the thread that sends them.
 class Outbox {
 public:
-    /// Waits while as many wait as a driver's queue holds.
+    explicit Outbox(int limit) : m_limit(limit) {}
+
+    /// Waits while as many wait as may.
     template <class Fill>
     void add(Fill fill) {
         std::unique_lock lock(m_mutex);
-        m_taken.wait(lock, [this] { return m_pending.updates_size() < s_capacity; });
+        m_taken.wait(lock, [this] { return m_pending.updates_size() < m_limit; });
         fill(*m_pending.add_updates());
         if (m_pending.updates_size() == 1)
             m_added.notify_one();
@@ -82,7 +85,7 @@ public:
         batch.clear_updates();
         std::unique_lock lock(m_mutex);
         m_added.wait(lock, [this] { return m_pending.updates_size() > 0 || m_isClosed; });
-        const bool wasFull = m_pending.updates_size() >= s_capacity;
+        const bool wasFull = m_pending.updates_size() >= m_limit;
         batch.Swap(&m_pending);
         if (wasFull)
             m_taken.notify_one();
@@ -90,8 +93,7 @@ public:
     }
 
 private:
-    static constexpr int s_capacity = 16384;
-
+    const int m_limit;
     std::mutex m_mutex;
     std::condition_variable m_added;
     std::condition_variable m_taken;
@@ -115,12 +117,13 @@ void fill(bench::Update& update, const Job& job, UpdateSeries& series, std::uint
 
 }  // namespace
 
-GrpcUpdatePeer::GrpcUpdatePeer(const std::string& directory) : m_address("unix:" + directory + "/grpc") {
+GrpcUpdatePeer::GrpcUpdatePeer(const std::string& directory, int limit)
+    : m_address("unix:" + directory + "/grpc"), m_limit(limit) {
     unlink((directory + "/grpc").c_str());
 }
 
-void GrpcUpdatePeer::receive(UpdateCheck& check, const std::function<void()>& ready) {
-    PanelService service(check);
+void GrpcUpdatePeer::receive(PanelTarget& target, const std::function<void()>& ready) {
+    PanelService service(target);
     grpc::ServerBuilder builder;
     builder.AddListeningPort(m_address, grpc::InsecureServerCredentials());
     builder.SetMaxReceiveMessageSize(-1);
@@ -142,7 +145,7 @@ void GrpcUpdatePeer::send(const Job& job, const std::function<void()>& ready) {
     bench::Done done;
     const auto pStream = pPanel->Report(&context, &done);
     pStream->WaitForInitialMetadata();
-    Outbox outbox;
+    Outbox outbox(m_limit);
     std::thread sender([&] {
         bench::Batch batch;
         while (outbox.take(batch))
@@ -164,6 +167,10 @@ void GrpcUpdatePeer::send(const Job& job, const std::function<void()>& ready) {
     pStream->Finish();
 }
 
-std::unique_ptr<UpdatePeer> GrpcUpdatePeer::make(const std::string& directory) {
-    return std::make_unique<GrpcUpdatePeer>(directory);
+std::unique_ptr<UpdatePeer> GrpcUpdatePeer::makeDeep(const std::string& directory) {
+    return std::make_unique<GrpcUpdatePeer>(directory, 16384);
+}
+
+std::unique_ptr<UpdatePeer> GrpcUpdatePeer::makeShallow(const std::string& directory) {
+    return std::make_unique<GrpcUpdatePeer>(directory, 300);
 }

@@ -3,15 +3,19 @@
 #include "UpdatePeer.h"
 
 /// A gRPC stream over a unix socket. Updates are sent in batches as a driver would: whoever reports puts an
-/// update down, a thread of its own sends all that wait.
+/// update down, a thread of its own sends all that wait, but so many at most together.
 class GrpcUpdatePeer : public UpdatePeer {
 public:
-    explicit GrpcUpdatePeer(const std::string& directory);
-    void receive(UpdateCheck& check, const std::function<void()>& ready) override;
+    GrpcUpdatePeer(const std::string& directory, int limit);
+    void receive(PanelTarget& target, const std::function<void()>& ready) override;
     void send(const Job& job, const std::function<void()>& ready) override;
 
-    static std::unique_ptr<UpdatePeer> make(const std::string& directory);
+    /// As many as a driver's queue holds.
+    static std::unique_ptr<UpdatePeer> makeDeep(const std::string& directory);
+    /// As many as are ever held back in the host before they are delivered.
+    static std::unique_ptr<UpdatePeer> makeShallow(const std::string& directory);
 
 private:
     std::string m_address;
+    int m_limit;
 };

@@ -31,6 +31,8 @@ public:
     /// Until the driver has said that it is done and its updates were all here. Throws when something was
     /// wrong, or when it takes longer than so many seconds.
     Report waitFor(std::size_t driver, int seconds);
+    /// Whether the updates of D00 were all here; for a receiver without reports.
+    bool isComplete() const { return m_inboxes[0].check.complete(); }
     const UpdateCheck& check(std::size_t driver) const { return m_inboxes[driver].check; }
 
     /// From now on each update waits in here.

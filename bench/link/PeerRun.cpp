@@ -107,9 +107,10 @@ void PeerRun::updates(const UpdatePeerKind& kind, const Job& job, int round, boo
     const SharedBoard board(job.kind == Job::ePaced ? job.count : 0);
     const std::unique_ptr<UpdatePeer> pPeer = kind.make(m_directory);
     const ChildProcess receiver = board.child(0, [&] {
-        UpdateCheck check;
-        check.begin(job);
-        pPeer->receive(check, [&] { sem_post(&board->ready); });
+        const auto pTarget = std::make_unique<PanelTarget>();
+        pTarget->expect(0, job);
+        pPeer->receive(*pTarget, [&] { sem_post(&board->ready); });
+        const UpdateCheck& check = pTarget->check(0);
         board->last = check.last();
         board->wrong = check.wrong();
         if (job.kind == Job::ePaced)

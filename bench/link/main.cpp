@@ -71,9 +71,10 @@ private:
     int m_made = 0;
 };
 
-const std::vector<UpdatePeerKind> g_updatePeers{{"D-Bus", DBusUpdatePeer::makeBus},
-                                                {"D-Bus, two processes", DBusUpdatePeer::makeDirect},
-                                                {"gRPC", GrpcUpdatePeer::make}};
+const std::vector<UpdatePeerKind> g_updatePeers{{"D-Bus", true, DBusUpdatePeer::makeBus},
+                                                {"D-Bus, two processes", true, DBusUpdatePeer::makeDirect},
+                                                {"gRPC", false, GrpcUpdatePeer::makeDeep},
+                                                {"gRPC, 300 together", false, GrpcUpdatePeer::makeShallow}};
 const std::vector<TripPeerKind> g_tripPeers{{"AF_UNIX packets", UnixTripPeer::makePacket},
                                             {"AF_UNIX stream", UnixTripPeer::makeStream},
                                             {"D-Bus", DBusTripPeer::make},
@@ -85,7 +86,6 @@ Job peerJob(Job job, std::uint64_t count) {
     return job;
 }
 
-/// The peers do less: they are that much slower. gRPC does as much as the drivers do.
 void measureUpdates(const Amounts& amounts, int round, Directory& directory, const Results& results) {
     Workplace workplace({directory.next(), 2, 0}, results);
     workplace.waitUntilStarted();
@@ -93,8 +93,7 @@ void measureUpdates(const Amounts& amounts, int round, Directory& directory, con
     const auto both = [&](const Job& job, bool isSweep) {
         workplace.measure({Request::eUpdates, round, job, 1, false, isSweep});
         for (const UpdatePeerKind& kind : g_updatePeers)
-            peers.updates(kind, peerJob(job, kind.name == "gRPC" ? job.count : amounts.peerUpdates), round,
-                          isSweep);
+            peers.updates(kind, peerJob(job, kind.isSlow ? amounts.peerUpdates : job.count), round, isSweep);
     };
     // First, while the queues still have no more memory than at the start.
     if (amounts.wants("stopped"))
@@ -166,6 +165,8 @@ int main(int argc, char** argv) {
     app.add_option("--rounds", amounts.rounds, "how often everything is measured")->check(CLI::Range(1, 100));
     app.add_option("--fleet-rounds", amounts.fleetRounds, "how often of these with many drivers")
         ->check(CLI::Range(0, 100));
+    app.add_option("--updates", amounts.updates, "how many updates a measurement sends")
+        ->check(CLI::Range(1000, 1'000'000'000));
     app.add_option("--drivers", amounts.drivers, "how many drivers are many")->check(CLI::Range(1, 64));
     app.add_option("--only", amounts.only, "only these parts")
         ->check(CLI::IsMember({"updates", "sizes", "fids", "stopped", "reload", "trips", "fleet"}));
