@@ -914,6 +914,41 @@ TEST_F(ModeDifferences, MixedEndDestroysInProcessDriversBeforeItLetsGoOfProcesse
     EXPECT_EQ(recordOf("B ").back(), "B destroyed");
 }
 
+TEST_F(ModeDifferences, ProcessReportsThatWaitWhenTheEndComesArrive) {
+    ASSERT_TRUE(load(queue));
+    holdPanel();
+    send("A.string", {{"name", "HOLD"}});
+    ASSERT_TRUE(panelIsHeld());
+    send("A.burst", {{"name", "X"}, {"value", "10"}});
+    ASSERT_TRUE(waitForRecord("A did burst"));
+    auto ending = std::async(std::launch::async, [&] { end(); });
+    ASSERT_TRUE(waitForRecord("A deinitialize"));
+    std::this_thread::sleep_for(20ms);
+    releasePanel();
+    ending.get();
+    EXPECT_EQ(host.calls.linesOf("event A.X ").size(), 10U);
+    EXPECT_THAT(host.calls.linesOf("A.X int "), ElementsAre("A.X int 10"));
+}
+
+TEST_F(ModeDifferences, ProcessIsGivenASecondBeforeItsConfiguration) {
+    const auto before = std::chrono::steady_clock::now();
+    ASSERT_TRUE(load(queue));
+    EXPECT_GE(std::chrono::steady_clock::now() - before, 1s);
+}
+
+TEST_F(ModeDifferences, ProcessReloadWaitsUntilTheOldProcessHasGone) {
+    expectEndOf("A");
+    acts("deinitialize|wait|" + gate("go"));
+    ASSERT_TRUE(startWorkplace(0, entry(queue, "A")));
+    auto reloading = std::async(std::launch::async, [&] { return reload("A"); });
+    ASSERT_TRUE(waitForRecord("A deinitialize"));
+    EXPECT_EQ(reloading.wait_for(300ms), std::future_status::timeout);
+    open("go");
+    EXPECT_TRUE(reloading.get());
+    send("A.NEW");
+    EXPECT_TRUE(waitForRecord("A sendFID NEW"));
+}
+
 TEST_F(ModeDifferences, ProcessDriverIsHeldUpByNobodyAtTheEnd) {
     acts("deinitialize|wait|" + gate("go"));
     ASSERT_TRUE(load(queue));
