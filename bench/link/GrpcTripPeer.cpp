@@ -71,7 +71,7 @@ public:
 
 private:
     grpc::ClientContext m_context;
-    std::unique_ptr<bench::Panel::Stub> m_pPanel;
+    decltype(bench::Panel::NewStub(nullptr)) m_pPanel;
     std::unique_ptr<grpc::ClientReaderWriter<bench::Fid, bench::Fid>> m_pStream;
 };
 
