@@ -21,27 +21,18 @@ class Traffic : public MfdDriverBase {
 public:
     ~Traffic() override { stop(); }
 
+    /// Only notes what came: two drivers that answer each other from here could wait for each other for ever.
     bool sendFID(const std::string&, const FIDParameterList& parameters) const override {
         const std::string from = parameters.value("from");
         const int number = std::atoi(parameters.value("number").c_str());
-        int heard = 0;
-        std::string missing;
-        {
-            const std::lock_guard lock(m_mutex);
-            Heard& sender = m_heard[from];
-            // A driver that was loaded anew begins at 0.
-            if (sender.count > 0 && number != sender.last + 1 && number != 0 && !sender.isBroken) {
-                sender.isBroken = true;
-                missing = parameters.value("number") + " came from " + from + " behind " +
-                          std::to_string(sender.last);
-            }
-            sender.last = number;
-            heard = ++sender.count;
-        }
-        if (!missing.empty())
-            panelState()->triggerEvent("LOST", missing);
-        if (heard % 20 == 0)
-            panelState()->setStateValueInt("HEARD." + from, heard);
+        const std::lock_guard lock(m_mutex);
+        Heard& sender = m_heard[from];
+        // A driver that was loaded anew begins at 0.
+        if (sender.count > 0 && number != sender.last + 1 && number != 0)
+            m_missing =
+                std::to_string(number) + " came from " + from + " behind " + std::to_string(sender.last);
+        sender.last = number;
+        ++sender.count;
         return true;
     }
 
@@ -62,8 +53,21 @@ private:
     struct Heard {
         int last = 0;
         int count = 0;
-        bool isBroken = false;
     };
+
+    void report() const {
+        std::map<std::string, Heard> heard;
+        std::string missing;
+        {
+            const std::lock_guard lock(m_mutex);
+            heard = m_heard;
+            missing.swap(m_missing);
+        }
+        for (const auto& [from, sender] : heard)
+            panelState()->setStateValueInt("HEARD." + from, sender.count);
+        if (!missing.empty())
+            panelState()->triggerEvent("LOST", missing);
+    }
 
     void talk(const std::string& target, bool isFirst) const {
         for (int number = 0; !m_stopping; ++number) {
@@ -76,8 +80,11 @@ private:
                 panelState()->setStateValueInt("COUNT", number);
             }
             // Not all of the processor: a reload goes on beside this.
-            if (number % 50 == 49)
+            if (number % 50 == 49) {
+                if (isFirst)
+                    report();
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
         }
     }
     void stop() {
@@ -91,6 +98,7 @@ private:
     std::vector<std::thread> m_threads;
     mutable std::mutex m_mutex;
     mutable std::map<std::string, Heard> m_heard;
+    mutable std::string m_missing;
 };
 
 }  // namespace
