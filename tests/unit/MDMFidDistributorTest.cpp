@@ -446,6 +446,24 @@ TEST(MDMFidDistributor, ReplacedPortGoesOnlyWhenTheCallInsideHasReturned) {
     EXPECT_EQ(s.host.journal().linesOf({"driver", "replaced"}), (Calls{"driver sendFID x {}", "replaced"}));
 }
 
+TEST(MDMFidDistributor, NobodyFindsAPortThatIsBeingReplaced) {
+    Hub s;
+    HeldDriver driver("driver");
+    s.sut.addDriverPort("A", &driver);
+    auto sending = std::async(std::launch::async, [&] { s.sut.dispatchFID("A.x", FIDParameterList()); });
+    driver.entered.get_future().wait();
+    auto replacing = std::async(std::launch::async, [&] { s.sut.addDriverPort("A", nullptr); });
+    bool found = true;
+    for (int attempt = 0; found && attempt < 500; ++attempt) {
+        found = s.sut.subscribe("A.x");
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_FALSE(found);
+    driver.leave.set_value();
+    replacing.wait();
+    sending.wait();
+}
+
 TEST(MDMFidDistributor, DriverMayDispatchFromInsideItsOwnFid) {
     struct Relay : RecordingFunctionID {
         explicit Relay(MDMFidDistributor& hub) : RecordingFunctionID("relay"), m_hub(hub) {}
