@@ -64,7 +64,10 @@ DriverProcess::DriverProcess(const WrapperOptions& options)
       m_pLog(sal::LogManager::getInstance()->getLogOutput("MFD")),
       m_pInput(std::make_shared<sal::MessageQueue>()) {}
 
-DriverProcess::~DriverProcess() = default;
+DriverProcess::~DriverProcess() {
+    // The thread that is left behind keeps the object: the name goes now, with whoever closes last.
+    m_pInput->close();
+}
 
 int DriverProcess::run() {
     for (const std::string& complaint : m_options.complaints)

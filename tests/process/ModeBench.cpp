@@ -59,6 +59,7 @@ void ModeBench::TearDown() {
         EXPECT_TRUE(waitForRecord(driverID + " destroyed"));
     EXPECT_TRUE(eventually([] { return waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }))
         << "a driver's process has not ended";
+    EXPECT_TRUE(fs::is_empty(directory / "queues")) << "a queue has been left behind";
     std::fflush(stdout);
     sal::LogManager::getInstance()->flush();
     m_streams.reset();
