@@ -279,6 +279,9 @@ class Reader:
         for one, two in zip(statements, statements[1:]):
             if "label" in (one.kind, two.kind) or self.is_(two.first, "return", "break", "continue"):
                 continue
+            # Where a plain variable is declared does not matter.
+            if any(re.fullmatch(r"(?!delete|return|throw)[\w:<>,*& ]+ \w+;", self.source(s.first, s.last)) for s in (one, two)):
+                continue
             self.swap(
                 (one.first, one.last),
                 (two.first, two.last),
