@@ -13,6 +13,7 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "DBusTripPeer.h"
@@ -117,6 +118,8 @@ void measureUpdates(const Amounts& amounts, int round, Directory& directory, con
 void measureTrips(const Amounts& amounts, int round, Directory& directory, const Results& results) {
     const PeerRun peers(directory.next(), results);
     for (const int cores : {1, 2}) {
+        if (cores > static_cast<int>(std::thread::hardware_concurrency()))
+            continue;
         Workplace workplace({directory.next(), 2, cores}, results);
         workplace.waitUntilStarted();
         workplace.measure({Request::eTrips, round, {Job::eStates, amounts.trips, 8, 8}, 2, false, false});
