@@ -8,6 +8,7 @@
 
 #include <csignal>
 #include <memory>
+#include <thread>
 
 #include "FakeHost.h"
 #include "FlushedOutput.h"
@@ -1340,6 +1341,23 @@ TEST(MDMModuleHandler, ReloadReachesAnEntryBeforeOneThatBeginsWithAnotherAttribu
         workplaces(driver("A") + "<mainframeDriver driverType=\"Axis\" driverID=\"B\" version=\"1.0\"/>"),
         true);
     EXPECT_TRUE(s.reload("A"));
+}
+
+TEST(MDMModuleHandler, ReloadHeldByAnEntryPausesATenthOfASecondEachTime) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            Workplace s;
+            s.preparedFrom(workplaces("<mainframeDriver driverType=\"Axis\" driverID=\"B\"/>" + driver("A")),
+                           true);
+            std::thread([&s] {
+                const bool paused = s.host.journal().waitFor("thread mssleep 100", 3);
+                fakehost::FakeHost::removeFiles();
+                _exit(paused ? 5 : 6);
+            }).detach();
+            s.sut.reloadMfDriver("A");
+        },
+        testing::ExitedWithCode(5), "");
 }
 
 TEST(MDMModuleHandler, ReloadNeverReturnsFromAnEntryThatBeginsWithAnotherAttributeAndPausesThere) {

@@ -1109,13 +1109,15 @@ TEST(MDMModuleLoader, FidFromADestructorToAnyOtherDriverIsSwallowedAtTheTeardown
     s.addDriver("B", "/mods/libAxis.so");
     s.loadQuietly(direct("B"));
     s.loadQuietly(queue("Q"));
+    s.loadQuietly(queue("R"));
     pA->onGone = [&] {
-        s.distributor.dispatchFID("B.LATE", FIDParameterList());
-        s.distributor.dispatchFID("Q.LATE", FIDParameterList());
+        for (const char* fid : {"B.LATE", "Q.LATE", "R.LATE"})
+            s.distributor.dispatchFID(fid, FIDParameterList());
     };
     s.host.journal().clear();
     fakehost::printedBy([&] { s.pSut.reset(); });
-    EXPECT_EQ(s.linesOf({"B sendFID", "queue send"}), Calls{"queue send Q_INQ DEINIT timeout -1"});
+    EXPECT_EQ(s.linesOf({"B sendFID", "queue send"}),
+              (Calls{"queue send Q_INQ DEINIT timeout -1", "queue send R_INQ DEINIT timeout -1"}));
 }
 
 TEST(MDMModuleLoader, FidsAfterTheTeardownAreSwallowed) {
