@@ -1,5 +1,6 @@
 #include "MDMDriverIPCI.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -56,6 +57,7 @@ void waitForQueue(const std::string& name, unsigned short capacity) {
 struct MDMDriverIPCI::ReceiveBuffer {
     unsigned char bytes[g_driverMessageSize] = {};
     int used = 0;
+    QueueCmd command;  ///< the update in it; kept, so that its texts keep their memory
 };
 
 MDMDriverIPCI::MDMDriverIPCI(const std::string& moduleFileName, const std::string& driverID)
@@ -183,20 +185,50 @@ void MDMDriverIPCI::waitForQueues(const std::string& driverID) {
     waitForQueue(outQueueName(driverID), g_outCapacity);
 }
 
-std::size_t MDMDriverIPCI::KindAndNameHash::operator()(const QueueCmd& command) const {
-    return std::hash<std::string>()(command.name) + static_cast<std::size_t>(command.cmdType);
+const MDMDriverIPCI::Position* MDMDriverIPCI::Index::find(const QueueCmd& command) {
+    if (m_slots.size() < 2 * (m_used + 1))
+        grow();
+    m_hash = std::hash<std::string>()(command.name) + static_cast<std::size_t>(command.cmdType);
+    const std::size_t mask = m_slots.size() - 1;
+    for (m_place = m_hash & mask;; m_place = (m_place + 1) & mask) {
+        const Slot& slot = m_slots[m_place];
+        if (slot.round != m_round)
+            return nullptr;
+        if (slot.hash == m_hash && slot.position->cmdType == command.cmdType &&
+            slot.position->name == command.name)
+            return &slot.position;
+    }
 }
 
-bool MDMDriverIPCI::SameKindAndName::operator()(const QueueCmd& a, const QueueCmd& b) const {
-    return a.cmdType == b.cmdType && a.name == b.name;
+void MDMDriverIPCI::Index::add(Position position) {
+    m_slots[m_place] = {m_hash, m_round, position};
+    ++m_used;
+}
+
+void MDMDriverIPCI::Index::clear() {
+    m_used = 0;
+    ++m_round;
+}
+
+void MDMDriverIPCI::Index::grow() {
+    std::vector<Slot> slots(std::max<std::size_t>(16, 2 * m_slots.size()));
+    slots.swap(m_slots);
+    const std::size_t mask = m_slots.size() - 1;
+    for (const Slot& slot : slots) {
+        if (slot.round != m_round)
+            continue;
+        std::size_t place = slot.hash & mask;
+        while (m_slots[place].round == m_round)
+            place = (place + 1) & mask;
+        m_slots[place] = slot;
+    }
 }
 
 // However many names are pending, one look finds the entry that an update replaces.
 void MDMDriverIPCI::lookAhead(const QueueCmd& command) {
     const bool isEvent = command.cmdType == QueueCmd::Trigger;
     if (!isEvent) {
-        const auto same = m_laIndex.find(command);
-        if (same != m_laIndex.end()) {
+        if (const Position* same = m_laIndex.find(command)) {
             QueueCmd& pending = **same;
             pending.strValue = command.strValue;
             pending.numValue = command.numValue;
@@ -211,7 +243,7 @@ void MDMDriverIPCI::lookAhead(const QueueCmd& command) {
         m_laQueue.splice(m_laQueue.end(), m_laSpare, m_laSpare.begin());
     }
     if (!isEvent)
-        m_laIndex.insert(std::prev(m_laQueue.end()));
+        m_laIndex.add(std::prev(m_laQueue.end()));
 }
 
 void MDMDriverIPCI::flushLAQueue() {
@@ -257,43 +289,45 @@ void MDMDriverIPCI::drainOutQueue(ReceiveBuffer& buffer, int timeout) {
 
         if (m_laQueue.size() > g_pendingLimit)
             flushLAQueue();
-        handleMessage(buffer.bytes);
+        handleMessage(buffer);
         timeout = 0;
     }
     flushLAQueue();
 }
 
-void MDMDriverIPCI::handleMessage(const unsigned char* pMessage) {
-    MDMDriverMessageReader message(pMessage);
-    QueueCmd command;
+void MDMDriverIPCI::handleMessage(ReceiveBuffer& buffer) {
+    MDMDriverMessageReader message(buffer.bytes);
+    QueueCmd& command = buffer.command;
+    command.strValue.clear();
+    command.numValue = {};
     if (message.hasCode("SETVAL")) {
         command.cmdType = QueueCmd::SetString;
-        command.name = message.takeString();
-        command.strValue = message.takeString();
+        message.takeString(command.name);
+        message.takeString(command.strValue);
         lookAhead(command);
     } else if (message.hasCode("SETVAF")) {
         command.cmdType = QueueCmd::SetFloat;
-        command.name = message.takeString();
+        message.takeString(command.name);
         command.numValue.asFloat = message.takeFloat();
         lookAhead(command);
     } else if (message.hasCode("SETVAI")) {
         command.cmdType = QueueCmd::SetInt;
-        command.name = message.takeString();
+        message.takeString(command.name);
         command.numValue.asInt = message.takeInt();
         lookAhead(command);
     } else if (message.hasCode("SETVAB")) {
         command.cmdType = QueueCmd::SetBool;
-        command.name = message.takeString();
+        message.takeString(command.name);
         command.numValue.asBool = message.takeBool();
         lookAhead(command);
     } else if (message.hasCode("UNSVAL")) {
         command.cmdType = QueueCmd::Unset;
-        command.name = message.takeString();
+        message.takeString(command.name);
         lookAhead(command);
     } else if (message.hasCode("TRIGGR")) {
         command.cmdType = QueueCmd::Trigger;
-        command.name = message.takeString();
-        command.strValue = message.takeString();
+        message.takeString(command.name);
+        message.takeString(command.strValue);
         lookAhead(command);
     } else if (message.hasCode("SYSCMD")) {
         flushLAQueue();

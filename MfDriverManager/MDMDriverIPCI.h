@@ -1,9 +1,11 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <list>
 #include <string>
-#include <unordered_set>
+#include <vector>
 
 #include "IFunctionID.h"
 #include "IMFDConfiguration.h"
@@ -79,24 +81,35 @@ private:
 
     using Position = std::list<QueueCmd>::iterator;
 
-    /// Takes pending calls of one kind and name for the same one.
-    struct KindAndNameHash {
-        using is_transparent = void;
-        std::size_t operator()(const QueueCmd& command) const;
-        std::size_t operator()(const Position& position) const { return (*this)(*position); }
-    };
-    struct SameKindAndName {
-        using is_transparent = void;
-        bool operator()(const QueueCmd& a, const QueueCmd& b) const;
-        bool operator()(const Position& a, const QueueCmd& b) const { return (*this)(*a, b); }
-        bool operator()(const QueueCmd& a, const Position& b) const { return (*this)(a, *b); }
-        bool operator()(const Position& a, const Position& b) const { return (*this)(*a, *b); }
+    /// Where each pending call stands by kind and name, in one open table: no memory is asked for while as
+    /// many are pending as before, and emptying it costs nothing.
+    class Index {
+    public:
+        /// Null when no such call is pending.
+        const Position* find(const QueueCmd& command);
+        /// The call that find() looked for last and did not find.
+        void add(Position position);
+        void clear();
+
+    private:
+        struct Slot {
+            std::size_t hash = 0;
+            std::uint64_t round = 0;  ///< taken when it is the table's
+            Position position;
+        };
+        void grow();
+
+        std::vector<Slot> m_slots;
+        std::size_t m_used = 0;
+        std::uint64_t m_round = 1;
+        std::size_t m_hash = 0;   ///< what find() looked for last
+        std::size_t m_place = 0;  ///< where it belongs
     };
 
     /// Takes messages until none comes within the time-out, which is 0 behind the first, and delivers all
     /// that was held back.
     void drainOutQueue(ReceiveBuffer& buffer, int timeout);
-    void handleMessage(const unsigned char* pMessage);
+    void handleMessage(ReceiveBuffer& buffer);
     bool send(const MDMDriverMessage& message) const;
 
     std::list<QueueCmd> m_laQueue;  ///< oldest first
@@ -109,7 +122,6 @@ private:
     sal::MessageQueue m_outQueue;         ///< the driver's output: received from only
     std::atomic<bool> m_running{false};
 
-    std::unordered_set<Position, KindAndNameHash, SameKindAndName>
-        m_laIndex;                  ///< into m_laQueue, events apart
+    Index m_laIndex;                ///< into m_laQueue, events apart
     std::list<QueueCmd> m_laSpare;  ///< delivered entries, used again for the next ones
 };

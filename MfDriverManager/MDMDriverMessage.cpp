@@ -1,17 +1,9 @@
 #include "MDMDriverMessage.h"
 
-#include <algorithm>
-
 #include "FIDParameterList.h"
 
-namespace {
-
-constexpr int g_codeLength = 6;
-
-}  // namespace
-
 MDMDriverMessage::MDMDriverMessage(const char* code) {
-    append(code, g_codeLength);
+    append(code, g_driverMessageCodeSize);
 }
 
 MDMDriverMessage& MDMDriverMessage::addInt(std::int32_t value) {
@@ -43,11 +35,7 @@ void MDMDriverMessage::append(const void* pBytes, int count) {
 }
 
 MDMDriverMessageReader::MDMDriverMessageReader(const unsigned char* pBuffer)
-    : m_pBuffer(pBuffer), m_offset(g_codeLength) {}
-
-bool MDMDriverMessageReader::hasCode(const char* code) const {
-    return std::memcmp(m_pBuffer, code, g_codeLength) == 0;
-}
+    : m_pBuffer(pBuffer), m_offset(g_driverMessageCodeSize) {}
 
 std::int32_t MDMDriverMessageReader::takeInt() {
     std::int32_t value = 0;
@@ -74,11 +62,18 @@ unsigned int MDMDriverMessageReader::takeCount() {
 }
 
 std::string MDMDriverMessageReader::takeString() {
-    const int length = static_cast<int>(takeCount());
-    const auto* pText = reinterpret_cast<const char*>(take(length));
-    if (!pText)
-        return {};
-    return std::string(pText, std::find(pText, pText + length, '\0'));
+    std::string text;
+    takeString(text);
+    return text;
+}
+
+void MDMDriverMessageReader::takeString(std::string& text) {
+    const unsigned int length = takeCount();
+    const auto* pText = reinterpret_cast<const char*>(take(static_cast<int>(length)));
+    if (pText)
+        text.assign(pText, strnlen(pText, length));
+    else
+        text.clear();
 }
 
 const unsigned char* MDMDriverMessageReader::take(int count) {

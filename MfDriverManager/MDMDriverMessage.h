@@ -12,6 +12,7 @@ class FIDParameterList;
 /// the machine's order; bool8 and count8 one byte. Nothing carries a length of the whole: the queue keeps
 /// messages whole.
 constexpr int g_driverMessageSize = 1024;
+constexpr int g_driverMessageCodeSize = 6;
 
 /// Builds one message. What would not fit is never written; fits() tells.
 class MDMDriverMessage {
@@ -44,7 +45,9 @@ class MDMDriverMessageReader {
 public:
     explicit MDMDriverMessageReader(const unsigned char* pBuffer);
 
-    bool hasCode(const char* code) const;
+    bool hasCode(const char* code) const {
+        return std::memcmp(m_pBuffer, code, g_driverMessageCodeSize) == 0;
+    }
 
     std::int32_t takeInt();
     float takeFloat();
@@ -52,6 +55,8 @@ public:
     unsigned int takeCount();
     /// Ends at the first zero byte; the next field begins behind the full length all the same.
     std::string takeString();
+    /// The same into a text that may have its memory already.
+    void takeString(std::string& text);
 
 private:
     /// The next count bytes; null beyond the end.
