@@ -489,13 +489,6 @@ TEST(MfDriverManager, ShowModulesFlushes) {
 
 // Driver processes.
 
-// Before any test has changed it.
-const bool g_startsProcessesAtFirst = g_debugStartMFDProcess;
-
-TEST(MfDriverManager, FlagIsTrueWhenTheProgramStarts) {
-    EXPECT_TRUE(g_startsProcessesAtFirst);
-}
-
 TEST(MfDriverManager, DriverProcessesAreStartedUnlessTheHostSaysOtherwise) {
     Manager s;
     EXPECT_TRUE(g_debugStartMFDProcess);
