@@ -8,6 +8,7 @@
 #include "ExceptionText.h"
 #include "LogLine.h"
 #include "ModuleImpl.h"
+#include "ModuleProbe.h"
 #include "sal/DriverModule.h"
 #include "sal/LogOutput.h"
 
@@ -44,15 +45,21 @@ std::unique_ptr<IInterface> makeDriver(const DynamicLibrary& library, std::strin
     return nullptr;
 }
 
+/// What this process knows of module files.
+ModuleProbe& processProbe() {
+    static ModuleProbe s_probe(ModuleProbe::Settings::ofProcess());
+    return s_probe;
+}
+
 }  // namespace
 
-Module* ModuleLoader::load(ELoadOption, const std::string& fileName) {
+Module* ModuleLoader::load(ELoadOption option, const std::string& fileName) {
     // The dynamic loader looks a name without a slash up in the system's directories.
     const std::string path = fileName.find('/') == std::string::npos ? "./" + fileName : fileName;
     DynamicLibrary library;
     std::unique_ptr<IInterface> pDriver;
-    std::string error;
-    if (library.open(path, error) && hasRightAbi(library, error))
+    std::string error = option == eLoadUnprobed ? std::string() : processProbe().refusal(path);
+    if (error.empty() && library.open(path, error) && hasRightAbi(library, error))
         pDriver = makeDriver(library, error);
     if (!pDriver) {
         logLine("MODULE", LogOutput::eError, "cannot load the driver module " + path + ": " + error);

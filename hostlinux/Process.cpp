@@ -1,9 +1,7 @@
 #include "sal/Process.h"
 
-#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,51 +13,13 @@
 #include <thread>
 
 #include "LogLine.h"
+#include "SpawnSettings.h"
 #include "sal/LogOutput.h"
 
 namespace sal {
 namespace {
 
 std::atomic<Process::Observer*> s_pObserver{nullptr};
-
-/// What the child finds: no input, no foreign descriptor, a session and signals of its own.
-class SpawnSettings {
-public:
-    SpawnSettings() {
-        check(::posix_spawnattr_init(&m_attributes));
-        check(::posix_spawn_file_actions_init(&m_actions));
-        sigset_t all;
-        sigset_t none;
-        sigfillset(&all);
-        sigemptyset(&none);
-        check(::posix_spawnattr_setsigdefault(&m_attributes, &all));
-        check(::posix_spawnattr_setsigmask(&m_attributes, &none));
-        check(::posix_spawnattr_setflags(
-            &m_attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSID));
-        check(::posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
-        check(::posix_spawn_file_actions_addclosefrom_np(&m_actions, STDERR_FILENO + 1));
-    }
-    ~SpawnSettings() {
-        ::posix_spawn_file_actions_destroy(&m_actions);
-        ::posix_spawnattr_destroy(&m_attributes);
-    }
-    SpawnSettings(const SpawnSettings&) = delete;
-    SpawnSettings& operator=(const SpawnSettings&) = delete;
-
-    int error() const { return m_error; }
-    const posix_spawnattr_t* attributes() const { return &m_attributes; }
-    const posix_spawn_file_actions_t* actions() const { return &m_actions; }
-
-private:
-    void check(int result) {
-        if (m_error == 0)
-            m_error = result;
-    }
-
-    posix_spawnattr_t m_attributes{};
-    posix_spawn_file_actions_t m_actions{};
-    int m_error = 0;
-};
 
 void waitFor(int pidFd) {
     siginfo_t info{};
@@ -93,19 +53,14 @@ void sayFailed(const std::string& title, const Path& executable, int error) {
 
 bool Process::createProcess(const std::string& title, Path& executable,
                             const std::vector<std::string>& arguments) {
-    const SpawnSettings settings;
-    if (settings.error() != 0) {
-        sayFailed(title, executable, settings.error());
-        return false;
-    }
+    SpawnSettings settings;
     std::vector<char*> words{const_cast<char*>(title.c_str())};
     for (const std::string& argument : arguments)
         words.push_back(const_cast<char*>(argument.c_str()));
     words.push_back(nullptr);
 
     pid_t pid = -1;
-    const int error = ::posix_spawn(&pid, executable.getPathString().c_str(), settings.actions(),
-                                    settings.attributes(), words.data(), environ);
+    const int error = settings.spawn(pid, executable.getPathString().c_str(), words.data(), environ);
     if (error != 0) {
         sayFailed(title, executable, error);
         return false;

@@ -98,7 +98,7 @@ int DriverProcess::run() {
     QueueSystem system(output, sender);
 
     const std::unique_ptr<sal::Module> pModule(
-        sal::ModuleLoader().load(sal::ModuleLoader::eLoadDefault, m_options.modulePath));
+        sal::ModuleLoader().load(sal::ModuleLoader::eLoadUnprobed, m_options.modulePath));
     if (!pModule)
         return 1;
     auto* pConfiguration = dynamic_cast<IMFDConfiguration*>(pModule->queryInterface(IID_IMFDConfiguration));

@@ -96,6 +96,19 @@ TEST(ModuleLoader, FailureIsOneLine) {
     EXPECT_EQ(text.find('\n'), text.size() - 1);
 }
 
+TEST(ModuleLoader, ModuleThatDiesWhereItIsTriedOutIsRefused) {
+    EXPECT_THAT(failureOf(moduleFile("DiesInTrial")),
+                HasSubstr("error    MODULE: cannot load the driver module " MFD_TEST_MODULE_DIR
+                          "/DiesInTrial.so: tried out in a process of its own, that process was "
+                          "ended by signal 6"));
+}
+
+TEST(ModuleLoader, UnprobedLoadTriesNothingOut) {
+    const std::unique_ptr<sal::Module> pModule(
+        sal::ModuleLoader().load(sal::ModuleLoader::eLoadUnprobed, moduleFile("DiesInTrial")));
+    EXPECT_TRUE(pModule);
+}
+
 TEST(ModuleLoader, NamedPipeDoesNotHangIt) {
     const TemporaryDirectory directory;
     ASSERT_EQ(::mkfifo(directory.path("Axis.so").c_str(), 0600), 0);

@@ -1,0 +1,4 @@
+#include "FaultyDriver.h"
+#include "MfdDriver.h"
+
+MFD_DRIVER(FaultyDriver);

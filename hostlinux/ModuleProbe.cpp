@@ -1,0 +1,227 @@
+#include "ModuleProbe.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "FileHandle.h"
+#include "LogLine.h"
+#include "PrintableText.h"
+#include "ProbeResult.h"
+#include "SpawnSettings.h"
+#include "sal/LogOutput.h"
+
+namespace sal {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* s_timeoutName = "MFD_PROBE_TIMEOUT";
+constexpr int s_maxTimeout = 3600;
+/// What is kept of the end of the standard error.
+constexpr std::size_t s_maxWords = 4096;
+
+std::string programBesideThisOne(const std::string& name) {
+    std::array<char, PATH_MAX> path{};
+    const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+    std::string own(path.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+    return own.substr(0, own.rfind('/') + 1) + name;
+}
+
+/// One trial: the child process and what it says. Ends the child and all that it started.
+class Trial {
+public:
+    Trial() = default;
+    ~Trial() {
+        if (m_pid > 0 && !m_isReaped)
+            finish();
+    }
+    Trial(const Trial&) = delete;
+    Trial& operator=(const Trial&) = delete;
+
+    /// 0, or the system's error number.
+    int start(const std::string& program, const std::string& path) {
+        std::array<int, 2> ends{};
+        if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+            return errno;
+        m_words = FileHandle(ends[0]);
+        const FileHandle writer(ends[1]);
+
+        SpawnSettings settings;
+        settings.captureErrors(writer.get());
+        std::string title = program;
+        std::string module = path;
+        std::string parent = std::to_string(::getpid());
+        std::array<char*, 4> words{title.data(), module.data(), parent.data(), nullptr};
+        std::string mark = "MFD_PROBE=1";
+        std::vector<char*> environment;
+        for (char** pEntry = environ; *pEntry; ++pEntry)
+            environment.push_back(*pEntry);
+        environment.push_back(mark.data());
+        environment.push_back(nullptr);
+        if (const int error = settings.spawn(m_pid, program.c_str(), words.data(), environment.data()))
+            return error;
+        m_process = FileHandle(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
+        return m_process ? 0 : errno;
+    }
+
+    /// Whether the process ended by itself in time.
+    bool wait(std::chrono::milliseconds deadline) {
+        const auto end = Clock::now() + deadline;
+        for (;;) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+            if (left <= 0)
+                return false;
+            // A closed standard error is no reason to look at it again and again.
+            std::array<pollfd, 2> watched{{{m_process.get(), POLLIN, 0}, {m_words.get(), POLLIN, 0}}};
+            const int ready = ::poll(watched.data(), m_isSilent ? 1 : 2, static_cast<int>(left));
+            if (ready < 0 && errno != EINTR)
+                return false;
+            if (ready <= 0)
+                continue;
+            listen();
+            if (watched[0].revents != 0)
+                return true;
+        }
+    }
+
+    /// How the process ended; it is gone then, with all that it started.
+    siginfo_t finish() {
+        siginfo_t info{};
+        // Its session is the child's own, and the number stays its own until it is collected.
+        ::kill(-m_pid, SIGKILL);
+        while (::waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED) != 0 && errno == EINTR) {
+        }
+        m_isReaped = true;
+        listen();
+        return info;
+    }
+
+    /// The last line of the standard error, with what leads to it: ": out of range".
+    std::string lastWords() const {
+        const auto end = m_text.find_last_not_of(" \t\r\n");
+        if (end == std::string::npos)
+            return {};
+        const auto begin = m_text.find_last_of('\n', end);
+        const std::string line = m_text.substr(begin + 1, end - begin);
+        return "; it said: " + printable(line.substr(line.find_first_not_of(" \t\r")));
+    }
+
+private:
+    void listen() {
+        std::array<char, s_maxWords> buffer{};
+        ssize_t count = 0;
+        // A child that never ceases to write is not listened to for ever.
+        for (int i = 0; i < 16 && (count = ::read(m_words.get(), buffer.data(), buffer.size())) > 0; ++i) {
+            m_text.append(buffer.data(), static_cast<std::size_t>(count));
+            if (m_text.size() > s_maxWords)
+                m_text.erase(0, m_text.size() - s_maxWords);
+        }
+        if (count == 0)
+            m_isSilent = true;
+    }
+
+    pid_t m_pid = -1;
+    bool m_isReaped = false;
+    bool m_isSilent = false;
+    FileHandle m_process;
+    FileHandle m_words;
+    std::string m_text;
+};
+
+std::string howItEnded(const siginfo_t& info) {
+    if (info.si_code == CLD_EXITED)
+        return "ended with exit code " + std::to_string(info.si_status);
+    return "was ended by signal " + std::to_string(info.si_status) + " (" + ::strsignal(info.si_status) + ")";
+}
+
+std::string seconds(std::chrono::milliseconds time) {
+    const auto count = time.count();
+    return count % 1000 == 0 ? std::to_string(count / 1000) + " s" : std::to_string(count) + " ms";
+}
+
+}  // namespace
+
+ModuleProbe::Settings ModuleProbe::Settings::ofProcess() {
+    Settings settings{programBesideThisOne("mfdprobe")};
+    const char* pText = std::getenv(s_timeoutName);
+    if (!pText || !*pText)
+        return settings;
+    const char* pEnd = pText + std::strlen(pText);
+    int number = 0;
+    const auto [pStop, error] = std::from_chars(pText, pEnd, number);
+    if (error == std::errc() && pStop == pEnd && number >= 0 && number <= s_maxTimeout)
+        settings.deadline = std::chrono::seconds(number);
+    else
+        logLine("MODULE", LogOutput::eWarning,
+                std::string(s_timeoutName) + "=" + pText +
+                    " is ignored: it is no number of seconds from 0 to " + std::to_string(s_maxTimeout) +
+                    "; driver modules get 10");
+    return settings;
+}
+
+ModuleProbe::ModuleProbe(Settings settings) : m_settings(std::move(settings)) {}
+
+std::string ModuleProbe::refusal(const std::string& path) {
+    struct stat status {};
+    // What is no file the loader refuses by itself.
+    if (m_settings.deadline.count() == 0 || ::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return {};
+    const File file{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+                    status.st_mtim.tv_nsec};
+    if (hasPassed(file))
+        return {};
+
+    Trial trial;
+    if (const int error = trial.start(m_settings.program, path)) {
+        sayUntried(path, error);
+        return {};
+    }
+    const bool isInTime = trial.wait(m_settings.deadline);
+    const siginfo_t info = trial.finish();
+    if (!isInTime)
+        return "tried out in a process of its own, it was not ready within " + seconds(m_settings.deadline) +
+               trial.lastWords();
+    if (info.si_code == CLD_EXITED && info.si_status == ProbeResult::s_notLoaded)
+        return {};
+    if (info.si_code != CLD_EXITED || info.si_status != ProbeResult::s_answered)
+        return "tried out in a process of its own, that process " + howItEnded(info) + trial.lastWords();
+    const std::lock_guard lock(m_mutex);
+    m_passed.insert(file);
+    return {};
+}
+
+bool ModuleProbe::hasPassed(const File& file) const {
+    const std::lock_guard lock(m_mutex);
+    return m_passed.contains(file);
+}
+
+void ModuleProbe::sayUntried(const std::string& path, int error) {
+    const bool isAbsent = error == ENOENT;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (isAbsent && std::exchange(m_isAbsenceSaid, true))
+            return;
+    }
+    logLine("MODULE", LogOutput::eWarning,
+            isAbsent ? "there is no " + m_settings.program +
+                           "; driver modules are loaded into this process without being tried out"
+                     : path + " is loaded without being tried out: " + m_settings.program + ": " +
+                           std::strerror(error));
+}
+
+}  // namespace sal

@@ -1,0 +1,11 @@
+#pragma once
+
+namespace sal {
+
+/// How mfdprobe ends when the module let it. Numbers that no program ends with by chance.
+struct ProbeResult {
+    static constexpr int s_answered = 90;   ///< loaded, answered, deleted
+    static constexpr int s_notLoaded = 91;  ///< not to be loaded, which the loader finds out without harm
+};
+
+}  // namespace sal

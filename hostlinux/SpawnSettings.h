@@ -1,0 +1,30 @@
+#pragma once
+
+#include <spawn.h>
+
+namespace sal {
+
+/// What a child process finds: no input, no foreign descriptor, a session and signals of its own. Owned by
+/// whoever starts the child; one thread.
+class SpawnSettings {
+public:
+    SpawnSettings();
+    ~SpawnSettings();
+    SpawnSettings(const SpawnSettings&) = delete;
+    SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+    /// The child's standard output goes nowhere, and its standard error into this descriptor.
+    void captureErrors(int descriptor);
+
+    /// Starts the program; argv ends with null. 0, or the system's error number.
+    int spawn(pid_t& pid, const char* program, char* const* argv, char* const* environment);
+
+private:
+    void check(int result);
+
+    posix_spawnattr_t m_attributes{};
+    posix_spawn_file_actions_t m_actions{};
+    int m_error = 0;
+};
+
+}  // namespace sal

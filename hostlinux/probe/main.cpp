@@ -1,0 +1,69 @@
+#include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "InterfaceIds.h"
+#include "ProbeResult.h"
+#include "sal/CmdProcessor.h"
+#include "sal/LogManager.h"
+#include "sal/Module.h"
+#include "sal/ModuleLoader.h"
+
+namespace {
+
+constexpr int c_wrongUsage = 2;
+
+constexpr const char* c_usage =
+    "usage: mfdprobe MODULE\n"
+    "Tries a driver module out as a host does before it loads it: maps it, makes its driver, asks for the\n"
+    "driver interfaces, deletes it. Ends with 90 when that went well, and with 91 when the module cannot be\n"
+    "loaded; any other end is the module's own.\n";
+
+/// A host that starts this program names itself; the trial must not outlive it. The thread that started it
+/// waits for it, so that thread's death is the host's.
+bool endWith(std::string_view host) {
+    int pid = 0;
+    if (std::from_chars(host.data(), host.data() + host.size(), pid).ptr != host.data() + host.size())
+        return false;
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    return ::getppid() == pid;
+}
+
+int probe(const std::string& path) {
+    const std::unique_ptr<sal::Module> pModule(
+        sal::ModuleLoader().load(sal::ModuleLoader::eLoadUnprobed, path));
+    if (!pModule)
+        return sal::ProbeResult::s_notLoaded;
+    const bool takesFids = pModule->queryInterface(IID_IFunctionID) != nullptr;
+    const bool isConfigured = pModule->queryInterface(IID_IMFDConfiguration) != nullptr;
+    std::cout << path << " is loaded; IFunctionID (" << IID_IFunctionID << "): " << (takesFids ? "yes" : "no")
+              << ", IMFDConfiguration (" << IID_IMFDConfiguration << "): " << (isConfigured ? "yes" : "no")
+              << std::endl;
+    return sal::ProbeResult::s_answered;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2 || argc > 3 || std::string_view(argv[1]).starts_with("--")) {
+        const bool isAsked = argc == 2 && std::string_view(argv[1]) == "--help";
+        (isAsked ? std::cout : std::cerr) << c_usage;
+        return isAsked ? 0 : c_wrongUsage;
+    }
+    if (argc == 3 && !endWith(argv[2]))
+        return c_wrongUsage;
+    // As a driver finds it in the host.
+    ::signal(SIGPIPE, SIG_IGN);
+    sal::LogManager log;
+    const sal::CmdProcessor commands;
+    const int result = probe(argv[1]);
+    log.flush();
+    // What the module left behind is none of the trial: the host does not end with it.
+    ::_exit(result);
+}

@@ -1,0 +1,57 @@
+#include "FaultPlan.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+TEST(FaultPlan, StageWithoutAnEntrySucceeds) {
+    EXPECT_TRUE(FaultPlan().strike(FaultPlan::eStart));
+}
+
+TEST(FaultPlan, EachStageHasItsOwnFault) {
+    FaultPlan sut;
+    EXPECT_THAT(sut.read("load throw; configure fail\nstart fail ;; deinitialize fail\n\n delete fail"),
+                IsEmpty());
+    EXPECT_THROW(sut.strike(FaultPlan::eLoad), std::runtime_error);
+    EXPECT_FALSE(sut.strike(FaultPlan::eConfigure));
+    EXPECT_FALSE(sut.strike(FaultPlan::eStart));
+    EXPECT_FALSE(sut.strike(FaultPlan::eDeinitialize));
+    EXPECT_FALSE(sut.strike(FaultPlan::eDelete));
+}
+
+TEST(FaultPlan, EntryForOneStageLeavesTheOthersAlone) {
+    FaultPlan sut;
+    sut.read("start fail");
+    EXPECT_TRUE(sut.strike(FaultPlan::eDeinitialize));
+}
+
+TEST(FaultPlan, LaterEntryReplacesTheEarlier) {
+    FaultPlan sut;
+    sut.read("start throw");
+    sut.read("start fail");
+    EXPECT_FALSE(sut.strike(FaultPlan::eStart));
+}
+
+TEST(FaultPlan, WrongEntriesAreNamedAndTheOthersHold) {
+    FaultPlan sut;
+    EXPECT_THAT(sut.read("never fail; start explode; deinitialize; configure fail"),
+                ElementsAre("\"never\" is no stage; there are load, configure, start, deinitialize, delete",
+                            HasSubstr("\"explode\" is no fault"), HasSubstr("\"\" is no fault")));
+    EXPECT_FALSE(sut.strike(FaultPlan::eConfigure));
+}
+
+TEST(FaultPlan, ClearedPlanFailsNowhere) {
+    FaultPlan sut;
+    sut.read("start fail");
+    sut.clear();
+    EXPECT_TRUE(sut.strike(FaultPlan::eStart));
+}
+
+}  // namespace

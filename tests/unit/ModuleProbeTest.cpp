@@ -1,0 +1,283 @@
+#include "ModuleProbe.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "LogCapture.h"
+#include "TemporaryDirectory.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+constexpr const char* c_triedOut = "tried out in a process of its own, that process ";
+
+std::string moduleFile(const std::string& name) {
+    return std::string(MFD_TEST_MODULE_DIR) + "/" + name + ".so";
+}
+
+/// State letter and parent, from behind the name in /proc/PID/stat.
+struct ProcessStat {
+    char state = 0;
+    pid_t parent = 0;
+};
+ProcessStat statOf(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::ostringstream text;
+    text << file.rdbuf();
+    ProcessStat stat;
+    const auto end = text.str().rfind(')');
+    if (end != std::string::npos)
+        std::istringstream(text.str().substr(end + 1)) >> stat.state >> stat.parent;
+    return stat;
+}
+
+bool isGone(pid_t pid) {
+    for (int i = 0; i < 500; ++i) {
+        const char state = statOf(pid).state;
+        if (state == 0 || state == 'Z' || state == 'X')
+            return true;
+        std::this_thread::sleep_for(20ms);
+    }
+    return false;
+}
+
+pid_t childOf(pid_t parent) {
+    for (int i = 0; i < 500; ++i) {
+        for (const auto& entry : fs::directory_iterator("/proc")) {
+            const pid_t pid = std::atoi(entry.path().filename().c_str());
+            if (pid > 0 && statOf(pid).parent == parent)
+                return pid;
+        }
+        std::this_thread::sleep_for(20ms);
+    }
+    return 0;
+}
+
+/// A faulty driver module of the test's own, whose fault while it is tried out stands beside it.
+class ModuleProbe : public testing::Test {
+protected:
+    ModuleProbe() { fs::copy_file(MFD_FAULTY_MODULE, file()); }
+
+    std::string file() const { return m_directory.path("faulty.so"); }
+    void plan(const std::string& faults) const { m_directory.write("faulty.so.faults", faults); }
+
+    std::string refusalOf(const std::string& faults) {
+        plan(faults);
+        return m_sut.refusal(file());
+    }
+
+    TemporaryDirectory m_directory;
+    sal::ModuleProbe m_sut{{MFD_PROBE_PROGRAM, 30s}};
+};
+
+TEST_F(ModuleProbe, HealthyModuleIsNotRefused) {
+    LogCapture log;
+    EXPECT_EQ(refusalOf(""), "");
+    EXPECT_EQ(log.finish(), "");
+}
+
+TEST_F(ModuleProbe, DeathBySignalIsRefusedAndNamed) {
+    EXPECT_THAT(refusalOf("load kill"),
+                HasSubstr(std::string(c_triedOut) + "was ended by signal 9 (Killed)"));
+}
+
+TEST_F(ModuleProbe, ExitIsRefusedEvenWithCodeZero) {
+    EXPECT_THAT(refusalOf("load exit 0"), HasSubstr(std::string(c_triedOut) + "ended with exit code 0"));
+}
+
+TEST_F(ModuleProbe, CrashIsRefused) {
+    EXPECT_THAT(refusalOf("load crash"), HasSubstr(c_triedOut));
+}
+
+TEST_F(ModuleProbe, DeathInTheDestructorIsRefusedWithItsLastWords) {
+    EXPECT_THAT(refusalOf("delete throw"), EndsWith("; it said: what():  thrown on purpose"));
+}
+
+TEST_F(ModuleProbe, ModuleThatIsNotReadyInTimeIsRefused) {
+    sal::ModuleProbe sut{{MFD_PROBE_PROGRAM, 300ms}};
+    plan("load sleep");
+    EXPECT_THAT(sut.refusal(file()),
+                HasSubstr("tried out in a process of its own, it was not ready within 300 ms"));
+}
+
+TEST_F(ModuleProbe, ModuleThatIsNotReadyInTimeLeavesNoProcess) {
+    sal::ModuleProbe sut{{MFD_PROBE_PROGRAM, 300ms}};
+    plan("load busy");
+    sut.refusal(file());
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(ModuleProbe, SlowModuleIsNotRefused) {
+    EXPECT_EQ(refusalOf("load sleep 500"), "");
+}
+
+TEST_F(ModuleProbe, WhatTheLoaderRefusesWithoutHarmIsLeftToIt) {
+    EXPECT_EQ(m_sut.refusal(moduleFile("MissingSymbol")), "");
+    EXPECT_EQ(m_sut.refusal(moduleFile("WrongAbi")), "");
+    EXPECT_EQ(m_sut.refusal(moduleFile("ThrowsInFactory")), "");
+    EXPECT_EQ(m_sut.refusal("/none/Axis.so"), "");
+}
+
+TEST_F(ModuleProbe, ModuleThatAnswersNothingIsNotRefused) {
+    EXPECT_EQ(m_sut.refusal(moduleFile("AnswersNothing")), "");
+}
+
+TEST_F(ModuleProbe, NamedPipeIsNotOpened) {
+    ASSERT_EQ(::mkfifo(m_directory.path("pipe.so").c_str(), 0600), 0);
+    EXPECT_EQ(m_sut.refusal(m_directory.path("pipe.so")), "");
+}
+
+TEST_F(ModuleProbe, TrialKnowsThatItIsOne) {
+    EXPECT_THAT(m_sut.refusal(moduleFile("DiesInTrial")), HasSubstr("was ended by signal 6 (Aborted)"));
+}
+
+TEST_F(ModuleProbe, FileThatPassedIsNotTriedAgain) {
+    ASSERT_EQ(refusalOf(""), "");
+    EXPECT_EQ(refusalOf("load kill"), "");
+}
+
+TEST_F(ModuleProbe, FileThatPassedIsKnownByAnyName) {
+    ASSERT_EQ(refusalOf(""), "");
+    plan("load kill");
+    fs::create_directory(m_directory.path("other"));
+    fs::create_symlink(file(), m_directory.path("other/Axis.so"));
+    EXPECT_EQ(m_sut.refusal(m_directory.path("other/Axis.so")), "");
+}
+
+TEST_F(ModuleProbe, ReplacedFileIsTriedAgain) {
+    ASSERT_EQ(refusalOf(""), "");
+    fs::copy_file(file(), m_directory.path("new.so"));
+    fs::rename(m_directory.path("new.so"), file());
+    EXPECT_NE(refusalOf("load kill"), "");
+}
+
+TEST_F(ModuleProbe, FileWrittenAnewIsTriedAgain) {
+    ASSERT_EQ(refusalOf(""), "");
+    fs::last_write_time(file(), fs::last_write_time(file()) + 1us);
+    EXPECT_NE(refusalOf("load kill"), "");
+}
+
+TEST_F(ModuleProbe, FileOfAnotherSizeIsTriedAgain) {
+    ASSERT_EQ(refusalOf(""), "");
+    const auto time = fs::last_write_time(file());
+    fs::resize_file(file(), fs::file_size(file()) + 1);
+    fs::last_write_time(file(), time);
+    EXPECT_NE(refusalOf("load kill"), "");
+}
+
+TEST_F(ModuleProbe, FileThatFailedIsTriedAgain) {
+    ASSERT_NE(refusalOf("load kill"), "");
+    EXPECT_EQ(refusalOf(""), "");
+}
+
+TEST_F(ModuleProbe, WithoutTheProgramNothingIsRefusedAndThatIsSaidOnce) {
+    LogCapture log;
+    sal::ModuleProbe sut{{"/none/mfdprobe"}};
+    plan("load kill");
+    EXPECT_EQ(sut.refusal(file()), "");
+    EXPECT_EQ(sut.refusal(file()), "");
+    const std::string text = log.finish();
+    EXPECT_THAT(text, HasSubstr("warning  MODULE: there is no /none/mfdprobe; driver modules are loaded into "
+                                "this process without being tried out\n"));
+    EXPECT_EQ(text.find('\n'), text.size() - 1);
+}
+
+TEST_F(ModuleProbe, WhatCannotBeTriedOutIsNamedWithTheReason) {
+    LogCapture log;
+    m_directory.write("notaprogram", "");
+    sal::ModuleProbe sut{{m_directory.path("notaprogram")}};
+    EXPECT_EQ(sut.refusal(file()), "");
+    EXPECT_THAT(log.finish(), HasSubstr("MODULE: " + file() + " is loaded without being tried out: " +
+                                        m_directory.path("notaprogram") + ": Permission denied\n"));
+}
+
+TEST_F(ModuleProbe, WithoutADeadlineNothingIsTriedOut) {
+    sal::ModuleProbe sut{{MFD_PROBE_PROGRAM, 0ms}};
+    plan("load kill");
+    EXPECT_EQ(sut.refusal(file()), "");
+}
+
+TEST_F(ModuleProbe, WhatTheModuleLeavesBehindEndsWithTheTrial) {
+    const std::string child = m_directory.path("child");
+    ::setenv("MFD_TEST_CHILD", child.c_str(), 1);
+    EXPECT_EQ(m_sut.refusal(moduleFile("LeavesProcess")), "");
+    ::unsetenv("MFD_TEST_CHILD");
+    const pid_t pid = std::atoi(m_directory.read("child").c_str());
+    ASSERT_GT(pid, 0);
+    EXPECT_TRUE(isGone(pid));
+}
+
+TEST_F(ModuleProbe, TrialEndsWithTheHost) {
+    plan("load sleep");
+    const pid_t host = ::fork();
+    if (host == 0) {
+        m_sut.refusal(file());
+        ::_exit(0);
+    }
+    const pid_t trial = childOf(host);
+    ASSERT_NE(trial, 0);
+    ::kill(host, SIGKILL);
+    ASSERT_EQ(::waitpid(host, nullptr, 0), host);
+    EXPECT_TRUE(isGone(trial));
+}
+
+TEST_F(ModuleProbe, DescriptorsDoNotGrow) {
+    const auto count = [] {
+        return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+    };
+    const auto before = count();
+    refusalOf("load kill");
+    refusalOf("");
+    EXPECT_EQ(count(), before);
+}
+
+/// What the environment says about the time for a trial.
+class ModuleProbeSettings : public testing::Test {
+protected:
+    ~ModuleProbeSettings() override { ::unsetenv("MFD_PROBE_TIMEOUT"); }
+    static sal::ModuleProbe::Settings with(const char* pText) {
+        ::setenv("MFD_PROBE_TIMEOUT", pText, 1);
+        return sal::ModuleProbe::Settings::ofProcess();
+    }
+};
+
+TEST_F(ModuleProbeSettings, ProgramLiesBesideTheRunningOne) {
+    EXPECT_EQ(sal::ModuleProbe::Settings::ofProcess().program,
+              fs::read_symlink("/proc/self/exe").parent_path() / "mfdprobe");
+}
+
+TEST_F(ModuleProbeSettings, TenSecondsUnlessSaidOtherwise) {
+    EXPECT_EQ(sal::ModuleProbe::Settings::ofProcess().deadline, 10s);
+}
+
+TEST_F(ModuleProbeSettings, SecondsComeFromTheEnvironment) {
+    EXPECT_EQ(with("60").deadline, 60s);
+    EXPECT_EQ(with("0").deadline, 0s);
+}
+
+TEST_F(ModuleProbeSettings, WhatIsNoNumberIsIgnoredAndNamed) {
+    for (const char* pText : {"-1", "3601", "2s", "soon"}) {
+        LogCapture log;
+        EXPECT_EQ(with(pText).deadline, 10s);
+        EXPECT_THAT(log.finish(), HasSubstr(std::string("MFD_PROBE_TIMEOUT=") + pText + " is ignored"));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,66 @@
+#include "SpawnSettings.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <string>
+
+namespace {
+
+/// What comes out of the pipe until its end.
+std::string textOf(int descriptor) {
+    std::string text;
+    std::array<char, 256> buffer{};
+    for (ssize_t count = 0; (count = ::read(descriptor, buffer.data(), buffer.size())) > 0;)
+        text.append(buffer.data(), static_cast<std::size_t>(count));
+    return text;
+}
+
+/// Runs a shell script; its exit code, or the error number of the start, negative.
+int run(sal::SpawnSettings& sut, std::string script, const char* program = "/bin/sh") {
+    std::string title = "sh";
+    std::string option = "-c";
+    std::array<char*, 4> words{title.data(), option.data(), script.data(), nullptr};
+    pid_t pid = -1;
+    if (const int error = sut.spawn(pid, program, words.data(), environ))
+        return -error;
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+TEST(SpawnSettings, MissingProgramIsTheSystemsError) {
+    sal::SpawnSettings sut;
+    EXPECT_EQ(run(sut, "true", "/none/sh"), -ENOENT);
+}
+
+TEST(SpawnSettings, CapturedErrorsComeThroughThePipeAndOutputDoesNot) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    sal::SpawnSettings sut;
+    sut.captureErrors(ends[1]);
+    EXPECT_EQ(run(sut, "echo output; echo error >&2"), 0);
+    ::close(ends[1]);
+    EXPECT_EQ(textOf(ends[0]), "error\n");
+    ::close(ends[0]);
+}
+
+TEST(SpawnSettings, CapturedChildHasNoDescriptorButTheStandardOnes) {
+    std::array<int, 2> ends{};
+    // Not closed by the exec itself, so that the settings have to do it.
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    sal::SpawnSettings sut;
+    sut.captureErrors(ends[1]);
+    const auto isClosed = [](int descriptor) {
+        return "[ ! -e /proc/$$/fd/" + std::to_string(descriptor) + " ]";
+    };
+    EXPECT_EQ(run(sut, isClosed(ends[0]) + " && " + isClosed(ends[1])), 0);
+    ::close(ends[1]);
+    ::close(ends[0]);
+}
+
+}  // namespace
