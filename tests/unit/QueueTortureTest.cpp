@@ -231,7 +231,7 @@ TEST_F(QueueTorture, EnduranceAReceiverMayDieBehindAnyInstructionWhileASenderSle
 }
 
 TEST_F(QueueTorture, EnduranceACreatorMayDieBehindAnyInstruction) {
-    const auto instants = this->instants("create", "Q", 2);
+    const auto instants = this->instants("create", "Q", 1);
     if (instants.empty())
         GTEST_SKIP() << "processes may not be traced here (ptrace)";
     for (const long instant : instants) {
