@@ -14,6 +14,7 @@
 #include "Silence.h"
 #include "WorkplaceFile.h"
 #include "XmlDocument.h"
+#include "check/ConfigurationCheck.h"
 #include "sal/Path.h"
 
 // Whatever stands in a workplace file: what the host lets through starts and reloads without harm, no reload
@@ -75,7 +76,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     expect(nestingDepth(document) <= FileGuard::s_maxDepth,
            "the guard lets nothing through that nests too deep");
     const WorkplaceFile read(path);
-    if (!read.startRefusal().empty())
+    const std::vector<Finding> findings = ConfigurationCheck(read, {}, "/").forStart();
+    if (std::any_of(findings.begin(), findings.end(), [](const Finding& each) { return each.isError(); }))
         return 0;
 
     std::vector<std::string> expected;

@@ -5,13 +5,18 @@
 #include "sal/Export.h"
 #include "sal/Path.h"
 
-/// Ed25519 signatures of files: "<file>.sig" beside the file holds the 64 bytes, detached. Any thread.
+/// Ed25519 signatures of files: "<file>.sig" beside the file holds the 64 bytes, detached. "<file>.sig.info",
+/// which may be missing, says with which key and for which content it was made; it is not trusted, and only
+/// tells why a signature does not fit. Any thread.
 class SAL_API XMLVerify {
 public:
     /// True when the signature is right for a key of the trust directory. False otherwise, with a log line
-    /// that tells a missing signature, a malformed one, one that no trusted key made for this file, and an
-    /// empty or unreadable trust directory apart.
+    /// that tells apart a missing signature, a truncated one, one of a foreign key, a file that was changed or
+    /// swapped, a wrong signature, and an empty or unreadable trust directory.
     static bool verifySignature(const sal::Path& file);
+
+    /// The same test without the log line: what is wrong; empty when the signature is right.
+    static std::string signatureFault(const sal::Path& file);
 
     /// Directory of the trusted public keys (PEM, "*.pem"). Set at start; without one no signature is
     /// trusted.

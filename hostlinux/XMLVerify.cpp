@@ -8,11 +8,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <sstream>
+#include <string>
 #include <system_error>
 #include <vector>
 
@@ -24,6 +28,11 @@ namespace {
 constexpr std::size_t s_signatureSize = 64;
 constexpr std::size_t s_largestFile = 16u << 20;
 constexpr std::size_t s_largestKey = 64u << 10;
+constexpr std::size_t s_largestRecord = 4u << 10;
+constexpr std::size_t s_keySize = 32;
+constexpr std::size_t s_digestDigits = 64;
+const std::string s_keyLine = "ed25519: ";
+const std::string s_digestLine = "sha256: ";
 
 template <auto release>
 struct Release {
@@ -146,6 +155,80 @@ std::vector<Key> trustedKeys(std::string& error) {
     return keys;
 }
 
+/// What "<file>.sig.info" says of how a signature was made. Nothing of it is trusted; it only tells why a
+/// signature does not fit.
+struct SigningRecord {
+    Bytes publicKey;
+    std::string digest;
+};
+
+std::string digestOf(const Bytes& content) {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    unsigned int size = 0;
+    if (EVP_Digest(content.data(), content.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1)
+        return {};
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (unsigned int i = 0; i < size; ++i) {
+        text += digits[digest[i] >> 4];
+        text += digits[digest[i] & 15];
+    }
+    return text;
+}
+
+/// The bytes of a text of hexadecimal digits; nothing when it is none.
+Bytes bytesOf(const std::string& digits) {
+    Bytes bytes;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+        unsigned char byte = 0;
+        const char* pEnd = digits.data() + i + 2;
+        const auto read = std::from_chars(digits.data() + i, pEnd, byte, 16);
+        if (read.ec != std::errc() || read.ptr != pEnd)
+            return {};
+        bytes.push_back(byte);
+    }
+    return digits.size() % 2 == 0 ? bytes : Bytes();
+}
+
+/// Nothing when there is no such file, or one that says less.
+std::optional<SigningRecord> readRecord(const std::string& path) {
+    std::string error;
+    const auto bytes = read(path, s_largestRecord, error);
+    if (!bytes)
+        return std::nullopt;
+    SigningRecord record;
+    std::istringstream lines(std::string(bytes->begin(), bytes->end()));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with(s_keyLine))
+            record.publicKey = bytesOf(line.substr(s_keyLine.size()));
+        else if (line.starts_with(s_digestLine))
+            record.digest = line.substr(s_digestLine.size());
+    }
+    const bool isWhole = record.publicKey.size() == s_keySize && record.digest.size() == s_digestDigits;
+    return isWhole ? std::optional(record) : std::nullopt;
+}
+
+/// Why a signature of the right size fits no trusted key.
+std::string misfit(const std::string& signaturePath, const Bytes& content, const Bytes& signature,
+                   std::size_t keys) {
+    const std::string trusted = "the " + std::to_string(keys) + " trusted keys";
+    const auto record = readRecord(signaturePath + ".info");
+    if (!record)
+        return "the signature " + signaturePath + " does not fit the file for any of " + trusted +
+               ": the file or the signature was changed, or the key is not trusted (" + signaturePath +
+               ".info would tell which)";
+    const Key pKey(EVP_PKEY_new_raw_public_key(EVP_PKEY_ED25519, nullptr, record->publicKey.data(),
+                                               record->publicKey.size()));
+    ERR_clear_error();
+    if (pKey && isSignedBy(pKey.get(), content, signature))
+        return "the signature " + signaturePath + " was made with a foreign key, " +
+               digestOf(record->publicKey).substr(0, 16) + ", which is none of " + trusted;
+    if (digestOf(content) != record->digest)
+        return "the file is not the one that was signed: it was changed or swapped after " + signaturePath +
+               " was made";
+    return "the signature " + signaturePath + " is wrong: it was damaged, or was made for another file";
+}
+
 /// Empty when the signature is right, else what is wrong.
 std::string verify(const std::string& path) {
     const std::string signaturePath = path + ".sig";
@@ -159,25 +242,28 @@ std::string verify(const std::string& path) {
     if (!signature)
         return "the signature " + signaturePath + " cannot be used: " + error;
     if (signature->size() != s_signatureSize)
-        return "the signature " + signaturePath + " has " + std::to_string(signature->size()) +
-               " bytes instead of " + std::to_string(s_signatureSize);
+        return "the signature " + signaturePath + " is truncated: it has " +
+               std::to_string(signature->size()) + " bytes instead of " + std::to_string(s_signatureSize);
     const std::vector<Key> keys = trustedKeys(error);
     if (keys.empty())
         return error;
     for (const Key& pKey : keys)
         if (isSignedBy(pKey.get(), *content, *signature))
             return {};
-    return "the signature " + signaturePath + " does not fit the file for any of the " +
-           std::to_string(keys.size()) + " trusted keys: the file was changed, or the key is not trusted";
+    return misfit(signaturePath, *content, *signature, keys.size());
 }
 
 }  // namespace
 
 bool XMLVerify::verifySignature(const sal::Path& file) {
-    const std::string error = verify(file.getPathString());
+    const std::string error = signatureFault(file);
     if (!error.empty())
         sal::logLine("VERIFY", sal::LogOutput::eWarning, file.getPathString() + ": " + error);
     return error.empty();
+}
+
+std::string XMLVerify::signatureFault(const sal::Path& file) {
+    return verify(file.getPathString());
 }
 
 void XMLVerify::setTrustDirectory(const std::string& directory) {

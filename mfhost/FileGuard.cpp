@@ -9,6 +9,8 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
+#include <set>
 #include <string_view>
 
 #include "HostLog.h"
@@ -118,21 +120,24 @@ std::optional<int> FileGuard::tooDeepLine(const std::string& text) {
     return Scanner(text).tooDeepLine();
 }
 
-std::optional<std::string> FileGuard::refusal(const std::string& path) {
+std::optional<Finding> FileGuard::finding(const std::string& path) {
+    const auto error = [&](const std::string& text, int line = 0) {
+        return Finding{Finding::ESeverity::Error, path, line, text};
+    };
     // Without O_NONBLOCK the open itself would wait for the other end of a pipe.
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (file.get() < 0) {
         if (errno == ENXIO)  // a socket
-            return path + " is no regular file";
+            return error("is no regular file");
         return std::nullopt;
     }
     struct stat status {};
     if (::fstat(file.get(), &status) != 0)
-        return path + ": " + std::strerror(errno);
+        return error(std::string("cannot be read: ") + std::strerror(errno));
     if (!S_ISREG(status.st_mode))
-        return path + " is no regular file";
+        return error("is no regular file");
     if (status.st_size > s_maxBytes)
-        return path + " has " + std::to_string(status.st_size) + " bytes; at most 16 MB are read";
+        return error("has " + std::to_string(status.st_size) + " bytes; at most 16 MB are read");
 
     std::string text;
     text.resize(static_cast<std::size_t>(status.st_size));
@@ -142,21 +147,31 @@ std::optional<std::string> FileGuard::refusal(const std::string& path) {
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            return path + ": " + std::strerror(errno);
+            return error(std::string("cannot be read: ") + std::strerror(errno));
         if (count == 0)
             break;
         filled += static_cast<std::size_t>(count);
     }
     text.resize(filled);
     if (const auto line = tooDeepLine(text))
-        return path + " line " + std::to_string(*line) + ": elements nest deeper than " +
-               std::to_string(s_maxDepth) + " levels";
+        return error("elements nest deeper than " + std::to_string(s_maxDepth) + " levels", *line);
     return std::nullopt;
+}
+
+std::optional<std::string> FileGuard::refusal(const std::string& path) {
+    const auto found = finding(path);
+    return found ? std::optional(found->inWords()) : std::nullopt;
 }
 
 bool FileGuard::acceptsLogged(const std::string& path) {
     const auto reason = refusal(path);
-    if (reason)
+    if (!reason)
+        return true;
+    // The check and the search both list the descriptors.
+    static std::mutex s_mutex;
+    static std::set<std::string> s_logged;
+    const std::lock_guard lock(s_mutex);
+    if (s_logged.insert(*reason).second)
         hostLog(sal::LogOutput::eError) << *reason << "; the descriptor is left out" << std::endl;
-    return !reason;
+    return false;
 }

@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "check/Finding.h"
+
 /// Keeps files from the XML library that would hang it or exhaust its stack: what is no regular file, is
 /// larger than 16 MB, or nests elements deeper than 100 levels.
 class FileGuard {
@@ -12,12 +14,14 @@ public:
 
     /// What is wrong with the file and what would be right; nothing for a file that may be read, and for one
     /// that cannot be opened at all, which the library reports itself. Any thread.
+    static std::optional<Finding> finding(const std::string& path);
+    /// The same in words.
     static std::optional<std::string> refusal(const std::string& path);
 
     /// The line, counted from 1, on which an element nests too deep; nothing when none does. Follows the
     /// library's own reading of odd markup, so that nothing can hide elements from the count.
     static std::optional<int> tooDeepLine(const std::string& text);
 
-    /// For sal::Directory::setFileFilter: false and one log line for a refused file.
+    /// For sal::Directory::setFileFilter: false for a refused file, with a log line the first time.
     static bool acceptsLogged(const std::string& path);
 };

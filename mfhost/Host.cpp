@@ -58,6 +58,7 @@ Host::Host(Options options, StopSignals& signals)
                [this](const std::string& line) {
                    return m_commands.post(line, [this, line] { execute(line, EOrigin::Driver); });
                }),
+      m_guard(m_options.driverDirectories, m_options.config),
       m_hostCommands({.store = m_store,
                       .roster = m_roster,
                       .reply = [this]() -> std::ostream& { return *m_pReply; },
@@ -123,13 +124,12 @@ void Host::startUp() {
 }
 
 bool Host::startManager() {
-    std::string reason = configurationRefusal();
-    if (reason.empty())
-        reason = WorkplaceFile(m_options.config).startRefusal();
-    if (!reason.empty()) {
+    if (const std::string reason = configurationRefusal(); !reason.empty()) {
         hostLog(sal::LogOutput::eCritical) << reason << "; the workplace is not started" << std::endl;
         return false;
     }
+    if (!m_guard.acceptsStart())
+        return false;
     m_pManager = std::make_unique<MfDriverManager>();
     if (!m_options.startDriverProcesses)
         m_pManager->dontStartMFDs();
@@ -151,20 +151,11 @@ bool Host::startManager() {
 void Host::searchDrivers() {
     std::set<std::pair<dev_t, ino_t>> searched;
     for (const std::string& directory : m_options.driverDirectories) {
+        // The guard has said what else stands there.
         struct stat status {};
-        if (::stat(directory.c_str(), &status) != 0) {
-            hostLog(sal::LogOutput::eError) << "--drivers " << directory << ": " << std::strerror(errno)
-                                            << "; no drivers are found there" << std::endl;
-            continue;
-        }
-        if (!S_ISDIR(status.st_mode)) {
-            hostLog(sal::LogOutput::eError) << "--drivers " << directory
-                                            << " is not a directory; no drivers are found there" << std::endl;
-            continue;
-        }
-        if (!searched.emplace(status.st_dev, status.st_ino).second)
-            continue;
-        m_pConfiguration->searchMfDriver(directory);
+        if (::stat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+            searched.emplace(status.st_dev, status.st_ino).second)
+            m_pConfiguration->searchMfDriver(directory);
     }
 }
 
@@ -254,7 +245,7 @@ void Host::executeChecked(const std::string& line, std::ostream& reply) {
 void Host::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {
     std::string reason = m_options.config.empty() ? "there is no configuration" : configurationRefusal();
     if (reason.empty())
-        reason = WorkplaceFile(m_options.config).reloadRefusal(driverID);
+        reason = m_guard.reloadRefusal(driverID);
     if (!reason.empty()) {
         reply << driverID << " is not reloaded, nothing is unloaded: " << reason << std::endl;
         return;

@@ -11,6 +11,7 @@
 #include "HostSystem.h"
 #include "Options.h"
 #include "StopSignals.h"
+#include "check/ConfigurationGuard.h"
 #include "console/Console.h"
 #include "console/FollowPrinter.h"
 #include "console/HostCommands.h"
@@ -67,6 +68,7 @@ private:
     ProcessSupervisor m_supervisor;
     HostSystem m_system;
     sal::CmdProcessor m_processor;
+    ConfigurationGuard m_guard;
     HostCommands m_hostCommands;
     std::unique_ptr<Console> m_pConsole;
     std::unique_ptr<FollowPrinter> m_pFollow;

@@ -82,6 +82,10 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
     app.add_flag("--require-signature", options.requireSignature,
                  "refuse an unsigned or wrongly signed configuration")
         ->needs(pTrust);
+    auto* pCheck = app.add_flag("--check", options.check,
+                                "check the configuration and the descriptors, start nothing: exit code 1 "
+                                "when a start would be refused");
+    app.add_flag("--json", options.checkAsJson, "write what --check finds as JSON")->needs(pCheck);
     app.add_flag("--probe-sandbox", options.probeSandbox)->group("");
 
     const auto hasProbe = [&] {

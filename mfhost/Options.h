@@ -14,6 +14,8 @@ struct Options {
     bool sandbox = false;
     std::string sandboxDirectory;  ///< empty: nothing of the sandbox is kept
     bool probeSandbox = false;
+    bool check = false;  ///< only check the files
+    bool checkAsJson = false;
     std::vector<std::pair<std::string, std::string>> adapters;  ///< second name, real name
     bool startDriverProcesses = true;
     int logLevel = 4;

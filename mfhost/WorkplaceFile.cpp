@@ -2,8 +2,12 @@
 
 #include <tinyxml.h>
 
-#include <exception>
-#include <map>
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+
+#include "check/QuotedText.h"
+#include "check/XmlFile.h"
 
 namespace {
 
@@ -23,82 +27,116 @@ WorkplaceFile::Entry readEntry(const TiXmlElement& element) {
             entry.driverType = value;
         else if (name == "version")
             entry.version = value;
+        else if (name == "workingDirectory")
+            entry.workingDirectory = value;
+        else if (name == "ipAddress")
+            entry.ipAddress = value;
+        else if (name == "networkAdapter")
+            entry.networkAdapter = value;
         else if (name == "interfaceType")
-            entry.interfaceType = value == "direct"   ? EInterfaceTypes::Direct
-                                  : value == "queue"  ? EInterfaceTypes::Queue
-                                  : value == "socket" ? EInterfaceTypes::Socket
-                                                      : EInterfaceTypes::None;
+            entry.interfaceWord = value;
     }
+    entry.interfaceType = entry.interfaceWord == "direct"   ? EInterfaceTypes::Direct
+                          : entry.interfaceWord == "queue"  ? EInterfaceTypes::Queue
+                          : entry.interfaceWord == "socket" ? EInterfaceTypes::Socket
+                                                            : EInterfaceTypes::None;
     return entry;
+}
+
+std::string kindOf(const TiXmlNode& node) {
+    if (node.ToElement())
+        return "an element <" + node.ValueStr() + ">";
+    return node.ToComment() ? "a comment" : node.ToText() ? "text" : "markup that is no element";
 }
 
 }  // namespace
 
 WorkplaceFile::WorkplaceFile(const std::string& path) : m_path(path) {
-    if (path.empty())
-        return;
-    try {
+    if (!path.empty())
         read();
-    } catch (const std::exception&) {
-        // The library throws on some files that it cannot read; the module reports such a file.
-    }
+}
+
+void WorkplaceFile::stopAt(int line, const std::string& text) {
+    m_isWhole = false;
+    m_faults.push_back({line, text});
 }
 
 void WorkplaceFile::read() {
     TiXmlDocument document(m_path);
-    if (!document.LoadFile())
+    if (const XmlFile::Fault fault = XmlFile::load(document); !fault.text.empty()) {
+        stopAt(fault.line, fault.text + "; only the panel driver is started");
         return;
-    const TiXmlElement* pRoot = document.FirstChildElement();
-    if (!pRoot || pRoot->ValueStr() != "workplaces")
-        return;
-    for (const TiXmlNode* pNode = pRoot->FirstChild(); pNode; pNode = pNode->NextSibling()) {
-        const TiXmlElement* pWorkplace = pNode->ToElement();
-        if (!pWorkplace || pWorkplace->ValueStr() != "workplace")
-            return;
-        for (const TiXmlNode* pChild = pWorkplace->FirstChild(); pChild; pChild = pChild->NextSibling()) {
-            const TiXmlElement* pElement = pChild->ToElement();
-            if (!pElement)
-                return;
-            if (pElement->ValueStr() == "mainframeDriver")
-                m_entries.push_back(readEntry(*pElement));
-        }
     }
     m_isWhole = true;
-}
-
-std::string WorkplaceFile::startRefusal() const {
-    // Two drivers under one ID would leave the first one running with nobody to stop it.
-    std::map<std::string, int> lines;
-    for (const Entry& entry : m_entries) {
-        const std::string place = m_path + " line " + std::to_string(entry.line) + ": ";
-        if (entry.driverID.empty())
-            return place + "the mainframeDriver has no driverID; give it one of its own";
-        if (entry.interfaceType != EInterfaceTypes::Direct && entry.interfaceType != EInterfaceTypes::Queue)
-            continue;
-        if (entry.driverID == "PANEL")
-            return place +
-                   "the panel driver is started without an entry and would run twice; remove the entry";
-        const auto [first, isNew] = lines.emplace(entry.driverID, entry.line);
-        if (!isNew)
-            return place + "the driver ID \"" + entry.driverID + "\" stands in line " +
-                   std::to_string(first->second) + " already; give each driver one of its own";
+    const TiXmlElement* pRoot = document.FirstChildElement();
+    if (!pRoot) {
+        stopAt(0, "holds no element; its root must be <workplaces>");
+        return;
     }
-    return {};
+    if (pRoot->ValueStr() != "workplaces") {
+        stopAt(pRoot->Row(), "the root is <" + pRoot->ValueStr() + ">; it must be <workplaces>");
+        return;
+    }
+    for (const TiXmlNode* pNode = pRoot->FirstChild(); pNode; pNode = pNode->NextSibling()) {
+        const TiXmlElement* pWorkplace = pNode->ToElement();
+        if (pWorkplace && pWorkplace->ValueStr() == "workplace")
+            readWorkplace(*pWorkplace);
+        else
+            stopAt(pNode->Row(), kindOf(*pNode) +
+                                     " may not stand here, only <workplace>; no driver behind it is "
+                                     "started");
+    }
 }
 
-std::string WorkplaceFile::reloadRefusal(const std::string& driverID) const {
+void WorkplaceFile::readWorkplace(const TiXmlElement& workplace) {
+    const std::string* pID = workplace.Attribute(std::string("id"));
+    // As the module reads it.
+    const int id = pID ? std::atoi(pID->c_str()) : -1;
+    if (!pID) {
+        stopAt(workplace.Row(),
+               "the workplace has no id; give it a number from 0 to 7; it and what stands behind it is not "
+               "started");
+    } else if (id < 0 || id > 7) {
+        stopAt(workplace.Row(),
+               "the workplace id " + QuotedText::of(*pID) +
+                   " is not a number from 0 to 7; it and what stands behind it is not started");
+    } else if (!std::all_of(pID->begin(), pID->end(), [](unsigned char c) { return std::isdigit(c); }) ||
+               pID->empty()) {
+        m_faults.push_back({workplace.Row(), "the workplace id " + QuotedText::of(*pID) + " is read as " +
+                                                 std::to_string(id) + "; write a number from 0 to 7"});
+    }
+
+    for (const TiXmlNode* pChild = workplace.FirstChild(); pChild; pChild = pChild->NextSibling()) {
+        const TiXmlElement* pElement = pChild->ToElement();
+        if (!pElement)
+            stopAt(pChild->Row(),
+                   kindOf(*pChild) + " may not stand in a workplace; no driver behind it is started");
+        else if (pElement->ValueStr() == "mainframeDriver")
+            (m_isWhole ? m_entries : m_unreachedEntries).push_back(readEntry(*pElement));
+    }
+}
+
+const WorkplaceFile::Entry* WorkplaceFile::spinningEntry(const std::string& driverID) const {
     for (const Entry& entry : m_entries) {
         if (!entry.hasAttributes)
             continue;
         if (!entry.beginsWithDriverID)
-            return m_path + " line " + std::to_string(entry.line) +
-                   ": driverID must be the first attribute of a mainframeDriver that can be reloaded";
+            return &entry;
         if (entry.driverID == driverID)
-            return driverID.empty() ? m_path + " line " + std::to_string(entry.line) +
-                                          ": the mainframeDriver has no driverID"
-                                    : std::string();
+            return nullptr;
     }
-    if (m_isWhole)
+    return nullptr;
+}
+
+std::string WorkplaceFile::reloadRefusal(const std::string& driverID) const {
+    if (const Entry* pEntry = spinningEntry(driverID))
+        return m_path + " line " + std::to_string(pEntry->line) +
+               ": driverID must be the first attribute of a mainframeDriver that can be reloaded";
+    const auto isIt = [&](const Entry& entry) { return entry.hasAttributes && entry.driverID == driverID; };
+    const auto entry = std::find_if(m_entries.begin(), m_entries.end(), isIt);
+    if (entry != m_entries.end() && driverID.empty())
+        return m_path + " line " + std::to_string(entry->line) + ": the mainframeDriver has no driverID";
+    if (entry == m_entries.end() && m_isWhole)
         return m_path + " has no driver \"" + driverID + "\"";
     return {};
 }

@@ -19,6 +19,7 @@
 #include "StopSignals.h"
 #include "TerminalModes.h"
 #include "XMLVerify.h"
+#include "check/CheckCommand.h"
 #include "sal/LogManager.h"
 #include "sal/NetworkAdapter.h"
 
@@ -82,6 +83,8 @@ int main(int argc, char** argv) {
         return *pExitCode;
     const Options& options = std::get<Options>(parsed);
 
+    if (options.check)
+        return CheckCommand::run(options, std::cout);
     if (options.sandbox) {
         if (const auto reason = Sandbox::enter(options.sandboxDirectory)) {
             std::cerr << "mfhost: --sandbox is not possible here: " << *reason << std::endl;

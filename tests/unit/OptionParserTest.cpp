@@ -153,3 +153,14 @@ TEST_F(OptionParserTest, ProbeOfTheSandboxNeedsNothingElse) {
     EXPECT_TRUE(std::get<Options>(parsed).probeSandbox);
     EXPECT_TRUE(std::get<Options>(parsed).sandbox);
 }
+
+TEST_F(OptionParserTest, CheckIsNotTheDefault) {
+    EXPECT_FALSE(options({}).check);
+    EXPECT_TRUE(options({"--check"}).check);
+    EXPECT_FALSE(options({"--check"}).checkAsJson);
+    EXPECT_TRUE(options({"--check", "--json"}).checkAsJson);
+}
+
+TEST_F(OptionParserTest, JsonIsOfUseWithACheckOnly) {
+    EXPECT_EQ(2, refused({"--json"}));
+}

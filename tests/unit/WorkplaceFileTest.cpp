@@ -47,35 +47,102 @@ TEST_F(WorkplaceFileTest, MissingFileHasNoEntries) {
     const WorkplaceFile sut("/nonexistent/w.xml");
     EXPECT_FALSE(sut.isWhole());
     EXPECT_TRUE(sut.entries().empty());
-    EXPECT_EQ("", sut.startRefusal());
 }
 
-TEST_F(WorkplaceFileTest, StartIsRefusedWithoutADriverID) {
-    EXPECT_EQ(path() + " line 4: the mainframeDriver has no driverID; give it one of its own",
-              read("<mainframeDriver driverID='A'/>\n<mainframeDriver driverType='T'/>").startRefusal());
-    EXPECT_EQ("", read("<mainframeDriver driverType='T' driverID='A'/>").startRefusal());
+TEST_F(WorkplaceFileTest, ReadsEveryAttribute) {
+    const auto sut = read(
+        "<mainframeDriver driverID='A' workingDirectory='data/A' ipAddress='192.0.2.20' "
+        "networkAdapter='eth1' interfaceType='Queue'/>");
+    ASSERT_EQ(1u, sut.entries().size());
+    EXPECT_EQ("data/A", sut.entries()[0].workingDirectory);
+    EXPECT_EQ("192.0.2.20", sut.entries()[0].ipAddress);
+    EXPECT_EQ("eth1", sut.entries()[0].networkAdapter);
+    EXPECT_EQ("Queue", sut.entries()[0].interfaceWord);
 }
 
-TEST_F(WorkplaceFileTest, StartIsRefusedWithTwoDriversUnderOneID) {
-    EXPECT_EQ(
-        path() + " line 4: the driver ID \"A\" stands in line 3 already; give each driver one of its own",
-        read("<mainframeDriver driverID='A' interfaceType='queue'/>\n"
-             "<mainframeDriver driverID='A' interfaceType='direct'/>")
-            .startRefusal());
+TEST_F(WorkplaceFileTest, KeepsApartWhatStandsBehindAFault) {
+    const auto sut = read("<mainframeDriver driverID='A'/>text<mainframeDriver driverID='B'/>");
+    ASSERT_EQ(1u, sut.unreachedEntries().size());
+    EXPECT_EQ("B", sut.unreachedEntries()[0].driverID);
 }
 
-TEST_F(WorkplaceFileTest, EntryThatLoadsNothingMayRepeatAnID) {
-    EXPECT_EQ("",
-              read("<mainframeDriver driverID='A' interfaceType='queue'/>\n"
-                   "<mainframeDriver driverID='A' interfaceType='socket'/><mainframeDriver driverID='A'/>")
-                  .startRefusal());
+TEST_F(WorkplaceFileTest, EntryOnWhichAReloadSpinsStandsBeforeTheDriversOwn) {
+    const auto sut = read(
+        "<mainframeDriver driverID='A'/>\n<mainframeDriver driverType='T' driverID='B'/>\n"
+        "<mainframeDriver driverID='C'/>");
+    EXPECT_EQ(nullptr, sut.spinningEntry("A"));
+    ASSERT_NE(nullptr, sut.spinningEntry("C"));
+    EXPECT_EQ(4, sut.spinningEntry("C")->line);
 }
 
-TEST_F(WorkplaceFileTest, StartIsRefusedWithASecondPanel) {
-    EXPECT_EQ(
-        path() +
-            " line 3: the panel driver is started without an entry and would run twice; remove the entry",
-        read("<mainframeDriver driverID='PANEL' interfaceType='direct'/>").startRefusal());
+struct Faulty {
+    const char* claim;
+    std::string text;
+    int line;
+    std::string fault;
+};
+
+class WorkplaceFileFaults : public testing::TestWithParam<Faulty> {};
+
+TEST_P(WorkplaceFileFaults, IsNamedWithItsLine) {
+    TemporaryDirectory directory;
+    directory.write("w.xml", GetParam().text);
+    const WorkplaceFile sut(directory.path("w.xml"));
+    ASSERT_EQ(1u, sut.faults().size());
+    EXPECT_EQ(GetParam().line, sut.faults()[0].line);
+    EXPECT_EQ(GetParam().fault, sut.faults()[0].text);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , WorkplaceFileFaults,
+    testing::ValuesIn(std::vector<Faulty>{
+        {"OpenTag", "<workplaces>\n<workplace id='0'", 2,
+         "Error parsing Element; only the panel driver is started"},
+        {"EmptyFile", "", 0, "cannot be read: Error document empty; only the panel driver is started"},
+        {"NoElement", "<!-- nothing -->", 0, "holds no element; its root must be <workplaces>"},
+        {"OtherRoot", "\n<desks/>", 2, "the root is <desks>; it must be <workplaces>"},
+        {"CommentBesideWorkplaces", "<workplaces>\n<!-- one -->\n</workplaces>", 2,
+         "a comment may not stand here, only <workplace>; no driver behind it is started"},
+        {"OtherElementBesideWorkplaces", "<workplaces>\n<desk/></workplaces>", 2,
+         "an element <desk> may not stand here, only <workplace>; no driver behind it is started"},
+        {"TextInAWorkplace", "<workplaces>\n<workplace id='7'>one</workplace></workplaces>", 2,
+         "text may not stand in a workplace; no driver behind it is started"},
+        {"CommentInAWorkplace", "<workplaces><workplace id='7'>\n\n<!-- one --></workplace></workplaces>", 3,
+         "a comment may not stand in a workplace; no driver behind it is started"},
+        {"WorkplaceWithoutID", "<workplaces>\n<workplace/></workplaces>", 2,
+         "the workplace has no id; give it a number from 0 to 7; it and what stands behind it is not "
+         "started"},
+        {"WorkplaceBeyondTheLast", "<workplaces>\n<workplace id='8'/></workplaces>", 2,
+         "the workplace id \"8\" is not a number from 0 to 7; it and what stands behind it is not started"},
+        {"WorkplaceBeforeTheFirst", "<workplaces>\n<workplace id='-1'/></workplaces>", 2,
+         "the workplace id \"-1\" is not a number from 0 to 7; it and what stands behind it is not started"},
+        {"WorkplaceInAWord", "<workplaces>\n<workplace id='x'/></workplaces>", 2,
+         "the workplace id \"x\" is read as 0; write a number from 0 to 7"},
+    }),
+    [](const auto& test) { return test.param.claim; });
+
+TEST_F(WorkplaceFileTest, MissingFileIsAFaultOfTheWholeFile) {
+    const WorkplaceFile sut("/nonexistent/w.xml");
+    ASSERT_EQ(1u, sut.faults().size());
+    EXPECT_EQ(0, sut.faults()[0].line);
+    EXPECT_EQ("cannot be read: No such file or directory; only the panel driver is started",
+              sut.faults()[0].text);
+}
+
+TEST_F(WorkplaceFileTest, NumberInWordsDoesNotStopTheReading) {
+    m_directory.write(
+        "w.xml", "<workplaces><workplace id='x'><mainframeDriver driverID='A'/></workplace></workplaces>");
+    const WorkplaceFile sut(path());
+    EXPECT_TRUE(sut.isWhole());
+    EXPECT_EQ(1u, sut.entries().size());
+}
+
+TEST_F(WorkplaceFileTest, WorkplaceOutOfRangeEndsTheReading) {
+    m_directory.write(
+        "w.xml", "<workplaces><workplace id='8'><mainframeDriver driverID='A'/></workplace></workplaces>");
+    const WorkplaceFile sut(path());
+    EXPECT_FALSE(sut.isWhole());
+    EXPECT_TRUE(sut.entries().empty());
 }
 
 TEST_F(WorkplaceFileTest, ReloadOfAKnownDriverIsFine) {

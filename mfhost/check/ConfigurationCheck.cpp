@@ -1,0 +1,290 @@
+#include "ConfigurationCheck.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "QuotedText.h"
+#include "sal/HostAddress.h"
+#include "sal/Path.h"
+
+namespace {
+
+using Entry = WorkplaceFile::Entry;
+
+/// Names of files and directories, and the strings of a message, end there.
+constexpr std::size_t s_longestName = 255;
+/// What six strings may have together in the message that configures a driver process.
+constexpr std::size_t s_longestConfiguration = 1008;
+
+std::string joined(const std::string& path, const std::string& text) {
+    sal::Path joint(path);
+    joint.expand(text);
+    return joint.getPathString();
+}
+
+/// Two texts for one directory give one path.
+std::string directoryPath(const std::string& workDirectory, const std::string& text) {
+    std::string path = std::filesystem::path(joined(workDirectory, text)).lexically_normal().string();
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
+
+std::string bytes(std::size_t count, std::size_t most) {
+    return "has " + std::to_string(count) + " bytes; at most " + std::to_string(most);
+}
+
+/// One run of the check.
+class Run {
+public:
+    Run(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
+        const std::string& workDirectory, const std::string* pReloaded)
+        : m_workplace(workplace),
+          m_catalogue(catalogue),
+          m_workDirectory(workDirectory),
+          m_isReload(pReloaded),
+          m_pSpinning(pReloaded ? workplace.spinningEntry(*pReloaded) : nullptr) {}
+
+    std::vector<Finding> findings() {
+        for (const WorkplaceFile::Fault& fault : m_workplace.faults())
+            m_found.push_back({Finding::ESeverity::Warning, m_workplace.path(), fault.line, fault.text});
+        m_directories.emplace(directoryPath(m_workDirectory, "data/PANEL"), "the panel driver's");
+        for (const Entry& entry : m_workplace.entries())
+            checkEntry(entry);
+        m_isReached = false;
+        for (const Entry& entry : m_workplace.unreachedEntries())
+            checkEntry(entry);
+        std::stable_sort(m_found.begin(), m_found.end(),
+                         [](const Finding& left, const Finding& right) { return left.line < right.line; });
+
+        const std::vector<Finding> descriptors = m_catalogue.findings();
+        m_found.insert(m_found.end(), descriptors.begin(), descriptors.end());
+        checkRecords();
+        return std::move(m_found);
+    }
+
+private:
+    void checkEntry(const Entry& entry) {
+        m_pEntry = &entry;
+        checkID();
+        checkUniqueness();
+        checkFirstAttribute();
+        checkType();
+        checkInterface();
+        checkLengths();
+        checkAddress();
+        checkDirectory();
+        if (entry.isLoaded() && m_isReached)
+            m_used.emplace(entry.driverType, entry.version);
+    }
+
+    void checkID() {
+        const std::string& id = m_pEntry->driverID;
+        const std::string quoted = "the driver ID " + QuotedText::of(id);
+        if (id.empty())
+            error("the mainframeDriver has no driverID; give it one of its own");
+        else if (id == "." || id == "..")
+            error(quoted + " is a directory of the system's own; give the driver another");
+        else if (const auto slash = id.find_first_of("/\\"); slash != std::string::npos)
+            error(quoted + " holds " + QuotedText::of(id.substr(slash, 1)) +
+                  ", which leads into another directory; use letters, digits, \"_\" and \"-\"");
+        else if (id.find('.') != std::string::npos)
+            warn(quoted +
+                 " holds \".\", and a FID names its driver up to its first \".\": no FID reaches this "
+                 "driver; use letters, digits, \"_\" and \"-\"");
+        if (std::any_of(id.begin(), id.end(), [](unsigned char c) { return std::iscntrl(c); }))
+            warn(quoted + " holds a control character; use letters, digits, \"_\" and \"-\"");
+    }
+
+    void checkUniqueness() {
+        // To the system a name ends at its first zero byte.
+        const std::string id = m_pEntry->driverID.c_str();
+        if (id.empty())
+            return;
+        if (id == "PANEL" && !m_isReload) {
+            if (m_pEntry->isLoaded())
+                error("the panel driver is started without an entry and would run twice; remove the entry");
+            else
+                warn(
+                    "PANEL is the panel driver, which is started without an entry; give this one another ID");
+        }
+        const auto [first, isNew] = m_ids.emplace(id, m_pEntry->line);
+        if (!isNew)
+            error("the driver ID " + QuotedText::of(id) + " stands in line " + std::to_string(first->second) +
+                  " already; give each driver one of its own");
+    }
+
+    void checkFirstAttribute() {
+        if (!m_pEntry->hasAttributes || m_pEntry->beginsWithDriverID)
+            return;
+        const std::string text =
+            "driverID must be the first attribute of a mainframeDriver that can be reloaded";
+        if (m_pEntry == m_pSpinning)
+            error(text);
+        else
+            warn(text);
+    }
+
+    void checkType() {
+        std::set<std::string> types;
+        std::set<std::string> versions;
+        for (const DescriptorCatalogue::Record& record : m_catalogue.records()) {
+            types.insert(QuotedText::of(record.type));
+            if (record.type == m_pEntry->driverType)
+                versions.insert(QuotedText::of(record.version));
+        }
+        const std::string version = QuotedText::of(m_pEntry->version);
+        if (versions.empty())
+            warn("no descriptor announces the driver type " + QuotedText::of(m_pEntry->driverType) +
+                 "; the driver is not started" + thereIs(types));
+        else if (!versions.contains(version))
+            warn("no descriptor announces version " + version + " of the driver type " +
+                 QuotedText::of(m_pEntry->driverType) + "; the driver is not started" + thereIs(versions));
+    }
+
+    static std::string thereIs(const std::set<std::string>& names) {
+        constexpr std::size_t most = 10;
+        std::string text;
+        std::size_t count = 0;
+        for (const std::string& name : names) {
+            if (++count > most)
+                return text + ", ...";
+            text += (text.empty() ? "; there is " : ", ") + name;
+        }
+        return text;
+    }
+
+    void checkInterface() {
+        if (m_pEntry->isLoaded())
+            return;
+        if (m_pEntry->interfaceType == EInterfaceTypes::Socket)
+            warn("the interfaceType \"socket\" loads nothing; write \"direct\" or \"queue\"");
+        else if (m_pEntry->interfaceWord.empty())
+            warn("without an interfaceType the driver is not started; write \"direct\" or \"queue\"");
+        else
+            warn("the interfaceType " + QuotedText::of(m_pEntry->interfaceWord) +
+                 " is unknown and the driver is not started; write \"direct\" or \"queue\"");
+    }
+
+    void checkLengths() {
+        const std::string& id = m_pEntry->driverID;
+        const bool isQueue = m_pEntry->interfaceType == EInterfaceTypes::Queue;
+        // In the names of queue files other bytes than these are written with three.
+        const auto isPlain = [](unsigned char c) {
+            return c < 128 && (std::isalnum(c) || c == '_' || c == '-' || c == '.');
+        };
+        const auto plain = static_cast<std::size_t>(std::count_if(id.begin(), id.end(), isPlain));
+        const std::size_t queueName = plain + 3 * (id.size() - plain) + std::string("_OUTQ").size();
+        if (isQueue && queueName > s_longestName)
+            warn("the driver ID " + QuotedText::of(id) +
+                 " is too long for the names of its queues, which would have " + std::to_string(queueName) +
+                 " bytes; at most " + std::to_string(s_longestName) + " are possible");
+        else if (id.size() > s_longestName)
+            warn("the driver ID " + QuotedText::of(id) + " " + bytes(id.size(), s_longestName) +
+                 " make the name of a directory");
+        if (!isQueue)
+            return;
+
+        const std::string nvram = joined(joined(m_workDirectory, "nvram"), id);
+        std::size_t sum = 0;
+        for (const auto& [name, text] : {std::pair<const char*, const std::string&>{"driverID", id},
+                                         {"workingDirectory", m_pEntry->workingDirectory},
+                                         {"ipAddress", m_pEntry->ipAddress},
+                                         {"networkAdapter", m_pEntry->networkAdapter},
+                                         {"NVRAM directory", nvram}}) {
+            sum += text.size();
+            if (text.size() > s_longestName)
+                warn("the " + std::string(name) + " " + QuotedText::of(text) + " " +
+                     bytes(text.size(), s_longestName) + " reach a driver in its own process");
+        }
+        if (sum >= s_longestConfiguration)
+            warn("ID, directories, address and adapter have " + std::to_string(sum) +
+                 " bytes together; fewer than " + std::to_string(s_longestConfiguration) +
+                 " reach a driver in its own process");
+    }
+
+    void checkAddress() {
+        const std::string& address = m_pEntry->ipAddress;
+        if (address.empty())
+            return;
+        if (!sal::HostAddress(address).isValid()) {
+            warn("the ipAddress " + QuotedText::of(address) + " is no IPv4 address, such as 192.0.2.20");
+            return;
+        }
+        const auto [first, isNew] = m_addresses.emplace(address, m_pEntry->line);
+        if (!isNew)
+            warn("the ipAddress " + address + " stands in line " + std::to_string(first->second) +
+                 " already; give each driver one of its own");
+    }
+
+    void checkDirectory() {
+        // For a reload of the panel driver an entry with its own directory is right.
+        if (m_pEntry->driverID == "PANEL")
+            return;
+        const std::string path = directoryPath(m_workDirectory, m_pEntry->workingDirectory);
+        const auto [first, isNew] =
+            m_directories.emplace(path, "that of line " + std::to_string(m_pEntry->line));
+        if (!isNew)
+            warn("the workingDirectory " + QuotedText::of(m_pEntry->workingDirectory) + " is " +
+                 first->second + ", too; give each driver one of its own");
+    }
+
+    /// Every record of a type and version is loaded, the first of them for ever.
+    void checkRecords() {
+        m_used.emplace("Panel", "1.0");
+        std::map<std::pair<std::string, std::string>, const DescriptorCatalogue::Record*> records;
+        for (const DescriptorCatalogue::Record& record : m_catalogue.records()) {
+            const auto key = std::pair(record.type, record.version);
+            const auto [first, isNew] = records.emplace(key, &record);
+            if (isNew)
+                continue;
+            m_found.push_back({m_used.contains(key) ? Finding::ESeverity::Error : Finding::ESeverity::Warning,
+                               record.file, record.line,
+                               "type " + QuotedText::of(record.type) + " in version " +
+                                   QuotedText::of(record.version) + " is announced in " +
+                                   first->second->file + " line " + std::to_string(first->second->line) +
+                                   " already, and each driver of it would be loaded twice; remove one"});
+        }
+    }
+
+    void error(const std::string& text) {
+        // What the module never comes to does no harm.
+        add(m_isReached ? Finding::ESeverity::Error : Finding::ESeverity::Warning, text);
+    }
+    void warn(const std::string& text) { add(Finding::ESeverity::Warning, text); }
+    void add(Finding::ESeverity severity, const std::string& text) {
+        m_found.push_back({severity, m_workplace.path(), m_pEntry->line, text});
+    }
+
+    const WorkplaceFile& m_workplace;
+    const DescriptorCatalogue& m_catalogue;
+    const std::string& m_workDirectory;
+    const bool m_isReload;
+    const Entry* const m_pSpinning;
+
+    const Entry* m_pEntry = nullptr;
+    bool m_isReached = true;
+    std::map<std::string, int> m_ids;
+    std::map<std::string, int> m_addresses;
+    std::map<std::string, std::string> m_directories;
+    std::set<std::pair<std::string, std::string>> m_used;
+    std::vector<Finding> m_found;
+};
+
+}  // namespace
+
+ConfigurationCheck::ConfigurationCheck(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
+                                       const std::string& workDirectory)
+    : m_workplace(workplace), m_catalogue(catalogue), m_workDirectory(workDirectory) {}
+
+std::vector<Finding> ConfigurationCheck::forStart() const {
+    return Run(m_workplace, m_catalogue, m_workDirectory, nullptr).findings();
+}
+
+std::vector<Finding> ConfigurationCheck::forReload(const std::string& driverID) const {
+    return Run(m_workplace, m_catalogue, m_workDirectory, &driverID).findings();
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "DescriptorCatalogue.h"
+#include "Finding.h"
+#include "WorkplaceFile.h"
+
+/// Compares a workplace file with the descriptors. An error is what would end the host, make it spin, or
+/// break another driver; all else is a warning, and the module's own handling of it follows. Any thread.
+class ConfigurationCheck {
+public:
+    /// The drivers' directories lie under workDirectory. All three outlive the check.
+    ConfigurationCheck(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
+                       const std::string& workDirectory);
+
+    /// What concerns a start with this file, in the order of its lines, then the descriptors.
+    std::vector<Finding> forStart() const;
+    /// The same for a reload of one driver.
+    std::vector<Finding> forReload(const std::string& driverID) const;
+
+private:
+    const WorkplaceFile& m_workplace;
+    const DescriptorCatalogue& m_catalogue;
+    const std::string& m_workDirectory;
+};

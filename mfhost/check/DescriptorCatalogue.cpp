@@ -1,0 +1,104 @@
+#include "DescriptorCatalogue.h"
+
+#include <sys/stat.h>
+#include <tinyxml.h>
+
+#include <cerrno>
+#include <cstring>
+#include <set>
+#include <utility>
+
+#include "FileGuard.h"
+#include "XmlFile.h"
+#include "sal/Directory.h"
+#include "sal/Path.h"
+
+namespace {
+
+std::string joined(const std::string& directory, const std::string& name) {
+    sal::Path path(directory);
+    path.expand(name);
+    return path.getPathString();
+}
+
+/// What stands where the module file should; empty for a file.
+std::string moduleFault(const DescriptorCatalogue::Record& record) {
+    if (record.name.empty())
+        return "the module_type has no name; it is the file name of the driver module";
+    const std::string module = "the module file " + record.module;
+    struct stat status {};
+    if (::stat(record.module.c_str(), &status) != 0)
+        return module + " cannot be loaded: " + std::strerror(errno);
+    return S_ISREG(status.st_mode) ? std::string() : module + " is no regular file";
+}
+
+}  // namespace
+
+DescriptorCatalogue::DescriptorCatalogue(const std::vector<std::string>& directories) {
+    std::set<std::pair<dev_t, ino_t>> searched;
+    for (const std::string& directory : directories) {
+        struct stat status {};
+        if (::stat(directory.c_str(), &status) != 0)
+            warn(directory, 0,
+                 std::string("cannot be searched: ") + std::strerror(errno) + "; no drivers are found there");
+        else if (!S_ISDIR(status.st_mode))
+            warn(directory, 0, "is not a directory; no drivers are found there");
+        else if (searched.emplace(status.st_dev, status.st_ino).second)
+            readDirectory(directory);
+    }
+}
+
+void DescriptorCatalogue::readDirectory(const std::string& directory) {
+    for (const std::string& name :
+         sal::Directory(sal::Path(directory)).getFileList("xml", sal::Directory::eSortByName))
+        readFile(directory, joined(directory, name));
+}
+
+void DescriptorCatalogue::readFile(const std::string& directory, const std::string& file) {
+    if (const auto refusal = FileGuard::finding(file)) {
+        warn(file, refusal->line, refusal->text + "; the descriptor is left out");
+        return;
+    }
+    TiXmlDocument document(file);
+    if (const XmlFile::Fault fault = XmlFile::load(document); !fault.text.empty())
+        warn(file, fault.line, fault.text + "; the descriptor is skipped");
+    else
+        readDocument(document, directory, file);
+}
+
+void DescriptorCatalogue::readDocument(const TiXmlDocument& document, const std::string& directory,
+                                       const std::string& file) {
+    const TiXmlElement* pRoot = document.FirstChildElement();
+    if (!pRoot || pRoot->ValueStr() != "mfDriverModule") {
+        warn(file, pRoot ? pRoot->Row() : 0,
+             std::string(pRoot ? "the root is <" + pRoot->ValueStr() + ">" : "holds no element") +
+                 "; a descriptor's root must be <mfDriverModule>, and without it the file is skipped");
+        return;
+    }
+    for (const TiXmlNode* pNode = pRoot->FirstChild(); pNode; pNode = pNode->NextSibling()) {
+        const TiXmlElement* pType = pNode->ToElement();
+        if (!pType || pType->ValueStr() != "module_type") {
+            warn(file, pNode->Row(), "only <module_type> may stand here; the file is read up to this line");
+            return;
+        }
+        const auto attribute = [&](const char* name) {
+            const std::string* pValue = pType->Attribute(std::string(name));
+            return pValue ? *pValue : std::string();
+        };
+        const std::string name = attribute("name");
+        m_records.push_back(
+            {file, pType->Row(), name, joined(directory, name), attribute("type"), attribute("version")});
+    }
+}
+
+std::vector<Finding> DescriptorCatalogue::findings() const {
+    std::vector<Finding> found = m_findings;
+    for (const Record& record : m_records)
+        if (const std::string fault = moduleFault(record); !fault.empty())
+            found.push_back({Finding::ESeverity::Warning, record.file, record.line, fault});
+    return found;
+}
+
+void DescriptorCatalogue::warn(const std::string& file, int line, const std::string& text) {
+    m_findings.push_back({Finding::ESeverity::Warning, file, line, text});
+}

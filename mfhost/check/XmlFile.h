@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+class TiXmlDocument;
+
+/// Reads a document for the check. Any thread.
+class XmlFile {
+public:
+    /// Why and where the document cannot be read; line 0 and a text that goes on behind the file's name where
+    /// the file as a whole is meant. The text is empty when it was read.
+    struct Fault {
+        int line = 0;
+        std::string text;
+    };
+
+    /// Loads the document from the file that it names, which has passed FileGuard.
+    static Fault load(TiXmlDocument& document);
+};

@@ -1,0 +1,139 @@
+#include "check/ConfigurationGuard.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "LogCapture.h"
+#include "TemporaryDirectory.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class ConfigurationGuardTest : public testing::Test {
+protected:
+    ConfigurationGuardTest() {
+        m_directory.write("drivers/axis.so", "module");
+        m_directory.write("drivers/axis.xml",
+                          "<mfDriverModule><module_type name='axis.so' type='Axis' version='1.0'/>"
+                          "</mfDriverModule>");
+    }
+
+    void configure(const std::string& entries) {
+        m_directory.write("w.xml",
+                          "<workplaces>\n<workplace id='0'>\n" + entries + "</workplace>\n</workplaces>\n");
+    }
+    std::string path() const { return m_directory.path("w.xml"); }
+
+    static std::string entry(const std::string& id, const std::string& more = {}) {
+        return "<mainframeDriver driverID='" + id +
+               "' driverType='Axis' version='1.0' workingDirectory='data/" + id + "' interfaceType='queue'" +
+               more + "/>\n";
+    }
+
+    TemporaryDirectory m_directory;
+    ConfigurationGuard m_sut{{m_directory.path("drivers")}, m_directory.path("w.xml")};
+};
+
+}  // namespace
+
+TEST_F(ConfigurationGuardTest, RightFilesAreAcceptedSilently) {
+    configure(entry("A"));
+    LogCapture log;
+    EXPECT_TRUE(m_sut.acceptsStart());
+    EXPECT_EQ("", m_sut.reloadRefusal("A"));
+    EXPECT_EQ("", log.finish());
+}
+
+TEST_F(ConfigurationGuardTest, EachErrorOfAStartIsALine) {
+    configure(entry("A") + entry("..") + entry("A/B"));
+    LogCapture log;
+    EXPECT_FALSE(m_sut.acceptsStart());
+    const std::string text = log.finish();
+    EXPECT_THAT(text, HasSubstr("critical HOST: " + path() +
+                                " line 4: the driver ID \"..\" is a directory of the system's own; give the "
+                                "driver another; the workplace is not started\n"));
+    EXPECT_THAT(text, HasSubstr("critical HOST: " + path() + " line 5: the driver ID \"A/B\" holds \"/\""));
+}
+
+TEST_F(ConfigurationGuardTest, WarningDoesNotRefuseAStart) {
+    configure(entry("A.B"));
+    LogCapture log;
+    EXPECT_TRUE(m_sut.acceptsStart());
+    EXPECT_THAT(log.finish(), HasSubstr("warning  HOST: " + path() + " line 3: the driver ID \"A.B\" holds"));
+}
+
+TEST_F(ConfigurationGuardTest, WithoutAConfigurationThereIsNothingToRefuse) {
+    ConfigurationGuard sut({m_directory.path("drivers")}, {});
+    LogCapture log;
+    EXPECT_TRUE(sut.acceptsStart());
+    EXPECT_EQ("", log.finish());
+}
+
+TEST_F(ConfigurationGuardTest, ReloadIsRefusedOnAnErrorOfTheFileAsItStandsNow) {
+    configure(entry("A") + entry("B"));
+    LogCapture log;
+    ASSERT_TRUE(m_sut.acceptsStart());
+    configure(entry("A") + entry("B") + entry("A"));
+    EXPECT_EQ(
+        path() + " line 5: the driver ID \"A\" stands in line 3 already; give each driver one of its own",
+        m_sut.reloadRefusal("B"));
+    log.finish();
+}
+
+TEST_F(ConfigurationGuardTest, ReloadThatWouldSpinIsRefused) {
+    configure("<mainframeDriver driverType='Axis' driverID='A'/>\n");
+    LogCapture log;
+    EXPECT_EQ(
+        path() + " line 3: driverID must be the first attribute of a mainframeDriver that can be reloaded",
+        m_sut.reloadRefusal("A"));
+    log.finish();
+}
+
+TEST_F(ConfigurationGuardTest, ReloadOfAnUnknownDriverIsRefused) {
+    configure(entry("A"));
+    const LogCapture log;
+    EXPECT_EQ(path() + " has no driver \"B\"", m_sut.reloadRefusal("B"));
+}
+
+TEST_F(ConfigurationGuardTest, WhatWasLoggedIsNotLoggedAgainByAReload) {
+    configure(entry("A") + entry("B.C"));
+    {
+        LogCapture log;
+        ASSERT_TRUE(m_sut.acceptsStart());
+        log.finish();
+    }
+    LogCapture log;
+    EXPECT_EQ("", m_sut.reloadRefusal("A"));
+    EXPECT_EQ("", log.finish());
+}
+
+TEST_F(ConfigurationGuardTest, WarningThatIsNewIsLoggedByAReload) {
+    configure(entry("A"));
+    ASSERT_TRUE(m_sut.acceptsStart());
+    configure(entry("A") + entry("B.C"));
+    LogCapture log;
+    EXPECT_EQ("", m_sut.reloadRefusal("A"));
+    EXPECT_THAT(log.finish(), HasSubstr("line 4: the driver ID \"B.C\" holds"));
+}
+
+TEST_F(ConfigurationGuardTest, DescriptorThatCameAfterTheStartDoesNotRefuseAReload) {
+    configure(entry("A"));
+    ASSERT_TRUE(m_sut.acceptsStart());
+    m_directory.write("drivers/copy.xml", m_directory.read("drivers/axis.xml"));
+    LogCapture log;
+    EXPECT_EQ("", m_sut.reloadRefusal("A"));
+    EXPECT_EQ("", log.finish());
+}
+
+TEST_F(ConfigurationGuardTest, ModuleThatVanishedIsNamedByAReload) {
+    configure(entry("A"));
+    ASSERT_TRUE(m_sut.acceptsStart());
+    std::filesystem::remove(m_directory.path("drivers/axis.so"));
+    LogCapture log;
+    EXPECT_EQ("", m_sut.reloadRefusal("A"));
+    EXPECT_THAT(log.finish(), HasSubstr("axis.so cannot be loaded: No such file or directory\n"));
+}
