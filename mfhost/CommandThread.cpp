@@ -44,11 +44,23 @@ bool CommandThread::postWaiting(const std::string& what, Task task) {
     return true;
 }
 
+bool CommandThread::postBehind(const std::string& what, Task task) {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_stopping)
+            return false;
+        m_behind.push_back({what, std::move(task)});
+    }
+    m_changed.notify_all();
+    return true;
+}
+
 void CommandThread::stopAfterCurrent() {
     {
         const std::lock_guard lock(m_mutex);
         m_stopping = true;
         m_items.clear();
+        m_behind.clear();
     }
     m_changed.notify_all();
 }
@@ -57,6 +69,7 @@ void CommandThread::stopWhenDone() {
     {
         const std::lock_guard lock(m_mutex);
         m_stopping = true;
+        m_behind.clear();
     }
     m_changed.notify_all();
 }
@@ -77,11 +90,12 @@ void CommandThread::run() {
         Item item;
         {
             std::unique_lock lock(m_mutex);
-            m_changed.wait(lock, [this] { return m_stopping || !m_items.empty(); });
-            if (m_items.empty())
+            m_changed.wait(lock, [this] { return m_stopping || !m_items.empty() || !m_behind.empty(); });
+            std::deque<Item>& next = m_items.empty() ? m_behind : m_items;
+            if (next.empty())
                 break;
-            item = std::move(m_items.front());
-            m_items.pop_front();
+            item = std::move(next.front());
+            next.pop_front();
         }
         m_changed.notify_all();
         perform(item);

@@ -41,6 +41,10 @@ public:
     /// The same for a reader of many lines: waits for room. False when the thread is stopping.
     bool postWaiting(const std::string& what, Task task);
 
+    /// For what nobody asked for: runs when nothing else waits, and is dropped when the thread stops. Any
+    /// thread; returns at once. False when the thread is stopping.
+    bool postBehind(const std::string& what, Task task);
+
     /// Goes to the last task after the current one; what waits is dropped. Any thread.
     void stopAfterCurrent();
     /// Goes to the last task when everything posted so far has run. Any thread.
@@ -66,6 +70,7 @@ private:
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<Item> m_items;
+    std::deque<Item> m_behind;
     Activity m_activity;
     bool m_stopping = false;
     Task m_onActivity;

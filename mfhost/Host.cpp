@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <iostream>
@@ -49,11 +50,19 @@ Host::Host(Options options, StopSignals& signals)
     : m_options(std::move(options)),
       m_signals(signals),
       m_roster(m_store),
-      m_supervisor(m_roster, {.stopTimeout = m_options.stopTimeout},
+      m_supervisor(m_roster,
+                   {.stopTimeout = m_options.stopTimeout,
+                    .hangTimeout = m_options.hangTimeout,
+                    .restart = {.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}},
                    {.activity = [this] { return m_commands.activity(); },
                     .queues = [] { return sal::MessageQueue::statuses(); },
                     .receiverGone = [](const std::string& name) { sal::MessageQueue::receiverGone(name); },
-                    .exitNow = [this](int exitCode) { exitNow(exitCode); }}),
+                    .exitNow = [this](int exitCode) { exitNow(exitCode); },
+                    .restart =
+                        [this](const std::string& driverID) {
+                            m_commands.postBehind("restart of " + driverID,
+                                                  [this, driverID] { restart(driverID); });
+                        }}),
       m_system(std::set<std::string>(m_options.allowedCommands.begin(), m_options.allowedCommands.end()),
                [this](const std::string& line) {
                    return m_commands.post(line, [this, line] { execute(line, EOrigin::Driver); });
@@ -64,7 +73,9 @@ Host::Host(Options options, StopSignals& signals)
                       .reply = [this]() -> std::ostream& { return *m_pReply; },
                       .quit = [this] { requestShutdown("quit", 0); },
                       .showModules = [this] { m_pManager->showModules(); },
-                      .settle = [this] { settle(); }}) {}
+                      .settle = [this] { settle(); }}) {
+    m_store.setRefresh([this](const std::string& driverID) { m_supervisor.refresh(driverID); });
+}
 
 Host::~Host() = default;
 
@@ -163,6 +174,8 @@ bool Host::startDrivers() {
     m_roster.configure(WorkplaceFile(m_options.config).entries());
     const bool isComplete = m_pConfiguration->startMfDrivers(m_options.config);
     m_pManager->onMfDriversStarted();
+    for (const DriverRoster::Driver& driver : m_roster.drivers())
+        endStart(driver.id);
     if (m_roster.isRunning("PANEL")) {
         if (!isComplete)
             hostLog(sal::LogOutput::eWarning) << "not every driver of " << m_options.config
@@ -243,20 +256,79 @@ void Host::executeChecked(const std::string& line, std::ostream& reply) {
 }
 
 void Host::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {
-    std::string reason = m_options.config.empty() ? "there is no configuration" : configurationRefusal();
-    if (reason.empty())
-        reason = m_guard.reloadRefusal(driverID);
+    const std::string reason = reloadRefusal(driverID);
     if (!reason.empty()) {
         reply << driverID << " is not reloaded, nothing is unloaded: " << reason << std::endl;
         return;
     }
+    m_supervisor.beginReload(driverID);
     m_commands.setDriver(driverID);
     m_processor.execute(line, reply);
     m_commands.setDriver({});
     m_roster.configure(WorkplaceFile(m_options.config).entries());
+    endStart(driverID);
     // The old panel's macro system is gone with it.
     if (driverID == "PANEL")
         m_pManager->onMfDriversStarted();
+}
+
+std::string Host::reloadRefusal(const std::string& driverID) {
+    std::string reason = m_options.config.empty() ? "there is no configuration" : configurationRefusal();
+    if (reason.empty())
+        reason = m_guard.reloadRefusal(driverID);
+    return reason;
+}
+
+void Host::restart(const std::string& driverID) {
+    if (!m_supervisor.beginRestart(driverID))
+        return;
+    std::string reason = configurationRefusal();
+    if (reason.empty()) {
+        const WorkplaceFile file(m_options.config);
+        reason = m_guard.reloadRefusal(driverID);
+        const auto& entries = file.entries();
+        const bool hasEntry = std::any_of(entries.begin(), entries.end(),
+                                          [&](const auto& entry) { return entry.driverID == driverID; });
+        if (!reason.empty() && file.isWhole() && !hasEntry) {
+            m_supervisor.giveUp(driverID, reason);
+            return;
+        }
+    }
+    if (!reason.empty()) {
+        m_supervisor.endStart(driverID, reason);
+        return;
+    }
+    m_commands.setDriver(driverID);
+    m_pConfiguration->reloadMfDriver(driverID);
+    m_commands.setDriver({});
+    m_roster.configure(WorkplaceFile(m_options.config).entries());
+    endStart(driverID);
+    if (m_roster.isRunning(driverID))
+        hostLog(sal::LogOutput::eInfo) << driverID << ": is started again" << std::endl;
+}
+
+void Host::endStart(const std::string& driverID, const std::string& reason) {
+    if (!m_options.startDriverProcesses)
+        return;
+    for (const DriverRoster::Driver& driver : m_roster.drivers()) {
+        if (driver.id == driverID && driver.interfaceType == EInterfaceTypes::Queue && isDescribed(driver))
+            m_supervisor.endStart(driverID, reason);
+    }
+}
+
+bool Host::isDescribed(const DriverRoster::Driver& driver) const {
+    const auto value = [this](const std::string& key) {
+        const auto entry = m_store.find(key);
+        return entry ? entry->value.text() : std::string();
+    };
+    // The module publishes what it found.
+    const int count = std::atoi(value("PANEL.MFDDEF.COUNT").c_str());
+    for (int i = 0; i < count; ++i) {
+        const std::string key = "PANEL.MFDDEF" + std::to_string(i);
+        if (value(key + ".TYPE") == driver.type && value(key + ".VERSION") == driver.version)
+            return true;
+    }
+    return false;
 }
 
 std::vector<std::string> Host::complete(const std::vector<std::string>& before,

@@ -49,6 +49,13 @@ private:
     void execute(const std::string& line, EOrigin origin);
     void executeChecked(const std::string& line, std::ostream& reply);
     void reload(const std::string& line, const std::string& driverID, std::ostream& reply);
+    /// Starts a driver again that ended without being asked to.
+    void restart(const std::string& driverID);
+    /// Tells the supervisor of those that the configuration runs in processes.
+    void endStart(const std::string& driverID, const std::string& reason = {});
+    std::string reloadRefusal(const std::string& driverID);
+    /// Whether a descriptor of the driver's type and version was found.
+    bool isDescribed(const DriverRoster::Driver& driver) const;
     std::vector<std::string> complete(const std::vector<std::string>& before,
                                       const std::string& prefix) const;
 

@@ -32,6 +32,8 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
     bool noStartDrivers = false;
     bool noConsole = false;
     double stopTimeout = 3;
+    double hangTimeout = 10;
+    double restartDelay = 1;
     std::string follow;
     std::vector<std::string> adapters;
 
@@ -77,6 +79,20 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
                    "seconds that one driver may hold up a stop, a reload or a shutdown (default 3)")
         ->type_name("S")
         ->check(CLI::Range(0.1, 3600.0).description(""));
+    app.add_option("--hang-timeout", hangTimeout,
+                   "seconds without taking a message after which a driver process with messages waiting is "
+                   "taken for hung and started again; 0 never (default 10)")
+        ->type_name("S")
+        ->check(CLI::Range(0.0, 86400.0).description(""));
+    app.add_option(
+           "--restart-limit", options.restartLimit,
+           "how often in a row a driver process that ended is started again; 0 never (default without "
+           "end)")
+        ->type_name("N");
+    app.add_option("--restart-delay", restartDelay,
+                   "seconds before the first such start; they double up to 60 (default 1)")
+        ->type_name("S")
+        ->check(CLI::Range(0.1, 60.0).description(""));
     auto* pTrust = app.add_option("--trust", options.trustDirectory, "directory of the trusted public keys")
                        ->type_name("DIR");
     app.add_flag("--require-signature", options.requireSignature,
@@ -110,6 +126,8 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
         options.startDriverProcesses = !noStartDrivers;
         options.console = !noConsole;
         options.stopTimeout = std::chrono::milliseconds(static_cast<long>(stopTimeout * 1000));
+        options.hangTimeout = std::chrono::milliseconds(static_cast<long>(hangTimeout * 1000));
+        options.restartDelay = std::chrono::milliseconds(static_cast<long>(restartDelay * 1000));
 
         for (std::string& directory : options.driverDirectories)
             directory = absolutePath(directory);

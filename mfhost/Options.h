@@ -24,6 +24,9 @@ struct Options {
     bool console = true;
     std::vector<std::string> allowedCommands;
     std::chrono::milliseconds stopTimeout{3000};
+    std::chrono::milliseconds hangTimeout{10000};  ///< 0: nothing is taken for hung
+    std::chrono::milliseconds restartDelay{1000};  ///< before the first of several starts in a row
+    std::optional<unsigned int> restartLimit;      ///< starts in a row; nothing: without end
     bool requireSignature = false;
     std::string trustDirectory;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <ctime>
 #include <utility>
 
@@ -52,7 +53,9 @@ std::string statusText(const DriverRoster::Driver& driver,
         case DriverRoster::EStatus::Running:
             return "running";
         case DriverRoster::EStatus::Ended:
-            return "ended (" + driver.cause + ")";
+            return "ended";
+        case DriverRoster::EStatus::Hung:
+            return "hung";
         default:
             break;
     }
@@ -62,6 +65,36 @@ std::string statusText(const DriverRoster::Driver& driver,
             return queue.receiverAttached ? "running (by hand)" : "waiting for its process";
     }
     return "not loaded";
+}
+
+std::string nextTryText(const DriverRoster::Driver& driver) {
+    if (!driver.nextTry)
+        return "-";
+    const auto left =
+        std::chrono::ceil<std::chrono::seconds>(*driver.nextTry - std::chrono::steady_clock::now());
+    return left.count() <= 0 ? "now" : "in " + std::to_string(left.count()) + " s";
+}
+
+std::string perSecond(double rate) {
+    return std::to_string(std::llround(rate));
+}
+
+/// To and from a driver process.
+std::string trafficText(const DriverRoster::Driver& driver) {
+    return driver.pid > 0 ? perSecond(driver.receivedPerSecond) + "/" + perSecond(driver.sentPerSecond) : "-";
+}
+
+std::string depthText(const DriverRoster::Driver& driver,
+                      const std::vector<sal::MessageQueue::Status>& queues) {
+    std::string in;
+    std::string out;
+    for (const auto& queue : queues) {
+        if (queue.name == driver.id + "_INQ")
+            in = std::to_string(queue.depth);
+        else if (queue.name == driver.id + "_OUTQ")
+            out = std::to_string(queue.depth);
+    }
+    return in.empty() && out.empty() ? "-" : in + "/" + out;
 }
 
 bool hasTime(const DriverRoster::Driver& driver) {
@@ -108,11 +141,14 @@ bool HostCommands::quit(sal::CmdParameters&) {
 
 bool HostCommands::drivers(sal::CmdParameters&) {
     const auto queues = sal::MessageQueue::statuses();
-    Table table({"ID", "type", "version", "mode", "process", "status", "since"});
+    Table table({"ID", "type", "version", "mode", "process", "status", "since", "restarts", "last cause",
+                 "next try", "msg/s in/out", "queued in/out"});
     for (const DriverRoster::Driver& driver : m_context.roster.drivers())
         table.addRow({driver.id, driver.type, driver.version, modeText(driver.interfaceType),
                       driver.pid > 0 ? std::to_string(driver.pid) : "-", statusText(driver, queues),
-                      hasTime(driver) ? timeText(driver.since) : "-"});
+                      hasTime(driver) ? timeText(driver.since) : "-", std::to_string(driver.restarts),
+                      driver.cause.empty() ? "-" : driver.cause, nextTryText(driver), trafficText(driver),
+                      depthText(driver, queues)});
     table.print(m_context.reply());
     return true;
 }

@@ -61,9 +61,16 @@ void StateStore::setStateValueBool(const std::string& stateID, bool value) {
     set(stateID, StateValue(value));
 }
 
+void StateStore::refresh(const std::string& driverID) const {
+    if (m_refresh)
+        m_refresh(driverID);
+}
+
 void StateStore::set(const std::string& key, StateValue value) {
     const auto now = Clock::now();
     Owner owner = ownerOf(key);
+    if (owner.kind == EOwner::Driver)
+        refresh(owner.driverID);
     std::unique_lock lock(m_mutex);
     ++m_arrivals;
     auto position = m_entries.find(key);
@@ -149,6 +156,7 @@ std::size_t StateStore::driverEnded(const std::string& driverID, const std::stri
 }
 
 std::vector<StateStore::Entry> StateStore::entries(const std::string& glob) const {
+    refresh({});
     std::vector<Entry> found;
     const std::lock_guard lock(m_mutex);
     for (const auto& [key, entry] : m_entries) {
@@ -159,6 +167,7 @@ std::vector<StateStore::Entry> StateStore::entries(const std::string& glob) cons
 }
 
 std::optional<StateStore::Entry> StateStore::find(const std::string& key) const {
+    refresh({});
     const std::lock_guard lock(m_mutex);
     const auto position = m_entries.find(key);
     if (position == m_entries.end())

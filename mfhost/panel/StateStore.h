@@ -4,10 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "IPanelState.h"
@@ -77,10 +79,19 @@ public:
         ConsoleMark& operator=(const ConsoleMark&) = delete;
     };
 
+    /// Marks, through driverEnded, what belongs to a driver that has died by now; to any driver for an empty
+    /// ID. Called without the store's lock, on whatever thread sets or reads.
+    using Refresh = std::function<void(const std::string& driverID)>;
+
     /// More values than any workplace has; what a driver run wild sets beyond them is dropped and logged
     /// once.
     static constexpr std::size_t s_maxValues = 65536;
     static constexpr std::size_t s_keptEvents = 200;
+
+    /// Is called before a value is taken from a driver and before values are read, so that nobody takes what
+    /// a dead driver left for live. Set before others use the store.
+    void setRefresh(Refresh refresh) { m_refresh = std::move(refresh); }
+    void refresh(const std::string& driverID) const;
 
     IInterface* queryInterface(unsigned int id) override;
     void setStateValue(const std::string& stateID, const std::string& value) override;
@@ -117,6 +128,7 @@ private:
     static Owner ownerOf(const std::string& key);
     void set(const std::string& key, StateValue value);
 
+    Refresh m_refresh;
     mutable std::mutex m_mutex;
     std::map<std::string, Entry> m_entries;
     std::deque<Event> m_events;

@@ -28,34 +28,81 @@ void DriverRoster::configure(const std::vector<WorkplaceFile::Entry>& entries) {
     std::erase_if(m_drivers, [&](const auto& item) {
         const bool isConfigured = std::any_of(
             entries.begin(), entries.end(), [&](const auto& entry) { return entry.driverID == item.first; });
-        return !isConfigured && item.first != "PANEL" && item.second.status != EStatus::Running;
+        return !isConfigured && item.first != "PANEL" && item.second.status != EStatus::Running &&
+               item.second.status != EStatus::Hung;
     });
 }
 
+/// Held over the calls into the store, here and below: one instance's end and the next one's start would
+/// otherwise mix.
+void DriverRoster::begins(Driver& started, int pid) {
+    // Its end has not been noticed yet, and is nobody's business any more.
+    if (started.status == EStatus::Running)
+        m_store.driverEnded(started.id, "unloaded");
+    started.status = EStatus::Running;
+    started.pid = pid;
+    started.since = std::chrono::system_clock::now();
+    started.nextTry.reset();
+    started.receivedPerSecond = 0;
+    started.sentPerSecond = 0;
+    m_store.driverStarted(started.id);
+}
+
+std::optional<std::size_t> DriverRoster::ends(const std::string& driverID, int pid, EStatus status,
+                                              const std::string& cause) {
+    Driver& ended = driver(driverID);
+    if (ended.pid != pid)
+        return std::nullopt;
+    ended.status = status;
+    ended.cause = cause;
+    ended.since = std::chrono::system_clock::now();
+    ended.receivedPerSecond = 0;
+    ended.sentPerSecond = 0;
+    return m_store.driverEnded(driverID, cause);
+}
+
 void DriverRoster::processStarted(const std::string& driverID, int pid) {
-    {
-        const std::lock_guard lock(m_mutex);
-        Driver& started = driver(driverID);
-        started.interfaceType = EInterfaceTypes::Queue;
-        started.status = EStatus::Running;
-        started.pid = pid;
-        started.cause.clear();
-        started.since = std::chrono::system_clock::now();
-    }
-    m_store.driverStarted(driverID);
+    const std::lock_guard lock(m_mutex);
+    Driver& started = driver(driverID);
+    started.interfaceType = EInterfaceTypes::Queue;
+    begins(started, pid);
 }
 
 std::optional<std::size_t> DriverRoster::processEnded(const std::string& driverID, int pid,
                                                       const std::string& cause) {
-    // Held over the call into the store: a newer process could otherwise start between the two.
     const std::lock_guard lock(m_mutex);
-    Driver& ended = driver(driverID);
-    if (ended.pid != pid)
-        return std::nullopt;
-    ended.status = EStatus::Ended;
-    ended.cause = cause;
-    ended.since = std::chrono::system_clock::now();
-    return m_store.driverEnded(driverID, cause);
+    return ends(driverID, pid, EStatus::Ended, cause);
+}
+
+std::optional<std::size_t> DriverRoster::processHung(const std::string& driverID, int pid,
+                                                     const std::string& cause) {
+    const std::lock_guard lock(m_mutex);
+    return ends(driverID, pid, EStatus::Hung, cause);
+}
+
+void DriverRoster::notStarted(const std::string& driverID, const std::string& cause) {
+    const std::lock_guard lock(m_mutex);
+    Driver& missing = driver(driverID);
+    missing.pid = 0;
+    static_cast<void>(ends(driverID, 0, EStatus::Ended, cause));
+}
+
+void DriverRoster::setNextTry(const std::string& driverID,
+                              std::optional<std::chrono::steady_clock::time_point> nextTry) {
+    const std::lock_guard lock(m_mutex);
+    driver(driverID).nextTry = nextTry;
+}
+
+void DriverRoster::addRestart(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    ++driver(driverID).restarts;
+}
+
+void DriverRoster::setTraffic(const std::string& driverID, double receivedPerSecond, double sentPerSecond) {
+    const std::lock_guard lock(m_mutex);
+    Driver& measured = driver(driverID);
+    measured.receivedPerSecond = receivedPerSecond;
+    measured.sentPerSecond = sentPerSecond;
 }
 
 void DriverRoster::callBegins(const std::string& driverID, const char* operation) {
@@ -63,12 +110,7 @@ void DriverRoster::callBegins(const std::string& driverID, const char* operation
     m_calls.push_back({driverID, operation, std::chrono::steady_clock::now()});
     if (std::string_view(operation) != "setConfiguration")
         return;
-    Driver& started = driver(driverID);
-    started.status = EStatus::Running;
-    started.pid = 0;
-    started.cause.clear();
-    started.since = std::chrono::system_clock::now();
-    m_store.driverStarted(driverID);
+    begins(driver(driverID), 0);
 }
 
 void DriverRoster::callEnded(const std::string& driverID, const char* operation) {
@@ -82,14 +124,11 @@ void DriverRoster::callEnded(const std::string& driverID, const char* operation)
 
 void DriverRoster::driverDeleted(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
-    Driver& ended = driver(driverID);
-    ended.status = EStatus::Ended;
-    ended.cause = "unloaded";
-    ended.since = std::chrono::system_clock::now();
-    m_store.driverEnded(driverID, ended.cause);
+    static_cast<void>(ends(driverID, 0, EStatus::Ended, "unloaded"));
 }
 
 std::vector<DriverRoster::Driver> DriverRoster::drivers() const {
+    m_store.refresh({});
     std::vector<Driver> all;
     const std::lock_guard lock(m_mutex);
     for (const auto& [id, driver] : m_drivers)

@@ -9,16 +9,22 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
+#include <climits>
+#include <cmath>
 #include <cstring>
+#include <ctime>
+#include <sstream>
 #include <utility>
 
 #include "HostLog.h"
+#include "ProcessProbe.h"
 
 namespace {
 
 constexpr const char* s_inQueueSuffix = "_INQ";
+constexpr const char* s_outQueueSuffix = "_OUTQ";
 constexpr std::chrono::milliseconds s_checkInterval{50};
+constexpr std::chrono::milliseconds s_trafficInterval{900};
 
 void sendSignal(int pidFd, int signal) {
     // The process may be gone already; then there is nothing to end.
@@ -45,13 +51,38 @@ std::string seconds(std::chrono::milliseconds duration) {
     return text + " s";
 }
 
+/// Whole seconds, but for a short time.
+std::string roundSeconds(std::chrono::milliseconds duration) {
+    const auto tenths = std::llround(static_cast<double>(duration.count()) / 100);
+    return tenths < 20 ? seconds(std::chrono::milliseconds(tenths * 100))
+                       : std::to_string((tenths + 5) / 10) + " s";
+}
+
+/// Time that goes on while the machine sleeps.
+std::chrono::nanoseconds bootTime() {
+    timespec now{};
+    ::clock_gettime(CLOCK_BOOTTIME, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
+
+/// Often enough to see a hang in time, and each second for the traffic.
+std::chrono::milliseconds sampleInterval(std::chrono::milliseconds hangTimeout) {
+    if (hangTimeout.count() <= 0)
+        return std::chrono::seconds(1);
+    return std::clamp<std::chrono::milliseconds>(hangTimeout / 8, std::chrono::milliseconds(20),
+                                                 std::chrono::seconds(1));
+}
+
 }  // namespace
 
 ProcessSupervisor::ProcessSupervisor(DriverRoster& roster, Settings settings, Environment environment)
     : m_roster(roster),
-      m_settings(settings),
+      m_settings(std::move(settings)),
       m_environment(std::move(environment)),
-      m_wakeFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+      m_wakeFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      m_sampleInterval(sampleInterval(m_settings.hangTimeout)),
+      m_restarts(m_settings.restart),
+      m_hangs(m_settings.hangTimeout) {}
 
 ProcessSupervisor::~ProcessSupervisor() {
     {
@@ -61,8 +92,13 @@ ProcessSupervisor::~ProcessSupervisor() {
     wake();
     if (m_thread.joinable())
         m_thread.join();
-    for (const Watched& process : m_processes)
-        ::close(process.pidFd);
+    for (Watched& process : m_processes)
+        m_endedFds.push_back(process.pidFd);
+    // A dump wakes this object when it is done.
+    m_processes.clear();
+    m_lateDumps.clear();
+    for (const int fd : m_endedFds)
+        ::close(fd);
     ::close(m_wakeFd);
 }
 
@@ -81,7 +117,8 @@ void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
     m_roster.processStarted(driverID, process.pid);
     {
         const std::lock_guard lock(m_mutex);
-        m_processes.push_back({driverID, process.pid, process.pidFd, Clock::now(), std::nullopt, false});
+        m_processes.push_back(
+            {driverID, process.pid, process.pidFd, Clock::now(), std::nullopt, false, {}, nullptr});
     }
     wake();
 }
@@ -104,11 +141,63 @@ void ProcessSupervisor::endProcesses() {
     m_allEnded.wait(lock, [this] { return m_processes.empty(); });
 }
 
+void ProcessSupervisor::refresh(const std::string& driverID) {
+    reap(driverID);
+}
+
+void ProcessSupervisor::beginReload(const std::string& driverID) {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_restarts.reset(driverID);
+        m_endedSince.erase(driverID);
+    }
+    m_roster.setNextTry(driverID, std::nullopt);
+}
+
+bool ProcessSupervisor::beginRestart(const std::string& driverID) {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_shutdownBegan || !m_restarts.begin(driverID))
+            return false;
+        m_endedSince.erase(driverID);
+    }
+    m_roster.setNextTry(driverID, std::nullopt);
+    m_roster.addRestart(driverID);
+    return true;
+}
+
+void ProcessSupervisor::endStart(const std::string& driverID, const std::string& reason) {
+    reap(driverID);
+    {
+        const std::lock_guard lock(m_mutex);
+        const bool isAlive = std::any_of(m_processes.begin(), m_processes.end(), [&](const Watched& process) {
+            return process.driverID == driverID && !process.terminated;
+        });
+        // For one that came up and has ended since, all is said.
+        if (isAlive || m_shutdownBegan || m_endedSince.contains(driverID))
+            return;
+    }
+    const std::string cause = reason.empty() ? "never started" : reason;
+    m_roster.notStarted(driverID, cause);
+    const std::string plan = planRestart(driverID, {});
+    hostLog(sal::LogOutput::eError) << driverID << ": no process runs: " << cause << plan << std::endl;
+}
+
+void ProcessSupervisor::giveUp(const std::string& driverID, const std::string& reason) {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_restarts.giveUp(driverID);
+    }
+    m_roster.setNextTry(driverID, std::nullopt);
+    hostLog(sal::LogOutput::eError) << driverID << ": is not started again: " << reason << std::endl;
+}
+
 bool ProcessSupervisor::isBusy() {
     {
         const std::lock_guard lock(m_mutex);
-        const bool isEnding = std::any_of(m_processes.begin(), m_processes.end(),
-                                          [](const Watched& process) { return process.terminated; });
+        const bool isEnding = std::any_of(m_processes.begin(), m_processes.end(), [](const Watched& process) {
+            return process.terminated && !process.isKilled;
+        });
         if (m_shutdownBegan || isEnding)
             return true;
     }
@@ -123,61 +212,121 @@ void ProcessSupervisor::run() {
             const std::lock_guard lock(m_mutex);
             if (m_stopping)
                 return;
+            for (const int fd : m_endedFds)
+                ::close(fd);
+            m_endedFds.clear();
             for (const Watched& process : m_processes)
                 watched.push_back({process.pidFd, POLLIN, 0});
         }
-        const int timeout = isBusy() ? static_cast<int>(s_checkInterval.count()) : -1;
-        if (::poll(watched.data(), watched.size(), timeout) > 0 && watched.front().revents) {
+        if (::poll(watched.data(), watched.size(), pollTimeout()) > 0 && watched.front().revents) {
             std::uint64_t count = 0;
             static_cast<void>(!::read(m_wakeFd, &count, sizeof count));
         }
-        reap();
+        reap({});
         check();
     }
 }
 
-void ProcessSupervisor::reap() {
-    std::vector<std::pair<Watched, siginfo_t>> endedNow;
+/// Until something is to be looked at that nothing wakes the thread for.
+int ProcessSupervisor::pollTimeout() {
+    if (isBusy())
+        return static_cast<int>(s_checkInterval.count());
+    std::optional<Clock::time_point> next;
+    {
+        const std::lock_guard lock(m_mutex);
+        next = m_restarts.nextDue();
+        if (!m_processes.empty())
+            next = next ? std::min(*next, m_nextSample) : m_nextSample;
+    }
+    if (!next)
+        return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*next - Clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
+}
+
+void ProcessSupervisor::reap(const std::string& driverID) {
+    const std::lock_guard reapLock(m_reapMutex);
+    std::list<Watched> endedNow;
+    std::list<siginfo_t> infos;
     {
         const std::lock_guard lock(m_mutex);
         for (auto process = m_processes.begin(); process != m_processes.end();) {
-            siginfo_t info{};
-            const int result = ::waitid(P_PIDFD, static_cast<id_t>(process->pidFd), &info, WEXITED | WNOHANG);
-            if (result == 0 && info.si_pid == 0) {
-                ++process;
+            const auto current = process++;
+            if (!driverID.empty() && current->driverID != driverID)
                 continue;
-            }
-            endedNow.emplace_back(*process, info);
-            ::close(process->pidFd);
-            process = m_processes.erase(process);
+            siginfo_t info{};
+            const int result = ::waitid(P_PIDFD, static_cast<id_t>(current->pidFd), &info, WEXITED | WNOHANG);
+            if (result == 0 && info.si_pid == 0)
+                continue;
+            m_endedFds.push_back(current->pidFd);
+            // Not waited for here, where any thread may be.
+            if (current->pStacks)
+                m_lateDumps.push_back(std::move(current->pStacks));
+            infos.push_back(info);
+            endedNow.splice(endedNow.end(), m_processes, current);
         }
     }
-    for (const auto& [process, info] : endedNow)
-        ended(process, causeOf(info), info.si_code == CLD_EXITED && info.si_status == 0);
+    if (endedNow.empty())
+        return;
+    auto info = infos.begin();
+    for (const Watched& process : endedNow) {
+        ended(process, causeOf(*info), info->si_code == CLD_EXITED && info->si_status == 0);
+        ++info;
+    }
     const std::lock_guard lock(m_mutex);
     if (m_processes.empty())
         m_allEnded.notify_all();
+    wake();
 }
 
-void ProcessSupervisor::ended(const Watched& process, const std::string& cause, bool isOrderly) {
+void ProcessSupervisor::ended(const Watched& process, const std::string& exit, bool isOrderly) {
+    const std::string cause = process.hang.empty() ? exit : process.hang + ", " + exit;
     const auto staleValues = m_roster.processEnded(process.driverID, process.pid, cause);
     if (staleValues)
         m_environment.receiverGone(process.driverID + s_inQueueSuffix);
 
     const CommandThread::Activity activity = m_environment.activity();
     bool isShutdown = false;
-    bool isExpected = activity.busy && activity.driverID == process.driverID;
     {
         const std::lock_guard lock(m_mutex);
         isShutdown = m_shutdownBegan.has_value();
     }
-    isExpected = process.terminated || ((isExpected || isShutdown) && isOrderly);
+    // The process that a reload itself has started was not asked to end.
+    const bool isReloaded =
+        activity.busy && activity.driverID == process.driverID && process.started < activity.since;
+    const bool isExpected = process.terminated || ((isReloaded || isShutdown) && isOrderly);
+    std::string plan;
+    if (staleValues && !isShutdown && !isReloaded) {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_endedSince.insert(process.driverID);
+        }
+        plan = planRestart(process.driverID, Clock::now() - process.started);
+    }
     auto& line = hostLog(isExpected ? sal::LogOutput::eInfo : sal::LogOutput::eError);
     line << process.driverID << ": process " << process.pid << " ended" << (isExpected ? "" : " unexpectedly")
          << ": " << cause;
     if (!isShutdown && staleValues && *staleValues > 0)
         line << "; " << *staleValues << (*staleValues == 1 ? " value is" : " values are") << " stale";
-    line << std::endl;
+    line << plan << std::endl;
+}
+
+/// What comes next, for the end of a line; empty where nothing is ever started again.
+std::string ProcessSupervisor::planRestart(const std::string& driverID, Clock::duration ran) {
+    if (!m_environment.restart)
+        return {};
+    const auto now = Clock::now();
+    std::optional<RestartPlan::Duration> delay;
+    {
+        const std::lock_guard lock(m_mutex);
+        delay = m_restarts.ended(driverID, std::chrono::duration_cast<std::chrono::milliseconds>(ran), now);
+    }
+    m_roster.setNextTry(driverID, delay ? std::optional(now + *delay) : std::nullopt);
+    wake();
+    if (delay)
+        return "; it is started again in " + roundSeconds(*delay);
+    return "; it is not started again: " + std::to_string(*m_settings.restart.limit) +
+           (*m_settings.restart.limit == 1 ? " restart" : " restarts") + " in a row are the limit";
 }
 
 void ProcessSupervisor::check() {
@@ -188,6 +337,12 @@ void ProcessSupervisor::check() {
         checkCall(now);
     }
     checkShutdown(activity, now);
+    checkStacks();
+    checkRestarts(now);
+    if (now >= m_nextSample) {
+        sample(now);
+        m_nextSample = now + m_sampleInterval;
+    }
 
     const std::lock_guard lock(m_mutex);
     for (Watched& process : m_processes) {
@@ -273,6 +428,124 @@ void ProcessSupervisor::checkShutdown(const CommandThread::Activity& activity, C
                                     << seconds(m_settings.shutdownLimit) << "; the host ends without it"
                                     << std::endl;
     m_environment.exitNow(exitCode);
+}
+
+void ProcessSupervisor::checkRestarts(Clock::time_point now) {
+    std::vector<std::string> due;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (!m_shutdownBegan)
+            due = m_restarts.takeDue(now);
+    }
+    for (const std::string& driverID : due)
+        m_environment.restart(driverID);
+}
+
+void ProcessSupervisor::sample(Clock::time_point now) {
+    Queues queues;
+    for (auto& queue : m_environment.queues()) {
+        std::string name = queue.name;
+        queues.emplace(std::move(name), std::move(queue));
+    }
+    if (now - m_trafficMeasured >= s_trafficInterval)
+        measureTraffic(queues, now);
+    for (const HangDetector::Verdict& verdict : m_hangs.judge(samples(queues), bootTime()))
+        hangs(verdict);
+}
+
+void ProcessSupervisor::measureTraffic(const Queues& queues, Clock::time_point now) {
+    const double time = std::chrono::duration<double>(now - m_trafficMeasured).count();
+    m_trafficMeasured = now;
+    std::vector<std::string> driverIDs;
+    {
+        const std::lock_guard lock(m_mutex);
+        for (const Watched& process : m_processes)
+            driverIDs.push_back(process.driverID);
+    }
+    const auto messages = [&](const std::string& name) {
+        const auto queue = queues.find(name);
+        return queue == queues.end() ? 0 : queue->second.messages;
+    };
+    std::map<std::string, Traffic> traffic;
+    for (const std::string& driverID : driverIDs) {
+        const Traffic current{messages(driverID + s_inQueueSuffix), messages(driverID + s_outQueueSuffix)};
+        traffic[driverID] = current;
+        const auto before = m_traffic.find(driverID);
+        // Counters that went back belong to new queues.
+        if (before == m_traffic.end() || current.received < before->second.received ||
+            current.sent < before->second.sent)
+            continue;
+        m_roster.setTraffic(driverID, static_cast<double>(current.received - before->second.received) / time,
+                            static_cast<double>(current.sent - before->second.sent) / time);
+    }
+    m_traffic = std::move(traffic);
+}
+
+std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queues) {
+    std::vector<HangDetector::Sample> samples;
+    const std::lock_guard lock(m_mutex);
+    if (m_settings.hangTimeout.count() <= 0 || m_shutdownBegan)
+        return samples;
+    for (const Watched& process : m_processes) {
+        const auto input = queues.find(process.driverID + s_inQueueSuffix);
+        if (process.terminated || !process.hang.empty() || input == queues.end() || input->second.depth == 0)
+            continue;
+        const auto reading = ProcessProbe::read(process.pid);
+        if (!reading)
+            continue;
+        const auto output = queues.find(process.driverID + s_outQueueSuffix);
+        samples.push_back(
+            {.driverID = process.driverID,
+             .pid = process.pid,
+             .standing = input->second.depth,
+             .received = input->second.received,
+             .cpuTicks = reading->cpuTicks,
+             .isRunnable = reading->isRunnable,
+             .isTraced = reading->isTraced,
+             .waitsForHost = output != queues.end() && output->second.depth >= output->second.capacity,
+             .holdsUpSender =
+                 input->second.waitingForMs >= static_cast<unsigned int>(m_settings.hangTimeout.count())});
+    }
+    return samples;
+}
+
+void ProcessSupervisor::hangs(const HangDetector::Verdict& verdict) {
+    const auto stillFor = std::chrono::duration_cast<std::chrono::milliseconds>(verdict.stillFor);
+    const std::string cause = "hung for " + roundSeconds(stillFor);
+    // A newer process of the driver may run by now.
+    if (!m_roster.processHung(verdict.driverID, verdict.pid, cause))
+        return;
+    const std::lock_guard lock(m_mutex);
+    for (Watched& process : m_processes) {
+        if (process.pid != verdict.pid)
+            continue;
+        process.hang = cause;
+        hostLog(sal::LogOutput::eError)
+            << process.driverID << ": process " << process.pid << " hangs: it has taken none of "
+            << verdict.standing << (verdict.standing == 1 ? " message" : " messages") << " for "
+            << roundSeconds(stillFor) << (verdict.usedCpu ? ", though it computes" : " and does not compute")
+            << "; it is ended" << std::endl;
+        process.pStacks =
+            std::make_unique<StackDump>(process.pid, m_settings.stacksLimit, [this] { wake(); });
+    }
+}
+
+/// A process that hangs is ended when it is known where it hangs.
+void ProcessSupervisor::checkStacks() {
+    const std::lock_guard lock(m_mutex);
+    std::erase_if(m_lateDumps, [](const auto& pDump) { return pDump->isDone(); });
+    for (Watched& process : m_processes) {
+        if (!process.pStacks || !process.pStacks->isDone())
+            continue;
+        std::istringstream lines(process.pStacks->text());
+        for (std::string line; std::getline(lines, line);)
+            hostLog(sal::LogOutput::eError) << "    " << line << std::endl;
+        process.pStacks.reset();
+        if (process.terminated)
+            continue;
+        process.terminated = Clock::now();
+        sendSignal(process.pidFd, SIGTERM);
+    }
 }
 
 void ProcessSupervisor::terminate(Watched& process, const std::string& reason) {

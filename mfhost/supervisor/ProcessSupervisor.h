@@ -2,23 +2,30 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <list>
+#include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "CommandThread.h"
+#include "DriverRestarts.h"
 #include "DriverRoster.h"
+#include "HangDetector.h"
+#include "StackDump.h"
 #include "sal/MessageQueue.h"
 #include "sal/Process.h"
 
 /// Watches the driver processes on a thread of its own, which never calls the module and never waits for the
-/// command thread. Learns of every exit with its cause, ends the process of a driver that holds up the
-/// command thread longer than the stop time-out, and enforces the end of a shutdown. Owned by Host; told of
-/// processes on the thread that makes them.
+/// command thread. Learns of every exit with its cause and asks for the next start, ends the process of a
+/// driver that hangs or holds up the command thread longer than the stop time-out, and enforces the end of a
+/// shutdown. Owned by Host; told of processes on the thread that makes them.
 class ProcessSupervisor : public sal::Process::Observer {
 public:
     using Clock = std::chrono::steady_clock;
@@ -26,7 +33,10 @@ public:
     struct Settings {
         std::chrono::milliseconds stopTimeout{3000};
         std::chrono::milliseconds shutdownLimit{5000};
-        std::chrono::milliseconds killDelay{500};  ///< between SIGTERM and SIGKILL
+        std::chrono::milliseconds killDelay{500};      ///< between SIGTERM and SIGKILL
+        std::chrono::milliseconds hangTimeout{10000};  ///< 0: nothing is taken for hung
+        std::chrono::milliseconds stacksLimit{2000};   ///< for reading the stacks of a process that hangs
+        RestartPlan::Settings restart = {};
     };
 
     /// What the supervisor asks of its surroundings, each on its own thread.
@@ -35,6 +45,8 @@ public:
         std::function<std::vector<sal::MessageQueue::Status>()> queues;
         std::function<void(const std::string& queueName)> receiverGone;
         std::function<void(int exitCode)> exitNow;
+        /// Has the driver started again on the command thread, between beginRestart and endStart.
+        std::function<void(const std::string& driverID)> restart;
     };
 
     ProcessSupervisor(DriverRoster& roster, Settings settings, Environment environment);
@@ -47,6 +59,20 @@ public:
     void wake();
 
     void processStarted(const sal::Process::Started& process) override;
+
+    /// Learns of ends that have come by now, of that driver or for an empty ID of all: when it returns, their
+    /// values are marked. Any thread but those that hold the roster or the store.
+    void refresh(const std::string& driverID);
+
+    /// Somebody reloads the driver: what was planned for it is off. Command thread, as the next three.
+    void beginReload(const std::string& driverID);
+    /// A start that was asked for begins. False when a reload has overtaken it.
+    bool beginRestart(const std::string& driverID);
+    /// The start or reload of a driver that is to run in a process is over; with the reason when it was not
+    /// even tried. What counts is whether a process lives: without one the next try is planned.
+    void endStart(const std::string& driverID, const std::string& reason = {});
+    /// The driver is not tried again, for this reason.
+    void giveUp(const std::string& driverID, const std::string& reason);
 
     /// The shutdown begins: its end is enforced from now on, with this exit code. The first call counts. Any
     /// thread.
@@ -64,16 +90,32 @@ private:
         Clock::time_point started;
         std::optional<Clock::time_point> terminated;
         bool isKilled = false;
+        std::string hang;  ///< how it hangs; empty while it does not
+        std::unique_ptr<StackDump> pStacks;
     };
+    /// What a driver's queues had carried at one moment.
+    struct Traffic {
+        std::uint64_t received = 0;
+        std::uint64_t sent = 0;
+    };
+    using Queues = std::map<std::string, sal::MessageQueue::Status>;
 
     void run();
-    void reap();
+    int pollTimeout();
+    void reap(const std::string& driverID);
     void ended(const Watched& process, const std::string& cause, bool isOrderly);
+    std::string planRestart(const std::string& driverID, Clock::duration ran);
     bool isBusy();
     void check();
     void checkCommand(const CommandThread::Activity& activity, Clock::time_point now);
     void checkCall(Clock::time_point now);
     void checkShutdown(const CommandThread::Activity& activity, Clock::time_point now);
+    void checkRestarts(Clock::time_point now);
+    void sample(Clock::time_point now);
+    void measureTraffic(const Queues& queues, Clock::time_point now);
+    std::vector<HangDetector::Sample> samples(const Queues& queues);
+    void hangs(const HangDetector::Verdict& verdict);
+    void checkStacks();
     void terminate(Watched& process, const std::string& reason);
     std::string whoHoldsUp(const CommandThread::Activity& activity) const;
 
@@ -81,6 +123,10 @@ private:
     const Settings m_settings;
     const Environment m_environment;
     const int m_wakeFd;
+    const std::chrono::milliseconds m_sampleInterval;
+
+    /// Whoever learns of an end tells all of it before another thread may look.
+    std::mutex m_reapMutex;
 
     mutable std::mutex m_mutex;
     std::condition_variable m_allEnded;
@@ -89,6 +135,20 @@ private:
     std::optional<Clock::time_point> m_endProcessesBegan;
     int m_exitCode = 0;
     bool m_stopping = false;
+    DriverRestarts m_restarts;
+    /// Drivers whose process has ended by itself since their last start began.
+    std::set<std::string> m_endedSince;
+    /// Of processes that have ended; closed by the thread that may be polling them.
+    std::vector<int> m_endedFds;
+
+    /// Of processes that have ended meanwhile.
+    std::vector<std::unique_ptr<StackDump>> m_lateDumps;
+
+    // The supervisor's thread's own.
+    HangDetector m_hangs;
+    Clock::time_point m_nextSample;
+    Clock::time_point m_trafficMeasured;
+    std::map<std::string, Traffic> m_traffic;
 
     /// What was said already: once for each call, queue wait and driver.
     std::optional<Clock::time_point> m_reportedCall;

@@ -132,3 +132,26 @@ TEST_F(CommandThreadTest, SaysWhenItBeginsAndEnds) {
     finish();
     EXPECT_EQ(4, m_activityChanges);
 }
+
+TEST_F(CommandThreadTest, RunsWhatNobodyAskedForBehindAllElse) {
+    std::promise<void> done;
+    m_sut.postBehind("restart", [&] {
+        add("restart");
+        done.set_value();
+    });
+    m_sut.post("1", [this] { add("1"); });
+    m_sut.post("2", [this] { add("2"); });
+    start();
+    done.get_future().wait();
+    m_sut.stopWhenDone();
+    EXPECT_EQ((Lines{"1", "2", "restart", "last"}), finish());
+}
+
+TEST_F(CommandThreadTest, DropsWhatNobodyAskedForAtTheEnd) {
+    EXPECT_TRUE(m_sut.postBehind("restart", [this] { add("restart"); }));
+    m_sut.post("1", [this] { add("1"); });
+    m_sut.stopWhenDone();
+    EXPECT_FALSE(m_sut.postBehind("restart", [this] { add("restart"); }));
+    start();
+    EXPECT_EQ((Lines{"1", "last"}), finish());
+}

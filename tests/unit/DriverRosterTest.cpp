@@ -113,3 +113,55 @@ TEST_F(DriverRosterTest, DriverThatLeftTheConfigurationIsForgottenUnlessItRuns) 
     EXPECT_EQ("B", m_sut.drivers()[0].id);
     EXPECT_EQ("PANEL", m_sut.drivers()[1].id);
 }
+
+TEST_F(DriverRosterTest, ValuesOfAProcessWhoseEndIsNotYetKnownAreNotTheNewOnes) {
+    m_sut.processStarted("A", 42);
+    m_store.setStateValueInt("A.X", 1);
+    m_sut.processStarted("A", 43);
+    EXPECT_TRUE(isStale("A.X"));
+    EXPECT_EQ("unloaded", m_store.find("A.X")->staleCause);
+    m_store.setStateValueInt("A.X", 1);
+    EXPECT_FALSE(isStale("A.X"));
+}
+
+TEST_F(DriverRosterTest, ValuesOfAHungProcessAreStale) {
+    m_sut.processStarted("A", 42);
+    m_store.setStateValueInt("A.X", 1);
+    EXPECT_EQ(1u, m_sut.processHung("A", 42, "hung for 10 s"));
+    EXPECT_EQ(EStatus::Hung, driver("A").status);
+    EXPECT_FALSE(m_sut.isRunning("A"));
+    EXPECT_EQ("hung for 10 s", m_store.find("A.X")->staleCause);
+}
+
+TEST_F(DriverRosterTest, OldProcessThatHangsLeavesTheNewOneAlone) {
+    m_sut.processStarted("A", 43);
+    EXPECT_EQ(std::nullopt, m_sut.processHung("A", 42, "hung for 10 s"));
+    EXPECT_TRUE(m_sut.isRunning("A"));
+}
+
+TEST_F(DriverRosterTest, LastCauseStaysWhenTheDriverRunsAgain) {
+    m_sut.processStarted("A", 42);
+    m_sut.processEnded("A", 42, "exit code 3");
+    m_sut.processStarted("A", 43);
+    EXPECT_EQ("exit code 3", driver("A").cause);
+}
+
+TEST_F(DriverRosterTest, DriverWithoutAProcessHasEndedWithItsCause) {
+    m_sut.notStarted("A", "never started");
+    EXPECT_EQ(EStatus::Ended, driver("A").status);
+    EXPECT_EQ("never started", driver("A").cause);
+    EXPECT_EQ(0, driver("A").pid);
+}
+
+TEST_F(DriverRosterTest, HungDriverThatLeftTheConfigurationIsKept) {
+    m_sut.processStarted("B", 42);
+    m_sut.processHung("B", 42, "hung for 10 s");
+    m_sut.configure({});
+    EXPECT_EQ("B", m_sut.drivers()[0].id);
+}
+
+TEST_F(DriverRosterTest, LooksAfterTheEndedBeforeItLists) {
+    m_sut.processStarted("A", 42);
+    m_store.setRefresh([&](const std::string&) { m_sut.processEnded("A", 42, "exit code 3"); });
+    EXPECT_EQ(EStatus::Ended, driver("A").status);
+}

@@ -2,16 +2,28 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <sstream>
 
 #include "LogCapture.h"
 #include "sal/CmdProcessor.h"
+#include "sal/MessageQueue.h"
 
 namespace {
 
 class HostCommandsTest : public testing::Test {
 protected:
-    HostCommandsTest() { m_sut.registerCommands(); }
+    HostCommandsTest() {
+        std::string directory = (std::filesystem::temp_directory_path() / "hostcommands-XXXXXX").string();
+        m_queueDirectory = ::mkdtemp(directory.data());
+        ::setenv("MFD_QUEUE_DIR", m_queueDirectory.c_str(), 1);
+        m_sut.registerCommands();
+    }
+    ~HostCommandsTest() override {
+        ::unsetenv("MFD_QUEUE_DIR");
+        std::filesystem::remove_all(m_queueDirectory);
+    }
 
     std::string reply(const std::string& line) {
         m_reply.str("");
@@ -19,6 +31,7 @@ protected:
         return m_reply.str();
     }
 
+    std::filesystem::path m_queueDirectory;
     LogCapture m_log;
     sal::CmdProcessor m_processor;
     StateStore m_store;
@@ -61,13 +74,47 @@ TEST_F(HostCommandsTest, DriversShowsHowEachIs) {
     m_roster.processEnded("AXIS1", 42, "exit code 3");
     m_roster.processStarted("AXIS2", 43);
     const std::string text = reply("drivers");
-    EXPECT_EQ(0u, text.find("ID     type   version  mode    process  status               since\n")) << text;
-    EXPECT_NE(std::string::npos,
-              text.find("AXIS1                  queue   42       ended (exit code 3)  20"));
-    EXPECT_NE(std::string::npos,
-              text.find("AXIS2                  queue   43       running              20"));
-    EXPECT_NE(std::string::npos,
-              text.find("PANEL  Panel  1.0      direct  -        not loaded           -\n"));
+    EXPECT_EQ(0u,
+              text.find("ID     type   version  mode    process  status      since                restarts  "
+                        "last cause   next try  msg/s in/out  queued in/out\n"))
+        << text;
+    EXPECT_NE(std::string::npos, text.find("AXIS1                  queue   42       ended       20")) << text;
+    EXPECT_NE(std::string::npos, text.find("  0         exit code 3  -         0/0           -\n")) << text;
+    EXPECT_NE(std::string::npos, text.find("AXIS2                  queue   43       running     20")) << text;
+    EXPECT_NE(
+        std::string::npos,
+        text.find("PANEL  Panel  1.0      direct  -        not loaded  -                    0         -  "
+                  "          -         -             -\n"))
+        << text;
+}
+
+TEST_F(HostCommandsTest, DriversShowsRestartsAndTheNextTry) {
+    m_roster.processStarted("AXIS1", 42);
+    m_roster.processEnded("AXIS1", 42, "exit code 3");
+    m_roster.addRestart("AXIS1");
+    m_roster.setNextTry("AXIS1", std::chrono::steady_clock::now() + std::chrono::seconds(3600));
+    m_roster.processStarted("AXIS2", 43);
+    m_roster.processHung("AXIS2", 43, "hung for 10 s");
+    m_roster.setNextTry("AXIS2", std::chrono::steady_clock::now());
+    const std::string text = reply("drivers");
+    EXPECT_NE(std::string::npos, text.find("  1         exit code 3    in 3600 s  0/0 ")) << text;
+    EXPECT_NE(std::string::npos, text.find("43       hung        20")) << text;
+    EXPECT_NE(std::string::npos, text.find("  0         hung for 10 s  now        0/0 ")) << text;
+}
+
+TEST_F(HostCommandsTest, DriversShowsTrafficAndWhatIsQueued) {
+    m_roster.processStarted("TRAFFIC", 42);
+    m_roster.setTraffic("TRAFFIC", 12.4, 340.6);
+    sal::MessageQueue in;
+    sal::MessageQueue out;
+    ASSERT_TRUE(in.create("TRAFFIC_INQ", 10, 100, 0));
+    ASSERT_TRUE(out.create("TRAFFIC_OUTQ", 10, 100, 0));
+    const unsigned char byte = 1;
+    ASSERT_TRUE(in.send(&byte, 1, 0));
+    ASSERT_TRUE(in.send(&byte, 1, 0));
+    ASSERT_TRUE(out.send(&byte, 1, 0));
+    const std::string text = reply("drivers");
+    EXPECT_NE(std::string::npos, text.find("  12/341        2/1\n")) << text;
 }
 
 TEST_F(HostCommandsTest, StateShowsTypeValueOwnerAndWhetherItHolds) {

@@ -169,7 +169,7 @@ TEST_F(HostTest, DriverThatTakesNoMessagesIsEndedWhenItHoldsUpTheConsole) {
     host.type("drivers");
     EXPECT_EQ(0, end());
     EXPECT_THAT(host.log(), HasSubstr("has not taken a message for 1 s and holds up \"sendFID H.GO\""));
-    EXPECT_THAT(host.output(), HasSubstr("ended (signal"));
+    EXPECT_THAT(host.output(), HasSubstr("  ended    20"));
 }
 
 TEST_F(HostTest, DriverOfTheHostsProcessThatDoesNotStopCannotKeepTheHost) {
@@ -211,12 +211,128 @@ TEST_F(HostTest, SignalDuringTheStartShutsDown) {
 
 TEST_F(HostTest, ProcessThatEndsByItselfIsShownWithItsCause) {
     addDriver("X", "ExitsAtOnce", "queue");
-    HostProcess& host = startAndWait();
-    ASSERT_TRUE(host.waitForLog(" ended unexpectedly: exit code 7\n")) << host.log();
+    HostProcess& host = startAndWait({"--restart-limit", "0"});
+    ASSERT_TRUE(host.waitForLog(
+        " ended unexpectedly: exit code 7; it is not started again: 0 restarts in a row are the limit\n"))
+        << host.log();
     host.type("drivers");
     EXPECT_EQ(0, end());
-    EXPECT_THAT(host.output(), HasSubstr("ended (exit code 7)"));
+    EXPECT_THAT(host.output(), HasSubstr("  exit code 7"));
     EXPECT_EQ(1, countInLog("X: process"));
+}
+
+TEST_F(HostTest, DriverThatWasKilledIsStartedAgain) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--restart-delay", "0.1"});
+    ASSERT_NE(0, host.driverProcess("E"));
+    ::kill(host.driverProcess("E"), SIGKILL);
+    ASSERT_TRUE(host.waitForLog("HOST: E: is started again\n")) << host.log();
+    EXPECT_THAT(host.log(),
+                HasSubstr(" ended unexpectedly: signal 9 (Killed); it is started again in 0.1 s\n"));
+    host.type("sendFID E.INT name=N value=7");
+    host.type("state E.*");
+    host.type("drivers");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("E.N  int   7      E       0 s  yes\n"));
+    EXPECT_THAT(host.output(), HasSubstr("  1         signal 9 (Killed)  -  "));
+}
+
+TEST_F(HostTest, DriverThatKeepsEndingIsTriedUpToTheLimit) {
+    addDriver("X", "ExitsAtOnce", "queue");
+    HostProcess& host = startAndWait({"--restart-delay", "0.1", "--restart-limit", "2"});
+    ASSERT_TRUE(host.waitForLog("it is not started again: 2 restarts in a row are the limit\n"))
+        << host.log();
+    EXPECT_EQ(0, end());
+    EXPECT_EQ(3, countInLog("X: process"));
+}
+
+TEST_F(HostTest, DriverThatLeftTheConfigurationIsNotTriedAgain) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--restart-delay", "0.1"});
+    m_workplace.configure("");
+    ::kill(host.driverProcess("E"), SIGKILL);
+    ASSERT_TRUE(host.waitForLog("HOST: E: is not started again: " + m_workplace.configuration().string() +
+                                " has no driver \"E\"\n"))
+        << host.log();
+    EXPECT_EQ(0, end());
+    EXPECT_EQ(1, countInLog("is not started again"));
+}
+
+TEST_F(HostTest, ReloadByHandComesBeforeAPlannedStart) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--restart-delay", "5"});
+    ::kill(host.driverProcess("E"), SIGKILL);
+    ASSERT_TRUE(host.waitForLog("it is started again in 5 s\n")) << host.log();
+    host.type("reloadDriver E");
+    host.type("drivers");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("  0         signal 9 (Killed)  -  "));
+    EXPECT_THAT(host.log(), Not(HasSubstr("is started again\n")));
+}
+
+TEST_F(HostTest, DriverThatHangsIsEndedAndStartedAgain) {
+    addDriver("H", "HangsInSendFID", "queue");
+    HostProcess& host = startAndWait({"--hang-timeout", "0.5", "--restart-delay", "0.1"});
+    host.type("sendFID H.GO");
+    host.type("sendFID H.GO");
+    ASSERT_TRUE(host.waitForLog(" hangs: it has taken none of 1 message for 0.")) << host.log();
+    ASSERT_TRUE(host.waitForLog("HOST: H: is started again\n")) << host.log();
+    host.type("drivers");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("  hung for 0."));
+}
+
+TEST_F(HostTest, WithoutAHangTimeoutNobodyIsTakenForHung) {
+    addDriver("H", "HangsInSendFID", "queue");
+    HostProcess& host = startAndWait({"--hang-timeout", "0", "--stop-timeout", "0.5"});
+    host.type("sendFID H.GO");
+    host.type("sendFID H.GO");
+    EXPECT_EQ(std::nullopt, host.waitForEnd(2));
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.log(), Not(HasSubstr(" hangs: ")));
+}
+
+TEST_F(HostTest, DriversThatWaitForEachOtherForEverAreParted) {
+    addDriver("A", "FloodsWithinSendFID", "queue");
+    addDriver("B", "FloodsWithinSendFID", "queue");
+    HostProcess& host = startAndWait({"--hang-timeout", "1", "--restart-delay", "0.1"});
+    host.type("sendFID A.GO to=B count=20000");
+    host.type("sendFID B.GO to=A count=20000");
+    ASSERT_TRUE(host.waitForLog(" hangs: ")) << host.log();
+    ASSERT_TRUE(host.waitForLog("is started again\n")) << host.log();
+    EXPECT_EQ(1, countInLog(" hangs: "));
+    host.type("sendFID A.PING");
+    host.type("sendFID B.PING");
+    host.type("state *.PONG");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("A.PONG  int   1"));
+    EXPECT_THAT(host.output(), HasSubstr("B.PONG  int   1"));
+}
+
+TEST_F(HostTest, NoReaderSeesAValueOfADeadDriverAsLive) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--restart-delay", "0.1", "--follow=E.*"});
+    for (int round = 1; round <= 3; ++round) {
+        const std::string number = std::to_string(round);
+        host.type("sendFID E.INT name=N value=" + number);
+        host.type("state E.N");
+        ASSERT_TRUE(host.waitForOutput("E.N  int   " + number + "      E       0 s  yes\n")) << host.output();
+        const pid_t pid = host.driverProcess("E");
+        ASSERT_NE(0, pid);
+        ::kill(pid, SIGKILL);
+        ASSERT_TRUE(endsWithin(pid, 5000));
+        host.type("state E.N");
+        ASSERT_TRUE(host.waitForOutputAfter("  yes\n", "E.N  int   " + number + "      E       "))
+            << host.output();
+        const std::string output = host.output();
+        const auto at = output.rfind("E.N  int   " + number);
+        EXPECT_THAT(output.substr(at), HasSubstr("  stale for 0 s (signal 9 (Killed))"));
+        ASSERT_TRUE(host.waitForOutput("E: 1 value stale: signal 9 (Killed)\n")) << host.output();
+        host.type("sendFID E.BOOL name=UP value=true");
+        while (countInLog("is started again\n") < round)
+            ASSERT_EQ(std::nullopt, host.waitForEnd(0));
+    }
+    EXPECT_EQ(0, end());
 }
 
 TEST_F(HostTest, ValuesOfAKilledDriverAreStaleAndLiveAgainAfterItsReload) {
@@ -227,7 +343,8 @@ TEST_F(HostTest, ValuesOfAKilledDriverAreStaleAndLiveAgainAfterItsReload) {
     host.type("state E.*");
     ASSERT_TRUE(host.waitForOutput("E.N  int   7      E       0 s  yes\n")) << host.output();
     ::kill(host.driverProcess("E"), SIGKILL);
-    ASSERT_TRUE(host.waitForLog("ended unexpectedly: signal 9 (Killed); 1 value is stale\n")) << host.log();
+    ASSERT_TRUE(host.waitForLog("ended unexpectedly: signal 9 (Killed); 1 value is stale; it is started"))
+        << host.log();
     host.type("state E.*");
     ASSERT_TRUE(host.waitForOutput(" s (signal 9 (Killed))\n")) << host.output();
     host.type("reloadDriver E");

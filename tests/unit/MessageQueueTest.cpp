@@ -154,6 +154,17 @@ protected:
 
 // Messages.
 
+TEST_F(MessageQueue, StatusCountsWhatWasTakenOut) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 10, 100, 0));
+    for (int i = 0; i < 3; ++i)
+        sendText(sut, "text");
+    EXPECT_EQ(0u, statusOf("Q").received);
+    receiveText(sut);
+    receiveText(sut);
+    EXPECT_EQ(2u, statusOf("Q").received);
+}
+
 TEST_F(MessageQueue, DeliversWhatWasSent) {
     sal::MessageQueue sut;
     ASSERT_TRUE(sut.create("AXIS1_INQ", 4, 1024, 0));

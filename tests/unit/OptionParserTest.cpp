@@ -128,6 +128,28 @@ TEST_F(OptionParserTest, StopTimeoutTakesFractions) {
     EXPECT_EQ(2, refused({"--stop-timeout", "-1"}));
 }
 
+TEST_F(OptionParserTest, HangTimeoutIsInSecondsAndNoneTurnsItOff) {
+    EXPECT_EQ(std::chrono::seconds(10), options({}).hangTimeout);
+    EXPECT_EQ(std::chrono::milliseconds(2500), options({"--hang-timeout", "2.5"}).hangTimeout);
+    EXPECT_EQ(std::chrono::milliseconds(0), options({"--hang-timeout", "0"}).hangTimeout);
+    EXPECT_EQ(2, refused({"--hang-timeout", "-1"}));
+}
+
+TEST_F(OptionParserTest, RestartsHaveNoLimitUnlessOneIsGiven) {
+    EXPECT_EQ(std::nullopt, options({}).restartLimit);
+    EXPECT_EQ(3u, options({"--restart-limit", "3"}).restartLimit);
+    EXPECT_EQ(0u, options({"--restart-limit", "0"}).restartLimit);
+    EXPECT_EQ(2, refused({"--restart-limit", "-1"}));
+    EXPECT_EQ(2, refused({"--restart-limit", "many"}));
+}
+
+TEST_F(OptionParserTest, RestartDelayIsInSecondsUpToAMinute) {
+    EXPECT_EQ(std::chrono::seconds(1), options({}).restartDelay);
+    EXPECT_EQ(std::chrono::milliseconds(200), options({"--restart-delay", "0.2"}).restartDelay);
+    EXPECT_EQ(2, refused({"--restart-delay", "0"}));
+    EXPECT_EQ(2, refused({"--restart-delay", "61"}));
+}
+
 TEST_F(OptionParserTest, AllowedCommandIsOneWord) {
     EXPECT_EQ((std::vector<std::string>{"quit", "sendFID"}),
               options({"--allow-command", "quit", "--allow-command", "sendFID"}).allowedCommands);

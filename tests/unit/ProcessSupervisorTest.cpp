@@ -2,9 +2,15 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -25,7 +31,7 @@ protected:
     }
     ~ProcessSupervisorTest() override {
         for (const auto& driver : m_roster.drivers()) {
-            if (driver.status == DriverRoster::EStatus::Running && driver.pid > 0)
+            if (driver.status != DriverRoster::EStatus::Ended && driver.pid > 0)
                 ::kill(driver.pid, SIGKILL);
         }
         m_sut.endProcesses();
@@ -53,6 +59,27 @@ protected:
         status.name = name;
         status.waitingForMs = forMs;
         m_queues = {status};
+    }
+    /// Five messages stand in the driver's input queue, and it has taken that many.
+    void setStanding(const std::string& id, std::uint32_t received = 7) {
+        const std::lock_guard lock(m_mutex);
+        sal::MessageQueue::Status status;
+        status.name = id + "_INQ";
+        status.capacity = 256;
+        status.depth = 5;
+        status.received = received;
+        m_queues = {status};
+    }
+    std::vector<std::string> restarts() {
+        const std::lock_guard lock(m_mutex);
+        return m_restarts;
+    }
+    DriverRoster::Driver driver(const std::string& id) {
+        for (const auto& driver : m_roster.drivers()) {
+            if (driver.id == id)
+                return driver;
+        }
+        return {};
     }
     bool waitUntil(const std::function<bool()>& condition) {
         for (int i = 0; i < 2000; ++i) {
@@ -103,12 +130,18 @@ protected:
     CommandThread::Activity m_activity;
     std::vector<sal::MessageQueue::Status> m_queues;
     std::vector<std::string> m_gone;
+    std::vector<std::string> m_restarts;
     std::atomic<int> m_exitCode = -1;
     std::string m_nextID;
     StateStore m_store;
     DriverRoster m_roster{m_store};
     ProcessSupervisor m_sut{m_roster,
-                            {.stopTimeout = 300ms, .shutdownLimit = 1500ms, .killDelay = 200ms},
+                            {.stopTimeout = 300ms,
+                             .shutdownLimit = 1500ms,
+                             .killDelay = 200ms,
+                             .hangTimeout = 400ms,
+                             .stacksLimit = 500ms,
+                             .restart = {.firstDelay = 100ms, .limit = 2, .random = [] { return 0.5; }}},
                             {.activity =
                                  [this] {
                                      const std::lock_guard lock(m_mutex);
@@ -124,7 +157,12 @@ protected:
                                      const std::lock_guard lock(m_mutex);
                                      m_gone.push_back(name);
                                  },
-                             .exitNow = [this](int exitCode) { m_exitCode = exitCode; }}};
+                             .exitNow = [this](int exitCode) { m_exitCode = exitCode; },
+                             .restart =
+                                 [this](const std::string& driverID) {
+                                     const std::lock_guard lock(m_mutex);
+                                     m_restarts.push_back(driverID);
+                                 }}};
     Renaming m_renaming{*this};
 };
 
@@ -149,7 +187,8 @@ TEST_F(ProcessSupervisorTest, LogsAnUnexpectedEndInOneLine) {
     ::kill(pid, SIGKILL);
     ASSERT_TRUE(hasEnded("A"));
     EXPECT_TRUE(hasLogged("A: process " + std::to_string(pid) +
-                          " ended unexpectedly: signal 9 (Killed); 1 value is stale\n"));
+                          " ended unexpectedly: signal 9 (Killed); 1 value is stale; it is started "
+                          "again in 0.1 s\n"));
     EXPECT_EQ(1, loggedLines());
 }
 
@@ -271,4 +310,204 @@ TEST_F(ProcessSupervisorTest, NamesTheCommandThatHoldsUpAShutdown) {
     m_sut.beginShutdown(0);
     ASSERT_TRUE(waitUntil([&] { return m_exitCode == 0; }));
     EXPECT_TRUE(hasLogged("\"start-up\" holds up the shutdown"));
+}
+
+TEST_F(ProcessSupervisorTest, AsksForTheStartOfADriverThatEnded) {
+    start("A", "exit 0");
+    EXPECT_TRUE(waitUntil([&] { return restarts() == std::vector<std::string>{"A"}; }));
+}
+
+TEST_F(ProcessSupervisorTest, TellsOfTheNextTry) {
+    const auto before = std::chrono::steady_clock::now();
+    start("A", "exit 0");
+    ASSERT_TRUE(waitUntil([&] { return driver("A").nextTry.has_value(); }));
+    EXPECT_GE(*driver("A").nextTry, before + 100ms);
+    ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
+    EXPECT_TRUE(m_sut.beginRestart("A"));
+    EXPECT_FALSE(driver("A").nextTry);
+    EXPECT_EQ(1u, driver("A").restarts);
+}
+
+TEST_F(ProcessSupervisorTest, PlansFurtherTriesUntilTheLimit) {
+    start("A", "exit 3");
+    for (int i = 1; i <= 2; ++i) {
+        ASSERT_TRUE(waitUntil([&] { return restarts().size() == static_cast<std::size_t>(i); }));
+        ASSERT_TRUE(m_sut.beginRestart("A"));
+        start("A", "exit 3");
+        m_sut.endStart("A");
+    }
+    EXPECT_TRUE(hasLogged("exit code 3; it is started again in 0.2 s\n"));
+    EXPECT_TRUE(hasLogged("exit code 3; it is not started again: 2 restarts in a row are the limit\n"));
+    EXPECT_FALSE(driver("A").nextTry);
+}
+
+TEST_F(ProcessSupervisorTest, StartsADriverAgainThatNeverCameUp) {
+    m_sut.endStart("A");
+    EXPECT_EQ("never started", causeOf("A"));
+    EXPECT_TRUE(hasLogged("A: no process runs: never started; it is started again in 0.1 s\n"));
+    EXPECT_TRUE(waitUntil([&] { return restarts() == std::vector<std::string>{"A"}; }));
+}
+
+TEST_F(ProcessSupervisorTest, TakesALiveProcessForSuccess) {
+    start("A");
+    m_sut.endStart("A");
+    EXPECT_TRUE(m_roster.isRunning("A"));
+    EXPECT_EQ(0, loggedLines());
+}
+
+TEST_F(ProcessSupervisorTest, PlansOnceForAProcessThatDiesWhileItStarts) {
+    setActivity("reloadDriver A", "A");
+    start("A", "exit 3");
+    ASSERT_TRUE(hasEnded("A"));
+    m_sut.endStart("A");
+    EXPECT_EQ("exit code 3", causeOf("A"));
+    ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
+    std::this_thread::sleep_for(500ms);
+    EXPECT_EQ(1u, restarts().size());
+}
+
+TEST_F(ProcessSupervisorTest, KeepsTheCauseOfAProcessThatDiedAtTheLimit) {
+    for (int i = 0; i < 3; ++i) {
+        start("A", "exit 3");
+        ASSERT_TRUE(hasEnded("A"));
+    }
+    m_sut.endStart("A");
+    EXPECT_EQ("exit code 3", causeOf("A"));
+}
+
+TEST_F(ProcessSupervisorTest, DoesNotStartADriverAgainThatIsReloaded) {
+    start("A", "sleep 0.2; exit 0");
+    setActivity("reloadDriver A", "A");
+    ASSERT_TRUE(hasEnded("A"));
+    std::this_thread::sleep_for(400ms);
+    EXPECT_EQ(0u, restarts().size());
+}
+
+TEST_F(ProcessSupervisorTest, DoesNotStartADriverAgainInAShutdown) {
+    start("A", "sleep 0.1; exit 3");
+    m_sut.beginShutdown(0);
+    m_sut.endProcesses();
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(0u, restarts().size());
+}
+
+TEST_F(ProcessSupervisorTest, ReloadByHandOvertakesWhatWasPlanned) {
+    start("A", "exit 3");
+    ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
+    m_sut.beginReload("A");
+    EXPECT_FALSE(m_sut.beginRestart("A"));
+    EXPECT_FALSE(driver("A").nextTry);
+}
+
+TEST_F(ProcessSupervisorTest, GivesUpWithOneLine) {
+    start("A", "exit 3");
+    ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
+    ASSERT_TRUE(m_sut.beginRestart("A"));
+    m_sut.giveUp("A", "it has no entry any more");
+    EXPECT_TRUE(hasLogged("A: is not started again: it has no entry any more\n"));
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(1u, restarts().size());
+    EXPECT_EQ(2, loggedLines());
+}
+
+TEST_F(ProcessSupervisorTest, EndsAProcessThatHangs) {
+    start("A");
+    m_store.setStateValueInt("A.X", 1);
+    setStanding("A");
+    ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
+    EXPECT_TRUE(hasLogged("hangs: it has taken none of 5 messages for 0."));
+    EXPECT_TRUE(hasLogged(" and does not compute; it is ended\n"));
+    EXPECT_EQ(0u, causeOf("A").find("hung for 0.")) << causeOf("A");
+    EXPECT_NE(std::string::npos, causeOf("A").find(", signal 15 (Terminated)"));
+    EXPECT_EQ(0u, m_store.find("A.X")->staleCause.find("hung for 0."));
+}
+
+TEST_F(ProcessSupervisorTest, KillsAProcessThatHangsAndHeedsNothing) {
+    startDeaf("A");
+    std::this_thread::sleep_for(100ms);
+    setStanding("A");
+    ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
+    EXPECT_NE(std::string::npos, causeOf("A").find(", signal 9 (Killed)")) << causeOf("A");
+}
+
+TEST_F(ProcessSupervisorTest, MarksTheValuesOfAHungDriverBeforeItTellsOfIt) {
+    startDeaf("A");
+    m_store.setStateValueInt("A.X", 1);
+    std::this_thread::sleep_for(100ms);
+    setStanding("A");
+    ASSERT_TRUE(hasLogged(" hangs: "));
+    EXPECT_TRUE(m_store.find("A.X")->isStale());
+    m_store.setStateValueInt("A.Y", 1);
+    EXPECT_TRUE(m_store.find("A.Y")->isStale());
+}
+
+TEST_F(ProcessSupervisorTest, LeavesAProcessThatTakesMessages) {
+    start("A");
+    for (std::uint32_t received = 0; received < 10; ++received) {
+        setStanding("A", received);
+        std::this_thread::sleep_for(100ms);
+    }
+    EXPECT_TRUE(m_roster.isRunning("A"));
+}
+
+TEST_F(ProcessSupervisorTest, ShowsWhereAHungProcessStands) {
+    char directory[] = "/tmp/supervisor-XXXXXX";
+    ASSERT_NE(nullptr, ::mkdtemp(directory));
+    const std::string tool = std::string(directory) + "/eu-stack";
+    std::ofstream(tool) << "#!/bin/sh\necho \"TID $2:\"\necho '#0 nanosleep'\n";
+    ::chmod(tool.c_str(), 0700);
+    const std::string path = std::getenv("PATH");
+    ::setenv("PATH", (std::string(directory) + ":" + path).c_str(), 1);
+    start("A");
+    const int pid = driver("A").pid;
+    setStanding("A");
+    EXPECT_TRUE(hasLogged("    TID " + std::to_string(pid) + ":\n"));
+    EXPECT_TRUE(hasLogged("    #0 nanosleep\n"));
+    ASSERT_TRUE(hasEnded("A"));
+    ::setenv("PATH", path.c_str(), 1);
+    std::filesystem::remove_all(directory);
+    const std::string log = m_capture.text();
+    EXPECT_LT(log.find(" hangs: "), log.find("    TID "));
+    EXPECT_LT(log.find("#0 nanosleep"), log.find(" ended: hung"));
+}
+
+TEST_F(ProcessSupervisorTest, ReaderLearnsOfAnEndBeforeTheWatchDoes) {
+    // Without the thread that watches nobody but the reader can notice.
+    StateStore store;
+    DriverRoster roster(store);
+    ProcessSupervisor sut(roster, {},
+                          {.activity = [] { return CommandThread::Activity(); },
+                           .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
+                           .receiverGone = [](const std::string&) {},
+                           .exitNow = [](int) {},
+                           .restart = {}});
+    store.setRefresh([&](const std::string& driverID) { sut.refresh(driverID); });
+    sal::Process::setObserver(&sut);
+    sal::Path sleep("/bin/sleep");
+    ASSERT_TRUE(sal::Process::createProcess("sleep", sleep, {"60", "0"}));
+    sal::Process::setObserver(&m_renaming);
+    store.setStateValueInt("0.X", 1);
+    ASSERT_FALSE(store.find("0.X")->isStale());
+    const int pid = roster.drivers().front().pid;
+    ::kill(pid, SIGKILL);
+    siginfo_t info{};
+    ASSERT_EQ(0, ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT));
+    EXPECT_TRUE(store.find("0.X")->isStale());
+}
+
+TEST_F(ProcessSupervisorTest, MeasuresTheTrafficOfADriver) {
+    start("A");
+    sal::MessageQueue::Status in;
+    in.name = "A_INQ";
+    sal::MessageQueue::Status out;
+    out.name = "A_OUTQ";
+    ASSERT_TRUE(waitUntil([&] {
+        const std::lock_guard lock(m_mutex);
+        in.messages += 10;
+        out.messages += 30;
+        m_queues = {in, out};
+        return m_roster.drivers().front().receivedPerSecond > 0;
+    }));
+    const DriverRoster::Driver measured = driver("A");
+    EXPECT_NEAR(3 * measured.receivedPerSecond, measured.sentPerSecond, 0.01 * measured.sentPerSecond);
 }

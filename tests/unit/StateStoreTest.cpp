@@ -238,3 +238,37 @@ TEST(StateStore, TakesReportsFromManyThreads) {
         EXPECT_TRUE(sut.find("D" + std::to_string(driver) + ".N")->value == StateValue(999));
     EXPECT_EQ(4000u, sut.arrivals());
 }
+
+TEST(StateStore, LooksAfterTheDriverBeforeItTakesAValue) {
+    StateStore sut;
+    sut.setRefresh([&](const std::string& driverID) {
+        if (driverID == "A")
+            sut.driverEnded("A", "signal 9");
+    });
+    sut.setStateValueInt("A.X", 1);
+    sut.setStateValueInt("B.X", 1);
+    EXPECT_TRUE(sut.find("A.X")->isStale());
+    EXPECT_FALSE(sut.find("B.X")->isStale());
+}
+
+TEST(StateStore, LooksAfterAllDriversBeforeEachReading) {
+    StateStore sut;
+    sut.setStateValueInt("A.X", 1);
+    sut.setRefresh([&](const std::string&) { sut.driverEnded("A", "signal 9"); });
+    EXPECT_TRUE(sut.find("A.X")->isStale());
+    sut.driverStarted("A");
+    sut.setRefresh({});
+    sut.setStateValueInt("A.X", 1);
+    ASSERT_FALSE(sut.find("A.X")->isStale());
+    sut.setRefresh([&](const std::string&) { sut.driverEnded("A", "signal 9"); });
+    EXPECT_TRUE(sut.entries("").front().isStale());
+}
+
+TEST(StateStore, FollowersOfADeadDriverAreToldStaleValues) {
+    StateStore sut;
+    Recording recording;
+    sut.addListener(&recording);
+    sut.setRefresh([&](const std::string&) { sut.driverEnded("A", "signal 9"); });
+    sut.setStateValueInt("A.X", 1);
+    EXPECT_EQ(Lines{"A.X=1 stale"}, recording.lines);
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+
+/// When one driver is started again: soon after its first end, ever later while it keeps ending, soon again
+/// after it has run well for a while. Owned by DriverRestarts, which serializes the calls.
+class RestartPlan {
+public:
+    using Duration = std::chrono::milliseconds;
+
+    struct Settings {
+        Duration firstDelay{1000};
+        Duration longestDelay{60000};
+        Duration healthyTime{60000};                       ///< of running, after which the plan begins anew
+        std::optional<unsigned int> limit = std::nullopt;  ///< tries in a row; nothing: without end
+        std::function<double()> random = nullptr;          ///< from 0 to 1; nothing: a generator of its own
+    };
+
+    /// The share of a delay by which it is varied at random, so that drivers that ended together do not start
+    /// together for ever.
+    static constexpr double s_jitter = 0.1;
+
+    explicit RestartPlan(const Settings& settings) : m_settings(settings) {}
+
+    /// The driver has ended after running that long (0: it did not come up). The time until it is to be
+    /// started again; nothing when the limit is reached.
+    std::optional<Duration> ended(Duration ran);
+    void reset() { m_tries = 0; }
+
+private:
+    const Settings& m_settings;
+    unsigned int m_tries = 0;
+};

@@ -1,0 +1,72 @@
+#include "StackDump.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <future>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A dump made by a program of the test's own that goes by the tool's name.
+class StackDumpTest : public testing::Test {
+protected:
+    StackDumpTest() {
+        std::string directory = (fs::temp_directory_path() / "stackdump-XXXXXX").string();
+        m_directory = ::mkdtemp(directory.data());
+        ::setenv("PATH", m_directory.c_str(), 1);
+    }
+    ~StackDumpTest() override {
+        ::setenv("PATH", m_path.c_str(), 1);
+        fs::remove_all(m_directory);
+    }
+
+    void install(const std::string& script) const {
+        const fs::path tool = m_directory / "eu-stack";
+        std::ofstream(tool) << "#!/bin/sh\nPATH=/usr/bin:/bin\n" << script << "\n";
+        fs::permissions(tool, fs::perms::owner_all);
+    }
+    std::string dumpOf(int pid, std::chrono::milliseconds limit) {
+        std::promise<void> done;
+        StackDump sut(pid, limit, [&] { done.set_value(); });
+        done.get_future().wait();
+        EXPECT_TRUE(sut.isDone());
+        return sut.text();
+    }
+
+    const std::string m_path = std::getenv("PATH");
+    fs::path m_directory;
+};
+
+}  // namespace
+
+TEST_F(StackDumpTest, IsWhatTheToolSaysOfTheProcess) {
+    install("echo \"$@\"; echo '#0 in main'");
+    EXPECT_EQ("-p 4711\n#0 in main", dumpOf(4711, 10s));
+}
+
+TEST_F(StackDumpTest, IsEmptyWithoutTheTool) {
+    EXPECT_EQ("", dumpOf(4711, 10s));
+}
+
+TEST_F(StackDumpTest, TellsWhyTheToolCannot) {
+    install("echo 'not allowed' >&2; exit 1");
+    EXPECT_EQ("not allowed", dumpOf(4711, 10s));
+}
+
+TEST_F(StackDumpTest, EndsWithTheLimitAndKeepsWhatHasCome) {
+    install("echo '#0 first'; exec sleep 60");
+    EXPECT_EQ("#0 first", dumpOf(4711, 300ms));
+}
+
+TEST_F(StackDumpTest, IsCutWhenItIsTooLong) {
+    install("exec yes");
+    EXPECT_LE(dumpOf(4711, 10s).size(), 40000u);
+}
