@@ -1,6 +1,8 @@
 #include "sal/MessageQueue.h"
 
+#include <atomic>
 #include <mutex>
+#include <utility>
 
 #include "AttachedQueue.h"
 #include "LogLine.h"
@@ -10,18 +12,29 @@
 namespace sal {
 
 struct MessageQueue::Impl {
-    std::unique_ptr<AttachedQueue> pQueue;  ///< null while not attached
+    /// Null while not attached. Published whole: others may already send while one thread attaches.
+    std::atomic<AttachedQueue*> pQueue{nullptr};
+    std::unique_ptr<AttachedQueue> pOwned;
 
     std::mutex watchMutex;
     /// Set by open(). A wait for the creator's end has its share and nothing else of the queue.
     std::shared_ptr<const FileHandle> pCreatorWatch;
+
+    bool attach(std::unique_ptr<AttachedQueue> pAttached) {
+        pOwned = std::move(pAttached);
+        pQueue.store(pOwned.get(), std::memory_order_release);
+        return pOwned != nullptr;
+    }
+
+    AttachedQueue* attached() const { return pQueue.load(std::memory_order_acquire); }
 
     void close() {
         {
             const std::lock_guard lock(watchMutex);
             pCreatorWatch.reset();
         }
-        pQueue.reset();
+        pQueue.store(nullptr, std::memory_order_relaxed);
+        pOwned.reset();
     }
 };
 
@@ -42,8 +55,8 @@ MessageQueue::~MessageQueue() {
 }
 
 bool MessageQueue::create(const std::string& name, unsigned short capacity, int messageSize, int mode) {
-    if (m_pImpl->pQueue != nullptr) {
-        return refuseTwice(name, *m_pImpl->pQueue);
+    if (const AttachedQueue* pAttached = m_pImpl->attached()) {
+        return refuseTwice(name, *pAttached);
     }
     if (mode != 0) {
         logLine("QUEUE", LogOutput::eError,
@@ -51,27 +64,30 @@ bool MessageQueue::create(const std::string& name, unsigned short capacity, int 
                     " is unknown, 0 is the only one");
         return false;
     }
-    m_pImpl->pQueue = AttachedQueue::create(name, capacity, messageSize);
-    return m_pImpl->pQueue != nullptr;
+    return m_pImpl->attach(AttachedQueue::create(name, capacity, messageSize));
 }
 
 bool MessageQueue::open(const std::string& name) {
-    if (m_pImpl->pQueue != nullptr) {
-        return refuseTwice(name, *m_pImpl->pQueue);
+    if (const AttachedQueue* pAttached = m_pImpl->attached()) {
+        return refuseTwice(name, *pAttached);
     }
     std::shared_ptr<const FileHandle> pCreatorWatch;
-    m_pImpl->pQueue = AttachedQueue::open(name, pCreatorWatch);
-    const std::lock_guard lock(m_pImpl->watchMutex);
-    m_pImpl->pCreatorWatch = std::move(pCreatorWatch);
-    return m_pImpl->pQueue != nullptr;
+    auto pAttached = AttachedQueue::open(name, pCreatorWatch);
+    {
+        const std::lock_guard lock(m_pImpl->watchMutex);
+        m_pImpl->pCreatorWatch = std::move(pCreatorWatch);
+    }
+    return m_pImpl->attach(std::move(pAttached));
 }
 
 bool MessageQueue::send(const unsigned char* data, int length, int timeout) {
-    return m_pImpl->pQueue != nullptr && m_pImpl->pQueue->send(data, length, timeout);
+    AttachedQueue* pAttached = m_pImpl->attached();
+    return pAttached != nullptr && pAttached->send(data, length, timeout);
 }
 
 int MessageQueue::receive(unsigned char* buffer, int size, int timeout) {
-    return m_pImpl->pQueue != nullptr ? m_pImpl->pQueue->receive(buffer, size, timeout) : -1;
+    AttachedQueue* pAttached = m_pImpl->attached();
+    return pAttached != nullptr ? pAttached->receive(buffer, size, timeout) : -1;
 }
 
 void MessageQueue::close() {

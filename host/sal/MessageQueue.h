@@ -13,8 +13,8 @@ namespace sal {
 /// threads), one receiver. Messages of one sender keep their order. Either end may die at any instant without
 /// harm to the other.
 ///
-/// create() and open() are called by one thread before others use the object; send() by any thread; receive()
-/// by one thread at a time. Time-outs are milliseconds, -1 for ever, 0 never waits.
+/// create() and open() are called by one thread; send() by any thread, and it fails until then; receive() by
+/// one thread at a time. Time-outs are milliseconds, -1 for ever, 0 never waits.
 class SAL_API MessageQueue {
 public:
     MessageQueue();

@@ -50,13 +50,18 @@ protected:
     }
 
     /// After how many instructions of its call a process is to be killed: spread over the whole of it, each
-    /// single one when there are rounds enough. Empty when processes cannot be traced here.
+    /// single one when there are rounds enough. A round takes a second or less, however slowly the machine
+    /// or a sanitizer lets it step. Empty when processes cannot be traced here.
     static std::vector<long> instants(const std::string& command, const std::string& queue, int perRound) {
+        const auto begin = Clock::now();
         SteppedPeer whole(command, queue);
         if (!whole.isAtBeginning())
             return {};
         const long all = whole.run(2'000'000);
-        const long stride = std::max(1L, all / (static_cast<long>(rounds()) * perRound));
+        const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+        const double perSecond = std::min<double>(perRound, 1 / seconds);
+        const long stride =
+            std::max(1L, static_cast<long>(static_cast<double>(all) / (rounds() * perSecond)));
         std::vector<long> found;
         for (long instant = rounds() % stride; instant <= all; instant += stride)
             found.push_back(instant);
@@ -353,4 +358,17 @@ TEST_F(QueueTorture, ASenderStoppedWithTheLockDelaysOthersUntilItDies) {
             return;
     }
     EXPECT_GT(held, 0) << "no instruction was found at which the lock is held";
+}
+
+TEST_F(QueueTorture, ASendThatComesBeforeTheQueueIsMadeFailsAndALaterOneArrives) {
+    sal::MessageQueue sut;
+    std::thread sender([&] {
+        const auto hang = Clock::now() + g_hang;
+        while (!send(sut, 1, 0, 0) && Clock::now() < hang) {
+        }
+    });
+    std::this_thread::sleep_for(5ms);
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    sender.join();
+    EXPECT_TRUE(receive(sut, 0));
 }
