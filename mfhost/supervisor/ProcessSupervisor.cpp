@@ -25,6 +25,8 @@ constexpr const char* s_inQueueSuffix = "_INQ";
 constexpr const char* s_outQueueSuffix = "_OUTQ";
 constexpr std::chrono::milliseconds s_checkInterval{50};
 constexpr std::chrono::milliseconds s_trafficInterval{900};
+/// What the last log lines may take at an end that is enforced.
+constexpr std::chrono::milliseconds s_lastWords{350};
 
 void sendSignal(int pidFd, int signal) {
     // The process may be gone already; then there is nothing to end.
@@ -406,15 +408,18 @@ void ProcessSupervisor::checkShutdown(const CommandThread::Activity& activity, C
         const std::lock_guard lock(m_mutex);
         if (!m_shutdownBegan)
             return;
-        const auto limit = *m_shutdownBegan + m_settings.shutdownLimit;
+        const auto limit = *m_shutdownBegan + m_settings.shutdownLimit - s_lastWords;
+        // Early enough that those that do not heed SIGTERM are killed within the limit.
+        const auto lastMoment = limit - m_settings.killDelay - 2 * s_checkInterval;
         if (m_endProcessesBegan) {
-            // Early enough that those that do not heed SIGTERM are killed within the limit.
-            const auto lastMoment = limit - m_settings.killDelay - 2 * s_checkInterval;
             const auto deadline = std::min(*m_endProcessesBegan + m_settings.stopTimeout, lastMoment);
             if (now >= deadline) {
                 for (Watched& process : m_processes)
                     terminate(process, "still runs and holds up the shutdown");
             }
+        } else if (now >= std::min(*m_shutdownBegan + m_settings.stopTimeout,
+                                   lastMoment - m_settings.killDelay - 2 * s_checkInterval)) {
+            endFullQueues();
         }
         if (now < limit)
             return;
@@ -545,6 +550,19 @@ void ProcessSupervisor::checkStacks() {
             continue;
         process.terminated = Clock::now();
         sendSignal(process.pidFd, SIGTERM);
+    }
+}
+
+/// All at once: the teardown comes to one after the other, and there is no time to wait for each.
+void ProcessSupervisor::endFullQueues() {
+    for (const auto& queue : m_environment.queues()) {
+        if (queue.depth < queue.capacity)
+            continue;
+        const std::string driverID = receivingDriver(queue.name);
+        for (Watched& process : m_processes) {
+            if (process.driverID == driverID)
+                terminate(process, "leaves its queue full and holds up the shutdown");
+        }
     }
 }
 

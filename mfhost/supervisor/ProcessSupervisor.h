@@ -110,6 +110,7 @@ private:
     void checkCommand(const CommandThread::Activity& activity, Clock::time_point now);
     void checkCall(Clock::time_point now);
     void checkShutdown(const CommandThread::Activity& activity, Clock::time_point now);
+    void endFullQueues();
     void checkRestarts(Clock::time_point now);
     void sample(Clock::time_point now);
     void measureTraffic(const Queues& queues, Clock::time_point now);

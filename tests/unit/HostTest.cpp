@@ -183,6 +183,27 @@ TEST_F(HostTest, DriverOfTheHostsProcessThatDoesNotStopCannotKeepTheHost) {
     EXPECT_TRUE(endsWithin(healthy, 5000));
 }
 
+TEST_F(HostTest, DriversWithFullQueuesCannotHoldUpTheShutdown) {
+    const std::vector<std::string> ids{"G", "H"};
+    for (const std::string& id : ids)
+        addDriver(id, "HangsInSendFID", "queue");
+    HostProcess& host = startAndWait({"--hang-timeout", "0", "--stop-timeout", "1"});
+    for (const std::string& id : ids) {
+        host.type("sendFID " + id + ".GO");
+        host.type("state " + id + ".*");
+        for (int i = 0; i < 256; ++i)
+            host.type("sendFID " + id + ".GO");
+    }
+    host.type("drivers");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("256/0"));
+    for (const std::string& id : ids) {
+        EXPECT_THAT(host.log(), HasSubstr(" leaves its queue full and holds up the shutdown; it is ended\n"));
+        EXPECT_THAT(host.log(), HasSubstr("HOST: " + id + ": process "));
+    }
+    EXPECT_THAT(host.log(), HasSubstr("HOST: all drivers are stopped\n"));
+}
+
 TEST_F(HostTest, SecondSignalEndsTheHostAtOnce) {
     addDriver("H", "IgnoresDeinit", "direct");
     HostProcess& host = startAndWait();

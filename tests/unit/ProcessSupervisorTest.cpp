@@ -511,3 +511,25 @@ TEST_F(ProcessSupervisorTest, MeasuresTheTrafficOfADriver) {
     const DriverRoster::Driver measured = driver("A");
     EXPECT_NEAR(3 * measured.receivedPerSecond, measured.sentPerSecond, 0.01 * measured.sentPerSecond);
 }
+
+TEST_F(ProcessSupervisorTest, EndsAllDriversWithFullQueuesAtOnceInAShutdown) {
+    for (const char* id : {"A", "B", "C"})
+        start(id);
+    {
+        const std::lock_guard lock(m_mutex);
+        for (const char* id : {"A", "B", "C"}) {
+            sal::MessageQueue::Status status;
+            status.name = std::string(id) + "_INQ";
+            status.capacity = 256;
+            status.depth = *id == 'C' ? 255 : 256;
+            m_queues.push_back(status);
+        }
+    }
+    setActivity("shutdown", "");
+    m_sut.beginShutdown(0);
+    ASSERT_TRUE(hasEnded("A"));
+    ASSERT_TRUE(hasEnded("B"));
+    EXPECT_TRUE(hasLogged("A: process " + std::to_string(driver("A").pid) +
+                          " leaves its queue full and holds up the shutdown; it is ended\n"));
+    EXPECT_EQ(std::string::npos, m_capture.text().find("C: "));
+}
