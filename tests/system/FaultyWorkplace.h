@@ -1,0 +1,54 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "SystemTest.h"
+
+/// Base of the tests that run drivers which fail as they are told, beside healthy ones.
+class FaultyWorkplace : public SystemTest {
+protected:
+    void SetUp() override {
+        SystemTest::SetUp();
+        if (!IsSkipped())
+            giveAdapter();
+    }
+
+    /// The fault driver BAD in that mode, and the healthy GOOD in the host's process.
+    void configure(const std::string& interfaceType) {
+        workplace().addModule("Recorder");
+        workplace().configure(Workplace::entry("BAD", "Faulty", interfaceType) +
+                              Workplace::entry("GOOD", "Recorder", "direct"));
+    }
+
+    HostProcess::Start call(const std::vector<std::string>& options = {"--log-level", "5"}) {
+        HostProcess::Start call = workplace().host(options);
+        call.arguments.insert(call.arguments.end(), {"--drivers", Workplace::build() / "lib/mfdkit"});
+        return call;
+    }
+    HostProcess& startWith(const std::string& faults) {
+        HostProcess::Start start = call();
+        start.environment["MFD_FAULTS"] = faults;
+        return this->start(start);
+    }
+
+    /// Returns when the command thread has come to where the console stands now.
+    static void settle(HostProcess& host) {
+        static int s_number = 0;
+        const std::string mark = "NOBODY.mark" + std::to_string(++s_number);
+        host.type("sendFID " + mark);
+        ASSERT_TRUE(host.waitForLog("MDM: " + mark + " ( ) received.")) << host.log();
+    }
+
+    /// The driver answers: what comes back has gone both ways.
+    static void expectServes(HostProcess& host, const std::string& driverID) {
+        static int s_number = 0;
+        const std::string value = "answer" + std::to_string(++s_number);
+        host.type("sendFID " + driverID + ".PING value=" + value);
+        for (int i = 0; i < 100 && host.output().find(value) == std::string::npos; ++i) {
+            host.type("state " + driverID + ".PONG");
+            settle(host);
+        }
+        EXPECT_THAT(host.output(), testing::HasSubstr(value)) << host.log();
+    }
+};

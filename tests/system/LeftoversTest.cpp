@@ -1,0 +1,253 @@
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "FaultyWorkplace.h"
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// Whatever ends, and however: no process, queue, descriptor, thread or file is left of it.
+class Leftovers : public FaultyWorkplace {
+protected:
+    void SetUp() override {
+        FaultyWorkplace::SetUp();
+        if (IsSkipped())
+            return;
+        m_mark = "MFD_TEST_MARK=" + workplace().directory().string();
+        fs::create_directory(temporary());
+        workplace().addModule("Recorder");
+        workplace().configure(Workplace::entry("AXIS1", "Recorder", "queue") +
+                              Workplace::entry("BAD", "Faulty", "queue") +
+                              Workplace::entry("GOOD", "Recorder", "direct"));
+    }
+
+    static int rounds() {
+        const char* pSetting = std::getenv("MFD_ROUNDS");
+        return pSetting ? std::max(1, std::atoi(pSetting)) : 20;
+    }
+
+    fs::path temporary() { return workplace().directory() / "tmp"; }
+
+    HostProcess& startMarked() {
+        HostProcess::Start start = call();
+        start.environment = {{"MFD_TEST_MARK", workplace().directory()}, {"TMPDIR", temporary()}};
+        return this->start(start);
+    }
+
+    /// Processes that were started from here and still run: their environment tells.
+    std::set<pid_t> processes() {
+        std::set<pid_t> found;
+        for (const auto& entry : fs::directory_iterator("/proc")) {
+            const pid_t pid = std::atoi(entry.path().filename().c_str());
+            if (pid <= 0)
+                continue;
+            std::ifstream file(entry.path() / "environ", std::ios::binary);
+            std::ostringstream text;
+            text << file.rdbuf();
+            if ((std::string(1, '\0') + text.str()).find(std::string(1, '\0') + m_mark + '\0') !=
+                std::string::npos)
+                found.insert(pid);
+        }
+        return found;
+    }
+    /// Two seconds are the promise; a loaded machine gets more.
+    bool allEnd() {
+        for (int i = 0; i < 500; ++i) {
+            if (processes().empty())
+                return true;
+            std::this_thread::sleep_for(20ms);
+        }
+        return false;
+    }
+
+    static std::vector<std::string> filesBelow(const fs::path& directory) {
+        std::vector<std::string> found;
+        for (const auto& entry : fs::recursive_directory_iterator(directory))
+            if (!entry.is_directory())
+                found.push_back(entry.path());
+        return found;
+    }
+
+    static long entriesOf(pid_t pid, const std::string& what) {
+        std::error_code ignored;
+        return std::distance(fs::directory_iterator("/proc/" + std::to_string(pid) + "/" + what, ignored),
+                             fs::directory_iterator());
+    }
+    static long mappingsOf(pid_t pid, const std::string& file) {
+        std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+        long count = 0;
+        for (std::string line; std::getline(maps, line);)
+            count += line.ends_with(file) ? 1 : 0;
+        return count;
+    }
+
+    struct Holdings {
+        long descriptors = 0;
+        long threads = 0;
+        std::size_t processes = 0;
+        std::size_t queues = 0;
+
+        bool operator==(const Holdings&) const = default;
+        friend std::ostream& operator<<(std::ostream& stream, const Holdings& held) {
+            return stream << held.descriptors << " descriptors, " << held.threads << " threads, "
+                          << held.processes << " processes, " << held.queues << " queues";
+        }
+    };
+    Holdings holdings(const HostProcess& host) {
+        return {entriesOf(host.pid(), "fd"), entriesOf(host.pid(), "task"), processes().size(),
+                filesBelow("/dev/shm").size()};
+    }
+    /// What is being cleared away takes its moment.
+    Holdings settledHoldings(const HostProcess& host, const Holdings& expected) {
+        for (int i = 0; i < 250 && holdings(host) != expected; ++i)
+            std::this_thread::sleep_for(20ms);
+        return holdings(host);
+    }
+
+    /// A host starts, serves and ends in order, and nothing is left then.
+    void expectCleanRun() {
+        HostProcess& host = startMarked();
+        expectServes(host, "BAD");
+        EXPECT_EQ(end(), 0);
+        for (const char* driverID : {"AXIS1", "BAD", "GOOD"})
+            EXPECT_THAT(host.output(),
+                        HasSubstr("Deinitializing MF driver ID: " + std::string(driverID) + "...OK\n"));
+        EXPECT_TRUE(allEnd());
+        EXPECT_THAT(filesBelow("/dev/shm"), IsEmpty());
+        EXPECT_THAT(filesBelow(temporary()), IsEmpty());
+    }
+
+    std::string m_mark;
+};
+
+TEST_F(Leftovers, KilledHostLeavesNothingEndurance) {
+    std::mt19937 random(20);
+    std::vector<std::string> files;
+    for (int round = 0; round < rounds(); ++round) {
+        HostProcess& host = startMarked();
+        // Every other one is killed somewhere in its start.
+        if (round % 2 == 0) {
+            settle(host);
+            host.type("sendFID BAD.FAULT.FLOODSTATE");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % 100));
+        host.signal(SIGKILL);
+        ASSERT_EQ(host.waitForEnd(), 128 + SIGKILL);
+        ASSERT_TRUE(allEnd()) << "round " << round << "\n" << host.log();
+        if (round == 0)
+            files = filesBelow(workplace().workdir());
+    }
+    EXPECT_EQ(filesBelow(workplace().workdir()), files);
+    expectCleanRun();
+}
+
+TEST_F(Leftovers, KilledDriverLeavesNothingInTheHostEndurance) {
+    HostProcess& host = startMarked();
+    settle(host);
+    const char* ends[] = {"KILL", "CRASH", "EXIT", "ABORT"};
+    const auto oneRound = [&](int round) {
+        const pid_t driver = host.driverProcess("BAD");
+        ASSERT_NE(driver, 0) << "round " << round << "\n" << host.log();
+        host.type(std::string("sendFID BAD.FAULT.") + ends[round % 4]);
+        ASSERT_TRUE(endsWithin(driver, 10000)) << host.log();
+        host.type("reloadDriver BAD");
+        settle(host);
+    };
+    for (int round = 0; round < 4; ++round)
+        oneRound(round);
+    expectServes(host, "BAD");
+    const Holdings before = holdings(host);
+    for (int round = 0; round < rounds() && !HasFatalFailure(); ++round)
+        oneRound(round);
+    expectServes(host, "BAD");
+    EXPECT_EQ(settledHoldings(host, before), before);
+    EXPECT_EQ(end(), 0);
+    EXPECT_TRUE(allEnd());
+    EXPECT_THAT(filesBelow("/dev/shm"), IsEmpty());
+    EXPECT_THAT(filesBelow(temporary()), IsEmpty());
+}
+
+TEST_F(Leftovers, ReloadedDriverLeavesNothingInTheHostEndurance) {
+    HostProcess& host = startMarked();
+    settle(host);
+    const auto reload = [&] {
+        host.type("reloadDriver GOOD");
+        host.type("reloadDriver AXIS1");
+        settle(host);
+    };
+    reload();
+    const Holdings before = holdings(host);
+    const long mapped = mappingsOf(host.pid(), "Recorder.so");
+    ASSERT_GT(mapped, 0);
+    for (int round = 0; round < rounds() && !HasFatalFailure(); ++round)
+        reload();
+    EXPECT_EQ(settledHoldings(host, before), before);
+    EXPECT_EQ(mappingsOf(host.pid(), "Recorder.so"), mapped);
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Leftovers, NextHostTakesOverAtOnce) {
+    HostProcess& killed = startMarked();
+    settle(killed);
+    killed.signal(SIGKILL);
+    ASSERT_EQ(killed.waitForEnd(), 128 + SIGKILL);
+    expectCleanRun();
+}
+
+TEST_F(Leftovers, KilledHostTakesTheTrialOfAModuleAlong) {
+    HostProcess::Start start = call();
+    workplace().configure(Workplace::entry("BAD", "Faulty", "direct"));
+    start.environment = {{"MFD_TEST_MARK", workplace().directory()}, {"MFD_FAULTS", "load sleep"}};
+    HostProcess& host = this->start(start);
+    const auto isTriedOut = [this] {
+        const auto running = processes();
+        return std::any_of(running.begin(), running.end(), [](pid_t pid) {
+            return readFile("/proc/" + std::to_string(pid) + "/cmdline").find("lib/mfdkit/faulty.so") !=
+                   std::string::npos;
+        });
+    };
+    for (int i = 0; i < 250 && !isTriedOut(); ++i)
+        std::this_thread::sleep_for(20ms);
+    ASSERT_TRUE(isTriedOut()) << host.log();
+    host.signal(SIGKILL);
+    EXPECT_EQ(host.waitForEnd(), 128 + SIGKILL);
+    EXPECT_TRUE(allEnd());
+}
+
+/// What the driver is at when its host is killed.
+class LeftoversOfABusyDriver : public Leftovers, public testing::WithParamInterface<std::string> {};
+
+TEST_P(LeftoversOfABusyDriver, EndWithTheHost) {
+    HostProcess& host = startMarked();
+    expectServes(host, "BAD");
+    host.type("sendFID BAD." + GetParam());
+    settle(host);
+    host.signal(SIGKILL);
+    EXPECT_EQ(host.waitForEnd(), 128 + SIGKILL);
+    EXPECT_TRUE(allEnd());
+    expectCleanRun();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    With, LeftoversOfABusyDriver,
+    testing::Values("FAULT.SLEEP", "FAULT.BUSY", "FAULT.FLOODSTATE", "FAULT.FLOODFIDS fid=BAD.PING",
+                    "FAULT.AT stage=deinitialize fault=sleep", "FAULT.AT stage=deinitialize fault=crash",
+                    "FAULT.AT stage=delete fault=busy"),
+    [](const auto& test) {
+        std::string name = test.param;
+        std::replace_if(
+            name.begin(), name.end(), [](unsigned char c) { return !std::isalnum(c); }, '_');
+        return name;
+    });
