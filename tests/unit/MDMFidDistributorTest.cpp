@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <future>
+#include <iostream>
 #include <memory>
 #include <thread>
 
@@ -427,6 +429,42 @@ TEST(MDMFidDistributor, DriversMayBeReleasedAndReplacedWhileFidsFlow) {
     stop = true;
     sender.join();
     EXPECT_EQ(s.host.journal().count("driver gone"), 100);
+}
+
+TEST(MDMFidDistributor, DriversMayBeListedWhileOthersAreAdded) {
+    Hub s;
+    std::atomic<bool> stop{false};
+    // Without a buffer nothing is written, so that most of the time goes to the list itself.
+    std::streambuf* const pFormer = std::cout.rdbuf(nullptr);
+    std::thread lister([&] {
+        while (!stop)
+            s.sut.showUsedModules();
+    });
+    for (int index = 0; index < 500; ++index)
+        s.sut.addDriverPort("D" + std::to_string(index), nullptr);
+    stop = true;
+    lister.join();
+    std::cout.rdbuf(pFormer);
+    const std::string printed = fakehost::printedBy([&] { s.sut.showUsedModules(); });
+    EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 500);
+}
+
+TEST(MDMFidDistributor, DriverMayAddAnotherFromInsideItsReportAndItsSubscription) {
+    struct Adder : RecordingFunctionID {
+        explicit Adder(MDMFidDistributor& hub) : RecordingFunctionID("adder"), m_hub(hub) {}
+        bool subscribe(const std::string&) const override {
+            return m_hub.addDriverPort("SUBSCRIBED", nullptr) != nullptr;
+        }
+        bool showState() const override { return m_hub.addDriverPort("SHOWN", nullptr) != nullptr; }
+        MDMFidDistributor& m_hub;
+    };
+    Hub s;
+    Adder driver(s.sut);
+    s.sut.addDriverPort("A", &driver);
+    fakehost::printedBy([&] { s.sut.showUsedModules(); });
+    EXPECT_TRUE(s.sut.subscribe("A.x"));
+    s.sut.releaseDriver("A");
+    EXPECT_EQ(fakehost::printedBy([&] { s.sut.showUsedModules(); }), "A\nSHOWN\nSUBSCRIBED\n");
 }
 
 TEST(MDMFidDistributor, ReplacedPortGoesOnlyWhenTheCallInsideHasReturned) {

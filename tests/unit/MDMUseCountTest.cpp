@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
+#include <latch>
 #include <thread>
 #include <vector>
 
@@ -42,13 +44,21 @@ TEST(MDMUseCount, MayBeLeftOnAnotherThread) {
 
 TEST(MDMUseCount, CountsThreadsThatComeAndGoSideBySide) {
     MDMUseCount sut;
+    // Only those that count in the same place get in each other's way.
+    constexpr std::size_t count = 4 * MDMThreadPlace::s_places;
+    std::latch start(count);
+    std::atomic<int> together = 0;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
+    for (std::size_t i = 0; i < count; ++i)
         threads.emplace_back([&] {
-            for (int round = 0; round < 5000; ++round)
+            const bool isOneOfThem = MDMThreadPlace::current() == 0;
+            together += isOneOfThem;
+            start.arrive_and_wait();
+            for (int round = 0; isOneOfThem && round < 200000; ++round)
                 sut.leave(sut.enter());
         });
     for (std::thread& thread : threads)
         thread.join();
+    EXPECT_GE(together, 2);
     sut.waitForAll();
 }
