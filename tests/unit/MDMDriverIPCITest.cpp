@@ -731,6 +731,26 @@ TEST(MDMDriverIPCI, EveryThreeHundredUpdatesOfALongBurstAreDelivered) {
     EXPECT_EQ(calls[600], "panel setStateValueInt n600 600");
 }
 
+TEST(MDMDriverIPCI, BurstThatIsLargerThanTheOneBeforeItIsMergedAsWell) {
+    Proxy s;
+    const auto update = [&s](const std::string& name, int value) {
+        MDMDriverIPCI::QueueCmd number = command(2, name);
+        number.numValue.asInt = value;
+        s.sut.lookAhead(number);
+    };
+    Calls expected;
+    for (int burst = 1; burst < 150; burst = 2 * burst + 1) {
+        for (int value = 0; value < 3; ++value)
+            for (int index = 0; index < burst; ++index)
+                update("b" + std::to_string(burst) + "." + std::to_string(index), value);
+        s.sut.flushLAQueue();
+        for (int index = 0; index < burst; ++index)
+            expected.push_back("panel setStateValueInt b" + std::to_string(burst) + "." +
+                               std::to_string(index) + " 2");
+    }
+    EXPECT_EQ(s.host.journal().lines(), expected);
+}
+
 TEST(MDMDriverIPCI, WhatIsLeftAtTheEndIsReceivedWithoutAWait) {
     Proxy s;
     s.startIdle();
