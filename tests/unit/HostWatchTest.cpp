@@ -109,6 +109,16 @@ TEST(HostWatch, FinishedDriverIsNotOverdue) {
     EXPECT_EQ(overdue.wait_for(300ms), std::future_status::timeout);
 }
 
+TEST(HostWatch, FinishedDriverOfAnUnknownHostIsNotOverdue) {
+    ScriptedHost host;
+    HostWatch sut(host.settings(false));
+    auto overdue = host.overdue.get_future();
+    host.letGoOfQueues();
+    host.ended.get_future().wait();
+    sut.finish();
+    EXPECT_EQ(overdue.wait_for(300ms), std::future_status::timeout);
+}
+
 TEST(HostWatch, FinishDoesNotWaitForALivingHost) {
     ScriptedHost host;
     auto ended = host.ended.get_future();
