@@ -16,6 +16,7 @@
 #include "MDMModuleInfo.h"
 #include "MDMModuleLoader.h"
 #include "MDMVirtualPanelIPCI.h"
+#include "Operation.h"
 #include "sal/CmdParameters.h"
 #include "sal/Module.h"
 
@@ -23,24 +24,6 @@ namespace {
 
 using Text = const std::string&;
 using Parameters = const FIDParameterList&;
-
-/// Whether an operation has exactly this type.
-template <class Expected, class Operation>
-bool has(Operation) {
-    return std::is_same_v<Expected, Operation>;
-}
-
-template <class Operation>
-bool isVirtual(Operation operation) {
-    std::intptr_t words[2];
-    static_assert(sizeof operation == sizeof words);
-    std::memcpy(words, &operation, sizeof words);
-#ifdef __aarch64__
-    return (words[1] & 1) != 0;
-#else
-    return (words[0] & 1) != 0;
-#endif
-}
 
 /// A base that is not virtual can be cast down again without asking the object.
 template <class Base, class Class>

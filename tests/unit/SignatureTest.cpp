@@ -29,6 +29,7 @@
 #include "MDMModuleParser.h"
 #include "MDMPanelConfigurationIPCI.h"
 #include "MfDriverManager.h"
+#include "Operation.h"
 #include "sal/CmdProcessor.h"
 #include "sal/CmdRegisterImpl.h"
 #include "sal/Module.h"
@@ -37,24 +38,6 @@ namespace {
 
 using Text = const std::string&;
 using Parameters = const FIDParameterList&;
-
-/// Whether an operation has exactly this type.
-template <class Expected, class Operation>
-bool has(Operation) {
-    return std::is_same_v<Expected, Operation>;
-}
-
-template <class Operation>
-bool isVirtual(Operation operation) {
-    std::intptr_t words[2];
-    static_assert(sizeof operation == sizeof words);
-    std::memcpy(words, &operation, sizeof words);
-#ifdef __aarch64__
-    return (words[1] & 1) != 0;
-#else
-    return (words[0] & 1) != 0;
-#endif
-}
 
 }  // namespace
 
