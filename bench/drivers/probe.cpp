@@ -4,12 +4,21 @@
 //   FIDS to= count= parameter=       FIDs to another driver, which was told EXPECT count=
 //   TRIPS to= count= file=           FIDs that come back; the times go into the file, 32-bit nanoseconds
 //   PEER id=                         where PINGs are answered to
+//   LOAD to= beside= rate= count=    FIDs on a fixed schedule, numbered, to the drivers of a list (a,b,c) by
+//                                    turns; each tenth time one to a driver of the other list as well
+//   WATCH count= file=               how late so many of them come: the file gets the number of lost ones and
+//   of
+//                                    those out of order, 64 bits each, then the delays as with TRIPS
 
+#include <sys/prctl.h>
 #include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -58,6 +67,8 @@ private:
                 return answer(fid);
             case 'A':
                 return takeAnswer(fid);
+            case 'N':
+                return takeNumbered(fid, parameters);
             default:
                 break;
         }
@@ -74,6 +85,12 @@ private:
                    hasParameter = parameters.contains("parameter")] { sendMoves(to, count, hasParameter); });
         } else if (fid == "TRIPS") {
             beginTrips(parameters.value("to"), count, parameters.value("file"));
+        } else if (fid == "LOAD") {
+            begin([this, to = words(parameters.value("to")), beside = words(parameters.value("beside")),
+                   rate = std::stoll(parameters.value("rate")),
+                   count] { sendOnSchedule(to, beside, rate, count); });
+        } else if (fid == "WATCH") {
+            beginWatch(count, parameters.value("file"));
         }
     }
 
@@ -81,6 +98,14 @@ private:
         return {static_cast<Job::EKind>(std::stoi(parameters.value("kind"))),
                 std::stoull(parameters.value("count")), std::stoul(parameters.value("name")),
                 std::stoul(parameters.value("value"))};
+    }
+
+    static std::vector<std::string> words(const std::string& text) {
+        std::vector<std::string> found;
+        std::istringstream list(text);
+        for (std::string word; std::getline(list, word, ',');)
+            found.push_back(word);
+        return found;
     }
 
     template <class Work>
@@ -139,6 +164,57 @@ private:
             done(UpdateSeries::now(), m_wrong);
     }
 
+    // Each FID carries when it was due, so that one that is sent late counts as late, and those behind it.
+    void sendOnSchedule(const std::vector<std::string>& to, const std::vector<std::string>& beside,
+                        std::int64_t rate, std::uint64_t count) {
+        prctl(PR_SET_TIMERSLACK, 1);
+        const std::int64_t begin = UpdateSeries::now() + 10'000'000;
+        for (std::uint64_t number = 0; number < count; ++number) {
+            const std::int64_t due = begin + static_cast<std::int64_t>(number) * 1'000'000'000 / rate;
+            if (UpdateSeries::now() < due) {
+                const timespec until{due / 1'000'000'000, due % 1'000'000'000};
+                clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
+            }
+            FIDParameterList parameters;
+            parameters.add("due", std::to_string(due));
+            sendToDriver(to[number % to.size()] + ".N" + std::to_string(number / to.size()), parameters);
+            if (number % 10 == 0 && !beside.empty())
+                sendToDriver(beside[number / 10 % beside.size()] + ".BESIDE", {});
+        }
+        done(begin, 0);
+    }
+    void beginWatch(std::uint64_t count, const std::string& file) {
+        m_file = file;
+        m_times.clear();
+        m_times.reserve(count);
+        m_expected = count;
+        m_next = m_lost = m_wrong = 0;
+    }
+    void takeNumbered(const std::string& fid, const FIDParameterList& parameters) {
+        const std::int64_t delay = UpdateSeries::now() - std::stoll(parameters.value("due"));
+        const std::uint64_t number = std::stoull(fid.substr(1));
+        if (number < m_next) {
+            ++m_wrong;
+            return;
+        }
+        m_lost += number - m_next;
+        m_next = number + 1;
+        m_times.push_back(static_cast<std::uint32_t>(std::clamp<std::int64_t>(delay, 0, UINT32_MAX)));
+        if (m_next == m_expected)
+            writeWatched();
+    }
+    void writeWatched() {
+        const std::string beginning = m_file + ".part";
+        std::ofstream file(beginning, std::ios::binary);
+        const std::array<std::uint64_t, 2> counts{m_lost, m_wrong};
+        file.write(reinterpret_cast<const char*>(counts.data()), sizeof counts);
+        file.write(reinterpret_cast<const char*>(m_times.data()),
+                   static_cast<std::streamsize>(m_times.size() * sizeof m_times.front()));
+        file.close();
+        // Whoever waits for the file finds it whole.
+        std::rename(beginning.c_str(), m_file.c_str());
+    }
+
     void answer(const std::string& fid) {
         const std::string& answer = m_answers[std::stoull(fid.substr(1))];
         sendToDriver(answer, {});
@@ -183,6 +259,8 @@ private:
     std::string m_file;
     std::vector<std::uint32_t> m_times;
     std::uint64_t m_warmUp = 0;
+    std::uint64_t m_next = 0;
+    std::uint64_t m_lost = 0;
     std::uint64_t m_trips = 0;
     std::uint64_t m_trip = 0;
     std::int64_t m_sentAt = 0;

@@ -33,6 +33,11 @@ public:
     }
 
     pid_t pid() const { return m_pid; }
+    bool isRunning() const {
+        siginfo_t info{};
+        return waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               info.si_pid == 0;
+    }
 
 private:
     pid_t m_pid = -1;

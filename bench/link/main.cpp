@@ -23,6 +23,7 @@
 #include "PeerRun.h"
 #include "Results.h"
 #include "Sandbox.h"
+#include "SupervisedWorkplace.h"
 #include "UnixTripPeer.h"
 #include "Workplace.h"
 
@@ -41,6 +42,8 @@ struct Amounts {
     int stoppedDrivers = 50;
     unsigned int idleSeconds = 5;
     int fleetRounds = 2;
+    unsigned int killSeconds = 10;
+    unsigned int kills = 8;
     std::vector<std::string> only;
 
     bool wants(const std::string& part) const {
@@ -143,6 +146,15 @@ void measureFleet(const Amounts& amounts, int round, Directory& directory, const
             {Request::eUpdates, round, {Job::eStates, amounts.updates, 8, 8}, drivers, false, true});
 }
 
+/// The same with kills and without, first the one and then the other by turns.
+void measureKills(const Amounts& amounts, int round, Directory& directory, const Results& results) {
+    SupervisedWorkplace workplace(directory.next(), 4, 4, results);
+    for (const bool isFirst : {true, false}) {
+        const bool hasKills = isFirst == (round % 2 == 0);
+        workplace.measure(round, {.seconds = amounts.killSeconds, .kills = hasKills ? amounts.kills : 0});
+    }
+}
+
 void run(const Amounts& amounts) {
     if (const auto refusal = Sandbox::enter({}))
         throw std::runtime_error("no namespaces of its own: " + *refusal);
@@ -154,6 +166,8 @@ void run(const Amounts& amounts) {
             measureUpdates(amounts, round, directory, results);
         if (amounts.wants("trips"))
             measureTrips(amounts, round, directory, results);
+        if (amounts.wants("kills"))
+            measureKills(amounts, round, directory, results);
         if (amounts.wants("fleet") && round <= amounts.fleetRounds)
             measureFleet(amounts, round, directory, results);
     }
@@ -172,7 +186,7 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(1000, 1'000'000'000));
     app.add_option("--drivers", amounts.drivers, "how many drivers are many")->check(CLI::Range(1, 64));
     app.add_option("--only", amounts.only, "only these parts")
-        ->check(CLI::IsMember({"updates", "sizes", "fids", "stopped", "reload", "trips", "fleet"}));
+        ->check(CLI::IsMember({"updates", "sizes", "fids", "stopped", "reload", "trips", "kills", "fleet"}));
     app.add_flag("--quick", isQuick, "little of everything: shows that it works, not how fast");
     CLI11_PARSE(app, argc, argv);
     if (isQuick) {
@@ -181,6 +195,8 @@ int main(int argc, char** argv) {
         amounts.trips = amounts.paced = 500;
         amounts.stopped = 50'000;
         amounts.idleSeconds = 1;
+        amounts.killSeconds = 4;
+        amounts.kills = 2;
         amounts.stoppedDrivers = std::min(amounts.drivers, 4);
         amounts.drivers = std::min(amounts.drivers, 4);
     }
