@@ -35,7 +35,8 @@ std::list<std::string> Directory::getDirList(EDirectorySortType sortType) const 
 }
 
 bool Directory::createDirectory() const {
-    return fakehost::Journal::instance().perform("mkdir " + m_path.getPathString());
+    return fakehost::Journal::instance().perform("mkdir " + m_path.getPathString()) &&
+           !m_path.getPathString().empty();
 }
 
 void Directory::setFileFilter(FileFilter) {}

@@ -1,6 +1,7 @@
 #include "Journal.h"
 
 #include <algorithm>
+#include <new>
 
 namespace fakehost {
 
@@ -14,6 +15,9 @@ void Journal::reset() {
     m_lines.clear();
     m_failures.clear();
     m_observer = nullptr;
+    m_counted = {};
+    m_calls.clear();
+    m_failingCall = -1;
 }
 
 void Journal::clear() {
@@ -33,7 +37,19 @@ void Journal::note(const std::string& line) {
 
 bool Journal::perform(const std::string& line) {
     note(line);
+    return permit(line);
+}
+
+bool Journal::permit(const std::string& line) {
     std::lock_guard lock(m_mutex);
+    if (m_counted == std::this_thread::get_id()) {
+        m_calls.push_back(line);
+        if (m_failingCall == static_cast<int>(m_calls.size()) - 1) {
+            if (m_failure == EFailure::Throws)
+                throw std::bad_alloc();
+            return false;
+        }
+    }
     for (auto& [pattern, times] : m_failures) {
         if (times == 0 || !begins(line, pattern))
             continue;
@@ -47,6 +63,19 @@ bool Journal::perform(const std::string& line) {
 void Journal::fail(const std::string& pattern, int times) {
     std::lock_guard lock(m_mutex);
     m_failures.emplace_back(pattern, times);
+}
+
+void Journal::failCall(int number, EFailure how) {
+    std::lock_guard lock(m_mutex);
+    m_counted = std::this_thread::get_id();
+    m_calls.clear();
+    m_failingCall = number;
+    m_failure = how;
+}
+
+std::vector<std::string> Journal::countedCalls() const {
+    std::lock_guard lock(m_mutex);
+    return m_calls;
 }
 
 std::vector<std::string> Journal::lines() const {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -23,6 +24,16 @@ public:
     void note(const std::string& line);
     /// Notes the line and says whether the call succeeds.
     bool perform(const std::string& line);
+
+    /// The same for a call that is not worth a line: a mere question.
+    bool permit(const std::string& line);
+
+    enum class EFailure { Refused, Throws };
+    /// From now on the calls of this thread that can fail are counted, from 0; the one of that number fails,
+    /// or throws as if memory were short. None fails for -1.
+    void failCall(int number, EFailure how = EFailure::Refused);
+    /// What has been counted.
+    std::vector<std::string> countedCalls() const;
 
     /// Calls whose line is pattern, or begins with it followed by a blank, fail: the next `times` of them,
     /// all for -1.
@@ -46,6 +57,10 @@ private:
     mutable std::condition_variable m_changed;
     std::vector<std::string> m_lines;
     std::vector<std::pair<std::string, int>> m_failures;
+    std::thread::id m_counted;  ///< the thread whose calls are counted; none at first
+    std::vector<std::string> m_calls;
+    int m_failingCall = -1;
+    EFailure m_failure = EFailure::Refused;
     std::function<std::vector<std::string>()> m_observer;
 };
 

@@ -20,8 +20,9 @@ struct NetworkAdapter::Impl {
 
 std::list<std::string> NetworkAdapter::getAdapterNameList() {
     fakehost::FakeHost& host = fakehost::FakeHost::current();
-    host.journal().note("adapter list");
     std::list<std::string> result;
+    if (!host.journal().perform("adapter list"))
+        return result;
     for (const fakehost::Adapter& adapter : host.adapters)
         result.push_back(adapter.name);
     return result;
@@ -41,13 +42,15 @@ bool NetworkAdapter::open(const std::string& name) {
 }
 
 HostAddress NetworkAdapter::getMainIpAddress() const {
+    const bool isTold = fakehost::Journal::instance().permit("adapter main address " + m_pImpl->name);
     const fakehost::Adapter* pAdapter = m_pImpl->adapter();
-    return pAdapter ? HostAddress(pAdapter->mainAddress) : HostAddress();
+    return isTold && pAdapter ? HostAddress(pAdapter->mainAddress) : HostAddress();
 }
 
 bool NetworkAdapter::hasIpAddress(const HostAddress& address) const {
+    const bool isTold = fakehost::Journal::instance().permit("adapter has " + m_pImpl->name);
     const fakehost::Adapter* pAdapter = m_pImpl->adapter();
-    if (!pAdapter)
+    if (!isTold || !pAdapter)
         return false;
     const auto& secondary = pAdapter->secondaryAddresses;
     return pAdapter->mainAddress == address.getAddressString() ||

@@ -34,7 +34,8 @@ const std::string& Path::getPathString() const {
 }
 
 Path Path::getCurrentWorkingDirPath() {
-    return Path(fakehost::FakeHost::current().workingDirectory);
+    fakehost::FakeHost& host = fakehost::FakeHost::current();
+    return host.journal().permit("working directory") ? Path(host.workingDirectory) : Path();
 }
 
 bool Path::setCurrentWorkingDirPath(const Path& path) {
@@ -47,7 +48,8 @@ bool Path::setCurrentWorkingDirPath(const Path& path) {
 }
 
 Path Path::getExeBasePath() {
-    return Path(fakehost::FakeHost::current().exeDirectory);
+    fakehost::FakeHost& host = fakehost::FakeHost::current();
+    return host.journal().permit("program directory") ? Path(host.exeDirectory) : Path();
 }
 
 }  // namespace sal

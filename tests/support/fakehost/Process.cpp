@@ -9,7 +9,7 @@ bool Process::createProcess(const std::string& title, Path& executable,
     std::string line = "process start " + executable.getPathString() + " [" + title + "]";
     for (const std::string& argument : arguments)
         line += " [" + argument + "]";
-    return fakehost::Journal::instance().perform(line);
+    return fakehost::Journal::instance().perform(line) && !executable.getPathString().empty();
 }
 
 void Process::setObserver(Observer*) {}
