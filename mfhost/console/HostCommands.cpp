@@ -117,7 +117,10 @@ void HostCommands::registerCommands() {
         {"drivers", "drivers\n\tlists the drivers of the workplace and how they are.",
          &HostCommands::drivers},
         {"modules", "modules\n\tlists the available and the used driver modules.", &HostCommands::modules},
-        {"state", "state [<pattern>]\n\tlists the state values, those that match a pattern such as SYS.*.",
+        {"state",
+         "state [--now] [<pattern>]\n\tlists the state values, those that match a pattern such as SYS.*; "
+         "with "
+         "--now a script does not wait for what is on its way.",
          &HostCommands::state},
         {"events", "events\n\tlists the last events.", &HostCommands::events},
         {"queues", "queues\n\tlists the message queues of the driver processes.", &HostCommands::queues},
@@ -159,8 +162,10 @@ bool HostCommands::modules(sal::CmdParameters&) {
 }
 
 bool HostCommands::state(sal::CmdParameters& parameters) {
-    m_context.settle();
-    const std::string pattern = parameters.argument(0);
+    const bool isNow = parameters.argument(0) == "--now";
+    if (!isNow)
+        m_context.settle();
+    const std::string pattern = parameters.argument(isNow ? 1 : 0);
     const auto now = StateStore::Clock::now();
     Table table({"key", "type", "value", "set by", "age", "holds"});
     for (const StateStore::Entry& entry : m_context.store.entries(pattern))

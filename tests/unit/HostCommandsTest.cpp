@@ -52,7 +52,7 @@ protected:
 
 TEST_F(HostCommandsTest, HelpListsEachCommandOnALine) {
     EXPECT_NE(std::string::npos, reply("help").find("quit: stops all drivers and ends the host.\n"));
-    EXPECT_NE(std::string::npos, reply("help").find("state [<pattern>]: lists the state values"));
+    EXPECT_NE(std::string::npos, reply("help").find("state [--now] [<pattern>]: lists the state values"));
 }
 
 TEST_F(HostCommandsTest, HelpOfACommandTellsItsUse) {
@@ -140,6 +140,14 @@ TEST_F(HostCommandsTest, StateAndEventsWaitForWhatIsOnItsWay) {
     reply("state");
     reply("events");
     EXPECT_EQ(2, m_settled);
+}
+
+TEST_F(HostCommandsTest, StateOfNowWaitsForNothingAndTakesAPattern) {
+    m_store.setStateValueInt("AXIS1.POS", 1);
+    m_store.setStateValueInt("SYS.N", 1);
+    EXPECT_EQ("key    type  value  set by  age  holds\nSYS.N  int   1      SYS     0 s  yes\n",
+              reply("state --now SYS.*"));
+    EXPECT_EQ(0, m_settled);
 }
 
 TEST_F(HostCommandsTest, EmptyListsAreSaidToBeEmpty) {

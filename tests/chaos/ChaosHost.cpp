@@ -1,0 +1,180 @@
+#include "ChaosHost.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+#include <vector>
+
+#include "../system/Workplace.h"
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// How long a host may leave its console unread before nothing more is typed.
+constexpr auto s_inputPatience = 30s;
+constexpr std::size_t s_longestRecord = 200u * 1024 * 1024;
+
+pid_t parentOf(const fs::path& process) {
+    const std::string text = readFile(process / "stat");
+    const auto end = text.rfind(')');
+    char state = 0;
+    pid_t parent = 0;
+    if (end != std::string::npos)
+        std::istringstream(text.substr(end + 1)) >> state >> parent;
+    return state == 'Z' ? 0 : parent;
+}
+
+}  // namespace
+
+ChaosHost::ChaosHost(const HostProcess::Start& start, Handlers handlers, const fs::path& record)
+    : m_record(record, std::ios::app) {
+    std::vector<std::string> words{start.program};
+    words.insert(words.end(), start.arguments.begin(), start.arguments.end());
+    std::vector<char*> arguments;
+    for (auto& word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    std::vector<std::string> settings;
+    for (const auto& [name, value] : start.environment)
+        settings.push_back(name + "=" + value);
+    // Between fork and exec of a process with threads nothing may be allocated.
+    std::vector<char*> environment;
+    for (char** pEntry = environ; *pEntry; ++pEntry)
+        environment.push_back(*pEntry);
+    for (auto& setting : settings)
+        environment.push_back(setting.data());
+    environment.push_back(nullptr);
+
+    int input[2];
+    int output[2];
+    int log[2];
+    if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0 || ::pipe2(log, O_CLOEXEC) != 0)
+        throw std::runtime_error("no pipes for " + start.program.string());
+    m_pid = ::fork();
+    if (m_pid == 0) {
+        ::dup2(input[0], STDIN_FILENO);
+        ::dup2(output[1], STDOUT_FILENO);
+        ::dup2(log[1], STDERR_FILENO);
+        ::execve(arguments[0], arguments.data(), environment.data());
+        ::_exit(127);
+    }
+    ::close(input[0]);
+    ::close(output[1]);
+    ::close(log[1]);
+    m_input = input[1];
+    ::fcntl(m_input, F_SETFL, O_NONBLOCK);
+    m_outputReader =
+        std::thread([this, fd = output[0], handler = handlers.output] { read(fd, handler, "< "); });
+    m_logReader = std::thread([this, fd = log[0], handler = handlers.log] { read(fd, handler, "! "); });
+}
+
+ChaosHost::~ChaosHost() {
+    closeInput();
+    if (!waitForEnd(0s)) {
+        ::kill(m_pid, SIGKILL);
+        waitForEnd(10s);
+    }
+    m_isStopping = true;
+    m_outputReader.join();
+    m_logReader.join();
+}
+
+void ChaosHost::read(int fd, const std::function<void(const std::string&)>& handler, const char* prefix) {
+    std::string rest;
+    std::vector<char> buffer(64 * 1024);
+    for (;;) {
+        // Drivers that outlive their host keep the other end open.
+        pollfd ready{fd, POLLIN, 0};
+        if (::poll(&ready, 1, 50) <= 0) {
+            if (m_isStopping)
+                break;
+            continue;
+        }
+        const ssize_t count = ::read(fd, buffer.data(), buffer.size());
+        if (count == 0 || (count < 0 && errno != EINTR))
+            break;
+        if (count < 0)
+            continue;
+        rest.append(buffer.data(), static_cast<std::size_t>(count));
+        std::string kept;
+        std::size_t begin = 0;
+        for (std::size_t end; (end = rest.find('\n', begin)) != std::string::npos; begin = end + 1) {
+            const std::string line = rest.substr(begin, end - begin);
+            handler(line);
+            // What the talkers say all the time is not worth the room.
+            if (line.find(".N = ") == std::string::npos && line.find("event ") == std::string::npos)
+                kept += prefix + line + "\n";
+        }
+        rest.erase(0, begin);
+        const std::lock_guard lock(m_recordMutex);
+        if (static_cast<std::size_t>(m_record.tellp()) < s_longestRecord)
+            m_record << kept << std::flush;
+    }
+    ::close(fd);
+}
+
+bool ChaosHost::type(const std::string& line) {
+    const std::lock_guard lock(m_inputMutex);
+    if (m_input < 0)
+        return false;
+    const std::string text = line + "\n";
+    const auto limit = Clock::now() + s_inputPatience;
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t count = ::write(m_input, text.data() + done, text.size() - done);
+        if (count > 0) {
+            done += static_cast<std::size_t>(count);
+            continue;
+        }
+        if (errno != EAGAIN || Clock::now() > limit)
+            return false;
+        pollfd room{m_input, POLLOUT, 0};
+        ::poll(&room, 1, 50);
+    }
+    return true;
+}
+
+void ChaosHost::closeInput() {
+    const std::lock_guard lock(m_inputMutex);
+    if (m_input >= 0)
+        ::close(m_input);
+    m_input = -1;
+}
+
+std::optional<int> ChaosHost::waitForEnd(std::chrono::seconds patience) {
+    const auto limit = Clock::now() + patience;
+    for (;;) {
+        {
+            const std::lock_guard lock(m_endMutex);
+            int status = 0;
+            if (!m_exit && ::waitpid(m_pid, &status, WNOHANG) == m_pid)
+                m_exit = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            if (m_exit || Clock::now() >= limit)
+                return m_exit;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+}
+
+pid_t ChaosHost::driverProcess(const std::string& driverID) const {
+    return childWith(driverID + " MFD Console");
+}
+
+pid_t ChaosHost::childWith(const std::string& text) const {
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator("/proc", ignored)) {
+        const pid_t pid = std::atoi(entry.path().filename().c_str());
+        if (pid <= 0 || parentOf(entry.path()) != m_pid)
+            continue;
+        if (readFile(entry.path() / "cmdline").find(text) != std::string::npos)
+            return pid;
+    }
+    return 0;
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <signal.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "../system/HostProcess.h"
+
+/// A running mfhost whose two streams are read line by line as they come, on a thread each, and kept in a
+/// file. Owned by Chaos; any thread may type. Killed with the object.
+class ChaosHost {
+public:
+    using Clock = std::chrono::steady_clock;
+    struct Handlers {
+        std::function<void(const std::string& line)> output;
+        std::function<void(const std::string& line)> log;
+    };
+
+    /// Appends what the host writes to that record.
+    ChaosHost(const HostProcess::Start& start, Handlers handlers, const std::filesystem::path& record);
+    ~ChaosHost();
+    ChaosHost(const ChaosHost&) = delete;
+    ChaosHost& operator=(const ChaosHost&) = delete;
+
+    pid_t pid() const { return m_pid; }
+
+    /// False when the host has taken nothing for a while.
+    bool type(const std::string& line);
+    void closeInput();
+    void signal(int number) const { ::kill(m_pid, number); }
+
+    /// Its exit code, or 128 and the signal that ended it; nothing when it still runs after that time.
+    std::optional<int> waitForEnd(std::chrono::seconds patience);
+
+    /// Process of that driver; 0 when there is none.
+    pid_t driverProcess(const std::string& driverID) const;
+    /// A child whose command line holds that text; 0 when there is none.
+    pid_t childWith(const std::string& text) const;
+
+private:
+    void read(int fd, const std::function<void(const std::string&)>& handler, const char* prefix);
+
+    std::ofstream m_record;
+    std::mutex m_recordMutex;
+    std::mutex m_inputMutex;
+    pid_t m_pid = -1;
+    int m_input = -1;
+    std::mutex m_endMutex;
+    std::optional<int> m_exit;
+    std::atomic<bool> m_isStopping = false;
+    std::thread m_outputReader;
+    std::thread m_logReader;
+};

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+/// What a host and its drivers hold of the machine at one moment.
+struct Holdings {
+    long descriptors = 0;  ///< of the host
+    long threads = 0;      ///< of the host
+    long processes = 0;    ///< the host, its drivers, and whatever they have started
+    long queues = 0;       ///< files for them
+    long temporary = 0;    ///< temporary files
+    long memoryKb = 0;     ///< of the host alone: what is not of files or shared
+
+    static Holdings of(pid_t host, const std::string& mark, const std::string& temporaryFiles);
+
+    /// Processes whose environment says MFD_CHAOS_MARK=mark.
+    static std::set<pid_t> processesOf(const std::string& mark);
+    static long filesBelow(const std::string& directory);
+
+    /// All but the memory, which no two moments have alike.
+    bool isLike(const Holdings& other) const;
+};

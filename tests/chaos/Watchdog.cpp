@@ -1,0 +1,34 @@
+#include "Watchdog.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <iostream>
+#include <utility>
+
+#include "Holdings.h"
+
+Watchdog::Watchdog(std::chrono::seconds limit, std::string mark)
+    : m_mark(std::move(mark)), m_thread([this, limit] { run(limit); }) {}
+
+Watchdog::~Watchdog() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isDone = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+void Watchdog::run(std::chrono::seconds limit) {
+    {
+        std::unique_lock lock(m_mutex);
+        if (m_changed.wait_for(lock, limit, [this] { return m_isDone; }))
+            return;
+    }
+    std::cout << "chaos: has not come to its end in " << limit.count() << " s and is ended" << std::endl;
+    // A host that is killed takes some moments to be followed by its drivers.
+    for (const pid_t pid : Holdings::processesOf(m_mark))
+        ::kill(pid, SIGKILL);
+    ::_exit(s_exitCode);
+}

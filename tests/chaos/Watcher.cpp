@@ -1,0 +1,341 @@
+#include "Watcher.h"
+
+#include <algorithm>
+#include <charconv>
+#include <sstream>
+
+namespace {
+
+/// Texts are looked for among the last lines.
+constexpr std::size_t s_keptLines = 4000;
+
+/// Takes a number from the front of the text.
+bool take(std::string& text, std::uint32_t& number) {
+    const auto [pEnd, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc())
+        return false;
+    text.erase(0, static_cast<std::size_t>(pEnd - text.data()));
+    return true;
+}
+
+/// "17:300"
+bool readNumbered(std::string text, std::uint32_t& instance, std::uint32_t& number) {
+    if (!take(text, instance) || !text.starts_with(':'))
+        return false;
+    text.erase(0, 1);
+    return take(text, number) && text.empty();
+}
+
+/// "p300"
+bool readAnswer(std::string text, std::uint32_t& number) {
+    if (!text.starts_with('p'))
+        return false;
+    text.erase(0, 1);
+    return take(text, number) && text.empty();
+}
+
+bool split(const std::string& key, std::string& driverID, std::string& name) {
+    const auto dot = key.find('.');
+    if (dot == std::string::npos || key.find(' ') != std::string::npos)
+        return false;
+    driverID = key.substr(0, dot);
+    name = key.substr(dot + 1);
+    return true;
+}
+
+bool isAnswer(const std::string& name) {
+    return name == "PONG" || name == "MARK";
+}
+
+}  // namespace
+
+void Watcher::output(const std::string& line) {
+    {
+        const std::lock_guard lock(m_mutex);
+        // What is printed may begin behind a line that a start or end has left open.
+        const auto open = line.rfind("...");
+        if (!parse(line) && open != std::string::npos)
+            parse(line.substr(open + 3));
+        keep(line);
+    }
+    m_changed.notify_all();
+}
+
+void Watcher::log(const std::string& line) {
+    {
+        const std::lock_guard lock(m_mutex);
+        for (const char* sign : {"AddressSanitizer", "ThreadSanitizer", "LeakSanitizer", ": runtime error: "})
+            if (line.find(sign) != std::string::npos)
+                m_sanitizer.push_back(line);
+        const auto process = line.find(": process ");
+        const auto name = line.rfind(' ', process - 1);
+        if (process != std::string::npos && name != std::string::npos) {
+            const std::string driverID = line.substr(name + 1, process - name - 1);
+            std::string rest = line.substr(process + 10);
+            std::uint32_t pid = 0;
+            if (take(rest, pid) && (rest.starts_with(" ended") || rest.starts_with(" hangs"))) {
+                m_notices.try_emplace(static_cast<pid_t>(pid), Clock::now());
+                m_ends[driverID] += rest.starts_with(" ended") ? 1 : 0;
+                if (!m_expected.contains(driverID) && !m_isHostGone)
+                    m_unexpected.push_back(line);
+            }
+        }
+        keep(line);
+    }
+    m_changed.notify_all();
+}
+
+void Watcher::keep(const std::string& line) {
+    m_lines.push_back({++m_position, Clock::now(), line});
+    if (m_lines.size() > s_keptLines)
+        m_lines.pop_front();
+}
+
+bool Watcher::parse(const std::string& text) {
+    return parseEvent(text) || parseValue(text) || parseMark(text) || parseRow(text) || parseStale(text);
+}
+
+bool Watcher::parseEvent(const std::string& text) {
+    if (!text.starts_with("event "))
+        return false;
+    const auto blank = text.find(' ', 6);
+    if (blank == std::string::npos)
+        return false;
+    std::uint32_t instance = 0;
+    std::uint32_t number = 0;
+    if (text.substr(6, blank - 6).ends_with(".E") && readNumbered(text.substr(blank + 1), instance, number))
+        countEvent(instance, number);
+    return true;
+}
+
+void Watcher::countEvent(std::uint32_t instance, std::uint32_t number) {
+    Events& events = m_events[instance];
+    ++events.seen;
+    if (number < events.next) {
+        ++events.disordered;
+        return;
+    }
+    events.missing += number - events.next;
+    events.next = number + 1;
+}
+
+bool Watcher::parseValue(const std::string& text) {
+    if (text.starts_with("... ") && text.ends_with(" lines dropped")) {
+        std::string rest = text.substr(4);
+        std::uint32_t count = 0;
+        if (take(rest, count))
+            m_dropped += count;
+        return true;
+    }
+    const auto equals = text.find(" = ");
+    std::string driverID;
+    std::string name;
+    if (equals == std::string::npos || !split(text.substr(0, equals), driverID, name))
+        return false;
+    const std::string value = text.substr(equals + 3);
+    std::uint32_t instance = 0;
+    std::uint32_t number = 0;
+    // What is stale has its cause behind it, and so is none of these.
+    if (name == "N" && readNumbered(value, instance, number)) {
+        showLive(driverID, instance, 0, text);
+    } else if (isAnswer(name) && readAnswer(value, number)) {
+        showLive(driverID, 0, number, text);
+        m_answers[driverID] = Clock::now();
+    }
+    return true;
+}
+
+void Watcher::showLive(const std::string& driverID, std::uint32_t instance, std::uint32_t ping,
+                       const std::string& text) {
+    const Shown& stale = m_staleUpTo[driverID];
+    if ((instance > 0 && instance <= stale.instance) || (ping > 0 && ping <= stale.ping))
+        m_deadShownLive.push_back(text);
+    Shown& shown = m_shown[driverID];
+    shown.instance = std::max(shown.instance, instance);
+    shown.ping = std::max(shown.ping, ping);
+}
+
+bool Watcher::parseStale(const std::string& text) {
+    const auto colon = text.find(": ");
+    const auto stale = text.find(" stale: ");
+    if (colon == std::string::npos || stale == std::string::npos || stale < colon || text.find(' ') < colon)
+        return false;
+    const std::string driverID = text.substr(0, colon);
+    m_staleUpTo[driverID] = m_shown[driverID];
+    return true;
+}
+
+bool Watcher::parseMark(const std::string& text) {
+    const std::string begin = "unknown command \"mark";
+    if (!text.starts_with(begin))
+        return false;
+    std::string rest = text.substr(begin.size());
+    std::uint32_t mark = 0;
+    if (!take(rest, mark))
+        return false;
+    m_reply = {mark, Clock::now(), std::move(m_rows)};
+    m_rows.clear();
+    return true;
+}
+
+bool Watcher::parseRow(const std::string& text) {
+    std::istringstream words(text);
+    std::string key;
+    std::string type;
+    std::string value;
+    std::string owner;
+    std::string age;
+    std::string unit;
+    std::string holds;
+    words >> key >> type >> value >> owner >> age >> unit >> holds;
+    Row row;
+    if (type != "string" || (holds != "yes" && holds != "stale") || !split(key, row.driverID, row.name))
+        return false;
+    if (!(row.name == "N" && readNumbered(value, row.instance, row.number)) &&
+        !(isAnswer(row.name) && readAnswer(value, row.number)))
+        return false;
+    row.isLive = holds == "yes";
+    m_rows.push_back(row);
+    return true;
+}
+
+void Watcher::hostBegins() {
+    const std::lock_guard lock(m_mutex);
+    m_isHostGone = false;
+    m_rows.clear();
+    m_notices.clear();
+}
+
+void Watcher::hostEnds() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isHostGone = true;
+    }
+    m_changed.notify_all();
+}
+
+bool Watcher::isHostGone() const {
+    const std::lock_guard lock(m_mutex);
+    return m_isHostGone;
+}
+
+void Watcher::forgetNotice(pid_t pid) {
+    const std::lock_guard lock(m_mutex);
+    m_notices.erase(pid);
+}
+
+std::optional<Watcher::Clock::time_point> Watcher::waitForNotice(pid_t pid,
+                                                                 std::chrono::milliseconds patience) {
+    std::optional<Clock::time_point> when;
+    wait(patience, [&] {
+        if (const auto notice = m_notices.find(pid); notice != m_notices.end())
+            when = notice->second;
+        return when.has_value();
+    });
+    return when;
+}
+
+unsigned int Watcher::endsOf(const std::string& driverID) const {
+    const std::lock_guard lock(m_mutex);
+    const auto ends = m_ends.find(driverID);
+    return ends == m_ends.end() ? 0 : ends->second;
+}
+
+bool Watcher::waitForEnds(const std::string& driverID, unsigned int count,
+                          std::chrono::milliseconds patience) {
+    return wait(patience, [&] { return m_ends[driverID] >= count; });
+}
+
+std::uint32_t Watcher::nextPing() {
+    const std::lock_guard lock(m_mutex);
+    return ++m_pings;
+}
+
+std::optional<Watcher::Clock::time_point> Watcher::waitForAnswer(const std::string& driverID,
+                                                                 std::uint32_t ping,
+                                                                 std::chrono::milliseconds patience) {
+    std::optional<Clock::time_point> when;
+    wait(patience, [&] {
+        if (m_shown[driverID].ping >= ping)
+            when = m_answers[driverID];
+        return when.has_value();
+    });
+    return when;
+}
+
+std::uint32_t Watcher::lastAnswer(const std::string& driverID) const {
+    const std::lock_guard lock(m_mutex);
+    const auto shown = m_shown.find(driverID);
+    return shown == m_shown.end() ? 0 : shown->second.ping;
+}
+
+std::uint32_t Watcher::lastInstance(const std::string& driverID) const {
+    const std::lock_guard lock(m_mutex);
+    const auto shown = m_shown.find(driverID);
+    return shown == m_shown.end() ? 0 : shown->second.instance;
+}
+
+std::uint64_t Watcher::position() const {
+    const std::lock_guard lock(m_mutex);
+    return m_position;
+}
+
+std::optional<Watcher::Clock::time_point> Watcher::waitForText(const std::string& text, std::uint64_t since,
+                                                               std::chrono::milliseconds patience) {
+    std::optional<Clock::time_point> when;
+    std::uint64_t looked = since;
+    wait(patience, [&] {
+        for (auto line = m_lines.rbegin(); line != m_lines.rend() && line->position > looked; ++line)
+            if (line->text.find(text) != std::string::npos)
+                when = line->when;
+        looked = m_position;
+        return when.has_value();
+    });
+    return when;
+}
+
+std::optional<Watcher::Reply> Watcher::waitForReply(std::uint32_t mark, std::chrono::milliseconds patience) {
+    std::optional<Reply> reply;
+    wait(patience, [&] {
+        if (m_reply.mark == mark)
+            reply = m_reply;
+        return reply.has_value();
+    });
+    return reply;
+}
+
+void Watcher::expectEnds(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    m_expected.insert(driverID);
+}
+
+void Watcher::expectNoEnds(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    if (const auto found = m_expected.find(driverID); found != m_expected.end())
+        m_expected.erase(found);
+}
+
+std::map<std::uint32_t, Watcher::Events> Watcher::events() const {
+    const std::lock_guard lock(m_mutex);
+    return m_events;
+}
+
+std::vector<std::string> Watcher::deadShownLive() const {
+    const std::lock_guard lock(m_mutex);
+    return m_deadShownLive;
+}
+
+std::vector<std::string> Watcher::unexpectedEnds() const {
+    const std::lock_guard lock(m_mutex);
+    return m_unexpected;
+}
+
+std::vector<std::string> Watcher::sanitizerReports() const {
+    const std::lock_guard lock(m_mutex);
+    return m_sanitizer;
+}
+
+std::uint64_t Watcher::droppedLines() const {
+    const std::lock_guard lock(m_mutex);
+    return m_dropped;
+}

@@ -1,0 +1,143 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+/// Reads what hosts write, and knows from it what they have noticed, which drivers have answered, and which
+/// events and values have been shown. Owned by Chaos, outlives each host. Fed by the host's readers; any
+/// thread may ask and wait.
+class Watcher {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// A value that the command "state" has listed.
+    struct Row {
+        std::string driverID;
+        std::string name;
+        std::uint32_t instance = 0;  ///< of the talker that reported it; 0 for an answer
+        std::uint32_t number = 0;
+        bool isLive = false;
+    };
+    struct Reply {
+        std::uint32_t mark = 0;
+        Clock::time_point when;
+        std::vector<Row> rows;
+    };
+    /// What was to be seen of the events of one instance.
+    struct Events {
+        std::uint32_t next = 0;  ///< expected
+        std::uint64_t seen = 0;
+        std::uint64_t missing = 0;
+        std::uint64_t disordered = 0;
+    };
+
+    void output(const std::string& line);
+    void log(const std::string& line);
+
+    /// A new host begins; before any of its output.
+    void hostBegins();
+    /// Whoever waits for something of the host waits in vain.
+    void hostEnds();
+    bool isHostGone() const;
+
+    /// Waits until the condition, which is asked under the lock, holds. False when the host has ended or the
+    /// time is over.
+    template <class Condition>
+    bool wait(std::chrono::milliseconds patience, Condition condition) {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait_for(lock, patience, [&] { return m_isHostGone || condition(); });
+        return !m_isHostGone && condition();
+    }
+
+    /// Another process of that number may have ended long ago.
+    void forgetNotice(pid_t pid);
+    /// When the host said that this process has ended or hangs.
+    std::optional<Clock::time_point> waitForNotice(pid_t pid, std::chrono::milliseconds patience);
+    /// How many ends of processes of the driver the host has told of.
+    unsigned int endsOf(const std::string& driverID) const;
+    bool waitForEnds(const std::string& driverID, unsigned int count, std::chrono::milliseconds patience);
+
+    /// A number that no other ping has.
+    std::uint32_t nextPing();
+    /// When the driver answered this ping or a later one.
+    std::optional<Clock::time_point> waitForAnswer(const std::string& driverID, std::uint32_t ping,
+                                                   std::chrono::milliseconds patience);
+    /// The last ping that it has answered; 0 for none.
+    std::uint32_t lastAnswer(const std::string& driverID) const;
+    /// The highest number of an instance of that talker whose value was shown.
+    std::uint32_t lastInstance(const std::string& driverID) const;
+
+    /// What comes from here on counts for saw().
+    std::uint64_t position() const;
+    std::optional<Clock::time_point> waitForText(const std::string& text, std::uint64_t since,
+                                                 std::chrono::milliseconds patience);
+
+    /// What was listed before the unknown command "markN".
+    std::optional<Reply> waitForReply(std::uint32_t mark, std::chrono::milliseconds patience);
+
+    /// While it is expected, the driver's processes may end.
+    void expectEnds(const std::string& driverID);
+    void expectNoEnds(const std::string& driverID);
+
+    std::map<std::uint32_t, Events> events() const;
+    /// Values of instances that had ended that were printed as live behind the line that said so.
+    std::vector<std::string> deadShownLive() const;
+    std::vector<std::string> unexpectedEnds() const;
+    std::vector<std::string> sanitizerReports() const;
+    std::uint64_t droppedLines() const;
+
+private:
+    struct Line {
+        std::uint64_t position;
+        Clock::time_point when;
+        std::string text;
+    };
+
+    void keep(const std::string& line);
+    bool parse(const std::string& text);
+    bool parseEvent(const std::string& text);
+    bool parseValue(const std::string& text);
+    bool parseStale(const std::string& text);
+    bool parseMark(const std::string& text);
+    bool parseRow(const std::string& text);
+    void countEvent(std::uint32_t instance, std::uint32_t number);
+    void showLive(const std::string& driverID, std::uint32_t instance, std::uint32_t ping,
+                  const std::string& text);
+
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_isHostGone = true;
+    std::uint64_t m_position = 0;
+    std::deque<Line> m_lines;
+
+    std::map<pid_t, Clock::time_point> m_notices;
+    std::map<std::string, unsigned int> m_ends;
+    std::uint32_t m_pings = 0;
+    struct Shown {
+        std::uint32_t instance = 0;
+        std::uint32_t ping = 0;
+    };
+    std::map<std::string, Shown> m_shown;      ///< the last of each driver
+    std::map<std::string, Shown> m_staleUpTo;  ///< what was shown when its values became stale
+    std::map<std::string, Clock::time_point> m_answers;
+    std::vector<Row> m_rows;
+    Reply m_reply;
+
+    std::multiset<std::string> m_expected;
+    std::map<std::uint32_t, Events> m_events;
+    std::vector<std::string> m_deadShownLive;
+    std::vector<std::string> m_unexpected;
+    std::vector<std::string> m_sanitizer;
+    std::uint64_t m_dropped = 0;
+};
