@@ -6,8 +6,8 @@
 #include "sal/Path.h"
 
 /// Ed25519 signatures of files: "<file>.sig" beside the file holds the 64 bytes, detached. "<file>.sig.info",
-/// which may be missing, says with which key and for which content it was made; it is not trusted, and only
-/// tells why a signature does not fit. Any thread.
+/// which may be missing, says with which key, for which content and under which name it was made; it makes no
+/// signature right, and tells why one does not fit or that it came with its file from elsewhere. Any thread.
 class SAL_API XMLVerify {
 public:
     /// True when the signature is right for a key of the trust directory. False otherwise, with a log line

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -33,6 +34,9 @@ constexpr std::size_t s_keySize = 32;
 constexpr std::size_t s_digestDigits = 64;
 const std::string s_keyLine = "ed25519: ";
 const std::string s_digestLine = "sha256: ";
+const std::string s_fileLine = "file: ";
+const std::string s_signatureEnd = ".sig";
+constexpr int s_mostNeighbours = 64;
 
 template <auto release>
 struct Release {
@@ -155,11 +159,17 @@ std::vector<Key> trustedKeys(std::string& error) {
     return keys;
 }
 
-/// What "<file>.sig.info" says of how a signature was made. Nothing of it is trusted; it only tells why a
-/// signature does not fit.
+bool isSignedBy(const std::vector<Key>& keys, const Bytes& content, const Bytes& signature) {
+    return std::any_of(keys.begin(), keys.end(),
+                       [&](const Key& pKey) { return isSignedBy(pKey.get(), content, signature); });
+}
+
+/// What "<file>.sig.info" says of how a signature was made. Nothing of it makes a signature right; it tells
+/// why one does not fit, or that it came here with another file.
 struct SigningRecord {
     Bytes publicKey;
     std::string digest;
+    std::string file;  ///< without directories; may be missing
 };
 
 std::string digestOf(const Bytes& content) {
@@ -203,15 +213,65 @@ std::optional<SigningRecord> readRecord(const std::string& path) {
             record.publicKey = bytesOf(line.substr(s_keyLine.size()));
         else if (line.starts_with(s_digestLine))
             record.digest = line.substr(s_digestLine.size());
+        else if (line.starts_with(s_fileLine))
+            record.file = line.substr(s_fileLine.size());
     }
     const bool isWhole = record.publicKey.size() == s_keySize && record.digest.size() == s_digestDigits;
     return isWhole ? std::optional(record) : std::nullopt;
 }
 
+/// Which signed file of the same directory the content or the signature is really that of; empty when none.
+std::string swapped(const std::string& path, const Bytes& content, const Bytes& signature,
+                    const std::vector<Key>& keys) {
+    std::error_code code;
+    std::filesystem::path directory = std::filesystem::path(path).parent_path();
+    std::filesystem::directory_iterator entry(directory.empty() ? "." : directory, code);
+    for (int left = s_mostNeighbours; !code && entry != std::filesystem::directory_iterator() && left > 0;
+         entry.increment(code)) {
+        const std::string neighbourSignature = entry->path().string();
+        if (!neighbourSignature.ends_with(s_signatureEnd))
+            continue;
+        --left;
+        const std::string neighbour =
+            neighbourSignature.substr(0, neighbourSignature.size() - s_signatureEnd.size());
+        std::string error;
+        const auto otherContent = read(neighbour, s_largestFile, error);
+        if (!otherContent ||
+            entry->path().filename() == std::filesystem::path(path + s_signatureEnd).filename())
+            continue;
+        if (isSignedBy(keys, *otherContent, signature))
+            return "the signature " + path + s_signatureEnd + " is that of " + neighbour +
+                   ": the two were swapped";
+        const auto otherSignature = read(neighbourSignature, s_signatureSize, error);
+        if (otherSignature && *otherContent == content && isSignedBy(keys, content, *otherSignature))
+            return "the file is a copy of " + neighbour +
+                   ": it was put in the place of the one that was signed";
+    }
+    return {};
+}
+
+/// Why a right signature does not count: it came with the file from elsewhere. Empty when nothing says so.
+std::string displaced(const std::string& path, const Bytes& content) {
+    const std::string recordPath = path + s_signatureEnd + ".info";
+    const auto record = readRecord(recordPath);
+    if (!record)
+        return {};
+    if (digestOf(content) != record->digest)
+        return "the file was swapped together with its signature: " + recordPath +
+               " is of another file (remove it where this one was signed anew without mfctl)";
+    if (!record->file.empty() && record->file != std::filesystem::path(path).filename())
+        return "the file and its signature were made under the name " + record->file +
+               " and were put here together (sign it anew where that is meant)";
+    return {};
+}
+
 /// Why a signature of the right size fits no trusted key.
-std::string misfit(const std::string& signaturePath, const Bytes& content, const Bytes& signature,
-                   std::size_t keys) {
-    const std::string trusted = "the " + std::to_string(keys) + " trusted keys";
+std::string misfit(const std::string& path, const Bytes& content, const Bytes& signature,
+                   const std::vector<Key>& keys) {
+    const std::string signaturePath = path + s_signatureEnd;
+    if (std::string other = swapped(path, content, signature, keys); !other.empty())
+        return other;
+    const std::string trusted = "the " + std::to_string(keys.size()) + " trusted keys";
     const auto record = readRecord(signaturePath + ".info");
     if (!record)
         return "the signature " + signaturePath + " does not fit the file for any of " + trusted +
@@ -231,7 +291,7 @@ std::string misfit(const std::string& signaturePath, const Bytes& content, const
 
 /// Empty when the signature is right, else what is wrong.
 std::string verify(const std::string& path) {
-    const std::string signaturePath = path + ".sig";
+    const std::string signaturePath = path + s_signatureEnd;
     std::string error;
     const auto content = read(path, s_largestFile, error);
     if (!content)
@@ -247,10 +307,8 @@ std::string verify(const std::string& path) {
     const std::vector<Key> keys = trustedKeys(error);
     if (keys.empty())
         return error;
-    for (const Key& pKey : keys)
-        if (isSignedBy(pKey.get(), *content, *signature))
-            return {};
-    return misfit(signaturePath, *content, *signature, keys.size());
+    return isSignedBy(keys, *content, *signature) ? displaced(path, *content)
+                                                  : misfit(path, *content, *signature, keys);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <filesystem>
 
 #include "KeyFile.h"
 #include "OutputFile.h"
@@ -36,10 +37,11 @@ std::string fingerprint(const KeyFile& key) {
     return digest(bytes.data(), bytes.size()).substr(0, 16);
 }
 
-std::string record(const KeyFile& key, const KeyFile::Bytes& content) {
+std::string record(const KeyFile& key, const KeyFile::Bytes& content, const std::string& file) {
     const KeyFile::Bytes publicKey = key.publicKey();
     return "ed25519: " + hexadecimal(publicKey.data(), publicKey.size()) +
-           "\nsha256: " + digest(content.data(), content.size()) + "\n";
+           "\nsha256: " + digest(content.data(), content.size()) +
+           "\nfile: " + std::filesystem::path(file).filename().string() + "\n";
 }
 
 }  // namespace
@@ -82,7 +84,7 @@ int SigningCommands::sign(const std::string& keyFile, const std::vector<std::str
         }
         error = OutputFile::replace(file + ".sig", std::string(signature.begin(), signature.end()));
         if (error.empty())
-            error = OutputFile::replace(file + ".sig.info", record(key, bytes));
+            error = OutputFile::replace(file + ".sig.info", record(key, bytes, file));
         if (error.empty())
             m_out << file << ": signed with " << fingerprint(key) << std::endl;
         else

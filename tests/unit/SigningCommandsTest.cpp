@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -29,6 +30,9 @@ protected:
 
     std::string path(const std::string& name) const { return m_directory.path(name); }
     int sign(const std::string& name = "w.xml") { return m_sut.sign(path("site.key"), {path(name)}); }
+    void copy(const std::string& from, const std::string& to) const {
+        fs::copy_file(path(from), path(to), fs::copy_options::overwrite_existing);
+    }
     /// What the verification of w.xml says against it.
     std::string fault() {
         m_err.str({});
@@ -126,10 +130,93 @@ TEST_F(SigningCommandsTest, SwappedFileIsToldApart) {
 TEST_F(SigningCommandsTest, WrongSignatureIsToldApart) {
     ASSERT_EQ(0, sign());
     ASSERT_EQ(0, sign("v.xml"));
-    fs::copy_file(path("v.xml.sig"), path("w.xml.sig"), fs::copy_options::overwrite_existing);
+    copy("v.xml.sig", "w.xml.sig");
+    fs::remove(path("v.xml"));
     EXPECT_EQ("mfctl: " + path("w.xml") + ": the signature " + path("w.xml.sig") +
                   " is wrong: it was damaged, or was made for another file\n",
               fault());
+}
+
+TEST_F(SigningCommandsTest, SignatureOfAnotherFileBesideItIsNamed) {
+    ASSERT_EQ(0, sign());
+    ASSERT_EQ(0, sign("v.xml"));
+    copy("v.xml.sig", "w.xml.sig");
+    const std::string expected = "mfctl: " + path("w.xml") + ": the signature " + path("w.xml.sig") +
+                                 " is that of " + path("v.xml") + ": the two were swapped\n";
+    EXPECT_EQ(expected, fault());
+    fs::remove(path("w.xml.sig.info"));
+    EXPECT_EQ(expected, fault());
+}
+
+TEST_F(SigningCommandsTest, CopyOfAnotherSignedFileBesideItIsNamed) {
+    ASSERT_EQ(0, sign());
+    ASSERT_EQ(0, sign("v.xml"));
+    copy("v.xml", "w.xml");
+    const std::string expected = "mfctl: " + path("w.xml") + ": the file is a copy of " + path("v.xml") +
+                                 ": it was put in the place of the one that was signed\n";
+    EXPECT_EQ(expected, fault());
+    fs::remove(path("w.xml.sig.info"));
+    EXPECT_EQ(expected, fault());
+}
+
+TEST_F(SigningCommandsTest, CopyOfAFileWhoseSignatureIsWrongIsNotTakenForIt) {
+    ASSERT_EQ(0, sign());
+    ASSERT_EQ(0, sign("v.xml"));
+    copy("v.xml", "w.xml");
+    copy("w.xml.sig", "v.xml.sig");
+    EXPECT_THAT(fault(), HasSubstr(": the file is not the one that was signed: "));
+}
+
+TEST_F(SigningCommandsTest, PipeBesideTheFileDoesNotHangIt) {
+    ASSERT_EQ(0, sign());
+    m_directory.write("w.xml", "other");
+    ASSERT_EQ(0, ::mkfifo(path("p.xml").c_str(), 0600));
+    ASSERT_EQ(0, ::mkfifo(path("p.xml.sig").c_str(), 0600));
+    EXPECT_THAT(fault(), HasSubstr(": the file is not the one that was signed: "));
+}
+
+TEST_F(SigningCommandsTest, FileSwappedTogetherWithItsSignatureIsRefused) {
+    ASSERT_EQ(0, sign());
+    ASSERT_EQ(0, sign("v.xml"));
+    copy("v.xml", "w.xml");
+    copy("v.xml.sig", "w.xml.sig");
+    EXPECT_EQ("mfctl: " + path("w.xml") +
+                  ": the file was swapped together with its signature: " + path("w.xml.sig.info") +
+                  " is of another file (remove it where this one was signed anew without mfctl)\n",
+              fault());
+}
+
+TEST_F(SigningCommandsTest, FileSwappedTogetherWithAllThatBelongsToItIsRefused) {
+    ASSERT_EQ(0, sign());
+    ASSERT_EQ(0, sign("v.xml"));
+    for (const std::string end : {"", ".sig", ".sig.info"})
+        copy("v.xml" + end, "w.xml" + end);
+    EXPECT_EQ(
+        "mfctl: " + path("w.xml") +
+            ": the file and its signature were made under the name v.xml and were put here together (sign it "
+            "anew where that is meant)\n",
+        fault());
+    ASSERT_EQ(0, sign());
+    EXPECT_EQ(0, m_sut.verify(path("trust"), {path("w.xml")}));
+}
+
+TEST_F(SigningCommandsTest, RecordWithoutANameIsAsGood) {
+    ASSERT_EQ(0, sign());
+    const std::string record = m_directory.read("w.xml.sig.info");
+    const auto name = record.find("file: w.xml\n");
+    ASSERT_NE(std::string::npos, name);
+    m_directory.write("w.xml.sig.info", record.substr(0, name));
+    EXPECT_EQ(0, m_sut.verify(path("trust"), {path("w.xml")}));
+}
+
+TEST_F(SigningCommandsTest, SignatureOfASecondTrustedKeyNeedsNoRecordOfItsOwn) {
+    ASSERT_EQ(0, m_sut.keygen(path("second")));
+    fs::copy_file(path("second.pem"), path("trust/second.pem"));
+    ASSERT_EQ(0, sign());
+    const std::string record = m_directory.read("w.xml.sig.info");
+    ASSERT_EQ(0, m_sut.sign(path("second.key"), {path("w.xml")}));
+    m_directory.write("w.xml.sig.info", record);
+    EXPECT_EQ(0, m_sut.verify(path("trust"), {path("w.xml")}));
 }
 
 TEST_F(SigningCommandsTest, RecordBesideTheSignatureIsNotTrusted) {
