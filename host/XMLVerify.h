@@ -11,8 +11,8 @@
 class SAL_API XMLVerify {
 public:
     /// True when the signature is right for a key of the trust directory. False otherwise, with a log line
-    /// that tells apart a missing signature, a truncated one, one of a foreign key, a file that was changed or
-    /// swapped, a wrong signature, and an empty or unreadable trust directory.
+    /// that tells apart a missing signature, a truncated one, one of a foreign key, a changed file, a file or
+    /// signature swapped with another's, a wrong signature, and an empty or unreadable trust directory.
     static bool verifySignature(const sal::Path& file);
 
     /// The same test without the log line: what is wrong; empty when the signature is right.
