@@ -2,7 +2,11 @@
 
 #include <pthread.h>
 
+#include <exception>
 #include <utility>
+
+#include "HostLog.h"
+#include "Needed.h"
 
 CommandThread::~CommandThread() {
     stopAfterCurrent();
@@ -18,7 +22,7 @@ void CommandThread::start(Task onActivity, Task last, Task onEnd) {
     m_onActivity = std::move(onActivity);
     m_last = std::move(last);
     m_onEnd = std::move(onEnd);
-    m_thread = std::thread([this] { run(); });
+    m_thread = neededThread("commands", [this] { run(); });
 }
 
 bool CommandThread::post(const std::string& what, Task task) {
@@ -110,7 +114,12 @@ void CommandThread::perform(const Item& item) {
         m_activity = {true, item.what, {}, Clock::now()};
     }
     m_onActivity();
-    item.task();
+    try {
+        item.task();
+    } catch (const std::exception& error) {
+        hostLog(sal::LogOutput::eCritical)
+            << "\"" << item.what << "\" is broken off: " << error.what() << std::endl;
+    }
     {
         const std::lock_guard lock(m_mutex);
         m_activity = {};

@@ -10,7 +10,8 @@
 #include <thread>
 
 /// The one thread on which everything runs that changes the workplace: start-up, commands, shutdown. So
-/// loading, reloading and teardown never overlap. Everybody else only posts.
+/// loading, reloading and teardown never overlap. Everybody else only posts. A task that throws is broken off
+/// with a log line, and the thread goes on.
 class CommandThread {
 public:
     using Clock = std::chrono::steady_clock;
@@ -33,7 +34,7 @@ public:
     CommandThread& operator=(const CommandThread&) = delete;
 
     /// onActivity is called whenever a task begins or ends; last is the thread's last task, however it is
-    /// stopped; onEnd is called behind it.
+    /// stopped; onEnd is called behind it. An exception says that no thread can be had.
     void start(Task onActivity, Task last, Task onEnd);
 
     /// Any thread; returns at once. False when the thread is stopping or has too much to do already.

@@ -64,12 +64,13 @@ std::string DataDirectory::foreignEntries() const {
     std::string names;
     std::error_code error;
     int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(m_path, error)) {
-        if (entry.is_symlink(error))
+    const std::filesystem::directory_iterator end;
+    for (std::filesystem::directory_iterator entry(m_path, error); entry != end; entry.increment(error)) {
+        if (entry->is_symlink(error))
             continue;
         if (++count > 3)
             return names + ", ...";
-        names += (names.empty() ? "" : ", ") + entry.path().filename().string();
+        names += (names.empty() ? "" : ", ") + entry->path().filename().string();
     }
     return names;
 }

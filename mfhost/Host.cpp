@@ -1,19 +1,24 @@
 #include "Host.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <future>
 #include <iostream>
 #include <mutex>
 #include <set>
 #include <sstream>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -23,6 +28,7 @@
 #include "IMDMConfiguration.h"
 #include "InterfaceIds.h"
 #include "MfDriverManager.h"
+#include "Needed.h"
 #include "TerminalModes.h"
 #include "WorkplaceFile.h"
 #include "XMLVerify.h"
@@ -34,6 +40,8 @@ namespace {
 
 /// How long a terminal waits for a command before it offers the next prompt.
 constexpr std::chrono::seconds s_promptDelay{2};
+/// An output that is closed for good is not worth a line for each command.
+constexpr std::chrono::minutes s_outputComplaintInterval{1};
 
 /// Commands whose values the operator sets, though the keys name drivers.
 bool setsState(const std::string& command) {
@@ -43,6 +51,25 @@ bool setsState(const std::string& command) {
 std::string signalName(int signal) {
     return std::string("SIG") + ::sigabbrev_np(signal);
 }
+
+/// A scan changes the working directory of the process, and may fail to change it back.
+class WorkingDirectory {
+public:
+    WorkingDirectory()
+        : m_fd(neededDescriptor(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC), "the working directory")) {}
+    ~WorkingDirectory() { ::close(m_fd); }
+    WorkingDirectory(const WorkingDirectory&) = delete;
+    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+
+    void enter() const {
+        if (::fchdir(m_fd) != 0)
+            throw std::runtime_error(std::string("the working directory cannot be entered again: ") +
+                                     std::strerror(errno));
+    }
+
+private:
+    const int m_fd;
+};
 
 }  // namespace
 
@@ -98,8 +125,12 @@ int Host::run() {
     sal::Directory::setFileFilter(&FileGuard::acceptsLogged);
 
     m_supervisor.start();
-    m_commands.start([this] { m_supervisor.wake(); }, [this] { shutDown(); },
-                     [this] { m_signals.interrupt(); });
+    const auto onActivity = [this] {
+        m_supervisor.wake();
+        recoverOutput();
+    };
+    m_commands.start(
+        onActivity, [this] { shutDown(); }, [this] { m_signals.interrupt(); });
     m_commands.post("start-up", [this] { startUp(); });
     bool isAsked = false;
     while (const int signal = m_signals.wait()) {
@@ -124,14 +155,19 @@ int Host::run() {
 }
 
 void Host::startUp() {
-    if (!startManager()) {
+    try {
+        if (!startManager()) {
+            requestShutdown("the start failed", 1);
+            return;
+        }
+        m_isStarted = true;
+        hostLog(sal::LogOutput::eInfo) << "the workplace is started" << std::endl;
+        if (m_pConsole)
+            m_pConsole->start();
+    } catch (const std::exception& error) {
+        hostLog(sal::LogOutput::eCritical) << error.what() << std::endl;
         requestShutdown("the start failed", 1);
-        return;
     }
-    m_isStarted = true;
-    hostLog(sal::LogOutput::eInfo) << "the workplace is started" << std::endl;
-    if (m_pConsole)
-        m_pConsole->start();
 }
 
 bool Host::startManager() {
@@ -160,13 +196,19 @@ bool Host::startManager() {
 }
 
 void Host::searchDrivers() {
+    const WorkingDirectory workingDirectory;
     std::set<std::pair<dev_t, ino_t>> searched;
     for (const std::string& directory : m_options.driverDirectories) {
-        // The guard has said what else stands there.
+        // The guard has said where there is none, and what else stands there.
         struct stat status {};
-        if (::stat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-            searched.emplace(status.st_dev, status.st_ino).second)
+        const bool isTold = ::stat(directory.c_str(), &status) == 0;
+        if (!isTold && errno != ENOENT)
+            hostLog(sal::LogOutput::eWarning) << directory << " cannot be searched: " << std::strerror(errno)
+                                              << "; no drivers are found there" << std::endl;
+        if (isTold && S_ISDIR(status.st_mode) && searched.emplace(status.st_dev, status.st_ino).second) {
             m_pConfiguration->searchMfDriver(directory);
+            workingDirectory.enter();
+        }
     }
 }
 
@@ -174,22 +216,28 @@ bool Host::startDrivers() {
     m_roster.configure(WorkplaceFile(m_options.config).entries());
     const bool isComplete = m_pConfiguration->startMfDrivers(m_options.config);
     m_pManager->onMfDriversStarted();
+    const bool hasPanel = m_roster.isRunning("PANEL");
+    if (!hasPanel && !isComplete) {
+        hostLog(sal::LogOutput::eCritical) << "PANEL: the panel driver does not start" << std::endl;
+        return false;
+    }
     for (const DriverRoster::Driver& driver : m_roster.drivers())
         endStart(driver.id);
-    if (m_roster.isRunning("PANEL")) {
+    if (hasPanel) {
         if (!isComplete)
             hostLog(sal::LogOutput::eWarning) << "not every driver of " << m_options.config
                                               << " was started; those that run go on" << std::endl;
         return true;
     }
-    if (!isComplete) {
-        hostLog(sal::LogOutput::eCritical) << "PANEL: the panel driver does not start" << std::endl;
-        return false;
-    }
+    DriverRoster::Driver panel;
+    panel.type = "Panel";
+    panel.version = "1.0";
     hostLog(sal::LogOutput::eWarning)
-        << "PANEL: no descriptor of type \"Panel\", version \"1.0\" stands in the --drivers directories; "
-           "the workplace runs without a panel driver"
-        << std::endl;
+        << "PANEL: "
+        << (isDescribed(panel)
+                ? "the panel driver does not start"
+                : "no descriptor of type \"Panel\", version \"1.0\" stands in the --drivers directories")
+        << "; the workplace runs without a panel driver" << std::endl;
     return true;
 }
 
@@ -377,6 +425,21 @@ void Host::settle() const {
     }
 }
 
+/// A disk that is full for a moment must not silence standard output for good. What was printed meanwhile is
+/// lost.
+void Host::recoverOutput() {
+    if (std::cout && !std::ferror(stdout))
+        return;
+    std::cout.clear();
+    std::clearerr(stdout);
+    const auto now = std::chrono::steady_clock::now();
+    if (m_outputLost && now - *m_outputLost < s_outputComplaintInterval)
+        return;
+    m_outputLost = now;
+    hostLog(sal::LogOutput::eWarning)
+        << "standard output could not be written; what was printed is lost" << std::endl;
+}
+
 void Host::requestShutdown(const std::string& reason, int exitCode) {
     m_exitCode = exitCode;
     hostLog(sal::LogOutput::eInfo) << "shutting down: " << reason << std::endl;
@@ -419,12 +482,16 @@ void Host::exitNow(int exitCode) const {
         bool isDone = false;
     };
     auto pFlush = std::make_shared<Flush>();
-    std::thread([pFlush] {
-        sal::LogManager::getInstance()->flush();
-        const std::lock_guard lock(pFlush->mutex);
-        pFlush->isDone = true;
-        pFlush->changed.notify_all();
-    }).detach();
+    try {
+        std::thread([pFlush] {
+            sal::LogManager::getInstance()->flush();
+            const std::lock_guard lock(pFlush->mutex);
+            pFlush->isDone = true;
+            pFlush->changed.notify_all();
+        }).detach();
+    } catch (const std::system_error&) {
+        // The log has the same moment to get along by itself.
+    }
     {
         std::unique_lock lock(pFlush->mutex);
         pFlush->changed.wait_for(lock, std::chrono::milliseconds(300), [&] { return pFlush->isDone; });

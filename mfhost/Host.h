@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -60,6 +61,7 @@ private:
                                       const std::string& prefix) const;
 
     void settle() const;
+    void recoverOutput();
 
     void requestShutdown(const std::string& reason, int exitCode);
     void shutDown();
@@ -85,6 +87,7 @@ private:
     IMDMConfiguration* m_pConfiguration = nullptr;
     std::ostream* m_pReply = nullptr;
     std::vector<std::string> m_commandNames;
+    std::optional<std::chrono::steady_clock::time_point> m_outputLost;  ///< when it was last said
 
     std::atomic<bool> m_isStarted = false;
     std::atomic<int> m_exitCode = 0;

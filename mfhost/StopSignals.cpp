@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+#include "Needed.h"
+
 StopSignals::StopSignals() {
     ::signal(SIGPIPE, SIG_IGN);
     sigset_t watched;
@@ -19,8 +21,13 @@ StopSignals::StopSignals() {
     if (::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN)
         sigaddset(&watched, SIGHUP);
     ::pthread_sigmask(SIG_BLOCK, &watched, nullptr);
-    m_signalFd = ::signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK);
-    m_interruptFd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    m_signalFd = neededDescriptor(::signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK), "signals");
+    try {
+        m_interruptFd = neededDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "signals");
+    } catch (...) {
+        ::close(m_signalFd);
+        throw;
+    }
 }
 
 StopSignals::~StopSignals() {

@@ -5,6 +5,7 @@
 /// for; SIGPIPE is ignored.
 class StopSignals {
 public:
+    /// An exception says what the system refuses.
     StopSignals();
     ~StopSignals();
     StopSignals(const StopSignals&) = delete;

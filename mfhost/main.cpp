@@ -6,6 +6,7 @@
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -72,10 +73,7 @@ int runHost(const Options& options, StopSignals& signals) {
     return exitCode;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    openStandardStreams();
+int runProgram(int argc, char** argv) {
     // The terminal's character set, for line editing; numbers stay as they are written everywhere.
     std::setlocale(LC_CTYPE, "");
     const auto parsed = OptionParser::parse(argc, argv, std::cout, std::cerr);
@@ -99,4 +97,16 @@ int main(int argc, char** argv) {
     TerminalModes::remember();
     StopSignals signals;
     return runHost(options, signals);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    openStandardStreams();
+    try {
+        return runProgram(argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << "mfhost: " << error.what() << std::endl;
+        return 1;
+    }
 }

@@ -3,11 +3,13 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <iostream>
 #include <utility>
 
 #include "HostLog.h"
 #include "LineReader.h"
+#include "Needed.h"
 
 Console::Console(Handlers handlers) : m_handlers(std::move(handlers)), m_waiter(STDIN_FILENO) {}
 
@@ -22,7 +24,7 @@ bool Console::isInteractive() {
 }
 
 void Console::start() {
-    m_thread = std::thread([this] { run(); });
+    m_thread = neededThread("the console", [this] { run(); });
 }
 
 void Console::stop() {
@@ -75,6 +77,9 @@ void Console::readLines() {
                                                 << " bytes is ignored" << std::endl;
                 break;
             case LineReader::EResult::End:
+                if (reader.error() != 0)
+                    hostLog(sal::LogOutput::eError)
+                        << "standard input cannot be read: " << std::strerror(reader.error()) << std::endl;
                 m_handlers.end();
                 return;
             case LineReader::EResult::Stopped:

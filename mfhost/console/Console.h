@@ -24,6 +24,7 @@ public:
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
+    /// An exception says that no thread can be had.
     void start();
     /// Any thread; returns at once.
     void stop();

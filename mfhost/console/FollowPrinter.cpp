@@ -7,13 +7,19 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
+#include "HostLog.h"
 #include "LineEditor.h"
+#include "Needed.h"
 #include "Table.h"
 
 FollowPrinter::FollowPrinter(std::string glob, int fd, std::function<void()> redraw)
-    : m_glob(std::move(glob)), m_fd(fd), m_redraw(std::move(redraw)), m_thread([this] { run(); }) {}
+    : m_glob(std::move(glob)),
+      m_fd(fd),
+      m_redraw(std::move(redraw)),
+      m_thread(neededThread("--follow", [this] { run(); })) {}
 
 FollowPrinter::~FollowPrinter() {
     {
@@ -114,8 +120,15 @@ bool FollowPrinter::write(const std::string& text) {
         if (count < 0 && (errno == EINTR || errno == EAGAIN))
             continue;
         // Nobody will ever read: the drivers' lines go nowhere, the workplace runs on.
-        if (count < 0)
+        if (count < 0 && errno == EPIPE)
             return false;
+        if (count < 0) {
+            if (!std::exchange(m_isLosing, true))
+                hostLog(sal::LogOutput::eWarning)
+                    << "--follow loses lines: standard output: " << std::strerror(errno) << std::endl;
+            return true;
+        }
+        m_isLosing = false;
         done += static_cast<std::size_t>(count);
     }
     return true;

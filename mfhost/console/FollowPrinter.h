@@ -47,6 +47,7 @@ private:
     std::deque<std::string> m_lines;
     std::uint64_t m_dropped = 0;
     bool m_stopping = false;
+    bool m_isLosing = false;  ///< the thread's own: the last write failed
     std::chrono::steady_clock::time_point m_giveUp = std::chrono::steady_clock::time_point::max();
     std::thread m_thread;
 };

@@ -6,7 +6,10 @@
 
 #include <cstdint>
 
-InputWaiter::InputWaiter(int fd) : m_fd(fd), m_wakeFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+#include "Needed.h"
+
+InputWaiter::InputWaiter(int fd)
+    : m_fd(fd), m_wakeFd(neededDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "the console")) {}
 
 InputWaiter::~InputWaiter() {
     ::close(m_wakeFd);

@@ -35,9 +35,11 @@ LineReader::EResult LineReader::read(std::string& line) {
             continue;
         char chunk[4096];
         const ssize_t count = ::read(m_fd, chunk, sizeof chunk);
-        if (count > 0)
+        if (count > 0) {
             m_buffer.append(chunk, static_cast<std::size_t>(count));
-        else if (count == 0 || (errno != EINTR && errno != EAGAIN))
+        } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
             m_atEnd = true;
+            m_error = count < 0 ? errno : 0;
+        }
     }
 }

@@ -17,10 +17,14 @@ public:
     /// The next line without its end; the text behind the last line end counts as one. TooLong skips a line.
     EResult read(std::string& line);
 
+    /// Behind the end: the system's error number where it is none of the input's own, else 0.
+    int error() const { return m_error; }
+
 private:
     const int m_fd;
     InputWaiter& m_waiter;
     std::string m_buffer;
     bool m_skipping = false;
     bool m_atEnd = false;
+    int m_error = 0;
 };

@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "HostLog.h"
+#include "Needed.h"
 #include "ProcessProbe.h"
 
 namespace {
@@ -81,7 +82,7 @@ ProcessSupervisor::ProcessSupervisor(DriverRoster& roster, Settings settings, En
     : m_roster(roster),
       m_settings(std::move(settings)),
       m_environment(std::move(environment)),
-      m_wakeFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      m_wakeFd(neededDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "the supervision")),
       m_sampleInterval(sampleInterval(m_settings.hangTimeout)),
       m_restarts(m_settings.restart),
       m_hangs(m_settings.hangTimeout) {}
@@ -105,7 +106,7 @@ ProcessSupervisor::~ProcessSupervisor() {
 }
 
 void ProcessSupervisor::start() {
-    m_thread = std::thread([this] { run(); });
+    m_thread = neededThread("the supervision", [this] { run(); });
 }
 
 void ProcessSupervisor::wake() {
@@ -224,8 +225,14 @@ void ProcessSupervisor::run() {
             std::uint64_t count = 0;
             static_cast<void>(!::read(m_wakeFd, &count, sizeof count));
         }
-        reap({});
-        check();
+        try {
+            reap({});
+            check();
+        } catch (const std::exception& error) {
+            // Memory, that is: the next round may have it again.
+            hostLog(sal::LogOutput::eCritical) << "supervision is held up: " << error.what() << std::endl;
+            std::this_thread::sleep_for(s_checkInterval);
+        }
     }
 }
 
@@ -530,8 +537,15 @@ void ProcessSupervisor::hangs(const HangDetector::Verdict& verdict) {
             << verdict.standing << (verdict.standing == 1 ? " message" : " messages") << " for "
             << roundSeconds(stillFor) << (verdict.usedCpu ? ", though it computes" : " and does not compute")
             << "; it is ended" << std::endl;
-        process.pStacks =
-            std::make_unique<StackDump>(process.pid, m_settings.stacksLimit, [this] { wake(); });
+        try {
+            process.pStacks =
+                std::make_unique<StackDump>(process.pid, m_settings.stacksLimit, [this] { wake(); });
+        } catch (const std::exception& error) {
+            hostLog(sal::LogOutput::eWarning)
+                << process.driverID << ": its stacks cannot be read: " << error.what() << std::endl;
+            process.terminated = Clock::now();
+            sendSignal(process.pidFd, SIGTERM);
+        }
     }
 }
 

@@ -1,9 +1,13 @@
 #include "CommandThread.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <future>
+#include <stdexcept>
 #include <vector>
+
+#include "LogCapture.h"
 
 namespace {
 
@@ -154,4 +158,15 @@ TEST_F(CommandThreadTest, DropsWhatNobodyAskedForAtTheEnd) {
     EXPECT_FALSE(m_sut.postBehind("restart", [this] { add("restart"); }));
     start();
     EXPECT_EQ((Lines{"1", "last"}), finish());
+}
+
+TEST_F(CommandThreadTest, TaskThatThrowsIsSaidAndTheThreadGoesOn) {
+    LogCapture log;
+    m_sut.post("reloadDriver A", [] { throw std::runtime_error("no memory"); });
+    m_sut.post("2", [this] { add("2"); });
+    m_sut.stopWhenDone();
+    start();
+    EXPECT_EQ((Lines{"2", "last"}), finish());
+    m_sut.join();
+    EXPECT_THAT(log.finish(), testing::HasSubstr("HOST: \"reloadDriver A\" is broken off: no memory\n"));
 }

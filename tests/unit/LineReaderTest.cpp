@@ -1,8 +1,10 @@
 #include "LineReader.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <thread>
 #include <vector>
 
@@ -86,4 +88,20 @@ TEST_F(LineReaderTest, StopEndsTheReading) {
     std::string line;
     EXPECT_EQ(EResult::Stopped, m_sut.read(line));
     ::close(m_ends[1]);
+}
+
+TEST_F(LineReaderTest, EndOfTheInputIsNoError) {
+    give("drivers\n");
+    readAll();
+    EXPECT_EQ(0, m_sut.error());
+}
+
+TEST(LineReaderOfWhatCannotBeRead, EndsWithTheSystemsError) {
+    const int fd = ::open("/", O_RDONLY | O_DIRECTORY);
+    InputWaiter waiter(fd);
+    LineReader sut(fd, waiter);
+    std::string line;
+    EXPECT_EQ(EResult::End, sut.read(line));
+    EXPECT_EQ(EISDIR, sut.error());
+    ::close(fd);
 }

@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
+#include <stdexcept>
+#include <string>
 
 namespace {
 
@@ -53,5 +56,21 @@ TEST(StopSignals, InterruptEndsTheWait) {
                   StopSignals sut;
                   sut.interrupt();
                   return sut.wait();
+              }));
+}
+
+TEST(StopSignals, SaysThatNoDescriptorIsLeft) {
+    EXPECT_EQ(0, inChild([] {
+                  const rlimit none{0, 0};
+                  ::setrlimit(RLIMIT_NOFILE, &none);
+                  try {
+                      StopSignals sut;
+                      return 1;
+                  } catch (const std::runtime_error& error) {
+                      return error.what() ==
+                                     std::string("no descriptor can be had for signals: Too many open files")
+                                 ? 0
+                                 : 2;
+                  }
               }));
 }
