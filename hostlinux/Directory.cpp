@@ -36,9 +36,15 @@ std::string extensionOf(const std::string& name) {
     return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
 }
 
-bool isRegularFile(DIR* pDirectory, const std::string& name) {
+bool isRegularFile(DIR* pDirectory, const std::string& directory, const std::string& name) {
     struct stat status {};
-    return ::fstatat(::dirfd(pDirectory), name.c_str(), &status, 0) == 0 && S_ISREG(status.st_mode);
+    if (::fstatat(::dirfd(pDirectory), name.c_str(), &status, 0) == 0)
+        return S_ISREG(status.st_mode);
+    // A link that leads nowhere is no file; all else is one that is missed.
+    if (errno != ENOENT && errno != ELOOP)
+        logLine("FILE", LogOutput::eWarning,
+                directory + "/" + name + " is left out: " + std::strerror(errno));
+    return false;
 }
 
 /// The names that wanted accepts, in byte order.
@@ -67,18 +73,19 @@ std::list<std::string> list(const std::string& path, const Wanted& wanted) {
     return names;
 }
 
-bool isDirectory(const std::string& path) {
+/// What keeps what stands there from being a directory; 0 when it is one, error when it is something else.
+int directoryError(const std::string& path, int error) {
     struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    if (::stat(path.c_str(), &status) != 0)
+        return errno == ENOENT ? error : errno;
+    return S_ISDIR(status.st_mode) ? 0 : error;
 }
 
 /// 0, or the system's reason.
 int makeWithParents(const std::string& path) {
     if (::mkdir(path.c_str(), 0777) == 0)
         return 0;
-    const int error = errno;
-    if (isDirectory(path))
-        return 0;
+    const int error = directoryError(path, errno);
     if (error != ENOENT)
         return error;
     const auto end = path.find_last_not_of('/');
@@ -89,7 +96,7 @@ int makeWithParents(const std::string& path) {
         return parentError;
     // Another thread or process may have made it meanwhile.
     const int lastError = ::mkdir(path.c_str(), 0777) == 0 ? 0 : errno;
-    return isDirectory(path) ? 0 : lastError;
+    return lastError == 0 ? 0 : directoryError(path, lastError);
 }
 
 }  // namespace
@@ -99,7 +106,7 @@ Directory::Directory(const Path& path) : m_path(path) {}
 std::list<std::string> Directory::getFileList(std::string extension, EDirectorySortType) const {
     const std::string wanted = lower(std::move(extension));
     return list(m_path.getPathString(), [&](DIR* pDirectory, const std::string& name) {
-        if (lower(extensionOf(name)) != wanted || !isRegularFile(pDirectory, name))
+        if (lower(extensionOf(name)) != wanted || !isRegularFile(pDirectory, m_path.getPathString(), name))
             return false;
         Path full = m_path;
         full.expand(name);

@@ -11,6 +11,8 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <stdexcept>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -136,7 +138,12 @@ LogChannel::LogChannel(SinkMaker makeSink, Complaint complain)
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    m_thread = std::thread([pState = m_pState] { pState->run(); });
+    try {
+        m_thread = std::thread([pState = m_pState] { pState->run(); });
+    } catch (const std::system_error& error) {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        throw std::runtime_error("no thread can be had for the log: " + error.code().message());
+    }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 

@@ -6,12 +6,15 @@
 #include <net/if.h>
 #include <netlink/cache.h>
 #include <netlink/errno.h>
+#include <netlink/handlers.h>
 #include <netlink/msg.h>
 #include <netlink/netlink.h>
 #include <netlink/route/addr.h>
 #include <netlink/route/link.h>
+#include <poll.h>
 
 #include <bit>
+#include <cerrno>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -53,6 +56,18 @@ void logError(const std::string& text) {
     logLine("NETWORK", LogOutput::eError, text);
 }
 
+/// The kernel answers at once or, where a question or its answer got lost, never.
+constexpr int s_answerTimeout = 1000;
+
+int receiveInTime(nl_sock* pSocket, sockaddr_nl* pSender, unsigned char** ppMessage, ucred** ppCredentials) {
+    pollfd answer{nl_socket_get_fd(pSocket), POLLIN, 0};
+    int ready = 0;
+    do {
+        ready = ::poll(&answer, 1, s_answerTimeout);
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0 ? nl_recv(pSocket, pSender, ppMessage, ppCredentials) : -NLE_AGAIN;
+}
+
 /// A connection to the kernel's routing tables; null, logged, when the system refuses.
 Socket connectToKernel() {
     Socket pSocket(nl_socket_alloc());
@@ -61,6 +76,9 @@ Socket connectToKernel() {
         logError("cannot ask the system for its network adapters: " + reasonOf(error));
         return nullptr;
     }
+    nl_cb* pCallbacks = nl_socket_get_cb(pSocket.get());
+    nl_cb_overwrite_recv(pCallbacks, receiveInTime);
+    nl_cb_put(pCallbacks);
     return pSocket;
 }
 
@@ -83,14 +101,18 @@ int indexOfAlternativeName(nl_sock* pSocket, const std::string& name) {
     return index;
 }
 
-/// 0 when there is no adapter of that name.
-int indexOf(nl_sock* pSocket, const std::string& name) {
+/// 0 when there is no adapter of that name, or it cannot be told, for which error is set.
+int indexOf(nl_sock* pSocket, const std::string& name, std::string& error) {
     if (name.size() < IFNAMSIZ) {
         rtnl_link* pFound = nullptr;
-        const int error = rtnl_link_get_kernel(pSocket, 0, name.c_str(), &pFound);
+        const int result = rtnl_link_get_kernel(pSocket, 0, name.c_str(), &pFound);
         const Link pLink(pFound);
-        if (error == 0 && pLink)
+        if (result == 0 && pLink)
             return rtnl_link_get_ifindex(pLink.get());
+        if (result < 0 && result != -NLE_NODEV && result != -NLE_OBJ_NOTFOUND) {
+            error = reasonOf(result);
+            return 0;
+        }
     }
     return indexOfAlternativeName(pSocket, name);
 }
@@ -231,9 +253,13 @@ bool NetworkAdapter::open(const std::string& name) {
     const Socket pSocket = connectToKernel();
     if (!pSocket)
         return false;
-    m_pImpl->index = indexOf(pSocket.get(), real);
-    if (m_pImpl->index == 0)
-        logError("there is no network adapter " + name + (real == name ? "" : " (" + real + ")"));
+    std::string error;
+    m_pImpl->index = indexOf(pSocket.get(), real, error);
+    const std::string adapter = "network adapter " + name + (real == name ? "" : " (" + real + ")");
+    if (!error.empty())
+        logError("cannot look for " + adapter + ": " + error);
+    else if (m_pImpl->index == 0)
+        logError("there is no " + adapter);
     return m_pImpl->index != 0;
 }
 
@@ -302,8 +328,12 @@ bool NetworkAdapter::addIpAddress(const HostAddress& address, const HostAddress&
     const Address pAddress(rtnl_addr_alloc());
     const std::uint32_t number = ntohl(binary->s_addr);
     const NetworkAddress pLocal = networkAddress(number);
-    if (!pSocket || !pAddress || !pLocal)
+    if (!pSocket)
         return false;
+    if (!pAddress || !pLocal) {
+        logError(what + reasonOf(-NLE_NOMEM));
+        return false;
+    }
     nl_addr_set_prefixlen(pLocal.get(), *prefix);
     rtnl_addr_set_ifindex(pAddress.get(), m_pImpl->index);
     rtnl_addr_set_local(pAddress.get(), pLocal.get());

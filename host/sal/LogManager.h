@@ -18,7 +18,8 @@ public:
     };
 
     LogManager();
-    /// A file that cannot be opened is reported on standard error; the log goes on without it.
+    /// A file that cannot be opened is reported on standard error; the log goes on without it. An exception
+    /// says that the system has no thread for the log.
     explicit LogManager(const Settings& settings);
     ~LogManager();
     LogManager(const LogManager&) = delete;
