@@ -9,6 +9,7 @@
 #include <future>
 #include <ostream>
 #include <string_view>
+#include <system_error>
 #include <thread>
 
 #include "DriverCalls.h"
@@ -171,13 +172,18 @@ void DriverProcess::requestStop(EStop stop) {
 
 void DriverProcess::endOverdue() {
     // A log that is blocked must not keep the process.
-    std::promise<void> written;
-    std::thread([this, &written] {
-        m_pLog->level(sal::LogOutput::eError)
-            << "The driver does not come back after the host's end: its process is ended" << std::endl;
-        sal::LogManager::getInstance()->flush();
-        written.set_value();
-    }).detach();
-    written.get_future().wait_for(lastWords);
-    _exit(1);
+    try {
+        std::promise<void> written;
+        std::thread([this, &written] {
+            m_pLog->level(sal::LogOutput::eError)
+                << "The driver does not come back after the host's end: its process is ended" << std::endl;
+            sal::LogManager::getInstance()->flush();
+            written.set_value();
+        }).detach();
+        written.get_future().wait_for(lastWords);
+        _exit(1);
+    } catch (const std::system_error&) {
+        // No thread for the last words.
+        _exit(1);
+    }
 }

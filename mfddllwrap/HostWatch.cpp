@@ -10,10 +10,9 @@
 #include <climits>
 #include <cstdint>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
-
-#include "sal/Assert.h"
 
 namespace {
 
@@ -23,7 +22,9 @@ using Clock = std::chrono::steady_clock;
 
 struct HostWatch::State {
     explicit State(Settings given) : settings(std::move(given)), finishFd(eventfd(0, EFD_CLOEXEC)) {
-        SAL_ASSERT(finishFd >= 0);
+        if (finishFd < 0)
+            throw std::system_error(errno, std::generic_category(),
+                                    "no descriptor can be had to watch the host");
     }
     ~State() { close(finishFd); }
 

@@ -6,9 +6,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <system_error>
 #include <utility>
-
-#include "sal/Assert.h"
 
 namespace {
 
@@ -38,7 +37,8 @@ void onEndSignal(int signal) {
 SignalWatch::SignalWatch(std::function<void(int)> onSignal) : m_onSignal(std::move(onSignal)) {
     s_signal = 0;
     s_eventFd = eventfd(0, EFD_CLOEXEC);
-    SAL_ASSERT(s_eventFd >= 0);
+    if (s_eventFd < 0)
+        throw std::system_error(errno, std::generic_category(), "no descriptor can be had for signals");
     m_thread = std::thread([this] { watch(); });
 
     struct sigaction action {};

@@ -30,12 +30,18 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    sal::LogManager log({.level = options.logLevel, .file = {}, .tag = options.driverID});
     try {
-        return DriverProcess(options).run();
+        sal::LogManager log({.level = options.logLevel, .file = {}, .tag = options.driverID});
+        try {
+            return DriverProcess(options).run();
+        } catch (const std::exception& exception) {
+            log.getLogOutput("MFD")->level(sal::LogOutput::eError)
+                << "The driver process cannot go on: " << exception.what() << std::endl;
+            return 1;
+        }
     } catch (const std::exception& exception) {
-        log.getLogOutput("MFD")->level(sal::LogOutput::eError)
-            << "The driver process cannot go on: " << exception.what() << std::endl;
+        std::cerr << options.driverID << ": the driver process cannot go on: " << exception.what()
+                  << std::endl;
         return 1;
     }
 }
