@@ -24,11 +24,13 @@ std::string nameBeside(const std::string& link) {
 
 /// 0, or the system's reason.
 int replaceByLink(const std::string& target, const std::string& link) {
-    std::string beside;
-    do {
-        beside = nameBeside(link);
+    std::string beside = nameBeside(link);
+    while (::symlink(target.c_str(), beside.c_str()) != 0) {
         // A process of the same number may have died between making and renaming it.
-    } while (::symlink(target.c_str(), beside.c_str()) != 0 && errno == EEXIST);
+        if (errno != EEXIST)
+            return errno;
+        beside = nameBeside(link);
+    }
     if (::rename(beside.c_str(), link.c_str()) == 0)
         return 0;
     const int error = errno;

@@ -63,6 +63,20 @@ TEST_F(File, SymlinkReplacesAFile) {
     EXPECT_TRUE(fs::is_symlink(directory.path("link")));
 }
 
+TEST_F(File, SymlinkSaysTheSystemsReason) {
+    directory.write("closed/file", "");
+    fs::permissions(directory.path("closed"), fs::perms::owner_read | fs::perms::owner_exec);
+    {
+        const WithoutCapabilities rights{CAP_DAC_OVERRIDE};
+        LogCapture log;
+        EXPECT_FALSE(symlink("/target", "closed/link", true));
+        EXPECT_THAT(log.finish(),
+                    HasSubstr("error    FILE: cannot make the link " + directory.path("closed/link") +
+                              " to /target: Permission denied\n"));
+    }
+    fs::permissions(directory.path("closed"), fs::perms::owner_all);
+}
+
 TEST_F(File, SymlinkFailsOnADirectoryAndLeavesNothingBehind) {
     fs::create_directory(directory.path("link"));
     LogCapture log;
