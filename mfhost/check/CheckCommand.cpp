@@ -28,7 +28,7 @@ int CheckCommand::run(const Options& options, std::ostream& out) {
     const DescriptorCatalogue catalogue(options.driverDirectories);
     const std::string workDirectory =
         options.workDirectory.empty() ? std::filesystem::current_path().string() : options.workDirectory;
-    for (const Finding& finding : ConfigurationCheck(workplace, catalogue, workDirectory).forStart())
+    for (const Finding& finding : ConfigurationCheck(workplace, catalogue, workDirectory).forQuestion())
         findings.push_back(finding);
 
     const CheckReport report(options.config, findings);

@@ -38,15 +38,17 @@ std::string bytes(std::size_t count, std::size_t most) {
     return "has " + std::to_string(count) + " bytes; at most " + std::to_string(most);
 }
 
+enum class EOccasion { Start, Question, Reload };
+
 /// One run of the check.
 class Run {
 public:
     Run(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
-        const std::string& workDirectory, const std::string* pReloaded)
+        const std::string& workDirectory, EOccasion occasion, const std::string* pReloaded = nullptr)
         : m_workplace(workplace),
           m_catalogue(catalogue),
           m_workDirectory(workDirectory),
-          m_isReload(pReloaded),
+          m_occasion(occasion),
           m_pSpinning(pReloaded ? workplace.spinningEntry(*pReloaded) : nullptr) {}
 
     std::vector<Finding> findings() {
@@ -63,6 +65,7 @@ public:
 
         const std::vector<Finding> descriptors = m_catalogue.findings();
         m_found.insert(m_found.end(), descriptors.begin(), descriptors.end());
+        checkPanel();
         checkRecords();
         return std::move(m_found);
     }
@@ -105,7 +108,7 @@ private:
         const std::string id = m_pEntry->driverID.c_str();
         if (id.empty())
             return;
-        if (id == "PANEL" && !m_isReload) {
+        if (id == "PANEL" && m_occasion != EOccasion::Reload) {
             if (m_pEntry->isLoaded())
                 error("the panel driver is started without an entry and would run twice; remove the entry");
             else
@@ -233,6 +236,27 @@ private:
                  first->second + ", too; give each driver one of its own");
     }
 
+    void checkPanel() {
+        const auto& records = m_catalogue.records();
+        const auto panel = std::find_if(records.begin(), records.end(), [](const auto& record) {
+            return record.type == "Panel" && record.version == "1.0";
+        });
+        if (m_occasion != EOccasion::Reload && panel == records.end())
+            m_found.push_back({Finding::ESeverity::Warning,
+                               m_workplace.path().empty() ? "the workplace" : m_workplace.path(), 0,
+                               "runs without a panel driver: no descriptor announces type \"Panel\" in "
+                               "version \"1.0\""});
+        if (m_occasion != EOccasion::Question || panel == records.end())
+            return;
+        const std::string fault = DescriptorCatalogue::moduleFault(*panel);
+        for (Finding& finding : m_found) {
+            if (finding != Finding{Finding::ESeverity::Warning, panel->file, panel->line, fault})
+                continue;
+            finding.severity = Finding::ESeverity::Error;
+            finding.text += "; without the panel driver nothing is started";
+        }
+    }
+
     /// Every record of a type and version is loaded, the first of them for ever.
     void checkRecords() {
         m_used.emplace("Panel", "1.0");
@@ -263,7 +287,7 @@ private:
     const WorkplaceFile& m_workplace;
     const DescriptorCatalogue& m_catalogue;
     const std::string& m_workDirectory;
-    const bool m_isReload;
+    const EOccasion m_occasion;
     const Entry* const m_pSpinning;
 
     const Entry* m_pEntry = nullptr;
@@ -282,9 +306,13 @@ ConfigurationCheck::ConfigurationCheck(const WorkplaceFile& workplace, const Des
     : m_workplace(workplace), m_catalogue(catalogue), m_workDirectory(workDirectory) {}
 
 std::vector<Finding> ConfigurationCheck::forStart() const {
-    return Run(m_workplace, m_catalogue, m_workDirectory, nullptr).findings();
+    return Run(m_workplace, m_catalogue, m_workDirectory, EOccasion::Start).findings();
+}
+
+std::vector<Finding> ConfigurationCheck::forQuestion() const {
+    return Run(m_workplace, m_catalogue, m_workDirectory, EOccasion::Question).findings();
 }
 
 std::vector<Finding> ConfigurationCheck::forReload(const std::string& driverID) const {
-    return Run(m_workplace, m_catalogue, m_workDirectory, &driverID).findings();
+    return Run(m_workplace, m_catalogue, m_workDirectory, EOccasion::Reload, &driverID).findings();
 }

@@ -21,17 +21,6 @@ std::string joined(const std::string& directory, const std::string& name) {
     return path.getPathString();
 }
 
-/// What stands where the module file should; empty for a file.
-std::string moduleFault(const DescriptorCatalogue::Record& record) {
-    if (record.name.empty())
-        return "the module_type has no name; it is the file name of the driver module";
-    const std::string module = "the module file " + record.module;
-    struct stat status {};
-    if (::stat(record.module.c_str(), &status) != 0)
-        return module + " cannot be loaded: " + std::strerror(errno);
-    return S_ISREG(status.st_mode) ? std::string() : module + " is no regular file";
-}
-
 }  // namespace
 
 DescriptorCatalogue::DescriptorCatalogue(const std::vector<std::string>& directories) {
@@ -97,6 +86,16 @@ std::vector<Finding> DescriptorCatalogue::findings() const {
         if (const std::string fault = moduleFault(record); !fault.empty())
             found.push_back({Finding::ESeverity::Warning, record.file, record.line, fault});
     return found;
+}
+
+std::string DescriptorCatalogue::moduleFault(const Record& record) {
+    if (record.name.empty())
+        return "the module_type has no name; it is the file name of the driver module";
+    const std::string module = "the module file " + record.module;
+    struct stat status {};
+    if (::stat(record.module.c_str(), &status) != 0)
+        return module + " cannot be loaded: " + std::strerror(errno);
+    return S_ISREG(status.st_mode) ? std::string() : module + " is no regular file";
 }
 
 void DescriptorCatalogue::warn(const std::string& file, int line, const std::string& text) {

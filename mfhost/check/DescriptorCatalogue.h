@@ -28,6 +28,8 @@ public:
     const std::vector<Record>& records() const { return m_records; }
     /// What is wrong with directories and descriptors, and the modules that are missing by now.
     std::vector<Finding> findings() const;
+    /// What stands by now where the record's module file should; empty for a file.
+    static std::string moduleFault(const Record& record);
 
 private:
     void readDirectory(const std::string& directory);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <sstream>
 
 #include "TemporaryDirectory.h"
@@ -16,10 +17,11 @@ using testing::StartsWith;
 class CheckCommandTest : public testing::Test {
 protected:
     CheckCommandTest() {
-        m_directory.write("drivers/axis.so", "module");
+        for (const char* module : {"drivers/axis.so", "drivers/panel.so"})
+            m_directory.write(module, "module");
         m_directory.write("drivers/axis.xml",
                           "<mfDriverModule><module_type name='axis.so' type='Axis' version='1.0'/>"
-                          "</mfDriverModule>");
+                          "<module_type name='panel.so' type='Panel' version='1.0'/></mfDriverModule>");
         m_directory.write("trust/key.txt", "no key");
         configure("A");
         m_options.driverDirectories = {m_directory.path("drivers")};
@@ -55,6 +57,12 @@ TEST_F(CheckCommandTest, ErrorGivesOne) {
     configure("A/B");
     EXPECT_EQ(1, run());
     EXPECT_THAT(m_out.str(), StartsWith("error: " + m_directory.path("w.xml") + " line 3: "));
+}
+
+TEST_F(CheckCommandTest, PanelDriverThatCannotBeLoadedGivesOne) {
+    std::filesystem::remove(m_directory.path("drivers/panel.so"));
+    EXPECT_EQ(1, run());
+    EXPECT_THAT(m_out.str(), HasSubstr("; without the panel driver nothing is started\n"));
 }
 
 TEST_F(CheckCommandTest, WarningGivesZero) {

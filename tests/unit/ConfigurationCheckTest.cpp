@@ -37,6 +37,9 @@ public:
     std::vector<std::string> start(const std::string& entries) {
         return inWords(entries, [](const ConfigurationCheck& sut) { return sut.forStart(); });
     }
+    std::vector<std::string> question(const std::string& entries) {
+        return inWords(entries, [](const ConfigurationCheck& sut) { return sut.forQuestion(); });
+    }
     std::vector<std::string> reload(const std::string& driverID, const std::string& entries) {
         return inWords(entries, [&](const ConfigurationCheck& sut) { return sut.forReload(driverID); });
     }
@@ -274,6 +277,28 @@ TEST_F(ConfigurationCheckTest, MissingModuleFileIsAWarningInItsDescriptor) {
     EXPECT_THAT(start(entry("A")),
                 ElementsAre("warning " + file("drivers/gone.xml") + " 2: the module file " +
                             file("drivers/gone.so") + " cannot be loaded: No such file or directory"));
+}
+
+TEST_F(ConfigurationCheckTest, MissingModuleFileOfThePanelIsAnErrorForWhoOnlyAsks) {
+    describe("panel.xml",
+             "<mfDriverModule>\n<module_type name='gone.so' type='Panel' version='1.0'/></mfDriverModule>");
+    const std::string text = file("drivers/panel.xml") + " 2: the module file " + file("drivers/gone.so") +
+                             " cannot be loaded: No such file or directory";
+    EXPECT_THAT(question(entry("A")),
+                ElementsAre("error " + text + "; without the panel driver nothing is started"));
+    // The module ends such a start by itself, and says so in its own words.
+    EXPECT_THAT(start(entry("A")), ElementsAre("warning " + text));
+    EXPECT_THAT(reload("A", entry("A")), ElementsAre("warning " + text));
+}
+
+TEST_F(ConfigurationCheckTest, StartWithoutADescriptorOfThePanelIsAWarning) {
+    const std::string text =
+        "warning 0: runs without a panel driver: no descriptor announces type \"Panel\" in version \"1.0\"";
+    describe("panel.xml",
+             "<mfDriverModule>\n<module_type name='panel.so' type='Panel' version='2.0'/></mfDriverModule>");
+    EXPECT_THAT(start(entry("A")), ElementsAre(text));
+    EXPECT_THAT(question(entry("A")), ElementsAre(text));
+    EXPECT_THAT(reload("A", entry("A")), IsEmpty());
 }
 
 TEST_F(ConfigurationCheckTest, ReloadThatWouldSpinIsAnError) {

@@ -16,10 +16,11 @@ using testing::Not;
 class ConfigurationGuardTest : public testing::Test {
 protected:
     ConfigurationGuardTest() {
-        m_directory.write("drivers/axis.so", "module");
+        for (const char* module : {"drivers/axis.so", "drivers/panel.so"})
+            m_directory.write(module, "module");
         m_directory.write("drivers/axis.xml",
                           "<mfDriverModule><module_type name='axis.so' type='Axis' version='1.0'/>"
-                          "</mfDriverModule>");
+                          "<module_type name='panel.so' type='Panel' version='1.0'/></mfDriverModule>");
     }
 
     void configure(const std::string& entries) {
@@ -71,6 +72,14 @@ TEST_F(ConfigurationGuardTest, WithoutAConfigurationThereIsNothingToRefuse) {
     LogCapture log;
     EXPECT_TRUE(sut.acceptsStart());
     EXPECT_EQ("", log.finish());
+}
+
+TEST_F(ConfigurationGuardTest, MissingDescriptorOfThePanelIsTold) {
+    m_directory.write("drivers/axis.xml", "<mfDriverModule/>");
+    ConfigurationGuard sut({m_directory.path("drivers")}, {});
+    LogCapture log;
+    EXPECT_TRUE(sut.acceptsStart());
+    EXPECT_THAT(log.finish(), HasSubstr("warning  HOST: the workplace runs without a panel driver: "));
 }
 
 TEST_F(ConfigurationGuardTest, ReloadIsRefusedOnAnErrorOfTheFileAsItStandsNow) {
