@@ -60,10 +60,15 @@ std::uint32_t ChaosWorkplace::indexOf(const std::string& driverID) {
     return static_cast<std::uint32_t>(std::find(talkers.begin(), talkers.end(), driverID) - talkers.begin());
 }
 
+std::vector<std::string> ChaosWorkplace::settings() {
+    return {"--hang-timeout", "2", "--restart-delay", "0.1", "--stop-timeout", "1"};
+}
+
 HostProcess::Start ChaosWorkplace::host() const {
-    HostProcess::Start start =
-        m_workplace.host({"--drivers", Workplace::build() / "lib/mfdkit", "--follow=[TFS]?.[NEPM]*",
-                          "--hang-timeout", "2", "--restart-delay", "0.1", "--stop-timeout", "1"});
+    std::vector<std::string> options = settings();
+    options.insert(options.end(),
+                   {"--drivers", Workplace::build() / "lib/mfdkit", "--follow=[TFS]?.[NEPM]*"});
+    HostProcess::Start start = m_workplace.host(options);
     std::string talkers;
     for (const std::string& id : members("T", false))
         talkers += (talkers.empty() ? "" : " ") + id;

@@ -34,6 +34,8 @@ public:
     /// What MFD_CHAOS_MARK says in the environment of each process of this run.
     std::string mark() const { return directory(); }
 
+    /// The host's options that make its times short, so that many faults have room.
+    static std::vector<std::string> settings();
     /// How a host is started here.
     HostProcess::Start host() const;
 

@@ -19,11 +19,12 @@ long entriesOf(const fs::path& directory) {
     return count;
 }
 
-long privateMemoryOf(pid_t pid) {
+/// In KiB, as the kernel names it.
+long memoryOf(pid_t pid, const std::string& kind) {
     std::istringstream status(readFile("/proc/" + std::to_string(pid) + "/status"));
     for (std::string line; std::getline(status, line);)
-        if (line.starts_with("RssAnon:"))
-            return std::atol(line.c_str() + 8);
+        if (line.starts_with(kind))
+            return std::atol(line.c_str() + kind.size());
     return 0;
 }
 
@@ -33,7 +34,8 @@ Holdings Holdings::of(pid_t host, const std::string& mark, const std::string& te
     const std::string process = "/proc/" + std::to_string(host);
     return {
         entriesOf(process + "/fd"), entriesOf(process + "/task"), static_cast<long>(processesOf(mark).size()),
-        filesBelow("/dev/shm"),     filesBelow(temporaryFiles),   privateMemoryOf(host)};
+        filesBelow("/dev/shm"),     filesBelow(temporaryFiles),   memoryOf(host, "RssAnon:"),
+        memoryOf(host, "RssShmem:")};
 }
 
 std::set<pid_t> Holdings::processesOf(const std::string& mark) {

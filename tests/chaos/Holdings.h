@@ -14,6 +14,7 @@ struct Holdings {
     long queues = 0;       ///< files for them
     long temporary = 0;    ///< temporary files
     long memoryKb = 0;     ///< of the host alone: what is not of files or shared
+    long sharedKb = 0;     ///< of the host: what has been used of its queues
 
     static Holdings of(pid_t host, const std::string& mark, const std::string& temporaryFiles);
 
@@ -21,6 +22,6 @@ struct Holdings {
     static std::set<pid_t> processesOf(const std::string& mark);
     static long filesBelow(const std::string& directory);
 
-    /// All but the memory, which no two moments have alike.
+    /// All but the memory, which no two moments have alike: that of the queues follows their fullest moment.
     bool isLike(const Holdings& other) const;
 };

@@ -14,13 +14,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// Null for a file to read that is too short.
 void* map(const fs::path& file, std::size_t size, bool isWritten) {
     const int fd = ::open(file.c_str(), (isWritten ? O_RDWR | O_CREAT : O_RDONLY) | O_CLOEXEC, 0600);
     if (fd < 0)
         throw std::runtime_error(file.string() + ": " + std::strerror(errno));
+    if (!isWritten && ::lseek(fd, 0, SEEK_END) < static_cast<off_t>(size)) {
+        ::close(fd);
+        return nullptr;
+    }
     void* pMapped = MAP_FAILED;
-    if ((isWritten && ::ftruncate(fd, static_cast<off_t>(size)) == 0) ||
-        (!isWritten && ::lseek(fd, 0, SEEK_END) >= static_cast<off_t>(size)))
+    if (!isWritten || ::ftruncate(fd, static_cast<off_t>(size)) == 0)
         pMapped = ::mmap(nullptr, size, isWritten ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd, 0);
     ::close(fd);
     if (pMapped == MAP_FAILED)
@@ -53,9 +57,7 @@ Ledger Ledger::create(const fs::path& directory, std::uint32_t driver) {
 Ledger Ledger::open(const fs::path& file) {
     auto* pPage = static_cast<Page*>(map(file, sizeof(Page), false));
     Ledger ledger(pPage);
-    if (pPage->isWhole != 1)
-        throw std::runtime_error(file.string() + ": is just being made");
-    return ledger;
+    return pPage && pPage->isWhole == 1 ? std::move(ledger) : Ledger();
 }
 
 Ledger::~Ledger() {

@@ -43,7 +43,7 @@ public:
 
     /// Makes the ledger of a new instance in that directory, with a number that no other one there has.
     static Ledger create(const std::filesystem::path& directory, std::uint32_t driver);
-    /// Opens what another process writes, to read. Throws std::runtime_error when it is none.
+    /// Opens what another process writes, to read. None when its driver was ended before it was whole.
     static Ledger open(const std::filesystem::path& file);
 
     Ledger() = default;

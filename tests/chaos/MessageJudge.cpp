@@ -48,6 +48,8 @@ MessageJudge::MessageJudge(const fs::path& directory, const std::set<std::int32_
         if (entry.path().extension() != ".ledger")
             continue;
         Ledger ledger = Ledger::open(entry.path());
+        if (!ledger)
+            continue;
         const std::uint32_t instance = ledger->instance;
         std::uint32_t& newest = m_survivors[ledger->driver];
         newest = std::max(newest, instance);
@@ -75,6 +77,8 @@ MessageJudge::Verdict MessageJudge::judge(const std::map<std::uint32_t, Watcher:
     verdict.survivors = m_survivors.size();
     for (const auto& [number, receiver] : m_ledgers) {
         verdict.full += receiver->isFull;
+        for (std::uint32_t i = 0; i < receiver->sentCount; ++i)
+            verdict.sent += receiver->sent[i].count;
         std::map<std::uint32_t, std::vector<Range>> heard;
         for (std::uint32_t i = 0; i < receiver->heardCount; ++i) {
             const Ledger::Heard& entry = receiver->heard[i];

@@ -21,6 +21,7 @@
 class MessageJudge {
 public:
     struct Verdict {
+        std::uint64_t sent = 0;  ///< whole, whatever became of sender and receiver
         std::uint64_t judged = 0;
         std::uint64_t lost = 0;
         std::uint64_t twice = 0;

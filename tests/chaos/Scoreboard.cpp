@@ -129,7 +129,8 @@ void Scoreboard::printHoldings(std::ostream& stream) const {
         {"processes, with its drivers", &Holdings::processes},
         {"queues", &Holdings::queues},
         {"temporary files", &Holdings::temporary},
-        {"private memory, KiB", &Holdings::memoryKb}};
+        {"private memory, KiB", &Holdings::memoryKb},
+        {"memory of its queues, KiB", &Holdings::sharedKb}};
     std::size_t number = 0;
     for (const Lifetime& lifetime : m_lifetimes) {
         stream << "  life " << ++number << "\n";
@@ -146,6 +147,7 @@ void Scoreboard::print(std::ostream& stream) const {
     printFaults(stream, EPhase::Single);
     printFaults(stream, EPhase::Several);
     stream << "\nMessages, of " << messages.instances << " instances of talking drivers\n";
+    printNumber(stream, "FIDs sent whole", messages.sent);
     printNumber(stream, "FIDs between the living, judged", messages.judged);
     printNumber(stream, "  lost", messages.lost);
     printNumber(stream, "  came twice", messages.twice);

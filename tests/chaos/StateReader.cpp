@@ -8,7 +8,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto s_interval = 200ms;
-constexpr auto s_patience = 60s;
+constexpr auto s_patience = 20s;
 /// Narrow enough to leave out what garbage has been taken for.
 constexpr const char* s_questions = "state --now T?.N\nstate --now [TFS]?.[PM][OA][NR][GK]\n";
 

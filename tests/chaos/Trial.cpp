@@ -74,9 +74,9 @@ bool Trial::inject() {
         case EKind::Busy:
             return hang("BUSY");
         case EKind::FloodState:
-            return survive("FLOODSTATE count=20000");
+            return survive("FLOODSTATE count=100000");
         case EKind::FloodFids:
-            return survive("FLOODFIDS count=5000 fid=T" +
+            return survive("FLOODFIDS count=20000 fid=T" +
                            std::to_string(1 + m_step.value % ChaosWorkplace::s_talkers) + ".FLOOD");
         case EKind::Garbage:
             // The same few seeds: what of it is a value stays in the host's store for ever.

@@ -89,7 +89,10 @@ int run(const Options& options) {
     std::ofstream file(options.output / "scoreboard.txt");
     for (std::ostream* pStream : {static_cast<std::ostream*>(&file), &std::cout}) {
         *pStream << "Chaos of " << time.count() << " s with the seed " << options.seed << ": "
-                 << board.faults() << " faults at 20 drivers\n";
+                 << board.faults() << " faults at 20 drivers\nThe host runs with";
+        for (const std::string& setting : ChaosWorkplace::settings())
+            *pStream << " " << setting;
+        *pStream << "; a driver in a process of its own takes 1 s to start\n";
         board.print(*pStream);
     }
     return board.complaints().empty() ? 0 : 1;
