@@ -18,6 +18,8 @@ namespace {
 // Bounds how long a wake-up that was lost with its sender, or the death of a peer, goes unnoticed.
 constexpr std::chrono::milliseconds g_slice{100};
 constexpr std::chrono::milliseconds g_refusal{1000};
+// So many messages without a wait make it worth while to spare the senders their fence.
+constexpr unsigned int g_stream = 64;
 
 std::string described(const std::string& name) {
     return "queue " + name + ": ";
@@ -57,13 +59,14 @@ private:
 
 AttachedQueue::AttachedQueue(std::string name, bool isCreator, std::unique_ptr<QueueFile> pFile,
                              std::unique_ptr<QueueMapping> pMapping, const QueueGeometry& geometry,
-                             std::uint32_t ticket)
+                             std::uint32_t ticket, bool hasFences)
     : m_name(std::move(name)),
       m_isCreator(isCreator),
       m_pFile(std::move(pFile)),
       m_pMapping(std::move(pMapping)),
       m_ring(m_pMapping->base(), geometry, *m_pFile),
-      m_senderLock(header().senderLock, *m_pFile, ticket) {}
+      m_hasFences(hasFences),
+      m_senderLock(header().senderLock, *m_pFile, ticket, hasFences) {}
 
 AttachedQueue::~AttachedQueue() {
     QueueRegistry::instance().remove(*this);
@@ -78,13 +81,14 @@ std::unique_ptr<AttachedQueue> AttachedQueue::make(const std::string& name, bool
         error = std::string("it cannot be mapped: ") + std::strerror(errno);
         return nullptr;
     }
+    const bool hasFences = joinProcessFences();
     // Somebody may have written nonsense to the counter, so a ticket counts only with its lock.
     auto& next = reinterpret_cast<QueueHeader*>(pMapping->base())->nextTicket;
     for (int attempt = 0; attempt < 1000; ++attempt) {
         const std::uint32_t ticket = next.fetch_add(1, std::memory_order_relaxed) & SenderLock::s_maxTicket;
         if (ticket != 0 && pFile->takeTicket(ticket)) {
-            return std::unique_ptr<AttachedQueue>(
-                new AttachedQueue(name, isCreator, std::move(pFile), std::move(pMapping), geometry, ticket));
+            return std::unique_ptr<AttachedQueue>(new AttachedQueue(
+                name, isCreator, std::move(pFile), std::move(pMapping), geometry, ticket, hasFences));
         }
     }
     error = "it is damaged: no ticket is free";
@@ -197,16 +201,15 @@ bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
     Deadline deadline(timeout);
     WaitNote note(*this);
     while (!isBroken()) {
-        if (!m_senderLock.tryLock()) {
-            // A wait for the lock is a short one unless its holder has been stopped.
-            const auto result = m_senderLock.lock(deadline);
-            if (result == SenderLock::Result::eTimedOut) {
-                return false;
-            }
-            if (result == SenderLock::Result::eBroken) {
-                setBroken("its file has been cut short");
-                return false;
-            }
+        // A wait for the lock is a short one unless its holder has been stopped.
+        const auto locked = m_senderLock.lock(deadline);
+        if (locked == SenderLock::Result::eTimedOut) {
+            return false;
+        }
+        if (locked != SenderLock::Result::eLocked) {
+            setBroken(locked == SenderLock::Result::eUnmapped ? "its file has been cut short"
+                                                              : "its lock has been overwritten");
+            return false;
         }
         const auto result = m_ring.push(data, static_cast<std::uint32_t>(length));
         const int error = errno;
@@ -220,7 +223,11 @@ bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
         }
         switch (result) {
             case QueueRing::Result::eDone:
-                header().dataEvent.signal();
+                if (m_hasFences) {
+                    header().dataEvent.signalFenced();
+                } else {
+                    header().dataEvent.signal();
+                }
                 return !isBroken();
             case QueueRing::Result::eFull:
                 if (!waitForSpace(deadline)) {
@@ -242,7 +249,7 @@ bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
 bool AttachedQueue::waitForSpace(Deadline& deadline) {
     QueueEvent& event = header().spaceEvent;
     for (;;) {
-        const std::uint32_t number = event.prepare();
+        const std::uint32_t number = event.prepareFenced();
         if (isBroken() || m_ring.depth() < m_ring.geometry().capacity) {
             return true;
         }
@@ -350,6 +357,9 @@ int AttachedQueue::receive(unsigned char* buffer, int size, int timeout) {
                     break;
                 }
                 wakeSenders();
+                if (++m_receivedInARow == g_stream && m_hasFences) {
+                    header().dataEvent.promiseFence();
+                }
                 if (m_ring.hasEnteredChunk()) {
                     trimWhenLow();
                 }
@@ -375,6 +385,7 @@ int AttachedQueue::receive(unsigned char* buffer, int size, int timeout) {
 
 void AttachedQueue::waitForData(Deadline& deadline) {
     QueueEvent& event = header().dataEvent;
+    m_receivedInARow = 0;
     const std::uint32_t number = event.prepare();
     if (m_ring.depth() > 0 || m_isStopping.load(std::memory_order_acquire) || isBroken()) {
         return;
@@ -391,9 +402,16 @@ void AttachedQueue::wakeSenders() {
     if (m_ring.left() > few) {
         return;
     }
+    QueueEvent& event = header().spaceEvent;
+    if (m_hasFences) {
+        lightFence();
+        if (event.seemsAwaited() && m_ring.countLeft() <= few) {
+            event.wakeAll();
+        }
+        return;
+    }
     // A sender that is only just beginning to wait can be missed by the cheap look; the next message finds
     // it, and behind the last one the sure way is taken.
-    QueueEvent& event = header().spaceEvent;
     const bool seemsLast = m_ring.left() == 0;
     if ((!seemsLast && !event.seemsAwaited()) || m_ring.countLeft() > few) {
         return;

@@ -49,8 +49,8 @@ private:
     class WaitNote;
 
     AttachedQueue(std::string name, bool isCreator, std::unique_ptr<QueueFile> pFile,
-                  std::unique_ptr<QueueMapping> pMapping, const QueueGeometry& geometry,
-                  std::uint32_t ticket);
+                  std::unique_ptr<QueueMapping> pMapping, const QueueGeometry& geometry, std::uint32_t ticket,
+                  bool hasFences);
     static std::unique_ptr<AttachedQueue> make(const std::string& name, bool isCreator,
                                                std::unique_ptr<QueueFile> pFile,
                                                const QueueGeometry& geometry, std::string& error);
@@ -81,6 +81,7 @@ private:
     const std::unique_ptr<QueueFile> m_pFile;
     const std::unique_ptr<QueueMapping> m_pMapping;
     QueueRing m_ring;
+    const bool m_hasFences;  ///< this process has joined the process fences
     SenderLock m_senderLock;
     std::atomic<bool> m_isBroken{false};
     std::atomic<bool> m_isReceiverGone{false};  ///< whoever was to receive has ended before it attached
@@ -91,6 +92,7 @@ private:
     // Written by the receiving thread, but for the two that threadStops() sets.
     std::atomic<bool> m_isReceiver{false};
     bool m_hasSaidBroken = false;
+    unsigned int m_receivedInARow = 0;          ///< since the last wait
     std::shared_ptr<ThreadState> m_pThread;     ///< the sal::Thread that received last
     std::atomic<std::uint32_t> m_stopCount{0};  ///< the place up to which a stopped thread still receives
     std::atomic<bool> m_isStopping{false};

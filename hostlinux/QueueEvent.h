@@ -1,20 +1,30 @@
 #pragma once
 
 #include "Futex.h"
+#include "ProcessFence.h"
 
 namespace sal {
 
 /// A wake-up in shared memory: a number that counts the wake-ups and a flag that says that somebody waits.
-/// Waiter: prepare(), look again for what it waits for, wait(). Waker: publish, signal(). Both sides change
-/// the flag with a read-modify-write, and these have one order: either the waker finds the flag or the
-/// waiter's second look finds what was published. A waker may die in between, so a wait is always a short
-/// one.
+/// Waiter: prepare(), look again for what it waits for, wait(). Waker: publish, signal(). Either the waker
+/// finds the flag or the waiter's second look finds what was published, for one of two reasons: both sides
+/// change the flag with a read-modify-write, and these have one order; or the waiter makes a heavy fence and
+/// the waker a light one. A waker may die in between, so a wait is always a short one.
 class QueueEvent {
 public:
-    /// The number to wait on.
+    /// The number to wait on. Makes the heavy fence where it was promised.
     std::uint32_t prepare() {
-        const std::uint32_t number = m_number.load(std::memory_order_acquire);
-        m_waiting.exchange(1, std::memory_order_acq_rel);
+        if (m_isFenced.load(std::memory_order_relaxed) == 0) {
+            return prepareUnfenced();
+        }
+        m_isFenced.store(0, std::memory_order_relaxed);
+        return prepareFenced();
+    }
+
+    /// The same for an event whose wakers rely on the heavy fence always.
+    std::uint32_t prepareFenced() {
+        const std::uint32_t number = prepareUnfenced();
+        heavyFence();
         return number;
     }
 
@@ -22,12 +32,24 @@ public:
         return futexWait(m_number, number, time, FutexScope::eShared);
     }
 
-    /// A cheap look that may miss a waiter that is only just coming.
+    /// By the only waiter, when it does not expect to wait soon: from now on the light fence will do.
+    void promiseFence() { m_isFenced.store(1, std::memory_order_relaxed); }
+
+    /// A cheap look. Without a fence before it, it may miss a waiter that is only just coming.
     bool seemsAwaited() const { return m_waiting.load(std::memory_order_relaxed) != 0; }
 
     void signal() {
         if (m_waiting.fetch_add(0, std::memory_order_acq_rel) != 0) {
             wakeAll();
+        }
+    }
+
+    /// By a waker of a process that has joined the process fences. Where the fence is promised, the waiter
+    /// sees by itself what was published.
+    void signalFenced() {
+        lightFence();
+        if (m_isFenced.load(std::memory_order_relaxed) == 0) {
+            signal();
         }
     }
 
@@ -38,8 +60,15 @@ public:
     }
 
 private:
+    std::uint32_t prepareUnfenced() {
+        const std::uint32_t number = m_number.load(std::memory_order_acquire);
+        m_waiting.exchange(1, std::memory_order_acq_rel);
+        return number;
+    }
+
     FutexWord m_number{0};
     FutexWord m_waiting{0};
+    std::atomic<std::uint32_t> m_isFenced{0};
 };
 
 }  // namespace sal

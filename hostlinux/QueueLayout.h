@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "QueueEvent.h"
+#include "SenderLockWords.h"
 
 namespace sal {
 
@@ -85,7 +86,7 @@ struct QueueGeometry {
 /// checked at each use.
 struct QueueHeader {
     static constexpr std::uint64_t s_magic = 0x3145554555514d53;
-    static constexpr std::uint32_t s_version = 1;
+    static constexpr std::uint32_t s_version = 2;
 
     std::uint64_t magic = s_magic;
     std::uint32_t version = s_version;
@@ -100,8 +101,10 @@ struct QueueHeader {
     std::atomic<std::uint32_t> receiverGeneration{0};  ///< how many receivers have attached so far
     std::atomic<std::uint32_t> receiverPid{0};
 
-    alignas(64) FutexWord senderLock{0};  ///< the holder's ticket; the members below change under it
-    std::atomic<std::uint32_t> highWater{0};
+    alignas(64) SenderLockWords senderLock;
+
+    // They change under the lock.
+    alignas(64) std::atomic<std::uint32_t> highWater{0};
     std::atomic<std::uint64_t> messages{0};
     std::atomic<std::uint64_t> bytes{0};
     std::atomic<std::uint64_t> waits{0};

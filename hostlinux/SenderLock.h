@@ -3,24 +3,29 @@
 #include "Deadline.h"
 #include "FutexMutex.h"
 #include "QueueFile.h"
+#include "SenderLockWords.h"
 
 namespace sal {
 
 /// The lock that the senders of all processes share: a mutex inside the object, then a word in shared memory
-/// that holds the owner's ticket. A ticket's lock on the file dies with its process, and only after the last
-/// thread of it has stopped, so whoever waits asks the kernel whether the owner still lives and takes over
-/// when it does not: nothing rests on process or thread IDs, which the system gives out again. A stopped
-/// owner keeps the lock.
+/// with the owner's ticket. A ticket's lock on the file dies with its process, so whoever waits asks the
+/// kernel whether the owner lives, and takes over from the dead; a stopped owner keeps it. Nothing rests on
+/// process or thread IDs, which the system gives out again.
+/// A thread that has held it many times in a row is favoured: it passes with plain stores and loads, a
+/// fraction of the cost, until another comes, withdraws the favour, makes that seen with a fence in all
+/// processes, and waits until the favoured one is out.
 class SenderLock {
 public:
-    enum class Result { eLocked, eTimedOut, eBroken };
+    enum class Result { eLocked, eTimedOut, eBroken, eUnmapped };
 
-    SenderLock(FutexWord& word, QueueFile& file, std::uint32_t ticket);
+    /// mayBeFavoured: this process has joined the process fences.
+    SenderLock(SenderLockWords& words, QueueFile& file, std::uint32_t ticket, bool mayBeFavoured);
 
-    /// eBroken when the word is no longer mapped or reads as no ticket for long.
+    /// eBroken when the words make no sense, eUnmapped when they are no longer there.
     Result lock(Deadline& deadline);
+    /// Does not wait.
     bool tryLock();
-    /// False when somebody else has written to the word meanwhile.
+    /// False when somebody else has written to the words meanwhile.
     bool unlock();
 
     static constexpr std::uint32_t s_maxTicket = 0x7fffffff;
@@ -28,13 +33,33 @@ public:
 private:
     static constexpr std::uint32_t s_waitersBit = 0x80000000;
 
+    bool enterFavoured();
     bool tryWord();
     Result lockWord(Deadline& deadline);
+    /// Withdraws another's favour and waits until nobody favoured is inside. By the holder of the word; a
+    /// null deadline does not wait.
+    Result settle(Deadline* pDeadline);
+    Result waitOutside(SenderLockWords::Seat& seat, Deadline* pDeadline);
+    bool unlockWord();
+    /// Whether the holder has earned favour. By the holder of the word.
+    void considerFavour();
+    bool takeSeat();
 
     FutexMutex m_mutex;
-    FutexWord& m_word;
+    SenderLockWords& m_words;
     QueueFile& m_file;
     const std::uint32_t m_ticket;
+    const bool m_mayBeFavoured;
+
+    /// The one thread of this object that is ever favoured; 0: none so far. Its seat is set before.
+    std::atomic<std::uint64_t> m_favouredThread{0};
+    SenderLockWords::Seat* m_pSeat = nullptr;
+
+    // The lock's holder's.
+    bool m_isFavoured = false;  ///< it came in by favour
+    std::uint64_t m_lastThread = 0;
+    unsigned int m_timesInARow = 0;
+    unsigned int m_timesNeeded;
 };
 
 }  // namespace sal

@@ -19,6 +19,7 @@
 #include <exception>
 #include <new>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "Transport.h"
@@ -176,16 +177,19 @@ int main(int argc, char** argv) {
     const int rounds = argc > 1 ? std::atoi(argv[1]) : 5;
     const auto messages = static_cast<std::uint64_t>(argc > 2 ? std::atoll(argv[2]) : 400000);
     const int trips = argc > 3 ? std::atoi(argv[3]) : 20000;
+    const std::string only = argc > 4 ? argv[4] : "";
     if (rounds < 1 || messages < 1 || trips < 1) {
-        std::fprintf(stderr, "usage: bench_queue [ROUNDS [MESSAGES [TRIPS]]]\n");
+        std::fprintf(stderr, "usage: bench_queue [ROUNDS [MESSAGES [TRIPS [TRANSPORT]]]]\n");
         return 2;
     }
     const sal::LogManager log;
-    const std::vector<TransportKind> kinds{{"sal::MessageQueue", makeSalTransport},
+    std::vector<TransportKind> kinds{{"sal::MessageQueue", makeSalTransport},
                                            {"POSIX mq", makePosixMqTransport},
                                            {"Boost.Interprocess", makeBoostTransport},
                                            {"ZeroMQ", makeZeroMqTransport},
                                            {"pipe", makePipeTransport}};
+    if (!only.empty())
+        std::erase_if(kinds, [&](const TransportKind& kind) { return kind.name != only; });
     // One that hangs ends the run.
     alarm(1800);
     try {

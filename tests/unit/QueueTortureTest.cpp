@@ -3,91 +3,23 @@
 // the others go on, and nothing arrives torn, twice or out of order.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <optional>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "NumberedMessage.h"
 #include "QueuePeer.h"
+#include "QueueTorture.h"
 #include "SteppedPeer.h"
 #include "sal/MessageQueue.h"
 
-namespace {
-
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-
-/// Far above what anything here may take, below what a person would wait.
-constexpr auto g_hang = 10s;
-
-class QueueTorture : public testing::Test {
-protected:
-    void SetUp() override {
-        std::string path = "/dev/shm/mfd-queue-torture-XXXXXX";
-        ASSERT_NE(::mkdtemp(path.data()), nullptr);
-        m_directory = path;
-        ::setenv("MFD_QUEUE_DIR", m_directory.c_str(), 1);
-    }
-    void TearDown() override {
-        ::unsetenv("MFD_QUEUE_DIR");
-        std::filesystem::remove_all(m_directory);
-    }
-
-    static int rounds() {
-        const char* pSetting = std::getenv("MFD_ROUNDS");
-        return pSetting != nullptr ? std::atoi(pSetting) : 20;
-    }
-
-    /// After how many instructions of its call a process is to be killed: spread over the whole of it, each
-    /// single one when there are rounds enough. A round takes a second or less, however slowly the machine
-    /// or a sanitizer lets it step. Empty when processes cannot be traced here.
-    static std::vector<long> instants(const std::string& command, const std::string& queue, int perRound) {
-        const auto begin = Clock::now();
-        SteppedPeer whole(command, queue);
-        if (!whole.isAtBeginning())
-            return {};
-        const long all = whole.run(2'000'000);
-        const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-        const double perSecond = std::min<double>(perRound, 1 / seconds);
-        const long stride =
-            std::max(1L, static_cast<long>(static_cast<double>(all) / (rounds() * perSecond)));
-        std::vector<long> found;
-        for (long instant = rounds() % stride; instant <= all; instant += stride)
-            found.push_back(instant);
-        return found;
-    }
-
-    static bool send(sal::MessageQueue& queue, std::uint32_t sender, std::uint32_t number, int timeout) {
-        const auto bytes = NumberedMessage{sender, number}.bytes();
-        return queue.send(bytes.data(), static_cast<int>(bytes.size()), timeout);
-    }
-
-    /// Nothing in time is an empty answer, a torn message a failure.
-    static std::optional<NumberedMessage> receive(sal::MessageQueue& queue, int timeout) {
-        std::array<unsigned char, 1024> buffer{};
-        const int length = queue.receive(buffer.data(), static_cast<int>(buffer.size()), timeout);
-        if (length < 0)
-            return std::nullopt;
-        const auto message = NumberedMessage::read(buffer.data(), length);
-        EXPECT_TRUE(message) << "a torn message of " << length << " bytes";
-        return message;
-    }
-
-    std::string m_directory;
-};
-
-}  // namespace
 
 TEST_F(QueueTorture, EnduranceASenderMayDieBehindAnyInstruction) {
     sal::MessageQueue creator;
@@ -223,7 +155,7 @@ TEST_F(QueueTorture, EnduranceAReceiverMayDieBehindAnyInstructionWhileASenderSle
             received.push_back(message->number);
         }
         sender.join();
-        ASSERT_LT(Clock::now() - begin, g_hang) << "killed behind instruction " << instant;
+        ASSERT_LT(Clock::now() - begin, s_hang) << "killed behind instruction " << instant;
         if (isSent) {
             const auto message = receive(fresh, 5000);
             ASSERT_TRUE(message) << "killed behind instruction " << instant;
@@ -277,7 +209,7 @@ TEST_F(QueueTorture, EnduranceProcessesOfManyThreadsMayBeKilledUnderLoad) {
         victim.kill();
         // The survivor's threads go on, each of them.
         const std::array<std::uint32_t, 3> before{next[first + 10], next[first + 11], next[first + 12]};
-        const auto hang = Clock::now() + g_hang;
+        const auto hang = Clock::now() + s_hang;
         const auto allWentOn = [&] {
             for (std::uint32_t i = 0; i < 3; ++i)
                 if (next[first + 10 + i] <= before.at(i) + 5)
@@ -312,7 +244,7 @@ TEST_F(QueueTorture, EnduranceAPeerThatScribblesEndsNobodyElse) {
             const auto before = Clock::now();
             const int length = sut.receive(buffer.data(), 1024, 100);
             ASSERT_LE(length, 1024);
-            ASSERT_LT(Clock::now() - before, g_hang);
+            ASSERT_LT(Clock::now() - before, s_hang);
             send(sut, 9, 0, 0);
             if (Clock::now() - begin > 1s)
                 break;
@@ -363,7 +295,7 @@ TEST_F(QueueTorture, ASenderStoppedWithTheLockDelaysOthersUntilItDies) {
 TEST_F(QueueTorture, ASendThatComesBeforeTheQueueIsMadeFailsAndALaterOneArrives) {
     sal::MessageQueue sut;
     std::thread sender([&] {
-        const auto hang = Clock::now() + g_hang;
+        const auto hang = Clock::now() + s_hang;
         while (!send(sut, 1, 0, 0) && Clock::now() < hang) {
         }
     });

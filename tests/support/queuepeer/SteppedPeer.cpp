@@ -50,6 +50,11 @@ long SteppedPeer::run(long instructions) {
     return instructions;
 }
 
+void SteppedPeer::finish() {
+    if (ptrace(PTRACE_CONT, m_pid, nullptr, nullptr) == 0)
+        waitForStop(m_pid);
+}
+
 void SteppedPeer::kill() {
     if (m_pid <= 0)
         return;

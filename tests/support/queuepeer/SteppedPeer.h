@@ -17,6 +17,8 @@ public:
     bool isAtBeginning() const { return m_isAtBeginning; }
     /// Runs that many instructions; how many there were before the call was over.
     long run(long instructions);
+    /// Lets it go on to the end of the call.
+    void finish();
     void kill();
 
 private:

@@ -2,14 +2,20 @@
 // what it does in lines on standard output and ends with the process that started it.
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
@@ -161,6 +167,27 @@ int stepSend(const std::string& name) {
     return isSent ? 0 : 1;
 }
 
+/// Has sent so many messages before that the queue favours it.
+int stepSendFavoured(const std::string& name) {
+    sal::MessageQueue queue;
+    const auto bytes = NumberedMessage{7, 0}.bytes();
+    if (!queue.open(name)) {
+        return 1;
+    }
+    for (int i = 0; i < 300; ++i) {
+        if (!queue.send(bytes.data(), static_cast<int>(bytes.size()), 0)) {
+            return 1;
+        }
+    }
+    if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
+        return 1;
+    }
+    stopHere();
+    const bool isSent = queue.send(bytes.data(), static_cast<int>(bytes.size()), 0);
+    stopHere();
+    return isSent ? 0 : 1;
+}
+
 int stepReceive(const std::string& name) {
     sal::MessageQueue queue;
     unsigned char buffer[NumberedMessage::s_maxSize];
@@ -284,10 +311,30 @@ int refill(const std::string& name) {
     return 0;
 }
 
+/// As in a container whose rules refuse the kernel's fences.
+bool refuseFences() {
+    const std::array<sock_filter, 4> filter{{
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_membarrier, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    }};
+    const sock_fprog program{filter.size(), const_cast<sock_filter*>(filter.data())};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (argc > 1 && std::string(argv[1]) == "without-fences") {
+        if (!refuseFences()) {
+            return fail("no filter");
+        }
+        --argc;
+        ++argv;
+    }
     if (argc < 3) {
         return fail("usage: queue_peer COMMAND QUEUE [SENDER COUNT]");
     }
@@ -317,6 +364,9 @@ int main(int argc, char** argv) {
     }
     if (command == "step-send") {
         return stepSend(name);
+    }
+    if (command == "step-send-favoured") {
+        return stepSendFavoured(name);
     }
     if (command == "step-receive") {
         return stepReceive(name);

@@ -1,0 +1,33 @@
+#include "ProcessFence.h"
+
+#include <linux/membarrier.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+namespace sal {
+
+namespace {
+
+// Where every kind of fence is refused: no processor keeps a store to itself for nearly as long.
+constexpr std::chrono::milliseconds g_settled{2};
+
+bool membarrier(int command) {
+    return syscall(SYS_membarrier, command, 0, 0) == 0;
+}
+
+}  // namespace
+
+bool joinProcessFences() {
+    return membarrier(MEMBARRIER_CMD_REGISTER_GLOBAL_EXPEDITED);
+}
+
+void heavyFence() {
+    if (!membarrier(MEMBARRIER_CMD_GLOBAL_EXPEDITED) && !membarrier(MEMBARRIER_CMD_GLOBAL)) {
+        std::this_thread::sleep_for(g_settled);
+    }
+}
+
+}  // namespace sal

@@ -1,0 +1,100 @@
+#include "QueueEvent.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <random>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+int rounds() {
+    const char* pSetting = std::getenv("MFD_ROUNDS");
+    return pSetting != nullptr ? std::atoi(pSetting) : 20;
+}
+
+/// A store to a line that others write as well stays on its way for long: what follows it is seen late.
+struct alignas(64) Line {
+    std::atomic<unsigned> word{0};
+};
+
+void linger(unsigned steps) {
+    for (unsigned i = 0; i < steps; ++i) {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+}
+
+}  // namespace
+
+TEST(QueueEvent, SignalEndsAWait) {
+    sal::QueueEvent sut;
+    const std::uint32_t number = sut.prepare();
+    EXPECT_TRUE(sut.seemsAwaited());
+    sut.signal();
+    EXPECT_FALSE(sut.seemsAwaited());
+    EXPECT_EQ(sut.wait(number, 10s), sal::FutexWake::eChanged);
+}
+
+TEST(QueueEvent, SignalOfAJoinedProcessEndsAWait) {
+    sal::QueueEvent sut;
+    sut.promiseFence();
+    const std::uint32_t number = sut.prepare();
+    sut.signalFenced();
+    EXPECT_EQ(sut.wait(number, 10s), sal::FutexWake::eChanged);
+}
+
+TEST(QueueEvent, AWaitWithoutSignalTimesOut) {
+    sal::QueueEvent sut;
+    const std::uint32_t number = sut.prepare();
+    EXPECT_EQ(sut.wait(number, 1ms), sal::FutexWake::eTimedOut);
+}
+
+TEST(QueueEvent, EnduranceAWaiterSeesWhatWasPublishedOrIsWoken) {
+    ASSERT_TRUE(sal::joinProcessFences());
+    sal::QueueEvent sut;
+    std::atomic<unsigned> published{0};
+    std::atomic<unsigned> seen{0};
+    std::atomic<unsigned> missed{0};
+    const unsigned all = static_cast<unsigned>(rounds()) * 2000;
+    std::array<Line, 32> contended;
+    std::thread waiter([&] {
+        std::minstd_rand random(3);
+        for (unsigned next = 1; next <= all; ++next) {
+            sut.promiseFence();
+            for (Line& line : contended) {
+                line.word.store(next, std::memory_order_relaxed);
+            }
+            linger(random() % 2000);
+            const std::uint32_t number = sut.prepare();
+            // Nothing yet, then a wake-up comes.
+            if (published.load(std::memory_order_acquire) < next &&
+                sut.wait(number, 5s) == sal::FutexWake::eTimedOut) {
+                ++missed;
+            }
+            while (published.load(std::memory_order_acquire) < next) {
+                sut.wait(sut.prepare(), 1ms);
+            }
+            seen.store(next, std::memory_order_release);
+        }
+    });
+    std::minstd_rand random(4);
+    for (unsigned next = 1; next <= all; ++next) {
+        // About when the waiter looks; the stores hold up the one that publishes.
+        linger(random() % 2000);
+        for (Line& line : contended) {
+            line.word.store(next, std::memory_order_relaxed);
+        }
+        published.store(next, std::memory_order_release);
+        sut.signalFenced();
+        while (seen.load(std::memory_order_acquire) < next) {
+            sal::spinPause();
+        }
+    }
+    waiter.join();
+    EXPECT_EQ(missed, 0U);
+}

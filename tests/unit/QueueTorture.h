@@ -1,0 +1,79 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "NumberedMessage.h"
+#include "SteppedPeer.h"
+#include "sal/MessageQueue.h"
+
+/// What the tests share that stop and kill the processes at a queue's ends: a queue directory of their own,
+/// numbered messages, and the instants at which a process is to be killed.
+class QueueTorture : public testing::Test {
+protected:
+    using Clock = std::chrono::steady_clock;
+    /// Far above what anything here may take, below what a person would wait.
+    static constexpr std::chrono::seconds s_hang{10};
+
+    void SetUp() override {
+        std::string path = "/dev/shm/mfd-queue-torture-XXXXXX";
+        ASSERT_NE(::mkdtemp(path.data()), nullptr);
+        m_directory = path;
+        ::setenv("MFD_QUEUE_DIR", m_directory.c_str(), 1);
+    }
+    void TearDown() override {
+        ::unsetenv("MFD_QUEUE_DIR");
+        std::filesystem::remove_all(m_directory);
+    }
+
+    static int rounds() {
+        const char* pSetting = std::getenv("MFD_ROUNDS");
+        return pSetting != nullptr ? std::atoi(pSetting) : 20;
+    }
+
+    /// After how many instructions of its call a process is to be killed: spread over the whole of it, each
+    /// single one when there are rounds enough. A round takes a second or less, however slowly the machine
+    /// or a sanitizer lets it step. Empty when processes cannot be traced here.
+    static std::vector<long> instants(const std::string& command, const std::string& queue, int perRound) {
+        const auto begin = Clock::now();
+        SteppedPeer whole(command, queue);
+        if (!whole.isAtBeginning())
+            return {};
+        const long all = whole.run(2'000'000);
+        const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+        const double perSecond = std::min<double>(perRound, 1 / seconds);
+        const long stride =
+            std::max(1L, static_cast<long>(static_cast<double>(all) / (rounds() * perSecond)));
+        std::vector<long> found;
+        for (long instant = rounds() % stride; instant <= all; instant += stride)
+            found.push_back(instant);
+        return found;
+    }
+
+    static bool send(sal::MessageQueue& queue, std::uint32_t sender, std::uint32_t number, int timeout) {
+        const auto bytes = NumberedMessage{sender, number}.bytes();
+        return queue.send(bytes.data(), static_cast<int>(bytes.size()), timeout);
+    }
+
+    /// Nothing in time is an empty answer, a torn message a failure.
+    static std::optional<NumberedMessage> receive(sal::MessageQueue& queue, int timeout) {
+        std::array<unsigned char, 1024> buffer{};
+        const int length = queue.receive(buffer.data(), static_cast<int>(buffer.size()), timeout);
+        if (length < 0)
+            return std::nullopt;
+        const auto message = NumberedMessage::read(buffer.data(), length);
+        EXPECT_TRUE(message) << "a torn message of " << length << " bytes";
+        return message;
+    }
+
+    std::string m_directory;
+};
