@@ -75,6 +75,8 @@ HostProcess::HostProcess(const Start& start)
         dup2(log, STDERR_FILENO);
         for (const auto& [name, value] : start.environment)
             setenv(name.c_str(), value.c_str(), 1);
+        if (start.beforeExec)
+            start.beforeExec();
         execv(arguments[0], arguments.data());
         _exit(127);
     }

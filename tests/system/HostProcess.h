@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -17,6 +18,7 @@ public:
         std::vector<std::string> arguments;
         std::map<std::string, std::string> environment;  ///< beside the test's own
         std::filesystem::path files;                     ///< directory for what it writes
+        std::function<void()> beforeExec = {};           ///< in the new process; may be none
     };
     explicit HostProcess(const Start& start);
     ~HostProcess();
