@@ -1,5 +1,6 @@
 #include "DriverProcess.h"
 
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -44,7 +45,13 @@ constexpr std::chrono::milliseconds lastWords{100};
 /// says nothing about the host.
 class DriverProcess::HostProcess {
 public:
-    HostProcess() : m_fd(getsid(0) == getpid() ? open(getppid()) : -1) {}
+    HostProcess() {
+        if (getsid(0) != getpid())
+            return;
+        m_fd = open(getppid());
+        // Where only parents may look into a process, the host's tools may look into this one.
+        prctl(PR_SET_PTRACER, getppid());
+    }
     ~HostProcess() {
         if (m_fd >= 0)
             close(m_fd);
@@ -57,7 +64,7 @@ public:
 private:
     static int open(pid_t pid) { return static_cast<int>(syscall(SYS_pidfd_open, pid, 0)); }
 
-    int m_fd;
+    int m_fd = -1;
 };
 
 DriverProcess::DriverProcess(const WrapperOptions& options)

@@ -1,10 +1,18 @@
-#include <algorithm>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
 #include <string>
+#include <thread>
 
 #include "FaultyWorkplace.h"
 
 using testing::HasSubstr;
+using testing::Not;
 
 // A driver in a process of its own that fails: the process is gone, the host and the others go on.
 class FaultyProcess : public FaultyWorkplace {
@@ -78,6 +86,49 @@ TEST_F(FaultyProcess, DeathInsideDeinitializeLeavesTheShutdownInOrder) {
     EXPECT_EQ(end(), 0);
     EXPECT_TRUE(endsWithin(driver, 0));
     EXPECT_THAT(host.output(), HasSubstr("Deinitializing MF driver ID: GOOD...OK\n"));
+}
+
+TEST_F(FaultyProcess, StacksOfOneThatHangsStandInTheLog) {
+    if (std::system("command -v eu-stack >/dev/null") != 0)
+        GTEST_SKIP() << "needs the command eu-stack (package elfutils)";
+    configure("queue");
+    HostProcess& host = start(call({"--hang-timeout", "0.5", "--restart-delay", "0.1", "--log-level", "5"}));
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    const std::string driver = std::to_string(host.driverProcess("BAD"));
+    host.type("sendFID BAD.FAULT.SLEEP");
+    host.type("sendFID BAD.PING value=late");
+    // Neither the reading of the stacks nor their reader keeps it from being ended and started again.
+    ASSERT_TRUE(host.waitForLog("BAD: is started again")) << host.log();
+    const std::string log = host.log();
+    std::size_t at = 0;
+    for (const std::string& text :
+         {"BAD: process " + driver + " hangs: ", " TID " + driver + ":", std::string(" Fault::strike"),
+          "BAD: process " + driver + " ended: hung for "}) {
+        at = log.find(text, at);
+        ASSERT_NE(at, std::string::npos) << text << "\n" << log;
+    }
+    expectServes(host, "BAD");
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(FaultyProcess, OneThatADebuggerHoldsIsNotTakenForHung) {
+    configure("queue");
+    HostProcess& host = start(call({"--hang-timeout", "0.3", "--log-level", "5"}));
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    const pid_t driver = host.driverProcess("BAD");
+    if (ptrace(PTRACE_SEIZE, driver, nullptr, nullptr) != 0)
+        GTEST_SKIP() << "needs the right to trace processes: " << std::strerror(errno);
+    host.type("sendFID BAD.FAULT.SLEEP");
+    host.type("sendFID BAD.PING value=late");
+    settle(host);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+    EXPECT_THAT(host.log(), Not(HasSubstr(" hangs: ")));
+    // It lets go of a process only while that stands still.
+    ptrace(PTRACE_INTERRUPT, driver, nullptr, nullptr);
+    waitpid(driver, nullptr, __WALL);
+    ptrace(PTRACE_DETACH, driver, nullptr, nullptr);
+    EXPECT_TRUE(host.waitForLog("BAD: process " + std::to_string(driver) + " hangs: ")) << host.log();
+    EXPECT_EQ(end(), 0);
 }
 
 TEST_F(FaultyProcess, SlowStartIsWaitedFor) {
