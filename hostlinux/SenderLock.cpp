@@ -151,6 +151,10 @@ SenderLock::Result SenderLock::lockWord(Deadline& deadline) {
 }
 
 SenderLock::Result SenderLock::settle(Deadline* pDeadline) {
+    if (m_pSeat != nullptr) {
+        // What the favoured thread did to this object happened before, whoever has waited until it was out.
+        m_pSeat->inside.load(std::memory_order_acquire);
+    }
     if (m_words.favoured.load(std::memory_order_relaxed) != 0) {
         // First, so that whoever takes over from a holder that dies here settles it.
         m_words.unsettled.store(1, std::memory_order_relaxed);
