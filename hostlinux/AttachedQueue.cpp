@@ -455,6 +455,7 @@ MessageQueue::Status AttachedQueue::status() const {
     status.waits = shared.waits.load(std::memory_order_relaxed);
     status.holders = m_pFile->holders();
     status.receiverAttached = m_isReceiver || m_pFile->receiverLives();
+    status.receiverPid = shared.receiverPid.load(std::memory_order_relaxed);
     status.received = QueueCursor::unpack(shared.head.load(std::memory_order_acquire)).count;
     const std::lock_guard lock(m_waitsMutex);
     if (!m_waits.empty()) {

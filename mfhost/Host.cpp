@@ -77,19 +77,23 @@ Host::Host(Options options, StopSignals& signals)
     : m_options(std::move(options)),
       m_signals(signals),
       m_roster(m_store),
-      m_supervisor(m_roster,
-                   {.stopTimeout = m_options.stopTimeout,
-                    .hangTimeout = m_options.hangTimeout,
-                    .restart = {.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}},
-                   {.activity = [this] { return m_commands.activity(); },
-                    .queues = [] { return sal::MessageQueue::statuses(); },
-                    .receiverGone = [](const std::string& name) { sal::MessageQueue::receiverGone(name); },
-                    .exitNow = [this](int exitCode) { exitNow(exitCode); },
-                    .restart =
-                        [this](const std::string& driverID) {
-                            m_commands.postBehind("restart of " + driverID,
-                                                  [this, driverID] { restart(driverID); });
-                        }}),
+      m_byHand(m_roster, [] { return sal::MessageQueue::statuses(); }),
+      m_supervisor(
+          m_roster,
+          {.stopTimeout = m_options.stopTimeout,
+           .hangTimeout = m_options.hangTimeout,
+           .restart = {.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}},
+          {.activity = [this] { return m_commands.activity(); },
+           .queues = [] { return sal::MessageQueue::statuses(); },
+           .receiverGone = [](const std::string& name) { sal::MessageQueue::receiverGone(name); },
+           .exitNow = [this](int exitCode) { exitNow(exitCode); },
+           .restart =
+               [this](const std::string& driverID) {
+                   m_commands.postBehind("restart of " + driverID, [this, driverID] { restart(driverID); });
+               },
+           .refreshOthers = m_options.startDriverProcesses
+                                ? std::function<void(const std::string&)>()
+                                : [this](const std::string& driverID) { m_byHand.refresh(driverID); }}),
       m_system(std::set<std::string>(m_options.allowedCommands.begin(), m_options.allowedCommands.end()),
                [this](const std::string& line) {
                    return m_commands.post(line, [this, line] { execute(line, EOrigin::Driver); });

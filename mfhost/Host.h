@@ -18,6 +18,7 @@
 #include "console/HostCommands.h"
 #include "panel/StateStore.h"
 #include "sal/CmdProcessor.h"
+#include "supervisor/ByHandWatch.h"
 #include "supervisor/DriverRoster.h"
 #include "supervisor/ProcessSupervisor.h"
 
@@ -74,6 +75,7 @@ private:
     StateStore m_store;
     DriverRoster m_roster;
     CommandThread m_commands;
+    ByHandWatch m_byHand;
     ProcessSupervisor m_supervisor;
     HostSystem m_system;
     sal::CmdProcessor m_processor;

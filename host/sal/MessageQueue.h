@@ -64,6 +64,8 @@ public:
         unsigned int holders = 0;       ///< attached objects, all processes
         unsigned int waitingForMs = 0;  ///< how long a sender of this process has been waiting; 0 for none
         bool receiverAttached = false;
+        unsigned int receiverPid =
+            0;  ///< of the process that receives or received last, as it says; 0 for none
         std::uint32_t received = 0;  ///< messages taken out; begins again at 2^24
     };
     /// The queues that this process has created, by name. Any thread; never blocks on a peer.

@@ -51,9 +51,11 @@ std::string statusText(const DriverRoster::Driver& driver,
                        const std::vector<sal::MessageQueue::Status>& queues) {
     switch (driver.status) {
         case DriverRoster::EStatus::Running:
-            return "running";
+            return driver.isByHand ? "running (by hand)" : "running";
         case DriverRoster::EStatus::Ended:
-            return "ended";
+            if (!driver.isByHand)
+                return "ended";
+            break;
         case DriverRoster::EStatus::Hung:
             return "hung";
         default:

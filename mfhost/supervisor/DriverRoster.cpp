@@ -61,10 +61,11 @@ std::optional<std::size_t> DriverRoster::ends(const std::string& driverID, int p
     return m_store.driverEnded(driverID, cause);
 }
 
-void DriverRoster::processStarted(const std::string& driverID, int pid) {
+void DriverRoster::processStarted(const std::string& driverID, int pid, bool isByHand) {
     const std::lock_guard lock(m_mutex);
     Driver& started = driver(driverID);
     started.interfaceType = EInterfaceTypes::Queue;
+    started.isByHand = isByHand;
     begins(started, pid);
 }
 
@@ -145,7 +146,7 @@ bool DriverRoster::isRunning(const std::string& driverID) const {
 bool DriverRoster::hasProcess(const std::string& driverID) const {
     const std::lock_guard lock(m_mutex);
     const auto position = m_drivers.find(driverID);
-    return position != m_drivers.end() && position->second.pid > 0;
+    return position != m_drivers.end() && position->second.pid > 0 && !position->second.isByHand;
 }
 
 std::optional<DriverRoster::Call> DriverRoster::oldestCall() const {

@@ -25,8 +25,9 @@ public:
         std::string version;
         EInterfaceTypes interfaceType = EInterfaceTypes::None;
         EStatus status = EStatus::NotLoaded;
-        int pid = 0;        ///< 0 for a driver in the host's process
-        std::string cause;  ///< why it ended last; stays when it runs again
+        int pid = 0;            ///< 0 for a driver in the host's process
+        bool isByHand = false;  ///< the host has not started that process
+        std::string cause;      ///< why it ended last; stays when it runs again
         std::chrono::system_clock::time_point since;
         unsigned int restarts = 0;  ///< how often the host has started it again by itself
         std::optional<std::chrono::steady_clock::time_point> nextTry;
@@ -47,7 +48,7 @@ public:
     /// Takes over what the configuration says now. Drivers that run and are no longer in it stay.
     void configure(const std::vector<WorkplaceFile::Entry>& entries);
 
-    void processStarted(const std::string& driverID, int pid);
+    void processStarted(const std::string& driverID, int pid, bool isByHand = false);
     /// Returns how many of the driver's values became stale; nothing when a newer process of the driver runs
     /// already.
     std::optional<std::size_t> processEnded(const std::string& driverID, int pid, const std::string& cause);

@@ -146,6 +146,8 @@ void ProcessSupervisor::endProcesses() {
 
 void ProcessSupervisor::refresh(const std::string& driverID) {
     reap(driverID);
+    if (m_environment.refreshOthers)
+        m_environment.refreshOthers(driverID);
 }
 
 void ProcessSupervisor::beginReload(const std::string& driverID) {
@@ -244,7 +246,7 @@ int ProcessSupervisor::pollTimeout() {
     {
         const std::lock_guard lock(m_mutex);
         next = m_restarts.nextDue();
-        if (!m_processes.empty())
+        if (!m_processes.empty() || m_environment.refreshOthers)
             next = next ? std::min(*next, m_nextSample) : m_nextSample;
     }
     if (!next)
@@ -454,6 +456,8 @@ void ProcessSupervisor::checkRestarts(Clock::time_point now) {
 }
 
 void ProcessSupervisor::sample(Clock::time_point now) {
+    if (m_environment.refreshOthers)
+        m_environment.refreshOthers({});
     Queues queues;
     for (auto& queue : m_environment.queues()) {
         std::string name = queue.name;

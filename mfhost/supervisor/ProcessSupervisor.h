@@ -47,6 +47,9 @@ public:
         std::function<void(int exitCode)> exitNow;
         /// Has the driver started again on the command thread, between beginRestart and endStart.
         std::function<void(const std::string& driverID)> restart;
+        /// Learns of processes that are not the host's own, of that driver or for an empty ID of all. On any
+        /// thread; nothing where there are none.
+        std::function<void(const std::string& driverID)> refreshOthers = nullptr;
     };
 
     ProcessSupervisor(DriverRoster& roster, Settings settings, Environment environment);

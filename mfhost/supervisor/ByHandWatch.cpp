@@ -1,0 +1,68 @@
+#include "ByHandWatch.h"
+
+#include <signal.h>
+
+#include <cerrno>
+#include <set>
+#include <string_view>
+
+#include "HostLog.h"
+
+namespace {
+
+constexpr std::string_view s_inQueueSuffix = "_INQ";
+
+bool exists(int pid) {
+    return ::kill(pid, 0) == 0 || errno == EPERM;
+}
+
+}  // namespace
+
+void ByHandWatch::refresh(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    std::set<std::string> loaded;
+    for (const auto& queue : m_queues()) {
+        if (!queue.name.ends_with(s_inQueueSuffix))
+            continue;
+        const std::string receiver = queue.name.substr(0, queue.name.size() - s_inQueueSuffix.size());
+        if (!driverID.empty() && receiver != driverID)
+            continue;
+        loaded.insert(receiver);
+        look(receiver, static_cast<int>(queue.receiverPid), queue.receiverAttached);
+    }
+    for (auto& [id, process] : m_processes) {
+        if (!process.isRunning || loaded.contains(id) || (!driverID.empty() && id != driverID))
+            continue;
+        process.isRunning = false;
+        static_cast<void>(m_roster.processEnded(id, process.pid, "unloaded"));
+    }
+}
+
+void ByHandWatch::look(const std::string& driverID, int pid, bool isAttached) {
+    if (pid <= 0)
+        return;
+    Process& process = m_processes[driverID];
+    const bool isOther = process.pid != pid;
+    // For a moment a new process holds the queue, but the number is still that of the one before.
+    if (isOther || (!process.isRunning && isAttached && exists(pid))) {
+        if (process.isRunning)
+            ended(driverID, process);
+        process = {pid, true};
+        m_roster.processStarted(driverID, pid, true);
+        hostLog(sal::LogOutput::eInfo)
+            << driverID << ": process " << pid << " was started by hand and serves it" << std::endl;
+    }
+    // One that came and went unseen may have left values, too.
+    if (process.isRunning && !isAttached)
+        ended(driverID, process);
+}
+
+void ByHandWatch::ended(const std::string& driverID, Process& process) {
+    process.isRunning = false;
+    const auto staleValues = m_roster.processEnded(driverID, process.pid, "its process has ended");
+    auto& line = hostLog(sal::LogOutput::eInfo);
+    line << driverID << ": process " << process.pid << ", which was started by hand, ended";
+    if (staleValues && *staleValues > 0)
+        line << "; " << *staleValues << (*staleValues == 1 ? " value is" : " values are") << " stale";
+    line << std::endl;
+}

@@ -1,0 +1,56 @@
+#include <signal.h>
+
+#include <filesystem>
+
+#include "SystemTest.h"
+
+using testing::HasSubstr;
+
+// The host makes the queues only; somebody else starts the driver process.
+class ByHand : public SystemTest {
+protected:
+    void SetUp() override {
+        SystemTest::SetUp();
+        if (IsSkipped())
+            return;
+        giveAdapter();
+        workplace().addModule("Echo");
+        workplace().configure(Workplace::entry("AXIS1", "Echo", "queue"));
+        std::filesystem::create_directory(workplace().directory() / "wrapper");
+    }
+
+    HostProcess startWrapper() {
+        return HostProcess({.program = Workplace::build() / "bin/mfddllwrap",
+                            .arguments = {workplace().drivers() / "Echo.so", "AXIS1"},
+                            .environment = {},
+                            .files = workplace().directory() / "wrapper"});
+    }
+};
+
+TEST_F(ByHand, ValuesOfAProcessThatIsKilledAreStale) {
+    HostProcess& host = start(workplace().host({"--no-start-mfds"}));
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    HostProcess wrapper = startWrapper();
+    ASSERT_TRUE(host.waitForLog("AXIS1: process " + std::to_string(wrapper.pid()) +
+                                " was started by hand and serves it"))
+        << host.log() << wrapper.log();
+    host.type("drivers");
+    host.type("sendFID AXIS1.INT name=N value=7");
+    host.type("state AXIS1.*");
+    ASSERT_TRUE(host.waitForOutput("AXIS1.N  int   7      AXIS1   0 s  yes")) << host.output() << host.log();
+    EXPECT_THAT(host.output(), HasSubstr("running (by hand)"));
+    wrapper.signal(SIGKILL);
+    ASSERT_EQ(wrapper.waitForEnd(), 128 + SIGKILL);
+    host.type("state AXIS1.*");
+    host.type("drivers");
+    EXPECT_TRUE(host.waitForOutput("(its process has ended)\n")) << host.output();
+    EXPECT_TRUE(host.waitForOutput("waiting for its process")) << host.output();
+    EXPECT_THAT(host.log(), HasSubstr("which was started by hand, ended; 1 value is stale\n"));
+
+    HostProcess next = startWrapper();
+    EXPECT_TRUE(host.waitForLog("AXIS1: process " + std::to_string(next.pid()) +
+                                " was started by hand and serves it"))
+        << host.log() << next.log();
+    EXPECT_EQ(end(), 0);
+    EXPECT_EQ(next.waitForEnd(), 0);
+}
