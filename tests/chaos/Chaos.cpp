@@ -20,15 +20,12 @@ constexpr auto s_endTime = 20s;
 /// A host that is started anew gets this long at least to live.
 constexpr auto s_lifeTime = 45s;
 
-/// Looks again and again, so often that a stop of all processes meanwhile costs no look.
+/// Looks again and again.
 template <class Condition>
 bool eventually(std::chrono::milliseconds patience, Condition condition) {
-    constexpr auto pause = 20ms;
-    for (auto left = patience; left > 0ms; left -= pause) {
+    for (Patience left(patience); !left.isOver(); std::this_thread::sleep_for(20ms))
         if (condition())
             return true;
-        std::this_thread::sleep_for(pause);
-    }
     return condition();
 }
 
@@ -80,8 +77,8 @@ bool Chaos::allServe() {
     const auto pHost = host();
     const auto drivers = ChaosWorkplace::all();
     const std::uint32_t first = m_watcher.nextPing();
-    const auto limit = Clock::now() + s_startPatience;
-    while (Clock::now() < limit && !m_watcher.isHostGone()) {
+    Patience left(s_startPatience);
+    while (!left.isOver() && !m_watcher.isHostGone()) {
         bool doAll = true;
         for (const std::string& driver : drivers) {
             if (m_watcher.lastAnswer(driver) >= first)
@@ -118,8 +115,9 @@ void Chaos::killHost(Scoreboard::EPhase phase, const ChaosPlan::Step& step, bool
         endLifetime();
     m_before.reset();
     const auto pHost = host();
-    Trial::Outcome outcome{step.kind, step.target, {}, {}, false, {}};
+    Trial::Outcome outcome{step.kind, step.target, {}, {}, false, false, {}};
     const auto begun = Clock::now();
+    const unsigned int standstills = Patience::standstills();
     m_watcher.hostEnds();
     pHost->signal(SIGKILL);
     const auto since = [begun] {
@@ -138,6 +136,7 @@ void Chaos::killHost(Scoreboard::EPhase phase, const ChaosPlan::Step& step, bool
     }
     if (areGone && startHost())
         outcome.served = since();
+    outcome.stoodStill = Patience::standstills() != standstills;
     m_board.add(phase, outcome);
 }
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "../system/Workplace.h"
+#include "Patience.h"
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -126,14 +127,14 @@ bool ChaosHost::type(const std::string& line) {
     if (m_input < 0)
         return false;
     const std::string text = line + "\n";
-    const auto limit = Clock::now() + s_inputPatience;
+    Patience left(s_inputPatience);
     for (std::size_t done = 0; done < text.size();) {
         const ssize_t count = ::write(m_input, text.data() + done, text.size() - done);
         if (count > 0) {
             done += static_cast<std::size_t>(count);
             continue;
         }
-        if (errno != EAGAIN || Clock::now() > limit)
+        if (errno != EAGAIN || left.isOver())
             return false;
         pollfd room{m_input, POLLOUT, 0};
         ::poll(&room, 1, 50);
@@ -149,14 +150,13 @@ void ChaosHost::closeInput() {
 }
 
 std::optional<int> ChaosHost::waitForEnd(std::chrono::seconds patience) {
-    const auto limit = Clock::now() + patience;
-    for (;;) {
+    for (Patience left(patience);;) {
         {
             const std::lock_guard lock(m_endMutex);
             int status = 0;
             if (!m_exit && ::waitpid(m_pid, &status, WNOHANG) == m_pid)
                 m_exit = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-            if (m_exit || Clock::now() >= limit)
+            if (m_exit || left.isOver())
                 return m_exit;
         }
         std::this_thread::sleep_for(5ms);

@@ -78,7 +78,7 @@ std::vector<std::string> Scoreboard::complaints() const {
     for (const Lifetime& lifetime : m_lifetimes) {
         if (!lifetime.after.isLike(lifetime.before))
             found.emplace_back("a host held more or less at its end than at its start");
-        if (lifetime.after.memoryKb - lifetime.before.memoryKb > s_memoryToleranceKb)
+        if (s_isMemoryJudged && lifetime.after.memoryKb - lifetime.before.memoryKb > s_memoryToleranceKb)
             found.push_back("a host's memory grew by " +
                             std::to_string(lifetime.after.memoryKb - lifetime.before.memoryKb) + " KiB");
     }
@@ -95,6 +95,7 @@ void Scoreboard::printFaults(std::ostream& stream, EPhase phase) const {
     Durations allServed;
     std::size_t all = 0;
     std::size_t overtaken = 0;
+    std::size_t untimed = 0;
     for (const ChaosPlan::EKind kind : ChaosPlan::kinds()) {
         Durations noticed;
         Durations served;
@@ -104,6 +105,9 @@ void Scoreboard::printFaults(std::ostream& stream, EPhase phase) const {
                 continue;
             ++count;
             overtaken += outcome.isOvertaken ? 1 : 0;
+            untimed += outcome.stoodStill ? 1 : 0;
+            if (outcome.stoodStill)
+                continue;
             if (outcome.noticed)
                 noticed.push_back(*outcome.noticed);
             if (outcome.served)
@@ -119,10 +123,14 @@ void Scoreboard::printFaults(std::ostream& stream, EPhase phase) const {
     printRow(stream, "all", all, allNoticed, allServed);
     if (overtaken > 0)
         stream << "  " << overtaken << " of them were overtaken by the host's own end\n";
+    if (untimed > 0)
+        stream << "  " << untimed << " of them were not timed: all processes were stopped meanwhile\n";
 }
 
 void Scoreboard::printHoldings(std::ostream& stream) const {
     stream << "\nHeld by the host of each life of it     at its start    at its end\n";
+    if (!s_isMemoryJudged)
+        stream << "  (under a sanitizer the memory is only shown)\n";
     const std::pair<const char*, long Holdings::*> rows[] = {
         {"descriptors", &Holdings::descriptors},
         {"threads", &Holdings::threads},

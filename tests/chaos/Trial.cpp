@@ -23,7 +23,9 @@ bool isDeadWithin(pid_t pid, std::chrono::milliseconds patience) {
     if (fd < 0)
         return true;
     pollfd watched{fd, POLLIN, 0};
-    const bool isDead = ::poll(&watched, 1, static_cast<int>(patience.count())) > 0;
+    bool isDead = false;
+    for (Patience left(patience); !isDead && !left.isOver();)
+        isDead = ::poll(&watched, 1, 100) > 0;
     ::close(fd);
     return isDead;
 }
@@ -46,7 +48,9 @@ Trial::~Trial() {
 
 Trial::Outcome Trial::run() {
     m_begun = Clock::now();
+    const unsigned int standstills = Patience::standstills();
     const bool isDone = inject() && serve();
+    m_outcome.stoodStill = Patience::standstills() != standstills;
     m_outcome.isOvertaken = !isDone && m_in.watcher.isHostGone();
     if (m_step.kind == EKind::SlowStart)
         m_in.workplace.planStages(m_step.target, "");
@@ -192,9 +196,9 @@ bool Trial::killStarting() {
         return false;
     const pid_t before = m_pid;
     reloadDriver();
-    const auto limit = Clock::now() + s_patience;
+    Patience left(s_patience);
     while ((m_pid = m_in.pHost->driverProcess(m_step.target)) == before || m_pid == 0) {
-        if (Clock::now() > limit || m_in.watcher.isHostGone())
+        if (left.isOver() || m_in.watcher.isHostGone())
             return fails("a new process");
         std::this_thread::sleep_for(2ms);
     }
@@ -216,20 +220,25 @@ bool Trial::stop() {
 }
 
 bool Trial::hang(const std::string& text) {
-    if (!findProcess())
+    if (!findProcess() || !strike(text))
         return false;
-    begin();
-    fault(text);
     leaveMessages();
     return noticeHang();
 }
 
 bool Trial::end(const std::string& text) {
-    if (!findProcess())
-        return false;
-    begin();
+    return findProcess() && strike(text) && noticeEnd();
+}
+
+/// The driver says what it is about to do. Until then the console may have waited for another command.
+bool Trial::strike(const std::string& text) {
+    const std::uint64_t since = m_in.watcher.position();
     fault(text);
-    return noticeEnd();
+    const auto struck = m_in.watcher.waitForText(" " + m_step.target + ": as told: ", since, s_patience);
+    if (!struck)
+        return fails("the driver's line on the fault that it was told");
+    m_begun = *struck;
+    return true;
 }
 
 bool Trial::survive(const std::string& text) {
@@ -316,10 +325,10 @@ bool Trial::killProbe() {
     m_in.workplace.replaceModule(m_step.target);
     const std::uint64_t since = m_in.watcher.position();
     reloadDriver();
-    const auto limit = Clock::now() + s_patience;
+    Patience left(s_patience);
     pid_t trial = 0;
     while ((trial = m_in.pHost->childWith("loadsd.so")) == 0) {
-        if (Clock::now() > limit || m_in.watcher.isHostGone())
+        if (left.isOver() || m_in.watcher.isHostGone())
             break;
         std::this_thread::sleep_for(2ms);
     }
@@ -339,9 +348,9 @@ bool Trial::killProbe() {
 bool Trial::serve() {
     const bool isSysMon = m_step.target.front() == 'S';
     const std::uint32_t first = m_in.watcher.nextPing();
-    const auto limit = Clock::now() + s_patience;
+    Patience left(s_patience);
     std::uint32_t ping = first;
-    while (Clock::now() < limit && !m_in.watcher.isHostGone()) {
+    while (!left.isOver() && !m_in.watcher.isHostGone()) {
         m_in.pHost->type("sendFID " + m_step.target + (isSysMon ? ".MARK text=p" : ".PING value=p") +
                          std::to_string(ping));
         if (const auto when = m_in.watcher.waitForAnswer(m_step.target, first, s_pingInterval)) {

@@ -33,6 +33,7 @@ public:
         std::optional<std::chrono::microseconds> noticed;
         std::optional<std::chrono::microseconds> served;
         bool isOvertaken = false;  ///< the host was killed meanwhile
+        bool stoodStill = false;   ///< all processes were stopped meanwhile: the times mean nothing
         std::string failure;       ///< what should have come and has not
     };
 
@@ -66,6 +67,7 @@ private:
     /// The fault begins now.
     void begin();
     void fault(const std::string& text);
+    bool strike(const std::string& text);
     void reloadDriver();
     /// Leaves the driver some messages to take.
     void leaveMessages();

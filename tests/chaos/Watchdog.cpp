@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Holdings.h"
+#include "Patience.h"
 
 Watchdog::Watchdog(std::chrono::seconds limit, std::string mark)
     : m_mark(std::move(mark)), m_thread([this, limit] { run(limit); }) {}
@@ -23,8 +24,9 @@ Watchdog::~Watchdog() {
 void Watchdog::run(std::chrono::seconds limit) {
     {
         std::unique_lock lock(m_mutex);
-        if (m_changed.wait_for(lock, limit, [this] { return m_isDone; }))
-            return;
+        for (Patience left(limit); !left.isOver();)
+            if (m_changed.wait_for(lock, std::chrono::milliseconds(200), [this] { return m_isDone; }))
+                return;
     }
     std::cout << "chaos: has not come to its end in " << limit.count() << " s and is ended" << std::endl;
     // A host that is killed takes some moments to be followed by its drivers.

@@ -76,7 +76,8 @@ void Watcher::log(const std::string& line) {
             if (take(rest, pid) && (rest.starts_with(" ended") || rest.starts_with(" hangs"))) {
                 m_notices.try_emplace(static_cast<pid_t>(pid), Clock::now());
                 m_ends[driverID] += rest.starts_with(" ended") ? 1 : 0;
-                if (!m_expected.contains(driverID) && !m_isHostGone)
+                // What was asked to end may take its time.
+                if (!rest.starts_with(" ended:") && !m_expected.contains(driverID) && !m_isHostGone)
                     m_unexpected.push_back(line);
             }
         }

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -13,6 +14,8 @@
 #include <set>
 #include <string>
 #include <vector>
+
+#include "Patience.h"
 
 /// Reads what hosts write, and knows from it what they have noticed, which drivers have answered, and which
 /// events and values have been shown. Owned by Chaos, outlives each host. Fed by the host's readers; any
@@ -55,9 +58,14 @@ public:
     /// time is over.
     template <class Condition>
     bool wait(std::chrono::milliseconds patience, Condition condition) {
+        Patience left(patience);
         std::unique_lock lock(m_mutex);
-        m_changed.wait_for(lock, patience, [&] { return m_isHostGone || condition(); });
-        return !m_isHostGone && condition();
+        while (!m_isHostGone && !condition()) {
+            if (left.isOver())
+                return false;
+            m_changed.wait_for(lock, std::min(left.left(), std::chrono::milliseconds(200)));
+        }
+        return !m_isHostGone;
     }
 
     /// Another process of that number may have ended long ago.

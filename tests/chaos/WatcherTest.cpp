@@ -65,6 +65,11 @@ TEST_F(WatcherTest, EndThatNobodyExpectedIsFound) {
     EXPECT_EQ(sut.unexpectedEnds().size(), 1u);
 }
 
+TEST_F(WatcherTest, EndThatWasAskedForMayComeLate) {
+    sut.log("2026-11-21 17:14:34.073 info     HOST: T1: process 41 ended: exit code 0; 2 values are stale");
+    EXPECT_THAT(sut.unexpectedEnds(), IsEmpty());
+}
+
 TEST_F(WatcherTest, EndOfAProcessIsNoticedOnce) {
     sut.log("2026-11-21 17:14:34.073 error    HOST: F3: process 41 ended unexpectedly: exit code 2");
     EXPECT_TRUE(sut.waitForNotice(41, 0ms));
