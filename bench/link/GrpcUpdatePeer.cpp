@@ -174,3 +174,7 @@ std::unique_ptr<UpdatePeer> GrpcUpdatePeer::makeDeep(const std::string& director
 std::unique_ptr<UpdatePeer> GrpcUpdatePeer::makeShallow(const std::string& directory) {
     return std::make_unique<GrpcUpdatePeer>(directory, 300);
 }
+
+std::unique_ptr<UpdatePeer> GrpcUpdatePeer::makeSmall(const std::string& directory) {
+    return std::make_unique<GrpcUpdatePeer>(directory, 16);
+}

@@ -14,6 +14,8 @@ public:
     static std::unique_ptr<UpdatePeer> makeDeep(const std::string& directory);
     /// As many as are ever held back in the host before they are delivered.
     static std::unique_ptr<UpdatePeer> makeShallow(const std::string& directory);
+    /// A few.
+    static std::unique_ptr<UpdatePeer> makeSmall(const std::string& directory);
 
 private:
     std::string m_address;

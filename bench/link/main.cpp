@@ -78,7 +78,8 @@ private:
 const std::vector<UpdatePeerKind> g_updatePeers{{"D-Bus", true, DBusUpdatePeer::makeBus},
                                                 {"D-Bus, two processes", true, DBusUpdatePeer::makeDirect},
                                                 {"gRPC", false, GrpcUpdatePeer::makeDeep},
-                                                {"gRPC, 300 together", false, GrpcUpdatePeer::makeShallow}};
+                                                {"gRPC, 300 together", false, GrpcUpdatePeer::makeShallow},
+                                                {"gRPC, 16 together", true, GrpcUpdatePeer::makeSmall}};
 const std::vector<TripPeerKind> g_tripPeers{{"AF_UNIX packets", UnixTripPeer::makePacket},
                                             {"AF_UNIX stream", UnixTripPeer::makeStream},
                                             {"D-Bus", DBusTripPeer::make},
