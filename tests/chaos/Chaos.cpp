@@ -115,7 +115,7 @@ void Chaos::killHost(Scoreboard::EPhase phase, const ChaosPlan::Step& step, bool
         endLifetime();
     m_before.reset();
     const auto pHost = host();
-    Trial::Outcome outcome{step.kind, step.target, {}, {}, false, false, {}};
+    Trial::Outcome outcome{.kind = step.kind};
     const auto begun = Clock::now();
     const unsigned int standstills = Patience::standstills();
     m_watcher.hostEnds();

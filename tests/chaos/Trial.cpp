@@ -37,8 +37,9 @@ std::chrono::microseconds between(Trial::Clock::time_point from, Trial::Clock::t
 }  // namespace
 
 Trial::Trial(Surroundings surroundings, ChaosPlan::Step step)
-    : m_in(std::move(surroundings)), m_step(std::move(step)), m_outcome{m_step.kind, m_step.target, {},
-                                                                        {},          false,         {}} {
+    : m_in(std::move(surroundings)),
+      m_step(std::move(step)),
+      m_outcome{.kind = m_step.kind, .target = m_step.target} {
     m_in.watcher.expectEnds(m_step.target);
 }
 

@@ -28,13 +28,13 @@ public:
         std::shared_ptr<ChaosHost> pHost;
     };
     struct Outcome {
-        ChaosPlan::EKind kind;
-        std::string target;
-        std::optional<std::chrono::microseconds> noticed;
-        std::optional<std::chrono::microseconds> served;
+        ChaosPlan::EKind kind = ChaosPlan::EKind::KillHost;
+        std::string target = {};
+        std::optional<std::chrono::microseconds> noticed = std::nullopt;
+        std::optional<std::chrono::microseconds> served = std::nullopt;
         bool isOvertaken = false;  ///< the host was killed meanwhile
         bool stoodStill = false;   ///< all processes were stopped meanwhile: the times mean nothing
-        std::string failure;       ///< what should have come and has not
+        std::string failure = {};  ///< what should have come and has not
     };
 
     Trial(Surroundings surroundings, ChaosPlan::Step step);
