@@ -305,7 +305,9 @@ void ProcessSupervisor::ended(const Watched& process, const std::string& exit, b
     // The process that a reload itself has started was not asked to end.
     const bool isReloaded =
         activity.busy && activity.driverID == process.driverID && process.started < activity.since;
-    const bool isExpected = process.terminated || ((isReloaded || isShutdown) && isOrderly);
+    // So was one that a newer process has replaced, even if it comes to its end after the reload.
+    const bool isReplaced = !staleValues;
+    const bool isExpected = process.terminated || ((isReloaded || isShutdown || isReplaced) && isOrderly);
     std::string plan;
     if (staleValues && !isShutdown && !isReloaded) {
         {

@@ -260,6 +260,19 @@ TEST_F(ProcessSupervisorTest, SaysNothingOfAFullQueueWhoseProcessItHasEnded) {
     EXPECT_EQ(std::string::npos, m_capture.text().find("unexpectedly"));
 }
 
+TEST_F(ProcessSupervisorTest, LateEndInOrderOfAReplacedProcessIsNoSurprise) {
+    start("A", "sleep 0.2; exit 0");
+    start("A");
+    EXPECT_TRUE(hasLogged("ended: exit code 0"));
+    EXPECT_EQ(std::string::npos, m_capture.text().find("unexpectedly"));
+}
+
+TEST_F(ProcessSupervisorTest, LateCrashOfAReplacedProcessIsTold) {
+    start("A", "sleep 0.2; exit 3");
+    start("A");
+    EXPECT_TRUE(hasLogged("ended unexpectedly: exit code 3"));
+}
+
 TEST_F(ProcessSupervisorTest, NamesADriverThatItDidNotStart) {
     setWaitingQueue("B_INQ", 400);
     setActivity("sendFID B.GO", "");
