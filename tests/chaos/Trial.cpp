@@ -217,7 +217,11 @@ bool Trial::stop() {
     begin();
     ::kill(m_pid, SIGSTOP);
     leaveMessages();
-    return noticeHang();
+    const bool isNoticed = noticeHang();
+    // What is stopped cannot follow its host when that is killed; nobody else would ever continue it.
+    if (m_in.watcher.isHostGone())
+        ::kill(m_pid, SIGCONT);
+    return isNoticed;
 }
 
 bool Trial::hang(const std::string& text) {
