@@ -184,10 +184,10 @@ int main(int argc, char** argv) {
     }
     const sal::LogManager log;
     std::vector<TransportKind> kinds{{"sal::MessageQueue", makeSalTransport},
-                                           {"POSIX mq", makePosixMqTransport},
-                                           {"Boost.Interprocess", makeBoostTransport},
-                                           {"ZeroMQ", makeZeroMqTransport},
-                                           {"pipe", makePipeTransport}};
+                                     {"POSIX mq", makePosixMqTransport},
+                                     {"Boost.Interprocess", makeBoostTransport},
+                                     {"ZeroMQ", makeZeroMqTransport},
+                                     {"pipe", makePipeTransport}};
     if (!only.empty())
         std::erase_if(kinds, [&](const TransportKind& kind) { return kind.name != only; });
     // One that hangs ends the run.
