@@ -47,6 +47,9 @@ protected:
                 line.find("invalid signature") != std::string::npos ||
                 line.find("ended unexpectedly: exit code 0") != std::string::npos)
                 continue;
+            // The module's own words about a file that it cannot read.
+            if (line.starts_with("error: "))
+                return true;
             for (const char* word : {" warning ", " error ", " critical ", "mfhost: ", "FAILED!"}) {
                 if (line.find(word) != std::string::npos)
                     return true;
@@ -263,6 +266,8 @@ struct Kind {
     const char* name;
     std::vector<int> calls;
     int error;
+
+    friend std::ostream& operator<<(std::ostream& stream, const Kind& kind) { return stream << kind.name; }
 };
 
 const Kind c_kinds[] = {
