@@ -34,7 +34,7 @@ TEST(ProcessFence, EnduranceOneOfTwoThatStoreAndLookSeesTheOther) {
     std::atomic<unsigned> begun{0};
     std::atomic<unsigned> ended{0};
     unsigned seenByOften = 0;
-    const unsigned all = static_cast<unsigned>(rounds()) * 2000;
+    const unsigned all = static_cast<unsigned>(rounds()) * 500;
     std::thread frequent([&] {
         std::minstd_rand random(3);
         for (unsigned next = 1; next <= all; ++next) {
