@@ -210,8 +210,15 @@ void Host::searchDrivers() {
             hostLog(sal::LogOutput::eWarning) << directory << " cannot be searched: " << std::strerror(errno)
                                               << "; no drivers are found there" << std::endl;
         if (isTold && S_ISDIR(status.st_mode) && searched.emplace(status.st_dev, status.st_ino).second) {
+            const int before = describedCount();
             m_pConfiguration->searchMfDriver(directory);
             workingDirectory.enter();
+            // The module leaves out without a word what it cannot enter.
+            if (describedCount() == before &&
+                !sal::Directory(sal::Path(directory)).getFileList("xml", sal::Directory::eSortByName).empty())
+                hostLog(sal::LogOutput::eWarning)
+                    << directory << ": none of its descriptors could be read; no drivers are found there"
+                    << std::endl;
         }
     }
 }
@@ -367,13 +374,18 @@ void Host::endStart(const std::string& driverID, const std::string& reason) {
     }
 }
 
+int Host::describedCount() const {
+    // The module publishes what it found.
+    const auto entry = m_store.find("PANEL.MFDDEF.COUNT");
+    return entry ? std::atoi(entry->value.text().c_str()) : 0;
+}
+
 bool Host::isDescribed(const DriverRoster::Driver& driver) const {
     const auto value = [this](const std::string& key) {
         const auto entry = m_store.find(key);
         return entry ? entry->value.text() : std::string();
     };
-    // The module publishes what it found.
-    const int count = std::atoi(value("PANEL.MFDDEF.COUNT").c_str());
+    const int count = describedCount();
     for (int i = 0; i < count; ++i) {
         const std::string key = "PANEL.MFDDEF" + std::to_string(i);
         if (value(key + ".TYPE") == driver.type && value(key + ".VERSION") == driver.version)

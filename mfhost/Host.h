@@ -56,6 +56,8 @@ private:
     /// Tells the supervisor of those that the configuration runs in processes.
     void endStart(const std::string& driverID, const std::string& reason = {});
     std::string reloadRefusal(const std::string& driverID);
+    /// How many descriptors were found so far.
+    int describedCount() const;
     /// Whether a descriptor of the driver's type and version was found.
     bool isDescribed(const DriverRoster::Driver& driver) const;
     std::vector<std::string> complete(const std::vector<std::string>& before,
