@@ -1,13 +1,17 @@
 #include "QueueFile.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <new>
+#include <system_error>
 #include <thread>
 
 namespace sal {
@@ -121,6 +125,47 @@ std::string holderText(int file) {
            (receiver != 0 ? ", read by process " + std::to_string(receiver) : std::string()) + ")";
 }
 
+bool hasOpen(const std::string& process, int file) {
+    struct stat wanted {};
+    if (::fstat(file, &wanted) != 0) {
+        return false;
+    }
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(process + "/fd", error), end; !error && entry != end;
+         entry.increment(error)) {
+        struct stat open {};
+        if (::stat(entry->path().c_str(), &open) == 0 && open.st_dev == wanted.st_dev &&
+            open.st_ino == wanted.st_ino) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool isStopped(const std::string& process) {
+    std::ifstream stream(process + "/stat");
+    std::string text;
+    std::getline(stream, text);
+    // The state stands behind the name, which may hold anything.
+    const auto name = text.rfind(") ");
+    return name != std::string::npos && text.compare(name, 3, ") T") == 0;
+}
+
+/// A reader that was stopped when its creator died would keep the name for ever, since it cannot see that.
+/// Shared memory only tells who it may be.
+std::string continueReader(int file) {
+    QueueHeader header;
+    if (isLocked(file, g_creatorByte) || !readHeader(file, header) || header.magic != QueueHeader::s_magic) {
+        return {};
+    }
+    const auto receiver = static_cast<pid_t>(header.receiverPid.load(std::memory_order_relaxed));
+    const std::string process = "/proc/" + std::to_string(receiver);
+    if (receiver <= 0 || !isStopped(process) || !hasOpen(process, file) || ::kill(receiver, SIGCONT) != 0) {
+        return {};
+    }
+    return "; its reader was stopped and is continued, so that it sees that its host is gone";
+}
+
 }  // namespace
 
 std::unique_ptr<QueueFile> QueueFile::make(const std::string& queue, const QueueGeometry& geometry,
@@ -201,7 +246,8 @@ QueueFile::Result QueueFile::removeStale(const std::string& queue, std::string& 
             return Result::eFailed;
         }
         if (std::chrono::steady_clock::now() >= end) {
-            error = "the name is still in use by a live process" + holderText(file.get());
+            error = "the name is still in use by a live process" + holderText(file.get()) +
+                    continueReader(file.get());
             return Result::eBusy;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

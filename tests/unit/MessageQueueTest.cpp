@@ -91,6 +91,20 @@ protected:
         ::close(descriptor);
     }
 
+    /// Whether the process comes to that state in time: T for one that is stopped, S for one that waits.
+    static bool becomes(const QueuePeer& peer, char state) {
+        for (int i = 0; i < 500; ++i) {
+            std::ifstream stream("/proc/" + std::to_string(peer.pid()) + "/stat");
+            std::string text;
+            std::getline(stream, text);
+            if (text.find(std::string(") ") + state) != std::string::npos) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return false;
+    }
+
     static bool sendText(sal::MessageQueue& queue, const std::string& text, int timeout = 0) {
         return queue.send(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()),
                           timeout);
@@ -463,6 +477,50 @@ TEST_F(MessageQueue, CreateFailsWhileAReaderOutlivesTheCreator) {
     creator.kill();
     sal::MessageQueue sut;
     EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
+}
+
+TEST_F(MessageQueue, CreateContinuesAStoppedReaderThatOutlivesTheCreator) {
+    QueuePeer creator({"create", "STOPPED"});
+    ASSERT_EQ(creator.line(), "created");
+    QueuePeer reader({"attach", "STOPPED"});
+    ASSERT_EQ(reader.line(), "attached");
+    reader.signal(SIGSTOP);
+    ASSERT_TRUE(becomes(reader, 'T'));
+    creator.kill();
+    sal::MessageQueue sut;
+    const std::string log = logOf([&] { EXPECT_FALSE(sut.create("STOPPED", 4, 1024, 0)); });
+    EXPECT_TRUE(becomes(reader, 'S'));
+    EXPECT_NE(log.find("its reader was stopped and is continued"), std::string::npos) << log;
+}
+
+TEST_F(MessageQueue, CreateLeavesAStoppedReaderAloneWhileTheCreatorLives) {
+    QueuePeer creator({"create", "STOPPED2"});
+    ASSERT_EQ(creator.line(), "created");
+    QueuePeer reader({"attach", "STOPPED2"});
+    ASSERT_EQ(reader.line(), "attached");
+    reader.signal(SIGSTOP);
+    ASSERT_TRUE(becomes(reader, 'T'));
+    sal::MessageQueue sut;
+    const std::string log = logOf([&] { EXPECT_FALSE(sut.create("STOPPED2", 4, 1024, 0)); });
+    EXPECT_TRUE(becomes(reader, 'T'));
+    EXPECT_EQ(log.find("continued"), std::string::npos) << log;
+}
+
+TEST_F(MessageQueue, CreateContinuesNobodyWhoHasNotGotTheQueue) {
+    QueuePeer creator({"create", "STOPPED3"});
+    ASSERT_EQ(creator.line(), "created");
+    QueuePeer holder({"hold", "STOPPED3"});
+    ASSERT_EQ(holder.line(), "opened");
+    QueuePeer other({"create", "OTHER"});
+    ASSERT_EQ(other.line(), "created");
+    other.signal(SIGSTOP);
+    ASSERT_TRUE(becomes(other, 'T'));
+    const auto wrong = static_cast<std::uint32_t>(other.pid());
+    scribble("STOPPED3", offsetof(sal::QueueHeader, receiverPid), &wrong, sizeof wrong);
+    creator.kill();
+    sal::MessageQueue sut;
+    EXPECT_FALSE(sut.create("STOPPED3", 4, 1024, 0));
+    EXPECT_TRUE(becomes(other, 'T'));
 }
 
 TEST_F(MessageQueue, ANameInUseIsReportedOnceForManyAttempts) {

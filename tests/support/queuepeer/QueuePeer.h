@@ -17,6 +17,7 @@ public:
     /// The next line that it says; empty when it ends or says nothing for ten seconds.
     std::string line();
 
+    pid_t pid() const { return m_pid; }
     void signal(int number);
     /// Ends it with SIGKILL and waits until it is gone.
     void kill();
