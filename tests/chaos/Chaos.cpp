@@ -123,8 +123,9 @@ void Chaos::killHost(Scoreboard::EPhase phase, const ChaosPlan::Step& step, bool
     const auto since = [begun] {
         return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begun);
     };
+    // A driver that is stopped cannot follow; the next host is to see to it.
     const bool areGone = pHost->waitForEnd(30s).has_value() && eventually(s_settlePatience, [this] {
-                             return Holdings::processesOf(m_workplace.mark()).empty();
+                             return Holdings::runningOf(m_workplace.mark()).empty();
                          });
     if (areGone)
         outcome.noticed = since();

@@ -51,6 +51,14 @@ std::set<pid_t> Holdings::processesOf(const std::string& mark) {
     return found;
 }
 
+std::set<pid_t> Holdings::runningOf(const std::string& mark) {
+    std::set<pid_t> found = processesOf(mark);
+    std::erase_if(found, [](pid_t pid) {
+        return readFile("/proc/" + std::to_string(pid) + "/stat").find(") T ") != std::string::npos;
+    });
+    return found;
+}
+
 long Holdings::filesBelow(const std::string& directory) {
     std::error_code ignored;
     long count = 0;

@@ -20,6 +20,8 @@ struct Holdings {
 
     /// Processes whose environment says MFD_CHAOS_MARK=mark.
     static std::set<pid_t> processesOf(const std::string& mark);
+    /// Those of them that are not stopped.
+    static std::set<pid_t> runningOf(const std::string& mark);
     static long filesBelow(const std::string& directory);
 
     /// All but the memory, which no two moments have alike: that of the queues follows their fullest moment.

@@ -217,11 +217,7 @@ bool Trial::stop() {
     begin();
     ::kill(m_pid, SIGSTOP);
     leaveMessages();
-    const bool isNoticed = noticeHang();
-    // What is stopped cannot follow its host when that is killed; nobody else would ever continue it.
-    if (m_in.watcher.isHostGone())
-        ::kill(m_pid, SIGCONT);
-    return isNoticed;
+    return noticeHang();
 }
 
 bool Trial::hang(const std::string& text) {
