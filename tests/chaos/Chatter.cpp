@@ -54,6 +54,8 @@ public:
         return true;
     }
     bool deinitialize() override {
+        if (m_ledger)
+            m_ledger->isStopped = 1;
         stop();
         return true;
     }

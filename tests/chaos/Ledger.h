@@ -30,11 +30,12 @@ public:
         std::uint32_t instance;
         std::uint32_t driver;  ///< index in the names
         std::int32_t pid;
-        std::atomic<std::int64_t> ready;     ///< when it could be reached; 0 before
-        std::atomic<std::uint32_t> events;   ///< how many it has triggered
-        std::atomic<std::uint32_t> state;    ///< the number that it has reported last
-        std::atomic<std::uint32_t> isQuiet;  ///< it was told to send nothing any more, and sends nothing
-        std::atomic<std::uint32_t> isFull;   ///< there was no room to note something
+        std::atomic<std::int64_t> ready;       ///< when it could be reached; 0 before
+        std::atomic<std::uint32_t> events;     ///< how many it has triggered
+        std::atomic<std::uint32_t> state;      ///< the number that it has reported last
+        std::atomic<std::uint32_t> isQuiet;    ///< it was told to send nothing any more, and sends nothing
+        std::atomic<std::uint32_t> isStopped;  ///< it was told to stop
+        std::atomic<std::uint32_t> isFull;     ///< there was no room to note something
         std::atomic<std::uint32_t> sentCount;
         std::atomic<std::uint32_t> heardCount;
         Sent sent[s_capacity];

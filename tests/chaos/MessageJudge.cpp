@@ -141,8 +141,14 @@ void MessageJudge::judgePair(const Ledger& sender, const Ledger& receiver, const
             lost += length - common(mustHaveCome, apart);
         }
         if (lives(receiver) && !lives(sender)) {
-            verdict.judgedOfDead += whole.second - whole.first;
-            verdict.lostOfDead += whole.second - whole.first - common(whole, apart);
+            const bool isStopped = sender->isStopped == 1;
+            const std::uint64_t missing = whole.second - whole.first - common(whole, apart);
+            (isStopped ? verdict.countedOfStopped : verdict.judgedOfDead) += whole.second - whole.first;
+            (isStopped ? verdict.lostOfStopped : verdict.lostOfDead) += missing;
+            if (missing > 0)
+                verdict.findings.push_back(pair + ": " + std::to_string(missing) +
+                                           " FIDs lost that were sent before the sender " +
+                                           (isStopped ? "had stopped" : "died"));
         }
     }
     verdict.judged += judged;

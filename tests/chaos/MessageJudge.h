@@ -26,9 +26,13 @@ public:
         std::uint64_t lost = 0;
         std::uint64_t twice = 0;
         std::uint64_t disordered = 0;
-        /// Sent whole by a driver that ended afterwards, to one that lived to the end.
+        /// Sent whole by a driver that died afterwards, to one that lived to the end.
         std::uint64_t judgedOfDead = 0;
         std::uint64_t lostOfDead = 0;
+        /// The same of one that was told to stop: what it sends between the host's word and its own end is
+        /// nobody's any more.
+        std::uint64_t countedOfStopped = 0;
+        std::uint64_t lostOfStopped = 0;
         std::uint64_t events = 0;
         std::uint64_t eventsLost = 0;
         std::uint64_t eventsDisordered = 0;

@@ -126,6 +126,24 @@ TEST_F(MessageJudgeTest, WhatASenderLeftAtItsEndIsCountedApart) {
     EXPECT_EQ(verdict.lostOfDead, 10u);
 }
 
+TEST_F(MessageJudgeTest, WhatAStoppedSenderLeftIsOnlyCounted) {
+    m_sender->isStopped = 1;
+    sent(0, 100);
+    heard(0, 90);
+    const auto verdict = judge({101});
+    EXPECT_EQ(verdict.lostOfStopped, 10u);
+    EXPECT_EQ(verdict.lostOfDead, 0u);
+    EXPECT_EQ(verdict.judgedOfDead, 0u);
+}
+
+TEST_F(MessageJudgeTest, GapOfAStoppedSenderIsLost) {
+    m_sender->isStopped = 1;
+    sent(0, 100);
+    heard(0, 40);
+    heard(42, 50);
+    EXPECT_EQ(judge({101}).lost, 2u);
+}
+
 TEST_F(MessageJudgeTest, WhatCameAgainCameTwice) {
     sent(0, 100);
     heard(0, 100);

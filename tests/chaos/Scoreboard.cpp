@@ -55,7 +55,7 @@ std::vector<std::string> Scoreboard::complaints() const {
             found.push_back(std::to_string(count) + " " + what);
     };
     demandNone(messages.lost, "FIDs between the living were lost");
-    demandNone(messages.lostOfDead, "FIDs that a driver had sent whole before its end were lost");
+    demandNone(messages.lostOfDead, "FIDs that a driver had sent whole before its death were lost");
     demandNone(messages.twice, "FIDs came twice");
     demandNone(messages.disordered, "FIDs came out of order");
     demandNone(messages.eventsLost, "events were lost");
@@ -160,8 +160,11 @@ void Scoreboard::print(std::ostream& stream) const {
     printNumber(stream, "  lost", messages.lost);
     printNumber(stream, "  came twice", messages.twice);
     printNumber(stream, "  came out of order", messages.disordered);
-    printNumber(stream, "FIDs of drivers that ended afterwards, judged", messages.judgedOfDead);
+    printNumber(stream, "FIDs of drivers that died afterwards, judged", messages.judgedOfDead);
     printNumber(stream, "  lost", messages.lostOfDead);
+    printNumber(stream, "FIDs of drivers that were told to stop afterwards, only counted",
+                messages.countedOfStopped);
+    printNumber(stream, "  sent between that and their end, and lost", messages.lostOfStopped);
     printNumber(stream, "events judged", messages.events);
     printNumber(stream, "  lost", messages.eventsLost);
     printNumber(stream, "  twice or out of order", messages.eventsDisordered);
