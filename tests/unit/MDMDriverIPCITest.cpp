@@ -854,7 +854,8 @@ TEST(MDMDriverIPCI, WrapperIsFoundBehindABasePathThatEndsInASeparator) {
 TEST(MDMDriverIPCI, NothingIsAppendedToAnEmptyBasePath) {
     Proxy s;
     s.host.exeDirectory = "";
-    s.start();
+    // A program without a name does not start.
+    fakehost::printedBy([&] { s.sut.init(); });
     EXPECT_EQ(s.host.journal().linesOf({"process"}),
               Calls{"process start  [A MFD Console] [/mods/libA.so] [A]"});
 }
