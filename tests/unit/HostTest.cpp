@@ -285,7 +285,7 @@ TEST_F(HostTest, ReloadByHandComesBeforeAPlannedStart) {
     addDriver("E", "Echo", "queue");
     HostProcess& host = startAndWait({"--restart-delay", "5"});
     ::kill(host.driverProcess("E"), SIGKILL);
-    ASSERT_TRUE(host.waitForLog("it is started again in 5 s\n")) << host.log();
+    ASSERT_TRUE(host.waitForLog("it is started again in ")) << host.log();
     host.type("reloadDriver E");
     host.type("drivers");
     EXPECT_EQ(0, end());
