@@ -166,7 +166,9 @@ TEST_F(Failures, MissingWrapperFailsTheDriversInProcessesAlone) {
     EXPECT_EQ(end(), 0);
     EXPECT_THAT(host.output(), HasSubstr("\nFailed to create MFD process.\n"));
     EXPECT_THAT(host.log(), HasSubstr((workplace().directory() / "bin/mfddllwrap").string()));
-    EXPECT_THAT(host.log(), ContainsRegex("BAD: no process runs: never started; it is started again in (0.9|1|1.1) s\n"));
+    EXPECT_THAT(host.log(),
+                testing::ContainsRegex(
+                    "BAD: no process runs: never started; it is started again in (0.9|1|1.1) s\n"));
     EXPECT_THAT(host.log(), HasSubstr("Failed to load \"BAD\" mainframe driver"));
     EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
 }
