@@ -77,18 +77,18 @@ std::string OutputFile::create(const std::string& path, const std::string& conte
         return path + ": " + std::strerror(errno);
     if (writeAll(file.number(), content))
         return {};
-    const std::string error = path + ": " + std::strerror(errno);
+    std::string error = path + ": " + std::strerror(errno);
     ::unlink(path.c_str());
     return error;
 }
 
 std::string OutputFile::replace(const std::string& path, const std::string& content) {
     const std::string draft = path + "." + std::to_string(::getpid());
-    if (const std::string error = create(draft, content, 0644); !error.empty())
+    if (std::string error = create(draft, content, 0644); !error.empty())
         return error;
     if (std::rename(draft.c_str(), path.c_str()) == 0)
         return {};
-    const std::string error = path + ": " + std::strerror(errno);
+    std::string error = path + ": " + std::strerror(errno);
     ::unlink(draft.c_str());
     return error;
 }

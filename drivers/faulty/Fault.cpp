@@ -35,7 +35,7 @@ void rest(int milliseconds) {
 
 /// A real access, not a signal that is sent: its address is what a crash report shows. No sanitizer is to see
 /// it first.
-[[gnu::no_sanitize("address", "undefined", "thread")]] void writeToNowhere() {
+__attribute__((no_sanitize("address", "undefined", "thread"))) void writeToNowhere() {
     // A handler, as a sanitizer sets one, would make an ordinary end of it.
     ::signal(SIGSEGV, SIG_DFL);
     volatile int* volatile pNowhere = nullptr;
