@@ -75,5 +75,14 @@ protected:
         return message;
     }
 
+    /// Whether the survivor's message stands in the queue (sender 1), behind that of the victim (sender 7)
+    /// where that came so far, and nothing else.
+    static bool holdsJust(sal::MessageQueue& queue, std::uint32_t number) {
+        auto message = receive(queue, 1000);
+        if (message && message->sender == 7)
+            message = receive(queue, 1000);
+        return message && message->sender == 1 && message->number == number && !receive(queue, 0);
+    }
+
     std::string m_directory;
 };
