@@ -855,7 +855,9 @@ TEST(MDMDriverIPCI, NothingIsAppendedToAnEmptyBasePath) {
     Proxy s;
     s.host.exeDirectory = "";
     // A program without a name does not start.
-    fakehost::printedBy([&] { s.sut.init(); });
+    bool isStarted = true;
+    fakehost::printedBy([&] { isStarted = s.sut.init(); });
+    EXPECT_FALSE(isStarted);
     EXPECT_EQ(s.host.journal().linesOf({"process"}),
               Calls{"process start  [A MFD Console] [/mods/libA.so] [A]"});
 }
