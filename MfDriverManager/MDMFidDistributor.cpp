@@ -1,8 +1,8 @@
 #include "MDMFidDistributor.h"
 
 #include <iostream>
+#include <optional>
 #include <utility>
-#include <vector>
 
 #include "FIDHelper.h"
 #include "FIDParameterList.h"
@@ -43,13 +43,16 @@ public:
     explicit operator bool() const { return m_pPort != nullptr; }
     MDMMainframeDriverPort* operator->() const { return m_pPort; }
 
-    /// All ports in the order of their driver IDs.
-    static std::vector<PortUse> all(const MDMFidDistributor& distributor) {
-        std::vector<PortUse> uses;
+    /// The port with the lowest driver ID above that one, with the lowest of all when there is none yet.
+    /// Empty after the last.
+    static PortUse next(const MDMFidDistributor& distributor, const std::optional<std::string>& last) {
+        PortUse use;
         const MDMReadersMutex::Reader lock(distributor.m_portsMutex);
-        for (const auto& [driverID, pPort] : distributor.m_ports)
-            uses.push_back(PortUse(pPort));
-        return uses;
+        const auto& ports = distributor.m_ports;
+        const auto found = last ? ports.upper_bound(*last) : ports.begin();
+        if (found != ports.end())
+            use.take(found->second);
+        return use;
     }
 
     /// Deletes a port that nobody can look up any more, once those who had have left it.
@@ -60,7 +63,7 @@ public:
     }
 
 private:
-    explicit PortUse(MDMMainframeDriverPort* pPort) { take(pPort); }
+    PortUse() = default;
 
     void take(MDMMainframeDriverPort* pPort) {
         m_place = pPort->m_dispatching.enter();
@@ -202,8 +205,13 @@ void MDMFidDistributor::releaseDriver(const std::string& driverID) {
 }
 
 void MDMFidDistributor::showUsedModules() {
-    for (const PortUse& port : PortUse::all(*this))
+    // Only the port that is being called is in use, so that a driver that takes long holds up no other's
+    // port.
+    std::optional<std::string> last;
+    while (const PortUse port = PortUse::next(*this, last)) {
+        last = port->m_driverID;
         port->showPortState();
+    }
 }
 
 void MDMFidDistributor::setPanelStateInterface(IPanelState* pPanelState) {
@@ -219,6 +227,8 @@ ISystem* MDMFidDistributor::getSystemInterface() const {
 }
 
 void MDMFidDistributor::setMacroSystem(IMacroSystem* pMacroSystem) {
+    if (pMacroSystem == MDMCallGate::load(m_pMacroSystem))
+        return;
     m_macroGate.close(m_pMacroSystem);
     MDMCallGate::store(m_pMacroSystem, pMacroSystem);
 }

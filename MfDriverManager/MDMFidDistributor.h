@@ -71,14 +71,16 @@ public:
     /// inside it have. The port stays. Command thread.
     void releaseDriver(const std::string& driverID);
 
-    /// Lets every port report on standard output, in byte order of the driver IDs.
+    /// Lets every port report on standard output, in byte order of the driver IDs. Only the port that is
+    /// being called is kept meanwhile: others may be added and replaced, also from inside a driver's report.
     void showUsedModules();
 
     /// Null is allowed; the calls inside the former target go on.
     void setPanelStateInterface(IPanelState* pPanelState);
     void setSystemInterface(ISystem* pSystem);
     ISystem* getSystemInterface() const;
-    /// Returns once the calls inside the former macro system have: it may go then.
+    /// Returns once the calls inside the former macro system have: it may go then. Changes nothing and waits
+    /// for nobody when the pointer is the one already set.
     void setMacroSystem(IMacroSystem* pMacroSystem);
 
     bool shellCmdSetStateValue(sal::CmdParameters& parameters);

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
 #include <future>
 #include <iostream>
 #include <memory>
@@ -63,6 +66,39 @@ public:
     mutable std::promise<void> entered;
     mutable std::promise<void> leave;
 };
+
+// Runs what a test wants in the driver's report.
+class ReportingDriver : public RecordingFunctionID {
+public:
+    using RecordingFunctionID::RecordingFunctionID;
+    bool showState() const override {
+        RecordingFunctionID::showState();
+        onShowState();
+        return true;
+    }
+
+    std::function<void()> onShowState;
+};
+
+// Runs what a test wants in the notification of a FID.
+class ActingMacroSystem : public RecordingMacroSystem {
+public:
+    void fidDispatched(const std::string& fid, const FIDParameterList& parameters) override {
+        RecordingMacroSystem::fidDispatched(fid, parameters);
+        onDispatched(fid);
+    }
+
+    std::function<void(const std::string& fid)> onDispatched;
+};
+
+// For what would never return once it is broken: ends the whole program then, since nothing else would.
+void expectReturns(const std::function<void()>& action) {
+    auto running = std::async(std::launch::async, action);
+    if (running.wait_for(std::chrono::seconds(20)) == std::future_status::ready)
+        return;
+    std::cerr << "the call does not return" << std::endl;
+    std::abort();
+}
 
 using Calls = std::vector<std::string>;
 
@@ -168,6 +204,40 @@ TEST(MDMFidDistributor, MacroSystemIsLeftBeforeItIsTakenOut) {
     taking.wait();
     dispatching.wait();
     EXPECT_EQ(s.host.journal().linesOf({"macro", "taken"}), (Calls{"macro left", "taken out"}));
+}
+
+TEST(MDMFidDistributor, MacroSystemThatIsSetAgainIsToldOfEveryFidMeanwhile) {
+    Hub s;
+    ActingMacroSystem macros;
+    std::promise<void> entered;
+    std::promise<void> leave;
+    macros.onDispatched = [&](const std::string& fid) {
+        if (fid != "A.held")
+            return;
+        entered.set_value();
+        leave.get_future().wait();
+    };
+    s.sut.setMacroSystem(&macros);
+    auto dispatching =
+        std::async(std::launch::async, [&] { s.sut.dispatchFID("A.held", FIDParameterList()); });
+    entered.get_future().wait();
+    expectReturns([&] { s.sut.setMacroSystem(&macros); });
+    s.sut.dispatchFID("A.meanwhile", FIDParameterList());
+    leave.set_value();
+    dispatching.wait();
+    EXPECT_EQ(s.host.journal().linesOf({"macro"}),
+              (Calls{"macro fidDispatched A.held {}", "macro fidDispatched A.meanwhile {}"}));
+}
+
+TEST(MDMFidDistributor, MacroSystemMayBeSetAgainFromInsideItsNotification) {
+    Hub s;
+    ActingMacroSystem macros;
+    macros.onDispatched = [&](const std::string&) { s.sut.setMacroSystem(&macros); };
+    s.sut.setMacroSystem(&macros);
+    expectReturns([&] { s.sut.dispatchFID("A.x", FIDParameterList()); });
+    s.sut.dispatchFID("A.y", FIDParameterList());
+    EXPECT_EQ(s.host.journal().linesOf({"macro"}),
+              (Calls{"macro fidDispatched A.x {}", "macro fidDispatched A.y {}"}));
 }
 
 TEST(MDMFidDistributor, DotAloneNamesTheEmptyDriverIDAndTheEmptyFunction) {
@@ -465,6 +535,65 @@ TEST(MDMFidDistributor, DriverMayAddAnotherFromInsideItsReportAndItsSubscription
     EXPECT_TRUE(s.sut.subscribe("A.x"));
     s.sut.releaseDriver("A");
     EXPECT_EQ(fakehost::printedBy([&] { s.sut.showUsedModules(); }), "A\nSHOWN\nSUBSCRIBED\n");
+}
+
+TEST(MDMFidDistributor, SlowReportOfOneDriverDoesNotHoldUpThePortsOfOthers) {
+    Hub s;
+    ReportingDriver slow("slow");
+    std::promise<void> entered;
+    std::promise<void> leave;
+    slow.onShowState = [&] {
+        entered.set_value();
+        leave.get_future().wait();
+    };
+    s.sut.addDriverPort("A", nullptr);
+    s.sut.addDriverPort("B", &slow);
+    s.sut.addDriverPort("C", nullptr);
+    std::string printed;
+    auto listing = std::async(std::launch::async,
+                              [&] { printed = fakehost::printedBy([&] { s.sut.showUsedModules(); }); });
+    entered.get_future().wait();
+    expectReturns([&] { s.sut.addDriverPort("A", nullptr); });
+    expectReturns([&] { s.sut.addDriverPort("C", nullptr); });
+    leave.set_value();
+    listing.wait();
+    EXPECT_EQ(printed, "A\nB\nC\n");
+}
+
+TEST(MDMFidDistributor, DriverMayReplaceAnotherFromInsideItsReport) {
+    Hub s;
+    RecordingFunctionID former("former");
+    RecordingFunctionID latter("latter");
+    ReportingDriver driver("driver");
+    driver.onShowState = [&] {
+        s.sut.addDriverPort("A", &latter);
+        s.sut.addDriverPort("C", &latter);
+    };
+    s.sut.addDriverPort("A", &former);
+    s.sut.addDriverPort("B", &driver);
+    s.sut.addDriverPort("C", &former);
+    expectReturns([&] { EXPECT_EQ(fakehost::printedBy([&] { s.sut.showUsedModules(); }), "A\nB\nC\n"); });
+    EXPECT_EQ(s.calls(), (Calls{"former showState", "driver showState", "latter showState"}));
+}
+
+TEST(MDMFidDistributor, PortAddedDuringTheListingIsListedWhenItsTurnIsStillToCome) {
+    Hub s;
+    ReportingDriver driver("driver");
+    driver.onShowState = [&] {
+        s.sut.addDriverPort("A", nullptr);
+        s.sut.addDriverPort("B1", nullptr);
+        s.sut.addDriverPort("D", nullptr);
+    };
+    s.sut.addDriverPort("B", &driver);
+    s.sut.addDriverPort("C", nullptr);
+    EXPECT_EQ(fakehost::printedBy([&] { s.sut.showUsedModules(); }), "B\nB1\nC\nD\n");
+}
+
+TEST(MDMFidDistributor, EmptyDriverIDIsListedFirstAndOnce) {
+    Hub s;
+    s.sut.addDriverPort("A", nullptr);
+    s.sut.addDriverPort("", nullptr);
+    EXPECT_EQ(fakehost::printedBy([&] { s.sut.showUsedModules(); }), "\nA\n");
 }
 
 TEST(MDMFidDistributor, ReplacedPortGoesOnlyWhenTheCallInsideHasReturned) {
