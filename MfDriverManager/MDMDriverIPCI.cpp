@@ -40,6 +40,12 @@ std::string outQueueName(const std::string& driverID) {
     return driverID + "_OUTQ";
 }
 
+/// Reaches whoever reads standard output at once, also through a pipe.
+void printLine(const std::string& line) {
+    std::puts(line.c_str());
+    std::fflush(stdout);
+}
+
 void waitForQueue(const std::string& name, unsigned short capacity) {
     for (;;) {
         sal::MessageQueue queue;
@@ -64,6 +70,7 @@ MDMDriverIPCI::MDMDriverIPCI(const std::string& moduleFileName, const std::strin
     : m_moduleFileName(moduleFileName), m_driverID(driverID) {}
 
 MDMDriverIPCI::~MDMDriverIPCI() {
+    m_dropping = true;
     m_running = false;
     shutdown(-1);
     m_driverID.clear();
@@ -91,12 +98,16 @@ bool MDMDriverIPCI::init() {
 
     if (!m_inQueue.create(inQueueName(m_driverID), g_inCapacity, g_driverMessageSize, g_queueMode) ||
         !m_outQueue.create(outQueueName(m_driverID), g_outCapacity, g_driverMessageSize, g_queueMode)) {
-        std::puts("\nFailed to create IPC queues");
+        printLine("\nFailed to create IPC queues");
         return false;
     }
 
     m_running = true;
-    start(ePriorityNormal);
+    if (!start(ePriorityNormal)) {
+        m_running = false;
+        printLine("\nFailed to create receiving thread.");
+        return false;
+    }
 
     if (!g_debugStartMFDProcess)
         return true;
@@ -105,10 +116,10 @@ bool MDMDriverIPCI::init() {
     sal::Path executable = sal::Path::getExeBasePath();
     executable.expand("mfddllwrap");
     const std::vector<std::string> arguments{m_moduleFileName, m_driverID};
-    std::printf("m_moduleFileName=%s\n", m_moduleFileName.c_str());
-    std::printf("m_driverID=%s\n", m_driverID.c_str());
+    printLine("m_moduleFileName=" + m_moduleFileName);
+    printLine("m_driverID=" + m_driverID);
     if (!sal::Process::createProcess(title, executable, arguments)) {
-        std::puts("\nFailed to create MFD process.");
+        printLine("\nFailed to create MFD process.");
         return false;
     }
     return true;
@@ -248,6 +259,8 @@ void MDMDriverIPCI::lookAhead(const QueueCmd& command) {
 
 void MDMDriverIPCI::flushLAQueue() {
     for (const QueueCmd& command : m_laQueue) {
+        if (m_dropping)
+            break;
         switch (command.cmdType) {
             case QueueCmd::Unset:
                 m_pIPanelState->unsetStateValue(command.name);
@@ -333,7 +346,8 @@ void MDMDriverIPCI::handleMessage(ReceiveBuffer& buffer) {
         flushLAQueue();
         const std::string systemCommand = message.takeString();
         const std::string arguments = message.takeString();
-        m_pISystem->executeCommand(systemCommand, arguments);
+        if (!m_dropping)
+            m_pISystem->executeCommand(systemCommand, arguments);
     } else if (message.hasCode("DSPFID")) {
         flushLAQueue();
         const std::string fid = message.takeString();
@@ -343,7 +357,7 @@ void MDMDriverIPCI::handleMessage(ReceiveBuffer& buffer) {
             const std::string value = message.takeString();
             parameters.add(key, value);
         }
-        if (m_pIDistributorFID)
+        if (m_pIDistributorFID && !m_dropping)
             m_pIDistributorFID->dispatchFID(fid, parameters);
     }
 }

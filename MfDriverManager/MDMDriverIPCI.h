@@ -37,7 +37,8 @@ public:
     };
 
     MDMDriverIPCI(const std::string& moduleFileName, const std::string& driverID);
-    /// Ends the receiving thread if it still runs; pending updates are dropped. Ends no driver process.
+    /// Ends the receiving thread if it still runs, once the call that it is inside has returned; what is held
+    /// back or stands in the queue then is dropped. Ends no driver process.
     ~MDMDriverIPCI() override;
 
     /// Answers IID_IFunctionID and IID_IMFDConfiguration.
@@ -45,7 +46,7 @@ public:
 
     /// Makes both queues, starts the receiving thread and, unless g_debugStartMFDProcess says otherwise, the
     /// driver process. Asserts the three interfaces and the driver ID. False, said on standard output, when a
-    /// queue or the process could not be had; what was made by then stays.
+    /// queue, the thread or the process could not be had; what was made by then stays.
     bool init();
 
     /// All of these return what the input queue's send did: they wait while it is full, and fail when the
@@ -86,10 +87,10 @@ private:
     class Index {
     public:
         /// Null when no such call is pending.
-        const Position* find(const QueueCmd& command);
+        MDM_LOCAL const Position* find(const QueueCmd& command);
         /// The call that find() looked for last and did not find.
-        void add(Position position);
-        void clear();
+        MDM_LOCAL void add(Position position);
+        MDM_LOCAL void clear();
 
     private:
         struct Slot {
@@ -97,7 +98,7 @@ private:
             std::uint64_t round = 0;  ///< taken when it is the table's
             Position position;
         };
-        void grow();
+        MDM_LOCAL void grow();
 
         std::vector<Slot> m_slots;
         std::size_t m_used = 0;
@@ -121,6 +122,8 @@ private:
     mutable sal::MessageQueue m_inQueue;  ///< the driver's input: sent to only
     sal::MessageQueue m_outQueue;         ///< the driver's output: received from only
     std::atomic<bool> m_running{false};
+
+    std::atomic<bool> m_dropping{false};  ///< the object is being destroyed: nothing is delivered any more
 
     Index m_laIndex;                ///< into m_laQueue, events apart
     std::list<QueueCmd> m_laSpare;  ///< delivered entries, used again for the next ones

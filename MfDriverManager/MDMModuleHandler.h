@@ -30,6 +30,8 @@ class MDM_API MDMModuleHandler : public IMDMConfiguration {
 public:
     /// Asserts that the log output "MDM" is there.
     MDMModuleHandler();
+    /// Deinitialises and unloads all drivers. Nothing may be thrown meanwhile: what leaves a driver is caught
+    /// by the host's sal::Module, and an exception that came all the same would end the process.
     ~MDMModuleHandler() override;
 
     /// Answers IID_IMDMConfiguration.

@@ -46,8 +46,9 @@ private:
 class MDM_API MDMModuleLoader {
 public:
     MDMModuleLoader();
-    /// Deinitialises all drivers, then deletes them: those in this process first. An exception of a driver
-    /// ends it there.
+    /// Deinitialises all drivers, then deletes them: those in this process first. Catches nothing: an
+    /// exception of a driver's deinitialize() leaves it there, and ends the process at the destructor of the
+    /// handler. None comes, since the host's sal::Module catches what leaves a driver.
     virtual ~MDMModuleLoader() noexcept(false);
 
     /// To be set before drivers are loaded.
@@ -73,7 +74,8 @@ public:
     sal::Module* getModule(const std::string& driverID);
 
     /// Deinitialises and deletes one driver; does nothing for an unknown one. For a driver in a process of
-    /// its own it returns once that process has let go of its queues.
+    /// its own it returns once that process has let go of its queues. Catches nothing either: the driver
+    /// whose deinitialize() throws stays registered.
     void unLoadMfModule(const std::string& driverID);
 
 private:

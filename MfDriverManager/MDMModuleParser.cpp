@@ -34,6 +34,7 @@ void MDMModuleParser::parseXML(std::list<MDMModuleInfo*>& modules, const std::st
     TiXmlDocument document(fileName);
     if (!loadXmlDocument(document)) {
         std::printf("error: %s\n", document.ErrorDesc());
+        std::fflush(stdout);
         return;
     }
 

@@ -110,6 +110,15 @@ TEST_F(DriverProxy, ThreadIsNotToRunWhenAQueueFails) {
     EXPECT_FALSE(sut.m_running);
 }
 
+TEST_F(DriverProxy, ThreadIsNotToRunWhenItDoesNotStart) {
+    connect();
+    host.fail("thread start");
+    EXPECT_EQ(traced([this] { EXPECT_FALSE(init()); }),
+              (Calls{"queue create A_INQ 256 1024 0", "queue create A_OUTQ 16384 1024 0", "running",
+                     "thread start 259"}));
+    EXPECT_FALSE(sut.m_running);
+}
+
 TEST_F(DriverProxy, ThreadIsToRunOnWhenTheProcessFails) {
     connect();
     host.fail("process start");

@@ -5,8 +5,10 @@
 #include <atomic>
 #include <cstring>
 #include <future>
+#include <map>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "FIDParameterList.h"
 #include "FakeHost.h"
@@ -106,6 +108,24 @@ MDMDriverIPCI::QueueCmd command(int kind, const std::string& name, const std::st
     result.strValue = value;
     return result;
 }
+
+// Stays inside the first event until it is let go.
+class WaitingPanel : public RecordingPanelState {
+public:
+    void triggerEvent(const std::string& eventID, const std::string& value) override {
+        RecordingPanelState::triggerEvent(eventID, value);
+        if (std::exchange(m_isFirst, false)) {
+            entered.set_value();
+            leave.get_future().wait();
+        }
+    }
+
+    std::promise<void> entered;
+    std::promise<void> leave;
+
+private:
+    bool m_isFirst = true;
+};
 
 // Stays inside the first command until it is let go.
 class WaitingSystem : public ISystem {
@@ -908,6 +928,61 @@ TEST(MDMDriverIPCI, ProcessThatCannotBeStartedEndsInitAndLeavesQueuesAndThread) 
     EXPECT_EQ(s.delivered(), Calls{"panel setStateValue a 1"});
 }
 
+TEST(MDMDriverIPCI, ThreadThatDoesNotStartEndsInitAndLeavesTheQueues) {
+    Proxy s;
+    s.host.fail("thread start");
+    EXPECT_EQ(fakehost::printedBy([&] { EXPECT_FALSE(s.sut.init()); }),
+              "\nFailed to create receiving thread.\n");
+    EXPECT_EQ(s.host.journal().lines(), (Calls{"queue create A_INQ 256 1024 0",
+                                               "queue create A_OUTQ 16384 1024 0", "thread start 259"}));
+    EXPECT_TRUE(s.host.queues().held("A_INQ"));
+    EXPECT_TRUE(s.host.queues().held("A_OUTQ"));
+}
+
+TEST(MDMDriverIPCI, ThreadThatDoesNotStartEndsInitWithoutAProcessToo) {
+    Proxy s;
+    g_debugStartMFDProcess = false;
+    s.host.fail("thread start");
+    EXPECT_EQ(fakehost::printedBy([&] { EXPECT_FALSE(s.sut.init()); }),
+              "\nFailed to create receiving thread.\n");
+}
+
+TEST(MDMDriverIPCI, EachLineOfInitReachesAPipeAtOnce) {
+    Proxy s;
+    std::string atProcessStart;
+    {
+        const fakehost::StandardOutput output;
+        // Looked at when the driver process is started: what stands in a buffer then is missing.
+        s.host.journal().setObserver([&] {
+            atProcessStart = output.flushed();
+            return Calls{};
+        });
+        s.sut.init();
+        s.host.journal().setObserver(nullptr);
+    }
+    EXPECT_EQ(atProcessStart, "m_moduleFileName=/mods/libA.so\nm_driverID=A\n");
+}
+
+TEST(MDMDriverIPCI, FailureLinesReachAPipeAtOnce) {
+    const std::string values = "m_moduleFileName=/mods/libA.so\nm_driverID=A\n";
+    const std::map<std::string, std::string> lines{
+        {"queue create A_INQ", "\nFailed to create IPC queues\n"},
+        {"queue create A_OUTQ", "\nFailed to create IPC queues\n"},
+        {"thread start", "\nFailed to create receiving thread.\n"},
+        {"process start", values + "\nFailed to create MFD process.\n"}};
+    for (const auto& [call, line] : lines) {
+        Proxy s;
+        s.host.fail(call);
+        std::string flushed;
+        {
+            const fakehost::StandardOutput output;
+            s.sut.init();
+            flushed = output.flushed();
+        }
+        EXPECT_EQ(flushed, line) << call;
+    }
+}
+
 TEST(MDMDriverIPCI, InitWithoutAPanelStateEndsTheProgram) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
@@ -1101,6 +1176,63 @@ TEST(MDMDriverIPCI, DestructionWhileTheThreadRunsEndsItFirst) {
     EXPECT_EQ(calls[0], "thread shutdown -1");
     EXPECT_EQ(calls[1], "thread ended");
     EXPECT_EQ(s.host.journal().linesOf({"queue send"}), Calls{});
+}
+
+/// What is delivered of these messages when the proxy is destroyed during the first event among them.
+Calls deliveredWhileDestroyed(const std::vector<std::string>& before, const std::vector<std::string>& after) {
+    WaitingPanel panel;
+    Proxy s;
+    s.sut.setPanelStateInterface(&panel);
+    for (const std::string& message : before)
+        s.push(message);
+    s.start();
+    panel.entered.get_future().wait();
+    for (const std::string& message : after)
+        s.push(message);
+    std::thread ending([&] { s.pSut.reset(); });
+    EXPECT_TRUE(s.host.journal().waitFor("thread shutdown -1"));
+    panel.leave.set_value();
+    ending.join();
+    return s.host.journal().linesOf({"panel", "distributor", "system"});
+}
+
+TEST(MDMDriverIPCI, WhatIsHeldBackIsDroppedWhenTheProxyIsDestroyedWhileItsThreadRuns) {
+    EXPECT_EQ(deliveredWhileDestroyed({"TRIGGR\x01"
+                                       "e\x00"s,
+                                       "SETVAL\x01"
+                                       "a\x01"
+                                       "1"s,
+                                       "SETVAI\x01x" + bytes(1)},
+                                      {}),
+              Calls{"panel triggerEvent e "});
+}
+
+TEST(MDMDriverIPCI, WhatStillStandsInTheQueueIsNotDeliveredWhenTheProxyIsDestroyed) {
+    EXPECT_EQ(deliveredWhileDestroyed({"TRIGGR\x01"
+                                       "e\x00"s},
+                                      {"SETVAI\x01x" + bytes(1),
+                                       "DSPFID\x03"
+                                       "B.x\x00"s,
+                                       "SYSCMD\x04save\x00"s}),
+              Calls{"panel triggerEvent e "});
+}
+
+TEST(MDMDriverIPCI, FidAfterWhatIsDroppedIsNotDispatched) {
+    EXPECT_EQ(deliveredWhileDestroyed({"TRIGGR\x01"
+                                       "e\x00"s,
+                                       "SETVAI\x01x" + bytes(1),
+                                       "DSPFID\x03"
+                                       "B.x\x00"s},
+                                      {}),
+              Calls{"panel triggerEvent e "});
+}
+
+TEST(MDMDriverIPCI, SystemCommandAfterWhatIsDroppedIsNotExecuted) {
+    EXPECT_EQ(deliveredWhileDestroyed({"TRIGGR\x01"
+                                       "e\x00"s,
+                                       "SETVAI\x01x" + bytes(1), "SYSCMD\x04save\x00"s},
+                                      {}),
+              Calls{"panel triggerEvent e "});
 }
 
 TEST(MDMDriverIPCI, PendingUpdatesAreDroppedAtDestruction) {

@@ -194,6 +194,18 @@ TEST(MDMModuleParser, BrokenFilePrintsOneErrorLineAndTheScanGoesOn) {
     EXPECT_EQ(s.types(), Types{"B"});
 }
 
+TEST(MDMModuleParser, ErrorLineReachesAPipeAtOnce) {
+    Scan s;
+    s.host.writeFile("/mods/a.xml", "");
+    std::string flushed;
+    {
+        const fakehost::StandardOutput output;
+        s.sut.parseDirectory(s.modules, "/mods");
+        flushed = output.flushed();
+    }
+    EXPECT_EQ(flushed, "error: Error document empty.\n");
+}
+
 TEST(MDMModuleParser, EmptyFilePrintsOneErrorLine) {
     Scan s;
     s.host.writeFile("/mods/a.xml", "");

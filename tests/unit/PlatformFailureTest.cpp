@@ -31,9 +31,11 @@ using EFailure = fakehost::Journal::EFailure;
 const char* const c_configuration = "/wp/workplace.xml";
 
 /// Calls that may fail without a word of the module's: the host has said why, or nothing is lost.
-const Calls c_silent{
-    "adapter list", "adapter main address", "adapter has", "adapter delete", "files", "entries", "remove",
-    "chdir",        "queue send",           "thread start"};
+const Calls c_silent{"adapter list", "adapter main address",
+                     "adapter has",  "adapter delete",
+                     "files",        "entries",
+                     "remove",       "chdir",
+                     "queue send"};
 
 /// What is said of each other call, on standard output or in the log; "thread mssleep 100" is the pause
 /// before a queue is tried again.
@@ -49,6 +51,7 @@ const std::map<std::string, Calls> c_texts{
     {"symlink", {"Failed to create symlink to file driver working directory /wp/data/"}},
     {"module load", {"...FAILED!\n"}},
     {"queue create", {"\nFailed to create IPC queues\nFAILED!\n", "thread mssleep 100\n"}},
+    {"thread start", {"\nFailed to create receiving thread.\nFAILED!\n"}},
     {"program directory", {"\nFailed to create MFD process.\nFAILED!\n"}},
     {"process start", {"\nFailed to create MFD process.\nFAILED!\n"}},
     {"verify", {"/wp/workplace.xml\" has invalid signature\n"}}};

@@ -18,6 +18,8 @@ StandardOutput::StandardOutput() {
     m_file = memfd_create("standard output", MFD_CLOEXEC);
     if (m_saved < 0 || m_file < 0 || dup2(m_file, STDOUT_FILENO) < 0)
         throw std::runtime_error("cannot catch standard output");
+    // As to a pipe, even when the tests run on a terminal: what nobody flushes stays in the buffer.
+    std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
 }
 
 StandardOutput::~StandardOutput() {
