@@ -64,16 +64,18 @@ protected:
     ISystem* system() const { return m_pSystem; }
 
     /// Sends a whole FID ("PANEL.ALARM") to another driver, in both modes. Any thread until deinitialize()
-    /// returns. False when there is no way to send or the queue refused it.
+    /// returns; waits while the queue is full. False when there is no way to send, the FID is too long for a
+    /// message, or the queue refused it. Whether the other driver took it nobody can say.
     bool sendToDriver(const std::string& fid, const FIDParameterList& parameters) const {
-        if (m_pDistributorFID) {
-            m_pDistributorFID->dispatchFID(fid, parameters);
-            return true;
+        // The host's sender first: a distributor does not tell what became of a FID.
+        if (m_pSystem) {
+            if (auto* pSender = dynamic_cast<IFunctionID*>(m_pSystem->queryInterface(IID_IFunctionID)))
+                return pSender->sendFID(fid, parameters);
         }
-        if (!m_pSystem)
+        if (!m_pDistributorFID)
             return false;
-        auto* pSender = dynamic_cast<IFunctionID*>(m_pSystem->queryInterface(IID_IFunctionID));
-        return pSender && pSender->sendFID(fid, parameters);
+        m_pDistributorFID->dispatchFID(fid, parameters);
+        return true;
     }
 
     /// Writes one line to the log output named after the driver ID, so that the line tells whose it is. Any

@@ -7,6 +7,7 @@
 //   threads as many threads, each of which triggers 50 events of its own name
 //   send    the FID "name" with the further parameters   syssend   the same through the host's sender
 //   wait    until the file "name" is there     throw   an exception     fail   the operation returns false
+// A verb that was not refused is recorded as "did VERB", else as "did VERB, refused".
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -120,7 +121,7 @@ private:
             throw std::runtime_error("thrown on purpose");
         else
             return verb != "fail";
-        record("did " + verb);
+        record("did " + verb + (result ? "" : ", refused"));
         return result;
     }
 

@@ -868,6 +868,18 @@ TEST_F(ModeDifferences, ProcessDropsALongerReportAndSaysSo) {
     EXPECT_TRUE(waitForLog("256"));
 }
 
+TEST_F(ModeDifferences, InProcessSenderMayUseALongFid) {
+    acts("initializationCompleted|send|B." + std::string(300, 'f'));
+    ASSERT_TRUE(load(direct));
+    EXPECT_THAT(record(), Contains("A did send"));
+}
+
+TEST_F(ModeDifferences, ProcessTellsTheSenderOfALongFidThatItWasRefused) {
+    acts("initializationCompleted|send|B." + std::string(300, 'f'));
+    ASSERT_TRUE(load(queue));
+    EXPECT_TRUE(waitForRecord("A did send, refused"));
+}
+
 TEST_F(ModeDifferences, InProcessTextsKeepAZeroByte) {
     ASSERT_TRUE(load(direct));
     send(std::string("A.f\0g", 5), {{"a", std::string("b\0c", 3)}});

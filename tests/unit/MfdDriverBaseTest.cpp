@@ -31,6 +31,12 @@ public:
     }
 };
 
+class SystemWithoutSender : public ISystem {
+public:
+    IInterface* queryInterface(unsigned int) override { return nullptr; }
+    void executeCommand(const std::string&, const std::string&) override {}
+};
+
 TEST(MfdDriverBase, AnswersTheTwoDriverInterfacesAlone) {
     Driver sut;
     EXPECT_NE(dynamic_cast<IFunctionID*>(sut.queryInterface(1100)), nullptr);
@@ -85,7 +91,7 @@ TEST(MfdDriverBase, TellsWhenTheHostCouldNotSend) {
     EXPECT_FALSE(sut.sendToDriver("A.B", {}));
 }
 
-TEST(MfdDriverBase, SendsThroughTheDistributorAlone) {
+TEST(MfdDriverBase, TellsWhatTheQueueAnsweredThoughThereIsADistributor) {
     DriverHost host;
     Distributor distributor;
     Driver sut;
@@ -94,8 +100,31 @@ TEST(MfdDriverBase, SendsThroughTheDistributorAlone) {
     FIDParameterList parameters;
     parameters.add("x", "1");
     EXPECT_TRUE(sut.sendToDriver("A.B", parameters));
+    host.sendResult = false;
+    EXPECT_FALSE(sut.sendToDriver("A.C", {}));
+    EXPECT_EQ(host.calls.count("send A.B x=1"), 1);
+    EXPECT_EQ(host.calls.count("send A.C "), 1);
+    EXPECT_TRUE(distributor.calls.lines().empty());
+}
+
+TEST(MfdDriverBase, SendsThroughTheDistributorWhereTheHostHasNoSender) {
+    SystemWithoutSender system;
+    Distributor distributor;
+    Driver sut;
+    sut.setSystemInterface(&system);
+    sut.setDistributorFIDInterface(&distributor);
+    FIDParameterList parameters;
+    parameters.add("x", "1");
+    EXPECT_TRUE(sut.sendToDriver("A.B", parameters));
     EXPECT_EQ(distributor.calls.count("A.B 1"), 1);
-    EXPECT_TRUE(host.calls.lines().empty());
+}
+
+TEST(MfdDriverBase, SendsThroughTheDistributorWithoutASystem) {
+    Distributor distributor;
+    Driver sut;
+    sut.setDistributorFIDInterface(&distributor);
+    EXPECT_TRUE(sut.sendToDriver("A.B", {}));
+    EXPECT_EQ(distributor.calls.count("A.B "), 1);
 }
 
 TEST(MfdDriverBase, CannotSendWithoutAHost) {

@@ -345,15 +345,17 @@ public:
     void dispatchFID(const std::string& fid, const FIDParameterList&) const override { calls.add(fid); }
 };
 
-TEST_F(SysMonDriverTest, SendsThroughTheDistributorWhenItHasOne) {
+TEST_F(SysMonDriverTest, ForwardThatTheQueueRefusesFailsThoughThereIsADistributor) {
     Distributor distributor;
     DriverHost otherHost;
     SysMonDriver other(machine.paths());
     other.setDistributorFIDInterface(&distributor);
     start(other, "SYS", otherHost);
     EXPECT_TRUE(other.sendFID("FORWARD", parameters({{"fid", "LOCAL.MARK"}})));
-    EXPECT_EQ(distributor.calls.count("LOCAL.MARK"), 1);
-    EXPECT_THAT(otherHost.calls.linesOf("send"), IsEmpty());
+    EXPECT_EQ(otherHost.calls.count("send LOCAL.MARK "), 1);
+    otherHost.sendResult = false;
+    EXPECT_FALSE(other.sendFID("FORWARD", parameters({{"fid", "LOCAL.MARK"}})));
+    EXPECT_TRUE(distributor.calls.lines().empty());
     other.deinitialize();
 }
 
