@@ -97,7 +97,7 @@ void StateStore::set(const std::string& key, StateValue value) {
     }
     const bool isChanged =
         isNew || !(entry.value == value) || !(entry.owner == owner) || entry.isStale() != !staleCause.empty();
-    if (!staleCause.empty() && !entry.isStale())
+    if (!staleCause.empty())
         entry.staleSince = now;
     entry.value = std::move(value);
     entry.owner = std::move(owner);
@@ -142,11 +142,12 @@ std::size_t StateStore::driverEnded(const std::string& driverID, const std::stri
     for (auto& [key, entry] : m_entries) {
         if (entry.owner.kind != EOwner::Driver || entry.owner.driverID != driverID)
             continue;
-        if (!entry.isStale()) {
-            entry.staleSince = now;
-            keys.push_back(key);
-        }
+        // What was stale before keeps its own cause: it is of an earlier instance.
+        if (entry.isStale())
+            continue;
+        entry.staleSince = now;
         entry.staleCause = cause;
+        keys.push_back(key);
     }
     if (!keys.empty()) {
         for (Listener* pListener : m_listeners)

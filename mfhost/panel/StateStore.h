@@ -104,8 +104,8 @@ public:
 
     /// A new instance of the driver runs. What it set before stays stale until it is reported again.
     void driverStarted(const std::string& driverID);
-    /// The driver has ended. Its values, and those that still arrive, are stale for that cause. Returns how
-    /// many were live.
+    /// The driver has ended. Its live values, and those that still arrive, are stale for that cause from now
+    /// on; what was stale before keeps its cause and its time. Returns how many were live.
     std::size_t driverEnded(const std::string& driverID, const std::string& cause);
 
     /// In byte order of the keys, those that match the shell pattern; all for an empty one.

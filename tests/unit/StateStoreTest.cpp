@@ -105,6 +105,33 @@ TEST(StateStore, EndOfADriverLeavesTheConsolesValuesAlone) {
     EXPECT_FALSE(sut.find("AXIS1.POS")->isStale());
 }
 
+TEST(StateStore, ValueThatWasStaleBeforeTheEndOfADriverKeepsItsCauseAndTime) {
+    StateStore sut;
+    sut.setStateValueInt("AXIS1.OLD", 1);
+    sut.setStateValueInt("AXIS1.NEW", 1);
+    sut.driverEnded("AXIS1", "signal 9");
+    const auto since = sut.find("AXIS1.OLD")->staleSince;
+    sut.driverStarted("AXIS1");
+    sut.setStateValueInt("AXIS1.NEW", 2);
+    EXPECT_EQ(1u, sut.driverEnded("AXIS1", "exit code 1"));
+    EXPECT_EQ("signal 9", sut.find("AXIS1.OLD")->staleCause);
+    EXPECT_EQ(since, sut.find("AXIS1.OLD")->staleSince);
+    EXPECT_EQ("exit code 1", sut.find("AXIS1.NEW")->staleCause);
+    EXPECT_LE(sut.find("AXIS1.NEW")->reported, sut.find("AXIS1.NEW")->staleSince);
+}
+
+TEST(StateStore, StaleValueThatArrivesAgainIsStaleSinceThenForTheLastCause) {
+    StateStore sut;
+    sut.setStateValueInt("AXIS1.POS", 1);
+    sut.driverEnded("AXIS1", "signal 9");
+    sut.driverStarted("AXIS1");
+    sut.driverEnded("AXIS1", "exit code 1");
+    ASSERT_EQ("signal 9", sut.find("AXIS1.POS")->staleCause);
+    sut.setStateValueInt("AXIS1.POS", 2);
+    EXPECT_EQ("exit code 1", sut.find("AXIS1.POS")->staleCause);
+    EXPECT_EQ(sut.find("AXIS1.POS")->reported, sut.find("AXIS1.POS")->staleSince);
+}
+
 TEST(StateStore, ValueOfAnEndedDriverArrivesStale) {
     StateStore sut;
     sut.driverEnded("AXIS1", "exit code 1");
