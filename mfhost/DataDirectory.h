@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "DirectoryLock.h"
+
 /// The directory of the drivers' links, which every start empties. Made when missing and locked for as long
 /// as the object lives, so that no second host empties it under a running workplace. Main thread.
 class DataDirectory {
@@ -19,8 +21,7 @@ public:
     std::string foreignEntries() const;
 
 private:
-    std::string holder() const;
-
     std::string m_path;
     int m_fd = -1;
+    std::optional<DirectoryLock> m_lock;  ///< gone before the descriptor
 };

@@ -1,7 +1,14 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <functional>
 
 #include "SystemTest.h"
 
@@ -238,6 +245,92 @@ TEST_F(Failures, SecondHostOnTheSameDataDirectoryIsKeptOut) {
     EXPECT_TRUE(fs::is_symlink("/var/data/GOOD"));
     EXPECT_EQ(end(), 0);
 }
+
+/// Runs what in a process of its own, as another user, and keeps that process.
+class Stranger {
+public:
+    explicit Stranger(const std::function<bool()>& what) {
+        int ends[2] = {-1, -1};
+        if (::pipe2(ends, O_CLOEXEC) != 0)
+            return;
+        m_pid = ::fork();
+        if (m_pid == 0) {
+            const bool hasDone = ::setgid(65534) == 0 && ::setuid(65534) == 0 && what();
+            static_cast<void>(!::write(ends[1], hasDone ? "y" : "n", 1));
+            for (;;)
+                ::pause();
+        }
+        char answer = 0;
+        m_hasDone = ::read(ends[0], &answer, 1) == 1 && answer == 'y';
+        ::close(ends[0]);
+        ::close(ends[1]);
+    }
+    ~Stranger() {
+        ::kill(m_pid, SIGKILL);
+        ::waitpid(m_pid, nullptr, 0);
+    }
+    Stranger(const Stranger&) = delete;
+    Stranger& operator=(const Stranger&) = delete;
+    bool hasDone() const { return m_hasDone; }
+
+private:
+    pid_t m_pid = -1;
+    bool m_hasDone = false;
+};
+
+TEST_F(Failures, LockOfTheDataDirectoryByAnotherUserKeepsNoHostOut) {
+    const Stranger stranger([] {
+        const int fd = ::open("/var/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        return fd >= 0 && ::flock(fd, LOCK_SH) == 0;
+    });
+    if (!stranger.hasDone())
+        GTEST_SKIP() << "needs a second user";
+    configure("Recorder");
+    HostProcess& host = start();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
+}
+
+/// How the child of a driver in the host's process came about.
+class FailuresBeforeAChild : public Failures, public testing::WithParamInterface<std::string> {
+protected:
+    pid_t startHostWithChild() {
+        workplace().addModule("StartsProcesses");
+        workplace().configure(Workplace::entry("S", "StartsProcesses", "direct"));
+        HostProcess& host = start();
+        const fs::path file = workplace().directory() / "child";
+        host.type("sendFID S." + GetParam() + " file=" + file.string());
+        for (int i = 0; i < 1000 && !fs::exists(file); ++i)
+            ::usleep(20000);
+        return std::atoi(readFile(file).c_str());
+    }
+    void expectNextHostStarts(pid_t child) {
+        ASSERT_GT(child, 0);
+        ASSERT_FALSE(endsWithin(child, 0));
+        const Workplace other;
+        other.configure("");
+        HostProcess next(other.host());
+        next.closeInput();
+        EXPECT_EQ(next.waitForEnd(), 0) << next.log();
+        ::kill(child, SIGKILL);
+    }
+};
+
+TEST_P(FailuresBeforeAChild, KilledHostLeavesTheDataDirectoryToTheNext) {
+    const pid_t child = startHostWithChild();
+    HostProcess& host = this->host();
+    host.signal(SIGKILL);
+    host.waitForEnd();
+    expectNextHostStarts(child);
+}
+
+TEST_P(FailuresBeforeAChild, HostThatEndsInOrderLeavesTheDataDirectoryToTheNext) {
+    const pid_t child = startHostWithChild();
+    EXPECT_EQ(end(), 0);
+    expectNextHostStarts(child);
+}
+
+INSTANTIATE_TEST_SUITE_P(MadeBy, FailuresBeforeAChild, testing::Values("FORK", "CLONE"));
 
 TEST_F(Failures, FileWhereTheDataDirectoryBelongsEndsTheHost) {
     configure("Recorder");

@@ -187,8 +187,8 @@ TEST_F(PlatformFailures, DriverStartsOnceItsQueuesFindRoom) {
 }
 
 TEST_F(PlatformFailures, DriverStartsOnceItsLinkFindsRoom) {
-    // The directory itself and the panel's link.
-    mountSmall("/var/data", "nr_inodes=2");
+    // The directory itself, the host's lock with its directory, and the panel's link.
+    mountSmall("/var/data", "nr_inodes=4");
     HostProcess& host = start(call());
     ASSERT_TRUE(host.waitForLog("/var/data/FAR")) << host.log();
     EXPECT_THAT(host.log(), HasSubstr("No space left on device"));

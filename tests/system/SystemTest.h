@@ -35,6 +35,9 @@ protected:
         return *m_pHost;
     }
 
+    /// The one that was started last.
+    HostProcess& host() { return *m_pHost; }
+
     /// Ends the input and tells how the host ended.
     std::optional<int> end() {
         m_pHost->closeInput();

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -20,10 +21,14 @@ TEST(DataDirectory, SecondHostIsKeptOutAndToldWho) {
     const TemporaryDirectory parent;
     DataDirectory first(parent.path("data"));
     ASSERT_EQ(std::nullopt, first.acquire());
-    DataDirectory sut(parent.path("data"));
-    EXPECT_EQ(
-        "another host runs with " + parent.path("data") + " (process " + std::to_string(::getpid()) + ")",
-        sut.acquire());
+    const std::string expected =
+        "another host runs with " + parent.path("data") + " (process " + std::to_string(::getpid()) + ")";
+    const pid_t second = ::fork();
+    if (second == 0)
+        ::_exit(DataDirectory(parent.path("data")).acquire() == expected ? 0 : 1);
+    int status = -1;
+    ::waitpid(second, &status, 0);
+    EXPECT_EQ(0, status);
 }
 
 TEST(DataDirectory, IsFreeWhenItsHostHasEnded) {
@@ -50,6 +55,13 @@ TEST(DataDirectory, NamesEntriesThatAreNoLinks) {
     EXPECT_EQ("", sut.foreignEntries());
     parent.write("notes.txt", "");
     EXPECT_EQ("notes.txt", sut.foreignEntries());
+}
+
+TEST(DataDirectory, ItsOwnLockIsNothingForeign) {
+    const TemporaryDirectory parent;
+    DataDirectory sut(parent.path("data"));
+    ASSERT_EQ(std::nullopt, sut.acquire());
+    EXPECT_EQ("", sut.foreignEntries());
 }
 
 TEST(DataDirectory, NamesAtMostThreeForeignEntries) {

@@ -1,0 +1,166 @@
+#include "DirectoryLock.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr const char* s_file = "lock";
+/// Each further attempt needs another process that makes or removes the file at that very moment.
+constexpr int s_attempts = 100;
+
+struct flock wholeFile(short type) {
+    struct flock lock {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    return lock;
+}
+
+/// Whether the name in the directory leads to the open file.
+bool leadsTo(int directory, const char* name, int file) {
+    struct stat named {};
+    struct stat open {};
+    return ::fstatat(directory, name, &named, AT_SYMLINK_NOFOLLOW) == 0 && ::fstat(file, &open) == 0 &&
+           named.st_dev == open.st_dev && named.st_ino == open.st_ino;
+}
+
+void closeDescriptor(int& fd) {
+    if (fd >= 0)
+        ::close(std::exchange(fd, -1));
+}
+
+}  // namespace
+
+DirectoryLock::DirectoryLock(const std::string& directory) : m_path(directory + "/" + s_place) {}
+
+DirectoryLock::~DirectoryLock() {
+    if (m_isLocked) {
+        // Still locked, so that nobody takes a lock that is about to lose its name without noticing.
+        removeFile();
+        struct flock lock = wholeFile(F_UNLCK);
+        ::fcntl(m_file, F_SETLK, &lock);
+    }
+    closeBoth();
+}
+
+std::optional<std::string> DirectoryLock::acquire(int directory) {
+    m_directory = directory;
+    for (int i = 0; i < s_attempts; ++i) {
+        const Attempt attempt = tryOnce();
+        if (attempt == Attempt::Done) {
+            m_isLocked = true;
+            return std::nullopt;
+        }
+        closeBoth();
+        if (attempt == Attempt::Failed)
+            return m_reason;
+    }
+    return m_path + " is made and removed all the time; it cannot be locked";
+}
+
+DirectoryLock::Attempt DirectoryLock::tryOnce() {
+    m_isForeign = false;
+    for (const auto step : {&DirectoryLock::openPlace, &DirectoryLock::openFile, &DirectoryLock::lockFile}) {
+        if (const Attempt attempt = (this->*step)(); attempt != Attempt::Done)
+            return attempt;
+    }
+    // Whoever had it may have removed it in between.
+    if (!isStillThere())
+        return Attempt::Again;
+    return m_isForeign ? replaceForeign() : Attempt::Done;
+}
+
+DirectoryLock::Attempt DirectoryLock::openPlace() {
+    const bool isNew = ::mkdirat(m_directory, s_place, 0700) == 0;
+    if (!isNew && errno != EEXIST)
+        return failed("cannot make " + m_path + ": " + std::strerror(errno));
+    m_place = ::openat(m_directory, s_place, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const int error = m_place < 0 ? errno : 0;
+    if (error == ENOENT)
+        return Attempt::Again;
+    if (error == ENOTDIR)
+        return failed(m_path + " is not a directory; remove it");
+    struct stat status {};
+    if (m_place < 0 && ::fstatat(m_directory, s_place, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        status.st_uid != ::geteuid())
+        return failed(m_path + " belongs to user " + std::to_string(status.st_uid) +
+                      ", whose host runs here or was killed here; remove it if none runs");
+    if (m_place < 0 || ::fstat(m_place, &status) != 0)
+        return failed("cannot open " + m_path + ": " + std::strerror(error != 0 ? error : errno));
+    // A narrow umask must not lock its own maker out.
+    if (isNew && ::fchmod(m_place, 0700) != 0)
+        return failed("cannot make " + m_path + ": " + std::strerror(errno));
+    m_owner = status.st_uid;
+    m_isForeign = status.st_uid != ::geteuid() || (!isNew && (status.st_mode & 077) != 0);
+    return Attempt::Done;
+}
+
+DirectoryLock::Attempt DirectoryLock::openFile() {
+    m_file = ::openat(m_place, s_file, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (m_file >= 0 && ::fchmod(m_file, 0600) != 0)
+        return failed("cannot make " + m_path + "/" + s_file + ": " + std::strerror(errno));
+    if (m_file < 0 && errno == EEXIST)
+        m_file = ::openat(m_place, s_file, O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    // The former holder removes the directory behind the file.
+    if (m_file < 0 && errno == ENOENT)
+        return Attempt::Again;
+    struct stat status {};
+    if (m_file < 0 || ::fstat(m_file, &status) != 0)
+        return failed("cannot open " + m_path + "/" + s_file + ": " + std::strerror(errno));
+    if (!S_ISREG(status.st_mode))
+        return failed(m_path + "/" + s_file + " is not a regular file; remove it");
+    m_isForeign = m_isForeign || status.st_uid != ::geteuid() || (status.st_mode & 077) != 0;
+    return Attempt::Done;
+}
+
+DirectoryLock::Attempt DirectoryLock::lockFile() {
+    struct flock lock = wholeFile(F_WRLCK);
+    if (::fcntl(m_file, F_SETLK, &lock) == 0)
+        return Attempt::Done;
+    if (errno != EAGAIN && errno != EACCES)
+        return failed("cannot lock " + m_path + "/" + s_file + ": " + std::strerror(errno));
+    lock = wholeFile(F_WRLCK);
+    if (::fcntl(m_file, F_GETLK, &lock) != 0)
+        return failed("cannot lock " + m_path + "/" + s_file + ": " + std::strerror(errno));
+    if (lock.l_type == F_UNLCK)
+        return Attempt::Again;
+    const std::string directory = m_path.substr(0, m_path.rfind('/'));
+    // Of a process that is out of this one's sight the kernel gives no number.
+    return failed("another host runs with " + directory + " (" +
+                  (lock.l_pid > 0 ? "process " + std::to_string(lock.l_pid)
+                                  : std::string("a process that cannot be seen from here")) +
+                  ")");
+}
+
+/// Nobody holds it, but somebody else could at any time: a file that only we can open takes its place.
+DirectoryLock::Attempt DirectoryLock::replaceForeign() {
+    if (::unlinkat(m_place, s_file, 0) == 0 && ::unlinkat(m_directory, s_place, AT_REMOVEDIR) == 0)
+        return Attempt::Again;
+    return failed(m_path + " is open to others (it belongs to user " + std::to_string(m_owner) +
+                  ") and cannot be removed: " + std::strerror(errno));
+}
+
+bool DirectoryLock::isStillThere() const {
+    return leadsTo(m_place, s_file, m_file) && leadsTo(m_directory, s_place, m_place);
+}
+
+void DirectoryLock::removeFile() const {
+    if (!isStillThere())
+        return;
+    ::unlinkat(m_place, s_file, 0);
+    ::unlinkat(m_directory, s_place, AT_REMOVEDIR);
+}
+
+void DirectoryLock::closeBoth() {
+    closeDescriptor(m_file);
+    closeDescriptor(m_place);
+}
+
+DirectoryLock::Attempt DirectoryLock::failed(const std::string& reason) {
+    m_reason = reason;
+    return Attempt::Failed;
+}

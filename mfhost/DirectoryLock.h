@@ -1,0 +1,55 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+/// Keeps a directory for one process, by a lock on the file .mfhost/lock in it. Owned by DataDirectory; main
+/// thread. One for each directory in a process.
+///
+/// The file lies in the directory itself, so that the lock holds wherever that is mounted, and in a
+/// subdirectory, since a start empties the directory and leaves nothing but full subdirectories. Both are
+/// open to their owner alone: another user can neither take the lock nor look at it.
+///
+/// It is a record lock, which belongs to the process and not to the open file: a child that a driver of this
+/// process forks does not hold it, however it was made and however long it lives, and the kernel names the
+/// real holder. Such a lock is lost when its process closes any descriptor of the file; nobody else in this
+/// process has a reason to open it.
+class DirectoryLock {
+public:
+    explicit DirectoryLock(const std::string& directory);
+    ~DirectoryLock();  ///< removes the file and lets another process have the directory
+    DirectoryLock(const DirectoryLock&) = delete;
+    DirectoryLock& operator=(const DirectoryLock&) = delete;
+
+    /// Nothing when this process has the lock; else why not, and which process has it. The descriptor is the
+    /// directory's; the caller keeps it open as long as the lock.
+    std::optional<std::string> acquire(int directory);
+
+    /// The subdirectory's name.
+    static constexpr const char* s_place = ".mfhost";
+
+private:
+    enum class Attempt { Done, Again, Failed };
+
+    Attempt tryOnce();
+    Attempt openPlace();
+    Attempt openFile();
+    Attempt lockFile();
+    Attempt replaceForeign();
+    bool isStillThere() const;
+    void removeFile() const;
+    void closeBoth();
+    Attempt failed(const std::string& reason);
+
+    const std::string m_path;  ///< of the subdirectory
+    int m_directory = -1;
+    int m_place = -1;
+    int m_file = -1;
+    uid_t m_owner = 0;         ///< of what stands there
+    bool m_isForeign = false;  ///< somebody else has made it, or can open it
+    bool m_isLocked = false;
+    std::string m_reason;
+};
