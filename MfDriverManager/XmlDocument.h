@@ -2,6 +2,6 @@
 
 class TiXmlDocument;
 
-/// Reads the document from its file. The library throws on some paths that are no files (a directory); that,
-/// too, is a file that cannot be loaded, and the document's error description says so.
+/// Reads the document from its file. A directory, and a file for which the library throws, is a file that
+/// cannot be loaded, and the document's error description says so.
 bool loadXmlDocument(TiXmlDocument& document);

@@ -605,14 +605,10 @@ TEST(MDMModuleHandler, BrokenFileIsLoggedAndTheStartSucceeds) {
 }
 
 TEST(MDMModuleHandler, DirectoryInPlaceOfTheFileIsLoggedAndTheStartSucceeds) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the sanitizer ends the program where the XML library's allocation would throw";
-#endif
     Workplace s;
     s.host.makeDirectory("/wp/workplace.xml");
     EXPECT_TRUE(s.start());
-    ASSERT_EQ(s.log().size(), 1u);
-    EXPECT_TRUE(s.log()[0].starts_with("log MDM 2: Failed to open \"workplace.xml\" ('")) << s.log()[0];
+    EXPECT_EQ(s.log(), Calls{"log MDM 2: Failed to open \"workplace.xml\" ('Failed to open file')"});
 }
 
 TEST(MDMModuleHandler, RepeatedAttributeMakesTheFileOneThatCannotBeLoaded) {

@@ -221,16 +221,11 @@ TEST(MDMModuleParser, MissingFilePrintsOneErrorLineAndTheScanGoesOn) {
 }
 
 TEST(MDMModuleParser, DirectoryInPlaceOfAFilePrintsOneErrorLineAndTheScanGoesOn) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the sanitizer ends the program where the XML library's allocation would throw";
-#endif
     Scan s;
     s.host.makeDirectory("/mods/a.xml");
     s.host.writeFile("/mods/b.xml", "<mfDriverModule><module_type type=\"B\"/></mfDriverModule>");
     s.host.fileLists["/mods"] = {"a.xml", "b.xml"};
-    const std::string printed = s.scan();
-    EXPECT_TRUE(printed.starts_with("error: ")) << printed;
-    EXPECT_EQ(printed.find('\n'), printed.size() - 1) << printed;
+    EXPECT_EQ(s.scan(), "error: Failed to open file\n");
     EXPECT_EQ(s.types(), Types{"B"});
 }
 
