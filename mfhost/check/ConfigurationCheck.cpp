@@ -92,6 +92,10 @@ private:
             error("the mainframeDriver has no driverID; give it one of its own");
         else if (id == "." || id == "..")
             error(quoted + " is a directory of the system's own; give the driver another");
+        else if (id.find('\0') != std::string::npos)
+            error(
+                quoted +
+                " holds a zero byte, at which the system ends a name; use letters, digits, \"_\" and \"-\"");
         else if (const auto slash = id.find_first_of("/\\"); slash != std::string::npos)
             error(quoted + " holds " + QuotedText::of(id.substr(slash, 1)) +
                   ", which leads into another directory; use letters, digits, \"_\" and \"-\"");
@@ -99,7 +103,7 @@ private:
             warn(quoted +
                  " holds \".\", and a FID names its driver up to its first \".\": no FID reaches this "
                  "driver; use letters, digits, \"_\" and \"-\"");
-        if (std::any_of(id.begin(), id.end(), [](unsigned char c) { return std::iscntrl(c); }))
+        if (std::any_of(id.begin(), id.end(), [](unsigned char c) { return c != 0 && std::iscntrl(c); }))
             warn(quoted + " holds a control character; use letters, digits, \"_\" and \"-\"");
     }
 

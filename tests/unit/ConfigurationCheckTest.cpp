@@ -113,6 +113,14 @@ INSTANTIATE_TEST_SUITE_P(
          Checked::entry("A") + Checked::entry("A", "workingDirectory='data/B'", "socket"),
          {"error 4: the driver ID \"A\" stands in line 3 already; give each driver one of its own",
           "warning 4: the interfaceType \"socket\" loads nothing; write \"direct\" or \"queue\""}},
+        {"IDWithAZeroByte",
+         Checked::entry("A&#0;B", "workingDirectory='data/A'"),
+         {"error 3: the driver ID \"A\\x00B\" holds a zero byte, at which the system ends a name; use "
+          "letters, digits, \"_\" and \"-\""}},
+        {"IDThatIsAZeroByte",
+         Checked::entry("&#x0;", "workingDirectory='data/A'", "direct"),
+         {"error 3: the driver ID \"\\x00\" holds a zero byte, at which the system ends a name; use "
+          "letters, digits, \"_\" and \"-\""}},
         {"IDsThatDifferInCaseAreTwo", Checked::entry("A") + Checked::entry("a"), {}},
         {"PanelAsADriver",
          Checked::entry("PANEL"),
