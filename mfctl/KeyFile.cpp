@@ -3,6 +3,9 @@
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
+#include <sys/stat.h>
+
+#include <sstream>
 
 #include "OutputFile.h"
 
@@ -17,6 +20,14 @@ struct Release {
 };
 using Bio = std::unique_ptr<BIO, Release<BIO_free>>;
 using Context = std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>>;
+
+constexpr mode_t s_othersReadOrWrite = S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+
+std::string octal(mode_t mode) {
+    std::ostringstream text;
+    text << '0' << std::oct << mode;
+    return text.str();
+}
 
 int noPassphrase(char*, int, int, void*) {
     return 0;
@@ -36,8 +47,10 @@ bool KeyFile::generate() {
 }
 
 std::string KeyFile::read(const std::string& path) {
+    m_exposure.clear();
     std::string error;
-    const auto text = OutputFile::read(path, error);
+    mode_t mode = 0;
+    const auto text = OutputFile::read(path, error, &mode);
     if (!text)
         return path + ": " + error;
     const Bio pBio(BIO_new_mem_buf(text->data(), static_cast<int>(text->size())));
@@ -49,6 +62,9 @@ std::string KeyFile::read(const std::string& path) {
         m_pKey.reset();
         return path + " holds a key of another kind; mfctl keygen makes an Ed25519 key";
     }
+    if ((mode & s_othersReadOrWrite) != 0)
+        m_exposure = path + ": others may read or write this private key (its mode is " + octal(mode) +
+                     "); keep it to its owner: chmod 600 " + path;
     return {};
 }
 

@@ -16,6 +16,9 @@ public:
     bool generate();
     /// Reads the private key. Returns what is wrong; empty when it was read. Never asks for a passphrase.
     std::string read(const std::string& path);
+    /// What is careless about the file that was read: others than its owner may read or write it. Empty when
+    /// nothing is.
+    const std::string& exposure() const { return m_exposure; }
 
     /// Writes the private key, for its owner alone. Refuses to replace a file.
     std::string writePrivate(const std::string& path) const;
@@ -32,4 +35,5 @@ private:
         void operator()(EVP_PKEY* pKey) const { EVP_PKEY_free(pKey); }
     };
     std::unique_ptr<EVP_PKEY, Free> m_pKey;
+    std::string m_exposure;
 };

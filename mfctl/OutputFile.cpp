@@ -40,7 +40,7 @@ bool writeAll(int fd, const std::string& content) {
 
 }  // namespace
 
-std::optional<std::string> OutputFile::read(const std::string& path, std::string& error) {
+std::optional<std::string> OutputFile::read(const std::string& path, std::string& error, mode_t* pMode) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     struct stat status {};
     if (file.number() < 0 || ::fstat(file.number(), &status) != 0) {
@@ -51,6 +51,8 @@ std::optional<std::string> OutputFile::read(const std::string& path, std::string
         error = "not a regular file";
         return std::nullopt;
     }
+    if (pMode)
+        *pMode = status.st_mode & 07777;
     std::string content;
     for (;;) {
         constexpr std::size_t step = 64u << 10;

@@ -68,6 +68,8 @@ int SigningCommands::sign(const std::string& keyFile, const std::vector<std::str
     KeyFile key;
     if (const std::string error = key.read(keyFile); !error.empty())
         return fail(error);
+    if (!key.exposure().empty())
+        m_err << "mfctl: warning: " << key.exposure() << std::endl;
     int exitCode = 0;
     for (const std::string& file : files) {
         std::string error;

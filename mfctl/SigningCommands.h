@@ -12,7 +12,8 @@ public:
 
     /// Makes NAME.key, which stays secret, and NAME.pem, which goes into trust directories. Replaces nothing.
     int keygen(const std::string& name);
-    /// Signs each file with the private key: FILE.sig, and FILE.sig.info, which tells for what it was made.
+    /// Signs each file with the private key: FILE.sig, and FILE.sig.info, which tells for what it was made. A
+    /// key that others may read or write is warned of on err, and used.
     int sign(const std::string& keyFile, const std::vector<std::string>& files);
     /// Tells of each file whether a key of the directory signed it.
     int verify(const std::string& trustDirectory, const std::vector<std::string>& files);

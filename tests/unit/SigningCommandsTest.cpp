@@ -60,6 +60,29 @@ TEST_F(SigningCommandsTest, SignatureIsSixtyFourBytes) {
     EXPECT_EQ(64u, fs::file_size(path("w.xml.sig")));
 }
 
+TEST_F(SigningCommandsTest, KeyThatOthersMayReadOrWriteIsWarnedOfAndSigns) {
+    for (const mode_t mode : {0640, 0620, 0604, 0602}) {
+        ASSERT_EQ(0, ::chmod(path("site.key").c_str(), mode));
+        m_err.str({});
+        EXPECT_EQ(0, sign());
+        std::ostringstream octal;
+        octal << std::oct << mode;
+        EXPECT_EQ("mfctl: warning: " + path("site.key") +
+                      ": others may read or write this private key (its mode is 0" + octal.str() +
+                      "); keep it to its owner: chmod 600 " + path("site.key") + "\n",
+                  m_err.str());
+    }
+    EXPECT_EQ(0, m_sut.verify(path("trust"), {path("w.xml")}));
+}
+
+TEST_F(SigningCommandsTest, KeyOfItsOwnerAloneIsUsedSilently) {
+    for (const mode_t mode : {0600, 0400, 0711}) {
+        ASSERT_EQ(0, ::chmod(path("site.key").c_str(), mode));
+        EXPECT_EQ(0, sign());
+    }
+    EXPECT_EQ("", m_err.str());
+}
+
 TEST_F(SigningCommandsTest, OpensslVerifiesTheSignature) {
     if (std::system("command -v openssl >/dev/null") != 0)
         GTEST_SKIP() << "there is no openssl command";
