@@ -9,10 +9,12 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <system_error>
 #include <thread>
 
 #include "LogLine.h"
+#include "QueueMaker.h"
 #include "SpawnSettings.h"
 #include "sal/LogOutput.h"
 
@@ -49,6 +51,34 @@ void sayFailed(const std::string& title, const Path& executable, int error) {
             "cannot start \"" + title + "\" (" + executable.getPathString() + "): " + std::strerror(error));
 }
 
+/// The environment of this process, and which of its queues the child may open. Used and owned by the thread
+/// that starts the child.
+class ChildEnvironment {
+public:
+    ChildEnvironment() {
+        const std::string name = std::string(QueueMaker::s_variable) + "=";
+        const auto mark = QueueMaker::forChild();
+        for (char** ppWord = environ; *ppWord != nullptr; ++ppWord) {
+            // A process that has made no queues hands on what it was handed itself.
+            if (!mark || !std::string_view(*ppWord).starts_with(name))
+                m_words.push_back(*ppWord);
+        }
+        if (mark) {
+            m_mark = name + *mark;
+            m_words.push_back(m_mark.data());
+        }
+        m_words.push_back(nullptr);
+    }
+    ChildEnvironment(const ChildEnvironment&) = delete;
+    ChildEnvironment& operator=(const ChildEnvironment&) = delete;
+
+    char* const* words() const { return m_words.data(); }
+
+private:
+    std::string m_mark;
+    std::vector<char*> m_words;
+};
+
 }  // namespace
 
 bool Process::createProcess(const std::string& title, Path& executable,
@@ -59,8 +89,10 @@ bool Process::createProcess(const std::string& title, Path& executable,
         words.push_back(const_cast<char*>(argument.c_str()));
     words.push_back(nullptr);
 
+    const ChildEnvironment environment;
     pid_t pid = -1;
-    const int error = settings.spawn(pid, executable.getPathString().c_str(), words.data(), environ);
+    const int error =
+        settings.spawn(pid, executable.getPathString().c_str(), words.data(), environment.words());
     if (error != 0) {
         sayFailed(title, executable, error);
         return false;

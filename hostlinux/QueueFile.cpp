@@ -13,6 +13,9 @@
 #include <new>
 #include <system_error>
 #include <thread>
+#include <utility>
+
+#include "QueueMaker.h"
 
 namespace sal {
 
@@ -199,6 +202,9 @@ std::unique_ptr<QueueFile> QueueFile::make(const std::string& queue, const Queue
     header.creatorPid = static_cast<std::uint32_t>(::getpid());
     header.pidNamespaceDevice = pids.device;
     header.pidNamespaceInode = pids.inode;
+    const QueueMaker::Mark mark = QueueMaker::next();
+    header.maker = mark.maker;
+    header.number = mark.number;
     // Tickets begin at a number of no significance, so that a damaged word hardly ever reads as one in use.
     const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
     header.nextTicket.store(static_cast<std::uint32_t>(now) & 0x1fffffff, std::memory_order_relaxed);
@@ -328,6 +334,10 @@ std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeom
     const PidNamespace pids = PidNamespace::own();
     if (header.pidNamespaceDevice != pids.device || header.pidNamespaceInode != pids.inode) {
         error = "it was made in another PID namespace; start the driver process beside its host";
+        return nullptr;
+    }
+    if (std::string refusal = QueueMaker::refusal({header.maker, header.number}); !refusal.empty()) {
+        error = std::move(refusal);
         return nullptr;
     }
     geometry = *sizes;

@@ -86,7 +86,7 @@ struct QueueGeometry {
 /// checked at each use.
 struct QueueHeader {
     static constexpr std::uint64_t s_magic = 0x3145554555514d53;
-    static constexpr std::uint32_t s_version = 2;
+    static constexpr std::uint32_t s_version = 3;
 
     std::uint64_t magic = s_magic;
     std::uint32_t version = s_version;
@@ -95,6 +95,8 @@ struct QueueHeader {
     std::uint32_t creatorPid = 0;
     std::uint64_t pidNamespaceDevice = 0;
     std::uint64_t pidNamespaceInode = 0;
+    std::uint64_t maker = 0;   ///< see QueueMaker::Mark
+    std::uint64_t number = 0;  ///< of this queue among the maker's
 
     alignas(64) std::atomic<std::uint32_t> broken{0};
     std::atomic<std::uint32_t> nextTicket{0};

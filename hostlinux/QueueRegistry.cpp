@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "QueueMaker.h"
+
 namespace sal {
 
 QueueRegistry& QueueRegistry::instance() {
@@ -20,6 +22,7 @@ QueueRegistry::QueueRegistry() {
                              pQueue->abandon();
                          }
                          instance().m_queues.clear();
+                         QueueMaker::forget();
                          instance().m_mutex.unlock();
                      });
 }

@@ -28,7 +28,8 @@ public:
     bool create(const std::string& name, unsigned short capacity, int messageSize, int mode);
 
     /// Attaches to a queue whose creator lives. False, logged, when there is none, when it is malformed, or
-    /// when it was made in another PID namespace.
+    /// when it was made in another PID namespace. In a process that sal::Process::createProcess has started
+    /// also when another process than its starter made the queue, or made it after the start.
     bool open(const std::string& name);
 
     /// Waits while the queue is full. False at the end of the time-out, when the receiver has died, when the

@@ -9,7 +9,10 @@
 namespace sal {
 
 /// Starts child processes. A child has /dev/null as standard input, a session of its own, default signal
-/// dispositions and an empty mask, no descriptor but the standard ones, and the environment of this process.
+/// dispositions and an empty mask, no descriptor but the standard ones, and the environment of this process
+/// with one variable more (MFD_QUEUE_MAKER): it opens the message queues that this process has made so far
+/// and none of those to come, so that a child that comes up late takes nothing that was made for its
+/// successor.
 class SAL_API Process {
 public:
     /// Starts executable with title as argv[0] and arguments behind it. False, logged with the system's

@@ -24,6 +24,8 @@ namespace {
 
 constexpr const char* s_inQueueSuffix = "_INQ";
 constexpr const char* s_outQueueSuffix = "_OUTQ";
+/// What mfddllwrap ends with when there is no queue for it.
+constexpr int s_noQueueCode = 1;
 constexpr std::chrono::milliseconds s_checkInterval{50};
 constexpr std::chrono::milliseconds s_trafficInterval{900};
 /// What the last log lines may take at an end that is enforced.
@@ -120,6 +122,10 @@ void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
     m_roster.processStarted(driverID, process.pid);
     {
         const std::lock_guard lock(m_mutex);
+        for (Watched& former : m_processes) {
+            if (former.driverID == driverID && !former.replaced)
+                former.replaced = Clock::now();
+        }
         m_processes.push_back(
             {driverID, process.pid, process.pidFd, Clock::now(), std::nullopt, false, {}, nullptr});
     }
@@ -281,13 +287,19 @@ void ProcessSupervisor::reap(const std::string& driverID) {
         return;
     auto info = infos.begin();
     for (const Watched& process : endedNow) {
-        ended(process, causeOf(*info), info->si_code == CLD_EXITED && info->si_status == 0);
+        ended(process, causeOf(*info), isInOrder(process, *info));
         ++info;
     }
     const std::lock_guard lock(m_mutex);
     if (m_processes.empty())
         m_allEnded.notify_all();
     wake();
+}
+
+/// One that came up only after a newer one had replaced it finds no queue of its own: that is exit code 1.
+bool ProcessSupervisor::isInOrder(const Watched& process, const siginfo_t& info) {
+    return info.si_code == CLD_EXITED &&
+           (info.si_status == 0 || (info.si_status == s_noQueueCode && process.replaced));
 }
 
 void ProcessSupervisor::ended(const Watched& process, const std::string& exit, bool isOrderly) {
@@ -319,6 +331,8 @@ void ProcessSupervisor::ended(const Watched& process, const std::string& exit, b
     auto& line = hostLog(isExpected ? sal::LogOutput::eInfo : sal::LogOutput::eError);
     line << process.driverID << ": process " << process.pid << " ended" << (isExpected ? "" : " unexpectedly")
          << ": " << cause;
+    if (isReplaced)
+        line << "; a newer process had replaced it";
     if (!isShutdown && staleValues && *staleValues > 0)
         line << "; " << *staleValues << (*staleValues == 1 ? " value is" : " values are") << " stale";
     line << plan << std::endl;
@@ -359,6 +373,9 @@ void ProcessSupervisor::check() {
 
     const std::lock_guard lock(m_mutex);
     for (Watched& process : m_processes) {
+        // It serves nobody any more, and nobody waits for it.
+        if (process.replaced && now - *process.replaced >= m_settings.replacedLimit)
+            terminate(process, "still runs " + seconds(m_settings.replacedLimit) + " after it was replaced");
         if (!process.terminated || process.isKilled || now - *process.terminated < m_settings.killDelay)
             continue;
         process.isKilled = true;
@@ -387,7 +404,7 @@ void ProcessSupervisor::checkCommand(const CommandThread::Activity& activity, Cl
         if (!activity.driverID.empty() && process.driverID == activity.driverID &&
             process.started < activity.since)
             terminate(process, "has not ended " + seconds(m_settings.stopTimeout) + " after it was to stop");
-        if (!stuckDriver.empty() && process.driverID == stuckDriver) {
+        if (!stuckDriver.empty() && process.driverID == stuckDriver && !process.replaced) {
             isFound = true;
             terminate(process, "has not taken a message for " + seconds(m_settings.stopTimeout) +
                                    " and holds up \"" + activity.what + "\"");

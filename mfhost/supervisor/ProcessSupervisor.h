@@ -1,5 +1,7 @@
 #pragma once
 
+#include <signal.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -36,6 +38,8 @@ public:
         std::chrono::milliseconds killDelay{500};      ///< between SIGTERM and SIGKILL
         std::chrono::milliseconds hangTimeout{10000};  ///< 0: nothing is taken for hung
         std::chrono::milliseconds stacksLimit{2000};   ///< for reading the stacks of a process that hangs
+        /// For a process to end after a newer one has replaced it; it holds nobody up.
+        std::chrono::milliseconds replacedLimit{10000};
         RestartPlan::Settings restart = {};
     };
 
@@ -95,6 +99,7 @@ private:
         bool isKilled = false;
         std::string hang;  ///< how it hangs; empty while it does not
         std::unique_ptr<StackDump> pStacks;
+        std::optional<Clock::time_point> replaced = std::nullopt;  ///< when a newer one of its driver began
     };
     /// What a driver's queues had carried at one moment.
     struct Traffic {
@@ -106,6 +111,7 @@ private:
     void run();
     int pollTimeout();
     void reap(const std::string& driverID);
+    static bool isInOrder(const Watched& process, const siginfo_t& info);
     void ended(const Watched& process, const std::string& cause, bool isOrderly);
     std::string planRestart(const std::string& driverID, Clock::duration ran);
     bool isBusy();

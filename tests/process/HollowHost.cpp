@@ -36,9 +36,9 @@ void HollowHost::closeQueues() {
     m_pOutput.reset();
 }
 
-int HollowHost::startWrapper(const std::string& modulePath) {
+int HollowHost::startWrapper(const std::string& modulePath, const std::string& program) {
     sal::Path executable = sal::Path::getExeBasePath();
-    executable.expand("mfddllwrap");
+    executable.expand(program);
     Observer observer;
     sal::Process::setObserver(&observer);
     const bool started =

@@ -14,9 +14,9 @@ public:
     /// False when a queue cannot be made.
     bool makeQueues();
     void closeQueues();
-    /// Starts mfddllwrap from this program's directory, as the host does. The process ID; 0 when it did not
-    /// start.
-    int startWrapper(const std::string& modulePath);
+    /// Starts mfddllwrap from this program's directory, as the host does, or what stands in for it there. The
+    /// process ID; 0 when it did not start.
+    int startWrapper(const std::string& modulePath, const std::string& program = "mfddllwrap");
 
     bool send(const std::string& frame);
     /// The driver's next frame; "nothing" when none comes in time.

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -298,6 +299,74 @@ TEST_F(Wrapper, FreesTheQueuesForTheNextLoad) {
         host.closeQueues();
     }
     EXPECT_TRUE(std::filesystem::is_empty(directory / "queues"));
+}
+
+/// Comes up only when the test says so, as a process does on a busy machine.
+class LateWrapper : public Wrapper {
+protected:
+    ProcessController startLate() {
+        std::ofstream(directory / "starts") << "stop\n";
+        setenv("MFD_TEST_STARTS", (directory / "starts").c_str(), 1);
+        const StreamsToFiles streams(*this);
+        const int pid = host.startWrapper(module("Recorder"), "../late/bin/mfddllwrap");
+        unsetenv("MFD_TEST_STARTS");
+        EXPECT_NE(pid, 0);
+        siginfo_t info{};
+        EXPECT_EQ(waitid(P_PID, static_cast<id_t>(pid), &info, WSTOPPED), 0);
+        return ProcessController(pid);
+    }
+};
+
+TEST_F(LateWrapper, LeavesTheQueuesToItsSuccessor) {
+    ASSERT_TRUE(host.makeQueues());
+    ProcessController late = startLate();
+    host.closeQueues();
+    ASSERT_TRUE(host.makeQueues());
+    late.signal(SIGCONT);
+    EXPECT_EQ(late.waitEnd(), "exit 1");
+    EXPECT_THAT(standardError(),
+                ElementsAre(testing::AllOf(
+                    HasSubstr("AXIS1 QUEUE: queue AXIS1_INQ: not opened: it was made for a process that was "
+                              "started later than this one, which has been replaced"))));
+    EXPECT_THAT(record(), IsEmpty());
+    const StreamsToFiles streams(*this);
+    sut = ProcessController(host.startWrapper(module("Recorder")));
+    ASSERT_TRUE(host.send("INTCMP") && host.send("DEINIT"));
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+}
+
+TEST_F(LateWrapper, ServesTheQueuesThatItWasStartedFor) {
+    ASSERT_TRUE(host.makeQueues());
+    sut = startLate();
+    HollowHost other("AXIS2");
+    ASSERT_TRUE(other.makeQueues());
+    ASSERT_TRUE(host.send("INTCMP") && host.send("DEINIT"));
+    sut.signal(SIGCONT);
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
+    EXPECT_THAT(record(), Contains("initializationCompleted"));
+}
+
+TEST_F(LateWrapper, OfAHostThatLetGoFindsNoQueue) {
+    ASSERT_TRUE(host.makeQueues());
+    sut = startLate();
+    host.closeQueues();
+    sut.signal(SIGCONT);
+    EXPECT_EQ(sut.waitEnd(), "exit 1");
+    EXPECT_TRUE(std::filesystem::is_empty(directory / "queues"));
+}
+
+TEST_F(Wrapper, StartedByHandItServesQueuesThatWereMadeLater) {
+    HollowHost other("AXIS2");
+    ASSERT_TRUE(other.makeQueues());
+    ASSERT_TRUE(host.makeQueues());
+    sut = start("mfddllwrap", {module("Recorder"), "AXIS1"}, false);
+    ASSERT_TRUE(waitUntilItRuns());
+    host.closeQueues();
+    ASSERT_EQ(sut.waitEnd(), "exit 0");
+    ASSERT_TRUE(host.makeQueues());
+    sut = start("mfddllwrap", {module("Recorder"), "AXIS1"}, false);
+    ASSERT_TRUE(host.send("DEINIT"));
+    EXPECT_EQ(sut.waitEnd(), "exit 0");
 }
 
 TEST_F(Wrapper, LeavesNoDescriptorsOpenInTheHost) {

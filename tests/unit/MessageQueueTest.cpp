@@ -769,6 +769,65 @@ TEST_F(MessageQueue, OpenRefusesAQueueOfAnotherPidNamespace) {
     EXPECT_EQ(peer.line(), "not opened");
 }
 
+TEST_F(MessageQueue, OpenRefusesAQueueOfAnotherMakerThanThatOfItsProcess) {
+    ::setenv("MFD_QUEUE_MAKER", "00000000000000ab:1000000", 1);
+    sal::MessageQueue queue;
+    ASSERT_TRUE(queue.create("Q", 4, 16, 0));
+    sal::MessageQueue other;
+    EXPECT_EQ(logOf([&] { EXPECT_FALSE(other.open("Q")); }),
+              "QUEUE: queue Q: not opened: it was made by another host than the one that started this "
+              "process\n");
+    ::unsetenv("MFD_QUEUE_MAKER");
+    EXPECT_TRUE(other.open("Q"));
+}
+
+TEST_F(MessageQueue, OpenRefusesUnderAMalformedMaker) {
+    ::setenv("MFD_QUEUE_MAKER", "me", 1);
+    sal::MessageQueue queue;
+    ASSERT_TRUE(queue.create("Q", 4, 16, 0));
+    sal::MessageQueue other;
+    EXPECT_EQ(logOf([&] { EXPECT_FALSE(other.open("Q")); }),
+              "QUEUE: queue Q: not opened: MFD_QUEUE_MAKER=me is not 16 hexadecimal digits, a colon and a "
+              "number; a process that is started by hand needs none\n");
+    ::unsetenv("MFD_QUEUE_MAKER");
+}
+
+TEST_F(MessageQueue, ARefusedQueueStaysForWhomItIsMeant) {
+    sal::MessageQueue queue;
+    ASSERT_TRUE(queue.create("Q", 4, 16, 0));
+    ::setenv("MFD_QUEUE_MAKER", "00000000000000ab:1", 1);
+    sal::MessageQueue late;
+    logOf([&] { EXPECT_FALSE(late.open("Q")); });
+    ::unsetenv("MFD_QUEUE_MAKER");
+    sal::MessageQueue meant;
+    ASSERT_TRUE(meant.open("Q"));
+    EXPECT_TRUE(sendText(queue, "for you"));
+    EXPECT_EQ(receiveText(meant), "for you");
+    EXPECT_EQ(files(), std::vector<std::string>{"Q"});
+}
+
+TEST_F(MessageQueue, AForkedChildMakesItsQueuesAsAnotherMaker) {
+    sal::MessageQueue queue;
+    ASSERT_TRUE(queue.create("Q", 4, 16, 0));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        sal::MessageQueue own;
+        ::_exit(own.create("OWN", 4, 16, 0) ? ::pause() : 1);
+    }
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(file("OWN")); }));
+    const auto makerOf = [&](const std::string& name) {
+        std::uint64_t maker = 0;
+        std::ifstream stream(file(name), std::ios::binary);
+        stream.seekg(offsetof(sal::QueueHeader, maker));
+        stream.read(reinterpret_cast<char*>(&maker), sizeof maker);
+        return maker;
+    };
+    EXPECT_NE(makerOf("Q"), 0u);
+    EXPECT_NE(makerOf("Q"), makerOf("OWN"));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+}
+
 TEST_F(MessageQueue, AForkedChildDoesNotKeepTheNameInUse) {
     sal::MessageQueue sut;
     ASSERT_TRUE(sut.create("Q", 4, 1024, 0));

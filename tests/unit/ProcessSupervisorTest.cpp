@@ -273,6 +273,46 @@ TEST_F(ProcessSupervisorTest, LateCrashOfAReplacedProcessIsTold) {
     EXPECT_TRUE(hasLogged("ended unexpectedly: exit code 3"));
 }
 
+TEST_F(ProcessSupervisorTest, ReplacedProcessThatFindsNoQueueIsNoSurprise) {
+    const std::string gate = "/tmp/supervisor-gate-" + std::to_string(::getpid());
+    start("A", "while [ ! -e " + gate + " ]; do sleep 0.01; done; exit 1");
+    const int replaced = driver("A").pid;
+    start("A");
+    m_store.setStateValueInt("A.X", 1);
+    std::ofstream(gate) << "open";
+    EXPECT_TRUE(hasLogged("info     HOST: A: process " + std::to_string(replaced) +
+                          " ended: exit code 1; a newer process had replaced it\n"));
+    std::filesystem::remove(gate);
+    EXPECT_FALSE(m_store.find("A.X")->isStale());
+    EXPECT_FALSE(driver("A").nextTry);
+    const std::lock_guard lock(m_mutex);
+    EXPECT_EQ(std::vector<std::string>{}, m_gone);
+}
+
+TEST_F(ProcessSupervisorTest, EndsAReplacedProcessThatStays) {
+    ProcessSupervisor sut(m_roster, {.replacedLimit = 300ms},
+                          {.activity = [] { return CommandThread::Activity(); },
+                           .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
+                           .receiverGone = [](const std::string&) {},
+                           .exitNow = [](int) {},
+                           .restart = {}});
+    sut.start();
+    sal::Process::setObserver(&sut);
+    sal::Path sleep("/bin/sleep");
+    ASSERT_TRUE(sal::Process::createProcess("sleep", sleep, {"60", "0"}));
+    const int replaced = driver("0").pid;
+    ASSERT_TRUE(sal::Process::createProcess("sleep", sleep, {"60", "0"}));
+    const int fresh = driver("0").pid;
+    sal::Process::setObserver(&m_renaming);
+    EXPECT_TRUE(hasLogged("0: process " + std::to_string(replaced) +
+                          " still runs 0.3 s after it was replaced; it is ended\n"));
+    EXPECT_TRUE(hasLogged("0: process " + std::to_string(replaced) +
+                          " ended: signal 15 (Terminated); a newer process had replaced it\n"));
+    EXPECT_TRUE(m_roster.isRunning("0"));
+    ::kill(fresh, SIGKILL);
+    sut.endProcesses();
+}
+
 TEST_F(ProcessSupervisorTest, NamesADriverThatItDidNotStart) {
     setWaitingQueue("B_INQ", 400);
     setActivity("sendFID B.GO", "");

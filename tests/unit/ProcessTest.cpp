@@ -91,6 +91,13 @@ TEST_F(Process, EnvironmentIsPassedOn) {
     ::unsetenv("MFD_TEST_VALUE");
 }
 
+TEST_F(Process, EnvironmentWithoutAQueueMadeIsAsItIs) {
+    EXPECT_EQ(outputOf("echo \"<$MFD_QUEUE_MAKER>\""), "<>\n");
+    ::setenv("MFD_QUEUE_MAKER", "handed on", 1);
+    EXPECT_EQ(outputOf("echo \"<$MFD_QUEUE_MAKER>\""), "<handed on>\n");
+    ::unsetenv("MFD_QUEUE_MAKER");
+}
+
 TEST_F(Process, StandardInputIsEmpty) {
     EXPECT_EQ(outputOf("readlink /proc/$$/fd/0"), "/dev/null\n");
 }
