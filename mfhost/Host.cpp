@@ -114,7 +114,12 @@ int Host::run() {
     if (m_options.console) {
         m_pConsole = std::make_unique<Console>(Console::Handlers{
             .line = [this](const std::string& line) { readConsoleLine(line); },
-            .end = [this] { m_commands.stopWhenDone(); },
+            .end =
+                [this] {
+                    if (!Console::isInteractive())
+                        m_isStartOver.wait(false);
+                    m_commands.stopWhenDone();
+                },
             .complete = [this](const auto& before, const auto& prefix) { return complete(before, prefix); }});
     }
     if (m_options.follow) {
@@ -135,7 +140,11 @@ int Host::run() {
     };
     m_commands.start(
         onActivity, [this] { shutDown(); }, [this] { m_signals.interrupt(); });
-    m_commands.post("start-up", [this] { startUp(); });
+    m_commands.post("start-up", [this] {
+        startUp();
+        m_isStartOver = true;
+        m_isStartOver.notify_all();
+    });
     bool isAsked = false;
     while (const int signal = m_signals.wait()) {
         if (isAsked) {
@@ -160,13 +169,16 @@ int Host::run() {
 
 void Host::startUp() {
     try {
+        // A prompt would stand in the middle of what the start prints.
+        if (m_pConsole && !Console::isInteractive())
+            m_pConsole->start();
         if (!startManager()) {
             requestShutdown("the start failed", 1);
             return;
         }
         m_isStarted = true;
         hostLog(sal::LogOutput::eInfo) << "the workplace is started" << std::endl;
-        if (m_pConsole)
+        if (m_pConsole && Console::isInteractive())
             m_pConsole->start();
     } catch (const std::exception& error) {
         hostLog(sal::LogOutput::eCritical) << error.what() << std::endl;
@@ -233,7 +245,7 @@ bool Host::startDrivers() {
         return false;
     }
     for (const DriverRoster::Driver& driver : m_roster.drivers())
-        endStart(driver.id);
+        endStart(driver);
     if (hasPanel) {
         if (!isComplete)
             hostLog(sal::LogOutput::eWarning) << "not every driver of " << m_options.config
@@ -264,7 +276,7 @@ std::string Host::configurationRefusal() const {
 
 void Host::readConsoleLine(const std::string& line) {
     if (!Console::isInteractive()) {
-        m_commands.postWaiting(line, [this, line] { execute(line, EOrigin::Console); });
+        readScriptLine(line);
         return;
     }
     // The prompt waits for the reply, but not for a command that takes long.
@@ -279,6 +291,15 @@ void Host::readConsoleLine(const std::string& line) {
         std::cout << "the host is stopping or has too much to do; \"" << line << "\" is ignored" << std::endl;
     else if (done.wait_for(s_promptDelay) == std::future_status::timeout)
         std::cout << "\"" << line << "\" goes on; its reply comes later" << std::endl;
+}
+
+void Host::readScriptLine(const std::string& line) {
+    if (!m_isStartOver && CommandWords::split(line) == std::vector<std::string>{"quit"}) {
+        requestShutdown("quit", m_exitCode);
+        return;
+    }
+    m_isStartOver.wait(false);
+    m_commands.postWaiting(line, [this, line] { execute(line, EOrigin::Console); });
 }
 
 void Host::execute(const std::string& line, EOrigin origin) {
@@ -365,13 +386,17 @@ void Host::restart(const std::string& driverID) {
         hostLog(sal::LogOutput::eInfo) << driverID << ": is started again" << std::endl;
 }
 
-void Host::endStart(const std::string& driverID, const std::string& reason) {
-    if (!m_options.startDriverProcesses)
-        return;
+void Host::endStart(const std::string& driverID) {
     for (const DriverRoster::Driver& driver : m_roster.drivers()) {
-        if (driver.id == driverID && driver.interfaceType == EInterfaceTypes::Queue && isDescribed(driver))
-            m_supervisor.endStart(driverID, reason);
+        if (driver.id == driverID)
+            endStart(driver);
     }
+}
+
+void Host::endStart(const DriverRoster::Driver& driver) {
+    if (m_options.startDriverProcesses && driver.interfaceType == EInterfaceTypes::Queue &&
+        isDescribed(driver))
+        m_supervisor.endStart(driver.id);
 }
 
 int Host::describedCount() const {

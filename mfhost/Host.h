@@ -48,13 +48,16 @@ private:
     std::string configurationRefusal() const;
 
     void readConsoleLine(const std::string& line);
+    /// A script's lines wait for the end of the start; a quit that is its first line is answered at once.
+    void readScriptLine(const std::string& line);
     void execute(const std::string& line, EOrigin origin);
     void executeChecked(const std::string& line, std::ostream& reply);
     void reload(const std::string& line, const std::string& driverID, std::ostream& reply);
     /// Starts a driver again that ended without being asked to.
     void restart(const std::string& driverID);
     /// Tells the supervisor of those that the configuration runs in processes.
-    void endStart(const std::string& driverID, const std::string& reason = {});
+    void endStart(const std::string& driverID);
+    void endStart(const DriverRoster::Driver& driver);
     std::string reloadRefusal(const std::string& driverID);
     /// How many descriptors were found so far.
     int describedCount() const;
@@ -94,5 +97,6 @@ private:
     std::optional<std::chrono::steady_clock::time_point> m_outputLost;  ///< when it was last said
 
     std::atomic<bool> m_isStarted = false;
+    std::atomic<bool> m_isStartOver = false;  ///< also when it failed
     std::atomic<int> m_exitCode = 0;
 };

@@ -1,6 +1,7 @@
 #include "DriverRoster.h"
 
 #include <algorithm>
+#include <set>
 #include <string_view>
 
 DriverRoster::DriverRoster(StateStore& store) : m_store(store) {
@@ -18,18 +19,18 @@ DriverRoster::Driver& DriverRoster::driver(const std::string& driverID) {
 }
 
 void DriverRoster::configure(const std::vector<WorkplaceFile::Entry>& entries) {
+    std::set<std::string_view> configuredIDs;
     const std::lock_guard lock(m_mutex);
     for (const WorkplaceFile::Entry& entry : entries) {
+        configuredIDs.insert(entry.driverID);
         Driver& configured = driver(entry.driverID);
         configured.type = entry.driverType;
         configured.version = entry.version;
         configured.interfaceType = entry.interfaceType;
     }
     std::erase_if(m_drivers, [&](const auto& item) {
-        const bool isConfigured = std::any_of(
-            entries.begin(), entries.end(), [&](const auto& entry) { return entry.driverID == item.first; });
-        return !isConfigured && item.first != "PANEL" && item.second.status != EStatus::Running &&
-               item.second.status != EStatus::Hung;
+        return !configuredIDs.contains(item.first) && item.first != "PANEL" &&
+               item.second.status != EStatus::Running && item.second.status != EStatus::Hung;
     });
 }
 

@@ -85,6 +85,20 @@ TEST_F(HostFiles, ConfigurationOfTenMegabytesIsReadAndItsFaultNamedWithItsLine) 
                 HasSubstr("Parse error in \"" + file() + "\" line " + std::to_string(line) + "\n"));
 }
 
+TEST_F(HostFiles, FiftyThousandEntriesOfAnUnknownTypeStart) {
+    std::string entries;
+    for (int i = 0; i < 50'000; ++i)
+        entries += Workplace::entry("D" + std::to_string(i), "Unknown", "queue");
+    workplace().configure(entries);
+    HostProcess& host = start();
+    host.type("state NONE");
+    host.closeInput();
+    // A guard only: what grew with the square of the entries took minutes.
+    EXPECT_EQ(host.waitForEnd(100), 0);
+    EXPECT_THAT(host.log(), HasSubstr("HOST: the workplace is started\n"));
+    EXPECT_THAT(host.output(), HasSubstr("no state value matches NONE\n"));
+}
+
 TEST_F(HostFiles, DeviceAsConfigurationIsRefused) {
     fs::create_symlink("/dev/zero", file());
     expectRefusal(file() + " is no regular file");

@@ -90,6 +90,30 @@ TEST_F(HostTest, QuitDropsTheLinesBehindIt) {
     EXPECT_THAT(host.output(), Not(HasSubstr("no events")));
 }
 
+TEST_F(HostTest, QuitIsAnsweredWhileTheWorkplaceStarts) {
+    for (const char* id : {"A", "B", "C", "D"})
+        addDriver(id, "Echo", "queue");
+    HostProcess& host = start();
+    host.type("quit");
+    EXPECT_EQ(0, host.waitForEnd());
+    const std::string log = host.log();
+    const auto answered = log.find("HOST: shutting down: quit\n");
+    ASSERT_NE(std::string::npos, answered) << log;
+    // Nothing where the start takes so long that its end is enforced.
+    EXPECT_LT(answered, log.find("HOST: the workplace is started\n")) << log;
+}
+
+TEST_F(HostTest, QuitBehindAnotherLineWaitsForTheStart) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = start();
+    host.type("state NONE.*");
+    host.type("quit");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("no state value matches NONE.*\n"));
+    const std::string log = host.log();
+    EXPECT_LT(log.find("HOST: the workplace is started\n"), log.find("HOST: shutting down: quit\n")) << log;
+}
+
 TEST_F(HostTest, ScriptSeesWhatItSetOffInADriverProcess) {
     addDriver("E", "Echo", "queue");
     HostProcess& host = start();
