@@ -4,6 +4,7 @@ option(MFD_TESTS "Build the tests" ON)
 option(MFD_FUZZ "Build the fuzzing programs; needs clang" OFF)
 option(MFD_BENCH "Build the measurements; ./dev setup --bench installs what they need" OFF)
 set(MFD_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
+set(MFD_TEST_PREFIX "" CACHE STRING "What the names of this tree's tests begin with")
 
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
