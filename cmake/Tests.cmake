@@ -9,8 +9,10 @@
 #   SANITIZED  it is run under sanitizers as well.
 #   TIMEOUT    a guard against hanging, for one test; a shard has as many seconds more as it has tests to run.
 
-# ./dev test gives ctest this many places for each processor; what computes takes as many, what sleeps one.
-set(MFD_PLACES 6)
+# tools/run/test gives ctest six places for each processor. What computes takes five of them, so that something
+# that sleeps goes on beside it, and begins before that.
+set(MFD_COMPUTES PROCESSORS 5 COST 100)
+set(MFD_SLEEPS PROCESSORS 1)
 
 if(MFD_SANITIZE MATCHES "thread")
     # ThreadSanitizer needs its addresses where it expects them; not every container lets it have that.
@@ -28,9 +30,9 @@ function(mfd_add_tests program)
     if(NOT arg_SHARDS)
         set(arg_SHARDS 1)
     endif()
-    set(places ${MFD_PLACES})
+    set(places ${MFD_COMPUTES})
     if(arg_SLEEPS)
-        set(places 1)
+        set(places ${MFD_SLEEPS})
     endif()
     set(prefix "${MFD_TEST_PREFIX}${arg_LABEL}.")
     if(MFD_SANITIZE AND NOT arg_SANITIZED)
@@ -44,7 +46,7 @@ function(mfd_add_tests program)
     endif()
     if(arg_EACH OR NOT MFD_SANITIZE)
         gtest_discover_tests(${program} TEST_PREFIX ${prefix} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
-            PROPERTIES LABELS ${labels} TIMEOUT ${arg_TIMEOUT} PROCESSORS ${places})
+            PROPERTIES LABELS ${labels} TIMEOUT ${arg_TIMEOUT} ${places})
     endif()
     if(arg_EACH)
         return()
@@ -58,7 +60,7 @@ function(mfd_add_tests program)
         endif()
         add_test(NAME ${name} COMMAND ${program})
         math(EXPR limit "${arg_TIMEOUT} + 840")
-        set_tests_properties(${name} PROPERTIES LABELS ${arg_LABEL}/whole TIMEOUT ${limit} PROCESSORS ${places}
+        set_tests_properties(${name} PROPERTIES LABELS ${arg_LABEL}/whole TIMEOUT ${limit} ${places}
             ENVIRONMENT "GTEST_TOTAL_SHARDS=${arg_SHARDS};GTEST_SHARD_INDEX=${shard}")
     endforeach()
 endfunction()
