@@ -2,11 +2,13 @@
 
 #include "DriverGuard.h"
 #include "IFunctionID.h"
+#include "Throttle.h"
 
 namespace sal {
 
-/// A driver's IFunctionID behind a guard against exceptions. Owned by its Module, whose answers it gives for
-/// other interfaces; borrows the driver. Any thread.
+/// A driver's IFunctionID behind a guard against exceptions and against circles of drivers: a call that is
+/// too deep inside others is refused, with a log line that names the circle. Owned by its Module, whose
+/// answers it gives for other interfaces; borrows the driver. Any thread.
 class GuardedFunctionID : public IFunctionID {
 public:
     GuardedFunctionID(IInterface& module, IFunctionID& driver, const DriverGuard& guard)
@@ -18,9 +20,13 @@ public:
     bool showState() const override;
 
 private:
+    template <class Call>
+    bool runNested(const char* operation, const std::string& fid, const Call& call) const;
+
     IInterface& m_module;
     IFunctionID& m_driver;
     const DriverGuard& m_guard;
+    mutable Throttle m_circles;
 };
 
 }  // namespace sal

@@ -12,6 +12,7 @@ namespace {
 
 using testing::_;
 using testing::Eq;
+using testing::HasSubstr;
 using testing::Return;
 using testing::StrictMock;
 using testing::Throw;
@@ -57,6 +58,48 @@ TEST_F(GuardedFunctionID, ExceptionIsFalse) {
     EXPECT_FALSE(sut.sendFID("MOVE", {}));
     EXPECT_FALSE(sut.subscribe("MOVE"));
     EXPECT_FALSE(sut.showState());
+}
+
+/// A driver that sends each FID that it gets to itself.
+class Circle : public Driver {
+public:
+    bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override {
+        ++calls;
+        return pSelf->sendFID(fid, parameters);
+    }
+    bool subscribe(const std::string& fid) const override {
+        ++calls;
+        return pSelf->subscribe(fid);
+    }
+
+    const IFunctionID* pSelf = nullptr;
+    mutable int calls = 0;
+};
+
+TEST_F(GuardedFunctionID, CircleIsRefusedAndSaidOnce) {
+    LogCapture log;
+    guard.setDriverID("A");
+    Circle circle;
+    const sal::GuardedFunctionID circling{module, circle, guard};
+    circle.pSelf = &circling;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FALSE(circling.sendFID("PING", {}));
+    EXPECT_EQ(circle.calls, 600);
+    const std::string text = log.finish();
+    EXPECT_THAT(text, HasSubstr("error    MODULE: driver A: sendFID(PING) is refused: drivers call each other "
+                                "in a circle, 201 calls deep: A.PING -> A.PING\n"));
+    EXPECT_EQ(text.find('\n'), text.size() - 1);
+}
+
+TEST_F(GuardedFunctionID, CircleOfSubscriptionsIsRefusedToo) {
+    LogCapture log;
+    guard.setDriverID("A");
+    Circle circle;
+    const sal::GuardedFunctionID circling{module, circle, guard};
+    circle.pSelf = &circling;
+    EXPECT_FALSE(circling.subscribe("DONE"));
+    EXPECT_EQ(circle.calls, 200);
+    EXPECT_THAT(log.finish(), HasSubstr("driver A: subscribe(DONE) is refused: "));
 }
 
 TEST_F(GuardedFunctionID, OtherInterfacesAreAskedOfTheModule) {
