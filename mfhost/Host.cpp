@@ -295,7 +295,9 @@ void Host::readConsoleLine(const std::string& line) {
 
 void Host::readScriptLine(const std::string& line) {
     if (!m_isStartOver && CommandWords::split(line) == std::vector<std::string>{"quit"}) {
-        requestShutdown("quit", m_exitCode);
+        // As at the end of the input, the drivers that are being started are not held to the shutdown's time.
+        hostLog(sal::LogOutput::eInfo) << "shutting down: quit" << std::endl;
+        m_commands.stopAfterCurrent();
         return;
     }
     m_isStartOver.wait(false);

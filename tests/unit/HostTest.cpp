@@ -90,17 +90,21 @@ TEST_F(HostTest, QuitDropsTheLinesBehindIt) {
     EXPECT_THAT(host.output(), Not(HasSubstr("no events")));
 }
 
-TEST_F(HostTest, QuitIsAnsweredWhileTheWorkplaceStarts) {
-    for (const char* id : {"A", "B", "C", "D"})
+// A second for each of them: longer than a shutdown may take.
+TEST_F(HostTest, QuitIsAnsweredWhileTheWorkplaceStartsAndCutsNoStartOff) {
+    for (const char* id : {"A", "B", "C", "D", "E", "F", "G"})
         addDriver(id, "Echo", "queue");
     HostProcess& host = start();
     host.type("quit");
     EXPECT_EQ(0, host.waitForEnd());
     const std::string log = host.log();
     const auto answered = log.find("HOST: shutting down: quit\n");
+    const auto started = log.find("HOST: the workplace is started\n");
     ASSERT_NE(std::string::npos, answered) << log;
-    // Nothing where the start takes so long that its end is enforced.
-    EXPECT_LT(answered, log.find("HOST: the workplace is started\n")) << log;
+    ASSERT_NE(std::string::npos, started) << log;
+    EXPECT_LT(answered, started) << log;
+    EXPECT_THAT(host.output(), HasSubstr("Deinitializing MF driver ID: G...OK\n"));
+    EXPECT_THAT(log, HasSubstr("HOST: all drivers are stopped\n"));
 }
 
 TEST_F(HostTest, QuitBehindAnotherLineWaitsForTheStart) {
