@@ -55,10 +55,10 @@ class SoakTest(unittest.TestCase):
         for name in ("WorkplaceFile", "DescriptorFile", "DriverMessages", "HostMessages", "CommandLine"):
             self.write(f"build/fuzz/bin/Fuzz{name}", "")
         # Nothing is installed, configured or built.
-        self.stubs = Path(temporary.name) / "stubs"
+        self.stand_ins = Path(temporary.name) / "stand_ins"
         for name in ("cmake", "ccache"):
-            self.write(self.stubs / name, "#!/bin/sh\nexit 0\n")
-        self.write(self.stubs / "dpkg-query", "#!/bin/sh\nprintf installed\n")
+            self.write(self.stand_ins / name, "#!/bin/sh\nexit 0\n")
+        self.write(self.stand_ins / "dpkg-query", "#!/bin/sh\nprintf installed\n")
         self.trace = Path(temporary.name) / "trace"
 
     def write(self, path, text):
@@ -70,7 +70,7 @@ class SoakTest(unittest.TestCase):
     def soak(self, *words, stop_at="", fail_at=""):
         """Exit code, output and the steps that ran."""
         self.trace.write_text("")
-        environment = dict(os.environ, PATH=f"{self.stubs}:{os.environ['PATH']}", TRACE=str(self.trace), STOP_AT=stop_at,
+        environment = dict(os.environ, PATH=f"{self.stand_ins}:{os.environ['PATH']}", TRACE=str(self.trace), STOP_AT=stop_at,
                            FAIL_AT=fail_at, MFD_CHAOS_MINUTES="1", MFD_JOBS="1", GIT_CEILING_DIRECTORIES=str(self.tree.parent))
         # The number of the process group, which is the shell's own.
         command = ["bash", "-c", 'RUN=$$ exec "$0" "$@"', str(self.tree / "dev"), "soak", *words]
