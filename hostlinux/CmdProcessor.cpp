@@ -10,7 +10,7 @@
 #include "CommandLine.h"
 #include "ExceptionText.h"
 #include "LogLine.h"
-#include "PrintableText.h"
+#include "Printable.h"
 #include "sal/LogOutput.h"
 
 namespace sal {
@@ -90,7 +90,7 @@ std::vector<std::string> CmdProcessor::Impl::nearest(std::string_view word) cons
 }
 
 void CmdProcessor::Impl::sayUnknown(const std::string& word, std::ostream& reply) const {
-    reply << "unknown command \"" << printable(word) << '"';
+    reply << "unknown command \"" << base::printable(word) << '"';
     const auto names = nearest(word);
     for (std::size_t i = 0; i < names.size(); ++i)
         reply << (i == 0                  ? "; did you mean \""
@@ -119,7 +119,7 @@ bool CmdProcessor::Impl::call(CmdRegister& record, CmdParameters& parameters, st
             throw;
         reason = currentExceptionText();
     }
-    reply << record.name() << " failed: " << printable(reason) << std::endl;
+    reply << record.name() << " failed: " << base::printable(reason) << std::endl;
     logLine("COMMAND", LogOutput::eError, record.name() + " failed: " + reason);
     return false;
 }

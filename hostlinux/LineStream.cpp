@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "PrintableText.h"
+#include "Printable.h"
 
 namespace sal {
 namespace {
@@ -12,8 +12,9 @@ constexpr std::size_t s_longestLine = 64u << 10;
 
 }  // namespace
 
-LineStream::Buffer::Buffer(std::ostream& stream, std::weak_ptr<LogCore> pCore, std::string output, int level)
-    : m_stream(stream), m_pCore(std::move(pCore)), m_output(std::move(output)), m_level(level) {}
+LineStream::Buffer::Buffer(std::ostream& stream, std::weak_ptr<LogCore> pCore, const std::string& output,
+                           int level)
+    : m_stream(stream), m_pCore(std::move(pCore)), m_output(base::printable(output)), m_level(level) {}
 
 LineStream::Buffer::int_type LineStream::Buffer::overflow(int_type c) {
     if (!traits_type::eq_int_type(c, traits_type::eof())) {
@@ -53,11 +54,11 @@ void LineStream::Buffer::handOverRest() {
 void LineStream::Buffer::handOver() {
     const std::string text = std::exchange(m_text, std::string());
     if (const auto pCore = m_pCore.lock())
-        pCore->write(m_output, m_level, printable(text));
+        pCore->write(m_output, m_level, base::printable(text));
 }
 
-LineStream::LineStream(std::weak_ptr<LogCore> pCore, std::string output, int level)
-    : std::ostream(nullptr), m_buffer(*this, std::move(pCore), std::move(output), level) {
+LineStream::LineStream(std::weak_ptr<LogCore> pCore, const std::string& output, int level)
+    : std::ostream(nullptr), m_buffer(*this, std::move(pCore), output, level) {
     rdbuf(&m_buffer);
 }
 

@@ -14,7 +14,7 @@ namespace sal {
 /// log, and then drops its lines.
 class LineStream : public std::ostream {
 public:
-    LineStream(std::weak_ptr<LogCore> pCore, std::string output, int level);
+    LineStream(std::weak_ptr<LogCore> pCore, const std::string& output, int level);
     /// A line that was begun but not ended is handed over as it is.
     ~LineStream() override;
 
@@ -23,7 +23,7 @@ public:
 private:
     class Buffer : public std::streambuf {
     public:
-        Buffer(std::ostream& stream, std::weak_ptr<LogCore> pCore, std::string output, int level);
+        Buffer(std::ostream& stream, std::weak_ptr<LogCore> pCore, const std::string& output, int level);
         void handOverRest();
         bool isOrphan() const { return m_pCore.expired(); }
 

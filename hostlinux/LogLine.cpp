@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <ostream>
 
-#include "PrintableText.h"
+#include "Printable.h"
 #include "sal/LogManager.h"
 
 namespace sal {
@@ -20,7 +20,7 @@ void logLine(const char* output, int level, const std::string& text) {
     if (LogManager* pLog = OptionalLog::get())
         pLog->getLogOutput(output)->level(level) << text << std::endl;
     else if (level <= LogOutput::eWarning)
-        std::fprintf(stderr, "%s: %s\n", output, printable(text).c_str());
+        std::fprintf(stderr, "%s: %s\n", output, base::printable(text).c_str());
 }
 
 void flushLog() {

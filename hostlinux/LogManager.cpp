@@ -16,6 +16,7 @@
 #include "LogChannel.h"
 #include "LogCore.h"
 #include "LogOutputImpl.h"
+#include "Printable.h"
 #include "StandardErrorSink.h"
 
 namespace sal {
@@ -76,7 +77,7 @@ bool isColourTerminal() {
 /// Who speaks: the tag and the output's name, once when they are the same.
 class Speaker : public spdlog::custom_flag_formatter {
 public:
-    explicit Speaker(std::string tag) : m_tag(std::move(tag)) {}
+    explicit Speaker(const std::string& tag) : m_tag(base::printable(tag)) {}
 
     void format(const spdlog::details::log_msg& message, const std::tm&,
                 spdlog::memory_buf_t& line) override {
@@ -140,7 +141,7 @@ std::shared_ptr<LogCore> makeCore(const LogManager::Settings& settings) {
     const auto complain = [pWeak = std::weak_ptr<LogChannel>(pStandardError)](const std::string& what) {
         if (const auto pChannel = pWeak.lock())
             pChannel->post(std::make_shared<const LogRecord>(
-                LogRecord{spdlog::level::err, spdlog::log_clock::now(), "LOG", what}));
+                LogRecord{spdlog::level::err, spdlog::log_clock::now(), "LOG", base::printable(what)}));
     };
     pCore->addChannel(std::make_shared<LogChannel>(
         [file = file.string(), tag = settings.tag] { return openFile(file, tag); }, complain));

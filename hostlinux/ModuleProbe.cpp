@@ -20,7 +20,7 @@
 
 #include "FileHandle.h"
 #include "LogLine.h"
-#include "PrintableText.h"
+#include "Printable.h"
 #include "ProbeResult.h"
 #include "SpawnSettings.h"
 #include "sal/LogOutput.h"
@@ -118,7 +118,7 @@ public:
             return {};
         const auto begin = m_text.find_last_of('\n', end);
         const std::string line = m_text.substr(begin + 1, end - begin);
-        return "; it said: " + printable(line.substr(line.find_first_not_of(" \t\r")));
+        return "; it said: " + base::printable(line.substr(line.find_first_not_of(" \t\r")));
     }
 
 private:

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Printable.h"
 #include "SigningCommands.h"
 
 int ControlLine::run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
@@ -37,7 +38,7 @@ int ControlLine::run(int argc, const char* const* argv, std::ostream& out, std::
     } catch (const CLI::Success& success) {
         return app.exit(success, out, err);
     } catch (const CLI::Error& error) {
-        err << "mfctl: " << error.what() << "\n"
+        err << "mfctl: " << base::printable(error.what()) << "\n"
             << "usage: mfctl keygen NAME | sign --key FILE FILE... | verify --trust DIR FILE...; "
                "mfctl --help tells more"
             << std::endl;

@@ -8,6 +8,7 @@
 
 #include "KeyFile.h"
 #include "OutputFile.h"
+#include "Printable.h"
 #include "XMLVerify.h"
 #include "sal/Path.h"
 
@@ -58,9 +59,9 @@ int SigningCommands::keygen(const std::string& name) {
         ::unlink(privateFile.c_str());
         return fail(error);
     }
-    m_out << privateFile << ": private key, keep it secret\n"
-          << publicFile << ": public key " << fingerprint(key) << ", for the trust directories of hosts"
-          << std::endl;
+    m_out << base::printable(privateFile) << ": private key, keep it secret\n"
+          << base::printable(publicFile) << ": public key " << fingerprint(key)
+          << ", for the trust directories of hosts" << std::endl;
     return 0;
 }
 
@@ -88,7 +89,7 @@ int SigningCommands::sign(const std::string& keyFile, const std::vector<std::str
         if (error.empty())
             error = OutputFile::replace(file + ".sig.info", record(key, bytes, file));
         if (error.empty())
-            m_out << file << ": signed with " << fingerprint(key) << std::endl;
+            m_out << base::printable(file) << ": signed with " << fingerprint(key) << std::endl;
         else
             exitCode = fail(error);
     }
@@ -101,7 +102,7 @@ int SigningCommands::verify(const std::string& trustDirectory, const std::vector
     for (const std::string& file : files) {
         const std::string fault = XMLVerify::signatureFault(sal::Path(file));
         if (fault.empty())
-            m_out << file << ": signed by a trusted key" << std::endl;
+            m_out << base::printable(file) << ": signed by a trusted key" << std::endl;
         else
             exitCode = fail(file + ": " + fault);
     }
@@ -109,6 +110,6 @@ int SigningCommands::verify(const std::string& trustDirectory, const std::vector
 }
 
 int SigningCommands::fail(const std::string& reason) {
-    m_err << "mfctl: " << reason << std::endl;
+    m_err << "mfctl: " << base::printable(reason) << std::endl;
     return 1;
 }

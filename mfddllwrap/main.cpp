@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "DriverProcess.h"
+#include "Printable.h"
 #include "WrapperOptions.h"
 #include "sal/LogManager.h"
 
@@ -40,7 +41,8 @@ int main(int argc, char** argv) {
             return 1;
         }
     } catch (const std::exception& exception) {
-        std::cerr << options.driverID << ": the driver process cannot go on: " << exception.what()
+        std::cerr << base::printable(options.driverID +
+                                     ": the driver process cannot go on: " + exception.what())
                   << std::endl;
         return 1;
     }

@@ -29,6 +29,7 @@
 #include "InterfaceIds.h"
 #include "MfDriverManager.h"
 #include "Needed.h"
+#include "Printable.h"
 #include "TerminalModes.h"
 #include "WorkplaceFile.h"
 #include "XMLVerify.h"
@@ -288,9 +289,10 @@ void Host::readConsoleLine(const std::string& line) {
     });
     pDone.reset();
     if (!isPosted)
-        std::cout << "the host is stopping or has too much to do; \"" << line << "\" is ignored" << std::endl;
+        std::cout << "the host is stopping or has too much to do; \"" << base::printable(line)
+                  << "\" is ignored" << std::endl;
     else if (done.wait_for(s_promptDelay) == std::future_status::timeout)
-        std::cout << "\"" << line << "\" goes on; its reply comes later" << std::endl;
+        std::cout << "\"" << base::printable(line) << "\" goes on; its reply comes later" << std::endl;
 }
 
 void Host::readScriptLine(const std::string& line) {
@@ -339,7 +341,7 @@ void Host::executeChecked(const std::string& line, std::ostream& reply) {
 void Host::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {
     const std::string reason = reloadRefusal(driverID);
     if (!reason.empty()) {
-        reply << driverID << " is not reloaded, nothing is unloaded: " << reason << std::endl;
+        reply << base::printable(driverID + " is not reloaded, nothing is unloaded: " + reason) << std::endl;
         return;
     }
     m_supervisor.beginReload(driverID);

@@ -5,6 +5,8 @@
 #include <cctype>
 #include <filesystem>
 
+#include "Printable.h"
+
 namespace {
 
 std::string absolutePath(const std::string& path) {
@@ -137,13 +139,13 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
     } catch (const CLI::Success& success) {
         return app.exit(success, out, err);
     } catch (const CLI::Error& error) {
-        err << "mfhost: " << error.what() << "\n"
+        err << "mfhost: " << base::printable(error.what()) << "\n"
             << "usage: mfhost --drivers DIR [--drivers DIR ...] --config FILE [options]; "
                "mfhost --help lists them"
             << std::endl;
         return 2;
     } catch (const std::filesystem::filesystem_error& error) {
-        err << "mfhost: " << error.what() << std::endl;
+        err << "mfhost: " << base::printable(error.what()) << std::endl;
         return 2;
     }
     return options;

@@ -6,7 +6,7 @@
 #include <cctype>
 #include <cstdlib>
 
-#include "check/QuotedText.h"
+#include "Printable.h"
 #include "check/XmlFile.h"
 
 namespace {
@@ -98,11 +98,11 @@ void WorkplaceFile::readWorkplace(const TiXmlElement& workplace) {
                "started");
     } else if (id < 0 || id > 7) {
         stopAt(workplace.Row(),
-               "the workplace id " + QuotedText::of(*pID) +
+               "the workplace id " + base::quoted(*pID) +
                    " is not a number from 0 to 7; it and what stands behind it is not started");
     } else if (!std::all_of(pID->begin(), pID->end(), [](unsigned char c) { return std::isdigit(c); }) ||
                pID->empty()) {
-        m_faults.push_back({workplace.Row(), "the workplace id " + QuotedText::of(*pID) + " is read as " +
+        m_faults.push_back({workplace.Row(), "the workplace id " + base::quoted(*pID) + " is read as " +
                                                  std::to_string(id) + "; write a number from 0 to 7"});
     }
 

@@ -16,6 +16,7 @@
 #include "Host.h"
 #include "HostLog.h"
 #include "OptionParser.h"
+#include "Printable.h"
 #include "Sandbox.h"
 #include "StopSignals.h"
 #include "TerminalModes.h"
@@ -49,7 +50,7 @@ bool enterWorkDirectory(const std::string& directory) {
     if (!error)
         std::filesystem::current_path(directory, error);
     if (error)
-        std::cerr << "mfhost: --workdir " << directory << ": " << error.message() << std::endl;
+        std::cerr << base::printable("mfhost: --workdir " + directory + ": " + error.message()) << std::endl;
     return !error;
 }
 
@@ -85,7 +86,7 @@ int runProgram(int argc, char** argv) {
         return CheckCommand::run(options, std::cout);
     if (options.sandbox) {
         if (const auto reason = Sandbox::enter(options.sandboxDirectory)) {
-            std::cerr << "mfhost: --sandbox is not possible here: " << *reason << std::endl;
+            std::cerr << "mfhost: --sandbox is not possible here: " << base::printable(*reason) << std::endl;
             return 1;
         }
     }
@@ -106,7 +107,7 @@ int main(int argc, char** argv) {
     try {
         return runProgram(argc, argv);
     } catch (const std::exception& error) {
-        std::cerr << "mfhost: " << error.what() << std::endl;
+        std::cerr << "mfhost: " << base::printable(error.what()) << std::endl;
         return 1;
     }
 }

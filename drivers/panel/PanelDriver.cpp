@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Printable.h"
+
 struct PanelDriver::Function {
     const char* name;
     std::initializer_list<const char*> parameters;  ///< all are required
@@ -113,8 +115,8 @@ bool PanelDriver::showState() const {
         return false;
     const MacroState state = m_pMacroSystem->state();
     std::cout << "macro system " << wordFor(state.activity)
-              << (state.name.empty() ? "" : " \"" + state.name + '"') << ", " << state.names.size()
-              << " macros" << (state.unsaved ? ", not all saved" : "") << std::endl;
+              << (state.name.empty() ? "" : " \"" + base::printable(state.name) + '"') << ", "
+              << state.names.size() << " macros" << (state.unsaved ? ", not all saved" : "") << std::endl;
     return true;
 }
 

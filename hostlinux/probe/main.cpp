@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "InterfaceIds.h"
+#include "Printable.h"
 #include "ProbeResult.h"
 #include "sal/CmdProcessor.h"
 #include "sal/LogManager.h"
@@ -42,9 +43,9 @@ int probe(const std::string& path) {
         return sal::ProbeResult::s_notLoaded;
     const bool takesFids = pModule->queryInterface(IID_IFunctionID) != nullptr;
     const bool isConfigured = pModule->queryInterface(IID_IMFDConfiguration) != nullptr;
-    std::cout << path << " is loaded; IFunctionID (" << IID_IFunctionID << "): " << (takesFids ? "yes" : "no")
-              << ", IMFDConfiguration (" << IID_IMFDConfiguration << "): " << (isConfigured ? "yes" : "no")
-              << std::endl;
+    std::cout << base::printable(path) << " is loaded; IFunctionID (" << IID_IFunctionID
+              << "): " << (takesFids ? "yes" : "no") << ", IMFDConfiguration (" << IID_IMFDConfiguration
+              << "): " << (isConfigured ? "yes" : "no") << std::endl;
     return sal::ProbeResult::s_answered;
 }
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "JsonText.h"
+#include "Printable.h"
 
 namespace {
 
@@ -28,20 +28,20 @@ std::size_t CheckReport::count(Finding::ESeverity severity) const {
 
 void CheckReport::writeText(std::ostream& out) const {
     for (const Finding& finding : m_findings)
-        out << word(finding.severity) << ": " << finding.inWords() << "\n";
-    out << m_file << ": " << counted(count(Finding::ESeverity::Error), "error") << ", "
+        out << word(finding.severity) << ": " << base::printable(finding.inWords()) << "\n";
+    out << base::printable(m_file) << ": " << counted(count(Finding::ESeverity::Error), "error") << ", "
         << counted(count(Finding::ESeverity::Warning), "warning") << std::endl;
 }
 
 void CheckReport::writeJson(std::ostream& out) const {
-    out << "{\"file\": " << JsonText::of(m_file) << ", \"errors\": " << count(Finding::ESeverity::Error)
+    out << "{\"file\": " << base::jsonText(m_file) << ", \"errors\": " << count(Finding::ESeverity::Error)
         << ", \"warnings\": " << count(Finding::ESeverity::Warning) << ", \"findings\": [";
     const char* separator = "\n";
     for (const Finding& finding : m_findings) {
         out << separator << "  {\"severity\": \"" << word(finding.severity)
-            << "\", \"file\": " << JsonText::of(finding.file)
+            << "\", \"file\": " << base::jsonText(finding.file)
             << ", \"line\": " << (finding.line > 0 ? std::to_string(finding.line) : "null")
-            << ", \"text\": " << JsonText::of(finding.text) << "}";
+            << ", \"text\": " << base::jsonText(finding.text) << "}";
         separator = ",\n";
     }
     out << (m_findings.empty() ? "]}" : "\n]}") << std::endl;

@@ -7,7 +7,7 @@
 #include <set>
 #include <utility>
 
-#include "QuotedText.h"
+#include "Printable.h"
 #include "sal/HostAddress.h"
 #include "sal/Path.h"
 
@@ -87,7 +87,7 @@ private:
 
     void checkID() {
         const std::string& id = m_pEntry->driverID;
-        const std::string quoted = "the driver ID " + QuotedText::of(id);
+        const std::string quoted = "the driver ID " + base::quoted(id);
         if (id.empty())
             error("the mainframeDriver has no driverID; give it one of its own");
         else if (id == "." || id == "..")
@@ -97,14 +97,18 @@ private:
                 quoted +
                 " holds a zero byte, at which the system ends a name; use letters, digits, \"_\" and \"-\"");
         else if (const auto slash = id.find_first_of("/\\"); slash != std::string::npos)
-            error(quoted + " holds " + QuotedText::of(id.substr(slash, 1)) +
+            error(quoted + " holds " + base::quoted(id.substr(slash, 1)) +
                   ", which leads into another directory; use letters, digits, \"_\" and \"-\"");
         else if (id.find('.') != std::string::npos)
             warn(quoted +
                  " holds \".\", and a FID names its driver up to its first \".\": no FID reaches this "
                  "driver; use letters, digits, \"_\" and \"-\"");
-        if (std::any_of(id.begin(), id.end(), [](unsigned char c) { return c != 0 && std::iscntrl(c); }))
-            warn(quoted + " holds a control character; use letters, digits, \"_\" and \"-\"");
+        // The module prints IDs and directories itself, past all that makes text printable.
+        if (id.find('\0') == std::string::npos && !base::isPrintable(id))
+            warn(
+                quoted +
+                " holds a character that cannot be shown, and standard output gets it as it is; use letters, "
+                "digits, \"_\" and \"-\"");
     }
 
     void checkUniqueness() {
@@ -121,7 +125,7 @@ private:
         }
         const auto [first, isNew] = m_ids.emplace(id, m_pEntry->line);
         if (!isNew)
-            error("the driver ID " + QuotedText::of(id) + " stands in line " + std::to_string(first->second) +
+            error("the driver ID " + base::quoted(id) + " stands in line " + std::to_string(first->second) +
                   " already; give each driver one of its own");
     }
 
@@ -140,17 +144,17 @@ private:
         std::set<std::string> types;
         std::set<std::string> versions;
         for (const DescriptorCatalogue::Record& record : m_catalogue.records()) {
-            types.insert(QuotedText::of(record.type));
+            types.insert(base::quoted(record.type));
             if (record.type == m_pEntry->driverType)
-                versions.insert(QuotedText::of(record.version));
+                versions.insert(base::quoted(record.version));
         }
-        const std::string version = QuotedText::of(m_pEntry->version);
+        const std::string version = base::quoted(m_pEntry->version);
         if (versions.empty())
-            warn("no descriptor announces the driver type " + QuotedText::of(m_pEntry->driverType) +
+            warn("no descriptor announces the driver type " + base::quoted(m_pEntry->driverType) +
                  "; the driver is not started" + thereIs(types));
         else if (!versions.contains(version))
             warn("no descriptor announces version " + version + " of the driver type " +
-                 QuotedText::of(m_pEntry->driverType) + "; the driver is not started" + thereIs(versions));
+                 base::quoted(m_pEntry->driverType) + "; the driver is not started" + thereIs(versions));
     }
 
     static std::string thereIs(const std::set<std::string>& names) {
@@ -173,7 +177,7 @@ private:
         else if (m_pEntry->interfaceWord.empty())
             warn("without an interfaceType the driver is not started; write \"direct\" or \"queue\"");
         else
-            warn("the interfaceType " + QuotedText::of(m_pEntry->interfaceWord) +
+            warn("the interfaceType " + base::quoted(m_pEntry->interfaceWord) +
                  " is unknown and the driver is not started; write \"direct\" or \"queue\"");
     }
 
@@ -187,11 +191,11 @@ private:
         const auto plain = static_cast<std::size_t>(std::count_if(id.begin(), id.end(), isPlain));
         const std::size_t queueName = plain + 3 * (id.size() - plain) + std::string("_OUTQ").size();
         if (isQueue && queueName > s_longestName)
-            warn("the driver ID " + QuotedText::of(id) +
+            warn("the driver ID " + base::quoted(id) +
                  " is too long for the names of its queues, which would have " + std::to_string(queueName) +
                  " bytes; at most " + std::to_string(s_longestName) + " are possible");
         else if (id.size() > s_longestName)
-            warn("the driver ID " + QuotedText::of(id) + " " + bytes(id.size(), s_longestName) +
+            warn("the driver ID " + base::quoted(id) + " " + bytes(id.size(), s_longestName) +
                  " make the name of a directory");
         if (!isQueue)
             return;
@@ -205,7 +209,7 @@ private:
                                          {"NVRAM directory", nvram}}) {
             sum += text.size();
             if (text.size() > s_longestName)
-                warn("the " + std::string(name) + " " + QuotedText::of(text) + " " +
+                warn("the " + std::string(name) + " " + base::quoted(text) + " " +
                      bytes(text.size(), s_longestName) + " reach a driver in its own process");
         }
         if (sum >= s_longestConfiguration)
@@ -219,7 +223,7 @@ private:
         if (address.empty())
             return;
         if (!sal::HostAddress(address).isValid()) {
-            warn("the ipAddress " + QuotedText::of(address) + " is no IPv4 address, such as 192.0.2.20");
+            warn("the ipAddress " + base::quoted(address) + " is no IPv4 address, such as 192.0.2.20");
             return;
         }
         const auto [first, isNew] = m_addresses.emplace(address, m_pEntry->line);
@@ -232,12 +236,15 @@ private:
         // For a reload of the panel driver an entry with its own directory is right.
         if (m_pEntry->driverID == "PANEL")
             return;
+        if (!base::isPrintable(m_pEntry->workingDirectory))
+            warn("the workingDirectory " + base::quoted(m_pEntry->workingDirectory) +
+                 " holds a character that cannot be shown, and standard output gets it as it is");
         const std::string path = directoryPath(m_workDirectory, m_pEntry->workingDirectory);
         const auto [first, isNew] =
             m_directories.emplace(path, "that of line " + std::to_string(m_pEntry->line));
         if (!isNew)
-            warn("the workingDirectory " + QuotedText::of(m_pEntry->workingDirectory) + " is " +
-                 first->second + ", too; give each driver one of its own");
+            warn("the workingDirectory " + base::quoted(m_pEntry->workingDirectory) + " is " + first->second +
+                 ", too; give each driver one of its own");
     }
 
     void checkPanel() {
@@ -272,9 +279,9 @@ private:
                 continue;
             m_found.push_back({m_used.contains(key) ? Finding::ESeverity::Error : Finding::ESeverity::Warning,
                                record.file, record.line,
-                               "type " + QuotedText::of(record.type) + " in version " +
-                                   QuotedText::of(record.version) + " is announced in " +
-                                   first->second->file + " line " + std::to_string(first->second->line) +
+                               "type " + base::quoted(record.type) + " in version " +
+                                   base::quoted(record.version) + " is announced in " + first->second->file +
+                                   " line " + std::to_string(first->second->line) +
                                    " already, and each driver of it would be loaded twice; remove one"});
         }
     }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "FileGuard.h"
+#include "Printable.h"
 #include "XmlFile.h"
 #include "sal/Directory.h"
 #include "sal/Path.h"
@@ -19,6 +20,12 @@ std::string joined(const std::string& directory, const std::string& name) {
     sal::Path path(directory);
     path.expand(name);
     return path.getPathString();
+}
+
+/// Line ends and tabs, as a description may have them, do no harm.
+bool isShowable(std::string text) {
+    std::erase_if(text, [](char c) { return c == '\n' || c == '\r' || c == '\t'; });
+    return base::isPrintable(text);
 }
 
 }  // namespace
@@ -69,6 +76,14 @@ void DescriptorCatalogue::readDocument(const TiXmlDocument& document, const std:
         if (!pType || pType->ValueStr() != "module_type") {
             warn(file, pNode->Row(), "only <module_type> may stand here; the file is read up to this line");
             return;
+        }
+        // The module prints what a descriptor says itself, past all that makes text printable.
+        for (const TiXmlAttribute* pAttribute = pType->FirstAttribute(); pAttribute;
+             pAttribute = pAttribute->Next()) {
+            if (!isShowable(pAttribute->ValueStr()))
+                warn(file, pType->Row(),
+                     "the " + std::string(pAttribute->Name()) + " " + base::quoted(pAttribute->ValueStr()) +
+                         " holds a character that cannot be shown, and \"modules\" prints it as it is");
         }
         const auto attribute = [&](const char* name) {
             const std::string* pValue = pType->Attribute(std::string(name));

@@ -13,7 +13,7 @@
 #include "HostLog.h"
 #include "LineEditor.h"
 #include "Needed.h"
-#include "Table.h"
+#include "Printable.h"
 
 FollowPrinter::FollowPrinter(std::string glob, int fd, std::function<void()> redraw)
     : m_glob(std::move(glob)),
@@ -34,10 +34,10 @@ FollowPrinter::~FollowPrinter() {
 void FollowPrinter::valueChanged(const StateStore::Entry& entry) {
     if (!StateStore::matches(m_glob, entry.key))
         return;
-    std::string line = entry.key + " = " + Table::printable(entry.value.text());
+    std::string line = entry.key + " = " + entry.value.text();
     if (entry.isStale())
         line += "  (stale: " + entry.staleCause + ")";
-    add(std::move(line));
+    add(line);
 }
 
 void FollowPrinter::valueUnset(const std::string& key) {
@@ -47,7 +47,7 @@ void FollowPrinter::valueUnset(const std::string& key) {
 
 void FollowPrinter::eventTriggered(const StateStore::Event& event) {
     if (StateStore::matches(m_glob, event.id))
-        add("event " + event.id + " " + Table::printable(event.value));
+        add("event " + event.id + " " + event.value);
 }
 
 void FollowPrinter::valuesStale(const std::string& driverID, const std::string& cause,
@@ -60,7 +60,8 @@ void FollowPrinter::valuesStale(const std::string& driverID, const std::string& 
             " stale: " + cause);
 }
 
-void FollowPrinter::add(std::string line) {
+void FollowPrinter::add(const std::string& text) {
+    std::string line = base::printable(text);
     {
         const std::lock_guard lock(m_mutex);
         if (m_lines.size() >= s_capacity) {

@@ -34,7 +34,7 @@ public:
                      const std::vector<std::string>& keys) override;
 
 private:
-    void add(std::string line);
+    void add(const std::string& text);
     void run();
     std::string takeBatch();
     bool write(const std::string& text);

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <utility>
 
+#include "Printable.h"
 #include "Table.h"
 #include "sal/CmdProcessor.h"
 #include "sal/CmdRegisterImpl.h"
@@ -177,7 +178,8 @@ bool HostCommands::state(sal::CmdParameters& parameters) {
                           ? "stale for " + ageText(now - entry.staleSince) + " (" + entry.staleCause + ")"
                           : "yes"});
     if (table.empty())
-        m_context.reply() << (pattern.empty() ? "no state values" : "no state value matches " + pattern)
+        m_context.reply() << (pattern.empty() ? "no state values"
+                                              : "no state value matches " + base::printable(pattern))
                           << std::endl;
     else
         table.print(m_context.reply());

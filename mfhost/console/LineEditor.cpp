@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "CommandWords.h"
+#include "Printable.h"
 
 namespace {
 constexpr int s_historySize = 500;
@@ -94,12 +95,13 @@ unsigned char LineEditor::complete(EditLine* pEditor, int) {
     std::string addition = common.substr(std::min(prefix.size(), common.size()));
     if (candidates.size() == 1)
         addition += " ";
-    if (!addition.empty())
+    // What cannot be shown as it is nobody should find in his line.
+    if (!addition.empty() && base::isPrintable(addition))
         return el_insertstr(pEditor, addition.c_str()) == 0 ? CC_REFRESH : CC_REFRESH_BEEP;
 
     std::fputc('\n', stdout);
     for (const std::string& candidate : candidates)
-        std::fprintf(stdout, "%s\n", candidate.c_str());
+        std::fprintf(stdout, "%s\n", base::printable(candidate).c_str());
     return CC_REDISPLAY;
 }
 

@@ -1,8 +1,9 @@
 #include "Table.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
+
+#include "Printable.h"
 
 namespace {
 
@@ -20,28 +21,8 @@ Table::Table(std::vector<std::string> headings) {
 
 void Table::addRow(std::vector<std::string> cells) {
     for (std::string& cell : cells)
-        cell = printable(cell);
+        cell = base::printable(cell);
     m_rows.push_back(std::move(cells));
-}
-
-std::string Table::printable(const std::string& text) {
-    std::string shown;
-    shown.reserve(text.size());
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7f) {
-            shown += c;
-        } else if (c == '\n') {
-            shown += "\\n";
-        } else if (c == '\t') {
-            shown += "\\t";
-        } else {
-            char escape[5];
-            std::snprintf(escape, sizeof escape, "\\x%02x", byte);
-            shown += escape;
-        }
-    }
-    return shown;
 }
 
 void Table::print(std::ostream& stream) const {

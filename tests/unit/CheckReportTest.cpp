@@ -51,6 +51,20 @@ TEST(CheckReport, JsonWithoutFindingsHasAnEmptyList) {
               json(CheckReport("/w.xml", {})));
 }
 
+TEST(CheckReport, NothingOfAFileReachesATerminalAsItIs) {
+    const std::string file = "/\x1b[2J\xc2\x9b.xml";
+    const CheckReport sut(file, {{Finding::ESeverity::Warning, file, 2, "the root is <\a\x9b>"}});
+    EXPECT_EQ(
+        "warning: /\\x1b[2J\\u009b.xml line 2: the root is <\\x07\\x9b>\n"
+        "/\\x1b[2J\\u009b.xml: 0 errors, 1 warning\n",
+        text(sut));
+    EXPECT_EQ(
+        "{\"file\": \"/\\u001b[2J\\u009b.xml\", \"errors\": 0, \"warnings\": 1, \"findings\": [\n"
+        "  {\"severity\": \"warning\", \"file\": \"/\\u001b[2J\\u009b.xml\", \"line\": 2, \"text\": "
+        "\"the root is <\\u0007\xef\xbf\xbd>\"}\n]}\n",
+        json(sut));
+}
+
 TEST(CheckReport, OnlyAnErrorIsAnError) {
     EXPECT_TRUE(CheckReport("/w.xml", g_findings).hasErrors());
     EXPECT_FALSE(CheckReport("/w.xml", {g_findings[1]}).hasErrors());

@@ -55,6 +55,11 @@ TEST_F(CmdProcessor, WordsBehindTheNameAreTheArguments) {
     EXPECT_EQ(reply.str(), "");
 }
 
+TEST_F(CmdProcessor, UnknownWordIsNotEchoedAsItIs) {
+    EXPECT_FALSE(execute("'\a\x1b[2J\xc2\x9b|\x9b'"));
+    EXPECT_EQ(reply.str(), "unknown command \"\\x07\\x1b[2J\\u009b|\\x9b\"\n");
+}
+
 TEST_F(CmdProcessor, QuotesKeepBlanks) {
     execute(R"(move "a b" 'c d')");
     EXPECT_THAT(called, ElementsAre("a b", "c d"));

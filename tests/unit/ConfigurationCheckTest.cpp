@@ -149,9 +149,20 @@ INSTANTIATE_TEST_SUITE_P(
           "no "
           "FID reaches this driver; use letters, digits, \"_\" and \"-\""}},
         {"ControlCharacterInAnID",
-         Checked::entry("A&#9;B"),
-         {"warning 3: the driver ID \"A\\x09B\" holds a control character; use letters, digits, \"_\" and "
-          "\"-\""}},
+         Checked::entry("A&#9;B", "workingDirectory='data/A'"),
+         {"warning 3: the driver ID \"A\\tB\" holds a character that cannot be shown, and standard output "
+          "gets it as it is; use letters, digits, \"_\" and \"-\""}},
+        {"ControlCharactersBeyondAsciiInAnID",
+         Checked::entry("A&#27;\xc2\x9b\x9b"
+                        "B",
+                        "workingDirectory='data/A'"),
+         {"warning 3: the driver ID \"A\\x1b\\u009b\\x9bB\" holds a character that cannot be shown, and "
+          "standard output gets it as it is; use letters, digits, \"_\" and \"-\""}},
+        {"LettersBeyondAsciiInAnID", Checked::entry("\xc3\x84X1"), {}},
+        {"ControlCharacterInAWorkingDirectory",
+         Checked::entry("A", "workingDirectory='data/\xc2\x9b'"),
+         {"warning 3: the workingDirectory \"data/\\u009b\" holds a character that cannot be shown, and "
+          "standard output gets it as it is"}},
         {"OtherFirstAttribute",
          Checked::entry("A") + "<mainframeDriver driverType='Axis' driverID='B' version='1.0' "
                                "interfaceType='queue' workingDirectory='data/B'/>\n",

@@ -54,6 +54,12 @@ TEST_F(ControlLineTest, WrongUsageIsTwoWithTheUsage) {
     EXPECT_EQ("", m_out.str());
 }
 
+TEST_F(ControlLineTest, ArgumentIsNotEchoedAsItIs) {
+    EXPECT_EQ(2, run({"keygen", "n", "x\x1b[2J\x9b"}));
+    EXPECT_THAT(m_err.str(), HasSubstr("x\\x1b[2J\\x9b"));
+    EXPECT_EQ(std::string::npos, m_err.str().find_first_of("\x1b\x9b"));
+}
+
 TEST_F(ControlLineTest, HelpListsTheCommands) {
     EXPECT_EQ(0, run({"--help"}));
     for (const char* command : {"keygen", "sign", "verify"})

@@ -75,6 +75,16 @@ TEST_F(DescriptorCatalogueTest, FileInPlaceOfADirectoryIsNamed) {
                 ElementsAre(path("a.so") + " is not a directory; no drivers are found there"));
 }
 
+TEST_F(DescriptorCatalogueTest, AttributeThatCannotBeShownIsNamed) {
+    m_directory.write("b.xml", descriptor("<module_type name='b.so' type='b\x1b[2J' version='\xc2\x9b' "
+                                          "description='two\nlines,\t\xc3\xa4'/>"));
+    EXPECT_THAT(inWords(read()),
+                ElementsAre(path("b.xml") + " line 2: the type \"b\\x1b[2J\" holds a character that cannot "
+                                            "be shown, and \"modules\" prints it as it is",
+                            path("b.xml") + " line 2: the version \"\\u009b\" holds a character that cannot "
+                                            "be shown, and \"modules\" prints it as it is"));
+}
+
 TEST_F(DescriptorCatalogueTest, IllFormedDescriptorIsNamedWithItsLineAndTheOthersAreRead) {
     m_directory.write("a.xml", descriptor(entry("a")));
     m_directory.write("b.xml", "<mfDriverModule>\n<module_type name=");

@@ -76,6 +76,30 @@ TEST(FollowPrinter, PrintsALineForEachChange) {
         pipe.readAll());
 }
 
+TEST(FollowPrinter, NothingThatADriverChoosesReachesATerminalAsItIs) {
+    const std::string text =
+        "\x1b[2J|\xc2\x9b"
+        "2J|\x9b|\n";
+    Pipe pipe;
+    {
+        FollowPrinter sut("", pipe.writeEnd());
+        sut.valueChanged(entry("A." + text, StateValue("v" + text)));
+        auto stale = entry("A.S", StateValue(1));
+        stale.staleCause = "c" + text;
+        sut.valueChanged(stale);
+        sut.valueUnset("A." + text);
+        sut.eventTriggered({"A." + text, "v" + text, {}, {}});
+        sut.valuesStale("A" + text, "c" + text, {"A.X"});
+    }
+    EXPECT_EQ(
+        "A.\\x1b[2J|\\u009b2J|\\x9b|\\n = v\\x1b[2J|\\u009b2J|\\x9b|\\n\n"
+        "A.S = 1  (stale: c\\x1b[2J|\\u009b2J|\\x9b|\\n)\n"
+        "A.\\x1b[2J|\\u009b2J|\\x9b|\\n unset\n"
+        "event A.\\x1b[2J|\\u009b2J|\\x9b|\\n v\\x1b[2J|\\u009b2J|\\x9b|\\n\n"
+        "A\\x1b[2J|\\u009b2J|\\x9b|\\n: 1 value stale: c\\x1b[2J|\\u009b2J|\\x9b|\\n\n",
+        pipe.readAll());
+}
+
 TEST(FollowPrinter, ErasesThePromptOfATerminalAndAsksForItAgain) {
     Pipe pipe;
     std::atomic<int> redraws = 0;

@@ -48,6 +48,13 @@ protected:
                         .settle = [this] { ++m_settled; }}};
 };
 
+/// What a terminal would obey: a control character, ESC, the same as one character beyond ASCII and as its
+/// second byte alone.
+const std::string g_text =
+    "\a\x1b[2J\xc2\x9b"
+    "2J\x9b";
+const std::string g_shown = "\\x07\\x1b[2J\\u009b2J\\x9b";
+
 }  // namespace
 
 TEST_F(HostCommandsTest, HelpListsEachCommandOnALine) {
@@ -154,6 +161,50 @@ TEST_F(HostCommandsTest, EmptyListsAreSaidToBeEmpty) {
     EXPECT_EQ("no state values\n", reply("state"));
     EXPECT_EQ("no events\n", reply("events"));
     EXPECT_EQ("no queues\n", reply("queues"));
+}
+
+TEST_F(HostCommandsTest, StateShowsNothingOfADriversAsItIs) {
+    m_store.setStateValue("A" + g_text + "." + g_text, "v" + g_text);
+    m_store.driverEnded("A" + g_text, "c" + g_text);
+    const std::string text = reply("state");
+    EXPECT_NE(std::string::npos, text.find("\nA" + g_shown + "." + g_shown + "  string  v" + g_shown + "  A" +
+                                           g_shown + "  0 s  stale for 0 s (c" + g_shown + ")\n"))
+        << text;
+}
+
+TEST_F(HostCommandsTest, PatternThatMatchesNothingIsNotEchoedAsItIs) {
+    EXPECT_EQ("no state value matches X" + g_shown + "\n", reply("state 'X" + g_text + "'"));
+}
+
+TEST_F(HostCommandsTest, DriversShowsNoIDTypeOrCauseAsItIs) {
+    WorkplaceFile::Entry entry;
+    entry.driverID = "A" + g_text;
+    entry.driverType = "T" + g_text;
+    entry.version = "V" + g_text;
+    m_roster.configure({entry});
+    m_roster.processStarted("A" + g_text, 42);
+    m_roster.processEnded("A" + g_text, 42, "c" + g_text);
+    const std::string text = reply("drivers");
+    EXPECT_NE(std::string::npos,
+              text.find("\nA" + g_shown + "  T" + g_shown + "  V" + g_shown + "  queue   42 "))
+        << text;
+    EXPECT_NE(std::string::npos, text.find("  c" + g_shown + "  ")) << text;
+    EXPECT_EQ(std::string::npos, text.find_first_of("\a\x1b\xc2\x9b")) << text;
+}
+
+TEST_F(HostCommandsTest, EventsShowsNothingOfADriversAsItIs) {
+    m_store.triggerEvent("A" + g_text + "." + g_text, "v" + g_text);
+    const std::string text = reply("events");
+    EXPECT_NE(std::string::npos,
+              text.find("  A" + g_shown + "." + g_shown + "  v" + g_shown + "  A" + g_shown + "\n"))
+        << text;
+}
+
+TEST_F(HostCommandsTest, QueuesShowsNoNameAsItIs) {
+    sal::MessageQueue queue;
+    ASSERT_TRUE(queue.create("A" + g_text + "_INQ", 10, 100, 0));
+    const std::string text = reply("queues");
+    EXPECT_NE(std::string::npos, text.find("\nA" + g_shown + "_INQ  ")) << text;
 }
 
 TEST_F(HostCommandsTest, EventsAreListedInOrder) {

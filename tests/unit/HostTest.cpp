@@ -145,6 +145,51 @@ TEST_F(HostTest, ReloadOfAnUnknownDriverUnloadsNothingAndSaysWhy) {
                                          m_workplace.configuration().string() + " has no driver \"NOPE\"\n"));
 }
 
+/// A control character, ESC, and the same as one character beyond ASCII and as its second byte alone: in
+/// keys, values, events, IDs, patterns, commands, all of which somebody else chooses.
+TEST_F(HostTest, NothingReachesATerminalAsItIs) {
+    const std::string text =
+        "\a\x1b[2J\xc2\x9b"
+        "2J\x9b";
+    const std::string shown = "\\x07\\x1b[2J\\u009b2J\\x9b";
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--follow", "--log-level", "5"});
+    host.type("sendFID E.STRING 'name=K" + text + "' 'value=V" + text + "'");
+    ASSERT_TRUE(host.waitForOutput("\nE.K" + shown + " = V" + shown + "\n")) << host.output();
+    host.type("sendFID E.EVENT 'name=N" + text + "' 'value=V" + text + "'");
+    ASSERT_TRUE(host.waitForOutput("\nevent E.N" + shown + " V" + shown + "\n")) << host.output();
+    host.type("sendFID E.UNSET 'name=K" + text + "'");
+    ASSERT_TRUE(host.waitForOutput("\nE.K" + shown + " unset\n")) << host.output();
+    host.type("sendFID E.COMMAND 'name=C" + text + "' value=now");
+    ASSERT_TRUE(host.waitForLog("a driver's command \"C" + shown + "\" is refused")) << host.log();
+    host.type("state 'X" + text + "'");
+    host.type("events");
+    host.type("reloadDriver 'R" + text + "'");
+    host.type("U" + text);
+    host.type("help 'H" + text + "'");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("\nno state value matches X" + shown + "\n"));
+    EXPECT_THAT(host.output(), HasSubstr("  E.N" + shown + "  V" + shown + "  E\n"));
+    EXPECT_THAT(host.output(), HasSubstr("\nR" + shown + " is not reloaded, nothing is unloaded: "));
+    EXPECT_THAT(host.output(), HasSubstr(" has no driver \"R" + shown + "\"\n"));
+    EXPECT_THAT(host.output(), HasSubstr("\nunknown command \"U" + shown + "\""));
+    EXPECT_THAT(host.output(), HasSubstr("\nunknown command \"H" + shown + "\""));
+    EXPECT_EQ(std::string::npos, host.output().find_first_of("\a\x1b\xc2\x9b")) << host.output();
+    EXPECT_EQ(std::string::npos, host.log().find_first_of("\a\x1b\xc2\x9b")) << host.log();
+}
+
+TEST_F(HostTest, DriverIDThatCannotBeShownIsWarnedOfAndOnlyTheModulePrintsItAsItIs) {
+    addDriver("A&#27;[2J\xc2\x9b", "Echo", "queue");
+    HostProcess& host = startAndWait();
+    host.type("drivers");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.log(), HasSubstr("the driver ID \"A\\x1b[2J\\u009b\" holds a character that cannot be "
+                                      "shown, and standard output gets it as it is"));
+    EXPECT_THAT(host.output(), HasSubstr("\nA\\x1b[2J\\u009b  Echo   1.0      queue "));
+    EXPECT_THAT(host.output(), HasSubstr("(ID: A\x1b[2J\xc2\x9b)..."));
+    EXPECT_EQ(std::string::npos, host.log().find_first_of("\x1b\xc2\x9b")) << host.log();
+}
+
 TEST_F(HostTest, ReloadWithoutAnIDTellsTheUse) {
     HostProcess& host = start();
     host.type("reloadDriver");

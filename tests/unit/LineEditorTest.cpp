@@ -10,6 +10,7 @@
 #include <clocale>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -26,7 +27,7 @@ protected:
     }
 
     /// The editor's process writes each line that it reads as "[line]".
-    void start() {
+    void start(const std::vector<std::string>& words = {"drivers", "reloadDriver", "state", "stateless"}) {
         m_child = ::forkpty(&m_terminal, nullptr, nullptr, nullptr);
         ASSERT_GE(m_child, 0);
         if (m_child > 0)
@@ -34,10 +35,10 @@ protected:
         ::setenv("TERM", "xterm", 1);
         std::setlocale(LC_CTYPE, "C.UTF-8");
         InputWaiter waiter(STDIN_FILENO);
-        LineEditor sut(waiter, [](const auto& before, const std::string& prefix) {
+        LineEditor sut(waiter, [&](const auto& before, const std::string& prefix) {
             std::vector<std::string> found;
-            for (const char* word : {"drivers", "reloadDriver", "state", "stateless"}) {
-                if (before.empty() && std::string(word).starts_with(prefix))
+            for (const std::string& word : words) {
+                if (before.empty() && word.starts_with(prefix))
                     found.push_back(word);
             }
             return found;
@@ -117,6 +118,29 @@ TEST_F(LineEditorTest, ListsTheWordsThatAreMeant) {
     ASSERT_TRUE(shows("mfhost> "));
     type("state\t");
     EXPECT_TRUE(shows("stateless")) << m_screen;
+}
+
+TEST_F(LineEditorTest, ListsNoWordAsItIs) {
+    start({"K1\a\x1b[5mX",
+           "K2\xc2\x9b"
+           "5mY\x9b"});
+    ASSERT_TRUE(shows("mfhost> "));
+    type("K\t");
+    EXPECT_TRUE(shows("K1\\x07\\x1b[5mX\r\n")) << m_screen;
+    EXPECT_TRUE(shows("K2\\u009b5mY\\x9b\r\n")) << m_screen;
+    EXPECT_EQ(std::string::npos, m_screen.find("\x1b[5m")) << m_screen;
+    EXPECT_EQ(std::string::npos, m_screen.find('\x9b')) << m_screen;
+}
+
+TEST_F(LineEditorTest, WordThatCannotBeShownIsListedAndNotTyped) {
+    start({"K\x1b[5m\xe2\x80\xae"});
+    ASSERT_TRUE(shows("mfhost> "));
+    type("K\t");
+    EXPECT_TRUE(shows("K\\x1b[5m\\u202e\r\n")) << m_screen;
+    type("\r");
+    EXPECT_TRUE(shows("[K]")) << m_screen;
+    EXPECT_EQ(std::string::npos, m_screen.find("\x1b[5m")) << m_screen;
+    EXPECT_EQ(std::string::npos, m_screen.find("\xe2\x80\xae")) << m_screen;
 }
 
 TEST_F(LineEditorTest, TakesCharactersOfSeveralBytes) {

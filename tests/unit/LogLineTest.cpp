@@ -21,6 +21,12 @@ TEST(LogLine, GoesToStandardErrorWithoutALog) {
     EXPECT_EQ(capture.finish(), "FILE: cannot\\nread it\n");
 }
 
+TEST(LogLine, NothingReachesATerminalAsItIs) {
+    StandardErrorCapture capture;
+    sal::logLine("FILE", 3, "\a\x1b[2J\xc2\x9b|\x9b");
+    EXPECT_EQ(capture.finish(), "FILE: \\x07\\x1b[2J\\u009b|\\x9b\n");
+}
+
 TEST(LogLine, ReportsAreNotSaidWithoutALog) {
     StandardErrorCapture capture;
     sal::logLine("FILE", 4, "all is well");

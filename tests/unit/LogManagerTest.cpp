@@ -58,6 +58,19 @@ TEST(LogManager, TagIsNotRepeatedBeforeAnOutputOfThatName) {
     EXPECT_THAT(log.finish(), MatchesRegex(".* info     MDM: one\n"));
 }
 
+TEST(LogManager, NothingReachesATerminalAsItIs) {
+    const std::string text =
+        "\a\x1b[2J\xc2\x9b"
+        "2J\x9b";
+    const std::string shown = "\\x07\\x1b[2J\\u009b2J\\x9b";
+    LogCapture log({.level = 4, .file = "/proc/no/" + text, .tag = "T" + text});
+    log.manager().getLogOutput("O" + text)->level(4) << "x" << text << std::endl;
+    const std::string logged = log.finish();
+    EXPECT_THAT(logged, HasSubstr(" info     T" + shown + " O" + shown + ": x" + shown + "\n"));
+    EXPECT_THAT(logged, HasSubstr("/proc/no/" + shown));
+    EXPECT_EQ(logged.find_first_of("\a\x1b\xc2\x9b"), std::string::npos) << logged;
+}
+
 TEST(LogManager, LevelIsFourUnlessToldOtherwise) {
     LogCapture log;
     EXPECT_EQ(log.manager().level(), 4);

@@ -56,6 +56,14 @@ TEST_F(OptionParserTest, DriversAndConfigAreRequired) {
     EXPECT_EQ("", m_out.str());
 }
 
+TEST_F(OptionParserTest, ArgumentIsNotEchoedAsItIs) {
+    EXPECT_EQ(2, refused({"--adapter", "a\x1b[2J\xc2\x9b|\x9b"}));
+    EXPECT_NE(std::string::npos,
+              m_err.str().find("\"a\\x1b[2J\\u009b|\\x9b\" is not NAME=REAL, such as eth0=enp3s0"))
+        << m_err.str();
+    EXPECT_EQ(std::string::npos, m_err.str().find_first_of("\x1b\xc2\x9b"));
+}
+
 TEST_F(OptionParserTest, UnknownOptionAndPositionalAreWrongUsage) {
     EXPECT_EQ(2, refused({"--frobnicate"}));
     EXPECT_EQ(2, refused({"stray"}));

@@ -202,6 +202,16 @@ TEST_F(PanelDriverTest, ShowStatePrintsOneLine) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "macro system idle, 1 macros, not all saved\n");
 }
 
+TEST_F(PanelDriverTest, ShowsNoMacroNameAsItIs) {
+    ASSERT_TRUE(sut.sendFID("MACRO.RECORD", parameters({{"name",
+                                                         "m\xc2\x9b"
+                                                         "2J\x9b"}})));
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(sut.showState());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "macro system recording \"m\\u009b2J\\x9b\", 0 macros\n");
+}
+
 TEST_F(PanelDriverTest, TakesAndReportsNothingAfterItsEnd) {
     sut.deinitialize();
     const auto before = host.calls.lines();

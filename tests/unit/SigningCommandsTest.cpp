@@ -55,6 +55,19 @@ TEST_F(SigningCommandsTest, SignedFileIsVerified) {
     EXPECT_EQ("", m_err.str());
 }
 
+TEST_F(SigningCommandsTest, FileNamesReachATerminalPrintable) {
+    m_directory.write("w\x1b[2J\xc2\x9b.xml", "<workplaces/>");
+    EXPECT_EQ(0, sign("w\x1b[2J\xc2\x9b.xml"));
+    EXPECT_EQ(0, m_sut.verify(path("trust"), {path("w\x1b[2J\xc2\x9b.xml")}));
+    EXPECT_EQ(1, m_sut.verify(path("trust"), {path("a\x1b[2J\x9b.xml")}));
+    EXPECT_EQ(0, m_sut.keygen(path("k\x1b[2J")));
+    EXPECT_THAT(m_out.str(), HasSubstr(path("w\\x1b[2J\\u009b.xml") + ": signed with "));
+    EXPECT_THAT(m_out.str(), HasSubstr(path("w\\x1b[2J\\u009b.xml") + ": signed by a trusted key\n"));
+    EXPECT_THAT(m_out.str(), HasSubstr(path("k\\x1b[2J.key") + ": private key"));
+    EXPECT_THAT(m_out.str(), HasSubstr(path("k\\x1b[2J.pem") + ": public key"));
+    EXPECT_THAT(m_err.str(), HasSubstr("mfctl: " + path("a\\x1b[2J\\x9b.xml") + ": "));
+}
+
 TEST_F(SigningCommandsTest, SignatureIsSixtyFourBytes) {
     ASSERT_EQ(0, sign());
     EXPECT_EQ(64u, fs::file_size(path("w.xml.sig")));

@@ -29,8 +29,17 @@ TEST(Table, CountsCharactersNotBytes) {
     EXPECT_EQ("ID  v\n\xc3\xa4\xc3\xb6  1\n", text.str());
 }
 
-TEST(Table, EscapesControlCharacters) {
-    EXPECT_EQ("a\\nb\\tc\\x1b[2J\\x7f", Table::printable("a\nb\tc\x1b[2J\x7f"));
+TEST(Table, CellsAreMadePrintable) {
+    Table sut({"ID", "value"});
+    sut.addRow({"a\nb\tc\x1b[2J\x7f",
+                "\xc2\x9b"
+                "2J\x9b|\xe2\x80\xae"});
+    std::ostringstream text;
+    sut.print(text);
+    EXPECT_EQ(
+        "ID                  value\n"
+        "a\\nb\\tc\\x1b[2J\\x7f  \\u009b2J\\x9b|\\u202e\n",
+        text.str());
 }
 
 TEST(Table, IsEmptyWithoutRows) {
