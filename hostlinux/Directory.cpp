@@ -81,11 +81,24 @@ int directoryError(const std::string& path, int error) {
     return S_ISDIR(status.st_mode) ? 0 : error;
 }
 
+/// Not open to others for writing, whatever the umask; and a umask that takes the owner's own rights away
+/// does not. 0, or the system's reason.
+int makeOne(const std::string& path) {
+    if (::mkdir(path.c_str(), 0755) != 0)
+        return errno;
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+        (status.st_mode & S_IRWXU) != S_IRWXU)
+        ::chmod(path.c_str(), (status.st_mode & 07777) | S_IRWXU);
+    return 0;
+}
+
 /// 0, or the system's reason.
 int makeWithParents(const std::string& path) {
-    if (::mkdir(path.c_str(), 0777) == 0)
+    const int firstError = makeOne(path);
+    if (firstError == 0)
         return 0;
-    const int error = directoryError(path, errno);
+    const int error = directoryError(path, firstError);
     if (error != ENOENT)
         return error;
     const auto end = path.find_last_not_of('/');
@@ -95,7 +108,7 @@ int makeWithParents(const std::string& path) {
     if (const int parentError = makeWithParents(path.substr(0, slash)))
         return parentError;
     // Another thread or process may have made it meanwhile.
-    const int lastError = ::mkdir(path.c_str(), 0777) == 0 ? 0 : errno;
+    const int lastError = makeOne(path);
     return lastError == 0 ? 0 : directoryError(path, lastError);
 }
 

@@ -1,5 +1,7 @@
 #include "sal/LogManager.h"
 
+#include <fcntl.h>
+#include <spdlog/details/os.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <sys/stat.h>
@@ -13,6 +15,7 @@
 #include <string_view>
 #include <utility>
 
+#include "FileHandle.h"
 #include "LogChannel.h"
 #include "LogCore.h"
 #include "LogOutputImpl.h"
@@ -115,12 +118,25 @@ spdlog::sink_ptr openStandardError(const std::string& tag) {
     return pSink;
 }
 
+/// Made here and not by the sink, which leaves the mode to the umask: not open to others for writing, and
+/// never closed to ourselves. A file that is there stays as it is.
+void makeFile(const std::string& file) {
+    spdlog::details::os::create_dir(spdlog::details::os::dir_name(file));
+    const FileHandle made(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    struct stat status {};
+    if (made && ::fstat(made.get(), &status) == 0)
+        ::fchmod(made.get(), (status.st_mode & 07777) | S_IRUSR | S_IWUSR);
+}
+
 spdlog::sink_ptr openFile(const std::string& file, const std::string& tag) {
     // Opening a pipe would wait for its reader, and turning over a device would rename it.
     struct stat status {};
     if (::stat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
         throw spdlog::spdlog_ex(file + " is not a regular file");
-    auto pSink = std::make_shared<spdlog::sinks::rotating_file_sink_st>(file, s_fileSize, s_oldFiles);
+    spdlog::file_event_handlers handlers;
+    handlers.before_open = makeFile;
+    auto pSink =
+        std::make_shared<spdlog::sinks::rotating_file_sink_st>(file, s_fileSize, s_oldFiles, false, handlers);
     pSink->set_formatter(formatForPeople(tag));
     return pSink;
 }

@@ -15,6 +15,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -55,14 +56,14 @@ public:
 
     /// 0, or the system's error number.
     int start(const std::string& program, const std::string& path) {
-        std::array<int, 2> ends{};
-        if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+        FileHandle errors;
+        FileHandle result;
+        if (!makePipe(m_words, errors) || !makePipe(m_result, result))
             return errno;
-        m_words = FileHandle(ends[0]);
-        const FileHandle writer(ends[1]);
 
         SpawnSettings settings;
-        settings.captureErrors(writer.get());
+        settings.captureErrors(errors.get());
+        settings.handOver(result.get());
         std::string title = program;
         std::string module = path;
         std::string parent = std::to_string(::getpid());
@@ -76,13 +77,14 @@ public:
         if (const int error = settings.spawn(m_pid, program.c_str(), words.data(), environment.data()))
             return error;
         m_process = FileHandle(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
-        return m_process ? 0 : errno;
+        // One that has ended already and that somebody else has collected is over, and that is all.
+        return m_process || errno == ESRCH ? 0 : errno;
     }
 
     /// Whether the process ended by itself in time.
     bool wait(std::chrono::milliseconds deadline) {
         const auto end = Clock::now() + deadline;
-        for (;;) {
+        while (m_process) {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
             if (left <= 0)
                 return false;
@@ -97,9 +99,11 @@ public:
             if (watched[0].revents != 0)
                 return true;
         }
+        return true;
     }
 
-    /// How the process ended; it is gone then, with all that it started.
+    /// How the process ended; it is gone then, with all that it started. Without its number when somebody
+    /// else in this process has collected it.
     siginfo_t finish() {
         siginfo_t info{};
         // Its session is the child's own, and the number stays its own until it is collected.
@@ -109,6 +113,12 @@ public:
         m_isReaped = true;
         listen();
         return info;
+    }
+
+    /// What it has said itself to be the result; nothing when it ended before that.
+    std::optional<int> result() const {
+        unsigned char word = 0;
+        return ::read(m_result.get(), &word, 1) == 1 ? std::optional<int>(word) : std::nullopt;
     }
 
     /// The last line of the standard error, with what leads to it: ": out of range".
@@ -122,6 +132,15 @@ public:
     }
 
 private:
+    static bool makePipe(FileHandle& reader, FileHandle& writer) {
+        std::array<int, 2> ends{};
+        if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+            return false;
+        reader = FileHandle(ends[0]);
+        writer = FileHandle(ends[1]);
+        return true;
+    }
+
     void listen() {
         std::array<char, s_maxWords> buffer{};
         ssize_t count = 0;
@@ -140,13 +159,20 @@ private:
     bool m_isSilent = false;
     FileHandle m_process;
     FileHandle m_words;
+    FileHandle m_result;
     std::string m_text;
 };
 
 std::string howItEnded(const siginfo_t& info) {
+    if (info.si_pid == 0)
+        return "ended before it was ready, and how is not known";
     if (info.si_code == CLD_EXITED)
         return "ended with exit code " + std::to_string(info.si_status);
     return "was ended by signal " + std::to_string(info.si_status) + " (" + ::strsignal(info.si_status) + ")";
+}
+
+std::optional<int> exitCodeOf(const siginfo_t& info) {
+    return info.si_code == CLD_EXITED ? std::optional<int>(info.si_status) : std::nullopt;
 }
 
 std::string seconds(std::chrono::milliseconds time) {
@@ -196,9 +222,10 @@ std::string ModuleProbe::refusal(const std::string& path) {
     if (!isInTime)
         return "tried out in a process of its own, it was not ready within " + seconds(m_settings.deadline) +
                trial.lastWords();
-    if (info.si_code == CLD_EXITED && info.si_status == ProbeResult::s_notLoaded)
+    const auto result = info.si_pid == 0 ? trial.result() : exitCodeOf(info);
+    if (result == ProbeResult::s_notLoaded)
         return {};
-    if (info.si_code != CLD_EXITED || info.si_status != ProbeResult::s_answered)
+    if (result != ProbeResult::s_answered)
         return "tried out in a process of its own, that process " + howItEnded(info) + trial.lastWords();
     const std::lock_guard lock(m_mutex);
     m_passed.insert(file);

@@ -97,11 +97,18 @@ bool Process::createProcess(const std::string& title, Path& executable,
         sayFailed(title, executable, error);
         return false;
     }
-    // Nobody but us collects this child, so the number is still its own.
+    // Unless a driver has it collected, the number is still its own.
     const int pidFd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
     if (pidFd < 0) {
-        // A process that nobody can watch is worse than none.
         const int reason = errno;
+        // Gone already, and collected by somebody else in this process: the number may be another's by now.
+        if (reason == ESRCH) {
+            logLine("PROCESS", LogOutput::eError,
+                    "\"" + title + "\" (" + executable.getPathString() +
+                        ") ended as soon as it was started; how is not known");
+            return false;
+        }
+        // A process that nobody can watch is worse than none.
         ::kill(pid, SIGKILL);
         while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
         }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -110,6 +111,16 @@ bool readHeader(int file, QueueHeader& header) {
     return true;
 }
 
+/// For the end of a line: what to change when a file has become too large.
+std::string limitText(int number, std::size_t wanted) {
+    struct rlimit limit {};
+    if (number != EFBIG || ::getrlimit(RLIMIT_FSIZE, &limit) != 0) {
+        return {};
+    }
+    return "; files of this process are limited to " + std::to_string(limit.rlim_cur) +
+           " bytes (RLIMIT_FSIZE, ulimit -f), and this one needs " + std::to_string(wanted);
+}
+
 bool allocateRange(int file, std::size_t offset, std::size_t size) {
     int result = 0;
     do {
@@ -192,7 +203,9 @@ std::unique_ptr<QueueFile> QueueFile::make(const std::string& queue, const Queue
     if (::fchmod(file.get(), S_IRUSR | S_IWUSR) != 0 ||
         ::ftruncate(file.get(), static_cast<off_t>(geometry.fileSize)) != 0 ||
         !allocateRange(file.get(), 0, first)) {
-        error = "no memory for it in " + directory->path() + ": " + reason(errno);
+        const int number = errno;
+        error = "no memory for it in " + directory->path() + ": " + reason(number) +
+                limitText(number, geometry.fileSize);
         return nullptr;
     }
     const PidNamespace pids = PidNamespace::own();

@@ -6,7 +6,7 @@
 
 namespace sal {
 
-SpawnSettings::SpawnSettings() {
+SpawnSettings::SpawnSettings() : m_lastDescriptor(STDERR_FILENO) {
     check(::posix_spawnattr_init(&m_attributes));
     check(::posix_spawn_file_actions_init(&m_actions));
     sigset_t all;
@@ -30,9 +30,14 @@ void SpawnSettings::captureErrors(int descriptor) {
     check(::posix_spawn_file_actions_adddup2(&m_actions, descriptor, STDERR_FILENO));
 }
 
+void SpawnSettings::handOver(int descriptor) {
+    check(::posix_spawn_file_actions_adddup2(&m_actions, descriptor, s_handedOver));
+    m_lastDescriptor = s_handedOver;
+}
+
 int SpawnSettings::spawn(pid_t& pid, const char* program, char* const* argv, char* const* environment) {
     // Last of all, since the actions before it use descriptors.
-    check(::posix_spawn_file_actions_addclosefrom_np(&m_actions, STDERR_FILENO + 1));
+    check(::posix_spawn_file_actions_addclosefrom_np(&m_actions, m_lastDescriptor + 1));
     if (m_error != 0)
         return m_error;
     return ::posix_spawn(&pid, program, &m_actions, &m_attributes, argv, environment);

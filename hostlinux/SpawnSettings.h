@@ -16,6 +16,10 @@ public:
     /// The child's standard output goes nowhere, and its standard error into this descriptor.
     void captureErrors(int descriptor);
 
+    /// The child finds this descriptor as its s_handedOver, beside the standard ones. Behind captureErrors().
+    void handOver(int descriptor);
+    static constexpr int s_handedOver = 3;
+
     /// Starts the program; argv ends with null. 0, or the system's error number.
     int spawn(pid_t& pid, const char* program, char* const* argv, char* const* environment);
 
@@ -24,6 +28,7 @@ private:
 
     posix_spawnattr_t m_attributes{};
     posix_spawn_file_actions_t m_actions{};
+    int m_lastDescriptor;  ///< that the child keeps
     int m_error = 0;
 };
 

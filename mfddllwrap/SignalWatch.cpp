@@ -46,6 +46,7 @@ SignalWatch::SignalWatch(std::function<void(int)> onSignal) : m_onSignal(std::mo
     sigemptyset(&action.sa_mask);
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);
+    sigaction(SIGXFSZ, &action, nullptr);
     action.sa_handler = onEndSignal;
     for (const int signal : endSignals) {
         struct sigaction previous {};

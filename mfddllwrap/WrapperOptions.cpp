@@ -39,5 +39,7 @@ WrapperOptions WrapperOptions::parse(const std::vector<std::string>& arguments,
     options.logLevel = number(environment, "MFD_LOG_LEVEL", 1, 5, options.logLevel, options.complaints);
     const double seconds = number(environment, "MFD_STOP_TIMEOUT", 0.0, 86400.0, 3.0, options.complaints);
     options.stopTimeout = std::chrono::milliseconds(std::llround(seconds * 1000));
+    options.descriptors =
+        number<std::uint64_t>(environment, "MFD_DESCRIPTORS", 0, UINT64_MAX, 0, options.complaints);
     return options;
 }

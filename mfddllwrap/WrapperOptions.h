@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -12,7 +13,8 @@ struct WrapperOptions {
     std::string driverID;
     int logLevel = 4;  ///< MFD_LOG_LEVEL, 1 to 5
     std::chrono::milliseconds stopTimeout{
-        3000};  ///< MFD_STOP_TIMEOUT, in seconds: what the host gives a driver to stop
+        3000};                      ///< MFD_STOP_TIMEOUT, in seconds: what the host gives a driver to stop
+    std::uint64_t descriptors = 0;  ///< MFD_DESCRIPTORS, how many it may have; 0 leaves the limit as it is
     std::vector<std::string> complaints;  ///< settings that were no good and so have their defaults
 
     bool usable = false;  ///< the arguments are the two that are wanted

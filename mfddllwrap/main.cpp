@@ -1,3 +1,6 @@
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -16,6 +19,15 @@ constexpr const char* usage =
     "Runs the driver module in this process, behind the queues DRIVERID_INQ and DRIVERID_OUTQ of a running "
     "host.\n";
 
+/// The host has raised its own limit; the driver gets what a program started by hand would have.
+void limitDescriptors(rlim_t descriptors) {
+    struct rlimit limit {};
+    if (descriptors == 0 || ::getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = std::min(descriptors, limit.rlim_max);
+    static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -31,6 +43,7 @@ int main(int argc, char** argv) {
         return 2;
     }
 
+    limitDescriptors(options.descriptors);
     try {
         sal::LogManager log({.level = options.logLevel, .file = {}, .tag = options.driverID});
         try {

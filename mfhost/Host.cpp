@@ -78,6 +78,7 @@ Host::Host(Options options, StopSignals& signals)
     : m_options(std::move(options)),
       m_signals(signals),
       m_roster(m_store),
+      m_driverCalls(m_roster, m_surroundings),
       m_byHand(m_roster, [] { return sal::MessageQueue::statuses(); }),
       m_supervisor(
           m_roster,
@@ -131,13 +132,14 @@ int Host::run() {
         m_store.addListener(m_pFollow.get());
     }
     sal::Process::setObserver(&m_supervisor);
-    sal::Module::setObserver(&m_roster);
+    sal::Module::setObserver(&m_driverCalls);
     sal::Directory::setFileFilter(&FileGuard::acceptsLogged);
 
     m_supervisor.start();
     const auto onActivity = [this] {
         m_supervisor.wake();
         recoverOutput();
+        m_surroundings.restore("a driver in the host's process");
     };
     m_commands.start(
         onActivity, [this] { shutDown(); }, [this] { m_signals.interrupt(); });

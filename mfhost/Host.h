@@ -9,9 +9,11 @@
 #include <vector>
 
 #include "CommandThread.h"
+#include "DriverCallWatch.h"
 #include "HostSystem.h"
 #include "Options.h"
 #include "StopSignals.h"
+#include "Surroundings.h"
 #include "check/ConfigurationGuard.h"
 #include "console/Console.h"
 #include "console/FollowPrinter.h"
@@ -79,6 +81,8 @@ private:
     StopSignals& m_signals;
     StateStore m_store;
     DriverRoster m_roster;
+    Surroundings m_surroundings;
+    DriverCallWatch m_driverCalls;
     CommandThread m_commands;
     ByHandWatch m_byHand;
     ProcessSupervisor m_supervisor;

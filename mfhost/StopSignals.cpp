@@ -12,6 +12,8 @@
 
 StopSignals::StopSignals() {
     ::signal(SIGPIPE, SIG_IGN);
+    // A file that reaches the limit of its size is an error of the write.
+    ::signal(SIGXFSZ, SIG_IGN);
     sigset_t watched;
     sigemptyset(&watched);
     sigaddset(&watched, SIGINT);

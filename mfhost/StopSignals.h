@@ -2,7 +2,7 @@
 
 /// The signals that end the host, taken as messages. Made in main before any thread, since each thread
 /// inherits its mask. SIGINT, SIGTERM and SIGHUP (unless the program was started with it ignored) are waited
-/// for; SIGPIPE is ignored.
+/// for; SIGPIPE and SIGXFSZ are ignored.
 class StopSignals {
 public:
     /// An exception says what the system refuses.

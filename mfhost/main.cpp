@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,10 +10,12 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <variant>
 
 #include "DataDirectory.h"
+#include "DescriptorLimit.h"
 #include "Host.h"
 #include "HostLog.h"
 #include "OptionParser.h"
@@ -35,12 +38,27 @@ void openStandardStreams() {
     }
 }
 
-/// Driver processes take these over.
-void setEnvironment(const Options& options) {
+/// Driver processes take these over. They get the soft limit of descriptors as it was: one of their libraries
+/// may use select(), which breaks on a descriptor from 1024 on.
+void setEnvironment(const Options& options, rlim_t descriptorLimit) {
     const auto seconds = (options.stopTimeout.count() + 999) / 1000;
     ::setenv("MFD_LOG_LEVEL", std::to_string(options.logLevel).c_str(), 1);
     ::setenv("MFD_STOP_TIMEOUT", std::to_string(seconds).c_str(), 1);
+    if (descriptorLimit != RLIM_INFINITY)
+        ::setenv("MFD_DESCRIPTORS", std::to_string(descriptorLimit).c_str(), 1);
 }
+
+/// Keeps what is made meanwhile from being open for writing to others than the owner.
+class NarrowUmask {
+public:
+    NarrowUmask() : m_before(::umask(022)) { ::umask(m_before | 022); }
+    ~NarrowUmask() { ::umask(m_before); }
+    NarrowUmask(const NarrowUmask&) = delete;
+    NarrowUmask& operator=(const NarrowUmask&) = delete;
+
+private:
+    const mode_t m_before;
+};
 
 bool enterWorkDirectory(const std::string& directory) {
     if (directory.empty())
@@ -52,6 +70,22 @@ bool enterWorkDirectory(const std::string& directory) {
     if (error)
         std::cerr << base::printable("mfhost: --workdir " + directory + ": " + error.message()) << std::endl;
     return !error;
+}
+
+/// Sandbox and working directory; an exit code when that is all, or not possible.
+std::optional<int> enterPlace(const Options& options) {
+    const NarrowUmask umask;
+    if (options.sandbox) {
+        if (const auto reason = Sandbox::enter(options.sandboxDirectory)) {
+            std::cerr << "mfhost: --sandbox is not possible here: " << base::printable(*reason) << std::endl;
+            return 1;
+        }
+    }
+    if (options.probeSandbox)
+        return 0;
+    if (!enterWorkDirectory(options.workDirectory))
+        return 1;
+    return std::nullopt;
 }
 
 int runHost(const Options& options, StopSignals& signals) {
@@ -84,17 +118,9 @@ int runProgram(int argc, char** argv) {
 
     if (options.check)
         return CheckCommand::run(options, std::cout);
-    if (options.sandbox) {
-        if (const auto reason = Sandbox::enter(options.sandboxDirectory)) {
-            std::cerr << "mfhost: --sandbox is not possible here: " << base::printable(*reason) << std::endl;
-            return 1;
-        }
-    }
-    if (options.probeSandbox)
-        return 0;
-    if (!enterWorkDirectory(options.workDirectory))
-        return 1;
-    setEnvironment(options);
+    if (const std::optional<int> exitCode = enterPlace(options))
+        return *exitCode;
+    setEnvironment(options, DescriptorLimit::raise());
     TerminalModes::remember();
     StopSignals signals;
     return runHost(options, signals);

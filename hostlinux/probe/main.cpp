@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include "InterfaceIds.h"
 #include "Printable.h"
 #include "ProbeResult.h"
+#include "SpawnSettings.h"
 #include "sal/CmdProcessor.h"
 #include "sal/LogManager.h"
 #include "sal/Module.h"
@@ -59,12 +61,20 @@ int main(int argc, char** argv) {
     }
     if (argc == 3 && !endWith(argv[2]))
         return c_wrongUsage;
+    // What the module starts is not to speak for the trial.
+    if (argc == 3)
+        ::fcntl(sal::SpawnSettings::s_handedOver, F_SETFD, FD_CLOEXEC);
     // As a driver finds it in the host.
     ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN);
     sal::LogManager log;
     const sal::CmdProcessor commands;
     const int result = probe(argv[1]);
     log.flush();
+    if (argc == 3) {
+        const auto word = static_cast<unsigned char>(result);
+        static_cast<void>(!::write(sal::SpawnSettings::s_handedOver, &word, 1));
+    }
     // What the module left behind is none of the trial: the host does not end with it.
     ::_exit(result);
 }

@@ -36,12 +36,6 @@ void sendSignal(int pidFd, int signal) {
     static_cast<void>(::syscall(SYS_pidfd_send_signal, pidFd, signal, nullptr, 0u));
 }
 
-std::string causeOf(const siginfo_t& info) {
-    if (info.si_code == CLD_EXITED)
-        return "exit code " + std::to_string(info.si_status);
-    return "signal " + std::to_string(info.si_status) + " (" + ::strsignal(info.si_status) + ")";
-}
-
 /// The driver that a full queue belongs to; empty for a queue that drivers send on.
 std::string receivingDriver(const std::string& queueName) {
     if (!queueName.ends_with(s_inQueueSuffix))
@@ -264,46 +258,37 @@ int ProcessSupervisor::pollTimeout() {
 void ProcessSupervisor::reap(const std::string& driverID) {
     const std::lock_guard reapLock(m_reapMutex);
     std::list<Watched> endedNow;
-    std::list<siginfo_t> infos;
+    std::list<ProcessEnd> ends;
     {
         const std::lock_guard lock(m_mutex);
         for (auto process = m_processes.begin(); process != m_processes.end();) {
             const auto current = process++;
             if (!driverID.empty() && current->driverID != driverID)
                 continue;
-            siginfo_t info{};
-            const int result = ::waitid(P_PIDFD, static_cast<id_t>(current->pidFd), &info, WEXITED | WNOHANG);
-            if (result == 0 && info.si_pid == 0)
+            const auto end = ProcessEnd::collect(current->pidFd);
+            if (!end)
                 continue;
             m_endedFds.push_back(current->pidFd);
             // Not waited for here, where any thread may be.
             if (current->pStacks)
                 m_lateDumps.push_back(std::move(current->pStacks));
-            infos.push_back(info);
+            ends.push_back(*end);
             endedNow.splice(endedNow.end(), m_processes, current);
         }
     }
     if (endedNow.empty())
         return;
-    auto info = infos.begin();
-    for (const Watched& process : endedNow) {
-        ended(process, causeOf(*info), isInOrder(process, *info));
-        ++info;
-    }
+    auto end = ends.begin();
+    for (const Watched& process : endedNow)
+        ended(process, *end++);
     const std::lock_guard lock(m_mutex);
     if (m_processes.empty())
         m_allEnded.notify_all();
     wake();
 }
 
-/// One that came up only after a newer one had replaced it finds no queue of its own: that is exit code 1.
-bool ProcessSupervisor::isInOrder(const Watched& process, const siginfo_t& info) {
-    return info.si_code == CLD_EXITED &&
-           (info.si_status == 0 || (info.si_status == s_noQueueCode && process.replaced));
-}
-
-void ProcessSupervisor::ended(const Watched& process, const std::string& exit, bool isOrderly) {
-    const std::string cause = process.hang.empty() ? exit : process.hang + ", " + exit;
+void ProcessSupervisor::ended(const Watched& process, const ProcessEnd& end) {
+    const std::string cause = process.hang.empty() ? end.cause() : process.hang + ", " + end.cause();
     const auto staleValues = m_roster.processEnded(process.driverID, process.pid, cause);
     if (staleValues)
         m_environment.receiverGone(process.driverID + s_inQueueSuffix);
@@ -319,6 +304,8 @@ void ProcessSupervisor::ended(const Watched& process, const std::string& exit, b
         activity.busy && activity.driverID == process.driverID && process.started < activity.since;
     // So was one that a newer process has replaced, even if it comes to its end after the reload.
     const bool isReplaced = !staleValues;
+    // One that came up only after a newer one had replaced it finds no queue of its own.
+    const bool isOrderly = end.isOrderly() || (isReplaced && end.hasExitCode(s_noQueueCode));
     const bool isExpected = process.terminated || ((isReloaded || isShutdown || isReplaced) && isOrderly);
     std::string plan;
     if (staleValues && !isShutdown && !isReloaded) {
@@ -333,6 +320,9 @@ void ProcessSupervisor::ended(const Watched& process, const std::string& exit, b
          << ": " << cause;
     if (isReplaced)
         line << "; a newer process had replaced it";
+    if (!end.isKnown())
+        line
+            << " (something in the host's process ignores SIGCHLD or collects children that are not its own)";
     if (!isShutdown && staleValues && *staleValues > 0)
         line << "; " << *staleValues << (*staleValues == 1 ? " value is" : " values are") << " stale";
     line << plan << std::endl;

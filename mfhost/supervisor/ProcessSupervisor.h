@@ -20,6 +20,7 @@
 #include "DriverRestarts.h"
 #include "DriverRoster.h"
 #include "HangDetector.h"
+#include "ProcessEnd.h"
 #include "StackDump.h"
 #include "sal/MessageQueue.h"
 #include "sal/Process.h"
@@ -111,8 +112,7 @@ private:
     void run();
     int pollTimeout();
     void reap(const std::string& driverID);
-    static bool isInOrder(const Watched& process, const siginfo_t& info);
-    void ended(const Watched& process, const std::string& cause, bool isOrderly);
+    void ended(const Watched& process, const ProcessEnd& end);
     std::string planRestart(const std::string& driverID, Clock::duration ran);
     bool isBusy();
     void check();

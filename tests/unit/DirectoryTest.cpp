@@ -7,6 +7,7 @@
 
 #include <filesystem>
 
+#include "ChangedUmask.h"
 #include "LogCapture.h"
 #include "TemporaryDirectory.h"
 #include "WithoutCapabilities.h"
@@ -34,6 +35,28 @@ protected:
 
     TemporaryDirectory directory;
 };
+
+TEST_F(Directory, IsNeverMadeForOthersToWriteIn) {
+    const ChangedUmask umask(0);
+    ASSERT_TRUE(at("a/b").createDirectory());
+    EXPECT_EQ(fs::status(directory.path("a")).permissions(), fs::perms(0755));
+    EXPECT_EQ(fs::status(directory.path("a/b")).permissions(), fs::perms(0755));
+}
+
+TEST_F(Directory, IsMadeForItsOwnerWhateverTheUmask) {
+    const WithoutCapabilities rights{CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH};
+    ASSERT_FALSE(WithoutCapabilities::has(CAP_DAC_OVERRIDE));
+    const ChangedUmask umask(0777);
+    ASSERT_TRUE(at("a/b").createDirectory());
+    EXPECT_EQ(fs::status(directory.path("a")).permissions(), fs::perms(0700));
+    EXPECT_EQ(fs::status(directory.path("a/b")).permissions(), fs::perms(0700));
+}
+
+TEST_F(Directory, UmaskOfTheOperatorHolds) {
+    const ChangedUmask umask(027);
+    ASSERT_TRUE(at("a").createDirectory());
+    EXPECT_EQ(fs::status(directory.path("a")).permissions(), fs::perms(0750));
+}
 
 TEST_F(Directory, FileListHasTheFilesOfTheExtension) {
     directory.write("a.xml", "");

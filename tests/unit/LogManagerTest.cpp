@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "ChangedUmask.h"
 #include "LogCapture.h"
 #include "TemporaryDirectory.h"
 
@@ -159,6 +160,37 @@ TEST(LogManager, NamedPipeAsFileIsRefused) {
     LogCapture log({.level = 4, .file = directory.path("pipe"), .tag = {}});
     say(log.manager(), 4, "goes on");
     EXPECT_THAT(log.finish(), HasSubstr("is not a regular file"));
+}
+
+TEST(LogManager, FileIsNeverMadeForOthersToWrite) {
+    const TemporaryDirectory directory;
+    const ChangedUmask umask(0);
+    LogCapture log({.level = 4, .file = directory.path("logs/log.txt"), .tag = {}});
+    say(log.manager(), 4, "text");
+    log.finish();
+    EXPECT_EQ(std::filesystem::status(directory.path("logs/log.txt")).permissions(),
+              std::filesystem::perms(0644));
+    EXPECT_EQ(std::filesystem::status(directory.path("logs")).permissions(), std::filesystem::perms(0755));
+}
+
+TEST(LogManager, FileIsMadeForItsOwnerWhateverTheUmask) {
+    const TemporaryDirectory directory;
+    const ChangedUmask umask(0777);
+    LogCapture log({.level = 4, .file = directory.path("log.txt"), .tag = {}});
+    say(log.manager(), 4, "text");
+    log.finish();
+    EXPECT_EQ(std::filesystem::status(directory.path("log.txt")).permissions(), std::filesystem::perms(0600));
+    EXPECT_THAT(directory.read("log.txt"), HasSubstr("MDM: text\n"));
+}
+
+TEST(LogManager, FileThatIsThereKeepsItsMode) {
+    const TemporaryDirectory directory;
+    directory.write("log.txt", "");
+    std::filesystem::permissions(directory.path("log.txt"), std::filesystem::perms(0664));
+    LogCapture log({.level = 4, .file = directory.path("log.txt"), .tag = {}});
+    say(log.manager(), 4, "text");
+    log.finish();
+    EXPECT_EQ(std::filesystem::status(directory.path("log.txt")).permissions(), std::filesystem::perms(0664));
 }
 
 /// Lets files of this process grow to size bytes only, as a full disk would.

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -826,6 +827,27 @@ TEST_F(MessageQueue, AForkedChildMakesItsQueuesAsAnotherMaker) {
     EXPECT_NE(makerOf("Q"), makerOf("OWN"));
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
+}
+
+TEST_F(MessageQueue, FilesThatMayNotBecomeLargeEnoughAreNamedAndNothingIsLeft) {
+    testing::internal::CaptureStderr();
+    ::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit before {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    const struct rlimit small { 4096, before.rlim_max };
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    sal::MessageQueue sut;
+    const bool isMade = sut.create("Q", 256, 1024, 0);
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    ::signal(SIGXFSZ, SIG_DFL);
+    EXPECT_FALSE(isMade);
+    const std::string text = testing::internal::GetCapturedStderr();
+    EXPECT_NE(text.find(": File too large; files of this process are limited to 4096 bytes (RLIMIT_FSIZE, "
+                        "ulimit -f), and this one needs "),
+              std::string::npos)
+        << text;
+    EXPECT_TRUE(files().empty());
+    EXPECT_TRUE(sut.create("Q", 256, 1024, 0));
 }
 
 TEST_F(MessageQueue, AForkedChildDoesNotKeepTheNameInUse) {

@@ -224,6 +224,32 @@ TEST_F(ModuleProbe, WhatTheModuleLeavesBehindEndsWithTheTrial) {
     EXPECT_TRUE(isGone(pid));
 }
 
+/// SIGCHLD as a driver in the host's process may leave it: children are collected by nobody.
+class ModuleProbeWithoutChildren : public ModuleProbe {
+protected:
+    ModuleProbeWithoutChildren() { ::signal(SIGCHLD, SIG_IGN); }
+    ~ModuleProbeWithoutChildren() override { ::signal(SIGCHLD, SIG_DFL); }
+};
+
+TEST_F(ModuleProbeWithoutChildren, HealthyModuleIsNotRefused) {
+    for (int i = 0; i < 5; ++i) {
+        m_directory.write("again", "");
+        fs::last_write_time(file(), fs::last_write_time(file()) + 1us);
+        EXPECT_EQ(refusalOf(""), "");
+    }
+}
+
+TEST_F(ModuleProbeWithoutChildren, WhatTheLoaderRefusesIsLeftToIt) {
+    EXPECT_EQ(m_sut.refusal(moduleFile("ThrowsInFactory")), "");
+}
+
+TEST_F(ModuleProbeWithoutChildren, ModuleThatDiesIsRefused) {
+    for (const char* fault : {"load kill", "load exit 0", "load crash", "delete abort"})
+        EXPECT_THAT(refusalOf(fault),
+                    HasSubstr(std::string(c_triedOut) + "ended before it was ready, and how is not known"))
+            << fault;
+}
+
 TEST_F(ModuleProbe, TrialEndsWithTheHost) {
     plan("load sleep");
     const pid_t host = ::fork();

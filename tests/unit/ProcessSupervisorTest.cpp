@@ -180,6 +180,27 @@ TEST_F(ProcessSupervisorTest, LearnsOfASignal) {
     EXPECT_EQ("signal 9 (Killed)", causeOf("A"));
 }
 
+TEST_F(ProcessSupervisorTest, EndThatSomebodyElseHasCollectedIsUnknown) {
+    ::signal(SIGCHLD, SIG_IGN);
+    start("A", "exit 3");
+    const bool isTold = hasLogged("A: process ");
+    ::signal(SIGCHLD, SIG_DFL);
+    EXPECT_TRUE(isTold);
+    EXPECT_EQ("unknown end", causeOf("A"));
+    EXPECT_TRUE(
+        hasLogged(" ended unexpectedly: unknown end (something in the host's process ignores SIGCHLD "
+                  "or collects children that are not its own); it is started again in 0.1 s"));
+}
+
+TEST_F(ProcessSupervisorTest, UnknownEndOfAReloadedDriverIsNoSurprise) {
+    ::signal(SIGCHLD, SIG_IGN);
+    start("A", "sleep 0.3");
+    setActivity("reloadDriver A", "A");
+    EXPECT_TRUE(hasEnded("A"));
+    ::signal(SIGCHLD, SIG_DFL);
+    EXPECT_TRUE(hasLogged(" ended: unknown end"));
+}
+
 TEST_F(ProcessSupervisorTest, LogsAnUnexpectedEndInOneLine) {
     start("A");
     m_store.setStateValueInt("A.X", 1);

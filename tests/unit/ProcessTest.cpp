@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -197,6 +198,25 @@ TEST_F(Process, WithoutObserverChildrenAreCollected) {
         std::this_thread::sleep_for(20ms);
     EXPECT_EQ(::kill(pid, 0), -1);
     EXPECT_EQ(errno, ESRCH);
+}
+
+TEST_F(Process, ChildThatIsCollectedByOthersIsToldOfOrFails) {
+    LogCapture log;
+    ::signal(SIGCHLD, SIG_IGN);
+    int failed = 0;
+    {
+        const Observer observer;
+        for (int i = 0; i < 100; ++i)
+            failed += start("title", "/bin/true", {}) ? 0 : 1;
+        EXPECT_EQ(observer.started.size() + static_cast<std::size_t>(failed), 100u);
+    }
+    ::signal(SIGCHLD, SIG_DFL);
+    const std::string text = log.finish();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), failed);
+    if (failed > 0) {
+        EXPECT_THAT(text,
+                    HasSubstr("\"title\" (/bin/true) ended as soon as it was started; how is not known"));
+    }
 }
 
 TEST_F(Process, ManyThreadsStartProcessesAtOnce) {

@@ -41,6 +41,12 @@ TEST(SignalWatch, IgnoresBrokenPipes) {
     SUCCEED();
 }
 
+TEST(SignalWatch, IgnoresThatAFileReachesItsLimit) {
+    const SignalWatch sut([](int) {});
+    kill(getpid(), SIGXFSZ);
+    SUCCEED();
+}
+
 TEST(SignalWatchDeathTest, SecondSignalEndsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(

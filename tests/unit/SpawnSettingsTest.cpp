@@ -63,4 +63,40 @@ TEST(SpawnSettings, CapturedChildHasNoDescriptorButTheStandardOnes) {
     ::close(ends[0]);
 }
 
+TEST(SpawnSettings, HandedOverDescriptorIsTheOnlyOneBesideTheStandardOnes) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    const int high = ::fcntl(ends[1], F_DUPFD, 100);
+    sal::SpawnSettings sut;
+    sut.handOver(high);
+    EXPECT_EQ(
+        run(sut, "echo result >&3; for f in 4 5 6 7 8 9 100; do [ ! -e /proc/$$/fd/$f ] || exit 1; done"), 0);
+    ::close(high);
+    ::close(ends[1]);
+    EXPECT_EQ(textOf(ends[0]), "result\n");
+    ::close(ends[0]);
+}
+
+TEST(SpawnSettings, DescriptorThatHasTheNumberAlreadyIsHandedOver) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const int before = ::fcntl(sal::SpawnSettings::s_handedOver, F_DUPFD_CLOEXEC, 50);
+    ASSERT_EQ(::dup3(ends[1], sal::SpawnSettings::s_handedOver, O_CLOEXEC), sal::SpawnSettings::s_handedOver);
+    sal::SpawnSettings sut;
+    sut.handOver(sal::SpawnSettings::s_handedOver);
+    EXPECT_EQ(run(sut, "echo result >&3"), 0);
+    if (before >= 0) {
+        ::dup2(before, sal::SpawnSettings::s_handedOver);
+        ::close(before);
+    } else {
+        ::close(sal::SpawnSettings::s_handedOver);
+    }
+    if (ends[1] != sal::SpawnSettings::s_handedOver)
+        ::close(ends[1]);
+    if (ends[0] != sal::SpawnSettings::s_handedOver) {
+        EXPECT_EQ(textOf(ends[0]), "result\n");
+        ::close(ends[0]);
+    }
+}
+
 }  // namespace

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -48,6 +50,16 @@ TEST(StopSignals, IgnoresBrokenPipes) {
                   StopSignals sut;
                   ::kill(::getpid(), SIGPIPE);
                   return 0;
+              }));
+}
+
+TEST(StopSignals, FileOverItsLimitIsAnErrorOfTheWrite) {
+    EXPECT_EQ(EFBIG, inChild([] {
+                  StopSignals sut;
+                  const rlimit none{0, RLIM_INFINITY};
+                  ::setrlimit(RLIMIT_FSIZE, &none);
+                  const int file = ::memfd_create("file", MFD_CLOEXEC);
+                  return ::write(file, "x", 1) == 1 ? 0 : errno;
               }));
 }
 

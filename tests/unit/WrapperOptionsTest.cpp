@@ -35,8 +35,16 @@ TEST(WrapperOptions, EmptyArgumentsAreWrong) {
     EXPECT_FALSE(parse({"/opt/axis.so", ""}).usable);
 }
 
+TEST(WrapperOptions, TakesTheNumberOfDescriptors) {
+    EXPECT_EQ(parse({"m", "A"}, {{"MFD_DESCRIPTORS", "1024"}}).descriptors, 1024u);
+    const WrapperOptions sut = parse({"m", "A"}, {{"MFD_DESCRIPTORS", "-1"}});
+    EXPECT_EQ(sut.descriptors, 0u);
+    EXPECT_EQ(sut.complaints.size(), 1u);
+}
+
 TEST(WrapperOptions, DefaultsWithoutVariables) {
     const WrapperOptions sut = parse({"m", "A"});
+    EXPECT_EQ(sut.descriptors, 0u);
     EXPECT_EQ(sut.logLevel, 4);
     EXPECT_EQ(sut.stopTimeout.count(), 3000);
     EXPECT_THAT(sut.complaints, IsEmpty());

@@ -1,0 +1,17 @@
+#include "DriverCallWatch.h"
+
+void DriverCallWatch::callBegins(const std::string& driverID, const char* operation) {
+    // What it has changed while it was made.
+    m_surroundings.restore(driverID + " or another driver");
+    m_roster.callBegins(driverID, operation);
+}
+
+void DriverCallWatch::callEnded(const std::string& driverID, const char* operation) {
+    m_roster.callEnded(driverID, operation);
+    m_surroundings.restore(driverID + ": " + operation + "()");
+}
+
+void DriverCallWatch::driverDeleted(const std::string& driverID) {
+    m_roster.driverDeleted(driverID);
+    m_surroundings.restore(driverID + ": its destructor");
+}
