@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "../support/HangGuard.h"
 #include "MfdDriver.h"
 #include "MfdDriverBase.h"
 #include "Record.h"
@@ -144,13 +145,7 @@ private:
     }
 
     static bool waitFor(const std::string& file) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (!std::filesystem::exists(file)) {
-            if (std::chrono::steady_clock::now() > end)
-                return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        return true;
+        return eventually([&] { return std::filesystem::exists(file); }, std::chrono::milliseconds(2));
     }
 
     static FIDParameterList further(const FIDParameterList& parameters) {

@@ -3,14 +3,13 @@
 #include <sys/wait.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <thread>
 
+#include "../support/HangGuard.h"
 #include "../system/PrivateMachine.h"
 #include "InterfaceIds.h"
 
@@ -134,13 +133,7 @@ bool ModeBench::waitForLog(const std::string& text) const {
 }
 
 bool ModeBench::eventually(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+    return ::eventually(condition, std::chrono::milliseconds(1));
 }
 
 void ModeBench::open(const std::string& gate) const {

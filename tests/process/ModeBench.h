@@ -68,7 +68,7 @@ protected:
     /// Waits until the log has a line with this text.
     bool waitForLog(const std::string& text) const;
     std::string log() const;
-    /// False when the condition has not come true in thirty seconds.
+    /// False when the condition has not come true before the hang guard.
     static bool eventually(const std::function<bool()>& condition);
     /// Lets those go on who wait for the file.
     std::string gate(const std::string& name) const { return directory / name; }

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <string>
 
+#include "../support/HangGuard.h"
+
 /// One process under test: a child, or the orphan of one. Waits are bounded, so that a process that hangs
 /// fails its test and is killed when the controller goes.
 class ProcessController {
@@ -20,7 +22,7 @@ public:
     void signal(int number) const;
 
     /// "exit 0", "signal 11"; "still running" when it does not end in time.
-    std::string waitEnd(std::chrono::seconds timeout = std::chrono::seconds(30));
+    std::string waitEnd(std::chrono::seconds timeout = c_hangGuard);
 
     static int openDescriptors(pid_t pid);
     /// Processor time so far, all threads.

@@ -6,13 +6,12 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
+#include "../support/HangGuard.h"
 #include "sal/Path.h"
 
 namespace {
@@ -38,17 +37,6 @@ int redirect(int stream, const std::filesystem::path& path) {
     dup2(file, stream);
     close(file);
     return copy;
-}
-
-template <class Condition>
-bool eventually(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 void restore(int stream, int copy) {

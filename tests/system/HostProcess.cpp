@@ -17,7 +17,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr auto c_patience = std::chrono::seconds(30);
 constexpr auto c_step = std::chrono::milliseconds(20);
 
 std::string read(const fs::path& path) {
@@ -120,11 +119,11 @@ std::string HostProcess::log() const {
 }
 
 bool HostProcess::waitForOutput(const std::string& text) const {
-    return waitFor(c_patience, [&] { return output().find(text) != std::string::npos; });
+    return waitFor(c_hangGuard, [&] { return output().find(text) != std::string::npos; });
 }
 
 bool HostProcess::waitForOutputAfter(const std::string& earlier, const std::string& text) const {
-    return waitFor(c_patience, [&] {
+    return waitFor(c_hangGuard, [&] {
         const std::string now = output();
         const auto at = now.rfind(earlier);
         return at != std::string::npos && now.find(text, at) != std::string::npos;
@@ -132,7 +131,7 @@ bool HostProcess::waitForOutputAfter(const std::string& earlier, const std::stri
 }
 
 bool HostProcess::waitForLog(const std::string& text) const {
-    return waitFor(c_patience, [&] { return log().find(text) != std::string::npos; });
+    return waitFor(c_hangGuard, [&] { return log().find(text) != std::string::npos; });
 }
 
 std::optional<int> HostProcess::waitForEnd(int seconds) {
@@ -168,4 +167,8 @@ bool endsWithin(pid_t pid, int milliseconds) {
         const char state = processStat(pid).state;
         return state == 0 || state == 'Z' || state == 'X';
     });
+}
+
+bool endsInTime(pid_t pid) {
+    return endsWithin(pid, static_cast<int>(std::chrono::milliseconds(c_hangGuard).count()));
 }

@@ -9,8 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "../support/HangGuard.h"
+
 /// A running mfhost (or any other program): what is typed into it goes through a pipe, what it writes is kept
-/// in two files. Each wait ends after a generous time and then says no. Killed with the object.
+/// in two files. Each wait ends with the hang guard and then says no. Killed with the object.
 class HostProcess {
 public:
     struct Start {
@@ -41,7 +43,7 @@ public:
     bool waitForLog(const std::string& text) const;
 
     /// Its exit code, or 128 and the signal that ended it; nothing when it is still there after that long.
-    std::optional<int> waitForEnd(int seconds = 30);
+    std::optional<int> waitForEnd(int seconds = static_cast<int>(c_hangGuard.count()));
 
     /// Process IDs of its children.
     std::vector<pid_t> children() const;
@@ -58,3 +60,5 @@ private:
 
 /// Whether the process is gone, or is so within that time. A process that nobody has reaped yet is gone.
 bool endsWithin(pid_t pid, int milliseconds);
+/// The same with the hang guard for a limit.
+bool endsInTime(pid_t pid);

@@ -125,12 +125,7 @@ protected:
 
     /// Whether all that was started from here is gone, or is so in a while.
     bool allEnd() const {
-        for (int i = 0; i < 500; ++i) {
-            if (!isRunning())
-                return true;
-            std::this_thread::sleep_for(20ms);
-        }
-        return false;
+        return eventually([this] { return !isRunning(); }, 20ms);
     }
 
     static std::vector<std::string> queues() {

@@ -1,11 +1,12 @@
 #pragma once
 
 #include <algorithm>
-#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "../HangGuard.h"
 
 /// Calls in the order in which they came, one line each. Any thread writes and waits.
 class CallLog {
@@ -34,10 +35,10 @@ public:
         return countLocked(line);
     }
 
-    /// Waits until the line has come that many times in all. False when it has not in ten seconds.
+    /// Waits until the line has come that many times in all. False when it has not before the hang guard.
     bool waitFor(const std::string& line, int times = 1) const {
         std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(lock, std::chrono::seconds(10), [&] { return countLocked(line) >= times; });
+        return m_changed.wait_for(lock, c_hangGuard, [&] { return countLocked(line) >= times; });
     }
 
 private:

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include "../HangGuard.h"
+
 namespace fakehost {
 
 Journal& Journal::instance() {
@@ -100,7 +102,7 @@ int Journal::count(const std::string& line) const {
 
 bool Journal::waitFor(const std::string& line, int times) const {
     std::unique_lock lock(m_mutex);
-    return m_changed.wait_for(lock, std::chrono::seconds(10),
+    return m_changed.wait_for(lock, c_hangGuard,
                               [&] { return std::count(m_lines.begin(), m_lines.end(), line) >= times; });
 }
 

@@ -8,6 +8,8 @@
 #include <csignal>
 #include <stdexcept>
 
+#include "../HangGuard.h"
+
 QueuePeer::QueuePeer(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix) {
     std::vector<std::string> words = prefix;
     words.emplace_back(QUEUE_PEER);
@@ -43,7 +45,7 @@ QueuePeer::~QueuePeer() {
 std::string QueuePeer::line() {
     std::string text;
     pollfd ready{m_output, POLLIN, 0};
-    while (::poll(&ready, 1, 10'000) > 0) {
+    while (::poll(&ready, 1, static_cast<int>(std::chrono::milliseconds(c_hangGuard).count())) > 0) {
         char letter = 0;
         if (::read(m_output, &letter, 1) != 1 || letter == '\n') {
             break;

@@ -14,7 +14,7 @@ public:
     QueuePeer(const QueuePeer&) = delete;
     QueuePeer& operator=(const QueuePeer&) = delete;
 
-    /// The next line that it says; empty when it ends or says nothing for ten seconds.
+    /// The next line that it says; empty when it ends or says nothing before the hang guard.
     std::string line();
 
     pid_t pid() const { return m_pid; }
