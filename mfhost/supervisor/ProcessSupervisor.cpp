@@ -172,7 +172,9 @@ bool ProcessSupervisor::beginRestart(const std::string& driverID) {
 }
 
 void ProcessSupervisor::endStart(const std::string& driverID, const std::string& reason) {
-    reap(driverID);
+    // A process whose end another thread is just telling of is neither among the living nor among the ended.
+    const std::lock_guard reapLock(m_reapMutex);
+    reapLocked(driverID);
     {
         const std::lock_guard lock(m_mutex);
         const bool isAlive = std::any_of(m_processes.begin(), m_processes.end(), [&](const Watched& process) {
@@ -257,6 +259,10 @@ int ProcessSupervisor::pollTimeout() {
 
 void ProcessSupervisor::reap(const std::string& driverID) {
     const std::lock_guard reapLock(m_reapMutex);
+    reapLocked(driverID);
+}
+
+void ProcessSupervisor::reapLocked(const std::string& driverID) {
     std::list<Watched> endedNow;
     std::list<ProcessEnd> ends;
     {
@@ -511,6 +517,9 @@ std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queue
     const std::lock_guard lock(m_mutex);
     if (m_settings.hangTimeout.count() <= 0 || m_shutdownBegan)
         return samples;
+    const bool isOneEnding = std::any_of(m_processes.begin(), m_processes.end(), [](const Watched& process) {
+        return process.terminated || !process.hang.empty();
+    });
     for (const Watched& process : m_processes) {
         const auto input = queues.find(process.driverID + s_inQueueSuffix);
         if (process.terminated || !process.hang.empty() || input == queues.end() || input->second.depth == 0)
@@ -519,17 +528,20 @@ std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queue
         if (!reading)
             continue;
         const auto output = queues.find(process.driverID + s_outQueueSuffix);
-        samples.push_back(
-            {.driverID = process.driverID,
-             .pid = process.pid,
-             .standing = input->second.depth,
-             .received = input->second.received,
-             .cpuTicks = reading->cpuTicks,
-             .isRunnable = reading->isRunnable,
-             .isTraced = reading->isTraced,
-             .waitsForHost = output != queues.end() && output->second.depth >= output->second.capacity,
-             .holdsUpSender =
-                 input->second.waitingForMs >= static_cast<unsigned int>(m_settings.hangTimeout.count())});
+        const bool waitsForHost = output != queues.end() && output->second.depth >= output->second.capacity;
+        // What holds the host up may be the one that is being ended; its time begins when that is gone.
+        if (waitsForHost && isOneEnding)
+            continue;
+        samples.push_back({.driverID = process.driverID,
+                           .pid = process.pid,
+                           .standing = input->second.depth,
+                           .received = input->second.received,
+                           .cpuTicks = reading->cpuTicks,
+                           .isRunnable = reading->isRunnable,
+                           .isTraced = reading->isTraced,
+                           .waitsForHost = waitsForHost,
+                           .holdsUpSender = input->second.waitingForMs >=
+                                            static_cast<unsigned int>(m_settings.hangTimeout.count())});
     }
     return samples;
 }

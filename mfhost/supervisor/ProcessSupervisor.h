@@ -112,6 +112,7 @@ private:
     void run();
     int pollTimeout();
     void reap(const std::string& driverID);
+    void reapLocked(const std::string& driverID);
     void ended(const Watched& process, const ProcessEnd& end);
     std::string planRestart(const std::string& driverID, Clock::duration ran);
     bool isBusy();

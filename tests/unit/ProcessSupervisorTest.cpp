@@ -1,5 +1,6 @@
 #include "ProcessSupervisor.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -9,23 +10,38 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <thread>
 
+#include "HangGuard.h"
 #include "StandardErrorCapture.h"
+#include "TemporaryDirectory.h"
 #include "sal/LogManager.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using testing::ContainsRegex;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+/// Times that come in a test, whatever a busy machine does meanwhile.
+const ProcessSupervisor::Settings c_shortTimes{
+    .stopTimeout = 300ms,
+    .shutdownLimit = 1500ms,
+    .killDelay = 200ms,
+    .hangTimeout = 400ms,
+    .stacksLimit = 500ms,
+    .restart = {.firstDelay = 100ms, .limit = 2, .random = [] { return 0.5; }}};
 
 /// A supervisor over real shell processes, with a command thread and queues that the test makes up.
 class ProcessSupervisorTest : public testing::Test {
 protected:
-    ProcessSupervisorTest() {
+    explicit ProcessSupervisorTest(const ProcessSupervisor::Settings& settings = c_shortTimes)
+        : m_sut(m_roster, settings, environment()) {
         sal::Process::setObserver(&m_renaming);
         m_sut.start();
     }
@@ -43,9 +59,36 @@ protected:
         m_nextID = id;
         ASSERT_TRUE(sal::Process::createProcess("sh", shell, {"-c", script}));
     }
-    void start(const std::string& id) { start(id, "exec sleep 60"); }
-    /// A process that ignores SIGTERM.
-    void startDeaf(const std::string& id) { start(id, "trap '' TERM; while :; do sleep 0.05; done"); }
+    void start(const std::string& id) { start(id, "exec sleep 3600"); }
+    /// A process that ignores SIGTERM, and does so when this returns.
+    void startDeaf(const std::string& id) {
+        start(id, "trap '' TERM; while :; do sleep 0.05; done");
+        ASSERT_TRUE(eventually([pid = driver(id).pid] { return ignoresTermination(pid); }));
+    }
+    /// A process that ends with this exit code when it is let go.
+    void startHeld(const std::string& id, int exitCode) {
+        start(id, "until [ -e " + m_directory.path("go") + " ]; do sleep 0.01; done; exit " +
+                      std::to_string(exitCode));
+    }
+    void letGo() { m_directory.write("go", ""); }
+    static bool ignoresTermination(int pid) {
+        std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+        for (std::string word; status >> word;) {
+            unsigned long ignored = 0;
+            if (word == "SigIgn:")
+                return status >> std::hex >> ignored && (ignored >> (SIGTERM - 1) & 1) != 0;
+        }
+        return false;
+    }
+    /// A process that sleeps, and does so when this returns: what it needs to come up is used.
+    void startAsleep(const std::string& id) {
+        start(id);
+        ASSERT_TRUE(eventually([pid = driver(id).pid] {
+            std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+            std::string text;
+            return std::getline(stat, text) && text.find("(sleep) S ") != std::string::npos;
+        }));
+    }
     void setActivity(const std::string& what, const std::string& driverID) {
         {
             const std::lock_guard lock(m_mutex);
@@ -81,14 +124,7 @@ protected:
         }
         return {};
     }
-    bool waitUntil(const std::function<bool()>& condition) {
-        for (int i = 0; i < 2000; ++i) {
-            if (condition())
-                return true;
-            std::this_thread::sleep_for(5ms);
-        }
-        return false;
-    }
+    static bool waitUntil(const std::function<bool()>& condition) { return eventually(condition); }
     std::string causeOf(const std::string& id) {
         for (const auto& driver : m_roster.drivers()) {
             if (driver.id == id)
@@ -110,6 +146,32 @@ protected:
         return waitUntil([&] { return !m_roster.isRunning(id); });
     }
 
+    ProcessSupervisor::Environment environment() {
+        return {.activity =
+                    [this] {
+                        const std::lock_guard lock(m_mutex);
+                        return m_activity;
+                    },
+                .queues =
+                    [this] {
+                        const std::lock_guard lock(m_mutex);
+                        if (m_onLook)
+                            m_onLook();
+                        return m_queues;
+                    },
+                .receiverGone =
+                    [this](const std::string& name) {
+                        const std::lock_guard lock(m_mutex);
+                        m_gone.push_back(name);
+                    },
+                .exitNow = [this](int exitCode) { m_exitCode = exitCode; },
+                .restart =
+                    [this](const std::string& driverID) {
+                        const std::lock_guard lock(m_mutex);
+                        m_restarts.push_back(driverID);
+                    }};
+    }
+
     /// Gives the shell processes the driver IDs that the test wants.
     class Renaming : public sal::Process::Observer {
     public:
@@ -124,46 +186,55 @@ protected:
         ProcessSupervisorTest& m_test;
     };
 
+    const TemporaryDirectory m_directory;
     StandardErrorCapture m_capture;
     sal::LogManager m_log;
     std::mutex m_mutex;
     CommandThread::Activity m_activity;
     std::vector<sal::MessageQueue::Status> m_queues;
+    std::function<void()> m_onLook;  ///< when the supervisor looks at the queues, before it is answered
     std::vector<std::string> m_gone;
     std::vector<std::string> m_restarts;
     std::atomic<int> m_exitCode = -1;
     std::string m_nextID;
     StateStore m_store;
     DriverRoster m_roster{m_store};
-    ProcessSupervisor m_sut{m_roster,
-                            {.stopTimeout = 300ms,
-                             .shutdownLimit = 1500ms,
-                             .killDelay = 200ms,
-                             .hangTimeout = 400ms,
-                             .stacksLimit = 500ms,
-                             .restart = {.firstDelay = 100ms, .limit = 2, .random = [] { return 0.5; }}},
-                            {.activity =
-                                 [this] {
-                                     const std::lock_guard lock(m_mutex);
-                                     return m_activity;
-                                 },
-                             .queues =
-                                 [this] {
-                                     const std::lock_guard lock(m_mutex);
-                                     return m_queues;
-                                 },
-                             .receiverGone =
-                                 [this](const std::string& name) {
-                                     const std::lock_guard lock(m_mutex);
-                                     m_gone.push_back(name);
-                                 },
-                             .exitNow = [this](int exitCode) { m_exitCode = exitCode; },
-                             .restart =
-                                 [this](const std::string& driverID) {
-                                     const std::lock_guard lock(m_mutex);
-                                     m_restarts.push_back(driverID);
-                                 }}};
+    ProcessSupervisor m_sut;
     Renaming m_renaming{*this};
+};
+
+ProcessSupervisor::Settings shortTimesBut(void (*change)(ProcessSupervisor::Settings&)) {
+    ProcessSupervisor::Settings settings = c_shortTimes;
+    change(settings);
+    return settings;
+}
+
+/// Whoever is told to end has all the time that it may need for it, and the reader of stacks as well.
+class ProcessSupervisorThatKillsNobody : public ProcessSupervisorTest {
+protected:
+    ProcessSupervisorThatKillsNobody()
+        : ProcessSupervisorTest(shortTimesBut([](auto& settings) {
+              settings.killDelay = 1h;
+              settings.stacksLimit = 1h;
+              settings.shutdownLimit = 3h;
+          })) {}
+};
+
+/// Nobody is told to end by the supervisor.
+class ProcessSupervisorThatWaits : public ProcessSupervisorTest {
+protected:
+    ProcessSupervisorThatWaits()
+        : ProcessSupervisorTest(shortTimesBut([](auto& settings) {
+              settings.stopTimeout = 1h;
+              settings.shutdownLimit = 3h;
+          })) {}
+};
+
+/// The end of a shutdown is not enforced.
+class ProcessSupervisorThatIsNotHurried : public ProcessSupervisorTest {
+protected:
+    ProcessSupervisorThatIsNotHurried()
+        : ProcessSupervisorTest(shortTimesBut([](auto& settings) { settings.shutdownLimit = 3h; })) {}
 };
 
 }  // namespace
@@ -221,7 +292,7 @@ TEST_F(ProcessSupervisorTest, ReleasesThoseWhoSendToTheEndedDriver) {
     }));
 }
 
-TEST_F(ProcessSupervisorTest, EndsTheOldProcessOfADriverThatHoldsUpItsReload) {
+TEST_F(ProcessSupervisorThatKillsNobody, EndsTheOldProcessOfADriverThatHoldsUpItsReload) {
     start("A");
     setActivity("reloadDriver A", "A");
     ASSERT_TRUE(hasEnded("A"));
@@ -231,7 +302,6 @@ TEST_F(ProcessSupervisorTest, EndsTheOldProcessOfADriverThatHoldsUpItsReload) {
 
 TEST_F(ProcessSupervisorTest, KillsWhatDoesNotHeedTheSignal) {
     startDeaf("A");
-    std::this_thread::sleep_for(100ms);
     setActivity("reloadDriver A", "A");
     ASSERT_TRUE(hasEnded("A"));
     EXPECT_EQ("signal 9 (Killed)", causeOf("A"));
@@ -282,15 +352,17 @@ TEST_F(ProcessSupervisorTest, SaysNothingOfAFullQueueWhoseProcessItHasEnded) {
 }
 
 TEST_F(ProcessSupervisorTest, LateEndInOrderOfAReplacedProcessIsNoSurprise) {
-    start("A", "sleep 0.2; exit 0");
+    startHeld("A", 0);
     start("A");
+    letGo();
     EXPECT_TRUE(hasLogged("ended: exit code 0"));
     EXPECT_EQ(std::string::npos, m_capture.text().find("unexpectedly"));
 }
 
 TEST_F(ProcessSupervisorTest, LateCrashOfAReplacedProcessIsTold) {
-    start("A", "sleep 0.2; exit 3");
+    startHeld("A", 3);
     start("A");
+    letGo();
     EXPECT_TRUE(hasLogged("ended unexpectedly: exit code 3"));
 }
 
@@ -350,23 +422,31 @@ TEST_F(ProcessSupervisorTest, NamesAnInProcessDriverThatDoesNotComeBackOnce) {
     EXPECT_EQ(1, loggedLines());
 }
 
-TEST_F(ProcessSupervisorTest, WaitsForProcessesThatEndByThemselves) {
-    start("A", "sleep 0.1; exit 0");
+TEST_F(ProcessSupervisorThatWaits, WaitsForProcessesThatEndByThemselves) {
+    startHeld("A", 0);
     m_sut.beginShutdown(0);
-    m_sut.endProcesses();
+    auto ending = std::async(std::launch::async, [this] { m_sut.endProcesses(); });
+    EXPECT_EQ(ending.wait_for(50ms), std::future_status::timeout);
+    letGo();
+    ending.get();
     EXPECT_EQ("exit code 0", causeOf("A"));
     m_log.flush();
     EXPECT_EQ(std::string::npos, m_capture.text().find("unexpectedly"));
 }
 
-TEST_F(ProcessSupervisorTest, EndsAtAShutdownWhatDoesNotEndByItself) {
+TEST_F(ProcessSupervisorThatKillsNobody, EndsAtAShutdownWhatDoesNotEndByItself) {
     start("A");
-    startDeaf("B");
-    std::this_thread::sleep_for(100ms);
     m_sut.beginShutdown(0);
     m_sut.endProcesses();
     EXPECT_EQ("signal 15 (Terminated)", causeOf("A"));
-    EXPECT_EQ("signal 9 (Killed)", causeOf("B"));
+    EXPECT_EQ(-1, m_exitCode);
+}
+
+TEST_F(ProcessSupervisorThatIsNotHurried, KillsAtAShutdownWhatHeedsNothing) {
+    startDeaf("A");
+    m_sut.beginShutdown(0);
+    m_sut.endProcesses();
+    EXPECT_EQ("signal 9 (Killed)", causeOf("A"));
     EXPECT_EQ(-1, m_exitCode);
 }
 
@@ -450,16 +530,18 @@ TEST_F(ProcessSupervisorTest, KeepsTheCauseOfAProcessThatDiedAtTheLimit) {
 }
 
 TEST_F(ProcessSupervisorTest, DoesNotStartADriverAgainThatIsReloaded) {
-    start("A", "sleep 0.2; exit 0");
+    startHeld("A", 0);
     setActivity("reloadDriver A", "A");
+    letGo();
     ASSERT_TRUE(hasEnded("A"));
     std::this_thread::sleep_for(400ms);
     EXPECT_EQ(0u, restarts().size());
 }
 
 TEST_F(ProcessSupervisorTest, DoesNotStartADriverAgainInAShutdown) {
-    start("A", "sleep 0.1; exit 3");
+    startHeld("A", 3);
     m_sut.beginShutdown(0);
+    letGo();
     m_sut.endProcesses();
     std::this_thread::sleep_for(300ms);
     EXPECT_EQ(0u, restarts().size());
@@ -484,21 +566,19 @@ TEST_F(ProcessSupervisorTest, GivesUpWithOneLine) {
     EXPECT_EQ(2, loggedLines());
 }
 
-TEST_F(ProcessSupervisorTest, EndsAProcessThatHangs) {
-    start("A");
+TEST_F(ProcessSupervisorThatKillsNobody, EndsAProcessThatHangs) {
+    startAsleep("A");
     m_store.setStateValueInt("A.X", 1);
     setStanding("A");
     ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
-    EXPECT_TRUE(hasLogged("hangs: it has taken none of 5 messages for 0."));
     EXPECT_TRUE(hasLogged(" and does not compute; it is ended\n"));
-    EXPECT_EQ(0u, causeOf("A").find("hung for 0.")) << causeOf("A");
-    EXPECT_NE(std::string::npos, causeOf("A").find(", signal 15 (Terminated)"));
-    EXPECT_EQ(0u, m_store.find("A.X")->staleCause.find("hung for 0."));
+    EXPECT_THAT(m_capture.text(), ContainsRegex("hangs: it has taken none of 5 messages for [0-9.]+ s and"));
+    EXPECT_THAT(causeOf("A"), MatchesRegex("hung for [0-9.]+ s, signal 15 \\(Terminated\\)"));
+    EXPECT_THAT(m_store.find("A.X")->staleCause, StartsWith("hung for "));
 }
 
 TEST_F(ProcessSupervisorTest, KillsAProcessThatHangsAndHeedsNothing) {
     startDeaf("A");
-    std::this_thread::sleep_for(100ms);
     setStanding("A");
     ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
     EXPECT_NE(std::string::npos, causeOf("A").find(", signal 9 (Killed)")) << causeOf("A");
@@ -507,7 +587,6 @@ TEST_F(ProcessSupervisorTest, KillsAProcessThatHangsAndHeedsNothing) {
 TEST_F(ProcessSupervisorTest, MarksTheValuesOfAHungDriverBeforeItTellsOfIt) {
     startDeaf("A");
     m_store.setStateValueInt("A.X", 1);
-    std::this_thread::sleep_for(100ms);
     setStanding("A");
     ASSERT_TRUE(hasLogged(" hangs: "));
     EXPECT_TRUE(m_store.find("A.X")->isStale());
@@ -517,21 +596,49 @@ TEST_F(ProcessSupervisorTest, MarksTheValuesOfAHungDriverBeforeItTellsOfIt) {
 
 TEST_F(ProcessSupervisorTest, LeavesAProcessThatTakesMessages) {
     start("A");
-    for (std::uint32_t received = 0; received < 10; ++received) {
-        setStanding("A", received);
-        std::this_thread::sleep_for(100ms);
+    setStanding("A");
+    std::atomic<int> looks = 0;
+    {
+        // One message between each two looks, however far apart they are.
+        const std::lock_guard lock(m_mutex);
+        m_onLook = [&] {
+            ++m_queues.front().received;
+            ++looks;
+        };
     }
+    std::this_thread::sleep_for(1s);
+    EXPECT_TRUE(waitUntil([&] { return looks >= 20; }));
     EXPECT_TRUE(m_roster.isRunning("A"));
+    const std::lock_guard lock(m_mutex);
+    m_onLook = nullptr;
 }
 
-TEST_F(ProcessSupervisorTest, ShowsWhereAHungProcessStands) {
-    char directory[] = "/tmp/supervisor-XXXXXX";
-    ASSERT_NE(nullptr, ::mkdtemp(directory));
-    const std::string tool = std::string(directory) + "/eu-stack";
+TEST_F(ProcessSupervisorThatKillsNobody, LeavesOneThatWaitsForTheHostWhileAnotherThatHangsIsEnded) {
+    startDeaf("A");
+    startAsleep("B");
+    {
+        // Both leave messages standing; the host waits for B, and B for the host.
+        const std::lock_guard lock(m_mutex);
+        for (const char* name : {"A_INQ", "B_INQ", "B_OUTQ"}) {
+            sal::MessageQueue::Status status;
+            status.name = name;
+            status.capacity = 256;
+            status.depth = 256;
+            status.waitingForMs = 3600'000;
+            m_queues.push_back(status);
+        }
+    }
+    ASSERT_TRUE(waitUntil([&] { return driver("A").status == DriverRoster::EStatus::Hung; }));
+    std::this_thread::sleep_for(2s);
+    EXPECT_EQ(DriverRoster::EStatus::Running, driver("B").status);
+}
+
+TEST_F(ProcessSupervisorThatKillsNobody, ShowsWhereAHungProcessStands) {
+    const std::string tool = m_directory.path("eu-stack");
     std::ofstream(tool) << "#!/bin/sh\necho \"TID $2:\"\necho '#0 nanosleep'\n";
     ::chmod(tool.c_str(), 0700);
     const std::string path = std::getenv("PATH");
-    ::setenv("PATH", (std::string(directory) + ":" + path).c_str(), 1);
+    ::setenv("PATH", (m_directory.path() + ":" + path).c_str(), 1);
     start("A");
     const int pid = driver("A").pid;
     setStanding("A");
@@ -539,7 +646,6 @@ TEST_F(ProcessSupervisorTest, ShowsWhereAHungProcessStands) {
     EXPECT_TRUE(hasLogged("    #0 nanosleep\n"));
     ASSERT_TRUE(hasEnded("A"));
     ::setenv("PATH", path.c_str(), 1);
-    std::filesystem::remove_all(directory);
     const std::string log = m_capture.text();
     EXPECT_LT(log.find(" hangs: "), log.find("    TID "));
     EXPECT_LT(log.find("#0 nanosleep"), log.find(" ended: hung"));
@@ -558,7 +664,7 @@ TEST_F(ProcessSupervisorTest, ReaderLearnsOfAnEndBeforeTheWatchDoes) {
     store.setRefresh([&](const std::string& driverID) { sut.refresh(driverID); });
     sal::Process::setObserver(&sut);
     sal::Path sleep("/bin/sleep");
-    ASSERT_TRUE(sal::Process::createProcess("sleep", sleep, {"60", "0"}));
+    ASSERT_TRUE(sal::Process::createProcess("sleep", sleep, {"3600", "0"}));
     sal::Process::setObserver(&m_renaming);
     store.setStateValueInt("0.X", 1);
     ASSERT_FALSE(store.find("0.X")->isStale());
