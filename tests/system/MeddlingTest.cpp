@@ -26,7 +26,9 @@ protected:
         workplace().addModule("Meddles");
         workplace().addModule("Echo");
         workplace().addModule("Recorder");
+        fs::create_directory(elsewhere());
     }
+    fs::path elsewhere() { return workplace().directory() / "elsewhere"; }
 
     /// M meddles, the others are loaded behind it.
     void configure(const std::string& others) {
@@ -111,18 +113,19 @@ INSTANTIATE_TEST_SUITE_P(By, MeddlingWithChildren, testing::Values("IGNORE", "RE
 
 TEST_F(Meddling, WorkingDirectoryOfTheNextDriverIsTheHosts) {
     configure(Workplace::entry("R", "Recorder", "direct"));
-    const HostProcess& host = startMeddling("initializationCompleted|CHDIR|/");
+    const HostProcess& host = startMeddling("initializationCompleted|CHDIR|" + elsewhere().string());
     EXPECT_EQ(fs::read_symlink("/var/data/R"), workplace().workdir() / "data/R");
-    EXPECT_FALSE(fs::exists("/data/R"));
+    EXPECT_TRUE(fs::is_empty(elsewhere()));
     EXPECT_THAT(host.log(),
                 HasSubstr("HOST: M: initializationCompleted() has changed the working directory of "
-                          "the host's process to /; it is put back\n"));
+                          "the host's process to " +
+                          elsewhere().string() + "; it is put back\n"));
     EXPECT_EQ(end(), 0);
 }
 
 TEST_F(Meddling, WorkingDirectoryIsTheHostsAfterADriverThatChangesItWhileItIsMade) {
     configure(Workplace::entry("R", "Recorder", "direct"));
-    startMeddling("made|CHDIR|/");
+    startMeddling("made|CHDIR|" + elsewhere().string());
     EXPECT_EQ(fs::read_symlink("/var/data/R"), workplace().workdir() / "data/R");
     EXPECT_EQ(end(), 0);
 }
@@ -131,23 +134,23 @@ TEST_F(Meddling, EveryCommandBeginsInTheHostsDirectory) {
     configure(Workplace::entry("R", "Recorder", "direct"));
     HostProcess& host = startMeddling("");
     fs::remove_all(workplace().workdir() / "data/R");
-    meddle(host, "CHDIR value=/");
+    meddle(host, "CHDIR value=" + elsewhere().string());
     host.type("reloadDriver R");
     settle(host);
     EXPECT_EQ(fs::read_symlink("/var/data/R"), workplace().workdir() / "data/R");
     EXPECT_TRUE(fs::is_directory(workplace().workdir() / "data/R"));
-    EXPECT_FALSE(fs::exists("/data/R"));
+    EXPECT_TRUE(fs::is_empty(elsewhere()));
     EXPECT_THAT(host.log(),
                 HasSubstr("HOST: a driver in the host's process has changed the working directory "
-                          "of the host's process to /; it is put back\n"));
+                          "of the host's process to " +
+                          elsewhere().string() + "; it is put back\n"));
     EXPECT_EQ(end(), 0);
 }
 
 TEST_F(Meddling, RestartBeginsInTheHostsDirectory) {
     configure(Workplace::entry("E", "Echo", "queue"));
     HostProcess& host = startMeddling("", {"--restart-delay", "0.1"});
-    host.type("sendFID M.CHDIR value=/");
-    settle(host);
+    meddle(host, "CHDIR value=" + elsewhere().string());
     ::kill(host.driverProcess("E"), SIGKILL);
     EXPECT_TRUE(host.waitForLog("HOST: E: is started again\n")) << host.log();
     EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(host.driverProcess("E")) + "/cwd"),
