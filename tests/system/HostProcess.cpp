@@ -1,6 +1,7 @@
 #include "HostProcess.h"
 
 #include <fcntl.h>
+#include <regex.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -35,6 +36,15 @@ bool waitFor(std::chrono::milliseconds patience, Condition condition) {
         std::this_thread::sleep_for(c_step);
     }
     return true;
+}
+
+bool hasPattern(const std::string& text, const std::string& pattern) {
+    regex_t compiled{};
+    if (regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NOSUB | REG_NEWLINE) != 0)
+        throw std::runtime_error("no regular expression: " + pattern);
+    const bool found = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+    regfree(&compiled);
+    return found;
 }
 
 // State letter and parent of a process, from behind the name in /proc/PID/stat; 0 when there is none.
@@ -132,6 +142,18 @@ bool HostProcess::waitForOutputAfter(const std::string& earlier, const std::stri
 
 bool HostProcess::waitForLog(const std::string& text) const {
     return waitFor(c_hangGuard, [&] { return log().find(text) != std::string::npos; });
+}
+
+bool HostProcess::repliesWith(const std::string& command, const std::string& pattern) {
+    const std::size_t begin = output().size();
+    return eventually(
+        [&] {
+            const std::size_t length = output().size();
+            type(command);
+            const auto hasReplied = [&] { return output().size() > length || waitForEnd(0); };
+            return eventually(hasReplied) && hasPattern(output().substr(begin), pattern);
+        },
+        std::chrono::milliseconds(100));
 }
 
 std::optional<int> HostProcess::waitForEnd(int seconds) {

@@ -41,6 +41,9 @@ public:
     /// The same for a text behind the last occurrence of another.
     bool waitForOutputAfter(const std::string& earlier, const std::string& text) const;
     bool waitForLog(const std::string& text) const;
+    /// Whether what comes behind the command has the extended regular expression, by now or when the command
+    /// is typed again: what a driver reports may be on its way longer than a command waits for it.
+    bool repliesWith(const std::string& command, const std::string& pattern);
 
     /// Its exit code, or 128 and the signal that ended it; nothing when it is still there after that long.
     std::optional<int> waitForEnd(int seconds = static_cast<int>(c_hangGuard.count()));

@@ -13,12 +13,16 @@
 #include "Workplace.h"
 
 namespace fs = std::filesystem;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
 namespace {
 
-/// The host as a program, in its sandbox, with drivers of one behaviour each. HEALTHY is always there.
+/// The value that a driver E was told to set, as "state" shows it.
+constexpr const char* s_live = "E.N  int   7      E       [0-9]+ s +yes";
+
+/// The host as a program, in its sandbox, with drivers of one behaviour each.
 class HostTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -45,6 +49,7 @@ protected:
         // An enforced end leaves threads behind on purpose.
         call.environment["TSAN_OPTIONS"] = "report_thread_leaks=0";
         call.environment["MFD_QUEUE_DIR"] = "/dev/shm/queues";
+        call.environment["MFD_TEST_RECORD"] = record();
         m_pHost = std::make_unique<HostProcess>(call);
         return *m_pHost;
     }
@@ -52,6 +57,14 @@ protected:
         HostProcess& host = start(options);
         EXPECT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
         return host;
+    }
+    fs::path record() const { return m_workplace.directory() / "record"; }
+    /// Whether so many drivers of the type HangsInSendFID come to hang in their first FID.
+    bool hang(long count) const {
+        return eventually([&] {
+            const std::string text = readFile(record());
+            return std::count(text.begin(), text.end(), '\n') == count;
+        });
     }
     std::optional<int> end() {
         m_pHost->closeInput();
@@ -79,7 +92,7 @@ TEST_F(HostTest, EndOfInputComesBehindTheLinesBeforeIt) {
         host.type("setStateValue T.N " + std::to_string(i));
     host.type("state T.*");
     EXPECT_EQ(0, end());
-    EXPECT_THAT(host.output(), HasSubstr("T.N  string  49     console  0 s  yes\n"));
+    EXPECT_THAT(host.output(), ContainsRegex("T.N  string  49     console  [0-9]+ s +yes\n"));
 }
 
 TEST_F(HostTest, QuitDropsTheLinesBehindIt) {
@@ -120,11 +133,13 @@ TEST_F(HostTest, QuitBehindAnotherLineWaitsForTheStart) {
 
 TEST_F(HostTest, ScriptSeesWhatItSetOffInADriverProcess) {
     addDriver("E", "Echo", "queue");
-    HostProcess& host = start();
+    HostProcess& host = startAndWait();
+    // It waits for an answer, not for a process that is just coming up.
+    ASSERT_TRUE(host.waitForLog("E MFD: Runs ")) << host.log();
     host.type("sendFID E.INT name=N value=7");
     host.type("state E.*");
     EXPECT_EQ(0, end());
-    EXPECT_THAT(host.output(), HasSubstr("E.N  int   7      E       0 s  yes\n"));
+    EXPECT_THAT(host.output(), ContainsRegex(s_live));
 }
 
 TEST_F(HostTest, ValueThatADriverSetsWithinACommandIsTheDrivers) {
@@ -133,7 +148,7 @@ TEST_F(HostTest, ValueThatADriverSetsWithinACommandIsTheDrivers) {
     host.type("sendFID E.INT name=N value=7");
     host.type("state E.*");
     EXPECT_EQ(0, end());
-    EXPECT_THAT(host.output(), HasSubstr("E.N  int   7      E       0 s  yes\n"));
+    EXPECT_THAT(host.output(), ContainsRegex(s_live));
 }
 
 TEST_F(HostTest, ReloadOfAnUnknownDriverUnloadsNothingAndSaysWhy) {
@@ -236,7 +251,7 @@ TEST_F(HostTest, StartWithADriverIDGivenTwiceIsRefused) {
 
 TEST_F(HostTest, DriverThatTakesNoMessagesIsEndedWhenItHoldsUpTheConsole) {
     addDriver("H", "HangsInSendFID", "queue");
-    HostProcess& host = start({"--stop-timeout", "1", "--restart-limit", "0"});
+    HostProcess& host = start({"--stop-timeout", "1", "--hang-timeout", "0", "--restart-limit", "0"});
     for (int i = 0; i < 300; ++i)
         host.type("sendFID H.GO");
     // The queue fails its senders a moment before the kernel has the process's end to tell.
@@ -265,7 +280,7 @@ TEST_F(HostTest, DriversWithFullQueuesCannotHoldUpTheShutdown) {
     HostProcess& host = startAndWait({"--hang-timeout", "0", "--stop-timeout", "1"});
     for (const std::string& id : ids) {
         host.type("sendFID " + id + ".GO");
-        host.type("state " + id + ".*");
+        ASSERT_TRUE(hang(id == "G" ? 1 : 2)) << host.log();
         for (int i = 0; i < 256; ++i)
             host.type("sendFID " + id + ".GO");
     }
@@ -326,10 +341,9 @@ TEST_F(HostTest, DriverThatWasKilledIsStartedAgain) {
     EXPECT_THAT(host.log(),
                 HasSubstr(" ended unexpectedly: signal 9 (Killed); it is started again in 0.1 s\n"));
     host.type("sendFID E.INT name=N value=7");
-    host.type("state E.*");
+    EXPECT_TRUE(host.repliesWith("state E.*", s_live)) << host.output();
     host.type("drivers");
     EXPECT_EQ(0, end());
-    EXPECT_THAT(host.output(), HasSubstr("E.N  int   7      E       0 s  yes\n"));
     EXPECT_THAT(host.output(), HasSubstr("  1         signal 9 (Killed)  -  "));
 }
 
@@ -356,11 +370,11 @@ TEST_F(HostTest, DriverThatLeftTheConfigurationIsNotTriedAgain) {
 
 TEST_F(HostTest, ReloadByHandComesBeforeAPlannedStart) {
     addDriver("E", "Echo", "queue");
-    HostProcess& host = startAndWait({"--restart-delay", "5"});
+    HostProcess& host = startAndWait({"--restart-delay", "60"});
     ::kill(host.driverProcess("E"), SIGKILL);
     ASSERT_TRUE(host.waitForLog("it is started again in ")) << host.log();
     // Put off by up to a tenth either way.
-    EXPECT_THAT(host.log(), testing::ContainsRegex("it is started again in [56] s\n"));
+    EXPECT_THAT(host.log(), ContainsRegex("it is started again in (5[4-9]|6[0-6]) s\n"));
     host.type("reloadDriver E");
     host.type("drivers");
     EXPECT_EQ(0, end());
@@ -372,18 +386,20 @@ TEST_F(HostTest, DriverThatHangsIsEndedAndStartedAgain) {
     addDriver("H", "HangsInSendFID", "queue");
     HostProcess& host = startAndWait({"--hang-timeout", "0.5", "--restart-delay", "0.1"});
     host.type("sendFID H.GO");
+    ASSERT_TRUE(hang(1)) << host.log();
     host.type("sendFID H.GO");
-    ASSERT_TRUE(host.waitForLog(" hangs: it has taken none of 1 message for 0.")) << host.log();
+    ASSERT_TRUE(host.waitForLog(" hangs: it has taken none of 1 message for ")) << host.log();
     ASSERT_TRUE(host.waitForLog("HOST: H: is started again\n")) << host.log();
     host.type("drivers");
     EXPECT_EQ(0, end());
-    EXPECT_THAT(host.output(), HasSubstr("  hung for 0."));
+    EXPECT_THAT(host.output(), ContainsRegex("  hung for [0-9.]+ s"));
 }
 
 TEST_F(HostTest, WithoutAHangTimeoutNobodyIsTakenForHung) {
     addDriver("H", "HangsInSendFID", "queue");
     HostProcess& host = startAndWait({"--hang-timeout", "0", "--stop-timeout", "0.5"});
     host.type("sendFID H.GO");
+    ASSERT_TRUE(hang(1)) << host.log();
     host.type("sendFID H.GO");
     EXPECT_EQ(std::nullopt, host.waitForEnd(2));
     EXPECT_EQ(0, end());
@@ -394,17 +410,17 @@ TEST_F(HostTest, DriversThatWaitForEachOtherForEverAreParted) {
     addDriver("A", "FloodsWithinSendFID", "queue");
     addDriver("B", "FloodsWithinSendFID", "queue");
     HostProcess& host = startAndWait({"--hang-timeout", "1", "--restart-delay", "0.1"});
-    host.type("sendFID A.GO to=B count=20000");
-    host.type("sendFID B.GO to=A count=20000");
+    // Some more than the queues on the way hold: whoever is let go is soon done.
+    host.type("sendFID A.GO to=B count=17000");
+    host.type("sendFID B.GO to=A count=17000");
     ASSERT_TRUE(host.waitForLog(" hangs: ")) << host.log();
     ASSERT_TRUE(host.waitForLog("is started again\n")) << host.log();
-    EXPECT_EQ(1, countInLog(" hangs: "));
     host.type("sendFID A.PING");
     host.type("sendFID B.PING");
-    host.type("state *.PONG");
+    EXPECT_TRUE(host.repliesWith("state *.PONG", "A.PONG  int   1")) << host.output() << host.log();
+    EXPECT_TRUE(host.repliesWith("state *.PONG", "B.PONG  int   1")) << host.output() << host.log();
+    EXPECT_EQ(1, countInLog(" hangs: "));
     EXPECT_EQ(0, end());
-    EXPECT_THAT(host.output(), HasSubstr("A.PONG  int   1"));
-    EXPECT_THAT(host.output(), HasSubstr("B.PONG  int   1"));
 }
 
 TEST_F(HostTest, NoReaderSeesAValueOfADeadDriverAsLive) {
@@ -413,18 +429,16 @@ TEST_F(HostTest, NoReaderSeesAValueOfADeadDriverAsLive) {
     for (int round = 1; round <= 3; ++round) {
         const std::string number = std::to_string(round);
         host.type("sendFID E.INT name=N value=" + number);
-        host.type("state E.N");
-        ASSERT_TRUE(host.waitForOutput("E.N  int   " + number + "      E       0 s  yes\n")) << host.output();
+        const std::string shown = "E.N  int   " + number + "      E       [0-9]+ s +";
+        ASSERT_TRUE(host.repliesWith("state E.N", shown + "yes")) << host.output();
         const pid_t pid = host.driverProcess("E");
         ASSERT_NE(0, pid);
         ::kill(pid, SIGKILL);
         ASSERT_TRUE(endsInTime(pid));
-        host.type("state E.N");
-        ASSERT_TRUE(host.waitForOutputAfter("  yes\n", "E.N  int   " + number + "      E       "))
+        const auto length = host.output().size();
+        ASSERT_TRUE(host.repliesWith("state E.N", shown + "stale for [0-9]+ s \\(signal 9 \\(Killed\\)\\)"))
             << host.output();
-        const std::string output = host.output();
-        const auto at = output.rfind("E.N  int   " + number);
-        EXPECT_THAT(output.substr(at), HasSubstr("  stale for 0 s (signal 9 (Killed))"));
+        EXPECT_THAT(host.output().substr(length), Not(ContainsRegex(shown + "yes")));
         ASSERT_TRUE(host.waitForOutput("E: 1 value stale: signal 9 (Killed)\n")) << host.output();
         host.type("sendFID E.BOOL name=UP value=true");
         while (countInLog("is started again\n") < round)
@@ -438,8 +452,7 @@ TEST_F(HostTest, ValuesOfAKilledDriverAreStaleAndLiveAgainAfterItsReload) {
     HostProcess& host = startAndWait();
     host.type("sendFID E.INT name=N value=7");
     ASSERT_NE(0, host.driverProcess("E"));
-    host.type("state E.*");
-    ASSERT_TRUE(host.waitForOutput("E.N  int   7      E       0 s  yes\n")) << host.output();
+    ASSERT_TRUE(host.repliesWith("state E.*", s_live)) << host.output();
     ::kill(host.driverProcess("E"), SIGKILL);
     ASSERT_TRUE(host.waitForLog("ended unexpectedly: signal 9 (Killed); 1 value is stale; it is started"))
         << host.log();
@@ -447,11 +460,8 @@ TEST_F(HostTest, ValuesOfAKilledDriverAreStaleAndLiveAgainAfterItsReload) {
     ASSERT_TRUE(host.waitForOutput(" s (signal 9 (Killed))\n")) << host.output();
     host.type("reloadDriver E");
     host.type("sendFID E.INT name=N value=7");
-    host.type("state E.*");
+    EXPECT_TRUE(host.repliesWith("state E.*", s_live)) << host.output();
     EXPECT_EQ(0, end());
-    const std::string output = host.output();
-    EXPECT_NE(std::string::npos, output.rfind("E.N  int   7      E       0 s  yes\n"));
-    EXPECT_GT(output.rfind("E.N  int   7      E       0 s  yes\n"), output.rfind("(signal 9 (Killed))"));
 }
 
 TEST_F(HostTest, FollowPrintsEachChange) {
@@ -488,9 +498,8 @@ TEST_F(HostTest, DriverInTheHostsProcessSendsFidsThroughTheHost) {
     addDriver("D", "Echo", "direct");
     HostProcess& host = startAndWait();
     host.type("sendFID D.SYSPING fid=E.INT name=N value=7");
-    host.type("state E.*");
+    EXPECT_TRUE(host.repliesWith("state E.*", s_live)) << host.output();
     EXPECT_EQ(0, end());
-    EXPECT_THAT(host.output(), HasSubstr("E.N  int   7      E       0 s  yes\n"));
 }
 
 TEST_F(HostTest, WithoutAConsoleTheHostRunsUntilASignal) {
