@@ -16,11 +16,13 @@
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 namespace {
 
 /// How long a host may leave its console unread before nothing more is typed.
 constexpr auto s_inputPatience = 30s;
+constexpr const char* s_orphanName = "left-behind";
 constexpr std::size_t s_longestRecord = 200u * 1024 * 1024;
 
 pid_t parentOf(const fs::path& process) {
@@ -61,6 +63,7 @@ ChaosHost::ChaosHost(const HostProcess::Start& start, Handlers handlers, const f
         throw std::runtime_error("no pipes for " + start.program.string());
     m_pid = ::fork();
     if (m_pid == 0) {
+        ::signal(SIGPIPE, SIG_DFL);
         ::dup2(input[0], STDIN_FILENO);
         ::dup2(output[1], STDOUT_FILENO);
         ::dup2(log[1], STDERR_FILENO);
@@ -72,9 +75,10 @@ ChaosHost::ChaosHost(const HostProcess::Start& start, Handlers handlers, const f
     ::close(log[1]);
     m_input = input[1];
     ::fcntl(m_input, F_SETFL, O_NONBLOCK);
-    m_outputReader =
-        std::thread([this, fd = output[0], handler = handlers.output] { read(fd, handler, "< "); });
-    m_logReader = std::thread([this, fd = log[0], handler = handlers.log] { read(fd, handler, "! "); });
+    m_outputReader = std::thread(
+        [this, fd = output[0], handler = handlers.output] { read(fd, EStream::Output, handler, "< "); });
+    m_logReader =
+        std::thread([this, fd = log[0], handler = handlers.log] { read(fd, EStream::Log, handler, "! "); });
 }
 
 ChaosHost::~ChaosHost() {
@@ -88,10 +92,13 @@ ChaosHost::~ChaosHost() {
     m_logReader.join();
 }
 
-void ChaosHost::read(int fd, const std::function<void(const std::string&)>& handler, const char* prefix) {
+void ChaosHost::read(int fd, EStream stream, const std::function<void(const std::string&)>& handler,
+                     const char* prefix) {
     std::string rest;
     std::vector<char> buffer(64 * 1024);
     for (;;) {
+        while (m_isHeld[static_cast<int>(stream)] && !m_isStopping)
+            std::this_thread::sleep_for(5ms);
         // Drivers that outlive their host keep the other end open.
         pollfd ready{fd, POLLIN, 0};
         if (::poll(&ready, 1, 50) <= 0) {
@@ -110,8 +117,9 @@ void ChaosHost::read(int fd, const std::function<void(const std::string&)>& hand
         for (std::size_t end; (end = rest.find('\n', begin)) != std::string::npos; begin = end + 1) {
             const std::string line = rest.substr(begin, end - begin);
             handler(line);
-            // What the talkers say all the time is not worth the room.
-            if (line.find(".N = ") == std::string::npos && line.find("event ") == std::string::npos)
+            // What the talkers say all the time is not worth the room, nor is what fills a pipe.
+            if (line.find(".N = ") == std::string::npos && line.find("event ") == std::string::npos &&
+                !line.starts_with("....."))
                 kept += prefix + line + "\n";
         }
         rest.erase(0, begin);
@@ -173,7 +181,9 @@ pid_t ChaosHost::childWith(const std::string& text) const {
         const pid_t pid = std::atoi(entry.path().filename().c_str());
         if (pid <= 0 || parentOf(entry.path()) != m_pid)
             continue;
-        if (readFile(entry.path() / "cmdline").find(text) != std::string::npos)
+        // What a driver has left behind looks like it.
+        if (readFile(entry.path() / "cmdline").find(text) != std::string::npos &&
+            readFile(entry.path() / "comm") != s_orphanName + "\n"s)
             return pid;
     }
     return 0;

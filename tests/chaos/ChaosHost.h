@@ -25,6 +25,21 @@ public:
         std::function<void(const std::string& line)> log;
     };
 
+    enum class EStream { Output, Log };
+    /// While it lives, nobody reads what the host writes there.
+    class Hold {
+    public:
+        Hold(ChaosHost& host, EStream stream) : m_isHeld(host.m_isHeld[static_cast<int>(stream)]) {
+            m_isHeld = true;
+        }
+        ~Hold() { m_isHeld = false; }
+        Hold(const Hold&) = delete;
+        Hold& operator=(const Hold&) = delete;
+
+    private:
+        std::atomic<bool>& m_isHeld;
+    };
+
     /// Appends what the host writes to that record.
     ChaosHost(const HostProcess::Start& start, Handlers handlers, const std::filesystem::path& record);
     ~ChaosHost();
@@ -47,7 +62,8 @@ public:
     pid_t childWith(const std::string& text) const;
 
 private:
-    void read(int fd, const std::function<void(const std::string&)>& handler, const char* prefix);
+    void read(int fd, EStream stream, const std::function<void(const std::string&)>& handler,
+              const char* prefix);
 
     std::ofstream m_record;
     std::mutex m_recordMutex;
@@ -57,6 +73,7 @@ private:
     std::mutex m_endMutex;
     std::optional<int> m_exit;
     std::atomic<bool> m_isStopping = false;
+    std::atomic<bool> m_isHeld[2] = {false, false};
     std::thread m_outputReader;
     std::thread m_logReader;
 };

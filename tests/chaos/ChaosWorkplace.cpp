@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -33,7 +34,8 @@ void replace(const fs::path& file, const std::string& text) {
 
 }  // namespace
 
-ChaosWorkplace::ChaosWorkplace() {
+ChaosWorkplace::ChaosWorkplace(ETimes times, std::vector<std::string> drivers)
+    : m_file(m_workplace.configuration()), m_times(times), m_drivers(std::move(drivers)) {
     fs::create_directory(ledgers());
     fs::create_directory(temporary());
     m_workplace.addModule("Chatter");
@@ -55,13 +57,35 @@ std::vector<std::string> ChaosWorkplace::members(const std::string& kinds, bool 
     return found;
 }
 
-std::uint32_t ChaosWorkplace::indexOf(const std::string& driverID) {
-    const auto talkers = members("T", false);
-    return static_cast<std::uint32_t>(std::find(talkers.begin(), talkers.end(), driverID) - talkers.begin());
+bool ChaosWorkplace::isProcess(const std::string& driverID) {
+    return std::any_of(std::begin(s_members), std::end(s_members),
+                       [&](const Member& member) { return member.isProcess && member.id == driverID; });
 }
 
-std::vector<std::string> ChaosWorkplace::settings() {
+std::string ChaosWorkplace::ping(const std::string& driverID, std::uint32_t number) {
+    return "sendFID " + driverID + (driverID.front() == 'S' ? ".MARK text=p" : ".PING value=p") +
+           std::to_string(number);
+}
+
+std::vector<std::string> ChaosWorkplace::talkers() const {
+    std::vector<std::string> found;
+    std::copy_if(m_drivers.begin(), m_drivers.end(), std::back_inserter(found), isTalker);
+    return found;
+}
+
+std::uint32_t ChaosWorkplace::indexOf(const std::string& driverID) const {
+    const auto all = talkers();
+    return static_cast<std::uint32_t>(std::find(all.begin(), all.end(), driverID) - all.begin());
+}
+
+std::vector<std::string> ChaosWorkplace::settings() const {
+    if (m_times == ETimes::Default)
+        return {"--restart-delay", "0.1"};
     return {"--hang-timeout", "2", "--restart-delay", "0.1", "--stop-timeout", "1"};
+}
+
+std::chrono::seconds ChaosWorkplace::hangTimeout() const {
+    return std::chrono::seconds(m_times == ETimes::Default ? 10 : 2);
 }
 
 HostProcess::Start ChaosWorkplace::host() const {
@@ -69,11 +93,11 @@ HostProcess::Start ChaosWorkplace::host() const {
     options.insert(options.end(),
                    {"--drivers", Workplace::build() / "lib/mfdkit", "--follow=[TFS]?.[NEPM]*"});
     HostProcess::Start start = m_workplace.host(options);
-    std::string talkers;
-    for (const std::string& id : members("T", false))
-        talkers += (talkers.empty() ? "" : " ") + id;
+    std::string names;
+    for (const std::string& id : talkers())
+        names += (names.empty() ? "" : " ") + id;
     start.environment = {{"MFD_CHAOS_MARK", mark()},
-                         {"MFD_CHAOS_DRIVERS", talkers},
+                         {"MFD_CHAOS_DRIVERS", names},
                          {"MFD_CHAOS_LEDGERS", ledgers()},
                          {"TMPDIR", temporary()}};
     return start;
@@ -83,8 +107,15 @@ std::string ChaosWorkplace::entries() const {
     std::string text;
     for (const Member& member : s_members) {
         const std::string id = member.id;
+        if (std::find(m_drivers.begin(), m_drivers.end(), id) == m_drivers.end())
+            continue;
         const bool isProcess = id == "S2" ? !m_isDirect : member.isProcess;
-        std::string entry = Workplace::entry(id, member.type, isProcess ? "queue" : "direct");
+        // Two with an address, so that addresses can be left over.
+        std::string entry = Workplace::entry(
+            id, member.type, isProcess ? "queue" : "direct",
+            id == "S3" || id == "F1" ? "ipAddress=\"192.0.2." + std::to_string(member.isProcess ? 31 : 32) +
+                                           "\" networkAdapter=\"eth0\" "
+                                     : "");
         if (id == "S1" && m_isMoved)
             entry.replace(entry.find("data/S1"), 7, "data/S1moved");
         text += entry;
@@ -92,9 +123,13 @@ std::string ChaosWorkplace::entries() const {
     return text;
 }
 
+std::string ChaosWorkplace::text(const std::string& entries) const {
+    return "<?xml version=\"1.0\"?>\n<workplaces>\n<workplace id=\"0\">\n" + entries +
+           "</workplace>\n</workplaces>\n";
+}
+
 void ChaosWorkplace::write(const std::string& entries) const {
-    replace(m_workplace.configuration(), "<?xml version=\"1.0\"?>\n<workplaces>\n<workplace id=\"0\">\n" +
-                                             entries + "</workplace>\n</workplaces>\n");
+    replace(m_file, text(entries));
 }
 
 void ChaosWorkplace::moveDriver() {
@@ -111,6 +146,7 @@ void ChaosWorkplace::setMode(bool isDirect) {
 
 void ChaosWorkplace::breakConfiguration(EBroken how) {
     const std::lock_guard lock(m_mutex);
+    const std::string whole = text(entries());
     std::string before;
     switch (how) {
         case EBroken::DuplicateID:
@@ -126,6 +162,25 @@ void ChaosWorkplace::breakConfiguration(EBroken how) {
             for (int level = 0; level < 101; ++level)
                 before += "<mainframeDriver>";
             break;
+        case EBroken::Missing:
+            fs::remove(m_file);
+            return;
+        case EBroken::Empty:
+            replace(m_file, "");
+            return;
+        case EBroken::CutShort:
+            replace(m_file, whole.substr(0, whole.size() / 2));
+            return;
+        case EBroken::IllFormed:
+            replace(m_file, text("<mainframeDriver driverID=\"T0\" driverType=>\n" + entries()));
+            return;
+        case EBroken::LinkLoop: {
+            const fs::path fresh = m_file.string() + ".new";
+            fs::remove(fresh);
+            fs::create_symlink(m_file.filename(), fresh);
+            fs::rename(fresh, m_file);
+            return;
+        }
     }
     write(before + entries());
 }
@@ -133,6 +188,11 @@ void ChaosWorkplace::breakConfiguration(EBroken how) {
 void ChaosWorkplace::restore() {
     const std::lock_guard lock(m_mutex);
     write(entries());
+}
+
+void ChaosWorkplace::rewrite() {
+    const std::lock_guard lock(m_mutex);
+    write("<!-- written " + std::to_string(++m_rewrites) + " times -->\n" + entries());
 }
 
 std::string ChaosWorkplace::moduleOf(const std::string& driverID) {

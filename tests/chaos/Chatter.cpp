@@ -1,6 +1,7 @@
 // Talks to each driver that MFD_CHAOS_DRIVERS names (IDs with blanks between, its own among them): numbered
 // FIDs HEAR, the events E and the state value N with the number of its instance and their own, all without a
-// gap. Notes in a ledger in MFD_CHAOS_LEDGERS what it has sent whole and what it has heard.
+// gap; FIDs and events tell when they were begun. Notes in a ledger in MFD_CHAOS_LEDGERS what it has sent
+// whole and what it has heard.
 //   PING value=   shows the value as PONG
 //   FLOOD         takes what somebody floods it with
 //   QUIET         sends nothing any more
@@ -8,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <mutex>
 #include <sstream>
@@ -28,7 +30,8 @@ public:
     /// HEAR only notes what came: two drivers that answered each other could wait for each other for ever.
     bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override {
         if (fid == "HEAR")
-            hear(numberOf(parameters, "from"), numberOf(parameters, "number"));
+            hear(numberOf(parameters, "from"), numberOf(parameters, "number"),
+                 std::strtoll(parameters.value("at").c_str(), nullptr, 10));
         else if (fid == "PING")
             panelState()->setStateValue("PONG", parameters.value("value"));
         else if (fid == "QUIET")
@@ -47,6 +50,7 @@ public:
             const std::lock_guard lock(m_mutex);
             m_ledger = Ledger::create(std::getenv("MFD_CHAOS_LEDGERS"),
                                       static_cast<std::uint32_t>(own - m_names.begin()));
+            m_ledger->isInHost = std::filesystem::read_symlink("/proc/self/exe").filename() == "mfhost";
             m_ledger->ready = Ledger::now();
         }
         m_talks.resize(m_names.size());
@@ -61,8 +65,6 @@ public:
     }
 
 private:
-    static constexpr std::int64_t s_entryTime = 500'000'000;
-
     /// What goes to one driver.
     struct Talk {
         std::uint32_t next = 0;
@@ -73,12 +75,13 @@ private:
         return static_cast<std::uint32_t>(std::strtoul(parameters.value(name).c_str(), nullptr, 10));
     }
 
-    void hear(std::uint32_t sender, std::uint32_t number) const {
+    void hear(std::uint32_t sender, std::uint32_t number, std::int64_t sentAt) const {
         const std::lock_guard lock(m_mutex);
         if (!m_ledger)
             return;
+        const std::int64_t now = Ledger::now();
         Ledger::Heard*& pEntry = m_heard[sender];
-        if (!pEntry || pEntry->first + pEntry->count != number) {
+        if (!pEntry || pEntry->first + pEntry->count != number || now - pEntry->begun > Ledger::s_entryTime) {
             const std::uint32_t index = m_ledger->heardCount;
             if (index >= Ledger::s_capacity) {
                 m_ledger->isFull = 1;
@@ -87,15 +90,19 @@ private:
             pEntry = &m_ledger->heard[index];
             pEntry->sender = sender;
             pEntry->first = number;
+            pEntry->begun = now;
             m_ledger->heardCount = index + 1;
         }
+        pEntry->done = now;
         ++pEntry->count;
+        m_ledger->horizon = std::max(m_ledger->horizon.load(), sentAt);
     }
 
     bool send(std::uint32_t target, std::uint32_t number) {
         FIDParameterList parameters;
         parameters.add("from", std::to_string(m_ledger->instance));
         parameters.add("number", std::to_string(number));
+        parameters.add("at", std::to_string(Ledger::now()));
         // Unlike the distributor's interface, this one tells whether the message was taken.
         auto* pSender = dynamic_cast<IFunctionID*>(system()->queryInterface(IID_IFunctionID));
         return pSender && pSender->sendFID(m_names[target] + ".HEAR", parameters);
@@ -104,7 +111,7 @@ private:
     void sendNoted(std::uint32_t target) {
         Talk& talk = m_talks[target];
         const std::int64_t now = Ledger::now();
-        if (!talk.pEntry || now - talk.pEntry->begun > s_entryTime) {
+        if (!talk.pEntry || now - talk.pEntry->begun > Ledger::s_entryTime) {
             const std::uint32_t index = m_ledger->sentCount;
             if (index >= Ledger::s_capacity) {
                 m_ledger->isFull = 1;
@@ -117,10 +124,12 @@ private:
             talk.pEntry->begun = now;
             m_ledger->sentCount = index + 1;
         }
-        if (send(target, talk.next++))
-            ++talk.pEntry->count;
-        else
+        if (!send(target, talk.next++)) {
             talk.pEntry = nullptr;
+            return;
+        }
+        talk.pEntry->done = Ledger::now();
+        ++talk.pEntry->count;
     }
 
     void talk() {
@@ -134,7 +143,8 @@ private:
             for (std::uint32_t target = 0; target < m_names.size() && !m_isStopping; ++target)
                 if (target != m_ledger->driver)
                     sendNoted(target);
-            panelState()->triggerEvent("E", prefix + std::to_string(round));
+            panelState()->triggerEvent("E",
+                                       prefix + std::to_string(round) + ":" + std::to_string(Ledger::now()));
             m_ledger->events = round + 1;
             panelState()->setStateValue("N", prefix + std::to_string(round));
             m_ledger->state = round++;

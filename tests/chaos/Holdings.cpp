@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "../system/Workplace.h"
+#include "Leftovers.h"
 
 namespace fs = std::filesystem;
 
@@ -28,35 +29,33 @@ long memoryOf(pid_t pid, const std::string& kind) {
     return 0;
 }
 
+long zombiesOf(pid_t parent) {
+    std::error_code ignored;
+    long count = 0;
+    for (fs::directory_iterator entry("/proc", ignored), end; !ignored && entry != end;
+         entry.increment(ignored)) {
+        const std::string text = readFile(entry->path() / "stat");
+        char state = 0;
+        pid_t of = 0;
+        if (const auto name = text.rfind(')'); name != std::string::npos)
+            std::istringstream(text.substr(name + 1)) >> state >> of;
+        count += state == 'Z' && of == parent ? 1 : 0;
+    }
+    return count;
+}
+
 }  // namespace
 
 Holdings Holdings::of(pid_t host, const std::string& mark, const std::string& temporaryFiles) {
     const std::string process = "/proc/" + std::to_string(host);
-    return {
-        entriesOf(process + "/fd"), entriesOf(process + "/task"), static_cast<long>(processesOf(mark).size()),
-        filesBelow("/dev/shm"),     filesBelow(temporaryFiles),   memoryOf(host, "RssAnon:"),
-        memoryOf(host, "RssShmem:")};
-}
-
-std::set<pid_t> Holdings::processesOf(const std::string& mark) {
-    const std::string wanted = '\0' + ("MFD_CHAOS_MARK=" + mark) + '\0';
-    std::set<pid_t> found;
-    std::error_code ignored;
-    for (fs::directory_iterator entry("/proc", ignored), end; !ignored && entry != end;
-         entry.increment(ignored)) {
-        const pid_t pid = std::atoi(entry->path().filename().c_str());
-        if (pid > 0 && ('\0' + readFile(entry->path() / "environ")).find(wanted) != std::string::npos)
-            found.insert(pid);
-    }
-    return found;
-}
-
-std::set<pid_t> Holdings::runningOf(const std::string& mark) {
-    std::set<pid_t> found = processesOf(mark);
-    std::erase_if(found, [](pid_t pid) {
-        return readFile("/proc/" + std::to_string(pid) + "/stat").find(") T ") != std::string::npos;
-    });
-    return found;
+    return {.descriptors = entriesOf(process + "/fd"),
+            .threads = entriesOf(process + "/task"),
+            .processes = static_cast<long>(Leftovers::processes(mark).size()),
+            .zombies = zombiesOf(host),
+            .queues = filesBelow("/dev/shm"),
+            .temporary = filesBelow(temporaryFiles),
+            .memoryKb = memoryOf(host, "RssAnon:"),
+            .sharedKb = memoryOf(host, "RssShmem:")};
 }
 
 long Holdings::filesBelow(const std::string& directory) {
@@ -72,5 +71,5 @@ long Holdings::filesBelow(const std::string& directory) {
 
 bool Holdings::isLike(const Holdings& other) const {
     return descriptors == other.descriptors && threads == other.threads && processes == other.processes &&
-           queues == other.queues && temporary == other.temporary;
+           zombies == other.zombies && queues == other.queues && temporary == other.temporary;
 }

@@ -2,15 +2,14 @@
 
 #include <sys/types.h>
 
-#include <set>
 #include <string>
-#include <vector>
 
 /// What a host and its drivers hold of the machine at one moment.
 struct Holdings {
     long descriptors = 0;  ///< of the host
     long threads = 0;      ///< of the host
     long processes = 0;    ///< the host, its drivers, and whatever they have started
+    long zombies = 0;      ///< of the host's children
     long queues = 0;       ///< files for them
     long temporary = 0;    ///< temporary files
     long memoryKb = 0;     ///< of the host alone: what is not of files or shared
@@ -18,10 +17,6 @@ struct Holdings {
 
     static Holdings of(pid_t host, const std::string& mark, const std::string& temporaryFiles);
 
-    /// Processes whose environment says MFD_CHAOS_MARK=mark.
-    static std::set<pid_t> processesOf(const std::string& mark);
-    /// Those of them that are not stopped.
-    static std::set<pid_t> runningOf(const std::string& mark);
     static long filesBelow(const std::string& directory);
 
     /// All but the memory, which no two moments have alike: that of the queues follows their fullest moment.

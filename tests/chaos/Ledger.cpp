@@ -50,6 +50,7 @@ Ledger Ledger::create(const fs::path& directory, std::uint32_t driver) {
     pPage->instance = number;
     pPage->driver = driver;
     pPage->pid = ::getpid();
+    pPage->created = now();
     pPage->isWhole = 1;
     return Ledger(pPage);
 }

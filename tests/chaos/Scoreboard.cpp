@@ -35,6 +35,12 @@ void printNumber(std::ostream& stream, const std::string& name, const std::strin
     stream << "  " << name << std::string(name.size() < 64 ? 64 - name.size() : 1, ' ') << value << "\n";
 }
 
+std::string percent(double share) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f %%", share);
+    return text;
+}
+
 void printNumber(std::ostream& stream, const std::string& name, std::uint64_t value) {
     printNumber(stream, name, std::to_string(value));
 }
@@ -46,6 +52,11 @@ void Scoreboard::add(EPhase phase, const Trial::Outcome& outcome) {
     if (!outcome.failure.empty())
         addFault(std::string(ChaosPlan::name(outcome.kind)) + (outcome.target.empty() ? "" : " of ") +
                  outcome.target + ": there was not, in time, " + outcome.failure);
+}
+
+std::size_t Scoreboard::struck() const {
+    return static_cast<std::size_t>(std::count_if(m_outcomes.begin(), m_outcomes.end(),
+                                                  [](const auto& each) { return each.second.isStruck; }));
 }
 
 std::vector<std::string> Scoreboard::complaints() const {
@@ -64,17 +75,36 @@ std::vector<std::string> Scoreboard::complaints() const {
     demandNone(statesWrong, "last state values were wrong");
     demandNone(static_cast<std::uint64_t>(shownLive.count()),
                "ms long values of the dead were shown as live");
+    demandNone(mutesShownLive, "times a driver that owed an answer for too long was shown as live");
     demandNone(deadShownLive, "values of the dead were printed as live");
+    demandNone(unanswered, "questions at the console had no answer");
+    demandNone(untold, "times the console had to wait and nobody was told why");
     demandNone(droppedLines, "lines of the follower were dropped, so events cannot be judged");
     demandNone(unexpectedEnds, "processes ended or were taken for hung that nobody had harmed");
+    demandNone(falseVerdicts, "times something else was said of a driver than what was done to it");
     demandNone(sanitizerReports, "lines of a sanitizer");
-    demandNone(leftProcesses, "processes were left behind");
-    demandNone(leftQueues, "queues were left behind");
-    demandNone(leftFiles, "temporary files were left behind");
+    for (const std::string& line : left)
+        found.push_back("left behind: " + line);
+    for (const std::string& line : intrusions)
+        found.push_back("another user " + line);
     if (hostExit != 0)
         found.push_back("the host ended with " + (hostExit ? std::to_string(*hostExit) : "nothing"));
-    if (messages.judged == 0 || messages.events == 0 || statesJudged == 0 || stateReplies == 0)
-        found.emplace_back("nothing was judged");
+    // Whoever has seen little has nothing to say.
+    if (m_areSharesDemanded && messages.judgedShare() < s_judgedShare)
+        found.push_back("only " + percent(messages.judgedShare()) + " of the FIDs were judged");
+    if (m_areSharesDemanded && messages.judgedEventsShare() < s_judgedShare)
+        found.push_back("only " + percent(messages.judgedEventsShare()) + " of the events were judged");
+    if (statesJudged == 0 || stateReplies == 0)
+        found.emplace_back("no state was judged");
+    if (faults() > struck())
+        found.push_back(std::to_string(faults() - struck()) + " planned faults were not injected");
+    for (const ChaosPlan::EKind kind : m_planned) {
+        const bool hasCome = std::any_of(m_outcomes.begin(), m_outcomes.end(), [kind](const auto& each) {
+            return each.second.kind == kind && each.second.isStruck;
+        });
+        if (!hasCome)
+            found.push_back(std::string(ChaosPlan::name(kind)) + ": has not come");
+    }
     for (const Lifetime& lifetime : m_lifetimes) {
         if (!lifetime.after.isLike(lifetime.before))
             found.emplace_back("a host held more or less at its end than at its start");
@@ -96,7 +126,7 @@ void Scoreboard::printFaults(std::ostream& stream, EPhase phase) const {
     std::size_t all = 0;
     std::size_t overtaken = 0;
     std::size_t untimed = 0;
-    for (const ChaosPlan::EKind kind : ChaosPlan::kinds()) {
+    for (const ChaosPlan::EKind kind : ChaosPlan::allKinds()) {
         Durations noticed;
         Durations served;
         std::size_t count = 0;
@@ -127,6 +157,20 @@ void Scoreboard::printFaults(std::ostream& stream, EPhase phase) const {
         stream << "  " << untimed << " of them were not timed: all processes were stopped meanwhile\n";
 }
 
+void Scoreboard::printStrikes(std::ostream& stream) const {
+    stream << "\nKills and stops\n";
+    std::uint64_t all = 0;
+    for (const auto& [name, count] : m_strikes) {
+        printNumber(stream, name, count);
+        all += count;
+    }
+    printNumber(stream, "all", all);
+    printNumber(stream, "times the workplace file was written meanwhile", fileWrites);
+    printNumber(stream, "  of them broken", fileBreaks);
+    printNumber(stream, "attempts of another user", attempts);
+    printNumber(stream, "  of them successful", intrusions.size());
+}
+
 void Scoreboard::printHoldings(std::ostream& stream) const {
     stream << "\nHeld by the host of each life of it     at its start    at its end\n";
     if (!s_isMemoryJudged)
@@ -135,6 +179,7 @@ void Scoreboard::printHoldings(std::ostream& stream) const {
         {"descriptors", &Holdings::descriptors},
         {"threads", &Holdings::threads},
         {"processes, with its drivers", &Holdings::processes},
+        {"processes that nobody has reaped", &Holdings::zombies},
         {"queues", &Holdings::queues},
         {"temporary files", &Holdings::temporary},
         {"private memory, KiB", &Holdings::memoryKb},
@@ -152,20 +197,28 @@ void Scoreboard::printHoldings(std::ostream& stream) const {
 }
 
 void Scoreboard::print(std::ostream& stream) const {
-    printFaults(stream, EPhase::Single);
-    printFaults(stream, EPhase::Several);
+    if (m_strikes.empty()) {
+        printFaults(stream, EPhase::Single);
+        printFaults(stream, EPhase::Several);
+        stream << "  " << struck() << " of " << faults() << " planned faults were injected\n";
+    } else {
+        printStrikes(stream);
+    }
     stream << "\nMessages, of " << messages.instances << " instances of talking drivers\n";
     printNumber(stream, "FIDs sent whole", messages.sent);
-    printNumber(stream, "FIDs between the living, judged", messages.judged);
+    printNumber(stream, "FIDs judged", messages.judged);
     printNumber(stream, "  lost", messages.lost);
     printNumber(stream, "  came twice", messages.twice);
     printNumber(stream, "  came out of order", messages.disordered);
-    printNumber(stream, "FIDs of drivers that died afterwards, judged", messages.judgedOfDead);
+    printNumber(stream, "last FIDs of drivers that died, judged", messages.judgedOfDead);
     printNumber(stream, "  lost", messages.lostOfDead);
-    printNumber(stream, "FIDs of drivers that were told to stop afterwards, only counted",
+    printNumber(stream, "  share of all that was judged", percent(messages.judgedShare()));
+    printNumber(stream, "last FIDs of drivers that were told to stop, only counted",
                 messages.countedOfStopped);
     printNumber(stream, "  sent between that and their end, and lost", messages.lostOfStopped);
+    printNumber(stream, "events triggered", messages.triggered);
     printNumber(stream, "events judged", messages.events);
+    printNumber(stream, "  share of all", percent(messages.judgedEventsShare()));
     printNumber(stream, "  lost", messages.eventsLost);
     printNumber(stream, "  twice or out of order", messages.eventsDisordered);
     printNumber(stream, "last state values judged", statesJudged);
@@ -176,13 +229,17 @@ void Scoreboard::print(std::ostream& stream) const {
     printNumber(stream, "  time in which a stale value was listed as live, ms",
                 static_cast<std::uint64_t>(shownLive.count()));
     printNumber(stream, "  stale values printed as live by the follower", deadShownLive);
+    printNumber(stream, "  times a mute driver was listed as live", mutesShownLive);
+    stream << "\nThe console\n";
+    printNumber(stream, "longest wait for an answer, ms", static_cast<std::uint64_t>(longestWait.count()));
+    printNumber(stream, "  questions without an answer", unanswered);
+    printNumber(stream, "  long waits of which nobody was told", untold);
     printHoldings(stream);
     stream << "\nAt the end\n";
     printNumber(stream, "ends of processes that nobody had harmed", unexpectedEnds);
     printNumber(stream, "lines of a sanitizer", sanitizerReports);
-    printNumber(stream, "processes left", leftProcesses);
-    printNumber(stream, "queues left", leftQueues);
-    printNumber(stream, "temporary files left", leftFiles);
+    printNumber(stream, "verdicts on something that was not done", falseVerdicts);
+    printNumber(stream, "processes, files, links, addresses, mounts, sockets left", left.size());
     printNumber(stream, "the host's exit code", hostExit ? std::to_string(*hostExit) : "none");
     const auto found = complaints();
     stream << (found.empty() ? "\ngood\n" : "\nNOT GOOD\n");

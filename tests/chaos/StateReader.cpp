@@ -3,19 +3,32 @@
 #include <algorithm>
 #include <utility>
 
+#include "ChaosWorkplace.h"
+
 using namespace std::chrono_literals;
 
 namespace {
 
 constexpr auto s_interval = 200ms;
-constexpr auto s_patience = 20s;
+constexpr auto s_rollInterval = 1s;
+/// The console waits for one driver after the other at times, for each of them not longer than the host's
+/// time-outs let it.
+constexpr auto s_patience = 40s;
+/// Who waits longer is to be told why.
+constexpr auto s_silentPatience = 10s;
 /// Narrow enough to leave out what garbage has been taken for.
 constexpr const char* s_questions = "state --now T?.N\nstate --now [TFS]?.[PM][OA][NR][GK]\n";
 
 }  // namespace
 
-StateReader::StateReader(Watcher& watcher, CurrentHost host)
-    : m_watcher(watcher), m_host(std::move(host)), m_thread([this] { run(); }) {}
+StateReader::StateReader(Watcher& watcher, CurrentHost host, std::vector<std::string> drivers,
+                         std::chrono::seconds answerLimit)
+    : m_watcher(watcher),
+      m_host(std::move(host)),
+      m_drivers(std::move(drivers)),
+      m_waits(s_silentPatience),
+      m_judge(answerLimit),
+      m_thread([this] { run(); }) {}
 
 StateReader::~StateReader() {
     {
@@ -26,58 +39,86 @@ StateReader::~StateReader() {
     m_thread.join();
 }
 
-void StateReader::died(const std::string& driverID, std::uint32_t instance, std::uint32_t ping) {
+void StateReader::processDied(const ChaosHost& host, const std::string& driverID, pid_t pid) {
+    const std::uint32_t instance = m_watcher.lastInstance(driverID);
+    const std::uint32_t ping = m_watcher.lastAnswer(driverID);
+    const pid_t newer = host.driverProcess(driverID);
+    if (newer != 0 && newer != pid)
+        return;
     {
         const std::lock_guard lock(m_mutex);
-        m_deaths[driverID] = {Clock::now(), instance, ping, 0ms, false};
+        m_judge.died(driverID, {Clock::now(), instance, ping});
         m_isAsked = true;
     }
     m_changed.notify_all();
 }
 
-std::optional<Watcher::Reply> StateReader::ask() {
-    const std::lock_guard askLock(m_askMutex);
-    std::map<std::string, Death> known;
-    {
+/// What a host was asked that is gone, or before all stood still, counts no more.
+void StateReader::forgetRollOfAnother(const std::shared_ptr<ChaosHost>& pHost) {
+    const unsigned int standstills = Patience::standstills();
+    const bool isOther = m_asked.lock() != pHost || standstills != m_standstills;
+    m_asked = pHost;
+    m_standstills = standstills;
+    if (isOther) {
         const std::lock_guard lock(m_mutex);
-        known = m_deaths;
+        m_judge.rollCall().forget();
     }
-    const auto pHost = m_host();
-    const std::uint32_t mark = ++m_mark;
-    if (!pHost || !pHost->type(s_questions + ("mark" + std::to_string(mark))))
-        return std::nullopt;
-    auto reply = m_watcher.waitForReply(mark, s_patience);
-    if (reply)
-        judge(*reply, known);
-    return reply;
 }
 
-void StateReader::judge(const Watcher::Reply& reply, const std::map<std::string, Death>& known) {
-    const std::lock_guard lock(m_mutex);
-    ++m_replies;
-    for (const auto& [driverID, death] : known) {
-        const auto current = m_deaths.find(driverID);
-        const bool isCurrent = current != m_deaths.end() && current->second.when == death.when;
-        if (isCurrent && !std::exchange(current->second.isJudged, true))
-            ++m_judgedDeaths;
-        for (const Watcher::Row& row : reply.rows) {
-            if (row.driverID != driverID || !row.isLive)
-                continue;
-            const bool isOfTheDead =
-                row.instance > 0 ? row.instance <= death.instance : row.number <= death.ping;
-            if (!isOfTheDead)
-                continue;
-            m_findings.push_back(driverID + "." + row.name + " was listed as live after its driver had died");
-            const auto shown = std::chrono::ceil<std::chrono::milliseconds>(reply.when - death.when);
-            if (!isCurrent) {
-                m_shownLive += shown;
-                continue;
-            }
-            // The longest counts, not each time that it was seen.
-            m_shownLive += std::max(0ms, shown - current->second.shownLive);
-            current->second.shownLive = std::max(shown, current->second.shownLive);
-        }
+std::vector<std::string> StateReader::callTheRoll(ChaosHost& host, std::uint32_t& ping) {
+    std::vector<std::string> asked;
+    if (Clock::now() < m_nextRoll)
+        return asked;
+    m_nextRoll = Clock::now() + s_rollInterval;
+    {
+        const std::lock_guard lock(m_mutex);
+        std::copy_if(m_drivers.begin(), m_drivers.end(), std::back_inserter(asked),
+                     [this](const std::string& driver) { return !m_judge.rollCall().owes(driver); });
     }
+    ping = m_watcher.nextPing();
+    for (const std::string& driver : asked)
+        host.type(ChaosWorkplace::ping(driver, ping));
+    return asked;
+}
+
+std::optional<Watcher::Reply> StateReader::ask() {
+    const std::lock_guard askLock(m_askMutex);
+    StateJudge::Deaths known;
+    {
+        const std::lock_guard lock(m_mutex);
+        known = m_judge.deaths();
+    }
+    const auto pHost = m_host();
+    if (!pHost)
+        return std::nullopt;
+    forgetRollOfAnother(pHost);
+    const auto begun = Clock::now();
+    const std::uint64_t warnings = m_watcher.warnings();
+    std::uint32_t ping = 0;
+    const auto asked = callTheRoll(*pHost, ping);
+    const std::uint32_t mark = ++m_mark;
+    std::optional<Watcher::Reply> reply;
+    if (pHost->type(s_questions + ("mark" + std::to_string(mark))))
+        reply = m_watcher.waitForReply(mark, s_patience);
+
+    const std::lock_guard lock(m_mutex);
+    const bool isExcused = m_watcher.isHostGone() || m_isStopping || m_standstills != Patience::standstills();
+    const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begun);
+    if (!isExcused && reply)
+        m_waits.answered(waited, m_watcher.warnings() != warnings);
+    else if (!isExcused)
+        m_waits.notAnswered(waited);
+    if (!reply)
+        return reply;
+    ++m_replies;
+    for (const std::string& driver : m_drivers)
+        m_judge.rollCall().heard(driver, m_watcher.lastAnswer(driver), m_watcher.timesStale(driver));
+    m_judge.judge(*reply, known);
+    // Whoever was asked before the mark has it in its queue by now.
+    m_judge.asked(asked, ping, *reply);
+    for (const std::string& driver : asked)
+        m_judge.rollCall().heard(driver, m_watcher.lastAnswer(driver), m_watcher.timesStale(driver));
+    return reply;
 }
 
 void StateReader::run() {
@@ -89,19 +130,31 @@ void StateReader::run() {
                 return;
             m_isAsked = false;
         }
-        if (!m_watcher.isHostGone())
+        if (m_watcher.isHostStarted())
             ask();
     }
 }
 
 std::chrono::milliseconds StateReader::shownLive() const {
     const std::lock_guard lock(m_mutex);
-    return m_shownLive;
+    return m_judge.shownLive();
+}
+
+std::uint64_t StateReader::mutesShownLive() const {
+    const std::lock_guard lock(m_mutex);
+    return m_judge.mutesShownLive();
+}
+
+std::uint64_t StateReader::judgedDeaths() const {
+    const std::lock_guard lock(m_mutex);
+    return m_judge.judgedDeaths();
 }
 
 std::vector<std::string> StateReader::findings() const {
     const std::lock_guard lock(m_mutex);
-    return m_findings;
+    std::vector<std::string> all = m_judge.findings();
+    all.insert(all.end(), m_waits.findings().begin(), m_waits.findings().end());
+    return all;
 }
 
 std::uint64_t StateReader::replies() const {
@@ -109,7 +162,7 @@ std::uint64_t StateReader::replies() const {
     return m_replies;
 }
 
-std::uint64_t StateReader::judgedDeaths() const {
+ConsoleWaits StateReader::waits() const {
     const std::lock_guard lock(m_mutex);
-    return m_judgedDeaths;
+    return m_waits;
 }

@@ -4,7 +4,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -13,48 +12,58 @@
 #include <vector>
 
 #include "ChaosHost.h"
+#include "ConsoleWaits.h"
+#include "StateJudge.h"
 #include "Watcher.h"
 
-/// Asks the host for its state again and again, and at once when a process has died, and judges whether a
-/// value of what was known to be dead before the question is shown as live. Owned by Chaos, with a thread of
-/// its own.
+/// Pings all drivers and asks the host for its state again and again, and at once when a process has died,
+/// for StateJudge; and sees to it that the console answers in time and that whoever holds it up is named.
+/// Owned by Chaos, with a thread of its own.
 class StateReader {
 public:
     using Clock = std::chrono::steady_clock;
     using CurrentHost = std::function<std::shared_ptr<ChaosHost>()>;
 
-    StateReader(Watcher& watcher, CurrentHost host);
+    /// While it lives, nobody asks the host anything: it is stopped, or nobody reads what it writes.
+    class Pause {
+    public:
+        explicit Pause(StateReader& reader) : m_askLock(reader.m_askMutex) {}
+        Pause(const Pause&) = delete;
+        Pause& operator=(const Pause&) = delete;
+
+    private:
+        const std::lock_guard<std::mutex> m_askLock;
+    };
+
+    StateReader(Watcher& watcher, CurrentHost host, std::vector<std::string> drivers,
+                std::chrono::seconds answerLimit);
     ~StateReader();
     StateReader(const StateReader&) = delete;
     StateReader& operator=(const StateReader&) = delete;
 
-    /// A process of that driver is dead and the host has no newer one yet: what has been shown of the driver
-    /// so far is its.
-    void died(const std::string& driverID, std::uint32_t instance, std::uint32_t ping);
+    /// That process of the driver is dead. What was shown of the driver is its only as long as the host has
+    /// no newer one.
+    void processDied(const ChaosHost& host, const std::string& driverID, pid_t pid);
 
     /// Asks now for the numbers and answers of all drivers and waits for what is listed. Any thread.
     std::optional<Watcher::Reply> ask();
 
-    /// How long values of the dead were shown as live.
     std::chrono::milliseconds shownLive() const;
+    std::uint64_t mutesShownLive() const;
+    std::uint64_t judgedDeaths() const;
     std::vector<std::string> findings() const;
     std::uint64_t replies() const;
-    std::uint64_t judgedDeaths() const;
+    ConsoleWaits waits() const;
 
 private:
-    struct Death {
-        Clock::time_point when;
-        std::uint32_t instance = 0;
-        std::uint32_t ping = 0;
-        std::chrono::milliseconds shownLive{0};
-        bool isJudged = false;
-    };
-
     void run();
-    void judge(const Watcher::Reply& reply, const std::map<std::string, Death>& known);
+    /// Types a ping for each driver that owes no answer, once in a while; who was asked, and with what.
+    std::vector<std::string> callTheRoll(ChaosHost& host, std::uint32_t& ping);
+    void forgetRollOfAnother(const std::shared_ptr<ChaosHost>& pHost);
 
     Watcher& m_watcher;
     const CurrentHost m_host;
+    const std::vector<std::string> m_drivers;
     mutable std::mutex m_mutex;
     std::mutex m_askMutex;
     std::condition_variable m_changed;
@@ -62,9 +71,11 @@ private:
     bool m_isAsked = false;
     std::uint32_t m_mark = 0;
     std::uint64_t m_replies = 0;
-    std::uint64_t m_judgedDeaths = 0;
-    std::map<std::string, Death> m_deaths;  ///< the last of each driver
-    std::chrono::milliseconds m_shownLive{0};
-    std::vector<std::string> m_findings;
+    ConsoleWaits m_waits;
+    StateJudge m_judge;
+    // Of whoever asks.
+    std::weak_ptr<ChaosHost> m_asked;
+    unsigned int m_standstills = 0;
+    Clock::time_point m_nextRoll;
     std::thread m_thread;
 };

@@ -6,7 +6,7 @@
 #include <iostream>
 #include <utility>
 
-#include "Holdings.h"
+#include "Leftovers.h"
 #include "Patience.h"
 
 Watchdog::Watchdog(std::chrono::seconds limit, std::string mark)
@@ -30,7 +30,8 @@ void Watchdog::run(std::chrono::seconds limit) {
     }
     std::cout << "chaos: has not come to its end in " << limit.count() << " s and is ended" << std::endl;
     // A host that is killed takes some moments to be followed by its drivers.
-    for (const pid_t pid : Holdings::processesOf(m_mark))
-        ::kill(pid, SIGKILL);
+    if (Leftovers::isPrivateMachine())
+        for (const auto& [pid, command] : Leftovers::processes(m_mark))
+            ::kill(pid, SIGKILL);
     ::_exit(s_exitCode);
 }

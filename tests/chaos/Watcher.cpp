@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <sstream>
+#include <string_view>
+
+#include "Ledger.h"
 
 namespace {
 
@@ -10,7 +13,8 @@ namespace {
 constexpr std::size_t s_keptLines = 4000;
 
 /// Takes a number from the front of the text.
-bool take(std::string& text, std::uint32_t& number) {
+template <class Number>
+bool take(std::string& text, Number& number) {
     const auto [pEnd, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc())
         return false;
@@ -25,6 +29,22 @@ bool readNumbered(std::string text, std::uint32_t& instance, std::uint32_t& numb
     text.erase(0, 1);
     return take(text, number) && text.empty();
 }
+
+/// "17:300:123456789": a number, and when its event was triggered
+bool readStamped(const std::string& text, std::uint32_t& instance, std::uint32_t& number,
+                 std::int64_t& stamp) {
+    const auto colon = text.rfind(':');
+    std::string rest = colon == std::string::npos ? std::string() : text.substr(colon + 1);
+    return readNumbered(text.substr(0, colon), instance, number) && take(rest, stamp) && rest.empty();
+}
+
+/// What the host says of a process: how it ended, that it hangs, or why it is being ended.
+bool isVerdict(const std::string& text) {
+    return text.starts_with("ended") || text.ends_with("it is ended") || text.ends_with("and is killed");
+}
+
+/// The end of a process that was asked to end may take its time, whatever has ended it.
+constexpr std::string_view s_asked = "ended: ";
 
 /// "p300"
 bool readAnswer(std::string text, std::uint32_t& number) {
@@ -67,23 +87,43 @@ void Watcher::log(const std::string& line) {
         for (const char* sign : {"AddressSanitizer", "ThreadSanitizer", "LeakSanitizer", ": runtime error: "})
             if (line.find(sign) != std::string::npos)
                 m_sanitizer.push_back(line);
+        for (const char* level : {" warning  HOST: ", " error    HOST: ", " critical HOST: ",
+                                  " warning  QUEUE: ", " error    QUEUE: "})
+            m_warnings += line.find(level) != std::string::npos ? 1 : 0;
+        m_isHostStarted = m_isHostStarted || line.find("the workplace is started") != std::string::npos;
         const auto process = line.find(": process ");
         const auto name = line.rfind(' ', process - 1);
         if (process != std::string::npos && name != std::string::npos) {
             const std::string driverID = line.substr(name + 1, process - name - 1);
             std::string rest = line.substr(process + 10);
             std::uint32_t pid = 0;
-            if (take(rest, pid) && (rest.starts_with(" ended") || rest.starts_with(" hangs"))) {
-                m_notices.try_emplace(static_cast<pid_t>(pid), Clock::now());
-                m_ends[driverID] += rest.starts_with(" ended") ? 1 : 0;
-                // What was asked to end may take its time.
-                if (!rest.starts_with(" ended:") && !m_expected.contains(driverID) && !m_isHostGone)
-                    m_unexpected.push_back(line);
+            if (take(rest, pid) && rest.starts_with(' ') && isVerdict(rest.substr(1))) {
+                const std::string verdict = rest.substr(1);
+                if (verdict.starts_with("ended") || verdict.starts_with("hangs"))
+                    m_notices.try_emplace(static_cast<pid_t>(pid), Clock::now());
+                m_ends[driverID] += verdict.starts_with("ended") ? 1 : 0;
+                judgeVerdict(driverID, verdict, line);
             }
         }
         keep(line);
     }
     m_changed.notify_all();
+}
+
+void Watcher::judgeVerdict(const std::string& driverID, const std::string& verdict, const std::string& line) {
+    // The watch sees what becomes of the drivers of a host that is killed only now and then.
+    if (m_isHostGone)
+        return;
+    const auto expected = m_expected.find(driverID);
+    if (expected == m_expected.end()) {
+        if (!verdict.starts_with(s_asked))
+            m_unexpected.push_back(line);
+        return;
+    }
+    const bool isRight = std::any_of(expected->second.begin(), expected->second.end(),
+                                     [&](const std::string& begin) { return verdict.starts_with(begin); });
+    if (!isRight)
+        m_false.push_back(line);
 }
 
 void Watcher::keep(const std::string& line) {
@@ -104,12 +144,16 @@ bool Watcher::parseEvent(const std::string& text) {
         return false;
     std::uint32_t instance = 0;
     std::uint32_t number = 0;
-    if (text.substr(6, blank - 6).ends_with(".E") && readNumbered(text.substr(blank + 1), instance, number))
-        countEvent(instance, number);
+    std::int64_t triggered = 0;
+    if (text.substr(6, blank - 6).ends_with(".E") &&
+        readStamped(text.substr(blank + 1), instance, number, triggered))
+        countEvent(instance, number, triggered);
     return true;
 }
 
-void Watcher::countEvent(std::uint32_t instance, std::uint32_t number) {
+void Watcher::countEvent(std::uint32_t instance, std::uint32_t number, std::int64_t triggered) {
+    if (!m_lives.empty())
+        m_lives.back().horizon = std::max(m_lives.back().horizon, triggered);
     Events& events = m_events[instance];
     ++events.seen;
     if (number < events.next) {
@@ -163,6 +207,7 @@ bool Watcher::parseStale(const std::string& text) {
         return false;
     const std::string driverID = text.substr(0, colon);
     m_staleUpTo[driverID] = m_shown[driverID];
+    ++m_timesStale[driverID];
     return true;
 }
 
@@ -203,8 +248,10 @@ bool Watcher::parseRow(const std::string& text) {
 void Watcher::hostBegins() {
     const std::lock_guard lock(m_mutex);
     m_isHostGone = false;
+    m_isHostStarted = false;
     m_rows.clear();
     m_notices.clear();
+    m_lives.push_back({Ledger::now(), 0});
 }
 
 void Watcher::hostEnds() {
@@ -218,6 +265,11 @@ void Watcher::hostEnds() {
 bool Watcher::isHostGone() const {
     const std::lock_guard lock(m_mutex);
     return m_isHostGone;
+}
+
+bool Watcher::isHostStarted() const {
+    const std::lock_guard lock(m_mutex);
+    return m_isHostStarted && !m_isHostGone;
 }
 
 void Watcher::forgetNotice(pid_t pid) {
@@ -270,6 +322,12 @@ std::uint32_t Watcher::lastAnswer(const std::string& driverID) const {
     return shown == m_shown.end() ? 0 : shown->second.ping;
 }
 
+std::uint32_t Watcher::timesStale(const std::string& driverID) const {
+    const std::lock_guard lock(m_mutex);
+    const auto times = m_timesStale.find(driverID);
+    return times == m_timesStale.end() ? 0 : times->second;
+}
+
 std::uint32_t Watcher::lastInstance(const std::string& driverID) const {
     const std::lock_guard lock(m_mutex);
     const auto shown = m_shown.find(driverID);
@@ -281,18 +339,33 @@ std::uint64_t Watcher::position() const {
     return m_position;
 }
 
-std::optional<Watcher::Clock::time_point> Watcher::waitForText(const std::string& text, std::uint64_t since,
-                                                               std::chrono::milliseconds patience) {
-    std::optional<Clock::time_point> when;
+template <class IsMeant>
+std::optional<Watcher::Line> Watcher::waitForKept(IsMeant isMeant, std::uint64_t since,
+                                                  std::chrono::milliseconds patience) {
+    std::optional<Line> found;
     std::uint64_t looked = since;
     wait(patience, [&] {
-        for (auto line = m_lines.rbegin(); line != m_lines.rend() && line->position > looked; ++line)
-            if (line->text.find(text) != std::string::npos)
-                when = line->when;
+        for (auto line = m_lines.rbegin(); !found && line != m_lines.rend() && line->position > looked;
+             ++line)
+            if (isMeant(line->text))
+                found = *line;
         looked = m_position;
-        return when.has_value();
+        return found.has_value();
     });
-    return when;
+    return found;
+}
+
+std::optional<Watcher::Clock::time_point> Watcher::waitForText(const std::string& text, std::uint64_t since,
+                                                               std::chrono::milliseconds patience) {
+    const auto holds = [&](const std::string& line) { return line.find(text) != std::string::npos; };
+    return timeOf(waitForKept(holds, since, patience));
+}
+
+std::optional<std::string> Watcher::lineThatBegins(const std::string& begin, std::uint64_t since,
+                                                   std::chrono::milliseconds patience) {
+    const auto begins = [&](const std::string& line) { return line.starts_with(begin); };
+    const auto line = waitForKept(begins, since, patience);
+    return line ? std::optional(line->text) : std::nullopt;
 }
 
 std::optional<Watcher::Reply> Watcher::waitForReply(std::uint32_t mark, std::chrono::milliseconds patience) {
@@ -305,20 +378,24 @@ std::optional<Watcher::Reply> Watcher::waitForReply(std::uint32_t mark, std::chr
     return reply;
 }
 
-void Watcher::expectEnds(const std::string& driverID) {
+void Watcher::expect(const std::string& driverID, const Verdicts& verdicts) {
     const std::lock_guard lock(m_mutex);
-    m_expected.insert(driverID);
+    m_expected[driverID] = verdicts;
 }
 
-void Watcher::expectNoEnds(const std::string& driverID) {
+void Watcher::expectNothing(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
-    if (const auto found = m_expected.find(driverID); found != m_expected.end())
-        m_expected.erase(found);
+    m_expected.erase(driverID);
 }
 
-std::map<std::uint32_t, Watcher::Events> Watcher::events() const {
+Watcher::EventsByInstance Watcher::events() const {
     const std::lock_guard lock(m_mutex);
     return m_events;
+}
+
+std::vector<Watcher::Life> Watcher::lives() const {
+    const std::lock_guard lock(m_mutex);
+    return m_lives;
 }
 
 std::vector<std::string> Watcher::deadShownLive() const {
@@ -329,6 +406,16 @@ std::vector<std::string> Watcher::deadShownLive() const {
 std::vector<std::string> Watcher::unexpectedEnds() const {
     const std::lock_guard lock(m_mutex);
     return m_unexpected;
+}
+
+std::vector<std::string> Watcher::falseVerdicts() const {
+    const std::lock_guard lock(m_mutex);
+    return m_false;
+}
+
+std::uint64_t Watcher::warnings() const {
+    const std::lock_guard lock(m_mutex);
+    return m_warnings;
 }
 
 std::vector<std::string> Watcher::sanitizerReports() const {

@@ -11,7 +11,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -45,6 +44,17 @@ public:
         std::uint64_t disordered = 0;
     };
 
+    using EventsByInstance = std::map<std::uint32_t, Events>;
+    /// Of one host.
+    struct Life {
+        std::int64_t begun = 0;
+        /// The latest moment at which an event that it has printed was triggered: what came to the follower
+        /// before that moment it has printed as well.
+        std::int64_t horizon = 0;
+    };
+    /// How the lines begin, after the process's number, that the host may write on a driver's processes.
+    using Verdicts = std::vector<std::string>;
+
     void output(const std::string& line);
     void log(const std::string& line);
 
@@ -53,6 +63,8 @@ public:
     /// Whoever waits for something of the host waits in vain.
     void hostEnds();
     bool isHostGone() const;
+    /// It has started its drivers and reads its console.
+    bool isHostStarted() const;
 
     /// Waits until the condition, which is asked under the lock, holds. False when the host has ended or the
     /// time is over.
@@ -83,25 +95,38 @@ public:
                                                    std::chrono::milliseconds patience);
     /// The last ping that it has answered; 0 for none.
     std::uint32_t lastAnswer(const std::string& driverID) const;
+    /// How often its values have become stale.
+    std::uint32_t timesStale(const std::string& driverID) const;
     /// The highest number of an instance of that talker whose value was shown.
     std::uint32_t lastInstance(const std::string& driverID) const;
 
-    /// What comes from here on counts for saw().
+    /// What comes from here on counts for waitForText().
     std::uint64_t position() const;
     std::optional<Clock::time_point> waitForText(const std::string& text, std::uint64_t since,
                                                  std::chrono::milliseconds patience);
 
+    /// The last line that begins so; nothing when none comes in time.
+    std::optional<std::string> lineThatBegins(const std::string& begin, std::uint64_t since,
+                                              std::chrono::milliseconds patience);
+
     /// What was listed before the unknown command "markN".
     std::optional<Reply> waitForReply(std::uint32_t mark, std::chrono::milliseconds patience);
 
-    /// While it is expected, the driver's processes may end.
-    void expectEnds(const std::string& driverID);
-    void expectNoEnds(const std::string& driverID);
+    /// From now on the host may say this of the driver's processes, and nothing else. Of one of which
+    /// nothing is expected it may only say that it has ended as it was asked to.
+    void expect(const std::string& driverID, const Verdicts& verdicts);
+    void expectNothing(const std::string& driverID);
 
-    std::map<std::uint32_t, Events> events() const;
-    /// Values of instances that had ended that were printed as live behind the line that said so.
+    EventsByInstance events() const;
+    std::vector<Life> lives() const;
+    /// Values of instances that had ended that were printed as live after the line that said so.
     std::vector<std::string> deadShownLive() const;
+    /// Lines on processes that nobody had harmed.
     std::vector<std::string> unexpectedEnds() const;
+    /// Lines on processes that were harmed, in another way than the line says.
+    std::vector<std::string> falseVerdicts() const;
+    /// How many lines of at least a warning the host has written on its own or its queues' behalf.
+    std::uint64_t warnings() const;
     std::vector<std::string> sanitizerReports() const;
     std::uint64_t droppedLines() const;
 
@@ -113,19 +138,26 @@ private:
     };
 
     void keep(const std::string& line);
+    template <class IsMeant>
+    std::optional<Line> waitForKept(IsMeant isMeant, std::uint64_t since, std::chrono::milliseconds patience);
+    static std::optional<Clock::time_point> timeOf(const std::optional<Line>& line) {
+        return line ? std::optional(line->when) : std::nullopt;
+    }
     bool parse(const std::string& text);
     bool parseEvent(const std::string& text);
     bool parseValue(const std::string& text);
     bool parseStale(const std::string& text);
     bool parseMark(const std::string& text);
     bool parseRow(const std::string& text);
-    void countEvent(std::uint32_t instance, std::uint32_t number);
+    void countEvent(std::uint32_t instance, std::uint32_t number, std::int64_t triggered);
+    void judgeVerdict(const std::string& driverID, const std::string& verdict, const std::string& line);
     void showLive(const std::string& driverID, std::uint32_t instance, std::uint32_t ping,
                   const std::string& text);
 
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_isHostGone = true;
+    bool m_isHostStarted = false;
     std::uint64_t m_position = 0;
     std::deque<Line> m_lines;
 
@@ -138,14 +170,18 @@ private:
     };
     std::map<std::string, Shown> m_shown;      ///< the last of each driver
     std::map<std::string, Shown> m_staleUpTo;  ///< what was shown when its values became stale
+    std::map<std::string, std::uint32_t> m_timesStale;
     std::map<std::string, Clock::time_point> m_answers;
     std::vector<Row> m_rows;
     Reply m_reply;
 
-    std::multiset<std::string> m_expected;
-    std::map<std::uint32_t, Events> m_events;
+    std::map<std::string, Verdicts> m_expected;
+    std::vector<Life> m_lives;
+    EventsByInstance m_events;
     std::vector<std::string> m_deadShownLive;
     std::vector<std::string> m_unexpected;
+    std::vector<std::string> m_false;
+    std::uint64_t m_warnings = 0;
     std::vector<std::string> m_sanitizer;
     std::uint64_t m_dropped = 0;
 };

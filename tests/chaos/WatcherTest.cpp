@@ -18,7 +18,7 @@ protected:
 }  // namespace
 
 TEST_F(WatcherTest, MissingEventIsCounted) {
-    for (const char* line : {"event T1.E 4:0", "event T1.E 4:1", "event T1.E 4:3"})
+    for (const char* line : {"event T1.E 4:0:70", "event T1.E 4:1:71", "event T1.E 4:3:72"})
         sut.output(line);
     const auto events = sut.events().at(4);
     EXPECT_EQ(events.seen, 3u);
@@ -27,13 +27,13 @@ TEST_F(WatcherTest, MissingEventIsCounted) {
 }
 
 TEST_F(WatcherTest, RepeatedEventIsCounted) {
-    for (const char* line : {"event T1.E 4:0", "event T1.E 4:1", "event T1.E 4:1"})
+    for (const char* line : {"event T1.E 4:0:70", "event T1.E 4:1:71", "event T1.E 4:1:71"})
         sut.output(line);
     EXPECT_EQ(sut.events().at(4).disordered, 1u);
 }
 
 TEST_F(WatcherTest, EventBehindAnOpenLineIsSeen) {
-    sut.output("Loading MF driver /opt/mf/Chatter.so (ID: T3)...event T1.E 4:0");
+    sut.output("Loading MF driver /opt/mf/Chatter.so (ID: T3)...event T1.E 4:0:70");
     EXPECT_EQ(sut.events().at(4).seen, 1u);
 }
 
@@ -56,13 +56,65 @@ TEST_F(WatcherTest, LateValueShownStaleIsRight) {
     EXPECT_THAT(sut.deadShownLive(), IsEmpty());
 }
 
+TEST_F(WatcherTest, LatestMomentOfAPrintedEventIsTheHostsHorizon) {
+    sut.output("event T1.E 4:0:70");
+    sut.output("event T2.E 5:0:69");
+    sut.hostBegins();
+    sut.output("event T1.E 6:0:80");
+    const auto lives = sut.lives();
+    ASSERT_EQ(lives.size(), 2u);
+    EXPECT_EQ(lives[0].horizon, 70);
+    EXPECT_EQ(lives[1].horizon, 80);
+    EXPECT_LE(lives[0].begun, lives[1].begun);
+}
+
 TEST_F(WatcherTest, EndThatNobodyExpectedIsFound) {
-    sut.expectEnds("T1");
+    sut.expect("T1", {"ended unexpectedly: signal 9"});
     sut.log("2026-11-21 17:14:34.073 error    HOST: T1: process 41 ended unexpectedly: signal 9 (Killed)");
-    sut.expectNoEnds("T1");
+    sut.expectNothing("T1");
     EXPECT_THAT(sut.unexpectedEnds(), IsEmpty());
-    sut.log("2026-11-21 17:14:35.073 error    HOST: T1: process 42 hangs: it has taken none of 3 messages");
-    EXPECT_EQ(sut.unexpectedEnds().size(), 1u);
+    const std::string line =
+        "2026-11-21 17:14:35.073 error    HOST: T1: process 42 hangs: it has taken none of 3 messages for 2 "
+        "s "
+        "and does not compute; it is ended";
+    sut.log(line);
+    EXPECT_THAT(sut.unexpectedEnds(), ElementsAre(line));
+    EXPECT_THAT(sut.falseVerdicts(), IsEmpty());
+}
+
+TEST_F(WatcherTest, InnocentThatIsEndedIsFound) {
+    const std::string line =
+        "2026-11-21 17:14:35.073 warning  HOST: T1: process 42 has not taken a message for 1 s and holds up "
+        "\"sendFID T1.PING\"; it is ended";
+    sut.log(line);
+    EXPECT_THAT(sut.unexpectedEnds(), ElementsAre(line));
+}
+
+TEST_F(WatcherTest, VerdictThatIsNotWhatWasDoneIsFalse) {
+    sut.expect("F1", {"ended unexpectedly: signal 11"});
+    const std::string hangs =
+        "2026-11-21 17:14:34.073 error    HOST: F1: process 41 hangs: it has taken none of 3 messages for 2 "
+        "s "
+        "and does not compute; it is ended";
+    const std::string asked =
+        "2026-11-21 17:14:34.073 info     HOST: F1: process 41 ended: signal 11 (Segmentation fault)";
+    sut.log(
+        "2026-11-21 17:14:34.073 error    HOST: F1: process 40 ended unexpectedly: signal 11 (Segmentation "
+        "fault)");
+    EXPECT_THAT(sut.falseVerdicts(), IsEmpty());
+    sut.log(hangs);
+    sut.log(asked);
+    EXPECT_THAT(sut.falseVerdicts(), ElementsAre(hangs, asked));
+    EXPECT_THAT(sut.unexpectedEnds(), IsEmpty());
+}
+
+TEST_F(WatcherTest, OnlyWarningsOfHostAndQueuesCount) {
+    sut.log("2026-11-21 17:14:34.073 warning  VERIFY: w.xml: it is not signed");
+    sut.log("2026-11-21 17:14:34.073 info     HOST: F1: is started again");
+    EXPECT_EQ(sut.warnings(), 0u);
+    sut.log("2026-11-21 17:14:34.073 warning  HOST: F1: its queue is full and holds up \"quit\"");
+    sut.log("2026-11-21 17:14:34.073 error    QUEUE: queue F1_INQ: not created: no memory");
+    EXPECT_EQ(sut.warnings(), 2u);
 }
 
 TEST_F(WatcherTest, EndThatWasAskedForMayComeLate) {

@@ -1,0 +1,314 @@
+#include "Campaign.h"
+
+#include <signal.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "ProcessEnd.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto s_patience = 40s;
+constexpr auto s_startPatience = 90s;
+/// A trial is as long as this, so that it can be struck.
+constexpr const char* s_slowTrial = "load sleep 300";
+constexpr const char* s_triedOut = "F7";
+constexpr const char* s_triedOutModule = "loadsd.so";
+/// A host that does not end in order although it was told to must be ended by somebody.
+constexpr auto s_endPatience = 30s;
+/// Beyond this nothing new is to be learned.
+constexpr std::size_t s_mostFaults = 20;
+
+std::vector<std::string> processesAmong(const std::vector<std::string>& drivers) {
+    std::vector<std::string> found;
+    std::copy_if(drivers.begin(), drivers.end(), std::back_inserter(found), ChaosWorkplace::isProcess);
+    return found;
+}
+
+std::chrono::milliseconds ms(std::uint32_t count) {
+    return std::chrono::milliseconds(count);
+}
+
+}  // namespace
+
+Campaign::Campaign(ChaosWorkplace& workplace, Intruder* pIntruder, const Settings& settings)
+    : m_settings(settings),
+      m_plan(settings.seed, processesAmong(workplace.drivers()), s_triedOut),
+      m_run(workplace, settings.output),
+      m_pIntruder(pIntruder),
+      m_steps(settings.output / "steps.txt", std::ios::trunc) {}
+
+Campaign::~Campaign() {
+    for (std::thread& continuer : m_continuers)
+        continuer.join();
+}
+
+void Campaign::pointIntruderAt(pid_t host) {
+    if (m_pIntruder)
+        m_pIntruder->setHost(host);
+}
+
+/// What the host may say of a driver that is killed at any time, and reloaded.
+void Campaign::expectOf(const std::string& driverID, bool wasStopped) {
+    Watcher::Verdicts right{"ended unexpectedly: signal 9", "ended: ", "has not ended",
+                            "did not heed SIGTERM"};
+    if (wasStopped)
+        right.insert(right.end(),
+                     {"hangs", "has not taken", "leaves its queue full", "ended unexpectedly: "});
+    m_run.watcher().expect(driverID, right);
+}
+
+void Campaign::stopFor(pid_t pid, std::uint32_t milliseconds) {
+    ::kill(pid, SIGSTOP);
+    if (milliseconds == 0)
+        return;
+    std::this_thread::sleep_for(ms(milliseconds));
+    ::kill(pid, SIGCONT);
+}
+
+bool Campaign::strikeHost(const KillPlan::Strike& strike) {
+    const auto pHost = host();
+    if (!pHost || pHost->waitForEnd(0s))
+        return false;
+    if (strike.isKill) {
+        m_run.watcher().hostEnds();
+        pHost->signal(SIGKILL);
+        return true;
+    }
+    const StateReader::Pause pause(m_run.reader());
+    stopFor(pHost->pid(), strike.durationMs);
+    return true;
+}
+
+bool Campaign::strikeDriver(const KillPlan::Strike& strike) {
+    const auto pHost = host();
+    pid_t pid = 0;
+    const bool isThere = ChaosRun::eventually(s_patience, [&] {
+        pid = pHost->driverProcess(strike.target);
+        return pid > 0 || pHost->waitForEnd(0s);
+    });
+    if (!isThere || pid == 0)
+        return false;
+    if (!strike.isKill) {
+        m_stopped.insert(strike.target);
+        expectOf(strike.target, true);
+        if (strike.durationMs == 0)
+            stopFor(pid, 0);
+        else
+            m_continuers.emplace_back([this, pid, time = strike.durationMs] { stopFor(pid, time); });
+        return true;
+    }
+    ::kill(pid, SIGKILL);
+    if (isDeadWithin(pid, s_patience))
+        m_run.reader().processDied(*pHost, strike.target, pid);
+    else
+        m_run.board().addFault("process " + std::to_string(pid) + " has outlived its kill -9");
+    return true;
+}
+
+bool Campaign::strikeTrial(const KillPlan::Strike& strike) {
+    const auto pHost = host();
+    pid_t pid = 0;
+    ChaosRun::eventually(s_patience, [&] {
+        pid = pHost->childWith(s_triedOutModule);
+        return pid > 0 || pHost->waitForEnd(0s);
+    });
+    if (pid == 0)
+        return false;
+    if (strike.isKill)
+        ::kill(pid, SIGKILL);
+    else
+        stopFor(pid, strike.durationMs);
+    return true;
+}
+
+bool Campaign::strike(const KillPlan::Strike& strike) {
+    m_steps << "  " << strike.name() << " " << strike.target << " after " << strike.delayMs << " ms";
+    if (!strike.isKill)
+        m_steps << " for " << strike.durationMs << " ms";
+    const bool isTrialPlanned =
+        strike.when == KillPlan::EWhen::Reload && strike.what == KillPlan::EWhat::Trial;
+    // A reload is refused as long as the file is broken, and then there is none to strike into.
+    std::unique_ptr<FileMeddler::Rest> pRest;
+    if (isTrialPlanned) {
+        m_run.workplace().planLoading(s_triedOut, s_slowTrial);
+        m_run.workplace().replaceModule(s_triedOut);
+    }
+    if (strike.when == KillPlan::EWhen::Reload) {
+        if (isTrialPlanned || strike.delayMs % 2 == 0)
+            pRest = std::make_unique<FileMeddler::Rest>(*m_pMeddler);
+        host()->type("reloadDriver " + strike.target);
+    }
+    if (strike.what != KillPlan::EWhat::Trial)
+        std::this_thread::sleep_for(ms(strike.delayMs));
+    bool isDone = false;
+    switch (strike.what) {
+        case KillPlan::EWhat::Host:
+            isDone = strikeHost(strike);
+            break;
+        case KillPlan::EWhat::Driver:
+            isDone = strikeDriver(strike);
+            break;
+        case KillPlan::EWhat::Trial:
+            isDone = strikeTrial(strike);
+            break;
+    }
+    if (isTrialPlanned)
+        m_run.workplace().planLoading(s_triedOut, "");
+    m_steps << (isDone ? "\n" : ": nobody was there\n") << std::flush;
+    m_struck += isDone ? 1 : 0;
+    if (isDone)
+        m_run.board().addStrike(strike.name());
+    return isDone;
+}
+
+/// As an operator does. A driver in the host's process does not come by itself, nor does one that a start
+/// with a broken file has not reached.
+void Campaign::reloadMissing(bool withProcesses) {
+    const std::uint32_t first = m_run.watcher().nextPing();
+    for (const std::string& driver : m_run.workplace().drivers())
+        host()->type(ChaosWorkplace::ping(driver, first));
+    for (const std::string& driver : m_run.workplace().drivers())
+        if ((withProcesses || !ChaosWorkplace::isProcess(driver)) &&
+            !m_run.watcher().waitForAnswer(driver, first, 500ms))
+            host()->type("reloadDriver " + driver);
+}
+
+/// Gone with all that it has started, and told why if it has ended by itself.
+void Campaign::bury() {
+    m_run.watcher().hostEnds();
+    pointIntruderAt(0);
+    if (!m_run.forgetHost())
+        m_run.board().addFault("a host, or what it had started, has not ended in time");
+    for (std::thread& continuer : std::exchange(m_continuers, {}))
+        continuer.join();
+}
+
+bool Campaign::startOnce(bool isWhole, const KillPlan::Strike* pStrike) {
+    Watcher& watcher = m_run.watcher();
+    const std::uint64_t since = watcher.position();
+    m_stopped.clear();
+    for (const std::string& driver : processesAmong(m_run.workplace().drivers()))
+        expectOf(driver, false);
+    std::unique_ptr<FileMeddler::Rest> pRest;
+    if (isWhole)
+        pRest = std::make_unique<FileMeddler::Rest>(*m_pMeddler);
+    m_run.launchHost();
+    pointIntruderAt(host()->pid());
+    if (pStrike && strike(*pStrike) && pStrike->endsLife())
+        return false;
+    bool isUp = false;
+    ChaosRun::eventually(s_startPatience, [&] {
+        isUp = watcher.waitForText("the workplace is started", since, 50ms).has_value();
+        return isUp || host()->waitForEnd(0s);
+    });
+    return isUp;
+}
+
+bool Campaign::start(const KillPlan::Life& life) {
+    const bool isStruck = !life.strikes.empty() && life.strikes.front().when == KillPlan::EWhen::Start;
+    const KillPlan::Strike* pStrike = isStruck ? &life.strikes.front() : nullptr;
+    const bool isTrial = pStrike && pStrike->what == KillPlan::EWhat::Trial;
+    if (isTrial)
+        m_run.workplace().planLoading(s_triedOut, s_slowTrial);
+    const bool isMeddled = life.isFileMeddledAtStart && !isTrial;
+    bool isUp = startOnce(!isMeddled, pStrike);
+    if (isTrial)
+        m_run.workplace().planLoading(s_triedOut, "");
+    if (isUp && isMeddled) {
+        const FileMeddler::Rest rest(*m_pMeddler);
+        reloadMissing(true);
+    }
+    if (isUp || (pStrike && pStrike->endsLife()))
+        return isUp;
+    // With a file that is no whole one a host may refuse, with a reason.
+    if (!isMeddled)
+        m_run.board().addFault("a host did not start");
+    else if (host()->waitForEnd(s_patience) != 1)
+        m_run.board().addFault("a host that refuses its workplace file has not ended with 1");
+    bury();
+    isUp = startOnce(true, nullptr);
+    if (!isUp)
+        m_run.board().addFault("a host did not start with a whole workplace file");
+    return isUp;
+}
+
+void Campaign::end(const KillPlan::Strike* pStrike) {
+    const auto pHost = host();
+    m_run.watcher().hostEnds();
+    pHost->type("quit");
+    if (pStrike)
+        strike(*pStrike);
+    const auto exit = pHost->waitForEnd(s_endPatience);
+    const bool isKilled = pStrike && pStrike->endsLife();
+    if (!exit)
+        m_run.board().addFault("a host has not ended in time after it was told to");
+    else if (!isKilled && *exit > 1)
+        m_run.board().addFault("a host that was told to end ended with " + std::to_string(*exit));
+}
+
+void Campaign::live(const KillPlan::Life& life) {
+    m_steps << (life.isFileMeddledAtStart ? "a host with the file meddled with\n" : "a host\n") << std::flush;
+    if (!start(life)) {
+        bury();
+        return;
+    }
+    const KillPlan::Strike* pEnd = nullptr;
+    bool isDead = false;
+    for (const KillPlan::Strike& each : life.strikes) {
+        if (each.when == KillPlan::EWhen::Start)
+            continue;
+        if (each.when == KillPlan::EWhen::End) {
+            pEnd = &each;
+            break;
+        }
+        const bool isDone = strike(each);
+        isDead = isDone && each.endsLife();
+        if (!isDead && host()->waitForEnd(0s)) {
+            m_run.board().addFault("a host has ended by itself");
+            isDead = true;
+        }
+        if (isDead || m_struck >= m_settings.strikes)
+            break;
+    }
+    if (!isDead) {
+        // With a whole file each comes back.
+        const FileMeddler::Rest rest(*m_pMeddler);
+        reloadMissing(false);
+        if (!m_run.allServe())
+            m_run.board().addFault("not all drivers served again");
+    }
+    if (!isDead)
+        end(pEnd);
+    bury();
+}
+
+const Scoreboard& Campaign::run() {
+    m_run.board().demandShares(false);
+    {
+        m_pMeddler = std::make_unique<FileMeddler>(m_run.workplace(), m_settings.seed);
+        while (m_struck < m_settings.strikes && m_run.board().faultCount() < s_mostFaults)
+            live(m_plan.next());
+        m_run.board().fileWrites = m_pMeddler->writes();
+        m_run.board().fileBreaks = m_pMeddler->breaks();
+        m_pMeddler.reset();
+    }
+    if (m_struck < m_settings.strikes)
+        m_run.board().addFault("only " + std::to_string(m_struck) + " of " +
+                               std::to_string(m_settings.strikes) + " kills and stops were done");
+    // The last host starts beside the other user, too.
+    m_run.startHost();
+    pointIntruderAt(host()->pid());
+    if (m_pIntruder) {
+        m_run.board().attempts = m_pIntruder->attempts();
+        m_run.board().intrusions = m_pIntruder->successes();
+        m_pIntruder->end();
+    }
+    m_run.endInOrder();
+    m_run.noteFindings(m_settings.output / "findings.txt");
+    return m_run.board();
+}

@@ -1,0 +1,78 @@
+#include "KillPlan.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <string>
+
+namespace {
+
+KillPlan plan(std::uint32_t seed) {
+    return {seed, {"T1", "F1"}, "F7"};
+}
+
+std::string text(const KillPlan::Strike& strike) {
+    return strike.name() + " " + strike.target + " " + std::to_string(strike.delayMs) + " " +
+           std::to_string(strike.durationMs) + "\n";
+}
+
+std::string sequence(std::uint32_t seed) {
+    KillPlan sut = plan(seed);
+    std::string all;
+    for (int i = 0; i < 50; ++i) {
+        const auto life = sut.next();
+        all += life.isFileMeddledAtStart ? "meddled\n" : "whole\n";
+        for (const auto& strike : life.strikes)
+            all += text(strike);
+    }
+    return all;
+}
+
+}  // namespace
+
+TEST(KillPlan, SameSeedIsTheSameSequence) {
+    EXPECT_EQ(sequence(7), sequence(7));
+    EXPECT_NE(sequence(7), sequence(8));
+}
+
+TEST(KillPlan, EachOfThemComesAmongFiveHundred) {
+    KillPlan sut = plan(1);
+    std::map<std::string, int> counts;
+    for (int count = 0; count < 500;)
+        for (const auto& strike : sut.next().strikes) {
+            ++counts[strike.name()];
+            ++count;
+        }
+    for (const char* name :
+         {"host killed at the start",    "host stopped at the start",  "host killed in the run",
+          "host stopped in the run",     "host killed at a reload",    "host stopped at a reload",
+          "host killed at the end",      "host stopped at the end",    "driver killed at the start",
+          "driver stopped at the start", "driver killed in the run",   "driver stopped in the run",
+          "driver killed at a reload",   "driver stopped at a reload", "driver killed at the end",
+          "driver stopped at the end",   "trial killed at the start",  "trial stopped at the start",
+          "trial killed at a reload",    "trial stopped at a reload"})
+        EXPECT_GE(counts[name], 1) << name;
+    EXPECT_EQ(counts.size(), 20u);
+}
+
+TEST(KillPlan, NothingComesAfterTheDeathOfAHost) {
+    KillPlan sut = plan(2);
+    for (int i = 0; i < 200; ++i) {
+        const auto life = sut.next();
+        const auto death = std::find_if(life.strikes.begin(), life.strikes.end(),
+                                        [](const auto& strike) { return strike.endsLife(); });
+        ASSERT_TRUE(death == life.strikes.end() || death == life.strikes.end() - 1);
+    }
+}
+
+TEST(KillPlan, OnlyDriversMayStayStopped) {
+    KillPlan sut = plan(2);
+    bool isAny = false;
+    for (int i = 0; i < 200; ++i)
+        for (const auto& strike : sut.next().strikes) {
+            isAny = isAny || strike.durationMs == 0;
+            ASSERT_TRUE(strike.durationMs > 0 || strike.what == KillPlan::EWhat::Driver);
+        }
+    EXPECT_TRUE(isAny);
+}
