@@ -1,14 +1,19 @@
 #include "Fault.h"
 
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cstdlib>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 
 namespace {
@@ -42,6 +47,56 @@ __attribute__((no_sanitize("address", "undefined", "thread"))) void writeToNowhe
     *pNowhere = 1;  // cppcheck-suppress nullPointer ; that is the fault
 }
 
+/// By which whoever looks for it knows it.
+constexpr const char* s_orphanName = "left-behind";
+
+/// Keeps whatever it has got from its parent until somebody ends it.
+[[noreturn]] void stayBehind() {
+    ::prctl(PR_SET_NAME, s_orphanName);
+    for (;;)
+        ::pause();
+}
+
+/// Only what is safe in the child of a process with threads.
+void leaveChild(bool isInSessionOfItsOwn) {
+    const pid_t child = ::fork();
+    if (child < 0)
+        throw std::system_error(errno, std::generic_category(), "no child can be had");
+    if (child > 0) {
+        if (isInSessionOfItsOwn)
+            ::waitpid(child, nullptr, 0);
+        return;
+    }
+    if (!isInSessionOfItsOwn)
+        stayBehind();
+    ::setsid();
+    if (::fork() == 0)
+        stayBehind();
+    ::_exit(0);
+}
+
+[[noreturn]] void becomeAnotherProgram() {
+    ::execl("/bin/sleep", "sleep", "86400", nullptr);
+    throw std::system_error(errno, std::generic_category(), "/bin/sleep cannot be run");
+}
+
+void ignoreSignals() {
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGALRM})
+        ::signal(signal, SIG_IGN);
+}
+
+/// Waits for whoever reads it.
+void print(int descriptor, int mebibytes) {
+    static const std::string s_line = std::string(1022, '.') + "\n";
+    for (long left = 1024L * mebibytes; mebibytes == 0 || left > 0; --left)
+        for (std::size_t done = 0; done < s_line.size();) {
+            const ssize_t count = ::write(descriptor, s_line.data() + done, s_line.size() - done);
+            if (count < 0 && errno != EINTR && errno != EAGAIN)
+                throw std::system_error(errno, std::generic_category(), "cannot print");
+            done += count > 0 ? static_cast<std::size_t>(count) : 0;
+        }
+}
+
 }  // namespace
 
 struct Fault::Word {
@@ -61,6 +116,13 @@ const Fault::Word Fault::s_words[] = {
     {"throw", eThrow, nullptr, 0},
     {"thrownumber", eThrowNumber, nullptr, 0},
     {"fail", eFail, nullptr, 0},
+    {"fork", eFork, nullptr, 0},
+    {"forkaway", eForkAway, nullptr, 0},
+    {"exec", eExec, nullptr, 0},
+    {"closelocks", eCloseLocks, nullptr, 0},
+    {"ignoresignals", eIgnoreSignals, nullptr, 0},
+    {"print", ePrint, "mebibytes, 0 for ever", 1024},
+    {"printlog", ePrintLog, "mebibytes, 0 for ever", 1024},
 };
 
 std::optional<Fault> Fault::parse(const std::string& text, std::string& error) {
@@ -120,6 +182,27 @@ bool Fault::strike() const {
             throw 42;
         case eFail:
             return false;
+        case eFork:
+            leaveChild(false);
+            break;
+        case eForkAway:
+            leaveChild(true);
+            break;
+        case eExec:
+            becomeAnotherProgram();
+        case eCloseLocks:
+            // Each queue's file among them, and with it the locks that say who is there.
+            ::close_range(STDERR_FILENO + 1, ~0U, 0);
+            break;
+        case eIgnoreSignals:
+            ignoreSignals();
+            break;
+        case ePrint:
+            print(STDOUT_FILENO, m_number);
+            break;
+        case ePrintLog:
+            print(STDERR_FILENO, m_number);
+            break;
     }
     return true;
 }

@@ -17,12 +17,29 @@ public:
     std::string text() const;
 
 private:
-    enum EKind { eCrash, eAbort, eExit, eKill, eBusy, eSleep, eThrow, eThrowNumber, eFail };
+    enum EKind {
+        eCrash,
+        eAbort,
+        eExit,
+        eKill,
+        eBusy,
+        eSleep,
+        eThrow,
+        eThrowNumber,
+        eFail,
+        eFork,
+        eForkAway,
+        eExec,
+        eCloseLocks,
+        eIgnoreSignals,
+        ePrint,
+        ePrintLog
+    };
     struct Word;
     static const Word s_words[];
 
     Fault(EKind kind, int number) : m_kind(kind), m_number(number) {}
 
     EKind m_kind;
-    int m_number;  ///< exit code, or milliseconds with 0 for ever
+    int m_number;  ///< exit code, or milliseconds or mebibytes with 0 for ever
 };

@@ -51,7 +51,9 @@ std::string lowerCase(std::string text) {
 
 const FaultyDriver::Function FaultyDriver::s_functions[] = {
     {"PING", &FaultyDriver::ping},
+    {"REPORT", &FaultyDriver::report},
     {"FAULT.AT", &FaultyDriver::plan},
+    {"FAULT.FILLSTORE", &FaultyDriver::fillStore},
     {"FAULT.FLOODFIDS", &FaultyDriver::floodFids},
     {"FAULT.FLOODSTATE", &FaultyDriver::floodState},
     {"FAULT.GARBAGE", &FaultyDriver::sendGarbage},
@@ -117,7 +119,8 @@ bool FaultyDriver::strike(const std::string& fid, const FIDParameterList& parame
     std::string reason = "is unknown";
     if (fid.starts_with(s_prefix)) {
         const std::string word = lowerCase(fid.substr(std::string(s_prefix).size()));
-        const std::string value = parameters.value(word == "exit" ? "code" : "ms");
+        const bool isPrint = word == "print" || word == "printlog";
+        const std::string value = parameters.value(word == "exit" ? "code" : isPrint ? "mib" : "ms");
         if (const auto fault = Fault::parse(value.empty() ? word : word + " " + value, reason)) {
             log(sal::LogOutput::eInfo, "as told: " + fault->text());
             sal::LogManager::getInstance()->flush();
@@ -152,6 +155,13 @@ bool FaultyDriver::ping(const FIDParameterList& parameters) const {
     return true;
 }
 
+bool FaultyDriver::report(const FIDParameterList& parameters) const {
+    if (!panelState() || parameters.value("name").empty())
+        return refuse("REPORT", "name must tell which value it is to show");
+    panelState()->setStateValue(parameters.value("name"), parameters.value("value"));
+    return true;
+}
+
 template <class Once>
 bool FaultyDriver::startFlood(int count, Once once) const {
     const std::lock_guard lock(m_mutex);
@@ -175,6 +185,15 @@ bool FaultyDriver::floodState(const FIDParameterList& parameters) const {
         panelState()->setStateValueInt("FLOOD", i);
         panelState()->triggerEvent("FLOODED", std::to_string(i));
     });
+}
+
+/// Of values, not of reports: each has a name of its own.
+bool FaultyDriver::fillStore(const FIDParameterList& parameters) const {
+    const int count = number(parameters, "count", 70000);
+    if (count <= 0 || !panelState())
+        return refuse("FAULT.FILLSTORE", "count must be a number from 1 to a million");
+    return startFlood(count,
+                      [this](int i) { panelState()->setStateValueInt("FILL" + std::to_string(i), i); });
 }
 
 bool FaultyDriver::floodFids(const FIDParameterList& parameters) const {

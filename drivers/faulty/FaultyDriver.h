@@ -30,6 +30,8 @@ private:
     static const Function s_functions[];
 
     bool ping(const FIDParameterList& parameters) const;
+    bool report(const FIDParameterList& parameters) const;
+    bool fillStore(const FIDParameterList& parameters) const;
     bool floodState(const FIDParameterList& parameters) const;
     bool floodFids(const FIDParameterList& parameters) const;
     bool sendGarbage(const FIDParameterList& parameters) const;

@@ -1,13 +1,21 @@
 #include "Fault.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 namespace {
@@ -86,6 +94,152 @@ TEST(Fault, BusyUsesTheProcessorAllTheTime) {
     EXPECT_GT(used, 5);
 }
 
+/// What the process that does it says of itself afterwards, while whatever it left is there.
+std::string afterwards(const std::string& text, const std::function<std::string(pid_t)>& look) {
+    const Fault sut = fault(text);
+    int begun[2];
+    EXPECT_EQ(::pipe(begun), 0);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::dup2(begun[1], STDOUT_FILENO);
+        sut.strike();
+        for (;;)
+            ::pause();
+    }
+    const std::string seen = look(pid);
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, nullptr, 0);
+    ::close(begun[0]);
+    ::close(begun[1]);
+    return seen;
+}
+
+std::string fileText(const std::string& name) {
+    std::ifstream file(name);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+/// State, parent, group and session of the process.
+struct Standing {
+    char state = 0;
+    pid_t parent = 0;
+    pid_t group = 0;
+    pid_t session = 0;
+
+    static Standing of(pid_t pid) {
+        const std::string text = fileText("/proc/" + std::to_string(pid) + "/stat");
+        Standing found;
+        if (const auto name = text.rfind(')'); name != std::string::npos)
+            std::istringstream(text.substr(name + 1)) >> found.state >> found.parent >> found.group >>
+                found.session;
+        return found;
+    }
+};
+
+/// The process called left-behind that has the standard output of that one; 0 when there is none.
+pid_t leftBehind(pid_t by) {
+    std::error_code ignored;
+    const auto output = [&](pid_t pid) {
+        return std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/fd/1", ignored);
+    };
+    const auto wanted = output(by);
+    for (std::filesystem::directory_iterator entry("/proc", ignored), end; !ignored && entry != end;
+         entry.increment(ignored)) {
+        const pid_t pid = std::atoi(entry->path().filename().c_str());
+        if (pid > 0 && fileText(entry->path() / "comm") == "left-behind\n" && output(pid) == wanted)
+            return pid;
+    }
+    return 0;
+}
+
+template <class Condition>
+auto eventually(Condition condition) {
+    for (int i = 0; i < 2000; ++i) {
+        if (const auto found = condition())
+            return found;
+        ::usleep(5000);
+    }
+    return condition();
+}
+
+TEST(Fault, ForkLeavesAChildBehind) {
+    pid_t child = 0;
+    const auto parent = [&](pid_t pid) {
+        child = eventually([pid] { return leftBehind(pid); });
+        return std::to_string(Standing::of(child).parent == pid);
+    };
+    EXPECT_EQ(afterwards("fork", parent), "1");
+    ASSERT_NE(child, 0);
+    EXPECT_EQ(::kill(child, 0), 0) << "it outlives its parent";
+    ::kill(child, SIGKILL);
+}
+
+TEST(Fault, ForkAwayLeavesOneInASessionOfItsOwn) {
+    pid_t child = 0;
+    const auto isAway = [&](pid_t pid) {
+        child = eventually([pid] { return leftBehind(pid); });
+        const Standing standing = Standing::of(child);
+        return std::to_string(standing.parent != pid && standing.session == standing.group &&
+                              standing.session != ::getsid(0));
+    };
+    EXPECT_EQ(afterwards("forkaway", isAway), "1");
+    ASSERT_NE(child, 0);
+    ::kill(child, SIGKILL);
+}
+
+TEST(Fault, ExecMakesItAnotherProgram) {
+    const auto name = [](pid_t pid) {
+        const std::string file = "/proc/" + std::to_string(pid) + "/comm";
+        eventually([&] { return fileText(file) == "sleep\n"; });
+        return fileText(file);
+    };
+    EXPECT_EQ(afterwards("exec", name), "sleep\n");
+}
+
+TEST(Fault, CloseLocksClosesAllButTheStandardDescriptors) {
+    const auto others = [](pid_t pid) {
+        const auto count = [pid] {
+            return std::distance(std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"),
+                                 std::filesystem::directory_iterator());
+        };
+        eventually([&] { return count() == 3; });
+        return std::to_string(count());
+    };
+    EXPECT_EQ(afterwards("closelocks", others), "3");
+}
+
+TEST(Fault, IgnoreSignalsIgnoresTermination) {
+    const auto ignored = [](pid_t pid) {
+        const auto line = [pid] {
+            const std::string status = fileText("/proc/" + std::to_string(pid) + "/status");
+            const auto at = status.find("SigIgn:");
+            return at == std::string::npos ? 0 : std::stoull(status.substr(at + 7), nullptr, 16);
+        };
+        eventually([&] { return (line() >> (SIGTERM - 1) & 1) != 0; });
+        return std::to_string(line() >> (SIGTERM - 1) & 1);
+    };
+    EXPECT_EQ(afterwards("ignoresignals", ignored), "1");
+}
+
+TEST(Fault, PrintWaitsForWhoeverReads) {
+    // Nobody does: the pipe fills up, and it sleeps.
+    const auto state = [](pid_t pid) {
+        const auto standing = [pid] {
+            const std::string output = "/proc/" + std::to_string(pid) + "/fd/1";
+            const int fd = ::open(output.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+            int count = 0;
+            ::ioctl(fd, FIONREAD, &count);
+            ::close(fd);
+            return count > 60000 ? Standing::of(pid).state : '-';
+        };
+        eventually([&] { return standing() == 'S'; });
+        return std::string(1, standing());
+    };
+    EXPECT_EQ(afterwards("print 1", state), "S");
+}
+
 TEST(Fault, TextNamesIt) {
     EXPECT_EQ(fault(" sleep  20 ").text(), "sleep 20");
     EXPECT_EQ(fault("crash").text(), "crash");
@@ -95,7 +249,9 @@ TEST(Fault, UnknownWordIsNamedWithTheKnownOnes) {
     EXPECT_EQ(
         errorOf("explode"),
         "\"explode\" is no fault; there are crash, abort, exit (exit code), kill, busy (milliseconds, 0 "
-        "for ever), sleep (milliseconds, 0 for ever), throw, thrownumber, fail");
+        "for ever), sleep (milliseconds, 0 for ever), throw, thrownumber, fail, fork, forkaway, exec, "
+        "closelocks, "
+        "ignoresignals, print (mebibytes, 0 for ever), printlog (mebibytes, 0 for ever)");
 }
 
 TEST(Fault, NumberOutOfItsRangeIsNamed) {

@@ -60,6 +60,22 @@ TEST_F(FaultyDriverTest, AnswersAPing) {
     EXPECT_THAT(host.calls.lines(), ElementsAre("PONG string 17"));
 }
 
+TEST_F(FaultyDriverTest, ReportsUnderAnyName) {
+    configure();
+    EXPECT_TRUE(take("REPORT", {{"name", "NEW7"}, {"value", "fresh"}}));
+    EXPECT_THAT(host.calls.lines(), ElementsAre("NEW7 string fresh"));
+    EXPECT_FALSE(take("REPORT", {{"value", "fresh"}}));
+}
+
+TEST_F(FaultyDriverTest, FillsTheStoreWithValuesOfManyNames) {
+    configure();
+    EXPECT_TRUE(take("FAULT.FILLSTORE", {{"count", "3"}}));
+    EXPECT_TRUE(host.calls.waitFor("FILL3 int 3"));
+    sut.deinitialize();
+    EXPECT_THAT(host.calls.lines(), ElementsAre("FILL1 int 1", "FILL2 int 2", "FILL3 int 3"));
+    EXPECT_FALSE(take("FAULT.FILLSTORE", {{"count", "none"}}));
+}
+
 TEST_F(FaultyDriverTest, FaultsStrikeInTheFid) {
     configure();
     EXPECT_THROW(take("FAULT.THROW"), std::runtime_error);
@@ -79,7 +95,8 @@ TEST_F(FaultyDriverTest, UnknownFidIsNamedWithTheKnownOnes) {
     configure();
     EXPECT_FALSE(take("MOVE"));
     EXPECT_FALSE(take("FAULT.EXPLODE"));
-    EXPECT_THAT(log.text(), HasSubstr("BAD: \"MOVE\" does nothing: is unknown; FIDs are PING, FAULT.AT, "));
+    EXPECT_THAT(log.text(),
+                HasSubstr("BAD: \"MOVE\" does nothing: is unknown; FIDs are PING, REPORT, FAULT.AT, "));
     EXPECT_THAT(log.text(), HasSubstr("\"explode\" is no fault; there are crash, "));
 }
 
