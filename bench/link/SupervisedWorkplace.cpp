@@ -1,24 +1,15 @@
 #include "SupervisedWorkplace.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <sstream>
 #include <stdexcept>
-#include <system_error>
 #include <thread>
 
-#include "PanelTarget.h"
-#include "sal/Path.h"
+#include "Files.h"
 
 namespace fs = std::filesystem;
 
@@ -28,36 +19,12 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds g_patience{120};
 
-fs::path builtFile(const std::string& name) {
-    return fs::canonical(fs::path(sal::Path::getExeBasePath().getPathString()) / ".." / name);
-}
-
-std::string driverID(int driver) {
-    return PanelTarget::driverID(static_cast<std::size_t>(driver));
-}
-
 /// "D03,D04" for 3 and 5.
 std::string driverIDs(int begin, int end) {
     std::string list;
     for (int driver = begin; driver < end; ++driver)
-        list += (list.empty() ? "" : ",") + driverID(driver);
+        list += (list.empty() ? "" : ",") + HostProgram::driverID(driver);
     return list;
-}
-
-std::string textOf(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-pid_t parentOf(pid_t pid) {
-    const std::string stat = textOf("/proc/" + std::to_string(pid) + "/stat");
-    const auto nameEnd = stat.rfind(')');
-    if (nameEnd == std::string::npos)
-        return 0;
-    char state = 0;
-    pid_t parent = 0;
-    std::istringstream(stat.substr(nameEnd + 1)) >> state >> parent;
-    return parent;
 }
 
 template <class Condition>
@@ -74,71 +41,21 @@ void waitFor(const std::string& what, Condition condition) {
 
 SupervisedWorkplace::SupervisedWorkplace(fs::path directory, int receivers, int victims,
                                          const Results& results)
-    : m_directory(std::move(directory)), m_receivers(receivers), m_victims(victims), m_results(results) {
-    writeFiles();
-    std::array<int, 2> input{};
-    if (pipe2(input.data(), O_CLOEXEC) != 0)
-        throw std::system_error(errno, std::generic_category(), "pipe");
-    m_host.emplace([this, &input] { runHost(input[0]); });
-    close(input[0]);
-    m_input = input[1];
-    waitFor("the host's start (" + (m_directory / "log").string() + " tells)",
-            [this] { return log().find("HOST: the workplace is started") != std::string::npos; });
+    : m_directory(std::move(directory)),
+      m_receivers(receivers),
+      m_victims(victims),
+      m_results(results),
+      m_host({m_directory, 1 + receivers + victims}) {
+    m_host.start();
+    waitFor("the host's start (" + m_host.logFile().string() + " tells)",
+            [this] { return m_host.log().find("HOST: the workplace is started") != std::string::npos; });
     // Values that become stale with their driver.
     for (int victim = 1 + m_receivers; victim <= m_receivers + m_victims; ++victim)
-        type("sendFID " + driverID(victim) + ".SEND kind=0 count=1000 name=8 value=8");
-}
-
-SupervisedWorkplace::~SupervisedWorkplace() {
-    // The end of its input ends the host.
-    close(m_input);
-    const auto end = Clock::now() + std::chrono::seconds(10);
-    while (m_host->isRunning() && Clock::now() < end)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-}
-
-void SupervisedWorkplace::writeFiles() const {
-    for (const char* name : {"drivers", "work", "queues"})
-        fs::create_directories(m_directory / name);
-    fs::permissions(m_directory / "queues", fs::perms::owner_all);
-    fs::create_symlink(builtFile("lib/benchmodules/probe.so"), m_directory / "drivers" / "probe.so");
-    std::ofstream(m_directory / "drivers" / "probe.xml")
-        << "<mfDriverModule><module_type name=\"probe.so\" type=\"Probe\" "
-           "version=\"1.0\"/></mfDriverModule>\n";
-    std::ofstream workplace(m_directory / "workplace.xml");
-    workplace << "<workplaces><workplace id=\"0\">\n";
-    for (int driver = 0; driver <= m_receivers + m_victims; ++driver)
-        workplace << "<mainframeDriver driverID=\"" << driverID(driver)
-                  << "\" driverType=\"Probe\" version=\"1.0\" workingDirectory=\"data/" << driverID(driver)
-                  << "\" interfaceType=\"queue\"/>\n";
-    workplace << "</workplace></workplaces>\n";
-}
-
-void SupervisedWorkplace::runHost(int input) const {
-    const int log = open((m_directory / "log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    dup2(input, STDIN_FILENO);
-    dup2(log, STDOUT_FILENO);
-    dup2(log, STDERR_FILENO);
-    setenv("MFD_QUEUE_DIR", (m_directory / "queues").c_str(), 1);
-    const std::string program = builtFile("bin/mfhost");
-    execl(program.c_str(), program.c_str(), "--drivers", builtFile("lib/mfdrivers").c_str(), "--drivers",
-          (m_directory / "drivers").c_str(), "--config", (m_directory / "workplace.xml").c_str(), "--workdir",
-          (m_directory / "work").c_str(), nullptr);
-    _exit(127);
-}
-
-void SupervisedWorkplace::type(const std::string& line) const {
-    const std::string text = line + "\n";
-    if (write(m_input, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
-        throw std::runtime_error("the host takes no commands: " + log());
-}
-
-std::string SupervisedWorkplace::log() const {
-    return textOf(m_directory / "log");
+        m_host.type("sendFID " + HostProgram::driverID(victim) + ".SEND kind=0 count=1000 name=8 value=8");
 }
 
 fs::path SupervisedWorkplace::heardFile(int driver) const {
-    return m_directory / driverID(driver);
+    return m_directory / HostProgram::driverID(driver);
 }
 
 std::optional<SupervisedWorkplace::Heard> SupervisedWorkplace::heardBy(int driver) const {
@@ -154,16 +71,6 @@ std::optional<SupervisedWorkplace::Heard> SupervisedWorkplace::heardBy(int drive
     return heard;
 }
 
-pid_t SupervisedWorkplace::processOf(int driver) const {
-    const std::string title = driverID(driver) + " MFD Console";
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-        const pid_t pid = std::atoi(entry.path().filename().c_str());
-        if (pid > 0 && parentOf(pid) == m_host->pid() && textOf(entry.path() / "cmdline").starts_with(title))
-            return pid;
-    }
-    return 0;
-}
-
 std::map<int, pid_t> SupervisedWorkplace::killByTurns(const Load& load) const {
     std::map<int, pid_t> killed;
     const auto begin = Clock::now();
@@ -172,9 +79,9 @@ std::map<int, pid_t> SupervisedWorkplace::killByTurns(const Load& load) const {
         const auto when = std::chrono::milliseconds(500 + (load.seconds * 1000 - 3000) * kill / load.kills);
         std::this_thread::sleep_until(begin + when);
         const int victim = 1 + m_receivers + static_cast<int>(kill) % m_victims;
-        const pid_t process = processOf(victim);
+        const pid_t process = m_host.processOf(victim);
         if (process == 0)
-            throw std::runtime_error(driverID(victim) + " is not running: " + log());
+            throw std::runtime_error(HostProgram::driverID(victim) + " is not running: " + m_host.log());
         ::kill(process, SIGKILL);
         killed[victim] = process;
     }
@@ -183,8 +90,8 @@ std::map<int, pid_t> SupervisedWorkplace::killByTurns(const Load& load) const {
 
 void SupervisedWorkplace::waitUntilAllRunAgain(const std::map<int, pid_t>& killed) const {
     for (const auto& [driver, process] : killed)
-        waitFor(driverID(driver) + " is started again", [&, id = driver, before = process] {
-            const pid_t now = processOf(id);
+        waitFor(HostProgram::driverID(driver) + " is started again", [&, id = driver, before = process] {
+            const pid_t now = m_host.processOf(id);
             return now != 0 && now != before;
         });
 }
@@ -193,20 +100,22 @@ void SupervisedWorkplace::measure(int round, const Load& load) {
     const auto each = std::uint64_t{load.rate} * load.seconds / static_cast<unsigned int>(m_receivers);
     for (int receiver = 1; receiver <= m_receivers; ++receiver) {
         fs::remove(heardFile(receiver));
-        type("sendFID " + driverID(receiver) + ".WATCH count=" + std::to_string(each) +
-             " file=" + heardFile(receiver).string());
+        m_host.type("sendFID " + HostProgram::driverID(receiver) + ".WATCH count=" + std::to_string(each) +
+                    " file=" + heardFile(receiver).string());
     }
-    type("sendFID D00.LOAD to=" + driverIDs(1, 1 + m_receivers) + " beside=" +
-         driverIDs(1 + m_receivers, 1 + m_receivers + m_victims) + " rate=" + std::to_string(load.rate) +
-         " count=" + std::to_string(each * static_cast<unsigned int>(m_receivers)));
+    m_host.type("sendFID D00.LOAD to=" + driverIDs(1, 1 + m_receivers) +
+                " beside=" + driverIDs(1 + m_receivers, 1 + m_receivers + m_victims) +
+                " rate=" + std::to_string(load.rate) +
+                " count=" + std::to_string(each * static_cast<unsigned int>(m_receivers)));
     const auto killed = killByTurns(load);
 
     Heard all;
     for (int receiver = 1; receiver <= m_receivers; ++receiver) {
-        waitFor("the last FID to " + driverID(receiver), [&] { return fs::exists(heardFile(receiver)); });
+        waitFor("the last FID to " + HostProgram::driverID(receiver),
+                [&] { return fs::exists(heardFile(receiver)); });
         const auto heard = heardBy(receiver);
         if (!heard)
-            throw std::runtime_error("what " + driverID(receiver) + " has heard cannot be read");
+            throw std::runtime_error("what " + HostProgram::driverID(receiver) + " has heard cannot be read");
         all.lost += heard->lost;
         all.wrong += heard->wrong;
         all.delays.insert(all.delays.end(), heard->delays.begin(), heard->delays.end());

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "ChildProcess.h"
+#include "HostProgram.h"
 #include "Results.h"
 
 /// A workplace under the real host program, in a directory of its own: the panel driver, a probe driver that
-/// sends (D00), some that others are sent to (D01, ...) and, behind them, some that are killed. Used by the
+/// sends (D00), some that others are sent to (D01, ...) and, after them, some that are killed. Used by the
 /// measuring process's only thread. The host and its driver processes end with the object.
 class SupervisedWorkplace {
 public:
@@ -25,7 +25,6 @@ public:
     };
 
     SupervisedWorkplace(std::filesystem::path directory, int receivers, int victims, const Results& results);
-    ~SupervisedWorkplace();
     SupervisedWorkplace(const SupervisedWorkplace&) = delete;
     SupervisedWorkplace& operator=(const SupervisedWorkplace&) = delete;
 
@@ -40,14 +39,8 @@ private:
         std::vector<std::uint32_t> delays;  ///< nanoseconds
     };
 
-    void writeFiles() const;
-    void runHost(int input) const;
-    void type(const std::string& line) const;
-    std::string log() const;
     std::filesystem::path heardFile(int driver) const;
     std::optional<Heard> heardBy(int driver) const;
-    /// 0 when the driver has no process.
-    pid_t processOf(int driver) const;
     /// Kills the victims by turns. Which process each had before.
     std::map<int, pid_t> killByTurns(const Load& load) const;
     void waitUntilAllRunAgain(const std::map<int, pid_t>& killed) const;
@@ -56,6 +49,5 @@ private:
     const int m_receivers;
     const int m_victims;
     const Results& m_results;
-    int m_input = -1;
-    std::optional<ChildProcess> m_host;
+    HostProgram m_host;
 };

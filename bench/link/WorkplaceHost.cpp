@@ -15,12 +15,12 @@
 
 #include "CpuClock.h"
 #include "FIDParameterList.h"
+#include "Files.h"
 #include "IFunctionID.h"
 #include "IMDMConfiguration.h"
 #include "InterfaceIds.h"
 #include "ProcessMemory.h"
 #include "sal/MessageQueue.h"
-#include "sal/Path.h"
 
 namespace fs = std::filesystem;
 
@@ -33,10 +33,6 @@ constexpr const char* g_product = "drivers";
 
 double millisecondsSince(Clock::time_point begin) {
     return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
-}
-
-fs::path probeModule() {
-    return fs::path(sal::Path::getExeBasePath().getPathString()) / ".." / "lib" / "benchmodules" / "probe.so";
 }
 
 /// Processor time of the threads of this process, in seconds.
@@ -59,7 +55,7 @@ WorkplaceHost::WorkplaceHost(const fs::path& directory, int drivers, int cores, 
     fs::permissions(m_directory / "queues", fs::perms::owner_all);
     fs::create_directories(m_directory / "drivers");
     fs::create_directories(m_directory / "work");
-    fs::create_symlink(fs::canonical(probeModule()), m_directory / "drivers" / "probe.so");
+    fs::create_symlink(builtFile("lib/benchmodules/probe.so"), m_directory / "drivers" / "probe.so");
     std::ofstream(m_directory / "drivers" / "probe.xml")
         << "<mfDriverModule><module_type name=\"probe.so\" type=\"Probe\" "
            "version=\"1.0\"/></mfDriverModule>\n";

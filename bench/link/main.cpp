@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -16,10 +17,14 @@
 #include <thread>
 #include <vector>
 
+#include "DBusStartPeer.h"
 #include "DBusTripPeer.h"
 #include "DBusUpdatePeer.h"
+#include "ForkedWork.h"
+#include "GrpcStartPeer.h"
 #include "GrpcTripPeer.h"
 #include "GrpcUpdatePeer.h"
+#include "HostStartPeer.h"
 #include "PeerRun.h"
 #include "Results.h"
 #include "Sandbox.h"
@@ -44,6 +49,10 @@ struct Amounts {
     int fleetRounds = 2;
     unsigned int killSeconds = 10;
     unsigned int kills = 8;
+    std::vector<int> startedDrivers{1, 10, 50};
+    int starts = 3;
+    int restarts = 10;                     ///< of one driver each
+    std::chrono::seconds healthyTime{61};  ///< after it the host starts a driver again at once
     std::vector<std::string> only;
 
     bool wants(const std::string& part) const {
@@ -69,6 +78,12 @@ public:
 
     /// One that is not there yet.
     std::string next() { return m_path + "/" + std::to_string(++m_made); }
+    /// One that is.
+    std::string make() {
+        const std::string path = next();
+        std::filesystem::create_directory(path);
+        return path;
+    }
 
 private:
     std::string m_path;
@@ -156,6 +171,51 @@ void measureKills(const Amounts& amounts, int round, Directory& directory, const
     }
 }
 
+/// Until each of so many drivers has answered its first message; then each of the first ones is killed.
+void measureStart(const std::string& name, StartPeer& peer, int drivers, int restarts, int round,
+                  const Results& results) {
+    results.add("start", name, round, {{"drivers", drivers}, {"ms", peer.start(drivers)}});
+    for (int driver = 0; driver < restarts; ++driver)
+        results.add("restart", name, round, {{"ms", peer.restart(driver)}});
+}
+
+void measureHostStart(const Amounts& amounts, const char* startWait, int drivers, int restarts, int round,
+                      Directory& directory, const Results& results) {
+    HostStartPeer host(directory.next(), startWait);
+    const std::string name = std::string("this system, --start-wait=") + startWait;
+    measureStart(name, host, drivers, 0, round, results);
+    if (restarts == 0)
+        return;
+    for (int driver = 0; driver < restarts; ++driver)
+        results.add("restart by command", name, round, {{"ms", host.reload(driver)}});
+    std::this_thread::sleep_for(amounts.healthyTime);
+    for (int driver = 0; driver < restarts; ++driver)
+        results.add("restart", name, round, {{"ms", host.restart(driver)}});
+}
+
+/// With the full second a start takes as many seconds as there are drivers, and before a restart at once the
+/// host wants to see a driver healthy: both in some rounds only.
+void measureStarts(const Amounts& amounts, int round, Directory& directory, const Results& results) {
+    for (const int drivers : amounts.startedDrivers) {
+        for (int repetition = 0; repetition < amounts.starts; ++repetition) {
+            const bool isLast = drivers == amounts.startedDrivers.back() && repetition + 1 == amounts.starts;
+            const int restarts = isLast ? amounts.restarts : 0;
+            measureHostStart(amounts, "attached", drivers, round <= amounts.fleetRounds ? restarts : 0, round,
+                             directory, results);
+            DBusStartPeer bus(directory.make());
+            measureStart("D-Bus activation", bus, drivers, restarts, round, results);
+            ForkedWork::run([&, path = directory.make()] {
+                GrpcStartPeer calls(path);
+                measureStart("gRPC with a supervisor", calls, drivers, restarts, round, results);
+            });
+        }
+        const bool isMost = drivers == amounts.startedDrivers.back();
+        if (round <= amounts.fleetRounds || drivers == 1)
+            measureHostStart(amounts, "full", drivers, isMost ? amounts.restarts : 0, round, directory,
+                             results);
+    }
+}
+
 void run(const Amounts& amounts) {
     if (const auto refusal = Sandbox::enter({}))
         throw std::runtime_error("no namespaces of its own: " + *refusal);
@@ -169,6 +229,8 @@ void run(const Amounts& amounts) {
             measureTrips(amounts, round, directory, results);
         if (amounts.wants("kills"))
             measureKills(amounts, round, directory, results);
+        if (amounts.wants("starts"))
+            measureStarts(amounts, round, directory, results);
         if (amounts.wants("fleet") && round <= amounts.fleetRounds)
             measureFleet(amounts, round, directory, results);
     }
@@ -187,7 +249,8 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(1000, 1'000'000'000));
     app.add_option("--drivers", amounts.drivers, "how many drivers are many")->check(CLI::Range(1, 64));
     app.add_option("--only", amounts.only, "only these parts")
-        ->check(CLI::IsMember({"updates", "sizes", "fids", "stopped", "reload", "trips", "kills", "fleet"}));
+        ->check(CLI::IsMember(
+            {"updates", "sizes", "fids", "stopped", "reload", "trips", "kills", "starts", "fleet"}));
     app.add_flag("--quick", isQuick, "little of everything: shows that it works, not how fast");
     CLI11_PARSE(app, argc, argv);
     if (isQuick) {
@@ -198,6 +261,10 @@ int main(int argc, char** argv) {
         amounts.idleSeconds = 1;
         amounts.killSeconds = 4;
         amounts.kills = 2;
+        amounts.startedDrivers = {1, 2};
+        amounts.starts = 1;
+        amounts.restarts = 1;
+        amounts.healthyTime = std::chrono::seconds(0);
         amounts.stoppedDrivers = std::min(amounts.drivers, 4);
         amounts.drivers = std::min(amounts.drivers, 4);
     }

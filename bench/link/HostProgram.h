@@ -1,0 +1,51 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ChildProcess.h"
+
+/// The real host program with a workplace in a directory of its own: the panel driver and so many probe
+/// drivers (D00, D01, ...), each in its driver process. Used by one thread. All its processes end with the
+/// object.
+class HostProgram {
+public:
+    struct Settings {
+        std::filesystem::path directory;  ///< its own, made by it
+        int drivers = 1;
+        std::vector<std::string> options = {};
+        bool isRead = false;  ///< its standard output is for readLine(), else it goes to the log
+    };
+
+    /// Writes the workplace's files.
+    explicit HostProgram(Settings settings);
+    ~HostProgram();
+    HostProgram(const HostProgram&) = delete;
+    HostProgram& operator=(const HostProgram&) = delete;
+
+    /// Returns at once; what is typed is done when the workplace is started.
+    void start();
+    void type(const std::string& line) const;
+    /// The next line of its standard output; nothing when none comes within that time.
+    std::optional<std::string> readLine(std::chrono::milliseconds patience);
+    std::string log() const;
+    std::filesystem::path logFile() const { return m_settings.directory / "log"; }
+    static std::string driverID(int driver);
+    /// 0 when the driver has no process.
+    pid_t processOf(int driver) const;
+
+private:
+    void writeFiles() const;
+    void run(int input, int output) const;
+
+    const Settings m_settings;
+    int m_input = -1;
+    int m_output = -1;
+    std::string m_unread;
+    std::optional<ChildProcess> m_process;
+};
