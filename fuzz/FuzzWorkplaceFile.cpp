@@ -69,13 +69,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     host.entries.clear();
     s_machine.file.write(data, size);
     const std::string path = s_machine.file.path();
-    if (FileGuard::refusal(path))
+    const FileGuard::Reading reading = FileGuard::read(path);
+    if (reading.finding)
         return 0;
     TiXmlDocument document(path);
     static_cast<void>(loadXmlDocument(document));
     expect(nestingDepth(document) <= FileGuard::s_maxDepth,
            "the guard lets nothing through that nests too deep");
-    const WorkplaceFile read(path);
+    const WorkplaceFile read(path, reading);
     const std::vector<Finding> findings = ConfigurationCheck(read, {}, "/").forStart();
     if (std::any_of(findings.begin(), findings.end(), [](const Finding& each) { return each.isError(); }))
         return 0;

@@ -17,6 +17,14 @@ public:
 
     /// The same test without the log line: what is wrong; empty when the signature is right.
     static std::string signatureFault(const sal::Path& file);
+    /// The same for content that the caller has read from the file: the file itself is not opened, and its
+    /// signature is read once.
+    static std::string signatureFault(const sal::Path& file, const std::string& content);
+
+    /// For a program that hands verified content on in a file of its own: verifySignature of that copy opens
+    /// nothing from now on. It answers for the content's own file, with this fault (as signatureFault gave
+    /// it), and its log line names that file. A second call for the same copy replaces the first.
+    static void setCopy(const sal::Path& copy, const sal::Path& file, const std::string& fault);
 
     /// Directory of the trusted public keys (PEM, "*.pem"). Set at start; without one no signature is
     /// trusted.

@@ -14,7 +14,9 @@
 #include <charconv>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -231,13 +233,15 @@ std::string swapped(const std::string& path, const Bytes& content, const Bytes& 
         const std::string neighbourSignature = entry->path().string();
         if (!neighbourSignature.ends_with(s_signatureEnd))
             continue;
+        // The one that does not fit is no swapped one, and its file is not read again.
+        if (entry->path().filename() == std::filesystem::path(path + s_signatureEnd).filename())
+            continue;
         --left;
         const std::string neighbour =
             neighbourSignature.substr(0, neighbourSignature.size() - s_signatureEnd.size());
         std::string error;
         const auto otherContent = read(neighbour, s_largestFile, error);
-        if (!otherContent ||
-            entry->path().filename() == std::filesystem::path(path + s_signatureEnd).filename())
+        if (!otherContent)
             continue;
         if (isSignedBy(keys, *otherContent, signature))
             return "the signature " + path + s_signatureEnd + " is that of " + neighbour +
@@ -289,13 +293,10 @@ std::string misfit(const std::string& path, const Bytes& content, const Bytes& s
     return "the signature " + signaturePath + " is wrong: it was damaged, or was made for another file";
 }
 
-/// Empty when the signature is right, else what is wrong.
-std::string verify(const std::string& path) {
+/// Empty when the signature is right for the content, else what is wrong.
+std::string verify(const std::string& path, const Bytes& content) {
     const std::string signaturePath = path + s_signatureEnd;
     std::string error;
-    const auto content = read(path, s_largestFile, error);
-    if (!content)
-        return "the file cannot be read: " + error;
     const auto signature = read(signaturePath, s_signatureSize, error);
     if (!signature && ::access(signaturePath.c_str(), F_OK) != 0 && errno == ENOENT)
         return "it is not signed, there is no " + signaturePath;
@@ -307,21 +308,62 @@ std::string verify(const std::string& path) {
     const std::vector<Key> keys = trustedKeys(error);
     if (keys.empty())
         return error;
-    return isSignedBy(keys, *content, *signature) ? displaced(path, *content)
-                                                  : misfit(path, *content, *signature, keys);
+    return isSignedBy(keys, content, *signature) ? displaced(path, content)
+                                                 : misfit(path, content, *signature, keys);
+}
+
+/// What is known of a copy that the program hands out.
+struct Copy {
+    std::string file;
+    std::string fault;
+};
+
+/// The copies by their paths, for any thread.
+class Copies {
+public:
+    void set(const std::string& path, const Copy& copy) {
+        const std::lock_guard lock(m_mutex);
+        m_copies[path] = copy;
+    }
+    std::optional<Copy> find(const std::string& path) const {
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_copies.find(path);
+        return found == m_copies.end() ? std::nullopt : std::optional(found->second);
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::map<std::string, Copy> m_copies;
+};
+
+Copies& copies() {
+    static Copies s_copies;
+    return s_copies;
 }
 
 }  // namespace
 
 bool XMLVerify::verifySignature(const sal::Path& file) {
-    const std::string error = signatureFault(file);
+    const auto copy = copies().find(file.getPathString());
+    const std::string error = copy ? copy->fault : signatureFault(file);
     if (!error.empty())
-        sal::logLine("VERIFY", sal::LogOutput::eWarning, file.getPathString() + ": " + error);
+        sal::logLine("VERIFY", sal::LogOutput::eWarning,
+                     (copy ? copy->file : file.getPathString()) + ": " + error);
     return error.empty();
 }
 
 std::string XMLVerify::signatureFault(const sal::Path& file) {
-    return verify(file.getPathString());
+    std::string error;
+    const auto content = read(file.getPathString(), s_largestFile, error);
+    return content ? verify(file.getPathString(), *content) : "the file cannot be read: " + error;
+}
+
+std::string XMLVerify::signatureFault(const sal::Path& file, const std::string& content) {
+    return verify(file.getPathString(), Bytes(content.begin(), content.end()));
+}
+
+void XMLVerify::setCopy(const sal::Path& copy, const sal::Path& file, const std::string& fault) {
+    copies().set(copy.getPathString(), {file.getPathString(), fault});
 }
 
 void XMLVerify::setTrustDirectory(const std::string& directory) {

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <set>
 #include <string_view>
+#include <utility>
 
 #include "HostLog.h"
 
@@ -120,24 +121,30 @@ std::optional<int> FileGuard::tooDeepLine(const std::string& text) {
     return Scanner(text).tooDeepLine();
 }
 
-std::optional<Finding> FileGuard::finding(const std::string& path) {
-    const auto error = [&](const std::string& text, int line = 0) {
-        return Finding{Finding::ESeverity::Error, path, line, text};
+FileGuard::Reading FileGuard::read(const std::string& path) {
+    const auto refused = [&](const std::string& error, const std::string& text) {
+        return Reading{std::nullopt, error, Finding{Finding::ESeverity::Error, path, 0, text}};
+    };
+    const auto unreadable = [&] {
+        const std::string reason = std::strerror(errno);
+        return refused(reason, "cannot be read: " + reason);
     };
     // Without O_NONBLOCK the open itself would wait for the other end of a pipe.
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (file.get() < 0) {
+        const std::string reason = std::strerror(errno);
         if (errno == ENXIO)  // a socket
-            return error("is no regular file");
-        return std::nullopt;
+            return refused(reason, "is no regular file");
+        return {std::nullopt, reason, std::nullopt};
     }
     struct stat status {};
     if (::fstat(file.get(), &status) != 0)
-        return error(std::string("cannot be read: ") + std::strerror(errno));
+        return unreadable();
     if (!S_ISREG(status.st_mode))
-        return error("is no regular file");
+        return refused("not a regular file", "is no regular file");
     if (status.st_size > s_maxBytes)
-        return error("has " + std::to_string(status.st_size) + " bytes; at most 16 MB are read");
+        return refused("larger than " + std::to_string(s_maxBytes) + " bytes",
+                       "has " + std::to_string(status.st_size) + " bytes; at most 16 MB are read");
 
     std::string text;
     text.resize(static_cast<std::size_t>(status.st_size));
@@ -147,15 +154,21 @@ std::optional<Finding> FileGuard::finding(const std::string& path) {
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            return error(std::string("cannot be read: ") + std::strerror(errno));
+            return unreadable();
         if (count == 0)
             break;
         filled += static_cast<std::size_t>(count);
     }
     text.resize(filled);
+    std::optional<Finding> found;
     if (const auto line = tooDeepLine(text))
-        return error("elements nest deeper than " + std::to_string(s_maxDepth) + " levels", *line);
-    return std::nullopt;
+        found = {Finding::ESeverity::Error, path, *line,
+                 "elements nest deeper than " + std::to_string(s_maxDepth) + " levels"};
+    return {std::move(text), {}, std::move(found)};
+}
+
+std::optional<Finding> FileGuard::finding(const std::string& path) {
+    return read(path).finding;
 }
 
 std::optional<std::string> FileGuard::refusal(const std::string& path) {

@@ -12,8 +12,18 @@ public:
     static constexpr long long s_maxBytes = 16LL * 1024 * 1024;
     static constexpr int s_maxDepth = 100;
 
-    /// What is wrong with the file and what would be right; nothing for a file that may be read, and for one
-    /// that cannot be opened at all, which the library reports itself. Any thread.
+    /// A file as one reading found it.
+    struct Reading {
+        std::optional<std::string> bytes;  ///< nothing where they could not be had
+        std::string error;                 ///< why there are none
+        /// What keeps the file from the library and what would be right; nothing for a file that may be read,
+        /// and for one that cannot be opened at all, which the library reports itself.
+        std::optional<Finding> finding;
+    };
+    /// Opens and reads the file once. Never waits for the other end of a pipe. Any thread.
+    static Reading read(const std::string& path);
+
+    /// The finding of such a reading.
     static std::optional<Finding> finding(const std::string& path);
     /// The same in words.
     static std::optional<std::string> refusal(const std::string& path);

@@ -31,8 +31,9 @@
 #include "Needed.h"
 #include "Printable.h"
 #include "TerminalModes.h"
+#include "WorkplaceCopy.h"
 #include "WorkplaceFile.h"
-#include "XMLVerify.h"
+#include "WorkplaceSnapshot.h"
 #include "sal/Directory.h"
 #include "sal/Module.h"
 #include "sal/Process.h"
@@ -100,7 +101,7 @@ Host::Host(Options options, StopSignals& signals)
                [this](const std::string& line) {
                    return m_commands.post(line, [this, line] { execute(line, EOrigin::Driver); });
                }),
-      m_guard(m_options.driverDirectories, m_options.config),
+      m_guard(m_options.driverDirectories),
       m_hostCommands({.store = m_store,
                       .roster = m_roster,
                       .reply = [this]() -> std::ostream& { return *m_pReply; },
@@ -190,12 +191,16 @@ void Host::startUp() {
 }
 
 bool Host::startManager() {
-    if (const std::string reason = configurationRefusal(); !reason.empty()) {
+    const WorkplaceSnapshot workplace(m_options.config);
+    std::string reason = workplace.refusal(m_options.requireSignature);
+    if (reason.empty() && !m_guard.acceptsStart(workplace.file()))
+        return false;
+    if (reason.empty())
+        reason = handToModule(workplace);
+    if (!reason.empty()) {
         hostLog(sal::LogOutput::eCritical) << reason << "; the workplace is not started" << std::endl;
         return false;
     }
-    if (!m_guard.acceptsStart())
-        return false;
     m_pManager = std::make_unique<MfDriverManager>();
     if (!m_options.startDriverProcesses)
         m_pManager->dontStartMFDs();
@@ -211,7 +216,7 @@ bool Host::startManager() {
         return false;
     }
     searchDrivers();
-    return startDrivers();
+    return startDrivers(workplace);
 }
 
 void Host::searchDrivers() {
@@ -238,9 +243,9 @@ void Host::searchDrivers() {
     }
 }
 
-bool Host::startDrivers() {
-    m_roster.configure(WorkplaceFile(m_options.config).entries());
-    const bool isComplete = m_pConfiguration->startMfDrivers(m_options.config);
+bool Host::startDrivers(const WorkplaceSnapshot& workplace) {
+    m_roster.configure(workplace.file().entries(), workplace.file().isWhole());
+    const bool isComplete = m_pConfiguration->startMfDrivers(m_pCopy ? m_pCopy->path() : std::string());
     m_pManager->onMfDriversStarted();
     const bool hasPanel = m_roster.isRunning("PANEL");
     if (!hasPanel && !isComplete) {
@@ -266,15 +271,18 @@ bool Host::startDrivers() {
     return true;
 }
 
-std::string Host::configurationRefusal() const {
-    const std::string& file = m_options.config;
-    if (file.empty())
+std::string Host::handToModule(const WorkplaceSnapshot& workplace) {
+    if (workplace.path().empty())
         return {};
-    if (const auto reason = FileGuard::refusal(file))
-        return *reason;
-    if (m_options.requireSignature && !XMLVerify::verifySignature(sal::Path(file)))
-        return file + " is not signed by a trusted key, and --require-signature asks for it";
-    return {};
+    if (!m_pCopy)
+        m_pCopy = std::make_unique<WorkplaceCopy>();
+    std::string reason = m_pCopy->take(workplace);
+    // Only then the module has something to say of the file, and it knows the copy alone.
+    const bool isNamed = !workplace.file().isWhole() || !workplace.signatureFault().empty();
+    if (reason.empty() && isNamed && !std::exchange(m_isCopyNamed, true))
+        hostLog(sal::LogOutput::eInfo) << "what was checked of " << workplace.path() << " is loaded from "
+                                       << m_pCopy->path() << std::endl;
+    return reason;
 }
 
 void Host::readConsoleLine(const std::string& line) {
@@ -341,7 +349,8 @@ void Host::executeChecked(const std::string& line, std::ostream& reply) {
 }
 
 void Host::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {
-    const std::string reason = reloadRefusal(driverID);
+    const WorkplaceSnapshot workplace(m_options.config);
+    const std::string reason = reloadRefusal(workplace, driverID);
     if (!reason.empty()) {
         reply << base::printable(driverID + " is not reloaded, nothing is unloaded: " + reason) << std::endl;
         return;
@@ -350,46 +359,62 @@ void Host::reload(const std::string& line, const std::string& driverID, std::ost
     m_commands.setDriver(driverID);
     m_processor.execute(line, reply);
     m_commands.setDriver({});
-    m_roster.configure(WorkplaceFile(m_options.config).entries());
+    m_roster.configure(workplace.file().entries(), workplace.file().isWhole());
     endStart(driverID);
     // The old panel's macro system is gone with it.
     if (driverID == "PANEL")
         m_pManager->onMfDriversStarted();
 }
 
-std::string Host::reloadRefusal(const std::string& driverID) {
-    std::string reason = m_options.config.empty() ? "there is no configuration" : configurationRefusal();
+std::string Host::reloadRefusal(const WorkplaceSnapshot& workplace, const std::string& driverID) {
+    if (workplace.path().empty())
+        return "there is no configuration";
+    std::string reason = workplace.refusal(m_options.requireSignature);
     if (reason.empty())
-        reason = m_guard.reloadRefusal(driverID);
+        reason = m_guard.reloadRefusal(workplace.file(), driverID);
+    if (reason.empty())
+        reason = handToModule(workplace);
     return reason;
 }
 
 void Host::restart(const std::string& driverID) {
     if (!m_supervisor.beginRestart(driverID))
         return;
-    std::string reason = configurationRefusal();
-    if (reason.empty()) {
-        const WorkplaceFile file(m_options.config);
-        reason = m_guard.reloadRefusal(driverID);
-        const auto& entries = file.entries();
-        const bool hasEntry = std::any_of(entries.begin(), entries.end(),
-                                          [&](const auto& entry) { return entry.driverID == driverID; });
-        if (!reason.empty() && file.isWhole() && !hasEntry) {
-            m_supervisor.giveUp(driverID, reason);
-            return;
-        }
+    std::string reason;
+    try {
+        reason = tryRestart(driverID);
+    } catch (const std::exception& error) {
+        // Memory or a descriptor, which the next try may have again.
+        m_commands.setDriver({});
+        reason = error.what();
     }
-    if (!reason.empty()) {
+    if (!reason.empty())
         m_supervisor.endStart(driverID, reason);
-        return;
+}
+
+std::string Host::tryRestart(const std::string& driverID) {
+    const WorkplaceSnapshot workplace(m_options.config);
+    const WorkplaceFile& file = workplace.file();
+    const bool hasEntry = std::any_of(file.entries().begin(), file.entries().end(),
+                                      [&](const auto& entry) { return entry.driverID == driverID; });
+    // A file that is not whole, or must not be read, is so for a moment only: it does not say that the driver
+    // has left it.
+    const bool isGone = file.isWhole() && !hasEntry && workplace.refusal(m_options.requireSignature).empty();
+    const std::string reason = reloadRefusal(workplace, driverID);
+    if (isGone || workplace.path().empty()) {
+        m_supervisor.giveUp(driverID, reason);
+        return {};
     }
+    if (!reason.empty())
+        return reason;
     m_commands.setDriver(driverID);
     m_pConfiguration->reloadMfDriver(driverID);
     m_commands.setDriver({});
-    m_roster.configure(WorkplaceFile(m_options.config).entries());
+    m_roster.configure(file.entries(), file.isWhole());
     endStart(driverID);
     if (m_roster.isRunning(driverID))
         hostLog(sal::LogOutput::eInfo) << driverID << ": is started again" << std::endl;
+    return {};
 }
 
 void Host::endStart(const std::string& driverID) {

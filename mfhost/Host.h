@@ -26,6 +26,8 @@
 
 class IMDMConfiguration;
 class MfDriverManager;
+class WorkplaceCopy;
+class WorkplaceSnapshot;
 
 /// The running host: starts the workplace, executes commands, shuts it down. Made and run by main, on the
 /// main thread, once the log is there and /var/data is ours; the module is used on the command thread alone.
@@ -46,8 +48,9 @@ private:
     void startUp();
     bool startManager();
     void searchDrivers();
-    bool startDrivers();
-    std::string configurationRefusal() const;
+    bool startDrivers(const WorkplaceSnapshot& workplace);
+    /// From now on the module reads this; why it cannot, or empty.
+    std::string handToModule(const WorkplaceSnapshot& workplace);
 
     void readConsoleLine(const std::string& line);
     /// A script's lines wait for the end of the start; a quit that is its first line is answered at once.
@@ -57,10 +60,12 @@ private:
     void reload(const std::string& line, const std::string& driverID, std::ostream& reply);
     /// Starts a driver again that ended without being asked to.
     void restart(const std::string& driverID);
+    /// Why it was not even tried, for the next try; empty when it was, or when there will be none.
+    std::string tryRestart(const std::string& driverID);
     /// Tells the supervisor of those that the configuration runs in processes.
     void endStart(const std::string& driverID);
     void endStart(const DriverRoster::Driver& driver);
-    std::string reloadRefusal(const std::string& driverID);
+    std::string reloadRefusal(const WorkplaceSnapshot& workplace, const std::string& driverID);
     /// How many descriptors were found so far.
     int describedCount() const;
     /// Whether a descriptor of the driver's type and version was found.
@@ -96,6 +101,8 @@ private:
     // The command thread's.
     std::unique_ptr<MfDriverManager> m_pManager;
     IMDMConfiguration* m_pConfiguration = nullptr;
+    std::unique_ptr<WorkplaceCopy> m_pCopy;  ///< none without a configuration
+    bool m_isCopyNamed = false;
     std::ostream* m_pReply = nullptr;
     std::vector<std::string> m_commandNames;
     std::optional<std::chrono::steady_clock::time_point> m_outputLost;  ///< when it was last said

@@ -51,20 +51,24 @@ std::string kindOf(const TiXmlNode& node) {
 
 }  // namespace
 
-WorkplaceFile::WorkplaceFile(const std::string& path) : m_path(path) {
+WorkplaceFile::WorkplaceFile(const std::string& path, const FileGuard::Reading& reading) : m_path(path) {
     if (!path.empty())
-        read();
+        read(reading);
 }
 
-void WorkplaceFile::stopAt(int line, const std::string& text) {
+void WorkplaceFile::stopAt(int line, const std::string& text, const std::string& consequence) {
     m_isWhole = false;
-    m_faults.push_back({line, text});
+    m_faults.push_back({line, consequence.empty() ? text : text + "; " + consequence});
+    if (m_obstacle.empty())
+        m_obstacle = Finding{Finding::ESeverity::Warning, m_path, line, text}.inWords();
 }
 
-void WorkplaceFile::read() {
+void WorkplaceFile::read(const FileGuard::Reading& reading) {
     TiXmlDocument document(m_path);
-    if (const XmlFile::Fault fault = XmlFile::load(document); !fault.text.empty()) {
-        stopAt(fault.line, fault.text + "; only the panel driver is started");
+    const XmlFile::Fault fault = reading.bytes ? XmlFile::load(document, *reading.bytes)
+                                               : XmlFile::Fault{0, "cannot be read: " + reading.error};
+    if (!fault.text.empty()) {
+        stopAt(fault.line, fault.text, "only the panel driver is started");
         return;
     }
     m_isWhole = true;
@@ -82,9 +86,8 @@ void WorkplaceFile::read() {
         if (pWorkplace && pWorkplace->ValueStr() == "workplace")
             readWorkplace(*pWorkplace);
         else
-            stopAt(pNode->Row(), kindOf(*pNode) +
-                                     " may not stand here, only <workplace>; no driver behind it is "
-                                     "started");
+            stopAt(pNode->Row(), kindOf(*pNode) + " may not stand here, only <workplace>",
+                   "no driver behind it is started");
     }
 }
 
@@ -93,13 +96,11 @@ void WorkplaceFile::readWorkplace(const TiXmlElement& workplace) {
     // As the module reads it.
     const int id = pID ? std::atoi(pID->c_str()) : -1;
     if (!pID) {
-        stopAt(workplace.Row(),
-               "the workplace has no id; give it a number from 0 to 7; it and what stands behind it is not "
-               "started");
+        stopAt(workplace.Row(), "the workplace has no id; give it a number from 0 to 7",
+               "it and what stands behind it is not started");
     } else if (id < 0 || id > 7) {
-        stopAt(workplace.Row(),
-               "the workplace id " + base::quoted(*pID) +
-                   " is not a number from 0 to 7; it and what stands behind it is not started");
+        stopAt(workplace.Row(), "the workplace id " + base::quoted(*pID) + " is not a number from 0 to 7",
+               "it and what stands behind it is not started");
     } else if (!std::all_of(pID->begin(), pID->end(), [](unsigned char c) { return std::isdigit(c); }) ||
                pID->empty()) {
         m_faults.push_back({workplace.Row(), "the workplace id " + base::quoted(*pID) + " is read as " +
@@ -109,8 +110,8 @@ void WorkplaceFile::readWorkplace(const TiXmlElement& workplace) {
     for (const TiXmlNode* pChild = workplace.FirstChild(); pChild; pChild = pChild->NextSibling()) {
         const TiXmlElement* pElement = pChild->ToElement();
         if (!pElement)
-            stopAt(pChild->Row(),
-                   kindOf(*pChild) + " may not stand in a workplace; no driver behind it is started");
+            stopAt(pChild->Row(), kindOf(*pChild) + " may not stand in a workplace",
+                   "no driver behind it is started");
         else if (pElement->ValueStr() == "mainframeDriver")
             (m_isWhole ? m_entries : m_unreachedEntries).push_back(readEntry(*pElement));
     }
@@ -136,7 +137,7 @@ std::string WorkplaceFile::reloadRefusal(const std::string& driverID) const {
     const auto entry = std::find_if(m_entries.begin(), m_entries.end(), isIt);
     if (entry != m_entries.end() && driverID.empty())
         return m_path + " line " + std::to_string(entry->line) + ": the mainframeDriver has no driverID";
-    if (entry == m_entries.end() && m_isWhole)
-        return m_path + " has no driver \"" + driverID + "\"";
+    if (entry == m_entries.end())
+        return m_isWhole ? m_path + " has no driver \"" + driverID + "\"" : m_obstacle;
     return {};
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "EInterfaceTypes.h"
+#include "FileGuard.h"
 
 class TiXmlElement;
 
@@ -35,12 +36,15 @@ public:
         std::string text;
     };
 
-    /// Reads the file, which has passed FileGuard. An empty path has no entries and no faults.
-    explicit WorkplaceFile(const std::string& path);
+    /// Reads the entries from what was read of the file, which has passed FileGuard. An empty path has no
+    /// entries and no faults.
+    WorkplaceFile(const std::string& path, const FileGuard::Reading& reading);
 
     const std::string& path() const { return m_path; }
     /// Whether the whole file was read and follows the format.
     bool isWhole() const { return m_isWhole; }
+    /// Why it is not whole, with file and line; empty when it is.
+    const std::string& obstacle() const { return m_obstacle; }
     /// The entries up to the first fault: those that a start and a reload reach.
     const std::vector<Entry>& entries() const { return m_entries; }
     /// The entries behind it.
@@ -50,18 +54,20 @@ public:
     /// The entry on which a reload of this driver would spin, since it begins with another attribute; null
     /// when there is none.
     const Entry* spinningEntry(const std::string& driverID) const;
-    /// Why the driver cannot be reloaded with this file: line and what would be right. Empty when it can.
+    /// Why the driver cannot be reloaded with this file: line and what would be right; the obstacle where the
+    /// file is not whole and the driver may stand behind it. Empty when it can.
     std::string reloadRefusal(const std::string& driverID) const;
 
 private:
-    void read();
+    void read(const FileGuard::Reading& reading);
     void readWorkplace(const TiXmlElement& workplace);
     /// Nothing behind it is reached.
-    void stopAt(int line, const std::string& text);
+    void stopAt(int line, const std::string& text, const std::string& consequence = {});
 
     std::string m_path;
     std::vector<Entry> m_entries;
     std::vector<Entry> m_unreachedEntries;
     std::vector<Fault> m_faults;
+    std::string m_obstacle;
     bool m_isWhole = false;
 };

@@ -6,29 +6,24 @@
 
 #include "CheckReport.h"
 #include "ConfigurationCheck.h"
-#include "FileGuard.h"
+#include "WorkplaceSnapshot.h"
 #include "XMLVerify.h"
-#include "sal/Path.h"
 
 int CheckCommand::run(const Options& options, std::ostream& out) {
     std::vector<Finding> findings;
-    const auto guarded = FileGuard::finding(options.config);
-    if (guarded)
-        findings.push_back(*guarded);
     XMLVerify::setTrustDirectory(options.trustDirectory);
-    if (!options.trustDirectory.empty()) {
-        const std::string fault = XMLVerify::signatureFault(sal::Path(options.config));
-        if (!fault.empty())
-            findings.push_back(
-                {options.requireSignature ? Finding::ESeverity::Error : Finding::ESeverity::Warning,
-                 options.config, 0, "is not signed by a trusted key: " + fault});
-    }
+    const WorkplaceSnapshot snapshot(options.config);
+    if (snapshot.finding())
+        findings.push_back(*snapshot.finding());
+    if (!options.trustDirectory.empty() && !snapshot.signatureFault().empty())
+        findings.push_back(
+            {options.requireSignature ? Finding::ESeverity::Error : Finding::ESeverity::Warning,
+             options.config, 0, "is not signed by a trusted key: " + snapshot.signatureFault()});
 
-    const WorkplaceFile workplace(guarded ? std::string() : options.config);
     const DescriptorCatalogue catalogue(options.driverDirectories);
     const std::string workDirectory =
         options.workDirectory.empty() ? std::filesystem::current_path().string() : options.workDirectory;
-    for (const Finding& finding : ConfigurationCheck(workplace, catalogue, workDirectory).forQuestion())
+    for (const Finding& finding : ConfigurationCheck(snapshot.file(), catalogue, workDirectory).forQuestion())
         findings.push_back(finding);
 
     const CheckReport report(options.config, findings);

@@ -7,12 +7,11 @@
 #include "WorkplaceFile.h"
 #include "sal/Path.h"
 
-ConfigurationGuard::ConfigurationGuard(std::vector<std::string> driverDirectories, std::string configuration)
-    : m_driverDirectories(std::move(driverDirectories)), m_configuration(std::move(configuration)) {}
+ConfigurationGuard::ConfigurationGuard(std::vector<std::string> driverDirectories)
+    : m_driverDirectories(std::move(driverDirectories)) {}
 
-bool ConfigurationGuard::acceptsStart() {
+bool ConfigurationGuard::acceptsStart(const WorkplaceFile& workplace) {
     m_catalogue = DescriptorCatalogue(m_driverDirectories);
-    const WorkplaceFile workplace(m_configuration);
     const std::string workDirectory = sal::Path::getCurrentWorkingDirPath().getPathString();
     bool isAccepted = true;
     for (const Finding& finding : ConfigurationCheck(workplace, m_catalogue, workDirectory).forStart()) {
@@ -28,9 +27,11 @@ bool ConfigurationGuard::acceptsStart() {
     return isAccepted;
 }
 
-std::string ConfigurationGuard::reloadRefusal(const std::string& driverID) {
-    const WorkplaceFile workplace(m_configuration);
+std::string ConfigurationGuard::reloadRefusal(const WorkplaceFile& workplace, const std::string& driverID) {
     std::string refusal = workplace.reloadRefusal(driverID);
+    // It says all that there is to say of such a file.
+    if (!refusal.empty() && refusal == workplace.obstacle())
+        return refusal;
     const std::string workDirectory = sal::Path::getCurrentWorkingDirPath().getPathString();
     for (const Finding& finding :
          ConfigurationCheck(workplace, m_catalogue, workDirectory).forReload(driverID)) {

@@ -51,12 +51,17 @@ void DescriptorCatalogue::readDirectory(const std::string& directory) {
 }
 
 void DescriptorCatalogue::readFile(const std::string& directory, const std::string& file) {
-    if (const auto refusal = FileGuard::finding(file)) {
-        warn(file, refusal->line, refusal->text + "; the descriptor is left out");
+    const FileGuard::Reading reading = FileGuard::read(file);
+    if (reading.finding) {
+        warn(file, reading.finding->line, reading.finding->text + "; the descriptor is left out");
+        return;
+    }
+    if (!reading.bytes) {
+        warn(file, 0, "cannot be read: " + reading.error + "; the descriptor is skipped");
         return;
     }
     TiXmlDocument document(file);
-    if (const XmlFile::Fault fault = XmlFile::load(document); !fault.text.empty())
+    if (const XmlFile::Fault fault = XmlFile::load(document, *reading.bytes); !fault.text.empty())
         warn(file, fault.line, fault.text + "; the descriptor is skipped");
     else
         readDocument(document, directory, file);

@@ -1,32 +1,35 @@
 #include "XmlFile.h"
 
 #include <tinyxml.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <exception>
-#include <fstream>
-#include <iterator>
+#include <memory>
 
 namespace {
 
+struct Close {
+    void operator()(std::FILE* pFile) const { std::fclose(pFile); }
+};
+
 /// The library names no line for markup that the end of the file cuts off.
-int lastLine(const char* path) {
-    std::ifstream file(path, std::ios::binary);
-    return 1 + static_cast<int>(
-                   std::count(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>(), '\n'));
+int lastLine(const std::string& bytes) {
+    return 1 + static_cast<int>(std::count(bytes.begin(), bytes.end(), '\n'));
 }
 
 }  // namespace
 
-XmlFile::Fault XmlFile::load(TiXmlDocument& document) {
-    const char* path = document.Value();
-    if (::access(path, R_OK) != 0)
+XmlFile::Fault XmlFile::load(TiXmlDocument& document, const std::string& bytes) {
+    // A stream that is only read never writes to its memory.
+    const std::unique_ptr<std::FILE, Close> pStream(
+        ::fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "rb"));
+    if (!pStream)
         return {0, std::string("cannot be read: ") + std::strerror(errno)};
     try {
-        if (document.LoadFile())
+        if (document.LoadFile(pStream.get()))
             return {};
     } catch (const std::exception&) {
         return {0, "cannot be read"};
@@ -37,5 +40,5 @@ XmlFile::Fault XmlFile::load(TiXmlDocument& document) {
     const int error = document.ErrorId();
     if (error == TiXmlBase::TIXML_ERROR_OPENING_FILE || error == TiXmlBase::TIXML_ERROR_DOCUMENT_EMPTY)
         return {0, "cannot be read: " + text};
-    return {document.ErrorRow() > 0 ? document.ErrorRow() : lastLine(path), text};
+    return {document.ErrorRow() > 0 ? document.ErrorRow() : lastLine(bytes), text};
 }

@@ -14,6 +14,7 @@ public:
         std::string text;
     };
 
-    /// Loads the document from the file that it names, which has passed FileGuard.
-    static Fault load(TiXmlDocument& document);
+    /// Fills the document with a file's bytes, as the library does when it reads the file itself. The bytes
+    /// have passed FileGuard.
+    static Fault load(TiXmlDocument& document, const std::string& bytes);
 };

@@ -18,7 +18,7 @@ DriverRoster::Driver& DriverRoster::driver(const std::string& driverID) {
     return found;
 }
 
-void DriverRoster::configure(const std::vector<WorkplaceFile::Entry>& entries) {
+void DriverRoster::configure(const std::vector<WorkplaceFile::Entry>& entries, bool isWhole) {
     std::set<std::string_view> configuredIDs;
     const std::lock_guard lock(m_mutex);
     for (const WorkplaceFile::Entry& entry : entries) {
@@ -28,6 +28,8 @@ void DriverRoster::configure(const std::vector<WorkplaceFile::Entry>& entries) {
         configured.version = entry.version;
         configured.interfaceType = entry.interfaceType;
     }
+    if (!isWhole)
+        return;
     std::erase_if(m_drivers, [&](const auto& item) {
         return !configuredIDs.contains(item.first) && item.first != "PANEL" &&
                item.second.status != EStatus::Running && item.second.status != EStatus::Hung;

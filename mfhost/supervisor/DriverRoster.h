@@ -45,8 +45,9 @@ public:
 
     explicit DriverRoster(StateStore& store);
 
-    /// Takes over what the configuration says now. Drivers that run and are no longer in it stay.
-    void configure(const std::vector<WorkplaceFile::Entry>& entries);
+    /// Takes over what the configuration says now. Drivers that are no longer in it stay while they run. A
+    /// configuration that is not whole says nothing of those that are missing: all of them stay.
+    void configure(const std::vector<WorkplaceFile::Entry>& entries, bool isWhole);
 
     void processStarted(const std::string& driverID, int pid, bool isByHand = false);
     /// Returns how many of the driver's values became stale; nothing when a newer process of the driver runs

@@ -13,6 +13,7 @@
 #include "SystemTest.h"
 
 namespace fs = std::filesystem;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -60,24 +61,30 @@ TEST_F(Failures, IllFormedConfigurationIsNamedWithTheReason) {
     writeFile(workplace().configuration(), "<workplaces><workplace id=\"0\"></workplaces>");
     HostProcess& host = start();
     EXPECT_EQ(end(), 0);
-    EXPECT_THAT(host.log(), HasSubstr("Failed to open \"" + workplace().configuration().string() +
-                                      "\" ('Error reading end tag.')"));
+    EXPECT_THAT(host.log(), HasSubstr("HOST: " + workplace().configuration().string() +
+                                      " line 1: Error reading end tag; only the panel driver is started\n"));
+    EXPECT_THAT(host.log(),
+                ContainsRegex("Failed to open \"/proc/self/fd/[0-9]+\" \\('Error reading end tag.'\\)"));
 }
 
 TEST_F(Failures, WrongElementInTheConfigurationIsNamedWithItsLine) {
     writeFile(workplace().configuration(), "<workplaces>\n<workplace id=\"0\"/>\n<desk/>\n</workplaces>\n");
     HostProcess& host = start();
     EXPECT_EQ(end(), 0);
-    EXPECT_THAT(host.log(),
-                HasSubstr("Parse error in \"" + workplace().configuration().string() + "\" line 3"));
+    EXPECT_THAT(host.log(), HasSubstr("HOST: " + workplace().configuration().string() +
+                                      " line 3: an element <desk> may not stand here, only <workplace>; no "
+                                      "driver behind it is started\n"));
+    EXPECT_THAT(host.log(), ContainsRegex("Parse error in \"/proc/self/fd/[0-9]+\" line 3\n"));
 }
 
 TEST_F(Failures, WorkplaceNumberOutOfRangeIsNamedWithItsLine) {
     writeFile(workplace().configuration(), "<workplaces>\n<workplace id=\"8\"/>\n</workplaces>\n");
     HostProcess& host = start();
     EXPECT_EQ(end(), 0);
-    EXPECT_THAT(host.log(), HasSubstr("Workplace ID missing or invalid in \"" +
-                                      workplace().configuration().string() + "\" line 2"));
+    EXPECT_THAT(host.log(), HasSubstr("HOST: " + workplace().configuration().string() +
+                                      " line 2: the workplace id \"8\" is not a number from 0 to 7"));
+    EXPECT_THAT(host.log(),
+                ContainsRegex("Workplace ID missing or invalid in \"/proc/self/fd/[0-9]+\" line 2\n"));
 }
 
 TEST_F(Failures, DirectoryAsConfigurationIsRefusedAndNamed) {

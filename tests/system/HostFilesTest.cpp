@@ -81,8 +81,10 @@ TEST_F(HostFiles, ConfigurationOfTenMegabytesIsReadAndItsFaultNamedWithItsLine) 
     configureText(text + "<desk/>\n</workplaces>\n");
     HostProcess& host = start();
     EXPECT_EQ(end(), 0);
-    EXPECT_THAT(host.log(),
-                HasSubstr("Parse error in \"" + file() + "\" line " + std::to_string(line) + "\n"));
+    EXPECT_THAT(host.log(), HasSubstr("HOST: " + file() + " line " + std::to_string(line) +
+                                      ": an element <desk> may not"));
+    EXPECT_THAT(host.log(), testing::ContainsRegex("Parse error in \"/proc/self/fd/[0-9]+\" line " +
+                                                   std::to_string(line) + "\n"));
 }
 
 TEST_F(HostFiles, FiftyThousandEntriesOfAnUnknownTypeStart) {

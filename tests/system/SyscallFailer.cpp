@@ -74,6 +74,24 @@ bool isWholeSecond(pid_t thread, std::uint64_t address) {
            time.tv_nsec == 0;
 }
 
+/// The text in another process's memory, up to its end or a path's greatest length.
+std::string textAt(pid_t thread, std::uint64_t address) {
+    std::string text;
+    // Piece by piece: what lies behind the text may not be there.
+    for (char piece[64]; text.size() < 4096; address += sizeof piece - address % sizeof piece) {
+        const std::size_t size = sizeof piece - address % sizeof piece;
+        iovec here{piece, size};
+        iovec there{reinterpret_cast<void*>(address), size};
+        if (process_vm_readv(thread, &here, 1, &there, 1, 0) != static_cast<ssize_t>(size))
+            return text;
+        const std::size_t length = strnlen(piece, size);
+        text.append(piece, length);
+        if (length < size)
+            return text;
+    }
+    return text;
+}
+
 bool contains(const std::vector<int>& calls, int call) {
     return std::find(calls.begin(), calls.end(), call) != calls.end();
 }
@@ -174,6 +192,8 @@ void SyscallFailer::serve(int listener, pid_t program) {
             // The program's first own act: it looks whether standard input is open.
             if (isProgram && call == SYS_fcntl && pArguments[0] == 0 && pArguments[1] == F_GETFD)
                 hasBegun = true;
+            if (m_plan.beforeOpen && isProgram && call == SYS_openat)
+                m_plan.beforeOpen(textAt(caller, pArguments[1]));
             const bool isQuestion =
                 call == SYS_fcntl && (pArguments[1] == F_GETFD || pArguments[1] == F_GETFL);
             const bool isMeant =

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <thread>
@@ -19,6 +20,9 @@ public:
         int error = 0;           ///< what the call fails with
         int number = 0;          ///< which call; -1 for none
         bool inChildren = false;
+        /// With SYS_openat among the calls: told of each path that the program is about to open, on the
+        /// thread that attends it; the program waits meanwhile.
+        std::function<void(const std::string& path)> beforeOpen = {};
     };
 
     /// Empty when the kernel lets calls be watched, else what is missing.

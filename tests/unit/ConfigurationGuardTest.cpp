@@ -7,6 +7,7 @@
 
 #include "LogCapture.h"
 #include "TemporaryDirectory.h"
+#include "WorkplaceFile.h"
 
 namespace {
 
@@ -28,6 +29,7 @@ protected:
                           "<workplaces>\n<workplace id='0'>\n" + entries + "</workplace>\n</workplaces>\n");
     }
     std::string path() const { return m_directory.path("w.xml"); }
+    WorkplaceFile workplace() const { return WorkplaceFile(path(), FileGuard::read(path())); }
 
     static std::string entry(const std::string& id, const std::string& more = {}) {
         return "<mainframeDriver driverID='" + id +
@@ -36,7 +38,7 @@ protected:
     }
 
     TemporaryDirectory m_directory;
-    ConfigurationGuard m_sut{{m_directory.path("drivers")}, m_directory.path("w.xml")};
+    ConfigurationGuard m_sut{{m_directory.path("drivers")}};
 };
 
 }  // namespace
@@ -44,15 +46,15 @@ protected:
 TEST_F(ConfigurationGuardTest, RightFilesAreAcceptedSilently) {
     configure(entry("A"));
     LogCapture log;
-    EXPECT_TRUE(m_sut.acceptsStart());
-    EXPECT_EQ("", m_sut.reloadRefusal("A"));
+    EXPECT_TRUE(m_sut.acceptsStart(workplace()));
+    EXPECT_EQ("", m_sut.reloadRefusal(workplace(), "A"));
     EXPECT_EQ("", log.finish());
 }
 
 TEST_F(ConfigurationGuardTest, EachErrorOfAStartIsALine) {
     configure(entry("A") + entry("..") + entry("A/B"));
     LogCapture log;
-    EXPECT_FALSE(m_sut.acceptsStart());
+    EXPECT_FALSE(m_sut.acceptsStart(workplace()));
     const std::string text = log.finish();
     EXPECT_THAT(text, HasSubstr("critical HOST: " + path() +
                                 " line 4: the driver ID \"..\" is a directory of the system's own; give the "
@@ -63,33 +65,33 @@ TEST_F(ConfigurationGuardTest, EachErrorOfAStartIsALine) {
 TEST_F(ConfigurationGuardTest, WarningDoesNotRefuseAStart) {
     configure(entry("A.B"));
     LogCapture log;
-    EXPECT_TRUE(m_sut.acceptsStart());
+    EXPECT_TRUE(m_sut.acceptsStart(workplace()));
     EXPECT_THAT(log.finish(), HasSubstr("warning  HOST: " + path() + " line 3: the driver ID \"A.B\" holds"));
 }
 
 TEST_F(ConfigurationGuardTest, WithoutAConfigurationThereIsNothingToRefuse) {
-    ConfigurationGuard sut({m_directory.path("drivers")}, {});
+    ConfigurationGuard sut({m_directory.path("drivers")});
     LogCapture log;
-    EXPECT_TRUE(sut.acceptsStart());
+    EXPECT_TRUE(sut.acceptsStart(WorkplaceFile({}, {})));
     EXPECT_EQ("", log.finish());
 }
 
 TEST_F(ConfigurationGuardTest, MissingDescriptorOfThePanelIsTold) {
     m_directory.write("drivers/axis.xml", "<mfDriverModule/>");
-    ConfigurationGuard sut({m_directory.path("drivers")}, {});
+    ConfigurationGuard sut({m_directory.path("drivers")});
     LogCapture log;
-    EXPECT_TRUE(sut.acceptsStart());
+    EXPECT_TRUE(sut.acceptsStart(WorkplaceFile({}, {})));
     EXPECT_THAT(log.finish(), HasSubstr("warning  HOST: the workplace runs without a panel driver: "));
 }
 
 TEST_F(ConfigurationGuardTest, ReloadIsRefusedOnAnErrorOfTheFileAsItStandsNow) {
     configure(entry("A") + entry("B"));
     LogCapture log;
-    ASSERT_TRUE(m_sut.acceptsStart());
+    ASSERT_TRUE(m_sut.acceptsStart(workplace()));
     configure(entry("A") + entry("B") + entry("A"));
     EXPECT_EQ(
         path() + " line 5: the driver ID \"A\" stands in line 3 already; give each driver one of its own",
-        m_sut.reloadRefusal("B"));
+        m_sut.reloadRefusal(workplace(), "B"));
     log.finish();
 }
 
@@ -98,51 +100,60 @@ TEST_F(ConfigurationGuardTest, ReloadThatWouldSpinIsRefused) {
     LogCapture log;
     EXPECT_EQ(
         path() + " line 3: driverID must be the first attribute of a mainframeDriver that can be reloaded",
-        m_sut.reloadRefusal("A"));
+        m_sut.reloadRefusal(workplace(), "A"));
     log.finish();
 }
 
 TEST_F(ConfigurationGuardTest, ReloadOfAnUnknownDriverIsRefused) {
     configure(entry("A"));
     const LogCapture log;
-    EXPECT_EQ(path() + " has no driver \"B\"", m_sut.reloadRefusal("B"));
+    EXPECT_EQ(path() + " has no driver \"B\"", m_sut.reloadRefusal(workplace(), "B"));
+}
+
+TEST_F(ConfigurationGuardTest, FileThatIsNotWholeRefusesAReloadWithItsFaultAlone) {
+    configure(entry("A"));
+    ASSERT_TRUE(m_sut.acceptsStart(workplace()));
+    std::filesystem::remove(path());
+    LogCapture log;
+    EXPECT_EQ(path() + " cannot be read: No such file or directory", m_sut.reloadRefusal(workplace(), "A"));
+    EXPECT_EQ("", log.finish());
 }
 
 TEST_F(ConfigurationGuardTest, WhatWasLoggedIsNotLoggedAgainByAReload) {
     configure(entry("A") + entry("B.C"));
     {
         LogCapture log;
-        ASSERT_TRUE(m_sut.acceptsStart());
+        ASSERT_TRUE(m_sut.acceptsStart(workplace()));
         log.finish();
     }
     LogCapture log;
-    EXPECT_EQ("", m_sut.reloadRefusal("A"));
+    EXPECT_EQ("", m_sut.reloadRefusal(workplace(), "A"));
     EXPECT_EQ("", log.finish());
 }
 
 TEST_F(ConfigurationGuardTest, WarningThatIsNewIsLoggedByAReload) {
     configure(entry("A"));
-    ASSERT_TRUE(m_sut.acceptsStart());
+    ASSERT_TRUE(m_sut.acceptsStart(workplace()));
     configure(entry("A") + entry("B.C"));
     LogCapture log;
-    EXPECT_EQ("", m_sut.reloadRefusal("A"));
+    EXPECT_EQ("", m_sut.reloadRefusal(workplace(), "A"));
     EXPECT_THAT(log.finish(), HasSubstr("line 4: the driver ID \"B.C\" holds"));
 }
 
 TEST_F(ConfigurationGuardTest, DescriptorThatCameAfterTheStartDoesNotRefuseAReload) {
     configure(entry("A"));
-    ASSERT_TRUE(m_sut.acceptsStart());
+    ASSERT_TRUE(m_sut.acceptsStart(workplace()));
     m_directory.write("drivers/copy.xml", m_directory.read("drivers/axis.xml"));
     LogCapture log;
-    EXPECT_EQ("", m_sut.reloadRefusal("A"));
+    EXPECT_EQ("", m_sut.reloadRefusal(workplace(), "A"));
     EXPECT_EQ("", log.finish());
 }
 
 TEST_F(ConfigurationGuardTest, ModuleThatVanishedIsNamedByAReload) {
     configure(entry("A"));
-    ASSERT_TRUE(m_sut.acceptsStart());
+    ASSERT_TRUE(m_sut.acceptsStart(workplace()));
     std::filesystem::remove(m_directory.path("drivers/axis.so"));
     LogCapture log;
-    EXPECT_EQ("", m_sut.reloadRefusal("A"));
+    EXPECT_EQ("", m_sut.reloadRefusal(workplace(), "A"));
     EXPECT_THAT(log.finish(), HasSubstr("axis.so cannot be loaded: No such file or directory\n"));
 }

@@ -39,7 +39,7 @@ TEST_F(DriverRosterTest, KnowsThePanelBeforehand) {
 }
 
 TEST_F(DriverRosterTest, ListsConfiguredDriversInByteOrder) {
-    m_sut.configure({entry("b", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Direct)});
+    m_sut.configure({entry("b", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Direct)}, true);
     ASSERT_EQ(3u, m_sut.drivers().size());
     EXPECT_EQ("B", m_sut.drivers()[0].id);
     EXPECT_EQ("PANEL", m_sut.drivers()[1].id);
@@ -106,12 +106,23 @@ TEST_F(DriverRosterTest, NamesTheOldestCallThatHasNotComeBack) {
 }
 
 TEST_F(DriverRosterTest, DriverThatLeftTheConfigurationIsForgottenUnlessItRuns) {
-    m_sut.configure({entry("A", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Queue)});
+    m_sut.configure({entry("A", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Queue)}, true);
     m_sut.processStarted("B", 42);
-    m_sut.configure({});
+    m_sut.configure({}, true);
     ASSERT_EQ(2u, m_sut.drivers().size());
     EXPECT_EQ("B", m_sut.drivers()[0].id);
     EXPECT_EQ("PANEL", m_sut.drivers()[1].id);
+}
+
+TEST_F(DriverRosterTest, ConfigurationThatIsNotWholeForgetsNobody) {
+    m_sut.configure({entry("A", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Queue)}, true);
+    m_sut.processStarted("B", 42);
+    m_sut.processEnded("B", 42, "exit code 3");
+    m_sut.configure({entry("A", EInterfaceTypes::Direct)}, false);
+    ASSERT_EQ(3u, m_sut.drivers().size());
+    EXPECT_EQ(EInterfaceTypes::Direct, driver("A").interfaceType);
+    EXPECT_EQ(EInterfaceTypes::Queue, driver("B").interfaceType);
+    EXPECT_EQ("exit code 3", driver("B").cause);
 }
 
 TEST_F(DriverRosterTest, ValuesOfAProcessWhoseEndIsNotYetKnownAreNotTheNewOnes) {
@@ -156,7 +167,7 @@ TEST_F(DriverRosterTest, DriverWithoutAProcessHasEndedWithItsCause) {
 TEST_F(DriverRosterTest, HungDriverThatLeftTheConfigurationIsKept) {
     m_sut.processStarted("B", 42);
     m_sut.processHung("B", 42, "hung for 10 s");
-    m_sut.configure({});
+    m_sut.configure({}, true);
     EXPECT_EQ("B", m_sut.drivers()[0].id);
 }
 

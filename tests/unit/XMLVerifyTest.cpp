@@ -180,6 +180,27 @@ TEST_F(XMLVerify, UnreadableTrustDirectoryIsSaidSo) {
     EXPECT_THAT(failure(), HasSubstr("trust cannot be read: Permission denied\n"));
 }
 
+TEST_F(XMLVerify, ContentIsJudgedWhateverTheFileHoldsByNow) {
+    const sal::Path path(directory.path("workplace.xml"));
+    directory.write("workplace.xml", "<other/>");
+    EXPECT_EQ("", ::XMLVerify::signatureFault(path, "<workplace/>"));
+    EXPECT_THAT(::XMLVerify::signatureFault(path, "<other/>"), HasSubstr("does not fit the file"));
+    fs::remove(directory.path("workplace.xml"));
+    EXPECT_EQ("", ::XMLVerify::signatureFault(path, "<workplace/>"));
+}
+
+TEST_F(XMLVerify, CopyAnswersAsItsContentDidAndNamesTheFile) {
+    const sal::Path copy(directory.path("copy.xml"));
+    ::XMLVerify::setCopy(copy, sal::Path(directory.path("workplace.xml")), "");
+    EXPECT_TRUE(::XMLVerify::verifySignature(copy));
+    ::XMLVerify::setCopy(copy, sal::Path(directory.path("workplace.xml")), "it was swapped");
+    LogCapture log;
+    EXPECT_FALSE(::XMLVerify::verifySignature(copy));
+    EXPECT_TRUE(verify());
+    EXPECT_THAT(log.finish(), testing::EndsWith("warning  VERIFY: " + directory.path("workplace.xml") +
+                                                ": it was swapped\n"));
+}
+
 TEST_F(XMLVerify, SignatureOfTheOpensslCommandIsRight) {
     const std::string in = "cd " + directory.path() + " && ";
     const auto run = [&](const std::string& command) { return std::system((in + command).c_str()) == 0; };

@@ -12,12 +12,9 @@ namespace {
 class XmlFileTest : public testing::Test {
 protected:
     XmlFile::Fault load(const std::string& text) {
-        m_directory.write("f.xml", text);
-        TiXmlDocument document(m_directory.path("f.xml"));
-        return XmlFile::load(document);
+        TiXmlDocument document("f.xml");
+        return XmlFile::load(document, text);
     }
-
-    TemporaryDirectory m_directory;
 };
 
 }  // namespace
@@ -44,7 +41,22 @@ TEST_F(XmlFileTest, EmptyFileIsAFaultOfTheWhole) {
     EXPECT_EQ("cannot be read: Error document empty", fault.text);
 }
 
-TEST_F(XmlFileTest, MissingFileHasTheSystemsReason) {
-    TiXmlDocument document("/nonexistent/f.xml");
-    EXPECT_EQ("cannot be read: No such file or directory", XmlFile::load(document).text);
+TEST_F(XmlFileTest, ReadsBytesAsTheLibraryReadsTheirFile) {
+    TemporaryDirectory directory;
+    for (const std::string& text :
+         {std::string("<a/>"), std::string("<a\r\nb='1\r2'/>\r\n<c/>"),
+          std::string("\xEF\xBB\xBF<a b='\xC3\xA4'/>"), std::string("<a/>\0<b>", 8),
+          std::string("<?xml version='1.0' encoding='ISO-8859-1'?><a b='\xE4'/>")}) {
+        directory.write("f.xml", text);
+        TiXmlDocument fromFile(directory.path("f.xml"));
+        TiXmlDocument fromBytes(directory.path("f.xml"));
+        ASSERT_TRUE(fromFile.LoadFile()) << text;
+        ASSERT_EQ("", XmlFile::load(fromBytes, text).text) << text;
+        TiXmlPrinter expected;
+        TiXmlPrinter printed;
+        fromFile.Accept(&expected);
+        fromBytes.Accept(&printed);
+        EXPECT_EQ(expected.Str(), printed.Str());
+        EXPECT_EQ(fromFile.RootElement()->Row(), fromBytes.RootElement()->Row());
+    }
 }

@@ -1,0 +1,91 @@
+#include "WorkplaceCopy.h"
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "Needed.h"
+#include "WorkplaceSnapshot.h"
+#include "XMLVerify.h"
+#include "sal/Path.h"
+
+#ifndef MFD_NOEXEC_SEAL
+#define MFD_NOEXEC_SEAL 0x0008U
+#endif
+
+namespace {
+
+constexpr const char* s_purpose = "the copy of the workplace file";
+/// A writer's descriptor that was opened before is of no use either.
+constexpr int s_seals = F_SEAL_WRITE | F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL;
+
+int makeMemoryFile() {
+    const int fd = ::memfd_create("workplace.xml", MFD_CLOEXEC | MFD_ALLOW_SEALING | MFD_NOEXEC_SEAL);
+    // Older kernels do not know that a file of data need not be executable.
+    return fd < 0 && errno == EINVAL ? ::memfd_create("workplace.xml", MFD_CLOEXEC | MFD_ALLOW_SEALING) : fd;
+}
+
+/// 0, or the system's error number.
+int writeAll(int fd, const std::string& bytes) {
+    for (std::size_t written = 0; written < bytes.size();) {
+        const ssize_t count = ::write(fd, bytes.data() + written, bytes.size() - written);
+        if (count < 0 && errno != EINTR)
+            return errno;
+        if (count > 0)
+            written += static_cast<std::size_t>(count);
+    }
+    return 0;
+}
+
+/// Gives the number another file at one blow: no other thread can get the number in between. 0, or the
+/// system's error number.
+int putBehind(int fd, int number) {
+    while (::dup3(fd, number, O_CLOEXEC) < 0) {
+        // The number lies beyond a limit that was lowered since.
+        if (errno == EBADF)
+            return EMFILE;
+        if (errno != EINTR && errno != EBUSY)
+            return errno;
+    }
+    return 0;
+}
+
+/// 0, or the system's error number.
+int putCopyBehind(const std::string& bytes, int number) {
+    const int fd = makeMemoryFile();
+    if (fd < 0)
+        return errno;
+    int error = writeAll(fd, bytes);
+    if (error == 0 && ::fcntl(fd, F_ADD_SEALS, s_seals) != 0)
+        error = errno;
+    if (error == 0)
+        error = putBehind(fd, number);
+    ::close(fd);
+    return error;
+}
+
+}  // namespace
+
+WorkplaceCopy::WorkplaceCopy()
+    : m_nothing(neededDescriptor(::eventfd(0, EFD_CLOEXEC), s_purpose)),
+      m_number(neededDescriptor(::fcntl(m_nothing, F_DUPFD_CLOEXEC, 0), s_purpose)),
+      m_path("/proc/self/fd/" + std::to_string(m_number)) {}
+
+WorkplaceCopy::~WorkplaceCopy() {
+    ::close(m_number);
+    ::close(m_nothing);
+}
+
+std::string WorkplaceCopy::take(const WorkplaceSnapshot& snapshot) {
+    int error = putBehind(m_nothing, m_number);
+    if (error == 0 && snapshot.bytes())
+        error = putCopyBehind(*snapshot.bytes(), m_number);
+    if (error != 0)
+        return snapshot.path() + " cannot be handed to the module: " + std::strerror(error);
+    XMLVerify::setCopy(sal::Path(m_path), sal::Path(snapshot.path()), snapshot.signatureFault());
+    return {};
+}
