@@ -407,6 +407,7 @@ std::string Host::tryRestart(const std::string& driverID) {
     }
     if (!reason.empty())
         return reason;
+    m_roster.addRestart(driverID);
     m_commands.setDriver(driverID);
     m_pConfiguration->reloadMfDriver(driverID);
     m_commands.setDriver({});

@@ -12,6 +12,14 @@ std::optional<RestartPlan::Duration> DriverRestarts::ended(const std::string& dr
     return delay;
 }
 
+RestartPlan::Duration DriverRestarts::putOff(const std::string& driverID, Clock::time_point now) {
+    Driver& driver = m_drivers.try_emplace(driverID, m_settings).first->second;
+    const auto delay = driver.plan.putOff();
+    driver.state = EState::Waiting;
+    driver.when = now + delay;
+    return delay;
+}
+
 void DriverRestarts::reset(const std::string& driverID) {
     m_drivers.erase(driverID);
 }

@@ -23,6 +23,8 @@ public:
     /// nothing when the limit is reached and it stays ended.
     std::optional<RestartPlan::Duration> ended(const std::string& driverID, RestartPlan::Duration ran,
                                                Clock::time_point now);
+    /// A start that was due was not even tried: it waits for the next time, however many tries were made.
+    RestartPlan::Duration putOff(const std::string& driverID, Clock::time_point now);
     /// Begins anew and expects nothing, as with a reload by hand.
     void reset(const std::string& driverID);
     /// It is not tried again until somebody asks for it.

@@ -167,7 +167,6 @@ bool ProcessSupervisor::beginRestart(const std::string& driverID) {
         m_endedSince.erase(driverID);
     }
     m_roster.setNextTry(driverID, std::nullopt);
-    m_roster.addRestart(driverID);
     return true;
 }
 
@@ -186,7 +185,7 @@ void ProcessSupervisor::endStart(const std::string& driverID, const std::string&
     }
     const std::string cause = reason.empty() ? "never started" : reason;
     m_roster.notStarted(driverID, cause);
-    const std::string plan = planRestart(driverID, {});
+    const std::string plan = planRestart(driverID, {}, reason.empty());
     hostLog(sal::LogOutput::eError) << driverID << ": no process runs: " << cause << plan << std::endl;
 }
 
@@ -335,14 +334,16 @@ void ProcessSupervisor::ended(const Watched& process, const ProcessEnd& end) {
 }
 
 /// What comes next, for the end of a line; empty where nothing is ever started again.
-std::string ProcessSupervisor::planRestart(const std::string& driverID, Clock::duration ran) {
+std::string ProcessSupervisor::planRestart(const std::string& driverID, Clock::duration ran, bool isTried) {
     if (!m_environment.restart)
         return {};
     const auto now = Clock::now();
     std::optional<RestartPlan::Duration> delay;
     {
         const std::lock_guard lock(m_mutex);
-        delay = m_restarts.ended(driverID, std::chrono::duration_cast<std::chrono::milliseconds>(ran), now);
+        delay = isTried ? m_restarts.ended(driverID,
+                                           std::chrono::duration_cast<std::chrono::milliseconds>(ran), now)
+                        : m_restarts.putOff(driverID, now);
     }
     m_roster.setNextTry(driverID, delay ? std::optional(now + *delay) : std::nullopt);
     wake();

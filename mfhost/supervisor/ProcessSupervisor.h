@@ -77,7 +77,8 @@ public:
     /// A start that was asked for begins. False when a reload has overtaken it.
     bool beginRestart(const std::string& driverID);
     /// The start or reload of a driver that is to run in a process is over; with the reason when it was not
-    /// even tried. What counts is whether a process lives: without one the next try is planned.
+    /// even tried, which no limit counts. What counts is whether a process lives: without one the next try is
+    /// planned.
     void endStart(const std::string& driverID, const std::string& reason = {});
     /// The driver is not tried again, for this reason.
     void giveUp(const std::string& driverID, const std::string& reason);
@@ -114,7 +115,7 @@ private:
     void reap(const std::string& driverID);
     void reapLocked(const std::string& driverID);
     void ended(const Watched& process, const ProcessEnd& end);
-    std::string planRestart(const std::string& driverID, Clock::duration ran);
+    std::string planRestart(const std::string& driverID, Clock::duration ran, bool isTried = true);
     bool isBusy();
     void check();
     void checkCommand(const CommandThread::Activity& activity, Clock::time_point now);

@@ -18,10 +18,15 @@ std::optional<RestartPlan::Duration> RestartPlan::ended(Duration ran) {
         reset();
     if (m_settings.limit && m_tries >= *m_settings.limit)
         return std::nullopt;
-    Duration delay = std::min(m_settings.firstDelay, m_settings.longestDelay);
-    for (unsigned int i = 0; i < m_tries && delay < m_settings.longestDelay; ++i)
-        delay = std::min(2 * delay, m_settings.longestDelay);
     ++m_tries;
+    return nextDelay();
+}
+
+RestartPlan::Duration RestartPlan::nextDelay() {
+    Duration delay = std::min(m_settings.firstDelay, m_settings.longestDelay);
+    for (unsigned int i = 0; i < m_delays && delay < m_settings.longestDelay; ++i)
+        delay = std::min(2 * delay, m_settings.longestDelay);
+    ++m_delays;
     const double share = m_settings.random ? m_settings.random() : anyShare();
     const double factor = 1 + s_jitter * (2 * share - 1);
     return Duration(std::llround(static_cast<double>(delay.count()) * factor));

@@ -27,9 +27,15 @@ public:
     /// The driver has ended after running that long (0: it did not come up). The time until it is to be
     /// started again; nothing when the limit is reached.
     std::optional<Duration> ended(Duration ran);
-    void reset() { m_tries = 0; }
+    /// The start was put off before it was tried, which does not count as a try. The time until the next
+    /// look.
+    Duration putOff() { return nextDelay(); }
+    void reset() { m_tries = m_delays = 0; }
 
 private:
+    Duration nextDelay();
+
     const Settings& m_settings;
     unsigned int m_tries = 0;
+    unsigned int m_delays = 0;
 };

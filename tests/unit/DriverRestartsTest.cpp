@@ -25,6 +25,16 @@ TEST_F(DriverRestartsTest, DriverIsDueOnceWhenItsDelayIsOver) {
     EXPECT_EQ(std::nullopt, m_sut.nextDue());
 }
 
+TEST_F(DriverRestartsTest, StartThatIsPutOffIsDueAgain) {
+    m_sut.ended("A", 0ms, m_now);
+    ASSERT_EQ(IDs{"A"}, m_sut.takeDue(m_now + 1s));
+    ASSERT_TRUE(m_sut.begin("A"));
+    EXPECT_EQ(2s, m_sut.putOff("A", m_now + 1s));
+    EXPECT_EQ(IDs{}, m_sut.takeDue(m_now + 2999ms));
+    EXPECT_EQ(IDs{"A"}, m_sut.takeDue(m_now + 3s));
+    EXPECT_TRUE(m_sut.begin("A"));
+}
+
 TEST_F(DriverRestartsTest, NextDueIsTheEarliest) {
     m_sut.ended("A", 0ms, m_now + 5s);
     m_sut.ended("B", 0ms, m_now);

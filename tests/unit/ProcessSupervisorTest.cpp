@@ -479,7 +479,20 @@ TEST_F(ProcessSupervisorTest, TellsOfTheNextTry) {
     ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
     EXPECT_TRUE(m_sut.beginRestart("A"));
     EXPECT_FALSE(driver("A").nextTry);
-    EXPECT_EQ(1u, driver("A").restarts);
+}
+
+TEST_F(ProcessSupervisorTest, StartThatIsNotEvenTriedIsPutOffWhateverTheLimit) {
+    start("A", "exit 3");
+    for (int i = 1; i <= 4; ++i) {
+        ASSERT_TRUE(waitUntil([&] { return restarts().size() == static_cast<std::size_t>(i); }));
+        ASSERT_TRUE(m_sut.beginRestart("A"));
+        m_sut.endStart("A", "w.xml cannot be read: No such file or directory");
+        EXPECT_EQ("w.xml cannot be read: No such file or directory", causeOf("A"));
+        EXPECT_TRUE(driver("A").nextTry);
+    }
+    EXPECT_TRUE(
+        hasLogged("A: no process runs: w.xml cannot be read: No such file or directory; it is started again "
+                  "in 0.8 s\n"));
 }
 
 TEST_F(ProcessSupervisorTest, PlansFurtherTriesUntilTheLimit) {

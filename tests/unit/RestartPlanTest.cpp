@@ -84,6 +84,20 @@ TEST(RestartPlan, LimitCountsTriesInARow) {
     EXPECT_EQ(1s, sut.ended(60s));
 }
 
+TEST(RestartPlan, WhatIsPutOffWaitsEverLongerAndCountsForNoLimit) {
+    RestartPlan::Settings settings = exact();
+    settings.limit = 2;
+    RestartPlan sut(settings);
+    EXPECT_EQ(1s, sut.ended(0ms));
+    EXPECT_EQ(2s, sut.putOff());
+    EXPECT_EQ(4s, sut.putOff());
+    EXPECT_EQ(8s, sut.ended(0ms));
+    EXPECT_EQ(16s, sut.putOff());
+    EXPECT_EQ(std::nullopt, sut.ended(0ms));
+    sut.reset();
+    EXPECT_EQ(1s, sut.putOff());
+}
+
 TEST(RestartPlan, LimitOfNoneStartsNothing) {
     RestartPlan::Settings settings = exact();
     settings.limit = 0;

@@ -1,0 +1,250 @@
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "SystemTest.h"
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+struct Broken {
+    const char* claim;
+    std::function<void(const fs::path& file)> breakIt;
+    std::string reason;  ///< behind the file's name
+
+    friend std::ostream& operator<<(std::ostream& stream, const Broken& broken) {
+        return stream << broken.claim;
+    }
+};
+
+std::string nested(int levels) {
+    std::string text;
+    for (int level = 0; level < levels; ++level)
+        text += "<ports>\n";
+    return text;
+}
+
+// Others see either file whole.
+void replace(const fs::path& file, const std::string& text) {
+    writeFile(file.string() + ".new", text);
+    fs::rename(file.string() + ".new", file);
+}
+
+}  // namespace
+
+// A workplace file that is not whole for a while loses no driver: what ends meanwhile waits for it, and what
+// is asked meanwhile is refused.
+class BrokenFile : public SystemTest {
+protected:
+    void SetUp() override {
+        SystemTest::SetUp();
+        if (IsSkipped())
+            return;
+        giveAdapter();
+        workplace().addModule("Echo");
+        workplace().configure(Workplace::entry("E", "Echo", "queue") +
+                              Workplace::entry("F", "Echo", "queue"));
+        m_whole = readFile(file());
+    }
+
+    std::string file() { return workplace().configuration(); }
+    void mend() { replace(file(), m_whole); }
+
+    HostProcess& startAndWait(const std::vector<std::string>& options) {
+        HostProcess& host = start(options);
+        EXPECT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
+        return host;
+    }
+    static void kill(HostProcess& host, const std::string& driverID) {
+        const pid_t pid = host.driverProcess(driverID);
+        ASSERT_NE(pid, 0);
+        ::kill(pid, SIGKILL);
+    }
+    /// Whether the text comes that often.
+    static bool isLogged(const HostProcess& host, const std::string& text, int times) {
+        for (int i = 0; i < 1500; ++i) {
+            const std::string log = host.log();
+            int count = 0;
+            for (auto at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
+                ++count;
+            if (count >= times)
+                return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return false;
+    }
+    /// What "drivers" says of one; the host has answered all lines before.
+    static std::string line(HostProcess& host, const std::string& driverID) {
+        static int s_question = 0;
+        const std::string mark = "QUESTION" + std::to_string(++s_question);
+        const auto from = host.output().size();
+        host.type("drivers");
+        host.type("state --now " + mark);
+        EXPECT_TRUE(host.waitForOutput("no state value matches " + mark + "\n"));
+        const std::string output = "\n" + host.output().substr(from);
+        const auto at = output.find("\n" + driverID + " ");
+        return at == std::string::npos ? std::string()
+                                       : output.substr(at + 1, output.find('\n', at + 1) - at - 1);
+    }
+
+    std::string m_whole;
+};
+
+class BrokenFiles : public BrokenFile, public testing::WithParamInterface<Broken> {};
+
+TEST_P(BrokenFiles, DriverThatEndsMeanwhileStaysInTheListAndIsStartedAgain) {
+    HostProcess& host = startAndWait({"--restart-delay", "0.1", "--restart-limit", "1"});
+    fs::remove(file());
+    GetParam().breakIt(file());
+    kill(host, "E");
+    const std::string reason = file() + GetParam().reason;
+    ASSERT_TRUE(host.waitForLog("HOST: E: no process runs: " + reason + "; it is started again in 0.2 s\n"))
+        << host.log();
+    // More often than the limit allows.
+    ASSERT_TRUE(isLogged(host, "HOST: E: no process runs: " + reason + "; it is started again in ", 3))
+        << host.log();
+    const std::string listed = line(host, "E");
+    EXPECT_THAT(listed, HasSubstr("  ended  ")) << host.output();
+    EXPECT_THAT(listed, HasSubstr("  0         " + reason + "  "));
+    EXPECT_TRUE(listed.find("  in 1 s  ") != std::string::npos ||
+                listed.find("  now  ") != std::string::npos || listed.find("  in 2 s  ") != std::string::npos)
+        << listed;
+    EXPECT_THAT(line(host, "F"), HasSubstr("  running  "));
+    fs::remove_all(file());
+    mend();
+    ASSERT_TRUE(host.waitForLog("HOST: E: is started again\n")) << host.log();
+    EXPECT_THAT(line(host, "E"), HasSubstr("  running  "));
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), Not(HasSubstr("Failed to open")));
+}
+
+TEST_P(BrokenFiles, ReloadByHandIsRefusedAndForgetsNobody) {
+    HostProcess& host = startAndWait({"--restart-delay", "60"});
+    kill(host, "E");
+    ASSERT_TRUE(host.waitForLog("it is started again in ")) << host.log();
+    fs::remove(file());
+    GetParam().breakIt(file());
+    for (const char* id : {"E", "F"}) {
+        host.type(std::string("reloadDriver ") + id);
+        EXPECT_TRUE(host.waitForOutput(std::string(id) + " is not reloaded, nothing is unloaded: " + file() +
+                                       GetParam().reason + "\n"))
+            << host.output();
+    }
+    EXPECT_THAT(line(host, "E"), HasSubstr("  signal 9 (Killed)  in "));
+    EXPECT_THAT(line(host, "F"), HasSubstr("  running  "));
+    fs::remove_all(file());
+    mend();
+    host.type("reloadDriver E");
+    EXPECT_THAT(line(host, "E"), HasSubstr("  running  "));
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), Not(HasSubstr("Failed to open")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , BrokenFiles,
+    testing::Values(
+        Broken{"Missing", [](const fs::path&) {}, " cannot be read: No such file or directory"},
+        Broken{"Empty", [](const fs::path& file) { writeFile(file, ""); },
+               " cannot be read: Error document empty"},
+        Broken{"CutShort",
+               [](const fs::path& file) {
+                   writeFile(file, "<workplaces>\n<workplace id=\"0\">\n<mainframeDriver driverID=\"E\"");
+               },
+               " line 3: Error parsing Element"},
+        Broken{"IllFormed",
+               [](const fs::path& file) {
+                   writeFile(file, "<workplaces>\n<workplace id=\"0\">\n</workplaces>");
+               },
+               " line 3: Error reading end tag"},
+        Broken{"AnotherDocument", [](const fs::path& file) { writeFile(file, "<desk/>"); },
+               " line 1: the root is <desk>; it must be <workplaces>"},
+        Broken{"FaultyBeforeTheDriver",
+               [](const fs::path& file) {
+                   writeFile(file, "<workplaces>\n<desk/>\n<workplace id=\"0\">\n" +
+                                       Workplace::entry("E", "Echo", "queue") + "</workplace></workplaces>");
+               },
+               " line 2: an element <desk> may not stand here, only <workplace>"},
+        Broken{"LinkLoop", [](const fs::path& file) { fs::create_symlink(file, file); },
+               " cannot be read: Too many levels of symbolic links"},
+        Broken{"Directory", [](const fs::path& file) { fs::create_directory(file); }, " is no regular file"},
+        Broken{"TooDeep", [](const fs::path& file) { writeFile(file, nested(101)); },
+               " line 101: elements nest deeper than 100 levels"}),
+    [](const auto& test) { return test.param.claim; });
+
+TEST_F(BrokenFile, FileThatIsNoLongerSignedIsAReasonWithANextTry) {
+    const fs::path build = Workplace::build();
+    const std::string key = workplace().directory() / "site";
+    const auto run = [&](const std::string& arguments) {
+        return std::system(((build / "bin/mfctl").string() + " " + arguments + " >/dev/null").c_str());
+    };
+    ASSERT_EQ(0, run("keygen " + key));
+    ASSERT_EQ(0, run("sign --key " + key + ".key " + file()));
+    HostProcess& host =
+        startAndWait({"--restart-delay", "0.1", "--trust", workplace().directory(), "--require-signature"});
+    replace(file(), m_whole + "\n");
+    kill(host, "E");
+    ASSERT_TRUE(
+        host.waitForLog("HOST: E: no process runs: " + file() +
+                        " is not signed by a trusted key, and --require-signature asks for it: the file is "
+                        "not the one that was signed: it was changed or swapped after " +
+                        file() + ".sig was made; it is started again in 0.2 s\n"))
+        << host.log();
+    mend();
+    ASSERT_TRUE(host.waitForLog("HOST: E: is started again\n")) << host.log();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), Not(HasSubstr("VERIFY")));
+}
+
+TEST_F(BrokenFile, WantOfDescriptorsIsAReasonWithANextTry) {
+    HostProcess& host = startAndWait({"--restart-delay", "0.1"});
+    rlimit before{};
+    ASSERT_EQ(0, ::prlimit(host.pid(), RLIMIT_NOFILE, nullptr, &before));
+    // No further number is free below it, and what is open stays so.
+    const rlimit few{5, before.rlim_max};
+    for (int number = 0; number < 5; ++number)
+        ASSERT_TRUE(fs::exists("/proc/" + std::to_string(host.pid()) + "/fd/" + std::to_string(number)));
+    ASSERT_EQ(0, ::prlimit(host.pid(), RLIMIT_NOFILE, &few, nullptr));
+    kill(host, "E");
+    ASSERT_TRUE(host.waitForLog("HOST: E: no process runs: " + file() +
+                                " cannot be read: Too many open files; it is started again in 0.2 s\n"))
+        << host.log();
+    host.type("reloadDriver F");
+    EXPECT_TRUE(host.waitForOutput("F is not reloaded, nothing is unloaded: " + file() +
+                                   " cannot be read: Too many open files\n"));
+    EXPECT_THAT(line(host, "E"), HasSubstr(" cannot be read: Too many open files  "));
+    ASSERT_EQ(0, ::prlimit(host.pid(), RLIMIT_NOFILE, &before, nullptr));
+    ASSERT_TRUE(host.waitForLog("HOST: E: is started again\n")) << host.log();
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(BrokenFile, WholeFileWithoutTheDriverGivesItUp) {
+    HostProcess& host = startAndWait({"--restart-delay", "0.1"});
+    replace(file(), "<workplaces><workplace id=\"0\">" + Workplace::entry("F", "Echo", "queue") +
+                        "</workplace></workplaces>");
+    kill(host, "E");
+    ASSERT_TRUE(host.waitForLog("HOST: E: is not started again: " + file() + " has no driver \"E\"\n"))
+        << host.log();
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), Not(HasSubstr("E: no process runs")));
+}
+
+TEST_F(BrokenFile, DriverOfAStartWithoutItsFileIsReloadedOnceTheFileIsThere) {
+    fs::remove(file());
+    HostProcess& host = startAndWait({});
+    host.type("reloadDriver E");
+    ASSERT_TRUE(host.waitForOutput("E is not reloaded, nothing is unloaded: " + file() +
+                                   " cannot be read: No such file or directory\n"));
+    mend();
+    host.type("reloadDriver E");
+    EXPECT_THAT(line(host, "E"), HasSubstr("  running  "));
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), HasSubstr("MDM: Failed to open \"/proc/self/fd/"));
+    EXPECT_THAT(host.log(), HasSubstr("\" ('Failed to open file')\n"));
+}
