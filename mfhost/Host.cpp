@@ -139,6 +139,7 @@ int Host::run() {
     m_supervisor.start();
     const auto onActivity = [this] {
         m_supervisor.wake();
+        m_store.forgetSettled();
         recoverOutput();
         m_surroundings.restore("a driver in the host's process");
     };

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <ctime>
+#include <map>
+#include <string>
 #include <utility>
 
 #include "Printable.h"
@@ -148,13 +151,18 @@ bool HostCommands::quit(sal::CmdParameters&) {
 bool HostCommands::drivers(sal::CmdParameters&) {
     const auto queues = sal::MessageQueue::statuses();
     Table table({"ID", "type", "version", "mode", "process", "status", "since", "restarts", "last cause",
-                 "next try", "msg/s in/out", "queued in/out"});
+                 "next try", "msg/s in/out", "queued in/out", "values lost"});
+    std::map<std::string, std::uint64_t> lost;
+    for (const StateStore::Loss& loss : m_context.store.losses()) {
+        if (loss.owner.kind == StateStore::EOwner::Driver)
+            lost[loss.owner.driverID] = loss.values;
+    }
     for (const DriverRoster::Driver& driver : m_context.roster.drivers())
         table.addRow({driver.id, driver.type, driver.version, modeText(driver.interfaceType),
                       driver.pid > 0 ? std::to_string(driver.pid) : "-", statusText(driver, queues),
                       hasTime(driver) ? timeText(driver.since) : "-", std::to_string(driver.restarts),
                       driver.cause.empty() ? "-" : driver.cause, nextTryText(driver), trafficText(driver),
-                      depthText(driver, queues)});
+                      depthText(driver, queues), std::to_string(lost[driver.id])});
     table.print(m_context.reply());
     return true;
 }
@@ -183,6 +191,10 @@ bool HostCommands::state(sal::CmdParameters& parameters) {
                           << std::endl;
     else
         table.print(m_context.reply());
+    for (const StateStore::Loss& loss : m_context.store.losses())
+        m_context.reply() << base::printable(loss.owner.text()) << ": " << loss.values << " new "
+                          << (loss.values == 1 ? "value" : "values") << " dropped, at most " << loss.limit
+                          << " are kept" << std::endl;
     return true;
 }
 

@@ -6,6 +6,7 @@
 
 #include "HostLog.h"
 #include "InterfaceIds.h"
+#include "Printable.h"
 
 namespace {
 thread_local int t_consoleMarks = 0;
@@ -17,6 +18,10 @@ StateStore::ConsoleMark::ConsoleMark() {
 StateStore::ConsoleMark::~ConsoleMark() {
     --t_consoleMarks;
 }
+
+StateStore::StateStore() : StateStore(Settings()) {}
+
+StateStore::StateStore(Settings settings) : m_settings(settings) {}
 
 std::string StateStore::Owner::text() const {
     switch (kind) {
@@ -66,56 +71,168 @@ void StateStore::refresh(const std::string& driverID) const {
         m_refresh(driverID);
 }
 
+/// Calls it for each entry of the driver, which may take that entry away. They stand together, so nothing
+/// else is looked at: a key belongs to the driver named before its first ".".
+template <class Function>
+void StateStore::forEachOf(const std::string& driverID, const Share& share, Function function) {
+    if (const auto position = m_entries.find(driverID);
+        position != m_entries.end() && position->second.pShare == &share)
+        function(position);
+    const std::string prefix = driverID + ".";
+    for (auto next = m_entries.lower_bound(prefix);
+         next != m_entries.end() && next->first.starts_with(prefix);) {
+        const auto position = next++;
+        if (position->second.pShare == &share)
+            function(position);
+    }
+}
+
+StateStore::Share& StateStore::share(const Owner& owner) {
+    const auto [position, isNew] = m_shares.try_emplace(owner);
+    if (isNew)
+        position->second.limit = owner.kind == EOwner::Host ? s_maxHostValues : m_settings.maxValues;
+    return position->second;
+}
+
+/// What an instance that is gone has left gives way to what a living one reports, not to what a dead one did.
+bool StateStore::makeRoom(const Owner& owner, Share& share) {
+    if (share.values >= share.limit && share.endCause.empty() && share.stale > 0)
+        forgetStale(owner.driverID, share);
+    return share.values < share.limit;
+}
+
+/// Counts a loss; whether it is one to be logged.
+bool StateStore::isLossNews(Share& share, Clock::time_point now) const {
+    ++share.lost;
+    if (share.isLosing || (share.lossSaid && now - *share.lossSaid < m_settings.lossInterval))
+        return false;
+    share.isLosing = true;
+    share.lossSaid = now;
+    return true;
+}
+
 void StateStore::set(const std::string& key, StateValue value) {
     const auto now = Clock::now();
-    Owner owner = ownerOf(key);
+    const Owner owner = ownerOf(key);
     if (owner.kind == EOwner::Driver)
         refresh(owner.driverID);
     std::unique_lock lock(m_mutex);
     ++m_arrivals;
+    if (now >= m_nextSettling)
+        forgetSettled(now);
     auto position = m_entries.find(key);
     const bool isNew = position == m_entries.end();
     if (isNew) {
-        if (m_entries.size() >= s_maxValues) {
-            const bool isFirst = !m_fullLogged;
-            m_fullLogged = true;
+        Share& its = share(owner);
+        if (!makeRoom(owner, its)) {
+            const bool isNews = isLossNews(its, now);
+            const std::size_t limit = its.limit;
             lock.unlock();
-            if (isFirst)
+            if (isNews)
                 hostLog(sal::LogOutput::eError)
-                    << owner.text() << ": there are " << s_maxValues << " state values; \"" << key
-                    << "\" and further new ones are dropped" << std::endl;
+                    << owner.text() << ": " << limit << " state values are kept at most; "
+                    << base::quoted(key) << " and further new ones are dropped" << std::endl;
             return;
         }
-        position = m_entries.try_emplace(key).first;
-        position->second.key = key;
+        Kept fresh;
+        fresh.entry.key = key;
+        fresh.entry.owner = owner;
+        fresh.pShare = &its;
+        position = m_entries.emplace(key, std::move(fresh)).first;
+        ++its.values;
     }
-    Entry& entry = position->second;
-    std::string staleCause;
-    if (owner.kind == EOwner::Driver) {
-        if (const auto ended = m_ended.find(owner.driverID); ended != m_ended.end())
-            staleCause = ended->second;
-    }
-    const bool isChanged =
-        isNew || !(entry.value == value) || !(entry.owner == owner) || entry.isStale() != !staleCause.empty();
-    if (!staleCause.empty())
-        entry.staleSince = now;
-    entry.value = std::move(value);
-    entry.owner = std::move(owner);
-    entry.reported = now;
-    entry.staleCause = std::move(staleCause);
-    if (isChanged) {
+    Kept& kept = position->second;
+    const bool isTaken = !(kept.entry.owner == owner);
+    if (isTaken)
+        takeOver(kept, owner);
+    if (update(kept, std::move(value), now) || isNew || isTaken) {
         for (Listener* pListener : m_listeners)
-            pListener->valueChanged(entry);
+            pListener->valueChanged(kept.entry);
     }
+}
+
+/// From the console, or by it: what is there already is never refused.
+void StateStore::takeOver(Kept& kept, const Owner& owner) {
+    Share& its = share(owner);
+    kept.entry.owner = owner;
+    takeOut(kept);
+    kept.entry.staleCause.clear();
+    kept.pShare = &its;
+    ++its.values;
+}
+
+/// Whether anything is different now but the time.
+bool StateStore::update(Kept& kept, StateValue value, Clock::time_point now) {
+    Entry& entry = kept.entry;
+    Share& its = *kept.pShare;
+    const bool wasStale = entry.isStale();
+    const bool isChanged = !(entry.value == value) || wasStale != !its.endCause.empty();
+    entry.value = std::move(value);
+    entry.reported = now;
+    if (!its.endCause.empty()) {
+        entry.staleCause = its.endCause;
+        entry.staleSince = now;
+        if (!wasStale)
+            ++its.stale;
+        return isChanged;
+    }
+    if (wasStale) {
+        entry.staleCause.clear();
+        --its.stale;
+    }
+    if (its.stale > 0 && (wasStale || !its.hasReported)) {
+        its.settles = now + m_settings.settleTime;
+        m_nextSettling = std::min(m_nextSettling, its.settles);
+    }
+    its.hasReported = true;
+    return isChanged;
+}
+
+/// The value leaves its owner's share.
+void StateStore::takeOut(const Kept& kept) {
+    Share& its = *kept.pShare;
+    if (kept.entry.isStale())
+        --its.stale;
+    if (--its.values < its.limit)
+        its.isLosing = false;
+}
+
+void StateStore::forget(Entries::iterator position) {
+    const auto forgotten = m_entries.extract(position);
+    takeOut(forgotten.mapped());
+    for (Listener* pListener : m_listeners)
+        pListener->valueUnset(forgotten.key());
+}
+
+void StateStore::forgetStale(const std::string& driverID, Share& share) {
+    forEachOf(driverID, share, [this](Entries::iterator position) {
+        if (position->second.entry.isStale())
+            forget(position);
+    });
+}
+
+void StateStore::forgetSettled(Clock::time_point now) {
+    m_nextSettling = Clock::time_point::max();
+    for (auto& [owner, its] : m_shares) {
+        if (its.settles <= now) {
+            its.settles = Clock::time_point::max();
+            forgetStale(owner.driverID, its);
+        }
+        m_nextSettling = std::min(m_nextSettling, its.settles);
+    }
+}
+
+void StateStore::forgetSettled() {
+    const std::lock_guard lock(m_mutex);
+    forgetSettled(Clock::now());
 }
 
 void StateStore::unsetStateValue(const std::string& stateID) {
     const std::lock_guard lock(m_mutex);
     ++m_arrivals;
-    if (m_entries.erase(stateID) == 0)
-        return;
-    for (Listener* pListener : m_listeners)
-        pListener->valueUnset(stateID);
+    const auto position = m_entries.find(stateID);
+    if (position != m_entries.end())
+        forget(position);
 }
 
 void StateStore::triggerEvent(const std::string& eventID, const std::string& value) {
@@ -131,27 +248,34 @@ void StateStore::triggerEvent(const std::string& eventID, const std::string& val
 
 void StateStore::driverStarted(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
-    m_ended.erase(driverID);
+    Share& its = share({EOwner::Driver, driverID});
+    its.endCause.clear();
+    its.hasReported = false;
+    its.settles = Clock::time_point::max();
+    its.lost = 0;
 }
 
 std::size_t StateStore::driverEnded(const std::string& driverID, const std::string& cause) {
     const auto now = Clock::now();
     std::vector<std::string> keys;
     const std::lock_guard lock(m_mutex);
-    m_ended[driverID] = cause;
-    for (auto& [key, entry] : m_entries) {
-        if (entry.owner.kind != EOwner::Driver || entry.owner.driverID != driverID)
-            continue;
+    Share& its = share({EOwner::Driver, driverID});
+    // Without one nothing would be stale.
+    its.endCause = cause.empty() ? "ended" : cause;
+    its.settles = Clock::time_point::max();
+    forEachOf(driverID, its, [&](Entries::iterator position) {
+        Entry& entry = position->second.entry;
         // What was stale before keeps its own cause: it is of an earlier instance.
         if (entry.isStale())
-            continue;
+            return;
         entry.staleSince = now;
-        entry.staleCause = cause;
-        keys.push_back(key);
-    }
+        entry.staleCause = its.endCause;
+        ++its.stale;
+        keys.push_back(position->first);
+    });
     if (!keys.empty()) {
         for (Listener* pListener : m_listeners)
-            pListener->valuesStale(driverID, cause, keys);
+            pListener->valuesStale(driverID, its.endCause, keys);
     }
     return keys.size();
 }
@@ -160,9 +284,9 @@ std::vector<StateStore::Entry> StateStore::entries(const std::string& glob) cons
     refresh({});
     std::vector<Entry> found;
     const std::lock_guard lock(m_mutex);
-    for (const auto& [key, entry] : m_entries) {
+    for (const auto& [key, kept] : m_entries) {
         if (matches(glob, key))
-            found.push_back(entry);
+            found.push_back(kept.entry);
     }
     return found;
 }
@@ -173,7 +297,7 @@ std::optional<StateStore::Entry> StateStore::find(const std::string& key) const 
     const auto position = m_entries.find(key);
     if (position == m_entries.end())
         return std::nullopt;
-    return position->second;
+    return position->second.entry;
 }
 
 std::vector<StateStore::Event> StateStore::events() const {
@@ -187,6 +311,16 @@ std::vector<std::string> StateStore::keys(const std::string& prefix) const {
     for (auto position = m_entries.lower_bound(prefix);
          position != m_entries.end() && position->first.starts_with(prefix); ++position)
         found.push_back(position->first);
+    return found;
+}
+
+std::vector<StateStore::Loss> StateStore::losses() const {
+    std::vector<Loss> found;
+    const std::lock_guard lock(m_mutex);
+    for (const auto& [owner, its] : m_shares) {
+        if (its.lost > 0)
+            found.push_back({owner, its.lost, its.limit});
+    }
     return found;
 }
 

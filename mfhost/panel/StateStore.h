@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -20,8 +21,9 @@
 /// read.
 ///
 /// A value belongs to the driver named before its first "."; the published driver catalogue belongs to the
-/// host, and what a console command set to the console. When a driver ends, its values stay and are marked
-/// stale; each is live again when the next instance reports it.
+/// host, and what a console command set to the console. Each of them has room of its own. When a driver ends,
+/// its values stay and are marked stale; each is live again when the next instance reports it, and forgotten
+/// when that instance has settled without it or needs its room.
 class StateStore : public IPanelState {
 public:
     using Clock = std::chrono::steady_clock;
@@ -34,7 +36,7 @@ public:
 
         /// The driver ID, "host" or "console".
         std::string text() const;
-        bool operator==(const Owner& other) const = default;
+        auto operator<=>(const Owner& other) const = default;
     };
 
     struct Entry {
@@ -83,10 +85,31 @@ public:
     /// ID. Called without the store's lock, on whatever thread sets or reads.
     using Refresh = std::function<void(const std::string& driverID)>;
 
-    /// More values than any workplace has; what a driver run wild sets beyond them is dropped and logged
-    /// once.
-    static constexpr std::size_t s_maxValues = 65536;
+    struct Settings {
+        /// How many values one driver may have, and the console: more than any has, few enough that one run
+        /// wild harms nobody. New values beyond them are dropped, counted and logged; those that are there
+        /// are still updated.
+        std::size_t maxValues = 16384;
+        /// An instance has settled when it has reported something and then for so long brought no stale value
+        /// of the former ones back. What is still stale then is forgotten.
+        Clock::duration settleTime = std::chrono::seconds(60);
+        /// An owner's losses are logged when they begin, and again once they begin anew; not more often.
+        Clock::duration lossInterval = std::chrono::seconds(60);
+    };
+
+    /// New values that an owner's room had no place for.
+    struct Loss {
+        Owner owner;
+        std::uint64_t values = 0;  ///< of a driver since its last start
+        std::size_t limit = 0;
+    };
+
+    /// The published catalogue, whose size only the descriptors set.
+    static constexpr std::size_t s_maxHostValues = 65536;
     static constexpr std::size_t s_keptEvents = 200;
+
+    StateStore();
+    explicit StateStore(Settings settings);
 
     /// Is called before a value is taken from a driver and before values are read, so that nobody takes what
     /// a dead driver left for live. Set before others use the store.
@@ -102,11 +125,16 @@ public:
     void unsetStateValue(const std::string& stateID) override;
     void triggerEvent(const std::string& eventID, const std::string& value) override;
 
-    /// A new instance of the driver runs. What it set before stays stale until it is reported again.
+    /// A new instance of the driver runs. What it set before stays stale until it is reported again or
+    /// forgotten; a forgotten value is told as unset.
     void driverStarted(const std::string& driverID);
     /// The driver has ended. Its live values, and those that still arrive, are stale for that cause from now
     /// on; what was stale before keeps its cause and its time. Returns how many were live.
     std::size_t driverEnded(const std::string& driverID, const std::string& cause);
+
+    /// Forgets what drivers that have settled by now no longer report. Each report does so by itself; for a
+    /// workplace that is silent.
+    void forgetSettled();
 
     /// In byte order of the keys, those that match the shell pattern; all for an empty one.
     std::vector<Entry> entries(const std::string& glob) const;
@@ -115,6 +143,9 @@ public:
     std::vector<Event> events() const;
     /// In byte order, those that begin with the prefix.
     std::vector<std::string> keys(const std::string& prefix) const;
+
+    /// Of those that have lost values.
+    std::vector<Loss> losses() const;
 
     /// How many values and events have arrived so far.
     std::uint64_t arrivals() const;
@@ -125,16 +156,49 @@ public:
     static bool matches(const std::string& glob, const std::string& key);
 
 private:
+    /// What one owner has in the store.
+    struct Share {
+        std::size_t limit = 0;
+        std::size_t values = 0;
+        std::size_t stale = 0;   ///< how many of them
+        std::uint64_t lost = 0;  ///< since the last start
+        bool isLosing = false;   ///< that it loses values is said, and it has had no room since
+        std::optional<Clock::time_point> lossSaid;
+
+        std::string endCause;      ///< of a driver that has ended and not started again; else empty
+        bool hasReported = false;  ///< since the last start
+        Clock::time_point settles = Clock::time_point::max();
+    };
+    struct Kept {
+        Entry entry;
+        Share* pShare = nullptr;
+    };
+    using Entries = std::map<std::string, Kept>;
+
     static Owner ownerOf(const std::string& key);
     void set(const std::string& key, StateValue value);
 
+    // Under the lock.
+    Share& share(const Owner& owner);
+    bool makeRoom(const Owner& owner, Share& share);
+    bool isLossNews(Share& share, Clock::time_point now) const;
+    void takeOver(Kept& kept, const Owner& owner);
+    bool update(Kept& kept, StateValue value, Clock::time_point now);
+    static void takeOut(const Kept& kept);
+    template <class Function>
+    void forEachOf(const std::string& driverID, const Share& share, Function function);
+    void forget(Entries::iterator position);
+    void forgetStale(const std::string& driverID, Share& share);
+    void forgetSettled(Clock::time_point now);
+
+    const Settings m_settings;
     Refresh m_refresh;
     mutable std::mutex m_mutex;
-    std::map<std::string, Entry> m_entries;
+    Entries m_entries;
+    std::map<Owner, Share> m_shares;
+    /// Not later than the next instance settles.
+    Clock::time_point m_nextSettling = Clock::time_point::max();
     std::deque<Event> m_events;
-    /// Drivers that have ended and not started again, with the cause.
-    std::map<std::string, std::string> m_ended;
     std::vector<Listener*> m_listeners;
     std::uint64_t m_arrivals = 0;
-    bool m_fullLogged = false;
 };

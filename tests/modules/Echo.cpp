@@ -3,6 +3,7 @@
 //   SYSPING fid=TARGET ...    the same through ISystem's IFunctionID
 //   STRING|FLOAT|INT|BOOL name= value=   UNSET name=   EVENT name= value=   COMMAND name= value=
 //   PRINT value=              writes a line to standard output
+//   FILL value=COUNT          sets as many different values, K0 and so on
 #include <cstdlib>
 #include <iostream>
 #include <string>
@@ -41,6 +42,9 @@ public:
             panelState()->setStateValueBool(name, value == "true");
         else if (fid == "UNSET")
             panelState()->unsetStateValue(name);
+        else if (fid == "FILL")
+            for (int i = 0; i < std::atoi(value.c_str()); ++i)
+                panelState()->setStateValueInt("K" + std::to_string(i), i);
         else if (fid == "EVENT")
             panelState()->triggerEvent(name, value);
         else

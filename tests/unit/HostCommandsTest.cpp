@@ -83,15 +83,17 @@ TEST_F(HostCommandsTest, DriversShowsHowEachIs) {
     const std::string text = reply("drivers");
     EXPECT_EQ(0u,
               text.find("ID     type   version  mode    process  status      since                restarts  "
-                        "last cause   next try  msg/s in/out  queued in/out\n"))
+                        "last cause   next try  msg/s in/out  queued in/out  values lost\n"))
         << text;
     EXPECT_NE(std::string::npos, text.find("AXIS1                  queue   42       ended       20")) << text;
-    EXPECT_NE(std::string::npos, text.find("  0         exit code 3  -         0/0           -\n")) << text;
+    EXPECT_NE(std::string::npos,
+              text.find("  0         exit code 3  -         0/0           -              0\n"))
+        << text;
     EXPECT_NE(std::string::npos, text.find("AXIS2                  queue   43       running     20")) << text;
     EXPECT_NE(
         std::string::npos,
         text.find("PANEL  Panel  1.0      direct  -        not loaded  -                    0         -  "
-                  "          -         -             -\n"))
+                  "          -         -             -              0\n"))
         << text;
 }
 
@@ -121,7 +123,7 @@ TEST_F(HostCommandsTest, DriversShowsTrafficAndWhatIsQueued) {
     ASSERT_TRUE(in.send(&byte, 1, 0));
     ASSERT_TRUE(out.send(&byte, 1, 0));
     const std::string text = reply("drivers");
-    EXPECT_NE(std::string::npos, text.find("  12/341        2/1\n")) << text;
+    EXPECT_NE(std::string::npos, text.find("  12/341        2/1            0\n")) << text;
 }
 
 TEST_F(HostCommandsTest, StateShowsTypeValueOwnerAndWhetherItHolds) {
@@ -141,6 +143,17 @@ TEST_F(HostCommandsTest, StateTakesAPattern) {
     EXPECT_EQ("key    type  value  set by  age  holds\nSYS.N  int   1      SYS     0 s  yes\n",
               reply("state SYS.*"));
     EXPECT_EQ("no state value matches X.*\n", reply("state X.*"));
+}
+
+TEST_F(HostCommandsTest, LossesOfADriverAreShownWithItsStateAndInItsRow) {
+    m_roster.processStarted("AXIS1", 42);
+    for (int i = 0; i < 16384 + 3; ++i)
+        m_store.setStateValueInt("AXIS1." + std::to_string(i), i);
+    EXPECT_EQ("no state value matches X.*\nAXIS1: 3 new values dropped, at most 16384 are kept\n",
+              reply("state X.*"));
+    EXPECT_TRUE(reply("state AXIS1.7").ends_with("\nAXIS1: 3 new values dropped, at most 16384 are kept\n"));
+    const std::string text = reply("drivers");
+    EXPECT_NE(std::string::npos, text.find("  0/0           -              3\n")) << text;
 }
 
 TEST_F(HostCommandsTest, StateAndEventsWaitForWhatIsOnItsWay) {

@@ -502,6 +502,39 @@ TEST_F(HostTest, DriverInTheHostsProcessSendsFidsThroughTheHost) {
     EXPECT_EQ(0, end());
 }
 
+TEST_F(HostTest, DriverThatFillsTheStateStoreTakesNoRoomFromOthers) {
+    addDriver("E", "Echo", "queue");
+    addDriver("F", "Echo", "queue");
+    HostProcess& host = startAndWait({"--follow=?.[FN]*"});
+    host.type("sendFID F.FILL value=70000");
+    ASSERT_TRUE(
+        host.waitForLog("HOST: F: 16384 state values are kept at most; \"F.K16384\" and further new "
+                        "ones are dropped\n"))
+        << host.log();
+    host.type("sendFID F.EVENT name=FILLED");
+    ASSERT_TRUE(host.waitForOutput("event F.FILLED")) << host.output();
+    host.type("sendFID E.INT name=N value=7");
+    ASSERT_TRUE(host.waitForOutput("\nE.N = 7\n")) << host.output();
+    host.type("setStateValue G.N 8");
+    host.type("state --now E.*");
+    host.type("state --now G.*");
+    host.type("drivers");
+    ASSERT_TRUE(host.waitForOutput("\nPANEL ")) << host.output();
+    EXPECT_THAT(host.output(), HasSubstr("\nE.N  int   7      E       "));
+    EXPECT_THAT(host.output(), HasSubstr("\nG.N  string  8      console "));
+    EXPECT_THAT(host.output(), HasSubstr("\nF: 53616 new values dropped, at most 16384 are kept\n"));
+    EXPECT_THAT(host.output(), testing::ContainsRegex("\nF +Echo [^\n]* 53616\n"));
+    EXPECT_EQ(1, countInLog("state values are kept at most"));
+
+    // What the next instance reports has room at once.
+    ::kill(host.driverProcess("F"), SIGKILL);
+    ASSERT_TRUE(host.waitForLog("16384 values are stale")) << host.log();
+    ASSERT_TRUE(host.waitForLog("HOST: F: is started again\n")) << host.log();
+    host.type("sendFID F.INT name=NEW value=1");
+    EXPECT_TRUE(host.waitForOutput("\nF.NEW = 1\n")) << host.output();
+    EXPECT_EQ(0, end());
+}
+
 TEST_F(HostTest, WithoutAConsoleTheHostRunsUntilASignal) {
     HostProcess& host = startAndWait({"--no-console"});
     host.closeInput();

@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <chrono>
+#include <set>
+#include <sstream>
+#include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -30,6 +34,34 @@ public:
 };
 
 using Lines = std::vector<std::string>;
+
+StateStore::Settings withRoomFor(std::size_t values) {
+    StateStore::Settings settings;
+    settings.maxValues = values;
+    return settings;
+}
+
+StateStore::Settings settlingIn(StateStore::Clock::duration time) {
+    StateStore::Settings settings;
+    settings.settleTime = time;
+    return settings;
+}
+
+/// Reports that many values of different names.
+void fill(StateStore& sut, const std::string& driverID, int count, int from = 0) {
+    for (int i = from; i < from + count; ++i)
+        sut.setStateValueInt(driverID + "." + std::to_string(i), i);
+}
+
+/// What stands behind the time, the level and the output of each line.
+Lines messages(const std::string& log) {
+    constexpr std::string_view output = "HOST: ";
+    Lines found;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);)
+        found.push_back(line.substr(line.find(output) + output.size()));
+    return found;
+}
 
 }  // namespace
 
@@ -228,18 +260,337 @@ TEST(StateStore, KeepsTheLastTwoHundredEvents) {
     EXPECT_EQ("200", events.back().value);
 }
 
-TEST(StateStore, ValuesBeyondTheLimitAreDroppedWithOneLine) {
+TEST(StateStore, DriverMayHave16384Values) {
     LogCapture log;
     StateStore sut;
-    for (int i = 0; i < 65536 + 2; ++i)
+    for (int i = 0; i < 16384 + 2; ++i)
         sut.setStateValueInt("A." + std::to_string(i), i);
-    EXPECT_EQ(65536u, sut.entries("").size());
-    sut.setStateValueInt("A.0", 7);
-    EXPECT_TRUE(sut.find("A.0")->value == StateValue(7));
-    const std::string text = log.finish();
+    EXPECT_EQ(16384u, sut.entries("").size());
     EXPECT_NE(std::string::npos,
-              text.find("A: there are 65536 state values; \"A.65536\" and further new ones"));
-    EXPECT_EQ(std::string::npos, text.find("A.65537"));
+              log.finish().find(
+                  "A: 16384 state values are kept at most; \"A.16384\" and further new ones are dropped\n"));
+}
+
+TEST(StateStore, DriverThatIsFullTakesNoRoomFromOthers) {
+    LogCapture log;
+    StateStore sut(withRoomFor(2));
+    fill(sut, "A", 5);
+    fill(sut, "B", 2);
+    {
+        const StateStore::ConsoleMark mark;
+        fill(sut, "C", 2);
+    }
+    for (int i = 0; i < 5; ++i)
+        sut.setStateValue("PANEL.MFDDEF" + std::to_string(i) + ".TYPE", "Axis");
+    EXPECT_EQ((Lines{"A.0", "A.1", "B.0", "B.1", "C.0", "C.1", "PANEL.MFDDEF0.TYPE", "PANEL.MFDDEF1.TYPE",
+                     "PANEL.MFDDEF2.TYPE", "PANEL.MFDDEF3.TYPE", "PANEL.MFDDEF4.TYPE"}),
+              sut.keys(""));
+}
+
+TEST(StateStore, ConsoleThatIsFullTakesNoRoomFromADriver) {
+    LogCapture log;
+    StateStore sut(withRoomFor(2));
+    {
+        const StateStore::ConsoleMark mark;
+        fill(sut, "A", 3);
+    }
+    sut.setStateValueInt("A.OWN", 1);
+    EXPECT_EQ((Lines{"A.0", "A.1", "A.OWN"}), sut.keys(""));
+    EXPECT_NE(std::string::npos,
+              log.finish().find("console: 2 state values are kept at most; \"A.2\" and further new ones"));
+}
+
+TEST(StateStore, ValueThatIsThereIsUpdatedThoughItsDriverIsFull) {
+    LogCapture log;
+    StateStore sut(withRoomFor(2));
+    fill(sut, "A", 3);
+    sut.setStateValueInt("A.1", 7);
+    EXPECT_TRUE(sut.find("A.1")->value == StateValue(7));
+}
+
+TEST(StateStore, ValueOfTheConsoleIsTakenOverThoughTheDriverIsFull) {
+    LogCapture log;
+    StateStore sut(withRoomFor(2));
+    {
+        const StateStore::ConsoleMark mark;
+        fill(sut, "A", 1);
+    }
+    fill(sut, "A", 1, 1);
+    fill(sut, "A", 1, 2);
+    sut.setStateValueInt("A.0", 7);
+    EXPECT_EQ("A", sut.find("A.0")->owner.text());
+    // Three now, so it needs room for two to have room for one.
+    sut.unsetStateValue("A.0");
+    sut.setStateValueInt("A.N", 1);
+    EXPECT_FALSE(sut.find("A.N"));
+    sut.unsetStateValue("A.1");
+    sut.setStateValueInt("A.N", 1);
+    EXPECT_TRUE(sut.find("A.N"));
+}
+
+TEST(StateStore, LossesAreCountedByOwner) {
+    LogCapture log;
+    StateStore sut(withRoomFor(2));
+    fill(sut, "A", 5);
+    fill(sut, "B", 2);
+    {
+        const StateStore::ConsoleMark mark;
+        fill(sut, "C", 3);
+    }
+    const auto losses = sut.losses();
+    ASSERT_EQ(2u, losses.size());
+    EXPECT_EQ("A", losses[0].owner.text());
+    EXPECT_EQ(3u, losses[0].values);
+    EXPECT_EQ(2u, losses[0].limit);
+    EXPECT_EQ("console", losses[1].owner.text());
+    EXPECT_EQ(1u, losses[1].values);
+}
+
+TEST(StateStore, LossesOfADriverAreThoseSinceItsStart) {
+    LogCapture log;
+    StateStore sut(withRoomFor(2));
+    fill(sut, "A", 3);
+    sut.driverEnded("A", "gone");
+    EXPECT_EQ(1u, sut.losses().size());
+    sut.driverStarted("A");
+    EXPECT_TRUE(sut.losses().empty());
+}
+
+TEST(StateStore, LossIsLoggedOnceUntilThereIsRoomAgain) {
+    LogCapture log;
+    auto settings = withRoomFor(2);
+    settings.lossInterval = std::chrono::seconds(0);
+    StateStore sut(settings);
+    fill(sut, "A", 5);
+    fill(sut, "B", 4);
+    sut.unsetStateValue("A.0");
+    sut.setStateValueInt("A.X", 1);
+    sut.setStateValueInt("A.Y", 1);
+    sut.setStateValueInt("A.Z", 1);
+    EXPECT_EQ((Lines{"A: 2 state values are kept at most; \"A.2\" and further new ones are dropped",
+                     "B: 2 state values are kept at most; \"B.2\" and further new ones are dropped",
+                     "A: 2 state values are kept at most; \"A.Y\" and further new ones are dropped"}),
+              messages(log.finish()));
+}
+
+TEST(StateStore, DriverThatMakesRoomAllTheTimeIsLoggedNoMoreOftenThanTheInterval) {
+    LogCapture log;
+    auto settings = withRoomFor(2);
+    settings.lossInterval = std::chrono::hours(1);
+    StateStore sut(settings);
+    fill(sut, "A", 3);
+    for (int i = 0; i < 100; ++i) {
+        sut.unsetStateValue("A.0");
+        fill(sut, "A", 3);
+    }
+    EXPECT_EQ(1u, messages(log.finish()).size());
+    EXPECT_EQ(101u, sut.losses().front().values);
+}
+
+TEST(StateStore, KeyInALossLineIsPrintableAndShort) {
+    LogCapture log;
+    StateStore sut(withRoomFor(1));
+    fill(sut, "A", 1);
+    sut.setStateValueInt("A.\x1b" + std::string(1000, 'k'), 1);
+    EXPECT_EQ(Lines{"A: 1 state values are kept at most; \"A.\\x1b" + std::string(77, 'k') +
+                    "\"... and further new ones are dropped"},
+              messages(log.finish()));
+}
+
+TEST(StateStore, StaleValuesGiveWayToWhatTheNextInstanceReports) {
+    LogCapture log;
+    StateStore sut(withRoomFor(3));
+    Recording recording;
+    fill(sut, "A", 3);
+    sut.driverEnded("A", "gone");
+    sut.driverStarted("A");
+    sut.setStateValueInt("A.1", 7);
+    sut.addListener(&recording);
+    sut.setStateValueInt("A.NEW", 1);
+    EXPECT_EQ((Lines{"A.1", "A.NEW"}), sut.keys(""));
+    EXPECT_EQ((Lines{"A.0 unset", "A.2 unset", "A.NEW=1"}), recording.lines);
+    EXPECT_TRUE(sut.losses().empty());
+}
+
+TEST(StateStore, StaleValuesOfOthersDoNotGiveWay) {
+    LogCapture log;
+    StateStore sut(withRoomFor(2));
+    fill(sut, "B", 2);
+    sut.driverEnded("B", "gone");
+    sut.driverStarted("B");
+    fill(sut, "A", 3);
+    EXPECT_EQ((Lines{"A.0", "A.1", "B.0", "B.1"}), sut.keys(""));
+}
+
+TEST(StateStore, StaleValuesDoNotGiveWayToWhatAnEndedDriverLeft) {
+    LogCapture log;
+    StateStore sut(withRoomFor(2));
+    fill(sut, "A", 2);
+    sut.driverEnded("A", "gone");
+    sut.setStateValueInt("A.LATE", 1);
+    EXPECT_EQ((Lines{"A.0", "A.1"}), sut.keys(""));
+    EXPECT_EQ(1u, sut.losses().size());
+}
+
+TEST(StateStore, WhatASettledInstanceNoLongerReportsIsForgotten) {
+    StateStore sut(settlingIn(std::chrono::milliseconds(0)));
+    Recording recording;
+    fill(sut, "A", 3);
+    fill(sut, "B", 1);
+    sut.driverEnded("A", "gone");
+    sut.driverEnded("B", "gone");
+    sut.driverStarted("A");
+    sut.driverStarted("B");
+    sut.setStateValueInt("A.1", 7);
+    sut.addListener(&recording);
+    sut.forgetSettled();
+    EXPECT_EQ((Lines{"A.1", "B.0"}), sut.keys(""));
+    EXPECT_EQ((Lines{"A.0 unset", "A.2 unset"}), recording.lines);
+}
+
+TEST(StateStore, AnyReportForgetsForThoseThatHaveSettled) {
+    StateStore sut(settlingIn(std::chrono::milliseconds(0)));
+    fill(sut, "A", 2);
+    sut.driverEnded("A", "gone");
+    sut.driverStarted("A");
+    sut.setStateValueInt("A.1", 7);
+    sut.setStateValueInt("B.0", 7);
+    EXPECT_EQ((Lines{"A.1", "B.0"}), sut.keys(""));
+}
+
+TEST(StateStore, DriversSettleEachInItsTime) {
+    constexpr auto settleTime = std::chrono::milliseconds(200);
+    StateStore sut(settlingIn(settleTime));
+    for (const char* driverID : {"A", "B"}) {
+        fill(sut, driverID, 2);
+        sut.driverEnded(driverID, "gone");
+        sut.driverStarted(driverID);
+    }
+    sut.setStateValueInt("A.0", 1);
+    std::this_thread::sleep_for(settleTime / 2);
+    sut.setStateValueInt("B.0", 1);
+    const auto second = StateStore::Clock::now();
+    std::this_thread::sleep_until(second + settleTime / 2);
+    sut.setStateValueInt("C.0", 1);
+    std::this_thread::sleep_until(second + settleTime);
+    sut.setStateValueInt("C.0", 2);
+    EXPECT_EQ((Lines{"A.0", "B.0", "C.0"}), sut.keys(""));
+}
+
+TEST(StateStore, InstanceThatHasReportedNothingHasNotSettled) {
+    StateStore sut(settlingIn(std::chrono::milliseconds(0)));
+    fill(sut, "A", 2);
+    sut.driverEnded("A", "gone");
+    sut.driverStarted("A");
+    sut.triggerEvent("A.E", "1");
+    sut.forgetSettled();
+    EXPECT_EQ(2u, sut.keys("").size());
+    sut.setStateValueInt("A.OTHER", 1);
+    sut.forgetSettled();
+    EXPECT_EQ(Lines{"A.OTHER"}, sut.keys(""));
+}
+
+TEST(StateStore, InstanceThatEndsBeforeItHasSettledForgetsNothing) {
+    StateStore sut(settlingIn(std::chrono::milliseconds(0)));
+    fill(sut, "A", 2);
+    sut.driverEnded("A", "first");
+    sut.driverStarted("A");
+    sut.setStateValueInt("A.0", 1);
+    sut.driverEnded("A", "second");
+    sut.forgetSettled();
+    ASSERT_EQ((Lines{"A.0", "A.1"}), sut.keys(""));
+    EXPECT_EQ("second", sut.find("A.0")->staleCause);
+    EXPECT_EQ("first", sut.find("A.1")->staleCause);
+}
+
+TEST(StateStore, InstanceThatHasNotSettledYetForgetsNothing) {
+    StateStore sut(settlingIn(std::chrono::hours(1)));
+    fill(sut, "A", 2);
+    sut.driverEnded("A", "gone");
+    sut.driverStarted("A");
+    sut.setStateValueInt("A.0", 1);
+    sut.forgetSettled();
+    EXPECT_EQ(2u, sut.keys("").size());
+}
+
+/// A try counts only when the machine was quick enough for it.
+TEST(StateStore, InstanceSettlesAnewWithEachStaleValueThatItBringsBack) {
+    constexpr auto settleTime = std::chrono::milliseconds(400);
+    for (bool isJudged = false; !isJudged;) {
+        StateStore sut(settlingIn(settleTime));
+        fill(sut, "A", 3);
+        sut.driverEnded("A", "gone");
+        sut.driverStarted("A");
+        sut.setStateValueInt("A.0", 1);
+        const auto first = StateStore::Clock::now();
+        std::this_thread::sleep_for(settleTime / 2);
+        const auto second = StateStore::Clock::now();
+        sut.setStateValueInt("A.1", 1);
+        if (second - first >= settleTime)
+            continue;
+        std::this_thread::sleep_until(first + settleTime);
+        sut.forgetSettled();
+        const auto keys = sut.keys("");
+        if (StateStore::Clock::now() - second >= settleTime)
+            continue;
+        isJudged = true;
+        EXPECT_EQ((Lines{"A.0", "A.1", "A.2"}), keys);
+        std::this_thread::sleep_until(StateStore::Clock::now() + settleTime);
+        sut.forgetSettled();
+        EXPECT_EQ((Lines{"A.0", "A.1"}), sut.keys(""));
+    }
+}
+
+TEST(StateStore, ConsoleKeepsWhatItTookOverFromAnEndedDriver) {
+    StateStore sut(settlingIn(std::chrono::milliseconds(0)));
+    fill(sut, "A", 2);
+    sut.driverEnded("A", "gone");
+    {
+        const StateStore::ConsoleMark mark;
+        sut.setStateValueInt("A.0", 1);
+    }
+    EXPECT_FALSE(sut.find("A.0")->isStale());
+    sut.driverStarted("A");
+    sut.setStateValueInt("A.OTHER", 1);
+    sut.forgetSettled();
+    EXPECT_EQ((Lines{"A.0", "A.OTHER"}), sut.keys(""));
+}
+
+TEST(StateStore, HoldsItsLimitsWhileDriversReportEndAndStartOnManyThreads) {
+    LogCapture log;
+    StateStore::Settings settings;
+    settings.maxValues = 50;
+    settings.settleTime = std::chrono::milliseconds(0);
+    StateStore sut(settings);
+    Recording recording;
+    sut.addListener(&recording);
+    std::vector<std::thread> drivers;
+    for (int driver = 0; driver < 4; ++driver)
+        drivers.emplace_back([&sut, driver] {
+            const std::string id = "D" + std::to_string(driver);
+            for (int round = 0; round < 20; ++round) {
+                sut.driverStarted(id);
+                fill(sut, id, 80, round);
+                sut.unsetStateValue(id + "." + std::to_string(round));
+                const auto losses = sut.losses();
+                EXPECT_LE(losses.size(), 4u);
+                sut.driverEnded(id, "round " + std::to_string(round));
+            }
+        });
+    for (std::thread& driver : drivers)
+        driver.join();
+    for (int driver = 0; driver < 4; ++driver)
+        EXPECT_LE(sut.entries("D" + std::to_string(driver) + ".*").size(), 50u);
+    // Whoever followed knows exactly what is there.
+    std::set<std::string> followed;
+    for (const std::string& line : recording.lines) {
+        if (line.ends_with(" unset"))
+            followed.erase(line.substr(0, line.find(' ')));
+        else if (line.find('=') != std::string::npos)
+            followed.insert(line.substr(0, line.find('=')));
+    }
+    const auto keys = sut.keys("");
+    EXPECT_EQ(std::set<std::string>(keys.begin(), keys.end()), followed);
 }
 
 TEST(StateStore, AnswersPanelStateOnly) {
