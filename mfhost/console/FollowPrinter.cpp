@@ -15,17 +15,19 @@
 #include "Needed.h"
 #include "Printable.h"
 
-FollowPrinter::FollowPrinter(std::string glob, int fd, std::function<void()> redraw)
+FollowPrinter::FollowPrinter(std::string glob, int fd, std::function<void()> redraw,
+                             std::chrono::milliseconds patience)
     : m_glob(std::move(glob)),
       m_fd(fd),
       m_redraw(std::move(redraw)),
+      m_patience(patience),
       m_thread(neededThread("--follow", [this] { run(); })) {}
 
 FollowPrinter::~FollowPrinter() {
     {
         const std::lock_guard lock(m_mutex);
         m_stopping = true;
-        m_giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+        m_giveUp = std::chrono::steady_clock::now() + m_patience;
     }
     m_changed.notify_all();
     m_thread.join();

@@ -21,8 +21,10 @@ public:
 
     /// Prints what matches the shell pattern, everything for an empty one, to the descriptor. With redraw the
     /// descriptor is a terminal that may show a prompt: it is erased first, and redraw called behind.
-    FollowPrinter(std::string glob, int fd, std::function<void()> redraw = {});
-    /// Writes what is left, for a second at most while nobody reads.
+    /// The patience is what is spent at the end on lines that are left.
+    FollowPrinter(std::string glob, int fd, std::function<void()> redraw = {},
+                  std::chrono::milliseconds patience = std::chrono::seconds(1));
+    /// Writes what is left, as long as the patience lasts.
     ~FollowPrinter() override;
     FollowPrinter(const FollowPrinter&) = delete;
     FollowPrinter& operator=(const FollowPrinter&) = delete;
@@ -42,6 +44,7 @@ private:
     const std::string m_glob;
     const int m_fd;
     const std::function<void()> m_redraw;
+    const std::chrono::milliseconds m_patience;
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<std::string> m_lines;

@@ -73,11 +73,10 @@ std::string statusText(const DriverRoster::Driver& driver,
     return "not loaded";
 }
 
-std::string nextTryText(const DriverRoster::Driver& driver) {
+std::string nextTryText(const DriverRoster::Driver& driver, StateStore::Clock::time_point now) {
     if (!driver.nextTry)
         return "-";
-    const auto left =
-        std::chrono::ceil<std::chrono::seconds>(*driver.nextTry - std::chrono::steady_clock::now());
+    const auto left = std::chrono::ceil<std::chrono::seconds>(*driver.nextTry - now);
     return left.count() <= 0 ? "now" : "in " + std::to_string(left.count()) + " s";
 }
 
@@ -150,6 +149,7 @@ bool HostCommands::quit(sal::CmdParameters&) {
 
 bool HostCommands::drivers(sal::CmdParameters&) {
     const auto queues = sal::MessageQueue::statuses();
+    const auto now = m_context.now();
     Table table({"ID", "type", "version", "mode", "process", "status", "since", "restarts", "last cause",
                  "next try", "msg/s in/out", "queued in/out", "values lost"});
     std::map<std::string, std::uint64_t> lost;
@@ -161,8 +161,8 @@ bool HostCommands::drivers(sal::CmdParameters&) {
         table.addRow({driver.id, driver.type, driver.version, modeText(driver.interfaceType),
                       driver.pid > 0 ? std::to_string(driver.pid) : "-", statusText(driver, queues),
                       hasTime(driver) ? timeText(driver.since) : "-", std::to_string(driver.restarts),
-                      driver.cause.empty() ? "-" : driver.cause, nextTryText(driver), trafficText(driver),
-                      depthText(driver, queues), std::to_string(lost[driver.id])});
+                      driver.cause.empty() ? "-" : driver.cause, nextTryText(driver, now),
+                      trafficText(driver), depthText(driver, queues), std::to_string(lost[driver.id])});
     table.print(m_context.reply());
     return true;
 }
@@ -177,7 +177,7 @@ bool HostCommands::state(sal::CmdParameters& parameters) {
     if (!isNow)
         m_context.settle();
     const std::string pattern = parameters.argument(isNow ? 1 : 0);
-    const auto now = StateStore::Clock::now();
+    const auto now = m_context.now();
     Table table({"key", "type", "value", "set by", "age", "holds"});
     for (const StateStore::Entry& entry : m_context.store.entries(pattern))
         table.addRow({entry.key, entry.value.typeName(), entry.value.text(), entry.owner.text(),

@@ -20,6 +20,8 @@ public:
         std::function<void()> showModules;
         /// Lets the drivers answer what a script sent them before it asks for the outcome.
         std::function<void()> settle;
+        /// The time that ages and the next try are counted from.
+        std::function<StateStore::Clock::time_point()> now = StateStore::Clock::now;
     };
 
     explicit HostCommands(Context context);

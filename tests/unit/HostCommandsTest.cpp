@@ -40,12 +40,15 @@ protected:
     int m_quits = 0;
     int m_listings = 0;
     int m_settled = 0;
+    /// The time stands still, so that it is the same for whoever is starved.
+    StateStore::Clock::time_point m_now = StateStore::Clock::now();
     HostCommands m_sut{{.store = m_store,
                         .roster = m_roster,
                         .reply = [this]() -> std::ostream& { return m_reply; },
                         .quit = [this] { ++m_quits; },
                         .showModules = [this] { ++m_listings; },
-                        .settle = [this] { ++m_settled; }}};
+                        .settle = [this] { ++m_settled; },
+                        .now = [this] { return m_now; }}};
 };
 
 /// What a terminal would obey: a control character, ESC, the same as one character beyond ASCII and as its
@@ -101,10 +104,10 @@ TEST_F(HostCommandsTest, DriversShowsRestartsAndTheNextTry) {
     m_roster.processStarted("AXIS1", 42);
     m_roster.processEnded("AXIS1", 42, "exit code 3");
     m_roster.addRestart("AXIS1");
-    m_roster.setNextTry("AXIS1", std::chrono::steady_clock::now() + std::chrono::seconds(3600));
+    m_roster.setNextTry("AXIS1", m_now + std::chrono::seconds(3600));
     m_roster.processStarted("AXIS2", 43);
     m_roster.processHung("AXIS2", 43, "hung for 10 s");
-    m_roster.setNextTry("AXIS2", std::chrono::steady_clock::now());
+    m_roster.setNextTry("AXIS2", m_now);
     const std::string text = reply("drivers");
     EXPECT_NE(std::string::npos, text.find("  1         exit code 3    in 3600 s  0/0 ")) << text;
     EXPECT_NE(std::string::npos, text.find("43       hung        20")) << text;
@@ -135,6 +138,13 @@ TEST_F(HostCommandsTest, StateShowsTypeValueOwnerAndWhetherItHolds) {
         "AXIS1.POS  float   1.5    AXIS1   0 s  yes\n"
         "SYS.NAME   string  vm     SYS     0 s  stale for 0 s (signal 9 (Killed))\n",
         reply("state"));
+}
+
+TEST_F(HostCommandsTest, StateShowsHowOldAValueIs) {
+    m_store.setStateValueInt("SYS.N", 1);
+    m_now = StateStore::Clock::now() + std::chrono::minutes(10);
+    EXPECT_EQ("key    type  value  set by  age     holds\nSYS.N  int   1      SYS     10 min  yes\n",
+              reply("state"));
 }
 
 TEST_F(HostCommandsTest, StateTakesAPattern) {

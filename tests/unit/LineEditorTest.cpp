@@ -5,12 +5,16 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <clocale>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "HangGuard.h"
 
 namespace {
 
@@ -51,21 +55,29 @@ protected:
         std::fflush(stdout);
         ::_exit(0);
     }
+    /// The editor waits for keys. The prompt stands before it has taken the terminal over; a key in between
+    /// would mean something else.
+    void awaitPrompt() {
+        ASSERT_TRUE(shows("mfhost> ")) << m_screen;
+        m_screen.clear();
+        ASSERT_TRUE(eventually([this] {
+            termios modes{};
+            return ::tcgetattr(m_terminal, &modes) == 0 && (modes.c_lflag & ICANON) == 0;
+        }));
+    }
     void type(const std::string& keys) {
         ASSERT_EQ(static_cast<ssize_t>(keys.size()), ::write(m_terminal, keys.data(), keys.size()));
     }
-    bool shows(const std::string& text, int waits = 400) {
-        for (int i = 0; i < waits && m_screen.find(text) == std::string::npos; ++i) {
+    bool shows(const std::string& text) {
+        return eventually([&] {
             pollfd terminal{m_terminal, POLLIN, 0};
-            if (::poll(&terminal, 1, 50) <= 0)
-                continue;
             char chunk[1024];
-            const ssize_t count = ::read(m_terminal, chunk, sizeof chunk);
-            if (count <= 0)
-                break;
-            m_screen.append(chunk, static_cast<std::size_t>(count));
-        }
-        return m_screen.find(text) != std::string::npos;
+            if (m_screen.find(text) == std::string::npos && ::poll(&terminal, 1, 50) > 0) {
+                const ssize_t count = ::read(m_terminal, chunk, sizeof chunk);
+                m_screen.append(chunk, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+            }
+            return m_screen.find(text) != std::string::npos;
+        });
     }
 
     int m_terminal = -1;
@@ -77,45 +89,45 @@ protected:
 
 TEST_F(LineEditorTest, ReadsALine) {
     start();
-    ASSERT_TRUE(shows("mfhost> "));
+    awaitPrompt();
     type("drivers\r");
     EXPECT_TRUE(shows("[drivers]")) << m_screen;
 }
 
 TEST_F(LineEditorTest, TakesBackWhatIsRubbedOut) {
     start();
-    ASSERT_TRUE(shows("mfhost> "));
+    awaitPrompt();
     type("driverz\x7fs\r");
     EXPECT_TRUE(shows("[drivers]")) << m_screen;
 }
 
 TEST_F(LineEditorTest, BringsTheLastLineBack) {
     start();
-    ASSERT_TRUE(shows("mfhost> "));
+    awaitPrompt();
     type("events\r");
     ASSERT_TRUE(shows("[events]"));
-    m_screen.clear();
+    awaitPrompt();
     type("\x10\r");
     EXPECT_TRUE(shows("[events]")) << m_screen;
 }
 
 TEST_F(LineEditorTest, CompletesAWord) {
     start();
-    ASSERT_TRUE(shows("mfhost> "));
+    awaitPrompt();
     type("rel\tX\r");
     EXPECT_TRUE(shows("[reloadDriver X]")) << m_screen;
 }
 
 TEST_F(LineEditorTest, CompletesAsFarAsTheWordsAgree) {
     start();
-    ASSERT_TRUE(shows("mfhost> "));
+    awaitPrompt();
     type("st\tX\r");
     EXPECT_TRUE(shows("[stateX]")) << m_screen;
 }
 
 TEST_F(LineEditorTest, ListsTheWordsThatAreMeant) {
     start();
-    ASSERT_TRUE(shows("mfhost> "));
+    awaitPrompt();
     type("state\t");
     EXPECT_TRUE(shows("stateless")) << m_screen;
 }
@@ -145,16 +157,14 @@ TEST_F(LineEditorTest, WordThatCannotBeShownIsListedAndNotTyped) {
 
 TEST_F(LineEditorTest, TakesCharactersOfSeveralBytes) {
     start();
-    ASSERT_TRUE(shows("mfhost> "));
+    awaitPrompt();
     type("\xc3\xa4\xe2\x82\xac\r");
     EXPECT_TRUE(shows("[\xc3\xa4\xe2\x82\xac]")) << m_screen;
 }
 
 TEST_F(LineEditorTest, EndOfInputIsNoLine) {
     start();
-    ASSERT_TRUE(shows("mfhost> "));
-    // The prompt stands before the editor has taken the terminal over; a key in between loses its meaning.
-    for (int i = 0; i < 20 && !shows("(end)", 20); ++i)
-        type("\x04");
-    EXPECT_TRUE(shows("(end)", 0)) << m_screen;
+    awaitPrompt();
+    type("\x04");
+    EXPECT_TRUE(shows("(end)")) << m_screen;
 }
