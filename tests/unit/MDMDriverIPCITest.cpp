@@ -12,6 +12,7 @@
 
 #include "FIDParameterList.h"
 #include "FakeHost.h"
+#include "HangGuard.h"
 #include "MfDriverManager.h"
 #include "RecordingDistributorFID.h"
 #include "RecordingPanelState.h"
@@ -52,7 +53,7 @@ struct Proxy {
     /// Whether the thread body returns by itself when it is called while the proxy is running.
     bool bodyEnds() {
         auto body = std::async(std::launch::async, [this] { sut.run(); });
-        const bool ended = body.wait_for(std::chrono::seconds(3)) == std::future_status::ready;
+        const bool ended = body.wait_for(c_hangGuard) == std::future_status::ready;
         sut.deinitialize();
         return ended;
     }

@@ -15,6 +15,7 @@
 #include "FIDParameterList.h"
 #include "FakeHost.h"
 #include "FlushedOutput.h"
+#include "HangGuard.h"
 #include "RecordingFunctionID.h"
 #include "RecordingMacroSystem.h"
 #include "RecordingPanelState.h"
@@ -620,12 +621,7 @@ TEST(MDMFidDistributor, NobodyFindsAPortThatIsBeingReplaced) {
     auto sending = std::async(std::launch::async, [&] { s.sut.dispatchFID("A.x", FIDParameterList()); });
     driver.entered.get_future().wait();
     auto replacing = std::async(std::launch::async, [&] { s.sut.addDriverPort("A", nullptr); });
-    bool found = true;
-    for (int attempt = 0; found && attempt < 500; ++attempt) {
-        found = s.sut.subscribe("A.x");
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_FALSE(found);
+    EXPECT_TRUE(eventually([&] { return !s.sut.subscribe("A.x"); }));
     driver.leave.set_value();
     replacing.wait();
     sending.wait();

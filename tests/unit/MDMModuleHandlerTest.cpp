@@ -1380,7 +1380,7 @@ TEST(MDMModuleHandler, ReloadNeverReturnsFromAnEntryThatBeginsWithAnotherAttribu
     int seen = 0;
     char byte = 0;
     pollfd readable{calls[0], POLLIN, 0};
-    while (seen < 30 && poll(&readable, 1, 20000) == 1 && read(calls[0], &byte, 1) == 1)
+    while (seen < 30 && poll(&readable, 1, 100000) == 1 && read(calls[0], &byte, 1) == 1)
         ++seen;
     EXPECT_EQ(seen, 30) << "the reload ended, or spins without a pause";
     int status = 0;

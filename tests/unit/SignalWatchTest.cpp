@@ -4,14 +4,11 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <future>
 
+#include "HangGuard.h"
+
 namespace {
-
-using namespace std::chrono_literals;
-
-constexpr auto hangGuard = 30s;
 
 class SignalWatch_ : public testing::TestWithParam<int> {};
 
@@ -21,7 +18,7 @@ TEST_P(SignalWatch_, CallsOnce) {
     auto signal = called.get_future();
     const SignalWatch sut([&](int number) { called.set_value(number); });
     kill(getpid(), GetParam());
-    ASSERT_EQ(signal.wait_for(hangGuard), std::future_status::ready);
+    ASSERT_EQ(signal.wait_for(c_hangGuard), std::future_status::ready);
     EXPECT_EQ(signal.get(), GetParam());
 }
 
