@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <thread>
+#include <utility>
 
 #include "LogLine.h"
 #include "QueueRegistry.h"
@@ -27,34 +29,68 @@ std::string described(const std::string& name) {
 
 }  // namespace
 
-class AttachedQueue::WaitNote {
+/// What one send() waits for: first for the senders' lock, then for room, and so on. A wait is entered where
+/// status() looks. A send that need not wait pays nothing for it.
+class AttachedQueue::WaitNote final : public Deadline::Waiter {
 public:
     explicit WaitNote(AttachedQueue& queue) : m_queue(queue) {}
     ~WaitNote() {
-        if (m_isNoted) {
+        if (m_entry) {
             const std::lock_guard lock(m_queue.m_waitsMutex);
-            m_queue.m_waits.erase(std::find(m_queue.m_waits.begin(), m_queue.m_waits.end(), m_since));
+            std::erase(m_queue.m_waits, &*m_entry);
         }
     }
     WaitNote(const WaitNote&) = delete;
     WaitNote& operator=(const WaitNote&) = delete;
 
-    /// True the first time.
-    bool begin() {
-        if (m_isNoted) {
-            return false;
-        }
-        m_isNoted = true;
-        m_since = std::chrono::steady_clock::now();
-        const std::lock_guard lock(m_queue.m_waitsMutex);
-        m_queue.m_waits.push_back(m_since);
-        return true;
+    /// There was no room. True the first time.
+    bool waitsForRoom() {
+        m_waitsForLock = false;
+        enter({m_entry ? m_entry->since : Clock::now(), std::nullopt});
+        return !std::exchange(m_foundFull, true);
+    }
+    void waitsForLock() {
+        m_waitsForLock = true;
+        m_lockSince.reset();
     }
 
 private:
+    using Clock = Deadline::Clock;
+
+    /// Most waits for the lock are over in moments: such a one costs a look at the clock.
+    bool goesOn() override {
+        if (!m_waitsForLock || m_isPointless) {
+            return !m_isPointless;
+        }
+        const auto now = Clock::now();
+        if (!m_lockSince) {
+            m_lockSince = now;
+            m_looked = now;
+        }
+        if (now - m_looked < g_slice) {
+            return true;
+        }
+        m_looked = now;
+        enter({m_entry ? m_entry->since : *m_lockSince, m_lockSince});
+        m_isPointless = !m_queue.isWorthALock();
+        return !m_isPointless;
+    }
+
+    void enter(const WaitEntry& entry) {
+        const std::lock_guard lock(m_queue.m_waitsMutex);
+        if (!m_entry) {
+            m_queue.m_waits.push_back(&m_entry.emplace(entry));
+        }
+        *m_entry = entry;
+    }
+
     AttachedQueue& m_queue;
-    bool m_isNoted = false;
-    std::chrono::steady_clock::time_point m_since;
+    bool m_waitsForLock = true;
+    bool m_foundFull = false;
+    bool m_isPointless = false;
+    std::optional<Clock::time_point> m_lockSince;
+    Clock::time_point m_looked;
+    std::optional<WaitEntry> m_entry;  ///< changes under the lock of the waits
 };
 
 AttachedQueue::AttachedQueue(std::string name, bool isCreator, std::unique_ptr<QueueFile> pFile,
@@ -66,6 +102,7 @@ AttachedQueue::AttachedQueue(std::string name, bool isCreator, std::unique_ptr<Q
       m_pMapping(std::move(pMapping)),
       m_ring(m_pMapping->base(), geometry, *m_pFile),
       m_hasFences(hasFences),
+      m_nextTicket(header().nextTicket.load(std::memory_order_relaxed)),
       m_senderLock(header().senderLock, *m_pFile, ticket, hasFences) {}
 
 AttachedQueue::~AttachedQueue() {
@@ -108,7 +145,22 @@ std::unique_ptr<AttachedQueue> AttachedQueue::create(const std::string& name, un
         return nullptr;
     }
     std::string error;
-    auto result = QueueFile::Result::eBusy;
+    QueueFile::Result result{};
+    auto pQueue = tryCreate(name, *geometry, result, error);
+    if (pQueue != nullptr) {
+        QueueRegistry::instance().add(*pQueue);
+    } else if (QueueRegistry::instance().refused(name, error)) {
+        // A reload tries again and again until the old driver process has gone.
+        logLine("QUEUE", result == QueueFile::Result::eBusy ? LogOutput::eWarning : LogOutput::eError,
+                described(name) + "not created: " + error);
+    }
+    return pQueue;
+}
+
+std::unique_ptr<AttachedQueue> AttachedQueue::tryCreate(const std::string& name,
+                                                        const QueueGeometry& geometry,
+                                                        QueueFile::Result& result, std::string& error) {
+    result = QueueFile::Result::eBusy;
     // Somebody else may make the same name at the same time; then it is in use the second time.
     for (int attempt = 0; attempt < 3 && result == QueueFile::Result::eBusy; ++attempt) {
         result = QueueFile::removeStale(name, error);
@@ -116,28 +168,39 @@ std::unique_ptr<AttachedQueue> AttachedQueue::create(const std::string& name, un
             break;
         }
         result = QueueFile::Result::eFailed;
-        auto pFile = QueueFile::make(name, *geometry, error);
+        auto pFile = QueueFile::make(name, geometry, error);
         if (pFile == nullptr) {
             break;
         }
         QueueFile& file = *pFile;
-        auto pQueue = make(name, true, std::move(pFile), *geometry, error);
+        auto pQueue = make(name, true, std::move(pFile), geometry, error);
         if (pQueue == nullptr) {
             break;
         }
         result = file.publish(error);
         if (result == QueueFile::Result::eDone) {
-            QueueRegistry::instance().add(*pQueue);
+            QueueRegistry::instance().admitted(name);
             return pQueue;
         }
     }
-    // A reload tries again and again until the old driver process has gone.
-    const bool isBusy = result == QueueFile::Result::eBusy;
-    if (!isBusy || QueueRegistry::instance().reportsBusy(name)) {
-        logLine("QUEUE", isBusy ? LogOutput::eWarning : LogOutput::eError,
-                described(name) + "not created: " + error);
-    }
     return nullptr;
+}
+
+std::string AttachedQueue::createFault(const std::string& name) {
+    std::string error;
+    if (QueueRegistry::instance().hasCreated(name)) {
+        // It takes a free name to try; making the queue anew needs no memory but what the old one gives back.
+        if (QueueFile::tryDirectory(error)) {
+            return {};
+        }
+    } else {
+        QueueFile::Result result{};
+        if (tryCreate(name, *QueueGeometry::make(1, 1), result, error) != nullptr) {
+            return {};
+        }
+    }
+    static_cast<void>(QueueRegistry::instance().refused(name, error));
+    return error;
 }
 
 std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name,
@@ -198,8 +261,8 @@ bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
                    std::to_string(m_ring.geometry().messageSize) + " are possible");
         return false;
     }
-    Deadline deadline(timeout);
     WaitNote note(*this);
+    Deadline deadline(timeout, &note);
     while (!isBroken()) {
         // A wait for the lock is a short one unless its holder has been stopped.
         const auto locked = m_senderLock.lock(deadline);
@@ -213,7 +276,7 @@ bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
         }
         const auto result = m_ring.push(data, static_cast<std::uint32_t>(length));
         const int error = errno;
-        if (result == QueueRing::Result::eFull && note.begin()) {
+        if (result == QueueRing::Result::eFull && note.waitsForRoom()) {
             auto& waits = header().waits;
             waits.store(waits.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
         }
@@ -233,6 +296,7 @@ bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
                 if (!waitForSpace(deadline)) {
                     return false;
                 }
+                note.waitsForLock();
                 break;
             case QueueRing::Result::eNoMemory:
                 report(m_noMemory, LogOutput::eError,
@@ -267,6 +331,17 @@ bool AttachedQueue::waitForSpace(Deadline& deadline) {
             setBroken("its file has been cut short");
         }
     }
+}
+
+bool AttachedQueue::isWorthALock() {
+    if (isBroken()) {
+        return false;
+    }
+    const std::string why = whyNoReceiver();
+    if (!why.empty()) {
+        report(m_noReceiver, LogOutput::eError, "locked by another sender, and " + why);
+    }
+    return why.empty();
 }
 
 std::string AttachedQueue::whyNoReceiver() const {
@@ -457,14 +532,30 @@ MessageQueue::Status AttachedQueue::status() const {
     status.receiverAttached = m_isReceiver || m_pFile->receiverLives();
     status.receiverPid = shared.receiverPid.load(std::memory_order_relaxed);
     status.received = QueueCursor::unpack(shared.head.load(std::memory_order_acquire)).count;
+    status.isAttached = status.holders > 1;
+    status.wasAttached =
+        status.isAttached || shared.nextTicket.load(std::memory_order_relaxed) != m_nextTicket;
+    // Last, since the looks before may have found a part of the file missing.
+    status.isBroken = m_isBroken.load(std::memory_order_relaxed) || m_pMapping->faulted() ||
+                      shared.broken.load(std::memory_order_relaxed) != 0 ||
+                      !m_pFile->hasSize(m_ring.geometry().fileSize);
     const std::lock_guard lock(m_waitsMutex);
-    if (!m_waits.empty()) {
-        const auto time =
-            std::chrono::steady_clock::now() - *std::min_element(m_waits.begin(), m_waits.end());
-        const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
-        status.waitingForMs = static_cast<unsigned int>(std::max<std::int64_t>(waited, 1));
+    const auto now = Deadline::Clock::now();
+    const auto longer = [now](unsigned int other, Deadline::Clock::time_point since) {
+        const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(now - since).count();
+        return std::max(other, static_cast<unsigned int>(std::max<std::int64_t>(waited, 1)));
+    };
+    for (const WaitEntry* pEntry : m_waits) {
+        status.waitingForMs = longer(status.waitingForMs, pEntry->since);
+        if (pEntry->lockSince) {
+            status.lockedForMs = longer(status.lockedForMs, *pEntry->lockSince);
+        }
     }
     return status;
+}
+
+bool AttachedQueue::removeName() {
+    return m_pFile->removeName();
 }
 
 void AttachedQueue::abandon() {

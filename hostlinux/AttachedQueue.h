@@ -4,6 +4,7 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,8 @@ public:
     /// Null when it cannot be had; the reason is in the log.
     static std::unique_ptr<AttachedQueue> create(const std::string& name, unsigned short capacity,
                                                  int messageSize);
+    /// Empty, or why create() of that name would not succeed; not logged.
+    static std::string createFault(const std::string& name);
     /// The second result is for QueueFile::waitForCreatorEnd().
     static std::unique_ptr<AttachedQueue> open(const std::string& name,
                                                std::shared_ptr<const FileHandle>& pCreatorWatch);
@@ -41,12 +44,18 @@ public:
     /// Any thread, under the registry's lock.
     MessageQueue::Status status() const;
     void receiverGone();
+    bool removeName();
 
     /// In a forked child, whose only thread this is: lets go of what belongs to the parent.
     void abandon();
 
 private:
     class WaitNote;
+    /// Since when a sender waits, and for the senders' lock.
+    struct WaitEntry {
+        Deadline::Clock::time_point since;
+        std::optional<Deadline::Clock::time_point> lockSince;
+    };
 
     AttachedQueue(std::string name, bool isCreator, std::unique_ptr<QueueFile> pFile,
                   std::unique_ptr<QueueMapping> pMapping, const QueueGeometry& geometry, std::uint32_t ticket,
@@ -55,11 +64,16 @@ private:
                                                std::unique_ptr<QueueFile> pFile,
                                                const QueueGeometry& geometry, std::string& error);
 
+    static std::unique_ptr<AttachedQueue> tryCreate(const std::string& name, const QueueGeometry& geometry,
+                                                    QueueFile::Result& result, std::string& error);
+
     void report(Throttle& throttle, int level, const std::string& text) const;
     bool isBroken();
     void setBroken(const std::string& how);
 
     bool waitForSpace(Deadline& deadline);
+    /// Whether a sender that waits for another one's lock may still hope that its message is taken.
+    bool isWorthALock();
     /// Why nobody takes messages out any more; empty while somebody does or may yet come.
     std::string whyNoReceiver() const;
 
@@ -81,13 +95,14 @@ private:
     const std::unique_ptr<QueueFile> m_pFile;
     const std::unique_ptr<QueueMapping> m_pMapping;
     QueueRing m_ring;
-    const bool m_hasFences;  ///< this process has joined the process fences
+    const bool m_hasFences;            ///< this process has joined the process fences
+    const std::uint32_t m_nextTicket;  ///< the first that somebody else could have taken
     SenderLock m_senderLock;
     std::atomic<bool> m_isBroken{false};
     std::atomic<bool> m_isReceiverGone{false};  ///< whoever was to receive has ended before it attached
 
     mutable std::mutex m_waitsMutex;
-    std::vector<std::chrono::steady_clock::time_point> m_waits;  ///< since when, for each sender that waits
+    std::vector<const WaitEntry*> m_waits;  ///< of each sender that waits
 
     // Written by the receiving thread, but for the two that threadStops() sets.
     std::atomic<bool> m_isReceiver{false};

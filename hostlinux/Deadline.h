@@ -9,18 +9,29 @@ namespace sal {
 /// The clock is first read when somebody waits, so that a call that need not wait does not pay for it.
 class Deadline {
 public:
+    /// Is asked before each part of a wait.
+    class Waiter {
+    public:
+        /// False ends the wait as if its time were over.
+        virtual bool goesOn() = 0;
+
+    protected:
+        ~Waiter() = default;
+    };
+
     using Clock = std::chrono::steady_clock;
     using Milliseconds = std::chrono::milliseconds;
 
-    explicit Deadline(int timeout) : m_timeout(timeout) {}
+    /// The waiter outlives the deadline; null for none.
+    explicit Deadline(int timeout, Waiter* pWaiter = nullptr) : m_timeout(timeout), m_pWaiter(pWaiter) {}
 
-    /// The time left, at most slice; zero when the deadline has passed.
+    /// The time left, at most slice; zero when the deadline has passed. Called before each part of a wait.
     Clock::duration left(Clock::duration slice) {
+        if (m_timeout == 0 || (m_pWaiter != nullptr && !m_pWaiter->goesOn())) {
+            return Clock::duration::zero();
+        }
         if (m_timeout < 0) {
             return slice;
-        }
-        if (m_timeout == 0) {
-            return Clock::duration::zero();
         }
         const auto now = Clock::now();
         if (!m_started) {
@@ -32,6 +43,7 @@ public:
 
 private:
     int m_timeout;
+    Waiter* m_pWaiter;
     bool m_started = false;
     Clock::time_point m_end;
 };

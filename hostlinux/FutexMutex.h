@@ -24,7 +24,7 @@ public:
             spinPause();
         }
         while (m_word.exchange(eContended, std::memory_order_acquire) != eFree) {
-            const auto time = deadline.left(std::chrono::seconds(1));
+            const auto time = deadline.left(std::chrono::milliseconds(100));
             if (time == Deadline::Clock::duration::zero()) {
                 return false;
             }

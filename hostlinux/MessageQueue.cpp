@@ -64,7 +64,9 @@ bool MessageQueue::create(const std::string& name, unsigned short capacity, int 
                     " is unknown, 0 is the only one");
         return false;
     }
-    return m_pImpl->attach(AttachedQueue::create(name, capacity, messageSize));
+    // Without a queue of its own the object answers as one that was never made.
+    return m_pImpl->attach(AttachedQueue::create(name, capacity, messageSize)) ||
+           QueueRegistry::instance().takePass(name);
 }
 
 bool MessageQueue::open(const std::string& name) {
@@ -109,6 +111,32 @@ void MessageQueue::receiverGone(const std::string& name) {
 
 std::vector<MessageQueue::Status> MessageQueue::statuses() {
     return QueueRegistry::instance().statuses();
+}
+
+std::string MessageQueue::nameFault(const std::string& name) {
+    std::string error;
+    return QueueDirectory::fileName(name, error) ? std::string() : error;
+}
+
+std::string MessageQueue::createFault(const std::string& name) {
+    return AttachedQueue::createFault(name);
+}
+
+std::vector<MessageQueue::Refusal> MessageQueue::refusals() {
+    return QueueRegistry::instance().refusals();
+}
+
+bool MessageQueue::retire(const std::string& name) {
+    std::string error;
+    return QueueFile::retire(name, error) == QueueFile::Result::eDone;
+}
+
+void MessageQueue::passNextCreate(const std::string& name) {
+    QueueRegistry::instance().passNextCreate(name);
+}
+
+bool MessageQueue::removeNames() {
+    return QueueRegistry::instance().removeNames();
 }
 
 }  // namespace sal

@@ -1,25 +1,28 @@
 #include "QueueDirectory.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 namespace sal {
 
 namespace {
 
+constexpr std::size_t g_randomLetters = 6;
+
 std::string configuredPath() {
     const char* pSetting = std::getenv("MFD_QUEUE_DIR");
-    if (pSetting == nullptr || *pSetting == '\0') {
-        return "/dev/shm/mfd-" + std::to_string(::geteuid());
-    }
     // With a slash behind it the last element would be followed where it is a link.
-    std::string path(pSetting);
+    std::string path(pSetting != nullptr ? pSetting : "");
     while (path.size() > 1 && path.back() == '/') {
         path.pop_back();
     }
@@ -34,15 +37,40 @@ std::string octal(mode_t mode) {
     return text;
 }
 
+bool isOwnPath(const std::string& path) {
+    const std::string pattern = QueueDirectory::ownPattern();
+    const std::size_t fixed = pattern.size() - g_randomLetters;
+    return path.size() == pattern.size() && path.compare(0, fixed, pattern, 0, fixed) == 0 &&
+           std::all_of(path.begin() + static_cast<std::ptrdiff_t>(fixed), path.end(),
+                       [](unsigned char letter) { return letter < 128 && std::isalnum(letter) != 0; });
+}
+
 }  // namespace
 
+std::string QueueDirectory::ownPattern() {
+    return "/dev/shm/mfd-" + std::to_string(::geteuid()) + "-" + std::string(g_randomLetters, 'X');
+}
+
 std::optional<QueueDirectory> QueueDirectory::open(std::string& error) {
-    std::string path = configuredPath();
-    const std::string what = "queue directory " + path;
-    if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-        error = what + " cannot be made: " + std::strerror(errno);
+    const std::string path = configuredPath();
+    if (path.empty()) {
+        error = "MFD_QUEUE_DIR does not name the directory of the host's queues";
         return std::nullopt;
     }
+    return openAt(path, error);
+}
+
+std::optional<QueueDirectory> QueueDirectory::openOrMake(std::string& error) {
+    const std::string path = configuredPath();
+    if (!path.empty() && ::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+        error = "queue directory " + path + " cannot be made: " + std::strerror(errno);
+        return std::nullopt;
+    }
+    return open(error);
+}
+
+std::optional<QueueDirectory> QueueDirectory::openAt(const std::string& path, std::string& error) {
+    const std::string what = "queue directory " + path;
     FileHandle handle(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!handle) {
         const int reason = errno;
@@ -66,7 +94,52 @@ std::optional<QueueDirectory> QueueDirectory::open(std::string& error) {
         error = what + " is open to other users (mode " + octal(info.st_mode) + "); it must be 0700";
         return std::nullopt;
     }
-    return QueueDirectory(std::move(handle), std::move(path));
+    return QueueDirectory(std::move(handle), path);
+}
+
+std::vector<QueueDirectory> QueueDirectory::left() {
+    std::vector<QueueDirectory> found;
+    const std::filesystem::path parent = std::filesystem::path(ownPattern()).parent_path();
+    std::error_code failed;
+    for (std::filesystem::directory_iterator entry(parent, failed), end; !failed && entry != end;
+         entry.increment(failed)) {
+        const std::string path = entry->path().string();
+        struct stat info {};
+        // Those of other users are not even opened.
+        if (!isOwnPath(path) || ::lstat(path.c_str(), &info) != 0 || info.st_uid != ::geteuid()) {
+            continue;
+        }
+        FileHandle handle(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (handle && ::fstat(handle.get(), &info) == 0 && info.st_uid == ::geteuid() &&
+            ::flock(handle.get(), LOCK_EX | LOCK_NB) == 0) {
+            found.push_back(QueueDirectory(std::move(handle), path));
+        }
+    }
+    return found;
+}
+
+bool QueueDirectory::isHostsOwn() const {
+    return isOwnPath(m_path);
+}
+
+bool QueueDirectory::isStillThere() const {
+    struct stat named {};
+    struct stat open {};
+    return ::lstat(m_path.c_str(), &named) == 0 && ::fstat(m_handle.get(), &open) == 0 &&
+           named.st_dev == open.st_dev && named.st_ino == open.st_ino;
+}
+
+bool QueueDirectory::lockForHost() {
+    return ::flock(m_handle.get(), LOCK_SH | LOCK_NB) == 0 && isStillThere();
+}
+
+void QueueDirectory::removeIfLeft() {
+    if (!m_handle || !isHostsOwn() || ::flock(m_handle.get(), LOCK_EX | LOCK_NB) != 0) {
+        return;
+    }
+    if (!isStillThere() || ::rmdir(m_path.c_str()) != 0) {
+        ::flock(m_handle.get(), LOCK_UN);
+    }
 }
 
 std::optional<std::string> QueueDirectory::fileName(const std::string& queue, std::string& error) {

@@ -2,21 +2,38 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "FileHandle.h"
 
 namespace sal {
 
-/// The directory that holds this user's queues: $MFD_QUEUE_DIR, else /dev/shm/mfd-UID. Made when missing;
-/// refused when somebody else could have put something into it.
+/// The directory of a host's queues: $MFD_QUEUE_DIR. Refused when somebody else could have put something into
+/// it. A host without the variable makes one of its own in /dev/shm (HostQueueDirectory) and holds a shared
+/// lock on it; where that lock is free, the host has ended.
 class QueueDirectory {
 public:
     /// Nothing, and why, when there is no directory that is ours alone.
     static std::optional<QueueDirectory> open(std::string& error);
+    /// The same, but makes it when it is missing.
+    static std::optional<QueueDirectory> openOrMake(std::string& error);
+
+    /// Those that hosts of this user made for themselves and left when they ended.
+    static std::vector<QueueDirectory> left();
 
     /// The file name of a queue: letters, digits, "_", "-" and inner dots stand for themselves, every other
     /// byte is written %XX, so that no name leads out of the directory. Nothing, and why, when none fits.
     static std::optional<std::string> fileName(const std::string& queue, std::string& error);
+
+    /// The beginning of a host's own directory, and a name of that kind which mkdtemp() fills in.
+    static std::string ownPattern();
+    /// Whether a host has made it for itself.
+    bool isHostsOwn() const;
+    /// Takes the lock of a host that runs. False when the directory has just been removed as one that was
+    /// left.
+    bool lockForHost();
+    /// Removes the directory of a host that has ended, when it is empty.
+    void removeIfLeft();
 
     int descriptor() const { return m_handle.get(); }
     const std::string& path() const { return m_path; }
@@ -25,6 +42,8 @@ public:
 private:
     QueueDirectory(FileHandle handle, std::string path)
         : m_handle(std::move(handle)), m_path(std::move(path)) {}
+    static std::optional<QueueDirectory> openAt(const std::string& path, std::string& error);
+    bool isStillThere() const;
 
     FileHandle m_handle;
     std::string m_path;

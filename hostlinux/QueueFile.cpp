@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +18,9 @@
 #include <utility>
 
 #include "QueueMaker.h"
+
+#include "LogLine.h"
+#include "sal/LogOutput.h"
 
 namespace sal {
 
@@ -48,20 +52,27 @@ bool setLock(int descriptor, short type, off_t byte) {
     return result == 0;
 }
 
-/// The first lock of another open file in the range; false when there is none.
-bool findLock(int descriptor, off_t start, off_t length, struct flock& found) {
-    found = lockOf(F_WRLCK, start, length);
+/// The first lock of another open file in the range that one of this type would meet; false when there is
+/// none.
+bool findLock(int descriptor, short type, off_t start, off_t length, struct flock& found) {
+    found = lockOf(type, start, length);
     return ::fcntl(descriptor, F_OFD_GETLK, &found) == 0 && found.l_type != F_UNLCK;
 }
 
 bool isLocked(int descriptor, off_t byte) {
     struct flock found {};
-    return findLock(descriptor, byte, 1, found);
+    return findLock(descriptor, F_WRLCK, byte, 1, found);
+}
+
+/// A driver process that has waited for its creator's end shares the creator's lock from then on.
+bool isCreatorLocked(int descriptor) {
+    struct flock found {};
+    return findLock(descriptor, F_RDLCK, g_creatorByte, 1, found);
 }
 
 unsigned int countLocks(int descriptor, off_t start, off_t end) {
     struct flock found {};
-    if (start >= end || !findLock(descriptor, start, end - start, found)) {
+    if (start >= end || !findLock(descriptor, F_WRLCK, start, end - start, found)) {
         return 0;
     }
     return 1 + countLocks(descriptor, start, found.l_start) +
@@ -101,6 +112,30 @@ FileHandle openNamed(int directory, const std::string& name) {
     return FileHandle(::openat(directory, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
 }
 
+bool isQueueOfOurs(const FileHandle& file) {
+    struct stat info {};
+    return file && ::fstat(file.get(), &info) == 0 && isOurs(info);
+}
+
+std::vector<std::string> filesOf(const QueueDirectory& directory) {
+    std::vector<std::string> names;
+    std::error_code failed;
+    for (std::filesystem::directory_iterator entry(directory.path(), failed), end; !failed && entry != end;
+         entry.increment(failed)) {
+        names.push_back(entry->path().filename().string());
+    }
+    return names;
+}
+
+FileHandle makeUnnamed(const QueueDirectory& directory, std::string& error) {
+    FileHandle file(::openat(directory.descriptor(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file) {
+        error = "no file can be made in " + directory.path() + ": " + reason(errno) +
+                (errno == EOPNOTSUPP ? "; use a directory on a tmpfs" : "");
+    }
+    return file;
+}
+
 bool readHeader(int file, QueueHeader& header) {
     std::array<std::byte, sizeof(QueueHeader)> bytes;
     if (::pread(file, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
@@ -127,6 +162,21 @@ bool allocateRange(int file, std::size_t offset, std::size_t size) {
         result = ::fallocate(file, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset), static_cast<off_t>(size));
     } while (result != 0 && errno == EINTR);
     return result == 0;
+}
+
+/// A child that was only forked may have kept the lock of a creator that has died.
+bool creatorLivesIn(int file) {
+    if (!isCreatorLocked(file)) {
+        return false;
+    }
+    QueueHeader header;
+    if (!readHeader(file, header) || header.magic != QueueHeader::s_magic) {
+        return true;
+    }
+    const PidNamespace pids = PidNamespace::own();
+    const bool isVisible = header.pidNamespaceDevice == pids.device && header.pidNamespaceInode == pids.inode;
+    const auto creator = static_cast<pid_t>(header.creatorPid);
+    return !isVisible || creator <= 0 || ::kill(creator, 0) == 0 || errno != ESRCH;
 }
 
 std::string holderText(int file) {
@@ -169,7 +219,7 @@ bool isStopped(const std::string& process) {
 /// Shared memory only tells who it may be.
 std::string continueReader(int file) {
     QueueHeader header;
-    if (isLocked(file, g_creatorByte) || !readHeader(file, header) || header.magic != QueueHeader::s_magic) {
+    if (creatorLivesIn(file) || !readHeader(file, header) || header.magic != QueueHeader::s_magic) {
         return {};
     }
     const auto receiver = static_cast<pid_t>(header.receiverPid.load(std::memory_order_relaxed));
@@ -188,15 +238,12 @@ std::unique_ptr<QueueFile> QueueFile::make(const std::string& queue, const Queue
     if (!name) {
         return nullptr;
     }
-    auto directory = QueueDirectory::open(error);
+    auto directory = QueueDirectory::openOrMake(error);
     if (!directory) {
         return nullptr;
     }
-    FileHandle file(
-        ::openat(directory->descriptor(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    FileHandle file = makeUnnamed(*directory, error);
     if (!file) {
-        error = "no file can be made in " + directory->path() + ": " + reason(errno) +
-                (errno == EOPNOTSUPP ? "; use a directory on a tmpfs" : "");
         return nullptr;
     }
     const std::size_t first = geometry.chunksOffset + geometry.chunkSize;
@@ -241,27 +288,31 @@ QueueFile::Result QueueFile::removeStale(const std::string& queue, std::string& 
     if (!name) {
         return Result::eFailed;
     }
-    const auto directory = QueueDirectory::open(error);
+    const auto directory = QueueDirectory::openOrMake(error);
     if (!directory) {
         return Result::eFailed;
     }
+    return forAll(*directory, [&](const QueueDirectory& each) { return removeStaleIn(each, *name, error); });
+}
+
+QueueFile::Result QueueFile::removeStaleIn(const QueueDirectory& directory, const std::string& name,
+                                           std::string& error) {
     const auto end = std::chrono::steady_clock::now() + g_takeOverPatience;
     for (;;) {
-        FileHandle file = openNamed(directory->descriptor(), *name);
+        FileHandle file = openNamed(directory.descriptor(), name);
         if (!file && errno == ENOENT) {
             return Result::eDone;
         }
-        struct stat info {};
-        if (!file || ::fstat(file.get(), &info) != 0 || !isOurs(info)) {
-            error = directory->path() + "/" + *name + " is no queue of ours; remove it";
+        if (!isQueueOfOurs(file)) {
+            error = directory.path() + "/" + name + " is no queue of ours; remove it";
             return Result::eFailed;
         }
         if (setLock(file.get(), F_WRLCK, g_attachedByte) &&
-            namesFile(directory->descriptor(), *name, file.get())) {
-            if (::unlinkat(directory->descriptor(), name->c_str(), 0) == 0) {
+            namesFile(directory.descriptor(), name, file.get())) {
+            if (::unlinkat(directory.descriptor(), name.c_str(), 0) == 0) {
                 return Result::eDone;
             }
-            error = directory->path() + "/" + *name + " cannot be removed: " + reason(errno);
+            error = directory.path() + "/" + name + " cannot be removed: " + reason(errno);
             return Result::eFailed;
         }
         if (std::chrono::steady_clock::now() >= end) {
@@ -270,6 +321,100 @@ QueueFile::Result QueueFile::removeStale(const std::string& queue, std::string& 
             return Result::eBusy;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+QueueFile::Result QueueFile::retire(const std::string& queue, std::string& error) {
+    const auto name = QueueDirectory::fileName(queue, error);
+    if (!name) {
+        return Result::eFailed;
+    }
+    const auto directory = QueueDirectory::open(error);
+    if (!directory) {
+        return Result::eFailed;
+    }
+    return forAll(*directory, [&](const QueueDirectory& each) { return retireIn(each, *name, error); });
+}
+
+QueueFile::Result QueueFile::retireIn(const QueueDirectory& directory, const std::string& name,
+                                      std::string& error) {
+    const FileHandle file = openNamed(directory.descriptor(), name);
+    if (!file && errno == ENOENT) {
+        return Result::eDone;
+    }
+    struct stat info {};
+    if (!isQueueOfOurs(file) || ::fstat(file.get(), &info) != 0) {
+        error = directory.path() + "/" + name + " is no queue of ours; remove it";
+        return Result::eFailed;
+    }
+    if (creatorLivesIn(file.get())) {
+        error = "another host has it" + holderText(file.get());
+        return Result::eBusy;
+    }
+    // Who is still attached looks at the mark several times in a second.
+    const std::uint32_t broken = 1;
+    if (info.st_size >= static_cast<off_t>(sizeof(QueueHeader))) {
+        static_cast<void>(!::pwrite(file.get(), &broken, sizeof(broken), offsetof(QueueHeader, broken)));
+    }
+    if (namesFile(directory.descriptor(), name, file.get()) &&
+        ::unlinkat(directory.descriptor(), name.c_str(), 0) != 0) {
+        error = directory.path() + "/" + name + " cannot be removed: " + reason(errno);
+        return Result::eFailed;
+    }
+    return Result::eDone;
+}
+
+QueueFile::Result QueueFile::forAll(const QueueDirectory& directory,
+                                    const std::function<Result(const QueueDirectory&)>& call) {
+    const Result result = call(directory);
+    if (result != Result::eDone || !directory.isHostsOwn()) {
+        return result;
+    }
+    for (QueueDirectory& left : QueueDirectory::left()) {
+        // What else stands there is in nobody's way.
+        if (call(left) == Result::eBusy) {
+            return Result::eBusy;
+        }
+        left.removeIfLeft();
+    }
+    return result;
+}
+
+bool QueueFile::tryDirectory(std::string& error) {
+    auto directory = QueueDirectory::openOrMake(error);
+    if (!directory) {
+        return false;
+    }
+    FileHandle handle = makeUnnamed(*directory, error);
+    if (!handle) {
+        return false;
+    }
+    // No queue is called so: of a queue's name only whole %XX come out.
+    const std::string name = "%try-" + std::to_string(::getpid());
+    ::unlinkat(directory->descriptor(), name.c_str(), 0);
+    QueueFile file(std::move(*directory), name, std::move(handle));
+    return file.publish(error) == Result::eDone;
+}
+
+void QueueFile::removeFree(const QueueDirectory& directory) {
+    for (const std::string& name : filesOf(directory)) {
+        const FileHandle file = openNamed(directory.descriptor(), name);
+        if (!isQueueOfOurs(file)) {
+            continue;
+        }
+        if (setLock(file.get(), F_WRLCK, g_attachedByte)) {
+            ::unlinkat(directory.descriptor(), name.c_str(), 0);
+        } else if (const std::string text = continueReader(file.get()); !text.empty()) {
+            logLine("QUEUE", LogOutput::eWarning, directory.path() + "/" + name + ": still in use" + text);
+        }
+    }
+}
+
+void QueueFile::removeAll(const QueueDirectory& directory) {
+    for (const std::string& name : filesOf(directory)) {
+        if (isQueueOfOurs(openNamed(directory.descriptor(), name))) {
+            ::unlinkat(directory.descriptor(), name.c_str(), 0);
+        }
     }
 }
 
@@ -307,8 +452,7 @@ std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeom
             error = path + ": " + reason(errno);
             return nullptr;
         }
-        struct stat info {};
-        if (::fstat(handle.get(), &info) != 0 || !isOurs(info)) {
+        if (!isQueueOfOurs(handle)) {
             error = path + " is no queue of ours";
             return nullptr;
         }
@@ -365,13 +509,19 @@ void QueueFile::release() {
     if (!m_file) {
         return;
     }
+    removeName();
+    m_file.reset();
+}
+
+bool QueueFile::removeName() {
     // First let go, then try to have it alone: of several that leave together the last one succeeds.
     setLock(m_file.get(), F_UNLCK, g_attachedByte);
     if (setLock(m_file.get(), F_WRLCK, g_attachedByte) &&
         namesFile(m_directory.descriptor(), m_name, m_file.get())) {
         ::unlinkat(m_directory.descriptor(), m_name.c_str(), 0);
     }
-    m_file.reset();
+    m_directory.removeIfLeft();
+    return !namesFile(m_directory.descriptor(), m_name, m_file.get());
 }
 
 void QueueFile::abandon() {
@@ -396,11 +546,16 @@ bool QueueFile::receiverLives() const {
 }
 
 bool QueueFile::creatorLives() const {
-    return isLocked(m_file.get(), g_creatorByte);
+    return isCreatorLocked(m_file.get());
 }
 
 unsigned int QueueFile::holders() const {
     return 1 + countLocks(m_file.get(), g_ticketBytes, g_ticketBytes + (off_t{1} << 32));
+}
+
+bool QueueFile::hasSize(std::size_t size) const {
+    struct stat info {};
+    return ::fstat(m_file.get(), &info) == 0 && info.st_size == static_cast<off_t>(size);
 }
 
 bool QueueFile::allocate(std::size_t offset, std::size_t size) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -27,12 +28,28 @@ public:
     static std::unique_ptr<QueueFile> attach(const std::string& queue, QueueGeometry& geometry,
                                              std::string& error);
 
-    /// Removes the file of that name when nobody is attached to it any more. Waits up to 50 ms for that.
+    /// Removes the files of that name to which nobody is attached any more, those that a dead host left
+    /// included. Waits up to 50 ms for that.
     static Result removeStale(const std::string& queue, std::string& error);
+    /// Takes the name from those who still hold it, unless their creator lives: the file is marked as broken
+    /// and removed. eDone when the name is free now.
+    static Result retire(const std::string& queue, std::string& error);
+    /// Gives a file a name in the directory and takes it away again. False, and why, when that is not
+    /// possible.
+    static bool tryDirectory(std::string& error);
+    /// Removes from a directory the queues that nobody is attached to any more, and continues readers that
+    /// were stopped when their host died.
+    static void removeFree(const QueueDirectory& directory);
+    /// Removes all queues from a directory.
+    static void removeAll(const QueueDirectory& directory);
 
     ~QueueFile();
     QueueFile(const QueueFile&) = delete;
     QueueFile& operator=(const QueueFile&) = delete;
+
+    /// Removes the name when nobody else is attached any more, as at the end of this object, which is good
+    /// for nothing else from then on. True when it leads to this file no longer.
+    bool removeName();
 
     /// Gives the file its name. Busy when another file has it.
     Result publish(std::string& error);
@@ -46,6 +63,7 @@ public:
     bool receiverLives() const;  ///< another than this object
     bool creatorLives() const;   ///< another than this object
     unsigned int holders() const;
+    bool hasSize(std::size_t size) const;
 
     /// Memory for a part of the file; false with errno set when there is none.
     bool allocate(std::size_t offset, std::size_t size) const;
@@ -66,6 +84,12 @@ private:
     QueueFile(QueueDirectory directory, std::string name, FileHandle file)
         : m_directory(std::move(directory)), m_name(std::move(name)), m_file(std::move(file)) {}
 
+    static Result removeStaleIn(const QueueDirectory& directory, const std::string& name, std::string& error);
+    static Result retireIn(const QueueDirectory& directory, const std::string& name, std::string& error);
+    /// The call for the directory, then for those that dead hosts left where it is such a one; up to the
+    /// first that is not done.
+    static Result forAll(const QueueDirectory& directory,
+                         const std::function<Result(const QueueDirectory&)>& call);
     void release();
 
     QueueDirectory m_directory;

@@ -3,10 +3,18 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "QueueMaker.h"
 
 namespace sal {
+
+namespace {
+
+/// Refusals with longer pauses between them are no wait for the name.
+constexpr std::chrono::seconds g_series{1};
+
+}  // namespace
 
 QueueRegistry& QueueRegistry::instance() {
     // Never destroyed: queues in static objects may go later than anything here.
@@ -46,9 +54,70 @@ void QueueRegistry::receiverGone(const std::string& name) {
     }
 }
 
-bool QueueRegistry::reportsBusy(const std::string& name) {
+bool QueueRegistry::hasCreated(const std::string& name) {
     const std::lock_guard lock(m_mutex);
-    return m_busyNames[name].passes();
+    return std::any_of(m_queues.begin(), m_queues.end(), [&](const AttachedQueue* pQueue) {
+        return pQueue->isCreator() && pQueue->name() == name;
+    });
+}
+
+bool QueueRegistry::removeNames() {
+    bool areGone = true;
+    const std::lock_guard lock(m_mutex);
+    for (AttachedQueue* pQueue : m_queues) {
+        areGone = pQueue->removeName() && areGone;
+    }
+    return areGone;
+}
+
+bool QueueRegistry::Refused::isRecent() const {
+    return Clock::now() - last < g_series;
+}
+
+bool QueueRegistry::refused(const std::string& name, const std::string& why) {
+    const std::lock_guard lock(m_mutex);
+    const auto now = Clock::now();
+    Refused& refused = m_refused.try_emplace(name, Refused{{}, now, now, false}).first->second;
+    if (!refused.isRecent()) {
+        refused.first = now;
+        refused.passes = false;
+    }
+    refused.last = now;
+    const bool isNew = refused.why != why;
+    refused.why = why;
+    return isNew;
+}
+
+void QueueRegistry::admitted(const std::string& name) {
+    const std::lock_guard lock(m_mutex);
+    m_refused.erase(name);
+}
+
+std::vector<MessageQueue::Refusal> QueueRegistry::refusals() {
+    using std::chrono::milliseconds;
+    std::vector<MessageQueue::Refusal> refusals;
+    const std::lock_guard lock(m_mutex);
+    for (const auto& [name, refused] : m_refused) {
+        if (refused.isRecent()) {
+            const auto time = std::chrono::duration_cast<milliseconds>(refused.last - refused.first);
+            refusals.push_back({name, refused.why, static_cast<unsigned int>(time.count())});
+        }
+    }
+    return refusals;
+}
+
+void QueueRegistry::passNextCreate(const std::string& name) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_refused.find(name);
+    if (found != m_refused.end() && found->second.isRecent()) {
+        found->second.passes = true;
+    }
+}
+
+bool QueueRegistry::takePass(const std::string& name) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_refused.find(name);
+    return found != m_refused.end() && std::exchange(found->second.passes, false);
 }
 
 std::vector<MessageQueue::Status> QueueRegistry::statuses() {

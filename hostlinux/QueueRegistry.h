@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <string>
@@ -16,20 +17,41 @@ public:
     static QueueRegistry& instance();
 
     void add(AttachedQueue& queue);
+    /// Whether this process has made the queue of that name and holds it.
+    bool hasCreated(const std::string& name);
     void remove(AttachedQueue& queue);
 
     void receiverGone(const std::string& name);
     std::vector<MessageQueue::Status> statuses();
 
-    /// Whether it is time to say again that a name is in use.
-    bool reportsBusy(const std::string& name);
+    bool removeNames();
+
+    /// create() refuses the name for this reason. True when that is new and to be said.
+    bool refused(const std::string& name, const std::string& why);
+    /// The queue of that name could be made.
+    void admitted(const std::string& name);
+    std::vector<MessageQueue::Refusal> refusals();
+    void passNextCreate(const std::string& name);
+    /// Whether create() is to pass though it cannot make the queue; once.
+    bool takePass(const std::string& name);
 
 private:
+    using Clock = std::chrono::steady_clock;
+    /// Calls of create() that failed one after the other, with short pauses.
+    struct Refused {
+        std::string why;
+        Clock::time_point first;
+        Clock::time_point last;
+        bool passes = false;
+
+        bool isRecent() const;
+    };
+
     QueueRegistry();
 
     std::mutex m_mutex;
     std::vector<AttachedQueue*> m_queues;
-    std::map<std::string, Throttle> m_busyNames;
+    std::map<std::string, Refused> m_refused;
 };
 
 }  // namespace sal

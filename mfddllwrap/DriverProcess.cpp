@@ -178,6 +178,8 @@ void DriverProcess::requestStop(EStop stop) {
 }
 
 void DriverProcess::endOverdue() {
+    // Nothing is destroyed that would do so.
+    sal::MessageQueue::removeNames();
     // A log that is blocked must not keep the process.
     try {
         std::promise<void> written;

@@ -25,6 +25,7 @@
 #include "TerminalModes.h"
 #include "XMLVerify.h"
 #include "check/CheckCommand.h"
+#include "sal/HostQueueDirectory.h"
 #include "sal/LogManager.h"
 #include "sal/NetworkAdapter.h"
 
@@ -121,6 +122,7 @@ int runProgram(int argc, char** argv) {
     if (const std::optional<int> exitCode = enterPlace(options))
         return *exitCode;
     setEnvironment(options, DescriptorLimit::raise());
+    const sal::HostQueueDirectory queueDirectory;
     TerminalModes::remember();
     StopSignals signals;
     return runHost(options, signals);

@@ -61,4 +61,8 @@ std::vector<MessageQueue::Status> MessageQueue::statuses() {
     return {};
 }
 
+std::string MessageQueue::nameFault(const std::string&) {
+    return {};
+}
+
 }  // namespace sal

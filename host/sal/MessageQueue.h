@@ -24,7 +24,8 @@ public:
 
     /// Makes the queue and becomes its creator. Takes over a name that a dead process left; false while a
     /// live process still holds it (after waiting up to 50 ms for it to go), when the directory is not ours
-    /// alone, or when memory is short (logged). mode 0 is the only one.
+    /// alone, or when memory is short. Logged, but of several refusals of a name in a row only where the
+    /// reason changes. mode 0 is the only one.
     bool create(const std::string& name, unsigned short capacity, int messageSize, int mode);
 
     /// Attaches to a queue whose creator lives. False, logged, when there is none, when it is malformed, or
@@ -32,9 +33,10 @@ public:
     /// also when another process than its starter made the queue, or made it after the start.
     bool open(const std::string& name);
 
-    /// Waits while the queue is full. False at the end of the time-out, when the receiver has died, when the
-    /// message is longer than the queue takes, when memory is short, when the queue is broken or was never
-    /// made. Before a first receiver has attached it waits, unless receiverGone() was said of it.
+    /// Waits while the queue is full, or another sender stays in it. False at the end of the time-out, when
+    /// the receiver has died, when the message is longer than the queue takes, when memory is short, when the
+    /// queue is broken or was never made. Before a first receiver has attached it waits, unless
+    /// receiverGone() was said of it.
     bool send(const unsigned char* data, int length, int timeout);
 
     /// The next message's length, or -1: nothing came in time, the calling sal::Thread is being shut down and
@@ -64,13 +66,48 @@ public:
         std::uint64_t waits = 0;        ///< how often a sender found it full
         unsigned int holders = 0;       ///< attached objects, all processes
         unsigned int waitingForMs = 0;  ///< how long a sender of this process has been waiting; 0 for none
+        unsigned int lockedForMs = 0;   ///< the same of one that waits for another sender to leave the queue
         bool receiverAttached = false;
         unsigned int receiverPid =
             0;  ///< of the process that receives or received last, as it says; 0 for none
         std::uint32_t received = 0;  ///< messages taken out; begins again at 2^24
+        bool isBroken = false;       ///< found damaged: nothing passes it any more
+        bool isAttached = false;     ///< somebody beside this object is attached, in whichever process
+        bool wasAttached = false;    ///< somebody is or was
     };
     /// The queues that this process has created, by name. Any thread; never blocks on a peer.
     static std::vector<Status> statuses();
+
+    /// Empty, or why no queue can ever have that name. Any thread.
+    static std::string nameFault(const std::string& name);
+
+    /// Tries out whether create() of that name would succeed after what this process holds of it has been
+    /// closed. Empty, or why not: that is the caller's to say, create() does not log the same again. Any
+    /// thread.
+    static std::string createFault(const std::string& name);
+
+    /// A name that create() has refused several times within the last moments.
+    struct Refusal {
+        std::string name;
+        std::string why;
+        unsigned int forMs = 0;  ///< from the first to the last of them
+    };
+    /// Any thread; never blocks on a peer.
+    static std::vector<Refusal> refusals();
+
+    /// For a name that its holders do not let go of: takes it from them, unless their host lives, and marks
+    /// the queue as broken for them. True when the name is free now. Any thread.
+    static bool retire(const std::string& name);
+
+    /// Ends a wait that repeats create() until it succeeds: the next one of a name that is being refused
+    /// answers true even where it makes no queue; nobody can attach to that one, and send() and receive()
+    /// fail on it. Any thread.
+    static void passNextCreate(const std::string& name);
+
+    /// Before an _exit() that destroys nothing: removes the names of those queues of this process to which
+    /// nobody else is attached. True when no name is left. No queue is good for anything else from then on.
+    /// Any thread, whatever the others are doing.
+    static bool removeNames();
 
 private:
     struct Impl;

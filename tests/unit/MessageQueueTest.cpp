@@ -92,6 +92,18 @@ protected:
         ::close(descriptor);
     }
 
+    /// Leaves the senders' lock as somebody would who stays inside: with the ticket of who attached last.
+    void lockForTheLastWhoAttached(const std::string& name) const {
+        const int descriptor = ::open(file(name).c_str(), O_RDONLY | O_CLOEXEC);
+        std::uint32_t next = 0;
+        ASSERT_EQ(::pread(descriptor, &next, sizeof(next), offsetof(sal::QueueHeader, nextTicket)),
+                  static_cast<ssize_t>(sizeof(next)));
+        ::close(descriptor);
+        const std::uint32_t ticket = next - 1;
+        scribble(name, offsetof(sal::QueueHeader, senderLock) + offsetof(sal::SenderLockWords, holder),
+                 &ticket, sizeof(ticket));
+    }
+
     /// Whether the process comes to that state in time: T for one that is stopped, S for one that waits.
     static bool becomes(const QueuePeer& peer, char state) {
         for (int i = 0; i < 500; ++i) {
@@ -490,6 +502,21 @@ TEST_F(MessageQueue, CreateContinuesAStoppedReaderThatOutlivesTheCreator) {
     creator.kill();
     sal::MessageQueue sut;
     const std::string log = logOf([&] { EXPECT_FALSE(sut.create("STOPPED", 4, 1024, 0)); });
+    EXPECT_TRUE(becomes(reader, 'S'));
+    EXPECT_NE(log.find("its reader was stopped and is continued"), std::string::npos) << log;
+}
+
+TEST_F(MessageQueue, CreateContinuesAStoppedReaderThatHasSeenItsCreatorsEnd) {
+    QueuePeer creator({"create", "STOPPED4"});
+    ASSERT_EQ(creator.line(), "created");
+    QueuePeer reader({"outlive", "STOPPED4"});
+    ASSERT_EQ(reader.line(), "attached");
+    creator.kill();
+    ASSERT_EQ(reader.line(), "ended");
+    reader.signal(SIGSTOP);
+    ASSERT_TRUE(becomes(reader, 'T'));
+    sal::MessageQueue sut;
+    const std::string log = logOf([&] { EXPECT_FALSE(sut.create("STOPPED4", 4, 1024, 0)); });
     EXPECT_TRUE(becomes(reader, 'S'));
     EXPECT_NE(log.find("its reader was stopped and is continued"), std::string::npos) << log;
 }
@@ -941,10 +968,11 @@ TEST_F(MessageQueue, RefusesALinkInPlaceOfTheDirectory) {
     ASSERT_EQ(::chmod((m_directory + "/real").c_str(), 0700), 0);
     std::filesystem::create_symlink("real", m_directory + "/link");
     sal::MessageQueue sut;
-    for (const std::string& path : {m_directory + "/link", m_directory + "/link/"}) {
+    for (const auto& [name, path] :
+         {std::pair{"A", m_directory + "/link"}, std::pair{"B", m_directory + "/link/"}}) {
         ::setenv("MFD_QUEUE_DIR", path.c_str(), 1);
-        EXPECT_EQ(logOf([&] { EXPECT_FALSE(sut.create("Q", 4, 1024, 0)); }),
-                  "QUEUE: queue Q: not created: queue directory " + m_directory +
+        EXPECT_EQ(logOf([&] { EXPECT_FALSE(sut.create(name, 4, 1024, 0)); }),
+                  std::string("QUEUE: queue ") + name + ": not created: queue directory " + m_directory +
                       "/link is a link; name the directory itself\n");
     }
 }
@@ -1776,6 +1804,307 @@ TEST_F(MessageQueue, StatusesForgetAClosedQueue) {
     ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
     sut.close();
     EXPECT_TRUE(sal::MessageQueue::statuses().empty());
+}
+
+TEST_F(MessageQueue, StatusesSayWhetherSomebodyIsOrWasAttached) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    EXPECT_FALSE(statusOf("Q").isAttached);
+    EXPECT_FALSE(statusOf("Q").wasAttached);
+    QueuePeer peer({"hold", "Q"});
+    ASSERT_EQ(peer.line(), "opened");
+    EXPECT_TRUE(statusOf("Q").isAttached);
+    EXPECT_TRUE(statusOf("Q").wasAttached);
+    peer.kill();
+    EXPECT_FALSE(statusOf("Q").isAttached);
+    EXPECT_TRUE(statusOf("Q").wasAttached);
+}
+
+TEST_F(MessageQueue, StatusesSayThatAnIndexMakesNoSense) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    EXPECT_FALSE(statusOf("Q").isBroken);
+    const std::uint64_t nonsense = 0x1234567890abcdef;
+    scribble("Q", offsetof(sal::QueueHeader, tail), &nonsense, sizeof(nonsense));
+    receiveText(sut);
+    EXPECT_TRUE(statusOf("Q").isBroken);
+}
+
+TEST_F(MessageQueue, StatusesSayThatAnotherProcessFoundDamage) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    const std::uint32_t broken = 1;
+    scribble("Q", offsetof(sal::QueueHeader, broken), &broken, sizeof(broken));
+    EXPECT_TRUE(statusOf("Q").isBroken);
+}
+
+TEST_F(MessageQueue, StatusesSayThatAFileHasBeenCutShort) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    ASSERT_EQ(::truncate(file("Q").c_str(), 8192), 0);
+    EXPECT_TRUE(statusOf("Q").isBroken);
+}
+
+// The senders' lock, left by somebody who lives.
+
+TEST_F(MessageQueue, StatusesSayHowLongASenderHasWaitedForTheLock) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    QueuePeer peer({"hold", "Q"});
+    ASSERT_EQ(peer.line(), "opened");
+    lockForTheLastWhoAttached("Q");
+    std::thread sender([&] { EXPECT_TRUE(sendText(sut, "y", -1)); });
+    EXPECT_TRUE(waitUntil([] { return statusOf("Q").lockedForMs >= 50; }));
+    EXPECT_GE(statusOf("Q").waitingForMs, 50U);
+    EXPECT_EQ(statusOf("Q").waits, 0U);
+    peer.kill();
+    sender.join();
+    EXPECT_EQ(statusOf("Q").lockedForMs, 0U);
+    EXPECT_EQ(statusOf("Q").waitingForMs, 0U);
+}
+
+TEST_F(MessageQueue, StatusesSeeASenderBehindAnotherThreadsOfTheProcess) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    QueuePeer peer({"hold", "Q"});
+    ASSERT_EQ(peer.line(), "opened");
+    lockForTheLastWhoAttached("Q");
+    std::thread first([&] { EXPECT_TRUE(sendText(sut, "x", -1)); });
+    ASSERT_TRUE(waitUntil([] { return statusOf("Q").lockedForMs >= 1000; }));
+    // It waits for the first one, inside the process.
+    std::thread second([&] { EXPECT_FALSE(sendText(sut, "y", 500)); });
+    second.join();
+    EXPECT_GE(statusOf("Q").lockedForMs, 1500U);
+    peer.kill();
+    first.join();
+}
+
+TEST_F(MessageQueue, AWaitForRoomIsNoneForTheLock) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+    fillWith(sut, "x");
+    std::thread sender([&] { EXPECT_TRUE(sendText(sut, "y", -1)); });
+    EXPECT_TRUE(waitUntil([] { return statusOf("Q").waitingForMs >= 300; }));
+    EXPECT_EQ(statusOf("Q").lockedForMs, 0U);
+    receiveText(sut);
+    sender.join();
+}
+
+TEST_F(MessageQueue, ASenderAtTheLockGivesUpOnceTheReaderHasDied) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    QueuePeer reader({"attach", "Q"});
+    ASSERT_EQ(reader.line(), "attached");
+    QueuePeer holder({"hold", "Q"});
+    ASSERT_EQ(holder.line(), "opened");
+    lockForTheLastWhoAttached("Q");
+    const pid_t pid = reader.pid();
+    const std::string log = logOf([&] {
+        std::thread sender([&] { EXPECT_FALSE(sendText(sut, "y", -1)); });
+        ASSERT_TRUE(waitUntil([] { return statusOf("Q").lockedForMs >= 300; }));
+        reader.kill();
+        sender.join();
+    });
+    EXPECT_EQ(log, "QUEUE: queue Q: locked by another sender, and its reader (process " +
+                       std::to_string(pid) + ") has ended\n");
+}
+
+TEST_F(MessageQueue, ASenderAtTheLockGivesUpOnceNobodyWillRead) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    QueuePeer holder({"hold", "Q"});
+    ASSERT_EQ(holder.line(), "opened");
+    lockForTheLastWhoAttached("Q");
+    std::thread sender([&] { EXPECT_FALSE(sendText(sut, "y", -1)); });
+    ASSERT_TRUE(waitUntil([] { return statusOf("Q").lockedForMs > 0; }));
+    sal::MessageQueue::receiverGone("Q");
+    sender.join();
+}
+
+// Names that cannot be had.
+
+TEST_F(MessageQueue, NameFaultSaysWhichNamesNoFileCanHave) {
+    EXPECT_EQ(sal::MessageQueue::nameFault(std::string(255, 'x')), "");
+    EXPECT_EQ(sal::MessageQueue::nameFault(std::string(256, 'x')),
+              "the name is too long: its file name would have 256 bytes, at most 255 are possible");
+    EXPECT_EQ(sal::MessageQueue::nameFault(std::string(86, ' ')),
+              "the name is too long: its file name would have 258 bytes, at most 255 are possible");
+}
+
+TEST_F(MessageQueue, CreateFaultFindsNothingWrongAndLeavesNothing) {
+    EXPECT_EQ(sal::MessageQueue::createFault("Q"), "");
+    EXPECT_TRUE(files().empty());
+}
+
+TEST_F(MessageQueue, CreateFaultNamesWhoHasTheNameAndLogsNothing) {
+    QueuePeer peer({"create", "Q"});
+    ASSERT_EQ(peer.line(), "created");
+    const std::string why =
+        "the name is still in use by a live process (made by process " + std::to_string(peer.pid()) + ")";
+    EXPECT_EQ(logOf([&] { EXPECT_EQ(sal::MessageQueue::createFault("Q"), why); }), "");
+    sal::MessageQueue sut;
+    // That was the caller's to say.
+    EXPECT_EQ(logOf([&] { EXPECT_FALSE(sut.create("Q", 4, 1024, 0)); }), "");
+}
+
+TEST_F(MessageQueue, CreateFaultOfAQueueOfThisProcessTriesTheDirectory) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    EXPECT_EQ(sal::MessageQueue::createFault("Q"), "");
+    EXPECT_EQ(files(), std::vector<std::string>{"Q"});
+    ASSERT_EQ(::chmod(m_directory.c_str(), 0777), 0);
+    EXPECT_EQ(sal::MessageQueue::createFault("Q"),
+              "queue directory " + m_directory + " is open to other users (mode 0777); it must be 0700");
+}
+
+TEST_F(MessageQueue, SaysOnceWhyANameIsRefused) {
+    ASSERT_EQ(::chmod(m_directory.c_str(), 0750), 0);
+    sal::MessageQueue sut;
+    const std::string why = "QUEUE: queue Q: not created: queue directory " + m_directory +
+                            " is open to other users (mode 0750); it must be 0700\n";
+    const auto refused = [&] {
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
+        }
+    };
+    EXPECT_EQ(logOf(refused), why);
+    // And again once it could be made.
+    ASSERT_EQ(::chmod(m_directory.c_str(), 0700), 0);
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    sut.close();
+    ASSERT_EQ(::chmod(m_directory.c_str(), 0750), 0);
+    EXPECT_EQ(logOf(refused), why);
+}
+
+TEST_F(MessageQueue, RefusalsShowWhatIsBeingTriedAgainAndAgain) {
+    QueuePeer peer({"create", "Q"});
+    ASSERT_EQ(peer.line(), "created");
+    sal::MessageQueue sut;
+    // Those of the test before.
+    ASSERT_TRUE(waitUntil([] { return sal::MessageQueue::refusals().empty(); }));
+    EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
+    std::this_thread::sleep_for(100ms);
+    EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
+    const auto refusals = sal::MessageQueue::refusals();
+    ASSERT_EQ(refusals.size(), 1U);
+    EXPECT_EQ(refusals[0].name, "Q");
+    EXPECT_EQ(refusals[0].why, "the name is still in use by a live process (made by process " +
+                                   std::to_string(peer.pid()) + ")");
+    EXPECT_GE(refusals[0].forMs, 100U);
+    peer.kill();
+    EXPECT_TRUE(sut.create("Q", 4, 1024, 0));
+    EXPECT_TRUE(sal::MessageQueue::refusals().empty());
+}
+
+TEST_F(MessageQueue, RefusalsForgetWhatNobodyTriesAnyMore) {
+    QueuePeer peer({"create", "Q"});
+    ASSERT_EQ(peer.line(), "created");
+    EXPECT_FALSE(sal::MessageQueue().create("Q", 4, 1024, 0));
+    EXPECT_TRUE(waitUntil([] { return sal::MessageQueue::refusals().empty(); }));
+}
+
+TEST_F(MessageQueue, RetireTakesTheNameFromThoseWhoOutliveItsCreator) {
+    QueuePeer creator({"create", "Q"});
+    ASSERT_EQ(creator.line(), "created");
+    QueuePeer peer({"receive", "Q"});
+    ASSERT_EQ(peer.line(), "opened");
+    creator.kill();
+    sal::MessageQueue sut;
+    ASSERT_FALSE(sut.create("Q", 4, 1024, 0));
+    EXPECT_TRUE(sal::MessageQueue::retire("Q"));
+    EXPECT_TRUE(sut.create("Q", 4, 1024, 0));
+    // To its former holder the queue is a broken one.
+    EXPECT_EQ(peer.line(), "not received");
+}
+
+TEST_F(MessageQueue, RetireLeavesAQueueToALiveCreator) {
+    QueuePeer peer({"create", "Q"});
+    ASSERT_EQ(peer.line(), "created");
+    EXPECT_FALSE(sal::MessageQueue::retire("Q"));
+    EXPECT_TRUE(std::filesystem::exists(file("Q")));
+    sal::MessageQueue own;
+    ASSERT_TRUE(own.create("R", 4, 1024, 0));
+    EXPECT_FALSE(sal::MessageQueue::retire("R"));
+    EXPECT_FALSE(statusOf("R").isBroken);
+}
+
+TEST_F(MessageQueue, RetireRemovesNothingThatIsNoQueueOfOurs) {
+    std::filesystem::create_directory(m_directory + "/target");
+    std::filesystem::create_symlink("target", file("Q"));
+    EXPECT_FALSE(sal::MessageQueue::retire("Q"));
+    EXPECT_TRUE(std::filesystem::is_symlink(file("Q")));
+    EXPECT_TRUE(sal::MessageQueue::retire("absent"));
+}
+
+TEST_F(MessageQueue, PassedCreateAnswersWithoutAQueue) {
+    QueuePeer peer({"create", "Q"});
+    ASSERT_EQ(peer.line(), "created");
+    sal::MessageQueue sut;
+    ASSERT_FALSE(sut.create("Q", 4, 1024, 0));
+    sal::MessageQueue::passNextCreate("Q");
+    EXPECT_TRUE(sut.create("Q", 4, 1024, 0));
+    EXPECT_FALSE(sendText(sut, "x"));
+    EXPECT_EQ(receiveText(sut), "nothing");
+    EXPECT_TRUE(sal::MessageQueue::statuses().empty());
+    sut.close();
+    // The next one only.
+    EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
+}
+
+TEST_F(MessageQueue, PassedCreateMakesTheQueueWhereItCan) {
+    QueuePeer peer({"create", "Q"});
+    ASSERT_EQ(peer.line(), "created");
+    sal::MessageQueue sut;
+    ASSERT_FALSE(sut.create("Q", 4, 1024, 0));
+    sal::MessageQueue::passNextCreate("Q");
+    peer.kill();
+    EXPECT_TRUE(sut.create("Q", 4, 1024, 0));
+    EXPECT_TRUE(sendText(sut, "x"));
+}
+
+TEST_F(MessageQueue, PassCountsOnlyForANameThatIsBeingRefused) {
+    QueuePeer peer({"create", "Q"});
+    ASSERT_EQ(peer.line(), "created");
+    sal::MessageQueue sut;
+    sal::MessageQueue::passNextCreate("Q");
+    EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
+    sal::MessageQueue::passNextCreate("Q");
+    // By now the one that was refused has gone away.
+    ASSERT_TRUE(waitUntil([] { return sal::MessageQueue::refusals().empty(); }));
+    EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
+}
+
+TEST_F(MessageQueue, RemoveNamesLeavesThoseThatAnotherProcessStillHas) {
+    sal::MessageQueue alone;
+    sal::MessageQueue shared;
+    ASSERT_TRUE(alone.create("A", 4, 1024, 0));
+    ASSERT_TRUE(shared.create("S", 4, 1024, 0));
+    QueuePeer peer({"hold", "S"});
+    ASSERT_EQ(peer.line(), "opened");
+    EXPECT_FALSE(sal::MessageQueue::removeNames());
+    EXPECT_EQ(files(), std::vector<std::string>{"S"});
+    peer.kill();
+    EXPECT_TRUE(sal::MessageQueue::removeNames());
+    EXPECT_TRUE(files().empty());
+}
+
+TEST_F(MessageQueue, WithoutADirectoryNothingIsMade) {
+    ::unsetenv("MFD_QUEUE_DIR");
+    sal::MessageQueue sut;
+    EXPECT_EQ(
+        logOf([&] { EXPECT_FALSE(sut.create("Q", 4, 1024, 0)); }),
+        "QUEUE: queue Q: not created: MFD_QUEUE_DIR does not name the directory of the host's queues\n");
+    EXPECT_EQ(logOf([&] { EXPECT_FALSE(sut.open("Q")); }),
+              "QUEUE: queue Q: not opened: MFD_QUEUE_DIR does not name the directory of the host's queues\n");
+}
+
+TEST_F(MessageQueue, OpenMakesNoDirectory) {
+    const std::string path = m_directory + "/inner";
+    ::setenv("MFD_QUEUE_DIR", path.c_str(), 1);
+    EXPECT_EQ(logOf([&] { EXPECT_FALSE(sal::MessageQueue().open("Q")); }),
+              "QUEUE: queue Q: not opened: queue directory " + path +
+                  " cannot be opened: No such file or directory\n");
+    EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 }  // namespace

@@ -71,4 +71,27 @@ std::vector<MessageQueue::Status> MessageQueue::statuses() {
     return {};
 }
 
+std::string MessageQueue::nameFault(const std::string&) {
+    return {};
+}
+
+std::string MessageQueue::createFault(const std::string&) {
+    return {};
+}
+
+std::vector<MessageQueue::Refusal> MessageQueue::refusals() {
+    return {};
+}
+
+bool MessageQueue::retire(const std::string&) {
+    return false;
+}
+
+void MessageQueue::passNextCreate(const std::string&) {}
+
+bool MessageQueue::removeNames() {
+    fakehost::Journal::instance().note("queue names removed");
+    return true;
+}
+
 }  // namespace sal

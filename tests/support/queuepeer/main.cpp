@@ -120,6 +120,21 @@ int attach(const std::string& name) {
     waitToBeKilled();
 }
 
+/// The same, and waits for the creator's end before.
+int outlive(const std::string& name) {
+    sal::MessageQueue queue;
+    unsigned char byte = 0;
+    if (!queue.open(name) || queue.receive(&byte, 1, 1) >= 0) {
+        return fail("not attached");
+    }
+    say("attached");
+    if (!queue.waitForCreatorEnd()) {
+        return fail("not watched");
+    }
+    say("ended");
+    waitToBeKilled();
+}
+
 int waitForCreatorEnd(const std::string& name) {
     sal::MessageQueue queue;
     if (!queue.open(name)) {
@@ -358,6 +373,9 @@ int main(int argc, char** argv) {
     }
     if (command == "attach") {
         return attach(name);
+    }
+    if (command == "outlive") {
+        return outlive(name);
     }
     if (command == "wait-creator-end") {
         return waitForCreatorEnd(name);

@@ -1,0 +1,128 @@
+#include "sal/HostQueueDirectory.h"
+
+#include <pthread.h>
+#include <stdlib.h>
+
+#include <mutex>
+#include <optional>
+#include <random>
+
+#include "QueueDirectory.h"
+#include "QueueFile.h"
+#include "QueueRegistry.h"
+
+namespace sal {
+
+namespace {
+
+/// The host's hold on its own directory. A child that is only forked lets go of it: else it would keep the
+/// directory when the host has died.
+struct Hold {
+    std::mutex mutex;
+    std::optional<QueueDirectory> directory;
+};
+
+Hold& hold() {
+    static Hold* const s_pHold = [] {
+        ::pthread_atfork([] { hold().mutex.lock(); }, [] { hold().mutex.unlock(); },
+                         [] {
+                             hold().directory.reset();
+                             hold().mutex.unlock();
+                         });
+        return new Hold;
+    }();
+    return *s_pHold;
+}
+
+/// For a directory that cannot be made yet: children are told of it all the same.
+std::string anyName() {
+    static constexpr char letters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+    std::random_device random;
+    std::string name = QueueDirectory::ownPattern();
+    for (std::size_t i = name.rfind('-') + 1; i < name.size(); ++i) {
+        name[i] = letters[random() % (sizeof(letters) - 1)];
+    }
+    return name;
+}
+
+/// The directory itself, with its lock where there is one; nothing where it is not the host's own.
+std::optional<QueueDirectory> takeOwn() {
+    const std::lock_guard lock(hold().mutex);
+    std::optional<QueueDirectory> own;
+    own.swap(hold().directory);
+    if (!own) {
+        std::string error;
+        own = QueueDirectory::open(error);
+    }
+    if (own && !own->isHostsOwn()) {
+        own.reset();
+    }
+    return own;
+}
+
+}  // namespace
+
+struct HostQueueDirectory::Impl {
+    std::string path;
+    bool isOwn = false;
+};
+
+HostQueueDirectory::HostQueueDirectory() : m_pImpl(std::make_unique<Impl>()) {
+    if (const char* pSetting = ::getenv("MFD_QUEUE_DIR"); pSetting != nullptr && *pSetting != '\0') {
+        m_pImpl->path = pSetting;
+        return;
+    }
+    m_pImpl->isOwn = true;
+    // Somebody who removes what dead hosts left may come between its making and its lock.
+    for (int attempt = 0; attempt < 10 && !hold().directory; ++attempt) {
+        m_pImpl->path = QueueDirectory::ownPattern();
+        if (::mkdtemp(m_pImpl->path.data()) == nullptr) {
+            m_pImpl->path = anyName();
+        }
+        ::setenv("MFD_QUEUE_DIR", m_pImpl->path.c_str(), 1);
+        std::string error;
+        auto directory = QueueDirectory::open(error);
+        if (!directory) {
+            return;
+        }
+        if (directory->lockForHost()) {
+            const std::lock_guard lock(hold().mutex);
+            hold().directory = std::move(directory);
+        }
+    }
+}
+
+HostQueueDirectory::~HostQueueDirectory() {
+    if (!m_pImpl->isOwn) {
+        return;
+    }
+    if (auto directory = takeOwn()) {
+        QueueFile::removeAll(*directory);
+        directory->removeIfLeft();
+    }
+    ::unsetenv("MFD_QUEUE_DIR");
+}
+
+const std::string& HostQueueDirectory::path() const {
+    return m_pImpl->path;
+}
+
+void HostQueueDirectory::removeLeft() const {
+    if (!m_pImpl->isOwn) {
+        return;
+    }
+    for (QueueDirectory& directory : QueueDirectory::left()) {
+        QueueFile::removeFree(directory);
+        directory.removeIfLeft();
+    }
+}
+
+bool HostQueueDirectory::removeNow() {
+    const bool areNamesGone = QueueRegistry::instance().removeNames();
+    if (auto directory = takeOwn()) {
+        directory->removeIfLeft();
+    }
+    return areNamesGone;
+}
+
+}  // namespace sal
