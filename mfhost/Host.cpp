@@ -15,6 +15,7 @@
 #include <exception>
 #include <future>
 #include <iostream>
+#include <map>
 #include <mutex>
 #include <set>
 #include <sstream>
@@ -35,6 +36,7 @@
 #include "WorkplaceFile.h"
 #include "WorkplaceSnapshot.h"
 #include "sal/Directory.h"
+#include "sal/HostQueueDirectory.h"
 #include "sal/Module.h"
 #include "sal/Process.h"
 
@@ -44,6 +46,9 @@ namespace {
 constexpr std::chrono::seconds s_promptDelay{2};
 /// An output that is closed for good is not worth a line for each command.
 constexpr std::chrono::minutes s_outputComplaintInterval{1};
+
+/// What an end at once leaves for the last log lines and the queues.
+constexpr std::chrono::milliseconds s_lastWords{300};
 
 /// Commands whose values the operator sets, though the keys name drivers.
 bool setsState(const std::string& command) {
@@ -75,9 +80,10 @@ private:
 
 }  // namespace
 
-Host::Host(Options options, StopSignals& signals)
+Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory)
     : m_options(std::move(options)),
       m_signals(signals),
+      m_queueDirectory(queueDirectory),
       m_roster(m_store),
       m_driverCalls(m_roster, m_surroundings),
       m_byHand(m_roster, [] { return sal::MessageQueue::statuses(); }),
@@ -96,7 +102,10 @@ Host::Host(Options options, StopSignals& signals)
                },
            .refreshOthers = m_options.startDriverProcesses
                                 ? std::function<void(const std::string&)>()
-                                : [this](const std::string& driverID) { m_byHand.refresh(driverID); }}),
+                                : [this](const std::string& driverID) { m_byHand.refresh(driverID); },
+           .refusedQueues = [] { return sal::MessageQueue::refusals(); },
+           .retireQueue = [](const std::string& name) { return sal::MessageQueue::retire(name); },
+           .passQueue = [](const std::string& name) { sal::MessageQueue::passNextCreate(name); }}),
       m_system(std::set<std::string>(m_options.allowedCommands.begin(), m_options.allowedCommands.end()),
                [this](const std::string& line) {
                    return m_commands.post(line, [this, line] { execute(line, EOrigin::Driver); });
@@ -107,7 +116,8 @@ Host::Host(Options options, StopSignals& signals)
                       .reply = [this]() -> std::ostream& { return *m_pReply; },
                       .quit = [this] { requestShutdown("quit", 0); },
                       .showModules = [this] { m_pManager->showModules(); },
-                      .settle = [this] { settle(); }}) {
+                      .settle = [this] { settle(); }}),
+      m_queueTrial(m_options.stopTimeout) {
     m_store.setRefresh([this](const std::string& driverID) { m_supervisor.refresh(driverID); });
 }
 
@@ -203,8 +213,12 @@ bool Host::startManager() {
         return false;
     }
     m_pManager = std::make_unique<MfDriverManager>();
-    if (!m_options.startDriverProcesses)
+    if (!m_options.startDriverProcesses) {
         m_pManager->dontStartMFDs();
+        hostLog(sal::LogOutput::eInfo)
+            << "driver processes that are started by hand need MFD_QUEUE_DIR=" << m_queueDirectory.path()
+            << std::endl;
+    }
     m_pManager->init();
     m_pManager->setSystemInterface(&m_system);
     m_pManager->setVirtualPanelStateInterface(&m_store);
@@ -246,6 +260,12 @@ void Host::searchDrivers() {
 
 bool Host::startDrivers(const WorkplaceSnapshot& workplace) {
     m_roster.configure(workplace.file().entries(), workplace.file().isWhole());
+    std::map<std::string, std::string> queueFaults;
+    for (const DriverRoster::Driver& driver : m_roster.drivers()) {
+        // endStart() tells it, where there is one.
+        if (isProcessDriver(driver))
+            queueFaults[driver.id] = m_queueTrial.fault(driver.id);
+    }
     const bool isComplete = m_pConfiguration->startMfDrivers(m_pCopy ? m_pCopy->path() : std::string());
     m_pManager->onMfDriversStarted();
     const bool hasPanel = m_roster.isRunning("PANEL");
@@ -254,7 +274,7 @@ bool Host::startDrivers(const WorkplaceSnapshot& workplace) {
         return false;
     }
     for (const DriverRoster::Driver& driver : m_roster.drivers())
-        endStart(driver);
+        endStart(driver, queueFaults[driver.id]);
     if (hasPanel) {
         if (!isComplete)
             hostLog(sal::LogOutput::eWarning) << "not every driver of " << m_options.config
@@ -374,8 +394,22 @@ std::string Host::reloadRefusal(const WorkplaceSnapshot& workplace, const std::s
     if (reason.empty())
         reason = m_guard.reloadRefusal(workplace.file(), driverID);
     if (reason.empty())
+        reason = queueFault(workplace, driverID);
+    if (reason.empty())
         reason = handToModule(workplace);
     return reason;
+}
+
+std::string Host::queueFault(const WorkplaceSnapshot& workplace, const std::string& driverID) {
+    const auto drivers = m_roster.drivers();
+    const auto& entries = workplace.file().entries();
+    const bool hasQueues = std::any_of(drivers.begin(), drivers.end(), [&](const auto& driver) {
+        return driver.id == driverID && driver.interfaceType == EInterfaceTypes::Queue;
+    });
+    const bool getsQueues = std::any_of(entries.begin(), entries.end(), [&](const auto& entry) {
+        return entry.driverID == driverID && entry.interfaceType == EInterfaceTypes::Queue;
+    });
+    return hasQueues || getsQueues ? m_queueTrial.fault(driverID) : std::string();
 }
 
 void Host::restart(const std::string& driverID) {
@@ -422,14 +456,20 @@ std::string Host::tryRestart(const std::string& driverID) {
 void Host::endStart(const std::string& driverID) {
     for (const DriverRoster::Driver& driver : m_roster.drivers()) {
         if (driver.id == driverID)
-            endStart(driver);
+            endStart(driver, {});
     }
 }
 
-void Host::endStart(const DriverRoster::Driver& driver) {
-    if (m_options.startDriverProcesses && driver.interfaceType == EInterfaceTypes::Queue &&
-        isDescribed(driver))
-        m_supervisor.endStart(driver.id);
+void Host::endStart(const DriverRoster::Driver& driver, const std::string& queueFault) {
+    if (!isProcessDriver(driver))
+        return;
+    const bool isToAsk = queueFault.empty() && !m_roster.isRunning(driver.id);
+    m_supervisor.endStart(driver.id, isToAsk ? m_queueTrial.fault(driver.id) : queueFault);
+}
+
+bool Host::isProcessDriver(const DriverRoster::Driver& driver) const {
+    return m_options.startDriverProcesses && driver.interfaceType == EInterfaceTypes::Queue &&
+           isDescribed(driver);
 }
 
 int Host::describedCount() const {
@@ -538,12 +578,11 @@ void Host::removeLeftQueues() const {
     for (const DriverRoster::Driver& driver : m_roster.drivers()) {
         if (!m_roster.hasProcess(driver.id))
             continue;
-        // A process that was killed could not do it. Who takes the name over and closes is the last to close.
-        for (const char* suffix : {"_INQ", "_OUTQ"}) {
-            sal::MessageQueue left;
-            static_cast<void>(left.create(driver.id + suffix, 1, 1024, 0));
-        }
+        // A process that was killed could not do it.
+        for (const char* suffix : {"_INQ", "_OUTQ"})
+            static_cast<void>(sal::MessageQueue::retire(driver.id + suffix));
     }
+    m_queueDirectory.removeLeft();
 }
 
 void Host::exitNow(int exitCode) const {
@@ -565,9 +604,13 @@ void Host::exitNow(int exitCode) const {
     } catch (const std::system_error&) {
         // The log has the same moment to get along by itself.
     }
+    // Nor is a process that has just been killed and still holds its queues.
+    const auto end = std::chrono::steady_clock::now() + s_lastWords;
+    while (!sal::HostQueueDirectory::removeNow() && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     {
         std::unique_lock lock(pFlush->mutex);
-        pFlush->changed.wait_for(lock, std::chrono::milliseconds(300), [&] { return pFlush->isDone; });
+        pFlush->changed.wait_until(lock, end, [&] { return pFlush->isDone; });
     }
     ::_exit(exitCode);
 }

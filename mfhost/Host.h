@@ -12,6 +12,7 @@
 #include "DriverCallWatch.h"
 #include "HostSystem.h"
 #include "Options.h"
+#include "QueueTrial.h"
 #include "StopSignals.h"
 #include "Surroundings.h"
 #include "check/ConfigurationGuard.h"
@@ -29,12 +30,16 @@ class MfDriverManager;
 class WorkplaceCopy;
 class WorkplaceSnapshot;
 
+namespace sal {
+class HostQueueDirectory;
+}
+
 /// The running host: starts the workplace, executes commands, shuts it down. Made and run by main, on the
 /// main thread, once the log is there and /var/data is ours; the module is used on the command thread alone.
 class Host {
 public:
     /// The signals are blocked in every thread from here on.
-    Host(Options options, StopSignals& signals);
+    Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory);
     ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
@@ -64,8 +69,13 @@ private:
     std::string tryRestart(const std::string& driverID);
     /// Tells the supervisor of those that the configuration runs in processes.
     void endStart(const std::string& driverID);
-    void endStart(const DriverRoster::Driver& driver);
+    /// The fault is what kept its queues from being made before the start was even tried.
+    void endStart(const DriverRoster::Driver& driver, const std::string& queueFault);
     std::string reloadRefusal(const WorkplaceSnapshot& workplace, const std::string& driverID);
+    /// Why the queues of a driver that runs or is to run in a process cannot be made; empty for others.
+    std::string queueFault(const WorkplaceSnapshot& workplace, const std::string& driverID);
+    /// Whether the host is to start a process for it, and has its module's descriptor.
+    bool isProcessDriver(const DriverRoster::Driver& driver) const;
     /// How many descriptors were found so far.
     int describedCount() const;
     /// Whether a descriptor of the driver's type and version was found.
@@ -84,6 +94,7 @@ private:
 
     const Options m_options;
     StopSignals& m_signals;
+    const sal::HostQueueDirectory& m_queueDirectory;
     StateStore m_store;
     DriverRoster m_roster;
     Surroundings m_surroundings;
@@ -104,6 +115,7 @@ private:
     std::unique_ptr<WorkplaceCopy> m_pCopy;  ///< none without a configuration
     bool m_isCopyNamed = false;
     std::ostream* m_pReply = nullptr;
+    QueueTrial m_queueTrial;
     std::vector<std::string> m_commandNames;
     std::optional<std::chrono::steady_clock::time_point> m_outputLost;  ///< when it was last said
 

@@ -89,7 +89,7 @@ std::optional<int> enterPlace(const Options& options) {
     return std::nullopt;
 }
 
-int runHost(const Options& options, StopSignals& signals) {
+int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory) {
     sal::LogManager log({.level = options.logLevel, .file = options.logFile, .tag = {}});
     XMLVerify::setTrustDirectory(options.trustDirectory);
     for (const auto& [name, real] : options.adapters)
@@ -104,7 +104,8 @@ int runHost(const Options& options, StopSignals& signals) {
     if (const std::string names = data.foreignEntries(); !names.empty())
         hostLog(sal::LogOutput::eWarning) << "/var/data holds more than drivers' links (" << names
                                           << "); the start removes all that it can" << std::endl;
-    const int exitCode = Host(options, signals).run();
+    queueDirectory.removeLeft();
+    const int exitCode = Host(options, signals, queueDirectory).run();
     log.flush();
     return exitCode;
 }
@@ -125,7 +126,7 @@ int runProgram(int argc, char** argv) {
     const sal::HostQueueDirectory queueDirectory;
     TerminalModes::remember();
     StopSignals signals;
-    return runHost(options, signals);
+    return runHost(options, signals, queueDirectory);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "Printable.h"
 #include "sal/HostAddress.h"
+#include "sal/MessageQueue.h"
 #include "sal/Path.h"
 
 namespace {
@@ -184,16 +185,11 @@ private:
     void checkLengths() {
         const std::string& id = m_pEntry->driverID;
         const bool isQueue = m_pEntry->interfaceType == EInterfaceTypes::Queue;
-        // In the names of queue files other bytes than these are written with three.
-        const auto isPlain = [](unsigned char c) {
-            return c < 128 && (std::isalnum(c) || c == '_' || c == '-' || c == '.');
-        };
-        const auto plain = static_cast<std::size_t>(std::count_if(id.begin(), id.end(), isPlain));
-        const std::size_t queueName = plain + 3 * (id.size() - plain) + std::string("_OUTQ").size();
-        if (isQueue && queueName > s_longestName)
-            warn("the driver ID " + base::quoted(id) +
-                 " is too long for the names of its queues, which would have " + std::to_string(queueName) +
-                 " bytes; at most " + std::to_string(s_longestName) + " are possible");
+        // Of its two queues this one has the longer name.
+        const std::string fault = id.empty() ? id : sal::MessageQueue::nameFault(id + "_OUTQ");
+        if (isQueue && !fault.empty())
+            error("the driver ID " + base::quoted(id) + " makes no name for its queues: " + fault +
+                  "; give the driver a shorter one");
         else if (id.size() > s_longestName)
             warn("the driver ID " + base::quoted(id) + " " + bytes(id.size(), s_longestName) +
                  " make the name of a directory");

@@ -11,6 +11,7 @@
 namespace {
 
 constexpr std::string_view s_inQueueSuffix = "_INQ";
+constexpr std::string_view s_outQueueSuffix = "_OUTQ";
 
 bool exists(int pid) {
     return ::kill(pid, 0) == 0 || errno == EPERM;
@@ -20,15 +21,26 @@ bool exists(int pid) {
 
 void ByHandWatch::refresh(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
+    const auto queues = m_queues();
+    std::set<std::string> damaged;
+    for (const auto& queue : queues) {
+        for (const std::string_view suffix : {s_inQueueSuffix, s_outQueueSuffix}) {
+            if (queue.isBroken && queue.name.ends_with(suffix))
+                damaged.insert(queue.name.substr(0, queue.name.size() - suffix.size()));
+        }
+    }
     std::set<std::string> loaded;
-    for (const auto& queue : m_queues()) {
+    for (const auto& queue : queues) {
         if (!queue.name.ends_with(s_inQueueSuffix))
             continue;
         const std::string receiver = queue.name.substr(0, queue.name.size() - s_inQueueSuffix.size());
         if (!driverID.empty() && receiver != driverID)
             continue;
         loaded.insert(receiver);
-        look(receiver, static_cast<int>(queue.receiverPid), queue.receiverAttached);
+        if (damaged.contains(receiver))
+            isDamaged(receiver);
+        else
+            look(receiver, static_cast<int>(queue.receiverPid), queue.receiverAttached);
     }
     for (auto& [id, process] : m_processes) {
         if (!process.isRunning || loaded.contains(id) || (!driverID.empty() && id != driverID))
@@ -55,6 +67,18 @@ void ByHandWatch::look(const std::string& driverID, int pid, bool isAttached) {
     // One that came and went unseen may have left values, too.
     if (process.isRunning && !isAttached)
         ended(driverID, process);
+}
+
+void ByHandWatch::isDamaged(const std::string& driverID) {
+    Process& process = m_processes[driverID];
+    if (!process.isRunning)
+        return;
+    process.isRunning = false;
+    static_cast<void>(m_roster.processEnded(driverID, process.pid, "one of its queues is damaged"));
+    hostLog(sal::LogOutput::eError) << driverID << ": process " << process.pid
+                                    << ", which was started by hand, cannot be reached any more: one of its "
+                                       "queues is damaged; reloadDriver "
+                                    << driverID << " makes them anew" << std::endl;
 }
 
 void ByHandWatch::ended(const std::string& driverID, Process& process) {

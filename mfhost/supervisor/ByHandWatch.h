@@ -11,7 +11,7 @@
 
 /// Follows driver processes that somebody else has started, under a debugger say: they are no children of the
 /// host, so it learns of them and of their end by the hold that they have on their input queue. They are
-/// neither judged nor started again. Owned by Host where it starts no driver processes of its own.
+/// neither ended nor started again. Owned by Host where it starts no driver processes of its own.
 class ByHandWatch {
 public:
     using Queues = std::function<std::vector<sal::MessageQueue::Status>()>;
@@ -31,6 +31,7 @@ private:
     };
 
     void look(const std::string& driverID, int pid, bool isAttached);
+    void isDamaged(const std::string& driverID);
     void ended(const std::string& driverID, Process& process);
 
     DriverRoster& m_roster;

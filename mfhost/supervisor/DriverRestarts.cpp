@@ -49,6 +49,11 @@ std::optional<DriverRestarts::Clock::time_point> DriverRestarts::nextDue() const
     return next;
 }
 
+bool DriverRestarts::isWaiting(const std::string& driverID) const {
+    const auto found = m_drivers.find(driverID);
+    return found != m_drivers.end() && found->second.state == EState::Waiting;
+}
+
 bool DriverRestarts::begin(const std::string& driverID) {
     const auto found = m_drivers.find(driverID);
     if (found == m_drivers.end() || found->second.state != EState::Due)

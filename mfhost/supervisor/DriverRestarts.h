@@ -35,6 +35,9 @@ public:
     /// When the next one's time comes.
     std::optional<Clock::time_point> nextDue() const;
 
+    /// Whether it will be due.
+    bool isWaiting(const std::string& driverID) const;
+
     /// The start of a driver that was due begins. False when it has been overtaken by a reload.
     bool begin(const std::string& driverID);
 

@@ -1,14 +1,18 @@
 #include "HangDetector.h"
 
 #include <algorithm>
+#include <utility>
 
 std::vector<HangDetector::Verdict> HangDetector::judge(const std::vector<Sample>& samples, Duration now) {
     std::vector<Verdict> hung;
     if (m_timeout <= Duration::zero())
         return hung;
-    if (now - m_last > m_timeout / 2)
+    if (now - m_last > m_timeout / 2) {
         m_watches.clear();
+        m_locked.clear();
+    }
     m_last = now;
+    judgeLocks(samples, now, hung);
 
     std::map<std::string, Watch> watches;
     std::vector<const Sample*> candidates;
@@ -54,4 +58,19 @@ std::vector<HangDetector::Verdict> HangDetector::judge(const std::vector<Sample>
         break;
     }
     return hung;
+}
+
+/// A wait alone tells nothing: where the machine or the host stood still meanwhile, it only seems long.
+void HangDetector::judgeLocks(const std::vector<Sample>& samples, Duration now, std::vector<Verdict>& hung) {
+    std::map<int, Duration> locked;
+    for (const Sample& sample : samples) {
+        if (sample.lockedFor == Duration::zero() || sample.isTraced)
+            continue;
+        const auto before = m_locked.find(sample.pid);
+        const Duration since = before != m_locked.end() ? before->second : now;
+        locked.emplace(sample.pid, since);
+        if (now - since >= m_timeout && sample.lockedFor >= m_timeout)
+            hung.push_back({sample.driverID, sample.pid, sample.standing, sample.lockedFor, false, true});
+    }
+    m_locked = std::move(locked);
 }

@@ -6,9 +6,10 @@
 #include <string>
 #include <vector>
 
-/// Judges from samples which driver processes hang: those that leave messages standing and take none. One
-/// that computes meanwhile is given three times as long. Nothing is measured per message. Owned and called
-/// by ProcessSupervisor, on its thread.
+/// Judges from samples which driver processes hang: those that leave messages standing and take none, and
+/// those to which nobody can send, since a sender does not leave their input queue. One that computes while
+/// messages stand is given three times as long. Nothing is measured per message. Owned and called by
+/// ProcessSupervisor, on its thread.
 class HangDetector {
 public:
     using Duration = std::chrono::nanoseconds;
@@ -24,6 +25,8 @@ public:
         bool isTraced = false;       ///< a debugger is attached
         bool waitsForHost = false;   ///< its output queue is full
         bool holdsUpSender = false;  ///< somebody in the host has waited for room in its input queue
+        /// A sender of the host has waited that long for another one to leave its input queue.
+        Duration lockedFor{};
     };
     struct Verdict {
         std::string driverID;
@@ -31,6 +34,7 @@ public:
         unsigned int standing = 0;
         Duration stillFor{};
         bool usedCpu = false;
+        bool isLocked = false;  ///< nobody can send to it
     };
 
     /// A timeout of 0 finds nothing.
@@ -42,6 +46,8 @@ public:
     std::vector<Verdict> judge(const std::vector<Sample>& samples, Duration now);
 
 private:
+    void judgeLocks(const std::vector<Sample>& samples, Duration now, std::vector<Verdict>& hung);
+
     struct Watch {
         int pid = 0;
         std::uint32_t received = 0;
@@ -53,4 +59,5 @@ private:
     const Duration m_timeout;
     Duration m_last{};
     std::map<std::string, Watch> m_watches;  ///< of those that leave messages standing
+    std::map<int, Duration> m_locked;        ///< process ID -> since when its input queue was seen locked
 };

@@ -28,6 +28,10 @@ constexpr const char* s_outQueueSuffix = "_OUTQ";
 constexpr int s_noQueueCode = 1;
 constexpr std::chrono::milliseconds s_checkInterval{50};
 constexpr std::chrono::milliseconds s_trafficInterval{900};
+/// How long a process that has let go of its queues may take to end by itself.
+constexpr std::chrono::milliseconds s_lossPatience{500};
+/// Refusals of a queue's name over this time are a wait for it and not a single try.
+constexpr unsigned int s_queueWaitMs = 200;
 /// What the last log lines may take at an end that is enforced.
 constexpr std::chrono::milliseconds s_lastWords{350};
 
@@ -41,6 +45,15 @@ std::string receivingDriver(const std::string& queueName) {
     if (!queueName.ends_with(s_inQueueSuffix))
         return {};
     return queueName.substr(0, queueName.size() - std::strlen(s_inQueueSuffix));
+}
+
+/// The driver that a queue belongs to.
+std::string ownerOf(const std::string& queueName) {
+    for (const std::string suffix : {s_inQueueSuffix, s_outQueueSuffix}) {
+        if (queueName.ends_with(suffix))
+            return queueName.substr(0, queueName.size() - suffix.size());
+    }
+    return {};
 }
 
 std::string seconds(std::chrono::milliseconds duration) {
@@ -81,7 +94,8 @@ ProcessSupervisor::ProcessSupervisor(DriverRoster& roster, Settings settings, En
       m_wakeFd(neededDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "the supervision")),
       m_sampleInterval(sampleInterval(m_settings.hangTimeout)),
       m_restarts(m_settings.restart),
-      m_hangs(m_settings.hangTimeout) {}
+      m_hangs(m_settings.hangTimeout),
+      m_losses(s_lossPatience) {}
 
 ProcessSupervisor::~ProcessSupervisor() {
     {
@@ -116,6 +130,7 @@ void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
     m_roster.processStarted(driverID, process.pid);
     {
         const std::lock_guard lock(m_mutex);
+        m_saidCauses.erase(driverID);
         for (Watched& former : m_processes) {
             if (former.driverID == driverID && !former.replaced)
                 former.replaced = Clock::now();
@@ -155,6 +170,7 @@ void ProcessSupervisor::beginReload(const std::string& driverID) {
         const std::lock_guard lock(m_mutex);
         m_restarts.reset(driverID);
         m_endedSince.erase(driverID);
+        m_saidCauses.erase(driverID);
     }
     m_roster.setNextTry(driverID, std::nullopt);
 }
@@ -186,6 +202,14 @@ void ProcessSupervisor::endStart(const std::string& driverID, const std::string&
     const std::string cause = reason.empty() ? "never started" : reason;
     m_roster.notStarted(driverID, cause);
     const std::string plan = planRestart(driverID, {}, reason.empty());
+    {
+        // One line tells it for all tries that fail alike.
+        const std::lock_guard lock(m_mutex);
+        std::string& said = m_saidCauses[driverID];
+        if (said == cause && m_restarts.isWaiting(driverID))
+            return;
+        said = cause;
+    }
     hostLog(sal::LogOutput::eError) << driverID << ": no process runs: " << cause << plan << std::endl;
 }
 
@@ -358,7 +382,10 @@ void ProcessSupervisor::check() {
     const CommandThread::Activity activity = m_environment.activity();
     if (activity.busy) {
         checkCommand(activity, now);
+        checkQueueWait(activity, now);
         checkCall(now);
+    } else {
+        m_retiredQueues.clear();
     }
     checkShutdown(activity, now);
     checkStacks();
@@ -387,9 +414,12 @@ void ProcessSupervisor::checkCommand(const CommandThread::Activity& activity, Cl
         return;
     const auto limit = static_cast<unsigned int>(m_settings.stopTimeout.count());
     std::string stuckDriver;
+    bool isLocked = false;
     for (const auto& queue : m_environment.queues()) {
-        if (queue.waitingForMs >= limit)
-            stuckDriver = receivingDriver(queue.name);
+        if (queue.waitingForMs < limit)
+            continue;
+        stuckDriver = receivingDriver(queue.name);
+        isLocked = queue.lockedForMs >= limit;
         if (!stuckDriver.empty())
             break;
     }
@@ -403,16 +433,45 @@ void ProcessSupervisor::checkCommand(const CommandThread::Activity& activity, Cl
             terminate(process, "has not ended " + seconds(m_settings.stopTimeout) + " after it was to stop");
         if (!stuckDriver.empty() && process.driverID == stuckDriver && !process.replaced) {
             isFound = true;
-            terminate(process, "has not taken a message for " + seconds(m_settings.stopTimeout) +
-                                   " and holds up \"" + activity.what + "\"");
+            terminate(process,
+                      (isLocked ? "cannot be sent to, since a sender has not left its input queue for "
+                                : "has not taken a message for ") +
+                          seconds(m_settings.stopTimeout) + " and holds up \"" + activity.what + "\"");
         }
     }
     if (!stuckDriver.empty() && !isFound && !m_roster.hasProcess(stuckDriver) &&
         m_reportedQueue != stuckDriver) {
         hostLog(sal::LogOutput::eWarning)
-            << stuckDriver << ": its queue is full and holds up \"" << activity.what
-            << "\"; the host did not start its process" << std::endl;
+            << stuckDriver << ": its queue is " << (isLocked ? "locked by a sender" : "full")
+            << " and holds up \"" << activity.what << "\"; the host did not start its process" << std::endl;
         m_reportedQueue = stuckDriver;
+    }
+}
+
+/// A driver that is loaded again waits for its former queues to go, however long that takes. Once its process
+/// is gone, nobody is left to wait for: somebody else has the locks, or no queue can be made there.
+void ProcessSupervisor::checkQueueWait(const CommandThread::Activity& activity, Clock::time_point now) {
+    if (!m_environment.refusedQueues || activity.driverID.empty())
+        return;
+    {
+        const std::lock_guard lock(m_mutex);
+        const bool isLive = std::any_of(m_processes.begin(), m_processes.end(), [&](const Watched& process) {
+            return process.driverID == activity.driverID && process.started < activity.since;
+        });
+        // In a shutdown nobody starts it again.
+        if (isLive || (now - activity.since < m_settings.stopTimeout && !m_shutdownBegan))
+            return;
+    }
+    for (const auto& refusal : m_environment.refusedQueues()) {
+        if (refusal.forMs < s_queueWaitMs || ownerOf(refusal.name) != activity.driverID)
+            continue;
+        const bool isFree = m_environment.retireQueue(refusal.name);
+        m_environment.passQueue(refusal.name);
+        // Where it is not free, the start fails and says why.
+        if (isFree && m_retiredQueues.insert(refusal.name).second)
+            hostLog(sal::LogOutput::eWarning)
+                << activity.driverID << ": queue " << refusal.name << " does not become free: " << refusal.why
+                << "; its name is taken away" << std::endl;
     }
 }
 
@@ -483,6 +542,7 @@ void ProcessSupervisor::sample(Clock::time_point now) {
         measureTraffic(queues, now);
     for (const HangDetector::Verdict& verdict : m_hangs.judge(samples(queues), bootTime()))
         hangs(verdict);
+    checkQueueLoss(queues, now);
 }
 
 void ProcessSupervisor::measureTraffic(const Queues& queues, Clock::time_point now) {
@@ -523,7 +583,8 @@ std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queue
     });
     for (const Watched& process : m_processes) {
         const auto input = queues.find(process.driverID + s_inQueueSuffix);
-        if (process.terminated || !process.hang.empty() || input == queues.end() || input->second.depth == 0)
+        if (process.terminated || !process.hang.empty() || input == queues.end() ||
+            (input->second.depth == 0 && input->second.lockedForMs == 0))
             continue;
         const auto reading = ProcessProbe::read(process.pid);
         if (!reading)
@@ -542,27 +603,33 @@ std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queue
                            .isTraced = reading->isTraced,
                            .waitsForHost = waitsForHost,
                            .holdsUpSender = input->second.waitingForMs >=
-                                            static_cast<unsigned int>(m_settings.hangTimeout.count())});
+                                            static_cast<unsigned int>(m_settings.hangTimeout.count()),
+                           .lockedFor = std::chrono::milliseconds(input->second.lockedForMs)});
     }
     return samples;
 }
 
 void ProcessSupervisor::hangs(const HangDetector::Verdict& verdict) {
     const auto stillFor = std::chrono::duration_cast<std::chrono::milliseconds>(verdict.stillFor);
-    const std::string cause = "hung for " + roundSeconds(stillFor);
+    const std::string cause =
+        (verdict.isLocked ? "input queue locked for " : "hung for ") + roundSeconds(stillFor);
     // A newer process of the driver may run by now.
     if (!m_roster.processHung(verdict.driverID, verdict.pid, cause))
         return;
     const std::lock_guard lock(m_mutex);
     for (Watched& process : m_processes) {
-        if (process.pid != verdict.pid)
+        if (process.pid != verdict.pid || !process.hang.empty())
             continue;
         process.hang = cause;
-        hostLog(sal::LogOutput::eError)
-            << process.driverID << ": process " << process.pid << " hangs: it has taken none of "
-            << verdict.standing << (verdict.standing == 1 ? " message" : " messages") << " for "
-            << roundSeconds(stillFor) << (verdict.usedCpu ? ", though it computes" : " and does not compute")
-            << "; it is ended" << std::endl;
+        auto& line = hostLog(sal::LogOutput::eError);
+        line << process.driverID << ": process " << process.pid << " hangs: ";
+        if (verdict.isLocked)
+            line << "a sender has not left its input queue for " << roundSeconds(stillFor);
+        else
+            line << "it has taken none of " << verdict.standing
+                 << (verdict.standing == 1 ? " message" : " messages") << " for " << roundSeconds(stillFor)
+                 << (verdict.usedCpu ? ", though it computes" : " and does not compute");
+        line << "; it is ended" << std::endl;
         try {
             process.pStacks =
                 std::make_unique<StackDump>(process.pid, m_settings.stacksLimit, [this] { wake(); });
@@ -572,6 +639,44 @@ void ProcessSupervisor::hangs(const HangDetector::Verdict& verdict) {
             process.terminated = Clock::now();
             sendSignal(process.pidFd, SIGTERM);
         }
+    }
+}
+
+/// The queues were looked at after that moment.
+void ProcessSupervisor::checkQueueLoss(const Queues& queues, Clock::time_point looked) {
+    const auto find = [&](const std::string& name) {
+        const auto queue = queues.find(name);
+        return queue == queues.end() ? nullptr : &queue->second;
+    };
+    const CommandThread::Activity activity = m_environment.activity();
+    std::vector<QueueLossDetector::Sample> samples;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_shutdownBegan)
+            return;
+        for (const Watched& process : m_processes) {
+            // The queues of a driver that is being reloaded come and go, and may have been others.
+            const bool isReloaded =
+                (activity.busy && activity.driverID == process.driverID) || process.started >= looked;
+            if (!process.terminated && process.hang.empty() && !isReloaded)
+                samples.push_back({process.driverID, process.pid, find(process.driverID + s_inQueueSuffix),
+                                   find(process.driverID + s_outQueueSuffix)});
+        }
+    }
+    for (const QueueLossDetector::Verdict& verdict : m_losses.judge(samples, bootTime()))
+        lost(verdict);
+}
+
+void ProcessSupervisor::lost(const QueueLossDetector::Verdict& verdict) {
+    const auto staleValues = m_roster.processHung(verdict.driverID, verdict.pid, verdict.what);
+    if (!staleValues)
+        return;
+    const std::lock_guard lock(m_mutex);
+    for (Watched& process : m_processes) {
+        if (process.pid != verdict.pid)
+            continue;
+        process.hang = verdict.what;
+        terminate(process, "cannot be reached any more: " + verdict.what);
     }
 }
 
@@ -596,12 +701,16 @@ void ProcessSupervisor::checkStacks() {
 /// All at once: the teardown comes to one after the other, and there is no time to wait for each.
 void ProcessSupervisor::endFullQueues() {
     for (const auto& queue : m_environment.queues()) {
-        if (queue.depth < queue.capacity)
+        const bool isLocked = queue.lockedForMs > 0;
+        if (queue.depth < queue.capacity && !isLocked)
             continue;
         const std::string driverID = receivingDriver(queue.name);
         for (Watched& process : m_processes) {
             if (process.driverID == driverID)
-                terminate(process, "leaves its queue full and holds up the shutdown");
+                terminate(process, isLocked
+                                       ? "cannot be told to stop, since a sender does not leave its input "
+                                         "queue, and holds up the shutdown"
+                                       : "leaves its queue full and holds up the shutdown");
         }
     }
 }
@@ -621,7 +730,7 @@ std::string ProcessSupervisor::whoHoldsUp(const CommandThread::Activity& activit
     for (const auto& queue : m_environment.queues()) {
         const std::string driverID = receivingDriver(queue.name);
         if (queue.waitingForMs > 0 && !driverID.empty())
-            return driverID + ": its full queue";
+            return driverID + (queue.lockedForMs > 0 ? ": its locked queue" : ": its full queue");
     }
     const std::lock_guard lock(m_mutex);
     if (m_endProcessesBegan && !m_processes.empty())

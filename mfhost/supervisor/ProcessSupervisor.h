@@ -21,6 +21,7 @@
 #include "DriverRoster.h"
 #include "HangDetector.h"
 #include "ProcessEnd.h"
+#include "QueueLossDetector.h"
 #include "StackDump.h"
 #include "sal/MessageQueue.h"
 #include "sal/Process.h"
@@ -55,6 +56,12 @@ public:
         /// Learns of processes that are not the host's own, of that driver or for an empty ID of all. On any
         /// thread; nothing where there are none.
         std::function<void(const std::string& driverID)> refreshOthers = nullptr;
+        /// The names of queues that cannot be made though somebody tries again and again, and what is done
+        /// about one: it is taken from those who hold it (true when it is free now), and the next try is let
+        /// pass without a queue.
+        std::function<std::vector<sal::MessageQueue::Refusal>()> refusedQueues = nullptr;
+        std::function<bool(const std::string& queueName)> retireQueue = nullptr;
+        std::function<void(const std::string& queueName)> passQueue = nullptr;
     };
 
     ProcessSupervisor(DriverRoster& roster, Settings settings, Environment environment);
@@ -99,7 +106,7 @@ private:
         Clock::time_point started;
         std::optional<Clock::time_point> terminated;
         bool isKilled = false;
-        std::string hang;  ///< how it hangs; empty while it does not
+        std::string hang;  ///< how it hangs or has lost a queue; empty while it does not
         std::unique_ptr<StackDump> pStacks;
         std::optional<Clock::time_point> replaced = std::nullopt;  ///< when a newer one of its driver began
     };
@@ -119,6 +126,7 @@ private:
     bool isBusy();
     void check();
     void checkCommand(const CommandThread::Activity& activity, Clock::time_point now);
+    void checkQueueWait(const CommandThread::Activity& activity, Clock::time_point now);
     void checkCall(Clock::time_point now);
     void checkShutdown(const CommandThread::Activity& activity, Clock::time_point now);
     void endFullQueues();
@@ -127,6 +135,8 @@ private:
     void measureTraffic(const Queues& queues, Clock::time_point now);
     std::vector<HangDetector::Sample> samples(const Queues& queues);
     void hangs(const HangDetector::Verdict& verdict);
+    void checkQueueLoss(const Queues& queues, Clock::time_point looked);
+    void lost(const QueueLossDetector::Verdict& verdict);
     void checkStacks();
     void terminate(Watched& process, const std::string& reason);
     std::string whoHoldsUp(const CommandThread::Activity& activity) const;
@@ -150,6 +160,8 @@ private:
     DriverRestarts m_restarts;
     /// Drivers whose process has ended by itself since their last start began.
     std::set<std::string> m_endedSince;
+    /// Why no process runs for a driver, as it was said last; nothing once one has been started.
+    std::map<std::string, std::string> m_saidCauses;
     /// Of processes that have ended; closed by the thread that may be polling them.
     std::vector<int> m_endedFds;
 
@@ -158,6 +170,7 @@ private:
 
     // The supervisor's thread's own.
     HangDetector m_hangs;
+    QueueLossDetector m_losses;
     Clock::time_point m_nextSample;
     Clock::time_point m_trafficMeasured;
     std::map<std::string, Traffic> m_traffic;
@@ -165,6 +178,7 @@ private:
     /// What was said already: once for each call, queue wait and driver.
     std::optional<Clock::time_point> m_reportedCall;
     std::string m_reportedQueue;
+    std::set<std::string> m_retiredQueues;  ///< in the current command
 
     std::thread m_thread;
 };

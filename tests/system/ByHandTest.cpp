@@ -19,18 +19,25 @@ protected:
         std::filesystem::create_directory(workplace().directory() / "wrapper");
     }
 
-    HostProcess startWrapper() {
-        return HostProcess({.program = Workplace::build() / "bin/mfddllwrap",
-                            .arguments = {workplace().drivers() / "Echo.so", "AXIS1"},
-                            .environment = {},
-                            .files = workplace().directory() / "wrapper"});
+    /// With what the host tells whoever starts one.
+    HostProcess startWrapper(const HostProcess& host) {
+        const std::string name = "MFD_QUEUE_DIR=";
+        const std::string log = host.log();
+        const auto at = log.find(name);
+        EXPECT_NE(at, std::string::npos) << log;
+        const auto end = log.find('\n', at);
+        return HostProcess(
+            {.program = Workplace::build() / "bin/mfddllwrap",
+             .arguments = {workplace().drivers() / "Echo.so", "AXIS1"},
+             .environment = {{"MFD_QUEUE_DIR", log.substr(at + name.size(), end - at - name.size())}},
+             .files = workplace().directory() / "wrapper"});
     }
 };
 
 TEST_F(ByHand, ValuesOfAProcessThatIsKilledAreStale) {
     HostProcess& host = start(workplace().host({"--no-start-mfds"}));
     ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
-    HostProcess wrapper = startWrapper();
+    HostProcess wrapper = startWrapper(host);
     ASSERT_TRUE(host.waitForLog("AXIS1: process " + std::to_string(wrapper.pid()) +
                                 " was started by hand and serves it"))
         << host.log() << wrapper.log();
@@ -47,7 +54,7 @@ TEST_F(ByHand, ValuesOfAProcessThatIsKilledAreStale) {
     EXPECT_TRUE(host.waitForOutput("waiting for its process")) << host.output();
     EXPECT_THAT(host.log(), HasSubstr("which was started by hand, ended; 1 value is stale\n"));
 
-    HostProcess next = startWrapper();
+    HostProcess next = startWrapper(host);
     EXPECT_TRUE(host.waitForLog("AXIS1: process " + std::to_string(next.pid()) +
                                 " was started by hand and serves it"))
         << host.log() << next.log();

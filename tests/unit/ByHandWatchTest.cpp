@@ -76,6 +76,29 @@ TEST_F(ByHandWatchTest, EndMakesValuesStale) {
                 HasSubstr("AXIS1: process 1, which was started by hand, ended; 1 value is stale\n"));
 }
 
+TEST_F(ByHandWatchTest, DamagedQueueMakesValuesStaleUntilTheQueuesAreMadeAnew) {
+    queue("AXIS1_INQ", s_living, true);
+    m_sut.refresh({});
+    m_store.setStateValueInt("AXIS1.N", 7);
+    sal::MessageQueue::Status output;
+    output.name = "AXIS1_OUTQ";
+    output.isBroken = true;
+    m_queues.push_back(output);
+    EXPECT_EQ("one of its queues is damaged", staleCause());
+    m_sut.refresh({});
+    EXPECT_FALSE(m_roster.isRunning("AXIS1"));
+    queue("AXIS1_INQ", static_cast<unsigned int>(::getpid()), true);
+    m_sut.refresh({});
+    EXPECT_TRUE(m_roster.isRunning("AXIS1"));
+    const std::string log = m_log.finish();
+    const std::string line =
+        "AXIS1: process 1, which was started by hand, cannot be reached any more: one of its queues is "
+        "damaged; "
+        "reloadDriver AXIS1 makes them anew\n";
+    EXPECT_THAT(log, HasSubstr(line));
+    EXPECT_EQ(log.find(line), log.rfind(line));
+}
+
 TEST_F(ByHandWatchTest, OneThatCameAndWentUnseenLeavesStaleValues) {
     m_store.setStateValueInt("AXIS1.N", 7);
     queue("AXIS1_INQ", s_dead, false);

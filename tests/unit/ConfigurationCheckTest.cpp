@@ -224,16 +224,16 @@ TEST_F(ConfigurationCheckTest, IDThatFitsTheQueueNamesIsFine) {
 
 TEST_F(ConfigurationCheckTest, IDTooLongForTheQueueNamesIsNamed) {
     EXPECT_THAT(start(entry(std::string(251, 'A'), "workingDirectory='d'")),
-                Contains("warning 3: the driver ID \"" + std::string(80, 'A') +
-                         "\"... is too long for the names of its queues, which would have 256 bytes; at most "
-                         "255 are possible"));
+                Contains("error 3: the driver ID \"" + std::string(80, 'A') +
+                         "\"... makes no name for its queues: the name is too long: its file name would have "
+                         "256 bytes, at most 255 are possible; give the driver a shorter one"));
 }
 
 TEST_F(ConfigurationCheckTest, ByteThatQueueNamesEncodeCountsThreefold) {
     EXPECT_THAT(start(entry(std::string(84, ' '), "workingDirectory='d'")),
-                Contains("warning 3: the driver ID \"" + std::string(80, ' ') +
-                         "\"... is too long for the names of its queues, which would have 257 bytes; at most "
-                         "255 are possible"));
+                Contains("error 3: the driver ID \"" + std::string(80, ' ') +
+                         "\"... makes no name for its queues: the name is too long: its file name would have "
+                         "257 bytes, at most 255 are possible; give the driver a shorter one"));
     EXPECT_THAT(start(entry(std::string(83, ' '), "workingDirectory='d'")), IsEmpty());
 }
 

@@ -35,6 +35,14 @@ TEST_F(DriverRestartsTest, StartThatIsPutOffIsDueAgain) {
     EXPECT_TRUE(m_sut.begin("A"));
 }
 
+TEST_F(DriverRestartsTest, DriverWaitsUntilItIsDue) {
+    EXPECT_FALSE(m_sut.isWaiting("A"));
+    m_sut.ended("A", 0ms, m_now);
+    EXPECT_TRUE(m_sut.isWaiting("A"));
+    m_sut.takeDue(m_now + 1s);
+    EXPECT_FALSE(m_sut.isWaiting("A"));
+}
+
 TEST_F(DriverRestartsTest, NextDueIsTheEarliest) {
     m_sut.ended("A", 0ms, m_now + 5s);
     m_sut.ended("B", 0ms, m_now);

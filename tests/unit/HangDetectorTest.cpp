@@ -48,6 +48,52 @@ TEST_F(HangDetectorTest, FindsWhoTakesNoMessageAndDoesNotCompute) {
     EXPECT_FALSE(m_found[0].usedCpu);
 }
 
+TEST_F(HangDetectorTest, FindsWhoseInputQueueASenderDoesNotLeave) {
+    EXPECT_EQ(10, look(60, [](int second) {
+                  // Nothing stands in it, and the driver has nothing to do.
+                  HangDetector::Sample sample = asleep();
+                  sample.standing = 0;
+                  sample.lockedFor = std::chrono::seconds(second) + 1ms;
+                  return Samples{sample};
+              }));
+    ASSERT_EQ(1u, m_found.size());
+    EXPECT_EQ("A", m_found[0].driverID);
+    EXPECT_EQ(42, m_found[0].pid);
+    EXPECT_TRUE(m_found[0].isLocked);
+    EXPECT_EQ(10s + 1ms, m_found[0].stillFor);
+}
+
+TEST_F(HangDetectorTest, TakesNoSendersThatFollowEachOtherForOneThatStays) {
+    EXPECT_EQ(-1, look(60, [](int) {
+        HangDetector::Sample sample = asleep();
+        sample.standing = 0;
+        sample.lockedFor = 9s;
+        return Samples{sample};
+    }));
+}
+
+TEST_F(HangDetectorTest, TakesNoTimeInWhichTheHostStoodStillForALock) {
+    const auto locked = [](HangDetector::Duration lockedFor) {
+        HangDetector::Sample sample = asleep();
+        sample.standing = 0;
+        sample.lockedFor = lockedFor;
+        return Samples{sample};
+    };
+    EXPECT_EQ(-1, look(1, [&](int) { return locked(1ms); }));
+    m_now += 20s;
+    EXPECT_EQ(-1, look(9, [&](int second) { return locked(21s + std::chrono::seconds(second)); }));
+    EXPECT_EQ(0, look(1, [&](int) { return locked(31s); }));
+}
+
+TEST_F(HangDetectorTest, LeavesALockedQueueOfWhoIsDebuggedAlone) {
+    EXPECT_EQ(-1, look(60, [](int second) {
+        HangDetector::Sample sample = asleep();
+        sample.isTraced = true;
+        sample.lockedFor = std::chrono::seconds(second);
+        return Samples{sample};
+    }));
+}
+
 TEST_F(HangDetectorTest, GivesWhoComputesThreeTimesAsLong) {
     EXPECT_EQ(30, look(60, [](int second) {
                   HangDetector::Sample sample = asleep();

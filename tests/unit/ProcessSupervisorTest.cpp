@@ -113,6 +113,30 @@ protected:
         status.received = received;
         m_queues = {status};
     }
+    /// Somebody waits for a name that cannot be had.
+    void setRefused(const std::string& name, unsigned int forMs = 1000) {
+        const std::lock_guard lock(m_mutex);
+        m_refused = {{name, "somebody has it", forMs}};
+    }
+    bool hasPassed(const std::string& name) {
+        return waitUntil([&] {
+            const std::lock_guard lock(m_mutex);
+            return std::find(m_passed.begin(), m_passed.end(), name) != m_passed.end();
+        });
+    }
+    /// A queue that the driver's process has opened.
+    static sal::MessageQueue::Status openedQueue(const std::string& name) {
+        sal::MessageQueue::Status status;
+        status.name = name;
+        status.capacity = 256;
+        status.isAttached = true;
+        status.wasAttached = true;
+        return status;
+    }
+    void setQueues(const std::vector<sal::MessageQueue::Status>& queues) {
+        const std::lock_guard lock(m_mutex);
+        m_queues = queues;
+    }
     std::vector<std::string> restarts() {
         const std::lock_guard lock(m_mutex);
         return m_restarts;
@@ -169,6 +193,22 @@ protected:
                     [this](const std::string& driverID) {
                         const std::lock_guard lock(m_mutex);
                         m_restarts.push_back(driverID);
+                    },
+                .refusedQueues =
+                    [this] {
+                        const std::lock_guard lock(m_mutex);
+                        return m_refused;
+                    },
+                .retireQueue =
+                    [this](const std::string& name) {
+                        const std::lock_guard lock(m_mutex);
+                        m_retired.push_back(name);
+                        return m_isFreeAfterRetire;
+                    },
+                .passQueue =
+                    [this](const std::string& name) {
+                        const std::lock_guard lock(m_mutex);
+                        m_passed.push_back(name);
                     }};
     }
 
@@ -195,6 +235,10 @@ protected:
     std::function<void()> m_onLook;  ///< when the supervisor looks at the queues, before it is answered
     std::vector<std::string> m_gone;
     std::vector<std::string> m_restarts;
+    std::vector<sal::MessageQueue::Refusal> m_refused;
+    std::vector<std::string> m_retired;
+    std::vector<std::string> m_passed;
+    bool m_isFreeAfterRetire = true;
     std::atomic<int> m_exitCode = -1;
     std::string m_nextID;
     StateStore m_store;
@@ -725,4 +769,181 @@ TEST_F(ProcessSupervisorTest, EndsAllDriversWithFullQueuesAtOnceInAShutdown) {
     EXPECT_TRUE(hasLogged("A: process " + std::to_string(driver("A").pid) +
                           " leaves its queue full and holds up the shutdown; it is ended\n"));
     EXPECT_EQ(std::string::npos, m_capture.text().find("C: "));
+}
+
+TEST_F(ProcessSupervisorTest, EndsADriverWithADamagedQueue) {
+    start("A");
+    m_store.setStateValueInt("A.X", 1);
+    auto output = openedQueue("A_OUTQ");
+    output.isBroken = true;
+    setQueues({openedQueue("A_INQ"), output});
+    ASSERT_TRUE(hasEnded("A"));
+    EXPECT_TRUE(m_store.find("A.X")->isStale());
+    EXPECT_TRUE(hasLogged("A: process " + std::to_string(driver("A").pid) +
+                          " cannot be reached any more: its output queue is damaged; it is ended\n"));
+    ASSERT_TRUE(waitUntil([&] { return restarts() == std::vector<std::string>{"A"}; }));
+    EXPECT_EQ("its output queue is damaged, signal 15 (Terminated)", causeOf("A"));
+}
+
+TEST_F(ProcessSupervisorTest, EndsADriverThatHasLetGoOfItsQueue) {
+    start("A");
+    auto input = openedQueue("A_INQ");
+    input.isAttached = false;
+    setQueues({input, openedQueue("A_OUTQ")});
+    ASSERT_TRUE(hasEnded("A"));
+    EXPECT_TRUE(hasLogged(" cannot be reached any more: it has let go of its input queue; it is ended\n"));
+}
+
+TEST_F(ProcessSupervisorTest, LeavesADriverAloneThatHasNotOpenedItsQueues) {
+    start("A");
+    sal::MessageQueue::Status input;
+    input.name = "A_INQ";
+    sal::MessageQueue::Status output;
+    output.name = "A_OUTQ";
+    setQueues({input, output});
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_TRUE(m_roster.isRunning("A"));
+}
+
+TEST_F(ProcessSupervisorTest, LeavesTheQueuesOfADriverThatIsReloadedAlone) {
+    start("A");
+    setActivity("reloadDriver A", "A");
+    start("A");
+    auto input = openedQueue("A_INQ");
+    input.isBroken = true;
+    setQueues({input});
+    // The old process is ended, since it holds up the reload.
+    ASSERT_TRUE(hasLogged("has not ended 0.3 s after it was to stop; it is ended"));
+    std::this_thread::sleep_for(300ms);
+    EXPECT_TRUE(m_roster.isRunning("A"));
+}
+
+TEST_F(ProcessSupervisorTest, EndsADriverWhoseInputQueueIsLocked) {
+    start("A");
+    auto input = openedQueue("A_INQ");
+    input.waitingForMs = 60000;
+    input.lockedForMs = 60000;
+    setQueues({input});
+    ASSERT_TRUE(hasEnded("A"));
+    EXPECT_TRUE(hasLogged("A: process " + std::to_string(driver("A").pid) +
+                          " hangs: a sender has not left its input queue for 60 s; it is ended\n"));
+    EXPECT_EQ(0U, causeOf("A").find("input queue locked for 60 s"));
+}
+
+TEST_F(ProcessSupervisorTest, EndsTheDriverWhoseLockedQueueHoldsUpTheCommandThread) {
+    start("B");
+    auto input = openedQueue("B_INQ");
+    input.waitingForMs = 350;
+    input.lockedForMs = 350;
+    setQueues({input});
+    setActivity("sendFID B.GO", "");
+    ASSERT_TRUE(hasEnded("B"));
+    EXPECT_TRUE(
+        hasLogged("B: process " + std::to_string(driver("B").pid) +
+                  " cannot be sent to, since a sender has not left its input queue for 0.3 s and holds up "
+                  "\"sendFID B.GO\"; it is ended\n"));
+}
+
+TEST_F(ProcessSupervisorTest, NamesALockedQueueWhoseProcessItDidNotStart) {
+    auto input = openedQueue("B_INQ");
+    input.waitingForMs = 350;
+    input.lockedForMs = 350;
+    setQueues({input});
+    setActivity("sendFID B.GO", "");
+    EXPECT_TRUE(
+        hasLogged("B: its queue is locked by a sender and holds up \"sendFID B.GO\"; the host did not start "
+                  "its process\n"));
+}
+
+TEST_F(ProcessSupervisorTest, EndsDriversWithLockedQueuesInAShutdown) {
+    start("A");
+    auto input = openedQueue("A_INQ");
+    input.lockedForMs = 100;
+    setQueues({input});
+    setActivity("shutdown", "");
+    m_sut.beginShutdown(0);
+    ASSERT_TRUE(hasEnded("A"));
+    EXPECT_TRUE(
+        hasLogged(" cannot be told to stop, since a sender does not leave its input queue, and holds up the "
+                  "shutdown; it is ended\n"));
+}
+
+TEST_F(ProcessSupervisorTest, WaitForQueuesOfADriverWithoutProcessIsEnded) {
+    setActivity("reloadDriver A", "A");
+    setRefused("A_INQ");
+    ASSERT_TRUE(hasPassed("A_INQ"));
+    EXPECT_EQ(m_retired.front(), "A_INQ");
+    EXPECT_TRUE(hasLogged("A: queue A_INQ does not become free: somebody has it; its name is taken away\n"));
+    setRefused("A_OUTQ");
+    ASSERT_TRUE(hasPassed("A_OUTQ"));
+    std::this_thread::sleep_for(200ms);
+    m_log.flush();
+    EXPECT_EQ(2, loggedLines());
+}
+
+TEST_F(ProcessSupervisorTest, WaitForQueuesThatCannotBeFreedIsEndedWithoutALine) {
+    m_isFreeAfterRetire = false;
+    setActivity("reloadDriver A", "A");
+    setRefused("A_INQ");
+    ASSERT_TRUE(hasPassed("A_INQ"));
+    m_log.flush();
+    EXPECT_EQ(0, loggedLines());
+}
+
+TEST_F(ProcessSupervisorTest, WaitForQueuesLastsAsLongAsTheProcess) {
+    startDeaf("A");
+    std::this_thread::sleep_for(100ms);
+    setRefused("A_INQ");
+    setActivity("reloadDriver A", "A");
+    ASSERT_TRUE(hasLogged("has not ended 0.3 s after it was to stop; it is ended"));
+    {
+        const std::lock_guard lock(m_mutex);
+        EXPECT_TRUE(m_passed.empty());
+    }
+    ASSERT_TRUE(hasPassed("A_INQ"));
+    EXPECT_FALSE(m_roster.isRunning("A"));
+}
+
+TEST_F(ProcessSupervisorTest, SingleRefusalIsNoWait) {
+    setRefused("A_INQ", 0);
+    setActivity("reloadDriver A", "A");
+    std::this_thread::sleep_for(600ms);
+    const std::lock_guard lock(m_mutex);
+    EXPECT_TRUE(m_passed.empty());
+}
+
+TEST_F(ProcessSupervisorTest, RefusedQueueOfAnotherDriverIsNotTheCommandsWait) {
+    setRefused("B_INQ");
+    setActivity("reloadDriver A", "A");
+    std::this_thread::sleep_for(600ms);
+    const std::lock_guard lock(m_mutex);
+    EXPECT_TRUE(m_passed.empty());
+}
+
+TEST_F(ProcessSupervisorTest, WaitForQueuesEndsAtOnceInAShutdown) {
+    m_sut.beginShutdown(0);
+    setRefused("A_INQ");
+    setActivity("reloadDriver A", "A");
+    ASSERT_TRUE(hasPassed("A_INQ"));
+    m_exitCode = -1;
+}
+
+TEST_F(ProcessSupervisorTest, SaysOnceWhyADriverDoesNotStart) {
+    const auto fail = [this](const std::string& reason) { m_sut.endStart("A", reason); };
+    fail("no room");
+    fail("no room");
+    ASSERT_TRUE(hasLogged("A: no process runs: no room; it is started again in 0.1 s\n"));
+    EXPECT_EQ(1, loggedLines());
+    fail("no rights");
+    ASSERT_TRUE(
+        hasLogged("A: no process runs: no rights; it is not started again: 2 restarts in a row are the "
+                  "limit\n"));
+}
+
+TEST_F(ProcessSupervisorTest, SaysAgainWhyADriverDoesNotStartWhenSomebodyAskedForIt) {
+    m_sut.endStart("A", "no room");
+    m_sut.beginReload("A");
+    m_sut.endStart("A", "no room");
+    m_log.flush();
+    ASSERT_TRUE(waitUntil([&] { return loggedLines() == 2; }));
 }

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <string>
+
+/// Tries out whether a driver's queues can be made, before the module is asked to: that one waits for their
+/// names without an end. Owned by Host, used on its command thread.
+class QueueTrial {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// How long somebody without a host may keep the name of a queue.
+    explicit QueueTrial(std::chrono::milliseconds patience) : m_patience(patience) {}
+
+    /// Empty, or why the queues of that driver cannot be made now. The caller says it.
+    std::string fault(const std::string& driverID);
+
+private:
+    const std::chrono::milliseconds m_patience;
+    std::map<std::string, Clock::time_point> m_faultSince;
+};
