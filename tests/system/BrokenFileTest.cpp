@@ -224,6 +224,18 @@ TEST_F(BrokenFile, WantOfDescriptorsIsAReasonWithANextTry) {
     EXPECT_EQ(end(), 0);
 }
 
+TEST_F(BrokenFile, ReloadOfADriverBeforeAFaultForgetsNobodyBehindIt) {
+    HostProcess& host = startAndWait({"--restart-delay", "60"});
+    kill(host, "F");
+    ASSERT_TRUE(host.waitForLog("it is started again in ")) << host.log();
+    workplace().configure(Workplace::entry("E", "Echo", "queue") + "text\n" +
+                          Workplace::entry("F", "Echo", "queue"));
+    host.type("reloadDriver E");
+    EXPECT_THAT(line(host, "E"), HasSubstr("  running  "));
+    EXPECT_THAT(line(host, "F"), HasSubstr("  signal 9 (Killed)  in "));
+    EXPECT_EQ(end(), 0);
+}
+
 TEST_F(BrokenFile, WholeFileWithoutTheDriverGivesItUp) {
     HostProcess& host = startAndWait({"--restart-delay", "0.1"});
     replace(file(), "<workplaces><workplace id=\"0\">" + Workplace::entry("F", "Echo", "queue") +

@@ -97,7 +97,8 @@ TEST_F(HostFiles, FiftyThousandEntriesOfAnUnknownTypeStart) {
     host.closeInput();
     // A guard only: what grew with the square of the entries took minutes.
     EXPECT_EQ(host.waitForEnd(100), 0);
-    EXPECT_THAT(host.log(), HasSubstr("HOST: the workplace is started\n"));
+    // Not the whole log: it has a line for each entry.
+    EXPECT_NE(host.log().find("HOST: the workplace is started\n"), std::string::npos);
     EXPECT_THAT(host.output(), HasSubstr("no state value matches NONE\n"));
 }
 
