@@ -82,10 +82,9 @@ WorkplaceCopy::~WorkplaceCopy() {
 
 std::string WorkplaceCopy::take(const WorkplaceSnapshot& snapshot) {
     int error = putBehind(m_nothing, m_number);
+    XMLVerify::setCopy(sal::Path(m_path), sal::Path(snapshot.path()), snapshot.signatureFault());
     if (error == 0 && snapshot.bytes())
         error = putCopyBehind(*snapshot.bytes(), m_number);
-    if (error != 0)
-        return snapshot.path() + " cannot be handed to the module: " + std::strerror(error);
-    XMLVerify::setCopy(sal::Path(m_path), sal::Path(snapshot.path()), snapshot.signatureFault());
-    return {};
+    return error == 0 ? std::string()
+                      : snapshot.path() + " cannot be handed to the module: " + std::strerror(error);
 }
