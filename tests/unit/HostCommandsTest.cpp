@@ -204,7 +204,7 @@ TEST_F(HostCommandsTest, DriversShowsNoIDTypeOrCauseAsItIs) {
     entry.driverID = "A" + g_text;
     entry.driverType = "T" + g_text;
     entry.version = "V" + g_text;
-    m_roster.configure({entry});
+    m_roster.configure({entry}, true);
     m_roster.processStarted("A" + g_text, 42);
     m_roster.processEnded("A" + g_text, 42, "c" + g_text);
     const std::string text = reply("drivers");
