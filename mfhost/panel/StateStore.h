@@ -93,7 +93,7 @@ public:
         /// An instance has settled when it has reported something and then for so long brought no stale value
         /// of the former ones back. What is still stale then is forgotten.
         Clock::duration settleTime = std::chrono::seconds(60);
-        /// An owner's losses are logged when they begin, and again once they begin anew; not more often.
+        /// An owner's losses are logged when they begin; after there was room, and that long later, again.
         Clock::duration lossInterval = std::chrono::seconds(60);
     };
 
