@@ -211,7 +211,7 @@ void measureStarts(const Amounts& amounts, int round, Directory& directory, cons
         }
         const bool isMost = drivers == amounts.startedDrivers.back();
         if (round <= amounts.fleetRounds || drivers == 1)
-            measureHostStart(amounts, "full", drivers, isMost ? amounts.restarts : 0, round, directory,
+            measureHostStart(amounts, "second", drivers, isMost ? amounts.restarts : 0, round, directory,
                              results);
     }
 }
