@@ -207,7 +207,8 @@ std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name,
                                                    std::shared_ptr<const FileHandle>& pCreatorWatch) {
     std::string error;
     QueueGeometry geometry;
-    auto pFile = QueueFile::attach(name, geometry, error);
+    bool isLate = false;
+    auto pFile = QueueFile::attach(name, geometry, error, isLate);
     auto pQueue = pFile != nullptr ? make(name, false, std::move(pFile), geometry, error) : nullptr;
     if (pQueue != nullptr) {
         pCreatorWatch = std::make_shared<const FileHandle>(pQueue->m_pFile->reopen());
@@ -218,7 +219,8 @@ std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name,
         }
     }
     if (pQueue == nullptr) {
-        logLine("QUEUE", LogOutput::eError, described(name) + "not opened: " + error);
+        logLine("QUEUE", isLate ? LogOutput::eWarning : LogOutput::eError,
+                described(name) + "not opened: " + error);
         return nullptr;
     }
     QueueRegistry::instance().add(*pQueue);

@@ -434,7 +434,8 @@ QueueFile::Result QueueFile::publish(std::string& error) {
 }
 
 std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeometry& geometry,
-                                             std::string& error) {
+                                             std::string& error, bool& isLate) {
+    isLate = false;
     auto name = QueueDirectory::fileName(queue, error);
     if (!name) {
         return nullptr;
@@ -449,7 +450,9 @@ std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeom
     for (;;) {
         handle = openNamed(directory->descriptor(), *name);
         if (!handle) {
-            error = path + ": " + reason(errno);
+            isLate = errno == ENOENT && QueueMaker::isHanded();
+            error = isLate ? "it is gone: its host has let go of it since it started this process"
+                           : path + ": " + reason(errno);
             return nullptr;
         }
         if (!isQueueOfOurs(handle)) {
@@ -494,6 +497,7 @@ std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeom
         return nullptr;
     }
     if (std::string refusal = QueueMaker::refusal({header.maker, header.number}); !refusal.empty()) {
+        isLate = QueueMaker::isHanded();
         error = std::move(refusal);
         return nullptr;
     }

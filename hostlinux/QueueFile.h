@@ -24,9 +24,10 @@ public:
     static std::unique_ptr<QueueFile> make(const std::string& queue, const QueueGeometry& geometry,
                                            std::string& error);
 
-    /// An existing file whose creator lives.
+    /// An existing file whose creator lives. isLate says that a failure is none of the queue's: the queue
+    /// that this process was started for is gone, or has been made anew for another.
     static std::unique_ptr<QueueFile> attach(const std::string& queue, QueueGeometry& geometry,
-                                             std::string& error);
+                                             std::string& error, bool& isLate);
 
     /// Removes the files of that name to which nobody is attached any more, those that a dead host left
     /// included. Waits up to 50 ms for that.

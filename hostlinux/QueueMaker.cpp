@@ -71,6 +71,11 @@ std::optional<std::string> QueueMaker::forChild() {
     return std::string(g_makerDigits - text.size(), '0') + text + ":" + std::to_string(made);
 }
 
+bool QueueMaker::isHanded() {
+    const char* pText = std::getenv(s_variable);
+    return pText != nullptr && parse(pText).has_value();
+}
+
 std::string QueueMaker::refusal(const Mark& queue) {
     const char* pText = std::getenv(s_variable);
     if (pText == nullptr || *pText == '\0') {

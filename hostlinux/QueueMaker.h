@@ -27,6 +27,9 @@ public:
     /// The value of the variable for a child: the mark of the last queue. Nothing while none has been made.
     static std::optional<std::string> forChild();
 
+    /// Whether this process was handed a mark, and a well-formed one.
+    static bool isHanded();
+
     /// Why this process, as it was handed its mark, may not open that queue; empty when it may.
     static std::string refusal(const Mark& queue);
 

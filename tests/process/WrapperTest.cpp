@@ -325,9 +325,9 @@ TEST_F(LateWrapper, LeavesTheQueuesToItsSuccessor) {
     late.signal(SIGCONT);
     EXPECT_EQ(late.waitEnd(), "exit 1");
     EXPECT_THAT(standardError(),
-                ElementsAre(testing::AllOf(
-                    HasSubstr("AXIS1 QUEUE: queue AXIS1_INQ: not opened: it was made for a process that was "
-                              "started later than this one, which has been replaced"))));
+                ElementsAre(testing::AllOf(HasSubstr(
+                    "warning  AXIS1 QUEUE: queue AXIS1_INQ: not opened: it was made for a process that was "
+                    "started later than this one, which has been replaced"))));
     EXPECT_THAT(record(), IsEmpty());
     const StreamsToFiles streams(*this);
     sut = ProcessController(host.startWrapper(module("Recorder")));
@@ -352,6 +352,9 @@ TEST_F(LateWrapper, OfAHostThatLetGoFindsNoQueue) {
     host.closeQueues();
     sut.signal(SIGCONT);
     EXPECT_EQ(sut.waitEnd(), "exit 1");
+    EXPECT_THAT(standardError(),
+                ElementsAre(HasSubstr("warning  AXIS1 QUEUE: queue AXIS1_INQ: not opened: it is gone: its "
+                                      "host has let go of it since it started this process")));
     EXPECT_TRUE(std::filesystem::is_empty(directory / "queues"));
 }
 

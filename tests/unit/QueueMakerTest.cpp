@@ -94,6 +94,14 @@ TEST_F(QueueMakerTest, LargestMarkIsRead) {
     EXPECT_EQ("", QueueMaker::refusal({~std::uint64_t{0}, ~std::uint64_t{0}}));
 }
 
+TEST_F(QueueMakerTest, KnowsWhetherItWasHandedAMark) {
+    EXPECT_FALSE(QueueMaker::isHanded());
+    hand("me");
+    EXPECT_FALSE(QueueMaker::isHanded());
+    hand("00000000000000ab:12");
+    EXPECT_TRUE(QueueMaker::isHanded());
+}
+
 TEST_F(QueueMakerTest, MalformedMarkIsRefusedWithItsText) {
     for (const char* pText :
          {"x", "ab:12", "00000000000000ab", "00000000000000ab:", "00000000000000ab;12", "00000000000000ab:0",
