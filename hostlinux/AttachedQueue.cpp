@@ -370,6 +370,17 @@ void AttachedQueue::receiverGone() {
     header().spaceEvent.wakeAll();
 }
 
+bool AttachedQueue::hasReader() const {
+    return header().receiverGeneration.load(std::memory_order_acquire) != 0;
+}
+
+std::shared_ptr<FutexWord> AttachedQueue::awaitedReader() const {
+    if (hasReader() || m_isReceiverGone.load(std::memory_order_relaxed)) {
+        return nullptr;
+    }
+    return {m_pMapping, &header().receiverGeneration};
+}
+
 void AttachedQueue::threadStops() {
     m_stopCount.store(QueueCursor::unpack(header().tail.load(std::memory_order_acquire)).count,
                       std::memory_order_relaxed);
@@ -410,6 +421,7 @@ bool AttachedQueue::claimReceiver() {
     m_isReceiver = true;
     header().receiverPid.store(static_cast<std::uint32_t>(::getpid()), std::memory_order_relaxed);
     header().receiverGeneration.fetch_add(1, std::memory_order_acq_rel);
+    futexWake(header().receiverGeneration, INT_MAX, FutexScope::eShared);
     if (!m_ring.beginReceiving()) {
         setBroken("its indices make no sense");
     }

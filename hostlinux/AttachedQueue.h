@@ -46,6 +46,13 @@ public:
     void receiverGone();
     bool removeName();
 
+    /// Whether a receiver has ever claimed the queue. Any thread, under the registry's lock.
+    bool hasReader() const;
+    /// The word that changes when a first receiver claims the queue, in memory that stays mapped as long as
+    /// the result is kept. Null when that is not waited for: one has, or receiverGone() was said. Any thread,
+    /// under the registry's lock.
+    std::shared_ptr<FutexWord> awaitedReader() const;
+
     /// In a forked child, whose only thread this is: lets go of what belongs to the parent.
     void abandon();
 
@@ -93,7 +100,7 @@ private:
     const std::string m_name;
     const bool m_isCreator;
     const std::unique_ptr<QueueFile> m_pFile;
-    const std::unique_ptr<QueueMapping> m_pMapping;
+    const std::shared_ptr<QueueMapping> m_pMapping;
     QueueRing m_ring;
     const bool m_hasFences;            ///< this process has joined the process fences
     const std::uint32_t m_nextTicket;  ///< the first that somebody else could have taken

@@ -4,12 +4,16 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <span>
 
 namespace sal {
 
@@ -39,6 +43,38 @@ inline FutexWake futexWait(FutexWord& word, std::uint32_t value, std::chrono::na
         default:
             return FutexWake::eChanged;
     }
+}
+
+/// A futex word and the value that it keeps until there is something new.
+struct FutexWait {
+    FutexWord* pWord = nullptr;
+    std::uint32_t value = 0;
+    FutexScope scope = FutexScope::eProcess;
+};
+
+/// Sleeps while each of the words holds its value, at most for the time given; it may end sooner. The kernel
+/// takes 128 words at once: a change of one beyond shows only at the end of the time.
+inline void futexWaitAny(std::span<const FutexWait> waits, std::chrono::nanoseconds time) {
+    constexpr std::chrono::milliseconds shortSleep{10};
+    std::array<futex_waitv, FUTEX_WAITV_MAX> words{};
+    const std::size_t count = std::min(waits.size(), words.size());
+    for (std::size_t i = 0; i < count; ++i) {
+        words[i].val = waits[i].value;
+        words[i].uaddr = reinterpret_cast<std::uintptr_t>(waits[i].pWord);
+        words[i].flags = FUTEX_32 | (waits[i].scope == FutexScope::eProcess ? FUTEX_PRIVATE_FLAG : 0);
+    }
+    timespec end{};
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    const auto nanoseconds = end.tv_nsec + time.count();
+    end.tv_sec += static_cast<time_t>(nanoseconds / 1'000'000'000);
+    end.tv_nsec = static_cast<long>(nanoseconds % 1'000'000'000);
+    if (syscall(SYS_futex_waitv, words.data(), count, 0, &end, CLOCK_MONOTONIC) >= 0 || errno == ETIMEDOUT ||
+        errno == EAGAIN || errno == EINTR) {
+        return;
+    }
+    // A kernel before 5.16 does not know the call, and a container's rules may refuse it.
+    const FutexWait& first = waits.front();
+    futexWait(*first.pWord, first.value, std::min<std::chrono::nanoseconds>(time, shortSleep), first.scope);
 }
 
 inline void futexWake(FutexWord& word, int count, FutexScope scope) {

@@ -109,6 +109,14 @@ void MessageQueue::receiverGone(const std::string& name) {
     QueueRegistry::instance().receiverGone(name);
 }
 
+bool MessageQueue::hasReader(const std::string& name) {
+    return QueueRegistry::instance().hasReader(name);
+}
+
+bool MessageQueue::waitForReaders(const std::vector<std::string>& names, std::size_t most, int timeout) {
+    return QueueRegistry::instance().waitForReaders(names, most, timeout);
+}
+
 std::vector<MessageQueue::Status> MessageQueue::statuses() {
     return QueueRegistry::instance().statuses();
 }

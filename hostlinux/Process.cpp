@@ -6,22 +6,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <string_view>
 #include <system_error>
 #include <thread>
 
 #include "LogLine.h"
+#include "ProcessObserver.h"
 #include "QueueMaker.h"
 #include "SpawnSettings.h"
 #include "sal/LogOutput.h"
 
 namespace sal {
 namespace {
-
-std::atomic<Process::Observer*> s_pObserver{nullptr};
 
 void waitFor(int pidFd) {
     siginfo_t info{};
@@ -115,15 +114,17 @@ bool Process::createProcess(const std::string& title, Path& executable,
         sayFailed(title, executable, reason);
         return false;
     }
-    if (Observer* pObserver = s_pObserver.load())
-        pObserver->processStarted({pid, pidFd, title, arguments});
-    else
+    if (!ProcessObserver::tell({pid, pidFd, title, arguments}))
         reapInBackground(pidFd);
     return true;
 }
 
+void Process::Observer::awaitStart(int /*pid*/, unsigned int seconds) {
+    std::this_thread::sleep_for(std::chrono::seconds(seconds));
+}
+
 void Process::setObserver(Observer* pObserver) {
-    s_pObserver = pObserver;
+    ProcessObserver::set(pObserver);
 }
 
 }  // namespace sal

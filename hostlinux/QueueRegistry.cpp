@@ -3,8 +3,11 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <chrono>
+#include <climits>
 #include <utility>
 
+#include "Deadline.h"
 #include "QueueMaker.h"
 
 namespace sal {
@@ -13,6 +16,8 @@ namespace {
 
 /// Refusals with longer pauses between them are no wait for the name.
 constexpr std::chrono::seconds g_series{1};
+// Bounds how long a claim goes unnoticed whose claimer has died before it could wake anybody.
+constexpr std::chrono::milliseconds g_slice{100};
 
 }  // namespace
 
@@ -43,6 +48,7 @@ void QueueRegistry::add(AttachedQueue& queue) {
 void QueueRegistry::remove(AttachedQueue& queue) {
     const std::lock_guard lock(m_mutex);
     std::erase(m_queues, &queue);
+    readersChange();
 }
 
 void QueueRegistry::receiverGone(const std::string& name) {
@@ -51,6 +57,54 @@ void QueueRegistry::receiverGone(const std::string& name) {
         if (pQueue->name() == name) {
             pQueue->receiverGone();
         }
+    }
+    readersChange();
+}
+
+void QueueRegistry::readersChange() {
+    m_readerChanges.fetch_add(1, std::memory_order_acq_rel);
+    futexWake(m_readerChanges, INT_MAX, FutexScope::eProcess);
+}
+
+bool QueueRegistry::hasReader(const std::string& name) {
+    const std::lock_guard lock(m_mutex);
+    return std::any_of(m_queues.begin(), m_queues.end(), [&](const AttachedQueue* pQueue) {
+        return pQueue->isCreator() && pQueue->name() == name && pQueue->hasReader();
+    });
+}
+
+std::vector<std::shared_ptr<FutexWord>> QueueRegistry::awaitedReaders(const std::vector<std::string>& names) {
+    std::vector<std::shared_ptr<FutexWord>> awaited;
+    const std::lock_guard lock(m_mutex);
+    for (const AttachedQueue* pQueue : m_queues) {
+        if (!pQueue->isCreator() || std::find(names.begin(), names.end(), pQueue->name()) == names.end()) {
+            continue;
+        }
+        if (auto pWord = pQueue->awaitedReader()) {
+            awaited.push_back(std::move(pWord));
+        }
+    }
+    return awaited;
+}
+
+bool QueueRegistry::waitForReaders(const std::vector<std::string>& names, std::size_t most, int timeout) {
+    Deadline deadline(timeout);
+    for (;;) {
+        // Before the look at the queues, so that no change is missed.
+        std::vector<FutexWait> waits{
+            {&m_readerChanges, m_readerChanges.load(std::memory_order_acquire), FutexScope::eProcess}};
+        const auto awaited = awaitedReaders(names);
+        if (awaited.size() <= most) {
+            return true;
+        }
+        const auto left = deadline.left(g_slice);
+        if (left == Deadline::Clock::duration::zero()) {
+            return false;
+        }
+        for (const auto& pWord : awaited) {
+            waits.push_back({pWord.get(), 0, FutexScope::eShared});
+        }
+        futexWaitAny(waits, left);
     }
 }
 

@@ -1,12 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "AttachedQueue.h"
+#include "Futex.h"
 
 namespace sal {
 
@@ -22,6 +25,11 @@ public:
     void remove(AttachedQueue& queue);
 
     void receiverGone(const std::string& name);
+
+    bool hasReader(const std::string& name);
+    /// See MessageQueue::waitForReaders().
+    bool waitForReaders(const std::vector<std::string>& names, std::size_t most, int timeout);
+
     std::vector<MessageQueue::Status> statuses();
 
     bool removeNames();
@@ -48,10 +56,15 @@ private:
     };
 
     QueueRegistry();
+    /// Those who wait for readers look again.
+    void readersChange();
+    /// What changes when one of the queues that still wait for their first reader gets it.
+    std::vector<std::shared_ptr<FutexWord>> awaitedReaders(const std::vector<std::string>& names);
 
     std::mutex m_mutex;
     std::vector<AttachedQueue*> m_queues;
     std::map<std::string, Refused> m_refused;
+    FutexWord m_readerChanges{0};  ///< counts all but the claims themselves
 };
 
 }  // namespace sal

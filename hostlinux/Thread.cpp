@@ -9,6 +9,7 @@
 
 #include "ExceptionText.h"
 #include "LogLine.h"
+#include "ProcessObserver.h"
 #include "ThreadState.h"
 #include "sal/Assert.h"
 #include "sal/LogOutput.h"
@@ -82,7 +83,9 @@ bool Thread::shutdown(int timeout) {
 }
 
 void Thread::sleep(unsigned int seconds) {
-    std::this_thread::sleep_for(std::chrono::seconds(seconds));
+    if (!ProcessObserver::awaitStart(seconds)) {
+        std::this_thread::sleep_for(std::chrono::seconds(seconds));
+    }
 }
 
 void Thread::mssleep(unsigned int milliseconds) {

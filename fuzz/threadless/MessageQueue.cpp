@@ -57,6 +57,14 @@ bool MessageQueue::waitForCreatorEnd() const {
 
 void MessageQueue::receiverGone(const std::string&) {}
 
+bool MessageQueue::hasReader(const std::string&) {
+    return false;
+}
+
+bool MessageQueue::waitForReaders(const std::vector<std::string>&, std::size_t, int) {
+    return true;
+}
+
 std::vector<MessageQueue::Status> MessageQueue::statuses() {
     return {};
 }

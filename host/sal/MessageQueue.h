@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -55,6 +56,15 @@ public:
     /// The process that was to receive from the queue of that name has ended: senders of this process that
     /// wait on it are released, until another receiver attaches. Any thread.
     static void receiverGone(const std::string& name);
+
+    /// Whether a receiver has ever claimed the queue of that name, which this process has made; false when it
+    /// has made none. One look at the queue. Any thread.
+    static bool hasReader(const std::string& name);
+
+    /// Waits until no more than that many of these queues wait for their first receiver. Those do not that
+    /// this process has not made or has closed, nor those of which receiverGone() was said. Wakes when a
+    /// receiver claims one of them. False at the end of the time-out. Any thread.
+    static bool waitForReaders(const std::vector<std::string>& names, std::size_t most, int timeout);
 
     struct Status {
         std::string name;

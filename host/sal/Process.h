@@ -29,10 +29,15 @@ public:
 
     /// Is told of every child, on the thread that made it, before createProcess returns. The observer reaps
     /// it with waitid(P_PIDFD, ...). Without an observer libsal reaps its children itself.
-    class Observer {
+    class SAL_API Observer {
     public:
         virtual ~Observer() = default;
         virtual void processStarted(const Started& process) = 0;
+
+        /// The thread that made the process sleeps that long, so that it can come up, by Thread::sleep for
+        /// the first time since. On that thread; returns when it may go on, after these seconds at the
+        /// latest. By default it sleeps them all.
+        virtual void awaitStart(int pid, unsigned int seconds);
     };
     /// Null takes the observer out. Set at start, taken out when no other thread makes processes any more.
     static void setObserver(Observer* pObserver);

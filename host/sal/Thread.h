@@ -25,7 +25,11 @@ public:
     /// itself.
     bool shutdown(int timeout);
 
+    /// The first sleep of a thread after it has made a process ends when the process observer says so, after
+    /// these seconds at the latest (Process::Observer::awaitStart); every other lasts its seconds. Any
+    /// thread.
     static void sleep(unsigned int seconds);
+    /// Lasts its milliseconds. Any thread.
     static void mssleep(unsigned int milliseconds);
 
 protected:

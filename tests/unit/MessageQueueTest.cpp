@@ -2,9 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -1123,6 +1127,166 @@ TEST_F(MessageQueue, ReceiverGoneOfAnotherQueueReleasesNobody) {
     const auto begin = Clock::now();
     EXPECT_FALSE(sendText(sut, "y", 250));
     EXPECT_GE(Clock::now() - begin, 250ms);
+}
+
+// The first receiver comes.
+
+TEST_F(MessageQueue, HasReaderOnceOneHasClaimedIt) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+    sal::MessageQueue other;
+    ASSERT_TRUE(other.create("OTHER", 1, 1024, 0));
+    EXPECT_FALSE(sal::MessageQueue::hasReader("Q"));
+    {
+        sal::MessageQueue reader;
+        ASSERT_TRUE(reader.open("Q"));
+        EXPECT_FALSE(sal::MessageQueue::hasReader("Q"));
+        receiveText(reader);
+        EXPECT_TRUE(sal::MessageQueue::hasReader("Q"));
+        EXPECT_FALSE(sal::MessageQueue::hasReader("OTHER"));
+    }
+    EXPECT_TRUE(sal::MessageQueue::hasReader("Q"));
+}
+
+TEST_F(MessageQueue, HasReaderKnowsTheQueuesOfThisProcessAlone) {
+    QueuePeer creator({"create", "Q"});
+    ASSERT_EQ(creator.line(), "created");
+    sal::MessageQueue reader;
+    ASSERT_TRUE(reader.open("Q"));
+    receiveText(reader);
+    EXPECT_FALSE(sal::MessageQueue::hasReader("Q"));
+    EXPECT_FALSE(sal::MessageQueue::hasReader("NONE"));
+}
+
+TEST_F(MessageQueue, AQueueMadeAnewHasNoReader) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+    {
+        sal::MessageQueue reader;
+        ASSERT_TRUE(reader.open("Q"));
+        receiveText(reader);
+    }
+    sut.close();
+    ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+    EXPECT_FALSE(sal::MessageQueue::hasReader("Q"));
+}
+
+TEST_F(MessageQueue, WaitForReadersLastsItsTimeOut) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+    const auto begin = Clock::now();
+    EXPECT_FALSE(sal::MessageQueue::waitForReaders({"Q"}, 0, 250));
+    EXPECT_GE(Clock::now() - begin, 250ms);
+    EXPECT_FALSE(sal::MessageQueue::waitForReaders({"Q"}, 0, 0));
+}
+
+TEST_F(MessageQueue, WaitForReadersEndsWhenNoMoreThanThatManyWait) {
+    sal::MessageQueue a;
+    sal::MessageQueue b;
+    ASSERT_TRUE(a.create("A", 1, 1024, 0));
+    ASSERT_TRUE(b.create("B", 1, 1024, 0));
+    EXPECT_TRUE(sal::MessageQueue::waitForReaders({"A", "B"}, 2, -1));
+    EXPECT_FALSE(sal::MessageQueue::waitForReaders({"A", "B"}, 1, 0));
+    EXPECT_TRUE(sal::MessageQueue::waitForReaders({"B"}, 1, -1));
+    QueuePeer reader({"attach", "A"});
+    EXPECT_TRUE(sal::MessageQueue::waitForReaders({"A", "B"}, 1, -1));
+    EXPECT_TRUE(sal::MessageQueue::hasReader("A"));
+    EXPECT_FALSE(sal::MessageQueue::waitForReaders({"A", "B"}, 0, 0));
+}
+
+TEST_F(MessageQueue, WaitForReadersDoesNotWaitForQueuesThatThisProcessHasNotMade) {
+    QueuePeer creator({"create", "Q"});
+    ASSERT_EQ(creator.line(), "created");
+    EXPECT_TRUE(sal::MessageQueue::waitForReaders({"Q", "NONE"}, 0, -1));
+    EXPECT_TRUE(sal::MessageQueue::waitForReaders({}, 0, -1));
+}
+
+TEST_F(MessageQueue, WaitForReadersEndsWhenTheReceiverIsSaidToBeGone) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+    std::thread supervisor([] {
+        std::this_thread::sleep_for(50ms);
+        sal::MessageQueue::receiverGone("Q");
+    });
+    EXPECT_TRUE(sal::MessageQueue::waitForReaders({"Q"}, 0, -1));
+    supervisor.join();
+    EXPECT_FALSE(sal::MessageQueue::hasReader("Q"));
+}
+
+TEST_F(MessageQueue, WaitForReadersEndsWhenTheQueueIsClosed) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+    std::thread closer([&] {
+        std::this_thread::sleep_for(50ms);
+        sut.close();
+    });
+    EXPECT_TRUE(sal::MessageQueue::waitForReaders({"Q"}, 0, -1));
+    closer.join();
+}
+
+TEST_F(MessageQueue, AClaimWakesThoseWhoWaitForIt) {
+    auto shortest = Clock::duration::max();
+    for (int round = 0; round < 20; ++round) {
+        sal::MessageQueue sut;
+        sal::MessageQueue reader;
+        ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+        ASSERT_TRUE(reader.open("Q"));
+        Clock::time_point claimed;
+        std::thread claimer([&] {
+            std::this_thread::sleep_for(5ms);
+            claimed = Clock::now();
+            receiveText(reader);
+        });
+        EXPECT_TRUE(sal::MessageQueue::waitForReaders({"Q"}, 0, -1));
+        const auto woken = Clock::now();
+        claimer.join();
+        shortest = std::min(shortest, woken - claimed);
+    }
+    // Without the wake-up each would last for the rest of a tenth of a second.
+    EXPECT_LT(shortest, 50ms);
+}
+
+TEST_F(MessageQueue, WaitForReadersTakesMoreQueuesThanTheKernelWaitsForAtOnce) {
+    std::vector<std::unique_ptr<sal::MessageQueue>> queues;
+    std::vector<std::string> names;
+    for (int i = 0; i < 200; ++i) {
+        names.push_back("Q" + std::to_string(i));
+        queues.push_back(std::make_unique<sal::MessageQueue>());
+        ASSERT_TRUE(queues.back()->create(names.back(), 1, 16, 0));
+    }
+    EXPECT_FALSE(sal::MessageQueue::waitForReaders(names, 199, 20));
+    QueuePeer reader({"attach", "Q199"});
+    EXPECT_TRUE(sal::MessageQueue::waitForReaders(names, 199, -1));
+}
+
+TEST_F(MessageQueue, WaitForReadersGetsAlongWithoutTheKernelsHelp) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+    // As under a kernel that does not know the call; the rules hold for this thread alone.
+    std::thread waiter([] {
+        const std::array<sock_filter, 4> filter{{
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_futex_waitv, 0, 1),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        }};
+        const sock_fprog program{filter.size(), const_cast<sock_filter*>(filter.data())};
+        ASSERT_EQ(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+        ASSERT_EQ(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+        EXPECT_FALSE(sal::MessageQueue::waitForReaders({"Q"}, 0, 50));
+        EXPECT_TRUE(sal::MessageQueue::waitForReaders({"Q"}, 0, -1));
+    });
+    std::this_thread::sleep_for(100ms);
+    QueuePeer reader({"attach", "Q"});
+    waiter.join();
+}
+
+TEST_F(MessageQueue, ATruncatedFileHoldsNobodyUpWhoWaitsForReaders) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+    ASSERT_EQ(::truncate(file("Q").c_str(), 0), 0);
+    EXPECT_FALSE(sal::MessageQueue::waitForReaders({"Q"}, 0, 50));
+    EXPECT_FALSE(sal::MessageQueue::hasReader("Q"));
 }
 
 TEST_F(MessageQueue, AFullSenderIsReleasedWhenTheCreatorDiesBeforeItReceived) {

@@ -10,13 +10,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "LogCapture.h"
 #include "TemporaryDirectory.h"
+#include "sal/Thread.h"
 
 namespace {
 
@@ -217,6 +221,73 @@ TEST_F(Process, ChildThatIsCollectedByOthersIsToldOfOrFails) {
         EXPECT_THAT(text,
                     HasSubstr("\"title\" (/bin/true) ended as soon as it was started; how is not known"));
     }
+}
+
+/// Notes what it is asked to wait for, and does not wait.
+class HastyObserver : public Observer {
+public:
+    void awaitStart(int pid, unsigned int seconds) override {
+        awaited.emplace_back(pid, seconds);
+        waiter = std::this_thread::get_id();
+    }
+
+    std::vector<std::pair<int, unsigned int>> awaited;
+    std::thread::id waiter;
+};
+
+TEST_F(Process, FirstSleepAfterAStartIsTheObservers) {
+    HastyObserver observer;
+    ASSERT_TRUE(start("title", "/bin/true", {}));
+    sal::Thread::sleep(1000);
+    EXPECT_THAT(observer.awaited, ElementsAre(std::pair(observer.started[0].pid, 1000U)));
+    EXPECT_EQ(observer.waiter, std::this_thread::get_id());
+    observer.waitForExit();
+}
+
+TEST_F(Process, SleepIsTheObserversOnceForEachStart) {
+    HastyObserver observer;
+    ASSERT_TRUE(start("title", "/bin/true", {}));
+    sal::Thread::sleep(1000);
+    const auto begin = std::chrono::steady_clock::now();
+    sal::Thread::sleep(1);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 1s);
+    EXPECT_EQ(observer.awaited.size(), 1U);
+    ASSERT_TRUE(start("title", "/bin/true", {}));
+    ASSERT_TRUE(start("title", "/bin/true", {}));
+    sal::Thread::sleep(1000);
+    EXPECT_EQ(observer.awaited.back().first, observer.started.back().pid);
+    EXPECT_EQ(observer.awaited.size(), 2U);
+}
+
+TEST_F(Process, SleepOfMillisecondsOrOfAnotherThreadIsItsOwn) {
+    HastyObserver observer;
+    ASSERT_TRUE(start("title", "/bin/true", {}));
+    const auto begin = std::chrono::steady_clock::now();
+    sal::Thread::mssleep(50);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 50ms);
+    std::thread([] { sal::Thread::sleep(0); }).join();
+    EXPECT_THAT(observer.awaited, testing::IsEmpty());
+    sal::Thread::sleep(1000);
+    EXPECT_EQ(observer.awaited.size(), 1U);
+}
+
+TEST_F(Process, FailedStartLeavesTheNextSleepAsItIs) {
+    const LogCapture log;
+    HastyObserver observer;
+    EXPECT_FALSE(start("title", "/none", {}));
+    const auto begin = std::chrono::steady_clock::now();
+    sal::Thread::sleep(1);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 1s);
+    EXPECT_THAT(observer.awaited, testing::IsEmpty());
+}
+
+TEST_F(Process, ObserverSleepsAllTheTimeUnlessItKnowsBetter) {
+    const Observer observer;
+    ASSERT_TRUE(start("title", "/bin/true", {}));
+    const auto begin = std::chrono::steady_clock::now();
+    sal::Thread::sleep(1);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 1s);
+    observer.waitForExit();
 }
 
 TEST_F(Process, ManyThreadsStartProcessesAtOnce) {

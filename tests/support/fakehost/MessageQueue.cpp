@@ -67,6 +67,14 @@ void MessageQueue::receiverGone(const std::string& name) {
     fakehost::Journal::instance().note("queue receiver gone " + name);
 }
 
+bool MessageQueue::hasReader(const std::string&) {
+    return false;
+}
+
+bool MessageQueue::waitForReaders(const std::vector<std::string>&, std::size_t, int) {
+    return true;
+}
+
 std::vector<MessageQueue::Status> MessageQueue::statuses() {
     return {};
 }

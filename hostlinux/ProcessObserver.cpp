@@ -1,0 +1,41 @@
+#include "ProcessObserver.h"
+
+#include <atomic>
+#include <utility>
+
+namespace sal {
+
+namespace {
+
+std::atomic<Process::Observer*> g_pObserver{nullptr};
+
+/// 0 for none. A plain number: a thread-local with a destructor would keep this library mapped.
+thread_local int t_startedPid = 0;
+
+}  // namespace
+
+void ProcessObserver::set(Process::Observer* pObserver) {
+    g_pObserver = pObserver;
+}
+
+bool ProcessObserver::tell(const Process::Started& process) {
+    Process::Observer* pObserver = g_pObserver.load();
+    if (pObserver == nullptr) {
+        return false;
+    }
+    pObserver->processStarted(process);
+    t_startedPid = process.pid;
+    return true;
+}
+
+bool ProcessObserver::awaitStart(unsigned int seconds) {
+    const int pid = std::exchange(t_startedPid, 0);
+    Process::Observer* pObserver = g_pObserver.load();
+    if (pid == 0 || pObserver == nullptr) {
+        return false;
+    }
+    pObserver->awaitStart(pid, seconds);
+    return true;
+}
+
+}  // namespace sal

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "sal/Process.h"
+
+namespace sal {
+
+/// Who is told of the processes that this one starts, and what the threads that start them owe to him: the
+/// next sleep of such a thread is his to end. Any thread.
+class ProcessObserver {
+public:
+    /// Null takes the observer out.
+    static void set(Process::Observer* pObserver);
+
+    /// Tells the observer, and notes the process on the calling thread. False when there is none.
+    static bool tell(const Process::Started& process);
+
+    /// Has the observer wait for the process that the calling thread has noted, which is noted no longer.
+    /// False, at once, when none is noted or nobody observes.
+    static bool awaitStart(unsigned int seconds);
+};
+
+}  // namespace sal
