@@ -14,11 +14,14 @@ double anyShare() {
 }  // namespace
 
 std::optional<RestartPlan::Duration> RestartPlan::ended(Duration ran) {
-    if (ran >= m_settings.healthyTime)
+    const bool wasHealthy = ran >= m_settings.healthyTime;
+    if (wasHealthy)
         reset();
     if (m_settings.limit && m_tries >= *m_settings.limit)
         return std::nullopt;
     ++m_tries;
+    if (wasHealthy)
+        return Duration::zero();
     return nextDelay();
 }
 

@@ -4,8 +4,8 @@
 #include <functional>
 #include <optional>
 
-/// When one driver is started again: soon after its first end, ever later while it keeps ending, soon again
-/// after it has run well for a while. Owned by DriverRestarts, which serializes the calls.
+/// When one driver is started again: at once after it has run well for a while, else soon after its first end
+/// and ever later while it keeps ending. Owned by DriverRestarts, which serializes the calls.
 class RestartPlan {
 public:
     using Duration = std::chrono::milliseconds;
@@ -36,6 +36,6 @@ private:
     Duration nextDelay();
 
     const Settings& m_settings;
-    unsigned int m_tries = 0;
-    unsigned int m_delays = 0;
+    unsigned int m_tries = 0;   ///< in a row
+    unsigned int m_delays = 0;  ///< starts in a row that were not at once
 };

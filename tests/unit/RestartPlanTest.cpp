@@ -32,14 +32,23 @@ TEST(RestartPlan, GoesOnWithoutEnd) {
     EXPECT_EQ(60s, sut.ended(0ms));
 }
 
-TEST(RestartPlan, BeginsAnewAfterAMinuteOfRunning) {
+TEST(RestartPlan, BeginsAnewAndAtOnceAfterAMinuteOfRunning) {
     const RestartPlan::Settings settings = exact();
     RestartPlan sut(settings);
     sut.ended(0ms);
     sut.ended(0ms);
     EXPECT_EQ(4s, sut.ended(59999ms));
-    EXPECT_EQ(1s, sut.ended(60000ms));
+    EXPECT_EQ(0s, sut.ended(60000ms));
+    EXPECT_EQ(1s, sut.ended(0ms));
     EXPECT_EQ(2s, sut.ended(0ms));
+}
+
+TEST(RestartPlan, EachMinuteOfRunningGivesAStartAtOnce) {
+    const RestartPlan::Settings settings = exact();
+    RestartPlan sut(settings);
+    EXPECT_EQ(0s, sut.ended(60s));
+    EXPECT_EQ(0s, sut.ended(61s));
+    EXPECT_EQ(1s, sut.ended(0ms));
 }
 
 TEST(RestartPlan, BeginsAnewWhenReset) {
@@ -81,7 +90,8 @@ TEST(RestartPlan, LimitCountsTriesInARow) {
     settings.limit = 1;
     RestartPlan sut(settings);
     EXPECT_EQ(1s, sut.ended(0ms));
-    EXPECT_EQ(1s, sut.ended(60s));
+    EXPECT_EQ(0s, sut.ended(60s));
+    EXPECT_EQ(std::nullopt, sut.ended(0ms));
 }
 
 TEST(RestartPlan, WhatIsPutOffWaitsEverLongerAndCountsForNoLimit) {
