@@ -91,6 +91,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
           m_roster,
           {.stopTimeout = m_options.stopTimeout,
            .hangTimeout = m_options.hangTimeout,
+           .waitsUntilAttached = m_options.waitsUntilAttached,
            .restart = {.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}},
           {.activity = [this] { return m_commands.activity(); },
            .queues = [] { return sal::MessageQueue::statuses(); },
@@ -448,7 +449,8 @@ std::string Host::tryRestart(const std::string& driverID) {
     m_commands.setDriver({});
     m_roster.configure(file.entries(), file.isWhole());
     endStart(driverID);
-    if (m_roster.isRunning(driverID))
+    // Of a process the supervisor says it, when it has come up.
+    if (m_roster.isRunning(driverID) && !m_roster.hasProcess(driverID))
         hostLog(sal::LogOutput::eInfo) << driverID << ": is started again" << std::endl;
     return {};
 }

@@ -36,6 +36,7 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
     double stopTimeout = 3;
     double hangTimeout = 10;
     double restartDelay = 1;
+    std::string startWait = "second";
     std::string follow;
     std::vector<std::string> adapters;
 
@@ -64,6 +65,12 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
         ->take_all();
     app.add_flag("--no-start-mfds", noStartDrivers,
                  "make the queues only; driver processes are started by hand");
+    app.add_option(
+           "--start-wait", startWait,
+           "how long a start or reload waits for a driver process: a full \"second\" for each, or until "
+           "few of them are still to be \"attached\" to their queues, a second at most (default second)")
+        ->type_name("WHAT")
+        ->check(CLI::IsMember({"second", "attached"}).description(""));
     app.add_option("--log-level", options.logLevel,
                    "1 critical, 2 error, 3 warning, 4 info, 5 trace (default 4)")
         ->type_name("N")
@@ -92,7 +99,8 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
            "end)")
         ->type_name("N");
     app.add_option("--restart-delay", restartDelay,
-                   "seconds before the first such start; they double up to 60 (default 1)")
+                   "seconds before the first such start; they double up to 60; none before that of a driver "
+                   "process that has run for a minute (default 1)")
         ->type_name("S")
         ->check(CLI::Range(0.1, 60.0).description(""));
     auto* pTrust = app.add_option("--trust", options.trustDirectory, "directory of the trusted public keys")
@@ -126,6 +134,7 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
         if (pFollow->count() > 0)
             options.follow = follow;
         options.startDriverProcesses = !noStartDrivers;
+        options.waitsUntilAttached = startWait == "attached";
         options.console = !noConsole;
         options.stopTimeout = std::chrono::milliseconds(static_cast<long>(stopTimeout * 1000));
         options.hangTimeout = std::chrono::milliseconds(static_cast<long>(hangTimeout * 1000));

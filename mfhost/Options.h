@@ -18,6 +18,8 @@ struct Options {
     bool checkAsJson = false;
     std::vector<std::pair<std::string, std::string>> adapters;  ///< second name, real name
     bool startDriverProcesses = true;
+    /// A start goes on as the driver processes come up, not after a second for each.
+    bool waitsUntilAttached = false;
     int logLevel = 4;
     std::string logFile;
     std::optional<std::string> follow;  ///< a shell pattern, empty for everything

@@ -27,6 +27,8 @@ constexpr const char* s_outQueueSuffix = "_OUTQ";
 /// What mfddllwrap ends with when there is no queue for it.
 constexpr int s_noQueueCode = 1;
 constexpr std::chrono::milliseconds s_checkInterval{50};
+/// A process that is started again has come up in that time, or it is looked for less often.
+constexpr std::chrono::seconds s_startTime{10};
 constexpr std::chrono::milliseconds s_trafficInterval{900};
 /// How long a process that has let go of its queues may take to end by itself.
 constexpr std::chrono::milliseconds s_lossPatience{500};
@@ -137,11 +139,46 @@ void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
         }
         m_processes.push_back(
             {driverID, process.pid, process.pidFd, Clock::now(), std::nullopt, false, {}, nullptr});
+        m_processes.back().isRestart = m_restarting.erase(driverID) > 0;
     }
     wake();
 }
 
+void ProcessSupervisor::awaitStart(int pid, unsigned int seconds) {
+    if (!m_settings.waitsUntilAttached) {
+        Observer::awaitStart(pid, seconds);
+        return;
+    }
+    std::vector<std::string> queues;
+    {
+        const std::lock_guard lock(m_mutex);
+        for (const Watched& process : m_processes) {
+            if (!process.replaced)
+                queues.push_back(process.driverID + s_inQueueSuffix);
+            if (process.pid == pid)
+                m_awaited = process.driverID;
+        }
+    }
+    const std::size_t most = 2 * std::max(std::thread::hardware_concurrency(), 1U) - 1;
+    const bool isDone = m_environment.waitForReaders(
+        queues, most, static_cast<int>(std::chrono::milliseconds(std::chrono::seconds(seconds)).count()));
+    noteAttached();
+    const std::lock_guard lock(m_mutex);
+    m_awaited.clear();
+    if (isDone)
+        return;
+    for (Watched& process : m_processes) {
+        if (process.hasAttached || process.replaced || process.isSaidLate)
+            continue;
+        process.isSaidLate = true;
+        hostLog(sal::LogOutput::eWarning)
+            << process.driverID << ": process " << process.pid << " has not come up within " << seconds
+            << " s; the start goes on without it" << std::endl;
+    }
+}
+
 void ProcessSupervisor::beginShutdown(int exitCode) {
+    noteAttached();
     {
         const std::lock_guard lock(m_mutex);
         if (m_shutdownBegan)
@@ -166,8 +203,10 @@ void ProcessSupervisor::refresh(const std::string& driverID) {
 }
 
 void ProcessSupervisor::beginReload(const std::string& driverID) {
+    noteAttached();
     {
         const std::lock_guard lock(m_mutex);
+        m_restarting.erase(driverID);
         m_restarts.reset(driverID);
         m_endedSince.erase(driverID);
         m_saidCauses.erase(driverID);
@@ -181,6 +220,7 @@ bool ProcessSupervisor::beginRestart(const std::string& driverID) {
         if (m_shutdownBegan || !m_restarts.begin(driverID))
             return false;
         m_endedSince.erase(driverID);
+        m_restarting.insert(driverID);
     }
     m_roster.setNextTry(driverID, std::nullopt);
     return true;
@@ -192,6 +232,7 @@ void ProcessSupervisor::endStart(const std::string& driverID, const std::string&
     reapLocked(driverID);
     {
         const std::lock_guard lock(m_mutex);
+        m_restarting.erase(driverID);
         const bool isAlive = std::any_of(m_processes.begin(), m_processes.end(), [&](const Watched& process) {
             return process.driverID == driverID && !process.terminated;
         });
@@ -217,6 +258,7 @@ void ProcessSupervisor::giveUp(const std::string& driverID, const std::string& r
     {
         const std::lock_guard lock(m_mutex);
         m_restarts.giveUp(driverID);
+        m_restarting.erase(driverID);
     }
     m_roster.setNextTry(driverID, std::nullopt);
     hostLog(sal::LogOutput::eError) << driverID << ": is not started again: " << reason << std::endl;
@@ -273,6 +315,14 @@ int ProcessSupervisor::pollTimeout() {
         next = m_restarts.nextDue();
         if (!m_processes.empty() || m_environment.refreshOthers)
             next = next ? std::min(*next, m_nextSample) : m_nextSample;
+        const auto now = Clock::now();
+        const bool isAwaited =
+            std::any_of(m_processes.begin(), m_processes.end(), [&](const Watched& process) {
+                return process.isRestart && !process.hasAttached && !process.replaced &&
+                       now - process.started < s_startTime;
+            });
+        if (isAwaited)
+            next = std::min(*next, now + s_checkInterval);
     }
     if (!next)
         return -1;
@@ -316,6 +366,19 @@ void ProcessSupervisor::reapLocked(const std::string& driverID) {
     wake();
 }
 
+/// Which processes have come up by now. Before the host lets go of a queue this is the last look at it.
+void ProcessSupervisor::noteAttached() {
+    const std::lock_guard lock(m_mutex);
+    for (Watched& process : m_processes) {
+        if (process.hasAttached || process.replaced ||
+            !m_environment.hasReader(process.driverID + s_inQueueSuffix))
+            continue;
+        process.hasAttached = true;
+        if (process.isRestart)
+            hostLog(sal::LogOutput::eInfo) << process.driverID << ": is started again" << std::endl;
+    }
+}
+
 void ProcessSupervisor::ended(const Watched& process, const ProcessEnd& end) {
     const std::string cause = process.hang.empty() ? end.cause() : process.hang + ", " + end.cause();
     const auto staleValues = m_roster.processEnded(process.driverID, process.pid, cause);
@@ -333,8 +396,9 @@ void ProcessSupervisor::ended(const Watched& process, const ProcessEnd& end) {
         activity.busy && activity.driverID == process.driverID && process.started < activity.since;
     // So was one that a newer process has replaced, even if it comes to its end after the reload.
     const bool isReplaced = !staleValues;
-    // One that came up only after a newer one had replaced it finds no queue of its own.
-    const bool isOrderly = end.isOrderly() || (isReplaced && end.hasExitCode(s_noQueueCode));
+    // One that comes up only when its end was asked for finds no queue of its own any more.
+    const bool isOrderly =
+        end.isOrderly() || ((isReplaced || !process.hasAttached) && end.hasExitCode(s_noQueueCode));
     const bool isExpected = process.terminated || ((isReloaded || isShutdown || isReplaced) && isOrderly);
     std::string plan;
     if (staleValues && !isShutdown && !isReloaded) {
@@ -371,6 +435,8 @@ std::string ProcessSupervisor::planRestart(const std::string& driverID, Clock::d
     }
     m_roster.setNextTry(driverID, delay ? std::optional(now + *delay) : std::nullopt);
     wake();
+    if (delay == RestartPlan::Duration::zero())
+        return "; it is started again at once";
     if (delay)
         return "; it is started again in " + roundSeconds(*delay);
     return "; it is not started again: " + std::to_string(*m_settings.restart.limit) +
@@ -388,6 +454,7 @@ void ProcessSupervisor::check() {
         m_retiredQueues.clear();
     }
     checkShutdown(activity, now);
+    noteAttached();
     checkStacks();
     checkRestarts(now);
     if (now >= m_nextSample) {
@@ -733,6 +800,8 @@ std::string ProcessSupervisor::whoHoldsUp(const CommandThread::Activity& activit
             return driverID + (queue.lockedForMs > 0 ? ": its locked queue" : ": its full queue");
     }
     const std::lock_guard lock(m_mutex);
+    if (!m_awaited.empty())
+        return m_awaited + ": the start of its process";
     if (m_endProcessesBegan && !m_processes.empty())
         return m_processes.front().driverID + ": process " + std::to_string(m_processes.front().pid);
     if (activity.busy && activity.what != "shutdown")

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -42,6 +43,8 @@ public:
         std::chrono::milliseconds stacksLimit{2000};   ///< for reading the stacks of a process that hangs
         /// For a process to end after a newer one has replaced it; it holds nobody up.
         std::chrono::milliseconds replacedLimit{10000};
+        /// A start goes on when few processes are still to attach to their queues, not after its full time.
+        bool waitsUntilAttached = false;
         RestartPlan::Settings restart = {};
     };
 
@@ -62,6 +65,10 @@ public:
         std::function<std::vector<sal::MessageQueue::Refusal>()> refusedQueues = nullptr;
         std::function<bool(const std::string& queueName)> retireQueue = nullptr;
         std::function<void(const std::string& queueName)> passQueue = nullptr;
+        /// As the operations of sal::MessageQueue.
+        std::function<bool(const std::string& queueName)> hasReader = &sal::MessageQueue::hasReader;
+        std::function<bool(const std::vector<std::string>& queueNames, std::size_t most, int timeout)>
+            waitForReaders = &sal::MessageQueue::waitForReaders;
     };
 
     ProcessSupervisor(DriverRoster& roster, Settings settings, Environment environment);
@@ -74,6 +81,10 @@ public:
     void wake();
 
     void processStarted(const sal::Process::Started& process) override;
+    /// Where a start waits until processes have attached: returns when fewer than twice as many as there are
+    /// processors have neither attached to their input queue nor ended. One that takes longer than all the
+    /// time is named in the log, once.
+    void awaitStart(int pid, unsigned int seconds) override;
 
     /// Learns of ends that have come by now, of that driver or for an empty ID of all: when it returns, their
     /// values are marked. Any thread but those that hold the roster or the store.
@@ -109,6 +120,9 @@ private:
         std::string hang;  ///< how it hangs or has lost a queue; empty while it does not
         std::unique_ptr<StackDump> pStacks;
         std::optional<Clock::time_point> replaced = std::nullopt;  ///< when a newer one of its driver began
+        bool isRestart = false;                                    ///< nobody has asked for it
+        bool hasAttached = false;                                  ///< seen to have claimed its input queue
+        bool isSaidLate = false;
     };
     /// What a driver's queues had carried at one moment.
     struct Traffic {
@@ -123,6 +137,7 @@ private:
     void reapLocked(const std::string& driverID);
     void ended(const Watched& process, const ProcessEnd& end);
     std::string planRestart(const std::string& driverID, Clock::duration ran, bool isTried = true);
+    void noteAttached();
     bool isBusy();
     void check();
     void checkCommand(const CommandThread::Activity& activity, Clock::time_point now);
@@ -162,6 +177,10 @@ private:
     std::set<std::string> m_endedSince;
     /// Why no process runs for a driver, as it was said last; nothing once one has been started.
     std::map<std::string, std::string> m_saidCauses;
+    /// Drivers that are started again and have no new process yet.
+    std::set<std::string> m_restarting;
+    /// The driver whose start the command thread waits in; empty for none.
+    std::string m_awaited;
     /// Of processes that have ended; closed by the thread that may be polling them.
     std::vector<int> m_endedFds;
 

@@ -1,7 +1,9 @@
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -52,10 +54,40 @@ protected:
         return found;
     }
 
+    static void expectNoConfusion(const HostProcess& host) {
+        EXPECT_THAT(host.log(), Not(HasSubstr("another reader")));
+        EXPECT_THAT(host.log(), Not(HasSubstr("unexpectedly")));
+    }
+
     static std::string process(pid_t pid) { return "BAD: process " + std::to_string(pid); }
 };
 
 TEST_F(LateProcess, IsNotTakenForItsSuccessorOfAReload) {
+    plan("stop\nstop\n");
+    HostProcess& host = startLate();
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    const pid_t late = host.driverProcess("BAD");
+    ASSERT_NE(late, 0);
+    host.type("reloadDriver BAD");
+    const pid_t fresh = waitForProcess(host, "BAD", late);
+    ASSERT_NE(fresh, 0) << host.log();
+    // Both find the queues that the reload has made.
+    ::kill(late, SIGCONT);
+    EXPECT_TRUE(endsWithin(late, 10000));
+    ::kill(fresh, SIGCONT);
+    expectServes(host, "BAD");
+    EXPECT_FALSE(endsWithin(fresh, 0)) << host.log();
+    EXPECT_TRUE(
+        host.waitForLog("QUEUE: queue BAD_INQ: not opened: it was made for a process that was "
+                        "started later than this one"))
+        << host.log();
+    EXPECT_TRUE(host.waitForLog(process(late) + " ended: exit code 1; a newer process had replaced it\n"))
+        << host.log();
+    expectNoConfusion(host);
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(LateProcess, ByASecondAndAHalfIsReloadedAfterASecond) {
     plan("wait 1500\nwait 1500\n");
     HostProcess& host = startLate();
     ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
@@ -67,17 +99,35 @@ TEST_F(LateProcess, IsNotTakenForItsSuccessorOfAReload) {
     expectServes(host, "BAD");
     EXPECT_TRUE(endsWithin(late, 10000));
     EXPECT_FALSE(endsWithin(fresh, 0)) << host.log();
-    EXPECT_TRUE(host.waitForLog(process(late) + " ended: exit code 1; a newer process had replaced it\n"))
-        << host.log();
-    EXPECT_THAT(host.log(),
-                HasSubstr("QUEUE: queue BAD_INQ: not opened: it was made for a process that was started "
-                          "later than this one"));
-    EXPECT_THAT(host.log(), Not(HasSubstr("another reader")));
-    EXPECT_THAT(host.log(), Not(HasSubstr("unexpectedly")));
+    expectNoConfusion(host);
     EXPECT_EQ(end(), 0);
 }
 
 TEST_F(LateProcess, OfAKilledHostIsNotTakenForOneOfTheNext) {
+    plan("stop\nstop\n");
+    HostProcess& killed = startLate();
+    ASSERT_TRUE(killed.waitForLog("HOST: the workplace is started")) << killed.log();
+    const pid_t late = killed.driverProcess("BAD");
+    ASSERT_NE(late, 0);
+    killed.signal(SIGKILL);
+    ASSERT_EQ(killed.waitForEnd(), 128 + SIGKILL);
+    HostProcess& host = startLate();
+    const pid_t fresh = waitForProcess(host, "BAD", 0);
+    ASSERT_NE(fresh, 0) << host.log();
+    ::kill(late, SIGCONT);
+    EXPECT_TRUE(endsWithin(late, 10000));
+    ::kill(fresh, SIGCONT);
+    expectServes(host, "BAD");
+    EXPECT_FALSE(endsWithin(fresh, 0)) << host.log();
+    EXPECT_TRUE(
+        host.waitForLog("QUEUE: queue BAD_INQ: not opened: it was made by another host than the one "
+                        "that started this process"))
+        << host.log();
+    expectNoConfusion(host);
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(LateProcess, ByASecondAndAHalfOfAHostThatIsKilledAfterASecond) {
     plan("wait 1500\nwait 1500\n");
     HostProcess& killed = startLate();
     ASSERT_TRUE(killed.waitForLog("HOST: the workplace is started")) << killed.log();
@@ -91,9 +141,164 @@ TEST_F(LateProcess, OfAKilledHostIsNotTakenForOneOfTheNext) {
     expectServes(host, "BAD");
     EXPECT_TRUE(endsWithin(late, 10000));
     EXPECT_FALSE(endsWithin(fresh, 0)) << host.log();
-    EXPECT_THAT(host.log(), HasSubstr("QUEUE: queue BAD_INQ: not opened: it was made by another host than "
-                                      "the one that started this process"));
-    EXPECT_THAT(host.log(), Not(HasSubstr("another reader")));
-    EXPECT_THAT(host.log(), Not(HasSubstr("unexpectedly")));
+    expectNoConfusion(host);
+    EXPECT_EQ(end(), 0);
+}
+
+/// However long a start waits.
+class LateProcessAtStart : public LateProcess, public testing::WithParamInterface<std::string> {
+protected:
+    HostProcess& startPlanned(const std::string& lines, const std::vector<std::string>& more = {}) {
+        plan(lines);
+        std::vector<std::string> options{"--log-level", "5", "--start-wait", GetParam()};
+        options.insert(options.end(), more.begin(), more.end());
+        HostProcess& host = startLate(options);
+        EXPECT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+        return host;
+    }
+
+    /// By the time in each line: each process writes its own.
+    static void expectOrder(const std::string& unsorted, const std::vector<std::string>& texts) {
+        std::vector<std::string> lines;
+        std::istringstream stream(unsorted);
+        for (std::string line; std::getline(stream, line);)
+            lines.push_back(line + "\n");
+        std::stable_sort(lines.begin(), lines.end(), [](const auto& a, const auto& b) {
+            constexpr std::size_t timeLength = 23;
+            return a.substr(0, timeLength) < b.substr(0, timeLength);
+        });
+        std::string log;
+        for (const std::string& line : lines)
+            log += line;
+        std::size_t at = 0;
+        for (const std::string& text : texts) {
+            at = log.find(text, at);
+            ASSERT_NE(at, std::string::npos) << text << "\n" << log;
+        }
+    }
+};
+
+TEST_P(LateProcessAtStart, ServesWhatWasSentMeanwhile) {
+    HostProcess& host = startPlanned("wait 1500\n", {"--follow=BAD.*"});
+    host.type("sendFID BAD.PING value=early");
+    EXPECT_TRUE(host.waitForOutput("BAD.PONG = early\n")) << host.log();
+    expectNoConfusion(host);
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_P(LateProcessAtStart, IsStartedAgainWhenItWasKilledBefore) {
+    HostProcess& host = startPlanned("kill\n", {"--restart-delay", "0.1"});
+    ASSERT_TRUE(host.waitForLog("BAD: is started again\n")) << host.log();
+    expectOrder(host.log(), {" ended unexpectedly: signal 9 (Killed); it is started again in 0.1 s\n",
+                             "BAD MFD: Runs ", "BAD: is started again\n"});
+    expectServes(host, "BAD");
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_P(LateProcessAtStart, IsEndedAndStartedAgainWhenItIsStopped) {
+    HostProcess& host = startPlanned("stop\n", {"--restart-delay", "0.1", "--hang-timeout", "0.5"});
+    const pid_t stopped = host.driverProcess("BAD");
+    ASSERT_TRUE(host.waitForLog("BAD: is started again\n")) << host.log();
+    expectOrder(host.log(),
+                {process(stopped) + " hangs: it has taken none of 2 messages for ",
+                 process(stopped) + " ended: hung for ", "BAD MFD: Runs ", "BAD: is started again\n"});
+    expectServes(host, "BAD");
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_P(LateProcessAtStart, HoldsUpNoOtherDriverWhenItIsStopped) {
+    HostProcess& host = startPlanned("stop\n", {"--hang-timeout", "0"});
+    host.type("sendFID GOOD.alive");
+    settle(host);
+    EXPECT_THAT(readFile(workplace().workdir() / "nvram/GOOD/record.txt"), HasSubstr("sendFID alive\n"));
+    // One alone is not waited for at all where the processes are looked at.
+    EXPECT_THAT(host.log(), Not(HasSubstr("has not come up")));
+    // The shutdown ends it.
+    EXPECT_EQ(end(), 0);
+    EXPECT_THAT(host.log(), HasSubstr(" still runs and holds up the shutdown; it is ended\n"));
+}
+
+TEST_P(LateProcessAtStart, IsReplacedByAReloadWhenItIsStopped) {
+    HostProcess& host = startPlanned("stop\n", {"--hang-timeout", "0"});
+    const pid_t stopped = host.driverProcess("BAD");
+    host.type("reloadDriver BAD");
+    expectServes(host, "BAD");
+    ::kill(stopped, SIGCONT);
+    EXPECT_TRUE(host.waitForLog(process(stopped) + " ended: exit code 1; a newer process had replaced it\n"))
+        << host.log();
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_P(LateProcessAtStart, IsSaidToBeStartedAgainOnlyWhenItHasComeUp) {
+    HostProcess& host = startPlanned("wait 0\nwait 1500\n", {"--restart-delay", "0.1"});
+    expectServes(host, "BAD");
+    ::kill(host.driverProcess("BAD"), SIGKILL);
+    ASSERT_TRUE(host.waitForLog("BAD: is started again\n")) << host.log();
+    expectOrder(host.log(), {"BAD MFD: Runs ", " ended unexpectedly: signal 9 (Killed); ", "BAD MFD: Runs ",
+                             "BAD: is started again\n"});
+    expectServes(host, "BAD");
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_P(LateProcessAtStart, IsNoSurpriseWhenTheHostEndsBefore) {
+    HostProcess& host = startPlanned("stop\n");
+    const pid_t late = host.driverProcess("BAD");
+    host.closeInput();
+    const auto isClosed = [] {
+        for (const auto& entry : fs::recursive_directory_iterator("/dev/shm"))
+            if (entry.path().filename() == "BAD_INQ")
+                return false;
+        return true;
+    };
+    for (int i = 0; i < 1000 && !isClosed(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    ::kill(late, SIGCONT);
+    EXPECT_EQ(end(), 0);
+    EXPECT_TRUE(endsWithin(late, 0));
+    EXPECT_THAT(host.log(), HasSubstr(process(late) + " ended: exit code 1\n"));
+    expectNoConfusion(host);
+}
+
+INSTANTIATE_TEST_SUITE_P(Waits, LateProcessAtStart, testing::Values("second", "attached"),
+                         [](const auto& test) { return test.param; });
+
+TEST_F(LateProcess, OthersAreStartedMeanwhile) {
+    std::string entries;
+    for (int i = 0; i < 40; ++i)
+        entries += Workplace::entry("D" + std::to_string(i), "Recorder", "queue");
+    workplace().configure(entries);
+    plan("wait 1500\n");
+    HostProcess& host = startLate({"--log-level", "5", "--start-wait=attached"});
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    for (int i = 0; i < 40; ++i)
+        host.type("sendFID D" + std::to_string(i) + ".GO");
+    settle(host);
+    for (int i = 0; i < 40; ++i) {
+        const auto record = workplace().workdir() / ("nvram/D" + std::to_string(i)) / "record.txt";
+        for (int turn = 0; turn < 1000 && readFile(record).find("sendFID GO\n") == std::string::npos; ++turn)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_THAT(readFile(record), HasSubstr("sendFID GO\n")) << i;
+    }
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(LateProcess, ThatHoldsUpAStartIsNamedAndTheStartGoesOn) {
+    const unsigned int most = 2 * std::max(std::thread::hardware_concurrency(), 1U);
+    std::string entries;
+    std::string lines;
+    for (unsigned int i = 0; i < most; ++i) {
+        entries += Workplace::entry("D" + std::to_string(i), "Recorder", "queue");
+        lines += "stop\n";
+    }
+    workplace().configure(entries + Workplace::entry("GOOD", "Recorder", "direct"));
+    plan(lines);
+    HostProcess& host = startLate({"--log-level", "5", "--start-wait=attached", "--stop-timeout", "0.5"});
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    for (unsigned int i = 0; i < most; ++i) {
+        const std::string id = "D" + std::to_string(i);
+        EXPECT_THAT(host.log(),
+                    HasSubstr("HOST: " + id + ": process " + std::to_string(host.driverProcess(id)) +
+                              " has not come up within 1 s; the start goes on without it\n"));
+    }
     EXPECT_EQ(end(), 0);
 }

@@ -158,6 +158,16 @@ TEST_F(OptionParserTest, RestartDelayIsInSecondsUpToAMinute) {
     EXPECT_EQ(2, refused({"--restart-delay", "61"}));
 }
 
+TEST_F(OptionParserTest, StartWaitIsASecondUnlessAskedOtherwise) {
+    EXPECT_FALSE(options({}).waitsUntilAttached);
+    EXPECT_FALSE(options({"--start-wait", "second"}).waitsUntilAttached);
+    EXPECT_TRUE(options({"--start-wait=attached"}).waitsUntilAttached);
+    EXPECT_EQ(2, refused({"--start-wait", "never"}));
+    EXPECT_NE(std::string::npos, m_err.str().find("--start-wait: never not in {second,attached}"))
+        << m_err.str();
+    EXPECT_EQ(2, refused({"--start-wait"}));
+}
+
 TEST_F(OptionParserTest, AllowedCommandIsOneWord) {
     EXPECT_EQ((std::vector<std::string>{"quit", "sendFID"}),
               options({"--allow-command", "quit", "--allow-command", "sendFID"}).allowedCommands);

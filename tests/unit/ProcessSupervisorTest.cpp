@@ -13,7 +13,9 @@
 #include <fstream>
 #include <functional>
 #include <future>
+#include <memory>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "HangGuard.h"
@@ -52,6 +54,7 @@ protected:
         }
         m_sut.endProcesses();
         sal::Process::setObserver(nullptr);
+        std::filesystem::remove(m_gate);
     }
 
     void start(const std::string& id, const std::string& script) {
@@ -137,6 +140,45 @@ protected:
         const std::lock_guard lock(m_mutex);
         m_queues = queues;
     }
+    /// The driver's process claims its queue.
+    void attach(const std::string& id) {
+        const std::lock_guard lock(m_mutex);
+        m_attached.insert(id + "_INQ");
+    }
+    /// A supervisor whose starts wait until processes have attached; waitForReaders answers as it is told.
+    std::unique_ptr<ProcessSupervisor> attachedSupervisor(bool isDone) {
+        auto pSut = std::make_unique<ProcessSupervisor>(
+            m_roster, ProcessSupervisor::Settings{.waitsUntilAttached = true},
+            ProcessSupervisor::Environment{
+                .activity = [] { return CommandThread::Activity(); },
+                .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
+                .receiverGone = [](const std::string&) {},
+                .exitNow = [](int) {},
+                .restart = {},
+                .hasReader =
+                    [this](const std::string& name) {
+                        const std::lock_guard lock(m_mutex);
+                        return m_attached.contains(name);
+                    },
+                .waitForReaders =
+                    [this, isDone](const std::vector<std::string>& names, std::size_t most, int timeout) {
+                        m_awaited = names;
+                        m_most = most;
+                        m_timeout = timeout;
+                        return isDone;
+                    }});
+        pSut->start();
+        return pSut;
+    }
+    /// Starts a process that lasts, for that supervisor; its process ID.
+    int startFor(ProcessSupervisor& supervisor, const std::string& id) {
+        sal::Process::setObserver(&supervisor);
+        sal::Path sleep("/bin/sleep");
+        // The ID stands where a driver's would.
+        EXPECT_TRUE(sal::Process::createProcess("sleep", sleep, {"60", id}));
+        sal::Process::setObserver(&m_renaming);
+        return driver(id).pid;
+    }
     std::vector<std::string> restarts() {
         const std::lock_guard lock(m_mutex);
         return m_restarts;
@@ -209,6 +251,11 @@ protected:
                     [this](const std::string& name) {
                         const std::lock_guard lock(m_mutex);
                         m_passed.push_back(name);
+                    },
+                .hasReader =
+                    [this](const std::string& name) {
+                        const std::lock_guard lock(m_mutex);
+                        return m_attached.contains(name);
                     }};
     }
 
@@ -239,6 +286,10 @@ protected:
     std::vector<std::string> m_retired;
     std::vector<std::string> m_passed;
     bool m_isFreeAfterRetire = true;
+    std::set<std::string> m_attached;
+    std::vector<std::string> m_awaited;
+    std::size_t m_most = 0;
+    int m_timeout = 0;
     std::atomic<int> m_exitCode = -1;
     std::string m_nextID;
     StateStore m_store;
@@ -411,15 +462,13 @@ TEST_F(ProcessSupervisorTest, LateCrashOfAReplacedProcessIsTold) {
 }
 
 TEST_F(ProcessSupervisorTest, ReplacedProcessThatFindsNoQueueIsNoSurprise) {
-    const std::string gate = "/tmp/supervisor-gate-" + std::to_string(::getpid());
-    start("A", "while [ ! -e " + gate + " ]; do sleep 0.01; done; exit 1");
+    startHeld("A", 1);
     const int replaced = driver("A").pid;
     start("A");
     m_store.setStateValueInt("A.X", 1);
-    std::ofstream(gate) << "open";
+    letGo();
     EXPECT_TRUE(hasLogged("info     HOST: A: process " + std::to_string(replaced) +
                           " ended: exit code 1; a newer process had replaced it\n"));
-    std::filesystem::remove(gate);
     EXPECT_FALSE(m_store.find("A.X")->isStale());
     EXPECT_FALSE(driver("A").nextTry);
     const std::lock_guard lock(m_mutex);
@@ -946,4 +995,118 @@ TEST_F(ProcessSupervisorTest, SaysAgainWhyADriverDoesNotStartWhenSomebodyAskedFo
     m_sut.endStart("A", "no room");
     m_log.flush();
     ASSERT_TRUE(waitUntil([&] { return loggedLines() == 2; }));
+}
+
+TEST_F(ProcessSupervisorTest, StartLastsItsTimeByDefault) {
+    start("A");
+    attach("A");
+    const auto begin = std::chrono::steady_clock::now();
+    m_sut.awaitStart(driver("A").pid, 1);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 1s);
+}
+
+TEST_F(ProcessSupervisorTest, StartGoesOnWhenFewerThanTwiceTheProcessorsAreStillToAttach) {
+    const auto pSut = attachedSupervisor(true);
+    // Numbers are arguments that sleep takes.
+    const int former = startFor(*pSut, "1");
+    const int first = startFor(*pSut, "1");
+    const int second = startFor(*pSut, "2");
+    pSut->awaitStart(second, 3);
+    EXPECT_EQ((std::vector<std::string>{"1_INQ", "2_INQ"}), m_awaited);
+    EXPECT_EQ(2 * std::max(std::thread::hardware_concurrency(), 1U) - 1, m_most);
+    EXPECT_EQ(3000, m_timeout);
+    m_log.flush();
+    EXPECT_EQ(0, loggedLines()) << m_capture.text();
+    for (const int pid : {former, first, second})
+        ::kill(pid, SIGKILL);
+    pSut->endProcesses();
+}
+
+TEST_F(ProcessSupervisorTest, NamesAProcessThatDoesNotComeUpInTimeOnce) {
+    const auto pSut = attachedSupervisor(false);
+    const int late = startFor(*pSut, "1");
+    const int fresh = startFor(*pSut, "2");
+    attach("2");
+    pSut->awaitStart(fresh, 1);
+    pSut->awaitStart(fresh, 1);
+    EXPECT_TRUE(hasLogged("warning  HOST: 1: process " + std::to_string(late) +
+                          " has not come up within 1 s; the start goes on without it\n"));
+    EXPECT_EQ(1, loggedLines()) << m_capture.text();
+    for (const int pid : {late, fresh})
+        ::kill(pid, SIGKILL);
+    pSut->endProcesses();
+}
+
+TEST_F(ProcessSupervisorTest, SaysThatADriverIsStartedAgainWhenItsProcessHasAttached) {
+    start("A", "exit 3");
+    ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
+    ASSERT_TRUE(m_sut.beginRestart("A"));
+    start("A");
+    m_sut.endStart("A");
+    std::this_thread::sleep_for(200ms);
+    m_log.flush();
+    EXPECT_EQ(std::string::npos, m_capture.text().find("A: is started again\n"));
+    attach("A");
+    EXPECT_TRUE(hasLogged("info     HOST: A: is started again\n"));
+    std::this_thread::sleep_for(200ms);
+    m_log.flush();
+    EXPECT_EQ(2, loggedLines()) << m_capture.text();
+}
+
+TEST_F(ProcessSupervisorTest, SaysNothingOfAReloadThatWasAskedFor) {
+    start("A", "exit 3");
+    ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
+    ASSERT_TRUE(m_sut.beginRestart("A"));
+    m_sut.beginReload("A");
+    start("A");
+    attach("A");
+    std::this_thread::sleep_for(200ms);
+    m_log.flush();
+    EXPECT_EQ(std::string::npos, m_capture.text().find("is started again\n"));
+}
+
+TEST_F(ProcessSupervisorTest, ProcessThatFindsNoQueueInAShutdownIsNoSurprise) {
+    startHeld("A", 1);
+    m_sut.beginShutdown(0);
+    letGo();
+    EXPECT_TRUE(hasLogged(" ended: exit code 1\n"));
+}
+
+TEST_F(ProcessSupervisorTest, ProcessThatFailsInAShutdownAfterItHadComeUpIsTold) {
+    startHeld("A", 1);
+    attach("A");
+    m_sut.beginShutdown(0);
+    letGo();
+    EXPECT_TRUE(hasLogged(" ended unexpectedly: exit code 1\n"));
+}
+
+TEST_F(ProcessSupervisorTest, StartThatHoldsUpAShutdownIsNamed) {
+    std::promise<void> attached;
+    std::atomic<bool> isLeft = false;
+    ProcessSupervisor sut(
+        m_roster, {.shutdownLimit = 500ms, .waitsUntilAttached = true},
+        {.activity =
+             [] {
+                 return CommandThread::Activity{true, "start-up", {}, CommandThread::Clock::now()};
+             },
+         .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
+         .receiverGone = [](const std::string&) {},
+         .exitNow = [&](int) { isLeft = true; },
+         .restart = {},
+         .hasReader = [](const std::string&) { return false; },
+         .waitForReaders =
+             [&](const std::vector<std::string>&, std::size_t, int) {
+                 attached.get_future().wait();
+                 return true;
+             }});
+    sut.start();
+    const int pid = startFor(sut, "1");
+    std::thread commands([&] { sut.awaitStart(pid, 1); });
+    sut.beginShutdown(0);
+    EXPECT_TRUE(waitUntil([&] { return isLeft.load(); }));
+    EXPECT_TRUE(hasLogged("1: the start of its process holds up the shutdown for 0.5 s"));
+    attached.set_value();
+    commands.join();
+    ::kill(pid, SIGKILL);
+    sut.endProcesses();
 }
