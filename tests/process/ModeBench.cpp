@@ -12,6 +12,7 @@
 #include "../support/HangGuard.h"
 #include "../system/PrivateMachine.h"
 #include "InterfaceIds.h"
+#include "sal/MessageQueue.h"
 
 namespace fs = std::filesystem;
 
@@ -42,6 +43,7 @@ void ModeBench::SetUp() {
 
     sal::LogManager::getInstance()->setLevel(sal::LogOutput::eTrace);
     m_streams.emplace(*this);
+    m_pSupervision = ModeSupervision::asAsked();
     m_pManager = std::make_unique<MfDriverManager>();
     m_pManager->init();
     m_pSender = dynamic_cast<IFunctionID*>(m_pManager->queryInterface(IID_IFunctionID));
@@ -58,6 +60,7 @@ void ModeBench::TearDown() {
         EXPECT_TRUE(waitForRecord(driverID + " destroyed"));
     EXPECT_TRUE(eventually([] { return waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }))
         << "a driver's process has not ended";
+    m_pSupervision.reset();
     EXPECT_TRUE(fs::is_empty(directory / "queues")) << "a queue has been left behind";
     std::fflush(stdout);
     sal::LogManager::getInstance()->flush();
@@ -97,11 +100,25 @@ bool ModeBench::startWorkplace(int workplace, const std::string& entries) {
     return started;
 }
 
+bool ModeBench::waitsUntilAttached() {
+    const char* pSetting = std::getenv("MFD_TEST_START_WAIT");
+    return pSetting && std::string(pSetting) == "attached";
+}
+
+void ModeBench::waitUntilUp() const {
+    std::vector<std::string> queues;
+    for (const std::string& driverID : m_processes)
+        queues.push_back(driverID + "_INQ");
+    EXPECT_TRUE(sal::MessageQueue::waitForReaders(queues, 0, 30000)) << "a driver's process has not come up";
+}
+
 bool ModeBench::reload(const std::string& driverID) {
+    waitUntilUp();
     return m_pConfiguration->reloadMfDriver(driverID);
 }
 
 void ModeBench::end() {
+    waitUntilUp();
     m_pManager.reset();
 }
 

@@ -13,6 +13,7 @@
 #include "IMDMConfiguration.h"
 #include "MfDriverManager.h"
 #include "ModeHost.h"
+#include "ModeSupervision.h"
 #include "Workbench.h"
 #include "sal/CmdProcessor.h"
 
@@ -46,6 +47,8 @@ protected:
 
     /// Loads a driver that records; false when the manager says so.
     bool load(EInterfaceTypes mode, const std::string& driverID, const Entry& entry);
+    /// Whether a start goes on as the processes come up.
+    static bool waitsUntilAttached();
     /// The test is over only when the process of this driver is.
     void expectEndOf(const std::string& driverID) { m_processes.push_back(driverID); }
     /// Starts the panel driver and a workplace of these entries.
@@ -55,7 +58,8 @@ protected:
     static std::string entry(EInterfaceTypes mode, const std::string& driverID,
                              const std::string& driverType = "Puppet");
     bool reload(const std::string& driverID);
-    /// Ends the manager and so all drivers.
+    /// Ends the manager and so all drivers. As a reload, it waits until the processes have come up: one that
+    /// is not wanted any more before it has never makes its driver.
     void end();
 
     /// Sends as the host does.
@@ -77,6 +81,9 @@ protected:
     ModeHost host;
 
 private:
+    void waitUntilUp() const;
+
+    std::unique_ptr<ModeSupervision> m_pSupervision;
     sal::CmdProcessor m_commands;
     std::unique_ptr<MfDriverManager> m_pManager;
     IMDMConfiguration* m_pConfiguration = nullptr;

@@ -655,7 +655,8 @@ TYPED_TEST(Modes, FidsMayFlowWhileTheDriverIsReloaded) {
             destroyed = true;
         else if (line.starts_with("? set"))
             destroyed = false;
-        EXPECT_FALSE(destroyed && line.find("sendFID") != std::string::npos) << line;
+        // One of the next driver, which is not configured yet, begins with "?".
+        EXPECT_FALSE(destroyed && line.starts_with("A sendFID")) << line;
     }
 }
 
@@ -727,6 +728,8 @@ TEST_F(ModeDifferences, InProcessFidBeforeTheConfigurationArrivesAtOnce) {
 }
 
 TEST_F(ModeDifferences, ProcessFidBeforeTheConfigurationArrivesBeforeIt) {
+    if (waitsUntilAttached())
+        GTEST_SKIP() << "there is hardly a moment before the configuration";
     std::atomic<bool> stop{false};
     std::thread early([&] {
         while (!stop) {
@@ -943,6 +946,8 @@ TEST_F(ModeDifferences, ProcessReportsThatWaitWhenTheEndComesArrive) {
 }
 
 TEST_F(ModeDifferences, ProcessIsGivenASecondBeforeItsConfiguration) {
+    if (waitsUntilAttached())
+        GTEST_SKIP() << "a start goes on as the processes come up";
     const auto before = std::chrono::steady_clock::now();
     ASSERT_TRUE(load(queue));
     EXPECT_GE(std::chrono::steady_clock::now() - before, 1s);
