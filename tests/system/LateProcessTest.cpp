@@ -62,87 +62,81 @@ protected:
     static std::string process(pid_t pid) { return "BAD: process " + std::to_string(pid); }
 };
 
-TEST_F(LateProcess, IsNotTakenForItsSuccessorOfAReload) {
-    plan("stop\nstop\n");
-    HostProcess& host = startLate();
-    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
-    const pid_t late = host.driverProcess("BAD");
-    ASSERT_NE(late, 0);
-    host.type("reloadDriver BAD");
-    const pid_t fresh = waitForProcess(host, "BAD", late);
-    ASSERT_NE(fresh, 0) << host.log();
-    // Both find the queues that the reload has made.
-    ::kill(late, SIGCONT);
-    EXPECT_TRUE(endsWithin(late, 10000));
-    ::kill(fresh, SIGCONT);
-    expectServes(host, "BAD");
-    EXPECT_FALSE(endsWithin(fresh, 0)) << host.log();
+/// Two processes that find the same names: of a driver before and after its reload, or of a killed host and
+/// the next.
+class LateProcessAndSuccessor : public LateProcess {
+protected:
+    HostProcess& reloadEarly(const std::string& lines) {
+        plan(lines);
+        HostProcess& host = startLate();
+        EXPECT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+        late = host.driverProcess("BAD");
+        host.type("reloadDriver BAD");
+        fresh = waitForProcess(host, "BAD", late);
+        return host;
+    }
+    HostProcess& startNextHost(const std::string& lines) {
+        plan(lines);
+        HostProcess& killed = startLate();
+        EXPECT_TRUE(killed.waitForLog("HOST: the workplace is started")) << killed.log();
+        late = killed.driverProcess("BAD");
+        killed.signal(SIGKILL);
+        EXPECT_EQ(killed.waitForEnd(), 128 + SIGKILL);
+        HostProcess& host = startLate();
+        fresh = waitForProcess(host, "BAD", 0);
+        return host;
+    }
+
+    /// The late one goes on first.
+    void continueBoth() const {
+        ASSERT_NE(late, 0);
+        ASSERT_NE(fresh, 0);
+        ::kill(late, SIGCONT);
+        EXPECT_TRUE(endsWithin(late, 10000));
+        ::kill(fresh, SIGCONT);
+    }
+    void expectTheSuccessorServes(HostProcess& host) {
+        ASSERT_NE(late, 0);
+        ASSERT_NE(fresh, 0);
+        expectServes(host, "BAD");
+        EXPECT_TRUE(endsWithin(late, 10000));
+        EXPECT_FALSE(endsWithin(fresh, 0)) << host.log();
+        expectNoConfusion(host);
+        EXPECT_EQ(end(), 0);
+    }
+
+    pid_t late = 0;
+    pid_t fresh = 0;
+};
+
+TEST_F(LateProcessAndSuccessor, OfAReloadAreNotTakenForEachOther) {
+    HostProcess& host = reloadEarly("stop\nstop\n");
+    continueBoth();
     EXPECT_TRUE(
         host.waitForLog("QUEUE: queue BAD_INQ: not opened: it was made for a process that was "
                         "started later than this one"))
         << host.log();
     EXPECT_TRUE(host.waitForLog(process(late) + " ended: exit code 1; a newer process had replaced it\n"))
         << host.log();
-    expectNoConfusion(host);
-    EXPECT_EQ(end(), 0);
+    expectTheSuccessorServes(host);
 }
 
-TEST_F(LateProcess, ByASecondAndAHalfIsReloadedAfterASecond) {
-    plan("wait 1500\nwait 1500\n");
-    HostProcess& host = startLate();
-    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
-    const pid_t late = host.driverProcess("BAD");
-    ASSERT_NE(late, 0);
-    host.type("reloadDriver BAD");
-    const pid_t fresh = waitForProcess(host, "BAD", late);
-    ASSERT_NE(fresh, 0) << host.log();
-    expectServes(host, "BAD");
-    EXPECT_TRUE(endsWithin(late, 10000));
-    EXPECT_FALSE(endsWithin(fresh, 0)) << host.log();
-    expectNoConfusion(host);
-    EXPECT_EQ(end(), 0);
+TEST_F(LateProcessAndSuccessor, LateByASecondAndAHalfAndReloadedAfterASecond) {
+    expectTheSuccessorServes(reloadEarly("wait 1500\nwait 1500\n"));
 }
 
-TEST_F(LateProcess, OfAKilledHostIsNotTakenForOneOfTheNext) {
-    plan("stop\nstop\n");
-    HostProcess& killed = startLate();
-    ASSERT_TRUE(killed.waitForLog("HOST: the workplace is started")) << killed.log();
-    const pid_t late = killed.driverProcess("BAD");
-    ASSERT_NE(late, 0);
-    killed.signal(SIGKILL);
-    ASSERT_EQ(killed.waitForEnd(), 128 + SIGKILL);
-    HostProcess& host = startLate();
-    const pid_t fresh = waitForProcess(host, "BAD", 0);
-    ASSERT_NE(fresh, 0) << host.log();
-    ::kill(late, SIGCONT);
-    EXPECT_TRUE(endsWithin(late, 10000));
-    ::kill(fresh, SIGCONT);
-    expectServes(host, "BAD");
-    EXPECT_FALSE(endsWithin(fresh, 0)) << host.log();
+TEST_F(LateProcessAndSuccessor, OfAKilledHostAndTheNextAreNotTakenForEachOther) {
+    HostProcess& host = startNextHost("stop\nstop\n");
+    continueBoth();
     EXPECT_TRUE(
         host.waitForLog("QUEUE: queue BAD_INQ: not opened: it was made by another host than the one "
                         "that started this process"))
         << host.log();
-    expectNoConfusion(host);
-    EXPECT_EQ(end(), 0);
+    expectTheSuccessorServes(host);
 }
 
-TEST_F(LateProcess, ByASecondAndAHalfOfAHostThatIsKilledAfterASecond) {
-    plan("wait 1500\nwait 1500\n");
-    HostProcess& killed = startLate();
-    ASSERT_TRUE(killed.waitForLog("HOST: the workplace is started")) << killed.log();
-    const pid_t late = killed.driverProcess("BAD");
-    ASSERT_NE(late, 0);
-    killed.signal(SIGKILL);
-    ASSERT_EQ(killed.waitForEnd(), 128 + SIGKILL);
-    HostProcess& host = startLate();
-    const pid_t fresh = waitForProcess(host, "BAD", 0);
-    ASSERT_NE(fresh, 0) << host.log();
-    expectServes(host, "BAD");
-    EXPECT_TRUE(endsWithin(late, 10000));
-    EXPECT_FALSE(endsWithin(fresh, 0)) << host.log();
-    expectNoConfusion(host);
-    EXPECT_EQ(end(), 0);
+TEST_F(LateProcessAndSuccessor, LateByASecondAndAHalfOfAHostKilledAfterASecond) {
+    expectTheSuccessorServes(startNextHost("wait 1500\nwait 1500\n"));
 }
 
 /// However long a start waits.
