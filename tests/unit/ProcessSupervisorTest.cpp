@@ -54,7 +54,6 @@ protected:
         }
         m_sut.endProcesses();
         sal::Process::setObserver(nullptr);
-        std::filesystem::remove(m_gate);
     }
 
     void start(const std::string& id, const std::string& script) {
