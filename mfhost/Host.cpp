@@ -436,7 +436,7 @@ std::string Host::tryRestart(const std::string& driverID) {
     // A file that is not whole, or must not be read, is so for a moment only: it does not say that the driver
     // has left it.
     const bool isGone = file.isWhole() && !hasEntry && workplace.refusal(m_options.requireSignature).empty();
-    const std::string reason = reloadRefusal(workplace, driverID);
+    std::string reason = reloadRefusal(workplace, driverID);
     if (isGone || workplace.path().empty()) {
         m_supervisor.giveUp(driverID, reason);
         return {};
