@@ -21,10 +21,12 @@
 
 #include "FileHandle.h"
 #include "LogLine.h"
+#include "MarkedEnvironment.h"
 #include "Printable.h"
 #include "ProbeResult.h"
 #include "SpawnSettings.h"
 #include "sal/LogOutput.h"
+#include "sal/ProcessFamily.h"
 
 namespace sal {
 namespace {
@@ -68,17 +70,14 @@ public:
         std::string module = path;
         std::string parent = std::to_string(::getpid());
         std::array<char*, 4> words{title.data(), module.data(), parent.data(), nullptr};
-        std::string mark = "MFD_PROBE=1";
-        std::vector<char*> environment;
-        for (char** pEntry = environ; *pEntry; ++pEntry)
-            environment.push_back(*pEntry);
-        environment.push_back(mark.data());
-        environment.push_back(nullptr);
-        if (const int error = settings.spawn(m_pid, program.c_str(), words.data(), environment.data()))
+        const MarkedEnvironment environment({"MFD_PROBE=1"});
+        if (const int error = settings.spawn(m_pid, program.c_str(), words.data(), environment.get()))
             return error;
+        m_family.emplace(m_pid, environment.mark());
         m_process = FileHandle(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
         // One that has ended already and that somebody else has collected is over, and that is all.
-        return m_process || errno == ESRCH ? 0 : errno;
+        m_isGone = !m_process && errno == ESRCH;
+        return m_process || m_isGone ? 0 : errno;
     }
 
     /// Whether the process ended by itself in time.
@@ -105,11 +104,14 @@ public:
     /// How the process ended; it is gone then, with all that it started. Without its number when somebody
     /// else in this process has collected it.
     siginfo_t finish() {
-        siginfo_t info{};
-        // Its session is the child's own, and the number stays its own until it is collected.
-        ::kill(-m_pid, SIGKILL);
-        while (::waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED) != 0 && errno == EINTR) {
-        }
+        if (m_process)
+            ::syscall(SYS_pidfd_send_signal, m_process.get(), SIGKILL, nullptr, 0u);
+        else if (!m_isGone)
+            ::kill(m_pid, SIGKILL);
+        // Dead but not collected, it can start nothing more, and its number is not another's.
+        waitFor(WNOWAIT);
+        m_family->endOthers();
+        const siginfo_t info = waitFor(0);
         m_isReaped = true;
         listen();
         return info;
@@ -132,6 +134,13 @@ public:
     }
 
 private:
+    siginfo_t waitFor(int further) const {
+        siginfo_t info{};
+        while (::waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | further) != 0 && errno == EINTR) {
+        }
+        return info;
+    }
+
     static bool makePipe(FileHandle& reader, FileHandle& writer) {
         std::array<int, 2> ends{};
         if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
@@ -155,6 +164,8 @@ private:
     }
 
     pid_t m_pid = -1;
+    std::optional<ProcessFamily> m_family;
+    bool m_isGone = false;
     bool m_isReaped = false;
     bool m_isSilent = false;
     FileHandle m_process;

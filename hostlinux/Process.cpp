@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "LogLine.h"
+#include "MarkedEnvironment.h"
 #include "ProcessObserver.h"
 #include "QueueMaker.h"
 #include "SpawnSettings.h"
@@ -50,33 +51,12 @@ void sayFailed(const std::string& title, const Path& executable, int error) {
             "cannot start \"" + title + "\" (" + executable.getPathString() + "): " + std::strerror(error));
 }
 
-/// The environment of this process, and which of its queues the child may open. Used and owned by the thread
-/// that starts the child.
-class ChildEnvironment {
-public:
-    ChildEnvironment() {
-        const std::string name = std::string(QueueMaker::s_variable) + "=";
-        const auto mark = QueueMaker::forChild();
-        for (char** ppWord = environ; *ppWord != nullptr; ++ppWord) {
-            // A process that has made no queues hands on what it was handed itself.
-            if (!mark || !std::string_view(*ppWord).starts_with(name))
-                m_words.push_back(*ppWord);
-        }
-        if (mark) {
-            m_mark = name + *mark;
-            m_words.push_back(m_mark.data());
-        }
-        m_words.push_back(nullptr);
-    }
-    ChildEnvironment(const ChildEnvironment&) = delete;
-    ChildEnvironment& operator=(const ChildEnvironment&) = delete;
-
-    char* const* words() const { return m_words.data(); }
-
-private:
-    std::string m_mark;
-    std::vector<char*> m_words;
-};
+/// Which of the queues of this process a child may open. A process that has made none hands on what it was
+/// handed itself.
+std::vector<std::string> queuesForChild() {
+    const auto mark = QueueMaker::forChild();
+    return mark ? std::vector{std::string(QueueMaker::s_variable) + "=" + *mark} : std::vector<std::string>();
+}
 
 }  // namespace
 
@@ -88,10 +68,10 @@ bool Process::createProcess(const std::string& title, Path& executable,
         words.push_back(const_cast<char*>(argument.c_str()));
     words.push_back(nullptr);
 
-    const ChildEnvironment environment;
+    const MarkedEnvironment environment(queuesForChild());
     pid_t pid = -1;
     const int error =
-        settings.spawn(pid, executable.getPathString().c_str(), words.data(), environment.words());
+        settings.spawn(pid, executable.getPathString().c_str(), words.data(), environment.get());
     if (error != 0) {
         sayFailed(title, executable, error);
         return false;
@@ -114,7 +94,7 @@ bool Process::createProcess(const std::string& title, Path& executable,
         sayFailed(title, executable, reason);
         return false;
     }
-    if (!ProcessObserver::tell({pid, pidFd, title, arguments}))
+    if (!ProcessObserver::tell({pid, pidFd, title, arguments, environment.mark()}))
         reapInBackground(pidFd);
     return true;
 }

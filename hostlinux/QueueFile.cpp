@@ -52,6 +52,11 @@ bool setLock(int descriptor, short type, off_t byte) {
     return result == 0;
 }
 
+void unlockAll(int descriptor) {
+    struct flock lock = lockOf(F_UNLCK, 0, 0);
+    ::fcntl(descriptor, F_OFD_SETLK, &lock);
+}
+
 /// The first lock of another open file in the range that one of this type would meet; false when there is
 /// none.
 bool findLock(int descriptor, short type, off_t start, off_t length, struct flock& found) {
@@ -514,6 +519,8 @@ void QueueFile::release() {
         return;
     }
     removeName();
+    // A child that was made without the C library's fork has the open file, too, and would keep its locks.
+    unlockAll(m_file.get());
     m_file.reset();
 }
 

@@ -40,13 +40,12 @@ constexpr std::chrono::milliseconds lastWords{100};
 }  // namespace
 
 /// A hold on the process that started this one, taken before the queues are opened: a queue only opens while
-/// the host lives, so the process held is not one that adopted an orphan. The host gives its children a
-/// session of their own, which a shell does not: a process without one was started by hand, and its parent
-/// says nothing about the host.
+/// the host lives, so the process held is not one that adopted an orphan. The host marks its children: one
+/// without a mark was started by hand, and its parent says nothing about the host.
 class DriverProcess::HostProcess {
 public:
-    HostProcess() {
-        if (getsid(0) != getpid())
+    explicit HostProcess(bool isParent) {
+        if (!isParent)
             return;
         m_fd = open(getppid());
         // Where only parents may look into a process, the host's tools may look into this one.
@@ -73,6 +72,8 @@ DriverProcess::DriverProcess(const WrapperOptions& options)
       m_pInput(std::make_shared<sal::MessageQueue>()) {}
 
 DriverProcess::~DriverProcess() {
+    if (m_stop == eStopWhenEmpty)
+        endLeftBehind();
     // The thread that is left behind keeps the object: the name goes now, with whoever closes last.
     m_pInput->close();
 }
@@ -81,7 +82,7 @@ int DriverProcess::run() {
     for (const std::string& complaint : m_options.complaints)
         m_pLog->level(sal::LogOutput::eWarning) << complaint << std::endl;
 
-    const HostProcess host;
+    const HostProcess host(m_family.hasMark());
     // libsal has said why a queue does not open or a module does not load.
     if (!m_pInput->open(m_options.driverID + std::string(protocol::inputSuffix)) ||
         !m_output.open(m_options.driverID + std::string(protocol::outputSuffix)))
@@ -177,6 +178,11 @@ void DriverProcess::requestStop(EStop stop) {
     m_pInput->send(reinterpret_cast<const unsigned char*>(wakeUp.data()), static_cast<int>(wakeUp.size()), 0);
 }
 
+void DriverProcess::endLeftBehind() {
+    if (m_family.hasMark())
+        m_family.endOthers();
+}
+
 void DriverProcess::endOverdue() {
     // Nothing is destroyed that would do so.
     sal::MessageQueue::removeNames();
@@ -190,6 +196,7 @@ void DriverProcess::endOverdue() {
             written.set_value();
         }).detach();
         written.get_future().wait_for(lastWords);
+        endLeftBehind();
         _exit(1);
     } catch (const std::system_error&) {
         // No thread for the last words.

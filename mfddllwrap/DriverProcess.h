@@ -11,6 +11,7 @@
 #include "WrapperOptions.h"
 #include "sal/LogOutput.h"
 #include "sal/MessageQueue.h"
+#include "sal/ProcessFamily.h"
 
 /// One driver module behind two queues, from its load to its end. Made by main and run once, on the main
 /// thread, which makes all calls of the driver's two interfaces.
@@ -21,8 +22,8 @@ public:
     DriverProcess(const DriverProcess&) = delete;
     DriverProcess& operator=(const DriverProcess&) = delete;
 
-    /// Returns the exit code: 0 when the driver was stopped in order, 1 when it could not be had or its queue
-    /// broke.
+    /// Once. Returns the exit code: 0 when the driver was stopped in order, 1 when it could not be had or its
+    /// queue broke.
     int run();
 
 private:
@@ -36,6 +37,8 @@ private:
     /// Makes serve() return, at the latest when the driver comes back from the call it is in. Any thread.
     void requestStop(EStop stop);
     [[noreturn]] void endOverdue();
+    /// What the driver has started ends with it. The host sees to that as long as it is there.
+    void endLeftBehind();
 
     const WrapperOptions m_options;
     sal::LogOutput* m_pLog;
@@ -43,4 +46,6 @@ private:
     std::shared_ptr<sal::MessageQueue> m_pInput;
     sal::MessageQueue m_output;
     std::atomic<EStop> m_stop = eRun;
+    // As it was when the process started: the driver may change its environment.
+    sal::ProcessFamily m_family = sal::ProcessFamily::ofThisProcess();
 };

@@ -28,7 +28,13 @@ struct HostWatch::State {
     }
     ~State() { close(finishFd); }
 
-    void watch();
+    /// On the first thread: waits for the host to let go of the queues.
+    void watchQueues();
+    /// On the second, where the host is known: waits for its process to end.
+    void watchProcess();
+    /// Says it once, whichever of the two comes first. False when the driver is gone. Under the mutex.
+    bool sayHostHasLetGo();
+    void endWhenOverdue(Clock::time_point when);
     /// False when the driver was gone before fd became readable (fd -1: before the time was over).
     bool waitFor(int fd, Clock::time_point until);
 
@@ -37,38 +43,57 @@ struct HostWatch::State {
     std::atomic<bool> stopRequested = false;
 
     std::mutex mutex;
-    bool finished = false;  ///< nothing may be called any more
-    bool hostEnded = false;
+    bool finished = false;         ///< nothing may be called any more
+    bool isHostGone = false;       ///< it has been said
+    bool haveQueuesEnded = false;  ///< the first thread comes to its end by itself
 
-    std::thread thread;
+    std::thread queuesThread;
+    std::thread processThread;
 };
 
-void HostWatch::State::watch() {
+void HostWatch::State::watchQueues() {
     settings.waitForHostEnd();
     {
         std::unique_lock lock(mutex);
-        if (finished) {
+        if (!sayHostHasLetGo()) {
             // The process is on its way out and what this thread would release may be gone already.
             lock.unlock();
             for (;;)
                 pause();
         }
-        hostEnded = true;
-        settings.onHostEnd();
+        haveQueuesEnded = true;
     }
-
+    if (settings.hostFd >= 0)
+        return;
     const Clock::time_point queuesClosed = Clock::now();
-    if (settings.hostFd >= 0) {
-        if (!waitFor(settings.hostFd, Clock::time_point::max()) ||
-            !waitFor(-1, Clock::now() + settings.grace))
-            return;
-    } else {
-        if (!waitFor(-1, queuesClosed + settings.grace))
-            return;
-        if (stopRequested && !waitFor(-1, queuesClosed + settings.grace + settings.stopTimeout))
+    if (!waitFor(-1, queuesClosed + settings.grace))
+        return;
+    if (stopRequested)
+        endWhenOverdue(queuesClosed + settings.grace + settings.stopTimeout);
+    else
+        endWhenOverdue(queuesClosed);
+}
+
+void HostWatch::State::watchProcess() {
+    if (!waitFor(settings.hostFd, Clock::time_point::max()))
+        return;
+    {
+        const std::lock_guard lock(mutex);
+        if (!sayHostHasLetGo())
             return;
     }
+    endWhenOverdue(Clock::now() + settings.grace);
+}
 
+bool HostWatch::State::sayHostHasLetGo() {
+    if (!finished && !std::exchange(isHostGone, true))
+        settings.onHostEnd();
+    return !finished;
+}
+
+void HostWatch::State::endWhenOverdue(Clock::time_point when) {
+    if (!waitFor(-1, when))
+        return;
     const std::lock_guard lock(mutex);
     if (!finished)
         settings.onOverdue();
@@ -95,7 +120,14 @@ bool HostWatch::State::waitFor(int fd, Clock::time_point until) {
 }
 
 HostWatch::HostWatch(Settings settings) : m_pState(std::make_shared<State>(std::move(settings))) {
-    m_pState->thread = std::thread([pState = m_pState] { pState->watch(); });
+    if (m_pState->settings.hostFd >= 0)
+        m_pState->processThread = std::thread([pState = m_pState] { pState->watchProcess(); });
+    try {
+        m_pState->queuesThread = std::thread([pState = m_pState] { pState->watchQueues(); });
+    } catch (...) {
+        finish();
+        throw;
+    }
 }
 
 HostWatch::~HostWatch() {
@@ -107,17 +139,20 @@ void HostWatch::stopRequested() {
 }
 
 void HostWatch::finish() {
-    if (!m_pState->thread.joinable())
-        return;
-    bool hostEnded = false;
+    State& state = *m_pState;
+    bool haveQueuesEnded = false;
     {
-        const std::lock_guard lock(m_pState->mutex);
-        m_pState->finished = true;
-        hostEnded = m_pState->hostEnded;
+        const std::lock_guard lock(state.mutex);
+        state.finished = true;
+        haveQueuesEnded = state.haveQueuesEnded;
     }
-    eventfd_write(m_pState->finishFd, 1);
-    if (hostEnded)
-        m_pState->thread.join();
+    eventfd_write(state.finishFd, 1);
+    if (state.processThread.joinable())
+        state.processThread.join();
+    if (!state.queuesThread.joinable())
+        return;
+    if (haveQueuesEnded)
+        state.queuesThread.join();
     else
-        m_pState->thread.detach();
+        state.queuesThread.detach();
 }

@@ -7,10 +7,11 @@
 /// Sees to it that a driver process does not outlive its host. A thread waits until the host lets go of the
 /// queues, says so, and ends the process when its driver does not come back in time.
 ///
-/// The host lets go in two cases. In an orderly unload it lives on, and a driver that takes its time to stop
-/// is the host's to judge: nothing is cut off here. When the host has died, the driver has the grace period.
-/// The parent process tells the two apart; where the parent is not the host (the process was started by
-/// hand), time alone does. Made and used by the main thread.
+/// A known host that has died has let go, even where a child of it still holds the queues' locks. The host
+/// lets go in two cases. In an orderly unload it lives on, and a driver that takes its time to stop is the
+/// host's to judge: nothing is cut off here. When the host has died, the driver has the grace period. The
+/// parent process tells the two apart; where the parent is not the host (the process was started by hand),
+/// time alone does. Made and used by the main thread.
 class HostWatch {
 public:
     struct Settings {
@@ -31,8 +32,8 @@ public:
     /// The host has asked the driver to stop.
     void stopRequested();
 
-    /// The driver is gone; nothing is called any more when this returns. A wait for the end of a living host
-    /// cannot be broken off, so its thread is left behind, with what waitForHostEnd holds.
+    /// The driver is gone; nothing is called any more when this returns. A wait for a host that holds the
+    /// queues cannot be broken off, so its thread is left behind, with what waitForHostEnd holds.
     void finish();
 
 private:

@@ -10,9 +10,9 @@ namespace sal {
 
 /// Starts child processes. A child has /dev/null as standard input, a session of its own, default signal
 /// dispositions and an empty mask, no descriptor but the standard ones, and the environment of this process
-/// with one variable more (MFD_QUEUE_MAKER): it opens the message queues that this process has made so far
-/// and none of those to come, so that a child that comes up late takes nothing that was made for its
-/// successor.
+/// with two variables more. MFD_PROCESS is a mark of its own. By MFD_QUEUE_MAKER it opens the message queues
+/// that this process has made so far and none of those to come, so that a child that comes up late takes
+/// nothing that was made for its successor.
 class SAL_API Process {
 public:
     /// Starts executable with title as argv[0] and arguments behind it. False, logged with the system's
@@ -25,6 +25,7 @@ public:
         int pidFd = -1;  ///< becomes readable when the process ends; the observer owns and closes it
         std::string title;
         std::vector<std::string> arguments;
+        std::string mark = {};  ///< in its environment and that of all it starts, for a ProcessFamily
     };
 
     /// Is told of every child, on the thread that made it, before createProcess returns. The observer reaps

@@ -130,6 +130,7 @@ void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
     // The driver ID stands behind the module's path.
     const std::string driverID = process.arguments.size() > 1 ? process.arguments[1] : process.title;
     m_roster.processStarted(driverID, process.pid);
+    m_families.add(driverID, process);
     {
         const std::lock_guard lock(m_mutex);
         m_saidCauses.erase(driverID);
@@ -138,7 +139,7 @@ void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
                 former.replaced = Clock::now();
         }
         m_processes.push_back(
-            {driverID, process.pid, process.pidFd, Clock::now(), std::nullopt, false, {}, nullptr});
+            {driverID, process.pid, process.pidFd, Clock::now(), std::nullopt, false, false, {}, nullptr});
         m_processes.back().isRestart = m_restarting.erase(driverID) > 0;
     }
     wake();
@@ -330,19 +331,38 @@ int ProcessSupervisor::pollTimeout() {
     return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
 }
 
+/// Until a process is collected its number is its own, and with it the session that it has left behind.
+void ProcessSupervisor::endLeftBehind(const std::string& driverID) {
+    std::vector<int> ended;
+    {
+        const std::lock_guard lock(m_mutex);
+        for (Watched& process : m_processes) {
+            pollfd end{process.pidFd, POLLIN, 0};
+            if (process.isAlone || (!driverID.empty() && process.driverID != driverID) ||
+                ::poll(&end, 1, 0) <= 0)
+                continue;
+            process.isAlone = true;
+            ended.push_back(process.pid);
+        }
+    }
+    for (const int pid : ended)
+        m_families.end(pid);
+}
+
 void ProcessSupervisor::reap(const std::string& driverID) {
     const std::lock_guard reapLock(m_reapMutex);
     reapLocked(driverID);
 }
 
 void ProcessSupervisor::reapLocked(const std::string& driverID) {
+    endLeftBehind(driverID);
     std::list<Watched> endedNow;
     std::list<ProcessEnd> ends;
     {
         const std::lock_guard lock(m_mutex);
         for (auto process = m_processes.begin(); process != m_processes.end();) {
             const auto current = process++;
-            if (!driverID.empty() && current->driverID != driverID)
+            if (!current->isAlone || (!driverID.empty() && current->driverID != driverID))
                 continue;
             const auto end = ProcessEnd::collect(current->pidFd);
             if (!end)
@@ -555,6 +575,7 @@ void ProcessSupervisor::checkCall(Clock::time_point now) {
 
 void ProcessSupervisor::checkShutdown(const CommandThread::Activity& activity, Clock::time_point now) {
     int exitCode = 0;
+    std::vector<int> killed;
     {
         const std::lock_guard lock(m_mutex);
         if (!m_shutdownBegan)
@@ -575,11 +596,15 @@ void ProcessSupervisor::checkShutdown(const CommandThread::Activity& activity, C
         if (now < limit)
             return;
         for (const Watched& process : m_processes) {
-            if (process.terminated)
-                sendSignal(process.pidFd, SIGKILL);
+            if (!process.terminated)
+                continue;
+            sendSignal(process.pidFd, SIGKILL);
+            killed.push_back(process.pid);
         }
         exitCode = m_exitCode;
     }
+    for (const int pid : killed)
+        m_families.end(pid);
     hostLog(sal::LogOutput::eError) << whoHoldsUp(activity) << " holds up the shutdown for "
                                     << seconds(m_settings.shutdownLimit) << "; the host ends without it"
                                     << std::endl;
@@ -600,6 +625,7 @@ void ProcessSupervisor::checkRestarts(Clock::time_point now) {
 void ProcessSupervisor::sample(Clock::time_point now) {
     if (m_environment.refreshOthers)
         m_environment.refreshOthers({});
+    m_families.look();
     Queues queues;
     for (auto& queue : m_environment.queues()) {
         std::string name = queue.name;

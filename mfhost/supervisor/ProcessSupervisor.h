@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "CommandThread.h"
+#include "DriverFamilies.h"
 #include "DriverRestarts.h"
 #include "DriverRoster.h"
 #include "HangDetector.h"
@@ -117,7 +118,8 @@ private:
         Clock::time_point started;
         std::optional<Clock::time_point> terminated;
         bool isKilled = false;
-        std::string hang;  ///< how it hangs or has lost a queue; empty while it does not
+        bool isAlone = false;  ///< it has ended, and so has what it left behind
+        std::string hang;      ///< how it hangs or has lost a queue; empty while it does not
         std::unique_ptr<StackDump> pStacks;
         std::optional<Clock::time_point> replaced = std::nullopt;  ///< when a newer one of its driver began
         bool isRestart = false;                                    ///< nobody has asked for it
@@ -135,6 +137,7 @@ private:
     int pollTimeout();
     void reap(const std::string& driverID);
     void reapLocked(const std::string& driverID);
+    void endLeftBehind(const std::string& driverID);
     void ended(const Watched& process, const ProcessEnd& end);
     std::string planRestart(const std::string& driverID, Clock::duration ran, bool isTried = true);
     void noteAttached();
@@ -157,6 +160,7 @@ private:
     std::string whoHoldsUp(const CommandThread::Activity& activity) const;
 
     DriverRoster& m_roster;
+    DriverFamilies m_families;
     const Settings m_settings;
     const Environment m_environment;
     const int m_wakeFd;

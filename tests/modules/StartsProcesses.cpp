@@ -81,10 +81,14 @@ private:
             }
             stay();
         }
-        if (how == "DAEMON")
-            ::waitpid(child, nullptr, 0);
-        else
+        if (how != "DAEMON") {
             note(file, child);
+            return child;
+        }
+        ::waitpid(child, nullptr, 0);
+        // Only it knows its number.
+        for (int i = 0; i < 1000 && !std::filesystem::exists(file); ++i)
+            ::usleep(10000);
         return child;
     }
 

@@ -86,8 +86,9 @@ TEST_F(GuardedFunctionID, CircleIsRefusedAndSaidOnce) {
         EXPECT_FALSE(circling.sendFID("PING", {}));
     EXPECT_EQ(circle.calls, 600);
     const std::string text = log.finish();
-    EXPECT_THAT(text, HasSubstr("error    MODULE: driver A: sendFID(PING) is refused: drivers call each other "
-                                "in a circle, 201 calls deep: A.PING -> A.PING\n"));
+    EXPECT_THAT(text,
+                HasSubstr("error    MODULE: driver A: sendFID(PING) is refused: drivers call each other "
+                          "in a circle, 201 calls deep: A.PING -> A.PING\n"));
     EXPECT_EQ(text.find('\n'), text.size() - 1);
 }
 

@@ -77,6 +77,40 @@ TEST(HostWatch, DeadHostLeavesTheGracePeriod) {
     EXPECT_GE(overdue.get() - death, 100ms);
 }
 
+TEST(HostWatch, DeadHostWhoseQueuesAChildHoldsIsGone) {
+    ScriptedHost host;
+    HostWatch sut(host.settings(true));
+    auto ended = host.ended.get_future();
+    auto overdue = host.overdue.get_future();
+    host.die();
+    EXPECT_EQ(ended.wait_for(hangGuard), std::future_status::ready);
+    EXPECT_EQ(overdue.wait_for(hangGuard), std::future_status::ready);
+}
+
+TEST(HostWatch, EndIsSaidOnceWhicheverIsSeenFirst) {
+    for (const bool isProcessFirst : {true, false}) {
+        ScriptedHost host;
+        HostWatch sut(host.settings(true));
+        auto ended = host.ended.get_future();
+        // A second time would throw, since the promise is kept.
+        isProcessFirst ? host.die() : host.letGoOfQueues();
+        EXPECT_EQ(ended.wait_for(hangGuard), std::future_status::ready);
+        isProcessFirst ? host.letGoOfQueues() : host.die();
+        EXPECT_EQ(host.overdue.get_future().wait_for(hangGuard), std::future_status::ready);
+    }
+}
+
+TEST(HostWatch, FinishDoesNotWaitWhereAChildHoldsTheQueuesOfADeadHost) {
+    ScriptedHost host;
+    auto ended = host.ended.get_future();
+    {
+        HostWatch sut(host.settings(true));
+        host.die();
+        EXPECT_EQ(ended.wait_for(hangGuard), std::future_status::ready);
+    }
+    host.letGoOfQueues();
+}
+
 TEST(HostWatch, LivingHostIsLeftToJudge) {
     ScriptedHost host;
     HostWatch sut(host.settings(true));

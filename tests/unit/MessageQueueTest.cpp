@@ -895,6 +895,46 @@ TEST_F(MessageQueue, AForkedChildDoesNotKeepTheNameInUse) {
     ::waitpid(child, nullptr, 0);
 }
 
+/// A child that no handler of the C library knows of: it has all that is open here.
+class BareChild {
+public:
+    BareChild() : m_pid(static_cast<pid_t>(::syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0))) {
+        if (m_pid == 0) {
+            for (;;) {
+                ::pause();
+            }
+        }
+    }
+    ~BareChild() {
+        ::kill(m_pid, SIGKILL);
+        ::waitpid(m_pid, nullptr, 0);
+    }
+    BareChild(const BareChild&) = delete;
+    BareChild& operator=(const BareChild&) = delete;
+
+private:
+    const pid_t m_pid;
+};
+
+TEST_F(MessageQueue, ABareChildDoesNotKeepTheNameOfAQueueThatIsClosed) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 16, 0));
+    const BareChild child;
+    sut.close();
+    EXPECT_TRUE(files().empty());
+    EXPECT_TRUE(sut.create("Q", 4, 16, 0));
+}
+
+TEST_F(MessageQueue, ABareChildDoesNotHideThatTheCreatorHasClosed) {
+    sal::MessageQueue creator;
+    ASSERT_TRUE(creator.create("Q", 4, 16, 0));
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.open("Q"));
+    const BareChild child;
+    creator.close();
+    EXPECT_TRUE(sut.waitForCreatorEnd());
+}
+
 TEST_F(MessageQueue, AForkedChildDoesNotKeepTheMemory) {
     sal::MessageQueue sut;
     ASSERT_TRUE(sut.create("Q", 4, 1024, 0));

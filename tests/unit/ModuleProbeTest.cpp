@@ -250,6 +250,36 @@ TEST_F(ModuleProbeWithoutChildren, ModuleThatDiesIsRefused) {
             << fault;
 }
 
+/// How the module makes the process that it leaves behind in its trial.
+class ModuleProbeOfProcesses : public ModuleProbe, public testing::WithParamInterface<std::string> {
+protected:
+    void expectEndsWithTheTrial() {
+        const std::string child = m_directory.path("child");
+        ::setenv("MFD_TEST_CHILD", child.c_str(), 1);
+        ::setenv("MFD_TEST_STARTS", GetParam().c_str(), 1);
+        EXPECT_EQ(m_sut.refusal(moduleFile("StartsProcesses")), "");
+        ::unsetenv("MFD_TEST_CHILD");
+        ::unsetenv("MFD_TEST_STARTS");
+        const pid_t pid = std::atoi(m_directory.read("child").c_str());
+        ASSERT_GT(pid, 0);
+        EXPECT_TRUE(isGone(pid));
+    }
+};
+
+TEST_P(ModuleProbeOfProcesses, WhatIsLeftBehindEndsWithTheTrial) {
+    expectEndsWithTheTrial();
+}
+
+TEST_P(ModuleProbeOfProcesses, WhatIsLeftBehindEndsEvenWhereSomebodyElseCollectsTheTrial) {
+    ::signal(SIGCHLD, SIG_IGN);
+    expectEndsWithTheTrial();
+    ::signal(SIGCHLD, SIG_DFL);
+}
+
+INSTANTIATE_TEST_SUITE_P(By, ModuleProbeOfProcesses,
+                         testing::Values("FORK", "CLONE", "SLEEP", "SESSION", "DAEMON"),
+                         [](const auto& test) { return test.param; });
+
 TEST_F(ModuleProbe, TrialEndsWithTheHost) {
     plan("load sleep");
     const pid_t host = ::fork();

@@ -347,7 +347,8 @@ TEST_F(ProcessSupervisorTest, LearnsOfASignal) {
 
 TEST_F(ProcessSupervisorTest, EndThatSomebodyElseHasCollectedIsUnknown) {
     ::signal(SIGCHLD, SIG_IGN);
-    start("A", "exit 3");
+    // Gone before it can be watched, it would not even count as started.
+    start("A", "sleep 0.3; exit 3");
     const bool isTold = hasLogged("A: process ");
     ::signal(SIGCHLD, SIG_DFL);
     EXPECT_TRUE(isTold);

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "sal/Export.h"
+
+namespace sal {
+
+/// A child of createProcess with all that it has started and that its children have started, however often
+/// they let their parents die. What is left of them when the child has ended can be ended, too.
+///
+/// A process belongs to it by its session, by the child's mark in the environment that it was started with,
+/// by its parent, or because look() has seen it below the child. What has left the session, was started with
+/// another environment and has lost its parent between two looks is not found. Any thread, one at a time.
+class SAL_API ProcessFamily {
+public:
+    /// mark as Process::Started has it; empty for a process that has none.
+    ProcessFamily(int pid, std::string mark);
+
+    /// The calling process, with the mark that it was started with.
+    static ProcessFamily ofThisProcess();
+
+    bool hasMark() const { return !m_mark.empty(); }
+
+    /// Notes who has left the session, and collects those that were ended and have become children of this
+    /// process. Now and then while the process runs.
+    void look();
+
+    struct Member {
+        int pid = 0;
+        std::string name;
+    };
+    struct Result {
+        std::vector<Member> ended;
+        std::vector<Member> left;  ///< those that the system does not let this process end
+    };
+    /// Kills all of them but the process itself and the calling one; within about 200 ms, even of one that
+    /// starts new ones all the time. The number of the process must not be another's yet: it is the calling
+    /// one, runs, or has not been collected.
+    Result endOthers();
+
+private:
+    /// A number alone may come to be another process's: with the time at which it was started it is the same.
+    using Identity = std::pair<int, std::uint64_t>;
+
+    struct Process;
+    static std::vector<Process> processes();
+    std::vector<Process> members() const;
+    void noteBelow(int pid, int depth, std::set<Identity>& noted) const;
+
+    int m_pid;
+    std::string m_mark;
+    std::uint64_t m_started;  ///< 0 when it cannot be told
+    std::set<Identity> m_noted;
+};
+
+}  // namespace sal

@@ -1,0 +1,252 @@
+#include "sal/ProcessFamily.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <string_view>
+
+#include "FileHandle.h"
+#include "MarkedEnvironment.h"
+
+namespace sal {
+
+/// What the kernel tells of a process in its "stat".
+struct ProcessFamily::Process {
+    int pid = 0;
+    char state = 0;
+    int parent = 0;
+    int session = 0;
+    std::uint64_t started = 0;
+    std::string name;
+
+    Identity identity() const { return {pid, started}; }
+    bool isDead() const { return state == 'Z' || state == 'X'; }
+
+    static std::optional<Process> read(int pid);
+};
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds s_limit{200};
+/// An environment of more is not looked at further; the mark stands at its beginning.
+constexpr std::size_t s_longestText = 256 * 1024;
+constexpr int s_deepest = 50;
+constexpr std::size_t s_mostNoted = 10'000;
+
+std::string textOf(const std::string& path) {
+    std::string text;
+    const FileHandle file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    std::array<char, 4096> piece{};
+    for (ssize_t count = 0;
+         file && text.size() < s_longestText && (count = ::read(file.get(), piece.data(), piece.size())) > 0;)
+        text.append(piece.data(), static_cast<std::size_t>(count));
+    return text;
+}
+
+std::string placeOf(int pid) {
+    return "/proc/" + std::to_string(pid);
+}
+
+/// The numbers that name entries of the directory.
+std::vector<int> numbersIn(const std::string& directory) {
+    struct Close {
+        void operator()(DIR* pDirectory) const { ::closedir(pDirectory); }
+    };
+    std::vector<int> numbers;
+    const std::unique_ptr<DIR, Close> pDirectory(::opendir(directory.c_str()));
+    while (const dirent* pEntry = pDirectory ? ::readdir(pDirectory.get()) : nullptr) {
+        if (const int number = std::atoi(pEntry->d_name); number > 0)
+            numbers.push_back(number);
+    }
+    return numbers;
+}
+
+/// Processes that were ended here. Where the host is the first process of a container, or has been made to
+/// take orphans in, they have come to be its children, and nobody else collects them. Any thread.
+class EndedOrphans {
+public:
+    static EndedOrphans& instance() {
+        // Never destroyed: a thread may come here while the process ends.
+        static EndedOrphans* const s_pInstance = new EndedOrphans;
+        return *s_pInstance;
+    }
+
+    void add(int pid) {
+        const std::lock_guard lock(m_mutex);
+        m_ended.emplace_back(pid, Clock::now());
+    }
+
+    void collect() {
+        const std::lock_guard lock(m_mutex);
+        std::erase_if(m_ended, [now = Clock::now()](const auto& ended) {
+            // Its parent may have to end first.
+            if (now - ended.second < s_patience)
+                return false;
+            siginfo_t info{};
+            const int result = ::waitid(P_PID, static_cast<id_t>(ended.first), &info, WEXITED | WNOHANG);
+            return result != 0 || info.si_pid != 0;
+        });
+    }
+
+private:
+    static constexpr std::chrono::milliseconds s_patience{500};
+
+    std::mutex m_mutex;
+    std::vector<std::pair<int, Clock::time_point>> m_ended;
+};
+
+bool isMarked(int pid, const std::string& mark) {
+    const std::string environment = textOf(placeOf(pid) + "/environ");
+    std::string_view rest = environment;
+    while (!rest.empty()) {
+        const auto end = rest.find('\0');
+        if (rest.substr(0, end) == mark)
+            return true;
+        if (end == std::string_view::npos)
+            break;
+        rest.remove_prefix(end + 1);
+    }
+    return false;
+}
+
+}  // namespace
+
+std::optional<ProcessFamily::Process> ProcessFamily::Process::read(int pid) {
+    const std::string text = textOf(placeOf(pid) + "/stat");
+    // The name in parentheses may hold anything, parentheses too.
+    const auto nameBegin = text.find('(');
+    const auto nameEnd = text.rfind(')');
+    if (nameBegin == std::string::npos || nameEnd == std::string::npos || nameEnd < nameBegin)
+        return std::nullopt;
+    Process process;
+    process.pid = pid;
+    process.name = text.substr(nameBegin + 1, nameEnd - nameBegin - 1);
+    std::istringstream fields(text.substr(nameEnd + 1));
+    std::string skipped;
+    fields >> process.state >> process.parent >> skipped >> process.session;
+    for (int i = 0; i < 15; ++i)
+        fields >> skipped;
+    fields >> process.started;
+    return fields ? std::optional(process) : std::nullopt;
+}
+
+ProcessFamily::ProcessFamily(int pid, std::string mark)
+    : m_pid(pid), m_mark(std::move(mark)), m_started(Process::read(pid).value_or(Process()).started) {}
+
+ProcessFamily ProcessFamily::ofThisProcess() {
+    return {::getpid(), MarkedEnvironment::ownMark()};
+}
+
+void ProcessFamily::look() {
+    EndedOrphans::instance().collect();
+    std::set<Identity> noted;
+    noteBelow(m_pid, 0, noted);
+    // Those whose parents have died meanwhile.
+    for (const auto& [pid, started] : m_noted) {
+        const auto process = Process::read(pid);
+        if (!process || process->started != started || process->isDead())
+            continue;
+        noted.insert(process->identity());
+        noteBelow(pid, 0, noted);
+    }
+    m_noted = std::move(noted);
+}
+
+void ProcessFamily::noteBelow(int pid, int depth, std::set<Identity>& noted) const {
+    const std::string tasks = placeOf(pid) + "/task";
+    for (const int thread : numbersIn(tasks)) {
+        std::istringstream children(textOf(tasks + "/" + std::to_string(thread) + "/children"));
+        for (int child = 0; children >> child && noted.size() < s_mostNoted;) {
+            const auto process = Process::read(child);
+            if (!process || process->isDead())
+                continue;
+            if (process->session != m_pid)
+                noted.insert(process->identity());
+            if (depth < s_deepest)
+                noteBelow(child, depth + 1, noted);
+        }
+    }
+}
+
+std::vector<ProcessFamily::Process> ProcessFamily::processes() {
+    std::vector<Process> all;
+    for (const int pid : numbersIn("/proc")) {
+        if (auto process = Process::read(pid); process && !process->isDead())
+            all.push_back(std::move(*process));
+    }
+    return all;
+}
+
+std::vector<ProcessFamily::Process> ProcessFamily::members() const {
+    std::vector<Process> others = processes();
+    std::vector<Process> found;
+    std::set<int> pids{m_pid};
+    const auto take = [&](const auto& belongs) {
+        std::vector<Process> rest;
+        for (Process& process : others) {
+            if (process.pid == m_pid || process.pid == ::getpid())
+                continue;
+            if (belongs(process)) {
+                pids.insert(process.pid);
+                found.push_back(std::move(process));
+            } else {
+                rest.push_back(std::move(process));
+            }
+        }
+        others = std::move(rest);
+    };
+    take([&](const Process& process) {
+        return process.session == m_pid || m_noted.contains(process.identity()) ||
+               // Nothing that is older than the process was started by it.
+               (!m_mark.empty() && process.started >= m_started && isMarked(process.pid, m_mark));
+    });
+    for (std::size_t before = 0; before != found.size();) {
+        before = found.size();
+        take([&](const Process& process) { return pids.contains(process.parent); });
+    }
+    return found;
+}
+
+ProcessFamily::Result ProcessFamily::endOthers() {
+    EndedOrphans::instance().collect();
+    Result result;
+    std::set<Identity> told;
+    const auto end = Clock::now() + s_limit;
+    // Until nobody is left to be told: one may have started another in between.
+    for (bool isNew = true; isNew && Clock::now() < end;) {
+        isNew = false;
+        for (const Process& process : members()) {
+            if (!told.insert(process.identity()).second)
+                continue;
+            const FileHandle handle(static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0)));
+            const auto now = handle ? Process::read(process.pid) : std::nullopt;
+            // It has ended by itself, and the number may be another's.
+            if (!now || now->started != process.started)
+                continue;
+            isNew = true;
+            if (::syscall(SYS_pidfd_send_signal, handle.get(), SIGKILL, nullptr, 0u) == 0) {
+                result.ended.push_back({process.pid, process.name});
+                EndedOrphans::instance().add(process.pid);
+            } else if (errno != ESRCH) {
+                result.left.push_back({process.pid, process.name});
+            }
+        }
+    }
+    return result;
+}
+
+}  // namespace sal

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "sal/Process.h"
+#include "sal/ProcessFamily.h"
+
+/// What the driver processes have started themselves: it ends with them. Owned by ProcessSupervisor; any
+/// thread. The children of drivers in the host's own process are those drivers' affair.
+class DriverFamilies {
+public:
+    void add(const std::string& driverID, const sal::Process::Started& process);
+
+    /// Notes what has left the processes' sessions. Now and then; looks once a second at most.
+    void look();
+
+    /// Ends what the process has left behind, with one line, and forgets the process. Before it is collected.
+    void end(int pid);
+
+private:
+    struct Family {
+        std::string driverID;
+        sal::ProcessFamily processes;
+    };
+
+    std::mutex m_mutex;
+    std::map<int, Family> m_families;
+    std::optional<std::chrono::steady_clock::time_point> m_looked;
+};
