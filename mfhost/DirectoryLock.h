@@ -6,17 +6,13 @@
 #include <optional>
 #include <string>
 
-/// Keeps a directory for one process, by a lock on the file .mfhost/lock in it. Owned by DataDirectory; main
-/// thread. One for each directory in a process.
+/// Keeps a directory for one process, by a lock on the file .mfhost/lock in it: in a subdirectory, since a
+/// start leaves only full ones, and open to its owner alone. Owned by DataDirectory; main thread; one a
+/// directory.
 ///
-/// The file lies in the directory itself, so that the lock holds wherever that is mounted, and in a
-/// subdirectory, since a start empties the directory and leaves nothing but full subdirectories. Both are
-/// open to their owner alone: another user can neither take the lock nor look at it.
-///
-/// It is a record lock, which belongs to the process and not to the open file: a child that a driver of this
-/// process forks does not hold it, however it was made and however long it lives, and the kernel names the
-/// real holder. Such a lock is lost when its process closes any descriptor of the file; nobody else in this
-/// process has a reason to open it.
+/// A record lock belongs to the process and not to the open file: no child that a driver of this process
+/// forks holds it, however it was made, and the kernel names the real holder. It is lost when its process
+/// closes any descriptor of the file, which nobody else here has a reason to open.
 class DirectoryLock {
 public:
     explicit DirectoryLock(const std::string& directory);
