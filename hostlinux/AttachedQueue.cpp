@@ -547,8 +547,7 @@ MessageQueue::Status AttachedQueue::status() const {
     status.receiverPid = shared.receiverPid.load(std::memory_order_relaxed);
     status.received = QueueCursor::unpack(shared.head.load(std::memory_order_acquire)).count;
     status.isAttached = status.holders > 1;
-    status.wasAttached =
-        status.isAttached || shared.nextTicket.load(std::memory_order_relaxed) != m_nextTicket;
+    status.wasAttached = shared.nextTicket.load(std::memory_order_relaxed) != m_nextTicket;
     // Last, since the looks before may have found a part of the file missing.
     status.isBroken = m_isBroken.load(std::memory_order_relaxed) || m_pMapping->faulted() ||
                       shared.broken.load(std::memory_order_relaxed) != 0 ||

@@ -425,6 +425,27 @@ TEST_F(QueueFaultsOfTheDirectory, OfAKilledHostGoesAtTheNextStart) {
 TEST_F(QueueFaultsOfTheDirectory, OfAKilledHostKeepsItsDriversNamesWhileTheyRun) {
     HostProcess& host = startServing();
     const pid_t driver = host.driverProcess("FAR");
+    host.type("sendFID FAR.FAULT.SLEEP");
+    settle(host);
+    host.signal(SIGKILL);
+    const std::string killed = std::to_string(host.pid());
+    EXPECT_EQ(host.waitForEnd(), 128 + SIGKILL);
+    HostProcess& next = start(call({"--log-level", "5", "--restart-delay", "0.2"}));
+    ASSERT_TRUE(
+        next.waitForLog("FAR: no process runs: queue FAR_INQ cannot be made: the name is still in use by a "
+                        "live process (made by process " +
+                        killed + ", read by process " + std::to_string(driver) + "); "))
+        << next.log();
+    expectServes(next, "NEAR");
+    ASSERT_TRUE(next.waitForLog("HOST: FAR: is started again\n")) << next.log();
+    EXPECT_TRUE(endsWithin(driver, 0));
+    EXPECT_EQ(end(), 0);
+    expectBecomesEmpty();
+}
+
+TEST_F(QueueFaultsOfTheDirectory, OfAKilledHostIsLeftByADriverThatWasStopped) {
+    HostProcess& host = startServing();
+    const pid_t driver = host.driverProcess("FAR");
     ::kill(driver, SIGSTOP);
     host.signal(SIGKILL);
     EXPECT_EQ(host.waitForEnd(), 128 + SIGKILL);

@@ -525,6 +525,17 @@ TEST_F(MessageQueue, CreateContinuesAStoppedReaderThatHasSeenItsCreatorsEnd) {
     EXPECT_NE(log.find("its reader was stopped and is continued"), std::string::npos) << log;
 }
 
+TEST_F(MessageQueue, OpenRefusesAQueueWhoseCreatorsEndItsReaderHasSeen) {
+    QueuePeer creator({"create", "SEEN"});
+    ASSERT_EQ(creator.line(), "created");
+    QueuePeer reader({"outlive", "SEEN"});
+    ASSERT_EQ(reader.line(), "attached");
+    creator.kill();
+    ASSERT_EQ(reader.line(), "ended");
+    EXPECT_EQ(logOf([] { EXPECT_FALSE(sal::MessageQueue().open("SEEN")); }),
+              "QUEUE: queue SEEN: not opened: the process that made it has ended\n");
+}
+
 TEST_F(MessageQueue, CreateLeavesAStoppedReaderAloneWhileTheCreatorLives) {
     QueuePeer creator({"create", "STOPPED2"});
     ASSERT_EQ(creator.line(), "created");
