@@ -1,7 +1,9 @@
 #include "Fault.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -78,6 +80,20 @@ void leaveChild(bool isInSessionOfItsOwn) {
 [[noreturn]] void becomeAnotherProgram() {
     ::execl("/bin/sleep", "sleep", "86400", nullptr);
     throw std::system_error(errno, std::generic_category(), "/bin/sleep cannot be run");
+}
+
+/// Each queue's file is among them. A mapping keeps the locks that say who is there, so they are given up
+/// first.
+void closeLocks() {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    for (int fd = STDERR_FILENO + 1; fd < static_cast<int>(std::min<rlim_t>(limit.rlim_cur, 4096)); ++fd) {
+        struct flock all {};
+        all.l_type = F_UNLCK;
+        all.l_whence = SEEK_SET;
+        ::fcntl(fd, F_OFD_SETLK, &all);
+    }
+    ::close_range(STDERR_FILENO + 1, ~0U, 0);
 }
 
 void ignoreSignals() {
@@ -191,8 +207,7 @@ bool Fault::strike() const {
         case eExec:
             becomeAnotherProgram();
         case eCloseLocks:
-            // Each queue's file among them, and with it the locks that say who is there.
-            ::close_range(STDERR_FILENO + 1, ~0U, 0);
+            closeLocks();
             break;
         case eIgnoreSignals:
             ignoreSignals();

@@ -57,8 +57,8 @@ void Campaign::expectOf(const std::string& driverID, bool wasStopped) {
     Watcher::Verdicts right{"ended unexpectedly: signal 9", "ended: ", "has not ended",
                             "did not heed SIGTERM"};
     if (wasStopped)
-        right.insert(right.end(),
-                     {"hangs", "has not taken", "leaves its queue full", "ended unexpectedly: "});
+        right.insert(right.end(), {"hangs", "has not taken", "cannot be sent to", "leaves its queue full",
+                                   "ended unexpectedly: "});
     m_run.watcher().expect(driverID, right);
 }
 

@@ -62,6 +62,8 @@ bool Chaos::inject(Scoreboard::EPhase phase, const std::vector<ChaosPlan::Step>&
     std::atomic<std::size_t> done = 0;
     const ChaosPlan::Step* pKill = nullptr;
     for (std::size_t i = 0; i < steps.size(); ++i) {
+        if (steps[i].kind == EKind::FillStore)
+            m_run.noteFilledRoom();
         if (steps[i].kind == EKind::KillHost) {
             pKill = &steps[i];
             continue;

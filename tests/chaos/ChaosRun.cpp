@@ -35,6 +35,7 @@ std::shared_ptr<ChaosHost> ChaosRun::host() const {
 }
 
 void ChaosRun::launchHost() {
+    m_filledRooms = 0;
     m_watcher.hostBegins();
     auto pHost = std::make_shared<ChaosHost>(
         m_workplace.host(),
@@ -115,7 +116,7 @@ void ChaosRun::endLifetime() {
         after = holdings();
         return after.isLike(*m_before);
     });
-    m_board.addLifetime({*m_before, after});
+    m_board.addLifetime({*m_before, after, m_filledRooms});
     m_before.reset();
 }
 

@@ -51,6 +51,8 @@ public:
     /// Holds what the host has against what it had at its start.
     void endLifetime();
     void forgetLifetime() { m_before.reset(); }
+    /// A driver has filled its room in the host's state store.
+    void noteFilledRoom() { ++m_filledRooms; }
 
     /// Whether all drivers serve at the end; then waits for silence, judges and ends the host.
     bool endInOrder();
@@ -84,6 +86,7 @@ private:
     mutable std::mutex m_mutex;
     std::shared_ptr<ChaosHost> m_pHost;
     std::optional<Holdings> m_before;
+    long m_filledRooms = 0;  ///< in the life of this host
     /// With the first host up: what it makes stays for the next ones.
     std::optional<Leftovers> m_made;
     Scoreboard m_board;

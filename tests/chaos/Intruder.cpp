@@ -243,7 +243,7 @@ private:
             m_tried();
             const int fd = ::open((process + file).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
             char byte = 0;
-            if (fd >= 0 && ::read(fd, &byte, 1) >= 0)
+            if (fd >= 0 && ::read(fd, &byte, 1) > 0)
                 succeeded("could read " + process + file);
             if (fd >= 0)
                 ::close(fd);

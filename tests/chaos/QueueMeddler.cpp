@@ -19,20 +19,22 @@ namespace {
 constexpr off_t s_headerEnd = 4096;
 constexpr off_t s_everythingEnd = 512L * 1024;
 constexpr off_t s_constantsEnd = offsetof(sal::QueueHeader, broken);
-/// The host's own is the first, that of the driver process the second.
-constexpr std::uint32_t s_driversTicket = 2;
 
 bool writeAll(int fd, const void* pData, std::size_t size, off_t offset) {
     return ::pwrite(fd, pData, size, offset) == static_cast<ssize_t>(size);
 }
 
-/// The favour comes first: whoever is favoured does not look at the holder.
+/// The last ticket is the driver process's. The favour comes first: whoever is favoured does not look at the
+/// holder.
 bool leaveTicket(int fd) {
+    std::uint32_t next = 0;
+    if (::pread(fd, &next, sizeof next, offsetof(sal::QueueHeader, nextTicket)) != sizeof next)
+        return false;
     const std::uint32_t none = 0;
+    const std::uint32_t last = next - 1;
     const off_t lock = offsetof(sal::QueueHeader, senderLock);
     return writeAll(fd, &none, sizeof none, lock + offsetof(sal::SenderLockWords, favoured)) &&
-           writeAll(fd, &s_driversTicket, sizeof s_driversTicket,
-                    lock + offsetof(sal::SenderLockWords, holder));
+           writeAll(fd, &last, sizeof last, lock + offsetof(sal::SenderLockWords, holder));
 }
 
 }  // namespace

@@ -108,7 +108,7 @@ std::vector<std::string> Scoreboard::complaints() const {
     for (const Lifetime& lifetime : m_lifetimes) {
         if (!lifetime.after.isLike(lifetime.before))
             found.emplace_back("a host held more or less at its end than at its start");
-        if (s_isMemoryJudged && lifetime.after.memoryKb - lifetime.before.memoryKb > s_memoryToleranceKb)
+        if (s_isMemoryJudged && lifetime.growthKb() > s_memoryToleranceKb)
             found.push_back("a host's memory grew by " +
                             std::to_string(lifetime.after.memoryKb - lifetime.before.memoryKb) + " KiB");
     }

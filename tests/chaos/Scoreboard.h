@@ -31,9 +31,15 @@ public:
     static constexpr bool s_isMemoryJudged = true;
 #endif
 
+    /// Each time that a driver fills its room in the state store, so much more may be kept.
+    static constexpr long s_filledRoomKb = 6144;
+
     struct Lifetime {
         Holdings before;
         Holdings after;
+        long filledRooms = 0;
+
+        long growthKb() const { return after.memoryKb - before.memoryKb - filledRooms * s_filledRoomKb; }
     };
 
     void add(EPhase phase, const Trial::Outcome& outcome);

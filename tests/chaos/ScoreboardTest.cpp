@@ -138,6 +138,17 @@ TEST_F(ScoreboardTest, HostThatHoldsMoreIsAComplaint) {
     }
 }
 
+TEST_F(ScoreboardTest, HostWhoseMemoryGrowsIsAComplaint) {
+    if (!Scoreboard::s_isMemoryJudged)
+        GTEST_SKIP() << "a sanitizer keeps memory";
+    Holdings after;
+    after.memoryKb = Scoreboard::s_memoryToleranceKb + 1;
+    sut.addLifetime({{}, after, 1});
+    EXPECT_THAT(sut.complaints(), IsEmpty());
+    sut.addLifetime({{}, after, 0});
+    EXPECT_THAT(sut.complaints(), ElementsAre("a host's memory grew by 8193 KiB"));
+}
+
 TEST_F(ScoreboardTest, HostThatDidNotEndInOrderIsAComplaint) {
     sut.hostExit = 137;
     EXPECT_THAT(sut.complaints(), ElementsAre("the host ended with 137"));

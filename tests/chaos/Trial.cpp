@@ -60,12 +60,18 @@ Watcher::Verdicts verdictsOf(EKind kind) {
         case EKind::BlockLog:
             return hung;
         case EKind::LeaveTicket:
-            return {"hangs", "ended: hung", "did not heed SIGTERM", "has not taken", "ended: "};
+            return {"cannot be sent to, since a sender has not left its input queue", "hangs",
+                    "ended: ", "did not heed SIGTERM"};
         case EKind::Exec:
         case EKind::CloseLocks:
+            return {"cannot be reached any more: it has let go of its", "ended: ", byItself + "exit code",
+                    "did not heed SIGTERM"};
         case EKind::DamageInput:
+            return {"cannot be reached any more: its input queue is damaged",
+                    "ended: ", byItself + "exit code 1", "did not heed SIGTERM"};
         case EKind::DamageOutput:
-            return {"ended", "did not heed SIGTERM"};
+            return {"cannot be reached any more: its output queue is damaged",
+                    "ended: ", byItself + "exit code 1", "did not heed SIGTERM"};
         case EKind::DeathInDeinit:
             return {byItself + "signal 11"};
         case EKind::KillStarting:
@@ -621,10 +627,16 @@ bool Trial::fillStore() {
     const std::uint64_t since = m_in.watcher.position();
     begin();
     fault("FILLSTORE");
-    const auto told = m_in.watcher.waitForText(" " + m_step.target + ": ", since, patience());
-    if (!told)
-        return fails("the host's line on values that are lost");
-    noticedAt(*told);
+    bool isTold = false;
+    for (Patience left(patience()); !isTold && !left.isOver() && !m_in.watcher.isHostGone();) {
+        const std::uint64_t asked = m_in.watcher.position();
+        m_in.pHost->type("state --now " + m_step.target + ".READY");
+        const auto line = m_in.watcher.lineThatBegins(m_step.target + ": ", asked, 500ms);
+        isTold = line && line->find(" dropped, at most ") != std::string::npos;
+    }
+    if (!isTold)
+        return fails("that the loss of values is told");
+    noticedAt(Clock::now());
     m_in.pHost->type("sendFID " + other + ".REPORT name=N" + fresh + " value=" + fresh);
     if (!m_in.watcher.waitForText("N" + fresh + " = " + fresh, since, patience()))
         return fails("a new value of " + other + " beside a driver that fills the store");

@@ -72,10 +72,12 @@ bool isAnswer(const std::string& name) {
 void Watcher::output(const std::string& line) {
     {
         const std::lock_guard lock(m_mutex);
-        // What is printed may begin behind a line that a start or end has left open.
+        // What is printed may begin in a line that a start, an end or a long list has left open.
         const auto open = line.rfind("...");
-        if (!parse(line) && open != std::string::npos)
-            parse(line.substr(open + 3));
+        const auto event = line.rfind("event ");
+        if (!parse(line) && (open == std::string::npos || !parse(line.substr(open + 3))) &&
+            event != std::string::npos)
+            parse(line.substr(event));
         keep(line);
     }
     m_changed.notify_all();
@@ -99,7 +101,8 @@ void Watcher::log(const std::string& line) {
             std::uint32_t pid = 0;
             if (take(rest, pid) && rest.starts_with(' ') && isVerdict(rest.substr(1))) {
                 const std::string verdict = rest.substr(1);
-                if (verdict.starts_with("ended") || verdict.starts_with("hangs"))
+                if (verdict.starts_with("ended") || verdict.starts_with("hangs") ||
+                    verdict.starts_with("cannot be reached"))
                     m_notices.try_emplace(static_cast<pid_t>(pid), Clock::now());
                 m_ends[driverID] += verdict.starts_with("ended") ? 1 : 0;
                 judgeVerdict(driverID, verdict, line);

@@ -37,6 +37,12 @@ TEST_F(WatcherTest, EventBehindAnOpenLineIsSeen) {
     EXPECT_EQ(sut.events().at(4).seen, 1u);
 }
 
+TEST_F(WatcherTest, EventInTheMiddleOfALongListIsSeen) {
+    sut.output("F4     Faulty   1.0      queevent T1.E 4:0:70");
+    sut.output("ue   4711  running");
+    EXPECT_EQ(sut.events().at(4).seen, 1u);
+}
+
 TEST_F(WatcherTest, ValueOfTheDeadShownLiveIsFound) {
     for (const char* line : {"T1.N = 4:17", "T1: 2 values stale: signal 9 (Killed)", "T1.N = 4:18"})
         sut.output(line);

@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -208,6 +210,39 @@ TEST(Fault, CloseLocksClosesAllButTheStandardDescriptors) {
         return std::to_string(count());
     };
     EXPECT_EQ(afterwards("closelocks", others), "3");
+}
+
+TEST(Fault, CloseLocksGivesUpWhatAMappingWouldKeep) {
+    std::FILE* const pFile = std::tmpfile();
+    ASSERT_NE(pFile, nullptr);
+    ASSERT_EQ(::ftruncate(::fileno(pFile), 4096), 0);
+    const std::string path = "/proc/self/fd/" + std::to_string(::fileno(pFile));
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        const int fd = ::open(path.c_str(), O_RDWR);
+        struct flock own = lock;
+        if (::mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fd, 0) == MAP_FAILED ||
+            ::fcntl(fd, F_OFD_SETLK, &own) != 0)
+            ::_exit(1);
+        fault("closelocks").strike();
+        for (;;)
+            ::pause();
+    }
+    const auto areClosed = [pid] {
+        std::error_code ignored;
+        return std::distance(
+                   std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", ignored),
+                   std::filesystem::directory_iterator()) == 3;
+    };
+    EXPECT_TRUE(eventually(areClosed));
+    EXPECT_EQ(::fcntl(::fileno(pFile), F_OFD_GETLK, &lock), 0);
+    EXPECT_EQ(lock.l_type, F_UNLCK);
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, nullptr, 0);
+    std::fclose(pFile);
 }
 
 TEST(Fault, IgnoreSignalsIgnoresTermination) {
