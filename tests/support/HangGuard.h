@@ -3,9 +3,11 @@
 #include <chrono>
 #include <thread>
 
-/// How long a test waits for what must come before it calls it a hang. Nothing takes a fraction of it, however
-/// busy the machine is; ctest's own limits lie above it.
+/// How long a test waits for what must come before it calls it a hang. Nothing takes a fraction of it,
+/// however busy the machine is; ctest's own limits lie above it.
 constexpr std::chrono::seconds c_hangGuard{100};
+/// The same for calls that count milliseconds.
+constexpr int c_hangGuardMs = 100'000;
 
 /// Looks until the condition holds; false when it does not before the hang guard.
 template <class Condition>

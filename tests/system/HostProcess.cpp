@@ -192,5 +192,5 @@ bool endsWithin(pid_t pid, int milliseconds) {
 }
 
 bool endsInTime(pid_t pid) {
-    return endsWithin(pid, static_cast<int>(std::chrono::milliseconds(c_hangGuard).count()));
+    return endsWithin(pid, c_hangGuardMs);
 }

@@ -12,6 +12,7 @@
 
 #include "FakeHost.h"
 #include "FlushedOutput.h"
+#include "HangGuard.h"
 #include "MDMFidDistributor.h"
 #include "MDMModuleInfo.h"
 #include "RecordingDriver.h"
@@ -1380,7 +1381,7 @@ TEST(MDMModuleHandler, ReloadNeverReturnsFromAnEntryThatBeginsWithAnotherAttribu
     int seen = 0;
     char byte = 0;
     pollfd readable{calls[0], POLLIN, 0};
-    while (seen < 30 && poll(&readable, 1, 100000) == 1 && read(calls[0], &byte, 1) == 1)
+    while (seen < 30 && poll(&readable, 1, c_hangGuardMs) == 1 && read(calls[0], &byte, 1) == 1)
         ++seen;
     EXPECT_EQ(seen, 30) << "the reload ended, or spins without a pause";
     int status = 0;

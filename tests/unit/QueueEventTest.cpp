@@ -6,8 +6,12 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <limits>
 #include <random>
 #include <thread>
+
+#include "HangGuard.h"
+#include "Rounds.h"
 
 namespace {
 
@@ -60,11 +64,11 @@ TEST(QueueEvent, EnduranceAWaiterSeesWhatWasPublishedOrIsWoken) {
     std::atomic<unsigned> published{0};
     std::atomic<unsigned> seen{0};
     std::atomic<unsigned> missed{0};
-    const unsigned all = static_cast<unsigned>(rounds()) * 2000;
+    constexpr unsigned over = std::numeric_limits<unsigned>::max();
     std::array<Line, 32> contended;
     std::thread waiter([&] {
         std::minstd_rand random(3);
-        for (unsigned next = 1; next <= all; ++next) {
+        for (unsigned next = 1; published.load(std::memory_order_acquire) != over; ++next) {
             sut.promiseFence();
             for (Line& line : contended) {
                 line.word.store(next, std::memory_order_relaxed);
@@ -73,7 +77,7 @@ TEST(QueueEvent, EnduranceAWaiterSeesWhatWasPublishedOrIsWoken) {
             const std::uint32_t number = sut.prepare();
             // Nothing yet, then a wake-up comes.
             if (published.load(std::memory_order_acquire) < next &&
-                sut.wait(number, 5s) == sal::FutexWake::eTimedOut) {
+                sut.wait(number, c_hangGuard) == sal::FutexWake::eTimedOut) {
                 ++missed;
             }
             while (published.load(std::memory_order_acquire) < next) {
@@ -83,7 +87,8 @@ TEST(QueueEvent, EnduranceAWaiterSeesWhatWasPublishedOrIsWoken) {
         }
     });
     std::minstd_rand random(4);
-    for (unsigned next = 1; next <= all; ++next) {
+    Rounds all(rounds() * 2000, rounds() * 500ms);
+    for (unsigned next = 1; all.goOn(); ++next) {
         // About when the waiter looks; the stores hold up the one that publishes.
         linger(random() % 2000);
         for (Line& line : contended) {
@@ -91,10 +96,16 @@ TEST(QueueEvent, EnduranceAWaiterSeesWhatWasPublishedOrIsWoken) {
         }
         published.store(next, std::memory_order_release);
         sut.signalFenced();
-        while (seen.load(std::memory_order_acquire) < next) {
-            sal::spinPause();
+        for (int times = 0; seen.load(std::memory_order_acquire) < next; ++times) {
+            // The waiter is about to see it, unless it has no processor.
+            if (times > 10'000)
+                std::this_thread::yield();
+            else
+                sal::spinPause();
         }
     }
+    published.store(over, std::memory_order_release);
+    sut.signalFenced();
     waiter.join();
     EXPECT_EQ(missed, 0U);
 }

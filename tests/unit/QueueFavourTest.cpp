@@ -199,13 +199,13 @@ TEST_F(QueueFavour, AReceiverWithoutTheKernelsFencesIsWoken) {
     const Header header(file());
     QueuePeer peer({"without-fences", "receive", "Q"});
     ASSERT_EQ(peer.line(), "opened");
-    const auto hang = Clock::now() + s_hang;
+    const auto hang = Clock::now() + c_hangGuard;
     for (std::uint32_t i = 0; i < 3; ++i) {
         while (!header.isAwaited() && Clock::now() < hang) {
             std::this_thread::yield();
         }
         const std::uint32_t before = header.wakeUps();
-        ASSERT_TRUE(send(sut, 1, i, 1000));
+        ASSERT_TRUE(send(sut, 1, i, c_hangGuardMs));
         EXPECT_EQ(header.wakeUps(), before + 1);
         while (!header.isEmpty() && Clock::now() < hang) {
             std::this_thread::yield();
@@ -232,7 +232,7 @@ TEST_F(QueueFavour, EnduranceAFavouredSenderMayDieBehindAnyInstruction) {
         victim.kill();
         sal::MessageQueue fresh;
         ASSERT_TRUE(fresh.open("Q"));
-        ASSERT_TRUE(send(fresh, 1, number, 5000)) << "killed behind instruction " << instant;
+        ASSERT_TRUE(send(fresh, 1, number, c_hangGuardMs)) << "killed behind instruction " << instant;
         ASSERT_TRUE(holdsJust(creator, number++)) << "killed behind instruction " << instant;
     }
 }
@@ -255,7 +255,8 @@ TEST_F(QueueFavour, EnduranceASenderMayDieBehindAnyInstructionOfAWithdrawal) {
         // By favour, beside a withdrawal that stands still, or for want of it only after the victim's end.
         const bool isBeside = send(creator, 1, number, 0);
         victim.kill();
-        ASSERT_TRUE(isBeside || send(creator, 1, number, 5000)) << "killed behind instruction " << instant;
+        ASSERT_TRUE(isBeside || send(creator, 1, number, c_hangGuardMs))
+            << "killed behind instruction " << instant;
         ASSERT_TRUE(holdsJust(creator, number++)) << "killed behind instruction " << instant;
     }
 }
@@ -281,7 +282,7 @@ TEST_F(QueueFavour, AFavouredSenderStoppedInsideDelaysOthersUntilItDiesOrGoesOn)
             } else {
                 victim.finish();
             }
-            ASSERT_TRUE(send(sut, 1, 0, 1000)) << "stopped behind instruction " << instant;
+            ASSERT_TRUE(send(sut, 1, 0, c_hangGuardMs)) << "stopped behind instruction " << instant;
         }
         victim.kill();
         // The stopped one's message first, if it came so far, then the one that waited.
@@ -318,9 +319,9 @@ TEST_F(QueueFavour, EnduranceAReceiverThatFallsAsleepDuringAnyInstructionIsWoken
             std::atomic<long> thread{0};
             std::thread receiver([&] {
                 thread = ::syscall(SYS_gettid);
-                hasReceived = receive(sut, 5000).has_value();
+                hasReceived = receive(sut, c_hangGuardMs).has_value();
             });
-            const auto hang = Clock::now() + s_hang;
+            const auto hang = Clock::now() + c_hangGuard;
             bool isAsleep = false;
             while (!isAsleep && !hasReceived && header.isEmpty() && Clock::now() < hang)
                 isAsleep = thread != 0 && sleeps(thread) && header.isEmpty() && !hasReceived;
@@ -352,12 +353,12 @@ TEST_F(QueueFavour, EnduranceAReceiverThatFallsAsleepAgainAndAgainMissesNoMessag
     int seen = 0;
     for (int burst = 0; burst < rounds() * 100 && !HasFailure(); ++burst) {
         for (std::uint32_t i = random() % 200; i > 0; --i)
-            EXPECT_TRUE(send(sut, 1, 0, 5000));
+            EXPECT_TRUE(send(sut, 1, 0, c_hangGuardMs));
         // About when the receiver has taken the others and falls asleep.
         const auto instant = Clock::now() + std::chrono::nanoseconds(random() % 3000);
         while (Clock::now() < instant) {
         }
-        EXPECT_TRUE(send(sut, 1, 0, 5000));
+        EXPECT_TRUE(send(sut, 1, 0, c_hangGuardMs));
         // The last one is published and whoever waited has been woken: now nobody may sleep before a message.
         for (int look = 0; look < 3 && !header.isEmpty(); ++look) {
             const bool isAsleep =
@@ -398,7 +399,7 @@ TEST_F(QueueFavour, EnduranceSendersThatTakeItFromEachOtherLoseNothing) {
     const auto rarely = [&](sal::MessageQueue& queue, std::uint32_t sender) {
         for (std::uint32_t number = 0; !isDone;) {
             if (header.favoured() != 0) {
-                EXPECT_TRUE(send(queue, sender, number++, 5000));
+                EXPECT_TRUE(send(queue, sender, number++, c_hangGuardMs));
                 withdrawn += header.favoured() == 0 ? 1 : 0;
             }
             std::this_thread::sleep_for(100us);
@@ -407,7 +408,7 @@ TEST_F(QueueFavour, EnduranceSendersThatTakeItFromEachOtherLoseNothing) {
     std::thread second([&] { rarely(other, 2); });
     std::thread third([&] { rarely(sut, 3); });
     for (std::uint32_t number = 0; number < static_cast<std::uint32_t>(rounds()) * 10000 && !isOver; ++number)
-        EXPECT_TRUE(send(sut, 1, number, 5000)) << number;
+        EXPECT_TRUE(send(sut, 1, number, c_hangGuardMs)) << number;
     isDone = true;
     second.join();
     third.join();

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "HangGuard.h"
 #include "NumberedMessage.h"
 #include "SteppedPeer.h"
 #include "sal/MessageQueue.h"
@@ -21,8 +22,6 @@
 class QueueTorture : public testing::Test {
 protected:
     using Clock = std::chrono::steady_clock;
-    /// Far above what anything here may take, below what a person would wait.
-    static constexpr std::chrono::seconds s_hang{10};
 
     void SetUp() override {
         std::string path = "/dev/shm/mfd-queue-torture-XXXXXX";
@@ -78,9 +77,9 @@ protected:
     /// Whether the survivor's message stands in the queue (sender 1), behind that of the victim (sender 7)
     /// where that came so far, and nothing else.
     static bool holdsJust(sal::MessageQueue& queue, std::uint32_t number) {
-        auto message = receive(queue, 1000);
+        auto message = receive(queue, c_hangGuardMs);
         if (message && message->sender == 7)
-            message = receive(queue, 1000);
+            message = receive(queue, c_hangGuardMs);
         return message && message->sender == 1 && message->number == number && !receive(queue, 0);
     }
 

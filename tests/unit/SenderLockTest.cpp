@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -12,7 +13,11 @@
 #include <string>
 #include <thread>
 
+#include "Rounds.h"
+
 namespace {
+
+using namespace std::chrono_literals;
 
 class SenderLock : public testing::Test {
 protected:
@@ -156,7 +161,8 @@ TEST_F(SenderLock, EnduranceNobodyComesInWhileTheFavouredOneIsInside) {
     });
     int withdrawn = 0;
     std::minstd_rand random(3);
-    for (int time = 0; time < rounds() * 25 && wasAlone; ++time) {
+    Rounds all(rounds() * 25, rounds() * 1s);
+    while ((all.goOn() || withdrawn == 0) && wasAlone) {
         for (int i = 0; i < 1'000'000 && m_words.favoured.load(std::memory_order_relaxed) == 0; ++i) {
             for (Line& line : contended) {
                 line.word.store(7, std::memory_order_relaxed);

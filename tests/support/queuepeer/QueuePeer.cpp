@@ -45,7 +45,7 @@ QueuePeer::~QueuePeer() {
 std::string QueuePeer::line() {
     std::string text;
     pollfd ready{m_output, POLLIN, 0};
-    while (::poll(&ready, 1, static_cast<int>(std::chrono::milliseconds(c_hangGuard).count())) > 0) {
+    while (::poll(&ready, 1, c_hangGuardMs) > 0) {
         char letter = 0;
         if (::read(m_output, &letter, 1) != 1 || letter == '\n') {
             break;

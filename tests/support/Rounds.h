@@ -1,0 +1,25 @@
+#pragma once
+
+#include <chrono>
+
+/// As many rounds as a test is to make, but at least one, and fewer where they take long: two threads that
+/// are to meet at an instruction seldom do while others have the processors.
+class Rounds {
+public:
+    Rounds(int rounds, std::chrono::milliseconds most) : m_left(rounds), m_end(Clock::now() + most) {}
+
+    bool goOn() {
+        if (m_left <= 0 || (m_hasBegun && Clock::now() >= m_end))
+            return false;
+        m_hasBegun = true;
+        --m_left;
+        return true;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    int m_left;
+    const Clock::time_point m_end;
+    bool m_hasBegun = false;
+};
