@@ -83,8 +83,8 @@ TEST(HostWatch, DeadHostWhoseQueuesAChildHoldsIsGone) {
     auto ended = host.ended.get_future();
     auto overdue = host.overdue.get_future();
     host.die();
-    EXPECT_EQ(ended.wait_for(hangGuard), std::future_status::ready);
-    EXPECT_EQ(overdue.wait_for(hangGuard), std::future_status::ready);
+    EXPECT_EQ(ended.wait_for(c_hangGuard), std::future_status::ready);
+    EXPECT_EQ(overdue.wait_for(c_hangGuard), std::future_status::ready);
 }
 
 TEST(HostWatch, EndIsSaidOnceWhicheverIsSeenFirst) {
@@ -94,9 +94,9 @@ TEST(HostWatch, EndIsSaidOnceWhicheverIsSeenFirst) {
         auto ended = host.ended.get_future();
         // A second time would throw, since the promise is kept.
         isProcessFirst ? host.die() : host.letGoOfQueues();
-        EXPECT_EQ(ended.wait_for(hangGuard), std::future_status::ready);
+        EXPECT_EQ(ended.wait_for(c_hangGuard), std::future_status::ready);
         isProcessFirst ? host.letGoOfQueues() : host.die();
-        EXPECT_EQ(host.overdue.get_future().wait_for(hangGuard), std::future_status::ready);
+        EXPECT_EQ(host.overdue.get_future().wait_for(c_hangGuard), std::future_status::ready);
     }
 }
 
@@ -106,7 +106,7 @@ TEST(HostWatch, FinishDoesNotWaitWhereAChildHoldsTheQueuesOfADeadHost) {
     {
         HostWatch sut(host.settings(true));
         host.die();
-        EXPECT_EQ(ended.wait_for(hangGuard), std::future_status::ready);
+        EXPECT_EQ(ended.wait_for(c_hangGuard), std::future_status::ready);
     }
     host.letGoOfQueues();
 }
