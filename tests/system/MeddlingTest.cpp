@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -181,6 +182,22 @@ TEST_F(Meddling, NothingThatTheHostMakesIsOpenToOthersForWriting) {
     EXPECT_THAT(host.log(), HasSubstr("has changed the umask of the host's process from 0022 to 0000; it is "
                                       "put back\n"));
     EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Meddling, NothingIsOpenToOthersForWritingThatAHostWithAWideUmaskMakes) {
+    configure(Workplace::entry("R", "Recorder", "direct"));
+    HostProcess::Start start = call({"--log-file", workplace().directory() / "logs/host.log"});
+    const fs::path workdir = workplace().directory() / "fresh/work";
+    std::replace(start.arguments.begin(), start.arguments.end(), workplace().workdir().string(),
+                 workdir.string());
+    start.beforeExec = [] { ::umask(0); };
+    HostProcess& host = this->start(start);
+    EXPECT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    EXPECT_EQ(end(), 0);
+    for (const fs::path& made : {workdir.parent_path(), workdir, workdir / "data", workdir / "data/R",
+                                 workdir / "nvram/R", workplace().directory() / "logs"})
+        EXPECT_EQ(modeOf(made), fs::perms(0755)) << made;
+    EXPECT_EQ(modeOf(workplace().directory() / "logs/host.log"), fs::perms(0644));
 }
 
 TEST_F(Meddling, NarrowUmaskBreaksNothing) {
