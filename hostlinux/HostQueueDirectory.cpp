@@ -7,9 +7,12 @@
 #include <optional>
 #include <random>
 
+#include "LogLine.h"
 #include "QueueDirectory.h"
 #include "QueueFile.h"
 #include "QueueRegistry.h"
+#include "sal/LogOutput.h"
+#include "sal/ProcessFamily.h"
 
 namespace sal {
 
@@ -112,6 +115,12 @@ void HostQueueDirectory::removeLeft() const {
         return;
     }
     for (QueueDirectory& directory : QueueDirectory::left()) {
+        // One that was stopped before it attached leaves no trace in a queue, and cannot see its host's end.
+        for (const auto& process : ProcessFamily::continueStopped("MFD_QUEUE_DIR=" + directory.path())) {
+            logLine("PROCESS", LogOutput::eWarning,
+                    "process " + std::to_string(process.pid) + " (" + process.name +
+                        ") of a host that is gone was stopped and is continued, so that it sees that");
+        }
         QueueFile::removeFree(directory);
         directory.removeIfLeft();
     }

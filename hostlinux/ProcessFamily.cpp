@@ -144,6 +144,15 @@ std::optional<ProcessFamily::Process> ProcessFamily::Process::read(int pid) {
     return fields ? std::optional(process) : std::nullopt;
 }
 
+std::vector<ProcessFamily::Member> ProcessFamily::continueStopped(const std::string& word) {
+    std::vector<Member> continued;
+    for (const Process& process : processes()) {
+        if (process.state == 'T' && isMarked(process.pid, word) && ::kill(process.pid, SIGCONT) == 0)
+            continued.push_back({process.pid, process.name});
+    }
+    return continued;
+}
+
 ProcessFamily::ProcessFamily(int pid, std::string mark)
     : m_pid(pid), m_mark(std::move(mark)), m_started(Process::read(pid).value_or(Process()).started) {}
 

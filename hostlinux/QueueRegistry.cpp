@@ -171,7 +171,7 @@ void QueueRegistry::passNextCreate(const std::string& name) {
 bool QueueRegistry::takePass(const std::string& name) {
     const std::lock_guard lock(m_mutex);
     const auto found = m_refused.find(name);
-    return found != m_refused.end() && std::exchange(found->second.passes, false);
+    return found != m_refused.end() && std::exchange(found->second.passes, false) && found->second.isRecent();
 }
 
 std::vector<MessageQueue::Status> QueueRegistry::statuses() {

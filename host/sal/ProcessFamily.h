@@ -43,6 +43,10 @@ public:
     /// one, runs, or has not been collected.
     Result endOthers();
 
+    /// Continues the stopped processes that were started with that word ("NAME=value") in their environment.
+    /// Returns them. Any thread.
+    static std::vector<Member> continueStopped(const std::string& word);
+
 private:
     /// A number alone may come to be another process's: with the time at which it was started it is the same.
     using Identity = std::pair<int, std::uint64_t>;

@@ -1,5 +1,8 @@
 #include "Holdings.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -63,8 +66,10 @@ long Holdings::filesBelow(const std::string& directory) {
     long count = 0;
     for (fs::recursive_directory_iterator entry(directory, ignored), end; !ignored && entry != end;
          entry.increment(ignored)) {
-        std::error_code gone;
-        count += entry->is_directory(gone) ? 0 : 1;
+        // What another user puts there is none of the host's.
+        struct stat status {};
+        const bool isOurs = ::lstat(entry->path().c_str(), &status) == 0 && status.st_uid == ::geteuid();
+        count += isOurs && !S_ISDIR(status.st_mode) ? 1 : 0;
     }
     return count;
 }

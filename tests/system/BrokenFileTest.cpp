@@ -68,18 +68,6 @@ protected:
         ::kill(pid, SIGKILL);
     }
     /// Whether the text comes that often.
-    static bool isLogged(const HostProcess& host, const std::string& text, int times) {
-        for (int i = 0; i < 1500; ++i) {
-            const std::string log = host.log();
-            int count = 0;
-            for (auto at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
-                ++count;
-            if (count >= times)
-                return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return false;
-    }
     /// What "drivers" says of one; the host has answered all lines before.
     static std::string line(HostProcess& host, const std::string& driverID) {
         static int s_question = 0;
@@ -107,14 +95,12 @@ TEST_P(BrokenFiles, DriverThatEndsMeanwhileStaysInTheListAndIsStartedAgain) {
     const std::string reason = file() + GetParam().reason;
     ASSERT_TRUE(host.waitForLog("HOST: E: no process runs: " + reason + "; it is started again in 0.2 s\n"))
         << host.log();
-    // More often than the limit allows.
-    ASSERT_TRUE(isLogged(host, "HOST: E: no process runs: " + reason + "; it is started again in ", 3))
-        << host.log();
+    // It is tried more often than the limit allows, and one line tells it.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     const std::string listed = line(host, "E");
     EXPECT_THAT(listed, HasSubstr("  ended  ")) << host.output();
     EXPECT_THAT(listed, HasSubstr("  0         " + reason + "  "));
-    EXPECT_TRUE(listed.find("  in 1 s  ") != std::string::npos ||
-                listed.find("  now  ") != std::string::npos || listed.find("  in 2 s  ") != std::string::npos)
+    EXPECT_TRUE(listed.find("  in ") != std::string::npos || listed.find("  now  ") != std::string::npos)
         << listed;
     EXPECT_THAT(line(host, "F"), HasSubstr("  running  "));
     fs::remove_all(file());
@@ -123,6 +109,8 @@ TEST_P(BrokenFiles, DriverThatEndsMeanwhileStaysInTheListAndIsStartedAgain) {
     EXPECT_THAT(line(host, "E"), HasSubstr("  running  "));
     EXPECT_EQ(end(), 0);
     EXPECT_THAT(host.log(), Not(HasSubstr("Failed to open")));
+    const std::string told = "HOST: E: no process runs: ";
+    EXPECT_EQ(host.log().find(told), host.log().rfind(told)) << host.log();
 }
 
 TEST_P(BrokenFiles, ReloadByHandIsRefusedAndForgetsNobody) {

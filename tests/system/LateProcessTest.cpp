@@ -38,6 +38,8 @@ protected:
         HostProcess::Start call = this->call(options);
         call.program = workplace().directory() / "bin/mfhost";
         call.environment["MFD_TEST_STARTS"] = workplace().directory() / "starts";
+        if (!m_queueDirectory.empty())
+            call.environment["MFD_QUEUE_DIR"] = m_queueDirectory;
         return start(call);
     }
 
@@ -59,6 +61,8 @@ protected:
         EXPECT_THAT(host.log(), Not(HasSubstr("unexpectedly")));
     }
 
+    std::string m_queueDirectory;
+
     static std::string process(pid_t pid) { return "BAD: process " + std::to_string(pid); }
 };
 
@@ -77,6 +81,8 @@ protected:
     }
     HostProcess& startNextHost(const std::string& lines) {
         plan(lines);
+        // Hosts with directories of their own never meet.
+        m_queueDirectory = "/dev/shm/of-both-hosts";
         HostProcess& killed = startLate();
         EXPECT_TRUE(killed.waitForLog("HOST: the workplace is started")) << killed.log();
         late = killed.driverProcess("BAD");

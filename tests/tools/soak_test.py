@@ -84,7 +84,7 @@ class SoakTest(unittest.TestCase):
         steps += [f"{preset} {test}" for preset in ("dev", "asan", "tsan")
                   for test in ("Leftovers.EnduranceOne", "Leftovers.EnduranceTwo", "Skipped.Endurance")]
         steps += ["fuzz WorkplaceFile", "fuzz DescriptorFile", "fuzz DriverMessages", "fuzz HostMessages", "fuzz CommandLine"]
-        return steps + ["asan chaos", "tsan chaos", "dev chaos"]
+        return steps + ["dev chaos", "asan chaos", "tsan chaos", "dev chaos", "dev chaos"]
 
     def test_whole_run_runs_every_step_once(self):
         status, output, steps = self.soak("1")

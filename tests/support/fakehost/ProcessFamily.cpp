@@ -17,4 +17,8 @@ ProcessFamily::Result ProcessFamily::endOthers() {
     return {};
 }
 
+std::vector<ProcessFamily::Member> ProcessFamily::continueStopped(const std::string&) {
+    return {};
+}
+
 }  // namespace sal
