@@ -2285,15 +2285,15 @@ TEST_F(MessageQueue, PassedCreateMakesTheQueueWhereItCan) {
 }
 
 TEST_F(MessageQueue, PassCountsOnlyForANameThatIsBeingRefused) {
-    QueuePeer peer({"create", "Q"});
+    QueuePeer peer({"create", "PASSED"});
     ASSERT_EQ(peer.line(), "created");
     sal::MessageQueue sut;
-    sal::MessageQueue::passNextCreate("Q");
-    EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
-    sal::MessageQueue::passNextCreate("Q");
+    sal::MessageQueue::passNextCreate("PASSED");
+    EXPECT_FALSE(sut.create("PASSED", 4, 1024, 0));
+    sal::MessageQueue::passNextCreate("PASSED");
     // By now the one that was refused has gone away.
     ASSERT_TRUE(waitUntil([] { return sal::MessageQueue::refusals().empty(); }));
-    EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
+    EXPECT_FALSE(sut.create("PASSED", 4, 1024, 0));
 }
 
 TEST_F(MessageQueue, RemoveNamesLeavesThoseThatAnotherProcessStillHas) {
