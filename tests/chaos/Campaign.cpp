@@ -33,6 +33,14 @@ std::chrono::milliseconds ms(std::uint32_t count) {
     return std::chrono::milliseconds(count);
 }
 
+void stopFor(pid_t pid, std::uint32_t milliseconds) {
+    ::kill(pid, SIGSTOP);
+    if (milliseconds == 0)
+        return;
+    std::this_thread::sleep_for(ms(milliseconds));
+    ::kill(pid, SIGCONT);
+}
+
 }  // namespace
 
 Campaign::Campaign(ChaosWorkplace& workplace, Intruder* pIntruder, const Settings& settings)
@@ -62,14 +70,6 @@ void Campaign::expectOf(const std::string& driverID, bool wasStopped) {
     m_run.watcher().expect(driverID, right);
 }
 
-void Campaign::stopFor(pid_t pid, std::uint32_t milliseconds) {
-    ::kill(pid, SIGSTOP);
-    if (milliseconds == 0)
-        return;
-    std::this_thread::sleep_for(ms(milliseconds));
-    ::kill(pid, SIGCONT);
-}
-
 bool Campaign::strikeHost(const KillPlan::Strike& strike) {
     const auto pHost = host();
     if (!pHost || pHost->waitForEnd(0s))
@@ -84,27 +84,40 @@ bool Campaign::strikeHost(const KillPlan::Strike& strike) {
     return true;
 }
 
+/// The target, or another driver when that one waits for its next start.
+std::pair<std::string, pid_t> Campaign::findDriver(const std::string& target) const {
+    std::vector<std::string> drivers = processesAmong(m_run.workplace().drivers());
+    std::stable_partition(drivers.begin(), drivers.end(),
+                          [&](const std::string& driver) { return driver == target; });
+    std::pair<std::string, pid_t> found{target, 0};
+    const auto pHost = host();
+    ChaosRun::eventually(s_patience, [&] {
+        for (const std::string& driver : drivers)
+            if (found.second = pHost->driverProcess(driver); found.second > 0) {
+                found.first = driver;
+                return true;
+            }
+        return pHost->waitForEnd(0s).has_value();
+    });
+    return found;
+}
+
 bool Campaign::strikeDriver(const KillPlan::Strike& strike) {
     const auto pHost = host();
-    pid_t pid = 0;
-    const bool isThere = ChaosRun::eventually(s_patience, [&] {
-        pid = pHost->driverProcess(strike.target);
-        return pid > 0 || pHost->waitForEnd(0s);
-    });
-    if (!isThere || pid == 0)
+    const auto [driver, pid] = findDriver(strike.target);
+    if (pid == 0)
         return false;
     if (!strike.isKill) {
-        m_stopped.insert(strike.target);
-        expectOf(strike.target, true);
+        expectOf(driver, true);
         if (strike.durationMs == 0)
             stopFor(pid, 0);
         else
-            m_continuers.emplace_back([this, pid, time = strike.durationMs] { stopFor(pid, time); });
+            m_continuers.emplace_back([pid = pid, time = strike.durationMs] { stopFor(pid, time); });
         return true;
     }
     ::kill(pid, SIGKILL);
     if (isDeadWithin(pid, s_patience))
-        m_run.reader().processDied(*pHost, strike.target, pid);
+        m_run.reader().processDied(*pHost, driver, pid);
     else
         m_run.board().addFault("process " + std::to_string(pid) + " has outlived its kill -9");
     return true;
@@ -191,7 +204,6 @@ void Campaign::bury() {
 bool Campaign::startOnce(bool isWhole, const KillPlan::Strike* pStrike) {
     Watcher& watcher = m_run.watcher();
     const std::uint64_t since = watcher.position();
-    m_stopped.clear();
     for (const std::string& driver : processesAmong(m_run.workplace().drivers()))
         expectOf(driver, false);
     std::unique_ptr<FileMeddler::Rest> pRest;

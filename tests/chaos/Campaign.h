@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ChaosRun.h"
@@ -47,10 +47,10 @@ private:
     void end(const KillPlan::Strike* pStrike);
     /// False when nobody was there to be struck.
     bool strike(const KillPlan::Strike& strike);
+    std::pair<std::string, pid_t> findDriver(const std::string& target) const;
     bool strikeHost(const KillPlan::Strike& strike);
     bool strikeDriver(const KillPlan::Strike& strike);
     bool strikeTrial(const KillPlan::Strike& strike);
-    void stopFor(pid_t pid, std::uint32_t milliseconds);
     void reloadMissing(bool withProcesses);
     void bury();
     void pointIntruderAt(pid_t host);
@@ -64,6 +64,5 @@ private:
     std::unique_ptr<FileMeddler> m_pMeddler;
     std::ofstream m_steps;
     std::uint32_t m_struck = 0;
-    std::set<std::string> m_stopped;
     std::vector<std::thread> m_continuers;
 };

@@ -32,7 +32,7 @@ public:
     ChaosRun(const ChaosRun&) = delete;
     ChaosRun& operator=(const ChaosRun&) = delete;
 
-    ChaosWorkplace& workplace() { return m_workplace; }
+    ChaosWorkplace& workplace() const { return m_workplace; }
     Watcher& watcher() { return m_watcher; }
     StateReader& reader() { return m_reader; }
     Scoreboard& board() { return m_board; }

@@ -31,7 +31,12 @@ case "$1" in
 esac
 """
 CHAOS = STEP + """
-step "$(basename "$(dirname "$(dirname "$0")")") chaos" && echo "Chaos of a minute"
+case "$*" in
+    *--kills*) name=kills ;;
+    *"--hang-timeout default"*) name="chaos default" ;;
+    *) name=chaos ;;
+esac
+step "$(basename "$(dirname "$(dirname "$0")")") $name" && echo "Chaos of a minute"
 """
 FUZZ = STEP + 'step "fuzz $2"\n'
 UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "process_traffic"]
@@ -84,7 +89,7 @@ class SoakTest(unittest.TestCase):
         steps += [f"{preset} {test}" for preset in ("dev", "asan", "tsan")
                   for test in ("Leftovers.EnduranceOne", "Leftovers.EnduranceTwo", "Skipped.Endurance")]
         steps += ["fuzz WorkplaceFile", "fuzz DescriptorFile", "fuzz DriverMessages", "fuzz HostMessages", "fuzz CommandLine"]
-        return steps + ["dev chaos", "asan chaos", "tsan chaos", "dev chaos", "dev chaos"]
+        return steps + ["dev kills", "asan chaos", "tsan chaos", "dev chaos default", "dev chaos"]
 
     def test_whole_run_runs_every_step_once(self):
         status, output, steps = self.soak("1")
