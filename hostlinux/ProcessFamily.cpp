@@ -146,7 +146,7 @@ std::optional<ProcessFamily::Process> ProcessFamily::Process::read(int pid) {
 
 std::vector<ProcessFamily::Member> ProcessFamily::continueStopped(const std::string& word) {
     std::vector<Member> continued;
-    for (const Process& process : processes()) {
+    for (const Process& process : processes().value_or(std::vector<Process>())) {
         if (process.state == 'T' && isMarked(process.pid, word) && ::kill(process.pid, SIGCONT) == 0)
             continued.push_back({process.pid, process.name});
     }
@@ -191,17 +191,24 @@ void ProcessFamily::noteBelow(int pid, int depth, std::set<Identity>& noted) con
     }
 }
 
-std::vector<ProcessFamily::Process> ProcessFamily::processes() {
+std::optional<std::vector<ProcessFamily::Process>> ProcessFamily::processes() {
     std::vector<Process> all;
+    bool isSelfSeen = false;
     for (const int pid : numbersIn("/proc")) {
-        if (auto process = Process::read(pid); process && !process->isDead())
+        auto process = Process::read(pid);
+        isSelfSeen = isSelfSeen || (process && pid == ::getpid());
+        if (process && !process->isDead())
             all.push_back(std::move(*process));
     }
-    return all;
+    // Whoever does not see itself sees nobody for sure.
+    return isSelfSeen ? std::optional(std::move(all)) : std::nullopt;
 }
 
-std::vector<ProcessFamily::Process> ProcessFamily::members() const {
-    std::vector<Process> others = processes();
+std::optional<std::vector<ProcessFamily::Process>> ProcessFamily::members() const {
+    auto all = processes();
+    if (!all)
+        return std::nullopt;
+    std::vector<Process> others = std::move(*all);
     std::vector<Process> found;
     std::set<int> pids{m_pid};
     const auto take = [&](const auto& belongs) {
@@ -238,10 +245,17 @@ ProcessFamily::Result ProcessFamily::endOthers() {
     // Until nobody is left to be told: one may have started another in between.
     for (bool isNew = true; isNew && Clock::now() < end;) {
         isNew = false;
-        for (const Process& process : members()) {
+        const auto found = members();
+        if (!found) {
+            result.isWhole = false;
+            break;
+        }
+        for (const Process& process : *found) {
             if (!told.insert(process.identity()).second)
                 continue;
             const FileHandle handle(static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0)));
+            if (!handle && errno != ESRCH)
+                result.isWhole = false;
             const auto now = handle ? Process::read(process.pid) : std::nullopt;
             // It has ended by itself, and the number may be another's.
             if (!now || now->started != process.started)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -37,23 +38,32 @@ public:
     struct Result {
         std::vector<Member> ended;
         std::vector<Member> left;  ///< those that the system does not let this process end
+        /// False when it could not be read who runs, as without a free descriptor: then there may be more.
+        bool isWhole = true;
     };
     /// Kills all of them but the process itself and the calling one; within about 200 ms, even of one that
     /// starts new ones all the time. The number of the process must not be another's yet: it is the calling
     /// one, runs, or has not been collected.
     Result endOthers();
+    /// The process has been collected, and its number may come to be another's: from now on the others are
+    /// known by their mark alone, and by what look() has seen.
+    void forgetNumber() { m_pid = s_none; }
 
     /// Continues the stopped processes that were started with that word ("NAME=value") in their environment.
     /// Returns them. Any thread.
     static std::vector<Member> continueStopped(const std::string& word);
 
 private:
+    /// Nobody's number, parent or session; 0 is the kernel's.
+    static constexpr int s_none = -1;
+
     /// A number alone may come to be another process's: with the time at which it was started it is the same.
     using Identity = std::pair<int, std::uint64_t>;
 
     struct Process;
-    static std::vector<Process> processes();
-    std::vector<Process> members() const;
+    /// Nothing when it could not be read who runs.
+    static std::optional<std::vector<Process>> processes();
+    std::optional<std::vector<Process>> members() const;
     void noteBelow(int pid, int depth, std::set<Identity>& noted) const;
 
     int m_pid;

@@ -40,6 +40,7 @@ void DriverFamilies::look() {
     m_looked = now;
     for (auto& [pid, family] : m_families)
         family.processes.look();
+    std::erase_if(m_unended, [](auto& unended) { return end(unended.first, unended.second); });
 }
 
 void DriverFamilies::end(int pid) {
@@ -48,16 +49,26 @@ void DriverFamilies::end(int pid) {
         const std::lock_guard lock(m_mutex);
         family = m_families.extract(pid);
     }
-    if (!family)
+    if (!family || end(pid, family.mapped()))
         return;
-    const auto result = family.mapped().processes.endOthers();
-    const std::string& driverID = family.mapped().driverID;
+    hostLog(sal::LogOutput::eWarning)
+        << family.mapped().driverID << ": what process " << pid
+        << " may have left behind cannot be looked for; it is tried again" << std::endl;
+    // It is collected now.
+    family.mapped().processes.forgetNumber();
+    const std::lock_guard lock(m_mutex);
+    m_unended.emplace(pid, std::move(family.mapped()));
+}
+
+bool DriverFamilies::end(int pid, Family& family) {
+    const auto result = family.processes.endOthers();
     if (!result.ended.empty())
         hostLog(sal::LogOutput::eWarning)
-            << driverID << ": process " << pid << " left " << count(result.ended.size())
+            << family.driverID << ": process " << pid << " left " << count(result.ended.size())
             << " behind, ended with it: " << names(result.ended) << std::endl;
     if (!result.left.empty())
         hostLog(sal::LogOutput::eError)
-            << driverID << ": process " << pid << " left " << count(result.left.size())
+            << family.driverID << ": process " << pid << " left " << count(result.left.size())
             << " behind that this user may not end: " << names(result.left) << std::endl;
+    return result.isWhole;
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -89,6 +90,27 @@ TEST_F(DriverFamiliesTest, NothingIsSaidOfAProcessThatLeavesNothing) {
     killProcess();
     m_sut.end(m_process.pid);
     EXPECT_EQ(m_log.finish(), "");
+}
+
+TEST_F(DriverFamiliesTest, WhatCouldNotBeLookedForEndsLater) {
+    const pid_t child = startWithChild();
+    ASSERT_GT(child, 0);
+    killProcess();
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    m_sut.end(m_process.pid);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_TRUE(isAlive(child));
+    m_sut.look();
+    for (int i = 0; i < 1500 && isAlive(child); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(isAlive(child));
+    const std::string log = m_log.finish();
+    EXPECT_THAT(log, HasSubstr("AXIS1: what process " + std::to_string(m_process.pid) +
+                               " may have left behind cannot be looked for; it is tried again\n"));
+    EXPECT_THAT(log, HasSubstr("left 1 process behind, ended with it: " + std::to_string(child) + " ("));
 }
 
 TEST_F(DriverFamiliesTest, ProcessIsForgottenWithItsEnd) {
