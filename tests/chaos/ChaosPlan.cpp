@@ -93,10 +93,16 @@ bool befallsAll(EKind kind) {
                           EKind::DirectoryOpened, EKind::DirectoryTaken, EKind::StopHost});
 }
 
-/// What is reloaded by hand is refused as long as somebody else has broken the workplace file.
+/// As long as it lasts, what is reloaded by hand is refused.
+bool refusesReloads(EKind kind) {
+    return breaksFile(kind) ||
+           isOneOf(kind, {EKind::DescriptorsOfHost, EKind::DirectoryOpened, EKind::DirectoryTaken});
+}
+
 bool exclude(EKind a, EKind b) {
     const auto reloads = [](EKind kind) { return find(kind).ends < 0 || kind == EKind::KillStarting; };
-    return (befallsAll(a) && befallsAll(b)) || (breaksFile(a) && reloads(b)) || (breaksFile(b) && reloads(a));
+    return (befallsAll(a) && befallsAll(b)) || (refusesReloads(a) && reloads(b)) ||
+           (refusesReloads(b) && reloads(a));
 }
 
 /// Beyond this the next start of a driver would take longer than a fault is worth.
