@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "../support/HangGuard.h"
 #include "sal/MessageQueue.h"
 
 /// The host's end of one driver's queues and nothing else. Used by the tests themselves and by the program
@@ -20,7 +21,7 @@ public:
 
     bool send(const std::string& frame);
     /// The driver's next frame; "nothing" when none comes in time.
-    std::string receive(int timeout = 30000);
+    std::string receive(int timeout = c_hangGuardMs);
 
 private:
     std::string m_driverID;

@@ -673,10 +673,10 @@ protected:
             if (key != "A.HOLD")
                 return;
             m_held.set_value();
-            m_released.get_future().wait_for(30s);
+            m_released.get_future().wait_for(c_hangGuard);
         };
     }
-    bool panelIsHeld() { return m_held.get_future().wait_for(30s) == std::future_status::ready; }
+    bool panelIsHeld() { return m_held.get_future().wait_for(c_hangGuard) == std::future_status::ready; }
     void releasePanel() { m_released.set_value(); }
 
 private:

@@ -409,8 +409,10 @@ TEST_F(Wrapper, IdleProcessTakesNoProcessorTime) {
     host.send("INTCMP");
     ASSERT_TRUE(waitForRecord("initializationCompleted"));
     const auto before = sut.processorTime();
+    const auto begin = std::chrono::steady_clock::now();
     std::this_thread::sleep_for(1s);
-    EXPECT_LE(sut.processorTime() - before, 20ms);
+    const auto used = sut.processorTime() - before;
+    EXPECT_LE(used, (std::chrono::steady_clock::now() - begin) / 50);
 }
 
 TEST_F(Wrapper, BadSettingIsSaidAndTheDriverRuns) {
@@ -439,6 +441,9 @@ TEST_F(Wrapper, StartedByHandItEndsAHangingDriverWithoutTheHostsProcess) {
 }
 
 TEST_F(Wrapper, StartedByHandASlowDriverHasTheStopTimeoutToo) {
+    // Longer than the grace period, and much shorter than both.
+    setenv("MFD_TEST_DEINIT_MS", "2500", 1);
+    setenv("MFD_STOP_TIMEOUT", "600", 1);
     ASSERT_TRUE(host.makeQueues());
     sut = start("mfddllwrap", {module("SlowDeinit"), "AXIS1"}, false);
     host.send("DEINIT");
@@ -453,10 +458,7 @@ class KilledHost : public Workbench {
 protected:
     void run(const std::string& moduleName) {
         host = start("hollowhost", {module(moduleName), "AXIS1"});
-        const auto end = std::chrono::steady_clock::now() + 30s;
-        while (!standardOutput().ends_with('\n') && std::chrono::steady_clock::now() < end)
-            std::this_thread::sleep_for(5ms);
-        ASSERT_THAT(standardOutput(), Not(IsEmpty()));
+        ASSERT_TRUE(eventually([this] { return standardOutput().ends_with('\n'); }));
         sut = ProcessController(std::stoi(standardOutput()));
         ASSERT_TRUE(waitUntilItRuns());
     }
@@ -479,8 +481,8 @@ TEST_F(KilledHost, DriverIsStoppedInOrder) {
                                       "destroyed"));
 }
 
-TEST_F(KilledHost, DriverThatTakesASecondIsNotCutOff) {
-    setenv("MFD_TEST_DEINIT_MS", "1000", 1);
+TEST_F(KilledHost, DriverThatTakesAMomentIsNotCutOff) {
+    setenv("MFD_TEST_DEINIT_MS", "300", 1);
     run("SlowDeinit");
     killHost();
     EXPECT_EQ(sut.waitEnd(), "exit 0");
@@ -508,12 +510,12 @@ TEST_F(KilledHost, DriverThatWaitsOnAFullQueueIsReleased) {
     run("FloodsState");
     // The queue takes 16384 messages; once it is full the driver takes no more processor time.
     auto time = sut.processorTime();
-    const auto end = std::chrono::steady_clock::now() + 20s;
-    for (bool full = false; !full && std::chrono::steady_clock::now() < end;) {
-        std::this_thread::sleep_for(300ms);
-        full = sut.processorTime() == time;
-        time = sut.processorTime();
-    }
+    eventually(
+        [&] {
+            const auto before = std::exchange(time, sut.processorTime());
+            return time == before;
+        },
+        300ms);
     killHost();
     EXPECT_EQ(sut.waitEnd(), "exit 0");
     EXPECT_THAT(record(), ElementsAre("deinitialize"));

@@ -92,8 +92,8 @@ TEST_F(FaultyProcess, StacksOfOneThatHangsStandInTheLog) {
     if (std::system("command -v eu-stack >/dev/null") != 0)
         GTEST_SKIP() << "needs the command eu-stack (package elfutils)";
     configure("queue");
-    HostProcess& host = start(call({"--hang-timeout", "0.5", "--restart-delay", "0.1", "--log-level", "5"}));
-    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    HostProcess& host = start(call({"--hang-timeout", "1", "--restart-delay", "0.1", "--log-level", "5"}));
+    expectServes(host, "BAD");
     const std::string driver = std::to_string(host.driverProcess("BAD"));
     host.type("sendFID BAD.FAULT.SLEEP");
     host.type("sendFID BAD.PING value=late");
@@ -113,15 +113,15 @@ TEST_F(FaultyProcess, StacksOfOneThatHangsStandInTheLog) {
 
 TEST_F(FaultyProcess, OneThatADebuggerHoldsIsNotTakenForHung) {
     configure("queue");
-    HostProcess& host = start(call({"--hang-timeout", "0.3", "--log-level", "5"}));
-    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    HostProcess& host = start(call({"--hang-timeout", "2", "--log-level", "5"}));
+    expectServes(host, "BAD");
     const pid_t driver = host.driverProcess("BAD");
     if (ptrace(PTRACE_SEIZE, driver, nullptr, nullptr) != 0)
         GTEST_SKIP() << "needs the right to trace processes: " << std::strerror(errno);
     host.type("sendFID BAD.FAULT.SLEEP");
     host.type("sendFID BAD.PING value=late");
     settle(host);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+    std::this_thread::sleep_for(std::chrono::milliseconds(5000));
     EXPECT_THAT(host.log(), Not(HasSubstr(" hangs: ")));
     // It lets go of a process only while that stands still.
     ptrace(PTRACE_INTERRUPT, driver, nullptr, nullptr);

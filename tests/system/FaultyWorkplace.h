@@ -45,10 +45,6 @@ protected:
         static int s_number = 0;
         const std::string value = "answer" + std::to_string(++s_number);
         host.type("sendFID " + driverID + ".PING value=" + value);
-        for (int i = 0; i < 100 && host.output().find(value) == std::string::npos; ++i) {
-            host.type("state " + driverID + ".PONG");
-            settle(host);
-        }
-        EXPECT_THAT(host.output(), testing::HasSubstr(value)) << host.log();
+        EXPECT_TRUE(host.repliesWith("state " + driverID + ".PONG", value)) << host.output() << host.log();
     }
 };

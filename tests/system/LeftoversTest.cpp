@@ -148,6 +148,9 @@ TEST_F(Leftovers, KilledHostLeavesNothingEndurance) {
         // Every other one is killed somewhere in its start.
         if (round % 2 == 0) {
             settle(host);
+            // What its driver writes is there from the first round on.
+            const auto record = workplace().workdir() / "nvram/AXIS1/record.txt";
+            ASSERT_TRUE(eventually([&] { return fs::exists(record); })) << host.log();
             host.type("sendFID BAD.FAULT.FLOODSTATE");
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % 100));

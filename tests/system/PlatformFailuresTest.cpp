@@ -62,21 +62,20 @@ protected:
     static void ask(HostProcess& host, const std::string& number) {
         host.type("sendFID NEAR.PING value=near" + number);
         host.type("sendFID FAR.PING value=far" + number);
-        for (int i = 0; i < 20; ++i) {
+        eventually([&] {
             const auto length = host.output().size();
             host.type("state *.PONG");
             std::string output;
-            for (int wait = 0; wait < 100 && output.size() <= length; ++wait) {
-                if (host.waitForEnd(0))
-                    return;
-                std::this_thread::sleep_for(20ms);
-                output = host.output();
-            }
+            eventually(
+                [&] {
+                    output = host.output();
+                    return output.size() > length || host.waitForEnd(0);
+                },
+                20ms);
             const bool isAnswered = output.find("near" + number) != std::string::npos &&
                                     output.find("far" + number) != std::string::npos;
-            if (isAnswered || complains(host.log() + output))
-                return;
-        }
+            return isAnswered || host.waitForEnd(0) || complains(host.log() + output);
+        });
     }
 
     /// A whole run: both drivers are asked, reloaded, asked again, and the input ends.

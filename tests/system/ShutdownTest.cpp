@@ -32,12 +32,21 @@ protected:
         ASSERT_TRUE(host.waitForLog("MDM: NOBODY.started ( ) received.")) << host.log();
     }
 
+    /// The same, and until the driver process of a Recorder has come up.
+    void waitUntilItServes(HostProcess& host) {
+        waitUntilStarted(host);
+        ASSERT_TRUE(eventually([this] {
+            return recorded().find("initializationCompleted\n") != std::string::npos;
+        })) << host.log();
+    }
+    std::string recorded() { return readFile(workplace().workdir() / "nvram/AXIS1/record.txt"); }
+
     static bool queuesAreLeft() { return !fs::is_empty("/dev/shm"); }
 };
 
 TEST_F(Shutdown, LeavesNoProcessAndNoQueue) {
     HostProcess& host = startWith("Recorder", "queue", {"--log-level", "5"});
-    waitUntilStarted(host);
+    waitUntilItServes(host);
     const pid_t driver = host.driverProcess("AXIS1");
     ASSERT_NE(driver, 0);
     ASSERT_TRUE(queuesAreLeft());
@@ -55,11 +64,11 @@ TEST_F(Shutdown, LeavesTheLinksOfTheDrivers) {
 
 TEST_F(Shutdown, TerminationSignalShutsDownInOrder) {
     HostProcess& host = startWith("Recorder", "queue", {"--log-level", "5"});
-    waitUntilStarted(host);
+    waitUntilItServes(host);
     host.signal(SIGTERM);
     EXPECT_EQ(host.waitForEnd(), 0);
     EXPECT_THAT(host.output(), HasSubstr("Deinitializing MF driver ID: AXIS1...OK\n"));
-    EXPECT_THAT(readFile(workplace().workdir() / "nvram/AXIS1/record.txt"), HasSubstr("deinitialize\n"));
+    EXPECT_THAT(recorded(), HasSubstr("deinitialize\n"));
 }
 
 TEST_F(Shutdown, DriverThatIgnoresItsEndIsKilledByAReloadAndStartsAgain) {
@@ -90,13 +99,13 @@ TEST_F(Shutdown, DriverThatIgnoresItsEndIsKilledAtTheEndOfTheHost) {
 
 TEST_F(Shutdown, KilledHostTakesItsDriverProcessesAlong) {
     HostProcess& host = startWith("Recorder", "queue", {"--log-level", "5"});
-    waitUntilStarted(host);
+    waitUntilItServes(host);
     const pid_t driver = host.driverProcess("AXIS1");
     ASSERT_NE(driver, 0);
     host.signal(SIGKILL);
     EXPECT_EQ(host.waitForEnd(), 128 + SIGKILL);
     EXPECT_TRUE(endsInTime(driver));
-    EXPECT_THAT(readFile(workplace().workdir() / "nvram/AXIS1/record.txt"), HasSubstr("deinitialize\n"));
+    EXPECT_THAT(recorded(), HasSubstr("deinitialize\n"));
     EXPECT_FALSE(queuesAreLeft());
 }
 
@@ -111,7 +120,7 @@ TEST_F(Shutdown, KilledHostTakesAlongEvenADriverThatIgnoresItsEnd) {
 
 TEST_F(Shutdown, AfterAKilledHostTheNextOneStarts) {
     HostProcess& killed = startWith("Recorder", "queue", {"--log-level", "5"});
-    waitUntilStarted(killed);
+    waitUntilItServes(killed);
     const pid_t driver = killed.driverProcess("AXIS1");
     killed.signal(SIGKILL);
     ASSERT_TRUE(endsInTime(driver));
