@@ -173,7 +173,11 @@ TEST_F(PanelDriverTest, LongAlarmIsCutToWhatAValueHolds) {
 TEST_F(PanelDriverTest, ClearedAlarmIsNoLongerKnown) {
     ASSERT_TRUE(sut.sendFID("ALARM", parameters({{"source", "SYS"}, {"text", "hot"}})));
     EXPECT_TRUE(sut.sendFID("ALARM.CLEAR", {}));
-    EXPECT_EQ(host.calls.lines().back(), "ALARM unset");
+    // The macro thread has a value of its own to say.
+    std::vector<std::string> lines = host.calls.lines();
+    std::erase_if(lines, [](const std::string& line) { return line.find("ALARM") == std::string::npos; });
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(), "ALARM unset");
 }
 
 TEST_F(PanelDriverTest, NamesThatFillAValueAreAllShown) {
