@@ -48,19 +48,19 @@ std::string anyName() {
     return name;
 }
 
-/// The directory itself, with its lock where there is one; nothing where it is not the host's own.
-std::optional<QueueDirectory> takeOwn() {
-    const std::lock_guard lock(hold().mutex);
-    std::optional<QueueDirectory> own;
-    own.swap(hold().directory);
-    if (!own) {
-        std::string error;
-        own = QueueDirectory::open(error);
+/// Lets go of a directory of its own, which is then one that a host has left. Nothing where there is none.
+std::optional<QueueDirectory> leaveOwn() {
+    {
+        const std::lock_guard lock(hold().mutex);
+        hold().directory.reset();
     }
-    if (own && !own->isHostsOwn()) {
-        own.reset();
+    const char* pPath = ::getenv("MFD_QUEUE_DIR");
+    for (QueueDirectory& directory : QueueDirectory::left()) {
+        if (pPath != nullptr && directory.path() == pPath) {
+            return std::move(directory);
+        }
     }
-    return own;
+    return std::nullopt;
 }
 
 }  // namespace
@@ -99,7 +99,7 @@ HostQueueDirectory::~HostQueueDirectory() {
     if (!m_pImpl->isOwn) {
         return;
     }
-    if (auto directory = takeOwn()) {
+    if (auto directory = leaveOwn()) {
         QueueFile::removeAll(*directory);
         directory->removeIfLeft();
     }
@@ -128,7 +128,7 @@ void HostQueueDirectory::removeLeft() const {
 
 bool HostQueueDirectory::removeNow() {
     const bool areNamesGone = QueueRegistry::instance().removeNames();
-    if (auto directory = takeOwn()) {
+    if (auto directory = leaveOwn()) {
         directory->removeIfLeft();
     }
     return areNamesGone;

@@ -31,7 +31,7 @@ constexpr std::chrono::milliseconds s_checkInterval{50};
 constexpr std::chrono::seconds s_startTime{10};
 constexpr std::chrono::milliseconds s_trafficInterval{900};
 /// How long a process that has let go of its queues may take to end by itself.
-constexpr std::chrono::milliseconds s_lossPatience{500};
+constexpr std::chrono::milliseconds s_lossPatience{2000};
 /// Refusals of a queue's name over this time are a wait for it and not a single try.
 constexpr unsigned int s_queueWaitMs = 200;
 /// What the last log lines may take at an end that is enforced.

@@ -109,6 +109,19 @@ TEST_F(HostQueueDirectory, GoesWithAllThatIsInIt) {
     EXPECT_EQ(std::getenv("MFD_QUEUE_DIR"), nullptr);
 }
 
+TEST_F(HostQueueDirectory, OneThatHasBeenMadeAgainGoesToo) {
+    {
+        const sal::HostQueueDirectory sut;
+        fs::remove(sut.path());
+        sal::MessageQueue queue;
+        ASSERT_TRUE(queue.create("Q", 4, 1024, 0));
+        EXPECT_TRUE(fs::exists(sut.path() + "/Q"));
+        std::ofstream(sut.path() + "/left") << "x";
+        fs::permissions(sut.path() + "/left", fs::perms::owner_read | fs::perms::owner_write);
+    }
+    EXPECT_EQ(entries(), std::vector<std::string>());
+}
+
 TEST_F(HostQueueDirectory, OneThatIsSetIsUsedAndStays) {
     ::setenv("MFD_QUEUE_DIR", "/dev/shm/given", 1);
     {

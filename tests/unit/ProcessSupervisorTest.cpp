@@ -850,7 +850,7 @@ TEST_F(ProcessSupervisorTest, LeavesADriverAloneThatHasNotOpenedItsQueues) {
     sal::MessageQueue::Status output;
     output.name = "A_OUTQ";
     setQueues({input, output});
-    std::this_thread::sleep_for(1500ms);
+    std::this_thread::sleep_for(3000ms);
     EXPECT_TRUE(m_roster.isRunning("A"));
 }
 
