@@ -404,6 +404,19 @@ TEST_F(Wrapper, OpensNoDescriptorsWhileItServes) {
     EXPECT_LE(ProcessController::openDescriptors(sut.pid()), before + 1);
 }
 
+// Each of these would cost every start and restart of a driver process a part of its time.
+TEST_F(Wrapper, LoadsNoLibraryThatItDoesNotUse) {
+    run("Recorder");
+    host.send("INTCMP");
+    ASSERT_TRUE(waitForRecord("initializationCompleted"));
+    std::ifstream file("/proc/" + std::to_string(sut.pid()) + "/maps");
+    const std::string maps{std::istreambuf_iterator<char>(file), {}};
+    ASSERT_THAT(maps, HasSubstr("/libsal.so"));
+    for (const char* library :
+         {"libcrypto", "libspdlog", "libsal_signature", "libMfDriverManager", "libtinyxml"})
+        EXPECT_THAT(maps, Not(HasSubstr(library)));
+}
+
 TEST_F(Wrapper, IdleProcessTakesNoProcessorTime) {
     run("Recorder");
     host.send("INTCMP");
