@@ -57,7 +57,7 @@ void DriverFamilies::end(int pid) {
     // It is collected now.
     family.mapped().processes.forgetNumber();
     const std::lock_guard lock(m_mutex);
-    m_unended.emplace(pid, std::move(family.mapped()));
+    m_unended.emplace_back(pid, std::move(family.mapped()));
 }
 
 bool DriverFamilies::end(int pid, Family& family) {

@@ -5,6 +5,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "sal/Process.h"
 #include "sal/ProcessFamily.h"
@@ -34,6 +36,6 @@ private:
     std::mutex m_mutex;
     std::map<int, Family> m_families;
     /// Of processes that have been collected, by the numbers that they had.
-    std::multimap<int, Family> m_unended;
+    std::vector<std::pair<int, Family>> m_unended;
     std::optional<std::chrono::steady_clock::time_point> m_looked;
 };
