@@ -289,4 +289,41 @@ TEST_F(ProcessFamily, WithoutMarkIsKnownByItsSessionAndDescentAlone) {
     EXPECT_FALSE(sal::ProcessFamily::ofThisProcess().hasMark());
 }
 
+/// A child that sleeps, with that word in its environment, stopped.
+pid_t startStopped(const std::string& word) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        const std::string shown = word;
+        char program[] = "sleep";
+        char time[] = "600";
+        char* arguments[] = {program, time, nullptr};
+        char* environment[] = {const_cast<char*>(shown.c_str()), nullptr};
+        ::execve("/bin/sleep", arguments, environment);
+        ::_exit(127);
+    }
+    EXPECT_TRUE(becomesSleep(pid));
+    ::kill(pid, SIGSTOP);
+    EXPECT_TRUE(eventually([pid] { return statOf(pid).first == 'T'; }));
+    return pid;
+}
+
+void end(pid_t pid) {
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, nullptr, 0);
+}
+
+TEST(StoppedProcess, IsContinuedByAWordOfItsEnvironmentAlone) {
+    const pid_t meant = startStopped("WHERE=/one");
+    const pid_t other = startStopped("WHERE=/one/more");
+    const auto continued = sal::ProcessFamily::continueStopped("WHERE=/one");
+    ASSERT_EQ(continued.size(), 1U);
+    EXPECT_EQ(continued[0].pid, meant);
+    EXPECT_EQ(continued[0].name, "sleep");
+    EXPECT_TRUE(eventually([meant] { return statOf(meant).first == 'S'; }));
+    EXPECT_EQ(statOf(other).first, 'T');
+    EXPECT_THAT(sal::ProcessFamily::continueStopped("WHERE=/one"), IsEmpty());
+    end(meant);
+    end(other);
+}
+
 }  // namespace
