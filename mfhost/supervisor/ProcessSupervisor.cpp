@@ -633,9 +633,9 @@ void ProcessSupervisor::sample(Clock::time_point now) {
     }
     if (now - m_trafficMeasured >= s_trafficInterval)
         measureTraffic(queues, now);
+    checkQueueLoss(queues, now);
     for (const HangDetector::Verdict& verdict : m_hangs.judge(samples(queues), bootTime()))
         hangs(verdict);
-    checkQueueLoss(queues, now);
 }
 
 void ProcessSupervisor::measureTraffic(const Queues& queues, Clock::time_point now) {
@@ -676,8 +676,9 @@ std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queue
     });
     for (const Watched& process : m_processes) {
         const auto input = queues.find(process.driverID + s_inQueueSuffix);
-        if (process.terminated || !process.hang.empty() || input == queues.end() ||
-            (input->second.depth == 0 && input->second.lockedForMs == 0))
+        // Of one that has let go of its queues that is told, and not that it takes no messages.
+        if (process.terminated || !process.hang.empty() || m_losses.isLettingGo(process.pid) ||
+            input == queues.end() || (input->second.depth == 0 && input->second.lockedForMs == 0))
             continue;
         const auto reading = ProcessProbe::read(process.pid);
         if (!reading)

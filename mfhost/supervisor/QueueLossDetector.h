@@ -34,6 +34,9 @@ public:
     /// Takes the samples of all drivers at one moment. A driver is named each time.
     std::vector<Verdict> judge(const std::vector<Sample>& samples, Duration now);
 
+    /// Whether the process had let go of a queue in the last samples; its time need not be over.
+    bool isLettingGo(int pid) const { return m_losses.contains(pid); }
+
 private:
     const Duration m_patience;
     std::map<int, Duration> m_losses;  ///< process ID -> since when it has let go of a queue

@@ -843,6 +843,17 @@ TEST_F(ProcessSupervisorTest, EndsADriverThatHasLetGoOfItsQueue) {
     EXPECT_TRUE(hasLogged(" cannot be reached any more: it has let go of its input queue; it is ended\n"));
 }
 
+TEST_F(ProcessSupervisorTest, DriverThatHasLetGoOfItsQueueIsNotTakenForHung) {
+    start("A");
+    auto input = openedQueue("A_INQ");
+    input.isAttached = false;
+    input.depth = 1;
+    setQueues({input, openedQueue("A_OUTQ")});
+    ASSERT_TRUE(hasEnded("A"));
+    EXPECT_TRUE(hasLogged(" cannot be reached any more: it has let go of its input queue; it is ended\n"));
+    EXPECT_EQ(std::string::npos, m_capture.text().find("hangs"));
+}
+
 TEST_F(ProcessSupervisorTest, LeavesADriverAloneThatHasNotOpenedItsQueues) {
     start("A");
     sal::MessageQueue::Status input;
