@@ -550,7 +550,7 @@ void Host::recoverOutput() {
     const auto now = std::chrono::steady_clock::now();
     if (m_outputLost && now - *m_outputLost < s_outputComplaintInterval)
         return;
-    m_outputLost = now;
+    m_outputLost.emplace(now);
     hostLog(sal::LogOutput::eWarning)
         << "standard output could not be written; what was printed is lost" << std::endl;
 }
