@@ -130,6 +130,10 @@ std::string MessageQueue::createFault(const std::string& name) {
     return AttachedQueue::createFault(name);
 }
 
+bool MessageQueue::areFree(const std::vector<std::string>& names) {
+    return QueueFile::areFree(names) && (names.empty() || createFault(names.front()).empty());
+}
+
 std::vector<MessageQueue::Refusal> MessageQueue::refusals() {
     return QueueRegistry::instance().refusals();
 }

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <linux/if_addr.h>
 #include <linux/if_link.h>
+#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netlink/cache.h>
 #include <netlink/errno.h>
@@ -80,6 +81,23 @@ Socket connectToKernel() {
     nl_cb_overwrite_recv(pCallbacks, receiveInTime);
     nl_cb_put(pCallbacks);
     return pSocket;
+}
+
+/// The adapters' own names, without the rest of what the kernel knows of them: each start of a driver asks.
+int listNames(nl_sock* pSocket, std::vector<std::string>& names) {
+    const Message pMessage(nlmsg_alloc_simple(RTM_GETLINK, NLM_F_DUMP));
+    ifinfomsg header{};
+    if (!pMessage || nlmsg_append(pMessage.get(), &header, sizeof(header), NLMSG_ALIGNTO) < 0 ||
+        nla_put_u32(pMessage.get(), IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS) < 0)
+        return -NLE_NOMEM;
+    const auto take = [](nl_msg* pAnswer, void* pNames) -> int {
+        if (nlattr* pName = nlmsg_find_attr(nlmsg_hdr(pAnswer), sizeof(ifinfomsg), IFLA_IFNAME))
+            static_cast<std::vector<std::string>*>(pNames)->emplace_back(nla_get_string(pName));
+        return NL_OK;
+    };
+    nl_socket_modify_cb(pSocket, NL_CB_VALID, NL_CB_CUSTOM, take, &names);
+    const int error = nl_send_auto(pSocket, pMessage.get());
+    return error < 0 ? error : nl_recvmsgs_default(pSocket);
 }
 
 /// The number of an adapter by its alternative name; 0 when there is none. A kernel that knows no alternative
@@ -215,21 +233,14 @@ std::list<std::string> NetworkAdapter::getAdapterNameList() {
     const Socket pSocket = connectToKernel();
     if (!pSocket)
         return {};
-    nl_cache* pRaw = nullptr;
-    const int error = rtnl_link_alloc_cache(pSocket.get(), AF_UNSPEC, &pRaw);
-    const Cache pCache(pRaw);
-    if (error < 0) {
+    std::vector<std::string> realNames;
+    if (const int error = listNames(pSocket.get(), realNames); error < 0) {
         logError("cannot list the network adapters: " + reasonOf(error));
         return {};
     }
     std::list<std::string> names;
-    for (nl_object* pObject = nl_cache_get_first(pCache.get()); pObject;
-         pObject = nl_cache_get_next(pObject)) {
-        auto* pLink = reinterpret_cast<rtnl_link*>(pObject);
-        const char* name = rtnl_link_get_name(pLink);
-        if (!name)
-            continue;
-        names.emplace_back(name);
+    for (const std::string& name : realNames) {
+        names.push_back(name);
         for (const auto& [second, real] : secondNames())
             if (real == name)
                 names.push_back(second);

@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -383,6 +384,21 @@ QueueFile::Result QueueFile::forAll(const QueueDirectory& directory,
         left.removeIfLeft();
     }
     return result;
+}
+
+bool QueueFile::areFree(const std::vector<std::string>& queues) {
+    std::string error;
+    const auto directory = QueueDirectory::openOrMake(error);
+    return directory &&
+           forAll(*directory, [&](const QueueDirectory& each) {
+               const bool isFree = std::all_of(queues.begin(), queues.end(), [&](const std::string& queue) {
+                   const auto name = QueueDirectory::fileName(queue, error);
+                   return name &&
+                          ::faccessat(each.descriptor(), name->c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0 &&
+                          errno == ENOENT;
+               });
+               return isFree ? Result::eDone : Result::eBusy;
+           }) == Result::eDone;
 }
 
 bool QueueFile::tryDirectory(std::string& error) {

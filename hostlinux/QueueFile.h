@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "QueueDirectory.h"
 #include "QueueLayout.h"
@@ -38,6 +39,9 @@ public:
     /// Gives a file a name in the directory and takes it away again. False, and why, when that is not
     /// possible.
     static bool tryDirectory(std::string& error);
+
+    /// Whether no file has the name of any of these queues. False also when that cannot be seen.
+    static bool areFree(const std::vector<std::string>& queues);
     /// Removes from a directory the queues that nobody is attached to any more, and continues readers that
     /// were stopped when their host died.
     static void removeFree(const QueueDirectory& directory);

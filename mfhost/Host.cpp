@@ -261,12 +261,13 @@ void Host::searchDrivers() {
 
 bool Host::startDrivers(const WorkplaceSnapshot& workplace) {
     m_roster.configure(workplace.file().entries(), workplace.file().isWhole());
-    std::map<std::string, std::string> queueFaults;
+    std::vector<std::string> processDrivers;
     for (const DriverRoster::Driver& driver : m_roster.drivers()) {
-        // endStart() tells it, where there is one.
         if (isProcessDriver(driver))
-            queueFaults[driver.id] = m_queueTrial.fault(driver.id);
+            processDrivers.push_back(driver.id);
     }
+    // endStart() tells it, where there is one.
+    std::map<std::string, std::string> queueFaults = m_queueTrial.faults(processDrivers);
     const bool isComplete = m_pConfiguration->startMfDrivers(m_pCopy ? m_pCopy->path() : std::string());
     m_pManager->onMfDriversStarted();
     const bool hasPanel = m_roster.isRunning("PANEL");

@@ -1,9 +1,33 @@
 #include "QueueTrial.h"
 
+#include <utility>
+
 #include "sal/MessageQueue.h"
 
+namespace {
+
+constexpr const char* s_suffixes[] = {"_INQ", "_OUTQ"};
+
+}  // namespace
+
+std::map<std::string, std::string> QueueTrial::faults(const std::vector<std::string>& driverIDs) {
+    std::vector<std::string> names;
+    for (const std::string& driverID : driverIDs) {
+        for (const char* suffix : s_suffixes)
+            names.push_back(driverID + suffix);
+    }
+    std::map<std::string, std::string> faults;
+    if (sal::MessageQueue::areFree(names))
+        return faults;
+    for (const std::string& driverID : driverIDs) {
+        if (std::string why = fault(driverID); !why.empty())
+            faults[driverID] = std::move(why);
+    }
+    return faults;
+}
+
 std::string QueueTrial::fault(const std::string& driverID) {
-    for (const char* suffix : {"_INQ", "_OUTQ"}) {
+    for (const char* suffix : s_suffixes) {
         const std::string name = driverID + suffix;
         std::string why = sal::MessageQueue::createFault(name);
         if (why.empty())

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <map>
 #include <string>
+#include <vector>
 
 /// Tries out whether a driver's queues can be made, before the module is asked to: that one waits for their
 /// names without an end. Owned by Host, used on its command thread.
@@ -15,6 +16,9 @@ public:
 
     /// Empty, or why the queues of that driver cannot be made now. The caller says it.
     std::string fault(const std::string& driverID);
+
+    /// The same for several, by their IDs: those of which there is something to say.
+    std::map<std::string, std::string> faults(const std::vector<std::string>& driverIDs);
 
 private:
     const std::chrono::milliseconds m_patience;

@@ -9,8 +9,15 @@
 #include "Printable.h"
 
 namespace {
+
 thread_local int t_consoleMarks = 0;
+
+/// What the module publishes of the descriptors that it has found.
+bool isOfCatalogue(const std::string& key) {
+    return key.starts_with("PANEL.MFDDEF");
 }
+
+}  // namespace
 
 StateStore::ConsoleMark::ConsoleMark() {
     ++t_consoleMarks;
@@ -41,7 +48,7 @@ bool StateStore::matches(const std::string& glob, const std::string& key) {
 StateStore::Owner StateStore::ownerOf(const std::string& key) {
     if (t_consoleMarks > 0)
         return {EOwner::Console, {}};
-    if (key.starts_with("PANEL.MFDDEF"))
+    if (isOfCatalogue(key))
         return {EOwner::Host, {}};
     return {EOwner::Driver, key.substr(0, key.find('.'))};
 }
@@ -292,7 +299,9 @@ std::vector<StateStore::Entry> StateStore::entries(const std::string& glob) cons
 }
 
 std::optional<StateStore::Entry> StateStore::find(const std::string& key) const {
-    refresh({});
+    // No driver's end makes the catalogue stale.
+    if (!isOfCatalogue(key))
+        refresh({});
     const std::lock_guard lock(m_mutex);
     const auto position = m_entries.find(key);
     if (position == m_entries.end())

@@ -312,7 +312,7 @@ void end(pid_t pid) {
     ::waitpid(pid, nullptr, 0);
 }
 
-TEST(StoppedProcess, IsContinuedByAWordOfItsEnvironmentAlone) {
+TEST(ProcessFamilyOfADeadHost, IsContinuedByAWordOfItsEnvironmentAlone) {
     const pid_t meant = startStopped("WHERE=/one");
     const pid_t other = startStopped("WHERE=/one/more");
     const auto continued = sal::ProcessFamily::continueStopped("WHERE=/one");

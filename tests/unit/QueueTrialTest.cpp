@@ -67,6 +67,38 @@ TEST_F(QueueTrialTest, NamesTheQueueAndTheReason) {
     EXPECT_EQ("", m_log.finish());
 }
 
+TEST_F(QueueTrialTest, FindsNothingWrongWithManyAtOnceAndLeavesNothing) {
+    EXPECT_TRUE(m_sut.faults({"A", "B"}).empty());
+    EXPECT_TRUE(m_sut.faults({}).empty());
+    EXPECT_TRUE(std::filesystem::is_empty(m_directory));
+    EXPECT_EQ("", m_log.finish());
+}
+
+TEST_F(QueueTrialTest, OfManyItSaysWhichCannotBeMade) {
+    leave("B_OUTQ");
+    const auto faults = m_sut.faults({"A", "B", "C"});
+    ASSERT_EQ(1U, faults.size());
+    EXPECT_EQ("queue B_OUTQ cannot be made: the name is still in use by a live process", faults.at("B"));
+    ::close(m_left);
+    m_log.finish();
+}
+
+TEST_F(QueueTrialTest, OfManyEachIsWrongInADirectoryOpenToOthers) {
+    std::filesystem::permissions(m_directory, std::filesystem::perms::all);
+    const auto faults = m_sut.faults({"A", "B"});
+    ASSERT_EQ(2U, faults.size());
+    EXPECT_EQ("queue B_INQ cannot be made: queue directory " + m_directory +
+                  " is open to other users (mode 0777); it must be 0700",
+              faults.at("B"));
+}
+
+TEST_F(QueueTrialTest, OfManyOneWhoseIdMakesNoNameIsWrong) {
+    const std::string longest(255, 'x');
+    const auto faults = m_sut.faults({"A", longest});
+    ASSERT_EQ(1U, faults.size());
+    EXPECT_TRUE(faults.contains(longest));
+}
+
 TEST_F(QueueTrialTest, TriesTheDirectoryWhereTheDriverHasItsQueues) {
     sal::MessageQueue input;
     sal::MessageQueue output;

@@ -87,6 +87,10 @@ std::string MessageQueue::createFault(const std::string&) {
     return {};
 }
 
+bool MessageQueue::areFree(const std::vector<std::string>&) {
+    return true;
+}
+
 std::vector<MessageQueue::Refusal> MessageQueue::refusals() {
     return {};
 }
