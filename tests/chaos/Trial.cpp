@@ -35,8 +35,9 @@ Watcher::Verdicts verdictsOf(EKind kind) {
     Watcher::Verdicts made{"ended: exit code 0", "ended: signal 15", "ended: signal 9", "has not ended",
                            "did not heed SIGTERM"};
     // A command may wait for its full queue before it is taken for hung.
-    const Watcher::Verdicts hung{"hangs", "has not taken a message for", "ended: hung",
-                                 "ended: signal 15", "ended: signal 9", "did not heed SIGTERM"};
+    const Watcher::Verdicts hung{"hangs",           "has not taken a message for",
+                                 "ended: hung",     "ended: signal 15",
+                                 "ended: signal 9", "did not heed SIGTERM"};
     // One that has come to its end in order after it was replaced by an earlier fault.
     const Watcher::Verdicts late{"ended: exit code 0"};
     switch (kind) {

@@ -450,9 +450,10 @@ TEST_F(QueueFaultsOfTheDirectory, OfAKilledHostIsLeftByADriverThatWasStopped) {
     host.signal(SIGKILL);
     EXPECT_EQ(host.waitForEnd(), 128 + SIGKILL);
     HostProcess& next = start(call({"--log-level", "5", "--restart-delay", "0.2"}));
-    ASSERT_TRUE(next.waitForLog("process " + std::to_string(driver) +
-                                " (mfddllwrap) of a host that is gone was stopped and is continued, so that it "
-                                "sees that"))
+    ASSERT_TRUE(
+        next.waitForLog("process " + std::to_string(driver) +
+                        " (mfddllwrap) of a host that is gone was stopped and is continued, so that it "
+                        "sees that"))
         << next.log();
     expectServes(next, "NEAR");
     expectServes(next, "FAR");
