@@ -123,6 +123,15 @@ void HostQueueDirectory::removeLeft() const {
         }
         QueueFile::removeFree(directory);
         directory.removeIfLeft();
+        if (directory.isStillThere()) {
+            continue;
+        }
+        // Its driver processes are gone, too. One that was killed could not end what it had started.
+        for (const auto& process : ProcessFamily::endMarked("MFD_QUEUE_DIR=" + directory.path())) {
+            logLine("PROCESS", LogOutput::eWarning,
+                    "process " + std::to_string(process.pid) + " (" + process.name +
+                        ") was left behind by a driver of a host that is gone, and is ended");
+        }
     }
 }
 

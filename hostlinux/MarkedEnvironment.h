@@ -9,6 +9,9 @@ namespace sal {
 /// that the child starts inherits it, so that it can be told whose it is. Owned by whoever starts the child.
 class MarkedEnvironment {
 public:
+    /// How a mark begins.
+    static constexpr const char* s_begin = "MFD_PROCESS=";
+
     /// further entries are "NAME=value", in place of what this process has under these names.
     explicit MarkedEnvironment(std::vector<std::string> further = {});
     MarkedEnvironment(const MarkedEnvironment&) = delete;

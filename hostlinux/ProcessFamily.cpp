@@ -109,18 +109,23 @@ private:
     std::vector<std::pair<int, Clock::time_point>> m_ended;
 };
 
-bool isMarked(int pid, const std::string& mark) {
+/// The first entry that begins so of the environment that the process was started with; empty for none.
+std::string environmentOf(int pid, std::string_view begin) {
     const std::string environment = textOf(placeOf(pid) + "/environ");
     std::string_view rest = environment;
     while (!rest.empty()) {
         const auto end = rest.find('\0');
-        if (rest.substr(0, end) == mark)
-            return true;
+        if (rest.starts_with(begin))
+            return std::string(rest.substr(0, end));
         if (end == std::string_view::npos)
             break;
         rest.remove_prefix(end + 1);
     }
-    return false;
+    return {};
+}
+
+bool isMarked(int pid, const std::string& mark) {
+    return environmentOf(pid, std::string_view(mark).substr(0, mark.find('=') + 1)) == mark;
 }
 
 }  // namespace
@@ -151,6 +156,21 @@ std::vector<ProcessFamily::Member> ProcessFamily::continueStopped(const std::str
             continued.push_back({process.pid, process.name});
     }
     return continued;
+}
+
+std::vector<ProcessFamily::Member> ProcessFamily::endMarked(const std::string& word) {
+    std::set<std::string> marks;
+    for (const Process& process : processes().value_or(std::vector<Process>())) {
+        if (process.pid != ::getpid() && isMarked(process.pid, word))
+            marks.insert(environmentOf(process.pid, MarkedEnvironment::s_begin));
+    }
+    marks.erase("");
+    std::vector<Member> ended;
+    for (const std::string& mark : marks) {
+        const auto result = ProcessFamily(s_none, mark).endOthers();
+        ended.insert(ended.end(), result.ended.begin(), result.ended.end());
+    }
+    return ended;
 }
 
 ProcessFamily::ProcessFamily(int pid, std::string mark)

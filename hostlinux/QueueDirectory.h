@@ -34,6 +34,7 @@ public:
     bool lockForHost();
     /// Removes the directory of a host that has ended, when it is empty.
     void removeIfLeft();
+    bool isStillThere() const;
 
     int descriptor() const { return m_handle.get(); }
     const std::string& path() const { return m_path; }
@@ -43,7 +44,6 @@ private:
     QueueDirectory(FileHandle handle, std::string path)
         : m_handle(std::move(handle)), m_path(std::move(path)) {}
     static std::optional<QueueDirectory> openAt(const std::string& path, std::string& error);
-    bool isStillThere() const;
 
     FileHandle m_handle;
     std::string m_path;

@@ -53,6 +53,11 @@ public:
     /// Returns them. Any thread.
     static std::vector<Member> continueStopped(const std::string& word);
 
+    /// Kills the processes that were started with that word and a child's mark in their environment, and those
+    /// below them: what children have left behind that nobody can ask for any more, since their parent has
+    /// ended too. Returns them. Any thread.
+    static std::vector<Member> endMarked(const std::string& word);
+
 private:
     /// Nobody's number, parent or session; 0 is the kernel's.
     static constexpr int s_none = -1;

@@ -1,5 +1,6 @@
 #include "sal/HostQueueDirectory.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -147,6 +148,45 @@ TEST_F(HostQueueDirectory, ThoseOfDeadHostsAreRemoved) {
     const sal::HostQueueDirectory sut;
     sut.removeLeft();
     EXPECT_EQ(entries(), std::vector<std::string>{sut.path()});
+}
+
+TEST_F(HostQueueDirectory, OfADeadHostGoesWithWhatItsDriversHaveStarted) {
+    std::string path;
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    const pid_t host = startHost([&] {
+        const std::string own = std::getenv("MFD_QUEUE_DIR");
+        static_cast<void>(!::write(ends[1], own.data(), own.size()));
+    });
+    char text[100] = {};
+    ASSERT_GT(::read(ends[0], text, sizeof(text) - 1), 0);
+    std::string word = std::string("MFD_QUEUE_DIR=") + text;
+    int started[2];
+    ASSERT_EQ(::pipe2(started, O_CLOEXEC), 0);
+    const pid_t left = ::fork();
+    if (left == 0) {
+        char program[] = "sleep";
+        char time[] = "600";
+        char mark[] = "MFD_PROCESS=1-2-3";
+        char* arguments[] = {program, time, nullptr};
+        char* environment[] = {word.data(), mark, nullptr};
+        ::execve("/bin/sleep", arguments, environment);
+        ::_exit(127);
+    }
+    ::close(started[1]);
+    // Its end is closed when the child has become another program.
+    EXPECT_EQ(::read(started[0], text, 1), 0);
+    const sal::HostQueueDirectory sut;
+    sut.removeLeft();
+    EXPECT_EQ(::waitpid(left, nullptr, WNOHANG), 0) << "its host lives";
+    kill(host);
+    EXPECT_NE(logOf([&] { sut.removeLeft(); })
+                  .find("process " + std::to_string(left) +
+                        " (sleep) was left behind by a driver of a host that is gone, and is ended\n"),
+              std::string::npos);
+    kill(left);
+    for (const int end : {ends[0], ends[1], started[0]})
+        ::close(end);
 }
 
 TEST_F(HostQueueDirectory, ThoseOfLiveHostsStay) {

@@ -289,19 +289,26 @@ TEST_F(ProcessFamily, WithoutMarkIsKnownByItsSessionAndDescentAlone) {
     EXPECT_FALSE(sal::ProcessFamily::ofThisProcess().hasMark());
 }
 
-/// A child that sleeps, with that word in its environment, stopped.
-pid_t startStopped(const std::string& word) {
+/// A child that sleeps, with these words as its environment.
+pid_t startSleep(std::vector<std::string> words) {
     const pid_t pid = ::fork();
     if (pid == 0) {
-        const std::string shown = word;
         char program[] = "sleep";
         char time[] = "600";
         char* arguments[] = {program, time, nullptr};
-        char* environment[] = {const_cast<char*>(shown.c_str()), nullptr};
-        ::execve("/bin/sleep", arguments, environment);
+        std::vector<char*> environment;
+        for (std::string& word : words)
+            environment.push_back(word.data());
+        environment.push_back(nullptr);
+        ::execve("/bin/sleep", arguments, environment.data());
         ::_exit(127);
     }
     EXPECT_TRUE(becomesSleep(pid));
+    return pid;
+}
+
+pid_t startStopped(const std::string& word) {
+    const pid_t pid = startSleep({word});
     ::kill(pid, SIGSTOP);
     EXPECT_TRUE(eventually([pid] { return statOf(pid).first == 'T'; }));
     return pid;
@@ -324,6 +331,24 @@ TEST(ProcessFamilyOfADeadHost, IsContinuedByAWordOfItsEnvironmentAlone) {
     EXPECT_THAT(sal::ProcessFamily::continueStopped("WHERE=/one"), IsEmpty());
     end(meant);
     end(other);
+}
+
+TEST(ProcessFamilyOfADeadHost, IsEndedWhereItHasAWordAndTheMarkOfAChild) {
+    const pid_t meant = startSleep({"WHERE=/one", "MFD_PROCESS=7-8-1"});
+    const pid_t oneOfItsFamily = startSleep({"MFD_PROCESS=7-8-1"});
+    const pid_t ofTheHostItself = startSleep({"WHERE=/one"});
+    const pid_t ofAnotherHost = startSleep({"WHERE=/one/more", "MFD_PROCESS=9-8-1"});
+    std::vector<int> ended;
+    for (const auto& process : sal::ProcessFamily::endMarked("WHERE=/one")) {
+        EXPECT_EQ(process.name, "sleep");
+        ended.push_back(process.pid);
+    }
+    EXPECT_THAT(ended, testing::UnorderedElementsAre(meant, oneOfItsFamily));
+    EXPECT_TRUE(eventually([&] { return !isAlive(meant) && !isAlive(oneOfItsFamily); }));
+    EXPECT_TRUE(isAlive(ofTheHostItself));
+    EXPECT_TRUE(isAlive(ofAnotherHost));
+    for (const pid_t pid : {meant, oneOfItsFamily, ofTheHostItself, ofAnotherHost})
+        end(pid);
 }
 
 }  // namespace

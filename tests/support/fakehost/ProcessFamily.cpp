@@ -21,4 +21,8 @@ std::vector<ProcessFamily::Member> ProcessFamily::continueStopped(const std::str
     return {};
 }
 
+std::vector<ProcessFamily::Member> ProcessFamily::endMarked(const std::string&) {
+    return {};
+}
+
 }  // namespace sal
