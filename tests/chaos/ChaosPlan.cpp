@@ -99,10 +99,16 @@ bool refusesReloads(EKind kind) {
            isOneOf(kind, {EKind::DescriptorsOfHost, EKind::DirectoryOpened, EKind::DirectoryTaken});
 }
 
+/// It ends the driver's log at once: what the driver says of it is lost where nobody reads the log meanwhile.
+bool endsLog(EKind kind) {
+    return isOneOf(kind, {EKind::Crash, EKind::Abort, EKind::Exit, EKind::Exec, EKind::CloseLocks});
+}
+
 bool exclude(EKind a, EKind b) {
     const auto reloads = [](EKind kind) { return find(kind).ends < 0 || kind == EKind::KillStarting; };
     return (befallsAll(a) && befallsAll(b)) || (refusesReloads(a) && reloads(b)) ||
-           (refusesReloads(b) && reloads(a));
+           (refusesReloads(b) && reloads(a)) || (a == EKind::BlockLog && endsLog(b)) ||
+           (b == EKind::BlockLog && endsLog(a));
 }
 
 /// Beyond this the next start of a driver would take longer than a fault is worth.

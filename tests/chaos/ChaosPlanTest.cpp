@@ -165,3 +165,21 @@ TEST(ChaosPlan, NobodyReloadsWhereReloadsAreRefused) {
     }
     EXPECT_GT(refused, 50);
 }
+
+TEST(ChaosPlan, NobodyWhoseLastLineIsAwaitedDiesBesideABlockedLog) {
+    ChaosPlan sut(4);
+    const std::set<EKind> dying = {EKind::Crash, EKind::Abort, EKind::Exit, EKind::Exec, EKind::CloseLocks};
+    int blocked = 0;
+    for (int i = 0; i < 2000; ++i) {
+        const auto steps = sut.nextSeveral();
+        const auto has = [&](const auto& isMeant) {
+            return std::any_of(steps.begin(), steps.end(),
+                               [&](const auto& step) { return isMeant(step.kind); });
+        };
+        if (!has([](EKind kind) { return kind == EKind::BlockLog; }))
+            continue;
+        ++blocked;
+        ASSERT_FALSE(has([&](EKind kind) { return dying.contains(kind); }));
+    }
+    EXPECT_GT(blocked, 50);
+}
