@@ -109,7 +109,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             again.addString(text);
         if (code == "SNDFDP")
             again.addParameters(call->parameters);
-        expect(again.fits(), "what came in a message fits into one");
+        if (!again.fits()) {
+            // Texts that were cut off with the end of a message had no length there, and need one.
+            expect(bytes->size() + call->texts.size() > g_driverMessageSize,
+                   "what came whole in a message fits into one");
+            continue;
+        }
         const auto echo = handled(sut, driver, again.data(), static_cast<std::size_t>(again.length()));
         expect(echo == call, "a call sent again is the same call");
     }

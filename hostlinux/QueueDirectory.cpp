@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 
 namespace sal {
 
@@ -133,13 +134,25 @@ bool QueueDirectory::lockForHost() {
     return ::flock(m_handle.get(), LOCK_SH | LOCK_NB) == 0 && isStillThere();
 }
 
-void QueueDirectory::removeIfLeft() {
-    if (!m_handle || !isHostsOwn() || ::flock(m_handle.get(), LOCK_EX | LOCK_NB) != 0) {
+void QueueDirectory::removeIfLeft(std::chrono::milliseconds patience) {
+    if (!m_handle || !isHostsOwn()) {
         return;
     }
-    if (!isStillThere() || ::rmdir(m_path.c_str()) != 0) {
-        ::flock(m_handle.get(), LOCK_UN);
-    }
+    const auto end = std::chrono::steady_clock::now() + patience;
+    std::error_code failed;
+    do {
+        if (::flock(m_handle.get(), LOCK_EX | LOCK_NB) == 0) {
+            if (isStillThere() && ::rmdir(m_path.c_str()) == 0) {
+                return;
+            }
+            ::flock(m_handle.get(), LOCK_UN);
+        } else if (std::chrono::steady_clock::now() >= end) {
+            return;
+        } else {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        // Another process that removed its last file meanwhile found the lock taken, and went.
+    } while (isStillThere() && std::filesystem::is_empty(m_path, failed));
 }
 
 std::optional<std::string> QueueDirectory::fileName(const std::string& queue, std::string& error) {

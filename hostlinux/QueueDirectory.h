@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,8 +33,9 @@ public:
     /// Takes the lock of a host that runs. False when the directory has just been removed as one that was
     /// left.
     bool lockForHost();
-    /// Removes the directory of a host that has ended, when it is empty.
-    void removeIfLeft();
+    /// Removes the directory of a host that has ended, when it is empty. An empty one that is still locked is
+    /// waited for, since its host may be about to end.
+    void removeIfLeft(std::chrono::milliseconds patience = {});
     bool isStillThere() const;
 
     int descriptor() const { return m_handle.get(); }

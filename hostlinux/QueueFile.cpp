@@ -34,6 +34,8 @@ constexpr off_t g_receiverByte = g_attachedByte + 2;
 constexpr off_t g_ticketBytes = off_t{1} << 41;
 
 constexpr std::chrono::milliseconds g_takeOverPatience{50};
+/// How long a process that opened a queue waits for the end of a host that lets go of its directory last.
+constexpr std::chrono::milliseconds g_hostsEnd{500};
 
 struct flock lockOf(short type, off_t start, off_t length) {
     struct flock lock {};
@@ -494,6 +496,7 @@ std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeom
     // From here on its destructor cleans up after the last one who was attached.
     std::unique_ptr<QueueFile> file(
         new QueueFile(std::move(*directory), std::move(*name), std::move(handle)));
+    file->m_isPeers = true;
     if (!file->creatorLives()) {
         error = "the process that made it has ended";
         return nullptr;
@@ -547,7 +550,8 @@ bool QueueFile::removeName() {
         namesFile(m_directory.descriptor(), m_name, m_file.get())) {
         ::unlinkat(m_directory.descriptor(), m_name.c_str(), 0);
     }
-    m_directory.removeIfLeft();
+    // A host that is killed lets go of its queues, and a little later of its directory.
+    m_directory.removeIfLeft(m_isPeers ? g_hostsEnd : std::chrono::milliseconds());
     return !namesFile(m_directory.descriptor(), m_name, m_file.get());
 }
 

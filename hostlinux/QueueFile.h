@@ -100,6 +100,7 @@ private:
     QueueDirectory m_directory;
     std::string m_name;
     FileHandle m_file;
+    bool m_isPeers = false;  ///< made by another, and opened
 };
 
 }  // namespace sal
