@@ -204,14 +204,14 @@ std::string AttachedQueue::createFault(const std::string& name) {
 }
 
 std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name,
-                                                   std::shared_ptr<const FileHandle>& pCreatorWatch) {
+                                                   std::shared_ptr<const base::UniqueFd>& pCreatorWatch) {
     std::string error;
     QueueGeometry geometry;
     bool isLate = false;
     auto pFile = QueueFile::attach(name, geometry, error, isLate);
     auto pQueue = pFile != nullptr ? make(name, false, std::move(pFile), geometry, error) : nullptr;
     if (pQueue != nullptr) {
-        pCreatorWatch = std::make_shared<const FileHandle>(pQueue->m_pFile->reopen());
+        pCreatorWatch = std::make_shared<const base::UniqueFd>(pQueue->m_pFile->reopen());
         if (!*pCreatorWatch) {
             error = std::string("its creator cannot be watched: ") + std::strerror(errno);
             pCreatorWatch.reset();

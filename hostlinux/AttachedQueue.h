@@ -30,7 +30,7 @@ public:
     static std::string createFault(const std::string& name);
     /// The second result is for QueueFile::waitForCreatorEnd().
     static std::unique_ptr<AttachedQueue> open(const std::string& name,
-                                               std::shared_ptr<const FileHandle>& pCreatorWatch);
+                                               std::shared_ptr<const base::UniqueFd>& pCreatorWatch);
     ~AttachedQueue();
     AttachedQueue(const AttachedQueue&) = delete;
     AttachedQueue& operator=(const AttachedQueue&) = delete;

@@ -15,12 +15,12 @@
 #include <string_view>
 #include <utility>
 
-#include "FileHandle.h"
 #include "LogChannel.h"
 #include "LogCore.h"
 #include "LogOutputImpl.h"
 #include "Printable.h"
 #include "StandardErrorSink.h"
+#include "UniqueFd.h"
 
 namespace sal {
 
@@ -122,7 +122,7 @@ spdlog::sink_ptr openStandardError(const std::string& tag) {
 /// never closed to ourselves. A file that is there stays as it is.
 void makeFile(const std::string& file) {
     spdlog::details::os::create_dir(spdlog::details::os::dir_name(file));
-    const FileHandle made(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    const base::UniqueFd made(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     struct stat status {};
     if (made && ::fstat(made.get(), &status) == 0)
         ::fchmod(made.get(), (status.st_mode & 07777) | S_IRUSR | S_IWUSR);

@@ -18,7 +18,7 @@ struct MessageQueue::Impl {
 
     std::mutex watchMutex;
     /// Set by open(). A wait for the creator's end has its share and nothing else of the queue.
-    std::shared_ptr<const FileHandle> pCreatorWatch;
+    std::shared_ptr<const base::UniqueFd> pCreatorWatch;
 
     bool attach(std::unique_ptr<AttachedQueue> pAttached) {
         pOwned = std::move(pAttached);
@@ -73,7 +73,7 @@ bool MessageQueue::open(const std::string& name) {
     if (const AttachedQueue* pAttached = m_pImpl->attached()) {
         return refuseTwice(name, *pAttached);
     }
-    std::shared_ptr<const FileHandle> pCreatorWatch;
+    std::shared_ptr<const base::UniqueFd> pCreatorWatch;
     auto pAttached = AttachedQueue::open(name, pCreatorWatch);
     {
         const std::lock_guard lock(m_pImpl->watchMutex);
@@ -97,7 +97,7 @@ void MessageQueue::close() {
 }
 
 bool MessageQueue::waitForCreatorEnd() const {
-    std::shared_ptr<const FileHandle> pCreatorWatch;
+    std::shared_ptr<const base::UniqueFd> pCreatorWatch;
     {
         const std::lock_guard lock(m_pImpl->watchMutex);
         pCreatorWatch = m_pImpl->pCreatorWatch;

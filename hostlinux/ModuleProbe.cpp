@@ -19,12 +19,12 @@
 #include <utility>
 #include <vector>
 
-#include "FileHandle.h"
 #include "LogLine.h"
 #include "MarkedEnvironment.h"
 #include "Printable.h"
 #include "ProbeResult.h"
 #include "SpawnSettings.h"
+#include "UniqueFd.h"
 #include "sal/LogOutput.h"
 #include "sal/ProcessFamily.h"
 
@@ -58,8 +58,8 @@ public:
 
     /// 0, or the system's error number.
     int start(const std::string& program, const std::string& path) {
-        FileHandle errors;
-        FileHandle result;
+        base::UniqueFd errors;
+        base::UniqueFd result;
         if (!makePipe(m_words, errors) || !makePipe(m_result, result))
             return errno;
 
@@ -74,7 +74,7 @@ public:
         if (const int error = settings.spawn(m_pid, program.c_str(), words.data(), environment.get()))
             return error;
         m_family.emplace(m_pid, environment.mark());
-        m_process = FileHandle(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
+        m_process = base::UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
         // One that has ended already and that somebody else has collected is over, and that is all.
         m_isGone = !m_process && errno == ESRCH;
         return m_process || m_isGone ? 0 : errno;
@@ -141,12 +141,12 @@ private:
         return info;
     }
 
-    static bool makePipe(FileHandle& reader, FileHandle& writer) {
+    static bool makePipe(base::UniqueFd& reader, base::UniqueFd& writer) {
         std::array<int, 2> ends{};
         if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
             return false;
-        reader = FileHandle(ends[0]);
-        writer = FileHandle(ends[1]);
+        reader = base::UniqueFd(ends[0]);
+        writer = base::UniqueFd(ends[1]);
         return true;
     }
 
@@ -168,9 +168,9 @@ private:
     bool m_isGone = false;
     bool m_isReaped = false;
     bool m_isSilent = false;
-    FileHandle m_process;
-    FileHandle m_words;
-    FileHandle m_result;
+    base::UniqueFd m_process;
+    base::UniqueFd m_words;
+    base::UniqueFd m_result;
     std::string m_text;
 };
 

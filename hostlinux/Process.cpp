@@ -12,36 +12,36 @@
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "LogLine.h"
 #include "MarkedEnvironment.h"
 #include "ProcessObserver.h"
 #include "QueueMaker.h"
 #include "SpawnSettings.h"
+#include "UniqueFd.h"
 #include "sal/LogOutput.h"
 
 namespace sal {
 namespace {
 
-void waitFor(int pidFd) {
+void waitFor(const base::UniqueFd& process) {
     siginfo_t info{};
-    while (::waitid(P_PIDFD, static_cast<id_t>(pidFd), &info, WEXITED) != 0 && errno == EINTR) {
+    while (::waitid(P_PIDFD, static_cast<id_t>(process.get()), &info, WEXITED) != 0 && errno == EINTR) {
     }
-    ::close(pidFd);
 }
 
 /// Collects a child that nobody else watches.
-void reapInBackground(int pidFd) {
+void reapInBackground(base::UniqueFd process) {
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     try {
-        std::thread(waitFor, pidFd).detach();
+        std::thread(waitFor, std::move(process)).detach();
     } catch (const std::system_error& e) {
         logLine("PROCESS", LogOutput::eWarning,
                 std::string("a child process stays uncollected: ") + e.what());
-        ::close(pidFd);
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
@@ -95,7 +95,7 @@ bool Process::createProcess(const std::string& title, Path& executable,
         return false;
     }
     if (!ProcessObserver::tell({pid, pidFd, title, arguments, environment.mark()}))
-        reapInBackground(pidFd);
+        reapInBackground(base::UniqueFd(pidFd));
     return true;
 }
 

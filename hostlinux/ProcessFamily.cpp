@@ -17,8 +17,8 @@
 #include <sstream>
 #include <string_view>
 
-#include "FileHandle.h"
 #include "MarkedEnvironment.h"
+#include "UniqueFd.h"
 
 namespace sal {
 
@@ -49,7 +49,7 @@ constexpr std::size_t s_mostNoted = 10'000;
 
 std::string textOf(const std::string& path) {
     std::string text;
-    const FileHandle file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     std::array<char, 4096> piece{};
     for (ssize_t count = 0;
          file && text.size() < s_longestText && (count = ::read(file.get(), piece.data(), piece.size())) > 0;)
@@ -273,7 +273,7 @@ ProcessFamily::Result ProcessFamily::endOthers() {
         for (const Process& process : *found) {
             if (!told.insert(process.identity()).second)
                 continue;
-            const FileHandle handle(static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0)));
+            const base::UniqueFd handle(static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0)));
             if (!handle && errno != ESRCH)
                 result.isWhole = false;
             const auto now = handle ? Process::read(process.pid) : std::nullopt;

@@ -72,7 +72,7 @@ std::optional<QueueDirectory> QueueDirectory::openOrMake(std::string& error) {
 
 std::optional<QueueDirectory> QueueDirectory::openAt(const std::string& path, std::string& error) {
     const std::string what = "queue directory " + path;
-    FileHandle handle(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    base::UniqueFd handle(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!handle) {
         const int reason = errno;
         struct stat info {};
@@ -110,7 +110,7 @@ std::vector<QueueDirectory> QueueDirectory::left() {
         if (!isOwnPath(path) || ::lstat(path.c_str(), &info) != 0 || info.st_uid != ::geteuid()) {
             continue;
         }
-        FileHandle handle(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        base::UniqueFd handle(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (handle && ::fstat(handle.get(), &info) == 0 && info.st_uid == ::geteuid() &&
             ::flock(handle.get(), LOCK_EX | LOCK_NB) == 0) {
             found.push_back(QueueDirectory(std::move(handle), path));

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "FileHandle.h"
+#include "UniqueFd.h"
 
 namespace sal {
 
@@ -43,11 +43,11 @@ public:
     void reset() { m_handle.reset(); }
 
 private:
-    QueueDirectory(FileHandle handle, std::string path)
+    QueueDirectory(base::UniqueFd handle, std::string path)
         : m_handle(std::move(handle)), m_path(std::move(path)) {}
     static std::optional<QueueDirectory> openAt(const std::string& path, std::string& error);
 
-    FileHandle m_handle;
+    base::UniqueFd m_handle;
     std::string m_path;
 };
 

@@ -116,11 +116,11 @@ bool namesFile(int directory, const std::string& name, int file) {
            ::fstat(file, &open) == 0 && named.st_dev == open.st_dev && named.st_ino == open.st_ino;
 }
 
-FileHandle openNamed(int directory, const std::string& name) {
-    return FileHandle(::openat(directory, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+base::UniqueFd openNamed(int directory, const std::string& name) {
+    return base::UniqueFd(::openat(directory, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
 }
 
-bool isQueueOfOurs(const FileHandle& file) {
+bool isQueueOfOurs(const base::UniqueFd& file) {
     struct stat info {};
     return file && ::fstat(file.get(), &info) == 0 && isOurs(info);
 }
@@ -135,8 +135,9 @@ std::vector<std::string> filesOf(const QueueDirectory& directory) {
     return names;
 }
 
-FileHandle makeUnnamed(const QueueDirectory& directory, std::string& error) {
-    FileHandle file(::openat(directory.descriptor(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
+base::UniqueFd makeUnnamed(const QueueDirectory& directory, std::string& error) {
+    base::UniqueFd file(
+        ::openat(directory.descriptor(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file) {
         error = "no file can be made in " + directory.path() + ": " + reason(errno) +
                 (errno == EOPNOTSUPP ? "; use a directory on a tmpfs" : "");
@@ -250,7 +251,7 @@ std::unique_ptr<QueueFile> QueueFile::make(const std::string& queue, const Queue
     if (!directory) {
         return nullptr;
     }
-    FileHandle file = makeUnnamed(*directory, error);
+    base::UniqueFd file = makeUnnamed(*directory, error);
     if (!file) {
         return nullptr;
     }
@@ -307,7 +308,7 @@ QueueFile::Result QueueFile::removeStaleIn(const QueueDirectory& directory, cons
                                            std::string& error) {
     const auto end = std::chrono::steady_clock::now() + g_takeOverPatience;
     for (;;) {
-        FileHandle file = openNamed(directory.descriptor(), name);
+        base::UniqueFd file = openNamed(directory.descriptor(), name);
         if (!file && errno == ENOENT) {
             return Result::eDone;
         }
@@ -346,7 +347,7 @@ QueueFile::Result QueueFile::retire(const std::string& queue, std::string& error
 
 QueueFile::Result QueueFile::retireIn(const QueueDirectory& directory, const std::string& name,
                                       std::string& error) {
-    const FileHandle file = openNamed(directory.descriptor(), name);
+    const base::UniqueFd file = openNamed(directory.descriptor(), name);
     if (!file && errno == ENOENT) {
         return Result::eDone;
     }
@@ -408,7 +409,7 @@ bool QueueFile::tryDirectory(std::string& error) {
     if (!directory) {
         return false;
     }
-    FileHandle handle = makeUnnamed(*directory, error);
+    base::UniqueFd handle = makeUnnamed(*directory, error);
     if (!handle) {
         return false;
     }
@@ -421,7 +422,7 @@ bool QueueFile::tryDirectory(std::string& error) {
 
 void QueueFile::removeFree(const QueueDirectory& directory) {
     for (const std::string& name : filesOf(directory)) {
-        const FileHandle file = openNamed(directory.descriptor(), name);
+        const base::UniqueFd file = openNamed(directory.descriptor(), name);
         if (!isQueueOfOurs(file)) {
             continue;
         }
@@ -469,7 +470,7 @@ std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeom
     }
     const std::string path = directory->path() + "/" + *name;
     const auto end = std::chrono::steady_clock::now() + g_takeOverPatience;
-    FileHandle handle;
+    base::UniqueFd handle;
     for (;;) {
         handle = openNamed(directory->descriptor(), *name);
         if (!handle) {
@@ -598,9 +599,9 @@ void QueueFile::punch(std::size_t offset, std::size_t size) const {
                 static_cast<off_t>(size));
 }
 
-FileHandle QueueFile::reopen() const {
+base::UniqueFd QueueFile::reopen() const {
     const std::string path = "/proc/self/fd/" + std::to_string(m_file.get());
-    FileHandle file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    base::UniqueFd file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
     if (!file) {
         file = openNamed(m_directory.descriptor(), m_name);
         if (file && !namesFile(m_directory.descriptor(), m_name, m_file.get())) {

@@ -75,7 +75,7 @@ public:
     void punch(std::size_t offset, std::size_t size) const;
 
     /// The file opened anew: it does not keep the name in use and may outlive this object.
-    FileHandle reopen() const;
+    base::UniqueFd reopen() const;
 
     /// Waits on a descriptor from reopen() until the creator's lock is free. False when the kernel refuses.
     static bool waitForCreatorEnd(int descriptor);
@@ -86,7 +86,7 @@ public:
     void abandon();
 
 private:
-    QueueFile(QueueDirectory directory, std::string name, FileHandle file)
+    QueueFile(QueueDirectory directory, std::string name, base::UniqueFd file)
         : m_directory(std::move(directory)), m_name(std::move(name)), m_file(std::move(file)) {}
 
     static Result removeStaleIn(const QueueDirectory& directory, const std::string& name, std::string& error);
@@ -99,7 +99,7 @@ private:
 
     QueueDirectory m_directory;
     std::string m_name;
-    FileHandle m_file;
+    base::UniqueFd m_file;
     bool m_isPeers = false;  ///< made by another, and opened
 };
 

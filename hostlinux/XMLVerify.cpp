@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "LogLine.h"
+#include "UniqueFd.h"
 #include "sal/LogOutput.h"
 
 namespace {
@@ -57,27 +58,12 @@ std::string& trustDirectory() {
     return s_directory;
 }
 
-class Descriptor {
-public:
-    explicit Descriptor(int number) : m_number(number) {}
-    ~Descriptor() {
-        if (m_number >= 0)
-            ::close(m_number);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int number() const { return m_number; }
-
-private:
-    int m_number;
-};
-
 /// The bytes of a regular file of at most limit bytes; nothing with the reason in error. Does not wait for
 /// the other end of a pipe.
 std::optional<Bytes> read(const std::string& path, std::size_t limit, std::string& error) {
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     struct stat status {};
-    if (file.number() < 0 || ::fstat(file.number(), &status) != 0) {
+    if (!file || ::fstat(file.get(), &status) != 0) {
         error = std::strerror(errno);
         return std::nullopt;
     }
@@ -90,7 +76,7 @@ std::optional<Bytes> read(const std::string& path, std::size_t limit, std::strin
         constexpr std::size_t step = 64u << 10;
         const std::size_t used = bytes.size();
         bytes.resize(used + step);
-        const ssize_t count = ::read(file.number(), bytes.data() + used, step);
+        const ssize_t count = ::read(file.get(), bytes.data() + used, step);
         if (count < 0 && errno == EINTR) {
             bytes.resize(used);
             continue;

@@ -8,24 +8,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "UniqueFd.h"
+
 namespace {
 
 constexpr std::size_t s_largestFile = 16u << 20;
-
-class Descriptor {
-public:
-    explicit Descriptor(int number) : m_number(number) {}
-    ~Descriptor() {
-        if (m_number >= 0)
-            ::close(m_number);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int number() const { return m_number; }
-
-private:
-    int m_number;
-};
 
 bool writeAll(int fd, const std::string& content) {
     for (std::size_t written = 0; written < content.size();) {
@@ -41,9 +28,9 @@ bool writeAll(int fd, const std::string& content) {
 }  // namespace
 
 std::optional<std::string> OutputFile::read(const std::string& path, std::string& error, mode_t* pMode) {
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     struct stat status {};
-    if (file.number() < 0 || ::fstat(file.number(), &status) != 0) {
+    if (!file || ::fstat(file.get(), &status) != 0) {
         error = std::strerror(errno);
         return std::nullopt;
     }
@@ -58,7 +45,7 @@ std::optional<std::string> OutputFile::read(const std::string& path, std::string
         constexpr std::size_t step = 64u << 10;
         const std::size_t used = content.size();
         content.resize(used + step);
-        const ssize_t count = ::read(file.number(), content.data() + used, step);
+        const ssize_t count = ::read(file.get(), content.data() + used, step);
         if (count < 0 && errno != EINTR) {
             error = std::strerror(errno);
             return std::nullopt;
@@ -74,10 +61,10 @@ std::optional<std::string> OutputFile::read(const std::string& path, std::string
 }
 
 std::string OutputFile::create(const std::string& path, const std::string& content, mode_t mode) {
-    const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
-    if (file.number() < 0)
+    const base::UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (!file)
         return path + ": " + std::strerror(errno);
-    if (writeAll(file.number(), content))
+    if (writeAll(file.get(), content))
         return {};
     std::string error = path + ": " + std::strerror(errno);
     ::unlink(path.c_str());

@@ -25,6 +25,7 @@
 #include "QueueSink.h"
 #include "QueueSystem.h"
 #include "SignalWatch.h"
+#include "UniqueFd.h"
 #include "sal/LogManager.h"
 #include "sal/Module.h"
 #include "sal/ModuleLoader.h"
@@ -47,23 +48,14 @@ public:
     explicit HostProcess(bool isParent) {
         if (!isParent)
             return;
-        m_fd = open(getppid());
+        m_fd = base::UniqueFd(static_cast<int>(syscall(SYS_pidfd_open, getppid(), 0)));
         // Where only parents may look into a process, the host's tools may look into this one.
         prctl(PR_SET_PTRACER, getppid());
     }
-    ~HostProcess() {
-        if (m_fd >= 0)
-            close(m_fd);
-    }
-    HostProcess(const HostProcess&) = delete;
-    HostProcess& operator=(const HostProcess&) = delete;
-
-    int fd() const { return m_fd; }
+    int fd() const { return m_fd.get(); }
 
 private:
-    static int open(pid_t pid) { return static_cast<int>(syscall(SYS_pidfd_open, pid, 0)); }
-
-    int m_fd = -1;
+    base::UniqueFd m_fd;
 };
 
 DriverProcess::DriverProcess(const WrapperOptions& options)

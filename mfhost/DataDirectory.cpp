@@ -11,18 +11,12 @@
 
 DataDirectory::DataDirectory(std::string path) : m_path(std::move(path)) {}
 
-DataDirectory::~DataDirectory() {
-    m_lock.reset();
-    if (m_fd >= 0)
-        ::close(m_fd);
-}
-
 std::optional<std::string> DataDirectory::acquire() {
     if (::mkdir(m_path.c_str(), 0755) != 0 && errno != EEXIST)
         return "cannot make " + m_path + ": " + std::strerror(errno) +
                "; make it yourself, or run with --sandbox";
-    m_fd = ::open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (m_fd < 0) {
+    m_fd = base::UniqueFd(::open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!m_fd) {
         if (errno == ENOTDIR)
             return m_path + " is not a directory";
         return "cannot open " + m_path + ": " + std::strerror(errno);
@@ -30,7 +24,7 @@ std::optional<std::string> DataDirectory::acquire() {
     if (::faccessat(AT_FDCWD, m_path.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
         return "cannot write in " + m_path + ": " + std::strerror(errno) +
                "; run with --sandbox to do without";
-    return m_lock.emplace(m_path).acquire(m_fd);
+    return m_lock.emplace(m_path).acquire(m_fd.get());
 }
 
 std::string DataDirectory::foreignEntries() const {

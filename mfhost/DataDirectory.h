@@ -4,15 +4,13 @@
 #include <string>
 
 #include "DirectoryLock.h"
+#include "UniqueFd.h"
 
 /// The directory of the drivers' links, which every start empties. Made when missing and locked for as long
 /// as the object lives, so that no second host empties it under a running workplace. Main thread.
 class DataDirectory {
 public:
     explicit DataDirectory(std::string path);
-    ~DataDirectory();  ///< lets another host have it
-    DataDirectory(const DataDirectory&) = delete;
-    DataDirectory& operator=(const DataDirectory&) = delete;
 
     /// Nothing when this host has the directory; else why not, and who holds it.
     std::optional<std::string> acquire();
@@ -22,6 +20,6 @@ public:
 
 private:
     std::string m_path;
-    int m_fd = -1;
+    base::UniqueFd m_fd;
     std::optional<DirectoryLock> m_lock;  ///< gone before the descriptor
 };

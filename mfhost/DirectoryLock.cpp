@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <utility>
 
 namespace {
 
@@ -28,11 +27,6 @@ bool leadsTo(int directory, const char* name, int file) {
            named.st_dev == open.st_dev && named.st_ino == open.st_ino;
 }
 
-void closeDescriptor(int& fd) {
-    if (fd >= 0)
-        ::close(std::exchange(fd, -1));
-}
-
 }  // namespace
 
 DirectoryLock::DirectoryLock(const std::string& directory) : m_path(directory + "/" + s_place) {}
@@ -42,9 +36,8 @@ DirectoryLock::~DirectoryLock() {
         // Still locked, so that nobody takes a lock that is about to lose its name without noticing.
         removeFile();
         struct flock lock = wholeFile(F_UNLCK);
-        ::fcntl(m_file, F_SETLK, &lock);
+        ::fcntl(m_file.get(), F_SETLK, &lock);
     }
-    closeBoth();
 }
 
 std::optional<std::string> DirectoryLock::acquire(int directory) {
@@ -78,21 +71,21 @@ DirectoryLock::Attempt DirectoryLock::openPlace() {
     const bool isNew = ::mkdirat(m_directory, s_place, 0700) == 0;
     if (!isNew && errno != EEXIST)
         return failed("cannot make " + m_path + ": " + std::strerror(errno));
-    m_place = ::openat(m_directory, s_place, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    const int error = m_place < 0 ? errno : 0;
+    m_place = base::UniqueFd(::openat(m_directory, s_place, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const int error = m_place ? 0 : errno;
     if (error == ENOENT)
         return Attempt::Again;
     if (error == ENOTDIR)
         return failed(m_path + " is not a directory; remove it");
     struct stat status {};
-    if (m_place < 0 && ::fstatat(m_directory, s_place, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+    if (!m_place && ::fstatat(m_directory, s_place, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
         status.st_uid != ::geteuid())
         return failed(m_path + " belongs to user " + std::to_string(status.st_uid) +
                       ", whose host runs here or was killed here; remove it if none runs");
-    if (m_place < 0 || ::fstat(m_place, &status) != 0)
+    if (!m_place || ::fstat(m_place.get(), &status) != 0)
         return failed("cannot open " + m_path + ": " + std::strerror(error != 0 ? error : errno));
     // A narrow umask must not lock its own maker out.
-    if (isNew && ::fchmod(m_place, 0700) != 0)
+    if (isNew && ::fchmod(m_place.get(), 0700) != 0)
         return failed("cannot make " + m_path + ": " + std::strerror(errno));
     m_owner = status.st_uid;
     m_isForeign = status.st_uid != ::geteuid() || (!isNew && (status.st_mode & 077) != 0);
@@ -100,16 +93,18 @@ DirectoryLock::Attempt DirectoryLock::openPlace() {
 }
 
 DirectoryLock::Attempt DirectoryLock::openFile() {
-    m_file = ::openat(m_place, s_file, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (m_file >= 0 && ::fchmod(m_file, 0600) != 0)
+    m_file = base::UniqueFd(
+        ::openat(m_place.get(), s_file, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (m_file && ::fchmod(m_file.get(), 0600) != 0)
         return failed("cannot make " + m_path + "/" + s_file + ": " + std::strerror(errno));
-    if (m_file < 0 && errno == EEXIST)
-        m_file = ::openat(m_place, s_file, O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    if (!m_file && errno == EEXIST)
+        m_file =
+            base::UniqueFd(::openat(m_place.get(), s_file, O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     // The former holder removes the directory behind the file.
-    if (m_file < 0 && errno == ENOENT)
+    if (!m_file && errno == ENOENT)
         return Attempt::Again;
     struct stat status {};
-    if (m_file < 0 || ::fstat(m_file, &status) != 0)
+    if (!m_file || ::fstat(m_file.get(), &status) != 0)
         return failed("cannot open " + m_path + "/" + s_file + ": " + std::strerror(errno));
     if (!S_ISREG(status.st_mode))
         return failed(m_path + "/" + s_file + " is not a regular file; remove it");
@@ -119,12 +114,12 @@ DirectoryLock::Attempt DirectoryLock::openFile() {
 
 DirectoryLock::Attempt DirectoryLock::lockFile() {
     struct flock lock = wholeFile(F_WRLCK);
-    if (::fcntl(m_file, F_SETLK, &lock) == 0)
+    if (::fcntl(m_file.get(), F_SETLK, &lock) == 0)
         return Attempt::Done;
     if (errno != EAGAIN && errno != EACCES)
         return failed("cannot lock " + m_path + "/" + s_file + ": " + std::strerror(errno));
     lock = wholeFile(F_WRLCK);
-    if (::fcntl(m_file, F_GETLK, &lock) != 0)
+    if (::fcntl(m_file.get(), F_GETLK, &lock) != 0)
         return failed("cannot lock " + m_path + "/" + s_file + ": " + std::strerror(errno));
     if (lock.l_type == F_UNLCK)
         return Attempt::Again;
@@ -138,26 +133,26 @@ DirectoryLock::Attempt DirectoryLock::lockFile() {
 
 /// Nobody holds it, but somebody else could at any time: a file that only we can open takes its place.
 DirectoryLock::Attempt DirectoryLock::replaceForeign() {
-    if (::unlinkat(m_place, s_file, 0) == 0 && ::unlinkat(m_directory, s_place, AT_REMOVEDIR) == 0)
+    if (::unlinkat(m_place.get(), s_file, 0) == 0 && ::unlinkat(m_directory, s_place, AT_REMOVEDIR) == 0)
         return Attempt::Again;
     return failed(m_path + " is open to others (it belongs to user " + std::to_string(m_owner) +
                   ") and cannot be removed: " + std::strerror(errno));
 }
 
 bool DirectoryLock::isStillThere() const {
-    return leadsTo(m_place, s_file, m_file) && leadsTo(m_directory, s_place, m_place);
+    return leadsTo(m_place.get(), s_file, m_file.get()) && leadsTo(m_directory, s_place, m_place.get());
 }
 
 void DirectoryLock::removeFile() const {
     if (!isStillThere())
         return;
-    ::unlinkat(m_place, s_file, 0);
+    ::unlinkat(m_place.get(), s_file, 0);
     ::unlinkat(m_directory, s_place, AT_REMOVEDIR);
 }
 
 void DirectoryLock::closeBoth() {
-    closeDescriptor(m_file);
-    closeDescriptor(m_place);
+    m_file.reset();
+    m_place.reset();
 }
 
 DirectoryLock::Attempt DirectoryLock::failed(const std::string& reason) {

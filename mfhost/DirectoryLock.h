@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "UniqueFd.h"
+
 /// Keeps a directory for one process, by a lock on the file .mfhost/lock in it: in a subdirectory, since a
 /// start leaves only full ones, and open to its owner alone. Owned by DataDirectory; main thread; one a
 /// directory.
@@ -42,8 +44,8 @@ private:
 
     const std::string m_path;  ///< of the subdirectory
     int m_directory = -1;
-    int m_place = -1;
-    int m_file = -1;
+    base::UniqueFd m_place;
+    base::UniqueFd m_file;     ///< closed before the directory
     uid_t m_owner = 0;         ///< of what stands there
     bool m_isForeign = false;  ///< somebody else has made it, or can open it
     bool m_isLocked = false;

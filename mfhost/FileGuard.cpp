@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "HostLog.h"
+#include "UniqueFd.h"
 
 namespace {
 
@@ -100,21 +101,6 @@ private:
     std::size_t m_position = 0;
 };
 
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    ~Descriptor() {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
-};
-
 }  // namespace
 
 std::optional<int> FileGuard::tooDeepLine(const std::string& text) {
@@ -130,8 +116,8 @@ FileGuard::Reading FileGuard::read(const std::string& path) {
         return refused(reason, "cannot be read: " + reason);
     };
     // Without O_NONBLOCK the open itself would wait for the other end of a pipe.
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (file.get() < 0) {
+    const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file) {
         const std::string reason = std::strerror(errno);
         if (errno == ENXIO)  // a socket
             return refused(reason, "is no regular file");

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "SandboxNetwork.h"
+#include "UniqueFd.h"
 
 namespace {
 
@@ -26,14 +27,11 @@ Refusal refused(const std::string& step) {
 }
 
 Refusal writeFile(const char* path, const std::string& text) {
-    const int fd = ::open(path, O_WRONLY | O_CLOEXEC);
-    if (fd < 0)
+    const base::UniqueFd file(::open(path, O_WRONLY | O_CLOEXEC));
+    if (!file)
         return refused(std::string("open ") + path);
-    const ssize_t written = ::write(fd, text.data(), text.size());
-    Refusal refusal =
-        written == static_cast<ssize_t>(text.size()) ? Refusal() : refused(std::string("write ") + path);
-    ::close(fd);
-    return refusal;
+    const ssize_t written = ::write(file.get(), text.data(), text.size());
+    return written == static_cast<ssize_t>(text.size()) ? Refusal() : refused(std::string("write ") + path);
 }
 
 Refusal unshareNamespaces() {
@@ -75,11 +73,8 @@ Refusal bindEntry(int oldVar, const std::string& name, unsigned char type) {
     if (type == DT_DIR) {
         if (::mkdir(target.c_str(), 0755) != 0)
             return refused("mkdir " + target);
-    } else {
-        const int fd = ::open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-        if (fd < 0)
-            return refused("create " + target);
-        ::close(fd);
+    } else if (!base::UniqueFd(::open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644))) {
+        return refused("create " + target);
     }
     if (::mount(throughDescriptor(oldVar, name).c_str(), target.c_str(), nullptr, MS_BIND | MS_REC,
                 nullptr) != 0)
@@ -115,35 +110,32 @@ std::vector<VarEntry> listEntries(int directory) {
 
 /// Only /var/data is private: a tmpfs over /var holds every other entry again.
 Refusal mountVar(const std::string& keptDirectory) {
-    int kept = -1;
+    base::UniqueFd kept;
     if (!keptDirectory.empty()) {
         const std::string data = keptDirectory + "/data";
         std::error_code error;
         std::filesystem::create_directories(data, error);
         if (error)
             return "cannot make " + data + ": " + error.message();
-        kept = ::open(data.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-        if (kept < 0)
+        kept = base::UniqueFd(::open(data.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (!kept)
             return refused("open " + data);
     }
-    const int oldVar = ::open("/var", O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (oldVar < 0)
+    const base::UniqueFd oldVar(::open("/var", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!oldVar)
         return refused("open /var");
-    const std::vector<VarEntry> entries = listEntries(oldVar);
+    const std::vector<VarEntry> entries = listEntries(oldVar.get());
     if (::mount("tmpfs", "/var", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0)
         return refused("mount tmpfs on /var");
     for (const VarEntry& entry : entries) {
-        if (auto refusal = bindEntry(oldVar, entry.name, entry.type))
+        if (auto refusal = bindEntry(oldVar.get(), entry.name, entry.type))
             return refusal;
     }
     if (::mkdir("/var/data", 0755) != 0)
         return refused("mkdir /var/data");
-    if (kept >= 0 &&
-        ::mount(throughDescriptor(kept).c_str(), "/var/data", nullptr, MS_BIND | MS_REC, nullptr) != 0)
+    if (kept &&
+        ::mount(throughDescriptor(kept.get()).c_str(), "/var/data", nullptr, MS_BIND | MS_REC, nullptr) != 0)
         return refused("bind mount /var/data");
-    if (kept >= 0)
-        ::close(kept);
-    ::close(oldVar);
     return std::nullopt;
 }
 

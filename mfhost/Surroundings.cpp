@@ -39,11 +39,7 @@ std::string octal(mode_t mask) {
 Surroundings::Surroundings()
     : m_directory(neededDescriptor(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC), "the working directory")),
       m_umask(currentUmask()) {
-    static_cast<void>(::fstat(m_directory, &m_status));
-}
-
-Surroundings::~Surroundings() {
-    ::close(m_directory);
+    static_cast<void>(::fstat(m_directory.get(), &m_status));
 }
 
 void Surroundings::restore(const std::string& changer) {
@@ -56,7 +52,7 @@ void Surroundings::restoreDirectory(const std::string& changer) {
     if (::stat(".", &now) == 0 && now.st_dev == m_status.st_dev && now.st_ino == m_status.st_ino)
         return;
     const std::string elsewhere = currentDirectory();
-    if (::fchdir(m_directory) == 0)
+    if (::fchdir(m_directory.get()) == 0)
         say(m_directorySaid, changer + " has changed the working directory of the host's process to " +
                                  elsewhere + "; it is put back");
     else

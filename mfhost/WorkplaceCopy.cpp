@@ -56,35 +56,27 @@ int putBehind(int fd, int number) {
 
 /// 0, or the system's error number.
 int putCopyBehind(const std::string& bytes, int number) {
-    const int fd = makeMemoryFile();
-    if (fd < 0)
+    const base::UniqueFd file(makeMemoryFile());
+    if (!file)
         return errno;
-    int error = writeAll(fd, bytes);
-    if (error == 0 && ::fcntl(fd, F_ADD_SEALS, s_seals) != 0)
+    int error = writeAll(file.get(), bytes);
+    if (error == 0 && ::fcntl(file.get(), F_ADD_SEALS, s_seals) != 0)
         error = errno;
-    if (error == 0)
-        error = putBehind(fd, number);
-    ::close(fd);
-    return error;
+    return error == 0 ? putBehind(file.get(), number) : error;
 }
 
 }  // namespace
 
 WorkplaceCopy::WorkplaceCopy()
     : m_nothing(neededDescriptor(::eventfd(0, EFD_CLOEXEC), s_purpose)),
-      m_number(neededDescriptor(::fcntl(m_nothing, F_DUPFD_CLOEXEC, 0), s_purpose)),
-      m_path("/proc/self/fd/" + std::to_string(m_number)) {}
-
-WorkplaceCopy::~WorkplaceCopy() {
-    ::close(m_number);
-    ::close(m_nothing);
-}
+      m_number(neededDescriptor(::fcntl(m_nothing.get(), F_DUPFD_CLOEXEC, 0), s_purpose)),
+      m_path("/proc/self/fd/" + std::to_string(m_number.get())) {}
 
 std::string WorkplaceCopy::take(const WorkplaceSnapshot& snapshot) {
-    int error = putBehind(m_nothing, m_number);
+    int error = putBehind(m_nothing.get(), m_number.get());
     XMLVerify::setCopy(sal::Path(m_path), sal::Path(snapshot.path()), snapshot.signatureFault());
     if (error == 0 && snapshot.bytes())
-        error = putCopyBehind(*snapshot.bytes(), m_number);
+        error = putCopyBehind(*snapshot.bytes(), m_number.get());
     return error == 0 ? std::string()
                       : snapshot.path() + " cannot be handed to the module: " + std::strerror(error);
 }

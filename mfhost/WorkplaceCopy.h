@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "UniqueFd.h"
+
 class WorkplaceSnapshot;
 
 /// The file from which the module reads the workplace: a sealed copy in memory of the bytes that were checked
@@ -12,9 +14,6 @@ class WorkplaceCopy {
 public:
     /// An exception says that no descriptor can be had.
     WorkplaceCopy();
-    ~WorkplaceCopy();
-    WorkplaceCopy(const WorkplaceCopy&) = delete;
-    WorkplaceCopy& operator=(const WorkplaceCopy&) = delete;
 
     /// Where the module finds the bytes taken last. Where there are none, it cannot be opened.
     const std::string& path() const { return m_path; }
@@ -26,7 +25,7 @@ public:
 
 private:
     /// A descriptor that cannot be opened by its path: what the number stands for while there is no copy.
-    const int m_nothing;
-    const int m_number;
+    const base::UniqueFd m_nothing;
+    const base::UniqueFd m_number;
     const std::string m_path;
 };

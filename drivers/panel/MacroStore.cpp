@@ -13,6 +13,8 @@
 #include <system_error>
 #include <utility>
 
+#include "UniqueFd.h"
+
 namespace {
 
 constexpr std::string_view s_extension = ".macro";
@@ -20,22 +22,6 @@ constexpr std::string_view s_head = "macro 1";
 constexpr std::string_view s_end = "end";
 constexpr off_t s_maxFileSize = 16 * 1024 * 1024;
 constexpr std::int64_t s_maxOffset = 7 * 24 * 3600 * std::int64_t{1000};
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : m_fd(fd) {}
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    ~FileDescriptor() {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    explicit operator bool() const { return m_fd >= 0; }
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
-};
 
 std::string systemReason() {
     return std::system_category().message(errno);
@@ -216,7 +202,7 @@ std::optional<std::map<std::string, MacroStore::Steps>> MacroStore::readAll() co
 
 std::optional<MacroStore::Steps> MacroStore::readFile(const std::string& path) const {
     // Without O_NONBLOCK a pipe of that name would hold up the driver.
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (!file || ::fstat(file.get(), &status) != 0) {
         m_report(path + ": left out, " + systemReason());
@@ -274,7 +260,7 @@ bool MacroStore::write(const std::string& name, const Steps& steps) const {
     const std::string path = pathOf(fileName);
     const std::string draft = pathOf('.' + fileName + ".tmp");
     {
-        const FileDescriptor file(
+        const base::UniqueFd file(
             ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
         if (!file || !writeAll(file.get(), toText(steps)) || ::fsync(file.get()) != 0) {
             m_report("cannot write " + draft + ": " + systemReason());
@@ -300,7 +286,7 @@ bool MacroStore::remove(const std::string& name) const {
 }
 
 bool MacroStore::syncDirectory() const {
-    const FileDescriptor directory(::open(m_directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const base::UniqueFd directory(::open(m_directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (directory && ::fsync(directory.get()) == 0)
         return true;
     m_report("cannot settle the macro directory \"" + m_directory + "\": " + systemReason());

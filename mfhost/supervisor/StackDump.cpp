@@ -13,6 +13,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "UniqueFd.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -87,17 +89,18 @@ void StackDump::run(int pid, std::chrono::milliseconds limit) {
     int ends[2] = {-1, -1};
     if (::pipe2(ends, O_CLOEXEC) != 0)
         return;
-    const pid_t reader = startReader(pid, ends[1]);
-    ::close(ends[1]);
+    const base::UniqueFd output(ends[0]);
+    base::UniqueFd input(ends[1]);
+    const pid_t reader = startReader(pid, input.get());
+    input.reset();
     std::string text;
     if (reader > 0) {
-        text = readUntil(ends[0], Clock::now() + limit, s_maxBytes);
+        text = readUntil(output.get(), Clock::now() + limit, s_maxBytes);
         // It has said all or is too late. A process that it holds must be let go before it can end.
         ::kill(reader, SIGKILL);
         while (::waitpid(reader, nullptr, 0) < 0 && errno == EINTR) {
         }
     }
-    ::close(ends[0]);
     while (text.ends_with('\n'))
         text.pop_back();
     m_text = std::move(text);
