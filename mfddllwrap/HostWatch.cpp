@@ -1,7 +1,6 @@
 #include "HostWatch.h"
 
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,9 +9,10 @@
 #include <climits>
 #include <cstdint>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <utility>
+
+#include "Wakeup.h"
 
 namespace {
 
@@ -21,12 +21,7 @@ using Clock = std::chrono::steady_clock;
 }  // namespace
 
 struct HostWatch::State {
-    explicit State(Settings given) : settings(std::move(given)), finishFd(eventfd(0, EFD_CLOEXEC)) {
-        if (finishFd < 0)
-            throw std::system_error(errno, std::generic_category(),
-                                    "no descriptor can be had to watch the host");
-    }
-    ~State() { close(finishFd); }
+    explicit State(Settings given) : settings(std::move(given)) {}
 
     /// On the first thread: waits for the host to let go of the queues.
     void watchQueues();
@@ -39,7 +34,7 @@ struct HostWatch::State {
     bool waitFor(int fd, Clock::time_point until);
 
     const Settings settings;
-    const int finishFd;  ///< readable when the driver is gone
+    const base::Wakeup finish{"the watch over the host"};  ///< woken when the driver is gone
     std::atomic<bool> stopRequested = false;
 
     std::mutex mutex;
@@ -108,7 +103,7 @@ bool HostWatch::State::waitFor(int fd, Clock::time_point until) {
                 return true;
             timeout = static_cast<int>(std::min<std::int64_t>(left, INT_MAX));
         }
-        pollfd fds[] = {{finishFd, POLLIN, 0}, {fd, POLLIN, 0}};
+        pollfd fds[] = {{finish.fd(), POLLIN, 0}, {fd, POLLIN, 0}};
         const int ready = poll(fds, 2, timeout);
         if (ready < 0 && errno != EINTR)
             return true;
@@ -146,7 +141,7 @@ void HostWatch::finish() {
         state.finished = true;
         haveQueuesEnded = state.haveQueuesEnded;
     }
-    eventfd_write(state.finishFd, 1);
+    state.finish.wake();
     if (state.processThread.joinable())
         state.processThread.join();
     if (!state.queuesThread.joinable())

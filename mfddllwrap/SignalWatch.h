@@ -3,6 +3,8 @@
 #include <functional>
 #include <thread>
 
+#include "Wakeup.h"
+
 /// Turns the signals that ask for the end (SIGTERM, SIGINT, SIGHUP) into one call on a thread of its own; a
 /// second such signal ends the process at once. SIGPIPE is ignored, and SIGHUP stays ignored where it was.
 /// One at a time, made and destroyed by the main thread. The handlers leave the driver's own system calls
@@ -18,5 +20,6 @@ private:
     void watch();
 
     std::function<void(int)> m_onSignal;
+    const base::Wakeup m_wakeup;
     std::thread m_thread;
 };

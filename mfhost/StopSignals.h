@@ -1,5 +1,8 @@
 #pragma once
 
+#include "UniqueFd.h"
+#include "Wakeup.h"
+
 /// The signals that end the host, taken as messages. Made in main before any thread, since each thread
 /// inherits its mask. SIGINT, SIGTERM and SIGHUP (unless the program was started with it ignored) are waited
 /// for; SIGPIPE and SIGXFSZ are ignored.
@@ -7,9 +10,6 @@ class StopSignals {
 public:
     /// An exception says what the system refuses.
     StopSignals();
-    ~StopSignals();
-    StopSignals(const StopSignals&) = delete;
-    StopSignals& operator=(const StopSignals&) = delete;
 
     /// The next signal's number; 0 when interrupt() was called. One thread.
     int wait();
@@ -17,6 +17,6 @@ public:
     void interrupt();
 
 private:
-    int m_signalFd = -1;
-    int m_interruptFd = -1;
+    base::UniqueFd m_signals;
+    base::Wakeup m_interrupt;
 };

@@ -1,27 +1,15 @@
 #include "InputWaiter.h"
 
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
-#include <cstdint>
-
-#include "Needed.h"
-
-InputWaiter::InputWaiter(int fd)
-    : m_fd(fd), m_wakeFd(neededDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "the console")) {}
-
-InputWaiter::~InputWaiter() {
-    ::close(m_wakeFd);
-}
+InputWaiter::InputWaiter(int fd) : m_fd(fd), m_wakeup("the console") {}
 
 InputWaiter::EResult InputWaiter::wait() {
     while (!m_stopped) {
-        pollfd watched[] = {{m_fd, POLLIN, 0}, {m_wakeFd, POLLIN, 0}};
+        pollfd watched[] = {{m_fd, POLLIN, 0}, {m_wakeup.fd(), POLLIN, 0}};
         if (::poll(watched, 2, -1) <= 0)
             continue;
-        std::uint64_t count = 0;
-        const bool isWoken = watched[1].revents && ::read(m_wakeFd, &count, sizeof count) == sizeof count;
+        const bool isWoken = watched[1].revents && m_wakeup.take();
         if (m_stopped)
             break;
         if (watched[0].revents) {
@@ -42,6 +30,5 @@ void InputWaiter::stop() {
 }
 
 void InputWaiter::nudge() {
-    const std::uint64_t one = 1;
-    static_cast<void>(!::write(m_wakeFd, &one, sizeof one));
+    m_wakeup.wake();
 }

@@ -2,14 +2,13 @@
 
 #include <atomic>
 
+#include "Wakeup.h"
+
 /// Waits for input on a descriptor until it is told to stop. Owned by the console; wait() on the console's
 /// thread, the others on any.
 class InputWaiter {
 public:
     explicit InputWaiter(int fd);
-    ~InputWaiter();
-    InputWaiter(const InputWaiter&) = delete;
-    InputWaiter& operator=(const InputWaiter&) = delete;
 
     enum class EResult { Input, Nudged, Stopped };
 
@@ -22,6 +21,6 @@ public:
 
 private:
     const int m_fd;
-    const int m_wakeFd;
+    const base::Wakeup m_wakeup;
     std::atomic<bool> m_stopped = false;
 };

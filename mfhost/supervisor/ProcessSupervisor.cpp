@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -93,7 +92,7 @@ ProcessSupervisor::ProcessSupervisor(DriverRoster& roster, Settings settings, En
     : m_roster(roster),
       m_settings(std::move(settings)),
       m_environment(std::move(environment)),
-      m_wakeFd(neededDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "the supervision")),
+      m_wakeup("the supervision"),
       m_sampleInterval(sampleInterval(m_settings.hangTimeout)),
       m_restarts(m_settings.restart),
       m_hangs(m_settings.hangTimeout),
@@ -114,7 +113,6 @@ ProcessSupervisor::~ProcessSupervisor() {
     m_lateDumps.clear();
     for (const int fd : m_endedFds)
         ::close(fd);
-    ::close(m_wakeFd);
 }
 
 void ProcessSupervisor::start() {
@@ -122,8 +120,7 @@ void ProcessSupervisor::start() {
 }
 
 void ProcessSupervisor::wake() {
-    const std::uint64_t one = 1;
-    static_cast<void>(!::write(m_wakeFd, &one, sizeof one));
+    m_wakeup.wake();
 }
 
 void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
@@ -280,7 +277,7 @@ bool ProcessSupervisor::isBusy() {
 void ProcessSupervisor::run() {
     pthread_setname_np(pthread_self(), "supervisor");
     for (;;) {
-        std::vector<pollfd> watched{{m_wakeFd, POLLIN, 0}};
+        std::vector<pollfd> watched{{m_wakeup.fd(), POLLIN, 0}};
         {
             const std::lock_guard lock(m_mutex);
             if (m_stopping)
@@ -291,10 +288,8 @@ void ProcessSupervisor::run() {
             for (const Watched& process : m_processes)
                 watched.push_back({process.pidFd, POLLIN, 0});
         }
-        if (::poll(watched.data(), watched.size(), pollTimeout()) > 0 && watched.front().revents) {
-            std::uint64_t count = 0;
-            static_cast<void>(!::read(m_wakeFd, &count, sizeof count));
-        }
+        if (::poll(watched.data(), watched.size(), pollTimeout()) > 0 && watched.front().revents)
+            m_wakeup.take();
         try {
             reap({});
             check();

@@ -25,6 +25,7 @@
 #include "ProcessEnd.h"
 #include "QueueLossDetector.h"
 #include "StackDump.h"
+#include "Wakeup.h"
 #include "sal/MessageQueue.h"
 #include "sal/Process.h"
 
@@ -163,7 +164,7 @@ private:
     DriverFamilies m_families;
     const Settings m_settings;
     const Environment m_environment;
-    const int m_wakeFd;
+    const base::Wakeup m_wakeup;
     const std::chrono::milliseconds m_sampleInterval;
 
     /// Whoever learns of an end tells all of it before another thread may look.
