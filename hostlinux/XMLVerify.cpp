@@ -1,11 +1,9 @@
 #include "XMLVerify.h"
 
-#include <fcntl.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,13 +22,12 @@
 #include <vector>
 
 #include "LogLine.h"
-#include "UniqueFd.h"
+#include "RegularFile.h"
 #include "sal/LogOutput.h"
 
 namespace {
 
 constexpr std::size_t s_signatureSize = 64;
-constexpr std::size_t s_largestFile = 16u << 20;
 constexpr std::size_t s_largestKey = 64u << 10;
 constexpr std::size_t s_largestRecord = 4u << 10;
 constexpr std::size_t s_keySize = 32;
@@ -51,48 +48,14 @@ struct Release {
 using Key = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;
 using Context = std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>>;
 using Bio = std::unique_ptr<BIO, Release<BIO_free>>;
-using Bytes = std::vector<unsigned char>;
 
 std::string& trustDirectory() {
     static std::string s_directory;
     return s_directory;
 }
 
-/// The bytes of a regular file of at most limit bytes; nothing with the reason in error. Does not wait for
-/// the other end of a pipe.
-std::optional<Bytes> read(const std::string& path, std::size_t limit, std::string& error) {
-    const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    struct stat status {};
-    if (!file || ::fstat(file.get(), &status) != 0) {
-        error = std::strerror(errno);
-        return std::nullopt;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        error = "not a regular file";
-        return std::nullopt;
-    }
-    Bytes bytes;
-    for (;;) {
-        constexpr std::size_t step = 64u << 10;
-        const std::size_t used = bytes.size();
-        bytes.resize(used + step);
-        const ssize_t count = ::read(file.get(), bytes.data() + used, step);
-        if (count < 0 && errno == EINTR) {
-            bytes.resize(used);
-            continue;
-        }
-        if (count < 0) {
-            error = std::strerror(errno);
-            return std::nullopt;
-        }
-        bytes.resize(used + static_cast<std::size_t>(count));
-        if (bytes.size() > limit) {
-            error = "larger than " + std::to_string(limit) + " bytes";
-            return std::nullopt;
-        }
-        if (count == 0)
-            return bytes;
-    }
+const unsigned char* bytesAt(const std::string& content) {
+    return reinterpret_cast<const unsigned char*>(content.data());
 }
 
 /// Never asks a person at the terminal.
@@ -102,22 +65,21 @@ int noPassphrase(char*, int, int, void*) {
 
 /// Null when the file holds no Ed25519 public key.
 Key readKey(const std::string& path) {
-    std::string error;
-    const auto bytes = read(path, s_largestKey, error);
-    if (!bytes)
+    const auto file = base::RegularFile::read(path, s_largestKey);
+    if (!file)
         return nullptr;
-    const Bio pBio(BIO_new_mem_buf(bytes->data(), static_cast<int>(bytes->size())));
+    const Bio pBio(BIO_new_mem_buf(file.bytes.data(), static_cast<int>(file.bytes.size())));
     Key pKey(pBio ? PEM_read_bio_PUBKEY(pBio.get(), nullptr, noPassphrase, nullptr) : nullptr);
     ERR_clear_error();
     return pKey && EVP_PKEY_get_base_id(pKey.get()) == EVP_PKEY_ED25519 ? std::move(pKey) : nullptr;
 }
 
-bool isSignedBy(EVP_PKEY* pKey, const Bytes& content, const Bytes& signature) {
+bool isSignedBy(EVP_PKEY* pKey, const std::string& content, const std::string& signature) {
     const Context pContext(EVP_MD_CTX_new());
     const bool isRight = pContext &&
                          EVP_DigestVerifyInit(pContext.get(), nullptr, nullptr, nullptr, pKey) == 1 &&
-                         EVP_DigestVerify(pContext.get(), signature.data(), signature.size(), content.data(),
-                                          content.size()) == 1;
+                         EVP_DigestVerify(pContext.get(), bytesAt(signature), signature.size(),
+                                          bytesAt(content), content.size()) == 1;
     ERR_clear_error();
     return isRight;
 }
@@ -147,7 +109,7 @@ std::vector<Key> trustedKeys(std::string& error) {
     return keys;
 }
 
-bool isSignedBy(const std::vector<Key>& keys, const Bytes& content, const Bytes& signature) {
+bool isSignedBy(const std::vector<Key>& keys, const std::string& content, const std::string& signature) {
     return std::any_of(keys.begin(), keys.end(),
                        [&](const Key& pKey) { return isSignedBy(pKey.get(), content, signature); });
 }
@@ -155,12 +117,12 @@ bool isSignedBy(const std::vector<Key>& keys, const Bytes& content, const Bytes&
 /// What "<file>.sig.info" says of how a signature was made. Nothing of it makes a signature right; it tells
 /// why one does not fit, or that it came here with another file.
 struct SigningRecord {
-    Bytes publicKey;
+    std::string publicKey;
     std::string digest;
     std::string file;  ///< without directories; may be missing
 };
 
-std::string digestOf(const Bytes& content) {
+std::string digestOf(const std::string& content) {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned int size = 0;
     if (EVP_Digest(content.data(), content.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1)
@@ -175,27 +137,26 @@ std::string digestOf(const Bytes& content) {
 }
 
 /// The bytes of a text of hexadecimal digits; nothing when it is none.
-Bytes bytesOf(const std::string& digits) {
-    Bytes bytes;
+std::string bytesOf(const std::string& digits) {
+    std::string bytes;
     for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
         unsigned char byte = 0;
         const char* pEnd = digits.data() + i + 2;
         const auto read = std::from_chars(digits.data() + i, pEnd, byte, 16);
         if (read.ec != std::errc() || read.ptr != pEnd)
             return {};
-        bytes.push_back(byte);
+        bytes += static_cast<char>(byte);
     }
-    return digits.size() % 2 == 0 ? bytes : Bytes();
+    return digits.size() % 2 == 0 ? bytes : std::string();
 }
 
 /// Nothing when there is no such file, or one that says less.
 std::optional<SigningRecord> readRecord(const std::string& path) {
-    std::string error;
-    const auto bytes = read(path, s_largestRecord, error);
-    if (!bytes)
+    const auto file = base::RegularFile::read(path, s_largestRecord);
+    if (!file)
         return std::nullopt;
     SigningRecord record;
-    std::istringstream lines(std::string(bytes->begin(), bytes->end()));
+    std::istringstream lines(file.bytes);
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with(s_keyLine))
             record.publicKey = bytesOf(line.substr(s_keyLine.size()));
@@ -209,7 +170,7 @@ std::optional<SigningRecord> readRecord(const std::string& path) {
 }
 
 /// Which signed file of the same directory the content or the signature is really that of; empty when none.
-std::string swapped(const std::string& path, const Bytes& content, const Bytes& signature,
+std::string swapped(const std::string& path, const std::string& content, const std::string& signature,
                     const std::vector<Key>& keys) {
     std::error_code code;
     std::filesystem::path directory = std::filesystem::path(path).parent_path();
@@ -225,15 +186,14 @@ std::string swapped(const std::string& path, const Bytes& content, const Bytes& 
         --left;
         const std::string neighbour =
             neighbourSignature.substr(0, neighbourSignature.size() - s_signatureEnd.size());
-        std::string error;
-        const auto otherContent = read(neighbour, s_largestFile, error);
-        if (!otherContent)
+        const auto other = base::RegularFile::read(neighbour);
+        if (!other)
             continue;
-        if (isSignedBy(keys, *otherContent, signature))
+        if (isSignedBy(keys, other.bytes, signature))
             return "the signature " + path + s_signatureEnd + " is that of " + neighbour +
                    ": the two were swapped";
-        const auto otherSignature = read(neighbourSignature, s_signatureSize, error);
-        if (otherSignature && *otherContent == content && isSignedBy(keys, content, *otherSignature))
+        const auto otherSignature = base::RegularFile::read(neighbourSignature, s_signatureSize);
+        if (otherSignature && other.bytes == content && isSignedBy(keys, content, otherSignature.bytes))
             return "the file is a copy of " + neighbour +
                    ": it was put in the place of the one that was signed";
     }
@@ -241,7 +201,7 @@ std::string swapped(const std::string& path, const Bytes& content, const Bytes& 
 }
 
 /// Why a right signature does not count: it came with the file from elsewhere. Empty when nothing says so.
-std::string displaced(const std::string& path, const Bytes& content) {
+std::string displaced(const std::string& path, const std::string& content) {
     const std::string recordPath = path + s_signatureEnd + ".info";
     const auto record = readRecord(recordPath);
     if (!record)
@@ -256,7 +216,7 @@ std::string displaced(const std::string& path, const Bytes& content) {
 }
 
 /// Why a signature of the right size fits no trusted key.
-std::string misfit(const std::string& path, const Bytes& content, const Bytes& signature,
+std::string misfit(const std::string& path, const std::string& content, const std::string& signature,
                    const std::vector<Key>& keys) {
     const std::string signaturePath = path + s_signatureEnd;
     if (std::string other = swapped(path, content, signature, keys); !other.empty())
@@ -267,7 +227,7 @@ std::string misfit(const std::string& path, const Bytes& content, const Bytes& s
         return "the signature " + signaturePath + " does not fit the file for any of " + trusted +
                ": the file or the signature was changed, or the key is not trusted (" + signaturePath +
                ".info would tell which)";
-    const Key pKey(EVP_PKEY_new_raw_public_key(EVP_PKEY_ED25519, nullptr, record->publicKey.data(),
+    const Key pKey(EVP_PKEY_new_raw_public_key(EVP_PKEY_ED25519, nullptr, bytesAt(record->publicKey),
                                                record->publicKey.size()));
     ERR_clear_error();
     if (pKey && isSignedBy(pKey.get(), content, signature))
@@ -280,22 +240,22 @@ std::string misfit(const std::string& path, const Bytes& content, const Bytes& s
 }
 
 /// Empty when the signature is right for the content, else what is wrong.
-std::string verify(const std::string& path, const Bytes& content) {
+std::string verify(const std::string& path, const std::string& content) {
     const std::string signaturePath = path + s_signatureEnd;
-    std::string error;
-    const auto signature = read(signaturePath, s_signatureSize, error);
+    const auto signature = base::RegularFile::read(signaturePath, s_signatureSize);
     if (!signature && ::access(signaturePath.c_str(), F_OK) != 0 && errno == ENOENT)
         return "it is not signed, there is no " + signaturePath;
     if (!signature)
-        return "the signature " + signaturePath + " cannot be used: " + error;
-    if (signature->size() != s_signatureSize)
-        return "the signature " + signaturePath + " is truncated: it has " +
-               std::to_string(signature->size()) + " bytes instead of " + std::to_string(s_signatureSize);
+        return "the signature " + signaturePath + " cannot be used: " + signature.reason;
+    if (signature.size != s_signatureSize)
+        return "the signature " + signaturePath + " is truncated: it has " + std::to_string(signature.size) +
+               " bytes instead of " + std::to_string(s_signatureSize);
+    std::string error;
     const std::vector<Key> keys = trustedKeys(error);
     if (keys.empty())
         return error;
-    return isSignedBy(keys, content, *signature) ? displaced(path, content)
-                                                 : misfit(path, content, *signature, keys);
+    return isSignedBy(keys, content, signature.bytes) ? displaced(path, content)
+                                                      : misfit(path, content, signature.bytes, keys);
 }
 
 /// What is known of a copy that the program hands out.
@@ -339,13 +299,13 @@ bool XMLVerify::verifySignature(const sal::Path& file) {
 }
 
 std::string XMLVerify::signatureFault(const sal::Path& file) {
-    std::string error;
-    const auto content = read(file.getPathString(), s_largestFile, error);
-    return content ? verify(file.getPathString(), *content) : "the file cannot be read: " + error;
+    const auto content = base::RegularFile::read(file.getPathString());
+    return content ? verify(file.getPathString(), content.bytes)
+                   : "the file cannot be read: " + content.reason;
 }
 
 std::string XMLVerify::signatureFault(const sal::Path& file, const std::string& content) {
-    return verify(file.getPathString(), Bytes(content.begin(), content.end()));
+    return verify(file.getPathString(), content);
 }
 
 void XMLVerify::setCopy(const sal::Path& copy, const sal::Path& file, const std::string& fault) {

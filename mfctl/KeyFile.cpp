@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "OutputFile.h"
+#include "RegularFile.h"
 
 namespace {
 
@@ -48,12 +49,10 @@ bool KeyFile::generate() {
 
 std::string KeyFile::read(const std::string& path) {
     m_exposure.clear();
-    std::string error;
-    mode_t mode = 0;
-    const auto text = OutputFile::read(path, error, &mode);
-    if (!text)
-        return path + ": " + error;
-    const Bio pBio(BIO_new_mem_buf(text->data(), static_cast<int>(text->size())));
+    const auto file = base::RegularFile::read(path);
+    if (!file)
+        return path + ": " + file.reason;
+    const Bio pBio(BIO_new_mem_buf(file.bytes.data(), static_cast<int>(file.bytes.size())));
     m_pKey.reset(pBio ? PEM_read_bio_PrivateKey(pBio.get(), nullptr, noPassphrase, nullptr) : nullptr);
     ERR_clear_error();
     if (!m_pKey)
@@ -62,8 +61,8 @@ std::string KeyFile::read(const std::string& path) {
         m_pKey.reset();
         return path + " holds a key of another kind; mfctl keygen makes an Ed25519 key";
     }
-    if ((mode & s_othersReadOrWrite) != 0)
-        m_exposure = path + ": others may read or write this private key (its mode is " + octal(mode) +
+    if ((file.mode & s_othersReadOrWrite) != 0)
+        m_exposure = path + ": others may read or write this private key (its mode is " + octal(file.mode) +
                      "); keep it to its owner: chmod 600 " + path;
     return {};
 }

@@ -9,6 +9,7 @@
 #include "KeyFile.h"
 #include "OutputFile.h"
 #include "Printable.h"
+#include "RegularFile.h"
 #include "XMLVerify.h"
 #include "sal/Path.h"
 
@@ -73,19 +74,19 @@ int SigningCommands::sign(const std::string& keyFile, const std::vector<std::str
         m_err << "mfctl: warning: " << key.exposure() << std::endl;
     int exitCode = 0;
     for (const std::string& file : files) {
-        std::string error;
-        const auto content = OutputFile::read(file, error);
+        const auto content = base::RegularFile::read(file);
         if (!content) {
-            exitCode = fail(file + ": " + error);
+            exitCode = fail(file + ": " + content.reason);
             continue;
         }
-        const KeyFile::Bytes bytes(content->begin(), content->end());
+        const KeyFile::Bytes bytes(content.bytes.begin(), content.bytes.end());
         const KeyFile::Bytes signature = key.sign(bytes);
         if (signature.empty()) {
             exitCode = fail(file + " cannot be signed");
             continue;
         }
-        error = OutputFile::replace(file + ".sig", std::string(signature.begin(), signature.end()));
+        std::string error =
+            OutputFile::replace(file + ".sig", std::string(signature.begin(), signature.end()));
         if (error.empty())
             error = OutputFile::replace(file + ".sig.info", record(key, bytes, file));
         if (error.empty())

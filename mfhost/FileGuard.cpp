@@ -1,21 +1,16 @@
 #include "FileGuard.h"
 
-#include <fcntl.h>
 #include <strings.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cstring>
 #include <mutex>
 #include <set>
 #include <string_view>
 #include <utility>
 
 #include "HostLog.h"
-#include "UniqueFd.h"
+#include "RegularFile.h"
 
 namespace {
 
@@ -108,49 +103,27 @@ std::optional<int> FileGuard::tooDeepLine(const std::string& text) {
 }
 
 FileGuard::Reading FileGuard::read(const std::string& path) {
-    const auto refused = [&](const std::string& error, const std::string& text) {
-        return Reading{std::nullopt, error, Finding{Finding::ESeverity::Error, path, 0, text}};
+    base::RegularFile file = base::RegularFile::read(path);
+    const auto refused = [&](const std::string& text) {
+        return Reading{std::nullopt, file.reason, Finding{Finding::ESeverity::Error, path, 0, text}};
     };
-    const auto unreadable = [&] {
-        const std::string reason = std::strerror(errno);
-        return refused(reason, "cannot be read: " + reason);
-    };
-    // Without O_NONBLOCK the open itself would wait for the other end of a pipe.
-    const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!file) {
-        const std::string reason = std::strerror(errno);
-        if (errno == ENXIO)  // a socket
-            return refused(reason, "is no regular file");
-        return {std::nullopt, reason, std::nullopt};
-    }
-    struct stat status {};
-    if (::fstat(file.get(), &status) != 0)
-        return unreadable();
-    if (!S_ISREG(status.st_mode))
-        return refused("not a regular file", "is no regular file");
-    if (status.st_size > s_maxBytes)
-        return refused("larger than " + std::to_string(s_maxBytes) + " bytes",
-                       "has " + std::to_string(status.st_size) + " bytes; at most 16 MB are read");
-
-    std::string text;
-    text.resize(static_cast<std::size_t>(status.st_size));
-    std::size_t filled = 0;
-    while (filled < text.size()) {
-        const ssize_t count = ::read(file.get(), text.data() + filled, text.size() - filled);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            return unreadable();
-        if (count == 0)
+    switch (file.fault) {
+        case base::RegularFile::EFault::None:
             break;
-        filled += static_cast<std::size_t>(count);
+        case base::RegularFile::EFault::NotOpened:
+            return {std::nullopt, file.reason, std::nullopt};
+        case base::RegularFile::EFault::NotRead:
+            return refused("cannot be read: " + file.reason);
+        case base::RegularFile::EFault::NotRegular:
+            return refused("is no regular file");
+        case base::RegularFile::EFault::TooLarge:
+            return refused("has " + std::to_string(file.size) + " bytes; at most 16 MB are read");
     }
-    text.resize(filled);
     std::optional<Finding> found;
-    if (const auto line = tooDeepLine(text))
+    if (const auto line = tooDeepLine(file.bytes))
         found = {Finding::ESeverity::Error, path, *line,
                  "elements nest deeper than " + std::to_string(s_maxDepth) + " levels"};
-    return {std::move(text), {}, std::move(found)};
+    return {std::move(file.bytes), {}, std::move(found)};
 }
 
 std::optional<Finding> FileGuard::finding(const std::string& path) {

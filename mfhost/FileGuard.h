@@ -9,7 +9,6 @@
 /// larger than 16 MB, or nests elements deeper than 100 levels.
 class FileGuard {
 public:
-    static constexpr long long s_maxBytes = 16LL * 1024 * 1024;
     static constexpr int s_maxDepth = 100;
 
     /// A file as one reading found it.

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "Needed.h"
+#include "RegularFile.h"
 #include "WorkplaceSnapshot.h"
 #include "XMLVerify.h"
 #include "sal/Path.h"
@@ -29,18 +30,6 @@ int makeMemoryFile() {
     return fd < 0 && errno == EINVAL ? ::memfd_create("workplace.xml", MFD_CLOEXEC | MFD_ALLOW_SEALING) : fd;
 }
 
-/// 0, or the system's error number.
-int writeAll(int fd, const std::string& bytes) {
-    for (std::size_t written = 0; written < bytes.size();) {
-        const ssize_t count = ::write(fd, bytes.data() + written, bytes.size() - written);
-        if (count < 0 && errno != EINTR)
-            return errno;
-        if (count > 0)
-            written += static_cast<std::size_t>(count);
-    }
-    return 0;
-}
-
 /// Gives the number another file at one blow: no other thread can get the number in between. 0, or the
 /// system's error number.
 int putBehind(int fd, int number) {
@@ -59,10 +48,9 @@ int putCopyBehind(const std::string& bytes, int number) {
     const base::UniqueFd file(makeMemoryFile());
     if (!file)
         return errno;
-    int error = writeAll(file.get(), bytes);
-    if (error == 0 && ::fcntl(file.get(), F_ADD_SEALS, s_seals) != 0)
-        error = errno;
-    return error == 0 ? putBehind(file.get(), number) : error;
+    if (!base::writeAll(file.get(), bytes) || ::fcntl(file.get(), F_ADD_SEALS, s_seals) != 0)
+        return errno;
+    return putBehind(file.get(), number);
 }
 
 }  // namespace

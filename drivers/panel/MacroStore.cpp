@@ -1,7 +1,6 @@
 #include "MacroStore.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "RegularFile.h"
 #include "UniqueFd.h"
 
 namespace {
@@ -20,7 +20,6 @@ namespace {
 constexpr std::string_view s_extension = ".macro";
 constexpr std::string_view s_head = "macro 1";
 constexpr std::string_view s_end = "end";
-constexpr off_t s_maxFileSize = 16 * 1024 * 1024;
 constexpr std::int64_t s_maxOffset = 7 * 24 * 3600 * std::int64_t{1000};
 
 std::string systemReason() {
@@ -138,17 +137,6 @@ std::optional<std::string> parseStep(std::string_view line, MacroStore::Steps& s
     return std::nullopt;
 }
 
-bool writeAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = ::write(fd, text.data(), text.size());
-        if (written < 0 && errno != EINTR)
-            return false;
-        if (written > 0)
-            text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 std::string toText(const MacroStore::Steps& steps) {
     std::string text(s_head);
     text += '\n';
@@ -201,35 +189,17 @@ std::optional<std::map<std::string, MacroStore::Steps>> MacroStore::readAll() co
 }
 
 std::optional<MacroStore::Steps> MacroStore::readFile(const std::string& path) const {
-    // Without O_NONBLOCK a pipe of that name would hold up the driver.
-    const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (!file || ::fstat(file.get(), &status) != 0) {
-        m_report(path + ": left out, " + systemReason());
+    using EFault = base::RegularFile::EFault;
+    const base::RegularFile file = base::RegularFile::read(path);
+    if (!file) {
+        const bool isOther = file.fault == EFault::NotRegular || file.fault == EFault::TooLarge;
+        m_report(path + ": left out, " +
+                 (isOther ? "a macro is a regular file of at most 16 MiB" : file.reason));
         return std::nullopt;
     }
-    if (!S_ISREG(status.st_mode) || status.st_size > s_maxFileSize) {
-        m_report(path + ": left out, a macro is a regular file of at most 16 MiB");
-        return std::nullopt;
-    }
-    std::string content(static_cast<std::size_t>(status.st_size), '\0');
-    std::size_t length = 0;
-    while (length < content.size()) {
-        const ssize_t count = ::read(file.get(), content.data() + length, content.size() - length);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0) {
-            m_report(path + ": left out, " + systemReason());
-            return std::nullopt;
-        }
-        if (count == 0)
-            break;
-        length += static_cast<std::size_t>(count);
-    }
-    content.resize(length);
 
     Steps steps;
-    std::string_view rest = content;
+    std::string_view rest = file.bytes;
     int lineNumber = 0;
     const auto broken = [&](const std::string& what) {
         m_report(path + ":" + std::to_string(lineNumber) + ": left out, " + what);
@@ -262,7 +232,7 @@ bool MacroStore::write(const std::string& name, const Steps& steps) const {
     {
         const base::UniqueFd file(
             ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
-        if (!file || !writeAll(file.get(), toText(steps)) || ::fsync(file.get()) != 0) {
+        if (!file || !base::writeAll(file.get(), toText(steps)) || ::fsync(file.get()) != 0) {
             m_report("cannot write " + draft + ": " + systemReason());
             ::unlink(draft.c_str());
             return false;

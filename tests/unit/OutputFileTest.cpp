@@ -1,7 +1,6 @@
 #include "OutputFile.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -14,29 +13,9 @@ protected:
     std::string path(const std::string& name = "f") const { return m_directory.path(name); }
 
     TemporaryDirectory m_directory;
-    std::string m_error;
 };
 
 }  // namespace
-
-TEST_F(OutputFileTest, ReadsAFileWhole) {
-    const std::string text(200'000, 'x');
-    m_directory.write("f", text);
-    EXPECT_EQ(text, OutputFile::read(path(), m_error));
-}
-
-TEST_F(OutputFileTest, PipeIsNotWaitedFor) {
-    ASSERT_EQ(0, ::mkfifo(path().c_str(), 0600));
-    EXPECT_FALSE(OutputFile::read(path(), m_error));
-    EXPECT_EQ("not a regular file", m_error);
-}
-
-TEST_F(OutputFileTest, FileOfMoreThanSixteenMegabytesIsRefused) {
-    m_directory.write("f", "");
-    std::filesystem::resize_file(path(), (16u << 20) + 1);
-    EXPECT_FALSE(OutputFile::read(path(), m_error));
-    EXPECT_EQ("larger than 16 MB", m_error);
-}
 
 TEST_F(OutputFileTest, CreateReplacesNothing) {
     EXPECT_EQ("", OutputFile::create(path(), "new", 0600));
