@@ -1,17 +1,17 @@
 #include <sstream>
 
-#include "CommandLine.h"
-#include "CommandWords.h"
 #include "Expect.h"
 #include "FakeHost.h"
 #include "MDMFidDistributor.h"
 #include "RecordingMacroSystem.h"
 #include "RecordingPanelState.h"
 #include "Silence.h"
+#include "Words.h"
 #include "sal/CmdRegisterImpl.h"
 
-// Whatever is typed at the console: the processor and the host's own look at the line find the same words,
-// and what "sendFID" made of them, typed again in its plainest form, is the same FID.
+// Whatever is typed at the console: it is split into the words that a second splitter finds, which are found
+// again when they are quoted, and what "sendFID" made of them, typed again in its plainest form, is the same
+// FID.
 
 namespace {
 
@@ -57,6 +57,59 @@ struct Console {
     }
 };
 
+/// The words of a line by another way, which base::splitWords() must agree with; none for a line that is
+/// wrong.
+std::vector<std::string> wordsOf(const std::string& line) {
+    std::vector<std::string> words;
+    std::string word;
+    bool isInWord = false;
+    char quote = 0;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (quote == '\'') {
+            if (c == quote)
+                quote = 0;
+            else
+                word += c;
+        } else if (c == '\\') {
+            if (i + 1 == line.size())
+                return {};
+            // Inside double quotes a backslash escapes only what is special there.
+            const char next = line[i + 1];
+            if (quote && next != '"' && next != '\\') {
+                word += c;
+            } else {
+                word += next;
+                ++i;
+            }
+            isInWord = true;
+        } else if (quote) {
+            if (c == quote)
+                quote = 0;
+            else
+                word += c;
+        } else if (c == '"' || c == '\'') {
+            quote = c;
+            isInWord = true;
+        } else if (c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f') {
+            if (isInWord)
+                words.push_back(word);
+            word.clear();
+            isInWord = false;
+        } else if (c == '#' && words.empty() && !isInWord) {
+            return {};
+        } else {
+            word += c;
+            isInWord = true;
+        }
+    }
+    if (quote)
+        return {};
+    if (isInWord)
+        words.push_back(word);
+    return words;
+}
+
 std::string quoted(const std::string& text) {
     std::string word = "\"";
     for (const char c : text) {
@@ -81,12 +134,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const std::size_t first = line.find_first_not_of(" \t\n\r\v\f");
     const bool isCommand = first != std::string::npos && line[first] != '#';
-    const sal::CommandLine split = sal::CommandLine::split(line);
-    const std::vector<std::string> words = CommandWords::split(line);
-    if (!isCommand || !split.error.empty())
-        expect(words.empty(), "a line without a command has no words for the host");
-    else
-        expect(words == split.words, "host and processor find the same words");
+    const base::Words split = base::splitWords(line);
+    const std::vector<std::string>& words = split.words;
+    expect(words == wordsOf(line), "both splitters find the same words");
+    expect(split.error.empty() || (isCommand && words.empty()),
+           "what is wrong is a command, and has no words");
+    std::string again;
+    for (const std::string& word : words)
+        again += quoted(word) + ' ';
+    expect(base::splitWords(again).words == words, "words in quotes are the same words");
 
     s_console.type(line);
     const bool isSent = !words.empty() && words[0] == "sendFID" && words.size() > 1 &&

@@ -7,10 +7,10 @@
 #include <string_view>
 #include <utility>
 
-#include "CommandLine.h"
 #include "ExceptionText.h"
 #include "LogLine.h"
 #include "Printable.h"
+#include "Words.h"
 #include "sal/LogOutput.h"
 
 namespace sal {
@@ -139,15 +139,13 @@ void CmdProcessor::registerCmd(CmdRegister* pRecord) {
 }
 
 bool CmdProcessor::execute(const std::string& line, std::ostream& reply) {
-    const std::size_t first = line.find_first_not_of(" \t\n\r\v\f");
-    if (first == std::string::npos || line[first] == '#')
-        return true;
-
-    CommandLine command = CommandLine::split(line);
+    base::Words command = base::splitWords(line);
     if (!command.error.empty()) {
         reply << command.error << std::endl;
         return false;
     }
+    if (command.words.empty())
+        return true;
     const std::string name = command.words.front();
     const auto found = m_pImpl->records.find(name);
     if (found == m_pImpl->records.end()) {

@@ -23,7 +23,6 @@
 #include <thread>
 #include <utility>
 
-#include "CommandWords.h"
 #include "FileGuard.h"
 #include "HostLog.h"
 #include "IMDMConfiguration.h"
@@ -32,6 +31,7 @@
 #include "Needed.h"
 #include "Printable.h"
 #include "TerminalModes.h"
+#include "Words.h"
 #include "WorkplaceCopy.h"
 #include "WorkplaceFile.h"
 #include "WorkplaceSnapshot.h"
@@ -329,7 +329,7 @@ void Host::readConsoleLine(const std::string& line) {
 }
 
 void Host::readScriptLine(const std::string& line) {
-    if (!m_isStartOver && CommandWords::split(line) == std::vector<std::string>{"quit"}) {
+    if (!m_isStartOver && base::splitWords(line).words == std::vector<std::string>{"quit"}) {
         // As at the end of the input, the drivers that are being started are not held to the shutdown's time.
         hostLog(sal::LogOutput::eInfo) << "shutting down: quit" << std::endl;
         m_commands.stopAfterCurrent();
@@ -352,7 +352,7 @@ void Host::execute(const std::string& line, EOrigin origin) {
 }
 
 void Host::executeChecked(const std::string& line, std::ostream& reply) {
-    const std::vector<std::string> words = CommandWords::split(line);
+    const std::vector<std::string> words = base::splitWords(line).words;
     if (!m_isStarted)
         return;
     const std::string command = words.empty() ? std::string() : words.front();

@@ -8,8 +8,8 @@
 #include <cwchar>
 #include <utility>
 
-#include "CommandWords.h"
 #include "Printable.h"
+#include "Words.h"
 
 namespace {
 constexpr int s_historySize = 500;
@@ -82,7 +82,7 @@ unsigned char LineEditor::complete(EditLine* pEditor, int) {
     const std::size_t wordStart = typed.find_last_of(" \t") + 1;
     const std::string prefix = typed.substr(wordStart);
     const auto candidates =
-        self(pEditor).m_completer(CommandWords::split(typed.substr(0, wordStart)), prefix);
+        self(pEditor).m_completer(base::splitWords(typed.substr(0, wordStart)).words, prefix);
     if (candidates.empty())
         return CC_REFRESH_BEEP;
 

@@ -1,6 +1,6 @@
-#include "CommandLine.h"
+#include "Words.h"
 
-namespace sal {
+namespace base {
 namespace {
 
 bool isBlank(char c) {
@@ -9,8 +9,8 @@ bool isBlank(char c) {
 
 }  // namespace
 
-CommandLine CommandLine::split(const std::string& line) {
-    CommandLine result;
+Words splitWords(const std::string& line) {
+    Words result;
     std::string word;
     bool inWord = false;
     char quote = 0;
@@ -35,23 +35,23 @@ CommandLine CommandLine::split(const std::string& line) {
             quoteColumn = i + 1;
             inWord = true;
         } else if (c == '\\') {
-            if (i + 1 == line.size()) {
-                result.error = "nothing follows the backslash at the end of the line";
-                return result;
-            }
+            if (i + 1 == line.size())
+                return {{}, "nothing follows the backslash at the end of the line"};
             word += line[++i];
             inWord = true;
+        } else if (c == '#' && result.words.empty() && !inWord) {
+            return {};
         } else {
             word += c;
             inWord = true;
         }
     }
     if (quote)
-        result.error =
-            std::string("the ") + quote + " in column " + std::to_string(quoteColumn) + " is not closed";
+        return {{},
+                std::string("the ") + quote + " in column " + std::to_string(quoteColumn) + " is not closed"};
     if (inWord)
         result.words.push_back(word);
     return result;
 }
 
-}  // namespace sal
+}  // namespace base
