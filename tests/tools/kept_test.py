@@ -8,7 +8,7 @@ import unittest
 from pathlib import Path
 
 sys.dont_write_bytecode = True
-TOOLS = Path(__file__).resolve().parents[2] / "tools"
+TOOLS = Path(__file__).resolve().parents[2] / "tools" / "run"
 sys.path.insert(0, str(TOOLS))
 
 from kept import Kept, fingerprint  # noqa: E402

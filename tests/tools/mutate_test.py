@@ -13,7 +13,7 @@ from importlib.machinery import SourceFileLoader
 from pathlib import Path
 
 sys.dont_write_bytecode = True
-TOOLS = Path(__file__).resolve().parents[2] / "tools"
+TOOLS = Path(__file__).resolve().parents[2] / "tools" / "run"
 sys.path.insert(0, str(TOOLS))
 
 
