@@ -47,9 +47,8 @@ class SoakTest(unittest.TestCase):
         temporary = tempfile.TemporaryDirectory()
         self.addCleanup(temporary.cleanup)
         self.tree = Path(temporary.name) / "tree"
-        (self.tree / "tools" / "run").mkdir(parents=True)
+        shutil.copytree(ROOT / "tools" / "run", self.tree / "tools" / "run")
         shutil.copy(ROOT / "dev", self.tree / "dev")
-        shutil.copy(ROOT / "tools" / "run" / "kept.py", self.tree / "tools" / "run" / "kept.py")
         self.write("fuzz/run", FUZZ)
         for preset in ("asan", "tsan"):
             for name in UNITS:
