@@ -28,12 +28,24 @@ std::optional<std::string> DataDirectory::acquire() {
 }
 
 std::string DataDirectory::foreignEntries() const {
+    return entriesBut([](const std::filesystem::path&) { return true; });
+}
+
+std::string DataDirectory::foreignEntries(const std::string& workDirectory) const {
+    return entriesBut([below = workDirectory + "/"](const std::filesystem::path& link) {
+        std::error_code error;
+        return std::filesystem::read_symlink(link, error).string().starts_with(below);
+    });
+}
+
+std::string DataDirectory::entriesBut(const std::function<bool(const std::filesystem::path&)>& isOwn) const {
     std::string names;
     std::error_code error;
     int count = 0;
     const std::filesystem::directory_iterator end;
     for (std::filesystem::directory_iterator entry(m_path, error); entry != end; entry.increment(error)) {
-        if (entry->is_symlink(error) || entry->path().filename() == DirectoryLock::s_place)
+        if ((entry->is_symlink(error) && isOwn(entry->path())) ||
+            entry->path().filename() == DirectoryLock::s_place)
             continue;
         if (++count > 3)
             return names + ", ...";

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -18,7 +20,14 @@ public:
     /// Names of entries that are no links, and so were put there by somebody else.
     std::string foreignEntries() const;
 
+    /// The same and the names of links that lead anywhere but below that directory: what a start of the
+    /// workplace there would remove though it is not its own.
+    std::string foreignEntries(const std::string& workDirectory) const;
+
 private:
+    /// Names of all entries but the host's own and the links that are own.
+    std::string entriesBut(const std::function<bool(const std::filesystem::path& link)>& isOwn) const;
+
     std::string m_path;
     base::UniqueFd m_fd;
     std::optional<DirectoryLock> m_lock;  ///< gone before the descriptor

@@ -59,6 +59,10 @@ std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv
                "of their own; /var/data is kept in DIR, else gone at the end")
             ->type_name("[=DIR]")
             ->expected(0, 1);
+    app.add_flag("--prefer-sandbox", options.prefersSandbox,
+                 "--sandbox where it is possible; else the machine's own /var/data, if there is nothing of "
+                 "others in it, and its first adapter that is up as eth0 where it has none")
+        ->excludes(pSandbox);
     app.add_option("--adapter", adapters, "a second name for a network adapter")
         ->type_name("NAME=REAL")
         ->expected(1)

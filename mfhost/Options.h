@@ -12,6 +12,7 @@ struct Options {
     std::string config;  ///< empty: the panel driver alone
     std::string workDirectory;
     bool sandbox = false;
+    bool prefersSandbox = false;   ///< where it is refused, the machine itself serves
     std::string sandboxDirectory;  ///< empty: nothing of the sandbox is kept
     bool probeSandbox = false;
     bool check = false;  ///< only check the files

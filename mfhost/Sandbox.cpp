@@ -2,11 +2,15 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -21,6 +25,9 @@
 namespace {
 
 using Refusal = std::optional<std::string>;
+
+/// Seconds for a try; it takes a fraction of one.
+constexpr int g_patience = 10;
 
 Refusal refused(const std::string& step) {
     return step + ": " + std::strerror(errno);
@@ -139,6 +146,27 @@ Refusal mountVar(const std::string& keptDirectory) {
     return std::nullopt;
 }
 
+/// What the process that tries a sandbox has said by its end; it is ended when it takes too long.
+Refusal answerOf(pid_t process, int pipe) {
+    pollfd said{.fd = pipe, .events = POLLIN, .revents = 0};
+    // Readable when it has spoken, and at its end.
+    const bool isInTime = ::poll(&said, 1, g_patience * 1000) > 0;
+    if (!isInTime)
+        ::kill(process, SIGKILL);
+    char text[PIPE_BUF];
+    const ssize_t length = isInTime ? ::read(pipe, text, sizeof text) : 0;
+    int status = 0;
+    while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (!isInTime)
+        return "it is not made within " + std::to_string(g_patience) + " s";
+    if (WIFSIGNALED(status))
+        return std::string("the process that tried it was ended: ") + ::strsignal(WTERMSIG(status));
+    if (WEXITSTATUS(status) != 0)
+        return std::string(text, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<std::string> Sandbox::enter(const std::string& directory) {
@@ -153,4 +181,22 @@ std::optional<std::string> Sandbox::enter(const std::string& directory) {
     // Where the system refuses a fresh one, /sys/class/net goes on showing the machine's adapters.
     static_cast<void>(::mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr));
     return SandboxNetwork::setUp(s_address);
+}
+
+std::optional<std::string> Sandbox::refusal() {
+    int answer[2];
+    if (::pipe2(answer, O_CLOEXEC) != 0)
+        return refused("pipe");
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const std::string reason = enter({}).value_or("");
+        const bool isSaid = ::write(answer[1], reason.data(), reason.size()) >= 0;
+        ::_exit(reason.empty() && isSaid ? 0 : 1);
+    }
+    Refusal refusal = child < 0 ? refused("fork") : std::nullopt;
+    ::close(answer[1]);
+    if (child > 0)
+        refusal = answerOf(child, answer[0]);
+    ::close(answer[0]);
+    return refusal;
 }

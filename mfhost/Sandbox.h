@@ -12,5 +12,9 @@ public:
     /// the process is inside now; else which step was refused and why, and the process is to end.
     static std::optional<std::string> enter(const std::string& directory);
 
+    /// Tries it in a process of its own, which ends at once. Nothing when a sandbox can be had; else which
+    /// step was refused and why.
+    static std::optional<std::string> refusal();
+
     static constexpr const char* s_address = "192.0.2.10/24";
 };

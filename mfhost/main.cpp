@@ -21,6 +21,7 @@
 #include "OptionParser.h"
 #include "Printable.h"
 #include "Sandbox.h"
+#include "StandInAdapter.h"
 #include "StopSignals.h"
 #include "TerminalModes.h"
 #include "XMLVerify.h"
@@ -73,14 +74,49 @@ bool enterWorkDirectory(const std::string& directory) {
     return !error;
 }
 
+/// Whether the machine itself serves where no sandbox can be had; says so, or why not.
+bool useMachine(Options& options, const std::string& refusal) {
+    std::cerr << "mfhost: no sandbox here (" << base::printable(refusal)
+              << "): the workplace uses this machine's /var/data and adapters" << std::endl;
+    const std::string directory =
+        options.workDirectory.empty() ? std::filesystem::current_path().string() : options.workDirectory;
+    if (const std::string names = DataDirectory("/var/data").foreignEntries(directory); !names.empty()) {
+        std::cerr
+            << "mfhost: a start empties /var/data, and it holds what is not this workplace's: "
+            << base::printable(names) << "\n"
+            << "mfhost: stopped. Move that away, or run it where a sandbox can be had: as root, or with "
+               "user namespaces allowed"
+            << std::endl;
+        return false;
+    }
+    std::cerr << "mfhost: runs on this machine's own /var/data";
+    if (const std::string adapter = standInAdapter(); !adapter.empty() && options.adapters.empty()) {
+        std::cerr << ", with the adapter " << base::printable(adapter) << " as eth0";
+        options.adapters.emplace_back("eth0", adapter);
+    }
+    std::cerr << std::endl;
+    return true;
+}
+
 /// Sandbox and working directory; an exit code when that is all, or not possible.
-std::optional<int> enterPlace(const Options& options) {
+std::optional<int> enterPlace(Options& options) {
     const NarrowUmask umask;
+    if (options.prefersSandbox) {
+        const auto refusal = Sandbox::refusal();
+        if (refusal && !useMachine(options, *refusal))
+            return 1;
+        options.sandbox = !refusal;
+    }
     if (options.sandbox) {
         if (const auto reason = Sandbox::enter(options.sandboxDirectory)) {
             std::cerr << "mfhost: --sandbox is not possible here: " << base::printable(*reason) << std::endl;
             return 1;
         }
+        if (options.prefersSandbox)
+            std::cerr
+                << "mfhost: runs in a sandbox: its own /var/data, /dev/shm and adapter eth0; nothing of "
+                   "this machine is touched"
+                << std::endl;
     }
     if (options.probeSandbox)
         return 0;
@@ -113,10 +149,10 @@ int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDi
 int runProgram(int argc, char** argv) {
     // The terminal's character set, for line editing; numbers stay as they are written everywhere.
     std::setlocale(LC_CTYPE, "");
-    const auto parsed = OptionParser::parse(argc, argv, std::cout, std::cerr);
+    auto parsed = OptionParser::parse(argc, argv, std::cout, std::cerr);
     if (const int* pExitCode = std::get_if<int>(&parsed))
         return *pExitCode;
-    const Options& options = std::get<Options>(parsed);
+    auto& options = std::get<Options>(parsed);
 
     if (options.check)
         return CheckCommand::run(options, std::cout);

@@ -64,6 +64,22 @@ TEST(DataDirectory, ItsOwnLockIsNothingForeign) {
     EXPECT_EQ("", sut.foreignEntries());
 }
 
+TEST(DataDirectory, NamesLinksThatLeadOutOfTheWorkplace) {
+    const TemporaryDirectory parent;
+    DataDirectory sut(parent.path());
+    std::filesystem::create_symlink("/workplace/data/AXIS1", parent.path("AXIS1"));
+    EXPECT_EQ("", sut.foreignEntries("/workplace"));
+    std::filesystem::create_symlink("/workplace2/data/AXIS2", parent.path("AXIS2"));
+    EXPECT_EQ("AXIS2", sut.foreignEntries("/workplace"));
+    EXPECT_EQ("", sut.foreignEntries());
+}
+
+TEST(DataDirectory, NoWorkplaceOwnsAFile) {
+    const TemporaryDirectory parent;
+    parent.write("notes.txt", "");
+    EXPECT_EQ("notes.txt", DataDirectory(parent.path()).foreignEntries("/workplace"));
+}
+
 TEST(DataDirectory, NamesAtMostThreeForeignEntries) {
     const TemporaryDirectory parent;
     DataDirectory sut(parent.path());

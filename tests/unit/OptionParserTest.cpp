@@ -179,6 +179,14 @@ TEST_F(OptionParserTest, RequiredSignatureNeedsKeys) {
     EXPECT_TRUE(options({"--require-signature", "--trust", "/t"}).requireSignature);
 }
 
+TEST_F(OptionParserTest, SandboxCanBePreferredButNotAskedForAsWell) {
+    EXPECT_FALSE(options({}).prefersSandbox);
+    EXPECT_TRUE(options({"--prefer-sandbox"}).prefersSandbox);
+    EXPECT_FALSE(options({"--prefer-sandbox"}).sandbox);
+    EXPECT_EQ(2, refused({"--prefer-sandbox", "--sandbox"}));
+    EXPECT_EQ(2, refused({"--sandbox=/s", "--prefer-sandbox"}));
+}
+
 TEST_F(OptionParserTest, ServicesReadNoConsole) {
     EXPECT_FALSE(options({"--no-console"}).console);
 }

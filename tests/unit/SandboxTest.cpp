@@ -11,6 +11,7 @@
 #include <iostream>
 #include <set>
 
+#include "RefusedNamespaces.h"
 #include "TemporaryDirectory.h"
 
 namespace fs = std::filesystem;
@@ -104,6 +105,26 @@ TEST(Sandbox, HasASharedMemoryDirectoryOfItsOwn) {
         return fs::exists(mark);
     });
     EXPECT_FALSE(fs::exists(mark));
+}
+
+TEST(Sandbox, TryLeavesTheProcessWhereItIs) {
+    const std::string network = fs::read_symlink("/proc/self/ns/net");
+    const auto refusal = Sandbox::refusal();
+    EXPECT_EQ(network, fs::read_symlink("/proc/self/ns/net").string());
+    if (refusal)
+        GTEST_SKIP() << "needs mount and network namespaces: " << *refusal;
+}
+
+TEST(Sandbox, TrySaysWhatEnteringItWouldSay) {
+    EXPECT_IN_SANDBOX("", [] {
+        if (Sandbox::refusal())
+            return false;
+        refuseNamespaces();
+        const auto refusal = Sandbox::refusal();
+        std::cerr << refusal.value_or("no refusal") << std::endl;
+        return refusal && refusal == Sandbox::enter("") &&
+               *refusal == "unshare(user, mount, network): Operation not permitted";
+    });
 }
 
 TEST(Sandbox, SaysWhichStepWasRefused) {

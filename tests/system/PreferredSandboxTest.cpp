@@ -1,0 +1,91 @@
+#include <filesystem>
+
+#include "RefusedNamespaces.h"
+#include "SystemTest.h"
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+
+// A host that is to have a sandbox if it can: where it gets none, it uses the machine, unless that would harm
+// what belongs to others.
+class PreferredSandbox : public SystemTest {
+protected:
+    void SetUp() override {
+        SystemTest::SetUp();
+        if (IsSkipped())
+            return;
+        workplace().addModule("Recorder");
+        workplace().configure(Workplace::entry("AXIS1", "Recorder", "direct"));
+    }
+
+    void run() {
+        start(workplace().host({"--prefer-sandbox"}));
+        m_exit = end();
+    }
+    void runWhereItIsRefused() {
+        auto call = workplace().host({"--prefer-sandbox"});
+        call.beforeExec = refuseNamespaces;
+        start(call);
+        m_exit = end();
+    }
+
+    const std::string m_refusal =
+        "mfhost: no sandbox here (unshare(user, mount, network): Operation not permitted): the workplace "
+        "uses "
+        "this machine's /var/data and adapters\n";
+    std::optional<int> m_exit;
+};
+
+TEST_F(PreferredSandbox, NothingOfTheMachineIsTouchedWhereItCanBeHad) {
+    writeFile("/var/data/notes.txt", "kept");
+    run();
+    EXPECT_EQ(m_exit, 0) << host().log();
+    EXPECT_THAT(host().log(),
+                HasSubstr("mfhost: runs in a sandbox: its own /var/data, /dev/shm and adapter eth0; "
+                          "nothing of this machine is touched\n"));
+    EXPECT_EQ(readFile("/var/data/notes.txt"), "kept");
+    EXPECT_FALSE(fs::is_symlink("/var/data/AXIS1"));
+}
+
+TEST_F(PreferredSandbox, MachineServesWhereItIsRefused) {
+    ASSERT_TRUE(PrivateMachine::addAdapter("box0", "192.0.2.10/24"));
+    ASSERT_TRUE(
+        PrivateMachine::shell("for i in $(seq 100); do ip link show box0 | grep -q 'state UP' && exit 0; "
+                              "sleep 0.1; done; exit 1"));
+    runWhereItIsRefused();
+    EXPECT_EQ(m_exit, 0) << host().log();
+    EXPECT_THAT(host().log(),
+                HasSubstr(m_refusal + "mfhost: runs on this machine's own /var/data, with the adapter "
+                                      "box0 as eth0\n"));
+    EXPECT_THAT(host().output(), HasSubstr("(ID: AXIS1)...OK\n"));
+    EXPECT_TRUE(fs::is_symlink("/var/data/AXIS1"));
+    // What this start has left is in nobody's way.
+    runWhereItIsRefused();
+    EXPECT_EQ(m_exit, 0) << host().log();
+}
+
+TEST_F(PreferredSandbox, MachinesOwnEth0IsUsedAsItIs) {
+    giveAdapter();
+    runWhereItIsRefused();
+    EXPECT_EQ(m_exit, 0) << host().log();
+    EXPECT_THAT(host().log(), HasSubstr("mfhost: runs on this machine's own /var/data\n"));
+}
+
+TEST_F(PreferredSandbox, WhatOthersHaveInTheDataDirectoryIsNeverRemoved) {
+    writeFile("/var/data/notes.txt", "kept");
+    fs::create_symlink("/elsewhere/data/AXIS1", "/var/data/AXIS1");
+    runWhereItIsRefused();
+    EXPECT_EQ(m_exit, 1);
+    EXPECT_THAT(host().log(), HasSubstr(m_refusal));
+    EXPECT_THAT(host().log(),
+                HasSubstr("mfhost: a start empties /var/data, and it holds what is not this workplace's: "));
+    EXPECT_THAT(host().log(), HasSubstr("AXIS1"));
+    EXPECT_THAT(host().log(), HasSubstr("notes.txt"));
+    EXPECT_THAT(host().log(),
+                HasSubstr("\nmfhost: stopped. Move that away, or run it where a sandbox can be had: as "
+                          "root, or with user namespaces allowed\n"));
+    EXPECT_THAT(host().output(), Not(HasSubstr("AXIS1")));
+    EXPECT_EQ(readFile("/var/data/notes.txt"), "kept");
+    EXPECT_EQ(fs::read_symlink("/var/data/AXIS1"), "/elsewhere/data/AXIS1");
+}
