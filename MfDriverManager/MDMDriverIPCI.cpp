@@ -14,6 +14,7 @@
 #include "InterfaceIds.h"
 #include "MDMDriverMessage.h"
 #include "MfDriverManager.h"
+#include "QueueNames.h"
 #include "sal/Assert.h"
 #include "sal/Path.h"
 #include "sal/Process.h"
@@ -31,14 +32,6 @@ constexpr int g_queueMode = 0;
 constexpr std::size_t g_pendingLimit = 299;
 constexpr int g_idleTimeout = 1000;
 constexpr unsigned int g_queueRetryPause = 100;
-
-std::string inQueueName(const std::string& driverID) {
-    return driverID + "_INQ";
-}
-
-std::string outQueueName(const std::string& driverID) {
-    return driverID + "_OUTQ";
-}
 
 /// Reaches whoever reads standard output at once, also through a pipe.
 void printLine(const std::string& line) {
@@ -96,8 +89,9 @@ bool MDMDriverIPCI::init() {
     SAL_ASSERT(m_pISystem);
     SAL_ASSERT(!m_driverID.empty());
 
-    if (!m_inQueue.create(inQueueName(m_driverID), g_inCapacity, g_driverMessageSize, g_queueMode) ||
-        !m_outQueue.create(outQueueName(m_driverID), g_outCapacity, g_driverMessageSize, g_queueMode)) {
+    if (!m_inQueue.create(protocol::inputQueue(m_driverID), g_inCapacity, g_driverMessageSize, g_queueMode) ||
+        !m_outQueue.create(protocol::outputQueue(m_driverID), g_outCapacity, g_driverMessageSize,
+                           g_queueMode)) {
         printLine("\nFailed to create IPC queues");
         return false;
     }
@@ -192,8 +186,8 @@ void MDMDriverIPCI::run() {
 }
 
 void MDMDriverIPCI::waitForQueues(const std::string& driverID) {
-    waitForQueue(inQueueName(driverID), g_inCapacity);
-    waitForQueue(outQueueName(driverID), g_outCapacity);
+    waitForQueue(protocol::inputQueue(driverID), g_inCapacity);
+    waitForQueue(protocol::outputQueue(driverID), g_outCapacity);
 }
 
 const MDMDriverIPCI::Position* MDMDriverIPCI::Index::find(const QueueCmd& command) {

@@ -20,6 +20,7 @@
 #include "MessageReader.h"
 #include "QueueDistributorFID.h"
 #include "QueueFunctionID.h"
+#include "QueueNames.h"
 #include "QueuePanelState.h"
 #include "QueueProtocol.h"
 #include "QueueSink.h"
@@ -76,8 +77,8 @@ int DriverProcess::run() {
 
     const HostProcess host(m_family.hasMark());
     // libsal has said why a queue does not open or a module does not load.
-    if (!m_pInput->open(m_options.driverID + std::string(protocol::inputSuffix)) ||
-        !m_output.open(m_options.driverID + std::string(protocol::outputSuffix)))
+    if (!m_pInput->open(protocol::inputQueue(m_options.driverID)) ||
+        !m_output.open(protocol::outputQueue(m_options.driverID)))
         return 1;
 
     // The watches are destroyed behind the module: they cover its end, too.

@@ -11,9 +11,6 @@ inline constexpr std::size_t maximumLength = 1024;
 inline constexpr std::size_t codeLength = 6;
 inline constexpr std::size_t maximumText = 255;
 
-inline constexpr std::string_view inputSuffix = "_INQ";
-inline constexpr std::string_view outputSuffix = "_OUTQ";
-
 // Host to driver.
 inline constexpr std::string_view setConfiguration = "SETCFG";
 inline constexpr std::string_view subscribe = "SUBSCR";

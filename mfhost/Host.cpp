@@ -30,6 +30,7 @@
 #include "MfDriverManager.h"
 #include "Needed.h"
 #include "Printable.h"
+#include "QueueNames.h"
 #include "TerminalModes.h"
 #include "Words.h"
 #include "WorkplaceCopy.h"
@@ -582,8 +583,8 @@ void Host::removeLeftQueues() const {
         if (!m_roster.hasProcess(driver.id))
             continue;
         // A process that was killed could not do it.
-        for (const char* suffix : {"_INQ", "_OUTQ"})
-            static_cast<void>(sal::MessageQueue::retire(driver.id + suffix));
+        for (const std::string& queue : {protocol::inputQueue(driver.id), protocol::outputQueue(driver.id)})
+            static_cast<void>(sal::MessageQueue::retire(queue));
     }
     m_queueDirectory.removeLeft();
 }

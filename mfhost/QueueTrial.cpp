@@ -2,20 +2,13 @@
 
 #include <utility>
 
+#include "QueueNames.h"
 #include "sal/MessageQueue.h"
-
-namespace {
-
-constexpr const char* s_suffixes[] = {"_INQ", "_OUTQ"};
-
-}  // namespace
 
 std::map<std::string, std::string> QueueTrial::faults(const std::vector<std::string>& driverIDs) {
     std::vector<std::string> names;
-    for (const std::string& driverID : driverIDs) {
-        for (const char* suffix : s_suffixes)
-            names.push_back(driverID + suffix);
-    }
+    for (const std::string& driverID : driverIDs)
+        names.insert(names.end(), {protocol::inputQueue(driverID), protocol::outputQueue(driverID)});
     std::map<std::string, std::string> faults;
     if (sal::MessageQueue::areFree(names))
         return faults;
@@ -27,8 +20,7 @@ std::map<std::string, std::string> QueueTrial::faults(const std::vector<std::str
 }
 
 std::string QueueTrial::fault(const std::string& driverID) {
-    for (const char* suffix : s_suffixes) {
-        const std::string name = driverID + suffix;
+    for (const std::string& name : {protocol::inputQueue(driverID), protocol::outputQueue(driverID)}) {
         std::string why = sal::MessageQueue::createFault(name);
         if (why.empty())
             continue;

@@ -20,6 +20,7 @@
 #include "IMDMConfiguration.h"
 #include "InterfaceIds.h"
 #include "ProcessMemory.h"
+#include "QueueNames.h"
 #include "sal/MessageQueue.h"
 
 namespace fs = std::filesystem;
@@ -213,7 +214,7 @@ void WorkplaceHost::measureStopped(const Request& request) {
     for (int still = 0; still < 5;) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         for (const auto& status : sal::MessageQueue::statuses()) {
-            if (status.name != PanelTarget::driverID(0) + "_OUTQ")
+            if (status.name != protocol::outputQueue(PanelTarget::driverID(0)))
                 continue;
             still = status.messages == sent && sent > 0 ? still + 1 : 0;
             sent = status.messages;

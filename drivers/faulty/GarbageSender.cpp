@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "QueueNames.h"
 #include "sal/MessageQueue.h"
 
 namespace {
@@ -19,7 +20,7 @@ constexpr std::array<std::string_view, 11> s_codes{"SETVAL", "SETVAF", "SETVAI",
 
 bool GarbageSender::send(const std::string& driverID, int count) {
     sal::MessageQueue queue;
-    if (!queue.open(driverID + "_OUTQ"))
+    if (!queue.open(protocol::outputQueue(driverID)))
         return false;
     for (int i = 0; i < count; ++i) {
         const auto bytes = message();

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Printable.h"
+#include "QueueNames.h"
 #include "sal/HostAddress.h"
 #include "sal/MessageQueue.h"
 #include "sal/Path.h"
@@ -186,7 +187,7 @@ private:
         const std::string& id = m_pEntry->driverID;
         const bool isQueue = m_pEntry->interfaceType == EInterfaceTypes::Queue;
         // Of its two queues this one has the longer name.
-        const std::string fault = id.empty() ? id : sal::MessageQueue::nameFault(id + "_OUTQ");
+        const std::string fault = id.empty() ? id : sal::MessageQueue::nameFault(protocol::outputQueue(id));
         if (isQueue && !fault.empty())
             error("the driver ID " + base::quoted(id) + " makes no name for its queues: " + fault +
                   "; give the driver a shorter one");

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Printable.h"
+#include "QueueNames.h"
 #include "Table.h"
 #include "sal/CmdProcessor.h"
 #include "sal/CmdRegisterImpl.h"
@@ -67,7 +68,7 @@ std::string statusText(const DriverRoster::Driver& driver,
     }
     // Queues without a process of the host's own: the process is started by hand.
     for (const auto& queue : queues) {
-        if (queue.name == driver.id + "_INQ")
+        if (queue.name == protocol::inputQueue(driver.id))
             return queue.receiverAttached ? "running (by hand)" : "waiting for its process";
     }
     return "not loaded";
@@ -94,9 +95,9 @@ std::string depthText(const DriverRoster::Driver& driver,
     std::string in;
     std::string out;
     for (const auto& queue : queues) {
-        if (queue.name == driver.id + "_INQ")
+        if (queue.name == protocol::inputQueue(driver.id))
             in = std::to_string(queue.depth);
-        else if (queue.name == driver.id + "_OUTQ")
+        else if (queue.name == protocol::outputQueue(driver.id))
             out = std::to_string(queue.depth);
     }
     return in.empty() && out.empty() ? "-" : in + "/" + out;

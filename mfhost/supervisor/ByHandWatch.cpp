@@ -4,14 +4,11 @@
 
 #include <cerrno>
 #include <set>
-#include <string_view>
 
 #include "HostLog.h"
+#include "QueueNames.h"
 
 namespace {
-
-constexpr std::string_view s_inQueueSuffix = "_INQ";
-constexpr std::string_view s_outQueueSuffix = "_OUTQ";
 
 bool exists(int pid) {
     return ::kill(pid, 0) == 0 || errno == EPERM;
@@ -24,17 +21,13 @@ void ByHandWatch::refresh(const std::string& driverID) {
     const auto queues = m_queues();
     std::set<std::string> damaged;
     for (const auto& queue : queues) {
-        for (const std::string_view suffix : {s_inQueueSuffix, s_outQueueSuffix}) {
-            if (queue.isBroken && queue.name.ends_with(suffix))
-                damaged.insert(queue.name.substr(0, queue.name.size() - suffix.size()));
-        }
+        if (queue.isBroken)
+            damaged.insert(protocol::ownerOf(queue.name));
     }
     std::set<std::string> loaded;
     for (const auto& queue : queues) {
-        if (!queue.name.ends_with(s_inQueueSuffix))
-            continue;
-        const std::string receiver = queue.name.substr(0, queue.name.size() - s_inQueueSuffix.size());
-        if (!driverID.empty() && receiver != driverID)
+        const std::string receiver = protocol::receiverOf(queue.name);
+        if (receiver.empty() || (!driverID.empty() && receiver != driverID))
             continue;
         loaded.insert(receiver);
         if (damaged.contains(receiver))

@@ -18,11 +18,10 @@
 #include "HostLog.h"
 #include "Needed.h"
 #include "ProcessProbe.h"
+#include "QueueNames.h"
 
 namespace {
 
-constexpr const char* s_inQueueSuffix = "_INQ";
-constexpr const char* s_outQueueSuffix = "_OUTQ";
 /// What mfddllwrap ends with when there is no queue for it.
 constexpr int s_noQueueCode = 1;
 constexpr std::chrono::milliseconds s_checkInterval{50};
@@ -39,22 +38,6 @@ constexpr std::chrono::milliseconds s_lastWords{350};
 void sendSignal(int pidFd, int signal) {
     // The process may be gone already; then there is nothing to end.
     static_cast<void>(::syscall(SYS_pidfd_send_signal, pidFd, signal, nullptr, 0u));
-}
-
-/// The driver that a full queue belongs to; empty for a queue that drivers send on.
-std::string receivingDriver(const std::string& queueName) {
-    if (!queueName.ends_with(s_inQueueSuffix))
-        return {};
-    return queueName.substr(0, queueName.size() - std::strlen(s_inQueueSuffix));
-}
-
-/// The driver that a queue belongs to.
-std::string ownerOf(const std::string& queueName) {
-    for (const std::string suffix : {s_inQueueSuffix, s_outQueueSuffix}) {
-        if (queueName.ends_with(suffix))
-            return queueName.substr(0, queueName.size() - suffix.size());
-    }
-    return {};
 }
 
 std::string seconds(std::chrono::milliseconds duration) {
@@ -152,7 +135,7 @@ void ProcessSupervisor::awaitStart(int pid, unsigned int seconds) {
         const std::lock_guard lock(m_mutex);
         for (const Watched& process : m_processes) {
             if (!process.replaced)
-                queues.push_back(process.driverID + s_inQueueSuffix);
+                queues.push_back(protocol::inputQueue(process.driverID));
             if (process.pid == pid)
                 m_awaited = process.driverID;
         }
@@ -386,7 +369,7 @@ void ProcessSupervisor::noteAttached() {
     const std::lock_guard lock(m_mutex);
     for (Watched& process : m_processes) {
         if (process.hasAttached || process.replaced ||
-            !m_environment.hasReader(process.driverID + s_inQueueSuffix))
+            !m_environment.hasReader(protocol::inputQueue(process.driverID)))
             continue;
         process.hasAttached = true;
         if (process.isRestart)
@@ -398,7 +381,7 @@ void ProcessSupervisor::ended(const Watched& process, const ProcessEnd& end) {
     const std::string cause = process.hang.empty() ? end.cause() : process.hang + ", " + end.cause();
     const auto staleValues = m_roster.processEnded(process.driverID, process.pid, cause);
     if (staleValues)
-        m_environment.receiverGone(process.driverID + s_inQueueSuffix);
+        m_environment.receiverGone(protocol::inputQueue(process.driverID));
 
     const CommandThread::Activity activity = m_environment.activity();
     bool isShutdown = false;
@@ -500,7 +483,7 @@ void ProcessSupervisor::checkCommand(const CommandThread::Activity& activity, Cl
     for (const auto& queue : m_environment.queues()) {
         if (queue.waitingForMs < limit)
             continue;
-        stuckDriver = receivingDriver(queue.name);
+        stuckDriver = protocol::receiverOf(queue.name);
         isLocked = queue.lockedForMs >= limit;
         if (!stuckDriver.empty())
             break;
@@ -545,7 +528,7 @@ void ProcessSupervisor::checkQueueWait(const CommandThread::Activity& activity, 
             return;
     }
     for (const auto& refusal : m_environment.refusedQueues()) {
-        if (refusal.forMs < s_queueWaitMs || ownerOf(refusal.name) != activity.driverID)
+        if (refusal.forMs < s_queueWaitMs || protocol::ownerOf(refusal.name) != activity.driverID)
             continue;
         const bool isFree = m_environment.retireQueue(refusal.name);
         m_environment.passQueue(refusal.name);
@@ -648,7 +631,8 @@ void ProcessSupervisor::measureTraffic(const Queues& queues, Clock::time_point n
     };
     std::map<std::string, Traffic> traffic;
     for (const std::string& driverID : driverIDs) {
-        const Traffic current{messages(driverID + s_inQueueSuffix), messages(driverID + s_outQueueSuffix)};
+        const Traffic current{messages(protocol::inputQueue(driverID)),
+                              messages(protocol::outputQueue(driverID))};
         traffic[driverID] = current;
         const auto before = m_traffic.find(driverID);
         // Counters that went back belong to new queues.
@@ -670,7 +654,7 @@ std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queue
         return process.terminated || !process.hang.empty();
     });
     for (const Watched& process : m_processes) {
-        const auto input = queues.find(process.driverID + s_inQueueSuffix);
+        const auto input = queues.find(protocol::inputQueue(process.driverID));
         // Of one that has let go of its queues that is told, and not that it takes no messages.
         if (process.terminated || !process.hang.empty() || m_losses.isLettingGo(process.pid) ||
             input == queues.end() || (input->second.depth == 0 && input->second.lockedForMs == 0))
@@ -678,7 +662,7 @@ std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queue
         const auto reading = ProcessProbe::read(process.pid);
         if (!reading)
             continue;
-        const auto output = queues.find(process.driverID + s_outQueueSuffix);
+        const auto output = queues.find(protocol::outputQueue(process.driverID));
         const bool waitsForHost = output != queues.end() && output->second.depth >= output->second.capacity;
         // What holds the host up may be the one that is being ended; its time begins when that is gone.
         if (waitsForHost && isOneEnding)
@@ -748,8 +732,9 @@ void ProcessSupervisor::checkQueueLoss(const Queues& queues, Clock::time_point l
             const bool isReloaded =
                 (activity.busy && activity.driverID == process.driverID) || process.started >= looked;
             if (!process.terminated && process.hang.empty() && !isReloaded)
-                samples.push_back({process.driverID, process.pid, find(process.driverID + s_inQueueSuffix),
-                                   find(process.driverID + s_outQueueSuffix)});
+                samples.push_back({process.driverID, process.pid,
+                                   find(protocol::inputQueue(process.driverID)),
+                                   find(protocol::outputQueue(process.driverID))});
         }
     }
     for (const QueueLossDetector::Verdict& verdict : m_losses.judge(samples, bootTime()))
@@ -793,7 +778,7 @@ void ProcessSupervisor::endFullQueues() {
         const bool isLocked = queue.lockedForMs > 0;
         if (queue.depth < queue.capacity && !isLocked)
             continue;
-        const std::string driverID = receivingDriver(queue.name);
+        const std::string driverID = protocol::receiverOf(queue.name);
         for (Watched& process : m_processes) {
             if (process.driverID == driverID)
                 terminate(process, isLocked
@@ -817,7 +802,7 @@ std::string ProcessSupervisor::whoHoldsUp(const CommandThread::Activity& activit
     if (const auto call = m_roster.oldestCall())
         return call->driverID + ": " + call->operation + "()";
     for (const auto& queue : m_environment.queues()) {
-        const std::string driverID = receivingDriver(queue.name);
+        const std::string driverID = protocol::receiverOf(queue.name);
         if (queue.waitingForMs > 0 && !driverID.empty())
             return driverID + (queue.lockedForMs > 0 ? ": its locked queue" : ": its full queue");
     }
