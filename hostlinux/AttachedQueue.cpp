@@ -11,6 +11,7 @@
 
 #include "LogLine.h"
 #include "QueueRegistry.h"
+#include "ThreadName.h"
 #include "sal/LogOutput.h"
 
 namespace sal {
@@ -399,6 +400,9 @@ void AttachedQueue::follow(const std::shared_ptr<ThreadState>* pThread) {
     m_isStopping.store(false, std::memory_order_relaxed);
     if (m_pThread != nullptr) {
         m_pThread->add(*this);
+        // "SYS receive" from the queue "SYS_OUTQ".
+        const std::string_view name = m_name;
+        base::nameThread(name.substr(0, name.rfind('_')), "receive");
     }
 }
 

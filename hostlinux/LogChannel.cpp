@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "ThreadName.h"
+
 namespace sal {
 
 using namespace std::chrono_literals;
@@ -131,7 +133,7 @@ void LogChannel::State::failed(const char* reason) {
         complain(std::string("the log goes on without its file: ") + reason);
 }
 
-LogChannel::LogChannel(SinkMaker makeSink, Complaint complain)
+LogChannel::LogChannel(SinkMaker makeSink, Complaint complain, const std::string& threadName)
     : m_pState(std::make_shared<State>(std::move(makeSink), std::move(complain))) {
     // Signals are for the program's own threads: one that arrived here would take its default action.
     sigset_t all;
@@ -139,7 +141,10 @@ LogChannel::LogChannel(SinkMaker makeSink, Complaint complain)
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     try {
-        m_thread = std::thread([pState = m_pState] { pState->run(); });
+        m_thread = std::thread([pState = m_pState, threadName] {
+            base::nameThread(threadName);
+            pState->run();
+        });
     } catch (const std::system_error& error) {
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
         throw std::runtime_error("no thread can be had for the log: " + error.code().message());

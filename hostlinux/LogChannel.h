@@ -25,7 +25,7 @@ public:
     static constexpr std::size_t s_maxLines = 8192;
     static constexpr std::size_t s_maxBytes = 8u << 20;
 
-    LogChannel(SinkMaker makeSink, Complaint complain);
+    LogChannel(SinkMaker makeSink, Complaint complain, const std::string& threadName = "log");
     /// Writes what is queued, but leaves a destination that does not take it within a second.
     ~LogChannel();
     LogChannel(const LogChannel&) = delete;

@@ -160,7 +160,7 @@ std::shared_ptr<LogCore> makeCore(const LogManager::Settings& settings) {
                 LogRecord{spdlog::level::err, spdlog::log_clock::now(), "LOG", base::printable(what)}));
     };
     pCore->addChannel(std::make_shared<LogChannel>(
-        [file = file.string(), tag = settings.tag] { return openFile(file, tag); }, complain));
+        [file = file.string(), tag = settings.tag] { return openFile(file, tag); }, complain, "log file"));
     return pCore;
 }
 

@@ -19,6 +19,7 @@
 #include "ProcessObserver.h"
 #include "QueueMaker.h"
 #include "SpawnSettings.h"
+#include "ThreadName.h"
 #include "UniqueFd.h"
 #include "sal/LogOutput.h"
 
@@ -26,6 +27,7 @@ namespace sal {
 namespace {
 
 void waitFor(const base::UniqueFd& process) {
+    base::nameThread("reap child");
     siginfo_t info{};
     while (::waitid(P_PIDFD, static_cast<id_t>(process.get()), &info, WEXITED) != 0 && errno == EINTR) {
     }

@@ -10,6 +10,7 @@
 #include "ExceptionText.h"
 #include "LogLine.h"
 #include "ProcessObserver.h"
+#include "ThreadName.h"
 #include "ThreadState.h"
 #include "sal/Assert.h"
 #include "sal/LogOutput.h"
@@ -44,6 +45,8 @@ bool Thread::start(EPriority /*priority: there is but the normal one*/) {
     auto pState = std::make_shared<ThreadState>();
     try {
         m_pImpl->thread = std::thread([this, pState] {
+            // The first queue that it receives from gives it a name of its own.
+            base::nameThread("thread");
             ThreadState::setCurrent(&pState);
             try {
                 run();

@@ -26,6 +26,7 @@
 #include "QueueSink.h"
 #include "QueueSystem.h"
 #include "SignalWatch.h"
+#include "ThreadName.h"
 #include "UniqueFd.h"
 #include "sal/LogManager.h"
 #include "sal/Module.h"
@@ -183,6 +184,7 @@ void DriverProcess::endOverdue() {
     try {
         std::promise<void> written;
         std::thread([this, &written] {
+            base::nameThread("last lines");
             m_pLog->level(sal::LogOutput::eError)
                 << "The driver does not come back after the host's end: its process is ended" << std::endl;
             sal::LogManager::getInstance()->flush();

@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include "ThreadName.h"
 #include "Wakeup.h"
 
 namespace {
@@ -47,6 +48,7 @@ struct HostWatch::State {
 };
 
 void HostWatch::State::watchQueues() {
+    base::nameThread("host queues");
     settings.waitForHostEnd();
     {
         std::unique_lock lock(mutex);
@@ -70,6 +72,7 @@ void HostWatch::State::watchQueues() {
 }
 
 void HostWatch::State::watchProcess() {
+    base::nameThread("host process");
     if (!waitFor(settings.hostFd, Clock::time_point::max()))
         return;
     {

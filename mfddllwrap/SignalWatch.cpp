@@ -6,6 +6,8 @@
 #include <atomic>
 #include <utility>
 
+#include "ThreadName.h"
+
 namespace {
 
 constexpr int endSignals[] = {SIGTERM, SIGINT, SIGHUP};
@@ -57,6 +59,7 @@ SignalWatch::~SignalWatch() {
 }
 
 void SignalWatch::watch() {
+    base::nameThread("signals");
     m_wakeup.wait();
     if (const int signal = s_signal)
         m_onSignal(signal);

@@ -1,12 +1,11 @@
 #include "CommandThread.h"
 
-#include <pthread.h>
-
 #include <exception>
 #include <utility>
 
 #include "HostLog.h"
 #include "Needed.h"
+#include "ThreadName.h"
 
 CommandThread::~CommandThread() {
     stopAfterCurrent();
@@ -89,7 +88,7 @@ CommandThread::Activity CommandThread::activity() const {
 }
 
 void CommandThread::run() {
-    pthread_setname_np(pthread_self(), "commands");
+    base::nameThread("commands");
     for (;;) {
         Item item;
         {

@@ -32,6 +32,7 @@
 #include "Printable.h"
 #include "QueueNames.h"
 #include "TerminalModes.h"
+#include "ThreadName.h"
 #include "Words.h"
 #include "WorkplaceCopy.h"
 #include "WorkplaceFile.h"
@@ -600,6 +601,7 @@ void Host::exitNow(int exitCode) const {
     auto pFlush = std::make_shared<Flush>();
     try {
         std::thread([pFlush] {
+            base::nameThread("last lines");
             sal::LogManager::getInstance()->flush();
             const std::lock_guard lock(pFlush->mutex);
             pFlush->isDone = true;

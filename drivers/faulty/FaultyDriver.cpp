@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "GarbageSender.h"
+#include "ThreadName.h"
 
 struct FaultyDriver::Function {
     const char* name;
@@ -168,6 +169,7 @@ bool FaultyDriver::startFlood(int count, Once once) const {
     m_isFlooding = true;
     try {
         m_floods.emplace_back([this, count, once] {
+            base::nameThread(configuration().driverID, "flood");
             for (int i = 1; m_isFlooding && (count == 0 || i <= count); ++i)
                 once(i);
         });

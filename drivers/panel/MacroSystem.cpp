@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "InterfaceIds.h"
+#include "ThreadName.h"
 
 namespace {
 
@@ -40,7 +41,10 @@ bool MacroSystem::start(const std::string& driverID, const std::string& director
         m_shown.reset();
     }
     try {
-        m_thread = std::thread(&MacroSystem::run, this);
+        m_thread = std::thread([this, driverID] {
+            base::nameThread(driverID, "macros");
+            run();
+        });
     } catch (const std::system_error& error) {
         {
             std::lock_guard lock(m_mutex);

@@ -8,6 +8,8 @@
 #include <system_error>
 #include <utility>
 
+#include "ThreadName.h"
+
 struct SysMonDriver::Function {
     const char* name;
     bool (SysMonDriver::*handler)(const FIDParameterList&) const;
@@ -192,6 +194,7 @@ bool SysMonDriver::mark(const FIDParameterList& parameters) const {
 }
 
 void SysMonDriver::run() {
+    base::nameThread(configuration().driverID, "measure");
     std::unique_lock lock(m_mutex);
     while (!m_stopping) {
         const Settings settings = m_settings;

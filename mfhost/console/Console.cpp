@@ -1,6 +1,5 @@
 #include "Console.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -10,6 +9,7 @@
 #include "HostLog.h"
 #include "LineReader.h"
 #include "Needed.h"
+#include "ThreadName.h"
 
 Console::Console(Handlers handlers) : m_handlers(std::move(handlers)), m_waiter(STDIN_FILENO) {}
 
@@ -36,7 +36,7 @@ void Console::redraw() {
 }
 
 void Console::run() {
-    pthread_setname_np(pthread_self(), "console");
+    base::nameThread("console");
     if (isInteractive())
         readTerminal();
     else

@@ -2,7 +2,6 @@
 
 #include <limits.h>
 #include <poll.h>
-#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include "LineEditor.h"
 #include "Needed.h"
 #include "Printable.h"
+#include "ThreadName.h"
 
 FollowPrinter::FollowPrinter(std::string glob, int fd, std::function<void()> redraw,
                              std::chrono::milliseconds patience)
@@ -90,7 +90,7 @@ std::string FollowPrinter::takeBatch() {
 }
 
 void FollowPrinter::run() {
-    pthread_setname_np(pthread_self(), "follow");
+    base::nameThread("follow");
     for (;;) {
         std::string batch;
         {

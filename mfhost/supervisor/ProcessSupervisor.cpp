@@ -1,7 +1,6 @@
 #include "ProcessSupervisor.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -19,6 +18,7 @@
 #include "Needed.h"
 #include "ProcessProbe.h"
 #include "QueueNames.h"
+#include "ThreadName.h"
 
 namespace {
 
@@ -258,7 +258,7 @@ bool ProcessSupervisor::isBusy() {
 }
 
 void ProcessSupervisor::run() {
-    pthread_setname_np(pthread_self(), "supervisor");
+    base::nameThread("supervisor");
     for (;;) {
         std::vector<pollfd> watched{{m_wakeup.fd(), POLLIN, 0}};
         {

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -13,6 +12,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "ThreadName.h"
 #include "UniqueFd.h"
 
 namespace {
@@ -85,7 +85,7 @@ StackDump::~StackDump() {
 }
 
 void StackDump::run(int pid, std::chrono::milliseconds limit) {
-    pthread_setname_np(pthread_self(), "stacks");
+    base::nameThread("stacks");
     int ends[2] = {-1, -1};
     if (::pipe2(ends, O_CLOEXEC) != 0)
         return;

@@ -4,8 +4,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 namespace {
@@ -34,6 +36,14 @@ TEST(Thread, RunsItsBodyOnAnotherThread) {
 
 TEST(Thread, TheNormalPriorityIs259) {
     EXPECT_EQ(sal::Thread::ePriorityNormal, 259);
+}
+
+TEST(Thread, DoesNotBearTheNameOfItsMaker) {
+    std::string name;
+    TestThread sut([&] { std::getline(std::ifstream("/proc/thread-self/comm"), name); });
+    ASSERT_TRUE(sut.start(sal::Thread::ePriorityNormal));
+    ASSERT_TRUE(sut.shutdown(-1));
+    EXPECT_EQ(name, "thread");
 }
 
 TEST(Thread, ShutdownOfAThreadThatNeverRanReturnsAtOnce) {
