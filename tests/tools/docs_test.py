@@ -1,0 +1,43 @@
+#!/usr/bin/env python3
+"""That the programs in docs/ compile and that no link there leads nowhere."""
+
+import re
+import subprocess
+import unittest
+import xml.dom.minidom
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+PAGES = [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *sorted((ROOT / "docs").rglob("*.md"))]
+# As the pages have it.
+COMPILE = ["g++", "-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-Werror", "-x", "c++", "-",
+           "-I", "sdk/include", "-I", "host", "-I", "include", "-I", "MfDriverManager"]  # fmt: skip
+
+
+def blocks(page, language):
+    return re.findall(rf"^```{language}\n(.*?)^```$", page.read_text(), re.M | re.S)
+
+
+class DocsTest(unittest.TestCase):
+    def test_programs_compile(self):
+        pages = [page for page in PAGES if blocks(page, "cpp")]
+        self.assertEqual([page.name for page in pages], ["embedding.md", "writing-drivers.md"])
+        for page in pages:
+            for program in blocks(page, "cpp"):
+                done = subprocess.run(COMPILE, input=program, cwd=ROOT, capture_output=True, text=True, check=False)
+                self.assertEqual((done.returncode, done.stderr), (0, ""), page)
+
+    def test_files_are_well_formed(self):
+        for page in PAGES:
+            for text in blocks(page, "xml"):
+                xml.dom.minidom.parseString(text)
+
+    def test_links_lead_somewhere(self):
+        for page in PAGES:
+            for target in re.findall(r"\]\(([^)#]+)(?:#[^)]*)?\)", page.read_text()):
+                if not target.startswith("http"):
+                    self.assertTrue((page.parent / target).exists(), f"{page.name}: {target}")
+
+
+if __name__ == "__main__":
+    unittest.main()
