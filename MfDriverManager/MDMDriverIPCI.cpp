@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <functional>
 #include <iterator>
 #include <vector>
@@ -12,7 +11,8 @@
 #include "IPanelState.h"
 #include "ISystem.h"
 #include "InterfaceIds.h"
-#include "MDMDriverMessage.h"
+#include "MessageReader.h"
+#include "MessageWriter.h"
 #include "MfDriverManager.h"
 #include "QueueNames.h"
 #include "sal/Assert.h"
@@ -28,6 +28,7 @@ namespace {
 
 constexpr unsigned short g_inCapacity = 256;
 constexpr unsigned short g_outCapacity = 16384;
+constexpr int g_messageSize = protocol::maximumLength;
 constexpr int g_queueMode = 0;
 constexpr std::size_t g_pendingLimit = 299;
 constexpr int g_idleTimeout = 1000;
@@ -42,7 +43,7 @@ void printLine(const std::string& line) {
 void waitForQueue(const std::string& name, unsigned short capacity) {
     for (;;) {
         sal::MessageQueue queue;
-        if (queue.create(name, capacity, g_driverMessageSize, g_queueMode)) {
+        if (queue.create(name, capacity, g_messageSize, g_queueMode)) {
             queue.close();
             return;
         }
@@ -52,10 +53,10 @@ void waitForQueue(const std::string& name, unsigned short capacity) {
 
 }  // namespace
 
-/// The message last received; zero behind its end.
+/// The message last received.
 struct MDMDriverIPCI::ReceiveBuffer {
-    unsigned char bytes[g_driverMessageSize] = {};
-    int used = 0;
+    unsigned char bytes[g_messageSize];
+    std::size_t length = 0;
     QueueCmd command;  ///< the update in it; kept, so that its texts keep their memory
 };
 
@@ -89,9 +90,8 @@ bool MDMDriverIPCI::init() {
     SAL_ASSERT(m_pISystem);
     SAL_ASSERT(!m_driverID.empty());
 
-    if (!m_inQueue.create(protocol::inputQueue(m_driverID), g_inCapacity, g_driverMessageSize, g_queueMode) ||
-        !m_outQueue.create(protocol::outputQueue(m_driverID), g_outCapacity, g_driverMessageSize,
-                           g_queueMode)) {
+    if (!m_inQueue.create(protocol::inputQueue(m_driverID), g_inCapacity, g_messageSize, g_queueMode) ||
+        !m_outQueue.create(protocol::outputQueue(m_driverID), g_outCapacity, g_messageSize, g_queueMode)) {
         printLine("\nFailed to create IPC queues");
         return false;
     }
@@ -120,15 +120,15 @@ bool MDMDriverIPCI::init() {
 }
 
 bool MDMDriverIPCI::sendFID(const std::string& fid, const FIDParameterList& parameters) const {
-    return send(MDMDriverMessage("SNDFDP").addString(fid).addParameters(parameters));
+    return send(protocol::MessageWriter(protocol::sendFID).string(fid).parameters(parameters));
 }
 
 bool MDMDriverIPCI::subscribe(const std::string& fid) const {
-    return send(MDMDriverMessage("SUBSCR").addString(fid));
+    return send(protocol::MessageWriter(protocol::subscribe).string(fid));
 }
 
 bool MDMDriverIPCI::showState() const {
-    return send(MDMDriverMessage("SHOWST"));
+    return send(protocol::MessageWriter(protocol::showState));
 }
 
 bool MDMDriverIPCI::setConfiguration(int workplaceId, const std::string& driverID,
@@ -137,14 +137,14 @@ bool MDMDriverIPCI::setConfiguration(int workplaceId, const std::string& driverI
                                      const std::string& virtualPanelAddress,
                                      const std::string& nvramDirectory) {
     sleep(1);
-    return send(MDMDriverMessage("SETCFG")
-                    .addInt(workplaceId)
-                    .addString(driverID)
-                    .addString(workingDirectory)
-                    .addString(ipAddress)
-                    .addString(networkAdapter)
-                    .addString(virtualPanelAddress)
-                    .addString(nvramDirectory));
+    return send(protocol::MessageWriter(protocol::setConfiguration)
+                    .int32(workplaceId)
+                    .string(driverID)
+                    .string(workingDirectory)
+                    .string(ipAddress)
+                    .string(networkAdapter)
+                    .string(virtualPanelAddress)
+                    .string(nvramDirectory));
 }
 
 void MDMDriverIPCI::setPanelStateInterface(IPanelState* pPanelState) {
@@ -160,18 +160,18 @@ void MDMDriverIPCI::setSystemInterface(ISystem* pSystem) {
 }
 
 bool MDMDriverIPCI::initializationCompleted() {
-    return send(MDMDriverMessage("INTCMP"));
+    return send(protocol::MessageWriter(protocol::initializationCompleted));
 }
 
 bool MDMDriverIPCI::deinitialize() {
-    const bool sent = send(MDMDriverMessage("DEINIT"));
+    const bool sent = send(protocol::MessageWriter(protocol::deinitialize));
     m_running = false;
     shutdown(-1);
     return sent;
 }
 
 bool MDMDriverIPCI::createFIDList() {
-    return send(MDMDriverMessage("CRTFID"));
+    return send(protocol::MessageWriter(protocol::createFIDList));
 }
 
 void MDMDriverIPCI::run() {
@@ -286,13 +286,10 @@ void MDMDriverIPCI::flushLAQueue() {
 
 void MDMDriverIPCI::drainOutQueue(ReceiveBuffer& buffer, int timeout) {
     for (;;) {
-        const int length = m_outQueue.receive(buffer.bytes, g_driverMessageSize, timeout);
+        const int length = m_outQueue.receive(buffer.bytes, g_messageSize, timeout);
         if (length < 0)
             break;
-        // A short message is never completed by the bytes of the one before it.
-        if (length < buffer.used)
-            std::memset(buffer.bytes + length, 0, static_cast<std::size_t>(buffer.used - length));
-        buffer.used = length;
+        buffer.length = static_cast<std::size_t>(length);
 
         if (m_laQueue.size() > g_pendingLimit)
             flushLAQueue();
@@ -303,52 +300,52 @@ void MDMDriverIPCI::drainOutQueue(ReceiveBuffer& buffer, int timeout) {
 }
 
 void MDMDriverIPCI::handleMessage(ReceiveBuffer& buffer) {
-    MDMDriverMessageReader message(buffer.bytes);
+    protocol::MessageReader message(buffer.bytes, buffer.length);
     QueueCmd& command = buffer.command;
     command.strValue.clear();
     command.numValue = {};
-    if (message.hasCode("SETVAL")) {
+    if (message.hasCode(protocol::setStateValue)) {
         command.cmdType = QueueCmd::SetString;
-        message.takeString(command.name);
-        message.takeString(command.strValue);
+        message.string(command.name);
+        message.string(command.strValue);
         lookAhead(command);
-    } else if (message.hasCode("SETVAF")) {
+    } else if (message.hasCode(protocol::setStateValueFloat)) {
         command.cmdType = QueueCmd::SetFloat;
-        message.takeString(command.name);
-        command.numValue.asFloat = message.takeFloat();
+        message.string(command.name);
+        command.numValue.asFloat = message.float32();
         lookAhead(command);
-    } else if (message.hasCode("SETVAI")) {
+    } else if (message.hasCode(protocol::setStateValueInt)) {
         command.cmdType = QueueCmd::SetInt;
-        message.takeString(command.name);
-        command.numValue.asInt = message.takeInt();
+        message.string(command.name);
+        command.numValue.asInt = message.int32();
         lookAhead(command);
-    } else if (message.hasCode("SETVAB")) {
+    } else if (message.hasCode(protocol::setStateValueBool)) {
         command.cmdType = QueueCmd::SetBool;
-        message.takeString(command.name);
-        command.numValue.asBool = message.takeBool();
+        message.string(command.name);
+        command.numValue.asBool = message.bool8();
         lookAhead(command);
-    } else if (message.hasCode("UNSVAL")) {
+    } else if (message.hasCode(protocol::unsetStateValue)) {
         command.cmdType = QueueCmd::Unset;
-        message.takeString(command.name);
+        message.string(command.name);
         lookAhead(command);
-    } else if (message.hasCode("TRIGGR")) {
+    } else if (message.hasCode(protocol::triggerEvent)) {
         command.cmdType = QueueCmd::Trigger;
-        message.takeString(command.name);
-        message.takeString(command.strValue);
+        message.string(command.name);
+        message.string(command.strValue);
         lookAhead(command);
-    } else if (message.hasCode("SYSCMD")) {
+    } else if (message.hasCode(protocol::executeCommand)) {
         flushLAQueue();
-        const std::string systemCommand = message.takeString();
-        const std::string arguments = message.takeString();
+        const std::string systemCommand = message.string();
+        const std::string arguments = message.string();
         if (!m_dropping)
             m_pISystem->executeCommand(systemCommand, arguments);
-    } else if (message.hasCode("DSPFID")) {
+    } else if (message.hasCode(protocol::dispatchFID)) {
         flushLAQueue();
-        const std::string fid = message.takeString();
+        const std::string fid = message.string();
         FIDParameterList parameters;
-        for (unsigned int pairs = message.takeCount(); pairs > 0; --pairs) {
-            const std::string key = message.takeString();
-            const std::string value = message.takeString();
+        for (unsigned int pairs = message.count8(); pairs > 0; --pairs) {
+            const std::string key = message.string();
+            const std::string value = message.string();
             parameters.add(key, value);
         }
         if (m_pIDistributorFID && !m_dropping)
@@ -356,6 +353,6 @@ void MDMDriverIPCI::handleMessage(ReceiveBuffer& buffer) {
     }
 }
 
-bool MDMDriverIPCI::send(const MDMDriverMessage& message) const {
-    return message.fits() && m_inQueue.send(message.data(), message.length(), -1);
+bool MDMDriverIPCI::send(const protocol::MessageWriter& message) const {
+    return message.fits() && m_inQueue.send(message.data(), static_cast<int>(message.length()), -1);
 }

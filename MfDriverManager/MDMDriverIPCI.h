@@ -13,7 +13,9 @@
 #include "sal/MessageQueue.h"
 #include "sal/Thread.h"
 
-class MDMDriverMessage;
+namespace protocol {
+class MessageWriter;
+}
 class IPanelState;
 
 /// Stands in the host for a driver that runs in a process of its own. Each call becomes one message on the
@@ -111,7 +113,7 @@ private:
     /// that was held back.
     void drainOutQueue(ReceiveBuffer& buffer, int timeout);
     void handleMessage(ReceiveBuffer& buffer);
-    bool send(const MDMDriverMessage& message) const;
+    bool send(const protocol::MessageWriter& message) const;
 
     std::list<QueueCmd> m_laQueue;  ///< oldest first
     std::string m_moduleFileName;

@@ -10,11 +10,12 @@
 #include "MDMDriverIPCI.h"
 #include "MessageFeed.h"
 #include "MessageInput.h"
-#include "MessageReader.h"
 #include "MfDriverManager.h"
+#include "PlainReader.h"
 
 // Whatever a driver process writes into its output queue: the proxy reads inside the message, loses nothing
-// and keeps the order. What must arrive is told by the reader of the protocol's other end.
+// and keeps the order. What must arrive is told by a reader of the
+// program's own.
 
 namespace {
 
@@ -85,30 +86,26 @@ private:
 
 /// What one message must do.
 void expectFrom(const std::string& bytes, Arrivals& arrivals) {
-    const std::string padded = bytes + std::string(protocol::maximumLength - bytes.size(), '\0');
-    const std::string code = padded.substr(0, protocol::codeLength);
-    MessageReader reader(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    PlainReader reader(bytes);
+    const std::string code = reader.code();
     if (code == "SETVAL" || code == "TRIGGR" || code == "SYSCMD") {
-        const std::string first = reader.string();
-        const std::string second = reader.string();
+        const std::string first = reader.text();
+        const std::string second = reader.text();
         if (code == "SETVAL")
             arrivals.value(code, first, second);
         else
             arrivals.event(code, first, second);
     } else if (code == "SETVAF" || code == "SETVAI") {
-        const std::string name = reader.string();
-        arrivals.value(code, name, bytesOf(reader.int32()));
-    } else if (code == "SETVAB" || code == "DSPFID") {
-        const std::string name = reader.string();
-        // No text before it can reach the message's last 700 bytes.
-        const std::size_t at =
-            protocol::codeLength + 1 + static_cast<unsigned char>(padded[protocol::codeLength]);
-        if (code == "SETVAB")
-            arrivals.value(code, name, padded[at] != 0 ? "true" : "false");
-        else
-            arrivals.event(code, name, std::to_string(static_cast<unsigned char>(padded[at])));
+        const std::string name = reader.text();
+        arrivals.value(code, name, reader.four());
+    } else if (code == "SETVAB") {
+        const std::string name = reader.text();
+        arrivals.value(code, name, reader.byte() != 0 ? "true" : "false");
+    } else if (code == "DSPFID") {
+        const std::string name = reader.text();
+        arrivals.event(code, name, std::to_string(reader.byte()));
     } else if (code == "UNSVAL") {
-        arrivals.value(code, reader.string(), {});
+        arrivals.value(code, reader.text(), {});
     }
 }
 

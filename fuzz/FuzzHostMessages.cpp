@@ -1,16 +1,17 @@
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <vector>
 
 #include "DriverCalls.h"
 #include "Expect.h"
-#include "MDMDriverMessage.h"
 #include "MessageInput.h"
+#include "MessageWriter.h"
+#include "PlainReader.h"
 
 // Whatever stands in a driver's input queue: the driver process reads inside the message, makes the same of
-// it as the manager's own reader of the protocol, and of what it made, sent again by the manager's end, once
-// more.
+// it as a reader of the program's own, and of what it made, sent again, once more.
 
 namespace {
 
@@ -65,21 +66,20 @@ private:
     }
 };
 
-/// The call's number and texts as the manager's end reads them.
-Call readByTheManager(const std::string& bytes, const Call& call) {
-    const std::string padded = bytes + std::string(g_driverMessageSize - bytes.size(), '\0');
-    MDMDriverMessageReader reader(reinterpret_cast<const unsigned char*>(padded.data()));
+/// The call's number and texts as the program reads them itself.
+Call readPlainly(const std::string& bytes, const Call& call) {
+    PlainReader reader(bytes);
     Call read = call;
     if (call.operation == "SETCFG")
-        read.number = reader.takeInt();
+        std::memcpy(&read.number, reader.four().data(), sizeof read.number);
     for (std::string& text : read.texts)
-        text = reader.takeString();
+        text = reader.text();
     return read;
 }
 
 std::optional<Call> handled(DriverCalls& sut, Driver& driver, const unsigned char* data, std::size_t size) {
     driver.call.reset();
-    MessageReader message(data, size);
+    protocol::MessageReader message(data, size);
     const bool goesOn = sut.handle(message);
     const bool isEnd = size >= 6 && std::equal(data, data + 6, "DEINIT");
     expect(goesOn != isEnd, "the message that ends a driver ends it, and no other");
@@ -100,22 +100,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             continue;
         const std::string code = bytes->substr(0, 6);
         expect(call->operation == code, "a code makes the call of its own");
-        expect(*call == readByTheManager(*bytes, *call), "both ends read the same");
+        expect(*call == readPlainly(*bytes, *call), "the driver process reads what the message holds");
 
-        MDMDriverMessage again(call->operation.c_str());
+        protocol::MessageWriter again(call->operation);
         if (code == "SETCFG")
-            again.addInt(call->number);
+            again.int32(call->number);
         for (const std::string& text : call->texts)
-            again.addString(text);
+            again.string(text);
         if (code == "SNDFDP")
-            again.addParameters(call->parameters);
+            again.parameters(call->parameters);
         if (!again.fits()) {
             // Texts that were cut off with the end of a message had no length there, and need one.
-            expect(bytes->size() + call->texts.size() > g_driverMessageSize,
+            expect(bytes->size() + call->texts.size() > protocol::maximumLength,
                    "what came whole in a message fits into one");
             continue;
         }
-        const auto echo = handled(sut, driver, again.data(), static_cast<std::size_t>(again.length()));
+        const auto echo = handled(sut, driver, again.data(), again.length());
         expect(echo == call, "a call sent again is the same call");
     }
     driver.call.reset();

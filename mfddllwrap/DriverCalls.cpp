@@ -6,25 +6,24 @@
 DriverCalls::DriverCalls(IMFDConfiguration* pConfiguration, IFunctionID* pFunctionID)
     : m_pConfiguration(pConfiguration), m_pFunctionID(pFunctionID) {}
 
-bool DriverCalls::handle(MessageReader& message) {
-    const std::string_view code = message.code();
-    if (code == protocol::deinitialize)
+bool DriverCalls::handle(protocol::MessageReader& message) {
+    if (message.hasCode(protocol::deinitialize))
         return false;
 
     if (m_pFunctionID) {
-        if (code == protocol::sendFID)
+        if (message.hasCode(protocol::sendFID))
             sendFID(message);
-        else if (code == protocol::subscribe)
+        else if (message.hasCode(protocol::subscribe))
             m_pFunctionID->subscribe(message.string());
-        else if (code == protocol::showState)
+        else if (message.hasCode(protocol::showState))
             m_pFunctionID->showState();
     }
     if (m_pConfiguration) {
-        if (code == protocol::setConfiguration)
+        if (message.hasCode(protocol::setConfiguration))
             setConfiguration(message);
-        else if (code == protocol::createFIDList)
+        else if (message.hasCode(protocol::createFIDList))
             m_pConfiguration->createFIDList();
-        else if (code == protocol::initializationCompleted)
+        else if (message.hasCode(protocol::initializationCompleted))
             m_pConfiguration->initializationCompleted();
     }
     return true;
@@ -35,7 +34,7 @@ void DriverCalls::deinitialize() {
         pConfiguration->deinitialize();
 }
 
-void DriverCalls::setConfiguration(MessageReader& message) {
+void DriverCalls::setConfiguration(protocol::MessageReader& message) {
     // Read one after another: the order in which arguments are evaluated is not fixed.
     const int workplaceId = message.int32();
     const std::string driverID = message.string();
@@ -48,7 +47,7 @@ void DriverCalls::setConfiguration(MessageReader& message) {
                                        virtualPanelAddress, nvramDirectory);
 }
 
-void DriverCalls::sendFID(MessageReader& message) {
+void DriverCalls::sendFID(protocol::MessageReader& message) {
     const std::string fid = message.string();
     m_pFunctionID->sendFID(fid, message.parameters());
 }

@@ -12,14 +12,14 @@ public:
 
     /// Calls what the message says; a code that it does not know does nothing. False for the message that
     /// ends the driver, which it leaves to deinitialize().
-    bool handle(MessageReader& message);
+    bool handle(protocol::MessageReader& message);
 
     /// Tells the driver to stop, the first time; later calls do nothing.
     void deinitialize();
 
 private:
-    void setConfiguration(MessageReader& message);
-    void sendFID(MessageReader& message);
+    void setConfiguration(protocol::MessageReader& message);
+    void sendFID(protocol::MessageReader& message);
 
     IMFDConfiguration* m_pConfiguration;
     IFunctionID* m_pFunctionID;

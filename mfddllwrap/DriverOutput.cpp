@@ -2,16 +2,19 @@
 
 #include <functional>
 
+#include "sal/Assert.h"
 #include "sal/LogManager.h"
 
 DriverOutput::DriverOutput(IMessageSink& sink)
     : m_sink(sink), m_pLog(sal::LogManager::getInstance()->getLogOutput("MFD")) {}
 
-bool DriverOutput::send(const MessageWriter& message) {
-    if (!message.sendable()) {
+bool DriverOutput::send(const protocol::MessageWriter& message) {
+    if (message.oversize() > 0) {
         reportOversize(message);
         return false;
     }
+    // No message of a driver has fields for more than a message holds.
+    SAL_ASSERT(message.fits());
     if (m_sink.send(message.data(), message.length()))
         return true;
     if (!m_failed.exchange(true))
@@ -20,7 +23,7 @@ bool DriverOutput::send(const MessageWriter& message) {
     return false;
 }
 
-void DriverOutput::reportOversize(const MessageWriter& message) {
+void DriverOutput::reportOversize(const protocol::MessageWriter& message) {
     // An ID may itself be what is too long.
     const std::string_view subject = message.subject().substr(0, protocol::maximumText);
     const std::lock_guard lock(m_mutex);

@@ -17,11 +17,11 @@ class DriverOutput {
 public:
     explicit DriverOutput(IMessageSink& sink);
 
-    /// False when the message is not sendable or the host does not take it.
-    bool send(const MessageWriter& message);
+    /// False when a text in the message is too long or the host does not take it.
+    bool send(const protocol::MessageWriter& message);
 
 private:
-    void reportOversize(const MessageWriter& message);
+    void reportOversize(const protocol::MessageWriter& message);
 
     static constexpr std::size_t s_maximumReported = 256;
 

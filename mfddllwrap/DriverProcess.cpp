@@ -22,7 +22,6 @@
 #include "QueueFunctionID.h"
 #include "QueueNames.h"
 #include "QueuePanelState.h"
-#include "QueueProtocol.h"
 #include "QueueSink.h"
 #include "QueueSystem.h"
 #include "SignalWatch.h"
@@ -155,7 +154,7 @@ int DriverProcess::serve(DriverCalls& calls, HostWatch& watch) {
                 << "The input queue is broken: stops the driver" << std::endl;
             return 1;
         }
-        MessageReader message(buffer.data(), static_cast<std::size_t>(length));
+        protocol::MessageReader message(buffer.data(), static_cast<std::size_t>(length));
         if (!calls.handle(message)) {
             watch.stopRequested();
             return 0;

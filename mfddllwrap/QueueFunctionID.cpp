@@ -11,7 +11,7 @@ IInterface* QueueFunctionID::queryInterface(unsigned int id) {
 }
 
 bool QueueFunctionID::sendFID(const std::string& fid, const FIDParameterList& parameters) const {
-    MessageWriter message(protocol::dispatchFID);
+    protocol::MessageWriter message(protocol::dispatchFID);
     message.string(fid).parameters(parameters);
     return m_output.send(message);
 }

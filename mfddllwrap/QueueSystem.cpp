@@ -11,5 +11,5 @@ IInterface* QueueSystem::queryInterface(unsigned int id) {
 }
 
 void QueueSystem::executeCommand(const std::string& command, const std::string& arguments) {
-    m_output.send(MessageWriter(protocol::executeCommand).string(command).string(arguments));
+    m_output.send(protocol::MessageWriter(protocol::executeCommand).string(command).string(arguments));
 }

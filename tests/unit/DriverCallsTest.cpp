@@ -34,7 +34,7 @@ public:
 };
 
 bool handle(DriverCalls& sut, const std::string& bytes) {
-    MessageReader message(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    protocol::MessageReader message(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
     return sut.handle(message);
 }
 

@@ -264,7 +264,7 @@ Calls callsOf(const std::string& message) {
     std::copy(message.begin(), message.end(), buffer.begin());
     Recorder driver;
     DriverCalls sut(&driver, &driver);
-    MessageReader reader(buffer.data(), message.size());
+    protocol::MessageReader reader(buffer.data(), message.size());
     if (!sut.handle(reader))
         sut.deinitialize();
     return driver.calls;

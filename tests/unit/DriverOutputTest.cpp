@@ -16,7 +16,7 @@ using testing::SizeIs;
 
 struct Fixture {
     bool sendText(const std::string& id, const std::string& value) {
-        return sut.send(MessageWriter("SETVAL").string(id).string(value));
+        return sut.send(protocol::MessageWriter("SETVAL").string(id).string(value));
     }
     std::vector<std::string> log() { return host.journal().linesOf({"log"}); }
 

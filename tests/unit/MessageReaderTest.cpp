@@ -7,30 +7,39 @@
 
 #include "GoldenFrame.h"
 
+using namespace std::string_literals;
+
 namespace {
 
-MessageReader reader(const std::string& bytes) {
-    return {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
-}
+struct Bytes {
+    std::string bytes;
+};
 
-MessageReader goldenReader(const std::string& name) {
-    return reader(goldenText(name));
+/// Keeps what it reads.
+class Reader : private Bytes, public protocol::MessageReader {
+public:
+    explicit Reader(const std::string& message)
+        : Bytes{message}, MessageReader(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()) {}
+    Reader(const Reader&) = delete;
+};
+
+Reader goldenReader(const std::string& name) {
+    return Reader(goldenText(name));
 }
 
 TEST(MessageReader, CodeIsTheFirstSixBytes) {
-    EXPECT_EQ(goldenReader("SUBSCR").code(), "SUBSCR");
+    EXPECT_TRUE(goldenReader("SUBSCR").hasCode("SUBSCR"));
+    EXPECT_FALSE(goldenReader("SUBSCR").hasCode("SUBSCS"));
+    EXPECT_FALSE(goldenReader("SUBSCR").hasCode("subscr"));
 }
 
-TEST(MessageReader, ShortCodeIsPaddedWithZeroBytes) {
-    EXPECT_EQ(reader("DEI").code(), std::string("DEI\0\0\0", 6));
-}
-
-TEST(MessageReader, EmptyMessageHasNoCode) {
-    EXPECT_EQ(reader("").code(), std::string(6, '\0'));
+TEST(MessageReader, ShortCodeIsNone) {
+    EXPECT_FALSE(Reader("DEINI").hasCode("DEINIT"));
+    EXPECT_FALSE(Reader("").hasCode("DEINIT"));
 }
 
 TEST(MessageReader, ReadsSetConfiguration) {
-    MessageReader sut = goldenReader("SETCFG");
+    Reader sut = goldenReader("SETCFG");
     EXPECT_EQ(sut.int32(), 3);
     std::vector<std::string> texts;
     for (int count = 0; count < 6; ++count)
@@ -40,7 +49,7 @@ TEST(MessageReader, ReadsSetConfiguration) {
 }
 
 TEST(MessageReader, ReadsParameters) {
-    MessageReader sut = goldenReader("SNDFDP");
+    Reader sut = goldenReader("SNDFDP");
     EXPECT_EQ(sut.string(), "MOVE");
     const FIDParameterList parameters = sut.parameters();
     EXPECT_THAT(std::vector(parameters.begin(), parameters.end()),
@@ -48,33 +57,33 @@ TEST(MessageReader, ReadsParameters) {
 }
 
 TEST(MessageReader, CountZeroIsAnEmptyList) {
-    MessageReader sut = goldenReader("SNDFDP-no-parameters");
+    Reader sut = goldenReader("SNDFDP-no-parameters");
     sut.string();
     EXPECT_TRUE(sut.parameters().empty());
 }
 
 TEST(MessageReader, NegativeNumber) {
-    EXPECT_EQ(reader(std::string("SETCFG\xfe\xff\xff\xff", 10)).int32(), -2);
+    EXPECT_EQ(Reader(std::string("SETCFG\xfe\xff\xff\xff", 10)).int32(), -2);
 }
 
 TEST(MessageReader, StringEndsAtItsFirstZeroByte) {
-    MessageReader sut = reader(std::string("SUBSCR\5AB\0CD\1X", 14));
+    Reader sut(std::string("SUBSCR\5AB\0CD\1X", 14));
     EXPECT_EQ(sut.string(), "AB");
 }
 
 TEST(MessageReader, FieldBehindAZeroByteIsReadAtItsPlace) {
-    MessageReader sut = reader(std::string("SUBSCR\5AB\0CD\1X", 14));
+    Reader sut(std::string("SUBSCR\5AB\0CD\1X", 14));
     sut.string();
     EXPECT_EQ(sut.string(), "X");
 }
 
 TEST(MessageReader, StringOf255Bytes) {
-    MessageReader sut = reader("SUBSCR\xff" + std::string(255, 'x'));
+    Reader sut("SUBSCR\xff" + std::string(255, 'x'));
     EXPECT_EQ(sut.string(), std::string(255, 'x'));
 }
 
 TEST(MessageReader, BytesBehindAShortMessageReadAsZero) {
-    MessageReader sut = reader(std::string("SUBSCR\5AB", 9));
+    Reader sut(std::string("SUBSCR\5AB", 9));
     EXPECT_EQ(sut.string(), "AB");
     EXPECT_EQ(sut.string(), "");
     EXPECT_EQ(sut.int32(), 0);
@@ -85,7 +94,7 @@ TEST(MessageReader, StringMayEndAtTheLastByte) {
     const std::string full = "SUBSCR" + ("\xff" + std::string(255, 'a')) + ("\xff" + std::string(255, 'b')) +
                              ("\xff" + std::string(255, 'c')) + ("\xf9" + std::string(249, 'd'));
     ASSERT_EQ(full.size(), 1024u);
-    MessageReader sut = reader(full);
+    Reader sut(full);
     sut.string();
     sut.string();
     sut.string();
@@ -97,7 +106,7 @@ TEST(MessageReader, StringThatCrossesTheEndIsEmpty) {
     const std::string full = "SUBSCR" + ("\xff" + std::string(255, 'a')) + ("\xff" + std::string(255, 'b')) +
                              ("\xff" + std::string(255, 'c')) + ("\xfa" + std::string(249, 'd'));
     ASSERT_EQ(full.size(), 1024u);
-    MessageReader sut = reader(full);
+    Reader sut(full);
     sut.string();
     sut.string();
     sut.string();
@@ -108,7 +117,7 @@ TEST(MessageReader, NumberThatCrossesTheEndIsZero) {
     const std::string full = "SUBSCR" + ("\xff" + std::string(255, 'a')) + ("\xff" + std::string(255, 'b')) +
                              ("\xff" + std::string(255, 'c')) + ("\xf6" + std::string(246, 'd')) + "\1\1\1";
     ASSERT_EQ(full.size(), 1024u);
-    MessageReader sut = reader(full);
+    Reader sut(full);
     for (int count = 0; count < 4; ++count)
         sut.string();
     EXPECT_EQ(sut.int32(), 0);
@@ -117,7 +126,7 @@ TEST(MessageReader, NumberThatCrossesTheEndIsZero) {
 TEST(MessageReader, FieldsBehindOneThatCrossesTheEndAreEmpty) {
     const std::string full = "SUBSCR" + ("\xff" + std::string(255, 'a')) + ("\xff" + std::string(255, 'b')) +
                              ("\xff" + std::string(255, 'c')) + ("\xfa" + std::string(249, '\1'));
-    MessageReader sut = reader(full);
+    Reader sut(full);
     for (int count = 0; count < 4; ++count)
         sut.string();
     EXPECT_EQ(sut.string(), "");
@@ -126,7 +135,7 @@ TEST(MessageReader, FieldsBehindOneThatCrossesTheEndAreEmpty) {
 }
 
 TEST(MessageReader, PairThatIsNotWholeIsLeftOut) {
-    MessageReader sut = reader(std::string("SNDFDP\1M\2\1a\1b\1c\5d", 17));
+    Reader sut(std::string("SNDFDP\1M\2\1a\1b\1c\5d", 17));
     sut.string();
     const FIDParameterList parameters = sut.parameters();
     EXPECT_THAT(std::vector(parameters.begin(), parameters.end()),
@@ -134,14 +143,58 @@ TEST(MessageReader, PairThatIsNotWholeIsLeftOut) {
 }
 
 TEST(MessageReader, MissingCountIsAnEmptyList) {
-    MessageReader sut = reader(std::string("SNDFDP\1M", 8));
+    Reader sut(std::string("SNDFDP\1M", 8));
     sut.string();
     EXPECT_TRUE(sut.parameters().empty());
 }
 
 TEST(MessageReader, MessageLongerThanTheBufferIsCut) {
-    MessageReader sut = reader("SUBSCR\3abc" + std::string(5000, '\xff'));
+    Reader sut("SUBSCR\3abc" + std::string(5000, '\xff'));
     EXPECT_EQ(sut.string(), "abc");
+}
+
+TEST(MessageReader, TakesFieldsInOrder) {
+    Reader sut(
+        "SETVAX\x01"
+        "A\x2a\x00\x00\x00\x00\x00\xc0\x3f\x02\x07"s);
+    EXPECT_EQ(sut.string(), "A");
+    EXPECT_EQ(sut.int32(), 42);
+    EXPECT_EQ(sut.float32(), 1.5F);
+    EXPECT_TRUE(sut.bool8());
+    EXPECT_EQ(sut.count8(), 7u);
+}
+
+TEST(MessageReader, FieldsAfterTheMessageReadAsEmpty) {
+    Reader sut("SETVAL");
+    EXPECT_EQ(sut.string(), "");
+    EXPECT_EQ(sut.int32(), 0);
+    EXPECT_EQ(sut.float32(), 0.0F);
+    EXPECT_FALSE(sut.bool8());
+    EXPECT_EQ(sut.count8(), 0u);
+}
+
+TEST(MessageReader, NumberOfAShortMessageIsFilledUpWithZeros) {
+    Reader sut("SETVAI\1A\x2a\1"s);
+    EXPECT_EQ(sut.string(), "A");
+    EXPECT_EQ(sut.int32(), 0x12a);
+    EXPECT_EQ(sut.int32(), 0);
+}
+
+TEST(MessageReader, StringIsReadIntoATextThatIsThere) {
+    Reader sut("SETVAL\2AB\0"s);
+    std::string text = "a former one";
+    sut.string(text);
+    EXPECT_EQ(text, "AB");
+    sut.string(text);
+    EXPECT_EQ(text, "");
+}
+
+TEST(MessageReader, BytesAfterTheMessageAreNotItsOwn) {
+    const std::string buffer = "SUBSCR\5AB\xff\xff\xff\xff";
+    protocol::MessageReader sut(reinterpret_cast<const unsigned char*>(buffer.data()), 9);
+    EXPECT_EQ(sut.string(), "AB");
+    EXPECT_EQ(sut.int32(), 0);
+    EXPECT_TRUE(sut.parameters().empty());
 }
 
 }  // namespace

@@ -3,8 +3,7 @@
 #include <cstddef>
 #include <string_view>
 
-/// What host and driver process agree on: queue names, the message size and the codes that every message
-/// begins with. docs/protocol.md has the byte tables.
+/// The six bytes that each message begins with, and how long it and its texts may be.
 namespace protocol {
 
 inline constexpr std::size_t maximumLength = 1024;

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "sal/Assert.h"
+namespace protocol {
 
 MessageWriter::MessageWriter(std::string_view code) {
     append(code.data(), code.size());
@@ -11,14 +11,11 @@ MessageWriter::MessageWriter(std::string_view code) {
 MessageWriter& MessageWriter::string(const std::string& text) {
     if (!m_subject.data())
         m_subject = text;
-    if (text.size() > protocol::maximumText) {
-        if (m_oversize == 0)
-            m_oversize = text.size();
-        return *this;
-    }
+    if (text.size() > maximumText && m_oversize == 0)
+        m_oversize = text.size();
     const auto length = static_cast<unsigned char>(text.size());
     append(&length, 1);
-    append(text.data(), text.size());
+    append(text.data(), length);
     return *this;
 }
 
@@ -40,14 +37,19 @@ MessageWriter& MessageWriter::bool8(bool value) {
 }
 
 MessageWriter& MessageWriter::parameters(const FIDParameterList& list) {
-    m_length += static_cast<std::size_t>(list.serialize(reinterpret_cast<char*>(m_buffer.data()) + m_length,
-                                                        static_cast<int>(m_buffer.size() - m_length)));
+    if (m_fits)
+        m_length +=
+            static_cast<std::size_t>(list.serialize(reinterpret_cast<char*>(m_buffer.data()) + m_length,
+                                                    static_cast<int>(m_buffer.size() - m_length)));
     return *this;
 }
 
 void MessageWriter::append(const void* data, std::size_t length) {
-    // No message of the protocol has fields for more than the buffer holds.
-    SAL_ASSERT(length <= m_buffer.size() - m_length);
+    m_fits = m_fits && length <= m_buffer.size() - m_length;
+    if (!m_fits)
+        return;
     std::memcpy(m_buffer.data() + m_length, data, length);
     m_length += length;
 }
+
+}  // namespace protocol
