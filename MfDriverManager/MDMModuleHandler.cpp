@@ -12,6 +12,7 @@
 #include "MDMModuleInfo.h"
 #include "MDMModuleLoader.h"
 #include "MDMModuleParser.h"
+#include "PanelNames.h"
 #include "XMLVerify.h"
 #include "XmlDocument.h"
 #include "sal/Assert.h"
@@ -30,7 +31,6 @@ namespace {
 
 const char* const g_dataDirectory = "/var/data";
 const char* const g_panelLink = "/var/data/PANEL";
-const char* const g_panelWorkingDirectory = "data/PANEL";
 constexpr unsigned int g_highestWorkplace = 7;
 constexpr unsigned int g_spinPause = 100;
 
@@ -60,7 +60,7 @@ void emptyDataDirectory() {
 
 bool preparePanelDirectory() {
     sal::Path workingPath = sal::Path::getCurrentWorkingDirPath();
-    workingPath.expand(g_panelWorkingDirectory);
+    workingPath.expand(protocol::panelDirectory);
     if (!sal::Directory(workingPath).createDirectory()) {
         std::cout << "Failed to create PANEL working directory" << std::endl;
         return false;
@@ -129,13 +129,13 @@ void MDMModuleHandler::searchMfDriver(const std::string& directory) {
         return;
     int index = 0;
     for (const MDMModuleInfo* pInfo : m_modules) {
-        const std::string key = "PANEL.MFDDEF" + std::to_string(index++);
+        const std::string key = protocol::catalogueKey + std::to_string(index++);
         m_pPanelState->setStateValue(key + ".TYPE", pInfo->getMFDriverType());
         m_pPanelState->setStateValue(key + ".VERSION", pInfo->getMfDriverVersion());
         m_pPanelState->setStateValue(key + ".DESCRIPTION", pInfo->getMfDriverDescription());
         m_pPanelState->setStateValue(key + ".PREFIX", pInfo->getMfDriverPrefix());
     }
-    m_pPanelState->setStateValueInt("PANEL.MFDDEF.COUNT", index);
+    m_pPanelState->setStateValueInt(protocol::catalogueCountKey, index);
 }
 
 bool MDMModuleHandler::startMfDriver(int workplaceId, const std::string& driverID,
@@ -150,8 +150,8 @@ bool MDMModuleHandler::startMfDriver(int workplaceId, const std::string& driverI
 }
 
 bool MDMModuleHandler::startMfDrivers(const std::string& configurationPath) {
-    if (!startMfDriver(0, "PANEL", "Panel", "1.0", g_panelWorkingDirectory, "", "",
-                       EInterfaceTypes::Direct)) {
+    if (!startMfDriver(0, protocol::panelDriverID, protocol::panelType, protocol::panelVersion,
+                       protocol::panelDirectory, "", "", EInterfaceTypes::Direct)) {
         m_pLog->level(2) << "Failed to start panel driver" << std::endl;
         return false;
     }

@@ -10,6 +10,7 @@
 #include "MDMDriverIPCI.h"
 #include "MDMFidDistributor.h"
 #include "MDMModuleInfo.h"
+#include "PanelNames.h"
 #include "sal/Directory.h"
 #include "sal/File.h"
 #include "sal/ModuleLoader.h"
@@ -18,7 +19,6 @@
 
 namespace {
 
-const char* const g_panelDriverID = "PANEL";
 const char* const g_linkDirectory = "/var/data";
 const char* const g_netmask = "255.255.255.0";
 
@@ -299,6 +299,6 @@ void MDMModuleLoader::releaseDriver(const std::string& driverID) {
     if (!m_pFidDistributor)
         return;
     m_pFidDistributor->releaseDriver(driverID);
-    if (driverID == g_panelDriverID)
+    if (driverID == protocol::panelDriverID)
         m_pFidDistributor->setMacroSystem(nullptr);
 }

@@ -17,6 +17,7 @@
 #include "MDMModuleHandler.h"
 #include "MDMPanelConfigurationIPCI.h"
 #include "MDMVirtualPanelIPCI.h"
+#include "PanelNames.h"
 #include "sal/Assert.h"
 #include "sal/CmdProcessor.h"
 #include "sal/CmdRegisterImpl.h"
@@ -152,7 +153,7 @@ void MfDriverManager::showModules() {
 IInterface* MfDriverManager::queryPanelDriver(unsigned int id) {
     if (!m_pModuleHandler)
         return nullptr;
-    sal::Module* pPanel = m_pModuleHandler->getModule("PANEL");
+    sal::Module* pPanel = m_pModuleHandler->getModule(protocol::panelDriverID);
     if (!pPanel)
         return nullptr;
     switch (id) {

@@ -29,6 +29,7 @@
 #include "InterfaceIds.h"
 #include "MfDriverManager.h"
 #include "Needed.h"
+#include "PanelNames.h"
 #include "Printable.h"
 #include "QueueNames.h"
 #include "TerminalModes.h"
@@ -272,7 +273,7 @@ bool Host::startDrivers(const WorkplaceSnapshot& workplace) {
     std::map<std::string, std::string> queueFaults = m_queueTrial.faults(processDrivers);
     const bool isComplete = m_pConfiguration->startMfDrivers(m_pCopy ? m_pCopy->path() : std::string());
     m_pManager->onMfDriversStarted();
-    const bool hasPanel = m_roster.isRunning("PANEL");
+    const bool hasPanel = m_roster.isRunning(protocol::panelDriverID);
     if (!hasPanel && !isComplete) {
         hostLog(sal::LogOutput::eCritical) << "PANEL: the panel driver does not start" << std::endl;
         return false;
@@ -286,8 +287,8 @@ bool Host::startDrivers(const WorkplaceSnapshot& workplace) {
         return true;
     }
     DriverRoster::Driver panel;
-    panel.type = "Panel";
-    panel.version = "1.0";
+    panel.type = protocol::panelType;
+    panel.version = protocol::panelVersion;
     // Where none announces it the check has said so.
     if (isDescribed(panel))
         hostLog(sal::LogOutput::eWarning)
@@ -387,7 +388,7 @@ void Host::reload(const std::string& line, const std::string& driverID, std::ost
     m_roster.configure(workplace.file().entries(), workplace.file().isWhole());
     endStart(driverID);
     // The old panel's macro system is gone with it.
-    if (driverID == "PANEL")
+    if (driverID == protocol::panelDriverID)
         m_pManager->onMfDriversStarted();
 }
 
@@ -479,7 +480,7 @@ bool Host::isProcessDriver(const DriverRoster::Driver& driver) const {
 
 int Host::describedCount() const {
     // The module publishes what it found.
-    const auto entry = m_store.find("PANEL.MFDDEF.COUNT");
+    const auto entry = m_store.find(protocol::catalogueCountKey);
     return entry ? std::atoi(entry->value.text().c_str()) : 0;
 }
 
@@ -490,7 +491,7 @@ bool Host::isDescribed(const DriverRoster::Driver& driver) const {
     };
     const int count = describedCount();
     for (int i = 0; i < count; ++i) {
-        const std::string key = "PANEL.MFDDEF" + std::to_string(i);
+        const std::string key = protocol::catalogueKey + std::to_string(i);
         if (value(key + ".TYPE") == driver.type && value(key + ".VERSION") == driver.version)
             return true;
     }

@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "PanelNames.h"
 #include "Printable.h"
 #include "QueueNames.h"
 #include "sal/HostAddress.h"
@@ -56,7 +57,7 @@ public:
     std::vector<Finding> findings() {
         for (const WorkplaceFile::Fault& fault : m_workplace.faults())
             m_found.push_back({Finding::ESeverity::Warning, m_workplace.path(), fault.line, fault.text});
-        m_directories.emplace(directoryPath(m_workDirectory, "data/PANEL"), "the panel driver's");
+        m_directories.emplace(directoryPath(m_workDirectory, protocol::panelDirectory), "the panel driver's");
         for (const Entry& entry : m_workplace.entries())
             checkEntry(entry);
         m_isReached = false;
@@ -118,7 +119,7 @@ private:
         const std::string id = m_pEntry->driverID.c_str();
         if (id.empty())
             return;
-        if (id == "PANEL" && m_occasion != EOccasion::Reload) {
+        if (id == protocol::panelDriverID && m_occasion != EOccasion::Reload) {
             if (m_pEntry->isLoaded())
                 error("the panel driver is started without an entry and would run twice; remove the entry");
             else
@@ -231,7 +232,7 @@ private:
 
     void checkDirectory() {
         // For a reload of the panel driver an entry with its own directory is right.
-        if (m_pEntry->driverID == "PANEL")
+        if (m_pEntry->driverID == protocol::panelDriverID)
             return;
         if (!base::isPrintable(m_pEntry->workingDirectory))
             warn("the workingDirectory " + base::quoted(m_pEntry->workingDirectory) +
@@ -247,7 +248,7 @@ private:
     void checkPanel() {
         const auto& records = m_catalogue.records();
         const auto panel = std::find_if(records.begin(), records.end(), [](const auto& record) {
-            return record.type == "Panel" && record.version == "1.0";
+            return record.type == protocol::panelType && record.version == protocol::panelVersion;
         });
         if (m_occasion != EOccasion::Reload && panel == records.end())
             m_found.push_back({Finding::ESeverity::Warning,
@@ -267,7 +268,7 @@ private:
 
     /// Every record of a type and version is loaded, the first of them for ever.
     void checkRecords() {
-        m_used.emplace("Panel", "1.0");
+        m_used.emplace(protocol::panelType, protocol::panelVersion);
         std::map<std::pair<std::string, std::string>, const DescriptorCatalogue::Record*> records;
         for (const DescriptorCatalogue::Record& record : m_catalogue.records()) {
             const auto key = std::pair(record.type, record.version);

@@ -6,6 +6,7 @@
 
 #include "HostLog.h"
 #include "InterfaceIds.h"
+#include "PanelNames.h"
 #include "Printable.h"
 
 namespace {
@@ -14,7 +15,7 @@ thread_local int t_consoleMarks = 0;
 
 /// What the module publishes of the descriptors that it has found.
 bool isOfCatalogue(const std::string& key) {
-    return key.starts_with("PANEL.MFDDEF");
+    return key.starts_with(protocol::catalogueKey);
 }
 
 }  // namespace

@@ -4,11 +4,13 @@
 #include <set>
 #include <string_view>
 
+#include "PanelNames.h"
+
 DriverRoster::DriverRoster(StateStore& store) : m_store(store) {
     // The module starts this one whatever the configuration says.
-    Driver& panel = driver("PANEL");
-    panel.type = "Panel";
-    panel.version = "1.0";
+    Driver& panel = driver(protocol::panelDriverID);
+    panel.type = protocol::panelType;
+    panel.version = protocol::panelVersion;
     panel.interfaceType = EInterfaceTypes::Direct;
 }
 
@@ -31,7 +33,7 @@ void DriverRoster::configure(const std::vector<WorkplaceFile::Entry>& entries, b
     if (!isWhole)
         return;
     std::erase_if(m_drivers, [&](const auto& item) {
-        return !configuredIDs.contains(item.first) && item.first != "PANEL" &&
+        return !configuredIDs.contains(item.first) && item.first != protocol::panelDriverID &&
                item.second.status != EStatus::Running && item.second.status != EStatus::Hung;
     });
 }
