@@ -9,18 +9,12 @@
 #include <charconv>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <system_error>
 #include <utility>
 
 #include "GarbageSender.h"
 #include "ThreadName.h"
-
-struct FaultyDriver::Function {
-    const char* name;
-    bool (FaultyDriver::*handler)(const FIDParameterList&) const;
-};
 
 namespace {
 
@@ -49,18 +43,6 @@ std::string lowerCase(std::string text) {
 }
 
 }  // namespace
-
-const FaultyDriver::Function FaultyDriver::s_functions[] = {
-    {"PING", &FaultyDriver::ping},
-    {"REPORT", &FaultyDriver::report},
-    {"FAULT.AT", &FaultyDriver::plan},
-    {"FAULT.FILLSTORE", &FaultyDriver::fillStore},
-    {"FAULT.FLOODFIDS", &FaultyDriver::floodFids},
-    {"FAULT.FLOODSTATE", &FaultyDriver::floodState},
-    {"FAULT.GARBAGE", &FaultyDriver::sendGarbage},
-    {"FAULT.LEAK", &FaultyDriver::leak},
-    {"FAULT.STOP", &FaultyDriver::stopAll},
-};
 
 FaultyDriver::FaultyDriver() {
     m_complaints = m_plan.read(textOf(moduleFile() + ".faults"));
@@ -109,14 +91,24 @@ bool FaultyDriver::showState() const {
 }
 
 bool FaultyDriver::sendFID(const std::string& fid, const FIDParameterList& parameters) const {
-    const auto* pFunction = std::find_if(std::begin(s_functions), std::end(s_functions),
-                                         [&fid](const Function& known) { return fid == known.name; });
-    if (pFunction != std::end(s_functions))
-        return (this->*pFunction->handler)(parameters);
-    return strike(fid, parameters);
+    static const mfd::FunctionTable<FaultyDriver>::Function s_functions[] = {
+        {"PING", &FaultyDriver::ping},
+        {"REPORT", &FaultyDriver::report},
+        {"FAULT.AT", &FaultyDriver::plan},
+        {"FAULT.FILLSTORE", &FaultyDriver::fillStore},
+        {"FAULT.FLOODFIDS", &FaultyDriver::floodFids},
+        {"FAULT.FLOODSTATE", &FaultyDriver::floodState},
+        {"FAULT.GARBAGE", &FaultyDriver::sendGarbage},
+        {"FAULT.LEAK", &FaultyDriver::leak},
+        {"FAULT.STOP", &FaultyDriver::stopAll},
+    };
+    const mfd::FunctionTable<FaultyDriver> functions(s_functions);
+    const auto* pFunction = functions.find(fid);
+    return pFunction ? (this->*pFunction->handler)(parameters) : strike(fid, parameters, functions.names());
 }
 
-bool FaultyDriver::strike(const std::string& fid, const FIDParameterList& parameters) const {
+bool FaultyDriver::strike(const std::string& fid, const FIDParameterList& parameters,
+                          const std::string& known) const {
     std::string reason = "is unknown";
     if (fid.starts_with(s_prefix)) {
         const std::string word = lowerCase(fid.substr(std::string(s_prefix).size()));
@@ -128,10 +120,7 @@ bool FaultyDriver::strike(const std::string& fid, const FIDParameterList& parame
             return fault->strike();
         }
     }
-    std::string known;
-    for (const Function& function : s_functions)
-        known += std::string(function.name) + ", ";
-    return refuse(fid, reason + "; FIDs are " + known + s_prefix + " and a fault in capitals");
+    return refuse(fid, reason + "; FIDs are " + known + ", " + s_prefix + " and a fault in capitals");
 }
 
 bool FaultyDriver::refuse(const std::string& fid, const std::string& reason) const {

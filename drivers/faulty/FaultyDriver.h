@@ -26,9 +26,6 @@ public:
     bool deinitialize() override;
 
 private:
-    struct Function;
-    static const Function s_functions[];
-
     bool ping(const FIDParameterList& parameters) const;
     bool report(const FIDParameterList& parameters) const;
     bool fillStore(const FIDParameterList& parameters) const;
@@ -39,7 +36,8 @@ private:
     bool plan(const FIDParameterList& parameters) const;
     bool stopAll(const FIDParameterList& parameters) const;
 
-    bool strike(const std::string& fid, const FIDParameterList& parameters) const;
+    /// For a FID that is none of the known ones.
+    bool strike(const std::string& fid, const FIDParameterList& parameters, const std::string& known) const;
     bool refuse(const std::string& fid, const std::string& reason) const;
     /// The parameter's number; fallback when it is not given, -1 when it is no number from 0 to a million.
     static int number(const FIDParameterList& parameters, const std::string& name, int fallback);

@@ -1,19 +1,10 @@
 #include "PanelDriver.h"
 
-#include <algorithm>
-#include <initializer_list>
 #include <iostream>
-#include <iterator>
 #include <string_view>
 #include <vector>
 
 #include "Printable.h"
-
-struct PanelDriver::Function {
-    const char* name;
-    std::initializer_list<const char*> parameters;  ///< all are required
-    bool (PanelDriver::*handler)(const FIDParameterList&) const;
-};
 
 namespace {
 
@@ -46,19 +37,6 @@ const char* wordFor(MacroState::EActivity activity) {
 
 }  // namespace
 
-const PanelDriver::Function PanelDriver::s_functions[] = {
-    {"ALARM", {"source", "text"}, &PanelDriver::showAlarm},
-    {"ALARM.CLEAR", {}, &PanelDriver::clearAlarm},
-    {"MACRO.CANCEL", {}, &PanelDriver::cancelMacro},
-    {"MACRO.DELETE", {"name"}, &PanelDriver::deleteMacro},
-    {"MACRO.LOAD", {}, &PanelDriver::loadMacros},
-    {"MACRO.PLAY", {"name"}, &PanelDriver::playMacro},
-    {"MACRO.RECORD", {"name"}, &PanelDriver::recordMacro},
-    {"MACRO.RENAME", {"from", "to"}, &PanelDriver::renameMacro},
-    {"MACRO.SAVE", {}, &PanelDriver::saveMacros},
-    {"MACRO.STOP", {}, &PanelDriver::stopMacro},
-};
-
 PanelDriver::PanelDriver() : m_pMacroSystem(std::make_unique<MacroSystem>(static_cast<IMacroHost&>(*this))) {}
 
 PanelDriver::~PanelDriver() = default;
@@ -87,26 +65,20 @@ bool PanelDriver::deinitialize() {
 }
 
 bool PanelDriver::sendFID(const std::string& fid, const FIDParameterList& parameters) const {
+    static const mfd::FunctionTable<PanelDriver>::Function s_functions[] = {
+        {"ALARM", &PanelDriver::showAlarm, {"source", "text"}},
+        {"ALARM.CLEAR", &PanelDriver::clearAlarm},
+        {"MACRO.CANCEL", &PanelDriver::cancelMacro},
+        {"MACRO.DELETE", &PanelDriver::deleteMacro, {"name"}},
+        {"MACRO.LOAD", &PanelDriver::loadMacros},
+        {"MACRO.PLAY", &PanelDriver::playMacro, {"name"}},
+        {"MACRO.RECORD", &PanelDriver::recordMacro, {"name"}},
+        {"MACRO.RENAME", &PanelDriver::renameMacro, {"from", "to"}},
+        {"MACRO.SAVE", &PanelDriver::saveMacros},
+        {"MACRO.STOP", &PanelDriver::stopMacro},
+    };
     const auto pass = m_gate.enter();
-    if (!pass)
-        return false;
-
-    const auto function = std::find_if(std::begin(s_functions), std::end(s_functions),
-                                       [&fid](const Function& known) { return fid == known.name; });
-    if (function == std::end(s_functions)) {
-        std::string known;
-        for (const Function& each : s_functions)
-            known += (known.empty() ? "" : ", ") + std::string(each.name);
-        log(sal::LogOutput::eWarning, "unknown FID \"" + fid + "\"; known are " + known);
-        return false;
-    }
-    for (const char* parameter : function->parameters) {
-        if (parameters.value(parameter).empty()) {
-            log(sal::LogOutput::eWarning, fid + " ignored, it needs the parameter \"" + parameter + "\"");
-            return false;
-        }
-    }
-    return (this->*function->handler)(parameters);
+    return pass && callFunction<PanelDriver>(s_functions, fid, parameters);
 }
 
 bool PanelDriver::showState() const {

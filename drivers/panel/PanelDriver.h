@@ -25,9 +25,6 @@ public:
     bool deinitialize() override;
 
 private:
-    struct Function;
-    static const Function s_functions[];
-
     bool recordMacro(const FIDParameterList& parameters) const;
     bool stopMacro(const FIDParameterList& parameters) const;
     bool cancelMacro(const FIDParameterList& parameters) const;

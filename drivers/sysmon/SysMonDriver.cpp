@@ -1,19 +1,12 @@
 #include "SysMonDriver.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <iostream>
-#include <iterator>
 #include <system_error>
 #include <utility>
 
 #include "ThreadName.h"
-
-struct SysMonDriver::Function {
-    const char* name;
-    bool (SysMonDriver::*handler)(const FIDParameterList&) const;
-};
 
 namespace {
 
@@ -39,14 +32,6 @@ std::string decimal(float number) {
 }
 
 }  // namespace
-
-const SysMonDriver::Function SysMonDriver::s_functions[] = {
-    {"FORWARD", &SysMonDriver::forward},
-    {"INTERVAL", &SysMonDriver::setInterval},
-    {"MARK", &SysMonDriver::mark},
-    {"REPORT", &SysMonDriver::requestReport},
-    {"THRESHOLD", &SysMonDriver::setThreshold},
-};
 
 SysMonDriver::SysMonDriver(SystemProbe::Paths paths) : m_probe(std::move(paths)) {}
 
@@ -90,19 +75,15 @@ void SysMonDriver::stop() {
 }
 
 bool SysMonDriver::sendFID(const std::string& fid, const FIDParameterList& parameters) const {
+    static const mfd::FunctionTable<SysMonDriver>::Function s_functions[] = {
+        {"FORWARD", &SysMonDriver::forward},
+        {"INTERVAL", &SysMonDriver::setInterval},
+        {"MARK", &SysMonDriver::mark},
+        {"REPORT", &SysMonDriver::requestReport},
+        {"THRESHOLD", &SysMonDriver::setThreshold},
+    };
     const auto pass = m_gate.enter();
-    if (!pass)
-        return false;
-    const auto function = std::find_if(std::begin(s_functions), std::end(s_functions),
-                                       [&fid](const Function& known) { return fid == known.name; });
-    if (function == std::end(s_functions)) {
-        std::string known;
-        for (const Function& each : s_functions)
-            known += (known.empty() ? "" : ", ") + std::string(each.name);
-        log(sal::LogOutput::eWarning, "unknown FID \"" + fid + "\"; known are " + known);
-        return false;
-    }
-    return (this->*function->handler)(parameters);
+    return pass && callFunction<SysMonDriver>(s_functions, fid, parameters);
 }
 
 bool SysMonDriver::showState() const {

@@ -40,9 +40,6 @@ private:
         std::optional<bool> link;
     };
 
-    struct Function;
-    static const Function s_functions[];
-
     bool setInterval(const FIDParameterList& parameters) const;
     bool setThreshold(const FIDParameterList& parameters) const;
     bool requestReport(const FIDParameterList& parameters) const;

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "FIDParameterList.h"
+#include "FunctionTable.h"
 #include "IDistributorFID.h"
 #include "IFunctionID.h"
 #include "IMFDConfiguration.h"
@@ -12,7 +13,8 @@
 #include "sal/LogManager.h"
 
 /// What most drivers share: keeps the configuration and the interfaces that the loader hands in, answers both
-/// driver interfaces, and does nothing for the rest. A driver overrides sendFID and, to work of its own
+/// driver interfaces, and does nothing for the rest. A driver overrides sendFID (callFunction
+/// helps) and, to work of its own
 /// accord, initializationCompleted and deinitialize (which stops all threads before it returns).
 class MfdDriverBase : public IFunctionID, public IMFDConfiguration {
 public:
@@ -76,6 +78,26 @@ protected:
             return false;
         m_pDistributorFID->dispatchFID(fid, parameters);
         return true;
+    }
+
+    /// Does what the table says for a FID, for sendFID(). Any thread. False with a warning in the log, which
+    /// says what would be right, when the table does not have the FID or a parameter is missing that it
+    /// needs; else what the driver's operation returns.
+    template <class Driver>
+    bool callFunction(const mfd::FunctionTable<Driver>& functions, const std::string& fid,
+                      const FIDParameterList& parameters) const {
+        const auto* pFunction = functions.find(fid);
+        if (!pFunction) {
+            log(sal::LogOutput::eWarning, "unknown FID \"" + fid + "\"; known are " + functions.names());
+            return false;
+        }
+        for (const char* parameter : pFunction->needed) {
+            if (parameters.value(parameter).empty()) {
+                log(sal::LogOutput::eWarning, fid + " ignored, it needs the parameter \"" + parameter + "\"");
+                return false;
+            }
+        }
+        return (static_cast<const Driver&>(*this).*pFunction->handler)(parameters);
     }
 
     /// Writes one line to the log output named after the driver ID, so that the line tells whose it is. Any

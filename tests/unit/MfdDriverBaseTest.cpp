@@ -21,6 +21,29 @@ public:
     bool sendFID(const std::string&, const FIDParameterList&) const override { return true; }
 };
 
+/// A driver whose FIDs stand in a table.
+class TableDriver : public MfdDriverBase {
+public:
+    TableDriver() { setConfiguration(0, "AXIS1", "", "", "", "", ""); }
+
+    bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override {
+        static const mfd::FunctionTable<TableDriver>::Function s_functions[] = {
+            {"MOVE", &TableDriver::move, {"to", "speed"}},
+            {"STOP", &TableDriver::stop},
+        };
+        return callFunction<TableDriver>(s_functions, fid, parameters);
+    }
+
+    mutable std::string moved;
+
+private:
+    bool move(const FIDParameterList& parameters) const {
+        moved = parameters.value("to");
+        return true;
+    }
+    bool stop(const FIDParameterList&) const { return false; }
+};
+
 class Distributor : public IDistributorFID {
 public:
     mutable CallLog calls;
@@ -138,6 +161,36 @@ TEST(MfdDriverBase, LogsWithItsDriverID) {
     sut.setConfiguration(0, "AXIS1", "", "", "", "", "");
     sut.log(sal::LogOutput::eWarning, "too hot");
     EXPECT_THAT(log.text(), HasSubstr("AXIS1: too hot\n"));
+}
+
+TEST(MfdDriverBase, CallsWhatTheTableHasForAFID) {
+    LogFile log;
+    const TableDriver sut;
+    FIDParameterList parameters;
+    parameters.add("to", "5");
+    parameters.add("speed", "3");
+    EXPECT_TRUE(sut.sendFID("MOVE", parameters));
+    EXPECT_EQ(sut.moved, "5");
+    EXPECT_FALSE(sut.sendFID("STOP", {}));
+    EXPECT_EQ(log.text(), "");
+}
+
+TEST(MfdDriverBase, SaysWhichFIDsTheTableHas) {
+    LogFile log;
+    const TableDriver sut;
+    EXPECT_FALSE(sut.sendFID("DANCE", {}));
+    EXPECT_THAT(log.text(), HasSubstr("AXIS1: unknown FID \"DANCE\"; known are MOVE, STOP\n"));
+}
+
+TEST(MfdDriverBase, SaysWhichParameterIsMissing) {
+    LogFile log;
+    const TableDriver sut;
+    FIDParameterList parameters;
+    parameters.add("to", "5");
+    parameters.add("speed", "");
+    EXPECT_FALSE(sut.sendFID("MOVE", parameters));
+    EXPECT_EQ(sut.moved, "");
+    EXPECT_THAT(log.text(), HasSubstr("AXIS1: MOVE ignored, it needs the parameter \"speed\"\n"));
 }
 
 }  // namespace
