@@ -14,6 +14,12 @@ public:
 
     sal::LogManager& manager() { return *m_pManager; }
 
+    /// What was logged before this call.
+    std::string text() {
+        m_pManager->flush();
+        return m_capture.text();
+    }
+
     /// All that was logged; the log is gone then.
     std::string finish() {
         m_pManager.reset();

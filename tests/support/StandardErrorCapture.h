@@ -1,5 +1,7 @@
 #pragma once
 
+#include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <array>
@@ -21,9 +23,14 @@ public:
             throw std::runtime_error("no pipe");
         ::dup2(ends[1], STDERR_FILENO);
         ::close(ends[1]);
-        m_thread = std::thread([this, end = ends[0]] { gather(end); });
+        m_end = ends[0];
+        ::fcntl(m_end, F_SETFL, O_NONBLOCK);
+        m_thread = std::thread([this] { run(); });
     }
-    ~StandardErrorCapture() { finish(); }
+    ~StandardErrorCapture() {
+        finish();
+        ::close(m_end);
+    }
     StandardErrorCapture(const StandardErrorCapture&) = delete;
     StandardErrorCapture& operator=(const StandardErrorCapture&) = delete;
 
@@ -39,26 +46,33 @@ public:
         return text();
     }
 
-    /// What was written until now.
+    /// What was written before this call, whether the thread has come to it or not.
     std::string text() {
         const std::lock_guard lock(m_mutex);
+        gather();
         return m_text;
     }
 
 private:
-    void gather(int end) {
-        std::array<char, 4096> buffer{};
-        for (;;) {
-            const ssize_t count = ::read(end, buffer.data(), buffer.size());
-            if (count <= 0)
-                break;
+    void run() {
+        pollfd written{m_end, POLLIN, 0};
+        for (bool isOpen = true; isOpen;) {
+            ::poll(&written, 1, -1);
             const std::lock_guard lock(m_mutex);
-            m_text.append(buffer.data(), static_cast<std::size_t>(count));
+            isOpen = gather();
         }
-        ::close(end);
+    }
+    /// Takes what stands in the pipe, with the lock held; false when nobody has its other end any more.
+    bool gather() {
+        std::array<char, 4096> buffer{};
+        ssize_t count = 0;
+        while ((count = ::read(m_end, buffer.data(), buffer.size())) > 0)
+            m_text.append(buffer.data(), static_cast<std::size_t>(count));
+        return count < 0;
     }
 
     int m_saved = -1;
+    int m_end = -1;
     std::mutex m_mutex;
     std::string m_text;
     std::thread m_thread;

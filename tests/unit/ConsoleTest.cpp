@@ -4,11 +4,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <functional>
 #include <future>
+#include <iostream>
 #include <mutex>
 #include <vector>
 
 #include "LogCapture.h"
+#include "Terminal.h"
 
 namespace {
 
@@ -87,4 +90,44 @@ TEST_F(ConsoleTest, LogsALineThatIsTooLong) {
 
 TEST_F(ConsoleTest, PipeIsNotInteractive) {
     EXPECT_FALSE(Console::isInteractive());
+}
+
+namespace {
+
+/// A console at a terminal, in a process of its own that writes each line as "[line]" and the end as "(end)".
+void runConsole() {
+    std::promise<void> ended;
+    Console sut({.line = [](const std::string& line) { std::cout << "[" << line << "]" << std::endl; },
+                 .end =
+                     [&] {
+                         std::cout << "(end)" << std::endl;
+                         ended.set_value();
+                     },
+                 .complete = {}});
+    sut.start();
+    ended.get_future().wait();
+}
+
+}  // namespace
+
+TEST(ConsoleAtATerminal, TwoEndsOfInputInARowAreTheEnd) {
+    Terminal terminal(runConsole);
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("\x04"));
+    ASSERT_TRUE(terminal.shows("To shut down, type quit or press Ctrl-D again.")) << terminal.screen();
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("\x04"));
+    EXPECT_TRUE(terminal.shows("(end)")) << terminal.screen();
+    EXPECT_EQ(0, terminal.waitForEnd());
+    EXPECT_TRUE(terminal.takesLines());
+}
+
+TEST(ConsoleAtATerminal, LineBetweenTwoEndsOfInputTakesTheFirstBack) {
+    Terminal terminal(runConsole);
+    for (const char* keys : {"\x04", "drivers\r", "\x04"}) {
+        ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+        ASSERT_TRUE(terminal.type(keys));
+        const bool isEnd = *keys == '\x04';
+        ASSERT_TRUE(terminal.shows(isEnd ? "press Ctrl-D again." : "[drivers]")) << terminal.screen();
+    }
 }

@@ -93,6 +93,24 @@ TEST_F(DriverRosterTest, NewInstanceMayReportAgain) {
     EXPECT_FALSE(isStale("A.X"));
 }
 
+TEST_F(DriverRosterTest, NewInstanceBeginsWithoutTrafficAndWithoutANextTry) {
+    m_sut.processStarted("A", 42);
+    m_sut.setTraffic("A", 5, 7);
+    m_sut.setNextTry("A", std::chrono::steady_clock::now());
+    m_sut.processStarted("A", 43);
+    EXPECT_EQ(0, driver("A").receivedPerSecond);
+    EXPECT_EQ(0, driver("A").sentPerSecond);
+    EXPECT_FALSE(driver("A").nextTry);
+}
+
+TEST_F(DriverRosterTest, DriverThatEndedHasNoTraffic) {
+    m_sut.processStarted("A", 42);
+    m_sut.setTraffic("A", 5, 7);
+    m_sut.processEnded("A", 42, "exit code 3");
+    EXPECT_EQ(0, driver("A").receivedPerSecond);
+    EXPECT_EQ(0, driver("A").sentPerSecond);
+}
+
 TEST_F(DriverRosterTest, NamesTheOldestCallThatHasNotComeBack) {
     EXPECT_FALSE(m_sut.oldestCall());
     m_sut.callBegins("A", "deinitialize");

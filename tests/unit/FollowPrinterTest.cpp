@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 #include <sstream>
@@ -12,6 +14,8 @@
 #include <string>
 
 #include "HangGuard.h"
+#include "LogCapture.h"
+#include "TemporaryDirectory.h"
 
 namespace {
 
@@ -48,6 +52,39 @@ private:
     int m_read = -1;
     int m_write = -1;
 };
+
+/// An output on a disk that is full at first and that gets and loses room as the test says.
+class FullOutput {
+public:
+    FullOutput()
+        : m_full(::open("/dev/full", O_WRONLY | O_CLOEXEC)),
+          m_file(::open(m_directory.path("out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)),
+          m_output(::dup(m_full)) {
+        if (m_full < 0 || m_file < 0 || m_output < 0)
+            throw std::runtime_error("no output");
+    }
+    ~FullOutput() {
+        for (const int fd : {m_full, m_file, m_output})
+            ::close(fd);
+    }
+    int fd() const { return m_output; }
+    void empty() const { ::dup2(m_file, m_output); }
+    void fill() const { ::dup2(m_full, m_output); }
+    std::string text() const { return m_directory.read("out"); }
+
+private:
+    const TemporaryDirectory m_directory;
+    const int m_full;
+    const int m_file;
+    const int m_output;
+};
+
+std::size_t countOf(const std::string& what, const std::string& text) {
+    std::size_t count = 0;
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+        ++count;
+    return count;
+}
 
 StateStore::Entry entry(const std::string& key, StateValue value) {
     StateStore::Entry made;
@@ -171,4 +208,31 @@ TEST(FollowPrinter, EndsThoughNobodyReads) {
             sut.valueChanged(entry("K", StateValue(filler + std::to_string(i))));
     }
     SUCCEED();
+}
+
+TEST(FollowPrinter, SaysOnceThatItLosesLines) {
+    LogCapture log;
+    const FullOutput output;
+    {
+        FollowPrinter sut("", output.fd(), {}, c_hangGuard);
+        for (int i = 0; i < 100; ++i)
+            sut.valueChanged(entry("K", StateValue(std::string(PIPE_BUF, 'x'))));
+    }
+    EXPECT_EQ(1U, countOf("--follow loses lines: standard output: No space left on device\n", log.text()))
+        << log.text();
+}
+
+TEST(FollowPrinter, SaysAgainThatItLosesLinesWhenItHadWrittenMeanwhile) {
+    const std::string complaint = "--follow loses lines: standard output: No space left on device\n";
+    LogCapture log;
+    const FullOutput output;
+    FollowPrinter sut("", output.fd(), {}, c_hangGuard);
+    sut.valueUnset("A");
+    ASSERT_TRUE(eventually([&] { return countOf(complaint, log.text()) == 1; })) << log.text();
+    output.empty();
+    sut.valueUnset("B");
+    ASSERT_TRUE(eventually([&] { return output.text() == "B unset\n"; })) << output.text();
+    output.fill();
+    sut.valueUnset("C");
+    EXPECT_TRUE(eventually([&] { return countOf(complaint, log.text()) == 2; })) << log.text();
 }

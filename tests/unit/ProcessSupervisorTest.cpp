@@ -198,13 +198,15 @@ protected:
         return {};
     }
     bool hasLogged(const std::string& text) {
-        return waitUntil([&] {
-            m_log.flush();
-            return m_capture.text().find(text) != std::string::npos;
-        });
+        return waitUntil([&] { return log().find(text) != std::string::npos; });
+    }
+    /// All that was logged before this call.
+    std::string log() {
+        m_log.flush();
+        return m_capture.text();
     }
     long loggedLines() {
-        const std::string text = m_capture.text();
+        const std::string text = log();
         return std::count(text.begin(), text.end(), '\n');
     }
     bool hasEnded(const std::string& id) {
@@ -331,6 +333,13 @@ protected:
         : ProcessSupervisorTest(shortTimesBut([](auto& settings) { settings.shutdownLimit = 3h; })) {}
 };
 
+/// Nobody who was told to end is killed before the limit of a shutdown.
+class ProcessSupervisorAtTheLimit : public ProcessSupervisorTest {
+protected:
+    ProcessSupervisorAtTheLimit()
+        : ProcessSupervisorTest(shortTimesBut([](auto& settings) { settings.killDelay = 1h; })) {}
+};
+
 }  // namespace
 
 TEST_F(ProcessSupervisorTest, LearnsOfAnExitWithItsCode) {
@@ -441,9 +450,8 @@ TEST_F(ProcessSupervisorTest, SaysNothingOfAFullQueueWhoseProcessItHasEnded) {
     setActivity("sendFID B.GO", "");
     ASSERT_TRUE(hasEnded("B"));
     std::this_thread::sleep_for(200ms);
-    m_log.flush();
-    EXPECT_EQ(std::string::npos, m_capture.text().find("did not start its process"));
-    EXPECT_EQ(std::string::npos, m_capture.text().find("unexpectedly"));
+    EXPECT_EQ(std::string::npos, log().find("did not start its process"));
+    EXPECT_EQ(std::string::npos, log().find("unexpectedly"));
 }
 
 TEST_F(ProcessSupervisorTest, LateEndInOrderOfAReplacedProcessIsNoSurprise) {
@@ -451,7 +459,7 @@ TEST_F(ProcessSupervisorTest, LateEndInOrderOfAReplacedProcessIsNoSurprise) {
     start("A");
     letGo();
     EXPECT_TRUE(hasLogged("ended: exit code 0"));
-    EXPECT_EQ(std::string::npos, m_capture.text().find("unexpectedly"));
+    EXPECT_EQ(std::string::npos, log().find("unexpectedly"));
 }
 
 TEST_F(ProcessSupervisorTest, LateCrashOfAReplacedProcessIsTold) {
@@ -523,8 +531,7 @@ TEST_F(ProcessSupervisorThatWaits, WaitsForProcessesThatEndByThemselves) {
     letGo();
     ending.get();
     EXPECT_EQ("exit code 0", causeOf("A"));
-    m_log.flush();
-    EXPECT_EQ(std::string::npos, m_capture.text().find("unexpectedly"));
+    EXPECT_EQ(std::string::npos, log().find("unexpectedly"));
 }
 
 TEST_F(ProcessSupervisorThatKillsNobody, EndsAtAShutdownWhatDoesNotEndByItself) {
@@ -541,6 +548,18 @@ TEST_F(ProcessSupervisorThatIsNotHurried, KillsAtAShutdownWhatHeedsNothing) {
     m_sut.endProcesses();
     EXPECT_EQ("signal 9 (Killed)", causeOf("A"));
     EXPECT_EQ(-1, m_exitCode);
+}
+
+TEST_F(ProcessSupervisorAtTheLimit, NobodyWhoWasToldToEndOutlivesTheHost) {
+    startDeaf("A");
+    const int pid = driver("A").pid;
+    m_sut.beginShutdown(0);
+    auto ending = std::async(std::launch::async, [this] { m_sut.endProcesses(); });
+    EXPECT_TRUE(waitUntil([&] { return m_exitCode == 0; }));
+    EXPECT_TRUE(hasEnded("A"));
+    EXPECT_EQ("signal 9 (Killed)", causeOf("A"));
+    if (m_roster.isRunning("A"))
+        ::kill(pid, SIGKILL);
 }
 
 TEST_F(ProcessSupervisorTest, EnforcesTheEndOfAShutdownWithItsExitCode) {
@@ -606,6 +625,27 @@ TEST_F(ProcessSupervisorTest, StartsADriverAgainThatNeverCameUp) {
     EXPECT_EQ("never started", causeOf("A"));
     EXPECT_TRUE(hasLogged("A: no process runs: never started; it is started again in 0.1 s\n"));
     EXPECT_TRUE(waitUntil([&] { return restarts() == std::vector<std::string>{"A"}; }));
+}
+
+TEST_F(ProcessSupervisorThatWaits, StartThatAShutdownCutsOffIsNoFailure) {
+    m_sut.beginShutdown(0);
+    m_sut.endStart("A");
+    m_sut.endStart("B", "no room");
+    EXPECT_EQ(0, loggedLines()) << log();
+    for (const char* id : {"A", "B"}) {
+        EXPECT_EQ(DriverRoster::EStatus::NotLoaded, driver(id).status);
+        EXPECT_FALSE(driver(id).nextTry);
+    }
+}
+
+TEST_F(ProcessSupervisorTest, ReloadThatStartsNoProcessAfterAnEndIsToldAndPlanned) {
+    start("A", "exit 3");
+    ASSERT_TRUE(waitUntil([&] { return restarts().size() == 1; }));
+    m_sut.beginReload("A");
+    m_sut.endStart("A");
+    EXPECT_EQ("never started", causeOf("A"));
+    EXPECT_TRUE(hasLogged("A: no process runs: never started; it is started again in 0.1 s\n"));
+    EXPECT_TRUE(waitUntil([&] { return restarts().size() == 2; }));
 }
 
 TEST_F(ProcessSupervisorTest, TakesALiveProcessForSuccess) {
@@ -678,7 +718,7 @@ TEST_F(ProcessSupervisorThatKillsNobody, EndsAProcessThatHangs) {
     setStanding("A");
     ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
     EXPECT_TRUE(hasLogged(" and does not compute; it is ended\n"));
-    EXPECT_THAT(m_capture.text(), ContainsRegex("hangs: it has taken none of 5 messages for [0-9.]+ s and"));
+    EXPECT_THAT(log(), ContainsRegex("hangs: it has taken none of 5 messages for [0-9.]+ s and"));
     EXPECT_THAT(causeOf("A"), MatchesRegex("hung for [0-9.]+ s, signal 15 \\(Terminated\\)"));
     EXPECT_THAT(m_store.find("A.X")->staleCause, StartsWith("hung for "));
 }
@@ -739,6 +779,29 @@ TEST_F(ProcessSupervisorThatKillsNobody, LeavesOneThatWaitsForTheHostWhileAnothe
     EXPECT_EQ(DriverRoster::EStatus::Running, driver("B").status);
 }
 
+TEST_F(ProcessSupervisorThatKillsNobody, OneThatWaitsForTheHostHangsOnceTheHostHasWaitedForItThatLong) {
+    startAsleep("A");
+    std::vector<sal::MessageQueue::Status> queues{openedQueue("A_INQ"), openedQueue("A_OUTQ")};
+    for (sal::MessageQueue::Status& queue : queues)
+        queue.depth = queue.capacity;
+    queues.front().waitingForMs = 399;
+    std::atomic<int> looks = 0;
+    {
+        const std::lock_guard lock(m_mutex);
+        m_onLook = [&] { ++looks; };
+    }
+    setQueues(queues);
+    // Longer than any hang, with more looks than one takes.
+    std::this_thread::sleep_for(2s);
+    EXPECT_TRUE(waitUntil([&] { return looks >= 40; }));
+    EXPECT_EQ(DriverRoster::EStatus::Running, driver("A").status);
+    queues.front().waitingForMs = 400;
+    setQueues(queues);
+    EXPECT_TRUE(waitUntil([&] { return driver("A").cause.starts_with("hung for "); }));
+    const std::lock_guard lock(m_mutex);
+    m_onLook = nullptr;
+}
+
 TEST_F(ProcessSupervisorThatKillsNobody, ShowsWhereAHungProcessStands) {
     const std::string tool = m_directory.path("eu-stack");
     std::ofstream(tool) << "#!/bin/sh\necho \"TID $2:\"\necho '#0 nanosleep'\n";
@@ -752,9 +815,9 @@ TEST_F(ProcessSupervisorThatKillsNobody, ShowsWhereAHungProcessStands) {
     EXPECT_TRUE(hasLogged("    #0 nanosleep\n"));
     ASSERT_TRUE(hasEnded("A"));
     ::setenv("PATH", path.c_str(), 1);
-    const std::string log = m_capture.text();
-    EXPECT_LT(log.find(" hangs: "), log.find("    TID "));
-    EXPECT_LT(log.find("#0 nanosleep"), log.find(" ended: hung"));
+    const std::string text = log();
+    EXPECT_LT(text.find(" hangs: "), text.find("    TID "));
+    EXPECT_LT(text.find("#0 nanosleep"), text.find(" ended: hung"));
 }
 
 TEST_F(ProcessSupervisorTest, ReaderLearnsOfAnEndBeforeTheWatchDoes) {
@@ -817,7 +880,7 @@ TEST_F(ProcessSupervisorTest, EndsAllDriversWithFullQueuesAtOnceInAShutdown) {
     ASSERT_TRUE(hasEnded("B"));
     EXPECT_TRUE(hasLogged("A: process " + std::to_string(driver("A").pid) +
                           " leaves its queue full and holds up the shutdown; it is ended\n"));
-    EXPECT_EQ(std::string::npos, m_capture.text().find("C: "));
+    EXPECT_EQ(std::string::npos, log().find("C: "));
 }
 
 TEST_F(ProcessSupervisorTest, EndsADriverWithADamagedQueue) {
@@ -851,7 +914,7 @@ TEST_F(ProcessSupervisorTest, DriverThatHasLetGoOfItsQueueIsNotTakenForHung) {
     setQueues({input, openedQueue("A_OUTQ")});
     ASSERT_TRUE(hasEnded("A"));
     EXPECT_TRUE(hasLogged(" cannot be reached any more: it has let go of its input queue; it is ended\n"));
-    EXPECT_EQ(std::string::npos, m_capture.text().find("hangs"));
+    EXPECT_EQ(std::string::npos, log().find("hangs"));
 }
 
 TEST_F(ProcessSupervisorTest, LeavesADriverAloneThatHasNotOpenedItsQueues) {
@@ -937,7 +1000,6 @@ TEST_F(ProcessSupervisorTest, WaitForQueuesOfADriverWithoutProcessIsEnded) {
     setRefused("A_OUTQ");
     ASSERT_TRUE(hasPassed("A_OUTQ"));
     std::this_thread::sleep_for(200ms);
-    m_log.flush();
     EXPECT_EQ(2, loggedLines());
 }
 
@@ -946,7 +1008,6 @@ TEST_F(ProcessSupervisorTest, WaitForQueuesThatCannotBeFreedIsEndedWithoutALine)
     setActivity("reloadDriver A", "A");
     setRefused("A_INQ");
     ASSERT_TRUE(hasPassed("A_INQ"));
-    m_log.flush();
     EXPECT_EQ(0, loggedLines());
 }
 
@@ -1002,7 +1063,6 @@ TEST_F(ProcessSupervisorTest, SaysAgainWhyADriverDoesNotStartWhenSomebodyAskedFo
     m_sut.endStart("A", "no room");
     m_sut.beginReload("A");
     m_sut.endStart("A", "no room");
-    m_log.flush();
     ASSERT_TRUE(waitUntil([&] { return loggedLines() == 2; }));
 }
 
@@ -1024,8 +1084,7 @@ TEST_F(ProcessSupervisorTest, StartGoesOnWhenFewerThanTwiceTheProcessorsAreStill
     EXPECT_EQ((std::vector<std::string>{"1_INQ", "2_INQ"}), m_awaited);
     EXPECT_EQ(2 * std::max(std::thread::hardware_concurrency(), 1U) - 1, m_most);
     EXPECT_EQ(3000, m_timeout);
-    m_log.flush();
-    EXPECT_EQ(0, loggedLines()) << m_capture.text();
+    EXPECT_EQ(0, loggedLines()) << log();
     for (const int pid : {former, first, second})
         ::kill(pid, SIGKILL);
     pSut->endProcesses();
@@ -1040,7 +1099,7 @@ TEST_F(ProcessSupervisorTest, NamesAProcessThatDoesNotComeUpInTimeOnce) {
     pSut->awaitStart(fresh, 1);
     EXPECT_TRUE(hasLogged("warning  HOST: 1: process " + std::to_string(late) +
                           " has not come up within 1 s; the start goes on without it\n"));
-    EXPECT_EQ(1, loggedLines()) << m_capture.text();
+    EXPECT_EQ(1, loggedLines()) << log();
     for (const int pid : {late, fresh})
         ::kill(pid, SIGKILL);
     pSut->endProcesses();
@@ -1053,13 +1112,11 @@ TEST_F(ProcessSupervisorTest, SaysThatADriverIsStartedAgainWhenItsProcessHasAtta
     start("A");
     m_sut.endStart("A");
     std::this_thread::sleep_for(200ms);
-    m_log.flush();
-    EXPECT_EQ(std::string::npos, m_capture.text().find("A: is started again\n"));
+    EXPECT_EQ(std::string::npos, log().find("A: is started again\n"));
     attach("A");
     EXPECT_TRUE(hasLogged("info     HOST: A: is started again\n"));
     std::this_thread::sleep_for(200ms);
-    m_log.flush();
-    EXPECT_EQ(2, loggedLines()) << m_capture.text();
+    EXPECT_EQ(2, loggedLines()) << log();
 }
 
 TEST_F(ProcessSupervisorTest, SaysNothingOfAReloadThatWasAskedFor) {
@@ -1070,8 +1127,7 @@ TEST_F(ProcessSupervisorTest, SaysNothingOfAReloadThatWasAskedFor) {
     start("A");
     attach("A");
     std::this_thread::sleep_for(200ms);
-    m_log.flush();
-    EXPECT_EQ(std::string::npos, m_capture.text().find("is started again\n"));
+    EXPECT_EQ(std::string::npos, log().find("is started again\n"));
 }
 
 TEST_F(ProcessSupervisorTest, ProcessThatFindsNoQueueInAShutdownIsNoSurprise) {

@@ -80,6 +80,18 @@ TEST(Sandbox, LeavesTheRestOfVarInPlace) {
     EXPECT_IN_SANDBOX("", ([&] { return entries("/var") == before && inode("/var/lib") == library; }));
 }
 
+TEST(Sandbox, LeavesLinksInVarAsLinks) {
+    // The outer sandbox plays the machine.
+    EXPECT_IN_SANDBOX("", [] {
+        fs::create_symlink("lib", "/var/mfd-link");
+        fs::create_symlink("/nowhere", "/var/mfd-dangling");
+        return inSandbox("", [] {
+                   return fs::is_symlink("/var/mfd-link") && fs::read_symlink("/var/mfd-link") == "lib" &&
+                          fs::read_symlink("/var/mfd-dangling") == "/nowhere";
+               }) == 0;
+    });
+}
+
 TEST(Sandbox, KeepsTheDataDirectoryWhereItIsTold) {
     const TemporaryDirectory kept;
     EXPECT_IN_SANDBOX(kept.path("new"),
