@@ -2,14 +2,20 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
+#include <stdlib.h>
+#include <sys/mount.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <sstream>
 
 #include "HostProcess.h"
+#include "Terminal.h"
 #include "Workplace.h"
 
 namespace fs = std::filesystem;
@@ -42,7 +48,7 @@ protected:
             m_workplace.addModule(module);
         m_entries += Workplace::entry(driverID, module, interfaceType);
     }
-    HostProcess& start(const std::vector<std::string>& options = {}) {
+    HostProcess::Start call(const std::vector<std::string>& options = {}) {
         m_workplace.configure(m_entries);
         HostProcess::Start call = m_workplace.host(options);
         call.arguments.insert(call.arguments.begin(), "--sandbox");
@@ -50,14 +56,35 @@ protected:
         call.environment["TSAN_OPTIONS"] = "report_thread_leaks=0";
         call.environment["MFD_QUEUE_DIR"] = "/dev/shm/queues";
         call.environment["MFD_TEST_RECORD"] = record();
+        return call;
+    }
+    HostProcess& startCall(const HostProcess::Start& call) {
         m_pHost = std::make_unique<HostProcess>(call);
         return *m_pHost;
     }
+    HostProcess& start(const std::vector<std::string>& options = {}) { return startCall(call(options)); }
     HostProcess& startAndWait(const std::vector<std::string>& options = {}) {
         HostProcess& host = start(options);
         EXPECT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
         return host;
     }
+    /// The same host at a terminal.
+    std::unique_ptr<Terminal> startAtATerminal(const std::vector<std::string>& options = {}) {
+        const HostProcess::Start call = this->call(options);
+        return std::make_unique<Terminal>([&] {
+            for (const auto& [name, value] : call.environment)
+                ::setenv(name.c_str(), value.c_str(), 1);
+            std::vector<std::string> words{call.program};
+            words.insert(words.end(), call.arguments.begin(), call.arguments.end());
+            std::vector<char*> arguments;
+            for (std::string& word : words)
+                arguments.push_back(word.data());
+            arguments.push_back(nullptr);
+            ::execv(arguments.front(), arguments.data());
+            ::_exit(127);
+        });
+    }
+    static fs::path proc(pid_t pid) { return "/proc/" + std::to_string(pid); }
     fs::path record() const { return m_workplace.directory() / "record"; }
     /// Whether so many drivers of the type HangsInSendFID come to hang in their first FID.
     bool hang(long count) const {
@@ -142,6 +169,22 @@ TEST_F(HostTest, ScriptSeesWhatItSetOffInADriverProcess) {
     EXPECT_THAT(host.output(), ContainsRegex(s_live));
 }
 
+TEST_F(HostTest, StateInAScriptWaitsASecondForADriverThatHasMessagesLeft) {
+    addDriver("P", "Puppet", "queue");
+    HostProcess& host = startAndWait();
+    ASSERT_TRUE(host.waitForLog("P MFD: Runs ")) << host.log();
+    const fs::path go = m_workplace.directory() / "go";
+    host.type("sendFID P.wait name=" + go.string());
+    host.type("sendFID P.int name=N value=7");
+    const auto begin = std::chrono::steady_clock::now();
+    host.type("state P.*");
+    ASSERT_TRUE(host.waitForOutput("no state value matches P.*\n")) << host.output();
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+    writeFile(go, "");
+    EXPECT_TRUE(host.repliesWith("state P.*", "P.N  int   7      P ")) << host.output();
+    EXPECT_EQ(0, end());
+}
+
 TEST_F(HostTest, ValueThatADriverSetsWithinACommandIsTheDrivers) {
     addDriver("E", "Echo", "direct");
     HostProcess& host = start();
@@ -210,6 +253,29 @@ TEST_F(HostTest, ReloadWithoutAnIDTellsTheUse) {
     host.type("reloadDriver");
     EXPECT_EQ(0, end());
     EXPECT_THAT(host.output(), HasSubstr("reloadDriver <driver ID>\n\treloads an MF driver module"));
+}
+
+TEST_F(HostTest, DriversShowsTheEntryThatAReloadHasRead) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait();
+    m_workplace.configure(Workplace::entry("E", "Echo", "direct") + Workplace::entry("F", "Echo", "direct"));
+    host.type("reloadDriver E");
+    host.type("reloadDriver F");
+    host.type("drivers");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), ContainsRegex("\nE +Echo +1.0 +direct +- +running "));
+    EXPECT_THAT(host.output(), ContainsRegex("\nF +Echo +1.0 +direct +- +running "));
+}
+
+TEST_F(HostTest, DriversShowsTheEntryThatARestartHasRead) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--restart-delay", "0.1"});
+    m_workplace.configure(Workplace::entry("E", "Echo", "direct"));
+    ::kill(host.driverProcess("E"), SIGKILL);
+    ASSERT_TRUE(host.waitForLog("HOST: E: is started again\n")) << host.log();
+    host.type("drivers");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), ContainsRegex("\nE +Echo +1.0 +direct +- +running "));
 }
 
 TEST_F(HostTest, ReloadThatWouldNeverEndIsRefused) {
@@ -294,6 +360,17 @@ TEST_F(HostTest, DriversWithFullQueuesCannotHoldUpTheShutdown) {
     EXPECT_THAT(host.log(), HasSubstr("HOST: all drivers are stopped\n"));
 }
 
+TEST_F(HostTest, SignalEndsTheHostThoughACommandHangs) {
+    addDriver("H", "HangsInSendFID", "direct");
+    HostProcess& host = startAndWait();
+    host.type("sendFID H.GO");
+    ASSERT_TRUE(hang(1)) << host.log();
+    host.signal(SIGTERM);
+    EXPECT_EQ(0, host.waitForEnd());
+    EXPECT_THAT(host.log(), HasSubstr("HOST: \"sendFID H.GO\" holds up the shutdown for 5 s; the host ends "
+                                      "without it\n"));
+}
+
 TEST_F(HostTest, SecondSignalEndsTheHostAtOnce) {
     addDriver("H", "IgnoresDeinit", "direct");
     HostProcess& host = startAndWait();
@@ -304,11 +381,78 @@ TEST_F(HostTest, SecondSignalEndsTheHostAtOnce) {
     EXPECT_THAT(host.log(), Not(HasSubstr("holds up the shutdown")));
 }
 
+TEST_F(HostTest, EndAtOnceGivesTheTerminalItsModesBack) {
+    addDriver("H", "IgnoresDeinit", "direct");
+    const auto pTerminal = startAtATerminal();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ::kill(pTerminal->pid(), SIGTERM);
+    ASSERT_TRUE(pTerminal->shows("shutting down: SIGTERM")) << pTerminal->screen();
+    EXPECT_FALSE(pTerminal->takesLines());
+    ::kill(pTerminal->pid(), SIGINT);
+    EXPECT_EQ(128 + SIGINT, pTerminal->waitForEnd()) << pTerminal->screen();
+    EXPECT_TRUE(pTerminal->takesLines());
+}
+
+TEST_F(HostTest, EndInOrderGivesTheTerminalItsModesBack) {
+    const auto pTerminal = startAtATerminal();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("quit\r"));
+    EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
+    EXPECT_TRUE(pTerminal->takesLines());
+}
+
+// Whatever the test itself was started with: nohup ignores the signal.
 TEST_F(HostTest, HangUpShutsDownInOrder) {
-    HostProcess& host = startAndWait();
+    HostProcess::Start call = this->call();
+    call.beforeExec = [] { ::signal(SIGHUP, SIG_DFL); };
+    HostProcess& host = startCall(call);
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
     host.signal(SIGHUP);
     EXPECT_EQ(0, host.waitForEnd());
     EXPECT_THAT(host.log(), HasSubstr("HOST: all drivers are stopped\n"));
+}
+
+TEST_F(HostTest, HangUpThatIsIgnoredEndsNothing) {
+    HostProcess::Start call = this->call();
+    call.beforeExec = [] { ::signal(SIGHUP, SIG_IGN); };
+    HostProcess& host = startCall(call);
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
+    host.signal(SIGHUP);
+    host.type("state NONE.*");
+    ASSERT_TRUE(host.waitForOutput("no state value matches NONE.*\n")) << host.output();
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.log(), Not(HasSubstr("SIGHUP")));
+}
+
+TEST_F(HostTest, StopTimeoutOfDriverProcessesIsRoundedUpToSeconds) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--stop-timeout", "1.2"});
+    std::istringstream variables(readFile(proc(host.driverProcess("E")) / "environ"));
+    std::vector<std::string> all;
+    for (std::string variable; std::getline(variables, variable, '\0');)
+        all.push_back(variable);
+    EXPECT_THAT(all, testing::Contains("MFD_STOP_TIMEOUT=2"));
+    EXPECT_EQ(0, end());
+}
+
+TEST_F(HostTest, StandardStreamsThatTheCallerHasClosedBecomeNothingElse) {
+    addDriver("E", "Echo", "queue");
+    const fs::path log = m_workplace.directory() / "host.log";
+    HostProcess::Start call = this->call({"--no-console", "--log-file", log});
+    call.beforeExec = [] {
+        for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            ::close(fd);
+    };
+    HostProcess& host = startCall(call);
+    ASSERT_TRUE(eventually([&] {
+        return readFile(log).find("HOST: the workplace is started\n") != std::string::npos;
+    })) << readFile(log);
+    for (const pid_t pid : {host.pid(), host.driverProcess("E")}) {
+        for (const char* fd : {"fd/0", "fd/1", "fd/2"})
+            EXPECT_EQ("/dev/null", fs::read_symlink(proc(pid) / fd)) << pid << " " << fd;
+    }
+    host.signal(SIGTERM);
+    EXPECT_EQ(0, host.waitForEnd());
 }
 
 TEST_F(HostTest, SignalDuringTheStartShutsDown) {
@@ -557,6 +701,28 @@ TEST_F(HostTest, DirectoryGivenTwiceIsSearchedOnce) {
     host.type("state PANEL.MFDDEF.COUNT");
     EXPECT_EQ(0, end());
     EXPECT_THAT(host.output(), HasSubstr("PANEL.MFDDEF.COUNT  int   3      host"));
+}
+
+// A search changes the working directory and goes back by its path, which leads elsewhere here.
+TEST_F(HostTest, WorkingDirectoryIsEnteredAgainAfterASearch) {
+    addDriver("E", "Echo", "direct");
+    HostProcess::Start call = this->call();
+    const auto option = std::find(call.arguments.begin(), call.arguments.end(), "--workdir");
+    call.arguments.erase(option, option + 2);
+    const fs::path directory = m_workplace.workdir();
+    call.beforeExec = [&] {
+        const bool isCovered = ::chdir(directory.c_str()) == 0 && ::unshare(CLONE_NEWNS) == 0 &&
+                               ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                               ::mount("tmpfs", directory.c_str(), "tmpfs", 0, nullptr) == 0;
+        if (!isCovered)
+            ::_exit(126);
+    };
+    HostProcess& host = startCall(call);
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("(ID: E)...OK\n"));
+    // No driver is said to have left the directory.
+    EXPECT_THAT(host.log(), Not(HasSubstr("working directory")));
 }
 
 TEST_F(HostTest, ManyDriversThatFloodDoNotHoldUpTheEnd) {
