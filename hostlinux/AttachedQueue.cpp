@@ -212,10 +212,12 @@ std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name,
     auto pFile = QueueFile::attach(name, geometry, error, isLate);
     auto pQueue = pFile != nullptr ? make(name, false, std::move(pFile), geometry, error) : nullptr;
     if (pQueue != nullptr) {
-        pCreatorWatch = std::make_shared<const base::UniqueFd>(pQueue->m_pFile->reopen());
-        if (!*pCreatorWatch) {
+        const auto pWatch = std::make_shared<base::UniqueFd>(pQueue->m_pFile->reopen());
+        if (*pWatch) {
+            pQueue->m_pCreatorWatch = pWatch;
+            pCreatorWatch = pWatch;
+        } else {
             error = std::string("its creator cannot be watched: ") + std::strerror(errno);
-            pCreatorWatch.reset();
             pQueue.reset();
         }
     }
@@ -578,6 +580,9 @@ bool AttachedQueue::removeName() {
 void AttachedQueue::abandon() {
     m_isBroken.store(true);
     m_pFile->abandon();
+    if (const auto pWatch = m_pCreatorWatch.lock()) {
+        pWatch->reset();
+    }
 }
 
 }  // namespace sal

@@ -25,6 +25,7 @@
 #include <functional>
 #include <map>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -95,6 +96,30 @@ protected:
         ASSERT_GE(descriptor, 0);
         EXPECT_EQ(::pwrite(descriptor, pBytes, size, static_cast<off_t>(offset)), static_cast<ssize_t>(size));
         ::close(descriptor);
+    }
+
+    /// Turns a cursor back by so many messages, as if as many more had passed as it takes for it to wrap.
+    void turnBack(const std::string& name, std::size_t offset, std::uint32_t messages) const {
+        const int descriptor = ::open(file(name).c_str(), O_RDONLY | O_CLOEXEC);
+        std::uint64_t word = 0;
+        ASSERT_EQ(::pread(descriptor, &word, sizeof(word), static_cast<off_t>(offset)),
+                  static_cast<ssize_t>(sizeof(word)));
+        ::close(descriptor);
+        auto cursor = sal::QueueCursor::unpack(word);
+        cursor.count -= messages;
+        word = cursor.pack();
+        scribble(name, offset, &word, sizeof(word));
+    }
+
+    /// How many descriptors this process has of queues and of their directory.
+    int queueDescriptors() const {
+        int count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code error;
+            const std::string target = std::filesystem::read_symlink(entry, error);
+            count += target.starts_with(m_directory) ? 1 : 0;
+        }
+        return count;
     }
 
     /// Leaves the senders' lock as somebody would who stays inside: with the ticket of who attached last.
@@ -1570,6 +1595,35 @@ TEST_F(MessageQueue, WaitForCreatorEndIsNothingForTheCreator) {
     EXPECT_FALSE(sut.waitForCreatorEnd());
 }
 
+TEST_F(MessageQueue, AClosedQueueLeavesNoDescriptorOpen) {
+    sal::MessageQueue creator;
+    ASSERT_TRUE(creator.create("Q", 4, 1024, 0));
+    const int before = queueDescriptors();
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.open("Q"));
+    EXPECT_GT(queueDescriptors(), before);
+    sut.close();
+    EXPECT_EQ(queueDescriptors(), before);
+    creator.close();
+    EXPECT_EQ(queueDescriptors(), 0);
+}
+
+TEST_F(MessageQueue, AForkedChildHasNoDescriptorOfAQueue) {
+    sal::MessageQueue creator;
+    sal::MessageQueue opened;
+    ASSERT_TRUE(creator.create("Q", 4, 1024, 0));
+    ASSERT_TRUE(opened.open("Q"));
+    ASSERT_GT(queueDescriptors(), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(queueDescriptors());
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
 TEST_F(MessageQueue, AWaitForTheCreatorsEndOutlivesItsObject) {
     sal::MessageQueue creator;
     auto pSut = std::make_unique<sal::MessageQueue>();
@@ -1591,6 +1645,24 @@ TEST_F(MessageQueue, AWaitForTheCreatorsEndOutlivesItsObject) {
     creator.close();
     watcher.join();
     EXPECT_EQ(files(), std::vector<std::string>{});
+}
+
+// Cursors that wrap.
+
+TEST_F(MessageQueue, ASenderSeesAFullQueueThoughTheCursorsHaveWrappedSinceItSent) {
+    sal::MessageQueue sut;
+    sal::MessageQueue other;
+    ASSERT_TRUE(sut.create("Q", 4, 64, 0));
+    ASSERT_TRUE(other.open("Q"));
+    // It has seen the receiver at message 0.
+    ASSERT_TRUE(sendText(sut, "x"));
+    ASSERT_EQ(receiveText(other), "x");
+    fillWith(other, "y");
+    // From there on the other one's two last messages seem to be all.
+    turnBack("Q", offsetof(sal::QueueHeader, head), 3);
+    turnBack("Q", offsetof(sal::QueueHeader, tail), 3);
+    EXPECT_FALSE(sendText(sut, "z"));
+    EXPECT_FALSE(sendText(other, "z"));
 }
 
 // Shutdown of the receiving thread.
@@ -1809,6 +1881,23 @@ TEST_F(MessageQueue, ATruncatedFileIsNoCrash) {
         });
         EXPECT_NE(log.find("its file has been cut short"), std::string::npos) << size << ": " << log;
     }
+}
+
+TEST_F(MessageQueue, AMessageWhosePageHasVanishedIsNotDelivered) {
+    const std::string message(10000, 'x');
+    sal::MessageQueue sut;
+    sal::MessageQueue receiver;
+    ASSERT_TRUE(sut.create("Q", 4, 16384, 0));
+    ASSERT_TRUE(receiver.open("Q"));
+    ASSERT_TRUE(sendText(sut, message));
+    std::ostringstream bytes;
+    bytes << std::ifstream(file("Q"), std::ios::binary).rdbuf();
+    const std::size_t begin = bytes.str().find(message);
+    ASSERT_NE(begin, std::string::npos);
+    // The page with its first bytes is left, and all before.
+    ASSERT_EQ(::truncate(file("Q").c_str(), static_cast<off_t>((begin / 4096 + 1) * 4096)), 0);
+    std::vector<unsigned char> buffer(16384);
+    EXPECT_EQ(receiver.receive(buffer.data(), static_cast<int>(buffer.size()), 0), -1);
 }
 
 TEST_F(MessageQueue, AMessageThatATruncatedFileLosesIsNotReportedAsSent) {
