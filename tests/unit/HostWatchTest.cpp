@@ -66,9 +66,12 @@ TEST(HostWatch, SaysThatTheHostLetGo) {
     EXPECT_EQ(ended.wait_for(c_hangGuard), std::future_status::ready);
 }
 
-TEST(HostWatch, DeadHostLeavesTheGracePeriod) {
+TEST(HostWatch, DeadHostLeavesTheGracePeriodAlone) {
     ScriptedHost host;
-    HostWatch sut(host.settings(true));
+    HostWatch::Settings settings = host.settings(true);
+    settings.stopTimeout = 1h;
+    HostWatch sut(std::move(settings));
+    sut.stopRequested();
     auto overdue = host.overdue.get_future();
     const auto death = Clock::now();
     host.die();
@@ -131,9 +134,12 @@ TEST(HostWatch, GraceCountsFromTheEndOfTheProcess) {
     EXPECT_GE(overdue.get() - death, 100ms);
 }
 
-TEST(HostWatch, UnknownHostLeavesTheGracePeriod) {
+TEST(HostWatch, UnknownHostLeavesTheGracePeriodAlone) {
     ScriptedHost host;
-    HostWatch sut(host.settings(false));
+    HostWatch::Settings settings = host.settings(false);
+    // Nobody asked for the end: nothing of this is granted.
+    settings.stopTimeout = 1h;
+    HostWatch sut(std::move(settings));
     auto overdue = host.overdue.get_future();
     const auto end = Clock::now();
     host.letGoOfQueues();

@@ -125,6 +125,22 @@ TEST_F(LogChannel, BlockedDestinationKeepsTheNewestLines) {
     EXPECT_EQ(lines.back(), std::to_string(3 * sal::LogChannel::s_maxLines - 1));
 }
 
+TEST_F(LogChannel, DestinationThatHasRecoveredIsWaitedForAgain) {
+    // More than the queue holds and the thread has in its hands: whoever posts them waits for room once.
+    const auto overfill = [this] {
+        const auto begin = std::chrono::steady_clock::now();
+        for (std::size_t i = 0; i < sal::LogChannel::s_maxLines + 512; ++i)
+            post("line");
+        return std::chrono::steady_clock::now() - begin;
+    };
+    for (int round = 0; round < 2; ++round) {
+        destination.block();
+        EXPECT_GE(overfill(), 200ms) << round;
+        destination.unblock();
+        ASSERT_TRUE(flush());
+    }
+}
+
 TEST_F(LogChannel, BlockedDestinationKeepsMemoryBounded) {
     destination.block();
     const std::string big(64u << 10, 'x');

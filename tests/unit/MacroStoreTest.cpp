@@ -113,6 +113,13 @@ TEST_F(MacroStoreTest, LeavesNoDraftBehind) {
     EXPECT_EQ(entries, 1);
 }
 
+TEST_F(MacroStoreTest, LeavesNoDraftBehindWhenTheFileCannotBeReplaced) {
+    std::filesystem::create_directory(directory.path("x.macro"));
+    EXPECT_FALSE(sut.write("x", {}));
+    EXPECT_FALSE(directory.contains(".x.macro.tmp"));
+    EXPECT_THAT(reports, ElementsAre("cannot replace " + directory.path("x.macro") + ": Is a directory"));
+}
+
 TEST_F(MacroStoreTest, IgnoresADraftWhoseWritingWasCutShort) {
     directory.write(".x.macro.tmp", "macro 1\n0 A");
     EXPECT_THAT(*sut.readAll(), IsEmpty());

@@ -196,6 +196,27 @@ TEST(ModuleObserver, FollowsADriverThroughItsLife) {
                             "begins AXIS1 deinitialize", "ended AXIS1 deinitialize", "deleted AXIS1"));
 }
 
+TEST(ModuleObserver, IsToldOfTheDeletionWhenTheDriverIsGone) {
+    const TemporaryDirectory directory;
+    ::setenv("MFD_TEST_RECORD", directory.path("record").c_str(), 1);
+    class RecordReader : public Observer {
+    public:
+        explicit RecordReader(const TemporaryDirectory& source) : m_source(source) {}
+        void driverDeleted(const std::string&) override { recordWhenDeleted = m_source.read("record"); }
+
+        std::string recordWhenDeleted;
+
+    private:
+        const TemporaryDirectory& m_source;
+    };
+    const RecordReader observer(directory);
+    auto sut = load("Recorder");
+    configure(*sut, "AXIS1");
+    sut.reset();
+    ::unsetenv("MFD_TEST_RECORD");
+    EXPECT_THAT(observer.recordWhenDeleted, EndsWith("destroyed\n"));
+}
+
 TEST(ModuleObserver, IsToldOfTheEndOfACallThatThrows) {
     const LogCapture log;
     const Observer observer;

@@ -214,6 +214,16 @@ TEST_F(NetworkAdapter, DeletingAPrimaryAddressKeepsItsSecondaryOnes) {
     EXPECT_EQ(sut.getMainIpAddress().getAddressString(), "192.0.2.10");
 }
 
+TEST_F(NetworkAdapter, SecondaryAddressIsKeptThoughItIsThereWithAnotherPrefixToo) {
+    ip("address add 198.51.100.1/24 dev eth0");
+    ip("address add 198.51.100.2/24 dev eth0");
+    ip("address add 198.51.100.2/32 dev eth0");
+    open();
+    EXPECT_TRUE(sut.deleteIpAddress("198.51.100.1"));
+    EXPECT_THAT(addresses(), HasSubstr("198.51.100.2/24"));
+    EXPECT_THAT(addresses(), HasSubstr("198.51.100.2/32"));
+}
+
 TEST_F(NetworkAdapter, AddressThatIsNotThereIsNotDeleted) {
     open();
     LogCapture log;

@@ -3,7 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "DriverHost.h"
+#include "HangGuard.h"
 #include "LogFile.h"
 #include "TemporaryDirectory.h"
 
@@ -108,6 +112,25 @@ TEST_F(PanelDriverTest, StopEndsAPlayback) {
     ASSERT_TRUE(sut.sendFID("MACRO.PLAY", parameters({{"name", "long"}})));
     EXPECT_TRUE(sut.sendFID("MACRO.STOP", {}));
     EXPECT_FALSE(macros().isPlaying());
+}
+
+TEST_F(PanelDriverTest, FidWhileTheDriverStopsIsRefused) {
+    const auto alarm = [this] { return sut.sendFID("ALARM", parameters({{"source", "X"}, {"text", "y"}})); };
+    // The stop waits for the FID that is being played.
+    std::atomic<bool> isRefused = false;
+    std::thread stopping;
+    host.onSend = [&](const std::string&) {
+        stopping = std::thread([this] { sut.deinitialize(); });
+        isRefused = eventually([&] { return !alarm(); });
+    };
+    ASSERT_TRUE(alarm());
+    record("m", {"A.B"});
+    ASSERT_TRUE(sut.sendFID("MACRO.PLAY", parameters({{"name", "m"}})));
+    ASSERT_TRUE(host.calls.waitFor("send A.B "));
+    EXPECT_TRUE(eventually([&] { return isRefused.load(); }));
+    host.onSend = {};
+    stopping.join();
+    EXPECT_FALSE(alarm());
 }
 
 TEST_F(PanelDriverTest, StopSaysWhenThereIsNothingToStop) {

@@ -139,6 +139,27 @@ TEST_F(Process, ChildHasNoSignalIgnoredOrBlocked) {
     EXPECT_THAT(state, MatchesRegex("SigBlk:\t0000000000000000\nSigIgn:\t0000000[01][08]0000000\n"));
 }
 
+TEST_F(Process, CallerKeepsItsSignalMask) {
+    const auto blocked = [] {
+        sigset_t mask;
+        pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+        std::vector<int> signals;
+        for (int signal = 1; signal < NSIG; ++signal) {
+            if (sigismember(&mask, signal) == 1)
+                signals.push_back(signal);
+        }
+        return signals;
+    };
+    const std::vector<int> before = blocked();
+    // Whoever watches it, and where nobody does.
+    ASSERT_TRUE(start("true", "/bin/true", {}));
+    EXPECT_EQ(blocked(), before);
+    const Observer observer;
+    ASSERT_TRUE(start("true", "/bin/true", {}));
+    EXPECT_EQ(blocked(), before);
+    EXPECT_EQ(observer.waitForExit(), 0);
+}
+
 TEST_F(Process, ChildSurvivesTheThreadThatMadeIt) {
     const Observer observer;
     std::thread([&] { start("sh", "/bin/sh", {"-c", "sleep 0.3; exit 7"}); }).join();

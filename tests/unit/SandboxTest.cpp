@@ -18,6 +18,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// Whether the machine permits no namespaces; any other refusal is a fault.
+bool areNamespacesRefused(const std::string& reason) {
+    return reason.starts_with("unshare") || reason.starts_with("make the mounts private");
+}
+
 /// Runs the body in a process that has entered the sandbox; its exit code, or 77 where namespaces are
 /// refused.
 int inSandbox(const std::string& directory, const std::function<bool()>& body) {
@@ -25,7 +30,7 @@ int inSandbox(const std::string& directory, const std::function<bool()>& body) {
     if (child == 0) {
         if (const auto reason = Sandbox::enter(directory)) {
             std::cerr << *reason << std::endl;
-            ::_exit(77);
+            ::_exit(areNamespacesRefused(*reason) ? 77 : 1);
         }
         ::_exit(body() ? 0 : 1);
     }
@@ -146,9 +151,7 @@ TEST(Sandbox, SaysWhichStepWasRefused) {
     if (child == 0) {
         const auto reason = Sandbox::enter(directory.path("file"));
         const std::string expected = "cannot make " + directory.path("file") + "/data: Not a directory";
-        const bool tooEarly =
-            !reason || reason->starts_with("unshare") || reason->starts_with("make the mounts private");
-        ::_exit(tooEarly ? 77 : *reason == expected ? 0 : 1);
+        ::_exit(reason && areNamespacesRefused(*reason) ? 77 : reason == expected ? 0 : 1);
     }
     int status = 0;
     ::waitpid(child, &status, 0);
