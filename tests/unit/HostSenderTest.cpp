@@ -1,9 +1,19 @@
 #include "HostSender.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <thread>
 
 #include "FIDParameterList.h"
+#include "HangGuard.h"
+#include "Host.h"
 #include "InterfaceIds.h"
+#include "Sandbox.h"
+#include "sal/HostQueueDirectory.h"
+#include "sal/LogManager.h"
 
 namespace {
 
@@ -23,6 +33,28 @@ public:
     mutable std::string sent;
     mutable std::string subscribed;
 };
+
+/// Runs a host with the panel alone, in a process that has entered the sandbox, until its start is over.
+/// Whether drivers could send through it then, and can no longer when its run is over.
+bool sendsOnlyAsLongAsTheHostRuns() {
+    const sal::LogManager log;
+    const sal::HostQueueDirectory queueDirectory;
+    StopSignals signals;
+    Options options;
+    options.driverDirectories = {MFD_BUILD_DIR "/lib/mfdrivers"};
+    options.console = false;
+    Host host(options, signals, queueDirectory);
+    const HostSender& sut = host.m_system.sender();
+    bool couldSend = false;
+    std::thread stopper([&] {
+        eventually([&] { return host.m_isStartOver.load(); });
+        couldSend = sut.m_pTarget != nullptr;
+        ::kill(::getpid(), SIGTERM);
+    });
+    host.run();
+    stopper.join();
+    return couldSend && sut.m_pTarget == nullptr && !sut.sendFID("A.B", {});
+}
 
 }  // namespace
 
@@ -48,4 +80,18 @@ TEST(HostSender, AnswersFunctionIDOnly) {
     HostSender sut;
     EXPECT_NE(nullptr, dynamic_cast<IFunctionID*>(sut.queryInterface(IID_IFunctionID)));
     EXPECT_EQ(nullptr, sut.queryInterface(IID_IPanelState));
+}
+
+TEST(HostSender, HasNoTargetOnceTheManagerIsGone) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (Sandbox::enter(""))
+            ::_exit(77);
+        ::_exit(sendsOnlyAsLongAsTheHostRuns() ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(child, ::waitpid(child, &status, 0));
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77)
+        GTEST_SKIP() << "needs mount and network namespaces";
+    EXPECT_EQ(0, status);
 }

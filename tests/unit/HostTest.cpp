@@ -553,17 +553,17 @@ TEST_F(HostTest, WithoutAHangTimeoutNobodyIsTakenForHung) {
 TEST_F(HostTest, DriversThatWaitForEachOtherForEverAreParted) {
     addDriver("A", "FloodsWithinSendFID", "queue");
     addDriver("B", "FloodsWithinSendFID", "queue");
-    HostProcess& host = startAndWait({"--hang-timeout", "1", "--restart-delay", "0.1"});
+    HostProcess& host = startAndWait({"--hang-timeout", "3", "--restart-delay", "0.1"});
     // Some more than the queues on the way hold: whoever is let go is soon done.
     host.type("sendFID A.GO to=B count=17000");
     host.type("sendFID B.GO to=A count=17000");
     ASSERT_TRUE(host.waitForLog(" hangs: ")) << host.log();
     ASSERT_TRUE(host.waitForLog("is started again\n")) << host.log();
-    host.type("sendFID A.PING");
-    host.type("sendFID B.PING");
-    EXPECT_TRUE(host.repliesWith("state *.PONG", "A.PONG  int   1")) << host.output() << host.log();
-    EXPECT_TRUE(host.repliesWith("state *.PONG", "B.PONG  int   1")) << host.output() << host.log();
-    EXPECT_EQ(1, countInLog(" hangs: "));
+    // On a machine that is slow enough the new process takes nothing for that time either and is ended, with
+    // the FIDs in its queue. That one end parts the two HangDetectorTest shows.
+    for (const std::string id : {"A", "B"})
+        EXPECT_TRUE(host.repliesWith("sendFID " + id + ".PING\nstate *.PONG", id + ".PONG  int   1"))
+            << host.output() << host.log();
     EXPECT_EQ(0, end());
 }
 
