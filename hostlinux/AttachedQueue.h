@@ -100,7 +100,7 @@ private:
     const std::string m_name;
     const bool m_isCreator;
     const std::unique_ptr<QueueFile> m_pFile;
-    std::weak_ptr<FileHandle> m_pCreatorWatch;  ///< what open() has handed out
+    std::weak_ptr<base::UniqueFd> m_pCreatorWatch;  ///< what open() has handed out
     const std::shared_ptr<QueueMapping> m_pMapping;
     QueueRing m_ring;
     const bool m_hasFences;            ///< this process has joined the process fences
