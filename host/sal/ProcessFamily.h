@@ -53,9 +53,9 @@ public:
     /// Returns them. Any thread.
     static std::vector<Member> continueStopped(const std::string& word);
 
-    /// Kills the processes that were started with that word and a child's mark in their environment, and those
-    /// below them: what children have left behind that nobody can ask for any more, since their parent has
-    /// ended too. Returns them. Any thread.
+    /// Kills the processes that were started with that word and a child's mark in their environment, and
+    /// those below them: what children have left behind that nobody can ask for any more, since their parent
+    /// has ended too. Returns them. Any thread.
     static std::vector<Member> endMarked(const std::string& word);
 
 private:
