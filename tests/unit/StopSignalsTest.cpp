@@ -29,6 +29,8 @@ int inChild(const std::function<int()>& body) {
 TEST(StopSignals, GivesEachStopSignal) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         EXPECT_EQ(signal, inChild([signal] {
+                      // Whatever the test was started with.
+                      ::signal(signal, SIG_DFL);
                       StopSignals sut;
                       ::kill(::getpid(), signal);
                       return sut.wait();
