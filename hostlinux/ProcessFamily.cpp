@@ -47,9 +47,18 @@ constexpr std::size_t s_longestText = 256 * 1024;
 constexpr int s_deepest = 50;
 constexpr std::size_t s_mostNoted = 10'000;
 
+/// Whether this thread could not read what is there, since descriptors or memory are short.
+thread_local bool t_hasMissed = false;
+
+void noteMissed() {
+    t_hasMissed = t_hasMissed || errno == EMFILE || errno == ENFILE || errno == ENOMEM;
+}
+
 std::string textOf(const std::string& path) {
     std::string text;
     const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file)
+        noteMissed();
     std::array<char, 4096> piece{};
     for (ssize_t count = 0;
          file && text.size() < s_longestText && (count = ::read(file.get(), piece.data(), piece.size())) > 0;)
@@ -68,6 +77,8 @@ std::vector<int> numbersIn(const std::string& directory) {
     };
     std::vector<int> numbers;
     const std::unique_ptr<DIR, Close> pDirectory(::opendir(directory.c_str()));
+    if (!pDirectory)
+        noteMissed();
     while (const dirent* pEntry = pDirectory ? ::readdir(pDirectory.get()) : nullptr) {
         if (const int number = std::atoi(pEntry->d_name); number > 0)
             numbers.push_back(number);
@@ -151,7 +162,7 @@ std::optional<ProcessFamily::Process> ProcessFamily::Process::read(int pid) {
 
 std::vector<ProcessFamily::Member> ProcessFamily::continueStopped(const std::string& word) {
     std::vector<Member> continued;
-    for (const Process& process : processes().value_or(std::vector<Process>())) {
+    for (const Process& process : processes()) {
         if (process.state == 'T' && isMarked(process.pid, word) && ::kill(process.pid, SIGCONT) == 0)
             continued.push_back({process.pid, process.name});
     }
@@ -160,7 +171,7 @@ std::vector<ProcessFamily::Member> ProcessFamily::continueStopped(const std::str
 
 std::vector<ProcessFamily::Member> ProcessFamily::endMarked(const std::string& word) {
     std::set<std::string> marks;
-    for (const Process& process : processes().value_or(std::vector<Process>())) {
+    for (const Process& process : processes()) {
         if (process.pid != ::getpid() && isMarked(process.pid, word))
             marks.insert(environmentOf(process.pid, MarkedEnvironment::s_begin));
     }
@@ -211,24 +222,17 @@ void ProcessFamily::noteBelow(int pid, int depth, std::set<Identity>& noted) con
     }
 }
 
-std::optional<std::vector<ProcessFamily::Process>> ProcessFamily::processes() {
+std::vector<ProcessFamily::Process> ProcessFamily::processes() {
     std::vector<Process> all;
-    bool isSelfSeen = false;
     for (const int pid : numbersIn("/proc")) {
-        auto process = Process::read(pid);
-        isSelfSeen = isSelfSeen || (process && pid == ::getpid());
-        if (process && !process->isDead())
+        if (auto process = Process::read(pid); process && !process->isDead())
             all.push_back(std::move(*process));
     }
-    // Whoever does not see itself sees nobody for sure.
-    return isSelfSeen ? std::optional(std::move(all)) : std::nullopt;
+    return all;
 }
 
-std::optional<std::vector<ProcessFamily::Process>> ProcessFamily::members() const {
-    auto all = processes();
-    if (!all)
-        return std::nullopt;
-    std::vector<Process> others = std::move(*all);
+std::vector<ProcessFamily::Process> ProcessFamily::members() const {
+    std::vector<Process> others = processes();
     std::vector<Process> found;
     std::set<int> pids{m_pid};
     const auto take = [&](const auto& belongs) {
@@ -262,20 +266,16 @@ ProcessFamily::Result ProcessFamily::endOthers() {
     Result result;
     std::set<Identity> told;
     const auto end = Clock::now() + s_limit;
+    t_hasMissed = false;
     // Until nobody is left to be told: one may have started another in between.
     for (bool isNew = true; isNew && Clock::now() < end;) {
         isNew = false;
-        const auto found = members();
-        if (!found) {
-            result.isWhole = false;
-            break;
-        }
-        for (const Process& process : *found) {
+        for (const Process& process : members()) {
             if (!told.insert(process.identity()).second)
                 continue;
             const base::UniqueFd handle(static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0)));
-            if (!handle && errno != ESRCH)
-                result.isWhole = false;
+            if (!handle)
+                noteMissed();
             const auto now = handle ? Process::read(process.pid) : std::nullopt;
             // It has ended by itself, and the number may be another's.
             if (!now || now->started != process.started)
@@ -289,6 +289,7 @@ ProcessFamily::Result ProcessFamily::endOthers() {
             }
         }
     }
+    result.isWhole = !t_hasMissed;
     return result;
 }
 

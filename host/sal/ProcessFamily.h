@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -66,9 +65,8 @@ private:
     using Identity = std::pair<int, std::uint64_t>;
 
     struct Process;
-    /// Nothing when it could not be read who runs.
-    static std::optional<std::vector<Process>> processes();
-    std::optional<std::vector<Process>> members() const;
+    static std::vector<Process> processes();
+    std::vector<Process> members() const;
     void noteBelow(int pid, int depth, std::set<Identity>& noted) const;
 
     int m_pid;
