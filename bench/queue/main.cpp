@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "Transport.h"
+#include "sal/HostQueueDirectory.h"
 #include "sal/LogManager.h"
 
 namespace {
@@ -183,6 +184,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     const sal::LogManager log;
+    const sal::HostQueueDirectory queues;
     std::vector<TransportKind> kinds{{"sal::MessageQueue", makeSalTransport},
                                      {"POSIX mq", makePosixMqTransport},
                                      {"Boost.Interprocess", makeBoostTransport},
