@@ -24,24 +24,18 @@
 #include <vector>
 
 #include "LogLine.h"
+#include "Release.h"
 #include "sal/LogOutput.h"
 
 namespace sal {
 namespace {
 
-template <auto release>
-struct Release {
-    template <class T>
-    void operator()(T* pObject) const {
-        release(pObject);
-    }
-};
-using Socket = std::unique_ptr<nl_sock, Release<nl_socket_free>>;
-using Cache = std::unique_ptr<nl_cache, Release<nl_cache_free>>;
-using Link = std::unique_ptr<rtnl_link, Release<rtnl_link_put>>;
-using Address = std::unique_ptr<rtnl_addr, Release<rtnl_addr_put>>;
-using Message = std::unique_ptr<nl_msg, Release<nlmsg_free>>;
-using NetworkAddress = std::unique_ptr<nl_addr, Release<nl_addr_put>>;
+using Socket = std::unique_ptr<nl_sock, base::Release<nl_socket_free>>;
+using Cache = std::unique_ptr<nl_cache, base::Release<nl_cache_free>>;
+using Link = std::unique_ptr<rtnl_link, base::Release<rtnl_link_put>>;
+using Address = std::unique_ptr<rtnl_addr, base::Release<rtnl_addr_put>>;
+using Message = std::unique_ptr<nl_msg, base::Release<nlmsg_free>>;
+using NetworkAddress = std::unique_ptr<nl_addr, base::Release<nl_addr_put>>;
 
 /// Second name to the adapter's own.
 std::map<std::string, std::string>& secondNames() {

@@ -23,6 +23,7 @@
 
 #include "LogLine.h"
 #include "RegularFile.h"
+#include "Release.h"
 #include "sal/LogOutput.h"
 
 namespace {
@@ -38,16 +39,9 @@ const std::string s_fileLine = "file: ";
 const std::string s_signatureEnd = ".sig";
 constexpr int s_mostNeighbours = 64;
 
-template <auto release>
-struct Release {
-    template <class T>
-    void operator()(T* pObject) const {
-        release(pObject);
-    }
-};
-using Key = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;
-using Context = std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>>;
-using Bio = std::unique_ptr<BIO, Release<BIO_free>>;
+using Key = std::unique_ptr<EVP_PKEY, base::Release<EVP_PKEY_free>>;
+using Context = std::unique_ptr<EVP_MD_CTX, base::Release<EVP_MD_CTX_free>>;
+using Bio = std::unique_ptr<BIO, base::Release<BIO_free>>;
 
 std::string& trustDirectory() {
     static std::string s_directory;

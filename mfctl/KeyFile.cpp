@@ -9,18 +9,12 @@
 
 #include "OutputFile.h"
 #include "RegularFile.h"
+#include "Release.h"
 
 namespace {
 
-template <auto release>
-struct Release {
-    template <class T>
-    void operator()(T* pObject) const {
-        release(pObject);
-    }
-};
-using Bio = std::unique_ptr<BIO, Release<BIO_free>>;
-using Context = std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>>;
+using Bio = std::unique_ptr<BIO, base::Release<BIO_free>>;
+using Context = std::unique_ptr<EVP_MD_CTX, base::Release<EVP_MD_CTX_free>>;
 
 constexpr mode_t s_othersReadOrWrite = S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
 

@@ -8,24 +8,16 @@
 
 #include <memory>
 
+#include "Release.h"
+
 namespace {
 
 using Refusal = std::optional<std::string>;
 
-struct SocketFree {
-    void operator()(nl_sock* pSocket) const { nl_socket_free(pSocket); }
-};
-struct LinkPut {
-    void operator()(rtnl_link* pLink) const { rtnl_link_put(pLink); }
-};
-struct AddressPut {
-    void operator()(nl_addr* pAddress) const { nl_addr_put(pAddress); }
-};
-struct LinkAddressPut {
-    void operator()(rtnl_addr* pAddress) const { rtnl_addr_put(pAddress); }
-};
-using Socket = std::unique_ptr<nl_sock, SocketFree>;
-using Link = std::unique_ptr<rtnl_link, LinkPut>;
+using Socket = std::unique_ptr<nl_sock, base::Release<nl_socket_free>>;
+using Link = std::unique_ptr<rtnl_link, base::Release<rtnl_link_put>>;
+using Address = std::unique_ptr<nl_addr, base::Release<nl_addr_put>>;
+using LinkAddress = std::unique_ptr<rtnl_addr, base::Release<rtnl_addr_put>>;
 
 Refusal refused(const std::string& step, int error) {
     return step + ": " + nl_geterror(error);
@@ -65,8 +57,8 @@ Refusal addAddress(nl_sock* pSocket, const char* name, const std::string& text) 
     nl_addr* pParsed = nullptr;
     if (const int error = nl_addr_parse(text.c_str(), AF_INET, &pParsed); error < 0)
         return refused("address " + text, error);
-    const std::unique_ptr<nl_addr, AddressPut> parsed(pParsed);
-    const std::unique_ptr<rtnl_addr, LinkAddressPut> address(rtnl_addr_alloc());
+    const Address parsed(pParsed);
+    const LinkAddress address(rtnl_addr_alloc());
     rtnl_addr_set_ifindex(address.get(), static_cast<int>(if_nametoindex(name)));
     rtnl_addr_set_local(address.get(), parsed.get());
     if (const int error = rtnl_addr_add(pSocket, address.get(), 0); error < 0)

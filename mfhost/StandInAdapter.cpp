@@ -9,25 +9,16 @@
 #include <memory>
 #include <string_view>
 
-namespace {
-
-struct SocketFree {
-    void operator()(nl_sock* pSocket) const { nl_socket_free(pSocket); }
-};
-struct CacheFree {
-    void operator()(nl_cache* pCache) const { nl_cache_free(pCache); }
-};
-
-}  // namespace
+#include "Release.h"
 
 std::string standInAdapter() {
-    const std::unique_ptr<nl_sock, SocketFree> socket(nl_socket_alloc());
+    const std::unique_ptr<nl_sock, base::Release<nl_socket_free>> socket(nl_socket_alloc());
     nl_cache* pLinks = nullptr;
     if (socket == nullptr || nl_connect(socket.get(), NETLINK_ROUTE) < 0 ||
         rtnl_link_alloc_cache(socket.get(), AF_UNSPEC, &pLinks) < 0) {
         return {};
     }
-    const std::unique_ptr<nl_cache, CacheFree> links(pLinks);
+    const std::unique_ptr<nl_cache, base::Release<nl_cache_free>> links(pLinks);
     std::string firstUp;
     for (nl_object* pObject = nl_cache_get_first(pLinks); pObject != nullptr;
          pObject = nl_cache_get_next(pObject)) {
