@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "ConfigurationCheck.h"
 #include "Expect.h"
 #include "FakeHost.h"
 #include "FileGuard.h"
@@ -14,7 +15,6 @@
 #include "Silence.h"
 #include "WorkplaceFile.h"
 #include "XmlDocument.h"
-#include "check/ConfigurationCheck.h"
 #include "sal/Path.h"
 
 // Whatever stands in a workplace file: what the host lets through starts and reloads without harm, no reload

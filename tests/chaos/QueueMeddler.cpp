@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "../../hostlinux/QueueLayout.h"
+#include "QueueLayout.h"
 
 namespace fs = std::filesystem;
 

@@ -22,7 +22,7 @@ ModeSupervision::ModeSupervision(bool waitsUntilAttached)
     : m_roster(m_store),
       m_supervisor(m_roster,
                    {.hangTimeout = std::chrono::milliseconds(0), .waitsUntilAttached = waitsUntilAttached},
-                   {.activity = [] { return CommandThread::Activity(); },
+                   {.activity = [] { return CommandActivity(); },
                     .queues = [] { return sal::MessageQueue::statuses(); },
                     .receiverGone = [](const std::string& name) { sal::MessageQueue::receiverGone(name); },
                     .exitNow = [](int) {},

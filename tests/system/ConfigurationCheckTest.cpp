@@ -36,8 +36,8 @@ protected:
     }
     /// The exit code of xmllint with a schema of the tree.
     static int validate(const std::string& schema, const fs::path& file) {
-        return std::system(("xmllint --noout --schema " MFD_SOURCE_DIR "/workplace/schema/" + schema + " '" +
-                            file.string() + "' >/dev/null 2>&1")
+        return std::system(("xmllint --noout --schema " MFD_SOURCE_DIR "/configuration/schema/" + schema +
+                            " '" + file.string() + "' >/dev/null 2>&1")
                                .c_str());
     }
     static bool hasXmllint() { return std::system("command -v xmllint >/dev/null") == 0; }

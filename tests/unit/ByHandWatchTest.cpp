@@ -1,4 +1,4 @@
-#include "supervisor/ByHandWatch.h"
+#include "ByHandWatch.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

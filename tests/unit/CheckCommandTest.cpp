@@ -1,4 +1,4 @@
-#include "check/CheckCommand.h"
+#include "CheckCommand.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -105,7 +105,7 @@ TEST_F(CommandThreadTest, StopReleasesAReaderThatWaitsForRoom) {
 }
 
 TEST_F(CommandThreadTest, TellsWhatItDoesAndForWhichDriver) {
-    CommandThread::Activity seen;
+    CommandActivity seen;
     m_sut.post("reloadDriver SYS", [&] {
         m_sut.setDriver("SYS");
         seen = m_sut.activity();

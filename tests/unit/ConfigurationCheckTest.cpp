@@ -1,4 +1,4 @@
-#include "check/ConfigurationCheck.h"
+#include "ConfigurationCheck.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,8 @@
-#include "check/ConfigurationGuard.h"
+#include "ConfigurationGuard.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -156,4 +157,17 @@ TEST_F(ConfigurationGuardTest, ModuleThatVanishedIsNamedByAReload) {
     LogCapture log;
     EXPECT_EQ("", m_sut.reloadRefusal(workplace(), "A"));
     EXPECT_THAT(log.finish(), HasSubstr("axis.so cannot be loaded: No such file or directory\n"));
+}
+
+TEST_F(ConfigurationGuardTest, LogsTheDescriptorThatIsLeftOut) {
+    LogCapture log;
+    const TemporaryDirectory directory;
+    directory.write("good.xml", "<a/>");
+    ASSERT_EQ(0, ::mkfifo(directory.path("pipe.xml").c_str(), 0600));
+    EXPECT_TRUE(ConfigurationGuard::acceptsDescriptor(directory.path("good.xml")));
+    EXPECT_FALSE(ConfigurationGuard::acceptsDescriptor(directory.path("pipe.xml")));
+    const std::string text = log.finish();
+    EXPECT_NE(std::string::npos, text.find("HOST: " + directory.path("pipe.xml") +
+                                           " is no regular file; the descriptor is left out"));
+    EXPECT_EQ(std::string::npos, text.find("good.xml"));
 }

@@ -1,4 +1,4 @@
-#include "console/Console.h"
+#include "Console.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "check/DescriptorCatalogue.h"
+#include "DescriptorCatalogue.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

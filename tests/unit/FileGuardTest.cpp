@@ -9,7 +9,6 @@
 #include <cstring>
 #include <filesystem>
 
-#include "LogCapture.h"
 #include "TemporaryDirectory.h"
 
 namespace {
@@ -114,17 +113,4 @@ TEST(FileGuard, RefusesMoreThanSixteenMegabytes) {
     std::filesystem::resize_file(directory.path("a.xml"), 16 * 1024 * 1024 + 1);
     EXPECT_EQ(directory.path("a.xml") + " has 16777217 bytes; at most 16 MB are read",
               FileGuard::refusal(directory.path("a.xml")));
-}
-
-TEST(FileGuard, LogsTheDescriptorThatIsLeftOut) {
-    LogCapture log;
-    const TemporaryDirectory directory;
-    directory.write("good.xml", "<a/>");
-    ASSERT_EQ(0, ::mkfifo(directory.path("pipe.xml").c_str(), 0600));
-    EXPECT_TRUE(FileGuard::acceptsLogged(directory.path("good.xml")));
-    EXPECT_FALSE(FileGuard::acceptsLogged(directory.path("pipe.xml")));
-    const std::string text = log.finish();
-    EXPECT_NE(std::string::npos, text.find("HOST: " + directory.path("pipe.xml") +
-                                           " is no regular file; the descriptor is left out"));
-    EXPECT_EQ(std::string::npos, text.find("good.xml"));
 }

@@ -1,4 +1,4 @@
-#include "console/HostCommands.h"
+#include "HostCommands.h"
 
 #include <gtest/gtest.h>
 

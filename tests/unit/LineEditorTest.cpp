@@ -1,4 +1,4 @@
-#include "console/LineEditor.h"
+#include "LineEditor.h"
 
 #include <gtest/gtest.h>
 #include <clocale>

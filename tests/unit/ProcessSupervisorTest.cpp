@@ -94,7 +94,7 @@ protected:
     void setActivity(const std::string& what, const std::string& driverID) {
         {
             const std::lock_guard lock(m_mutex);
-            m_activity = {true, what, driverID, CommandThread::Clock::now()};
+            m_activity = {true, what, driverID, std::chrono::steady_clock::now()};
         }
         m_sut.wake();
     }
@@ -149,7 +149,7 @@ protected:
         auto pSut = std::make_unique<ProcessSupervisor>(
             m_roster, ProcessSupervisor::Settings{.waitsUntilAttached = true},
             ProcessSupervisor::Environment{
-                .activity = [] { return CommandThread::Activity(); },
+                .activity = [] { return CommandActivity(); },
                 .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
                 .receiverGone = [](const std::string&) {},
                 .exitNow = [](int) {},
@@ -278,7 +278,7 @@ protected:
     StandardErrorCapture m_capture;
     sal::LogManager m_log;
     std::mutex m_mutex;
-    CommandThread::Activity m_activity;
+    CommandActivity m_activity;
     std::vector<sal::MessageQueue::Status> m_queues;
     std::function<void()> m_onLook;  ///< when the supervisor looks at the queues, before it is answered
     std::vector<std::string> m_gone;
@@ -485,7 +485,7 @@ TEST_F(ProcessSupervisorTest, ReplacedProcessThatFindsNoQueueIsNoSurprise) {
 
 TEST_F(ProcessSupervisorTest, EndsAReplacedProcessThatStays) {
     ProcessSupervisor sut(m_roster, {.replacedLimit = 300ms},
-                          {.activity = [] { return CommandThread::Activity(); },
+                          {.activity = [] { return CommandActivity(); },
                            .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
                            .receiverGone = [](const std::string&) {},
                            .exitNow = [](int) {},
@@ -825,7 +825,7 @@ TEST_F(ProcessSupervisorTest, ReaderLearnsOfAnEndBeforeTheWatchDoes) {
     StateStore store;
     DriverRoster roster(store);
     ProcessSupervisor sut(roster, {},
-                          {.activity = [] { return CommandThread::Activity(); },
+                          {.activity = [] { return CommandActivity(); },
                            .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
                            .receiverGone = [](const std::string&) {},
                            .exitNow = [](int) {},
@@ -1152,7 +1152,7 @@ TEST_F(ProcessSupervisorTest, StartThatHoldsUpAShutdownIsNamed) {
         m_roster, {.shutdownLimit = 500ms, .waitsUntilAttached = true},
         {.activity =
              [] {
-                 return CommandThread::Activity{true, "start-up", {}, CommandThread::Clock::now()};
+                 return CommandActivity{true, "start-up", {}, std::chrono::steady_clock::now()};
              },
          .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
          .receiverGone = [](const std::string&) {},

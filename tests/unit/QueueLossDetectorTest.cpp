@@ -1,4 +1,4 @@
-#include "supervisor/QueueLossDetector.h"
+#include "QueueLossDetector.h"
 
 #include <gtest/gtest.h>
 

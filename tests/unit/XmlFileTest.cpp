@@ -1,4 +1,4 @@
-#include "check/XmlFile.h"
+#include "XmlFile.h"
 
 #include <gtest/gtest.h>
 #include <tinyxml.h>

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+/// What the command thread is doing, as those see it who watch that it does not hang.
+struct CommandActivity {
+    bool busy = false;
+    std::string what;      ///< the command line, or "start-up", "shutdown"
+    std::string driverID;  ///< the driver that it concerns, if one
+    std::chrono::steady_clock::time_point since;
+};

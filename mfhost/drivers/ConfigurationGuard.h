@@ -1,0 +1,33 @@
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "DescriptorCatalogue.h"
+#include "Finding.h"
+
+class WorkplaceFile;
+
+/// Stands before the host's start and its reloads: checks the workplace file as the host has read it and the
+/// descriptors, logs each finding once, and refuses on an error. Owned by the host, used on its command
+/// thread.
+class ConfigurationGuard {
+public:
+    explicit ConfigurationGuard(std::vector<std::string> driverDirectories);
+
+    /// Whether the workplace may be started; each error and warning is logged. Reads the descriptors.
+    bool acceptsStart(const WorkplaceFile& workplace);
+    /// Why the driver must not be reloaded; empty when it may. What else is found is logged, unless it was
+    /// before. The descriptors are those of the start, as the module has them.
+    std::string reloadRefusal(const WorkplaceFile& workplace, const std::string& driverID);
+
+    /// For sal::Directory::setFileFilter: false for a descriptor that must not reach the XML library, with a
+    /// log line the first time. Any thread.
+    static bool acceptsDescriptor(const std::string& path);
+
+private:
+    const std::vector<std::string> m_driverDirectories;
+    DescriptorCatalogue m_catalogue;
+    std::set<std::string> m_logged;
+};

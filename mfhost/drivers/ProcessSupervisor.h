@@ -1,0 +1,208 @@
+#pragma once
+
+#include <signal.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CommandActivity.h"
+#include "DriverFamilies.h"
+#include "DriverRestarts.h"
+#include "DriverRoster.h"
+#include "HangDetector.h"
+#include "ProcessEnd.h"
+#include "QueueLossDetector.h"
+#include "StackDump.h"
+#include "Wakeup.h"
+#include "sal/MessageQueue.h"
+#include "sal/Process.h"
+
+/// Watches the driver processes on a thread of its own, which never calls the module and never waits for the
+/// command thread. Learns of every exit with its cause and asks for the next start, ends the process of a
+/// driver that hangs or holds up the command thread longer than the stop time-out, and enforces the end of a
+/// shutdown. Owned by Host; told of processes on the thread that makes them.
+class ProcessSupervisor : public sal::Process::Observer {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    struct Settings {
+        std::chrono::milliseconds stopTimeout{3000};
+        std::chrono::milliseconds shutdownLimit{5000};
+        std::chrono::milliseconds killDelay{500};      ///< between SIGTERM and SIGKILL
+        std::chrono::milliseconds hangTimeout{10000};  ///< 0: nothing is taken for hung
+        std::chrono::milliseconds stacksLimit{2000};   ///< for reading the stacks of a process that hangs
+        /// For a process to end after a newer one has replaced it; it holds nobody up.
+        std::chrono::milliseconds replacedLimit{10000};
+        /// A start goes on when few processes are still to attach to their queues, not after its full time.
+        bool waitsUntilAttached = false;
+        RestartPlan::Settings restart = {};
+    };
+
+    /// What the supervisor asks of its surroundings, each on its own thread.
+    struct Environment {
+        std::function<CommandActivity()> activity;
+        std::function<std::vector<sal::MessageQueue::Status>()> queues;
+        std::function<void(const std::string& queueName)> receiverGone;
+        std::function<void(int exitCode)> exitNow;
+        /// Has the driver started again on the command thread, between beginRestart and endStart.
+        std::function<void(const std::string& driverID)> restart;
+        /// Learns of processes that are not the host's own, of that driver or for an empty ID of all. On any
+        /// thread; nothing where there are none.
+        std::function<void(const std::string& driverID)> refreshOthers = nullptr;
+        /// The names of queues that cannot be made though somebody tries again and again, and what is done
+        /// about one: it is taken from those who hold it (true when it is free now), and the next try is let
+        /// pass without a queue.
+        std::function<std::vector<sal::MessageQueue::Refusal>()> refusedQueues = nullptr;
+        std::function<bool(const std::string& queueName)> retireQueue = nullptr;
+        std::function<void(const std::string& queueName)> passQueue = nullptr;
+        /// As the operations of sal::MessageQueue.
+        std::function<bool(const std::string& queueName)> hasReader = &sal::MessageQueue::hasReader;
+        std::function<bool(const std::vector<std::string>& queueNames, std::size_t most, int timeout)>
+            waitForReaders = &sal::MessageQueue::waitForReaders;
+    };
+
+    ProcessSupervisor(DriverRoster& roster, Settings settings, Environment environment);
+    ~ProcessSupervisor() override;  ///< stops watching; processes that still run are left alone
+    ProcessSupervisor(const ProcessSupervisor&) = delete;
+    ProcessSupervisor& operator=(const ProcessSupervisor&) = delete;
+
+    void start();
+    /// The command thread began or ended something. Any thread.
+    void wake();
+
+    void processStarted(const sal::Process::Started& process) override;
+    /// Where a start waits until processes have attached: returns when fewer than twice as many as there are
+    /// processors have neither attached to their input queue nor ended. One that takes longer than all the
+    /// time is named in the log, once.
+    void awaitStart(int pid, unsigned int seconds) override;
+
+    /// Learns of ends that have come by now, of that driver or for an empty ID of all: when it returns, their
+    /// values are marked. Any thread but those that hold the roster or the store.
+    void refresh(const std::string& driverID);
+
+    /// Somebody reloads the driver: what was planned for it is off. Command thread, as the next three.
+    void beginReload(const std::string& driverID);
+    /// A start that was asked for begins. False when a reload has overtaken it.
+    bool beginRestart(const std::string& driverID);
+    /// The start or reload of a driver that is to run in a process is over; with the reason when it was not
+    /// even tried, which no limit counts. What counts is whether a process lives: without one the next try is
+    /// planned.
+    void endStart(const std::string& driverID, const std::string& reason = {});
+    /// The driver is not tried again, for this reason.
+    void giveUp(const std::string& driverID, const std::string& reason);
+
+    /// The shutdown begins: its end is enforced from now on, with this exit code. The first call counts. Any
+    /// thread.
+    void beginShutdown(int exitCode);
+
+    /// Waits for all driver processes, ending those that do not end by themselves within the stop time-out.
+    /// Once the manager is gone; on the command thread.
+    void endProcesses();
+
+private:
+    struct Watched {
+        std::string driverID;
+        int pid = 0;
+        int pidFd = -1;
+        Clock::time_point started;
+        std::optional<Clock::time_point> terminated;
+        bool isKilled = false;
+        bool isAlone = false;  ///< it has ended, and so has what it left behind
+        std::string hang;      ///< how it hangs or has lost a queue; empty while it does not
+        std::unique_ptr<StackDump> pStacks;
+        std::optional<Clock::time_point> replaced = std::nullopt;  ///< when a newer one of its driver began
+        bool isRestart = false;                                    ///< nobody has asked for it
+        bool hasAttached = false;                                  ///< seen to have claimed its input queue
+        bool isSaidLate = false;
+    };
+    /// What a driver's queues had carried at one moment.
+    struct Traffic {
+        std::uint64_t received = 0;
+        std::uint64_t sent = 0;
+    };
+    using Queues = std::map<std::string, sal::MessageQueue::Status>;
+
+    void run();
+    int pollTimeout();
+    void reap(const std::string& driverID);
+    void reapLocked(const std::string& driverID);
+    void endLeftBehind(const std::string& driverID);
+    void ended(const Watched& process, const ProcessEnd& end);
+    std::string planRestart(const std::string& driverID, Clock::duration ran, bool isTried = true);
+    void noteAttached();
+    bool isBusy();
+    void check();
+    void checkCommand(const CommandActivity& activity, Clock::time_point now);
+    void checkQueueWait(const CommandActivity& activity, Clock::time_point now);
+    void checkCall(Clock::time_point now);
+    void checkShutdown(const CommandActivity& activity, Clock::time_point now);
+    void endFullQueues();
+    void checkRestarts(Clock::time_point now);
+    void sample(Clock::time_point now);
+    void measureTraffic(const Queues& queues, Clock::time_point now);
+    std::vector<HangDetector::Sample> samples(const Queues& queues);
+    void hangs(const HangDetector::Verdict& verdict);
+    void checkQueueLoss(const Queues& queues, Clock::time_point looked);
+    void lost(const QueueLossDetector::Verdict& verdict);
+    void checkStacks();
+    void terminate(Watched& process, const std::string& reason);
+    std::string whoHoldsUp(const CommandActivity& activity) const;
+
+    DriverRoster& m_roster;
+    DriverFamilies m_families;
+    const Settings m_settings;
+    const Environment m_environment;
+    const base::Wakeup m_wakeup;
+    const std::chrono::milliseconds m_sampleInterval;
+
+    /// Whoever learns of an end tells all of it before another thread may look.
+    std::mutex m_reapMutex;
+
+    mutable std::mutex m_mutex;
+    std::condition_variable m_allEnded;
+    std::list<Watched> m_processes;
+    std::optional<Clock::time_point> m_shutdownBegan;
+    std::optional<Clock::time_point> m_endProcessesBegan;
+    int m_exitCode = 0;
+    bool m_stopping = false;
+    DriverRestarts m_restarts;
+    /// Drivers whose process has ended by itself since their last start began.
+    std::set<std::string> m_endedSince;
+    /// Why no process runs for a driver, as it was said last; nothing once one has been started.
+    std::map<std::string, std::string> m_saidCauses;
+    /// Drivers that are started again and have no new process yet.
+    std::set<std::string> m_restarting;
+    /// The driver whose start the command thread waits in; empty for none.
+    std::string m_awaited;
+    /// Of processes that have ended; closed by the thread that may be polling them.
+    std::vector<int> m_endedFds;
+
+    /// Of processes that have ended meanwhile.
+    std::vector<std::unique_ptr<StackDump>> m_lateDumps;
+
+    // The supervisor's thread's own.
+    HangDetector m_hangs;
+    QueueLossDetector m_losses;
+    Clock::time_point m_nextSample;
+    Clock::time_point m_trafficMeasured;
+    std::map<std::string, Traffic> m_traffic;
+
+    /// What was said already: once for each call, queue wait and driver.
+    std::optional<Clock::time_point> m_reportedCall;
+    std::string m_reportedQueue;
+    std::set<std::string> m_retiredQueues;  ///< in the current command
+
+    std::thread m_thread;
+};

@@ -1,0 +1,89 @@
+#include "Console.h"
+
+#include <unistd.h>
+
+#include <cstring>
+#include <iostream>
+#include <utility>
+
+#include "HostLog.h"
+#include "LineReader.h"
+#include "Needed.h"
+#include "ThreadName.h"
+
+Console::Console(Handlers handlers) : m_handlers(std::move(handlers)), m_waiter(STDIN_FILENO) {}
+
+Console::~Console() {
+    stop();
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+bool Console::isInteractive() {
+    return ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
+}
+
+void Console::start() {
+    m_thread = base::neededThread("the console", [this] { run(); });
+}
+
+void Console::stop() {
+    m_waiter.stop();
+}
+
+void Console::redraw() {
+    m_waiter.nudge();
+}
+
+void Console::run() {
+    base::nameThread("console");
+    if (isInteractive())
+        readTerminal();
+    else
+        readLines();
+}
+
+void Console::readTerminal() {
+    LineEditor editor(m_waiter, m_handlers.complete);
+    // A slip on Ctrl-D must not stop a workplace; the second one in a row means it.
+    bool isEnding = false;
+    while (!m_waiter.isStopped()) {
+        const auto line = editor.read();
+        if (m_waiter.isStopped())
+            return;
+        if (line) {
+            isEnding = false;
+            m_handlers.line(*line);
+        } else if (!isEnding) {
+            isEnding = true;
+            std::cout << "\nTo shut down, type quit or press Ctrl-D again." << std::endl;
+        } else {
+            std::cout << std::endl;
+            m_handlers.end();
+            return;
+        }
+    }
+}
+
+void Console::readLines() {
+    LineReader reader(STDIN_FILENO, m_waiter);
+    for (std::string line;;) {
+        switch (reader.read(line)) {
+            case LineReader::EResult::Line:
+                m_handlers.line(line);
+                break;
+            case LineReader::EResult::TooLong:
+                hostLog(sal::LogOutput::eError) << "a console line of more than " << LineReader::s_maxLine
+                                                << " bytes is ignored" << std::endl;
+                break;
+            case LineReader::EResult::End:
+                if (reader.error() != 0)
+                    hostLog(sal::LogOutput::eError)
+                        << "standard input cannot be read: " << std::strerror(reader.error()) << std::endl;
+                m_handlers.end();
+                return;
+            case LineReader::EResult::Stopped:
+                return;
+        }
+    }
+}

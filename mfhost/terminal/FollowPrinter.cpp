@@ -1,0 +1,138 @@
+#include "FollowPrinter.h"
+
+#include <limits.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "HostLog.h"
+#include "LineEditor.h"
+#include "Needed.h"
+#include "Printable.h"
+#include "ThreadName.h"
+
+FollowPrinter::FollowPrinter(std::string glob, int fd, std::function<void()> redraw,
+                             std::chrono::milliseconds patience)
+    : m_glob(std::move(glob)),
+      m_fd(fd),
+      m_redraw(std::move(redraw)),
+      m_patience(patience),
+      m_thread(base::neededThread("--follow", [this] { run(); })) {}
+
+FollowPrinter::~FollowPrinter() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_stopping = true;
+        m_giveUp = std::chrono::steady_clock::now() + m_patience;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+void FollowPrinter::valueChanged(const StateStore::Entry& entry) {
+    if (!StateStore::matches(m_glob, entry.key))
+        return;
+    std::string line = entry.key + " = " + entry.value.text();
+    if (entry.isStale())
+        line += "  (stale: " + entry.staleCause + ")";
+    add(line);
+}
+
+void FollowPrinter::valueUnset(const std::string& key) {
+    if (StateStore::matches(m_glob, key))
+        add(key + " unset");
+}
+
+void FollowPrinter::eventTriggered(const StateStore::Event& event) {
+    if (StateStore::matches(m_glob, event.id))
+        add("event " + event.id + " " + event.value);
+}
+
+void FollowPrinter::valuesStale(const std::string& driverID, const std::string& cause,
+                                const std::vector<std::string>& keys) {
+    const auto count = std::count_if(keys.begin(), keys.end(), [this](const std::string& key) {
+        return StateStore::matches(m_glob, key);
+    });
+    if (count > 0)
+        add(driverID + ": " + std::to_string(count) + (count == 1 ? " value" : " values") +
+            " stale: " + cause);
+}
+
+void FollowPrinter::add(const std::string& text) {
+    std::string line = base::printable(text);
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_lines.size() >= s_capacity) {
+            m_lines.pop_front();
+            ++m_dropped;
+        }
+        m_lines.push_back(std::move(line));
+    }
+    m_changed.notify_one();
+}
+
+/// As many whole lines as a pipe takes in one piece; a longer line alone.
+std::string FollowPrinter::takeBatch() {
+    std::string batch;
+    if (m_dropped > 0) {
+        batch = "... " + std::to_string(m_dropped) + " lines dropped\n";
+        m_dropped = 0;
+    }
+    while (!m_lines.empty() && (batch.empty() || batch.size() + m_lines.front().size() + 1 <= PIPE_BUF)) {
+        batch += m_lines.front() + "\n";
+        m_lines.pop_front();
+    }
+    return batch;
+}
+
+void FollowPrinter::run() {
+    base::nameThread("follow");
+    for (;;) {
+        std::string batch;
+        {
+            std::unique_lock lock(m_mutex);
+            m_changed.wait(lock, [this] { return m_stopping || !m_lines.empty(); });
+            if (m_lines.empty())
+                return;
+            batch = takeBatch();
+        }
+        if (!write(m_redraw ? LineEditor::s_eraseLine + batch : batch))
+            return;
+        if (m_redraw)
+            m_redraw();
+    }
+}
+
+bool FollowPrinter::write(const std::string& text) {
+    std::size_t done = 0;
+    while (done < text.size()) {
+        {
+            const std::lock_guard lock(m_mutex);
+            if (std::chrono::steady_clock::now() >= m_giveUp)
+                return false;
+        }
+        pollfd output{m_fd, POLLOUT, 0};
+        if (::poll(&output, 1, 100) <= 0)
+            continue;
+        const ssize_t count =
+            ::write(m_fd, text.data() + done, std::min<std::size_t>(text.size() - done, PIPE_BUF));
+        if (count < 0 && (errno == EINTR || errno == EAGAIN))
+            continue;
+        // Nobody will ever read: the drivers' lines go nowhere, the workplace runs on.
+        if (count < 0 && errno == EPIPE)
+            return false;
+        if (count < 0) {
+            if (!std::exchange(m_isLosing, true))
+                hostLog(sal::LogOutput::eWarning)
+                    << "--follow loses lines: standard output: " << std::strerror(errno) << std::endl;
+            return true;
+        }
+        m_isLosing = false;
+        done += static_cast<std::size_t>(count);
+    }
+    return true;
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "StateStore.h"
+
+/// Prints each state change and event as a line. Owned by Host. Drivers' threads only queue a line; a thread
+/// of its own writes. When the reader is slower than the drivers, the oldest lines are dropped, and a line
+/// tells how many.
+class FollowPrinter : public StateStore::Listener {
+public:
+    static constexpr std::size_t s_capacity = 10000;
+
+    /// Prints what matches the shell pattern, everything for an empty one, to the descriptor. With redraw the
+    /// descriptor is a terminal that may show a prompt: it is erased first, and redraw called behind.
+    /// The patience is what is spent at the end on lines that are left.
+    FollowPrinter(std::string glob, int fd, std::function<void()> redraw = {},
+                  std::chrono::milliseconds patience = std::chrono::seconds(1));
+    /// Writes what is left, as long as the patience lasts.
+    ~FollowPrinter() override;
+    FollowPrinter(const FollowPrinter&) = delete;
+    FollowPrinter& operator=(const FollowPrinter&) = delete;
+
+    void valueChanged(const StateStore::Entry& entry) override;
+    void valueUnset(const std::string& key) override;
+    void eventTriggered(const StateStore::Event& event) override;
+    void valuesStale(const std::string& driverID, const std::string& cause,
+                     const std::vector<std::string>& keys) override;
+
+private:
+    void add(const std::string& text);
+    void run();
+    std::string takeBatch();
+    bool write(const std::string& text);
+
+    const std::string m_glob;
+    const int m_fd;
+    const std::function<void()> m_redraw;
+    const std::chrono::milliseconds m_patience;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<std::string> m_lines;
+    std::uint64_t m_dropped = 0;
+    bool m_stopping = false;
+    bool m_isLosing = false;  ///< the thread's own: the last write failed
+    std::chrono::steady_clock::time_point m_giveUp = std::chrono::steady_clock::time_point::max();
+    std::thread m_thread;
+};
