@@ -38,6 +38,13 @@ class DocsTest(unittest.TestCase):
                 if not target.startswith("http"):
                     self.assertTrue((page.parent / target).exists(), f"{page.name}: {target}")
 
+    def test_files_that_the_code_map_names_exist(self):
+        page = (ROOT / "docs" / "architecture.md").read_text()
+        named = re.findall(r"`([\w.]+/(?:[\w.-]+/)*(?:[\w-]+\.\w+)?)`", page)
+        self.assertGreater(len(named), 60)
+        for path in named:
+            self.assertTrue((ROOT / path).exists() or list(ROOT.glob(f"*/{path}")), path)
+
 
 if __name__ == "__main__":
     unittest.main()
