@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -67,6 +68,36 @@ bool becomesSleep(pid_t pid) {
         return name == "sleep";
     });
 }
+
+/// As long as it lives, the process can have only so many descriptors more.
+class FewDescriptors {
+public:
+    explicit FewDescriptors(std::size_t free) {
+        ::getrlimit(RLIMIT_NOFILE, &m_before);
+        const rlimit low{std::min<rlim_t>(256, m_before.rlim_max), m_before.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &low);
+        for (int fd = 0; (fd = ::dup(STDERR_FILENO)) >= 0;)
+            m_taken.push_back(fd);
+        for (; free > 0 && !m_taken.empty(); --free)
+            giveBack();
+    }
+    ~FewDescriptors() {
+        while (!m_taken.empty())
+            giveBack();
+        ::setrlimit(RLIMIT_NOFILE, &m_before);
+    }
+    FewDescriptors(const FewDescriptors&) = delete;
+    FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+private:
+    void giveBack() {
+        ::close(m_taken.back());
+        m_taken.pop_back();
+    }
+
+    rlimit m_before{};
+    std::vector<int> m_taken;
+};
 
 /// A shell script as a child, as a host starts its driver processes.
 class ProcessFamily : public testing::Test, private sal::Process::Observer {
@@ -207,6 +238,24 @@ TEST_F(ProcessFamily, WhoWasSeenIsKnownBeyondTheDeathOfItsParent) {
     sut().look();
     killProcess();
     EXPECT_THAT(endOthers(), testing::Contains(child));
+    EXPECT_TRUE(endsWithTheOthers(child));
+}
+
+TEST_F(ProcessFamily, ShortageOfDescriptorsAtAnyStepIsAnswered) {
+    start("sleep 1000 & echo $! > child.draft; mv child.draft child; wait");
+    const pid_t child = noted("child");
+    ASSERT_TRUE(becomesSleep(child));
+    killProcess();
+    // It looks with one descriptor and ends with two.
+    for (const std::size_t free : {0, 1}) {
+        const FewDescriptors few(free);
+        const auto result = sut().endOthers();
+        EXPECT_FALSE(result.isWhole) << free;
+        EXPECT_THAT(result.ended, IsEmpty()) << free;
+    }
+    EXPECT_TRUE(isAlive(child));
+    const FewDescriptors few(2);
+    EXPECT_TRUE(sut().endOthers().isWhole);
     EXPECT_TRUE(endsWithTheOthers(child));
 }
 
