@@ -11,8 +11,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "../system/Workplace.h"
 #include "Patience.h"
+#include "Workplace.h"
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;

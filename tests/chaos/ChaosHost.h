@@ -13,7 +13,7 @@
 #include <string>
 #include <thread>
 
-#include "../system/HostProcess.h"
+#include "HostProcess.h"
 
 /// A running mfhost whose two streams are read line by line as they come, on a thread each, and kept in a
 /// file. Owned by Chaos; any thread may type. Killed with the object.

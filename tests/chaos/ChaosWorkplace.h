@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "../system/HostProcess.h"
-#include "../system/Workplace.h"
+#include "HostProcess.h"
+#include "Workplace.h"
 
 /// The workplace of a chaos run: up to 20 drivers beside the panel, some in the host's process and some in
 /// their own, and what is edited of it meanwhile. T are talkers, F fault drivers, S watch the machine. Owned

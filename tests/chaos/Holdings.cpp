@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <sstream>
 
-#include "../system/Workplace.h"
 #include "Leftovers.h"
+#include "Workplace.h"
 
 namespace fs = std::filesystem;
 

@@ -33,7 +33,7 @@
 #include <thread>
 #include <utility>
 
-#include "../system/Workplace.h"
+#include "Workplace.h"
 
 namespace fs = std::filesystem;
 

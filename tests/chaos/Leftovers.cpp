@@ -12,7 +12,7 @@
 #include <memory>
 #include <sstream>
 
-#include "../system/Workplace.h"
+#include "Workplace.h"
 
 namespace fs = std::filesystem;
 

@@ -11,7 +11,7 @@
 
 #include <cstdlib>
 
-#include "../system/Workplace.h"
+#include "Workplace.h"
 
 namespace fs = std::filesystem;
 using testing::Contains;

@@ -16,11 +16,11 @@
 #include <string>
 #include <vector>
 
-#include "../system/PrivateMachine.h"
 #include "Campaign.h"
 #include "Chaos.h"
 #include "Intruder.h"
 #include "Leftovers.h"
+#include "PrivateMachine.h"
 #include "Watchdog.h"
 
 namespace fs = std::filesystem;

@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string>
 
-#include "../support/HangGuard.h"
+#include "HangGuard.h"
 #include "MfdDriver.h"
 #include "MfdDriverBase.h"
 #include "Record.h"

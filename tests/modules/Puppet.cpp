@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-#include "../support/HangGuard.h"
+#include "HangGuard.h"
 #include "MfdDriver.h"
 #include "MfdDriverBase.h"
 #include "Record.h"

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "../support/HangGuard.h"
+#include "HangGuard.h"
 #include "sal/MessageQueue.h"
 
 /// The host's end of one driver's queues and nothing else. Used by the tests themselves and by the program

@@ -9,9 +9,9 @@
 #include <fstream>
 #include <iostream>
 
-#include "../support/HangGuard.h"
-#include "../system/PrivateMachine.h"
+#include "HangGuard.h"
 #include "InterfaceIds.h"
+#include "PrivateMachine.h"
 #include "sal/MessageQueue.h"
 
 namespace fs = std::filesystem;

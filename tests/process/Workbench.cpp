@@ -11,7 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "../support/HangGuard.h"
+#include "HangGuard.h"
 #include "sal/Path.h"
 
 namespace {

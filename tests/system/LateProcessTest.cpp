@@ -31,7 +31,7 @@ protected:
         configure("queue");
     }
 
-    /// What the next driver processes do before they come up, one line each; see tests/support/latewrapper.
+    /// What the next driver processes do before they come up, one line each; see tests/kit/latewrapper.
     void plan(const std::string& lines) { writeFile(workplace().directory() / "starts", lines); }
 
     HostProcess& startLate(const std::vector<std::string>& options = {"--log-level", "5"}) {

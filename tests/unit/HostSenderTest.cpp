@@ -12,6 +12,7 @@
 #include "Host.h"
 #include "InterfaceIds.h"
 #include "Sandbox.h"
+#include "Workplace.h"
 #include "sal/HostQueueDirectory.h"
 #include "sal/LogManager.h"
 
@@ -41,7 +42,7 @@ bool sendsOnlyAsLongAsTheHostRuns() {
     const sal::HostQueueDirectory queueDirectory;
     StopSignals signals;
     Options options;
-    options.driverDirectories = {MFD_BUILD_DIR "/lib/mfdrivers"};
+    options.driverDirectories = {Workplace::build() / "lib/mfdrivers"};
     options.console = false;
     Host host(options, signals, queueDirectory);
     const HostSender& sut = host.m_system.sender();

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "../HangGuard.h"
+#include "HangGuard.h"
 
 /// Calls in the order in which they came, one line each. Any thread writes and waits.
 class CallLog {

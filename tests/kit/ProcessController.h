@@ -5,7 +5,7 @@
 #include <chrono>
 #include <string>
 
-#include "../support/HangGuard.h"
+#include "HangGuard.h"
 
 /// One process under test: a child, or the orphan of one. Waits are bounded, so that a process that hangs
 /// fails its test and is killed when the controller goes.

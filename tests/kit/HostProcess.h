@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "../support/HangGuard.h"
+#include "HangGuard.h"
 
 /// A running mfhost (or any other program): what is typed into it goes through a pipe, what it writes is kept
 /// in two files. Each wait ends with the hang guard and then says no. Killed with the object.

@@ -8,7 +8,7 @@
 #include <csignal>
 #include <stdexcept>
 
-#include "../HangGuard.h"
+#include "HangGuard.h"
 
 QueuePeer::QueuePeer(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix) {
     std::vector<std::string> words = prefix;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <new>
 
-#include "../HangGuard.h"
+#include "HangGuard.h"
 
 namespace fakehost {
 
