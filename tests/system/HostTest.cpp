@@ -1,5 +1,3 @@
-#include "Host.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
