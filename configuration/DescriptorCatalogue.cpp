@@ -8,9 +8,9 @@
 #include <set>
 #include <utility>
 
-#include "FileGuard.h"
 #include "Printable.h"
-#include "XmlFile.h"
+#include "XmlInput.h"
+#include "XmlLoader.h"
 #include "sal/Directory.h"
 #include "sal/Path.h"
 
@@ -51,17 +51,17 @@ void DescriptorCatalogue::readDirectory(const std::string& directory) {
 }
 
 void DescriptorCatalogue::readFile(const std::string& directory, const std::string& file) {
-    const FileGuard::Reading reading = FileGuard::read(file);
-    if (reading.finding) {
-        warn(file, reading.finding->line, reading.finding->text + "; the descriptor is left out");
+    const XmlInput input = XmlInput::read(file);
+    if (input.finding) {
+        warn(file, input.finding->line, input.finding->text + "; the descriptor is left out");
         return;
     }
-    if (!reading.bytes) {
-        warn(file, 0, "cannot be read: " + reading.error + "; the descriptor is skipped");
+    if (!input.bytes) {
+        warn(file, 0, "cannot be read: " + input.error + "; the descriptor is skipped");
         return;
     }
     TiXmlDocument document(file);
-    if (const XmlFile::Fault fault = XmlFile::load(document, *reading.bytes); !fault.text.empty())
+    if (const XmlLoader::Fault fault = XmlLoader::load(document, *input.bytes); !fault.text.empty())
         warn(file, fault.line, fault.text + "; the descriptor is skipped");
     else
         readDocument(document, directory, file);

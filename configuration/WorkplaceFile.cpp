@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "Printable.h"
-#include "XmlFile.h"
+#include "XmlLoader.h"
 
 namespace {
 
@@ -51,9 +51,9 @@ std::string kindOf(const TiXmlNode& node) {
 
 }  // namespace
 
-WorkplaceFile::WorkplaceFile(const std::string& path, const FileGuard::Reading& reading) : m_path(path) {
+WorkplaceFile::WorkplaceFile(const std::string& path, const XmlInput& input) : m_path(path) {
     if (!path.empty())
-        read(reading);
+        read(input);
 }
 
 void WorkplaceFile::stopAt(int line, const std::string& text, const std::string& consequence) {
@@ -63,10 +63,10 @@ void WorkplaceFile::stopAt(int line, const std::string& text, const std::string&
         m_obstacle = Finding{Finding::ESeverity::Warning, m_path, line, text}.inWords();
 }
 
-void WorkplaceFile::read(const FileGuard::Reading& reading) {
+void WorkplaceFile::read(const XmlInput& input) {
     TiXmlDocument document(m_path);
-    const XmlFile::Fault fault = reading.bytes ? XmlFile::load(document, *reading.bytes)
-                                               : XmlFile::Fault{0, "cannot be read: " + reading.error};
+    const XmlLoader::Fault fault = input.bytes ? XmlLoader::load(document, *input.bytes)
+                                               : XmlLoader::Fault{0, "cannot be read: " + input.error};
     if (!fault.text.empty()) {
         stopAt(fault.line, fault.text, "only the panel driver is started");
         return;
@@ -129,7 +129,7 @@ const WorkplaceFile::Entry* WorkplaceFile::spinningEntry(const std::string& driv
     return nullptr;
 }
 
-std::string WorkplaceFile::reloadRefusal(const std::string& driverID) const {
+std::string WorkplaceFile::entryFault(const std::string& driverID) const {
     if (const Entry* pEntry = spinningEntry(driverID))
         return m_path + " line " + std::to_string(pEntry->line) +
                ": driverID must be the first attribute of a mainframeDriver that can be reloaded";

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "EInterfaceTypes.h"
-#include "FileGuard.h"
+#include "XmlInput.h"
 
 class TiXmlElement;
 
@@ -36,9 +36,9 @@ public:
         std::string text;
     };
 
-    /// Reads the entries from what was read of the file, which has passed FileGuard. An empty path has no
+    /// Reads the entries from what was read of the file, which has passed XmlInput. An empty path has no
     /// entries and no faults.
-    WorkplaceFile(const std::string& path, const FileGuard::Reading& reading);
+    WorkplaceFile(const std::string& path, const XmlInput& input);
 
     const std::string& path() const { return m_path; }
     /// Whether the whole file was read and follows the format.
@@ -56,10 +56,10 @@ public:
     const Entry* spinningEntry(const std::string& driverID) const;
     /// Why the driver cannot be reloaded with this file: line and what would be right; the obstacle where the
     /// file is not whole and the driver may stand behind it. Empty when it can.
-    std::string reloadRefusal(const std::string& driverID) const;
+    std::string entryFault(const std::string& driverID) const;
 
 private:
-    void read(const FileGuard::Reading& reading);
+    void read(const XmlInput& input);
     void readWorkplace(const TiXmlElement& workplace);
     /// Nothing behind it is reached.
     void stopAt(int line, const std::string& text, const std::string& consequence = {});

@@ -5,24 +5,24 @@
 
 namespace {
 
-std::string faultOf(const std::string& path, const FileGuard::Reading& reading) {
+std::string faultOf(const std::string& path, const XmlInput& input) {
     if (path.empty())
         return {};
-    return reading.bytes ? XMLVerify::signatureFault(sal::Path(path), *reading.bytes)
-                         : "the file cannot be read: " + reading.error;
+    return input.bytes ? XMLVerify::signatureFault(sal::Path(path), *input.bytes)
+                       : "the file cannot be read: " + input.error;
 }
 
 }  // namespace
 
 WorkplaceSnapshot::WorkplaceSnapshot(const std::string& path)
     : m_path(path),
-      m_reading(path.empty() ? FileGuard::Reading() : FileGuard::read(path)),
-      m_signatureFault(faultOf(path, m_reading)),
-      m_file(m_reading.finding ? std::string() : path, m_reading) {}
+      m_input(path.empty() ? XmlInput() : XmlInput::read(path)),
+      m_signatureFault(faultOf(path, m_input)),
+      m_file(m_input.finding ? std::string() : path, m_input) {}
 
 std::string WorkplaceSnapshot::refusal(bool isSignatureRequired) const {
-    if (m_reading.finding)
-        return m_reading.finding->inWords();
+    if (m_input.finding)
+        return m_input.finding->inWords();
     if (isSignatureRequired && !m_signatureFault.empty())
         return m_path +
                " is not signed by a trusted key, and --require-signature asks for it: " + m_signatureFault;

@@ -3,9 +3,9 @@
 #include <optional>
 #include <string>
 
-#include "FileGuard.h"
 #include "Finding.h"
 #include "WorkplaceFile.h"
+#include "XmlInput.h"
 
 /// A workplace file and its signature as they were at one moment, each read once. Made for one decision: a
 /// start, a reload, a restart or a check. What is checked, verified and handed to the module are these bytes,
@@ -17,9 +17,9 @@ public:
 
     const std::string& path() const { return m_path; }
     /// What the file held; nothing where it could not be read.
-    const std::optional<std::string>& bytes() const { return m_reading.bytes; }
+    const std::optional<std::string>& bytes() const { return m_input.bytes; }
     /// What keeps the file from the XML library; nothing for one that it may read.
-    const std::optional<Finding>& finding() const { return m_reading.finding; }
+    const std::optional<Finding>& finding() const { return m_input.finding; }
     /// What is wrong with the signature, as XMLVerify puts it; empty when it is right.
     const std::string& signatureFault() const { return m_signatureFault; }
     /// The entries. Those of a file that is kept from the library are none, and its path is empty.
@@ -30,7 +30,7 @@ public:
 
 private:
     std::string m_path;
-    FileGuard::Reading m_reading;
+    XmlInput m_input;
     std::string m_signatureFault;
     WorkplaceFile m_file;
 };

@@ -2,15 +2,15 @@
 
 #include "Expect.h"
 #include "FakeHost.h"
-#include "FileGuard.h"
 #include "IPanelState.h"
 #include "MDMModuleHandler.h"
 #include "MemoryFile.h"
 #include "NestingDepth.h"
 #include "Silence.h"
 #include "XmlDocument.h"
+#include "XmlInput.h"
 
-// Whatever lies in a module directory: what the host's guard lets through is read without harm, published
+// Whatever lies in a module directory: what XmlInput lets through is read without harm, published
 // whole and counted, and the scan returns to where it came from.
 
 namespace {
@@ -49,12 +49,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     s_host.journal().reset();
     s_host.makeDirectory("/mods");
     s_file.write(data, size);
-    if (FileGuard::refusal(s_file.path()))
+    if (XmlInput::refusal(s_file.path()))
         return 0;
     TiXmlDocument document(s_file.path());
     static_cast<void>(loadXmlDocument(document));
-    expect(nestingDepth(document) <= FileGuard::s_maxDepth,
-           "the guard lets nothing through that nests too deep");
+    expect(nestingDepth(document) <= XmlInput::s_maxDepth, "no file is let through that nests too deep");
     s_host.fileLists["/mods"] = {s_file.path()};
 
     Panel panel;

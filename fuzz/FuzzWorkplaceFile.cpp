@@ -4,7 +4,6 @@
 #include "ConfigurationCheck.h"
 #include "Expect.h"
 #include "FakeHost.h"
-#include "FileGuard.h"
 #include "MDMFidDistributor.h"
 #include "MDMModuleHandler.h"
 #include "MemoryFile.h"
@@ -15,6 +14,7 @@
 #include "Silence.h"
 #include "WorkplaceFile.h"
 #include "XmlDocument.h"
+#include "XmlInput.h"
 #include "sal/Path.h"
 
 // Whatever stands in a workplace file: what the host lets through starts and reloads without harm, no reload
@@ -69,14 +69,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     host.entries.clear();
     s_machine.file.write(data, size);
     const std::string path = s_machine.file.path();
-    const FileGuard::Reading reading = FileGuard::read(path);
-    if (reading.finding)
+    const XmlInput input = XmlInput::read(path);
+    if (input.finding)
         return 0;
     TiXmlDocument document(path);
     static_cast<void>(loadXmlDocument(document));
-    expect(nestingDepth(document) <= FileGuard::s_maxDepth,
-           "the guard lets nothing through that nests too deep");
-    const WorkplaceFile read(path, reading);
+    expect(nestingDepth(document) <= XmlInput::s_maxDepth, "no file is let through that nests too deep");
+    const WorkplaceFile read(path, input);
     const std::vector<Finding> findings = ConfigurationCheck(read, {}, "/").forStart();
     if (std::any_of(findings.begin(), findings.end(), [](const Finding& each) { return each.isError(); }))
         return 0;
@@ -105,7 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const WorkplaceFile::Entry& entry : read.entries()) {
         if (++reloads > g_mostReloads)
             break;
-        if (read.reloadRefusal(entry.driverID).empty())
+        if (read.entryFault(entry.driverID).empty())
             sut.reloadMfDriver(entry.driverID);
     }
     return 0;

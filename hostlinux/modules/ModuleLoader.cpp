@@ -8,7 +8,7 @@
 #include "ExceptionText.h"
 #include "LogLine.h"
 #include "ModuleImpl.h"
-#include "ModuleProbe.h"
+#include "ModuleTrial.h"
 #include "sal/DriverModule.h"
 #include "sal/LogOutput.h"
 
@@ -46,9 +46,9 @@ std::unique_ptr<IInterface> makeDriver(const DynamicLibrary& library, std::strin
 }
 
 /// What this process knows of module files.
-ModuleProbe& processProbe() {
-    static ModuleProbe s_probe(ModuleProbe::Settings::ofProcess());
-    return s_probe;
+ModuleTrial& moduleTrial() {
+    static ModuleTrial s_trial(ModuleTrial::Settings::ofProcess());
+    return s_trial;
 }
 
 }  // namespace
@@ -58,7 +58,7 @@ Module* ModuleLoader::load(ELoadOption option, const std::string& fileName) {
     const std::string path = fileName.find('/') == std::string::npos ? "./" + fileName : fileName;
     DynamicLibrary library;
     std::unique_ptr<IInterface> pDriver;
-    std::string error = option == eLoadUnprobed ? std::string() : processProbe().refusal(path);
+    std::string error = option == eLoadUnprobed ? std::string() : moduleTrial().refusal(path);
     if (error.empty() && library.open(path, error) && hasRightAbi(library, error))
         pDriver = makeDriver(library, error);
     if (!pDriver) {

@@ -23,7 +23,6 @@
 #include <thread>
 #include <utility>
 
-#include "FileGuard.h"
 #include "HostLog.h"
 #include "IMDMConfiguration.h"
 #include "InterfaceIds.h"
@@ -115,7 +114,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                [this](const std::string& line) {
                    return m_commands.post(line, [this, line] { execute(line, EOrigin::Driver); });
                }),
-      m_guard(m_options.driverDirectories),
+      m_admission(m_options.driverDirectories),
       m_hostCommands({.store = m_store,
                       .roster = m_roster,
                       .reply = [this]() -> std::ostream& { return *m_pReply; },
@@ -149,7 +148,7 @@ int Host::run() {
     }
     sal::Process::setObserver(&m_supervisor);
     sal::Module::setObserver(&m_driverCalls);
-    sal::Directory::setFileFilter(&ConfigurationGuard::acceptsDescriptor);
+    sal::Directory::setFileFilter(&WorkplaceAdmission::acceptsDescriptor);
 
     m_supervisor.start();
     const auto onActivity = [this] {
@@ -209,7 +208,7 @@ void Host::startUp() {
 bool Host::startManager() {
     const WorkplaceSnapshot workplace(m_options.config);
     std::string reason = workplace.refusal(m_options.requireSignature);
-    if (reason.empty() && !m_guard.acceptsStart(workplace.file()))
+    if (reason.empty() && !m_admission.acceptsStart(workplace.file()))
         return false;
     if (reason.empty())
         reason = handToModule(workplace);
@@ -243,7 +242,7 @@ void Host::searchDrivers() {
     const WorkingDirectory workingDirectory;
     std::set<std::pair<dev_t, ino_t>> searched;
     for (const std::string& directory : m_options.driverDirectories) {
-        // The guard has said where there is none, and what else stands there.
+        // The admission has said where there is none, and what else stands there.
         struct stat status {};
         const bool isTold = ::stat(directory.c_str(), &status) == 0;
         if (!isTold && errno != ENOENT)
@@ -377,7 +376,7 @@ void Host::executeChecked(const std::string& line, std::ostream& reply) {
 
 void Host::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {
     const WorkplaceSnapshot workplace(m_options.config);
-    const std::string reason = reloadRefusal(workplace, driverID);
+    const std::string reason = prepareReload(workplace, driverID);
     if (!reason.empty()) {
         reply << base::printable(driverID + " is not reloaded, nothing is unloaded: " + reason) << std::endl;
         return;
@@ -393,12 +392,12 @@ void Host::reload(const std::string& line, const std::string& driverID, std::ost
         m_pManager->onMfDriversStarted();
 }
 
-std::string Host::reloadRefusal(const WorkplaceSnapshot& workplace, const std::string& driverID) {
+std::string Host::prepareReload(const WorkplaceSnapshot& workplace, const std::string& driverID) {
     if (workplace.path().empty())
         return "there is no configuration";
     std::string reason = workplace.refusal(m_options.requireSignature);
     if (reason.empty())
-        reason = m_guard.reloadRefusal(workplace.file(), driverID);
+        reason = m_admission.reloadRefusal(workplace.file(), driverID);
     if (reason.empty())
         reason = queueFault(workplace, driverID);
     if (reason.empty())
@@ -441,7 +440,7 @@ std::string Host::tryRestart(const std::string& driverID) {
     // A file that is not whole, or must not be read, is so for a moment only: it does not say that the driver
     // has left it.
     const bool isGone = file.isWhole() && !hasEntry && workplace.refusal(m_options.requireSignature).empty();
-    std::string reason = reloadRefusal(workplace, driverID);
+    std::string reason = prepareReload(workplace, driverID);
     if (isGone || workplace.path().empty()) {
         m_supervisor.giveUp(driverID, reason);
         return {};

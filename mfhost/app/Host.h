@@ -10,7 +10,6 @@
 
 #include "ByHandWatch.h"
 #include "CommandThread.h"
-#include "ConfigurationGuard.h"
 #include "Console.h"
 #include "DriverCallWatch.h"
 #include "DriverRoster.h"
@@ -23,6 +22,7 @@
 #include "StateStore.h"
 #include "StopSignals.h"
 #include "Surroundings.h"
+#include "WorkplaceAdmission.h"
 #include "sal/CmdProcessor.h"
 
 class IMDMConfiguration;
@@ -71,7 +71,9 @@ private:
     void endStart(const std::string& driverID);
     /// The fault is what kept its queues from being made before the start was even tried.
     void endStart(const DriverRoster::Driver& driver, const std::string& queueFault);
-    std::string reloadRefusal(const WorkplaceSnapshot& workplace, const std::string& driverID);
+    /// Checks the workplace, tries the driver's queues out, and hands the file to the module; why the driver
+    /// is not to be reloaded, or empty.
+    std::string prepareReload(const WorkplaceSnapshot& workplace, const std::string& driverID);
     /// Why the queues of a driver that runs or is to run in a process cannot be made; empty for others.
     std::string queueFault(const WorkplaceSnapshot& workplace, const std::string& driverID);
     /// Whether the host is to start a process for it, and has its module's descriptor.
@@ -104,7 +106,7 @@ private:
     ProcessSupervisor m_supervisor;
     HostSystem m_system;
     sal::CmdProcessor m_processor;
-    ConfigurationGuard m_guard;
+    WorkplaceAdmission m_admission;
     HostCommands m_hostCommands;
     std::unique_ptr<Console> m_pConsole;
     std::unique_ptr<FollowPrinter> m_pFollow;

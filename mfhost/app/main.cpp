@@ -15,7 +15,7 @@
 #include <variant>
 
 #include "CheckCommand.h"
-#include "DataDirectory.h"
+#include "DataDirectoryLock.h"
 #include "DescriptorLimit.h"
 #include "Host.h"
 #include "HostLog.h"
@@ -80,7 +80,7 @@ bool useMachine(Options& options, const std::string& refusal) {
               << "): the workplace uses this machine's /var/data and adapters" << std::endl;
     const std::string directory =
         options.workDirectory.empty() ? std::filesystem::current_path().string() : options.workDirectory;
-    if (const std::string names = DataDirectory("/var/data").foreignEntries(directory); !names.empty()) {
+    if (const std::string names = DataDirectoryLock::foreignEntries("/var/data", directory); !names.empty()) {
         std::cerr
             << "mfhost: a start empties /var/data, and it holds what is not this workplace's: "
             << base::printable(names) << "\n"
@@ -131,13 +131,13 @@ int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDi
     for (const auto& [name, real] : options.adapters)
         sal::NetworkAdapter::setSecondName(name, real);
 
-    DataDirectory data("/var/data");
+    DataDirectoryLock data("/var/data");
     if (const auto reason = data.acquire()) {
         hostLog(sal::LogOutput::eCritical) << *reason << std::endl;
         log.flush();
         return 1;
     }
-    if (const std::string names = data.foreignEntries(); !names.empty())
+    if (const std::string names = DataDirectoryLock::foreignEntries("/var/data"); !names.empty())
         hostLog(sal::LogOutput::eWarning) << "/var/data holds more than drivers' links (" << names
                                           << "); the start removes all that it can" << std::endl;
     queueDirectory.removeLeft();

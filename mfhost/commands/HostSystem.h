@@ -4,7 +4,7 @@
 #include <set>
 #include <string>
 
-#include "HostSender.h"
+#include "DriverSender.h"
 #include "ISystem.h"
 
 /// The host as drivers see it: the commands they may give, and the sender of FIDs. Owned by Host; outlives
@@ -21,10 +21,10 @@ public:
     /// Posts the command when it is allowed. A refusal is logged with the command's name.
     void executeCommand(const std::string& command, const std::string& arguments) override;
 
-    HostSender& sender() { return m_sender; }
+    DriverSender& sender() { return m_sender; }
 
 private:
     const std::set<std::string> m_allowedCommands;
     const Post m_post;
-    HostSender m_sender;
+    DriverSender m_sender;
 };

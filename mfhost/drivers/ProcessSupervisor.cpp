@@ -16,7 +16,7 @@
 
 #include "HostLog.h"
 #include "Needed.h"
-#include "ProcessProbe.h"
+#include "ProcessReading.h"
 #include "QueueNames.h"
 #include "ThreadName.h"
 
@@ -659,7 +659,7 @@ std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queue
         if (process.terminated || !process.hang.empty() || m_losses.isLettingGo(process.pid) ||
             input == queues.end() || (input->second.depth == 0 && input->second.lockedForMs == 0))
             continue;
-        const auto reading = ProcessProbe::read(process.pid);
+        const auto reading = ProcessReading::read(process.pid);
         if (!reading)
             continue;
         const auto output = queues.find(protocol::outputQueue(process.driverID));

@@ -59,7 +59,7 @@ private:
         const std::function<std::vector<Finding>(const ConfigurationCheck&)>& check) {
         m_directory.write("w.xml",
                           "<workplaces>\n<workplace id='0'>\n" + entries + "</workplace>\n</workplaces>\n");
-        const WorkplaceFile workplace(file(), FileGuard::read(file()));
+        const WorkplaceFile workplace(file(), XmlInput::read(file()));
         const DescriptorCatalogue catalogue({m_directory.path("drivers")});
         const std::string workDirectory = "/opt/mf";
         std::vector<std::string> words;

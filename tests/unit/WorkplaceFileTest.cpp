@@ -11,7 +11,7 @@ protected:
     WorkplaceFile read(const std::string& drivers) {
         m_directory.write("w.xml",
                           "<workplaces>\n<workplace id='0'>\n" + drivers + "\n</workplace>\n</workplaces>");
-        return WorkplaceFile(path(), FileGuard::read(path()));
+        return WorkplaceFile(path(), XmlInput::read(path()));
     }
     std::string path() const { return m_directory.path("w.xml"); }
 
@@ -44,7 +44,7 @@ TEST_F(WorkplaceFileTest, KeepsWhatStandsBeforeAFault) {
 }
 
 TEST_F(WorkplaceFileTest, MissingFileHasNoEntries) {
-    const WorkplaceFile sut("/nonexistent/w.xml", FileGuard::read("/nonexistent/w.xml"));
+    const WorkplaceFile sut("/nonexistent/w.xml", XmlInput::read("/nonexistent/w.xml"));
     EXPECT_FALSE(sut.isWhole());
     EXPECT_TRUE(sut.entries().empty());
 }
@@ -87,7 +87,7 @@ class WorkplaceFileFaults : public testing::TestWithParam<Faulty> {};
 TEST_P(WorkplaceFileFaults, IsNamedWithItsLine) {
     TemporaryDirectory directory;
     directory.write("w.xml", GetParam().text);
-    const WorkplaceFile sut(directory.path("w.xml"), FileGuard::read(directory.path("w.xml")));
+    const WorkplaceFile sut(directory.path("w.xml"), XmlInput::read(directory.path("w.xml")));
     ASSERT_EQ(1u, sut.faults().size());
     EXPECT_EQ(GetParam().line, sut.faults()[0].line);
     EXPECT_EQ(GetParam().fault, sut.faults()[0].text);
@@ -122,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return test.param.claim; });
 
 TEST_F(WorkplaceFileTest, MissingFileIsAFaultOfTheWholeFile) {
-    const WorkplaceFile sut("/nonexistent/w.xml", FileGuard::read("/nonexistent/w.xml"));
+    const WorkplaceFile sut("/nonexistent/w.xml", XmlInput::read("/nonexistent/w.xml"));
     ASSERT_EQ(1u, sut.faults().size());
     EXPECT_EQ(0, sut.faults()[0].line);
     EXPECT_EQ("cannot be read: No such file or directory; only the panel driver is started",
@@ -132,7 +132,7 @@ TEST_F(WorkplaceFileTest, MissingFileIsAFaultOfTheWholeFile) {
 TEST_F(WorkplaceFileTest, NumberInWordsDoesNotStopTheReading) {
     m_directory.write(
         "w.xml", "<workplaces><workplace id='x'><mainframeDriver driverID='A'/></workplace></workplaces>");
-    const WorkplaceFile sut(path(), FileGuard::read(path()));
+    const WorkplaceFile sut(path(), XmlInput::read(path()));
     EXPECT_TRUE(sut.isWhole());
     EXPECT_EQ(1u, sut.entries().size());
 }
@@ -140,17 +140,17 @@ TEST_F(WorkplaceFileTest, NumberInWordsDoesNotStopTheReading) {
 TEST_F(WorkplaceFileTest, WorkplaceOutOfRangeEndsTheReading) {
     m_directory.write(
         "w.xml", "<workplaces><workplace id='8'><mainframeDriver driverID='A'/></workplace></workplaces>");
-    const WorkplaceFile sut(path(), FileGuard::read(path()));
+    const WorkplaceFile sut(path(), XmlInput::read(path()));
     EXPECT_FALSE(sut.isWhole());
     EXPECT_TRUE(sut.entries().empty());
 }
 
 TEST_F(WorkplaceFileTest, ReloadOfAKnownDriverIsFine) {
-    EXPECT_EQ("", read("<mainframeDriver driverID='A'/>").reloadRefusal("A"));
+    EXPECT_EQ("", read("<mainframeDriver driverID='A'/>").entryFault("A"));
 }
 
 TEST_F(WorkplaceFileTest, ReloadOfAnUnknownDriverIsRefused) {
-    EXPECT_EQ(path() + " has no driver \"a\"", read("<mainframeDriver driverID='A'/>").reloadRefusal("a"));
+    EXPECT_EQ(path() + " has no driver \"a\"", read("<mainframeDriver driverID='A'/>").entryFault("a"));
 }
 
 TEST_F(WorkplaceFileTest, ReloadThatWouldMeetAnotherFirstAttributeIsRefused) {
@@ -159,21 +159,21 @@ TEST_F(WorkplaceFileTest, ReloadThatWouldMeetAnotherFirstAttributeIsRefused) {
         "<mainframeDriver driverID='C'/>";
     const std::string reason =
         path() + " line 4: driverID must be the first attribute of a mainframeDriver that can be reloaded";
-    EXPECT_EQ("", read(drivers).reloadRefusal("A"));
-    EXPECT_EQ(reason, read(drivers).reloadRefusal("B"));
-    EXPECT_EQ(reason, read(drivers).reloadRefusal("C"));
+    EXPECT_EQ("", read(drivers).entryFault("A"));
+    EXPECT_EQ(reason, read(drivers).entryFault("B"));
+    EXPECT_EQ(reason, read(drivers).entryFault("C"));
 }
 
 TEST_F(WorkplaceFileTest, ReloadPassesAnEntryWithoutAttributes) {
-    EXPECT_EQ("", read("<mainframeDriver/><mainframeDriver driverID='A'/>").reloadRefusal("A"));
+    EXPECT_EQ("", read("<mainframeDriver/><mainframeDriver driverID='A'/>").entryFault("A"));
 }
 
 TEST_F(WorkplaceFileTest, DriverThatMayStandBehindAFaultIsNotReloadedForIt) {
     const auto sut = read("<mainframeDriver driverID='A'/>\ntext<mainframeDriver driverID='B'/>");
-    EXPECT_EQ("", sut.reloadRefusal("A"));
+    EXPECT_EQ("", sut.entryFault("A"));
     const std::string fault = path() + " line 4: text may not stand in a workplace";
-    EXPECT_EQ(fault, sut.reloadRefusal("B"));
-    EXPECT_EQ(fault, sut.reloadRefusal("C"));
+    EXPECT_EQ(fault, sut.entryFault("B"));
+    EXPECT_EQ(fault, sut.entryFault("C"));
 }
 
 TEST_F(WorkplaceFileTest, WholeFileHasNoObstacle) {
@@ -194,6 +194,6 @@ TEST_F(WorkplaceFileTest, FileThatIsCutShortIsNeverWhole) {
     for (std::size_t length = 0; length < whole.size(); ++length) {
         const WorkplaceFile sut(path(), {whole.substr(0, length), {}, std::nullopt});
         EXPECT_FALSE(sut.isWhole()) << whole.substr(0, length);
-        EXPECT_NE("", sut.reloadRefusal("B")) << whole.substr(0, length);
+        EXPECT_NE("", sut.entryFault("B")) << whole.substr(0, length);
     }
 }

@@ -1,18 +1,18 @@
-#include "ConfigurationGuard.h"
+#include "WorkplaceAdmission.h"
 
 #include <mutex>
 #include <utility>
 
 #include "ConfigurationCheck.h"
-#include "FileGuard.h"
 #include "HostLog.h"
 #include "WorkplaceFile.h"
+#include "XmlInput.h"
 #include "sal/Path.h"
 
-ConfigurationGuard::ConfigurationGuard(std::vector<std::string> driverDirectories)
+WorkplaceAdmission::WorkplaceAdmission(std::vector<std::string> driverDirectories)
     : m_driverDirectories(std::move(driverDirectories)) {}
 
-bool ConfigurationGuard::acceptsStart(const WorkplaceFile& workplace) {
+bool WorkplaceAdmission::acceptsStart(const WorkplaceFile& workplace) {
     m_catalogue = DescriptorCatalogue(m_driverDirectories);
     const std::string workDirectory = sal::Path::getCurrentWorkingDirPath().getPathString();
     bool isAccepted = true;
@@ -29,8 +29,8 @@ bool ConfigurationGuard::acceptsStart(const WorkplaceFile& workplace) {
     return isAccepted;
 }
 
-std::string ConfigurationGuard::reloadRefusal(const WorkplaceFile& workplace, const std::string& driverID) {
-    std::string refusal = workplace.reloadRefusal(driverID);
+std::string WorkplaceAdmission::reloadRefusal(const WorkplaceFile& workplace, const std::string& driverID) {
+    std::string refusal = workplace.entryFault(driverID);
     // It says all that there is to say of such a file.
     if (!refusal.empty() && refusal == workplace.obstacle())
         return refusal;
@@ -47,8 +47,8 @@ std::string ConfigurationGuard::reloadRefusal(const WorkplaceFile& workplace, co
     return refusal;
 }
 
-bool ConfigurationGuard::acceptsDescriptor(const std::string& path) {
-    const auto reason = FileGuard::refusal(path);
+bool WorkplaceAdmission::acceptsDescriptor(const std::string& path) {
+    const auto reason = XmlInput::refusal(path);
     if (!reason)
         return true;
     // The check and the search both list the descriptors.

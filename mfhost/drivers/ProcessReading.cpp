@@ -1,4 +1,4 @@
-#include "ProcessProbe.h"
+#include "ProcessReading.h"
 
 #include <fstream>
 #include <iterator>
@@ -13,7 +13,7 @@ std::string textOf(const std::string& path) {
 
 }  // namespace
 
-std::optional<ProcessProbe::Reading> ProcessProbe::parse(const std::string& stat, const std::string& status) {
+std::optional<ProcessReading> ProcessReading::parse(const std::string& stat, const std::string& status) {
     // The name in parentheses may hold anything, parentheses too.
     const auto nameEnd = stat.rfind(')');
     if (nameEnd == std::string::npos)
@@ -30,7 +30,7 @@ std::optional<ProcessProbe::Reading> ProcessProbe::parse(const std::string& stat
     if (!fields)
         return std::nullopt;
 
-    Reading reading;
+    ProcessReading reading;
     reading.cpuTicks = user + system;
     reading.isRunnable = state == 'R';
     const std::string tracer = "TracerPid:";
@@ -42,7 +42,7 @@ std::optional<ProcessProbe::Reading> ProcessProbe::parse(const std::string& stat
     return reading;
 }
 
-std::optional<ProcessProbe::Reading> ProcessProbe::read(int pid) {
+std::optional<ProcessReading> ProcessReading::read(int pid) {
     const std::string directory = "/proc/" + std::to_string(pid) + "/";
     return parse(textOf(directory + "stat"), textOf(directory + "status"));
 }

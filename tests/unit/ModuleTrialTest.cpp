@@ -1,4 +1,4 @@
-#include "ModuleProbe.h"
+#include "ModuleTrial.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -70,9 +70,9 @@ pid_t childOf(pid_t parent) {
 }
 
 /// A faulty driver module of the test's own, whose fault while it is tried out stands beside it.
-class ModuleProbe : public testing::Test {
+class ModuleTrial : public testing::Test {
 protected:
-    ModuleProbe() { fs::copy_file(MFD_FAULTY_MODULE, file()); }
+    ModuleTrial() { fs::copy_file(MFD_FAULTY_MODULE, file()); }
 
     std::string file() const { return m_directory.path("faulty.so"); }
     void plan(const std::string& faults) const { m_directory.write("faulty.so.faults", faults); }
@@ -83,77 +83,77 @@ protected:
     }
 
     TemporaryDirectory m_directory;
-    sal::ModuleProbe m_sut{{MFD_PROBE_PROGRAM, 30s}};
+    sal::ModuleTrial m_sut{{MFD_PROBE_PROGRAM, 30s}};
 };
 
-TEST_F(ModuleProbe, HealthyModuleIsNotRefused) {
+TEST_F(ModuleTrial, HealthyModuleIsNotRefused) {
     LogCapture log;
     EXPECT_EQ(refusalOf(""), "");
     EXPECT_EQ(log.finish(), "");
 }
 
-TEST_F(ModuleProbe, DeathBySignalIsRefusedAndNamed) {
+TEST_F(ModuleTrial, DeathBySignalIsRefusedAndNamed) {
     EXPECT_THAT(refusalOf("load kill"),
                 HasSubstr(std::string(c_triedOut) + "was ended by signal 9 (Killed)"));
 }
 
-TEST_F(ModuleProbe, ExitIsRefusedEvenWithCodeZero) {
+TEST_F(ModuleTrial, ExitIsRefusedEvenWithCodeZero) {
     EXPECT_THAT(refusalOf("load exit 0"), HasSubstr(std::string(c_triedOut) + "ended with exit code 0"));
 }
 
-TEST_F(ModuleProbe, CrashIsRefused) {
+TEST_F(ModuleTrial, CrashIsRefused) {
     EXPECT_THAT(refusalOf("load crash"), HasSubstr(c_triedOut));
 }
 
-TEST_F(ModuleProbe, DeathInTheDestructorIsRefusedWithItsLastWords) {
+TEST_F(ModuleTrial, DeathInTheDestructorIsRefusedWithItsLastWords) {
     EXPECT_THAT(refusalOf("delete throw"), EndsWith("; it said: what():  thrown on purpose"));
 }
 
-TEST_F(ModuleProbe, ModuleThatIsNotReadyInTimeIsRefused) {
-    sal::ModuleProbe sut{{MFD_PROBE_PROGRAM, 300ms}};
+TEST_F(ModuleTrial, ModuleThatIsNotReadyInTimeIsRefused) {
+    sal::ModuleTrial sut{{MFD_PROBE_PROGRAM, 300ms}};
     plan("load sleep");
     EXPECT_THAT(sut.refusal(file()),
                 HasSubstr("tried out in a process of its own, it was not ready within 300 ms"));
 }
 
-TEST_F(ModuleProbe, ModuleThatIsNotReadyInTimeLeavesNoProcess) {
-    sal::ModuleProbe sut{{MFD_PROBE_PROGRAM, 300ms}};
+TEST_F(ModuleTrial, ModuleThatIsNotReadyInTimeLeavesNoProcess) {
+    sal::ModuleTrial sut{{MFD_PROBE_PROGRAM, 300ms}};
     plan("load busy");
     sut.refusal(file());
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
 }
 
-TEST_F(ModuleProbe, SlowModuleIsNotRefused) {
+TEST_F(ModuleTrial, SlowModuleIsNotRefused) {
     EXPECT_EQ(refusalOf("load sleep 500"), "");
 }
 
-TEST_F(ModuleProbe, WhatTheLoaderRefusesWithoutHarmIsLeftToIt) {
+TEST_F(ModuleTrial, WhatTheLoaderRefusesWithoutHarmIsLeftToIt) {
     EXPECT_EQ(m_sut.refusal(moduleFile("MissingSymbol")), "");
     EXPECT_EQ(m_sut.refusal(moduleFile("WrongAbi")), "");
     EXPECT_EQ(m_sut.refusal(moduleFile("ThrowsInFactory")), "");
     EXPECT_EQ(m_sut.refusal("/none/Axis.so"), "");
 }
 
-TEST_F(ModuleProbe, ModuleThatAnswersNothingIsNotRefused) {
+TEST_F(ModuleTrial, ModuleThatAnswersNothingIsNotRefused) {
     EXPECT_EQ(m_sut.refusal(moduleFile("AnswersNothing")), "");
 }
 
-TEST_F(ModuleProbe, NamedPipeIsNotOpened) {
+TEST_F(ModuleTrial, NamedPipeIsNotOpened) {
     ASSERT_EQ(::mkfifo(m_directory.path("pipe.so").c_str(), 0600), 0);
     EXPECT_EQ(m_sut.refusal(m_directory.path("pipe.so")), "");
 }
 
-TEST_F(ModuleProbe, TrialKnowsThatItIsOne) {
+TEST_F(ModuleTrial, TrialKnowsThatItIsOne) {
     EXPECT_THAT(m_sut.refusal(moduleFile("DiesInTrial")), HasSubstr("was ended by signal 6 (Aborted)"));
 }
 
-TEST_F(ModuleProbe, FileThatPassedIsNotTriedAgain) {
+TEST_F(ModuleTrial, FileThatPassedIsNotTriedAgain) {
     ASSERT_EQ(refusalOf(""), "");
     EXPECT_EQ(refusalOf("load kill"), "");
 }
 
-TEST_F(ModuleProbe, FileThatPassedIsKnownByAnyName) {
+TEST_F(ModuleTrial, FileThatPassedIsKnownByAnyName) {
     ASSERT_EQ(refusalOf(""), "");
     fs::create_directory(m_directory.path("other"));
     m_directory.write("other/Axis.so.faults", "load kill");
@@ -161,20 +161,20 @@ TEST_F(ModuleProbe, FileThatPassedIsKnownByAnyName) {
     EXPECT_EQ(m_sut.refusal(m_directory.path("other/Axis.so")), "");
 }
 
-TEST_F(ModuleProbe, ReplacedFileIsTriedAgain) {
+TEST_F(ModuleTrial, ReplacedFileIsTriedAgain) {
     ASSERT_EQ(refusalOf(""), "");
     fs::copy_file(file(), m_directory.path("new.so"));
     fs::rename(m_directory.path("new.so"), file());
     EXPECT_NE(refusalOf("load kill"), "");
 }
 
-TEST_F(ModuleProbe, FileWrittenAnewIsTriedAgain) {
+TEST_F(ModuleTrial, FileWrittenAnewIsTriedAgain) {
     ASSERT_EQ(refusalOf(""), "");
     fs::last_write_time(file(), fs::last_write_time(file()) + 1us);
     EXPECT_NE(refusalOf("load kill"), "");
 }
 
-TEST_F(ModuleProbe, FileOfAnotherSizeIsTriedAgain) {
+TEST_F(ModuleTrial, FileOfAnotherSizeIsTriedAgain) {
     ASSERT_EQ(refusalOf(""), "");
     const auto time = fs::last_write_time(file());
     fs::resize_file(file(), fs::file_size(file()) + 1);
@@ -182,14 +182,14 @@ TEST_F(ModuleProbe, FileOfAnotherSizeIsTriedAgain) {
     EXPECT_NE(refusalOf("load kill"), "");
 }
 
-TEST_F(ModuleProbe, FileThatFailedIsTriedAgain) {
+TEST_F(ModuleTrial, FileThatFailedIsTriedAgain) {
     ASSERT_NE(refusalOf("load kill"), "");
     EXPECT_EQ(refusalOf(""), "");
 }
 
-TEST_F(ModuleProbe, WithoutTheProgramNothingIsRefusedAndThatIsSaidOnce) {
+TEST_F(ModuleTrial, WithoutTheProgramNothingIsRefusedAndThatIsSaidOnce) {
     LogCapture log;
-    sal::ModuleProbe sut{{"/none/mfdprobe"}};
+    sal::ModuleTrial sut{{"/none/mfdprobe"}};
     plan("load kill");
     EXPECT_EQ(sut.refusal(file()), "");
     EXPECT_EQ(sut.refusal(file()), "");
@@ -199,22 +199,22 @@ TEST_F(ModuleProbe, WithoutTheProgramNothingIsRefusedAndThatIsSaidOnce) {
     EXPECT_EQ(text.find('\n'), text.size() - 1);
 }
 
-TEST_F(ModuleProbe, WhatCannotBeTriedOutIsNamedWithTheReason) {
+TEST_F(ModuleTrial, WhatCannotBeTriedOutIsNamedWithTheReason) {
     LogCapture log;
     m_directory.write("notaprogram", "");
-    sal::ModuleProbe sut{{m_directory.path("notaprogram")}};
+    sal::ModuleTrial sut{{m_directory.path("notaprogram")}};
     EXPECT_EQ(sut.refusal(file()), "");
     EXPECT_THAT(log.finish(), HasSubstr("MODULE: " + file() + " is loaded without being tried out: " +
                                         m_directory.path("notaprogram") + ": Permission denied\n"));
 }
 
-TEST_F(ModuleProbe, WithoutADeadlineNothingIsTriedOut) {
-    sal::ModuleProbe sut{{MFD_PROBE_PROGRAM, 0ms}};
+TEST_F(ModuleTrial, WithoutADeadlineNothingIsTriedOut) {
+    sal::ModuleTrial sut{{MFD_PROBE_PROGRAM, 0ms}};
     plan("load kill");
     EXPECT_EQ(sut.refusal(file()), "");
 }
 
-TEST_F(ModuleProbe, WhatTheModuleLeavesBehindEndsWithTheTrial) {
+TEST_F(ModuleTrial, WhatTheModuleLeavesBehindEndsWithTheTrial) {
     const std::string child = m_directory.path("child");
     ::setenv("MFD_TEST_CHILD", child.c_str(), 1);
     EXPECT_EQ(m_sut.refusal(moduleFile("LeavesProcess")), "");
@@ -225,13 +225,13 @@ TEST_F(ModuleProbe, WhatTheModuleLeavesBehindEndsWithTheTrial) {
 }
 
 /// SIGCHLD as a driver in the host's process may leave it: children are collected by nobody.
-class ModuleProbeWithoutChildren : public ModuleProbe {
+class ModuleTrialWithoutChildren : public ModuleTrial {
 protected:
-    ModuleProbeWithoutChildren() { ::signal(SIGCHLD, SIG_IGN); }
-    ~ModuleProbeWithoutChildren() override { ::signal(SIGCHLD, SIG_DFL); }
+    ModuleTrialWithoutChildren() { ::signal(SIGCHLD, SIG_IGN); }
+    ~ModuleTrialWithoutChildren() override { ::signal(SIGCHLD, SIG_DFL); }
 };
 
-TEST_F(ModuleProbeWithoutChildren, HealthyModuleIsNotRefused) {
+TEST_F(ModuleTrialWithoutChildren, HealthyModuleIsNotRefused) {
     for (int i = 0; i < 5; ++i) {
         m_directory.write("again", "");
         fs::last_write_time(file(), fs::last_write_time(file()) + 1us);
@@ -239,11 +239,11 @@ TEST_F(ModuleProbeWithoutChildren, HealthyModuleIsNotRefused) {
     }
 }
 
-TEST_F(ModuleProbeWithoutChildren, WhatTheLoaderRefusesIsLeftToIt) {
+TEST_F(ModuleTrialWithoutChildren, WhatTheLoaderRefusesIsLeftToIt) {
     EXPECT_EQ(m_sut.refusal(moduleFile("ThrowsInFactory")), "");
 }
 
-TEST_F(ModuleProbeWithoutChildren, ModuleThatDiesIsRefused) {
+TEST_F(ModuleTrialWithoutChildren, ModuleThatDiesIsRefused) {
     for (const char* fault : {"load kill", "load exit 0", "load crash", "delete abort"})
         EXPECT_THAT(refusalOf(fault),
                     HasSubstr(std::string(c_triedOut) + "ended before it was ready, and how is not known"))
@@ -251,7 +251,7 @@ TEST_F(ModuleProbeWithoutChildren, ModuleThatDiesIsRefused) {
 }
 
 /// How the module makes the process that it leaves behind in its trial.
-class ModuleProbeOfProcesses : public ModuleProbe, public testing::WithParamInterface<std::string> {
+class ModuleTrialOfProcesses : public ModuleTrial, public testing::WithParamInterface<std::string> {
 protected:
     void expectEndsWithTheTrial() {
         const std::string child = m_directory.path("child");
@@ -266,21 +266,21 @@ protected:
     }
 };
 
-TEST_P(ModuleProbeOfProcesses, WhatIsLeftBehindEndsWithTheTrial) {
+TEST_P(ModuleTrialOfProcesses, WhatIsLeftBehindEndsWithTheTrial) {
     expectEndsWithTheTrial();
 }
 
-TEST_P(ModuleProbeOfProcesses, WhatIsLeftBehindEndsEvenWhereSomebodyElseCollectsTheTrial) {
+TEST_P(ModuleTrialOfProcesses, WhatIsLeftBehindEndsEvenWhereSomebodyElseCollectsTheTrial) {
     ::signal(SIGCHLD, SIG_IGN);
     expectEndsWithTheTrial();
     ::signal(SIGCHLD, SIG_DFL);
 }
 
-INSTANTIATE_TEST_SUITE_P(By, ModuleProbeOfProcesses,
+INSTANTIATE_TEST_SUITE_P(By, ModuleTrialOfProcesses,
                          testing::Values("FORK", "CLONE", "SLEEP", "SESSION", "DAEMON"),
                          [](const auto& test) { return test.param; });
 
-TEST_F(ModuleProbe, TrialEndsWithTheHost) {
+TEST_F(ModuleTrial, TrialEndsWithTheHost) {
     plan("load sleep");
     const pid_t host = ::fork();
     if (host == 0) {
@@ -294,7 +294,7 @@ TEST_F(ModuleProbe, TrialEndsWithTheHost) {
     EXPECT_TRUE(isGone(trial));
 }
 
-TEST_F(ModuleProbe, DescriptorsDoNotGrow) {
+TEST_F(ModuleTrial, DescriptorsDoNotGrow) {
     const auto count = [] {
         return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
     };
@@ -305,30 +305,30 @@ TEST_F(ModuleProbe, DescriptorsDoNotGrow) {
 }
 
 /// What the environment says about the time for a trial.
-class ModuleProbeSettings : public testing::Test {
+class ModuleTrialSettings : public testing::Test {
 protected:
-    ~ModuleProbeSettings() override { ::unsetenv("MFD_PROBE_TIMEOUT"); }
-    static sal::ModuleProbe::Settings with(const char* pText) {
+    ~ModuleTrialSettings() override { ::unsetenv("MFD_PROBE_TIMEOUT"); }
+    static sal::ModuleTrial::Settings with(const char* pText) {
         ::setenv("MFD_PROBE_TIMEOUT", pText, 1);
-        return sal::ModuleProbe::Settings::ofProcess();
+        return sal::ModuleTrial::Settings::ofProcess();
     }
 };
 
-TEST_F(ModuleProbeSettings, ProgramLiesBesideTheRunningOne) {
-    EXPECT_EQ(sal::ModuleProbe::Settings::ofProcess().program,
+TEST_F(ModuleTrialSettings, ProgramLiesBesideTheRunningOne) {
+    EXPECT_EQ(sal::ModuleTrial::Settings::ofProcess().program,
               fs::read_symlink("/proc/self/exe").parent_path() / "mfdprobe");
 }
 
-TEST_F(ModuleProbeSettings, TenSecondsUnlessSaidOtherwise) {
-    EXPECT_EQ(sal::ModuleProbe::Settings::ofProcess().deadline, 10s);
+TEST_F(ModuleTrialSettings, TenSecondsUnlessSaidOtherwise) {
+    EXPECT_EQ(sal::ModuleTrial::Settings::ofProcess().deadline, 10s);
 }
 
-TEST_F(ModuleProbeSettings, SecondsComeFromTheEnvironment) {
+TEST_F(ModuleTrialSettings, SecondsComeFromTheEnvironment) {
     EXPECT_EQ(with("60").deadline, 60s);
     EXPECT_EQ(with("0").deadline, 0s);
 }
 
-TEST_F(ModuleProbeSettings, WhatIsNoNumberIsIgnoredAndNamed) {
+TEST_F(ModuleTrialSettings, WhatIsNoNumberIsIgnoredAndNamed) {
     for (const char* pText : {"-1", "3601", "2s", "soon"}) {
         LogCapture log;
         EXPECT_EQ(with(pText).deadline, 10s);

@@ -1,4 +1,4 @@
-#include "DirectoryLock.h"
+#include "LockFile.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -102,9 +102,9 @@ private:
     bool m_isEnded = false;
 };
 
-class DirectoryLockTest : public testing::Test {
+class LockFileTest : public testing::Test {
 protected:
-    DirectoryLockTest() { ::chmod(m_directory.path().c_str(), 0755); }
+    LockFileTest() { ::chmod(m_directory.path().c_str(), 0755); }
 
     std::string path() const { return m_directory.path(); }
     std::string place() const { return path() + "/.mfhost"; }
@@ -117,7 +117,7 @@ protected:
         const pid_t child = ::fork();
         if (child == 0) {
             const OpenDirectory directory(path());
-            DirectoryLock sut(path());
+            LockFile sut(path());
             const std::string text = sut.acquire(directory.fd()).value_or("free");
             static_cast<void>(!::write(ends[1], text.data(), text.size()));
             ::_exit(0);
@@ -138,7 +138,7 @@ protected:
     /// In a peer: takes the lock and keeps it until release().
     bool hold() {
         m_pOpen = std::make_unique<OpenDirectory>(path());
-        m_pLock = std::make_unique<DirectoryLock>(path());
+        m_pLock = std::make_unique<LockFile>(path());
         return !m_pLock->acquire(m_pOpen->fd());
     }
     void release() { m_pLock.reset(); }
@@ -154,30 +154,30 @@ protected:
 
     TemporaryDirectory m_directory;
     std::unique_ptr<OpenDirectory> m_pOpen;
-    std::unique_ptr<DirectoryLock> m_pLock;
+    std::unique_ptr<LockFile> m_pLock;
 };
 
-TEST_F(DirectoryLockTest, SecondProcessIsKeptOutAndToldWho) {
+TEST_F(LockFileTest, SecondProcessIsKeptOutAndToldWho) {
     Peer holder([&] { return hold(); });
     ASSERT_TRUE(holder.isReady());
     EXPECT_EQ(answer(), heldBy(holder.pid()));
 }
 
-TEST_F(DirectoryLockTest, IsFreeAfterAnOrderlyEnd) {
+TEST_F(LockFileTest, IsFreeAfterAnOrderlyEnd) {
     Peer holder([&] { return hold(); }, 0, [&] { release(); });
     ASSERT_TRUE(holder.isReady());
     EXPECT_EQ(holder.end(), 0);
     EXPECT_EQ(answer(), "free");
 }
 
-TEST_F(DirectoryLockTest, LeavesNothingInTheDirectory) {
+TEST_F(LockFileTest, LeavesNothingInTheDirectory) {
     ASSERT_TRUE(hold());
     EXPECT_TRUE(std::filesystem::exists(file()));
     release();
     EXPECT_TRUE(std::filesystem::is_empty(path()));
 }
 
-TEST_F(DirectoryLockTest, IsFreeWhenItsProcessWasKilled) {
+TEST_F(LockFileTest, IsFreeWhenItsProcessWasKilled) {
     Peer holder([&] { return hold(); });
     ASSERT_TRUE(holder.isReady());
     holder.end(SIGKILL);
@@ -186,7 +186,7 @@ TEST_F(DirectoryLockTest, IsFreeWhenItsProcessWasKilled) {
 }
 
 /// How a driver in the holder's process makes a child that keeps all of its descriptors.
-class DirectoryLockTestOfChildren : public DirectoryLockTest, public testing::WithParamInterface<int> {
+class LockFileTestOfChildren : public LockFileTest, public testing::WithParamInterface<int> {
 protected:
     /// In the peer.
     bool holdWithChild() {
@@ -204,7 +204,7 @@ protected:
     pid_t child() const { return std::atoi(m_directory.read("child").c_str()); }
 };
 
-TEST_P(DirectoryLockTestOfChildren, DoNotHoldItBeyondAnOrderlyEnd) {
+TEST_P(LockFileTestOfChildren, DoNotHoldItBeyondAnOrderlyEnd) {
     Peer holder([&] { return holdWithChild(); }, 0, [&] { release(); });
     ASSERT_TRUE(holder.isReady());
     EXPECT_EQ(answer(), heldBy(holder.pid()));
@@ -214,7 +214,7 @@ TEST_P(DirectoryLockTestOfChildren, DoNotHoldItBeyondAnOrderlyEnd) {
     ::kill(child(), SIGKILL);
 }
 
-TEST_P(DirectoryLockTestOfChildren, DoNotHoldItBeyondTheDeathOfTheirParent) {
+TEST_P(LockFileTestOfChildren, DoNotHoldItBeyondTheDeathOfTheirParent) {
     Peer holder([&] { return holdWithChild(); });
     ASSERT_TRUE(holder.isReady());
     holder.end(SIGKILL);
@@ -223,7 +223,7 @@ TEST_P(DirectoryLockTestOfChildren, DoNotHoldItBeyondTheDeathOfTheirParent) {
     ::kill(child(), SIGKILL);
 }
 
-TEST_P(DirectoryLockTestOfChildren, DoNotReleaseItByTheirOwnEnd) {
+TEST_P(LockFileTestOfChildren, DoNotReleaseItByTheirOwnEnd) {
     Peer holder([&] { return holdWithChild(); });
     ASSERT_TRUE(holder.isReady());
     ::kill(child(), SIGKILL);
@@ -237,11 +237,11 @@ TEST_P(DirectoryLockTestOfChildren, DoNotReleaseItByTheirOwnEnd) {
     EXPECT_EQ(answer(), heldBy(holder.pid()));
 }
 
-INSTANTIATE_TEST_SUITE_P(MadeBy, DirectoryLockTestOfChildren, testing::Values(0, 1),
+INSTANTIATE_TEST_SUITE_P(MadeBy, LockFileTestOfChildren, testing::Values(0, 1),
                          [](const auto& test) { return test.param == 0 ? "Fork" : "Clone"; });
 
 /// With a process of another user beside it.
-class DirectoryLockTestOfUsers : public DirectoryLockTest {
+class LockFileTestOfUsers : public LockFileTest {
 protected:
     void SetUp() override {
         if (::geteuid() != 0)
@@ -249,7 +249,7 @@ protected:
     }
 };
 
-TEST_F(DirectoryLockTestOfUsers, AnotherUsersLockOfTheDirectoryKeepsNobodyOut) {
+TEST_F(LockFileTestOfUsers, AnotherUsersLockOfTheDirectoryKeepsNobodyOut) {
     Peer stranger(
         [&] {
             const int fd = ::open(path().c_str(), O_RDONLY | O_DIRECTORY);
@@ -260,7 +260,7 @@ TEST_F(DirectoryLockTestOfUsers, AnotherUsersLockOfTheDirectoryKeepsNobodyOut) {
     EXPECT_EQ(answer(), "free");
 }
 
-TEST_F(DirectoryLockTestOfUsers, AnotherUserCannotOpenTheFile) {
+TEST_F(LockFileTestOfUsers, AnotherUserCannotOpenTheFile) {
     ASSERT_TRUE(hold());
     EXPECT_EQ(modeOf(place()), 0700u);
     EXPECT_EQ(modeOf(file()), 0600u);
@@ -273,7 +273,7 @@ TEST_F(DirectoryLockTestOfUsers, AnotherUserCannotOpenTheFile) {
     EXPECT_TRUE(stranger.isReady());
 }
 
-TEST_F(DirectoryLockTest, ModesDoNotDependOnTheUmask) {
+TEST_F(LockFileTest, ModesDoNotDependOnTheUmask) {
     const mode_t before = ::umask(0777);
     const bool isHeld = hold();
     ::umask(before);
@@ -282,14 +282,14 @@ TEST_F(DirectoryLockTest, ModesDoNotDependOnTheUmask) {
     EXPECT_EQ(modeOf(file()), 0600u);
 }
 
-TEST_F(DirectoryLockTest, StaysWhenTheDirectoryIsEmptied) {
+TEST_F(LockFileTest, StaysWhenTheDirectoryIsEmptied) {
     Peer holder([&] { return hold(); });
     ASSERT_TRUE(holder.isReady());
     EXPECT_FALSE(sal::File::remove(sal::Path(place())));
     EXPECT_EQ(answer(), heldBy(holder.pid()));
 }
 
-TEST_F(DirectoryLockTestOfUsers, UserWithoutRightsElsewhereHasItInADirectoryOfTheOwn) {
+TEST_F(LockFileTestOfUsers, UserWithoutRightsElsewhereHasItInADirectoryOfTheOwn) {
     ASSERT_EQ(::chown(path().c_str(), c_nobody, c_nobody), 0);
     Peer holder([&] { return hold(); }, c_nobody, [&] { release(); });
     ASSERT_TRUE(holder.isReady());
@@ -300,7 +300,7 @@ TEST_F(DirectoryLockTestOfUsers, UserWithoutRightsElsewhereHasItInADirectoryOfTh
     EXPECT_TRUE(std::filesystem::is_empty(path()));
 }
 
-TEST_F(DirectoryLockTestOfUsers, WhatADeadHostOfAnotherUserLeftIsReplaced) {
+TEST_F(LockFileTestOfUsers, WhatADeadHostOfAnotherUserLeftIsReplaced) {
     ::chmod(path().c_str(), 0777);
     Peer dead([&] { return hold(); }, c_nobody);
     ASSERT_TRUE(dead.isReady());
@@ -311,7 +311,7 @@ TEST_F(DirectoryLockTestOfUsers, WhatADeadHostOfAnotherUserLeftIsReplaced) {
     EXPECT_EQ(ownerOf(file()), 0u);
 }
 
-TEST_F(DirectoryLockTestOfUsers, WhatAnotherUserMayNotReplaceIsNamedWithItsOwner) {
+TEST_F(LockFileTestOfUsers, WhatAnotherUserMayNotReplaceIsNamedWithItsOwner) {
     ::chmod(path().c_str(), 0777);
     Peer dead([&] { return hold(); });
     ASSERT_TRUE(dead.isReady());
@@ -319,7 +319,7 @@ TEST_F(DirectoryLockTestOfUsers, WhatAnotherUserMayNotReplaceIsNamedWithItsOwner
     const Peer other(
         [&] {
             const OpenDirectory directory(path());
-            const auto reason = DirectoryLock(path()).acquire(directory.fd());
+            const auto reason = LockFile(path()).acquire(directory.fd());
             return reason == place() +
                                  " belongs to user 0, whose host runs here or was killed here; remove it if "
                                  "none runs";
@@ -328,7 +328,7 @@ TEST_F(DirectoryLockTestOfUsers, WhatAnotherUserMayNotReplaceIsNamedWithItsOwner
     EXPECT_TRUE(other.isReady());
 }
 
-TEST_F(DirectoryLockTest, FileThatOthersCanOpenIsReplaced) {
+TEST_F(LockFileTest, FileThatOthersCanOpenIsReplaced) {
     std::filesystem::create_directory(place());
     ::chmod(place().c_str(), 0755);
     m_directory.write(".mfhost/lock", "");
@@ -346,14 +346,14 @@ TEST_F(DirectoryLockTest, FileThatOthersCanOpenIsReplaced) {
     ::close(kept);
 }
 
-TEST_F(DirectoryLockTest, LinkInItsPlaceIsNotFollowed) {
+TEST_F(LockFileTest, LinkInItsPlaceIsNotFollowed) {
     std::filesystem::create_directory(path() + "/elsewhere");
     std::filesystem::create_directory_symlink(path() + "/elsewhere", place());
     EXPECT_EQ(answer(), place() + " is not a directory; remove it");
     EXPECT_TRUE(std::filesystem::is_empty(path() + "/elsewhere"));
 }
 
-TEST_F(DirectoryLockTest, LinkInPlaceOfTheFileIsNotFollowed) {
+TEST_F(LockFileTest, LinkInPlaceOfTheFileIsNotFollowed) {
     std::filesystem::create_directory(place());
     ::chmod(place().c_str(), 0700);
     std::filesystem::create_symlink(path() + "/elsewhere", file());
@@ -361,18 +361,18 @@ TEST_F(DirectoryLockTest, LinkInPlaceOfTheFileIsNotFollowed) {
     EXPECT_FALSE(std::filesystem::exists(path() + "/elsewhere"));
 }
 
-TEST_F(DirectoryLockTestOfUsers, DirectoryThatCannotBeWrittenIsNamed) {
+TEST_F(LockFileTestOfUsers, DirectoryThatCannotBeWrittenIsNamed) {
     const Peer other(
         [&] {
             const OpenDirectory directory(path());
-            return DirectoryLock(path()).acquire(directory.fd()) ==
+            return LockFile(path()).acquire(directory.fd()) ==
                    "cannot make " + place() + ": Permission denied";
         },
         c_nobody);
     EXPECT_TRUE(other.isReady());
 }
 
-TEST_F(DirectoryLockTest, NeverIsHeldTwiceHoweverOftenItComesAndGoes) {
+TEST_F(LockFileTest, NeverIsHeldTwiceHoweverOftenItComesAndGoes) {
     void* pShared = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(pShared, MAP_FAILED);
     auto* pInside = new (pShared) std::atomic<int>[3] {};

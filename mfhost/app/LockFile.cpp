@@ -1,4 +1,4 @@
-#include "DirectoryLock.h"
+#include "LockFile.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -29,9 +29,9 @@ bool leadsTo(int directory, const char* name, int file) {
 
 }  // namespace
 
-DirectoryLock::DirectoryLock(const std::string& directory) : m_path(directory + "/" + s_place) {}
+LockFile::LockFile(const std::string& directory) : m_path(directory + "/" + s_place) {}
 
-DirectoryLock::~DirectoryLock() {
+LockFile::~LockFile() {
     if (m_isLocked) {
         // Still locked, so that nobody takes a lock that is about to lose its name without noticing.
         removeFile();
@@ -40,7 +40,7 @@ DirectoryLock::~DirectoryLock() {
     }
 }
 
-std::optional<std::string> DirectoryLock::acquire(int directory) {
+std::optional<std::string> LockFile::acquire(int directory) {
     m_directory = directory;
     for (int i = 0; i < s_attempts; ++i) {
         const Attempt attempt = tryOnce();
@@ -55,9 +55,9 @@ std::optional<std::string> DirectoryLock::acquire(int directory) {
     return m_path + " is made and removed all the time; it cannot be locked";
 }
 
-DirectoryLock::Attempt DirectoryLock::tryOnce() {
+LockFile::Attempt LockFile::tryOnce() {
     m_isForeign = false;
-    for (const auto step : {&DirectoryLock::openPlace, &DirectoryLock::openFile, &DirectoryLock::lockFile}) {
+    for (const auto step : {&LockFile::openPlace, &LockFile::openFile, &LockFile::lockFile}) {
         if (const Attempt attempt = (this->*step)(); attempt != Attempt::Done)
             return attempt;
     }
@@ -67,7 +67,7 @@ DirectoryLock::Attempt DirectoryLock::tryOnce() {
     return m_isForeign ? replaceForeign() : Attempt::Done;
 }
 
-DirectoryLock::Attempt DirectoryLock::openPlace() {
+LockFile::Attempt LockFile::openPlace() {
     const bool isNew = ::mkdirat(m_directory, s_place, 0700) == 0;
     if (!isNew && errno != EEXIST)
         return failed("cannot make " + m_path + ": " + std::strerror(errno));
@@ -92,7 +92,7 @@ DirectoryLock::Attempt DirectoryLock::openPlace() {
     return Attempt::Done;
 }
 
-DirectoryLock::Attempt DirectoryLock::openFile() {
+LockFile::Attempt LockFile::openFile() {
     m_file = base::UniqueFd(
         ::openat(m_place.get(), s_file, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (m_file && ::fchmod(m_file.get(), 0600) != 0)
@@ -112,7 +112,7 @@ DirectoryLock::Attempt DirectoryLock::openFile() {
     return Attempt::Done;
 }
 
-DirectoryLock::Attempt DirectoryLock::lockFile() {
+LockFile::Attempt LockFile::lockFile() {
     struct flock lock = wholeFile(F_WRLCK);
     if (::fcntl(m_file.get(), F_SETLK, &lock) == 0)
         return Attempt::Done;
@@ -132,30 +132,30 @@ DirectoryLock::Attempt DirectoryLock::lockFile() {
 }
 
 /// Nobody holds it, but somebody else could at any time: a file that only we can open takes its place.
-DirectoryLock::Attempt DirectoryLock::replaceForeign() {
+LockFile::Attempt LockFile::replaceForeign() {
     if (::unlinkat(m_place.get(), s_file, 0) == 0 && ::unlinkat(m_directory, s_place, AT_REMOVEDIR) == 0)
         return Attempt::Again;
     return failed(m_path + " is open to others (it belongs to user " + std::to_string(m_owner) +
                   ") and cannot be removed: " + std::strerror(errno));
 }
 
-bool DirectoryLock::isStillThere() const {
+bool LockFile::isStillThere() const {
     return leadsTo(m_place.get(), s_file, m_file.get()) && leadsTo(m_directory, s_place, m_place.get());
 }
 
-void DirectoryLock::removeFile() const {
+void LockFile::removeFile() const {
     if (!isStillThere())
         return;
     ::unlinkat(m_place.get(), s_file, 0);
     ::unlinkat(m_directory, s_place, AT_REMOVEDIR);
 }
 
-void DirectoryLock::closeBoth() {
+void LockFile::closeBoth() {
     m_file.reset();
     m_place.reset();
 }
 
-DirectoryLock::Attempt DirectoryLock::failed(const std::string& reason) {
+LockFile::Attempt LockFile::failed(const std::string& reason) {
     m_reason = reason;
     return Attempt::Failed;
 }

@@ -6,7 +6,7 @@
 
 /// Sends FIDs through the manager for drivers of the host's process, whose ISystem hands it out. Owned by
 /// HostSystem. Any thread.
-class HostSender : public IFunctionID {
+class DriverSender : public IFunctionID {
 public:
     /// The manager's sender; null before its start-up and after its end.
     void setTarget(IFunctionID* pTarget) { m_pTarget = pTarget; }

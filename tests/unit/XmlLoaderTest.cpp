@@ -1,4 +1,4 @@
-#include "XmlFile.h"
+#include "XmlLoader.h"
 
 #include <gtest/gtest.h>
 #include <tinyxml.h>
@@ -9,39 +9,39 @@
 
 namespace {
 
-class XmlFileTest : public testing::Test {
+class XmlLoaderTest : public testing::Test {
 protected:
-    XmlFile::Fault load(const std::string& text) {
+    XmlLoader::Fault load(const std::string& text) {
         TiXmlDocument document("f.xml");
-        return XmlFile::load(document, text);
+        return XmlLoader::load(document, text);
     }
 };
 
 }  // namespace
 
-TEST_F(XmlFileTest, RightFileHasNoFault) {
+TEST_F(XmlLoaderTest, RightFileHasNoFault) {
     EXPECT_EQ("", load("<a/>").text);
 }
 
-TEST_F(XmlFileTest, FaultHasItsLine) {
+TEST_F(XmlLoaderTest, FaultHasItsLine) {
     const auto fault = load("<a>\n</b>\n</a>");
     EXPECT_EQ(2, fault.line);
     EXPECT_EQ("Error reading end tag", fault.text);
 }
 
-TEST_F(XmlFileTest, MarkupThatTheEndCutsOffIsInTheLastLine) {
+TEST_F(XmlLoaderTest, MarkupThatTheEndCutsOffIsInTheLastLine) {
     const auto fault = load("<a>\n<b c=");
     EXPECT_EQ(2, fault.line);
     EXPECT_EQ("Error reading Attributes", fault.text);
 }
 
-TEST_F(XmlFileTest, EmptyFileIsAFaultOfTheWhole) {
+TEST_F(XmlLoaderTest, EmptyFileIsAFaultOfTheWhole) {
     const auto fault = load("");
     EXPECT_EQ(0, fault.line);
     EXPECT_EQ("cannot be read: Error document empty", fault.text);
 }
 
-TEST_F(XmlFileTest, ReadsBytesAsTheLibraryReadsTheirFile) {
+TEST_F(XmlLoaderTest, ReadsBytesAsTheLibraryReadsTheirFile) {
     TemporaryDirectory directory;
     for (const std::string& text :
          {std::string("<a/>"), std::string("<a\r\nb='1\r2'/>\r\n<c/>"),
@@ -51,7 +51,7 @@ TEST_F(XmlFileTest, ReadsBytesAsTheLibraryReadsTheirFile) {
         TiXmlDocument fromFile(directory.path("f.xml"));
         TiXmlDocument fromBytes(directory.path("f.xml"));
         ASSERT_TRUE(fromFile.LoadFile()) << text;
-        ASSERT_EQ("", XmlFile::load(fromBytes, text).text) << text;
+        ASSERT_EQ("", XmlLoader::load(fromBytes, text).text) << text;
         TiXmlPrinter expected;
         TiXmlPrinter printed;
         fromFile.Accept(&expected);

@@ -1,4 +1,4 @@
-#include "ConfigurationGuard.h"
+#include "WorkplaceAdmission.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,9 +15,9 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-class ConfigurationGuardTest : public testing::Test {
+class WorkplaceAdmissionTest : public testing::Test {
 protected:
-    ConfigurationGuardTest() {
+    WorkplaceAdmissionTest() {
         for (const char* module : {"drivers/axis.so", "drivers/panel.so"})
             m_directory.write(module, "module");
         m_directory.write("drivers/axis.xml",
@@ -30,7 +30,7 @@ protected:
                           "<workplaces>\n<workplace id='0'>\n" + entries + "</workplace>\n</workplaces>\n");
     }
     std::string path() const { return m_directory.path("w.xml"); }
-    WorkplaceFile workplace() const { return WorkplaceFile(path(), FileGuard::read(path())); }
+    WorkplaceFile workplace() const { return WorkplaceFile(path(), XmlInput::read(path())); }
 
     static std::string entry(const std::string& id, const std::string& more = {}) {
         return "<mainframeDriver driverID='" + id +
@@ -39,12 +39,12 @@ protected:
     }
 
     TemporaryDirectory m_directory;
-    ConfigurationGuard m_sut{{m_directory.path("drivers")}};
+    WorkplaceAdmission m_sut{{m_directory.path("drivers")}};
 };
 
 }  // namespace
 
-TEST_F(ConfigurationGuardTest, RightFilesAreAcceptedSilently) {
+TEST_F(WorkplaceAdmissionTest, RightFilesAreAcceptedSilently) {
     configure(entry("A"));
     LogCapture log;
     EXPECT_TRUE(m_sut.acceptsStart(workplace()));
@@ -52,7 +52,7 @@ TEST_F(ConfigurationGuardTest, RightFilesAreAcceptedSilently) {
     EXPECT_EQ("", log.finish());
 }
 
-TEST_F(ConfigurationGuardTest, EachErrorOfAStartIsALine) {
+TEST_F(WorkplaceAdmissionTest, EachErrorOfAStartIsALine) {
     configure(entry("A") + entry("..") + entry("A/B"));
     LogCapture log;
     EXPECT_FALSE(m_sut.acceptsStart(workplace()));
@@ -63,29 +63,29 @@ TEST_F(ConfigurationGuardTest, EachErrorOfAStartIsALine) {
     EXPECT_THAT(text, HasSubstr("critical HOST: " + path() + " line 5: the driver ID \"A/B\" holds \"/\""));
 }
 
-TEST_F(ConfigurationGuardTest, WarningDoesNotRefuseAStart) {
+TEST_F(WorkplaceAdmissionTest, WarningDoesNotRefuseAStart) {
     configure(entry("A.B"));
     LogCapture log;
     EXPECT_TRUE(m_sut.acceptsStart(workplace()));
     EXPECT_THAT(log.finish(), HasSubstr("warning  HOST: " + path() + " line 3: the driver ID \"A.B\" holds"));
 }
 
-TEST_F(ConfigurationGuardTest, WithoutAConfigurationThereIsNothingToRefuse) {
-    ConfigurationGuard sut({m_directory.path("drivers")});
+TEST_F(WorkplaceAdmissionTest, WithoutAConfigurationThereIsNothingToRefuse) {
+    WorkplaceAdmission sut({m_directory.path("drivers")});
     LogCapture log;
     EXPECT_TRUE(sut.acceptsStart(WorkplaceFile({}, {})));
     EXPECT_EQ("", log.finish());
 }
 
-TEST_F(ConfigurationGuardTest, MissingDescriptorOfThePanelIsTold) {
+TEST_F(WorkplaceAdmissionTest, MissingDescriptorOfThePanelIsTold) {
     m_directory.write("drivers/axis.xml", "<mfDriverModule/>");
-    ConfigurationGuard sut({m_directory.path("drivers")});
+    WorkplaceAdmission sut({m_directory.path("drivers")});
     LogCapture log;
     EXPECT_TRUE(sut.acceptsStart(WorkplaceFile({}, {})));
     EXPECT_THAT(log.finish(), HasSubstr("warning  HOST: the workplace runs without a panel driver: "));
 }
 
-TEST_F(ConfigurationGuardTest, ReloadIsRefusedOnAnErrorOfTheFileAsItStandsNow) {
+TEST_F(WorkplaceAdmissionTest, ReloadIsRefusedOnAnErrorOfTheFileAsItStandsNow) {
     configure(entry("A") + entry("B"));
     LogCapture log;
     ASSERT_TRUE(m_sut.acceptsStart(workplace()));
@@ -96,7 +96,7 @@ TEST_F(ConfigurationGuardTest, ReloadIsRefusedOnAnErrorOfTheFileAsItStandsNow) {
     log.finish();
 }
 
-TEST_F(ConfigurationGuardTest, ReloadThatWouldSpinIsRefused) {
+TEST_F(WorkplaceAdmissionTest, ReloadThatWouldSpinIsRefused) {
     configure("<mainframeDriver driverType='Axis' driverID='A'/>\n");
     LogCapture log;
     EXPECT_EQ(
@@ -105,13 +105,13 @@ TEST_F(ConfigurationGuardTest, ReloadThatWouldSpinIsRefused) {
     log.finish();
 }
 
-TEST_F(ConfigurationGuardTest, ReloadOfAnUnknownDriverIsRefused) {
+TEST_F(WorkplaceAdmissionTest, ReloadOfAnUnknownDriverIsRefused) {
     configure(entry("A"));
     const LogCapture log;
     EXPECT_EQ(path() + " has no driver \"B\"", m_sut.reloadRefusal(workplace(), "B"));
 }
 
-TEST_F(ConfigurationGuardTest, FileThatIsNotWholeRefusesAReloadWithItsFaultAlone) {
+TEST_F(WorkplaceAdmissionTest, FileThatIsNotWholeRefusesAReloadWithItsFaultAlone) {
     configure(entry("A"));
     ASSERT_TRUE(m_sut.acceptsStart(workplace()));
     std::filesystem::remove(path());
@@ -120,7 +120,7 @@ TEST_F(ConfigurationGuardTest, FileThatIsNotWholeRefusesAReloadWithItsFaultAlone
     EXPECT_EQ("", log.finish());
 }
 
-TEST_F(ConfigurationGuardTest, WhatWasLoggedIsNotLoggedAgainByAReload) {
+TEST_F(WorkplaceAdmissionTest, WhatWasLoggedIsNotLoggedAgainByAReload) {
     configure(entry("A") + entry("B.C"));
     {
         LogCapture log;
@@ -132,7 +132,7 @@ TEST_F(ConfigurationGuardTest, WhatWasLoggedIsNotLoggedAgainByAReload) {
     EXPECT_EQ("", log.finish());
 }
 
-TEST_F(ConfigurationGuardTest, WarningThatIsNewIsLoggedByAReload) {
+TEST_F(WorkplaceAdmissionTest, WarningThatIsNewIsLoggedByAReload) {
     configure(entry("A"));
     ASSERT_TRUE(m_sut.acceptsStart(workplace()));
     configure(entry("A") + entry("B.C"));
@@ -141,7 +141,7 @@ TEST_F(ConfigurationGuardTest, WarningThatIsNewIsLoggedByAReload) {
     EXPECT_THAT(log.finish(), HasSubstr("line 4: the driver ID \"B.C\" holds"));
 }
 
-TEST_F(ConfigurationGuardTest, DescriptorThatCameAfterTheStartDoesNotRefuseAReload) {
+TEST_F(WorkplaceAdmissionTest, DescriptorThatCameAfterTheStartDoesNotRefuseAReload) {
     configure(entry("A"));
     ASSERT_TRUE(m_sut.acceptsStart(workplace()));
     m_directory.write("drivers/copy.xml", m_directory.read("drivers/axis.xml"));
@@ -150,7 +150,7 @@ TEST_F(ConfigurationGuardTest, DescriptorThatCameAfterTheStartDoesNotRefuseARelo
     EXPECT_EQ("", log.finish());
 }
 
-TEST_F(ConfigurationGuardTest, ModuleThatVanishedIsNamedByAReload) {
+TEST_F(WorkplaceAdmissionTest, ModuleThatVanishedIsNamedByAReload) {
     configure(entry("A"));
     ASSERT_TRUE(m_sut.acceptsStart(workplace()));
     std::filesystem::remove(m_directory.path("drivers/axis.so"));
@@ -159,13 +159,13 @@ TEST_F(ConfigurationGuardTest, ModuleThatVanishedIsNamedByAReload) {
     EXPECT_THAT(log.finish(), HasSubstr("axis.so cannot be loaded: No such file or directory\n"));
 }
 
-TEST_F(ConfigurationGuardTest, LogsTheDescriptorThatIsLeftOut) {
+TEST_F(WorkplaceAdmissionTest, LogsTheDescriptorThatIsLeftOut) {
     LogCapture log;
     const TemporaryDirectory directory;
     directory.write("good.xml", "<a/>");
     ASSERT_EQ(0, ::mkfifo(directory.path("pipe.xml").c_str(), 0600));
-    EXPECT_TRUE(ConfigurationGuard::acceptsDescriptor(directory.path("good.xml")));
-    EXPECT_FALSE(ConfigurationGuard::acceptsDescriptor(directory.path("pipe.xml")));
+    EXPECT_TRUE(WorkplaceAdmission::acceptsDescriptor(directory.path("good.xml")));
+    EXPECT_FALSE(WorkplaceAdmission::acceptsDescriptor(directory.path("pipe.xml")));
     const std::string text = log.finish();
     EXPECT_NE(std::string::npos, text.find("HOST: " + directory.path("pipe.xml") +
                                            " is no regular file; the descriptor is left out"));

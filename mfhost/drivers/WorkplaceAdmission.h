@@ -12,9 +12,9 @@ class WorkplaceFile;
 /// Stands before the host's start and its reloads: checks the workplace file as the host has read it and the
 /// descriptors, logs each finding once, and refuses on an error. Owned by the host, used on its command
 /// thread.
-class ConfigurationGuard {
+class WorkplaceAdmission {
 public:
-    explicit ConfigurationGuard(std::vector<std::string> driverDirectories);
+    explicit WorkplaceAdmission(std::vector<std::string> driverDirectories);
 
     /// Whether the workplace may be started; each error and warning is logged. Reads the descriptors.
     bool acceptsStart(const WorkplaceFile& workplace);

@@ -8,19 +8,19 @@
 
 #include "UniqueFd.h"
 
-/// Keeps a directory for one process, by a lock on the file .mfhost/lock in it: in a subdirectory, since a
-/// start leaves only full ones, and open to its owner alone. Owned by DataDirectory; main thread; one a
-/// directory.
+/// The file .mfhost/lock in a directory, whose lock keeps the directory for one process. It lies in a
+/// subdirectory, since a start removes all but full ones, and is open to its owner alone. Owned by
+/// DataDirectoryLock; main thread; one a directory.
 ///
 /// A record lock belongs to the process and not to the open file: no child that a driver of this process
 /// forks holds it, however it was made, and the kernel names the real holder. It is lost when its process
-/// closes any descriptor of the file, which nobody else here has a reason to open.
-class DirectoryLock {
+/// closes any descriptor of the file, which no other code here opens.
+class LockFile {
 public:
-    explicit DirectoryLock(const std::string& directory);
-    ~DirectoryLock();  ///< removes the file and lets another process have the directory
-    DirectoryLock(const DirectoryLock&) = delete;
-    DirectoryLock& operator=(const DirectoryLock&) = delete;
+    explicit LockFile(const std::string& directory);
+    ~LockFile();  ///< removes the file and lets another process have the directory
+    LockFile(const LockFile&) = delete;
+    LockFile& operator=(const LockFile&) = delete;
 
     /// Nothing when this process has the lock; else why not, and which process has it. The descriptor is the
     /// directory's; the caller keeps it open as long as the lock.

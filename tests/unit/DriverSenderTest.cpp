@@ -1,4 +1,4 @@
-#include "HostSender.h"
+#include "DriverSender.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -45,7 +45,7 @@ bool sendsOnlyAsLongAsTheHostRuns() {
     options.driverDirectories = {Workplace::build() / "lib/mfdrivers"};
     options.console = false;
     Host host(options, signals, queueDirectory);
-    const HostSender& sut = host.m_system.sender();
+    const DriverSender& sut = host.m_system.sender();
     bool couldSend = false;
     std::thread stopper([&] {
         eventually([&] { return host.m_isStartOver.load(); });
@@ -59,8 +59,8 @@ bool sendsOnlyAsLongAsTheHostRuns() {
 
 }  // namespace
 
-TEST(HostSender, PassesTheWholeFidOn) {
-    HostSender sut;
+TEST(DriverSender, PassesTheWholeFidOn) {
+    DriverSender sut;
     Target target;
     sut.setTarget(&target);
     FIDParameterList parameters;
@@ -71,19 +71,19 @@ TEST(HostSender, PassesTheWholeFidOn) {
     EXPECT_EQ("AXIS1.DONE", target.subscribed);
 }
 
-TEST(HostSender, SendsNothingWithoutAManager) {
-    HostSender sut;
+TEST(DriverSender, SendsNothingWithoutAManager) {
+    DriverSender sut;
     EXPECT_FALSE(sut.sendFID("AXIS1.MOVE", {}));
     EXPECT_FALSE(sut.subscribe("AXIS1.MOVE"));
 }
 
-TEST(HostSender, AnswersFunctionIDOnly) {
-    HostSender sut;
+TEST(DriverSender, AnswersFunctionIDOnly) {
+    DriverSender sut;
     EXPECT_NE(nullptr, dynamic_cast<IFunctionID*>(sut.queryInterface(IID_IFunctionID)));
     EXPECT_EQ(nullptr, sut.queryInterface(IID_IPanelState));
 }
 
-TEST(HostSender, HasNoTargetOnceTheManagerIsGone) {
+TEST(DriverSender, HasNoTargetOnceTheManagerIsGone) {
     const pid_t child = ::fork();
     if (child == 0) {
         if (Sandbox::enter(""))

@@ -11,8 +11,8 @@
 
 #include "InterfaceIds.h"
 #include "Printable.h"
-#include "ProbeResult.h"
 #include "SpawnSettings.h"
+#include "TrialResult.h"
 #include "sal/CmdProcessor.h"
 #include "sal/LogManager.h"
 #include "sal/Module.h"
@@ -38,17 +38,17 @@ bool endWith(std::string_view host) {
     return ::getppid() == pid;
 }
 
-int probe(const std::string& path) {
+int tryOut(const std::string& path) {
     const std::unique_ptr<sal::Module> pModule(
         sal::ModuleLoader().load(sal::ModuleLoader::eLoadUnprobed, path));
     if (!pModule)
-        return sal::ProbeResult::s_notLoaded;
+        return sal::TrialResult::s_notLoaded;
     const bool takesFids = pModule->queryInterface(IID_IFunctionID) != nullptr;
     const bool isConfigured = pModule->queryInterface(IID_IMFDConfiguration) != nullptr;
     std::cout << base::printable(path) << " is loaded; IFunctionID (" << IID_IFunctionID
               << "): " << (takesFids ? "yes" : "no") << ", IMFDConfiguration (" << IID_IMFDConfiguration
               << "): " << (isConfigured ? "yes" : "no") << std::endl;
-    return sal::ProbeResult::s_answered;
+    return sal::TrialResult::s_answered;
 }
 
 }  // namespace
@@ -69,7 +69,7 @@ int main(int argc, char** argv) {
     ::signal(SIGXFSZ, SIG_IGN);
     sal::LogManager log;
     const sal::CmdProcessor commands;
-    const int result = probe(argv[1]);
+    const int result = tryOut(argv[1]);
     log.flush();
     if (argc == 3) {
         const auto word = static_cast<unsigned char>(result);

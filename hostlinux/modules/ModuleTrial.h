@@ -14,7 +14,7 @@ namespace sal {
 /// Tries driver modules out in a process that ends with them, and remembers the files that passed. Owned by
 /// the module loader; any thread. A file that failed is tried again each time: what it failed of may lie
 /// outside of it.
-class ModuleProbe {
+class ModuleTrial {
 public:
     struct Settings {
         std::string program;
@@ -23,7 +23,7 @@ public:
         /// mfdprobe beside the running program; MFD_PROBE_TIMEOUT seconds.
         static Settings ofProcess();
     };
-    explicit ModuleProbe(Settings settings);
+    explicit ModuleTrial(Settings settings);
 
     /// Why the module must not be loaded; empty when it may, which includes that it cannot be tried out.
     /// Waits for the trial.

@@ -1,4 +1,4 @@
-#include "FileGuard.h"
+#include "XmlInput.h"
 
 #include <strings.h>
 
@@ -34,7 +34,7 @@ public:
                 skipTag();
                 if (m_text.substr(start, m_position - start).ends_with("/>"))
                     continue;
-                if (++depth > FileGuard::s_maxDepth)
+                if (++depth > XmlInput::s_maxDepth)
                     return lineOf(start);
             } else {
                 skipBehind(">", 1);
@@ -95,14 +95,14 @@ private:
 
 }  // namespace
 
-std::optional<int> FileGuard::tooDeepLine(const std::string& text) {
+std::optional<int> XmlInput::tooDeepLine(const std::string& text) {
     return Scanner(text).tooDeepLine();
 }
 
-FileGuard::Reading FileGuard::read(const std::string& path) {
+XmlInput XmlInput::read(const std::string& path) {
     base::RegularFile file = base::RegularFile::read(path);
     const auto refused = [&](const std::string& text) {
-        return Reading{std::nullopt, file.reason, Finding{Finding::ESeverity::Error, path, 0, text}};
+        return XmlInput{std::nullopt, file.reason, Finding{Finding::ESeverity::Error, path, 0, text}};
     };
     switch (file.fault) {
         case base::RegularFile::EFault::None:
@@ -123,11 +123,7 @@ FileGuard::Reading FileGuard::read(const std::string& path) {
     return {std::move(file.bytes), {}, std::move(found)};
 }
 
-std::optional<Finding> FileGuard::finding(const std::string& path) {
-    return read(path).finding;
-}
-
-std::optional<std::string> FileGuard::refusal(const std::string& path) {
-    const auto found = finding(path);
+std::optional<std::string> XmlInput::refusal(const std::string& path) {
+    const auto found = read(path).finding;
     return found ? std::optional(found->inWords()) : std::nullopt;
 }

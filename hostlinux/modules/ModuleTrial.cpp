@@ -1,4 +1,4 @@
-#include "ModuleProbe.h"
+#include "ModuleTrial.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -22,8 +22,8 @@
 #include "LogLine.h"
 #include "MarkedEnvironment.h"
 #include "Printable.h"
-#include "ProbeResult.h"
 #include "SpawnSettings.h"
+#include "TrialResult.h"
 #include "UniqueFd.h"
 #include "sal/LogOutput.h"
 #include "sal/ProcessFamily.h"
@@ -193,7 +193,7 @@ std::string seconds(std::chrono::milliseconds time) {
 
 }  // namespace
 
-ModuleProbe::Settings ModuleProbe::Settings::ofProcess() {
+ModuleTrial::Settings ModuleTrial::Settings::ofProcess() {
     Settings settings{programBesideThisOne("mfdprobe")};
     const char* pText = std::getenv(s_timeoutName);
     if (!pText || !*pText)
@@ -211,9 +211,9 @@ ModuleProbe::Settings ModuleProbe::Settings::ofProcess() {
     return settings;
 }
 
-ModuleProbe::ModuleProbe(Settings settings) : m_settings(std::move(settings)) {}
+ModuleTrial::ModuleTrial(Settings settings) : m_settings(std::move(settings)) {}
 
-std::string ModuleProbe::refusal(const std::string& path) {
+std::string ModuleTrial::refusal(const std::string& path) {
     struct stat status {};
     // What is no file the loader refuses by itself.
     if (m_settings.deadline.count() == 0 || ::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
@@ -234,21 +234,21 @@ std::string ModuleProbe::refusal(const std::string& path) {
         return "tried out in a process of its own, it was not ready within " + seconds(m_settings.deadline) +
                trial.lastWords();
     const auto result = info.si_pid == 0 ? trial.result() : exitCodeOf(info);
-    if (result == ProbeResult::s_notLoaded)
+    if (result == TrialResult::s_notLoaded)
         return {};
-    if (result != ProbeResult::s_answered)
+    if (result != TrialResult::s_answered)
         return "tried out in a process of its own, that process " + howItEnded(info) + trial.lastWords();
     const std::lock_guard lock(m_mutex);
     m_passed.insert(file);
     return {};
 }
 
-bool ModuleProbe::hasPassed(const File& file) const {
+bool ModuleTrial::hasPassed(const File& file) const {
     const std::lock_guard lock(m_mutex);
     return m_passed.contains(file);
 }
 
-void ModuleProbe::sayUntried(const std::string& path, int error) {
+void ModuleTrial::sayUntried(const std::string& path, int error) {
     const bool isAbsent = error == ENOENT;
     {
         const std::lock_guard lock(m_mutex);
