@@ -52,11 +52,6 @@ constexpr std::chrono::minutes s_outputComplaintInterval{1};
 /// What an end at once leaves for the last log lines and the queues.
 constexpr std::chrono::milliseconds s_lastWords{300};
 
-/// Commands whose values the operator sets, though the keys name drivers.
-bool setsState(const std::string& command) {
-    return command == "setStateValue" || command == "unsetStateValue" || command == "triggerEvent";
-}
-
 std::string signalName(int signal) {
     return std::string("SIG") + ::sigabbrev_np(signal);
 }
@@ -121,6 +116,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                       .quit = [this] { requestShutdown("quit", 0); },
                       .showModules = [this] { m_pManager->showModules(); },
                       .settle = [this] { settle(); }}),
+      m_completion(m_roster, m_store),
       m_queueTrial(m_options.stopTimeout) {
     m_store.setRefresh([this](const std::string& driverID) { m_supervisor.refresh(driverID); });
 }
@@ -137,7 +133,8 @@ int Host::run() {
                         m_isStartOver.wait(false);
                     m_commands.stopWhenDone();
                 },
-            .complete = [this](const auto& before, const auto& prefix) { return complete(before, prefix); }});
+            .complete = [this](const auto& before,
+                               const auto& prefix) { return m_completion.words(before, prefix); }});
     }
     if (m_options.follow) {
         std::function<void()> redraw;
@@ -227,7 +224,7 @@ bool Host::startManager() {
     m_pManager->setSystemInterface(&m_system);
     m_pManager->setVirtualPanelStateInterface(&m_store);
     m_hostCommands.registerCommands();
-    m_commandNames = m_processor.names();
+    m_completion.begin(m_processor.names());
     m_system.sender().setTarget(dynamic_cast<IFunctionID*>(m_pManager->queryInterface(IID_IFunctionID)));
     m_pConfiguration = dynamic_cast<IMDMConfiguration*>(m_pManager->queryInterface(IID_IMDMConfiguration));
     if (!m_pConfiguration) {
@@ -369,7 +366,7 @@ void Host::executeChecked(const std::string& line, std::ostream& reply) {
         return;
     }
     std::optional<StateStore::ConsoleMark> mark;
-    if (setsState(command))
+    if (HostCommands::setsState(command))
         mark.emplace();
     m_processor.execute(line, reply);
 }
@@ -496,30 +493,6 @@ bool Host::isDescribed(const DriverRoster::Driver& driver) const {
             return true;
     }
     return false;
-}
-
-std::vector<std::string> Host::complete(const std::vector<std::string>& before,
-                                        const std::string& prefix) const {
-    std::vector<std::string> found;
-    const auto offer = [&](const std::string& word) {
-        if (word.starts_with(prefix))
-            found.push_back(word);
-    };
-    if (!m_isStarted)
-        return found;
-    const std::string command = before.empty() ? std::string() : before.front();
-    if (before.empty() || (command == "help" && before.size() == 1)) {
-        std::for_each(m_commandNames.begin(), m_commandNames.end(), offer);
-    } else if (command == "reloadDriver" && before.size() == 1) {
-        for (const DriverRoster::Driver& driver : m_roster.drivers())
-            offer(driver.id);
-    } else if (command == "sendFID" && before.size() == 1) {
-        for (const DriverRoster::Driver& driver : m_roster.drivers())
-            offer(driver.id + ".");
-    } else if ((command == "state" || setsState(command)) && before.size() == 1) {
-        found = m_store.keys(prefix);
-    }
-    return found;
 }
 
 /// A script cannot look again as somebody at a terminal can: it waits until no driver has messages left and

@@ -10,6 +10,7 @@
 
 #include "ByHandWatch.h"
 #include "CommandThread.h"
+#include "Completion.h"
 #include "Console.h"
 #include "DriverCallWatch.h"
 #include "DriverRoster.h"
@@ -82,8 +83,6 @@ private:
     int describedCount() const;
     /// Whether a descriptor of the driver's type and version was found.
     bool isDescribed(const DriverRoster::Driver& driver) const;
-    std::vector<std::string> complete(const std::vector<std::string>& before,
-                                      const std::string& prefix) const;
 
     void settle() const;
     void recoverOutput();
@@ -108,6 +107,7 @@ private:
     sal::CmdProcessor m_processor;
     WorkplaceAdmission m_admission;
     HostCommands m_hostCommands;
+    Completion m_completion;
     std::unique_ptr<Console> m_pConsole;
     std::unique_ptr<FollowPrinter> m_pFollow;
 
@@ -118,7 +118,6 @@ private:
     bool m_isCopyNamed = false;
     std::ostream* m_pReply = nullptr;
     QueueTrial m_queueTrial;
-    std::vector<std::string> m_commandNames;
     std::optional<std::chrono::steady_clock::time_point> m_outputLost;  ///< when it was last said
 
     std::atomic<bool> m_isStarted = false;

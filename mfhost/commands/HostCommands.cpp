@@ -137,6 +137,10 @@ void HostCommands::registerCommands() {
     }
 }
 
+bool HostCommands::setsState(const std::string& command) {
+    return command == "setStateValue" || command == "unsetStateValue" || command == "triggerEvent";
+}
+
 bool HostCommands::help(sal::CmdParameters& parameters) {
     // An unknown name is answered by the processor; the help of help would say nothing more.
     sal::CmdProcessor::getInstance()->help(parameters.argument(0), m_context.reply());

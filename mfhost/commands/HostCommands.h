@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <ostream>
+#include <string>
 
 #include "DriverRoster.h"
 #include "StateStore.h"
@@ -28,6 +29,10 @@ public:
 
     /// Adds the commands to the command processor.
     void registerCommands();
+
+    /// Whether it is one of the commands whose values the operator sets, though the keys name drivers. Any
+    /// thread.
+    static bool setsState(const std::string& command);
 
 private:
     bool help(sal::CmdParameters& parameters);
