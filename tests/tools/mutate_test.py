@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
-"""Which changes a run of planted mistakes takes, and what it takes over from the run before."""
+"""Which changes a run of planted mistakes takes, what it takes over from the run before, and what it finds in a
+tiny folder."""
 
 import argparse
 import contextlib
 import importlib.util
 import io
+import os
 import subprocess
 import sys
 import tempfile
+import textwrap
 import unittest
 from importlib.machinery import SourceFileLoader
 from pathlib import Path
@@ -56,6 +59,183 @@ class SampleTest(unittest.TestCase):
         self.assertIn("argument --seed: it chooses for --sample N, which is missing", done.stderr)
 
 
+class FolderTest(unittest.TestCase):
+    def test_without_a_folder_it_is_the_module(self):
+        self.assertTrue(all(line.startswith("MfDriverManager/") for line in listed("--sample", "50", "--seed", "1")))
+
+    def test_folder_is_listed_with_its_inner_folders_and_nothing_beside(self):
+        files = {line.split(":")[0] for line in listed("--folder", "mfctl")}
+        self.assertIn("mfctl/main.cpp", files)
+        self.assertTrue(all(file.startswith("mfctl/") for file in files))
+
+    def test_several_folders_are_listed_together(self):
+        files = {line.split("/")[0] for line in listed("--folder", "protocol", "--folder", "mfctl")}
+        self.assertEqual(files, {"protocol", "mfctl"})
+
+    def test_file_is_one_of_the_folder(self):
+        files = {line.split(":")[0] for line in listed("--folder", "mfctl", "--folder", "mfddllwrap", "--file", "mfctl/main.cpp")}
+        self.assertEqual(files, {"mfctl/main.cpp"})
+
+    def test_folder_that_is_not_there_is_refused(self):
+        self.assertIn("argument --folder: there is no folder nowhere", self.refusal("nowhere"))
+
+    def test_folder_that_no_test_program_looks_at_is_refused(self):
+        self.assertIn("argument --folder: no test program is known that looks at docs; there are MfDriverManager, ",
+                      self.refusal("docs"))  # fmt: skip
+
+    def test_each_folder_of_sources_can_be_read(self):
+        folders = load_mutate().FOLDERS
+        for folder in folders:
+            with self.subTest(folder=folder):
+                self.assertTrue(listed("--folder", folder))
+
+    def test_inner_folder_has_the_tests_that_are_named_for_it(self):
+        mutate = load_mutate()
+        self.assertIs(mutate.folder_of("hostlinux/queue/QueueFile.cpp"), mutate.FOLDERS["hostlinux/queue"])
+        self.assertIs(mutate.folder_of("hostlinux/log/LogCore.cpp"), mutate.FOLDERS["hostlinux"])
+        self.assertIsNone(mutate.folder_of("docs/testing.md"))
+
+    def refusal(self, folder):
+        done = subprocess.run([TOOLS / "mutate", "--folder", folder], capture_output=True, text=True, check=False)
+        self.assertEqual(done.returncode, 2)
+        return done.stderr
+
+
+TINY = {
+    "CMakeLists.txt": """
+        cmake_minimum_required(VERSION 3.25)
+        project(Tiny CXX)
+        set(CMAKE_CXX_STANDARD 20)
+        set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+        set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+        set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+        set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+        set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib")
+        find_package(GTest REQUIRED)
+        add_library(halves STATIC tiny/inner/Half.cpp)
+        add_library(tiny SHARED tiny/Tiny.cpp)
+        target_link_libraries(tiny PRIVATE halves)
+        add_executable(answer tiny/main.cpp)
+        target_link_libraries(answer PRIVATE tiny)
+        add_executable(unit_tiny TinyTest.cpp)
+        target_link_libraries(unit_tiny PRIVATE tiny GTest::gtest_main)
+        add_executable(process_tiny AnswerTest.cpp)
+        target_compile_definitions(process_tiny PRIVATE ANSWER="$<TARGET_FILE:answer>")
+        target_link_libraries(process_tiny PRIVATE GTest::gtest_main)
+        add_dependencies(process_tiny answer)
+        """,
+    "tiny/Tiny.cpp": """
+        #include "inner/Half.h"
+        int twice(int number) {
+            return number + number;
+        }
+        int quarter(int number) {
+            return half(half(number));
+        }
+        int nobodyAsks() {
+            return 7;
+        }
+        """,
+    "tiny/inner/Half.h": "int half(int number);",
+    "tiny/inner/Half.cpp": """
+        #include "Half.h"
+        int half(int number) {
+            return number / 2;
+        }
+        """,
+    "tiny/main.cpp": """
+        #include <cstdio>
+        int twice(int number);
+        int main() {
+            const int answer = twice(21);
+            std::printf("answer %d", answer);
+        }
+        """,
+    "TinyTest.cpp": """
+        #include <gtest/gtest.h>
+        int twice(int number);
+        int quarter(int number);
+        TEST(TinyTest, Twice) { EXPECT_EQ(twice(2), 4); }
+        TEST(QuarterTest, Quarter) { EXPECT_EQ(quarter(12), 3); }
+        """,
+    "AnswerTest.cpp": """
+        #include <gtest/gtest.h>
+        #include <cstdio>
+        TEST(AnswerTest, SaysTheAnswer) {
+            FILE* pAnswer = popen(ANSWER, "r");
+            char text[20] = {};
+            fgets(text, sizeof text, pAnswer);
+            pclose(pAnswer);
+            EXPECT_STREQ(text, "answer 42");
+        }
+        """,
+}
+
+
+class TinyFolderTest(unittest.TestCase):
+    """With a compiler: a library, a program that uses it, and tests of both."""
+
+    @classmethod
+    def setUpClass(cls):
+        unshare = ["unshare", "--mount", *([] if os.geteuid() == 0 else ["--map-root-user"]), "true"]
+        if subprocess.run(unshare, capture_output=True, check=False).returncode != 0:
+            raise unittest.SkipTest("needs mount namespaces")
+        temporary = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(temporary.cleanup)
+        cls.root = Path(temporary.name).resolve()
+        for name, text in TINY.items():
+            (cls.root / name).parent.mkdir(parents=True, exist_ok=True)
+            (cls.root / name).write_text(textwrap.dedent(text).lstrip("\n"))
+        for words in (["-S", cls.root, "-B", cls.root / "build", "-G", "Ninja"], ["--build", cls.root / "build"]):
+            subprocess.run(["cmake", *map(str, words)], capture_output=True, check=True)
+        cls.mutate = mutate = load_mutate()
+        mutate.ROOT, mutate.PLAIN, mutate.WORK = cls.root, cls.root / "build", cls.root / "build" / "work"
+        mutate.RESULTS, mutate.KNOWN = cls.root / "results", cls.root / "known"
+        mutate.FOLDERS = {
+            "tiny": mutate.Folder(whole=("unit_tiny",), real={"process_tiny": "*"}, main="Answer*")
+        }
+        mutate.commit = lambda: "a"
+
+    def results(self, **options):
+        """What became of the changes: file and change -> result; and the exit code."""
+        words = dict(folder=["tiny"], file=None, again=False, sample=None, seed=None, fresh=True, quick=False, jobs=2)
+        runner = self.mutate.Runner(argparse.Namespace(**words | options))
+        with contextlib.redirect_stderr(io.StringIO()), contextlib.redirect_stdout(io.StringIO()):
+            runner.plan()
+            results = runner.work()
+            self.status = runner.report(results)
+        return {f"{m.file} {m.name}": result for m, result in results.items()}
+
+    def contents(self):
+        files = [path for path in self.root.rglob("*") if path.is_file() and path.suffix not in (".jsonl", ".json")]
+        return {str(path): path.read_bytes() for path in files if not path.name.startswith(("survivors.", "mutate.log"))}
+
+    def test_each_change_is_noticed_by_what_looks_at_it(self):
+        results = self.results()
+        self.assertEqual(results["tiny/Tiny.cpp + -> - in return number + number;"], "its unit tests")
+        self.assertEqual(results["tiny/inner/Half.cpp 2 -> 3 in return number / 2;"], "other unit tests")
+        self.assertEqual(results["tiny/main.cpp 21 -> 22 in const int answer = twice(21);"], "tests of the real host")
+        self.assertEqual(results["tiny/Tiny.cpp 7 -> 8 in return 7;"], "")
+        self.assertEqual(self.status, 1)
+
+    def test_quick_run_leaves_the_real_programs_out(self):
+        results = self.results(quick=True, file=["main.cpp"])
+        self.assertEqual(results["tiny/main.cpp 21 -> 22 in const int answer = twice(21);"], "")
+
+    def test_known_survivor_is_no_gap(self):
+        survivors = [name for name, result in self.results(file=["Tiny.cpp"]).items() if not result]
+        keys = [name.replace(" ", " nobodyAsks: ", 1) for name in survivors]
+        self.mutate.KNOWN.write_text("\n".join(keys) + "\n")
+        self.addCleanup(self.mutate.KNOWN.unlink)
+        self.results(file=["Tiny.cpp"])
+        self.assertEqual(self.status, 0)
+
+    def test_nothing_is_changed_in_the_tree(self):
+        before = self.contents()
+        self.results()
+        self.assertEqual(self.contents(), before)
+
+
 class Interrupted(Exception):
     pass
 
@@ -70,7 +250,7 @@ class TakenOverTest(unittest.TestCase):
         self.mutate.PLAIN = Path(temporary.name)
         self.mutate.RESULTS = self.mutate.PLAIN / "results"
         self.mutate.WORK = self.mutate.PLAIN / "work"
-        self.mutate.Tree = lambda path: None
+        self.mutate.Tree = lambda path, programs: None
         self.mutate.commit = lambda: self.commit
         self.commit = "a"
         self.program = "1"
@@ -82,7 +262,7 @@ class TakenOverTest(unittest.TestCase):
         test = self
 
         class Sut(self.mutate.Runner):
-            def measure(self, planned):
+            def precompile(self, left):
                 pass
 
             def examine(self, worker, mutation):
@@ -96,7 +276,7 @@ class TakenOverTest(unittest.TestCase):
                 test.kept.append(mutation.key)
 
         self.examined, self.kept, self.said = [], [], io.StringIO()
-        words = dict(file=None, again=False, sample=10, seed=1, fresh=False, quick=False, jobs=1) | options
+        words = dict(folder=["MfDriverManager"], file=None, again=False, sample=10, seed=1, fresh=False, quick=False, jobs=1) | options
         sut = Sut(argparse.Namespace(**words))
         sut.known = set(known)
         with contextlib.redirect_stderr(self.said), contextlib.redirect_stdout(io.StringIO()):

@@ -199,7 +199,7 @@ class Reader:
         if token.text == "{":
             return self.read_block(index)
         if token.text == "if":
-            condition = index + 1
+            condition = index + 2 if self.is_(index + 1, "constexpr") else index + 1
             body = self.read_statement(self.tokens[condition].partner + 1)
             last, other = body.last, None
             if self.is_(last + 1, "else"):
