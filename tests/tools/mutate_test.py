@@ -121,7 +121,7 @@ TINY = {
         target_link_libraries(unit_tiny PRIVATE tiny GTest::gtest_main)
         add_executable(process_tiny AnswerTest.cpp)
         target_compile_definitions(process_tiny PRIVATE ANSWER="$<TARGET_FILE:answer>")
-        target_link_libraries(process_tiny PRIVATE GTest::gtest_main)
+        target_link_libraries(process_tiny PRIVATE halves GTest::gtest_main)
         add_dependencies(process_tiny answer)
         """,
     "tiny/Tiny.cpp": """
@@ -142,6 +142,9 @@ TINY = {
         int half(int number) {
             return number / 2;
         }
+        int nobodyHalves() {
+            return 9;
+        }
         """,
     "tiny/main.cpp": """
         #include <cstdio>
@@ -160,13 +163,20 @@ TINY = {
         """,
     "AnswerTest.cpp": """
         #include <gtest/gtest.h>
+        #include <sched.h>
         #include <cstdio>
+        #include <filesystem>
         TEST(AnswerTest, SaysTheAnswer) {
             FILE* pAnswer = popen(ANSWER, "r");
             char text[20] = {};
             fgets(text, sizeof text, pAnswer);
             pclose(pAnswer);
             EXPECT_STREQ(text, "answer 42");
+        }
+        TEST(OwnNamespaceTest, FindsItself) {
+            unshare(CLONE_NEWNS);
+            EXPECT_EQ(std::filesystem::path(ANSWER).parent_path() / "process_tiny",
+                      std::filesystem::read_symlink("/proc/self/exe"));
         }
         """,
 }
@@ -216,6 +226,7 @@ class TinyFolderTest(unittest.TestCase):
         self.assertEqual(results["tiny/inner/Half.cpp 2 -> 3 in return number / 2;"], "other unit tests")
         self.assertEqual(results["tiny/main.cpp 21 -> 22 in const int answer = twice(21);"], "tests of the real host")
         self.assertEqual(results["tiny/Tiny.cpp 7 -> 8 in return 7;"], "")
+        self.assertEqual(results["tiny/inner/Half.cpp 9 -> 8 in return 9;"], "")
         self.assertEqual(self.status, 1)
 
     def test_quick_run_leaves_the_real_programs_out(self):
