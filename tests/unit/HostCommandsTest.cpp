@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
+#include <utility>
+#include <vector>
 
 #include "LogCapture.h"
 #include "sal/CmdProcessor.h"
@@ -129,6 +131,38 @@ TEST_F(HostCommandsTest, DriversShowsTrafficAndWhatIsQueued) {
     EXPECT_NE(std::string::npos, text.find("  12/341        2/1            0\n")) << text;
 }
 
+TEST_F(HostCommandsTest, DriversShowsHowEachIsReached) {
+    std::vector<WorkplaceFile::Entry> entries;
+    for (const auto& [id, type] : {std::pair{"A", EInterfaceTypes::Direct},
+                                   {"B", EInterfaceTypes::Queue},
+                                   {"C", EInterfaceTypes::Socket},
+                                   {"D", EInterfaceTypes::None}}) {
+        entries.emplace_back();
+        entries.back().driverID = id;
+        entries.back().driverType = "T";
+        entries.back().version = "1";
+        entries.back().interfaceType = type;
+    }
+    m_roster.configure(entries, true);
+    const std::string text = reply("drivers");
+    EXPECT_NE(std::string::npos, text.find("\nA      T      1        direct  -  ")) << text;
+    EXPECT_NE(std::string::npos, text.find("\nB      T      1        queue   -  ")) << text;
+    EXPECT_NE(std::string::npos, text.find("\nC      T      1        socket  -  ")) << text;
+    EXPECT_NE(std::string::npos, text.find("\nD      T      1        none    -  ")) << text;
+}
+
+TEST_F(HostCommandsTest, QueuesShowsHowEachIs) {
+    sal::MessageQueue queue;
+    ASSERT_TRUE(queue.create("SYS_INQ", 10, 100, 0));
+    const unsigned char bytes[5] = {};
+    ASSERT_TRUE(queue.send(bytes, 5, 0));
+    ASSERT_TRUE(queue.send(bytes, 5, 0));
+    EXPECT_EQ(
+        "queue    depth  capacity  highest  messages  bytes  waits  waiting  holders  receiver\n"
+        "SYS_INQ  2      10        2        2         10     0      -        1        no\n",
+        reply("queues"));
+}
+
 TEST_F(HostCommandsTest, StateShowsTypeValueOwnerAndWhetherItHolds) {
     m_store.setStateValueFloat("AXIS1.POS", 1.5F);
     m_store.setStateValue("SYS.NAME", "vm");
@@ -145,6 +179,24 @@ TEST_F(HostCommandsTest, StateShowsHowOldAValueIs) {
     m_now = StateStore::Clock::now() + std::chrono::minutes(10);
     EXPECT_EQ("key    type  value  set by  age     holds\nSYS.N  int   1      SYS     10 min  yes\n",
               reply("state"));
+}
+
+TEST_F(HostCommandsTest, AgeIsShownInTheLargestUnitThatGivesTwo) {
+    m_store.setStateValueInt("SYS.N", 1);
+    const auto reported = m_store.entries("SYS.N").front().reported;
+    const auto shown = [&](std::chrono::seconds age) {
+        m_now = reported + age;
+        const std::string text = reply("state");
+        const auto begin = text.find("SYS     ", text.find('\n')) + 8;
+        return text.substr(begin, text.find("  ", begin) - begin);
+    };
+    EXPECT_EQ("119 s", shown(std::chrono::seconds(119)));
+    EXPECT_EQ("2 min", shown(std::chrono::minutes(2)));
+    EXPECT_EQ("119 min", shown(std::chrono::seconds(7199)));
+    EXPECT_EQ("2 h", shown(std::chrono::hours(2)));
+    EXPECT_EQ("47 h", shown(std::chrono::seconds(48 * 3600 - 1)));
+    EXPECT_EQ("2 d", shown(std::chrono::hours(48)));
+    EXPECT_EQ("3 d", shown(std::chrono::hours(72)));
 }
 
 TEST_F(HostCommandsTest, StateTakesAPattern) {
@@ -234,5 +286,6 @@ TEST_F(HostCommandsTest, EventsAreListedInOrder) {
     m_store.triggerEvent("SYS.HIGH", "7");
     m_store.triggerEvent("AXIS1.DONE", "");
     const std::string text = reply("events");
+    EXPECT_TRUE(text.starts_with("time                 event       value  from\n20")) << text;
     EXPECT_LT(text.find("SYS.HIGH"), text.find("AXIS1.DONE"));
 }
