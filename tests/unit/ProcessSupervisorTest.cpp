@@ -1,8 +1,10 @@
 #include "ProcessSupervisor.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -139,6 +141,14 @@ protected:
         const std::lock_guard lock(m_mutex);
         m_queues = queues;
     }
+    void onLook(std::function<void()> action) {
+        const std::lock_guard lock(m_mutex);
+        m_onLook = std::move(action);
+    }
+    void onAsked(std::function<void()> action) {
+        const std::lock_guard lock(m_mutex);
+        m_onAsked = std::move(action);
+    }
     /// The driver's process claims its queue.
     void attach(const std::string& id) {
         const std::lock_guard lock(m_mutex);
@@ -256,6 +266,8 @@ protected:
                 .hasReader =
                     [this](const std::string& name) {
                         const std::lock_guard lock(m_mutex);
+                        if (m_onAsked)
+                            m_onAsked();
                         return m_attached.contains(name);
                     }};
     }
@@ -280,7 +292,8 @@ protected:
     std::mutex m_mutex;
     CommandActivity m_activity;
     std::vector<sal::MessageQueue::Status> m_queues;
-    std::function<void()> m_onLook;  ///< when the supervisor looks at the queues, before it is answered
+    std::function<void()> m_onLook;   ///< when the supervisor looks at the queues, before it is answered
+    std::function<void()> m_onAsked;  ///< when it asks whether a process has attached
     std::vector<std::string> m_gone;
     std::vector<std::string> m_restarts;
     std::vector<sal::MessageQueue::Refusal> m_refused;
@@ -331,6 +344,20 @@ class ProcessSupervisorThatIsNotHurried : public ProcessSupervisorTest {
 protected:
     ProcessSupervisorThatIsNotHurried()
         : ProcessSupervisorTest(shortTimesBut([](auto& settings) { settings.shutdownLimit = 3h; })) {}
+};
+
+/// A time-out that is no multiple of a tenth of a second.
+class ProcessSupervisorWithUnevenTimes : public ProcessSupervisorTest {
+protected:
+    ProcessSupervisorWithUnevenTimes()
+        : ProcessSupervisorTest(shortTimesBut([](auto& settings) { settings.stopTimeout = 299ms; })) {}
+};
+
+/// A hang lasts so long that nobody need look for it often.
+class ProcessSupervisorThatLooksSeldom : public ProcessSupervisorTest {
+protected:
+    ProcessSupervisorThatLooksSeldom()
+        : ProcessSupervisorTest(shortTimesBut([](auto& settings) { settings.hangTimeout = 1h; })) {}
 };
 
 /// Nobody who was told to end is killed before the limit of a shutdown.
@@ -412,6 +439,69 @@ TEST_F(ProcessSupervisorTest, KillsWhatDoesNotHeedTheSignal) {
     EXPECT_TRUE(hasLogged("did not heed SIGTERM and is killed"));
 }
 
+TEST_F(ProcessSupervisorTest, KillsOnceWhatADebuggerHolds) {
+    startDeaf("A");
+    const int pid = driver("A").pid;
+    int ends[2];
+    ASSERT_EQ(0, ::pipe2(ends, O_CLOEXEC));
+    const pid_t debugger = ::fork();
+    ASSERT_GE(debugger, 0);
+    if (debugger == 0) {
+        const char isHeld = ::ptrace(PTRACE_SEIZE, pid, nullptr, nullptr) == 0;
+        static_cast<void>(!::write(ends[1], &isHeld, 1));
+        for (;;)
+            ::pause();
+    }
+    char isHeld = 0;
+    EXPECT_EQ(1, ::read(ends[0], &isHeld, 1));
+    if (isHeld) {
+        setActivity("reloadDriver A", "A");
+        EXPECT_TRUE(hasLogged("did not heed SIGTERM and is killed\n"));
+        // Several rounds of the supervision, which cannot collect it.
+        std::this_thread::sleep_for(500ms);
+        EXPECT_EQ(2, loggedLines()) << log();
+    }
+    ::kill(debugger, SIGKILL);
+    ::waitpid(debugger, nullptr, 0);
+    ::close(ends[0]);
+    ::close(ends[1]);
+    if (!isHeld)
+        GTEST_SKIP() << "this machine lets nobody trace another process";
+    EXPECT_TRUE(hasEnded("A"));
+}
+
+TEST_F(ProcessSupervisorWithUnevenTimes, TimeIsGivenInTenthsThatAreOver) {
+    start("A");
+    setActivity("reloadDriver A", "A");
+    ASSERT_TRUE(hasEnded("A"));
+    EXPECT_TRUE(hasLogged("has not ended 0.2 s after it was to stop; it is ended"));
+}
+
+TEST_F(ProcessSupervisorThatLooksSeldom, LooksAtTheQueuesOnceASecond) {
+    std::atomic<int> looks = 0;
+    const auto begin = std::chrono::steady_clock::now();
+    onLook([&] { ++looks; });
+    start("A");
+    EXPECT_TRUE(eventually([&] { return looks >= 3; }));
+    const int seen = looks;
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, (seen - 2) * 1s);
+    onLook({});
+}
+
+TEST_F(ProcessSupervisorThatLooksSeldom, LooksMoreOftenForAProcessThatComesUpAgain) {
+    std::atomic<int> looks = 0;
+    std::atomic<int> asked = 0;
+    start("A", "exit 3");
+    ASSERT_TRUE(waitUntil([&] { return !restarts().empty(); }));
+    ASSERT_TRUE(m_sut.beginRestart("A"));
+    onLook([&] { ++looks; });
+    onAsked([&] { ++asked; });
+    start("A");
+    EXPECT_TRUE(eventually([&] { return asked > 3 * looks + 10; }));
+    onLook({});
+    onAsked({});
+}
+
 TEST_F(ProcessSupervisorTest, LeavesTheNewProcessOfAReloadAlone) {
     setActivity("reloadDriver A", "A");
     start("A");
@@ -433,6 +523,19 @@ TEST_F(ProcessSupervisorTest, EndsTheDriverWhoseFullQueueHoldsUpTheCommandThread
     setActivity("sendFID B.GO", "");
     ASSERT_TRUE(hasEnded("B"));
     EXPECT_TRUE(m_roster.isRunning("A"));
+    EXPECT_TRUE(hasLogged("has not taken a message for 0.3 s and holds up \"sendFID B.GO\""));
+}
+
+TEST_F(ProcessSupervisorTest, QueueToTheHostDoesNotHideTheDriverThatHoldsUpTheCommandThread) {
+    start("B");
+    sal::MessageQueue::Status input;
+    input.name = "B_INQ";
+    input.waitingForMs = 400;
+    sal::MessageQueue::Status output = input;
+    output.name = "B_OUTQ";
+    setQueues({input, output});
+    setActivity("sendFID B.GO", "");
+    ASSERT_TRUE(hasEnded("B"));
     EXPECT_TRUE(hasLogged("has not taken a message for 0.3 s and holds up \"sendFID B.GO\""));
 }
 
@@ -576,6 +679,22 @@ TEST_F(ProcessSupervisorTest, NamesTheCommandThatHoldsUpAShutdown) {
     m_sut.beginShutdown(0);
     ASSERT_TRUE(waitUntil([&] { return m_exitCode == 0; }));
     EXPECT_TRUE(hasLogged("\"start-up\" holds up the shutdown"));
+}
+
+TEST_F(ProcessSupervisorTest, NamesTheCommandThatHoldsUpAShutdownThoughProcessesRun) {
+    start("A");
+    setActivity("start-up", "");
+    m_sut.beginShutdown(0);
+    ASSERT_TRUE(waitUntil([&] { return m_exitCode == 0; }));
+    EXPECT_TRUE(hasLogged("\"start-up\" holds up the shutdown"));
+}
+
+TEST_F(ProcessSupervisorTest, CallInTheHostsProcessHoldsUpAShutdownMoreThanAFullQueue) {
+    m_roster.callBegins("A", "deinitialize");
+    setWaitingQueue("B_INQ", 400);
+    m_sut.beginShutdown(0);
+    ASSERT_TRUE(waitUntil([&] { return m_exitCode == 0; }));
+    EXPECT_TRUE(hasLogged("A: deinitialize() holds up the shutdown"));
 }
 
 TEST_F(ProcessSupervisorTest, AsksForTheStartOfADriverThatEnded) {
@@ -744,19 +863,15 @@ TEST_F(ProcessSupervisorTest, LeavesAProcessThatTakesMessages) {
     start("A");
     setStanding("A");
     std::atomic<int> looks = 0;
-    {
-        // One message between each two looks, however far apart they are.
-        const std::lock_guard lock(m_mutex);
-        m_onLook = [&] {
-            ++m_queues.front().received;
-            ++looks;
-        };
-    }
+    // One message between each two looks, however far apart they are.
+    onLook([&] {
+        ++m_queues.front().received;
+        ++looks;
+    });
     std::this_thread::sleep_for(1s);
     EXPECT_TRUE(waitUntil([&] { return looks >= 20; }));
     EXPECT_TRUE(m_roster.isRunning("A"));
-    const std::lock_guard lock(m_mutex);
-    m_onLook = nullptr;
+    onLook({});
 }
 
 TEST_F(ProcessSupervisorThatKillsNobody, LeavesOneThatWaitsForTheHostWhileAnotherThatHangsIsEnded) {
@@ -786,10 +901,7 @@ TEST_F(ProcessSupervisorThatKillsNobody, OneThatWaitsForTheHostHangsOnceTheHostH
         queue.depth = queue.capacity;
     queues.front().waitingForMs = 399;
     std::atomic<int> looks = 0;
-    {
-        const std::lock_guard lock(m_mutex);
-        m_onLook = [&] { ++looks; };
-    }
+    onLook([&] { ++looks; });
     setQueues(queues);
     // Longer than any hang, with more looks than one takes.
     std::this_thread::sleep_for(2s);
@@ -798,8 +910,7 @@ TEST_F(ProcessSupervisorThatKillsNobody, OneThatWaitsForTheHostHangsOnceTheHostH
     queues.front().waitingForMs = 400;
     setQueues(queues);
     EXPECT_TRUE(waitUntil([&] { return driver("A").cause.starts_with("hung for "); }));
-    const std::lock_guard lock(m_mutex);
-    m_onLook = nullptr;
+    onLook({});
 }
 
 TEST_F(ProcessSupervisorThatKillsNobody, ShowsWhereAHungProcessStands) {
