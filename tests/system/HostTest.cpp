@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <sstream>
 
@@ -67,8 +68,10 @@ protected:
         return host;
     }
     /// The same host at a terminal.
-    std::unique_ptr<Terminal> startAtATerminal(const std::vector<std::string>& options = {}) {
-        const HostProcess::Start call = this->call(options);
+    std::unique_ptr<Terminal> startAtATerminal(const std::vector<std::string>& options = {},
+                                               const std::map<std::string, std::string>& environment = {}) {
+        HostProcess::Start call = this->call(options);
+        call.environment.insert(environment.begin(), environment.end());
         return std::make_unique<Terminal>([&] {
             for (const auto& [name, value] : call.environment)
                 ::setenv(name.c_str(), value.c_str(), 1);
@@ -451,6 +454,35 @@ TEST_F(HostTest, StandardStreamsThatTheCallerHasClosedBecomeNothingElse) {
     }
     host.signal(SIGTERM);
     EXPECT_EQ(0, host.waitForEnd());
+}
+
+TEST_F(HostTest, WorkingDirectoryThatCannotBeMadeEndsTheHostWithTheReason) {
+    HostProcess::Start call = this->call();
+    const fs::path directory = m_workplace.configuration() / "run";
+    call.arguments.back() = directory;
+    HostProcess& host = startCall(call);
+    EXPECT_EQ(1, host.waitForEnd());
+    EXPECT_EQ("mfhost: --workdir " + directory.string() + ": Not a directory\n", host.log());
+}
+
+TEST_F(HostTest, SandboxThatCannotBeHadEndsTheHostWithTheReason) {
+    HostProcess::Start call = this->call();
+    const fs::path directory = m_workplace.configuration() / "kept";
+    call.arguments.front() = "--sandbox=" + directory.string();
+    HostProcess& host = startCall(call);
+    EXPECT_EQ(1, host.waitForEnd());
+    EXPECT_EQ("mfhost: --sandbox is not possible here: cannot make " + directory.string() +
+                  "/data: Not a directory\n",
+              host.log());
+}
+
+TEST_F(HostTest, LettersBeyondAsciiAreTypedAsTheyAre) {
+    const auto pTerminal = startAtATerminal({}, {{"LC_ALL", "C.UTF-8"}});
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("\xc3\xa4"));
+    EXPECT_TRUE(pTerminal->shows("\xc3\xa4")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("\x15quit\r"));
+    EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
 }
 
 TEST_F(HostTest, SignalDuringTheStartShutsDown) {
