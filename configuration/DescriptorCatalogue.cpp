@@ -61,7 +61,7 @@ void DescriptorCatalogue::readFile(const std::string& directory, const std::stri
         return;
     }
     TiXmlDocument document(file);
-    if (const XmlLoader::Fault fault = XmlLoader::load(document, *input.bytes); !fault.text.empty())
+    if (const XmlFault fault = loadXml(document, *input.bytes); !fault.text.empty())
         warn(file, fault.line, fault.text + "; the descriptor is skipped");
     else
         readDocument(document, directory, file);

@@ -65,8 +65,8 @@ void WorkplaceFile::stopAt(int line, const std::string& text, const std::string&
 
 void WorkplaceFile::read(const XmlInput& input) {
     TiXmlDocument document(m_path);
-    const XmlLoader::Fault fault = input.bytes ? XmlLoader::load(document, *input.bytes)
-                                               : XmlLoader::Fault{0, "cannot be read: " + input.error};
+    const XmlFault fault =
+        input.bytes ? loadXml(document, *input.bytes) : XmlFault{0, "cannot be read: " + input.error};
     if (!fault.text.empty()) {
         stopAt(fault.line, fault.text, "only the panel driver is started");
         return;

@@ -22,7 +22,7 @@ int lastLine(const std::string& bytes) {
 
 }  // namespace
 
-XmlLoader::Fault XmlLoader::load(TiXmlDocument& document, const std::string& bytes) {
+XmlFault loadXml(TiXmlDocument& document, const std::string& bytes) {
     // A stream that is only read never writes to its memory.
     const std::unique_ptr<std::FILE, Close> pStream(
         ::fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "rb"));

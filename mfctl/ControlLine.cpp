@@ -7,7 +7,7 @@
 #include "Printable.h"
 #include "SigningCommands.h"
 
-int ControlLine::run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+int runControlLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
     std::string name;
     std::string key;
     std::string trust;

@@ -2,10 +2,6 @@
 
 #include <ostream>
 
-/// mfctl's command line. One thread.
-class ControlLine {
-public:
-    /// Executes the command that the arguments name, and returns the exit code: 0, 1 when it failed, 2 after
-    /// wrong usage (said on err).
-    static int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err);
-};
+/// Executes the command of mfctl that the arguments name, and returns the exit code: 0, 1 when it failed, 2
+/// after wrong usage (said on err). Main thread.
+int runControlLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err);

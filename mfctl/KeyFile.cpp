@@ -66,14 +66,14 @@ std::string KeyFile::writePrivate(const std::string& path) const {
     if (!pBio ||
         PEM_write_bio_PrivateKey(pBio.get(), m_pKey.get(), nullptr, nullptr, 0, nullptr, nullptr) != 1)
         return path + ": the key cannot be encoded";
-    return OutputFile::create(path, textOf(pBio.get()), 0600);
+    return createFile(path, textOf(pBio.get()), 0600);
 }
 
 std::string KeyFile::writePublic(const std::string& path) const {
     const Bio pBio(BIO_new(BIO_s_mem()));
     if (!pBio || PEM_write_bio_PUBKEY(pBio.get(), m_pKey.get()) != 1)
         return path + ": the key cannot be encoded";
-    return OutputFile::create(path, textOf(pBio.get()), 0644);
+    return createFile(path, textOf(pBio.get()), 0644);
 }
 
 KeyFile::Bytes KeyFile::sign(const Bytes& content) const {

@@ -18,7 +18,7 @@ bool settle(int fd, const std::string& content) {
 
 }  // namespace
 
-std::string OutputFile::create(const std::string& path, const std::string& content, mode_t mode) {
+std::string createFile(const std::string& path, const std::string& content, mode_t mode) {
     const base::UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (!file)
         return path + ": " + std::strerror(errno);
@@ -29,9 +29,9 @@ std::string OutputFile::create(const std::string& path, const std::string& conte
     return error;
 }
 
-std::string OutputFile::replace(const std::string& path, const std::string& content) {
+std::string replaceFile(const std::string& path, const std::string& content) {
     const std::string draft = path + "." + std::to_string(::getpid());
-    if (std::string error = create(draft, content, 0644); !error.empty())
+    if (std::string error = createFile(draft, content, 0644); !error.empty())
         return error;
     if (std::rename(draft.c_str(), path.c_str()) == 0)
         return {};

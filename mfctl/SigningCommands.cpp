@@ -85,10 +85,9 @@ int SigningCommands::sign(const std::string& keyFile, const std::vector<std::str
             exitCode = fail(file + " cannot be signed");
             continue;
         }
-        std::string error =
-            OutputFile::replace(file + ".sig", std::string(signature.begin(), signature.end()));
+        std::string error = replaceFile(file + ".sig", std::string(signature.begin(), signature.end()));
         if (error.empty())
-            error = OutputFile::replace(file + ".sig.info", record(key, bytes, file));
+            error = replaceFile(file + ".sig.info", record(key, bytes, file));
         if (error.empty())
             m_out << base::printable(file) << ": signed with " << fingerprint(key) << std::endl;
         else

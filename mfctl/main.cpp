@@ -3,5 +3,5 @@
 #include "ControlLine.h"
 
 int main(int argc, char** argv) {
-    return ControlLine::run(argc, argv, std::cout, std::cerr);
+    return runControlLine(argc, argv, std::cout, std::cerr);
 }

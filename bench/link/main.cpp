@@ -217,7 +217,7 @@ void measureStarts(const Amounts& amounts, int round, Directory& directory, cons
 }
 
 void run(const Amounts& amounts) {
-    if (const auto refusal = Sandbox::enter({}))
+    if (const auto refusal = enterSandbox({}))
         throw std::runtime_error("no namespaces of its own: " + *refusal);
     const Results results(dup(STDOUT_FILENO));
     Directory directory;

@@ -10,8 +10,8 @@
 namespace sal {
 
 /// One thread's stream for one output and level. Gathers a line and hands it to the log when it is ended with
-/// std::endl, then takes back what manipulators changed. Owned by that thread's LineStreams; may outlive the
-/// log, and then drops its lines.
+/// std::endl, then takes back what manipulators changed. Owned by that thread; may outlive the log, and then
+/// drops its lines.
 class LineStream : public std::ostream {
 public:
     LineStream(std::weak_ptr<LogCore> pCore, const std::string& output, int level);

@@ -44,8 +44,8 @@ void dropOrphans(ThreadStreams& threads) {
 
 }  // namespace
 
-std::ostream& LineStreams::stream(std::uint64_t outputNumber, const std::string& outputName, int level,
-                                  const std::shared_ptr<LogCore>& pCore) {
+std::ostream& lineStream(std::uint64_t outputNumber, const std::string& outputName, int level,
+                         const std::shared_ptr<LogCore>& pCore) {
     if (s_threadEnds)
         return nowhereForEndingThreads();
     ThreadStreams& threads = threadStreams();
@@ -60,7 +60,7 @@ std::ostream& LineStreams::stream(std::uint64_t outputNumber, const std::string&
     return *pStream;
 }
 
-std::ostream& LineStreams::nowhere() {
+std::ostream& nullStream() {
     return s_threadEnds ? nowhereForEndingThreads() : threadStreams().nowhere;
 }
 

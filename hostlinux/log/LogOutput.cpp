@@ -18,9 +18,8 @@ const std::string& LogOutput::name() const {
 
 std::ostream& LogOutput::level(int level) {
     if (!enabled(level))
-        return LineStreams::nowhere();
-    return LineStreams::stream(m_pImpl->number, m_pImpl->name, std::max<int>(level, eCritical),
-                               m_pImpl->pCore);
+        return nullStream();
+    return lineStream(m_pImpl->number, m_pImpl->name, std::max<int>(level, eCritical), m_pImpl->pCore);
 }
 
 bool LogOutput::enabled(int level) const {

@@ -9,7 +9,7 @@
 #include "WorkplaceSnapshot.h"
 #include "XMLVerify.h"
 
-int CheckCommand::run(const Options& options, std::ostream& out) {
+int runCheck(const Options& options, std::ostream& out) {
     std::vector<Finding> findings;
     XMLVerify::setTrustDirectory(options.trustDirectory);
     const WorkplaceSnapshot snapshot(options.config);

@@ -4,10 +4,6 @@
 
 #include "Options.h"
 
-/// "mfhost --check": checks the files of a workplace and starts nothing. Used by main, before any thread is
-/// there.
-class CheckCommand {
-public:
-    /// Writes the report and returns the exit code: 0, or 1 when a start would be refused.
-    static int run(const Options& options, std::ostream& out);
-};
+/// "mfhost --check": checks the files of a workplace and starts nothing. Writes the report and returns the
+/// exit code: 0, or 1 when a start would be refused. Called by main, before it starts a thread.
+int runCheck(const Options& options, std::ostream& out);

@@ -1,6 +1,6 @@
 #include "DescriptorLimit.h"
 
-rlim_t DescriptorLimit::raise() {
+rlim_t raiseDescriptorLimit() {
     struct rlimit limit {};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return RLIM_INFINITY;

@@ -565,7 +565,7 @@ void Host::removeLeftQueues() const {
 }
 
 void Host::exitNow(int exitCode) const {
-    TerminalModes::restore();
+    restoreTerminalModes();
     // What was logged is worth a moment, but not a wait for a sink that nobody empties.
     struct Flush {
         std::mutex mutex;

@@ -28,8 +28,8 @@ void checkCommandName(const std::string& name) {
 
 }  // namespace
 
-std::variant<Options, int> OptionParser::parse(int argc, const char* const* argv, std::ostream& out,
-                                               std::ostream& err) {
+std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::ostream& out,
+                                        std::ostream& err) {
     Options options;
     bool noStartDrivers = false;
     bool noConsole = false;

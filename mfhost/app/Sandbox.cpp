@@ -169,7 +169,7 @@ Refusal answerOf(pid_t process, int pipe) {
 
 }  // namespace
 
-std::optional<std::string> Sandbox::enter(const std::string& directory) {
+std::optional<std::string> enterSandbox(const std::string& directory) {
     if (auto refusal = unshareNamespaces())
         return refusal;
     if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
@@ -180,16 +180,16 @@ std::optional<std::string> Sandbox::enter(const std::string& directory) {
         return refused("mount tmpfs on /dev/shm");
     // Where the system refuses a fresh one, /sys/class/net goes on showing the machine's adapters.
     static_cast<void>(::mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr));
-    return SandboxNetwork::setUp(s_address);
+    return setUpSandboxNetwork("192.0.2.10/24");
 }
 
-std::optional<std::string> Sandbox::refusal() {
+std::optional<std::string> sandboxRefusal() {
     int answer[2];
     if (::pipe2(answer, O_CLOEXEC) != 0)
         return refused("pipe");
     const pid_t child = ::fork();
     if (child == 0) {
-        const std::string reason = enter({}).value_or("");
+        const std::string reason = enterSandbox({}).value_or("");
         const bool isSaid = ::write(answer[1], reason.data(), reason.size()) >= 0;
         ::_exit(reason.empty() && isSaid ? 0 : 1);
     }

@@ -68,7 +68,7 @@ Refusal addAddress(nl_sock* pSocket, const char* name, const std::string& text) 
 
 }  // namespace
 
-std::optional<std::string> SandboxNetwork::setUp(const std::string& address) {
+std::optional<std::string> setUpSandboxNetwork(const std::string& address) {
     const Socket socket(nl_socket_alloc());
     if (!socket)
         return "no memory for a netlink socket";

@@ -102,13 +102,13 @@ bool useMachine(Options& options, const std::string& refusal) {
 std::optional<int> enterPlace(Options& options) {
     const NarrowUmask umask;
     if (options.prefersSandbox) {
-        const auto refusal = Sandbox::refusal();
+        const auto refusal = sandboxRefusal();
         if (refusal && !useMachine(options, *refusal))
             return 1;
         options.sandbox = !refusal;
     }
     if (options.sandbox) {
-        if (const auto reason = Sandbox::enter(options.sandboxDirectory)) {
+        if (const auto reason = enterSandbox(options.sandboxDirectory)) {
             std::cerr << "mfhost: --sandbox is not possible here: " << base::printable(*reason) << std::endl;
             return 1;
         }
@@ -149,18 +149,18 @@ int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDi
 int runProgram(int argc, char** argv) {
     // The terminal's character set, for line editing; numbers stay as they are written everywhere.
     std::setlocale(LC_CTYPE, "");
-    auto parsed = OptionParser::parse(argc, argv, std::cout, std::cerr);
+    auto parsed = parseOptions(argc, argv, std::cout, std::cerr);
     if (const int* pExitCode = std::get_if<int>(&parsed))
         return *pExitCode;
     auto& options = std::get<Options>(parsed);
 
     if (options.check)
-        return CheckCommand::run(options, std::cout);
+        return runCheck(options, std::cout);
     if (const std::optional<int> exitCode = enterPlace(options))
         return *exitCode;
-    setEnvironment(options, DescriptorLimit::raise());
+    setEnvironment(options, raiseDescriptorLimit());
     const sal::HostQueueDirectory queueDirectory;
-    TerminalModes::remember();
+    rememberTerminalModes();
     StopSignals signals;
     return runHost(options, signals, queueDirectory);
 }

@@ -8,11 +8,11 @@ termios s_modes;
 bool s_areKnown = false;
 }  // namespace
 
-void TerminalModes::remember() {
+void rememberTerminalModes() {
     s_areKnown = ::tcgetattr(STDIN_FILENO, &s_modes) == 0;
 }
 
-void TerminalModes::restore() {
+void restoreTerminalModes() {
     if (s_areKnown)
         ::tcsetattr(STDIN_FILENO, TCSANOW, &s_modes);
 }

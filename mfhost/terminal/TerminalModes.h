@@ -1,10 +1,7 @@
 #pragma once
 
-/// The terminal's modes as the program found them, to be given back on a way out that runs no destructors.
-class TerminalModes {
-public:
-    /// Before anything changes them.
-    static void remember();
-    /// Any thread.
-    static void restore();
-};
+/// Notes the terminal's modes as the program finds them. Called by main, before anything changes them.
+void rememberTerminalModes();
+
+/// Gives the terminal the modes that were noted, for a way out that runs no destructors. Any thread.
+void restoreTerminalModes();

@@ -38,7 +38,7 @@ protected:
     }
     int run() {
         m_out.str({});
-        return CheckCommand::run(m_options, m_out);
+        return runCheck(m_options, m_out);
     }
 
     TemporaryDirectory m_directory;

@@ -20,7 +20,7 @@ protected:
         std::vector<const char*> argv;
         for (const std::string& argument : arguments)
             argv.push_back(argument.c_str());
-        return ControlLine::run(static_cast<int>(argv.size()), argv.data(), m_out, m_err);
+        return runControlLine(static_cast<int>(argv.size()), argv.data(), m_out, m_err);
     }
 
     TemporaryDirectory m_directory;

@@ -15,7 +15,7 @@ protected:
 TEST_F(DescriptorLimitTest, RaisesTheSoftLimitToTheHardOneAndTellsTheFormer) {
     const struct rlimit low { 64, m_before.rlim_max };
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
-    EXPECT_EQ(DescriptorLimit::raise(), 64u);
+    EXPECT_EQ(raiseDescriptorLimit(), 64u);
     struct rlimit now {};
     ::getrlimit(RLIMIT_NOFILE, &now);
     EXPECT_EQ(now.rlim_cur, m_before.rlim_max);

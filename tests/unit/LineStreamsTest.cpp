@@ -18,25 +18,24 @@ protected:
 };
 
 TEST_F(LineStreams, SameOutputAndLevelIsTheSameStream) {
-    EXPECT_EQ(&sal::LineStreams::stream(number, "MDM", 4, pCore),
-              &sal::LineStreams::stream(number, "MDM", 4, pCore));
+    EXPECT_EQ(&sal::lineStream(number, "MDM", 4, pCore), &sal::lineStream(number, "MDM", 4, pCore));
 }
 
 TEST_F(LineStreams, OtherOutputOrLevelIsAnotherStream) {
-    const std::ostream* pStream = &sal::LineStreams::stream(number, "MDM", 4, pCore);
-    EXPECT_NE(&sal::LineStreams::stream(number + 1, "MDM", 4, pCore), pStream);
-    EXPECT_NE(&sal::LineStreams::stream(number, "MDM", 5, pCore), pStream);
+    const std::ostream* pStream = &sal::lineStream(number, "MDM", 4, pCore);
+    EXPECT_NE(&sal::lineStream(number + 1, "MDM", 4, pCore), pStream);
+    EXPECT_NE(&sal::lineStream(number, "MDM", 5, pCore), pStream);
 }
 
 TEST_F(LineStreams, NowhereFormatsNothing) {
-    EXPECT_FALSE(sal::LineStreams::nowhere().good());
+    EXPECT_FALSE(sal::nullStream().good());
 }
 
 TEST_F(LineStreams, ThreadLocalObjectThatLogsAfterTheStreamsAreGoneIsNotHeard) {
     struct LastWords {
         ~LastWords() {
-            sal::LineStreams::stream(ownNumber, "MDM", 4, pOwnCore) << "last words" << std::endl;
-            sal::LineStreams::nowhere() << "last words" << std::endl;
+            sal::lineStream(ownNumber, "MDM", 4, pOwnCore) << "last words" << std::endl;
+            sal::nullStream() << "last words" << std::endl;
         }
         std::uint64_t ownNumber = 0;
         std::shared_ptr<sal::LogCore> pOwnCore;
@@ -53,7 +52,7 @@ TEST_F(LineStreams, ThreadLocalObjectThatLogsAfterTheStreamsAreGoneIsNotHeard) {
         static thread_local LastWords s_lastWords;
         s_lastWords.ownNumber = number;
         s_lastWords.pOwnCore = pCore;
-        sal::LineStreams::stream(number, "MDM", 4, pCore) << "first words" << std::endl;
+        sal::lineStream(number, "MDM", 4, pCore) << "first words" << std::endl;
     }).join();
     pCore.reset();
     EXPECT_EQ(text.str(), "first words\n");

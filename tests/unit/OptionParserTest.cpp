@@ -11,7 +11,7 @@ class OptionParserTest : public testing::Test {
 protected:
     std::variant<Options, int> parse(std::vector<const char*> arguments) {
         arguments.insert(arguments.begin(), "mfhost");
-        return OptionParser::parse(static_cast<int>(arguments.size()), arguments.data(), m_out, m_err);
+        return parseOptions(static_cast<int>(arguments.size()), arguments.data(), m_out, m_err);
     }
     Options options(std::vector<const char*> more) {
         more.insert(more.begin(), {"--drivers", "/d", "--config", "/c.xml"});

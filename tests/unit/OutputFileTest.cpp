@@ -18,14 +18,14 @@ protected:
 }  // namespace
 
 TEST_F(OutputFileTest, CreateReplacesNothing) {
-    EXPECT_EQ("", OutputFile::create(path(), "new", 0600));
-    EXPECT_EQ(path() + ": File exists", OutputFile::create(path(), "newer", 0600));
+    EXPECT_EQ("", createFile(path(), "new", 0600));
+    EXPECT_EQ(path() + ": File exists", createFile(path(), "newer", 0600));
     EXPECT_EQ("new", m_directory.read("f"));
 }
 
 TEST_F(OutputFileTest, ReplaceTakesTheNewContentAndLeavesNoDraft) {
     m_directory.write("f", "old");
-    EXPECT_EQ("", OutputFile::replace(path(), "new"));
+    EXPECT_EQ("", replaceFile(path(), "new"));
     EXPECT_EQ("new", m_directory.read("f"));
     const std::filesystem::directory_iterator entries(m_directory.path());
     EXPECT_EQ(1, std::distance(begin(entries), end(entries)));
@@ -33,7 +33,7 @@ TEST_F(OutputFileTest, ReplaceTakesTheNewContentAndLeavesNoDraft) {
 
 TEST_F(OutputFileTest, ReplaceOverADirectoryFailsAndLeavesNoDraft) {
     std::filesystem::create_directory(path());
-    EXPECT_EQ(path() + ": Is a directory", OutputFile::replace(path(), "new"));
+    EXPECT_EQ(path() + ": Is a directory", replaceFile(path(), "new"));
     const std::filesystem::directory_iterator entries(m_directory.path());
     EXPECT_EQ(1, std::distance(begin(entries), end(entries)));
 }

@@ -28,7 +28,7 @@ bool areNamespacesRefused(const std::string& reason) {
 int inSandbox(const std::string& directory, const std::function<bool()>& body) {
     const pid_t child = ::fork();
     if (child == 0) {
-        if (const auto reason = Sandbox::enter(directory)) {
+        if (const auto reason = enterSandbox(directory)) {
             std::cerr << *reason << std::endl;
             ::_exit(areNamespacesRefused(*reason) ? 77 : 1);
         }
@@ -126,7 +126,7 @@ TEST(Sandbox, HasASharedMemoryDirectoryOfItsOwn) {
 
 TEST(Sandbox, TryLeavesTheProcessWhereItIs) {
     const std::string network = fs::read_symlink("/proc/self/ns/net");
-    const auto refusal = Sandbox::refusal();
+    const auto refusal = sandboxRefusal();
     EXPECT_EQ(network, fs::read_symlink("/proc/self/ns/net").string());
     if (refusal)
         GTEST_SKIP() << "needs mount and network namespaces: " << *refusal;
@@ -134,12 +134,12 @@ TEST(Sandbox, TryLeavesTheProcessWhereItIs) {
 
 TEST(Sandbox, TrySaysWhatEnteringItWouldSay) {
     EXPECT_IN_SANDBOX("", [] {
-        if (Sandbox::refusal())
+        if (sandboxRefusal())
             return false;
         refuseNamespaces();
-        const auto refusal = Sandbox::refusal();
+        const auto refusal = sandboxRefusal();
         std::cerr << refusal.value_or("no refusal") << std::endl;
-        return refusal && refusal == Sandbox::enter("") &&
+        return refusal && refusal == enterSandbox("") &&
                *refusal == "unshare(user, mount, network): Operation not permitted";
     });
 }
@@ -149,7 +149,7 @@ TEST(Sandbox, SaysWhichStepWasRefused) {
     directory.write("file", "");
     const pid_t child = ::fork();
     if (child == 0) {
-        const auto reason = Sandbox::enter(directory.path("file"));
+        const auto reason = enterSandbox(directory.path("file"));
         const std::string expected = "cannot make " + directory.path("file") + "/data: Not a directory";
         ::_exit(reason && areNamespacesRefused(*reason) ? 77 : reason == expected ? 0 : 1);
     }

@@ -12,13 +12,13 @@ TEST(TerminalModes, GivesTheTerminalItsModesBack) {
     const pid_t child = ::forkpty(&controller, nullptr, nullptr, nullptr);
     ASSERT_GE(child, 0);
     if (child == 0) {
-        TerminalModes::remember();
+        rememberTerminalModes();
         termios modes{};
         ::tcgetattr(STDIN_FILENO, &modes);
         const tcflag_t before = modes.c_lflag;
         modes.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
         ::tcsetattr(STDIN_FILENO, TCSANOW, &modes);
-        TerminalModes::restore();
+        restoreTerminalModes();
         ::tcgetattr(STDIN_FILENO, &modes);
         ::_exit(modes.c_lflag == before ? 0 : 1);
     }
@@ -35,7 +35,7 @@ TEST(TerminalModes, RestoresNothingThatItNeverSaw) {
     if (child == 0) {
         termios before{};
         ::tcgetattr(STDIN_FILENO, &before);
-        TerminalModes::restore();
+        restoreTerminalModes();
         termios after{};
         ::tcgetattr(STDIN_FILENO, &after);
         ::_exit(after.c_lflag == before.c_lflag ? 0 : 1);

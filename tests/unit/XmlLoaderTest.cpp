@@ -11,9 +11,9 @@ namespace {
 
 class XmlLoaderTest : public testing::Test {
 protected:
-    XmlLoader::Fault load(const std::string& text) {
+    XmlFault load(const std::string& text) {
         TiXmlDocument document("f.xml");
-        return XmlLoader::load(document, text);
+        return loadXml(document, text);
     }
 };
 
@@ -51,7 +51,7 @@ TEST_F(XmlLoaderTest, ReadsBytesAsTheLibraryReadsTheirFile) {
         TiXmlDocument fromFile(directory.path("f.xml"));
         TiXmlDocument fromBytes(directory.path("f.xml"));
         ASSERT_TRUE(fromFile.LoadFile()) << text;
-        ASSERT_EQ("", XmlLoader::load(fromBytes, text).text) << text;
+        ASSERT_EQ("", loadXml(fromBytes, text).text) << text;
         TiXmlPrinter expected;
         TiXmlPrinter printed;
         fromFile.Accept(&expected);
