@@ -23,9 +23,10 @@ public:
     /// Returns once everybody who was inside has left. Whoever enters meanwhile has to find the door shut and
     /// leave at once.
     void waitForAll() const {
-        for (const Place& place : m_places)
+        for (const Place& place : m_places) {
             while (place.count.load() != 0)
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
 
 private:

@@ -102,9 +102,10 @@ void DescriptorCatalogue::readDocument(const TiXmlDocument& document, const std:
 
 std::vector<Finding> DescriptorCatalogue::findings() const {
     std::vector<Finding> found = m_findings;
-    for (const Record& record : m_records)
+    for (const Record& record : m_records) {
         if (const std::string fault = moduleFault(record); !fault.empty())
             found.push_back({Finding::ESeverity::Warning, record.file, record.line, fault});
+    }
     return found;
 }
 

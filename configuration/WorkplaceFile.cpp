@@ -95,17 +95,16 @@ void WorkplaceFile::readWorkplace(const TiXmlElement& workplace) {
     const std::string* pID = workplace.Attribute(std::string("id"));
     // As the module reads it.
     const int id = pID ? std::atoi(pID->c_str()) : -1;
-    if (!pID) {
+    if (!pID)
         stopAt(workplace.Row(), "the workplace has no id; give it a number from 0 to 7",
                "it and what stands behind it is not started");
-    } else if (id < 0 || id > 7) {
+    else if (id < 0 || id > 7)
         stopAt(workplace.Row(), "the workplace id " + base::quoted(*pID) + " is not a number from 0 to 7",
                "it and what stands behind it is not started");
-    } else if (!std::all_of(pID->begin(), pID->end(), [](unsigned char c) { return std::isdigit(c); }) ||
-               pID->empty()) {
+    else if (!std::all_of(pID->begin(), pID->end(), [](unsigned char c) { return std::isdigit(c); }) ||
+             pID->empty())
         m_faults.push_back({workplace.Row(), "the workplace id " + base::quoted(*pID) + " is read as " +
                                                  std::to_string(id) + "; write a number from 0 to 7"});
-    }
 
     for (const TiXmlNode* pChild = workplace.FirstChild(); pChild; pChild = pChild->NextSibling()) {
         const TiXmlElement* pElement = pChild->ToElement();

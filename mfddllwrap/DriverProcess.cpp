@@ -34,10 +34,10 @@
 namespace {
 
 /// Put into the input queue by this process itself, to wake the main loop. No code of the host's.
-constexpr std::string_view wakeUp = "WAKEUP";
+constexpr std::string_view s_wakeUp = "WAKEUP";
 
 /// How long the last log line may take to get out when the process is ended.
-constexpr std::chrono::milliseconds lastWords{100};
+constexpr std::chrono::milliseconds s_lastWords{100};
 
 }  // namespace
 
@@ -168,7 +168,8 @@ void DriverProcess::requestStop(EStop stop) {
     if (!m_stop.compare_exchange_strong(running, stop) && stop == eStopNow)
         m_stop = eStopNow;
     // A full queue wakes the main loop just as well.
-    m_pInput->send(reinterpret_cast<const unsigned char*>(wakeUp.data()), static_cast<int>(wakeUp.size()), 0);
+    m_pInput->send(reinterpret_cast<const unsigned char*>(s_wakeUp.data()), static_cast<int>(s_wakeUp.size()),
+                   0);
 }
 
 void DriverProcess::endLeftBehind() {
@@ -189,7 +190,7 @@ void DriverProcess::endOverdue() {
             sal::LogManager::getInstance()->flush();
             written.set_value();
         }).detach();
-        written.get_future().wait_for(lastWords);
+        written.get_future().wait_for(s_lastWords);
         endLeftBehind();
         _exit(1);
     } catch (const std::system_error&) {

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int endSignals[] = {SIGTERM, SIGINT, SIGHUP};
+constexpr int s_endSignals[] = {SIGTERM, SIGINT, SIGHUP};
 
 std::atomic<int> s_wakeFd = -1;
 std::atomic<int> s_signal = 0;  ///< the first that came; 0 for none
@@ -38,7 +38,7 @@ SignalWatch::SignalWatch(std::function<void(int)> onSignal)
     sigaction(SIGPIPE, &action, nullptr);
     sigaction(SIGXFSZ, &action, nullptr);
     action.sa_handler = onEndSignal;
-    for (const int signal : endSignals) {
+    for (const int signal : s_endSignals) {
         struct sigaction previous {};
         sigaction(signal, nullptr, &previous);
         if (signal != SIGHUP || previous.sa_handler != SIG_IGN)
@@ -47,7 +47,7 @@ SignalWatch::SignalWatch(std::function<void(int)> onSignal)
 }
 
 SignalWatch::~SignalWatch() {
-    for (const int signal : endSignals) {
+    for (const int signal : s_endSignals) {
         struct sigaction current {};
         sigaction(signal, nullptr, &current);
         if (current.sa_handler == onEndSignal)

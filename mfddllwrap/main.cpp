@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr const char* usage =
+constexpr const char* s_usage =
     "usage: mfddllwrap MODULEPATH DRIVERID\n"
     "Runs the driver module in this process, behind the queues DRIVERID_INQ and DRIVERID_OUTQ of a running "
     "host.\n";
@@ -33,13 +33,13 @@ void limitDescriptors(rlim_t descriptors) {
 int main(int argc, char** argv) {
     const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
     if (arguments == std::vector<std::string>{"--help"}) {
-        std::cout << usage;
+        std::cout << s_usage;
         return 0;
     }
     const WrapperOptions options =
         WrapperOptions::parse(arguments, [](const char* name) { return std::getenv(name); });
     if (!options.usable) {
-        std::cerr << usage;
+        std::cerr << s_usage;
         return 2;
     }
 

@@ -104,13 +104,14 @@ void ignoreSignals() {
 /// Waits for whoever reads it.
 void print(int descriptor, int mebibytes) {
     static const std::string s_line = std::string(1022, '.') + "\n";
-    for (long left = 1024L * mebibytes; mebibytes == 0 || left > 0; --left)
+    for (long left = 1024L * mebibytes; mebibytes == 0 || left > 0; --left) {
         for (std::size_t done = 0; done < s_line.size();) {
             const ssize_t count = ::write(descriptor, s_line.data() + done, s_line.size() - done);
             if (count < 0 && errno != EINTR && errno != EAGAIN)
                 throw std::system_error(errno, std::generic_category(), "cannot print");
             done += count > 0 ? static_cast<std::size_t>(count) : 0;
         }
+    }
 }
 
 }  // namespace

@@ -109,10 +109,9 @@ std::optional<std::string> parseStep(std::string_view line, MacroStore::Steps& s
     const auto [end, error] =
         std::from_chars(offsetText.data(), offsetText.data() + offsetText.size(), offset, 10);
     if (error != std::errc() || end != offsetText.data() + offsetText.size() || offset < 0 ||
-        offset > s_maxOffset) {
+        offset > s_maxOffset)
         return "expected a time from 0 to " + std::to_string(s_maxOffset) + " milliseconds, found " +
                quoted(offsetText);
-    }
     if (!steps.empty() && std::chrono::milliseconds(offset) < steps.back().offset)
         return "the time " + std::string(offsetText) + " lies before the one of the step above";
 
@@ -172,14 +171,13 @@ std::optional<std::map<std::string, MacroStore::Steps>> MacroStore::readAll() co
         if (!fileName.ends_with(s_extension))
             continue;
         const std::optional<std::string> name = nameOf(fileName);
-        if (!name) {
+        if (!name)
             m_report(
                 pathOf(fileName) +
                 ": left out, no macro name; letters, digits, \"-\", \"_\" and \".\" stand for themselves, "
                 "every other byte is %XX");
-        } else if (std::optional<Steps> steps = readFile(pathOf(fileName))) {
+        else if (std::optional<Steps> steps = readFile(pathOf(fileName)))
             macros.emplace(*name, std::move(*steps));
-        }
     }
     if (error) {
         m_report("cannot read the macro directory \"" + m_directory + "\": " + error.message());

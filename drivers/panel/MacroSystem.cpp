@@ -461,9 +461,8 @@ void MacroSystem::fidDispatched(const std::string& fid, const FIDParameterList& 
         std::lock_guard lock(m_mutex);
         // A FID without a driver ID goes nowhere, now or when it is played.
         if (m_activity != MacroState::eRecording || fid.starts_with(m_controlPrefix) ||
-            fid.find('.') == std::string::npos || m_recorded.size() >= s_maxSteps) {
+            fid.find('.') == std::string::npos || m_recorded.size() >= s_maxSteps)
             return;
-        }
         const auto offset = std::chrono::duration_cast<std::chrono::milliseconds>(m_now() - m_recordingBegan);
         m_recorded.push_back({offset, fid, parameters});
         if (m_recorded.size() == s_maxSteps)

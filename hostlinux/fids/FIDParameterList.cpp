@@ -39,9 +39,10 @@ void FIDParameterList::add(const std::string& name, const std::string& value) {
 }
 
 std::string FIDParameterList::value(const std::string& name, const std::string& fallback) const {
-    for (const auto& [key, text] : m_parameters)
+    for (const auto& [key, text] : m_parameters) {
         if (key == name)
             return text;
+    }
     return fallback;
 }
 

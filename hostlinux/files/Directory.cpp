@@ -24,9 +24,10 @@ struct CloseDirectory {
 using OpenDirectory = std::unique_ptr<DIR, CloseDirectory>;
 
 std::string lower(std::string text) {
-    for (char& c : text)
+    for (char& c : text) {
         if (c >= 'A' && c <= 'Z')
             c = static_cast<char>(c - 'A' + 'a');
+    }
     return text;
 }
 

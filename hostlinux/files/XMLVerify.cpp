@@ -89,9 +89,10 @@ std::vector<Key> trustedKeys(std::string& error) {
     std::filesystem::directory_iterator entry(directory, code);
     std::vector<Key> keys;
     while (!code && entry != std::filesystem::directory_iterator()) {
-        if (entry->path().extension() == ".pem")
+        if (entry->path().extension() == ".pem") {
             if (Key pKey = readKey(entry->path().string()))
                 keys.push_back(std::move(pKey));
+        }
         entry.increment(code);
     }
     if (code) {

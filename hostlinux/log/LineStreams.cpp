@@ -10,13 +10,13 @@ namespace sal {
 namespace {
 
 /// Set when the thread's streams are gone: other thread-local objects may still log in their destructors.
-thread_local bool s_threadEnds = false;
+thread_local bool t_threadEnds = false;
 
 struct ThreadStreams {
     ThreadStreams() = default;
     ThreadStreams(const ThreadStreams&) = delete;
     ThreadStreams& operator=(const ThreadStreams&) = delete;
-    ~ThreadStreams() { s_threadEnds = true; }
+    ~ThreadStreams() { t_threadEnds = true; }
 
     using ByLevel = std::array<std::unique_ptr<LineStream>, LogOutput::eTrace>;
     std::unordered_map<std::uint64_t, ByLevel> streams;
@@ -24,8 +24,8 @@ struct ThreadStreams {
 };
 
 ThreadStreams& threadStreams() {
-    static thread_local ThreadStreams s_streams;
-    return s_streams;
+    static thread_local ThreadStreams t_streams;
+    return t_streams;
 }
 
 std::ostream& nowhereForEndingThreads() {
@@ -35,9 +35,10 @@ std::ostream& nowhereForEndingThreads() {
 
 void dropOrphans(ThreadStreams& threads) {
     std::erase_if(threads.streams, [](const auto& entry) {
-        for (const auto& pStream : entry.second)
+        for (const auto& pStream : entry.second) {
             if (pStream && pStream->isOrphan())
                 return true;
+        }
         return false;
     });
 }
@@ -46,7 +47,7 @@ void dropOrphans(ThreadStreams& threads) {
 
 std::ostream& lineStream(std::uint64_t outputNumber, const std::string& outputName, int level,
                          const std::shared_ptr<LogCore>& pCore) {
-    if (s_threadEnds)
+    if (t_threadEnds)
         return nowhereForEndingThreads();
     ThreadStreams& threads = threadStreams();
     auto found = threads.streams.find(outputNumber);
@@ -61,7 +62,7 @@ std::ostream& lineStream(std::uint64_t outputNumber, const std::string& outputNa
 }
 
 std::ostream& nullStream() {
-    return s_threadEnds ? nowhereForEndingThreads() : threadStreams().nowhere;
+    return t_threadEnds ? nowhereForEndingThreads() : threadStreams().nowhere;
 }
 
 }  // namespace sal

@@ -129,9 +129,10 @@ public:
         if (!m_pSymbols || !m_pNames || !m_pHash)
             return nullptr;
         const std::uint32_t count = symbolCount();
-        for (std::uint32_t i = m_pHash[1]; i < count; ++i)
+        for (std::uint32_t i = m_pHash[1]; i < count; ++i) {
             if (ELF64_ST_BIND(m_pSymbols[i].st_info) == STB_GNU_UNIQUE && m_pSymbols[i].st_shndx != SHN_UNDEF)
                 return m_pNames + m_pSymbols[i].st_name;
+        }
         return nullptr;
     }
 

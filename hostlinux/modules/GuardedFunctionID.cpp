@@ -10,9 +10,9 @@ template <class Call>
 bool GuardedFunctionID::runNested(const char* operation, const std::string& fid, const Call& call) const {
     NestedCall nested(m_guard, fid);
     const auto verdict = nested.judge();
-    if (verdict == NestedCall::Verdict::Allowed)
+    if (verdict == NestedCall::EVerdict::Allowed)
         return m_guard.run(operation, fid, false, call);
-    if (verdict == NestedCall::Verdict::Refused && m_circles.passes())
+    if (verdict == NestedCall::EVerdict::Refused && m_circles.passes())
         logLine("MODULE", LogOutput::eError,
                 "driver " + m_guard.name() + ": " + operation + "(" + fid +
                     ") is refused: drivers call each other in a circle, " + std::to_string(nested.depth()) +

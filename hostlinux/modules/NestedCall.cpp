@@ -53,18 +53,18 @@ NestedCall::~NestedCall() {
     t_pInnermost = m_pOuter;
 }
 
-NestedCall::Verdict NestedCall::judge() {
+NestedCall::EVerdict NestedCall::judge() {
     // Nearly every call: outermost on its thread.
     if (!m_pOuter)
-        return Verdict::Allowed;
+        return EVerdict::Allowed;
     if (m_outermost.m_isCircleFound)
         return m_depth <= s_maxDepth && hasRoom() && ++m_outermost.m_callsSince <= s_callsAfterwards
-                   ? Verdict::Allowed
-                   : Verdict::RefusedAlso;
+                   ? EVerdict::Allowed
+                   : EVerdict::RefusedAlso;
     if (m_depth <= s_maxDepth && hasRoom())
-        return Verdict::Allowed;
+        return EVerdict::Allowed;
     m_outermost.m_isCircleFound = true;
-    return Verdict::Refused;
+    return EVerdict::Refused;
 }
 
 /// Drivers that keep much data on the stack use it up sooner. The last quarter is for what the driver itself

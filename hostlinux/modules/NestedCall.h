@@ -18,13 +18,13 @@ public:
     NestedCall(const NestedCall&) = delete;
     NestedCall& operator=(const NestedCall&) = delete;
 
-    enum class Verdict {
+    enum class EVerdict {
         Allowed,
         Refused,      ///< too deep: there is a circle
         RefusedAlso,  ///< what comes of a circle that was refused before on this thread
     };
     /// Asked once, before the driver is called.
-    Verdict judge();
+    EVerdict judge();
 
     unsigned int depth() const { return m_depth; }
 

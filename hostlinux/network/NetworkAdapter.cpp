@@ -235,9 +235,10 @@ std::list<std::string> NetworkAdapter::getAdapterNameList() {
     std::list<std::string> names;
     for (const std::string& name : realNames) {
         names.push_back(name);
-        for (const auto& [second, real] : secondNames())
+        for (const auto& [second, real] : secondNames()) {
             if (real == name)
                 names.push_back(second);
+        }
     }
     return names;
 }
@@ -269,18 +270,20 @@ bool NetworkAdapter::open(const std::string& name) {
 }
 
 HostAddress NetworkAdapter::getMainIpAddress() const {
-    for (const Address& pAddress : m_pImpl->addresses())
+    for (const Address& pAddress : m_pImpl->addresses()) {
         if (!(rtnl_addr_get_flags(pAddress.get()) & IFA_F_SECONDARY))
             return HostAddress(textOf(rtnl_addr_get_local(pAddress.get())));
+    }
     return HostAddress();
 }
 
 bool NetworkAdapter::hasIpAddress(const HostAddress& address) const {
     if (!address.isValid())
         return false;
-    for (const Address& pAddress : m_pImpl->addresses())
+    for (const Address& pAddress : m_pImpl->addresses()) {
         if (textOf(rtnl_addr_get_local(pAddress.get())) == address.getAddressString())
             return true;
+    }
     return false;
 }
 

@@ -7,7 +7,7 @@ namespace sal {
 
 namespace {
 
-std::atomic<Process::Observer*> g_pObserver{nullptr};
+std::atomic<Process::Observer*> s_pObserver{nullptr};
 
 /// 0 for none. A plain number: a thread-local with a destructor would keep this library mapped.
 thread_local int t_startedPid = 0;
@@ -15,14 +15,13 @@ thread_local int t_startedPid = 0;
 }  // namespace
 
 void ProcessObserver::set(Process::Observer* pObserver) {
-    g_pObserver = pObserver;
+    s_pObserver = pObserver;
 }
 
 bool ProcessObserver::tell(const Process::Started& process) {
-    Process::Observer* pObserver = g_pObserver.load();
-    if (pObserver == nullptr) {
+    Process::Observer* pObserver = s_pObserver.load();
+    if (!pObserver)
         return false;
-    }
     pObserver->processStarted(process);
     t_startedPid = process.pid;
     return true;
@@ -30,10 +29,9 @@ bool ProcessObserver::tell(const Process::Started& process) {
 
 bool ProcessObserver::awaitStart(unsigned int seconds) {
     const int pid = std::exchange(t_startedPid, 0);
-    Process::Observer* pObserver = g_pObserver.load();
-    if (pid == 0 || pObserver == nullptr) {
+    Process::Observer* pObserver = s_pObserver.load();
+    if (pid == 0 || !pObserver)
         return false;
-    }
     pObserver->awaitStart(pid, seconds);
     return true;
 }

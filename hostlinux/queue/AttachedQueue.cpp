@@ -19,10 +19,10 @@ namespace sal {
 namespace {
 
 // Bounds how long a wake-up that was lost with its sender, or the death of a peer, goes unnoticed.
-constexpr std::chrono::milliseconds g_slice{100};
-constexpr std::chrono::milliseconds g_refusal{1000};
+constexpr std::chrono::milliseconds s_slice{100};
+constexpr std::chrono::milliseconds s_refusal{1000};
 // So many messages without a wait make it worth while to spare the senders their fence.
-constexpr unsigned int g_stream = 64;
+constexpr unsigned int s_stream = 64;
 
 std::string described(const std::string& name) {
     return "queue " + name + ": ";
@@ -60,17 +60,15 @@ private:
 
     /// Most waits for the lock are over in moments: such a one costs a look at the clock.
     bool goesOn() override {
-        if (!m_waitsForLock || m_isPointless) {
+        if (!m_waitsForLock || m_isPointless)
             return !m_isPointless;
-        }
         const auto now = Clock::now();
         if (!m_lockSince) {
             m_lockSince = now;
             m_looked = now;
         }
-        if (now - m_looked < g_slice) {
+        if (now - m_looked < s_slice)
             return true;
-        }
         m_looked = now;
         enter({m_entry ? m_entry->since : *m_lockSince, m_lockSince});
         m_isPointless = !m_queue.isWorthALock();
@@ -79,9 +77,8 @@ private:
 
     void enter(const WaitEntry& entry) {
         const std::lock_guard lock(m_queue.m_waitsMutex);
-        if (!m_entry) {
+        if (!m_entry)
             m_queue.m_waits.push_back(&m_entry.emplace(entry));
-        }
         *m_entry = entry;
     }
 
@@ -115,7 +112,7 @@ std::unique_ptr<AttachedQueue> AttachedQueue::make(const std::string& name, bool
                                                    std::unique_ptr<QueueFile> pFile,
                                                    const QueueGeometry& geometry, std::string& error) {
     auto pMapping = QueueMapping::map(pFile->descriptor(), geometry.fileSize);
-    if (pMapping == nullptr) {
+    if (!pMapping) {
         error = std::string("it cannot be mapped: ") + std::strerror(errno);
         return nullptr;
     }
@@ -124,10 +121,9 @@ std::unique_ptr<AttachedQueue> AttachedQueue::make(const std::string& name, bool
     auto& next = reinterpret_cast<QueueHeader*>(pMapping->base())->nextTicket;
     for (int attempt = 0; attempt < 1000; ++attempt) {
         const std::uint32_t ticket = next.fetch_add(1, std::memory_order_relaxed) & SenderLock::s_maxTicket;
-        if (ticket != 0 && pFile->takeTicket(ticket)) {
+        if (ticket != 0 && pFile->takeTicket(ticket))
             return std::unique_ptr<AttachedQueue>(new AttachedQueue(
                 name, isCreator, std::move(pFile), std::move(pMapping), geometry, ticket, hasFences));
-        }
     }
     error = "it is damaged: no ticket is free";
     return nullptr;
@@ -146,13 +142,13 @@ std::unique_ptr<AttachedQueue> AttachedQueue::create(const std::string& name, un
         return nullptr;
     }
     std::string error;
-    QueueFile::Result result{};
+    QueueFile::EResult result{};
     auto pQueue = tryCreate(name, *geometry, result, error);
-    if (pQueue != nullptr) {
+    if (pQueue) {
         QueueRegistry::instance().add(*pQueue);
     } else if (QueueRegistry::instance().refused(name, error)) {
         // A reload tries again and again until the old driver process has gone.
-        logLine("QUEUE", result == QueueFile::Result::eBusy ? LogOutput::eWarning : LogOutput::eError,
+        logLine("QUEUE", result == QueueFile::EResult::Busy ? LogOutput::eWarning : LogOutput::eError,
                 described(name) + "not created: " + error);
     }
     return pQueue;
@@ -160,26 +156,23 @@ std::unique_ptr<AttachedQueue> AttachedQueue::create(const std::string& name, un
 
 std::unique_ptr<AttachedQueue> AttachedQueue::tryCreate(const std::string& name,
                                                         const QueueGeometry& geometry,
-                                                        QueueFile::Result& result, std::string& error) {
-    result = QueueFile::Result::eBusy;
+                                                        QueueFile::EResult& result, std::string& error) {
+    result = QueueFile::EResult::Busy;
     // Somebody else may make the same name at the same time; then it is in use the second time.
-    for (int attempt = 0; attempt < 3 && result == QueueFile::Result::eBusy; ++attempt) {
+    for (int attempt = 0; attempt < 3 && result == QueueFile::EResult::Busy; ++attempt) {
         result = QueueFile::removeStale(name, error);
-        if (result != QueueFile::Result::eDone) {
+        if (result != QueueFile::EResult::Done)
             break;
-        }
-        result = QueueFile::Result::eFailed;
+        result = QueueFile::EResult::Failed;
         auto pFile = QueueFile::make(name, geometry, error);
-        if (pFile == nullptr) {
+        if (!pFile)
             break;
-        }
         QueueFile& file = *pFile;
         auto pQueue = make(name, true, std::move(pFile), geometry, error);
-        if (pQueue == nullptr) {
+        if (!pQueue)
             break;
-        }
         result = file.publish(error);
-        if (result == QueueFile::Result::eDone) {
+        if (result == QueueFile::EResult::Done) {
             QueueRegistry::instance().admitted(name);
             return pQueue;
         }
@@ -191,14 +184,12 @@ std::string AttachedQueue::createFault(const std::string& name) {
     std::string error;
     if (QueueRegistry::instance().hasCreated(name)) {
         // It takes a free name to try; making the queue anew needs no memory but what the old one gives back.
-        if (QueueFile::tryDirectory(error)) {
+        if (QueueFile::tryDirectory(error))
             return {};
-        }
     } else {
-        QueueFile::Result result{};
-        if (tryCreate(name, *QueueGeometry::make(1, 1), result, error) != nullptr) {
+        QueueFile::EResult result{};
+        if (tryCreate(name, *QueueGeometry::make(1, 1), result, error))
             return {};
-        }
     }
     static_cast<void>(QueueRegistry::instance().refused(name, error));
     return error;
@@ -210,8 +201,8 @@ std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name,
     QueueGeometry geometry;
     bool isLate = false;
     auto pFile = QueueFile::attach(name, geometry, error, isLate);
-    auto pQueue = pFile != nullptr ? make(name, false, std::move(pFile), geometry, error) : nullptr;
-    if (pQueue != nullptr) {
+    auto pQueue = pFile ? make(name, false, std::move(pFile), geometry, error) : nullptr;
+    if (pQueue) {
         const auto pWatch = std::make_shared<base::UniqueFd>(pQueue->m_pFile->reopen());
         if (*pWatch) {
             pQueue->m_pCreatorWatch = pWatch;
@@ -221,7 +212,7 @@ std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name,
             pQueue.reset();
         }
     }
-    if (pQueue == nullptr) {
+    if (!pQueue) {
         logLine("QUEUE", isLate ? LogOutput::eWarning : LogOutput::eError,
                 described(name) + "not opened: " + error);
         return nullptr;
@@ -231,27 +222,23 @@ std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name,
 }
 
 void AttachedQueue::report(Throttle& throttle, int level, const std::string& text) const {
-    if (throttle.passes()) {
+    if (throttle.passes())
         logLine("QUEUE", level, described(m_name) + text);
-    }
 }
 
 bool AttachedQueue::isBroken() {
-    if (m_isBroken.load(std::memory_order_relaxed)) {
+    if (m_isBroken.load(std::memory_order_relaxed))
         return true;
-    }
-    if (m_pMapping->faulted()) {
+    if (m_pMapping->faulted())
         setBroken("its file has been cut short");
-    } else if (header().broken.load(std::memory_order_relaxed) != 0) {
+    else if (header().broken.load(std::memory_order_relaxed) != 0)
         setBroken("another process has found it damaged");
-    }
     return m_isBroken.load(std::memory_order_relaxed);
 }
 
 void AttachedQueue::setBroken(const std::string& how) {
-    if (m_isBroken.exchange(true)) {
+    if (m_isBroken.exchange(true))
         return;
-    }
     logLine("QUEUE", LogOutput::eError,
             described(m_name) + how + "; its messages are lost, it must be made anew");
     header().broken.store(1, std::memory_order_relaxed);
@@ -271,17 +258,16 @@ bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
     while (!isBroken()) {
         // A wait for the lock is a short one unless its holder has been stopped.
         const auto locked = m_senderLock.lock(deadline);
-        if (locked == SenderLock::Result::eTimedOut) {
+        if (locked == SenderLock::EResult::TimedOut)
             return false;
-        }
-        if (locked != SenderLock::Result::eLocked) {
-            setBroken(locked == SenderLock::Result::eUnmapped ? "its file has been cut short"
+        if (locked != SenderLock::EResult::Locked) {
+            setBroken(locked == SenderLock::EResult::Unmapped ? "its file has been cut short"
                                                               : "its lock has been overwritten");
             return false;
         }
         const auto result = m_ring.push(data, static_cast<std::uint32_t>(length));
         const int error = errno;
-        if (result == QueueRing::Result::eFull && note.waitsForRoom()) {
+        if (result == QueueRing::EResult::Full && note.waitsForRoom()) {
             auto& waits = header().waits;
             waits.store(waits.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
         }
@@ -290,20 +276,18 @@ bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
             return false;
         }
         switch (result) {
-            case QueueRing::Result::eDone:
-                if (m_hasFences) {
+            case QueueRing::EResult::Done:
+                if (m_hasFences)
                     header().dataEvent.signalFenced();
-                } else {
+                else
                     header().dataEvent.signal();
-                }
                 return !isBroken();
-            case QueueRing::Result::eFull:
-                if (!waitForSpace(deadline)) {
+            case QueueRing::EResult::Full:
+                if (!waitForSpace(deadline))
                     return false;
-                }
                 note.waitsForLock();
                 break;
-            case QueueRing::Result::eNoMemory:
+            case QueueRing::EResult::NoMemory:
                 report(m_noMemory, LogOutput::eError,
                        std::string("no memory for a message: ") + std::strerror(error));
                 return false;
@@ -319,51 +303,42 @@ bool AttachedQueue::waitForSpace(Deadline& deadline) {
     QueueEvent& event = header().spaceEvent;
     for (;;) {
         const std::uint32_t number = event.prepareFenced();
-        if (isBroken() || m_ring.depth() < m_ring.geometry().capacity) {
+        if (isBroken() || m_ring.depth() < m_ring.geometry().capacity)
             return true;
-        }
         const std::string why = whyNoReceiver();
         // It may have made room last thing before it died.
         if (!why.empty() && m_ring.depth() >= m_ring.geometry().capacity) {
             report(m_noReceiver, LogOutput::eError, "full, and " + why);
             return false;
         }
-        const auto time = deadline.left(g_slice);
-        if (time == Deadline::Clock::duration::zero()) {
+        const auto time = deadline.left(s_slice);
+        if (time == Deadline::Clock::duration::zero())
             return false;
-        }
-        if (event.wait(number, time) == FutexWake::eUnmapped) {
+        if (event.wait(number, time) == EFutexWake::Unmapped)
             setBroken("its file has been cut short");
-        }
     }
 }
 
 bool AttachedQueue::isWorthALock() {
-    if (isBroken()) {
+    if (isBroken())
         return false;
-    }
     const std::string why = whyNoReceiver();
-    if (!why.empty()) {
+    if (!why.empty())
         report(m_noReceiver, LogOutput::eError, "locked by another sender, and " + why);
-    }
     return why.empty();
 }
 
 std::string AttachedQueue::whyNoReceiver() const {
-    if (m_isReceiver || m_pFile->receiverLives()) {
+    if (m_isReceiver || m_pFile->receiverLives())
         return {};
-    }
     const std::uint32_t generation = header().receiverGeneration.load(std::memory_order_acquire);
-    if (generation != 0) {
+    if (generation != 0)
         return "its reader (process " + std::to_string(header().receiverPid.load(std::memory_order_relaxed)) +
                ") has ended";
-    }
-    if (m_isReceiverGone.load(std::memory_order_relaxed)) {
+    if (m_isReceiverGone.load(std::memory_order_relaxed))
         return "the process that was to read it has ended";
-    }
-    if (!m_isCreator && !m_pFile->creatorLives()) {
+    if (!m_isCreator && !m_pFile->creatorLives())
         return "the process that made it has ended";
-    }
     return {};
 }
 
@@ -378,9 +353,8 @@ bool AttachedQueue::hasReader() const {
 }
 
 std::shared_ptr<FutexWord> AttachedQueue::awaitedReader() const {
-    if (hasReader() || m_isReceiverGone.load(std::memory_order_relaxed)) {
+    if (hasReader() || m_isReceiverGone.load(std::memory_order_relaxed))
         return nullptr;
-    }
     return {m_pMapping, &header().receiverGeneration};
 }
 
@@ -392,15 +366,13 @@ void AttachedQueue::threadStops() {
 }
 
 void AttachedQueue::follow(const std::shared_ptr<ThreadState>* pThread) {
-    if (pThread == nullptr ? m_pThread == nullptr : m_pThread == *pThread) {
+    if (pThread ? m_pThread == *pThread : !m_pThread)
         return;
-    }
-    if (m_pThread != nullptr) {
+    if (m_pThread)
         m_pThread->remove(*this);
-    }
-    m_pThread = pThread != nullptr ? *pThread : nullptr;
+    m_pThread = pThread ? *pThread : nullptr;
     m_isStopping.store(false, std::memory_order_relaxed);
-    if (m_pThread != nullptr) {
+    if (m_pThread) {
         m_pThread->add(*this);
         // "SYS receive" from the queue "SYS_OUTQ".
         const std::string_view name = m_name;
@@ -415,9 +387,8 @@ bool AttachedQueue::isDrained() const {
 }
 
 bool AttachedQueue::claimReceiver() {
-    if (m_isReceiver) {
+    if (m_isReceiver)
         return true;
-    }
     if (!m_pFile->takeReceiver()) {
         report(m_secondReceiver, LogOutput::eError,
                "another reader (process " +
@@ -427,42 +398,35 @@ bool AttachedQueue::claimReceiver() {
     m_isReceiver = true;
     header().receiverPid.store(static_cast<std::uint32_t>(::getpid()), std::memory_order_relaxed);
     header().receiverGeneration.fetch_add(1, std::memory_order_acq_rel);
-    futexWake(header().receiverGeneration, INT_MAX, FutexScope::eShared);
-    if (!m_ring.beginReceiving()) {
+    futexWake(header().receiverGeneration, INT_MAX, EFutexScope::Shared);
+    if (!m_ring.beginReceiving())
         setBroken("its indices make no sense");
-    }
     return true;
 }
 
 int AttachedQueue::receive(unsigned char* buffer, int size, int timeout) {
     follow(ThreadState::current());
-    if (!isBroken() && !claimReceiver()) {
+    if (!isBroken() && !claimReceiver())
         return refuse(timeout);
-    }
     Deadline deadline(timeout);
     while (!isBroken()) {
         const bool isStopping = m_isStopping.load(std::memory_order_acquire);
-        if (isStopping && isDrained()) {
+        if (isStopping && isDrained())
             return -1;
-        }
         std::uint32_t length = 0;
         switch (m_ring.pop(buffer, static_cast<std::uint32_t>(std::max(size, 0)), length)) {
-            case QueueRing::Result::eDone:
-                if (m_pMapping->faulted()) {
+            case QueueRing::EResult::Done:
+                if (m_pMapping->faulted())
                     break;
-                }
                 wakeSenders();
-                if (++m_receivedInARow == g_stream && m_hasFences) {
+                if (++m_receivedInARow == s_stream && m_hasFences)
                     header().dataEvent.promiseFence();
-                }
-                if (m_ring.hasEnteredChunk()) {
+                if (m_ring.hasEnteredChunk())
                     trimWhenLow();
-                }
                 return static_cast<int>(std::min(length, static_cast<std::uint32_t>(std::max(size, 0))));
-            case QueueRing::Result::eEmpty:
-                if (isStopping || deadline.left(g_slice) == Deadline::Clock::duration::zero()) {
+            case QueueRing::EResult::Empty:
+                if (isStopping || deadline.left(s_slice) == Deadline::Clock::duration::zero())
                     return -1;
-                }
                 waitForData(deadline);
                 break;
             default:
@@ -482,59 +446,50 @@ void AttachedQueue::waitForData(Deadline& deadline) {
     QueueEvent& event = header().dataEvent;
     m_receivedInARow = 0;
     const std::uint32_t number = event.prepare();
-    if (m_ring.depth() > 0 || m_isStopping.load(std::memory_order_acquire) || isBroken()) {
+    if (m_ring.depth() > 0 || m_isStopping.load(std::memory_order_acquire) || isBroken())
         return;
-    }
     trimWhenLow();
-    if (event.wait(number, deadline.left(g_slice)) == FutexWake::eUnmapped) {
+    if (event.wait(number, deadline.left(s_slice)) == EFutexWake::Unmapped)
         setBroken("its file has been cut short");
-    }
 }
 
 void AttachedQueue::wakeSenders() {
     const std::uint32_t capacity = m_ring.geometry().capacity;
     const std::uint32_t few = capacity - std::max(capacity / 4, 1U);
-    if (m_ring.left() > few) {
+    if (m_ring.left() > few)
         return;
-    }
     QueueEvent& event = header().spaceEvent;
     if (m_hasFences) {
         lightFence();
-        if (event.seemsAwaited() && m_ring.countLeft() <= few) {
+        if (event.seemsAwaited() && m_ring.countLeft() <= few)
             event.wakeAll();
-        }
         return;
     }
     // A sender that is only just beginning to wait can be missed by the cheap look; the next message finds
     // it, and behind the last one the sure way is taken.
     const bool seemsLast = m_ring.left() == 0;
-    if ((!seemsLast && !event.seemsAwaited()) || m_ring.countLeft() > few) {
+    if ((!seemsLast && !event.seemsAwaited()) || m_ring.countLeft() > few)
         return;
-    }
-    if (m_ring.left() == 0 || event.seemsAwaited()) {
+    if (m_ring.left() == 0 || event.seemsAwaited())
         event.signal();
-    }
 }
 
 void AttachedQueue::trimWhenLow() {
     if (m_ring.wantsTrim(std::chrono::steady_clock::now()) && m_senderLock.tryLock()) {
         m_ring.trim();
-        if (!m_senderLock.unlock()) {
+        if (!m_senderLock.unlock())
             setBroken("its lock has been overwritten");
-        }
     }
 }
 
 int AttachedQueue::refuse(int timeout) const {
-    auto time = g_refusal;
-    if (timeout >= 0) {
+    auto time = s_refusal;
+    if (timeout >= 0)
         time = std::min(time, std::chrono::milliseconds(timeout));
-    }
-    if (m_pThread != nullptr) {
+    if (m_pThread)
         m_pThread->pause(time);
-    } else {
+    else
         std::this_thread::sleep_for(time);
-    }
     return -1;
 }
 
@@ -566,9 +521,8 @@ MessageQueue::Status AttachedQueue::status() const {
     };
     for (const WaitEntry* pEntry : m_waits) {
         status.waitingForMs = longer(status.waitingForMs, pEntry->since);
-        if (pEntry->lockSince) {
+        if (pEntry->lockSince)
             status.lockedForMs = longer(status.lockedForMs, *pEntry->lockSince);
-        }
     }
     return status;
 }
@@ -580,9 +534,8 @@ bool AttachedQueue::removeName() {
 void AttachedQueue::abandon() {
     m_isBroken.store(true);
     m_pFile->abandon();
-    if (const auto pWatch = m_pCreatorWatch.lock()) {
+    if (const auto pWatch = m_pCreatorWatch.lock())
         pWatch->reset();
-    }
 }
 
 }  // namespace sal

@@ -72,7 +72,7 @@ private:
                                                const QueueGeometry& geometry, std::string& error);
 
     static std::unique_ptr<AttachedQueue> tryCreate(const std::string& name, const QueueGeometry& geometry,
-                                                    QueueFile::Result& result, std::string& error);
+                                                    QueueFile::EResult& result, std::string& error);
 
     void report(Throttle& throttle, int level, const std::string& text) const;
     bool isBroken();

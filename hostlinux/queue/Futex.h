@@ -22,26 +22,25 @@ using FutexWord = std::atomic<std::uint32_t>;
 static_assert(sizeof(FutexWord) == sizeof(std::uint32_t) && FutexWord::is_always_lock_free);
 
 /// Whether a futex word is known to this process alone or to every process that maps it.
-enum class FutexScope { eProcess, eShared };
+enum class EFutexScope { Process, Shared };
 
-enum class FutexWake { eChanged, eTimedOut, eUnmapped };
+enum class EFutexWake { Changed, TimedOut, Unmapped };
 
 /// Sleeps while the word holds the value, at most for the time given.
-inline FutexWake futexWait(FutexWord& word, std::uint32_t value, std::chrono::nanoseconds time,
-                           FutexScope scope) {
+inline EFutexWake futexWait(FutexWord& word, std::uint32_t value, std::chrono::nanoseconds time,
+                            EFutexScope scope) {
     const timespec spec{static_cast<time_t>(time.count() / 1'000'000'000),
                         static_cast<long>(time.count() % 1'000'000'000)};
-    const int operation = scope == FutexScope::eProcess ? FUTEX_WAIT_PRIVATE : FUTEX_WAIT;
-    if (syscall(SYS_futex, &word, operation, value, &spec, nullptr, 0) == 0) {
-        return FutexWake::eChanged;
-    }
+    const int operation = scope == EFutexScope::Process ? FUTEX_WAIT_PRIVATE : FUTEX_WAIT;
+    if (syscall(SYS_futex, &word, operation, value, &spec, nullptr, 0) == 0)
+        return EFutexWake::Changed;
     switch (errno) {
         case ETIMEDOUT:
-            return FutexWake::eTimedOut;
+            return EFutexWake::TimedOut;
         case EFAULT:
-            return FutexWake::eUnmapped;
+            return EFutexWake::Unmapped;
         default:
-            return FutexWake::eChanged;
+            return EFutexWake::Changed;
     }
 }
 
@@ -49,7 +48,7 @@ inline FutexWake futexWait(FutexWord& word, std::uint32_t value, std::chrono::na
 struct FutexWait {
     FutexWord* pWord = nullptr;
     std::uint32_t value = 0;
-    FutexScope scope = FutexScope::eProcess;
+    EFutexScope scope = EFutexScope::Process;
 };
 
 /// Sleeps while each of the words holds its value, at most for the time given; it may end sooner. The kernel
@@ -61,7 +60,7 @@ inline void futexWaitAny(std::span<const FutexWait> waits, std::chrono::nanoseco
     for (std::size_t i = 0; i < count; ++i) {
         words[i].val = waits[i].value;
         words[i].uaddr = reinterpret_cast<std::uintptr_t>(waits[i].pWord);
-        words[i].flags = FUTEX_32 | (waits[i].scope == FutexScope::eProcess ? FUTEX_PRIVATE_FLAG : 0);
+        words[i].flags = FUTEX_32 | (waits[i].scope == EFutexScope::Process ? FUTEX_PRIVATE_FLAG : 0);
     }
     timespec end{};
     clock_gettime(CLOCK_MONOTONIC, &end);
@@ -69,16 +68,15 @@ inline void futexWaitAny(std::span<const FutexWait> waits, std::chrono::nanoseco
     end.tv_sec += static_cast<time_t>(nanoseconds / 1'000'000'000);
     end.tv_nsec = static_cast<long>(nanoseconds % 1'000'000'000);
     if (syscall(SYS_futex_waitv, words.data(), count, 0, &end, CLOCK_MONOTONIC) >= 0 || errno == ETIMEDOUT ||
-        errno == EAGAIN || errno == EINTR) {
+        errno == EAGAIN || errno == EINTR)
         return;
-    }
     // A kernel before 5.16 does not know the call, and a container's rules may refuse it.
     const FutexWait& first = waits.front();
     futexWait(*first.pWord, first.value, std::min<std::chrono::nanoseconds>(time, shortSleep), first.scope);
 }
 
-inline void futexWake(FutexWord& word, int count, FutexScope scope) {
-    const int operation = scope == FutexScope::eProcess ? FUTEX_WAKE_PRIVATE : FUTEX_WAKE;
+inline void futexWake(FutexWord& word, int count, EFutexScope scope) {
+    const int operation = scope == EFutexScope::Process ? FUTEX_WAKE_PRIVATE : FUTEX_WAKE;
     syscall(SYS_futex, &word, operation, count, nullptr, nullptr, 0);
 }
 

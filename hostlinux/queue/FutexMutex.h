@@ -18,25 +18,22 @@ public:
     /// False when the deadline has passed.
     bool lock(Deadline& deadline) {
         for (int spin = 0; spin < s_spins; ++spin) {
-            if (tryLock()) {
+            if (tryLock())
                 return true;
-            }
             spinPause();
         }
         while (m_word.exchange(eContended, std::memory_order_acquire) != eFree) {
             const auto time = deadline.left(std::chrono::milliseconds(100));
-            if (time == Deadline::Clock::duration::zero()) {
+            if (time == Deadline::Clock::duration::zero())
                 return false;
-            }
-            futexWait(m_word, eContended, time, FutexScope::eProcess);
+            futexWait(m_word, eContended, time, EFutexScope::Process);
         }
         return true;
     }
 
     void unlock() {
-        if (m_word.exchange(eFree, std::memory_order_release) == eContended) {
-            futexWake(m_word, 1, FutexScope::eProcess);
-        }
+        if (m_word.exchange(eFree, std::memory_order_release) == eContended)
+            futexWake(m_word, 1, EFutexScope::Process);
     }
 
 private:

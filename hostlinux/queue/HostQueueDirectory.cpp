@@ -42,9 +42,8 @@ std::string anyName() {
     static constexpr char letters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
     std::random_device random;
     std::string name = QueueDirectory::ownPattern();
-    for (std::size_t i = name.rfind('-') + 1; i < name.size(); ++i) {
+    for (std::size_t i = name.rfind('-') + 1; i < name.size(); ++i)
         name[i] = letters[random() % (sizeof(letters) - 1)];
-    }
     return name;
 }
 
@@ -56,9 +55,8 @@ std::optional<QueueDirectory> leaveOwn() {
     }
     const char* pPath = ::getenv("MFD_QUEUE_DIR");
     for (QueueDirectory& directory : QueueDirectory::left()) {
-        if (pPath != nullptr && directory.path() == pPath) {
+        if (pPath && directory.path() == pPath)
             return std::move(directory);
-        }
     }
     return std::nullopt;
 }
@@ -71,7 +69,7 @@ struct HostQueueDirectory::Impl {
 };
 
 HostQueueDirectory::HostQueueDirectory() : m_pImpl(std::make_unique<Impl>()) {
-    if (const char* pSetting = ::getenv("MFD_QUEUE_DIR"); pSetting != nullptr && *pSetting != '\0') {
+    if (const char* pSetting = ::getenv("MFD_QUEUE_DIR"); pSetting && *pSetting != '\0') {
         m_pImpl->path = pSetting;
         return;
     }
@@ -79,15 +77,13 @@ HostQueueDirectory::HostQueueDirectory() : m_pImpl(std::make_unique<Impl>()) {
     // Somebody who removes what dead hosts left may come between its making and its lock.
     for (int attempt = 0; attempt < 10 && !hold().directory; ++attempt) {
         m_pImpl->path = QueueDirectory::ownPattern();
-        if (::mkdtemp(m_pImpl->path.data()) == nullptr) {
+        if (!::mkdtemp(m_pImpl->path.data()))
             m_pImpl->path = anyName();
-        }
         ::setenv("MFD_QUEUE_DIR", m_pImpl->path.c_str(), 1);
         std::string error;
         auto directory = QueueDirectory::open(error);
-        if (!directory) {
+        if (!directory)
             return;
-        }
         if (directory->lockForHost()) {
             const std::lock_guard lock(hold().mutex);
             hold().directory = std::move(directory);
@@ -96,9 +92,8 @@ HostQueueDirectory::HostQueueDirectory() : m_pImpl(std::make_unique<Impl>()) {
 }
 
 HostQueueDirectory::~HostQueueDirectory() {
-    if (!m_pImpl->isOwn) {
+    if (!m_pImpl->isOwn)
         return;
-    }
     if (auto directory = leaveOwn()) {
         QueueFile::removeAll(*directory);
         directory->removeIfLeft();
@@ -111,35 +106,30 @@ const std::string& HostQueueDirectory::path() const {
 }
 
 void HostQueueDirectory::removeLeft() const {
-    if (!m_pImpl->isOwn) {
+    if (!m_pImpl->isOwn)
         return;
-    }
     for (QueueDirectory& directory : QueueDirectory::left()) {
         // One that was stopped before it attached leaves no trace in a queue, and cannot see its host's end.
-        for (const auto& process : ProcessFamily::continueStopped("MFD_QUEUE_DIR=" + directory.path())) {
+        for (const auto& process : ProcessFamily::continueStopped("MFD_QUEUE_DIR=" + directory.path()))
             logLine("PROCESS", LogOutput::eWarning,
                     "process " + std::to_string(process.pid) + " (" + process.name +
                         ") of a host that is gone was stopped and is continued, so that it sees that");
-        }
         QueueFile::removeFree(directory);
         directory.removeIfLeft();
-        if (directory.isStillThere()) {
+        if (directory.isStillThere())
             continue;
-        }
         // Its driver processes are gone, too. One that was killed could not end what it had started.
-        for (const auto& process : ProcessFamily::endMarked("MFD_QUEUE_DIR=" + directory.path())) {
+        for (const auto& process : ProcessFamily::endMarked("MFD_QUEUE_DIR=" + directory.path()))
             logLine("PROCESS", LogOutput::eWarning,
                     "process " + std::to_string(process.pid) + " (" + process.name +
                         ") was left behind by a driver of a host that is gone, and is ended");
-        }
     }
 }
 
 bool HostQueueDirectory::removeNow() {
     const bool areNamesGone = QueueRegistry::instance().removeNames();
-    if (auto directory = leaveOwn()) {
+    if (auto directory = leaveOwn())
         directory->removeIfLeft();
-    }
     return areNamesGone;
 }
 

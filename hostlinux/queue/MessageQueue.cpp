@@ -55,9 +55,8 @@ MessageQueue::~MessageQueue() {
 }
 
 bool MessageQueue::create(const std::string& name, unsigned short capacity, int messageSize, int mode) {
-    if (const AttachedQueue* pAttached = m_pImpl->attached()) {
+    if (const AttachedQueue* pAttached = m_pImpl->attached())
         return refuseTwice(name, *pAttached);
-    }
     if (mode != 0) {
         logLine("QUEUE", LogOutput::eError,
                 "queue " + name + ": not created: mode " + std::to_string(mode) +
@@ -70,9 +69,8 @@ bool MessageQueue::create(const std::string& name, unsigned short capacity, int 
 }
 
 bool MessageQueue::open(const std::string& name) {
-    if (const AttachedQueue* pAttached = m_pImpl->attached()) {
+    if (const AttachedQueue* pAttached = m_pImpl->attached())
         return refuseTwice(name, *pAttached);
-    }
     std::shared_ptr<const base::UniqueFd> pCreatorWatch;
     auto pAttached = AttachedQueue::open(name, pCreatorWatch);
     {
@@ -84,12 +82,12 @@ bool MessageQueue::open(const std::string& name) {
 
 bool MessageQueue::send(const unsigned char* data, int length, int timeout) {
     AttachedQueue* pAttached = m_pImpl->attached();
-    return pAttached != nullptr && pAttached->send(data, length, timeout);
+    return pAttached && pAttached->send(data, length, timeout);
 }
 
 int MessageQueue::receive(unsigned char* buffer, int size, int timeout) {
     AttachedQueue* pAttached = m_pImpl->attached();
-    return pAttached != nullptr ? pAttached->receive(buffer, size, timeout) : -1;
+    return pAttached ? pAttached->receive(buffer, size, timeout) : -1;
 }
 
 void MessageQueue::close() {
@@ -102,7 +100,7 @@ bool MessageQueue::waitForCreatorEnd() const {
         const std::lock_guard lock(m_pImpl->watchMutex);
         pCreatorWatch = m_pImpl->pCreatorWatch;
     }
-    return pCreatorWatch != nullptr && QueueFile::waitForCreatorEnd(pCreatorWatch->get());
+    return pCreatorWatch && QueueFile::waitForCreatorEnd(pCreatorWatch->get());
 }
 
 void MessageQueue::receiverGone(const std::string& name) {
@@ -140,7 +138,7 @@ std::vector<MessageQueue::Refusal> MessageQueue::refusals() {
 
 bool MessageQueue::retire(const std::string& name) {
     std::string error;
-    return QueueFile::retire(name, error) == QueueFile::Result::eDone;
+    return QueueFile::retire(name, error) == QueueFile::EResult::Done;
 }
 
 void MessageQueue::passNextCreate(const std::string& name) {

@@ -12,7 +12,7 @@ namespace sal {
 namespace {
 
 // Where every kind of fence is refused: no processor keeps a store to itself for nearly as long.
-constexpr std::chrono::milliseconds g_settled{2};
+constexpr std::chrono::milliseconds s_settled{2};
 
 bool membarrier(int command) {
     return syscall(SYS_membarrier, command, 0, 0) == 0;
@@ -20,7 +20,7 @@ bool membarrier(int command) {
 
 /// While the library is loaded the process has one thread and joins at once; one that has several waits for
 /// the kernel, 3 ms to 10 ms in each start of a driver process. Whoever asks later learns what came of it.
-[[maybe_unused]] const bool g_isJoinedEarly = joinProcessFences();
+[[maybe_unused]] const bool s_isJoinedEarly = joinProcessFences();
 
 }  // namespace
 
@@ -29,9 +29,8 @@ bool joinProcessFences() {
 }
 
 void heavyFence() {
-    if (!membarrier(MEMBARRIER_CMD_GLOBAL_EXPEDITED) && !membarrier(MEMBARRIER_CMD_GLOBAL)) {
-        std::this_thread::sleep_for(g_settled);
-    }
+    if (!membarrier(MEMBARRIER_CMD_GLOBAL_EXPEDITED) && !membarrier(MEMBARRIER_CMD_GLOBAL))
+        std::this_thread::sleep_for(s_settled);
 }
 
 }  // namespace sal

@@ -18,29 +18,27 @@ namespace sal {
 
 namespace {
 
-constexpr std::size_t g_randomLetters = 6;
+constexpr std::size_t s_randomLetters = 6;
 
 std::string configuredPath() {
     const char* pSetting = std::getenv("MFD_QUEUE_DIR");
     // With a slash behind it the last element would be followed where it is a link.
-    std::string path(pSetting != nullptr ? pSetting : "");
-    while (path.size() > 1 && path.back() == '/') {
+    std::string path(pSetting ? pSetting : "");
+    while (path.size() > 1 && path.back() == '/')
         path.pop_back();
-    }
     return path;
 }
 
 std::string octal(mode_t mode) {
     std::string text = "0";
-    for (int shift = 6; shift >= 0; shift -= 3) {
+    for (int shift = 6; shift >= 0; shift -= 3)
         text += static_cast<char>('0' + (mode >> shift & 7));
-    }
     return text;
 }
 
 bool isOwnPath(const std::string& path) {
     const std::string pattern = QueueDirectory::ownPattern();
-    const std::size_t fixed = pattern.size() - g_randomLetters;
+    const std::size_t fixed = pattern.size() - s_randomLetters;
     return path.size() == pattern.size() && path.compare(0, fixed, pattern, 0, fixed) == 0 &&
            std::all_of(path.begin() + static_cast<std::ptrdiff_t>(fixed), path.end(),
                        [](unsigned char letter) { return letter < 128 && std::isalnum(letter) != 0; });
@@ -49,7 +47,7 @@ bool isOwnPath(const std::string& path) {
 }  // namespace
 
 std::string QueueDirectory::ownPattern() {
-    return "/dev/shm/mfd-" + std::to_string(::geteuid()) + "-" + std::string(g_randomLetters, 'X');
+    return "/dev/shm/mfd-" + std::to_string(::geteuid()) + "-" + std::string(s_randomLetters, 'X');
 }
 
 std::optional<QueueDirectory> QueueDirectory::open(std::string& error) {
@@ -107,14 +105,12 @@ std::vector<QueueDirectory> QueueDirectory::left() {
         const std::string path = entry->path().string();
         struct stat info {};
         // Those of other users are not even opened.
-        if (!isOwnPath(path) || ::lstat(path.c_str(), &info) != 0 || info.st_uid != ::geteuid()) {
+        if (!isOwnPath(path) || ::lstat(path.c_str(), &info) != 0 || info.st_uid != ::geteuid())
             continue;
-        }
         base::UniqueFd handle(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (handle && ::fstat(handle.get(), &info) == 0 && info.st_uid == ::geteuid() &&
-            ::flock(handle.get(), LOCK_EX | LOCK_NB) == 0) {
+            ::flock(handle.get(), LOCK_EX | LOCK_NB) == 0)
             found.push_back(QueueDirectory(std::move(handle), path));
-        }
     }
     return found;
 }
@@ -135,16 +131,14 @@ bool QueueDirectory::lockForHost() {
 }
 
 void QueueDirectory::removeIfLeft(std::chrono::milliseconds patience) {
-    if (!m_handle || !isHostsOwn()) {
+    if (!m_handle || !isHostsOwn())
         return;
-    }
     const auto end = std::chrono::steady_clock::now() + patience;
     std::error_code failed;
     do {
         if (::flock(m_handle.get(), LOCK_EX | LOCK_NB) == 0) {
-            if (isStillThere() && ::rmdir(m_path.c_str()) == 0) {
+            if (isStillThere() && ::rmdir(m_path.c_str()) == 0)
                 return;
-            }
             ::flock(m_handle.get(), LOCK_UN);
         } else if (std::chrono::steady_clock::now() >= end) {
             return;

@@ -14,9 +14,8 @@ class QueueEvent {
 public:
     /// The number to wait on. Makes the heavy fence where it was promised.
     std::uint32_t prepare() {
-        if (m_isFenced.load(std::memory_order_relaxed) == 0) {
+        if (m_isFenced.load(std::memory_order_relaxed) == 0)
             return prepareUnfenced();
-        }
         m_isFenced.store(0, std::memory_order_relaxed);
         return prepareFenced();
     }
@@ -28,8 +27,8 @@ public:
         return number;
     }
 
-    FutexWake wait(std::uint32_t number, std::chrono::nanoseconds time) {
-        return futexWait(m_number, number, time, FutexScope::eShared);
+    EFutexWake wait(std::uint32_t number, std::chrono::nanoseconds time) {
+        return futexWait(m_number, number, time, EFutexScope::Shared);
     }
 
     /// By the only waiter, when it does not expect to wait soon: from now on the light fence will do.
@@ -39,24 +38,22 @@ public:
     bool seemsAwaited() const { return m_waiting.load(std::memory_order_relaxed) != 0; }
 
     void signal() {
-        if (m_waiting.fetch_add(0, std::memory_order_acq_rel) != 0) {
+        if (m_waiting.fetch_add(0, std::memory_order_acq_rel) != 0)
             wakeAll();
-        }
     }
 
     /// By a waker of a process that has joined the process fences. Where the fence is promised, the waiter
     /// sees by itself what was published.
     void signalFenced() {
         lightFence();
-        if (m_isFenced.load(std::memory_order_relaxed) == 0) {
+        if (m_isFenced.load(std::memory_order_relaxed) == 0)
             signal();
-        }
     }
 
     void wakeAll() {
         m_waiting.store(0, std::memory_order_relaxed);
         m_number.fetch_add(1, std::memory_order_acq_rel);
-        futexWake(m_number, INT_MAX, FutexScope::eShared);
+        futexWake(m_number, INT_MAX, EFutexScope::Shared);
     }
 
 private:

@@ -28,14 +28,14 @@ namespace sal {
 namespace {
 
 // Locks stand on bytes that no file ever has.
-constexpr off_t g_attachedByte = off_t{1} << 40;
-constexpr off_t g_creatorByte = g_attachedByte + 1;
-constexpr off_t g_receiverByte = g_attachedByte + 2;
-constexpr off_t g_ticketBytes = off_t{1} << 41;
+constexpr off_t s_attachedByte = off_t{1} << 40;
+constexpr off_t s_creatorByte = s_attachedByte + 1;
+constexpr off_t s_receiverByte = s_attachedByte + 2;
+constexpr off_t s_ticketBytes = off_t{1} << 41;
 
-constexpr std::chrono::milliseconds g_takeOverPatience{50};
+constexpr std::chrono::milliseconds s_takeOverPatience{50};
 /// How long a process that opened a queue waits for the end of a host that lets go of its directory last.
-constexpr std::chrono::milliseconds g_hostsEnd{500};
+constexpr std::chrono::milliseconds s_hostsEnd{500};
 
 struct flock lockOf(short type, off_t start, off_t length) {
     struct flock lock {};
@@ -75,14 +75,13 @@ bool isLocked(int descriptor, off_t byte) {
 /// A driver process that has waited for its creator's end shares the creator's lock from then on.
 bool isCreatorLocked(int descriptor) {
     struct flock found {};
-    return findLock(descriptor, F_RDLCK, g_creatorByte, 1, found);
+    return findLock(descriptor, F_RDLCK, s_creatorByte, 1, found);
 }
 
 unsigned int countLocks(int descriptor, off_t start, off_t end) {
     struct flock found {};
-    if (start >= end || !findLock(descriptor, F_WRLCK, start, end - start, found)) {
+    if (start >= end || !findLock(descriptor, F_WRLCK, start, end - start, found))
         return 0;
-    }
     return 1 + countLocks(descriptor, start, found.l_start) +
            countLocks(descriptor, found.l_start + found.l_len, end);
 }
@@ -93,9 +92,8 @@ struct PidNamespace {
 
     static PidNamespace own() {
         struct stat info {};
-        if (::stat("/proc/self/ns/pid", &info) != 0) {
+        if (::stat("/proc/self/ns/pid", &info) != 0)
             return {};
-        }
         return {info.st_dev, info.st_ino};
     }
 };
@@ -129,27 +127,24 @@ std::vector<std::string> filesOf(const QueueDirectory& directory) {
     std::vector<std::string> names;
     std::error_code failed;
     for (std::filesystem::directory_iterator entry(directory.path(), failed), end; !failed && entry != end;
-         entry.increment(failed)) {
+         entry.increment(failed))
         names.push_back(entry->path().filename().string());
-    }
     return names;
 }
 
 base::UniqueFd makeUnnamed(const QueueDirectory& directory, std::string& error) {
     base::UniqueFd file(
         ::openat(directory.descriptor(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!file) {
+    if (!file)
         error = "no file can be made in " + directory.path() + ": " + reason(errno) +
                 (errno == EOPNOTSUPP ? "; use a directory on a tmpfs" : "");
-    }
     return file;
 }
 
 bool readHeader(int file, QueueHeader& header) {
     std::array<std::byte, sizeof(QueueHeader)> bytes;
-    if (::pread(file, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+    if (::pread(file, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
         return false;
-    }
     // The atomic members of the copy are never looked at concurrently.
     std::memcpy(static_cast<void*>(&header), bytes.data(), bytes.size());
     return true;
@@ -158,9 +153,8 @@ bool readHeader(int file, QueueHeader& header) {
 /// For the end of a line: what to change when a file has become too large.
 std::string limitText(int number, std::size_t wanted) {
     struct rlimit limit {};
-    if (number != EFBIG || ::getrlimit(RLIMIT_FSIZE, &limit) != 0) {
+    if (number != EFBIG || ::getrlimit(RLIMIT_FSIZE, &limit) != 0)
         return {};
-    }
     return "; files of this process are limited to " + std::to_string(limit.rlim_cur) +
            " bytes (RLIMIT_FSIZE, ulimit -f), and this one needs " + std::to_string(wanted);
 }
@@ -175,13 +169,11 @@ bool allocateRange(int file, std::size_t offset, std::size_t size) {
 
 /// A child that was only forked may have kept the lock of a creator that has died.
 bool creatorLivesIn(int file) {
-    if (!isCreatorLocked(file)) {
+    if (!isCreatorLocked(file))
         return false;
-    }
     QueueHeader header;
-    if (!readHeader(file, header) || header.magic != QueueHeader::s_magic) {
+    if (!readHeader(file, header) || header.magic != QueueHeader::s_magic)
         return true;
-    }
     const PidNamespace pids = PidNamespace::own();
     const bool isVisible = header.pidNamespaceDevice == pids.device && header.pidNamespaceInode == pids.inode;
     const auto creator = static_cast<pid_t>(header.creatorPid);
@@ -190,9 +182,8 @@ bool creatorLivesIn(int file) {
 
 std::string holderText(int file) {
     QueueHeader header;
-    if (!readHeader(file, header) || header.magic != QueueHeader::s_magic) {
+    if (!readHeader(file, header) || header.magic != QueueHeader::s_magic)
         return {};
-    }
     const auto receiver = header.receiverPid.load(std::memory_order_relaxed);
     return " (made by process " + std::to_string(header.creatorPid) +
            (receiver != 0 ? ", read by process " + std::to_string(receiver) : std::string()) + ")";
@@ -200,17 +191,15 @@ std::string holderText(int file) {
 
 bool hasOpen(const std::string& process, int file) {
     struct stat wanted {};
-    if (::fstat(file, &wanted) != 0) {
+    if (::fstat(file, &wanted) != 0)
         return false;
-    }
     std::error_code error;
     for (std::filesystem::directory_iterator entry(process + "/fd", error), end; !error && entry != end;
          entry.increment(error)) {
         struct stat open {};
         if (::stat(entry->path().c_str(), &open) == 0 && open.st_dev == wanted.st_dev &&
-            open.st_ino == wanted.st_ino) {
+            open.st_ino == wanted.st_ino)
             return true;
-        }
     }
     return false;
 }
@@ -228,14 +217,12 @@ bool isStopped(const std::string& process) {
 /// Shared memory only tells who it may be.
 std::string continueReader(int file) {
     QueueHeader header;
-    if (creatorLivesIn(file) || !readHeader(file, header) || header.magic != QueueHeader::s_magic) {
+    if (creatorLivesIn(file) || !readHeader(file, header) || header.magic != QueueHeader::s_magic)
         return {};
-    }
     const auto receiver = static_cast<pid_t>(header.receiverPid.load(std::memory_order_relaxed));
     const std::string process = "/proc/" + std::to_string(receiver);
-    if (receiver <= 0 || !isStopped(process) || !hasOpen(process, file) || ::kill(receiver, SIGCONT) != 0) {
+    if (receiver <= 0 || !isStopped(process) || !hasOpen(process, file) || ::kill(receiver, SIGCONT) != 0)
         return {};
-    }
     return "; its reader was stopped and is continued, so that it sees that its host is gone";
 }
 
@@ -244,17 +231,14 @@ std::string continueReader(int file) {
 std::unique_ptr<QueueFile> QueueFile::make(const std::string& queue, const QueueGeometry& geometry,
                                            std::string& error) {
     auto name = QueueDirectory::fileName(queue, error);
-    if (!name) {
+    if (!name)
         return nullptr;
-    }
     auto directory = QueueDirectory::openOrMake(error);
-    if (!directory) {
+    if (!directory)
         return nullptr;
-    }
     base::UniqueFd file = makeUnnamed(*directory, error);
-    if (!file) {
+    if (!file)
         return nullptr;
-    }
     const std::size_t first = geometry.chunksOffset + geometry.chunkSize;
     if (::fchmod(file.get(), S_IRUSR | S_IWUSR) != 0 ||
         ::ftruncate(file.get(), static_cast<off_t>(geometry.fileSize)) != 0 ||
@@ -284,7 +268,7 @@ std::unique_ptr<QueueFile> QueueFile::make(const std::string& queue, const Queue
         error = "it cannot be written: " + reason(errno);
         return nullptr;
     }
-    if (!setLock(file.get(), F_RDLCK, g_attachedByte) || !setLock(file.get(), F_WRLCK, g_creatorByte)) {
+    if (!setLock(file.get(), F_RDLCK, s_attachedByte) || !setLock(file.get(), F_WRLCK, s_creatorByte)) {
         error = "it cannot be locked: " + reason(errno);
         return nullptr;
     }
@@ -292,98 +276,88 @@ std::unique_ptr<QueueFile> QueueFile::make(const std::string& queue, const Queue
         new QueueFile(std::move(*directory), std::move(*name), std::move(file)));
 }
 
-QueueFile::Result QueueFile::removeStale(const std::string& queue, std::string& error) {
+QueueFile::EResult QueueFile::removeStale(const std::string& queue, std::string& error) {
     const auto name = QueueDirectory::fileName(queue, error);
-    if (!name) {
-        return Result::eFailed;
-    }
+    if (!name)
+        return EResult::Failed;
     const auto directory = QueueDirectory::openOrMake(error);
-    if (!directory) {
-        return Result::eFailed;
-    }
+    if (!directory)
+        return EResult::Failed;
     return forAll(*directory, [&](const QueueDirectory& each) { return removeStaleIn(each, *name, error); });
 }
 
-QueueFile::Result QueueFile::removeStaleIn(const QueueDirectory& directory, const std::string& name,
-                                           std::string& error) {
-    const auto end = std::chrono::steady_clock::now() + g_takeOverPatience;
+QueueFile::EResult QueueFile::removeStaleIn(const QueueDirectory& directory, const std::string& name,
+                                            std::string& error) {
+    const auto end = std::chrono::steady_clock::now() + s_takeOverPatience;
     for (;;) {
         base::UniqueFd file = openNamed(directory.descriptor(), name);
-        if (!file && errno == ENOENT) {
-            return Result::eDone;
-        }
+        if (!file && errno == ENOENT)
+            return EResult::Done;
         if (!isQueueOfOurs(file)) {
             error = directory.path() + "/" + name + " is no queue of ours; remove it";
-            return Result::eFailed;
+            return EResult::Failed;
         }
-        if (setLock(file.get(), F_WRLCK, g_attachedByte) &&
+        if (setLock(file.get(), F_WRLCK, s_attachedByte) &&
             namesFile(directory.descriptor(), name, file.get())) {
-            if (::unlinkat(directory.descriptor(), name.c_str(), 0) == 0) {
-                return Result::eDone;
-            }
+            if (::unlinkat(directory.descriptor(), name.c_str(), 0) == 0)
+                return EResult::Done;
             error = directory.path() + "/" + name + " cannot be removed: " + reason(errno);
-            return Result::eFailed;
+            return EResult::Failed;
         }
         if (std::chrono::steady_clock::now() >= end) {
             error = "the name is still in use by a live process" + holderText(file.get()) +
                     continueReader(file.get());
-            return Result::eBusy;
+            return EResult::Busy;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
 
-QueueFile::Result QueueFile::retire(const std::string& queue, std::string& error) {
+QueueFile::EResult QueueFile::retire(const std::string& queue, std::string& error) {
     const auto name = QueueDirectory::fileName(queue, error);
-    if (!name) {
-        return Result::eFailed;
-    }
+    if (!name)
+        return EResult::Failed;
     const auto directory = QueueDirectory::open(error);
-    if (!directory) {
-        return Result::eFailed;
-    }
+    if (!directory)
+        return EResult::Failed;
     return forAll(*directory, [&](const QueueDirectory& each) { return retireIn(each, *name, error); });
 }
 
-QueueFile::Result QueueFile::retireIn(const QueueDirectory& directory, const std::string& name,
-                                      std::string& error) {
+QueueFile::EResult QueueFile::retireIn(const QueueDirectory& directory, const std::string& name,
+                                       std::string& error) {
     const base::UniqueFd file = openNamed(directory.descriptor(), name);
-    if (!file && errno == ENOENT) {
-        return Result::eDone;
-    }
+    if (!file && errno == ENOENT)
+        return EResult::Done;
     struct stat info {};
     if (!isQueueOfOurs(file) || ::fstat(file.get(), &info) != 0) {
         error = directory.path() + "/" + name + " is no queue of ours; remove it";
-        return Result::eFailed;
+        return EResult::Failed;
     }
     if (creatorLivesIn(file.get())) {
         error = "another host has it" + holderText(file.get());
-        return Result::eBusy;
+        return EResult::Busy;
     }
     // Who is still attached looks at the mark several times in a second.
     const std::uint32_t broken = 1;
-    if (info.st_size >= static_cast<off_t>(sizeof(QueueHeader))) {
+    if (info.st_size >= static_cast<off_t>(sizeof(QueueHeader)))
         static_cast<void>(!::pwrite(file.get(), &broken, sizeof(broken), offsetof(QueueHeader, broken)));
-    }
     if (namesFile(directory.descriptor(), name, file.get()) &&
         ::unlinkat(directory.descriptor(), name.c_str(), 0) != 0) {
         error = directory.path() + "/" + name + " cannot be removed: " + reason(errno);
-        return Result::eFailed;
+        return EResult::Failed;
     }
-    return Result::eDone;
+    return EResult::Done;
 }
 
-QueueFile::Result QueueFile::forAll(const QueueDirectory& directory,
-                                    const std::function<Result(const QueueDirectory&)>& call) {
-    const Result result = call(directory);
-    if (result != Result::eDone || !directory.isHostsOwn()) {
+QueueFile::EResult QueueFile::forAll(const QueueDirectory& directory,
+                                     const std::function<EResult(const QueueDirectory&)>& call) {
+    const EResult result = call(directory);
+    if (result != EResult::Done || !directory.isHostsOwn())
         return result;
-    }
     for (QueueDirectory& left : QueueDirectory::left()) {
         // What else stands there is in nobody's way.
-        if (call(left) == Result::eBusy) {
-            return Result::eBusy;
-        }
+        if (call(left) == EResult::Busy)
+            return EResult::Busy;
         left.removeIfLeft();
     }
     return result;
@@ -400,49 +374,44 @@ bool QueueFile::areFree(const std::vector<std::string>& queues) {
                           ::faccessat(each.descriptor(), name->c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0 &&
                           errno == ENOENT;
                });
-               return isFree ? Result::eDone : Result::eBusy;
-           }) == Result::eDone;
+               return isFree ? EResult::Done : EResult::Busy;
+           }) == EResult::Done;
 }
 
 bool QueueFile::tryDirectory(std::string& error) {
     auto directory = QueueDirectory::openOrMake(error);
-    if (!directory) {
+    if (!directory)
         return false;
-    }
     base::UniqueFd handle = makeUnnamed(*directory, error);
-    if (!handle) {
+    if (!handle)
         return false;
-    }
     // No queue is called so: of a queue's name only whole %XX come out.
     const std::string name = "%try-" + std::to_string(::getpid());
     ::unlinkat(directory->descriptor(), name.c_str(), 0);
     QueueFile file(std::move(*directory), name, std::move(handle));
-    return file.publish(error) == Result::eDone;
+    return file.publish(error) == EResult::Done;
 }
 
 void QueueFile::removeFree(const QueueDirectory& directory) {
     for (const std::string& name : filesOf(directory)) {
         const base::UniqueFd file = openNamed(directory.descriptor(), name);
-        if (!isQueueOfOurs(file)) {
+        if (!isQueueOfOurs(file))
             continue;
-        }
-        if (setLock(file.get(), F_WRLCK, g_attachedByte)) {
+        if (setLock(file.get(), F_WRLCK, s_attachedByte))
             ::unlinkat(directory.descriptor(), name.c_str(), 0);
-        } else if (const std::string text = continueReader(file.get()); !text.empty()) {
+        else if (const std::string text = continueReader(file.get()); !text.empty())
             logLine("QUEUE", LogOutput::eWarning, directory.path() + "/" + name + ": still in use" + text);
-        }
     }
 }
 
 void QueueFile::removeAll(const QueueDirectory& directory) {
     for (const std::string& name : filesOf(directory)) {
-        if (isQueueOfOurs(openNamed(directory.descriptor(), name))) {
+        if (isQueueOfOurs(openNamed(directory.descriptor(), name)))
             ::unlinkat(directory.descriptor(), name.c_str(), 0);
-        }
     }
 }
 
-QueueFile::Result QueueFile::publish(std::string& error) {
+QueueFile::EResult QueueFile::publish(std::string& error) {
     int result = ::linkat(m_file.get(), "", m_directory.descriptor(), m_name.c_str(), AT_EMPTY_PATH);
     if (result != 0 && errno != EEXIST) {
         // Before Linux 6.10 the direct way takes a right that an ordinary user lacks.
@@ -450,26 +419,23 @@ QueueFile::Result QueueFile::publish(std::string& error) {
         result =
             ::linkat(AT_FDCWD, path.c_str(), m_directory.descriptor(), m_name.c_str(), AT_SYMLINK_FOLLOW);
     }
-    if (result == 0) {
-        return Result::eDone;
-    }
+    if (result == 0)
+        return EResult::Done;
     error = "it cannot be given its name in " + m_directory.path() + ": " + reason(errno);
-    return errno == EEXIST ? Result::eBusy : Result::eFailed;
+    return errno == EEXIST ? EResult::Busy : EResult::Failed;
 }
 
 std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeometry& geometry,
                                              std::string& error, bool& isLate) {
     isLate = false;
     auto name = QueueDirectory::fileName(queue, error);
-    if (!name) {
+    if (!name)
         return nullptr;
-    }
     auto directory = QueueDirectory::open(error);
-    if (!directory) {
+    if (!directory)
         return nullptr;
-    }
     const std::string path = directory->path() + "/" + *name;
-    const auto end = std::chrono::steady_clock::now() + g_takeOverPatience;
+    const auto end = std::chrono::steady_clock::now() + s_takeOverPatience;
     base::UniqueFd handle;
     for (;;) {
         handle = openNamed(directory->descriptor(), *name);
@@ -484,10 +450,9 @@ std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeom
             return nullptr;
         }
         // The exclusive lock is held for moments only, by somebody who removes the file.
-        if (setLock(handle.get(), F_RDLCK, g_attachedByte) &&
-            namesFile(directory->descriptor(), *name, handle.get())) {
+        if (setLock(handle.get(), F_RDLCK, s_attachedByte) &&
+            namesFile(directory->descriptor(), *name, handle.get()))
             break;
-        }
         if (std::chrono::steady_clock::now() >= end) {
             error = path + " is being removed";
             return nullptr;
@@ -535,9 +500,8 @@ QueueFile::~QueueFile() {
 }
 
 void QueueFile::release() {
-    if (!m_file) {
+    if (!m_file)
         return;
-    }
     removeName();
     // A child that was made without the C library's fork has the open file, too, and would keep its locks.
     unlockAll(m_file.get());
@@ -546,13 +510,12 @@ void QueueFile::release() {
 
 bool QueueFile::removeName() {
     // First let go, then try to have it alone: of several that leave together the last one succeeds.
-    setLock(m_file.get(), F_UNLCK, g_attachedByte);
-    if (setLock(m_file.get(), F_WRLCK, g_attachedByte) &&
-        namesFile(m_directory.descriptor(), m_name, m_file.get())) {
+    setLock(m_file.get(), F_UNLCK, s_attachedByte);
+    if (setLock(m_file.get(), F_WRLCK, s_attachedByte) &&
+        namesFile(m_directory.descriptor(), m_name, m_file.get()))
         ::unlinkat(m_directory.descriptor(), m_name.c_str(), 0);
-    }
     // A host that is killed lets go of its queues, and a little later of its directory.
-    m_directory.removeIfLeft(m_isPeers ? g_hostsEnd : std::chrono::milliseconds());
+    m_directory.removeIfLeft(m_isPeers ? s_hostsEnd : std::chrono::milliseconds());
     return !namesFile(m_directory.descriptor(), m_name, m_file.get());
 }
 
@@ -562,19 +525,19 @@ void QueueFile::abandon() {
 }
 
 bool QueueFile::takeTicket(std::uint32_t ticket) {
-    return setLock(m_file.get(), F_WRLCK, g_ticketBytes + ticket);
+    return setLock(m_file.get(), F_WRLCK, s_ticketBytes + ticket);
 }
 
 bool QueueFile::ticketHeld(std::uint32_t ticket) const {
-    return isLocked(m_file.get(), g_ticketBytes + ticket);
+    return isLocked(m_file.get(), s_ticketBytes + ticket);
 }
 
 bool QueueFile::takeReceiver() {
-    return setLock(m_file.get(), F_WRLCK, g_receiverByte);
+    return setLock(m_file.get(), F_WRLCK, s_receiverByte);
 }
 
 bool QueueFile::receiverLives() const {
-    return isLocked(m_file.get(), g_receiverByte);
+    return isLocked(m_file.get(), s_receiverByte);
 }
 
 bool QueueFile::creatorLives() const {
@@ -582,7 +545,7 @@ bool QueueFile::creatorLives() const {
 }
 
 unsigned int QueueFile::holders() const {
-    return 1 + countLocks(m_file.get(), g_ticketBytes, g_ticketBytes + (off_t{1} << 32));
+    return 1 + countLocks(m_file.get(), s_ticketBytes, s_ticketBytes + (off_t{1} << 32));
 }
 
 bool QueueFile::hasSize(std::size_t size) const {
@@ -604,15 +567,14 @@ base::UniqueFd QueueFile::reopen() const {
     base::UniqueFd file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
     if (!file) {
         file = openNamed(m_directory.descriptor(), m_name);
-        if (file && !namesFile(m_directory.descriptor(), m_name, m_file.get())) {
+        if (file && !namesFile(m_directory.descriptor(), m_name, m_file.get()))
             file.reset();
-        }
     }
     return file;
 }
 
 bool QueueFile::waitForCreatorEnd(int descriptor) {
-    struct flock lock = lockOf(F_RDLCK, g_creatorByte, 1);
+    struct flock lock = lockOf(F_RDLCK, s_creatorByte, 1);
     int result = 0;
     do {
         result = ::fcntl(descriptor, F_OFD_SETLKW, &lock);

@@ -19,7 +19,7 @@ namespace sal {
 /// any thread may ask.
 class QueueFile {
 public:
-    enum class Result { eDone, eBusy, eFailed };
+    enum class EResult { Done, Busy, Failed };
 
     /// A new file that has no name yet, with memory for the header, the tables and the first chunk.
     static std::unique_ptr<QueueFile> make(const std::string& queue, const QueueGeometry& geometry,
@@ -32,10 +32,10 @@ public:
 
     /// Removes the files of that name to which nobody is attached any more, those that a dead host left
     /// included. Waits up to 50 ms for that.
-    static Result removeStale(const std::string& queue, std::string& error);
+    static EResult removeStale(const std::string& queue, std::string& error);
     /// Takes the name from those who still hold it, unless their creator lives: the file is marked as broken
     /// and removed. eDone when the name is free now.
-    static Result retire(const std::string& queue, std::string& error);
+    static EResult retire(const std::string& queue, std::string& error);
     /// Gives a file a name in the directory and takes it away again. False, and why, when that is not
     /// possible.
     static bool tryDirectory(std::string& error);
@@ -57,7 +57,7 @@ public:
     bool removeName();
 
     /// Gives the file its name. Busy when another file has it.
-    Result publish(std::string& error);
+    EResult publish(std::string& error);
 
     /// Takes the lock of a ticket; false when somebody has it.
     bool takeTicket(std::uint32_t ticket);
@@ -89,12 +89,13 @@ private:
     QueueFile(QueueDirectory directory, std::string name, base::UniqueFd file)
         : m_directory(std::move(directory)), m_name(std::move(name)), m_file(std::move(file)) {}
 
-    static Result removeStaleIn(const QueueDirectory& directory, const std::string& name, std::string& error);
-    static Result retireIn(const QueueDirectory& directory, const std::string& name, std::string& error);
+    static EResult removeStaleIn(const QueueDirectory& directory, const std::string& name,
+                                 std::string& error);
+    static EResult retireIn(const QueueDirectory& directory, const std::string& name, std::string& error);
     /// The call for the directory, then for those that dead hosts left where it is such a one; up to the
     /// first that is not done.
-    static Result forAll(const QueueDirectory& directory,
-                         const std::function<Result(const QueueDirectory&)>& call);
+    static EResult forAll(const QueueDirectory& directory,
+                          const std::function<EResult(const QueueDirectory&)>& call);
     void release();
 
     QueueDirectory m_directory;

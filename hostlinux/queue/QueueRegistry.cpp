@@ -15,9 +15,9 @@ namespace sal {
 namespace {
 
 /// Refusals with longer pauses between them are no wait for the name.
-constexpr std::chrono::seconds g_series{1};
+constexpr std::chrono::seconds s_series{1};
 // Bounds how long a claim goes unnoticed whose claimer has died before it could wake anybody.
-constexpr std::chrono::milliseconds g_slice{100};
+constexpr std::chrono::milliseconds s_slice{100};
 
 }  // namespace
 
@@ -31,9 +31,8 @@ QueueRegistry::QueueRegistry() {
     // A forked child that kept the files open would keep the names in use after its parent's death.
     ::pthread_atfork([] { instance().m_mutex.lock(); }, [] { instance().m_mutex.unlock(); },
                      [] {
-                         for (AttachedQueue* pQueue : instance().m_queues) {
+                         for (AttachedQueue* pQueue : instance().m_queues)
                              pQueue->abandon();
-                         }
                          instance().m_queues.clear();
                          QueueMaker::forget();
                          instance().m_mutex.unlock();
@@ -54,16 +53,15 @@ void QueueRegistry::remove(AttachedQueue& queue) {
 void QueueRegistry::receiverGone(const std::string& name) {
     const std::lock_guard lock(m_mutex);
     for (AttachedQueue* pQueue : m_queues) {
-        if (pQueue->name() == name) {
+        if (pQueue->name() == name)
             pQueue->receiverGone();
-        }
     }
     readersChange();
 }
 
 void QueueRegistry::readersChange() {
     m_readerChanges.fetch_add(1, std::memory_order_acq_rel);
-    futexWake(m_readerChanges, INT_MAX, FutexScope::eProcess);
+    futexWake(m_readerChanges, INT_MAX, EFutexScope::Process);
 }
 
 bool QueueRegistry::hasReader(const std::string& name) {
@@ -77,12 +75,10 @@ std::vector<std::shared_ptr<FutexWord>> QueueRegistry::awaitedReaders(const std:
     std::vector<std::shared_ptr<FutexWord>> awaited;
     const std::lock_guard lock(m_mutex);
     for (const AttachedQueue* pQueue : m_queues) {
-        if (!pQueue->isCreator() || std::find(names.begin(), names.end(), pQueue->name()) == names.end()) {
+        if (!pQueue->isCreator() || std::find(names.begin(), names.end(), pQueue->name()) == names.end())
             continue;
-        }
-        if (auto pWord = pQueue->awaitedReader()) {
+        if (auto pWord = pQueue->awaitedReader())
             awaited.push_back(std::move(pWord));
-        }
     }
     return awaited;
 }
@@ -92,18 +88,15 @@ bool QueueRegistry::waitForReaders(const std::vector<std::string>& names, std::s
     for (;;) {
         // Before the look at the queues, so that no change is missed.
         std::vector<FutexWait> waits{
-            {&m_readerChanges, m_readerChanges.load(std::memory_order_acquire), FutexScope::eProcess}};
+            {&m_readerChanges, m_readerChanges.load(std::memory_order_acquire), EFutexScope::Process}};
         const auto awaited = awaitedReaders(names);
-        if (awaited.size() <= most) {
+        if (awaited.size() <= most)
             return true;
-        }
-        const auto left = deadline.left(g_slice);
-        if (left == Deadline::Clock::duration::zero()) {
+        const auto left = deadline.left(s_slice);
+        if (left == Deadline::Clock::duration::zero())
             return false;
-        }
-        for (const auto& pWord : awaited) {
-            waits.push_back({pWord.get(), 0, FutexScope::eShared});
-        }
+        for (const auto& pWord : awaited)
+            waits.push_back({pWord.get(), 0, EFutexScope::Shared});
         futexWaitAny(waits, left);
     }
 }
@@ -118,14 +111,13 @@ bool QueueRegistry::hasCreated(const std::string& name) {
 bool QueueRegistry::removeNames() {
     bool areGone = true;
     const std::lock_guard lock(m_mutex);
-    for (AttachedQueue* pQueue : m_queues) {
+    for (AttachedQueue* pQueue : m_queues)
         areGone = pQueue->removeName() && areGone;
-    }
     return areGone;
 }
 
 bool QueueRegistry::Refused::isRecent() const {
-    return Clock::now() - last < g_series;
+    return Clock::now() - last < s_series;
 }
 
 bool QueueRegistry::refused(const std::string& name, const std::string& why) {
@@ -163,9 +155,8 @@ std::vector<MessageQueue::Refusal> QueueRegistry::refusals() {
 void QueueRegistry::passNextCreate(const std::string& name) {
     const std::lock_guard lock(m_mutex);
     const auto found = m_refused.find(name);
-    if (found != m_refused.end() && found->second.isRecent()) {
+    if (found != m_refused.end() && found->second.isRecent())
         found->second.passes = true;
-    }
 }
 
 bool QueueRegistry::takePass(const std::string& name) {
@@ -179,9 +170,8 @@ std::vector<MessageQueue::Status> QueueRegistry::statuses() {
     {
         const std::lock_guard lock(m_mutex);
         for (const AttachedQueue* pQueue : m_queues) {
-            if (pQueue->isCreator()) {
+            if (pQueue->isCreator())
                 statuses.push_back(pQueue->status());
-            }
         }
     }
     std::sort(statuses.begin(), statuses.end(), [](const auto& a, const auto& b) { return a.name < b.name; });

@@ -15,16 +15,16 @@ namespace sal {
 /// the senders' lock, pop() and what else belongs to the receiver by one thread at a time.
 class QueueRing {
 public:
-    enum class Result { eDone, eFull, eEmpty, eNoMemory, eBroken };
+    enum class EResult { Done, Full, Empty, NoMemory, Broken };
 
     QueueRing(std::byte* pBase, const QueueGeometry& geometry, QueueFile& file);
 
-    Result push(const unsigned char* data, std::uint32_t length);
+    EResult push(const unsigned char* data, std::uint32_t length);
 
     /// The receiver begins where the last one stopped. False when that makes no sense.
     bool beginReceiving();
     /// length comes back as the message's, even where it is cut to size.
-    Result pop(unsigned char* buffer, std::uint32_t size, std::uint32_t& length);
+    EResult pop(unsigned char* buffer, std::uint32_t size, std::uint32_t& length);
     /// The messages that are known to stand behind the last pop(); there may be more.
     std::uint32_t left() const { return m_left; }
     /// Looks how many there are now. Receiver.

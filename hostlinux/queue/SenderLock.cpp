@@ -10,24 +10,23 @@ namespace sal {
 
 namespace {
 
-constexpr int g_spins = 100;
+constexpr int s_spins = 100;
 // An owner that dies leaves the others asleep, so this bounds how long its death goes unnoticed.
-constexpr std::chrono::milliseconds g_slice{20};
+constexpr std::chrono::milliseconds s_slice{20};
 // How long to look away from a favoured thread that is inside, at least and at most: it wakes nobody.
-constexpr std::chrono::microseconds g_shortestLook{50};
-constexpr std::chrono::microseconds g_longestLook{1000};
+constexpr std::chrono::microseconds s_shortestLook{50};
+constexpr std::chrono::microseconds s_longestLook{1000};
 // Favour pays for its withdrawal from some hundred messages on. Each time it has to be earned harder, so
 // that senders by turns do not keep taking it from each other.
-constexpr unsigned int g_firstFavour = 256;
-constexpr unsigned int g_hardestFavour = 8192;
+constexpr unsigned int s_firstFavour = 256;
+constexpr unsigned int s_hardestFavour = 8192;
 
 /// Never 0, never given out again.
 std::uint64_t threadNumber() {
     static std::atomic<std::uint64_t> s_count{0};
     [[gnu::tls_model("initial-exec")]] static thread_local std::uint64_t t_number = 0;
-    if (t_number == 0) {
+    if (t_number == 0)
         t_number = s_count.fetch_add(1, std::memory_order_relaxed) + 1;
-    }
     return t_number;
 }
 
@@ -38,13 +37,12 @@ SenderLock::SenderLock(SenderLockWords& words, QueueFile& file, std::uint32_t ti
       m_file(file),
       m_ticket(ticket),
       m_mayBeFavoured(mayBeFavoured),
-      m_timesNeeded(g_firstFavour) {}
+      m_timesNeeded(s_firstFavour) {}
 
 bool SenderLock::enterFavoured() {
     if (m_words.favoured.load(std::memory_order_relaxed) != m_ticket ||
-        m_favouredThread.load(std::memory_order_relaxed) != threadNumber()) {
+        m_favouredThread.load(std::memory_order_relaxed) != threadNumber())
         return false;
-    }
     m_pSeat->inside.store(SenderLockWords::markOf(m_ticket), std::memory_order_relaxed);
     lightFence();
     if (m_words.favoured.load(std::memory_order_acquire) != m_ticket) {
@@ -62,14 +60,12 @@ bool SenderLock::tryWord() {
 }
 
 bool SenderLock::tryLock() {
-    if (enterFavoured()) {
+    if (enterFavoured())
         return true;
-    }
-    if (!m_mutex.tryLock()) {
+    if (!m_mutex.tryLock())
         return false;
-    }
     if (tryWord()) {
-        if (settle(nullptr) == Result::eLocked) {
+        if (settle(nullptr) == EResult::Locked) {
             m_isFavoured = false;
             return true;
         }
@@ -79,17 +75,15 @@ bool SenderLock::tryLock() {
     return false;
 }
 
-SenderLock::Result SenderLock::lock(Deadline& deadline) {
-    if (enterFavoured()) {
-        return Result::eLocked;
-    }
-    if (!m_mutex.tryLock() && !m_mutex.lock(deadline)) {
-        return Result::eTimedOut;
-    }
-    Result result = tryWord() ? Result::eLocked : lockWord(deadline);
-    if (result == Result::eLocked) {
+SenderLock::EResult SenderLock::lock(Deadline& deadline) {
+    if (enterFavoured())
+        return EResult::Locked;
+    if (!m_mutex.tryLock() && !m_mutex.lock(deadline))
+        return EResult::TimedOut;
+    EResult result = tryWord() ? EResult::Locked : lockWord(deadline);
+    if (result == EResult::Locked) {
         result = settle(&deadline);
-        if (result == Result::eLocked) {
+        if (result == EResult::Locked) {
             m_isFavoured = false;
             considerFavour();
             return result;
@@ -100,13 +94,12 @@ SenderLock::Result SenderLock::lock(Deadline& deadline) {
     return result;
 }
 
-SenderLock::Result SenderLock::lockWord(Deadline& deadline) {
+SenderLock::EResult SenderLock::lockWord(Deadline& deadline) {
     FutexWord& word = m_words.holder;
-    for (int spin = 0; spin < g_spins; ++spin) {
+    for (int spin = 0; spin < s_spins; ++spin) {
         spinPause();
-        if (tryWord()) {
-            return Result::eLocked;
-        }
+        if (tryWord())
+            return EResult::Locked;
     }
     // Whoever has slept cannot know whether others still sleep, so it keeps the waiters' bit.
     const std::uint32_t mine = m_ticket | s_waitersBit;
@@ -118,40 +111,38 @@ SenderLock::Result SenderLock::lockWord(Deadline& deadline) {
         const bool isFree = owner == 0 || owner == m_ticket || (probe && !m_file.ticketHeld(owner));
         if (isFree) {
             if (word.compare_exchange_strong(value, mine, std::memory_order_acq_rel,
-                                             std::memory_order_relaxed)) {
-                return Result::eLocked;
-            }
+                                             std::memory_order_relaxed))
+                return EResult::Locked;
             probe = false;
             continue;
         }
         if (value == owner &&
-            !word.compare_exchange_strong(value, value | s_waitersBit, std::memory_order_relaxed)) {
+            !word.compare_exchange_strong(value, value | s_waitersBit, std::memory_order_relaxed))
             continue;
-        }
-        const auto time = deadline.left(g_slice);
+        const auto time = deadline.left(s_slice);
         if (time == Deadline::Clock::duration::zero()) {
             // The time may be shorter than a slice: a dead owner is found all the same.
             if (!probe) {
                 probe = true;
                 continue;
             }
-            return Result::eTimedOut;
+            return EResult::TimedOut;
         }
-        switch (futexWait(word, owner | s_waitersBit, time, FutexScope::eShared)) {
-            case FutexWake::eChanged:
+        switch (futexWait(word, owner | s_waitersBit, time, EFutexScope::Shared)) {
+            case EFutexWake::Changed:
                 probe = false;
                 break;
-            case FutexWake::eTimedOut:
+            case EFutexWake::TimedOut:
                 probe = true;
                 break;
-            case FutexWake::eUnmapped:
-                return Result::eUnmapped;
+            case EFutexWake::Unmapped:
+                return EResult::Unmapped;
         }
     }
 }
 
-SenderLock::Result SenderLock::settle(Deadline* pDeadline) {
-    if (m_pSeat != nullptr) {
+SenderLock::EResult SenderLock::settle(Deadline* pDeadline) {
+    if (m_pSeat) {
         // What the favoured thread did to this object happened before, whoever has waited until it was out.
         m_pSeat->inside.load(std::memory_order_acquire);
     }
@@ -161,56 +152,50 @@ SenderLock::Result SenderLock::settle(Deadline* pDeadline) {
         m_words.favoured.store(0, std::memory_order_release);
         heavyFence();
     }
-    if (m_words.unsettled.load(std::memory_order_relaxed) == 0) {
-        return Result::eLocked;
-    }
+    if (m_words.unsettled.load(std::memory_order_relaxed) == 0)
+        return EResult::Locked;
     for (SenderLockWords::Seat& seat : m_words.seats) {
-        const Result result = waitOutside(seat, pDeadline);
-        if (result != Result::eLocked) {
+        const EResult result = waitOutside(seat, pDeadline);
+        if (result != EResult::Locked)
             return result;
-        }
     }
     m_words.unsettled.store(0, std::memory_order_relaxed);
-    return Result::eLocked;
+    return EResult::Locked;
 }
 
-SenderLock::Result SenderLock::waitOutside(SenderLockWords::Seat& seat, Deadline* pDeadline) {
-    auto look = g_shortestLook;
+SenderLock::EResult SenderLock::waitOutside(SenderLockWords::Seat& seat, Deadline* pDeadline) {
+    auto look = s_shortestLook;
     std::optional<Deadline::Clock::time_point> probed;
     for (int times = 0;; ++times) {
         const std::uint32_t inside = seat.inside.load(std::memory_order_acquire);
-        if (inside == 0) {
-            return Result::eLocked;
-        }
+        if (inside == 0)
+            return EResult::Locked;
         const std::uint32_t owner = seat.owner.load(std::memory_order_relaxed);
-        if (inside != SenderLockWords::markOf(owner)) {
-            return Result::eBroken;
-        }
-        if (times < g_spins) {
+        if (inside != SenderLockWords::markOf(owner))
+            return EResult::Broken;
+        if (times < s_spins) {
             spinPause();
             continue;
         }
         const auto now = Deadline::Clock::now();
-        if (!probed || now - *probed >= g_slice) {
+        if (!probed || now - *probed >= s_slice) {
             probed = now;
             if (owner != m_ticket && !m_file.ticketHeld(owner)) {
                 seat.inside.store(0, std::memory_order_relaxed);
-                return Result::eLocked;
+                return EResult::Locked;
             }
         }
-        const auto time = pDeadline != nullptr ? pDeadline->left(look) : Deadline::Clock::duration::zero();
-        if (time == Deadline::Clock::duration::zero()) {
-            return Result::eTimedOut;
-        }
+        const auto time = pDeadline ? pDeadline->left(look) : Deadline::Clock::duration::zero();
+        if (time == Deadline::Clock::duration::zero())
+            return EResult::TimedOut;
         std::this_thread::sleep_for(time);
-        look = std::min(2 * look, g_longestLook);
+        look = std::min(2 * look, s_longestLook);
     }
 }
 
 void SenderLock::considerFavour() {
-    if (!m_mayBeFavoured) {
+    if (!m_mayBeFavoured)
         return;
-    }
     const std::uint64_t me = threadNumber();
     if (m_lastThread != me || m_words.last.load(std::memory_order_relaxed) != m_ticket) {
         m_lastThread = me;
@@ -218,11 +203,10 @@ void SenderLock::considerFavour() {
         m_timesInARow = 0;
         return;
     }
-    if (++m_timesInARow < m_timesNeeded) {
+    if (++m_timesInARow < m_timesNeeded)
         return;
-    }
     m_timesInARow = 0;
-    m_timesNeeded = std::min(2 * m_timesNeeded, g_hardestFavour);
+    m_timesNeeded = std::min(2 * m_timesNeeded, s_hardestFavour);
     const std::uint64_t favoured = m_favouredThread.load(std::memory_order_relaxed);
     if (favoured == me || (favoured == 0 && takeSeat())) {
         m_favouredThread.store(me, std::memory_order_relaxed);
@@ -246,9 +230,8 @@ bool SenderLock::takeSeat() {
 
 bool SenderLock::unlockWord() {
     const std::uint32_t word = m_words.holder.exchange(0, std::memory_order_release);
-    if ((word & s_waitersBit) != 0) {
-        futexWake(m_words.holder, 1, FutexScope::eShared);
-    }
+    if ((word & s_waitersBit) != 0)
+        futexWake(m_words.holder, 1, EFutexScope::Shared);
     return (word & ~s_waitersBit) == m_ticket;
 }
 

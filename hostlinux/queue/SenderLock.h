@@ -16,13 +16,13 @@ namespace sal {
 /// processes, and waits until the favoured one is out.
 class SenderLock {
 public:
-    enum class Result { eLocked, eTimedOut, eBroken, eUnmapped };
+    enum class EResult { Locked, TimedOut, Broken, Unmapped };
 
     /// mayBeFavoured: this process has joined the process fences.
     SenderLock(SenderLockWords& words, QueueFile& file, std::uint32_t ticket, bool mayBeFavoured);
 
     /// eBroken when the words make no sense, eUnmapped when they are no longer there.
-    Result lock(Deadline& deadline);
+    EResult lock(Deadline& deadline);
     /// Does not wait.
     bool tryLock();
     /// False when somebody else has written to the words meanwhile.
@@ -35,11 +35,11 @@ private:
 
     bool enterFavoured();
     bool tryWord();
-    Result lockWord(Deadline& deadline);
+    EResult lockWord(Deadline& deadline);
     /// Withdraws another's favour and waits until nobody favoured is inside. By the holder of the word; a
     /// null deadline does not wait.
-    Result settle(Deadline* pDeadline);
-    Result waitOutside(SenderLockWords::Seat& seat, Deadline* pDeadline);
+    EResult settle(Deadline* pDeadline);
+    EResult waitOutside(SenderLockWords::Seat& seat, Deadline* pDeadline);
     bool unlockWord();
     /// Whether the holder has earned favour. By the holder of the word.
     void considerFavour();

@@ -27,12 +27,10 @@ public:
 
     /// The time left, at most slice; zero when the deadline has passed. Called before each part of a wait.
     Clock::duration left(Clock::duration slice) {
-        if (m_timeout == 0 || (m_pWaiter != nullptr && !m_pWaiter->goesOn())) {
+        if (m_timeout == 0 || (m_pWaiter && !m_pWaiter->goesOn()))
             return Clock::duration::zero();
-        }
-        if (m_timeout < 0) {
+        if (m_timeout < 0)
             return slice;
-        }
         const auto now = Clock::now();
         if (!m_started) {
             m_started = true;

@@ -26,22 +26,20 @@ struct Thread::Impl {
 Thread::Thread() : m_pImpl(std::make_unique<Impl>()) {}
 
 Thread::~Thread() {
-    if (m_pImpl->pState != nullptr && !m_pImpl->pState->ended()) {
+    if (m_pImpl->pState && !m_pImpl->pState->ended())
         logLine("THREAD", LogOutput::eCritical,
                 "a thread is destroyed before its shutdown; waiting for its end");
-    }
     shutdown(-1);
 }
 
 bool Thread::start(EPriority /*priority: there is but the normal one*/) {
     const std::lock_guard lock(m_pImpl->mutex);
-    if (m_pImpl->pState != nullptr && !m_pImpl->pState->ended()) {
+    if (m_pImpl->pState && !m_pImpl->pState->ended()) {
         logLine("THREAD", LogOutput::eError, "a thread that runs cannot be started again");
         return false;
     }
-    if (m_pImpl->thread.joinable()) {
+    if (m_pImpl->thread.joinable())
         m_pImpl->thread.join();
-    }
     auto pState = std::make_shared<ThreadState>();
     try {
         m_pImpl->thread = std::thread([this, pState] {
@@ -71,24 +69,20 @@ bool Thread::shutdown(int timeout) {
         pState = m_pImpl->pState;
         SAL_ASSERT(m_pImpl->thread.get_id() != std::this_thread::get_id());
     }
-    if (pState == nullptr) {
+    if (!pState)
         return true;
-    }
     pState->requestStop();
-    if (!pState->waitForEnd(timeout)) {
+    if (!pState->waitForEnd(timeout))
         return false;
-    }
     const std::lock_guard lock(m_pImpl->mutex);
-    if (m_pImpl->pState == pState && m_pImpl->thread.joinable()) {
+    if (m_pImpl->pState == pState && m_pImpl->thread.joinable())
         m_pImpl->thread.join();
-    }
     return true;
 }
 
 void Thread::sleep(unsigned int seconds) {
-    if (!ProcessObserver::awaitStart(seconds)) {
+    if (!ProcessObserver::awaitStart(seconds))
         std::this_thread::sleep_for(std::chrono::seconds(seconds));
-    }
 }
 
 void Thread::mssleep(unsigned int milliseconds) {

@@ -21,22 +21,19 @@ void ThreadState::setCurrent(const std::shared_ptr<ThreadState>* pState) {
 
 void ThreadState::requestStop() {
     const std::lock_guard lock(m_mutex);
-    if (m_stopRequested) {
+    if (m_stopRequested)
         return;
-    }
     m_stopRequested = true;
-    for (Listener* pListener : m_listeners) {
+    for (Listener* pListener : m_listeners)
         pListener->threadStops();
-    }
     m_changed.notify_all();
 }
 
 void ThreadState::add(Listener& listener) {
     const std::lock_guard lock(m_mutex);
     m_listeners.push_back(&listener);
-    if (m_stopRequested) {
+    if (m_stopRequested)
         listener.threadStops();
-    }
 }
 
 void ThreadState::remove(Listener& listener) {

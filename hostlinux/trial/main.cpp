@@ -20,9 +20,9 @@
 
 namespace {
 
-constexpr int c_wrongUsage = 2;
+constexpr int s_wrongUsage = 2;
 
-constexpr const char* c_usage =
+constexpr const char* s_usage =
     "usage: mfdprobe MODULE\n"
     "Tries a driver module out as a host does before it loads it: maps it, makes its driver, asks for the\n"
     "driver interfaces, deletes it. Ends with 90 when that went well, and with 91 when the module cannot be\n"
@@ -56,11 +56,11 @@ int tryOut(const std::string& path) {
 int main(int argc, char** argv) {
     if (argc < 2 || argc > 3 || std::string_view(argv[1]).starts_with("--")) {
         const bool isAsked = argc == 2 && std::string_view(argv[1]) == "--help";
-        (isAsked ? std::cout : std::cerr) << c_usage;
-        return isAsked ? 0 : c_wrongUsage;
+        (isAsked ? std::cout : std::cerr) << s_usage;
+        return isAsked ? 0 : s_wrongUsage;
     }
     if (argc == 3 && !endWith(argv[2]))
-        return c_wrongUsage;
+        return s_wrongUsage;
     // What the module starts is not to speak for the trial.
     if (argc == 3)
         ::fcntl(sal::SpawnSettings::s_handedOver, F_SETFD, FD_CLOEXEC);

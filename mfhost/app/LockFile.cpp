@@ -43,38 +43,38 @@ LockFile::~LockFile() {
 std::optional<std::string> LockFile::acquire(int directory) {
     m_directory = directory;
     for (int i = 0; i < s_attempts; ++i) {
-        const Attempt attempt = tryOnce();
-        if (attempt == Attempt::Done) {
+        const EAttempt attempt = tryOnce();
+        if (attempt == EAttempt::Done) {
             m_isLocked = true;
             return std::nullopt;
         }
         closeBoth();
-        if (attempt == Attempt::Failed)
+        if (attempt == EAttempt::Failed)
             return m_reason;
     }
     return m_path + " is made and removed all the time; it cannot be locked";
 }
 
-LockFile::Attempt LockFile::tryOnce() {
+LockFile::EAttempt LockFile::tryOnce() {
     m_isForeign = false;
     for (const auto step : {&LockFile::openPlace, &LockFile::openFile, &LockFile::lockFile}) {
-        if (const Attempt attempt = (this->*step)(); attempt != Attempt::Done)
+        if (const EAttempt attempt = (this->*step)(); attempt != EAttempt::Done)
             return attempt;
     }
     // Whoever had it may have removed it in between.
     if (!isStillThere())
-        return Attempt::Again;
-    return m_isForeign ? replaceForeign() : Attempt::Done;
+        return EAttempt::Again;
+    return m_isForeign ? replaceForeign() : EAttempt::Done;
 }
 
-LockFile::Attempt LockFile::openPlace() {
+LockFile::EAttempt LockFile::openPlace() {
     const bool isNew = ::mkdirat(m_directory, s_place, 0700) == 0;
     if (!isNew && errno != EEXIST)
         return failed("cannot make " + m_path + ": " + std::strerror(errno));
     m_place = base::UniqueFd(::openat(m_directory, s_place, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     const int error = m_place ? 0 : errno;
     if (error == ENOENT)
-        return Attempt::Again;
+        return EAttempt::Again;
     if (error == ENOTDIR)
         return failed(m_path + " is not a directory; remove it");
     struct stat status {};
@@ -89,10 +89,10 @@ LockFile::Attempt LockFile::openPlace() {
         return failed("cannot make " + m_path + ": " + std::strerror(errno));
     m_owner = status.st_uid;
     m_isForeign = status.st_uid != ::geteuid() || (!isNew && (status.st_mode & 077) != 0);
-    return Attempt::Done;
+    return EAttempt::Done;
 }
 
-LockFile::Attempt LockFile::openFile() {
+LockFile::EAttempt LockFile::openFile() {
     m_file = base::UniqueFd(
         ::openat(m_place.get(), s_file, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (m_file && ::fchmod(m_file.get(), 0600) != 0)
@@ -102,27 +102,27 @@ LockFile::Attempt LockFile::openFile() {
             base::UniqueFd(::openat(m_place.get(), s_file, O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     // The former holder removes the directory behind the file.
     if (!m_file && errno == ENOENT)
-        return Attempt::Again;
+        return EAttempt::Again;
     struct stat status {};
     if (!m_file || ::fstat(m_file.get(), &status) != 0)
         return failed("cannot open " + m_path + "/" + s_file + ": " + std::strerror(errno));
     if (!S_ISREG(status.st_mode))
         return failed(m_path + "/" + s_file + " is not a regular file; remove it");
     m_isForeign = m_isForeign || status.st_uid != ::geteuid() || (status.st_mode & 077) != 0;
-    return Attempt::Done;
+    return EAttempt::Done;
 }
 
-LockFile::Attempt LockFile::lockFile() {
+LockFile::EAttempt LockFile::lockFile() {
     struct flock lock = wholeFile(F_WRLCK);
     if (::fcntl(m_file.get(), F_SETLK, &lock) == 0)
-        return Attempt::Done;
+        return EAttempt::Done;
     if (errno != EAGAIN && errno != EACCES)
         return failed("cannot lock " + m_path + "/" + s_file + ": " + std::strerror(errno));
     lock = wholeFile(F_WRLCK);
     if (::fcntl(m_file.get(), F_GETLK, &lock) != 0)
         return failed("cannot lock " + m_path + "/" + s_file + ": " + std::strerror(errno));
     if (lock.l_type == F_UNLCK)
-        return Attempt::Again;
+        return EAttempt::Again;
     const std::string directory = m_path.substr(0, m_path.rfind('/'));
     // Of a process that is out of this one's sight the kernel gives no number.
     return failed("another host runs with " + directory + " (" +
@@ -132,9 +132,9 @@ LockFile::Attempt LockFile::lockFile() {
 }
 
 /// Nobody holds it, but somebody else could at any time: a file that only we can open takes its place.
-LockFile::Attempt LockFile::replaceForeign() {
+LockFile::EAttempt LockFile::replaceForeign() {
     if (::unlinkat(m_place.get(), s_file, 0) == 0 && ::unlinkat(m_directory, s_place, AT_REMOVEDIR) == 0)
-        return Attempt::Again;
+        return EAttempt::Again;
     return failed(m_path + " is open to others (it belongs to user " + std::to_string(m_owner) +
                   ") and cannot be removed: " + std::strerror(errno));
 }
@@ -155,7 +155,7 @@ void LockFile::closeBoth() {
     m_place.reset();
 }
 
-LockFile::Attempt LockFile::failed(const std::string& reason) {
+LockFile::EAttempt LockFile::failed(const std::string& reason) {
     m_reason = reason;
-    return Attempt::Failed;
+    return EAttempt::Failed;
 }

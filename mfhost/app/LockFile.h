@@ -30,17 +30,17 @@ public:
     static constexpr const char* s_place = ".mfhost";
 
 private:
-    enum class Attempt { Done, Again, Failed };
+    enum class EAttempt { Done, Again, Failed };
 
-    Attempt tryOnce();
-    Attempt openPlace();
-    Attempt openFile();
-    Attempt lockFile();
-    Attempt replaceForeign();
+    EAttempt tryOnce();
+    EAttempt openPlace();
+    EAttempt openFile();
+    EAttempt lockFile();
+    EAttempt replaceForeign();
     bool isStillThere() const;
     void removeFile() const;
     void closeBoth();
-    Attempt failed(const std::string& reason);
+    EAttempt failed(const std::string& reason);
 
     const std::string m_path;  ///< of the subdirectory
     int m_directory = -1;

@@ -27,7 +27,7 @@ namespace {
 using Refusal = std::optional<std::string>;
 
 /// Seconds for a try; it takes a fraction of one.
-constexpr int g_patience = 10;
+constexpr int s_patience = 10;
 
 Refusal refused(const std::string& step) {
     return step + ": " + std::strerror(errno);
@@ -150,7 +150,7 @@ Refusal mountVar(const std::string& keptDirectory) {
 Refusal answerOf(pid_t process, int pipe) {
     pollfd said{.fd = pipe, .events = POLLIN, .revents = 0};
     // Readable when it has spoken, and at its end.
-    const bool isInTime = ::poll(&said, 1, g_patience * 1000) > 0;
+    const bool isInTime = ::poll(&said, 1, s_patience * 1000) > 0;
     if (!isInTime)
         ::kill(process, SIGKILL);
     char text[PIPE_BUF];
@@ -159,7 +159,7 @@ Refusal answerOf(pid_t process, int pipe) {
     while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
     }
     if (!isInTime)
-        return "it is not made within " + std::to_string(g_patience) + " s";
+        return "it is not made within " + std::to_string(s_patience) + " s";
     if (WIFSIGNALED(status))
         return std::string("the process that tried it was ended: ") + ::strsignal(WTERMSIG(status));
     if (WEXITSTATUS(status) != 0)

@@ -131,10 +131,9 @@ void HostCommands::registerCommands() {
         {"events", "events\n\tlists the last events.", &HostCommands::events},
         {"queues", "queues\n\tlists the message queues of the driver processes.", &HostCommands::queues},
     };
-    for (const Command& command : commands) {
+    for (const Command& command : commands)
         sal::CmdProcessor::getInstance()->registerCmd(
             new sal::CmdRegisterImpl<HostCommands>(command.name, command.help, this, command.handler));
-    }
 }
 
 bool HostCommands::setsState(const std::string& command) {

@@ -7,8 +7,8 @@
 namespace {
 
 double anyShare() {
-    thread_local std::minstd_rand s_generator(std::random_device{}());
-    return std::uniform_real_distribution<double>(0, 1)(s_generator);
+    thread_local std::minstd_rand t_generator(std::random_device{}());
+    return std::uniform_real_distribution<double>(0, 1)(t_generator);
 }
 
 }  // namespace

@@ -13,13 +13,12 @@ namespace mfd {
 /// interface is taken first.
 template <class Driver>
 IInterface* asInterface(Driver* pDriver) {
-    if constexpr (std::is_convertible_v<Driver*, IMFDConfiguration*>) {
+    if constexpr (std::is_convertible_v<Driver*, IMFDConfiguration*>)
         return &static_cast<IInterface&>(static_cast<IMFDConfiguration&>(*pDriver));
-    } else if constexpr (std::is_convertible_v<Driver*, IFunctionID*>) {
+    else if constexpr (std::is_convertible_v<Driver*, IFunctionID*>)
         return &static_cast<IInterface&>(static_cast<IFunctionID&>(*pDriver));
-    } else {
+    else
         return pDriver;
-    }
 }
 
 }  // namespace mfd

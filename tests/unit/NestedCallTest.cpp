@@ -13,7 +13,7 @@
 
 namespace {
 
-using Verdict = sal::NestedCall::Verdict;
+using EVerdict = sal::NestedCall::EVerdict;
 
 /// Two drivers by the names A and B.
 class NestedCall : public testing::Test {
@@ -27,7 +27,7 @@ protected:
     /// then.
     std::string alternate(unsigned int depth, bool isA = true) {
         sal::NestedCall call(isA ? a : b, isA ? ping : pong);
-        if (call.judge() != Verdict::Allowed)
+        if (call.judge() != EVerdict::Allowed)
             return std::to_string(call.depth()) + ": " + call.circle();
         return call.depth() == depth ? "done" : alternate(depth, !isA);
     }
@@ -42,7 +42,7 @@ TEST_F(NestedCall, CallsThatFollowEachOtherAreNotNested) {
     for (int i = 0; i < 1000; ++i) {
         sal::NestedCall sut(a, ping);
         EXPECT_EQ(sut.depth(), 1u);
-        EXPECT_EQ(sut.judge(), Verdict::Allowed);
+        EXPECT_EQ(sut.judge(), EVerdict::Allowed);
     }
 }
 
@@ -57,14 +57,14 @@ TEST_F(NestedCall, TheNextIsRefusedAndNamesTheCircle) {
 TEST_F(NestedCall, OtherThreadsDoNotCount) {
     const std::function<void(int)> nest = [&](int depth) {
         sal::NestedCall call(a, ping);
-        EXPECT_EQ(call.judge(), Verdict::Allowed);
+        EXPECT_EQ(call.judge(), EVerdict::Allowed);
         if (depth < 150)
             nest(depth + 1);
         else
             std::thread([&] {
                 sal::NestedCall sut(a, ping);
                 EXPECT_EQ(sut.depth(), 1u);
-                EXPECT_EQ(sut.judge(), Verdict::Allowed);
+                EXPECT_EQ(sut.judge(), EVerdict::Allowed);
             }).join();
     };
     nest(1);
@@ -74,7 +74,7 @@ TEST_F(NestedCall, OtherThreadsDoNotCount) {
 std::string countDown(const sal::DriverGuard& driver, int number) {
     const std::string function = "STEP" + std::to_string(number);
     sal::NestedCall call(driver, function);
-    return call.judge() == Verdict::Allowed ? countDown(driver, number - 1) : call.circle();
+    return call.judge() == EVerdict::Allowed ? countDown(driver, number - 1) : call.circle();
 }
 
 TEST_F(NestedCall, DriverThatAnswersItselfIsACircle) {
@@ -86,7 +86,7 @@ std::string chain(int number) {
     sal::DriverGuard driver("D" + std::to_string(number));
     const std::string function = "F";
     sal::NestedCall call(driver, function);
-    return call.judge() == Verdict::Allowed ? chain(number + 1) : call.circle();
+    return call.judge() == EVerdict::Allowed ? chain(number + 1) : call.circle();
 }
 
 TEST_F(NestedCall, OfALongRowTheEndIsNamed) {
@@ -99,7 +99,7 @@ TEST_F(NestedCall, LongFunctionsAreCut) {
     const std::string function(200, 'x');
     const std::function<std::string()> nest = [&] {
         sal::NestedCall call(a, function);
-        return call.judge() == Verdict::Allowed ? nest() : call.circle();
+        return call.judge() == EVerdict::Allowed ? nest() : call.circle();
     };
     const std::string name = "A." + std::string(80, 'x') + "...";
     EXPECT_EQ(nest(), name + " -> " + name);
@@ -116,15 +116,15 @@ struct Branches {
     void run() {
         sal::NestedCall call(driver, function);
         switch (call.judge()) {
-            case Verdict::Allowed:
+            case EVerdict::Allowed:
                 ++calls;
                 run();
                 run();
                 break;
-            case Verdict::Refused:
+            case EVerdict::Refused:
                 ++refused;
                 break;
-            case Verdict::RefusedAlso:
+            case EVerdict::RefusedAlso:
                 ++refusedAlso;
                 break;
         }
@@ -152,11 +152,11 @@ TEST_F(NestedCall, OthersAreStillCalledWhileACircleReturns) {
     int others = 0;
     const std::function<void()> nest = [&] {
         sal::NestedCall call(a, ping);
-        if (call.judge() != Verdict::Allowed)
+        if (call.judge() != EVerdict::Allowed)
             return;
         nest();
         sal::NestedCall other(b, pong);
-        others += other.judge() == Verdict::Allowed ? 1 : 0;
+        others += other.judge() == EVerdict::Allowed ? 1 : 0;
     };
     nest();
     // At the innermost level there is no depth left for it.
@@ -191,7 +191,7 @@ __attribute__((noinline)) unsigned int callWithData(const sal::DriverGuard& driv
     data[sizeof data - 1] = 1;
     sal::NestedCall call(driver, function);
     const unsigned int depth =
-        call.judge() == Verdict::Allowed ? callWithData(driver, function) : call.depth();
+        call.judge() == EVerdict::Allowed ? callWithData(driver, function) : call.depth();
     return depth + (data[0] - data[sizeof data - 1]);
 }
 

@@ -41,7 +41,7 @@ TEST(QueueEvent, SignalEndsAWait) {
     EXPECT_TRUE(sut.seemsAwaited());
     sut.signal();
     EXPECT_FALSE(sut.seemsAwaited());
-    EXPECT_EQ(sut.wait(number, 10s), sal::FutexWake::eChanged);
+    EXPECT_EQ(sut.wait(number, 10s), sal::EFutexWake::Changed);
 }
 
 TEST(QueueEvent, SignalOfAJoinedProcessEndsAWait) {
@@ -49,13 +49,13 @@ TEST(QueueEvent, SignalOfAJoinedProcessEndsAWait) {
     sut.promiseFence();
     const std::uint32_t number = sut.prepare();
     sut.signalFenced();
-    EXPECT_EQ(sut.wait(number, 10s), sal::FutexWake::eChanged);
+    EXPECT_EQ(sut.wait(number, 10s), sal::EFutexWake::Changed);
 }
 
 TEST(QueueEvent, AWaitWithoutSignalTimesOut) {
     sal::QueueEvent sut;
     const std::uint32_t number = sut.prepare();
-    EXPECT_EQ(sut.wait(number, 1ms), sal::FutexWake::eTimedOut);
+    EXPECT_EQ(sut.wait(number, 1ms), sal::EFutexWake::TimedOut);
 }
 
 TEST(QueueEvent, EnduranceAWaiterSeesWhatWasPublishedOrIsWoken) {
@@ -77,7 +77,7 @@ TEST(QueueEvent, EnduranceAWaiterSeesWhatWasPublishedOrIsWoken) {
             const std::uint32_t number = sut.prepare();
             // Nothing yet, then a wake-up comes.
             if (published.load(std::memory_order_acquire) < next &&
-                sut.wait(number, c_hangGuard) == sal::FutexWake::eTimedOut) {
+                sut.wait(number, c_hangGuard) == sal::EFutexWake::TimedOut) {
                 ++missed;
             }
             while (published.load(std::memory_order_acquire) < next) {

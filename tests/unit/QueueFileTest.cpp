@@ -56,7 +56,7 @@ protected:
     static std::unique_ptr<QueueFile> make() {
         std::string error;
         auto pFile = QueueFile::make("Q", *sal::QueueGeometry::make(4, 64), error);
-        EXPECT_TRUE(pFile && pFile->publish(error) == QueueFile::Result::eDone) << error;
+        EXPECT_TRUE(pFile && pFile->publish(error) == QueueFile::EResult::Done) << error;
         return pFile;
     }
     /// A file under the name to which nobody is attached.
@@ -71,7 +71,7 @@ TEST_F(QueueFileTest, StaleFileIsRemoved) {
     leaveStale();
     ASSERT_TRUE(std::filesystem::exists(file()));
     std::string error;
-    EXPECT_EQ(QueueFile::Result::eDone, QueueFile::removeStale("Q", error)) << error;
+    EXPECT_EQ(QueueFile::EResult::Done, QueueFile::removeStale("Q", error)) << error;
     EXPECT_FALSE(std::filesystem::exists(file()));
 }
 
@@ -84,7 +84,7 @@ TEST_F(QueueFileTest, FileThatHasTakenTheNameOfTheStaleOneMeanwhileStays) {
         pFresh = make();
     };
     std::string error;
-    EXPECT_EQ(QueueFile::Result::eBusy, QueueFile::removeStale("Q", error));
+    EXPECT_EQ(QueueFile::EResult::Busy, QueueFile::removeStale("Q", error));
     ASSERT_TRUE(pFresh);
     EXPECT_TRUE(std::filesystem::exists(file()));
 }

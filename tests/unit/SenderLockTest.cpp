@@ -70,14 +70,14 @@ TEST_F(SenderLock, AHolderInARowBecomesFavoured) {
     sal::SenderLock sut(m_words, *m_pFile, 5, true);
     for (int i = 0; i < 300; ++i) {
         sal::Deadline deadline(0);
-        ASSERT_EQ(sut.lock(deadline), sal::SenderLock::Result::eLocked);
+        ASSERT_EQ(sut.lock(deadline), sal::SenderLock::EResult::Locked);
         ASSERT_TRUE(sut.unlock());
     }
     EXPECT_EQ(m_words.favoured.load(), 5U);
     // And does not touch the word any more.
     m_words.holder.store(77);
     sal::Deadline deadline(0);
-    EXPECT_EQ(sut.lock(deadline), sal::SenderLock::Result::eLocked);
+    EXPECT_EQ(sut.lock(deadline), sal::SenderLock::EResult::Locked);
     EXPECT_TRUE(sut.unlock());
     EXPECT_EQ(m_words.holder.load(), 77U);
 }
@@ -86,11 +86,11 @@ TEST_F(SenderLock, OverwrittenWordsAreNoticedAtTheUnlocking) {
     sal::SenderLock sut(m_words, *m_pFile, 5, true);
     for (int i = 0; i < 300; ++i) {
         sal::Deadline deadline(0);
-        ASSERT_EQ(sut.lock(deadline), sal::SenderLock::Result::eLocked);
+        ASSERT_EQ(sut.lock(deadline), sal::SenderLock::EResult::Locked);
         ASSERT_TRUE(sut.unlock());
     }
     sal::Deadline deadline(0);
-    ASSERT_EQ(sut.lock(deadline), sal::SenderLock::Result::eLocked);
+    ASSERT_EQ(sut.lock(deadline), sal::SenderLock::EResult::Locked);
     m_words.seats[0].inside.store(1);
     EXPECT_FALSE(sut.unlock());
 }
@@ -101,7 +101,7 @@ TEST_F(SenderLock, NonsenseInASeatIsBroken) {
     m_words.seats[3].owner.store(9);
     m_words.seats[3].inside.store(9);
     sal::Deadline deadline(0);
-    EXPECT_EQ(sut.lock(deadline), sal::SenderLock::Result::eBroken);
+    EXPECT_EQ(sut.lock(deadline), sal::SenderLock::EResult::Broken);
 }
 
 TEST_F(SenderLock, WhoeverDiedInsideIsOutWhenTheFavourIsWithdrawn) {
@@ -110,7 +110,7 @@ TEST_F(SenderLock, WhoeverDiedInsideIsOutWhenTheFavourIsWithdrawn) {
     m_words.seats[3].owner.store(9);
     m_words.seats[3].inside.store(sal::SenderLockWords::markOf(9));
     sal::Deadline deadline(0);
-    EXPECT_EQ(sut.lock(deadline), sal::SenderLock::Result::eLocked);
+    EXPECT_EQ(sut.lock(deadline), sal::SenderLock::EResult::Locked);
     EXPECT_EQ(m_words.favoured.load(), 0U);
     EXPECT_EQ(m_words.seats[3].inside.load(), 0U);
     EXPECT_EQ(m_words.unsettled.load(), 0U);
@@ -120,7 +120,7 @@ TEST_F(SenderLock, TryLockDoesNotWaitForAFavouredOneInside) {
     sal::SenderLock sut(m_words, *m_pFile, 5, true);
     for (int i = 0; i < 300; ++i) {
         sal::Deadline deadline(0);
-        ASSERT_EQ(sut.lock(deadline), sal::SenderLock::Result::eLocked);
+        ASSERT_EQ(sut.lock(deadline), sal::SenderLock::EResult::Locked);
         ASSERT_TRUE(sut.unlock());
     }
     ASSERT_TRUE(sut.tryLock());
