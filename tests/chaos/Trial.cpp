@@ -701,6 +701,8 @@ bool Trial::takeDirectory(TakenDirectory::EHow how) {
     const QueueMeddler queue(m_pid, m_step.target + "_INQ");
     if (!queue)
         return fails("a queue directory");
+    // A process that another fault has the host start just then finds no queues.
+    const Watcher::OfAll noQueues(m_in.watcher, "ended unexpectedly: exit code 1");
     {
         const std::uint64_t since = m_in.watcher.position();
         const TakenDirectory taken(queue.directory(), how);

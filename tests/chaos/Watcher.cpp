@@ -123,9 +123,9 @@ void Watcher::judgeVerdict(const std::string& driverID, const std::string& verdi
             m_unexpected.push_back(line);
         return;
     }
-    const bool isRight = std::any_of(expected->second.begin(), expected->second.end(),
-                                     [&](const std::string& begin) { return verdict.starts_with(begin); });
-    if (!isRight)
+    const auto begins = [&](const std::string& begin) { return verdict.starts_with(begin); };
+    if (std::none_of(expected->second.begin(), expected->second.end(), begins) &&
+        std::none_of(m_expectedOfAll.begin(), m_expectedOfAll.end(), begins))
         m_false.push_back(line);
 }
 
@@ -389,6 +389,17 @@ void Watcher::expect(const std::string& driverID, const Verdicts& verdicts) {
 void Watcher::expectNothing(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
     m_expected.erase(driverID);
+}
+
+Watcher::OfAll::OfAll(Watcher& watcher, std::string verdict)
+    : m_watcher(watcher), m_verdict(std::move(verdict)) {
+    const std::lock_guard lock(m_watcher.m_mutex);
+    m_watcher.m_expectedOfAll.insert(m_verdict);
+}
+
+Watcher::OfAll::~OfAll() {
+    const std::lock_guard lock(m_watcher.m_mutex);
+    m_watcher.m_expectedOfAll.erase(m_watcher.m_expectedOfAll.find(m_verdict));
 }
 
 Watcher::EventsByInstance Watcher::events() const {

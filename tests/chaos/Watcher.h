@@ -11,6 +11,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -116,6 +117,19 @@ public:
     /// nothing is expected it may only say that it has ended as it was asked to.
     void expect(const std::string& driverID, const Verdicts& verdicts);
     void expectNothing(const std::string& driverID);
+    /// As long as it lives the host may say this, too, of each driver of which something is expected: what
+    /// befalls all ends one that comes up at that moment after a fault of its own. The watcher outlives it.
+    class OfAll {
+    public:
+        OfAll(Watcher& watcher, std::string verdict);
+        ~OfAll();
+        OfAll(const OfAll&) = delete;
+        OfAll& operator=(const OfAll&) = delete;
+
+    private:
+        Watcher& m_watcher;
+        const std::string m_verdict;
+    };
 
     EventsByInstance events() const;
     std::vector<Life> lives() const;
@@ -176,6 +190,7 @@ private:
     Reply m_reply;
 
     std::map<std::string, Verdicts> m_expected;
+    std::multiset<std::string> m_expectedOfAll;
     std::vector<Life> m_lives;
     EventsByInstance m_events;
     std::vector<std::string> m_deadShownLive;

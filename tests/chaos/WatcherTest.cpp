@@ -114,6 +114,24 @@ TEST_F(WatcherTest, VerdictThatIsNotWhatWasDoneIsFalse) {
     EXPECT_THAT(sut.unexpectedEnds(), IsEmpty());
 }
 
+TEST_F(WatcherTest, WhatBefallsAllMayEndTheHarmedAndNobodyElse) {
+    const std::string harmed =
+        "2026-11-21 17:14:34.073 error    HOST: F1: process 41 ended unexpectedly: exit code 1; 0 values are "
+        "stale";
+    const std::string innocent =
+        "2026-11-21 17:14:34.073 error    HOST: F2: process 42 ended unexpectedly: exit code 1";
+    sut.expect("F1", {"ended unexpectedly: signal 9"});
+    {
+        const Watcher::OfAll sutOfAll(sut, "ended unexpectedly: exit code 1");
+        sut.log(harmed);
+        sut.log(innocent);
+    }
+    EXPECT_THAT(sut.falseVerdicts(), IsEmpty());
+    EXPECT_THAT(sut.unexpectedEnds(), ElementsAre(innocent));
+    sut.log(harmed);
+    EXPECT_THAT(sut.falseVerdicts(), ElementsAre(harmed));
+}
+
 TEST_F(WatcherTest, OnlyWarningsOfHostAndQueuesCount) {
     sut.log("2026-11-21 17:14:34.073 warning  VERIFY: w.xml: it is not signed");
     sut.log("2026-11-21 17:14:34.073 info     HOST: F1: is started again");
