@@ -379,6 +379,7 @@ TEST_F(HostTest, SecondSignalEndsTheHostAtOnce) {
     ASSERT_TRUE(host.waitForLog("shutting down: SIGTERM\n"));
     host.signal(SIGINT);
     EXPECT_EQ(128 + SIGINT, host.waitForEnd());
+    EXPECT_THAT(host.log(), HasSubstr("HOST: SIGINT again: the host ends at once\n"));
     EXPECT_THAT(host.log(), Not(HasSubstr("holds up the shutdown")));
 }
 
@@ -724,6 +725,48 @@ TEST_F(HostTest, ProcessesStartedByHandAreWaitedFor) {
     EXPECT_EQ(0, end());
     EXPECT_THAT(host.output(), HasSubstr("waiting for its process"));
     EXPECT_THAT(host.log(), Not(HasSubstr("MFD: Runs")));
+}
+
+TEST_F(HostTest, DirectoryWithoutAReadableDescriptorIsWarnedOf) {
+    const fs::path directory = m_workplace.directory() / "broken";
+    fs::create_directory(directory);
+    writeFile(directory / "broken.xml", "<mfDriverModule>");
+    startAndWait({"--drivers", directory});
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(m_pHost->log(), HasSubstr("warning  HOST: " + directory.string() +
+                                          ": none of its descriptors could be read; no drivers are found "
+                                          "there\n"));
+}
+
+TEST_F(HostTest, StartThatBreaksOffIsWarnedOf) {
+    addDriver("E", "Echo", "direct");
+    const HostProcess::Start call = this->call();
+    writeFile(m_workplace.configuration(),
+              "<workplaces><workplace id=\"0\">\n" + m_entries + "</workplace><workplace/></workplaces>\n");
+    startCall(call);
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(m_pHost->log(),
+                HasSubstr("warning  HOST: not every driver of " + m_workplace.configuration().string() +
+                          " was started; those that run go on\n"));
+    EXPECT_THAT(m_pHost->output(), HasSubstr("(ID: E)...OK\n"));
+}
+
+TEST_F(HostTest, TabCompletesCommandsDriversAndKeys) {
+    addDriver("ECHO1", "Echo", "queue");
+    const auto pTerminal = startAtATerminal({"--follow=ECHO1.*"});
+    // What is answered has been completed.
+    for (const auto& [keys, reply] : {std::pair{"help relo\t\r", "reloads an MF driver module"},
+                                      {"sendF\tEC\t\x7fINT name=N value=7\r", "ECHO1.N = 7"},
+                                      {"state PANEL.MFDDEF.C\t\r", "PANEL.MFDDEF.COUNT  int "},
+                                      {"setStateV\tECHO1.\t 8\r", "ECHO1.N = 8"},
+                                      {"relo\tEC\t\r", "(ID: ECHO1)..."}}) {
+        ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+        ASSERT_TRUE(pTerminal->type(keys));
+        ASSERT_TRUE(pTerminal->shows(reply)) << keys << ": " << pTerminal->screen();
+    }
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("quit\r"));
+    EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
 }
 
 TEST_F(HostTest, DirectoryGivenTwiceIsSearchedOnce) {
