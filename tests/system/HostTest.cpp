@@ -759,6 +759,8 @@ TEST_F(HostTest, TabCompletesCommandsDriversAndKeys) {
                                       {"sendF\tEC\t\x7fINT name=N value=7\r", "ECHO1.N = 7"},
                                       {"state PANEL.MFDDEF.C\t\r", "PANEL.MFDDEF.COUNT  int "},
                                       {"setStateV\tECHO1.\t 8\r", "ECHO1.N = 8"},
+                                      {"unsetStateV\tECHO1.\t\r", "alue "},
+                                      {"state ECHO1.*\r", "no state value matches ECHO1.*"},
                                       {"relo\tEC\t\r", "(ID: ECHO1)..."}}) {
         ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
         ASSERT_TRUE(pTerminal->type(keys));

@@ -2,11 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <future>
 #include <stdexcept>
 #include <vector>
 
+#include "HangGuard.h"
 #include "LogCapture.h"
 
 namespace {
@@ -51,6 +53,18 @@ TEST_F(CommandThreadTest, StopAfterCurrentDropsWhatWaits) {
     m_sut.stopAfterCurrent();
     start();
     EXPECT_EQ(Lines{"last"}, finish());
+}
+
+TEST(CommandThread, EndsWithoutHavingBeenToldToStop) {
+    const auto endWithTheObject = [] {
+        ::alarm(c_hangGuard.count());
+        {
+            CommandThread sut;
+            sut.start([] {}, [] {}, [] {});
+        }
+        ::_exit(0);
+    };
+    EXPECT_EXIT(endWithTheObject(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(CommandThreadTest, TaskMayStopItsThread) {
