@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include <sstream>
 
 #include "HostProcess.h"
+#include "RefusedNamespaces.h"
 #include "Terminal.h"
 #include "Workplace.h"
 
@@ -477,6 +479,14 @@ TEST_F(HostTest, SandboxThatCannotBeHadEndsTheHostWithTheReason) {
               host.log());
 }
 
+TEST_F(HostTest, HostThatCannotGoOnSaysWhy) {
+    HostProcess::Start call = this->call();
+    call.beforeExec = [] { refuseCall(SYS_signalfd4, EMFILE); };
+    HostProcess& host = startCall(call);
+    EXPECT_EQ(1, host.waitForEnd());
+    EXPECT_EQ("mfhost: no descriptor can be had for signals: Too many open files\n", host.log());
+}
+
 TEST_F(HostTest, LettersBeyondAsciiAreTypedAsTheyAre) {
     const auto pTerminal = startAtATerminal({}, {{"LC_ALL", "C.UTF-8"}});
     ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
@@ -658,6 +668,15 @@ TEST_F(HostTest, DriverMayGiveAnAllowedCommand) {
     host.type("state T.*");
     EXPECT_EQ(0, end());
     EXPECT_THAT(host.output(), HasSubstr("T.N  string  5      console"));
+}
+
+TEST_F(HostTest, WhatADriversCommandAnswersIsLogged) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--allow-command", "help"});
+    host.type("sendFID E.COMMAND name=help value=quit");
+    EXPECT_TRUE(host.waitForLog("info     HOST: a driver's command \"help quit\": quit\n")) << host.log();
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.log(), HasSubstr("stops all drivers and ends the host.\n"));
 }
 
 TEST_F(HostTest, CommandOfADriverThatIsNotAllowedIsRefusedByName) {
