@@ -123,7 +123,7 @@ XmlInput XmlInput::read(const std::string& path) {
     return {std::move(file.bytes), {}, std::move(found)};
 }
 
-std::optional<std::string> XmlInput::refusal(const std::string& path) {
+std::string XmlInput::refusal(const std::string& path) {
     const auto found = read(path).finding;
-    return found ? std::optional(found->inWords()) : std::nullopt;
+    return found ? found->inWords() : std::string();
 }

@@ -19,8 +19,8 @@ struct XmlInput {
 
     /// Opens and reads the file once. Never waits for the other end of a pipe.
     static XmlInput read(const std::string& path);
-    /// The finding of such a reading, in words.
-    static std::optional<std::string> refusal(const std::string& path);
+    /// The finding of such a reading, in words; empty when there is none.
+    static std::string refusal(const std::string& path);
 
     /// The line, counted from 1, on which an element nests too deep; nothing when none does. Follows the
     /// library's own reading of odd markup, so that nothing can hide elements from the count.

@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     s_host.journal().reset();
     s_host.makeDirectory("/mods");
     s_file.write(data, size);
-    if (XmlInput::refusal(s_file.path()))
+    if (!XmlInput::refusal(s_file.path()).empty())
         return 0;
     TiXmlDocument document(s_file.path());
     static_cast<void>(loadXmlDocument(document));

@@ -217,8 +217,8 @@ void measureStarts(const Amounts& amounts, int round, Directory& directory, cons
 }
 
 void run(const Amounts& amounts) {
-    if (const auto refusal = enterSandbox({}))
-        throw std::runtime_error("no namespaces of its own: " + *refusal);
+    if (const std::string refusal = enterSandbox({}); !refusal.empty())
+        throw std::runtime_error("no namespaces of its own: " + refusal);
     const Results results(dup(STDOUT_FILENO));
     Directory directory;
     for (int round = 1; round <= amounts.rounds; ++round) {

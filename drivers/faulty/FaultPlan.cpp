@@ -1,7 +1,9 @@
 #include "FaultPlan.h"
 
 #include <algorithm>
+#include <optional>
 #include <sstream>
+#include <utility>
 
 namespace {
 
@@ -28,13 +30,13 @@ std::vector<std::string> FaultPlan::read(const std::string& text) {
         if (begin == std::string::npos)
             continue;
         entry = entry.substr(begin, entry.find_last_not_of(" \t\r") + 1 - begin);
-        if (const auto complaint = readEntry(entry))
-            complaints.push_back(*complaint);
+        if (std::string complaint = readEntry(entry); !complaint.empty())
+            complaints.push_back(std::move(complaint));
     }
     return complaints;
 }
 
-std::optional<std::string> FaultPlan::readEntry(const std::string& entry) {
+std::string FaultPlan::readEntry(const std::string& entry) {
     const auto end = std::min(entry.find_first_of(" \t"), entry.size());
     const std::string name = entry.substr(0, end);
     const auto* pStage = std::find_if(std::begin(s_stages), std::end(s_stages),
@@ -48,7 +50,7 @@ std::optional<std::string> FaultPlan::readEntry(const std::string& entry) {
         return error;
     const std::lock_guard lock(m_mutex);
     m_faults.insert_or_assign(pStage->stage, *fault);
-    return std::nullopt;
+    return {};
 }
 
 bool FaultPlan::strike(EStage stage) const {

@@ -2,7 +2,6 @@
 
 #include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,7 +24,8 @@ public:
     void clear();
 
 private:
-    std::optional<std::string> readEntry(const std::string& entry);
+    /// Empty on success; else what is wrong with the entry.
+    std::string readEntry(const std::string& entry);
 
     mutable std::mutex m_mutex;
     std::map<EStage, Fault> m_faults;

@@ -102,8 +102,8 @@ std::string_view takeUntil(std::string_view& text, char separator) {
     return taken;
 }
 
-/// Appends the step of one line, or says what is wrong with it.
-std::optional<std::string> parseStep(std::string_view line, MacroStore::Steps& steps) {
+/// Appends the step of one line. Empty on success; else what is wrong with the line.
+std::string parseStep(std::string_view line, MacroStore::Steps& steps) {
     const std::string_view offsetText = takeUntil(line, ' ');
     std::int64_t offset = -1;
     const auto [end, error] =
@@ -133,7 +133,7 @@ std::optional<std::string> parseStep(std::string_view line, MacroStore::Steps& s
         step.parameters.add(*name, *value);
     }
     steps.push_back(std::move(step));
-    return std::nullopt;
+    return {};
 }
 
 std::string toText(const MacroStore::Steps& steps) {
@@ -215,8 +215,8 @@ std::optional<MacroStore::Steps> MacroStore::readFile(const std::string& path) c
                 return broken("expected nothing behind " + quoted(s_end));
             }
             return steps;
-        } else if (const std::optional<std::string> fault = parseStep(line, steps)) {
-            return broken(*fault);
+        } else if (const std::string fault = parseStep(line, steps); !fault.empty()) {
+            return broken(fault);
         }
     }
     ++lineNumber;

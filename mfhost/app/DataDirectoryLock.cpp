@@ -34,7 +34,7 @@ std::string entriesBut(const std::string& path,
 
 DataDirectoryLock::DataDirectoryLock(std::string path) : m_path(std::move(path)) {}
 
-std::optional<std::string> DataDirectoryLock::acquire() {
+std::string DataDirectoryLock::acquire() {
     if (::mkdir(m_path.c_str(), 0755) != 0 && errno != EEXIST)
         return "cannot make " + m_path + ": " + std::strerror(errno) +
                "; make it yourself, or run with --sandbox";

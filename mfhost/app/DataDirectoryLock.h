@@ -12,8 +12,8 @@ class DataDirectoryLock {
 public:
     explicit DataDirectoryLock(std::string path);
 
-    /// Nothing when this host has the directory; else why not, and who holds it.
-    std::optional<std::string> acquire();
+    /// Makes and locks it. Empty when this host has the directory; else why not, and which process holds it.
+    std::string acquire();
 
     /// Names of the directory's entries that are no links: no host has made them.
     static std::string foreignEntries(const std::string& path);

@@ -40,13 +40,13 @@ LockFile::~LockFile() {
     }
 }
 
-std::optional<std::string> LockFile::acquire(int directory) {
+std::string LockFile::acquire(int directory) {
     m_directory = directory;
     for (int i = 0; i < s_attempts; ++i) {
         const EAttempt attempt = tryOnce();
         if (attempt == EAttempt::Done) {
             m_isLocked = true;
-            return std::nullopt;
+            return {};
         }
         closeBoth();
         if (attempt == EAttempt::Failed)

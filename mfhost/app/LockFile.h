@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <optional>
 #include <string>
 
 #include "UniqueFd.h"
@@ -22,9 +21,9 @@ public:
     LockFile(const LockFile&) = delete;
     LockFile& operator=(const LockFile&) = delete;
 
-    /// Nothing when this process has the lock; else why not, and which process has it. The descriptor is the
+    /// Empty when this process has the lock; else why not, and which process has it. The descriptor is the
     /// directory's; the caller keeps it open as long as the lock.
-    std::optional<std::string> acquire(int directory);
+    std::string acquire(int directory);
 
     /// The subdirectory's name.
     static constexpr const char* s_place = ".mfhost";

@@ -24,26 +24,25 @@
 
 namespace {
 
-using Refusal = std::optional<std::string>;
-
 /// Seconds for a try; it takes a fraction of one.
 constexpr int s_patience = 10;
 
-Refusal refused(const std::string& step) {
+std::string refused(const std::string& step) {
     return step + ": " + std::strerror(errno);
 }
 
-Refusal writeFile(const char* path, const std::string& text) {
+std::string writeFile(const char* path, const std::string& text) {
     const base::UniqueFd file(::open(path, O_WRONLY | O_CLOEXEC));
     if (!file)
         return refused(std::string("open ") + path);
     const ssize_t written = ::write(file.get(), text.data(), text.size());
-    return written == static_cast<ssize_t>(text.size()) ? Refusal() : refused(std::string("write ") + path);
+    return written == static_cast<ssize_t>(text.size()) ? std::string()
+                                                        : refused(std::string("write ") + path);
 }
 
-Refusal unshareNamespaces() {
+std::string unshareNamespaces() {
     if (::unshare(CLONE_NEWNS | CLONE_NEWNET) == 0)
-        return std::nullopt;
+        return {};
     if (errno != EPERM)
         return refused("unshare(mount, network)");
     // Without the right to namespaces, a user namespace brings it. Everybody keeps the own user ID.
@@ -51,10 +50,10 @@ Refusal unshareNamespaces() {
     const gid_t group = ::getegid();
     if (::unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWNET) != 0)
         return refused("unshare(user, mount, network)");
-    if (auto refusal = writeFile("/proc/self/setgroups", "deny"))
+    if (std::string refusal = writeFile("/proc/self/setgroups", "deny"); !refusal.empty())
         return refusal;
     const auto map = [](unsigned id) { return std::to_string(id) + " " + std::to_string(id) + " 1"; };
-    if (auto refusal = writeFile("/proc/self/uid_map", map(user)))
+    if (std::string refusal = writeFile("/proc/self/uid_map", map(user)); !refusal.empty())
         return refusal;
     return writeFile("/proc/self/gid_map", map(group));
 }
@@ -65,7 +64,7 @@ std::string throughDescriptor(int fd, const std::string& name = {}) {
     return name.empty() ? path : path + "/" + name;
 }
 
-Refusal bindEntry(int oldVar, const std::string& name, unsigned char type) {
+std::string bindEntry(int oldVar, const std::string& name, unsigned char type) {
     const std::string target = "/var/" + name;
     if (type == DT_LNK) {
         char link[PATH_MAX];
@@ -75,7 +74,7 @@ Refusal bindEntry(int oldVar, const std::string& name, unsigned char type) {
         link[length] = 0;
         if (::symlink(link, target.c_str()) != 0)
             return refused("symlink " + target);
-        return std::nullopt;
+        return {};
     }
     if (type == DT_DIR) {
         if (::mkdir(target.c_str(), 0755) != 0)
@@ -86,7 +85,7 @@ Refusal bindEntry(int oldVar, const std::string& name, unsigned char type) {
     if (::mount(throughDescriptor(oldVar, name).c_str(), target.c_str(), nullptr, MS_BIND | MS_REC,
                 nullptr) != 0)
         return refused("bind mount " + target);
-    return std::nullopt;
+    return {};
 }
 
 struct VarEntry {
@@ -116,7 +115,7 @@ std::vector<VarEntry> listEntries(int directory) {
 }
 
 /// Only /var/data is private: a tmpfs over /var holds every other entry again.
-Refusal mountVar(const std::string& keptDirectory) {
+std::string mountVar(const std::string& keptDirectory) {
     base::UniqueFd kept;
     if (!keptDirectory.empty()) {
         const std::string data = keptDirectory + "/data";
@@ -135,7 +134,7 @@ Refusal mountVar(const std::string& keptDirectory) {
     if (::mount("tmpfs", "/var", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0)
         return refused("mount tmpfs on /var");
     for (const VarEntry& entry : entries) {
-        if (auto refusal = bindEntry(oldVar.get(), entry.name, entry.type))
+        if (std::string refusal = bindEntry(oldVar.get(), entry.name, entry.type); !refusal.empty())
             return refusal;
     }
     if (::mkdir("/var/data", 0755) != 0)
@@ -143,11 +142,11 @@ Refusal mountVar(const std::string& keptDirectory) {
     if (kept &&
         ::mount(throughDescriptor(kept.get()).c_str(), "/var/data", nullptr, MS_BIND | MS_REC, nullptr) != 0)
         return refused("bind mount /var/data");
-    return std::nullopt;
+    return {};
 }
 
 /// What the process that tries a sandbox has said by its end; it is ended when it takes too long.
-Refusal answerOf(pid_t process, int pipe) {
+std::string answerOf(pid_t process, int pipe) {
     pollfd said{.fd = pipe, .events = POLLIN, .revents = 0};
     // Readable when it has spoken, and at its end.
     const bool isInTime = ::poll(&said, 1, s_patience * 1000) > 0;
@@ -162,19 +161,20 @@ Refusal answerOf(pid_t process, int pipe) {
         return "it is not made within " + std::to_string(s_patience) + " s";
     if (WIFSIGNALED(status))
         return std::string("the process that tried it was ended: ") + ::strsignal(WTERMSIG(status));
-    if (WEXITSTATUS(status) != 0)
-        return std::string(text, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-    return std::nullopt;
+    if (WEXITSTATUS(status) == 0)
+        return {};
+    return length > 0 ? std::string(text, static_cast<std::size_t>(length))
+                      : "the process that tried it did not say why it cannot be had";
 }
 
 }  // namespace
 
-std::optional<std::string> enterSandbox(const std::string& directory) {
-    if (auto refusal = unshareNamespaces())
+std::string enterSandbox(const std::string& directory) {
+    if (std::string refusal = unshareNamespaces(); !refusal.empty())
         return refusal;
     if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         return refused("make the mounts private");
-    if (auto refusal = mountVar(directory))
+    if (std::string refusal = mountVar(directory); !refusal.empty())
         return refusal;
     if (::mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0)
         return refused("mount tmpfs on /dev/shm");
@@ -183,17 +183,17 @@ std::optional<std::string> enterSandbox(const std::string& directory) {
     return setUpSandboxNetwork("192.0.2.10/24");
 }
 
-std::optional<std::string> sandboxRefusal() {
+std::string sandboxRefusal() {
     int answer[2];
     if (::pipe2(answer, O_CLOEXEC) != 0)
         return refused("pipe");
     const pid_t child = ::fork();
     if (child == 0) {
-        const std::string reason = enterSandbox({}).value_or("");
+        const std::string reason = enterSandbox({});
         const bool isSaid = ::write(answer[1], reason.data(), reason.size()) >= 0;
         ::_exit(reason.empty() && isSaid ? 0 : 1);
     }
-    Refusal refusal = child < 0 ? refused("fork") : std::nullopt;
+    std::string refusal = child < 0 ? refused("fork") : std::string();
     ::close(answer[1]);
     if (child > 0)
         refusal = answerOf(child, answer[0]);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string>
 
 // The sandbox: private mount and network namespaces for this process and its driver processes, with a
@@ -8,10 +7,10 @@
 // machine. Everything else of /var stays where it is.
 
 /// Enters the sandbox. /var/data is kept in directory + "/data"; for an empty directory it is gone at the
-/// end. Nothing when the process is inside now; else which step was refused and why, and the process is to
+/// end. Empty when the process is inside now; else which step was refused and why, and the process is to
 /// end. Called by main, while the process has one thread.
-std::optional<std::string> enterSandbox(const std::string& directory);
+std::string enterSandbox(const std::string& directory);
 
-/// Tries it in a process of its own, which ends at once. Nothing when a sandbox can be had; else which step
+/// Tries it in a process of its own, which ends at once. Empty when a sandbox can be had; else which step
 /// was refused and why.
-std::optional<std::string> sandboxRefusal();
+std::string sandboxRefusal();

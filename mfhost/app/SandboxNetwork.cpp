@@ -12,18 +12,16 @@
 
 namespace {
 
-using Refusal = std::optional<std::string>;
-
 using Socket = std::unique_ptr<nl_sock, base::Release<nl_socket_free>>;
 using Link = std::unique_ptr<rtnl_link, base::Release<rtnl_link_put>>;
 using Address = std::unique_ptr<nl_addr, base::Release<nl_addr_put>>;
 using LinkAddress = std::unique_ptr<rtnl_addr, base::Release<rtnl_addr_put>>;
 
-Refusal refused(const std::string& step, int error) {
+std::string refused(const std::string& step, int error) {
     return step + ": " + nl_geterror(error);
 }
 
-Refusal bringUp(nl_sock* pSocket, const char* name) {
+std::string bringUp(nl_sock* pSocket, const char* name) {
     rtnl_link* pFound = nullptr;
     if (const int error = rtnl_link_get_kernel(pSocket, 0, name, &pFound); error < 0)
         return refused(std::string("find ") + name, error);
@@ -32,11 +30,11 @@ Refusal bringUp(nl_sock* pSocket, const char* name) {
     rtnl_link_set_flags(change.get(), IFF_UP);
     if (const int error = rtnl_link_change(pSocket, found.get(), change.get(), 0); error < 0)
         return refused(std::string("bring up ") + name, error);
-    return std::nullopt;
+    return {};
 }
 
 /// One end of a veth pair, so that eth0 has a carrier; a dummy where there is no veth.
-Refusal addEth0(nl_sock* pSocket) {
+std::string addEth0(nl_sock* pSocket) {
     const Link pair(rtnl_link_veth_alloc());
     rtnl_link_set_name(pair.get(), "eth0");
     rtnl_link* pPeer = rtnl_link_veth_get_peer(pair.get());
@@ -50,10 +48,10 @@ Refusal addEth0(nl_sock* pSocket) {
     rtnl_link_set_type(dummy.get(), "dummy");
     if (const int error = rtnl_link_add(pSocket, dummy.get(), NLM_F_CREATE | NLM_F_EXCL); error < 0)
         return "add eth0: veth " + std::string(nl_geterror(vethError)) + ", dummy " + nl_geterror(error);
-    return std::nullopt;
+    return {};
 }
 
-Refusal addAddress(nl_sock* pSocket, const char* name, const std::string& text) {
+std::string addAddress(nl_sock* pSocket, const char* name, const std::string& text) {
     nl_addr* pParsed = nullptr;
     if (const int error = nl_addr_parse(text.c_str(), AF_INET, &pParsed); error < 0)
         return refused("address " + text, error);
@@ -63,22 +61,22 @@ Refusal addAddress(nl_sock* pSocket, const char* name, const std::string& text) 
     rtnl_addr_set_local(address.get(), parsed.get());
     if (const int error = rtnl_addr_add(pSocket, address.get(), 0); error < 0)
         return refused("add " + text + " to " + name, error);
-    return std::nullopt;
+    return {};
 }
 
 }  // namespace
 
-std::optional<std::string> setUpSandboxNetwork(const std::string& address) {
+std::string setUpSandboxNetwork(const std::string& address) {
     const Socket socket(nl_socket_alloc());
     if (!socket)
         return "no memory for a netlink socket";
     if (const int error = nl_connect(socket.get(), NETLINK_ROUTE); error < 0)
         return refused("netlink", error);
-    if (auto refusal = bringUp(socket.get(), "lo"))
+    if (std::string refusal = bringUp(socket.get(), "lo"); !refusal.empty())
         return refusal;
-    if (auto refusal = addEth0(socket.get()))
+    if (std::string refusal = addEth0(socket.get()); !refusal.empty())
         return refusal;
-    if (auto refusal = bringUp(socket.get(), "eth0"))
+    if (std::string refusal = bringUp(socket.get(), "eth0"); !refusal.empty())
         return refusal;
     return addAddress(socket.get(), "eth0", address);
 }

@@ -102,14 +102,14 @@ bool useMachine(Options& options, const std::string& refusal) {
 std::optional<int> enterPlace(Options& options) {
     const NarrowUmask umask;
     if (options.prefersSandbox) {
-        const auto refusal = sandboxRefusal();
-        if (refusal && !useMachine(options, *refusal))
+        const std::string refusal = sandboxRefusal();
+        if (!refusal.empty() && !useMachine(options, refusal))
             return 1;
-        options.sandbox = !refusal;
+        options.sandbox = refusal.empty();
     }
     if (options.sandbox) {
-        if (const auto reason = enterSandbox(options.sandboxDirectory)) {
-            std::cerr << "mfhost: --sandbox is not possible here: " << base::printable(*reason) << std::endl;
+        if (const std::string reason = enterSandbox(options.sandboxDirectory); !reason.empty()) {
+            std::cerr << "mfhost: --sandbox is not possible here: " << base::printable(reason) << std::endl;
             return 1;
         }
         if (options.prefersSandbox)
@@ -132,8 +132,8 @@ int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDi
         sal::NetworkAdapter::setSecondName(name, real);
 
     DataDirectoryLock data("/var/data");
-    if (const auto reason = data.acquire()) {
-        hostLog(sal::LogOutput::eCritical) << *reason << std::endl;
+    if (const std::string reason = data.acquire(); !reason.empty()) {
+        hostLog(sal::LogOutput::eCritical) << reason << std::endl;
         log.flush();
         return 1;
     }

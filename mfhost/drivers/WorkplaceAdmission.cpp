@@ -48,14 +48,14 @@ std::string WorkplaceAdmission::reloadRefusal(const WorkplaceFile& workplace, co
 }
 
 bool WorkplaceAdmission::acceptsDescriptor(const std::string& path) {
-    const auto reason = XmlInput::refusal(path);
-    if (!reason)
+    const std::string reason = XmlInput::refusal(path);
+    if (reason.empty())
         return true;
     // The check and the search both list the descriptors.
     static std::mutex s_mutex;
     static std::set<std::string> s_logged;
     const std::lock_guard lock(s_mutex);
-    if (s_logged.insert(*reason).second)
-        hostLog(sal::LogOutput::eError) << *reason << "; the descriptor is left out" << std::endl;
+    if (s_logged.insert(reason).second)
+        hostLog(sal::LogOutput::eError) << reason << "; the descriptor is left out" << std::endl;
     return false;
 }

@@ -86,7 +86,7 @@ TEST(DriverSender, AnswersFunctionIDOnly) {
 TEST(DriverSender, HasNoTargetOnceTheManagerIsGone) {
     const pid_t child = ::fork();
     if (child == 0) {
-        if (enterSandbox(""))
+        if (!enterSandbox("").empty())
             ::_exit(77);
         ::_exit(sendsOnlyAsLongAsTheHostRuns() ? 0 : 1);
     }

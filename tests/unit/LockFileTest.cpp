@@ -118,7 +118,8 @@ protected:
         if (child == 0) {
             const OpenDirectory directory(path());
             LockFile sut(path());
-            const std::string text = sut.acquire(directory.fd()).value_or("free");
+            const std::string reason = sut.acquire(directory.fd());
+            const std::string text = reason.empty() ? "free" : reason;
             static_cast<void>(!::write(ends[1], text.data(), text.size()));
             ::_exit(0);
         }
@@ -139,7 +140,7 @@ protected:
     bool hold() {
         m_pOpen = std::make_unique<OpenDirectory>(path());
         m_pLock = std::make_unique<LockFile>(path());
-        return !m_pLock->acquire(m_pOpen->fd());
+        return m_pLock->acquire(m_pOpen->fd()).empty();
     }
     void release() { m_pLock.reset(); }
 
