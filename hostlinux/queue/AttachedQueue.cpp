@@ -117,7 +117,7 @@ std::unique_ptr<AttachedQueue> AttachedQueue::make(const std::string& name, bool
         return nullptr;
     }
     const bool hasFences = joinProcessFences();
-    // Somebody may have written nonsense to the counter, so a ticket counts only with its lock.
+    // Another process may have written nonsense to the counter, so a ticket counts only with its lock.
     auto& next = reinterpret_cast<QueueHeader*>(pMapping->base())->nextTicket;
     for (int attempt = 0; attempt < 1000; ++attempt) {
         const std::uint32_t ticket = next.fetch_add(1, std::memory_order_relaxed) & SenderLock::s_maxTicket;
@@ -158,7 +158,7 @@ std::unique_ptr<AttachedQueue> AttachedQueue::tryCreate(const std::string& name,
                                                         const QueueGeometry& geometry,
                                                         QueueFile::EResult& result, std::string& error) {
     result = QueueFile::EResult::Busy;
-    // Somebody else may make the same name at the same time; then it is in use the second time.
+    // Another process may make the same name at the same time; then it is in use the second time.
     for (int attempt = 0; attempt < 3 && result == QueueFile::EResult::Busy; ++attempt) {
         result = QueueFile::removeStale(name, error);
         if (result != QueueFile::EResult::Done)
@@ -466,7 +466,7 @@ void AttachedQueue::wakeSenders() {
         return;
     }
     // A sender that is only just beginning to wait can be missed by the cheap look; the next message finds
-    // it, and behind the last one the sure way is taken.
+    // it, and after the last one the sure way is taken.
     const bool seemsLast = m_ring.left() == 0;
     if ((!seemsLast && !event.seemsAwaited()) || m_ring.countLeft() > few)
         return;

@@ -81,7 +81,7 @@ private:
     bool waitForSpace(Deadline& deadline);
     /// Whether a sender that waits for another one's lock may still hope that its message is taken.
     bool isWorthALock();
-    /// Why nobody takes messages out any more; empty while somebody does or may yet come.
+    /// Why no process takes messages out any more; empty while one does or may yet come.
     std::string whyNoReceiver() const;
 
     void threadStops() override;
@@ -104,10 +104,10 @@ private:
     const std::shared_ptr<QueueMapping> m_pMapping;
     QueueRing m_ring;
     const bool m_hasFences;            ///< this process has joined the process fences
-    const std::uint32_t m_nextTicket;  ///< the first that somebody else could have taken
+    const std::uint32_t m_nextTicket;  ///< the first that another handle could have taken
     SenderLock m_senderLock;
     std::atomic<bool> m_isBroken{false};
-    std::atomic<bool> m_isReceiverGone{false};  ///< whoever was to receive has ended before it attached
+    std::atomic<bool> m_isReceiverGone{false};  ///< its process has ended before it attached
 
     mutable std::mutex m_waitsMutex;
     std::vector<const WaitEntry*> m_waits;  ///< of each sender that waits

@@ -74,7 +74,7 @@ HostQueueDirectory::HostQueueDirectory() : m_pImpl(std::make_unique<Impl>()) {
         return;
     }
     m_pImpl->isOwn = true;
-    // Somebody who removes what dead hosts left may come between its making and its lock.
+    // Another host that removes what dead hosts left may come between its making and its lock.
     for (int attempt = 0; attempt < 10 && !hold().directory; ++attempt) {
         m_pImpl->path = QueueDirectory::ownPattern();
         if (!::mkdtemp(m_pImpl->path.data()))

@@ -19,7 +19,8 @@ bool membarrier(int command) {
 }
 
 /// While the library is loaded the process has one thread and joins at once; one that has several waits for
-/// the kernel, 3 ms to 10 ms in each start of a driver process. Whoever asks later learns what came of it.
+/// the kernel, 3 ms to 10 ms in each start of a driver process. A queue that asks later learns what came of
+/// it.
 [[maybe_unused]] const bool s_isJoinedEarly = joinProcessFences();
 
 }  // namespace

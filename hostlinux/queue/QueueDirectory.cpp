@@ -22,7 +22,7 @@ constexpr std::size_t s_randomLetters = 6;
 
 std::string configuredPath() {
     const char* pSetting = std::getenv("MFD_QUEUE_DIR");
-    // With a slash behind it the last element would be followed where it is a link.
+    // With a slash after it the last element would be followed where it is a link.
     std::string path(pSetting ? pSetting : "");
     while (path.size() > 1 && path.back() == '/')
         path.pop_back();

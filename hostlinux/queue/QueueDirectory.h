@@ -9,7 +9,7 @@
 
 namespace sal {
 
-/// The directory of a host's queues: $MFD_QUEUE_DIR. Refused when somebody else could have put something into
+/// The directory of a host's queues: $MFD_QUEUE_DIR. Refused when another user could have put something into
 /// it. A host without the variable makes one of its own in /dev/shm (HostQueueDirectory) and holds a shared
 /// lock on it; where that lock is free, the host has ended.
 class QueueDirectory {

@@ -5,7 +5,7 @@
 
 namespace sal {
 
-/// A wake-up in shared memory: a number that counts the wake-ups and a flag that says that somebody waits.
+/// A wake-up in shared memory: a number that counts the wake-ups and a flag that says that a thread waits.
 /// Waiter: prepare(), look again for what it waits for, wait(). Waker: publish, signal(). Either the waker
 /// finds the flag or the waiter's second look finds what was published, for one of two reasons: both sides
 /// change the flag with a read-modify-write, and these have one order; or the waiter makes a heavy fence and

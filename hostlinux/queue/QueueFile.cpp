@@ -27,7 +27,7 @@ namespace sal {
 
 namespace {
 
-// Locks stand on bytes that no file ever has.
+// The locks are on bytes that no file ever has.
 constexpr off_t s_attachedByte = off_t{1} << 40;
 constexpr off_t s_creatorByte = s_attachedByte + 1;
 constexpr off_t s_receiverByte = s_attachedByte + 2;
@@ -208,13 +208,13 @@ bool isStopped(const std::string& process) {
     std::ifstream stream(process + "/stat");
     std::string text;
     std::getline(stream, text);
-    // The state stands behind the name, which may hold anything.
+    // The state follows the name, which may hold anything.
     const auto name = text.rfind(") ");
     return name != std::string::npos && text.compare(name, 3, ") T") == 0;
 }
 
 /// A reader that was stopped when its creator died would keep the name for ever, since it cannot see that.
-/// Shared memory only tells who it may be.
+/// Shared memory only tells which process it may be.
 std::string continueReader(int file) {
     QueueHeader header;
     if (creatorLivesIn(file) || !readHeader(file, header) || header.magic != QueueHeader::s_magic)
@@ -337,7 +337,7 @@ QueueFile::EResult QueueFile::retireIn(const QueueDirectory& directory, const st
         error = "another host has it" + holderText(file.get());
         return EResult::Busy;
     }
-    // Who is still attached looks at the mark several times in a second.
+    // A process that is still attached looks at the mark several times in a second.
     const std::uint32_t broken = 1;
     if (info.st_size >= static_cast<off_t>(sizeof(QueueHeader)))
         static_cast<void>(!::pwrite(file.get(), &broken, sizeof(broken), offsetof(QueueHeader, broken)));
@@ -355,7 +355,7 @@ QueueFile::EResult QueueFile::forAll(const QueueDirectory& directory,
     if (result != EResult::Done || !directory.isHostsOwn())
         return result;
     for (QueueDirectory& left : QueueDirectory::left()) {
-        // What else stands there is in nobody's way.
+        // What else is there is in no queue's way.
         if (call(left) == EResult::Busy)
             return EResult::Busy;
         left.removeIfLeft();
@@ -449,7 +449,7 @@ std::unique_ptr<QueueFile> QueueFile::attach(const std::string& queue, QueueGeom
             error = path + " is no queue of ours";
             return nullptr;
         }
-        // The exclusive lock is held for moments only, by somebody who removes the file.
+        // The exclusive lock is held for moments only, by a process that removes the file.
         if (setLock(handle.get(), F_RDLCK, s_attachedByte) &&
             namesFile(directory->descriptor(), *name, handle.get()))
             break;

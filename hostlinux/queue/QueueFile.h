@@ -14,9 +14,9 @@ namespace sal {
 /// The file of a queue and the kernel's locks on it, which die with their process:
 /// - everyone attached holds the "attached" lock shared; to take a name over one needs it alone;
 /// - creator and receiver hold theirs exclusively, so anyone can see whether they live;
-/// - everyone attached holds the lock of a ticket, a number that nobody else gets, and signs with it.
-/// The locks belong to the open file, so each object opens its own. Owned by MessageQueue; release() apart,
-/// any thread may ask.
+/// - everyone attached holds the lock of a ticket, a number that no other process or handle gets, and signs
+/// with it. The locks belong to the open file, so each object opens its own. Owned by MessageQueue; release()
+/// apart, any thread may ask.
 class QueueFile {
 public:
     enum class EResult { Done, Busy, Failed };
@@ -30,11 +30,11 @@ public:
     static std::unique_ptr<QueueFile> attach(const std::string& queue, QueueGeometry& geometry,
                                              std::string& error, bool& isLate);
 
-    /// Removes the files of that name to which nobody is attached any more, those that a dead host left
+    /// Removes the files of that name to which no process is attached any more, those that a dead host left
     /// included. Waits up to 50 ms for that.
     static EResult removeStale(const std::string& queue, std::string& error);
-    /// Takes the name from those who still hold it, unless their creator lives: the file is marked as broken
-    /// and removed. eDone when the name is free now.
+    /// Takes the name from the processes that still hold it, unless its creator lives: the file is marked as
+    /// broken and removed. Done when the name is free now.
     static EResult retire(const std::string& queue, std::string& error);
     /// Gives a file a name in the directory and takes it away again. False, and why, when that is not
     /// possible.
@@ -42,8 +42,8 @@ public:
 
     /// Whether no file has the name of any of these queues. False also when that cannot be seen.
     static bool areFree(const std::vector<std::string>& queues);
-    /// Removes from a directory the queues that nobody is attached to any more, and continues readers that
-    /// were stopped when their host died.
+    /// Removes from a directory the queues that no process is attached to any more, and continues readers
+    /// that were stopped when their host died.
     static void removeFree(const QueueDirectory& directory);
     /// Removes all queues from a directory.
     static void removeAll(const QueueDirectory& directory);
@@ -52,14 +52,14 @@ public:
     QueueFile(const QueueFile&) = delete;
     QueueFile& operator=(const QueueFile&) = delete;
 
-    /// Removes the name when nobody else is attached any more, as at the end of this object, which is good
-    /// for nothing else from then on. True when it leads to this file no longer.
+    /// Removes the name when no other handle is attached any more, as at the end of this object, which is
+    /// good for nothing else from then on. True when it leads to this file no longer.
     bool removeName();
 
     /// Gives the file its name. Busy when another file has it.
     EResult publish(std::string& error);
 
-    /// Takes the lock of a ticket; false when somebody has it.
+    /// Takes the lock of a ticket; false when another handle has it.
     bool takeTicket(std::uint32_t ticket);
     /// Whether another object holds that ticket.
     bool ticketHeld(std::uint32_t ticket) const;

@@ -11,10 +11,10 @@
 namespace sal {
 
 // A queue is one file: the header page, the ring of chunk numbers, a byte for each chunk that says whether
-// its memory has been allocated, and the chunks. Messages stand in the chunks as records, one behind the
-// other; a record that does not fit in the rest of a chunk goes to a fresh one, whose number becomes the next
-// entry of the ring. A chunk that lies behind the receiver is free again: nothing says so but the two
-// cursors, so there is no free list that a dying process could damage.
+// its memory has been allocated, and the chunks. Messages are in the chunks as records, one after the other;
+// a record that does not fit in the rest of a chunk goes to a fresh one, whose number becomes the next entry
+// of the ring. A chunk that the receiver has passed is free again: nothing says so but the two cursors, so
+// there is no free list that a dying process could damage.
 
 /// A place in the queue, one 64-bit word, so that a message is published (tail) and consumed (head) by a
 /// single store.
@@ -40,7 +40,7 @@ struct QueueCursor {
     bool operator==(const QueueCursor&) const = default;
 };
 
-/// What stands before each message, read with one load.
+/// What precedes each message, read with one load.
 struct QueueRecord {
     std::uint32_t length = 0;
     std::uint32_t mark = 0;

@@ -104,7 +104,7 @@ QueueMapping::QueueMapping(std::byte* pBase, std::size_t size)
     : m_pBase(pBase), m_size(size), m_pRange(enter(pBase, size)) {}
 
 QueueMapping::~QueueMapping() {
-    // Before the addresses can come to belong to somebody else.
+    // Before the system can give the addresses to another mapping.
     m_pRange->begin.store(0, std::memory_order_release);
     ::munmap(m_pBase, m_size);
 }

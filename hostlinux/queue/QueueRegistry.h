@@ -14,7 +14,7 @@
 namespace sal {
 
 /// The queues that this process is attached to. A queue enters itself when it can be asked and leaves before
-/// it goes; they stay while somebody walks through them. Lives as long as the process. Any thread.
+/// it goes; they stay while another thread walks through them. Lives as long as the process. Any thread.
 class QueueRegistry {
 public:
     static QueueRegistry& instance();
@@ -56,7 +56,7 @@ private:
     };
 
     QueueRegistry();
-    /// Those who wait for readers look again.
+    /// Threads that wait for readers look again.
     void readersChange();
     /// What changes when one of the queues that still wait for their first reader gets it.
     std::vector<std::shared_ptr<FutexWord>> awaitedReaders(const std::vector<std::string>& names);

@@ -70,7 +70,7 @@ QueueRing::EResult QueueRing::push(const unsigned char* data, std::uint32_t leng
         m_hasSeenHead = true;
     };
     // The head only ever moves on, so an old one errs on the safe side; but cursors wrap, and when others
-    // have sent meanwhile nobody knows how often.
+    // have sent meanwhile this sender does not know how often.
     if (!m_hasSeenHead || tailWord != m_ownTail || countBetween(m_seenHead, tail) >= m_geometry.capacity)
         lookAtHead();
     if (!plausible(m_seenHead, tail)) {

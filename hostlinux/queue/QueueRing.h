@@ -25,7 +25,7 @@ public:
     bool beginReceiving();
     /// length comes back as the message's, even where it is cut to size.
     EResult pop(unsigned char* buffer, std::uint32_t size, std::uint32_t& length);
-    /// The messages that are known to stand behind the last pop(); there may be more.
+    /// The messages that are known to wait after the last pop(); there may be more.
     std::uint32_t left() const { return m_left; }
     /// Looks how many there are now. Receiver.
     std::uint32_t countLeft();

@@ -13,7 +13,8 @@ namespace {
 constexpr int s_spins = 100;
 // An owner that dies leaves the others asleep, so this bounds how long its death goes unnoticed.
 constexpr std::chrono::milliseconds s_slice{20};
-// How long to look away from a favoured thread that is inside, at least and at most: it wakes nobody.
+// How long to look away from a favoured thread that is inside, at least and at most: it does not wake those
+// who wait for it.
 constexpr std::chrono::microseconds s_shortestLook{50};
 constexpr std::chrono::microseconds s_longestLook{1000};
 // Favour pays for its withdrawal from some hundred messages on. Each time it has to be earned harder, so
@@ -101,13 +102,13 @@ SenderLock::EResult SenderLock::lockWord(Deadline& deadline) {
         if (tryWord())
             return EResult::Locked;
     }
-    // Whoever has slept cannot know whether others still sleep, so it keeps the waiters' bit.
+    // A sender that has slept cannot know whether others still sleep, so it keeps the waiters' bit.
     const std::uint32_t mine = m_ticket | s_waitersBit;
     bool probe = false;
     for (;;) {
         std::uint32_t value = word.load(std::memory_order_relaxed);
         const std::uint32_t owner = value & ~s_waitersBit;
-        // Our own ticket is never there while we hold the mutex, unless somebody damaged the word.
+        // Our own ticket is never there while we hold the mutex, unless another process damaged the word.
         const bool isFree = owner == 0 || owner == m_ticket || (probe && !m_file.ticketHeld(owner));
         if (isFree) {
             if (word.compare_exchange_strong(value, mine, std::memory_order_acq_rel,
@@ -143,11 +144,12 @@ SenderLock::EResult SenderLock::lockWord(Deadline& deadline) {
 
 SenderLock::EResult SenderLock::settle(Deadline* pDeadline) {
     if (m_pSeat) {
-        // What the favoured thread did to this object happened before, whoever has waited until it was out.
+        // A thread of this process may have been favoured on this handle, and another process may have waited
+        // until it was out: this load orders what it did to this object before what follows.
         m_pSeat->inside.load(std::memory_order_acquire);
     }
     if (m_words.favoured.load(std::memory_order_relaxed) != 0) {
-        // First, so that whoever takes over from a holder that dies here settles it.
+        // First, so that the sender that takes over from a holder that dies here settles it.
         m_words.unsettled.store(1, std::memory_order_relaxed);
         m_words.favoured.store(0, std::memory_order_release);
         heavyFence();
@@ -218,7 +220,7 @@ bool SenderLock::takeSeat() {
     for (SenderLockWords::Seat& seat : m_words.seats) {
         const std::uint32_t owner = seat.owner.load(std::memory_order_relaxed);
         if (owner == 0 || (owner != m_ticket && !m_file.ticketHeld(owner))) {
-            // Nobody is inside: all is settled, and the dead do not come in.
+            // No thread is inside: all is settled, and a dead owner's does not come in.
             seat.inside.store(0, std::memory_order_relaxed);
             seat.owner.store(m_ticket, std::memory_order_relaxed);
             m_pSeat = &seat;

@@ -8,12 +8,12 @@
 namespace sal {
 
 /// The lock that the senders of all processes share: a mutex inside the object, then a word in shared memory
-/// with the owner's ticket. A ticket's lock on the file dies with its process, so whoever waits asks the
-/// kernel whether the owner lives, and takes over from the dead; a stopped owner keeps it. Nothing rests on
-/// process or thread IDs, which the system gives out again.
-/// A thread that has held it many times in a row is favoured: it passes with plain stores and loads, a
-/// fraction of the cost, until another comes, withdraws the favour, makes that seen with a fence in all
-/// processes, and waits until the favoured one is out.
+/// with the owner's ticket. A ticket's lock on the file dies with its process, so a waiting sender asks the
+/// kernel whether the owner lives, and takes over from a dead one; a stopped owner keeps the lock. Nothing
+/// rests on process or thread IDs, which the system gives out again. A thread that has held it many times in
+/// a row is favoured: it passes with plain stores and loads, a fraction of the cost, until another comes,
+/// withdraws the favour, makes that seen with a fence in all processes, and waits until the favoured one is
+/// out.
 class SenderLock {
 public:
     enum class EResult { Locked, TimedOut, Broken, Unmapped };
@@ -21,11 +21,11 @@ public:
     /// mayBeFavoured: this process has joined the process fences.
     SenderLock(SenderLockWords& words, QueueFile& file, std::uint32_t ticket, bool mayBeFavoured);
 
-    /// eBroken when the words make no sense, eUnmapped when they are no longer there.
+    /// Broken when the words make no sense, Unmapped when they are no longer there.
     EResult lock(Deadline& deadline);
     /// Does not wait.
     bool tryLock();
-    /// False when somebody else has written to the words meanwhile.
+    /// False when another process has overwritten the words meanwhile.
     bool unlock();
 
     static constexpr std::uint32_t s_maxTicket = 0x7fffffff;
@@ -36,7 +36,7 @@ private:
     bool enterFavoured();
     bool tryWord();
     EResult lockWord(Deadline& deadline);
-    /// Withdraws another's favour and waits until nobody favoured is inside. By the holder of the word; a
+    /// Withdraws another's favour and waits until no favoured thread is inside. By the holder of the word; a
     /// null deadline does not wait.
     EResult settle(Deadline* pDeadline);
     EResult waitOutside(SenderLockWords::Seat& seat, Deadline* pDeadline);

@@ -16,10 +16,10 @@ struct SenderLockWords {
     };
     static constexpr std::uint32_t markOf(std::uint32_t ticket) { return ticket ^ 0xa5c3f00dU; }
 
-    FutexWord holder{0};                      ///< the ticket of who holds the lock without favour
-    std::atomic<std::uint32_t> last{0};       ///< the ticket of who held it so last
-    std::atomic<std::uint32_t> favoured{0};   ///< the ticket of who may pass without the word above
-    std::atomic<std::uint32_t> unsettled{0};  ///< favour was withdrawn; somebody may still be inside
+    FutexWord holder{0};                      ///< ticket of the sender that holds the lock without favour
+    std::atomic<std::uint32_t> last{0};       ///< ticket of the last sender that held it so
+    std::atomic<std::uint32_t> favoured{0};   ///< ticket of the sender that may pass without holder
+    std::atomic<std::uint32_t> unsettled{0};  ///< favour was withdrawn; a thread may still be inside
     std::array<Seat, 6> seats;
 };
 

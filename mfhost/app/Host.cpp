@@ -185,7 +185,7 @@ int Host::run() {
 
 void Host::startUp() {
     try {
-        // A prompt would stand in the middle of what the start prints.
+        // A prompt would come in the middle of what the start prints.
         if (m_pConsole && !Console::isInteractive())
             m_pConsole->start();
         if (!startManager()) {
@@ -239,7 +239,7 @@ void Host::searchDrivers() {
     const WorkingDirectory workingDirectory;
     std::set<std::pair<dev_t, ino_t>> searched;
     for (const std::string& directory : m_options.driverDirectories) {
-        // The admission has said where there is none, and what else stands there.
+        // The admission has said where there is none, and where there is something else.
         struct stat status {};
         const bool isTold = ::stat(directory.c_str(), &status) == 0;
         if (!isTold && errno != ENOENT)
@@ -495,8 +495,8 @@ bool Host::isDescribed(const DriverRoster::Driver& driver) const {
     return false;
 }
 
-/// A script cannot look again as somebody at a terminal can: it waits until no driver has messages left and
-/// nothing has arrived for a moment, a second at most.
+/// A script cannot look again as an operator at a terminal can: it waits until no driver has messages left
+/// and nothing has arrived for a moment, a second at most.
 void Host::settle() const {
     using Clock = std::chrono::steady_clock;
     if (Console::isInteractive())
@@ -566,7 +566,7 @@ void Host::removeLeftQueues() const {
 
 void Host::exitNow(int exitCode) const {
     restoreTerminalModes();
-    // What was logged is worth a moment, but not a wait for a sink that nobody empties.
+    // What was logged is worth a moment, but not a wait for a pipe whose reader has stopped.
     struct Flush {
         std::mutex mutex;
         std::condition_variable changed;

@@ -33,7 +33,8 @@ LockFile::LockFile(const std::string& directory) : m_path(directory + "/" + s_pl
 
 LockFile::~LockFile() {
     if (m_isLocked) {
-        // Still locked, so that nobody takes a lock that is about to lose its name without noticing.
+        // Still locked: otherwise another host could take the lock of a file that is about to lose its name,
+        // and not notice.
         removeFile();
         struct flock lock = wholeFile(F_UNLCK);
         ::fcntl(m_file.get(), F_SETLK, &lock);
@@ -61,7 +62,7 @@ LockFile::EAttempt LockFile::tryOnce() {
         if (const EAttempt attempt = (this->*step)(); attempt != EAttempt::Done)
             return attempt;
     }
-    // Whoever had it may have removed it in between.
+    // The former holder may have removed it in between.
     if (!isStillThere())
         return EAttempt::Again;
     return m_isForeign ? replaceForeign() : EAttempt::Done;
@@ -100,7 +101,7 @@ LockFile::EAttempt LockFile::openFile() {
     if (!m_file && errno == EEXIST)
         m_file =
             base::UniqueFd(::openat(m_place.get(), s_file, O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-    // The former holder removes the directory behind the file.
+    // The former holder removes the file, then the directory.
     if (!m_file && errno == ENOENT)
         return EAttempt::Again;
     struct stat status {};
@@ -131,7 +132,8 @@ LockFile::EAttempt LockFile::lockFile() {
                   ")");
 }
 
-/// Nobody holds it, but somebody else could at any time: a file that only we can open takes its place.
+/// No process holds it, but another user's could at any time: a file that only this user can open takes its
+/// place.
 LockFile::EAttempt LockFile::replaceForeign() {
     if (::unlinkat(m_place.get(), s_file, 0) == 0 && ::unlinkat(m_directory, s_place, AT_REMOVEDIR) == 0)
         return EAttempt::Again;

@@ -45,8 +45,8 @@ private:
     int m_directory = -1;
     base::UniqueFd m_place;
     base::UniqueFd m_file;     ///< closed before the directory
-    uid_t m_owner = 0;         ///< of what stands there
-    bool m_isForeign = false;  ///< somebody else has made it, or can open it
+    uid_t m_owner = 0;         ///< of what is there
+    bool m_isForeign = false;  ///< another user has made it, or can open it
     bool m_isLocked = false;
     std::string m_reason;
 };

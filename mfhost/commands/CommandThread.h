@@ -28,7 +28,7 @@ public:
     CommandThread& operator=(const CommandThread&) = delete;
 
     /// onActivity is called whenever a task begins or ends; last is the thread's last task, however it is
-    /// stopped; onEnd is called behind it. An exception says that no thread can be had.
+    /// stopped; onEnd is called after it. An exception says that no thread can be had.
     void start(Task onActivity, Task last, Task onEnd);
 
     /// Any thread; returns at once. False when the thread is stopping or has too much to do already.
@@ -36,8 +36,8 @@ public:
     /// The same for a reader of many lines: waits for room. False when the thread is stopping.
     bool postWaiting(const std::string& what, Task task);
 
-    /// For what nobody asked for: runs when nothing else waits, and is dropped when the thread stops. Any
-    /// thread; returns at once. False when the thread is stopping.
+    /// For what the host does by itself: runs when nothing else waits, and is dropped when the thread stops.
+    /// Any thread; returns at once. False when the thread is stopping.
     bool postBehind(const std::string& what, Task task);
 
     /// Goes to the last task after the current one; what waits is dropped. Any thread.

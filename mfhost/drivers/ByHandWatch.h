@@ -9,7 +9,7 @@
 #include "DriverRoster.h"
 #include "sal/MessageQueue.h"
 
-/// Follows driver processes that somebody else has started, under a debugger say: they are no children of the
+/// Follows driver processes that the host has not started, but a debugger, say: they are no children of the
 /// host, so it learns of them and of their end by the hold that they have on their input queue. They are
 /// neither ended nor started again. Owned by Host where it starts no driver processes of its own.
 class ByHandWatch {
@@ -36,7 +36,8 @@ private:
 
     DriverRoster& m_roster;
     const Queues m_queues;
-    /// Held over the calls into the roster: who learns of an end tells all of it before another may look.
+    /// Held over the calls into the roster: the thread that learns of an end tells all of it before another
+    /// may look.
     std::mutex m_mutex;
     std::map<std::string, Process> m_processes;
 };

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <string>
 
-/// What the command thread is doing, as those see it who watch that it does not hang.
+/// What the command thread is doing, for the supervisor, which watches that it does not hang.
 struct CommandActivity {
     bool busy = false;
     std::string what;      ///< the command line, or "start-up", "shutdown"

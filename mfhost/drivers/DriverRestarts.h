@@ -27,7 +27,7 @@ public:
     RestartPlan::Duration putOff(const std::string& driverID, Clock::time_point now);
     /// Begins anew and expects nothing, as with a reload by hand.
     void reset(const std::string& driverID);
-    /// It is not tried again until somebody asks for it.
+    /// It is not tried again until a command reloads it.
     void giveUp(const std::string& driverID);
 
     /// Those whose time has come, each once.

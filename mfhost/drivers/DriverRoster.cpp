@@ -41,7 +41,7 @@ void DriverRoster::configure(const std::vector<WorkplaceFile::Entry>& entries, b
 /// Held over the calls into the store, here and below: one instance's end and the next one's start would
 /// otherwise mix.
 void DriverRoster::begins(Driver& started, int pid) {
-    // Its end has not been noticed yet, and is nobody's business any more.
+    // The end of the former one has not been noticed yet, and is not told any more.
     if (started.status == EStatus::Running)
         m_store.driverEnded(started.id, "unloaded");
     started.status = EStatus::Running;

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-/// Judges from samples which driver processes hang: those that leave messages standing and take none, and
-/// those to which nobody can send, since a sender does not leave their input queue. One that computes while
-/// messages stand is given three times as long. Nothing is measured per message. Owned and called by
-/// ProcessSupervisor, on its thread.
+/// Judges from samples which driver processes hang: those that take none of the messages that wait for them,
+/// and those to which the host cannot send, since another sender does not leave their input queue. One that
+/// computes while messages wait is given three times as long. Nothing is measured per message. Owned and
+/// called by ProcessSupervisor, on its thread.
 class HangDetector {
 public:
     using Duration = std::chrono::nanoseconds;
@@ -24,7 +24,7 @@ public:
         bool isRunnable = false;     ///< it computes, or waits for a processor to do so
         bool isTraced = false;       ///< a debugger is attached
         bool waitsForHost = false;   ///< its output queue is full
-        bool holdsUpSender = false;  ///< somebody in the host has waited for room in its input queue
+        bool holdsUpSender = false;  ///< a thread of the host has waited for room in its input queue
         /// A sender of the host has waited that long for another one to leave its input queue.
         Duration lockedFor{};
     };
@@ -34,15 +34,15 @@ public:
         unsigned int standing = 0;
         Duration stillFor{};
         bool usedCpu = false;
-        bool isLocked = false;  ///< nobody can send to it
+        bool isLocked = false;  ///< the host cannot send to it
     };
 
     /// A timeout of 0 finds nothing.
     explicit HangDetector(Duration timeout) : m_timeout(timeout) {}
 
     /// Takes the samples of all drivers at one moment. now is time on a clock that goes on while the machine
-    /// sleeps: when it jumps, nobody was watching and all begins anew. A driver that hangs is named each
-    /// time; one that only waits for the host is not, as long as another one may be the cause.
+    /// sleeps: when it jumps, the supervisor was not watching and all begins anew. A driver that hangs is
+    /// named each time; one that only waits for the host is not, as long as another one may be the cause.
     std::vector<Verdict> judge(const std::vector<Sample>& samples, Duration now);
 
 private:

@@ -22,7 +22,7 @@ std::optional<ProcessEnd> ProcessEnd::collect(int pidFd) {
         end.m_status = info.si_status;
         return end;
     }
-    // The descriptor tells the end even of a process that somebody else has collected.
+    // The descriptor tells the end even of a process that another part of the host has collected.
     pollfd ended{pidFd, POLLIN, 0};
     return ::poll(&ended, 1, 0) > 0 ? std::optional(end) : std::nullopt;
 }

@@ -6,7 +6,7 @@
 /// How a child process has ended. Any thread.
 class ProcessEnd {
 public:
-    /// Collects the process behind the descriptor; nothing while it runs. Its end is an unknown one when
+    /// Collects the process of the descriptor; nothing while it runs. Its end is an unknown one when
     /// another part of this process has collected it, or has it collected by ignoring SIGCHLD.
     static std::optional<ProcessEnd> collect(int pidFd);
 

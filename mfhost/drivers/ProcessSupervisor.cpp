@@ -107,7 +107,7 @@ void ProcessSupervisor::wake() {
 }
 
 void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
-    // The driver ID stands behind the module's path.
+    // The driver ID follows the module's path.
     const std::string driverID = process.arguments.size() > 1 ? process.arguments[1] : process.title;
     m_roster.processStarted(driverID, process.pid);
     m_families.add(driverID, process);
@@ -462,7 +462,7 @@ void ProcessSupervisor::check() {
 
     const std::lock_guard lock(m_mutex);
     for (Watched& process : m_processes) {
-        // It serves nobody any more, and nobody waits for it.
+        // It has no queue any more, and no command waits for it.
         if (process.replaced && now - *process.replaced >= m_settings.replacedLimit)
             terminate(process, "still runs " + seconds(m_settings.replacedLimit) + " after it was replaced");
         if (!process.terminated || process.isKilled || now - *process.terminated < m_settings.killDelay)
@@ -514,7 +514,7 @@ void ProcessSupervisor::checkCommand(const CommandActivity& activity, Clock::tim
 }
 
 /// A driver that is loaded again waits for its former queues to go, however long that takes. Once its process
-/// is gone, nobody is left to wait for: somebody else has the locks, or no queue can be made there.
+/// is gone the wait has no end of its own: another process has the locks, or no queue can be made there.
 void ProcessSupervisor::checkQueueWait(const CommandActivity& activity, Clock::time_point now) {
     if (!m_environment.refusedQueues || activity.driverID.empty())
         return;
@@ -523,7 +523,7 @@ void ProcessSupervisor::checkQueueWait(const CommandActivity& activity, Clock::t
         const bool isLive = std::any_of(m_processes.begin(), m_processes.end(), [&](const Watched& process) {
             return process.driverID == activity.driverID && process.started < activity.since;
         });
-        // In a shutdown nobody starts it again.
+        // In a shutdown the driver is not started again.
         if (isLive || (now - activity.since < m_settings.stopTimeout && !m_shutdownBegan))
             return;
     }

@@ -43,7 +43,7 @@ public:
         std::chrono::milliseconds killDelay{500};      ///< between SIGTERM and SIGKILL
         std::chrono::milliseconds hangTimeout{10000};  ///< 0: nothing is taken for hung
         std::chrono::milliseconds stacksLimit{2000};   ///< for reading the stacks of a process that hangs
-        /// For a process to end after a newer one has replaced it; it holds nobody up.
+        /// How long a process may take to end after a newer one has replaced it; no command waits for it.
         std::chrono::milliseconds replacedLimit{10000};
         /// A start goes on when few processes are still to attach to their queues, not after its full time.
         bool waitsUntilAttached = false;
@@ -61,9 +61,9 @@ public:
         /// Learns of processes that are not the host's own, of that driver or for an empty ID of all. On any
         /// thread; nothing where there are none.
         std::function<void(const std::string& driverID)> refreshOthers = nullptr;
-        /// The names of queues that cannot be made though somebody tries again and again, and what is done
-        /// about one: it is taken from those who hold it (true when it is free now), and the next try is let
-        /// pass without a queue.
+        /// The names of queues that cannot be made though the module tries again and again, and what is done
+        /// about one: it is taken from the processes that hold it (true when it is free now), and the next
+        /// try is let pass without a queue.
         std::function<std::vector<sal::MessageQueue::Refusal>()> refusedQueues = nullptr;
         std::function<bool(const std::string& queueName)> retireQueue = nullptr;
         std::function<void(const std::string& queueName)> passQueue = nullptr;
@@ -92,7 +92,7 @@ public:
     /// values are marked. Any thread but those that hold the roster or the store.
     void refresh(const std::string& driverID);
 
-    /// Somebody reloads the driver: what was planned for it is off. Command thread, as the next three.
+    /// A command reloads the driver: what was planned for it is off. Command thread, as the next three.
     void beginReload(const std::string& driverID);
     /// A start that was asked for begins. False when a reload has overtaken it.
     bool beginRestart(const std::string& driverID);
@@ -123,7 +123,7 @@ private:
         std::string hang;      ///< how it hangs or has lost a queue; empty while it does not
         std::unique_ptr<StackDump> pStacks;
         std::optional<Clock::time_point> replaced = std::nullopt;  ///< when a newer one of its driver began
-        bool isRestart = false;                                    ///< nobody has asked for it
+        bool isRestart = false;                                    ///< the host has started it by itself
         bool hasAttached = false;                                  ///< seen to have claimed its input queue
         bool isSaidLate = false;
     };
@@ -167,7 +167,7 @@ private:
     const base::Wakeup m_wakeup;
     const std::chrono::milliseconds m_sampleInterval;
 
-    /// Whoever learns of an end tells all of it before another thread may look.
+    /// The thread that learns of an end tells all of it before another thread may look.
     std::mutex m_reapMutex;
 
     mutable std::mutex m_mutex;

@@ -11,7 +11,7 @@ class QueueTrial {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// How long somebody without a host may keep the name of a queue.
+    /// How long a process whose host has ended may keep the name of a queue.
     explicit QueueTrial(std::chrono::milliseconds patience) : m_patience(patience) {}
 
     /// Empty, or why the queues of that driver cannot be made now. The caller says it.

@@ -16,7 +16,7 @@ namespace {
 /// A driver that does it all the time is not worth a line each time.
 constexpr std::chrono::minutes s_interval{1};
 
-/// The system tells it only to who sets it.
+/// The system tells the mask only as the answer to setting it.
 mode_t currentUmask() {
     const mode_t mask = ::umask(077);
     ::umask(mask);

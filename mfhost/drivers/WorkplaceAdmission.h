@@ -9,7 +9,7 @@
 
 class WorkplaceFile;
 
-/// Stands before the host's start and its reloads: checks the workplace file as the host has read it and the
+/// Decides on the host's start and its reloads: checks the workplace file as the host has read it and the
 /// descriptors, logs each finding once, and refuses on an error. Owned by the host, used on its command
 /// thread.
 class WorkplaceAdmission {

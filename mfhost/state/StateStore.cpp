@@ -79,8 +79,8 @@ void StateStore::refresh(const std::string& driverID) const {
         m_refresh(driverID);
 }
 
-/// Calls it for each entry of the driver, which may take that entry away. They stand together, so nothing
-/// else is looked at: a key belongs to the driver named before its first ".".
+/// Calls the function for each entry of the driver, which it may take away. A driver's entries follow one
+/// another, so nothing else is looked at: a key belongs to the driver named before its first ".".
 template <class Function>
 void StateStore::forEachOf(const std::string& driverID, const Share& share, Function function) {
     if (const auto position = m_entries.find(driverID);

@@ -87,8 +87,8 @@ public:
 
     struct Settings {
         /// How many values one driver may have, and the console: more than any has, few enough that one run
-        /// wild harms nobody. New values beyond them are dropped, counted and logged; those that are there
-        /// are still updated.
+        /// wild does not harm the host. New values beyond them are dropped, counted and logged; those that
+        /// are there are still updated.
         std::size_t maxValues = 16384;
         /// An instance has settled when it has reported something and then for so long brought no stale value
         /// of the former ones back. What is still stale then is forgotten.
@@ -111,8 +111,8 @@ public:
     StateStore();
     explicit StateStore(Settings settings);
 
-    /// Is called before a value is taken from a driver and before values are read, so that nobody takes what
-    /// a dead driver left for live. Set before others use the store.
+    /// Is called before a value is taken from a driver and before values are read, so that no reader takes
+    /// what a dead driver left for live. Set before others use the store.
     void setRefresh(Refresh refresh) { m_refresh = std::move(refresh); }
     void refresh(const std::string& driverID) const;
 

@@ -29,7 +29,7 @@ public:
     /// Any thread; returns at once.
     void stop();
 
-    /// Whether lines come from somebody at a terminal.
+    /// Whether lines come from an operator at a terminal.
     static bool isInteractive();
 
     /// Others have written to the terminal: the prompt is written again. Any thread.

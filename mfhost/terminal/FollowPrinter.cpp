@@ -122,7 +122,7 @@ bool FollowPrinter::write(const std::string& text) {
             ::write(m_fd, text.data() + done, std::min<std::size_t>(text.size() - done, PIPE_BUF));
         if (count < 0 && (errno == EINTR || errno == EAGAIN))
             continue;
-        // Nobody will ever read: the drivers' lines go nowhere, the workplace runs on.
+        // The reader has closed the pipe: the drivers' lines go nowhere, the workplace runs on.
         if (count < 0 && errno == EPIPE)
             return false;
         if (count < 0) {

@@ -20,7 +20,7 @@ public:
     static constexpr std::size_t s_capacity = 10000;
 
     /// Prints what matches the shell pattern, everything for an empty one, to the descriptor. With redraw the
-    /// descriptor is a terminal that may show a prompt: it is erased first, and redraw called behind.
+    /// descriptor is a terminal that may show a prompt: it is erased first, and redraw called afterwards.
     /// The patience is what is spent at the end on lines that are left.
     FollowPrinter(std::string glob, int fd, std::function<void()> redraw = {},
                   std::chrono::milliseconds patience = std::chrono::seconds(1));

@@ -95,7 +95,7 @@ unsigned char LineEditor::complete(EditLine* pEditor, int) {
     std::string addition = common.substr(std::min(prefix.size(), common.size()));
     if (candidates.size() == 1)
         addition += " ";
-    // What cannot be shown as it is nobody should find in his line.
+    // A word that cannot be shown as it is does not belong into the operator's line.
     if (!addition.empty() && base::isPrintable(addition))
         return el_insertstr(pEditor, addition.c_str()) == 0 ? CC_REFRESH : CC_REFRESH_BEEP;
 

@@ -14,7 +14,7 @@
 /// Reads lines from a terminal, with editing, a history of the session, and completion. Console thread.
 class LineEditor {
 public:
-    /// The words that may stand behind those typed so far and begin with the prefix. Called on the console
+    /// The words that may follow those typed so far and begin with the prefix. Called on the console
     /// thread.
     using Completer = std::function<std::vector<std::string>(const std::vector<std::string>& before,
                                                              const std::string& prefix)>;
