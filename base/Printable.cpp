@@ -9,7 +9,7 @@ namespace {
 constexpr std::size_t s_longestQuoted = 80;
 constexpr char s_digits[] = "0123456789abcdef";
 
-/// What stands at the front of a text: a character, or a byte that begins none.
+/// What is at the front of a text: a character, or a byte that begins none.
 struct Front {
     std::size_t size = 1;    ///< in bytes
     std::uint32_t code = 0;  ///< the character's number, or the byte

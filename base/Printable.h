@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-/// Text of somebody else (a driver, a file, an operator) on its way to a person or a program that reads it.
+/// Text from outside (of a driver, a file, an operator) on its way to a person or a program that reads it.
 /// Whatever of it reaches a terminal, a log or a report goes through one of these, once. Any thread.
 namespace base {
 
@@ -17,8 +17,8 @@ std::string printable(std::string_view text);
 /// Whether printable() would leave the text as it is.
 bool isPrintable(std::string_view text);
 
-/// The printable text in quotes, as it stands in a message. Only the first 80 bytes of it, and "..." behind
-/// the closing quote, when it is longer.
+/// The printable text in quotes, as messages have it. Only the first 80 bytes of it, and "..." after the
+/// closing quote, when it is longer.
 std::string quoted(std::string_view text);
 
 /// The text as a JSON string, in quotes. What printable() would write out is escaped as JSON has it, so that

@@ -8,8 +8,8 @@
 
 namespace base {
 
-/// A regular file as one reading found it, whole, or why it could not be had. Reading waits for nobody: a
-/// pipe, a device or a directory is refused. Any thread.
+/// A regular file as one reading found it, whole, or why it could not be had. Reading never waits for another
+/// process: a pipe, a device or a directory is refused. Any thread.
 struct RegularFile {
     enum class EFault {
         None,

@@ -17,7 +17,7 @@ Wakeup::Wakeup(const std::string& purpose) : m_fd(::eventfd(0, EFD_CLOEXEC | EFD
 void Wakeup::wake(int fd) {
     const int error = errno;
     const eventfd_t one = 1;
-    // Where it fails the counter is full, and whoever waits is awake.
+    // Where it fails the counter is full, and the thread that waits is awake.
     static_cast<void>(!::write(fd, &one, sizeof one));
     errno = error;
 }

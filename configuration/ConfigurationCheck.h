@@ -17,7 +17,8 @@ public:
 
     /// What concerns a start with this file, in the order of its lines, then the descriptors.
     std::vector<Finding> forStart() const;
-    /// The same for somebody who only asks: what the module ends a start for by itself is an error as well.
+    /// The same for "mfhost --check", which only asks: what the module ends a start for by itself is an error
+    /// as well.
     std::vector<Finding> forQuestion() const;
     /// The same for a reload of one driver.
     std::vector<Finding> forReload(const std::string& driverID) const;

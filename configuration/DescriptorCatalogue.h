@@ -15,7 +15,7 @@ public:
     struct Record {
         std::string file;  ///< the descriptor
         int line = 0;
-        std::string name;    ///< as it stands in the descriptor
+        std::string name;    ///< as the descriptor has it
         std::string module;  ///< the path of the module file
         std::string type;
         std::string version;
@@ -28,7 +28,7 @@ public:
     const std::vector<Record>& records() const { return m_records; }
     /// What is wrong with directories and descriptors, and the modules that are missing by now.
     std::vector<Finding> findings() const;
-    /// What stands by now where the record's module file should; empty for a file.
+    /// What is by now where the record's module file should be; empty for a file.
     static std::string moduleFault(const Record& record);
 
 private:

@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// One thing that is wrong with a workplace's files. Where it concerns a file as a whole, the text goes on
-/// behind the file's name ("is no regular file").
+/// One thing that is wrong with a workplace's files. Where it concerns a file as a whole, the text follows
+/// the file's name ("is no regular file").
 struct Finding {
     enum class ESeverity { Error, Warning };
 

@@ -7,9 +7,9 @@
 class WorkplaceSnapshot;
 
 /// The file from which the module reads the workplace: a sealed copy in memory of the bytes that were checked
-/// and verified. Nobody can write to it, and nothing that happens to the workplace file reaches it. The
+/// and verified. No process can write to it, and nothing that happens to the workplace file reaches it. The
 /// module keeps the path for its reloads, so the path stays the same for the copy's whole life, and so does
-/// the number of the descriptor behind it. Owned by Host, used on the command thread.
+/// the number of its descriptor. Owned by Host, used on the command thread.
 class WorkplaceCopy {
 public:
     /// An exception says that no descriptor can be had.
@@ -24,7 +24,7 @@ public:
     std::string take(const WorkplaceSnapshot& snapshot);
 
 private:
-    /// A descriptor that cannot be opened by its path: what the number stands for while there is no copy.
+    /// A descriptor that cannot be opened by its path: what the number means while there is no copy.
     const base::UniqueFd m_nothing;
     const base::UniqueFd m_number;
     const std::string m_path;

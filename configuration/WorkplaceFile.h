@@ -47,7 +47,7 @@ public:
     const std::string& obstacle() const { return m_obstacle; }
     /// The entries up to the first fault: those that a start and a reload reach.
     const std::vector<Entry>& entries() const { return m_entries; }
-    /// The entries behind it.
+    /// The entries after it.
     const std::vector<Entry>& unreachedEntries() const { return m_unreachedEntries; }
     const std::vector<Fault>& faults() const { return m_faults; }
 
@@ -55,13 +55,13 @@ public:
     /// when there is none.
     const Entry* spinningEntry(const std::string& driverID) const;
     /// Why the driver cannot be reloaded with this file: line and what would be right; the obstacle where the
-    /// file is not whole and the driver may stand behind it. Empty when it can.
+    /// file is not whole and the driver may come after the fault. Empty when it can.
     std::string entryFault(const std::string& driverID) const;
 
 private:
     void read(const XmlInput& input);
     void readWorkplace(const TiXmlElement& workplace);
-    /// Nothing behind it is reached.
+    /// Nothing after it is reached.
     void stopAt(int line, const std::string& text, const std::string& consequence = {});
 
     std::string m_path;

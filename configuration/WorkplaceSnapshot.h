@@ -9,7 +9,7 @@
 
 /// A workplace file and its signature as they were at one moment, each read once. Made for one decision: a
 /// start, a reload, a restart or a check. What is checked, verified and handed to the module are these bytes,
-/// whatever stands on disk by then. Any thread.
+/// whatever is on disk by then. Any thread.
 class WorkplaceSnapshot {
 public:
     /// An empty path is a workplace without a configuration: nothing is read, and nothing is wrong with it.

@@ -62,7 +62,7 @@ private:
         m_position = found == std::string_view::npos ? m_text.size() : found + end.size();
     }
 
-    /// Goes behind the tag's ">", which may also stand inside quotes. False when a "<" comes first, which no
+    /// Goes past the tag's ">", which may also be inside quotes. False when a "<" comes first, which no
     /// well-formed declaration has.
     bool skipTag() {
         char quote = 0;

@@ -67,7 +67,8 @@ DriverProcess::DriverProcess(const WrapperOptions& options)
 DriverProcess::~DriverProcess() {
     if (m_stop == eStopWhenEmpty)
         endLeftBehind();
-    // The thread that is left behind keeps the object: the name goes now, with whoever closes last.
+    // The thread that waits for the host's end may keep the object: closed here, the queue's name goes as
+    // soon as every process has closed it.
     m_pInput->close();
 }
 
@@ -81,7 +82,7 @@ int DriverProcess::run() {
         !m_output.open(protocol::outputQueue(m_options.driverID)))
         return 1;
 
-    // The watches are destroyed behind the module: they cover its end, too.
+    // The watches are destroyed after the module: they cover its end, too.
     const SignalWatch signals([this](int signal) {
         m_pLog->level(sal::LogOutput::eInfo) << strsignal(signal) << ": stops the driver" << std::endl;
         requestStop(eStopNow);

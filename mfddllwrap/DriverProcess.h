@@ -42,7 +42,7 @@ private:
 
     const WrapperOptions m_options;
     sal::LogOutput* m_pLog;
-    // Shared with the thread that waits for the host's end and may have to be left behind in there.
+    // Shared with the thread that waits for the host's end and may outlive this object.
     std::shared_ptr<sal::MessageQueue> m_pInput;
     sal::MessageQueue m_output;
     std::atomic<EStop> m_stop = eRun;

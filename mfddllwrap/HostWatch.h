@@ -33,7 +33,8 @@ public:
     void stopRequested();
 
     /// The driver is gone; nothing is called any more when this returns. A wait for a host that holds the
-    /// queues cannot be broken off, so its thread is left behind, with what waitForHostEnd holds.
+    /// queues cannot be broken off, so its thread goes on without this object, with what waitForHostEnd
+    /// holds.
     void finish();
 
 private:

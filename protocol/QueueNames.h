@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// What the host, the module and the driver process agree on: the names of queues and what stands in them.
+/// What the host, the module and the driver process agree on: the names of queues and what they consist of.
 /// docs/protocol.md has the byte tables.
 namespace protocol {
 

@@ -49,10 +49,10 @@ __attribute__((no_sanitize("address", "undefined", "thread"))) void writeToNowhe
     *pNowhere = 1;  // cppcheck-suppress nullPointer ; that is the fault
 }
 
-/// By which whoever looks for it knows it.
+/// The name by which a test finds such a process.
 constexpr const char* s_orphanName = "left-behind";
 
-/// Keeps whatever it has got from its parent until somebody ends it.
+/// Keeps whatever it has got from its parent until it is ended.
 [[noreturn]] void stayBehind() {
     ::prctl(PR_SET_NAME, s_orphanName);
     for (;;)
@@ -101,7 +101,7 @@ void ignoreSignals() {
         ::signal(signal, SIG_IGN);
 }
 
-/// Waits for whoever reads it.
+/// Waits for the reader.
 void print(int descriptor, int mebibytes) {
     static const std::string s_line = std::string(1022, '.') + "\n";
     for (long left = 1024L * mebibytes; mebibytes == 0 || left > 0; --left) {

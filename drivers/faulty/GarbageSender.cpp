@@ -12,7 +12,7 @@ namespace {
 constexpr std::uint32_t s_maxLength = 1024;
 constexpr int s_patience = 2000;  ///< milliseconds for a place in the queue
 
-/// What a driver process sends, what a host sends, and what nobody does.
+/// What a driver process sends, what a host sends, and what neither does.
 constexpr std::array<std::string_view, 11> s_codes{"SETVAL", "SETVAF", "SETVAI", "SETVAB", "UNSVAL", "TRIGGR",
                                                    "SYSCMD", "DSPFID", "DEINIT", "SNDFDP", "NOBODY"};
 

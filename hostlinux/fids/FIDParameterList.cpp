@@ -14,7 +14,7 @@ unsigned char byteAt(const char* buffer, std::size_t position) {
     return static_cast<unsigned char>(buffer[position]);
 }
 
-/// Reads a length byte and its bytes and moves position behind them. False when they would cross the end.
+/// Reads a length byte and its bytes and moves position past them. False when they would cross the end.
 bool readText(const char* buffer, std::size_t size, std::size_t& position, std::string& text) {
     if (position >= size)
         return false;

@@ -31,7 +31,7 @@ std::string lower(std::string text) {
     return text;
 }
 
-/// The text behind the last dot; a name that only begins with a dot has none.
+/// The text after the last dot; a name that only begins with a dot has none.
 std::string extensionOf(const std::string& name) {
     const auto dot = name.rfind('.');
     return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
@@ -74,7 +74,7 @@ std::list<std::string> list(const std::string& path, const Wanted& wanted) {
     return names;
 }
 
-/// What keeps what stands there from being a directory; 0 when it is one, error when it is something else.
+/// What keeps what is there from being a directory; 0 when it is one, error when it is something else.
 int directoryError(const std::string& path, int error) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0)

@@ -14,7 +14,7 @@
 namespace sal {
 namespace {
 
-/// A name beside the link that nobody else uses.
+/// A name beside the link that no other call uses.
 std::string nameBeside(const std::string& link) {
     static std::atomic<unsigned int> s_number{0};
     const auto slash = link.rfind('/');

@@ -12,8 +12,8 @@
 
 namespace sal {
 
-/// One destination of the log with a thread that writes to it, so that a destination that blocks holds up
-/// nobody for more than 200 ms: its queue is bounded, the oldest lines give way and are counted. A
+/// One destination of the log with a thread that writes to it, so that a destination that blocks holds no
+/// thread up for more than 200 ms: its queue is bounded, the oldest lines give way and are counted. A
 /// destination that fails is tried again once a second. Owned by LogCore; any thread may post.
 class LogChannel {
 public:
@@ -38,7 +38,7 @@ public:
 
 private:
     struct State;
-    std::shared_ptr<State> m_pState;  ///< shared with the thread, which may have to be left behind
+    std::shared_ptr<State> m_pState;  ///< shared with the thread, which may outlive this object
     std::thread m_thread;
 };
 

@@ -32,7 +32,7 @@ void writeAll(std::string_view text) {
         if (count >= 0) {
             text.remove_prefix(static_cast<std::size_t>(count));
         } else if (errno == EAGAIN) {
-            // Somebody who shares the terminal made it non-blocking.
+            // Another process that shares the terminal has made it non-blocking.
             pollfd ready{STDERR_FILENO, POLLOUT, 0};
             ::poll(&ready, 1, -1);
         } else if (errno != EINTR) {

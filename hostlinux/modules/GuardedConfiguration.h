@@ -5,7 +5,7 @@
 
 namespace sal {
 
-/// A driver's IMFDConfiguration behind a guard against exceptions, which learns the driver ID here. Owned by
+/// A driver's IMFDConfiguration with a guard against exceptions, which learns the driver ID here. Owned by
 /// its Module, whose answers it gives for other interfaces; borrows the driver. Called on the loader's
 /// thread.
 class GuardedConfiguration : public IMFDConfiguration {

@@ -6,7 +6,7 @@
 
 namespace sal {
 
-/// A driver's IFunctionID behind a guard against exceptions and against circles of drivers: a call that is
+/// A driver's IFunctionID with a guard against exceptions and against circles of drivers: a call that is
 /// too deep inside others is refused, with a log line that names the circle. Owned by its Module, whose
 /// answers it gives for other interfaces; borrows the driver. Any thread.
 class GuardedFunctionID : public IFunctionID {

@@ -75,7 +75,7 @@ public:
             return error;
         m_family.emplace(m_pid, environment.mark());
         m_process = base::UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
-        // One that has ended already and that somebody else has collected is over, and that is all.
+        // A child that has ended already and that another thread has collected is over, and that is all.
         m_isGone = !m_process && errno == ESRCH;
         return m_process || m_isGone ? 0 : errno;
     }
@@ -101,8 +101,8 @@ public:
         return true;
     }
 
-    /// How the process ended; it is gone then, with all that it started. Without its number when somebody
-    /// else in this process has collected it.
+    /// How the process ended; it is gone then, with all that it started. Without its number when another
+    /// thread of this process has collected it.
     siginfo_t finish() {
         if (m_process)
             ::syscall(SYS_pidfd_send_signal, m_process.get(), SIGKILL, nullptr, 0u);

@@ -6,7 +6,8 @@
 namespace sal {
 
 /// The environment of a child process: this process's own, and before it a mark that no other child has. All
-/// that the child starts inherits it, so that it can be told whose it is. Owned by whoever starts the child.
+/// that the child starts inherits it, so that it can be told whose it is. Owned by the function that starts
+/// the child.
 class MarkedEnvironment {
 public:
     /// How a mark begins.

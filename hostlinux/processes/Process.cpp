@@ -33,7 +33,7 @@ void waitFor(const base::UniqueFd& process) {
     }
 }
 
-/// Collects a child that nobody else watches.
+/// Collects a child for which there is no observer.
 void reapInBackground(base::UniqueFd process) {
     sigset_t all;
     sigset_t before;
@@ -82,14 +82,14 @@ bool Process::createProcess(const std::string& title, Path& executable,
     const int pidFd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
     if (pidFd < 0) {
         const int reason = errno;
-        // Gone already, and collected by somebody else in this process: the number may be another's by now.
+        // Gone already, and collected by another thread of this process: the number may be another's by now.
         if (reason == ESRCH) {
             logLine("PROCESS", LogOutput::eError,
                     "\"" + title + "\" (" + executable.getPathString() +
                         ") ended as soon as it was started; how is not known");
             return false;
         }
-        // A process that nobody can watch is worse than none.
+        // A process whose end the host cannot see is worse than none.
         ::kill(pid, SIGKILL);
         while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
         }

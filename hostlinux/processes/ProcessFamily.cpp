@@ -42,7 +42,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds s_limit{200};
-/// An environment of more is not looked at further; the mark stands at its beginning.
+/// An environment of more is not looked at further; the mark is at its beginning.
 constexpr std::size_t s_longestText = 256 * 1024;
 constexpr int s_deepest = 50;
 constexpr std::size_t s_mostNoted = 10'000;
@@ -87,7 +87,7 @@ std::vector<int> numbersIn(const std::string& directory) {
 }
 
 /// Processes that were ended here. Where the host is the first process of a container, or has been made to
-/// take orphans in, they have come to be its children, and nobody else collects them. Any thread.
+/// take orphans in, they have come to be its children, and nothing else collects them. Any thread.
 class EndedOrphans {
 public:
     static EndedOrphans& instance() {
@@ -267,7 +267,7 @@ ProcessFamily::Result ProcessFamily::endOthers() {
     std::set<Identity> told;
     const auto end = Clock::now() + s_limit;
     t_hasMissed = false;
-    // Until nobody is left to be told: one may have started another in between.
+    // Until no process is new: one may have started another in between.
     for (bool isNew = true; isNew && Clock::now() < end;) {
         isNew = false;
         for (const Process& process : members()) {

@@ -15,7 +15,7 @@ public:
     static bool tell(const Process::Started& process);
 
     /// Has the observer wait for the process that the calling thread has noted, which is noted no longer.
-    /// False, at once, when none is noted or nobody observes.
+    /// False, at once, when none is noted or there is no observer.
     static bool awaitStart(unsigned int seconds);
 };
 

@@ -5,7 +5,7 @@
 namespace sal {
 
 /// What a child process finds: no input, no foreign descriptor, a session and signals of its own. Owned by
-/// whoever starts the child; one thread.
+/// the function that starts the child; one thread.
 class SpawnSettings {
 public:
     SpawnSettings();
@@ -16,7 +16,8 @@ public:
     /// The child's standard output goes nowhere, and its standard error into this descriptor.
     void captureErrors(int descriptor);
 
-    /// The child finds this descriptor as its s_handedOver, beside the standard ones. Behind captureErrors().
+    /// The child finds this descriptor as its s_handedOver, beside the standard ones. Called after
+    /// captureErrors().
     void handOver(int descriptor);
     static constexpr int s_handedOver = 3;
 

@@ -6,7 +6,8 @@
 namespace sal {
 
 /// The end of a time-out on the monotonic clock. A time-out of -1 never ends, 0 has ended before it began.
-/// The clock is first read when somebody waits, so that a call that need not wait does not pay for it.
+/// The clock is first read when the thread has to wait, so that a call that need not wait does not pay for
+/// it.
 class Deadline {
 public:
     /// Is asked before each part of a wait.

@@ -75,6 +75,6 @@ int main(int argc, char** argv) {
         const auto word = static_cast<unsigned char>(result);
         static_cast<void>(!::write(sal::SpawnSettings::s_handedOver, &word, 1));
     }
-    // What the module left behind is none of the trial: the host does not end with it.
+    // A thread or a handler that the module has left is no part of the trial: the host does not end with it.
     ::_exit(result);
 }

@@ -8,7 +8,7 @@ namespace mfd {
 
 /// Counts the calls inside a driver and shuts it against more. A driver that is called on any thread owns
 /// one: it opens it in initializationCompleted(), passes it in every operation that reports or sends, and
-/// closes it in deinitialize(), which so returns with nobody inside. A thread may be inside several times.
+/// closes it in deinitialize(), which so returns with no call inside. A thread may be inside several times.
 class CallGate {
 public:
     /// Held for the length of a call; false when the gate is closed.
@@ -32,7 +32,7 @@ public:
         m_open = true;
     }
 
-    /// Lets nobody in any more and waits for those inside. Never called by a thread that is inside.
+    /// Lets no call in any more and waits for those inside. Never called by a thread that is inside.
     void close() {
         std::unique_lock lock(m_mutex);
         m_open = false;

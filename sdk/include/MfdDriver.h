@@ -23,7 +23,7 @@ IInterface* asInterface(Driver* pDriver) {
 
 }  // namespace mfd
 
-/// Makes a shared library a driver module: stands once, outside any namespace, in one source file. Driver is
+/// Makes a shared library a driver module: written once, outside any namespace, in one source file. Driver is
 /// default-constructible; the loader makes it with this and deletes it through its IInterface.
 #define MFD_DRIVER(Driver)                                                         \
     extern "C" {                                                                   \

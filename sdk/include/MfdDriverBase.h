@@ -67,7 +67,7 @@ protected:
 
     /// Sends a whole FID ("PANEL.ALARM") to another driver, in both modes. Any thread until deinitialize()
     /// returns; waits while the queue is full. False when there is no way to send, the FID is too long for a
-    /// message, or the queue refused it. Whether the other driver took it nobody can say.
+    /// message, or the queue refused it. What it returns does not say whether the other driver took it.
     bool sendToDriver(const std::string& fid, const FIDParameterList& parameters) const {
         // The host's sender first: a distributor does not tell what became of a FID.
         if (m_pSystem) {
