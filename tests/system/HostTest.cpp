@@ -819,6 +819,16 @@ TEST_F(HostTest, WorkingDirectoryIsEnteredAgainAfterASearch) {
     EXPECT_THAT(host.log(), Not(HasSubstr("working directory")));
 }
 
+TEST_F(HostTest, WorkingDirectoryThatCannotBeEnteredAgainEndsTheStart) {
+    HostProcess::Start call = this->call();
+    call.beforeExec = [] { refuseCall(SYS_fchdir, EACCES); };
+    HostProcess& host = startCall(call);
+    EXPECT_EQ(1, host.waitForEnd());
+    EXPECT_THAT(
+        host.log(),
+        HasSubstr("critical HOST: the working directory cannot be entered again: Permission denied\n"));
+}
+
 TEST_F(HostTest, ManyDriversThatFloodDoNotHoldUpTheEnd) {
     addDriver("F", "FloodsState", "queue");
     addDriver("G", "FloodsState", "direct");
