@@ -750,11 +750,17 @@ TEST_F(HostTest, DirectoryWithoutAReadableDescriptorIsWarnedOf) {
     const fs::path directory = m_workplace.directory() / "broken";
     fs::create_directory(directory);
     writeFile(directory / "broken.xml", "<mfDriverModule>");
-    startAndWait({"--drivers", directory});
+    HostProcess& host = startAndWait({"--drivers", directory});
+    EXPECT_TRUE(host.waitForLog("warning  HOST: " + directory.string() +
+                                ": none of its descriptors could be read; no drivers are found there\n"))
+        << host.log();
     EXPECT_EQ(0, end());
-    EXPECT_THAT(m_pHost->log(), HasSubstr("warning  HOST: " + directory.string() +
-                                          ": none of its descriptors could be read; no drivers are found "
-                                          "there\n"));
+}
+
+TEST_F(HostTest, WorkplaceThatIsNotSignedIsNotStartedWhereItMustBe) {
+    HostProcess& host = start({"--require-signature", "--trust", m_workplace.workdir()});
+    EXPECT_EQ(1, host.waitForEnd());
+    EXPECT_THAT(host.log(), ContainsRegex("critical HOST: .*; the workplace is not started\n"));
 }
 
 TEST_F(HostTest, StartThatBreaksOffIsWarnedOf) {
