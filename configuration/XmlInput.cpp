@@ -27,7 +27,8 @@ public:
                 if (const bool isWhole = skipTag(); !isWhole)
                     return lineOf(m_position);
             } else if (startsWith("</")) {
-                --depth;
+                // Outside of all elements it ends none.
+                depth = std::max(depth - 1, 0);
                 skipBehind(">", 2);
             } else if (isNameStart(m_position + 1)) {
                 const std::size_t start = m_position;

@@ -60,6 +60,12 @@ TEST(XmlInput, DocumentTypeCannotHideElements) {
     EXPECT_TRUE(XmlInput::tooDeepLine("<?other \" >" + nested(200)));
 }
 
+TEST(XmlInput, EndTagOutsideOfElementsCannotHideElements) {
+    EXPECT_TRUE(XmlInput::tooDeepLine("</a>" + nested(101)));
+    EXPECT_TRUE(XmlInput::tooDeepLine("<a/></a></b>" + nested(101)));
+    EXPECT_FALSE(XmlInput::tooDeepLine("</a></a>" + nested(100)));
+}
+
 TEST(XmlInput, UnfinishedMarkupIsNoTrouble) {
     for (const char* text : {"<", "<a", "<a x='", "<!--", "<![CDATA[", "</", "<?xml", "<?", "<!"})
         EXPECT_FALSE(XmlInput::tooDeepLine(text)) << text;
