@@ -56,7 +56,7 @@ std::optional<QueueDirectory> leaveOwn() {
     const char* pPath = ::getenv("MFD_QUEUE_DIR");
     for (QueueDirectory& directory : QueueDirectory::left()) {
         if (pPath && directory.path() == pPath)
-            return std::move(directory);
+            return std::make_optional(std::move(directory));
     }
     return std::nullopt;
 }
