@@ -617,12 +617,12 @@ TEST_F(MessageQueue, ATakenOverQueueIsEmpty) {
 TEST_F(MessageQueue, CreateWaitsShortlyForTheHolderToGo) {
     sal::MessageQueue holder;
     ASSERT_TRUE(holder.create("Q", 4, 1024, 0));
+    const auto begin = Clock::now();
     std::thread closer([&] {
-        std::this_thread::sleep_for(10ms);
+        std::this_thread::sleep_until(begin + 10ms);
         holder.close();
     });
     sal::MessageQueue sut;
-    const auto begin = Clock::now();
     bool created = false;
     // On a busy machine the holder may go late, so only the shortest time counts.
     while (!created && Clock::now() - begin < c_hangGuard) {
