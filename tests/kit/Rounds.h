@@ -1,6 +1,13 @@
 #pragma once
 
 #include <chrono>
+#include <cstdlib>
+
+/// How many rounds an endurance test makes: MFD_ROUNDS, which `./dev soak` sets; else few.
+inline int rounds() {
+    const char* pSetting = std::getenv("MFD_ROUNDS");
+    return pSetting ? std::atoi(pSetting) : 20;
+}
 
 /// As many rounds as a test is to make, but at least one, and fewer where they take long: two threads that
 /// are to meet at an instruction seldom do while others have the processors.

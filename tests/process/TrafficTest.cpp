@@ -12,6 +12,7 @@
 
 #include "InterfaceIds.h"
 #include "ModeBench.h"
+#include "Rounds.h"
 
 namespace {
 
@@ -104,11 +105,6 @@ protected:
     void TearDown() override {
         ModeBench::TearDown();
         unsetenv("MFD_TEST_TRAFFIC");
-    }
-
-    static int rounds() {
-        const char* pSetting = std::getenv("MFD_ROUNDS");
-        return pSetting != nullptr ? std::atoi(pSetting) : 20;
     }
 
     /// Waits until NEAR and FAR have heard more of each other, and SUBJECT of both and they of SUBJECT.

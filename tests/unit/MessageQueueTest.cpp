@@ -33,6 +33,7 @@
 #include "NumberedMessage.h"
 #include "QueueLayout.h"
 #include "QueuePeer.h"
+#include "Rounds.h"
 #include "sal/Thread.h"
 
 namespace {
@@ -188,11 +189,6 @@ protected:
     static std::size_t openDescriptors() {
         const std::filesystem::directory_iterator entries("/proc/self/fd");
         return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-    }
-
-    static int rounds() {
-        const char* pSetting = std::getenv("MFD_ROUNDS");
-        return pSetting != nullptr ? std::atoi(pSetting) : 20;
     }
 
     std::string m_directory;

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <limits>
 #include <random>
 #include <thread>
@@ -14,11 +13,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-
-int rounds() {
-    const char* pSetting = std::getenv("MFD_ROUNDS");
-    return pSetting != nullptr ? std::atoi(pSetting) : 20;
-}
 
 struct alignas(64) Line {
     std::atomic<unsigned> word{0};

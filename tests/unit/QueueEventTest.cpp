@@ -5,7 +5,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <limits>
 #include <random>
 #include <thread>
@@ -16,11 +15,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-
-int rounds() {
-    const char* pSetting = std::getenv("MFD_ROUNDS");
-    return pSetting != nullptr ? std::atoi(pSetting) : 20;
-}
 
 /// A store to a line that others write as well stays on its way for long: what follows it is seen late.
 struct alignas(64) Line {

@@ -37,11 +37,6 @@ protected:
         std::filesystem::remove_all(m_directory);
     }
 
-    static int rounds() {
-        const char* pSetting = std::getenv("MFD_ROUNDS");
-        return pSetting != nullptr ? std::atoi(pSetting) : 20;
-    }
-
     std::string m_directory;
     std::unique_ptr<sal::QueueFile> m_pFile;
     sal::SenderLockWords m_words;

@@ -7,34 +7,22 @@
 
 #include <csignal>
 #include <stdexcept>
+#include <utility>
 
 #include "HangGuard.h"
+#include "StartProgram.h"
 
 QueuePeer::QueuePeer(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix) {
     std::vector<std::string> words = prefix;
     words.emplace_back(QUEUE_PEER);
     words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> pointers;
-    for (std::string& word : words) {
-        pointers.push_back(word.data());
-    }
-    pointers.push_back(nullptr);
-
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipe");
     }
-    m_pid = ::fork();
-    if (m_pid == 0) {
-        ::dup2(ends[1], STDOUT_FILENO);
-        ::execvp(pointers[0], pointers.data());
-        ::_exit(127);
-    }
-    ::close(ends[1]);
     m_output = ends[0];
-    if (m_pid < 0) {
-        throw std::runtime_error("no process");
-    }
+    m_pid = startProgram(std::move(words), {{ends[1], STDOUT_FILENO}});
+    ::close(ends[1]);
 }
 
 QueuePeer::~QueuePeer() {

@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
-#include <stdexcept>
+
+#include "StartProgram.h"
 
 namespace {
 
@@ -21,18 +21,11 @@ int waitForStop(pid_t pid) {
 
 SteppedPeer::SteppedPeer(const std::string& command, const std::string& queue) {
     const std::string word = "step-" + command;
-    m_pid = fork();
-    if (m_pid < 0)
-        throw std::runtime_error("no process");
-    if (m_pid == 0) {
-        const int nowhere = open("/dev/null", O_WRONLY);
-        dup2(nowhere, STDOUT_FILENO);
-        dup2(nowhere, STDERR_FILENO);
-        // The look-up of symbols is nobody's business here.
-        setenv("LD_BIND_NOW", "1", 1);
-        execl(QUEUE_PEER, QUEUE_PEER, word.c_str(), queue.c_str(), nullptr);
-        _exit(127);
-    }
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    // The look-up of symbols is not to be stepped through.
+    m_pid = startProgram({QUEUE_PEER, word, queue}, {{nowhere, STDOUT_FILENO}, {nowhere, STDERR_FILENO}},
+                         {"LD_BIND_NOW=1"});
+    close(nowhere);
     m_isAtBeginning = waitForStop(m_pid) == SIGSTOP;
 }
 

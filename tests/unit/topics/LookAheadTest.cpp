@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <list>
 #include <random>
 #include <tuple>
@@ -11,6 +10,7 @@
 #include "FakeHost.h"
 #include "IPanelState.h"
 #include "MDMDriverIPCI.h"
+#include "Rounds.h"
 
 namespace {
 
@@ -84,11 +84,6 @@ public:
 private:
     std::list<std::tuple<int, std::string, std::string>> m_entries;
 };
-
-int rounds() {
-    const char* pSetting = std::getenv("MFD_ROUNDS");
-    return pSetting != nullptr ? std::atoi(pSetting) : 20;
-}
 
 }  // namespace
 

@@ -14,6 +14,7 @@
 
 #include "HangGuard.h"
 #include "NumberedMessage.h"
+#include "Rounds.h"
 #include "SteppedPeer.h"
 #include "sal/MessageQueue.h"
 
@@ -34,14 +35,9 @@ protected:
         std::filesystem::remove_all(m_directory);
     }
 
-    static int rounds() {
-        const char* pSetting = std::getenv("MFD_ROUNDS");
-        return pSetting != nullptr ? std::atoi(pSetting) : 20;
-    }
-
     /// After how many instructions of its call a process is to be killed: spread over the whole of it, each
-    /// single one when there are rounds enough. A round takes a second or less, however slowly the machine
-    /// or a sanitizer lets it step. Empty when processes cannot be traced here.
+    /// single one when there are rounds enough. A round takes a third of a second or less, however slowly
+    /// the machine or a sanitizer lets it step. Empty when processes cannot be traced here.
     static std::vector<long> instants(const std::string& command, const std::string& queue, int perRound) {
         const auto begin = Clock::now();
         SteppedPeer whole(command, queue);
@@ -49,7 +45,7 @@ protected:
             return {};
         const long all = whole.run(2'000'000);
         const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-        const double perSecond = std::min<double>(perRound, 1 / seconds);
+        const double perSecond = std::min<double>(perRound, 1 / (3 * seconds));
         const long stride =
             std::max(1L, static_cast<long>(static_cast<double>(all) / (rounds() * perSecond)));
         std::vector<long> found;
