@@ -264,7 +264,7 @@ TEST_F(QueueFavour, EnduranceASenderMayDieBehindAnyInstructionOfAWithdrawal) {
 TEST_F(QueueFavour, AFavouredSenderStoppedInsideDelaysOthersUntilItDiesOrGoesOn) {
     sal::MessageQueue sut;
     ASSERT_TRUE(sut.create("Q", 1024, 1024, 0));
-    const auto instants = this->instants("send-favoured", "Q", 10);
+    const auto instants = this->instants("send-favoured", "Q", 10, 100);
     if (instants.empty())
         GTEST_SKIP() << "processes may not be traced here (ptrace)";
     empty(sut);

@@ -37,8 +37,10 @@ protected:
 
     /// After how many instructions of its call a process is to be killed: spread over the whole of it, each
     /// single one when there are rounds enough. A round takes a third of a second or less, however slowly
-    /// the machine or a sanitizer lets it step. Empty when processes cannot be traced here.
-    static std::vector<long> instants(const std::string& command, const std::string& queue, int perRound) {
+    /// the machine or a sanitizer lets it step, but there are so many at least. Empty when processes cannot
+    /// be traced here.
+    static std::vector<long> instants(const std::string& command, const std::string& queue, int perRound,
+                                      double atLeast = 1) {
         const auto begin = Clock::now();
         SteppedPeer whole(command, queue);
         if (!whole.isAtBeginning())
@@ -46,8 +48,8 @@ protected:
         const long all = whole.run(2'000'000);
         const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
         const double perSecond = std::min<double>(perRound, 1 / (3 * seconds));
-        const long stride =
-            std::max(1L, static_cast<long>(static_cast<double>(all) / (rounds() * perSecond)));
+        const double most = std::max(rounds() * perSecond, atLeast);
+        const long stride = std::max(1L, static_cast<long>(static_cast<double>(all) / most));
         std::vector<long> found;
         for (long instant = rounds() % stride; instant <= all; instant += stride)
             found.push_back(instant);

@@ -258,7 +258,7 @@ TEST_F(QueueTorture, EnduranceAPeerThatScribblesEndsNobodyElse) {
 TEST_F(QueueTorture, ASenderStoppedWithTheLockDelaysOthersUntilItDies) {
     sal::MessageQueue sut;
     ASSERT_TRUE(sut.create("Q", 16, 1024, 0));
-    const auto instants = this->instants("send", "Q", 10);
+    const auto instants = this->instants("send", "Q", 10, 100);
     if (instants.empty())
         GTEST_SKIP() << "processes may not be traced here (ptrace)";
     while (receive(sut, 0)) {
