@@ -178,6 +178,7 @@ TEST_F(ProcessFamily, ProcessItselfIsNoMatterOfIt) {
 TEST_F(ProcessFamily, ChildInTheSessionEnds) {
     start("(note child; exec sleep 1000) & stay");
     const pid_t child = noted("child");
+    ASSERT_TRUE(becomesSleep(child));
     killProcess();
     const auto result = sut().endOthers();
     ASSERT_FALSE(result.ended.empty());
