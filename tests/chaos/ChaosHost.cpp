@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "Patience.h"
-#include "Workplace.h"
+#include "TestWorkplace.h"
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;

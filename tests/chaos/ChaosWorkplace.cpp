@@ -47,7 +47,7 @@ ChaosWorkplace::ChaosWorkplace(ETimes times, std::vector<std::string> drivers)
     fs::create_directory(ledgers());
     fs::create_directory(temporary());
     m_workplace.addModule("Chatter");
-    const fs::path faulty = Workplace::build() / "lib/mfdkit/faulty.so";
+    const fs::path faulty = TestWorkplace::build() / "lib/mfdkit/faulty.so";
     for (const char* driverID : {"F5", "F7"}) {
         const std::string module = moduleOf(driverID);
         fs::copy_file(faulty, m_workplace.drivers() / module);
@@ -99,7 +99,7 @@ std::chrono::seconds ChaosWorkplace::hangTimeout() const {
 HostProcess::Start ChaosWorkplace::host() const {
     std::vector<std::string> options = settings();
     options.insert(options.end(),
-                   {"--drivers", Workplace::build() / "lib/mfdkit", "--follow=[TFS]?.[NEPM]*"});
+                   {"--drivers", TestWorkplace::build() / "lib/mfdkit", "--follow=[TFS]?.[NEPM]*"});
     HostProcess::Start start = m_workplace.host(options);
     std::string names;
     for (const std::string& id : talkers())
@@ -119,7 +119,7 @@ std::string ChaosWorkplace::entries() const {
             continue;
         const bool isProcess = id == "S2" ? !m_isDirect : member.isProcess;
         // Two with an address, so that addresses can be left over.
-        std::string entry = Workplace::entry(
+        std::string entry = TestWorkplace::entry(
             id, member.type, isProcess ? "queue" : "direct",
             id == "S3" || id == "F1" ? "ipAddress=\"192.0.2." + std::to_string(member.isProcess ? 31 : 32) +
                                            "\" networkAdapter=\"eth0\" "
@@ -158,10 +158,10 @@ void ChaosWorkplace::breakConfiguration(EBroken how) {
     std::string before;
     switch (how) {
         case EBroken::DuplicateID:
-            before = Workplace::entry("T1", "Chatter", "queue");
+            before = TestWorkplace::entry("T1", "Chatter", "queue");
             break;
         case EBroken::SlashInID:
-            before = Workplace::entry("T0/T1", "Chatter", "queue");
+            before = TestWorkplace::entry("T0/T1", "Chatter", "queue");
             break;
         case EBroken::ForeignAttributeFirst:
             before = "<mainframeDriver driverType=\"Chatter\" driverID=\"T0\" version=\"1.0\"/>\n";

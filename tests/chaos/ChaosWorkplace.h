@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "HostProcess.h"
-#include "Workplace.h"
+#include "TestWorkplace.h"
 
 /// The workplace of a chaos run: up to 20 drivers beside the panel, some in the host's process and some in
 /// their own, and what is edited of it meanwhile. T are talkers, F fault drivers, S watch the machine. Owned
@@ -91,7 +91,7 @@ private:
     void write(const std::string& entries) const;
     static std::string moduleOf(const std::string& driverID);
 
-    const Workplace m_workplace;
+    const TestWorkplace m_workplace;
     const std::filesystem::path m_file;
     const ETimes m_times;
     const std::vector<std::string> m_drivers;

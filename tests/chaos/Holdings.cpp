@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "Leftovers.h"
-#include "Workplace.h"
+#include "TestWorkplace.h"
 
 namespace fs = std::filesystem;
 

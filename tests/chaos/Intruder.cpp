@@ -33,7 +33,7 @@
 #include <thread>
 #include <utility>
 
-#include "Workplace.h"
+#include "TestWorkplace.h"
 
 namespace fs = std::filesystem;
 

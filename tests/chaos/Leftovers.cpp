@@ -12,7 +12,7 @@
 #include <memory>
 #include <sstream>
 
-#include "Workplace.h"
+#include "TestWorkplace.h"
 
 namespace fs = std::filesystem;
 

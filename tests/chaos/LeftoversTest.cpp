@@ -11,7 +11,7 @@
 
 #include <cstdlib>
 
-#include "Workplace.h"
+#include "TestWorkplace.h"
 
 namespace fs = std::filesystem;
 using testing::Contains;

@@ -14,8 +14,8 @@ protected:
 
     void configureAddress(const std::string& address, const std::string& adapter = "") {
         workplace().configure(
-            Workplace::entry("AXIS1", "Recorder", "direct",
-                             "ipAddress=\"" + address + "\" networkAdapter=\"" + adapter + "\""));
+            TestWorkplace::entry("AXIS1", "Recorder", "direct",
+                                 "ipAddress=\"" + address + "\" networkAdapter=\"" + adapter + "\""));
     }
     std::string recorded() { return readFile(workplace().workdir() / "nvram/AXIS1/record.txt"); }
 };
@@ -90,8 +90,8 @@ TEST_F(AddressRules, WithoutAnAdapterNamedEthNoDriverStartsAndTheHostEnds) {
 
 TEST_F(AddressRules, MalformedAddressIsNeverAddedAndTheOthersStillStart) {
     ASSERT_TRUE(PrivateMachine::addAdapter("eth0", "192.0.2.10/24"));
-    workplace().configure(Workplace::entry("AXIS1", "Recorder", "direct", "ipAddress=\"192.0.2.300\"") +
-                          Workplace::entry("AXIS2", "Recorder", "direct"));
+    workplace().configure(TestWorkplace::entry("AXIS1", "Recorder", "direct", "ipAddress=\"192.0.2.300\"") +
+                          TestWorkplace::entry("AXIS2", "Recorder", "direct"));
     HostProcess& host = start();
     EXPECT_EQ(end(), 0);
     EXPECT_THAT(host.output(), HasSubstr("FAILED! (IP address problem)\n"));

@@ -49,8 +49,8 @@ protected:
             return;
         giveAdapter();
         workplace().addModule("Echo");
-        workplace().configure(Workplace::entry("E", "Echo", "queue") +
-                              Workplace::entry("F", "Echo", "queue"));
+        workplace().configure(TestWorkplace::entry("E", "Echo", "queue") +
+                              TestWorkplace::entry("F", "Echo", "queue"));
         m_whole = readFile(file());
     }
 
@@ -156,7 +156,8 @@ INSTANTIATE_TEST_SUITE_P(
         Broken{"FaultyBeforeTheDriver",
                [](const fs::path& file) {
                    writeFile(file, "<workplaces>\n<desk/>\n<workplace id=\"0\">\n" +
-                                       Workplace::entry("E", "Echo", "queue") + "</workplace></workplaces>");
+                                       TestWorkplace::entry("E", "Echo", "queue") +
+                                       "</workplace></workplaces>");
                },
                " line 2: an element <desk> may not stand here, only <workplace>"},
         Broken{"LinkLoop", [](const fs::path& file) { fs::create_symlink(file, file); },
@@ -167,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return test.param.claim; });
 
 TEST_F(BrokenFile, FileThatIsNoLongerSignedIsAReasonWithANextTry) {
-    const fs::path build = Workplace::build();
+    const fs::path build = TestWorkplace::build();
     const std::string key = workplace().directory() / "site";
     const auto run = [&](const std::string& arguments) {
         return std::system(((build / "bin/mfctl").string() + " " + arguments + " >/dev/null").c_str());
@@ -216,8 +217,8 @@ TEST_F(BrokenFile, ReloadOfADriverBeforeAFaultForgetsNobodyBehindIt) {
     HostProcess& host = startAndWait({"--restart-delay", "60"});
     kill(host, "F");
     ASSERT_TRUE(host.waitForLog("it is started again in ")) << host.log();
-    workplace().configure(Workplace::entry("E", "Echo", "queue") + "text\n" +
-                          Workplace::entry("F", "Echo", "queue"));
+    workplace().configure(TestWorkplace::entry("E", "Echo", "queue") + "text\n" +
+                          TestWorkplace::entry("F", "Echo", "queue"));
     host.type("reloadDriver E");
     EXPECT_THAT(line(host, "E"), HasSubstr("  running  "));
     EXPECT_THAT(line(host, "F"), HasSubstr("  signal 9 (Killed)  in "));
@@ -226,7 +227,7 @@ TEST_F(BrokenFile, ReloadOfADriverBeforeAFaultForgetsNobodyBehindIt) {
 
 TEST_F(BrokenFile, WholeFileWithoutTheDriverGivesItUp) {
     HostProcess& host = startAndWait({"--restart-delay", "0.1"});
-    replace(file(), "<workplaces><workplace id=\"0\">" + Workplace::entry("F", "Echo", "queue") +
+    replace(file(), "<workplaces><workplace id=\"0\">" + TestWorkplace::entry("F", "Echo", "queue") +
                         "</workplace></workplaces>");
     kill(host, "E");
     ASSERT_TRUE(host.waitForLog("HOST: E: is not started again: " + file() + " has no driver \"E\"\n"))

@@ -15,7 +15,7 @@ protected:
             return;
         giveAdapter();
         workplace().addModule("Echo");
-        workplace().configure(Workplace::entry("AXIS1", "Echo", "queue"));
+        workplace().configure(TestWorkplace::entry("AXIS1", "Echo", "queue"));
         std::filesystem::create_directory(workplace().directory() / "wrapper");
     }
 
@@ -27,7 +27,7 @@ protected:
         EXPECT_NE(at, std::string::npos) << log;
         const auto end = log.find('\n', at);
         return HostProcess(
-            {.program = Workplace::build() / "bin/mfddllwrap",
+            {.program = TestWorkplace::build() / "bin/mfddllwrap",
              .arguments = {workplace().drivers() / "Echo.so", "AXIS1"},
              .environment = {{"MFD_QUEUE_DIR", log.substr(at + name.size(), end - at - name.size())}},
              .files = workplace().directory() / "wrapper"});

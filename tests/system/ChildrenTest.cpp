@@ -34,8 +34,8 @@ protected:
 
     /// S starts processes, in that mode; E is a driver process beside it.
     HostProcess& startWith(const std::string& modeOfS, const std::vector<std::string>& options = {}) {
-        workplace().configure(Workplace::entry("S", "StartsProcesses", modeOfS) +
-                              Workplace::entry("E", "Echo", "queue"));
+        workplace().configure(TestWorkplace::entry("S", "StartsProcesses", modeOfS) +
+                              TestWorkplace::entry("E", "Echo", "queue"));
         HostProcess::Start start = call({"--log-level", "5", "--restart-delay", "0.1"});
         start.arguments.insert(start.arguments.end(), options.begin(), options.end());
         HostProcess& host = this->start(start);

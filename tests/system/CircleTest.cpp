@@ -15,9 +15,9 @@ protected:
     HostProcess& startCircling(const std::string& modeOfB = "direct") {
         workplace().addModule("Answers");
         workplace().addModule("Echo");
-        workplace().configure(Workplace::entry("A", "Answers", "direct") +
-                              Workplace::entry("B", "Answers", modeOfB) +
-                              Workplace::entry("E", "Echo", "direct"));
+        workplace().configure(TestWorkplace::entry("A", "Answers", "direct") +
+                              TestWorkplace::entry("B", "Answers", modeOfB) +
+                              TestWorkplace::entry("E", "Echo", "direct"));
         HostProcess& host = start(call({"--log-level", "4"}));
         EXPECT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
         return host;

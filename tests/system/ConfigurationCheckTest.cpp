@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "HostProcess.h"
-#include "Workplace.h"
+#include "TestWorkplace.h"
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
@@ -21,7 +21,7 @@ protected:
     };
 
     Ended run(const std::string& program, const std::vector<std::string>& arguments) {
-        HostProcess process({.program = Workplace::build() / "bin" / program,
+        HostProcess process({.program = TestWorkplace::build() / "bin" / program,
                              .arguments = arguments,
                              .environment = {},
                              .files = m_workplace.directory()});
@@ -42,11 +42,11 @@ protected:
     }
     static bool hasXmllint() { return std::system("command -v xmllint >/dev/null") == 0; }
 
-    Workplace m_workplace;
+    TestWorkplace m_workplace;
 };
 
 TEST_F(CheckPrograms, DemoWorkplaceHasNoFindings) {
-    const fs::path build = Workplace::build();
+    const fs::path build = TestWorkplace::build();
     const Ended ended =
         run("mfhost", {"--drivers", build / "lib/mfdrivers", "--config", build / "workplace/demo.xml",
                        "--trust", build / "workplace/trust", "--require-signature", "--check"});
@@ -57,8 +57,8 @@ TEST_F(CheckPrograms, DemoWorkplaceHasNoFindings) {
 
 TEST_F(CheckPrograms, ErrorEndsWithOneAndStartsNothing) {
     m_workplace.addModule("Recorder");
-    m_workplace.configure(Workplace::entry("A", "Recorder", "direct") +
-                          Workplace::entry("A", "Recorder", "queue"));
+    m_workplace.configure(TestWorkplace::entry("A", "Recorder", "direct") +
+                          TestWorkplace::entry("A", "Recorder", "queue"));
     const Ended ended = check();
     EXPECT_EQ(1, ended.exitCode);
     EXPECT_THAT(ended.output, StartsWith("error: " + m_workplace.configuration().string() +
@@ -67,7 +67,7 @@ TEST_F(CheckPrograms, ErrorEndsWithOneAndStartsNothing) {
 }
 
 TEST_F(CheckPrograms, WarningEndsWithZero) {
-    m_workplace.configure(Workplace::entry("A", "Absent", "direct"));
+    m_workplace.configure(TestWorkplace::entry("A", "Absent", "direct"));
     const Ended ended = check();
     EXPECT_EQ(0, ended.exitCode);
     EXPECT_THAT(ended.output, HasSubstr("line 4: no descriptor announces the driver type \"Absent\""));
@@ -76,7 +76,7 @@ TEST_F(CheckPrograms, WarningEndsWithZero) {
 TEST_F(CheckPrograms, JsonIsReadByProgramsWhateverStandsInTheFile) {
     if (std::system("command -v python3 >/dev/null") != 0)
         GTEST_SKIP() << "there is no python3 command";
-    m_workplace.configure(Workplace::entry("A/\xE4&quot;&#1;\\", "Absent", "direct"));
+    m_workplace.configure(TestWorkplace::entry("A/\xE4&quot;&#1;\\", "Absent", "direct"));
     const Ended ended = check({"--json"});
     EXPECT_EQ(1, ended.exitCode);
     writeFile(m_workplace.directory() / "report.json", ended.output);
@@ -88,7 +88,7 @@ TEST_F(CheckPrograms, JsonIsReadByProgramsWhateverStandsInTheFile) {
 
 TEST_F(CheckPrograms, SignedFileIsCheckedAsSigned) {
     m_workplace.addModule("Recorder");
-    m_workplace.configure(Workplace::entry("A", "Recorder", "direct"));
+    m_workplace.configure(TestWorkplace::entry("A", "Recorder", "direct"));
     const std::string key = m_workplace.directory() / "site";
     const std::string file = m_workplace.configuration();
     const std::string trust = m_workplace.directory();
@@ -111,20 +111,20 @@ TEST_F(CheckPrograms, SchemasAcceptTheFilesOfTheTree) {
     EXPECT_EQ(0, validate("descriptor.xsd", MFD_SOURCE_DIR "/drivers/sysmon/sysmon.xml"));
     m_workplace.addModule("Recorder");
     m_workplace.configure("<ports><port/></ports>" +
-                          Workplace::entry("A", "Recorder", "queue", "ipAddress=\"192.0.2.20\""));
+                          TestWorkplace::entry("A", "Recorder", "queue", "ipAddress=\"192.0.2.20\""));
     EXPECT_EQ(0, validate("workplace.xsd", m_workplace.configuration()));
 }
 
 TEST_F(CheckPrograms, WorkplaceSchemaRefusesWhatTheCheckReports) {
     if (!hasXmllint())
         GTEST_SKIP() << "there is no xmllint command";
-    const std::string good = Workplace::entry("A", "Recorder", "queue");
+    const std::string good = TestWorkplace::entry("A", "Recorder", "queue");
     for (const std::string& entries :
-         {good + good, Workplace::entry("A.B", "Recorder", "queue"),
-          Workplace::entry("A/B", "Recorder", "queue"), Workplace::entry("A", "Recorder", "Queue"),
-          Workplace::entry("", "Recorder", "queue"),
-          Workplace::entry("A", "Recorder", "queue", "ipAddress=\"192.0.2.256\""),
-          Workplace::entry("A", "Recorder", "queue", "adress=\"192.0.2.20\""),
+         {good + good, TestWorkplace::entry("A.B", "Recorder", "queue"),
+          TestWorkplace::entry("A/B", "Recorder", "queue"), TestWorkplace::entry("A", "Recorder", "Queue"),
+          TestWorkplace::entry("", "Recorder", "queue"),
+          TestWorkplace::entry("A", "Recorder", "queue", "ipAddress=\"192.0.2.256\""),
+          TestWorkplace::entry("A", "Recorder", "queue", "adress=\"192.0.2.20\""),
           good + "</workplace><workplace id=\"8\">"}) {
         m_workplace.configure(entries);
         EXPECT_NE(0, validate("workplace.xsd", m_workplace.configuration())) << entries;

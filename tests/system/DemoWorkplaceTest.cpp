@@ -14,7 +14,7 @@ class DemoWorkplace : public testing::Test {
 protected:
     void SetUp() override {
         HostProcess::Start probe;
-        probe.program = Workplace::build() / "bin/mfhost";
+        probe.program = TestWorkplace::build() / "bin/mfhost";
         probe.arguments = {"--probe-sandbox"};
         probe.files = m_workplace.directory();
         HostProcess host(probe);
@@ -24,7 +24,7 @@ protected:
 
     HostProcess& start(const std::vector<std::string>& options = {}) {
         HostProcess::Start call;
-        const fs::path build = Workplace::build();
+        const fs::path build = TestWorkplace::build();
         call.program = build / "bin/mfhost";
         call.arguments = {"--sandbox",
                           "--drivers",
@@ -48,7 +48,7 @@ protected:
     /// The demo's configuration where a test may change it.
     void useOwnConfiguration() {
         m_configuration = m_workplace.configuration();
-        fs::copy_file(Workplace::build() / "workplace/demo.xml", m_configuration);
+        fs::copy_file(TestWorkplace::build() / "workplace/demo.xml", m_configuration);
     }
 
     std::optional<int> end() {
@@ -72,11 +72,11 @@ protected:
         ASSERT_TRUE(m_pHost->waitForOutput("\nLOCAL.LOAD = ")) << m_pHost->output() << m_pHost->log();
     }
 
-    const Workplace& workplace() const { return m_workplace; }
+    const TestWorkplace& workplace() const { return m_workplace; }
 
 private:
-    Workplace m_workplace;
-    fs::path m_configuration = Workplace::build() / "workplace/demo.xml";
+    TestWorkplace m_workplace;
+    fs::path m_configuration = TestWorkplace::build() / "workplace/demo.xml";
     std::unique_ptr<HostProcess> m_pHost;
 };
 
@@ -192,7 +192,7 @@ TEST_F(DemoWorkplace, ReloadOfThePanelKeepsMacrosWorking) {
     waitUntilRunning();
     // The panel starts without an entry of its own; for a reload it needs one.
     std::string text = readFile(workplace().configuration());
-    text.insert(text.find("<mainframeDriver"), Workplace::entry("PANEL", "Panel", "direct"));
+    text.insert(text.find("<mainframeDriver"), TestWorkplace::entry("PANEL", "Panel", "direct"));
     writeFile(workplace().configuration(), text);
     host.type("reloadDriver PANEL");
     ASSERT_TRUE(host.waitForOutput("Deinitializing MF driver ID: PANEL...OK\n")) << host.output();
@@ -247,7 +247,7 @@ TEST_F(DemoWorkplace, SignedConfigurationIsAcceptedWhereASignatureIsRequired) {
 
 TEST_F(DemoWorkplace, ChangedConfigurationIsRefusedWhereASignatureIsRequired) {
     useOwnConfiguration();
-    fs::copy_file(Workplace::build() / "workplace/demo.xml.sig",
+    fs::copy_file(TestWorkplace::build() / "workplace/demo.xml.sig",
                   workplace().configuration().string() + ".sig");
     writeFile(workplace().configuration(), readFile(workplace().configuration()) + "<!-- changed -->\n");
     HostProcess& host = start({"--require-signature"});

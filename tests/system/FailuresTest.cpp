@@ -30,8 +30,8 @@ protected:
     /// One driver of that type beside a healthy one.
     void configure(const std::string& type, const std::string& interfaceType = "direct") {
         workplace().addModule("Recorder");
-        workplace().configure(Workplace::entry("BAD", type, interfaceType) +
-                              Workplace::entry("GOOD", "Recorder", "direct"));
+        workplace().configure(TestWorkplace::entry("BAD", type, interfaceType) +
+                              TestWorkplace::entry("GOOD", "Recorder", "direct"));
     }
     std::string loading(const std::string& driverID, const std::string& type) {
         return "Loading MF driver " + (workplace().drivers() / (type + ".so")).string() +
@@ -168,12 +168,12 @@ TEST_F(Failures, ModuleThatAnswersNothingStaysLoadedAndTakesNoFid) {
 
 TEST_F(Failures, MissingWrapperFailsTheDriversInProcessesAlone) {
     workplace().addModule("Recorder");
-    workplace().configure(Workplace::entry("BAD", "Recorder", "queue") +
-                          Workplace::entry("GOOD", "Recorder", "direct"));
+    workplace().configure(TestWorkplace::entry("BAD", "Recorder", "queue") +
+                          TestWorkplace::entry("GOOD", "Recorder", "direct"));
     // The wrapper is looked for beside the running program.
     fs::create_directory(workplace().directory() / "bin");
-    fs::copy_file(Workplace::build() / "bin/mfhost", workplace().directory() / "bin/mfhost");
-    fs::create_directory_symlink(Workplace::build() / "lib", workplace().directory() / "lib");
+    fs::copy_file(TestWorkplace::build() / "bin/mfhost", workplace().directory() / "bin/mfhost");
+    fs::create_directory_symlink(TestWorkplace::build() / "lib", workplace().directory() / "lib");
     HostProcess::Start call = workplace().host();
     call.program = workplace().directory() / "bin/mfhost";
     HostProcess& host = start(call);
@@ -243,7 +243,7 @@ TEST_F(Failures, SecondHostOnTheSameDataDirectoryIsKeptOut) {
     configure("Recorder");
     HostProcess& first = start();
     ASSERT_TRUE(first.waitForOutput(loading("GOOD", "Recorder") + "OK\n"));
-    const Workplace other;
+    const TestWorkplace other;
     other.configure("");
     HostProcess second(other.host());
     EXPECT_EQ(second.waitForEnd(), 1);
@@ -303,7 +303,7 @@ class FailuresBeforeAChild : public Failures, public testing::WithParamInterface
 protected:
     pid_t startHostWithChild() {
         workplace().addModule("StartsProcesses");
-        workplace().configure(Workplace::entry("S", "StartsProcesses", "direct"));
+        workplace().configure(TestWorkplace::entry("S", "StartsProcesses", "direct"));
         HostProcess& host = start();
         const fs::path file = workplace().directory() / "child";
         host.type("sendFID S." + GetParam() + " file=" + file.string());
@@ -314,7 +314,7 @@ protected:
     void expectNextHostStarts(pid_t child) {
         ASSERT_GT(child, 0);
         ASSERT_FALSE(endsWithin(child, 0));
-        const Workplace other;
+        const TestWorkplace other;
         other.configure("");
         HostProcess next(other.host());
         next.closeInput();
@@ -350,7 +350,7 @@ TEST_F(Failures, FileWhereTheDataDirectoryBelongsEndsTheHost) {
 
 // Wrong usage needs no private machine: nothing is touched.
 TEST(Usage, MissingOptionsAreWrongUsage) {
-    const Workplace workplace;
+    const TestWorkplace workplace;
     HostProcess::Start call = workplace.host();
     call.arguments.clear();
     HostProcess host(call);
@@ -360,14 +360,14 @@ TEST(Usage, MissingOptionsAreWrongUsage) {
 }
 
 TEST(Usage, UnknownOptionIsWrongUsage) {
-    const Workplace workplace;
+    const TestWorkplace workplace;
     HostProcess host(workplace.host({"--frobnicate"}));
     EXPECT_EQ(host.waitForEnd(), 2);
     EXPECT_THAT(host.log(), HasSubstr("--frobnicate"));
 }
 
 TEST(Usage, LogLevelOutOfRangeIsWrongUsage) {
-    const Workplace workplace;
+    const TestWorkplace workplace;
     HostProcess host(workplace.host({"--log-level", "6"}));
     EXPECT_EQ(host.waitForEnd(), 2);
     EXPECT_THAT(host.log(), HasSubstr("--log-level"));

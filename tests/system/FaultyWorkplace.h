@@ -17,13 +17,13 @@ protected:
     /// The fault driver BAD in that mode, and the healthy GOOD in the host's process.
     void configure(const std::string& interfaceType) {
         workplace().addModule("Recorder");
-        workplace().configure(Workplace::entry("BAD", "Faulty", interfaceType) +
-                              Workplace::entry("GOOD", "Recorder", "direct"));
+        workplace().configure(TestWorkplace::entry("BAD", "Faulty", interfaceType) +
+                              TestWorkplace::entry("GOOD", "Recorder", "direct"));
     }
 
     HostProcess::Start call(const std::vector<std::string>& options = {"--log-level", "5"}) {
         HostProcess::Start call = workplace().host(options);
-        call.arguments.insert(call.arguments.end(), {"--drivers", Workplace::build() / "lib/mfdkit"});
+        call.arguments.insert(call.arguments.end(), {"--drivers", TestWorkplace::build() / "lib/mfdkit"});
         return call;
     }
     HostProcess& startWith(const std::string& faults) {

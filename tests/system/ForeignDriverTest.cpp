@@ -10,13 +10,13 @@ protected:
         if (IsSkipped())
             return;
         giveAdapter();
-        std::filesystem::copy_file(Workplace::build() / "lib/foreign/ForeignDriver.so",
+        std::filesystem::copy_file(TestWorkplace::build() / "lib/foreign/ForeignDriver.so",
                                    workplace().drivers() / "ForeignDriver.so");
         workplace().describe("Foreign", "ForeignDriver.so");
     }
 
     HostProcess& startWith(const std::string& interfaceType) {
-        workplace().configure(Workplace::entry("FOREIGN", "Foreign", interfaceType));
+        workplace().configure(TestWorkplace::entry("FOREIGN", "Foreign", interfaceType));
         HostProcess& host = start();
         // At the end of the host a process that is still coming up would be cut off.
         EXPECT_TRUE(isTold("completed ")) << host.log();

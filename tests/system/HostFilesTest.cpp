@@ -24,7 +24,7 @@ protected:
     /// One healthy driver, and a descriptor beside its own.
     void configureBeside(const std::string& descriptor, const std::string& text) {
         workplace().addModule("Recorder");
-        workplace().configure(Workplace::entry("GOOD", "Recorder", "direct"));
+        workplace().configure(TestWorkplace::entry("GOOD", "Recorder", "direct"));
         writeFile(workplace().drivers() / descriptor, text);
     }
 
@@ -90,7 +90,7 @@ TEST_F(HostFiles, ConfigurationOfTenMegabytesIsReadAndItsFaultNamedWithItsLine) 
 TEST_F(HostFiles, FiftyThousandEntriesOfAnUnknownTypeStart) {
     std::string entries;
     for (int i = 0; i < 50'000; ++i)
-        entries += Workplace::entry("D" + std::to_string(i), "Unknown", "queue");
+        entries += TestWorkplace::entry("D" + std::to_string(i), "Unknown", "queue");
     workplace().configure(entries);
     HostProcess& host = start();
     host.type("state NONE");
@@ -108,20 +108,20 @@ TEST_F(HostFiles, DeviceAsConfigurationIsRefused) {
 }
 
 TEST_F(HostFiles, ConfigurationWithADriverWithoutAnIDIsRefusedWithItsLine) {
-    workplace().configure(Workplace::entry("A", "Recorder", "direct") +
+    workplace().configure(TestWorkplace::entry("A", "Recorder", "direct") +
                           "<mainframeDriver driverType=\"Recorder\"/>\n");
     expectRefusal(file() + " line 5: the mainframeDriver has no driverID; give it one of its own");
 }
 
 TEST_F(HostFiles, ConfigurationWithOneIDTwiceIsRefusedWithBothLines) {
-    workplace().configure(Workplace::entry("A", "Recorder", "direct") +
-                          Workplace::entry("A", "Recorder", "queue"));
+    workplace().configure(TestWorkplace::entry("A", "Recorder", "direct") +
+                          TestWorkplace::entry("A", "Recorder", "queue"));
     expectRefusal(file() +
                   " line 5: the driver ID \"A\" stands in line 4 already; give each driver one of its own");
 }
 
 TEST_F(HostFiles, ConfigurationWithASecondPanelIsRefusedWithItsLine) {
-    workplace().configure(Workplace::entry("PANEL", "Panel", "direct"));
+    workplace().configure(TestWorkplace::entry("PANEL", "Panel", "direct"));
     expectRefusal(
         file() +
         " line 4: the panel driver is started without an entry and would run twice; remove the entry");

@@ -17,7 +17,7 @@
 #include "HostProcess.h"
 #include "RefusedNamespaces.h"
 #include "Terminal.h"
-#include "Workplace.h"
+#include "TestWorkplace.h"
 
 namespace fs = std::filesystem;
 using testing::ContainsRegex;
@@ -34,7 +34,7 @@ class HostTest : public testing::Test {
 protected:
     void SetUp() override {
         HostProcess::Start probe;
-        probe.program = Workplace::build() / "bin/mfhost";
+        probe.program = TestWorkplace::build() / "bin/mfhost";
         probe.arguments = {"--probe-sandbox"};
         probe.files = m_workplace.directory();
         HostProcess host(probe);
@@ -47,7 +47,7 @@ protected:
     void addDriver(const std::string& driverID, const std::string& module, const std::string& interfaceType) {
         if (!fs::exists(m_workplace.drivers() / (module + ".so")))
             m_workplace.addModule(module);
-        m_entries += Workplace::entry(driverID, module, interfaceType);
+        m_entries += TestWorkplace::entry(driverID, module, interfaceType);
     }
     HostProcess::Start call(const std::vector<std::string>& options = {}) {
         m_workplace.configure(m_entries);
@@ -108,7 +108,7 @@ protected:
         return count;
     }
 
-    Workplace m_workplace;
+    TestWorkplace m_workplace;
     std::string m_entries;
     std::unique_ptr<HostProcess> m_pHost;
 };
@@ -261,7 +261,8 @@ TEST_F(HostTest, ReloadWithoutAnIDTellsTheUse) {
 TEST_F(HostTest, DriversShowsTheEntryThatAReloadHasRead) {
     addDriver("E", "Echo", "queue");
     HostProcess& host = startAndWait();
-    m_workplace.configure(Workplace::entry("E", "Echo", "direct") + Workplace::entry("F", "Echo", "direct"));
+    m_workplace.configure(TestWorkplace::entry("E", "Echo", "direct") +
+                          TestWorkplace::entry("F", "Echo", "direct"));
     host.type("reloadDriver E");
     host.type("reloadDriver F");
     host.type("drivers");
@@ -273,7 +274,7 @@ TEST_F(HostTest, DriversShowsTheEntryThatAReloadHasRead) {
 TEST_F(HostTest, DriversShowsTheEntryThatARestartHasRead) {
     addDriver("E", "Echo", "queue");
     HostProcess& host = startAndWait({"--restart-delay", "0.1"});
-    m_workplace.configure(Workplace::entry("E", "Echo", "direct"));
+    m_workplace.configure(TestWorkplace::entry("E", "Echo", "direct"));
     ::kill(host.driverProcess("E"), SIGKILL);
     ASSERT_TRUE(host.waitForLog("HOST: E: is started again\n")) << host.log();
     host.type("drivers");

@@ -19,9 +19,9 @@ protected:
             return;
         giveAdapter();
         workplace().addModule("Traffic");
-        workplace().configure(Workplace::entry("NEAR", "Traffic", "queue") +
-                              Workplace::entry("FAR", "Traffic", "queue") +
-                              Workplace::entry("VICTIM", "Traffic", "queue"));
+        workplace().configure(TestWorkplace::entry("NEAR", "Traffic", "queue") +
+                              TestWorkplace::entry("FAR", "Traffic", "queue") +
+                              TestWorkplace::entry("VICTIM", "Traffic", "queue"));
     }
 
     HostProcess& startTalking() {

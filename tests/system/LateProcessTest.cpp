@@ -26,11 +26,11 @@ protected:
             return;
         // The wrapper is looked for beside the running program.
         fs::create_directory(workplace().directory() / "bin");
-        fs::copy_file(Workplace::build() / "bin/mfhost", workplace().directory() / "bin/mfhost");
-        fs::create_symlink(Workplace::build() / "bin/mfdprobe", workplace().directory() / "bin/mfdprobe");
-        fs::create_symlink(Workplace::build() / "late/bin/mfddllwrap",
+        fs::copy_file(TestWorkplace::build() / "bin/mfhost", workplace().directory() / "bin/mfhost");
+        fs::create_symlink(TestWorkplace::build() / "bin/mfdprobe", workplace().directory() / "bin/mfdprobe");
+        fs::create_symlink(TestWorkplace::build() / "late/bin/mfddllwrap",
                            workplace().directory() / "bin/mfddllwrap");
-        fs::create_directory_symlink(Workplace::build() / "lib", workplace().directory() / "lib");
+        fs::create_directory_symlink(TestWorkplace::build() / "lib", workplace().directory() / "lib");
         configure("queue");
     }
 
@@ -297,7 +297,7 @@ INSTANTIATE_TEST_SUITE_P(Waits, LateProcessAtStart, testing::Values("second", "a
 TEST_F(LateProcess, OthersAreStartedMeanwhile) {
     std::string entries;
     for (int i = 0; i < 40; ++i)
-        entries += Workplace::entry("D" + std::to_string(i), "Recorder", "queue");
+        entries += TestWorkplace::entry("D" + std::to_string(i), "Recorder", "queue");
     workplace().configure(entries);
     plan("wait 1500\n");
     HostProcess& host = startLate({"--log-level", "5", "--start-wait=attached"});
@@ -319,10 +319,10 @@ TEST_F(LateProcess, ThatHoldsUpAStartIsNamedAndTheStartGoesOn) {
     std::string entries;
     std::string lines;
     for (unsigned int i = 0; i < most; ++i) {
-        entries += Workplace::entry("D" + std::to_string(i), "Recorder", "queue");
+        entries += TestWorkplace::entry("D" + std::to_string(i), "Recorder", "queue");
         lines += "stop\n";
     }
-    workplace().configure(entries + Workplace::entry("GOOD", "Recorder", "direct"));
+    workplace().configure(entries + TestWorkplace::entry("GOOD", "Recorder", "direct"));
     plan(lines);
     HostProcess& host = startLate({"--log-level", "5", "--start-wait=attached", "--stop-timeout", "0.5"});
     ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();

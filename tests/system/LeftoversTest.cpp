@@ -28,9 +28,9 @@ protected:
         m_mark = "MFD_TEST_MARK=" + workplace().directory().string();
         fs::create_directory(temporary());
         workplace().addModule("Recorder");
-        workplace().configure(Workplace::entry("AXIS1", "Recorder", "queue") +
-                              Workplace::entry("BAD", "Faulty", "queue") +
-                              Workplace::entry("GOOD", "Recorder", "direct"));
+        workplace().configure(TestWorkplace::entry("AXIS1", "Recorder", "queue") +
+                              TestWorkplace::entry("BAD", "Faulty", "queue") +
+                              TestWorkplace::entry("GOOD", "Recorder", "direct"));
     }
 
     static int rounds() {
@@ -219,7 +219,7 @@ TEST_F(Leftovers, NextHostTakesOverAtOnce) {
 
 TEST_F(Leftovers, KilledHostTakesTheTrialOfAModuleAlong) {
     HostProcess::Start start = call();
-    workplace().configure(Workplace::entry("BAD", "Faulty", "direct"));
+    workplace().configure(TestWorkplace::entry("BAD", "Faulty", "direct"));
     start.environment = {{"MFD_TEST_MARK", workplace().directory()}, {"MFD_FAULTS", "load sleep"}};
     HostProcess& host = this->start(start);
     const auto isTriedOut = [this] {

@@ -33,7 +33,7 @@ protected:
 
     /// M meddles, the others are loaded behind it.
     void configure(const std::string& others) {
-        workplace().configure(Workplace::entry("M", "Meddles", "direct") + others);
+        workplace().configure(TestWorkplace::entry("M", "Meddles", "direct") + others);
     }
     HostProcess& startMeddling(const std::string& acts, const std::vector<std::string>& options = {},
                                const std::function<void()>& beforeExec = {}) {
@@ -77,7 +77,7 @@ protected:
 class MeddlingWithChildren : public Meddling, public testing::WithParamInterface<std::string> {};
 
 TEST_P(MeddlingWithChildren, EndOfADriverIsUnknownAndTheDriverIsStartedAgain) {
-    configure(Workplace::entry("E", "Echo", "queue"));
+    configure(TestWorkplace::entry("E", "Echo", "queue"));
     HostProcess& host = startMeddling("", {"--restart-delay", "0.1"});
     meddle(host, GetParam());
     const pid_t driver = host.driverProcess("E");
@@ -95,7 +95,7 @@ TEST_P(MeddlingWithChildren, EndOfADriverIsUnknownAndTheDriverIsStartedAgain) {
 }
 
 TEST_P(MeddlingWithChildren, ModuleIsTriedOutAndLoadedAllTheSame) {
-    configure(Workplace::entry("E", "Echo", "direct"));
+    configure(TestWorkplace::entry("E", "Echo", "direct"));
     HostProcess& host = startMeddling("setConfiguration|" + GetParam());
     EXPECT_THAT(host.output(), HasSubstr("(ID: E)...OK\n"));
     expectEcho(host, "E");
@@ -104,7 +104,7 @@ TEST_P(MeddlingWithChildren, ModuleIsTriedOutAndLoadedAllTheSame) {
 
 TEST_P(MeddlingWithChildren, ModuleThatDiesIsStillKeptOut) {
     workplace().addModule("DiesInTrial");
-    configure(Workplace::entry("D", "DiesInTrial", "direct"));
+    configure(TestWorkplace::entry("D", "DiesInTrial", "direct"));
     HostProcess& host = startMeddling("setConfiguration|" + GetParam());
     EXPECT_THAT(host.output(), HasSubstr("(ID: D)...FAILED!\n"));
     EXPECT_EQ(end(), 0);
@@ -113,7 +113,7 @@ TEST_P(MeddlingWithChildren, ModuleThatDiesIsStillKeptOut) {
 INSTANTIATE_TEST_SUITE_P(By, MeddlingWithChildren, testing::Values("IGNORE", "REAP"));
 
 TEST_F(Meddling, WorkingDirectoryOfTheNextDriverIsTheHosts) {
-    configure(Workplace::entry("R", "Recorder", "direct"));
+    configure(TestWorkplace::entry("R", "Recorder", "direct"));
     const HostProcess& host = startMeddling("initializationCompleted|CHDIR|" + elsewhere().string());
     EXPECT_EQ(fs::read_symlink("/var/data/R"), workplace().workdir() / "data/R");
     EXPECT_TRUE(fs::is_empty(elsewhere()));
@@ -125,14 +125,14 @@ TEST_F(Meddling, WorkingDirectoryOfTheNextDriverIsTheHosts) {
 }
 
 TEST_F(Meddling, WorkingDirectoryIsTheHostsAfterADriverThatChangesItWhileItIsMade) {
-    configure(Workplace::entry("R", "Recorder", "direct"));
+    configure(TestWorkplace::entry("R", "Recorder", "direct"));
     startMeddling("made|CHDIR|" + elsewhere().string());
     EXPECT_EQ(fs::read_symlink("/var/data/R"), workplace().workdir() / "data/R");
     EXPECT_EQ(end(), 0);
 }
 
 TEST_F(Meddling, EveryCommandBeginsInTheHostsDirectory) {
-    configure(Workplace::entry("R", "Recorder", "direct"));
+    configure(TestWorkplace::entry("R", "Recorder", "direct"));
     HostProcess& host = startMeddling("");
     fs::remove_all(workplace().workdir() / "data/R");
     meddle(host, "CHDIR value=" + elsewhere().string());
@@ -149,7 +149,7 @@ TEST_F(Meddling, EveryCommandBeginsInTheHostsDirectory) {
 }
 
 TEST_F(Meddling, RestartBeginsInTheHostsDirectory) {
-    configure(Workplace::entry("E", "Echo", "queue"));
+    configure(TestWorkplace::entry("E", "Echo", "queue"));
     HostProcess& host = startMeddling("", {"--restart-delay", "0.1"});
     meddle(host, "CHDIR value=" + elsewhere().string());
     ::kill(host.driverProcess("E"), SIGKILL);
@@ -160,7 +160,7 @@ TEST_F(Meddling, RestartBeginsInTheHostsDirectory) {
 }
 
 TEST_F(Meddling, NothingThatTheHostMakesIsOpenToOthersForWriting) {
-    configure(Workplace::entry("R", "Recorder", "direct") + Workplace::entry("E", "Echo", "queue"));
+    configure(TestWorkplace::entry("R", "Recorder", "direct") + TestWorkplace::entry("E", "Echo", "queue"));
     HostProcess& host = startMeddling("made|UMASK|0;setConfiguration|UMASK|0;initializationCompleted|UMASK|0",
                                       {"--log-file", workplace().directory() / "logs/host.log"});
     meddle(host, "UMASK value=0");
@@ -185,7 +185,7 @@ TEST_F(Meddling, NothingThatTheHostMakesIsOpenToOthersForWriting) {
 }
 
 TEST_F(Meddling, NothingIsOpenToOthersForWritingThatAHostWithAWideUmaskMakes) {
-    configure(Workplace::entry("R", "Recorder", "direct"));
+    configure(TestWorkplace::entry("R", "Recorder", "direct"));
     HostProcess::Start start = call({"--log-file", workplace().directory() / "logs/host.log"});
     const fs::path workdir = workplace().directory() / "fresh/work";
     std::replace(start.arguments.begin(), start.arguments.end(), workplace().workdir().string(),
@@ -201,7 +201,7 @@ TEST_F(Meddling, NothingIsOpenToOthersForWritingThatAHostWithAWideUmaskMakes) {
 }
 
 TEST_F(Meddling, NarrowUmaskBreaksNothing) {
-    configure(Workplace::entry("R", "Recorder", "direct") + Workplace::entry("E", "Echo", "queue"));
+    configure(TestWorkplace::entry("R", "Recorder", "direct") + TestWorkplace::entry("E", "Echo", "queue"));
     HostProcess& host = startMeddling("setConfiguration|UMASK|777;initializationCompleted|UMASK|777");
     meddle(host, "UMASK value=777");
     fs::remove_all(workplace().workdir() / "data");
@@ -214,7 +214,7 @@ TEST_F(Meddling, NarrowUmaskBreaksNothing) {
 }
 
 TEST_F(Meddling, FilesThatMayNotGrowFailTheDriverAndNotTheHost) {
-    configure(Workplace::entry("E", "Echo", "queue") + Workplace::entry("R", "Recorder", "direct"));
+    configure(TestWorkplace::entry("E", "Echo", "queue") + TestWorkplace::entry("R", "Recorder", "direct"));
     HostProcess& host = startMeddling("initializationCompleted|FILESIZE|4096", {"--restart-limit", "0"});
     EXPECT_THAT(host.log(), HasSubstr("queue E_INQ: not created: "));
     EXPECT_THAT(host.log(),
@@ -231,7 +231,7 @@ TEST_F(Meddling, FilesThatMayNotGrowFailTheDriverAndNotTheHost) {
 }
 
 TEST_F(Meddling, OutputThatMayNotGrowEndsNeitherHostNorDriverProcess) {
-    configure(Workplace::entry("E", "Echo", "queue") + Workplace::entry("D", "Echo", "direct"));
+    configure(TestWorkplace::entry("E", "Echo", "queue") + TestWorkplace::entry("D", "Echo", "direct"));
     HostProcess& host = start(call({"--log-level", "4"}));
     // Standard output of both is the file that the test reads. Longer than the log, which is to go on.
     for (int i = 0; i < 20; ++i)
@@ -255,7 +255,7 @@ TEST_F(Meddling, OutputThatMayNotGrowEndsNeitherHostNorDriverProcess) {
 }
 
 TEST_F(Meddling, HostHasAsManyDescriptorsAsItMayAndItsDriverProcessesHaveAsManyAsBefore) {
-    configure(Workplace::entry("E", "Echo", "queue"));
+    configure(TestWorkplace::entry("E", "Echo", "queue"));
     HostProcess& host = startMeddling("", {}, [] {
         const struct rlimit limit { 256, 2048 };
         ::setrlimit(RLIMIT_NOFILE, &limit);

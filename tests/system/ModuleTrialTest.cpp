@@ -14,7 +14,7 @@ protected:
     static std::string loading(const std::string& file, const std::string& driverID) {
         return "Loading MF driver " + file + " (ID: " + driverID + ")...";
     }
-    static std::string faulty() { return Workplace::build() / "lib/mfdkit/faulty.so"; }
+    static std::string faulty() { return TestWorkplace::build() / "lib/mfdkit/faulty.so"; }
 
     void expectLeftOut(HostProcess& host, const std::string& reason) {
         EXPECT_EQ(end(), 0);
@@ -28,7 +28,7 @@ protected:
     /// One driver, AXIS1, whose file the test replaces.
     void configureOne(const std::string& type) {
         workplace().addModule(type);
-        workplace().configure(Workplace::entry("AXIS1", type, "direct"));
+        workplace().configure(TestWorkplace::entry("AXIS1", type, "direct"));
     }
     void replace(const std::string& type, const std::string& file) {
         const fs::path fresh = workplace().drivers() / "new";
@@ -36,7 +36,7 @@ protected:
         fs::rename(fresh, workplace().drivers() / (type + ".so"));
     }
     static std::string testModule(const std::string& name) {
-        return Workplace::build() / "lib/testmodules" / (name + ".so");
+        return TestWorkplace::build() / "lib/testmodules" / (name + ".so");
     }
 };
 
@@ -73,7 +73,7 @@ TEST_F(ModuleTrial, SlowDriverIsLoaded) {
 
 TEST_F(ModuleTrial, DriverInAProcessOfItsOwnIsNotTriedOut) {
     workplace().addModule("DiesInTrial");
-    workplace().configure(Workplace::entry("AXIS1", "DiesInTrial", "queue"));
+    workplace().configure(TestWorkplace::entry("AXIS1", "DiesInTrial", "queue"));
     HostProcess& host = start();
     EXPECT_TRUE(host.waitForLog("AXIS1 MFD: Runs ")) << host.log();
     EXPECT_EQ(end(), 0);
@@ -81,11 +81,11 @@ TEST_F(ModuleTrial, DriverInAProcessOfItsOwnIsNotTriedOut) {
 
 TEST_F(ModuleTrial, HostWithoutTheProgramSaysSoOnceAndLoads) {
     workplace().addModule("Recorder");
-    workplace().configure(Workplace::entry("A", "Recorder", "direct") +
-                          Workplace::entry("B", "Recorder", "direct"));
+    workplace().configure(TestWorkplace::entry("A", "Recorder", "direct") +
+                          TestWorkplace::entry("B", "Recorder", "direct"));
     fs::create_directory(workplace().directory() / "bin");
-    fs::copy_file(Workplace::build() / "bin/mfhost", workplace().directory() / "bin/mfhost");
-    fs::create_directory_symlink(Workplace::build() / "lib", workplace().directory() / "lib");
+    fs::copy_file(TestWorkplace::build() / "bin/mfhost", workplace().directory() / "bin/mfhost");
+    fs::create_directory_symlink(TestWorkplace::build() / "lib", workplace().directory() / "lib");
     HostProcess::Start start = workplace().host();
     start.program = workplace().directory() / "bin/mfhost";
     HostProcess& host = this->start(start);

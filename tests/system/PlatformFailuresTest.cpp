@@ -33,8 +33,8 @@ protected:
         if (!reason.empty())
             GTEST_SKIP() << reason;
         m_mark = "MFD_TEST_MARK=" + workplace().directory().string();
-        workplace().configure(Workplace::entry("FAR", "Faulty", "queue") +
-                              Workplace::entry("NEAR", "Faulty", "direct"));
+        workplace().configure(TestWorkplace::entry("FAR", "Faulty", "queue") +
+                              TestWorkplace::entry("NEAR", "Faulty", "direct"));
     }
 
     /// Whether something is said that is not said otherwise.

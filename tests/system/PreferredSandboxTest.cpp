@@ -16,7 +16,7 @@ protected:
         if (IsSkipped())
             return;
         workplace().addModule("Recorder");
-        workplace().configure(Workplace::entry("AXIS1", "Recorder", "direct"));
+        workplace().configure(TestWorkplace::entry("AXIS1", "Recorder", "direct"));
     }
 
     void run() {

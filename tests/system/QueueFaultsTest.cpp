@@ -31,8 +31,8 @@ protected:
         m_queues = workplace().directory() / "queues";
         fs::create_directory(m_queues);
         ASSERT_EQ(::mount("tmpfs", m_queues.c_str(), "tmpfs", 0, "mode=0700"), 0);
-        workplace().configure(Workplace::entry("FAR", "Faulty", "queue") +
-                              Workplace::entry("NEAR", "Faulty", "direct"));
+        workplace().configure(TestWorkplace::entry("FAR", "Faulty", "queue") +
+                              TestWorkplace::entry("NEAR", "Faulty", "direct"));
     }
     void TearDown() override {
         if (!m_queues.empty())
@@ -161,14 +161,14 @@ TEST_F(QueueFaults, DirectoryOfAnotherUserIsNoReasonNotToQuit) {
 }
 
 TEST_F(QueueFaults, SecondHostWithTheSameDriversHoldsUpNeither) {
-    const Workplace other;
-    other.configure(Workplace::entry("FAR", "Faulty", "queue") +
-                    Workplace::entry("NEAR", "Faulty", "direct"));
+    const TestWorkplace other;
+    other.configure(TestWorkplace::entry("FAR", "Faulty", "queue") +
+                    TestWorkplace::entry("NEAR", "Faulty", "direct"));
     HostProcess& host = start(hostWithQueues());
     expectServes(host, "FAR");
     const pid_t driver = host.driverProcess("FAR");
     HostProcess::Start call = other.host({"--log-level", "5", "--stop-timeout", "1", "--restart-delay", "0.2",
-                                          "--sandbox", "--drivers", Workplace::build() / "lib/mfdkit"});
+                                          "--sandbox", "--drivers", TestWorkplace::build() / "lib/mfdkit"});
     call.environment["MFD_QUEUE_DIR"] = m_queues;
     HostProcess second(call);
     const std::string reason =
@@ -239,7 +239,7 @@ TEST_F(QueueFaults, DamagedOutputQueueIsAnEndOfTheDriver) {
 
 TEST_F(QueueFaults, ProcessThatBecomesAnotherProgramIsAnEndOfTheDriver) {
     workplace().addModule("BecomesAnother");
-    workplace().configure(Workplace::entry("AXIS1", "BecomesAnother", "queue"));
+    workplace().configure(TestWorkplace::entry("AXIS1", "BecomesAnother", "queue"));
     HostProcess& host = start(hostWithQueues());
     ASSERT_TRUE(host.waitForLog("the workplace is started")) << host.log();
     const pid_t driver = host.driverProcess("AXIS1");
@@ -256,7 +256,7 @@ TEST_F(QueueFaults, ProcessThatBecomesAnotherProgramIsAnEndOfTheDriver) {
 
 TEST_F(QueueFaults, ProcessThatLetsGoOfItsOutputQueueIsAnEndOfTheDriver) {
     workplace().addModule("LetsGoOfItsOutput");
-    workplace().configure(Workplace::entry("AXIS1", "LetsGoOfItsOutput", "queue"));
+    workplace().configure(TestWorkplace::entry("AXIS1", "LetsGoOfItsOutput", "queue"));
     HostProcess& host = start(hostWithQueues());
     ASSERT_TRUE(host.waitForLog("the workplace is started")) << host.log();
     host.type("sendFID AXIS1.GO");
@@ -306,8 +306,8 @@ TEST_F(QueueFaults, SenderThatOutlivesTheDriverDoesNotHoldUpTheConsole) {
 
 TEST_F(QueueFaults, SenderThatStaysInAQueueIsAHangOfTheDriver) {
     workplace().addModule("Echo");
-    workplace().configure(Workplace::entry("FAR", "Faulty", "queue") +
-                          Workplace::entry("ASKS", "Echo", "queue"));
+    workplace().configure(TestWorkplace::entry("FAR", "Faulty", "queue") +
+                          TestWorkplace::entry("ASKS", "Echo", "queue"));
     HostProcess& host = start(hostWithQueues({"--hang-timeout", "1"}));
     expectServes(host, "FAR");
     lockForTheDriver("FAR_INQ");
@@ -332,7 +332,7 @@ TEST_F(QueueFaults, SenderThatStaysInAQueueDoesNotKeepTheHost) {
 
 TEST_F(QueueFaults, IDThatMakesNoQueueNameIsRefusedWithItsLine) {
     const std::string id(251, 'x');
-    workplace().configure(Workplace::entry(id, "Faulty", "queue"));
+    workplace().configure(TestWorkplace::entry(id, "Faulty", "queue"));
     HostProcess& host = start(hostWithQueues());
     EXPECT_EQ(host.waitForEnd(), 1);
     EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string() + " line 4: the driver ID \"xxx"));
@@ -407,7 +407,7 @@ TEST_F(QueueFaultsOfTheDirectory, GoesWithADriverProcessThatIgnoresTheEndOfItsHo
 }
 
 TEST_F(QueueFaultsOfTheDirectory, OfAKilledHostGoesAtTheNextStart) {
-    workplace().configure(Workplace::entry("NEAR", "Faulty", "direct"));
+    workplace().configure(TestWorkplace::entry("NEAR", "Faulty", "direct"));
     HostProcess& host = start(call());
     expectServes(host, "NEAR");
     host.signal(SIGKILL);
@@ -463,8 +463,8 @@ TEST_F(QueueFaultsOfTheDirectory, OfAKilledHostIsLeftByADriverThatWasStopped) {
 }
 
 TEST_F(QueueFaultsOfTheDirectory, GoesAtAnEnforcedEndWithABlockedLog) {
-    workplace().configure(Workplace::entry("FAR", "Faulty", "queue") +
-                          Workplace::entry("NEAR", "Faulty", "direct"));
+    workplace().configure(TestWorkplace::entry("FAR", "Faulty", "queue") +
+                          TestWorkplace::entry("NEAR", "Faulty", "direct"));
     int ends[2];
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     ASSERT_GT(::fcntl(ends[1], F_SETPIPE_SZ, 4096), 0);

@@ -36,12 +36,13 @@ protected:
     std::string key() { return workplace().directory() / "site"; }
     fs::path trust() { return workplace().directory() / "trust"; }
     static int mfctl(const std::string& arguments) {
-        return std::system((Workplace::build().string() + "/bin/mfctl " + arguments + " >/dev/null").c_str());
+        return std::system(
+            (TestWorkplace::build().string() + "/bin/mfctl " + arguments + " >/dev/null").c_str());
     }
 
     /// The signed file: one driver, an Echo.
     void sign() {
-        workplace().configure(Workplace::entry("D", "Echo", "queue"));
+        workplace().configure(TestWorkplace::entry("D", "Echo", "queue"));
         ASSERT_EQ(0, mfctl("sign --key " + key() + ".key " + file()));
     }
     /// The same driver in an unsigned file: a Recorder.
@@ -193,7 +194,7 @@ TEST_F(ReadOnce, FileThatDoesNotFitItsSignatureIsOpenedOnceAsWell) {
 }
 
 TEST_F(ReadOnce, CopyIsNamedOnceBesideTheFile) {
-    workplace().configure(Workplace::entry("D", "Echo", "direct"));
+    workplace().configure(TestWorkplace::entry("D", "Echo", "direct"));
     HostProcess& host = start();
     host.type("reloadDriver D");
     EXPECT_EQ(end(), 0);

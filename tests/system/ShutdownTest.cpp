@@ -20,7 +20,7 @@ protected:
     HostProcess& startWith(const std::string& type, const std::string& interfaceType,
                            const std::vector<std::string>& options = {}) {
         workplace().addModule(type);
-        workplace().configure(Workplace::entry("AXIS1", type, interfaceType));
+        workplace().configure(TestWorkplace::entry("AXIS1", type, interfaceType));
         HostProcess& host = start(options);
         EXPECT_TRUE(host.waitForOutput("(ID: AXIS1)...")) << host.log();
         return host;

@@ -7,7 +7,7 @@
 
 #include "HostProcess.h"
 #include "PrivateMachine.h"
-#include "Workplace.h"
+#include "TestWorkplace.h"
 
 /// Base of the tests that run a whole mfhost: on a machine of the test's own, where /var/data and the
 /// adapters are nobody else's.
@@ -17,13 +17,13 @@ protected:
         const std::string reason = PrivateMachine::enter();
         if (!reason.empty())
             GTEST_SKIP() << reason;
-        m_pWorkplace = std::make_unique<Workplace>();
+        m_pWorkplace = std::make_unique<TestWorkplace>();
     }
 
     /// The machine has eth0 with a main address of its own; most tests do not look at it.
     static void giveAdapter() { ASSERT_TRUE(PrivateMachine::addAdapter("eth0", "192.0.2.10/24")); }
 
-    Workplace& workplace() { return *m_pWorkplace; }
+    TestWorkplace& workplace() { return *m_pWorkplace; }
 
     /// Starts the host, and does not wait.
     HostProcess& start(const std::vector<std::string>& options = {}) {
@@ -45,6 +45,6 @@ protected:
     }
 
 private:
-    std::unique_ptr<Workplace> m_pWorkplace;
+    std::unique_ptr<TestWorkplace> m_pWorkplace;
     std::unique_ptr<HostProcess> m_pHost;
 };

@@ -17,7 +17,7 @@ protected:
 
     HostProcess& startDemo() {
         HostProcess::Start call;
-        const fs::path build = Workplace::build();
+        const fs::path build = TestWorkplace::build();
         call.program = build / "bin/mfhost";
         call.arguments = {"--drivers",
                           build / "lib/mfdrivers",

@@ -12,7 +12,7 @@
 #include "Host.h"
 #include "InterfaceIds.h"
 #include "Sandbox.h"
-#include "Workplace.h"
+#include "TestWorkplace.h"
 #include "sal/HostQueueDirectory.h"
 #include "sal/LogManager.h"
 
@@ -42,7 +42,7 @@ bool sendsOnlyAsLongAsTheHostRuns() {
     const sal::HostQueueDirectory queueDirectory;
     StopSignals signals;
     Options options;
-    options.driverDirectories = {Workplace::build() / "lib/mfdrivers"};
+    options.driverDirectories = {TestWorkplace::build() / "lib/mfdrivers"};
     options.console = false;
     Host host(options, signals, queueDirectory);
     const DriverSender& sut = host.m_system.sender();

@@ -1,4 +1,4 @@
-#include "Workplace.h"
+#include "TestWorkplace.h"
 
 #include <unistd.h>
 
@@ -9,7 +9,7 @@
 
 namespace fs = std::filesystem;
 
-Workplace::Workplace() {
+TestWorkplace::TestWorkplace() {
     std::string name = fs::temp_directory_path() / "mfd-system-XXXXXX";
     if (!mkdtemp(name.data()))
         throw std::runtime_error("no temporary directory " + name);
@@ -18,21 +18,21 @@ Workplace::Workplace() {
     fs::create_directory(workdir());
 }
 
-Workplace::~Workplace() {
+TestWorkplace::~TestWorkplace() {
     std::error_code ignored;
     fs::remove_all(m_directory, ignored);
 }
 
-fs::path Workplace::build() {
+fs::path TestWorkplace::build() {
     return MFD_BUILD_DIR;
 }
 
-void Workplace::addModule(const std::string& name) const {
+void TestWorkplace::addModule(const std::string& name) const {
     fs::copy_file(build() / "lib/testmodules" / (name + ".so"), drivers() / (name + ".so"));
     describe(name, name + ".so");
 }
 
-void Workplace::describe(const std::string& type, const std::string& fileName) const {
+void TestWorkplace::describe(const std::string& type, const std::string& fileName) const {
     writeFile(drivers() / (type + ".xml"),
               "<?xml version=\"1.0\"?>\n<mfDriverModule>\n    <module_type name=\"" + fileName +
                   "\" type=\"" + type +
@@ -40,19 +40,19 @@ void Workplace::describe(const std::string& type, const std::string& fileName) c
                   "</mfDriverModule>\n");
 }
 
-void Workplace::configure(const std::string& entries) const {
+void TestWorkplace::configure(const std::string& entries) const {
     writeFile(configuration(), "<?xml version=\"1.0\"?>\n<workplaces>\n<workplace id=\"0\">\n" + entries +
                                    "</workplace>\n</workplaces>\n");
 }
 
-std::string Workplace::entry(const std::string& driverID, const std::string& type,
-                             const std::string& interfaceType, const std::string& further) {
+std::string TestWorkplace::entry(const std::string& driverID, const std::string& type,
+                                 const std::string& interfaceType, const std::string& further) {
     return "<mainframeDriver driverID=\"" + driverID + "\" driverType=\"" + type +
            "\" version=\"1.0\" workingDirectory=\"data/" + driverID + "\" interfaceType=\"" + interfaceType +
            "\" " + further + "/>\n";
 }
 
-HostProcess::Start Workplace::host(const std::vector<std::string>& options) const {
+HostProcess::Start TestWorkplace::host(const std::vector<std::string>& options) const {
     HostProcess::Start start;
     start.program = build() / "bin/mfhost";
     start.arguments = {"--drivers", build() / "lib/mfdrivers", "--drivers", drivers(),

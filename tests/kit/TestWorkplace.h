@@ -8,12 +8,12 @@
 
 /// A workplace of a test's own in a temporary directory: driver modules with descriptors, a configuration
 /// file, a working directory. Removed with the object.
-class Workplace {
+class TestWorkplace {
 public:
-    Workplace();
-    ~Workplace();
-    Workplace(const Workplace&) = delete;
-    Workplace& operator=(const Workplace&) = delete;
+    TestWorkplace();
+    ~TestWorkplace();
+    TestWorkplace(const TestWorkplace&) = delete;
+    TestWorkplace& operator=(const TestWorkplace&) = delete;
 
     /// Where the build put programs, libraries, driver modules and the demo workplace.
     static std::filesystem::path build();
