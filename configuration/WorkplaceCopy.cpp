@@ -10,6 +10,7 @@
 
 #include "Needed.h"
 #include "RegularFile.h"
+#include "WorkplaceRewriting.h"
 #include "WorkplaceSnapshot.h"
 #include "XMLVerify.h"
 #include "sal/Path.h"
@@ -60,11 +61,14 @@ WorkplaceCopy::WorkplaceCopy()
       m_number(base::neededDescriptor(::fcntl(m_nothing.get(), F_DUPFD_CLOEXEC, 0), s_purpose)),
       m_path("/proc/self/fd/" + std::to_string(m_number.get())) {}
 
-std::string WorkplaceCopy::take(const WorkplaceSnapshot& snapshot) {
+std::string WorkplaceCopy::take(const WorkplaceSnapshot& snapshot,
+                                const std::set<std::string>& unannouncedIDs,
+                                const std::string& unannouncedType) {
     int error = putBehind(m_nothing.get(), m_number.get());
     XMLVerify::setCopy(sal::Path(m_path), sal::Path(snapshot.path()), snapshot.signatureFault());
     if (error == 0 && snapshot.bytes())
-        error = putCopyBehind(*snapshot.bytes(), m_number.get());
+        error = putCopyBehind(withUnannounced(*snapshot.bytes(), unannouncedIDs, unannouncedType),
+                              m_number.get());
     return error == 0 ? std::string()
                       : snapshot.path() + " cannot be handed to the module: " + std::strerror(error);
 }

@@ -68,6 +68,7 @@ bool PanelDriver::sendFID(const std::string& fid, const FIDParameterList& parame
     static const mfd::FunctionTable<PanelDriver>::Function s_functions[] = {
         {"ALARM", &PanelDriver::showAlarm, {"source", "text"}},
         {"ALARM.CLEAR", &PanelDriver::clearAlarm},
+        {"DRIVER", &PanelDriver::showDriver, {"id", "state"}},
         {"MACRO.CANCEL", &PanelDriver::cancelMacro},
         {"MACRO.DELETE", &PanelDriver::deleteMacro, {"name"}},
         {"MACRO.LOAD", &PanelDriver::loadMacros},
@@ -138,6 +139,14 @@ bool PanelDriver::showAlarm(const FIDParameterList& parameters) const {
     log(sal::LogOutput::eWarning, "alarm from " + text);
     panelState()->setStateValue("ALARM", text);
     panelState()->triggerEvent("ALARM", text);
+    return true;
+}
+
+bool PanelDriver::showDriver(const FIDParameterList& parameters) const {
+    const std::string cause = parameters.value("cause");
+    panelState()->setStateValue(
+        "DRIVER." + parameters.value("id"),
+        (parameters.value("state") + (cause.empty() ? "" : ": " + cause)).substr(0, s_maxText));
     return true;
 }
 

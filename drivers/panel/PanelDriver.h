@@ -34,6 +34,7 @@ private:
     bool saveMacros(const FIDParameterList& parameters) const;
     bool loadMacros(const FIDParameterList& parameters) const;
     bool showAlarm(const FIDParameterList& parameters) const;
+    bool showDriver(const FIDParameterList& parameters) const;
     bool clearAlarm(const FIDParameterList& parameters) const;
 
     bool sendMacroFid(const std::string& fid, const FIDParameterList& parameters) override;

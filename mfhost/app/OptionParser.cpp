@@ -88,6 +88,9 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
         ->type_name("NAME")
         ->expected(1)
         ->take_all();
+    app.add_flag(
+        "--tell-panel", options.tellsPanel,
+        "send the panel driver PANEL.DRIVER with id, state and cause when a driver starts, hangs or ends");
     app.add_option("--stop-timeout", stopTimeout,
                    "seconds that one driver may hold up a stop, a reload or a shutdown (default 3)")
         ->type_name("S")

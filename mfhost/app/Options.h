@@ -23,6 +23,7 @@ struct Options {
     bool waitsUntilAttached = false;
     int logLevel = 4;
     std::string logFile;
+    bool tellsPanel = false;            ///< of the other drivers' starts and ends
     std::optional<std::string> follow;  ///< a shell pattern, empty for everything
     bool console = true;
     std::vector<std::string> allowedCommands;

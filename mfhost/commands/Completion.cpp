@@ -22,11 +22,12 @@ std::vector<std::string> Completion::words(const std::vector<std::string>& befor
     const std::string command = before.empty() ? std::string() : before.front();
     if (before.empty() || (command == "help" && before.size() == 1)) {
         std::for_each(m_commandNames.begin(), m_commandNames.end(), offer);
-    } else if (command == "reloadDriver" && before.size() == 1) {
-        for (const DriverRoster::Driver& driver : m_roster.drivers())
+    } else if ((command == "reloadDriver" || command == "stopDriver" || command == "startDriver") &&
+               before.size() == 1) {
+        for (const DriverTable::Driver& driver : m_drivers.drivers())
             offer(driver.id);
     } else if (command == "sendFID" && before.size() == 1) {
-        for (const DriverRoster::Driver& driver : m_roster.drivers())
+        for (const DriverTable::Driver& driver : m_drivers.drivers())
             offer(driver.id + ".");
     } else if ((command == "state" || HostCommands::setsState(command)) && before.size() == 1) {
         found = m_store.keys(prefix);

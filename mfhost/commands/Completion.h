@@ -4,13 +4,14 @@
 #include <string>
 #include <vector>
 
-#include "DriverRoster.h"
+#include "DriverTable.h"
 #include "StateStore.h"
 
-/// Offers the words that a console line can go on with: commands, drivers, keys of the state. Owned by Host.
+/// Offers the words that a console line can go on with: commands, drivers, keys of the state. Owned by
+/// CommandShell.
 class Completion {
 public:
-    Completion(const DriverRoster& roster, const StateStore& store) : m_roster(roster), m_store(store) {}
+    Completion(const DriverTable& drivers, const StateStore& store) : m_drivers(drivers), m_store(store) {}
 
     /// Offers words from here on. Command thread; once, when all commands are registered.
     void begin(std::vector<std::string> commandNames);
@@ -19,7 +20,7 @@ public:
     std::vector<std::string> words(const std::vector<std::string>& before, const std::string& prefix) const;
 
 private:
-    const DriverRoster& m_roster;
+    const DriverTable& m_drivers;
     const StateStore& m_store;
     std::vector<std::string> m_commandNames;
     std::atomic<bool> m_isBegun = false;

@@ -52,19 +52,21 @@ const char* modeText(EInterfaceTypes type) {
     }
 }
 
-std::string statusText(const DriverRoster::Driver& driver,
+std::string statusText(const DriverTable::Driver& driver,
                        const std::vector<sal::MessageQueue::Status>& queues) {
-    switch (driver.status) {
-        case DriverRoster::EStatus::Running:
+    switch (driver.state) {
+        case EDriverState::Running:
             return driver.isByHand ? "running (by hand)" : "running";
-        case DriverRoster::EStatus::Ended:
+        case EDriverState::Waiting:
+        case EDriverState::Due:
+        case EDriverState::Ended:
             if (!driver.isByHand)
                 return "ended";
             break;
-        case DriverRoster::EStatus::Hung:
-            return "hung";
-        default:
+        case EDriverState::NotLoaded:
             break;
+        default:
+            return inWords(driver.state);
     }
     // Queues without a process of the host's own: the process is started by hand.
     for (const auto& queue : queues) {
@@ -74,7 +76,7 @@ std::string statusText(const DriverRoster::Driver& driver,
     return "not loaded";
 }
 
-std::string nextTryText(const DriverRoster::Driver& driver, StateStore::Clock::time_point now) {
+std::string nextTryText(const DriverTable::Driver& driver, StateStore::Clock::time_point now) {
     if (!driver.nextTry)
         return "-";
     const auto left = std::chrono::ceil<std::chrono::seconds>(*driver.nextTry - now);
@@ -86,11 +88,11 @@ std::string perSecond(double rate) {
 }
 
 /// To and from a driver process.
-std::string trafficText(const DriverRoster::Driver& driver) {
+std::string trafficText(const DriverTable::Driver& driver) {
     return driver.pid > 0 ? perSecond(driver.receivedPerSecond) + "/" + perSecond(driver.sentPerSecond) : "-";
 }
 
-std::string depthText(const DriverRoster::Driver& driver,
+std::string depthText(const DriverTable::Driver& driver,
                       const std::vector<sal::MessageQueue::Status>& queues) {
     std::string in;
     std::string out;
@@ -103,8 +105,8 @@ std::string depthText(const DriverRoster::Driver& driver,
     return in.empty() && out.empty() ? "-" : in + "/" + out;
 }
 
-bool hasTime(const DriverRoster::Driver& driver) {
-    return driver.status != DriverRoster::EStatus::NotLoaded;
+bool hasTime(const DriverTable::Driver& driver) {
+    return driver.state != EDriverState::NotLoaded;
 }
 
 }  // namespace
@@ -130,6 +132,13 @@ void HostCommands::registerCommands() {
          &HostCommands::state},
         {"events", "events\n\tlists the last events.", &HostCommands::events},
         {"queues", "queues\n\tlists the message queues of the driver processes.", &HostCommands::queues},
+        {"stopDriver",
+         "stopDriver <driverID>\n\tunloads a driver and keeps it so, when the host is started again too, "
+         "until "
+         "startDriver.",
+         &HostCommands::stopDriver},
+        {"startDriver", "startDriver <driverID>\n\tstarts a driver that was stopped, or that has ended.",
+         &HostCommands::startDriver},
     };
     for (const Command& command : commands)
         sal::CmdProcessor::getInstance()->registerCmd(
@@ -151,7 +160,26 @@ bool HostCommands::quit(sal::CmdParameters&) {
     return true;
 }
 
+bool HostCommands::stopDriver(sal::CmdParameters& parameters) {
+    const std::string driverID = parameters.argument(0);
+    if (driverID.empty())
+        return false;
+    if (const std::string reason = m_context.park(driverID); !reason.empty())
+        m_context.reply() << base::printable(driverID + " is not stopped: " + reason) << std::endl;
+    return true;
+}
+
+bool HostCommands::startDriver(sal::CmdParameters& parameters) {
+    const std::string driverID = parameters.argument(0);
+    if (driverID.empty())
+        return false;
+    if (const std::string reason = m_context.unpark(driverID); !reason.empty())
+        m_context.reply() << base::printable(driverID + " is not started: " + reason) << std::endl;
+    return true;
+}
+
 bool HostCommands::drivers(sal::CmdParameters&) {
+    m_context.lookForEnds();
     const auto queues = sal::MessageQueue::statuses();
     const auto now = m_context.now();
     Table table({"ID", "type", "version", "mode", "process", "status", "since", "restarts", "last cause",
@@ -161,7 +189,7 @@ bool HostCommands::drivers(sal::CmdParameters&) {
         if (loss.owner.kind == StateStore::EOwner::Driver)
             lost[loss.owner.driverID] = loss.values;
     }
-    for (const DriverRoster::Driver& driver : m_context.roster.drivers())
+    for (const DriverTable::Driver& driver : m_context.drivers.drivers())
         table.addRow({driver.id, driver.type, driver.version, modeText(driver.interfaceType),
                       driver.pid > 0 ? std::to_string(driver.pid) : "-", statusText(driver, queues),
                       hasTime(driver) ? timeText(driver.since) : "-", std::to_string(driver.restarts),
@@ -180,6 +208,7 @@ bool HostCommands::state(sal::CmdParameters& parameters) {
     const bool isNow = parameters.argument(0) == "--now";
     if (!isNow)
         m_context.settle();
+    m_context.lookForEnds();
     const std::string pattern = parameters.argument(isNow ? 1 : 0);
     const auto now = m_context.now();
     Table table({"key", "type", "value", "set by", "age", "holds"});

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "DriverRoster.h"
+#include "DriverTable.h"
 #include "sal/MessageQueue.h"
 
 /// Follows driver processes that the host has not started, but a debugger, say: they are no children of the
@@ -16,28 +15,24 @@ class ByHandWatch {
 public:
     using Queues = std::function<std::vector<sal::MessageQueue::Status>()>;
 
-    ByHandWatch(DriverRoster& roster, Queues queues) : m_roster(roster), m_queues(std::move(queues)) {}
+    ByHandWatch(DriverTable& drivers, Queues queues) : m_drivers(drivers), m_queues(std::move(queues)) {}
     ByHandWatch(const ByHandWatch&) = delete;
     ByHandWatch& operator=(const ByHandWatch&) = delete;
 
-    /// Learns what has come and gone by now, of that driver or for an empty ID of all: when it returns, the
-    /// values of those that ended are marked. Any thread but those that hold the roster or the store.
-    void refresh(const std::string& driverID);
+    /// Learns what has come and gone by now: when it returns, the values of those that ended are marked. Any
+    /// thread but those that hold the table of drivers or the store.
+    void look();
 
 private:
-    struct Process {
-        int pid = 0;
-        bool isRunning = false;
-    };
-
     void look(const std::string& driverID, int pid, bool isAttached);
     void isDamaged(const std::string& driverID);
-    void ended(const std::string& driverID, Process& process);
+    void ended(const std::string& driverID, int pid);
+    /// The process that serves the driver; 0 for none.
+    int runningProcess(const std::string& driverID) const;
 
-    DriverRoster& m_roster;
+    DriverTable& m_drivers;
     const Queues m_queues;
-    /// Held over the calls into the roster: the thread that learns of an end tells all of it before another
+    /// Held over the calls into the table: the thread that learns of an end tells all of it before another
     /// may look.
     std::mutex m_mutex;
-    std::map<std::string, Process> m_processes;
 };

@@ -3,15 +3,15 @@
 void DriverCallWatch::callBegins(const std::string& driverID, const char* operation) {
     // What it has changed while it was made.
     m_surroundings.restore(driverID + " or another driver");
-    m_roster.callBegins(driverID, operation);
+    m_drivers.callBegins(driverID, operation);
 }
 
 void DriverCallWatch::callEnded(const std::string& driverID, const char* operation) {
-    m_roster.callEnded(driverID, operation);
+    m_drivers.callEnded(driverID, operation);
     m_surroundings.restore(driverID + ": " + operation + "()");
 }
 
 void DriverCallWatch::driverDeleted(const std::string& driverID) {
-    m_roster.driverDeleted(driverID);
+    m_drivers.driverDeleted(driverID);
     m_surroundings.restore(driverID + ": its destructor");
 }

@@ -2,23 +2,23 @@
 
 #include <string>
 
-#include "DriverRoster.h"
+#include "DriverTable.h"
 #include "Surroundings.h"
 #include "sal/Module.h"
 
-/// Follows the drivers of the host's process for the roster, and puts back after each call what the driver
-/// has changed of the process, so that the next one is loaded in the host's surroundings. Owned by Host; told
-/// by libsal on the command thread.
+/// Follows the drivers of the host's process for the table of drivers, and puts back after each call what the
+/// driver has changed of the process, so that the next one is loaded in the host's surroundings. Owned by
+/// Host; told by libsal on the command thread.
 class DriverCallWatch : public sal::Module::Observer {
 public:
-    DriverCallWatch(DriverRoster& roster, Surroundings& surroundings)
-        : m_roster(roster), m_surroundings(surroundings) {}
+    DriverCallWatch(DriverTable& drivers, Surroundings& surroundings)
+        : m_drivers(drivers), m_surroundings(surroundings) {}
 
     void callBegins(const std::string& driverID, const char* operation) override;
     void callEnded(const std::string& driverID, const char* operation) override;
     void driverDeleted(const std::string& driverID) override;
 
 private:
-    DriverRoster& m_roster;
+    DriverTable& m_drivers;
     Surroundings& m_surroundings;
 };

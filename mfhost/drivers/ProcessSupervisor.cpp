@@ -2,11 +2,9 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -35,11 +33,6 @@ constexpr unsigned int s_queueWaitMs = 200;
 /// What the last log lines may take at an end that is enforced.
 constexpr std::chrono::milliseconds s_lastWords{350};
 
-void sendSignal(int pidFd, int signal) {
-    // The process may be gone already; then there is nothing to end.
-    static_cast<void>(::syscall(SYS_pidfd_send_signal, pidFd, signal, nullptr, 0u));
-}
-
 std::string seconds(std::chrono::milliseconds duration) {
     std::string text = std::to_string(duration.count() / 1000);
     if (const auto rest = duration.count() % 1000)
@@ -52,6 +45,18 @@ std::string roundSeconds(std::chrono::milliseconds duration) {
     const auto tenths = std::llround(static_cast<double>(duration.count()) / 100);
     return tenths < 20 ? seconds(std::chrono::milliseconds(tenths * 100))
                        : std::to_string((tenths + 5) / 10) + " s";
+}
+
+/// What comes next, for the end of a line; empty where nothing is ever started again.
+std::string planText(const DriverTable::Next& next) {
+    if (next.delay == RestartPlan::Duration::zero())
+        return "; it is started again at once";
+    if (next.delay)
+        return "; it is started again in " + roundSeconds(*next.delay);
+    if (!next.limit)
+        return {};
+    return "; it is not started again: " + std::to_string(*next.limit) +
+           (*next.limit == 1 ? " restart" : " restarts") + " in a row are the limit";
 }
 
 /// Time that goes on while the machine sleeps.
@@ -71,13 +76,12 @@ std::chrono::milliseconds sampleInterval(std::chrono::milliseconds hangTimeout) 
 
 }  // namespace
 
-ProcessSupervisor::ProcessSupervisor(DriverRoster& roster, Settings settings, Environment environment)
-    : m_roster(roster),
-      m_settings(std::move(settings)),
+ProcessSupervisor::ProcessSupervisor(DriverTable& drivers, Settings settings, Environment environment)
+    : m_drivers(drivers),
+      m_settings(settings),
       m_environment(std::move(environment)),
       m_wakeup("the supervision"),
       m_sampleInterval(sampleInterval(m_settings.hangTimeout)),
-      m_restarts(m_settings.restart),
       m_hangs(m_settings.hangTimeout),
       m_losses(s_lossPatience) {}
 
@@ -89,13 +93,10 @@ ProcessSupervisor::~ProcessSupervisor() {
     wake();
     if (m_thread.joinable())
         m_thread.join();
-    for (Watched& process : m_processes)
-        m_endedFds.push_back(process.pidFd);
     // A dump wakes this object when it is done.
-    m_processes.clear();
+    for (Process& process : m_processes.lock())
+        process.pStacks.reset();
     m_lateDumps.clear();
-    for (const int fd : m_endedFds)
-        ::close(fd);
 }
 
 void ProcessSupervisor::start() {
@@ -109,19 +110,7 @@ void ProcessSupervisor::wake() {
 void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
     // The driver ID follows the module's path.
     const std::string driverID = process.arguments.size() > 1 ? process.arguments[1] : process.title;
-    m_roster.processStarted(driverID, process.pid);
-    m_families.add(driverID, process);
-    {
-        const std::lock_guard lock(m_mutex);
-        m_saidCauses.erase(driverID);
-        for (Watched& former : m_processes) {
-            if (former.driverID == driverID && !former.replaced)
-                former.replaced = Clock::now();
-        }
-        m_processes.push_back(
-            {driverID, process.pid, process.pidFd, Clock::now(), std::nullopt, false, false, {}, nullptr});
-        m_processes.back().isRestart = m_restarting.erase(driverID) > 0;
-    }
+    m_processes.add(driverID, process, m_drivers.processStarted(driverID, process.pid));
     wake();
 }
 
@@ -131,24 +120,28 @@ void ProcessSupervisor::awaitStart(int pid, unsigned int seconds) {
         return;
     }
     std::vector<std::string> queues;
+    std::string awaited;
+    for (const Process& process : m_processes.lock()) {
+        if (!process.replaced)
+            queues.push_back(protocol::inputQueue(process.driverID));
+        if (process.pid == pid)
+            awaited = process.driverID;
+    }
     {
         const std::lock_guard lock(m_mutex);
-        for (const Watched& process : m_processes) {
-            if (!process.replaced)
-                queues.push_back(protocol::inputQueue(process.driverID));
-            if (process.pid == pid)
-                m_awaited = process.driverID;
-        }
+        m_awaited = awaited;
     }
     const std::size_t most = 2 * std::max(std::thread::hardware_concurrency(), 1U) - 1;
     const bool isDone = m_environment.waitForReaders(
         queues, most, static_cast<int>(std::chrono::milliseconds(std::chrono::seconds(seconds)).count()));
     noteAttached();
-    const std::lock_guard lock(m_mutex);
-    m_awaited.clear();
+    {
+        const std::lock_guard lock(m_mutex);
+        m_awaited.clear();
+    }
     if (isDone)
         return;
-    for (Watched& process : m_processes) {
+    for (Process& process : m_processes.lock()) {
         if (process.hasAttached || process.replaced || process.isSaidLate)
             continue;
         process.isSaidLate = true;
@@ -171,110 +164,79 @@ void ProcessSupervisor::beginShutdown(int exitCode) {
 }
 
 void ProcessSupervisor::endProcesses() {
-    std::unique_lock lock(m_mutex);
-    m_endProcessesBegan = Clock::now();
+    {
+        const std::lock_guard lock(m_mutex);
+        m_endProcessesBegan = Clock::now();
+    }
     wake();
-    m_allEnded.wait(lock, [this] { return m_processes.empty(); });
+    m_processes.waitUntilEmpty();
+    // The thread that took out the last one may still be telling of it.
+    const std::lock_guard tellLock(m_tellMutex);
 }
 
-void ProcessSupervisor::refresh(const std::string& driverID) {
-    reap(driverID);
-    if (m_environment.refreshOthers)
-        m_environment.refreshOthers(driverID);
-}
-
-void ProcessSupervisor::beginReload(const std::string& driverID) {
-    noteAttached();
+void ProcessSupervisor::lookForEnds() {
     {
-        const std::lock_guard lock(m_mutex);
-        m_restarting.erase(driverID);
-        m_restarts.reset(driverID);
-        m_endedSince.erase(driverID);
-        m_saidCauses.erase(driverID);
+        const std::lock_guard tellLock(m_tellMutex);
+        tellEnds();
     }
-    m_roster.setNextTry(driverID, std::nullopt);
+    if (m_environment.lookAtOthers)
+        m_environment.lookAtOthers();
 }
 
-bool ProcessSupervisor::beginRestart(const std::string& driverID) {
-    {
-        const std::lock_guard lock(m_mutex);
-        if (m_shutdownBegan || !m_restarts.begin(driverID))
-            return false;
-        m_endedSince.erase(driverID);
-        m_restarting.insert(driverID);
+void ProcessSupervisor::driverUnloaded(const std::string& driverID) {
+    for (Process& process : m_processes.lock()) {
+        if (process.driverID == driverID && !process.replaced)
+            process.replaced = Clock::now();
     }
-    m_roster.setNextTry(driverID, std::nullopt);
-    return true;
 }
 
 void ProcessSupervisor::endStart(const std::string& driverID, const std::string& reason) {
-    // A process whose end another thread is just telling of is neither among the living nor among the ended.
-    const std::lock_guard reapLock(m_reapMutex);
-    reapLocked(driverID);
-    {
-        const std::lock_guard lock(m_mutex);
-        m_restarting.erase(driverID);
-        const bool isAlive = std::any_of(m_processes.begin(), m_processes.end(), [&](const Watched& process) {
-            return process.driverID == driverID && !process.terminated;
-        });
-        // For one that came up and has ended since, all is said.
-        if (isAlive || m_shutdownBegan || m_endedSince.contains(driverID))
-            return;
+    // A process whose end another thread is just telling of is still among the living in the table of
+    // drivers.
+    const std::lock_guard tellLock(m_tellMutex);
+    tellEnds();
+    if (isShuttingDown()) {
+        m_drivers.endStart(driverID);
+        return;
     }
     const std::string cause = reason.empty() ? "never started" : reason;
-    m_roster.notStarted(driverID, cause);
-    const std::string plan = planRestart(driverID, {}, reason.empty());
-    {
-        // One line tells it for all tries that fail alike.
-        const std::lock_guard lock(m_mutex);
-        std::string& said = m_saidCauses[driverID];
-        if (said == cause && m_restarts.isWaiting(driverID))
-            return;
-        said = cause;
-    }
-    hostLog(sal::LogOutput::eError) << driverID << ": no process runs: " << cause << plan << std::endl;
+    const auto missing = m_drivers.endProcessStart(driverID, cause, reason.empty());
+    wake();
+    // One line tells it for all tries that fail alike.
+    if (missing && missing->isNews)
+        hostLog(sal::LogOutput::eError)
+            << driverID << ": no process runs: " << cause << planText(missing->next) << std::endl;
 }
 
-void ProcessSupervisor::giveUp(const std::string& driverID, const std::string& reason) {
-    {
-        const std::lock_guard lock(m_mutex);
-        m_restarts.giveUp(driverID);
-        m_restarting.erase(driverID);
-    }
-    m_roster.setNextTry(driverID, std::nullopt);
-    hostLog(sal::LogOutput::eError) << driverID << ": is not started again: " << reason << std::endl;
+bool ProcessSupervisor::isShuttingDown() const {
+    const std::lock_guard lock(m_mutex);
+    return m_shutdownBegan.has_value();
 }
 
 bool ProcessSupervisor::isBusy() {
-    {
-        const std::lock_guard lock(m_mutex);
-        const bool isEnding = std::any_of(m_processes.begin(), m_processes.end(), [](const Watched& process) {
-            return process.terminated && !process.isKilled;
-        });
-        if (m_shutdownBegan || isEnding)
-            return true;
-    }
-    return m_environment.activity().busy;
+    if (isShuttingDown() || m_environment.activity().busy)
+        return true;
+    const auto processes = m_processes.lock();
+    return std::any_of(processes.begin(), processes.end(),
+                       [](const Process& process) { return process.terminated && !process.isKilled; });
 }
 
 void ProcessSupervisor::run() {
     base::nameThread("supervisor");
     for (;;) {
-        std::vector<pollfd> watched{{m_wakeup.fd(), POLLIN, 0}};
         {
             const std::lock_guard lock(m_mutex);
             if (m_stopping)
                 return;
-            for (const int fd : m_endedFds)
-                ::close(fd);
-            m_endedFds.clear();
-            for (const Watched& process : m_processes)
-                watched.push_back({process.pidFd, POLLIN, 0});
         }
-        if (::poll(watched.data(), watched.size(), pollTimeout()) > 0 && watched.front().revents)
+        // One that cannot be collected yet would keep the thread from waiting at all.
+        const bool isOneHeld = m_processes.isOneHeld();
+        std::array<pollfd, 2> watched{{{m_wakeup.fd(), POLLIN, 0}, {m_processes.fd(), POLLIN, 0}}};
+        const int timeout = isOneHeld ? static_cast<int>(s_checkInterval.count()) : pollTimeout();
+        if (::poll(watched.data(), isOneHeld ? 1 : 2, timeout) > 0 && watched.front().revents)
             m_wakeup.take();
         try {
-            reap({});
+            lookForEnds();
             check();
         } catch (const std::exception& error) {
             // Memory, that is: the next round may have it again.
@@ -288,20 +250,19 @@ void ProcessSupervisor::run() {
 int ProcessSupervisor::pollTimeout() {
     if (isBusy())
         return static_cast<int>(s_checkInterval.count());
-    std::optional<Clock::time_point> next;
+    std::optional<Clock::time_point> next = m_drivers.nextDue();
+    const auto atLatest = [&next](Clock::time_point time) { next = next ? std::min(*next, time) : time; };
     {
-        const std::lock_guard lock(m_mutex);
-        next = m_restarts.nextDue();
-        if (!m_processes.empty() || m_environment.refreshOthers)
-            next = next ? std::min(*next, m_nextSample) : m_nextSample;
+        const auto processes = m_processes.lock();
+        if (!processes.empty() || m_environment.lookAtOthers)
+            atLatest(m_nextSample);
         const auto now = Clock::now();
-        const bool isAwaited =
-            std::any_of(m_processes.begin(), m_processes.end(), [&](const Watched& process) {
-                return process.isRestart && !process.hasAttached && !process.replaced &&
-                       now - process.started < s_startTime;
-            });
+        const bool isAwaited = std::any_of(processes.begin(), processes.end(), [&](const Process& process) {
+            return process.isRestart && !process.hasAttached && !process.replaced &&
+                   now - process.started < s_startTime;
+        });
         if (isAwaited)
-            next = std::min(*next, now + s_checkInterval);
+            atLatest(now + s_checkInterval);
     }
     if (!next)
         return -1;
@@ -309,65 +270,18 @@ int ProcessSupervisor::pollTimeout() {
     return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
 }
 
-/// Until a process is collected its number is its own, and with it the session that it has left behind.
-void ProcessSupervisor::endLeftBehind(const std::string& driverID) {
-    std::vector<int> ended;
-    {
-        const std::lock_guard lock(m_mutex);
-        for (Watched& process : m_processes) {
-            pollfd end{process.pidFd, POLLIN, 0};
-            if (process.isAlone || (!driverID.empty() && process.driverID != driverID) ||
-                ::poll(&end, 1, 0) <= 0)
-                continue;
-            process.isAlone = true;
-            ended.push_back(process.pid);
-        }
-    }
-    for (const int pid : ended)
-        m_families.end(pid);
-}
-
-void ProcessSupervisor::reap(const std::string& driverID) {
-    const std::lock_guard reapLock(m_reapMutex);
-    reapLocked(driverID);
-}
-
-void ProcessSupervisor::reapLocked(const std::string& driverID) {
-    endLeftBehind(driverID);
-    std::list<Watched> endedNow;
-    std::list<ProcessEnd> ends;
-    {
-        const std::lock_guard lock(m_mutex);
-        for (auto process = m_processes.begin(); process != m_processes.end();) {
-            const auto current = process++;
-            if (!current->isAlone || (!driverID.empty() && current->driverID != driverID))
-                continue;
-            const auto end = ProcessEnd::collect(current->pidFd);
-            if (!end)
-                continue;
-            m_endedFds.push_back(current->pidFd);
-            // Not waited for here, where any thread may be.
-            if (current->pStacks)
-                m_lateDumps.push_back(std::move(current->pStacks));
-            ends.push_back(*end);
-            endedNow.splice(endedNow.end(), m_processes, current);
-        }
-    }
-    if (endedNow.empty())
-        return;
-    auto end = ends.begin();
-    for (const Watched& process : endedNow)
-        ended(process, *end++);
-    const std::lock_guard lock(m_mutex);
-    if (m_processes.empty())
-        m_allEnded.notify_all();
-    wake();
+/// Under the lock of those that tell.
+void ProcessSupervisor::tellEnds() {
+    auto endedNow = m_processes.takeEnded();
+    for (auto& [process, end] : endedNow)
+        ended(process, end);
+    if (!endedNow.empty())
+        wake();
 }
 
 /// Which processes have come up by now. Before the host lets go of a queue this is the last look at it.
 void ProcessSupervisor::noteAttached() {
-    const std::lock_guard lock(m_mutex);
-    for (Watched& process : m_processes) {
+    for (Process& process : m_processes.lock()) {
         if (process.hasAttached || process.replaced ||
             !m_environment.hasReader(protocol::inputQueue(process.driverID)))
             continue;
@@ -377,35 +291,25 @@ void ProcessSupervisor::noteAttached() {
     }
 }
 
-void ProcessSupervisor::ended(const Watched& process, const ProcessEnd& end) {
+void ProcessSupervisor::ended(Process& process, const ProcessEnd& end) {
+    const bool isShutdown = isShuttingDown();
+    // Not waited for here, where any thread may be.
+    if (process.pStacks) {
+        const std::lock_guard lock(m_mutex);
+        m_lateDumps.push_back(std::move(process.pStacks));
+    }
     const std::string cause = process.hang.empty() ? end.cause() : process.hang + ", " + end.cause();
-    const auto staleValues = m_roster.processEnded(process.driverID, process.pid, cause);
-    if (staleValues)
+    const auto ran = std::chrono::duration_cast<RestartPlan::Duration>(Clock::now() - process.started);
+    const auto told = m_drivers.processEnded(process.driverID, process.pid, cause, ran, !isShutdown);
+    // One that a newer process has replaced was asked to end, even if it comes to its end after the reload.
+    const bool isReplaced = !told;
+    if (told)
         m_environment.receiverGone(protocol::inputQueue(process.driverID));
 
-    const CommandActivity activity = m_environment.activity();
-    bool isShutdown = false;
-    {
-        const std::lock_guard lock(m_mutex);
-        isShutdown = m_shutdownBegan.has_value();
-    }
-    // The process that a reload itself has started was not asked to end.
-    const bool isReloaded =
-        activity.busy && activity.driverID == process.driverID && process.started < activity.since;
-    // So was one that a newer process has replaced, even if it comes to its end after the reload.
-    const bool isReplaced = !staleValues;
     // One that comes up only when its end was asked for finds no queue of its own any more.
     const bool isOrderly =
         end.isOrderly() || ((isReplaced || !process.hasAttached) && end.hasExitCode(s_noQueueCode));
-    const bool isExpected = process.terminated || ((isReloaded || isShutdown || isReplaced) && isOrderly);
-    std::string plan;
-    if (staleValues && !isShutdown && !isReloaded) {
-        {
-            const std::lock_guard lock(m_mutex);
-            m_endedSince.insert(process.driverID);
-        }
-        plan = planRestart(process.driverID, Clock::now() - process.started);
-    }
+    const bool isExpected = process.terminated || ((isShutdown || isReplaced || told->wasAsked) && isOrderly);
     auto& line = hostLog(isExpected ? sal::LogOutput::eInfo : sal::LogOutput::eError);
     line << process.driverID << ": process " << process.pid << " ended" << (isExpected ? "" : " unexpectedly")
          << ": " << cause;
@@ -414,31 +318,12 @@ void ProcessSupervisor::ended(const Watched& process, const ProcessEnd& end) {
     if (!end.isKnown())
         line
             << " (something in the host's process ignores SIGCHLD or collects children that are not its own)";
-    if (!isShutdown && staleValues && *staleValues > 0)
-        line << "; " << *staleValues << (*staleValues == 1 ? " value is" : " values are") << " stale";
-    line << plan << std::endl;
-}
-
-/// What comes next, for the end of a line; empty where nothing is ever started again.
-std::string ProcessSupervisor::planRestart(const std::string& driverID, Clock::duration ran, bool isTried) {
-    if (!m_environment.restart)
-        return {};
-    const auto now = Clock::now();
-    std::optional<RestartPlan::Duration> delay;
-    {
-        const std::lock_guard lock(m_mutex);
-        delay = isTried ? m_restarts.ended(driverID,
-                                           std::chrono::duration_cast<std::chrono::milliseconds>(ran), now)
-                        : m_restarts.putOff(driverID, now);
-    }
-    m_roster.setNextTry(driverID, delay ? std::optional(now + *delay) : std::nullopt);
-    wake();
-    if (delay == RestartPlan::Duration::zero())
-        return "; it is started again at once";
-    if (delay)
-        return "; it is started again in " + roundSeconds(*delay);
-    return "; it is not started again: " + std::to_string(*m_settings.restart.limit) +
-           (*m_settings.restart.limit == 1 ? " restart" : " restarts") + " in a row are the limit";
+    if (!isShutdown && told && told->staleValues > 0)
+        line << "; " << told->staleValues << (told->staleValues == 1 ? " value is" : " values are")
+             << " stale";
+    if (told && !told->wasAsked && !isShutdown)
+        line << planText(told->next);
+    line << std::endl;
 }
 
 void ProcessSupervisor::check() {
@@ -460,17 +345,18 @@ void ProcessSupervisor::check() {
         m_nextSample = now + m_sampleInterval;
     }
 
-    const std::lock_guard lock(m_mutex);
-    for (Watched& process : m_processes) {
+    for (Process& process : m_processes.lock()) {
         // It has no queue any more, and no command waits for it.
         if (process.replaced && now - *process.replaced >= m_settings.replacedLimit)
-            terminate(process, "still runs " + seconds(m_settings.replacedLimit) + " after it was replaced");
+            terminate(process,
+                      "still runs " + seconds(m_settings.replacedLimit) + " after it was " +
+                          (m_drivers.isLast(process.driverID, process.pid) ? "unloaded" : "replaced"));
         if (!process.terminated || process.isKilled || now - *process.terminated < m_settings.killDelay)
             continue;
         process.isKilled = true;
         hostLog(sal::LogOutput::eWarning) << process.driverID << ": process " << process.pid
                                           << " did not heed SIGTERM and is killed" << std::endl;
-        sendSignal(process.pidFd, SIGKILL);
+        process.signal(SIGKILL);
     }
 }
 
@@ -489,9 +375,8 @@ void ProcessSupervisor::checkCommand(const CommandActivity& activity, Clock::tim
             break;
     }
 
-    const std::lock_guard lock(m_mutex);
     bool isFound = false;
-    for (Watched& process : m_processes) {
+    for (Process& process : m_processes.lock()) {
         // A process that the command itself has started is not the one that it waits for.
         if (!activity.driverID.empty() && process.driverID == activity.driverID &&
             process.started < activity.since)
@@ -504,7 +389,7 @@ void ProcessSupervisor::checkCommand(const CommandActivity& activity, Clock::tim
                           seconds(m_settings.stopTimeout) + " and holds up \"" + activity.what + "\"");
         }
     }
-    if (!stuckDriver.empty() && !isFound && !m_roster.hasProcess(stuckDriver) &&
+    if (!stuckDriver.empty() && !isFound && !m_drivers.hasProcess(stuckDriver) &&
         m_reportedQueue != stuckDriver) {
         hostLog(sal::LogOutput::eWarning)
             << stuckDriver << ": its queue is " << (isLocked ? "locked by a sender" : "full")
@@ -519,12 +404,12 @@ void ProcessSupervisor::checkQueueWait(const CommandActivity& activity, Clock::t
     if (!m_environment.refusedQueues || activity.driverID.empty())
         return;
     {
-        const std::lock_guard lock(m_mutex);
-        const bool isLive = std::any_of(m_processes.begin(), m_processes.end(), [&](const Watched& process) {
+        const auto processes = m_processes.lock();
+        const bool isLive = std::any_of(processes.begin(), processes.end(), [&](const Process& process) {
             return process.driverID == activity.driverID && process.started < activity.since;
         });
         // In a shutdown the driver is not started again.
-        if (isLive || (now - activity.since < m_settings.stopTimeout && !m_shutdownBegan))
+        if (isLive || (now - activity.since < m_settings.stopTimeout && !isShuttingDown()))
             return;
     }
     for (const auto& refusal : m_environment.refusedQueues()) {
@@ -541,7 +426,7 @@ void ProcessSupervisor::checkQueueWait(const CommandActivity& activity, Clock::t
 }
 
 void ProcessSupervisor::checkCall(Clock::time_point now) {
-    const auto call = m_roster.oldestCall();
+    const auto call = m_drivers.oldestCall();
     if (!call || now - call->since < m_settings.stopTimeout || m_reportedCall == call->since)
         return;
     m_reportedCall = call->since;
@@ -553,36 +438,39 @@ void ProcessSupervisor::checkCall(Clock::time_point now) {
 
 void ProcessSupervisor::checkShutdown(const CommandActivity& activity, Clock::time_point now) {
     int exitCode = 0;
-    std::vector<int> killed;
+    Clock::time_point began;
+    std::optional<Clock::time_point> endProcessesBegan;
     {
         const std::lock_guard lock(m_mutex);
         if (!m_shutdownBegan)
             return;
-        const auto limit = *m_shutdownBegan + m_settings.shutdownLimit - s_lastWords;
-        // Early enough that those that do not heed SIGTERM are killed within the limit.
-        const auto lastMoment = limit - m_settings.killDelay - 2 * s_checkInterval;
-        if (m_endProcessesBegan) {
-            const auto deadline = std::min(*m_endProcessesBegan + m_settings.stopTimeout, lastMoment);
-            if (now >= deadline) {
-                for (Watched& process : m_processes)
-                    terminate(process, "still runs and holds up the shutdown");
-            }
-        } else if (now >= std::min(*m_shutdownBegan + m_settings.stopTimeout,
-                                   lastMoment - m_settings.killDelay - 2 * s_checkInterval)) {
-            endFullQueues();
-        }
-        if (now < limit)
-            return;
-        for (const Watched& process : m_processes) {
-            if (!process.terminated)
-                continue;
-            sendSignal(process.pidFd, SIGKILL);
-            killed.push_back(process.pid);
-        }
+        began = *m_shutdownBegan;
+        endProcessesBegan = m_endProcessesBegan;
         exitCode = m_exitCode;
     }
+    const auto limit = began + m_settings.shutdownLimit - s_lastWords;
+    // Early enough that those that do not heed SIGTERM are killed within the limit.
+    const auto lastMoment = limit - m_settings.killDelay - 2 * s_checkInterval;
+    if (endProcessesBegan) {
+        if (now >= std::min(*endProcessesBegan + m_settings.stopTimeout, lastMoment)) {
+            for (Process& process : m_processes.lock())
+                terminate(process, "still runs and holds up the shutdown");
+        }
+    } else if (now >= std::min(began + m_settings.stopTimeout,
+                               lastMoment - m_settings.killDelay - 2 * s_checkInterval)) {
+        endFullQueues();
+    }
+    if (now < limit)
+        return;
+    std::vector<int> killed;
+    for (const Process& process : m_processes.lock()) {
+        if (!process.terminated)
+            continue;
+        process.signal(SIGKILL);
+        killed.push_back(process.pid);
+    }
     for (const int pid : killed)
-        m_families.end(pid);
+        m_processes.endFamily(pid);
     hostLog(sal::LogOutput::eError) << whoHoldsUp(activity) << " holds up the shutdown for "
                                     << seconds(m_settings.shutdownLimit) << "; the host ends without it"
                                     << std::endl;
@@ -590,20 +478,14 @@ void ProcessSupervisor::checkShutdown(const CommandActivity& activity, Clock::ti
 }
 
 void ProcessSupervisor::checkRestarts(Clock::time_point now) {
-    std::vector<std::string> due;
-    {
-        const std::lock_guard lock(m_mutex);
-        if (!m_shutdownBegan)
-            due = m_restarts.takeDue(now);
-    }
-    for (const std::string& driverID : due)
+    if (isShuttingDown())
+        return;
+    for (const std::string& driverID : m_drivers.takeDue(now))
         m_environment.restart(driverID);
 }
 
 void ProcessSupervisor::sample(Clock::time_point now) {
-    if (m_environment.refreshOthers)
-        m_environment.refreshOthers({});
-    m_families.look();
+    m_processes.lookAtFamilies();
     Queues queues;
     for (auto& queue : m_environment.queues()) {
         std::string name = queue.name;
@@ -620,11 +502,8 @@ void ProcessSupervisor::measureTraffic(const Queues& queues, Clock::time_point n
     const double time = std::chrono::duration<double>(now - m_trafficMeasured).count();
     m_trafficMeasured = now;
     std::vector<std::string> driverIDs;
-    {
-        const std::lock_guard lock(m_mutex);
-        for (const Watched& process : m_processes)
-            driverIDs.push_back(process.driverID);
-    }
+    for (const Process& process : m_processes.lock())
+        driverIDs.push_back(process.driverID);
     const auto messages = [&](const std::string& name) {
         const auto queue = queues.find(name);
         return queue == queues.end() ? 0 : queue->second.messages;
@@ -639,21 +518,21 @@ void ProcessSupervisor::measureTraffic(const Queues& queues, Clock::time_point n
         if (before == m_traffic.end() || current.received < before->second.received ||
             current.sent < before->second.sent)
             continue;
-        m_roster.setTraffic(driverID, static_cast<double>(current.received - before->second.received) / time,
-                            static_cast<double>(current.sent - before->second.sent) / time);
+        m_drivers.setTraffic(driverID, static_cast<double>(current.received - before->second.received) / time,
+                             static_cast<double>(current.sent - before->second.sent) / time);
     }
     m_traffic = std::move(traffic);
 }
 
 std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queues) {
     std::vector<HangDetector::Sample> samples;
-    const std::lock_guard lock(m_mutex);
-    if (m_settings.hangTimeout.count() <= 0 || m_shutdownBegan)
+    if (m_settings.hangTimeout.count() <= 0 || isShuttingDown())
         return samples;
-    const bool isOneEnding = std::any_of(m_processes.begin(), m_processes.end(), [](const Watched& process) {
+    const auto processes = m_processes.lock();
+    const bool isOneEnding = std::any_of(processes.begin(), processes.end(), [](const Process& process) {
         return process.terminated || !process.hang.empty();
     });
-    for (const Watched& process : m_processes) {
+    for (const Process& process : processes) {
         const auto input = queues.find(protocol::inputQueue(process.driverID));
         // Of one that has let go of its queues that is told, and not that it takes no messages.
         if (process.terminated || !process.hang.empty() || m_losses.isLettingGo(process.pid) ||
@@ -687,10 +566,9 @@ void ProcessSupervisor::hangs(const HangDetector::Verdict& verdict) {
     const std::string cause =
         (verdict.isLocked ? "input queue locked for " : "hung for ") + roundSeconds(stillFor);
     // A newer process of the driver may run by now.
-    if (!m_roster.processHung(verdict.driverID, verdict.pid, cause))
+    if (!m_drivers.processHung(verdict.driverID, verdict.pid, cause))
         return;
-    const std::lock_guard lock(m_mutex);
-    for (Watched& process : m_processes) {
+    for (Process& process : m_processes.lock()) {
         if (process.pid != verdict.pid || !process.hang.empty())
             continue;
         process.hang = cause;
@@ -710,7 +588,7 @@ void ProcessSupervisor::hangs(const HangDetector::Verdict& verdict) {
             hostLog(sal::LogOutput::eWarning)
                 << process.driverID << ": its stacks cannot be read: " << error.what() << std::endl;
             process.terminated = Clock::now();
-            sendSignal(process.pidFd, SIGTERM);
+            process.signal(SIGTERM);
         }
     }
 }
@@ -723,30 +601,25 @@ void ProcessSupervisor::checkQueueLoss(const Queues& queues, Clock::time_point l
     };
     const CommandActivity activity = m_environment.activity();
     std::vector<QueueLossDetector::Sample> samples;
-    {
-        const std::lock_guard lock(m_mutex);
-        if (m_shutdownBegan)
-            return;
-        for (const Watched& process : m_processes) {
-            // The queues of a driver that is being reloaded come and go, and may have been others.
-            const bool isReloaded =
-                (activity.busy && activity.driverID == process.driverID) || process.started >= looked;
-            if (!process.terminated && process.hang.empty() && !isReloaded)
-                samples.push_back({process.driverID, process.pid,
-                                   find(protocol::inputQueue(process.driverID)),
-                                   find(protocol::outputQueue(process.driverID))});
-        }
+    if (isShuttingDown())
+        return;
+    for (const Process& process : m_processes.lock()) {
+        // The queues of a driver that is being reloaded come and go, and may have been others.
+        const bool isReloaded =
+            (activity.busy && activity.driverID == process.driverID) || process.started >= looked;
+        if (!process.terminated && process.hang.empty() && !isReloaded)
+            samples.push_back({process.driverID, process.pid, find(protocol::inputQueue(process.driverID)),
+                               find(protocol::outputQueue(process.driverID))});
     }
     for (const QueueLossDetector::Verdict& verdict : m_losses.judge(samples, bootTime()))
         lost(verdict);
 }
 
 void ProcessSupervisor::lost(const QueueLossDetector::Verdict& verdict) {
-    const auto staleValues = m_roster.processHung(verdict.driverID, verdict.pid, verdict.what);
+    const auto staleValues = m_drivers.processHung(verdict.driverID, verdict.pid, verdict.what);
     if (!staleValues)
         return;
-    const std::lock_guard lock(m_mutex);
-    for (Watched& process : m_processes) {
+    for (Process& process : m_processes.lock()) {
         if (process.pid != verdict.pid)
             continue;
         process.hang = verdict.what;
@@ -756,9 +629,11 @@ void ProcessSupervisor::lost(const QueueLossDetector::Verdict& verdict) {
 
 /// A process that hangs is ended when it is known where it hangs.
 void ProcessSupervisor::checkStacks() {
-    const std::lock_guard lock(m_mutex);
-    std::erase_if(m_lateDumps, [](const auto& pDump) { return pDump->isDone(); });
-    for (Watched& process : m_processes) {
+    {
+        const std::lock_guard lock(m_mutex);
+        std::erase_if(m_lateDumps, [](const auto& pDump) { return pDump->isDone(); });
+    }
+    for (Process& process : m_processes.lock()) {
         if (!process.pStacks || !process.pStacks->isDone())
             continue;
         std::istringstream lines(process.pStacks->text());
@@ -768,7 +643,7 @@ void ProcessSupervisor::checkStacks() {
         if (process.terminated)
             continue;
         process.terminated = Clock::now();
-        sendSignal(process.pidFd, SIGTERM);
+        process.signal(SIGTERM);
     }
 }
 
@@ -779,7 +654,7 @@ void ProcessSupervisor::endFullQueues() {
         if (queue.depth < queue.capacity && !isLocked)
             continue;
         const std::string driverID = protocol::receiverOf(queue.name);
-        for (Watched& process : m_processes) {
+        for (Process& process : m_processes.lock()) {
             if (process.driverID == driverID)
                 terminate(process, isLocked
                                        ? "cannot be told to stop, since a sender does not leave its input "
@@ -789,28 +664,32 @@ void ProcessSupervisor::endFullQueues() {
     }
 }
 
-void ProcessSupervisor::terminate(Watched& process, const std::string& reason) {
+void ProcessSupervisor::terminate(Process& process, const std::string& reason) {
     if (process.terminated)
         return;
     process.terminated = Clock::now();
     hostLog(sal::LogOutput::eWarning)
         << process.driverID << ": process " << process.pid << " " << reason << "; it is ended" << std::endl;
-    sendSignal(process.pidFd, SIGTERM);
+    process.signal(SIGTERM);
 }
 
-std::string ProcessSupervisor::whoHoldsUp(const CommandActivity& activity) const {
-    if (const auto call = m_roster.oldestCall())
+std::string ProcessSupervisor::whoHoldsUp(const CommandActivity& activity) {
+    if (const auto call = m_drivers.oldestCall())
         return call->driverID + ": " + call->operation + "()";
     for (const auto& queue : m_environment.queues()) {
         const std::string driverID = protocol::receiverOf(queue.name);
         if (queue.waitingForMs > 0 && !driverID.empty())
             return driverID + (queue.lockedForMs > 0 ? ": its locked queue" : ": its full queue");
     }
-    const std::lock_guard lock(m_mutex);
-    if (!m_awaited.empty())
-        return m_awaited + ": the start of its process";
-    if (m_endProcessesBegan && !m_processes.empty())
-        return m_processes.front().driverID + ": process " + std::to_string(m_processes.front().pid);
+    bool isEndingProcesses = false;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (!m_awaited.empty())
+            return m_awaited + ": the start of its process";
+        isEndingProcesses = m_endProcessesBegan.has_value();
+    }
+    if (const auto processes = m_processes.lock(); isEndingProcesses && !processes.empty())
+        return processes.begin()->driverID + ": process " + std::to_string(processes.begin()->pid);
     if (activity.busy && activity.what != "shutdown")
         return "\"" + activity.what + "\"";
     return "something unknown";

@@ -1,13 +1,9 @@
 #pragma once
 
-#include <signal.h>
-
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -18,11 +14,10 @@
 #include <vector>
 
 #include "CommandActivity.h"
-#include "DriverFamilies.h"
-#include "DriverRestarts.h"
-#include "DriverRoster.h"
+#include "DriverTable.h"
 #include "HangDetector.h"
 #include "ProcessEnd.h"
+#include "ProcessTable.h"
 #include "QueueLossDetector.h"
 #include "StackDump.h"
 #include "Wakeup.h"
@@ -43,11 +38,11 @@ public:
         std::chrono::milliseconds killDelay{500};      ///< between SIGTERM and SIGKILL
         std::chrono::milliseconds hangTimeout{10000};  ///< 0: nothing is taken for hung
         std::chrono::milliseconds stacksLimit{2000};   ///< for reading the stacks of a process that hangs
-        /// How long a process may take to end after a newer one has replaced it; no command waits for it.
+        /// How long a process may take to end after it was unloaded or a newer one has replaced it; no
+        /// command waits for it.
         std::chrono::milliseconds replacedLimit{10000};
         /// A start goes on when few processes are still to attach to their queues, not after its full time.
         bool waitsUntilAttached = false;
-        RestartPlan::Settings restart = {};
     };
 
     /// What the supervisor asks of its surroundings, each on its own thread.
@@ -58,9 +53,8 @@ public:
         std::function<void(int exitCode)> exitNow;
         /// Has the driver started again on the command thread, between beginRestart and endStart.
         std::function<void(const std::string& driverID)> restart;
-        /// Learns of processes that are not the host's own, of that driver or for an empty ID of all. On any
-        /// thread; nothing where there are none.
-        std::function<void(const std::string& driverID)> refreshOthers = nullptr;
+        /// Learns of processes that are not the host's own. On any thread; nothing where there are none.
+        std::function<void()> lookAtOthers = nullptr;
         /// The names of queues that cannot be made though the module tries again and again, and what is done
         /// about one: it is taken from the processes that hold it (true when it is free now), and the next
         /// try is let pass without a queue.
@@ -73,7 +67,7 @@ public:
             waitForReaders = &sal::MessageQueue::waitForReaders;
     };
 
-    ProcessSupervisor(DriverRoster& roster, Settings settings, Environment environment);
+    ProcessSupervisor(DriverTable& drivers, Settings settings, Environment environment);
     ~ProcessSupervisor() override;  ///< stops watching; processes that still run are left alone
     ProcessSupervisor(const ProcessSupervisor&) = delete;
     ProcessSupervisor& operator=(const ProcessSupervisor&) = delete;
@@ -88,20 +82,18 @@ public:
     /// time is named in the log, once.
     void awaitStart(int pid, unsigned int seconds) override;
 
-    /// Learns of ends that have come by now, of that driver or for an empty ID of all: when it returns, their
-    /// values are marked. Any thread but those that hold the roster or the store.
-    void refresh(const std::string& driverID);
+    /// Learns of ends that have come by now: when it returns, the table and the store have been told of them.
+    /// Any thread, without the locks of these two.
+    void lookForEnds();
 
-    /// A command reloads the driver: what was planned for it is off. Command thread, as the next three.
-    void beginReload(const std::string& driverID);
-    /// A start that was asked for begins. False when a reload has overtaken it.
-    bool beginRestart(const std::string& driverID);
+    /// Before the host lets go of a driver's queues: which processes have come up by now. Any thread.
+    void noteAttached();
+    /// The module has unloaded the driver and loads nothing in its place: what is left of its processes has
+    /// as long to end as one that a newer process has replaced. Command thread.
+    void driverUnloaded(const std::string& driverID);
     /// The start or reload of a driver that is to run in a process is over; with the reason when it was not
-    /// even tried, which no limit counts. What counts is whether a process lives: without one the next try is
-    /// planned.
+    /// even tried. Without a process the next try is planned, and said. Command thread.
     void endStart(const std::string& driverID, const std::string& reason = {});
-    /// The driver is not tried again, for this reason.
-    void giveUp(const std::string& driverID, const std::string& reason);
 
     /// The shutdown begins: its end is enforced from now on, with this exit code. The first call counts. Any
     /// thread.
@@ -112,21 +104,7 @@ public:
     void endProcesses();
 
 private:
-    struct Watched {
-        std::string driverID;
-        int pid = 0;
-        int pidFd = -1;
-        Clock::time_point started;
-        std::optional<Clock::time_point> terminated;
-        bool isKilled = false;
-        bool isAlone = false;  ///< it has ended, and so has what it left behind
-        std::string hang;      ///< how it hangs or has lost a queue; empty while it does not
-        std::unique_ptr<StackDump> pStacks;
-        std::optional<Clock::time_point> replaced = std::nullopt;  ///< when a newer one of its driver began
-        bool isRestart = false;                                    ///< the host has started it by itself
-        bool hasAttached = false;                                  ///< seen to have claimed its input queue
-        bool isSaidLate = false;
-    };
+    using Process = ProcessTable::Process;
     /// What a driver's queues had carried at one moment.
     struct Traffic {
         std::uint64_t received = 0;
@@ -136,12 +114,9 @@ private:
 
     void run();
     int pollTimeout();
-    void reap(const std::string& driverID);
-    void reapLocked(const std::string& driverID);
-    void endLeftBehind(const std::string& driverID);
-    void ended(const Watched& process, const ProcessEnd& end);
-    std::string planRestart(const std::string& driverID, Clock::duration ran, bool isTried = true);
-    void noteAttached();
+    void tellEnds();
+    void ended(Process& process, const ProcessEnd& end);
+    bool isShuttingDown() const;
     bool isBusy();
     void check();
     void checkCommand(const CommandActivity& activity, Clock::time_point now);
@@ -157,38 +132,27 @@ private:
     void checkQueueLoss(const Queues& queues, Clock::time_point looked);
     void lost(const QueueLossDetector::Verdict& verdict);
     void checkStacks();
-    void terminate(Watched& process, const std::string& reason);
-    std::string whoHoldsUp(const CommandActivity& activity) const;
+    static void terminate(Process& process, const std::string& reason);
+    std::string whoHoldsUp(const CommandActivity& activity);
 
-    DriverRoster& m_roster;
-    DriverFamilies m_families;
+    DriverTable& m_drivers;
     const Settings m_settings;
     const Environment m_environment;
     const base::Wakeup m_wakeup;
     const std::chrono::milliseconds m_sampleInterval;
 
     /// The thread that learns of an end tells all of it before another thread may look.
-    std::mutex m_reapMutex;
+    std::mutex m_tellMutex;
+
+    ProcessTable m_processes;
 
     mutable std::mutex m_mutex;
-    std::condition_variable m_allEnded;
-    std::list<Watched> m_processes;
     std::optional<Clock::time_point> m_shutdownBegan;
     std::optional<Clock::time_point> m_endProcessesBegan;
     int m_exitCode = 0;
     bool m_stopping = false;
-    DriverRestarts m_restarts;
-    /// Drivers whose process has ended by itself since their last start began.
-    std::set<std::string> m_endedSince;
-    /// Why no process runs for a driver, as it was said last; nothing once one has been started.
-    std::map<std::string, std::string> m_saidCauses;
-    /// Drivers that are started again and have no new process yet.
-    std::set<std::string> m_restarting;
     /// The driver whose start the command thread waits in; empty for none.
     std::string m_awaited;
-    /// Of processes that have ended; closed by the thread that may be polling them.
-    std::vector<int> m_endedFds;
-
     /// Of processes that have ended meanwhile.
     std::vector<std::unique_ptr<StackDump>> m_lateDumps;
 

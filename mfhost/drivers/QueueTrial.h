@@ -6,7 +6,7 @@
 #include <vector>
 
 /// Tries out whether a driver's queues can be made, before the module is asked to: that one waits for their
-/// names without an end. Owned by Host, used on its command thread.
+/// names without an end. Owned by Workplace, used on the command thread.
 class QueueTrial {
 public:
     using Clock = std::chrono::steady_clock;

@@ -5,7 +5,7 @@
 #include <optional>
 
 /// When one driver is started again: at once after it has run well for a while, else soon after its first end
-/// and ever later while it keeps ending. Owned by DriverRestarts, which serializes the calls.
+/// and ever later while it keeps ending. Owned by DriverTable, which serializes the calls.
 class RestartPlan {
 public:
     using Duration = std::chrono::milliseconds;

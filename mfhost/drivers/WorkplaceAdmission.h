@@ -10,7 +10,7 @@
 class WorkplaceFile;
 
 /// Decides on the host's start and its reloads: checks the workplace file as the host has read it and the
-/// descriptors, logs each finding once, and refuses on an error. Owned by the host, used on its command
+/// descriptors, logs each finding once, and refuses on an error. Owned by Workplace, used on the command
 /// thread.
 class WorkplaceAdmission {
 public:
@@ -21,6 +21,9 @@ public:
     /// Why the driver must not be reloaded; empty when it may. What else is found is logged, unless it was
     /// before. The descriptors are those of the start, as the module has them.
     std::string reloadRefusal(const WorkplaceFile& workplace, const std::string& driverID);
+
+    /// The descriptors as they were at the start.
+    const DescriptorCatalogue& catalogue() const { return m_catalogue; }
 
     /// For sal::Directory::setFileFilter: false for a descriptor that must not reach the XML library, with a
     /// log line the first time. Any thread.

@@ -46,12 +46,15 @@ bool StateStore::matches(const std::string& glob, const std::string& key) {
     return glob.empty() || fnmatch(glob.c_str(), key.c_str(), 0) == 0;
 }
 
-StateStore::Owner StateStore::ownerOf(const std::string& key) {
+StateStore::EOwner StateStore::kindOf(const std::string& key) {
     if (t_consoleMarks > 0)
-        return {EOwner::Console, {}};
-    if (isOfCatalogue(key))
-        return {EOwner::Host, {}};
-    return {EOwner::Driver, key.substr(0, key.find('.'))};
+        return EOwner::Console;
+    return isOfCatalogue(key) ? EOwner::Host : EOwner::Driver;
+}
+
+StateStore::Owner StateStore::ownerOf(const std::string& key) {
+    const EOwner kind = kindOf(key);
+    return {kind, kind == EOwner::Driver ? key.substr(0, key.find('.')) : std::string()};
 }
 
 IInterface* StateStore::queryInterface(unsigned int id) {
@@ -72,11 +75,6 @@ void StateStore::setStateValueInt(const std::string& stateID, int value) {
 
 void StateStore::setStateValueBool(const std::string& stateID, bool value) {
     set(stateID, StateValue(value));
-}
-
-void StateStore::refresh(const std::string& driverID) const {
-    if (m_refresh)
-        m_refresh(driverID);
 }
 
 /// Calls the function for each entry of the driver, which it may take away. A driver's entries follow one
@@ -121,9 +119,7 @@ bool StateStore::isLossNews(Share& share, Clock::time_point now) const {
 
 void StateStore::set(const std::string& key, StateValue value) {
     const auto now = Clock::now();
-    const Owner owner = ownerOf(key);
-    if (owner.kind == EOwner::Driver)
-        refresh(owner.driverID);
+    const EOwner kind = kindOf(key);
     std::unique_lock lock(m_mutex);
     ++m_arrivals;
     if (now >= m_nextSettling)
@@ -131,6 +127,7 @@ void StateStore::set(const std::string& key, StateValue value) {
     auto position = m_entries.find(key);
     const bool isNew = position == m_entries.end();
     if (isNew) {
+        const Owner owner = ownerOf(key);
         Share& its = share(owner);
         if (!makeRoom(owner, its)) {
             const bool isNews = isLossNews(its, now);
@@ -150,9 +147,10 @@ void StateStore::set(const std::string& key, StateValue value) {
         ++its.values;
     }
     Kept& kept = position->second;
-    const bool isTaken = !(kept.entry.owner == owner);
+    // Whose key it is never changes; who sets it may.
+    const bool isTaken = kept.entry.owner.kind != kind;
     if (isTaken)
-        takeOver(kept, owner);
+        takeOver(kept, ownerOf(key));
     if (update(kept, std::move(value), now) || isNew || isTaken) {
         for (Listener* pListener : m_listeners)
             pListener->valueChanged(kept.entry);
@@ -174,8 +172,11 @@ bool StateStore::update(Kept& kept, StateValue value, Clock::time_point now) {
     Entry& entry = kept.entry;
     Share& its = *kept.pShare;
     const bool wasStale = entry.isStale();
-    const bool isChanged = !(entry.value == value) || wasStale != !its.endCause.empty();
-    entry.value = std::move(value);
+    const bool isOther = !(entry.value == value);
+    const bool isChanged = isOther || wasStale != !its.endCause.empty();
+    if (isOther)
+        entry.value = std::move(value);
+    entry.start = its.start;
     entry.reported = now;
     if (!its.endCause.empty()) {
         entry.staleCause = its.endCause;
@@ -254,42 +255,59 @@ void StateStore::triggerEvent(const std::string& eventID, const std::string& val
         m_events.pop_front();
 }
 
-void StateStore::driverStarted(const std::string& driverID) {
+std::uint64_t StateStore::driverStarted(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
     Share& its = share({EOwner::Driver, driverID});
     its.endCause.clear();
     its.hasReported = false;
     its.settles = Clock::time_point::max();
     its.lost = 0;
+    return ++its.start;
 }
 
-std::size_t StateStore::driverEnded(const std::string& driverID, const std::string& cause) {
+std::size_t StateStore::driverEnded(const std::string& driverID, const std::string& cause,
+                                    std::optional<std::uint64_t> start) {
     const auto now = Clock::now();
     std::vector<std::string> keys;
     const std::lock_guard lock(m_mutex);
     Share& its = share({EOwner::Driver, driverID});
+    const std::uint64_t ended = start.value_or(its.start);
     // Without one nothing would be stale.
-    its.endCause = cause.empty() ? "ended" : cause;
-    its.settles = Clock::time_point::max();
+    const std::string staleCause = cause.empty() ? "ended" : cause;
+    if (ended >= its.start) {
+        its.endCause = staleCause;
+        its.settles = Clock::time_point::max();
+    }
     forEachOf(driverID, its, [&](Entries::iterator position) {
         Entry& entry = position->second.entry;
         // What was stale before keeps its own cause: it is of an earlier instance.
-        if (entry.isStale())
+        if (entry.isStale() || entry.start > ended)
             return;
         entry.staleSince = now;
-        entry.staleCause = its.endCause;
+        entry.staleCause = staleCause;
         ++its.stale;
         keys.push_back(position->first);
     });
-    if (!keys.empty()) {
-        for (Listener* pListener : m_listeners)
-            pListener->valuesStale(driverID, its.endCause, keys);
+    if (keys.empty())
+        return 0;
+    // The newer instance, which may have reported everything by now, settles from here.
+    if (ended < its.start && its.hasReported) {
+        its.settles = now + m_settings.settleTime;
+        m_nextSettling = std::min(m_nextSettling, its.settles);
     }
+    for (Listener* pListener : m_listeners)
+        pListener->valuesStale(driverID, staleCause, keys);
     return keys.size();
 }
 
+void StateStore::driverParked(const std::string& driverID, const std::string& cause) {
+    driverEnded(driverID, cause);
+    const std::lock_guard lock(m_mutex);
+    Share& its = share({EOwner::Driver, driverID});
+    forEachOf(driverID, its, [&](Entries::iterator position) { position->second.entry.staleCause = cause; });
+}
+
 std::vector<StateStore::Entry> StateStore::entries(const std::string& glob) const {
-    refresh({});
     std::vector<Entry> found;
     const std::lock_guard lock(m_mutex);
     for (const auto& [key, kept] : m_entries) {
@@ -300,9 +318,6 @@ std::vector<StateStore::Entry> StateStore::entries(const std::string& glob) cons
 }
 
 std::optional<StateStore::Entry> StateStore::find(const std::string& key) const {
-    // No driver's end makes the catalogue stale.
-    if (!isOfCatalogue(key))
-        refresh({});
     const std::lock_guard lock(m_mutex);
     const auto position = m_entries.find(key);
     if (position == m_entries.end())

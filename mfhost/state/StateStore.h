@@ -17,8 +17,8 @@
 #include "StateValue.h"
 
 /// The panel state of the workplace: each value with its type, who set it, when, and whether it still holds.
-/// Owned by the host; outlives the manager, which reports into it on any driver's thread. Any thread may
-/// read.
+/// Owned by the host; outlives the manager, which reports into it on any driver's thread. It asks nobody
+/// whether a driver lives: a thread that reads, on whichever it is, first has the ends looked for.
 ///
 /// A value belongs to the driver named before its first "."; the published driver catalogue belongs to the
 /// host, and what a console command set to the console. Each of them has room of its own. When a driver ends,
@@ -43,6 +43,7 @@ public:
         std::string key;
         StateValue value;
         Owner owner;
+        std::uint64_t start = 0;  ///< which start of its driver it is of; 0 before the first
         Clock::time_point reported;
         /// Why the value holds no longer; empty for a live value.
         std::string staleCause;
@@ -81,10 +82,6 @@ public:
         ConsoleMark& operator=(const ConsoleMark&) = delete;
     };
 
-    /// Marks, through driverEnded, what belongs to a driver that has died by now; to any driver for an empty
-    /// ID. Called without the store's lock, on whatever thread sets or reads.
-    using Refresh = std::function<void(const std::string& driverID)>;
-
     struct Settings {
         /// How many values one driver may have, and the console: more than any has, few enough that one run
         /// wild does not harm the host. New values beyond them are dropped, counted and logged; those that
@@ -111,11 +108,6 @@ public:
     StateStore();
     explicit StateStore(Settings settings);
 
-    /// Is called before a value is taken from a driver and before values are read, so that no reader takes
-    /// what a dead driver left for live. Set before others use the store.
-    void setRefresh(Refresh refresh) { m_refresh = std::move(refresh); }
-    void refresh(const std::string& driverID) const;
-
     IInterface* queryInterface(unsigned int id) override;
     void setStateValue(const std::string& stateID, const std::string& value) override;
     void setStateValueFloat(const std::string& stateID, float value) override;
@@ -126,11 +118,17 @@ public:
     void triggerEvent(const std::string& eventID, const std::string& value) override;
 
     /// A new instance of the driver runs. What it set before stays stale until it is reported again or
-    /// forgotten; a forgotten value is told as unset.
-    void driverStarted(const std::string& driverID);
-    /// The driver has ended. Its live values, and those that still arrive, are stale for that cause from now
-    /// on; what was stale before keeps its cause and its time. Returns how many were live.
-    std::size_t driverEnded(const std::string& driverID, const std::string& cause);
+    /// forgotten; a forgotten value is told as unset. Returns the number of the start, which the values that
+    /// arrive from now on carry.
+    std::uint64_t driverStarted(const std::string& driverID);
+    /// The instance of that start has ended; without a number, the last one. Its live values and those of
+    /// earlier ones are stale for that cause from now on, and so is what still arrives unless a newer
+    /// instance runs; what was stale before keeps its cause and its time. Returns how many were live.
+    std::size_t driverEnded(const std::string& driverID, const std::string& cause,
+                            std::optional<std::uint64_t> start = std::nullopt);
+
+    /// The driver has ended, and is not to run: what was stale before is stale for this cause, too.
+    void driverParked(const std::string& driverID, const std::string& cause);
 
     /// Forgets what drivers that have settled by now no longer report. Each report does so by itself; for a
     /// workplace that is silent.
@@ -165,6 +163,7 @@ private:
         bool isLosing = false;   ///< that it loses values is said, and it has had no room since
         std::optional<Clock::time_point> lossSaid;
 
+        std::uint64_t start = 0;   ///< how often its driver was started
         std::string endCause;      ///< of a driver that has ended and not started again; else empty
         bool hasReported = false;  ///< since the last start
         Clock::time_point settles = Clock::time_point::max();
@@ -175,6 +174,7 @@ private:
     };
     using Entries = std::map<std::string, Kept>;
 
+    static EOwner kindOf(const std::string& key);
     static Owner ownerOf(const std::string& key);
     void set(const std::string& key, StateValue value);
 
@@ -192,7 +192,6 @@ private:
     void forgetSettled(Clock::time_point now);
 
     const Settings m_settings;
-    Refresh m_refresh;
     mutable std::mutex m_mutex;
     Entries m_entries;
     std::map<Owner, Share> m_shares;

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 
 #include "HostLog.h"
@@ -15,11 +17,20 @@
 #include "Printable.h"
 #include "ThreadName.h"
 
+namespace {
+
+std::string staleMark(const std::string& cause) {
+    return "  (stale: " + cause + ")";
+}
+
+}  // namespace
+
 FollowPrinter::FollowPrinter(std::string glob, int fd, std::function<void()> redraw,
-                             std::chrono::milliseconds patience)
+                             std::function<void()> lookForEnds, std::chrono::milliseconds patience)
     : m_glob(std::move(glob)),
       m_fd(fd),
       m_redraw(std::move(redraw)),
+      m_lookForEnds(std::move(lookForEnds)),
       m_patience(patience),
       m_thread(base::neededThread("--follow", [this] { run(); })) {}
 
@@ -36,10 +47,11 @@ FollowPrinter::~FollowPrinter() {
 void FollowPrinter::valueChanged(const StateStore::Entry& entry) {
     if (!StateStore::matches(m_glob, entry.key))
         return;
-    std::string line = entry.key + " = " + entry.value.text();
+    const std::string line = entry.key + " = " + entry.value.text();
     if (entry.isStale())
-        line += "  (stale: " + entry.staleCause + ")";
-    add(line);
+        add(line + staleMark(entry.staleCause));
+    else
+        add(line, entry.key);
 }
 
 void FollowPrinter::valueUnset(const std::string& key) {
@@ -57,13 +69,24 @@ void FollowPrinter::valuesStale(const std::string& driverID, const std::string& 
     const auto count = std::count_if(keys.begin(), keys.end(), [this](const std::string& key) {
         return StateStore::matches(m_glob, key);
     });
-    if (count > 0)
-        add(driverID + ": " + std::to_string(count) + (count == 1 ? " value" : " values") +
-            " stale: " + cause);
+    if (count == 0)
+        return;
+    const std::unordered_set<std::string_view> stale(keys.begin(), keys.end());
+    const std::string mark = base::printable(staleMark(cause));
+    {
+        const std::lock_guard lock(m_mutex);
+        for (Line& line : m_lines) {
+            if (line.liveKey.empty() || !stale.contains(line.liveKey))
+                continue;
+            line.text += mark;
+            line.liveKey.clear();
+        }
+    }
+    add(driverID + ": " + std::to_string(count) + (count == 1 ? " value" : " values") + " stale: " + cause);
 }
 
-void FollowPrinter::add(const std::string& text) {
-    std::string line = base::printable(text);
+void FollowPrinter::add(const std::string& text, const std::string& liveKey) {
+    Line line{base::printable(text), liveKey};
     {
         const std::lock_guard lock(m_mutex);
         if (m_lines.size() >= s_capacity) {
@@ -82,8 +105,9 @@ std::string FollowPrinter::takeBatch() {
         batch = "... " + std::to_string(m_dropped) + " lines dropped\n";
         m_dropped = 0;
     }
-    while (!m_lines.empty() && (batch.empty() || batch.size() + m_lines.front().size() + 1 <= PIPE_BUF)) {
-        batch += m_lines.front() + "\n";
+    while (!m_lines.empty() &&
+           (batch.empty() || batch.size() + m_lines.front().text.size() + 1 <= PIPE_BUF)) {
+        batch += m_lines.front().text + "\n";
         m_lines.pop_front();
     }
     return batch;
@@ -98,6 +122,12 @@ void FollowPrinter::run() {
             m_changed.wait(lock, [this] { return m_stopping || !m_lines.empty(); });
             if (m_lines.empty())
                 return;
+        }
+        // Calls valuesStale for what has ended.
+        if (m_lookForEnds)
+            m_lookForEnds();
+        {
+            const std::lock_guard lock(m_mutex);
             batch = takeBatch();
         }
         if (!write(m_redraw ? LineEditor::s_eraseLine + batch : batch))

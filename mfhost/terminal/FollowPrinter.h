@@ -13,7 +13,8 @@
 #include "StateStore.h"
 
 /// Prints each state change and event as a line. Owned by Host. Drivers' threads only queue a line; a thread
-/// of its own writes. When the reader is slower than the drivers, the oldest lines are dropped, and a line
+/// of its own writes, after it has had the drivers' ends looked for: a value whose driver has ended by then
+/// is printed as stale. When the reader is slower than the drivers, the oldest lines are dropped, and a line
 /// tells how many.
 class FollowPrinter : public StateStore::Listener {
 public:
@@ -21,8 +22,10 @@ public:
 
     /// Prints what matches the shell pattern, everything for an empty one, to the descriptor. With redraw the
     /// descriptor is a terminal that may show a prompt: it is erased first, and redraw called afterwards.
-    /// The patience is what is spent at the end on lines that are left.
+    /// lookForEnds is called before each batch of lines, on the printer's thread, and tells the store of
+    /// drivers that have ended by then. The patience is what is spent at the end on lines that are left.
     FollowPrinter(std::string glob, int fd, std::function<void()> redraw = {},
+                  std::function<void()> lookForEnds = {},
                   std::chrono::milliseconds patience = std::chrono::seconds(1));
     /// Writes what is left, as long as the patience lasts.
     ~FollowPrinter() override;
@@ -36,7 +39,12 @@ public:
                      const std::vector<std::string>& keys) override;
 
 private:
-    void add(const std::string& text);
+    struct Line {
+        std::string text;
+        std::string liveKey;  ///< of a line that tells a live value; else empty
+    };
+
+    void add(const std::string& text, const std::string& liveKey = {});
     void run();
     std::string takeBatch();
     bool write(const std::string& text);
@@ -44,10 +52,11 @@ private:
     const std::string m_glob;
     const int m_fd;
     const std::function<void()> m_redraw;
+    const std::function<void()> m_lookForEnds;
     const std::chrono::milliseconds m_patience;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::deque<std::string> m_lines;
+    std::deque<Line> m_lines;
     std::uint64_t m_dropped = 0;
     bool m_stopping = false;
     bool m_isLosing = false;  ///< the thread's own: the last write failed

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <sstream>
 #include <utility>
 
 #include "ProcessEnd.h"
@@ -45,7 +46,7 @@ void stopFor(pid_t pid, std::uint32_t milliseconds) {
 
 Campaign::Campaign(ChaosWorkplace& workplace, Intruder* pIntruder, const Settings& settings)
     : m_settings(settings),
-      m_plan(settings.seed, processesAmong(workplace.drivers()), s_triedOut),
+      m_plan(settings.seed, processesAmong(workplace.drivers()), s_triedOut, workplace.drivers()),
       m_run(workplace, settings.output),
       m_pIntruder(pIntruder),
       m_steps(settings.output / "steps.txt", std::ios::trunc) {}
@@ -139,7 +140,148 @@ bool Campaign::strikeTrial(const KillPlan::Strike& strike) {
     return true;
 }
 
+void Campaign::wish(const KillPlan::Wish& wish) {
+    m_steps << "  " << wish.name() << " " << wish.target << "\n" << std::flush;
+    m_run.board().addWish(wish.name());
+    switch (wish.what) {
+        case KillPlan::EWish::Park:
+            m_parked.insert(wish.target);
+            m_parkJudge.parkTyped(wish.target, m_run.watcher().timesParked(wish.target));
+            host()->type("stopDriver " + wish.target);
+            break;
+        case KillPlan::EWish::Unpark:
+            m_parked.erase(wish.target);
+            m_parkJudge.unparkTyped(wish.target);
+            host()->type("startDriver " + wish.target);
+            break;
+        case KillPlan::EWish::Reload:
+            host()->type("reloadDriver " + wish.target);
+            break;
+        case KillPlan::EWish::TakeOut:
+        case KillPlan::EWish::PutIn: {
+            const FileMeddler::Rest rest(*m_pMeddler);
+            m_edited.insert(wish.target);
+            m_run.workplace().setEntry(wish.target, wish.what == KillPlan::EWish::PutIn);
+            host()->type("reloadDriver " + wish.target);
+            break;
+        }
+    }
+}
+
+std::set<std::string> Campaign::marks() const {
+    std::set<std::string> found;
+    std::istringstream lines(readFile(m_run.workplace().workdir() / "mfhost.parked"));
+    for (std::string line; std::getline(lines, line);)
+        if (!line.starts_with('#'))
+            found.insert(line);
+    return found;
+}
+
+/// While no host is busy with what was typed.
+void Campaign::judgeMarks() {
+    std::map<std::string, std::uint32_t> timesParked;
+    for (const std::string& driver : m_run.workplace().drivers())
+        timesParked[driver] = m_run.watcher().timesParked(driver);
+    for (const std::string& wrong : m_parkJudge.judge(marks(), timesParked))
+        m_run.board().addFault(wrong);
+}
+
+/// Those in the file that are not parked.
+std::vector<std::string> Campaign::askedFor() const {
+    std::vector<std::string> drivers = m_run.workplace().configured();
+    std::erase_if(drivers, [this](const std::string& driver) { return m_parked.contains(driver); });
+    return drivers;
+}
+
+/// As an operator does whose command was refused while the file was broken, or died with its host.
+void Campaign::insistOnWishes() {
+    m_run.reader().ask();
+    judgeMarks();
+    const std::set<std::string> marked = marks();
+    for (const std::string& driver : m_run.workplace().drivers()) {
+        if (m_parked.contains(driver) && !marked.contains(driver)) {
+            m_parkJudge.parkTyped(driver, m_run.watcher().timesParked(driver));
+            host()->type("stopDriver " + driver);
+        }
+        const bool isMissing = marked.contains(driver) || m_edited.contains(driver);
+        if (!m_parked.contains(driver) && isMissing) {
+            m_parkJudge.unparkTyped(driver);
+            host()->type("startDriver " + driver);
+        }
+    }
+    m_run.reader().ask();
+    judgeMarks();
+}
+
+/// Exactly those run that file and marks ask for. One that was taken out of the file runs on until it ends.
+void Campaign::judgeRoll() {
+    Watcher& watcher = m_run.watcher();
+    if (!m_run.doServe(askedFor())) {
+        m_run.board().addFault("not all drivers served again");
+        return;
+    }
+    const std::set<std::string> marked = marks();
+    for (const std::string& driver : m_run.workplace().configured()) {
+        // Of one that is out of the file the host refuses some of what is asked.
+        if (m_parked.contains(driver) != marked.contains(driver))
+            m_run.board().addFault(driver + (marked.contains(driver)
+                                                 ? " is marked as parked and was given back"
+                                                 : " was to be parked and has no mark"));
+        if (!m_parked.contains(driver))
+            continue;
+        const bool isParked = ChaosRun::eventually(s_patience, [&] {
+            const std::uint64_t since = watcher.position();
+            host()->type("drivers");
+            const auto line = watcher.lineThatBegins(driver + " ", since, 5s);
+            return line && line->find(" parked ") != std::string::npos && host()->driverProcess(driver) == 0;
+        });
+        if (!isParked)
+            m_run.board().addFault(driver + " was to be parked and is not");
+    }
+    ++m_run.board().rollsJudged;
+}
+
+/// A host that starts with what is parked and what is in the file by now runs nobody else; then all are taken
+/// back.
+void Campaign::judgeStart() {
+    Watcher& watcher = m_run.watcher();
+    const std::uint64_t since = watcher.position();
+    for (const std::string& driver : processesAmong(m_run.workplace().drivers()))
+        expectOf(driver, false);
+    m_edited.clear();
+    m_run.launchHost();
+    pointIntruderAt(host()->pid());
+    if (!watcher.waitForText("the workplace is started", since, s_startPatience)) {
+        m_run.board().addFault("a host did not start with what is parked");
+        bury();
+        return;
+    }
+    judgeRoll();
+    const auto wanted = askedFor();
+    const std::uint32_t first = watcher.nextPing();
+    for (const std::string& driver : m_run.workplace().drivers())
+        host()->type(ChaosWorkplace::ping(driver, first));
+    m_run.reader().ask();
+    m_run.doServe(wanted);
+    for (const std::string& driver : m_run.workplace().drivers()) {
+        const bool isWanted = std::find(wanted.begin(), wanted.end(), driver) != wanted.end();
+        if (!isWanted && (watcher.lastAnswer(driver) >= first || host()->driverProcess(driver) > 0))
+            m_run.board().addFault(driver + " runs, and neither file nor marks ask for it");
+    }
+    m_parked.clear();
+    for (const std::string& driver : m_run.workplace().drivers()) {
+        m_run.workplace().setEntry(driver, true);
+        m_edited.insert(driver);
+    }
+    insistOnWishes();
+    judgeRoll();
+    end(nullptr);
+    bury();
+}
+
 bool Campaign::strike(const KillPlan::Strike& strike) {
+    for (const KillPlan::Wish& each : strike.wishes)
+        wish(each);
     m_steps << "  " << strike.name() << " " << strike.target << " after " << strike.delayMs << " ms";
     if (!strike.isKill)
         m_steps << " for " << strike.durationMs << " ms";
@@ -183,9 +325,10 @@ bool Campaign::strike(const KillPlan::Strike& strike) {
 /// with a broken file has not reached.
 void Campaign::reloadMissing(bool withProcesses) {
     const std::uint32_t first = m_run.watcher().nextPing();
-    for (const std::string& driver : m_run.workplace().drivers())
+    const auto drivers = askedFor();
+    for (const std::string& driver : drivers)
         host()->type(ChaosWorkplace::ping(driver, first));
-    for (const std::string& driver : m_run.workplace().drivers())
+    for (const std::string& driver : drivers)
         if ((withProcesses || !ChaosWorkplace::isProcess(driver)) &&
             !m_run.watcher().waitForAnswer(driver, first, 500ms))
             host()->type("reloadDriver " + driver);
@@ -199,6 +342,7 @@ void Campaign::bury() {
         m_run.board().addFault("a host, or what it had started, has not ended in time");
     for (std::thread& continuer : std::exchange(m_continuers, {}))
         continuer.join();
+    judgeMarks();
 }
 
 bool Campaign::startOnce(bool isWhole, const KillPlan::Strike* pStrike) {
@@ -264,6 +408,7 @@ void Campaign::end(const KillPlan::Strike* pStrike) {
 }
 
 void Campaign::live(const KillPlan::Life& life) {
+    m_edited.clear();
     m_steps << (life.isFileMeddledAtStart ? "a host with the file meddled with\n" : "a host\n") << std::flush;
     if (!start(life)) {
         bury();
@@ -290,9 +435,9 @@ void Campaign::live(const KillPlan::Life& life) {
     if (!isDead) {
         // With a whole file each comes back.
         const FileMeddler::Rest rest(*m_pMeddler);
+        insistOnWishes();
         reloadMissing(false);
-        if (!m_run.allServe())
-            m_run.board().addFault("not all drivers served again");
+        judgeRoll();
     }
     if (!isDead)
         end(pEnd);
@@ -312,6 +457,7 @@ const Scoreboard& Campaign::run() {
     if (m_struck < m_settings.strikes)
         m_run.board().addFault("only " + std::to_string(m_struck) + " of " +
                                std::to_string(m_settings.strikes) + " kills and stops were done");
+    judgeStart();
     // The last host starts beside the other user, too.
     m_run.startHost();
     pointIntruderAt(host()->pid());

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -14,10 +15,11 @@
 #include "FileMeddler.h"
 #include "Intruder.h"
 #include "KillPlan.h"
+#include "ParkJudge.h"
 
 /// Kills and stops of hosts, drivers and trials, in one life of a host after the other, with the workplace
-/// file meddled with and another user interfering all the while; then one whole life and the judgment. Made
-/// and run by main.
+/// file meddled with and another user interfering all the while, and an operator who parks drivers, takes
+/// them back, reloads them and edits the file; then one whole life and the judgment. Made and run by main.
 class Campaign {
 public:
     using Clock = std::chrono::steady_clock;
@@ -51,6 +53,13 @@ private:
     bool strikeHost(const KillPlan::Strike& strike);
     bool strikeDriver(const KillPlan::Strike& strike);
     bool strikeTrial(const KillPlan::Strike& strike);
+    void wish(const KillPlan::Wish& wish);
+    std::set<std::string> marks() const;
+    void judgeMarks();
+    std::vector<std::string> askedFor() const;
+    void insistOnWishes();
+    void judgeRoll();
+    void judgeStart();
     void reloadMissing(bool withProcesses);
     void bury();
     void pointIntruderAt(pid_t host);
@@ -62,6 +71,9 @@ private:
     ChaosRun m_run;
     Intruder* const m_pIntruder;
     std::unique_ptr<FileMeddler> m_pMeddler;
+    ParkJudge m_parkJudge;
+    std::set<std::string> m_parked;  ///< as was asked for last
+    std::set<std::string> m_edited;  ///< in the life of this host, by taking it out or putting it in
     std::ofstream m_steps;
     std::uint32_t m_struck = 0;
     std::vector<std::thread> m_continuers;

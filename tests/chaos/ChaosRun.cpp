@@ -65,13 +65,13 @@ bool ChaosRun::startHost() {
     return true;
 }
 
-bool ChaosRun::allServe() {
+bool ChaosRun::doServe(const std::vector<std::string>& drivers) {
     const auto pHost = host();
     const std::uint32_t first = m_watcher.nextPing();
     Patience left(s_startPatience);
     while (pHost && !left.isOver() && !m_watcher.isHostGone()) {
         bool doAll = true;
-        for (const std::string& driver : m_workplace.drivers()) {
+        for (const std::string& driver : drivers) {
             if (m_watcher.lastAnswer(driver) >= first)
                 continue;
             doAll = false;

@@ -43,8 +43,9 @@ public:
     void launchHost();
     /// Whether a host is up and all drivers answer.
     bool startHost();
-    /// Whether all drivers answer in time.
-    bool allServe();
+    /// Whether all drivers answer in time, or these alone.
+    bool allServe() { return doServe(m_workplace.drivers()); }
+    bool doServe(const std::vector<std::string>& drivers);
     /// Lets go of a host that has ended or been killed. False when it has not ended, or what it has started
     /// has not, but for what is stopped.
     bool forgetHost();

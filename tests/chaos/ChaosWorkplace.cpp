@@ -115,7 +115,7 @@ std::string ChaosWorkplace::entries() const {
     std::string text;
     for (const Member& member : s_members) {
         const std::string id = member.id;
-        if (std::find(m_drivers.begin(), m_drivers.end(), id) == m_drivers.end())
+        if (std::find(m_drivers.begin(), m_drivers.end(), id) == m_drivers.end() || m_takenOut.contains(id))
             continue;
         const bool isProcess = id == "S2" ? !m_isDirect : member.isProcess;
         // Two with an address, so that addresses can be left over.
@@ -150,6 +150,23 @@ void ChaosWorkplace::setMode(bool isDirect) {
     const std::lock_guard lock(m_mutex);
     m_isDirect = isDirect;
     write(entries());
+}
+
+void ChaosWorkplace::setEntry(const std::string& driverID, bool isIn) {
+    const std::lock_guard lock(m_mutex);
+    if (isIn)
+        m_takenOut.erase(driverID);
+    else
+        m_takenOut.insert(driverID);
+    write(entries());
+}
+
+std::vector<std::string> ChaosWorkplace::configured() const {
+    const std::lock_guard lock(m_mutex);
+    std::vector<std::string> found;
+    std::copy_if(m_drivers.begin(), m_drivers.end(), std::back_inserter(found),
+                 [this](const std::string& driverID) { return !m_takenOut.contains(driverID); });
+    return found;
 }
 
 void ChaosWorkplace::breakConfiguration(EBroken how) {

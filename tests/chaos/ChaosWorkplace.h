@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,10 @@ public:
     void moveDriver();
     /// Writes it anew, with S2 in the host's process or in its own.
     void setMode(bool isDirect);
+    /// Writes it without the driver, or with it again.
+    void setEntry(const std::string& driverID, bool isIn);
+    /// Those that stand in it when it is whole.
+    std::vector<std::string> configured() const;
     /// Puts something else in its place; until restore().
     void breakConfiguration(EBroken how);
     void restore();
@@ -95,7 +100,8 @@ private:
     const std::filesystem::path m_file;
     const ETimes m_times;
     const std::vector<std::string> m_drivers;
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
+    std::set<std::string> m_takenOut;
     bool m_isMoved = false;
     bool m_isDirect = false;
     std::atomic<unsigned int> m_copies = 0;

@@ -4,16 +4,20 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <string>
 
 namespace {
 
 KillPlan plan(std::uint32_t seed) {
-    return {seed, {"T1", "F1"}, "F7"};
+    return {seed, {"T1", "F1"}, "F7", {"T1", "F1", "T6", "F7"}};
 }
 
 std::string text(const KillPlan::Strike& strike) {
-    return strike.name() + " " + strike.target + " " + std::to_string(strike.delayMs) + " " +
+    std::string wishes;
+    for (const auto& wish : strike.wishes)
+        wishes += wish.name() + " " + wish.target + " ";
+    return wishes + strike.name() + " " + strike.target + " " + std::to_string(strike.delayMs) + " " +
            std::to_string(strike.durationMs) + "\n";
 }
 
@@ -75,4 +79,38 @@ TEST(KillPlan, OnlyDriversMayStayStopped) {
             ASSERT_TRUE(strike.durationMs > 0 || strike.what == KillPlan::EWhat::Driver);
         }
     EXPECT_TRUE(isAny);
+}
+
+TEST(KillPlan, EachWishComesAmongFiveHundredStrikes) {
+    KillPlan sut = plan(1);
+    std::map<std::string, int> counts;
+    for (int count = 0; count < 500;)
+        for (const auto& strike : sut.next().strikes) {
+            ++count;
+            for (const auto& wish : strike.wishes)
+                ++counts[wish.name() + " " + wish.target];
+        }
+    for (const char* wish : {"driver parked", "driver taken back from parking", "driver reloaded",
+                             "driver taken out of the file", "driver put into the file again"})
+        for (const char* target : {" T1", " F1", " T6"})
+            EXPECT_GE(counts[std::string(wish) + target], 1) << wish << target;
+    EXPECT_EQ(counts.size(), 15u);
+}
+
+// Each one undoes the one before; two are parked and one is out of the file at most.
+TEST(KillPlan, WishesLeaveSomebodyToBeStruck) {
+    KillPlan sut = plan(2);
+    std::set<std::string> parked;
+    std::set<std::string> takenOut;
+    for (int i = 0; i < 200; ++i)
+        for (const auto& strike : sut.next().strikes)
+            for (const auto& wish : strike.wishes) {
+                using enum KillPlan::EWish;
+                ASSERT_TRUE(wish.what != Park || parked.insert(wish.target).second);
+                ASSERT_TRUE(wish.what != Unpark || parked.erase(wish.target) == 1);
+                ASSERT_TRUE(wish.what != TakeOut || takenOut.insert(wish.target).second);
+                ASSERT_TRUE(wish.what != PutIn || takenOut.erase(wish.target) == 1);
+                ASSERT_LE(parked.size(), 2u);
+                ASSERT_LE(takenOut.size(), 1u);
+            }
 }

@@ -165,6 +165,9 @@ void Scoreboard::printStrikes(std::ostream& stream) const {
         all += count;
     }
     printNumber(stream, "all", all);
+    for (const auto& [name, count] : m_wishes)
+        printNumber(stream, name, count);
+    printNumber(stream, "times that exactly those ran whom file and marks ask for", rollsJudged);
     printNumber(stream, "times the workplace file was written meanwhile", fileWrites);
     printNumber(stream, "  of them broken", fileBreaks);
     printNumber(stream, "attempts of another user", attempts);

@@ -64,6 +64,12 @@ public:
     void addStrike(const std::string& name) {
         ++m_strikes[name];
     }
+    /// What an operator asked for meanwhile.
+    void addWish(const std::string& name) {
+        ++m_wishes[name];
+    }
+    /// How often exactly those ran that file and marks asked for.
+    std::uint64_t rollsJudged = 0;
     /// Whether enough must have been judged; not where hosts and drivers live for moments only.
     void demandShares(bool isDemanded) {
         m_areSharesDemanded = isDemanded;
@@ -116,5 +122,6 @@ private:
     std::vector<std::string> m_findings;
     std::vector<ChaosPlan::EKind> m_planned;
     std::map<std::string, std::uint64_t> m_strikes;
+    std::map<std::string, std::uint64_t> m_wishes;
     bool m_areSharesDemanded = true;
 };

@@ -93,6 +93,9 @@ void Watcher::log(const std::string& line) {
                                   " warning  QUEUE: ", " error    QUEUE: "})
             m_warnings += line.find(level) != std::string::npos ? 1 : 0;
         m_isHostStarted = m_isHostStarted || line.find("the workplace is started") != std::string::npos;
+        const auto parked = line.find(": is parked; startDriver ");
+        if (parked != std::string::npos)
+            ++m_timesParked[line.substr(line.rfind(' ', parked) + 1, parked - line.rfind(' ', parked) - 1)];
         const auto process = line.find(": process ");
         const auto name = line.rfind(' ', process - 1);
         if (process != std::string::npos && name != std::string::npos) {
@@ -323,6 +326,12 @@ std::uint32_t Watcher::lastAnswer(const std::string& driverID) const {
     const std::lock_guard lock(m_mutex);
     const auto shown = m_shown.find(driverID);
     return shown == m_shown.end() ? 0 : shown->second.ping;
+}
+
+std::uint32_t Watcher::timesParked(const std::string& driverID) const {
+    const std::lock_guard lock(m_mutex);
+    const auto times = m_timesParked.find(driverID);
+    return times == m_timesParked.end() ? 0 : times->second;
 }
 
 std::uint32_t Watcher::timesStale(const std::string& driverID) const {

@@ -94,6 +94,8 @@ public:
     /// When the driver answered this ping or a later one.
     std::optional<Clock::time_point> waitForAnswer(const std::string& driverID, std::uint32_t ping,
                                                    std::chrono::milliseconds patience);
+    /// How often the host has said that the driver is parked now.
+    std::uint32_t timesParked(const std::string& driverID) const;
     /// The last ping that it has answered; 0 for none.
     std::uint32_t lastAnswer(const std::string& driverID) const;
     /// How often its values have become stale.
@@ -185,6 +187,7 @@ private:
     std::map<std::string, Shown> m_shown;      ///< the last of each driver
     std::map<std::string, Shown> m_staleUpTo;  ///< what was shown when its values became stale
     std::map<std::string, std::uint32_t> m_timesStale;
+    std::map<std::string, std::uint32_t> m_timesParked;
     std::map<std::string, Clock::time_point> m_answers;
     std::vector<Row> m_rows;
     Reply m_reply;

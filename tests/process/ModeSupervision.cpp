@@ -19,8 +19,8 @@ std::unique_ptr<ModeSupervision> ModeSupervision::asAsked() {
 }
 
 ModeSupervision::ModeSupervision(bool waitsUntilAttached)
-    : m_roster(m_store),
-      m_supervisor(m_roster,
+    : m_drivers(m_store),
+      m_supervisor(m_drivers,
                    {.hangTimeout = std::chrono::milliseconds(0), .waitsUntilAttached = waitsUntilAttached},
                    {.activity = [] { return CommandActivity(); },
                     .queues = [] { return sal::MessageQueue::statuses(); },

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "DriverRoster.h"
+#include "DriverTable.h"
 #include "ProcessSupervisor.h"
 #include "StateStore.h"
 
@@ -20,6 +20,6 @@ public:
 
 private:
     StateStore m_store;
-    DriverRoster m_roster;
+    DriverTable m_drivers;
     ProcessSupervisor m_supervisor;
 };

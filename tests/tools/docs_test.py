@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""That the programs in docs/ compile and that no link there leads nowhere."""
+"""That the programs in docs/ compile, no link there leads nowhere, and the states of a driver are drawn as they are."""
 
 import re
 import subprocess
@@ -44,6 +44,34 @@ class DocsTest(unittest.TestCase):
         self.assertGreater(len(named), 60)
         for path in named:
             self.assertTrue((ROOT / path).exists() or list(ROOT.glob(f"*/{path}")), path)
+
+    def test_states_of_a_driver_are_drawn_as_they_are(self):
+        folder = ROOT / "mfhost" / "drivers"
+        header = (folder / "DriverStates.h").read_text()
+        code = (folder / "DriverStates.cpp").read_text()
+
+        def members(enum):
+            body = re.search(rf"enum class {enum} \{{(.*?)\}};", header, re.S)[1]
+            return re.findall(r"^ *(\w+),?", re.sub("//.*", "", body), re.M)
+
+        states, events = members("EDriverState"), members("EDriverEvent")
+        rows = [row.split(", ") for row in re.findall(r"^    \{(\w+(?:, \w+)+)\},$", code, re.M)]
+        words = re.findall(r'"([^"]+)"', code[code.index("inWords(EDriverEvent") :])
+        self.assertEqual((len(rows), {len(row) for row in rows}), (len(states), {len(events)}))
+        self.assertEqual(len(words), len(events))
+        real = {
+            (state, word, following)
+            for state, row in zip(states, rows, strict=True)
+            for word, following in zip(words, row, strict=True)
+            if following not in ("never", state)
+        }
+        page = ROOT / "docs" / "architecture.md"
+        arrows = re.findall(r"^ *(\w+) --> (\w+): (.*)$", "".join(blocks(page, "mermaid")), re.M)
+        drawn = [(state, word, following) for state, following, text in arrows for word in text.split(", ")]
+        self.assertEqual(sorted(drawn), sorted(real))
+        # The table beside it names each of them.
+        named = re.findall(r"^\| `(\w+)` \| [a-z]", page.read_text(), re.M)
+        self.assertEqual(named, states)
 
 
 if __name__ == "__main__":

@@ -39,7 +39,7 @@ esac
 step "$(basename "$(dirname "$(dirname "$0")")") $name" && echo "Chaos of a minute"
 """
 FUZZ = STEP + 'step "fuzz $2"\n'
-UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "process_traffic"]
+UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "process_traffic", "unit_mfhost"]
 
 
 class SoakTest(unittest.TestCase):

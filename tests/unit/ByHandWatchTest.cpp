@@ -21,7 +21,7 @@ protected:
         m_queues = {status};
     }
     std::string staleCause() {
-        m_sut.refresh("AXIS1");
+        m_sut.look();
         const auto entry = m_store.find("AXIS1.N");
         return entry ? entry->staleCause : "no value";
     }
@@ -31,19 +31,19 @@ protected:
 
     LogCapture m_log;
     StateStore m_store;
-    DriverRoster m_roster{m_store};
+    DriverTable m_drivers{m_store};
     std::vector<sal::MessageQueue::Status> m_queues;
-    ByHandWatch m_sut{m_roster, [this] { return m_queues; }};
+    ByHandWatch m_sut{m_drivers, [this] { return m_queues; }};
 };
 
 }  // namespace
 
 TEST_F(ByHandWatchTest, AttachedProcessServesItsDriver) {
     queue("AXIS1_INQ", s_living, true);
-    m_sut.refresh({});
-    m_sut.refresh({});
-    EXPECT_TRUE(m_roster.isRunning("AXIS1"));
-    EXPECT_FALSE(m_roster.hasProcess("AXIS1"));
+    m_sut.look();
+    m_sut.look();
+    EXPECT_TRUE(m_drivers.isRunning("AXIS1"));
+    EXPECT_FALSE(m_drivers.hasProcess("AXIS1"));
     const std::string log = m_log.finish();
     const std::string line = "info     HOST: AXIS1: process 1 was started by hand and serves it\n";
     EXPECT_THAT(log, HasSubstr(line));
@@ -52,44 +52,44 @@ TEST_F(ByHandWatchTest, AttachedProcessServesItsDriver) {
 
 TEST_F(ByHandWatchTest, QueueThatNobodyHasReadYetIsNoDriver) {
     queue("AXIS1_INQ", 0, false);
-    m_sut.refresh({});
-    EXPECT_FALSE(m_roster.isRunning("AXIS1"));
+    m_sut.look();
+    EXPECT_FALSE(m_drivers.isRunning("AXIS1"));
     EXPECT_EQ("", m_log.finish());
 }
 
 TEST_F(ByHandWatchTest, HostsOwnReceiverIsNoDriver) {
     queue("AXIS1_OUTQ", s_living, true);
-    m_sut.refresh({});
-    EXPECT_FALSE(m_roster.isRunning("AXIS1"));
+    m_sut.look();
+    EXPECT_FALSE(m_drivers.isRunning("AXIS1"));
     m_log.finish();
 }
 
 TEST_F(ByHandWatchTest, EndMakesValuesStale) {
     queue("AXIS1_INQ", s_living, true);
-    m_sut.refresh({});
+    m_sut.look();
     m_store.setStateValueInt("AXIS1.N", 7);
     EXPECT_EQ("", staleCause());
     queue("AXIS1_INQ", s_living, false);
     EXPECT_EQ("its process has ended", staleCause());
-    EXPECT_FALSE(m_roster.isRunning("AXIS1"));
+    EXPECT_FALSE(m_drivers.isRunning("AXIS1"));
     EXPECT_THAT(m_log.finish(),
                 HasSubstr("AXIS1: process 1, which was started by hand, ended; 1 value is stale\n"));
 }
 
 TEST_F(ByHandWatchTest, DamagedQueueMakesValuesStaleUntilTheQueuesAreMadeAnew) {
     queue("AXIS1_INQ", s_living, true);
-    m_sut.refresh({});
+    m_sut.look();
     m_store.setStateValueInt("AXIS1.N", 7);
     sal::MessageQueue::Status output;
     output.name = "AXIS1_OUTQ";
     output.isBroken = true;
     m_queues.push_back(output);
     EXPECT_EQ("one of its queues is damaged", staleCause());
-    m_sut.refresh({});
-    EXPECT_FALSE(m_roster.isRunning("AXIS1"));
+    m_sut.look();
+    EXPECT_FALSE(m_drivers.isRunning("AXIS1"));
     queue("AXIS1_INQ", static_cast<unsigned int>(::getpid()), true);
-    m_sut.refresh({});
-    EXPECT_TRUE(m_roster.isRunning("AXIS1"));
+    m_sut.look();
+    EXPECT_TRUE(m_drivers.isRunning("AXIS1"));
     const std::string log = m_log.finish();
     const std::string line =
         "AXIS1: process 1, which was started by hand, cannot be reached any more: one of its queues is "
@@ -108,7 +108,7 @@ TEST_F(ByHandWatchTest, OneThatCameAndWentUnseenLeavesStaleValues) {
 
 TEST_F(ByHandWatchTest, ValuesThatArriveBehindTheEndAreStale) {
     queue("AXIS1_INQ", s_dead, false);
-    m_sut.refresh({});
+    m_sut.look();
     m_store.setStateValueInt("AXIS1.N", 7);
     EXPECT_EQ("its process has ended", staleCause());
     m_log.finish();
@@ -117,9 +117,9 @@ TEST_F(ByHandWatchTest, ValuesThatArriveBehindTheEndAreStale) {
 TEST_F(ByHandWatchTest, NextProcessMakesValuesLiveAgainWhenItReportsThem) {
     queue("AXIS1_INQ", s_dead, false);
     m_store.setStateValueInt("AXIS1.N", 7);
-    m_sut.refresh({});
+    m_sut.look();
     queue("AXIS1_INQ", s_living, true);
-    m_sut.refresh({});
+    m_sut.look();
     EXPECT_EQ("its process has ended", staleCause());
     m_store.setStateValueInt("AXIS1.N", 7);
     EXPECT_EQ("", staleCause());
@@ -128,29 +128,27 @@ TEST_F(ByHandWatchTest, NextProcessMakesValuesLiveAgainWhenItReportsThem) {
 
 TEST_F(ByHandWatchTest, HoldOfANextProcessIsNotTakenForTheOneBefore) {
     queue("AXIS1_INQ", s_dead, true);
-    m_sut.refresh({});
+    m_sut.look();
     queue("AXIS1_INQ", s_dead, false);
-    m_sut.refresh({});
+    m_sut.look();
     queue("AXIS1_INQ", s_dead, true);
-    m_sut.refresh({});
-    EXPECT_FALSE(m_roster.isRunning("AXIS1"));
+    m_sut.look();
+    EXPECT_FALSE(m_drivers.isRunning("AXIS1"));
     m_log.finish();
 }
 
 TEST_F(ByHandWatchTest, UnloadedDriversValuesAreStale) {
     queue("AXIS1_INQ", s_living, true);
-    m_sut.refresh({});
+    m_sut.look();
     m_store.setStateValueInt("AXIS1.N", 7);
     m_queues.clear();
-    m_sut.refresh("AXIS2");
-    EXPECT_TRUE(m_roster.isRunning("AXIS1"));
     EXPECT_EQ("unloaded", staleCause());
     EXPECT_THAT(m_log.finish(), testing::Not(HasSubstr("ended")));
 }
 
 TEST_F(ByHandWatchTest, NumberThatIsNoneIsLeftOut) {
     queue("AXIS1_INQ", 0xffffffff, true);
-    m_sut.refresh({});
-    EXPECT_FALSE(m_roster.isRunning("AXIS1"));
+    m_sut.look();
+    EXPECT_FALSE(m_drivers.isRunning("AXIS1"));
     m_log.finish();
 }

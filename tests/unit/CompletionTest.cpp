@@ -16,7 +16,7 @@ WorkplaceFile::Entry entry(const std::string& id) {
 class CompletionTest : public testing::Test {
 protected:
     CompletionTest() {
-        m_roster.configure({entry("AXIS1"), entry("SYS")}, true);
+        m_drivers.configure({entry("AXIS1"), entry("SYS")}, true);
         m_store.setStateValueInt("SYS.LOAD", 1);
         m_store.setStateValueInt("SYS.HOST", 1);
         m_store.setStateValueInt("AXIS1.POS", 1);
@@ -24,8 +24,8 @@ protected:
     void begin() { m_sut.begin({"events", "help", "queues", "quit"}); }
 
     StateStore m_store;
-    DriverRoster m_roster{m_store};
-    Completion m_sut{m_roster, m_store};
+    DriverTable m_drivers{m_store};
+    Completion m_sut{m_drivers, m_store};
 };
 
 }  // namespace

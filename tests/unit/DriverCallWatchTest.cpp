@@ -22,13 +22,13 @@ protected:
     TemporaryDirectory m_directory;
     LogCapture m_log;
     StateStore m_store;
-    DriverRoster m_roster{m_store};
+    DriverTable m_drivers{m_store};
     // Made in the test's directory.
     std::unique_ptr<Surroundings> m_pSurroundings;
     DriverCallWatch& sut() {
         if (!m_pSut) {
             m_pSurroundings = std::make_unique<Surroundings>();
-            m_pSut = std::make_unique<DriverCallWatch>(m_roster, *m_pSurroundings);
+            m_pSut = std::make_unique<DriverCallWatch>(m_drivers, *m_pSurroundings);
         }
         return *m_pSut;
     }
@@ -37,13 +37,13 @@ protected:
 
 TEST_F(DriverCallWatchTest, TellsTheRosterOfEachCall) {
     sut().callBegins("A", "setConfiguration");
-    ASSERT_TRUE(m_roster.oldestCall());
-    EXPECT_EQ(m_roster.oldestCall()->operation, "setConfiguration");
+    ASSERT_TRUE(m_drivers.oldestCall());
+    EXPECT_EQ(m_drivers.oldestCall()->operation, "setConfiguration");
     sut().callEnded("A", "setConfiguration");
-    EXPECT_FALSE(m_roster.oldestCall());
-    EXPECT_TRUE(m_roster.isRunning("A"));
+    EXPECT_FALSE(m_drivers.oldestCall());
+    EXPECT_TRUE(m_drivers.isRunning("A"));
     sut().driverDeleted("A");
-    EXPECT_FALSE(m_roster.isRunning("A"));
+    EXPECT_FALSE(m_drivers.isRunning("A"));
 }
 
 TEST_F(DriverCallWatchTest, PutsBackWhatTheDriverHasChangedWhileItWasMade) {

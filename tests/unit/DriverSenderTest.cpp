@@ -48,7 +48,7 @@ bool sendsOnlyAsLongAsTheHostRuns() {
     const DriverSender& sut = host.m_system.sender();
     bool couldSend = false;
     std::thread stopper([&] {
-        eventually([&] { return host.m_isStartOver.load(); });
+        eventually([&] { return host.m_shell.m_isStartOver.load(); });
         couldSend = sut.m_pTarget != nullptr;
         ::kill(::getpid(), SIGTERM);
     });

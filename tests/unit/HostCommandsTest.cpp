@@ -37,20 +37,29 @@ protected:
     LogCapture m_log;
     sal::CmdProcessor m_processor;
     StateStore m_store;
-    DriverRoster m_roster{m_store};
+    DriverTable m_drivers{m_store, RestartPlan::Settings{.firstDelay = std::chrono::hours(1),
+                                                         .longestDelay = std::chrono::hours(1),
+                                                         .random = [] { return 0.5; }}};
     std::ostringstream m_reply;
     int m_quits = 0;
     int m_listings = 0;
     int m_settled = 0;
+    std::function<void()> m_onLook = [] {};
+    std::vector<std::string> m_calls;
+    std::string m_refusal;
     /// The time stands still, so that it is the same for whoever is starved.
     StateStore::Clock::time_point m_now = StateStore::Clock::now();
-    HostCommands m_sut{{.store = m_store,
-                        .roster = m_roster,
-                        .reply = [this]() -> std::ostream& { return m_reply; },
-                        .quit = [this] { ++m_quits; },
-                        .showModules = [this] { ++m_listings; },
-                        .settle = [this] { ++m_settled; },
-                        .now = [this] { return m_now; }}};
+    HostCommands m_sut{
+        {.store = m_store,
+         .drivers = m_drivers,
+         .reply = [this]() -> std::ostream& { return m_reply; },
+         .quit = [this] { ++m_quits; },
+         .showModules = [this] { ++m_listings; },
+         .settle = [this] { ++m_settled; },
+         .lookForEnds = [this] { m_onLook(); },
+         .park = [this](const auto& id) { return m_calls.emplace_back("park " + id), m_refusal; },
+         .unpark = [this](const auto& id) { return m_calls.emplace_back("unpark " + id), m_refusal; },
+         .now = [this] { return m_now; }}};
 };
 
 /// What a terminal would obey: a control character, ESC, the same as one character beyond ASCII and as its
@@ -82,9 +91,9 @@ TEST_F(HostCommandsTest, ModulesAreListedByTheModule) {
 }
 
 TEST_F(HostCommandsTest, DriversShowsHowEachIs) {
-    m_roster.processStarted("AXIS1", 42);
-    m_roster.processEnded("AXIS1", 42, "exit code 3");
-    m_roster.processStarted("AXIS2", 43);
+    m_drivers.processStarted("AXIS1", 42);
+    m_drivers.processEnded("AXIS1", 42, "exit code 3", {}, false);
+    m_drivers.processStarted("AXIS2", 43);
     const std::string text = reply("drivers");
     EXPECT_EQ(0u,
               text.find("ID     type   version  mode    process  status      since                restarts  "
@@ -103,22 +112,23 @@ TEST_F(HostCommandsTest, DriversShowsHowEachIs) {
 }
 
 TEST_F(HostCommandsTest, DriversShowsRestartsAndTheNextTry) {
-    m_roster.processStarted("AXIS1", 42);
-    m_roster.processEnded("AXIS1", 42, "exit code 3");
-    m_roster.addRestart("AXIS1");
-    m_roster.setNextTry("AXIS1", m_now + std::chrono::seconds(3600));
-    m_roster.processStarted("AXIS2", 43);
-    m_roster.processHung("AXIS2", 43, "hung for 10 s");
-    m_roster.setNextTry("AXIS2", m_now);
+    m_drivers.processStarted("AXIS1", 42);
+    m_drivers.processEnded("AXIS1", 42, "exit code 3", {}, true);
+    m_drivers.addRestart("AXIS1");
+    m_now = *m_drivers.find("AXIS1")->nextTry - std::chrono::seconds(3600);
+    m_drivers.processStarted("AXIS2", 43);
+    m_drivers.processHung("AXIS2", 43, "hung for 10 s");
+    m_drivers.processStarted("AXIS3", 44);
+    m_drivers.processEnded("AXIS3", 44, "exit code 4", std::chrono::hours(2), true);
     const std::string text = reply("drivers");
     EXPECT_NE(std::string::npos, text.find("  1         exit code 3    in 3600 s  0/0 ")) << text;
     EXPECT_NE(std::string::npos, text.find("43       hung        20")) << text;
-    EXPECT_NE(std::string::npos, text.find("  0         hung for 10 s  now        0/0 ")) << text;
+    EXPECT_NE(std::string::npos, text.find("  0         hung for 10 s  -          0/0 ")) << text;
 }
 
 TEST_F(HostCommandsTest, DriversShowsTrafficAndWhatIsQueued) {
-    m_roster.processStarted("TRAFFIC", 42);
-    m_roster.setTraffic("TRAFFIC", 12.4, 340.6);
+    m_drivers.processStarted("TRAFFIC", 42);
+    m_drivers.setTraffic("TRAFFIC", 12.4, 340.6);
     sal::MessageQueue in;
     sal::MessageQueue out;
     ASSERT_TRUE(in.create("TRAFFIC_INQ", 10, 100, 0));
@@ -143,7 +153,7 @@ TEST_F(HostCommandsTest, DriversShowsHowEachIsReached) {
         entries.back().version = "1";
         entries.back().interfaceType = type;
     }
-    m_roster.configure(entries, true);
+    m_drivers.configure(entries, true);
     const std::string text = reply("drivers");
     EXPECT_NE(std::string::npos, text.find("\nA      T      1        direct  -  ")) << text;
     EXPECT_NE(std::string::npos, text.find("\nB      T      1        queue   -  ")) << text;
@@ -208,7 +218,7 @@ TEST_F(HostCommandsTest, StateTakesAPattern) {
 }
 
 TEST_F(HostCommandsTest, LossesOfADriverAreShownWithItsStateAndInItsRow) {
-    m_roster.processStarted("AXIS1", 42);
+    m_drivers.processStarted("AXIS1", 42);
     for (int i = 0; i < 16384 + 3; ++i)
         m_store.setStateValueInt("AXIS1." + std::to_string(i), i);
     EXPECT_EQ("no state value matches X.*\nAXIS1: 3 new values dropped, at most 16384 are kept\n",
@@ -256,9 +266,9 @@ TEST_F(HostCommandsTest, DriversShowsNoIDTypeOrCauseAsItIs) {
     entry.driverID = "A" + g_text;
     entry.driverType = "T" + g_text;
     entry.version = "V" + g_text;
-    m_roster.configure({entry}, true);
-    m_roster.processStarted("A" + g_text, 42);
-    m_roster.processEnded("A" + g_text, 42, "c" + g_text);
+    m_drivers.configure({entry}, true);
+    m_drivers.processStarted("A" + g_text, 42);
+    m_drivers.processEnded("A" + g_text, 42, "c" + g_text, {}, false);
     const std::string text = reply("drivers");
     EXPECT_NE(std::string::npos,
               text.find("\nA" + g_shown + "  T" + g_shown + "  V" + g_shown + "  queue   42 "))
@@ -288,4 +298,41 @@ TEST_F(HostCommandsTest, EventsAreListedInOrder) {
     const std::string text = reply("events");
     EXPECT_TRUE(text.starts_with("time                 event       value  from\n20")) << text;
     EXPECT_LT(text.find("SYS.HIGH"), text.find("AXIS1.DONE"));
+}
+
+TEST_F(HostCommandsTest, DriversShowsWhatIsDueAndWhatIsParked) {
+    m_drivers.processStarted("AXIS1", 42);
+    m_drivers.processEnded("AXIS1", 42, "exit code 3", {}, true);
+    m_now = *m_drivers.find("AXIS1")->nextTry;
+    m_drivers.beginParking("AXIS2", "parked at the console");
+    m_drivers.endParking("AXIS2");
+    const std::string text = reply("drivers");
+    EXPECT_NE(std::string::npos, text.find("  exit code 3            now       ")) << text;
+    EXPECT_NE(std::string::npos, text.find("  parked      ")) << text;
+    EXPECT_NE(std::string::npos, text.find("  parked at the console  -         ")) << text;
+}
+
+TEST_F(HostCommandsTest, EndsAreLookedForBeforeDriversAndValuesAreShown) {
+    m_drivers.processStarted("AXIS1", 42);
+    m_store.setStateValueInt("AXIS1.N", 7);
+    m_onLook = [&] { m_drivers.processEnded("AXIS1", 42, "exit code 3", {}, false); };
+    EXPECT_NE(std::string::npos, reply("state").find("(exit code 3)"));
+    m_drivers.processStarted("AXIS1", 43);
+    m_onLook = [&] { m_drivers.processEnded("AXIS1", 43, "exit code 4", {}, false); };
+    EXPECT_NE(std::string::npos, reply("drivers").find("  exit code 4  "));
+}
+
+TEST_F(HostCommandsTest, DriversAreStoppedAndStarted) {
+    EXPECT_EQ("", reply("stopDriver AXIS1"));
+    EXPECT_EQ("", reply("startDriver AXIS1"));
+    EXPECT_EQ((std::vector<std::string>{"park AXIS1", "unpark AXIS1"}), m_calls);
+    m_refusal = "a reason";
+    EXPECT_EQ("AXIS1 is not stopped: a reason\n", reply("stopDriver AXIS1"));
+    EXPECT_EQ("AXIS1 is not started: a reason\n", reply("startDriver AXIS1"));
+}
+
+TEST_F(HostCommandsTest, StopAndStartWithoutADriverTellTheirUse) {
+    EXPECT_EQ(0u, reply("stopDriver").find("stopDriver <driverID>\n"));
+    EXPECT_EQ(0u, reply("startDriver").find("startDriver <driverID>\n"));
+    EXPECT_TRUE(m_calls.empty());
 }

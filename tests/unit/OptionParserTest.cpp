@@ -45,6 +45,7 @@ TEST_F(OptionParserTest, HasTheDefaultsOfAPlainRun) {
     EXPECT_EQ(std::chrono::seconds(3), sut.stopTimeout);
     EXPECT_FALSE(sut.follow);
     EXPECT_FALSE(sut.requireSignature);
+    EXPECT_FALSE(sut.tellsPanel);
 }
 
 TEST_F(OptionParserTest, DriversAndConfigAreRequired) {

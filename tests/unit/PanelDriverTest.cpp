@@ -167,7 +167,7 @@ TEST_F(PanelDriverTest, MissingParameterIsNamedInTheLog) {
 TEST_F(PanelDriverTest, UnknownFidIsLoggedWithThoseThatAreKnown) {
     EXPECT_FALSE(sut.sendFID("DANCE", {}));
     EXPECT_THAT(log.text(),
-                HasSubstr("PANEL: unknown FID \"DANCE\"; known are ALARM, ALARM.CLEAR, MACRO.CANCEL, "
+                HasSubstr("PANEL: unknown FID \"DANCE\"; known are ALARM, ALARM.CLEAR, DRIVER, MACRO.CANCEL, "
                           "MACRO.DELETE, MACRO.LOAD, MACRO.PLAY, MACRO.RECORD, MACRO.RENAME, MACRO.SAVE, "
                           "MACRO.STOP"));
 }

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "HangGuard.h"
 #include "InterfaceIds.h"
 #include "LogCapture.h"
 
@@ -617,36 +618,43 @@ TEST(StateStore, TakesReportsFromManyThreads) {
     EXPECT_EQ(4000u, sut.arrivals());
 }
 
-TEST(StateStore, LooksAfterTheDriverBeforeItTakesAValue) {
+TEST(StateStore, ValueCarriesTheNumberOfItsDriversStart) {
     StateStore sut;
-    sut.setRefresh([&](const std::string& driverID) {
-        if (driverID == "A")
-            sut.driverEnded("A", "signal 9");
-    });
     sut.setStateValueInt("A.X", 1);
-    sut.setStateValueInt("B.X", 1);
-    EXPECT_TRUE(sut.find("A.X")->isStale());
-    EXPECT_FALSE(sut.find("B.X")->isStale());
+    EXPECT_EQ(0u, sut.find("A.X")->start);
+    EXPECT_EQ(1u, sut.driverStarted("A"));
+    sut.setStateValueInt("A.X", 1);
+    EXPECT_EQ(1u, sut.find("A.X")->start);
+    EXPECT_EQ(2u, sut.driverStarted("A"));
+    EXPECT_EQ(1u, sut.driverStarted("B"));
+    EXPECT_EQ(1u, sut.find("A.X")->start);
 }
 
-TEST(StateStore, LooksAfterAllDriversBeforeEachReading) {
+TEST(StateStore, EndOfAnEarlierStartLeavesTheValuesOfTheNextOneLive) {
     StateStore sut;
-    sut.setStateValueInt("A.X", 1);
-    sut.setRefresh([&](const std::string&) { sut.driverEnded("A", "signal 9"); });
-    EXPECT_TRUE(sut.find("A.X")->isStale());
+    const auto first = sut.driverStarted("A");
+    sut.setStateValueInt("A.OLD", 1);
+    sut.setStateValueInt("A.BOTH", 1);
     sut.driverStarted("A");
-    sut.setRefresh({});
-    sut.setStateValueInt("A.X", 1);
-    ASSERT_FALSE(sut.find("A.X")->isStale());
-    sut.setRefresh([&](const std::string&) { sut.driverEnded("A", "signal 9"); });
-    EXPECT_TRUE(sut.entries("").front().isStale());
+    sut.setStateValueInt("A.BOTH", 2);
+    EXPECT_EQ(1u, sut.driverEnded("A", "signal 9", first));
+    EXPECT_EQ("signal 9", sut.find("A.OLD")->staleCause);
+    EXPECT_FALSE(sut.find("A.BOTH")->isStale());
+    sut.setStateValueInt("A.NEW", 1);
+    EXPECT_FALSE(sut.find("A.NEW")->isStale());
 }
 
-TEST(StateStore, FollowersOfADeadDriverAreToldStaleValues) {
-    StateStore sut;
-    Recording recording;
-    sut.addListener(&recording);
-    sut.setRefresh([&](const std::string&) { sut.driverEnded("A", "signal 9"); });
-    sut.setStateValueInt("A.X", 1);
-    EXPECT_EQ(Lines{"A.X=1 stale"}, recording.lines);
+TEST(StateStore, EndOfAnEarlierStartIsForgottenWhenTheNextOneSettles) {
+    StateStore sut(settlingIn(std::chrono::milliseconds(20)));
+    const auto first = sut.driverStarted("A");
+    sut.setStateValueInt("A.OLD", 1);
+    sut.driverStarted("A");
+    sut.setStateValueInt("A.NEW", 2);
+    sut.driverEnded("A", "signal 9", first);
+    ASSERT_TRUE(sut.find("A.OLD"));
+    EXPECT_TRUE(eventually([&] {
+        sut.forgetSettled();
+        return !sut.find("A.OLD");
+    }));
+    EXPECT_FALSE(sut.find("A.NEW")->isStale());
 }

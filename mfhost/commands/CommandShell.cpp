@@ -1,0 +1,171 @@
+#include "CommandShell.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+#include "Console.h"
+#include "HostLog.h"
+#include "Printable.h"
+#include "Words.h"
+#include "sal/MessageQueue.h"
+
+namespace {
+
+/// How long a terminal waits for a command before it offers the next prompt.
+constexpr std::chrono::seconds s_promptDelay{2};
+/// An output that is closed for good is not worth a line for each command.
+constexpr std::chrono::minutes s_outputComplaintInterval{1};
+
+}  // namespace
+
+CommandShell::CommandShell(Context context)
+    : m_context(std::move(context)),
+      m_hostCommands(
+          {.store = m_context.store,
+           .drivers = m_context.drivers,
+           .reply = [this]() -> std::ostream& { return *m_pReply; },
+           .quit = m_context.quit,
+           .showModules = m_context.showModules,
+           .settle = [this] { settle(); },
+           .lookForEnds = m_context.lookForEnds,
+           .park = [this](const auto& driverID) { return m_context.workplace.park(driverID); },
+           .unpark = [this](const auto& driverID) { return m_context.workplace.unpark(driverID); }}),
+      m_completion(m_context.drivers, m_context.store) {}
+
+void CommandShell::begin() {
+    m_hostCommands.registerCommands();
+    m_completion.begin(m_processor.names());
+}
+
+void CommandShell::endStart() {
+    m_isStartOver = true;
+    m_isStartOver.notify_all();
+}
+
+void CommandShell::readLine(const std::string& line) {
+    if (Console::isInteractive())
+        readTerminalLine(line);
+    else
+        readScriptLine(line);
+}
+
+void CommandShell::endInput() {
+    if (!Console::isInteractive())
+        m_isStartOver.wait(false);
+    m_context.commands.stopWhenDone();
+}
+
+bool CommandShell::postDriverCommand(const std::string& line) {
+    return m_context.commands.post(line, [this, line] { execute(line, EOrigin::Driver); });
+}
+
+void CommandShell::readTerminalLine(const std::string& line) {
+    // The prompt waits for the reply, but not for a command that takes long.
+    auto pDone = std::make_shared<std::promise<void>>();
+    auto done = pDone->get_future();
+    const bool isPosted = m_context.commands.post(line, [this, line, pDone] {
+        execute(line, EOrigin::Console);
+        pDone->set_value();
+    });
+    pDone.reset();
+    if (!isPosted)
+        std::cout << "the host is stopping or has too much to do; \"" << base::printable(line)
+                  << "\" is ignored" << std::endl;
+    else if (done.wait_for(s_promptDelay) == std::future_status::timeout)
+        std::cout << "\"" << base::printable(line) << "\" goes on; its reply comes later" << std::endl;
+}
+
+void CommandShell::readScriptLine(const std::string& line) {
+    if (!m_isStartOver && base::splitWords(line).words == std::vector<std::string>{"quit"}) {
+        // As at the end of the input, the drivers that are being started are not held to the shutdown's time.
+        hostLog(sal::LogOutput::eInfo) << "shutting down: quit" << std::endl;
+        m_context.commands.stopAfterCurrent();
+        return;
+    }
+    m_isStartOver.wait(false);
+    m_context.commands.postWaiting(line, [this, line] { execute(line, EOrigin::Console); });
+}
+
+void CommandShell::execute(const std::string& line, EOrigin origin) {
+    std::ostringstream driverReply;
+    std::ostream& reply = origin == EOrigin::Console ? std::cout : driverReply;
+    m_pReply = &reply;
+    executeChecked(line, reply);
+    m_pReply = nullptr;
+    reply << std::flush;
+    std::istringstream lines(driverReply.str());
+    for (std::string text; std::getline(lines, text);)
+        hostLog(sal::LogOutput::eInfo) << "a driver's command \"" << line << "\": " << text << std::endl;
+}
+
+void CommandShell::executeChecked(const std::string& line, std::ostream& reply) {
+    const std::vector<std::string> words = base::splitWords(line).words;
+    if (!m_isOpen)
+        return;
+    const std::string command = words.empty() ? std::string() : words.front();
+    if (command == "reloadDriver" && words.size() > 1 && words[1] != "--help") {
+        reload(line, words[1], reply);
+        return;
+    }
+    // Without an ID there is nothing to reload, only the command's use to tell.
+    if (command == "reloadDriver") {
+        m_processor.help(command, reply);
+        return;
+    }
+    std::optional<StateStore::ConsoleMark> mark;
+    if (HostCommands::setsState(command))
+        mark.emplace();
+    m_processor.execute(line, reply);
+}
+
+void CommandShell::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {
+    // The module's own command, with its own words.
+    const std::string reason =
+        m_context.workplace.reload(driverID, [&] { m_processor.execute(line, reply); });
+    if (!reason.empty())
+        reply << base::printable(driverID + " is not reloaded, nothing is unloaded: " + reason) << std::endl;
+}
+
+/// A script cannot look again as an operator at a terminal can: it waits until no driver has messages left
+/// and nothing has arrived for a moment, a second at most.
+void CommandShell::settle() const {
+    using Clock = std::chrono::steady_clock;
+    if (Console::isInteractive())
+        return;
+    constexpr std::chrono::milliseconds quietTime{100};
+    const auto limit = Clock::now() + std::chrono::seconds(1);
+    auto quietSince = Clock::now();
+    for (auto arrivals = m_context.store.arrivals(); Clock::now() < limit;) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        const auto queues = sal::MessageQueue::statuses();
+        const bool isAllTaken =
+            std::all_of(queues.begin(), queues.end(), [](const auto& queue) { return queue.depth == 0; });
+        const auto arrived = m_context.store.arrivals();
+        if (!isAllTaken || arrived != std::exchange(arrivals, arrived))
+            quietSince = Clock::now();
+        else if (Clock::now() - quietSince >= quietTime)
+            return;
+    }
+}
+
+/// A disk that is full for a moment must not silence standard output for good. What was printed meanwhile is
+/// lost.
+void CommandShell::recoverOutput() {
+    if (std::cout && !std::ferror(stdout))
+        return;
+    std::cout.clear();
+    std::clearerr(stdout);
+    const auto now = std::chrono::steady_clock::now();
+    if (m_outputLost && now - *m_outputLost < s_outputComplaintInterval)
+        return;
+    m_outputLost.emplace(now);
+    hostLog(sal::LogOutput::eWarning)
+        << "standard output could not be written; what was printed is lost" << std::endl;
+}

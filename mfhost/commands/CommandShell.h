@@ -1,0 +1,78 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CommandThread.h"
+#include "Completion.h"
+#include "DriverTable.h"
+#include "HostCommands.h"
+#include "StateStore.h"
+#include "Workplace.h"
+#include "sal/CmdProcessor.h"
+
+/// Executes command lines, of the console and of drivers, on the command thread: the host's own commands and
+/// those that the module registers. Owned by Host; outlives the manager.
+class CommandShell {
+public:
+    struct Context {
+        CommandThread& commands;
+        StateStore& store;
+        const DriverTable& drivers;
+        Workplace& workplace;
+        /// Tells the table of drivers and the store of processes that have ended by now.
+        std::function<void()> lookForEnds;
+        std::function<void()> quit;
+        std::function<void()> showModules;
+    };
+
+    explicit CommandShell(Context context);
+    CommandShell(const CommandShell&) = delete;
+    CommandShell& operator=(const CommandShell&) = delete;
+
+    /// Registers the host's commands, once the module has registered its own. Command thread.
+    void begin();
+    /// Lines are executed from here on.
+    void open() { m_isOpen = true; }
+    /// The start is over, even if it failed: scripts go on. Any thread.
+    void endStart();
+
+    /// A line of the console, on its thread. At a terminal returns when it was executed, or after a while; a
+    /// script's lines wait for the end of the start.
+    void readLine(const std::string& line);
+    /// The console's input has ended: stops the host when all is done.
+    void endInput();
+    /// A driver's command; false when there is no room for it. Any thread.
+    bool postDriverCommand(const std::string& line);
+    /// The words that begin with the prefix and may follow these. Console thread.
+    std::vector<std::string> complete(const std::vector<std::string>& before,
+                                      const std::string& prefix) const {
+        return m_completion.words(before, prefix);
+    }
+
+    /// Has a standard output that could not be written tried again. Command thread.
+    void recoverOutput();
+
+private:
+    enum class EOrigin { Console, Driver };
+
+    void readTerminalLine(const std::string& line);
+    void readScriptLine(const std::string& line);
+    void execute(const std::string& line, EOrigin origin);
+    void executeChecked(const std::string& line, std::ostream& reply);
+    void reload(const std::string& line, const std::string& driverID, std::ostream& reply);
+    void settle() const;
+
+    const Context m_context;
+    sal::CmdProcessor m_processor;
+    std::ostream* m_pReply = nullptr;  ///< of the running command
+    HostCommands m_hostCommands;
+    Completion m_completion;
+    std::optional<std::chrono::steady_clock::time_point> m_outputLost;  ///< when it was last said
+    std::atomic<bool> m_isOpen = false;
+    std::atomic<bool> m_isStartOver = false;
+};

@@ -1,0 +1,325 @@
+#include "DriverTable.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "HostLog.h"
+#include "PanelNames.h"
+
+DriverTable::DriverTable(StateStore& store, std::optional<RestartPlan::Settings> restart)
+    : m_store(store), m_restart(std::move(restart)) {
+    // The module starts this one whatever the configuration says.
+    Row& panel = row(protocol::panelDriverID);
+    panel.type = protocol::panelType;
+    panel.version = protocol::panelVersion;
+    panel.interfaceType = EInterfaceTypes::Direct;
+}
+
+DriverTable::Row& DriverTable::row(const std::string& driverID) {
+    const auto [position, isNew] = m_rows.try_emplace(driverID, m_restart ? *m_restart : m_noRestart);
+    if (isNew)
+        position->second.id = driverID;
+    return position->second;
+}
+
+/// The row of a driver that may have left the table by now; null where it has.
+DriverTable::Row* DriverTable::known(const std::string& driverID) {
+    const auto found = m_rows.find(driverID);
+    return found == m_rows.end() ? nullptr : &found->second;
+}
+
+bool DriverTable::mayHappen(const Row& row, EDriverEvent event) {
+    const bool isAllowed = nextState(row.state, event).has_value();
+    if (!isAllowed)
+        hostLog(sal::LogOutput::eError) << row.id << ": \"" << inWords(event)
+                                        << "\" is ignored: the driver is " << inWords(row.state) << std::endl;
+    return isAllowed;
+}
+
+/// Whether the event may happen. What belongs to the new state is in the row by then: the follower sees it.
+bool DriverTable::take(Row& row, EDriverEvent event) {
+    if (!mayHappen(row, event))
+        return false;
+    const auto next = nextState(row.state, event);
+    if (*next == row.state && event != EDriverEvent::InstanceBegins)
+        return true;
+    row.state = *next;
+    if (row.state != EDriverState::Waiting && row.state != EDriverState::Due)
+        row.nextTry.reset();
+    if (m_follower)
+        m_follower(row);
+    return true;
+}
+
+void DriverTable::configure(const std::vector<WorkplaceFile::Entry>& entries, bool isWhole) {
+    std::set<std::string_view> configuredIDs;
+    const std::lock_guard lock(m_mutex);
+    for (const WorkplaceFile::Entry& entry : entries) {
+        configuredIDs.insert(entry.driverID);
+        Row& configured = row(entry.driverID);
+        configured.type = entry.driverType;
+        configured.version = entry.version;
+        configured.interfaceType = entry.interfaceType;
+    }
+    if (!isWhole)
+        return;
+    std::erase_if(m_rows, [&](const auto& item) {
+        const Row& gone = item.second;
+        const bool isParked = gone.state == EDriverState::Parking || gone.state == EDriverState::Parked;
+        return !configuredIDs.contains(item.first) && item.first != protocol::panelDriverID &&
+               !gone.isAlive && !isParked;
+    });
+}
+
+void DriverTable::beginStart(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    Row& started = row(driverID);
+    started.plan.reset();
+    started.isRestart = false;
+    started.saidCause.clear();
+    take(started, started.isAlive ? EDriverEvent::ReloadBegins : EDriverEvent::StartBegins);
+}
+
+bool DriverTable::beginRestart(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_rows.find(driverID);
+    // A command that came first has taken it out of its waiting.
+    if (found == m_rows.end() || found->second.state != EDriverState::Due)
+        return false;
+    found->second.isRestart = true;
+    return take(found->second, EDriverEvent::RestartBegins);
+}
+
+void DriverTable::endStart(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    startIsOver(row(driverID));
+}
+
+void DriverTable::startIsOver(Row& row) {
+    row.isRestart = false;
+    take(row, EDriverEvent::StartIsOver);
+    // The former instance, which goes on, takes messages no more than before.
+    if (row.isHung && row.state == EDriverState::Running)
+        take(row, EDriverEvent::InstanceHangs);
+}
+
+std::optional<DriverTable::MissingProcess> DriverTable::endProcessStart(const std::string& driverID,
+                                                                        const std::string& cause,
+                                                                        bool isTried) {
+    const std::lock_guard lock(m_mutex);
+    Row& started = row(driverID);
+    if (started.state != EDriverState::Starting) {
+        startIsOver(started);
+        return std::nullopt;
+    }
+    started.isRestart = false;
+    started.pid = 0;
+    started.cause = cause;
+    started.since = std::chrono::system_clock::now();
+    MissingProcess missing;
+    missing.next = plan(started, {}, isTried);
+    take(started, missing.next.delay ? EDriverEvent::StartFails : EDriverEvent::StartFailsForGood);
+    m_store.driverEnded(driverID, cause);
+    missing.isNews = std::exchange(started.saidCause, cause) != cause || !missing.next.delay;
+    return missing;
+}
+
+void DriverTable::giveUp(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    Row& left = row(driverID);
+    if (take(left, EDriverEvent::IsGivenUp))
+        left.isRestart = false;
+}
+
+void DriverTable::addRestart(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    ++row(driverID).restarts;
+}
+
+void DriverTable::beginParking(const std::string& driverID, const std::string& cause) {
+    const std::lock_guard lock(m_mutex);
+    Row& parked = row(driverID);
+    parked.parkCause = cause;
+    parked.plan.reset();
+    parked.isRestart = false;
+    take(parked, EDriverEvent::ParkBegins);
+}
+
+void DriverTable::endParking(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    Row& parked = row(driverID);
+    if (!mayHappen(parked, EDriverEvent::ParkIsOver))
+        return;
+    parked.cause = parked.parkCause;
+    parked.since = std::chrono::system_clock::now();
+    take(parked, EDriverEvent::ParkIsOver);
+    m_store.driverParked(driverID, parked.parkCause);
+}
+
+/// What is planned next for a driver that runs no more; nothing where none is ever started again.
+DriverTable::Next DriverTable::plan(Row& row, RestartPlan::Duration ran, bool isTried) {
+    if (!m_restart)
+        return {};
+    Next next;
+    next.delay = isTried ? row.plan.ended(ran) : row.plan.putOff();
+    if (!next.delay)
+        next.limit = m_restart->limit;
+    if (next.delay)
+        row.nextTry = Clock::now() + *next.delay;
+    return next;
+}
+
+bool DriverTable::instanceBegins(Row& row, int pid, bool isByHand) {
+    if (!mayHappen(row, EDriverEvent::InstanceBegins))
+        return false;
+    // The end of the former one has not been noticed yet, and is not told any more.
+    if (row.isAlive)
+        m_store.driverEnded(row.id, "unloaded");
+    row.isAlive = true;
+    row.isHung = false;
+    row.pid = pid;
+    row.isByHand = isByHand;
+    if (pid > 0)
+        row.interfaceType = EInterfaceTypes::Queue;
+    row.since = std::chrono::system_clock::now();
+    row.receivedPerSecond = 0;
+    row.sentPerSecond = 0;
+    row.saidCause.clear();
+    row.start = m_store.driverStarted(row.id);
+    take(row, EDriverEvent::InstanceBegins);
+    return std::exchange(row.isRestart, false);
+}
+
+/// How many values have become stale.
+std::size_t DriverTable::instanceEnds(Row& row, EDriverEvent event, const std::string& cause) {
+    const bool isParked = row.state == EDriverState::Parking || row.state == EDriverState::Parked;
+    row.cause = isParked ? row.parkCause : cause;
+    row.since = std::chrono::system_clock::now();
+    row.receivedPerSecond = 0;
+    row.sentPerSecond = 0;
+    row.isHung = event == EDriverEvent::InstanceHangs;
+    row.isAlive = row.isHung;
+    take(row, event);
+    return m_store.driverEnded(row.id, row.cause, row.start);
+}
+
+bool DriverTable::processStarted(const std::string& driverID, int pid, bool isByHand) {
+    const std::lock_guard lock(m_mutex);
+    return instanceBegins(row(driverID), pid, isByHand);
+}
+
+std::optional<DriverTable::End> DriverTable::processEnded(const std::string& driverID, int pid,
+                                                          const std::string& cause, RestartPlan::Duration ran,
+                                                          bool isPlanned) {
+    const std::lock_guard lock(m_mutex);
+    Row* pEnded = known(driverID);
+    if (!pEnded || pEnded->pid != pid || !pEnded->isAlive)
+        return std::nullopt;
+    End end;
+    end.wasAsked = pEnded->state != EDriverState::Running && pEnded->state != EDriverState::Hung;
+    if (isPlanned && !end.wasAsked)
+        end.next = plan(*pEnded, ran, true);
+    end.staleValues = instanceEnds(
+        *pEnded, end.next.delay ? EDriverEvent::InstanceEndsEarly : EDriverEvent::InstanceEnds, cause);
+    return end;
+}
+
+std::optional<std::size_t> DriverTable::processHung(const std::string& driverID, int pid,
+                                                    const std::string& cause) {
+    const std::lock_guard lock(m_mutex);
+    Row* pHung = known(driverID);
+    if (!pHung || pHung->pid != pid || !pHung->isAlive)
+        return std::nullopt;
+    return instanceEnds(*pHung, EDriverEvent::InstanceHangs, cause);
+}
+
+void DriverTable::setTraffic(const std::string& driverID, double receivedPerSecond, double sentPerSecond) {
+    const std::lock_guard lock(m_mutex);
+    Row* pMeasured = known(driverID);
+    if (!pMeasured)
+        return;
+    pMeasured->receivedPerSecond = receivedPerSecond;
+    pMeasured->sentPerSecond = sentPerSecond;
+}
+
+void DriverTable::callBegins(const std::string& driverID, const char* operation) {
+    const std::lock_guard lock(m_mutex);
+    m_calls.push_back({driverID, operation, Clock::now()});
+    if (std::string_view(operation) == "setConfiguration")
+        instanceBegins(row(driverID), 0, false);
+}
+
+void DriverTable::callEnded(const std::string& driverID, const char* operation) {
+    const std::lock_guard lock(m_mutex);
+    const auto call = std::find_if(m_calls.begin(), m_calls.end(), [&](const Call& candidate) {
+        return candidate.driverID == driverID && candidate.operation == operation;
+    });
+    if (call != m_calls.end())
+        m_calls.erase(call);
+}
+
+void DriverTable::driverDeleted(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    Row* pDeleted = known(driverID);
+    if (pDeleted && pDeleted->isAlive && pDeleted->pid == 0)
+        instanceEnds(*pDeleted, EDriverEvent::InstanceEnds, "unloaded");
+}
+
+std::vector<std::string> DriverTable::takeDue(Clock::time_point now) {
+    std::vector<std::string> due;
+    const std::lock_guard lock(m_mutex);
+    for (auto& [driverID, row] : m_rows) {
+        if (row.state != EDriverState::Waiting || *row.nextTry > now)
+            continue;
+        take(row, EDriverEvent::TimeComes);
+        due.push_back(driverID);
+    }
+    return due;
+}
+
+std::optional<DriverTable::Clock::time_point> DriverTable::nextDue() const {
+    std::optional<Clock::time_point> next;
+    const std::lock_guard lock(m_mutex);
+    for (const auto& [driverID, row] : m_rows) {
+        if (row.state == EDriverState::Waiting)
+            next = next ? std::min(*next, *row.nextTry) : *row.nextTry;
+    }
+    return next;
+}
+
+std::vector<DriverTable::Driver> DriverTable::drivers() const {
+    std::vector<Driver> all;
+    const std::lock_guard lock(m_mutex);
+    for (const auto& [id, row] : m_rows)
+        all.push_back(row);
+    return all;
+}
+
+std::optional<DriverTable::Driver> DriverTable::find(const std::string& driverID) const {
+    const std::lock_guard lock(m_mutex);
+    const auto position = m_rows.find(driverID);
+    return position == m_rows.end() ? std::nullopt : std::optional<Driver>(position->second);
+}
+
+bool DriverTable::isRunning(const std::string& driverID) const {
+    const auto driver = find(driverID);
+    return driver && driver->state == EDriverState::Running;
+}
+
+bool DriverTable::hasProcess(const std::string& driverID) const {
+    const auto driver = find(driverID);
+    return driver && driver->pid > 0 && !driver->isByHand;
+}
+
+bool DriverTable::isLast(const std::string& driverID, int pid) const {
+    const auto driver = find(driverID);
+    return driver && driver->pid == pid;
+}
+
+std::optional<DriverTable::Call> DriverTable::oldestCall() const {
+    const std::lock_guard lock(m_mutex);
+    if (m_calls.empty())
+        return std::nullopt;
+    return m_calls.front();
+}

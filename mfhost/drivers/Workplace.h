@@ -1,0 +1,100 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "DriverTable.h"
+#include "ParkMarks.h"
+#include "QueueTrial.h"
+#include "WorkplaceAdmission.h"
+#include "WorkplaceCopy.h"
+
+class IMDMConfiguration;
+class ProcessSupervisor;
+class WorkplaceFile;
+class WorkplaceSnapshot;
+
+/// Changes which drivers run, always in the same way: the workplace file is read once, checked, rewritten for
+/// the drivers that are parked and handed to the module, which then loads the driver anew; a driver that is
+/// parked has a type there that no descriptor announces, so that the module unloads it and loads nothing.
+/// Owned by Host, used on the command thread.
+class Workplace {
+public:
+    struct Settings {
+        std::string file;                            ///< empty for a workplace without a configuration
+        std::vector<std::string> driverDirectories;  ///< with the descriptors
+        std::string parkMarks;                       ///< the file that remembers who is parked
+        bool isSignatureRequired = false;
+        bool startsProcesses = true;                    ///< else they are started by hand
+        std::chrono::milliseconds queuePatience{3000};  ///< how long a former host's process may keep a queue
+    };
+
+    struct Environment {
+        /// The driver that the command thread is concerned with from now on; empty for none.
+        std::function<void(const std::string& driverID)> concerns;
+        /// The panel driver was loaded and has to hear that all drivers are started.
+        std::function<void()> tellPanel;
+    };
+
+    Workplace(Settings settings, DriverTable& drivers, ProcessSupervisor& supervisor,
+              Environment environment);
+    ~Workplace();
+    Workplace(const Workplace&) = delete;
+    Workplace& operator=(const Workplace&) = delete;
+
+    /// Reads and checks the file for a start; false, with the reasons in the log, when nothing may be started
+    /// from it. Before the module is made.
+    bool prepareStart();
+    /// Has the module search the descriptors and start the panel driver and the drivers of the file that are
+    /// not parked. False, with a line, when the panel driver does not start.
+    bool start(IMDMConfiguration& module);
+    /// The module is about to go: nothing more can be changed.
+    void end() { m_pModule = nullptr; }
+
+    /// Loads the driver anew with what the file says now. reloadByModule is what has the module do it. Why it
+    /// is not done, after which all is as before; empty when it was.
+    std::string reload(const std::string& driverID, const std::function<void()>& reloadByModule);
+    /// Starts a driver again that ended without being asked to.
+    void restart(const std::string& driverID);
+    /// Unloads the driver, and keeps it so until unpark, over restarts of the host too. Needs nothing of the
+    /// file. Why it is not done, or empty.
+    std::string park(const std::string& driverID);
+    /// Starts a driver that is parked, or that has ended, with what the file says now. Why it is not done, or
+    /// empty.
+    std::string unpark(const std::string& driverID);
+
+private:
+    void configure(const WorkplaceFile& file);
+    void searchDrivers(IMDMConfiguration& module);
+    void searchDirectory(IMDMConfiguration& module, const std::string& directory);
+    std::string refusal(const WorkplaceSnapshot& workplace, const std::string& driverID);
+    std::string handToModule(std::shared_ptr<const WorkplaceSnapshot> pWorkplace,
+                             const std::string& leavingID = {});
+    bool isParked(const std::string& driverID) const;
+    std::set<std::string> unannounced(const std::string& leavingID) const;
+    void loadAnew(const WorkplaceSnapshot& workplace, const std::string& driverID,
+                  const std::function<void()>& reloadByModule);
+    std::string tryRestart(const std::string& driverID);
+    std::string queueFault(const WorkplaceSnapshot& workplace, const std::string& driverID);
+    void endStart(const std::string& driverID, const std::string& queueFault = {});
+    bool isProcessDriver(const DriverTable::Driver& driver) const;
+    bool isDescribed(const std::string& type, const std::string& version) const;
+    std::string unannouncedType() const;
+
+    const Settings m_settings;
+    DriverTable& m_drivers;
+    ProcessSupervisor& m_supervisor;
+    const Environment m_environment;
+    WorkplaceAdmission m_admission;
+    QueueTrial m_queueTrial;
+    ParkMarks m_parked;
+    IMDMConfiguration* m_pModule = nullptr;
+    /// What the module was handed last; null before.
+    std::shared_ptr<const WorkplaceSnapshot> m_pHanded;
+    std::unique_ptr<WorkplaceCopy> m_pCopy;  ///< none without a configuration
+    bool m_isCopyNamed = false;
+};

@@ -1,0 +1,266 @@
+#include "CommandShell.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <future>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "HangGuard.h"
+#include "LogCapture.h"
+#include "ProcessSupervisor.h"
+#include "TemporaryDirectory.h"
+#include "sal/CmdRegisterImpl.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+/// What std::cout is given, and a standard input that is no terminal.
+class ScriptStreams {
+public:
+    ScriptStreams() : m_pBefore(std::cout.rdbuf(&m_buffer)), m_input(::dup(STDIN_FILENO)) {
+        const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        ::dup2(nothing, STDIN_FILENO);
+        ::close(nothing);
+    }
+    ~ScriptStreams() {
+        std::cout.rdbuf(m_pBefore);
+        ::dup2(m_input, STDIN_FILENO);
+        ::close(m_input);
+    }
+    ScriptStreams(const ScriptStreams&) = delete;
+    ScriptStreams& operator=(const ScriptStreams&) = delete;
+
+    /// Only while nobody writes.
+    std::string text() const { return m_buffer.str(); }
+
+private:
+    std::stringbuf m_buffer;
+    std::streambuf* const m_pBefore;
+    const int m_input;
+};
+
+/// A shell with its command thread, a workplace that is not started, and commands in place of the module's.
+class CommandShellTest : public testing::Test {
+protected:
+    CommandShellTest() {
+        add("setStateValue", &CommandShellTest::setStateValue);
+        add("reloadDriver", &CommandShellTest::reloadDriver);
+        add("fail", &CommandShellTest::fail);
+        add("note", &CommandShellTest::note);
+        m_sut.begin();
+        m_commands.start([] {}, [] {}, [this] { m_end.set_value(); });
+    }
+
+    void open() {
+        m_sut.open();
+        m_sut.endStart();
+    }
+    /// Has all run that was posted, and the thread end.
+    std::string finish() {
+        m_commands.stopWhenDone();
+        EXPECT_EQ(std::future_status::ready, m_end.get_future().wait_for(c_hangGuard));
+        m_commands.join();
+        return m_streams.text();
+    }
+    /// What these lines of a script print.
+    std::string output(const std::vector<std::string>& lines) {
+        open();
+        for (const std::string& line : lines)
+            m_sut.readLine(line);
+        return finish();
+    }
+
+    TemporaryDirectory m_directory;
+    LogCapture m_log;
+    ScriptStreams m_streams;
+    CommandThread m_commands;
+    StateStore m_store;
+    DriverTable m_drivers{m_store};
+    ProcessSupervisor m_supervisor{m_drivers,
+                                   {},
+                                   {.activity = [] { return CommandActivity(); },
+                                    .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
+                                    .receiverGone = [](const std::string&) {},
+                                    .exitNow = [](int) {},
+                                    .restart = {}}};
+    Workplace m_workplace{{.file = {}, .driverDirectories = {}, .parkMarks = m_directory.path("marks")},
+                          m_drivers,
+                          m_supervisor,
+                          {.concerns = [](const std::string&) {}, .tellPanel = [] {}}};
+    int m_looks = 0;
+    int m_quits = 0;
+    std::vector<std::string> m_notes;
+    std::promise<void> m_end;
+    CommandShell m_sut{{.commands = m_commands,
+                        .store = m_store,
+                        .drivers = m_drivers,
+                        .workplace = m_workplace,
+                        .lookForEnds = [this] { ++m_looks; },
+                        .quit = [this] { ++m_quits; },
+                        .showModules = [] {}}};
+
+private:
+    using Handler = bool (CommandShellTest::*)(sal::CmdParameters&);
+    void add(const char* name, Handler handler) {
+        sal::CmdProcessor::getInstance()->registerCmd(
+            new sal::CmdRegisterImpl<CommandShellTest>(name, "use\n\tof it.", this, handler));
+    }
+    bool setStateValue(sal::CmdParameters& parameters) {
+        m_store.setStateValue(parameters.argument(0), parameters.argument(1));
+        return true;
+    }
+    bool reloadDriver(sal::CmdParameters& parameters) {
+        m_notes.push_back("reload " + parameters.argument(0));
+        return true;
+    }
+    bool fail(sal::CmdParameters&) { throw std::runtime_error("no memory"); }
+    bool note(sal::CmdParameters& parameters) {
+        m_notes.push_back(parameters.argument(0));
+        return true;
+    }
+};
+
+}  // namespace
+
+TEST_F(CommandShellTest, LinesOfAScriptRunInTheirOrder) {
+    EXPECT_EQ("", output({"note 1", "", "# note 2", "note 3"}));
+    EXPECT_THAT(m_notes, ElementsAre("1", "3"));
+}
+
+TEST_F(CommandShellTest, ScriptWaitsForTheEndOfTheStart) {
+    m_sut.open();
+    auto reading = std::async(std::launch::async, [this] { m_sut.readLine("note 1"); });
+    EXPECT_EQ(std::future_status::timeout, reading.wait_for(50ms));
+    m_sut.endStart();
+    EXPECT_EQ(std::future_status::ready, reading.wait_for(c_hangGuard));
+    finish();
+    EXPECT_THAT(m_notes, ElementsAre("1"));
+}
+
+TEST_F(CommandShellTest, QuitOfAScriptDoesNotWaitForTheStart) {
+    m_sut.open();
+    m_sut.readLine(" 'quit' ");
+    ASSERT_EQ(std::future_status::ready, m_end.get_future().wait_for(c_hangGuard));
+    EXPECT_EQ(0, m_quits);
+    EXPECT_THAT(m_log.text(), HasSubstr("info     HOST: shutting down: quit\n"));
+    m_sut.endStart();
+    m_commands.join();
+}
+
+TEST_F(CommandShellTest, QuitAfterTheStartIsACommand) {
+    EXPECT_EQ("", output({"quit"}));
+    EXPECT_EQ(1, m_quits);
+    EXPECT_THAT(m_log.text(), Not(HasSubstr("shutting down")));
+}
+
+TEST_F(CommandShellTest, NothingIsExecutedOfAWorkplaceThatIsNotStarted) {
+    m_sut.endStart();
+    m_sut.readLine("note 1");
+    EXPECT_TRUE(m_sut.postDriverCommand("note 2"));
+    EXPECT_EQ("", finish());
+    EXPECT_TRUE(m_notes.empty());
+}
+
+TEST_F(CommandShellTest, EndOfAScriptWaitsForTheStartAndForItsLines) {
+    m_sut.open();
+    auto reading = std::async(std::launch::async, [this] {
+        m_sut.readLine("note 1");
+        m_sut.endInput();
+    });
+    EXPECT_EQ(std::future_status::timeout, m_end.get_future().wait_for(50ms));
+    m_sut.endStart();
+    EXPECT_EQ(std::future_status::ready, reading.wait_for(c_hangGuard));
+    m_commands.join();
+    EXPECT_THAT(m_notes, ElementsAre("1"));
+}
+
+TEST_F(CommandShellTest, UnknownCommandIsSaidAtTheConsole) {
+    EXPECT_THAT(output({"nonsense"}), HasSubstr("nonsense"));
+}
+
+TEST_F(CommandShellTest, ReplyToADriverGoesIntoTheLog) {
+    open();
+    EXPECT_TRUE(m_sut.postDriverCommand("help note"));
+    EXPECT_EQ("", finish());
+    EXPECT_THAT(m_log.text(), HasSubstr("info     HOST: a driver's command \"help note\": use\n"));
+    EXPECT_THAT(m_log.text(), HasSubstr("info     HOST: a driver's command \"help note\": \\tof it.\n"));
+}
+
+TEST_F(CommandShellTest, DriverIsToldThatThereIsNoRoom) {
+    open();
+    finish();
+    EXPECT_FALSE(m_sut.postDriverCommand("note 1"));
+    EXPECT_TRUE(m_notes.empty());
+}
+
+TEST_F(CommandShellTest, CommandThatFailsSaysSoAndLeavesTheNextOneAlone) {
+    EXPECT_EQ("fail failed: std::runtime_error: no memory\nuse\n\tof it.\n", output({"fail", "help note"}));
+}
+
+TEST_F(CommandShellTest, ReloadGoesTheWayOfTheWorkplace) {
+    EXPECT_EQ("A is not reloaded, nothing is unloaded: the host is stopping\n", output({"reloadDriver A"}));
+    EXPECT_TRUE(m_notes.empty());
+}
+
+TEST_F(CommandShellTest, ReloadShowsNoSignOfATerminal) {
+    EXPECT_EQ("\\x1b[2J is not reloaded, nothing is unloaded: the host is stopping\n",
+              output({"reloadDriver \x1b[2J"}));
+}
+
+TEST_F(CommandShellTest, ReloadWithoutADriverTellsItsUse) {
+    EXPECT_EQ("use\n\tof it.\nuse\n\tof it.\n", output({"reloadDriver", "reloadDriver --help"}));
+    EXPECT_TRUE(m_notes.empty());
+}
+
+TEST_F(CommandShellTest, StopAndStartGoTheWayOfTheWorkplace) {
+    EXPECT_EQ("A is not stopped: the host is stopping\nA is not started: the host is stopping\n",
+              output({"stopDriver A", "startDriver A"}));
+}
+
+TEST_F(CommandShellTest, WhatACommandSetsIsTheConsoles) {
+    output({"setStateValue A.X 1"});
+    ASSERT_TRUE(m_store.find("A.X"));
+    EXPECT_EQ("console", m_store.find("A.X")->owner.text());
+}
+
+TEST_F(CommandShellTest, EndsAreLookedForBeforeDriversAndValuesAreShown) {
+    ::setenv("MFD_QUEUE_DIR", m_directory.path().c_str(), 1);
+    output({"drivers", "state --now"});
+    ::unsetenv("MFD_QUEUE_DIR");
+    EXPECT_EQ(2, m_looks);
+}
+
+TEST_F(CommandShellTest, CommandsAndDriversComplete) {
+    m_drivers.processStarted("AXIS1", 1);
+    EXPECT_THAT(m_sut.complete({}, "stop"), ElementsAre("stopDriver"));
+    EXPECT_THAT(m_sut.complete({"stopDriver"}, "A"), ElementsAre("AXIS1"));
+    EXPECT_THAT(m_sut.complete({"startDriver"}, "A"), ElementsAre("AXIS1"));
+    finish();
+}
+
+TEST_F(CommandShellTest, OutputThatWasClosedForAMomentIsUsedAgainWithOneLine) {
+    std::cout.setstate(std::ios::badbit);
+    m_sut.recoverOutput();
+    EXPECT_TRUE(std::cout);
+    std::cout.setstate(std::ios::badbit);
+    m_sut.recoverOutput();
+    EXPECT_TRUE(std::cout);
+    m_sut.recoverOutput();
+    const std::string text = m_log.text();
+    const std::string line = "standard output could not be written; what was printed is lost\n";
+    EXPECT_THAT(text, HasSubstr("warning  HOST: " + line));
+    EXPECT_EQ(text.find(line), text.rfind(line));
+    finish();
+}

@@ -1,0 +1,468 @@
+#include "DriverTable.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "LogCapture.h"
+
+namespace {
+
+WorkplaceFile::Entry entry(const std::string& id, EInterfaceTypes type) {
+    WorkplaceFile::Entry made;
+    made.driverID = id;
+    made.driverType = "Axis";
+    made.version = "1.0";
+    made.interfaceType = type;
+    return made;
+}
+
+class DriverTableTest : public testing::Test {
+protected:
+    DriverTable::Driver driver(const std::string& id) {
+        for (const auto& driver : m_sut.drivers()) {
+            if (driver.id == id)
+                return driver;
+        }
+        return {};
+    }
+    bool isStale(const std::string& key) { return m_store.find(key)->isStale(); }
+
+    StateStore m_store;
+    DriverTable m_sut{m_store};
+};
+
+}  // namespace
+
+TEST_F(DriverTableTest, KnowsThePanelBeforehand) {
+    EXPECT_EQ("Panel", driver("PANEL").type);
+    EXPECT_EQ(EInterfaceTypes::Direct, driver("PANEL").interfaceType);
+    EXPECT_FALSE(m_sut.isRunning("PANEL"));
+}
+
+TEST_F(DriverTableTest, ListsConfiguredDriversInByteOrder) {
+    m_sut.configure({entry("b", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Direct)}, true);
+    ASSERT_EQ(3u, m_sut.drivers().size());
+    EXPECT_EQ("B", m_sut.drivers()[0].id);
+    EXPECT_EQ("PANEL", m_sut.drivers()[1].id);
+    EXPECT_EQ("b", m_sut.drivers()[2].id);
+    EXPECT_EQ(EDriverState::NotLoaded, driver("b").state);
+    EXPECT_EQ("Axis", driver("b").type);
+}
+
+TEST_F(DriverTableTest, ProcessRunsFromItsStartToItsEnd) {
+    m_sut.processStarted("A", 42);
+    EXPECT_TRUE(m_sut.isRunning("A"));
+    EXPECT_EQ(42, driver("A").pid);
+    m_store.setStateValueInt("A.X", 1);
+    EXPECT_EQ(1u, m_sut.processEnded("A", 42, "exit code 3", {}, false)->staleValues);
+    EXPECT_FALSE(m_sut.isRunning("A"));
+    EXPECT_EQ("exit code 3", driver("A").cause);
+    EXPECT_TRUE(isStale("A.X"));
+}
+
+TEST_F(DriverTableTest, LateEndOfAnOldProcessLeavesTheNewOneAlone) {
+    m_sut.processStarted("A", 42);
+    m_sut.processStarted("A", 43);
+    m_store.setStateValueInt("A.X", 1);
+    EXPECT_FALSE(m_sut.processEnded("A", 42, "exit code 0", {}, false));
+    EXPECT_TRUE(m_sut.isRunning("A"));
+    EXPECT_FALSE(isStale("A.X"));
+}
+
+TEST_F(DriverTableTest, InProcessDriverRunsFromItsConfigurationToItsDeletion) {
+    m_sut.callBegins("A", "setConfiguration");
+    m_sut.callEnded("A", "setConfiguration");
+    EXPECT_TRUE(m_sut.isRunning("A"));
+    EXPECT_EQ(0, driver("A").pid);
+    m_store.setStateValueInt("A.X", 1);
+    m_sut.callBegins("A", "deinitialize");
+    m_sut.callEnded("A", "deinitialize");
+    EXPECT_TRUE(m_sut.isRunning("A"));
+    m_sut.driverDeleted("A");
+    EXPECT_FALSE(m_sut.isRunning("A"));
+    EXPECT_EQ("unloaded", driver("A").cause);
+    EXPECT_TRUE(isStale("A.X"));
+}
+
+TEST_F(DriverTableTest, NewInstanceMayReportAgain) {
+    m_sut.processStarted("A", 42);
+    m_store.setStateValueInt("A.X", 1);
+    m_sut.processEnded("A", 42, "signal 9", {}, false);
+    m_sut.processStarted("A", 43);
+    EXPECT_TRUE(isStale("A.X"));
+    m_store.setStateValueInt("A.X", 1);
+    EXPECT_FALSE(isStale("A.X"));
+}
+
+TEST_F(DriverTableTest, NewInstanceBeginsWithoutTraffic) {
+    m_sut.processStarted("A", 42);
+    m_sut.setTraffic("A", 5, 7);
+    m_sut.processStarted("A", 43);
+    EXPECT_EQ(0, driver("A").receivedPerSecond);
+    EXPECT_EQ(0, driver("A").sentPerSecond);
+}
+
+TEST_F(DriverTableTest, DriverThatEndedHasNoTraffic) {
+    m_sut.processStarted("A", 42);
+    m_sut.setTraffic("A", 5, 7);
+    m_sut.processEnded("A", 42, "exit code 3", {}, false);
+    EXPECT_EQ(0, driver("A").receivedPerSecond);
+    EXPECT_EQ(0, driver("A").sentPerSecond);
+}
+
+TEST_F(DriverTableTest, NamesTheOldestCallThatHasNotComeBack) {
+    EXPECT_FALSE(m_sut.oldestCall());
+    m_sut.callBegins("A", "deinitialize");
+    m_sut.callBegins("B", "initializationCompleted");
+    EXPECT_EQ("A", m_sut.oldestCall()->driverID);
+    m_sut.callEnded("A", "deinitialize");
+    EXPECT_EQ("B", m_sut.oldestCall()->driverID);
+    EXPECT_EQ("initializationCompleted", m_sut.oldestCall()->operation);
+    m_sut.callEnded("B", "initializationCompleted");
+    EXPECT_FALSE(m_sut.oldestCall());
+}
+
+TEST_F(DriverTableTest, DriverThatLeftTheConfigurationIsForgottenUnlessItRuns) {
+    m_sut.configure({entry("A", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Queue)}, true);
+    m_sut.processStarted("B", 42);
+    m_sut.configure({}, true);
+    ASSERT_EQ(2u, m_sut.drivers().size());
+    EXPECT_EQ("B", m_sut.drivers()[0].id);
+    EXPECT_EQ("PANEL", m_sut.drivers()[1].id);
+}
+
+TEST_F(DriverTableTest, DriverThatLeftTheConfigurationIsNotForgottenWhileItIsParked) {
+    m_sut.configure({entry("A", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Queue)}, true);
+    for (const char* id : {"A", "B"}) {
+        m_sut.processStarted(id, 42);
+        m_sut.beginParking(id, "parked at the console");
+        m_sut.processEnded(id, 42, "exit code 0", {}, true);
+    }
+    m_sut.endParking("A");
+    m_sut.configure({}, true);
+    ASSERT_EQ(3u, m_sut.drivers().size());
+    EXPECT_EQ(EDriverState::Parked, driver("A").state);
+    EXPECT_EQ(EDriverState::Parking, driver("B").state);
+}
+
+TEST_F(DriverTableTest, LastProcessOfADriverIsTheOneThatBeganLast) {
+    m_sut.processStarted("A", 42);
+    EXPECT_TRUE(m_sut.isLast("A", 42));
+    m_sut.processEnded("A", 42, "exit code 0", {}, false);
+    EXPECT_TRUE(m_sut.isLast("A", 42));
+    m_sut.processStarted("A", 43);
+    EXPECT_FALSE(m_sut.isLast("A", 42));
+    EXPECT_FALSE(m_sut.isLast("NOBODY", 42));
+}
+
+TEST_F(DriverTableTest, ConfigurationThatIsNotWholeForgetsNobody) {
+    m_sut.configure({entry("A", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Queue)}, true);
+    m_sut.processStarted("B", 42);
+    m_sut.processEnded("B", 42, "exit code 3", {}, false);
+    m_sut.configure({entry("A", EInterfaceTypes::Direct)}, false);
+    ASSERT_EQ(3u, m_sut.drivers().size());
+    EXPECT_EQ(EInterfaceTypes::Direct, driver("A").interfaceType);
+    EXPECT_EQ(EInterfaceTypes::Queue, driver("B").interfaceType);
+    EXPECT_EQ("exit code 3", driver("B").cause);
+}
+
+TEST_F(DriverTableTest, ValuesOfAProcessWhoseEndIsNotYetKnownAreNotTheNewOnes) {
+    m_sut.processStarted("A", 42);
+    m_store.setStateValueInt("A.X", 1);
+    m_sut.processStarted("A", 43);
+    EXPECT_TRUE(isStale("A.X"));
+    EXPECT_EQ("unloaded", m_store.find("A.X")->staleCause);
+    m_store.setStateValueInt("A.X", 1);
+    EXPECT_FALSE(isStale("A.X"));
+}
+
+TEST_F(DriverTableTest, ValuesOfAHungProcessAreStale) {
+    m_sut.processStarted("A", 42);
+    m_store.setStateValueInt("A.X", 1);
+    EXPECT_EQ(1u, m_sut.processHung("A", 42, "hung for 10 s"));
+    EXPECT_EQ(EDriverState::Hung, driver("A").state);
+    EXPECT_FALSE(m_sut.isRunning("A"));
+    EXPECT_EQ("hung for 10 s", m_store.find("A.X")->staleCause);
+}
+
+TEST_F(DriverTableTest, OldProcessThatHangsLeavesTheNewOneAlone) {
+    m_sut.processStarted("A", 43);
+    EXPECT_EQ(std::nullopt, m_sut.processHung("A", 42, "hung for 10 s"));
+    EXPECT_TRUE(m_sut.isRunning("A"));
+}
+
+TEST_F(DriverTableTest, LastCauseStaysWhenTheDriverRunsAgain) {
+    m_sut.processStarted("A", 42);
+    m_sut.processEnded("A", 42, "exit code 3", {}, false);
+    m_sut.processStarted("A", 43);
+    EXPECT_EQ("exit code 3", driver("A").cause);
+}
+
+TEST_F(DriverTableTest, DriverWithoutAProcessHasEndedWithItsCause) {
+    m_sut.beginStart("A");
+    EXPECT_TRUE(m_sut.endProcessStart("A", "never started", true));
+    EXPECT_EQ(EDriverState::Ended, driver("A").state);
+    EXPECT_EQ("never started", driver("A").cause);
+    EXPECT_EQ(0, driver("A").pid);
+}
+
+TEST_F(DriverTableTest, HungDriverThatLeftTheConfigurationIsKept) {
+    m_sut.processStarted("B", 42);
+    m_sut.processHung("B", 42, "hung for 10 s");
+    m_sut.configure({}, true);
+    EXPECT_EQ("B", m_sut.drivers()[0].id);
+}
+
+TEST_F(DriverTableTest, WhatIsToldOfADriverThatNobodyKnowsMakesNoRow) {
+    m_sut.processEnded("GONE", 42, "exit code 0", {}, true);
+    m_sut.processHung("GONE", 42, "hung for 10 s");
+    m_sut.setTraffic("GONE", 1, 2);
+    m_sut.driverDeleted("GONE");
+    ASSERT_EQ(1u, m_sut.drivers().size());
+    EXPECT_EQ("PANEL", m_sut.drivers()[0].id);
+}
+
+TEST_F(DriverTableTest, DriverThatWasByHandIsNotOnceItRunsInTheHost) {
+    m_sut.processStarted("A", 42, true);
+    m_sut.processEnded("A", 42, "unloaded", {}, false);
+    m_sut.callBegins("A", "setConfiguration");
+    EXPECT_TRUE(m_sut.isRunning("A"));
+    EXPECT_FALSE(driver("A").isByHand);
+}
+
+TEST_F(DriverTableTest, ProcessOfAParkedDriverLeavesItAsItWas) {
+    LogCapture log;
+    m_sut.configure({entry("A", EInterfaceTypes::Direct)}, true);
+    m_sut.beginParking("A", "parked");
+    m_sut.endParking("A");
+    EXPECT_FALSE(m_sut.processStarted("A", 42, true));
+    EXPECT_EQ(EDriverState::Parked, driver("A").state);
+    EXPECT_EQ(EInterfaceTypes::Direct, driver("A").interfaceType);
+    EXPECT_FALSE(driver("A").isByHand);
+    EXPECT_EQ(0, driver("A").pid);
+    EXPECT_NE(std::string::npos,
+              log.text().find("HOST: A: \"an instance begins\" is ignored: the driver is parked\n"));
+}
+
+TEST_F(DriverTableTest, HungProcessOfAReloadThatBroughtNoneStillHangs) {
+    m_sut.processStarted("A", 42);
+    m_sut.processHung("A", 42, "hung for 10 s");
+    m_sut.beginStart("A");
+    m_sut.endStart("A");
+    EXPECT_EQ(EDriverState::Hung, driver("A").state);
+    m_sut.beginStart("A");
+    m_sut.processStarted("A", 43);
+    m_sut.endStart("A");
+    EXPECT_EQ(EDriverState::Running, driver("A").state);
+}
+
+TEST_F(DriverTableTest, FollowerSeesTheInstanceThatRunsAndTheCauseOfTheParking) {
+    std::vector<DriverTable::Driver> seen;
+    m_sut.setFollower([&](const DriverTable::Driver& driver) { seen.push_back(driver); });
+    m_sut.processStarted("A", 42);
+    ASSERT_EQ(1u, seen.size());
+    EXPECT_TRUE(seen[0].isAlive);
+    EXPECT_EQ(42, seen[0].pid);
+    EXPECT_EQ(1u, seen[0].start);
+    m_sut.beginParking("A", "parked");
+    m_sut.endParking("A");
+    ASSERT_EQ(3u, seen.size());
+    EXPECT_EQ(EDriverState::Parked, seen[2].state);
+    EXPECT_EQ("parked", seen[2].cause);
+}
+
+// Ends and next tries.
+
+namespace {
+
+class DriverTableThatRestarts : public DriverTableTest {
+protected:
+    using Milliseconds = std::chrono::milliseconds;
+
+    /// Ends a process of the driver that ran that long.
+    DriverTable::End end(const std::string& id, Milliseconds ran = {}) {
+        m_restarting.processStarted(id, ++m_pid);
+        return m_restarting.processEnded(id, m_pid, "exit code 3", ran, true).value();
+    }
+    EDriverState state(const std::string& id) { return m_restarting.find(id)->state; }
+    /// Brings it from Waiting to Starting.
+    void beginRestart(const std::string& id) {
+        m_restarting.takeDue(DriverTable::Clock::now() + std::chrono::hours(1));
+        ASSERT_TRUE(m_restarting.beginRestart(id));
+    }
+
+    int m_pid = 100;
+    DriverTable m_restarting{
+        m_store,
+        RestartPlan::Settings{.firstDelay = Milliseconds(100), .limit = 2, .random = [] { return 0.5; }}};
+};
+
+}  // namespace
+
+TEST_F(DriverTableThatRestarts, DriverThatEndsWaitsUntilItIsDueOnce) {
+    EXPECT_EQ(Milliseconds(100), end("A").next.delay);
+    EXPECT_EQ(EDriverState::Waiting, state("A"));
+    const auto next = m_restarting.find("A")->nextTry.value();
+    EXPECT_EQ(next, m_restarting.nextDue());
+    EXPECT_TRUE(m_restarting.takeDue(next - Milliseconds(1)).empty());
+    EXPECT_EQ(std::vector<std::string>{"A"}, m_restarting.takeDue(next));
+    EXPECT_EQ(EDriverState::Due, state("A"));
+    EXPECT_TRUE(m_restarting.takeDue(next).empty());
+    EXPECT_EQ(std::nullopt, m_restarting.nextDue());
+}
+
+TEST_F(DriverTableThatRestarts, NextDueIsTheEarliest) {
+    end("A");
+    end("B");
+    EXPECT_EQ(std::min(*m_restarting.find("A")->nextTry, *m_restarting.find("B")->nextTry),
+              m_restarting.nextDue());
+}
+
+TEST_F(DriverTableThatRestarts, OnlyADueDriverIsStartedAgain) {
+    EXPECT_FALSE(m_restarting.beginRestart("A"));
+    end("A");
+    EXPECT_FALSE(m_restarting.beginRestart("A"));
+    m_restarting.takeDue(DriverTable::Clock::now() + std::chrono::hours(1));
+    EXPECT_TRUE(m_restarting.beginRestart("A"));
+    EXPECT_FALSE(m_restarting.beginRestart("A"));
+}
+
+TEST_F(DriverTableThatRestarts, CommandOvertakesADueDriver) {
+    end("A");
+    m_restarting.takeDue(DriverTable::Clock::now() + std::chrono::hours(1));
+    m_restarting.beginStart("A");
+    EXPECT_FALSE(m_restarting.beginRestart("A"));
+    EXPECT_FALSE(m_restarting.find("A")->nextTry);
+}
+
+TEST_F(DriverTableThatRestarts, StaysEndedAtTheLimitUntilACommandStartsIt) {
+    end("A");
+    end("A");
+    const auto last = end("A");
+    EXPECT_EQ(std::nullopt, last.next.delay);
+    EXPECT_EQ(2u, last.next.limit);
+    EXPECT_EQ(EDriverState::Ended, state("A"));
+    EXPECT_FALSE(m_restarting.find("A")->nextTry);
+    m_restarting.beginStart("A");
+    EXPECT_EQ(Milliseconds(100), end("A").next.delay);
+}
+
+TEST_F(DriverTableThatRestarts, EachDriverHasAPlanOfItsOwn) {
+    end("A");
+    EXPECT_EQ(Milliseconds(200), end("A").next.delay);
+    EXPECT_EQ(Milliseconds(100), end("B").next.delay);
+}
+
+TEST_F(DriverTableThatRestarts, StartThatIsNotTriedCountsTowardsNoLimit) {
+    end("A");
+    for (int i = 0; i < 5; ++i) {
+        beginRestart("A");
+        const auto missing = m_restarting.endProcessStart("A", "no room", false);
+        ASSERT_TRUE(missing);
+        EXPECT_TRUE(missing->next.delay);
+        EXPECT_EQ(i == 0, missing->isNews);
+    }
+}
+
+TEST_F(DriverTableThatRestarts, ProcessThatEndsWhileItStartsIsPlannedOnce) {
+    end("A");
+    beginRestart("A");
+    end("A");
+    EXPECT_FALSE(m_restarting.endProcessStart("A", "never started", true));
+    EXPECT_EQ(EDriverState::Waiting, state("A"));
+}
+
+TEST_F(DriverTableThatRestarts, InstanceTellsWhetherTheHostItselfHasStartedIt) {
+    EXPECT_FALSE(m_restarting.processStarted("A", 1));
+    m_restarting.processEnded("A", 1, "exit code 3", {}, true);
+    beginRestart("A");
+    EXPECT_TRUE(m_restarting.processStarted("A", 2));
+    m_restarting.processEnded("A", 2, "exit code 3", {}, true);
+    beginRestart("A");
+    m_restarting.beginStart("A");
+    EXPECT_FALSE(m_restarting.processStarted("A", 3));
+}
+
+TEST_F(DriverTableThatRestarts, DriverThatIsGivenUpIsNotDue) {
+    end("A");
+    beginRestart("A");
+    m_restarting.giveUp("A");
+    EXPECT_EQ(EDriverState::Ended, state("A"));
+    EXPECT_TRUE(m_restarting.takeDue(DriverTable::Clock::now() + std::chrono::hours(1)).empty());
+}
+
+TEST_F(DriverTableThatRestarts, EndThatACommandAskedForIsNotPlanned) {
+    m_restarting.processStarted("A", 1);
+    m_restarting.beginStart("A");
+    const auto end = m_restarting.processEnded("A", 1, "exit code 0", {}, true);
+    ASSERT_TRUE(end);
+    EXPECT_TRUE(end->wasAsked);
+    EXPECT_EQ(std::nullopt, end->next.delay);
+    EXPECT_EQ(EDriverState::Starting, state("A"));
+}
+
+TEST_F(DriverTableThatRestarts, FormerProcessOfAReloadThatBroughtNoneIsStillPlanned) {
+    m_restarting.processStarted("A", 1);
+    m_restarting.beginStart("A");
+    EXPECT_FALSE(m_restarting.endProcessStart("A", "never started", true));
+    EXPECT_EQ(EDriverState::Running, state("A"));
+    EXPECT_TRUE(m_restarting.processEnded("A", 1, "exit code 0", {}, true)->next.delay);
+}
+
+// Parking.
+
+TEST_F(DriverTableThatRestarts, ParkedDriverIsNotPlannedAndItsValuesSaySo) {
+    m_restarting.processStarted("A", 1);
+    m_store.setStateValueInt("A.X", 1);
+    m_restarting.beginParking("A", "parked");
+    EXPECT_TRUE(m_restarting.processEnded("A", 1, "signal 9", {}, true)->wasAsked);
+    m_restarting.endParking("A");
+    EXPECT_EQ(EDriverState::Parked, state("A"));
+    EXPECT_EQ("parked", m_restarting.find("A")->cause);
+    EXPECT_EQ("parked", m_store.find("A.X")->staleCause);
+    EXPECT_EQ(std::nullopt, m_restarting.nextDue());
+}
+
+TEST_F(DriverTableThatRestarts, ValuesOfACrashedDriverSayThatItIsParked) {
+    m_restarting.processStarted("A", 1);
+    m_store.setStateValueInt("A.X", 1);
+    m_restarting.processEnded("A", 1, "signal 9", {}, true);
+    m_restarting.beginParking("A", "parked");
+    m_restarting.endParking("A");
+    EXPECT_EQ("parked", m_store.find("A.X")->staleCause);
+}
+
+TEST_F(DriverTableThatRestarts, ProcessThatEndsAfterItsParkingChangesNothing) {
+    m_restarting.processStarted("A", 1);
+    m_restarting.beginParking("A", "parked");
+    m_restarting.endParking("A");
+    EXPECT_TRUE(m_restarting.processEnded("A", 1, "exit code 0", {}, true)->wasAsked);
+    EXPECT_EQ(EDriverState::Parked, state("A"));
+    m_restarting.beginStart("A");
+    EXPECT_EQ(EDriverState::Starting, state("A"));
+}
+
+TEST_F(DriverTableThatRestarts, EventThatMustNotHappenIsRefusedWithALine) {
+    LogCapture log;
+    m_restarting.processStarted("A", 1);
+    m_restarting.giveUp("A");
+    EXPECT_EQ(EDriverState::Running, state("A"));
+    EXPECT_NE(std::string::npos,
+              log.text().find("HOST: A: \"it is given up\" is ignored: the driver is running\n"))
+        << log.text();
+}
+
+TEST_F(DriverTableThatRestarts, FollowerLearnsOfEachChange) {
+    std::vector<EDriverState> states;
+    m_restarting.setFollower([&](const DriverTable::Driver& driver) { states.push_back(driver.state); });
+    end("A");
+    beginRestart("A");
+    m_restarting.endProcessStart("A", "never started", true);
+    EXPECT_EQ((std::vector{EDriverState::Running, EDriverState::Waiting, EDriverState::Due,
+                           EDriverState::Starting, EDriverState::Waiting}),
+              states);
+}
