@@ -3,12 +3,15 @@
 // call, made by hand.
 
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 
 #include <map>
 #include <string>
 
 #include "AllocationCount.h"
+#include "FollowPrinter.h"
 #include "Roads.h"
+#include "UniqueFd.h"
 #include "sal/LogManager.h"
 
 namespace {
@@ -74,6 +77,16 @@ void updateToStore(benchmark::State& state) {
     repeat(state, road);
 }
 
+/// As with --follow, for a reader who is never slow. The store and the printer share the processors.
+void updateToStoreFollowed(benchmark::State& state) {
+    roads::UpdateToStore road;
+    const base::UniqueFd output(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    FollowPrinter printer("", output.get());
+    road.store.addListener(&printer);
+    repeat(state, road);
+    road.store.removeListener(&printer);
+}
+
 /// The argument is how many names are pending.
 void lookAhead(benchmark::State& state) {
     roads::LookAhead road(state.range(0));
@@ -96,6 +109,7 @@ BENCHMARK(fidToDriver)->Threads(2)->UseRealTime();
 BENCHMARK(updateToTarget);
 BENCHMARK(updateToTargetLongName);
 BENCHMARK(updateToStore);
+BENCHMARK(updateToStoreFollowed);
 BENCHMARK(lookAhead)->Arg(1)->Arg(3)->Arg(10)->Arg(30)->Arg(100)->Arg(299);
 BENCHMARK(lookAheadBurst)->Arg(1)->Arg(3)->Arg(10)->Arg(30)->Arg(100)->Arg(299);
 

@@ -1,7 +1,6 @@
 #include "DBusUpdatePeer.h"
 
 #include <poll.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -113,7 +112,8 @@ DBusConnection* DBusUpdatePeer::listen(const std::function<void()>& ready) const
     return pConnection;
 }
 
-void DBusUpdatePeer::receive(PanelTarget& target, const std::function<void()>& ready) {
+void DBusUpdatePeer::receive(PanelTarget& target, const std::function<void()>& ready,
+                             const std::function<void()>& completed) {
     DBusConnection* pConnection = nullptr;
     if (m_daemon) {
         pConnection = connect();
@@ -124,34 +124,40 @@ void DBusUpdatePeer::receive(PanelTarget& target, const std::function<void()>& r
     } else {
         pConnection = listen(ready);
     }
-    while (!target.isComplete()) {
+    for (;;) {
         if (!dbus_connection_read_write(pConnection, -1))
             throw std::runtime_error("the connection has ended");
-        while (const DBusMessagePtr pSignal{dbus_connection_pop_message(pConnection)})
+        while (const DBusMessagePtr pSignal{dbus_connection_pop_message(pConnection)}) {
             take(pSignal.get(), target);
+            if (target.isComplete())
+                completed();
+        }
     }
 }
 
-void DBusUpdatePeer::send(const Job& job, const std::function<void()>& ready) {
+void DBusUpdatePeer::send(const NextJob& nextJob, BurstGate& gate) {
     DBusConnection* pConnection = connect();
     // Who has not been authenticated yet cannot send.
     while (!dbus_connection_get_is_authenticated(pConnection) &&
            dbus_connection_read_write(pConnection, 10)) {
     }
-    ready();
-    UpdateSeries series(job.nameSize, job.valueSize);
-    for (std::uint64_t number = 0; number < job.count; ++number) {
-        if (job.kind == Job::ePaced) {
-            const timespec pause{0, 200'000};
-            nanosleep(&pause, nullptr);
+    for (;;) {
+        const Job job = nextJob();
+        UpdateSeries series(job);
+        for (std::uint64_t number = 0; number < job.count; ++number) {
+            if (job.kind == Job::ePaced)
+                UpdateSeries::pause();
+            if (job.isInBursts)
+                gate.pass(number);
+            const DBusMessagePtr pSignal = makeSignal(job, series, number);
+            if (!dbus_connection_send(pConnection, pSignal.get(), nullptr))
+                throw std::runtime_error("no memory for a signal");
+            if (job.kind == Job::ePaced || (job.isInBursts && BurstGate::isBurstEnd(number)) ||
+                dbus_connection_get_outgoing_size(pConnection) > g_maximumPending)
+                dbus_connection_flush(pConnection);
         }
-        const DBusMessagePtr pSignal = makeSignal(job, series, number);
-        if (!dbus_connection_send(pConnection, pSignal.get(), nullptr))
-            throw std::runtime_error("no memory for a signal");
-        if (job.kind == Job::ePaced || dbus_connection_get_outgoing_size(pConnection) > g_maximumPending)
-            dbus_connection_flush(pConnection);
+        dbus_connection_flush(pConnection);
     }
-    dbus_connection_flush(pConnection);
 }
 
 std::unique_ptr<UpdatePeer> DBusUpdatePeer::makeBus(const std::string& directory) {

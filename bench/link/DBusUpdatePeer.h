@@ -12,8 +12,9 @@ class DBusUpdatePeer : public UpdatePeer {
 public:
     DBusUpdatePeer(const std::string& directory, bool hasBus);
     std::vector<pid_t> helpers() const override;
-    void receive(PanelTarget& target, const std::function<void()>& ready) override;
-    void send(const Job& job, const std::function<void()>& ready) override;
+    void receive(PanelTarget& target, const std::function<void()>& ready,
+                 const std::function<void()>& completed) override;
+    void send(const NextJob& nextJob, BurstGate& gate) override;
 
     static std::unique_ptr<UpdatePeer> makeBus(const std::string& directory);
     static std::unique_ptr<UpdatePeer> makeDirect(const std::string& directory);

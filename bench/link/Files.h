@@ -1,10 +1,9 @@
 #pragma once
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
+#include "RegularFile.h"
 #include "sal/Path.h"
 
 /// Where a file of this build tree is, named from its top.
@@ -13,8 +12,8 @@ inline std::filesystem::path builtFile(const std::string& name) {
                                       ".." / name);
 }
 
-/// All that a file holds; nothing when it cannot be read.
+/// All that a file holds; nothing when it cannot be read, which is so of a process in /proc that ends
+/// meanwhile.
 inline std::string textOf(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return base::RegularFile::read(path).bytes;
 }

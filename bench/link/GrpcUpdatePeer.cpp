@@ -1,7 +1,6 @@
 #include "GrpcUpdatePeer.h"
 
 #include <grpcpp/grpcpp.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <condition_variable>
@@ -16,7 +15,8 @@ namespace {
 
 class PanelService : public bench::Panel::Service {
 public:
-    explicit PanelService(PanelTarget& target) : m_target(target) {}
+    PanelService(PanelTarget& target, const std::function<void()>& completed)
+        : m_target(target), m_completed(completed) {}
 
     grpc::Status Report(grpc::ServerContext*, grpc::ServerReader<bench::Batch>* pReader,
                         bench::Done*) override {
@@ -26,18 +26,10 @@ public:
         while (pReader->Read(&batch)) {
             for (const bench::Update& update : batch.updates())
                 take(update);
-            if (m_target.isComplete()) {
-                const std::lock_guard lock(m_mutex);
-                m_isComplete = true;
-                m_completed.notify_one();
-            }
+            if (m_target.isComplete())
+                m_completed();
         }
         return grpc::Status::OK;
-    }
-
-    void waitUntilComplete() {
-        std::unique_lock lock(m_mutex);
-        m_completed.wait(lock, [this] { return m_isComplete; });
     }
 
 private:
@@ -56,10 +48,67 @@ private:
     }
 
     PanelTarget& m_target;
-    std::mutex m_mutex;
-    std::condition_variable m_completed;
-    bool m_isComplete = false;
+    const std::function<void()>& m_completed;
 };
+
+/// A stream of batches to whoever listens there.
+class BatchStream {
+public:
+    /// Returns when the stream is there.
+    explicit BatchStream(const std::string& address) : m_pPanel(bench::Panel::NewStub(channel(address))) {
+        m_context.set_wait_for_ready(true);
+        m_pStream = m_pPanel->Report(&m_context, &m_done);
+        m_pStream->WaitForInitialMetadata();
+    }
+
+    void write(const bench::Batch& batch) {
+        if (!m_pStream->Write(batch))
+            throw std::runtime_error("the stream has ended");
+    }
+
+private:
+    static std::shared_ptr<grpc::Channel> channel(const std::string& address) {
+        grpc::ChannelArguments arguments;
+        // Who listens there may only just be starting.
+        arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, 20);
+        return grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), arguments);
+    }
+
+    grpc::ClientContext m_context;
+    bench::Done m_done;
+    decltype(bench::Panel::NewStub(nullptr)) m_pPanel;
+    std::unique_ptr<grpc::ClientWriter<bench::Batch>> m_pStream;
+};
+
+/// Passes each batch on to the panel.
+class RelayService : public bench::Panel::Service {
+public:
+    explicit RelayService(const std::string& panelAddress) : m_panelAddress(panelAddress) {}
+
+    grpc::Status Report(grpc::ServerContext*, grpc::ServerReader<bench::Batch>* pReader,
+                        bench::Done*) override {
+        BatchStream panel(m_panelAddress);
+        pReader->SendInitialMetadata();
+        bench::Batch batch;
+        while (pReader->Read(&batch))
+            panel.write(batch);
+        return grpc::Status::OK;
+    }
+
+private:
+    const std::string m_panelAddress;
+};
+
+std::unique_ptr<grpc::Server> serve(const std::string& address, bench::Panel::Service& service) {
+    grpc::ServerBuilder builder;
+    builder.AddListeningPort(address, grpc::InsecureServerCredentials());
+    builder.SetMaxReceiveMessageSize(-1);
+    builder.RegisterService(&service);
+    std::unique_ptr<grpc::Server> pServer = builder.BuildAndStart();
+    if (!pServer)
+        throw std::runtime_error("the server does not start");
+    return pServer;
+}
 
 /// Where a driver's thread puts updates down for the thread that sends them.
 class Outbox {
@@ -75,21 +124,15 @@ public:
         if (m_pending.updates_size() == 1)
             m_added.notify_one();
     }
-    void close() {
-        const std::lock_guard lock(m_mutex);
-        m_isClosed = true;
-        m_added.notify_one();
-    }
-    /// All that wait; false when there will be none any more.
-    bool take(bench::Batch& batch) {
+    /// All that wait, one at least.
+    void take(bench::Batch& batch) {
         batch.clear_updates();
         std::unique_lock lock(m_mutex);
-        m_added.wait(lock, [this] { return m_pending.updates_size() > 0 || m_isClosed; });
+        m_added.wait(lock, [this] { return m_pending.updates_size() > 0; });
         const bool wasFull = m_pending.updates_size() >= m_limit;
         batch.Swap(&m_pending);
         if (wasFull)
             m_taken.notify_one();
-        return batch.updates_size() > 0;
     }
 
 private:
@@ -98,7 +141,6 @@ private:
     std::condition_variable m_added;
     std::condition_variable m_taken;
     bench::Batch m_pending;
-    bool m_isClosed = false;
 };
 
 void fill(bench::Update& update, const Job& job, UpdateSeries& series, std::uint64_t number) {
@@ -115,56 +157,84 @@ void fill(bench::Update& update, const Job& job, UpdateSeries& series, std::uint
     }
 }
 
+void sendInBatches(const Job& job, Outbox& outbox) {
+    UpdateSeries series(job);
+    for (std::uint64_t number = 0; number < job.count; ++number)
+        outbox.add([&](bench::Update& update) { fill(update, job, series, number); });
+}
+
+void sendPaced(const Job& job, BatchStream& stream) {
+    UpdateSeries series(job);
+    bench::Batch batch;
+    bench::Update& update = *batch.add_updates();
+    for (std::uint64_t number = 0; number < job.count; ++number) {
+        UpdateSeries::pause();
+        fill(update, job, series, number);
+        stream.write(batch);
+    }
+}
+
+void sendInBursts(const Job& job, BatchStream& stream, BurstGate& gate) {
+    UpdateSeries series(job);
+    bench::Batch batch;
+    for (std::uint64_t number = 0; number < job.count; ++number) {
+        gate.pass(number);
+        fill(*batch.add_updates(), job, series, number);
+        if (!BurstGate::isBurstEnd(number))
+            continue;
+        stream.write(batch);
+        batch.clear_updates();
+    }
+}
+
 }  // namespace
 
-GrpcUpdatePeer::GrpcUpdatePeer(const std::string& directory, int limit)
-    : m_address("unix:" + directory + "/grpc"), m_limit(limit) {
+GrpcUpdatePeer::GrpcUpdatePeer(const std::string& directory, int limit, bool hasRelay)
+    : m_panelAddress("unix:" + directory + "/grpc"), m_driverAddress(m_panelAddress), m_limit(limit) {
     unlink((directory + "/grpc").c_str());
+    if (!hasRelay)
+        return;
+    m_driverAddress = "unix:" + directory + "/grpc-relay";
+    unlink((directory + "/grpc-relay").c_str());
+    m_relay.emplace([this] { relay(); });
 }
 
-void GrpcUpdatePeer::receive(PanelTarget& target, const std::function<void()>& ready) {
-    PanelService service(target);
-    grpc::ServerBuilder builder;
-    builder.AddListeningPort(m_address, grpc::InsecureServerCredentials());
-    builder.SetMaxReceiveMessageSize(-1);
-    builder.RegisterService(&service);
-    const std::unique_ptr<grpc::Server> pServer = builder.BuildAndStart();
-    if (!pServer)
-        throw std::runtime_error("the server does not start");
+std::vector<pid_t> GrpcUpdatePeer::helpers() const {
+    return m_relay ? std::vector<pid_t>{m_relay->pid()} : std::vector<pid_t>{};
+}
+
+void GrpcUpdatePeer::relay() const {
+    RelayService service(m_panelAddress);
+    serve(m_driverAddress, service)->Wait();
+}
+
+void GrpcUpdatePeer::receive(PanelTarget& target, const std::function<void()>& ready,
+                             const std::function<void()>& completed) {
+    PanelService service(target, completed);
+    const std::unique_ptr<grpc::Server> pServer = serve(m_panelAddress, service);
     ready();
-    service.waitUntilComplete();
-    // The sender has closed its stream, or does so now.
-    pServer->Shutdown();
+    pServer->Wait();
 }
 
-void GrpcUpdatePeer::send(const Job& job, const std::function<void()>& ready) {
-    const auto pPanel =
-        bench::Panel::NewStub(grpc::CreateChannel(m_address, grpc::InsecureChannelCredentials()));
-    grpc::ClientContext context;
-    context.set_wait_for_ready(true);
-    bench::Done done;
-    const auto pStream = pPanel->Report(&context, &done);
-    pStream->WaitForInitialMetadata();
+void GrpcUpdatePeer::send(const NextJob& nextJob, BurstGate& gate) {
+    BatchStream stream(m_driverAddress);
     Outbox outbox(m_limit);
-    std::thread sender([&] {
-        bench::Batch batch;
-        while (outbox.take(batch))
-            if (!pStream->Write(batch))
-                throw std::runtime_error("the stream has ended");
-    });
-    ready();
-    UpdateSeries series(job.nameSize, job.valueSize);
-    for (std::uint64_t number = 0; number < job.count; ++number) {
-        if (job.kind == Job::ePaced) {
-            const timespec pause{0, 200'000};
-            nanosleep(&pause, nullptr);
+    // Writes only while jobs are sent in batches.
+    const std::jthread sender([&] {
+        for (bench::Batch batch;;) {
+            outbox.take(batch);
+            stream.write(batch);
         }
-        outbox.add([&](bench::Update& update) { fill(update, job, series, number); });
+    });
+    for (;;) {
+        const Job job = nextJob();
+        if (job.kind == Job::ePaced)
+            sendPaced(job, stream);
+        else if (job.isInBursts)
+            sendInBursts(job, stream, gate);
+        else
+            sendInBatches(job, outbox);
     }
-    outbox.close();
-    sender.join();
-    pStream->WritesDone();
-    pStream->Finish();
 }
 
 std::unique_ptr<UpdatePeer> GrpcUpdatePeer::makeDeep(const std::string& directory) {
@@ -177,4 +247,12 @@ std::unique_ptr<UpdatePeer> GrpcUpdatePeer::makeShallow(const std::string& direc
 
 std::unique_ptr<UpdatePeer> GrpcUpdatePeer::makeSmall(const std::string& directory) {
     return std::make_unique<GrpcUpdatePeer>(directory, 16);
+}
+
+std::unique_ptr<UpdatePeer> GrpcUpdatePeer::makeDeepRelayed(const std::string& directory) {
+    return std::make_unique<GrpcUpdatePeer>(directory, 16384, true);
+}
+
+std::unique_ptr<UpdatePeer> GrpcUpdatePeer::makeShallowRelayed(const std::string& directory) {
+    return std::make_unique<GrpcUpdatePeer>(directory, 300, true);
 }

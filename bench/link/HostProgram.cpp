@@ -15,6 +15,7 @@
 
 #include "Files.h"
 #include "PanelTarget.h"
+#include "ProbeWorkplace.h"
 
 namespace fs = std::filesystem;
 
@@ -43,7 +44,7 @@ std::array<int, 2> makePipe() {
 }  // namespace
 
 HostProgram::HostProgram(Settings settings) : m_settings(std::move(settings)) {
-    writeFiles();
+    writeProbeWorkplace(m_settings.directory, m_settings.drivers);
 }
 
 HostProgram::~HostProgram() {
@@ -124,24 +125,6 @@ pid_t HostProgram::processOf(int driver) const {
     return 0;
 }
 
-void HostProgram::writeFiles() const {
-    const fs::path& directory = m_settings.directory;
-    for (const char* name : {"drivers", "work", "queues"})
-        fs::create_directories(directory / name);
-    fs::permissions(directory / "queues", fs::perms::owner_all);
-    fs::create_symlink(builtFile("lib/benchmodules/probe.so"), directory / "drivers" / "probe.so");
-    std::ofstream(directory / "drivers" / "probe.xml")
-        << "<mfDriverModule><module_type name=\"probe.so\" type=\"Probe\" "
-           "version=\"1.0\"/></mfDriverModule>\n";
-    std::ofstream workplace(directory / "workplace.xml");
-    workplace << "<workplaces><workplace id=\"0\">\n";
-    for (int driver = 0; driver < m_settings.drivers; ++driver)
-        workplace << "<mainframeDriver driverID=\"" << driverID(driver)
-                  << "\" driverType=\"Probe\" version=\"1.0\" workingDirectory=\"data/" << driverID(driver)
-                  << "\" interfaceType=\"queue\"/>\n";
-    workplace << "</workplace></workplaces>\n";
-}
-
 void HostProgram::run(int input, int output) const {
     const fs::path& directory = m_settings.directory;
     const int log = open(logFile().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -149,6 +132,8 @@ void HostProgram::run(int input, int output) const {
     dup2(output < 0 ? log : output, STDOUT_FILENO);
     dup2(log, STDERR_FILENO);
     setenv("MFD_QUEUE_DIR", (directory / "queues").c_str(), 1);
+    for (const auto& [name, value] : m_settings.environment)
+        setenv(name.c_str(), value.c_str(), 1);
     std::vector<std::string> words{
         builtFile("bin/mfhost"), "--drivers", builtFile("lib/mfdrivers"),  "--drivers",
         directory / "drivers",   "--config",  directory / "workplace.xml", "--workdir",

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ChildProcess.h"
@@ -19,7 +20,8 @@ public:
         std::filesystem::path directory;  ///< its own, made by it
         int drivers = 1;
         std::vector<std::string> options = {};
-        bool isRead = false;  ///< its standard output is for readLine(), else it goes to the log
+        std::vector<std::pair<std::string, std::string>> environment = {};  ///< beside what it has from here
+        bool isRead = false;  ///< its standard output is for readLine() or output(), else it goes to the log
     };
 
     /// Writes the workplace's files.
@@ -33,6 +35,8 @@ public:
     void type(const std::string& line) const;
     /// The next line of its standard output; nothing when none comes within that time.
     std::optional<std::string> readLine(std::chrono::milliseconds patience);
+    /// The same for somebody who reads it alone, without waiting.
+    int output() const { return m_output; }
     std::string log() const;
     std::filesystem::path logFile() const { return m_settings.directory / "log"; }
     static std::string driverID(int driver);
@@ -40,7 +44,6 @@ public:
     pid_t processOf(int driver) const;
 
 private:
-    void writeFiles() const;
     void run(int input, int output) const;
 
     const Settings m_settings;

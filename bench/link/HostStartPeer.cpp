@@ -15,8 +15,10 @@ HostStartPeer::HostStartPeer(std::filesystem::path directory, std::string startW
     : m_directory(std::move(directory)), m_startWait(std::move(startWait)) {}
 
 double HostStartPeer::start(int drivers) {
-    m_host.emplace(HostProgram::Settings{
-        m_directory, drivers, {"--start-wait=" + m_startWait, "--follow=*.DONE"}, true});
+    m_host.emplace(HostProgram::Settings{.directory = m_directory,
+                                         .drivers = drivers,
+                                         .options = {"--start-wait=" + m_startWait, "--follow=*.DONE"},
+                                         .isRead = true});
     const std::int64_t begin = UpdateSeries::now();
     m_host->start();
     // Typed ahead: the host does it as soon as the workplace is started.

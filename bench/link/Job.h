@@ -12,13 +12,24 @@ struct Job {
         eTexts,   ///< a text value each
         ePaced,   ///< a number each, the time it was sent; with a pause before each
     };
+    static constexpr std::size_t s_names = 1000;  ///< more than are ever held back: none replaces another
+    static constexpr std::size_t s_mergedNames = 299;  ///< no more than these may be merged
+
     EKind kind = eStates;
     std::uint64_t count = 0;
     std::size_t nameSize = 8;
     std::size_t valueSize = 8;
+    std::size_t names = s_names;
+    bool isInBursts = false;  ///< sent as a BurstGate lets them pass
 
     bool isText() const { return kind == eEvents || kind == eTexts; }
-    static std::string name(EKind kind) {
-        return kind == eStates ? "states" : kind == eEvents ? "events" : kind == eTexts ? "texts" : "paced";
+    bool isMerged() const { return kind == eStates && names <= s_mergedNames; }
+    /// What the results call it.
+    std::string work() const {
+        if (isMerged())
+            return "merging";
+        if (isInBursts)
+            return "bursts";
+        return kind == eStates ? "states" : kind == eEvents ? "events" : kind == eTexts ? "sizes" : "latency";
     }
 };

@@ -14,9 +14,9 @@ std::string_view nameOf(const std::string& id) {
 
 }  // namespace
 
-void PanelTarget::expect(std::size_t driver, const Job& job) {
+void PanelTarget::expect(std::size_t driver, const Job& job, BurstGate* pGate) {
     Inbox& inbox = m_inboxes[driver];
-    inbox.check.begin(job);
+    inbox.check.begin(job, pGate);
     const std::lock_guard lock(m_mutex);
     inbox.isDone = false;
 }

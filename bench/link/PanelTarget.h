@@ -26,8 +26,8 @@ public:
         std::uint64_t wrong = 0;
     };
 
-    /// The next work of a driver, before it is told to begin.
-    void expect(std::size_t driver, const Job& job);
+    /// The next work of a driver, before it is told to begin; the gate is for a job in bursts.
+    void expect(std::size_t driver, const Job& job, BurstGate* pGate = nullptr);
     /// Until the driver has said that it is done and its updates were all here. Throws when something was
     /// wrong, or when it takes longer than so many seconds.
     Report waitFor(std::size_t driver, int seconds);

@@ -13,8 +13,10 @@ class PeerRun {
 public:
     PeerRun(std::string directory, const Results& results);
 
-    void updates(const UpdatePeerKind& kind, const Job& job, int round, bool isSweep) const;
-    void trips(const TripPeerKind& kind, unsigned int trips, int cores, int round) const;
+    /// A job of that kind which takes so many seconds at least, after a warm-up.
+    void updates(const UpdatePeerKind& kind, Job job, double seconds, int round) const;
+    /// For so many seconds, after half of that as warm-up.
+    void trips(const TripPeerKind& kind, double seconds, int cores, int round) const;
 
 private:
     std::string m_directory;

@@ -21,28 +21,37 @@ public:
     struct Load {
         unsigned int rate = 10'000;  ///< a second, to all receivers together
         unsigned int seconds = 10;
-        unsigned int kills = 0;  ///< spread over that time
+        unsigned int kills = 8;  ///< spread over that time
+        bool isQuiet = false;    ///< the same without the kills
     };
 
     SupervisedWorkplace(std::filesystem::path directory, int receivers, int victims, const Results& results);
     SupervisedWorkplace(const SupervisedWorkplace&) = delete;
     SupervisedWorkplace& operator=(const SupervisedWorkplace&) = delete;
 
-    /// Writes one result. Throws when a receiver does not get its last FID, or a driver that was killed does
-    /// not come up again.
+    /// Writes a result, and for each kill, or where it would have been, what became of the FIDs after it.
+    /// Throws when a receiver does not get its last FID, or a driver that was killed does not come up again.
     void measure(int round, const Load& load);
 
 private:
     struct Heard {
         std::uint64_t lost = 0;
         std::uint64_t wrong = 0;
+        std::int64_t firstDue = 0;
         std::vector<std::uint32_t> delays;  ///< nanoseconds
+    };
+    struct Kills {
+        std::vector<std::int64_t> times;  ///< when each was, or would have been
+        std::map<int, pid_t> killed;      ///< which process each victim had before
     };
 
     std::filesystem::path heardFile(int driver) const;
     std::optional<Heard> heardBy(int driver) const;
-    /// Kills the victims by turns. Which process each had before.
-    std::map<int, pid_t> killByTurns(const Load& load) const;
+    /// Kills the victims by turns.
+    Kills killByTurns(const Load& load) const;
+    /// The longest delay of those that were due in the time after each kill, in nanoseconds.
+    static std::vector<std::uint32_t> longestAfter(const std::vector<std::int64_t>& kills,
+                                                   const std::vector<Heard>& heard, std::int64_t interval);
     void waitUntilAllRunAgain(const std::map<int, pid_t>& killed) const;
 
     const std::filesystem::path m_directory;

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "BurstGate.h"
 #include "Job.h"
 #include "UpdateSeries.h"
 
@@ -12,9 +13,12 @@
 /// the results are for others when complete() says so.
 class UpdateCheck {
 public:
-    void begin(const Job& job) {
+    /// The gate is told of each update; it outlives the job. None for a job that is not in bursts.
+    void begin(const Job& job, BurstGate* pGate = nullptr) {
         m_job = job;
-        m_series = UpdateSeries(job.nameSize, job.valueSize);
+        m_pGate = pGate;
+        m_series = UpdateSeries(job);
+        m_next = 0;
         m_count = 0;
         m_wrong = 0;
         m_last = 0;
@@ -24,14 +28,17 @@ public:
     }
 
     void number(std::string_view name, int value) {
+        const auto number = static_cast<std::uint64_t>(value);
         if (m_job.kind == Job::ePaced)
             m_ages.push_back(UpdateSeries::ageOf(value));
-        else if (m_job.kind != Job::eStates || value != static_cast<int>(m_count))
+        else if (m_job.isMerged() && number >= m_next && number < m_job.count)
+            m_next = number;  // those between were replaced
+        else if (m_job.kind != Job::eStates || number != m_next)
             ++m_wrong;
         count(name);
     }
     void text(std::string_view name, std::string_view value, bool isEvent) {
-        if (m_job.kind != (isEvent ? Job::eEvents : Job::eTexts) || value != m_series.text(m_count))
+        if (m_job.kind != (isEvent ? Job::eEvents : Job::eTexts) || value != m_series.text(m_next))
             ++m_wrong;
         count(name);
     }
@@ -44,16 +51,21 @@ public:
 
 private:
     void count(std::string_view name) {
-        if (name != m_series.name(m_count))
+        if (name != m_series.name(m_next))
             ++m_wrong;
-        if (++m_count != m_job.count)
+        ++m_count;
+        if (m_pGate)
+            m_pGate->arrived(m_next);
+        if (++m_next != m_job.count)
             return;
         m_last = UpdateSeries::now();
         m_complete = true;
     }
 
     Job m_job;
+    BurstGate* m_pGate = nullptr;
     UpdateSeries m_series;
+    std::uint64_t m_next = 0;  ///< the number of the update that is to come
     std::uint64_t m_count = 0;
     std::uint64_t m_wrong = 0;
     std::int64_t m_last = 0;

@@ -6,23 +6,26 @@
 #include <ctime>
 #include <string>
 
-/// The updates of a job as every sender makes them and every receiver expects them: a thousand names in turn,
-/// more than are ever held back, so that none replaces another.
+#include "Job.h"
+
+/// The updates of a job as every sender makes them and every receiver expects them: its names in turn.
 class UpdateSeries {
 public:
-    static constexpr std::size_t s_names = 1000;
-
-    explicit UpdateSeries(std::size_t nameSize = 8, std::size_t valueSize = 8)
-        : m_text(valueSize < 8 ? 8 : valueSize, 'v') {
-        for (std::size_t i = 0; i < s_names; ++i) {
+    UpdateSeries() : UpdateSeries(Job()) {}
+    explicit UpdateSeries(const Job& job)
+        : m_count(job.names), m_text(job.valueSize < 8 ? 8 : job.valueSize, 'v') {
+        for (std::size_t i = 0; i < m_names.size(); ++i) {
             std::string digits = std::to_string(i);
             m_names[i] = "VALUE" + std::string(3 - digits.size(), '0') + digits;
-            if (m_names[i].size() < nameSize)
-                m_names[i].resize(nameSize, '_');
+            if (m_names[i].size() < job.nameSize)
+                m_names[i].resize(job.nameSize, '_');
         }
     }
 
-    const std::string& name(std::uint64_t number) const { return m_names[number % s_names]; }
+    const std::string& name(std::uint64_t number) const {
+        // The usual division is by a constant, which is quick.
+        return m_names[m_count == Job::s_names ? number % Job::s_names : number % m_count];
+    }
 
     /// The text of that update; good until the next call.
     const std::string& text(std::uint64_t number) {
@@ -36,11 +39,17 @@ public:
         clock_gettime(CLOCK_MONOTONIC, &time);
         return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
     }
+    /// A paced sender's, before each update.
+    static void pause() {
+        const timespec time{0, 200'000};
+        nanosleep(&time, nullptr);
+    }
     /// The time as a value carries it; ageOf() tells how long ago that was, below two seconds.
     static int stamp() { return static_cast<int>(now() & 0x7fffffff); }
     static std::uint32_t ageOf(int stamp) { return static_cast<std::uint32_t>((now() - stamp) & 0x7fffffff); }
 
 private:
-    std::array<std::string, s_names> m_names;
+    std::size_t m_count;
+    std::array<std::string, Job::s_names> m_names;
     std::string m_text;
 };

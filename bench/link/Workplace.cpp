@@ -27,7 +27,7 @@ void serve(int socket, const Workplace::Settings& settings, const Results& resul
     try {
         if (settings.cores > 0)
             Affinity::set(settings.cores);
-        WorkplaceHost host(settings.directory, settings.drivers, settings.cores, results);
+        WorkplaceHost host(settings, results);
         reply("");
         Request request;
         while (recv(socket, &request, sizeof request, 0) == sizeof request) {

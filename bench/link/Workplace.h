@@ -7,14 +7,23 @@
 #include "Request.h"
 #include "Results.h"
 
-/// A workplace in a process of its own: the manager, the panel target and so many probe drivers, each in its
+/// A workplace in a process of its own: the manager, a panel and so many probe drivers, each in its
 /// driver process. Made while this process has one thread. The process ends with the object.
 class Workplace {
 public:
+    /// What the manager reports to.
+    enum class EPanel {
+        Checked,   ///< a target that checks what it gets
+        Empty,     ///< one that does nothing
+        Store,     ///< the host's store
+        Followed,  ///< the host's store and, as with --follow, a printer, whose lines nobody is slow to read
+    };
+
     struct Settings {
-        std::string directory;  ///< its own, made by it
+        std::string directory = {};  ///< its own, made by it
         int drivers = 2;
         int cores = 0;  ///< all its processes stay on the first so many; 0 for all there are
+        EPanel panel = EPanel::Checked;
     };
 
     Workplace(const Settings& settings, const Results& results);

@@ -9,19 +9,26 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
+#include "BurstGate.h"
 #include "CpuClock.h"
 #include "FIDParameterList.h"
 #include "Files.h"
 #include "IFunctionID.h"
 #include "IMDMConfiguration.h"
 #include "InterfaceIds.h"
+#include "JobLength.h"
+#include "MessageCodes.h"
+#include "OwnMemoryPeak.h"
+#include "ProbeWorkplace.h"
 #include "ProcessMemory.h"
 #include "QueueNames.h"
-#include "sal/MessageQueue.h"
+#include "UpdateFigures.h"
 
 namespace fs = std::filesystem;
 
@@ -48,28 +55,31 @@ double threadTime() {
     return sum;
 }
 
+/// What the results call a panel.
+const char* nameOf(Workplace::EPanel panel) {
+    switch (panel) {
+        case Workplace::EPanel::Checked:
+            return "checked target";
+        case Workplace::EPanel::Empty:
+            return "empty target";
+        case Workplace::EPanel::Store:
+            return "store";
+        case Workplace::EPanel::Followed:
+            return "store, followed";
+    }
+    return "";
+}
+
 }  // namespace
 
-WorkplaceHost::WorkplaceHost(const fs::path& directory, int drivers, int cores, const Results& results)
-    : m_directory(directory), m_drivers(drivers), m_cores(cores), m_results(results) {
-    fs::create_directories(m_directory / "queues");
-    fs::permissions(m_directory / "queues", fs::perms::owner_all);
-    fs::create_directories(m_directory / "drivers");
-    fs::create_directories(m_directory / "work");
-    fs::create_symlink(builtFile("lib/benchmodules/probe.so"), m_directory / "drivers" / "probe.so");
-    std::ofstream(m_directory / "drivers" / "probe.xml")
-        << "<mfDriverModule><module_type name=\"probe.so\" type=\"Probe\" "
-           "version=\"1.0\"/></mfDriverModule>\n";
-    std::ofstream workplace(m_directory / "workplace.xml");
-    workplace << "<workplaces><workplace id=\"0\">";
-    for (int i = 0; i < drivers; ++i) {
-        const std::string id = PanelTarget::driverID(static_cast<std::size_t>(i));
-        workplace << "<mainframeDriver driverID=\"" << id
-                  << "\" driverType=\"Probe\" version=\"1.0\" workingDirectory=\"data/" << id
-                  << "\" interfaceType=\"queue\"/>\n";
-    }
-    workplace << "</workplace></workplaces>\n" << std::flush;
-
+WorkplaceHost::WorkplaceHost(Workplace::Settings settings, const Results& results)
+    : m_settings(std::move(settings)),
+      m_directory(m_settings.directory),
+      m_results(results),
+      m_reports(m_directory, [this](int driver, const std::string& count, const std::string& file) {
+          send(static_cast<std::size_t>(driver), "REPORT", {{"count", count}, {"file", file}});
+      }) {
+    writeProbeWorkplace(m_directory, m_settings.drivers);
     setenv("MFD_QUEUE_DIR", (m_directory / "queues").c_str(), 1);
     setenv("MFD_LOG_LEVEL", "2", 1);
     // Standard output is for the results.
@@ -81,11 +91,15 @@ WorkplaceHost::WorkplaceHost(const fs::path& directory, int drivers, int cores, 
     m_pLog = std::make_unique<sal::LogManager>(
         sal::LogManager::Settings{.level = sal::LogOutput::eError, .file = {}, .tag = {}});
     m_pCommands = std::make_unique<sal::CmdProcessor>();
+    if (m_settings.panel == Workplace::EPanel::Followed) {
+        m_pFollow = std::make_unique<FollowPrinter>("", open("/dev/null", O_WRONLY | O_CLOEXEC));
+        m_store.addListener(m_pFollow.get());
+    }
     sal::Process::setObserver(this);
     m_pManager = std::make_unique<MfDriverManager>();
     m_pManager->init();
     m_pManager->setSystemInterface(&m_system);
-    m_pManager->setVirtualPanelStateInterface(&m_target);
+    m_pManager->setVirtualPanelStateInterface(panel());
     m_pSender = dynamic_cast<IFunctionID*>(m_pManager->queryInterface(IID_IFunctionID));
     m_pConfiguration = dynamic_cast<IMDMConfiguration*>(m_pManager->queryInterface(IID_IMDMConfiguration));
     if (!m_pSender || !m_pConfiguration)
@@ -103,20 +117,38 @@ WorkplaceHost::~WorkplaceHost() {
     m_pManager.reset();
     waitForProcesses();
     sal::Process::setObserver(nullptr);
+    if (m_pFollow)
+        m_store.removeListener(m_pFollow.get());
+}
+
+IPanelState* WorkplaceHost::panel() {
+    switch (m_settings.panel) {
+        case Workplace::EPanel::Empty:
+            return &m_empty;
+        case Workplace::EPanel::Store:
+        case Workplace::EPanel::Followed:
+            return &m_store;
+        case Workplace::EPanel::Checked:
+            break;
+    }
+    return &m_target;
 }
 
 void WorkplaceHost::measure(const Request& request) {
     switch (request.kind) {
         case Request::eUpdates:
             return measureUpdates(request);
+        case Request::eRelayed:
+            return measureRelayed(request);
         case Request::eFids:
             return measureFids(request);
         case Request::eTrips:
             return measureTrips(request);
         case Request::eStopped:
+        case Request::eFull:
             return measureStopped(request);
-        case Request::eReload:
-            return measureReload(request);
+        case Request::eValues:
+            return measureValues(request);
         case Request::eMemory:
             return measureMemory(request);
         case Request::eIdle:
@@ -130,138 +162,186 @@ void WorkplaceHost::processStarted(const sal::Process::Started& process) {
     m_processes.push_back(process);
 }
 
+void WorkplaceHost::awaitStart(int, unsigned int seconds) {
+    std::vector<std::string> queues;
+    for (int driver = 0; driver < m_settings.drivers; ++driver)
+        queues.push_back(protocol::inputQueue(PanelTarget::driverID(static_cast<std::size_t>(driver))));
+    const std::size_t most = 2 * std::max(std::thread::hardware_concurrency(), 1U) - 1;
+    sal::MessageQueue::waitForReaders(queues, most, static_cast<int>(seconds) * 1000);
+}
+
 void WorkplaceHost::measureUpdates(const Request& request) {
     const auto drivers = static_cast<std::size_t>(request.drivers);
     Job job = request.job;
-    job.count = std::max<std::uint64_t>(1, job.count / drivers);
-    for (std::size_t driver = 0; driver < drivers; ++driver)
-        m_target.expect(driver, job);
-    const CpuClock cpu(processes());
-    for (std::size_t driver = 0; driver < drivers; ++driver)
-        sendJob(driver, job);
-    std::int64_t first = INT64_MAX;
-    std::int64_t last = 0;
-    for (std::size_t driver = 0; driver < drivers; ++driver) {
-        first = std::min(first, m_target.waitFor(driver, g_patience).time);
-        last = std::max(last, m_target.check(driver).last());
+    const fs::path gateFile = m_directory / "gate";
+    std::optional<BurstGate> gate;
+    if (job.isInBursts)
+        gate.emplace(gateFile);
+    JobLength length(request.seconds, drivers * (gate ? BurstGate::s_size : 1));
+    for (;;) {
+        job.count = length.count() / drivers;
+        Parameters parameters = parametersOf(job);
+        if (gate)
+            parameters.emplace_back("gate", gateFile);
+        for (std::size_t driver = 0; driver < drivers; ++driver)
+            m_target.expect(driver, job, gate ? &*gate : nullptr);
+        const CpuClock cpu(processes());
+        for (std::size_t driver = 0; driver < drivers; ++driver)
+            send(driver, "SEND", parameters);
+        std::int64_t first = INT64_MAX;
+        std::int64_t last = 0;
+        for (std::size_t driver = 0; driver < drivers; ++driver) {
+            first = std::min(first, m_target.waitFor(driver, g_patience).time);
+            last = std::max(last, m_target.check(driver).last());
+        }
+        const double used = cpu.seconds();
+        const double seconds = static_cast<double>(last - first) / 1e9;
+        if (!length.isEnough(seconds))
+            continue;
+        if (request.isSeries)
+            m_results.add("drivers", g_product, request.round,
+                          {{"drivers", request.drivers},
+                           {"rate", static_cast<double>(job.count * drivers) / seconds},
+                           {"seconds", seconds}});
+        else
+            UpdateFigures{job, seconds, used, m_target.check(0).count(), m_target.check(0).ages()}.add(
+                m_results, g_product, request.round);
+        return;
     }
-    const double used = cpu.seconds();
-    const auto count = static_cast<double>(job.count * drivers);
-    const double rate = count * 1e9 / static_cast<double>(last - first);
-    if (job.kind == Job::ePaced)
-        m_results.addTimes("latency", g_product, request.round, {}, m_target.check(0).ages());
-    else if (request.isSweep && job.kind == Job::eTexts)
-        m_results.add("sizes", g_product, request.round,
-                      {{"name_bytes", static_cast<double>(job.nameSize)},
-                       {"value_bytes", static_cast<double>(job.valueSize)},
-                       {"rate", rate}});
-    else if (request.isSweep)
-        m_results.add("drivers", g_product, request.round,
-                      {{"drivers", static_cast<double>(drivers)}, {"rate", rate}});
-    else
-        m_results.add(Job::name(job.kind), g_product, request.round,
-                      {{"rate", rate}, {"cpu_per_100k", used * 1e5 / count}});
+}
+
+void WorkplaceHost::measureRelayed(const Request& request) {
+    Job job = request.job;
+    JobLength length(request.seconds);
+    for (;;) {
+        job.count = length.count();
+        m_target.expect(0, {});
+        m_target.expect(1, {});
+        Parameters parameters = parametersOf(job);
+        send(1, "PANEL", parameters);
+        parameters.emplace_back("to", PanelTarget::driverID(1));
+        const CpuClock cpu(processes());
+        send(0, "SEND", parameters);
+        const std::int64_t first = m_target.waitFor(0, g_patience).time;
+        const std::int64_t last = m_target.waitFor(1, g_patience).time;
+        const double used = cpu.seconds();
+        const double seconds = static_cast<double>(last - first) / 1e9;
+        if (!length.isEnough(seconds))
+            continue;
+        UpdateFigures{job, seconds, used, job.count}.add(m_results, "drivers, panel in a process",
+                                                         request.round);
+        return;
+    }
 }
 
 void WorkplaceHost::measureFids(const Request& request) {
-    const std::string count = std::to_string(request.job.count);
-    m_target.expect(0, {});
-    m_target.expect(1, {});
-    send(1, "EXPECT", {{"count", count}});
-    Parameters parameters{{"to", PanelTarget::driverID(1)}, {"count", count}};
-    if (request.hasParameter)
-        parameters.emplace_back("parameter", "1");
-    const CpuClock cpu(processes());
-    send(0, "FIDS", parameters);
-    const std::int64_t first = m_target.waitFor(0, g_patience).time;
-    const std::int64_t last = m_target.waitFor(1, g_patience).time;
-    const double used = cpu.seconds();
-    const auto fids = static_cast<double>(request.job.count);
-    m_results.add(
-        request.hasParameter ? "fids with a parameter" : "fids", g_product, request.round,
-        {{"rate", fids * 1e9 / static_cast<double>(last - first)}, {"cpu_per_100k", used * 1e5 / fids}});
+    JobLength length(request.seconds);
+    for (;;) {
+        const std::string count = std::to_string(length.count());
+        m_target.expect(0, {});
+        m_target.expect(1, {});
+        send(1, "EXPECT", {{"count", count}});
+        Parameters parameters{{"to", PanelTarget::driverID(1)}, {"count", count}};
+        if (request.hasParameter)
+            parameters.emplace_back("parameter", "1");
+        const CpuClock cpu(processes());
+        send(0, "FIDS", parameters);
+        const std::int64_t first = m_target.waitFor(0, g_patience).time;
+        const std::int64_t last = m_target.waitFor(1, g_patience).time;
+        const double used = cpu.seconds();
+        const double seconds = static_cast<double>(last - first) / 1e9;
+        const auto fids = static_cast<double>(length.count());
+        if (!length.isEnough(seconds))
+            continue;
+        m_results.add(request.hasParameter ? "fids with a parameter" : "fids", g_product, request.round,
+                      {{"rate", fids / seconds}, {"cpu_per_100k", used * 1e5 / fids}, {"seconds", seconds}});
+        return;
+    }
 }
 
 void WorkplaceHost::measureTrips(const Request& request) {
     const fs::path file = m_directory / "times";
     m_target.expect(0, {});
     send(1, "PEER", {{"id", PanelTarget::driverID(0)}});
+    const auto milliseconds = static_cast<int>(request.seconds * 1000);
     send(0, "TRIPS",
          {{"to", PanelTarget::driverID(1)},
-          {"count", std::to_string(request.job.count)},
+          {"warmup", std::to_string(milliseconds / 2)},
+          {"time", std::to_string(milliseconds)},
           {"file", file.string()}});
     m_target.waitFor(0, g_patience);
-    std::vector<std::uint32_t> times(request.job.count);
-    std::ifstream(file, std::ios::binary)
-        .read(reinterpret_cast<char*>(times.data()),
-              static_cast<std::streamsize>(times.size() * sizeof times.front()));
-    m_results.addTimes("trips", g_product, request.round, {{"cores", m_cores}}, times);
+    const std::string bytes = textOf(file);
+    std::vector<std::uint32_t> times(bytes.size() / sizeof(std::uint32_t));
+    std::memcpy(times.data(), bytes.data(), times.size() * sizeof times.front());
+    m_results.addTimes("trips", g_product, request.round, {{"cores", m_settings.cores}}, times);
 }
 
 // While the target stands still the queue fills up and then the driver waits; afterwards everything arrives.
-// What the host takes for it shows at the latest then: the pages of the queue that it reads are its own too.
+// The pages of the queue that the host reads are its own too; they count once, as the queue's.
 void WorkplaceHost::measureStopped(const Request& request) {
-    const double residentBefore = ProcessMemory::resident();
-    const double queuesBefore = queueMemory();
-    ProcessMemory::forgetPeak();
-    m_target.expect(0, request.job);
+    const bool isFull = request.kind == Request::eFull;
+    const Usage before = usage();
+    OwnMemoryPeak peak;
     m_target.stop();
-    sendJob(0, request.job);
-    // Until the driver has not got a message further for half a second.
-    std::uint64_t sent = 0;
-    double capacity = 0;
-    unsigned int highWater = 0;
-    for (int still = 0; still < 5;) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        for (const auto& status : sal::MessageQueue::statuses()) {
-            if (status.name != protocol::outputQueue(PanelTarget::driverID(0)))
-                continue;
-            still = status.messages == sent && sent > 0 ? still + 1 : 0;
-            sent = status.messages;
-            capacity = status.capacity;
-            highWater = status.highWater;
-        }
+    if (isFull) {
+        const std::string count = std::to_string(request.job.count);
+        m_target.expect(0, {Job::eStates, 1});
+        m_target.expect(1, {});
+        send(1, "EXPECT", {{"count", count}});
+        send(0, "FILL", {{"to", PanelTarget::driverID(1)}, {"count", count}});
+    } else {
+        m_target.expect(0, request.job);
+        send(0, "SEND", parametersOf(request.job));
     }
-    const double stoppedHost = ProcessMemory::resident() - residentBefore;
-    const double stoppedQueues = queueMemory() - queuesBefore;
+    const sal::MessageQueue::Status queue = waitUntilFull(0);
+    const double length = static_cast<double>(queue.bytes) / static_cast<double>(queue.messages);
+    if (isFull && length < static_cast<double>(protocol::maximumLength - 1))
+        throw std::runtime_error("messages of " + std::to_string(length) + " bytes do not fill the queue");
+    const Usage stopped = usage();
     m_target.goOn();
+    if (isFull)
+        m_target.waitFor(1, g_patience);
     m_target.waitFor(0, g_patience);
-    m_results.add("stopped target", g_product, request.round,
+    m_results.add(isFull ? "stopped target, full messages" : "stopped target", g_product, request.round,
                   {{"updates", static_cast<double>(request.job.count)},
-                   {"held_messages", highWater},
-                   {"host_kib", stoppedHost},
-                   {"queue_kib", stoppedQueues},
-                   {"host_peak_kib", ProcessMemory::peak() - residentBefore},
-                   {"capacity_kib", capacity}});
+                   {"held_messages", queue.highWater},
+                   {"message_bytes", length},
+                   {"resident_kib", stopped.resident - before.resident},
+                   {"own_kib", stopped.own - before.own},
+                   {"own_peak_kib", peak.end() - before.own},
+                   {"queue_kib", std::max(stopped.queues, queueMemory()) - before.queues},
+                   {"capacity_kib", queue.capacity * static_cast<double>(protocol::maximumLength) / 1024}});
 }
 
-void WorkplaceHost::measureReload(const Request& request) {
-    const auto begin = Clock::now();
-    if (!m_pConfiguration->reloadMfDriver(PanelTarget::driverID(0)))
-        throw std::runtime_error("the reload failed");
-    const double back = millisecondsSince(begin);
-    waitUntilDriversAnswer();
-    m_results.add("reload", g_product, request.round,
-                  {{"ms", back}, {"answers_ms", millisecondsSince(begin)}});
+void WorkplaceHost::measureValues(const Request& request) {
+    m_reports.measure(request.drivers, request.seconds, m_results, nameOf(m_settings.panel), request.round);
 }
 
 void WorkplaceHost::measureMemory(const Request& request) {
-    const double resident = ProcessMemory::resident() - m_residentBefore;
-    const double proportional = ProcessMemory::proportional() - m_proportionalBefore;
+    const double drivers = m_settings.drivers;
+    double processProportional = 0;
+    double processResident = 0;
+    for (const auto& process : m_processes) {
+        processProportional += ProcessMemory::proportional(process.pid);
+        processResident += ProcessMemory::resident(process.pid);
+    }
     m_results.add("memory", g_product, request.round,
-                  {{"drivers", m_drivers},
-                   {"resident_kib", resident / m_drivers},
-                   {"proportional_kib", proportional / m_drivers},
-                   {"queue_files_kib", queueMemory() / m_drivers}});
+                  {{"drivers", drivers},
+                   {"resident_kib", (ProcessMemory::resident() - m_residentBefore) / drivers},
+                   {"proportional_kib", (ProcessMemory::proportional() - m_proportionalBefore) / drivers},
+                   {"process_proportional_kib", processProportional / drivers},
+                   {"process_resident_kib", processResident / drivers},
+                   {"queue_files_kib", queueMemory() / drivers}});
 }
 
 void WorkplaceHost::measureIdle(const Request& request) {
     const auto begin = Clock::now();
     const double before = threadTime();
-    std::this_thread::sleep_for(std::chrono::seconds(request.job.count));
+    std::this_thread::sleep_for(std::chrono::duration<double>(request.seconds));
     const double used = threadTime() - before;
     m_results.add("idle", g_product, request.round,
-                  {{"drivers", m_drivers}, {"percent", used * 1e5 / millisecondsSince(begin) / m_drivers}});
+                  {{"drivers", m_settings.drivers},
+                   {"percent", used * 1e5 / millisecondsSince(begin) / m_settings.drivers}});
 }
 
 void WorkplaceHost::measureShutdown(const Request& request) {
@@ -269,8 +349,9 @@ void WorkplaceHost::measureShutdown(const Request& request) {
     m_pManager.reset();
     const double managerGone = millisecondsSince(begin);
     waitForProcesses();
-    m_results.add("shutdown", g_product, request.round,
-                  {{"drivers", m_drivers}, {"manager_ms", managerGone}, {"ms", millisecondsSince(begin)}});
+    m_results.add(
+        "shutdown", g_product, request.round,
+        {{"drivers", m_settings.drivers}, {"manager_ms", managerGone}, {"ms", millisecondsSince(begin)}});
 }
 
 void WorkplaceHost::send(std::size_t driver, const std::string& function,
@@ -281,22 +362,31 @@ void WorkplaceHost::send(std::size_t driver, const std::string& function,
     m_pSender->sendFID(PanelTarget::driverID(driver) + "." + function, list);
 }
 
-void WorkplaceHost::sendJob(std::size_t driver, const Job& job) const {
-    send(driver, "SEND",
-         {{"kind", std::to_string(job.kind)},
-          {"count", std::to_string(job.count)},
-          {"name", std::to_string(job.nameSize)},
-          {"value", std::to_string(job.valueSize)}});
+WorkplaceHost::Parameters WorkplaceHost::parametersOf(const Job& job) {
+    return {{"kind", std::to_string(job.kind)},
+            {"count", std::to_string(job.count)},
+            {"name", std::to_string(job.nameSize)},
+            {"value", std::to_string(job.valueSize)},
+            {"names", std::to_string(job.names)}};
 }
 
 void WorkplaceHost::waitUntilDriversAnswer() {
-    const Job job{Job::eStates, 1, 8, 8};
-    for (std::size_t driver = 0; driver < static_cast<std::size_t>(m_drivers); ++driver) {
-        m_target.expect(driver, job);
-        sendJob(driver, job);
+    m_reports.report(m_settings.drivers, 1);
+}
+
+// Full is a queue that has not got a message further for half a second.
+sal::MessageQueue::Status WorkplaceHost::waitUntilFull(std::size_t driver) const {
+    sal::MessageQueue::Status found;
+    for (int still = 0; still < 5;) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        for (const auto& status : sal::MessageQueue::statuses()) {
+            if (status.name != protocol::outputQueue(PanelTarget::driverID(driver)))
+                continue;
+            still = status.messages == found.messages && status.depth > 0 ? still + 1 : 0;
+            found = status;
+        }
     }
-    for (std::size_t driver = 0; driver < static_cast<std::size_t>(m_drivers); ++driver)
-        m_target.waitFor(driver, g_patience);
+    return found;
 }
 
 std::vector<pid_t> WorkplaceHost::processes() const {
@@ -316,6 +406,10 @@ void WorkplaceHost::waitForProcesses() {
         close(process.pidFd);
     }
     m_processes.clear();
+}
+
+WorkplaceHost::Usage WorkplaceHost::usage() const {
+    return {ProcessMemory::resident(), ProcessMemory::own(), queueMemory()};
 }
 
 double WorkplaceHost::queueMemory() const {

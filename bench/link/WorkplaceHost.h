@@ -1,28 +1,35 @@
 #pragma once
 
-#include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "FollowPrinter.h"
 #include "ISystem.h"
 #include "MfDriverManager.h"
 #include "PanelTarget.h"
 #include "Request.h"
 #include "Results.h"
+#include "Roads.h"
+#include "StateStore.h"
+#include "ValueReports.h"
+#include "Workplace.h"
 #include "sal/CmdProcessor.h"
 #include "sal/LogManager.h"
+#include "sal/MessageQueue.h"
 #include "sal/Process.h"
 
 class IFunctionID;
 class IMDMConfiguration;
 
-/// A host without anything but the manager: starts the probe drivers D00, D01, ... of a workplace file as any
-/// host does, each in its driver process, and measures. Lives in a process of its own and changes its working
-/// directory and standard output.
+/// A host without anything but the manager and a panel: starts the probe drivers D00, D01, ... of a workplace
+/// file, each in its driver process, and measures. As the host with --start-wait=attached it goes on when few
+/// of them are still to come up. Lives in a process of its own and changes its working directory and standard
+/// output.
 class WorkplaceHost : private sal::Process::Observer {
 public:
-    WorkplaceHost(const std::filesystem::path& directory, int drivers, int cores, const Results& results);
+    WorkplaceHost(Workplace::Settings settings, const Results& results);
     ~WorkplaceHost() override;
 
     /// Writes one result or throws.
@@ -34,33 +41,45 @@ private:
         IInterface* queryInterface(unsigned int) override { return nullptr; }
         void executeCommand(const std::string&, const std::string&) override {}
     };
+    /// Of memory, in KiB.
+    struct Usage {
+        double resident = 0;
+        double own = 0;
+        double queues = 0;
+    };
 
     void processStarted(const sal::Process::Started& process) override;
+    void awaitStart(int pid, unsigned int seconds) override;
+
+    IPanelState* panel();
 
     void measureUpdates(const Request& request);
+    void measureRelayed(const Request& request);
     void measureFids(const Request& request);
     void measureTrips(const Request& request);
     void measureStopped(const Request& request);
-    void measureReload(const Request& request);
+    void measureValues(const Request& request);
     void measureMemory(const Request& request);
     void measureIdle(const Request& request);
     void measureShutdown(const Request& request);
 
     using Parameters = std::vector<std::pair<std::string, std::string>>;
     void send(std::size_t driver, const std::string& function, const Parameters& parameters) const;
-    void sendJob(std::size_t driver, const Job& job) const;
+    static Parameters parametersOf(const Job& job);
     /// Until each driver has done something, and so is there.
     void waitUntilDriversAnswer();
+    /// Until the driver gets no message further into its queue, which is returned.
+    sal::MessageQueue::Status waitUntilFull(std::size_t driver) const;
     /// This process and the driver processes that live.
     std::vector<pid_t> processes() const;
     /// Until all driver processes that were started have ended.
     void waitForProcesses();
+    Usage usage() const;
     /// What the queues' files hold, in KiB.
     double queueMemory() const;
 
-    std::filesystem::path m_directory;
-    int m_drivers;
-    int m_cores;
+    const Workplace::Settings m_settings;
+    const std::filesystem::path m_directory;
     const Results& m_results;
     double m_residentBefore = 0;
     double m_proportionalBefore = 0;
@@ -69,6 +88,10 @@ private:
     std::unique_ptr<sal::CmdProcessor> m_pCommands;
     System m_system;
     PanelTarget m_target;
+    roads::EmptyTarget m_empty;
+    StateStore m_store;
+    std::unique_ptr<FollowPrinter> m_pFollow;
+    const ValueReports m_reports;
     std::vector<sal::Process::Started> m_processes;
     std::unique_ptr<MfDriverManager> m_pManager;
     IMDMConfiguration* m_pConfiguration = nullptr;

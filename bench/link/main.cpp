@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "DBusStartPeer.h"
@@ -25,6 +26,7 @@
 #include "GrpcTripPeer.h"
 #include "GrpcUpdatePeer.h"
 #include "HostStartPeer.h"
+#include "HostValues.h"
 #include "PeerRun.h"
 #include "Results.h"
 #include "Sandbox.h"
@@ -34,19 +36,17 @@
 
 namespace {
 
-/// A few seconds of work for each measurement of a round.
 struct Amounts {
     int rounds = 5;
-    std::uint64_t updates = 500'000;
-    std::uint64_t peerUpdates = 50'000;
-    std::uint64_t fids = 300'000;
-    std::uint64_t trips = 10'000;
-    std::uint64_t paced = 5'000;
+    double seconds = 1;  ///< that a measurement takes at least, beside its warm-up
     std::uint64_t stopped = 1'000'000;
+    std::uint64_t full = 200'000;
+    std::uint64_t countedValues = 40'000;
+    std::vector<int> valueDrivers{1, 10, 50};
     int drivers = 64;
     int stoppedDrivers = 50;
-    unsigned int idleSeconds = 5;
-    int fleetRounds = 2;
+    double idleSeconds = 5;
+    int longRounds = 2;  ///< what takes long is measured in the first so many rounds only
     unsigned int killSeconds = 10;
     unsigned int kills = 8;
     std::vector<int> startedDrivers{1, 10, 50};
@@ -90,150 +90,216 @@ private:
     int m_made = 0;
 };
 
-const std::vector<UpdatePeerKind> g_updatePeers{{"D-Bus", true, DBusUpdatePeer::makeBus},
-                                                {"D-Bus, two processes", true, DBusUpdatePeer::makeDirect},
-                                                {"gRPC", false, GrpcUpdatePeer::makeDeep},
-                                                {"gRPC, 300 together", false, GrpcUpdatePeer::makeShallow},
-                                                {"gRPC, 16 together", true, GrpcUpdatePeer::makeSmall}};
+const UpdatePeerKind g_bus{"D-Bus", DBusUpdatePeer::makeBus};
+const UpdatePeerKind g_direct{"D-Bus, two processes", DBusUpdatePeer::makeDirect};
+const UpdatePeerKind g_deep{"gRPC", GrpcUpdatePeer::makeDeep};
+const UpdatePeerKind g_shallow{"gRPC, 300 together", GrpcUpdatePeer::makeShallow};
+const UpdatePeerKind g_small{"gRPC, 16 together", GrpcUpdatePeer::makeSmall};
+const UpdatePeerKind g_deepRelayed{"gRPC, three processes", GrpcUpdatePeer::makeDeepRelayed};
+const UpdatePeerKind g_shallowRelayed{"gRPC, 300 together, three processes",
+                                      GrpcUpdatePeer::makeShallowRelayed};
 const std::vector<TripPeerKind> g_tripPeers{{"AF_UNIX packets", UnixTripPeer::makePacket},
                                             {"AF_UNIX stream", UnixTripPeer::makeStream},
                                             {"D-Bus", DBusTripPeer::make},
                                             {"gRPC", GrpcTripPeer::make}};
 
-Job peerJob(Job job, std::uint64_t count) {
-    if (job.kind != Job::ePaced)
-        job.count = count;
-    return job;
-}
+/// One round of everything. What is compared is measured by turns, each time by processes that were started
+/// for it.
+class Round {
+public:
+    Round(const Amounts& amounts, int round, Directory& directory, const Results& results)
+        : m_amounts(amounts), m_round(round), m_directory(directory), m_results(results) {}
 
-void measureUpdates(const Amounts& amounts, int round, Directory& directory, const Results& results) {
-    Workplace workplace({directory.next(), 2, 0}, results);
-    workplace.waitUntilStarted();
-    const PeerRun peers(directory.next(), results);
-    const auto both = [&](const Job& job, bool isSweep) {
-        workplace.measure({Request::eUpdates, round, job, 1, false, isSweep});
-        for (const UpdatePeerKind& kind : g_updatePeers)
-            peers.updates(kind, peerJob(job, kind.isSlow ? amounts.peerUpdates : job.count), round, isSweep);
-    };
-    // First, while the queues still have no more memory than at the start.
-    if (amounts.wants("stopped"))
-        workplace.measure({Request::eStopped, round, {Job::eStates, amounts.stopped, 8, 8}, 1, false, false});
-    if (amounts.wants("updates")) {
-        both({Job::eStates, amounts.updates, 8, 8}, false);
-        both({Job::eEvents, amounts.updates, 8, 8}, false);
-        both({Job::ePaced, amounts.paced, 8, 8}, false);
-    }
-    if (amounts.wants("sizes"))
-        for (const std::size_t size : {8, 16, 32, 64, 128, 240})
-            both({Job::eTexts, amounts.updates / 4, size, size}, true);
-    if (amounts.wants("fids"))
-        for (const bool hasParameter : {false, true})
-            workplace.measure(
-                {Request::eFids, round, {Job::eStates, amounts.fids, 8, 8}, 1, hasParameter, false});
-    if (amounts.wants("reload"))
-        workplace.measure({Request::eReload, round, {}, 1, false, false});
-}
-
-void measureTrips(const Amounts& amounts, int round, Directory& directory, const Results& results) {
-    const PeerRun peers(directory.next(), results);
-    for (const int cores : {1, 2}) {
-        if (cores > static_cast<int>(std::thread::hardware_concurrency()))
-            continue;
-        Workplace workplace({directory.next(), 2, cores}, results);
-        workplace.waitUntilStarted();
-        workplace.measure({Request::eTrips, round, {Job::eStates, amounts.trips, 8, 8}, 2, false, false});
-        for (const TripPeerKind& kind : g_tripPeers)
-            peers.trips(kind, static_cast<unsigned int>(amounts.trips), cores, round);
-    }
-}
-
-/// Each driver takes a second to start, so two workplaces start side by side.
-void measureFleet(const Amounts& amounts, int round, Directory& directory, const Results& results) {
-    Workplace leaving({directory.next(), amounts.stoppedDrivers, 0}, results);
-    Workplace fleet({directory.next(), amounts.drivers, 0}, results);
-    leaving.waitUntilStarted();
-    fleet.waitUntilStarted();
-    leaving.measure({Request::eShutdown, round, {}, amounts.stoppedDrivers, false, false});
-    fleet.measure({Request::eMemory, round, {}, amounts.drivers, false, false});
-    fleet.measure(
-        {Request::eIdle, round, {Job::eStates, amounts.idleSeconds, 8, 8}, amounts.drivers, false, false});
-    for (int drivers = 1; drivers <= amounts.drivers; drivers *= 2)
-        fleet.measure(
-            {Request::eUpdates, round, {Job::eStates, amounts.updates, 8, 8}, drivers, false, true});
-}
-
-/// The same with kills and without, first the one and then the other by turns.
-void measureKills(const Amounts& amounts, int round, Directory& directory, const Results& results) {
-    SupervisedWorkplace workplace(directory.next(), 4, 4, results);
-    for (const bool isFirst : {true, false}) {
-        const bool hasKills = isFirst == (round % 2 == 0);
-        workplace.measure(round, {.seconds = amounts.killSeconds, .kills = hasKills ? amounts.kills : 0});
-    }
-}
-
-/// Until each of so many drivers has answered its first message; then each of the first ones is killed.
-void measureStart(const std::string& name, StartPeer& peer, int drivers, int restarts, int round,
-                  const Results& results) {
-    results.add("start", name, round, {{"drivers", drivers}, {"ms", peer.start(drivers)}});
-    for (int driver = 0; driver < restarts; ++driver)
-        results.add("restart", name, round, {{"ms", peer.restart(driver)}});
-}
-
-void measureHostStart(const Amounts& amounts, const char* startWait, int drivers, int restarts, int round,
-                      Directory& directory, const Results& results) {
-    HostStartPeer host(directory.next(), startWait);
-    const std::string name = std::string("this system, --start-wait=") + startWait;
-    measureStart(name, host, drivers, 0, round, results);
-    if (restarts == 0)
-        return;
-    for (int driver = 0; driver < restarts; ++driver)
-        results.add("restart by command", name, round, {{"ms", host.reload(driver)}});
-    std::this_thread::sleep_for(amounts.healthyTime);
-    for (int driver = 0; driver < restarts; ++driver)
-        results.add("restart", name, round, {{"ms", host.restart(driver)}});
-}
-
-/// With the full second a start takes as many seconds as there are drivers, and before a restart at once the
-/// host wants to see a driver healthy: both in some rounds only.
-void measureStarts(const Amounts& amounts, int round, Directory& directory, const Results& results) {
-    for (const int drivers : amounts.startedDrivers) {
-        for (int repetition = 0; repetition < amounts.starts; ++repetition) {
-            const bool isLast = drivers == amounts.startedDrivers.back() && repetition + 1 == amounts.starts;
-            const int restarts = isLast ? amounts.restarts : 0;
-            measureHostStart(amounts, "attached", drivers, round <= amounts.fleetRounds ? restarts : 0, round,
-                             directory, results);
-            DBusStartPeer bus(directory.make());
-            measureStart("D-Bus activation", bus, drivers, restarts, round, results);
-            ForkedWork::run([&, path = directory.make()] {
-                GrpcStartPeer calls(path);
-                measureStart("gRPC with a supervisor", calls, drivers, restarts, round, results);
-            });
+    void run() {
+        for (const Part& part : s_parts) {
+            if (m_amounts.wants(part.name) && (!part.isLong || isLongRound()))
+                (this->*part.measure)();
         }
-        const bool isMost = drivers == amounts.startedDrivers.back();
-        if (round <= amounts.fleetRounds || drivers == 1)
-            measureHostStart(amounts, "second", drivers, isMost ? amounts.restarts : 0, round, directory,
-                             results);
     }
-}
+
+    static std::vector<std::string> parts() {
+        std::vector<std::string> names;
+        for (const Part& part : s_parts)
+            names.emplace_back(part.name);
+        return names;
+    }
+
+private:
+    struct Part {
+        const char* name;
+        void (Round::*measure)();
+        bool isLong;
+    };
+    static const std::vector<Part> s_parts;
+
+    bool isLongRound() const { return m_round <= m_amounts.longRounds; }
+
+    /// In a workplace of its own.
+    void here(Request request, Workplace::Settings settings = {}) {
+        settings.directory = m_directory.next();
+        request.round = m_round;
+        if (request.seconds == 0)
+            request.seconds = m_amounts.seconds;
+        Workplace workplace(settings, m_results);
+        workplace.waitUntilStarted();
+        workplace.measure(request);
+    }
+    void there(const UpdatePeerKind& kind, const Job& job) {
+        PeerRun(m_directory.next(), m_results).updates(kind, job, m_amounts.seconds, m_round);
+    }
+    void both(const Job& job, const std::vector<UpdatePeerKind>& peers) {
+        // Who is first in one round is last in the next.
+        const bool isFirst = m_round % 2 == 1;
+        if (isFirst)
+            here({.kind = Request::eUpdates, .job = job}, {.drivers = 1});
+        for (const UpdatePeerKind& kind : peers)
+            there(kind, job);
+        if (!isFirst)
+            here({.kind = Request::eUpdates, .job = job}, {.drivers = 1});
+    }
+
+    void measureUpdates() {
+        for (const auto kind : {Job::eStates, Job::eEvents})
+            both({.kind = kind}, {g_bus, g_direct, g_deep, g_shallow, g_small});
+        // Each is sent by itself, so there is but one gRPC.
+        both({.kind = Job::ePaced}, {g_bus, g_direct, g_deep});
+    }
+    void measureBursts() { both({.isInBursts = true}, {g_bus, g_direct, g_deep}); }
+    void measureMerging() {
+        for (const std::size_t names : {10, 100})
+            both({.names = names}, {});
+    }
+    void measureSizes() {
+        for (const std::size_t size : {8, 32, 128, 240})
+            both({.kind = Job::eTexts, .nameSize = size, .valueSize = size},
+                 {g_bus, g_direct, g_deep, g_shallow, g_small});
+    }
+    /// Over the bus there are three processes anyway.
+    void measureRelayed() {
+        here({.kind = Request::eRelayed});
+        for (const UpdatePeerKind& kind : {g_deepRelayed, g_shallowRelayed})
+            there(kind, {});
+    }
+    void measureFids() {
+        for (const bool hasParameter : {false, true})
+            here({.kind = Request::eFids, .hasParameter = hasParameter});
+    }
+    void measureStopped() {
+        here({.kind = Request::eStopped, .job = {.count = m_amounts.stopped}});
+        here({.kind = Request::eFull, .job = {.count = m_amounts.full}});
+    }
+
+    void measureValues() {
+        const HostValues host(m_results);
+        for (const int drivers : m_amounts.valueDrivers) {
+            for (const auto panel :
+                 {Workplace::EPanel::Empty, Workplace::EPanel::Store, Workplace::EPanel::Followed})
+                here({.kind = Request::eValues, .drivers = drivers}, {.drivers = drivers, .panel = panel});
+            host.measure(m_directory.next(), drivers, m_amounts.seconds, m_round);
+            host.measureFollow(m_directory.next(), {"reader"}, drivers, m_amounts.seconds, m_round);
+        }
+        host.measureFollow(m_directory.next(), {"slow reader", 50'000}, 1, m_amounts.seconds, m_round);
+        host.measureCalls(m_directory.next(), m_amounts.countedValues, m_round);
+    }
+
+    void measureTrips() {
+        for (const int cores : {1, 2}) {
+            if (cores > static_cast<int>(std::thread::hardware_concurrency()))
+                continue;
+            here({.kind = Request::eTrips}, {.cores = cores});
+            for (const TripPeerKind& kind : g_tripPeers)
+                PeerRun(m_directory.next(), m_results).trips(kind, m_amounts.seconds, cores, m_round);
+        }
+    }
+
+    void measureFleet() {
+        here({.kind = Request::eShutdown}, {.drivers = m_amounts.stoppedDrivers});
+        here({.kind = Request::eMemory}, {.drivers = m_amounts.drivers});
+        here({.kind = Request::eIdle, .seconds = m_amounts.idleSeconds}, {.drivers = m_amounts.drivers});
+        for (int drivers = 1; drivers <= m_amounts.drivers; drivers *= 2)
+            here({.kind = Request::eUpdates, .drivers = drivers, .isSeries = true}, {.drivers = drivers});
+    }
+
+    /// The same with kills and without, first the one and then the other by turns.
+    void measureKills() {
+        for (const bool isFirst : {true, false}) {
+            SupervisedWorkplace workplace(m_directory.next(), 4, 4, m_results);
+            workplace.measure(m_round, {.seconds = m_amounts.killSeconds,
+                                        .kills = m_amounts.kills,
+                                        .isQuiet = isFirst == (m_round % 2 == 1)});
+        }
+    }
+
+    /// Until each of so many drivers has answered its first message; then each of the first ones is killed.
+    void measureStart(const std::string& name, StartPeer& peer, int drivers, int restarts) {
+        m_results.add("start", name, m_round, {{"drivers", drivers}, {"ms", peer.start(drivers)}});
+        for (int driver = 0; driver < restarts; ++driver)
+            m_results.add("restart", name, m_round, {{"ms", peer.restart(driver)}});
+    }
+
+    void measureStarts() {
+        for (const int drivers : m_amounts.startedDrivers) {
+            const bool isMost = drivers == m_amounts.startedDrivers.back();
+            for (int repetition = 0; repetition < m_amounts.starts; ++repetition) {
+                const int restarts = isMost && repetition + 1 == m_amounts.starts ? m_amounts.restarts : 0;
+                HostStartPeer host(m_directory.next(), "attached");
+                measureStart(hostName("attached"), host, drivers, 0);
+                DBusStartPeer bus(m_directory.make());
+                measureStart("D-Bus activation", bus, drivers, restarts);
+                ForkedWork::run([&, path = m_directory.make()] {
+                    GrpcStartPeer calls(path);
+                    measureStart("gRPC with a supervisor", calls, drivers, restarts);
+                });
+            }
+            if (!isMost && (drivers == 1 || m_round == 1)) {
+                HostStartPeer host(m_directory.next(), "second");
+                measureStart(hostName("second"), host, drivers, 0);
+            }
+        }
+        if (isLongRound())
+            measureRestarts("attached");
+        if (m_round == 1 && isLongRound())
+            measureRestarts("second");
+    }
+
+    /// Before it restarts a driver at once the host wants to see it healthy, and with the full second a start
+    /// takes as many seconds as there are drivers.
+    void measureRestarts(const char* startWait) {
+        HostStartPeer host(m_directory.next(), startWait);
+        const std::string name = hostName(startWait);
+        measureStart(name, host, m_amounts.startedDrivers.back(), 0);
+        for (int driver = 0; driver < m_amounts.restarts; ++driver)
+            m_results.add("restart by command", name, m_round, {{"ms", host.reload(driver)}});
+        std::this_thread::sleep_for(m_amounts.healthyTime);
+        for (int driver = 0; driver < m_amounts.restarts; ++driver)
+            m_results.add("restart", name, m_round, {{"ms", host.restart(driver)}});
+    }
+
+    static std::string hostName(const std::string& startWait) {
+        return "this system, --start-wait=" + startWait;
+    }
+
+    const Amounts& m_amounts;
+    const int m_round;
+    Directory& m_directory;
+    const Results& m_results;
+};
+
+const std::vector<Round::Part> Round::s_parts{
+    {"updates", &Round::measureUpdates, false}, {"bursts", &Round::measureBursts, false},
+    {"relayed", &Round::measureRelayed, false}, {"merging", &Round::measureMerging, false},
+    {"sizes", &Round::measureSizes, true},      {"fids", &Round::measureFids, false},
+    {"stopped", &Round::measureStopped, false}, {"values", &Round::measureValues, false},
+    {"trips", &Round::measureTrips, false},     {"kills", &Round::measureKills, false},
+    {"starts", &Round::measureStarts, false},   {"fleet", &Round::measureFleet, true}};
 
 void run(const Amounts& amounts) {
     if (const std::string refusal = enterSandbox({}); !refusal.empty())
         throw std::runtime_error("no namespaces of its own: " + refusal);
     const Results results(dup(STDOUT_FILENO));
     Directory directory;
-    for (int round = 1; round <= amounts.rounds; ++round) {
-        if (amounts.wants("updates") || amounts.wants("sizes") || amounts.wants("fids") ||
-            amounts.wants("stopped") || amounts.wants("reload"))
-            measureUpdates(amounts, round, directory, results);
-        if (amounts.wants("trips"))
-            measureTrips(amounts, round, directory, results);
-        if (amounts.wants("kills"))
-            measureKills(amounts, round, directory, results);
-        if (amounts.wants("starts"))
-            measureStarts(amounts, round, directory, results);
-        if (amounts.wants("fleet") && round <= amounts.fleetRounds)
-            measureFleet(amounts, round, directory, results);
-    }
+    for (int round = 1; round <= amounts.rounds; ++round)
+        Round(amounts, round, directory, results).run();
 }
 
 }  // namespace
@@ -243,21 +309,19 @@ int main(int argc, char** argv) {
     bool isQuick = false;
     CLI::App app("Measures what crosses processes in a workplace.");
     app.add_option("--rounds", amounts.rounds, "how often everything is measured")->check(CLI::Range(1, 100));
-    app.add_option("--fleet-rounds", amounts.fleetRounds, "how often of these with many drivers")
+    app.add_option("--long-rounds", amounts.longRounds, "how often what takes long is measured")
         ->check(CLI::Range(0, 100));
-    app.add_option("--updates", amounts.updates, "how many updates a measurement sends")
-        ->check(CLI::Range(1000, 1'000'000'000));
+    app.add_option("--seconds", amounts.seconds, "how long a measurement takes at least, beside its warm-up")
+        ->check(CLI::Range(0.01, 100.0));
     app.add_option("--drivers", amounts.drivers, "how many drivers are many")->check(CLI::Range(1, 64));
-    app.add_option("--only", amounts.only, "only these parts")
-        ->check(CLI::IsMember(
-            {"updates", "sizes", "fids", "stopped", "reload", "trips", "kills", "starts", "fleet"}));
+    app.add_option("--only", amounts.only, "only these parts")->check(CLI::IsMember(Round::parts()));
     app.add_flag("--quick", isQuick, "little of everything: shows that it works, not how fast");
     CLI11_PARSE(app, argc, argv);
     if (isQuick) {
-        amounts.updates = amounts.fids = 20'000;
-        amounts.peerUpdates = 2'000;
-        amounts.trips = amounts.paced = 500;
-        amounts.stopped = 50'000;
+        amounts.seconds = 0.05;
+        amounts.stopped = amounts.full = 50'000;
+        amounts.countedValues = 4'000;
+        amounts.valueDrivers = {1, 2};
         amounts.idleSeconds = 1;
         amounts.killSeconds = 4;
         amounts.kills = 2;

@@ -1,10 +1,13 @@
-// The queue beside what one would pick instead: one way and there and back, between two processes. The
-// transports take turns within a round; every message is checked. One JSON object a line on standard output:
+// The queue beside what one would pick instead: one way and there and back, between two processes, both
+// started for the one measurement. The transports take turns within a round; every message is checked. One
+// JSON object a line on standard output:
 // {"work": ..., "transport": ..., "size": bytes, "round": n, "rate": messages a second, "cpu": seconds of
 // both processes for a million messages} and {"work": "round trip", ..., "p50_us": ..., "p99_us": ...}.
 
 #include <sched.h>
+#include <semaphore.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,6 +25,8 @@
 #include <string>
 #include <vector>
 
+#include "JobLength.h"
+#include "Semaphore.h"
 #include "Transport.h"
 #include "sal/HostQueueDirectory.h"
 #include "sal/LogManager.h"
@@ -32,10 +37,34 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t g_longest = 1024;
 
-/// What the sending process tells the receiving one.
+/// What the two processes of a measurement tell each other.
 struct Shared {
+    sem_t go;    ///< the receiver: so many messages are to be sent
+    sem_t sent;  ///< the sender: they are, and the rest is noted
+    std::uint64_t messages;
     Clock::time_point firstSent;
     double senderCpu;
+};
+
+class SharedMemory {
+public:
+    SharedMemory() {
+        void* pMemory =
+            mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        if (pMemory == MAP_FAILED)
+            throw std::runtime_error("no shared memory");
+        m_pShared = new (pMemory) Shared{};
+        sem_init(&m_pShared->go, 1, 0);
+        sem_init(&m_pShared->sent, 1, 0);
+    }
+    ~SharedMemory() { munmap(m_pShared, sizeof(Shared)); }
+    SharedMemory(const SharedMemory&) = delete;
+    SharedMemory& operator=(const SharedMemory&) = delete;
+
+    Shared* operator->() const { return m_pShared; }
+
+private:
+    Shared* m_pShared;
 };
 
 double cpuSeconds() {
@@ -69,65 +98,90 @@ void stayOn(int cpu) {
     sched_setaffinity(0, sizeof set, &set);
 }
 
-/// Runs one end in a process of its own; the process ends with 0 when it did not throw.
+/// Runs a body in a process of its own, which ends with 0 when the body did not throw, and with this one.
 template <class Body>
 pid_t inChild(Body body) {
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         try {
             body();
         } catch (const std::exception& e) {
-            std::fprintf(stderr, "bench: sender: %s\n", e.what());
+            std::fprintf(stderr, "bench: %s\n", e.what());
             _exit(1);
         }
+        std::fflush(nullptr);
         _exit(0);
     }
     return child;
 }
 
-void oneWay(const TransportKind& kind, std::size_t size, int round, std::uint64_t messages) {
-    const auto pTransport = kind.make(size);
-    void* pMemory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    auto* pShared = new (pMemory) Shared{};
-    const std::size_t words = size / sizeof(std::uint64_t);
+/// A measurement in a process that has done nothing before.
+template <class Body>
+void measure(Body body) {
     const pid_t child = inChild([&] {
-        pTransport->openSender();
-        std::uint64_t message[g_longest / sizeof(std::uint64_t)];
-        const double cpu = cpuSeconds();
-        pShared->firstSent = Clock::now();
-        for (std::uint64_t number = 0; number < messages; ++number) {
-            fill(message, words, number);
-            pTransport->send(message, size);
-        }
-        pShared->senderCpu = cpuSeconds() - cpu;
-        // Stays until the receiver has everything: some transports need both ends.
-        pause();
+        const sal::LogManager log;
+        const sal::HostQueueDirectory queues;
+        body();
     });
-    pTransport->openReceiver();
-    const double cpu = cpuSeconds();
-    std::uint64_t message[g_longest / sizeof(std::uint64_t)];
-    for (std::uint64_t number = 0; number < messages; ++number) {
-        pTransport->receive(message, size);
-        check(message, words, number);
-    }
-    const auto end = Clock::now();
-    const double receiverCpu = cpuSeconds() - cpu;
-    // The sender notes its time behind its last message.
-    for (int i = 0; i < 1000 && static_cast<volatile Shared*>(pShared)->senderCpu == 0; ++i)
-        usleep(1000);
-    const double seconds = std::chrono::duration<double>(end - pShared->firstSent).count();
-    std::printf(
-        "{\"work\": \"one way\", \"transport\": \"%s\", \"size\": %zu, \"round\": %d, \"rate\": %.0f, "
-        "\"cpu\": %.4f}\n",
-        kind.name.c_str(), size, round, static_cast<double>(messages) / seconds,
-        (receiverCpu + pShared->senderCpu) * 1e6 / static_cast<double>(messages));
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    munmap(pMemory, sizeof(Shared));
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || status != 0)
+        throw std::runtime_error("a measurement has failed");
 }
 
-void roundTrip(const TransportKind& kind, bool onOneCore, int round, int trips) {
+void sendOneWay(Transport& transport, const SharedMemory& shared, std::size_t size) {
+    const std::size_t words = size / sizeof(std::uint64_t);
+    transport.openSender();
+    std::uint64_t message[g_longest / sizeof(std::uint64_t)];
+    // Stays until it is killed: some transports need both ends.
+    for (;;) {
+        await(shared->go);
+        const double cpu = cpuSeconds();
+        shared->firstSent = Clock::now();
+        for (std::uint64_t number = 0; number < shared->messages; ++number) {
+            fill(message, words, number);
+            transport.send(message, size);
+        }
+        shared->senderCpu = cpuSeconds() - cpu;
+        sem_post(&shared->sent);
+    }
+}
+
+void oneWay(const TransportKind& kind, std::size_t size, int round, double seconds) {
+    const auto pTransport = kind.make(size);
+    const SharedMemory shared;
+    const pid_t child = inChild([&] { sendOneWay(*pTransport, shared, size); });
+    pTransport->openReceiver();
+    const std::size_t words = size / sizeof(std::uint64_t);
+    std::uint64_t message[g_longest / sizeof(std::uint64_t)];
+    for (JobLength length(seconds);;) {
+        const std::uint64_t messages = length.count();
+        shared->messages = messages;
+        const double cpu = cpuSeconds();
+        sem_post(&shared->go);
+        for (std::uint64_t number = 0; number < messages; ++number) {
+            pTransport->receive(message, size);
+            check(message, words, number);
+        }
+        const auto end = Clock::now();
+        const double receiverCpu = cpuSeconds() - cpu;
+        await(shared->sent);
+        const double taken = std::chrono::duration<double>(end - shared->firstSent).count();
+        if (!length.isEnough(taken))
+            continue;
+        std::printf(
+            "{\"work\": \"one way\", \"transport\": \"%s\", \"size\": %zu, \"round\": %d, \"rate\": %.0f, "
+            "\"cpu\": %.4f, \"seconds\": %.3f}\n",
+            kind.name.c_str(), size, round, static_cast<double>(messages) / taken,
+            (receiverCpu + shared->senderCpu) * 1e6 / static_cast<double>(messages), taken);
+        break;
+    }
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+}
+
+void roundTrip(const TransportKind& kind, bool onOneCore, int round, double seconds) {
     constexpr std::size_t size = 32;
     const auto pThere = kind.make(size);
     const auto pBack = kind.make(size);
@@ -138,32 +192,34 @@ void roundTrip(const TransportKind& kind, bool onOneCore, int round, int trips) 
         pBack->openSender();
         pThere->openReceiver();
         std::uint64_t message[words];
-        for (int trip = 0; trip < trips; ++trip) {
+        for (;;) {
             pThere->receive(message, size);
             pBack->send(message, size);
         }
-        pause();
     });
-    cpu_set_t before;
-    sched_getaffinity(0, sizeof before, &before);
     if (onOneCore)
         stayOn(0);
     pThere->openSender();
     pBack->openReceiver();
     std::uint64_t message[words];
     std::vector<double> micros;
-    micros.reserve(static_cast<std::size_t>(trips));
-    for (int trip = 0; trip < trips; ++trip) {
-        fill(message, words, static_cast<std::uint64_t>(trip));
+    micros.reserve(1'000'000);
+    const auto second = std::chrono::duration<double>(1);
+    const auto warmUntil = Clock::now() + std::chrono::duration_cast<Clock::duration>(second * seconds / 2);
+    const auto end = warmUntil + std::chrono::duration_cast<Clock::duration>(second * seconds);
+    auto now = Clock::now();
+    for (std::uint64_t trip = 0; now < end; ++trip) {
+        fill(message, words, trip);
         const auto begin = Clock::now();
         pThere->send(message, size);
         pBack->receive(message, size);
-        micros.push_back(std::chrono::duration<double, std::micro>(Clock::now() - begin).count());
-        check(message, words, static_cast<std::uint64_t>(trip));
+        now = Clock::now();
+        if (begin >= warmUntil)
+            micros.push_back(std::chrono::duration<double, std::micro>(now - begin).count());
+        check(message, words, trip);
     }
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
-    sched_setaffinity(0, sizeof before, &before);
     std::sort(micros.begin(), micros.end());
     std::printf(
         "{\"work\": \"round trip\", \"transport\": \"%s\", \"cores\": %d, \"round\": %d, \"p50_us\": "
@@ -176,15 +232,12 @@ void roundTrip(const TransportKind& kind, bool onOneCore, int round, int trips) 
 
 int main(int argc, char** argv) {
     const int rounds = argc > 1 ? std::atoi(argv[1]) : 5;
-    const auto messages = static_cast<std::uint64_t>(argc > 2 ? std::atoll(argv[2]) : 400000);
-    const int trips = argc > 3 ? std::atoi(argv[3]) : 20000;
-    const std::string only = argc > 4 ? argv[4] : "";
-    if (rounds < 1 || messages < 1 || trips < 1) {
-        std::fprintf(stderr, "usage: bench_queue [ROUNDS [MESSAGES [TRIPS [TRANSPORT]]]]\n");
+    const double seconds = argc > 2 ? std::atof(argv[2]) : 1;
+    const std::string only = argc > 3 ? argv[3] : "";
+    if (rounds < 1 || seconds <= 0) {
+        std::fprintf(stderr, "usage: bench_queue [ROUNDS [SECONDS [TRANSPORT]]]\n");
         return 2;
     }
-    const sal::LogManager log;
-    const sal::HostQueueDirectory queues;
     std::vector<TransportKind> kinds{{"sal::MessageQueue", makeSalTransport},
                                      {"POSIX mq", makePosixMqTransport},
                                      {"Boost.Interprocess", makeBoostTransport},
@@ -198,10 +251,10 @@ int main(int argc, char** argv) {
         for (int round = 1; round <= rounds; ++round) {
             for (const std::size_t size : {32, 256, 1024})
                 for (const TransportKind& kind : kinds)
-                    oneWay(kind, size, round, messages);
+                    measure([&] { oneWay(kind, size, round, seconds); });
             for (const bool onOneCore : {true, false})
                 for (const TransportKind& kind : kinds)
-                    roundTrip(kind, onOneCore, round, trips);
+                    measure([&] { roundTrip(kind, onOneCore, round, seconds); });
         }
     } catch (const std::exception& e) {
         std::fprintf(stderr, "bench: %s\n", e.what());

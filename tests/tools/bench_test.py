@@ -1,0 +1,145 @@
+#!/usr/bin/env python3
+"""What ./dev bench writes of results: which goals are judged by which figures, and that none of them goes missing."""
+
+import json
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+REPORT = Path(__file__).resolve().parents[2] / "tools" / "run" / "bench-report"
+
+
+class BenchReportTest(unittest.TestCase):
+    def setUp(self):
+        temporary = tempfile.TemporaryDirectory()
+        self.addCleanup(temporary.cleanup)
+        self.root = Path(temporary.name)
+        self.link = []
+
+    def add(self, work, transport="drivers", **figures):
+        self.link.append({"work": work, "transport": transport, "round": 1} | figures)
+
+    def report(self):
+        """The page, and its goals: the rows of the first table that follows their heading."""
+        results, output = self.root / "results", self.root / "output"
+        for directory in (results, output):
+            directory.mkdir(exist_ok=True)
+        files = {"link.jsonl": self.link, "queue.jsonl": [], "costs.jsonl": []}
+        for name, rows in files.items():
+            (results / name).write_text("".join(json.dumps(row) + "\n" for row in rows))
+        (results / "in_process.json").write_text('{"benchmarks": []}')
+        done = subprocess.run([REPORT, results, output], capture_output=True, text=True, timeout=100, check=False)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        page = (output / "performance.md").read_text()
+        table = page.split("## The figures that are to be reached\n\n")[1].split("\n\n")[0]
+        return page, [[cell.strip() for cell in line.strip("|").split("|")] for line in table.splitlines()[2:]]
+
+    def row(self, what, beside=""):
+        """What was measured, the ratio, what is wanted, and whether it is reached."""
+        found = [row for row in self.report()[1] if row[0] == what and row[2].startswith(beside)]
+        self.assertEqual(len(found), 1, f"{what}, {beside}")
+        return [found[0][1], *found[0][3:]]
+
+    def test_goal_that_is_not_reached_stays_as_no(self):
+        self.add("states", rate=10e6)
+        self.add("states", "gRPC, 300 together", rate=8e6)
+        self.assertEqual(self.row("state updates, driver process to panel target", "gRPC, 300 together"),
+                         ["10.0 M/s", "1.25 x", "at least 6 x", "**no**"])  # fmt: skip
+
+    def test_goal_that_is_reached_says_so(self):
+        self.add("events", rate=60e6)
+        self.add("events", "gRPC", rate=10e6)
+        self.assertEqual(self.row("events, driver process to panel target", "gRPC 10.0"),
+                         ["60.0 M/s", "6.00 x", "at least 6 x", "yes"])  # fmt: skip
+
+    def test_goal_without_a_figure_stays_as_no(self):
+        self.add("states", rate=10e6)
+        self.assertEqual(self.row("state updates, driver process to panel target", "gRPC, 16 together"),
+                         ["10.0 M/s", "", "at least 6 x", "**no**"])  # fmt: skip
+        self.assertEqual(self.row("FID from one driver process to another, one way"),
+                         ["not measured", "", "at least 0.7 M/s", "**no**"])  # fmt: skip
+
+    def test_no_goal_goes_missing_with_its_figures(self):
+        self.add("states", rate=10e6)
+        few = {row[0] for row in self.report()[1]}
+        for work in ("values", "start"):
+            for drivers in (1, 10, 50):
+                self.add(work, drivers=drivers, rate=1e6, ms=1)
+        many = {row[0] for row in self.report()[1] if row[4]}
+        self.assertEqual(many - few, set())
+        self.assertGreater(len(many), 20)
+
+    def test_store_is_judged_beside_the_empty_target_for_as_many_drivers(self):
+        for drivers, empty, store in ((1, 10e6, 4.4e6), (10, 20e6, 9.2e6)):
+            self.add("values", "empty target", drivers=drivers, rate=empty)
+            self.add("values", "host program", drivers=drivers, rate=store)
+        self.assertEqual(self.row("values of 1 driver process into the store of the host program"),
+                         ["4.40 M/s", "0.44 x", "at least 0.45 x", "**no**"])  # fmt: skip
+        self.assertEqual(self.row("values of 10 driver processes into the store of the host program"),
+                         ["9.20 M/s", "0.46 x", "at least 0.45 x", "yes"])  # fmt: skip
+
+    def test_four_million_are_wanted_where_an_empty_target_takes_nine(self):
+        what = "values of 1 driver process into the store of the host program, where an empty target takes 9 M/s"
+        self.add("values", "host program", drivers=1, rate=3e6)
+        self.add("values", "empty target", drivers=1, rate=9e6)
+        self.assertEqual(self.row(what), ["3.00 M/s", "", "at least 4 M/s", "**no**"])
+        self.link[-1]["rate"] = 8e6
+        self.assertEqual(self.row(what), ["3.00 M/s", "", "", ""])
+
+    def test_four_hundred_calls_for_forty_thousand_values_are_too_many(self):
+        taking = "while the host takes 40,000 values from a driver process"
+        self.add("calls", "host program", values=40000, waitid=400, poll=0, epoll_wait=0)
+        self.assertEqual(self.row(f"calls of waitid {taking}"), ["400", "", "at most 399", "**no**"])
+        self.link[-1]["waitid"] = 399
+        self.assertEqual(self.row(f"calls of waitid {taking}"), ["399", "", "at most 399", "yes"])
+        all_calls = f"calls of waitid, poll and epoll_wait {taking}"
+        self.assertEqual(self.row(all_calls), ["399", "", "at most 399", "yes"])
+        self.link[-1]["poll"] = 40000
+        self.assertEqual(self.row(all_calls), ["40399", "", "at most 399", "**no**"])
+
+    def add_kills(self, kills, longest):
+        for value in longest:
+            self.add("after a kill", kills=kills, longest_us=value * 1000)
+
+    def add_run(self, number, **figures):
+        run = dict.fromkeys(("lost", "fids", "p50_us", "p99_us", "p999_us", "max_us"), 0)
+        self.add("scheduled fids", round=number, rate=10000, **run | figures)
+
+    MEDIAN = "  the longest delay in the quarter of a second after a kill, median over all kills"
+
+    def test_kills_are_judged_by_the_median_kill(self):
+        self.add_kills(0, [1, 1, 6, 1, 1])
+        self.add_kills(1, [2, 2, 40, 2, 60])
+        self.assertEqual(self.row(self.MEDIAN.strip())[2:], ["at most 5 ms more", "yes"])
+        self.add_kills(1, [7, 7, 7, 7])
+        self.assertEqual(self.row(self.MEDIAN.strip())[2:], ["at most 5 ms more", "**no**"])
+
+    def test_one_kill_that_holds_others_up_for_long_is_seen(self):
+        self.add_run(1, kills=0, max_us=2000)
+        self.add_run(2, kills=0, max_us=6000)
+        self.add_kills(1, [2, 2, 106])
+        self.assertEqual(self.row("the longest after any kill"), ["106 ms", "", "at most 100 ms more", "yes"])
+        self.add_kills(1, [107])
+        self.assertEqual(self.row("the longest after any kill"), ["107 ms", "", "at most 100 ms more", "**no**"])
+
+    def test_lost_fids_of_any_round_are_seen(self):
+        for number, lost in enumerate((0, 1, 0), 1):
+            self.add_run(number, kills=8, lost=lost)
+        self.assertEqual(self.row("kill -9 of a driver process, 10,000 FIDs a second to others: lost ones of these")[2:],
+                         ["at most 0", "**no**"])  # fmt: skip
+
+    def test_page_tells_the_shortest_measurement(self):
+        self.add("states", rate=10e6, seconds=1.31)
+        self.add("events", "gRPC", rate=10e6, seconds=0.98)
+        self.assertIn("the shortest of these measurements took 0.98 s.", self.report()[0].replace("\n", " "))
+
+    def test_page_has_no_place_left_open(self):
+        self.add("states", rate=10e6)
+        page = self.report()[0]
+        self.assertNotIn("{{", page)
+        self.assertNotIn(".svg", page)
+
+
+if __name__ == "__main__":
+    unittest.main()
