@@ -55,7 +55,7 @@ bool MessageQueue::waitForCreatorEnd() const {
     return false;
 }
 
-void MessageQueue::receiverGone(const std::string&) {}
+void MessageQueue::receiverGone(const std::string&, std::chrono::steady_clock::time_point) {}
 
 bool MessageQueue::hasReader(const std::string&) {
     return false;

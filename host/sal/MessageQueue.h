@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -54,8 +55,10 @@ public:
     bool waitForCreatorEnd() const;
 
     /// The process that was to receive from the queue of that name has ended: senders of this process that
-    /// wait on it are released, until another receiver attaches. Any thread.
-    static void receiverGone(const std::string& name);
+    /// wait on it are released, until another receiver attaches. A queue that was made after the process was
+    /// started is not the one that it was to receive from. Any thread.
+    static void receiverGone(const std::string& name, std::chrono::steady_clock::time_point started =
+                                                          std::chrono::steady_clock::time_point::max());
 
     /// Whether a receiver has ever claimed the queue of that name, which this process has made; false when it
     /// has made none. One look at the queue. Any thread.

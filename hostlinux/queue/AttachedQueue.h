@@ -44,6 +44,8 @@ public:
     /// Any thread, under the registry's lock.
     MessageQueue::Status status() const;
     void receiverGone();
+    /// When this object was.
+    std::chrono::steady_clock::time_point made() const { return m_made; }
     bool removeName();
 
     /// Whether a receiver has ever claimed the queue. Any thread, under the registry's lock.
@@ -98,6 +100,7 @@ private:
 
     // The file goes last: its name is removed when everything else has let go.
     const std::string m_name;
+    const std::chrono::steady_clock::time_point m_made = std::chrono::steady_clock::now();
     const bool m_isCreator;
     const std::unique_ptr<QueueFile> m_pFile;
     std::weak_ptr<base::UniqueFd> m_pCreatorWatch;  ///< what open() has handed out

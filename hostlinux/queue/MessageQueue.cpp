@@ -103,8 +103,8 @@ bool MessageQueue::waitForCreatorEnd() const {
     return pCreatorWatch && QueueFile::waitForCreatorEnd(pCreatorWatch->get());
 }
 
-void MessageQueue::receiverGone(const std::string& name) {
-    QueueRegistry::instance().receiverGone(name);
+void MessageQueue::receiverGone(const std::string& name, std::chrono::steady_clock::time_point started) {
+    QueueRegistry::instance().receiverGone(name, started);
 }
 
 bool MessageQueue::hasReader(const std::string& name) {

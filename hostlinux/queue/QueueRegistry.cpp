@@ -50,10 +50,10 @@ void QueueRegistry::remove(AttachedQueue& queue) {
     readersChange();
 }
 
-void QueueRegistry::receiverGone(const std::string& name) {
+void QueueRegistry::receiverGone(const std::string& name, std::chrono::steady_clock::time_point started) {
     const std::lock_guard lock(m_mutex);
     for (AttachedQueue* pQueue : m_queues) {
-        if (pQueue->name() == name)
+        if (pQueue->name() == name && pQueue->made() <= started)
             pQueue->receiverGone();
     }
     readersChange();

@@ -24,7 +24,7 @@ public:
     bool hasCreated(const std::string& name);
     void remove(AttachedQueue& queue);
 
-    void receiverGone(const std::string& name);
+    void receiverGone(const std::string& name, std::chrono::steady_clock::time_point started);
 
     bool hasReader(const std::string& name);
     /// See MessageQueue::waitForReaders().

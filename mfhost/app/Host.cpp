@@ -54,7 +54,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                     .waitsUntilAttached = m_options.waitsUntilAttached},
                    {.activity = [this] { return m_commands.activity(); },
                     .queues = [] { return sal::MessageQueue::statuses(); },
-                    .receiverGone = [](const std::string& name) { sal::MessageQueue::receiverGone(name); },
+                    .receiverGone = &sal::MessageQueue::receiverGone,
                     .exitNow = [this](int exitCode) { exitNow(exitCode); },
                     .restart =
                         [this](const std::string& driverID) {

@@ -304,7 +304,7 @@ void ProcessSupervisor::ended(Process& process, const ProcessEnd& end) {
     // One that a newer process has replaced was asked to end, even if it comes to its end after the reload.
     const bool isReplaced = !told;
     if (told)
-        m_environment.receiverGone(protocol::inputQueue(process.driverID));
+        m_environment.receiverGone(protocol::inputQueue(process.driverID), process.started);
 
     // One that comes up only when its end was asked for finds no queue of its own any more.
     const bool isOrderly =

@@ -49,7 +49,7 @@ public:
     struct Environment {
         std::function<CommandActivity()> activity;
         std::function<std::vector<sal::MessageQueue::Status>()> queues;
-        std::function<void(const std::string& queueName)> receiverGone;
+        std::function<void(const std::string& queueName, Clock::time_point started)> receiverGone;
         std::function<void(int exitCode)> exitNow;
         /// Has the driver started again on the command thread, between beginRestart and endStart.
         std::function<void(const std::string& driverID)> restart;

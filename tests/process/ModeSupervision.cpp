@@ -24,7 +24,7 @@ ModeSupervision::ModeSupervision(bool waitsUntilAttached)
                    {.hangTimeout = std::chrono::milliseconds(0), .waitsUntilAttached = waitsUntilAttached},
                    {.activity = [] { return CommandActivity(); },
                     .queues = [] { return sal::MessageQueue::statuses(); },
-                    .receiverGone = [](const std::string& name) { sal::MessageQueue::receiverGone(name); },
+                    .receiverGone = &sal::MessageQueue::receiverGone,
                     .exitNow = [](int) {},
                     .restart = nullptr}) {
     m_supervisor.start();

@@ -92,7 +92,7 @@ protected:
                                    {},
                                    {.activity = [] { return CommandActivity(); },
                                     .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
-                                    .receiverGone = [](const std::string&) {},
+                                    .receiverGone = [](const std::string&, auto) {},
                                     .exitNow = [](int) {},
                                     .restart = {}}};
     Workplace m_workplace{{.file = {}, .driverDirectories = {}, .parkMarks = m_directory.path("marks")},

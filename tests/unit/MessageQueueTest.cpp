@@ -1196,6 +1196,20 @@ TEST_F(MessageQueue, ReceiverGoneOfAnotherQueueReleasesNobody) {
     EXPECT_GE(Clock::now() - begin, 250ms);
 }
 
+TEST_F(MessageQueue, ReceiverThatStartedBeforeTheQueueWasMadeReleasesNobody) {
+    const auto before = Clock::now();
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 1, 1024, 0));
+    fillWith(sut, "x");
+    sal::MessageQueue::receiverGone("Q", before);
+    const auto begin = Clock::now();
+    EXPECT_FALSE(sendText(sut, "y", 250));
+    EXPECT_GE(Clock::now() - begin, 250ms);
+    // Its own receiver does, at once.
+    sal::MessageQueue::receiverGone("Q", Clock::now());
+    EXPECT_FALSE(sendText(sut, "y", -1));
+}
+
 // The first receiver comes.
 
 TEST_F(MessageQueue, HasReaderOnceOneHasClaimedIt) {

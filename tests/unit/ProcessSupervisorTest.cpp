@@ -163,7 +163,7 @@ protected:
             ProcessSupervisor::Environment{
                 .activity = [] { return CommandActivity(); },
                 .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
-                .receiverGone = [](const std::string&) {},
+                .receiverGone = [](const std::string&, auto) {},
                 .exitNow = [](int) {},
                 .restart = {},
                 .hasReader =
@@ -239,7 +239,7 @@ protected:
                         return m_queues;
                     },
                 .receiverGone =
-                    [this](const std::string& name) {
+                    [this](const std::string& name, auto) {
                         const std::lock_guard lock(m_mutex);
                         m_gone.push_back(name);
                     },
@@ -592,7 +592,7 @@ TEST_F(ProcessSupervisorTest, EndsAReplacedProcessThatStays) {
     ProcessSupervisor sut(m_drivers, {.replacedLimit = 300ms},
                           {.activity = [] { return CommandActivity(); },
                            .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
-                           .receiverGone = [](const std::string&) {},
+                           .receiverGone = [](const std::string&, auto) {},
                            .exitNow = [](int) {},
                            .restart = {}});
     sut.start();
@@ -939,7 +939,7 @@ TEST_F(ProcessSupervisorTest, ReaderLearnsOfAnEndBeforeTheWatchDoes) {
     ProcessSupervisor sut(roster, {},
                           {.activity = [] { return CommandActivity(); },
                            .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
-                           .receiverGone = [](const std::string&) {},
+                           .receiverGone = [](const std::string&, auto) {},
                            .exitNow = [](int) {},
                            .restart = {}});
     sal::Process::setObserver(&sut);
@@ -1275,7 +1275,7 @@ TEST_F(ProcessSupervisorTest, StartThatHoldsUpAShutdownIsNamed) {
                  return CommandActivity{true, "start-up", {}, std::chrono::steady_clock::now()};
              },
          .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
-         .receiverGone = [](const std::string&) {},
+         .receiverGone = [](const std::string&, auto) {},
          .exitNow = [&](int) { isLeft = true; },
          .restart = {},
          .hasReader = [](const std::string&) { return false; },

@@ -136,7 +136,7 @@ struct TestHost {
                                  {},
                                  {.activity = [] { return CommandActivity(); },
                                   .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
-                                  .receiverGone = [](const std::string&) {},
+                                  .receiverGone = [](const std::string&, auto) {},
                                   .exitNow = [](int) {},
                                   .restart = {},
                                   .hasReader = [](const std::string&) { return false; }}};

@@ -63,7 +63,7 @@ bool MessageQueue::waitForCreatorEnd() const {
     return false;
 }
 
-void MessageQueue::receiverGone(const std::string& name) {
+void MessageQueue::receiverGone(const std::string& name, std::chrono::steady_clock::time_point) {
     fakehost::Journal::instance().note("queue receiver gone " + name);
 }
 
