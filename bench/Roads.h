@@ -48,13 +48,13 @@ inline std::string driverID(int number) {
 }
 
 /// A distributor with a hundred drivers, level 5 off, without a macro system.
-struct Workplace {
+struct BenchWorkplace {
     Driver driver;
     EmptyTarget target;
     MDMFidDistributor distributor;
     std::vector<IPanelState*> ports;
 
-    Workplace() {
+    BenchWorkplace() {
         distributor.setPanelStateInterface(&target);
         for (int i = 1; i <= 100; ++i)
             ports.push_back(distributor.addDriverPort(driverID(i), &driver));
@@ -63,7 +63,7 @@ struct Workplace {
 
 /// A FID from one driver to another, without parameters. Any thread may step.
 struct FidToDriver {
-    Workplace workplace;
+    BenchWorkplace workplace;
     const std::string fid = "AXIS1.MOVE";
     const FIDParameterList parameters;
 
@@ -72,7 +72,7 @@ struct FidToDriver {
 
 /// A state update of a driver to a panel target that does nothing with it.
 struct UpdateToTarget {
-    Workplace workplace;
+    BenchWorkplace workplace;
     std::string id = "POSITION";
     int value = 0;
 

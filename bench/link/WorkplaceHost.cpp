@@ -56,15 +56,15 @@ double threadTime() {
 }
 
 /// What the results call a panel.
-const char* nameOf(Workplace::EPanel panel) {
+const char* nameOf(BenchWorkplace::EPanel panel) {
     switch (panel) {
-        case Workplace::EPanel::Checked:
+        case BenchWorkplace::EPanel::Checked:
             return "checked target";
-        case Workplace::EPanel::Empty:
+        case BenchWorkplace::EPanel::Empty:
             return "empty target";
-        case Workplace::EPanel::Store:
+        case BenchWorkplace::EPanel::Store:
             return "store";
-        case Workplace::EPanel::Followed:
+        case BenchWorkplace::EPanel::Followed:
             return "store, followed";
     }
     return "";
@@ -72,7 +72,7 @@ const char* nameOf(Workplace::EPanel panel) {
 
 }  // namespace
 
-WorkplaceHost::WorkplaceHost(Workplace::Settings settings, const Results& results)
+WorkplaceHost::WorkplaceHost(BenchWorkplace::Settings settings, const Results& results)
     : m_settings(std::move(settings)),
       m_directory(m_settings.directory),
       m_results(results),
@@ -91,7 +91,7 @@ WorkplaceHost::WorkplaceHost(Workplace::Settings settings, const Results& result
     m_pLog = std::make_unique<sal::LogManager>(
         sal::LogManager::Settings{.level = sal::LogOutput::eError, .file = {}, .tag = {}});
     m_pCommands = std::make_unique<sal::CmdProcessor>();
-    if (m_settings.panel == Workplace::EPanel::Followed) {
+    if (m_settings.panel == BenchWorkplace::EPanel::Followed) {
         m_pFollow = std::make_unique<FollowPrinter>("", open("/dev/null", O_WRONLY | O_CLOEXEC));
         m_store.addListener(m_pFollow.get());
     }
@@ -123,12 +123,12 @@ WorkplaceHost::~WorkplaceHost() {
 
 IPanelState* WorkplaceHost::panel() {
     switch (m_settings.panel) {
-        case Workplace::EPanel::Empty:
+        case BenchWorkplace::EPanel::Empty:
             return &m_empty;
-        case Workplace::EPanel::Store:
-        case Workplace::EPanel::Followed:
+        case BenchWorkplace::EPanel::Store:
+        case BenchWorkplace::EPanel::Followed:
             return &m_store;
-        case Workplace::EPanel::Checked:
+        case BenchWorkplace::EPanel::Checked:
             break;
     }
     return &m_target;

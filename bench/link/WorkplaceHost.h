@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "BenchWorkplace.h"
 #include "FollowPrinter.h"
 #include "ISystem.h"
 #include "MfDriverManager.h"
@@ -14,7 +15,6 @@
 #include "Roads.h"
 #include "StateStore.h"
 #include "ValueReports.h"
-#include "Workplace.h"
 #include "sal/CmdProcessor.h"
 #include "sal/LogManager.h"
 #include "sal/MessageQueue.h"
@@ -29,7 +29,7 @@ class IMDMConfiguration;
 /// output.
 class WorkplaceHost : private sal::Process::Observer {
 public:
-    WorkplaceHost(Workplace::Settings settings, const Results& results);
+    WorkplaceHost(BenchWorkplace::Settings settings, const Results& results);
     ~WorkplaceHost() override;
 
     /// Writes one result or throws.
@@ -78,7 +78,7 @@ private:
     /// What the queues' files hold, in KiB.
     double queueMemory() const;
 
-    const Workplace::Settings m_settings;
+    const BenchWorkplace::Settings m_settings;
     const std::filesystem::path m_directory;
     const Results& m_results;
     double m_residentBefore = 0;

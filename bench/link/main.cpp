@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "BenchWorkplace.h"
 #include "DBusStartPeer.h"
 #include "DBusTripPeer.h"
 #include "DBusUpdatePeer.h"
@@ -32,7 +33,6 @@
 #include "Sandbox.h"
 #include "SupervisedWorkplace.h"
 #include "UnixTripPeer.h"
-#include "Workplace.h"
 
 namespace {
 
@@ -135,12 +135,12 @@ private:
     bool isLongRound() const { return m_round <= m_amounts.longRounds; }
 
     /// In a workplace of its own.
-    void here(Request request, Workplace::Settings settings = {}) {
+    void here(Request request, BenchWorkplace::Settings settings = {}) {
         settings.directory = m_directory.next();
         request.round = m_round;
         if (request.seconds == 0)
             request.seconds = m_amounts.seconds;
-        Workplace workplace(settings, m_results);
+        BenchWorkplace workplace(settings, m_results);
         workplace.waitUntilStarted();
         workplace.measure(request);
     }
@@ -192,8 +192,8 @@ private:
     void measureValues() {
         const HostValues host(m_results);
         for (const int drivers : m_amounts.valueDrivers) {
-            for (const auto panel :
-                 {Workplace::EPanel::Empty, Workplace::EPanel::Store, Workplace::EPanel::Followed})
+            for (const auto panel : {BenchWorkplace::EPanel::Empty, BenchWorkplace::EPanel::Store,
+                                     BenchWorkplace::EPanel::Followed})
                 here({.kind = Request::eValues, .drivers = drivers}, {.drivers = drivers, .panel = panel});
             host.measure(m_directory.next(), drivers, m_amounts.seconds, m_round);
             host.measureFollow(m_directory.next(), {"reader"}, drivers, m_amounts.seconds, m_round);

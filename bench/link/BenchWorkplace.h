@@ -9,7 +9,7 @@
 
 /// A workplace in a process of its own: the manager, a panel and so many probe drivers, each in its
 /// driver process. Made while this process has one thread. The process ends with the object.
-class Workplace {
+class BenchWorkplace {
 public:
     /// What the manager reports to.
     enum class EPanel {
@@ -26,10 +26,10 @@ public:
         EPanel panel = EPanel::Checked;
     };
 
-    Workplace(const Settings& settings, const Results& results);
-    ~Workplace();
-    Workplace(const Workplace&) = delete;
-    Workplace& operator=(const Workplace&) = delete;
+    BenchWorkplace(const Settings& settings, const Results& results);
+    ~BenchWorkplace();
+    BenchWorkplace(const BenchWorkplace&) = delete;
+    BenchWorkplace& operator=(const BenchWorkplace&) = delete;
 
     /// Until all drivers are there; throws when the start failed.
     void waitUntilStarted();

@@ -1,4 +1,4 @@
-#include "Workplace.h"
+#include "BenchWorkplace.h"
 
 #include <sched.h>
 #include <signal.h>
@@ -20,7 +20,7 @@
 namespace {
 
 /// The process itself: answers each request with an empty text, or with what went wrong.
-void serve(int socket, const Workplace::Settings& settings, const Results& results) {
+void serve(int socket, const BenchWorkplace::Settings& settings, const Results& results) {
     const auto reply = [socket](const std::string& text) {
         [[maybe_unused]] const auto sent = send(socket, text.data(), text.size() + 1, MSG_NOSIGNAL);
     };
@@ -41,7 +41,7 @@ void serve(int socket, const Workplace::Settings& settings, const Results& resul
 
 }  // namespace
 
-Workplace::Workplace(const Settings& settings, const Results& results) {
+BenchWorkplace::BenchWorkplace(const Settings& settings, const Results& results) {
     std::array<int, 2> sockets{};
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets.data()) != 0)
         throw std::system_error(errno, std::generic_category(), "socketpair");
@@ -57,22 +57,22 @@ Workplace::Workplace(const Settings& settings, const Results& results) {
     m_socket = sockets[0];
 }
 
-Workplace::~Workplace() {
+BenchWorkplace::~BenchWorkplace() {
     close(m_socket);
     waitpid(m_process, nullptr, 0);
 }
 
-void Workplace::waitUntilStarted() {
+void BenchWorkplace::waitUntilStarted() {
     readReply();
 }
 
-void Workplace::measure(const Request& request) {
+void BenchWorkplace::measure(const Request& request) {
     if (send(m_socket, &request, sizeof request, MSG_NOSIGNAL) != sizeof request)
         throw std::runtime_error("the workplace's process is gone");
     readReply();
 }
 
-void Workplace::readReply() {
+void BenchWorkplace::readReply() {
     std::array<char, 1024> text{};
     if (recv(m_socket, text.data(), text.size() - 1, 0) < 1)
         throw std::runtime_error("the workplace's process is gone");
