@@ -33,13 +33,6 @@ constexpr Member s_members[] = {
     {"S3", "SysMon", false, "S"},   {"S4", "SysMon", false, "S"},
 };
 
-/// Readers see the old file or the new one, never a part.
-void replace(const fs::path& file, const std::string& text) {
-    const fs::path fresh = file.string() + ".new";
-    writeFile(fresh, text);
-    fs::rename(fresh, file);
-}
-
 }  // namespace
 
 ChaosWorkplace::ChaosWorkplace(ETimes times, std::vector<std::string> drivers)
@@ -137,7 +130,7 @@ std::string ChaosWorkplace::text(const std::string& entries) const {
 }
 
 void ChaosWorkplace::write(const std::string& entries) const {
-    replace(m_file, text(entries));
+    replaceFile(m_file, text(entries));
 }
 
 void ChaosWorkplace::moveDriver() {
@@ -191,13 +184,13 @@ void ChaosWorkplace::breakConfiguration(EBroken how) {
             fs::remove(m_file);
             return;
         case EBroken::Empty:
-            replace(m_file, "");
+            replaceFile(m_file, "");
             return;
         case EBroken::CutShort:
-            replace(m_file, whole.substr(0, whole.size() / 2));
+            replaceFile(m_file, whole.substr(0, whole.size() / 2));
             return;
         case EBroken::IllFormed:
-            replace(m_file, text("<mainframeDriver driverID=\"T0\" driverType=>\n" + entries()));
+            replaceFile(m_file, text("<mainframeDriver driverID=\"T0\" driverType=>\n" + entries()));
             return;
         case EBroken::LinkLoop: {
             const fs::path fresh = m_file.string() + ".new";
@@ -239,7 +232,7 @@ void ChaosWorkplace::planLoading(const std::string& driverID, const std::string&
     if (faults.empty())
         fs::remove(file);
     else
-        replace(file, faults);
+        replaceFile(file, faults);
 }
 
 void ChaosWorkplace::planStages(const std::string& driverID, const std::string& faults) const {
@@ -247,5 +240,5 @@ void ChaosWorkplace::planStages(const std::string& driverID, const std::string& 
     if (faults.empty())
         fs::remove(file);
     else
-        replace(file, faults);
+        replaceFile(file, faults);
 }

@@ -69,6 +69,12 @@ void writeFile(const fs::path& path, const std::string& text) {
         throw std::runtime_error("cannot write " + path.string());
 }
 
+void replaceFile(const fs::path& path, const std::string& text) {
+    const fs::path draft = path.string() + ".new";
+    writeFile(draft, text);
+    fs::rename(draft, path);
+}
+
 std::string readFile(const fs::path& path) {
     std::ifstream file(path);
     std::ostringstream text;

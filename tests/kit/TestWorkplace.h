@@ -44,5 +44,7 @@ private:
 
 /// Writes a file whole.
 void writeFile(const std::filesystem::path& path, const std::string& text);
+/// The same, so that others see either file whole.
+void replaceFile(const std::filesystem::path& path, const std::string& text);
 /// The file's text; empty when there is none.
 std::string readFile(const std::filesystem::path& path);

@@ -31,12 +31,6 @@ std::string nested(int levels) {
     return text;
 }
 
-// Others see either file whole.
-void replace(const fs::path& file, const std::string& text) {
-    writeFile(file.string() + ".new", text);
-    fs::rename(file.string() + ".new", file);
-}
-
 }  // namespace
 
 // A workplace file that is not whole for a while loses no driver: what ends meanwhile waits for it, and what
@@ -55,7 +49,7 @@ protected:
     }
 
     std::string file() { return workplace().configuration(); }
-    void mend() { replace(file(), m_whole); }
+    void mend() { replaceFile(file(), m_whole); }
 
     HostProcess& startAndWait(const std::vector<std::string>& options) {
         HostProcess& host = start(options);
@@ -177,7 +171,7 @@ TEST_F(BrokenFile, FileThatIsNoLongerSignedIsAReasonWithANextTry) {
     ASSERT_EQ(0, run("sign --key " + key + ".key " + file()));
     HostProcess& host =
         startAndWait({"--restart-delay", "0.1", "--trust", workplace().directory(), "--require-signature"});
-    replace(file(), m_whole + "\n");
+    replaceFile(file(), m_whole + "\n");
     kill(host, "E");
     ASSERT_TRUE(
         host.waitForLog("HOST: E: no process runs: " + file() +
@@ -227,8 +221,8 @@ TEST_F(BrokenFile, ReloadOfADriverBeforeAFaultForgetsNobodyBehindIt) {
 
 TEST_F(BrokenFile, WholeFileWithoutTheDriverGivesItUp) {
     HostProcess& host = startAndWait({"--restart-delay", "0.1"});
-    replace(file(), "<workplaces><workplace id=\"0\">" + TestWorkplace::entry("F", "Echo", "queue") +
-                        "</workplace></workplaces>");
+    replaceFile(file(), "<workplaces><workplace id=\"0\">" + TestWorkplace::entry("F", "Echo", "queue") +
+                            "</workplace></workplaces>");
     kill(host, "E");
     ASSERT_TRUE(host.waitForLog("HOST: E: is not started again: " + file() + " has no driver \"E\"\n"))
         << host.log();

@@ -28,12 +28,6 @@ long count(const std::string& text, const std::string& part) {
     return found;
 }
 
-// Others see either file whole.
-void replace(const fs::path& file, const std::string& text) {
-    writeFile(file.string() + ".new", text);
-    fs::rename(file.string() + ".new", file);
-}
-
 }  // namespace
 
 // A driver that an operator stops stays unloaded until he starts it again, whatever comes between.
@@ -359,7 +353,7 @@ struct Broken {
 };
 
 void configureText(const fs::path& file, const std::string& elements) {
-    replace(file, "<workplaces>\n<workplace id=\"0\">\n" + elements + "</workplace>\n</workplaces>\n");
+    replaceFile(file, "<workplaces>\n<workplace id=\"0\">\n" + elements + "</workplace>\n</workplaces>\n");
 }
 
 }  // namespace
@@ -380,7 +374,7 @@ TEST_P(ParkingWithABrokenFile, StopsTheDriverAndStartsItWhenTheFileIsWholeAgain)
     }
     EXPECT_EQ(readFile(marks()), std::string(s_heading) + "D\nE\n");
     fs::remove_all(file());
-    replace(file(), whole);
+    replaceFile(file(), whole);
     for (const char* id : {"E", "D"}) {
         ask(host, std::string("startDriver ") + id);
         expectSets(host, id);
@@ -395,10 +389,11 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Broken{"Missing", [](const fs::path& file) { fs::remove(file); },
                " cannot be read: No such file or directory"},
-        Broken{
-            "IllFormed",
-            [](const fs::path& file) { replace(file, "<workplaces>\n<workplace id=\"0\">\n</workplaces>"); },
-            " line 3: Error reading end tag"},
+        Broken{"IllFormed",
+               [](const fs::path& file) {
+                   replaceFile(file, "<workplaces>\n<workplace id=\"0\">\n</workplaces>");
+               },
+               " line 3: Error reading end tag"},
         Broken{"FaultyBeforeTheDrivers", [](const fs::path& file) { configureText(file, "text\n"); },
                " line 3: text may not stand in a workplace"},
         Broken{"HeldByAForeignAttribute",
@@ -436,7 +431,7 @@ TEST_F(Parking, DriverThatTheFileNoLongerNamesIsStoppedAndWaitsForItsEntry) {
         EXPECT_THAT(ask(host, "reloadDriver G"), HasSubstr("OK\n"));
         expectParked(host, "E");
         EXPECT_EQ(ask(host, "startDriver E"), refusal);
-        replace(file(), whole);
+        replaceFile(file(), whole);
         ask(host, "startDriver E");
         expectSets(host, "E");
         EXPECT_EQ(end(), 0);
@@ -585,12 +580,12 @@ TEST_F(Parking, SignedFileIsAsked) {
         stop(host, "D");
         ask(host, "startDriver D");
         expectSets(host, "D");
-        replace(file(), whole + "\n");
+        replaceFile(file(), whole + "\n");
         stop(host, "D");
         EXPECT_THAT(ask(host, "startDriver D"),
                     StartsWith("D is not started: " + file() + " is not signed by a trusted key, and "));
         expectParked(host, "D");
-        replace(file(), whole);
+        replaceFile(file(), whole);
         EXPECT_EQ(end(), 0);
         EXPECT_THAT(host.log(), Not(HasSubstr("signature\n")));
         EXPECT_THAT(host.log(), Not(HasSubstr("VERIFY")));
