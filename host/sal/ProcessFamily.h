@@ -1,8 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -66,7 +68,11 @@ private:
 
     struct Process;
     static std::vector<Process> processes();
-    std::vector<Process> members() const;
+    static std::string environmentOf(const Process& process, std::string_view begin,
+                                     std::chrono::steady_clock::time_point until);
+    static bool isMarked(const Process& process, const std::string& mark,
+                         std::chrono::steady_clock::time_point until);
+    std::vector<Process> members(std::chrono::steady_clock::time_point until) const;
     void noteBelow(int pid, int depth, std::set<Identity>& noted) const;
 
     int m_pid;

@@ -16,6 +16,7 @@
 #include <optional>
 #include <sstream>
 #include <string_view>
+#include <thread>
 
 #include "MarkedEnvironment.h"
 #include "UniqueFd.h"
@@ -28,7 +29,10 @@ struct ProcessFamily::Process {
     char state = 0;
     int parent = 0;
     int session = 0;
+    bool isOfKernel = false;
     std::uint64_t started = 0;
+    std::uint64_t environmentBegin = 0;
+    std::uint64_t environmentEnd = 0;
     std::string name;
 
     Identity identity() const { return {pid, started}; }
@@ -46,6 +50,10 @@ constexpr std::chrono::milliseconds s_limit{200};
 constexpr std::size_t s_longestText = 256 * 1024;
 constexpr int s_deepest = 50;
 constexpr std::size_t s_mostNoted = 10'000;
+/// Before the environment of a process that becomes another program is read once more.
+constexpr std::chrono::microseconds s_pause{200};
+/// Among the flags in "stat".
+constexpr unsigned s_kernelThread = 0x0020'0000;
 
 /// Whether this thread could not read what is there, since descriptors or memory are short.
 thread_local bool t_hasMissed = false;
@@ -54,16 +62,23 @@ void noteMissed() {
     t_hasMissed = t_hasMissed || errno == EMFILE || errno == ENFILE || errno == ENOMEM;
 }
 
-std::string textOf(const std::string& path) {
-    std::string text;
+/// Nothing when it cannot be opened.
+std::optional<std::string> readFile(const std::string& path) {
     const base::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file)
+    if (!file) {
         noteMissed();
+        return std::nullopt;
+    }
+    std::string text;
     std::array<char, 4096> piece{};
     for (ssize_t count = 0;
-         file && text.size() < s_longestText && (count = ::read(file.get(), piece.data(), piece.size())) > 0;)
+         text.size() < s_longestText && (count = ::read(file.get(), piece.data(), piece.size())) > 0;)
         text.append(piece.data(), static_cast<std::size_t>(count));
     return text;
+}
+
+std::string textOf(const std::string& path) {
+    return readFile(path).value_or("");
 }
 
 std::string placeOf(int pid) {
@@ -120,25 +135,6 @@ private:
     std::vector<std::pair<int, Clock::time_point>> m_ended;
 };
 
-/// The first entry that begins so of the environment that the process was started with; empty for none.
-std::string environmentOf(int pid, std::string_view begin) {
-    const std::string environment = textOf(placeOf(pid) + "/environ");
-    std::string_view rest = environment;
-    while (!rest.empty()) {
-        const auto end = rest.find('\0');
-        if (rest.starts_with(begin))
-            return std::string(rest.substr(0, end));
-        if (end == std::string_view::npos)
-            break;
-        rest.remove_prefix(end + 1);
-    }
-    return {};
-}
-
-bool isMarked(int pid, const std::string& mark) {
-    return environmentOf(pid, std::string_view(mark).substr(0, mark.find('=') + 1)) == mark;
-}
-
 }  // namespace
 
 std::optional<ProcessFamily::Process> ProcessFamily::Process::read(int pid) {
@@ -152,28 +148,77 @@ std::optional<ProcessFamily::Process> ProcessFamily::Process::read(int pid) {
     process.pid = pid;
     process.name = text.substr(nameBegin + 1, nameEnd - nameBegin - 1);
     std::istringstream fields(text.substr(nameEnd + 1));
-    std::string skipped;
-    fields >> process.state >> process.parent >> skipped >> process.session;
-    for (int i = 0; i < 15; ++i)
-        fields >> skipped;
+    auto skip = [&fields, skipped = std::string()](int count) mutable {
+        for (; count > 0; --count)
+            fields >> skipped;
+    };
+    unsigned flags = 0;
+    fields >> process.state >> process.parent;
+    skip(1);
+    fields >> process.session;
+    skip(2);
+    fields >> flags;
+    process.isOfKernel = (flags & s_kernelThread) != 0;
+    skip(12);
     fields >> process.started;
-    return fields ? std::optional(process) : std::nullopt;
+    if (!fields)
+        return std::nullopt;
+    skip(27);
+    fields >> process.environmentBegin >> process.environmentEnd;
+    return process;
+}
+
+/// The first entry that begins so of the environment that the process was started with; empty for none. One
+/// that is on its way into another program is waited for until then.
+std::string ProcessFamily::environmentOf(const Process& process, std::string_view begin,
+                                         std::chrono::steady_clock::time_point until) {
+    const auto isReadTooEarly = [&process, until](const std::optional<std::string>& environment) {
+        if (!environment || !environment->empty() || Clock::now() >= until)
+            return false;
+        const auto now = Process::read(process.pid);
+        if (!now || now->isDead() || now->started != process.started || now->isOfKernel)
+            return false;
+        // Nobody may know of a stranger where its environment is; but then it cannot be opened either.
+        return now->environmentEnd == 0 || now->environmentEnd != now->environmentBegin;
+    };
+    std::optional<std::string> environment = readFile(placeOf(process.pid) + "/environ");
+    while (isReadTooEarly(environment)) {
+        std::this_thread::sleep_for(s_pause);
+        environment = readFile(placeOf(process.pid) + "/environ");
+    }
+    std::string_view rest = environment ? std::string_view(*environment) : std::string_view();
+    while (!rest.empty()) {
+        const auto end = rest.find('\0');
+        if (rest.starts_with(begin))
+            return std::string(rest.substr(0, end));
+        if (end == std::string_view::npos)
+            break;
+        rest.remove_prefix(end + 1);
+    }
+    return {};
+}
+
+bool ProcessFamily::isMarked(const Process& process, const std::string& mark,
+                             std::chrono::steady_clock::time_point until) {
+    return environmentOf(process, std::string_view(mark).substr(0, mark.find('=') + 1), until) == mark;
 }
 
 std::vector<ProcessFamily::Member> ProcessFamily::continueStopped(const std::string& word) {
+    const auto until = Clock::now() + s_limit;
     std::vector<Member> continued;
     for (const Process& process : processes()) {
-        if (process.state == 'T' && isMarked(process.pid, word) && ::kill(process.pid, SIGCONT) == 0)
+        if (process.state == 'T' && isMarked(process, word, until) && ::kill(process.pid, SIGCONT) == 0)
             continued.push_back({process.pid, process.name});
     }
     return continued;
 }
 
 std::vector<ProcessFamily::Member> ProcessFamily::endMarked(const std::string& word) {
+    const auto until = Clock::now() + s_limit;
     std::set<std::string> marks;
     for (const Process& process : processes()) {
-        if (process.pid != ::getpid() && isMarked(process.pid, word))
-            marks.insert(environmentOf(process.pid, MarkedEnvironment::s_begin));
+        if (process.pid != ::getpid() && isMarked(process, word, until))
+            marks.insert(environmentOf(process, MarkedEnvironment::s_begin, until));
     }
     marks.erase("");
     std::vector<Member> ended;
@@ -231,7 +276,7 @@ std::vector<ProcessFamily::Process> ProcessFamily::processes() {
     return all;
 }
 
-std::vector<ProcessFamily::Process> ProcessFamily::members() const {
+std::vector<ProcessFamily::Process> ProcessFamily::members(Clock::time_point until) const {
     std::vector<Process> others = processes();
     std::vector<Process> found;
     std::set<int> pids{m_pid};
@@ -252,7 +297,7 @@ std::vector<ProcessFamily::Process> ProcessFamily::members() const {
     take([&](const Process& process) {
         return process.session == m_pid || m_noted.contains(process.identity()) ||
                // Nothing that is older than the process was started by it.
-               (!m_mark.empty() && process.started >= m_started && isMarked(process.pid, m_mark));
+               (!m_mark.empty() && process.started >= m_started && isMarked(process, m_mark, until));
     });
     for (std::size_t before = 0; before != found.size();) {
         before = found.size();
@@ -270,7 +315,7 @@ ProcessFamily::Result ProcessFamily::endOthers() {
     // Until no process is new: one may have started another in between.
     for (bool isNew = true; isNew && Clock::now() < end;) {
         isNew = false;
-        for (const Process& process : members()) {
+        for (const Process& process : members(end)) {
             if (!told.insert(process.identity()).second)
                 continue;
             const base::UniqueFd handle(static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0)));

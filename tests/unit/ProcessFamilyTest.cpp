@@ -107,8 +107,7 @@ protected:
         sal::Process::setObserver(nullptr);
         if (m_process.pid > 0) {
             ::kill(m_process.pid, SIGKILL);
-            ::waitpid(m_process.pid, nullptr, 0);
-            ::close(m_process.pidFd);
+            collectProcess();
         }
         for (const pid_t pid : m_toKill)
             ::kill(pid, SIGKILL);
@@ -137,6 +136,11 @@ protected:
         ::kill(m_process.pid, SIGKILL);
         pollfd end{m_process.pidFd, POLLIN, 0};
         ASSERT_EQ(::poll(&end, 1, 30'000), 1);
+    }
+    void collectProcess() {
+        ::waitpid(m_process.pid, nullptr, 0);
+        ::close(m_process.pidFd);
+        m_process = {};
     }
     std::vector<int> endOthers() {
         std::vector<int> pids;
@@ -297,6 +301,21 @@ TEST_F(ProcessFamily, OneThatStartsNewOnesAllTheTimeComesToItsEnd) {
     EXPECT_TRUE(endsWithTheOthers(root));
     std::this_thread::sleep_for(50ms);
     EXPECT_THAT(endOthers(), IsEmpty());
+}
+
+TEST_F(ProcessFamily, OneThatBecomesAnotherProgramAllTheTimeIsEnded) {
+    std::ofstream(m_directory.path() + "/again") << "exec sh ./again\n";
+    for (int round = 0; round < 40; ++round) {
+        const std::string name = "again" + std::to_string(round);
+        start("(setsid sh -c 'echo $$ > " + name + ".draft; mv " + name + ".draft " + name +
+              "; exec sh ./again' &); exec sleep 1000");
+        const pid_t child = noted(name);
+        std::this_thread::sleep_for(std::chrono::microseconds(100 * round));
+        killProcess();
+        ASSERT_THAT(endOthers(), testing::Contains(child)) << round;
+        ASSERT_TRUE(endsWithTheOthers(child));
+        collectProcess();
+    }
 }
 
 TEST_F(ProcessFamily, EndedOrphansThatThisProcessTakesInAreCollected) {
