@@ -5,8 +5,8 @@
 #include "MDMUseCount.h"
 
 /// Guards calls through a borrowed pointer that another thread takes away: calls enter from any thread
-/// without a lock, and whoever takes the pointer away waits until those inside have returned. Only then may
-/// the object go. Never taken away on a thread that is inside such a call.
+/// without a lock, and the thread that takes the pointer away waits until the calls inside have returned.
+/// Only then may the object be deleted. A thread that is inside such a call must not take the pointer away.
 class MDMCallGate {
 public:
     /// One call on its way through the gate. Empty when the pointer was null.
@@ -14,7 +14,8 @@ public:
     class Call {
     public:
         Call(MDMCallGate& gate, T* const& pObject) : m_gate(gate) {
-            // The look before entering keeps the count of a closed gate at rest, so that close() ends.
+            // A closed gate is seen before its count is touched: else threads that come all the time would
+            // keep close() waiting.
             if (!MDMCallGate::load(pObject))
                 return;
             m_place = m_gate.m_inside.enter();
@@ -43,7 +44,7 @@ public:
         return std::atomic_ref<T*>(const_cast<T*&>(pObject)).load();
     }
 
-    /// Puts another pointer in place. The calls inside go on with the former one.
+    /// Puts another pointer in place. Calls that are inside go on with the former one.
     template <class T>
     static void store(T*& pObject, T* pNew) {
         std::atomic_ref<T*>(pObject).store(pNew);

@@ -34,7 +34,7 @@ constexpr std::size_t g_pendingLimit = 299;
 constexpr int g_idleTimeout = 1000;
 constexpr unsigned int g_queueRetryPause = 100;
 
-/// Reaches whoever reads standard output at once, also through a pipe.
+/// Is flushed at once, so that it reaches a reader through a pipe as well.
 void printLine(const std::string& line) {
     std::puts(line.c_str());
     std::fflush(stdout);

@@ -19,7 +19,8 @@ class MessageWriter;
 class IPanelState;
 
 /// Stands in the host for a driver that runs in a process of its own. Each call becomes one message on the
-/// driver's input queue; a thread of its own reads the output queue and calls the three interfaces handed in.
+/// driver's input queue; the receiving thread reads the output queue and calls the three interfaces that
+/// were handed in.
 /// Made and owned by MDMModuleLoader: constructed, interfaces set, init, setConfiguration, ..., deinitialize,
 /// deleted. FIDs and subscriptions may come on any thread, everything else on the command thread.
 class MDM_API MDMDriverIPCI : public IFunctionID, public IMFDConfiguration, public sal::Thread {
@@ -39,8 +40,8 @@ public:
     };
 
     MDMDriverIPCI(const std::string& moduleFileName, const std::string& driverID);
-    /// Ends the receiving thread if it still runs, once the call that it is inside has returned; what is held
-    /// back or stands in the queue then is dropped. Ends no driver process.
+    /// Ends the receiving thread if it still runs, after the call that it is inside has returned; what it
+    /// holds back and what stands in the queue then is dropped. Ends no driver process.
     ~MDMDriverIPCI() override;
 
     /// Answers IID_IFunctionID and IID_IMFDConfiguration.
@@ -51,13 +52,13 @@ public:
     /// queue, the thread or the process could not be had; what was made by then stays.
     bool init();
 
-    /// All of these return what the input queue's send did: they wait while it is full, and fail when the
-    /// driver is gone.
+    /// All of these return what the input queue's send() returned: they wait while the queue is full, and
+    /// return false when the driver process is gone.
     bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override;
     bool subscribe(const std::string& fid) const override;
     bool showState() const override;
-    /// Waits a second first, so that the driver process has come up. False also when the texts together
-    /// exceed what one message holds.
+    /// Waits a second first, so that the driver process has come up. False also when the texts together are
+    /// longer than one message.
     bool setConfiguration(int workplaceId, const std::string& driverID, const std::string& workingDirectory,
                           const std::string& ipAddress, const std::string& networkAdapter,
                           const std::string& virtualPanelAddress, const std::string& nvramDirectory) override;
@@ -97,7 +98,7 @@ private:
     private:
         struct Slot {
             std::size_t hash = 0;
-            std::uint64_t round = 0;  ///< taken when it is the table's
+            std::uint64_t round = 0;  ///< the place is taken when this is the table's
             Position position;
         };
         MDM_LOCAL void grow();
@@ -109,8 +110,8 @@ private:
         std::size_t m_place = 0;  ///< where it belongs
     };
 
-    /// Takes messages until none comes within the time-out, which is 0 behind the first, and delivers all
-    /// that was held back.
+    /// The receiving thread takes messages until none comes within the time-out, which is 0 after the first
+    /// one, and delivers all that was held back.
     void drainOutQueue(ReceiveBuffer& buffer, int timeout);
     void handleMessage(ReceiveBuffer& buffer);
     bool send(const protocol::MessageWriter& message) const;

@@ -21,7 +21,7 @@ FIDSegmentPointer::~FIDSegmentPointer() {
     m_pSegment = nullptr;
 }
 
-/// A port that was looked up: while this lives, the port does.
+/// A port that was looked up; keeps the port alive as long as it lives itself.
 class MDMFidDistributor::PortUse {
 public:
     /// Empty when no driver has that ID.
@@ -55,7 +55,7 @@ public:
         return use;
     }
 
-    /// Deletes a port that nobody can look up any more, once those who had have left it.
+    /// Deletes a port that can be looked up no more, after the threads that had looked it up have left it.
     static void destroy(MDMMainframeDriverPort* pPort) {
         if (pPort)
             pPort->m_dispatching.waitForAll();
@@ -103,7 +103,7 @@ IInterface* MDMFidDistributor::queryInterface(unsigned int id) {
 }
 
 void MDMFidDistributor::dispatchFID(const std::string& fid, const FIDParameterList& parameters) const {
-    // The stream of a level that is off takes nothing: asked once, it costs nothing more.
+    // The stream of a level that is off drops all that is written to it: asking once saves the formatting.
     if (std::ostream& trace = m_pLog->level(5))
         trace << "MDM: " << fid << " ( " << parameters << ") received." << std::endl;
 
@@ -113,7 +113,7 @@ void MDMFidDistributor::dispatchFID(const std::string& fid, const FIDParameterLi
             macroSystem->fidDispatched(fid, parameters);
     }
 
-    // A FID without a "." is meant for nobody and ends here without a word.
+    // A FID without a "." names no driver and is dropped here without a log line.
     const FIDHelper helper(fid);
     if (!helper.hasFunction())
         return;

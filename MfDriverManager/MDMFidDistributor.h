@@ -19,7 +19,7 @@ class CmdParameters;
 class LogOutput;
 }  // namespace sal
 
-/// Base of FIDSegmentPointer. Points into a FID that somebody else keeps; never owns.
+/// Base of FIDSegmentPointer. Points into a FID that its caller keeps; owns nothing.
 class MDM_API SegmentPointerBase {
 public:
     virtual ~SegmentPointerBase();
@@ -67,20 +67,20 @@ public:
     /// ID is gone afterwards. functionId may be null: then FIDs for the driver are swallowed. Command thread.
     IPanelState* addDriverPort(const std::string& driverID, IFunctionID* functionId);
 
-    /// The driver is about to be deleted: takes its endpoint out of its port and returns once the calls
-    /// inside it have. The port stays. Command thread.
+    /// The driver is about to be deleted: takes its endpoint out of its port and returns after the calls
+    /// inside the driver have returned. The port stays. Command thread.
     void releaseDriver(const std::string& driverID);
 
     /// Lets every port report on standard output, in byte order of the driver IDs. Only the port that is
     /// being called is kept meanwhile: others may be added and replaced, also from inside a driver's report.
     void showUsedModules();
 
-    /// Null is allowed; the calls inside the former target go on.
+    /// Null is allowed. Calls that are inside the former target go on.
     void setPanelStateInterface(IPanelState* pPanelState);
     void setSystemInterface(ISystem* pSystem);
     ISystem* getSystemInterface() const;
-    /// Returns once the calls inside the former macro system have: it may go then. Changes nothing and waits
-    /// for nobody when the pointer is the one already set.
+    /// Returns after the calls inside the former macro system have returned: it may be deleted then. Neither
+    /// changes anything nor waits when the pointer is the one already set.
     void setMacroSystem(IMacroSystem* pMacroSystem);
 
     bool shellCmdSetStateValue(sal::CmdParameters& parameters);

@@ -27,19 +27,19 @@ public:
     void unsetStateValue(const std::string& stateID) override;
     void triggerEvent(const std::string& eventID, const std::string& value) override;
 
-    /// Both hand on what the driver returns; false without an endpoint.
+    /// Both return what the driver's endpoint returns; false without an endpoint.
     bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override;
     bool subscribe(const std::string& fid) const override;
     bool showState() const override;
 
-    /// Writes the driver ID to standard output and lets the driver report behind it.
+    /// Writes the driver ID to standard output and lets the driver report after it.
     void showPortState() const;
 
     void setFunctionIDInterface(IFunctionID* pFunctionID);
     void setPanelStateInterface(IPanelState* pPanelState);
 
     /// Takes the driver's endpoint out and returns once the calls inside it have: the driver may go then.
-    /// What comes later is swallowed.
+    /// A FID that comes later is swallowed.
     void releaseFunctionID();
 
 private:
@@ -47,7 +47,7 @@ private:
 
     std::string key(const std::string& id) const;
 
-    IFunctionID* m_pFunctionID = nullptr;  ///< the driver's endpoint; null swallows
+    IFunctionID* m_pFunctionID = nullptr;  ///< the driver's endpoint; where it is null, FIDs are swallowed
     IPanelState* m_pPanelState = nullptr;  ///< the distributor's
     std::string m_driverID;
 

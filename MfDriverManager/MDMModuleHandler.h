@@ -30,8 +30,8 @@ class MDM_API MDMModuleHandler : public IMDMConfiguration {
 public:
     /// Asserts that the log output "MDM" is there.
     MDMModuleHandler();
-    /// Deinitialises and unloads all drivers. Nothing may be thrown meanwhile: what leaves a driver is caught
-    /// by the host's sal::Module, and an exception that came all the same would end the process.
+    /// Deinitialises and unloads all drivers. No exception may come out of a driver meanwhile, since it
+    /// would end the process: the host's sal::Module catches what a driver throws.
     ~MDMModuleHandler() override;
 
     /// Answers IID_IMDMConfiguration.
@@ -49,7 +49,7 @@ public:
     /// Makes the handler's own components; to be called once.
     void init();
     void setFidDistributor(MDMFidDistributor* distributor);
-    /// Where the catalogue is published; without one it is not.
+    /// Where the catalogue is published; null publishes nothing.
     void setPanelStateInterface(IPanelState* pPanelState);
 
     /// The module of a driver in this process; null for every other.
@@ -68,7 +68,7 @@ public:
     bool shellCmdLoadDriver(sal::CmdParameters& parameters);
 
 private:
-    /// What a walk does behind an entry.
+    /// What a walk through the file does after an entry.
     enum class EWalk { Continue, Succeed, Fail };
     using EntryAction = std::function<EWalk(int workplaceId, TiXmlNode* pDriverElement)>;
 

@@ -294,7 +294,7 @@ void MDMModuleLoader::unLoadMfModule(const std::string& driverID) {
     }
 }
 
-/// Other drivers may still send: nothing leads to the driver any more once this returns.
+/// Other drivers may still send meanwhile: after this has returned no call reaches the driver any more.
 void MDMModuleLoader::releaseDriver(const std::string& driverID) {
     if (!m_pFidDistributor)
         return;

@@ -47,11 +47,11 @@ class MDM_API MDMModuleLoader {
 public:
     MDMModuleLoader();
     /// Deinitialises all drivers, then deletes them: those in this process first. Catches nothing: an
-    /// exception of a driver's deinitialize() leaves it there, and ends the process at the destructor of the
-    /// handler. None comes, since the host's sal::Module catches what leaves a driver.
+    /// exception out of a driver's deinitialize() would end the process at the destructor of the handler.
+    /// None comes, since the host's sal::Module catches what a driver throws.
     virtual ~MDMModuleLoader() noexcept(false);
 
-    /// To be set before drivers are loaded.
+    /// Set before drivers are loaded.
     void setFidDistributor(MDMFidDistributor* distributor);
 
     /// Prepares directories, link and address and loads the driver from every record of that version and
@@ -74,7 +74,7 @@ public:
     sal::Module* getModule(const std::string& driverID);
 
     /// Deinitialises and deletes one driver; does nothing for an unknown one. For a driver in a process of
-    /// its own it returns once that process has let go of its queues. Catches nothing either: the driver
+    /// its own it returns after that process has let go of its queues. Catches nothing either: a driver
     /// whose deinitialize() throws stays registered.
     void unLoadMfModule(const std::string& driverID);
 

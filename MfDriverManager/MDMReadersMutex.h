@@ -6,8 +6,8 @@
 
 #include "MDMThreadPlace.h"
 
-/// Guards what many threads look at for an instant and what seldom changes. A reader locks the mutex of its
-/// place, a writer those of all: readers in different places touch nothing in common.
+/// Guards data that many threads read for an instant and that seldom changes. A reader locks the mutex of its
+/// place, a writer those of all places, so that readers in different places share no cache line.
 class MDMReadersMutex {
 public:
     class Reader {

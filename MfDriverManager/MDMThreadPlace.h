@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-/// Spreads threads over a few places, so that what they count or lock stands on cache lines of their own. A
-/// thread keeps its place; threads that follow each other have different ones.
+/// Spreads threads over a few places, each with cache lines of its own for what a thread counts or locks. A
+/// thread keeps its place; threads that begin one after the other have different places.
 class MDMThreadPlace {
 public:
     static constexpr std::size_t s_places = 8;

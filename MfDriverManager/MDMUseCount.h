@@ -20,8 +20,8 @@ public:
     }
     void leave(std::size_t place) { m_places[place].count.fetch_sub(1); }
 
-    /// Returns once everybody who was inside has left. Whoever enters meanwhile has to find the door shut and
-    /// leave at once.
+    /// Returns after every thread that was inside has left. The caller sees to it that a thread that enters
+    /// meanwhile leaves at once.
     void waitForAll() const {
         for (const Place& place : m_places) {
             while (place.count.load() != 0)

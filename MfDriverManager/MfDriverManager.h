@@ -21,7 +21,7 @@ class LogOutput;
 extern MDM_API bool g_debugStartMFDProcess;
 
 /// Root of the module. The host makes one, calls dontStartMFDs() if it likes, then init(), then hands in its
-/// interfaces, asks for IMDMConfiguration and starts the drivers; onMfDriversStarted() comes behind that.
+/// interfaces, asks for IMDMConfiguration and starts the drivers; onMfDriversStarted() comes after that.
 /// Owns all components. All calls come on the host's command thread.
 class MDM_API MfDriverManager : public IInterface {
 public:
@@ -33,7 +33,7 @@ public:
 
     /// Answers IFunctionID and IMDMConfiguration, and passes IPanelSettings, IMacroSystem and IPanelMFD
     /// through from the driver "PANEL" in this process. Null for every other and where there is no such
-    /// driver. IFunctionID and IMDMConfiguration may be asked for only behind init().
+    /// driver. IFunctionID and IMDMConfiguration may be asked for only after init().
     IInterface* queryInterface(unsigned int id) override;
 
     /// To be called before drivers are started.
@@ -42,7 +42,7 @@ public:
     /// Makes and wires the components and registers the console commands.
     void init();
 
-    /// The host's interfaces, borrowed until the manager is gone. Ignored before init().
+    /// The host's interfaces, borrowed until the manager is destroyed. Ignored before init().
     void setSystemInterface(ISystem* pSystem);
     void setVirtualPanelStateInterface(IPanelState* pPanelState);
 

@@ -13,7 +13,7 @@ public:
     bool hasFunction() const;
     /// The text before the first "."; all of it when there is none.
     std::string getDriverID() const;
-    /// The text behind the first ".", further dots included; empty when there is none.
+    /// The text after the first ".", further dots included; empty when there is none.
     std::string getFunction() const;
 
 private:

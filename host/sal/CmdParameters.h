@@ -7,7 +7,7 @@
 
 namespace sal {
 
-/// The words behind the command name, in order.
+/// The words after the command name, in order.
 class SAL_API CmdParameters {
 public:
     explicit CmdParameters(std::vector<std::string> arguments);

@@ -12,8 +12,9 @@ public:
     Path();
     explicit Path(std::string path);
 
-    /// Joins text behind this path with exactly one separator between them; a separator at the front of text
-    /// does not make it absolute, and "\" counts as one. Does nothing and returns false when either is empty.
+    /// Joins text to the end of this path with exactly one separator between them; a separator at the front
+    /// of text does not make it absolute, and "\" counts as one. Does nothing and returns false when either
+    /// is empty.
     bool expand(const std::string& text);
 
     const std::string& getPathString() const;

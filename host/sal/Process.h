@@ -15,7 +15,7 @@ namespace sal {
 /// nothing that was made for its successor.
 class SAL_API Process {
 public:
-    /// Starts executable with title as argv[0] and arguments behind it. False, logged with the system's
+    /// Starts executable with title as argv[0], followed by arguments. False, logged with the system's
     /// reason, when it could not be started, a failed exec included. Any thread.
     static bool createProcess(const std::string& title, Path& executable,
                               const std::vector<std::string>& arguments);
