@@ -8,9 +8,9 @@
 namespace sal {
 
 /// The directory of a host's queues, as long as the host runs: the one that MFD_QUEUE_DIR names, else one of
-/// its own, /dev/shm/mfd-UID-XXXXXX, which nobody can take beforehand and no other user can enter. Driver
-/// processes find it by that variable. Made by the main thread before it starts another thread, since it sets
-/// the variable; destroyed when the host has no queue any more. One in a process.
+/// its own, /dev/shm/mfd-UID-XXXXXX, whose name no process can take beforehand and which no other user can
+/// enter. Driver processes find it by that variable. Made by the main thread before it starts another thread,
+/// since it sets the variable; destroyed when the host has no queue any more. One in a process.
 class SAL_API HostQueueDirectory {
 public:
     /// Where no directory can be made, create() of each queue tries again and says why it cannot.
@@ -20,7 +20,7 @@ public:
     HostQueueDirectory(const HostQueueDirectory&) = delete;
     HostQueueDirectory& operator=(const HostQueueDirectory&) = delete;
 
-    /// What a process that somebody starts by hand needs as MFD_QUEUE_DIR.
+    /// The value of MFD_QUEUE_DIR for a driver process that is started by hand.
     const std::string& path() const;
 
     /// Where the directory is its own: removes those that hosts of this user left in /dev/shm when they were
@@ -28,9 +28,9 @@ public:
     /// thread.
     void removeLeft() const;
 
-    /// Before an _exit() that destroys nothing: removes what nobody else holds any more. True when nothing is
-    /// left; driver processes that still run remove the rest when they end. Any thread, whatever the others
-    /// are doing.
+    /// Before an _exit() that destroys nothing: removes what no other process holds any more. True when
+    /// nothing is left; driver processes that still run remove the rest when they end. Any thread, whatever
+    /// the others are doing.
     static bool removeNow();
 
 private:

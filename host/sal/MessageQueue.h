@@ -46,7 +46,7 @@ public:
     /// A message longer than size is cut.
     int receive(unsigned char* buffer, int size, int timeout);
 
-    /// Detaches; the last to close removes the name. Nobody may be inside send() or receive().
+    /// Detaches; the last object to close removes the name. No thread may be inside send() or receive().
     void close();
 
     /// Blocks until the queue's creator has closed it or died, however it went; at once when that has
@@ -64,9 +64,9 @@ public:
     /// has made none. One look at the queue. Any thread.
     static bool hasReader(const std::string& name);
 
-    /// Waits until no more than that many of these queues wait for their first receiver. Those do not that
-    /// this process has not made or has closed, nor those of which receiverGone() was said. Wakes when a
-    /// receiver claims one of them. False at the end of the time-out. Any thread.
+    /// Waits until at most that many of these queues still wait for their first receiver. A queue that this
+    /// process has not made or has closed does not count, nor does one of which receiverGone() was said.
+    /// False at the end of the time-out. Any thread.
     static bool waitForReaders(const std::vector<std::string>& names, std::size_t most, int timeout);
 
     struct Status {
@@ -84,9 +84,9 @@ public:
         unsigned int receiverPid =
             0;  ///< of the process that receives or received last, as it says; 0 for none
         std::uint32_t received = 0;  ///< messages taken out; begins again at 2^24
-        bool isBroken = false;       ///< found damaged: nothing passes it any more
-        bool isAttached = false;     ///< somebody beside this object is attached, in whichever process
-        bool wasAttached = false;    ///< somebody is or was
+        bool isBroken = false;       ///< found damaged: no message passes it any more
+        bool isAttached = false;     ///< an object beside this one is attached, in any process
+        bool wasAttached = false;    ///< is or was so
     };
     /// The queues that this process has created, by name. Any thread; never blocks on a peer.
     static std::vector<Status> statuses();
@@ -99,8 +99,9 @@ public:
     /// thread.
     static std::string createFault(const std::string& name);
 
-    /// Whether nobody has any of these names and the first one can be made: then createFault() has nothing to
-    /// say of any. Much faster than asking for each. False also when that is not known. Any thread.
+    /// Whether no process has any of these names and the first one can be made: then createFault() would find
+    /// no fault with any of them. Much faster than asking for each. False also when it cannot be told. Any
+    /// thread.
     static bool areFree(const std::vector<std::string>& names);
 
     /// A name that create() has refused several times within the last moments.
@@ -112,13 +113,13 @@ public:
     /// Any thread; never blocks on a peer.
     static std::vector<Refusal> refusals();
 
-    /// For a name that its holders do not let go of: takes it from them, unless their host lives, and marks
-    /// the queue as broken for them. True when the name is free now. Any thread.
+    /// Takes the name of a queue from processes that do not let go of it, unless the host that made it lives,
+    /// and marks the queue as broken for them. True when the name is free now. Any thread.
     static bool retire(const std::string& name);
 
-    /// Ends a wait that repeats create() until it succeeds: the next one of a name that is being refused
-    /// answers true even where it makes no queue; nobody can attach to that one, and send() and receive()
-    /// fail on it. Any thread.
+    /// Ends a caller's loop that repeats create() until it succeeds: the next create() of a name that is
+    /// being refused returns true even where it makes no queue; open() of that name, send() and receive()
+    /// then fail. Any thread.
     static void passNextCreate(const std::string& name);
 
     /// Before an _exit() that destroys nothing: removes the names of those queues of this process to which

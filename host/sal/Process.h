@@ -10,9 +10,9 @@ namespace sal {
 
 /// Starts child processes. A child has /dev/null as standard input, a session of its own, default signal
 /// dispositions and an empty mask, no descriptor but the standard ones, and the environment of this process
-/// with two variables more. MFD_PROCESS is a mark of its own. By MFD_QUEUE_MAKER it opens the message queues
-/// that this process has made so far and none of those to come, so that a child that comes up late takes
-/// nothing that was made for its successor.
+/// with two variables more. MFD_PROCESS is a mark of its own. MFD_QUEUE_MAKER lets the child open the message
+/// queues that this process has made so far and none that it makes later, so that a child that comes up late
+/// takes no message that was meant for its successor.
 class SAL_API Process {
 public:
     /// Starts executable with title as argv[0], followed by arguments. False, logged with the system's
@@ -35,9 +35,9 @@ public:
         virtual ~Observer() = default;
         virtual void processStarted(const Started& process) = 0;
 
-        /// The thread that made the process sleeps that long, so that it can come up, by Thread::sleep for
-        /// the first time since. On that thread; returns when it may go on, after these seconds at the
-        /// latest. By default it sleeps them all.
+        /// Takes the place of the first Thread::sleep of a thread after it has made a process: the thread
+        /// means to let the process come up. On that thread; returns when it may go on, after these seconds
+        /// at the latest. By default it sleeps them all.
         virtual void awaitStart(int pid, unsigned int seconds);
     };
     /// Null takes the observer out. Set at start, taken out when no other thread makes processes any more.

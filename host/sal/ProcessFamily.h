@@ -55,8 +55,8 @@ public:
     static std::vector<Member> continueStopped(const std::string& word);
 
     /// Kills the processes that were started with that word and a child's mark in their environment, and
-    /// those below them: what children have left behind that nobody can ask for any more, since their parent
-    /// has ended too. Returns them. Any thread.
+    /// those below them: what children have left that no ProcessFamily knows any more, since their parent has
+    /// ended too. Returns them. Any thread.
     static std::vector<Member> endMarked(const std::string& word);
 
 private:
@@ -77,7 +77,7 @@ private:
 
     int m_pid;
     std::string m_mark;
-    std::uint64_t m_started;  ///< 0 when it cannot be told
+    std::uint64_t m_started;  ///< 0 when it is not known
     std::set<Identity> m_noted;
 };
 
