@@ -25,7 +25,6 @@ constexpr int s_noQueueCode = 1;
 constexpr std::chrono::milliseconds s_checkInterval{50};
 /// A process that is started again has come up in that time, or it is looked for less often.
 constexpr std::chrono::seconds s_startTime{10};
-constexpr std::chrono::milliseconds s_trafficInterval{900};
 /// How long a process that has let go of its queues may take to end by itself.
 constexpr std::chrono::milliseconds s_lossPatience{2000};
 /// Refusals of a queue's name over this time are a wait for it and not a single try.
@@ -491,7 +490,7 @@ void ProcessSupervisor::sample(Clock::time_point now) {
         std::string name = queue.name;
         queues.emplace(std::move(name), std::move(queue));
     }
-    if (now - m_trafficMeasured >= s_trafficInterval)
+    if (m_traffic.isDue(now))
         measureTraffic(queues, now);
     checkQueueLoss(queues, now);
     for (const HangDetector::Verdict& verdict : m_hangs.judge(samples(queues), bootTime()))
@@ -499,29 +498,11 @@ void ProcessSupervisor::sample(Clock::time_point now) {
 }
 
 void ProcessSupervisor::measureTraffic(const Queues& queues, Clock::time_point now) {
-    const double time = std::chrono::duration<double>(now - m_trafficMeasured).count();
-    m_trafficMeasured = now;
     std::vector<std::string> driverIDs;
     for (const Process& process : m_processes.lock())
         driverIDs.push_back(process.driverID);
-    const auto messages = [&](const std::string& name) {
-        const auto queue = queues.find(name);
-        return queue == queues.end() ? 0 : queue->second.messages;
-    };
-    std::map<std::string, Traffic> traffic;
-    for (const std::string& driverID : driverIDs) {
-        const Traffic current{messages(protocol::inputQueue(driverID)),
-                              messages(protocol::outputQueue(driverID))};
-        traffic[driverID] = current;
-        const auto before = m_traffic.find(driverID);
-        // Counters that went back belong to new queues.
-        if (before == m_traffic.end() || current.received < before->second.received ||
-            current.sent < before->second.sent)
-            continue;
-        m_drivers.setTraffic(driverID, static_cast<double>(current.received - before->second.received) / time,
-                             static_cast<double>(current.sent - before->second.sent) / time);
-    }
-    m_traffic = std::move(traffic);
+    for (const TrafficMeter::Rate& rate : m_traffic.measure(driverIDs, queues, now))
+        m_drivers.setTraffic(rate.driverID, rate.receivedPerSecond, rate.sentPerSecond);
 }
 
 std::vector<HangDetector::Sample> ProcessSupervisor::samples(const Queues& queues) {

@@ -2,9 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -20,6 +18,7 @@
 #include "ProcessTable.h"
 #include "QueueLossDetector.h"
 #include "StackDump.h"
+#include "TrafficMeter.h"
 #include "Wakeup.h"
 #include "sal/MessageQueue.h"
 #include "sal/Process.h"
@@ -105,12 +104,7 @@ public:
 
 private:
     using Process = ProcessTable::Process;
-    /// What a driver's queues had carried at one moment.
-    struct Traffic {
-        std::uint64_t received = 0;
-        std::uint64_t sent = 0;
-    };
-    using Queues = std::map<std::string, sal::MessageQueue::Status>;
+    using Queues = TrafficMeter::Queues;
 
     void run();
     int pollTimeout();
@@ -160,8 +154,7 @@ private:
     HangDetector m_hangs;
     QueueLossDetector m_losses;
     Clock::time_point m_nextSample;
-    Clock::time_point m_trafficMeasured;
-    std::map<std::string, Traffic> m_traffic;
+    TrafficMeter m_traffic;
 
     /// What was said already: once for each call, queue wait and driver.
     std::optional<Clock::time_point> m_reportedCall;
