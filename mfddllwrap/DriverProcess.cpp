@@ -65,7 +65,7 @@ DriverProcess::DriverProcess(const WrapperOptions& options)
       m_pInput(std::make_shared<sal::MessageQueue>()) {}
 
 DriverProcess::~DriverProcess() {
-    if (m_stop == eStopWhenEmpty)
+    if (m_stop == EStop::StopWhenEmpty)
         endLeftBehind();
     // The thread that waits for the host's end may keep the object: closed here, the queue's name goes as
     // soon as every process has closed it.
@@ -85,12 +85,12 @@ int DriverProcess::run() {
     // The watches are destroyed after the module: they cover its end, too.
     const SignalWatch signals([this](int signal) {
         m_pLog->level(sal::LogOutput::eInfo) << strsignal(signal) << ": stops the driver" << std::endl;
-        requestStop(eStopNow);
+        requestStop(EStop::StopNow);
     });
     HostWatch watch({.hostFd = host.fd(),
                      .stopTimeout = m_options.stopTimeout,
                      .waitForHostEnd = [pInput = m_pInput] { pInput->waitForCreatorEnd(); },
-                     .onHostEnd = [this] { requestStop(eStopWhenEmpty); },
+                     .onHostEnd = [this] { requestStop(EStop::StopWhenEmpty); },
                      .onOverdue = [this] { endOverdue(); }});
 
     QueueSink sink(m_output);
@@ -142,8 +142,8 @@ bool DriverProcess::reportInterfaces(const IMFDConfiguration* pConfiguration,
 
 int DriverProcess::serve(DriverCalls& calls, HostWatch& watch) {
     std::array<unsigned char, protocol::maximumLength> buffer;
-    while (m_stop != eStopNow) {
-        const bool drain = m_stop == eStopWhenEmpty;
+    while (m_stop != EStop::StopNow) {
+        const bool drain = m_stop == EStop::StopWhenEmpty;
         const int length = m_pInput->receive(buffer.data(), static_cast<int>(buffer.size()), drain ? 0 : -1);
         if (length < 0) {
             if (drain) {
@@ -165,9 +165,9 @@ int DriverProcess::serve(DriverCalls& calls, HostWatch& watch) {
 }
 
 void DriverProcess::requestStop(EStop stop) {
-    EStop running = eRun;
-    if (!m_stop.compare_exchange_strong(running, stop) && stop == eStopNow)
-        m_stop = eStopNow;
+    EStop running = EStop::Run;
+    if (!m_stop.compare_exchange_strong(running, stop) && stop == EStop::StopNow)
+        m_stop = EStop::StopNow;
     // A full queue wakes the main loop just as well.
     m_pInput->send(reinterpret_cast<const unsigned char*>(s_wakeUp.data()), static_cast<int>(s_wakeUp.size()),
                    0);

@@ -28,7 +28,7 @@ public:
 
 private:
     class HostProcess;
-    enum EStop { eRun, eStopWhenEmpty, eStopNow };
+    enum class EStop { Run, StopWhenEmpty, StopNow };
 
     /// One line about what the module answers; false when that is nothing.
     bool reportInterfaces(const IMFDConfiguration* pConfiguration, const IFunctionID* pFunctionID) const;
@@ -45,7 +45,7 @@ private:
     // Shared with the thread that waits for the host's end and may outlive this object.
     std::shared_ptr<sal::MessageQueue> m_pInput;
     sal::MessageQueue m_output;
-    std::atomic<EStop> m_stop = eRun;
+    std::atomic<EStop> m_stop = EStop::Run;
     // As it was when the process started: the driver may change its environment.
     sal::ProcessFamily m_family = sal::ProcessFamily::ofThisProcess();
 };

@@ -164,16 +164,16 @@ private:
             if (pGate)
                 pGate->pass(number);
             switch (job.kind) {
-                case Job::eStates:
+                case Job::EKind::States:
                     panel.setStateValueInt(name, static_cast<int>(number));
                     break;
-                case Job::eEvents:
+                case Job::EKind::Events:
                     panel.triggerEvent(name, series.text(number));
                     break;
-                case Job::eTexts:
+                case Job::EKind::Texts:
                     panel.setStateValue(name, series.text(number));
                     break;
-                case Job::ePaced:
+                case Job::EKind::Paced:
                     UpdateSeries::pause();
                     panel.setStateValueInt(name, UpdateSeries::stamp());
                     break;

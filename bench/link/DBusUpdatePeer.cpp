@@ -19,7 +19,7 @@ constexpr long g_maximumPending = 1 << 20;
 
 DBusMessagePtr makeSignal(const Job& job, UpdateSeries& series, std::uint64_t number) {
     DBusMessagePtr pSignal(
-        dbus_message_new_signal(g_path, g_interface, job.kind == Job::eEvents ? g_event : g_changed));
+        dbus_message_new_signal(g_path, g_interface, job.kind == Job::EKind::Events ? g_event : g_changed));
     const char* pName = series.name(number).c_str();
     if (job.isText()) {
         const char* pText = series.text(number).c_str();
@@ -27,7 +27,7 @@ DBusMessagePtr makeSignal(const Job& job, UpdateSeries& series, std::uint64_t nu
                                  DBUS_TYPE_INVALID);
     } else {
         const dbus_int32_t value =
-            job.kind == Job::ePaced ? UpdateSeries::stamp() : static_cast<dbus_int32_t>(number);
+            job.kind == Job::EKind::Paced ? UpdateSeries::stamp() : static_cast<dbus_int32_t>(number);
         dbus_message_append_args(pSignal.get(), DBUS_TYPE_STRING, &pName, DBUS_TYPE_INT32, &value,
                                  DBUS_TYPE_INVALID);
     }
@@ -145,14 +145,14 @@ void DBusUpdatePeer::send(const NextJob& nextJob, BurstGate& gate) {
         const Job job = nextJob();
         UpdateSeries series(job);
         for (std::uint64_t number = 0; number < job.count; ++number) {
-            if (job.kind == Job::ePaced)
+            if (job.kind == Job::EKind::Paced)
                 UpdateSeries::pause();
             if (job.isInBursts)
                 gate.pass(number);
             const DBusMessagePtr pSignal = makeSignal(job, series, number);
             if (!dbus_connection_send(pConnection, pSignal.get(), nullptr))
                 throw std::runtime_error("no memory for a signal");
-            if (job.kind == Job::ePaced || (job.isInBursts && BurstGate::isBurstEnd(number)) ||
+            if (job.kind == Job::EKind::Paced || (job.isInBursts && BurstGate::isBurstEnd(number)) ||
                 dbus_connection_get_outgoing_size(pConnection) > g_maximumPending)
                 dbus_connection_flush(pConnection);
         }

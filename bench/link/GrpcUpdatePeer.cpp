@@ -146,13 +146,13 @@ private:
 void fill(bench::Update& update, const Job& job, UpdateSeries& series, std::uint64_t number) {
     update.set_name(series.name(number));
     switch (job.kind) {
-        case Job::eStates:
+        case Job::EKind::States:
             return update.set_number(static_cast<int>(number));
-        case Job::eEvents:
+        case Job::EKind::Events:
             return update.set_event(series.text(number));
-        case Job::eTexts:
+        case Job::EKind::Texts:
             return update.set_text(series.text(number));
-        case Job::ePaced:
+        case Job::EKind::Paced:
             return update.set_number(UpdateSeries::stamp());
     }
 }
@@ -228,7 +228,7 @@ void GrpcUpdatePeer::send(const NextJob& nextJob, BurstGate& gate) {
     });
     for (;;) {
         const Job job = nextJob();
-        if (job.kind == Job::ePaced)
+        if (job.kind == Job::EKind::Paced)
             sendPaced(job, stream);
         else if (job.isInBursts)
             sendInBursts(job, stream, gate);

@@ -116,7 +116,7 @@ PeerRun::PeerRun(std::string directory, const Results& results)
 }
 
 void PeerRun::updates(const UpdatePeerKind& kind, Job job, double seconds, int round) const {
-    const SharedBoard board(job.kind == Job::ePaced ? g_mostTimes : 0);
+    const SharedBoard board(job.kind == Job::EKind::Paced ? g_mostTimes : 0);
     JobLength length(seconds, job.isInBursts ? BurstGate::s_size : 1);
     job.count = length.count();
     board->job = job;

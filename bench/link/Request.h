@@ -6,19 +6,19 @@
 
 /// What a workplace's process is asked to measure. Goes over a socket as it is.
 struct Request {
-    enum EKind {
-        eUpdates,   ///< of that job's kind, from the first so many drivers to the panel target
-        eRelayed,   ///< the same from D00 to D01, which acts as the panel
-        eFids,      ///< FIDs from D00 to D01, with a parameter or without
-        eTrips,     ///< FIDs from D00 to D01 and back
-        eStopped,   ///< job.count updates while the panel target stands still
-        eFull,      ///< the same with job.count FIDs from D00 to D01, each as long as a message can be
-        eValues,    ///< updates from so many drivers, into whatever the panel is
-        eMemory,    ///< per driver
-        eIdle,      ///< what the receiving threads use while nothing happens
-        eShutdown,  ///< of everything; the last request
+    enum class EKind {
+        Updates,   ///< of that job's kind, from the first so many drivers to the panel target
+        Relayed,   ///< the same from D00 to D01, which acts as the panel
+        Fids,      ///< FIDs from D00 to D01, with a parameter or without
+        Trips,     ///< FIDs from D00 to D01 and back
+        Stopped,   ///< job.count updates while the panel target stands still
+        Full,      ///< the same with job.count FIDs from D00 to D01, each as long as a message can be
+        Values,    ///< updates from so many drivers, into whatever the panel is
+        Memory,    ///< per driver
+        Idle,      ///< what the receiving threads use while nothing happens
+        Shutdown,  ///< of everything; the last request
     };
-    EKind kind = eUpdates;
+    EKind kind = EKind::Updates;
     int round = 0;
     Job job = {};
     int drivers = 1;

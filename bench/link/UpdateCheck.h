@@ -23,22 +23,23 @@ public:
         m_wrong = 0;
         m_last = 0;
         m_ages.clear();
-        m_ages.reserve(job.kind == Job::ePaced ? job.count : 0);
+        m_ages.reserve(job.kind == Job::EKind::Paced ? job.count : 0);
         m_complete = job.count == 0;
     }
 
     void number(std::string_view name, int value) {
         const auto number = static_cast<std::uint64_t>(value);
-        if (m_job.kind == Job::ePaced)
+        if (m_job.kind == Job::EKind::Paced)
             m_ages.push_back(UpdateSeries::ageOf(value));
         else if (m_job.isMerged() && number >= m_next && number < m_job.count)
             m_next = number;  // those between were replaced
-        else if (m_job.kind != Job::eStates || number != m_next)
+        else if (m_job.kind != Job::EKind::States || number != m_next)
             ++m_wrong;
         count(name);
     }
     void text(std::string_view name, std::string_view value, bool isEvent) {
-        if (m_job.kind != (isEvent ? Job::eEvents : Job::eTexts) || value != m_series.text(m_next))
+        if (m_job.kind != (isEvent ? Job::EKind::Events : Job::EKind::Texts) ||
+            value != m_series.text(m_next))
             ++m_wrong;
         count(name);
     }

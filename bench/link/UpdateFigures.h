@@ -17,11 +17,11 @@ struct UpdateFigures {
 
     void add(const Results& results, const std::string& transport, int round) const {
         const auto count = static_cast<double>(job.count);
-        if (job.kind == Job::ePaced)
+        if (job.kind == Job::EKind::Paced)
             return results.addTimes(job.work(), transport, round, {{"seconds", seconds}}, ages);
         std::vector<Results::Number> numbers{
             {"rate", count / seconds}, {"cpu_per_100k", cpu * 1e5 / count}, {"seconds", seconds}};
-        if (job.kind == Job::eTexts) {
+        if (job.kind == Job::EKind::Texts) {
             numbers.emplace_back("name_bytes", static_cast<double>(job.nameSize));
             numbers.emplace_back("value_bytes", static_cast<double>(job.valueSize));
         }

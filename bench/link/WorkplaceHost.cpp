@@ -136,24 +136,24 @@ IPanelState* WorkplaceHost::panel() {
 
 void WorkplaceHost::measure(const Request& request) {
     switch (request.kind) {
-        case Request::eUpdates:
+        case Request::EKind::Updates:
             return measureUpdates(request);
-        case Request::eRelayed:
+        case Request::EKind::Relayed:
             return measureRelayed(request);
-        case Request::eFids:
+        case Request::EKind::Fids:
             return measureFids(request);
-        case Request::eTrips:
+        case Request::EKind::Trips:
             return measureTrips(request);
-        case Request::eStopped:
-        case Request::eFull:
+        case Request::EKind::Stopped:
+        case Request::EKind::Full:
             return measureStopped(request);
-        case Request::eValues:
+        case Request::EKind::Values:
             return measureValues(request);
-        case Request::eMemory:
+        case Request::EKind::Memory:
             return measureMemory(request);
-        case Request::eIdle:
+        case Request::EKind::Idle:
             return measureIdle(request);
-        case Request::eShutdown:
+        case Request::EKind::Shutdown:
             return measureShutdown(request);
     }
 }
@@ -279,13 +279,13 @@ void WorkplaceHost::measureTrips(const Request& request) {
 // While the target stands still the queue fills up and then the driver waits; afterwards everything arrives.
 // The pages of the queue that the host reads are its own too; they count once, as the queue's.
 void WorkplaceHost::measureStopped(const Request& request) {
-    const bool isFull = request.kind == Request::eFull;
+    const bool isFull = request.kind == Request::EKind::Full;
     const Usage before = usage();
     OwnMemoryPeak peak;
     m_target.stop();
     if (isFull) {
         const std::string count = std::to_string(request.job.count);
-        m_target.expect(0, {Job::eStates, 1});
+        m_target.expect(0, {Job::EKind::States, 1});
         m_target.expect(1, {});
         send(1, "EXPECT", {{"count", count}});
         send(0, "FILL", {{"to", PanelTarget::driverID(1)}, {"count", count}});
@@ -363,7 +363,7 @@ void WorkplaceHost::send(std::size_t driver, const std::string& function,
 }
 
 WorkplaceHost::Parameters WorkplaceHost::parametersOf(const Job& job) {
-    return {{"kind", std::to_string(job.kind)},
+    return {{"kind", std::to_string(static_cast<int>(job.kind))},
             {"count", std::to_string(job.count)},
             {"name", std::to_string(job.nameSize)},
             {"value", std::to_string(job.valueSize)},

@@ -151,18 +151,18 @@ private:
         // Who is first in one round is last in the next.
         const bool isFirst = m_round % 2 == 1;
         if (isFirst)
-            here({.kind = Request::eUpdates, .job = job}, {.drivers = 1});
+            here({.kind = Request::EKind::Updates, .job = job}, {.drivers = 1});
         for (const UpdatePeerKind& kind : peers)
             there(kind, job);
         if (!isFirst)
-            here({.kind = Request::eUpdates, .job = job}, {.drivers = 1});
+            here({.kind = Request::EKind::Updates, .job = job}, {.drivers = 1});
     }
 
     void measureUpdates() {
-        for (const auto kind : {Job::eStates, Job::eEvents})
+        for (const auto kind : {Job::EKind::States, Job::EKind::Events})
             both({.kind = kind}, {g_bus, g_direct, g_deep, g_shallow, g_small});
         // Each is sent by itself, so there is but one gRPC.
-        both({.kind = Job::ePaced}, {g_bus, g_direct, g_deep});
+        both({.kind = Job::EKind::Paced}, {g_bus, g_direct, g_deep});
     }
     void measureBursts() { both({.isInBursts = true}, {g_bus, g_direct, g_deep}); }
     void measureMerging() {
@@ -171,22 +171,22 @@ private:
     }
     void measureSizes() {
         for (const std::size_t size : {8, 32, 128, 240})
-            both({.kind = Job::eTexts, .nameSize = size, .valueSize = size},
+            both({.kind = Job::EKind::Texts, .nameSize = size, .valueSize = size},
                  {g_bus, g_direct, g_deep, g_shallow, g_small});
     }
     /// Over the bus there are three processes anyway.
     void measureRelayed() {
-        here({.kind = Request::eRelayed});
+        here({.kind = Request::EKind::Relayed});
         for (const UpdatePeerKind& kind : {g_deepRelayed, g_shallowRelayed})
             there(kind, {});
     }
     void measureFids() {
         for (const bool hasParameter : {false, true})
-            here({.kind = Request::eFids, .hasParameter = hasParameter});
+            here({.kind = Request::EKind::Fids, .hasParameter = hasParameter});
     }
     void measureStopped() {
-        here({.kind = Request::eStopped, .job = {.count = m_amounts.stopped}});
-        here({.kind = Request::eFull, .job = {.count = m_amounts.full}});
+        here({.kind = Request::EKind::Stopped, .job = {.count = m_amounts.stopped}});
+        here({.kind = Request::EKind::Full, .job = {.count = m_amounts.full}});
     }
 
     void measureValues() {
@@ -194,7 +194,8 @@ private:
         for (const int drivers : m_amounts.valueDrivers) {
             for (const auto panel : {BenchWorkplace::EPanel::Empty, BenchWorkplace::EPanel::Store,
                                      BenchWorkplace::EPanel::Followed})
-                here({.kind = Request::eValues, .drivers = drivers}, {.drivers = drivers, .panel = panel});
+                here({.kind = Request::EKind::Values, .drivers = drivers},
+                     {.drivers = drivers, .panel = panel});
             host.measure(m_directory.next(), drivers, m_amounts.seconds, m_round);
             host.measureFollow(m_directory.next(), {"reader"}, drivers, m_amounts.seconds, m_round);
         }
@@ -206,18 +207,20 @@ private:
         for (const int cores : {1, 2}) {
             if (cores > static_cast<int>(std::thread::hardware_concurrency()))
                 continue;
-            here({.kind = Request::eTrips}, {.cores = cores});
+            here({.kind = Request::EKind::Trips}, {.cores = cores});
             for (const TripPeerKind& kind : g_tripPeers)
                 PeerRun(m_directory.next(), m_results).trips(kind, m_amounts.seconds, cores, m_round);
         }
     }
 
     void measureFleet() {
-        here({.kind = Request::eShutdown}, {.drivers = m_amounts.stoppedDrivers});
-        here({.kind = Request::eMemory}, {.drivers = m_amounts.drivers});
-        here({.kind = Request::eIdle, .seconds = m_amounts.idleSeconds}, {.drivers = m_amounts.drivers});
+        here({.kind = Request::EKind::Shutdown}, {.drivers = m_amounts.stoppedDrivers});
+        here({.kind = Request::EKind::Memory}, {.drivers = m_amounts.drivers});
+        here({.kind = Request::EKind::Idle, .seconds = m_amounts.idleSeconds},
+             {.drivers = m_amounts.drivers});
         for (int drivers = 1; drivers <= m_amounts.drivers; drivers *= 2)
-            here({.kind = Request::eUpdates, .drivers = drivers, .isSeries = true}, {.drivers = drivers});
+            here({.kind = Request::EKind::Updates, .drivers = drivers, .isSeries = true},
+                 {.drivers = drivers});
     }
 
     /// The same with kills and without, first the one and then the other by turns.

@@ -124,22 +124,22 @@ struct Fault::Word {
 };
 
 const Fault::Word Fault::s_words[] = {
-    {"crash", eCrash, nullptr, 0},
-    {"abort", eAbort, nullptr, 0},
-    {"exit", eExit, "exit code", 255},
-    {"kill", eKill, nullptr, 0},
-    {"busy", eBusy, "milliseconds, 0 for ever", 86400000},
-    {"sleep", eSleep, "milliseconds, 0 for ever", 86400000},
-    {"throw", eThrow, nullptr, 0},
-    {"thrownumber", eThrowNumber, nullptr, 0},
-    {"fail", eFail, nullptr, 0},
-    {"fork", eFork, nullptr, 0},
-    {"forkaway", eForkAway, nullptr, 0},
-    {"exec", eExec, nullptr, 0},
-    {"closelocks", eCloseLocks, nullptr, 0},
-    {"ignoresignals", eIgnoreSignals, nullptr, 0},
-    {"print", ePrint, "mebibytes, 0 for ever", 1024},
-    {"printlog", ePrintLog, "mebibytes, 0 for ever", 1024},
+    {"crash", EKind::Crash, nullptr, 0},
+    {"abort", EKind::Abort, nullptr, 0},
+    {"exit", EKind::Exit, "exit code", 255},
+    {"kill", EKind::Kill, nullptr, 0},
+    {"busy", EKind::Busy, "milliseconds, 0 for ever", 86400000},
+    {"sleep", EKind::Sleep, "milliseconds, 0 for ever", 86400000},
+    {"throw", EKind::Throw, nullptr, 0},
+    {"thrownumber", EKind::ThrowNumber, nullptr, 0},
+    {"fail", EKind::Fail, nullptr, 0},
+    {"fork", EKind::Fork, nullptr, 0},
+    {"forkaway", EKind::ForkAway, nullptr, 0},
+    {"exec", EKind::Exec, nullptr, 0},
+    {"closelocks", EKind::CloseLocks, nullptr, 0},
+    {"ignoresignals", EKind::IgnoreSignals, nullptr, 0},
+    {"print", EKind::Print, "mebibytes, 0 for ever", 1024},
+    {"printlog", EKind::PrintLog, "mebibytes, 0 for ever", 1024},
 };
 
 std::optional<Fault> Fault::parse(const std::string& text, std::string& error) {
@@ -177,46 +177,46 @@ std::string Fault::words() {
 
 bool Fault::strike() const {
     switch (m_kind) {
-        case eCrash:
+        case EKind::Crash:
             writeToNowhere();
             break;
-        case eAbort:
+        case EKind::Abort:
             std::abort();
-        case eExit:
+        case EKind::Exit:
             std::exit(m_number);
-        case eKill:
+        case EKind::Kill:
             ::raise(SIGKILL);
             break;
-        case eBusy:
+        case EKind::Busy:
             spin(m_number);
             break;
-        case eSleep:
+        case EKind::Sleep:
             ::rest(m_number);
             break;
-        case eThrow:
+        case EKind::Throw:
             throw std::runtime_error("thrown on purpose");
-        case eThrowNumber:
+        case EKind::ThrowNumber:
             throw 42;
-        case eFail:
+        case EKind::Fail:
             return false;
-        case eFork:
+        case EKind::Fork:
             leaveChild(false);
             break;
-        case eForkAway:
+        case EKind::ForkAway:
             leaveChild(true);
             break;
-        case eExec:
+        case EKind::Exec:
             becomeAnotherProgram();
-        case eCloseLocks:
+        case EKind::CloseLocks:
             closeLocks();
             break;
-        case eIgnoreSignals:
+        case EKind::IgnoreSignals:
             ignoreSignals();
             break;
-        case ePrint:
+        case EKind::Print:
             print(STDOUT_FILENO, m_number);
             break;
-        case ePrintLog:
+        case EKind::PrintLog:
             print(STDERR_FILENO, m_number);
             break;
     }

@@ -17,23 +17,23 @@ public:
     std::string text() const;
 
 private:
-    enum EKind {
-        eCrash,
-        eAbort,
-        eExit,
-        eKill,
-        eBusy,
-        eSleep,
-        eThrow,
-        eThrowNumber,
-        eFail,
-        eFork,
-        eForkAway,
-        eExec,
-        eCloseLocks,
-        eIgnoreSignals,
-        ePrint,
-        ePrintLog
+    enum class EKind {
+        Crash,
+        Abort,
+        Exit,
+        Kill,
+        Busy,
+        Sleep,
+        Throw,
+        ThrowNumber,
+        Fail,
+        Fork,
+        ForkAway,
+        Exec,
+        CloseLocks,
+        IgnoreSignals,
+        Print,
+        PrintLog
     };
     struct Word;
     static const Word s_words[];

@@ -13,9 +13,9 @@ struct Stage {
 };
 
 constexpr Stage s_stages[] = {
-    {"load", FaultPlan::eLoad},     {"configure", FaultPlan::eConfigure},
-    {"start", FaultPlan::eStart},   {"deinitialize", FaultPlan::eDeinitialize},
-    {"delete", FaultPlan::eDelete},
+    {"load", FaultPlan::EStage::Load},     {"configure", FaultPlan::EStage::Configure},
+    {"start", FaultPlan::EStage::Start},   {"deinitialize", FaultPlan::EStage::Deinitialize},
+    {"delete", FaultPlan::EStage::Delete},
 };
 
 }  // namespace

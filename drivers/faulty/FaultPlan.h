@@ -11,7 +11,7 @@
 /// semicolons. Owned by its driver; any thread.
 class FaultPlan {
 public:
-    enum EStage { eLoad, eConfigure, eStart, eDeinitialize, eDelete };
+    enum class EStage { Load, Configure, Start, Deinitialize, Delete };
 
     /// Adds what the text tells; a later entry for a stage replaces the earlier. What is wrong in it is left
     /// out and returned, a line each, with what would be right.

@@ -50,12 +50,12 @@ FaultyDriver::FaultyDriver() {
         const auto complaints = m_plan.read(pText);
         m_complaints.insert(m_complaints.end(), complaints.begin(), complaints.end());
     }
-    m_plan.strike(FaultPlan::eLoad);
+    m_plan.strike(FaultPlan::EStage::Load);
 }
 
 FaultyDriver::~FaultyDriver() {
     stopFloods();
-    m_plan.strike(FaultPlan::eDelete);
+    m_plan.strike(FaultPlan::EStage::Delete);
 }
 
 bool FaultyDriver::setConfiguration(int workplaceId, const std::string& driverID,
@@ -68,17 +68,17 @@ bool FaultyDriver::setConfiguration(int workplaceId, const std::string& driverID
     m_complaints.insert(m_complaints.end(), complaints.begin(), complaints.end());
     for (const std::string& complaint : std::exchange(m_complaints, {}))
         log(sal::LogOutput::eWarning, "the plan of faults: " + complaint);
-    return m_plan.strike(FaultPlan::eConfigure);
+    return m_plan.strike(FaultPlan::EStage::Configure);
 }
 
 bool FaultyDriver::initializationCompleted() {
-    if (!m_plan.strike(FaultPlan::eStart))
+    if (!m_plan.strike(FaultPlan::EStage::Start))
         return false;
     return showState();
 }
 
 bool FaultyDriver::deinitialize() {
-    const bool succeeds = m_plan.strike(FaultPlan::eDeinitialize);
+    const bool succeeds = m_plan.strike(FaultPlan::EStage::Deinitialize);
     stopFloods();
     return succeeds;
 }

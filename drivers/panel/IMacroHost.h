@@ -9,9 +9,9 @@
 
 /// What an operator sees of the macro system.
 struct MacroState {
-    enum EActivity { eIdle, eRecording, ePlaying };
+    enum class EActivity { Idle, Recording, Playing };
 
-    EActivity activity = eIdle;
+    EActivity activity = EActivity::Idle;
     std::string name;                ///< of the macro that is recorded or played
     int steps = 0;                   ///< recorded or sent so far
     std::vector<std::string> names;  ///< of all macros, in byte order

@@ -62,9 +62,9 @@ void MacroSystem::stop() {
     {
         std::lock_guard lock(m_mutex);
         wasRunning = std::exchange(m_running, false);
-        if (m_activity == MacroState::eRecording) {
+        if (m_activity == MacroState::EActivity::Recording) {
             m_recording = false;
-            m_activity = MacroState::eIdle;
+            m_activity = MacroState::EActivity::Idle;
             m_recorded.clear();
             dropped = std::exchange(m_name, {});
         }
@@ -89,9 +89,9 @@ MacroState MacroSystem::currentState() const {
     MacroState state;
     state.activity = m_activity;
     state.name = m_name;
-    if (m_activity == MacroState::eRecording)
+    if (m_activity == MacroState::EActivity::Recording)
         state.steps = static_cast<int>(m_recorded.size());
-    else if (m_activity == MacroState::ePlaying)
+    else if (m_activity == MacroState::EActivity::Playing)
         state.steps = static_cast<int>(m_nextStep);
     state.unsaved = !m_removed.empty();
     for (const auto& [name, macro] : m_macros) {
@@ -113,17 +113,17 @@ void MacroSystem::run() {
         publish(lock);
         if (!m_running)
             break;
-        if (m_activity == MacroState::ePlaying) {
+        if (m_activity == MacroState::EActivity::Playing) {
             playNext(lock);
             continue;
         }
         const auto somethingToDo = [this] { return m_changed || !m_running; };
-        if (m_activity == MacroState::eRecording)
+        if (m_activity == MacroState::EActivity::Recording)
             m_wakeUp.wait_for(lock, s_stepCountPeriod, somethingToDo);
         else
             m_wakeUp.wait(lock, somethingToDo);
     }
-    if (m_activity == MacroState::ePlaying)
+    if (m_activity == MacroState::EActivity::Playing)
         endPlaying(lock);
     m_changed = true;
     publish(lock);
@@ -132,7 +132,8 @@ void MacroSystem::run() {
 /// Shows what changed since the last time, with the lock released.
 void MacroSystem::publish(std::unique_lock<std::mutex>& lock) {
     const bool changed = std::exchange(m_changed, false);
-    const bool stepsDue = m_activity != MacroState::eIdle && Clock::now() >= m_shownAt + s_stepCountPeriod;
+    const bool stepsDue =
+        m_activity != MacroState::EActivity::Idle && Clock::now() >= m_shownAt + s_stepCountPeriod;
     if (!changed && !stepsDue)
         return;
     MacroState state = currentState();
@@ -177,7 +178,7 @@ void MacroSystem::endPlaying(std::unique_lock<std::mutex>& lock) {
     const std::size_t played = m_nextStep;
     const std::size_t unsent = m_unsent;
     m_pPlayed.reset();
-    m_activity = MacroState::eIdle;
+    m_activity = MacroState::EActivity::Idle;
     m_events.emplace_back(played == count ? "MACRO.PLAYED" : "MACRO.STOPPED", name);
     m_changed = true;
     m_playbackOver.notify_all();
@@ -208,9 +209,9 @@ bool MacroSystem::refuse(const std::string& text) const {
 std::string MacroSystem::busyReason() const {
     if (!m_running)
         return "the driver is not running";
-    if (m_activity == MacroState::eRecording)
+    if (m_activity == MacroState::EActivity::Recording)
         return "macro " + quoted(m_name) + " is being recorded";
-    if (m_activity == MacroState::ePlaying)
+    if (m_activity == MacroState::EActivity::Playing)
         return "macro " + quoted(m_name) + " is being played";
     return {};
 }
@@ -227,7 +228,7 @@ bool MacroSystem::startRecording(const std::string& name) {
             m_name = name;
             m_recorded.clear();
             m_recordingBegan = m_now();
-            m_activity = MacroState::eRecording;
+            m_activity = MacroState::EActivity::Recording;
             m_recording = true;
             wakeThread();
         }
@@ -243,11 +244,11 @@ bool MacroSystem::stopRecording() {
     std::size_t count = 0;
     {
         std::lock_guard lock(m_mutex);
-        if (m_activity == MacroState::eRecording) {
+        if (m_activity == MacroState::EActivity::Recording) {
             name = std::exchange(m_name, {});
             count = m_recorded.size();
             m_recording = false;
-            m_activity = MacroState::eIdle;
+            m_activity = MacroState::EActivity::Idle;
             m_macros[name] = {std::make_shared<const Steps>(std::exchange(m_recorded, {})), false};
             m_removed.erase(name);
             m_events.emplace_back("MACRO.RECORDED", name);
@@ -265,10 +266,10 @@ bool MacroSystem::cancelRecording() {
     std::string name;
     {
         std::lock_guard lock(m_mutex);
-        if (m_activity == MacroState::eRecording) {
+        if (m_activity == MacroState::EActivity::Recording) {
             name = std::exchange(m_name, {});
             m_recording = false;
-            m_activity = MacroState::eIdle;
+            m_activity = MacroState::EActivity::Idle;
             m_recorded.clear();
             wakeThread();
         }
@@ -302,7 +303,7 @@ bool MacroSystem::play(const std::string& name) {
                 m_unsent = 0;
                 m_stopPlaying = false;
                 ++m_playbacks;
-                m_activity = MacroState::ePlaying;
+                m_activity = MacroState::EActivity::Playing;
                 wakeThread();
             }
         }
@@ -317,13 +318,13 @@ bool MacroSystem::play(const std::string& name) {
 bool MacroSystem::stopPlaying() {
     {
         std::unique_lock lock(m_mutex);
-        if (m_activity == MacroState::ePlaying) {
+        if (m_activity == MacroState::EActivity::Playing) {
             m_stopPlaying = true;
             wakeThread();
             // The played FID itself may be what stops the playback.
             if (m_threadID != std::this_thread::get_id()) {
                 m_playbackOver.wait_for(lock, s_stopPatience, [this, playback = m_playbacks] {
-                    return m_activity != MacroState::ePlaying || m_playbacks != playback;
+                    return m_activity != MacroState::EActivity::Playing || m_playbacks != playback;
                 });
             }
             return true;
@@ -334,7 +335,7 @@ bool MacroSystem::stopPlaying() {
 
 bool MacroSystem::isPlaying() const {
     std::lock_guard lock(m_mutex);
-    return m_activity == MacroState::ePlaying;
+    return m_activity == MacroState::EActivity::Playing;
 }
 
 std::vector<std::string> MacroSystem::macroNames() const {
@@ -460,7 +461,7 @@ void MacroSystem::fidDispatched(const std::string& fid, const FIDParameterList& 
     {
         std::lock_guard lock(m_mutex);
         // A FID without a driver ID goes nowhere, now or when it is played.
-        if (m_activity != MacroState::eRecording || fid.starts_with(m_controlPrefix) ||
+        if (m_activity != MacroState::EActivity::Recording || fid.starts_with(m_controlPrefix) ||
             fid.find('.') == std::string::npos || m_recorded.size() >= s_maxSteps)
             return;
         const auto offset = std::chrono::duration_cast<std::chrono::milliseconds>(m_now() - m_recordingBegan);

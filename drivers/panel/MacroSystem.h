@@ -95,7 +95,7 @@ private:
     std::map<std::string, Macro> m_macros;
     std::set<std::string> m_removed;  ///< saved macros that the next save removes
 
-    MacroState::EActivity m_activity = MacroState::eIdle;
+    MacroState::EActivity m_activity = MacroState::EActivity::Idle;
     std::string m_name;  ///< of the macro that is recorded or played
     Steps m_recorded;
     Clock::time_point m_recordingBegan;
@@ -107,7 +107,7 @@ private:
     bool m_stopPlaying = false;
     std::vector<std::pair<std::string, std::string>> m_events;
 
-    /// True exactly while m_activity is eRecording: spares every other FID of the system the lock.
+    /// True exactly while m_activity is EActivity::Recording: spares every other FID of the system the lock.
     std::atomic<bool> m_recording{false};
 
     /// The thread's own.

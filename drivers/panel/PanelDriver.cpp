@@ -26,9 +26,9 @@ std::string joined(const std::vector<std::string>& names) {
 
 const char* wordFor(MacroState::EActivity activity) {
     switch (activity) {
-        case MacroState::eRecording:
+        case MacroState::EActivity::Recording:
             return "recording";
-        case MacroState::ePlaying:
+        case MacroState::EActivity::Playing:
             return "playing";
         default:
             return "idle";
@@ -99,9 +99,9 @@ bool PanelDriver::recordMacro(const FIDParameterList& parameters) const {
 
 bool PanelDriver::stopMacro(const FIDParameterList&) const {
     switch (m_pMacroSystem->state().activity) {
-        case MacroState::eRecording:
+        case MacroState::EActivity::Recording:
             return m_pMacroSystem->stopRecording();
-        case MacroState::ePlaying:
+        case MacroState::EActivity::Playing:
             return m_pMacroSystem->stopPlaying();
         default:
             log(sal::LogOutput::eWarning, "MACRO.STOP ignored, no macro is being recorded or played");

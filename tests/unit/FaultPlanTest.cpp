@@ -12,31 +12,31 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 TEST(FaultPlan, StageWithoutAnEntrySucceeds) {
-    EXPECT_TRUE(FaultPlan().strike(FaultPlan::eStart));
+    EXPECT_TRUE(FaultPlan().strike(FaultPlan::EStage::Start));
 }
 
 TEST(FaultPlan, EachStageHasItsOwnFault) {
     FaultPlan sut;
     EXPECT_THAT(sut.read("load throw; configure fail\nstart fail ;; deinitialize fail\n\n delete fail"),
                 IsEmpty());
-    EXPECT_THROW(sut.strike(FaultPlan::eLoad), std::runtime_error);
-    EXPECT_FALSE(sut.strike(FaultPlan::eConfigure));
-    EXPECT_FALSE(sut.strike(FaultPlan::eStart));
-    EXPECT_FALSE(sut.strike(FaultPlan::eDeinitialize));
-    EXPECT_FALSE(sut.strike(FaultPlan::eDelete));
+    EXPECT_THROW(sut.strike(FaultPlan::EStage::Load), std::runtime_error);
+    EXPECT_FALSE(sut.strike(FaultPlan::EStage::Configure));
+    EXPECT_FALSE(sut.strike(FaultPlan::EStage::Start));
+    EXPECT_FALSE(sut.strike(FaultPlan::EStage::Deinitialize));
+    EXPECT_FALSE(sut.strike(FaultPlan::EStage::Delete));
 }
 
 TEST(FaultPlan, EntryForOneStageLeavesTheOthersAlone) {
     FaultPlan sut;
     sut.read("start fail");
-    EXPECT_TRUE(sut.strike(FaultPlan::eDeinitialize));
+    EXPECT_TRUE(sut.strike(FaultPlan::EStage::Deinitialize));
 }
 
 TEST(FaultPlan, LaterEntryReplacesTheEarlier) {
     FaultPlan sut;
     sut.read("start throw");
     sut.read("start fail");
-    EXPECT_FALSE(sut.strike(FaultPlan::eStart));
+    EXPECT_FALSE(sut.strike(FaultPlan::EStage::Start));
 }
 
 TEST(FaultPlan, WrongEntriesAreNamedAndTheOthersHold) {
@@ -44,14 +44,14 @@ TEST(FaultPlan, WrongEntriesAreNamedAndTheOthersHold) {
     EXPECT_THAT(sut.read("never fail; start explode; deinitialize; configure fail"),
                 ElementsAre("\"never\" is no stage; there are load, configure, start, deinitialize, delete",
                             HasSubstr("\"explode\" is no fault"), HasSubstr("\"\" is no fault")));
-    EXPECT_FALSE(sut.strike(FaultPlan::eConfigure));
+    EXPECT_FALSE(sut.strike(FaultPlan::EStage::Configure));
 }
 
 TEST(FaultPlan, ClearedPlanFailsNowhere) {
     FaultPlan sut;
     sut.read("start fail");
     sut.clear();
-    EXPECT_TRUE(sut.strike(FaultPlan::eStart));
+    EXPECT_TRUE(sut.strike(FaultPlan::EStage::Start));
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ public:
     }
     void showMacroState(const MacroState& state, const std::optional<MacroState>&) override {
         static constexpr const char* words[] = {"idle", "recording", "playing"};
-        calls.add(std::string(words[state.activity]) + " \"" + state.name + "\" " +
+        calls.add(std::string(words[static_cast<std::size_t>(state.activity)]) + " \"" + state.name + "\" " +
                   std::to_string(state.names.size()) + " macros" + (state.unsaved ? " unsaved" : ""));
     }
     void macroEvent(const std::string& eventID, const std::string& name) override {
