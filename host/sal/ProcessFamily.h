@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <set>
 #include <string>
@@ -68,11 +67,10 @@ private:
 
     struct Process;
     static std::vector<Process> processes();
-    static std::string environmentOf(const Process& process, std::string_view begin,
-                                     std::chrono::steady_clock::time_point until);
-    static bool isMarked(const Process& process, const std::string& mark,
-                         std::chrono::steady_clock::time_point until);
-    std::vector<Process> members(std::chrono::steady_clock::time_point until) const;
+    struct Patience;
+    static std::string environmentOf(const Process& process, std::string_view begin, Patience& patience);
+    static bool isMarked(const Process& process, const std::string& mark, Patience& patience);
+    std::vector<Process> members(Patience& patience) const;
     void noteBelow(int pid, int depth, std::set<Identity>& noted) const;
 
     int m_pid;

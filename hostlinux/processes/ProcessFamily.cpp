@@ -52,6 +52,8 @@ constexpr int s_deepest = 50;
 constexpr std::size_t s_mostNoted = 10'000;
 /// Before the environment of a process that becomes another program is read once more.
 constexpr std::chrono::microseconds s_pause{200};
+constexpr int s_mostTries = 60;
+constexpr int s_fewestLooks = 10;
 /// Among the flags in "stat".
 constexpr unsigned s_kernelThread = 0x0020'0000;
 
@@ -168,21 +170,28 @@ std::optional<ProcessFamily::Process> ProcessFamily::Process::read(int pid) {
     return process;
 }
 
-/// The first entry that begins so of the environment that the process was started with; empty for none. One
-/// that is on its way into another program is waited for until then.
-std::string ProcessFamily::environmentOf(const Process& process, std::string_view begin,
-                                         std::chrono::steady_clock::time_point until) {
-    const auto isReadTooEarly = [&process, until](const std::optional<std::string>& environment) {
-        if (!environment || !environment->empty() || Clock::now() >= until)
+/// How often the environment of processes that are on their way into another program is read again. Counted
+/// and not timed: on a busy machine the time is over before such a process has run at all.
+struct ProcessFamily::Patience {
+    int left = 300;
+};
+
+/// The first entry that begins so of the environment that the process was started with; empty for none.
+std::string ProcessFamily::environmentOf(const Process& process, std::string_view begin, Patience& patience) {
+    const auto isReadTooEarly = [&process](const std::optional<std::string>& environment) {
+        if (!environment || !environment->empty())
             return false;
         const auto now = Process::read(process.pid);
         if (!now || now->isDead() || now->started != process.started || now->isOfKernel)
             return false;
-        // Nobody may know of a stranger where its environment is; but then it cannot be opened either.
+        // Of another user's process it is not told where the environment is; but that cannot be opened
+        // either.
         return now->environmentEnd == 0 || now->environmentEnd != now->environmentBegin;
     };
     std::optional<std::string> environment = readFile(placeOf(process.pid) + "/environ");
-    while (isReadTooEarly(environment)) {
+    // One that never arrives must not use up what others need.
+    for (int tries = s_mostTries; tries > 0 && patience.left > 0 && isReadTooEarly(environment); --tries) {
+        --patience.left;
         std::this_thread::sleep_for(s_pause);
         environment = readFile(placeOf(process.pid) + "/environ");
     }
@@ -198,27 +207,26 @@ std::string ProcessFamily::environmentOf(const Process& process, std::string_vie
     return {};
 }
 
-bool ProcessFamily::isMarked(const Process& process, const std::string& mark,
-                             std::chrono::steady_clock::time_point until) {
-    return environmentOf(process, std::string_view(mark).substr(0, mark.find('=') + 1), until) == mark;
+bool ProcessFamily::isMarked(const Process& process, const std::string& mark, Patience& patience) {
+    return environmentOf(process, std::string_view(mark).substr(0, mark.find('=') + 1), patience) == mark;
 }
 
 std::vector<ProcessFamily::Member> ProcessFamily::continueStopped(const std::string& word) {
-    const auto until = Clock::now() + s_limit;
+    Patience patience;
     std::vector<Member> continued;
     for (const Process& process : processes()) {
-        if (process.state == 'T' && isMarked(process, word, until) && ::kill(process.pid, SIGCONT) == 0)
+        if (process.state == 'T' && isMarked(process, word, patience) && ::kill(process.pid, SIGCONT) == 0)
             continued.push_back({process.pid, process.name});
     }
     return continued;
 }
 
 std::vector<ProcessFamily::Member> ProcessFamily::endMarked(const std::string& word) {
-    const auto until = Clock::now() + s_limit;
+    Patience patience;
     std::set<std::string> marks;
     for (const Process& process : processes()) {
-        if (process.pid != ::getpid() && isMarked(process, word, until))
-            marks.insert(environmentOf(process, MarkedEnvironment::s_begin, until));
+        if (process.pid != ::getpid() && isMarked(process, word, patience))
+            marks.insert(environmentOf(process, MarkedEnvironment::s_begin, patience));
     }
     marks.erase("");
     std::vector<Member> ended;
@@ -276,7 +284,7 @@ std::vector<ProcessFamily::Process> ProcessFamily::processes() {
     return all;
 }
 
-std::vector<ProcessFamily::Process> ProcessFamily::members(Clock::time_point until) const {
+std::vector<ProcessFamily::Process> ProcessFamily::members(Patience& patience) const {
     std::vector<Process> others = processes();
     std::vector<Process> found;
     std::set<int> pids{m_pid};
@@ -297,7 +305,7 @@ std::vector<ProcessFamily::Process> ProcessFamily::members(Clock::time_point unt
     take([&](const Process& process) {
         return process.session == m_pid || m_noted.contains(process.identity()) ||
                // Nothing that is older than the process was started by it.
-               (!m_mark.empty() && process.started >= m_started && isMarked(process, m_mark, until));
+               (!m_mark.empty() && process.started >= m_started && isMarked(process, m_mark, patience));
     });
     for (std::size_t before = 0; before != found.size();) {
         before = found.size();
@@ -311,11 +319,14 @@ ProcessFamily::Result ProcessFamily::endOthers() {
     Result result;
     std::set<Identity> told;
     const auto end = Clock::now() + s_limit;
+    Patience patience;
     t_hasMissed = false;
-    // Until no process is new: one may have started another in between.
-    for (bool isNew = true; isNew && Clock::now() < end;) {
+    // Until no process is new: one may have started another in between. On a busy machine a single look may
+    // take all the time.
+    bool isNew = true;
+    for (int look = 0; isNew && (look < s_fewestLooks || Clock::now() < end); ++look) {
         isNew = false;
-        for (const Process& process : members(end)) {
+        for (const Process& process : members(patience)) {
             if (!told.insert(process.identity()).second)
                 continue;
             const base::UniqueFd handle(static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0)));
