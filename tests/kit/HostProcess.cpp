@@ -144,14 +144,28 @@ bool HostProcess::waitForLog(const std::string& text) const {
     return waitFor(c_hangGuard, [&] { return log().find(text) != std::string::npos; });
 }
 
+std::string HostProcess::ask(const std::string& command) {
+    const std::string mark = "no state value matches QUESTION" + std::to_string(++m_questions) + "\n";
+    const auto from = output().size();
+    type(command);
+    type("state --now QUESTION" + std::to_string(m_questions));
+    eventually([&] { return output().find(mark, from) != std::string::npos || waitForEnd(0); });
+    const std::string reply = output().substr(from);
+    return reply.substr(0, reply.find(mark));
+}
+
+std::string HostProcess::listed(const std::string& driverID) {
+    const std::string reply = "\n" + ask("drivers");
+    const auto at = reply.find("\n" + driverID + " ");
+    return at == std::string::npos ? std::string() : reply.substr(at + 1, reply.find('\n', at + 1) - at - 1);
+}
+
 bool HostProcess::repliesWith(const std::string& command, const std::string& pattern) {
-    const std::size_t begin = output().size();
+    const auto begin = output().size();
     return eventually(
         [&] {
-            const std::size_t length = output().size();
-            type(command);
-            const auto hasReplied = [&] { return output().size() > length || waitForEnd(0); };
-            return eventually(hasReplied) && hasPattern(output().substr(begin), pattern);
+            ask(command);
+            return hasPattern(output().substr(begin), pattern);
         },
         std::chrono::milliseconds(100));
 }

@@ -38,11 +38,15 @@ public:
     std::string log() const;
     /// Whether the text is there by now or comes in time.
     bool waitForOutput(const std::string& text) const;
-    /// The same for a text behind the last occurrence of another.
+    /// The same for a text after the last occurrence of another.
     bool waitForOutputAfter(const std::string& earlier, const std::string& text) const;
     bool waitForLog(const std::string& text) const;
-    /// Whether what comes behind the command has the extended regular expression, by now or when the command
-    /// is typed again: what a driver reports may be on its way longer than a command waits for it.
+    /// What it prints from now on until it has executed the command; all up to its end when that comes first.
+    std::string ask(const std::string& command);
+    /// What "drivers" says of the driver; empty where it does not list it.
+    std::string listed(const std::string& driverID);
+    /// Whether what it prints after the command has the extended regular expression, by now or when the
+    /// command is typed again: what a driver reports may be on its way longer than a command waits for it.
     bool repliesWith(const std::string& command, const std::string& pattern);
 
     /// Its exit code, or 128 and the signal that ended it; nothing when it is still there after that long.
@@ -58,6 +62,7 @@ private:
     std::filesystem::path m_logFile;
     pid_t m_pid = -1;
     int m_input = -1;
+    int m_questions = 0;
     std::optional<int> m_exit;
 };
 

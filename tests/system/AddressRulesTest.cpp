@@ -84,8 +84,8 @@ TEST_F(AddressRules, WithoutAnAdapterNamedEthNoDriverStartsAndTheHostEnds) {
     configureAddress("");
     HostProcess& host = start();
     EXPECT_EQ(host.waitForEnd(), 1);
-    EXPECT_THAT(host.output(), HasSubstr("Failed to determine virtual panel IP address\n"));
-    EXPECT_THAT(host.log(), HasSubstr("Failed to start panel driver"));
+    EXPECT_TRUE(host.waitForOutput("Failed to determine virtual panel IP address\n")) << host.output();
+    EXPECT_TRUE(host.waitForLog("Failed to start panel driver")) << host.log();
 }
 
 TEST_F(AddressRules, MalformedAddressIsNeverAddedAndTheOthersStillStart) {

@@ -61,20 +61,6 @@ protected:
         ASSERT_NE(pid, 0);
         ::kill(pid, SIGKILL);
     }
-    /// Whether the text comes that often.
-    /// What "drivers" says of one; the host has answered all lines before.
-    static std::string line(HostProcess& host, const std::string& driverID) {
-        static int s_question = 0;
-        const std::string mark = "QUESTION" + std::to_string(++s_question);
-        const auto from = host.output().size();
-        host.type("drivers");
-        host.type("state --now " + mark);
-        EXPECT_TRUE(host.waitForOutput("no state value matches " + mark + "\n"));
-        const std::string output = "\n" + host.output().substr(from);
-        const auto at = output.find("\n" + driverID + " ");
-        return at == std::string::npos ? std::string()
-                                       : output.substr(at + 1, output.find('\n', at + 1) - at - 1);
-    }
 
     std::string m_whole;
 };
@@ -91,16 +77,16 @@ TEST_P(BrokenFiles, DriverThatEndsMeanwhileStaysInTheListAndIsStartedAgain) {
         << host.log();
     // It is tried more often than the limit allows, and one line tells it.
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-    const std::string listed = line(host, "E");
+    const std::string listed = host.listed("E");
     EXPECT_THAT(listed, HasSubstr("  ended  ")) << host.output();
     EXPECT_THAT(listed, HasSubstr("  0         " + reason + "  "));
     EXPECT_TRUE(listed.find("  in ") != std::string::npos || listed.find("  now  ") != std::string::npos)
         << listed;
-    EXPECT_THAT(line(host, "F"), HasSubstr("  running  "));
+    EXPECT_THAT(host.listed("F"), HasSubstr("  running  "));
     fs::remove_all(file());
     mend();
     ASSERT_TRUE(host.waitForLog("HOST: E: is started again\n")) << host.log();
-    EXPECT_THAT(line(host, "E"), HasSubstr("  running  "));
+    EXPECT_THAT(host.listed("E"), HasSubstr("  running  "));
     EXPECT_EQ(end(), 0);
     EXPECT_THAT(host.log(), Not(HasSubstr("Failed to open")));
     const std::string told = "HOST: E: no process runs: ";
@@ -119,12 +105,12 @@ TEST_P(BrokenFiles, ReloadByHandIsRefusedAndForgetsNobody) {
                                        GetParam().reason + "\n"))
             << host.output();
     }
-    EXPECT_THAT(line(host, "E"), HasSubstr("  signal 9 (Killed)  in "));
-    EXPECT_THAT(line(host, "F"), HasSubstr("  running  "));
+    EXPECT_THAT(host.listed("E"), HasSubstr("  signal 9 (Killed)  in "));
+    EXPECT_THAT(host.listed("F"), HasSubstr("  running  "));
     fs::remove_all(file());
     mend();
     host.type("reloadDriver E");
-    EXPECT_THAT(line(host, "E"), HasSubstr("  running  "));
+    EXPECT_THAT(host.listed("E"), HasSubstr("  running  "));
     EXPECT_EQ(end(), 0);
     EXPECT_THAT(host.log(), Not(HasSubstr("Failed to open")));
 }
@@ -201,7 +187,7 @@ TEST_F(BrokenFile, WantOfDescriptorsIsAReasonWithANextTry) {
     host.type("reloadDriver F");
     EXPECT_TRUE(host.waitForOutput("F is not reloaded, nothing is unloaded: " + file() +
                                    " cannot be read: Too many open files\n"));
-    EXPECT_THAT(line(host, "E"), HasSubstr(" cannot be read: Too many open files  "));
+    EXPECT_THAT(host.listed("E"), HasSubstr(" cannot be read: Too many open files  "));
     ASSERT_EQ(0, ::prlimit(host.pid(), RLIMIT_NOFILE, &before, nullptr));
     ASSERT_TRUE(host.waitForLog("HOST: E: is started again\n")) << host.log();
     EXPECT_EQ(end(), 0);
@@ -214,8 +200,8 @@ TEST_F(BrokenFile, ReloadOfADriverBeforeAFaultForgetsNobodyBehindIt) {
     workplace().configure(TestWorkplace::entry("E", "Echo", "queue") + "text\n" +
                           TestWorkplace::entry("F", "Echo", "queue"));
     host.type("reloadDriver E");
-    EXPECT_THAT(line(host, "E"), HasSubstr("  running  "));
-    EXPECT_THAT(line(host, "F"), HasSubstr("  signal 9 (Killed)  in "));
+    EXPECT_THAT(host.listed("E"), HasSubstr("  running  "));
+    EXPECT_THAT(host.listed("F"), HasSubstr("  signal 9 (Killed)  in "));
     EXPECT_EQ(end(), 0);
 }
 
@@ -238,7 +224,7 @@ TEST_F(BrokenFile, DriverOfAStartWithoutItsFileIsReloadedOnceTheFileIsThere) {
                                    " cannot be read: No such file or directory\n"));
     mend();
     host.type("reloadDriver E");
-    EXPECT_THAT(line(host, "E"), HasSubstr("  running  "));
+    EXPECT_THAT(host.listed("E"), HasSubstr("  running  "));
     EXPECT_EQ(end(), 0);
     EXPECT_THAT(host.log(), HasSubstr("MDM: Failed to open \"/proc/self/fd/"));
     EXPECT_THAT(host.log(), HasSubstr("\" ('Failed to open file')\n"));

@@ -45,14 +45,14 @@ TEST_F(ByHand, ValuesOfAProcessThatIsKilledAreStale) {
     host.type("sendFID AXIS1.INT name=N value=7");
     ASSERT_TRUE(host.repliesWith("state AXIS1.*", "AXIS1.N  int   7      AXIS1   [0-9]+ s +yes"))
         << host.output() << host.log();
-    EXPECT_THAT(host.output(), HasSubstr("running (by hand)"));
+    EXPECT_TRUE(host.waitForOutput("running (by hand)")) << host.output();
     wrapper.signal(SIGKILL);
     ASSERT_EQ(wrapper.waitForEnd(), 128 + SIGKILL);
     host.type("state AXIS1.*");
     host.type("drivers");
     EXPECT_TRUE(host.waitForOutput("(its process has ended)\n")) << host.output();
     EXPECT_TRUE(host.waitForOutput("waiting for its process")) << host.output();
-    EXPECT_THAT(host.log(), HasSubstr("which was started by hand, ended; 1 value is stale\n"));
+    EXPECT_TRUE(host.waitForLog("which was started by hand, ended; 1 value is stale\n")) << host.log();
 
     HostProcess next = startWrapper(host);
     EXPECT_TRUE(host.waitForLog("AXIS1: process " + std::to_string(next.pid()) +

@@ -92,7 +92,7 @@ TEST_F(DemoWorkplace, PipedLinesRunInOrderAndTheHostEndsCleanly) {
     EXPECT_THAT(output, HasSubstr("m_driverID=SYS\n"));
     EXPECT_THAT(output, HasSubstr("\nOK\n"));
     EXPECT_THAT(output, HasSubstr("(ID: LOCAL)...OK\n"));
-    EXPECT_THAT(host.log(), HasSubstr("MDM: SYS.REPORT ( ) received."));
+    EXPECT_TRUE(host.waitForLog("MDM: SYS.REPORT ( ) received.")) << host.log();
     // The reload and the end each deinitialise SYS.
     const auto first = output.find("Deinitializing MF driver ID: SYS...OK\n");
     ASSERT_NE(first, std::string::npos);
@@ -126,7 +126,7 @@ TEST_F(DemoWorkplace, HighLoadRaisesAnAlarmAtThePanel) {
     }
     if (!alarmed() && readFile("/proc/loadavg").rfind("0.00 ", 0) == 0)
         GTEST_SKIP() << "needs a machine that shows its load in /proc/loadavg";
-    EXPECT_THAT(host.output(), HasSubstr("event PANEL.ALARM SYS: load "));
+    EXPECT_TRUE(host.waitForOutput("event PANEL.ALARM SYS: load ")) << host.output();
     EXPECT_TRUE(host.waitForOutput("event SYS.LOADHIGH "));
     EXPECT_EQ(end(), 0);
 }
@@ -252,6 +252,6 @@ TEST_F(DemoWorkplace, ChangedConfigurationIsRefusedWhereASignatureIsRequired) {
     writeFile(workplace().configuration(), readFile(workplace().configuration()) + "<!-- changed -->\n");
     HostProcess& host = start({"--require-signature"});
     EXPECT_EQ(host.waitForEnd(), 1);
-    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string()));
+    EXPECT_TRUE(host.waitForLog(workplace().configuration().string())) << host.log();
     EXPECT_EQ(host.output().find("Loading MF driver"), std::string::npos) << host.output();
 }

@@ -91,16 +91,18 @@ TEST_F(Failures, DirectoryAsConfigurationIsRefusedAndNamed) {
     fs::create_directory(workplace().configuration());
     HostProcess& host = start();
     EXPECT_EQ(host.waitForEnd(), 1);
-    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string() +
-                                      " is no regular file; the workplace is not started\n"));
+    EXPECT_TRUE(host.waitForLog(workplace().configuration().string() +
+                                " is no regular file; the workplace is not started\n"))
+        << host.log();
 }
 
 TEST_F(Failures, PipeAsConfigurationIsRefusedAndHoldsNothingUp) {
     ASSERT_EQ(mkfifo(workplace().configuration().c_str(), 0600), 0);
     HostProcess& host = start();
     EXPECT_EQ(host.waitForEnd(), 1);
-    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string() +
-                                      " is no regular file; the workplace is not started\n"));
+    EXPECT_TRUE(host.waitForLog(workplace().configuration().string() +
+                                " is no regular file; the workplace is not started\n"))
+        << host.log();
 }
 
 TEST_F(Failures, PipeAsDescriptorHoldsNothingUp) {
@@ -235,8 +237,8 @@ TEST_F(Failures, MissingPanelModuleEndsTheHost) {
     workplace().describe("Panel", "Panel.so");
     HostProcess& host = start(call);
     EXPECT_EQ(host.waitForEnd(), 1);
-    EXPECT_THAT(host.output(), HasSubstr("(ID: PANEL)...FAILED!\n"));
-    EXPECT_THAT(host.log(), HasSubstr("Failed to start panel driver"));
+    EXPECT_TRUE(host.waitForOutput("(ID: PANEL)...FAILED!\n")) << host.output();
+    EXPECT_TRUE(host.waitForLog("Failed to start panel driver")) << host.log();
 }
 
 TEST_F(Failures, SecondHostOnTheSameDataDirectoryIsKeptOut) {
@@ -345,7 +347,7 @@ TEST_F(Failures, FileWhereTheDataDirectoryBelongsEndsTheHost) {
     writeFile("/var/data", "");
     HostProcess& host = start();
     EXPECT_EQ(host.waitForEnd(), 1);
-    EXPECT_THAT(host.log(), HasSubstr("/var/data is not a directory"));
+    EXPECT_TRUE(host.waitForLog("/var/data is not a directory")) << host.log();
 }
 
 // Wrong usage needs no private machine: nothing is touched.
@@ -355,7 +357,7 @@ TEST(Usage, MissingOptionsAreWrongUsage) {
     call.arguments.clear();
     HostProcess host(call);
     EXPECT_EQ(host.waitForEnd(), 2);
-    EXPECT_THAT(host.log(), HasSubstr("--drivers is required"));
+    EXPECT_TRUE(host.waitForLog("--drivers is required")) << host.log();
     EXPECT_EQ(host.output(), "");
 }
 
@@ -363,12 +365,12 @@ TEST(Usage, UnknownOptionIsWrongUsage) {
     const TestWorkplace workplace;
     HostProcess host(workplace.host({"--frobnicate"}));
     EXPECT_EQ(host.waitForEnd(), 2);
-    EXPECT_THAT(host.log(), HasSubstr("--frobnicate"));
+    EXPECT_TRUE(host.waitForLog("--frobnicate")) << host.log();
 }
 
 TEST(Usage, LogLevelOutOfRangeIsWrongUsage) {
     const TestWorkplace workplace;
     HostProcess host(workplace.host({"--log-level", "6"}));
     EXPECT_EQ(host.waitForEnd(), 2);
-    EXPECT_THAT(host.log(), HasSubstr("--log-level"));
+    EXPECT_TRUE(host.waitForLog("--log-level")) << host.log();
 }

@@ -32,7 +32,7 @@ protected:
     void expectRefusal(const std::string& reason) {
         HostProcess& host = start();
         EXPECT_EQ(host.waitForEnd(), 1);
-        EXPECT_THAT(host.log(), HasSubstr(reason + "; the workplace is not started\n"));
+        EXPECT_TRUE(host.waitForLog(reason + "; the workplace is not started\n")) << host.log();
         EXPECT_EQ(host.output(), "");
     }
 

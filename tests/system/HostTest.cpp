@@ -146,7 +146,7 @@ TEST_F(HostTest, QuitIsAnsweredWhileTheWorkplaceStartsAndCutsNoStartOff) {
     ASSERT_NE(std::string::npos, answered) << log;
     ASSERT_NE(std::string::npos, started) << log;
     EXPECT_LT(answered, started) << log;
-    EXPECT_THAT(host.output(), HasSubstr("Deinitializing MF driver ID: G...OK\n"));
+    EXPECT_TRUE(host.waitForOutput("Deinitializing MF driver ID: G...OK\n")) << host.output();
     EXPECT_THAT(log, HasSubstr("HOST: all drivers are stopped\n"));
 }
 
@@ -315,7 +315,7 @@ TEST_F(HostTest, StartWithADriverIDGivenTwiceIsRefused) {
     addDriver("E", "Echo", "direct");
     HostProcess& host = start();
     EXPECT_EQ(1, host.waitForEnd());
-    EXPECT_THAT(host.log(), HasSubstr("the driver ID \"E\" stands in line 4 already"));
+    EXPECT_TRUE(host.waitForLog("the driver ID \"E\" stands in line 4 already")) << host.log();
     EXPECT_EQ("", host.output());
 }
 
@@ -371,8 +371,10 @@ TEST_F(HostTest, SignalEndsTheHostThoughACommandHangs) {
     ASSERT_TRUE(hang(1)) << host.log();
     host.signal(SIGTERM);
     EXPECT_EQ(0, host.waitForEnd());
-    EXPECT_THAT(host.log(), HasSubstr("HOST: \"sendFID H.GO\" holds up the shutdown for 5 s; the host ends "
-                                      "without it\n"));
+    EXPECT_TRUE(
+        host.waitForLog("HOST: \"sendFID H.GO\" holds up the shutdown for 5 s; the host ends "
+                        "without it\n"))
+        << host.log();
 }
 
 TEST_F(HostTest, SecondSignalEndsTheHostAtOnce) {
@@ -382,7 +384,7 @@ TEST_F(HostTest, SecondSignalEndsTheHostAtOnce) {
     ASSERT_TRUE(host.waitForLog("shutting down: SIGTERM\n"));
     host.signal(SIGINT);
     EXPECT_EQ(128 + SIGINT, host.waitForEnd());
-    EXPECT_THAT(host.log(), HasSubstr("HOST: SIGINT again: the host ends at once\n"));
+    EXPECT_TRUE(host.waitForLog("HOST: SIGINT again: the host ends at once\n")) << host.log();
     EXPECT_THAT(host.log(), Not(HasSubstr("holds up the shutdown")));
 }
 
@@ -414,7 +416,7 @@ TEST_F(HostTest, HangUpShutsDownInOrder) {
     ASSERT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
     host.signal(SIGHUP);
     EXPECT_EQ(0, host.waitForEnd());
-    EXPECT_THAT(host.log(), HasSubstr("HOST: all drivers are stopped\n"));
+    EXPECT_TRUE(host.waitForLog("HOST: all drivers are stopped\n")) << host.log();
 }
 
 TEST_F(HostTest, HangUpThatIsIgnoredEndsNothing) {
@@ -715,9 +717,10 @@ TEST_F(HostTest, DriverThatFillsTheStateStoreTakesNoRoomFromOthers) {
     host.type("state --now G.*");
     host.type("drivers");
     ASSERT_TRUE(host.waitForOutput("\nPANEL ")) << host.output();
-    EXPECT_THAT(host.output(), HasSubstr("\nE.N  int   7      E       "));
-    EXPECT_THAT(host.output(), HasSubstr("\nG.N  string  8      console "));
-    EXPECT_THAT(host.output(), HasSubstr("\nF: 53616 new values dropped, at most 16384 are kept\n"));
+    EXPECT_TRUE(host.waitForOutput("\nE.N  int   7      E       ")) << host.output();
+    EXPECT_TRUE(host.waitForOutput("\nG.N  string  8      console ")) << host.output();
+    EXPECT_TRUE(host.waitForOutput("\nF: 53616 new values dropped, at most 16384 are kept\n"))
+        << host.output();
     EXPECT_THAT(host.output(), testing::ContainsRegex("\nF +Echo [^\n]* 53616\n"));
     EXPECT_EQ(1, countInLog("state values are kept at most"));
 

@@ -97,7 +97,7 @@ TEST_P(MeddlingWithChildren, EndOfADriverIsUnknownAndTheDriverIsStartedAgain) {
 TEST_P(MeddlingWithChildren, ModuleIsTriedOutAndLoadedAllTheSame) {
     configure(TestWorkplace::entry("E", "Echo", "direct"));
     HostProcess& host = startMeddling("setConfiguration|" + GetParam());
-    EXPECT_THAT(host.output(), HasSubstr("(ID: E)...OK\n"));
+    EXPECT_TRUE(host.waitForOutput("(ID: E)...OK\n")) << host.output();
     expectEcho(host, "E");
     EXPECT_EQ(end(), 0);
 }
@@ -106,7 +106,7 @@ TEST_P(MeddlingWithChildren, ModuleThatDiesIsStillKeptOut) {
     workplace().addModule("DiesInTrial");
     configure(TestWorkplace::entry("D", "DiesInTrial", "direct"));
     HostProcess& host = startMeddling("setConfiguration|" + GetParam());
-    EXPECT_THAT(host.output(), HasSubstr("(ID: D)...FAILED!\n"));
+    EXPECT_TRUE(host.waitForOutput("(ID: D)...FAILED!\n")) << host.output();
     EXPECT_EQ(end(), 0);
 }
 
@@ -117,10 +117,11 @@ TEST_F(Meddling, WorkingDirectoryOfTheNextDriverIsTheHosts) {
     const HostProcess& host = startMeddling("initializationCompleted|CHDIR|" + elsewhere().string());
     EXPECT_EQ(fs::read_symlink("/var/data/R"), workplace().workdir() / "data/R");
     EXPECT_TRUE(fs::is_empty(elsewhere()));
-    EXPECT_THAT(host.log(),
-                HasSubstr("HOST: M: initializationCompleted() has changed the working directory of "
-                          "the host's process to " +
-                          elsewhere().string() + "; it is put back\n"));
+    EXPECT_TRUE(
+        host.waitForLog("HOST: M: initializationCompleted() has changed the working directory of "
+                        "the host's process to " +
+                        elsewhere().string() + "; it is put back\n"))
+        << host.log();
     EXPECT_EQ(end(), 0);
 }
 
@@ -141,10 +142,11 @@ TEST_F(Meddling, EveryCommandBeginsInTheHostsDirectory) {
     EXPECT_EQ(fs::read_symlink("/var/data/R"), workplace().workdir() / "data/R");
     EXPECT_TRUE(fs::is_directory(workplace().workdir() / "data/R"));
     EXPECT_TRUE(fs::is_empty(elsewhere()));
-    EXPECT_THAT(host.log(),
-                HasSubstr("HOST: a driver in the host's process has changed the working directory "
-                          "of the host's process to " +
-                          elsewhere().string() + "; it is put back\n"));
+    EXPECT_TRUE(
+        host.waitForLog("HOST: a driver in the host's process has changed the working directory "
+                        "of the host's process to " +
+                        elsewhere().string() + "; it is put back\n"))
+        << host.log();
     EXPECT_EQ(end(), 0);
 }
 
@@ -179,8 +181,10 @@ TEST_F(Meddling, NothingThatTheHostMakesIsOpenToOthersForWriting) {
     // The process of a driver gets the umask that the host was started with.
     EXPECT_THAT(readFile("/proc/" + std::to_string(host.driverProcess("E")) + "/status"),
                 HasSubstr("Umask:\t0022\n"));
-    EXPECT_THAT(host.log(), HasSubstr("has changed the umask of the host's process from 0022 to 0000; it is "
-                                      "put back\n"));
+    EXPECT_TRUE(
+        host.waitForLog("has changed the umask of the host's process from 0022 to 0000; it is "
+                        "put back\n"))
+        << host.log();
     EXPECT_EQ(end(), 0);
 }
 
@@ -216,11 +220,12 @@ TEST_F(Meddling, NarrowUmaskBreaksNothing) {
 TEST_F(Meddling, FilesThatMayNotGrowFailTheDriverAndNotTheHost) {
     configure(TestWorkplace::entry("E", "Echo", "queue") + TestWorkplace::entry("R", "Recorder", "direct"));
     HostProcess& host = startMeddling("initializationCompleted|FILESIZE|4096", {"--restart-limit", "0"});
-    EXPECT_THAT(host.log(), HasSubstr("queue E_INQ: not created: "));
-    EXPECT_THAT(host.log(),
-                HasSubstr(": File too large; files of this process are limited to 4096 bytes (RLIMIT_FSIZE, "
-                          "ulimit -f), and this one needs "));
-    EXPECT_THAT(host.output(), HasSubstr("(ID: R)...OK\n"));
+    EXPECT_TRUE(host.waitForLog("queue E_INQ: not created: ")) << host.log();
+    EXPECT_TRUE(
+        host.waitForLog(": File too large; files of this process are limited to 4096 bytes (RLIMIT_FSIZE, "
+                        "ulimit -f), and this one needs "))
+        << host.log();
+    EXPECT_TRUE(host.waitForOutput("(ID: R)...OK\n")) << host.output();
     host.type("sendFID R.alive");
     settle(host);
     EXPECT_EQ(end(), 0);

@@ -61,26 +61,8 @@ protected:
         return host;
     }
 
-    /// What the host prints for the command until it has executed the next one.
-    static std::string ask(HostProcess& host, const std::string& command) {
-        static int s_question = 0;
-        const std::string mark = "no state value matches QUESTION" + std::to_string(++s_question) + "\n";
-        const auto from = host.output().size();
-        host.type(command);
-        host.type("state --now QUESTION" + std::to_string(s_question));
-        EXPECT_TRUE(host.waitForOutput(mark)) << host.output() << host.log();
-        const std::string output = host.output().substr(from);
-        return output.substr(0, output.find(mark));
-    }
-    /// What "drivers" says of it; empty where it does not list it.
-    static std::string listed(HostProcess& host, const std::string& driverID) {
-        const std::string output = "\n" + ask(host, "drivers");
-        const auto at = output.find("\n" + driverID + " ");
-        return at == std::string::npos ? std::string()
-                                       : output.substr(at + 1, output.find('\n', at + 1) - at - 1);
-    }
     static void expectParked(HostProcess& host, const std::string& driverID) {
-        EXPECT_THAT(listed(host, driverID), ContainsRegex("  parked +[0-9].*  parked at the console  -  "))
+        EXPECT_THAT(host.listed(driverID), ContainsRegex("  parked +[0-9].*  parked at the console  -  "))
             << host.output() << host.log();
         // It may still be on its way out.
         EXPECT_TRUE(eventually([&] { return host.driverProcess(driverID) == 0; }));
@@ -95,9 +77,10 @@ protected:
             << host.output() << host.log();
     }
     static void stop(HostProcess& host, const std::string& driverID) {
-        EXPECT_THAT(ask(host, "stopDriver " + driverID), Not(HasSubstr("is not stopped")));
-        EXPECT_THAT(host.log(),
-                    HasSubstr("HOST: " + driverID + ": is parked; startDriver " + driverID + " starts it\n"));
+        EXPECT_THAT(host.ask("stopDriver " + driverID), Not(HasSubstr("is not stopped")));
+        EXPECT_TRUE(
+            host.waitForLog("HOST: " + driverID + ": is parked; startDriver " + driverID + " starts it\n"))
+            << host.log();
     }
     static void kill(HostProcess& host, const std::string& driverID) {
         ASSERT_TRUE(eventually([&] { return host.driverProcess(driverID) != 0; })) << host.log();
@@ -130,8 +113,8 @@ TEST_P(ParkingInEachMode, RunningDriverIsUnloadedInOrderAndStaysSo) {
     EXPECT_TRUE(left.ends_with(last)) << left;
     EXPECT_EQ(count(left, "deinitialize\n"), 1);
     EXPECT_TRUE(host.waitForOutput("\nE: 1 value stale: parked at the console\n")) << host.output();
-    EXPECT_THAT(ask(host, "state E.*"), ContainsRegex("E\\.N +int +[0-9]+ +E +[0-9]+ s +stale for [0-9]+ s "
-                                                      "\\(parked at the console\\)\n"));
+    EXPECT_THAT(host.ask("state E.*"), ContainsRegex("E\\.N +int +[0-9]+ +E +[0-9]+ s +stale for [0-9]+ s "
+                                                     "\\(parked at the console\\)\n"));
     EXPECT_EQ(readFile(marks()), std::string(s_heading) + "E\nR\n");
     // Ten times as long as a restart would wait.
     std::this_thread::sleep_for(std::chrono::seconds(1));
@@ -152,8 +135,8 @@ TEST_P(ParkingInEachMode, DriverThatIsStartedAgainServesAndItsMarkIsGone) {
     expectSets(host, "E");
     stop(host, "E");
     stop(host, "R");
-    EXPECT_THAT(ask(host, "startDriver E"), HasSubstr("OK\n"));
-    EXPECT_THAT(listed(host, "E"), HasSubstr("  running  "));
+    EXPECT_THAT(host.ask("startDriver E"), HasSubstr("OK\n"));
+    EXPECT_THAT(host.listed("E"), HasSubstr("  running  "));
     expectSets(host, "E");
     expectParked(host, "R");
     EXPECT_EQ(readFile(marks()), std::string(s_heading) + "R\n");
@@ -180,7 +163,7 @@ TEST_P(ParkingInEachMode, MarkSurvivesTheEndAndTheDeathOfTheHost) {
             EXPECT_TRUE(endsInTime(other));
             continue;
         }
-        ask(host, "startDriver E");
+        host.ask("startDriver E");
         expectSets(host, "E");
         EXPECT_EQ(end(), 0);
     }
@@ -211,12 +194,12 @@ TEST_P(ParkingInEachMode, FiftyTimesInARowLeaveExactlyWhoIsAskedFor) {
     workplace().configure(entry("E", mode) + entry("F", mode) + entry("G", "queue"));
     HostProcess& host = startAndWait();
     for (int i = 0; i < 50; ++i) {
-        ask(host, "stopDriver E");
-        ask(host, "stopDriver F");
-        ask(host, "startDriver E");
+        host.ask("stopDriver E");
+        host.ask("stopDriver F");
+        host.ask("startDriver E");
     }
     for (int i = 0; i < 50; ++i)
-        ask(host, i % 2 == 0 ? "startDriver F" : "stopDriver F");
+        host.ask(i % 2 == 0 ? "startDriver F" : "stopDriver F");
     expectParked(host, "F");
     expectSets(host, "E");
     expectSets(host, "G");
@@ -236,7 +219,7 @@ TEST_P(ParkingInEachMode, DriverThatIsStartedAgainHasTheModeThatTheFileGivesItNo
     HostProcess& host = startAndWait();
     stop(host, "E");
     workplace().configure(entry("E", after));
-    ask(host, "startDriver E");
+    host.ask("startDriver E");
     expectSets(host, "E");
     EXPECT_TRUE(eventually([&] { return (host.driverProcess("E") != 0) == (after == "queue"); }));
     EXPECT_EQ(end(), 0);
@@ -270,11 +253,11 @@ TEST_F(Parking, DriverThatWaitsForItsNextTryIsStoppedAndStartedAtOnce) {
     expectSets(host, "E");
     kill(host, "E");
     ASSERT_TRUE(host.waitForLog("it is started again in ")) << host.log();
-    EXPECT_THAT(ask(host, "state E.*"), HasSubstr("(signal 9 (Killed))"));
+    EXPECT_THAT(host.ask("state E.*"), HasSubstr("(signal 9 (Killed))"));
     stop(host, "E");
     expectParked(host, "E");
-    EXPECT_THAT(ask(host, "state E.*"), HasSubstr("(parked at the console)"));
-    ask(host, "startDriver E");
+    EXPECT_THAT(host.ask("state E.*"), HasSubstr("(parked at the console)"));
+    host.ask("startDriver E");
     expectSets(host, "E");
     EXPECT_EQ(end(), 0);
 }
@@ -283,11 +266,11 @@ TEST_F(Parking, ReloadOfAParkedDriverIsRefused) {
     workplace().configure(entry("E", "queue") + entry("G", "queue"));
     HostProcess& host = startAndWait();
     stop(host, "E");
-    EXPECT_EQ(ask(host, "reloadDriver E"),
+    EXPECT_EQ(host.ask("reloadDriver E"),
               "E is not reloaded, nothing is unloaded: it is parked; startDriver E starts it\n");
     expectParked(host, "E");
     // A reload of another one leaves it as it is.
-    EXPECT_THAT(ask(host, "reloadDriver G"), HasSubstr("OK\n"));
+    EXPECT_THAT(host.ask("reloadDriver G"), HasSubstr("OK\n"));
     expectParked(host, "E");
     expectSets(host, "G");
     EXPECT_EQ(end(), 0);
@@ -298,24 +281,24 @@ TEST_F(Parking, ReloadOfAParkedDriverIsRefused) {
 TEST_F(Parking, WhatMakesNoSenseIsRefusedAndChangesNothing) {
     workplace().configure(entry("E", "queue") + entry("D", "direct"));
     HostProcess& host = startAndWait();
-    const std::string before = ask(host, "drivers");
-    EXPECT_EQ(ask(host, "stopDriver PANEL"),
+    const std::string before = host.ask("drivers");
+    EXPECT_EQ(host.ask("stopDriver PANEL"),
               "PANEL is not stopped: the module starts the panel driver whatever the configuration says\n");
-    EXPECT_EQ(ask(host, "stopDriver NOBODY"),
+    EXPECT_EQ(host.ask("stopDriver NOBODY"),
               "NOBODY is not stopped: there is no driver NOBODY; drivers lists them\n");
-    EXPECT_EQ(ask(host, "startDriver NOBODY"),
+    EXPECT_EQ(host.ask("startDriver NOBODY"),
               "NOBODY is not started: there is no driver NOBODY; drivers lists them\n");
-    EXPECT_EQ(ask(host, "stopDriver 'E\x1b'"),
+    EXPECT_EQ(host.ask("stopDriver 'E\x1b'"),
               "E\\x1b is not stopped: there is no driver E\\x1b; drivers lists them\n");
     for (const char* id : {"E", "D", "PANEL"})
         EXPECT_EQ(
-            ask(host, std::string("startDriver ") + id),
+            host.ask(std::string("startDriver ") + id),
             std::string(id) + " is not started: it runs already; reloadDriver " + id + " loads it anew\n");
-    EXPECT_THAT(ask(host, "stopDriver"), StartsWith("stopDriver <driverID>\n\t"));
-    EXPECT_THAT(ask(host, "startDriver"), StartsWith("startDriver <driverID>\n\t"));
+    EXPECT_THAT(host.ask("stopDriver"), StartsWith("stopDriver <driverID>\n\t"));
+    EXPECT_THAT(host.ask("startDriver"), StartsWith("startDriver <driverID>\n\t"));
     EXPECT_FALSE(fs::exists(marks()));
     stop(host, "E");
-    EXPECT_EQ(ask(host, "stopDriver E"), "E is not stopped: it is parked already\n");
+    EXPECT_EQ(host.ask("stopDriver E"), "E is not stopped: it is parked already\n");
     expectParked(host, "E");
     EXPECT_EQ(end(), 0);
     EXPECT_EQ(count(host.output(), "Deinitializing MF driver ID: E...OK\n"), 1);
@@ -329,8 +312,8 @@ TEST_F(Parking, DriverThatEndedAtItsLimitIsStarted) {
     ASSERT_TRUE(host.waitForLog("HOST: E: is started again\n")) << host.log();
     kill(host, "E");
     ASSERT_TRUE(host.waitForLog("it is not started again: 1 restart in a row are the limit\n")) << host.log();
-    EXPECT_THAT(listed(host, "E"), HasSubstr("  ended  "));
-    EXPECT_THAT(ask(host, "startDriver E"), HasSubstr("OK\n"));
+    EXPECT_THAT(host.listed("E"), HasSubstr("  ended  "));
+    EXPECT_THAT(host.ask("startDriver E"), HasSubstr("OK\n"));
     expectSets(host, "E");
     EXPECT_FALSE(fs::exists(marks()));
     // Its tries count from the beginning.
@@ -368,7 +351,7 @@ TEST_P(ParkingWithABrokenFile, StopsTheDriverAndStartsItWhenTheFileIsWholeAgain)
     for (const std::string id : {"E", "D"}) {
         stop(host, id);
         expectParked(host, id);
-        EXPECT_EQ(ask(host, "startDriver " + id),
+        EXPECT_EQ(host.ask("startDriver " + id),
                   id + " is not started: " + file() + GetParam().reason + "\n");
         expectParked(host, id);
     }
@@ -376,7 +359,7 @@ TEST_P(ParkingWithABrokenFile, StopsTheDriverAndStartsItWhenTheFileIsWholeAgain)
     fs::remove_all(file());
     replaceFile(file(), whole);
     for (const char* id : {"E", "D"}) {
-        ask(host, std::string("startDriver ") + id);
+        host.ask(std::string("startDriver ") + id);
         expectSets(host, id);
     }
     expectSets(host, "G");
@@ -421,18 +404,18 @@ TEST_F(Parking, DriverThatTheFileNoLongerNamesIsStoppedAndWaitsForItsEntry) {
         expectSets(host, "E");
         workplace().configure(entry("G", "queue"));
         // The module has read by now that it is gone.
-        EXPECT_THAT(ask(host, "reloadDriver G"), HasSubstr("OK\n"));
+        EXPECT_THAT(host.ask("reloadDriver G"), HasSubstr("OK\n"));
         expectSets(host, "E");
         stop(host, "E");
         expectParked(host, "E");
-        EXPECT_THAT(host.output(), HasSubstr("Deinitializing MF driver ID: E...OK\n"));
+        EXPECT_TRUE(host.waitForOutput("Deinitializing MF driver ID: E...OK\n")) << host.output();
         const std::string refusal = "E is not started: " + file() + " has no driver \"E\"\n";
-        EXPECT_EQ(ask(host, "startDriver E"), refusal);
-        EXPECT_THAT(ask(host, "reloadDriver G"), HasSubstr("OK\n"));
+        EXPECT_EQ(host.ask("startDriver E"), refusal);
+        EXPECT_THAT(host.ask("reloadDriver G"), HasSubstr("OK\n"));
         expectParked(host, "E");
-        EXPECT_EQ(ask(host, "startDriver E"), refusal);
+        EXPECT_EQ(host.ask("startDriver E"), refusal);
         replaceFile(file(), whole);
-        ask(host, "startDriver E");
+        host.ask("startDriver E");
         expectSets(host, "E");
         EXPECT_EQ(end(), 0);
         expectNoErrors(host);
@@ -444,7 +427,7 @@ TEST_F(Parking, DriverAfterAFaultIsStopped) {
     workplace().configure(entry("G", "queue") + entry("E", "queue"));
     HostProcess& host = startAndWait();
     workplace().configure(entry("G", "queue") + "text\n" + entry("E", "queue"));
-    EXPECT_THAT(ask(host, "reloadDriver G"), HasSubstr("OK\n"));
+    EXPECT_THAT(host.ask("reloadDriver G"), HasSubstr("OK\n"));
     expectSets(host, "E");
     stop(host, "E");
     expectParked(host, "E");
@@ -472,11 +455,11 @@ TEST_F(Parking, MarkOfADriverThatTheFileGetsLaterHolds) {
     workplace().configure(entry("G", "queue"));
     HostProcess& host = startAndWait();
     workplace().configure(entry("G", "queue") + entry("E", "queue"));
-    EXPECT_THAT(ask(host, "reloadDriver G"), HasSubstr("OK\n"));
+    EXPECT_THAT(host.ask("reloadDriver G"), HasSubstr("OK\n"));
     expectParked(host, "E");
-    EXPECT_EQ(ask(host, "reloadDriver E"),
+    EXPECT_EQ(host.ask("reloadDriver E"),
               "E is not reloaded, nothing is unloaded: it is parked; startDriver E starts it\n");
-    ask(host, "startDriver E");
+    host.ask("startDriver E");
     expectSets(host, "E");
     EXPECT_EQ(readFile(marks()), std::string(s_heading) + "GONE\n");
     EXPECT_EQ(end(), 0);
@@ -490,7 +473,7 @@ TEST_F(Parking, MarkedDriverThatTheFileGetsLaterIsStarted) {
     workplace().configure(entry("G", "queue"));
     HostProcess& host = startAndWait();
     workplace().configure(entry("G", "queue") + entry("E", "queue"));
-    EXPECT_THAT(ask(host, "startDriver E"), HasSubstr("OK\n"));
+    EXPECT_THAT(host.ask("startDriver E"), HasSubstr("OK\n"));
     expectSets(host, "E");
     EXPECT_EQ(end(), 0);
     expectNoErrors(host);
@@ -501,10 +484,10 @@ TEST_F(Parking, MarkOfThePanelThatSomebodyHasWrittenIsIgnored) {
     writeFile(marks(), "PANEL\n");
     workplace().configure(entry("E", "queue"));
     HostProcess& host = startAndWait();
-    EXPECT_THAT(listed(host, "PANEL"), HasSubstr("  running  "));
+    EXPECT_THAT(host.listed("PANEL"), HasSubstr("  running  "));
     stop(host, "E");
-    EXPECT_THAT(listed(host, "PANEL"), HasSubstr("  running  "));
-    ask(host, "startDriver E");
+    EXPECT_THAT(host.listed("PANEL"), HasSubstr("  running  "));
+    host.ask("startDriver E");
     expectSets(host, "E");
     EXPECT_EQ(end(), 0);
     EXPECT_EQ(count(host.output(), "Deinitializing MF driver ID: PANEL...OK\n"), 1);
@@ -520,8 +503,9 @@ TEST_F(Parking, MarksThatCannotBeReadAreToldAndKept) {
     workplace().configure(entry("E", "queue") + entry("F", "queue"));
     HostProcess& host = startAndWait();
     const std::string fault = marks().string() + " cannot be read: not a regular file";
-    EXPECT_THAT(host.log(), HasSubstr(" warning  HOST: " + fault + "; no driver is taken for parked\n"));
-    EXPECT_EQ(ask(host, "stopDriver E"),
+    EXPECT_TRUE(host.waitForLog(" warning  HOST: " + fault + "; no driver is taken for parked\n"))
+        << host.log();
+    EXPECT_EQ(host.ask("stopDriver E"),
               "E is not stopped: " + marks().string() +
                   " cannot be written: what is in it could not be read, and must not be lost\n");
     EXPECT_TRUE(fs::is_symlink(marks()));
@@ -549,12 +533,12 @@ TEST_F(Parking, WorkingDirectoryThatCannotBeWrittenIsAReasonAndNothingIsUnloaded
     const std::string marked = readFile(marks());
     const pid_t process = host.driverProcess("E");
     ASSERT_EQ(::chmod(workplace().workdir().c_str(), 0555), 0);
-    EXPECT_EQ(ask(host, "stopDriver E"),
+    EXPECT_EQ(host.ask("stopDriver E"),
               "E is not stopped: " + marks().string() + " cannot be written: Permission denied\n");
-    EXPECT_EQ(ask(host, "startDriver F"),
+    EXPECT_EQ(host.ask("startDriver F"),
               "F is not started: " + marks().string() + " cannot be written: Permission denied\n");
     EXPECT_EQ(host.driverProcess("E"), process);
-    EXPECT_THAT(listed(host, "E"), HasSubstr("  running  "));
+    EXPECT_THAT(host.listed("E"), HasSubstr("  running  "));
     expectSets(host, "E");
     expectParked(host, "F");
     EXPECT_EQ(readFile(marks()), marked);
@@ -578,11 +562,11 @@ TEST_F(Parking, SignedFileIsAsked) {
         HostProcess& host = startAndWait(options);
         stop(host, "E");
         stop(host, "D");
-        ask(host, "startDriver D");
+        host.ask("startDriver D");
         expectSets(host, "D");
         replaceFile(file(), whole + "\n");
         stop(host, "D");
-        EXPECT_THAT(ask(host, "startDriver D"),
+        EXPECT_THAT(host.ask("startDriver D"),
                     StartsWith("D is not started: " + file() + " is not signed by a trusted key, and "));
         expectParked(host, "D");
         replaceFile(file(), whole);
@@ -592,7 +576,7 @@ TEST_F(Parking, SignedFileIsAsked) {
     }
     HostProcess& host = startAndWait(options);
     expectParked(host, "E");
-    ask(host, "startDriver E");
+    host.ask("startDriver E");
     expectSets(host, "E");
     EXPECT_EQ(end(), 0);
     EXPECT_THAT(host.log(), Not(HasSubstr("VERIFY")));
@@ -706,10 +690,10 @@ TEST_F(Parking, DriverWhoseProcessIsStartedByHandIsStopped) {
         stop(host, "E");
         EXPECT_EQ(wrapper.waitForEnd(), 0);
         expectParked(host, "E");
-        EXPECT_THAT(ask(host, "state E.*"), HasSubstr("(parked at the console)"));
+        EXPECT_THAT(host.ask("state E.*"), HasSubstr("(parked at the console)"));
     }
-    ask(host, "startDriver E");
-    EXPECT_THAT(listed(host, "E"), HasSubstr("  waiting for its process  "));
+    host.ask("startDriver E");
+    EXPECT_THAT(host.listed("E"), HasSubstr("  waiting for its process  "));
     HostProcess wrapper = startWrapper();
     ASSERT_TRUE(host.waitForLog("E: process " + std::to_string(wrapper.pid()) +
                                 " was started by hand and serves it"));

@@ -41,9 +41,10 @@ TEST_F(PreferredSandbox, NothingOfTheMachineIsTouchedWhereItCanBeHad) {
     writeFile("/var/data/notes.txt", "kept");
     run();
     EXPECT_EQ(m_exit, 0) << host().log();
-    EXPECT_THAT(host().log(),
-                HasSubstr("mfhost: runs in a sandbox: its own /var/data, /dev/shm and adapter eth0; "
-                          "nothing of this machine is touched\n"));
+    EXPECT_TRUE(
+        host().waitForLog("mfhost: runs in a sandbox: its own /var/data, /dev/shm and adapter eth0; "
+                          "nothing of this machine is touched\n"))
+        << host().log();
     EXPECT_EQ(readFile("/var/data/notes.txt"), "kept");
     EXPECT_FALSE(fs::is_symlink("/var/data/AXIS1"));
 }
@@ -55,10 +56,11 @@ TEST_F(PreferredSandbox, MachineServesWhereItIsRefused) {
                               "sleep 0.1; done; exit 1"));
     runWhereItIsRefused();
     EXPECT_EQ(m_exit, 0) << host().log();
-    EXPECT_THAT(host().log(),
-                HasSubstr(m_refusal + "mfhost: runs on this machine's own /var/data, with the adapter "
-                                      "box0 as eth0\n"));
-    EXPECT_THAT(host().output(), HasSubstr("(ID: AXIS1)...OK\n"));
+    EXPECT_TRUE(host().waitForLog(m_refusal +
+                                  "mfhost: runs on this machine's own /var/data, with the adapter "
+                                  "box0 as eth0\n"))
+        << host().log();
+    EXPECT_TRUE(host().waitForOutput("(ID: AXIS1)...OK\n")) << host().output();
     EXPECT_TRUE(fs::is_symlink("/var/data/AXIS1"));
     // What this start has left is in nobody's way.
     runWhereItIsRefused();
@@ -69,7 +71,7 @@ TEST_F(PreferredSandbox, MachinesOwnEth0IsUsedAsItIs) {
     giveAdapter();
     runWhereItIsRefused();
     EXPECT_EQ(m_exit, 0) << host().log();
-    EXPECT_THAT(host().log(), HasSubstr("mfhost: runs on this machine's own /var/data\n"));
+    EXPECT_TRUE(host().waitForLog("mfhost: runs on this machine's own /var/data\n")) << host().log();
 }
 
 TEST_F(PreferredSandbox, WhatOthersHaveInTheDataDirectoryIsNeverRemoved) {
@@ -77,14 +79,16 @@ TEST_F(PreferredSandbox, WhatOthersHaveInTheDataDirectoryIsNeverRemoved) {
     fs::create_symlink("/elsewhere/data/AXIS1", "/var/data/AXIS1");
     runWhereItIsRefused();
     EXPECT_EQ(m_exit, 1);
-    EXPECT_THAT(host().log(), HasSubstr(m_refusal));
-    EXPECT_THAT(host().log(),
-                HasSubstr("mfhost: a start empties /var/data, and it holds what is not this workplace's: "));
-    EXPECT_THAT(host().log(), HasSubstr("AXIS1"));
-    EXPECT_THAT(host().log(), HasSubstr("notes.txt"));
-    EXPECT_THAT(host().log(),
-                HasSubstr("\nmfhost: stopped. Move that away, or run it where a sandbox can be had: as "
-                          "root, or with user namespaces allowed\n"));
+    EXPECT_TRUE(host().waitForLog(m_refusal)) << host().log();
+    EXPECT_TRUE(
+        host().waitForLog("mfhost: a start empties /var/data, and it holds what is not this workplace's: "))
+        << host().log();
+    EXPECT_TRUE(host().waitForLog("AXIS1")) << host().log();
+    EXPECT_TRUE(host().waitForLog("notes.txt")) << host().log();
+    EXPECT_TRUE(
+        host().waitForLog("\nmfhost: stopped. Move that away, or run it where a sandbox can be had: as "
+                          "root, or with user namespaces allowed\n"))
+        << host().log();
     EXPECT_THAT(host().output(), Not(HasSubstr("AXIS1")));
     EXPECT_EQ(readFile("/var/data/notes.txt"), "kept");
     EXPECT_EQ(fs::read_symlink("/var/data/AXIS1"), "/elsewhere/data/AXIS1");

@@ -106,7 +106,7 @@ protected:
     void expectQuits(HostProcess& host) {
         host.type("quit");
         EXPECT_EQ(host.waitForEnd(), 0);
-        EXPECT_THAT(host.log(), HasSubstr("all drivers are stopped\n"));
+        EXPECT_TRUE(host.waitForLog("all drivers are stopped\n")) << host.log();
         EXPECT_THAT(host.log(), Not(HasSubstr("the host ends without it")));
     }
 
@@ -249,7 +249,8 @@ TEST_F(QueueFaults, ProcessThatBecomesAnotherProgramIsAnEndOfTheDriver) {
                         " cannot be reached any more: it has let go of its input queue; it is ended\n"))
         << host.log();
     ASSERT_TRUE(host.waitForLog("HOST: AXIS1: is started again\n")) << host.log();
-    EXPECT_THAT(host.log(), HasSubstr(" ended: it has let go of its input queue, signal 15 (Terminated); "));
+    EXPECT_TRUE(host.waitForLog(" ended: it has let go of its input queue, signal 15 (Terminated); "))
+        << host.log();
     EXPECT_TRUE(endsWithin(driver, 0));
     expectQuits(host);
 }
@@ -300,7 +301,8 @@ TEST_F(QueueFaults, SenderThatOutlivesTheDriverDoesNotHoldUpTheConsole) {
     host.type("sendFID FAR.PING value=lost");
     startAgainAfter(host,
                     " cannot be sent to, since a sender has not left its input queue for 1 s and holds up ");
-    EXPECT_THAT(host.log(), HasSubstr("queue FAR_INQ: locked by another sender, and its reader (process "));
+    EXPECT_TRUE(host.waitForLog("queue FAR_INQ: locked by another sender, and its reader (process "))
+        << host.log();
     expectQuits(host);
 }
 
@@ -325,9 +327,10 @@ TEST_F(QueueFaults, SenderThatStaysInAQueueDoesNotKeepTheHost) {
     expectServes(host, "FAR");
     lockForTheDriver("FAR_INQ");
     expectQuits(host);
-    EXPECT_THAT(host.log(),
-                HasSubstr(" cannot be sent to, since a sender has not left its input queue for 1 s and "
-                          "holds up \"shutdown\"; it is ended\n"));
+    EXPECT_TRUE(
+        host.waitForLog(" cannot be sent to, since a sender has not left its input queue for 1 s and "
+                        "holds up \"shutdown\"; it is ended\n"))
+        << host.log();
 }
 
 TEST_F(QueueFaults, IDThatMakesNoQueueNameIsRefusedWithItsLine) {
@@ -335,10 +338,12 @@ TEST_F(QueueFaults, IDThatMakesNoQueueNameIsRefusedWithItsLine) {
     workplace().configure(TestWorkplace::entry(id, "Faulty", "queue"));
     HostProcess& host = start(hostWithQueues());
     EXPECT_EQ(host.waitForEnd(), 1);
-    EXPECT_THAT(host.log(), HasSubstr(workplace().configuration().string() + " line 4: the driver ID \"xxx"));
-    EXPECT_THAT(host.log(),
-                HasSubstr("makes no name for its queues: the name is too long: its file name would "
-                          "have 256 bytes, at most 255 are possible"));
+    EXPECT_TRUE(host.waitForLog(workplace().configuration().string() + " line 4: the driver ID \"xxx"))
+        << host.log();
+    EXPECT_TRUE(
+        host.waitForLog("makes no name for its queues: the name is too long: its file name would "
+                        "have 256 bytes, at most 255 are possible"))
+        << host.log();
 }
 
 /// Without MFD_QUEUE_DIR: each host has a directory of its own.
@@ -495,7 +500,8 @@ TEST_F(QueueFaultsOfTheDirectory, IsToldToWhoStartsDriversByHand) {
     HostProcess& host = start(call({"--no-start-mfds"}));
     ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
     ASSERT_EQ(entries().size(), 1U);
-    EXPECT_THAT(host.log(), HasSubstr("HOST: driver processes that are started by hand need MFD_QUEUE_DIR=" +
-                                      entries().front().string() + "\n"));
+    EXPECT_TRUE(host.waitForLog("HOST: driver processes that are started by hand need MFD_QUEUE_DIR=" +
+                                entries().front().string() + "\n"))
+        << host.log();
     EXPECT_EQ(end(), 0);
 }

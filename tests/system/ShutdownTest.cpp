@@ -67,7 +67,7 @@ TEST_F(Shutdown, TerminationSignalShutsDownInOrder) {
     waitUntilItServes(host);
     host.signal(SIGTERM);
     EXPECT_EQ(host.waitForEnd(), 0);
-    EXPECT_THAT(host.output(), HasSubstr("Deinitializing MF driver ID: AXIS1...OK\n"));
+    EXPECT_TRUE(host.waitForOutput("Deinitializing MF driver ID: AXIS1...OK\n")) << host.output();
     EXPECT_THAT(recorded(), HasSubstr("deinitialize\n"));
 }
 
@@ -83,7 +83,7 @@ TEST_F(Shutdown, DriverThatIgnoresItsEndIsKilledByAReloadAndStartsAgain) {
     const pid_t fresh = host.driverProcess("AXIS1");
     EXPECT_NE(fresh, 0);
     EXPECT_NE(fresh, old);
-    EXPECT_THAT(host.log(), HasSubstr("AXIS1"));
+    EXPECT_TRUE(host.waitForLog("AXIS1")) << host.log();
     EXPECT_EQ(end(), 0);
 }
 
