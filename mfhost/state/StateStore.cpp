@@ -13,6 +13,29 @@ namespace {
 
 thread_local int t_consoleMarks = 0;
 
+/// Whom a key is named after.
+std::string_view driverOf(const std::string& key) {
+    return std::string_view(key).substr(0, key.find('.'));
+}
+
+/// What every match of the shell pattern begins with.
+std::string_view literalStart(const std::string& glob) {
+    return std::string_view(glob).substr(0, glob.find_first_of("*?[\\"));
+}
+
+/// Versions of a host that was started later are higher, so that what somebody asks with who knows only the
+/// former one is not taken for a version of this one. Exact in a double, too.
+std::uint64_t versionAtStart() {
+    const auto time = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(time).count());
+}
+
+std::vector<StateStore::Entry> inByteOrder(std::vector<StateStore::Entry> entries) {
+    std::sort(entries.begin(), entries.end(),
+              [](const auto& left, const auto& right) { return left.key < right.key; });
+    return entries;
+}
+
 /// What the module publishes of the descriptors that it has found.
 bool isOfCatalogue(const std::string& key) {
     return key.starts_with(protocol::catalogueKey);
@@ -29,7 +52,11 @@ StateStore::ConsoleMark::~ConsoleMark() {
 
 StateStore::StateStore() : StateStore(Settings()) {}
 
-StateStore::StateStore(Settings settings) : m_settings(settings) {}
+StateStore::StateStore(Settings settings)
+    : m_settings(settings),
+      m_console(*m_shards.emplace_back(std::make_unique<Shard>("", m_settings))),
+      m_firstVersion(versionAtStart()),
+      m_version(m_firstVersion) {}
 
 std::string StateStore::Owner::text() const {
     switch (kind) {
@@ -52,9 +79,8 @@ StateStore::EOwner StateStore::kindOf(const std::string& key) {
     return isOfCatalogue(key) ? EOwner::Host : EOwner::Driver;
 }
 
-StateStore::Owner StateStore::ownerOf(const std::string& key) {
-    const EOwner kind = kindOf(key);
-    return {kind, kind == EOwner::Driver ? key.substr(0, key.find('.')) : std::string()};
+StateStore::Owner StateStore::ownerOf(EOwner kind, const std::string& key) {
+    return {kind, kind == EOwner::Driver ? std::string(driverOf(key)) : std::string()};
 }
 
 IInterface* StateStore::queryInterface(unsigned int id) {
@@ -77,289 +103,525 @@ void StateStore::setStateValueBool(const std::string& stateID, bool value) {
     set(stateID, StateValue(value));
 }
 
-/// Calls the function for each entry of the driver, which it may take away. A driver's entries follow one
-/// another, so nothing else is looked at: a key belongs to the driver named before its first ".".
+StateStore::Shard::Shard(std::string_view itsDriver, const Settings& settings)
+    : driverID(itsDriver), room(settings.maxValues), hostRoom(s_maxHostValues) {}
+
+/// A key that begins so. The console's shard has the empty ID, which everything begins with.
+bool StateStore::Shard::mayHold(std::string_view prefix) const {
+    return prefix.starts_with(driverID) || std::string_view(driverID).starts_with(prefix);
+}
+
+StateStore::Position StateStore::Shard::find(const std::string& key) {
+    Position position = expected;
+    if (position == entries.end() || position->entry.key != key) {
+        const auto found = index.find(key);
+        if (found == index.end() || found->second->isUnset)
+            return entries.end();
+        position = found->second;
+    }
+    expected = std::next(position);
+    return position;
+}
+
+StateStore::Position StateStore::Shard::add(const std::string& key) {
+    if (const auto found = index.find(key); found != index.end()) {
+        const Position again = found->second;
+        again->isUnset = false;
+        entries.splice(entries.end(), unset, again);
+        return again;
+    }
+    const Position added = entries.emplace(entries.end());
+    added->entry.key = key;
+    index.emplace(added->entry.key, added);
+    return added;
+}
+
+void StateStore::Shard::remember(Position position) {
+    Entry& entry = position->entry;
+    if (expected == position)
+        expected = entries.end();
+    position->isUnset = true;
+    entry.value = StateValue();
+    entry.staleCause.clear();
+    unset.splice(unset.end(), entries, position);
+    if (unset.size() <= s_keptUnset)
+        return;
+    unsetUntil = unset.front().entry.version;
+    index.erase(unset.front().entry.key);
+    unset.pop_front();
+}
+
+void StateStore::Shard::adoptFrom(Shard& other) {
+    const auto adopt = [&](List& list, List& from) {
+        for (auto next = from.begin(); next != from.end();) {
+            const Position position = next++;
+            const std::string& key = position->entry.key;
+            if (driverOf(key) != driverID)
+                continue;
+            other.index.erase(key);
+            list.splice(list.end(), from, position);
+            index.emplace(key, position);
+        }
+    };
+    other.expected = other.entries.end();
+    adopt(entries, other.entries);
+    adopt(unset, other.unset);
+}
+
+template <class Predicate>
+std::vector<StateStore::Position> StateStore::Shard::own(Predicate predicate) {
+    std::vector<Position> found;
+    for (Position position = entries.begin(); position != entries.end(); ++position) {
+        if (position->entry.owner.kind == EOwner::Driver && predicate(position->entry))
+            found.push_back(position);
+    }
+    std::sort(found.begin(), found.end(),
+              [](Position left, Position right) { return left->entry.key < right->entry.key; });
+    return found;
+}
+
+std::size_t StateStore::bucketOf(std::string_view driverID) {
+    return std::hash<std::string_view>()(driverID) % s_buckets;
+}
+
+StateStore::Shard* StateStore::findShard(std::string_view driverID) const {
+    Shard* pShard = m_buckets[bucketOf(driverID)].load(std::memory_order_acquire);
+    while (pShard && pShard->driverID != driverID)
+        pShard = pShard->pNext;
+    return pShard;
+}
+
+StateStore::Shard& StateStore::addShard(std::string_view driverID) {
+    const std::lock_guard shards(m_shardsMutex);
+    if (Shard* pShard = findShard(driverID))
+        return *pShard;
+    Shard& added = *m_shards.emplace_back(std::make_unique<Shard>(driverID, m_settings));
+    added.listeners = m_listeners;
+    auto& bucket = m_buckets[bucketOf(driverID)];
+    added.pNext = bucket.load(std::memory_order_relaxed);
+    // Whoever holds this lock can rely on there being no shard but those that are found.
+    const std::lock_guard console(m_console.mutex);
+    added.adoptFrom(m_console);
+    bucket.store(&added, std::memory_order_release);
+    return added;
+}
+
+/// Where the key is, or the console would put it.
+StateStore::Locked StateStore::lockShardOf(const std::string& key) const {
+    Shard* pShard = findShard(driverOf(key));
+    if (!pShard) {
+        std::unique_lock console(m_console.mutex);
+        pShard = findShard(driverOf(key));
+        if (!pShard)
+            return {m_console, std::move(console)};
+    }
+    return {*pShard, std::unique_lock(pShard->mutex)};
+}
+
+/// Made where there is none.
+StateStore::Locked StateStore::lockDriversShard(std::string_view driverID) {
+    Shard* pShard = findShard(driverID);
+    Shard& shard = pShard ? *pShard : addShard(driverID);
+    return {shard, std::unique_lock(shard.mutex)};
+}
+
+StateStore::Locked StateStore::lockShardFor(EOwner kind, const std::string& key) {
+    return kind == EOwner::Console ? lockShardOf(key) : lockDriversShard(driverOf(key));
+}
+
+/// Calls the function with each shard that may hold keys that begin so, with its lock.
 template <class Function>
-void StateStore::forEachOf(const std::string& driverID, const Share& share, Function function) {
-    if (const auto position = m_entries.find(driverID);
-        position != m_entries.end() && position->second.pShare == &share)
-        function(position);
-    const std::string prefix = driverID + ".";
-    for (auto next = m_entries.lower_bound(prefix);
-         next != m_entries.end() && next->first.starts_with(prefix);) {
-        const auto position = next++;
-        if (position->second.pShare == &share)
-            function(position);
+void StateStore::forEachShard(std::string_view prefix, Function function) const {
+    const std::lock_guard shards(m_shardsMutex);
+    for (const auto& pShard : m_shards) {
+        if (!pShard->mayHold(prefix))
+            continue;
+        const std::lock_guard lock(pShard->mutex);
+        function(*pShard);
     }
 }
 
-StateStore::Share& StateStore::share(const Owner& owner) {
-    const auto [position, isNew] = m_shares.try_emplace(owner);
-    if (isNew)
-        position->second.limit = owner.kind == EOwner::Host ? s_maxHostValues : m_settings.maxValues;
-    return position->second;
+/// What the console has set may be in any shard.
+std::unique_lock<std::mutex> StateStore::lockRoom(const Shard& shard, EOwner kind) const {
+    if (kind != EOwner::Console || &shard == &m_console)
+        return {};
+    return std::unique_lock(m_console.mutex);
 }
 
-/// What an instance that is gone has left gives way to what a living one reports, not to what a dead one did.
-bool StateStore::makeRoom(const Owner& owner, Share& share) {
-    if (share.values >= share.limit && share.endCause.empty() && share.stale > 0)
-        forgetStale(owner.driverID, share);
-    return share.values < share.limit;
+StateStore::Room& StateStore::roomOf(Shard& shard, EOwner kind) const {
+    switch (kind) {
+        case EOwner::Host:
+            return shard.hostRoom;
+        case EOwner::Console:
+            return m_console.room;
+        default:
+            return shard.room;
+    }
 }
 
-/// Counts a loss; whether it is one to be logged.
-bool StateStore::isLossNews(Share& share, Clock::time_point now) const {
-    ++share.lost;
-    if (share.isLosing || (share.lossSaid && now - *share.lossSaid < m_settings.lossInterval))
+bool StateStore::Room::isLossNews(Clock::time_point now, Clock::duration interval) {
+    ++lost;
+    if (isLosing || (lossSaid && now - *lossSaid < interval))
         return false;
-    share.isLosing = true;
-    share.lossSaid = now;
+    isLosing = true;
+    lossSaid = now;
     return true;
+}
+
+void StateStore::Room::leave() {
+    if (--values < limit)
+        isLosing = false;
+}
+
+/// For one more value. What an instance that is gone has left gives way to what a living one reports, not to
+/// what a dead one did.
+std::optional<StateStore::Refusal> StateStore::takeRoom(Shard& shard, EOwner kind, Clock::time_point now) {
+    const auto lock = lockRoom(shard, kind);
+    Room& room = roomOf(shard, kind);
+    if (room.values >= room.limit && kind == EOwner::Driver && shard.endCause.empty() && shard.stale > 0)
+        forgetStale(shard);
+    if (room.values >= room.limit)
+        return Refusal{room.isLossNews(now, m_settings.lossInterval), room.limit};
+    ++room.values;
+    return std::nullopt;
+}
+
+void StateStore::leaveRoom(Shard& shard, const Entry& entry) {
+    if (entry.isStale())
+        --shard.stale;
+    const auto lock = lockRoom(shard, entry.owner.kind);
+    roomOf(shard, entry.owner.kind).leave();
 }
 
 void StateStore::set(const std::string& key, StateValue value) {
     const auto now = Clock::now();
     const EOwner kind = kindOf(key);
-    std::unique_lock lock(m_mutex);
-    ++m_arrivals;
-    if (now >= m_nextSettling)
+    if (now.time_since_epoch().count() >= m_nextSettling.load(std::memory_order_relaxed))
         forgetSettled(now);
-    auto position = m_entries.find(key);
-    const bool isNew = position == m_entries.end();
+    auto [shard, lock] = lockShardFor(kind, key);
+    ++shard.arrivals;
+    Position position = shard.find(key);
+    const bool isNew = position == shard.entries.end();
     if (isNew) {
-        const Owner owner = ownerOf(key);
-        Share& its = share(owner);
-        if (!makeRoom(owner, its)) {
-            const bool isNews = isLossNews(its, now);
-            const std::size_t limit = its.limit;
+        if (const auto refusal = takeRoom(shard, kind, now)) {
             lock.unlock();
-            if (isNews)
-                hostLog(sal::LogOutput::eError)
-                    << owner.text() << ": " << limit << " state values are kept at most; "
-                    << base::quoted(key) << " and further new ones are dropped" << std::endl;
+            if (refusal->isNews)
+                hostLog(sal::LogOutput::eError) << ownerOf(kind, key).text() << ": " << refusal->limit
+                                                << " state values are kept at most; " << base::quoted(key)
+                                                << " and further new ones are dropped" << std::endl;
             return;
         }
-        Kept fresh;
-        fresh.entry.key = key;
-        fresh.entry.owner = owner;
-        fresh.pShare = &its;
-        position = m_entries.emplace(key, std::move(fresh)).first;
-        ++its.values;
+        position = shard.add(key);
+        position->entry.owner = ownerOf(kind, key);
     }
-    Kept& kept = position->second;
     // Whose key it is never changes; who sets it may.
-    const bool isTaken = kept.entry.owner.kind != kind;
+    const bool isTaken = position->entry.owner.kind != kind;
     if (isTaken)
-        takeOver(kept, ownerOf(key));
-    if (update(kept, std::move(value), now) || isNew || isTaken) {
-        for (Listener* pListener : m_listeners)
-            pListener->valueChanged(kept.entry);
+        takeOver(shard, position->entry, kind);
+    if (update(shard, position, std::move(value), now, isNew || isTaken)) {
+        for (Listener* pListener : shard.listeners)
+            pListener->valueChanged(position->entry);
     }
 }
 
 /// From the console, or by it: what is there already is never refused.
-void StateStore::takeOver(Kept& kept, const Owner& owner) {
-    Share& its = share(owner);
-    kept.entry.owner = owner;
-    takeOut(kept);
-    kept.entry.staleCause.clear();
-    kept.pShare = &its;
-    ++its.values;
+void StateStore::takeOver(Shard& shard, Entry& entry, EOwner kind) {
+    leaveRoom(shard, entry);
+    entry.staleCause.clear();
+    entry.owner = ownerOf(kind, entry.key);
+    const auto lock = lockRoom(shard, kind);
+    ++roomOf(shard, kind).values;
 }
 
-/// Whether anything is different now but the time.
-bool StateStore::update(Kept& kept, StateValue value, Clock::time_point now) {
-    Entry& entry = kept.entry;
-    Share& its = *kept.pShare;
+/// Whether it is news to who follows; it is where the value differs, or holds again.
+bool StateStore::update(Shard& shard, Position position, StateValue value, Clock::time_point now,
+                        bool isNews) {
+    Entry& entry = position->entry;
+    const bool isDrivers = entry.owner.kind == EOwner::Driver;
     const bool wasStale = entry.isStale();
-    const bool isOther = !(entry.value == value);
-    const bool isChanged = isOther || wasStale != !its.endCause.empty();
-    if (isOther)
+    const bool isStale = isDrivers && !shard.endCause.empty();
+    const std::uint64_t start = isDrivers ? shard.start : 0;
+    if (!(entry.value == value)) {
         entry.value = std::move(value);
-    entry.start = its.start;
+        isNews = true;
+    }
+    isNews |= wasStale != isStale;
+    const bool isChange = isNews || entry.start != start || (isStale && entry.staleCause != shard.endCause);
+    entry.start = start;
     entry.reported = now;
-    if (!its.endCause.empty()) {
-        entry.staleCause = its.endCause;
+    if (isStale) {
+        entry.staleCause = shard.endCause;
         entry.staleSince = now;
         if (!wasStale)
-            ++its.stale;
-        return isChanged;
+            ++shard.stale;
+    } else if (isDrivers) {
+        if (wasStale) {
+            entry.staleCause.clear();
+            --shard.stale;
+        }
+        if (shard.stale > 0 && (wasStale || !shard.hasReported))
+            settleLater(shard, now);
+        shard.hasReported = true;
     }
-    if (wasStale) {
-        entry.staleCause.clear();
-        --its.stale;
-    }
-    if (its.stale > 0 && (wasStale || !its.hasReported)) {
-        its.settles = now + m_settings.settleTime;
-        m_nextSettling = std::min(m_nextSettling, its.settles);
-    }
-    its.hasReported = true;
-    return isChanged;
+    if (isChange)
+        change(shard, position);
+    return isNews;
 }
 
-/// The value leaves its owner's share.
-void StateStore::takeOut(const Kept& kept) {
-    Share& its = *kept.pShare;
-    if (kept.entry.isStale())
-        --its.stale;
-    if (--its.values < its.limit)
-        its.isLosing = false;
+/// Called with the lock of the shard that changes. A reader loads the number before he locks any shard, so he
+/// misses no change up to it: its shard was locked when the number was taken, and he locks it afterwards.
+/// Were his turn at the lock the earlier one, his load would come before that change, too, and not see its
+/// number.
+std::uint64_t StateStore::nextVersion() {
+    return m_version.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
-void StateStore::forget(Entries::iterator position) {
-    const auto forgotten = m_entries.extract(position);
-    takeOut(forgotten.mapped());
-    for (Listener* pListener : m_listeners)
-        pListener->valueUnset(forgotten.key());
+void StateStore::change(Shard& shard, Position position) {
+    position->entry.version = nextVersion();
+    shard.entries.splice(shard.entries.end(), shard.entries, position);
 }
 
-void StateStore::forgetStale(const std::string& driverID, Share& share) {
-    forEachOf(driverID, share, [this](Entries::iterator position) {
-        if (position->second.entry.isStale())
-            forget(position);
-    });
+void StateStore::forget(Shard& shard, Position position) {
+    leaveRoom(shard, position->entry);
+    position->entry.version = nextVersion();
+    shard.remember(position);
+    for (Listener* pListener : shard.listeners)
+        pListener->valueUnset(position->entry.key);
+}
+
+void StateStore::forgetStale(Shard& shard) {
+    for (const Position position : shard.own([](const Entry& entry) { return entry.isStale(); }))
+        forget(shard, position);
+}
+
+void StateStore::settleLater(Shard& shard, Clock::time_point now) {
+    shard.settles = now + m_settings.settleTime;
+    lookAgainBy(shard.settles);
+}
+
+void StateStore::lookAgainBy(Clock::time_point time) {
+    const Clock::rep then = time.time_since_epoch().count();
+    Clock::rep next = m_nextSettling.load(std::memory_order_relaxed);
+    while (then < next && !m_nextSettling.compare_exchange_weak(next, then, std::memory_order_relaxed)) {
+    }
 }
 
 void StateStore::forgetSettled(Clock::time_point now) {
-    m_nextSettling = Clock::time_point::max();
-    for (auto& [owner, its] : m_shares) {
-        if (its.settles <= now) {
-            its.settles = Clock::time_point::max();
-            forgetStale(owner.driverID, its);
+    // First: what is to settle from now on, in whichever shard, makes it earlier again.
+    m_nextSettling.store(Clock::time_point::max().time_since_epoch().count(), std::memory_order_relaxed);
+    forEachShard({}, [&](Shard& shard) {
+        if (shard.settles <= now) {
+            shard.settles = Clock::time_point::max();
+            forgetStale(shard);
         }
-        m_nextSettling = std::min(m_nextSettling, its.settles);
-    }
+        lookAgainBy(shard.settles);
+    });
 }
 
 void StateStore::forgetSettled() {
-    const std::lock_guard lock(m_mutex);
     forgetSettled(Clock::now());
 }
 
 void StateStore::unsetStateValue(const std::string& stateID) {
-    const std::lock_guard lock(m_mutex);
-    ++m_arrivals;
-    const auto position = m_entries.find(stateID);
-    if (position != m_entries.end())
-        forget(position);
+    const auto [shard, lock] = lockShardOf(stateID);
+    ++shard.arrivals;
+    const Position position = shard.find(stateID);
+    if (position != shard.entries.end())
+        forget(shard, position);
 }
 
 void StateStore::triggerEvent(const std::string& eventID, const std::string& value) {
-    Event event{eventID, value, ownerOf(eventID), std::chrono::system_clock::now()};
-    const std::lock_guard lock(m_mutex);
-    ++m_arrivals;
-    for (Listener* pListener : m_listeners)
+    const EOwner kind = kindOf(eventID);
+    Event event{eventID, value, ownerOf(kind, eventID), std::chrono::system_clock::now()};
+    const auto [shard, lock] = lockShardFor(kind, eventID);
+    ++shard.arrivals;
+    for (Listener* pListener : shard.listeners)
         pListener->eventTriggered(event);
-    m_events.push_back(std::move(event));
-    if (m_events.size() > s_keptEvents)
-        m_events.pop_front();
+    const std::uint64_t number = m_lastEvent.fetch_add(1, std::memory_order_relaxed) + 1;
+    EventSlot& slot = m_events[number % s_keptEvents];
+    const std::lock_guard slotLock(slot.mutex);
+    // One that came so many later may have been faster.
+    if (slot.number < number) {
+        slot.number = number;
+        slot.event = std::move(event);
+    }
 }
 
 std::uint64_t StateStore::driverStarted(const std::string& driverID) {
-    const std::lock_guard lock(m_mutex);
-    Share& its = share({EOwner::Driver, driverID});
-    its.endCause.clear();
-    its.hasReported = false;
-    its.settles = Clock::time_point::max();
-    its.lost = 0;
-    return ++its.start;
+    const auto [shard, lock] = lockDriversShard(driverID);
+    shard.endCause.clear();
+    shard.hasReported = false;
+    shard.settles = Clock::time_point::max();
+    shard.room.lost = 0;
+    return ++shard.start;
 }
 
 std::size_t StateStore::driverEnded(const std::string& driverID, const std::string& cause,
                                     std::optional<std::uint64_t> start) {
-    const auto now = Clock::now();
-    std::vector<std::string> keys;
-    const std::lock_guard lock(m_mutex);
-    Share& its = share({EOwner::Driver, driverID});
-    const std::uint64_t ended = start.value_or(its.start);
-    // Without one nothing would be stale.
-    const std::string staleCause = cause.empty() ? "ended" : cause;
-    if (ended >= its.start) {
-        its.endCause = staleCause;
-        its.settles = Clock::time_point::max();
-    }
-    forEachOf(driverID, its, [&](Entries::iterator position) {
-        Entry& entry = position->second.entry;
-        // What was stale before keeps its own cause: it is of an earlier instance.
-        if (entry.isStale() || entry.start > ended)
-            return;
-        entry.staleSince = now;
-        entry.staleCause = staleCause;
-        ++its.stale;
-        keys.push_back(position->first);
-    });
-    if (keys.empty())
-        return 0;
-    // The newer instance, which may have reported everything by now, settles from here.
-    if (ended < its.start && its.hasReported) {
-        its.settles = now + m_settings.settleTime;
-        m_nextSettling = std::min(m_nextSettling, its.settles);
-    }
-    for (Listener* pListener : m_listeners)
-        pListener->valuesStale(driverID, staleCause, keys);
-    return keys.size();
+    const auto [shard, lock] = lockDriversShard(driverID);
+    return end(shard, cause, start);
 }
 
 void StateStore::driverParked(const std::string& driverID, const std::string& cause) {
-    driverEnded(driverID, cause);
-    const std::lock_guard lock(m_mutex);
-    Share& its = share({EOwner::Driver, driverID});
-    forEachOf(driverID, its, [&](Entries::iterator position) { position->second.entry.staleCause = cause; });
+    const auto [shard, lock] = lockDriversShard(driverID);
+    end(shard, cause, std::nullopt);
+    const auto isOther = [&](const Entry& entry) { return entry.staleCause != shard.endCause; };
+    for (const Position position : shard.own(isOther)) {
+        position->entry.staleCause = shard.endCause;
+        change(shard, position);
+    }
+}
+
+std::size_t StateStore::end(Shard& shard, const std::string& cause, std::optional<std::uint64_t> start) {
+    const auto now = Clock::now();
+    const std::uint64_t ended = start.value_or(shard.start);
+    // Without one nothing would be stale.
+    const std::string staleCause = cause.empty() ? "ended" : cause;
+    if (ended >= shard.start) {
+        shard.endCause = staleCause;
+        shard.settles = Clock::time_point::max();
+    }
+    std::vector<std::string> keys;
+    // What was stale before keeps its own cause: it is of an earlier instance.
+    const auto holds = [&](const Entry& entry) { return !entry.isStale() && entry.start <= ended; };
+    for (const Position position : shard.own(holds)) {
+        Entry& entry = position->entry;
+        entry.staleSince = now;
+        entry.staleCause = staleCause;
+        ++shard.stale;
+        change(shard, position);
+        keys.push_back(entry.key);
+    }
+    if (keys.empty())
+        return 0;
+    // The newer instance, which may have reported everything by now, settles from here.
+    if (ended < shard.start && shard.hasReported)
+        settleLater(shard, now);
+    for (Listener* pListener : shard.listeners)
+        pListener->valuesStale(shard.driverID, staleCause, keys);
+    return keys.size();
+}
+
+std::vector<StateStore::Entry> StateStore::collect(const std::string& glob) const {
+    std::vector<Entry> found;
+    forEachShard(literalStart(glob), [&](const Shard& shard) {
+        for (const Kept& kept : shard.entries) {
+            if (matches(glob, kept.entry.key))
+                found.push_back(kept.entry);
+        }
+    });
+    return found;
 }
 
 std::vector<StateStore::Entry> StateStore::entries(const std::string& glob) const {
-    std::vector<Entry> found;
-    const std::lock_guard lock(m_mutex);
-    for (const auto& [key, kept] : m_entries) {
-        if (matches(glob, key))
-            found.push_back(kept.entry);
+    return inByteOrder(collect(glob));
+}
+
+/// Whether everything that has changed is remembered.
+bool StateStore::collectChanges(const std::string& glob, std::uint64_t since, Changes& found) const {
+    bool isRemembered = true;
+    const auto forEachSince = [&](const List& list, auto take) {
+        for (auto kept = list.rbegin(); kept != list.rend() && kept->entry.version > since; ++kept) {
+            if (matches(glob, kept->entry.key))
+                take(kept->entry);
+        }
+    };
+    forEachShard(literalStart(glob), [&](const Shard& shard) {
+        isRemembered &= shard.unsetUntil <= since;
+        if (!isRemembered)
+            return;
+        forEachSince(shard.entries, [&](const Entry& entry) { found.entries.push_back(entry); });
+        forEachSince(shard.unset, [&](const Entry& entry) { found.unset.push_back(entry.key); });
+    });
+    return isRemembered;
+}
+
+StateStore::Changes StateStore::changes(const std::string& glob, std::uint64_t since) const {
+    Changes found;
+    // Before the shards: nextVersion() says why.
+    found.version = m_version.load(std::memory_order_relaxed);
+    found.isComplete = since < m_firstVersion || since > found.version || !collectChanges(glob, since, found);
+    if (found.isComplete) {
+        found.entries = collect(glob);
+        found.unset.clear();
     }
+    found.entries = inByteOrder(std::move(found.entries));
+    std::sort(found.unset.begin(), found.unset.end());
     return found;
 }
 
 std::optional<StateStore::Entry> StateStore::find(const std::string& key) const {
-    const std::lock_guard lock(m_mutex);
-    const auto position = m_entries.find(key);
-    if (position == m_entries.end())
+    const auto [shard, lock] = lockShardOf(key);
+    const Position position = shard.find(key);
+    if (position == shard.entries.end())
         return std::nullopt;
-    return position->second.entry;
+    return position->entry;
 }
 
 std::vector<StateStore::Event> StateStore::events() const {
-    const std::lock_guard lock(m_mutex);
-    return {m_events.begin(), m_events.end()};
+    std::vector<std::pair<std::uint64_t, Event>> numbered;
+    for (EventSlot& slot : m_events) {
+        const std::lock_guard lock(slot.mutex);
+        if (slot.number > 0)
+            numbered.emplace_back(slot.number, slot.event);
+    }
+    std::sort(numbered.begin(), numbered.end(),
+              [](const auto& left, const auto& right) { return left.first < right.first; });
+    std::vector<Event> found;
+    for (auto& [number, event] : numbered)
+        found.push_back(std::move(event));
+    return found;
 }
 
 std::vector<std::string> StateStore::keys(const std::string& prefix) const {
     std::vector<std::string> found;
-    const std::lock_guard lock(m_mutex);
-    for (auto position = m_entries.lower_bound(prefix);
-         position != m_entries.end() && position->first.starts_with(prefix); ++position)
-        found.push_back(position->first);
+    forEachShard(prefix, [&](const Shard& shard) {
+        for (const Kept& kept : shard.entries) {
+            if (kept.entry.key.starts_with(prefix))
+                found.push_back(kept.entry.key);
+        }
+    });
+    std::sort(found.begin(), found.end());
     return found;
 }
 
 std::vector<StateStore::Loss> StateStore::losses() const {
     std::vector<Loss> found;
-    const std::lock_guard lock(m_mutex);
-    for (const auto& [owner, its] : m_shares) {
-        if (its.lost > 0)
-            found.push_back({owner, its.lost, its.limit});
-    }
+    const auto add = [&](Owner owner, const Room& room) {
+        if (room.lost > 0)
+            found.push_back({std::move(owner), room.lost, room.limit});
+    };
+    forEachShard({}, [&](const Shard& shard) {
+        add({&shard == &m_console ? EOwner::Console : EOwner::Driver, shard.driverID}, shard.room);
+        add({EOwner::Host, {}}, shard.hostRoom);
+    });
+    std::sort(found.begin(), found.end(),
+              [](const Loss& left, const Loss& right) { return left.owner < right.owner; });
     return found;
 }
 
 std::uint64_t StateStore::arrivals() const {
-    const std::lock_guard lock(m_mutex);
-    return m_arrivals;
+    std::uint64_t sum = 0;
+    forEachShard({}, [&](const Shard& shard) { sum += shard.arrivals; });
+    return sum;
 }
 
 void StateStore::addListener(Listener* pListener) {
-    const std::lock_guard lock(m_mutex);
+    const std::lock_guard shards(m_shardsMutex);
     m_listeners.push_back(pListener);
+    listenEverywhere();
 }
 
 void StateStore::removeListener(Listener* pListener) {
-    const std::lock_guard lock(m_mutex);
+    const std::lock_guard shards(m_shardsMutex);
     std::erase(m_listeners, pListener);
+    listenEverywhere();
+}
+
+/// With the lock of the shards.
+void StateStore::listenEverywhere() {
+    for (const auto& pShard : m_shards) {
+        const std::lock_guard lock(pShard->mutex);
+        pShard->listeners = m_listeners;
+    }
 }

@@ -1,15 +1,19 @@
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <chrono>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <functional>
-#include <map>
+#include <list>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -24,6 +28,9 @@
 /// host, and what a console command set to the console. Each of them has room of its own. When a driver ends,
 /// its values stay and are marked stale; each is live again when the next instance reports it, and forgotten
 /// when that instance has settled without it or needs its room.
+///
+/// Any thread may call any function. What is named after one driver lies in a shard of its own, with its own
+/// lock: drivers do not wait for each other.
 class StateStore : public IPanelState {
 public:
     using Clock = std::chrono::steady_clock;
@@ -48,6 +55,9 @@ public:
         /// Why the value holds no longer; empty for a live value.
         std::string staleCause;
         Clock::time_point staleSince;
+        /// Of the last change: of anything here but the two times. Every change in the store has another
+        /// version, higher than those of all that came before it.
+        std::uint64_t version = 0;
 
         bool isStale() const { return !staleCause.empty(); }
     };
@@ -59,8 +69,19 @@ public:
         std::chrono::system_clock::time_point when;
     };
 
-    /// Follows the store. Called under the store's lock, so that all see the changes in one order: returns at
-    /// once, and never calls the store.
+    /// What has changed since a version.
+    struct Changes {
+        std::uint64_t version = 0;  ///< to ask with the next time
+        /// The entries are all that there are: what is not among them does not exist.
+        bool isComplete = false;
+        std::vector<Entry> entries;      ///< in byte order of the keys
+        std::vector<std::string> unset;  ///< in byte order; none of a complete answer
+    };
+
+    /// Follows the store. What becomes of the values and events that are named after one driver is told one
+    /// at a time, in its order, and before the call that changes them returns. Of different drivers it is
+    /// told on several threads at once, in no order that means anything; the entries' versions tell which
+    /// came first. Called under the lock of the driver's shard: returns at once, and never calls the store.
     class Listener {
     public:
         virtual ~Listener() = default;
@@ -104,6 +125,8 @@ public:
     /// The published catalogue, whose size only the descriptors set.
     static constexpr std::size_t s_maxHostValues = 65536;
     static constexpr std::size_t s_keptEvents = 200;
+    /// How many forgotten keys of one driver are remembered.
+    static constexpr std::size_t s_keptUnset = 1024;
 
     StateStore();
     explicit StateStore(Settings settings);
@@ -137,6 +160,11 @@ public:
     /// In byte order of the keys, those that match the shell pattern; all for an empty one.
     std::vector<Entry> entries(const std::string& glob) const;
     std::optional<Entry> find(const std::string& key) const;
+    /// What has changed since the version of an earlier answer and matches the shell pattern: the entries as
+    /// they are now, and the keys that are no more. Complete for 0, for a version of another host, and where
+    /// more was forgotten since than is remembered. Costs what has changed. What changes meanwhile may be
+    /// told now and, with the same version, once more the next time; nothing is left out.
+    Changes changes(const std::string& glob, std::uint64_t since) const;
     /// The last events, oldest first.
     std::vector<Event> events() const;
     /// In byte order, those that begin with the prefix.
@@ -149,55 +177,139 @@ public:
     std::uint64_t arrivals() const;
 
     void addListener(Listener* pListener);
+    /// When it returns no call to the listener is under way.
     void removeListener(Listener* pListener);
 
     static bool matches(const std::string& glob, const std::string& key);
 
 private:
-    /// What one owner has in the store.
-    struct Share {
-        std::size_t limit = 0;
+    static constexpr std::size_t s_buckets = 256;
+
+    /// How many values one owner has.
+    struct Room {
+        explicit Room(std::size_t most) : limit(most) {}
+        /// Counts a loss; whether it is one to be logged.
+        bool isLossNews(Clock::time_point now, Clock::duration interval);
+        void leave();
+
+        const std::size_t limit;
         std::size_t values = 0;
-        std::size_t stale = 0;   ///< how many of them
-        std::uint64_t lost = 0;  ///< since the last start
+        std::uint64_t lost = 0;  ///< of a driver since its last start
         bool isLosing = false;   ///< that it loses values is said, and it has had no room since
         std::optional<Clock::time_point> lossSaid;
+    };
+    struct Kept {
+        Entry entry;
+        bool isUnset = false;  ///< only that there was such a key is remembered
+    };
+    using List = std::list<Kept>;
+    using Position = List::iterator;
 
-        std::uint64_t start = 0;   ///< how often its driver was started
+    /// The values that are named after one driver, whoever has set them.
+    struct alignas(64) Shard {
+        Shard(std::string_view itsDriver, const Settings& settings);
+
+        bool mayHold(std::string_view prefix) const;
+        /// The end of the entries where there is none.
+        Position find(const std::string& key);
+        /// Of a key that has no entry. Without a version yet.
+        Position add(const std::string& key);
+        /// The entry is one no more; only its key is remembered.
+        void remember(Position position);
+        /// Takes over what is named after its driver.
+        void adoptFrom(Shard& other);
+        /// The driver's own in byte order of the keys, without what others have set.
+        template <class Predicate>
+        std::vector<Position> own(Predicate predicate);
+
+        const std::string driverID;
+        Shard* pNext = nullptr;  ///< in the same bucket
+
+        mutable std::mutex mutex;
+        List entries;  ///< in order of their versions
+        List unset;    ///< likewise; what is remembered of keys that were forgotten
+        /// Of both lists.
+        std::unordered_map<std::string_view, Position> index;
+        /// The entry that had changed next after the one that was found last, or the end of the entries: a
+        /// driver that reports its values in turn is mostly at it again.
+        Position expected = entries.end();
+        std::uint64_t unsetUntil = 0;  ///< the version of the last key that is not even remembered
+        Room room;                     ///< the driver's; in the console's shard, the console's
+        Room hostRoom;                 ///< the host's: all its values are in the panel driver's shard
+        std::vector<Listener*> listeners;
+        std::uint64_t arrivals = 0;
+
+        // Of the driver.
+        std::size_t stale = 0;     ///< how many of its values
+        std::uint64_t start = 0;   ///< how often it was started
         std::string endCause;      ///< of a driver that has ended and not started again; else empty
         bool hasReported = false;  ///< since the last start
         Clock::time_point settles = Clock::time_point::max();
     };
-    struct Kept {
-        Entry entry;
-        Share* pShare = nullptr;
+    struct Locked {
+        Shard& shard;
+        std::unique_lock<std::mutex> lock;
     };
-    using Entries = std::map<std::string, Kept>;
+    struct EventSlot {
+        std::mutex mutex;
+        std::uint64_t number = 0;  ///< of the event; 0 before the first
+        Event event;
+    };
+    struct Refusal {
+        bool isNews = false;
+        std::size_t limit = 0;
+    };
 
     static EOwner kindOf(const std::string& key);
-    static Owner ownerOf(const std::string& key);
+    static Owner ownerOf(EOwner kind, const std::string& key);
     void set(const std::string& key, StateValue value);
 
-    // Under the lock.
-    Share& share(const Owner& owner);
-    bool makeRoom(const Owner& owner, Share& share);
-    bool isLossNews(Share& share, Clock::time_point now) const;
-    void takeOver(Kept& kept, const Owner& owner);
-    bool update(Kept& kept, StateValue value, Clock::time_point now);
-    static void takeOut(const Kept& kept);
+    static std::size_t bucketOf(std::string_view driverID);
+    Shard* findShard(std::string_view driverID) const;
+    Shard& addShard(std::string_view driverID);
+    Locked lockShardOf(const std::string& key) const;
+    Locked lockDriversShard(std::string_view driverID);
+    Locked lockShardFor(EOwner kind, const std::string& key);
     template <class Function>
-    void forEachOf(const std::string& driverID, const Share& share, Function function);
-    void forget(Entries::iterator position);
-    void forgetStale(const std::string& driverID, Share& share);
+    void forEachShard(std::string_view prefix, Function function) const;
+
+    // With the shard's lock.
+    std::unique_lock<std::mutex> lockRoom(const Shard& shard, EOwner kind) const;
+    Room& roomOf(Shard& shard, EOwner kind) const;
+    std::optional<Refusal> takeRoom(Shard& shard, EOwner kind, Clock::time_point now);
+    void leaveRoom(Shard& shard, const Entry& entry);
+    void takeOver(Shard& shard, Entry& entry, EOwner kind);
+    bool update(Shard& shard, Position position, StateValue value, Clock::time_point now, bool isNews);
+    void change(Shard& shard, Position position);
+    void forget(Shard& shard, Position position);
+    void forgetStale(Shard& shard);
+    std::size_t end(Shard& shard, const std::string& cause, std::optional<std::uint64_t> start);
+    void settleLater(Shard& shard, Clock::time_point now);
+
+    void lookAgainBy(Clock::time_point time);
     void forgetSettled(Clock::time_point now);
+    std::uint64_t nextVersion();
+    void listenEverywhere();
+    std::vector<Entry> collect(const std::string& glob) const;
+    bool collectChanges(const std::string& glob, std::uint64_t since, Changes& found) const;
 
     const Settings m_settings;
-    mutable std::mutex m_mutex;
-    Entries m_entries;
-    std::map<Owner, Share> m_shares;
-    /// Not later than the next instance settles.
-    Clock::time_point m_nextSettling = Clock::time_point::max();
-    std::deque<Event> m_events;
+    /// Of whoever goes through the shards or adds one. Taken before a shard's lock.
+    mutable std::mutex m_shardsMutex;
+    /// None ever goes.
+    std::vector<std::unique_ptr<Shard>> m_shards;
     std::vector<Listener*> m_listeners;
-    std::uint64_t m_arrivals = 0;
+    /// What the console sets in the name of drivers that nobody has heard of. Its lock is taken after that of
+    /// another shard.
+    Shard& m_console;
+    /// The other shards by the hash of the driver's ID, each the first of a list. Found without a lock.
+    std::array<std::atomic<Shard*>, s_buckets> m_buckets;
+    /// Not later than the next instance settles.
+    std::atomic<Clock::rep> m_nextSettling = Clock::time_point::max().time_since_epoch().count();
+    const std::uint64_t m_firstVersion;
+    /// On a line of the cache without others that are read with each value, as is the number of events.
+    alignas(64) std::atomic<std::uint64_t> m_version;
+    alignas(64) std::atomic<std::uint64_t> m_lastEvent = 0;
+    /// An event takes the slot of the one that came so many before it.
+    mutable std::array<EventSlot, s_keptEvents> m_events;
 };

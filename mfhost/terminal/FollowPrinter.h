@@ -12,10 +12,10 @@
 
 #include "StateStore.h"
 
-/// Prints each state change and event as a line. Owned by Host. Drivers' threads only queue a line; a thread
-/// of its own writes, after it has had the drivers' ends looked for: a value whose driver has ended by then
-/// is printed as stale. When the reader is slower than the drivers, the oldest lines are dropped, and a line
-/// tells how many.
+/// Prints each state change and event as a line: those of one driver in its order, those of several as they
+/// came to the printer. Owned by Host. Drivers' threads only queue a line; a thread of its own writes, after
+/// it has had the drivers' ends looked for: a value whose driver has ended by then is printed as stale. When
+/// the reader is slower than the drivers, the oldest lines are dropped, and a line tells how many.
 class FollowPrinter : public StateStore::Listener {
 public:
     static constexpr std::size_t s_capacity = 10000;

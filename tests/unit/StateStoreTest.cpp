@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <map>
+#include <mutex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -20,21 +24,111 @@ namespace {
 class Recording : public StateStore::Listener {
 public:
     void valueChanged(const StateStore::Entry& entry) override {
-        lines.push_back(entry.key + "=" + entry.value.text() + (entry.isStale() ? " stale" : ""));
+        add(entry.key + "=" + entry.value.text() + (entry.isStale() ? " stale" : ""));
     }
-    void valueUnset(const std::string& key) override { lines.push_back(key + " unset"); }
+    void valueUnset(const std::string& key) override { add(key + " unset"); }
     void eventTriggered(const StateStore::Event& event) override {
-        lines.push_back("event " + event.id + " " + event.value);
+        add("event " + event.id + " " + event.value);
     }
     void valuesStale(const std::string& driverID, const std::string& cause,
                      const std::vector<std::string>& keys) override {
-        lines.push_back(driverID + " " + cause + " " + std::to_string(keys.size()));
+        add(driverID + " " + cause + " " + std::to_string(keys.size()));
     }
 
     std::vector<std::string> lines;
+
+private:
+    /// Drivers tell at the same time.
+    void add(std::string line) {
+        const std::lock_guard lock(m_mutex);
+        lines.push_back(std::move(line));
+    }
+
+    std::mutex m_mutex;
+};
+
+/// Keeps whoever changes that value waiting until it is let go on.
+class Holding : public Recording {
+public:
+    explicit Holding(std::string key) : m_key(std::move(key)) {}
+
+    void valueChanged(const StateStore::Entry& entry) override {
+        if (entry.key != m_key)
+            return;
+        m_isHeld = true;
+        m_isHeld.notify_all();
+        m_mayGoOn.wait(false);
+    }
+    bool isHeld() const { return m_isHeld; }
+    void letGoOn() {
+        m_mayGoOn = true;
+        m_mayGoOn.notify_all();
+    }
+
+private:
+    const std::string m_key;
+    std::atomic<bool> m_isHeld = false;
+    std::atomic<bool> m_mayGoOn = false;
+};
+
+/// Knows of a store what it has read as changes.
+class Mirror {
+public:
+    explicit Mirror(const StateStore& store) : m_store(store) {}
+
+    void read() {
+        const auto changes = m_store.changes("", m_version);
+        EXPECT_GE(changes.version, m_version);
+        if (changes.isComplete)
+            m_entries.clear();
+        for (const auto& key : changes.unset)
+            m_entries.erase(key);
+        for (const auto& entry : changes.entries) {
+            EXPECT_TRUE(changes.isComplete || entry.version > m_version) << entry.key;
+            EXPECT_FALSE(std::binary_search(changes.unset.begin(), changes.unset.end(), entry.key))
+                << entry.key;
+            m_entries[entry.key] = describe(entry);
+        }
+        m_version = changes.version;
+    }
+
+    /// Whether that is all that there is.
+    bool isTrue() const {
+        std::map<std::string, std::string> all;
+        for (const auto& entry : m_store.entries(""))
+            all[entry.key] = describe(entry);
+        return all == m_entries;
+    }
+
+private:
+    static std::string describe(const StateStore::Entry& entry) {
+        return entry.value.text() + ' ' + entry.owner.text() + ' ' + std::to_string(entry.start) + ' ' +
+               std::to_string(entry.version) + ' ' + entry.staleCause;
+    }
+
+    const StateStore& m_store;
+    std::uint64_t m_version = 0;
+    std::map<std::string, std::string> m_entries;
 };
 
 using Lines = std::vector<std::string>;
+
+/// The keys that have changed since that version, with their values, and what is there no more.
+Lines changesSince(const StateStore& store, std::uint64_t version, const std::string& glob = {}) {
+    const auto changes = store.changes(glob, version);
+    Lines lines;
+    if (changes.isComplete)
+        lines.emplace_back("complete");
+    for (const auto& entry : changes.entries)
+        lines.push_back(entry.key + "=" + entry.value.text() + (entry.isStale() ? " stale" : ""));
+    for (const auto& key : changes.unset)
+        lines.push_back(key + " unset");
+    return lines;
+}
+
+std::uint64_t versionOf(const StateStore& store) {
+    return store.changes("", 0).version;
+}
 
 StateStore::Settings withRoomFor(std::size_t values) {
     StateStore::Settings settings;
@@ -657,4 +751,396 @@ TEST(StateStore, EndOfAnEarlierStartIsForgottenWhenTheNextOneSettles) {
         return !sut.find("A.OLD");
     }));
     EXPECT_FALSE(sut.find("A.NEW")->isStale());
+}
+
+TEST(StateStore, DriverDoesNotWaitForAnother) {
+    StateStore sut;
+    fill(sut, "B", 1);
+    Holding holding("A.X");
+    sut.addListener(&holding);
+    std::thread held([&] { sut.setStateValueInt("A.X", 1); });
+    EXPECT_TRUE(eventually([&] { return holding.isHeld(); }));
+    std::atomic<bool> isDone = false;
+    std::thread other([&] {
+        sut.setStateValueInt("B.0", 7);
+        sut.setStateValueInt("B.NEW", 7);
+        sut.setStateValueInt("C.FIRST", 7);
+        sut.unsetStateValue("B.0");
+        sut.triggerEvent("B.E", "1");
+        sut.driverEnded("B", "gone");
+        sut.driverStarted("B");
+        EXPECT_TRUE(sut.find("B.NEW"));
+        EXPECT_EQ(1u, sut.entries("B.*").size());
+        EXPECT_EQ(1u, sut.changes("B.N*", 0).entries.size());
+        EXPECT_EQ(Lines{"B.NEW"}, sut.keys("B."));
+        EXPECT_EQ(1u, sut.events().size());
+        isDone = true;
+    });
+    EXPECT_TRUE(eventually([&] { return isDone.load(); }));
+    holding.letGoOn();
+    held.join();
+    other.join();
+    sut.removeListener(&holding);
+}
+
+TEST(StateStore, ListenerThatIsRemovedIsInNoCallAnyMore) {
+    StateStore sut;
+    Holding holding("A.X");
+    sut.addListener(&holding);
+    std::thread held([&] { sut.setStateValueInt("A.X", 1); });
+    EXPECT_TRUE(eventually([&] { return holding.isHeld(); }));
+    std::atomic<bool> isRemoved = false;
+    std::thread removing([&] {
+        sut.removeListener(&holding);
+        isRemoved = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(isRemoved);
+    holding.letGoOn();
+    removing.join();
+    held.join();
+}
+
+TEST(StateStore, ListenerHearsOfADriverThatComesLater) {
+    StateStore sut;
+    Recording recording;
+    sut.addListener(&recording);
+    sut.setStateValueInt("NEW.X", 1);
+    sut.triggerEvent("NEWER.E", "1");
+    EXPECT_EQ((Lines{"NEW.X=1", "event NEWER.E 1"}), recording.lines);
+}
+
+TEST(StateStore, ChangesOfOneDriverAreToldInTheirOrderOnWhicheverThread) {
+    StateStore sut;
+    Recording recording;
+    sut.addListener(&recording);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+        threads.emplace_back([&sut, thread] {
+            for (int i = 0; i < 1000; ++i)
+                sut.setStateValueInt("A.X", i * 4 + thread);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    ASSERT_EQ(4000u, recording.lines.size());
+    EXPECT_EQ("A.X=" + sut.find("A.X")->value.text(), recording.lines.back());
+}
+
+TEST(StateStore, EventsOfEachDriverAreInOrderAmongTheLast) {
+    StateStore sut;
+    std::vector<std::thread> drivers;
+    for (int driver = 0; driver < 4; ++driver)
+        drivers.emplace_back([&sut, driver] {
+            for (int i = 1000; i < 2000; ++i)
+                sut.triggerEvent("D" + std::to_string(driver) + ".E", std::to_string(i));
+        });
+    for (std::thread& driver : drivers)
+        driver.join();
+    const auto events = sut.events();
+    EXPECT_EQ(200u, events.size());
+    std::map<std::string, std::string> last;
+    for (const auto& event : events) {
+        EXPECT_LT(last[event.id], event.value);
+        last[event.id] = event.value;
+    }
+    EXPECT_EQ("1999", events.back().value);
+}
+
+TEST(StateStore, ListsInByteOrderOverAllOwners) {
+    StateStore sut;
+    for (const char* key : {"B.Y", "A.X", "AB", "A", "PANEL.MFDDEF0.TYPE", "B.X", "A.Y"})
+        sut.setStateValueInt(key, 1);
+    {
+        const StateStore::ConsoleMark mark;
+        for (const char* key : {"A.Z", "AA.X"})
+            sut.setStateValueInt(key, 1);
+    }
+    const Lines all{"A", "A.X", "A.Y", "A.Z", "AA.X", "AB", "B.X", "B.Y", "PANEL.MFDDEF0.TYPE"};
+    Lines keys;
+    for (const auto& entry : sut.entries(""))
+        keys.push_back(entry.key);
+    EXPECT_EQ(all, keys);
+    EXPECT_EQ(all, sut.keys(""));
+    EXPECT_EQ((Lines{"A.X", "A.Y", "A.Z"}), sut.keys("A."));
+    EXPECT_EQ((Lines{"A", "A.X", "A.Y", "A.Z", "AA.X", "AB"}), sut.keys("A"));
+    EXPECT_EQ((Lines{"complete", "A.X=1", "AA.X=1", "B.X=1"}), changesSince(sut, 0, "*.X"));
+    EXPECT_EQ((Lines{"complete", "A.X=1"}), changesSince(sut, 0, "A.X"));
+    EXPECT_EQ((Lines{"complete", "A.X=1", "B.X=1"}), changesSince(sut, 0, "[AB].X"));
+    EXPECT_EQ((Lines{"complete", "A.X=1"}), changesSince(sut, 0, "\\A.X"));
+    EXPECT_EQ((Lines{"complete", "A.X=1", "A.Y=1", "A.Z=1"}), changesSince(sut, 0, "A.?"));
+}
+
+TEST(StateStore, ValueOfTheConsoleIsTheSameOneWhenItsDriverComes) {
+    LogCapture log;
+    StateStore sut(withRoomFor(2));
+    {
+        const StateStore::ConsoleMark mark;
+        sut.setStateValueInt("NEW.X", 1);
+        sut.setStateValueInt("NEW.GONE", 1);
+        sut.unsetStateValue("NEW.GONE");
+    }
+    const auto before = sut.find("NEW.X")->version;
+    const auto since = versionOf(sut);
+    sut.driverStarted("NEW");
+    EXPECT_EQ("console", sut.find("NEW.X")->owner.text());
+    EXPECT_EQ(before, sut.find("NEW.X")->version);
+    EXPECT_EQ(Lines{"NEW.X"}, sut.keys(""));
+    EXPECT_EQ(Lines{}, changesSince(sut, since));
+    EXPECT_EQ((Lines{"NEW.X=1", "NEW.GONE unset"}), changesSince(sut, before - 1));
+    sut.setStateValueInt("NEW.GONE", 2);
+    EXPECT_EQ(Lines{"NEW.GONE=2"}, changesSince(sut, since));
+    sut.setStateValueInt("NEW.X", 3);
+    EXPECT_EQ("NEW", sut.find("NEW.X")->owner.text());
+    EXPECT_EQ((Lines{"NEW.GONE", "NEW.X"}), sut.keys(""));
+    // The console has both of its places again.
+    {
+        const StateStore::ConsoleMark mark;
+        for (const char* key : {"NEW.A", "NEWER.B", "NEWER.C"})
+            sut.setStateValueInt(key, 1);
+    }
+    EXPECT_EQ((Lines{"NEW.A", "NEW.GONE", "NEW.X", "NEWER.B"}), sut.keys(""));
+}
+
+TEST(StateStore, TellsWhatHasChangedSinceAVersion) {
+    StateStore sut;
+    fill(sut, "A", 3);
+    fill(sut, "B", 1);
+    const auto first = sut.changes("", 0);
+    EXPECT_TRUE(first.isComplete);
+    EXPECT_EQ(4u, first.entries.size());
+    EXPECT_EQ(Lines{}, changesSince(sut, first.version));
+    sut.setStateValueInt("B.0", 7);
+    sut.setStateValueInt("A.2", 7);
+    sut.setStateValueInt("A.NEW", 1);
+    const auto second = versionOf(sut);
+    EXPECT_EQ((Lines{"A.2=7", "A.NEW=1", "B.0=7"}), changesSince(sut, first.version));
+    sut.setStateValueInt("A.0", 7);
+    EXPECT_EQ(Lines{"A.0=7"}, changesSince(sut, second));
+    EXPECT_EQ((Lines{"A.0=7", "A.2=7", "A.NEW=1", "B.0=7"}), changesSince(sut, first.version));
+    EXPECT_EQ((Lines{"A.0=7", "A.2=7"}), changesSince(sut, first.version, "A.?"));
+}
+
+TEST(StateStore, EachChangeHasAHigherVersionThanAllBeforeWhoeverChanges) {
+    StateStore sut;
+    std::uint64_t last = 0;
+    const auto changed = [&](const std::string& key) {
+        const auto version = sut.find(key)->version;
+        EXPECT_LT(last, version) << key;
+        EXPECT_EQ(version, versionOf(sut));
+        last = version;
+    };
+    sut.setStateValueInt("A.X", 1);
+    changed("A.X");
+    sut.setStateValueInt("B.X", 1);
+    changed("B.X");
+    sut.setStateValueInt("A.X", 2);
+    changed("A.X");
+    {
+        const StateStore::ConsoleMark mark;
+        sut.setStateValueInt("B.X", 1);
+    }
+    changed("B.X");
+    sut.unsetStateValue("B.X");
+    EXPECT_LT(last, versionOf(sut));
+}
+
+TEST(StateStore, ReportOfTheSameValueIsNoChange) {
+    StateStore sut;
+    sut.setStateValueInt("A.X", 1);
+    const auto entry = *sut.find("A.X");
+    sut.setStateValueInt("A.X", 1);
+    EXPECT_EQ(entry.version, sut.find("A.X")->version);
+    EXPECT_LE(entry.reported, sut.find("A.X")->reported);
+    EXPECT_EQ(Lines{}, changesSince(sut, entry.version));
+    // Of another type it is another value.
+    sut.setStateValueFloat("A.X", 1);
+    EXPECT_EQ(Lines{"A.X=1"}, changesSince(sut, entry.version));
+}
+
+TEST(StateStore, ThatAValueHoldsNoLongerOrAgainIsAChange) {
+    StateStore sut;
+    fill(sut, "A", 2);
+    fill(sut, "B", 1);
+    auto version = versionOf(sut);
+    sut.driverEnded("A", "gone");
+    EXPECT_EQ((Lines{"A.0=0 stale", "A.1=1 stale"}), changesSince(sut, version));
+    version = versionOf(sut);
+    sut.driverEnded("A", "gone again");
+    EXPECT_EQ(Lines{}, changesSince(sut, version));
+    // It arrives late, with another cause than before.
+    sut.setStateValueInt("A.1", 1);
+    EXPECT_EQ(Lines{"A.1=1 stale"}, changesSince(sut, version));
+    version = versionOf(sut);
+    sut.setStateValueInt("A.1", 1);
+    EXPECT_EQ(Lines{}, changesSince(sut, version));
+    sut.driverStarted("A");
+    EXPECT_EQ(Lines{}, changesSince(sut, version));
+    sut.setStateValueInt("A.0", 0);
+    EXPECT_EQ(Lines{"A.0=0"}, changesSince(sut, version));
+}
+
+TEST(StateStore, ValueOfANewStartIsAChange) {
+    StateStore sut;
+    sut.setStateValueInt("A.X", 1);
+    const auto version = versionOf(sut);
+    sut.driverStarted("A");
+    sut.setStateValueInt("A.X", 1);
+    EXPECT_EQ(Lines{"A.X=1"}, changesSince(sut, version));
+}
+
+TEST(StateStore, ParkingChangesTheCauseOfWhatWasStaleBefore) {
+    StateStore sut;
+    fill(sut, "A", 1);
+    {
+        const StateStore::ConsoleMark mark;
+        sut.setStateValueInt("A.CONSOLE", 1);
+    }
+    sut.driverEnded("A", "signal 9");
+    const auto version = versionOf(sut);
+    sut.driverParked("A", "parked");
+    EXPECT_EQ("parked", sut.find("A.0")->staleCause);
+    EXPECT_FALSE(sut.find("A.CONSOLE")->isStale());
+    EXPECT_EQ(Lines{"A.0=0 stale"}, changesSince(sut, version));
+}
+
+TEST(StateStore, WhatIsThereNoMoreIsTold) {
+    StateStore sut(settlingIn(std::chrono::milliseconds(0)));
+    fill(sut, "A", 3);
+    const auto version = versionOf(sut);
+    sut.unsetStateValue("A.0");
+    sut.unsetStateValue("A.0");
+    EXPECT_EQ(Lines{"A.0 unset"}, changesSince(sut, version));
+    EXPECT_EQ(Lines{}, changesSince(sut, version, "B.*"));
+    EXPECT_EQ(Lines{}, changesSince(sut, versionOf(sut)));
+    // A complete answer says what there is.
+    EXPECT_EQ((Lines{"complete", "A.1=1", "A.2=2"}), changesSince(sut, 0));
+    sut.setStateValueInt("A.0", 7);
+    EXPECT_EQ(Lines{"A.0=7"}, changesSince(sut, version));
+    sut.driverEnded("A", "gone");
+    sut.driverStarted("A");
+    sut.setStateValueInt("A.1", 1);
+    sut.forgetSettled();
+    EXPECT_EQ((Lines{"A.1=1", "A.0 unset", "A.2 unset"}), changesSince(sut, version));
+}
+
+/// The store expects values in the order of the last time.
+TEST(StateStore, ValueThatWasDueNextComesAsANewOneWhenItWasForgotten) {
+    StateStore sut(settlingIn(std::chrono::milliseconds(0)));
+    fill(sut, "A", 3);
+    sut.driverEnded("A", "gone");
+    sut.driverStarted("A");
+    fill(sut, "A", 1);
+    sut.forgetSettled();
+    const auto version = versionOf(sut);
+    fill(sut, "A", 3);
+    EXPECT_EQ((Lines{"A.0", "A.1", "A.2"}), sut.keys(""));
+    EXPECT_EQ((Lines{"A.1=1", "A.2=2"}), changesSince(sut, version));
+}
+
+TEST(StateStore, UnsetValueIsForgottenWhole) {
+    StateStore sut;
+    sut.driverStarted("A");
+    sut.setStateValue("A.X", "");
+    sut.driverEnded("A", "gone");
+    sut.unsetStateValue("A.X");
+    EXPECT_FALSE(sut.find("A.X"));
+    EXPECT_TRUE(sut.keys("").empty());
+    EXPECT_EQ(0u, sut.driverEnded("A", "again"));
+    sut.driverStarted("A");
+    Recording recording;
+    sut.addListener(&recording);
+    sut.unsetStateValue("A.X");
+    sut.setStateValue("A.X", "");
+    EXPECT_EQ(Lines{"A.X="}, recording.lines);
+    EXPECT_FALSE(sut.find("A.X")->isStale());
+}
+
+TEST(StateStore, AnswerIsCompleteWhereMoreWasForgottenThanIsRemembered) {
+    StateStore sut;
+    sut.setStateValueInt("A.X", 1);
+    sut.setStateValueInt("B.X", 1);
+    const auto version = versionOf(sut);
+    constexpr int room = StateStore::s_keptUnset;
+    fill(sut, "A", room + 1);
+    for (int i = 0; i < room; ++i)
+        sut.unsetStateValue("A." + std::to_string(i));
+    EXPECT_FALSE(sut.changes("", version).isComplete);
+    EXPECT_EQ(StateStore::s_keptUnset, sut.changes("", version).unset.size());
+    const auto later = versionOf(sut);
+    sut.unsetStateValue("A." + std::to_string(room));
+    EXPECT_EQ((Lines{"complete", "A.X=1", "B.X=1"}), changesSince(sut, version));
+    EXPECT_EQ(Lines{"A." + std::to_string(room) + " unset"}, changesSince(sut, later));
+    // Of others everything is remembered.
+    EXPECT_EQ(Lines{}, changesSince(sut, version, "B.*"));
+}
+
+TEST(StateStore, KeyThatComesAndGoesIsRememberedOnce) {
+    StateStore sut;
+    sut.setStateValueInt("A.X", 1);
+    const auto version = versionOf(sut);
+    for (std::size_t i = 0; i < 2 * StateStore::s_keptUnset; ++i) {
+        sut.setStateValueInt("A.FLICKERS", 1);
+        sut.unsetStateValue("A.FLICKERS");
+    }
+    EXPECT_EQ(Lines{"A.FLICKERS unset"}, changesSince(sut, version));
+}
+
+TEST(StateStore, VersionOfAnotherHostIsAnsweredCompletely) {
+    StateStore former;
+    fill(former, "A", 100);
+    const auto version = versionOf(former);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    StateStore sut;
+    sut.setStateValueInt("B.X", 1);
+    EXPECT_EQ((Lines{"complete", "B.X=1"}), changesSince(sut, version));
+    EXPECT_EQ((Lines{"complete", "B.X=1"}), changesSince(sut, versionOf(sut) + 1));
+    // A number of JavaScript can hold it.
+    EXPECT_LT(versionOf(sut), std::uint64_t{1} << 53);
+}
+
+TEST(StateStore, WhoAsksForChangesMissesNone) {
+    constexpr int c_drivers = 4;
+    constexpr int c_rounds = 4000;
+    StateStore sut(settlingIn(std::chrono::milliseconds(0)));
+    std::atomic<int> running = c_drivers + 1;
+    std::vector<std::thread> threads;
+    for (int driver = 0; driver < c_drivers; ++driver)
+        threads.emplace_back([&, id = "D" + std::to_string(driver)] {
+            // Most keys change but once: a change that is missed is not made good by the next.
+            for (int i = 0; i < c_rounds; ++i) {
+                const std::string number = std::to_string(i);
+                sut.setStateValueInt(id + "." + number, i);
+                if (i % 3 == 0)
+                    sut.unsetStateValue(id + "." + number);
+                if (i % 50 == 0)
+                    sut.setStateValueInt("NEW" + number + "." + id, i);
+                if (i % 1000 == 499) {
+                    sut.driverEnded(id, "gone " + number);
+                    sut.driverStarted(id);
+                }
+            }
+            --running;
+        });
+    threads.emplace_back([&] {
+        const StateStore::ConsoleMark mark;
+        for (int i = 0; i < c_rounds; ++i) {
+            const std::string number = std::to_string(i);
+            sut.setStateValueInt("NEW" + number + ".CONSOLE", i);
+            sut.setStateValueInt("D" + std::to_string(i % c_drivers) + "." + number, -i);
+            if (i % 3 == 0)
+                sut.unsetStateValue("NEW" + number + ".CONSOLE");
+        }
+        --running;
+    });
+    const auto follow = [&] {
+        Mirror mirror(sut);
+        while (running > 0)
+            mirror.read();
+        mirror.read();
+        EXPECT_TRUE(mirror.isTrue());
+    };
+    threads.emplace_back(follow);
+    follow();
+    for (std::thread& thread : threads)
+        thread.join();
 }
