@@ -1,19 +1,15 @@
 #include "ParkMarks.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <sstream>
 #include <utility>
 
+#include "FileReplacement.h"
 #include "PanelNames.h"
 #include "Printable.h"
 #include "RegularFile.h"
-#include "UniqueFd.h"
 
 std::string ParkMarks::read() {
     m_driverIDs.clear();
@@ -67,21 +63,13 @@ std::string ParkMarks::set(const std::string& driverID, bool isParked) {
     return reason;
 }
 
-/// Whoever reads meanwhile, and a host that is killed, finds the marks from before or those from after.
+/// A host that is killed meanwhile, or whose machine loses its power, leaves the marks from before or those
+/// from after.
 std::string ParkMarks::write(const std::set<std::string>& driverIDs) const {
     std::string text =
         "# Drivers that are parked, an ID a line: stopDriver adds one, startDriver takes it away.\n";
     for (const std::string& driverID : driverIDs)
         text += driverID + "\n";
-    const std::string part = m_file + ".part";
-    const auto refused = [&] { return m_file + " cannot be written: " + std::strerror(errno); };
-    {
-        const base::UniqueFd file(
-            ::open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644));
-        if (!file || !base::writeAll(file.get(), text) || ::fsync(file.get()) != 0)
-            return refused();
-    }
-    if (::rename(part.c_str(), m_file.c_str()) != 0)
-        return refused();
-    return {};
+    const std::string reason = base::replaceFile(m_file, text);
+    return reason.empty() ? reason : m_file + " cannot be written: " + reason;
 }
