@@ -3,9 +3,11 @@
 #include <sys/stat.h>
 #include <tinyxml.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <set>
+#include <iterator>
+#include <tuple>
 #include <utility>
 
 #include "Printable.h"
@@ -95,9 +97,29 @@ void DescriptorCatalogue::readDocument(const TiXmlDocument& document, const std:
             return pValue ? *pValue : std::string();
         };
         const std::string name = attribute("name");
-        m_records.push_back(
-            {file, pType->Row(), name, joined(directory, name), attribute("type"), attribute("version")});
+        m_records.push_back({file, pType->Row(), name, joined(directory, name), attribute("type"),
+                             attribute("version"), attribute("description"), attribute("pdlFile"),
+                             attribute("prefix")});
     }
+}
+
+bool DescriptorCatalogue::Record::isSame(const Record& other) const {
+    return std::tie(module, type, version, description, pdlFile, prefix) ==
+           std::tie(other.module, other.type, other.version, other.description, other.pdlFile, other.prefix);
+}
+
+const DescriptorCatalogue::Record* DescriptorCatalogue::find(const std::string& type,
+                                                             const std::string& version) const {
+    const auto found = std::find_if(m_records.begin(), m_records.end(), [&](const Record& record) {
+        return record.type == type && record.version == version;
+    });
+    return found == m_records.end() ? nullptr : &*found;
+}
+
+void DescriptorCatalogue::add(const DescriptorCatalogue& other, const std::set<std::string>& files) {
+    const auto isOfThese = [&](const auto& item) { return files.contains(item.file); };
+    std::copy_if(other.m_records.begin(), other.m_records.end(), std::back_inserter(m_records), isOfThese);
+    std::copy_if(other.m_findings.begin(), other.m_findings.end(), std::back_inserter(m_findings), isOfThese);
 }
 
 std::vector<Finding> DescriptorCatalogue::findings() const {

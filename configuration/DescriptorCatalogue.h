@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,12 @@ public:
         std::string module;  ///< the path of the module file
         std::string type;
         std::string version;
+        std::string description;
+        std::string pdlFile;
+        std::string prefix;
+
+        /// Whether the module could not tell it from the other: two that differ in file and line alone.
+        bool isSame(const Record& other) const;
     };
 
     DescriptorCatalogue() = default;
@@ -26,6 +33,10 @@ public:
     explicit DescriptorCatalogue(const std::vector<std::string>& directories);
 
     const std::vector<Record>& records() const { return m_records; }
+    /// The record that is loaded for a type and version; null where no descriptor announces them.
+    const Record* find(const std::string& type, const std::string& version) const;
+    /// Appends what the other one has read of these files, as a search for them does to the module's own.
+    void add(const DescriptorCatalogue& other, const std::set<std::string>& files);
     /// What is wrong with directories and descriptors, and the modules that are missing by now.
     std::vector<Finding> findings() const;
     /// What is by now where the record's module file should be; empty for a file.

@@ -63,12 +63,13 @@ WorkplaceCopy::WorkplaceCopy()
 
 std::string WorkplaceCopy::take(const WorkplaceSnapshot& snapshot,
                                 const std::set<std::string>& unannouncedIDs,
-                                const std::string& unannouncedType) {
+                                const std::string& unannouncedType, bool hasPanelEntry) {
     int error = putBehind(m_nothing.get(), m_number.get());
     XMLVerify::setCopy(sal::Path(m_path), sal::Path(snapshot.path()), snapshot.signatureFault());
     if (error == 0 && snapshot.bytes())
-        error = putCopyBehind(withUnannounced(*snapshot.bytes(), unannouncedIDs, unannouncedType),
-                              m_number.get());
+        error =
+            putCopyBehind(withUnannounced(*snapshot.bytes(), unannouncedIDs, unannouncedType, hasPanelEntry),
+                          m_number.get());
     return error == 0 ? std::string()
                       : snapshot.path() + " cannot be handed to the module: " + std::strerror(error);
 }

@@ -20,11 +20,12 @@ public:
     const std::string& path() const { return m_path; }
 
     /// Takes the place of what was there before. The drivers that are named have the unannounced type in it,
-    /// whatever the file says of them; XMLVerify answers for the path from now on as it did for the
-    /// snapshot. Where the file could not be read the path leads to nothing, and the module says so. Returns
-    /// why no copy could be made, after which the path leads to nothing, too; empty on success.
+    /// whatever the file says of them, and the panel driver has an entry where it is to be reloaded;
+    /// XMLVerify answers for the path from now on as it did for the snapshot. Where the file could not be
+    /// read the path leads to nothing, and the module says so. Returns why no copy could be made, after which
+    /// the path leads to nothing, too; empty on success.
     std::string take(const WorkplaceSnapshot& snapshot, const std::set<std::string>& unannouncedIDs = {},
-                     const std::string& unannouncedType = {});
+                     const std::string& unannouncedType = {}, bool hasPanelEntry = false);
 
 private:
     /// A descriptor that cannot be opened by its path: what the number means while there is no copy.

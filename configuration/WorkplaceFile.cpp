@@ -11,9 +11,10 @@
 
 namespace {
 
-WorkplaceFile::Entry readEntry(const TiXmlElement& element) {
+WorkplaceFile::Entry readEntry(const TiXmlElement& element, int workplaceID) {
     WorkplaceFile::Entry entry;
     entry.line = element.Row();
+    entry.workplaceID = workplaceID;
     for (const TiXmlAttribute* pAttribute = element.FirstAttribute(); pAttribute;
          pAttribute = pAttribute->Next()) {
         const std::string name = pAttribute->Name();
@@ -112,7 +113,7 @@ void WorkplaceFile::readWorkplace(const TiXmlElement& workplace) {
             stopAt(pChild->Row(), kindOf(*pChild) + " may not stand in a workplace",
                    "no driver behind it is started");
         else if (pElement->ValueStr() == "mainframeDriver")
-            (m_isWhole ? m_entries : m_unreachedEntries).push_back(readEntry(*pElement));
+            (m_isWhole ? m_entries : m_unreachedEntries).push_back(readEntry(*pElement, id));
     }
 }
 

@@ -14,6 +14,7 @@ class WorkplaceFile {
 public:
     struct Entry {
         int line = 0;
+        int workplaceID = 0;  ///< of the workplace that it stands in
         std::string driverID;
         std::string driverType;
         std::string version;

@@ -2,6 +2,7 @@
 
 #include <tinyxml.h>
 
+#include "PanelNames.h"
 #include "XmlLoader.h"
 
 namespace {
@@ -12,6 +13,16 @@ TiXmlElement entryOf(const std::string& driverID, const std::string& type) {
     entry.SetAttribute("driverID", driverID);
     entry.SetAttribute("driverType", type);
     entry.SetAttribute("version", "1.0");
+    entry.SetAttribute("interfaceType", "direct");
+    return entry;
+}
+
+TiXmlElement panelEntry() {
+    TiXmlElement entry("mainframeDriver");
+    entry.SetAttribute("driverID", protocol::panelDriverID);
+    entry.SetAttribute("driverType", protocol::panelType);
+    entry.SetAttribute("version", protocol::panelVersion);
+    entry.SetAttribute("workingDirectory", protocol::panelDirectory);
     entry.SetAttribute("interfaceType", "direct");
     return entry;
 }
@@ -29,9 +40,9 @@ void removeEntries(TiXmlElement& workplace, const std::set<std::string>& driverI
 }  // namespace
 
 std::string withUnannounced(const std::string& bytes, const std::set<std::string>& driverIDs,
-                            const std::string& unannouncedType) {
+                            const std::string& unannouncedType, bool hasPanelEntry) {
     TiXmlDocument document;
-    if (driverIDs.empty() || !loadXml(document, bytes).text.empty())
+    if ((driverIDs.empty() && !hasPanelEntry) || !loadXml(document, bytes).text.empty())
         return bytes;
     TiXmlElement* pRoot = document.FirstChildElement();
     if (!pRoot)
@@ -41,6 +52,8 @@ std::string withUnannounced(const std::string& bytes, const std::set<std::string
         removeEntries(*pWorkplace, driverIDs);
     TiXmlElement first("workplace");
     first.SetAttribute("id", "0");
+    if (hasPanelEntry)
+        first.InsertEndChild(panelEntry());
     for (const std::string& driverID : driverIDs)
         first.InsertEndChild(entryOf(driverID, unannouncedType));
     if (TiXmlNode* pBefore = pRoot->FirstChild())

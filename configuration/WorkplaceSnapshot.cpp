@@ -5,10 +5,10 @@
 
 namespace {
 
-std::string faultOf(const std::string& path, const XmlInput& input) {
+std::string faultOf(const std::string& path, const XmlInput& input, std::string& signature) {
     if (path.empty())
         return {};
-    return input.bytes ? XMLVerify::signatureFault(sal::Path(path), *input.bytes)
+    return input.bytes ? XMLVerify::signatureFault(sal::Path(path), *input.bytes, signature)
                        : "the file cannot be read: " + input.error;
 }
 
@@ -17,7 +17,7 @@ std::string faultOf(const std::string& path, const XmlInput& input) {
 WorkplaceSnapshot::WorkplaceSnapshot(const std::string& path)
     : m_path(path),
       m_input(path.empty() ? XmlInput() : XmlInput::read(path)),
-      m_signatureFault(faultOf(path, m_input)),
+      m_signatureFault(faultOf(path, m_input, m_signature)),
       m_file(m_input.finding ? std::string() : path, m_input) {}
 
 std::string WorkplaceSnapshot::refusal(bool isSignatureRequired) const {

@@ -22,6 +22,8 @@ public:
     const std::optional<Finding>& finding() const { return m_input.finding; }
     /// What is wrong with the signature, as XMLVerify puts it; empty when it is right.
     const std::string& signatureFault() const { return m_signatureFault; }
+    /// What was read of the signature; empty where there is none or it cannot be used.
+    const std::string& signature() const { return m_signature; }
     /// The entries. Those of a file that is kept from the library are none, and its path is empty.
     const WorkplaceFile& file() const { return m_file; }
 
@@ -31,6 +33,7 @@ public:
 private:
     std::string m_path;
     XmlInput m_input;
+    std::string m_signature;
     std::string m_signatureFault;
     WorkplaceFile m_file;
 };

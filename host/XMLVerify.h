@@ -20,6 +20,9 @@ public:
     /// The same for content that the caller has read from the file: the file itself is not opened, and its
     /// signature is read once.
     static std::string signatureFault(const sal::Path& file, const std::string& content);
+    /// The same, and what was read of the signature: empty where there is none or it cannot be used.
+    static std::string signatureFault(const sal::Path& file, const std::string& content,
+                                      std::string& signature);
 
     /// For a program that hands verified content on in a file of its own: verifySignature of that copy opens
     /// nothing from now on. It answers for the content's own file, with this fault (as signatureFault gave

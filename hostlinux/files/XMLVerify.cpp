@@ -234,10 +234,11 @@ std::string misfit(const std::string& path, const std::string& content, const st
     return "the signature " + signaturePath + " is wrong: it was damaged, or was made for another file";
 }
 
-/// Empty when the signature is right for the content, else what is wrong.
-std::string verify(const std::string& path, const std::string& content) {
+/// Empty when the signature is right for the content, else what is wrong. What was read of it is in read.
+std::string verify(const std::string& path, const std::string& content, std::string& read) {
     const std::string signaturePath = path + s_signatureEnd;
     const auto signature = base::RegularFile::read(signaturePath, s_signatureSize);
+    read = signature.bytes;
     if (!signature && ::access(signaturePath.c_str(), F_OK) != 0 && errno == ENOENT)
         return "it is not signed, there is no " + signaturePath;
     if (!signature)
@@ -295,12 +296,17 @@ bool XMLVerify::verifySignature(const sal::Path& file) {
 
 std::string XMLVerify::signatureFault(const sal::Path& file) {
     const auto content = base::RegularFile::read(file.getPathString());
-    return content ? verify(file.getPathString(), content.bytes)
-                   : "the file cannot be read: " + content.reason;
+    return content ? signatureFault(file, content.bytes) : "the file cannot be read: " + content.reason;
 }
 
 std::string XMLVerify::signatureFault(const sal::Path& file, const std::string& content) {
-    return verify(file.getPathString(), content);
+    std::string signature;
+    return signatureFault(file, content, signature);
+}
+
+std::string XMLVerify::signatureFault(const sal::Path& file, const std::string& content,
+                                      std::string& signature) {
+    return verify(file.getPathString(), content, signature);
 }
 
 void XMLVerify::setCopy(const sal::Path& copy, const sal::Path& file, const std::string& fault) {

@@ -187,3 +187,22 @@ TEST(WorkplaceRewriting, ValuesOfEveryKindComeThrough) {
         ASSERT_FALSE(testing::Test::HasFailure()) << text;
     }
 }
+
+TEST(WorkplaceRewriting, PanelHasAnEntryWhereItIsAskedFor) {
+    const std::string bytes = workplace(entry("A") + entry("B"));
+    EXPECT_EQ(bytes, withUnannounced(bytes, {}, "(none)"));
+    const WorkplaceFile sut = parsed(withUnannounced(bytes, {"A"}, "(none)", true));
+    EXPECT_TRUE(sut.isWhole());
+    ASSERT_EQ(3u, sut.entries().size());
+    const WorkplaceFile::Entry& panel = sut.entries()[0];
+    EXPECT_EQ("PANEL", panel.driverID);
+    EXPECT_TRUE(panel.beginsWithDriverID);
+    EXPECT_EQ("Panel", panel.driverType);
+    EXPECT_EQ("1.0", panel.version);
+    EXPECT_EQ("data/PANEL", panel.workingDirectory);
+    EXPECT_EQ(EInterfaceTypes::Direct, panel.interfaceType);
+    EXPECT_EQ("A", sut.entries()[1].driverID);
+    EXPECT_EQ("(none)", sut.entries()[1].driverType);
+    EXPECT_EQ("B", sut.entries()[2].driverID);
+    EXPECT_EQ(3u, parsed(withUnannounced(bytes, {}, "(none)", true)).entries().size());
+}

@@ -32,6 +32,7 @@ TEST_F(WorkplaceSnapshotTest, ReadsFileAndSignatureOnce) {
     EXPECT_EQ(1, watch.opened("w.xml"));
     EXPECT_EQ(1, watch.opened("w.xml.sig"));
     EXPECT_EQ(g_text, sut.bytes());
+    EXPECT_EQ(std::string(64, 's'), sut.signature());
     EXPECT_EQ("no trust directory is set", sut.signatureFault());
     ASSERT_EQ(1u, sut.file().entries().size());
     EXPECT_EQ("A", sut.file().entries()[0].driverID);

@@ -189,6 +189,17 @@ TEST_F(XMLVerify, ContentIsJudgedWhateverTheFileHoldsByNow) {
     EXPECT_EQ("", ::XMLVerify::signatureFault(path, "<workplace/>"));
 }
 
+TEST_F(XMLVerify, SignatureIsGivenAsItWasRead) {
+    const sal::Path path(directory.path("workplace.xml"));
+    std::string signature = "from before";
+    EXPECT_EQ("", ::XMLVerify::signatureFault(path, "<workplace/>", signature));
+    EXPECT_EQ(directory.read("workplace.xml.sig"), signature);
+    EXPECT_EQ(64u, signature.size());
+    fs::remove(directory.path("workplace.xml.sig"));
+    EXPECT_NE("", ::XMLVerify::signatureFault(path, "<workplace/>", signature));
+    EXPECT_EQ("", signature);
+}
+
 TEST_F(XMLVerify, CopyAnswersAsItsContentDidAndNamesTheFile) {
     const sal::Path copy(directory.path("copy.xml"));
     ::XMLVerify::setCopy(copy, sal::Path(directory.path("workplace.xml")), "");

@@ -14,6 +14,10 @@ std::string XMLVerify::signatureFault(const sal::Path& file, const std::string&)
     return signatureFault(file);
 }
 
+std::string XMLVerify::signatureFault(const sal::Path& file, const std::string&, std::string&) {
+    return signatureFault(file);
+}
+
 void XMLVerify::setCopy(const sal::Path& copy, const sal::Path& file, const std::string&) {
     fakehost::Journal::instance().perform("copy " + file.getPathString() + " " + copy.getPathString());
 }
