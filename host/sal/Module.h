@@ -33,6 +33,8 @@ public:
         virtual void callEnded(const std::string& driverID, const char* operation) = 0;
         /// The driver's object is gone.
         virtual void driverDeleted(const std::string& driverID) = 0;
+        /// A module was not loaded: its path as the loader was given it, and why, in the loader's own words.
+        virtual void loadFailed(const std::string& /*path*/, const std::string& /*reason*/) {}
     };
     /// Null takes the observer out. Set at start, taken out when no other thread loads or deletes modules.
     static void setObserver(Observer* pObserver);

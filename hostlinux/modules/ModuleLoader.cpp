@@ -9,6 +9,7 @@
 #include "LogLine.h"
 #include "ModuleImpl.h"
 #include "ModuleTrial.h"
+#include "ObservedCall.h"
 #include "sal/DriverModule.h"
 #include "sal/LogOutput.h"
 
@@ -63,6 +64,7 @@ Module* ModuleLoader::load(ELoadOption option, const std::string& fileName) {
         pDriver = makeDriver(library, error);
     if (!pDriver) {
         logLine("MODULE", LogOutput::eError, "cannot load the driver module " + path + ": " + error);
+        ObservedCall::loadFailed(fileName, error);
         return nullptr;
     }
     return new Module(std::make_unique<Module::Impl>(path, std::move(library), std::move(pDriver)));

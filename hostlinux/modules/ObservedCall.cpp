@@ -31,4 +31,9 @@ void ObservedCall::driverDeleted(const std::string& driverID) {
         pObserver->driverDeleted(driverID);
 }
 
+void ObservedCall::loadFailed(const std::string& path, const std::string& reason) {
+    if (Module::Observer* pObserver = s_pObserver.load())
+        pObserver->loadFailed(path, reason);
+}
+
 }  // namespace sal

@@ -17,6 +17,7 @@ public:
     static void setObserver(Module::Observer* pObserver);
     /// Does nothing for the empty ID.
     static void driverDeleted(const std::string& driverID);
+    static void loadFailed(const std::string& path, const std::string& reason);
 
 private:
     const std::string m_driverID;

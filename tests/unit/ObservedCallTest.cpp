@@ -14,6 +14,7 @@ public:
     MOCK_METHOD(void, callBegins, (const std::string& driverID, const char* operation), (override));
     MOCK_METHOD(void, callEnded, (const std::string& driverID, const char* operation), (override));
     MOCK_METHOD(void, driverDeleted, (const std::string& driverID), (override));
+    MOCK_METHOD(void, loadFailed, (const std::string& path, const std::string& reason), (override));
 };
 
 class ObservedCall : public testing::Test {
@@ -39,6 +40,13 @@ TEST_F(ObservedCall, TellsNothingOfADriverWithoutID) {
 TEST_F(ObservedCall, TellsTheEndOfTheDriver) {
     EXPECT_CALL(observer, driverDeleted("AXIS1"));
     sal::ObservedCall::driverDeleted("AXIS1");
+}
+
+TEST_F(ObservedCall, TellsOfAModuleThatIsNotLoaded) {
+    EXPECT_CALL(observer, loadFailed("/drivers/a.so", "file too short"));
+    sal::ObservedCall::loadFailed("/drivers/a.so", "file too short");
+    sal::ObservedCall::setObserver(nullptr);
+    sal::ObservedCall::loadFailed("/drivers/a.so", "file too short");
 }
 
 TEST_F(ObservedCall, ObserverThatLeftIsNotTold) {
