@@ -33,6 +33,7 @@ namespace {
 constexpr std::chrono::milliseconds s_lastWords{300};
 /// In the working directory, which a start leaves as it is.
 constexpr const char* s_parkMarks = "mfhost.parked";
+constexpr const char* s_history = "mfhost.history";
 
 std::string signalName(int signal) {
     return std::string("SIG") + ::sigabbrev_np(signal);
@@ -69,12 +70,14 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
       m_workplace({.file = m_options.config,
                    .driverDirectories = m_options.driverDirectories,
                    .parkMarks = std::filesystem::absolute(s_parkMarks),
+                   .history = std::filesystem::absolute(s_history),
                    .isSignatureRequired = m_options.requireSignature,
                    .startsProcesses = m_options.startDriverProcesses,
                    .queuePatience = m_options.stopTimeout},
                   m_drivers, m_supervisor,
                   {.concerns = [this](const std::string& driverID) { m_commands.setDriver(driverID); },
-                   .tellPanel = [this] { tellPanel(); }}),
+                   .tellPanel = [this] { tellPanel(); },
+                   .loadFault = [this](const auto& path) { return m_driverCalls.takeLoadFault(path); }}),
       m_shell({.commands = m_commands,
                .store = m_store,
                .drivers = m_drivers,
@@ -132,6 +135,10 @@ int Host::run() {
     });
     bool isAsked = false;
     while (const int signal = m_signals.wait()) {
+        if (signal == SIGHUP && !m_signals.isTerminalGone()) {
+            postApply();
+            continue;
+        }
         if (isAsked) {
             hostLog(sal::LogOutput::eWarning)
                 << signalName(signal) << " again: the host ends at once" << std::endl;
@@ -198,6 +205,22 @@ void Host::tellPanel() {
     m_pManager->onMfDriversStarted();
     if (m_pNews)
         m_pNews->panelStarted(m_drivers.drivers());
+}
+
+void Host::postApply() {
+    // One that has not begun will find what this one is about.
+    if (m_isApplyPosted.exchange(true))
+        return;
+    const bool isPosted = m_commands.post("apply by signal", [this] {
+        m_isApplyPosted = false;
+        m_workplace.apply({}, "signal");
+    });
+    if (isPosted)
+        return;
+    m_isApplyPosted = false;
+    hostLog(sal::LogOutput::eWarning)
+        << "apply by signal is refused, nothing is changed: the host is stopping or has too much to do"
+        << std::endl;
 }
 
 void Host::requestShutdown(const std::string& reason, int exitCode) {

@@ -46,6 +46,8 @@ private:
     bool startManager();
     void tellPanel();
 
+    /// Has the files taken over that have changed.
+    void postApply();
     void requestShutdown(const std::string& reason, int exitCode);
     void shutDown();
     /// Once no driver process is left.
@@ -71,4 +73,5 @@ private:
 
     std::unique_ptr<MfDriverManager> m_pManager;  ///< the command thread's
     std::atomic<int> m_exitCode = 0;
+    std::atomic<bool> m_isApplyPosted = false;  ///< and has not begun
 };

@@ -30,8 +30,10 @@ int StopSignals::wait() {
         if (::poll(watched, 2, -1) <= 0)
             continue;
         signalfd_siginfo info{};
-        if (watched[0].revents && ::read(m_signals.get(), &info, sizeof info) == sizeof info)
+        if (watched[0].revents && ::read(m_signals.get(), &info, sizeof info) == sizeof info) {
+            m_isTerminalGone = info.ssi_signo == SIGHUP && info.ssi_code == SI_KERNEL;
             return static_cast<int>(info.ssi_signo);
+        }
         if (watched[1].revents)
             return 0;
     }

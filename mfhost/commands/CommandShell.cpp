@@ -37,10 +37,21 @@ CommandShell::CommandShell(Context context)
            .lookForEnds = m_context.lookForEnds,
            .park = [this](const auto& driverID) { return m_context.workplace.park(driverID); },
            .unpark = [this](const auto& driverID) { return m_context.workplace.unpark(driverID); }}),
+      m_planCommands(
+          {.reply = [this]() -> std::ostream& { return *m_pReply; },
+           .who = [this] { return std::string(m_origin == EOrigin::Driver ? "a driver" : "console"); },
+           .plan = [this] { return m_context.workplace.plan(); },
+           .apply = [this](const auto& plan,
+                           const auto& who) { return m_context.workplace.apply(plan, who); },
+           .undo = [this](unsigned number, const auto& who) { return m_context.workplace.undo(number, who); },
+           .history = [this] { return m_context.workplace.history(); },
+           .state = [this](unsigned number,
+                           auto& error) { return m_context.workplace.historyState(number, error); }}),
       m_completion(m_context.drivers, m_context.store) {}
 
 void CommandShell::begin() {
     m_hostCommands.registerCommands();
+    m_planCommands.registerCommands();
     m_completion.begin(m_processor.names());
 }
 
@@ -97,6 +108,7 @@ void CommandShell::execute(const std::string& line, EOrigin origin) {
     std::ostringstream driverReply;
     std::ostream& reply = origin == EOrigin::Console ? std::cout : driverReply;
     m_pReply = &reply;
+    m_origin = origin;
     executeChecked(line, reply);
     m_pReply = nullptr;
     reply << std::flush;

@@ -11,6 +11,7 @@
 #include "Completion.h"
 #include "DriverTable.h"
 #include "HostCommands.h"
+#include "PlanCommands.h"
 #include "StateStore.h"
 #include "Workplace.h"
 #include "sal/CmdProcessor.h"
@@ -69,8 +70,10 @@ private:
 
     const Context m_context;
     sal::CmdProcessor m_processor;
-    std::ostream* m_pReply = nullptr;  ///< of the running command
+    std::ostream* m_pReply = nullptr;     ///< of the running command
+    EOrigin m_origin = EOrigin::Console;  ///< of the running command
     HostCommands m_hostCommands;
+    PlanCommands m_planCommands;
     Completion m_completion;
     std::optional<std::chrono::steady_clock::time_point> m_outputLost;  ///< when it was last said
     std::atomic<bool> m_isOpen = false;

@@ -89,7 +89,8 @@ std::string perSecond(double rate) {
 
 /// To and from a driver process.
 std::string trafficText(const DriverTable::Driver& driver) {
-    return driver.pid > 0 ? perSecond(driver.receivedPerSecond) + "/" + perSecond(driver.sentPerSecond) : "-";
+    return driver.shownPid() > 0 ? perSecond(driver.receivedPerSecond) + "/" + perSecond(driver.sentPerSecond)
+                                 : "-";
 }
 
 std::string depthText(const DriverTable::Driver& driver,
@@ -191,10 +192,11 @@ bool HostCommands::drivers(sal::CmdParameters&) {
     }
     for (const DriverTable::Driver& driver : m_context.drivers.drivers())
         table.addRow({driver.id, driver.type, driver.version, modeText(driver.interfaceType),
-                      driver.pid > 0 ? std::to_string(driver.pid) : "-", statusText(driver, queues),
-                      hasTime(driver) ? timeText(driver.since) : "-", std::to_string(driver.restarts),
-                      driver.cause.empty() ? "-" : driver.cause, nextTryText(driver, now),
-                      trafficText(driver), depthText(driver, queues), std::to_string(lost[driver.id])});
+                      driver.shownPid() > 0 ? std::to_string(driver.shownPid()) : "-",
+                      statusText(driver, queues), hasTime(driver) ? timeText(driver.since) : "-",
+                      std::to_string(driver.restarts), driver.cause.empty() ? "-" : driver.cause,
+                      nextTryText(driver, now), trafficText(driver), depthText(driver, queues),
+                      std::to_string(lost[driver.id])});
     table.print(m_context.reply());
     return true;
 }

@@ -1,5 +1,7 @@
 #include "DriverCallWatch.h"
 
+#include <utility>
+
 void DriverCallWatch::callBegins(const std::string& driverID, const char* operation) {
     // What it has changed while it was made.
     m_surroundings.restore(driverID + " or another driver");
@@ -14,4 +16,12 @@ void DriverCallWatch::callEnded(const std::string& driverID, const char* operati
 void DriverCallWatch::driverDeleted(const std::string& driverID) {
     m_drivers.driverDeleted(driverID);
     m_surroundings.restore(driverID + ": its destructor");
+}
+
+void DriverCallWatch::loadFailed(const std::string& path, const std::string& reason) {
+    m_loadFaults[path] = reason;
+}
+
+std::string DriverCallWatch::takeLoadFault(const std::string& path) {
+    return std::exchange(m_loadFaults[path], {});
 }

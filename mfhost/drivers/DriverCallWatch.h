@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "DriverTable.h"
@@ -17,8 +18,13 @@ public:
     void callBegins(const std::string& driverID, const char* operation) override;
     void callEnded(const std::string& driverID, const char* operation) override;
     void driverDeleted(const std::string& driverID) override;
+    void loadFailed(const std::string& path, const std::string& reason) override;
+
+    /// Why the module of that path was not loaded; empty where it was. Forgotten by asking.
+    std::string takeLoadFault(const std::string& path);
 
 private:
     DriverTable& m_drivers;
     Surroundings& m_surroundings;
+    std::map<std::string, std::string> m_loadFaults;
 };

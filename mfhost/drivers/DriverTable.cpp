@@ -76,6 +76,7 @@ void DriverTable::beginStart(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
     Row& started = row(driverID);
     started.plan.reset();
+    started.isLeaving = false;
     started.isRestart = false;
     started.saidCause.clear();
     take(started, started.isAlive ? EDriverEvent::ReloadBegins : EDriverEvent::StartBegins);
@@ -91,9 +92,12 @@ bool DriverTable::beginRestart(const std::string& driverID) {
     return take(found->second, EDriverEvent::RestartBegins);
 }
 
-void DriverTable::endStart(const std::string& driverID) {
+void DriverTable::endStart(const std::string& driverID, const std::string& cause) {
     const std::lock_guard lock(m_mutex);
-    startIsOver(row(driverID));
+    Row& started = row(driverID);
+    if (!started.isAlive && !cause.empty())
+        started.cause = cause;
+    startIsOver(started);
 }
 
 void DriverTable::startIsOver(Row& row) {
@@ -155,6 +159,21 @@ void DriverTable::endParking(const std::string& driverID) {
     parked.since = std::chrono::system_clock::now();
     take(parked, EDriverEvent::ParkIsOver);
     m_store.driverParked(driverID, parked.parkCause);
+}
+
+void DriverTable::forget(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    Row* pLeft = known(driverID);
+    if (!pLeft || pLeft->state != EDriverState::Parked)
+        return;
+    pLeft->isLeaving = true;
+    eraseIfGone(driverID);
+}
+
+void DriverTable::eraseIfGone(const std::string& driverID) {
+    const Row* pLeft = known(driverID);
+    if (pLeft && pLeft->isLeaving && !pLeft->isAlive)
+        m_rows.erase(driverID);
 }
 
 /// What is planned next for a driver that runs no more; nothing where none is ever started again.
@@ -222,6 +241,7 @@ std::optional<DriverTable::End> DriverTable::processEnded(const std::string& dri
         end.next = plan(*pEnded, ran, true);
     end.staleValues = instanceEnds(
         *pEnded, end.next.delay ? EDriverEvent::InstanceEndsEarly : EDriverEvent::InstanceEnds, cause);
+    eraseIfGone(driverID);
     return end;
 }
 
@@ -264,6 +284,7 @@ void DriverTable::driverDeleted(const std::string& driverID) {
     Row* pDeleted = known(driverID);
     if (pDeleted && pDeleted->isAlive && pDeleted->pid == 0)
         instanceEnds(*pDeleted, EDriverEvent::InstanceEnds, "unloaded");
+    eraseIfGone(driverID);
 }
 
 std::vector<std::string> DriverTable::takeDue(Clock::time_point now) {

@@ -44,6 +44,9 @@ public:
         /// Messages to and from a driver process in a second, lately.
         double receivedPerSecond = 0;
         double sentPerSecond = 0;
+
+        /// The process to show: a driver that is parked has none, whatever its last one was.
+        int shownPid() const { return isAlive || state != EDriverState::Parked ? pid : 0; }
     };
 
     /// A call into an in-process driver that has not come back.
@@ -86,12 +89,13 @@ public:
     void configure(const std::vector<WorkplaceFile::Entry>& entries, bool isWhole);
 
     /// A start or reload by a command begins: what was planned for the driver is off, and the tries count
-    /// from the beginning. Command thread, as all to endParking.
+    /// from the beginning. Command thread, as all to forget.
     void beginStart(const std::string& driverID);
     /// The start of a driver that was due begins; false where a command has overtaken it.
     bool beginRestart(const std::string& driverID);
-    /// The start of a driver that needs no process is over.
-    void endStart(const std::string& driverID);
+    /// The start of a driver that needs no process is over. Where it does not run, the cause is why, unless
+    /// it is empty.
+    void endStart(const std::string& driverID, const std::string& cause = {});
     /// The start of a driver that is to run in a process is over. Where no process came, the next try is
     /// planned; a start that was not even tried counts towards no limit. Nothing where one came, even if it
     /// has ended since.
@@ -103,6 +107,9 @@ public:
     /// The driver is being unloaded, and not to run until a start begins. The cause is what its values say.
     void beginParking(const std::string& driverID, const std::string& cause);
     void endParking(const std::string& driverID);
+    /// The driver is parked and has left the workplace: nothing is known of it any more as soon as no
+    /// instance of it is there.
+    void forget(const std::string& driverID);
 
     /// Whether the host has started it by itself, after it had ended.
     bool processStarted(const std::string& driverID, int pid, bool isByHand = false);
@@ -141,6 +148,7 @@ private:
         bool isRestart = false;  ///< the start that is under way is one by the host itself
         std::string saidCause;   ///< why no process runs, as it was said last
         std::string parkCause;   ///< of the last parking
+        bool isLeaving = false;  ///< it is to be forgotten
 
         explicit Row(const RestartPlan::Settings& settings) : plan(settings) {}
     };
@@ -151,6 +159,7 @@ private:
     static bool mayHappen(const Row& row, EDriverEvent event);
     bool take(Row& row, EDriverEvent event);
     void startIsOver(Row& row);
+    void eraseIfGone(const std::string& driverID);
     bool instanceBegins(Row& row, int pid, bool isByHand);
     std::size_t instanceEnds(Row& row, EDriverEvent event, const std::string& cause);
     Next plan(Row& row, RestartPlan::Duration ran, bool isTried);

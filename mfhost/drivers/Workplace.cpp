@@ -1,44 +1,18 @@
 #include "Workplace.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <map>
-#include <set>
-#include <stdexcept>
+#include <exception>
 #include <utility>
 
 #include "HostLog.h"
 #include "IMDMConfiguration.h"
-#include "Needed.h"
 #include "PanelNames.h"
 #include "ProcessSupervisor.h"
-#include "UniqueFd.h"
+#include "StartFault.h"
+#include "WorkplaceRestoring.h"
 #include "WorkplaceSnapshot.h"
-#include "sal/Directory.h"
 
 namespace {
-
-/// A scan changes the working directory of the process, and may fail to change it back.
-class WorkingDirectory {
-public:
-    WorkingDirectory()
-        : m_fd(base::neededDescriptor(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC),
-                                      "the working directory")) {}
-
-    void enter() const {
-        if (::fchdir(m_fd.get()) != 0)
-            throw std::runtime_error(std::string("the working directory cannot be entered again: ") +
-                                     std::strerror(errno));
-    }
-
-private:
-    const base::UniqueFd m_fd;
-};
 
 /// While one lives, the command thread is concerned with the driver.
 class Concern {
@@ -56,6 +30,7 @@ private:
 };
 
 constexpr const char* s_parkCause = "parked at the console";
+constexpr const char* s_removeCause = "removed";
 constexpr const char* s_stopping = "the host is stopping";
 
 }  // namespace
@@ -67,6 +42,15 @@ Workplace::Workplace(Settings settings, DriverTable& drivers, ProcessSupervisor&
       m_supervisor(supervisor),
       m_environment(std::move(environment)),
       m_admission(m_settings.driverDirectories),
+      m_search(m_settings.driverDirectories),
+      m_changes(
+          {m_settings.file, m_settings.driverDirectories, m_settings.isSignatureRequired}, m_settings.history,
+          {.isReady = [this] { return m_pModule != nullptr; },
+           .running = [this] { return running(); },
+           .hand = [this](const auto& draft, const auto& leavingIDs,
+                          bool hasPanel) { return handToModule(draft.pWorkplace, leavingIDs, hasPanel); },
+           .change = [this](const auto& draft, const auto& one) { return change(draft, one); },
+           .end = [this](const auto& draft) { configure(draft.pWorkplace->file()); }}),
       m_queueTrial(m_settings.queuePatience),
       m_parked(m_settings.parkMarks) {}
 
@@ -75,6 +59,7 @@ Workplace::~Workplace() = default;
 bool Workplace::prepareStart() {
     if (const std::string reason = m_parked.read(); !reason.empty())
         hostLog(sal::LogOutput::eWarning) << reason << std::endl;
+    m_changes.readHistory();
     auto pWorkplace = std::make_shared<const WorkplaceSnapshot>(m_settings.file);
     std::string reason = pWorkplace->refusal(m_settings.isSignatureRequired);
     if (reason.empty() && !m_admission.acceptsStart(pWorkplace->file()))
@@ -88,12 +73,15 @@ bool Workplace::prepareStart() {
 
 bool Workplace::start(IMDMConfiguration& module) {
     m_pModule = &module;
-    searchDrivers(module);
+    m_search.searchAll(module, m_admission.catalogue());
     configure(m_pHanded->file());
+    const Draft draft = WorkplacePlanner::look(m_pHanded, m_admission.catalogue(), m_admission.catalogue());
     std::vector<std::string> processDrivers;
     for (const DriverTable::Driver& driver : m_drivers.drivers()) {
         if (driver.state == EDriverState::Parked)
             continue;
+        if (const auto source = draft.sources.find(driver.id); source != draft.sources.end())
+            m_sources.insert(*source);
         m_drivers.beginStart(driver.id);
         if (isProcessDriver(driver))
             processDrivers.push_back(driver.id);
@@ -109,15 +97,62 @@ bool Workplace::start(IMDMConfiguration& module) {
     }
     for (const DriverTable::Driver& driver : m_drivers.drivers())
         endStart(driver.id, queueFaults[driver.id]);
-    if (hasPanel && !isComplete)
-        hostLog(sal::LogOutput::eWarning)
-            << "not every driver of " << m_settings.file << " was started; those that run go on" << std::endl;
+    const std::string outcome = sumUpStart();
     // Where no descriptor announces it the check has said so.
     if (!hasPanel && isDescribed(protocol::panelType, protocol::panelVersion))
         hostLog(sal::LogOutput::eWarning)
             << "PANEL: the panel driver does not start; the workplace runs without a panel driver"
             << std::endl;
+    m_changes.keep(draft, "start", outcome);
     return true;
+}
+
+/// How many drivers of the file run; with a line, and the causes, where not all of them do.
+std::string Workplace::sumUpStart() {
+    const WorkplaceFile& file = m_pHanded->file();
+    std::set<std::string> wanted;
+    std::string causes;
+    std::size_t running = 0;
+    const auto look = [&](const WorkplaceFile::Entry& entry, bool isReached) {
+        if (isParked(entry.driverID) || !wanted.insert(entry.driverID).second)
+            return;
+        if (isUp(entry.driverID))
+            ++running;
+        else
+            causes += "; " + entry.driverID + ": " + (isReached ? causeOf(entry.driverID) : file.obstacle());
+    };
+    for (const WorkplaceFile::Entry& entry : file.entries())
+        look(entry, true);
+    for (const WorkplaceFile::Entry& entry : file.unreachedEntries())
+        look(entry, false);
+    std::string outcome = std::to_string(running) + " of " + std::to_string(wanted.size()) +
+                          (wanted.size() == 1 ? " driver runs" : " drivers run");
+    if (running < wanted.size())
+        hostLog(sal::LogOutput::eWarning) << outcome << causes << std::endl;
+    return outcome;
+}
+
+/// Why it does not run, in words for the end of a line.
+std::string Workplace::causeOf(const std::string& driverID) const {
+    const auto source = m_sources.find(driverID);
+    if (source != m_sources.end()) {
+        if (std::string fault = startFault(source->second.entry, m_admission.catalogue()); !fault.empty())
+            return fault;
+        if (m_environment.loadFault) {
+            if (std::string fault = m_environment.loadFault(source->second.module.path); !fault.empty())
+                return fault;
+        }
+    }
+    const auto driver = m_drivers.find(driverID);
+    return driver && !driver->cause.empty() ? driver->cause : "it was not loaded";
+}
+
+/// Whether the driver runs, or waits for a process that is started by hand.
+bool Workplace::isUp(const std::string& driverID) const {
+    const auto driver = m_drivers.find(driverID);
+    return driver && (driver->state == EDriverState::Running ||
+                      (!m_settings.startsProcesses && driver->interfaceType == EInterfaceTypes::Queue &&
+                       isDescribed(driver->type, driver->version)));
 }
 
 /// Takes over what the file says, and that those with a mark are parked that the host has not loaded, whether
@@ -136,45 +171,14 @@ void Workplace::configure(const WorkplaceFile& file) {
     }
 }
 
-void Workplace::searchDrivers(IMDMConfiguration& module) {
-    const WorkingDirectory workingDirectory;
-    std::set<std::pair<dev_t, ino_t>> searched;
-    for (const std::string& directory : m_settings.driverDirectories) {
-        // The admission has said where there is none, and where there is something else.
-        struct stat status {};
-        const bool isTold = ::stat(directory.c_str(), &status) == 0;
-        if (!isTold && errno != ENOENT)
-            hostLog(sal::LogOutput::eWarning) << directory << " cannot be searched: " << std::strerror(errno)
-                                              << "; no drivers are found there" << std::endl;
-        if (!isTold || !S_ISDIR(status.st_mode) || !searched.emplace(status.st_dev, status.st_ino).second)
-            continue;
-        searchDirectory(module, directory);
-        workingDirectory.enter();
-    }
-}
-
-void Workplace::searchDirectory(IMDMConfiguration& module, const std::string& directory) {
-    module.searchMfDriver(directory);
-    const auto& records = m_admission.catalogue().records();
-    const bool isOneRead = std::any_of(records.begin(), records.end(), [&](const auto& record) {
-        return record.file.starts_with(directory);
-    });
-    // The module leaves out without a word what it cannot enter.
-    if (!isOneRead &&
-        !sal::Directory(sal::Path(directory)).getFileList("xml", sal::Directory::eSortByName).empty())
-        hostLog(sal::LogOutput::eWarning)
-            << directory << ": none of its descriptors could be read; no drivers are found there"
-            << std::endl;
-}
-
 /// From now on the module reads this; why it cannot, or empty.
 std::string Workplace::handToModule(std::shared_ptr<const WorkplaceSnapshot> pWorkplace,
-                                    const std::string& leavingID) {
+                                    const std::set<std::string>& leavingIDs, bool hasPanelEntry) {
     std::string reason;
     if (!pWorkplace->path().empty()) {
         if (!m_pCopy)
             m_pCopy = std::make_unique<WorkplaceCopy>();
-        reason = m_pCopy->take(*pWorkplace, unannounced(leavingID), unannouncedType());
+        reason = m_pCopy->take(*pWorkplace, unannounced(leavingIDs), unannouncedType(), hasPanelEntry);
         // Only then the module has something to say of the file, and it knows the copy alone.
         const bool isNamed = !pWorkplace->file().isWhole() || !pWorkplace->signatureFault().empty();
         if (reason.empty() && isNamed && !std::exchange(m_isCopyNamed, true))
@@ -191,13 +195,13 @@ bool Workplace::isParked(const std::string& driverID) const {
     return driver && (driver->state == EDriverState::Parking || driver->state == EDriverState::Parked);
 }
 
-/// Whom the module is to load nothing for: the one that is leaving, and those with a mark. One of these may
+/// Whom the module is to load nothing for: those that are leaving, and those with a mark. One of these may
 /// run: its mark could not be read when the host was started.
-std::set<std::string> Workplace::unannounced(const std::string& leavingID) const {
-    std::set<std::string> driverIDs;
+std::set<std::string> Workplace::unannounced(const std::set<std::string>& leavingIDs) const {
+    std::set<std::string> driverIDs = leavingIDs;
     for (const std::string& driverID : m_parked.driverIDs()) {
         const auto driver = m_drivers.find(driverID);
-        if (driverID == leavingID || !driver || !driver->isAlive || isParked(driverID))
+        if (!driver || !driver->isAlive || isParked(driverID))
             driverIDs.insert(driverID);
     }
     return driverIDs;
@@ -241,11 +245,13 @@ std::string Workplace::refusal(const WorkplaceSnapshot& workplace, const std::st
 void Workplace::loadAnew(const WorkplaceSnapshot& workplace, const std::string& driverID,
                          const std::function<void()>& reloadByModule) {
     m_supervisor.noteAttached();
+    DriverSource source = sourceOf(workplace, driverID);
     m_drivers.beginStart(driverID);
     {
         const Concern concern(m_environment, driverID);
         reloadByModule();
     }
+    m_sources.insert_or_assign(driverID, std::move(source));
     configure(workplace.file());
     endStart(driverID);
     // The old panel's macro system is gone with it.
@@ -300,10 +306,12 @@ std::string Workplace::tryRestart(const std::string& driverID) {
     if (!reason.empty())
         return reason;
     m_drivers.addRestart(driverID);
+    DriverSource source = sourceOf(*pWorkplace, driverID);
     {
         const Concern concern(m_environment, driverID);
         m_pModule->reloadMfDriver(driverID);
     }
+    m_sources.insert_or_assign(driverID, std::move(source));
     configure(file);
     endStart(driverID);
     if (driverID == protocol::panelDriverID)
@@ -328,30 +336,50 @@ std::string Workplace::park(const std::string& driverID) {
     std::string reason = m_parked.set(driverID, true);
     if (!reason.empty())
         return reason;
-    reason = handToModule(m_pHanded, driverID);
+    reason = handToModule(m_pHanded, {driverID});
+    if (reason.empty())
+        reason = unload(driverID, s_parkCause);
     if (!reason.empty()) {
         static_cast<void>(m_parked.set(driverID, false));
         return reason;
     }
-    m_supervisor.noteAttached();
-    m_drivers.beginParking(driverID, s_parkCause);
-    bool isHandled = false;
-    {
-        const Concern concern(m_environment, driverID);
-        isHandled = m_pModule->reloadMfDriver(driverID);
-    }
-    if (!isHandled) {
-        // Nothing was unloaded.
-        static_cast<void>(m_parked.set(driverID, false));
-        m_drivers.beginStart(driverID);
-        endStart(driverID);
-        return "the module could not read what it was handed of " + m_settings.file;
-    }
-    m_supervisor.driverUnloaded(driverID);
-    m_drivers.endParking(driverID);
     hostLog(sal::LogOutput::eInfo) << driverID << ": is parked; startDriver " << driverID << " starts it"
                                    << std::endl;
     return {};
+}
+
+/// Has the module unload a driver for which it was handed an entry that loads nothing. Why it did not, after
+/// which the driver is as it was; empty when it did.
+std::string Workplace::unload(const std::string& driverID, const std::string& cause) {
+    m_supervisor.noteAttached();
+    m_drivers.beginParking(driverID, cause);
+    const std::string reason = unloadByModule(driverID);
+    const auto driver = m_drivers.find(driverID);
+    if (!reason.empty() && driver && driver->isAlive) {
+        // Nothing was unloaded.
+        m_drivers.beginStart(driverID);
+        endStart(driverID);
+        return reason;
+    }
+    if (!reason.empty())
+        hostLog(sal::LogOutput::eWarning) << driverID << ": " << reason << "; it does not run" << std::endl;
+    m_supervisor.driverUnloaded(driverID);
+    m_drivers.endParking(driverID);
+    m_sources.erase(driverID);
+    return {};
+}
+
+/// What went wrong; the driver may be unloaded all the same.
+std::string Workplace::unloadByModule(const std::string& driverID) {
+    const Concern concern(m_environment, driverID);
+    try {
+        if (m_pModule->reloadMfDriver(driverID))
+            return {};
+    } catch (const std::exception& error) {
+        // Memory or a descriptor.
+        return std::string("its unloading was broken off: ") + error.what();
+    }
+    return "the module could not read what it was handed of " + m_settings.file;
 }
 
 std::string Workplace::unpark(const std::string& driverID) {
@@ -365,6 +393,13 @@ std::string Workplace::unpark(const std::string& driverID) {
         return "it runs already; reloadDriver " + driverID + " loads it anew";
     auto pWorkplace = std::make_shared<const WorkplaceSnapshot>(m_settings.file);
     std::string reason = refusal(*pWorkplace, driverID);
+    const auto& entries = pWorkplace->file().entries();
+    const bool hasEntry = std::any_of(entries.begin(), entries.end(),
+                                      [&](const auto& entry) { return entry.driverID == driverID; });
+    // Only a file that may be used says that it does not have the driver.
+    if (hasMark && !hasEntry && pWorkplace->file().isWhole() &&
+        pWorkplace->refusal(m_settings.isSignatureRequired).empty())
+        return takeMarkBack(driverID);
     if (reason.empty() && hasMark)
         reason = m_parked.set(driverID, false);
     if (!reason.empty())
@@ -379,13 +414,72 @@ std::string Workplace::unpark(const std::string& driverID) {
     return {};
 }
 
+/// Of a driver that is in no file; why it is not started.
+std::string Workplace::takeMarkBack(const std::string& driverID) {
+    if (std::string reason = m_parked.set(driverID, false); !reason.empty())
+        return reason;
+    m_drivers.forget(driverID);
+    return "its mark is taken back, and " + m_settings.file + " has no driver \"" + driverID + "\"";
+}
+
+DriverSource Workplace::sourceOf(const WorkplaceSnapshot& workplace, const std::string& driverID) const {
+    for (const WorkplaceFile::Entry& entry : workplace.file().entries()) {
+        if (entry.driverID == driverID && driverID != protocol::panelDriverID)
+            return WorkplacePlanner::source(workplace, entry, m_admission.catalogue());
+    }
+    return WorkplacePlanner::panelSource(workplace, m_admission.catalogue());
+}
+
+WorkplacePlanner::Running Workplace::running() const {
+    // One that was removed, and whose process has not ended yet, may come back.
+    const auto isKeptParked = [this](const std::string& driverID) {
+        return isParked(driverID) && m_parked.contains(driverID);
+    };
+    return {m_admission.catalogue(), m_sources, isKeptParked};
+}
+
+/// Why it is not done; empty when it is.
+std::string Workplace::change(const Draft& draft, const WorkplacePlan::Change& change) {
+    const std::string& driverID = change.driverID;
+    switch (change.action) {
+        case WorkplacePlan::EAction::Remove: {
+            std::string reason = unload(driverID, s_removeCause);
+            if (reason.empty())
+                m_drivers.forget(driverID);
+            return reason;
+        }
+        case WorkplacePlan::EAction::Reload:
+        case WorkplacePlan::EAction::Load: {
+            std::string reason;
+            if (driverID != protocol::panelDriverID)
+                reason = refusal(*draft.pWorkplace, driverID);
+            if (!reason.empty())
+                return reason;
+            loadAnew(*draft.pWorkplace, driverID, [&] { m_pModule->reloadMfDriver(driverID); });
+            return isUp(driverID) ? std::string() : causeOf(driverID);
+        }
+        case WorkplacePlan::EAction::RestartHost:
+            return "only a restart of the host takes it over";
+        case WorkplacePlan::EAction::Rescan: {
+            m_search.searchFiles(*m_pModule, {change.file});
+            DescriptorCatalogue catalogue = m_admission.catalogue();
+            catalogue.add(draft.found, {change.file});
+            m_admission.setCatalogue(catalogue);
+            break;
+        }
+        case WorkplacePlan::EAction::None:
+            break;
+    }
+    return {};
+}
+
 /// The fault is what kept its queues from being made before the start was even tried.
 void Workplace::endStart(const std::string& driverID, const std::string& queueFault) {
     const auto driver = m_drivers.find(driverID);
     if (!driver || driver->state == EDriverState::Parked)
         return;
     if (!isProcessDriver(*driver)) {
-        m_drivers.endStart(driverID);
+        m_drivers.endStart(driverID, driver->isAlive ? std::string() : causeOf(driverID));
         return;
     }
     const bool isToAsk = queueFault.empty() && driver->state != EDriverState::Running;
@@ -399,7 +493,5 @@ bool Workplace::isProcessDriver(const DriverTable::Driver& driver) const {
 }
 
 bool Workplace::isDescribed(const std::string& type, const std::string& version) const {
-    const auto& records = m_admission.catalogue().records();
-    return std::any_of(records.begin(), records.end(),
-                       [&](const auto& record) { return record.type == type && record.version == version; });
+    return m_admission.catalogue().find(type, version) != nullptr;
 }

@@ -1,16 +1,21 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "DescriptorSearch.h"
+#include "DriverSource.h"
 #include "DriverTable.h"
 #include "ParkMarks.h"
 #include "QueueTrial.h"
 #include "WorkplaceAdmission.h"
+#include "WorkplaceChanges.h"
 #include "WorkplaceCopy.h"
 
 class IMDMConfiguration;
@@ -28,6 +33,7 @@ public:
         std::string file;                            ///< empty for a workplace without a configuration
         std::vector<std::string> driverDirectories;  ///< with the descriptors
         std::string parkMarks;                       ///< the file that remembers who is parked
+        std::string history = {};  ///< the directory of the states that were applied; empty to keep none
         bool isSignatureRequired = false;
         bool startsProcesses = true;                    ///< else they are started by hand
         std::chrono::milliseconds queuePatience{3000};  ///< how long a former host's process may keep a queue
@@ -38,6 +44,9 @@ public:
         std::function<void(const std::string& driverID)> concerns;
         /// The panel driver was loaded and has to hear that all drivers are started.
         std::function<void()> tellPanel;
+        /// Why the module of that path could not be loaded, in the loader's words; empty where it could.
+        /// Asking forgets it.
+        std::function<std::string(const std::string& path)> loadFault = nullptr;
     };
 
     Workplace(Settings settings, DriverTable& drivers, ProcessSupervisor& supervisor,
@@ -64,23 +73,53 @@ public:
     /// file. Why it is not done, or empty.
     std::string park(const std::string& driverID);
     /// Starts a driver that is parked, or that has ended, with what the file says now. Why it is not done, or
-    /// empty.
+    /// empty. The mark of a driver that the file does not have is taken back all the same.
     std::string unpark(const std::string& driverID);
 
+    /// What would change if the files were taken over as they are now.
+    WorkplacePlan plan() { return m_changes.plan(); }
+    /// Takes the files over as they are now: reloads what has changed, starts what is new, ends what is gone.
+    /// A change that fails stops no other. With the ID of a plan only if no file has changed since it was
+    /// made. Who is told in the log and in the history.
+    Applied apply(const std::string& planID, const std::string& who) { return m_changes.apply(planID, who); }
+    /// Writes the files of a state that was kept back to their places, and applies them; 0 is the state
+    /// before the present one. Where the plan of these files is refused, the files from before are put back.
+    /// What stands on disk and was not applied is kept as a state before.
+    Applied undo(unsigned number, const std::string& who) { return m_changes.undo(number, who); }
+
+    /// The states that were applied, oldest first.
+    const std::vector<HistoryEntry>& history() const { return m_changes.history(); }
+    /// The files of one, with their bytes; 0 is the present one. Nothing, with the reason in error, when
+    /// there is none, or they are damaged.
+    std::optional<WorkplaceState> historyState(unsigned number, std::string& error) const {
+        return m_changes.historyState(number, error);
+    }
+
 private:
+    using Draft = WorkplacePlanner::Draft;
+
     void configure(const WorkplaceFile& file);
-    void searchDrivers(IMDMConfiguration& module);
-    void searchDirectory(IMDMConfiguration& module, const std::string& directory);
     std::string refusal(const WorkplaceSnapshot& workplace, const std::string& driverID);
     std::string handToModule(std::shared_ptr<const WorkplaceSnapshot> pWorkplace,
-                             const std::string& leavingID = {});
+                             const std::set<std::string>& leavingIDs = {}, bool hasPanelEntry = false);
     bool isParked(const std::string& driverID) const;
-    std::set<std::string> unannounced(const std::string& leavingID) const;
+    std::set<std::string> unannounced(const std::set<std::string>& leavingIDs) const;
     void loadAnew(const WorkplaceSnapshot& workplace, const std::string& driverID,
                   const std::function<void()>& reloadByModule);
+    std::string unload(const std::string& driverID, const std::string& cause);
+    std::string unloadByModule(const std::string& driverID);
+    std::string takeMarkBack(const std::string& driverID);
     std::string tryRestart(const std::string& driverID);
     std::string queueFault(const WorkplaceSnapshot& workplace, const std::string& driverID);
     void endStart(const std::string& driverID, const std::string& queueFault = {});
+    std::string sumUpStart();
+    std::string causeOf(const std::string& driverID) const;
+    bool isUp(const std::string& driverID) const;
+    DriverSource sourceOf(const WorkplaceSnapshot& workplace, const std::string& driverID) const;
+
+    WorkplacePlanner::Running running() const;
+    std::string change(const Draft& draft, const WorkplacePlan::Change& change);
+
     bool isProcessDriver(const DriverTable::Driver& driver) const;
     bool isDescribed(const std::string& type, const std::string& version) const;
     std::string unannouncedType() const;
@@ -90,11 +129,15 @@ private:
     ProcessSupervisor& m_supervisor;
     const Environment m_environment;
     WorkplaceAdmission m_admission;
+    const DescriptorSearch m_search;
+    WorkplaceChanges m_changes;
     QueueTrial m_queueTrial;
     ParkMarks m_parked;
     IMDMConfiguration* m_pModule = nullptr;
     /// What the module was handed last; null before.
     std::shared_ptr<const WorkplaceSnapshot> m_pHanded;
+    /// What the drivers were loaded from that the module was asked to load and has not unloaded since.
+    std::map<std::string, DriverSource> m_sources;
     std::unique_ptr<WorkplaceCopy> m_pCopy;  ///< none without a configuration
     bool m_isCopyNamed = false;
 };

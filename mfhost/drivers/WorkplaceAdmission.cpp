@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "ConfigurationCheck.h"
+#include "DescriptorSearch.h"
 #include "HostLog.h"
 #include "WorkplaceFile.h"
 #include "XmlInput.h"
@@ -48,6 +49,8 @@ std::string WorkplaceAdmission::reloadRefusal(const WorkplaceFile& workplace, co
 }
 
 bool WorkplaceAdmission::acceptsDescriptor(const std::string& path) {
+    if (!DescriptorSearch::isWanted(path))
+        return false;
     const std::string reason = XmlInput::refusal(path);
     if (reason.empty())
         return true;

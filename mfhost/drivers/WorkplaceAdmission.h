@@ -19,14 +19,16 @@ public:
     /// Whether the workplace may be started; each error and warning is logged. Reads the descriptors.
     bool acceptsStart(const WorkplaceFile& workplace);
     /// Why the driver must not be reloaded; empty when it may. What else is found is logged, unless it was
-    /// before. The descriptors are those of the start, as the module has them.
+    /// before. The descriptors are those that the module has.
     std::string reloadRefusal(const WorkplaceFile& workplace, const std::string& driverID);
 
-    /// The descriptors as they were at the start.
+    /// The descriptors as they were when the module searched for them.
     const DescriptorCatalogue& catalogue() const { return m_catalogue; }
+    /// The module has searched for more.
+    void setCatalogue(const DescriptorCatalogue& catalogue) { m_catalogue = catalogue; }
 
     /// For sal::Directory::setFileFilter: false for a descriptor that must not reach the XML library, with a
-    /// log line the first time. Any thread.
+    /// log line the first time, and for one that the thread's search is not for. Any thread.
     static bool acceptsDescriptor(const std::string& path);
 
 private:

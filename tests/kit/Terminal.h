@@ -12,6 +12,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "HangGuard.h"
 
@@ -35,7 +36,8 @@ public:
             ::kill(m_pid, SIGKILL);
             ::waitpid(m_pid, nullptr, 0);
         }
-        ::close(m_fd);
+        if (m_fd >= 0)
+            ::close(m_fd);
     }
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
@@ -46,6 +48,8 @@ public:
     bool type(const std::string& keys) const {
         return ::write(m_fd, keys.data(), keys.size()) == static_cast<ssize_t>(keys.size());
     }
+    /// Takes the terminal away, as a window that is closed does.
+    void hangUp() { ::close(std::exchange(m_fd, -1)); }
     /// Whether the text is on the screen by now or comes in time.
     bool shows(const std::string& text) {
         return eventually([&] {

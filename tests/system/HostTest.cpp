@@ -409,14 +409,43 @@ TEST_F(HostTest, EndInOrderGivesTheTerminalItsModesBack) {
 }
 
 // Whatever the test itself was started with: nohup ignores the signal.
-TEST_F(HostTest, HangUpShutsDownInOrder) {
+TEST_F(HostTest, HangUpHasTheFilesTakenOver) {
     HostProcess::Start call = this->call();
     call.beforeExec = [] { ::signal(SIGHUP, SIG_DFL); };
     HostProcess& host = startCall(call);
     ASSERT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
     host.signal(SIGHUP);
-    EXPECT_EQ(0, host.waitForEnd());
-    EXPECT_TRUE(host.waitForLog("HOST: all drivers are stopped\n")) << host.log();
+    ASSERT_TRUE(host.waitForLog("info     HOST: apply by signal: no changes\n")) << host.log();
+    addDriver("E", "Echo", "direct");
+    m_workplace.configure(m_entries);
+    host.signal(SIGHUP);
+    ASSERT_TRUE(host.waitForLog("info     HOST: apply by signal: 1 of 1 change done\n")) << host.log();
+    EXPECT_THAT(host.log(), HasSubstr("info     HOST: E: is started by signal (entry is new)\n"));
+    EXPECT_EQ(0, end());
+}
+
+TEST_F(HostTest, HangUpWhileTheHostStopsChangesNothing) {
+    addDriver("H", "IgnoresDeinit", "direct");
+    HostProcess::Start call = this->call();
+    call.beforeExec = [] { ::signal(SIGHUP, SIG_DFL); };
+    HostProcess& host = startCall(call);
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
+    host.signal(SIGTERM);
+    ASSERT_TRUE(host.waitForLog("shutting down: SIGTERM\n"));
+    host.signal(SIGHUP);
+    ASSERT_TRUE(host.waitForLog(
+        "warning  HOST: apply by signal is refused, nothing is changed: the host is stopping"))
+        << host.log();
+    host.signal(SIGINT);
+    EXPECT_EQ(128 + SIGINT, host.waitForEnd());
+}
+
+TEST_F(HostTest, TerminalThatIsGoneEndsTheHost) {
+    const auto pTerminal = startAtATerminal({"--no-console", "--log-file", m_workplace.directory() / "log"});
+    ASSERT_TRUE(pTerminal->shows("the workplace is started")) << pTerminal->screen();
+    pTerminal->hangUp();
+    EXPECT_EQ(0, pTerminal->waitForEnd());
+    EXPECT_THAT(readFile(m_workplace.directory() / "log"), HasSubstr("HOST: shutting down: SIGHUP\n"));
 }
 
 TEST_F(HostTest, HangUpThatIsIgnoredEndsNothing) {

@@ -7,7 +7,7 @@
 #include <sstream>
 #include <thread>
 
-#include "FaultyWorkplace.h"
+#include "ConsoleWorkplace.h"
 
 namespace fs = std::filesystem;
 using testing::AllOf;
@@ -21,44 +21,22 @@ namespace {
 constexpr const char* s_heading =
     "# Drivers that are parked, an ID a line: stopDriver adds one, startDriver takes it away.\n";
 
-long count(const std::string& text, const std::string& part) {
-    long found = 0;
-    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++found;
-    return found;
-}
-
 }  // namespace
 
 // A driver that an operator stops stays unloaded until he starts it again, whatever comes between.
-class Parking : public FaultyWorkplace {
+class Parking : public ConsoleWorkplace {
 protected:
     void SetUp() override {
-        FaultyWorkplace::SetUp();
+        ConsoleWorkplace::SetUp();
         if (IsSkipped())
             return;
         workplace().addModule("Echo");
         workplace().addModule("Recorder");
     }
 
-    static std::string entry(const std::string& driverID, const std::string& interfaceType,
-                             const std::string& type = "Echo") {
-        return TestWorkplace::entry(driverID, type, interfaceType);
-    }
-    std::string file() { return workplace().configuration(); }
     fs::path marks() { return workplace().workdir() / "mfhost.parked"; }
     std::string record(const std::string& driverID) {
         return readFile(workplace().workdir() / "nvram" / driverID / "record.txt");
-    }
-
-    HostProcess& startAndWait(const std::vector<std::string>& options = {}) {
-        return startCall(call(options));
-    }
-    HostProcess& startCall(HostProcess::Start call) {
-        call.arguments.insert(call.arguments.end(), {"--start-wait", "attached"});
-        HostProcess& host = start(call);
-        EXPECT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
-        return host;
     }
 
     static void expectParked(HostProcess& host, const std::string& driverID) {
@@ -66,15 +44,6 @@ protected:
             << host.output() << host.log();
         // It may still be on its way out.
         EXPECT_TRUE(eventually([&] { return host.driverProcess(driverID) == 0; }));
-    }
-    /// The Echo sets what it is told to.
-    static void expectSets(HostProcess& host, const std::string& driverID) {
-        static int s_value = 1000;
-        const std::string value = std::to_string(++s_value);
-        host.type("sendFID " + driverID + ".INT name=N value=" + value);
-        EXPECT_TRUE(host.repliesWith("state --now " + driverID + ".N",
-                                     driverID + "\\.N +int +" + value + " +" + driverID + " +[0-9]+ s +yes"))
-            << host.output() << host.log();
     }
     static void stop(HostProcess& host, const std::string& driverID) {
         EXPECT_THAT(host.ask("stopDriver " + driverID), Not(HasSubstr("is not stopped")));

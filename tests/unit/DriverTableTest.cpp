@@ -149,6 +149,61 @@ TEST_F(DriverTableTest, DriverThatLeftTheConfigurationIsNotForgottenWhileItIsPar
     EXPECT_EQ(EDriverState::Parking, driver("B").state);
 }
 
+TEST_F(DriverTableTest, DriverThatIsToBeForgottenIsSoWhenNoInstanceIsThere) {
+    m_sut.processStarted("A", 42);
+    m_sut.beginParking("A", "removed");
+    m_sut.endParking("A");
+    m_sut.forget("A");
+    EXPECT_TRUE(m_sut.find("A"));
+    m_sut.processEnded("A", 42, "exit code 0", {}, true);
+    EXPECT_FALSE(m_sut.find("A"));
+    m_sut.callBegins("B", "setConfiguration");
+    m_sut.beginParking("B", "removed");
+    m_sut.driverDeleted("B");
+    m_sut.endParking("B");
+    m_sut.forget("B");
+    EXPECT_FALSE(m_sut.find("B"));
+}
+
+TEST_F(DriverTableTest, OnlyAParkedDriverIsForgotten) {
+    m_sut.processStarted("A", 42);
+    m_sut.forget("A");
+    m_sut.processEnded("A", 42, "exit code 0", {}, true);
+    EXPECT_TRUE(m_sut.find("A"));
+    m_sut.forget("NOBODY");
+    EXPECT_FALSE(m_sut.find("NOBODY"));
+}
+
+TEST_F(DriverTableTest, DriverThatIsStartedAgainIsNotForgotten) {
+    m_sut.processStarted("A", 42);
+    m_sut.beginParking("A", "removed");
+    m_sut.endParking("A");
+    m_sut.forget("A");
+    m_sut.beginStart("A");
+    m_sut.processEnded("A", 42, "exit code 0", {}, true);
+    EXPECT_TRUE(m_sut.find("A"));
+}
+
+TEST_F(DriverTableTest, ParkedDriverShowsNoProcessOnceItHasEnded) {
+    m_sut.processStarted("A", 42);
+    EXPECT_EQ(42, driver("A").shownPid());
+    m_sut.beginParking("A", "parked");
+    m_sut.endParking("A");
+    EXPECT_EQ(42, driver("A").shownPid());
+    m_sut.processEnded("A", 42, "exit code 0", {}, true);
+    EXPECT_EQ(0, driver("A").shownPid());
+}
+
+TEST_F(DriverTableTest, StartThatBroughtNoneHasItsCause) {
+    m_sut.beginStart("A");
+    m_sut.endStart("A", "no adapter eth7");
+    EXPECT_EQ("no adapter eth7", driver("A").cause);
+    m_sut.beginStart("A");
+    m_sut.callBegins("A", "setConfiguration");
+    m_sut.endStart("A", "made up");
+    EXPECT_EQ("no adapter eth7", driver("A").cause);
+}
+
 TEST_F(DriverTableTest, LastProcessOfADriverIsTheOneThatBeganLast) {
     m_sut.processStarted("A", 42);
     EXPECT_TRUE(m_sut.isLast("A", 42));

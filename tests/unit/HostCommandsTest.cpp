@@ -300,6 +300,15 @@ TEST_F(HostCommandsTest, EventsAreListedInOrder) {
     EXPECT_LT(text.find("SYS.HIGH"), text.find("AXIS1.DONE"));
 }
 
+TEST_F(HostCommandsTest, DriversShowsNoProcessOfAParkedDriver) {
+    m_drivers.processStarted("AXIS1", 4711);
+    m_drivers.beginParking("AXIS1", "parked at the console");
+    m_drivers.endParking("AXIS1");
+    EXPECT_NE(std::string::npos, reply("drivers").find("4711"));
+    m_drivers.processEnded("AXIS1", 4711, "exit code 0", {}, true);
+    EXPECT_EQ(std::string::npos, reply("drivers").find("4711"));
+}
+
 TEST_F(HostCommandsTest, DriversShowsWhatIsDueAndWhatIsParked) {
     m_drivers.processStarted("AXIS1", 42);
     m_drivers.processEnded("AXIS1", 42, "exit code 3", {}, true);

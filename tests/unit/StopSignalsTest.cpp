@@ -1,6 +1,7 @@
 #include "StopSignals.h"
 
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -26,7 +27,7 @@ int inChild(const std::function<int()>& body) {
 
 }  // namespace
 
-TEST(StopSignals, GivesEachStopSignal) {
+TEST(StopSignals, GivesEachSignal) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         EXPECT_EQ(signal, inChild([signal] {
                       // Whatever the test was started with.
@@ -35,6 +36,36 @@ TEST(StopSignals, GivesEachStopSignal) {
                       ::kill(::getpid(), signal);
                       return sut.wait();
                   }));
+}
+
+TEST(StopSignals, HangUpOfAProcessIsNoTerminalThatIsGone) {
+    EXPECT_EQ(0, inChild([] {
+                  ::signal(SIGHUP, SIG_DFL);
+                  StopSignals sut;
+                  ::kill(::getpid(), SIGHUP);
+                  return sut.wait() == SIGHUP && !sut.isTerminalGone() ? 0 : 1;
+              }));
+}
+
+TEST(StopSignals, HangUpOfTheKernelSaysThatTheTerminalIsGone) {
+    EXPECT_EQ(0, inChild([] {
+                  int terminal = -1;
+                  const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+                  if (child == 0) {
+                      ::signal(SIGHUP, SIG_DFL);
+                      StopSignals sut;
+                      static_cast<void>(!::write(STDOUT_FILENO, "x", 1));
+                      const bool isGone = sut.wait() == SIGHUP && sut.isTerminalGone();
+                      ::kill(::getpid(), SIGTERM);
+                      ::_exit(isGone && sut.wait() == SIGTERM && !sut.isTerminalGone() ? 0 : 1);
+                  }
+                  char ready = 0;
+                  static_cast<void>(!::read(terminal, &ready, 1));
+                  ::close(terminal);
+                  int status = 0;
+                  ::waitpid(child, &status, 0);
+                  return WIFEXITED(status) ? WEXITSTATUS(status) : 2;
+              }));
 }
 
 TEST(StopSignals, LeavesTheHangUpIgnoredThatWasIgnored) {

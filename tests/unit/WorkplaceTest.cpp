@@ -7,7 +7,9 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -38,7 +40,13 @@ public:
     explicit Module(DriverTable& drivers) : m_drivers(drivers) {}
 
     IInterface* queryInterface(unsigned int) override { return nullptr; }
-    void searchMfDriver(const std::string& directory) override { calls.push_back("search " + directory); }
+    void searchMfDriver(const std::string& directory) override {
+        calls.push_back("search " + directory);
+        read.clear();
+        for (const auto& file : std::filesystem::directory_iterator(directory))
+            if (file.path().extension() == ".xml" && WorkplaceAdmission::acceptsDescriptor(file.path()))
+                read.insert(file.path().filename());
+    }
     bool startMfDriver(int, const std::string&, const std::string&, const std::string&, const std::string&,
                        const std::string&, const std::string&, EInterfaceTypes) override {
         return false;
@@ -57,10 +65,14 @@ public:
         calls.push_back("reload " + driverID);
         if (!canRead)
             return false;
+        if (throwsBefore)
+            throw std::runtime_error("no memory");
         for (const auto& entry : entries()) {
             if (entry.driverID != driverID)
                 continue;
             unload(driverID);
+            if (throwsAfter)
+                throw std::runtime_error("no memory");
             load(entry);
             return true;
         }
@@ -72,9 +84,14 @@ public:
     std::vector<std::string> started;  ///< the entries that it found for the start
     std::set<std::string> loaded;
     std::set<std::string> announced{"Axis"};
+    std::set<std::string> unloadable;  ///< drivers that it cannot load
     bool startsProcesses = true;
     bool canRead = true;
-    int lastPid = 4'000'000;  ///< more than the system has
+    bool throwsBefore = false;  ///< anything is unloaded, or after it
+    bool throwsAfter = false;
+    bool endsProcesses = true;   ///< at once when it unloads them
+    std::set<std::string> read;  ///< descriptors in the last search
+    int lastPid = 4'000'000;     ///< more than the system has
 
 private:
     std::vector<WorkplaceFile::Entry> entries() const {
@@ -82,7 +99,7 @@ private:
                               : WorkplaceFile(m_path, XmlInput::read(m_path)).entries();
     }
     void load(const WorkplaceFile::Entry& entry) {
-        if (announced.contains(entry.driverType))
+        if (announced.contains(entry.driverType) && entry.isLoaded() && !unloadable.contains(entry.driverID))
             begin(entry.driverID, entry.interfaceType);
     }
     void begin(const std::string& driverID, EInterfaceTypes interfaceType) {
@@ -98,6 +115,8 @@ private:
     void unload(const std::string& driverID) {
         loaded.erase(driverID);
         const auto driver = m_drivers.find(driverID);
+        if (driver && driver->pid > 0 && !endsProcesses)
+            return;
         if (driver && driver->pid > 0)
             m_drivers.processEnded(driverID, driver->pid, "exit code 0", {}, true);
         else
@@ -113,10 +132,12 @@ struct TestHost {
     explicit TestHost(const TemporaryDirectory& directory, std::string file)
         : workplace({.file = std::move(file),
                      .driverDirectories = {directory.path("drivers")},
-                     .parkMarks = directory.path("marks")},
+                     .parkMarks = directory.path("marks"),
+                     .history = directory.path("history")},
                     drivers, supervisor,
                     {.concerns = [this](const std::string& driverID) { concerns.push_back(driverID); },
-                     .tellPanel = [this] { ++panelTold; }}) {}
+                     .tellPanel = [this] { ++panelTold; },
+                     .loadFault = [this](const std::string& path) { return loadFaults[path]; }}) {}
 
     bool start() { return workplace.prepareStart() && workplace.start(module); }
     std::string reload(const std::string& driverID) {
@@ -143,6 +164,7 @@ struct TestHost {
     Module module{drivers};
     std::vector<std::string> concerns;
     int panelTold = 0;
+    std::map<std::string, std::string> loadFaults;
     Workplace workplace;
 };
 
@@ -226,6 +248,14 @@ TEST_F(WorkplaceTest, FileIsReadOnceForEachDecision) {
     EXPECT_EQ("", pHost->workplace.park("A"));
     EXPECT_EQ(0, watch.opened("w.xml"));
     EXPECT_EQ("", pHost->workplace.unpark("A"));
+    EXPECT_EQ(1, watch.opened("w.xml"));
+    pHost->workplace.plan();
+    EXPECT_EQ(1, watch.opened("w.xml"));
+    EXPECT_EQ("no changes", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_EQ(1, watch.opened("w.xml"));
+    configure(entry("A", "direct") + entry("NEW"));
+    watch.opened("w.xml");
+    EXPECT_EQ("4 of 4 changes done", pHost->workplace.apply({}, "console").outcome());
     EXPECT_EQ(1, watch.opened("w.xml"));
     // A refusal has read it as well.
     configure(entry("B"));
@@ -434,12 +464,51 @@ TEST_F(WorkplaceTest, DriverThatHasLeftTheFileIsParked) {
     EXPECT_EQ("", pHost->workplace.park("A"));
     EXPECT_EQ(EDriverState::Parked, pHost->state("A"));
     EXPECT_FALSE(pHost->drivers.find("A")->isAlive);
-    EXPECT_EQ(path() + " has no driver \"A\"", pHost->workplace.unpark("A"));
+    // A file that may not be used says nothing of it.
+    m_directory.write("w.xml", "<broken");
+    EXPECT_THAT(pHost->workplace.unpark("A"), HasSubstr(path() + " line 1"));
     EXPECT_EQ("A\n", marks());
     // Whoever puts it back finds it parked.
     configure(entry("A") + entry("B"));
     EXPECT_EQ("", pHost->workplace.unpark("A"));
     EXPECT_EQ(EDriverState::Running, pHost->state("A"));
+}
+
+TEST_F(WorkplaceTest, MarkOfADriverThatIsInNoFileIsTakenBack) {
+    m_directory.write("marks", "GONE\n");
+    const auto pHost = startedHost();
+    ASSERT_EQ(EDriverState::Parked, pHost->state("GONE"));
+    EXPECT_EQ("its mark is taken back, and " + path() + " has no driver \"GONE\"",
+              pHost->workplace.unpark("GONE"));
+    EXPECT_EQ("", marks());
+    EXPECT_FALSE(pHost->drivers.find("GONE"));
+    EXPECT_THAT(pHost->module.calls, IsEmpty());
+    EXPECT_EQ("there is no driver GONE; drivers lists them", pHost->workplace.unpark("GONE"));
+}
+
+TEST_F(WorkplaceTest, ParkingThatIsBrokenOffBeforeTheDriverIsUnloadedLeavesItRunning) {
+    const auto pHost = startedHost();
+    for (const char* id : {"A", "C"}) {
+        pHost->module.throwsBefore = true;
+        EXPECT_EQ("its unloading was broken off: no memory", pHost->workplace.park(id));
+        EXPECT_EQ(EDriverState::Running, pHost->state(id));
+        EXPECT_EQ("", marks());
+        pHost->module.throwsBefore = false;
+        EXPECT_EQ("", pHost->reload(id));
+    }
+    EXPECT_THAT(pHost->concerns, ElementsAre("A", "", "A", "", "C", "", "C", ""));
+}
+
+TEST_F(WorkplaceTest, ParkingThatIsBrokenOffAfterwardsIsDone) {
+    const auto pHost = startedHost();
+    pHost->module.throwsAfter = true;
+    for (const char* id : {"A", "C"}) {
+        EXPECT_EQ("", pHost->workplace.park(id));
+        EXPECT_EQ(EDriverState::Parked, pHost->state(id));
+    }
+    EXPECT_EQ("A\nC\n", marks());
+    EXPECT_THAT(m_log.text(),
+                HasSubstr("warning  HOST: A: its unloading was broken off: no memory; it does not run\n"));
 }
 
 TEST_F(WorkplaceTest, DriverThatTheModuleDoesNotUnloadIsNotParked) {
@@ -605,4 +674,221 @@ TEST_F(WorkplaceTest, NothingIsChangedOnceTheModuleGoes) {
     EXPECT_EQ("the host is stopping", pHost->reload("B"));
     EXPECT_EQ(EDriverState::Running, pHost->state("B"));
     EXPECT_EQ("", marks());
+}
+
+// The start's summary.
+
+TEST_F(WorkplaceTest, StartSaysWhoDoesNotRunAndWhy) {
+    m_directory.write(
+        "drivers/more.xml",
+        "<mfDriverModule><module_type name='bad.so' type='Bad' version='1.0'/></mfDriverModule>");
+    m_directory.write("drivers/bad.so", "no module");
+    m_directory.write("marks", "P\n");
+    configure(entry("A") + entry("P") +
+              "<mainframeDriver driverID='N' driverType='Axis' version='1.0' workingDirectory='data/N' "
+              "networkAdapter='eth77' interfaceType='direct'/>\n" +
+              entry("X", "direct", "None") + entry("S", "socket") + entry("L", "direct", "Bad"));
+    const auto pHost = host();
+    pHost->module.announced = {"Axis"};
+    pHost->module.unloadable = {"N"};
+    pHost->loadFaults[m_directory.path("drivers/bad.so")] = "file too short";
+    EXPECT_TRUE(pHost->start());
+    EXPECT_THAT(
+        m_log.text(),
+        testing::ContainsRegex(
+            "warning  HOST: 1 of 5 drivers run; N: no adapter eth77; X: no descriptor of type \"None\" in "
+            "version \"1.0\"; S: the interfaceType \"socket\" loads nothing; L: (file too short|no adapter "
+            "eth0)\n"));
+    EXPECT_EQ("no adapter eth77", pHost->drivers.find("N")->cause);
+    EXPECT_EQ("", pHost->drivers.find("A")->cause);
+    ASSERT_EQ(1u, pHost->workplace.history().size());
+    EXPECT_EQ("1 of 5 drivers run", pHost->workplace.history()[0].outcome);
+}
+
+TEST_F(WorkplaceTest, StartNamesTheFaultOfTheFileForThoseBehindIt) {
+    configure(entry("A") + "text" + entry("B"));
+    const auto pHost = host();
+    EXPECT_TRUE(pHost->start());
+    EXPECT_THAT(m_log.text(), HasSubstr("warning  HOST: 1 of 2 drivers run; B: " + path() +
+                                        " line 4: text may not stand in a workplace\n"));
+}
+
+// Plan, apply, undo.
+
+TEST_F(WorkplaceTest, ApplyReloadsWhatHasChangedAndNothingElse) {
+    const auto pHost = startedHost();
+    configure(entry("A") + entry("B", "direct") + entry("C", "direct"));
+    EXPECT_EQ("1 of 1 change done", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_THAT(pHost->module.calls, ElementsAre("reload B"));
+    EXPECT_EQ(EInterfaceTypes::Direct, pHost->drivers.find("B")->interfaceType);
+    EXPECT_EQ(2u, pHost->startOf("B"));
+    EXPECT_EQ(1u, pHost->startOf("A"));
+    EXPECT_THAT(pHost->concerns, ElementsAre("B", ""));
+    EXPECT_EQ("no changes", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_THAT(pHost->module.calls, ElementsAre("reload B"));
+}
+
+TEST_F(WorkplaceTest, NewDriverIsStartedAndOneThatIsGoneIsEnded) {
+    const auto pHost = startedHost();
+    pHost->store.setStateValueInt("A.X", 1);
+    pHost->store.setStateValueInt("B.X", 1);
+    configure(entry("NEW") + entry("B") + entry("C", "direct"));
+    EXPECT_EQ("2 of 2 changes done", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_THAT(pHost->module.calls, ElementsAre("reload A", "reload NEW"));
+    EXPECT_THAT(pHost->module.loaded, ElementsAre("B", "C", "NEW", "PANEL"));
+    EXPECT_EQ(EDriverState::Running, pHost->state("NEW"));
+    EXPECT_FALSE(pHost->drivers.find("A"));
+    EXPECT_EQ("removed", pHost->store.find("A.X")->staleCause);
+    EXPECT_EQ("", pHost->store.find("B.X")->staleCause);
+    EXPECT_EQ("", marks());
+    EXPECT_EQ("", pHost->reload("B"));
+    EXPECT_THAT(pHost->module.loaded, ElementsAre("B", "C", "NEW", "PANEL"));
+}
+
+TEST_F(WorkplaceTest, DriverOfTheHostsProcessThatIsGoneIsEndedAsWell) {
+    const auto pHost = startedHost();
+    pHost->store.setStateValueInt("C.X", 1);
+    configure(entry("A") + entry("B"));
+    EXPECT_EQ("1 of 1 change done", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_FALSE(pHost->drivers.find("C"));
+    EXPECT_EQ("removed", pHost->store.find("C.X")->staleCause);
+}
+
+TEST_F(WorkplaceTest, DriverThatWaitedForItsNextTryIsRemoved) {
+    const auto pHost = startedHost();
+    pHost->crash("A");
+    configure(entry("B") + entry("C", "direct"));
+    EXPECT_EQ("1 of 1 change done", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_FALSE(pHost->drivers.find("A"));
+    pHost->module.calls.clear();
+    pHost->workplace.restart("A");
+    EXPECT_THAT(pHost->module.calls, IsEmpty());
+}
+
+TEST_F(WorkplaceTest, DriverThatIsRemovedMayComeBackWhileItsProcessStillEnds) {
+    const auto pHost = startedHost();
+    const int pid = pHost->drivers.find("A")->pid;
+    pHost->module.endsProcesses = false;
+    configure(entry("B") + entry("C", "direct"));
+    EXPECT_EQ("1 of 1 change done", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_EQ(EDriverState::Parked, pHost->state("A"));
+    configure(entry("A") + entry("B") + entry("C", "direct"));
+    EXPECT_EQ("1 of 1 change done", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_EQ(EDriverState::Running, pHost->state("A"));
+    EXPECT_FALSE(pHost->drivers.processEnded("A", pid, "exit code 0", {}, true));
+    EXPECT_EQ(EDriverState::Running, pHost->state("A"));
+}
+
+TEST_F(WorkplaceTest, DriverThatIsRemovedIsForgottenWhenItsProcessHasEnded) {
+    const auto pHost = startedHost();
+    const int pid = pHost->drivers.find("A")->pid;
+    pHost->module.endsProcesses = false;
+    configure(entry("B") + entry("C", "direct"));
+    pHost->workplace.apply({}, "console");
+    ASSERT_TRUE(pHost->drivers.find("A"));
+    EXPECT_TRUE(pHost->drivers.processEnded("A", pid, "exit code 0", {}, true));
+    EXPECT_FALSE(pHost->drivers.find("A"));
+}
+
+TEST_F(WorkplaceTest, ParkedDriverStaysParkedWhateverItsEntryIs) {
+    const auto pHost = startedHost();
+    ASSERT_EQ("", pHost->workplace.park("A"));
+    pHost->module.calls.clear();
+    configure(entry("A", "direct") + entry("B") + entry("C", "direct"));
+    EXPECT_EQ("no changes", pHost->workplace.apply({}, "console").outcome());
+    configure(entry("B") + entry("C", "direct"));
+    EXPECT_EQ("no changes", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_THAT(pHost->module.calls, IsEmpty());
+    EXPECT_EQ(EDriverState::Parked, pHost->state("A"));
+    configure(entry("A", "direct") + entry("B") + entry("C", "direct"));
+    EXPECT_EQ("", pHost->workplace.unpark("A"));
+    EXPECT_EQ(EInterfaceTypes::Direct, pHost->drivers.find("A")->interfaceType);
+    EXPECT_EQ("no changes", pHost->workplace.apply({}, "console").outcome());
+}
+
+TEST_F(WorkplaceTest, WhatAReloadOrARestartHasTakenOverIsNoChange) {
+    const auto pHost = startedHost();
+    configure(entry("A", "direct") + entry("B") + entry("C", "direct"));
+    EXPECT_EQ("", pHost->reload("A"));
+    EXPECT_THAT(pHost->workplace.plan().changes, IsEmpty());
+    m_directory.write("drivers/axis.so", "newer module");
+    pHost->crash("B");
+    pHost->workplace.restart("B");
+    ASSERT_EQ(EDriverState::Running, pHost->state("B"));
+    EXPECT_THAT(pHost->workplace.plan().changes,
+                ElementsAre(WorkplacePlan::Change{WorkplacePlan::EAction::Reload, "A", "module changed"},
+                            WorkplacePlan::Change{WorkplacePlan::EAction::Reload, "C", "module changed"}));
+}
+
+TEST_F(WorkplaceTest, NewDescriptorIsSearchedForAlone) {
+    const auto pHost = startedHost();
+    m_directory.write(
+        "drivers/belt.xml",
+        "<mfDriverModule><module_type name='axis.so' type='Belt' version='1.0'/></mfDriverModule>");
+    pHost->module.announced.insert("Belt");
+    configure(entry("A") + entry("B") + entry("C", "direct") + entry("D", "queue", "Belt"));
+    EXPECT_EQ("2 of 2 changes done", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_THAT(pHost->module.calls, ElementsAre("search " + m_directory.path("drivers"), "reload D"));
+    EXPECT_THAT(pHost->module.read, ElementsAre("belt.xml"));
+    EXPECT_EQ(EDriverState::Running, pHost->state("D"));
+    EXPECT_EQ("no changes", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_EQ("", pHost->reload("D"));
+}
+
+TEST_F(WorkplaceTest, ChangedModuleOfThePanelReloadsItAndTellsIt) {
+    const auto pHost = startedHost();
+    pHost->module.announced.insert("Panel");
+    m_directory.write("drivers/panel.so", "newer module");
+    EXPECT_EQ("1 of 1 change done", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_THAT(pHost->module.calls, ElementsAre("reload PANEL"));
+    EXPECT_EQ(2u, pHost->startOf("PANEL"));
+    EXPECT_EQ(2, pHost->panelTold);
+    EXPECT_EQ("no changes", pHost->workplace.apply({}, "console").outcome());
+}
+
+TEST_F(WorkplaceTest, ChangeThatDoesNotComeUpIsNotDone) {
+    const auto pHost = startedHost();
+    pHost->module.startsProcesses = false;
+    m_directory.write("drivers/axis.so", "newer module");
+    const Applied applied = pHost->workplace.apply({}, "console");
+    EXPECT_EQ("1 of 3 changes done", applied.outcome());
+    EXPECT_FALSE(applied.changes[0].isDone);
+    EXPECT_NE("", applied.changes[0].reason);
+    EXPECT_EQ(EDriverState::Waiting, pHost->state("A"));
+    EXPECT_EQ(EDriverState::Running, pHost->state("C"));
+}
+
+TEST_F(WorkplaceTest, RemovalThatTheModuleRefusesIsNotDone) {
+    const auto pHost = startedHost();
+    configure(entry("B") + entry("C", "direct"));
+    pHost->module.canRead = false;
+    const Applied applied = pHost->workplace.apply({}, "console");
+    EXPECT_EQ("0 of 1 change done", applied.outcome());
+    EXPECT_EQ("the module could not read what it was handed of " + path(), applied.changes[0].reason);
+    EXPECT_EQ(EDriverState::Running, pHost->state("A"));
+    pHost->module.canRead = true;
+    EXPECT_EQ("1 of 1 change done", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_FALSE(pHost->drivers.find("A"));
+}
+
+TEST_F(WorkplaceTest, UndoBringsTheDriversBack) {
+    const auto pHost = startedHost();
+    configure(entry("B") + entry("C", "direct"));
+    ASSERT_EQ("1 of 1 change done", pHost->workplace.apply({}, "console").outcome());
+    EXPECT_EQ("1 of 1 change done", pHost->workplace.undo(0, "console").outcome());
+    EXPECT_EQ(EDriverState::Running, pHost->state("A"));
+    EXPECT_EQ(3u, pHost->workplace.history().size());
+}
+
+TEST_F(WorkplaceTest, NextHostKnowsTheStatesOfTheOneBefore) {
+    {
+        const auto pHost = startedHost();
+        configure(entry("B"));
+        pHost->workplace.apply({}, "console");
+    }
+    const auto pHost = startedHost();
+    EXPECT_EQ(2u, pHost->workplace.history().size());
+    EXPECT_EQ("2 of 2 changes done", pHost->workplace.undo(0, "console").outcome());
+    EXPECT_EQ(EDriverState::Running, pHost->state("A"));
+    EXPECT_EQ(EDriverState::Running, pHost->state("C"));
 }
