@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -90,6 +91,36 @@ public:
     };
     /// The queues that this process has created, by name. Any thread; never blocks on a peer.
     static std::vector<Status> statuses();
+
+    struct Level {
+        unsigned int capacity = 0;
+        unsigned int depth = 0;      ///< messages in it now
+        std::uint32_t received = 0;  ///< messages taken out; begins again at 2^24
+        std::chrono::steady_clock::time_point made{};  ///< differs for each queue that has that name in turn
+    };
+    /// How full the queue of that name is, which this process has made; nothing when it has made none. One
+    /// look at the queue, without a system call. Any thread.
+    static std::optional<Level> level(const std::string& name);
+
+    /// Learns of the messages that this process sends and takes out, whichever queues they are in; on the
+    /// thread that does it, which waits for it.
+    class Observer {
+    public:
+        virtual ~Observer() = default;
+        /// At the end of send(), with what it returns. number counts the messages sent to that queue, this
+        /// one included, and begins again at 2^24: the message is taken when Level::received has come to it.
+        /// 0 of a message that was not sent.
+        virtual void sent(const std::string& queue, std::uint32_t number, const unsigned char* data,
+                          int length, bool ok) = 0;
+        /// At the end of receive(), with what it returns. number counts the messages taken out, in the same
+        /// way.
+        virtual void received(const std::string& queue, std::uint32_t number, const unsigned char* data,
+                              int length) = 0;
+    };
+    enum class EObserved { Sent, Received, Both };
+    /// Null takes the observer out. What is not observed costs one look at a pointer. Set at start, taken out
+    /// when no other thread sends or receives any more.
+    static void setObserver(Observer* pObserver, EObserved what = EObserved::Both);
 
     /// Empty, or why no queue can ever have that name. Any thread.
     static std::string nameFault(const std::string& name);

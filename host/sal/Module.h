@@ -6,6 +6,8 @@
 #include "IInterface.h"
 #include "sal/Export.h"
 
+class FIDParameterList;
+
 namespace sal {
 
 /// A driver module in this process. Made by ModuleLoader::load; whoever gets it owns it. Deleting it destroys
@@ -23,9 +25,9 @@ public:
     IInterface* queryInterface(unsigned int id) override;
 
     /// Follows the drivers of this process through their lives. Told on the thread on which it happens,
-    /// before and after the guarded call; operation is "setConfiguration", "initializationCompleted" or
-    /// "deinitialize". A driver is known by the ID of its setConfiguration; one that has none yet is not told
-    /// of.
+    /// before and after the guarded call; operation is "setConfiguration", "initializationCompleted",
+    /// "deinitialize" or "showState". A driver is known by the ID of its setConfiguration; one that has none
+    /// yet is not told of.
     class Observer {
     public:
         virtual ~Observer() = default;
@@ -35,6 +37,14 @@ public:
         virtual void driverDeleted(const std::string& driverID) = 0;
         /// A module was not loaded: its path as the loader was given it, and why, in the loader's own words.
         virtual void loadFailed(const std::string& /*path*/, const std::string& /*reason*/) {}
+
+        /// A FID comes to the driver, on the thread that sends it, and the driver has returned from it. ok is
+        /// what it has answered, exception what has left it, else null. What the driver sends meanwhile on
+        /// that thread is told in between. A FID that is refused because drivers call each other in a circle
+        /// does not come to the driver.
+        virtual void fidBegins(const std::string& /*driverID*/, const std::string& /*fid*/,
+                               const FIDParameterList& /*parameters*/) {}
+        virtual void fidEnded(const std::string& /*driverID*/, bool /*ok*/, const char* /*exception*/) {}
     };
     /// Null takes the observer out. Set at start, taken out when no other thread loads or deletes modules.
     static void setObserver(Observer* pObserver);

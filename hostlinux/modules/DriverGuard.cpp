@@ -7,28 +7,29 @@
 
 namespace sal {
 
-const std::string DriverGuard::s_noArgument;
+const std::string DriverGuard::s_none;
 
-DriverGuard::DriverGuard(std::string fileName) : m_fileName(std::move(fileName)) {}
+DriverGuard::DriverGuard(std::string fileName) : m_fileName(std::move(fileName)), m_pDriverID(&s_none) {}
 
 void DriverGuard::setDriverID(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
-    m_driverID = driverID;
+    if (this->driverID() == driverID)
+        return;
+    m_driverIDs.push_front(driverID);
+    m_pDriverID.store(&m_driverIDs.front(), std::memory_order_release);
 }
 
-std::string DriverGuard::driverID() const {
-    const std::lock_guard lock(m_mutex);
-    return m_driverID;
-}
-
-std::string DriverGuard::name() const {
-    const std::string id = driverID();
+const std::string& DriverGuard::name() const {
+    const std::string& id = driverID();
     return id.empty() ? m_fileName : id;
 }
 
-void DriverGuard::report(const char* operation, const std::string& argument, const std::string& what) const {
+void DriverGuard::report(const char* operation, const std::string& argument, const std::string& what,
+                         std::string* pException) const {
     logLine("MODULE", LogOutput::eError,
             "driver " + name() + ": an exception left " + operation + "(" + argument + "): " + what);
+    if (pException)
+        *pException = what;
 }
 
 }  // namespace sal

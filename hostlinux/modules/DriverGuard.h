@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <exception>
+#include <forward_list>
 #include <mutex>
 #include <string>
 
@@ -16,22 +18,24 @@ public:
 
     void setDriverID(const std::string& driverID);
     /// Driver ID or file.
-    std::string name() const;
-    /// Empty until the driver is configured.
-    std::string driverID() const;
+    const std::string& name() const;
+    /// Empty until the driver is configured. Takes no lock; what it refers to stays as long as the guard.
+    const std::string& driverID() const { return *m_pDriverID.load(std::memory_order_acquire); }
 
     /// What call returns; fallback, with a log line that names the operation and its argument, when it
-    /// throws. The end of the calling thread by pthread_cancel is passed on.
+    /// throws. The exception's text goes to pException as well, unless that is null. The end of the calling
+    /// thread by pthread_cancel is passed on.
     template <class Result, class Call>
-    Result run(const char* operation, const std::string& argument, Result fallback, const Call& call) const {
+    Result run(const char* operation, const std::string& argument, Result fallback, const Call& call,
+               std::string* pException = nullptr) const {
         try {
             return call();
         } catch (const std::exception& e) {
-            report(operation, argument, exceptionText(e));
+            report(operation, argument, exceptionText(e), pException);
         } catch (...) {
             if (isThreadEnding())
                 throw;
-            report(operation, argument, currentExceptionText());
+            report(operation, argument, currentExceptionText(), pException);
         }
         return fallback;
     }
@@ -39,17 +43,19 @@ public:
     /// The same for operations without an argument worth naming.
     template <class Result, class Call>
     Result run(const char* operation, Result fallback, const Call& call) const {
-        return run(operation, s_noArgument, fallback, call);
+        return run(operation, s_none, fallback, call);
     }
 
 private:
-    void report(const char* operation, const std::string& argument, const std::string& what) const;
+    void report(const char* operation, const std::string& argument, const std::string& what,
+                std::string* pException) const;
 
-    static const std::string s_noArgument;
+    static const std::string s_none;
 
-    mutable std::mutex m_mutex;
-    std::string m_driverID;  ///< empty until the driver is configured
-    std::string m_fileName;
+    const std::string m_fileName;
+    std::mutex m_mutex;                           ///< of setDriverID()
+    std::forward_list<std::string> m_driverIDs;   ///< those it had before as well: some thread may read one
+    std::atomic<const std::string*> m_pDriverID;  ///< never null
 };
 
 }  // namespace sal

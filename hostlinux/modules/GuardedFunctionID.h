@@ -6,6 +6,8 @@
 
 namespace sal {
 
+class NestedCall;
+
 /// A driver's IFunctionID with a guard against exceptions and against circles of drivers: a call that is
 /// too deep inside others is refused, with a log line that names the circle. Owned by its Module, whose
 /// answers it gives for other interfaces; borrows the driver. Any thread.
@@ -20,8 +22,7 @@ public:
     bool showState() const override;
 
 private:
-    template <class Call>
-    bool runNested(const char* operation, const std::string& fid, const Call& call) const;
+    bool mayCall(NestedCall& nested, const char* operation, const std::string& fid) const;
 
     IInterface& m_module;
     IFunctionID& m_driver;

@@ -11,7 +11,7 @@ std::atomic<Module::Observer*> s_pObserver{nullptr};
 ObservedCall::ObservedCall(std::string driverID, const char* operation)
     : m_driverID(std::move(driverID)),
       m_operation(operation),
-      m_pObserver(m_driverID.empty() ? nullptr : s_pObserver.load()) {
+      m_pObserver(m_driverID.empty() ? nullptr : observer()) {
     if (m_pObserver)
         m_pObserver->callBegins(m_driverID, m_operation);
 }
@@ -22,11 +22,15 @@ ObservedCall::~ObservedCall() {
 }
 
 void ObservedCall::setObserver(Module::Observer* pObserver) {
-    s_pObserver = pObserver;
+    s_pObserver.store(pObserver, std::memory_order_release);
+}
+
+Module::Observer* ObservedCall::observer() {
+    return s_pObserver.load(std::memory_order_acquire);
 }
 
 void ObservedCall::driverDeleted(const std::string& driverID) {
-    Module::Observer* pObserver = driverID.empty() ? nullptr : s_pObserver.load();
+    Module::Observer* pObserver = driverID.empty() ? nullptr : observer();
     if (pObserver)
         pObserver->driverDeleted(driverID);
 }

@@ -15,6 +15,8 @@ public:
     ObservedCall& operator=(const ObservedCall&) = delete;
 
     static void setObserver(Module::Observer* pObserver);
+    /// Null where there is none.
+    static Module::Observer* observer();
     /// Does nothing for the empty ID.
     static void driverDeleted(const std::string& driverID);
     static void loadFailed(const std::string& path, const std::string& reason);

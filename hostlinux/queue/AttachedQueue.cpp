@@ -24,6 +24,9 @@ constexpr std::chrono::milliseconds s_refusal{1000};
 // So many messages without a wait make it worth while to spare the senders their fence.
 constexpr unsigned int s_stream = 64;
 
+std::atomic<MessageQueue::Observer*> s_pObserverOfSent{nullptr};
+std::atomic<MessageQueue::Observer*> s_pObserverOfReceived{nullptr};
+
 std::string described(const std::string& name) {
     return "queue " + name + ": ";
 }
@@ -246,7 +249,20 @@ void AttachedQueue::setBroken(const std::string& how) {
     header().spaceEvent.wakeAll();
 }
 
+void AttachedQueue::setObservers(MessageQueue::Observer* pOfSent, MessageQueue::Observer* pOfReceived) {
+    s_pObserverOfSent.store(pOfSent, std::memory_order_release);
+    s_pObserverOfReceived.store(pOfReceived, std::memory_order_release);
+}
+
 bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
+    std::uint32_t number = 0;
+    const bool isSent = push(data, length, timeout, number);
+    if (auto* const pObserver = s_pObserverOfSent.load(std::memory_order_acquire))
+        pObserver->sent(m_name, number, data, length, isSent);
+    return isSent;
+}
+
+bool AttachedQueue::push(const unsigned char* data, int length, int timeout, std::uint32_t& number) {
     if (length < 0 || static_cast<std::uint32_t>(length) > m_ring.geometry().messageSize) {
         report(m_tooLong, LogOutput::eError,
                "a message of " + std::to_string(length) + " bytes was not sent, at most " +
@@ -267,6 +283,8 @@ bool AttachedQueue::send(const unsigned char* data, int length, int timeout) {
         }
         const auto result = m_ring.push(data, static_cast<std::uint32_t>(length));
         const int error = errno;
+        if (result == QueueRing::EResult::Done)
+            number = m_ring.sent();
         if (result == QueueRing::EResult::Full && note.waitsForRoom()) {
             auto& waits = header().waits;
             waits.store(waits.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
@@ -423,7 +441,10 @@ int AttachedQueue::receive(unsigned char* buffer, int size, int timeout) {
                     header().dataEvent.promiseFence();
                 if (m_ring.hasEnteredChunk())
                     trimWhenLow();
-                return static_cast<int>(std::min(length, static_cast<std::uint32_t>(std::max(size, 0))));
+                length = std::min(length, static_cast<std::uint32_t>(std::max(size, 0)));
+                if (auto* const pObserver = s_pObserverOfReceived.load(std::memory_order_acquire))
+                    pObserver->received(m_name, m_ring.received(), buffer, static_cast<int>(length));
+                return static_cast<int>(length);
             case QueueRing::EResult::Empty:
                 if (isStopping || deadline.left(s_slice) == Deadline::Clock::duration::zero())
                     return -1;
@@ -525,6 +546,13 @@ MessageQueue::Status AttachedQueue::status() const {
             status.lockedForMs = longer(status.lockedForMs, *pEntry->lockSince);
     }
     return status;
+}
+
+MessageQueue::Level AttachedQueue::level() const {
+    return {.capacity = m_ring.geometry().capacity,
+            .depth = m_ring.depth(),
+            .received = QueueCursor::unpack(header().head.load(std::memory_order_acquire)).count,
+            .made = m_made};
 }
 
 bool AttachedQueue::removeName() {

@@ -43,6 +43,7 @@ public:
 
     /// Any thread, under the registry's lock.
     MessageQueue::Status status() const;
+    MessageQueue::Level level() const;
     void receiverGone();
     /// When this object was.
     std::chrono::steady_clock::time_point made() const { return m_made; }
@@ -57,6 +58,9 @@ public:
 
     /// In a forked child, whose only thread this is: lets go of what belongs to the parent.
     void abandon();
+
+    /// Who learns of the messages of all queues; null for nobody. See MessageQueue::setObserver().
+    static void setObservers(MessageQueue::Observer* pOfSent, MessageQueue::Observer* pOfReceived);
 
 private:
     class WaitNote;
@@ -76,6 +80,8 @@ private:
     static std::unique_ptr<AttachedQueue> tryCreate(const std::string& name, const QueueGeometry& geometry,
                                                     QueueFile::EResult& result, std::string& error);
 
+    /// number comes back as the message's; unchanged when it is not sent.
+    bool push(const unsigned char* data, int length, int timeout, std::uint32_t& number);
     void report(Throttle& throttle, int level, const std::string& text) const;
     bool isBroken();
     void setBroken(const std::string& how);

@@ -119,6 +119,15 @@ std::vector<MessageQueue::Status> MessageQueue::statuses() {
     return QueueRegistry::instance().statuses();
 }
 
+std::optional<MessageQueue::Level> MessageQueue::level(const std::string& name) {
+    return QueueRegistry::instance().level(name);
+}
+
+void MessageQueue::setObserver(Observer* pObserver, EObserved what) {
+    AttachedQueue::setObservers(what != EObserved::Received ? pObserver : nullptr,
+                                what != EObserved::Sent ? pObserver : nullptr);
+}
+
 std::string MessageQueue::nameFault(const std::string& name) {
     std::string error;
     return QueueDirectory::fileName(name, error) ? std::string() : error;

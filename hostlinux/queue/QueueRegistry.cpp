@@ -165,6 +165,14 @@ bool QueueRegistry::takePass(const std::string& name) {
     return found != m_refused.end() && std::exchange(found->second.passes, false) && found->second.isRecent();
 }
 
+std::optional<MessageQueue::Level> QueueRegistry::level(const std::string& name) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = std::find_if(m_queues.begin(), m_queues.end(), [&](const AttachedQueue* pQueue) {
+        return pQueue->isCreator() && pQueue->name() == name;
+    });
+    return found == m_queues.end() ? std::nullopt : std::optional((*found)->level());
+}
+
 std::vector<MessageQueue::Status> QueueRegistry::statuses() {
     std::vector<MessageQueue::Status> statuses;
     {

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ public:
     bool waitForReaders(const std::vector<std::string>& names, std::size_t most, int timeout);
 
     std::vector<MessageQueue::Status> statuses();
+    std::optional<MessageQueue::Level> level(const std::string& name);
 
     bool removeNames();
 

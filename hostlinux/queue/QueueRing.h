@@ -20,6 +20,8 @@ public:
     QueueRing(std::byte* pBase, const QueueGeometry& geometry, QueueFile& file);
 
     EResult push(const unsigned char* data, std::uint32_t length);
+    /// The place of the message that was pushed last, as a count of messages. Until another one is pushed.
+    std::uint32_t sent() const { return QueueCursor::unpack(m_ownTail).count; }
 
     /// The receiver begins where the last one stopped. False when that makes no sense.
     bool beginReceiving();

@@ -34,6 +34,24 @@ TEST(DriverGuard, NameIsTheFileUntilThereIsAnID) {
     EXPECT_EQ(sut.driverID(), "AXIS1");
 }
 
+TEST(DriverGuard, IDThatWasReadStaysWhereTheDriverGetsAnother) {
+    sal::DriverGuard sut("Axis.so");
+    sut.setDriverID("AXIS1");
+    const std::string& read = sut.driverID();
+    sut.setDriverID("AXIS2");
+    EXPECT_EQ(read, "AXIS1");
+    EXPECT_EQ(sut.driverID(), "AXIS2");
+}
+
+TEST(DriverGuard, GivesTheTextOfTheExceptionToo) {
+    const LogCapture log;
+    const sal::DriverGuard sut("Axis.so");
+    std::string exception;
+    sut.run(
+        "sendFID", "MOVE", false, []() -> bool { throw std::logic_error("stuck"); }, &exception);
+    EXPECT_EQ(exception, "std::logic_error: stuck");
+}
+
 TEST(DriverGuard, LogsDriverOperationArgumentAndException) {
     LogCapture log;
     sal::DriverGuard sut("Axis.so");

@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "FIDParameterList.h"
 #include "LogCapture.h"
+#include "ObservedCall.h"
 
 namespace {
 
@@ -101,6 +104,63 @@ TEST_F(GuardedFunctionID, CircleOfSubscriptionsIsRefusedToo) {
     EXPECT_FALSE(circling.subscribe("DONE"));
     EXPECT_EQ(circle.calls, 200);
     EXPECT_THAT(log.finish(), HasSubstr("driver A: subscribe(DONE) is refused: "));
+}
+
+/// Writes down which FIDs come to drivers, and the calls of showState().
+class NotingObserver : public sal::Module::Observer {
+public:
+    NotingObserver() { sal::ObservedCall::setObserver(this); }
+    ~NotingObserver() override { sal::ObservedCall::setObserver(nullptr); }
+
+    void callBegins(const std::string& driverID, const char* operation) override {
+        lines.push_back(driverID + " " + operation);
+    }
+    void callEnded(const std::string& driverID, const char* operation) override {
+        lines.push_back(driverID + " " + operation + " ended");
+    }
+    void driverDeleted(const std::string&) override {}
+    void fidBegins(const std::string& driverID, const std::string& fid, const FIDParameterList&) override {
+        lines.push_back(driverID + "." + fid);
+    }
+    void fidEnded(const std::string& driverID, bool ok, const char* exception) override {
+        lines.push_back(driverID + (ok ? " true" : " false") +
+                        (exception ? std::string(" ") + exception : ""));
+    }
+
+    std::vector<std::string> lines;
+};
+
+TEST_F(GuardedFunctionID, ObserverLearnsOfEachFidAndWhatTheDriverAnswers) {
+    const LogCapture log;
+    const NotingObserver observer;
+    guard.setDriverID("A");
+    EXPECT_CALL(driver, sendFID(_, _))
+        .WillOnce(Return(true))
+        .WillOnce(Return(false))
+        .WillOnce(Throw(std::runtime_error("no")));
+    for (const char* fid : {"ONE", "TWO", "THREE"})
+        sut.sendFID(fid, {});
+    EXPECT_EQ(observer.lines, (std::vector<std::string>{"A.ONE", "A true", "A.TWO", "A false", "A.THREE",
+                                                        "A false std::runtime_error: no"}));
+}
+
+TEST_F(GuardedFunctionID, ObserverLearnsOfAShowState) {
+    const NotingObserver observer;
+    guard.setDriverID("A");
+    EXPECT_CALL(driver, showState()).WillOnce(Return(true));
+    sut.showState();
+    EXPECT_EQ(observer.lines, (std::vector<std::string>{"A showState", "A showState ended"}));
+}
+
+TEST_F(GuardedFunctionID, ObserverLearnsOfNoFidThatACircleKeepsFromItsDriver) {
+    const LogCapture log;
+    const NotingObserver observer;
+    guard.setDriverID("A");
+    Circle circle;
+    const sal::GuardedFunctionID circling{module, circle, guard};
+    circle.pSelf = &circling;
+    circling.sendFID("PING", {});
+    EXPECT_EQ(observer.lines.size(), 400u);
 }
 
 TEST_F(GuardedFunctionID, OtherInterfacesAreAskedOfTheModule) {

@@ -194,6 +194,103 @@ protected:
     std::string m_directory;
 };
 
+// Who is told of messages.
+
+/// Writes down what it learns, one line a message.
+class NotingObserver : public sal::MessageQueue::Observer {
+public:
+    explicit NotingObserver(sal::MessageQueue::EObserved what = sal::MessageQueue::EObserved::Both) {
+        sal::MessageQueue::setObserver(this, what);
+    }
+    ~NotingObserver() override { sal::MessageQueue::setObserver(nullptr); }
+
+    void sent(const std::string& queue, std::uint32_t number, const unsigned char* data, int length,
+              bool ok) override {
+        note("sent", queue, number, data, length, ok ? "" : " refused");
+    }
+    void received(const std::string& queue, std::uint32_t number, const unsigned char* data,
+                  int length) override {
+        note("received", queue, number, data, length, "");
+    }
+
+    std::vector<std::string> lines;
+
+private:
+    void note(const std::string& what, const std::string& queue, std::uint32_t number,
+              const unsigned char* data, int length, const std::string& end) {
+        lines.push_back(what + " " + queue + " " + std::to_string(number) + " " +
+                        std::string(data, data + length) + end);
+    }
+};
+
+using Lines = std::vector<std::string>;
+
+TEST_F(MessageQueue, ObserverLearnsOfEachMessageWithItsNumber) {
+    sal::MessageQueue sut;
+    sal::MessageQueue other;
+    ASSERT_TRUE(sut.create("Q", 10, 100, 0));
+    ASSERT_TRUE(other.create("R", 10, 100, 0));
+    sendText(sut, "before");
+    NotingObserver observer;
+    sendText(sut, "one");
+    sendText(other, "two");
+    EXPECT_EQ(receiveText(sut), "before");
+    EXPECT_EQ(receiveText(sut), "one");
+    EXPECT_EQ(receiveText(sut), "nothing");
+    EXPECT_EQ(observer.lines,
+              (Lines{"sent Q 2 one", "sent R 1 two", "received Q 1 before", "received Q 2 one"}));
+}
+
+TEST_F(MessageQueue, ObserverLearnsOfAMessageThatIsNotSent) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 1, 4, 0));
+    sendText(sut, "one");
+    NotingObserver observer;
+    EXPECT_FALSE(sendText(sut, "two"));
+    logOf([&] { EXPECT_FALSE(sendText(sut, "three")); });
+    EXPECT_EQ(observer.lines, (Lines{"sent Q 0 two refused", "sent Q 0 three refused"}));
+}
+
+TEST_F(MessageQueue, ObserverGetsAsMuchOfAMessageAsItsReceiver) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 10, 100, 0));
+    sendText(sut, "abcdef");
+    NotingObserver observer;
+    std::array<unsigned char, 3> buffer{};
+    EXPECT_EQ(sut.receive(buffer.data(), 3, 0), 3);
+    EXPECT_EQ(observer.lines, (Lines{"received Q 1 abc"}));
+}
+
+TEST_F(MessageQueue, ObserverLearnsOnlyOfWhatItObserves) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 10, 100, 0));
+    {
+        const NotingObserver observer(sal::MessageQueue::EObserved::Sent);
+        sendText(sut, "one");
+        receiveText(sut);
+        EXPECT_EQ(observer.lines, (Lines{"sent Q 1 one"}));
+    }
+    const NotingObserver observer(sal::MessageQueue::EObserved::Received);
+    sendText(sut, "two");
+    receiveText(sut);
+    EXPECT_EQ(observer.lines, (Lines{"received Q 2 two"}));
+}
+
+TEST_F(MessageQueue, NumbersOfMessagesBeginAgainAfterTheyHaveWrapped) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 10, 100, 0));
+    const std::uint64_t place = sal::QueueCursor{sal::QueueCursor::s_countMask - 1, 0, 0}.pack();
+    scribble("Q", offsetof(sal::QueueHeader, tail), &place, 8);
+    scribble("Q", offsetof(sal::QueueHeader, head), &place, 8);
+    NotingObserver observer;
+    for (const char* text : {"a", "b", "c"})
+        sendText(sut, text);
+    EXPECT_EQ(observer.lines, (Lines{"sent Q 16777215 a", "sent Q 0 b", "sent Q 1 c"}));
+    receiveText(sut);
+    receiveText(sut);
+    EXPECT_EQ(sal::MessageQueue::level("Q")->received, 0u);
+}
+
 // Messages.
 
 TEST_F(MessageQueue, StatusCountsWhatWasTakenOut) {
@@ -205,6 +302,24 @@ TEST_F(MessageQueue, StatusCountsWhatWasTakenOut) {
     receiveText(sut);
     receiveText(sut);
     EXPECT_EQ(2u, statusOf("Q").received);
+}
+
+TEST_F(MessageQueue, LevelSaysHowFullAQueueOfThisProcessIs) {
+    EXPECT_FALSE(sal::MessageQueue::level("Q"));
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 10, 100, 0));
+    for (int i = 0; i < 3; ++i)
+        sendText(sut, "text");
+    receiveText(sut);
+    const auto level = sal::MessageQueue::level("Q");
+    ASSERT_TRUE(level);
+    EXPECT_EQ(level->capacity, 10u);
+    EXPECT_EQ(level->depth, 2u);
+    EXPECT_EQ(level->received, 1u);
+    sut.close();
+    EXPECT_FALSE(sal::MessageQueue::level("Q"));
+    ASSERT_TRUE(sut.create("Q", 10, 100, 0));
+    EXPECT_GT(sal::MessageQueue::level("Q")->made, level->made);
 }
 
 TEST_F(MessageQueue, DeliversWhatWasSent) {

@@ -79,6 +79,12 @@ std::vector<MessageQueue::Status> MessageQueue::statuses() {
     return {};
 }
 
+std::optional<MessageQueue::Level> MessageQueue::level(const std::string&) {
+    return std::nullopt;
+}
+
+void MessageQueue::setObserver(Observer*, EObserved) {}
+
 std::string MessageQueue::nameFault(const std::string&) {
     return {};
 }
