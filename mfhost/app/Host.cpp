@@ -24,6 +24,7 @@
 #include "ThreadName.h"
 #include "sal/Directory.h"
 #include "sal/HostQueueDirectory.h"
+#include "sal/MessageQueue.h"
 #include "sal/Module.h"
 #include "sal/Process.h"
 
@@ -31,6 +32,7 @@ namespace {
 
 /// What an end at once leaves for the last log lines and the queues.
 constexpr std::chrono::milliseconds s_lastWords{300};
+constexpr std::chrono::milliseconds s_sendersPatience{200};
 /// In the working directory, which a start leaves as it is.
 constexpr const char* s_parkMarks = "mfhost.parked";
 constexpr const char* s_history = "mfhost.history";
@@ -48,6 +50,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
       m_drivers(m_store,
                 RestartPlan::Settings{.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}),
       m_driverCalls(m_drivers, m_surroundings),
+      m_fidTap(m_drivers, m_driverCalls),
       m_byHand(m_drivers, [] { return sal::MessageQueue::statuses(); }),
       m_supervisor(m_drivers,
                    {.stopTimeout = m_options.stopTimeout,
@@ -86,7 +89,8 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                .quit = [this] { requestShutdown("quit", 0); },
                .showModules = [this] { m_pManager->showModules(); }}),
       m_system(std::set<std::string>(m_options.allowedCommands.begin(), m_options.allowedCommands.end()),
-               [this](const std::string& line) { return m_shell.postDriverCommand(line); }) {}
+               [this](const std::string& line) { return m_shell.postDriverCommand(line); }),
+      m_fidSenders(m_drivers, m_system.sender()) {}
 
 Host::~Host() = default;
 
@@ -117,7 +121,8 @@ int Host::run() {
         m_drivers.setFollower([this](const DriverTable::Driver& driver) { m_pNews->changed(driver); });
     }
     sal::Process::setObserver(&m_supervisor);
-    sal::Module::setObserver(&m_driverCalls);
+    sal::Module::setObserver(&m_fidTap);
+    sal::MessageQueue::setObserver(&m_fidTap, sal::MessageQueue::EObserved::Sent);
     sal::Directory::setFileFilter(&WorkplaceAdmission::acceptsDescriptor);
 
     m_supervisor.start();
@@ -237,12 +242,16 @@ void Host::shutDown() {
     m_workplace.end();
     if (m_pNews)
         m_pNews->stop();
+    // One that is held up by a driver comes back at the latest when the manager has let that driver go.
+    m_fidSenders.stop(s_sendersPatience);
     m_pManager.reset();
+    m_fidSenders.stop(s_sendersPatience);
     m_system.sender().setTarget(nullptr);
     m_supervisor.endProcesses();
     removeLeftQueues();
     sal::Process::setObserver(nullptr);
     sal::Module::setObserver(nullptr);
+    sal::MessageQueue::setObserver(nullptr);
     hostLog(sal::LogOutput::eInfo) << "all drivers are stopped" << std::endl;
 }
 

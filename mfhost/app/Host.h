@@ -11,6 +11,8 @@
 #include "DriverCallWatch.h"
 #include "DriverNews.h"
 #include "DriverTable.h"
+#include "FidSenders.h"
+#include "FidTap.h"
 #include "FollowPrinter.h"
 #include "HostSystem.h"
 #include "Options.h"
@@ -61,12 +63,14 @@ private:
     DriverTable m_drivers;
     Surroundings m_surroundings;
     DriverCallWatch m_driverCalls;
+    FidTap m_fidTap;
     CommandThread m_commands;
     ByHandWatch m_byHand;
     ProcessSupervisor m_supervisor;
     Workplace m_workplace;
     CommandShell m_shell;
     HostSystem m_system;
+    FidSenders m_fidSenders;
     std::unique_ptr<DriverNews> m_pNews;  ///< none unless the workplace asks for it
     std::unique_ptr<Console> m_pConsole;
     std::unique_ptr<FollowPrinter> m_pFollow;

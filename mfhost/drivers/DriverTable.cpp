@@ -1,11 +1,21 @@
 #include "DriverTable.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
 #include "HostLog.h"
 #include "PanelNames.h"
+
+namespace {
+
+/// A FID of any length can be sent from outside.
+constexpr std::size_t s_longestFid = 80;
+
+}  // namespace
 
 DriverTable::DriverTable(StateStore& store, std::optional<RestartPlan::Settings> restart)
     : m_store(store), m_restart(std::move(restart)) {
@@ -265,7 +275,7 @@ void DriverTable::setTraffic(const std::string& driverID, double receivedPerSeco
 
 void DriverTable::callBegins(const std::string& driverID, const char* operation) {
     const std::lock_guard lock(m_mutex);
-    m_calls.push_back({driverID, operation, Clock::now()});
+    m_calls.push_back({driverID, operation, Clock::now(), ::gettid()});
     if (std::string_view(operation) == "setConfiguration")
         instanceBegins(row(driverID), 0, false);
 }
@@ -273,7 +283,8 @@ void DriverTable::callBegins(const std::string& driverID, const char* operation)
 void DriverTable::callEnded(const std::string& driverID, const char* operation) {
     const std::lock_guard lock(m_mutex);
     const auto call = std::find_if(m_calls.begin(), m_calls.end(), [&](const Call& candidate) {
-        return candidate.driverID == driverID && candidate.operation == operation;
+        return candidate.driverID == driverID && candidate.operation == operation &&
+               candidate.thread == ::gettid();
     });
     if (call != m_calls.end())
         m_calls.erase(call);
@@ -285,6 +296,21 @@ void DriverTable::driverDeleted(const std::string& driverID) {
     if (pDeleted && pDeleted->isAlive && pDeleted->pid == 0)
         instanceEnds(*pDeleted, EDriverEvent::InstanceEnds, "unloaded");
     eraseIfGone(driverID);
+}
+
+void DriverTable::fidBegins(const std::string& driverID, const std::string& fid, const FIDParameterList&) {
+    const std::lock_guard lock(m_mutex);
+    m_calls.push_back({driverID, "sendFID(" + fid.substr(0, s_longestFid) + ")", Clock::now(), ::gettid()});
+}
+
+void DriverTable::fidEnded(const std::string& driverID, bool, const char*) {
+    const std::lock_guard lock(m_mutex);
+    // The calls of one thread end in the opposite order.
+    const auto call = std::find_if(m_calls.rbegin(), m_calls.rend(), [&](const Call& candidate) {
+        return candidate.driverID == driverID && candidate.thread == ::gettid();
+    });
+    if (call != m_calls.rend())
+        m_calls.erase(std::prev(call.base()));
 }
 
 std::vector<std::string> DriverTable::takeDue(Clock::time_point now) {
@@ -343,4 +369,14 @@ std::optional<DriverTable::Call> DriverTable::oldestCall() const {
     if (m_calls.empty())
         return std::nullopt;
     return m_calls.front();
+}
+
+std::vector<DriverTable::Call> DriverTable::innermostCalls() const {
+    std::vector<Call> innermost;
+    const std::lock_guard lock(m_mutex);
+    for (const Call& call : m_calls) {
+        std::erase_if(innermost, [&](const Call& outer) { return outer.thread == call.thread; });
+        innermost.push_back(call);
+    }
+    return innermost;
 }

@@ -52,8 +52,9 @@ public:
     /// A call into an in-process driver that has not come back.
     struct Call {
         std::string driverID;
-        std::string operation;
+        std::string operation;  ///< "deinitialize", "sendFID(MOVE)"
         Clock::time_point since;
+        int thread = 0;  ///< the number that the system gives it
     };
 
     /// What comes after an instance has ended or none has come.
@@ -124,6 +125,11 @@ public:
     void callBegins(const std::string& driverID, const char* operation) override;
     void callEnded(const std::string& driverID, const char* operation) override;
     void driverDeleted(const std::string& driverID) override;
+    /// Of the threads alone whose calls are to be seen when they do not come back: the command thread, those
+    /// that send what was asked for from outside.
+    void fidBegins(const std::string& driverID, const std::string& fid,
+                   const FIDParameterList& parameters) override;
+    void fidEnded(const std::string& driverID, bool ok, const char* exception) override;
 
     /// Those whose time has come, each once.
     std::vector<std::string> takeDue(Clock::time_point now);
@@ -140,6 +146,8 @@ public:
     /// Whether no newer process of the driver has begun.
     bool isLast(const std::string& driverID, int pid) const;
     std::optional<Call> oldestCall() const;
+    /// The innermost call of each thread that is inside of some, in the order in which these began.
+    std::vector<Call> innermostCalls() const;
 
 private:
     struct Row : Driver {

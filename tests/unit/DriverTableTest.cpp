@@ -1,12 +1,15 @@
 #include "DriverTable.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "FIDParameterList.h"
 #include "LogCapture.h"
 
 namespace {
@@ -124,6 +127,45 @@ TEST_F(DriverTableTest, NamesTheOldestCallThatHasNotComeBack) {
     EXPECT_EQ("initializationCompleted", m_sut.oldestCall()->operation);
     m_sut.callEnded("B", "initializationCompleted");
     EXPECT_FALSE(m_sut.oldestCall());
+}
+
+TEST_F(DriverTableTest, FidIsACallUntilItsDriverHasReturned) {
+    m_sut.fidBegins("A", "MOVE", {});
+    ASSERT_EQ(1u, m_sut.innermostCalls().size());
+    EXPECT_EQ("A", m_sut.innermostCalls().front().driverID);
+    EXPECT_EQ("sendFID(MOVE)", m_sut.innermostCalls().front().operation);
+    EXPECT_EQ(::gettid(), m_sut.innermostCalls().front().thread);
+    m_sut.fidEnded("A", true, nullptr);
+    EXPECT_TRUE(m_sut.innermostCalls().empty());
+}
+
+TEST_F(DriverTableTest, InnermostCallOfAThreadIsTheOneThatHasNotReturned) {
+    m_sut.fidBegins("A", "ONE", {});
+    m_sut.fidBegins("B", "TWO", {});
+    m_sut.fidBegins("A", "THREE", {});
+    const auto innermost = [this] { return m_sut.innermostCalls().front().operation; };
+    EXPECT_EQ(1u, m_sut.innermostCalls().size());
+    EXPECT_EQ("sendFID(THREE)", innermost());
+    m_sut.fidEnded("A", true, nullptr);
+    EXPECT_EQ("sendFID(TWO)", innermost());
+    m_sut.fidEnded("B", true, nullptr);
+    EXPECT_EQ("sendFID(ONE)", innermost());
+}
+
+TEST_F(DriverTableTest, EachThreadHasItsOwnInnermostCall) {
+    m_sut.fidBegins("A", "ONE", {});
+    std::thread([this] {
+        m_sut.fidBegins("A", "TWO", {});
+        EXPECT_EQ(2u, m_sut.innermostCalls().size());
+        m_sut.fidEnded("A", true, nullptr);
+    }).join();
+    ASSERT_EQ(1u, m_sut.innermostCalls().size());
+    EXPECT_EQ("sendFID(ONE)", m_sut.innermostCalls().front().operation);
+}
+
+TEST_F(DriverTableTest, LongFidIsCutInItsCall) {
+    m_sut.fidBegins("A", std::string(8000, 'x'), {});
+    EXPECT_EQ("sendFID(" + std::string(80, 'x') + ")", m_sut.innermostCalls().front().operation);
 }
 
 TEST_F(DriverTableTest, DriverThatLeftTheConfigurationIsForgottenUnlessItRuns) {

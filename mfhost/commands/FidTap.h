@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string>
+
+#include "DriverTable.h"
+#include "sal/MessageQueue.h"
+#include "sal/Module.h"
+
+/// Where the FIDs of this process are seen on their way to drivers: tells the FidWatch of the thread that
+/// sends one, and the table of drivers of calls that may not come back. Passes on what the observer of the
+/// drivers' other calls is told. Owned by Host; told by libsal on any thread, most of which it only asks
+/// whether they watch.
+class FidTap : public sal::MessageQueue::Observer, public sal::Module::Observer {
+public:
+    FidTap(DriverTable& drivers, sal::Module::Observer& calls) : m_drivers(drivers), m_calls(calls) {}
+
+    /// As long as one lives on a thread, FIDs that come to drivers of this process on that thread are calls
+    /// in the table of drivers.
+    class WatchedThread {
+    public:
+        WatchedThread();
+        ~WatchedThread();
+        WatchedThread(const WatchedThread&) = delete;
+        WatchedThread& operator=(const WatchedThread&) = delete;
+    };
+
+    void callBegins(const std::string& driverID, const char* operation) override;
+    void callEnded(const std::string& driverID, const char* operation) override;
+    void driverDeleted(const std::string& driverID) override;
+    void fidBegins(const std::string& driverID, const std::string& fid,
+                   const FIDParameterList& parameters) override;
+    void fidEnded(const std::string& driverID, bool ok, const char* exception) override;
+
+    void sent(const std::string& queue, std::uint32_t number, const unsigned char* data, int length,
+              bool ok) override;
+    void received(const std::string&, std::uint32_t, const unsigned char*, int) override {}
+
+private:
+    DriverTable& m_drivers;
+    sal::Module::Observer& m_calls;
+};

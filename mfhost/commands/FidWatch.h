@@ -1,0 +1,68 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "DriverTable.h"
+#include "FIDParameterList.h"
+#include "FidOutcome.h"
+
+/// Finds out what becomes of one FID: made before a thread sends it, asked after the send has returned, gone
+/// before the thread sends another. What the thread sends besides, a macro's FIDs or those of the driver that
+/// is called, is told apart by driver, function and depth. All on that thread, which FidTap tells of.
+class FidWatch {
+public:
+    /// All three live as long as the watch.
+    FidWatch(const DriverTable& drivers, const std::string& fid, const FIDParameterList& parameters);
+    ~FidWatch();
+    FidWatch(const FidWatch&) = delete;
+    FidWatch& operator=(const FidWatch&) = delete;
+
+    /// Nobody, Delivered or Written; the last is final only where no driver will ever take it.
+    FidOutcome outcome() const;
+
+    /// Why the FID does not fit into a message to a driver process, where what does not fit is left out;
+    /// empty when it fits. Any thread.
+    static std::string whyTooLong(const std::string& fid, const FIDParameterList& parameters);
+
+    /// Where a message stands that was written.
+    struct Place {
+        std::string queue;
+        std::chrono::steady_clock::time_point made;  ///< the queue was, as in its level
+        std::uint32_t number = 0;                    ///< of the message in it
+    };
+    /// Nothing unless it was written to the input queue of its driver.
+    const std::optional<Place>& place() const { return m_place; }
+
+    /// The one that is told of what this thread does; null for none.
+    static FidWatch* ofThisThread();
+
+    void fidBegins(const std::string& driverID, const std::string& function);
+    void fidEnded(bool ok, const char* exception);
+    void sent(const std::string& queue, std::uint32_t number, const unsigned char* data, int length, bool ok);
+
+private:
+    enum class EWay { None, Called, Written, NotWritten };
+
+    void describeCall(FidOutcome& outcome) const;
+    void describeQueue(FidOutcome& outcome) const;
+    void describeNobody(FidOutcome& outcome) const;
+
+    const DriverTable& m_drivers;
+    const std::string& m_fid;
+    const FIDParameterList& m_parameters;
+    const std::string m_driverID;
+    const std::string m_function;
+    const std::string m_inputQueue;
+    const std::chrono::steady_clock::time_point m_began = std::chrono::steady_clock::now();
+    FidWatch* const m_pOuter;
+
+    EWay m_way = EWay::None;
+    unsigned int m_depth = 0;  ///< calls of drivers that this thread is inside of
+    bool m_isInside = false;   ///< the outermost of them is the FID's
+    bool m_isOk = false;
+    std::string m_exception;
+    std::optional<Place> m_place;
+};

@@ -1,0 +1,82 @@
+#include "FidTap.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+
+#include "FidWatch.h"
+#include "LogCapture.h"
+
+namespace {
+
+using testing::StrEq;
+using testing::StrictMock;
+
+class Observer : public sal::Module::Observer {
+public:
+    MOCK_METHOD(void, callBegins, (const std::string& driverID, const char* operation), (override));
+    MOCK_METHOD(void, callEnded, (const std::string& driverID, const char* operation), (override));
+    MOCK_METHOD(void, driverDeleted, (const std::string& driverID), (override));
+};
+
+class FidTapTest : public testing::Test {
+protected:
+    LogCapture m_log;
+    StateStore m_store;
+    DriverTable m_drivers{m_store};
+    StrictMock<Observer> m_calls;
+    FidTap m_sut{m_drivers, m_calls};
+};
+
+}  // namespace
+
+TEST_F(FidTapTest, PassesTheOtherCallsOn) {
+    EXPECT_CALL(m_calls, callBegins("A", StrEq("deinitialize")));
+    EXPECT_CALL(m_calls, callEnded("A", StrEq("deinitialize")));
+    EXPECT_CALL(m_calls, driverDeleted("A"));
+    m_sut.callBegins("A", "deinitialize");
+    m_sut.callEnded("A", "deinitialize");
+    m_sut.driverDeleted("A");
+}
+
+TEST_F(FidTapTest, FidIsACallOnAWatchedThreadAlone) {
+    m_sut.fidBegins("A", "MOVE", {});
+    EXPECT_TRUE(m_drivers.innermostCalls().empty());
+    m_sut.fidEnded("A", true, nullptr);
+
+    const FidTap::WatchedThread watched;
+    m_sut.fidBegins("A", "MOVE", {});
+    ASSERT_EQ(m_drivers.innermostCalls().size(), 1u);
+    EXPECT_EQ(m_drivers.innermostCalls().front().operation, "sendFID(MOVE)");
+    std::thread([this] {
+        m_sut.fidBegins("B", "MOVE", {});
+        EXPECT_EQ(m_drivers.innermostCalls().size(), 1u);
+        m_sut.fidEnded("B", true, nullptr);
+    }).join();
+    m_sut.fidEnded("A", true, nullptr);
+    EXPECT_TRUE(m_drivers.innermostCalls().empty());
+}
+
+TEST_F(FidTapTest, TellsTheWatchOfTheSameThread) {
+    const FIDParameterList none;
+    const std::string fid = "A.MOVE";
+    const FidWatch watch(m_drivers, fid, none);
+    std::thread([this] {
+        m_sut.fidBegins("A", "MOVE", {});
+        m_sut.fidEnded("A", true, nullptr);
+    }).join();
+    EXPECT_FALSE(watch.outcome().result);
+    m_sut.fidBegins("A", "MOVE", {});
+    m_sut.fidEnded("A", true, nullptr);
+    EXPECT_EQ(watch.outcome().result, true);
+}
+
+TEST_F(FidTapTest, TellsNobodyWhereNoneWatches) {
+    m_sut.sent("A_INQ", 1, nullptr, 0, true);
+    m_sut.received("A_OUTQ", 1, nullptr, 0);
+    m_sut.fidBegins("A", "MOVE", {});
+    m_sut.fidEnded("A", true, nullptr);
+    EXPECT_EQ(FidWatch::ofThisThread(), nullptr);
+}
