@@ -1,5 +1,7 @@
 #include "CommandThread.h"
 
+#include <unistd.h>
+
 #include <exception>
 #include <utility>
 
@@ -110,7 +112,7 @@ void CommandThread::run() {
 void CommandThread::perform(const Item& item) {
     {
         const std::lock_guard lock(m_mutex);
-        m_activity = {true, item.what, {}, Clock::now()};
+        m_activity = {true, item.what, {}, Clock::now(), ::gettid()};
     }
     m_onActivity();
     try {

@@ -9,4 +9,5 @@ struct CommandActivity {
     std::string what;      ///< the command line, or "start-up", "shutdown"
     std::string driverID;  ///< the driver that it concerns, if one
     std::chrono::steady_clock::time_point since;
+    int thread = 0;  ///< the number that the system gives the command thread
 };

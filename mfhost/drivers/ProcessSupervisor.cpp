@@ -29,6 +29,8 @@ constexpr std::chrono::seconds s_startTime{10};
 constexpr std::chrono::milliseconds s_lossPatience{2000};
 /// Refusals of a queue's name over this time are a wait for it and not a single try.
 constexpr unsigned int s_queueWaitMs = 200;
+/// The command thread's first task, which takes as long as the drivers need.
+constexpr const char* s_startUp = "start-up";
 /// What the last log lines may take at an end that is enforced.
 constexpr std::chrono::milliseconds s_lastWords{350};
 
@@ -65,6 +67,11 @@ std::chrono::nanoseconds bootTime() {
     return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
+/// "A: deinitialize()", "A: sendFID(MOVE)".
+std::string callText(const DriverTable::Call& call) {
+    return call.driverID + ": " + call.operation + (call.operation.ends_with(')') ? "" : "()");
+}
+
 /// Often enough to see a hang in time, and each second for the traffic.
 std::chrono::milliseconds sampleInterval(std::chrono::milliseconds hangTimeout) {
     if (hangTimeout.count() <= 0)
@@ -96,6 +103,7 @@ ProcessSupervisor::~ProcessSupervisor() {
     for (Process& process : m_processes.lock())
         process.pStacks.reset();
     m_lateDumps.clear();
+    m_pCommandStack.reset();
 }
 
 void ProcessSupervisor::start() {
@@ -331,7 +339,7 @@ void ProcessSupervisor::check() {
     if (activity.busy) {
         checkCommand(activity, now);
         checkQueueWait(activity, now);
-        checkCall(now);
+        checkCall(activity, now);
     } else {
         m_retiredQueues.clear();
     }
@@ -424,15 +432,48 @@ void ProcessSupervisor::checkQueueWait(const CommandActivity& activity, Clock::t
     }
 }
 
-void ProcessSupervisor::checkCall(Clock::time_point now) {
-    const auto call = m_drivers.oldestCall();
-    if (!call || now - call->since < m_settings.stopTimeout || m_reportedCall == call->since)
+/// A command that does not come back: which driver's call it is in, and where its thread is. A shutdown has
+/// less time.
+void ProcessSupervisor::checkCall(const CommandActivity& activity, Clock::time_point now) {
+    const bool isShutdown = isShuttingDown();
+    const auto patience = isShutdown ? std::min(m_settings.stopTimeout, m_settings.commandPatience)
+                                     : m_settings.commandPatience;
+    const auto calls = m_drivers.innermostCalls();
+    const auto call = std::find_if(calls.begin(), calls.end(), [&](const DriverTable::Call& candidate) {
+        return candidate.thread == activity.thread;
+    });
+    const auto since = call != calls.end() ? call->since : activity.since;
+    if (now - since < patience || m_reportedCall == since)
         return;
-    m_reportedCall = call->since;
-    hostLog(sal::LogOutput::eWarning)
-        << call->driverID << ": " << call->operation << "() has not come back for "
-        << seconds(m_settings.stopTimeout)
-        << "; the driver runs in the host's process and cannot be ended alone" << std::endl;
+    if (call != calls.end()) {
+        hostLog(sal::LogOutput::eWarning)
+            << callText(*call) << " has not come back for " << seconds(patience) << " and holds up \""
+            << activity.what << "\"; the driver runs in the host's process and cannot be ended alone"
+            << std::endl;
+    } else {
+        const auto queues = m_environment.queues();
+        const bool isQueueFull = std::any_of(queues.begin(), queues.end(),
+                                             [](const auto& queue) { return queue.waitingForMs > 0; });
+        // A start takes its time. What waits for a driver process is told where that is ended.
+        if (isShutdown || isQueueFull || !activity.driverID.empty() || activity.what == s_startUp)
+            return;
+        hostLog(sal::LogOutput::eWarning)
+            << "\"" << activity.what << "\" has not come back for " << seconds(patience) << std::endl;
+    }
+    m_reportedCall = since;
+    showStack(activity.thread);
+}
+
+void ProcessSupervisor::showStack(int thread) {
+    if (m_pCommandStack)
+        return;
+    try {
+        m_pCommandStack = std::make_unique<StackDump>(
+            thread, m_settings.stacksLimit, [this] { wake(); }, StackDump::EThreads::One);
+    } catch (const std::exception& error) {
+        hostLog(sal::LogOutput::eWarning)
+            << "the stack of the command thread cannot be read: " << error.what() << std::endl;
+    }
 }
 
 void ProcessSupervisor::checkShutdown(const CommandActivity& activity, Clock::time_point now) {
@@ -614,18 +655,26 @@ void ProcessSupervisor::checkStacks() {
         const std::lock_guard lock(m_mutex);
         std::erase_if(m_lateDumps, [](const auto& pDump) { return pDump->isDone(); });
     }
+    if (m_pCommandStack && m_pCommandStack->isDone()) {
+        logStacks(*m_pCommandStack);
+        m_pCommandStack.reset();
+    }
     for (Process& process : m_processes.lock()) {
         if (!process.pStacks || !process.pStacks->isDone())
             continue;
-        std::istringstream lines(process.pStacks->text());
-        for (std::string line; std::getline(lines, line);)
-            hostLog(sal::LogOutput::eError) << "    " << line << std::endl;
+        logStacks(*process.pStacks);
         process.pStacks.reset();
         if (process.terminated)
             continue;
         process.terminated = Clock::now();
         process.signal(SIGTERM);
     }
+}
+
+void ProcessSupervisor::logStacks(const StackDump& stacks) {
+    std::istringstream lines(stacks.text());
+    for (std::string line; std::getline(lines, line);)
+        hostLog(sal::LogOutput::eError) << "    " << line << std::endl;
 }
 
 /// All at once: the teardown comes to one after the other, and there is no time to wait for each.
@@ -655,8 +704,8 @@ void ProcessSupervisor::terminate(Process& process, const std::string& reason) {
 }
 
 std::string ProcessSupervisor::whoHoldsUp(const CommandActivity& activity) {
-    if (const auto call = m_drivers.oldestCall())
-        return call->driverID + ": " + call->operation + "()";
+    if (const auto calls = m_drivers.innermostCalls(); !calls.empty())
+        return callText(calls.front());
     for (const auto& queue : m_environment.queues()) {
         const std::string driverID = protocol::receiverOf(queue.name);
         if (queue.waitingForMs > 0 && !driverID.empty())

@@ -36,7 +36,9 @@ public:
         std::chrono::milliseconds shutdownLimit{5000};
         std::chrono::milliseconds killDelay{500};      ///< between SIGTERM and SIGKILL
         std::chrono::milliseconds hangTimeout{10000};  ///< 0: nothing is taken for hung
-        std::chrono::milliseconds stacksLimit{2000};   ///< for reading the stacks of a process that hangs
+        std::chrono::milliseconds stacksLimit{2000};   ///< for reading the stacks of what hangs
+        /// With a command that does not come back, before a line says what it is in.
+        std::chrono::milliseconds commandPatience{5000};
         /// How long a process may take to end after it was unloaded or a newer one has replaced it; no
         /// command waits for it.
         std::chrono::milliseconds replacedLimit{10000};
@@ -115,7 +117,8 @@ private:
     void check();
     void checkCommand(const CommandActivity& activity, Clock::time_point now);
     void checkQueueWait(const CommandActivity& activity, Clock::time_point now);
-    void checkCall(Clock::time_point now);
+    void checkCall(const CommandActivity& activity, Clock::time_point now);
+    void showStack(int thread);
     void checkShutdown(const CommandActivity& activity, Clock::time_point now);
     void endFullQueues();
     void checkRestarts(Clock::time_point now);
@@ -126,6 +129,7 @@ private:
     void checkQueueLoss(const Queues& queues, Clock::time_point looked);
     void lost(const QueueLossDetector::Verdict& verdict);
     void checkStacks();
+    static void logStacks(const StackDump& stacks);
     static void terminate(Process& process, const std::string& reason);
     std::string whoHoldsUp(const CommandActivity& activity);
 
@@ -149,6 +153,7 @@ private:
     std::string m_awaited;
     /// Of processes that have ended meanwhile.
     std::vector<std::unique_ptr<StackDump>> m_lateDumps;
+    std::unique_ptr<StackDump> m_pCommandStack;  ///< of the command thread, while it is read
 
     // The supervisor's thread's own.
     HangDetector m_hangs;
@@ -156,7 +161,7 @@ private:
     Clock::time_point m_nextSample;
     TrafficMeter m_traffic;
 
-    /// What was said already: once for each call, queue wait and driver.
+    /// What was said already: once for each call or command that does not come back, queue wait and driver.
     std::optional<Clock::time_point> m_reportedCall;
     std::string m_reportedQueue;
     std::set<std::string> m_retiredQueues;  ///< in the current command

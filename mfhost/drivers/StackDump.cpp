@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,7 +21,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /// Starts eu-stack with its output going to the descriptor; 0 when that is not possible.
-pid_t startReader(int pid, int output) {
+pid_t startReader(int ofNumber, bool isOneThread, int output) {
     posix_spawn_file_actions_t actions;
     if (::posix_spawn_file_actions_init(&actions) != 0)
         return 0;
@@ -38,8 +39,8 @@ pid_t startReader(int pid, int output) {
     ::posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
     ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     std::string program = "eu-stack";
-    std::string option = "-p";
-    std::string number = std::to_string(pid);
+    std::string option = isOneThread ? "-1p" : "-p";
+    std::string number = std::to_string(ofNumber);
     char* const words[] = {program.data(), option.data(), number.data(), nullptr};
     pid_t reader = 0;
     if (::posix_spawnp(&reader, program.c_str(), &actions, &attributes, words, environ) != 0)
@@ -73,9 +74,10 @@ std::string readUntil(int fd, Clock::time_point deadline, std::size_t maxBytes) 
 
 }  // namespace
 
-StackDump::StackDump(int pid, std::chrono::milliseconds limit, std::function<void()> onDone)
-    : m_onDone(std::move(onDone)), m_thread([this, pid, limit] {
-          run(pid, limit);
+StackDump::StackDump(int number, std::chrono::milliseconds limit, std::function<void()> onDone,
+                     EThreads threads)
+    : m_onDone(std::move(onDone)), m_thread([this, number, limit, threads] {
+          run(number, limit, threads);
           m_isDone = true;
           m_onDone();
       }) {}
@@ -84,14 +86,17 @@ StackDump::~StackDump() {
     m_thread.join();
 }
 
-void StackDump::run(int pid, std::chrono::milliseconds limit) {
+void StackDump::run(int number, std::chrono::milliseconds limit, EThreads threads) {
     base::nameThread("stacks");
     int ends[2] = {-1, -1};
     if (::pipe2(ends, O_CLOEXEC) != 0)
         return;
     const base::UniqueFd output(ends[0]);
     base::UniqueFd input(ends[1]);
-    const pid_t reader = startReader(pid, input.get());
+    const pid_t reader = startReader(number, threads == EThreads::One, input.get());
+    // Where a process may look at its descendants only, this one has to permit its own child to look at it.
+    if (reader > 0)
+        ::prctl(PR_SET_PTRACER, reader);
     input.reset();
     std::string text;
     if (reader > 0) {

@@ -6,12 +6,17 @@
 #include <string>
 #include <thread>
 
-/// The stacks of a process's threads, as eu-stack tells them where it is installed. Read on a thread of its
-/// own, since that takes a while. Owned by ProcessSupervisor.
+/// The stacks of a process's threads, or of one thread, which may be this process's own; as eu-stack tells
+/// them where it is installed. Read on a thread of its own, since that takes a while. Owned by
+/// ProcessSupervisor.
 class StackDump {
 public:
-    /// onDone is called on the dump's thread, at the latest when limit is over.
-    StackDump(int pid, std::chrono::milliseconds limit, std::function<void()> onDone);
+    enum class EThreads { All, One };
+
+    /// Of the process of that number, or of the thread alone that has it. onDone is called on the dump's
+    /// thread, at the latest when limit is over.
+    StackDump(int number, std::chrono::milliseconds limit, std::function<void()> onDone,
+              EThreads threads = EThreads::All);
     ~StackDump();  ///< waits for the end, at most as long as the limit
     StackDump(const StackDump&) = delete;
     StackDump& operator=(const StackDump&) = delete;
@@ -21,7 +26,7 @@ public:
     const std::string& text() const { return m_text; }
 
 private:
-    void run(int pid, std::chrono::milliseconds limit);
+    void run(int number, std::chrono::milliseconds limit, EThreads threads);
 
     static constexpr std::size_t s_maxBytes = 32768;
 

@@ -20,6 +20,7 @@
 #include <set>
 #include <thread>
 
+#include "FIDParameterList.h"
 #include "HangGuard.h"
 #include "StandardErrorCapture.h"
 #include "TemporaryDirectory.h"
@@ -37,7 +38,8 @@ const ProcessSupervisor::Settings c_shortTimes{.stopTimeout = 300ms,
                                                .shutdownLimit = 1500ms,
                                                .killDelay = 200ms,
                                                .hangTimeout = 400ms,
-                                               .stacksLimit = 500ms};
+                                               .stacksLimit = 500ms,
+                                               .commandPatience = 300ms};
 const RestartPlan::Settings c_restarts{.firstDelay = 100ms, .limit = 2, .random = [] { return 0.5; }};
 
 /// A supervisor over real shell processes, with a command thread and queues that the test makes up.
@@ -98,7 +100,7 @@ protected:
             m_drivers.beginStart(driverID);
         {
             const std::lock_guard lock(m_mutex);
-            m_activity = {true, what, driverID, std::chrono::steady_clock::now()};
+            m_activity = {true, what, driverID, std::chrono::steady_clock::now(), ::gettid()};
         }
         m_sut.wake();
     }
@@ -216,6 +218,13 @@ protected:
     std::string log() {
         m_log.flush();
         return m_capture.text();
+    }
+    long linesWith(const std::string& text) {
+        const std::string all = log();
+        long count = 0;
+        for (auto at = all.find(text); at != std::string::npos; at = all.find(text, at + 1))
+            ++count;
+        return count;
     }
     long loggedLines() {
         const std::string text = log();
@@ -624,8 +633,46 @@ TEST_F(ProcessSupervisorTest, NamesAnInProcessDriverThatDoesNotComeBackOnce) {
     m_drivers.callBegins("A", "deinitialize");
     setActivity("reloadDriver A", "A");
     std::this_thread::sleep_for(800ms);
-    EXPECT_TRUE(hasLogged("A: deinitialize() has not come back for 0.3 s"));
-    EXPECT_EQ(1, loggedLines());
+    EXPECT_TRUE(
+        hasLogged("A: deinitialize() has not come back for 0.3 s and holds up \"reloadDriver A\"; "
+                  "the driver runs in the host's process and cannot be ended alone\n"));
+    EXPECT_EQ(1, linesWith("has not come back"));
+}
+
+TEST_F(ProcessSupervisorTest, NamesTheInnermostCallOfACommandThatDoesNotComeBack) {
+    m_drivers.fidBegins("A", "PING", {});
+    m_drivers.fidBegins("B", "PONG", {});
+    setActivity("sendFID A.PING", "");
+    EXPECT_TRUE(hasLogged("B: sendFID(PONG) has not come back for 0.3 s and holds up \"sendFID A.PING\"; "));
+}
+
+TEST_F(ProcessSupervisorTest, ShowsWhereACommandThatDoesNotComeBackIs) {
+    if (std::system("eu-stack --version >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "eu-stack is not installed";
+    m_drivers.fidBegins("A", "PING", {});
+    setActivity("sendFID A.PING", "");
+    EXPECT_TRUE(hasLogged("    TID " + std::to_string(::gettid()) + ":\n"));
+    EXPECT_TRUE(hasLogged("    #0 "));
+}
+
+TEST_F(ProcessSupervisorTest, NamesACommandThatDoesNotComeBackThoughNoDriverHasIt) {
+    setActivity("events", "");
+    EXPECT_TRUE(hasLogged("warning  HOST: \"events\" has not come back for 0.3 s\n"));
+    std::this_thread::sleep_for(500ms);
+    EXPECT_EQ(1, linesWith("has not come back"));
+}
+
+TEST_F(ProcessSupervisorTest, CallOfAnotherThreadDoesNotHoldTheCommandUp) {
+    std::thread([this] { m_drivers.fidBegins("A", "PING", {}); }).join();
+    setActivity("events", "");
+    EXPECT_TRUE(hasLogged("\"events\" has not come back"));
+    EXPECT_EQ(0, linesWith("A: "));
+}
+
+TEST_F(ProcessSupervisorTest, StartTakesItsTime) {
+    setActivity("start-up", "");
+    std::this_thread::sleep_for(700ms);
+    EXPECT_EQ(0, loggedLines());
 }
 
 TEST_F(ProcessSupervisorThatWaits, WaitsForProcessesThatEndByThemselves) {

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <thread>
 
 #include "HangGuard.h"
 
@@ -35,9 +36,11 @@ protected:
         std::ofstream(tool) << "#!/bin/sh\nPATH=/usr/bin:/bin\n" << script << "\n";
         fs::permissions(tool, fs::perms::owner_all);
     }
-    std::string dumpOf(int pid, std::chrono::milliseconds limit) {
+    std::string dumpOf(int number, std::chrono::milliseconds limit,
+                       StackDump::EThreads threads = StackDump::EThreads::All) {
         std::promise<void> done;
-        StackDump sut(pid, limit, [&] { done.set_value(); });
+        StackDump sut(
+            number, limit, [&] { done.set_value(); }, threads);
         done.get_future().wait();
         EXPECT_TRUE(sut.isDone());
         return sut.text();
@@ -52,6 +55,29 @@ protected:
 TEST_F(StackDumpTest, IsWhatTheToolSaysOfTheProcess) {
     install("echo \"$@\"; echo '#0 in main'");
     EXPECT_EQ("-p 4711\n#0 in main", dumpOf(4711, c_hangGuard));
+}
+
+TEST_F(StackDumpTest, IsThatOfOneThreadWhereItIsAskedFor) {
+    install("echo \"$@\"");
+    EXPECT_EQ("-1p 4711", dumpOf(4711, c_hangGuard, StackDump::EThreads::One));
+}
+
+TEST_F(StackDumpTest, ShowsAThreadOfThisProcess) {
+    ::setenv("PATH", m_path.c_str(), 1);
+    if (std::system("eu-stack --version >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "eu-stack is not installed";
+    std::promise<int> number;
+    std::promise<void> end;
+    std::thread waiting([&] {
+        number.set_value(::gettid());
+        end.get_future().wait();
+    });
+    const int thread = number.get_future().get();
+    const std::string text = dumpOf(thread, c_hangGuard, StackDump::EThreads::One);
+    end.set_value();
+    waiting.join();
+    EXPECT_TRUE(text.starts_with("TID " + std::to_string(thread) + ":\n#0 ")) << text;
+    EXPECT_EQ(text.find("TID", 1), std::string::npos) << text;
 }
 
 TEST_F(StackDumpTest, IsEmptyWithoutTheTool) {
