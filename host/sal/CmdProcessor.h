@@ -11,7 +11,8 @@
 namespace sal {
 
 /// The commands of the console. Owns its records and executes a line on the thread that calls execute(),
-/// which is the host's command thread. Registering and executing must not overlap.
+/// which is the host's command thread. Registering and executing must not overlap; help() and names() may be
+/// called by any thread.
 class SAL_API CmdProcessor : public SingletonDll<CmdProcessor> {
 public:
     CmdProcessor();

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <exception>
 #include <map>
+#include <mutex>
 #include <numeric>
+#include <shared_mutex>
 #include <string_view>
 #include <utility>
 
@@ -60,6 +62,8 @@ std::string onOneLine(std::string_view help) {
 
 struct CmdProcessor::Impl {
     std::map<std::string, std::unique_ptr<CmdRegister>, std::less<>> records;
+    /// Guards them against threads that only ask for help or names; a record that is called stays anyway.
+    mutable std::shared_mutex mutex;
 
     std::vector<std::string> nearest(std::string_view word) const;
     void sayUnknown(const std::string& word, std::ostream& reply) const;
@@ -135,6 +139,7 @@ CmdProcessor::~CmdProcessor() {
 
 void CmdProcessor::registerCmd(CmdRegister* pRecord) {
     SAL_ASSERT(pRecord);
+    const std::lock_guard lock(m_pImpl->mutex);
     m_pImpl->records[pRecord->name()].reset(pRecord);
 }
 
@@ -165,6 +170,7 @@ bool CmdProcessor::execute(const std::string& line, std::ostream& reply) {
 }
 
 bool CmdProcessor::help(const std::string& name, std::ostream& reply) const {
+    const std::shared_lock lock(m_pImpl->mutex);
     if (name.empty()) {
         for (const auto& [word, pRecord] : m_pImpl->records)
             reply << onOneLine(pRecord->help()) << std::endl;
@@ -181,6 +187,7 @@ bool CmdProcessor::help(const std::string& name, std::ostream& reply) const {
 
 std::vector<std::string> CmdProcessor::names() const {
     std::vector<std::string> names;
+    const std::shared_lock lock(m_pImpl->mutex);
     for (const auto& [name, pRecord] : m_pImpl->records)
         names.push_back(name);
     return names;

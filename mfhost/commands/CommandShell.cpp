@@ -11,6 +11,8 @@
 #include <utility>
 
 #include "Console.h"
+#include "FidTap.h"
+#include "FidWatch.h"
 #include "HostLog.h"
 #include "Printable.h"
 #include "Words.h"
@@ -22,6 +24,19 @@ namespace {
 constexpr std::chrono::seconds s_promptDelay{2};
 /// An output that is closed for good is not worth a line for each command.
 constexpr std::chrono::minutes s_outputComplaintInterval{1};
+/// How long a driver must have held the command thread up before a script's lines overtake it.
+constexpr std::chrono::seconds s_scriptPatience{5};
+
+/// Of the command that the thread executes: the command thread or, while that is held up, the console's.
+thread_local std::ostream* t_pReply = nullptr;
+
+/// What comes after the line that says what is wrong; nothing where nothing is meant.
+std::string didYouMean(const std::vector<std::string>& names) {
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        text += (i == 0 ? "; did you mean " : i + 1 == names.size() ? " or " : ", ") + base::quoted(names[i]);
+    return text.empty() ? text : text + "?";
+}
 
 }  // namespace
 
@@ -30,7 +45,7 @@ CommandShell::CommandShell(Context context)
       m_hostCommands(
           {.store = m_context.store,
            .drivers = m_context.drivers,
-           .reply = [this]() -> std::ostream& { return *m_pReply; },
+           .reply = []() -> std::ostream& { return *t_pReply; },
            .quit = m_context.quit,
            .showModules = m_context.showModules,
            .settle = [this] { settle(); },
@@ -38,7 +53,7 @@ CommandShell::CommandShell(Context context)
            .park = [this](const auto& driverID) { return m_context.workplace.park(driverID); },
            .unpark = [this](const auto& driverID) { return m_context.workplace.unpark(driverID); }}),
       m_planCommands(
-          {.reply = [this]() -> std::ostream& { return *m_pReply; },
+          {.reply = [this]() -> std::ostream& { return *t_pReply; },
            .who = [this] { return std::string(m_origin == EOrigin::Driver ? "a driver" : "console"); },
            .plan = [this] { return m_context.workplace.plan(); },
            .apply = [this](const auto& plan,
@@ -78,18 +93,33 @@ bool CommandShell::postDriverCommand(const std::string& line) {
 }
 
 void CommandShell::readTerminalLine(const std::string& line) {
+    const bool mayOvertake = mayAnswerMeanwhile(line);
+    if (mayOvertake && isHeldUp(s_promptDelay)) {
+        answerMeanwhile(line);
+        return;
+    }
+    /// The thread that takes it executes the line.
+    struct Turn {
+        std::atomic<bool> isTaken{false};
+        std::promise<void> done;
+    };
     // The prompt waits for the reply, but not for a command that takes long.
-    auto pDone = std::make_shared<std::promise<void>>();
-    auto done = pDone->get_future();
-    const bool isPosted = m_context.commands.post(line, [this, line, pDone] {
+    auto pTurn = std::make_shared<Turn>();
+    auto done = pTurn->done.get_future();
+    const bool isPosted = m_context.commands.post(line, [this, line, pTurn] {
+        if (pTurn->isTaken.exchange(true))
+            return;
         execute(line, EOrigin::Console);
-        pDone->set_value();
+        pTurn->done.set_value();
     });
-    pDone.reset();
     if (!isPosted)
         std::cout << "the host is stopping or has too much to do; \"" << base::printable(line)
                   << "\" is ignored" << std::endl;
-    else if (done.wait_for(s_promptDelay) == std::future_status::timeout)
+    else if (done.wait_for(s_promptDelay) != std::future_status::timeout)
+        return;
+    else if (mayOvertake && !pTurn->isTaken.exchange(true))
+        answerMeanwhile(line);
+    else
         std::cout << "\"" << base::printable(line) << "\" goes on; its reply comes later" << std::endl;
 }
 
@@ -101,16 +131,55 @@ void CommandShell::readScriptLine(const std::string& line) {
         return;
     }
     m_isStartOver.wait(false);
+    // A script's lines keep their order for as long as there is one.
+    if (mayAnswerMeanwhile(line) && isHeldUpByDriver()) {
+        answerMeanwhile(line);
+        return;
+    }
     m_context.commands.postWaiting(line, [this, line] { execute(line, EOrigin::Console); });
 }
 
+/// Whether the command needs the command thread for nothing: it looks at stores of which each has its lock.
+bool CommandShell::mayAnswerMeanwhile(const std::string& line) const {
+    const std::vector<std::string> words = base::splitWords(line).words;
+    return m_isOpen && !words.empty() && HostCommands::isAnsweredAnywhere(words);
+}
+
+bool CommandShell::isHeldUp(std::chrono::milliseconds limit) const {
+    const CommandActivity activity = m_context.commands.activity();
+    return activity.busy && CommandThread::Clock::now() - activity.since >= limit;
+}
+
+bool CommandShell::isHeldUpByDriver() const {
+    const CommandActivity activity = m_context.commands.activity();
+    const auto calls = m_context.drivers.innermostCalls();
+    return activity.busy && std::any_of(calls.begin(), calls.end(), [&](const DriverTable::Call& call) {
+               return call.thread == activity.thread &&
+                      DriverTable::Clock::now() - call.since >= s_scriptPatience;
+           });
+}
+
+/// On the console thread, while the command thread is inside another command.
+void CommandShell::answerMeanwhile(const std::string& line) {
+    std::ostringstream reply;
+    const CommandActivity activity = m_context.commands.activity();
+    if (activity.busy)
+        reply << "\"" << base::printable(activity.what)
+              << "\" has not come back yet; meanwhile:" << std::endl;
+    t_pReply = &reply;
+    m_hostCommands.answer(base::splitWords(line).words);
+    t_pReply = nullptr;
+    std::cout << reply.str() << std::flush;
+}
+
 void CommandShell::execute(const std::string& line, EOrigin origin) {
+    const FidTap::WatchedThread watched;
     std::ostringstream driverReply;
     std::ostream& reply = origin == EOrigin::Console ? std::cout : driverReply;
-    m_pReply = &reply;
+    t_pReply = &reply;
     m_origin = origin;
     executeChecked(line, reply);
-    m_pReply = nullptr;
+    t_pReply = nullptr;
     reply << std::flush;
     std::istringstream lines(driverReply.str());
     for (std::string text; std::getline(lines, text);)
@@ -126,6 +195,10 @@ void CommandShell::executeChecked(const std::string& line, std::ostream& reply) 
         reload(line, words[1], reply);
         return;
     }
+    if (command == "sendFID" && words.size() > 1 && words[1] != "--help") {
+        sendFid(line, FidLine(words), reply);
+        return;
+    }
     // Without an ID there is nothing to reload, only the command's use to tell.
     if (command == "reloadDriver") {
         m_processor.help(command, reply);
@@ -135,6 +208,22 @@ void CommandShell::executeChecked(const std::string& line, std::ostream& reply) 
     if (HostCommands::setsState(command))
         mark.emplace();
     m_processor.execute(line, reply);
+}
+
+/// The module's own command does not say what it sends, nor what becomes of it.
+void CommandShell::sendFid(const std::string& line, const FidLine& sent, std::ostream& reply) {
+    const FidWatch watch(m_context.drivers, sent.fid, sent.parameters);
+    m_processor.execute(line, reply);
+    if (sent.hasStrayWord)
+        reply << "sent " << sent.text() << "; a value with blanks stands in quotes" << std::endl;
+    const FidOutcome outcome = watch.outcome();
+    if (outcome.reason == EFidReason::None)
+        return;
+    reply << base::quoted(sent.fid)
+          << (outcome.stage == EFidStage::Nobody    ? " has reached nobody: "
+              : outcome.stage == EFidStage::Written ? " has not reached its driver whole: "
+                                                    : ": ")
+          << base::printable(outcome.text) << didYouMean(outcome.nearest) << std::endl;
 }
 
 void CommandShell::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {

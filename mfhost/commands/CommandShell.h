@@ -10,6 +10,7 @@
 #include "CommandThread.h"
 #include "Completion.h"
 #include "DriverTable.h"
+#include "FidLine.h"
 #include "HostCommands.h"
 #include "PlanCommands.h"
 #include "StateStore.h"
@@ -63,14 +64,18 @@ private:
 
     void readTerminalLine(const std::string& line);
     void readScriptLine(const std::string& line);
+    bool mayAnswerMeanwhile(const std::string& line) const;
+    bool isHeldUp(std::chrono::milliseconds limit) const;
+    bool isHeldUpByDriver() const;
+    void answerMeanwhile(const std::string& line);
     void execute(const std::string& line, EOrigin origin);
     void executeChecked(const std::string& line, std::ostream& reply);
+    void sendFid(const std::string& line, const FidLine& sent, std::ostream& reply);
     void reload(const std::string& line, const std::string& driverID, std::ostream& reply);
     void settle() const;
 
     const Context m_context;
     sal::CmdProcessor m_processor;
-    std::ostream* m_pReply = nullptr;     ///< of the running command
     EOrigin m_origin = EOrigin::Console;  ///< of the running command
     HostCommands m_hostCommands;
     PlanCommands m_planCommands;

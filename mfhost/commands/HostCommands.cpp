@@ -150,6 +150,29 @@ bool HostCommands::setsState(const std::string& command) {
     return command == "setStateValue" || command == "unsetStateValue" || command == "triggerEvent";
 }
 
+bool HostCommands::isAnsweredAnywhere(const std::vector<std::string>& words) {
+    const std::string& command = words.front();
+    // The card of a single driver shows what the command thread alone may look at.
+    if (command == "drivers")
+        return words.size() == 1 || words[1].starts_with('-');
+    return command == "help" || command == "quit" || command == "state" || command == "events" ||
+           command == "queues";
+}
+
+void HostCommands::answer(std::vector<std::string> words) {
+    const std::string command = words.front();
+    words.erase(words.begin());
+    sal::CmdParameters parameters(std::move(words));
+    const bool isUseAsked = parameters.argument(0) == "--help";
+    const bool isDone =
+        !isUseAsked &&
+        ((command == "drivers" && drivers(parameters)) || (command == "help" && help(parameters)) ||
+         (command == "quit" && quit(parameters)) || (command == "state" && state(parameters)) ||
+         (command == "events" && events(parameters)) || (command == "queues" && queues(parameters)));
+    if (!isDone)
+        sal::CmdProcessor::getInstance()->help(command, m_context.reply());
+}
+
 bool HostCommands::help(sal::CmdParameters& parameters) {
     // An unknown name is answered by the processor; the help of help would say nothing more.
     sal::CmdProcessor::getInstance()->help(parameters.argument(0), m_context.reply());

@@ -3,6 +3,7 @@
 #include <functional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "DriverTable.h"
 #include "StateStore.h"
@@ -39,6 +40,12 @@ public:
     /// Whether it is one of the commands whose values the operator sets, though the keys name drivers. Any
     /// thread.
     static bool setsState(const std::string& command);
+
+    /// Whether answer() takes these words, the command's name first: what it looks at may be looked at by any
+    /// thread, and it waits for no driver. Any thread.
+    static bool isAnsweredAnywhere(const std::vector<std::string>& words);
+    /// Executes such a command outside the command processor. Any thread; the reply is that thread's.
+    void answer(std::vector<std::string> words);
 
 private:
     bool help(sal::CmdParameters& parameters);

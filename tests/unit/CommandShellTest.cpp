@@ -6,13 +6,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <future>
 #include <iostream>
+#include <mutex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "FidTap.h"
 #include "HangGuard.h"
 #include "LogCapture.h"
 #include "ProcessSupervisor.h"
@@ -59,6 +62,8 @@ protected:
         add("reloadDriver", &CommandShellTest::reloadDriver);
         add("fail", &CommandShellTest::fail);
         add("note", &CommandShellTest::note);
+        add("sendFID", &CommandShellTest::sendFid);
+        add("hold", &CommandShellTest::hold);
         m_sut.begin();
         m_commands.start([] {}, [] {}, [this] { m_end.set_value(); });
     }
@@ -73,6 +78,20 @@ protected:
         EXPECT_EQ(std::future_status::ready, m_end.get_future().wait_for(c_hangGuard));
         m_commands.join();
         return m_streams.text();
+    }
+    /// Waits until the command thread is held up by a command.
+    void awaitHold() {
+        std::unique_lock lock(m_mutex);
+        ASSERT_TRUE(m_changed.wait_for(lock, c_hangGuard, [this] { return m_isHeld; }));
+    }
+    void goOn() {
+        const std::lock_guard lock(m_mutex);
+        m_mayGoOn = true;
+        m_changed.notify_all();
+    }
+    void runAxis() {
+        m_drivers.callBegins("AXIS1", "setConfiguration");
+        m_drivers.callEnded("AXIS1", "setConfiguration");
     }
     /// What these lines of a script print.
     std::string output(const std::vector<std::string>& lines) {
@@ -99,6 +118,11 @@ protected:
                           m_drivers,
                           m_supervisor,
                           {.concerns = [](const std::string&) {}, .tellPanel = [] {}}};
+    FidTap m_tap{m_drivers, m_drivers};
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_isHeld = false;
+    bool m_mayGoOn = false;
     int m_looks = 0;
     int m_quits = 0;
     std::vector<std::string> m_notes;
@@ -126,6 +150,24 @@ private:
         return true;
     }
     bool fail(sal::CmdParameters&) { throw std::runtime_error("no memory"); }
+    /// The driver AXIS1 takes all but the FID NO.
+    bool sendFid(sal::CmdParameters& parameters) {
+        if (!parameters.argument(0).starts_with("AXIS1."))
+            return true;
+        const std::string function = parameters.argument(0).substr(6);
+        m_tap.fidBegins("AXIS1", function, {});
+        if (function == "HOLD")
+            hold(parameters);
+        m_tap.fidEnded("AXIS1", function != "NO", nullptr);
+        return true;
+    }
+    bool hold(sal::CmdParameters&) {
+        std::unique_lock lock(m_mutex);
+        m_isHeld = true;
+        m_changed.notify_all();
+        m_changed.wait(lock, [this] { return m_mayGoOn; });
+        return true;
+    }
     bool note(sal::CmdParameters& parameters) {
         m_notes.push_back(parameters.argument(0));
         return true;
@@ -207,6 +249,79 @@ TEST_F(CommandShellTest, DriverIsToldThatThereIsNoRoom) {
 
 TEST_F(CommandShellTest, CommandThatFailsSaysSoAndLeavesTheNextOneAlone) {
     EXPECT_EQ("fail failed: std::runtime_error: no memory\nuse\n\tof it.\n", output({"fail", "help note"}));
+}
+
+TEST_F(CommandShellTest, FidThatReachesNobodySaysSo) {
+    runAxis();
+    EXPECT_EQ(
+        "\"AXSI1.MOVE\" has reached nobody: there is no driver AXSI1; did you mean \"AXIS1\"?\n"
+        "\"NOBODY.MOVE\" has reached nobody: there is no driver NOBODY\n",
+        output({"sendFID AXSI1.MOVE", "sendFID NOBODY.MOVE to=5", "sendFID AXIS1.MOVE"}));
+}
+
+TEST_F(CommandShellTest, FidThatTheDriverRefusesSaysSo) {
+    runAxis();
+    EXPECT_EQ("\"AXIS1.NO\": AXIS1 has refused it\n", output({"sendFID AXIS1.NO"}));
+}
+
+TEST_F(CommandShellTest, FidWithAStrayWordSaysWhatWasSent) {
+    runAxis();
+    EXPECT_EQ(
+        "sent \"AXIS1.TEXT\" with \"text\"=\"hello\" \"world\"=\"\"; a value with blanks stands in quotes\n",
+        output({"sendFID AXIS1.TEXT text=hello world", "sendFID AXIS1.TEXT 'text=hello world'"}));
+}
+
+TEST_F(CommandShellTest, FidOfADriversCommandThatReachesNobodyIsInTheLog) {
+    open();
+    EXPECT_TRUE(m_sut.postDriverCommand("sendFID NOBODY.MOVE"));
+    EXPECT_EQ("", finish());
+    EXPECT_THAT(m_log.text(), HasSubstr("info     HOST: a driver's command \"sendFID NOBODY.MOVE\": "
+                                        "\"NOBODY.MOVE\" has reached nobody: there is no driver NOBODY\n"));
+}
+
+TEST_F(CommandShellTest, FidThatDoesNotComeBackIsACallOfTheCommandThread) {
+    runAxis();
+    open();
+    m_sut.readLine("sendFID AXIS1.HOLD");
+    awaitHold();
+    ASSERT_EQ(1u, m_drivers.innermostCalls().size());
+    EXPECT_EQ("sendFID(HOLD)", m_drivers.innermostCalls().front().operation);
+    EXPECT_EQ(m_commands.activity().thread, m_drivers.innermostCalls().front().thread);
+    goOn();
+    finish();
+}
+
+TEST_F(CommandShellTest, ScriptsLinesOvertakeAFidThatHasNotComeBackForLong) {
+    runAxis();
+    open();
+    m_sut.readLine("sendFID AXIS1.HOLD");
+    awaitHold();
+    std::this_thread::sleep_for(5100ms);
+    m_sut.readLine("state --now");
+    m_sut.readLine("help note");
+    m_sut.readLine("quit");
+    m_sut.readLine("note 1");
+    // Nobody else writes: the command thread is held up.
+    const std::string text = m_streams.text();
+    EXPECT_THAT(text,
+                HasSubstr("\"sendFID AXIS1.HOLD\" has not come back yet; meanwhile:\nno state values\n"));
+    EXPECT_THAT(text, HasSubstr("meanwhile:\nuse\n\tof it.\n"));
+    EXPECT_EQ(1, m_quits);
+    EXPECT_TRUE(m_notes.empty());
+    goOn();
+    finish();
+    EXPECT_THAT(m_notes, ElementsAre("1"));
+}
+
+TEST_F(CommandShellTest, ScriptsLinesKeepTheirOrderWhereNoDriverHoldsThemUp) {
+    open();
+    m_sut.readLine("hold");
+    awaitHold();
+    std::this_thread::sleep_for(5100ms);
+    m_sut.readLine("help note");
+    EXPECT_EQ("", m_streams.text());
+    goOn();
+    EXPECT_EQ("use\n\tof it.\n", finish());
 }
 
 TEST_F(CommandShellTest, ReloadGoesTheWayOfTheWorkplace) {
