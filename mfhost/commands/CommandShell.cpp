@@ -53,7 +53,7 @@ CommandShell::CommandShell(Context context)
            .park = [this](const auto& driverID) { return m_context.workplace.park(driverID); },
            .unpark = [this](const auto& driverID) { return m_context.workplace.unpark(driverID); }}),
       m_planCommands(
-          {.reply = [this]() -> std::ostream& { return *t_pReply; },
+          {.reply = []() -> std::ostream& { return *t_pReply; },
            .who = [this] { return std::string(m_origin == EOrigin::Driver ? "a driver" : "console"); },
            .plan = [this] { return m_context.workplace.plan(); },
            .apply = [this](const auto& plan,

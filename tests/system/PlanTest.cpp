@@ -84,8 +84,9 @@ TEST_P(PlanningInEachMode, NewDriverIsStartedAndOneThatIsGoneIsEndedInOrder) {
     EXPECT_THAT(host.ask("plan"),
                 HasSubstr("remove E: entry is gone\nremove R: entry is gone\nload N: entry is new\n"));
     EXPECT_THAT(host.ask("apply"), HasSubstr("3 of 3 changes done"));
-    if (process != 0)
+    if (process != 0) {
         EXPECT_TRUE(endsInTime(process));
+    }
     EXPECT_TRUE(readFile(workplace().workdir() / "nvram/R/record.txt")
                     .ends_with("initializationCompleted\ndeinitialize\ndestroyed\n"));
     EXPECT_TRUE(host.waitForOutput("\nE: 1 value stale: removed\n")) << host.output();
