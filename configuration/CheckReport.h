@@ -13,6 +13,7 @@ public:
     CheckReport(std::string file, std::vector<Finding> findings);
 
     bool hasErrors() const { return count(Finding::ESeverity::Error) > 0; }
+    bool hasWarnings() const { return count(Finding::ESeverity::Warning) > 0; }
     /// A line for each finding ("error: FILE line N: ..."), and one that counts them.
     void writeText(std::ostream& out) const;
     /// An object with "file", "errors", "warnings" and "findings", each of these with "severity", "file",

@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "AdapterFault.h"
 #include "PanelNames.h"
 #include "Printable.h"
 #include "QueueNames.h"
@@ -47,16 +48,22 @@ enum class EOccasion { Start, Question, Reload };
 class Run {
 public:
     Run(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
-        const std::string& workDirectory, EOccasion occasion, const std::string* pReloaded = nullptr)
+        const std::string& workDirectory, bool hasAdapters, EOccasion occasion,
+        const std::string* pReloaded = nullptr)
         : m_workplace(workplace),
           m_catalogue(catalogue),
           m_workDirectory(workDirectory),
+          m_hasAdapters(hasAdapters),
           m_occasion(occasion),
           m_pSpinning(pReloaded ? workplace.spinningEntry(*pReloaded) : nullptr) {}
 
     std::vector<Finding> findings() {
+        // Missing, ill-formed, or another kind of file.
+        const bool isOfNoUse = m_occasion == EOccasion::Question && !m_workplace.isWhole() &&
+                               m_workplace.entries().empty() && m_workplace.unreachedEntries().empty();
         for (const WorkplaceFile::Fault& fault : m_workplace.faults())
-            m_found.push_back({Finding::ESeverity::Warning, m_workplace.path(), fault.line, fault.text});
+            m_found.push_back({isOfNoUse ? Finding::ESeverity::Error : Finding::ESeverity::Warning,
+                               m_workplace.path(), fault.line, fault.text});
         m_directories.emplace(directoryPath(m_workDirectory, protocol::panelDirectory), "the panel driver's");
         for (const Entry& entry : m_workplace.entries())
             checkEntry(entry);
@@ -67,7 +74,7 @@ public:
                          [](const Finding& left, const Finding& right) { return left.line < right.line; });
 
         const std::vector<Finding> descriptors = m_catalogue.findings();
-        m_found.insert(m_found.end(), descriptors.begin(), descriptors.end());
+        m_found.insert(m_found.begin(), descriptors.begin(), descriptors.end());
         checkPanel();
         checkRecords();
         return std::move(m_found);
@@ -83,6 +90,7 @@ private:
         checkInterface();
         checkLengths();
         checkAddress();
+        checkAdapter();
         checkDirectory();
         if (entry.isLoaded() && m_isReached)
             m_used.emplace(entry.driverType, entry.version);
@@ -230,6 +238,17 @@ private:
                  " already; give each driver one of its own");
     }
 
+    void checkAdapter() {
+        const std::string& adapter = m_pEntry->networkAdapter;
+        if (!m_hasAdapters || adapter.empty() || !m_pEntry->isLoaded())
+            return;
+        const auto [known, isNew] = m_adapterFaults.emplace(adapter, std::string());
+        if (isNew)
+            known->second = adapterFault(adapter);
+        if (!known->second.empty())
+            warn("there is " + known->second + "; the driver is not started");
+    }
+
     void checkDirectory() {
         // For a reload of the panel driver an entry with its own directory is right.
         if (m_pEntry->driverID == protocol::panelDriverID)
@@ -296,6 +315,7 @@ private:
     const WorkplaceFile& m_workplace;
     const DescriptorCatalogue& m_catalogue;
     const std::string& m_workDirectory;
+    const bool m_hasAdapters;
     const EOccasion m_occasion;
     const Entry* const m_pSpinning;
 
@@ -304,6 +324,7 @@ private:
     std::map<std::string, int> m_ids;
     std::map<std::string, int> m_addresses;
     std::map<std::string, std::string> m_directories;
+    std::map<std::string, std::string> m_adapterFaults;  ///< by the adapters' names
     std::set<std::pair<std::string, std::string>> m_used;
     std::vector<Finding> m_found;
 };
@@ -311,17 +332,24 @@ private:
 }  // namespace
 
 ConfigurationCheck::ConfigurationCheck(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
-                                       const std::string& workDirectory)
-    : m_workplace(workplace), m_catalogue(catalogue), m_workDirectory(workDirectory) {}
+                                       const std::string& workDirectory, bool hasAdaptersOfThisMachine)
+    : m_workplace(workplace),
+      m_catalogue(catalogue),
+      m_workDirectory(workDirectory),
+      m_hasAdaptersOfThisMachine(hasAdaptersOfThisMachine) {}
 
 std::vector<Finding> ConfigurationCheck::forStart() const {
-    return Run(m_workplace, m_catalogue, m_workDirectory, EOccasion::Start).findings();
+    return Run(m_workplace, m_catalogue, m_workDirectory, m_hasAdaptersOfThisMachine, EOccasion::Start)
+        .findings();
 }
 
 std::vector<Finding> ConfigurationCheck::forQuestion() const {
-    return Run(m_workplace, m_catalogue, m_workDirectory, EOccasion::Question).findings();
+    return Run(m_workplace, m_catalogue, m_workDirectory, m_hasAdaptersOfThisMachine, EOccasion::Question)
+        .findings();
 }
 
 std::vector<Finding> ConfigurationCheck::forReload(const std::string& driverID) const {
-    return Run(m_workplace, m_catalogue, m_workDirectory, EOccasion::Reload, &driverID).findings();
+    return Run(m_workplace, m_catalogue, m_workDirectory, m_hasAdaptersOfThisMachine, EOccasion::Reload,
+               &driverID)
+        .findings();
 }

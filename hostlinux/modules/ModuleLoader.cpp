@@ -20,8 +20,10 @@ using Factory = IInterface* (*)();
 
 bool hasRightAbi(const DynamicLibrary& library, std::string& error) {
     const auto* pAbi = static_cast<const unsigned int*>(library.symbol(MFD_DRIVER_ABI_SYMBOL, error));
-    if (!pAbi)
+    if (!pAbi) {
+        error = "MFD_DRIVER is missing in it (" + error + ")";
         return false;
+    }
     if (*pAbi == MFD_DRIVER_ABI)
         return true;
     error = "it was built for driver interface " + std::to_string(*pAbi) + ", this host has " +

@@ -8,6 +8,7 @@
 #include "ConfigurationCheck.h"
 #include "WorkplaceSnapshot.h"
 #include "XMLVerify.h"
+#include "sal/NetworkAdapter.h"
 
 int runCheck(const Options& options, std::ostream& out) {
     std::vector<Finding> findings;
@@ -23,7 +24,12 @@ int runCheck(const Options& options, std::ostream& out) {
     const DescriptorCatalogue catalogue(options.driverDirectories);
     const std::string workDirectory =
         options.workDirectory.empty() ? std::filesystem::current_path().string() : options.workDirectory;
-    for (const Finding& finding : ConfigurationCheck(snapshot.file(), catalogue, workDirectory).forQuestion())
+    for (const auto& [name, real] : options.adapters)
+        sal::NetworkAdapter::setSecondName(name, real);
+    // A sandbox has adapters of its own.
+    const bool isOnThisMachine = !options.sandbox && !options.prefersSandbox;
+    for (const Finding& finding :
+         ConfigurationCheck(snapshot.file(), catalogue, workDirectory, isOnThisMachine).forQuestion())
         findings.push_back(finding);
 
     const CheckReport report(options.config, findings);
@@ -31,5 +37,5 @@ int runCheck(const Options& options, std::ostream& out) {
         report.writeJson(out);
     else
         report.writeText(out);
-    return report.hasErrors() ? 1 : 0;
+    return report.hasErrors() || (options.checkIsStrict && report.hasWarnings()) ? 1 : 0;
 }

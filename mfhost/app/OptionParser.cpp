@@ -119,6 +119,8 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
                                 "check the configuration and the descriptors, start nothing: exit code 1 "
                                 "when a start would be refused");
     app.add_flag("--json", options.checkAsJson, "write what --check finds as JSON")->needs(pCheck);
+    app.add_flag("--strict", options.checkIsStrict, "exit code 1 when --check finds a warning, too")
+        ->needs(pCheck);
     app.add_flag("--probe-sandbox", options.probeSandbox)->group("");
 
     const auto hasProbe = [&] {

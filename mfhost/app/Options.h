@@ -17,6 +17,7 @@ struct Options {
     bool probeSandbox = false;
     bool check = false;  ///< only check the files
     bool checkAsJson = false;
+    bool checkIsStrict = false;                                 ///< warnings count as well
     std::vector<std::pair<std::string, std::string>> adapters;  ///< second name, real name
     bool startDriverProcesses = true;
     /// A start goes on as the driver processes come up, not after a second for each.

@@ -105,3 +105,42 @@ TEST_F(CheckCommandTest, SignatureIsAnErrorWhereOneIsRequired) {
     EXPECT_EQ(1, run());
     EXPECT_THAT(m_out.str(), StartsWith("error: " + m_directory.path("w.xml") + " is not signed"));
 }
+
+TEST_F(CheckCommandTest, WarningGivesOneWhereItIsStrict) {
+    m_options.checkIsStrict = true;
+    EXPECT_EQ(0, run());
+    configure("A.B");
+    EXPECT_EQ(1, run());
+}
+
+TEST_F(CheckCommandTest, FileThatStartsNothingIsAnError) {
+    for (const char* text : {"", "<workplaces", "<desk/>", "<!-- nothing -->"}) {
+        m_directory.write("w.xml", text);
+        EXPECT_EQ(1, run()) << text;
+        EXPECT_THAT(m_out.str(), StartsWith("error: " + m_directory.path("w.xml"))) << text;
+    }
+    std::filesystem::remove(m_directory.path("w.xml"));
+    EXPECT_EQ(1, run());
+    EXPECT_THAT(m_out.str(), StartsWith("error: " + m_directory.path("w.xml") + " cannot be read: "));
+}
+
+TEST_F(CheckCommandTest, AdapterThatIsNotThereIsAWarningUnlessTheWorkplaceHasItsOwn) {
+    m_directory.write(
+        "w.xml",
+        "<workplaces>\n<workplace id='0'>\n<mainframeDriver driverID='A' driverType='Axis' version='1.0' "
+        "workingDirectory='d' networkAdapter='eth77' interfaceType='queue'/>\n</workplace></workplaces>");
+    EXPECT_EQ(0, run());
+    EXPECT_THAT(m_out.str(), StartsWith("warning: " + m_directory.path("w.xml") +
+                                        " line 3: there is no adapter eth77; the driver is not started\n"));
+    m_options.sandbox = true;
+    EXPECT_EQ(0, run());
+    EXPECT_EQ(m_directory.path("w.xml") + ": 0 errors, 0 warnings\n", m_out.str());
+}
+
+TEST_F(CheckCommandTest, CauseComesBeforeItsConsequences) {
+    m_directory.write("drivers/axis.xml", "<mfDriverModule");
+    EXPECT_EQ(0, run());
+    const std::string text = m_out.str();
+    EXPECT_THAT(text, StartsWith("warning: " + m_directory.path("drivers/axis.xml")));
+    EXPECT_LT(text.find("axis.xml"), text.find("no descriptor announces")) << text;
+}

@@ -63,7 +63,7 @@ private:
         const DescriptorCatalogue catalogue({m_directory.path("drivers")});
         const std::string workDirectory = "/opt/mf";
         std::vector<std::string> words;
-        for (const Finding& finding : check(ConfigurationCheck(workplace, catalogue, workDirectory)))
+        for (const Finding& finding : check(ConfigurationCheck(workplace, catalogue, workDirectory, false)))
             words.push_back((finding.isError() ? "error " : "warning ") +
                             (finding.file == file() ? std::string() : finding.file + " ") +
                             std::to_string(finding.line) + ": " + finding.text);

@@ -73,7 +73,7 @@ TEST(ModuleLoader, OtherAbiIsRefused) {
 TEST(ModuleLoader, MissingAbiIsRefused) {
     EXPECT_THAT(failureOf(moduleFile("NoFactory")),
                 HasSubstr("MODULE: cannot load the driver module " MFD_TEST_MODULE_DIR
-                          "/NoFactory.so: undefined symbol: mfdDriverAbi\n"));
+                          "/NoFactory.so: MFD_DRIVER is missing in it (undefined symbol: mfdDriverAbi)\n"));
 }
 
 TEST(ModuleLoader, MissingFactoryIsRefused) {

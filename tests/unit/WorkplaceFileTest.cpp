@@ -197,3 +197,22 @@ TEST_F(WorkplaceFileTest, FileThatIsCutShortIsNeverWhole) {
         EXPECT_NE("", sut.entryFault("B")) << whole.substr(0, length);
     }
 }
+
+TEST_F(WorkplaceFileTest, UnknownElementsAndAttributesAreNamedAndChangeNothing) {
+    const auto sut = read(
+        "<mainframedriver driverID='A'/>\n<mainframeDriver driverID='B' workdir='data/B' x:note='mine' "
+        "interfaceType='queue'/>\n<ports/><x:note/>");
+    EXPECT_TRUE(sut.isWhole());
+    ASSERT_EQ(1u, sut.entries().size());
+    EXPECT_EQ("B", sut.entries()[0].driverID);
+    ASSERT_EQ(2u, sut.faults().size());
+    EXPECT_EQ(3, sut.faults()[0].line);
+    EXPECT_EQ("the element <mainframedriver> is unknown and ignored; a driver is a <mainframeDriver>",
+              sut.faults()[0].text);
+    EXPECT_EQ(4, sut.faults()[1].line);
+    EXPECT_EQ(
+        "the attribute \"workdir\" is unknown and ignored; there is driverID, driverType, version, "
+        "workingDirectory, "
+        "ipAddress, networkAdapter, interfaceType",
+        sut.faults()[1].text);
+}
