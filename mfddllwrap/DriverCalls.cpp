@@ -1,10 +1,13 @@
 #include "DriverCalls.h"
 
+#include <optional>
 #include <string>
 #include <utility>
 
-DriverCalls::DriverCalls(IMFDConfiguration* pConfiguration, IFunctionID* pFunctionID)
-    : m_pConfiguration(pConfiguration), m_pFunctionID(pFunctionID) {}
+#include "NamedOutput.h"
+
+DriverCalls::DriverCalls(IMFDConfiguration* pConfiguration, IFunctionID* pFunctionID, std::string driverID)
+    : m_pConfiguration(pConfiguration), m_pFunctionID(pFunctionID), m_driverID(std::move(driverID)) {}
 
 bool DriverCalls::handle(protocol::MessageReader& message) {
     if (message.hasCode(protocol::deinitialize))
@@ -16,7 +19,7 @@ bool DriverCalls::handle(protocol::MessageReader& message) {
         else if (message.hasCode(protocol::subscribe))
             m_pFunctionID->subscribe(message.string());
         else if (message.hasCode(protocol::showState))
-            m_pFunctionID->showState();
+            showState();
     }
     if (m_pConfiguration) {
         if (message.hasCode(protocol::setConfiguration))
@@ -50,4 +53,11 @@ void DriverCalls::setConfiguration(protocol::MessageReader& message) {
 void DriverCalls::sendFID(protocol::MessageReader& message) {
     const std::string fid = message.string();
     m_pFunctionID->sendFID(fid, message.parameters());
+}
+
+void DriverCalls::showState() const {
+    std::optional<NamedOutput> output;
+    if (!m_driverID.empty())
+        output.emplace(m_driverID);
+    m_pFunctionID->showState();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "IFunctionID.h"
 #include "IMFDConfiguration.h"
 #include "MessageReader.h"
@@ -8,7 +10,8 @@
 /// its messages then do nothing. Main thread only.
 class DriverCalls {
 public:
-    DriverCalls(IMFDConfiguration* pConfiguration, IFunctionID* pFunctionID);
+    /// With an ID, what the driver prints of its state names it.
+    DriverCalls(IMFDConfiguration* pConfiguration, IFunctionID* pFunctionID, std::string driverID = {});
 
     /// Calls what the message says; a code that it does not know does nothing. False for the message that
     /// ends the driver, which it leaves to deinitialize().
@@ -20,7 +23,9 @@ public:
 private:
     void setConfiguration(protocol::MessageReader& message);
     void sendFID(protocol::MessageReader& message);
+    void showState() const;
 
     IMFDConfiguration* m_pConfiguration;
     IFunctionID* m_pFunctionID;
+    const std::string m_driverID;
 };

@@ -114,7 +114,7 @@ int DriverProcess::run() {
         pConfiguration->setDistributorFIDInterface(&distributor);
         pConfiguration->setSystemInterface(&system);
     }
-    DriverCalls calls(pConfiguration, pFunctionID);
+    DriverCalls calls(pConfiguration, pFunctionID, m_options.driverID);
     const int code = serve(calls, watch);
     calls.deinitialize();
     return code;

@@ -115,6 +115,14 @@ TEST_F(DemoWorkplace, FidGoesFromADriverInItsOwnProcessToOneInTheHosts) {
     EXPECT_EQ(end(), 0);
 }
 
+TEST_F(DemoWorkplace, WhatADriverProcessSaysOfItselfNamesIt) {
+    HostProcess& host = start();
+    waitUntilRunning();
+    host.type("modules");
+    EXPECT_TRUE(host.waitForOutput("\nSYS: load ")) << host.output();
+    EXPECT_EQ(end(), 0);
+}
+
 TEST_F(DemoWorkplace, HighLoadRaisesAnAlarmAtThePanel) {
     HostProcess& host = start();
     waitUntilRunning();
