@@ -22,6 +22,8 @@ public:
     explicit operator bool() const { return m_fd >= 0; }
     /// -1, or what was given, when there is none.
     int get() const { return m_fd; }
+    /// Hands it over: it is no longer closed here.
+    int release() { return std::exchange(m_fd, -1); }
     void reset() {
         if (m_fd >= 0)
             ::close(std::exchange(m_fd, -1));

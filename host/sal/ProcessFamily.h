@@ -58,6 +58,13 @@ public:
     /// ended too. Returns them. Any thread.
     static std::vector<Member> endMarked(const std::string& word);
 
+    /// The process and those that it descends from, itself first, without the calling process and those above
+    /// that: as many of them as can be seen. Empty when the process itself cannot, or is gone. Any thread.
+    static std::vector<int> ancestry(int pid);
+    /// Whether it is one of this user's processes that was started with the mark of a child of the calling
+    /// process: a child, or started by one. Within about 20 ms. Any thread.
+    static bool hasMarkOfChild(int pid);
+
 private:
     /// Nobody's number, parent or session; 0 is the kernel's.
     static constexpr int s_none = -1;

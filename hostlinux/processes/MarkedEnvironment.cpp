@@ -25,10 +25,9 @@ std::uint64_t numberOfThisProcess() {
 }
 
 std::string nextMark() {
-    static const std::uint64_t s_process = numberOfThisProcess();
     static std::atomic<std::uint64_t> s_child{0};
     // A forked child of this process goes on with the same numbers.
-    return std::string(s_name) + "=" + std::to_string(s_process) + "-" + std::to_string(::getpid()) + "-" +
+    return MarkedEnvironment::beginOfChildren() + std::to_string(::getpid()) + "-" +
            std::to_string(++s_child);
 }
 
@@ -48,6 +47,11 @@ MarkedEnvironment::MarkedEnvironment(std::vector<std::string> further) : m_entri
             m_words.push_back(*pEntry);
     }
     m_words.push_back(nullptr);
+}
+
+std::string MarkedEnvironment::beginOfChildren() {
+    static const std::uint64_t s_process = numberOfThisProcess();
+    return std::string(s_begin) + std::to_string(s_process) + "-";
 }
 
 std::string MarkedEnvironment::ownMark() {

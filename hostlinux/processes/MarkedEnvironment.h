@@ -23,6 +23,8 @@ public:
     /// "MFD_PROCESS=..."
     const std::string& mark() const { return m_entries.front(); }
 
+    /// How the marks of this process's children begin, and no others.
+    static std::string beginOfChildren();
     /// That of this process itself; empty when it has none.
     static std::string ownMark();
 

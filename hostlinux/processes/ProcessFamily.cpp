@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,6 +47,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds s_limit{200};
+constexpr std::chrono::milliseconds s_glance{20};
 /// An environment of more is not looked at further; the mark is at its beginning.
 constexpr std::size_t s_longestText = 256 * 1024;
 constexpr int s_deepest = 50;
@@ -235,6 +237,28 @@ std::vector<ProcessFamily::Member> ProcessFamily::endMarked(const std::string& w
         ended.insert(ended.end(), result.ended.begin(), result.ended.end());
     }
     return ended;
+}
+
+std::vector<int> ProcessFamily::ancestry(int pid) {
+    std::vector<int> found;
+    while (pid > 0 && pid != ::getpid() && found.size() < s_deepest) {
+        const auto process = Process::read(pid);
+        if (!process)
+            break;
+        found.push_back(pid);
+        pid = process->parent;
+    }
+    return found;
+}
+
+bool ProcessFamily::hasMarkOfChild(int pid) {
+    // Reading what belongs to others may take as long as these like.
+    struct stat status {};
+    if (::stat(placeOf(pid).c_str(), &status) != 0 || status.st_uid != ::geteuid())
+        return false;
+    const auto process = Process::read(pid);
+    return process && environmentOf(*process, MarkedEnvironment::s_begin, Clock::now() + s_glance)
+                          .starts_with(MarkedEnvironment::beginOfChildren());
 }
 
 ProcessFamily::ProcessFamily(int pid, std::string mark)

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <filesystem>
 
+#include "ControlSocket.h"
 #include "Printable.h"
 
 namespace {
@@ -33,11 +34,13 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
     Options options;
     bool noStartDrivers = false;
     bool noConsole = false;
+    bool noControl = false;
     double stopTimeout = 3;
     double hangTimeout = 10;
     double restartDelay = 1;
     std::string startWait = "second";
     std::string follow;
+    std::string control;
     std::vector<std::string> adapters;
 
     CLI::App app("Runs the device drivers of a workplace.", "mfhost");
@@ -84,6 +87,10 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
                         ->type_name("[=GLOB]")
                         ->expected(0, 1);
     app.add_flag("--no-console", noConsole, "do not read standard input");
+    auto* pControl = app.add_option("--control", control,
+                                    "control socket (default mfhost.sock in $XDG_RUNTIME_DIR, else in /run)")
+                         ->type_name("PATH");
+    app.add_flag("--no-control", noControl, "without a control socket")->excludes(pControl);
     app.add_option("--allow-command", options.allowedCommands, "a command that drivers may give")
         ->type_name("NAME")
         ->expected(1)
@@ -145,6 +152,11 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
         options.startDriverProcesses = !noStartDrivers;
         options.waitsUntilAttached = startWait == "attached";
         options.console = !noConsole;
+        if (pControl->count() > 0 && control.empty())
+            throw CLI::ValidationError("--control",
+                                       "an empty path names no socket; --no-control does without");
+        if (!noControl)
+            options.control = control.empty() ? ControlSocket::defaultPath() : absolutePath(control);
         options.stopTimeout = std::chrono::milliseconds(static_cast<long>(stopTimeout * 1000));
         options.hangTimeout = std::chrono::milliseconds(static_cast<long>(hangTimeout * 1000));
         options.restartDelay = std::chrono::milliseconds(static_cast<long>(restartDelay * 1000));

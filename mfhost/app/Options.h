@@ -27,6 +27,7 @@ struct Options {
     bool tellsPanel = false;            ///< of the other drivers' starts and ends
     std::optional<std::string> follow;  ///< a shell pattern, empty for everything
     bool console = true;
+    std::optional<std::string> control;  ///< the control socket's path; nothing: there is none
     std::vector<std::string> allowedCommands;
     std::chrono::milliseconds stopTimeout{3000};
     std::chrono::milliseconds hangTimeout{10000};  ///< 0: nothing is taken for hung

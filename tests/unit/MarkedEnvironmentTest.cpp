@@ -37,6 +37,13 @@ TEST(MarkedEnvironment, NoTwoAreMarkedAlike) {
     EXPECT_NE(first.mark(), second.mark());
 }
 
+TEST(MarkedEnvironment, ChildrenOfThisProcessAreMarkedAlikeAtTheBeginning) {
+    const sal::MarkedEnvironment sut;
+    EXPECT_TRUE(sut.mark().starts_with(sal::MarkedEnvironment::beginOfChildren()));
+    EXPECT_TRUE(sal::MarkedEnvironment::beginOfChildren().starts_with("MFD_PROCESS="));
+    EXPECT_GT(sal::MarkedEnvironment::beginOfChildren().size(), std::string("MFD_PROCESS=1-").size());
+}
+
 TEST(MarkedEnvironment, MarkOfThisProcessIsNotHandedOn) {
     ::setenv("MFD_PROCESS", "outer", 1);
     EXPECT_EQ(sal::MarkedEnvironment::ownMark(), "MFD_PROCESS=outer");

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 
@@ -186,6 +187,24 @@ TEST_F(OptionParserTest, SandboxCanBePreferredButNotAskedForAsWell) {
     EXPECT_FALSE(options({"--prefer-sandbox"}).sandbox);
     EXPECT_EQ(2, refused({"--prefer-sandbox", "--sandbox"}));
     EXPECT_EQ(2, refused({"--sandbox=/s", "--prefer-sandbox"}));
+}
+
+TEST_F(OptionParserTest, ControlSocketIsWhereTheUserHasHisOwn) {
+    ::setenv("XDG_RUNTIME_DIR", "/run/user/1000", 1);
+    EXPECT_EQ("/run/user/1000/mfhost.sock", options({}).control);
+    ::unsetenv("XDG_RUNTIME_DIR");
+    EXPECT_EQ("/run/mfhost.sock", options({}).control);
+    EXPECT_EQ("/tmp/demo.sock", options({"--control", "/tmp/demo.sock"}).control);
+    EXPECT_EQ(std::filesystem::current_path().string() + "/demo.sock",
+              options({"--control", "demo.sock"}).control);
+}
+
+TEST_F(OptionParserTest, ThereMayBeNoControlSocket) {
+    EXPECT_FALSE(options({"--no-control"}).control);
+    EXPECT_EQ(2, refused({"--no-control", "--control", "/tmp/demo.sock"}));
+    EXPECT_EQ(2, refused({"--control", ""}));
+    EXPECT_NE(std::string::npos, m_err.str().find("an empty path names no socket; --no-control does without"))
+        << m_err.str();
 }
 
 TEST_F(OptionParserTest, ServicesReadNoConsole) {

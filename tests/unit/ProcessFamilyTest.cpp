@@ -353,6 +353,26 @@ TEST_F(ProcessFamily, OfTheCallingProcessIsEndedWithoutItself) {
     EXPECT_EQ(status, 0);
 }
 
+TEST_F(ProcessFamily, AncestryOfAProcessLeadsUpToTheCallingOne) {
+    start("(note between; (note below; exec sleep 1000) & wait) & wait");
+    const pid_t between = noted("between");
+    const pid_t below = noted("below");
+    EXPECT_THAT(sal::ProcessFamily::ancestry(below), testing::ElementsAre(below, between, pid()));
+    EXPECT_THAT(sal::ProcessFamily::ancestry(::getpid()), IsEmpty());
+    const pid_t gone = pid();
+    killProcess();
+    collectProcess();
+    EXPECT_THAT(sal::ProcessFamily::ancestry(gone), IsEmpty());
+}
+
+TEST_F(ProcessFamily, WhatAChildHasStartedHasItsMarkHoweverFarAway) {
+    start("(setsid sh -c 'echo $$ > daemon.draft; mv daemon.draft daemon; exec sleep 1000' &); stay");
+    const pid_t daemon = noted("daemon");
+    EXPECT_TRUE(sal::ProcessFamily::hasMarkOfChild(daemon));
+    EXPECT_TRUE(sal::ProcessFamily::hasMarkOfChild(pid()));
+    EXPECT_FALSE(sal::ProcessFamily::hasMarkOfChild(::getpid()));
+}
+
 TEST_F(ProcessFamily, WithoutMarkIsKnownByItsSessionAndDescentAlone) {
     ::unsetenv("MFD_PROCESS");
     EXPECT_FALSE(sal::ProcessFamily::ofThisProcess().hasMark());
@@ -386,6 +406,12 @@ pid_t startStopped(const std::string& word) {
 void end(pid_t pid) {
     ::kill(pid, SIGKILL);
     ::waitpid(pid, nullptr, 0);
+}
+
+TEST(ProcessFamilyOfAnotherHost, HasNoMarkOfAChildOfThisOne) {
+    const pid_t other = startSleep({"MFD_PROCESS=7-8-1"});
+    EXPECT_FALSE(sal::ProcessFamily::hasMarkOfChild(other));
+    end(other);
 }
 
 TEST(ProcessFamilyOfADeadHost, IsContinuedByAWordOfItsEnvironmentAlone) {

@@ -82,6 +82,17 @@ TEST(UniqueFd, AssignedClosesAtOnceWhatItHad) {
     EXPECT_TRUE(isOpen(fd));
 }
 
+TEST(UniqueFd, HandedOverStaysOpen) {
+    const int fd = anyDescriptor();
+    {
+        base::UniqueFd sut(fd);
+        EXPECT_EQ(sut.release(), fd);
+        EXPECT_FALSE(sut);
+    }
+    EXPECT_TRUE(isOpen(fd));
+    ::close(fd);
+}
+
 TEST(UniqueFd, IsNotCopied) {
     EXPECT_FALSE(std::is_copy_constructible_v<base::UniqueFd>);
     EXPECT_FALSE((std::is_assignable_v<base::UniqueFd&, const base::UniqueFd&>));

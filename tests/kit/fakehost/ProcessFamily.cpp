@@ -25,4 +25,12 @@ std::vector<ProcessFamily::Member> ProcessFamily::endMarked(const std::string&) 
     return {};
 }
 
+std::vector<int> ProcessFamily::ancestry(int) {
+    return {};
+}
+
+bool ProcessFamily::hasMarkOfChild(int) {
+    return false;
+}
+
 }  // namespace sal

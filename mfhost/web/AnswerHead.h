@@ -1,0 +1,10 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "ApiCall.h"
+
+/// The first lines of an answer, with the empty one after them, as HTTP/1.1 has them. closes: the connection
+/// ends after it.
+std::string answerHead(const ApiAnswer& answer, bool closes, std::chrono::system_clock::time_point now);

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "ApiCall.h"
+#include "HttpLimits.h"
+#include "PeerRoles.h"
+#include "SessionList.h"
+#include "UniqueFd.h"
+
+/// Serves the control socket: takes connections, knows who is at their other ends, reads requests and writes
+/// answers, on one thread, "api", which never waits for a client, a driver or the module. Owned by Host,
+/// whose threads start and stop it.
+class ApiServer {
+public:
+    using Session = SessionList::Session;
+    /// Called on the API thread, and returns at once. The answer is given exactly once: at once, or later on
+    /// any thread, and also when the server is gone.
+    using Handler = std::function<void(const ApiCall& call, std::function<void(ApiAnswer)> answer)>;
+
+    struct Settings {
+        PeerRoles::Settings roles;
+        HttpLimits limits;
+    };
+
+    /// The handler is called from start() until stop() has returned.
+    ApiServer(Settings settings, Handler handler);
+    ~ApiServer();  ///< stops
+    ApiServer(const ApiServer&) = delete;
+    ApiServer& operator=(const ApiServer&) = delete;
+
+    /// Takes over the listening, non-blocking socket. Once; throws where no thread can be had.
+    void start(base::UniqueFd listener);
+
+    /// Takes no further connection and no further request; what waits for an answer is told that the host
+    /// stops. Returns after two seconds at the latest, unless the handler itself does not return.
+    void stop();
+
+    /// Those that have a role. Any thread.
+    std::vector<Session> sessions() const;
+
+private:
+    class Thread;
+
+    std::unique_ptr<Thread> m_pThread;
+};

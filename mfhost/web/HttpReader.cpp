@@ -1,0 +1,110 @@
+#include "HttpReader.h"
+
+#include <boost/asio/buffer.hpp>
+#include <boost/beast/core/error.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <string>
+#include <utility>
+
+#include "ErrorAnswer.h"
+
+namespace http = boost::beast::http;
+
+struct HttpReader::Parser : http::request_parser<http::string_body> {};
+
+HttpReader::HttpReader(const HttpLimits& limits) : m_limits(limits) {}
+
+HttpReader::~HttpReader() = default;
+
+std::size_t HttpReader::read(std::string_view bytes) {
+    std::size_t used = 0;
+    if (m_state == EState::Between) {
+        // Some clients end a body with an empty line more than it has.
+        while (used < bytes.size() && (bytes[used] == '\r' || bytes[used] == '\n'))
+            ++used;
+        if (used == bytes.size())
+            return used;
+        m_pParser = std::make_unique<Parser>();
+        m_pParser->header_limit(static_cast<std::uint32_t>(m_limits.header));
+        m_pParser->body_limit(m_limits.body);
+        m_headerSize = 0;
+        m_state = EState::Header;
+    }
+    if (m_state == EState::Header || m_state == EState::Body)
+        used += parse(bytes.substr(used));
+    return used;
+}
+
+std::size_t HttpReader::parse(std::string_view bytes) {
+    std::size_t used = 0;
+    boost::system::error_code error;
+    // Not eager, a call ends with the first lines at the latest, so that these are counted.
+    std::size_t count = 1;
+    while (count > 0 && used < bytes.size() && !error && !m_pParser->is_done()) {
+        const bool isHeader = !m_pParser->is_header_done();
+        count = m_pParser->put(boost::asio::buffer(bytes.data() + used, bytes.size() - used), error);
+        used += count;
+        if (isHeader)
+            m_headerSize += count;
+    }
+    const std::size_t rest = bytes.size() - used;
+    const bool isHeaderDone = m_pParser->is_header_done();
+    // A line within a chunked body counts as those of the header do.
+    if (m_headerSize + (isHeaderDone ? 0 : rest) > m_limits.header ||
+        (error == http::error::need_more && rest > m_limits.header))
+        error = http::error::header_limit;
+    if (m_state == EState::Header && isHeaderDone && error != http::error::header_limit) {
+        m_state = EState::Body;
+        checkHeader();
+        if (m_state == EState::Failed)
+            return used;
+    }
+    if (error == http::error::header_limit)
+        fail(errorAnswer(
+            413, "too-large",
+            "the request's first lines have more than " + std::to_string(m_limits.header) + " bytes"));
+    else if (error == http::error::body_limit)
+        fail(errorAnswer(413, "too-large",
+                         "the request's body has more than " + std::to_string(m_limits.body) + " bytes"));
+    else if (error && error != http::error::need_more)
+        fail(errorAnswer(400, "request-invalid", "this is no HTTP request: " + error.message()));
+    else if (m_pParser->is_done())
+        m_state = EState::Complete;
+    return used;
+}
+
+void HttpReader::checkHeader() {
+    const auto& request = m_pParser->get();
+    if (request.target().size() > m_limits.target)
+        fail(errorAnswer(413, "too-large",
+                         "the request's target has more than " + std::to_string(m_limits.target) + " bytes"));
+    else if (request.version() != 10 && request.version() != 11)
+        fail(errorAnswer(400, "request-invalid", "only HTTP/1.0 and HTTP/1.1 are spoken here"));
+    // Where such a body ends cannot be told.
+    else if (request.count(http::field::transfer_encoding) != 0 && !m_pParser->chunked())
+        fail(errorAnswer(400, "request-invalid", "the only transfer encoding that is taken is \"chunked\""));
+}
+
+bool HttpReader::expectsContinue() const {
+    return m_state == EState::Body && m_pParser->get().version() == 11 &&
+           boost::beast::iequals(m_pParser->get()[http::field::expect], "100-continue");
+}
+
+HttpRequest HttpReader::take() {
+    auto message = m_pParser->release();
+    m_pParser.reset();
+    m_state = EState::Between;
+    return {.method = std::string(message.method_string()),
+            .target = std::string(message.target()),
+            .contentType = std::string(message[http::field::content_type]),
+            .body = std::move(message.body()),
+            .isKeptAlive = message.keep_alive(),
+            .isVersion10 = message.version() == 10};
+}
+
+void HttpReader::fail(ApiAnswer answer) {
+    m_pParser.reset();
+    m_state = EState::Failed;
+    m_fault = std::move(answer);
+}

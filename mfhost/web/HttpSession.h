@@ -1,0 +1,448 @@
+#pragma once
+
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/basic_stream_socket.hpp>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "AnswerHead.h"
+#include "ErrorAnswer.h"
+#include "HttpReader.h"
+#include "IHttpSessionOwner.h"
+#include "PendingAnswer.h"
+
+// What a session does with its stream beside reading and writing. A stream of another kind has its own.
+
+template <class Protocol, class Executor>
+void endSending(boost::asio::basic_stream_socket<Protocol, Executor>& socket) {
+    boost::system::error_code ignored;
+    socket.shutdown(boost::asio::socket_base::shutdown_send, ignored);
+}
+
+template <class Protocol, class Executor>
+void closeStream(boost::asio::basic_stream_socket<Protocol, Executor>& socket) {
+    boost::system::error_code ignored;
+    socket.close(ignored);
+}
+
+/// Whether the other end is gone altogether, not only done with sending.
+template <class Protocol, class Executor>
+bool isHungUp(boost::asio::basic_stream_socket<Protocol, Executor>& socket) {
+    pollfd status{socket.native_handle(), 0, 0};
+    return ::poll(&status, 1, 0) == 1 && (status.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+/// One connection: takes its requests in order, has them handled, and writes the answers in the order of the
+/// requests, whenever and from whichever thread they come. Requests that change nothing are handled side by
+/// side; one that changes something waits for those before it, and those after it wait for it. Made by
+/// ApiServer, kept by it and by what is under way; API thread. Stream is a socket, or what is put round one.
+template <class Stream>
+class HttpSession final : public std::enable_shared_from_this<HttpSession<Stream>> {
+public:
+    /// All requests are answered with the refusal, if there is one, and the first ends the connection.
+    HttpSession(Stream stream, IHttpSessionOwner& owner, ApiCaller caller, std::optional<ApiAnswer> refusal)
+        : m_stream(std::move(stream)),
+          m_timer(m_stream.get_executor()),
+          m_owner(owner),
+          m_limits(owner.limits()),
+          m_caller(std::move(caller)),
+          m_refusal(std::move(refusal)),
+          m_reader(m_limits),
+          m_phaseBegin(Clock::now()) {}
+
+    /// Once the owner holds it.
+    void start() { goOn(); }
+
+    /// Answers what waits for an answer that the host stops, and closes after that.
+    void stop() {
+        m_takesNoMore = true;
+        m_next.reset();
+        if (m_entries.empty()) {
+            close();
+            return;
+        }
+        m_entries.back().closes = true;
+        for (Entry& entry : m_entries) {
+            if (!entry.isAnswered)
+                fill(entry, errorAnswer(503, "stopping", "the host is shutting down"));
+        }
+        goOn();
+    }
+
+    /// At once; what was not written is gone.
+    void close() {
+        if (m_isClosed)
+            return;
+        m_isClosed = true;
+        while (!m_entries.empty())
+            dropFront();
+        m_timer.cancel();
+        closeStream(m_stream);
+        m_owner.ended(m_caller.session);
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    using Time = std::optional<Clock::time_point>;
+
+    /// A request that was begun, and its answer once that is there.
+    struct Entry {
+        std::uint64_t number = 0;
+        bool isAnswered = false;
+        bool isSafe = true;
+        bool isHead = false;
+        bool closes = false;
+        std::string head = {};
+        std::string body = {};
+    };
+
+    std::shared_ptr<HttpSession> self() { return this->shared_from_this(); }
+
+    /// Does all that can be done now.
+    void goOn() {
+        beginRequests();
+        if (m_hasInputEnded && m_entries.empty() && !m_next && !m_pausedUntil)
+            close();
+        read();
+        write();
+        setTimer();
+    }
+
+    // --- from the bytes to the requests
+
+    void read() {
+        if (m_isClosed || m_isReading || m_hasInputEnded || m_input.size() > m_limits.header)
+            return;
+        m_isReading = true;
+        m_stream.async_read_some(
+            boost::asio::buffer(m_piece),
+            [session = self()](const boost::system::error_code& error, std::size_t count) {
+                session->m_isReading = false;
+                if (!session->m_isClosed)
+                    session->take(error, count);
+            });
+    }
+
+    void take(const boost::system::error_code& error, std::size_t count) {
+        if (m_isLingering) {
+            m_lingered += count;
+            if (error || m_lingered > s_longestLinger)
+                close();
+            read();
+            return;
+        }
+        if (error) {
+            m_hasInputEnded = true;
+            if (isHungUp(m_stream)) {
+                close();
+                return;
+            }
+        }
+        m_input.append(m_piece.data(), count);
+        goOn();
+    }
+
+    void beginRequests() {
+        while (!m_isClosed && !m_takesNoMore && !m_pausedUntil && (m_next || readRequest()) &&
+               mayBegin(*m_next)) {
+            HttpRequest request = std::move(*m_next);
+            m_next.reset();
+            begin(std::move(request));
+        }
+    }
+
+    /// Whether there is a whole one.
+    bool readRequest() {
+        const HttpReader::EState before = m_reader.state();
+        m_input.erase(0, m_reader.read(m_input));
+        if (m_reader.state() != before)
+            m_phaseBegin = Clock::now();
+        switch (m_reader.state()) {
+            case HttpReader::EState::Complete:
+                m_next = m_reader.take();
+                m_phaseBegin = Clock::now();
+                m_isToldToContinue = false;
+                return true;
+            case HttpReader::EState::Failed:
+                fail(m_reader.fault());
+                return false;
+            case HttpReader::EState::Body:
+                if (!m_hasInputEnded && !m_isToldToContinue && m_reader.expectsContinue())
+                    tellToContinue();
+                break;
+            default:
+                break;
+        }
+        if (m_hasInputEnded && m_reader.state() != HttpReader::EState::Between)
+            fail(errorAnswer(400, "request-invalid", "the connection ended in the middle of a request"));
+        return false;
+    }
+
+    void tellToContinue() {
+        m_isToldToContinue = true;
+        Entry& entry = addEntry();
+        entry.isAnswered = true;
+        entry.head = "HTTP/1.1 100 Continue\r\n\r\n";
+        countUnsent(entry);
+    }
+
+    bool mayBegin(const HttpRequest& request) const {
+        if (m_entries.size() >= m_limits.requestsUnderway || m_unsent > m_limits.unsent)
+            return false;
+        for (const Entry& entry : m_entries) {
+            if (!entry.isAnswered && !(entry.isSafe && request.isSafe()))
+                return false;
+        }
+        return true;
+    }
+
+    void begin(HttpRequest request) {
+        Entry& entry = addEntry();
+        entry.isSafe = request.isSafe();
+        entry.isHead = request.method == "HEAD";
+        entry.closes = m_takesNoMore = m_refusal || !request.isKeptAlive;
+        if (m_refusal) {
+            fill(entry, *m_refusal);
+        } else if (!m_owner.takeRequest(m_caller)) {
+            fill(entry, errorAnswer(429, "too-many",
+                                    "the host takes " + std::to_string(m_limits.requestsPerSecond) +
+                                        " requests a second"));
+            m_pausedUntil = Clock::now() + m_limits.refusedPause;
+        } else if (m_owner.unsent() > m_limits.unsentInAll) {
+            fill(entry, errorAnswer(503, "busy", "too many answers wait for clients that do not take them"));
+        } else {
+            handle(entry.number, entry.isHead, std::move(request));
+        }
+    }
+
+    void handle(std::uint64_t number, bool isHead, HttpRequest request) {
+        const auto pPending = std::make_shared<PendingAnswer>(
+            [session = this->weak_from_this(), pDoor = m_owner.door(), number](ApiAnswer answer) {
+                pDoor->post([session, number, given = std::move(answer)] {
+                    if (const auto pSession = session.lock())
+                        pSession->answer(number, given);
+                });
+            });
+        m_owner.handle({.method = isHead ? "GET" : std::move(request.method),
+                        .target = std::move(request.target),
+                        .contentType = std::move(request.contentType),
+                        .body = std::move(request.body),
+                        .caller = m_caller},
+                       [pPending](ApiAnswer answer) { pPending->give(std::move(answer)); });
+    }
+
+    // --- from the answers to the bytes
+
+    Entry& addEntry() {
+        m_entries.push_back({.number = m_nextNumber++});
+        return m_entries.back();
+    }
+
+    void answer(std::uint64_t number, const ApiAnswer& answer) {
+        if (m_entries.empty() || number < m_entries.front().number)
+            return;
+        Entry& entry = m_entries.at(number - m_entries.front().number);
+        if (entry.isAnswered)
+            return;
+        fill(entry, answer);
+        goOn();
+    }
+
+    void fill(Entry& entry, const ApiAnswer& answer) {
+        entry.isAnswered = true;
+        entry.head = answerHead(answer, entry.closes, std::chrono::system_clock::now());
+        if (!entry.isHead)
+            entry.body = answer.body;
+        countUnsent(entry);
+    }
+
+    /// The last answer of this connection.
+    void fail(const ApiAnswer& answer) {
+        m_takesNoMore = true;
+        Entry& entry = addEntry();
+        entry.closes = true;
+        fill(entry, answer);
+    }
+
+    void countUnsent(const Entry& entry) {
+        const std::size_t size = entry.head.size() + entry.body.size();
+        m_unsent += size;
+        m_owner.unsent() += size;
+    }
+
+    void dropFront() {
+        const Entry& entry = m_entries.front();
+        const std::size_t size = entry.head.size() + entry.body.size();
+        m_unsent -= size;
+        m_owner.unsent() -= size;
+        m_entries.pop_front();
+        m_written = 0;
+    }
+
+    void write() {
+        if (m_isClosed || m_isWriting || m_entries.empty() || !m_entries.front().isAnswered)
+            return;
+        const Entry& entry = m_entries.front();
+        const std::size_t ofHead = std::min(m_written, entry.head.size());
+        const std::size_t ofBody = m_written - ofHead;
+        const std::array<boost::asio::const_buffer, 2> rest{
+            boost::asio::buffer(entry.head.data() + ofHead, entry.head.size() - ofHead),
+            boost::asio::buffer(entry.body.data() + ofBody, entry.body.size() - ofBody)};
+        m_isWriting = true;
+        m_progress = Clock::now();
+        m_stream.async_write_some(
+            rest, [session = self()](const boost::system::error_code& error, std::size_t count) {
+                session->m_isWriting = false;
+                if (!session->m_isClosed)
+                    session->written(error, count);
+            });
+    }
+
+    void written(const boost::system::error_code& error, std::size_t count) {
+        if (error) {
+            close();
+            return;
+        }
+        m_written += count;
+        const Entry& entry = m_entries.front();
+        if (m_written == entry.head.size() + entry.body.size()) {
+            const bool closes = entry.closes;
+            dropFront();
+            if (m_reader.state() == HttpReader::EState::Between) {
+                m_hasAnswered = true;
+                m_phaseBegin = Clock::now();
+            }
+            if (closes) {
+                linger();
+                return;
+            }
+        }
+        goOn();
+    }
+
+    /// A client that is still sending gets to see the last answer before the connection ends.
+    void linger() {
+        m_isLingering = true;
+        m_lingerEnd = Clock::now() + m_limits.lingerTime;
+        m_input.clear();
+        endSending(m_stream);
+        if (m_hasInputEnded)
+            close();
+        read();
+        setTimer();
+    }
+
+    // --- what takes too long
+
+    Time readingEnd() const {
+        if (m_takesNoMore || m_next || m_hasInputEnded)
+            return std::nullopt;
+        switch (m_reader.state()) {
+            case HttpReader::EState::Header:
+                return m_phaseBegin + m_limits.headerTime;
+            case HttpReader::EState::Body:
+                return m_phaseBegin + m_limits.bodyTime;
+            default:
+                if (!m_entries.empty() || m_pausedUntil)
+                    return std::nullopt;
+                return m_phaseBegin + (m_hasAnswered ? m_limits.idleTime : m_limits.headerTime);
+        }
+    }
+
+    Time writingEnd() const { return m_isWriting ? Time(m_progress + m_limits.writeTime) : std::nullopt; }
+
+    void setTimer() {
+        if (m_isClosed)
+            return;
+        Time next = m_lingerEnd;
+        for (const Time& time : {m_lingerEnd ? std::nullopt : readingEnd(), writingEnd(), m_pausedUntil}) {
+            if (time && (!next || *time < *next))
+                next = time;
+        }
+        // One that rings too early is set again then.
+        if (!next || (m_timerEnd && *m_timerEnd <= *next))
+            return;
+        m_timerEnd = next;
+        m_timer.expires_at(*next);
+        m_timer.async_wait([session = self()](const boost::system::error_code& error) {
+            if (!error && !session->m_isClosed)
+                session->ring();
+        });
+    }
+
+    void ring() {
+        m_timerEnd.reset();
+        const Clock::time_point now = Clock::now();
+        const auto isOver = [now](const Time& time) { return time && *time <= now; };
+        if (isOver(m_lingerEnd) || isOver(writingEnd())) {
+            close();
+            return;
+        }
+        if (isOver(m_pausedUntil))
+            m_pausedUntil.reset();
+        else if (!m_isLingering && isOver(readingEnd()))
+            endReading();
+        if (!m_isLingering)
+            goOn();
+        setTimer();
+    }
+
+    void endReading() {
+        const auto seconds = [](std::chrono::milliseconds time) {
+            return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(time).count()) + " s";
+        };
+        if (m_reader.state() == HttpReader::EState::Between)
+            close();
+        else if (m_reader.state() == HttpReader::EState::Header)
+            fail(errorAnswer(408, "request-invalid",
+                             "the request's first lines took longer than " + seconds(m_limits.headerTime)));
+        else
+            fail(errorAnswer(408, "request-invalid",
+                             "the request's body took longer than " + seconds(m_limits.bodyTime)));
+    }
+
+    /// More than that nobody means to have read.
+    static constexpr std::size_t s_longestLinger = 256 * 1024;
+
+    Stream m_stream;
+    boost::asio::steady_timer m_timer;
+    IHttpSessionOwner& m_owner;
+    const HttpLimits& m_limits;
+    const ApiCaller m_caller;
+    const std::optional<ApiAnswer> m_refusal;
+
+    HttpReader m_reader;
+    std::array<char, 8192> m_piece{};
+    std::string m_input;                ///< read, and not yet a request
+    std::optional<HttpRequest> m_next;  ///< that may not begin yet
+    bool m_isReading = false;
+    bool m_hasInputEnded = false;
+    bool m_isToldToContinue = false;
+    bool m_takesNoMore = false;  ///< what was begun is answered, and that is all
+    bool m_hasAnswered = false;
+    Clock::time_point m_phaseBegin;  ///< of the reader's state, or the last answer
+    Time m_pausedUntil;              ///< no request begins before
+
+    std::deque<Entry> m_entries;  ///< with successive numbers
+    std::uint64_t m_nextNumber = 0;
+    std::size_t m_written = 0;  ///< of the first entry
+    std::size_t m_unsent = 0;
+    bool m_isWriting = false;
+    Clock::time_point m_progress;  ///< of writing
+
+    bool m_isLingering = false;
+    std::size_t m_lingered = 0;
+    Time m_lingerEnd;
+    Time m_timerEnd;  ///< when the timer rings
+    bool m_isClosed = false;
+};
