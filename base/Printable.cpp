@@ -80,6 +80,11 @@ bool staysAsItIs(const Front& front) {
     return front.isCharacter && !isSteering(front.code);
 }
 
+/// An ASCII character that stands in a JSON string as it is.
+bool isPlainJson(char c) {
+    return c >= 0x20 && c < 0x7f && c != '"' && c != '\\';
+}
+
 /// Up to the first character that printable() writes out.
 std::size_t plainSize(std::string_view text) {
     std::size_t size = 0;
@@ -132,8 +137,22 @@ std::string quoted(std::string_view text) {
 }
 
 std::string jsonText(std::string_view text) {
-    std::string json = "\"";
+    std::string json;
+    appendJsonText(json, text);
+    return json;
+}
+
+void appendJsonText(std::string& json, std::string_view text) {
+    json += '"';
     while (!text.empty()) {
+        // Nearly all of what is written.
+        std::size_t plain = 0;
+        while (plain < text.size() && isPlainJson(text[plain]))
+            ++plain;
+        json += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty())
+            break;
         const Front front = frontOf(text);
         if (!front.isCharacter) {
             json += "\xef\xbf\xbd";
@@ -147,7 +166,7 @@ std::string jsonText(std::string_view text) {
         }
         text.remove_prefix(front.size);
     }
-    return json + '"';
+    json += '"';
 }
 
 }  // namespace base

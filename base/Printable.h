@@ -24,5 +24,7 @@ std::string quoted(std::string_view text);
 /// The text as a JSON string, in quotes. What printable() would write out is escaped as JSON has it, so that
 /// a terminal may show it and a reader gets it back; bytes that are no UTF-8 become U+FFFD each.
 std::string jsonText(std::string_view text);
+/// The same, put at the end of a text that has other JSON before it.
+void appendJsonText(std::string& json, std::string_view text);
 
 }  // namespace base
