@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "DriverStatus.h"
 #include "Printable.h"
 #include "QueueNames.h"
 #include "Table.h"
@@ -37,43 +38,6 @@ std::string ageText(std::chrono::steady_clock::duration age) {
     if (seconds < 48 * 3600)
         return std::to_string(seconds / 3600) + " h";
     return std::to_string(seconds / 86400) + " d";
-}
-
-const char* modeText(EInterfaceTypes type) {
-    switch (type) {
-        case EInterfaceTypes::Direct:
-            return "direct";
-        case EInterfaceTypes::Queue:
-            return "queue";
-        case EInterfaceTypes::Socket:
-            return "socket";
-        default:
-            return "none";
-    }
-}
-
-std::string statusText(const DriverTable::Driver& driver,
-                       const std::vector<sal::MessageQueue::Status>& queues) {
-    switch (driver.state) {
-        case EDriverState::Running:
-            return driver.isByHand ? "running (by hand)" : "running";
-        case EDriverState::Waiting:
-        case EDriverState::Due:
-        case EDriverState::Ended:
-            if (!driver.isByHand)
-                return "ended";
-            break;
-        case EDriverState::NotLoaded:
-            break;
-        default:
-            return inWords(driver.state);
-    }
-    // Queues without a process of the host's own: the process is started by hand.
-    for (const auto& queue : queues) {
-        if (queue.name == protocol::inputQueue(driver.id))
-            return queue.receiverAttached ? "running (by hand)" : "waiting for its process";
-    }
-    return "not loaded";
 }
 
 std::string nextTryText(const DriverTable::Driver& driver, StateStore::Clock::time_point now) {
@@ -214,9 +178,9 @@ bool HostCommands::drivers(sal::CmdParameters&) {
             lost[loss.owner.driverID] = loss.values;
     }
     for (const DriverTable::Driver& driver : m_context.drivers.drivers())
-        table.addRow({driver.id, driver.type, driver.version, modeText(driver.interfaceType),
+        table.addRow({driver.id, driver.type, driver.version, inWords(driver.interfaceType),
                       driver.shownPid() > 0 ? std::to_string(driver.shownPid()) : "-",
-                      statusText(driver, queues), hasTime(driver) ? timeText(driver.since) : "-",
+                      driverStatus(driver, queues), hasTime(driver) ? timeText(driver.since) : "-",
                       std::to_string(driver.restarts), driver.cause.empty() ? "-" : driver.cause,
                       nextTryText(driver, now), trafficText(driver), depthText(driver, queues),
                       std::to_string(lost[driver.id])});
