@@ -3,31 +3,52 @@
 #include <cstdint>
 #include <string>
 
-/// What a caller may do; each may do what those before it may.
-enum class ERole { None, View, Operate, Admin };
-
-/// Who asks.
-struct ApiCaller {
-    ERole role = ERole::None;
-    std::string name;  ///< "anna", or "uid 1000" of a user who has no name here
-    unsigned uid = 0;
-    int pid = 0;
-    std::uint64_t session = 0;
+/// What a caller may do: each role what those before it may, and more.
+enum class ERole {
+    None,     ///< nothing
+    View,     ///< whatever only asks
+    Operate,  ///< FIDs, values, events, macros, plans and checks
+    Admin     ///< whatever changes which drivers run, and the host's end
 };
 
-/// One request.
+/// "none", "view", "operate" or "admin".
+inline const char* inWords(ERole role) {
+    switch (role) {
+        case ERole::View:
+            return "view";
+        case ERole::Operate:
+            return "operate";
+        case ERole::Admin:
+            return "admin";
+        default:
+            return "none";
+    }
+}
+
+/// Who calls, as the listener found out when the connection was accepted.
+struct ApiCaller {
+    ERole role = ERole::None;
+    std::string name;  ///< "anna", or "uid 1000" where the user has no name
+    unsigned uid = 0;
+    int pid = 0;
+    std::uint64_t session = 0;  ///< the number of the connection
+};
+
+/// One request, without anything of its transport.
 struct ApiCall {
-    std::string method;
-    std::string target;  ///< path?query, percent-encoded
-    std::string contentType;
+    std::string method;       ///< "GET", "POST"
+    std::string target;       ///< path and query as they came, percent-encoded
+    std::string contentType;  ///< of the body; empty when the request names none
     std::string body;
     ApiCaller caller;
 };
 
-/// What it is answered with.
+/// Its answer.
 struct ApiAnswer {
     unsigned status = 200;
     std::string contentType = "application/json";
     std::string body;
-    std::string allow;  ///< the methods there are, for status 405
+    std::string allow = {};  ///< for the header of that name, where the status is 405
+
+    bool operator==(const ApiAnswer&) const = default;
 };

@@ -1,0 +1,278 @@
+#include "ApiActions.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <exception>
+#include <utility>
+#include <vector>
+
+#include "ApiFault.h"
+#include "HostLog.h"
+#include "JsonText.h"
+#include "Nearest.h"
+
+namespace {
+
+using ECode = ApiFault::ECode;
+
+constexpr const char* s_nothing = "{}";
+
+/// Who changes what runs stands in the log.
+void logAction(const ApiRequest& request, const std::string& what) {
+    hostLog(sal::LogOutput::eInfo) << what << ", asked for by " << request.caller.name << std::endl;
+}
+
+const char* word(EFidStage stage) {
+    static constexpr std::array<const char*, 6> s_words{"accepted",  "dispatched", "nobody",
+                                                        "delivered", "written",    "taken"};
+    return s_words.at(static_cast<std::size_t>(stage));
+}
+
+struct Reason {
+    const char* word;
+    const char* text;  ///< where the outcome has none
+};
+
+const Reason& reasonOf(EFidReason reason) {
+    static constexpr std::array<Reason, 10> s_reasons{{
+        {"no-such-driver", "it reached no driver"},
+        {"no-such-driver", "there is no such driver"},
+        {"not-running", "the driver does not run"},
+        {"takes-no-fids", "the driver takes no FIDs"},
+        {"too-long", "it is too long for one message"},
+        {"unknown-function", "the driver knows no such function"},
+        {"queue-full", "the driver's queue is full"},
+        {"stopping", "the host is stopping"},
+        {"refused", "the driver has refused it"},
+        {"threw", "the driver has thrown an exception"},
+    }};
+    return s_reasons.at(static_cast<std::size_t>(reason));
+}
+
+/// Why it did not arrive.
+ApiFault undelivered(const std::string& fid, const FidOutcome& outcome) {
+    const Reason& reason = reasonOf(outcome.reason);
+    const std::string text = outcome.text.empty() ? fid + " is not delivered: " + reason.text : outcome.text;
+    if (outcome.reason == EFidReason::QueueFull)
+        return {ECode::QueueFull, text};
+    if (outcome.reason == EFidReason::Stopping)
+        return {ECode::Stopping, text};
+    return ApiFault(ECode::FidUndelivered, text, outcome.nearest).withReason(reason.word);
+}
+
+ApiAnswer answerOf(const std::string& fid, EFidStage waitFor, const FidOutcome& outcome,
+                   const std::string& request) {
+    if (outcome.reason != EFidReason::None || outcome.stage == EFidStage::Nobody)
+        return undelivered(fid, outcome).answer();
+    JsonText json;
+    json.beginObject();
+    if (!request.empty())
+        json.member("request", request);
+    json.member("fid", fid).member("driver", outcome.driverID).member("stage", word(outcome.stage));
+    if (outcome.result)
+        json.member("result", *outcome.result);
+    json.member("tookUs", outcome.took.count()).endObject();
+    const bool isOver = outcome.isFinal || outcome.stage >= waitFor;
+    return {.status = isOver ? 200u : 202u, .body = json.take()};
+}
+
+const char* word(WorkplacePlan::EAction action) {
+    static constexpr std::array<const char*, 6> s_words{"reload", "load",         "remove",
+                                                        "rescan", "restart-host", "none"};
+    return s_words.at(static_cast<std::size_t>(action));
+}
+
+JsonText& write(JsonText& json, const WorkplacePlan::Change& change) {
+    return json.member("action", word(change.action))
+        .member("driver", change.driverID)
+        .member("reason", change.reason);
+}
+
+ApiAnswer answerOf(const WorkplacePlan& plan) {
+    JsonText json;
+    json.beginObject()
+        .member("plan", plan.id)
+        .member("digest", plan.digest)
+        .member("refusal", plan.refusal)
+        .name("findings")
+        .beginArray();
+    for (const Finding& finding : plan.findings)
+        json.beginObject()
+            .member("severity", finding.isError() ? "error" : "warning")
+            .member("file", finding.file)
+            .member("line", finding.line > 0 ? std::optional(finding.line) : std::nullopt)
+            .member("text", finding.text)
+            .endObject();
+    json.endArray().name("changes").beginArray();
+    for (const WorkplacePlan::Change& change : plan.changes)
+        write(json.beginObject(), change).endObject();
+    json.endArray().endObject();
+    return {.body = json.take()};
+}
+
+ApiAnswer answerOf(const AppliedPlan& applied) {
+    if (!applied.refusal.empty())
+        throw ApiFault(applied.isOutdated ? ECode::PlanOutdated : ECode::Refused, applied.refusal);
+    JsonText json;
+    json.beginObject().member("history", applied.history).name("changes").beginArray();
+    for (const AppliedChange& applied_ : applied.changes)
+        write(json.beginObject(), applied_.change)
+            .member("done", applied_.isDone)
+            .member("why", applied_.reason)
+            .endObject();
+    json.endArray().endObject();
+    return {.body = json.take()};
+}
+
+}  // namespace
+
+void ApiActions::perform(const std::shared_ptr<PendingAction>& pAction, const std::string& what,
+                         std::function<ApiAnswer()> run) const {
+    const bool isPosted = m_context.post(what, [pAction, run = std::move(run)] {
+        try {
+            pAction->end(run());
+        } catch (const ApiFault& fault) {
+            pAction->end(fault.answer());
+        } catch (const std::exception& error) {
+            // The command thread says in the log what is broken off.
+            pAction->end(ApiFault(ECode::Internal, error.what()).answer());
+            throw;
+        }
+    });
+    if (isPosted)
+        return;
+    if (m_context.isStopping())
+        throw ApiFault(ECode::Stopping, "the host is stopping");
+    throw ApiFault(ECode::Busy, "the host has too many commands waiting");
+}
+
+ApiAnswer ApiActions::answer(const ApiOutcome& outcome, const std::string& driverID) const {
+    if (!outcome.refusal.empty()) {
+        if (!driverID.empty())
+            needDriver(driverID);
+        throw ApiFault(ECode::Refused, outcome.refusal);
+    }
+    JsonText json;
+    json.beginObject().member("output", outcome.output);
+    if (!driverID.empty())
+        m_reading.addDriver(json, driverID);
+    json.endObject();
+    return {.body = json.take()};
+}
+
+void ApiActions::needDriver(const std::string& driverID) const {
+    if (!m_context.drivers.find(driverID))
+        throw m_reading.unknownDriver(driverID);
+}
+
+void ApiActions::sendFid(const ApiRequest& request) const {
+    static const std::vector<std::string> s_waits{"accepted", "dispatched", "delivered", "taken"};
+    static constexpr std::array<EFidStage, 4> s_stages{EFidStage::Accepted, EFidStage::Dispatched,
+                                                       EFidStage::Delivered, EFidStage::Taken};
+    const std::string fid = request.body.text("fid");
+    const EFidStage waitFor = s_stages.at(request.body.choice("wait", s_waits));
+    m_context.sendFid(fid, request.body.parameters(), waitFor, request.body.timeout(),
+                      [fid, waitFor, pAction = request.pAction](const FidOutcome& outcome) {
+                          pAction->end(answerOf(fid, waitFor, outcome, pAction->request()));
+                      });
+}
+
+void ApiActions::setState(const ApiRequest& request) const {
+    const std::string key = request.body.text("key");
+    const StateValue value = request.body.stateValue();
+    perform(request.pAction, "setStateValue " + key, [this, key, value] {
+        m_context.setState(key, value);
+        return ApiAnswer{.body = s_nothing};
+    });
+}
+
+void ApiActions::unsetState(const ApiRequest& request) const {
+    const std::string key = request.body.text("key");
+    perform(request.pAction, "unsetStateValue " + key, [this, key] {
+        if (!m_context.store.find(key)) {
+            const std::string owner = key.substr(0, key.find('.') + 1);
+            throw ApiFault(ECode::StateUnknown, "there is no value " + key,
+                           base::nearest(key, m_context.store.keys(owner)));
+        }
+        m_context.unsetState(key);
+        return ApiAnswer{.body = s_nothing};
+    });
+}
+
+void ApiActions::triggerEvent(const ApiRequest& request) const {
+    const std::string id = request.body.text("id");
+    const std::string value = request.body.anyText("value");
+    perform(request.pAction, "triggerEvent " + id, [this, id, value] {
+        m_context.triggerEvent(id, value);
+        return ApiAnswer{.body = s_nothing};
+    });
+}
+
+void ApiActions::playMacro(const ApiRequest& request) const {
+    const std::vector<std::string> names = m_context.macroNames();
+    if (std::find(names.begin(), names.end(), request.name) == names.end())
+        throw ApiFault(ECode::MacroUnknown, "there is no macro " + request.name,
+                       base::nearest(request.name, names));
+    perform(request.pAction, "macro " + request.name,
+            [this, name = request.name] { return answer(m_context.playMacro(name)); });
+}
+
+void ApiActions::reload(const ApiRequest& request) const {
+    // A driver that only the workplace file knows is loaded for the first time.
+    const std::string what = "reload of " + request.name;
+    logAction(request, what);
+    perform(request.pAction, what,
+            [this, name = request.name] { return answer(m_context.reload(name), name); });
+}
+
+void ApiActions::park(const ApiRequest& request) const {
+    needDriver(request.name);
+    const std::string what = "stop of " + request.name;
+    logAction(request, what);
+    perform(request.pAction, what, [this, name = request.name, who = request.caller.name] {
+        return answer(m_context.park(name, who), name);
+    });
+}
+
+void ApiActions::unpark(const ApiRequest& request) const {
+    needDriver(request.name);
+    const std::string what = "start of " + request.name;
+    logAction(request, what);
+    perform(request.pAction, what, [this, name = request.name, who = request.caller.name] {
+        return answer(m_context.unpark(name, who), name);
+    });
+}
+
+void ApiActions::plan(const ApiRequest& request) const {
+    perform(request.pAction, "plan", [this] { return answerOf(m_context.plan()); });
+}
+
+void ApiActions::apply(const ApiRequest& request) const {
+    const std::string plan = request.body.optionalText("plan").value_or("");
+    logAction(request, "apply");
+    perform(request.pAction, "apply",
+            [this, plan, who = request.caller.name] { return answerOf(m_context.apply(plan, who)); });
+}
+
+void ApiActions::undo(const ApiRequest& request) const {
+    const unsigned number = request.body.optionalNumber("number");
+    logAction(request, "undo");
+    perform(request.pAction, "undo",
+            [this, number, who = request.caller.name] { return answerOf(m_context.undo(number, who)); });
+}
+
+void ApiActions::check(const ApiRequest& request) const {
+    perform(request.pAction, "check", [this] { return ApiAnswer{.body = m_context.check()}; });
+}
+
+void ApiActions::console(const ApiRequest& request) const {
+    const std::string line = request.body.text("line");
+    logAction(request, "\"" + line + "\"");
+    perform(request.pAction, line, [this, line] { return answer(m_context.console(line)); });
+}
+
+void ApiActions::shutDown(const ApiRequest& request) const {
+    request.pAction->end({.body = s_nothing});
+    m_context.shutDown(request.caller.name);
+}

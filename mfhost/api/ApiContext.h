@@ -1,0 +1,122 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ApiCall.h"
+#include "CommandActivity.h"
+#include "DescriptorCatalogue.h"
+#include "DriverTable.h"
+#include "FIDParameterList.h"
+#include "FidOutcome.h"
+#include "StateStore.h"
+#include "WorkplacePlan.h"
+#include "sal/MessageQueue.h"
+
+/// Which lines of the log are asked for.
+struct ApiLogQuery {
+    std::string driverID;   ///< empty for all
+    std::size_t lines = 0;  ///< the last ones, at most
+    int level = 0;          ///< as sal::LogOutput has them; those above it are left out
+};
+
+struct ApiLogLine {
+    std::chrono::system_clock::time_point when;
+    int level = 0;
+    std::string output;
+    std::string driverID;  ///< whom it concerns; empty for none
+    std::string text;
+};
+
+/// One connection of the listener.
+struct ApiSession {
+    std::uint64_t id = 0;
+    std::string user;
+    unsigned uid = 0;
+    int pid = 0;
+    ERole role = ERole::None;
+    std::chrono::system_clock::time_point since;
+    std::uint64_t requests = 0;
+};
+
+/// What a change of the workplace, a macro or a console line came to.
+struct ApiOutcome {
+    std::string refusal;  ///< why it is not done; empty when it was
+    std::string output;   ///< what was printed meanwhile
+};
+
+/// All that the API needs of the host. What is called without a word on its thread is called on the API's
+/// thread and returns at once; what is marked so is called on the command thread alone.
+struct ApiContext {
+    using Clock = std::chrono::steady_clock;
+
+    struct Instance {
+        std::string version;    ///< of the host
+        std::string id;         ///< new at each start
+        std::string workplace;  ///< the workplace file; empty for none
+        std::chrono::system_clock::time_point started;
+        int pid = 0;
+    };
+    /// What the workplace file that the module has says of a driver.
+    struct Place {
+        std::string directory;
+        std::string networkAdapter;
+    };
+
+    const DriverTable& drivers;
+    const StateStore& store;
+    Instance instance;
+
+    /// Tells the table of drivers and the store of processes that have ended by now.
+    std::function<void()> lookForEnds;
+    std::function<CommandActivity()> activity;
+    std::function<bool()> isStopping;
+    /// Runs it on the command thread; false when that is stopping or has too much to do.
+    std::function<bool(const std::string& what, std::function<void()> task)> post;
+    /// Calls back when the time has come, on any thread but the calling one.
+    std::function<void(std::chrono::milliseconds time, std::function<void()> call)> after;
+
+    std::function<StateStore::Changes(const std::string& glob, std::uint64_t since)> changes;
+    std::function<std::vector<sal::MessageQueue::Status>()> queues;
+    std::function<std::vector<std::string>()> macroNames;
+    std::function<std::vector<DescriptorCatalogue::Record>()> catalogue;
+    std::function<std::optional<Place>(const std::string& driverID)> place;
+    /// Oldest first.
+    std::function<std::vector<ApiLogLine>(const ApiLogQuery& query)> log;
+    /// What the driver's process wrote to standard error last before it ended, oldest line first.
+    std::function<std::vector<std::string>(const std::string& driverID)> lastWords;
+    std::function<std::vector<ApiSession>()> sessions;
+
+    /// Returns at once; told is called exactly once, on any thread.
+    std::function<void(const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
+                       std::chrono::milliseconds limit, std::function<void(const FidOutcome&)> told)>
+        sendFid;
+    /// Any thread; the host stops some time later.
+    std::function<void(const std::string& who)> shutDown;
+
+    // On the command thread.
+    std::function<void(const std::string& key, const StateValue& value)> setState;
+    std::function<void(const std::string& key)> unsetState;
+    std::function<void(const std::string& id, const std::string& value)> triggerEvent;
+    std::function<ApiOutcome(const std::string& name)> playMacro;
+    std::function<ApiOutcome(const std::string& driverID)> reload;
+    std::function<ApiOutcome(const std::string& driverID, const std::string& who)> park;
+    std::function<ApiOutcome(const std::string& driverID, const std::string& who)> unpark;
+    std::function<WorkplacePlan()> plan;
+    std::function<AppliedPlan(const std::string& planID, const std::string& who)> apply;
+    /// 0 is the state before the one now.
+    std::function<AppliedPlan(unsigned number, const std::string& who)> undo;
+    std::function<std::vector<HistoryEntry>()> history;
+    /// The workplace file as it was then; nothing for a number that is not kept.
+    std::function<std::optional<std::string>(unsigned number)> historyFile;
+    /// What CheckReport writes as JSON.
+    std::function<std::string()> check;
+    std::function<ApiOutcome(const std::string& line)> console;
+
+    std::function<Clock::time_point()> now = Clock::now;
+};

@@ -1,0 +1,272 @@
+#include "ApiHandler.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <exception>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "ApiBody.h"
+#include "ApiFault.h"
+#include "HostLog.h"
+#include "JsonText.h"
+#include "Nearest.h"
+#include "PendingAction.h"
+#include "Printable.h"
+
+namespace {
+
+using ECode = ApiFault::ECode;
+
+/// What a FID's sender has beyond the time that the caller waits: it tells how far the FID has come by then.
+constexpr std::chrono::seconds s_senderGrace{1};
+/// For what only asks, and is answered by the command thread.
+constexpr std::chrono::seconds s_readingLimit{5};
+
+/// Stands in a path for the name of a driver, of a macro, or a number.
+constexpr const char* s_name = "*";
+
+bool isMatch(const std::vector<std::string>& pattern, const std::vector<std::string>& path) {
+    return std::equal(pattern.begin(), pattern.end(), path.begin(), path.end(),
+                      [](const auto& word, const auto& given) { return word == s_name || word == given; });
+}
+
+std::string joined(const std::vector<std::string>& path) {
+    std::string text;
+    for (const std::string& word : path)
+        text += '/' + word;
+    return text.empty() ? "/" : text;
+}
+
+/// What the path's name is, where the pattern has one.
+std::string nameIn(const std::vector<std::string>& pattern, const std::vector<std::string>& path) {
+    const auto position = std::find(pattern.begin(), pattern.end(), s_name);
+    return position == pattern.end() ? std::string()
+                                     : path.at(static_cast<std::size_t>(position - pattern.begin()));
+}
+
+bool isJson(std::string_view contentType) {
+    std::string type(contentType.substr(0, contentType.find(';')));
+    while (!type.empty() && (type.back() == ' ' || type.back() == '\t'))
+        type.pop_back();
+    std::transform(type.begin(), type.end(), type.begin(), [](unsigned char c) { return std::tolower(c); });
+    return type == "application/json";
+}
+
+ApiAnswer goesOn(const std::string& request) {
+    JsonText json;
+    json.beginObject();
+    if (!request.empty())
+        json.member("request", request);
+    json.member("text", "it goes on").endObject();
+    return {.status = 202, .body = json.take()};
+}
+
+}  // namespace
+
+struct ApiHandler::Resource {
+    std::vector<std::string> path;
+    const char* method = nullptr;
+    ERole role = ERole::None;
+    /// Of GET; null for what the command thread answers.
+    std::string (*pRead)(const ApiReading&, const ApiTarget&, const ApiCall&,
+                         const std::string& name) = nullptr;
+    /// Of POST.
+    void (ApiActions::*pAct)(const ApiRequest&) const = nullptr;
+    /// Of the query, or of the body beside "request" and "timeoutMs".
+    std::vector<std::string> known;
+};
+
+const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
+    using R = const ApiReading&;
+    using T = const ApiTarget&;
+    using C = const ApiCall&;
+    using N = const std::string&;
+    const auto get = [](std::vector<std::string> path, decltype(Resource::pRead) pRead,
+                        std::vector<std::string> known = {}) {
+        return Resource{std::move(path), "GET", ERole::View, pRead, nullptr, std::move(known)};
+    };
+    const auto post = [](std::vector<std::string> path, ERole role, decltype(Resource::pAct) pAct,
+                         std::vector<std::string> known = {}) {
+        known.insert(known.end(), {"request", "timeoutMs"});
+        return Resource{std::move(path), "POST", role, nullptr, pAct, std::move(known)};
+    };
+    using enum ERole;
+    static const std::vector<Resource> s_resources{
+        get({"healthz"}, [](R reading, T, C, N) { return reading.health(); }),
+        get({"api", "v1"}, [](R reading, T, C call, N) { return reading.host(call.caller); }),
+        get({"api", "v1", "health"}, [](R reading, T, C, N) { return reading.health(); }),
+        get({"api", "v1", "drivers"}, [](R reading, T, C, N) { return reading.drivers(); }),
+        get({"api", "v1", "drivers", s_name}, [](R reading, T, C, N name) { return reading.driver(name); }),
+        get({"api", "v1", "state"}, [](R reading, T target, C, N) { return reading.state(target); },
+            {"glob", "since"}),
+        get({"api", "v1", "events"}, [](R reading, T, C, N) { return reading.events(); }),
+        get({"api", "v1", "queues"}, [](R reading, T, C, N) { return reading.queues(); }),
+        get({"api", "v1", "macros"}, [](R reading, T, C, N) { return reading.macros(); }),
+        get({"api", "v1", "catalogue"}, [](R reading, T, C, N) { return reading.catalogue(); }),
+        get({"api", "v1", "modules"}, [](R reading, T, C, N) { return reading.modules(); }),
+        get({"api", "v1", "log"}, [](R reading, T target, C, N) { return reading.log(target); },
+            {"driver", "lines", "level"}),
+        get({"api", "v1", "sessions"}, [](R reading, T, C, N) { return reading.sessions(); }),
+        get({"api", "v1", "history"}, nullptr),
+        get({"api", "v1", "history", s_name}, nullptr),
+        post({"api", "v1", "fid"}, Operate, &ApiActions::sendFid, {"fid", "parameters", "wait"}),
+        post({"api", "v1", "state"}, Operate, &ApiActions::setState, {"key", "type", "value"}),
+        post({"api", "v1", "unset"}, Operate, &ApiActions::unsetState, {"key"}),
+        post({"api", "v1", "event"}, Operate, &ApiActions::triggerEvent, {"id", "value"}),
+        post({"api", "v1", "macros", s_name, "play"}, Operate, &ApiActions::playMacro),
+        post({"api", "v1", "plan"}, Operate, &ApiActions::plan),
+        post({"api", "v1", "check"}, Operate, &ApiActions::check),
+        post({"api", "v1", "drivers", s_name, "reload"}, Admin, &ApiActions::reload),
+        post({"api", "v1", "drivers", s_name, "park"}, Admin, &ApiActions::park),
+        post({"api", "v1", "drivers", s_name, "unpark"}, Admin, &ApiActions::unpark),
+        post({"api", "v1", "apply"}, Admin, &ApiActions::apply, {"plan"}),
+        post({"api", "v1", "undo"}, Admin, &ApiActions::undo, {"number"}),
+        post({"api", "v1", "console"}, Admin, &ApiActions::console, {"line"}),
+        post({"api", "v1", "shutdown"}, Admin, &ApiActions::shutDown),
+    };
+    return s_resources;
+}
+
+ApiHandler::ApiHandler(ApiContext context, RequestMemory::Settings memory)
+    : m_context(std::move(context)),
+      m_reading(m_context),
+      m_actions(m_context, m_reading),
+      m_pMemory(std::make_shared<RequestMemory>(std::move(memory))) {}
+
+void ApiHandler::handle(const ApiCall& call, Answer answer) {
+    const auto pAnswer = std::make_shared<AnswerOnce>(std::move(answer));
+    try {
+        handleChecked(call, pAnswer);
+    } catch (const ApiFault& fault) {
+        pAnswer->give(fault.answer());
+    } catch (const std::exception& error) {
+        hostLog(sal::LogOutput::eError) << "the request " << call.method << " " << call.target
+                                        << " is broken off: " << error.what() << std::endl;
+        pAnswer->give(ApiFault(ECode::Internal, error.what()).answer());
+    }
+}
+
+void ApiHandler::handleChecked(const ApiCall& call, const std::shared_ptr<AnswerOnce>& pAnswer) {
+    if (call.caller.role == ERole::None)
+        throw ApiFault(ECode::NotAllowed,
+                       call.caller.name + " has no role here; \"view\" is needed at least");
+    const ApiTarget target = ApiTarget::read(call.target);
+    std::vector<const Resource*> found;
+    for (const Resource& resource : resources()) {
+        if (isMatch(resource.path, target.path))
+            found.push_back(&resource);
+    }
+    if (found.empty()) {
+        std::vector<std::string> paths;
+        for (const Resource& resource : resources()) {
+            std::vector<std::string> path = resource.path;
+            const auto name = std::find(path.begin(), path.end(), s_name);
+            if (name != path.end() && path.size() != target.path.size())
+                continue;
+            if (name != path.end())
+                *name = target.path[static_cast<std::size_t>(name - path.begin())];
+            if (std::find(paths.begin(), paths.end(), joined(path)) == paths.end())
+                paths.push_back(joined(path));
+        }
+        const std::string path = joined(target.path);
+        throw ApiFault(ECode::NotFound, "there is no resource " + path, base::nearest(path, paths));
+    }
+    const auto resource = std::find_if(found.begin(), found.end(), [&](const Resource* pResource) {
+        return call.method == pResource->method;
+    });
+    if (resource == found.end()) {
+        std::string methods;
+        for (const Resource* pResource : found)
+            methods += (methods.empty() ? "" : ", ") + std::string(pResource->method);
+        throw ApiFault(ECode::MethodNotAllowed,
+                       joined(target.path) + " takes " + methods + ", not " + base::printable(call.method))
+            .withAllow(methods);
+    }
+    if (call.caller.role < (*resource)->role)
+        throw ApiFault(ECode::NotAllowed, std::string("the role \"") + inWords((*resource)->role) +
+                                              "\" is needed; " + call.caller.name + " has \"" +
+                                              inWords(call.caller.role) + "\"");
+    if ((*resource)->pAct)
+        act(**resource, target, call, pAnswer);
+    else
+        read(**resource, target, call, pAnswer);
+}
+
+void ApiHandler::read(const Resource& resource, const ApiTarget& target, const ApiCall& call,
+                      const std::shared_ptr<AnswerOnce>& pAnswer) {
+    target.allowQuery(resource.known);
+    if (!call.body.empty())
+        throw ApiFault(ECode::RequestInvalid, "GET takes no body");
+    const std::string name = nameIn(resource.path, target.path);
+    if (resource.pRead)
+        pAnswer->give({.body = resource.pRead(m_reading, target, call, name)});
+    else
+        readHistory(name, call, pAnswer);
+}
+
+/// It is the command thread's; an empty number is the list.
+void ApiHandler::readHistory(const std::string& number, const ApiCall& call,
+                             const std::shared_ptr<AnswerOnce>& pAnswer) {
+    unsigned value = 0;
+    const char* pEnd = number.data() + number.size();
+    const auto result = std::from_chars(number.data(), pEnd, value);
+    if (!number.empty() && (result.ec != std::errc() || result.ptr != pEnd))
+        throw ApiFault(ECode::NotFound, "there is no resource " + joined({"api", "v1", "history", number}));
+    const auto pAction = std::make_shared<PendingAction>(m_pMemory, call.caller.name, std::string(), pAnswer);
+    m_actions.perform(pAction, "history", [this, isList = number.empty(), value] {
+        return ApiAnswer{.body = isList ? m_reading.history() : m_reading.historyEntry(value)};
+    });
+    limit(pAnswer, s_readingLimit, [this] {
+        const CommandActivity activity = m_context.activity();
+        return ApiFault(ECode::Busy, "the host is busy with \"" + activity.what + "\"").answer();
+    });
+}
+
+void ApiHandler::act(const Resource& resource, const ApiTarget& target, const ApiCall& call,
+                     const std::shared_ptr<AnswerOnce>& pAnswer) {
+    target.allowQuery({});
+    if (!call.body.empty() && !isJson(call.contentType))
+        throw ApiFault(ECode::MediaType, "the body is of the type " + base::quoted(call.contentType) +
+                                             " where application/json is needed");
+    const ApiBody body(call.body, resource.known);
+    const std::string request = body.request();
+    const auto timeout = body.timeout();
+    if (!request.empty()) {
+        const auto begin =
+            m_pMemory->begin(call.caller.name, request, joined(target.path) + ' ' + body.content(), pAnswer);
+        if (begin == RequestMemory::EBegin::Differs)
+            throw ApiFault(ECode::RequestDiffers,
+                           "the request " + request + " was something else when it came first");
+        if (begin == RequestMemory::EBegin::Full)
+            throw ApiFault(ECode::TooMany, "too many requests of " + call.caller.name + " are going on");
+        if (begin == RequestMemory::EBegin::Known) {
+            limit(pAnswer, timeout, [request] { return goesOn(request); });
+            return;
+        }
+    }
+    const auto pAction = std::make_shared<PendingAction>(m_pMemory, call.caller.name, request, pAnswer);
+    try {
+        (m_actions.*resource.pAct)({call.caller, nameIn(resource.path, target.path), body, pAction});
+    } catch (const ApiFault& fault) {
+        pAction->end(fault.answer());
+    } catch (const std::exception& error) {
+        pAction->end(ApiFault(ECode::Internal, error.what()).answer());
+        throw;
+    }
+    const bool isFid = resource.pAct == &ApiActions::sendFid;
+    limit(pAnswer, isFid ? timeout + s_senderGrace : timeout, [request] { return goesOn(request); });
+}
+
+/// What has not been answered by then is answered with this.
+void ApiHandler::limit(const std::shared_ptr<AnswerOnce>& pAnswer, std::chrono::milliseconds time,
+                       std::function<ApiAnswer()> late) {
+    if (pAnswer->isGiven())
+        return;
+    m_context.after(time, [pWeak = std::weak_ptr<AnswerOnce>(pAnswer), late = std::move(late)] {
+        if (const auto pWaiting = pWeak.lock())
+            pWaiting->give(late());
+    });
+}

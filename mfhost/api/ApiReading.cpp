@@ -1,0 +1,465 @@
+#include "ApiReading.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <limits>
+#include <optional>
+#include <utility>
+#include <variant>
+
+#include "DriverStatus.h"
+#include "JsonText.h"
+#include "Nearest.h"
+#include "PanelNames.h"
+#include "Printable.h"
+#include "QueueNames.h"
+#include "sal/LogOutput.h"
+
+namespace {
+
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+
+constexpr int s_apiVersion = 1;
+/// A command of that age makes the host busy; most take less.
+constexpr std::chrono::seconds s_busyAfter{5};
+/// Of a driver's own page.
+constexpr std::size_t s_driverLines = 20;
+
+milliseconds since(ApiContext::Clock::time_point begin, ApiContext::Clock::time_point now) {
+    return std::max(milliseconds(0), duration_cast<milliseconds>(now - begin));
+}
+
+std::optional<std::string> parameter(const ApiTarget& target, const std::string& name) {
+    const auto found = target.query.find(name);
+    return found == target.query.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::uint64_t number(const ApiTarget& target, const std::string& name, std::uint64_t least,
+                     std::uint64_t most, std::uint64_t usual) {
+    const auto text = parameter(target, name);
+    if (!text)
+        return usual;
+    std::uint64_t value = 0;
+    const char* pEnd = text->data() + text->size();
+    const auto result = std::from_chars(text->data(), pEnd, value);
+    if (result.ec != std::errc() || result.ptr != pEnd || value < least || value > most)
+        throw ApiFault(ApiFault::ECode::RequestInvalid,
+                       name + " is " + base::quoted(*text) + " where a whole number from " +
+                           std::to_string(least) + " to " + std::to_string(most) + " is needed");
+    return value;
+}
+
+void writeQueue(JsonText& json, const sal::MessageQueue::Status& queue) {
+    json.beginObject()
+        .member("name", queue.name)
+        .member("driver", protocol::ownerOf(queue.name))
+        .member("capacity", queue.capacity)
+        .member("depth", queue.depth)
+        .member("highWater", queue.highWater)
+        .member("messages", queue.messages)
+        .member("bytes", queue.bytes)
+        .member("received", queue.received)
+        .member("waits", queue.waits)
+        .member("waitingForMs", queue.waitingForMs)
+        .member("lockedForMs", queue.lockedForMs)
+        .member("holders", queue.holders)
+        .member("receiver", queue.receiverAttached)
+        .member("receiverPid",
+                queue.receiverPid > 0 ? std::optional<unsigned int>(queue.receiverPid) : std::nullopt)
+        .member("broken", queue.isBroken)
+        .endObject();
+}
+
+void writeLine(JsonText& json, const ApiLogLine& line) {
+    json.beginObject()
+        .member("time", line.when)
+        .member("level", line.level)
+        .member("output", line.output)
+        .member("driver", line.driverID)
+        .member("text", line.text)
+        .endObject();
+}
+
+void writeRecord(JsonText& json, const DescriptorCatalogue::Record& record) {
+    json.member("type", record.type)
+        .member("version", record.version)
+        .member("name", record.name)
+        .member("module", record.module)
+        .member("descriptor", record.file)
+        .member("line", record.line);
+}
+
+void writeHistory(JsonText& json, const HistoryEntry& entry) {
+    json.member("number", entry.number)
+        .member("when", entry.when)
+        .member("who", entry.who)
+        .member("digest", entry.digest)
+        .member("outcome", entry.outcome);
+}
+
+/// Is to run, and does not.
+bool isMissing(const DriverTable::Driver& driver) {
+    switch (driver.state) {
+        case EDriverState::Hung:
+        case EDriverState::Waiting:
+        case EDriverState::Due:
+        case EDriverState::Ended:
+            return true;
+        case EDriverState::NotLoaded:
+            // The check says where no panel driver is announced; entries of other kinds are never loaded.
+            return driver.id != protocol::panelDriverID && (driver.interfaceType == EInterfaceTypes::Direct ||
+                                                            driver.interfaceType == EInterfaceTypes::Queue);
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+std::string ApiReading::host(const ApiCaller& caller) const {
+    JsonText json;
+    json.beginObject()
+        .member("version", m_context.instance.version)
+        .member("api", s_apiVersion)
+        .member("instance", m_context.instance.id)
+        .member("workplace", m_context.instance.workplace)
+        .member("started", m_context.instance.started)
+        .member("pid", m_context.instance.pid)
+        .member("role", inWords(caller.role))
+        .member("user", caller.name)
+        .endObject();
+    return json.take();
+}
+
+std::string ApiReading::health() const {
+    m_context.lookForEnds();
+    std::size_t configured = 0;
+    std::size_t running = 0;
+    std::size_t parked = 0;
+    bool isDegraded = false;
+    for (const DriverTable::Driver& driver : m_context.drivers.drivers()) {
+        ++configured;
+        running += driver.state == EDriverState::Running ? 1 : 0;
+        parked += driver.state == EDriverState::Parked ? 1 : 0;
+        isDegraded = isDegraded || isMissing(driver);
+    }
+    const CommandActivity activity = m_context.activity();
+    const auto now = m_context.now();
+    const bool isBusy = activity.busy && now - activity.since > s_busyAfter;
+    JsonText json;
+    json.beginObject()
+        .member("status", m_context.isStopping() ? "stopping"
+                          : isBusy               ? "busy"
+                          : isDegraded           ? "degraded"
+                                                 : "ok")
+        .member("configured", configured)
+        .member("running", running)
+        .member("parked", parked)
+        .name("command");
+    if (activity.busy) {
+        auto call = m_context.drivers.oldestCall();
+        // One that is older is none of the command's.
+        if (call && call->since < activity.since)
+            call.reset();
+        json.beginObject()
+            .member("what", activity.what)
+            .member("driver", call ? call->driverID : activity.driverID)
+            .member("operation", call ? call->operation : std::string())
+            .member("forMs", since(activity.since, now))
+            .endObject();
+    } else {
+        json.null();
+    }
+    json.endObject();
+    return json.take();
+}
+
+ApiReading::Queues ApiReading::queuesByName() const {
+    Queues queues;
+    for (sal::MessageQueue::Status& queue : m_context.queues())
+        queues.emplace(queue.name, queue);
+    return queues;
+}
+
+std::map<std::string, std::uint64_t> ApiReading::losses() const {
+    std::map<std::string, std::uint64_t> lost;
+    for (const StateStore::Loss& loss : m_context.store.losses()) {
+        if (loss.owner.kind == StateStore::EOwner::Driver)
+            lost[loss.owner.driverID] = loss.values;
+    }
+    return lost;
+}
+
+void ApiReading::writeDriver(JsonText& json, const DriverTable::Driver& driver, const Queues& queues,
+                             std::uint64_t lost) const {
+    std::vector<sal::MessageQueue::Status> own;
+    const auto depth = [&](const std::string& name) -> std::optional<unsigned int> {
+        const auto queue = queues.find(name);
+        if (queue == queues.end())
+            return std::nullopt;
+        own.push_back(queue->second);
+        return queue->second.depth;
+    };
+    const auto queuedIn = depth(protocol::inputQueue(driver.id));
+    const auto queuedOut = depth(protocol::outputQueue(driver.id));
+    std::optional<milliseconds> nextTry;
+    if (driver.nextTry)
+        nextTry = since(m_context.now(), *driver.nextTry);
+    json.member("id", driver.id)
+        .member("type", driver.type)
+        .member("version", driver.version)
+        .member("mode", inWords(driver.interfaceType))
+        .member("state", inWords(driver.state))
+        .member("status", driverStatus(driver, own))
+        .member("alive", driver.isAlive)
+        .member("pid", driver.pid > 0 ? std::optional(driver.pid) : std::nullopt)
+        .member("byHand", driver.isByHand)
+        .member("start", driver.start)
+        .member("since", driver.state == EDriverState::NotLoaded ? std::nullopt : std::optional(driver.since))
+        .member("cause", driver.cause)
+        .member("restarts", driver.restarts)
+        .member("nextTryMs", nextTry)
+        .member("receivedPerSecond", driver.receivedPerSecond)
+        .member("sentPerSecond", driver.sentPerSecond)
+        .member("queuedIn", queuedIn)
+        .member("queuedOut", queuedOut)
+        .member("valuesLost", lost);
+}
+
+std::string ApiReading::drivers() const {
+    m_context.lookForEnds();
+    const Queues queues = queuesByName();
+    auto lost = losses();
+    JsonText json;
+    json.beginObject().name("drivers").beginArray();
+    for (const DriverTable::Driver& driver : m_context.drivers.drivers()) {
+        json.beginObject();
+        writeDriver(json, driver, queues, lost[driver.id]);
+        json.endObject();
+    }
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::vector<std::string> ApiReading::driverIDs() const {
+    std::vector<std::string> driverIDs;
+    for (const DriverTable::Driver& driver : m_context.drivers.drivers())
+        driverIDs.push_back(driver.id);
+    return driverIDs;
+}
+
+ApiFault ApiReading::unknownDriver(const std::string& driverID) const {
+    return {ApiFault::ECode::DriverUnknown, "there is no driver " + driverID,
+            base::nearest(driverID, driverIDs())};
+}
+
+void ApiReading::addDriver(JsonText& json, const std::string& driverID) const {
+    const auto driver = m_context.drivers.find(driverID);
+    if (!driver)
+        return;
+    json.name("driver").beginObject();
+    writeDriver(json, *driver, queuesByName(), losses()[driverID]);
+    json.endObject();
+}
+
+std::string ApiReading::driver(const std::string& driverID) const {
+    m_context.lookForEnds();
+    const auto driver = m_context.drivers.find(driverID);
+    if (!driver)
+        throw unknownDriver(driverID);
+    const Queues queues = queuesByName();
+    const auto records = m_context.catalogue();
+    const auto record = std::find_if(records.begin(), records.end(), [&](const auto& candidate) {
+        return candidate.type == driver->type && candidate.version == driver->version;
+    });
+    const bool isDescribed = record != records.end();
+    const auto place = m_context.place(driverID).value_or(ApiContext::Place());
+    JsonText json;
+    json.beginObject();
+    writeDriver(json, *driver, queues, losses()[driverID]);
+    json.member("module", isDescribed ? record->module : std::string())
+        .member("descriptor", isDescribed ? record->file : std::string())
+        .member("directory", place.directory)
+        .member("networkAdapter", place.networkAdapter);
+    json.name("queues").beginArray();
+    for (const std::string& name : {protocol::inputQueue(driverID), protocol::outputQueue(driverID)}) {
+        if (const auto queue = queues.find(name); queue != queues.end())
+            writeQueue(json, queue->second);
+    }
+    json.endArray().name("log").beginArray();
+    for (const ApiLogLine& line :
+         m_context.log({.driverID = driverID, .lines = s_driverLines, .level = sal::LogOutput::eTrace}))
+        writeLine(json, line);
+    json.endArray().name("lastWords").beginArray();
+    for (const std::string& line : m_context.lastWords(driverID))
+        json.value(line);
+    json.endArray().endObject();
+    return json.take();
+}
+
+void ApiReading::writeEntry(JsonText& json, const StateStore::Entry& entry,
+                            ApiContext::Clock::time_point now) const {
+    json.beginObject().member("key", entry.key).member("type", entry.value.typeName());
+    std::visit([&](const auto& value) { json.member("value", value); }, entry.value.value());
+    json.member("text", entry.value.text())
+        .member("owner", entry.owner.text())
+        .member("start", entry.start)
+        .member("ageMs", since(entry.reported, now))
+        .member("version", entry.version)
+        .name("stale");
+    if (entry.isStale())
+        json.beginObject()
+            .member("cause", entry.staleCause)
+            .member("forMs", since(entry.staleSince, now))
+            .endObject();
+    else
+        json.null();
+    json.endObject();
+}
+
+std::string ApiReading::state(const ApiTarget& target) const {
+    const std::string glob = parameter(target, "glob").value_or("");
+    if (glob.size() > s_longestGlob || glob.find('\0') != std::string::npos)
+        throw ApiFault(ApiFault::ECode::RequestInvalid, "glob has a zero byte, or more than " +
+                                                            std::to_string(s_longestGlob) +
+                                                            " bytes: " + base::quoted(glob));
+    const std::uint64_t version = number(target, "since", 0, std::numeric_limits<std::uint64_t>::max(), 0);
+    m_context.lookForEnds();
+    const StateStore::Changes changes = m_context.changes(glob, version);
+    const auto now = m_context.now();
+    JsonText json;
+    json.beginObject().member("version", changes.version).member("complete", changes.isComplete);
+    json.name("values").beginArray();
+    for (const StateStore::Entry& entry : changes.entries)
+        writeEntry(json, entry, now);
+    json.endArray().name("unset").beginArray();
+    for (const std::string& key : changes.unset)
+        json.value(key);
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::string ApiReading::events() const {
+    JsonText json;
+    json.beginObject().name("events").beginArray();
+    for (const StateStore::Event& event : m_context.store.events())
+        json.beginObject()
+            .member("id", event.id)
+            .member("value", event.value)
+            .member("owner", event.owner.text())
+            .member("time", event.when)
+            .endObject();
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::string ApiReading::queues() const {
+    JsonText json;
+    json.beginObject().name("queues").beginArray();
+    for (const sal::MessageQueue::Status& queue : m_context.queues())
+        writeQueue(json, queue);
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::string ApiReading::macros() const {
+    JsonText json;
+    json.beginObject().name("macros").beginArray();
+    for (const std::string& name : m_context.macroNames())
+        json.beginObject().member("name", name).endObject();
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::string ApiReading::catalogue() const {
+    JsonText json;
+    json.beginObject().name("drivers").beginArray();
+    for (const DescriptorCatalogue::Record& record : m_context.catalogue()) {
+        json.beginObject();
+        writeRecord(json, record);
+        json.endObject();
+    }
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::string ApiReading::modules() const {
+    std::map<std::pair<std::string, std::string>, std::vector<std::string>> users;
+    for (const DriverTable::Driver& driver : m_context.drivers.drivers())
+        users[{driver.type, driver.version}].push_back(driver.id);
+    JsonText json;
+    json.beginObject().name("modules").beginArray();
+    for (const DescriptorCatalogue::Record& record : m_context.catalogue()) {
+        json.beginObject();
+        writeRecord(json, record);
+        json.name("drivers").beginArray();
+        for (const std::string& driverID : users[{record.type, record.version}])
+            json.value(driverID);
+        json.endArray().endObject();
+    }
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::string ApiReading::log(const ApiTarget& target) const {
+    ApiLogQuery query;
+    query.driverID = parameter(target, "driver").value_or("");
+    query.lines = number(target, "lines", 1, s_mostLines, s_usualLines);
+    query.level = static_cast<int>(
+        number(target, "level", sal::LogOutput::eCritical, sal::LogOutput::eTrace, sal::LogOutput::eTrace));
+    if (!query.driverID.empty() && !m_context.drivers.find(query.driverID))
+        throw unknownDriver(query.driverID);
+    JsonText json;
+    json.beginObject().name("lines").beginArray();
+    for (const ApiLogLine& line : m_context.log(query))
+        writeLine(json, line);
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::string ApiReading::sessions() const {
+    JsonText json;
+    json.beginObject().name("sessions").beginArray();
+    for (const ApiSession& session : m_context.sessions())
+        json.beginObject()
+            .member("id", session.id)
+            .member("user", session.user)
+            .member("uid", session.uid)
+            .member("pid", session.pid)
+            .member("role", inWords(session.role))
+            .member("since", session.since)
+            .member("requests", session.requests)
+            .endObject();
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::string ApiReading::history() const {
+    JsonText json;
+    json.beginObject().name("history").beginArray();
+    for (const HistoryEntry& entry : m_context.history()) {
+        json.beginObject();
+        writeHistory(json, entry);
+        json.endObject();
+    }
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::string ApiReading::historyEntry(unsigned number) const {
+    const auto entries = m_context.history();
+    const auto entry = std::find_if(entries.begin(), entries.end(), [&](const HistoryEntry& candidate) {
+        return candidate.number == number;
+    });
+    const auto file = entry == entries.end() ? std::nullopt : m_context.historyFile(number);
+    if (!file)
+        throw ApiFault(ApiFault::ECode::NotFound,
+                       "no state of the workplace with the number " + std::to_string(number) + " is kept");
+    JsonText json;
+    json.beginObject();
+    writeHistory(json, *entry);
+    json.member("file", *file).endObject();
+    return json.take();
+}

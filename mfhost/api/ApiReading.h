@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ApiCall.h"
+#include "ApiContext.h"
+#include "ApiFault.h"
+#include "ApiTarget.h"
+
+class JsonText;
+
+/// Answers what only asks: each operation gives one resource as JSON. Owned by ApiHandler; called on the
+/// API's thread, and on the command thread where its operation says so. An ApiFault says why there is none.
+class ApiReading {
+public:
+    /// Of /log, where none is asked for, and at most.
+    static constexpr std::size_t s_usualLines = 100;
+    static constexpr std::size_t s_mostLines = 10000;
+    /// Bytes of a pattern.
+    static constexpr std::size_t s_longestGlob = 256;
+
+    explicit ApiReading(const ApiContext& context) : m_context(context) {}
+
+    std::string host(const ApiCaller& caller) const;
+    std::string health() const;
+    std::string drivers() const;
+    std::string driver(const std::string& driverID) const;
+    std::string state(const ApiTarget& target) const;
+    std::string events() const;
+    std::string queues() const;
+    std::string macros() const;
+    std::string catalogue() const;
+    std::string modules() const;
+    std::string log(const ApiTarget& target) const;
+    std::string sessions() const;
+    /// Command thread, as the next.
+    std::string history() const;
+    std::string historyEntry(unsigned number) const;
+
+    /// The member "driver" as /drivers shows it; none for an unknown one. Any thread.
+    void addDriver(JsonText& json, const std::string& driverID) const;
+    /// The IDs of all drivers. Any thread.
+    std::vector<std::string> driverIDs() const;
+    /// That there is no such driver, with the nearest ones. Any thread.
+    ApiFault unknownDriver(const std::string& driverID) const;
+
+private:
+    using Queues = std::map<std::string, sal::MessageQueue::Status>;
+
+    Queues queuesByName() const;
+    std::map<std::string, std::uint64_t> losses() const;
+    void writeDriver(JsonText& json, const DriverTable::Driver& driver, const Queues& queues,
+                     std::uint64_t lost) const;
+    void writeEntry(JsonText& json, const StateStore::Entry& entry, ApiContext::Clock::time_point now) const;
+
+    const ApiContext& m_context;
+};

@@ -1,0 +1,87 @@
+#include "JsonText.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <utility>
+
+#include "Printable.h"
+
+namespace {
+
+template <class Number>
+std::string digits(Number number) {
+    if (!std::isfinite(number))
+        return "null";
+    std::array<char, 64> buffer;
+    const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number).ptr;
+    return {buffer.data(), end};
+}
+
+}  // namespace
+
+void JsonText::separate() {
+    if (std::exchange(m_isNext, true))
+        m_text += ',';
+}
+
+JsonText& JsonText::begin(char bracket) {
+    separate();
+    m_text += bracket;
+    m_isNext = false;
+    return *this;
+}
+
+JsonText& JsonText::end(char bracket) {
+    m_text += bracket;
+    m_isNext = true;
+    return *this;
+}
+
+JsonText& JsonText::word(std::string_view word) {
+    separate();
+    m_text += word;
+    return *this;
+}
+
+JsonText& JsonText::name(std::string_view name) {
+    separate();
+    base::appendJsonText(m_text, name);
+    m_text += ':';
+    m_isNext = false;
+    return *this;
+}
+
+JsonText& JsonText::value(std::string_view text) {
+    separate();
+    base::appendJsonText(m_text, text);
+    return *this;
+}
+
+JsonText& JsonText::value(double number) {
+    return word(digits(number));
+}
+
+JsonText& JsonText::value(float number) {
+    return word(digits(number));
+}
+
+JsonText& JsonText::value(std::chrono::system_clock::time_point time) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(time - seconds);
+    const std::time_t when = std::chrono::system_clock::to_time_t(seconds);
+    std::tm utc{};
+    ::gmtime_r(&when, &utc);
+    std::array<char, 64> date;
+    std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &utc);
+    std::array<char, 80> text;
+    std::snprintf(text.data(), text.size(), "%s.%03dZ", date.data(), static_cast<int>(rest.count()));
+    return value(text.data());
+}
+
+std::string JsonText::take() {
+    m_isNext = false;
+    return std::exchange(m_text, {});
+}

@@ -1,0 +1,396 @@
+#include "ApiActions.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <regex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "ApiFault.h"
+#include "ApiHost.h"
+#include "LogCapture.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Texts = std::vector<std::string>;
+
+class ApiActionsTest : public testing::Test {
+protected:
+    using Act = void (ApiActions::*)(const ApiRequest&) const;
+
+    ApiActionsTest() {
+        m_caller.role = ERole::Admin;
+        m_caller.name = "anna";
+        m_host.drivers.processStarted("AXIS1", 42);
+    }
+
+    /// Only begins it. Why it is not even begun, or empty.
+    std::string begin(Act pAct, const std::string& json, const std::string& name = {},
+                      const std::string& request = {}) {
+        const ApiBody body(json, {"fid", "parameters", "wait", "key", "type", "value", "id", "plan", "number",
+                                  "line", "request", "timeoutMs"});
+        const auto pAnswer = std::make_shared<AnswerOnce>([this](const ApiAnswer& answer) {
+            m_answers.push_back(std::to_string(answer.status) + " " + answer.body);
+        });
+        if (!request.empty())
+            m_pMemory->begin("anna", request, json, pAnswer);
+        const auto pAction = std::make_shared<PendingAction>(m_pMemory, "anna", request, pAnswer);
+        try {
+            (m_sut.*pAct)({m_caller, name, body, pAction});
+        } catch (const ApiFault& fault) {
+            pAction->end({});
+            m_answers.clear();
+            return std::to_string(fault.answer().status) + " " + fault.answer().body;
+        }
+        return {};
+    }
+    /// The answer once all is done.
+    std::string act(Act pAct, const std::string& json, const std::string& name = {}) {
+        m_answers.clear();
+        std::string fault = begin(pAct, json, name);
+        m_host.runPosted();
+        if (!fault.empty())
+            return fault;
+        return m_answers.size() == 1 ? m_answers.front() : std::to_string(m_answers.size()) + " answers";
+    }
+    /// How a FID's outcome is told.
+    std::string outcome(const FidOutcome& outcome, const std::string& wait = "taken",
+                        const std::string& request = {}) {
+        m_answers.clear();
+        begin(&ApiActions::sendFid, "{\"fid\":\"AXIS1.MOVE\",\"wait\":\"" + wait + "\"}", {}, request);
+        m_host.sentFids.back().told(outcome);
+        return m_answers.at(0);
+    }
+    static FidOutcome at(EFidStage stage, bool isFinal) {
+        FidOutcome outcome;
+        outcome.stage = stage;
+        outcome.isFinal = isFinal;
+        outcome.driverID = "AXIS1";
+        outcome.took = std::chrono::microseconds(123);
+        return outcome;
+    }
+    static FidOutcome failed(EFidReason reason) {
+        FidOutcome outcome = at(EFidStage::Nobody, true);
+        outcome.reason = reason;
+        return outcome;
+    }
+    static std::string timeless(const std::string& json) {
+        return std::regex_replace(json, std::regex("\"since\":\"[^\"]*\""), "\"since\":\"TIME\"");
+    }
+
+    LogCapture m_log;
+    std::vector<std::string> m_answers;
+    ApiHost m_host;
+    ApiContext m_context = m_host.context();
+    ApiReading m_reading{m_context};
+    ApiCaller m_caller;
+    std::shared_ptr<RequestMemory> m_pMemory = std::make_shared<RequestMemory>();
+    ApiActions m_sut{m_context, m_reading};
+};
+
+const std::string s_axis =
+    "{\"id\":\"AXIS1\",\"type\":\"\",\"version\":\"\",\"mode\":\"queue\",\"state\":\"running\","
+    "\"status\":\"running\",\"alive\":true,\"pid\":42,\"byHand\":false,\"start\":1,\"since\":\"TIME\","
+    "\"cause\":\"\",\"restarts\":0,\"nextTryMs\":null,\"receivedPerSecond\":0,\"sentPerSecond\":0,"
+    "\"queuedIn\":null,\"queuedOut\":null,\"valuesLost\":0}";
+
+}  // namespace
+
+TEST_F(ApiActionsTest, FidGoesToItsSenderAsItIs) {
+    EXPECT_EQ("", begin(&ApiActions::sendFid,
+                        R"({"fid":"AXIS1.MOVE","parameters":[["x",1.50],["x","a b"]],"wait":"delivered",)"
+                        R"("timeoutMs":700})"));
+    ASSERT_EQ(1u, m_host.sentFids.size());
+    EXPECT_EQ("AXIS1.MOVE (x=1.50, x=a b)", m_host.sentFids[0].text);
+    EXPECT_EQ(EFidStage::Delivered, m_host.sentFids[0].waitFor);
+    EXPECT_EQ(std::chrono::milliseconds(700), m_host.sentFids[0].limit);
+    EXPECT_THAT(m_host.posted, IsEmpty()) << "the command thread has no part in it";
+}
+
+TEST_F(ApiActionsTest, FidIsWaitedForUntilItIsAcceptedWhereNothingElseIsAskedFor) {
+    begin(&ApiActions::sendFid, R"({"fid":"AXIS1.MOVE"})");
+    EXPECT_EQ("AXIS1.MOVE ()", m_host.sentFids.at(0).text);
+    EXPECT_EQ(EFidStage::Accepted, m_host.sentFids.at(0).waitFor);
+    EXPECT_EQ(std::chrono::milliseconds(5000), m_host.sentFids.at(0).limit);
+}
+
+TEST_F(ApiActionsTest, FidNeedsAName) {
+    EXPECT_EQ(
+        "400 {\"error\":{\"code\":\"request-invalid\",\"text\":\"\\\"fid\\\" is missing\",\"nearest\":[]}}",
+        begin(&ApiActions::sendFid, "{}"));
+    EXPECT_THAT(begin(&ApiActions::sendFid, R"({"fid":"A.B","wait":"written"})"),
+                HasSubstr("known are accepted, dispatched, delivered, taken"));
+    EXPECT_THAT(m_host.sentFids, IsEmpty());
+}
+
+TEST_F(ApiActionsTest, FidThatHasComeFarEnoughIsOver) {
+    EXPECT_EQ("200 {\"fid\":\"AXIS1.MOVE\",\"driver\":\"AXIS1\",\"stage\":\"taken\",\"tookUs\":123}",
+              outcome(at(EFidStage::Taken, true)));
+    EXPECT_THAT(
+        outcome(at(EFidStage::Accepted, false), "accepted"),
+        testing::StartsWith("200 {\"fid\":\"AXIS1.MOVE\",\"driver\":\"AXIS1\",\"stage\":\"accepted\","));
+    EXPECT_THAT(outcome(at(EFidStage::Written, false), "delivered"), HasSubstr("200 "));
+    EXPECT_THAT(outcome(at(EFidStage::Delivered, true), "taken"), HasSubstr("\"stage\":\"delivered\""));
+}
+
+TEST_F(ApiActionsTest, FidThatGoesOnWhenTheTimeIsUpIsToldAsFarAsItCame) {
+    EXPECT_EQ("202 {\"fid\":\"AXIS1.MOVE\",\"driver\":\"AXIS1\",\"stage\":\"written\",\"tookUs\":123}",
+              outcome(at(EFidStage::Written, false), "taken"));
+    EXPECT_THAT(outcome(at(EFidStage::Accepted, false), "dispatched"), HasSubstr("202 "));
+}
+
+TEST_F(ApiActionsTest, FidsResultAndRequestAreTold) {
+    FidOutcome delivered = at(EFidStage::Delivered, true);
+    delivered.result = false;
+    EXPECT_EQ(
+        "200 {\"request\":\"r1\",\"fid\":\"AXIS1.MOVE\",\"driver\":\"AXIS1\",\"stage\":\"delivered\","
+        "\"result\":false,\"tookUs\":123}",
+        outcome(delivered, "delivered", "r1"));
+}
+
+TEST_F(ApiActionsTest, FidThatReachesNobodyHasItsReason) {
+    FidOutcome nobody = failed(EFidReason::NoSuchDriver);
+    nobody.text = "there is no driver AXSI1";
+    nobody.nearest = {"AXIS1"};
+    EXPECT_EQ(
+        "409 {\"error\":{\"code\":\"fid-undelivered\",\"text\":\"there is no driver AXSI1\","
+        "\"reason\":\"no-such-driver\",\"nearest\":[\"AXIS1\"]}}",
+        outcome(nobody));
+}
+
+TEST_F(ApiActionsTest, EachReasonHasItsWordAndText) {
+    const std::vector<std::pair<EFidReason, std::string>> reasons{
+        {EFidReason::None, "it reached no driver\",\"reason\":\"no-such-driver\""},
+        {EFidReason::NoSuchDriver, "there is no such driver\",\"reason\":\"no-such-driver\""},
+        {EFidReason::NotRunning, "the driver does not run\",\"reason\":\"not-running\""},
+        {EFidReason::TakesNoFids, "the driver takes no FIDs\",\"reason\":\"takes-no-fids\""},
+        {EFidReason::TooLong, "it is too long for one message\",\"reason\":\"too-long\""},
+        {EFidReason::UnknownFunction, "the driver knows no such function\",\"reason\":\"unknown-function\""},
+        {EFidReason::Refused, "the driver has refused it\",\"reason\":\"refused\""},
+        {EFidReason::Threw, "the driver has thrown an exception\",\"reason\":\"threw\""}};
+    for (const auto& [reason, text] : reasons)
+        EXPECT_EQ("409 {\"error\":{\"code\":\"fid-undelivered\",\"text\":\"AXIS1.MOVE is not delivered: " +
+                      text + ",\"nearest\":[]}}",
+                  outcome(failed(reason)));
+    EXPECT_EQ(
+        "503 {\"error\":{\"code\":\"queue-full\",\"text\":\"AXIS1.MOVE is not delivered: the driver's queue "
+        "is full\",\"nearest\":[]}}",
+        outcome(failed(EFidReason::QueueFull)));
+    EXPECT_EQ(
+        "503 {\"error\":{\"code\":\"stopping\",\"text\":\"AXIS1.MOVE is not delivered: the host is "
+        "stopping\","
+        "\"nearest\":[]}}",
+        outcome(failed(EFidReason::Stopping)));
+}
+
+TEST_F(ApiActionsTest, ValuesAreSetOnTheCommandThread) {
+    EXPECT_EQ("", begin(&ApiActions::setState, R"({"key":"A.B","type":"float","value":0.5})"));
+    EXPECT_THAT(m_answers, IsEmpty());
+    EXPECT_THAT(m_host.calls, IsEmpty());
+    ASSERT_EQ(1u, m_host.posted.size());
+    EXPECT_EQ("setStateValue A.B", m_host.posted[0].first);
+    m_host.runPosted();
+    EXPECT_EQ(Texts{"set A.B to float 0.5"}, m_host.calls);
+    EXPECT_EQ(Texts{"200 {}"}, m_answers);
+}
+
+TEST_F(ApiActionsTest, WrongValueIsNotPosted) {
+    EXPECT_THAT(begin(&ApiActions::setState, R"({"key":"A","type":"int","value":"7"})"), HasSubstr("400 "));
+    EXPECT_THAT(begin(&ApiActions::setState, R"({"key":"","type":"int","value":7})"), HasSubstr("400 "));
+    EXPECT_THAT(m_host.posted, IsEmpty());
+}
+
+TEST_F(ApiActionsTest, ValueIsForgotten) {
+    m_host.store.setStateValue("A.B", "x");
+    EXPECT_EQ("200 {}", act(&ApiActions::unsetState, R"({"key":"A.B"})"));
+    EXPECT_EQ(Texts{"unset A.B"}, m_host.calls);
+}
+
+TEST_F(ApiActionsTest, UnknownValueIsToldWithTheNearest) {
+    m_host.store.setStateValue("A.POSITION", "x");
+    m_host.store.setStateValue("B.POSITION", "x");
+    EXPECT_EQ(
+        "404 {\"error\":{\"code\":\"state-unknown\",\"text\":\"there is no value A.POSTION\","
+        "\"nearest\":[\"A.POSITION\"]}}",
+        act(&ApiActions::unsetState, R"({"key":"A.POSTION"})"));
+    EXPECT_THAT(m_host.calls, IsEmpty());
+}
+
+TEST_F(ApiActionsTest, EventIsTriggered) {
+    EXPECT_EQ("200 {}", act(&ApiActions::triggerEvent, R"({"id":"A.DONE","value":""})"));
+    EXPECT_EQ(Texts{"event A.DONE "}, m_host.calls);
+    EXPECT_THAT(act(&ApiActions::triggerEvent, R"({"id":"A.DONE"})"), HasSubstr("400 "));
+}
+
+TEST_F(ApiActionsTest, MacroIsPlayed) {
+    m_host.macroNames = {"home"};
+    m_host.outcome.output = "said";
+    EXPECT_EQ("200 {\"output\":\"said\"}", act(&ApiActions::playMacro, "{}", "home"));
+    EXPECT_EQ(Texts{"play home"}, m_host.calls);
+    EXPECT_EQ(
+        "404 {\"error\":{\"code\":\"macro-unknown\",\"text\":\"there is no macro "
+        "hoem\",\"nearest\":[\"home\"]}}",
+        act(&ApiActions::playMacro, "{}", "hoem"));
+    m_host.outcome.refusal = "another one is played";
+    EXPECT_EQ("409 {\"error\":{\"code\":\"refused\",\"text\":\"another one is played\",\"nearest\":[]}}",
+              act(&ApiActions::playMacro, "{}", "home"));
+}
+
+TEST_F(ApiActionsTest, DriverIsReloadedParkedAndTakenBack) {
+    m_host.outcome.output = "Loading...OK\n";
+    const std::string done = "200 {\"output\":\"Loading...OK\\u000a\",\"driver\":" + s_axis + "}";
+    EXPECT_EQ(done, timeless(act(&ApiActions::reload, "{}", "AXIS1")));
+    EXPECT_EQ(done, timeless(act(&ApiActions::park, "{}", "AXIS1")));
+    EXPECT_EQ(done, timeless(act(&ApiActions::unpark, "{}", "AXIS1")));
+    EXPECT_EQ((Texts{"reload AXIS1", "park AXIS1 by anna", "unpark AXIS1 by anna"}), m_host.calls);
+}
+
+TEST_F(ApiActionsTest, WhoChangesWhatRunsStandsInTheLog) {
+    act(&ApiActions::park, "{}", "AXIS1");
+    act(&ApiActions::console, R"({"line":"drivers"})");
+    const std::string text = m_log.text();
+    EXPECT_THAT(text, HasSubstr("stop of AXIS1, asked for by anna\n"));
+    EXPECT_THAT(text, HasSubstr("\"drivers\", asked for by anna\n"));
+}
+
+TEST_F(ApiActionsTest, HostsOwnReasonIsTold) {
+    m_host.outcome.refusal = "it is parked; startDriver AXIS1 starts it";
+    EXPECT_EQ(
+        "409 {\"error\":{\"code\":\"refused\",\"text\":\"it is parked; startDriver AXIS1 starts it\","
+        "\"nearest\":[]}}",
+        act(&ApiActions::reload, "{}", "AXIS1"));
+}
+
+TEST_F(ApiActionsTest, UnknownDriverIsToldWithTheNearest) {
+    const std::string unknown =
+        "404 {\"error\":{\"code\":\"driver-unknown\",\"text\":\"there is no driver AXSI1\","
+        "\"nearest\":[\"AXIS1\"]}}";
+    EXPECT_EQ(unknown, begin(&ApiActions::park, "{}", "AXSI1"));
+    EXPECT_EQ(unknown, begin(&ApiActions::unpark, "{}", "AXSI1"));
+    EXPECT_THAT(m_host.posted, IsEmpty());
+    // Only the file may know it.
+    m_host.outcome.refusal = "no entry";
+    EXPECT_EQ(unknown, act(&ApiActions::reload, "{}", "AXSI1"));
+    EXPECT_EQ(Texts{"reload AXSI1"}, m_host.calls);
+}
+
+TEST_F(ApiActionsTest, DriverOfTheFileAloneIsLoaded) {
+    EXPECT_EQ("200 {\"output\":\"\"}", act(&ApiActions::reload, "{}", "NEW"));
+}
+
+TEST_F(ApiActionsTest, PlanSaysWhatWouldChange) {
+    m_host.plan = {.id = "p1",
+                   .digest = "ab",
+                   .refusal = "",
+                   .findings = {{Finding::ESeverity::Error, "w.xml", 3, "bad"},
+                                {Finding::ESeverity::Warning, "w.xml", 0, "odd"}},
+                   .changes = {{WorkplacePlan::EAction::Reload, "AXIS1", "module changed"},
+                               {WorkplacePlan::EAction::Load, "B", ""},
+                               {WorkplacePlan::EAction::Remove, "C", ""},
+                               {WorkplacePlan::EAction::Rescan, "", ""},
+                               {WorkplacePlan::EAction::RestartHost, "", ""},
+                               {WorkplacePlan::EAction::None, "", ""}}};
+    EXPECT_EQ(
+        "200 {\"plan\":\"p1\",\"digest\":\"ab\",\"refusal\":\"\",\"findings\":["
+        "{\"severity\":\"error\",\"file\":\"w.xml\",\"line\":3,\"text\":\"bad\"},"
+        "{\"severity\":\"warning\",\"file\":\"w.xml\",\"line\":null,\"text\":\"odd\"}],\"changes\":["
+        "{\"action\":\"reload\",\"driver\":\"AXIS1\",\"reason\":\"module changed\"},"
+        "{\"action\":\"load\",\"driver\":\"B\",\"reason\":\"\"},"
+        "{\"action\":\"remove\",\"driver\":\"C\",\"reason\":\"\"},"
+        "{\"action\":\"rescan\",\"driver\":\"\",\"reason\":\"\"},"
+        "{\"action\":\"restart-host\",\"driver\":\"\",\"reason\":\"\"},"
+        "{\"action\":\"none\",\"driver\":\"\",\"reason\":\"\"}]}",
+        act(&ApiActions::plan, "{}"));
+}
+
+TEST_F(ApiActionsTest, PlanIsAppliedAndUndone) {
+    m_host.applied.history = 7;
+    m_host.applied.changes = {
+        {{WorkplacePlan::EAction::Reload, "AXIS1", "module changed"}, true, ""},
+        {{WorkplacePlan::EAction::Load, "B", "entry is new"}, false, "no adapter eth7"}};
+    const std::string done =
+        "200 {\"history\":7,\"changes\":[{\"action\":\"reload\",\"driver\":\"AXIS1\",\"reason\":\"module "
+        "changed\","
+        "\"done\":true,\"why\":\"\"},{\"action\":\"load\",\"driver\":\"B\",\"reason\":\"entry is new\","
+        "\"done\":false,\"why\":\"no adapter eth7\"}]}";
+    EXPECT_EQ(done, act(&ApiActions::apply, R"({"plan":"p1"})"));
+    EXPECT_EQ(done, act(&ApiActions::apply, "{}"));
+    EXPECT_EQ(done, act(&ApiActions::undo, "{}"));
+    EXPECT_EQ(done, act(&ApiActions::undo, R"({"number":3})"));
+    EXPECT_EQ((Texts{"apply p1 by anna", "apply  by anna", "undo 0 by anna", "undo 3 by anna"}),
+              m_host.calls);
+    EXPECT_THAT(begin(&ApiActions::undo, R"({"number":0})"), HasSubstr("400 "));
+    EXPECT_THAT(begin(&ApiActions::apply, R"({"plan":7})"), HasSubstr("400 "));
+}
+
+TEST_F(ApiActionsTest, RefusedPlanAndOutdatedOneDiffer) {
+    m_host.applied.refusal = "the file is not signed";
+    EXPECT_THAT(act(&ApiActions::apply, "{}"),
+                HasSubstr("409 {\"error\":{\"code\":\"refused\",\"text\":\"the file is not signed\""));
+    m_host.applied.isOutdated = true;
+    EXPECT_THAT(act(&ApiActions::apply, R"({"plan":"p1"})"),
+                HasSubstr("409 {\"error\":{\"code\":\"plan-outdated\",\"text\":\"the file is not signed\""));
+}
+
+TEST_F(ApiActionsTest, CheckIsTheReport) {
+    m_host.report = "{\"errors\": 0}\n";
+    EXPECT_EQ("200 {\"errors\": 0}\n", act(&ApiActions::check, "{}"));
+}
+
+TEST_F(ApiActionsTest, ConsoleLineIsExecuted) {
+    m_host.outcome.output = "no queues\n";
+    EXPECT_EQ("200 {\"output\":\"no queues\\u000a\"}", act(&ApiActions::console, R"({"line":"queues"})"));
+    EXPECT_EQ(Texts{"console queues"}, m_host.calls);
+    EXPECT_THAT(begin(&ApiActions::console, "{}"), HasSubstr("400 "));
+}
+
+TEST_F(ApiActionsTest, ShutdownIsAnsweredBeforeItBegins) {
+    m_context.shutDown = [&](const std::string& who) {
+        EXPECT_EQ(Texts{"200 {}"}, m_answers);
+        m_host.calls.push_back("end by " + who);
+    };
+    begin(&ApiActions::shutDown, "{}");
+    EXPECT_EQ(Texts{"end by anna"}, m_host.calls);
+}
+
+TEST_F(ApiActionsTest, HostWithoutRoomForTheTaskIsBusy) {
+    m_host.isPosting = false;
+    EXPECT_EQ(
+        "503 {\"error\":{\"code\":\"busy\",\"text\":\"the host has too many commands "
+        "waiting\",\"nearest\":[]}}",
+        act(&ApiActions::plan, "{}"));
+    m_host.isStopping = true;
+    EXPECT_EQ("503 {\"error\":{\"code\":\"stopping\",\"text\":\"the host is stopping\",\"nearest\":[]}}",
+              act(&ApiActions::plan, "{}"));
+}
+
+TEST_F(ApiActionsTest, TaskThatTheCommandThreadDropsIsAnswered) {
+    begin(&ApiActions::plan, "{}");
+    m_host.posted.clear();
+    EXPECT_EQ(
+        Texts{"503 {\"error\":{\"code\":\"stopping\",\"text\":\"the host is stopping\",\"nearest\":[]}}"},
+        m_answers);
+}
+
+TEST_F(ApiActionsTest, TaskThatThrowsIsAnsweredAndThrowsOn) {
+    m_context.plan = []() -> WorkplacePlan { throw std::runtime_error("no memory"); };
+    begin(&ApiActions::plan, "{}");
+    EXPECT_THROW(m_host.runPosted(), std::runtime_error);
+    EXPECT_EQ(Texts{"500 {\"error\":{\"code\":\"internal\",\"text\":\"no memory\",\"nearest\":[]}}"},
+              m_answers);
+}
+
+TEST_F(ApiActionsTest, NoOutcomeIsLostWhereItsCallerHasGone) {
+    begin(&ApiActions::sendFid, R"({"fid":"AXIS1.MOVE"})");
+    m_host.sentFids.clear();
+    EXPECT_EQ(
+        Texts{"503 {\"error\":{\"code\":\"stopping\",\"text\":\"the host is stopping\",\"nearest\":[]}}"},
+        m_answers)
+        << "a sender that drops what it was to tell";
+}

@@ -1,0 +1,395 @@
+#include "ApiReading.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <limits>
+#include <regex>
+#include <string>
+
+#include "ApiHost.h"
+#include "LogCapture.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::system_clock;
+
+class ApiReadingTest : public testing::Test {
+protected:
+    ApiReadingTest() {
+        WorkplaceFile::Entry axis;
+        axis.driverID = "AXIS1";
+        axis.driverType = "Axis";
+        axis.version = "2.1";
+        axis.interfaceType = EInterfaceTypes::Queue;
+        m_host.drivers.configure({axis}, true);
+    }
+
+    static ApiTarget target(const std::string& query) { return ApiTarget::read("/x?" + query); }
+    /// What of a driver is a moment of the test is replaced.
+    static std::string timeless(const std::string& json) {
+        return std::regex_replace(json, std::regex("\"since\":\"[^\"]*\""), "\"since\":\"TIME\"");
+    }
+    static std::string code(const std::function<void()>& read) {
+        try {
+            read();
+        } catch (const ApiFault& fault) {
+            return fault.answer().body;
+        }
+        return {};
+    }
+
+    static system_clock::time_point at(milliseconds time) { return system_clock::time_point(time); }
+
+    LogCapture m_log;
+    ApiHost m_host;
+    ApiContext m_context = m_host.context();
+    ApiReading m_sut{m_context};
+};
+
+const std::string s_axis =
+    "{\"id\":\"AXIS1\",\"type\":\"Axis\",\"version\":\"2.1\",\"mode\":\"queue\",\"state\":\"not loaded\","
+    "\"status\":\"not loaded\",\"alive\":false,\"pid\":null,\"byHand\":false,\"start\":0,\"since\":null,"
+    "\"cause\":\"\",\"restarts\":0,\"nextTryMs\":null,\"receivedPerSecond\":0,\"sentPerSecond\":0,"
+    "\"queuedIn\":null,\"queuedOut\":null,\"valuesLost\":0";
+const std::string s_panel =
+    "{\"id\":\"PANEL\",\"type\":\"Panel\",\"version\":\"1.0\",\"mode\":\"direct\",\"state\":\"not loaded\","
+    "\"status\":\"not loaded\",\"alive\":false,\"pid\":null,\"byHand\":false,\"start\":0,\"since\":null,"
+    "\"cause\":\"\",\"restarts\":0,\"nextTryMs\":null,\"receivedPerSecond\":0,\"sentPerSecond\":0,"
+    "\"queuedIn\":null,\"queuedOut\":null,\"valuesLost\":0";
+
+}  // namespace
+
+TEST_F(ApiReadingTest, HostIsNamedWithTheCallersRole) {
+    ApiCaller caller;
+    caller.role = ERole::Operate;
+    caller.name = "anna";
+    EXPECT_EQ(
+        "{\"version\":\"1.2.3\",\"api\":1,\"instance\":\"a1b2\",\"workplace\":\"/etc/mf/site.xml\","
+        "\"started\":\"1970-01-02T00:00:00.000Z\",\"pid\":4711,\"role\":\"operate\",\"user\":\"anna\"}",
+        m_sut.host(caller));
+}
+
+TEST_F(ApiReadingTest, DriversAreListedByTheirIds) {
+    EXPECT_EQ("{\"drivers\":[" + s_axis + "}," + s_panel + "}]}", m_sut.drivers());
+    EXPECT_EQ(1, m_host.looks) << "ends are looked for first";
+}
+
+TEST_F(ApiReadingTest, RunningDriverHasItsProcessTrafficAndQueues) {
+    m_host.drivers.processStarted("AXIS1", 42);
+    m_host.drivers.setTraffic("AXIS1", 12.5, 0.25);
+    sal::MessageQueue::Status in;
+    in.name = "AXIS1_INQ";
+    in.capacity = 512;
+    in.depth = 3;
+    sal::MessageQueue::Status out;
+    out.name = "AXIS1_OUTQ";
+    out.depth = 1;
+    m_host.queues = {in, out};
+    EXPECT_EQ(
+        "{\"drivers\":[{\"id\":\"AXIS1\",\"type\":\"Axis\",\"version\":\"2.1\",\"mode\":\"queue\","
+        "\"state\":\"running\",\"status\":\"running\",\"alive\":true,\"pid\":42,\"byHand\":false,\"start\":1,"
+        "\"since\":\"TIME\",\"cause\":\"\",\"restarts\":0,\"nextTryMs\":null,\"receivedPerSecond\":12.5,"
+        "\"sentPerSecond\":0.25,\"queuedIn\":3,\"queuedOut\":1,\"valuesLost\":0}," +
+            s_panel + "}]}",
+        timeless(m_sut.drivers()));
+}
+
+TEST_F(ApiReadingTest, EndedDriverHasItsCauseAndTheNextTry) {
+    const RestartPlan::Settings restart{.firstDelay = std::chrono::hours(1),
+                                        .longestDelay = std::chrono::hours(1),
+                                        .random = [] { return 0.5; }};
+    ApiHost host(restart);
+    const ApiContext context = host.context();
+    const ApiReading sut(context);
+    host.drivers.processStarted("AXIS1", 42);
+    host.drivers.processEnded("AXIS1", 42, "signal 11", {}, true);
+    host.now = *host.drivers.find("AXIS1")->nextTry - seconds(3);
+    EXPECT_THAT(sut.drivers(),
+                testing::HasSubstr("\"state\":\"waiting\",\"status\":\"ended\",\"alive\":false,"));
+    EXPECT_THAT(sut.drivers(),
+                testing::HasSubstr("\"cause\":\"signal 11\",\"restarts\":0,\"nextTryMs\":3000,"));
+    host.now += seconds(10);
+    EXPECT_THAT(sut.drivers(), testing::HasSubstr("\"nextTryMs\":0,"));
+}
+
+TEST_F(ApiReadingTest, OneDriverHasItsModulePlaceQueuesAndLastLines) {
+    m_host.catalogue = {{.file = "/d/other.xml",
+                         .line = 3,
+                         .name = "Other",
+                         .module = "/d/o.so",
+                         .type = "Other",
+                         .version = "2.1"},
+                        {.file = "/d/axis.xml",
+                         .line = 4,
+                         .name = "An axis",
+                         .module = "/d/axis.so",
+                         .type = "Axis",
+                         .version = "2.1"}};
+    m_host.places["AXIS1"] = {.directory = "data/AXIS1", .networkAdapter = "eth1"};
+    sal::MessageQueue::Status in;
+    in.name = "AXIS1_INQ";
+    in.capacity = 512;
+    in.depth = 3;
+    in.highWater = 7;
+    in.messages = 20;
+    in.bytes = 900;
+    in.waits = 2;
+    in.holders = 2;
+    in.waitingForMs = 15;
+    in.lockedForMs = 16;
+    in.receiverAttached = true;
+    in.receiverPid = 42;
+    in.received = 17;
+    m_host.queues = {in};
+    m_host.lines = {
+        {.when = at(milliseconds(1)), .level = 2, .output = "HOST", .driverID = "AXIS1", .text = "ended"}};
+    m_host.lastWords = {"assertion", "failed\xff"};
+    EXPECT_EQ(
+        "{\"id\":\"AXIS1\",\"type\":\"Axis\",\"version\":\"2.1\",\"mode\":\"queue\",\"state\":\"not loaded\","
+        "\"status\":\"running (by "
+        "hand)\",\"alive\":false,\"pid\":null,\"byHand\":false,\"start\":0,\"since\":null,"
+        "\"cause\":\"\",\"restarts\":0,\"nextTryMs\":null,\"receivedPerSecond\":0,\"sentPerSecond\":0,"
+        "\"queuedIn\":3,\"queuedOut\":null,\"valuesLost\":0,\"module\":\"/d/axis.so\","
+        "\"descriptor\":\"/d/axis.xml\",\"directory\":\"data/AXIS1\",\"networkAdapter\":\"eth1\",\"queues\":["
+        "{\"name\":\"AXIS1_INQ\",\"driver\":\"AXIS1\",\"capacity\":512,\"depth\":3,\"highWater\":7,"
+        "\"messages\":20,\"bytes\":900,\"received\":17,\"waits\":2,\"waitingForMs\":15,\"lockedForMs\":16,"
+        "\"holders\":2,\"receiver\":true,\"receiverPid\":42,\"broken\":false}],\"log\":["
+        "{\"time\":\"1970-01-01T00:00:00.001Z\",\"level\":2,\"output\":\"HOST\",\"driver\":\"AXIS1\","
+        "\"text\":\"ended\"}],\"lastWords\":[\"assertion\",\"failed\xef\xbf\xbd\"]}",
+        m_sut.driver("AXIS1"));
+    EXPECT_EQ(std::vector<std::string>{"log of \"AXIS1\", 20 lines up to level 5"}, m_host.calls);
+}
+
+TEST_F(ApiReadingTest, DriverWithoutDescriptorAndEntryHasNoneOfTheirs) {
+    EXPECT_EQ(s_panel +
+                  ",\"module\":\"\",\"descriptor\":\"\",\"directory\":\"\",\"networkAdapter\":\"\","
+                  "\"queues\":[],\"log\":[],\"lastWords\":[]}",
+              m_sut.driver("PANEL"));
+}
+
+TEST_F(ApiReadingTest, UnknownDriverIsToldWithTheNearest) {
+    EXPECT_EQ(
+        "{\"error\":{\"code\":\"driver-unknown\",\"text\":\"there is no driver AXSI1\","
+        "\"nearest\":[\"AXIS1\"]}}",
+        code([&] { m_sut.driver("AXSI1"); }));
+    EXPECT_EQ(
+        "{\"error\":{\"code\":\"driver-unknown\",\"text\":\"there is no driver \\\"\\u000a\xef\xbf\xbd\","
+        "\"nearest\":[]}}",
+        code([&] { m_sut.driver("\"\n\xff"); }));
+}
+
+TEST_F(ApiReadingTest, IdsOfAnyBytesAreEscaped) {
+    m_host.drivers.processStarted("A\"\x1b\xff", 42);
+    EXPECT_THAT(m_sut.drivers(), testing::HasSubstr("{\"id\":\"A\\\"\\u001b\xef\xbf\xbd\",\"type\":\"\""));
+}
+
+TEST_F(ApiReadingTest, StateHasValuesInTheirTypes) {
+    StateStore::Entry text;
+    text.key = "AXIS1.NAME";
+    text.value = StateValue(std::string("a\"b"));
+    text.owner = {StateStore::EOwner::Driver, "AXIS1"};
+    text.start = 3;
+    text.reported = m_host.now - milliseconds(1500);
+    text.version = 17;
+    StateStore::Entry number = text;
+    number.key = "X";
+    number.value = StateValue(0.1f);
+    number.owner = {StateStore::EOwner::Console, ""};
+    number.staleCause = "signal 11";
+    number.staleSince = m_host.now - milliseconds(20);
+    StateStore::Entry whole = text;
+    whole.key = "Y";
+    whole.value = StateValue(-7);
+    StateStore::Entry flag = text;
+    flag.key = "Z";
+    flag.value = StateValue(true);
+    m_host.changes = {.version = 20, .isComplete = true, .entries = {text, number, whole, flag}, .unset = {}};
+    const std::string rest = ",\"owner\":\"AXIS1\",\"start\":3,\"ageMs\":1500,\"version\":17,\"stale\":null}";
+    EXPECT_EQ(
+        "{\"version\":20,\"complete\":true,\"values\":["
+        "{\"key\":\"AXIS1.NAME\",\"type\":\"string\",\"value\":\"a\\\"b\",\"text\":\"a\\\"b\"" +
+            rest +
+            ",{\"key\":\"X\",\"type\":\"float\",\"value\":0.1,\"text\":\"0.1\",\"owner\":\"console\","
+            "\"start\":3,"
+            "\"ageMs\":1500,\"version\":17,\"stale\":{\"cause\":\"signal 11\",\"forMs\":20}},"
+            "{\"key\":\"Y\",\"type\":\"int\",\"value\":-7,\"text\":\"-7\"" +
+            rest + ",{\"key\":\"Z\",\"type\":\"bool\",\"value\":true,\"text\":\"true\"" + rest +
+            "],\"unset\":[]}",
+        m_sut.state(target("")));
+    EXPECT_EQ(std::vector<std::string>{"changes  since 0"}, m_host.calls);
+    EXPECT_EQ(1, m_host.looks);
+}
+
+TEST_F(ApiReadingTest, FloatThatIsNoNumberIsNull) {
+    StateStore::Entry entry;
+    entry.key = "X";
+    entry.value = StateValue(std::numeric_limits<float>::quiet_NaN());
+    m_host.changes.entries = {entry};
+    EXPECT_THAT(m_sut.state(target("")),
+                testing::HasSubstr("\"type\":\"float\",\"value\":null,\"text\":\"nan\""));
+}
+
+TEST_F(ApiReadingTest, StateIsAskedForByPatternAndVersion) {
+    m_host.changes = {.version = 21, .isComplete = false, .entries = {}, .unset = {"A", "B\x1b"}};
+    EXPECT_EQ("{\"version\":21,\"complete\":false,\"values\":[],\"unset\":[\"A\",\"B\\u001b\"]}",
+              m_sut.state(target("glob=AXIS*&since=18446744073709551615")));
+    EXPECT_EQ(std::vector<std::string>{"changes AXIS* since 18446744073709551615"}, m_host.calls);
+}
+
+TEST_F(ApiReadingTest, WrongPatternAndVersionAreRefused) {
+    EXPECT_THAT(
+        code([&] { m_sut.state(target("since=18446744073709551616")); }),
+        testing::HasSubstr("\"text\":\"since is \\\"18446744073709551616\\\" where a whole number from 0 "
+                           "to 18446744073709551615 is needed\""));
+    for (const char* query : {"since=", "since=-1", "since=+1", "since=1x", "since=0x1", "since=%201"})
+        EXPECT_THAT(code([&] { m_sut.state(target(query)); }), testing::HasSubstr("request-invalid"))
+            << query;
+    EXPECT_EQ("", code([&] { m_sut.state(target("glob=" + std::string(256, 'a'))); }));
+    EXPECT_THAT(code([&] { m_sut.state(target("glob=" + std::string(257, 'a'))); }),
+                testing::HasSubstr("glob has a zero byte, or more than 256 bytes"));
+    EXPECT_THAT(code([&] { m_sut.state(target("glob=a%00")); }), testing::HasSubstr("glob has a zero byte"));
+}
+
+TEST_F(ApiReadingTest, EventsAreListed) {
+    m_host.store.triggerEvent("AXIS1.DONE", "a\"");
+    EXPECT_THAT(
+        m_sut.events(),
+        testing::MatchesRegex("\\{\"events\":\\[\\{\"id\":\"AXIS1.DONE\",\"value\":\"a\\\\\"\",\"owner\":"
+                              "\"AXIS1\",\"time\":\"20[0-9-]+T[0-9:]+[.][0-9]+Z\"\\}\\]\\}"));
+}
+
+TEST_F(ApiReadingTest, QueuesAreListed) {
+    EXPECT_EQ("{\"queues\":[]}", m_sut.queues());
+    sal::MessageQueue::Status queue;
+    queue.name = "AXIS1_OUTQ";
+    queue.isBroken = true;
+    m_host.queues = {queue};
+    EXPECT_EQ(
+        "{\"queues\":[{\"name\":\"AXIS1_OUTQ\",\"driver\":\"AXIS1\",\"capacity\":0,\"depth\":0,\"highWater\":"
+        "0,"
+        "\"messages\":0,\"bytes\":0,\"received\":0,\"waits\":0,\"waitingForMs\":0,\"lockedForMs\":0,"
+        "\"holders\":0,\"receiver\":false,\"receiverPid\":null,\"broken\":true}]}",
+        m_sut.queues());
+}
+
+TEST_F(ApiReadingTest, MacrosAreListed) {
+    m_host.macroNames = {"home", "a\tb"};
+    EXPECT_EQ("{\"macros\":[{\"name\":\"home\"},{\"name\":\"a\\u0009b\"}]}", m_sut.macros());
+}
+
+TEST_F(ApiReadingTest, CatalogueAndModulesAreListed) {
+    m_host.catalogue = {{.file = "/d/axis.xml",
+                         .line = 4,
+                         .name = "An axis",
+                         .module = "/d/axis.so",
+                         .type = "Axis",
+                         .version = "2.1"},
+                        {.file = "/d/lamp.xml",
+                         .line = 1,
+                         .name = "",
+                         .module = "/d/lamp.so",
+                         .type = "Lamp",
+                         .version = "1"}};
+    const std::string axis =
+        "{\"type\":\"Axis\",\"version\":\"2.1\",\"name\":\"An axis\",\"module\":\"/d/axis.so\","
+        "\"descriptor\":\"/d/axis.xml\",\"line\":4";
+    const std::string lamp =
+        "{\"type\":\"Lamp\",\"version\":\"1\",\"name\":\"\",\"module\":\"/d/lamp.so\","
+        "\"descriptor\":\"/d/lamp.xml\",\"line\":1";
+    EXPECT_EQ("{\"drivers\":[" + axis + "}," + lamp + "}]}", m_sut.catalogue());
+    EXPECT_EQ("{\"modules\":[" + axis + ",\"drivers\":[\"AXIS1\"]}," + lamp + ",\"drivers\":[]}]}",
+              m_sut.modules());
+}
+
+TEST_F(ApiReadingTest, LogIsAskedForByDriverLinesAndLevel) {
+    EXPECT_EQ("{\"lines\":[]}", m_sut.log(target("")));
+    EXPECT_EQ("{\"lines\":[]}", m_sut.log(target("driver=AXIS1&lines=10000&level=1")));
+    EXPECT_EQ((std::vector<std::string>{"log of \"\", 100 lines up to level 5",
+                                        "log of \"AXIS1\", 10000 lines up to level 1"}),
+              m_host.calls);
+    EXPECT_THAT(code([&] { m_sut.log(target("driver=AXIS3")); }),
+                testing::HasSubstr("\"text\":\"there is no driver AXIS3\",\"nearest\":[\"AXIS1\"]"));
+    for (const char* query : {"lines=0", "lines=10001", "level=0", "level=6", "level=error"})
+        EXPECT_THAT(code([&] { m_sut.log(target(query)); }), testing::HasSubstr("request-invalid")) << query;
+}
+
+TEST_F(ApiReadingTest, SessionsAreListed) {
+    m_host.sessions = {{.id = 7,
+                        .user = "anna",
+                        .uid = 1000,
+                        .pid = 42,
+                        .role = ERole::Admin,
+                        .since = at(seconds(1)),
+                        .requests = 9}};
+    EXPECT_EQ(
+        "{\"sessions\":[{\"id\":7,\"user\":\"anna\",\"uid\":1000,\"pid\":42,\"role\":\"admin\","
+        "\"since\":\"1970-01-01T00:00:01.000Z\",\"requests\":9}]}",
+        m_sut.sessions());
+}
+
+TEST_F(ApiReadingTest, HistoryIsListedAndEachFileOfIt) {
+    m_host.history = {
+        {.number = 1, .when = at(seconds(1)), .who = "anna", .digest = "ab", .outcome = "2 changes"},
+        {.number = 2, .when = at(seconds(2)), .who = "signal", .digest = "cd", .outcome = ""}};
+    m_host.files[1] = "<workplaces/>\n";
+    const std::string first =
+        "{\"number\":1,\"when\":\"1970-01-01T00:00:01.000Z\",\"who\":\"anna\","
+        "\"digest\":\"ab\",\"outcome\":\"2 changes\"";
+    EXPECT_EQ(
+        "{\"history\":[" + first +
+            "},{\"number\":2,\"when\":\"1970-01-01T00:00:02.000Z\",\"who\":\"signal\",\"digest\":\"cd\","
+            "\"outcome\":\"\"}]}",
+        m_sut.history());
+    EXPECT_EQ(first + ",\"file\":\"<workplaces/>\\u000a\"}", m_sut.historyEntry(1));
+    EXPECT_THAT(code([&] { m_sut.historyEntry(2); }), testing::HasSubstr("not-found"));
+    EXPECT_THAT(code([&] { m_sut.historyEntry(3); }),
+                testing::HasSubstr("no state of the workplace with the number 3 is kept"));
+}
+
+TEST_F(ApiReadingTest, HealthCountsAndSaysWhatIsDone) {
+    m_host.drivers.processStarted("AXIS1", 42);
+    EXPECT_EQ("{\"status\":\"ok\",\"configured\":2,\"running\":1,\"parked\":0,\"command\":null}",
+              m_sut.health());
+    m_host.activity = {
+        .busy = true, .what = "reload of AXIS1", .driverID = "AXIS1", .since = m_host.now - seconds(5)};
+    EXPECT_EQ(
+        "{\"status\":\"ok\",\"configured\":2,\"running\":1,\"parked\":0,\"command\":{\"what\":\"reload of "
+        "AXIS1\",\"driver\":\"AXIS1\",\"operation\":\"\",\"forMs\":5000}}",
+        m_sut.health());
+    m_host.now += milliseconds(1);
+    m_host.drivers.callBegins("PANEL", "init");
+    EXPECT_EQ(
+        "{\"status\":\"busy\",\"configured\":2,\"running\":1,\"parked\":0,\"command\":{\"what\":\"reload of "
+        "AXIS1\",\"driver\":\"PANEL\",\"operation\":\"init\",\"forMs\":5001}}",
+        m_sut.health());
+    m_host.isStopping = true;
+    EXPECT_THAT(m_sut.health(), testing::HasSubstr("{\"status\":\"stopping\","));
+}
+
+TEST_F(ApiReadingTest, DriverThatIsToRunAndDoesNotDegradesTheHost) {
+    EXPECT_THAT(m_sut.health(),
+                testing::HasSubstr("{\"status\":\"degraded\",\"configured\":2,\"running\":0,"));
+    m_host.drivers.processStarted("AXIS1", 42);
+    EXPECT_THAT(m_sut.health(), testing::HasSubstr("{\"status\":\"ok\","));
+    m_host.drivers.processHung("AXIS1", 42, "hung");
+    EXPECT_THAT(m_sut.health(), testing::HasSubstr("{\"status\":\"degraded\","));
+    m_host.drivers.processEnded("AXIS1", 42, "signal 9", {}, false);
+    EXPECT_THAT(m_sut.health(), testing::HasSubstr("{\"status\":\"degraded\","));
+}
+
+TEST_F(ApiReadingTest, ParkedDriverAndOneThatIsNeverLoadedDoNot) {
+    m_host.drivers.beginParking("AXIS1", "parked");
+    m_host.drivers.endParking("AXIS1");
+    EXPECT_EQ("{\"status\":\"ok\",\"configured\":2,\"running\":0,\"parked\":1,\"command\":null}",
+              m_sut.health());
+    WorkplaceFile::Entry socket;
+    socket.driverID = "SOCKET";
+    socket.interfaceType = EInterfaceTypes::Socket;
+    m_host.drivers.configure({socket}, false);
+    EXPECT_THAT(m_sut.health(), testing::HasSubstr("{\"status\":\"ok\",\"configured\":3,"));
+}
