@@ -111,7 +111,7 @@ ApiAnswer answerOf(const WorkplacePlan& plan) {
     return {.body = json.take()};
 }
 
-ApiAnswer answerOf(const AppliedPlan& applied) {
+ApiAnswer answerOf(const Applied& applied) {
     if (!applied.refusal.empty())
         throw ApiFault(applied.isOutdated ? ECode::PlanOutdated : ECode::Refused, applied.refusal);
     JsonText json;

@@ -14,6 +14,7 @@
 #include "DriverTable.h"
 #include "FIDParameterList.h"
 #include "FidOutcome.h"
+#include "HistoryEntry.h"
 #include "StateStore.h"
 #include "WorkplacePlan.h"
 #include "sal/MessageQueue.h"
@@ -108,9 +109,9 @@ struct ApiContext {
     std::function<ApiOutcome(const std::string& driverID, const std::string& who)> park;
     std::function<ApiOutcome(const std::string& driverID, const std::string& who)> unpark;
     std::function<WorkplacePlan()> plan;
-    std::function<AppliedPlan(const std::string& planID, const std::string& who)> apply;
+    std::function<Applied(const std::string& planID, const std::string& who)> apply;
     /// 0 is the state before the one now.
-    std::function<AppliedPlan(unsigned number, const std::string& who)> undo;
+    std::function<Applied(unsigned number, const std::string& who)> undo;
     std::function<std::vector<HistoryEntry>()> history;
     /// The workplace file as it was then; nothing for a number that is not kept.
     std::function<std::optional<std::string>(unsigned number)> historyFile;

@@ -84,13 +84,16 @@ Applied WorkplaceChanges::apply(const std::string& planID, const std::string& wh
         return refused(s_stopping);
     const Draft now = draft();
     std::string reason = planID.empty() ? std::string() : m_planner.outdated(planID, now);
+    const bool isOutdated = !reason.empty();
     if (reason.empty())
         reason = now.plan.refusal;
     if (reason.empty())
         return carryOut(now, who, "apply", 0);
     hostLog(sal::LogOutput::eError) << "apply by " << who << " is refused, nothing is changed: " << reason
                                     << std::endl;
-    return refused(reason);
+    Applied applied = refused(reason);
+    applied.isOutdated = isOutdated;
+    return applied;
 }
 
 Applied WorkplaceChanges::carryOut(const Draft& draft, const std::string& who, const std::string& what,

@@ -52,7 +52,8 @@ struct AppliedChange {
 
 /// What became of an apply or an undo.
 struct Applied {
-    std::string refusal;  ///< why nothing was done; empty otherwise
+    std::string refusal;      ///< why nothing was done; empty otherwise
+    bool isOutdated = false;  ///< the plan is: the files have changed since, or it is not known any more
     std::vector<AppliedChange> changes;
     unsigned history = 0;  ///< the number of the state that runs now; 0 where no history is kept
     std::vector<std::string>

@@ -149,7 +149,7 @@ public:
     std::vector<ApiSession> sessions;
     ApiOutcome outcome;
     WorkplacePlan plan;
-    AppliedPlan applied;
+    Applied applied;
     std::vector<HistoryEntry> history;
     std::map<unsigned, std::string> files;
     std::string report = "{}";
