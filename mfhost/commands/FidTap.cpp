@@ -48,3 +48,8 @@ void FidTap::sent(const std::string& queue, std::uint32_t number, const unsigned
     if (FidWatch* const pWatch = FidWatch::ofThisThread())
         pWatch->sent(queue, number, data, length, ok);
 }
+
+void FidTap::logged(const std::string& output, const std::string& text) {
+    if (FidWatch* const pWatch = FidWatch::ofThisThread())
+        pWatch->logged(output, text);
+}

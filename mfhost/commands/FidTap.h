@@ -35,6 +35,9 @@ public:
               bool ok) override;
     void received(const std::string&, std::uint32_t, const unsigned char*, int) override {}
 
+    /// A line that the calling thread logs, for whoever is told of these.
+    static void logged(const std::string& output, const std::string& text);
+
 private:
     DriverTable& m_drivers;
     sal::Module::Observer& m_calls;

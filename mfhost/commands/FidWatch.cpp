@@ -1,5 +1,7 @@
 #include "FidWatch.h"
 
+#include <algorithm>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -22,6 +24,23 @@ constexpr std::size_t s_mostParameters = 255;
 std::string asInMessage(const std::string& text) {
     const std::string cut = text.substr(0, text.size() % (protocol::maximumText + 1));
     return cut.substr(0, cut.find('\0'));
+}
+
+/// As the driver kit writes it: unknown FID "MOEV"; known are MOVE, STOP.
+constexpr std::string_view s_unknown = "unknown FID \"";
+constexpr std::string_view s_knownAre = "; known are ";
+
+std::vector<std::string> knownFunctions(const std::string& unknown) {
+    std::vector<std::string> known;
+    const auto list = unknown.rfind(s_knownAre);
+    if (list == std::string::npos)
+        return known;
+    for (auto begin = list + s_knownAre.size(); begin < unknown.size();) {
+        const auto end = std::min(unknown.find(", ", begin), unknown.size());
+        known.push_back(unknown.substr(begin, end - begin));
+        begin = end + 2;
+    }
+    return known;
 }
 
 thread_local FidWatch* t_pInnermost = nullptr;
@@ -96,8 +115,10 @@ FidWatch* FidWatch::ofThisThread() {
 
 /// A macro that the panel plays on this thread comes before the FID itself, so the last one counts.
 void FidWatch::fidBegins(const std::string& driverID, const std::string& function) {
-    if (m_depth++ == 0)
-        m_isInside = driverID == m_driverID && function == m_function;
+    if (m_depth++ > 0)
+        return;
+    m_isInside = driverID == m_driverID && function == m_function;
+    m_unknown.clear();
 }
 
 void FidWatch::fidEnded(bool ok, const char* exception) {
@@ -121,6 +142,11 @@ void FidWatch::sent(const std::string& queue, std::uint32_t number, const unsign
     const auto level = sal::MessageQueue::level(queue);
     if (ok && level)
         m_place = {queue, level->made, number};
+}
+
+void FidWatch::logged(const std::string& output, const std::string& text) {
+    if (m_depth == 1 && m_isInside && output == m_driverID && text.starts_with(s_unknown))
+        m_unknown = text;
 }
 
 FidOutcome FidWatch::outcome() const {
@@ -149,6 +175,10 @@ void FidWatch::describeCall(FidOutcome& outcome) const {
     if (!m_exception.empty()) {
         outcome.reason = EFidReason::Threw;
         outcome.text = "an exception left " + m_driverID + ": " + m_exception;
+    } else if (!m_isOk && !m_unknown.empty()) {
+        outcome.reason = EFidReason::UnknownFunction;
+        outcome.text = m_unknown;
+        outcome.nearest = base::nearest(m_function, knownFunctions(m_unknown));
     } else if (!m_isOk) {
         outcome.reason = EFidReason::Refused;
         outcome.text = m_driverID + " has refused it";

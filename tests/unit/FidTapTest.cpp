@@ -73,7 +73,18 @@ TEST_F(FidTapTest, TellsTheWatchOfTheSameThread) {
     EXPECT_EQ(watch.outcome().result, true);
 }
 
+TEST_F(FidTapTest, TellsTheWatchOfTheSameThreadWhatItLogs) {
+    const FIDParameterList none;
+    const std::string fid = "A.MOVE";
+    const FidWatch watch(m_drivers, fid, none);
+    m_sut.fidBegins("A", "MOVE", {});
+    FidTap::logged("A", "unknown FID \"MOVE\"; known are STOP");
+    m_sut.fidEnded("A", false, nullptr);
+    EXPECT_EQ(watch.outcome().reason, EFidReason::UnknownFunction);
+}
+
 TEST_F(FidTapTest, TellsNobodyWhereNoneWatches) {
+    FidTap::logged("A", "unknown FID \"MOVE\"; known are STOP");
     m_sut.sent("A_INQ", 1, nullptr, 0, true);
     m_sut.received("A_OUTQ", 1, nullptr, 0);
     m_sut.fidBegins("A", "MOVE", {});

@@ -102,6 +102,34 @@ TEST_F(FidWatchTest, ExceptionOfTheDriverIsTold) {
     EXPECT_EQ(outcome.text, "an exception left AXIS1: std::runtime_error: no");
 }
 
+TEST_F(FidWatchTest, FunctionThatTheDriverDoesNotKnowIsToldWithTheNearestOnes) {
+    const std::string fid = "AXIS1.MOEV";
+    FidWatch sut(m_drivers, fid, m_none);
+    sut.fidBegins("AXIS1", "MOEV");
+    sut.logged("AXIS2", "unknown FID \"MOEV\"; known are MOEV2");
+    sut.logged("AXIS1", "moves");
+    sut.logged("AXIS1", "unknown FID \"MOEV\"; known are MOVE, STOP, MOVED");
+    sut.logged("AXIS1", "stops");
+    sut.fidEnded(false, nullptr);
+    const FidOutcome outcome = sut.outcome();
+    EXPECT_EQ(outcome.stage, EFidStage::Delivered);
+    EXPECT_EQ(outcome.reason, EFidReason::UnknownFunction);
+    EXPECT_EQ(outcome.text, "unknown FID \"MOEV\"; known are MOVE, STOP, MOVED");
+    EXPECT_THAT(outcome.nearest, ElementsAre("MOVE"));
+    EXPECT_EQ(outcome.result, false);
+}
+
+TEST_F(FidWatchTest, WhatAnotherCallDoesNotKnowIsNotTheFids) {
+    FidWatch sut(m_drivers, m_fid, m_none);
+    sut.logged("AXIS1", "unknown FID \"A\"; known are B");
+    sut.fidBegins("AXIS1", "MOVE");
+    sut.fidBegins("AXIS1", "A");
+    sut.logged("AXIS1", "unknown FID \"A\"; known are B");
+    sut.fidEnded(false, nullptr);
+    sut.fidEnded(false, nullptr);
+    EXPECT_EQ(sut.outcome().reason, EFidReason::Refused);
+}
+
 TEST_F(FidWatchTest, WhatTheDriverSendsMeanwhileIsNotTheFid) {
     FidWatch sut(m_drivers, m_fid, m_none);
     sut.fidBegins("AXIS1", "MOVE");
