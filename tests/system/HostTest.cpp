@@ -372,8 +372,7 @@ TEST_F(HostTest, SignalEndsTheHostThoughACommandHangs) {
     host.signal(SIGTERM);
     EXPECT_EQ(0, host.waitForEnd());
     EXPECT_TRUE(
-        host.waitForLog("HOST: \"sendFID H.GO\" holds up the shutdown for 5 s; the host ends "
-                        "without it\n"))
+        host.waitForLog("HOST: H: sendFID(GO) holds up the shutdown for 5 s; the host ends without it\n"))
         << host.log();
 }
 
