@@ -14,15 +14,15 @@ class TiXmlDocument;
 class DescriptorCatalogue {
 public:
     struct Record {
-        std::string file;  ///< the descriptor
+        std::string file = {};  ///< the descriptor
         int line = 0;
-        std::string name;    ///< as the descriptor has it
-        std::string module;  ///< the path of the module file
-        std::string type;
-        std::string version;
-        std::string description;
-        std::string pdlFile;
-        std::string prefix;
+        std::string name = {};    ///< as the descriptor has it
+        std::string module = {};  ///< the path of the module file
+        std::string type = {};
+        std::string version = {};
+        std::string description = {};
+        std::string pdlFile = {};
+        std::string prefix = {};
 
         /// Whether the module could not tell it from the other: two that differ in file and line alone.
         bool isSame(const Record& other) const;

@@ -47,7 +47,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds s_limit{200};
-constexpr std::chrono::milliseconds s_glance{20};
+constexpr int s_glance = 20;
 /// An environment of more is not looked at further; the mark is at its beginning.
 constexpr std::size_t s_longestText = 256 * 1024;
 constexpr int s_deepest = 50;
@@ -257,7 +257,8 @@ bool ProcessFamily::hasMarkOfChild(int pid) {
     if (::stat(placeOf(pid).c_str(), &status) != 0 || status.st_uid != ::geteuid())
         return false;
     const auto process = Process::read(pid);
-    return process && environmentOf(*process, MarkedEnvironment::s_begin, Clock::now() + s_glance)
+    Patience patience{.left = s_glance};
+    return process && environmentOf(*process, MarkedEnvironment::s_begin, patience)
                           .starts_with(MarkedEnvironment::beginOfChildren());
 }
 

@@ -43,10 +43,12 @@ std::string signalName(int signal) {
 
 }  // namespace
 
-Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory)
+Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
+           ControlSocket& controlSocket)
     : m_options(std::move(options)),
       m_signals(signals),
       m_queueDirectory(queueDirectory),
+      m_controlSocket(controlSocket),
       m_drivers(m_store,
                 RestartPlan::Settings{.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}),
       m_driverCalls(m_drivers, m_surroundings),
@@ -90,7 +92,22 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                .showModules = [this] { m_pManager->showModules(); }}),
       m_system(std::set<std::string>(m_options.allowedCommands.begin(), m_options.allowedCommands.end()),
                [this](const std::string& line) { return m_shell.postDriverCommand(line); }),
-      m_fidSenders(m_drivers, m_system.sender()) {}
+      m_fidSenders(m_drivers, m_system.sender()),
+      m_api({.options = m_options,
+             .commands = m_commands,
+             .store = m_store,
+             .drivers = m_drivers,
+             .workplace = m_workplace,
+             .shell = m_shell,
+             .senders = m_fidSenders,
+             .lookForEnds = [this] { m_supervisor.lookForEnds(); },
+             .shutDown = [this](const std::string& reason) { requestShutdown(reason, 0); },
+             .macroSystem =
+                 [this] {
+                     return m_pManager
+                                ? dynamic_cast<IMacroSystem*>(m_pManager->queryInterface(IID_IMacroSystem))
+                                : nullptr;
+                 }}) {}
 
 Host::~Host() = default;
 
@@ -126,10 +143,12 @@ int Host::run() {
     sal::Directory::setFileFilter(&WorkplaceAdmission::acceptsDescriptor);
 
     m_supervisor.start();
+    startApi();
     const auto onActivity = [this] {
         m_supervisor.wake();
         m_store.forgetSettled();
         m_shell.recoverOutput();
+        m_api.refresh();
         m_surroundings.restore("a driver in the host's process");
     };
     m_commands.start(
@@ -162,6 +181,15 @@ int Host::run() {
     m_pFollow.reset();
     m_pConsole.reset();
     return m_exitCode;
+}
+
+/// Without it the host does its work all the same.
+void Host::startApi() {
+    if (m_controlSocket.path().empty())
+        return;
+    if (!m_controlSocket.warning().empty())
+        hostLog(sal::LogOutput::eWarning) << m_controlSocket.warning() << std::endl;
+    m_api.start(m_controlSocket);
 }
 
 void Host::startUp() {
@@ -232,6 +260,7 @@ void Host::requestShutdown(const std::string& reason, int exitCode) {
     m_exitCode = exitCode;
     hostLog(sal::LogOutput::eInfo) << "shutting down: " << reason << std::endl;
     m_supervisor.beginShutdown(exitCode);
+    m_api.beginShutdown();
     m_commands.stopAfterCurrent();
 }
 
@@ -239,6 +268,7 @@ void Host::shutDown() {
     m_supervisor.beginShutdown(m_exitCode);
     // Drivers' calls that come from now on find a host that has stopped taking commands; the sender stays
     // until no driver is left.
+    m_api.stop();
     m_workplace.end();
     if (m_pNews)
         m_pNews->stop();

@@ -14,6 +14,7 @@
 #include "FidSenders.h"
 #include "FidTap.h"
 #include "FollowPrinter.h"
+#include "HostApi.h"
 #include "HostSystem.h"
 #include "Options.h"
 #include "ProcessSupervisor.h"
@@ -34,7 +35,9 @@ class HostQueueDirectory;
 class Host {
 public:
     /// The signals are blocked in every thread from here on.
-    Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory);
+    /// The control socket's clients are served while the host runs; where it is not open there is none.
+    Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
+         ControlSocket& controlSocket);
     ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
@@ -47,6 +50,7 @@ private:
     void startUp();
     bool startManager();
     void tellPanel();
+    void startApi();
 
     /// Has the files taken over that have changed.
     void postApply();
@@ -59,6 +63,7 @@ private:
     const Options m_options;
     StopSignals& m_signals;
     const sal::HostQueueDirectory& m_queueDirectory;
+    ControlSocket& m_controlSocket;
     StateStore m_store;
     DriverTable m_drivers;
     Surroundings m_surroundings;
@@ -71,6 +76,7 @@ private:
     CommandShell m_shell;
     HostSystem m_system;
     FidSenders m_fidSenders;
+    HostApi m_api;
     std::unique_ptr<DriverNews> m_pNews;  ///< none unless the workplace asks for it
     std::unique_ptr<Console> m_pConsole;
     std::unique_ptr<FollowPrinter> m_pFollow;

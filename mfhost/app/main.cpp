@@ -15,6 +15,7 @@
 #include <variant>
 
 #include "CheckCommand.h"
+#include "ControlSocket.h"
 #include "DataDirectoryLock.h"
 #include "DescriptorLimit.h"
 #include "Host.h"
@@ -125,7 +126,8 @@ std::optional<int> enterPlace(Options& options) {
     return std::nullopt;
 }
 
-int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory) {
+int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
+            ControlSocket& controlSocket) {
     sal::LogManager log({.level = options.logLevel, .file = options.logFile, .tag = {}});
     XMLVerify::setTrustDirectory(options.trustDirectory);
     for (const auto& [name, real] : options.adapters)
@@ -141,7 +143,7 @@ int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDi
         hostLog(sal::LogOutput::eWarning) << "/var/data holds more than drivers' links (" << names
                                           << "); the start removes all that it can" << std::endl;
     queueDirectory.removeLeft();
-    const int exitCode = Host(options, signals, queueDirectory).run();
+    const int exitCode = Host(options, signals, queueDirectory, controlSocket).run();
     log.flush();
     return exitCode;
 }
@@ -156,13 +158,19 @@ int runProgram(int argc, char** argv) {
 
     if (options.check)
         return runCheck(options, std::cout);
+    // A sandbox has a /run of its own.
+    ControlSocket controlSocket;
+    if (options.control && !options.probeSandbox) {
+        if (const std::string reason = controlSocket.open(*options.control); !reason.empty())
+            std::cerr << "mfhost: no control socket: " << base::printable(reason) << std::endl;
+    }
     if (const std::optional<int> exitCode = enterPlace(options))
         return *exitCode;
     setEnvironment(options, raiseDescriptorLimit());
     const sal::HostQueueDirectory queueDirectory;
     rememberTerminalModes();
     StopSignals signals;
-    return runHost(options, signals, queueDirectory);
+    return runHost(options, signals, queueDirectory, controlSocket);
 }
 
 }  // namespace

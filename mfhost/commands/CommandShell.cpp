@@ -186,6 +186,16 @@ void CommandShell::execute(const std::string& line, EOrigin origin) {
         hostLog(sal::LogOutput::eInfo) << "a driver's command \"" << line << "\": " << text << std::endl;
 }
 
+std::string CommandShell::executeFor(const std::string& line) {
+    const FidTap::WatchedThread watched;
+    std::ostringstream reply;
+    t_pReply = &reply;
+    m_origin = EOrigin::Console;
+    executeChecked(line, reply);
+    t_pReply = nullptr;
+    return reply.str();
+}
+
 void CommandShell::executeChecked(const std::string& line, std::ostream& reply) {
     const std::vector<std::string> words = base::splitWords(line).words;
     if (!m_isOpen)

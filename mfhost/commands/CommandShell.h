@@ -48,6 +48,8 @@ public:
     void readLine(const std::string& line);
     /// The console's input has ended: stops the host when all is done.
     void endInput();
+    /// Executes a line as the console's, and returns what is printed for it. Command thread.
+    std::string executeFor(const std::string& line);
     /// A driver's command; false when there is no room for it. Any thread.
     bool postDriverCommand(const std::string& line);
     /// The words that begin with the prefix and may follow these. Console thread.

@@ -230,6 +230,14 @@ std::string Workplace::reload(const std::string& driverID, const std::function<v
     return reason;
 }
 
+std::string Workplace::reload(const std::string& driverID) {
+    return reload(driverID, [&] { m_pModule->reloadMfDriver(driverID); });
+}
+
+std::vector<WorkplaceFile::Entry> Workplace::entries() const {
+    return m_pHanded ? m_pHanded->file().entries() : std::vector<WorkplaceFile::Entry>();
+}
+
 /// Why the driver must not be loaded anew with this file; empty when it may.
 std::string Workplace::refusal(const WorkplaceSnapshot& workplace, const std::string& driverID) {
     if (workplace.path().empty())

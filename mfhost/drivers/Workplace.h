@@ -67,6 +67,8 @@ public:
     /// Loads the driver anew with what the file says now. reloadByModule is what has the module do it. Why it
     /// is not done, after which all is as before; empty when it was.
     std::string reload(const std::string& driverID, const std::function<void()>& reloadByModule);
+    /// The same by the module's own operation.
+    std::string reload(const std::string& driverID);
     /// Starts a driver again that ended without being asked to.
     void restart(const std::string& driverID);
     /// Unloads the driver, and keeps it so until unpark, over restarts of the host too. Needs nothing of the
@@ -94,6 +96,10 @@ public:
     std::optional<WorkplaceState> historyState(unsigned number, std::string& error) const {
         return m_changes.historyState(number, error);
     }
+
+    /// What the module was handed last says of the drivers; nothing before.
+    std::vector<WorkplaceFile::Entry> entries() const;
+    const DescriptorCatalogue& catalogue() const { return m_admission.catalogue(); }
 
 private:
     using Draft = WorkplacePlanner::Draft;

@@ -18,6 +18,9 @@ public:
     /// Six significant digits for a float, "true" or "false" for a bool, a string as it is.
     std::string text() const;
 
+    /// The value in its own type.
+    const std::variant<std::string, float, int, bool>& value() const { return m_value; }
+
     bool operator==(const StateValue& other) const = default;
 
 private:

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -57,6 +58,9 @@ HostProcess::Start TestWorkplace::host(const std::vector<std::string>& options) 
     start.program = build() / "bin/mfhost";
     start.arguments = {"--drivers", build() / "lib/mfdrivers", "--drivers", drivers(),
                        "--config",  configuration(),           "--workdir", workdir()};
+    // Machines of tests share one /run.
+    if (std::find(options.begin(), options.end(), "--control") == options.end())
+        start.arguments.push_back("--no-control");
     start.arguments.insert(start.arguments.end(), options.begin(), options.end());
     start.files = m_directory;
     return start;

@@ -1,0 +1,215 @@
+#include "HostApi.h"
+
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <sstream>
+#include <utility>
+#include <variant>
+
+#include "CheckCommand.h"
+#include "HostLog.h"
+#include "sal/MessageQueue.h"
+
+namespace {
+
+/// What the panel driver puts at the end of its list of macros where that is too long for a value.
+constexpr std::string_view s_etCetera = ", ...";
+
+std::string instanceID() {
+    std::array<unsigned char, 16> bytes{};
+    static_cast<void>(::getrandom(bytes.data(), bytes.size(), 0));
+    std::string text;
+    for (const unsigned char byte : bytes) {
+        std::array<char, 3> digits{};
+        std::snprintf(digits.data(), digits.size(), "%02x", byte);
+        text += digits.data();
+    }
+    return text;
+}
+
+std::vector<std::string> split(const std::string& text) {
+    std::vector<std::string> names;
+    for (std::size_t begin = 0; begin < text.size();) {
+        const auto end = std::min(text.find(", ", begin), text.size());
+        names.push_back(text.substr(begin, end - begin));
+        begin = end + 2;
+    }
+    return names;
+}
+
+}  // namespace
+
+HostApi::HostApi(Parts parts)
+    : m_parts(std::move(parts)),
+      m_handler(context()),
+      m_server({.roles =
+                    {
+                        .starter = PeerRoles::isStartedAsService() ? std::nullopt : std::optional(::getuid()),
+                        .isDriverProcess =
+                            [this](int pid) {
+                                const auto drivers = m_parts.drivers.drivers();
+                                return std::any_of(drivers.begin(), drivers.end(),
+                                                   [pid](const auto& driver) { return driver.pid == pid; });
+                            },
+                    },
+                .limits = {}},
+               [this](const ApiCall& call, std::function<void(ApiAnswer)> answer) {
+                   m_handler.handle(call, std::move(answer));
+               }) {}
+
+void HostApi::start(ControlSocket& socket) {
+    m_deadlines.start();
+    m_server.start(socket.takeListener());
+}
+
+void HostApi::stop() {
+    beginShutdown();
+    m_server.stop();
+    m_deadlines.stop();
+}
+
+void HostApi::refresh() {
+    const auto& records = m_parts.workplace.catalogue().records();
+    auto entries = m_parts.workplace.entries();
+    IMacroSystem* const pMacroSystem = m_parts.macroSystem();
+    auto names = pMacroSystem ? pMacroSystem->macroNames() : std::vector<std::string>();
+    const std::lock_guard lock(m_mutex);
+    // The catalogue only grows.
+    if (records.size() != m_catalogue.size())
+        m_catalogue = records;
+    m_entries = std::move(entries);
+    m_macroNames = std::move(names);
+}
+
+ApiContext HostApi::context() {
+    return {.drivers = m_parts.drivers,
+            .store = m_parts.store,
+            .instance = {.version = MFHOST_VERSION,
+                         .id = instanceID(),
+                         .workplace = m_parts.options.config,
+                         .started = std::chrono::system_clock::now(),
+                         .pid = ::getpid()},
+            .lookForEnds = m_parts.lookForEnds,
+            .activity = [this] { return m_parts.commands.activity(); },
+            .isStopping = [this] { return m_isStopping.load(); },
+            .post =
+                [this](const std::string& what, std::function<void()> task) {
+                    return !m_isStopping && m_parts.commands.post(what, std::move(task));
+                },
+            .after = [this](auto time, auto call) { m_deadlines.after(time, std::move(call)); },
+            .changes = [this](const auto& glob, auto since) { return m_parts.store.changes(glob, since); },
+            .queues = [] { return sal::MessageQueue::statuses(); },
+            .macroNames = [this] { return macroNames(); },
+            .catalogue =
+                [this] {
+                    const std::lock_guard lock(m_mutex);
+                    return m_catalogue;
+                },
+            .place = [this](const std::string& driverID) -> std::optional<ApiContext::Place> {
+                const std::lock_guard lock(m_mutex);
+                for (const WorkplaceFile::Entry& entry : m_entries) {
+                    if (entry.driverID == driverID)
+                        return ApiContext::Place{.directory = entry.workingDirectory,
+                                                 .networkAdapter = entry.networkAdapter};
+                }
+                return std::nullopt;
+            },
+            .log = [](const ApiLogQuery&) { return std::vector<ApiLogLine>(); },
+            .lastWords = [](const std::string&) { return std::vector<std::string>(); },
+            .sessions =
+                [this] {
+                    std::vector<ApiSession> sessions;
+                    for (const ApiServer::Session& session : m_server.sessions())
+                        sessions.push_back({session.id, session.user, session.uid, session.pid, session.role,
+                                            session.since, session.requests});
+                    return sessions;
+                },
+            .sendFid =
+                [this](const auto& fid, const auto& parameters, auto waitFor, auto limit, auto told) {
+                    m_parts.senders.send(fid, parameters, waitFor, limit, std::move(told));
+                },
+            .shutDown = [this](const std::string& who) { m_parts.shutDown("shutdown by " + who); },
+            .setState = [this](const auto& key, const auto& value) { setState(key, value); },
+            .unsetState =
+                [this](const std::string& key) {
+                    const StateStore::ConsoleMark mark;
+                    m_parts.store.unsetStateValue(key);
+                },
+            .triggerEvent =
+                [this](const std::string& id, const std::string& value) {
+                    const StateStore::ConsoleMark mark;
+                    m_parts.store.triggerEvent(id, value);
+                },
+            .playMacro = [this](const std::string& name) { return playMacro(name); },
+            .reload =
+                [this](const std::string& driverID) {
+                    return ApiOutcome{.refusal = m_parts.workplace.reload(driverID), .output = {}};
+                },
+            .park =
+                [this](const std::string& driverID, const std::string&) {
+                    return ApiOutcome{.refusal = m_parts.workplace.park(driverID), .output = {}};
+                },
+            .unpark =
+                [this](const std::string& driverID, const std::string&) {
+                    return ApiOutcome{.refusal = m_parts.workplace.unpark(driverID), .output = {}};
+                },
+            .plan = [this] { return m_parts.workplace.plan(); },
+            .apply = [this](const auto& plan, const auto& who) { return m_parts.workplace.apply(plan, who); },
+            .undo = [this](unsigned number, const auto& who) { return m_parts.workplace.undo(number, who); },
+            .history = [this] { return m_parts.workplace.history(); },
+            .historyFile = [this](unsigned number) -> std::optional<std::string> {
+                std::string error;
+                const auto state = m_parts.workplace.historyState(number, error);
+                const auto* pFile = state ? state->find(WorkplaceState::EKind::Workplace) : nullptr;
+                return pFile ? pFile->bytes : std::nullopt;
+            },
+            .check =
+                [this] {
+                    Options options = m_parts.options;
+                    options.checkAsJson = true;
+                    std::ostringstream report;
+                    runCheck(options, report);
+                    return report.str();
+                },
+            .console =
+                [this](const std::string& line) {
+                    return ApiOutcome{.refusal = {}, .output = m_parts.shell.executeFor(line)};
+                }};
+}
+
+/// The panel driver publishes them, unless there are too many for a value.
+std::vector<std::string> HostApi::macroNames() const {
+    const auto entry = m_parts.store.find("PANEL.MACRO.NAMES");
+    const std::string text = entry && !entry->isStale() ? entry->value.text() : std::string();
+    if (!text.ends_with(s_etCetera))
+        return split(text);
+    const std::lock_guard lock(m_mutex);
+    return m_macroNames;
+}
+
+ApiOutcome HostApi::playMacro(const std::string& name) const {
+    IMacroSystem* const pMacroSystem = m_parts.macroSystem();
+    if (!pMacroSystem)
+        return {.refusal = "there is no panel driver with macros", .output = {}};
+    return {.refusal = pMacroSystem->play(name)
+                           ? std::string()
+                           : "a macro is being recorded or played, or there is none " + name,
+            .output = {}};
+}
+
+void HostApi::setState(const std::string& key, const StateValue& value) const {
+    const StateStore::ConsoleMark mark;
+    struct Setter {
+        StateStore& store;
+        const std::string& key;
+        void operator()(const std::string& text) const { store.setStateValue(key, text); }
+        void operator()(float number) const { store.setStateValueFloat(key, number); }
+        void operator()(int number) const { store.setStateValueInt(key, number); }
+        void operator()(bool flag) const { store.setStateValueBool(key, flag); }
+    };
+    std::visit(Setter{m_parts.store, key}, value.value());
+}

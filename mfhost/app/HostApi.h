@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ApiHandler.h"
+#include "ApiServer.h"
+#include "CommandShell.h"
+#include "CommandThread.h"
+#include "ControlSocket.h"
+#include "Deadlines.h"
+#include "DriverTable.h"
+#include "FidSenders.h"
+#include "IMacroSystem.h"
+#include "Options.h"
+#include "StateStore.h"
+#include "Workplace.h"
+
+/// The host's API on its control socket: binds what it asks for to the host's parts. Made by Host, which
+/// starts and stops it; outlives what runs on the command thread.
+class HostApi {
+public:
+    struct Parts {
+        const Options& options;
+        CommandThread& commands;
+        StateStore& store;
+        const DriverTable& drivers;
+        Workplace& workplace;
+        CommandShell& shell;
+        FidSenders& senders;
+        std::function<void()> lookForEnds;
+        std::function<void(const std::string& reason)> shutDown;
+        /// The panel driver's macro system; null where there is none. Called on the command thread.
+        std::function<IMacroSystem*()> macroSystem;
+    };
+
+    explicit HostApi(Parts parts);
+    HostApi(const HostApi&) = delete;
+    HostApi& operator=(const HostApi&) = delete;
+
+    /// Serves the socket's clients from now on. An exception says that no thread can be had.
+    void start(ControlSocket& socket);
+    /// The host is stopping: actions are refused with that. Any thread.
+    void beginShutdown() { m_isStopping = true; }
+    /// Takes over what only the command thread may look at. On it, after each command.
+    void refresh();
+    /// Ends all connections, within two seconds. Command thread.
+    void stop();
+
+private:
+    ApiContext context();
+    std::vector<std::string> macroNames() const;
+    ApiOutcome playMacro(const std::string& name) const;
+    void setState(const std::string& key, const StateValue& value) const;
+
+    const Parts m_parts;
+    std::atomic<bool> m_isStopping = false;
+    Deadlines m_deadlines;
+    mutable std::mutex m_mutex;
+    std::vector<DescriptorCatalogue::Record> m_catalogue;
+    std::vector<WorkplaceFile::Entry> m_entries;
+    std::vector<std::string> m_macroNames;
+    ApiHandler m_handler;
+    ApiServer m_server;
+};
