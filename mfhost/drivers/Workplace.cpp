@@ -32,6 +32,8 @@ private:
 constexpr const char* s_parkCause = "parked at the console";
 constexpr const char* s_removeCause = "removed";
 constexpr const char* s_stopping = "the host is stopping";
+/// That the start's summary names.
+constexpr std::size_t s_mostCauses = 20;
 
 }  // namespace
 
@@ -113,12 +115,13 @@ std::string Workplace::sumUpStart() {
     std::set<std::string> wanted;
     std::string causes;
     std::size_t running = 0;
+    std::size_t missing = 0;
     const auto look = [&](const WorkplaceFile::Entry& entry, bool isReached) {
         if (isParked(entry.driverID) || !wanted.insert(entry.driverID).second)
             return;
         if (isUp(entry.driverID))
             ++running;
-        else
+        else if (++missing <= s_mostCauses)
             causes += "; " + entry.driverID + ": " + (isReached ? causeOf(entry.driverID) : file.obstacle());
     };
     for (const WorkplaceFile::Entry& entry : file.entries())
@@ -127,7 +130,9 @@ std::string Workplace::sumUpStart() {
         look(entry, false);
     std::string outcome = std::to_string(running) + " of " + std::to_string(wanted.size()) +
                           (wanted.size() == 1 ? " driver runs" : " drivers run");
-    if (running < wanted.size())
+    if (missing > s_mostCauses)
+        causes += "; and " + std::to_string(missing - s_mostCauses) + " more";
+    if (missing > 0)
         hostLog(sal::LogOutput::eWarning) << outcome << causes << std::endl;
     return outcome;
 }
@@ -394,20 +399,20 @@ std::string Workplace::unpark(const std::string& driverID) {
     if (!m_pModule)
         return s_stopping;
     const auto driver = m_drivers.find(driverID);
-    if (!driver)
-        return "there is no driver " + driverID + "; drivers lists them";
     const bool hasMark = m_parked.contains(driverID);
-    if (!isParked(driverID) && driver->isAlive)
+    if (driver && !isParked(driverID) && driver->isAlive)
         return "it runs already; reloadDriver " + driverID + " loads it anew";
     auto pWorkplace = std::make_shared<const WorkplaceSnapshot>(m_settings.file);
-    std::string reason = refusal(*pWorkplace, driverID);
     const auto& entries = pWorkplace->file().entries();
     const bool hasEntry = std::any_of(entries.begin(), entries.end(),
                                       [&](const auto& entry) { return entry.driverID == driverID; });
+    if (!driver && !hasEntry)
+        return "there is no driver " + driverID + "; drivers lists them";
     // Only a file that may be used says that it does not have the driver.
     if (hasMark && !hasEntry && pWorkplace->file().isWhole() &&
         pWorkplace->refusal(m_settings.isSignatureRequired).empty())
         return takeMarkBack(driverID);
+    std::string reason = refusal(*pWorkplace, driverID);
     if (reason.empty() && hasMark)
         reason = m_parked.set(driverID, false);
     if (!reason.empty())

@@ -74,8 +74,9 @@ public:
     /// Unloads the driver, and keeps it so until unpark, over restarts of the host too. Needs nothing of the
     /// file. Why it is not done, or empty.
     std::string park(const std::string& driverID);
-    /// Starts a driver that is parked, or that has ended, with what the file says now. Why it is not done, or
-    /// empty. The mark of a driver that the file does not have is taken back all the same.
+    /// Starts a driver that is parked, that has ended, or that is new in the file, with what that says now.
+    /// Why it is not done, or empty. The mark of a driver that the file does not have is taken back all the
+    /// same.
     std::string unpark(const std::string& driverID);
 
     /// What would change if the files were taken over as they are now.

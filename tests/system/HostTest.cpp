@@ -799,12 +799,13 @@ TEST_F(HostTest, StartThatBreaksOffIsWarnedOf) {
     addDriver("E", "Echo", "direct");
     const HostProcess::Start call = this->call();
     writeFile(m_workplace.configuration(),
-              "<workplaces><workplace id=\"0\">\n" + m_entries + "</workplace><workplace/></workplaces>\n");
+              "<workplaces><workplace id=\"0\">\n" + m_entries + "</workplace><workplace>" +
+                  TestWorkplace::entry("N", "Echo", "direct") + "</workplace></workplaces>\n");
     startCall(call);
     EXPECT_EQ(0, end());
     EXPECT_THAT(m_pHost->log(),
-                HasSubstr("warning  HOST: not every driver of " + m_workplace.configuration().string() +
-                          " was started; those that run go on\n"));
+                HasSubstr("warning  HOST: 1 of 2 drivers run; N: " + m_workplace.configuration().string() +
+                          " line 3: the workplace has no id; give it a number from 0 to 7\n"));
     EXPECT_THAT(m_pHost->output(), HasSubstr("(ID: E)...OK\n"));
 }
 

@@ -363,7 +363,7 @@ INSTANTIATE_TEST_SUITE_P(
                " is no regular file"}),
     [](const auto& test) { return test.param.claim; });
 
-TEST_F(Parking, DriverThatTheFileNoLongerNamesIsStoppedAndWaitsForItsEntry) {
+TEST_F(Parking, DriverThatTheFileNoLongerNamesIsStoppedAndItsMarkTakenBack) {
     for (const std::string mode : {"queue", "direct"}) {
         SCOPED_TRACE(mode);
         fs::remove(marks());
@@ -378,11 +378,13 @@ TEST_F(Parking, DriverThatTheFileNoLongerNamesIsStoppedAndWaitsForItsEntry) {
         stop(host, "E");
         expectParked(host, "E");
         EXPECT_TRUE(host.waitForOutput("Deinitializing MF driver ID: E...OK\n")) << host.output();
-        const std::string refusal = "E is not started: " + file() + " has no driver \"E\"\n";
-        EXPECT_EQ(host.ask("startDriver E"), refusal);
         EXPECT_THAT(host.ask("reloadDriver G"), HasSubstr("OK\n"));
         expectParked(host, "E");
-        EXPECT_EQ(host.ask("startDriver E"), refusal);
+        EXPECT_EQ(host.ask("startDriver E"),
+                  "E is not started: its mark is taken back, and " + file() + " has no driver \"E\"\n");
+        EXPECT_EQ(host.listed("E"), "");
+        EXPECT_EQ(readFile(marks()), s_heading);
+        EXPECT_EQ(host.ask("startDriver E"), "E is not started: there is no driver E; drivers lists them\n");
         replaceFile(file(), whole);
         host.ask("startDriver E");
         expectSets(host, "E");

@@ -484,6 +484,9 @@ TEST_F(WorkplaceTest, MarkOfADriverThatIsInNoFileIsTakenBack) {
     EXPECT_FALSE(pHost->drivers.find("GONE"));
     EXPECT_THAT(pHost->module.calls, IsEmpty());
     EXPECT_EQ("there is no driver GONE; drivers lists them", pHost->workplace.unpark("GONE"));
+    configure(entry("A") + entry("GONE"));
+    EXPECT_EQ("", pHost->workplace.unpark("GONE"));
+    EXPECT_EQ(EDriverState::Running, pHost->state("GONE"));
 }
 
 TEST_F(WorkplaceTest, ParkingThatIsBrokenOffBeforeTheDriverIsUnloadedLeavesItRunning) {
