@@ -86,10 +86,13 @@ protected:
         m_drivers.processStarted("Q", 4711);
     }
     ~FidSendersTest() override {
-        letGo();
-        m_sut.stop(c_hangGuard);
         sal::MessageQueue::setObserver(nullptr);
         ::unsetenv("MFD_QUEUE_DIR");
+    }
+    /// The senders call this object: they end while it is whole.
+    void TearDown() override {
+        letGo();
+        EXPECT_TRUE(m_sut.stop(c_hangGuard));
     }
 
     IInterface* queryInterface(unsigned int) override { return nullptr; }
@@ -110,6 +113,8 @@ protected:
             m_tap.fidBegins(parts.getDriverID(), parts.getFunction(), parameters);
             m_tap.fidEnded(parts.getDriverID(), parts.getFunction() != "FAIL", nullptr);
         }
+        const std::lock_guard lock(m_mutex);
+        ++m_returned;
         return true;
     }
     bool subscribe(const std::string&) const override { return true; }
@@ -155,6 +160,7 @@ protected:
     mutable std::mutex m_mutex;
     mutable std::condition_variable m_changed;
     mutable std::vector<std::string> m_sent;
+    mutable int m_returned = 0;
     bool m_isHolding = true;
     FidSenders m_sut{
         m_drivers, *this, {.mostSenders = 2, .capacity = 3, .roomKept = 8, .idle = 600s, .patience = 200ms}};
@@ -469,5 +475,9 @@ TEST_F(FidSendersTest, EndDoesNotWaitForADriverThatDoesNotComeBack) {
     pSut.reset();
     EXPECT_EQ(ear.count(), 1u);
     letGo();
+    EXPECT_TRUE(eventually([this] {
+        const std::lock_guard lock(m_mutex);
+        return m_returned == 1;
+    }));
     EXPECT_TRUE(eventually([] { return senders().empty(); }));
 }
