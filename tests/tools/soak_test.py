@@ -39,7 +39,7 @@ esac
 step "$(basename "$(dirname "$(dirname "$0")")") $name" && echo "Chaos of a minute"
 """
 FUZZ = STEP + 'step "fuzz $2"\n'
-UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "process_traffic", "unit_mfhost"]
+UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "unit_web", "process_traffic", "unit_mfhost"]
 
 
 class SoakTest(unittest.TestCase):
@@ -56,7 +56,7 @@ class SoakTest(unittest.TestCase):
         for preset in ("dev", "asan", "tsan"):
             self.write(f"build/{preset}/bin/system_tests", SYSTEM)
             self.write(f"build/{preset}/bin/chaos", CHAOS)
-        for name in ("WorkplaceFile", "DescriptorFile", "DriverMessages", "HostMessages", "CommandLine"):
+        for name in ("WorkplaceFile", "DescriptorFile", "DriverMessages", "HostMessages", "CommandLine", "HttpRequests"):
             self.write(f"build/fuzz/bin/Fuzz{name}", "")
         # Nothing is installed, configured or built.
         self.stand_ins = Path(temporary.name) / "stand_ins"
@@ -87,7 +87,8 @@ class SoakTest(unittest.TestCase):
         steps = [f"{preset} {name}" for preset in ("asan", "tsan") for name in UNITS]
         steps += [f"{preset} {test}" for preset in ("dev", "asan", "tsan")
                   for test in ("Leftovers.EnduranceOne", "Leftovers.EnduranceTwo", "Skipped.Endurance")]
-        steps += ["fuzz WorkplaceFile", "fuzz DescriptorFile", "fuzz DriverMessages", "fuzz HostMessages", "fuzz CommandLine"]
+        steps += ["fuzz WorkplaceFile", "fuzz DescriptorFile", "fuzz DriverMessages", "fuzz HostMessages", "fuzz CommandLine",
+                  "fuzz HttpRequests"]
         return steps + ["dev kills", "asan chaos", "tsan chaos", "dev chaos default", "dev chaos"]
 
     def test_whole_run_runs_every_step_once(self):
