@@ -7,8 +7,8 @@
 #include <mutex>
 #include <thread>
 
-/// Calls back when a time has come, on a thread of its own. Owned by Host, which stops it before those go that
-/// ask. Any thread.
+/// Calls back when a time has come, on a thread of its own. Owned by Host, which stops it before those go
+/// that ask. Any thread.
 class Deadlines {
 public:
     using Clock = std::chrono::steady_clock;
