@@ -44,7 +44,8 @@ bool sendsOnlyAsLongAsTheHostRuns() {
     Options options;
     options.driverDirectories = {TestWorkplace::build() / "lib/mfdrivers"};
     options.console = false;
-    Host host(options, signals, queueDirectory);
+    ControlSocket noSocket;
+    Host host(options, signals, queueDirectory, noSocket);
     const DriverSender& sut = host.m_system.sender();
     bool couldSend = false;
     std::thread stopper([&] {
