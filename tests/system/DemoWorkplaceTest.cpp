@@ -26,7 +26,8 @@ protected:
         HostProcess::Start call;
         const fs::path build = TestWorkplace::build();
         call.program = build / "bin/mfhost";
-        call.arguments = {"--sandbox",
+        call.arguments = {"--no-control",
+                          "--sandbox",
                           "--drivers",
                           build / "lib/mfdrivers",
                           "--config",

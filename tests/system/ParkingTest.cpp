@@ -55,8 +55,9 @@ protected:
         ASSERT_TRUE(eventually([&] { return host.driverProcess(driverID) != 0; })) << host.log();
         ::kill(host.driverProcess(driverID), SIGKILL);
     }
+    /// A driver process that came up too late for its queues may say so.
     static void expectNoErrors(const HostProcess& host) {
-        EXPECT_THAT(host.log(), Not(ContainsRegex(" (error|critical) +[A-Z]")));
+        EXPECT_THAT(host.log(), Not(ContainsRegex(" (error|critical) +[A-Z]+: ")));
     }
 };
 
