@@ -52,8 +52,8 @@ std::vector<std::string> nearest(std::string_view word, const std::vector<std::s
     const std::size_t limit = std::clamp<std::size_t>(word.size() / 3, 1, s_mostDifferent);
     std::vector<std::pair<std::size_t, const std::string*>> alike;
     for (const std::string& candidate : words) {
-        const std::size_t sizes = candidate.size() > word.size() ? candidate.size() - word.size()
-                                                                 : word.size() - candidate.size();
+        const std::size_t sizes =
+            candidate.size() > word.size() ? candidate.size() - word.size() : word.size() - candidate.size();
         if (candidate.size() > s_longest || sizes > limit)
             continue;
         if (const std::size_t size = difference(word, candidate); size <= limit)
