@@ -1,7 +1,5 @@
 #include "JsonText.h"
 
-#include <array>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
@@ -48,8 +46,9 @@ JsonText& JsonText::word(std::string_view word) {
 
 JsonText& JsonText::name(std::string_view name) {
     separate();
-    base::appendJsonText(m_text, name);
-    m_text += ':';
+    m_text += '"';
+    m_text += name;
+    m_text += "\":";
     m_isNext = false;
     return *this;
 }

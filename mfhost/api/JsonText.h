@@ -1,7 +1,10 @@
 #pragma once
 
+#include <array>
+#include <charconv>
 #include <chrono>
 #include <concepts>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,7 +19,7 @@ public:
     JsonText& beginArray() { return begin('['); }
     JsonText& endArray() { return end(']'); }
 
-    /// Of the member whose value comes next.
+    /// Of the member whose value comes next. It is written as it is: the program's own, of letters.
     JsonText& name(std::string_view name);
 
     JsonText& value(std::string_view text);
@@ -28,7 +31,7 @@ public:
         if constexpr (std::is_same_v<Number, bool>)
             return word(number ? "true" : "false");
         else
-            return word(std::to_string(number));
+            return whole(number);
     }
     /// The fewest digits that mean this number; null for what JSON has no number for.
     JsonText& value(double number);
@@ -55,6 +58,12 @@ private:
     JsonText& begin(char bracket);
     JsonText& end(char bracket);
     JsonText& word(std::string_view word);
+    template <std::integral Number>
+    JsonText& whole(Number number) {
+        std::array<char, 24> digits;
+        const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+        return word({digits.data(), static_cast<std::size_t>(end - digits.data())});
+    }
     void separate();
 
     std::string m_text;
