@@ -131,6 +131,7 @@ void HostProgram::run(int input, int output) const {
     dup2(input, STDIN_FILENO);
     dup2(output < 0 ? log : output, STDOUT_FILENO);
     dup2(log, STDERR_FILENO);
+    setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
     setenv("MFD_QUEUE_DIR", (directory / "queues").c_str(), 1);
     for (const auto& [name, value] : m_settings.environment)
         setenv(name.c_str(), value.c_str(), 1);

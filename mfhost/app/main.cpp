@@ -162,7 +162,7 @@ int runProgram(int argc, char** argv) {
     ControlSocket controlSocket;
     if (options.control && !options.probeSandbox) {
         if (const std::string reason = controlSocket.open(*options.control); !reason.empty())
-            std::cerr << "mfhost: no control socket: " << base::printable(reason) << std::endl;
+            std::cerr << "mfhost: runs without a control socket: " << base::printable(reason) << std::endl;
     }
     if (const std::optional<int> exitCode = enterPlace(options))
         return *exitCode;

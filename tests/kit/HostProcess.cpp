@@ -82,6 +82,8 @@ HostProcess::HostProcess(const Start& start)
         dup2(input[0], STDIN_FILENO);
         dup2(output, STDOUT_FILENO);
         dup2(log, STDERR_FILENO);
+        // Its control socket lies among its files.
+        setenv("XDG_RUNTIME_DIR", start.files.c_str(), 1);
         for (const auto& [name, value] : start.environment)
             setenv(name.c_str(), value.c_str(), 1);
         if (start.beforeExec)
