@@ -106,7 +106,7 @@ void StateStore::setStateValueBool(const std::string& stateID, bool value) {
 StateStore::Shard::Shard(std::string_view itsDriver, const Settings& settings)
     : driverID(itsDriver), room(settings.maxValues), hostRoom(s_maxHostValues) {}
 
-/// A key that begins so. The console's shard has the empty ID, which everything begins with.
+/// Whether keys that begin so may be in it. In the console's shard, whose ID is empty, any may be.
 bool StateStore::Shard::mayHold(std::string_view prefix) const {
     return prefix.starts_with(driverID) || std::string_view(driverID).starts_with(prefix);
 }

@@ -1032,9 +1032,10 @@ TEST(StateStore, ValueThatWasDueNextComesAsANewOneWhenItWasForgotten) {
     fill(sut, "A", 1);
     sut.forgetSettled();
     const auto version = versionOf(sut);
-    fill(sut, "A", 3);
-    EXPECT_EQ((Lines{"A.0", "A.1", "A.2"}), sut.keys(""));
-    EXPECT_EQ((Lines{"A.1=1", "A.2=2"}), changesSince(sut, version));
+    fill(sut, "A", 1, 1);
+    EXPECT_EQ((Lines{"A.0", "A.1"}), sut.keys(""));
+    EXPECT_TRUE(sut.find("A.1"));
+    EXPECT_EQ((Lines{"A.1=1", "A.2 unset"}), changesSince(sut, version - 2));
 }
 
 TEST(StateStore, UnsetValueIsForgottenWhole) {
