@@ -1,53 +1,352 @@
 #include "ControlLine.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdlib>
+#include <exception>
+#include <functional>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "AttachCommand.h"
+#include "ControlError.h"
+#include "DoctorCommand.h"
+#include "DriverCommands.h"
+#include "LogCommand.h"
+#include "OverviewCommands.h"
+#include "ChangeCommands.h"
 #include "Printable.h"
+#include "RemoteControl.h"
+#include "SendCommand.h"
 #include "SigningCommands.h"
+#include "StateCommands.h"
 
-int runControlLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
-    std::string name;
+namespace {
+
+/// In seconds: for what a driver does at once, and for what loads or unloads drivers.
+constexpr double s_shortWait = 5;
+constexpr double s_longWait = 60;
+
+/// Everything that may stand on the command line.
+struct Words {
+    RemoteControl::Options remote;
+    std::string driver;
+    std::string glob;
+    std::string fid;
+    std::vector<std::string> parameters;
+    std::string stage = "delivered";
     std::string key;
+    std::string value;
+    std::string type;
+    std::string plan;
+    std::string macro;
+    std::string name;
+    std::string privateKey;
     std::string trust;
     std::vector<std::string> files;
+    LogCommand::Choice log;
+    DoctorCommand::Choice doctor;
+    unsigned number = 0;
+    std::optional<double> timeout;  ///< in seconds
+    bool isLong = false;
+    bool watches = false;
+    bool follows = false;
+    bool tellsChanges = false;
 
-    CLI::App app("Signs the configuration of a workplace and checks signatures.", "mfctl");
-    app.set_version_flag("--version", "mfctl " MFCTL_VERSION);
-    app.require_subcommand(1);
+    ApiClient::Milliseconds limit(double usual) const {
+        return ApiClient::Milliseconds(std::lround(timeout.value_or(usual) * 1000));
+    }
+};
 
-    auto* pKeygen =
-        app.add_subcommand("keygen", "make NAME.key (keep it secret) and NAME.pem (to be trusted)");
-    pKeygen->add_option("name", name, "path of the two files without their endings")
+/// The commands with what each does.
+class Commands {
+public:
+    using Action = std::function<int()>;
+    using RemoteAction = std::function<EExit(RemoteControl&)>;
+
+    Commands(CLI::App& app, Words& words, const Screen& screen)
+        : m_app(app), m_words(words), m_screen(screen) {}
+
+    CLI::App* add(const char* pName, const char* pHelp, Action action) {
+        CLI::App* pCommand = m_app.add_subcommand(pName, pHelp);
+        m_actions.emplace_back(pCommand, std::move(action));
+        return pCommand;
+    }
+    /// One that needs a host.
+    CLI::App* addRemote(const char* pName, const char* pHelp, RemoteAction action) {
+        CLI::App* pCommand = add(pName, pHelp, [this, action = std::move(action)] {
+            RemoteControl control(m_screen, m_words.remote);
+            return static_cast<int>(action(control));
+        });
+        addCommonOptions(*pCommand);
+        return pCommand;
+    }
+    void addCommonOptions(CLI::App& app) {
+        app.add_option(
+               "--host", m_words.remote.host,
+               "the host: the path of its socket, or its workplace (default $MFCTL_HOST, or the only one)")
+            ->type_name("PATH|WORKPLACE");
+        app.add_flag("--json", m_words.remote.asJson, "print the host's answers as they come");
+    }
+    /// For what the host may need time for.
+    void addTimeout(CLI::App& app, double usual) {
+        // Longer the host does not keep what a request came to.
+        constexpr double longest = 600;
+        app.add_option("--timeout", m_words.timeout,
+                       "seconds to wait for its end (default " + std::to_string(std::lround(usual)) + ")")
+            ->type_name("S")
+            ->check(CLI::Range(0.0, longest).description(""));
+    }
+    int run() const {
+        for (const auto& [pCommand, action] : m_actions) {
+            if (pCommand->parsed())
+                return action();
+        }
+        return static_cast<int>(EExit::WrongUsage);
+    }
+
+private:
+    CLI::App& m_app;
+    Words& m_words;
+    const Screen& m_screen;
+    std::vector<std::pair<CLI::App*, Action>> m_actions;
+};
+
+void addDriverCommands(Commands& commands, Words& words) {
+    auto* pDrivers = commands.addRemote(
+        "drivers", "list the drivers and how they are",
+        [&](RemoteControl& control) { return DriverCommands(control).list(words.isLong); });
+    pDrivers->add_flag("-l,--long", words.isLong, "everything that is known of each, however wide");
+
+    const auto addOfDriver = [&](const char* pName, const char* pHelp, Commands::RemoteAction action) {
+        CLI::App* pCommand = commands.addRemote(pName, pHelp, std::move(action));
+        pCommand->add_option("driver", words.driver, "driver ID")->type_name("ID")->required();
+        return pCommand;
+    };
+    addOfDriver("driver", "show all of one driver",
+                [&](RemoteControl& control) { return DriverCommands(control).card(words.driver); });
+    const auto addChange = [&](const char* pName, const char* pHelp, const char* pOperation) {
+        CLI::App* pCommand = addOfDriver(pName, pHelp, [&words, pOperation](RemoteControl& control) {
+            return DriverCommands(control).change(words.driver, pOperation, words.limit(s_longWait));
+        });
+        commands.addTimeout(*pCommand, s_longWait);
+    };
+    addChange("reload", "stop a driver, and start it with what the workplace file says now", "reload");
+    addChange("stop", "stop a driver and keep it so until \"start\", over restarts of the host too", "park");
+    addChange("start", "start a driver that was stopped, or that has ended for good", "unpark");
+}
+
+void addValueCommands(Commands& commands, Words& words) {
+    auto* pState = commands.addRemote("state", "list the state values", [&](RemoteControl& control) {
+        StateCommands state(control);
+        return words.watches ? state.watch(words.glob) : state.show(words.glob);
+    });
+    pState->add_option("glob", words.glob, "only keys that match, such as 'SYS.*'")->type_name("GLOB");
+    pState->add_flag("--watch", words.watches,
+                     "then print each change, until Ctrl-C; waits for a host that goes");
+
+    auto* pSend = commands.addRemote(
+        "send", "send a function ID, and tell what became of it", [&](RemoteControl& control) {
+            return SendCommand(control).run(words.fid, words.parameters, words.stage,
+                                            words.limit(s_shortWait));
+        });
+    pSend->add_option("fid", words.fid, "such as AXIS1.MOVE")->type_name("FID")->required();
+    pSend->add_option("parameters", words.parameters, "its parameters, NAME=VALUE each")
+        ->type_name("NAME=VALUE");
+    pSend
+        ->add_option("--wait", words.stage,
+                     "how far to wait: accepted, dispatched, delivered or taken (default delivered)")
+        ->type_name("STAGE")
+        ->check(CLI::IsMember({"accepted", "dispatched", "delivered", "taken"}).description(""));
+    commands.addTimeout(*pSend, s_shortWait);
+
+    auto* pSet = commands.addRemote("set", "set a state value", [&](RemoteControl& control) {
+        return StateCommands(control).set(words.key, words.value, words.type);
+    });
+    pSet->add_option("key", words.key)->type_name("KEY")->required();
+    pSet->add_option("value", words.value)->type_name("VALUE")->required();
+    pSet->add_option("--type", words.type, "string, int, float or bool (default what the value looks like)")
+        ->type_name("T")
+        ->check(CLI::IsMember({"string", "int", "float", "bool"}).description(""));
+
+    auto* pUnset = commands.addRemote("unset", "remove a state value", [&](RemoteControl& control) {
+        return StateCommands(control).unset(words.key);
+    });
+    pUnset->add_option("key", words.key)->type_name("KEY")->required();
+
+    auto* pEvent = commands.addRemote("event", "trigger an event", [&](RemoteControl& control) {
+        return StateCommands(control).trigger(words.key, words.value);
+    });
+    pEvent->add_option("id", words.key)->type_name("ID")->required();
+    pEvent->add_option("value", words.value)->type_name("VALUE");
+    commands.addRemote("events", "list the last events",
+                       [](RemoteControl& control) { return StateCommands(control).events(); });
+    commands.addRemote("macros", "list the macros",
+                       [](RemoteControl& control) { return OverviewCommands(control).macros(); });
+    auto* pMacro = commands.addRemote("macro", "play a macro", [&](RemoteControl& control) {
+        return OverviewCommands(control).play(words.macro, words.limit(s_shortWait));
+    });
+    pMacro->add_option("name", words.macro)->type_name("NAME")->required();
+    commands.addTimeout(*pMacro, s_shortWait);
+}
+
+void addFileCommands(Commands& commands, Words& words) {
+    commands.addRemote("check", "check the workplace file and the descriptors",
+                       [](RemoteControl& control) { return ChangeCommands(control).check(); });
+    auto* pPlan = commands.addRemote("plan", "tell what apply would do", [&](RemoteControl& control) {
+        return ChangeCommands(control).plan(words.tellsChanges);
+    });
+    pPlan->add_flag("--exit-code", words.tellsChanges, "end with 6 when there are changes");
+    auto* pApply =
+        commands.addRemote("apply", "do what the changed files ask for", [&](RemoteControl& control) {
+            return ChangeCommands(control).apply(words.plan, words.limit(s_longWait));
+        });
+    pApply
+        ->add_option("plan", words.plan,
+                     "only this plan, as \"plan\" named it; refused when the files changed since")
+        ->type_name("PLAN");
+    commands.addTimeout(*pApply, s_longWait);
+    commands.addRemote("history", "list what was applied",
+                       [](RemoteControl& control) { return ChangeCommands(control).history(); });
+    const auto addNumbered = [&](const char* pName, const char* pHelp, const char* pNumberHelp,
+                                 Commands::RemoteAction action) {
+        CLI::App* pCommand = commands.addRemote(pName, pHelp, std::move(action));
+        pCommand->add_option("number", words.number, pNumberHelp)
+            ->type_name("N")
+            ->check(CLI::Range(1u, 4'000'000'000u).description(""));
+        return pCommand;
+    };
+    addNumbered("diff", "show what an applied state changed in the workplace file",
+                "number of the history (default the last)",
+                [&](RemoteControl& control) { return ChangeCommands(control).diff(words.number); });
+    CLI::App* pUndo =
+        addNumbered("undo", "write a former workplace file back and apply it",
+                    "number of the history (default the one before the last)", [&](RemoteControl& control) {
+                        return ChangeCommands(control).undo(words.number, words.limit(s_longWait));
+                    });
+    commands.addTimeout(*pUndo, s_longWait);
+}
+
+void addHostCommands(Commands& commands, Words& words, const Screen& screen) {
+    commands.addRemote("health", "tell whether all is well: exit code 0, else 1",
+                       [](RemoteControl& control) { return OverviewCommands(control).health(); });
+    auto* pLog =
+        commands.addRemote("log", "show the last log lines of host and drivers", [&](RemoteControl& control) {
+            LogCommand log(control);
+            return words.follows ? log.follow(words.log) : log.show(words.log);
+        });
+    pLog->add_option("driver", words.log.driver, "only those of this driver")->type_name("ID");
+    pLog->add_option("-n,--lines", words.log.lines, "how many (default 50)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1000).description(""));
+    pLog->add_option("--level", words.log.level,
+                     "only those as urgent: 1 critical, 2 error, 3 warning, 4 info, 5 trace")
+        ->type_name("N")
+        ->check(CLI::Range(1, 5).description(""));
+    pLog->add_flag("-f,--follow", words.follows,
+                   "then print what comes, until Ctrl-C; waits for a host that goes");
+    commands.addRemote("queues", "list the message queues of driver processes",
+                       [](RemoteControl& control) { return OverviewCommands(control).queues(); });
+    commands.addRemote("sessions", "list who is connected",
+                       [](RemoteControl& control) { return OverviewCommands(control).sessions(); });
+    commands.addRemote("attach", "be at the host's console; lines of a pipe are executed one after another",
+                       [](RemoteControl& control) { return AttachCommand(control).run(); });
+    commands.addRemote("shutdown", "stop all drivers and end the host",
+                       [](RemoteControl& control) { return OverviewCommands(control).shutdown(); });
+
+    auto* pDoctor = commands.add(
+        "doctor", "tell what hosts here do or did, whether they answer or not", [&words, &screen] {
+            const std::string& host = words.remote.host;
+            const bool isPath = host.find('/') != std::string::npos;
+            HostSurvey::Settings settings;
+            settings.sockets = isPath ? std::vector<std::string>{host} : HostSocket::ofMachine().candidates();
+            words.doctor.asJson = words.remote.asJson;
+            return static_cast<int>(DoctorCommand(screen, settings).run(words.doctor));
+        });
+    commands.addCommonOptions(*pDoctor);
+    pDoctor->add_flag(
+        "--stacks", words.doctor.hasStacks,
+        "with the stacks of all threads, which halts each process for some milliseconds; without, only "
+        "of hosts that do not answer");
+    pDoctor
+        ->add_option("--bundle", words.doctor.bundle,
+                     "write all that is known into a new file for support, without what looks secret")
+        ->type_name("FILE.tar.gz");
+}
+
+void addSigningCommands(Commands& commands, Words& words, const Screen& screen) {
+    auto* pKeygen = commands.add("keygen", "make NAME.key (keep it secret) and NAME.pem (to be trusted)",
+                                 [&] { return SigningCommands(screen.out, screen.err).keygen(words.name); });
+    pKeygen->add_option("name", words.name, "path of the two files without their endings")
         ->type_name("NAME")
         ->required();
-
-    auto* pSign = app.add_subcommand("sign", "sign files: FILE.sig, and FILE.sig.info with the key's number");
-    pSign->add_option("--key", key, "private key")->type_name("FILE")->required();
-    pSign->add_option("files", files, "what to sign")->type_name("FILE")->required();
-
-    auto* pVerify = app.add_subcommand("verify", "tell whether trusted keys signed the files");
-    pVerify->add_option("--trust", trust, "directory of the trusted public keys (*.pem)")
+    auto* pSign = commands.add("sign", "sign files: FILE.sig, and FILE.sig.info with the key's number", [&] {
+        return SigningCommands(screen.out, screen.err).sign(words.privateKey, words.files);
+    });
+    pSign->add_option("--key", words.privateKey, "private key")->type_name("FILE")->required();
+    pSign->add_option("files", words.files, "what to sign")->type_name("FILE")->required();
+    auto* pVerify = commands.add("verify", "tell whether trusted keys signed the files", [&] {
+        return SigningCommands(screen.out, screen.err).verify(words.trust, words.files);
+    });
+    pVerify->add_option("--trust", words.trust, "directory of the trusted public keys (*.pem)")
         ->type_name("DIR")
         ->required();
-    pVerify->add_option("files", files, "what to check")->type_name("FILE")->required();
+    pVerify->add_option("files", words.files, "what to check")->type_name("FILE")->required();
+}
+
+/// The first word that can only be meant as a command, and is none; empty where there is no such word.
+std::string unknownCommand(const CLI::App& app, int argc, const char* const* argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word == "--host")
+            ++i;
+        else if (!word.starts_with("-"))
+            return app.get_subcommands([&](const CLI::App* pCommand) {
+                          return pCommand->get_name() == word;
+                      }).empty()
+                       ? word
+                       : std::string();
+    }
+    return {};
+}
+
+}  // namespace
+
+int runControlLine(int argc, const char* const* argv, const Screen& screen) {
+    Words words;
+    CLI::App app("Controls a running mfhost, and signs the files of a workplace.", "mfctl");
+    app.set_version_flag("--version", "mfctl " MFCTL_VERSION);
+    app.require_subcommand(1);
+    app.get_formatter()->column_width(28);
+
+    Commands commands(app, words, screen);
+    commands.addCommonOptions(app);
+    addDriverCommands(commands, words);
+    addValueCommands(commands, words);
+    addFileCommands(commands, words);
+    addHostCommands(commands, words, screen);
+    addSigningCommands(commands, words, screen);
 
     try {
         app.parse(argc, argv);
+        if (const char* pHost = std::getenv("MFCTL_HOST"); pHost && words.remote.host.empty())
+            words.remote.host = pHost;
+        return commands.run();
     } catch (const CLI::Success& success) {
-        return app.exit(success, out, err);
+        return app.exit(success, screen.out, screen.err);
     } catch (const CLI::Error& error) {
-        err << "mfctl: " << base::printable(error.what()) << "\n"
-            << "usage: mfctl keygen NAME | sign --key FILE FILE... | verify --trust DIR FILE...; "
-               "mfctl --help tells more"
-            << std::endl;
-        return 2;
+        const std::string unknown = unknownCommand(app, argc, argv);
+        const std::string fault =
+            unknown.empty() ? error.what() : "there is no command " + base::quoted(unknown);
+        screen.complain(fault + "; mfctl [COMMAND] --help tells what is right");
+        return static_cast<int>(EExit::WrongUsage);
+    } catch (const ControlError& error) {
+        screen.complain(error.what());
+        return static_cast<int>(error.exit());
+    } catch (const std::exception& error) {
+        screen.complain(std::string("cannot go on: ") + error.what());
+        return static_cast<int>(EExit::Failed);
     }
-    SigningCommands commands(out, err);
-    if (pKeygen->parsed())
-        return commands.keygen(name);
-    if (pSign->parsed())
-        return commands.sign(key, files);
-    return commands.verify(trust, files);
 }

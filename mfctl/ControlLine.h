@@ -1,7 +1,7 @@
 #pragma once
 
-#include <ostream>
+#include "Screen.h"
 
-/// Executes the command of mfctl that the arguments name, and returns the exit code: 0, 1 when it failed, 2
-/// after wrong usage (said on err). Main thread.
-int runControlLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err);
+/// Executes the command of mfctl that the arguments name, and returns the exit code (EExit); what fails is
+/// said in one line on standard error. Main thread.
+int runControlLine(int argc, const char* const* argv, const Screen& screen);

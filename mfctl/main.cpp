@@ -1,7 +1,10 @@
-#include <iostream>
+#include <clocale>
 
 #include "ControlLine.h"
+#include "Screen.h"
 
 int main(int argc, char** argv) {
-    return runControlLine(argc, argv, std::cout, std::cerr);
+    // For characters of several bytes in the lines of "attach".
+    std::setlocale(LC_CTYPE, "");
+    return runControlLine(argc, argv, Screen::ofProcess());
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "AgeText.h"
 #include "DriverStatus.h"
 #include "Printable.h"
 #include "QueueNames.h"
@@ -16,6 +17,9 @@
 #include "sal/CmdProcessor.h"
 #include "sal/CmdRegisterImpl.h"
 #include "sal/MessageQueue.h"
+
+using base::ageText;
+using base::Table;
 
 namespace {
 
@@ -26,18 +30,6 @@ std::string timeText(std::chrono::system_clock::time_point when) {
     char text[32];
     std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
     return text;
-}
-
-std::string ageText(std::chrono::steady_clock::duration age) {
-    const auto seconds =
-        std::max<long long>(0, std::chrono::duration_cast<std::chrono::seconds>(age).count());
-    if (seconds < 120)
-        return std::to_string(seconds) + " s";
-    if (seconds < 120 * 60)
-        return std::to_string(seconds / 60) + " min";
-    if (seconds < 48 * 3600)
-        return std::to_string(seconds / 3600) + " h";
-    return std::to_string(seconds / 86400) + " d";
 }
 
 std::string nextTryText(const DriverTable::Driver& driver, StateStore::Clock::time_point now) {

@@ -124,7 +124,7 @@ void PlanCommands::print(const Applied& applied, const std::string& what) {
 }
 
 bool PlanCommands::history(sal::CmdParameters&) {
-    Table table({"state", "time", "by", "outcome", "files"});
+    base::Table table({"state", "time", "by", "outcome", "files"});
     for (const HistoryEntry& entry : m_context.history()) {
         const std::string number = std::to_string(entry.number);
         table.addRow({number, timeText(entry.when), entry.who, entry.outcome,

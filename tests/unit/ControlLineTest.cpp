@@ -3,10 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "CannedHost.h"
 #include "TemporaryDirectory.h"
 
 namespace {
@@ -20,7 +23,7 @@ protected:
         std::vector<const char*> argv;
         for (const std::string& argument : arguments)
             argv.push_back(argument.c_str());
-        return runControlLine(static_cast<int>(argv.size()), argv.data(), m_out, m_err);
+        return runControlLine(static_cast<int>(argv.size()), argv.data(), {m_out, m_err});
     }
 
     TemporaryDirectory m_directory;
@@ -43,15 +46,36 @@ TEST_F(ControlLineTest, FailureIsOne) {
     EXPECT_THAT(m_err.str(), HasSubstr("mfctl: " + m_directory.path("absent.xml") + ": "));
 }
 
-TEST_F(ControlLineTest, WrongUsageIsTwoWithTheUsage) {
-    EXPECT_EQ(2, run({}));
-    EXPECT_EQ(2, run({"resign"}));
-    EXPECT_EQ(2, run({"keygen"}));
-    EXPECT_EQ(2, run({"sign", "w.xml"}));
-    EXPECT_EQ(2, run({"sign", "--key", "k"}));
-    EXPECT_EQ(2, run({"verify", "w.xml"}));
-    EXPECT_THAT(m_err.str(), HasSubstr("usage: mfctl keygen NAME | sign --key FILE FILE..."));
+TEST_F(ControlLineTest, WrongUsageIsTwoInOneLine) {
+    for (const std::vector<std::string>& words :
+         std::vector<std::vector<std::string>>{{},
+                                               {"resign"},
+                                               {"keygen"},
+                                               {"sign", "w.xml"},
+                                               {"sign", "--key", "k"},
+                                               {"verify", "w.xml"},
+                                               {"driver"},
+                                               {"send"},
+                                               {"send", "A.B", "--wait", "soon"},
+                                               {"send", "A.B", "--timeout", "601"},
+                                               {"log", "--level", "6"},
+                                               {"set", "KEY"},
+                                               {"set", "KEY", "1", "--type", "number"},
+                                               {"log", "-n", "0"},
+                                               {"undo", "first"},
+                                               {"drivers", "SYS"}}) {
+        m_err.str("");
+        EXPECT_EQ(2, run(words)) << m_err.str();
+        EXPECT_THAT(m_err.str(),
+                    testing::MatchesRegex("mfctl: [^\n]+; mfctl \\[COMMAND\\] --help tells what is right\n"));
+    }
     EXPECT_EQ("", m_out.str());
+}
+
+TEST_F(ControlLineTest, CommandThatThereIsNotIsNamed) {
+    EXPECT_EQ(2, run({"--json", "--host", "demo", "drivrs"}));
+    EXPECT_EQ("mfctl: there is no command \"drivrs\"; mfctl [COMMAND] --help tells what is right\n",
+              m_err.str());
 }
 
 TEST_F(ControlLineTest, ArgumentIsNotEchoedAsItIs) {
@@ -62,6 +86,77 @@ TEST_F(ControlLineTest, ArgumentIsNotEchoedAsItIs) {
 
 TEST_F(ControlLineTest, HelpListsTheCommands) {
     EXPECT_EQ(0, run({"--help"}));
-    for (const char* command : {"keygen", "sign", "verify"})
-        EXPECT_THAT(m_out.str(), HasSubstr(command));
+    for (const char* command :
+         {"drivers",  "driver", "reload", "stop",   "start", "state",  "send",     "set",
+          "unset",    "event",  "events", "macros", "macro", "check",  "plan",     "apply",
+          "history",  "diff",   "undo",   "health", "log",   "queues", "sessions", "attach",
+          "shutdown", "doctor", "keygen", "sign",   "verify"})
+        EXPECT_THAT(m_out.str(), HasSubstr("\n  " + std::string(command) + " "));
+}
+
+TEST_F(ControlLineTest, HostIsNamedBeforeOrAfterTheCommandOrInTheEnvironment) {
+    CannedHost host(m_directory.path("s"));
+    host.answer("GET /macros", R"({"macros":[{"name":"evening"}]})");
+    EXPECT_EQ(0, run({"--host", host.path(), "macros"}));
+    EXPECT_EQ(0, run({"macros", "--host", host.path()}));
+    ::setenv("MFCTL_HOST", host.path().c_str(), 1);
+    EXPECT_EQ(0, run({"macros"}));
+    EXPECT_EQ(0, run({"macros", "--json"}));
+    ::unsetenv("MFCTL_HOST");
+    EXPECT_EQ("evening\nevening\nevening\n{\"macros\":[{\"name\":\"evening\"}]}\n", m_out.str());
+}
+
+TEST_F(ControlLineTest, NoHostIsThree) {
+    EXPECT_EQ(3, run({"drivers", "--host", m_directory.path("none")}));
+    EXPECT_EQ("mfctl: no host answers at " + m_directory.path("none") + ": No such file or directory\n",
+              m_err.str());
+}
+
+TEST_F(ControlLineTest, EachCommandAsksForItsOwn) {
+    CannedHost host(m_directory.path("s"));
+    const auto asks = [&](std::vector<std::string> words, const std::string& what) {
+        words.insert(words.end(), {"--host", host.path()});
+        host.answer(what, R"({"error":{"code":"not-allowed","text":"no","nearest":[]}})", 403);
+        EXPECT_EQ(4, run(words)) << what;
+        EXPECT_EQ(1u, host.requests(what).size()) << what;
+    };
+    asks({"drivers"}, "GET /drivers");
+    asks({"driver", "SYS"}, "GET /drivers/SYS");
+    asks({"reload", "SYS"}, "POST /drivers/SYS/reload");
+    asks({"stop", "SYS"}, "POST /drivers/SYS/park");
+    asks({"start", "SYS"}, "POST /drivers/SYS/unpark");
+    asks({"state", "SYS.*"}, "GET /state?glob=SYS.%2A");
+    asks({"send", "SYS.MARK", "text=x"}, "POST /fid");
+    asks({"set", "KEY", "-5"}, "POST /state");
+    asks({"unset", "KEY"}, "POST /unset");
+    asks({"event", "DOOR"}, "POST /event");
+    asks({"events"}, "GET /events");
+    asks({"macros"}, "GET /macros");
+    asks({"macro", "evening"}, "POST /macros/evening/play");
+    asks({"check"}, "POST /check");
+    asks({"plan"}, "POST /plan");
+    asks({"apply"}, "POST /apply");
+    asks({"history"}, "GET /history");
+    asks({"undo", "3"}, "POST /undo");
+    asks({"health"}, "GET /health");
+    asks({"log", "SYS", "-n", "7", "--level", "3"}, "GET /log?lines=7&driver=SYS&level=3");
+    asks({"queues"}, "GET /queues");
+    asks({"sessions"}, "GET /sessions");
+    asks({"shutdown"}, "POST /shutdown");
+}
+
+TEST_F(ControlLineTest, TimeoutAndStageAreThoseThatWereGivenOrTheUsualOnes) {
+    CannedHost host(m_directory.path("s"));
+    host.answer("POST /fid", "{}");
+    const auto sent = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), {"send", "A.B", "--host", host.path()});
+        EXPECT_EQ(0, run(words)) << m_err.str();
+        const auto body = nlohmann::json::parse(host.lastBody("POST /fid"));
+        return body["wait"].get<std::string>() + " " + body["timeoutMs"].dump();
+    };
+    EXPECT_EQ("delivered 5000", sent({}));
+    EXPECT_EQ("taken 500", sent({"--wait", "taken", "--timeout", "0.5"}));
+    host.answer("POST /drivers/SYS/reload", "{}");
+    EXPECT_EQ(0, run({"reload", "SYS", "--host", host.path()}));
+    EXPECT_EQ(60000, nlohmann::json::parse(host.lastBody("POST /drivers/SYS/reload"))["timeoutMs"]);
 }

@@ -1,0 +1,104 @@
+#include "AttachCommand.h"
+
+#include <utility>
+
+#include "ConsoleInput.h"
+#include "ControlError.h"
+#include "LogText.h"
+#include "Printable.h"
+#include "Words.h"
+
+namespace {
+
+/// A console line may load a driver, whose start takes its time.
+constexpr ApiClient::Milliseconds s_lineLimit{60'000};
+/// Who waits for a key does not wait for a host that hangs.
+constexpr ApiClient::Milliseconds s_completionLimit{1'000};
+
+bool isDetaching(const std::string& line) {
+    const auto words = base::splitWords(line).words;
+    return words.size() == 1 && (words[0] == "detach" || words[0] == "exit");
+}
+
+}  // namespace
+
+EExit AttachCommand::run() {
+    const Screen& screen = m_control.screen();
+    const ApiClient::Reply host = m_control.client().get("");
+    if (host.isError())
+        throw ControlError(RemoteControl::errorExit(host), RemoteControl::errorText(host));
+    ConsoleInput input("mfhost> ", [this](const auto& before, const std::string& prefix) {
+        return complete(before, prefix);
+    });
+    if (input.isInteractive())
+        screen.out << base::printable("attached to " + m_control.client().socket() + ", process " +
+                                      host.view().text("pid") + ", as " + host.view().text("role"))
+                   << "\ndetach or Ctrl-D leaves the host running" << std::endl;
+
+    EExit last = EExit::Done;
+    for (unsigned number = 1; const auto line = input.read(); ++number) {
+        if (base::splitWords(*line).words.empty() && base::splitWords(*line).error.empty())
+            continue;
+        if (input.isInteractive() && isDetaching(*line))
+            return EExit::Done;
+        if (input.isInteractive() && !isMeant(*line))
+            continue;
+        const EExit exit = execute(*line, input.isInteractive() ? ""
+                                                                : "line " + std::to_string(number) + ", " +
+                                                                      base::quoted(*line) + ": ");
+        if (exit != EExit::Done)
+            last = exit;
+        // Nothing that follows can be asked of it.
+        if (exit == EExit::NoHost)
+            return exit;
+    }
+    if (input.isInteractive())
+        screen.out << std::endl;
+    return input.isInteractive() ? EExit::Done : last;
+}
+
+/// A word that ends the workplace for everybody is asked for twice, since "quit" leaves other programs.
+bool AttachCommand::isMeant(const std::string& line) {
+    const auto words = base::splitWords(line).words;
+    const bool isEnd = words.size() == 1 && words[0] == "quit";
+    if (std::exchange(m_former, isEnd ? "quit" : "") == "quit" || !isEnd)
+        return true;
+    m_control.screen().out << "quit ends the workplace for everybody: type it again, or detach to leave"
+                           << std::endl;
+    return false;
+}
+
+EExit AttachCommand::execute(const std::string& line, const std::string& place) {
+    const Screen& screen = m_control.screen();
+    try {
+        const ApiClient::Reply reply = m_control.act("/console", {{"line", line}}, s_lineLimit);
+        if (!m_control.asJson())
+            printLines(reply.view().text("output"), screen);
+        return EExit::Done;
+    } catch (const ControlError& error) {
+        screen.complain(place + error.what());
+        return error.exit();
+    }
+}
+
+std::vector<std::string> AttachCommand::complete(const std::vector<std::string>& before,
+                                                 const std::string& prefix) {
+    const bool isState = before.size() == 1 && (before[0] == "state" || before[0].ends_with("StateValue"));
+    const bool isDriver = before.size() == 1 && before[0].ends_with("Driver");
+    const bool isFid = before.size() == 1 && before[0] == "sendFID";
+    std::vector<std::string> found;
+    if (!isState && !isDriver && !isFid)
+        return found;
+    try {
+        const ApiClient::Reply reply =
+            m_control.client().get(isState ? "/state" : "/drivers", s_completionLimit);
+        for (const JsonView& each : reply.view().list(isState ? "values" : "drivers")) {
+            const std::string word = each.text(isState ? "key" : "id") + (isFid ? "." : "");
+            if (word.starts_with(prefix))
+                found.push_back(word);
+        }
+    } catch (const ControlError&) {
+        // The line that is typed will tell.
+    }
+    return found;
+}

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// Finds the control socket of the host that is meant. Main thread.
+class HostSocket {
+public:
+    /// The directories in which hosts make their sockets.
+    explicit HostSocket(std::vector<std::string> directories) : m_directories(std::move(directories)) {}
+    /// $XDG_RUNTIME_DIR and /run.
+    static HostSocket ofMachine();
+
+    /// The socket of the host that is named: by the path of its socket (with a "/"), by its workplace (as the
+    /// host tells it, or the name of its file, with or without its ending) or by its socket's name without
+    /// ending. Without a name the only one that answers. Throws a ControlError: no host there (3), or several
+    /// (2, with a list).
+    std::string find(const std::string& name) const;
+
+    /// All sockets there that bear a host's name, those of dead hosts as well, sorted.
+    std::vector<std::string> candidates() const;
+
+private:
+    const std::vector<std::string> m_directories;
+};

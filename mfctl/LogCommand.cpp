@@ -1,0 +1,73 @@
+#include "LogCommand.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include "ControlError.h"
+#include "HostReturn.h"
+#include "LogText.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds s_step{500};
+/// What is asked for while the log is followed: more than come in a step.
+constexpr unsigned s_window = 500;
+
+std::string target(const LogCommand::Choice& choice, unsigned lines) {
+    std::string text = "/log?lines=" + std::to_string(lines);
+    if (!choice.driver.empty())
+        text += "&driver=" + ApiClient::encoded(choice.driver);
+    if (choice.level > 0)
+        text += "&level=" + std::to_string(choice.level);
+    return text;
+}
+
+}  // namespace
+
+EExit LogCommand::show(const Choice& choice) {
+    const ApiClient::Reply reply = m_control.ask(target(choice, choice.lines));
+    if (m_control.asJson())
+        return EExit::Done;
+    for (const JsonView& line : reply.view().list("lines"))
+        m_control.screen().out << logText(line, m_control.screen()) << "\n";
+    m_control.screen().out << std::flush;
+    return EExit::Done;
+}
+
+std::size_t LogCommand::known(const std::vector<std::string>& before, const std::vector<std::string>& now) {
+    for (std::size_t count = std::min(before.size(), now.size()); count > 0; --count) {
+        if (std::equal(before.end() - static_cast<std::ptrdiff_t>(count), before.end(), now.begin()))
+            return count;
+    }
+    return 0;
+}
+
+EExit LogCommand::follow(const Choice& choice) {
+    const Screen& screen = m_control.screen();
+    HostReturn host(m_control.client(), screen);
+    std::vector<std::string> before;
+    for (bool isFirst = true;; std::this_thread::sleep_for(s_step)) {
+        const ApiClient::Reply reply = host.ask(target(choice, std::max(s_window, choice.lines)));
+        if (reply.isError())
+            throw ControlError(RemoteControl::errorExit(reply), RemoteControl::errorText(reply));
+        if (host.isAnother())
+            before.clear();
+        const std::vector<JsonView> lines = reply.view().list("lines");
+        std::vector<std::string> now;
+        for (const ApiClient::Json& line : reply.json.value("lines", ApiClient::Json::array()))
+            now.push_back(line.dump(-1, ' ', false, ApiClient::Json::error_handler_t::replace));
+        std::size_t first = known(before, now);
+        if (isFirst && now.size() > choice.lines)
+            first = now.size() - choice.lines;
+        else if (first == 0 && !before.empty() && !now.empty())
+            screen.complain("more lines came than the host keeps; some are missing here");
+        for (std::size_t i = first; i < now.size(); ++i)
+            screen.out << (m_control.asJson() ? now[i] : logText(lines[i], screen)) << "\n";
+        screen.out << std::flush;
+        if (!screen.out)
+            return EExit::Failed;
+        before = std::move(now);
+        isFirst = false;
+    }
+}

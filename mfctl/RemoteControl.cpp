@@ -1,0 +1,64 @@
+#include "RemoteControl.h"
+
+#include <utility>
+#include <vector>
+
+#include "ControlError.h"
+#include "Printable.h"
+
+RemoteControl::RemoteControl(Screen screen, Options options, HostSocket socket)
+    : m_screen(std::move(screen)), m_options(std::move(options)), m_socket(std::move(socket)) {}
+
+ApiClient& RemoteControl::client() {
+    if (!m_pClient)
+        m_pClient = std::make_unique<ApiClient>(m_socket.find(m_options.host));
+    return *m_pClient;
+}
+
+ApiClient::Reply RemoteControl::ask(const std::string& target) {
+    return shown(client().get(target));
+}
+
+ApiClient::Reply RemoteControl::act(const std::string& target, ApiClient::Json members,
+                                    ApiClient::Milliseconds limit) {
+    return shown(client().post(target, std::move(members), limit));
+}
+
+ApiClient::Reply RemoteControl::shown(ApiClient::Reply reply) const {
+    if (m_options.asJson)
+        printJson(reply.body);
+    if (reply.isError())
+        throw ControlError(errorExit(reply), errorText(reply));
+    if (reply.status == 202)
+        throw ControlError(EExit::NotFinished, "not finished in time; it goes on");
+    return reply;
+}
+
+void RemoteControl::printJson(const std::string& body) const {
+    std::string text = body;
+    while (text.ends_with('\n'))
+        text.pop_back();
+    m_screen.out << text << std::endl;
+}
+
+std::string RemoteControl::errorText(const ApiClient::Reply& reply) {
+    const JsonView error = reply.view().member("error");
+    std::string text = error.text("text");
+    if (text.empty())
+        return "the host answers " + std::to_string(reply.status) + " and tells no reason";
+    const std::vector<JsonView> nearest = error.list("nearest");
+    for (std::size_t i = 0; i < nearest.size(); ++i)
+        text += (i == 0 ? "; did you mean " : i + 1 == nearest.size() ? " or " : ", ") + nearest[i].text();
+    return text + (nearest.empty() ? "" : "?");
+}
+
+EExit RemoteControl::errorExit(const ApiClient::Reply& reply) {
+    switch (reply.status) {
+        case 400:
+            return EExit::WrongUsage;
+        case 403:
+            return EExit::NotAllowed;
+        default:
+            return EExit::Failed;
+    }
+}

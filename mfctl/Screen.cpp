@@ -1,0 +1,35 @@
+#include "Screen.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <string_view>
+
+#include "Printable.h"
+
+Screen Screen::ofProcess() {
+    Screen screen{std::cout, std::cerr};
+    winsize size{};
+    if (!::isatty(STDOUT_FILENO))
+        return screen;
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0)
+        screen.look.width = size.ws_col;
+    const char* pNoColour = std::getenv("NO_COLOR");
+    const char* pTerminal = std::getenv("TERM");
+    screen.look.isColoured =
+        !(pNoColour && *pNoColour) && pTerminal && *pTerminal && std::string_view(pTerminal) != "dumb";
+    return screen;
+}
+
+std::string Screen::coloured(base::Table::EColour colour, const std::string& text) const {
+    if (!look.isColoured || colour == base::Table::EColour::None)
+        return text;
+    return (colour == base::Table::EColour::Red ? "\x1b[31m" : "\x1b[33m") + text + "\x1b[0m";
+}
+
+void Screen::complain(const std::string& text) const {
+    out << std::flush;
+    err << "mfctl: " << base::printable(text) << std::endl;
+}

@@ -1,0 +1,118 @@
+# Completion of mfctl for bash.
+
+# Runs mfctl for what a host knows, with the host that the line names; quiet and for a moment only.
+_mfctl_ask() {
+    local i host=()
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        # "=" is a word of its own here.
+        if [[ ${COMP_WORDS[i]} == --host ]]; then
+            if [[ ${COMP_WORDS[i + 1]} == "=" ]]; then
+                host=(--host "${COMP_WORDS[i + 2]}")
+            else
+                host=(--host "${COMP_WORDS[i + 1]}")
+            fi
+        fi
+    done
+    timeout 2 mfctl "${host[@]}" "$@" --json 2>/dev/null
+}
+
+# The texts under a name in JSON: _mfctl_texts id <json
+_mfctl_texts() {
+    grep -oE "\"$1\" *: *\"[^\"\\\\]*\"" | sed 's/^[^:]*: *"//; s/"$//'
+}
+
+_mfctl_drivers() { _mfctl_ask drivers | _mfctl_texts id; }
+_mfctl_keys() { _mfctl_ask state | _mfctl_texts key; }
+_mfctl_macros() { _mfctl_ask macros | _mfctl_texts name; }
+
+_mfctl_offer() {
+    mapfile -t COMPREPLY < <(compgen -W "$1" -- "$cur")
+}
+
+_mfctl() {
+    local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" place=0 i
+    local commands="drivers driver reload stop start state send set unset event events macros macro check plan apply
+        history diff undo health log queues sessions attach shutdown doctor keygen sign verify"
+    local common="--help --host --json" options=""
+    COMPREPLY=()
+
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        case "${COMP_WORDS[i]}" in
+            --host | --timeout | --wait | --type | --lines | -n | --level | --bundle | --key | --trust) ((i++)) ;;
+            -* | =) ;;
+            *)
+                if [[ -z $command ]]; then command=${COMP_WORDS[i]}; else ((place++)); fi
+                ;;
+        esac
+    done
+
+    case "$previous" in
+        --host | --bundle | --key)
+            mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+            return
+            ;;
+        --trust)
+            mapfile -t COMPREPLY < <(compgen -d -- "$cur")
+            return
+            ;;
+        --wait)
+            _mfctl_offer "accepted dispatched delivered taken"
+            return
+            ;;
+        --type)
+            _mfctl_offer "string int float bool"
+            return
+            ;;
+        --level)
+            _mfctl_offer "1 2 3 4 5"
+            return
+            ;;
+        --timeout | --lines | -n) return ;;
+    esac
+
+    case "$command" in
+        "")
+            if [[ $cur == -* ]]; then
+                _mfctl_offer "$common --version"
+            else
+                _mfctl_offer "$commands"
+            fi
+            return
+            ;;
+        drivers) options="$common -l --long" ;;
+        reload | stop | start | macro | apply | undo) options="$common --timeout" ;;
+        state) options="$common --watch" ;;
+        send) options="$common --wait --timeout" ;;
+        set) options="$common --type" ;;
+        plan) options="$common --exit-code" ;;
+        log) options="$common -n --lines --level -f --follow" ;;
+        doctor) options="$common --stacks --bundle" ;;
+        keygen) options="--help" ;;
+        sign) options="--help --key" ;;
+        verify) options="--help --trust" ;;
+        *) options="$common" ;;
+    esac
+    if [[ $cur == -* ]]; then
+        _mfctl_offer "$options"
+        return
+    fi
+
+    case "$command" in
+        sign | verify)
+            mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+            return
+            ;;
+    esac
+    [[ $place -eq 0 ]] || return
+    case "$command" in
+        driver | reload | stop | start | log) _mfctl_offer "$(_mfctl_drivers)" ;;
+        send)
+            compopt -o nospace 2>/dev/null
+            _mfctl_offer "$(_mfctl_drivers | sed 's/$/./')"
+            ;;
+        state | set | unset) _mfctl_offer "$(_mfctl_keys)" ;;
+        macro) _mfctl_offer "$(_mfctl_macros)" ;;
+    esac
+}
+
+complete -F _mfctl mfctl

@@ -1,0 +1,141 @@
+#include "AttachCommand.h"
+
+#include <unistd.h>
+
+#include "HostProcess.h"
+#include "RemoteFixture.h"
+#include "Terminal.h"
+
+namespace {
+
+class AttachCommandTest : public RemoteFixture {
+protected:
+    /// Executes these lines as mfctl attach does from a pipe; gives its exit code.
+    std::optional<int> pipe(const std::vector<std::string>& lines) {
+        m_pProgram = std::make_unique<HostProcess>(
+            HostProcess::Start{MFD_MFCTL, {"attach", "--host", m_host.path()}, {}, m_directory.path()});
+        for (const std::string& line : lines)
+            m_pProgram->type(line);
+        m_pProgram->closeInput();
+        return m_pProgram->waitForEnd();
+    }
+    std::vector<std::string> executed() const {
+        std::vector<std::string> lines;
+        for (const auto& request : m_host.requests("POST /console"))
+            lines.push_back(Json::parse(request.body)["line"]);
+        return lines;
+    }
+    std::unique_ptr<Terminal> atATerminal() {
+        return std::make_unique<Terminal>(
+            [&] { ::execl(MFD_MFCTL, MFD_MFCTL, "attach", "--host", m_host.path().c_str(), nullptr); });
+    }
+
+    std::unique_ptr<HostProcess> m_pProgram;
+};
+
+}  // namespace
+
+TEST_F(AttachCommandTest, LinesOfAPipeAreExecutedInTheirOrder) {
+    m_host.answer("POST /console", R"({"output":"one\ntwo\u001b[2J\n"})");
+    EXPECT_EQ(0, pipe({"drivers", "", "# a comment", "state SYS.*"}));
+    EXPECT_EQ((std::vector<std::string>{"drivers", "state SYS.*"}), executed());
+    EXPECT_EQ("one\ntwo\\x1b[2J\none\ntwo\\x1b[2J\n", m_pProgram->output());
+    EXPECT_EQ("", m_pProgram->log());
+}
+
+TEST_F(AttachCommandTest, PipeGoesOnAfterALineThatFailsAndTellsWhichItWas) {
+    m_host.answer("POST /console", R"({"error":{"code":"refused","text":"unknown command","nearest":[]}})",
+                  409);
+    EXPECT_EQ(1, pipe({"drivrs", "state"}));
+    EXPECT_EQ(
+        "mfctl: line 1, \"drivrs\": unknown command\n"
+        "mfctl: line 2, \"state\": unknown command\n",
+        m_pProgram->log());
+}
+
+TEST_F(AttachCommandTest, ExitCodeIsThatOfTheLastLineThatFailed) {
+    m_host.answer("POST /console", R"({"error":{"code":"not-allowed","text":"needs admin","nearest":[]}})",
+                  403);
+    EXPECT_EQ(4, pipe({"drivers"}));
+}
+
+TEST_F(AttachCommandTest, NoHostIsThree) {
+    m_pProgram = std::make_unique<HostProcess>(HostProcess::Start{
+        MFD_MFCTL, {"attach", "--host", m_directory.path("none")}, {}, m_directory.path()});
+    m_pProgram->type("drivers");
+    EXPECT_EQ(3, m_pProgram->waitForEnd());
+}
+
+TEST_F(AttachCommandTest, PipeEndsAtTheLineAtWhichTheHostIsGone) {
+    const std::string path = m_directory.path("gone.sock");
+    auto pHost = std::make_unique<CannedHost>(path);
+    pHost->answer("POST /console", R"({"output":"ok\n"})");
+    HostProcess program({MFD_MFCTL, {"attach", "--host", path}, {}, m_directory.path()});
+    program.type("drivers");
+    ASSERT_TRUE(program.waitForOutput("ok\n")) << program.log();
+    pHost.reset();
+    program.type("drivers");
+    program.type("state");
+    program.closeInput();
+    EXPECT_EQ(3, program.waitForEnd());
+    EXPECT_THAT(program.log(), testing::StartsWith("mfctl: line 2, \"drivers\": "));
+    EXPECT_EQ(std::string::npos, program.log().find("line 3")) << program.log();
+}
+
+TEST_F(AttachCommandTest, TerminalSaysWhereItIsAndDetachLeavesTheHost) {
+    m_host.answer("POST /console", R"({"output":"all is well\n"})");
+    const auto terminal = atATerminal();
+    EXPECT_TRUE(terminal->shows("attached to " + m_host.path() +
+                                ", process 4711, as admin\r\ndetach or Ctrl-D leaves the host running\r\n"));
+    ASSERT_TRUE(terminal->awaitPrompt());
+    terminal->type("drivers\r");
+    EXPECT_TRUE(terminal->shows("all is well")) << terminal->screen();
+    ASSERT_TRUE(terminal->awaitPrompt());
+    terminal->type("detach\r");
+    EXPECT_EQ(0, terminal->waitForEnd());
+    EXPECT_EQ(std::vector<std::string>{"drivers"}, executed());
+}
+
+TEST_F(AttachCommandTest, QuitIsAskedForTwiceAtATerminal) {
+    m_host.answer("POST /console", R"({"output":""})");
+    const auto terminal = atATerminal();
+    ASSERT_TRUE(terminal->awaitPrompt());
+    terminal->type("quit\r");
+    EXPECT_TRUE(terminal->shows("quit ends the workplace for everybody")) << terminal->screen();
+    ASSERT_TRUE(terminal->awaitPrompt());
+    terminal->type("drivers\r");
+    ASSERT_TRUE(terminal->awaitPrompt());
+    terminal->type("quit\r");
+    EXPECT_TRUE(terminal->shows("quit ends the workplace for everybody")) << terminal->screen();
+    ASSERT_TRUE(terminal->awaitPrompt());
+    EXPECT_EQ(std::vector<std::string>{"drivers"}, executed());
+    terminal->type("quit\r");
+    ASSERT_TRUE(terminal->awaitPrompt());
+    EXPECT_EQ((std::vector<std::string>{"drivers", "quit"}), executed());
+}
+
+TEST_F(AttachCommandTest, TerminalGoesOnAfterALineThatFails) {
+    m_host.answer("POST /console", R"({"error":{"code":"refused","text":"unknown command","nearest":[]}})",
+                  409);
+    const auto terminal = atATerminal();
+    ASSERT_TRUE(terminal->awaitPrompt());
+    terminal->type("drivrs\r");
+    EXPECT_TRUE(terminal->shows("mfctl: unknown command")) << terminal->screen();
+    ASSERT_TRUE(terminal->awaitPrompt());
+    terminal->type("\x04");
+    EXPECT_EQ(0, terminal->waitForEnd());
+}
+
+TEST_F(AttachCommandTest, TerminalCompletesDriversFidsAndKeys) {
+    m_host.answer("GET /drivers", R"({"drivers":[{"id":"SYS"}]})");
+    m_host.answer("GET /state", R"({"values":[{"key":"SYS.LOAD"}]})");
+    m_host.answer("POST /console", R"({"output":"ok\n"})");
+    const auto terminal = atATerminal();
+    for (const std::string line : {"reloadDriver \t", "sendFID \tX", "state \t"}) {
+        ASSERT_TRUE(terminal->awaitPrompt());
+        terminal->type(line + "\r");
+        ASSERT_TRUE(terminal->shows("ok")) << terminal->screen();
+    }
+    EXPECT_EQ((std::vector<std::string>{"reloadDriver SYS ", "sendFID SYS.X", "state SYS.LOAD "}),
+              executed());
+}

@@ -1,0 +1,54 @@
+#include "LogCommand.h"
+
+#include "HangGuard.h"
+#include "HostProcess.h"
+#include "RemoteFixture.h"
+
+namespace {
+
+class LogCommandTest : public RemoteFixture {
+protected:
+    LogCommandTest() { ::setenv("TZ", "UTC", 1); }
+
+    static std::string line(int number) {
+        return R"({"time":"2026-11-22T12:00:0)" + std::to_string(number) +
+               R"(.000Z","level":4,"output":"HOST","driver":"","text":"line )" + std::to_string(number) +
+               "\"}";
+    }
+    static std::string lines(const std::vector<int>& numbers) {
+        std::string text;
+        for (const int number : numbers)
+            text += (text.empty() ? "" : ",") + line(number);
+        return R"({"lines":[)" + text + "]}";
+    }
+};
+
+}  // namespace
+
+TEST_F(LogCommandTest, ShowsTheLinesOfADriver) {
+    m_host.answer("GET /log?lines=2&driver=SYS&level=2", lines({1, 2}));
+    auto remote = control();
+    EXPECT_EQ(EExit::Done, LogCommand(remote).show({"SYS", 2, 2}));
+    EXPECT_EQ("12:00:01 info HOST  line 1\n12:00:02 info HOST  line 2\n", out());
+}
+
+TEST_F(LogCommandTest, KnownLinesAreThoseAtTheEndOfWhatWasThere) {
+    EXPECT_EQ(2u, LogCommand::known({"a", "b", "c"}, {"b", "c", "d"}));
+    EXPECT_EQ(3u, LogCommand::known({"a", "b", "c"}, {"a", "b", "c"}));
+    EXPECT_EQ(0u, LogCommand::known({"a"}, {"b"}));
+    EXPECT_EQ(0u, LogCommand::known({}, {"b"}));
+    EXPECT_EQ(1u, LogCommand::known({"x", "x"}, {"x", "y"}));
+}
+
+TEST_F(LogCommandTest, FollowPrintsTheLastLinesAndWhatComes) {
+    m_host.answer("GET /log?lines=500", lines({1, 2, 3}));
+    const HostProcess program(
+        {MFD_MFCTL, {"--host", m_host.path(), "log", "-f", "-n", "2"}, {{"TZ", "UTC"}}, m_directory.path()});
+    ASSERT_TRUE(program.waitForOutput("line 3\n")) << program.log();
+    m_host.answer("GET /log?lines=500", lines({2, 3, 4}));
+    ASSERT_TRUE(program.waitForOutput("line 4\n")) << program.log();
+    EXPECT_EQ("12:00:02 info HOST  line 2\n12:00:03 info HOST  line 3\n12:00:04 info HOST  line 4\n",
+              program.output());
+    m_host.answer("GET /log?lines=500", lines({7, 8}));
+    EXPECT_TRUE(program.waitForLog("mfctl: more lines came than the host keeps; some are missing here\n"));
+}
