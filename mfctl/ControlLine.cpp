@@ -11,12 +11,12 @@
 #include <vector>
 
 #include "AttachCommand.h"
+#include "ChangeCommands.h"
 #include "ControlError.h"
 #include "DoctorCommand.h"
 #include "DriverCommands.h"
 #include "LogCommand.h"
 #include "OverviewCommands.h"
-#include "ChangeCommands.h"
 #include "Printable.h"
 #include "RemoteControl.h"
 #include "SendCommand.h"

@@ -94,8 +94,8 @@ public:
 
     struct Level {
         unsigned int capacity = 0;
-        unsigned int depth = 0;      ///< messages in it now
-        std::uint32_t received = 0;  ///< messages taken out; begins again at 2^24
+        unsigned int depth = 0;                        ///< messages in it now
+        std::uint32_t received = 0;                    ///< messages taken out; begins again at 2^24
         std::chrono::steady_clock::time_point made{};  ///< differs for each queue that has that name in turn
     };
     /// How full the queue of that name is, which this process has made; nothing when it has made none. One

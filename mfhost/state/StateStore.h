@@ -26,11 +26,8 @@
 ///
 /// A value belongs to the driver named before its first "."; the published driver catalogue belongs to the
 /// host, and what a console command set to the console. Each of them has room of its own. When a driver ends,
-/// its values stay and are marked stale; each is live again when the next instance reports it, and forgotten
-/// when that instance has settled without it or needs its room.
-///
-/// Any thread may call any function. What is named after one driver lies in a shard of its own, with its own
-/// lock: drivers do not wait for each other.
+/// its values stay, stale, until the next instance reports them, or has settled without them or needs their
+/// room. What is named after one driver lies in a shard of its own, with its own lock. Any thread.
 class StateStore : public IPanelState {
 public:
     using Clock = std::chrono::steady_clock;

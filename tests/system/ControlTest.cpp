@@ -1,0 +1,155 @@
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+#include "ConsoleWorkplace.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+/// The real remote control at the control socket of a real host.
+class Control : public ConsoleWorkplace {
+protected:
+    struct Answer {
+        int exitCode = -1;
+        std::string text;  ///< of both its streams
+    };
+
+    HostProcess& startControlled() {
+        workplace().addModule("Echo");
+        workplace().configure(entry("E", "queue") + entry("G", "direct"));
+        return startAndWait({"--control", socket()});
+    }
+    std::string socket() { return workplace().directory() / "control"; }
+
+    static Answer execute(const std::string& command) {
+        Answer answer;
+        FILE* const pPipe = ::popen((command + " 2>&1").c_str(), "r");
+        std::array<char, 4096> piece{};
+        while (const auto count = std::fread(piece.data(), 1, piece.size(), pPipe))
+            answer.text.append(piece.data(), count);
+        const int status = ::pclose(pPipe);
+        answer.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return answer;
+    }
+    Answer mfctl(const std::string& arguments) {
+        return execute((TestWorkplace::build() / "bin/mfctl").string() + " --host " + socket() + " " +
+                       arguments);
+    }
+    Answer ask(const std::string& path, const std::string& body = {}) {
+        const std::string data =
+            body.empty() ? body : " -H 'Content-Type: application/json' -d '" + body + "'";
+        return execute("curl -s --max-time 60 --unix-socket " + socket() + data + " http://localhost" + path);
+    }
+};
+
+TEST_F(Control, DriversAreListedWithWhatTheTableKnows) {
+    startControlled();
+    const Answer answer = mfctl("drivers");
+    EXPECT_EQ(answer.exitCode, 0) << answer.text;
+    EXPECT_THAT(answer.text, ContainsRegex("E +running"));
+    EXPECT_THAT(answer.text, ContainsRegex("G +running"));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Control, FidIsTakenByItsDriverProcessAndTheValueComesBack) {
+    startControlled();
+    const Answer sent = mfctl("send E.INT name=N value=7 --wait taken");
+    EXPECT_EQ(sent.exitCode, 0) << sent.text;
+    EXPECT_THAT(sent.text, HasSubstr("E.INT taken"));
+    EXPECT_TRUE(eventually(
+        [&] { return testing::Matches(ContainsRegex("E\\.N +int +7 +E "))(mfctl("state E.N").text); }));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Control, FidThatReachesNobodyFailsWithTheNearestName) {
+    startControlled();
+    const Answer answer = mfctl("send EE.INT name=N");
+    EXPECT_EQ(answer.exitCode, 1);
+    EXPECT_THAT(answer.text, HasSubstr("there is no driver EE"));
+    EXPECT_THAT(answer.text, HasSubstr("E?"));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Control, DriverIsStoppedAndStartedAgain) {
+    HostProcess& host = startControlled();
+    EXPECT_EQ(mfctl("stop E").exitCode, 0);
+    EXPECT_THAT(host.listed("E"), HasSubstr("  parked  "));
+    const Answer again = mfctl("stop E");
+    EXPECT_EQ(again.exitCode, 1);
+    EXPECT_THAT(again.text, HasSubstr("it is parked already"));
+    EXPECT_EQ(mfctl("start E").exitCode, 0);
+    expectSets(host, "E");
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Control, ReloadThatIsAskedForTwiceIsDoneOnce) {
+    HostProcess& host = startControlled();
+    for (int i = 0; i < 2; ++i)
+        EXPECT_THAT(ask("/api/v1/drivers/G/reload", R"({"request":"once"})").text, HasSubstr(R"("id":"G")"));
+    EXPECT_EQ(end(), 0);
+    EXPECT_EQ(count(host.log(), "HOST: reload of G, asked for by root\n"), 1) << host.log();
+}
+
+TEST_F(Control, PlanIsAppliedAndUndone) {
+    HostProcess& host = startControlled();
+    EXPECT_EQ(mfctl("plan --exit-code").exitCode, 0);
+    workplace().configure(entry("E", "queue") + entry("G", "direct") + entry("N", "direct"));
+    const Answer plan = mfctl("plan --exit-code");
+    EXPECT_EQ(plan.exitCode, 6) << plan.text;
+    EXPECT_THAT(plan.text, HasSubstr("N"));
+    EXPECT_EQ(mfctl("apply").exitCode, 0);
+    expectSets(host, "N");
+    EXPECT_EQ(mfctl("undo").exitCode, 0);
+    EXPECT_EQ(host.listed("N"), "") << host.log();
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Control, ValuesAreThoseOfTheConsole) {
+    HostProcess& host = startControlled();
+    EXPECT_EQ(mfctl("set ROOM.LIGHT 3").exitCode, 0);
+    EXPECT_THAT(host.ask("state ROOM.LIGHT"), ContainsRegex("ROOM\\.LIGHT +int +3 +console "));
+    EXPECT_EQ(mfctl("unset ROOM.LIGHT").exitCode, 0);
+    EXPECT_THAT(host.ask("state ROOM.LIGHT"), HasSubstr("no state value matches"));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Control, ShutdownEndsTheHostInOrderAndRemovesTheSocket) {
+    HostProcess& host = startControlled();
+    // The host may be gone before its answer is read.
+    mfctl("shutdown");
+    EXPECT_EQ(host.waitForEnd(), 0);
+    EXPECT_THAT(host.log(), HasSubstr("HOST: shutting down: shutdown by root\n"));
+    EXPECT_FALSE(fs::exists(socket()));
+    EXPECT_EQ(mfctl("drivers").exitCode, 3);
+}
+
+TEST_F(Control, ProcessOfADriverIsRefused) {
+    workplace().addModule("StartsProcesses");
+    workplace().configure(entry("S", "queue", "StartsProcesses"));
+    HostProcess& host = startAndWait({"--control", socket()});
+    const pid_t driver = host.driverProcess("S");
+    ASSERT_NE(driver, 0);
+    // One that bears the mark of a driver's process, however it was started.
+    const std::string environment = readFile("/proc/" + std::to_string(driver) + "/environ");
+    const auto at = environment.find("MFD_PROCESS=");
+    ASSERT_NE(at, std::string::npos);
+    const std::string mark = environment.substr(at, environment.find('\0', at) - at);
+    // It may find the connection closed before it has asked.
+    EXPECT_TRUE(eventually([&] {
+        const Answer answer = execute("env '" + mark + "' curl -sS --max-time 60 --unix-socket " + socket() +
+                                      " http://localhost/api/v1");
+        EXPECT_THAT(answer.text, Not(HasSubstr("role")));
+        return answer.text.find("not-allowed") != std::string::npos;
+    }));
+    EXPECT_THAT(ask("/api/v1").text, HasSubstr(R"("role":"admin")"));
+    EXPECT_EQ(end(), 0);
+}
+
+}  // namespace
