@@ -465,7 +465,7 @@ std::size_t StateStore::driverEnded(const std::string& driverID, const std::stri
 void StateStore::driverParked(const std::string& driverID, const std::string& cause) {
     const auto [shard, lock] = lockDriversShard(driverID);
     end(shard, cause, std::nullopt);
-    const auto isOther = [&](const Entry& entry) { return entry.staleCause != shard.endCause; };
+    const auto isOther = [&shard = shard](const Entry& entry) { return entry.staleCause != shard.endCause; };
     for (const Position position : shard.own(isOther)) {
         position->entry.staleCause = shard.endCause;
         change(shard, position);
