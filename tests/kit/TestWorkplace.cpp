@@ -60,7 +60,7 @@ HostProcess::Start TestWorkplace::host(const std::vector<std::string>& options) 
                        "--config",  configuration(),           "--workdir", workdir()};
     // Machines of tests share one /run.
     if (std::find(options.begin(), options.end(), "--control") == options.end())
-        start.arguments.insert(start.arguments.begin(), "--no-control");
+        start.arguments.insert(start.arguments.end() - 2, "--no-control");
     start.arguments.insert(start.arguments.end(), options.begin(), options.end());
     start.files = m_directory;
     return start;
