@@ -42,8 +42,8 @@ public:
         bool isWhole = true;
     };
     /// Kills all of them but the process itself and the calling one; within about 200 ms, even of one that
-    /// starts new ones all the time. The number of the process must not be another's yet: it is the calling
-    /// one, runs, or has not been collected.
+    /// starts new ones all the time, or a second where one is on its way into another program. The number of
+    /// the process must not be another's yet: it is the calling one, runs, or has not been collected.
     Result endOthers();
     /// The process has been collected, and its number may come to be another's: from now on the others are
     /// known by their mark alone, and by what look() has seen.

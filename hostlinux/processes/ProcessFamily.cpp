@@ -47,6 +47,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds s_limit{200};
+/// While a process is on its way into another program, which on a busy machine takes its time.
+constexpr std::chrono::milliseconds s_longLimit{1000};
 constexpr int s_glance = 20;
 /// An environment of more is not looked at further; the mark is at its beginning.
 constexpr std::size_t s_longestText = 256 * 1024;
@@ -176,6 +178,7 @@ std::optional<ProcessFamily::Process> ProcessFamily::Process::read(int pid) {
 /// and not timed: on a busy machine the time is over before such a process has run at all.
 struct ProcessFamily::Patience {
     int left = 300;
+    bool isUndecided = false;  ///< of one it could not be told whether it is marked
 };
 
 /// The first entry that begins so of the environment that the process was started with; empty for none.
@@ -197,6 +200,7 @@ std::string ProcessFamily::environmentOf(const Process& process, std::string_vie
         std::this_thread::sleep_for(s_pause);
         environment = readFile(placeOf(process.pid) + "/environ");
     }
+    patience.isUndecided = patience.isUndecided || isReadTooEarly(environment);
     std::string_view rest = environment ? std::string_view(*environment) : std::string_view();
     while (!rest.empty()) {
         const auto end = rest.find('\0');
@@ -343,14 +347,17 @@ ProcessFamily::Result ProcessFamily::endOthers() {
     EndedOrphans::instance().collect();
     Result result;
     std::set<Identity> told;
-    const auto end = Clock::now() + s_limit;
-    Patience patience;
+    const auto begin = Clock::now();
     t_hasMissed = false;
     // Until no process is new: one may have started another in between. On a busy machine a single look may
     // take all the time.
     bool isNew = true;
-    for (int look = 0; isNew && (look < s_fewestLooks || Clock::now() < end); ++look) {
+    bool isUndecided = false;
+    for (int look = 0; isNew || isUndecided; ++look) {
+        if (look >= s_fewestLooks && Clock::now() - begin >= (isUndecided ? s_longLimit : s_limit))
+            break;
         isNew = false;
+        Patience patience;
         for (const Process& process : members(patience)) {
             if (!told.insert(process.identity()).second)
                 continue;
@@ -369,6 +376,7 @@ ProcessFamily::Result ProcessFamily::endOthers() {
                 result.left.push_back({process.pid, process.name});
             }
         }
+        isUndecided = patience.isUndecided;
     }
     result.isWhole = !t_hasMissed;
     return result;
