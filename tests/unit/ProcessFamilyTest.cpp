@@ -107,6 +107,7 @@ protected:
         sal::Process::setObserver(nullptr);
         if (m_process.pid > 0) {
             ::kill(m_process.pid, SIGKILL);
+            m_pSut->endOthers();
             collectProcess();
         }
         for (const pid_t pid : m_toKill)
@@ -361,6 +362,7 @@ TEST_F(ProcessFamily, AncestryOfAProcessLeadsUpToTheCallingOne) {
     EXPECT_THAT(sal::ProcessFamily::ancestry(::getpid()), IsEmpty());
     const pid_t gone = pid();
     killProcess();
+    endOthers();
     collectProcess();
     EXPECT_THAT(sal::ProcessFamily::ancestry(gone), IsEmpty());
 }
