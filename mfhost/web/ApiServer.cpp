@@ -182,22 +182,28 @@ bool ApiServer::Thread::admit(base::UniqueFd socket) {
     std::optional<PeerRoles::Peer> peer = m_roles.look(socket.get());
     if (!peer)
         return false;
-    const ConnectionCount::Holder holder{.uid = peer->uid,
-                                         .name = peer->name,
-                                         .isFavoured = peer->isFavoured,
-                                         .isRefused = peer->role == ERole::None};
-    const auto noRole = [] { return errorAnswer(403, "not-allowed", s_noRole); };
-    if (const std::string reason = m_connections.add(holder); !reason.empty()) {
-        refuse(socket, holder.isRefused ? noRole() : errorAnswer(503, "busy", reason));
-        return false;
-    }
-    const std::string reason = holder.isRefused ? std::string() : m_roles.refusal(*peer);
+    ConnectionCount::Holder holder{.uid = peer->uid,
+                                   .name = peer->name,
+                                   .isFavoured = peer->isFavoured,
+                                   .isRefused = peer->role == ERole::None};
+    // Who is refused is told when he has asked: many clients take a connection that ends before for none.
+    std::optional<ApiAnswer> refusal;
+    if (holder.isRefused)
+        refusal = errorAnswer(403, "not-allowed", s_noRole);
+    std::string fullness = m_connections.add(holder);
+    const std::string reason = holder.isRefused || !fullness.empty() ? std::string() : m_roles.refusal(*peer);
     if (!reason.empty()) {
         if (mayTell(m_toldDriver))
             hostLog(sal::LogOutput::eWarning)
                 << "the control socket refuses a connection: " << reason << std::endl;
         m_connections.remove(holder);
-        refuse(socket, errorAnswer(403, "not-allowed", reason));
+        holder.isRefused = true;
+        holder.isFavoured = false;
+        refusal = errorAnswer(403, "not-allowed", reason);
+        fullness = m_connections.add(holder);
+    }
+    if (!fullness.empty()) {
+        refuse(socket, refusal ? *refusal : errorAnswer(503, "busy", fullness));
         return false;
     }
     Protocol::socket stream(m_io);
@@ -216,9 +222,8 @@ bool ApiServer::Thread::admit(base::UniqueFd socket) {
                      .session = ++m_lastSession};
     if (!holder.isRefused)
         m_list.add(caller, std::chrono::system_clock::now());
-    const auto pSession =
-        std::make_shared<HttpSessionOfSocket>(std::move(stream), *this, std::move(caller),
-                                              holder.isRefused ? std::optional(noRole()) : std::nullopt);
+    const auto pSession = std::make_shared<HttpSessionOfSocket>(std::move(stream), *this, std::move(caller),
+                                                                std::move(refusal));
     m_sessions.emplace(m_lastSession, Held{pSession, holder});
     pSession->start();
     return true;
@@ -263,7 +268,9 @@ void ApiServer::Thread::ended(std::uint64_t session) {
 void ApiServer::Thread::stop() {
     if (!m_thread.joinable())
         return;
-    boost::asio::post(m_io, [this] { beginStop(); });
+    // What the API thread's handler has posted so far comes into the queue only when it returns. The second
+    // turn is after that, so that no answer which was given before the stop is lost to it.
+    boost::asio::post(m_io, [this] { boost::asio::post(m_io, [this] { beginStop(); }); });
     {
         std::unique_lock lock(m_mutex);
         if (!m_ended.wait_for(lock, s_stopPatience, [this] { return m_hasEnded; }))

@@ -809,6 +809,7 @@ TEST_F(ApiServerTest, ChildOfADriverProcessIsRefused) {
             ::pause();
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         HttpClient client(path());
+        client.send(get("/"));
         const auto answer = client.receive();
         side.tell(std::to_string(answer.status) + (client.isAtEnd() ? " closed " : " open ") + answer.body);
     });
@@ -876,6 +877,22 @@ TEST_F(ApiServerTest, EndTellsThoseThatWait) {
     EXPECT_THAT(sut->sessions(), IsEmpty());
     sut.reset();
     waiting.answer("/1");
+}
+
+TEST_F(ApiServerTest, EndDoesNotOvertakeAnAnswerAlreadyGiven) {
+    handler = [this](const ApiCall&, const Answer& answer) {
+        answer(plain("done"));
+        ++begun;
+        std::this_thread::sleep_for(50ms);
+    };
+    start();
+    HttpClient client(path());
+    client.send(get("/"));
+    ASSERT_TRUE(eventually([&] { return begun == 1; }));
+    sut->stop();
+    const auto answer = client.receive();
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.body, "done");
 }
 
 TEST_F(ApiServerTest, EndDoesNotWaitForAClientThatTakesNothing) {
