@@ -23,6 +23,8 @@ namespace {
 /// What mfddllwrap ends with when there is no queue for it.
 constexpr int s_noQueueCode = 1;
 constexpr std::chrono::milliseconds s_checkInterval{50};
+/// What a pause between two looks counts for at most in a shutdown.
+constexpr std::chrono::milliseconds s_longestPause{4 * s_checkInterval};
 /// A process that is started again has come up in that time, or it is looked for less often.
 constexpr std::chrono::seconds s_startTime{10};
 /// How long a process that has let go of its queues may take to end by itself.
@@ -89,7 +91,9 @@ ProcessSupervisor::ProcessSupervisor(DriverTable& drivers, Settings settings, En
       m_wakeup("the supervision"),
       m_sampleInterval(sampleInterval(m_settings.hangTimeout)),
       m_hangs(m_settings.hangTimeout),
-      m_losses(s_lossPatience) {}
+      m_losses(s_lossPatience),
+      m_shutdownSeen(s_longestPause),
+      m_endProcessesSeen(s_longestPause) {}
 
 ProcessSupervisor::~ProcessSupervisor() {
     {
@@ -488,19 +492,21 @@ void ProcessSupervisor::checkShutdown(const CommandActivity& activity, Clock::ti
         endProcessesBegan = m_endProcessesBegan;
         exitCode = m_exitCode;
     }
-    const auto limit = began + m_settings.shutdownLimit - s_lastWords;
+    const auto seen = m_shutdownSeen.look(began, now);
+    const Clock::duration limit = m_settings.shutdownLimit - s_lastWords;
     // Early enough that those that do not heed SIGTERM are killed within the limit.
     const auto lastMoment = limit - m_settings.killDelay - 2 * s_checkInterval;
     if (endProcessesBegan) {
-        if (now >= std::min(*endProcessesBegan + m_settings.stopTimeout, lastMoment)) {
+        if (m_endProcessesSeen.look(*endProcessesBegan, now) >= m_settings.stopTimeout ||
+            seen >= lastMoment) {
             for (Process& process : m_processes.lock())
                 terminate(process, "still runs and holds up the shutdown");
         }
-    } else if (now >= std::min(began + m_settings.stopTimeout,
-                               lastMoment - m_settings.killDelay - 2 * s_checkInterval)) {
+    } else if (seen >= m_settings.stopTimeout ||
+               seen >= lastMoment - m_settings.killDelay - 2 * s_checkInterval) {
         endFullQueues();
     }
-    if (now < limit)
+    if (seen < limit)
         return;
     std::vector<int> killed;
     for (const Process& process : m_processes.lock()) {

@@ -17,6 +17,7 @@
 #include "ProcessEnd.h"
 #include "ProcessTable.h"
 #include "QueueLossDetector.h"
+#include "SeenTime.h"
 #include "StackDump.h"
 #include "TrafficMeter.h"
 #include "Wakeup.h"
@@ -160,6 +161,8 @@ private:
     QueueLossDetector m_losses;
     Clock::time_point m_nextSample;
     TrafficMeter m_traffic;
+    SeenTime m_shutdownSeen;
+    SeenTime m_endProcessesSeen;
 
     /// What was said already: once for each call or command that does not come back, queue wait and driver.
     std::optional<Clock::time_point> m_reportedCall;

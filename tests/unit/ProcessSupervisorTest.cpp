@@ -714,6 +714,32 @@ TEST_F(ProcessSupervisorAtTheLimit, NobodyWhoWasToldToEndOutlivesTheHost) {
         ::kill(pid, SIGKILL);
 }
 
+TEST_F(ProcessSupervisorTest, TimeInWhichItDidNotRunIsNoTimeOfAShutdown) {
+    std::atomic<int> pauses = 0;
+    std::atomic<int> exitCode = -1;
+    ProcessSupervisor sut(m_drivers, c_shortTimes,
+                          {.activity =
+                               [&] {
+                                   if (pauses > 0) {
+                                       --pauses;
+                                       std::this_thread::sleep_for(2s);
+                                   }
+                                   return CommandActivity();
+                               },
+                           .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
+                           .receiverGone = [](const std::string&, auto) {},
+                           .exitNow = [&](int code) { exitCode = code; },
+                           .restart = {}});
+    sut.start();
+    startFor(sut, "1");
+    pauses = 2;
+    sut.beginShutdown(0);
+    sut.endProcesses();
+    EXPECT_EQ("signal 15 (Terminated)", causeOf("1"));
+    EXPECT_EQ(exitCode, -1);
+    EXPECT_EQ(0, linesWith("holds up the shutdown for"));
+}
+
 TEST_F(ProcessSupervisorTest, EnforcesTheEndOfAShutdownWithItsExitCode) {
     m_drivers.callBegins("A", "deinitialize");
     setActivity("shutdown", "");
