@@ -2,13 +2,12 @@
 
 #include <utility>
 
-#include "ApiFault.h"
-
-AnswerOnce::AnswerOnce(Answer answer) : m_answer(std::move(answer)) {}
+AnswerOnce::AnswerOnce(Answer answer, ApiFault::ECode dropped, const char* pDroppedText)
+    : m_answer(std::move(answer)), m_dropped(dropped), m_pDroppedText(pDroppedText) {}
 
 AnswerOnce::~AnswerOnce() {
     if (!m_isGiven)
-        give(ApiFault(ApiFault::ECode::Stopping, "the host is stopping").answer());
+        give(ApiFault(m_dropped, m_pDroppedText).answer());
 }
 
 void AnswerOnce::give(ApiAnswer answer) {

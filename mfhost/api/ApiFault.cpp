@@ -22,6 +22,7 @@ constexpr std::array<Code, static_cast<std::size_t>(ApiFault::ECode::Internal) +
     {"macro-unknown", 404},
     {"state-unknown", 404},
     {"method-not-allowed", 405},
+    {"request-invalid", 408},
     {"fid-undelivered", 409},
     {"plan-outdated", 409},
     {"refused", 409},

@@ -18,6 +18,7 @@ public:
         MacroUnknown,
         StateUnknown,
         MethodNotAllowed,
+        TooSlow,  ///< the rest of the request has not come in time
         FidUndelivered,
         PlanOutdated,
         Refused,

@@ -19,6 +19,7 @@
 #include <thread>
 #include <utility>
 
+#include "ApiFault.h"
 #include "ConnectionCount.h"
 #include "HostLog.h"
 #include "HttpSession.h"
@@ -30,6 +31,7 @@ namespace {
 
 using Protocol = boost::asio::local::stream_protocol;
 using Clock = std::chrono::steady_clock;
+using ECode = ApiFault::ECode;
 
 /// In one go, before those who are connected have their turn.
 constexpr int s_acceptedAtOnce = 16;
@@ -189,7 +191,7 @@ bool ApiServer::Thread::admit(base::UniqueFd socket) {
     // Who is refused is told when he has asked: many clients take a connection that ends before for none.
     std::optional<ApiAnswer> refusal;
     if (holder.isRefused)
-        refusal = errorAnswer(403, "not-allowed", s_noRole);
+        refusal = ApiFault(ECode::NotAllowed, s_noRole).answer();
     std::string fullness = m_connections.add(holder);
     const std::string reason = holder.isRefused || !fullness.empty() ? std::string() : m_roles.refusal(*peer);
     if (!reason.empty()) {
@@ -199,18 +201,18 @@ bool ApiServer::Thread::admit(base::UniqueFd socket) {
         m_connections.remove(holder);
         holder.isRefused = true;
         holder.isFavoured = false;
-        refusal = errorAnswer(403, "not-allowed", reason);
+        refusal = ApiFault(ECode::NotAllowed, reason).answer();
         fullness = m_connections.add(holder);
     }
     if (!fullness.empty()) {
-        refuse(socket, refusal ? *refusal : errorAnswer(503, "busy", fullness));
+        refuse(socket, refusal ? *refusal : ApiFault(ECode::Busy, fullness).answer());
         return false;
     }
     Protocol::socket stream(m_io);
     boost::system::error_code error;
     if (stream.assign(Protocol(), socket.get(), error)) {
         m_connections.remove(holder);
-        refuse(socket, errorAnswer(503, "busy", "the connection cannot be served: " + error.message()));
+        refuse(socket, ApiFault(ECode::Busy, "the connection cannot be served: " + error.message()).answer());
         return false;
     }
     static_cast<void>(socket.release());

@@ -7,9 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "ErrorAnswer.h"
-
 namespace http = boost::beast::http;
+using ECode = ApiFault::ECode;
 
 struct HttpReader::Parser : http::request_parser<http::string_body> {};
 
@@ -61,14 +60,13 @@ std::size_t HttpReader::parse(std::string_view bytes) {
             return used;
     }
     if (error == http::error::header_limit)
-        fail(errorAnswer(
-            413, "too-large",
-            "the request's first lines have more than " + std::to_string(m_limits.header) + " bytes"));
+        fail({ECode::TooLarge,
+              "the request's first lines have more than " + std::to_string(m_limits.header) + " bytes"});
     else if (error == http::error::body_limit)
-        fail(errorAnswer(413, "too-large",
-                         "the request's body has more than " + std::to_string(m_limits.body) + " bytes"));
+        fail({ECode::TooLarge,
+              "the request's body has more than " + std::to_string(m_limits.body) + " bytes"});
     else if (error && error != http::error::need_more)
-        fail(errorAnswer(400, "request-invalid", "this is no HTTP request: " + error.message()));
+        fail({ECode::RequestInvalid, "this is no HTTP request: " + error.message()});
     else if (m_pParser->is_done())
         m_state = EState::Complete;
     return used;
@@ -77,13 +75,13 @@ std::size_t HttpReader::parse(std::string_view bytes) {
 void HttpReader::checkHeader() {
     const auto& request = m_pParser->get();
     if (request.target().size() > m_limits.target)
-        fail(errorAnswer(413, "too-large",
-                         "the request's target has more than " + std::to_string(m_limits.target) + " bytes"));
+        fail({ECode::TooLarge,
+              "the request's target has more than " + std::to_string(m_limits.target) + " bytes"});
     else if (request.version() != 10 && request.version() != 11)
-        fail(errorAnswer(400, "request-invalid", "only HTTP/1.0 and HTTP/1.1 are spoken here"));
+        fail({ECode::RequestInvalid, "only HTTP/1.0 and HTTP/1.1 are spoken here"});
     // Where such a body ends cannot be told.
     else if (request.count(http::field::transfer_encoding) != 0 && !m_pParser->chunked())
-        fail(errorAnswer(400, "request-invalid", "the only transfer encoding that is taken is \"chunked\""));
+        fail({ECode::RequestInvalid, "the only transfer encoding that is taken is \"chunked\""});
 }
 
 bool HttpReader::expectsContinue() const {
@@ -103,8 +101,8 @@ HttpRequest HttpReader::take() {
             .isVersion10 = message.version() == 10};
 }
 
-void HttpReader::fail(ApiAnswer answer) {
+void HttpReader::fail(const ApiFault& fault) {
     m_pParser.reset();
     m_state = EState::Failed;
-    m_fault = std::move(answer);
+    m_fault = fault.answer();
 }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "ApiCall.h"
+#include "ApiFault.h"
 #include "HttpLimits.h"
 #include "HttpRequest.h"
 
@@ -43,7 +44,7 @@ private:
 
     std::size_t parse(std::string_view bytes);
     void checkHeader();
-    void fail(ApiAnswer answer);
+    void fail(const ApiFault& fault);
 
     const HttpLimits& m_limits;
     std::unique_ptr<Parser> m_pParser;

@@ -16,10 +16,10 @@
 #include <utility>
 
 #include "AnswerHead.h"
-#include "ErrorAnswer.h"
+#include "AnswerOnce.h"
+#include "ApiFault.h"
 #include "HttpReader.h"
 #include "IHttpSessionOwner.h"
-#include "PendingAnswer.h"
 
 // What a session does with its stream beside reading and writing. A stream of another kind has its own.
 
@@ -74,7 +74,7 @@ public:
         m_entries.back().closes = true;
         for (Entry& entry : m_entries) {
             if (!entry.isAnswered)
-                fill(entry, errorAnswer(503, "stopping", "the host is shutting down"));
+                fill(entry, ApiFault(ECode::Stopping, "the host is shutting down"));
         }
         goOn();
     }
@@ -94,6 +94,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
     using Time = std::optional<Clock::time_point>;
+    using ECode = ApiFault::ECode;
 
     /// A request that was begun, and its answer once that is there.
     struct Entry {
@@ -184,7 +185,7 @@ private:
                 break;
         }
         if (m_hasInputEnded && m_reader.state() != HttpReader::EState::Between)
-            fail(errorAnswer(400, "request-invalid", "the connection ended in the middle of a request"));
+            fail(ApiFault(ECode::RequestInvalid, "the connection ended in the middle of a request"));
         return false;
     }
 
@@ -214,25 +215,26 @@ private:
         if (m_refusal) {
             fill(entry, *m_refusal);
         } else if (!m_owner.takeRequest(m_caller)) {
-            fill(entry, errorAnswer(429, "too-many",
-                                    "the host takes " + std::to_string(m_limits.requestsPerSecond) +
-                                        " requests a second"));
+            fill(entry,
+                 ApiFault(ECode::TooMany, "the host takes " + std::to_string(m_limits.requestsPerSecond) +
+                                              " requests a second"));
             m_pausedUntil = Clock::now() + m_limits.refusedPause;
         } else if (m_owner.unsent() > m_limits.unsentInAll) {
-            fill(entry, errorAnswer(503, "busy", "too many answers wait for clients that do not take them"));
+            fill(entry, ApiFault(ECode::Busy, "too many answers wait for clients that do not take them"));
         } else {
             handle(entry.number, entry.isHead, std::move(request));
         }
     }
 
     void handle(std::uint64_t number, bool isHead, HttpRequest request) {
-        const auto pPending = std::make_shared<PendingAnswer>(
+        const auto pPending = std::make_shared<AnswerOnce>(
             [session = this->weak_from_this(), pDoor = m_owner.door(), number](ApiAnswer answer) {
                 pDoor->post([session, number, given = std::move(answer)] {
                     if (const auto pSession = session.lock())
                         pSession->answer(number, given);
                 });
-            });
+            },
+            ECode::Internal, "the host has dropped this request without an answer");
         m_owner.handle({.method = isHead ? "GET" : std::move(request.method),
                         .target = std::move(request.target),
                         .contentType = std::move(request.contentType),
@@ -258,6 +260,7 @@ private:
         goOn();
     }
 
+    void fill(Entry& entry, const ApiFault& fault) { fill(entry, fault.answer()); }
     void fill(Entry& entry, const ApiAnswer& answer) {
         entry.isAnswered = true;
         entry.head = answerHead(answer, entry.closes, std::chrono::system_clock::now());
@@ -267,6 +270,7 @@ private:
     }
 
     /// The last answer of this connection.
+    void fail(const ApiFault& fault) { fail(fault.answer()); }
     void fail(const ApiAnswer& answer) {
         m_takesNoMore = true;
         Entry& entry = addEntry();
@@ -404,11 +408,11 @@ private:
         if (m_reader.state() == HttpReader::EState::Between)
             close();
         else if (m_reader.state() == HttpReader::EState::Header)
-            fail(errorAnswer(408, "request-invalid",
-                             "the request's first lines took longer than " + seconds(m_limits.headerTime)));
+            fail(ApiFault(ECode::TooSlow,
+                          "the request's first lines took longer than " + seconds(m_limits.headerTime)));
         else
-            fail(errorAnswer(408, "request-invalid",
-                             "the request's body took longer than " + seconds(m_limits.bodyTime)));
+            fail(ApiFault(ECode::TooSlow,
+                          "the request's body took longer than " + seconds(m_limits.bodyTime)));
     }
 
     /// More than that nobody means to have read.

@@ -37,6 +37,20 @@ TEST_F(AnswerOnceTest, CallThatWasDroppedIsToldThatTheHostStops) {
         m_answers);
 }
 
+TEST_F(AnswerOnceTest, CallThatWasDroppedIsToldWhatItsOwnerSays) {
+    {
+        const AnswerOnce sut(
+            [this](const ApiAnswer& answer) {
+                m_answers.push_back(std::to_string(answer.status) + answer.body);
+            },
+            ApiFault::ECode::Internal, "the host has dropped it");
+    }
+    EXPECT_EQ(
+        std::vector<std::string>{
+            "500{\"error\":{\"code\":\"internal\",\"text\":\"the host has dropped it\",\"nearest\":[]}}"},
+        m_answers);
+}
+
 TEST_F(AnswerOnceTest, OneOfTwoThreadsAnswers) {
     for (int round = 0; round < 200; ++round) {
         std::atomic<int> answers = 0;

@@ -299,8 +299,9 @@ TEST_F(ApiServerTest, TooLongABodyIsRefusedBeforeItComes) {
     const auto answer =
         client.ask("POST /a HTTP/1.1\r\nContent-Length: 70000\r\nExpect: 100-continue\r\n\r\n");
     EXPECT_EQ(answer.status, 413);
-    EXPECT_EQ(answer.body,
-              R"({"error":{"code":"too-large","text":"the request's body has more than 65536 bytes"}})");
+    EXPECT_EQ(
+        answer.body,
+        R"({"error":{"code":"too-large","text":"the request's body has more than 65536 bytes","nearest":[]}})");
     EXPECT_EQ(answer.field("Connection"), "close");
     EXPECT_TRUE(client.isAtEnd());
 }
@@ -377,7 +378,7 @@ TEST_F(ApiServerTest, HalfARequestAtTheEndIsToldSo) {
     client.endSending();
     EXPECT_EQ(
         client.receive().body,
-        R"({"error":{"code":"request-invalid","text":"the connection ended in the middle of a request"}})");
+        R"({"error":{"code":"request-invalid","text":"the connection ended in the middle of a request","nearest":[]}})");
 }
 
 TEST_F(ApiServerTest, ClientThatIsGoneIsForgottenThoughItsAnswerIsStillToCome) {
@@ -659,7 +660,8 @@ TEST_F(ApiServerTest, TooManyRequestsAreToldSoAndSlowedDown) {
     EXPECT_GE(statuses[200], 10);
     EXPECT_GE(statuses[429], 1);
     EXPECT_EQ(statuses[200], begun);
-    EXPECT_EQ(last.body, R"({"error":{"code":"too-many","text":"the host takes 10 requests a second"}})");
+    EXPECT_EQ(last.body,
+              R"({"error":{"code":"too-many","text":"the host takes 10 requests a second","nearest":[]}})");
     EXPECT_EQ(last.field("Connection"), "keep-alive");
 }
 
@@ -679,7 +681,7 @@ TEST_F(ApiServerTest, ConnectionsBeyondTheLimitAreToldSoAndTakeNoDescriptor) {
         EXPECT_EQ(answer.status, 503);
         EXPECT_EQ(
             answer.body,
-            R"({"error":{"code":"busy","text":"there are 64 connections open, and there may be no more"}})");
+            R"({"error":{"code":"busy","text":"there are 64 connections open, and there may be no more","nearest":[]}})");
         EXPECT_TRUE(more.isAtEnd());
     }
     EXPECT_LE(openDescriptors(), before + 2 * 64 + 1);
@@ -781,7 +783,7 @@ TEST_F(ApiServerTest, UserWithoutARoleIsToldWhichThereAre) {
     EXPECT_EQ(
         askAs(4711, 7004, 1, post("/api/v1/shutdown", "{}") + get("/")),
         R"(403 {"error":{"code":"not-allowed","text":"you have no role here: the members of the group mfview )"
-        R"(may look, those of mfoperator operate, those of mfadmin do everything"}})");
+        R"(may look, those of mfoperator operate, those of mfadmin do everything","nearest":[]}})");
     EXPECT_EQ(begun, 0);
     EXPECT_THAT(sut->sessions(), IsEmpty());
 }
@@ -790,9 +792,10 @@ TEST_F(ApiServerTest, OneUserHasEightConnections) {
     if (::geteuid() != 0)
         GTEST_SKIP() << "needs root, to become other users";
     start();
-    EXPECT_EQ(askAs(4711, 7001, 9, get("/")),
-              "200 200 200 200 200 200 200 200 503 "
-              R"({"error":{"code":"busy","text":"anna has 8 connections open, and may have no more"}})");
+    EXPECT_EQ(
+        askAs(4711, 7001, 9, get("/")),
+        "200 200 200 200 200 200 200 200 503 "
+        R"({"error":{"code":"busy","text":"anna has 8 connections open, and may have no more","nearest":[]}})");
 }
 
 TEST_F(ApiServerTest, ChildOfADriverProcessIsRefused) {
@@ -869,7 +872,8 @@ TEST_F(ApiServerTest, EndTellsThoseThatWait) {
     ASSERT_TRUE(waiting.await(2));
     waiting.answer("/2");
     sut->stop();
-    for (const char* pBody : {R"({"error":{"code":"stopping","text":"the host is shutting down"}})", "/2"})
+    for (const char* pBody :
+         {R"({"error":{"code":"stopping","text":"the host is shutting down","nearest":[]}})", "/2"})
         EXPECT_EQ(client.receive().body, pBody);
     EXPECT_TRUE(client.isAtEnd());
     EXPECT_TRUE(idle.isAtEnd());

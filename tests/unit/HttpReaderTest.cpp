@@ -109,14 +109,15 @@ TEST_F(HttpReaderTest, LimitsAreTakenToTheirLastByte) {
 }
 
 TEST_F(HttpReaderTest, TooLongATargetIsRefused) {
-    EXPECT_EQ(faultOf("GET /" + std::string(limits.target, 'x') + " HTTP/1.1\r\n\r\n"),
-              R"(413 {"error":{"code":"too-large","text":"the request's target has more than 8192 bytes"}})");
+    EXPECT_EQ(
+        faultOf("GET /" + std::string(limits.target, 'x') + " HTTP/1.1\r\n\r\n"),
+        R"(413 {"error":{"code":"too-large","text":"the request's target has more than 8192 bytes","nearest":[]}})");
 }
 
 TEST_F(HttpReaderTest, TooLongAHeaderIsRefusedBeforeItsEnd) {
     EXPECT_EQ(
         faultOf("GET / HTTP/1.1\r\nX: " + std::string(limits.header, 'x')),
-        R"(413 {"error":{"code":"too-large","text":"the request's first lines have more than 16384 bytes"}})");
+        R"(413 {"error":{"code":"too-large","text":"the request's first lines have more than 16384 bytes","nearest":[]}})");
 }
 
 TEST_F(HttpReaderTest, TooManyLinesAreRefusedHoweverTheyCome) {
@@ -138,14 +139,15 @@ TEST_F(HttpReaderTest, TooManyLinesAreRefusedHoweverTheyCome) {
 }
 
 TEST_F(HttpReaderTest, TooLongABodyIsRefusedByItsLength) {
-    EXPECT_EQ(faultOf("POST / HTTP/1.1\r\nContent-Length: 65537\r\n\r\n"),
-              R"(413 {"error":{"code":"too-large","text":"the request's body has more than 65536 bytes"}})");
+    EXPECT_EQ(
+        faultOf("POST / HTTP/1.1\r\nContent-Length: 65537\r\n\r\n"),
+        R"(413 {"error":{"code":"too-large","text":"the request's body has more than 65536 bytes","nearest":[]}})");
 }
 
 TEST_F(HttpReaderTest, TooLongAChunkedBodyIsRefused) {
     EXPECT_EQ(
         faultOf("POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n10001\r\n" + std::string(0x10001, 'x')),
-        R"(413 {"error":{"code":"too-large","text":"the request's body has more than 65536 bytes"}})");
+        R"(413 {"error":{"code":"too-large","text":"the request's body has more than 65536 bytes","nearest":[]}})");
 }
 
 TEST_F(HttpReaderTest, EndlessLineOfAChunkIsRefused) {
