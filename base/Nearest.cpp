@@ -10,6 +10,8 @@ namespace {
 constexpr std::size_t s_longest = 64;
 /// Of characters; more is another word.
 constexpr std::size_t s_mostDifferent = 3;
+/// Of characters; fewer begin too many words.
+constexpr std::size_t s_shortestBeginning = 3;
 
 char small(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -42,6 +44,11 @@ std::size_t difference(std::string_view a, std::string_view b) {
     return last[b.size()];
 }
 
+bool isBeginning(std::string_view word, std::string_view candidate) {
+    return word.size() >= s_shortestBeginning && word.size() <= candidate.size() &&
+           std::equal(word.begin(), word.end(), candidate.begin(), isAlike);
+}
+
 }  // namespace
 
 std::vector<std::string> nearest(std::string_view word, const std::vector<std::string>& words,
@@ -54,9 +61,13 @@ std::vector<std::string> nearest(std::string_view word, const std::vector<std::s
     for (const std::string& candidate : words) {
         const std::size_t sizes =
             candidate.size() > word.size() ? candidate.size() - word.size() : word.size() - candidate.size();
-        if (candidate.size() > s_longest || sizes > limit)
+        if (candidate.size() > s_longest)
             continue;
-        if (const std::size_t size = difference(word, candidate); size <= limit)
+        if (isBeginning(word, candidate))
+            alike.emplace_back(sizes, &candidate);
+        else if (sizes > limit)
+            continue;
+        else if (const std::size_t size = difference(word, candidate); size <= limit)
             alike.emplace_back(size, &candidate);
     }
     std::stable_sort(alike.begin(), alike.end(),
@@ -64,6 +75,13 @@ std::vector<std::string> nearest(std::string_view word, const std::vector<std::s
     for (std::size_t i = 0; i < alike.size() && i < most; ++i)
         found.push_back(*alike[i].second);
     return found;
+}
+
+std::string didYouMean(const std::vector<std::string>& names) {
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        text += (i == 0 ? "; did you mean " : i + 1 == names.size() ? " or " : ", ") + names[i];
+    return names.empty() ? text : text + "?";
 }
 
 }  // namespace base

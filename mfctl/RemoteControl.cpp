@@ -43,13 +43,13 @@ void RemoteControl::printJson(const std::string& body) const {
 
 std::string RemoteControl::errorText(const ApiClient::Reply& reply) {
     const JsonView error = reply.view().member("error");
-    std::string text = error.text("text");
+    const std::string text = error.text("text");
     if (text.empty())
         return "the host answers " + std::to_string(reply.status) + " and tells no reason";
-    const std::vector<JsonView> nearest = error.list("nearest");
-    for (std::size_t i = 0; i < nearest.size(); ++i)
-        text += (i == 0 ? "; did you mean " : i + 1 == nearest.size() ? " or " : ", ") + nearest[i].text();
-    return text + (nearest.empty() ? "" : "?");
+    std::vector<std::string> nearest;
+    for (const JsonView& name : error.list("nearest"))
+        nearest.push_back(name.text());
+    return text + base::didYouMean(nearest);
 }
 
 EExit RemoteControl::errorExit(const ApiClient::Reply& reply) {

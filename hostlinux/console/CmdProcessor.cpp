@@ -1,16 +1,15 @@
 #include "sal/CmdProcessor.h"
 
-#include <algorithm>
 #include <exception>
 #include <map>
 #include <mutex>
-#include <numeric>
 #include <shared_mutex>
 #include <string_view>
 #include <utility>
 
 #include "ExceptionText.h"
 #include "LogLine.h"
+#include "Nearest.h"
 #include "Printable.h"
 #include "Words.h"
 #include "sal/LogOutput.h"
@@ -22,25 +21,6 @@ T* SingletonDll<T>::s_pInstance = nullptr;
 template class SingletonDll<CmdProcessor>;
 
 namespace {
-
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-/// Edit distance in any case.
-std::size_t distance(std::string_view left, std::string_view right) {
-    std::vector<std::size_t> row(right.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= left.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i);
-        for (std::size_t j = 1; j <= right.size(); ++j) {
-            const std::size_t replaced = diagonal + (lower(left[i - 1]) == lower(right[j - 1]) ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
-        }
-    }
-    return row.back();
-}
 
 /// "usage<line feed><tab>what it does" on one line.
 std::string onOneLine(std::string_view help) {
@@ -65,45 +45,19 @@ struct CmdProcessor::Impl {
     /// Guards them against threads that only ask for help or names; a record that is called stays anyway.
     mutable std::shared_mutex mutex;
 
-    std::vector<std::string> nearest(std::string_view word) const;
     void sayUnknown(const std::string& word, std::ostream& reply) const;
     static bool call(CmdRegister& record, CmdParameters& parameters, std::ostream& reply, bool& threw);
 };
 
-/// The known words that a slip of the finger may have meant, nearest first, at most three.
-std::vector<std::string> CmdProcessor::Impl::nearest(std::string_view word) const {
-    constexpr std::size_t longestWord = 64;
-    std::vector<std::pair<std::size_t, std::string>> found;
-    if (word.size() > longestWord)
-        return {};
-    for (const auto& [name, pRecord] : records) {
-        const std::size_t edits = distance(word, name);
-        if (edits <= std::max<std::size_t>(1, std::min(word.size(), name.size()) / 3))
-            found.emplace_back(edits, name);
-        else if (word.size() >= 3 && name.starts_with(word))
-            found.emplace_back(edits, name);
-    }
-    std::sort(found.begin(), found.end());
-    std::vector<std::string> names;
-    for (const auto& entry : found) {
-        if (names.size() == 3)
-            break;
-        names.push_back(entry.second);
-    }
-    return names;
-}
-
 void CmdProcessor::Impl::sayUnknown(const std::string& word, std::ostream& reply) const {
-    reply << "unknown command \"" << base::printable(word) << '"';
-    const auto names = nearest(word);
-    for (std::size_t i = 0; i < names.size(); ++i)
-        reply << (i == 0                  ? "; did you mean \""
-                  : i + 1 == names.size() ? " or \""
-                                          : ", \"")
-              << names[i] << '"';
-    if (!names.empty())
-        reply << '?';
-    else if (records.contains(std::string_view("help")))
+    std::vector<std::string> names;
+    for (const auto& [name, pRecord] : records)
+        names.push_back(name);
+    names = base::nearest(word, names);
+    for (std::string& name : names)
+        name = base::quoted(name);
+    reply << "unknown command \"" << base::printable(word) << '"' << base::didYouMean(names);
+    if (names.empty() && records.contains(std::string_view("help")))
         reply << "; \"help\" lists all commands";
     reply << std::endl;
 }

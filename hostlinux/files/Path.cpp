@@ -1,9 +1,6 @@
 #include "sal/Path.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 namespace sal {
@@ -30,22 +27,6 @@ bool Path::expand(const std::string& text) {
 
 const std::string& Path::getPathString() const {
     return m_path;
-}
-
-Path Path::getCurrentWorkingDirPath() {
-    std::error_code error;
-    const std::filesystem::path path = std::filesystem::current_path(error);
-    return Path(error ? std::string() : path.string());
-}
-
-bool Path::setCurrentWorkingDirPath(const Path& path) {
-    return ::chdir(path.m_path.c_str()) == 0;
-}
-
-Path Path::getExeBasePath() {
-    std::error_code error;
-    const std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", error);
-    return Path(error ? std::string() : path.parent_path().string());
 }
 
 }  // namespace sal

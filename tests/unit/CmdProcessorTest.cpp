@@ -117,6 +117,11 @@ TEST_F(CmdProcessor, UnknownCommandNamesTheNearest) {
     EXPECT_EQ(reply.str(), "unknown command \"sendfd\"; did you mean \"sendFID\"?\n");
 }
 
+TEST_F(CmdProcessor, SwappedNeighboursAreOneSlip) {
+    EXPECT_FALSE(execute("mvoe"));
+    EXPECT_EQ(reply.str(), "unknown command \"mvoe\"; did you mean \"move\"?\n");
+}
+
 TEST_F(CmdProcessor, BeginningOfANameIsNear) {
     EXPECT_FALSE(execute("set"));
     EXPECT_EQ(reply.str(), "unknown command \"set\"; did you mean \"setStateValue\"?\n");

@@ -35,6 +35,18 @@ TEST(Nearest, AtMostSoManyComeBack) {
     EXPECT_THAT(base::nearest("AXIS9", {"AXIS1", "AXIS2"}, 0), IsEmpty());
 }
 
+TEST(Nearest, BeginningOfThreeCharactersIsNearTheShortestFirst) {
+    EXPECT_THAT(base::nearest("hist", {"history", "hibernate"}), ElementsAre("history"));
+    EXPECT_THAT(base::nearest("SET", {"setStateValue", "setAlarm", "send"}),
+                ElementsAre("setAlarm", "setStateValue"));
+    EXPECT_THAT(base::nearest("se", {"setAlarm"}), IsEmpty());
+}
+
+TEST(Nearest, SlipComesBeforeALongerWordThatItBegins) {
+    EXPECT_THAT(base::nearest("stat", {"stationary", "start", "state"}),
+                ElementsAre("start", "state", "stationary"));
+}
+
 TEST(Nearest, AnotherWordIsNotOffered) {
     EXPECT_THAT(base::nearest("LAMP", {"SYS", "AXIS1", "CLAMPS", ""}), IsEmpty());
     EXPECT_THAT(base::nearest("", {"SYS", ""}), ElementsAre(""));
@@ -46,6 +58,13 @@ TEST(Nearest, MoreThanSixtyFourBytesAreComparedWithNothing) {
     EXPECT_THAT(base::nearest(longest, {longest.substr(1)}), ElementsAre(longest.substr(1)));
     EXPECT_THAT(base::nearest(longest + 'a', {longest}), IsEmpty());
     EXPECT_THAT(base::nearest(longest, {longest + 'a'}), IsEmpty());
+}
+
+TEST(Nearest, QuestionNamesOneOrMore) {
+    EXPECT_EQ("", base::didYouMean({}));
+    EXPECT_EQ("; did you mean A?", base::didYouMean({"A"}));
+    EXPECT_EQ("; did you mean A or B?", base::didYouMean({"A", "B"}));
+    EXPECT_EQ("; did you mean A, B or C?", base::didYouMean({"A", "B", "C"}));
 }
 
 }  // namespace

@@ -1,11 +1,8 @@
 #include "sal/Path.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-
-#include "TemporaryDirectory.h"
+#include <string>
 
 namespace {
 
@@ -54,34 +51,6 @@ TEST(Path, JoinSaysThatItDid) {
     sal::Path sut("/");
     EXPECT_TRUE(sut.expand("/"));
     EXPECT_EQ(sut.getPathString(), "/");
-}
-
-class PathWorkingDirectory : public testing::Test {
-protected:
-    void TearDown() override { std::filesystem::current_path(m_before); }
-    std::filesystem::path m_before = std::filesystem::current_path();
-    TemporaryDirectory directory;
-};
-
-TEST_F(PathWorkingDirectory, CanBeSetAndRead) {
-    EXPECT_TRUE(sal::Path::setCurrentWorkingDirPath(sal::Path(directory.path())));
-    EXPECT_EQ(sal::Path::getCurrentWorkingDirPath().getPathString(), directory.path());
-}
-
-TEST_F(PathWorkingDirectory, MissingDirectoryIsRefused) {
-    EXPECT_FALSE(sal::Path::setCurrentWorkingDirPath(sal::Path(directory.path("none"))));
-    EXPECT_EQ(sal::Path::getCurrentWorkingDirPath().getPathString(), m_before.string());
-}
-
-TEST_F(PathWorkingDirectory, IsEmptyWhenItIsGone) {
-    std::filesystem::create_directory(directory.path("gone"));
-    sal::Path::setCurrentWorkingDirPath(sal::Path(directory.path("gone")));
-    std::filesystem::remove(directory.path("gone"));
-    EXPECT_EQ(sal::Path::getCurrentWorkingDirPath().getPathString(), "");
-}
-
-TEST(Path, ExecutableDirectoryHoldsTheExecutable) {
-    EXPECT_TRUE(std::filesystem::exists(sal::Path::getExeBasePath().getPathString() + "/unit_hostlinux"));
 }
 
 }  // namespace
