@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "ControlError.h"
+#include "Nearest.h"
 #include "Printable.h"
 
 RemoteControl::RemoteControl(Screen screen, Options options, HostSocket socket)
