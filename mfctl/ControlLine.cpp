@@ -1,6 +1,7 @@
 #include "ControlLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <exception>
@@ -16,6 +17,7 @@
 #include "DoctorCommand.h"
 #include "DriverCommands.h"
 #include "LogCommand.h"
+#include "Nearest.h"
 #include "OverviewCommands.h"
 #include "Printable.h"
 #include "RemoteControl.h"
@@ -28,6 +30,9 @@ namespace {
 /// In seconds: for what a driver does at once, and for what loads or unloads drivers.
 constexpr double s_shortWait = 5;
 constexpr double s_longWait = 60;
+
+/// For the end of a line that names what is wrong.
+constexpr const char* s_whatIsRight = "; mfctl [COMMAND] --help tells what is right";
 
 /// Everything that may stand on the command line.
 struct Words {
@@ -296,18 +301,49 @@ void addSigningCommands(Commands& commands, Words& words, const Screen& screen) 
     pVerify->add_option("files", words.files, "what to check")->type_name("FILE")->required();
 }
 
-/// The first word that can only be meant as a command, and is none; empty where there is no such word.
-std::string unknownCommand(const CLI::App& app, int argc, const char* const* argv) {
+/// "there is no command "drivres"; did you mean "drivers"?"
+std::string unknownText(const char* pKind, const std::string& word, const std::vector<std::string>& known) {
+    std::vector<std::string> names = base::nearest(word, known);
+    for (std::string& name : names)
+        name = base::quoted(name);
+    const std::string text = std::string("there is no ") + pKind + " " + base::quoted(word);
+    return text + (names.empty() ? s_whatIsRight : base::didYouMean(names));
+}
+
+/// What is wrong with the first word that can only be meant as a command; empty where nothing is.
+std::string commandFault(const CLI::App& app, int argc, const char* const* argv) {
+    std::vector<std::string> names;
+    for (const CLI::App* pCommand : app.get_subcommands(nullptr))
+        names.push_back(pCommand->get_name());
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
         if (word == "--host")
             ++i;
         else if (!word.starts_with("-"))
-            return app.get_subcommands([&](const CLI::App* pCommand) {
-                          return pCommand->get_name() == word;
-                      }).empty()
-                       ? word
+            return std::find(names.begin(), names.end(), word) == names.end()
+                       ? unknownText("command", word, names)
                        : std::string();
+    }
+    return {};
+}
+
+/// The same for the first word that nothing takes and that can only be meant as an option. After parsing.
+std::string optionFault(const CLI::App& app) {
+    std::vector<const CLI::App*> places{&app};
+    for (const CLI::App* pCommand : app.get_subcommands())
+        places.push_back(pCommand);
+    for (const CLI::App* pPlace : places) {
+        std::vector<std::string> names;
+        for (const CLI::Option* pOption : pPlace->get_options()) {
+            for (const std::string& name : pOption->get_lnames())
+                names.push_back("--" + name);
+            for (const std::string& name : pOption->get_snames())
+                names.push_back("-" + name);
+        }
+        for (const std::string& word : pPlace->remaining()) {
+            if (word.starts_with("-") && word != "-" && word != "--")
+                return unknownText("option", word.substr(0, word.find('=')), names);
+        }
     }
     return {};
 }
@@ -337,10 +373,12 @@ int runControlLine(int argc, const char* const* argv, const Screen& screen) {
     } catch (const CLI::Success& success) {
         return app.exit(success, screen.out, screen.err);
     } catch (const CLI::Error& error) {
-        const std::string unknown = unknownCommand(app, argc, argv);
-        const std::string fault =
-            unknown.empty() ? error.what() : "there is no command " + base::quoted(unknown);
-        screen.complain(fault + "; mfctl [COMMAND] --help tells what is right");
+        std::string fault = commandFault(app, argc, argv);
+        if (fault.empty())
+            fault = optionFault(app);
+        if (fault.empty())
+            fault = std::string(error.what()) + s_whatIsRight;
+        screen.complain(fault);
         return static_cast<int>(EExit::WrongUsage);
     } catch (const ControlError& error) {
         screen.complain(error.what());

@@ -49,7 +49,7 @@ TEST_F(ControlLineTest, FailureIsOne) {
 TEST_F(ControlLineTest, WrongUsageIsTwoInOneLine) {
     for (const std::vector<std::string>& words :
          std::vector<std::vector<std::string>>{{},
-                                               {"resign"},
+                                               {"xyzzy"},
                                                {"keygen"},
                                                {"sign", "w.xml"},
                                                {"sign", "--key", "k"},
@@ -63,7 +63,8 @@ TEST_F(ControlLineTest, WrongUsageIsTwoInOneLine) {
                                                {"set", "KEY", "1", "--type", "number"},
                                                {"log", "-n", "0"},
                                                {"undo", "first"},
-                                               {"drivers", "SYS"}}) {
+                                               {"drivers", "SYS"},
+                                               {"drivers", "--xyzzy"}}) {
         m_err.str("");
         EXPECT_EQ(2, run(words)) << m_err.str();
         EXPECT_THAT(m_err.str(),
@@ -73,9 +74,43 @@ TEST_F(ControlLineTest, WrongUsageIsTwoInOneLine) {
 }
 
 TEST_F(ControlLineTest, CommandThatThereIsNotIsNamed) {
-    EXPECT_EQ(2, run({"--json", "--host", "demo", "drivrs"}));
-    EXPECT_EQ("mfctl: there is no command \"drivrs\"; mfctl [COMMAND] --help tells what is right\n",
+    EXPECT_EQ(2, run({"--json", "--host", "demo", "xyzzy"}));
+    EXPECT_EQ("mfctl: there is no command \"xyzzy\"; mfctl [COMMAND] --help tells what is right\n",
               m_err.str());
+}
+
+TEST_F(ControlLineTest, MistypedCommandGetsTheNearestNames) {
+    EXPECT_EQ(2, run({"--json", "drivres"}));
+    EXPECT_EQ(2, run({"hist"}));
+    EXPECT_EQ(2, run({"stat", "SYS.*"}));
+    EXPECT_EQ(
+        "mfctl: there is no command \"drivres\"; did you mean \"drivers\" or \"driver\"?\n"
+        "mfctl: there is no command \"hist\"; did you mean \"history\"?\n"
+        "mfctl: there is no command \"stat\"; did you mean \"start\" or \"state\"?\n",
+        m_err.str());
+    EXPECT_EQ("", m_out.str());
+}
+
+TEST_F(ControlLineTest, MistypedOptionGetsTheNearestNames) {
+    EXPECT_EQ(2, run({"drivers", "--jsno"}));
+    EXPECT_EQ(2, run({"--hots=demo", "drivers"}));
+    EXPECT_EQ(2, run({"send", "SYS.MARK", "--wiat", "taken"}));
+    EXPECT_EQ(2, run({"sign", "--kye", "site.key", "w.xml"}));
+    EXPECT_EQ(2, run({"log", "-json"}));
+    EXPECT_EQ(
+        "mfctl: there is no option \"--jsno\"; did you mean \"--json\"?\n"
+        "mfctl: there is no option \"--hots\"; did you mean \"--host\"?\n"
+        "mfctl: there is no option \"--wiat\"; did you mean \"--wait\"?\n"
+        "mfctl: there is no option \"--kye\"; did you mean \"--key\"?\n"
+        "mfctl: there is no option \"-json\"; did you mean \"--json\"?\n",
+        m_err.str());
+    EXPECT_EQ("", m_out.str());
+}
+
+TEST_F(ControlLineTest, MistypedWordIsNotEchoedAsItIs) {
+    EXPECT_EQ(2, run({"driv\x1b[2Jers"}));
+    EXPECT_EQ(2, run({"drivers", "--js\x1b[2Jon"}));
+    EXPECT_EQ(std::string::npos, m_err.str().find('\x1b'));
 }
 
 TEST_F(ControlLineTest, ArgumentIsNotEchoedAsItIs) {
