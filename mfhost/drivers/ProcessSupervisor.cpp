@@ -22,9 +22,6 @@ namespace {
 
 /// What mfddllwrap ends with when there is no queue for it.
 constexpr int s_noQueueCode = 1;
-constexpr std::chrono::milliseconds s_checkInterval{50};
-/// What a pause between two looks counts for at most in a shutdown.
-constexpr std::chrono::milliseconds s_longestPause{4 * s_checkInterval};
 /// A process that is started again has come up in that time, or it is looked for less often.
 constexpr std::chrono::seconds s_startTime{10};
 /// How long a process that has let go of its queues may take to end by itself.
@@ -33,8 +30,6 @@ constexpr std::chrono::milliseconds s_lossPatience{2000};
 constexpr unsigned int s_queueWaitMs = 200;
 /// The command thread's first task, which takes as long as the drivers need.
 constexpr const char* s_startUp = "start-up";
-/// What the last log lines may take at an end that is enforced.
-constexpr std::chrono::milliseconds s_lastWords{350};
 
 std::string seconds(std::chrono::milliseconds duration) {
     std::string text = std::to_string(duration.count() / 1000);
@@ -90,10 +85,12 @@ ProcessSupervisor::ProcessSupervisor(DriverTable& drivers, Settings settings, En
       m_environment(std::move(environment)),
       m_wakeup("the supervision"),
       m_sampleInterval(sampleInterval(m_settings.hangTimeout)),
+      m_limits({.stopTimeout = m_settings.stopTimeout,
+                .shutdownLimit = m_settings.shutdownLimit,
+                .killDelay = m_settings.killDelay,
+                .replacedLimit = m_settings.replacedLimit}),
       m_hangs(m_settings.hangTimeout),
-      m_losses(s_lossPatience),
-      m_shutdownSeen(s_longestPause),
-      m_endProcessesSeen(s_longestPause) {}
+      m_losses(s_lossPatience) {}
 
 ProcessSupervisor::~ProcessSupervisor() {
     {
@@ -164,21 +161,12 @@ void ProcessSupervisor::awaitStart(int pid, unsigned int seconds) {
 
 void ProcessSupervisor::beginShutdown(int exitCode) {
     noteAttached();
-    {
-        const std::lock_guard lock(m_mutex);
-        if (m_shutdownBegan)
-            return;
-        m_shutdownBegan = Clock::now();
-        m_exitCode = exitCode;
-    }
-    wake();
+    if (m_limits.beginShutdown(exitCode, Clock::now()))
+        wake();
 }
 
 void ProcessSupervisor::endProcesses() {
-    {
-        const std::lock_guard lock(m_mutex);
-        m_endProcessesBegan = Clock::now();
-    }
+    m_limits.beginProcessEnd(Clock::now());
     wake();
     m_processes.waitUntilEmpty();
     // The thread that took out the last one may still be telling of it.
@@ -219,11 +207,6 @@ void ProcessSupervisor::endStart(const std::string& driverID, const std::string&
             << driverID << ": no process runs: " << cause << planText(missing->next) << std::endl;
 }
 
-bool ProcessSupervisor::isShuttingDown() const {
-    const std::lock_guard lock(m_mutex);
-    return m_shutdownBegan.has_value();
-}
-
 bool ProcessSupervisor::isBusy() {
     if (isShuttingDown() || m_environment.activity().busy)
         return true;
@@ -243,7 +226,7 @@ void ProcessSupervisor::run() {
         // One that cannot be collected yet would keep the thread from waiting at all.
         const bool isOneHeld = m_processes.isOneHeld();
         std::array<pollfd, 2> watched{{{m_wakeup.fd(), POLLIN, 0}, {m_processes.fd(), POLLIN, 0}}};
-        const int timeout = isOneHeld ? static_cast<int>(s_checkInterval.count()) : pollTimeout();
+        const int timeout = isOneHeld ? static_cast<int>(StopLimits::s_interval.count()) : pollTimeout();
         if (::poll(watched.data(), isOneHeld ? 1 : 2, timeout) > 0 && watched.front().revents)
             m_wakeup.take();
         try {
@@ -252,7 +235,7 @@ void ProcessSupervisor::run() {
         } catch (const std::exception& error) {
             // Memory, that is: the next round may have it again.
             hostLog(sal::LogOutput::eCritical) << "supervision is held up: " << error.what() << std::endl;
-            std::this_thread::sleep_for(s_checkInterval);
+            std::this_thread::sleep_for(StopLimits::s_interval);
         }
     }
 }
@@ -260,7 +243,7 @@ void ProcessSupervisor::run() {
 /// Until something is to be looked at that nothing wakes the thread for.
 int ProcessSupervisor::pollTimeout() {
     if (isBusy())
-        return static_cast<int>(s_checkInterval.count());
+        return static_cast<int>(StopLimits::s_interval.count());
     std::optional<Clock::time_point> next = m_drivers.nextDue();
     const auto atLatest = [&next](Clock::time_point time) { next = next ? std::min(*next, time) : time; };
     {
@@ -273,7 +256,7 @@ int ProcessSupervisor::pollTimeout() {
                    now - process.started < s_startTime;
         });
         if (isAwaited)
-            atLatest(now + s_checkInterval);
+            atLatest(now + StopLimits::s_interval);
     }
     if (!next)
         return -1;
@@ -358,11 +341,11 @@ void ProcessSupervisor::check() {
 
     for (Process& process : m_processes.lock()) {
         // It has no queue any more, and no command waits for it.
-        if (process.replaced && now - *process.replaced >= m_settings.replacedLimit)
+        if (process.replaced && m_limits.isReplacedOver(*process.replaced, now))
             terminate(process,
                       "still runs " + seconds(m_settings.replacedLimit) + " after it was " +
                           (m_drivers.isLast(process.driverID, process.pid) ? "unloaded" : "replaced"));
-        if (!process.terminated || process.isKilled || now - *process.terminated < m_settings.killDelay)
+        if (!process.terminated || process.isKilled || !m_limits.isKillDue(*process.terminated, now))
             continue;
         process.isKilled = true;
         hostLog(sal::LogOutput::eWarning) << process.driverID << ": process " << process.pid
@@ -372,40 +355,28 @@ void ProcessSupervisor::check() {
 }
 
 void ProcessSupervisor::checkCommand(const CommandActivity& activity, Clock::time_point now) {
-    if (now - activity.since < m_settings.stopTimeout)
+    if (!m_limits.isStopOver(activity.since, now))
         return;
-    const auto limit = static_cast<unsigned int>(m_settings.stopTimeout.count());
-    std::string stuckDriver;
-    bool isLocked = false;
-    for (const auto& queue : m_environment.queues()) {
-        if (queue.waitingForMs < limit)
-            continue;
-        stuckDriver = protocol::receiverOf(queue.name);
-        isLocked = queue.lockedForMs >= limit;
-        if (!stuckDriver.empty())
-            break;
-    }
-
+    const auto stuck = m_limits.stuck(m_environment.queues());
     bool isFound = false;
     for (Process& process : m_processes.lock()) {
         // A process that the command itself has started is not the one that it waits for.
         if (!activity.driverID.empty() && process.driverID == activity.driverID &&
             process.started < activity.since)
             terminate(process, "has not ended " + seconds(m_settings.stopTimeout) + " after it was to stop");
-        if (!stuckDriver.empty() && process.driverID == stuckDriver && !process.replaced) {
+        if (stuck && process.driverID == stuck->driverID && !process.replaced) {
             isFound = true;
             terminate(process,
-                      (isLocked ? "cannot be sent to, since a sender has not left its input queue for "
-                                : "has not taken a message for ") +
+                      (stuck->isLocked ? "cannot be sent to, since a sender has not left its input queue for "
+                                       : "has not taken a message for ") +
                           seconds(m_settings.stopTimeout) + " and holds up \"" + activity.what + "\"");
         }
     }
-    if (!stuckDriver.empty() && !isFound && !m_drivers.hasProcess(stuckDriver) &&
-        m_reportedQueue != stuckDriver) {
+    if (stuck && !isFound && !m_drivers.hasProcess(stuck->driverID) && m_reportedQueue != stuck->driverID) {
         hostLog(sal::LogOutput::eWarning)
-            << stuckDriver << ": its queue is " << (isLocked ? "locked by a sender" : "full")
+            << stuck->driverID << ": its queue is " << (stuck->isLocked ? "locked by a sender" : "full")
             << " and holds up \"" << activity.what << "\"; the host did not start its process" << std::endl;
-        m_reportedQueue = stuckDriver;
+        m_reportedQueue = stuck->driverID;
     }
 }
 
@@ -420,7 +391,7 @@ void ProcessSupervisor::checkQueueWait(const CommandActivity& activity, Clock::t
             return process.driverID == activity.driverID && process.started < activity.since;
         });
         // In a shutdown the driver is not started again.
-        if (isLive || (now - activity.since < m_settings.stopTimeout && !isShuttingDown()))
+        if (isLive || (!m_limits.isStopOver(activity.since, now) && !isShuttingDown()))
             return;
     }
     for (const auto& refusal : m_environment.refusedQueues()) {
@@ -481,32 +452,14 @@ void ProcessSupervisor::showStack(int thread) {
 }
 
 void ProcessSupervisor::checkShutdown(const CommandActivity& activity, Clock::time_point now) {
-    int exitCode = 0;
-    Clock::time_point began;
-    std::optional<Clock::time_point> endProcessesBegan;
-    {
-        const std::lock_guard lock(m_mutex);
-        if (!m_shutdownBegan)
-            return;
-        began = *m_shutdownBegan;
-        endProcessesBegan = m_endProcessesBegan;
-        exitCode = m_exitCode;
+    const StopLimits::Due due = m_limits.due(now);
+    if (due.processes) {
+        for (Process& process : m_processes.lock())
+            terminate(process, "still runs and holds up the shutdown");
     }
-    const auto seen = m_shutdownSeen.look(began, now);
-    const Clock::duration limit = m_settings.shutdownLimit - s_lastWords;
-    // Early enough that those that do not heed SIGTERM are killed within the limit.
-    const auto lastMoment = limit - m_settings.killDelay - 2 * s_checkInterval;
-    if (endProcessesBegan) {
-        if (m_endProcessesSeen.look(*endProcessesBegan, now) >= m_settings.stopTimeout ||
-            seen >= lastMoment) {
-            for (Process& process : m_processes.lock())
-                terminate(process, "still runs and holds up the shutdown");
-        }
-    } else if (seen >= m_settings.stopTimeout ||
-               seen >= lastMoment - m_settings.killDelay - 2 * s_checkInterval) {
+    if (due.fullQueues)
         endFullQueues();
-    }
-    if (seen < limit)
+    if (!due.host)
         return;
     std::vector<int> killed;
     for (const Process& process : m_processes.lock()) {
@@ -520,7 +473,7 @@ void ProcessSupervisor::checkShutdown(const CommandActivity& activity, Clock::ti
     hostLog(sal::LogOutput::eError) << whoHoldsUp(activity) << " holds up the shutdown for "
                                     << seconds(m_settings.shutdownLimit) << "; the host ends without it"
                                     << std::endl;
-    m_environment.exitNow(exitCode);
+    m_environment.exitNow(due.exitCode);
 }
 
 void ProcessSupervisor::checkRestarts(Clock::time_point now) {
@@ -717,14 +670,12 @@ std::string ProcessSupervisor::whoHoldsUp(const CommandActivity& activity) {
         if (queue.waitingForMs > 0 && !driverID.empty())
             return driverID + (queue.lockedForMs > 0 ? ": its locked queue" : ": its full queue");
     }
-    bool isEndingProcesses = false;
     {
         const std::lock_guard lock(m_mutex);
         if (!m_awaited.empty())
             return m_awaited + ": the start of its process";
-        isEndingProcesses = m_endProcessesBegan.has_value();
     }
-    if (const auto processes = m_processes.lock(); isEndingProcesses && !processes.empty())
+    if (const auto processes = m_processes.lock(); m_limits.isEndingProcesses() && !processes.empty())
         return processes.begin()->driverID + ": process " + std::to_string(processes.begin()->pid);
     if (activity.busy && activity.what != "shutdown")
         return "\"" + activity.what + "\"";

@@ -17,8 +17,8 @@
 #include "ProcessEnd.h"
 #include "ProcessTable.h"
 #include "QueueLossDetector.h"
-#include "SeenTime.h"
 #include "StackDump.h"
+#include "StopLimits.h"
 #include "TrafficMeter.h"
 #include "Wakeup.h"
 #include "sal/MessageQueue.h"
@@ -113,7 +113,7 @@ private:
     int pollTimeout();
     void tellEnds();
     void ended(Process& process, const ProcessEnd& end);
-    bool isShuttingDown() const;
+    bool isShuttingDown() const { return m_limits.isShuttingDown(); }
     bool isBusy();
     void check();
     void checkCommand(const CommandActivity& activity, Clock::time_point now);
@@ -144,11 +144,9 @@ private:
     std::mutex m_tellMutex;
 
     ProcessTable m_processes;
+    StopLimits m_limits;
 
     mutable std::mutex m_mutex;
-    std::optional<Clock::time_point> m_shutdownBegan;
-    std::optional<Clock::time_point> m_endProcessesBegan;
-    int m_exitCode = 0;
     bool m_stopping = false;
     /// The driver whose start the command thread waits in; empty for none.
     std::string m_awaited;
@@ -161,8 +159,6 @@ private:
     QueueLossDetector m_losses;
     Clock::time_point m_nextSample;
     TrafficMeter m_traffic;
-    SeenTime m_shutdownSeen;
-    SeenTime m_endProcessesSeen;
 
     /// What was said already: once for each call or command that does not come back, queue wait and driver.
     std::optional<Clock::time_point> m_reportedCall;
