@@ -1,7 +1,7 @@
 #include "Table.h"
 
 #include <algorithm>
-#include <utility>
+#include <numeric>
 
 #include "Printable.h"
 
@@ -10,39 +10,45 @@ namespace {
 
 constexpr std::size_t s_gap = 2;
 constexpr std::size_t s_narrowest = 8;
+constexpr const char* s_etCetera = "...";
+constexpr std::size_t s_etCeteraWidth = 3;
 
 bool beginsCharacter(char c) {
     return (c & 0xc0) != 0x80;
 }
 
 /// Code points of a UTF-8 text: what a terminal shows of it, near enough.
-std::size_t width(const std::string& text) {
+std::size_t widthOf(const std::string& text) {
     return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), beginsCharacter));
 }
 
+/// The text in so many columns.
 std::string cut(const std::string& text, std::size_t most) {
-    if (width(text) <= most)
+    if (widthOf(text) <= most)
         return text;
     std::size_t characters = 0;
-    const auto end = std::find_if(text.begin(), text.end(),
-                                  [&](char c) { return beginsCharacter(c) && ++characters == most; });
-    return std::string(text.begin(), end) + "\xe2\x80\xa6";
+    const auto end = std::find_if(text.begin(), text.end(), [&](char c) {
+        return beginsCharacter(c) && ++characters > most - s_etCeteraWidth;
+    });
+    return std::string(text.begin(), end) + s_etCetera;
 }
 
-/// What the line has with no column wider than the cap.
-std::size_t lineWidth(const std::vector<std::size_t>& widths, std::size_t cap) {
-    std::size_t sum = widths.empty() ? 0 : s_gap * (widths.size() - 1);
-    for (const std::size_t each : widths)
-        sum += std::min(each, cap);
-    return sum;
+/// What the widths take together, and the gaps between them.
+std::size_t sum(const std::vector<std::size_t>& widths) {
+    const std::size_t gaps = widths.empty() ? 0 : s_gap * (widths.size() - 1);
+    return std::accumulate(widths.begin(), widths.end(), gaps);
 }
 
 const char* sequence(Table::EColour colour) {
     switch (colour) {
-        case Table::EColour::Red:
-            return "\x1b[31m";
-        case Table::EColour::Yellow:
+        case Table::EColour::Good:
+            return "\x1b[32m";
+        case Table::EColour::Warning:
             return "\x1b[33m";
+        case Table::EColour::Bad:
+            return "\x1b[31m";
+        case Table::EColour::Faint:
+            return "\x1b[2m";
         default:
             return "";
     }
@@ -51,45 +57,73 @@ const char* sequence(Table::EColour colour) {
 }  // namespace
 
 Table::Table(std::vector<std::string> headings) {
-    m_rows.push_back({std::move(headings), EColour::None});
+    m_rows.emplace_back(headings.begin(), headings.end());
 }
 
-void Table::addRow(std::vector<std::string> cells, EColour colour) {
-    for (std::string& cell : cells)
-        cell = printable(cell);
-    m_rows.push_back({std::move(cells), colour});
+void Table::addRow(std::vector<Cell> cells) {
+    for (Cell& cell : cells)
+        cell.text = printable(cell.text);
+    m_rows.push_back(std::move(cells));
 }
 
-std::vector<std::size_t> Table::columnWidths(std::size_t limit) const {
+std::string Table::coloured(const std::string& text, EColour colour) {
+    return colour == EColour::None || text.empty() ? text : sequence(colour) + text + "\x1b[0m";
+}
+
+std::vector<std::size_t> Table::widths() const {
     std::vector<std::size_t> widths;
-    for (const Row& row : m_rows) {
-        widths.resize(std::max(widths.size(), row.cells.size()));
-        for (std::size_t i = 0; i < row.cells.size(); ++i)
-            widths[i] = std::max(widths[i], width(row.cells[i]));
+    for (const auto& row : m_rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], widthOf(row[i].text));
     }
-    if (limit == 0 || widths.empty())
-        return widths;
-    std::size_t cap = *std::max_element(widths.begin(), widths.end());
-    while (cap > s_narrowest && lineWidth(widths, cap) > limit)
-        --cap;
-    for (std::size_t& each : widths)
-        each = std::min(each, cap);
     return widths;
 }
 
+std::size_t Table::width() const {
+    return sum(widths());
+}
+
+bool Table::givesWay(std::size_t column) const {
+    return m_shortened.empty() ||
+           std::find(m_shortened.begin(), m_shortened.end(), column) != m_shortened.end();
+}
+
+void Table::fit(std::vector<std::size_t>& widths, std::size_t limit) const {
+    const auto& headings = m_rows.front();
+    while (sum(widths) > limit) {
+        std::size_t* pWidest = nullptr;
+        for (std::size_t i = 0; i < headings.size(); ++i) {
+            const std::size_t narrowest = std::max(s_narrowest, widthOf(headings[i].text));
+            if (givesWay(i) && widths[i] > narrowest && (!pWidest || widths[i] >= *pWidest))
+                pWidest = &widths[i];
+        }
+        // The terminal breaks the lines then.
+        if (!pWidest)
+            return;
+        --*pWidest;
+    }
+}
+
 void Table::print(std::ostream& stream, const Look& look) const {
-    const std::vector<std::size_t> widths = columnWidths(look.width);
-    for (const Row& row : m_rows) {
+    std::vector<std::size_t> widths = this->widths();
+    if (look.width > 0)
+        fit(widths, look.width);
+    for (const auto& row : m_rows) {
         std::string line;
-        for (std::size_t i = 0; i < row.cells.size(); ++i) {
-            const std::string cell = cut(row.cells[i], widths[i]);
-            line += cell;
-            if (i + 1 < row.cells.size())
-                line.append(widths[i] - width(cell) + s_gap, ' ');
+        // Blanks are written before the next text only, so that none stand at the end of a line.
+        std::size_t blanks = 0;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            const std::string text = cut(row[i].text, widths[i]);
+            if (!text.empty()) {
+                line.append(blanks, ' ');
+                line += look.isColoured ? coloured(text, row[i].colour) : text;
+                blanks = 0;
+            }
+            blanks += widths[i] - widthOf(text) + s_gap;
         }
         line.erase(line.find_last_not_of(' ') + 1);
-        const bool hasColour = look.isColoured && row.colour != EColour::None;
-        stream << (hasColour ? sequence(row.colour) : "") << line << (hasColour ? "\x1b[0m" : "") << '\n';
+        stream << line << '\n';
     }
     stream << std::flush;
 }

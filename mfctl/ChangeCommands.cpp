@@ -18,7 +18,7 @@ namespace {
 constexpr ApiClient::Milliseconds s_readLimit{60'000};
 
 Table::EColour colourOf(const JsonView& finding) {
-    return finding.text("severity") == "error" ? Table::EColour::Red : Table::EColour::Yellow;
+    return finding.text("severity") == "error" ? Table::EColour::Bad : Table::EColour::Warning;
 }
 
 std::string outcome(const JsonView& change) {
@@ -106,8 +106,10 @@ EExit ChangeCommands::showApplied(const ApiClient::Reply& reply) const {
         Table table({"action", "driver", "why", "outcome"});
         for (const JsonView& change : changes)
             table.addRow(
-                {change.text("action"), change.text("driver"), change.text("reason"), outcome(change)},
-                change.flag("done") ? Table::EColour::None : Table::EColour::Red);
+                {change.text("action"),
+                 change.text("driver"),
+                 change.text("reason"),
+                 {outcome(change), change.flag("done") ? Table::EColour::None : Table::EColour::Bad}});
         if (changes.empty())
             screen.out << "no changes" << std::endl;
         else

@@ -38,9 +38,12 @@ std::string process(const JsonView& driver) {
 }
 
 Table::EColour colourOf(const JsonView& driver) {
-    if (driver.flag("alive"))
-        return Table::EColour::None;
-    return driver.text("status").starts_with("park") ? Table::EColour::Yellow : Table::EColour::Red;
+    const std::string status = driver.text("status");
+    if (status.starts_with("running"))
+        return Table::EColour::Good;
+    if (status == "hung" || status == "ended")
+        return Table::EColour::Bad;
+    return status == "parked" ? Table::EColour::Faint : Table::EColour::Warning;
 }
 
 }  // namespace
@@ -66,18 +69,16 @@ EExit DriverCommands::list(bool isLong) {
 
 void DriverCommands::showRow(Table& table, const JsonView& driver, bool isLong) const {
     const std::string since = orDash(localTime(driver.text("since")));
+    const Table::Cell status(driver.text("status"), colourOf(driver));
     if (!isLong) {
-        table.addRow({driver.text("id"), driver.text("status"), since, driver.text("restarts"),
-                      nextTry(driver), orDash(driver.text("cause"))},
-                     colourOf(driver));
+        table.addRow({driver.text("id"), status, since, driver.text("restarts"), nextTry(driver),
+                      orDash(driver.text("cause"))});
         return;
     }
-    table.addRow(
-        {driver.text("id"), driver.text("type"), driver.text("version"), driver.text("mode"), process(driver),
-         driver.text("status"), since, driver.text("restarts"), orDash(driver.text("cause")), nextTry(driver),
-         pair(driver, "receivedPerSecond", "sentPerSecond"), pair(driver, "queuedIn", "queuedOut"),
-         driver.text("valuesLost")},
-        colourOf(driver));
+    table.addRow({driver.text("id"), driver.text("type"), driver.text("version"), driver.text("mode"),
+                  process(driver), status, since, driver.text("restarts"), orDash(driver.text("cause")),
+                  nextTry(driver), pair(driver, "receivedPerSecond", "sentPerSecond"),
+                  pair(driver, "queuedIn", "queuedOut"), driver.text("valuesLost")});
 }
 
 EExit DriverCommands::card(const std::string& driverID) {

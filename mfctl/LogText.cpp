@@ -24,8 +24,8 @@ std::string logText(const JsonView& line, const Screen& screen) {
     // A driver's own output often bears its name.
     for (const std::string& word : {levelInWords(level), output, driver == output ? std::string() : driver})
         text += (word.empty() ? "" : " ") + word;
-    return screen.coloured(level > 0 && level <= error ? EColour::Red
-                           : level == warning          ? EColour::Yellow
+    return screen.coloured(level > 0 && level <= error ? EColour::Bad
+                           : level == warning          ? EColour::Warning
                                                        : EColour::None,
                            base::printable(text + "  " + line.text("text")));
 }

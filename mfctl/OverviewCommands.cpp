@@ -27,7 +27,7 @@ EExit OverviewCommands::health() {
         if (!command.text("driver").empty())
             text += ", in " + command.text("operation") + " of " + command.text("driver");
     }
-    screen.out << screen.coloured(isWell ? base::Table::EColour::None : base::Table::EColour::Red,
+    screen.out << screen.coloured(isWell ? base::Table::EColour::None : base::Table::EColour::Bad,
                                   base::printable(text))
                << std::endl;
     return isWell ? EExit::Done : EExit::Failed;

@@ -24,9 +24,7 @@ Screen Screen::ofProcess() {
 }
 
 std::string Screen::coloured(base::Table::EColour colour, const std::string& text) const {
-    if (!look.isColoured || colour == base::Table::EColour::None)
-        return text;
-    return (colour == base::Table::EColour::Red ? "\x1b[31m" : "\x1b[33m") + text + "\x1b[0m";
+    return look.isColoured ? base::Table::coloured(text, colour) : text;
 }
 
 void Screen::complain(const std::string& text) const {

@@ -50,12 +50,13 @@ EExit StateCommands::show(const std::string& glob) {
     for (const JsonView& value : reply.view().list("values")) {
         const JsonView stale = value.member("stale");
         const bool isStale = value.has("stale");
-        table.addRow({value.text("key"), value.text("type"), value.text(value.has("text") ? "text" : "value"),
-                      value.text("owner"), ageText(std::chrono::milliseconds(value.number("ageMs"))),
-                      isStale ? "stale for " + ageText(std::chrono::milliseconds(stale.number("forMs"))) +
-                                    " (" + stale.text("cause") + ")"
-                              : "yes"},
-                     isStale ? Table::EColour::Yellow : Table::EColour::None);
+        table.addRow(
+            {value.text("key"), value.text("type"), value.text(value.has("text") ? "text" : "value"),
+             value.text("owner"), ageText(std::chrono::milliseconds(value.number("ageMs"))),
+             isStale ? Table::Cell("stale for " + ageText(std::chrono::milliseconds(stale.number("forMs"))) +
+                                       " (" + stale.text("cause") + ")",
+                                   Table::EColour::Warning)
+                     : "yes"});
     }
     if (!table.empty())
         table.print(screen.out, screen.look);

@@ -19,7 +19,10 @@ StopSignals::StopSignals() : m_interrupt("signals") {
     struct sigaction hangUp {};
     if (::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN)
         sigaddset(&watched, SIGHUP);
-    ::pthread_sigmask(SIG_BLOCK, &watched, nullptr);
+    sigset_t blocked = watched;
+    // The console's, which waits for it by itself: a thread that has it unblocked would take it away.
+    sigaddset(&blocked, SIGWINCH);
+    ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     m_signals = base::UniqueFd(
         base::neededDescriptor(::signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK), "signals"));
 }

@@ -5,7 +5,8 @@
 
 /// The signals that end the host or tell it to look at its files, taken as messages. Made in main before any
 /// thread, since each thread inherits its mask. SIGINT, SIGTERM and SIGHUP (unless the program was started
-/// with it ignored) are waited for; SIGPIPE and SIGXFSZ are ignored.
+/// with it ignored) are waited for; SIGWINCH is blocked for the thread that waits for it; SIGPIPE and SIGXFSZ
+/// are ignored.
 class StopSignals {
 public:
     /// An exception says what the system refuses.

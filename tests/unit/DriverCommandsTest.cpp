@@ -48,15 +48,15 @@ TEST_F(DriverCommandsTest, ListFitsTheTerminal) {
     DriverCommands(remote).list(false);
     std::istringstream lines(out());
     for (std::string line; std::getline(lines, line);)
-        EXPECT_LE(line.size(), 82u) << line;
+        EXPECT_LE(line.size(), 80u) << line;
     EXPECT_THAT(out(), testing::HasSubstr("signal 11 (Segmen"));
 }
 
 TEST_F(DriverCommandsTest, DriverThatDoesNotRunIsRed) {
     RemoteControl remote(Screen{m_out, m_err, {0, true}}, {m_host.path(), false});
     DriverCommands(remote).list(false);
-    EXPECT_THAT(out(), testing::HasSubstr("\x1b[31mLAMP"));
-    EXPECT_THAT(out(), testing::HasSubstr("\nSYS "));
+    EXPECT_THAT(out(), testing::HasSubstr("\nLAMP  \x1b[31mended\x1b[0m  "));
+    EXPECT_THAT(out(), testing::HasSubstr("\nSYS   \x1b[32mrunning\x1b[0m  "));
 }
 
 TEST_F(DriverCommandsTest, NoDriversAreSaid) {

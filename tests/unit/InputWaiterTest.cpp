@@ -1,8 +1,10 @@
 #include "InputWaiter.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <future>
 
 namespace {
@@ -66,6 +68,24 @@ TEST_F(InputWaiterTest, NudgeIsKeptBehindInput) {
     InputWaiter sut(m_ends[0]);
     sut.nudge();
     ASSERT_EQ(1, ::write(m_ends[1], "x", 1));
+    EXPECT_EQ(EResult::Input, sut.wait());
+    char byte = 0;
+    ASSERT_EQ(1, ::read(m_ends[0], &byte, 1));
+    EXPECT_EQ(EResult::Nudged, sut.wait());
+}
+
+TEST_F(InputWaiterTest, SaysThatNothingHasComeForThatLong) {
+    InputWaiter sut(m_ends[0]);
+    EXPECT_EQ(EResult::Idle, sut.wait(std::chrono::milliseconds(10)));
+}
+
+TEST_F(InputWaiterTest, SaysThatTheTerminalHasAnotherSizeAndKeepsTheRest) {
+    InputWaiter sut(m_ends[0]);
+    sut.watchSize();
+    ::raise(SIGWINCH);
+    sut.nudge();
+    ASSERT_EQ(1, ::write(m_ends[1], "x", 1));
+    EXPECT_EQ(EResult::Resized, sut.wait());
     EXPECT_EQ(EResult::Input, sut.wait());
     char byte = 0;
     ASSERT_EQ(1, ::read(m_ends[0], &byte, 1));

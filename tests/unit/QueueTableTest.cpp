@@ -15,6 +15,6 @@ TEST(QueueTable, ShowsWhatWaitsInYellow) {
     EXPECT_EQ(
         "queue     depth  capacity  highest  messages  bytes  waits  waiting  holders  receiver\n"
         "SYS_INQ   0      64        2        10        100    0      -        2        yes\n"
-        "\x1b[33mLAMP_INQ  64     64        64       99        9      5      1500 ms  1        no\x1b[0m\n",
+        "LAMP_INQ  64     64        64       99        9      5      \x1b[33m1500 ms\x1b[0m  1        no\n",
         out.str());
 }

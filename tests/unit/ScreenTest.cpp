@@ -24,10 +24,10 @@ TEST(Screen, ComplaintIsOnePrintableLine) {
 TEST(Screen, ColoursOnlyWhereColourIsWanted) {
     std::ostringstream out;
     Screen sut{out, out};
-    EXPECT_EQ("x", sut.coloured(EColour::Red, "x"));
+    EXPECT_EQ("x", sut.coloured(EColour::Bad, "x"));
     sut.look.isColoured = true;
-    EXPECT_EQ("\x1b[31mx\x1b[0m", sut.coloured(EColour::Red, "x"));
-    EXPECT_EQ("\x1b[33mx\x1b[0m", sut.coloured(EColour::Yellow, "x"));
+    EXPECT_EQ("\x1b[31mx\x1b[0m", sut.coloured(EColour::Bad, "x"));
+    EXPECT_EQ("\x1b[33mx\x1b[0m", sut.coloured(EColour::Warning, "x"));
     EXPECT_EQ("x", sut.coloured(EColour::None, "x"));
 }
 

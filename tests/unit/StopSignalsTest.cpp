@@ -78,6 +78,18 @@ TEST(StopSignals, LeavesTheHangUpIgnoredThatWasIgnored) {
               }));
 }
 
+TEST(StopSignals, LeavesTheTerminalsSizeToTheConsole) {
+    EXPECT_EQ(0, inChild([] {
+                  StopSignals sut;
+                  ::kill(::getpid(), SIGWINCH);
+                  sut.interrupt();
+                  const bool isNoStop = sut.wait() == 0;
+                  sigset_t pending;
+                  ::sigpending(&pending);
+                  return isNoStop && sigismember(&pending, SIGWINCH) == 1 ? 0 : 1;
+              }));
+}
+
 TEST(StopSignals, IgnoresBrokenPipes) {
     EXPECT_EQ(0, inChild([] {
                   StopSignals sut;

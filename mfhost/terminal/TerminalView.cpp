@@ -1,0 +1,18 @@
+#include "TerminalView.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string_view>
+
+std::size_t terminalWidth() {
+    winsize size{};
+    return ::ioctl(STDIN_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+bool hasTerminalColours() {
+    const char* terminal = std::getenv("TERM");
+    const char* noColour = std::getenv("NO_COLOR");
+    return terminal && *terminal && std::string_view(terminal) != "dumb" && (!noColour || !*noColour);
+}
