@@ -4,11 +4,11 @@
 #include <chrono>
 #include <utility>
 
-#include "AgeText.h"
 #include "LocalTime.h"
 #include "LogText.h"
 #include "Printable.h"
 #include "QueueTable.h"
+#include "TimeText.h"
 
 using base::Table;
 
@@ -19,11 +19,7 @@ std::string orDash(const std::string& text) {
 }
 
 std::string nextTry(const JsonView& driver) {
-    if (!driver.has("nextTryMs"))
-        return "-";
-    const auto left =
-        std::chrono::ceil<std::chrono::seconds>(std::chrono::milliseconds(driver.number("nextTryMs")));
-    return left.count() <= 0 ? "now" : "in " + std::to_string(left.count()) + " s";
+    return driver.has("nextTryMs") ? base::dueText(std::chrono::milliseconds(driver.number("nextTryMs"))) : "-";
 }
 
 /// Two numbers of which a driver without a process has none.

@@ -1,37 +1,31 @@
 #include "LocalTime.h"
 
-#include <cstring>
+#include <chrono>
 #include <ctime>
 #include <optional>
 
+#include "TimeText.h"
+
 namespace {
 
-std::optional<std::tm> local(const std::string& time) {
-    std::tm parts{};
-    const char* pEnd = ::strptime(time.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
-    if (!pEnd || time.empty() || time.back() != 'Z')
-        return std::nullopt;
-    const std::time_t seconds = ::timegm(&parts);
-    std::tm result{};
-    if (!::localtime_r(&seconds, &result))
-        return std::nullopt;
-    return result;
-}
+using Time = std::chrono::system_clock::time_point;
 
-std::string formatted(const std::string& time, const char* pFormat) {
-    const auto parts = local(time);
-    char text[32];
-    if (!parts || std::strftime(text, sizeof text, pFormat, &*parts) == 0)
-        return time;
-    return text;
+std::optional<Time> timeOf(const std::string& text) {
+    std::tm parts{};
+    const char* pEnd = ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
+    if (!pEnd || text.empty() || text.back() != 'Z')
+        return std::nullopt;
+    return std::chrono::system_clock::from_time_t(::timegm(&parts));
 }
 
 }  // namespace
 
 std::string localTime(const std::string& time) {
-    return formatted(time, "%Y-%m-%d %H:%M:%S");
+    const auto when = timeOf(time);
+    return when ? base::timeText(*when) : time;
 }
 
 std::string localTimeOfDay(const std::string& time) {
-    return formatted(time, "%H:%M:%S");
+    const auto when = timeOf(time);
+    return when ? base::timeOfDayText(*when) : time;
 }

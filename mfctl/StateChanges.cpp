@@ -1,25 +1,14 @@
 #include "StateChanges.h"
 
-#include <ctime>
+#include <chrono>
 #include <set>
 
 #include "Printable.h"
-
-namespace {
-
-std::string now() {
-    const std::time_t seconds = std::time(nullptr);
-    std::tm parts{};
-    char text[16];
-    return ::localtime_r(&seconds, &parts) && std::strftime(text, sizeof text, "%H:%M:%S ", &parts) > 0 ? text
-                                                                                                        : "";
-}
-
-}  // namespace
+#include "TimeText.h"
 
 std::vector<std::string> StateChanges::take(const JsonView& answer) {
     std::vector<std::string> lines;
-    const std::string time = now();
+    const std::string time = base::timeOfDayText(std::chrono::system_clock::now()) + " ";
     const auto unset = [&](const std::string& key) {
         if (m_shown.erase(key) > 0)
             lines.push_back(time + base::printable(key) + " unset");

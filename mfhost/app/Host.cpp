@@ -21,6 +21,8 @@
 #include "MfDriverManager.h"
 #include "QueueNames.h"
 #include "TerminalModes.h"
+#include "TerminalRelay.h"
+#include "TerminalView.h"
 #include "ThreadName.h"
 #include "sal/Directory.h"
 #include "sal/HostQueueDirectory.h"
@@ -33,6 +35,8 @@ namespace {
 /// What an end at once leaves for the last log lines and the queues.
 constexpr std::chrono::milliseconds s_lastWords{300};
 constexpr std::chrono::milliseconds s_sendersPatience{200};
+/// The exit code of a host that was given lines which failed.
+constexpr int s_linesFailed = 3;
 /// In the working directory, which a start leaves as it is.
 constexpr const char* s_parkMarks = "mfhost.parked";
 constexpr const char* s_history = "mfhost.history";
@@ -44,11 +48,12 @@ std::string signalName(int signal) {
 }  // namespace
 
 Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
-           ControlSocket& controlSocket)
+           ControlSocket& controlSocket, TerminalRelay* pRelay)
     : m_options(std::move(options)),
       m_signals(signals),
       m_queueDirectory(queueDirectory),
       m_controlSocket(controlSocket),
+      m_pRelay(pRelay),
       m_drivers(m_store,
                 RestartPlan::Settings{.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}),
       m_driverCalls(m_drivers, m_surroundings),
@@ -83,13 +88,17 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                   {.concerns = [this](const std::string& driverID) { m_commands.setDriver(driverID); },
                    .tellPanel = [this] { tellPanel(); },
                    .loadFault = [this](const auto& path) { return m_driverCalls.takeLoadFault(path); }}),
+      m_following(m_store, STDOUT_FILENO, [this] { m_supervisor.lookForEnds(); }),
       m_shell({.commands = m_commands,
                .store = m_store,
                .drivers = m_drivers,
                .workplace = m_workplace,
+               .alarms = m_alarms,
                .lookForEnds = [this] { m_supervisor.lookForEnds(); },
                .quit = [this] { requestShutdown("quit", 0); },
-               .showModules = [this] { m_pManager->showModules(); }}),
+               .showModules = [this] { m_pManager->showModules(); },
+               .follow = [this](const std::string& glob) { m_following.start(glob); },
+               .unfollow = [this] { return m_following.stop(); }}),
       m_system(std::set<std::string>(m_options.allowedCommands.begin(), m_options.allowedCommands.end()),
                [this](const std::string& line) { return m_shell.postDriverCommand(line); }),
       m_fidSenders(m_drivers, m_system.sender()),
@@ -113,20 +122,35 @@ Host::~Host() = default;
 
 void Host::makeTerminal() {
     if (m_options.console) {
-        m_pConsole = std::make_unique<Console>(Console::Handlers{
-            .line = [this](const std::string& line) { m_shell.readLine(line); },
-            .end = [this] { m_shell.endInput(); },
-            .complete = [this](const auto& before,
-                               const auto& prefix) { return m_shell.complete(before, prefix); }});
+        m_pConsole = std::make_unique<Console>(
+            Console::Handlers{
+                .line = [this](const std::string& line) { m_shell.readLine(line); },
+                .end = [this] { m_shell.endInput(); },
+                .complete = [this](const auto& before,
+                                   const auto& prefix) { return m_shell.complete(before, prefix); },
+                .lineTooLong = [this] { m_shell.skipLine(); }},
+            LineEditor::Settings{.pRelay = m_pRelay,
+                                 .historyFile = HistoryFile::usualPath(),
+                                 .notice = [this] { return alarmNotice(); },
+                                 .hasColours = hasTerminalColours()});
     }
-    if (!m_options.follow)
-        return;
-    std::function<void()> redraw;
-    if (m_pConsole && Console::isInteractive())
-        redraw = [this] { m_pConsole->redraw(); };
-    m_pFollow = std::make_unique<FollowPrinter>(*m_options.follow, STDOUT_FILENO, redraw,
-                                                [this] { m_supervisor.lookForEnds(); });
-    m_store.addListener(m_pFollow.get());
+    if (m_pRelay)
+        m_pRelay->watchLines([this](const std::string& line) { m_shell.learn(line); });
+    m_store.addListener(&m_alarms);
+    if (m_options.follow)
+        m_following.start(*m_options.follow);
+}
+
+/// Before the prompt, so that none is out of sight until it is acknowledged.
+std::string Host::alarmNotice() const {
+    const std::size_t count = m_alarms.inSight();
+    return count == 0 ? std::string() : std::to_string(count) + (count == 1 ? " alarm" : " alarms");
+}
+
+void Host::driverChanged(const DriverTable::Driver& driver) {
+    m_alarms.changed(driver);
+    if (m_pNews)
+        m_pNews->changed(driver);
 }
 
 int Host::run() {
@@ -135,8 +159,8 @@ int Host::run() {
         m_pNews = std::make_unique<DriverNews>([this](const std::string& fid, const auto& parameters) {
             return m_system.sender().sendFID(fid, parameters);
         });
-        m_drivers.setFollower([this](const DriverTable::Driver& driver) { m_pNews->changed(driver); });
     }
+    m_drivers.setFollower([this](const DriverTable::Driver& driver) { driverChanged(driver); });
     sal::Process::setObserver(&m_supervisor);
     sal::Module::setObserver(&m_fidTap);
     sal::MessageQueue::setObserver(&m_fidTap, sal::MessageQueue::EObserved::Sent);
@@ -173,13 +197,15 @@ int Host::run() {
     }
 
     m_commands.join();
-    // The printer uses the console.
+    m_following.stop();
     if (m_pConsole)
         m_pConsole->stop();
-    if (m_pFollow)
-        m_store.removeListener(m_pFollow.get());
-    m_pFollow.reset();
     m_pConsole.reset();
+    if (m_pRelay)
+        m_pRelay->watchLines(nullptr);
+    // A script learns what came of its lines; a workplace that ended in order otherwise did so all the same.
+    if (m_shell.sayFailedLines() && m_exitCode == 0)
+        return s_linesFailed;
     return m_exitCode;
 }
 
@@ -259,6 +285,9 @@ void Host::postApply() {
 void Host::requestShutdown(const std::string& reason, int exitCode) {
     m_exitCode = exitCode;
     hostLog(sal::LogOutput::eInfo) << "shutting down: " << reason << std::endl;
+    // No prompt comes between the lines of the shutdown, and Ctrl-C is a signal again.
+    if (m_pConsole && Console::isInteractive())
+        m_pConsole->stop();
     m_supervisor.beginShutdown(exitCode);
     m_api.beginShutdown();
     m_commands.stopAfterCurrent();
@@ -324,5 +353,7 @@ void Host::exitNow(int exitCode) const {
         std::unique_lock lock(pFlush->mutex);
         pFlush->changed.wait_until(lock, end, [&] { return pFlush->isDone; });
     }
+    if (m_pRelay)
+        m_pRelay->settle(s_lastWords);
     ::_exit(exitCode);
 }

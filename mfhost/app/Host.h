@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "AlarmList.h"
 #include "ByHandWatch.h"
 #include "CommandShell.h"
 #include "CommandThread.h"
@@ -13,7 +14,7 @@
 #include "DriverTable.h"
 #include "FidSenders.h"
 #include "FidTap.h"
-#include "FollowPrinter.h"
+#include "Following.h"
 #include "HostApi.h"
 #include "HostSystem.h"
 #include "Options.h"
@@ -24,6 +25,7 @@
 #include "Workplace.h"
 
 class MfDriverManager;
+class TerminalRelay;
 
 namespace sal {
 class HostQueueDirectory;
@@ -36,8 +38,9 @@ class Host {
 public:
     /// The signals are blocked in every thread from here on.
     /// The control socket's clients are served while the host runs; where it is not open there is none.
+    /// pRelay has what is printed at a terminal; null where there is none.
     Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
-         ControlSocket& controlSocket);
+         ControlSocket& controlSocket, TerminalRelay* pRelay = nullptr);
     ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
@@ -47,6 +50,8 @@ public:
 
 private:
     void makeTerminal();
+    std::string alarmNotice() const;
+    void driverChanged(const DriverTable::Driver& driver);
     void startUp();
     bool startManager();
     void tellPanel();
@@ -64,7 +69,9 @@ private:
     StopSignals& m_signals;
     const sal::HostQueueDirectory& m_queueDirectory;
     ControlSocket& m_controlSocket;
+    TerminalRelay* const m_pRelay;
     StateStore m_store;
+    AlarmList m_alarms;
     DriverTable m_drivers;
     Surroundings m_surroundings;
     DriverCallWatch m_driverCalls;
@@ -73,13 +80,13 @@ private:
     ByHandWatch m_byHand;
     ProcessSupervisor m_supervisor;
     Workplace m_workplace;
+    Following m_following;
     CommandShell m_shell;
     HostSystem m_system;
     FidSenders m_fidSenders;
     HostApi m_api;
     std::unique_ptr<DriverNews> m_pNews;  ///< none unless the workplace asks for it
     std::unique_ptr<Console> m_pConsole;
-    std::unique_ptr<FollowPrinter> m_pFollow;
 
     std::unique_ptr<MfDriverManager> m_pManager;  ///< the command thread's
     std::atomic<int> m_exitCode = 0;

@@ -10,11 +10,13 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
 
 #include "CheckCommand.h"
+#include "Console.h"
 #include "ControlSocket.h"
 #include "DataDirectoryLock.h"
 #include "DescriptorLimit.h"
@@ -26,6 +28,7 @@
 #include "StandInAdapter.h"
 #include "StopSignals.h"
 #include "TerminalModes.h"
+#include "TerminalRelay.h"
 #include "XMLVerify.h"
 #include "sal/HostQueueDirectory.h"
 #include "sal/LogManager.h"
@@ -128,7 +131,15 @@ std::optional<int> enterPlace(Options& options) {
 
 int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
             ControlSocket& controlSocket) {
+    // What an operator types is not torn by what is printed meanwhile.
+    TerminalRelay::Pointer pRelay;
+    std::string noRelay;
+    if (options.console && Console::isInteractive())
+        pRelay = TerminalRelay::make(noRelay);
     sal::LogManager log({.level = options.logLevel, .file = options.logFile, .tag = {}});
+    if (!noRelay.empty())
+        hostLog(sal::LogOutput::eWarning)
+            << "what is printed while a line is typed comes into that line: " << noRelay << std::endl;
     XMLVerify::setTrustDirectory(options.trustDirectory);
     for (const auto& [name, real] : options.adapters)
         sal::NetworkAdapter::setSecondName(name, real);
@@ -143,7 +154,7 @@ int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDi
         hostLog(sal::LogOutput::eWarning) << "/var/data holds more than drivers' links (" << names
                                           << "); the start removes all that it can" << std::endl;
     queueDirectory.removeLeft();
-    const int exitCode = Host(options, signals, queueDirectory, controlSocket).run();
+    const int exitCode = Host(options, signals, queueDirectory, controlSocket, pRelay.get()).run();
     log.flush();
     return exitCode;
 }

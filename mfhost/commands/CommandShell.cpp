@@ -10,11 +10,13 @@
 #include <thread>
 #include <utility>
 
+#include "CommandHints.h"
 #include "Console.h"
 #include "FidTap.h"
 #include "FidWatch.h"
 #include "HostLog.h"
 #include "Printable.h"
+#include "TerminalView.h"
 #include "Words.h"
 #include "sal/MessageQueue.h"
 
@@ -26,9 +28,32 @@ constexpr std::chrono::seconds s_promptDelay{2};
 constexpr std::chrono::minutes s_outputComplaintInterval{1};
 /// How long a driver must have held the command thread up before a script's lines overtake it.
 constexpr std::chrono::seconds s_scriptPatience{5};
+/// So many lines that have failed are told, and how many more there were.
+constexpr std::size_t s_toldFailures = 20;
 
-/// Of the command that the thread executes: the command thread or, while that is held up, the console's.
-thread_local std::ostream* t_pReply = nullptr;
+/// The command that a thread executes: the command thread or, while that is held up, the console's.
+struct Running {
+    std::ostream* pReply = nullptr;
+    bool isForTerminal = false;  ///< the reply goes to the operator's terminal
+    bool hasFailed = false;
+};
+thread_local Running t_running;
+
+std::ostream& currentReply() {
+    return *t_running.pReply;
+}
+
+/// The command has not done what it was to do.
+void fail() {
+    t_running.hasFailed = true;
+}
+
+/// How the reply is shown.
+base::Table::Look look() {
+    if (!t_running.isForTerminal)
+        return {};
+    return {.width = terminalWidth(), .isColoured = hasTerminalColours()};
+}
 
 /// What comes after the line that says what is wrong; nothing where nothing is meant.
 std::string didYouMean(const std::vector<std::string>& names) {
@@ -42,18 +67,23 @@ std::string didYouMean(const std::vector<std::string>& names) {
 
 CommandShell::CommandShell(Context context)
     : m_context(std::move(context)),
-      m_hostCommands(
-          {.store = m_context.store,
-           .drivers = m_context.drivers,
-           .reply = []() -> std::ostream& { return *t_pReply; },
-           .quit = m_context.quit,
-           .showModules = m_context.showModules,
-           .settle = [this] { settle(); },
-           .lookForEnds = m_context.lookForEnds,
-           .park = [this](const auto& driverID) { return m_context.workplace.park(driverID); },
-           .unpark = [this](const auto& driverID) { return m_context.workplace.unpark(driverID); }}),
+      m_hostCommands({.store = m_context.store,
+                      .drivers = m_context.drivers,
+                      .alarms = m_context.alarms,
+                      .reply = &currentReply,
+                      .quit = m_context.quit,
+                      .showModules = m_context.showModules,
+                      .settle = [this] { settle(); },
+                      .lookForEnds = m_context.lookForEnds,
+                      .park = [this](const auto& driverID) { return m_context.workplace.park(driverID); },
+                      .unpark = [this](const auto& driverID) { return m_context.workplace.unpark(driverID); },
+                      .look = &look,
+                      .refused = &fail,
+                      .follow = m_context.follow,
+                      .unfollow = m_context.unfollow,
+                      .place = [this](const auto& driverID) { return m_context.workplace.place(driverID); }}),
       m_planCommands(
-          {.reply = []() -> std::ostream& { return *t_pReply; },
+          {.reply = &currentReply,
            .who = [this] { return std::string(m_origin == EOrigin::Driver ? "a driver" : "console"); },
            .plan = [this] { return m_context.workplace.plan(); },
            .apply = [this](const auto& plan,
@@ -61,8 +91,10 @@ CommandShell::CommandShell(Context context)
            .undo = [this](unsigned number, const auto& who) { return m_context.workplace.undo(number, who); },
            .history = [this] { return m_context.workplace.history(); },
            .state = [this](unsigned number,
-                           auto& error) { return m_context.workplace.historyState(number, error); }}),
-      m_completion(m_context.drivers, m_context.store) {}
+                           auto& error) { return m_context.workplace.historyState(number, error); },
+           .look = &look,
+           .refused = &fail}),
+      m_completion(m_context.drivers, m_context.store, m_fids, m_context.alarms) {}
 
 void CommandShell::begin() {
     m_hostCommands.registerCommands();
@@ -124,6 +156,7 @@ void CommandShell::readTerminalLine(const std::string& line) {
 }
 
 void CommandShell::readScriptLine(const std::string& line) {
+    const std::size_t number = ++m_lineNumber;
     if (!m_isStartOver && base::splitWords(line).words == std::vector<std::string>{"quit"}) {
         // As at the end of the input, the drivers that are being started are not held to the shutdown's time.
         hostLog(sal::LogOutput::eInfo) << "shutting down: quit" << std::endl;
@@ -133,10 +166,22 @@ void CommandShell::readScriptLine(const std::string& line) {
     m_isStartOver.wait(false);
     // A script's lines keep their order for as long as there is one.
     if (mayAnswerMeanwhile(line) && isHeldUpByDriver()) {
-        answerMeanwhile(line);
+        if (!answerMeanwhile(line))
+            noteFailure(number, line);
         return;
     }
-    m_context.commands.postWaiting(line, [this, line] { execute(line, EOrigin::Console); });
+    m_context.commands.postWaiting(line, [this, line, number] {
+        // One that is broken off has failed, too.
+        bool isDone = false;
+        try {
+            isDone = execute(line, EOrigin::Console);
+        } catch (...) {
+            noteFailure(number, line);
+            throw;
+        }
+        if (!isDone)
+            noteFailure(number, line);
+    });
 }
 
 /// Whether the command needs the command thread for nothing: it looks at stores of which each has its lock.
@@ -159,41 +204,66 @@ bool CommandShell::isHeldUpByDriver() const {
            });
 }
 
-/// On the console thread, while the command thread is inside another command.
-void CommandShell::answerMeanwhile(const std::string& line) {
-    std::ostringstream reply;
+/// On the console thread, while the command thread is inside another command. Whether the line has done what
+/// it was to do.
+bool CommandShell::answerMeanwhile(const std::string& line) {
+    std::ostringstream text;
     const CommandActivity activity = m_context.commands.activity();
     if (activity.busy)
-        reply << "\"" << base::printable(activity.what)
-              << "\" has not come back yet; meanwhile:" << std::endl;
-    t_pReply = &reply;
+        text << "\"" << base::printable(activity.what)
+             << "\" has not come back yet; meanwhile:" << std::endl;
+    t_running = {.pReply = &text, .isForTerminal = Console::isInteractive()};
     m_hostCommands.answer(base::splitWords(line).words);
-    t_pReply = nullptr;
-    std::cout << reply.str() << std::flush;
+    const bool isDone = !std::exchange(t_running, {}).hasFailed;
+    std::cout << text.str() << std::flush;
+    return isDone;
 }
 
-void CommandShell::execute(const std::string& line, EOrigin origin) {
-    const FidTap::WatchedThread watched;
-    std::ostringstream driverReply;
-    std::ostream& reply = origin == EOrigin::Console ? std::cout : driverReply;
-    t_pReply = &reply;
-    m_origin = origin;
-    executeChecked(line, reply);
-    t_pReply = nullptr;
-    reply << std::flush;
-    std::istringstream lines(driverReply.str());
+void CommandShell::skipLine() {
+    noteFailure(++m_lineNumber, "(too long)");
+}
+
+void CommandShell::noteFailure(std::size_t number, const std::string& line) {
+    const std::lock_guard lock(m_failedMutex);
+    if (++m_failures <= s_toldFailures)
+        m_failedLines.push_back("line " + std::to_string(number) + " of the input failed: " + line);
+}
+
+bool CommandShell::sayFailedLines() const {
+    const std::lock_guard lock(m_failedMutex);
+    for (const std::string& line : m_failedLines)
+        hostLog(sal::LogOutput::eWarning) << line << std::endl;
+    if (m_failures > m_failedLines.size())
+        hostLog(sal::LogOutput::eWarning)
+            << m_failures - m_failedLines.size() << " more lines of the input failed" << std::endl;
+    return m_failures > 0;
+}
+
+/// Whether the line has done what it was to do.
+bool CommandShell::execute(const std::string& line, EOrigin origin) {
+    if (origin == EOrigin::Console)
+        return execute(line, origin, std::cout, Console::isInteractive());
+    std::ostringstream reply;
+    const bool isDone = execute(line, origin, reply, false);
+    std::istringstream lines(reply.str());
     for (std::string text; std::getline(lines, text);)
         hostLog(sal::LogOutput::eInfo) << "a driver's command \"" << line << "\": " << text << std::endl;
+    return isDone;
 }
 
 std::string CommandShell::executeFor(const std::string& line) {
-    const FidTap::WatchedThread watched;
     std::ostringstream reply;
-    t_pReply = &reply;
-    m_origin = EOrigin::Console;
-    executeChecked(line, reply);
-    t_pReply = nullptr;
+    execute(line, EOrigin::Console, reply, false);
     return reply.str();
+}
+
+bool CommandShell::execute(const std::string& line, EOrigin origin, std::ostream& reply, bool isForTerminal) {
+    const FidTap::WatchedThread watched;
+    t_running = {.pReply = &reply, .isForTerminal = isForTerminal};
+    m_origin = origin;
+    executeChecked(line, reply);
+    reply << std::flush;
+    return !std::exchange(t_running, {}).hasFailed;
 }
 
 void CommandShell::executeChecked(const std::string& line, std::ostream& reply) {
@@ -201,6 +271,9 @@ void CommandShell::executeChecked(const std::string& line, std::ostream& reply) 
     if (!m_isOpen)
         return;
     const std::string command = words.empty() ? std::string() : words.front();
+    const std::string subject = words.size() > 1 ? words[1] : std::string();
+    if (hintAt(command, reply) || (command == "help" && hintAt(subject, reply)))
+        return;
     if (command == "reloadDriver" && words.size() > 1 && words[1] != "--help") {
         reload(line, words[1], reply);
         return;
@@ -212,23 +285,42 @@ void CommandShell::executeChecked(const std::string& line, std::ostream& reply) 
     // Without an ID there is nothing to reload, only the command's use to tell.
     if (command == "reloadDriver") {
         m_processor.help(command, reply);
+        if (subject.empty())
+            fail();
         return;
     }
     std::optional<StateStore::ConsoleMark> mark;
     if (HostCommands::setsState(command))
         mark.emplace();
-    m_processor.execute(line, reply);
+    if (!m_processor.execute(line, reply))
+        fail();
+}
+
+/// Whether the word is a command of other consoles only, which the reply says.
+bool CommandShell::hintAt(const std::string& word, std::ostream& reply) {
+    const std::string hint = commandHint(word);
+    const auto names = m_processor.names();
+    if (hint.empty() || std::find(names.begin(), names.end(), word) != names.end())
+        return false;
+    reply << hint << std::endl;
+    fail();
+    return true;
 }
 
 /// The module's own command does not say what it sends, nor what becomes of it.
 void CommandShell::sendFid(const std::string& line, const FidLine& sent, std::ostream& reply) {
     const FidWatch watch(m_context.drivers, sent.fid, sent.parameters);
-    m_processor.execute(line, reply);
+    if (!m_processor.execute(line, reply))
+        fail();
     if (sent.hasStrayWord)
         reply << "sent " << sent.text() << "; a value with blanks stands in quotes" << std::endl;
     const FidOutcome outcome = watch.outcome();
+    // Completion offers what there may be.
+    if (outcome.reason != EFidReason::NoSuchDriver && outcome.reason != EFidReason::UnknownFunction)
+        m_fids.add(sent.fid);
     if (outcome.reason == EFidReason::None)
         return;
+    fail();
     reply << base::quoted(sent.fid)
           << (outcome.stage == EFidStage::Nobody    ? " has reached nobody: "
               : outcome.stage == EFidStage::Written ? " has not reached its driver whole: "
@@ -238,10 +330,14 @@ void CommandShell::sendFid(const std::string& line, const FidLine& sent, std::os
 
 void CommandShell::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {
     // The module's own command, with its own words.
-    const std::string reason =
-        m_context.workplace.reload(driverID, [&] { m_processor.execute(line, reply); });
-    if (!reason.empty())
-        reply << base::printable(driverID + " is not reloaded, nothing is unloaded: " + reason) << std::endl;
+    const std::string reason = m_context.workplace.reload(driverID, [&] {
+        if (!m_processor.execute(line, reply))
+            fail();
+    });
+    if (reason.empty())
+        return;
+    fail();
+    reply << base::printable(driverID + " is not reloaded, nothing is unloaded: " + reason) << std::endl;
 }
 
 /// A script cannot look again as an operator at a terminal can: it waits until no driver has messages left

@@ -1,16 +1,20 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <iosfwd>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "AlarmList.h"
 #include "CommandThread.h"
 #include "Completion.h"
 #include "DriverTable.h"
 #include "FidLine.h"
+#include "FidMemory.h"
 #include "HostCommands.h"
 #include "PlanCommands.h"
 #include "StateStore.h"
@@ -26,10 +30,13 @@ public:
         StateStore& store;
         const DriverTable& drivers;
         Workplace& workplace;
+        AlarmList& alarms;
         /// Tells the table of drivers and the store of processes that have ended by now.
         std::function<void()> lookForEnds;
         std::function<void()> quit;
         std::function<void()> showModules;
+        std::function<void(const std::string& glob)> follow = [](const auto&) {};
+        std::function<bool()> unfollow = [] { return false; };
     };
 
     explicit CommandShell(Context context);
@@ -46,6 +53,8 @@ public:
     /// A line of the console, on its thread. At a terminal returns when it was executed, or after a while; a
     /// script's lines wait for the end of the start.
     void readLine(const std::string& line);
+    /// A line of a script was too long to be read. Console thread.
+    void skipLine();
     /// The console's input has ended: stops the host when all is done.
     void endInput();
     /// Executes a line as the console's, and returns what is printed for it. Command thread.
@@ -58,6 +67,13 @@ public:
         return m_completion.words(before, prefix);
     }
 
+    /// Learns from a line of the log which FIDs there are. Any thread.
+    void learn(const std::string& logLine) { m_fids.learn(logLine); }
+
+    /// Whether a line of a script has failed: a command that there is not, or that was refused. Each is in
+    /// the log then, with its number. Once the command thread has ended.
+    bool sayFailedLines() const;
+
     /// Has a standard output that could not be written tried again. Command thread.
     void recoverOutput();
 
@@ -69,11 +85,14 @@ private:
     bool mayAnswerMeanwhile(const std::string& line) const;
     bool isHeldUp(std::chrono::milliseconds limit) const;
     bool isHeldUpByDriver() const;
-    void answerMeanwhile(const std::string& line);
-    void execute(const std::string& line, EOrigin origin);
+    bool answerMeanwhile(const std::string& line);
+    bool execute(const std::string& line, EOrigin origin);
+    bool execute(const std::string& line, EOrigin origin, std::ostream& reply, bool isForTerminal);
     void executeChecked(const std::string& line, std::ostream& reply);
     void sendFid(const std::string& line, const FidLine& sent, std::ostream& reply);
     void reload(const std::string& line, const std::string& driverID, std::ostream& reply);
+    bool hintAt(const std::string& word, std::ostream& reply);
+    void noteFailure(std::size_t number, const std::string& line);
     void settle() const;
 
     const Context m_context;
@@ -81,7 +100,14 @@ private:
     EOrigin m_origin = EOrigin::Console;  ///< of the running command
     HostCommands m_hostCommands;
     PlanCommands m_planCommands;
+    FidMemory m_fids;
     Completion m_completion;
+
+    std::size_t m_lineNumber = 0;  ///< of a script; the console's thread's own
+    mutable std::mutex m_failedMutex;
+    std::vector<std::string> m_failedLines;  ///< the first ones
+    std::size_t m_failures = 0;
+
     std::optional<std::chrono::steady_clock::time_point> m_outputLost;  ///< when it was last said
     std::atomic<bool> m_isOpen = false;
     std::atomic<bool> m_isStartOver = false;

@@ -4,6 +4,18 @@
 #include <utility>
 
 #include "HostCommands.h"
+#include "PanelNames.h"
+
+namespace {
+
+const std::string s_macroFids = std::string(protocol::panelDriverID) + ".MACRO.";
+
+/// Whether a word may be typed as it is.
+bool isOneWord(const std::string& word) {
+    return !word.empty() && word.find_first_of(" \t\"'\\") == std::string::npos;
+}
+
+}  // namespace
 
 void Completion::begin(std::vector<std::string> commandNames) {
     m_commandNames = std::move(commandNames);
@@ -12,25 +24,86 @@ void Completion::begin(std::vector<std::string> commandNames) {
 
 std::vector<std::string> Completion::words(const std::vector<std::string>& before,
                                            const std::string& prefix) const {
-    std::vector<std::string> found;
-    const auto offer = [&](const std::string& word) {
-        if (word.starts_with(prefix))
-            found.push_back(word);
-    };
     if (!m_isBegun)
-        return found;
+        return {};
     const std::string command = before.empty() ? std::string() : before.front();
-    if (before.empty() || (command == "help" && before.size() == 1)) {
-        std::for_each(m_commandNames.begin(), m_commandNames.end(), offer);
-    } else if ((command == "reloadDriver" || command == "stopDriver" || command == "startDriver") &&
-               before.size() == 1) {
-        for (const DriverTable::Driver& driver : m_drivers.drivers())
-            offer(driver.id);
-    } else if (command == "sendFID" && before.size() == 1) {
-        for (const DriverTable::Driver& driver : m_drivers.drivers())
-            offer(driver.id + ".");
-    } else if ((command == "state" || HostCommands::setsState(command)) && before.size() == 1) {
-        found = m_store.keys(prefix);
+    Words found;
+    if (before.empty() || (command == "help" && before.size() == 1))
+        found = m_commandNames;
+    else if (before.size() == 1)
+        found = firstArguments(command, prefix);
+    else if (before.size() == 2 && command == "sendFID")
+        found = fidParameters(before[1]);
+    std::erase_if(found, [&](const std::string& word) { return !word.starts_with(prefix); });
+    return found;
+}
+
+Completion::Words Completion::firstArguments(const std::string& command, const std::string& prefix) const {
+    if (command == "reloadDriver" || command == "stopDriver" || command == "startDriver" ||
+        command == "drivers")
+        return driverIDs();
+    if (command == "sendFID")
+        return fids(prefix);
+    if (command == "state" || command == "follow" || HostCommands::setsState(command))
+        return m_store.keys(prefix);
+    if (command == "acknowledge" || command == "shelve")
+        return alarmKeys();
+    return {};
+}
+
+/// Those that are known, and of each other driver the begin.
+Completion::Words Completion::fids(const std::string& prefix) const {
+    Words found = m_fids.fids(prefix);
+    if (!macroNames().empty())
+        found.push_back(s_macroFids + "PLAY");
+    const Words known = found;
+    for (const std::string& driverID : driverIDs()) {
+        const std::string begin = driverID + ".";
+        const bool isKnown = std::any_of(known.begin(), known.end(),
+                                         [&](const std::string& fid) { return fid.starts_with(begin); });
+        if (!isKnown || !prefix.starts_with(begin))
+            found.push_back(begin);
+    }
+    std::sort(found.begin(), found.end());
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    return found;
+}
+
+Completion::Words Completion::fidParameters(const std::string& fid) const {
+    Words found;
+    const bool isNamed = fid == s_macroFids + "PLAY" || fid == s_macroFids + "DELETE";
+    if (!isNamed && fid != s_macroFids + "RENAME")
+        return found;
+    for (const std::string& name : macroNames())
+        found.push_back((isNamed ? "name=" : "from=") + name);
+    return found;
+}
+
+Completion::Words Completion::driverIDs() const {
+    Words found;
+    for (const DriverTable::Driver& driver : m_drivers.drivers())
+        found.push_back(driver.id);
+    return found;
+}
+
+Completion::Words Completion::alarmKeys() const {
+    Words found;
+    for (const AlarmList::Alarm& alarm : m_alarms.alarms())
+        found.push_back(alarm.key);
+    return found;
+}
+
+/// As the panel driver shows them, which has no room for very many.
+Completion::Words Completion::macroNames() const {
+    Words found;
+    const auto shown = m_store.find(s_macroFids + "NAMES");
+    const std::string names = shown ? shown->value.text() : std::string();
+    for (std::size_t at = 0; at < names.size();) {
+        const auto end = std::min(names.find(", ", at), names.size());
+        const std::string name = names.substr(at, end - at);
+        if (isOneWord(name) && name != "...")
+            found.push_back(name);
+        at = end + 2;
     }
     return found;
 }

@@ -1,7 +1,6 @@
 #include "PlanCommands.h"
 
 #include <charconv>
-#include <ctime>
 #include <sstream>
 #include <utility>
 
@@ -10,6 +9,7 @@
 #include "Printable.h"
 #include "RegularFile.h"
 #include "Table.h"
+#include "TimeText.h"
 #include "sal/CmdProcessor.h"
 #include "sal/CmdRegisterImpl.h"
 
@@ -23,15 +23,6 @@ std::optional<unsigned> numberOf(const std::string& word) {
     const auto read = std::from_chars(word.data(), word.data() + word.size(), number);
     const bool isNumber = read.ec == std::errc() && read.ptr == word.data() + word.size();
     return isNumber && number > 0 ? std::optional(number) : std::nullopt;
-}
-
-std::string timeText(std::chrono::system_clock::time_point when) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-    return text;
 }
 
 /// "reload A: module changed"
@@ -82,6 +73,7 @@ bool PlanCommands::plan(sal::CmdParameters&) {
         reply << (finding.isError() ? "error: " : "warning: ") << base::printable(finding.inWords()) << "\n";
     if (!plan.refusal.empty()) {
         reply << "nothing can be applied: " << base::printable(plan.refusal) << std::endl;
+        m_context.refused();
         return true;
     }
     for (const WorkplacePlan::Change& change : plan.changes)
@@ -110,13 +102,17 @@ void PlanCommands::print(const Applied& applied, const std::string& what) {
     std::ostream& reply = m_context.reply();
     if (!applied.refusal.empty()) {
         reply << "nothing is " << what << ": " << base::printable(applied.refusal) << std::endl;
+        m_context.refused();
         return;
     }
     for (const std::string& note : applied.notes)
         reply << base::printable(note) << "\n";
-    for (const AppliedChange& change : applied.changes)
+    for (const AppliedChange& change : applied.changes) {
         reply << base::printable(changeText(change.change)) << ": "
               << (change.isDone ? "done" : "not done: " + base::printable(change.reason)) << "\n";
+        if (!change.isDone)
+            m_context.refused();
+    }
     reply << applied.outcome();
     if (applied.history)
         reply << "; this is state " << applied.history;
@@ -127,14 +123,14 @@ bool PlanCommands::history(sal::CmdParameters&) {
     base::Table table({"state", "time", "by", "outcome", "files"});
     for (const HistoryEntry& entry : m_context.history()) {
         const std::string number = std::to_string(entry.number);
-        table.addRow({number, timeText(entry.when), entry.who, entry.outcome,
+        table.addRow({number, base::timeText(entry.when), entry.who, entry.outcome,
                       entry.restores ? "those of state " + std::to_string(entry.restores)
                                      : entry.digest.substr(0, 8)});
     }
     if (table.empty())
         m_context.reply() << "no state was kept" << std::endl;
     else
-        table.print(m_context.reply());
+        table.print(m_context.reply(), m_context.look());
     return true;
 }
 
@@ -147,6 +143,7 @@ bool PlanCommands::diff(sal::CmdParameters& parameters) {
     const auto state = m_context.state(*number, error);
     if (!state) {
         reply << base::printable(error) << std::endl;
+        m_context.refused();
         return true;
     }
     bool isSame = true;

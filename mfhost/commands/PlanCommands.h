@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "HistoryEntry.h"
+#include "Table.h"
 #include "WorkplacePlan.h"
 #include "WorkplaceState.h"
 #include "sal/CmdParameters.h"
@@ -25,6 +26,10 @@ public:
         std::function<Applied(unsigned number, const std::string& who)> undo;
         std::function<std::vector<HistoryEntry>()> history;
         std::function<std::optional<WorkplaceState>(unsigned number, std::string& error)> state;
+        /// How the reply of the running command is shown.
+        std::function<base::Table::Look()> look = [] { return base::Table::Look(); };
+        /// The running command has not done what it was to do, and has said why.
+        std::function<void()> refused = [] {};
     };
 
     explicit PlanCommands(Context context);

@@ -486,6 +486,25 @@ std::string Workplace::change(const Draft& draft, const WorkplacePlan::Change& c
     return {};
 }
 
+Workplace::Place Workplace::place(const std::string& driverID) const {
+    Place place;
+    const auto driver = m_drivers.find(driverID);
+    if (!driver)
+        return place;
+    if (const auto* pRecord = m_admission.catalogue().find(driver->type, driver->version)) {
+        place.module = pRecord->module;
+        place.descriptor = pRecord->file;
+    }
+    for (const WorkplaceFile::Entry& entry : entries()) {
+        if (entry.driverID == driverID) {
+            place.directory = entry.workingDirectory;
+            place.ipAddress = entry.ipAddress;
+            place.networkAdapter = entry.networkAdapter;
+        }
+    }
+    return place;
+}
+
 /// The fault is what kept its queues from being made before the start was even tried.
 void Workplace::endStart(const std::string& driverID, const std::string& queueFault) {
     const auto driver = m_drivers.find(driverID);

@@ -102,6 +102,17 @@ public:
     std::vector<WorkplaceFile::Entry> entries() const;
     const DescriptorCatalogue& catalogue() const { return m_admission.catalogue(); }
 
+    /// Where the parts of a driver lie, as far as the files say that the module was handed; empty where they
+    /// do not.
+    struct Place {
+        std::string module;
+        std::string descriptor;
+        std::string directory;  ///< as the entry has it
+        std::string ipAddress;
+        std::string networkAdapter;
+    };
+    Place place(const std::string& driverID) const;
+
 private:
     using Draft = WorkplacePlanner::Draft;
 

@@ -11,7 +11,8 @@
 #include "Needed.h"
 #include "ThreadName.h"
 
-Console::Console(Handlers handlers) : m_handlers(std::move(handlers)), m_waiter(STDIN_FILENO) {}
+Console::Console(Handlers handlers, LineEditor::Settings settings)
+    : m_handlers(std::move(handlers)), m_settings(std::move(settings)), m_waiter(STDIN_FILENO) {}
 
 Console::~Console() {
     stop();
@@ -31,10 +32,6 @@ void Console::stop() {
     m_waiter.stop();
 }
 
-void Console::redraw() {
-    m_waiter.nudge();
-}
-
 void Console::run() {
     base::nameThread("console");
     if (isInteractive())
@@ -44,8 +41,9 @@ void Console::run() {
 }
 
 void Console::readTerminal() {
-    LineEditor editor(m_waiter, m_handlers.complete);
-    // A slip on Ctrl-D must not stop a workplace; the second one in a row means it.
+    m_waiter.watchSize();
+    LineEditor editor(m_waiter, m_handlers.complete, m_settings);
+    // A slip on a key must not stop a workplace; the second one in a row means it.
     bool isEnding = false;
     while (!m_waiter.isStopped()) {
         const auto line = editor.read();
@@ -54,9 +52,10 @@ void Console::readTerminal() {
         if (line) {
             isEnding = false;
             m_handlers.line(*line);
-        } else if (!isEnding) {
-            isEnding = true;
-            std::cout << "\nTo shut down, type quit or press Ctrl-D again." << std::endl;
+        } else if (!std::exchange(isEnding, true)) {
+            // What Ctrl-C was pressed on has ended its row already.
+            std::cout << (editor.isInterrupted() ? "" : "\n") << "To shut down, type quit or press "
+                      << (editor.isInterrupted() ? "Ctrl-C" : "Ctrl-D") << " again." << std::endl;
         } else {
             std::cout << std::endl;
             m_handlers.end();
@@ -75,6 +74,8 @@ void Console::readLines() {
             case LineReader::EResult::TooLong:
                 hostLog(sal::LogOutput::eError) << "a console line of more than " << LineReader::s_maxLine
                                                 << " bytes is ignored" << std::endl;
+                if (m_handlers.lineTooLong)
+                    m_handlers.lineTooLong();
                 break;
             case LineReader::EResult::End:
                 if (reader.error() != 0)

@@ -17,9 +17,12 @@ public:
         /// Input has come to its end.
         std::function<void()> end;
         LineEditor::Completer complete;
+        /// A line of a script was too long to be one.
+        std::function<void()> lineTooLong = nullptr;
     };
 
-    explicit Console(Handlers handlers);
+    /// At a terminal the settings are the editor's.
+    explicit Console(Handlers handlers, LineEditor::Settings settings = {});
     ~Console();  ///< stops reading and gives the terminal its modes back
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
@@ -32,15 +35,13 @@ public:
     /// Whether lines come from an operator at a terminal.
     static bool isInteractive();
 
-    /// Others have written to the terminal: the prompt is written again. Any thread.
-    void redraw();
-
 private:
     void run();
     void readTerminal();
     void readLines();
 
     const Handlers m_handlers;
+    const LineEditor::Settings m_settings;
     InputWaiter m_waiter;
     std::thread m_thread;
 };

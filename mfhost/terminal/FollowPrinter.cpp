@@ -12,7 +12,6 @@
 #include <utility>
 
 #include "HostLog.h"
-#include "LineEditor.h"
 #include "Needed.h"
 #include "Printable.h"
 #include "ThreadName.h"
@@ -25,11 +24,10 @@ std::string staleMark(const std::string& cause) {
 
 }  // namespace
 
-FollowPrinter::FollowPrinter(std::string glob, int fd, std::function<void()> redraw,
-                             std::function<void()> lookForEnds, std::chrono::milliseconds patience)
+FollowPrinter::FollowPrinter(std::string glob, int fd, std::function<void()> lookForEnds,
+                             std::chrono::milliseconds patience)
     : m_glob(std::move(glob)),
       m_fd(fd),
-      m_redraw(std::move(redraw)),
       m_lookForEnds(std::move(lookForEnds)),
       m_patience(patience),
       m_thread(base::neededThread("--follow", [this] { run(); })) {}
@@ -130,10 +128,8 @@ void FollowPrinter::run() {
             const std::lock_guard lock(m_mutex);
             batch = takeBatch();
         }
-        if (!write(m_redraw ? LineEditor::s_eraseLine + batch : batch))
+        if (!write(batch))
             return;
-        if (m_redraw)
-            m_redraw();
     }
 }
 

@@ -20,12 +20,10 @@ class FollowPrinter : public StateStore::Listener {
 public:
     static constexpr std::size_t s_capacity = 10000;
 
-    /// Prints what matches the shell pattern, everything for an empty one, to the descriptor. With redraw the
-    /// descriptor is a terminal that may show a prompt: it is erased first, and redraw called afterwards.
-    /// lookForEnds is called before each batch of lines, on the printer's thread, and tells the store of
-    /// drivers that have ended by then. The patience is what is spent at the end on lines that are left.
-    FollowPrinter(std::string glob, int fd, std::function<void()> redraw = {},
-                  std::function<void()> lookForEnds = {},
+    /// Prints what matches the shell pattern, everything for an empty one, to the descriptor. lookForEnds is
+    /// called before each batch of lines, on the printer's thread, and tells the store of drivers that have
+    /// ended by then. The patience is what is spent at the end on lines that are left.
+    FollowPrinter(std::string glob, int fd, std::function<void()> lookForEnds = {},
                   std::chrono::milliseconds patience = std::chrono::seconds(1));
     /// Writes what is left, as long as the patience lasts.
     ~FollowPrinter() override;
@@ -51,7 +49,6 @@ private:
 
     const std::string m_glob;
     const int m_fd;
-    const std::function<void()> m_redraw;
     const std::function<void()> m_lookForEnds;
     const std::chrono::milliseconds m_patience;
     std::mutex m_mutex;

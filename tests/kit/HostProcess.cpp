@@ -61,6 +61,16 @@ ProcessStat processStat(pid_t pid) {
     return stat;
 }
 
+std::vector<pid_t> childrenOf(pid_t parent) {
+    std::vector<pid_t> result;
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        const pid_t pid = std::atoi(entry.path().filename().c_str());
+        if (pid > 0 && processStat(pid).parent == parent)
+            result.push_back(pid);
+    }
+    return result;
+}
+
 }  // namespace
 
 HostProcess::HostProcess(const Start& start)
@@ -183,17 +193,15 @@ std::optional<int> HostProcess::waitForEnd(int seconds) {
 }
 
 std::vector<pid_t> HostProcess::children() const {
-    std::vector<pid_t> result;
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-        const pid_t pid = std::atoi(entry.path().filename().c_str());
-        if (pid > 0 && processStat(pid).parent == m_pid)
-            result.push_back(pid);
-    }
-    return result;
+    return childrenOf(m_pid);
 }
 
 pid_t HostProcess::driverProcess(const std::string& driverID) const {
-    const auto pids = children();
+    return ::driverProcess(m_pid, driverID);
+}
+
+pid_t driverProcess(pid_t host, const std::string& driverID) {
+    const auto pids = childrenOf(host);
     const auto found = std::find_if(pids.begin(), pids.end(), [&](pid_t pid) {
         return read("/proc/" + std::to_string(pid) + "/cmdline").rfind(driverID + " MFD Console", 0) == 0;
     });

@@ -66,6 +66,9 @@ private:
     std::optional<int> m_exit;
 };
 
+/// Process ID of the child of a host whose title begins with this driver ID; 0 when there is none.
+pid_t driverProcess(pid_t host, const std::string& driverID);
+
 /// Whether the process is gone, or is so within that time. A process that nobody has reaped yet is gone.
 bool endsWithin(pid_t pid, int milliseconds);
 /// The same with the hang guard for a limit.

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -57,6 +58,24 @@ public:
                 read();
             return m_screen.find(text) != std::string::npos;
         });
+    }
+    /// The same for whatever is to be seen in all that is on the screen.
+    template <class Condition>
+    bool comesTo(Condition condition) {
+        return eventually([&] {
+            read();
+            return condition(m_screen);
+        });
+    }
+    /// Whether nothing of the text comes in half a second.
+    bool staysWithout(const std::string& text) {
+        for (int look = 0; look < 10; ++look)
+            read();
+        return m_screen.find(text) == std::string::npos;
+    }
+    void resize(unsigned short columns) const {
+        const winsize size{24, columns, 0, 0};
+        ::ioctl(m_fd, TIOCSWINSZ, &size);
     }
     /// Waits until the editor waits for keys, and clears the screen. The prompt stands before the editor has
     /// taken the terminal over; a key in between would mean something else.

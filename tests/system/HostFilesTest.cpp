@@ -134,7 +134,7 @@ TEST_F(HostFiles, ReloadThatWouldNeverEndIsRefusedWithItsLine) {
         "workingDirectory=\"data/A\" interfaceType=\"direct\"/>\n");
     HostProcess& host = start();
     host.type("reloadDriver A");
-    EXPECT_EQ(end(), 0);
+    EXPECT_EQ(end(), 3);
     EXPECT_THAT(host.output(),
                 HasSubstr("A is not reloaded, nothing is unloaded: " + file() +
                           " line 4: driverID must be the first attribute of a mainframeDriver that "

@@ -16,6 +16,7 @@
 
 #include "HostProcess.h"
 #include "RefusedNamespaces.h"
+#include "TerminalScreen.h"
 #include "Terminal.h"
 #include "TestWorkplace.h"
 
@@ -25,6 +26,12 @@ using testing::HasSubstr;
 using testing::Not;
 
 namespace {
+
+/// Of a terminal with 80 columns.
+std::string lastRow(const std::string& written) {
+    const auto rows = TerminalScreen(80, written).rows();
+    return rows.empty() ? std::string() : rows.back();
+}
 
 /// The value that a driver E was told to set, as "state" shows it.
 constexpr const char* s_live = "E.N  int   7      E       [0-9]+ s +yes";
@@ -73,6 +80,7 @@ protected:
     std::unique_ptr<Terminal> startAtATerminal(const std::vector<std::string>& options = {},
                                                const std::map<std::string, std::string>& environment = {}) {
         HostProcess::Start call = this->call(options);
+        call.environment["XDG_STATE_HOME"] = m_workplace.directory() / "state";
         call.environment.insert(environment.begin(), environment.end());
         return std::make_unique<Terminal>([&] {
             for (const auto& [name, value] : call.environment)
@@ -201,7 +209,7 @@ TEST_F(HostTest, ReloadOfAnUnknownDriverUnloadsNothingAndSaysWhy) {
     addDriver("E", "Echo", "queue");
     HostProcess& host = start();
     host.type("reloadDriver NOPE");
-    EXPECT_EQ(0, end());
+    EXPECT_EQ(3, end());
     EXPECT_THAT(host.output(), HasSubstr("NOPE is not reloaded, nothing is unloaded: " +
                                          m_workplace.configuration().string() + " has no driver \"NOPE\"\n"));
 }
@@ -228,7 +236,7 @@ TEST_F(HostTest, NothingReachesATerminalAsItIs) {
     host.type("reloadDriver 'R" + text + "'");
     host.type("U" + text);
     host.type("help 'H" + text + "'");
-    EXPECT_EQ(0, end());
+    EXPECT_EQ(3, end());
     EXPECT_THAT(host.output(), HasSubstr("\nno state value matches X" + shown + "\n"));
     EXPECT_THAT(host.output(), HasSubstr("  E.N" + shown + "  V" + shown + "  E\n"));
     EXPECT_THAT(host.output(), HasSubstr("\nR" + shown + " is not reloaded, nothing is unloaded: "));
@@ -254,7 +262,7 @@ TEST_F(HostTest, DriverIDThatCannotBeShownIsWarnedOfAndOnlyTheModulePrintsItAsIt
 TEST_F(HostTest, ReloadWithoutAnIDTellsTheUse) {
     HostProcess& host = start();
     host.type("reloadDriver");
-    EXPECT_EQ(0, end());
+    EXPECT_EQ(3, end());
     EXPECT_THAT(host.output(), HasSubstr("reloadDriver <driver ID>\n\treloads an MF driver module"));
 }
 
@@ -290,7 +298,7 @@ TEST_F(HostTest, ReloadThatWouldNeverEndIsRefused) {
               "</workplace></workplaces>");
     for (const char* line : {"reloadDriver E", "'reloadDriver' E", "reload\\Driver \"E\""})
         host.type(line);
-    EXPECT_EQ(0, end());
+    EXPECT_EQ(3, end());
     const std::string reply =
         "E is not reloaded, nothing is unloaded: " + m_workplace.configuration().string() +
         " line 2: driverID must be the first attribute";
@@ -306,7 +314,7 @@ TEST_F(HostTest, ReloadOfAFileThatIsNotFitToBeReadIsRefused) {
     fs::remove(m_workplace.configuration());
     fs::create_directory(m_workplace.configuration());
     host.type("reloadDriver E");
-    EXPECT_EQ(0, end());
+    EXPECT_EQ(3, end());
     EXPECT_THAT(host.output(), HasSubstr(m_workplace.configuration().string() + " is no regular file\n"));
 }
 
@@ -393,10 +401,193 @@ TEST_F(HostTest, EndAtOnceGivesTheTerminalItsModesBack) {
     ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
     ::kill(pTerminal->pid(), SIGTERM);
     ASSERT_TRUE(pTerminal->shows("shutting down: SIGTERM")) << pTerminal->screen();
-    EXPECT_FALSE(pTerminal->takesLines());
     ::kill(pTerminal->pid(), SIGINT);
     EXPECT_EQ(128 + SIGINT, pTerminal->waitForEnd()) << pTerminal->screen();
     EXPECT_TRUE(pTerminal->takesLines());
+    EXPECT_THAT(pTerminal->screen(), HasSubstr("HOST: SIGINT again: the host ends at once\r\n"));
+}
+
+TEST_F(HostTest, CtrlCDuringTheShutdownIsASignal) {
+    addDriver("H", "IgnoresDeinit", "direct");
+    const auto pTerminal = startAtATerminal();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("quit\r"));
+    ASSERT_TRUE(pTerminal->shows("shutting down: quit")) << pTerminal->screen();
+    ASSERT_TRUE(eventually([&] { return pTerminal->takesLines(); }));
+    ASSERT_TRUE(pTerminal->type("\x03"));
+    ASSERT_TRUE(pTerminal->shows("shutting down: SIGINT")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("\x03"));
+    EXPECT_EQ(128 + SIGINT, pTerminal->waitForEnd()) << pTerminal->screen();
+}
+
+TEST_F(HostTest, CtrlCAsksBeforeItShutsTheWorkplaceDown) {
+    const auto pTerminal = startAtATerminal();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("nonsense\x03"));
+    ASSERT_TRUE(pTerminal->shows("^C")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("\x03"));
+    ASSERT_TRUE(pTerminal->shows("To shut down, type quit or press Ctrl-C again.")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("events\r"));
+    ASSERT_TRUE(pTerminal->shows("no events")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("\x03\x03"));
+    EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
+    EXPECT_THAT(pTerminal->screen(), HasSubstr("HOST: all drivers are stopped"));
+    EXPECT_TRUE(pTerminal->takesLines());
+}
+
+TEST_F(HostTest, InterruptFromElsewhereShutsDownAtATerminalToo) {
+    const auto pTerminal = startAtATerminal();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("sendFID half"));
+    ::kill(pTerminal->pid(), SIGINT);
+    EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
+    EXPECT_THAT(pTerminal->screen(), HasSubstr("HOST: shutting down: SIGINT"));
+    EXPECT_TRUE(pTerminal->takesLines());
+}
+
+TEST_F(HostTest, NothingThatIsLoggedOrPrintedTearsTheLineBeingTyped) {
+    addDriver("E", "Echo", "queue");
+    const auto pTerminal = startAtATerminal({"--restart-delay", "0.1"});
+    ASSERT_TRUE(pTerminal->shows("mfhost> ")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("sendFID E.INT name=N v"));
+    // The restart logs, has the module print, and starts a process that logs.
+    const pid_t driver = driverProcess(pTerminal->pid(), "E");
+    ASSERT_NE(0, driver);
+    ::kill(driver, SIGKILL);
+    ASSERT_TRUE(pTerminal->shows("HOST: E: is started again")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("alue=7"));
+    const std::string line = "mfhost> sendFID E.INT name=N value=7";
+    ASSERT_TRUE(pTerminal->comesTo([&](const std::string& written) {
+        return lastRow(written).ends_with(line);
+    })) << pTerminal->screen();
+    const auto rows = TerminalScreen(80, pTerminal->screen()).rows();
+    // One line is on the screen, with the alarm that the driver's end was.
+    EXPECT_EQ("[1 alarm] " + line, rows.back());
+    EXPECT_EQ(1, std::count_if(rows.begin(), rows.end(),
+                               [](const auto& row) { return row.find("mfhost> ") != std::string::npos; }))
+        << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("\rstate E.N\r"));
+    EXPECT_TRUE(pTerminal->shows("E.N  int   7")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("quit\r"));
+    EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
+}
+
+TEST_F(HostTest, LineTypedWhileADriverIsLoadedAnewIsEditedAsEver) {
+    addDriver("E", "Echo", "queue");
+    const auto pTerminal = startAtATerminal();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    // The module sleeps for a second in it.
+    ASSERT_TRUE(pTerminal->type("reloadDriver E\rnonsenz\x7fse\r"));
+    EXPECT_TRUE(pTerminal->shows("unknown command \"nonsense\"")) << pTerminal->screen();
+    // Nothing of it was echoed before its prompt was there.
+    EXPECT_THAT(pTerminal->screen(), Not(HasSubstr("^?")));
+    EXPECT_THAT(pTerminal->screen(), Not(ContainsRegex("reloadDriver E\r\n?\nnonsen")));
+    ASSERT_TRUE(pTerminal->type("quit\r"));
+    EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
+}
+
+TEST_F(HostTest, HistoryIsKeptOverStarts) {
+    for (const char* keys : {"state ONCE.*\r", "\x10\r"}) {
+        const auto pTerminal = startAtATerminal();
+        ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+        ASSERT_TRUE(pTerminal->type(keys));
+        ASSERT_TRUE(pTerminal->shows("no state value matches ONCE.*")) << pTerminal->screen();
+        ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+        // What begins with a blank is not kept.
+        ASSERT_TRUE(pTerminal->type(" quit\r"));
+        EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
+    }
+}
+
+TEST_F(HostTest, TablesFitTheTerminal) {
+    addDriver("E", "Echo", "queue");
+    const auto pTerminal = startAtATerminal();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    pTerminal->resize(80);
+    ASSERT_TRUE(pTerminal->type("drivers\r"));
+    ASSERT_TRUE(pTerminal->shows("ID     mode    process")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("drivers -l\r"));
+    ASSERT_TRUE(pTerminal->shows("values lost")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("drivers E\r"));
+    ASSERT_TRUE(pTerminal->shows((m_workplace.drivers() / "Echo.so").string())) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    pTerminal->resize(200);
+    ASSERT_TRUE(pTerminal->type("drivers\r"));
+    ASSERT_TRUE(pTerminal->shows("values lost")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("quit\r"));
+    EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
+}
+
+TEST_F(HostTest, AlarmStaysBeforeThePromptUntilItIsAcknowledged) {
+    addDriver("E", "Echo", "queue");
+    const auto pTerminal = startAtATerminal({}, {{"NO_COLOR", "1"}});
+    ASSERT_TRUE(pTerminal->awaitPrompt()) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("sendFID PANEL.ALARM source=E text=hot\r"));
+    ASSERT_TRUE(pTerminal->shows("[1 alarm] mfhost> ")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("sendFID PANEL.ALARM.CLEAR\ralarms\r"));
+    ASSERT_TRUE(pTerminal->shows("  over  hot")) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("shelve E 2\r"));
+    ASSERT_TRUE(pTerminal->comesTo([](const std::string& written) { return lastRow(written) == "mfhost>"; }))
+        << pTerminal->screen();
+    // It comes back by itself.
+    ASSERT_TRUE(pTerminal->comesTo([](const std::string& written) {
+        return lastRow(written) == "[1 alarm] mfhost>";
+    })) << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("acknowledge E\r"));
+    ASSERT_TRUE(pTerminal->comesTo([](const std::string& written) { return lastRow(written) == "mfhost>"; }))
+        << pTerminal->screen();
+    ASSERT_TRUE(pTerminal->type("quit\r"));
+    EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
+}
+
+TEST_F(HostTest, DriverThatIsParkedRaisesNoAlarm) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait({"--restart-delay", "60"});
+    ::kill(host.driverProcess("E"), SIGKILL);
+    ASSERT_TRUE(host.waitForLog("it is started again in ")) << host.log();
+    host.type("alarms");
+    ASSERT_TRUE(host.waitForOutput("  on   ended: signal 9 (Killed)\n")) << host.output();
+    host.type("stopDriver E");
+    host.type("sendFID PANEL.ALARM source=E text=late");
+    host.type("alarms");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), HasSubstr("\nno alarms\n"));
+}
+
+TEST_F(HostTest, LinesOfAScriptThatFailAreToldAndEndWithThree) {
+    addDriver("E", "Echo", "queue");
+    HostProcess& host = startAndWait();
+    for (const char* line : {"drivers", "exit", "", "reloadDriver NOPE", "stopDriver PANEL", "state E.*"})
+        host.type(line);
+    EXPECT_EQ(3, end());
+    EXPECT_THAT(host.output(),
+                HasSubstr("there is no command exit; quit stops all drivers and ends the host\n"));
+    const std::string log = host.log();
+    const auto stopped = log.find("HOST: all drivers are stopped\n");
+    ASSERT_NE(std::string::npos, stopped) << log;
+    const std::string rest = log.substr(stopped);
+    EXPECT_THAT(rest, HasSubstr("warning  HOST: line 2 of the input failed: exit\n"));
+    EXPECT_THAT(rest, HasSubstr("warning  HOST: line 4 of the input failed: reloadDriver NOPE\n"));
+    EXPECT_THAT(rest, HasSubstr("warning  HOST: line 5 of the input failed: stopDriver PANEL\n"));
+    EXPECT_EQ(3, countInLog(" of the input failed: "));
+}
+
+TEST_F(HostTest, FollowPrintsChangesUntilUnfollow) {
+    HostProcess& host = startAndWait();
+    host.type("setStateValue T.A 1");
+    host.type("follow T.*");
+    host.type("setStateValue T.B 2");
+    ASSERT_TRUE(host.waitForOutput("\nT.B = 2\n")) << host.output();
+    host.type("unfollow");
+    host.type("setStateValue T.C 3");
+    EXPECT_EQ(0, end());
+    EXPECT_THAT(host.output(), Not(HasSubstr("T.A = 1")));
+    EXPECT_THAT(host.output(), Not(HasSubstr("T.C = 3")));
 }
 
 TEST_F(HostTest, EndInOrderGivesTheTerminalItsModesBack) {
@@ -814,7 +1005,7 @@ TEST_F(HostTest, TabCompletesCommandsDriversAndKeys) {
     const auto pTerminal = startAtATerminal({"--follow=ECHO1.*"});
     // What is answered has been completed.
     for (const auto& [keys, reply] : {std::pair{"help relo\t\r", "reloads an MF driver module"},
-                                      {"sendF\tEC\t\x7fINT name=N value=7\r", "ECHO1.N = 7"},
+                                      {"sendF\tEC\tINT name=N value=7\r", "ECHO1.N = 7"},
                                       {"state PANEL.MFDDEF.C\t\r", "PANEL.MFDDEF.COUNT  int "},
                                       {"setStateV\tECHO1.\t 8\r", "ECHO1.N = 8"},
                                       {"unsetStateV\tECHO1.\t\r", "alue "},

@@ -103,9 +103,9 @@ protected:
     }
 
     /// In order, and not by the enforced end.
-    void expectQuits(HostProcess& host) {
+    void expectQuits(HostProcess& host, int exitCode = 0) {
         host.type("quit");
-        EXPECT_EQ(host.waitForEnd(), 0);
+        EXPECT_EQ(host.waitForEnd(), exitCode);
         EXPECT_TRUE(host.waitForLog("all drivers are stopped\n")) << host.log();
         EXPECT_THAT(host.log(), Not(HasSubstr("the host ends without it")));
     }
@@ -132,7 +132,7 @@ TEST_F(QueueFaults, DirectoryThatIsOpenedHoldsUpNobody) {
     ASSERT_EQ(::chmod(m_queues.c_str(), 0700), 0);
     ASSERT_TRUE(host.waitForLog("HOST: FAR: is started again\n")) << host.log();
     expectServes(host, "FAR");
-    expectQuits(host);
+    expectQuits(host, 3);
 }
 
 TEST_F(QueueFaults, DirectoryOfAnotherUserHoldsUpNobody) {

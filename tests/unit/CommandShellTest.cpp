@@ -118,6 +118,7 @@ protected:
                           m_drivers,
                           m_supervisor,
                           {.concerns = [](const std::string&) {}, .tellPanel = [] {}}};
+    AlarmList m_alarms;
     FidTap m_tap{m_drivers, m_drivers};
     std::mutex m_mutex;
     std::condition_variable m_changed;
@@ -131,6 +132,7 @@ protected:
                         .store = m_store,
                         .drivers = m_drivers,
                         .workplace = m_workplace,
+                        .alarms = m_alarms,
                         .lookForEnds = [this] { ++m_looks; },
                         .quit = [this] { ++m_quits; },
                         .showModules = [] {}}};
@@ -362,6 +364,68 @@ TEST_F(CommandShellTest, CommandsAndDriversComplete) {
     EXPECT_THAT(m_sut.complete({}, "stop"), ElementsAre("stopDriver"));
     EXPECT_THAT(m_sut.complete({"stopDriver"}, "A"), ElementsAre("AXIS1"));
     EXPECT_THAT(m_sut.complete({"startDriver"}, "A"), ElementsAre("AXIS1"));
+    finish();
+}
+
+TEST_F(CommandShellTest, WordOfAnotherConsoleIsAnsweredWithAHint) {
+    EXPECT_EQ(
+        "there is no command exit; quit stops all drivers and ends the host\n"
+        "there is no command stop; stopDriver ID stops a driver and keeps it so; quit ends the host\n",
+        output({"exit", "help stop"}));
+}
+
+TEST_F(CommandShellTest, LinesOfAScriptThatFailAreTold) {
+    output({"note 1", "nonsense", "", "stopDriver A", "note 'x", "exit", "fail", "reloadDriver A",
+            "reloadDriver", "drivers A", "note 2"});
+    EXPECT_TRUE(m_sut.sayFailedLines());
+    const std::string text = m_log.text();
+    for (const char* line :
+         {"line 2 of the input failed: nonsense\n", "line 4 of the input failed: stopDriver A\n",
+          "line 5 of the input failed: note 'x\n", "line 6 of the input failed: exit\n",
+          "line 7 of the input failed: fail\n", "line 8 of the input failed: reloadDriver A\n",
+          "line 9 of the input failed: reloadDriver\n", "line 10 of the input failed: drivers A\n"})
+        EXPECT_THAT(text, HasSubstr(std::string("warning  HOST: ") + line));
+    EXPECT_THAT(text, Not(HasSubstr("line 1 of")));
+    EXPECT_THAT(text, Not(HasSubstr("line 11 of")));
+    EXPECT_THAT(m_notes, ElementsAre("1", "2"));
+}
+
+TEST_F(CommandShellTest, LinesThatAreDoneAreNoFailure) {
+    output({"note 1", "help", "help note", "# exit", "quit"});
+    m_sut.postDriverCommand("nonsense");
+    EXPECT_FALSE(m_sut.sayFailedLines());
+    EXPECT_THAT(m_log.text(), Not(HasSubstr("failed")));
+}
+
+TEST_F(CommandShellTest, LineThatIsTooLongIsCountedAndHasFailed) {
+    open();
+    m_sut.readLine("note 1");
+    m_sut.skipLine();
+    m_sut.readLine("nonsense");
+    finish();
+    EXPECT_TRUE(m_sut.sayFailedLines());
+    EXPECT_THAT(m_log.text(), HasSubstr("line 2 of the input failed: (too long)\n"));
+    EXPECT_THAT(m_log.text(), HasSubstr("line 3 of the input failed: nonsense\n"));
+}
+
+TEST_F(CommandShellTest, OfManyLinesThatFailTheRestIsCounted) {
+    output(std::vector<std::string>(25, "nonsense"));
+    EXPECT_TRUE(m_sut.sayFailedLines());
+    EXPECT_THAT(m_log.text(), HasSubstr("line 20 of the input failed: nonsense\n"));
+    EXPECT_THAT(m_log.text(), Not(HasSubstr("line 21 of the input")));
+    EXPECT_THAT(m_log.text(), HasSubstr("5 more lines of the input failed\n"));
+}
+
+TEST_F(CommandShellTest, FidThatWasSentCompletes) {
+    m_drivers.processStarted("AXIS1", 1);
+    output({"sendFID AXIS1.MOVE x=1", "sendFID NOBODY.MOVE"});
+    EXPECT_THAT(m_sut.complete({"sendFID"}, "AXIS1.M"), ElementsAre("AXIS1.MOVE"));
+    EXPECT_TRUE(m_sut.complete({"sendFID"}, "NOB").empty());
+}
+
+TEST_F(CommandShellTest, FidThatADriverHasNamedCompletes) {
+    m_sut.learn("AXIS1: unknown FID \"X\"; known are MOVE, STOP");
+    EXPECT_THAT(m_sut.complete({"sendFID"}, "AXIS1.S"), ElementsAre("AXIS1.STOP"));
     finish();
 }
 

@@ -25,7 +25,9 @@ protected:
 
     StateStore m_store;
     DriverTable m_drivers{m_store};
-    Completion m_sut{m_drivers, m_store};
+    FidMemory m_fids;
+    AlarmList m_alarms;
+    Completion m_sut{m_drivers, m_store, m_fids, m_alarms};
 };
 
 }  // namespace
@@ -65,6 +67,42 @@ TEST_F(CompletionTest, CommandsOfTheStateTakeAKey) {
     for (const char* command : {"state", "setStateValue", "unsetStateValue", "triggerEvent"})
         EXPECT_EQ((Words{"SYS.HOST", "SYS.LOAD"}), m_sut.words({command}, "SYS.")) << command;
     EXPECT_EQ(Words{}, m_sut.words({"state", "SYS.HOST"}, "SYS."));
+}
+
+TEST_F(CompletionTest, FidsThatAreKnownAreOffered) {
+    begin();
+    m_fids.add("AXIS1.MOVE");
+    m_fids.add("AXIS1.STOP");
+    m_fids.add("GONE.STOP");
+    EXPECT_EQ((Words{"AXIS1.", "AXIS1.MOVE", "AXIS1.STOP"}), m_sut.words({"sendFID"}, "AX"));
+    EXPECT_EQ((Words{"AXIS1.MOVE", "AXIS1.STOP"}), m_sut.words({"sendFID"}, "AXIS1."));
+    EXPECT_EQ(Words{"AXIS1.MOVE"}, m_sut.words({"sendFID"}, "AXIS1.M"));
+    EXPECT_EQ(Words{"GONE.STOP"}, m_sut.words({"sendFID"}, "G"));
+}
+
+TEST_F(CompletionTest, MacrosAreOfferedByName) {
+    begin();
+    EXPECT_EQ(Words{"PANEL."}, m_sut.words({"sendFID"}, "P"));
+    m_store.setStateValue("PANEL.MACRO.NAMES", "close, open, two words, ...");
+    EXPECT_EQ(Words{"PANEL.MACRO.PLAY"}, m_sut.words({"sendFID"}, "PANEL.M"));
+    EXPECT_EQ((Words{"name=close", "name=open"}), m_sut.words({"sendFID", "PANEL.MACRO.PLAY"}, ""));
+    EXPECT_EQ(Words{"name=open"}, m_sut.words({"sendFID", "PANEL.MACRO.DELETE"}, "name=o"));
+    EXPECT_EQ((Words{"from=close", "from=open"}), m_sut.words({"sendFID", "PANEL.MACRO.RENAME"}, "f"));
+    EXPECT_EQ(Words{}, m_sut.words({"sendFID", "PANEL.MACRO.RECORD"}, ""));
+    EXPECT_EQ(Words{}, m_sut.words({"sendFID", "PANEL.MACRO.PLAY", "name=open"}, ""));
+}
+
+TEST_F(CompletionTest, AlarmsAreOfferedByTheirKeys) {
+    begin();
+    m_alarms.eventTriggered({"PANEL.ALARM", "SYS: hot", {}, {}});
+    EXPECT_EQ(Words{"SYS"}, m_sut.words({"acknowledge"}, ""));
+    EXPECT_EQ(Words{"SYS"}, m_sut.words({"shelve"}, "S"));
+}
+
+TEST_F(CompletionTest, DriversAndFollowTakeAnIDAndAKey) {
+    begin();
+    EXPECT_EQ(Words{"SYS"}, m_sut.words({"drivers"}, "S"));
+    EXPECT_EQ((Words{"SYS.HOST", "SYS.LOAD"}), m_sut.words({"follow"}, "SYS."));
 }
 
 TEST_F(CompletionTest, OtherCommandsTakeNothing) {

@@ -45,7 +45,8 @@ protected:
                         m_lines.push_back(line);
                     },
                 .end = [this] { m_end.set_value(); },
-                .complete = {}};
+                .complete = {},
+                .lineTooLong = [this] { ++m_tooLong; }};
     }
 
     LogCapture m_log;
@@ -53,6 +54,7 @@ protected:
     int m_input = -1;
     std::mutex m_mutex;
     std::vector<std::string> m_lines;
+    int m_tooLong = 0;
     std::promise<void> m_end;
 };
 
@@ -85,6 +87,7 @@ TEST_F(ConsoleTest, LogsALineThatIsTooLong) {
         m_end.get_future().wait();
     }
     EXPECT_EQ(std::vector<std::string>{"drivers"}, m_lines);
+    EXPECT_EQ(1, m_tooLong);
     EXPECT_NE(std::string::npos, m_log.finish().find("a console line of more than 65536 bytes is ignored"));
 }
 
@@ -130,4 +133,24 @@ TEST(ConsoleAtATerminal, LineBetweenTwoEndsOfInputTakesTheFirstBack) {
         const bool isEnd = *keys == '\x04';
         ASSERT_TRUE(terminal.shows(isEnd ? "press Ctrl-D again." : "[drivers]")) << terminal.screen();
     }
+}
+
+TEST(ConsoleAtATerminal, CtrlCOnAnEmptyLineAsksAsTheEndOfInputDoes) {
+    Terminal terminal(runConsole);
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("driv\x03"));
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("\x03"));
+    ASSERT_TRUE(terminal.shows("To shut down, type quit or press Ctrl-C again.")) << terminal.screen();
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("drivers\r"));
+    ASSERT_TRUE(terminal.shows("[drivers]")) << terminal.screen();
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("\x03"));
+    ASSERT_TRUE(terminal.shows("press Ctrl-C again.")) << terminal.screen();
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("\x03"));
+    EXPECT_TRUE(terminal.shows("(end)")) << terminal.screen();
+    EXPECT_EQ(0, terminal.waitForEnd());
+    EXPECT_TRUE(terminal.takesLines());
 }

@@ -5,7 +5,6 @@
 #include <limits.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdio>
 #include <memory>
@@ -98,7 +97,7 @@ StateStore::Entry entry(const std::string& key, StateValue value) {
 TEST(FollowPrinter, PrintsALineForEachChange) {
     Pipe pipe;
     {
-        FollowPrinter sut("", pipe.writeEnd(), {}, {}, c_hangGuard);
+        FollowPrinter sut("", pipe.writeEnd(), {}, c_hangGuard);
         sut.valueChanged(entry("SYS.LOAD", StateValue(0.5F)));
         auto stale = entry("SYS.NAME", StateValue(std::string("a\nb")));
         stale.staleCause = "unloaded";
@@ -140,24 +139,12 @@ TEST(FollowPrinter, NothingThatADriverChoosesReachesATerminalAsItIs) {
         pipe.readAll());
 }
 
-TEST(FollowPrinter, ErasesThePromptOfATerminalAndAsksForItAgain) {
-    Pipe pipe;
-    std::atomic<int> redraws = 0;
-    {
-        FollowPrinter sut(
-            "", pipe.writeEnd(), [&] { ++redraws; }, {}, c_hangGuard);
-        sut.valueUnset("SYS.LOAD");
-    }
-    EXPECT_EQ("\r\x1b[KSYS.LOAD unset\n", pipe.readAll());
-    EXPECT_EQ(1, redraws);
-}
-
 TEST(FollowPrinter, PrintsAWaitingValueOfADriverThatHasEndedAsStale) {
     StateStore store;
     Pipe pipe;
     {
         FollowPrinter sut(
-            "", pipe.writeEnd(), {}, [&] { store.driverEnded("A", "signal 9"); }, c_hangGuard);
+            "", pipe.writeEnd(), [&] { store.driverEnded("A", "signal 9"); }, c_hangGuard);
         store.addListener(&sut);
         store.setStateValueInt("A.X", 1);
         EXPECT_TRUE(eventually([&] { return store.find("A.X")->isStale(); }));
@@ -169,7 +156,7 @@ TEST(FollowPrinter, PrintsAWaitingValueOfADriverThatHasEndedAsStale) {
 TEST(FollowPrinter, PrintsWhatMatchesOnly) {
     Pipe pipe;
     {
-        FollowPrinter sut("SYS.L*", pipe.writeEnd(), {}, {}, c_hangGuard);
+        FollowPrinter sut("SYS.L*", pipe.writeEnd(), {}, c_hangGuard);
         sut.valueChanged(entry("SYS.LOAD", StateValue(1)));
         sut.valueChanged(entry("SYS.NAME", StateValue(1)));
         sut.valueUnset("SYS.NAME");
@@ -228,7 +215,7 @@ TEST(FollowPrinter, SaysOnceThatItLosesLines) {
     LogCapture log;
     const FullOutput output;
     {
-        FollowPrinter sut("", output.fd(), {}, {}, c_hangGuard);
+        FollowPrinter sut("", output.fd(), {}, c_hangGuard);
         for (int i = 0; i < 100; ++i)
             sut.valueChanged(entry("K", StateValue(std::string(PIPE_BUF, 'x'))));
     }
@@ -240,7 +227,7 @@ TEST(FollowPrinter, SaysAgainThatItLosesLinesWhenItHadWrittenMeanwhile) {
     const std::string complaint = "--follow loses lines: standard output: No space left on device\n";
     LogCapture log;
     const FullOutput output;
-    FollowPrinter sut("", output.fd(), {}, {}, c_hangGuard);
+    FollowPrinter sut("", output.fd(), {}, c_hangGuard);
     sut.valueUnset("A");
     ASSERT_TRUE(eventually([&] { return countOf(complaint, log.text()) == 1; })) << log.text();
     output.empty();

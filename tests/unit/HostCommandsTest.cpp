@@ -40,7 +40,11 @@ protected:
     DriverTable m_drivers{m_store, RestartPlan::Settings{.firstDelay = std::chrono::hours(1),
                                                          .longestDelay = std::chrono::hours(1),
                                                          .random = [] { return 0.5; }}};
+    AlarmList m_alarms{[this] { return m_now; }};
     std::ostringstream m_reply;
+    base::Table::Look m_look;
+    int m_refusals = 0;
+    bool m_isFollowed = false;
     int m_quits = 0;
     int m_listings = 0;
     int m_settled = 0;
@@ -52,6 +56,7 @@ protected:
     HostCommands m_sut{
         {.store = m_store,
          .drivers = m_drivers,
+         .alarms = m_alarms,
          .reply = [this]() -> std::ostream& { return m_reply; },
          .quit = [this] { ++m_quits; },
          .showModules = [this] { ++m_listings; },
@@ -59,7 +64,19 @@ protected:
          .lookForEnds = [this] { m_onLook(); },
          .park = [this](const auto& id) { return m_calls.emplace_back("park " + id), m_refusal; },
          .unpark = [this](const auto& id) { return m_calls.emplace_back("unpark " + id), m_refusal; },
-         .now = [this] { return m_now; }}};
+         .now = [this] { return m_now; },
+         .look = [this] { return m_look; },
+         .refused = [this] { ++m_refusals; },
+         .follow = [this](const auto& glob) { m_calls.emplace_back("follow " + glob); },
+         .unfollow = [this] { return m_isFollowed; },
+         .place =
+             [](const auto&) {
+                 return Workplace::Place{.module = "/m/axis.so",
+                                         .descriptor = "/m/axis.xml",
+                                         .directory = "data/AXIS1",
+                                         .ipAddress = "192.0.2.7",
+                                         .networkAdapter = "eth1"};
+             }}};
 };
 
 /// What a terminal would obey: a control character, ESC, the same as one character beyond ASCII and as its
@@ -77,7 +94,7 @@ TEST_F(HostCommandsTest, HelpListsEachCommandOnALine) {
 }
 
 TEST_F(HostCommandsTest, HelpOfACommandTellsItsUse) {
-    EXPECT_EQ("queues\n\tlists the message queues of the driver processes.\n", reply("help queues"));
+    EXPECT_EQ("events\n\tlists the last events.\n", reply("help events"));
 }
 
 TEST_F(HostCommandsTest, QuitAsksForTheEnd) {
@@ -344,4 +361,150 @@ TEST_F(HostCommandsTest, StopAndStartWithoutADriverTellTheirUse) {
     EXPECT_EQ(0u, reply("stopDriver").find("stopDriver <driverID>\n"));
     EXPECT_EQ(0u, reply("startDriver").find("startDriver <driverID>\n"));
     EXPECT_TRUE(m_calls.empty());
+}
+
+TEST_F(HostCommandsTest, DriversIsWholeInAPipeAndWhatMattersInANarrowTerminal) {
+    m_drivers.processStarted("AXIS1", 42);
+    const std::string whole = reply("drivers");
+    EXPECT_EQ(whole, reply("drivers -l"));
+    m_look.width = 80;
+    const std::string text = reply("drivers");
+    EXPECT_EQ(0u, text.find("ID     mode    process  status      for  restarts  next try  last cause\n"
+                            "AXIS1  queue   42       running     "))
+        << text;
+    EXPECT_EQ(text, reply("drivers -s"));
+    EXPECT_EQ(whole, reply("drivers -l"));
+    m_look.width = 160;
+    EXPECT_EQ(whole, reply("drivers"));
+    m_look.width = 0;
+    EXPECT_EQ(text, reply("drivers -s"));
+}
+
+TEST_F(HostCommandsTest, NarrowDriversFitTheTerminal) {
+    m_drivers.processStarted("AXIS1", 42);
+    m_drivers.processEnded("AXIS1", 42, std::string(200, 'c'), {}, false);
+    m_look.width = 80;
+    std::istringstream lines(reply("drivers"));
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 80u) << line;
+}
+
+TEST_F(HostCommandsTest, CardOfADriverTellsAllOfIt) {
+    m_drivers.processStarted("AXIS1", 42);
+    m_drivers.processEnded("AXIS1", 42, "exit code 3", {}, true);
+    m_drivers.addRestart("AXIS1");
+    m_now = *m_drivers.find("AXIS1")->nextTry - std::chrono::seconds(90);
+    m_store.setStateValueInt("AXIS1.N", 7);
+    sal::MessageQueue in;
+    ASSERT_TRUE(in.create("AXIS1_INQ", 10, 100, 0));
+    const unsigned char byte = 1;
+    ASSERT_TRUE(in.send(&byte, 1, 0));
+    const std::string text = reply("drivers AXIS1");
+    EXPECT_EQ(0u, text.find("AXIS1\nstatus        ended\nsince         20")) << text;
+    const auto rest = text.find("last cause");
+    ASSERT_NE(std::string::npos, rest) << text;
+    EXPECT_EQ(
+        "last cause    exit code 3\n"
+        "next try      in 90 s\n"
+        "restarts      1\n"
+        "mode          queue\n"
+        "process       42\n"
+        "module        /m/axis.so\n"
+        "descriptor    /m/axis.xml\n"
+        "directory     data/AXIS1\n"
+        "address       192.0.2.7\n"
+        "adapter       eth1\n"
+        "queue in      1 of 10 waiting, 1 at most so far, 1 in all\n"
+        "msg/s in/out  0/0\n"
+        "values        1\n"
+        "values lost   0\n",
+        text.substr(rest));
+    EXPECT_EQ(0, m_refusals);
+}
+
+TEST_F(HostCommandsTest, CardOfADriverThatThereIsNotIsRefused) {
+    EXPECT_EQ("there is no driver AXSI1; drivers lists them\n", reply("drivers AXSI1"));
+    EXPECT_EQ(1, m_refusals);
+    EXPECT_EQ(0u, reply("drivers -x").find("drivers [-s|-l|<driverID>]\n"));
+    EXPECT_EQ(0u, reply("drivers A B").find("drivers [-s|-l|<driverID>]\n"));
+}
+
+TEST_F(HostCommandsTest, WhatIsWrongHasAColourWhereThereAreSome) {
+    m_drivers.processStarted("AXIS1", 42);
+    m_drivers.processEnded("AXIS1", 42, "exit code 3", {}, false);
+    m_store.setStateValueInt("SYS.N", 1);
+    m_store.driverEnded("SYS", "exit code 3");
+    EXPECT_EQ(std::string::npos, (reply("drivers") + reply("state")).find('\x1b'));
+    m_look.isColoured = true;
+    EXPECT_NE(std::string::npos, reply("drivers").find("\x1b[31mended\x1b[0m"));
+    EXPECT_NE(std::string::npos, reply("drivers AXIS1").find("\x1b[31mended\x1b[0m"));
+    EXPECT_NE(std::string::npos, reply("state").find("\x1b[33mstale for "));
+}
+
+TEST_F(HostCommandsTest, StateFitsTheTerminal) {
+    m_store.setStateValue("SYS.TEXT", std::string(200, 'x'));
+    m_look.width = 60;
+    EXPECT_EQ(
+        "key       type    value                   set by  age  holds\n"
+        "SYS.TEXT  string  xxxxxxxxxxxxxxxxxxx...  SYS     0 s  yes\n",
+        reply("state"));
+}
+
+TEST_F(HostCommandsTest, AlarmsAreListedUntilTheyAreAcknowledged) {
+    EXPECT_EQ("no alarms\n", reply("alarms"));
+    m_alarms.eventTriggered({"PANEL.ALARM", "SYS: load 3 is above 2", {}, {}});
+    const std::string text = reply("alarms");
+    EXPECT_EQ(0u, text.find("alarm  raised               times  now  text\nSYS    20")) << text;
+    EXPECT_TRUE(text.ends_with("  1      on   load 3 is above 2\n")) << text;
+    EXPECT_EQ("", reply("acknowledge SYS"));
+    EXPECT_EQ("no alarms\n", reply("alarms"));
+    EXPECT_EQ("there is no alarm SYS; alarms lists them\n", reply("acknowledge SYS"));
+    EXPECT_EQ(1, m_refusals);
+    EXPECT_EQ("0 acknowledged\n", reply("acknowledge all"));
+    EXPECT_EQ(0u, reply("acknowledge").find("acknowledge <alarm>|all\n"));
+}
+
+TEST_F(HostCommandsTest, AlarmIsShelvedForSeconds) {
+    m_now = AlarmList::Clock::now() + std::chrono::hours(1);
+    m_alarms.eventTriggered({"PANEL.ALARM", "SYS: hot", {}, {}});
+    EXPECT_EQ("", reply("shelve SYS 60"));
+    EXPECT_NE(std::string::npos, reply("alarms").find("  shelved for 60 s  hot\n")) << reply("alarms");
+    for (const char* seconds : {"0", "-1", "1x", "1.5", "99999999999", "604801"})
+        EXPECT_EQ("\"" + std::string(seconds) + "\" is no number of seconds from 1 to 604800\n",
+                  reply("shelve SYS " + std::string(seconds)));
+    EXPECT_EQ("there is no alarm A; alarms lists them\n", reply("shelve A 60"));
+    EXPECT_EQ(7, m_refusals);
+    EXPECT_EQ(0u, reply("shelve SYS").find("shelve <alarm> <seconds>\n"));
+}
+
+TEST_F(HostCommandsTest, FollowTakesAPatternAndUnfollowEndsIt) {
+    EXPECT_EQ("", reply("follow SYS.*"));
+    EXPECT_EQ("", reply("follow"));
+    EXPECT_EQ((std::vector<std::string>{"follow SYS.*", "follow "}), m_calls);
+    EXPECT_EQ("nothing is followed\n", reply("unfollow"));
+    m_isFollowed = true;
+    EXPECT_EQ("", reply("unfollow"));
+}
+
+TEST_F(HostCommandsTest, RefusedStopsAndStartsAreToldToTheShell) {
+    m_refusal = "a reason";
+    reply("stopDriver AXIS1");
+    reply("startDriver AXIS1");
+    EXPECT_EQ(2, m_refusals);
+}
+
+TEST_F(HostCommandsTest, QueuesShowsWhatMattersInANarrowTerminal) {
+    sal::MessageQueue queue;
+    ASSERT_TRUE(queue.create("SYS_INQ", 10, 100, 0));
+    const std::string whole = reply("queues");
+    m_look.width = 80;
+    const std::string text =
+        "queue    depth  capacity  highest  messages  waiting  receiver\n"
+        "SYS_INQ  0      10        0        0         -        no\n";
+    EXPECT_EQ(text, reply("queues"));
+    EXPECT_EQ(whole, reply("queues -l"));
+    m_look.width = 100;
+    EXPECT_EQ(whole, reply("queues"));
+    EXPECT_EQ(text, reply("queues -s"));
+    EXPECT_EQ(0u, reply("queues SYS").find("queues [-s|-l]\n"));
 }
