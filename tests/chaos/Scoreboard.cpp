@@ -87,7 +87,8 @@ std::vector<std::string> Scoreboard::complaints() const {
         found.push_back("left behind: " + line);
     for (const std::string& line : intrusions)
         found.push_back("another user " + line);
-    if (hostExit != 0)
+    // In order; with 3 when a line that was typed to it has failed, as FIDs to drivers that were killed do.
+    if (hostExit != 0 && hostExit != 3)
         found.push_back("the host ended with " + (hostExit ? std::to_string(*hostExit) : "nothing"));
     // Whoever has seen little has nothing to say.
     if (m_areSharesDemanded && messages.judgedShare() < s_judgedShare)

@@ -154,4 +154,6 @@ TEST_F(ScoreboardTest, HostThatDidNotEndInOrderIsAComplaint) {
     EXPECT_THAT(sut.complaints(), ElementsAre("the host ended with 137"));
     sut.hostExit.reset();
     EXPECT_THAT(sut.complaints(), ElementsAre("the host ended with nothing"));
+    sut.hostExit = 3;
+    EXPECT_THAT(sut.complaints(), IsEmpty());
 }
