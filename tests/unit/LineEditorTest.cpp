@@ -249,6 +249,11 @@ TEST_F(LineEditorTest, LineStaysWholeWhenTheTerminalIsResized) {
     m_pTerminal->resize(120);
     // It is written again, in one row now.
     ASSERT_TRUE(shows("mfhost> " + std::string(50, 'a'))) << screen();
+    EXPECT_TRUE(m_pTerminal->comesTo([](const std::string& written) {
+        const auto begin = written.rfind("mfhost> ");
+        return TerminalScreen(120, written.substr(begin)).rows() ==
+               std::vector<std::string>{"mfhost> " + std::string(50, 'a')};
+    })) << screen();
     type("b\r");
     EXPECT_TRUE(shows("[" + std::string(50, 'a') + "b]")) << screen();
 }
