@@ -27,9 +27,11 @@ EExit AttachCommand::run() {
     const ApiClient::Reply host = m_control.client().get("");
     if (host.isError())
         throw ControlError(RemoteControl::errorExit(host), RemoteControl::errorText(host));
-    ConsoleInput input("mfhost> ", [this](const auto& before, const std::string& prefix) {
-        return complete(before, prefix);
-    });
+    ConsoleInput input(
+        [this](const auto& before, const std::string& prefix) { return complete(before, prefix); },
+        {.historyFile = HistoryFile::usualPath(), .historyLost = [&screen](const std::string& reason) {
+             screen.complain("the console's history is not kept: " + reason);
+         }});
     if (input.isInteractive())
         screen.out << base::printable("attached to " + m_control.client().socket() + ", process " +
                                       host.view().text("pid") + ", as " + host.view().text("role"))
@@ -72,9 +74,15 @@ EExit AttachCommand::execute(const std::string& line, const std::string& place) 
     const Screen& screen = m_control.screen();
     try {
         const ApiClient::Reply reply = m_control.act("/console", {{"line", line}}, s_lineLimit);
+        const JsonView executed = reply.view();
         if (!m_control.asJson())
-            printLines(reply.view().text("output"), screen);
-        return EExit::Done;
+            printLines(executed.text("output"), screen);
+        if (!executed.has("done") || executed.flag("done"))
+            return EExit::Done;
+        // At a terminal it is the line above.
+        if (!place.empty())
+            screen.complain(place + "has failed");
+        return EExit::Failed;
     } catch (const ControlError& error) {
         screen.complain(place + error.what());
         return error.exit();

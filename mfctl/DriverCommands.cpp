@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "DriverColour.h"
 #include "LocalTime.h"
 #include "LogText.h"
 #include "Printable.h"
@@ -19,7 +20,8 @@ std::string orDash(const std::string& text) {
 }
 
 std::string nextTry(const JsonView& driver) {
-    return driver.has("nextTryMs") ? base::dueText(std::chrono::milliseconds(driver.number("nextTryMs"))) : "-";
+    return driver.has("nextTryMs") ? base::dueText(std::chrono::milliseconds(driver.number("nextTryMs")))
+                                   : "-";
 }
 
 /// Two numbers of which a driver without a process has none.
@@ -34,12 +36,7 @@ std::string process(const JsonView& driver) {
 }
 
 Table::EColour colourOf(const JsonView& driver) {
-    const std::string status = driver.text("status");
-    if (status.starts_with("running"))
-        return Table::EColour::Good;
-    if (status == "hung" || status == "ended")
-        return Table::EColour::Bad;
-    return status == "parked" ? Table::EColour::Faint : Table::EColour::Warning;
+    return driverColour(driver.text("status"));
 }
 
 }  // namespace

@@ -269,7 +269,12 @@ void ApiActions::check(const ApiRequest& request) const {
 void ApiActions::console(const ApiRequest& request) const {
     const std::string line = request.body.text("line");
     logAction(request, "\"" + line + "\"");
-    perform(request.pAction, line, [this, line] { return answer(m_context.console(line)); });
+    perform(request.pAction, line, [this, line] {
+        const ApiLine executed = m_context.console(line);
+        JsonText json;
+        json.beginObject().member("output", executed.output).member("done", executed.isDone).endObject();
+        return ApiAnswer{.body = json.take()};
+    });
 }
 
 void ApiActions::shutDown(const ApiRequest& request) const {

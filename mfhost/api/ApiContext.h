@@ -45,10 +45,16 @@ struct ApiSession {
     std::uint64_t requests = 0;
 };
 
-/// What a change of the workplace, a macro or a console line came to.
+/// What a change of the workplace or a macro came to.
 struct ApiOutcome {
     std::string refusal;  ///< why it is not done; empty when it was
     std::string output;   ///< what was printed meanwhile
+};
+
+/// What a console line came to.
+struct ApiLine {
+    std::string output;  ///< what was printed for it
+    bool isDone = true;  ///< it has done what it was to do
 };
 
 /// All that the API needs of the host. What is called without a word on its thread is called on the API's
@@ -117,7 +123,7 @@ struct ApiContext {
     std::function<std::optional<std::string>(unsigned number)> historyFile;
     /// What CheckReport writes as JSON.
     std::function<std::string()> check;
-    std::function<ApiOutcome(const std::string& line)> console;
+    std::function<ApiLine(const std::string& line)> console;
 
     std::function<Clock::time_point()> now = Clock::now;
 };

@@ -132,7 +132,12 @@ void Host::makeTerminal() {
             LineEditor::Settings{.pRelay = m_pRelay,
                                  .historyFile = HistoryFile::usualPath(),
                                  .notice = [this] { return alarmNotice(); },
-                                 .hasColours = hasTerminalColours()});
+                                 .hasColours = hasTerminalColours(),
+                                 .historyLost =
+                                     [](const std::string& reason) {
+                                         hostLog(sal::LogOutput::eWarning)
+                                             << "the console's history is not kept: " << reason << std::endl;
+                                     }});
     }
     if (m_pRelay)
         m_pRelay->watchLines([this](const std::string& line) { m_shell.learn(line); });

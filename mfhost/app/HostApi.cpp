@@ -12,12 +12,10 @@
 
 #include "CheckCommand.h"
 #include "HostLog.h"
+#include "ShownMacros.h"
 #include "sal/MessageQueue.h"
 
 namespace {
-
-/// What the panel driver puts at the end of its list of macros where that is too long for a value.
-constexpr std::string_view s_etCetera = ", ...";
 
 std::string instanceID() {
     std::array<unsigned char, 16> bytes{};
@@ -29,16 +27,6 @@ std::string instanceID() {
         text += digits.data();
     }
     return text;
-}
-
-std::vector<std::string> split(const std::string& text) {
-    std::vector<std::string> names;
-    for (std::size_t begin = 0; begin < text.size();) {
-        const auto end = std::min(text.find(", ", begin), text.size());
-        names.push_back(text.substr(begin, end - begin));
-        begin = end + 2;
-    }
-    return names;
 }
 
 }  // namespace
@@ -177,16 +165,16 @@ ApiContext HostApi::context() {
                 },
             .console =
                 [this](const std::string& line) {
-                    return ApiOutcome{.refusal = {}, .output = m_parts.shell.executeFor(line)};
+                    CommandShell::Executed executed = m_parts.shell.executeFor(line);
+                    return ApiLine{.output = std::move(executed.output), .isDone = executed.isDone};
                 }};
 }
 
 /// The panel driver publishes them, unless there are too many for a value.
 std::vector<std::string> HostApi::macroNames() const {
-    const auto entry = m_parts.store.find("PANEL.MACRO.NAMES");
-    const std::string text = entry && !entry->isStale() ? entry->value.text() : std::string();
-    if (!text.ends_with(s_etCetera))
-        return split(text);
+    ShownMacros shown = ShownMacros::of(m_parts.store);
+    if (shown.isWhole)
+        return std::move(shown.names);
     const std::lock_guard lock(m_mutex);
     return m_macroNames;
 }

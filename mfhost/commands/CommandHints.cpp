@@ -14,7 +14,8 @@ constexpr std::string_view s_start = "startDriver ID starts a driver that was st
 constexpr std::string_view s_send = "sendFID ID.FUNCTION NAME=VALUE ... sends a function ID";
 constexpr std::string_view s_state = "state PATTERN shows values";
 constexpr std::string_view s_set = "setStateValue KEY VALUE sets a value, unsetStateValue KEY takes it away";
-constexpr std::string_view s_log = "the log goes to standard error, and with --log-file into a file";
+constexpr std::string_view s_log =
+    "the log goes to standard error, and with --log-file into a file; mfctl log shows it";
 constexpr std::string_view s_follow = "follow PATTERN prints each change as it comes, unfollow ends that";
 constexpr std::string_view s_alarms = "alarms lists the alarms, acknowledge KEY takes one off the list";
 constexpr std::string_view s_macro = "sendFID PANEL.MACRO.PLAY name=NAME plays a macro";

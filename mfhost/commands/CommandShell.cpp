@@ -1,5 +1,7 @@
 #include "CommandShell.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -52,7 +54,7 @@ void fail() {
 base::Table::Look look() {
     if (!t_running.isForTerminal)
         return {};
-    return {.width = terminalWidth(), .isColoured = hasTerminalColours()};
+    return {.width = terminalWidth(STDIN_FILENO), .isColoured = hasTerminalColours()};
 }
 
 /// What comes after the line that says what is wrong; nothing where nothing is meant.
@@ -210,8 +212,7 @@ bool CommandShell::answerMeanwhile(const std::string& line) {
     std::ostringstream text;
     const CommandActivity activity = m_context.commands.activity();
     if (activity.busy)
-        text << "\"" << base::printable(activity.what)
-             << "\" has not come back yet; meanwhile:" << std::endl;
+        text << "\"" << base::printable(activity.what) << "\" has not come back yet; meanwhile:" << std::endl;
     t_running = {.pReply = &text, .isForTerminal = Console::isInteractive()};
     m_hostCommands.answer(base::splitWords(line).words);
     const bool isDone = !std::exchange(t_running, {}).hasFailed;
@@ -251,10 +252,10 @@ bool CommandShell::execute(const std::string& line, EOrigin origin) {
     return isDone;
 }
 
-std::string CommandShell::executeFor(const std::string& line) {
+CommandShell::Executed CommandShell::executeFor(const std::string& line) {
     std::ostringstream reply;
-    execute(line, EOrigin::Console, reply, false);
-    return reply.str();
+    const bool isDone = execute(line, EOrigin::Remote, reply, false);
+    return {reply.str(), isDone};
 }
 
 bool CommandShell::execute(const std::string& line, EOrigin origin, std::ostream& reply, bool isForTerminal) {
@@ -274,6 +275,12 @@ void CommandShell::executeChecked(const std::string& line, std::ostream& reply) 
     const std::string subject = words.size() > 1 ? words[1] : std::string();
     if (hintAt(command, reply) || (command == "help" && hintAt(subject, reply)))
         return;
+    if (command == "follow" && m_origin == EOrigin::Remote) {
+        reply << "follow prints at the host's own terminal; from here, mfctl state --watch shows each change"
+              << std::endl;
+        fail();
+        return;
+    }
     if (command == "reloadDriver" && words.size() > 1 && words[1] != "--help") {
         reload(line, words[1], reply);
         return;

@@ -57,8 +57,12 @@ public:
     void skipLine();
     /// The console's input has ended: stops the host when all is done.
     void endInput();
-    /// Executes a line as the console's, and returns what is printed for it. Command thread.
-    std::string executeFor(const std::string& line);
+    struct Executed {
+        std::string output;   ///< what is printed for the line
+        bool isDone = false;  ///< it has done what it was to do
+    };
+    /// Executes a line as the console's, for a client at another terminal. Command thread.
+    Executed executeFor(const std::string& line);
     /// A driver's command; false when there is no room for it. Any thread.
     bool postDriverCommand(const std::string& line);
     /// The words that begin with the prefix and may follow these. Console thread.
@@ -78,7 +82,7 @@ public:
     void recoverOutput();
 
 private:
-    enum class EOrigin { Console, Driver };
+    enum class EOrigin { Console, Remote, Driver };
 
     void readTerminalLine(const std::string& line);
     void readScriptLine(const std::string& line);

@@ -5,6 +5,7 @@
 
 #include "HostCommands.h"
 #include "PanelNames.h"
+#include "ShownMacros.h"
 
 namespace {
 
@@ -93,17 +94,8 @@ Completion::Words Completion::alarmKeys() const {
     return found;
 }
 
-/// As the panel driver shows them, which has no room for very many.
 Completion::Words Completion::macroNames() const {
-    Words found;
-    const auto shown = m_store.find(s_macroFids + "NAMES");
-    const std::string names = shown ? shown->value.text() : std::string();
-    for (std::size_t at = 0; at < names.size();) {
-        const auto end = std::min(names.find(", ", at), names.size());
-        const std::string name = names.substr(at, end - at);
-        if (isOneWord(name) && name != "...")
-            found.push_back(name);
-        at = end + 2;
-    }
+    Words found = ShownMacros::of(m_store).names;
+    std::erase_if(found, [](const std::string& name) { return !isOneWord(name); });
     return found;
 }

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "AgeText.h"
+#include "DriverColour.h"
 #include "DriverStatus.h"
 #include "Printable.h"
 #include "QueueNames.h"
@@ -70,20 +71,7 @@ std::string orNothing(const std::string& text) {
 Table::Cell statusCell(const DriverTable::Driver& driver,
                        const std::vector<sal::MessageQueue::Status>& queues) {
     const std::string text = driverStatus(driver, queues);
-    switch (driver.state) {
-        case EDriverState::Running:
-            return {text, Table::EColour::Good};
-        case EDriverState::Hung:
-            return {text, Table::EColour::Bad};
-        case EDriverState::Waiting:
-        case EDriverState::Due:
-        case EDriverState::Ended:
-            return {text, driver.isByHand ? Table::EColour::Warning : Table::EColour::Bad};
-        case EDriverState::Parked:
-            return {text, Table::EColour::Faint};
-        default:
-            return {text, Table::EColour::Warning};
-    }
+    return {text, driverColour(text)};
 }
 
 Table::Cell holdsCell(const StateStore::Entry& entry, StateStore::Clock::time_point now) {
@@ -99,7 +87,8 @@ HostCommands::HostCommands(Context context) : m_context(std::move(context)) {}
 
 const std::vector<HostCommands::Command>& HostCommands::commands() {
     static const std::vector<Command> s_commands = {
-        {"help", "help [<command>]\n\tlists the commands, or tells how to use one.", &HostCommands::help, true},
+        {"help", "help [<command>]\n\tlists the commands, or tells how to use one.", &HostCommands::help,
+         true},
         {"quit", "quit\n\tstops all drivers and ends the host.", &HostCommands::quit, true},
         {"drivers",
          "drivers [-s|-l|<driverID>]\n\tlists the drivers of the workplace and how they are: what matters "

@@ -116,7 +116,11 @@ public:
                 return file == files.end() ? std::nullopt : std::optional(file->second);
             },
             .check = [this] { return report; },
-            .console = [this](const std::string& line) { return outcomeOf("console " + line); },
+            .console =
+                [this](const std::string& line) {
+                    const ApiOutcome outcome = outcomeOf("console " + line);
+                    return ApiLine{.output = outcome.output, .isDone = outcome.refusal.empty()};
+                },
             .now = [this] { return now; }};
     }
 

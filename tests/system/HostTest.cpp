@@ -16,8 +16,8 @@
 
 #include "HostProcess.h"
 #include "RefusedNamespaces.h"
-#include "TerminalScreen.h"
 #include "Terminal.h"
+#include "TerminalScreen.h"
 #include "TestWorkplace.h"
 
 namespace fs = std::filesystem;

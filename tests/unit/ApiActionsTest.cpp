@@ -345,8 +345,12 @@ TEST_F(ApiActionsTest, CheckIsTheReport) {
 
 TEST_F(ApiActionsTest, ConsoleLineIsExecuted) {
     m_host.outcome.output = "no queues\n";
-    EXPECT_EQ("200 {\"output\":\"no queues\\u000a\"}", act(&ApiActions::console, R"({"line":"queues"})"));
+    EXPECT_EQ("200 {\"output\":\"no queues\\u000a\",\"done\":true}",
+              act(&ApiActions::console, R"({"line":"queues"})"));
     EXPECT_EQ(Texts{"console queues"}, m_host.calls);
+    m_host.outcome = {.refusal = "there is no such command", .output = "unknown\n"};
+    EXPECT_EQ("200 {\"output\":\"unknown\\u000a\",\"done\":false}",
+              act(&ApiActions::console, R"({"line":"unknown"})"));
     EXPECT_THAT(begin(&ApiActions::console, "{}"), HasSubstr("400 "));
 }
 

@@ -26,8 +26,10 @@ protected:
         return lines;
     }
     std::unique_ptr<Terminal> atATerminal() {
-        return std::make_unique<Terminal>(
-            [&] { ::execl(MFD_MFCTL, MFD_MFCTL, "attach", "--host", m_host.path().c_str(), nullptr); });
+        return std::make_unique<Terminal>([&] {
+            ::setenv("XDG_STATE_HOME", m_directory.path("state").c_str(), 1);
+            ::execl(MFD_MFCTL, MFD_MFCTL, "attach", "--host", m_host.path().c_str(), nullptr);
+        });
     }
 
     std::unique_ptr<HostProcess> m_pProgram;
@@ -51,6 +53,13 @@ TEST_F(AttachCommandTest, PipeGoesOnAfterALineThatFailsAndTellsWhichItWas) {
         "mfctl: line 1, \"drivrs\": unknown command\n"
         "mfctl: line 2, \"state\": unknown command\n",
         m_pProgram->log());
+}
+
+TEST_F(AttachCommandTest, LineThatTheHostHasRefusedIsToldWithItsNumber) {
+    m_host.answer("POST /console", R"({"output":"there is no driver NOPE\n","done":false})");
+    EXPECT_EQ(1, pipe({"drivers NOPE"}));
+    EXPECT_EQ("there is no driver NOPE\n", m_pProgram->output());
+    EXPECT_EQ("mfctl: line 1, \"drivers NOPE\": has failed\n", m_pProgram->log());
 }
 
 TEST_F(AttachCommandTest, ExitCodeIsThatOfTheLastLineThatFailed) {
@@ -112,6 +121,20 @@ TEST_F(AttachCommandTest, QuitIsAskedForTwiceAtATerminal) {
     terminal->type("quit\r");
     ASSERT_TRUE(terminal->awaitPrompt());
     EXPECT_EQ((std::vector<std::string>{"drivers", "quit"}), executed());
+}
+
+TEST_F(AttachCommandTest, LinesOfFormerSessionsAreBroughtBack) {
+    m_host.answer("POST /console", R"({"output":"ok\n"})");
+    for (const char* pKeys : {"drivers\r", "\x10\r"}) {
+        const auto terminal = atATerminal();
+        ASSERT_TRUE(terminal->awaitPrompt()) << terminal->screen();
+        terminal->type(pKeys);
+        ASSERT_TRUE(terminal->shows("ok")) << terminal->screen();
+        ASSERT_TRUE(terminal->awaitPrompt()) << terminal->screen();
+        terminal->type("\x04");
+        EXPECT_EQ(0, terminal->waitForEnd());
+    }
+    EXPECT_EQ((std::vector<std::string>{"drivers", "drivers"}), executed());
 }
 
 TEST_F(AttachCommandTest, TerminalGoesOnAfterALineThatFails) {

@@ -15,8 +15,10 @@ TEST(CommandHints, WordOfAnotherConsoleIsAnsweredWithTheCommandHere) {
               commandHint("stop"));
     EXPECT_EQ("there is no command start; startDriver ID starts a driver that was stopped or has ended",
               commandHint("start"));
-    EXPECT_EQ("there is no command log; the log goes to standard error, and with --log-file into a file",
-              commandHint("log"));
+    EXPECT_EQ(
+        "there is no command log; the log goes to standard error, and with --log-file into a file; mfctl log "
+        "shows it",
+        commandHint("log"));
     EXPECT_EQ("there is no command send; sendFID ID.FUNCTION NAME=VALUE ... sends a function ID",
               commandHint("send"));
     EXPECT_EQ(

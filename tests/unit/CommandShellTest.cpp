@@ -301,6 +301,7 @@ TEST_F(CommandShellTest, ScriptsLinesOvertakeAFidThatHasNotComeBackForLong) {
     std::this_thread::sleep_for(5100ms);
     m_sut.readLine("state --now");
     m_sut.readLine("help note");
+    m_sut.readLine("acknowledge NOTHING");
     m_sut.readLine("quit");
     m_sut.readLine("note 1");
     // Nobody else writes: the command thread is held up.
@@ -308,11 +309,15 @@ TEST_F(CommandShellTest, ScriptsLinesOvertakeAFidThatHasNotComeBackForLong) {
     EXPECT_THAT(text,
                 HasSubstr("\"sendFID AXIS1.HOLD\" has not come back yet; meanwhile:\nno state values\n"));
     EXPECT_THAT(text, HasSubstr("meanwhile:\nuse\n\tof it.\n"));
+    EXPECT_THAT(text, HasSubstr("meanwhile:\nthere is no alarm NOTHING; alarms lists them\n"));
     EXPECT_EQ(1, m_quits);
     EXPECT_TRUE(m_notes.empty());
     goOn();
     finish();
     EXPECT_THAT(m_notes, ElementsAre("1"));
+    EXPECT_TRUE(m_sut.sayFailedLines());
+    EXPECT_THAT(m_log.text(), HasSubstr("line 4 of the input failed: acknowledge NOTHING\n"));
+    EXPECT_THAT(m_log.text(), Not(HasSubstr("line 3 of the input")));
 }
 
 TEST_F(CommandShellTest, ScriptsLinesKeepTheirOrderWhereNoDriverHoldsThemUp) {
@@ -388,6 +393,41 @@ TEST_F(CommandShellTest, LinesOfAScriptThatFailAreTold) {
     EXPECT_THAT(text, Not(HasSubstr("line 1 of")));
     EXPECT_THAT(text, Not(HasSubstr("line 11 of")));
     EXPECT_THAT(m_notes, ElementsAre("1", "2"));
+}
+
+TEST_F(CommandShellTest, FidThatDoesNotReachItsDriverIsALineThatFailed) {
+    runAxis();
+    output({"sendFID AXIS1.MOVE", "sendFID NOBODY.MOVE", "sendFID AXIS1.NO"});
+    EXPECT_TRUE(m_sut.sayFailedLines());
+    EXPECT_THAT(m_log.text(), HasSubstr("line 2 of the input failed: sendFID NOBODY.MOVE\n"));
+    EXPECT_THAT(m_log.text(), HasSubstr("line 3 of the input failed: sendFID AXIS1.NO\n"));
+    EXPECT_THAT(m_log.text(), Not(HasSubstr("line 1 of the input")));
+}
+
+TEST_F(CommandShellTest, LineOfAnotherTerminalTellsItsOutcome) {
+    open();
+    std::promise<std::vector<CommandShell::Executed>> executed;
+    m_commands.post("lines", [&] {
+        executed.set_value({m_sut.executeFor("help note"), m_sut.executeFor("sendFID NOBODY.MOVE")});
+    });
+    EXPECT_EQ("", finish());
+    const auto lines = executed.get_future().get();
+    EXPECT_EQ("use\n\tof it.\n", lines[0].output);
+    EXPECT_TRUE(lines[0].isDone);
+    EXPECT_EQ("\"NOBODY.MOVE\" has reached nobody: there is no driver NOBODY\n", lines[1].output);
+    EXPECT_FALSE(lines[1].isDone);
+    EXPECT_FALSE(m_sut.sayFailedLines());
+}
+
+TEST_F(CommandShellTest, OtherTerminalDoesNotFollowAtThisOne) {
+    open();
+    std::promise<CommandShell::Executed> executed;
+    m_commands.post("lines", [&] { executed.set_value(m_sut.executeFor("follow A.*")); });
+    finish();
+    const auto line = executed.get_future().get();
+    EXPECT_EQ("follow prints at the host's own terminal; from here, mfctl state --watch shows each change\n",
+              line.output);
+    EXPECT_FALSE(line.isDone);
 }
 
 TEST_F(CommandShellTest, LinesThatAreDoneAreNoFailure) {

@@ -1,6 +1,8 @@
 #include "ConsoleInput.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <clocale>
 #include <cstdio>
@@ -18,17 +20,21 @@ protected:
     void start(const std::vector<std::string>& words = {"SYS", "SYSTEM."}) {
         m_pTerminal = std::make_unique<Terminal>([&] {
             std::setlocale(LC_CTYPE, "C.UTF-8");
-            ConsoleInput sut("mfhost> ", [&](const auto& before, const std::string& prefix) {
-                std::vector<std::string> found;
-                for (const std::string& word : words) {
-                    if (before.size() == 1 && word.starts_with(prefix))
-                        found.push_back(word);
-                }
-                return found;
-            });
+            ConsoleInput sut(
+                [&](const auto& before, const std::string& prefix) {
+                    std::vector<std::string> found;
+                    for (const std::string& word : words) {
+                        if (before.size() == 1 && word.starts_with(prefix))
+                            found.push_back(word);
+                    }
+                    return found;
+                },
+                {});
             for (auto line = sut.read(); line; line = sut.read()) {
                 std::printf("[%s]\r\n", line->c_str());
                 std::fflush(stdout);
+                if (*line == "wait")
+                    ::pause();
             }
             std::printf("(end)\r\n");
             std::fflush(stdout);
@@ -57,8 +63,20 @@ TEST_F(ConsoleInputTest, ControlCEmptiesTheLineAndEndsNothing) {
     start();
     type("shutdown\x03");
     EXPECT_TRUE(shows("^C")) << screen();
+    ASSERT_TRUE(m_pTerminal->awaitPrompt()) << screen();
+    type("\x03");
+    ASSERT_TRUE(m_pTerminal->awaitPrompt()) << screen();
     type("state\r");
     EXPECT_TRUE(shows("[state]")) << screen();
+}
+
+TEST_F(ConsoleInputTest, ControlCEndsAProgramThatWaitsForAHost) {
+    start();
+    type("wait\r");
+    ASSERT_TRUE(shows("[wait]")) << screen();
+    type("\x03");
+    EXPECT_EQ(128 + SIGINT, m_pTerminal->waitForEnd()) << screen();
+    EXPECT_TRUE(m_pTerminal->takesLines());
 }
 
 TEST_F(ConsoleInputTest, ControlDIsTheEnd) {

@@ -38,6 +38,8 @@ protected:
     Applied m_applied;
     std::vector<HistoryEntry> m_history;
     std::optional<WorkplaceState> m_state;
+    base::Table::Look m_look;
+    int m_refusals = 0;
     PlanCommands m_sut{{.reply = [this]() -> std::ostream& { return m_reply; },
                         .who = [] { return "anna"; },
                         .plan = [this] { return m_plan; },
@@ -58,7 +60,9 @@ protected:
                                 if (!m_state)
                                     error = "there is no state";
                                 return m_state;
-                            }}};
+                            },
+                        .look = [this] { return m_look; },
+                        .refused = [this] { ++m_refusals; }}};
 };
 
 }  // namespace
@@ -107,6 +111,37 @@ TEST_F(PlanCommandsTest, RefusedApplyAndUndoSayWhy) {
     m_applied.refusal = "the files have changed";
     EXPECT_EQ("nothing is applied: the files have changed\n", reply("apply 1-2"));
     EXPECT_EQ("nothing is undone: the files have changed\n", reply("undo"));
+}
+
+TEST_F(PlanCommandsTest, WhatIsRefusedOrNotDoneWholeIsAFailure) {
+    reply("diff");
+    EXPECT_EQ(1, m_refusals);
+    m_plan.refusal = "w.xml line 7: is wrong";
+    reply("plan");
+    EXPECT_EQ(2, m_refusals);
+    m_applied.changes = {{{EAction::Load, "B", "entry is new"}, false, "no adapter eth7"}};
+    reply("apply");
+    EXPECT_EQ(3, m_refusals);
+    m_applied.refusal = "the files have changed";
+    reply("undo");
+    EXPECT_EQ(4, m_refusals);
+}
+
+TEST_F(PlanCommandsTest, WhatIsDoneIsNoFailure) {
+    m_applied.changes = {{{EAction::Load, "B", "entry is new"}, true, {}}};
+    m_state.emplace();
+    for (const char* pLine : {"plan", "apply", "undo", "history", "diff"})
+        reply(pLine);
+    EXPECT_EQ(0, m_refusals);
+}
+
+TEST_F(PlanCommandsTest, HistoryFitsTheTerminal) {
+    m_history = {{.number = 1, .when = {}, .who = "start", .digest = "1", .outcome = std::string(60, 'x')}};
+    m_look.width = 60;
+    std::istringstream lines(reply("history"));
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 60u) << line;
+    EXPECT_THAT(m_reply.str(), HasSubstr("x...  1\n"));
 }
 
 TEST_F(PlanCommandsTest, UndoTakesTheNumberOfAState) {

@@ -19,10 +19,10 @@
 
 #include "HangGuard.h"
 #include "LineEditor.h"
-#include "TerminalScreen.h"
 #include "TemporaryDirectory.h"
 #include "Terminal.h"
 #include "TerminalModes.h"
+#include "TerminalScreen.h"
 #include "sal/LogManager.h"
 
 namespace {

@@ -16,7 +16,7 @@ std::string seenAt(unsigned short columns) {
     Terminal terminal([columns] {
         const winsize size{24, columns, 0, 0};
         ::ioctl(STDIN_FILENO, TIOCSWINSZ, &size);
-        std::printf("(%zu)\n", terminalWidth());
+        std::printf("(%zu)\n", terminalWidth(STDOUT_FILENO));
         std::fflush(stdout);
         ::pause();
     });

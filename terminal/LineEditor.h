@@ -15,7 +15,7 @@
 
 /// Reads lines from a terminal, with editing, a history and completion. While one exists the terminal has the
 /// editor's modes, between two lines as well: keys that come then are neither echoed nor lost, and Ctrl-C is
-/// a key. Console thread.
+/// a key. One thread, which is called the console's here.
 class LineEditor {
 public:
     /// The words that may follow those typed so far and begin with the prefix. Called on the console
@@ -24,6 +24,7 @@ public:
                                                              const std::string& prefix)>;
 
     struct Settings {
+        std::string prompt = "mfhost> ";
         /// What is printed meanwhile comes by it; null: others write to the terminal by themselves.
         TerminalRelay* pRelay = nullptr;
         std::string historyFile = {};  ///< empty: the history is the session's
@@ -31,6 +32,11 @@ public:
         /// after each nudge.
         std::function<std::string()> notice = nullptr;
         bool hasColours = false;
+        /// Keys that come between two lines wait for the next one; otherwise the terminal has its own modes
+        /// then, and Ctrl-C is a signal.
+        bool keepsKeys = true;
+        /// Is told, once, why the history is not kept.
+        std::function<void(const std::string& reason)> historyLost = nullptr;
     };
 
     LineEditor(InputWaiter& waiter, Completer completer);

@@ -1,14 +1,13 @@
 #include "TerminalView.h"
 
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <string_view>
 
-std::size_t terminalWidth() {
+std::size_t terminalWidth(int fd) {
     winsize size{};
-    return ::ioctl(STDIN_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+    return ::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
 bool hasTerminalColours() {

@@ -9,14 +9,12 @@
 #include <cwchar>
 #include <utility>
 
-#include "HostLog.h"
 #include "Printable.h"
 #include "TerminalView.h"
 #include "Words.h"
 
 namespace {
 
-constexpr const char* s_promptText = "mfhost> ";
 /// Encloses in a prompt what moves the cursor nowhere.
 constexpr wchar_t s_invisible = L'\1';
 /// How often the notice before the prompt is looked at.
@@ -58,17 +56,18 @@ LineEditor::LineEditor(InputWaiter& waiter, Completer completer, Settings settin
     el_set(pEditor, EL_CLIENTDATA, this);
     el_set(pEditor, EL_EDITOR, "emacs");
     el_set(pEditor, EL_SIGNAL, 0);
-    // Between two lines, and while one is typed.
-    el_set(pEditor, EL_SETTY, "-x", "-isig", "-icanon", "-echo", nullptr);
+    if (m_settings.keepsKeys)
+        el_set(pEditor, EL_SETTY, "-x", "-isig", "-icanon", "-echo", nullptr);
+    // While a line is typed.
     el_set(pEditor, EL_SETTY, "-d", "-isig", nullptr);
     el_wset(pEditor, EL_PROMPT_ESC, &LineEditor::prompt, s_invisible);
     el_set(pEditor, EL_HIST, history, m_pHistory.get());
     el_wset(pEditor, EL_GETCFN, &LineEditor::readCharacter);
-    el_set(pEditor, EL_ADDFN, "mfhost-complete", "Complete the word", &LineEditor::complete);
-    el_set(pEditor, EL_ADDFN, "mfhost-interrupt", "Empty the line", &LineEditor::interrupt);
-    el_set(pEditor, EL_BIND, "^I", "mfhost-complete", nullptr);
+    el_set(pEditor, EL_ADDFN, "console-complete", "Complete the word", &LineEditor::complete);
+    el_set(pEditor, EL_ADDFN, "console-interrupt", "Empty the line", &LineEditor::interrupt);
+    el_set(pEditor, EL_BIND, "^I", "console-complete", nullptr);
     el_set(pEditor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
-    el_set(pEditor, EL_BIND, "^C", "mfhost-interrupt", nullptr);
+    el_set(pEditor, EL_BIND, "^C", "console-interrupt", nullptr);
     makePrompt();
 
     std::vector<std::string> lines;
@@ -100,13 +99,13 @@ void LineEditor::makePrompt() {
     add(visible);
     if (isColoured)
         add("\1\x1b[0m\1");
-    add(s_promptText);
+    add(m_settings.prompt);
 }
 
 /// Where the cursor is when it stands before that character of what is typed.
 LineEditor::Place LineEditor::placeOf(const char* pEnd) const {
-    const std::size_t columns = terminalWidth();
-    const std::size_t promptWidth = withBrackets(m_notice).size() + std::strlen(s_promptText);
+    const std::size_t columns = terminalWidth(STDIN_FILENO);
+    const std::size_t promptWidth = withBrackets(m_notice).size() + m_settings.prompt.size();
     Place place{promptWidth / columns, promptWidth % columns};
     std::mbstate_t state{};
     for (const char* p = el_line(m_pEditor.get())->buffer; p < pEnd;) {
@@ -272,5 +271,6 @@ void LineEditor::keep(const std::string& line) {
 void LineEditor::sayNotKept(const std::string& reason) {
     if (reason.empty() || std::exchange(m_isLossSaid, true))
         return;
-    hostLog(sal::LogOutput::eWarning) << "the console's history is not kept: " << reason << std::endl;
+    if (m_settings.historyLost)
+        m_settings.historyLost(reason);
 }
