@@ -130,9 +130,15 @@ LineEditor::Place LineEditor::placeOf(const char* pEnd) const {
 }
 
 /// Goes to the front of the prompt and empties the screen from there.
-void LineEditor::erase() const {
+void LineEditor::erase(bool isResized) const {
     std::fputc('\r', m_pOutput);
-    const Place cursor = placeOf(el_line(m_pEditor.get())->cursor);
+    const LineInfo* pLine = el_line(m_pEditor.get());
+    Place cursor = placeOf(pLine->cursor);
+    // Where a line has come to fill its last row, a terminal leaves the cursor in that one. What stands above
+    // the prompt is not the editor's.
+    const bool isRowFull = cursor.row > 0 && cursor.column == 0 && pLine->cursor == pLine->lastchar;
+    if (isResized && isRowFull)
+        --cursor.row;
     for (std::size_t row = 0; row < cursor.row; ++row)
         std::fputs("\x1b[A", m_pOutput);
     std::fputs("\x1b[J", m_pOutput);
@@ -140,7 +146,7 @@ void LineEditor::erase() const {
 
 void LineEditor::refresh(bool isResized) {
     // A terminal breaks its lines anew before it says that it has another size.
-    erase();
+    erase(isResized);
     if (m_settings.pRelay) {
         if (isResized)
             m_settings.pRelay->copySize();

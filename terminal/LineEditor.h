@@ -75,7 +75,7 @@ private:
 
     void makePrompt();
     Place placeOf(const char* pEnd) const;
-    void erase() const;
+    void erase(bool isResized) const;
     void refresh(bool isResized);
     void keep(const std::string& line);
     void sayNotKept(const std::string& reason);

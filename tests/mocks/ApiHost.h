@@ -118,8 +118,8 @@ public:
             .check = [this] { return report; },
             .console =
                 [this](const std::string& line) {
-                    const ApiOutcome outcome = outcomeOf("console " + line);
-                    return ApiLine{.output = outcome.output, .isDone = outcome.refusal.empty()};
+                    const ApiOutcome ended = outcomeOf("console " + line);
+                    return ApiLine{.output = ended.output, .isDone = ended.refusal.empty()};
                 },
             .now = [this] { return now; }};
     }

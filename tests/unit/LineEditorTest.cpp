@@ -257,6 +257,20 @@ TEST_F(LineEditorTest, LineStaysWholeWhenTheTerminalIsResized) {
     EXPECT_TRUE(shows("[" + std::string(50, 'a') + "b]")) << screen();
 }
 
+TEST_F(LineEditorTest, ResizeThatMakesTheLineFillItsRowLeavesTheRowAboveAlone) {
+    start();
+    m_pTerminal->resize(80);
+    awaitPrompt();
+    const std::string line(40 - std::string("mfhost> ").size(), 'a');
+    type(line);
+    ASSERT_TRUE(m_pTerminal->comesTo([&](const std::string& written) {
+        return std::count(written.begin(), written.end(), 'a') >= static_cast<std::ptrdiff_t>(line.size());
+    }));
+    m_pTerminal->resize(40);
+    ASSERT_TRUE(shows("mfhost> " + line)) << screen();
+    EXPECT_EQ(std::string::npos, screen().find("\x1b[A")) << screen();
+}
+
 TEST_F(LineEditorTest, NoticeStandsBeforeThePromptAsLongAsItLasts) {
     const auto notice = [this] { return m_directory.contains("alarm") ? "1 alarm" : std::string(); };
     start({}, {.notice = notice});
