@@ -1,3 +1,4 @@
+#include <signal.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -43,6 +44,8 @@ int main(int argc, char** argv) {
         return 2;
     }
 
+    // The host may be gone before the log is written.
+    ::signal(SIGPIPE, SIG_IGN);
     limitDescriptors(options.descriptors);
     try {
         sal::LogManager log({.level = options.logLevel, .file = {}, .tag = options.driverID});

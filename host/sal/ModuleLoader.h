@@ -29,6 +29,10 @@ public:
     /// MFD_PROBE_TIMEOUT gives another time, in seconds; 0 tries nothing out. Without the program, or when no
     /// process can be had, the module is loaded all the same, with a log line.
     Module* load(ELoadOption option, const std::string& fileName);
+
+    /// The reason in the text of a log line that says why a module could not be loaded, of whichever process;
+    /// empty for any other line. Any thread.
+    static std::string faultIn(const std::string& text);
 };
 
 }  // namespace sal

@@ -26,6 +26,9 @@ public:
         std::string title;
         std::vector<std::string> arguments;
         std::string mark = {};  ///< in its environment and that of all it starts, for a ProcessFamily
+        /// What it writes to standard error is read from here, without waiting; the observer owns and closes
+        /// it. -1 where it has the standard error of this process.
+        int errorFd = -1;
     };
 
     /// Is told of every child, on the thread that made it, before createProcess returns. The observer reaps
@@ -34,6 +37,13 @@ public:
     public:
         virtual ~Observer() = default;
         virtual void processStarted(const Started& process) = 0;
+
+        /// Whether the standard error of a process about to be made is to be a pipe that the observer reads.
+        /// It reads always: a process whose pipe is full waits. The log of the process writes its lines there
+        /// for LogManager::readLine. When this process is gone, the log goes on with the standard error that
+        /// this process had; the child finds that as descriptor 3 and closes it in what it starts itself. On
+        /// the thread that makes the process; by default false.
+        virtual bool capturesErrors() { return false; }
 
         /// Takes the place of the first Thread::sleep of a thread after it has made a process: the thread
         /// means to let the process come up. On that thread; returns when it may go on, after these seconds

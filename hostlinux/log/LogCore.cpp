@@ -2,34 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <mutex>
 #include <utility>
 
-#include "sal/LogOutput.h"
+#include "LogLevel.h"
+#include "Printable.h"
 
 namespace sal {
-namespace {
-
-int withinScale(int level) {
-    return std::clamp<int>(level, LogOutput::eCritical, LogOutput::eTrace);
-}
-
-spdlog::level::level_enum spdlogLevel(int level) {
-    switch (withinScale(level)) {
-        case LogOutput::eCritical:
-            return spdlog::level::critical;
-        case LogOutput::eError:
-            return spdlog::level::err;
-        case LogOutput::eWarning:
-            return spdlog::level::warn;
-        case LogOutput::eInfo:
-            return spdlog::level::info;
-        default:
-            return spdlog::level::trace;
-    }
-}
-
-}  // namespace
-
 LogCore::LogCore(int level) : m_level(withinScale(level)) {}
 
 LogCore::~LogCore() {
@@ -47,10 +26,27 @@ void LogCore::addChannel(std::shared_ptr<LogChannel> pChannel) {
 }
 
 void LogCore::write(const std::string& output, int level, std::string text) {
-    const auto pRecord = std::make_shared<const LogRecord>(
-        LogRecord{spdlogLevel(level), spdlog::log_clock::now(), output, std::move(text)});
+    {
+        const std::shared_lock lock(m_observerMutex);
+        if (m_pObserver)
+            m_pObserver->line(output, withinScale(level), text);
+    }
+    post({toSpdlog(level), spdlog::log_clock::now(), output, std::move(text)});
+}
+
+void LogCore::write(const LogManager::Line& line) {
+    post({toSpdlog(line.level), line.time, base::printable(line.output), base::printable(line.text)});
+}
+
+void LogCore::post(LogRecord record) {
+    const auto pRecord = std::make_shared<const LogRecord>(std::move(record));
     for (const auto& pChannel : m_channels)
         pChannel->post(pRecord);
+}
+
+void LogCore::setObserver(LogManager::Observer* pObserver) {
+    const std::unique_lock lock(m_observerMutex);
+    m_pObserver = pObserver;
 }
 
 void LogCore::flush() {

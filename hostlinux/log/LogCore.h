@@ -2,10 +2,12 @@
 
 #include <atomic>
 #include <memory>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
 #include "LogChannel.h"
+#include "sal/LogManager.h"
 
 namespace sal {
 
@@ -24,11 +26,19 @@ public:
     bool enabled(int level) const { return level <= m_level.load(std::memory_order_relaxed); }
 
     void addChannel(std::shared_ptr<LogChannel> pChannel);
+    /// Tells the observer, too.
     void write(const std::string& output, int level, std::string text);
+    /// A line of another process.
+    void write(const LogManager::Line& line);
+    void setObserver(LogManager::Observer* pObserver);
     void flush();
 
 private:
+    void post(LogRecord record);
+
     std::atomic<int> m_level;
+    std::shared_mutex m_observerMutex;
+    LogManager::Observer* m_pObserver = nullptr;
     std::vector<std::shared_ptr<LogChannel>> m_channels;
 };
 

@@ -15,6 +15,8 @@
 #include <string_view>
 #include <utility>
 
+#include "ErrorPipe.h"
+#include "ErrorPipeSink.h"
 #include "LogChannel.h"
 #include "LogCore.h"
 #include "LogOutputImpl.h"
@@ -111,11 +113,17 @@ std::unique_ptr<spdlog::formatter> formatForJournal(const std::string& tag) {
     return makeFormatter(tag, "%*%N: %v");
 }
 
-spdlog::sink_ptr openStandardError(const std::string& tag) {
+spdlog::sink_ptr openOwnStandardError(const std::string& tag) {
     const bool journal = isJournal();
     auto pSink = std::make_shared<StandardErrorSink>(!journal && isColourTerminal());
     pSink->set_formatter(journal ? formatForJournal(tag) : formatForPeople(tag));
     return pSink;
+}
+
+spdlog::sink_ptr openStandardError(const std::string& tag, bool isPipeToHost) {
+    if (!isPipeToHost)
+        return openOwnStandardError(tag);
+    return std::make_shared<ErrorPipeSink>(tag, &openOwnStandardError);
 }
 
 /// Made here and not by the sink, which leaves the mode to the umask: not open to others for writing, and
@@ -144,7 +152,10 @@ spdlog::sink_ptr openFile(const std::string& file, const std::string& tag) {
 std::shared_ptr<LogCore> makeCore(const LogManager::Settings& settings) {
     auto pCore = std::make_shared<LogCore>(settings.level);
     auto pStandardError = std::make_shared<LogChannel>(
-        [tag = settings.tag] { return openStandardError(tag); }, [](const std::string&) {});
+        [tag = settings.tag, isPipeToHost = ErrorPipe::take()] {
+            return openStandardError(tag, isPipeToHost);
+        },
+        [](const std::string&) {});
     pCore->addChannel(pStandardError);
     if (settings.file.empty())
         return pCore;
@@ -200,6 +211,18 @@ LogOutput* LogManager::getLogOutput(const std::string& name) {
         pOutput.reset(new LogOutput(std::move(pImpl)));
     }
     return pOutput.get();
+}
+
+void LogManager::write(const Line& line) {
+    m_pImpl->pCore->write(line);
+}
+
+LogManager::ErrorLine LogManager::readErrorLine(std::string_view bytes) {
+    return ErrorPipe::read(bytes);
+}
+
+void LogManager::setObserver(Observer* pObserver) {
+    m_pImpl->pCore->setObserver(pObserver);
 }
 
 void LogManager::setLevel(int level) {

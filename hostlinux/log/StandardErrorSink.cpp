@@ -26,7 +26,14 @@ std::string_view colourOf(spdlog::level::level_enum level) {
     }
 }
 
-void writeAll(std::string_view text) {
+void write(std::string_view text) {
+    if (const int error = StandardErrorSink::writeAll(text); error != 0)
+        throw spdlog::spdlog_ex("standard error", error);
+}
+
+}  // namespace
+
+int StandardErrorSink::writeAll(std::string_view text) {
     while (!text.empty()) {
         const ssize_t count = ::write(STDERR_FILENO, text.data(), text.size());
         if (count >= 0) {
@@ -36,19 +43,18 @@ void writeAll(std::string_view text) {
             pollfd ready{STDERR_FILENO, POLLOUT, 0};
             ::poll(&ready, 1, -1);
         } else if (errno != EINTR) {
-            throw spdlog::spdlog_ex("standard error", errno);
+            return errno;
         }
     }
+    return 0;
 }
-
-}  // namespace
 
 void StandardErrorSink::log(const spdlog::details::log_msg& message) {
     spdlog::memory_buf_t line;
     m_pFormatter->format(message, line);
     const std::string_view text(line.data(), line.size());
     if (!m_colour || message.color_range_end <= message.color_range_start) {
-        writeAll(text);
+        write(text);
         return;
     }
     std::string coloured(text.substr(0, message.color_range_start));
@@ -56,7 +62,7 @@ void StandardErrorSink::log(const spdlog::details::log_msg& message) {
     coloured += text.substr(message.color_range_start, message.color_range_end - message.color_range_start);
     coloured += "\033[0m";
     coloured += text.substr(message.color_range_end);
-    writeAll(coloured);
+    write(coloured);
 }
 
 void StandardErrorSink::set_pattern(const std::string& pattern) {

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace sal {
 
@@ -13,6 +14,10 @@ namespace sal {
 class StandardErrorSink : public spdlog::sinks::sink {
 public:
     explicit StandardErrorSink(bool colour) : m_colour(colour) {}
+
+    /// Writes the whole text, and waits until a standard error that does not block takes it. 0, or the
+    /// system's error number.
+    static int writeAll(std::string_view text);
 
     void log(const spdlog::details::log_msg& message) override;
     void flush() override {}

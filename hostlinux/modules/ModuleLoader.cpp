@@ -6,6 +6,7 @@
 
 #include "DynamicLibrary.h"
 #include "ExceptionText.h"
+#include "LoadFault.h"
 #include "LogLine.h"
 #include "ModuleImpl.h"
 #include "ModuleTrial.h"
@@ -18,10 +19,15 @@ namespace {
 
 using Factory = IInterface* (*)();
 
+/// What the macro of the driver kit writes into each module.
+std::string withoutMacro(const std::string& error) {
+    return "MFD_DRIVER is missing in it (" + error + ")";
+}
+
 bool hasRightAbi(const DynamicLibrary& library, std::string& error) {
     const auto* pAbi = static_cast<const unsigned int*>(library.symbol(MFD_DRIVER_ABI_SYMBOL, error));
     if (!pAbi) {
-        error = "MFD_DRIVER is missing in it (" + error + ")";
+        error = withoutMacro(error);
         return false;
     }
     if (*pAbi == MFD_DRIVER_ABI)
@@ -33,8 +39,10 @@ bool hasRightAbi(const DynamicLibrary& library, std::string& error) {
 
 std::unique_ptr<IInterface> makeDriver(const DynamicLibrary& library, std::string& error) {
     const auto factory = reinterpret_cast<Factory>(library.symbol(MFD_DRIVER_FACTORY_SYMBOL, error));
-    if (!factory)
+    if (!factory) {
+        error = withoutMacro(error);
         return nullptr;
+    }
     error = "its factory made no driver";
     try {
         return std::unique_ptr<IInterface>(factory());
@@ -65,11 +73,20 @@ Module* ModuleLoader::load(ELoadOption option, const std::string& fileName) {
     if (error.empty() && library.open(path, error) && hasRightAbi(library, error))
         pDriver = makeDriver(library, error);
     if (!pDriver) {
-        logLine("MODULE", LogOutput::eError, "cannot load the driver module " + path + ": " + error);
+        logLine("MODULE", LogOutput::eError,
+                std::string(cannotLoad) + path + std::string(faultFollows) + error);
         ObservedCall::loadFailed(fileName, error);
         return nullptr;
     }
     return new Module(std::make_unique<Module::Impl>(path, std::move(library), std::move(pDriver)));
+}
+
+std::string ModuleLoader::faultIn(const std::string& text) {
+    if (!text.starts_with(cannotLoad))
+        return {};
+    // The path may hold what stands between it and the reason, but seldom does.
+    const auto begin = text.find(faultFollows, cannotLoad.size());
+    return begin == std::string::npos ? std::string() : text.substr(begin + faultFollows.size());
 }
 
 }  // namespace sal

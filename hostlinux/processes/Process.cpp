@@ -1,11 +1,13 @@
 #include "sal/Process.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -14,6 +16,7 @@
 #include <thread>
 #include <utility>
 
+#include "ErrorPipe.h"
 #include "LogLine.h"
 #include "MarkedEnvironment.h"
 #include "ProcessObserver.h"
@@ -53,11 +56,41 @@ void sayFailed(const std::string& title, const Path& executable, int error) {
             "cannot start \"" + title + "\" (" + executable.getPathString() + "): " + std::strerror(error));
 }
 
-/// Which of the queues of this process a child may open. A process that has made none hands on what it was
-/// handed itself.
-std::vector<std::string> queuesForChild() {
-    const auto mark = QueueMaker::forChild();
-    return mark ? std::vector{std::string(QueueMaker::s_variable) + "=" + *mark} : std::vector<std::string>();
+/// A child's standard error, where the observer captures it.
+struct CapturedErrors {
+    base::UniqueFd reader;  ///< none where the child gets that of this process
+    base::UniqueFd writer;
+
+    static CapturedErrors make(const std::string& title) {
+        std::array<int, 2> ends{};
+        if (!ProcessObserver::capturesErrors())
+            return {};
+        CapturedErrors errors;
+        if (::pipe2(ends.data(), O_CLOEXEC) == 0) {
+            errors.reader = base::UniqueFd(ends[0]);
+            const base::UniqueFd writer(ends[1]);
+            // The child waits for room in it; this process never waits.
+            if (::fcntl(errors.reader.get(), F_SETFL, O_NONBLOCK) == 0)
+                errors.writer =
+                    base::UniqueFd(::fcntl(writer.get(), F_DUPFD_CLOEXEC, SpawnSettings::s_handedOver + 1));
+        }
+        if (errors.writer)
+            return errors;
+        logLine("PROCESS", LogOutput::eWarning,
+                "\"" + title + "\" gets the standard error of this process: " + std::strerror(errno));
+        return {};
+    }
+};
+
+/// What is set in a child's environment: which of the queues of this process it may open (a process that has
+/// made none hands on what it was handed itself), and what its standard error is.
+std::vector<std::string> variablesFor(const CapturedErrors& errors) {
+    std::vector<std::string> variables;
+    if (const auto mark = QueueMaker::forChild())
+        variables.push_back(std::string(QueueMaker::s_variable) + "=" + *mark);
+    if (const std::string variable = ErrorPipe::variableFor(errors.writer.get()); !variable.empty())
+        variables.push_back(variable);
+    return variables;
 }
 
 }  // namespace
@@ -70,7 +103,10 @@ bool Process::createProcess(const std::string& title, Path& executable,
         words.push_back(const_cast<char*>(argument.c_str()));
     words.push_back(nullptr);
 
-    const MarkedEnvironment environment(queuesForChild());
+    CapturedErrors errors = CapturedErrors::make(title);
+    if (errors.writer)
+        settings.replaceErrors(errors.writer.get());
+    const MarkedEnvironment environment(variablesFor(errors));
     pid_t pid = -1;
     const int error =
         settings.spawn(pid, executable.getPathString().c_str(), words.data(), environment.get());
@@ -96,8 +132,11 @@ bool Process::createProcess(const std::string& title, Path& executable,
         sayFailed(title, executable, reason);
         return false;
     }
-    if (!ProcessObserver::tell({pid, pidFd, title, arguments, environment.mark()}))
+    errors.writer.reset();
+    if (!ProcessObserver::tell({pid, pidFd, title, arguments, environment.mark(), errors.reader.get()}))
         reapInBackground(base::UniqueFd(pidFd));
+    else
+        static_cast<void>(errors.reader.release());
     return true;
 }
 

@@ -27,6 +27,11 @@ bool ProcessObserver::tell(const Process::Started& process) {
     return true;
 }
 
+bool ProcessObserver::capturesErrors() {
+    Process::Observer* pObserver = s_pObserver.load();
+    return pObserver && pObserver->capturesErrors();
+}
+
 bool ProcessObserver::awaitStart(unsigned int seconds) {
     const int pid = std::exchange(t_startedPid, 0);
     Process::Observer* pObserver = s_pObserver.load();

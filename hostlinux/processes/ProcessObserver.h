@@ -14,6 +14,9 @@ public:
     /// Tells the observer, and notes the process on the calling thread. False when there is none.
     static bool tell(const Process::Started& process);
 
+    /// Whether there is an observer that captures the standard error of the next process.
+    static bool capturesErrors();
+
     /// Has the observer wait for the process that the calling thread has noted, which is noted no longer.
     /// False, at once, when none is noted or there is no observer.
     static bool awaitStart(unsigned int seconds);

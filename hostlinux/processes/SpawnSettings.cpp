@@ -4,6 +4,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 namespace sal {
 
 SpawnSettings::SpawnSettings() : m_lastDescriptor(STDERR_FILENO) {
@@ -27,6 +29,16 @@ SpawnSettings::~SpawnSettings() {
 
 void SpawnSettings::captureErrors(int descriptor) {
     check(::posix_spawn_file_actions_addopen(&m_actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0));
+    check(::posix_spawn_file_actions_adddup2(&m_actions, descriptor, STDERR_FILENO));
+}
+
+void SpawnSettings::replaceErrors(int descriptor) {
+    check(descriptor > s_handedOver ? 0 : EINVAL);
+    // A driver in this process may have closed it.
+    if (::fcntl(STDERR_FILENO, F_GETFD) >= 0) {
+        check(::posix_spawn_file_actions_adddup2(&m_actions, STDERR_FILENO, s_handedOver));
+        m_lastDescriptor = s_handedOver;
+    }
     check(::posix_spawn_file_actions_adddup2(&m_actions, descriptor, STDERR_FILENO));
 }
 

@@ -56,8 +56,15 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
       m_pRelay(pRelay),
       m_drivers(m_store,
                 RestartPlan::Settings{.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}),
+      m_log([this] {
+          std::set<std::string> ids;
+          for (const DriverTable::Driver& driver : m_drivers.drivers())
+              ids.insert(driver.id);
+          return ids;
+      }),
+      m_errors([this](const auto& driverID, const auto& line, bool) { takeDriverLine(driverID, line); }),
       m_driverCalls(m_drivers, m_surroundings),
-      m_fidTap(m_drivers, m_driverCalls),
+      m_fidTap(m_drivers, m_driverCalls, m_log),
       m_byHand(m_drivers, [] { return sal::MessageQueue::statuses(); }),
       m_supervisor(m_drivers,
                    {.stopTimeout = m_options.stopTimeout,
@@ -76,7 +83,9 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                                                                    : [this] { m_byHand.look(); },
                     .refusedQueues = [] { return sal::MessageQueue::refusals(); },
                     .retireQueue = [](const std::string& name) { return sal::MessageQueue::retire(name); },
-                    .passQueue = [](const std::string& name) { sal::MessageQueue::passNextCreate(name); }}),
+                    .passQueue = [](const std::string& name) { sal::MessageQueue::passNextCreate(name); },
+                    .takeErrors = [this](auto& id, int pid, int fd) { m_errors.add(id, pid, fd); },
+                    .endErrors = [this](auto& id, int pid) { return endErrors(id, pid); }}),
       m_workplace({.file = m_options.config,
                    .driverDirectories = m_options.driverDirectories,
                    .parkMarks = std::filesystem::absolute(s_parkMarks),
@@ -94,6 +103,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                .drivers = m_drivers,
                .workplace = m_workplace,
                .alarms = m_alarms,
+               .log = m_log,
                .lookForEnds = [this] { m_supervisor.lookForEnds(); },
                .quit = [this] { requestShutdown("quit", 0); },
                .showModules = [this] { m_pManager->showModules(); },
@@ -108,6 +118,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
              .drivers = m_drivers,
              .workplace = m_workplace,
              .shell = m_shell,
+             .log = m_log,
              .senders = m_fidSenders,
              .lookForEnds = [this] { m_supervisor.lookForEnds(); },
              .shutDown = [this](const std::string& reason) { requestShutdown(reason, 0); },
@@ -118,7 +129,9 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                                 : nullptr;
                  }}) {}
 
-Host::~Host() = default;
+Host::~Host() {
+    sal::LogManager::getInstance()->setObserver(nullptr);
+}
 
 void Host::makeTerminal() {
     if (m_options.console) {
@@ -166,11 +179,13 @@ int Host::run() {
         });
     }
     m_drivers.setFollower([this](const DriverTable::Driver& driver) { driverChanged(driver); });
+    sal::LogManager::getInstance()->setObserver(&m_fidTap);
     sal::Process::setObserver(&m_supervisor);
     sal::Module::setObserver(&m_fidTap);
     sal::MessageQueue::setObserver(&m_fidTap, sal::MessageQueue::EObserved::Sent);
     sal::Directory::setFileFilter(&WorkplaceAdmission::acceptsDescriptor);
 
+    m_errors.start();
     m_supervisor.start();
     startApi();
     const auto onActivity = [this] {
@@ -287,6 +302,17 @@ void Host::postApply() {
         << std::endl;
 }
 
+void Host::takeDriverLine(const std::string& driverID, const sal::LogManager::Line& line) {
+    m_log.add(driverID, line);
+    sal::LogManager::getInstance()->write(line);
+}
+
+std::string Host::endErrors(const std::string& driverID, int pid) {
+    DriverErrors::Words words = m_errors.ended(pid);
+    m_log.setLastWords(driverID, std::move(words.last));
+    return words.loadFault;
+}
+
 void Host::requestShutdown(const std::string& reason, int exitCode) {
     m_exitCode = exitCode;
     hostLog(sal::LogOutput::eInfo) << "shutting down: " << reason << std::endl;
@@ -312,6 +338,7 @@ void Host::shutDown() {
     m_fidSenders.stop(s_sendersPatience);
     m_system.sender().setTarget(nullptr);
     m_supervisor.endProcesses();
+    m_errors.stop();
     removeLeftQueues();
     sal::Process::setObserver(nullptr);
     sal::Module::setObserver(nullptr);
@@ -330,7 +357,7 @@ void Host::removeLeftQueues() const {
     m_queueDirectory.removeLeft();
 }
 
-void Host::exitNow(int exitCode) const {
+void Host::exitNow(int exitCode) {
     restoreTerminalModes();
     // What was logged is worth a moment, but not a wait for a pipe whose reader has stopped.
     struct Flush {
@@ -340,8 +367,10 @@ void Host::exitNow(int exitCode) const {
     };
     auto pFlush = std::make_shared<Flush>();
     try {
-        std::thread([pFlush] {
+        // This object stays: the process ends without destroying it.
+        std::thread([this, pFlush] {
             base::nameThread("last lines");
+            m_errors.drain();
             sal::LogManager::getInstance()->flush();
             const std::lock_guard lock(pFlush->mutex);
             pFlush->isDone = true;

@@ -10,6 +10,7 @@
 #include "CommandThread.h"
 #include "Console.h"
 #include "DriverCallWatch.h"
+#include "DriverErrors.h"
 #include "DriverNews.h"
 #include "DriverTable.h"
 #include "FidSenders.h"
@@ -17,6 +18,7 @@
 #include "Following.h"
 #include "HostApi.h"
 #include "HostSystem.h"
+#include "LogMemory.h"
 #include "Options.h"
 #include "ProcessSupervisor.h"
 #include "StateStore.h"
@@ -59,11 +61,16 @@ private:
 
     /// Has the files taken over that have changed.
     void postApply();
+
+    /// A line of a driver process, on the thread that reads it.
+    void takeDriverLine(const std::string& driverID, const sal::LogManager::Line& line);
+    std::string endErrors(const std::string& driverID, int pid);
+
     void requestShutdown(const std::string& reason, int exitCode);
     void shutDown();
     /// Once no driver process is left.
     void removeLeftQueues() const;
-    [[noreturn]] void exitNow(int exitCode) const;
+    [[noreturn]] void exitNow(int exitCode);
 
     const Options m_options;
     StopSignals& m_signals;
@@ -73,6 +80,8 @@ private:
     StateStore m_store;
     AlarmList m_alarms;
     DriverTable m_drivers;
+    LogMemory m_log;
+    DriverErrors m_errors;
     Surroundings m_surroundings;
     DriverCallWatch m_driverCalls;
     FidTap m_fidTap;

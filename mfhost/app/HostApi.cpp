@@ -106,8 +106,8 @@ ApiContext HostApi::context() {
                 }
                 return std::nullopt;
             },
-            .log = [](const ApiLogQuery&) { return std::vector<ApiLogLine>(); },
-            .lastWords = [](const std::string&) { return std::vector<std::string>(); },
+            .log = [this](const ApiLogQuery& query) { return logLines(query); },
+            .lastWords = [this](const std::string& driverID) { return m_parts.log.lastWords(driverID); },
             .sessions =
                 [this] {
                     std::vector<ApiSession> sessions;
@@ -177,6 +177,15 @@ std::vector<std::string> HostApi::macroNames() const {
         return std::move(shown.names);
     const std::lock_guard lock(m_mutex);
     return m_macroNames;
+}
+
+std::vector<ApiLogLine> HostApi::logLines(const ApiLogQuery& query) const {
+    std::vector<ApiLogLine> lines;
+    for (LogMemory::Line& line :
+         m_parts.log.lines({.driver = query.driverID, .level = query.level, .most = query.lines}))
+        lines.push_back(
+            {line.time, line.level, std::move(line.output), std::move(line.driver), std::move(line.text)});
+    return lines;
 }
 
 ApiOutcome HostApi::playMacro(const std::string& name) const {

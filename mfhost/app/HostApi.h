@@ -16,6 +16,7 @@
 #include "DriverTable.h"
 #include "FidSenders.h"
 #include "IMacroSystem.h"
+#include "LogMemory.h"
 #include "Options.h"
 #include "StateStore.h"
 #include "Workplace.h"
@@ -31,6 +32,7 @@ public:
         const DriverTable& drivers;
         Workplace& workplace;
         CommandShell& shell;
+        const LogMemory& log;
         FidSenders& senders;
         std::function<void()> lookForEnds;
         std::function<void(const std::string& reason)> shutDown;
@@ -54,6 +56,7 @@ public:
 private:
     ApiContext context();
     std::vector<std::string> macroNames() const;
+    std::vector<ApiLogLine> logLines(const ApiLogQuery& query) const;
     ApiOutcome playMacro(const std::string& name) const;
     void setState(const std::string& key, const StateValue& value) const;
 

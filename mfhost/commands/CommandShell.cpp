@@ -96,11 +96,16 @@ CommandShell::CommandShell(Context context)
                            auto& error) { return m_context.workplace.historyState(number, error); },
            .look = &look,
            .refused = &fail}),
+      m_logCommands({.memory = m_context.log,
+                     .reply = &currentReply,
+                     .driverIDs = [this] { return driverIDs(); },
+                     .refused = &fail}),
       m_completion(m_context.drivers, m_context.store, m_fids, m_context.alarms) {}
 
 void CommandShell::begin() {
     m_hostCommands.registerCommands();
     m_planCommands.registerCommands();
+    m_logCommands.registerCommands();
     m_completion.begin(m_processor.names());
 }
 
@@ -189,7 +194,8 @@ void CommandShell::readScriptLine(const std::string& line) {
 /// Whether the command needs the command thread for nothing: it looks at stores of which each has its lock.
 bool CommandShell::mayAnswerMeanwhile(const std::string& line) const {
     const std::vector<std::string> words = base::splitWords(line).words;
-    return m_isOpen && !words.empty() && HostCommands::isAnsweredAnywhere(words);
+    return m_isOpen && !words.empty() &&
+           (HostCommands::isAnsweredAnywhere(words) || LogCommands::areMeantBy(words));
 }
 
 bool CommandShell::isHeldUp(std::chrono::milliseconds limit) const {
@@ -214,7 +220,11 @@ bool CommandShell::answerMeanwhile(const std::string& line) {
     if (activity.busy)
         text << "\"" << base::printable(activity.what) << "\" has not come back yet; meanwhile:" << std::endl;
     t_running = {.pReply = &text, .isForTerminal = Console::isInteractive()};
-    m_hostCommands.answer(base::splitWords(line).words);
+    const std::vector<std::string> words = base::splitWords(line).words;
+    if (LogCommands::areMeantBy(words))
+        m_logCommands.answer(words);
+    else
+        m_hostCommands.answer(words);
     const bool isDone = !std::exchange(t_running, {}).hasFailed;
     std::cout << text.str() << std::flush;
     return isDone;
@@ -345,6 +355,13 @@ void CommandShell::reload(const std::string& line, const std::string& driverID, 
         return;
     fail();
     reply << base::printable(driverID + " is not reloaded, nothing is unloaded: " + reason) << std::endl;
+}
+
+std::vector<std::string> CommandShell::driverIDs() const {
+    std::vector<std::string> ids;
+    for (const DriverTable::Driver& driver : m_context.drivers.drivers())
+        ids.push_back(driver.id);
+    return ids;
 }
 
 /// A script cannot look again as an operator at a terminal can: it waits until no driver has messages left

@@ -16,6 +16,7 @@
 #include "FidLine.h"
 #include "FidMemory.h"
 #include "HostCommands.h"
+#include "LogCommands.h"
 #include "PlanCommands.h"
 #include "StateStore.h"
 #include "Workplace.h"
@@ -31,6 +32,7 @@ public:
         const DriverTable& drivers;
         Workplace& workplace;
         AlarmList& alarms;
+        const LogMemory& log;
         /// Tells the table of drivers and the store of processes that have ended by now.
         std::function<void()> lookForEnds;
         std::function<void()> quit;
@@ -98,6 +100,7 @@ private:
     bool hintAt(const std::string& word, std::ostream& reply);
     void noteFailure(std::size_t number, const std::string& line);
     void settle() const;
+    std::vector<std::string> driverIDs() const;
 
     const Context m_context;
     sal::CmdProcessor m_processor;
@@ -105,6 +108,7 @@ private:
     HostCommands m_hostCommands;
     PlanCommands m_planCommands;
     FidMemory m_fids;
+    LogCommands m_logCommands;
     Completion m_completion;
 
     std::size_t m_lineNumber = 0;  ///< of a script; the console's thread's own

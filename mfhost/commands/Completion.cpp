@@ -41,7 +41,7 @@ std::vector<std::string> Completion::words(const std::vector<std::string>& befor
 
 Completion::Words Completion::firstArguments(const std::string& command, const std::string& prefix) const {
     if (command == "reloadDriver" || command == "stopDriver" || command == "startDriver" ||
-        command == "drivers")
+        command == "drivers" || command == "log")
         return driverIDs();
     if (command == "sendFID")
         return fids(prefix);

@@ -28,6 +28,10 @@ void FidTap::driverDeleted(const std::string& driverID) {
     m_calls.driverDeleted(driverID);
 }
 
+void FidTap::loadFailed(const std::string& path, const std::string& reason) {
+    m_calls.loadFailed(path, reason);
+}
+
 void FidTap::fidBegins(const std::string& driverID, const std::string& fid,
                        const FIDParameterList& parameters) {
     if (t_watched > 0)
@@ -49,7 +53,8 @@ void FidTap::sent(const std::string& queue, std::uint32_t number, const unsigned
         pWatch->sent(queue, number, data, length, ok);
 }
 
-void FidTap::logged(const std::string& output, const std::string& text) {
+void FidTap::line(const std::string& output, int level, const std::string& text) {
+    m_log.line(output, level, text);
     if (FidWatch* const pWatch = FidWatch::ofThisThread())
         pWatch->logged(output, text);
 }

@@ -3,16 +3,20 @@
 #include <string>
 
 #include "DriverTable.h"
+#include "sal/LogManager.h"
 #include "sal/MessageQueue.h"
 #include "sal/Module.h"
 
 /// Where the FIDs of this process are seen on their way to drivers: tells the FidWatch of the thread that
-/// sends one, and the table of drivers of calls that may not come back. Passes on what the observer of the
-/// drivers' other calls is told. Owned by Host; told by libsal on any thread, most of which it only asks
-/// whether they watch.
-class FidTap : public sal::MessageQueue::Observer, public sal::Module::Observer {
+/// sends one, and the table of drivers of calls that may not come back. What a thread logs meanwhile belongs
+/// to that. Passes on what the observers of the drivers' other calls and of the log are told. Owned by Host;
+/// told by libsal on any thread, most of which it only asks whether they watch.
+class FidTap : public sal::MessageQueue::Observer,
+               public sal::Module::Observer,
+               public sal::LogManager::Observer {
 public:
-    FidTap(DriverTable& drivers, sal::Module::Observer& calls) : m_drivers(drivers), m_calls(calls) {}
+    FidTap(DriverTable& drivers, sal::Module::Observer& calls, sal::LogManager::Observer& log)
+        : m_drivers(drivers), m_calls(calls), m_log(log) {}
 
     /// As long as one lives on a thread, FIDs that come to drivers of this process on that thread are calls
     /// in the table of drivers.
@@ -27,6 +31,7 @@ public:
     void callBegins(const std::string& driverID, const char* operation) override;
     void callEnded(const std::string& driverID, const char* operation) override;
     void driverDeleted(const std::string& driverID) override;
+    void loadFailed(const std::string& path, const std::string& reason) override;
     void fidBegins(const std::string& driverID, const std::string& fid,
                    const FIDParameterList& parameters) override;
     void fidEnded(const std::string& driverID, bool ok, const char* exception) override;
@@ -35,10 +40,10 @@ public:
               bool ok) override;
     void received(const std::string&, std::uint32_t, const unsigned char*, int) override {}
 
-    /// A line that the calling thread logs, for whoever is told of these.
-    static void logged(const std::string& output, const std::string& text);
+    void line(const std::string& output, int level, const std::string& text) override;
 
 private:
     DriverTable& m_drivers;
     sal::Module::Observer& m_calls;
+    sal::LogManager::Observer& m_log;
 };

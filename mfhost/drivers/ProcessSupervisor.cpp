@@ -118,6 +118,8 @@ void ProcessSupervisor::wake() {
 void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
     // The driver ID follows the module's path.
     const std::string driverID = process.arguments.size() > 1 ? process.arguments[1] : process.title;
+    if (process.errorFd >= 0)
+        m_environment.takeErrors(driverID, process.pid, process.errorFd);
     m_processes.add(driverID, process, m_drivers.processStarted(driverID, process.pid));
     wake();
 }
@@ -292,7 +294,11 @@ void ProcessSupervisor::ended(Process& process, const ProcessEnd& end) {
         const std::lock_guard lock(m_mutex);
         m_lateDumps.push_back(std::move(process.pStacks));
     }
-    const std::string cause = process.hang.empty() ? end.cause() : process.hang + ", " + end.cause();
+    const std::string loadFault =
+        m_environment.endErrors ? m_environment.endErrors(process.driverID, process.pid) : std::string();
+    std::string cause = process.hang.empty() ? end.cause() : process.hang + ", " + end.cause();
+    if (!loadFault.empty())
+        cause += ", cannot be loaded: " + loadFault;
     const auto ran = std::chrono::duration_cast<RestartPlan::Duration>(Clock::now() - process.started);
     const auto told = m_drivers.processEnded(process.driverID, process.pid, cause, ran, !isShutdown);
     // One that a newer process has replaced was asked to end, even if it comes to its end after the reload.

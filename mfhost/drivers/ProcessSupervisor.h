@@ -63,6 +63,12 @@ public:
         std::function<std::vector<sal::MessageQueue::Refusal>()> refusedQueues = nullptr;
         std::function<bool(const std::string& queueName)> retireQueue = nullptr;
         std::function<void(const std::string& queueName)> passQueue = nullptr;
+        /// Takes over the descriptor from which a new process's standard error is read; where there is none
+        /// of these, it gets the host's.
+        std::function<void(const std::string& driverID, int pid, int errorFd)> takeErrors = nullptr;
+        /// The process has ended: when this returns, what it has written is in the log. Why it could not load
+        /// its module, as it has said; empty where it has not.
+        std::function<std::string(const std::string& driverID, int pid)> endErrors = nullptr;
         /// As the operations of sal::MessageQueue.
         std::function<bool(const std::string& queueName)> hasReader = &sal::MessageQueue::hasReader;
         std::function<bool(const std::vector<std::string>& queueNames, std::size_t most, int timeout)>
@@ -79,6 +85,7 @@ public:
     void wake();
 
     void processStarted(const sal::Process::Started& process) override;
+    bool capturesErrors() override { return m_environment.takeErrors != nullptr; }
     /// Where a start waits until processes have attached: returns when fewer than twice as many as there are
     /// processors have neither attached to their input queue nor ended. One that takes longer than all the
     /// time is named in the log, once.

@@ -1,3 +1,4 @@
+#include <signal.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -11,6 +12,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::Not;
 
 /// The real remote control at the control socket of a real host.
 class Control : public ConsoleWorkplace {
@@ -20,9 +22,9 @@ protected:
         std::string text;  ///< of both its streams
     };
 
-    HostProcess& startControlled() {
+    HostProcess& startControlled(const std::string& more = {}) {
         workplace().addModule("Echo");
-        workplace().configure(entry("E", "queue") + entry("G", "direct"));
+        workplace().configure(entry("E", "queue") + entry("G", "direct") + more);
         return startAndWait({"--control", socket()});
     }
     std::string socket() { return workplace().directory() / "control"; }
@@ -116,6 +118,52 @@ TEST_F(Control, ValuesAreThoseOfTheConsole) {
     EXPECT_THAT(host.ask("state ROOM.LIGHT"), ContainsRegex("ROOM\\.LIGHT +int +3 +console "));
     EXPECT_EQ(mfctl("unset ROOM.LIGHT").exitCode, 0);
     EXPECT_THAT(host.ask("state ROOM.LIGHT"), HasSubstr("no state value matches"));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Control, WhatADriverProcessWritesToStandardErrorIsInItsLogAndTheHostsLinesInTheHosts) {
+    workplace().addModule("Talks");
+    HostProcess& host = startControlled(entry("T", "queue", "Talks"));
+    EXPECT_EQ(mfctl("send T.SAY value='out of paper' --wait taken").exitCode, 0);
+    ASSERT_TRUE(host.waitForLog("warning  T: out of paper\n")) << host.log();
+    const Answer ofDriver = mfctl("log T");
+    EXPECT_EQ(ofDriver.exitCode, 0) << ofDriver.text;
+    EXPECT_THAT(ofDriver.text, ContainsRegex("(^|\n)[0-9:]{8} info T MFD T  Runs "));
+    EXPECT_THAT(ofDriver.text, ContainsRegex("\n[0-9:]{8} warning T  out of paper\n"));
+    EXPECT_THAT(ofDriver.text, Not(HasSubstr("the workplace is started")));
+    const std::string ofAll = mfctl("log --level 4").text;
+    EXPECT_THAT(ofAll, ContainsRegex("(^|\n)[0-9:]{8} info HOST  the workplace is started\n"));
+    EXPECT_THAT(ofAll, ContainsRegex("\n[0-9:]{8} warning T  out of paper\n"));
+    EXPECT_THAT(ask("/api/v1/log?driver=T&lines=1").text,
+                ContainsRegex(R"("level":3,"output":"T","driver":"T","text":"out of paper")"));
+    EXPECT_EQ(mfctl("log NONE").exitCode, 1);
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Control, CardOfADriverThatWasKilledHasItsLastWordsAndLines) {
+    workplace().addModule("Talks");
+    workplace().configure(entry("T", "queue", "Talks"));
+    HostProcess& host = startAndWait({"--control", socket(), "--restart-delay", "60"});
+    EXPECT_EQ(mfctl("send T.SAY value='one more' --wait taken").exitCode, 0);
+    ASSERT_TRUE(host.waitForLog("warning  T: one more\n")) << host.log();
+    ASSERT_EQ(::kill(host.driverProcess("T"), SIGKILL), 0);
+    ASSERT_TRUE(host.waitForLog("ended unexpectedly: signal 9 (Killed)")) << host.log();
+    const Answer card = mfctl("driver T");
+    EXPECT_EQ(card.exitCode, 0) << card.text;
+    EXPECT_THAT(card.text, HasSubstr("\nlast cause  signal 9 (Killed)\n"));
+    EXPECT_THAT(card.text, ContainsRegex("\nlast log lines\n([^\n]+\n)*[0-9:]{8} warning T  one more\n"
+                                         "[0-9:]{8} error HOST T  T: process [0-9]+ ended unexpectedly: "));
+    EXPECT_THAT(card.text, HasSubstr("\nwhat it said last\none more\n"));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Control, FunctionThatADriverOfTheHostDoesNotKnowIsToldWithTheNearest) {
+    workplace().configure(entry("S", "direct", "SysMon"));
+    startAndWait({"--control", socket()});
+    const Answer answer = mfctl("send S.MAKR text=1");
+    EXPECT_EQ(answer.exitCode, 1) << answer.text;
+    EXPECT_THAT(answer.text, HasSubstr("unknown FID \"MAKR\"; known are "));
+    EXPECT_THAT(answer.text, HasSubstr("MARK?"));
     EXPECT_EQ(end(), 0);
 }
 

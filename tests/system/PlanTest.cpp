@@ -355,8 +355,8 @@ TEST_F(Planning, StartSaysWhoDoesNotRunAndWhy) {
     EXPECT_THAT(
         host.log(),
         ContainsRegex(
-            "warning  HOST: 1 of 4 drivers run; FAR: no adapter eth7; BAD: [^;]+; NONE: no descriptor of "
-            "type \"Unknown\" in version \"1.0\"\n"));
+            "warning  HOST: 1 of 4 drivers run; FAR: no adapter eth7; BAD: its driver cannot be made: "
+            "std::runtime_error: no device; NONE: no descriptor of type \"Unknown\" in version \"1.0\"\n"));
     EXPECT_THAT(host.listed("FAR"), HasSubstr("  no adapter eth7  "));
     EXPECT_EQ(end(), 0);
 }

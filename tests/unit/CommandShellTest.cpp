@@ -119,7 +119,8 @@ protected:
                           m_supervisor,
                           {.concerns = [](const std::string&) {}, .tellPanel = [] {}}};
     AlarmList m_alarms;
-    FidTap m_tap{m_drivers, m_drivers};
+    LogMemory m_memory{[] { return std::set<std::string>(); }};
+    FidTap m_tap{m_drivers, m_drivers, m_memory};
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_isHeld = false;
@@ -133,6 +134,7 @@ protected:
                         .drivers = m_drivers,
                         .workplace = m_workplace,
                         .alarms = m_alarms,
+                        .log = m_memory,
                         .lookForEnds = [this] { ++m_looks; },
                         .quit = [this] { ++m_quits; },
                         .showModules = [] {}}};

@@ -18,6 +18,7 @@
 #include "FidTap.h"
 #include "HangGuard.h"
 #include "LogCapture.h"
+#include "LogMemory.h"
 #include "MessageWriter.h"
 #include "TemporaryDirectory.h"
 #include "sal/MessageQueue.h"
@@ -155,7 +156,8 @@ protected:
     LogCapture m_log;
     StateStore m_store;
     DriverTable m_drivers{m_store};
-    mutable FidTap m_tap{m_drivers, m_drivers};
+    LogMemory m_memory{[] { return std::set<std::string>(); }};
+    mutable FidTap m_tap{m_drivers, m_drivers, m_memory};
     mutable sal::MessageQueue m_queue;
     mutable std::mutex m_mutex;
     mutable std::condition_variable m_changed;

@@ -11,6 +11,7 @@
 
 namespace {
 
+using testing::NiceMock;
 using testing::StrEq;
 using testing::StrictMock;
 
@@ -19,6 +20,12 @@ public:
     MOCK_METHOD(void, callBegins, (const std::string& driverID, const char* operation), (override));
     MOCK_METHOD(void, callEnded, (const std::string& driverID, const char* operation), (override));
     MOCK_METHOD(void, driverDeleted, (const std::string& driverID), (override));
+    MOCK_METHOD(void, loadFailed, (const std::string& path, const std::string& reason), (override));
+};
+
+class LogObserver : public sal::LogManager::Observer {
+public:
+    MOCK_METHOD(void, line, (const std::string& output, int level, const std::string& text), (override));
 };
 
 class FidTapTest : public testing::Test {
@@ -27,7 +34,8 @@ protected:
     StateStore m_store;
     DriverTable m_drivers{m_store};
     StrictMock<Observer> m_calls;
-    FidTap m_sut{m_drivers, m_calls};
+    NiceMock<LogObserver> m_lines;
+    FidTap m_sut{m_drivers, m_calls, m_lines};
 };
 
 }  // namespace
@@ -39,6 +47,16 @@ TEST_F(FidTapTest, PassesTheOtherCallsOn) {
     m_sut.callBegins("A", "deinitialize");
     m_sut.callEnded("A", "deinitialize");
     m_sut.driverDeleted("A");
+}
+
+TEST_F(FidTapTest, PassesOnWhyAModuleIsNotLoaded) {
+    EXPECT_CALL(m_calls, loadFailed("/a.so", "file too short"));
+    m_sut.loadFailed("/a.so", "file too short");
+}
+
+TEST_F(FidTapTest, PassesLinesOfTheLogOn) {
+    EXPECT_CALL(m_lines, line("A", 3, "text"));
+    m_sut.line("A", 3, "text");
 }
 
 TEST_F(FidTapTest, FidIsACallOnAWatchedThreadAlone) {
@@ -78,13 +96,13 @@ TEST_F(FidTapTest, TellsTheWatchOfTheSameThreadWhatItLogs) {
     const std::string fid = "A.MOVE";
     const FidWatch watch(m_drivers, fid, none);
     m_sut.fidBegins("A", "MOVE", {});
-    FidTap::logged("A", "unknown FID \"MOVE\"; known are STOP");
+    m_sut.line("A", 3, "unknown FID \"MOVE\"; known are STOP");
     m_sut.fidEnded("A", false, nullptr);
     EXPECT_EQ(watch.outcome().reason, EFidReason::UnknownFunction);
 }
 
 TEST_F(FidTapTest, TellsNobodyWhereNoneWatches) {
-    FidTap::logged("A", "unknown FID \"MOVE\"; known are STOP");
+    m_sut.line("A", 3, "unknown FID \"MOVE\"; known are STOP");
     m_sut.sent("A_INQ", 1, nullptr, 0, true);
     m_sut.received("A_OUTQ", 1, nullptr, 0);
     m_sut.fidBegins("A", "MOVE", {});

@@ -5,6 +5,8 @@
 #include <spdlog/sinks/ostream_sink.h>
 
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -31,6 +33,41 @@ TEST(LogCore, LevelsUpToItsOwnAreEnabled) {
     const sal::LogCore sut(3);
     EXPECT_TRUE(sut.enabled(3));
     EXPECT_FALSE(sut.enabled(4));
+}
+
+/// Notes what it is told.
+struct Observer : sal::LogManager::Observer {
+    void line(const std::string& output, int level, const std::string& text) override {
+        lines.push_back(output + " " + std::to_string(level) + " " + text);
+    }
+    std::vector<std::string> lines;
+};
+
+TEST(LogCore, ObserverIsToldOfEachLineUntilItIsTakenOut) {
+    Observer observer;
+    sal::LogCore sut(5);
+    sut.write("MDM", 2, "before");
+    sut.setObserver(&observer);
+    sut.write("MDM", 2, "one");
+    sut.write("HOST", 9, "two");
+    sut.setObserver(nullptr);
+    sut.write("MDM", 2, "after");
+    EXPECT_THAT(observer.lines, testing::ElementsAre("MDM 2 one", "HOST 5 two"));
+}
+
+TEST(LogCore, LineOfAnotherProcessGoesToTheChannelsAlone) {
+    Observer observer;
+    std::ostringstream text;
+    {
+        sal::LogCore sut(1);
+        sut.addChannel(into(text));
+        sut.setObserver(&observer);
+        sut.write({std::chrono::system_clock::now(), 3, "AXIS1 MFD", "tab\t"});
+        sut.flush();
+        sut.setObserver(nullptr);
+    }
+    EXPECT_EQ(text.str(), "warning AXIS1 MFD tab\\t\n");
+    EXPECT_THAT(observer.lines, testing::IsEmpty());
 }
 
 TEST(LogCore, EveryChannelGetsTheLine) {

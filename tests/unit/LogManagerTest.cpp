@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <ctime>
 #include <future>
 #include <memory>
 #include <sstream>
@@ -258,6 +259,43 @@ TEST(LogManager, JournalGetsPriorityInsteadOfTime) {
     ::unsetenv("JOURNAL_STREAM");
     EXPECT_EQ(capture.finish(),
               "<2>AXIS1 MDM: 1\n<3>AXIS1 MDM: 2\n<4>AXIS1 MDM: 3\n<6>AXIS1 MDM: 4\n<7>AXIS1 MDM: 5\n");
+}
+
+TEST(LogManager, LineOfAnotherProcessIsWrittenWithItsTime) {
+    std::tm local{};
+    local.tm_year = 126;
+    local.tm_mon = 10;
+    local.tm_mday = 2;
+    local.tm_isdst = -1;
+    LogCapture log({.level = 1, .file = {}, .tag = {}});
+    log.manager().write(
+        {std::chrono::system_clock::from_time_t(std::mktime(&local)) + std::chrono::milliseconds(7), 3,
+         "AXIS1 MFD", "text"});
+    EXPECT_EQ(log.finish(), "2026-11-02 00:00:00.007 warning  AXIS1 MFD: text\n");
+}
+
+TEST(LogManager, WhereTheHostReadsStandardErrorLinesCanBeReadBack) {
+    StandardErrorCapture capture;
+    struct stat status {};
+    ASSERT_EQ(::fstat(STDERR_FILENO, &status), 0);
+    ::setenv("MFD_ERROR_PIPE", (std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino)).c_str(),
+             1);
+    {
+        sal::LogManager sut({.level = 4, .file = {}, .tag = "AXIS1"});
+        say(sut, 2, "one\ntwo");
+    }
+    std::string text = capture.finish();
+    ASSERT_THAT(text, testing::EndsWith("\n"));
+    text.pop_back();
+    EXPECT_EQ(text.front(), sal::LogManager::s_lineBegin);
+    const auto line = sal::LogManager::readLine(text);
+    ASSERT_TRUE(line);
+    EXPECT_EQ(line->level, 2);
+    EXPECT_EQ(line->output, "AXIS1 MDM");
+    EXPECT_EQ(line->text, "one\\ntwo");
+    EXPECT_LT(std::chrono::system_clock::now() - line->time, std::chrono::hours(1));
+    EXPECT_EQ(std::getenv("MFD_ERROR_PIPE"), nullptr);
+    EXPECT_FALSE(sal::LogManager::readLine("2026-11-02 00:00:00.007 warning  AXIS1 MFD: text"));
 }
 
 TEST(LogManager, ForeignJournalStreamIsNotBelieved) {

@@ -77,8 +77,9 @@ TEST(ModuleLoader, MissingAbiIsRefused) {
 }
 
 TEST(ModuleLoader, MissingFactoryIsRefused) {
-    EXPECT_THAT(failureOf(moduleFile("LacksFactory")),
-                HasSubstr("LacksFactory.so: undefined symbol: mfdCreateDriver\n"));
+    EXPECT_THAT(
+        failureOf(moduleFile("LacksFactory")),
+        HasSubstr("LacksFactory.so: MFD_DRIVER is missing in it (undefined symbol: mfdCreateDriver)\n"));
 }
 
 TEST(ModuleLoader, FactoryThatMakesNothingIsRefused) {
@@ -113,6 +114,13 @@ TEST(ModuleLoader, NamedPipeDoesNotHangIt) {
     const TemporaryDirectory directory;
     ASSERT_EQ(::mkfifo(directory.path("Axis.so").c_str(), 0600), 0);
     EXPECT_THAT(failureOf(directory.path("Axis.so")), HasSubstr("not a regular file\n"));
+}
+
+TEST(ModuleLoader, FaultIsFoundInItsLogLine) {
+    EXPECT_EQ(sal::ModuleLoader::faultIn("cannot load the driver module /a b/x.so: undefined symbol: y"),
+              "undefined symbol: y");
+    EXPECT_EQ(sal::ModuleLoader::faultIn("cannot load the driver module /x.so"), "");
+    EXPECT_EQ(sal::ModuleLoader::faultIn("Runs /x.so: well"), "");
 }
 
 TEST(ModuleLoader, EmptyNameIsRefused) {

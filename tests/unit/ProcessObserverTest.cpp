@@ -22,6 +22,7 @@ protected:
     void processStarted(const sal::Process::Started& process) override {
         told.push_back("started " + std::to_string(process.pid));
     }
+    bool capturesErrors() override { return isCapturing; }
     void awaitStart(int pid, unsigned int seconds) override {
         told.push_back("await " + std::to_string(pid) + " " + std::to_string(seconds));
     }
@@ -29,6 +30,7 @@ protected:
     static bool tell(int pid) { return ProcessObserver::tell({.pid = pid, .title = {}, .arguments = {}}); }
 
     std::vector<std::string> told;
+    bool isCapturing = false;
 };
 
 using Lines = std::vector<std::string>;
@@ -63,4 +65,12 @@ TEST_F(ProcessObserverTest, NobodyIsToldOrWaitsWithoutOne) {
     ProcessObserver::set(this);
     EXPECT_FALSE(ProcessObserver::awaitStart(1));
     EXPECT_EQ(told, (Lines{"started 4"}));
+}
+
+TEST_F(ProcessObserverTest, CapturesErrorsWhenItSaysSo) {
+    EXPECT_FALSE(ProcessObserver::capturesErrors());
+    isCapturing = true;
+    EXPECT_TRUE(ProcessObserver::capturesErrors());
+    ProcessObserver::set(nullptr);
+    EXPECT_FALSE(ProcessObserver::capturesErrors());
 }

@@ -380,6 +380,45 @@ protected:
 
 }  // namespace
 
+TEST_F(ProcessSupervisorTest, WhatAProcessHasSaidIsAskedForBeforeItsEndIsTold) {
+    std::mutex mutex;
+    std::vector<std::string> told;
+    ProcessSupervisor sut(m_drivers, c_shortTimes,
+                          {.activity = [] { return CommandActivity(); },
+                           .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
+                           .receiverGone = [](const std::string&, auto) {},
+                           .exitNow = [](int) {},
+                           .restart = {},
+                           .takeErrors =
+                               [&](const std::string& driverID, int pid, int errorFd) {
+                                   const std::lock_guard lock(mutex);
+                                   told.push_back("take " + driverID + " " + std::to_string(pid));
+                                   ::close(errorFd);
+                               },
+                           .endErrors =
+                               [&](const std::string& driverID, int pid) {
+                                   const std::lock_guard lock(mutex);
+                                   told.push_back("end " + driverID + " " + std::to_string(pid) +
+                                                  (driver(driverID).isAlive ? "" : "!"));
+                                   return std::string("file too short");
+                               }});
+    sut.start();
+    sal::Process::setObserver(&sut);
+    sal::Path shell("/bin/sh");
+    ASSERT_TRUE(sal::Process::createProcess("sh", shell,
+                                            {
+                                                "-c",
+                                                "exit 1",
+                                            }));
+    sal::Process::setObserver(&m_renaming);
+    const std::string id = "exit 1";
+    ASSERT_TRUE(hasEnded(id));
+    EXPECT_EQ("exit code 1, cannot be loaded: file too short", causeOf(id));
+    const std::string pid = std::to_string(driver(id).pid);
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ((std::vector<std::string>{"take " + id + " " + pid, "end " + id + " " + pid}), told);
+}
+
 TEST_F(ProcessSupervisorTest, LearnsOfAnExitWithItsCode) {
     start("A", "exit 3");
     ASSERT_TRUE(hasEnded("A"));

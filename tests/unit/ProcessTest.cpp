@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "LogCapture.h"
+#include "StandardErrorCapture.h"
 #include "TemporaryDirectory.h"
 #include "sal/Thread.h"
 
@@ -204,6 +205,64 @@ TEST_F(Process, DescriptorTellsTheEndAndItsCause) {
     const Observer observer;
     ASSERT_TRUE(start("title", "/bin/sh", {"-c", "exit 3"}));
     EXPECT_EQ(observer.waitForExit(), 3);
+}
+
+/// Reads what its processes write to standard error.
+class ListeningObserver : public Observer {
+public:
+    ~ListeningObserver() override {
+        for (const auto& process : started)
+            ::close(process.errorFd);
+    }
+    bool capturesErrors() override { return true; }
+
+    /// Once the last process has ended.
+    std::string errors() {
+        std::string text;
+        char buffer[256];
+        for (ssize_t count = 0; (count = ::read(started.back().errorFd, buffer, sizeof buffer)) > 0;)
+            text.append(buffer, static_cast<std::size_t>(count));
+        return text;
+    }
+};
+
+TEST_F(Process, StandardErrorIsThisProcesssUnlessItIsCaptured) {
+    StandardErrorCapture capture;
+    {
+        const Observer observer;
+        ASSERT_TRUE(start("title", "/bin/sh", {"-c", "echo error >&2"}));
+        EXPECT_EQ(observer.started[0].errorFd, -1);
+        observer.waitForExit();
+    }
+    EXPECT_EQ(capture.finish(), "error\n");
+}
+
+TEST_F(Process, CapturedStandardErrorIsReadWithoutWaiting) {
+    ListeningObserver observer;
+    ASSERT_TRUE(start("title", "/bin/sh", {"-c", "echo error >&2; exec sleep 0.5"}));
+    const int descriptor = observer.started[0].errorFd;
+    EXPECT_NE(::fcntl(descriptor, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_NE(::fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
+    pollfd written{descriptor, POLLIN, 0};
+    ASSERT_EQ(::poll(&written, 1, 20'000), 1);
+    EXPECT_EQ(observer.errors(), "error\n");
+    EXPECT_EQ(errno, EAGAIN);
+    observer.waitForExit();
+    EXPECT_EQ(::read(descriptor, nullptr, 0), 0);
+}
+
+TEST_F(Process, CapturedChildKnowsItsPipeAndHasTheFormerStandardErrorBesideIt) {
+    StandardErrorCapture capture;
+    {
+        ListeningObserver observer;
+        ASSERT_TRUE(start("title", "/bin/sh",
+                          {"-c",
+                           "[ \"$(stat -L -c %d:%i /proc/$$/fd/2)\" = \"$MFD_ERROR_PIPE\" ] && [ ! -e "
+                           "/proc/$$/fd/4 ] && echo former >&3"}));
+        EXPECT_EQ(observer.waitForExit(), 0);
+        EXPECT_EQ(observer.errors(), "");
+    }
+    EXPECT_EQ(capture.finish(), "former\n");
 }
 
 TEST_F(Process, DescriptorDoesNotLeakIntoTheNextChild) {

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <string>
 
+#include "StandardErrorCapture.h"
+
 namespace {
 
 /// What comes out of the pipe until its end.
@@ -61,6 +63,29 @@ TEST(SpawnSettings, CapturedChildHasNoDescriptorButTheStandardOnes) {
     EXPECT_EQ(run(sut, isClosed(ends[0]) + " && " + isClosed(ends[1])), 0);
     ::close(ends[1]);
     ::close(ends[0]);
+}
+
+TEST(SpawnSettings, ReplacedErrorsComeThroughThePipeAndTheFormerOnesAreThere) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const int writer = ::fcntl(ends[1], F_DUPFD_CLOEXEC, sal::SpawnSettings::s_handedOver + 1);
+    ::close(ends[1]);
+    StandardErrorCapture capture;
+    {
+        sal::SpawnSettings sut;
+        sut.replaceErrors(writer);
+        EXPECT_EQ(run(sut, "echo error >&2; echo former >&3; [ ! -e /proc/$$/fd/4 ]"), 0);
+    }
+    ::close(writer);
+    EXPECT_EQ(capture.finish(), "former\n");
+    EXPECT_EQ(textOf(ends[0]), "error\n");
+    ::close(ends[0]);
+}
+
+TEST(SpawnSettings, ErrorsAreNotReplacedByADescriptorInTheWay) {
+    sal::SpawnSettings sut;
+    sut.replaceErrors(sal::SpawnSettings::s_handedOver);
+    EXPECT_EQ(run(sut, "true"), -EINVAL);
 }
 
 TEST(SpawnSettings, HandedOverDescriptorIsTheOnlyOneBesideTheStandardOnes) {

@@ -38,6 +38,17 @@ LogOutput* LogManager::getLogOutput(const std::string& name) {
     return pOutput.get();
 }
 
+void LogManager::write(const Line& line) {
+    fakehost::Journal::instance().note("log " + line.output + " " + std::to_string(line.level) + ": " +
+                                       line.text);
+}
+
+LogManager::ErrorLine LogManager::readErrorLine(std::string_view bytes) {
+    return {bytes, std::nullopt};
+}
+
+void LogManager::setObserver(Observer*) {}
+
 void LogManager::setLevel(int level) {
     m_pImpl->level = level;
 }
