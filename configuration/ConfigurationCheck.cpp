@@ -7,7 +7,6 @@
 #include <set>
 #include <utility>
 
-#include "AdapterFault.h"
 #include "PanelNames.h"
 #include "Printable.h"
 #include "QueueNames.h"
@@ -48,12 +47,12 @@ enum class EOccasion { Start, Question, Reload };
 class Run {
 public:
     Run(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
-        const std::string& workDirectory, bool hasAdapters, EOccasion occasion,
+        const std::string& workDirectory, const ConfigurationCheck::Machine& machine, EOccasion occasion,
         const std::string* pReloaded = nullptr)
         : m_workplace(workplace),
           m_catalogue(catalogue),
           m_workDirectory(workDirectory),
-          m_hasAdapters(hasAdapters),
+          m_machine(machine),
           m_occasion(occasion),
           m_pSpinning(pReloaded ? workplace.spinningEntry(*pReloaded) : nullptr) {}
 
@@ -64,6 +63,7 @@ public:
         for (const WorkplaceFile::Fault& fault : m_workplace.faults())
             m_found.push_back({isOfNoUse ? Finding::ESeverity::Error : Finding::ESeverity::Warning,
                                m_workplace.path(), fault.line, fault.text});
+        checkOwnAdapter();
         m_directories.emplace(directoryPath(m_workDirectory, protocol::panelDirectory), "the panel driver's");
         for (const Entry& entry : m_workplace.entries())
             checkEntry(entry);
@@ -73,11 +73,11 @@ public:
         std::stable_sort(m_found.begin(), m_found.end(),
                          [](const Finding& left, const Finding& right) { return left.line < right.line; });
 
-        const std::vector<Finding> descriptors = m_catalogue.findings();
-        m_found.insert(m_found.begin(), descriptors.begin(), descriptors.end());
         checkPanel();
-        checkRecords();
-        return std::move(m_found);
+        // What is wrong there is why the workplace's entries have no driver.
+        std::vector<Finding> all = descriptorFindings();
+        all.insert(all.end(), m_found.begin(), m_found.end());
+        return all;
     }
 
 private:
@@ -93,7 +93,7 @@ private:
         checkAdapter();
         checkDirectory();
         if (entry.isLoaded() && m_isReached)
-            m_used.emplace(entry.driverType, entry.version);
+            m_used[{entry.driverType, entry.version}].push_back(base::printable(entry.driverID));
     }
 
     void checkID() {
@@ -240,13 +240,28 @@ private:
 
     void checkAdapter() {
         const std::string& adapter = m_pEntry->networkAdapter;
-        if (!m_hasAdapters || adapter.empty() || !m_pEntry->isLoaded())
+        if (adapter.empty() || !m_pEntry->isLoaded())
             return;
         const auto [known, isNew] = m_adapterFaults.emplace(adapter, std::string());
         if (isNew)
-            known->second = adapterFault(adapter);
-        if (!known->second.empty())
+            known->second = m_machine.adapterFault(adapter);
+        if (!known->second.empty() && known->second != m_ownAdapterFault)
             warn("there is " + known->second + "; the driver is not started");
+    }
+
+    /// Without an adapter of its own kind the module starts no driver, and says so by itself.
+    void checkOwnAdapter() {
+        if (m_occasion != EOccasion::Question)
+            return;
+        m_ownAdapterFault = m_machine.adapterFault({});
+        if (!m_ownAdapterFault.empty())
+            m_found.push_back({Finding::ESeverity::Warning, nameOfWorkplace(), 0,
+                               "starts no driver here: there is " + m_ownAdapterFault +
+                                   "; --adapter eth0=NAME gives another one that name"});
+    }
+
+    std::string nameOfWorkplace() const {
+        return m_workplace.path().empty() ? "the workplace" : m_workplace.path();
     }
 
     void checkDirectory() {
@@ -264,21 +279,64 @@ private:
                  ", too; give each driver one of its own");
     }
 
+    const DescriptorCatalogue::Record* panelRecord() const {
+        return m_catalogue.find(protocol::panelType, protocol::panelVersion);
+    }
+
     void checkPanel() {
-        const auto& records = m_catalogue.records();
-        const auto panel = std::find_if(records.begin(), records.end(), [](const auto& record) {
-            return record.type == protocol::panelType && record.version == protocol::panelVersion;
-        });
-        if (m_occasion != EOccasion::Reload && panel == records.end())
-            m_found.push_back({Finding::ESeverity::Warning,
-                               m_workplace.path().empty() ? "the workplace" : m_workplace.path(), 0,
+        if (m_occasion != EOccasion::Reload && !panelRecord())
+            m_found.push_back({Finding::ESeverity::Warning, nameOfWorkplace(), 0,
                                "runs without a panel driver: no descriptor announces type \"Panel\" in "
                                "version \"1.0\""});
-        if (m_occasion != EOccasion::Question || panel == records.end())
+    }
+
+    std::vector<Finding> descriptorFindings() {
+        m_used.try_emplace({protocol::panelType, protocol::panelVersion});
+        std::vector<Finding> found = m_catalogue.findings();
+        if (m_occasion == EOccasion::Question) {
+            addLoadFaults(found);
+            raisePanelFault(found);
+        }
+        addRepeatedRecords(found);
+        return found;
+    }
+
+    /// Of the modules that are there and that an entry uses.
+    void addLoadFaults(std::vector<Finding>& found) const {
+        if (!m_machine.loadFault)
             return;
-        const std::string fault = DescriptorCatalogue::moduleFault(*panel);
-        for (Finding& finding : m_found) {
-            if (finding != Finding{Finding::ESeverity::Warning, panel->file, panel->line, fault})
+        std::map<std::string, std::string> faults;
+        for (const DescriptorCatalogue::Record& record : m_catalogue.records()) {
+            const auto used = m_used.find({record.type, record.version});
+            if (used == m_used.end() || !DescriptorCatalogue::moduleFault(record).empty())
+                continue;
+            const auto [fault, isNew] = faults.try_emplace(record.module);
+            if (isNew)
+                fault->second = m_machine.loadFault(record.module);
+            if (!fault->second.empty())
+                found.push_back({Finding::ESeverity::Warning, record.file, record.line,
+                                 "the module file " + record.module + " cannot be loaded: " + fault->second +
+                                     notStarted(used->second)});
+        }
+    }
+
+    static std::string notStarted(const std::vector<std::string>& driverIDs) {
+        std::string text;
+        for (const std::string& driverID : driverIDs)
+            text += (text.empty() ? "; " : ", ") + driverID;
+        return driverIDs.empty() ? text : text + (driverIDs.size() == 1 ? " is" : " are") + " not started";
+    }
+
+    /// The module ends a start by itself where the panel driver cannot be loaded.
+    void raisePanelFault(std::vector<Finding>& found) const {
+        const DescriptorCatalogue::Record* const pPanel = panelRecord();
+        if (!pPanel)
+            return;
+        const std::string module = "the module file " + pPanel->module;
+        for (Finding& finding : found) {
+            const bool isOfPanel = finding.file == pPanel->file && finding.line == pPanel->line;
+            if (!isOfPanel || (finding.text != DescriptorCatalogue::moduleFault(*pPanel) &&
+                               !finding.text.starts_with(module + " cannot be loaded: ")))
                 continue;
             finding.severity = Finding::ESeverity::Error;
             finding.text += "; without the panel driver nothing is started";
@@ -286,20 +344,19 @@ private:
     }
 
     /// Every record of a type and version is loaded, the first of them for ever.
-    void checkRecords() {
-        m_used.emplace(protocol::panelType, protocol::panelVersion);
+    void addRepeatedRecords(std::vector<Finding>& found) const {
         std::map<std::pair<std::string, std::string>, const DescriptorCatalogue::Record*> records;
         for (const DescriptorCatalogue::Record& record : m_catalogue.records()) {
             const auto key = std::pair(record.type, record.version);
             const auto [first, isNew] = records.emplace(key, &record);
             if (isNew)
                 continue;
-            m_found.push_back({m_used.contains(key) ? Finding::ESeverity::Error : Finding::ESeverity::Warning,
-                               record.file, record.line,
-                               "type " + base::quoted(record.type) + " in version " +
-                                   base::quoted(record.version) + " is announced in " + first->second->file +
-                                   " line " + std::to_string(first->second->line) +
-                                   " already, and each driver of it would be loaded twice; remove one"});
+            found.push_back({m_used.contains(key) ? Finding::ESeverity::Error : Finding::ESeverity::Warning,
+                             record.file, record.line,
+                             "type " + base::quoted(record.type) + " in version " +
+                                 base::quoted(record.version) + " is announced in " + first->second->file +
+                                 " line " + std::to_string(first->second->line) +
+                                 " already, and each driver of it would be loaded twice; remove one"});
         }
     }
 
@@ -315,7 +372,7 @@ private:
     const WorkplaceFile& m_workplace;
     const DescriptorCatalogue& m_catalogue;
     const std::string& m_workDirectory;
-    const bool m_hasAdapters;
+    const ConfigurationCheck::Machine& m_machine;
     const EOccasion m_occasion;
     const Entry* const m_pSpinning;
 
@@ -325,31 +382,33 @@ private:
     std::map<std::string, int> m_addresses;
     std::map<std::string, std::string> m_directories;
     std::map<std::string, std::string> m_adapterFaults;  ///< by the adapters' names
-    std::set<std::pair<std::string, std::string>> m_used;
+    std::string m_ownAdapterFault;
+    /// Type and version, and the drivers that are loaded of them.
+    std::map<std::pair<std::string, std::string>, std::vector<std::string>> m_used;
     std::vector<Finding> m_found;
 };
 
 }  // namespace
 
 ConfigurationCheck::ConfigurationCheck(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
-                                       const std::string& workDirectory, bool hasAdaptersOfThisMachine)
+                                       const std::string& workDirectory)
+    : ConfigurationCheck(workplace, catalogue, workDirectory, Machine()) {}
+
+ConfigurationCheck::ConfigurationCheck(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
+                                       const std::string& workDirectory, Machine machine)
     : m_workplace(workplace),
       m_catalogue(catalogue),
       m_workDirectory(workDirectory),
-      m_hasAdaptersOfThisMachine(hasAdaptersOfThisMachine) {}
+      m_machine(std::move(machine)) {}
 
 std::vector<Finding> ConfigurationCheck::forStart() const {
-    return Run(m_workplace, m_catalogue, m_workDirectory, m_hasAdaptersOfThisMachine, EOccasion::Start)
-        .findings();
+    return Run(m_workplace, m_catalogue, m_workDirectory, m_machine, EOccasion::Start).findings();
 }
 
 std::vector<Finding> ConfigurationCheck::forQuestion() const {
-    return Run(m_workplace, m_catalogue, m_workDirectory, m_hasAdaptersOfThisMachine, EOccasion::Question)
-        .findings();
+    return Run(m_workplace, m_catalogue, m_workDirectory, m_machine, EOccasion::Question).findings();
 }
 
 std::vector<Finding> ConfigurationCheck::forReload(const std::string& driverID) const {
-    return Run(m_workplace, m_catalogue, m_workDirectory, m_hasAdaptersOfThisMachine, EOccasion::Reload,
-               &driverID)
-        .findings();
+    return Run(m_workplace, m_catalogue, m_workDirectory, m_machine, EOccasion::Reload, &driverID).findings();
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "AdapterFault.h"
 #include "DescriptorCatalogue.h"
 #include "Finding.h"
 #include "WorkplaceFile.h"
@@ -11,10 +13,20 @@
 /// break another driver; all else is a warning, and the module's own handling of it follows. Any thread.
 class ConfigurationCheck {
 public:
-    /// The drivers' directories lie under workDirectory. All three outlive the check. The network adapters
-    /// are those of this machine, unless the workplace will have others.
+    /// What the files are compared with beside each other.
+    struct Machine {
+        /// As adapterFault(), of the adapters that the workplace will have.
+        std::function<std::string(const std::string& networkAdapter)> adapterFault = &::adapterFault;
+        /// Why the driver module in this file cannot be loaded; empty when it can. Asked where the check is
+        /// only a question; modules are not tried where there is none.
+        std::function<std::string(const std::string& module)> loadFault = nullptr;
+    };
+
+    /// The drivers' directories lie under workDirectory. All three outlive the check.
     ConfigurationCheck(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
-                       const std::string& workDirectory, bool hasAdaptersOfThisMachine = true);
+                       const std::string& workDirectory);
+    ConfigurationCheck(const WorkplaceFile& workplace, const DescriptorCatalogue& catalogue,
+                       const std::string& workDirectory, Machine machine);
 
     /// What concerns a start with this file: the descriptors, then the file in the order of its lines, since
     /// what is wrong with a descriptor is the cause of what its drivers lack.
@@ -29,5 +41,5 @@ private:
     const WorkplaceFile& m_workplace;
     const DescriptorCatalogue& m_catalogue;
     const std::string& m_workDirectory;
-    const bool m_hasAdaptersOfThisMachine;
+    const Machine m_machine;
 };

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "Printable.h"
+#include "UnreadParts.h"
 #include "XmlInput.h"
 #include "XmlLoader.h"
 #include "sal/Directory.h"
@@ -78,6 +79,8 @@ void DescriptorCatalogue::readDocument(const TiXmlDocument& document, const std:
                  "; a descriptor's root must be <mfDriverModule>, and without it the file is skipped");
         return;
     }
+    for (const UnreadPart& part : unreadParts(*pRoot, XmlFormat::descriptor()))
+        warn(file, part.line, part.text);
     for (const TiXmlNode* pNode = pRoot->FirstChild(); pNode; pNode = pNode->NextSibling()) {
         const TiXmlElement* pType = pNode->ToElement();
         if (!pType || pType->ValueStr() != "module_type") {

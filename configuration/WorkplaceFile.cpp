@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
-#include <set>
 
 #include "Printable.h"
+#include "UnreadParts.h"
 #include "XmlLoader.h"
 
 namespace {
@@ -43,29 +43,6 @@ WorkplaceFile::Entry readEntry(const TiXmlElement& element, int workplaceID) {
                           : entry.interfaceWord == "socket" ? EInterfaceTypes::Socket
                                                             : EInterfaceTypes::None;
     return entry;
-}
-
-/// Of another namespace: not misspelt, but somebody else's.
-bool isOfAnother(const std::string& name) {
-    return name.find(':') != std::string::npos || name == "xmlns";
-}
-
-constexpr const char* s_attributes =
-    "driverID, driverType, version, workingDirectory, ipAddress, networkAdapter, interfaceType";
-
-/// The attributes of a driver that are none, which the module passes over without a word.
-std::vector<std::string> unknownAttributes(const TiXmlElement& element) {
-    static const std::set<std::string> s_known{"driverID",         "driverType", "version",
-                                               "workingDirectory", "ipAddress",  "networkAdapter",
-                                               "interfaceType"};
-    std::vector<std::string> names;
-    for (const TiXmlAttribute* pAttribute = element.FirstAttribute(); pAttribute;
-         pAttribute = pAttribute->Next()) {
-        const std::string name = pAttribute->Name();
-        if (!s_known.contains(name) && !isOfAnother(name))
-            names.push_back(name);
-    }
-    return names;
 }
 
 std::string kindOf(const TiXmlNode& node) {
@@ -106,6 +83,9 @@ void WorkplaceFile::read(const XmlInput& input) {
         stopAt(pRoot->Row(), "the root is <" + pRoot->ValueStr() + ">; it must be <workplaces>");
         return;
     }
+    // What is not read is why something else is missing.
+    for (const UnreadPart& part : unreadParts(*pRoot, XmlFormat::workplaces()))
+        m_faults.push_back({part.line, part.text});
     for (const TiXmlNode* pNode = pRoot->FirstChild(); pNode; pNode = pNode->NextSibling()) {
         const TiXmlElement* pWorkplace = pNode->ToElement();
         if (pWorkplace && pWorkplace->ValueStr() == "workplace")
@@ -133,19 +113,11 @@ void WorkplaceFile::readWorkplace(const TiXmlElement& workplace) {
 
     for (const TiXmlNode* pChild = workplace.FirstChild(); pChild; pChild = pChild->NextSibling()) {
         const TiXmlElement* pElement = pChild->ToElement();
-        if (!pElement) {
+        if (!pElement)
             stopAt(pChild->Row(), kindOf(*pChild) + " may not stand in a workplace",
                    "no driver behind it is started");
-        } else if (pElement->ValueStr() == "mainframeDriver") {
+        else if (pElement->ValueStr() == "mainframeDriver")
             (m_isWhole ? m_entries : m_unreachedEntries).push_back(readEntry(*pElement, id));
-            for (const std::string& name : unknownAttributes(*pElement))
-                m_faults.push_back({pChild->Row(), "the attribute " + base::quoted(name) +
-                                                       " is unknown and ignored; there is " + s_attributes});
-        } else if (pElement->ValueStr() != "ports" && !isOfAnother(pElement->ValueStr())) {
-            m_faults.push_back(
-                {pChild->Row(), "the element <" + base::printable(pElement->ValueStr()) +
-                                    "> is unknown and ignored; a driver is a <mainframeDriver>"});
-        }
     }
 }
 

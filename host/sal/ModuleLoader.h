@@ -30,6 +30,12 @@ public:
     /// process can be had, the module is loaded all the same, with a log line.
     Module* load(ELoadOption option, const std::string& fileName);
 
+    /// Why the module in that file cannot be loaded, in the loader's own words; empty when it can. It is
+    /// tried out as above each time, and nothing is loaded into this process. Empty also where it cannot be
+    /// tried out: without the program (a log line says so once), and with MFD_PROBE_TIMEOUT=0. Any thread;
+    /// waits for the trial.
+    static std::string tryOut(const std::string& fileName);
+
     /// The reason in the text of a log line that says why a module could not be loaded, of whichever process;
     /// empty for any other line. Any thread.
     static std::string faultIn(const std::string& text);

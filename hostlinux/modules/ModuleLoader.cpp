@@ -62,11 +62,15 @@ ModuleTrial& moduleTrial() {
     return s_trial;
 }
 
+/// The dynamic loader looks a name without a slash up in the system's directories.
+std::string pathOf(const std::string& fileName) {
+    return fileName.find('/') == std::string::npos ? "./" + fileName : fileName;
+}
+
 }  // namespace
 
 Module* ModuleLoader::load(ELoadOption option, const std::string& fileName) {
-    // The dynamic loader looks a name without a slash up in the system's directories.
-    const std::string path = fileName.find('/') == std::string::npos ? "./" + fileName : fileName;
+    const std::string path = pathOf(fileName);
     DynamicLibrary library;
     std::unique_ptr<IInterface> pDriver;
     std::string error = option == eLoadUnprobed ? std::string() : moduleTrial().refusal(path);
@@ -79,6 +83,10 @@ Module* ModuleLoader::load(ELoadOption option, const std::string& fileName) {
         return nullptr;
     }
     return new Module(std::make_unique<Module::Impl>(path, std::move(library), std::move(pDriver)));
+}
+
+std::string ModuleLoader::tryOut(const std::string& fileName) {
+    return moduleTrial().fault(pathOf(fileName));
 }
 
 std::string ModuleLoader::faultIn(const std::string& text) {

@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "LoadFault.h"
 #include "LogLine.h"
 #include "MarkedEnvironment.h"
 #include "Printable.h"
@@ -123,6 +124,17 @@ public:
         return ::read(m_result.get(), &word, 1) == 1 ? std::optional<int>(word) : std::nullopt;
     }
 
+    /// Why the loader found that the module cannot be loaded, in its own words; empty where it has not said
+    /// so.
+    std::string loadFault(const std::string& path) const {
+        const std::string begin = std::string(cannotLoad) + base::printable(path) + std::string(faultFollows);
+        const auto found = m_text.rfind(begin);
+        if (found == std::string::npos)
+            return {};
+        const auto reason = found + begin.size();
+        return base::printable(m_text.substr(reason, m_text.find('\n', reason) - reason));
+    }
+
     /// The last line of the standard error, with what leads to it: ": out of range".
     std::string lastWords() const {
         const auto end = m_text.find_last_not_of(" \t\r\n");
@@ -222,25 +234,42 @@ std::string ModuleTrial::refusal(const std::string& path) {
                     status.st_mtim.tv_nsec};
     if (hasPassed(file))
         return {};
+    const Outcome outcome = tryOut(path);
+    if (outcome.hasAnswered) {
+        const std::lock_guard lock(m_mutex);
+        m_passed.insert(file);
+    }
+    return outcome.refusal;
+}
 
+std::string ModuleTrial::fault(const std::string& path) {
+    if (m_settings.deadline.count() == 0)
+        return {};
+    const Outcome outcome = tryOut(path);
+    return outcome.refusal.empty() ? outcome.loadFault : outcome.refusal;
+}
+
+ModuleTrial::Outcome ModuleTrial::tryOut(const std::string& path) {
     Trial trial;
     if (const int error = trial.start(m_settings.program, path)) {
         sayUntried(path, error);
         return {};
     }
+    Outcome outcome;
     const bool isInTime = trial.wait(m_settings.deadline);
     const siginfo_t info = trial.finish();
-    if (!isInTime)
-        return "tried out in a process of its own, it was not ready within " + seconds(m_settings.deadline) +
-               trial.lastWords();
     const auto result = info.si_pid == 0 ? trial.result() : exitCodeOf(info);
-    if (result == TrialResult::s_notLoaded)
-        return {};
-    if (result != TrialResult::s_answered)
-        return "tried out in a process of its own, that process " + howItEnded(info) + trial.lastWords();
-    const std::lock_guard lock(m_mutex);
-    m_passed.insert(file);
-    return {};
+    if (!isInTime)
+        outcome.refusal = "tried out in a process of its own, it was not ready within " +
+                          seconds(m_settings.deadline) + trial.lastWords();
+    else if (result == TrialResult::s_notLoaded)
+        outcome.loadFault = trial.loadFault(path);
+    else if (result != TrialResult::s_answered)
+        outcome.refusal =
+            "tried out in a process of its own, that process " + howItEnded(info) + trial.lastWords();
+    else
+        outcome.hasAnswered = true;
+    return outcome;
 }
 
 bool ModuleTrial::hasPassed(const File& file) const {

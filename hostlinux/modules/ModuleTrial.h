@@ -29,10 +29,21 @@ public:
     /// Waits for the trial.
     std::string refusal(const std::string& path);
 
+    /// Why the module cannot be loaded, in the words of the loader that found it out or of the trial that it
+    /// did not survive; empty when it can, and where it cannot be tried out. Each time anew; waits for it.
+    std::string fault(const std::string& path);
+
 private:
     /// Device, inode, size, and time of change.
     using File = std::tuple<dev_t, ino_t, off_t, std::int64_t, std::int64_t>;
 
+    struct Outcome {
+        bool hasAnswered = false;
+        std::string refusal;    ///< why it must not be loaded: it did not survive the trial
+        std::string loadFault;  ///< why the loader will refuse it
+    };
+
+    Outcome tryOut(const std::string& path);
     bool hasPassed(const File& file) const;
     void sayUntried(const std::string& path, int error);
 

@@ -1,7 +1,5 @@
 #include "DriverCallWatch.h"
 
-#include <utility>
-
 void DriverCallWatch::callBegins(const std::string& driverID, const char* operation) {
     // What it has changed while it was made.
     m_surroundings.restore(driverID + " or another driver");
@@ -22,6 +20,7 @@ void DriverCallWatch::loadFailed(const std::string& path, const std::string& rea
     m_loadFaults[path] = reason;
 }
 
-std::string DriverCallWatch::takeLoadFault(const std::string& path) {
-    return std::exchange(m_loadFaults[path], {});
+std::string DriverCallWatch::loadFault(const std::string& path) const {
+    const auto found = m_loadFaults.find(path);
+    return found == m_loadFaults.end() ? std::string() : found->second;
 }

@@ -20,8 +20,10 @@ public:
     void driverDeleted(const std::string& driverID) override;
     void loadFailed(const std::string& path, const std::string& reason) override;
 
-    /// Why the module of that path was not loaded; empty where it was. Forgotten by asking.
-    std::string takeLoadFault(const std::string& path);
+    /// Why the module of that path was not loaded since they were forgotten; empty where it was.
+    std::string loadFault(const std::string& path) const;
+    /// Before a start or reload, so that what is told afterwards belongs to it.
+    void forgetLoadFaults() { m_loadFaults.clear(); }
 
 private:
     DriverTable& m_drivers;

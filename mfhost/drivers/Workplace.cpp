@@ -90,6 +90,7 @@ bool Workplace::start(IMDMConfiguration& module) {
     }
     // endStart() tells it, where there is one.
     std::map<std::string, std::string> queueFaults = m_queueTrial.faults(processDrivers);
+    m_environment.forgetLoadFaults();
     const bool isComplete = module.startMfDrivers(m_pCopy ? m_pCopy->path() : std::string());
     m_environment.tellPanel();
     const bool hasPanel = m_drivers.isRunning(protocol::panelDriverID);
@@ -258,6 +259,7 @@ std::string Workplace::refusal(const WorkplaceSnapshot& workplace, const std::st
 void Workplace::loadAnew(const WorkplaceSnapshot& workplace, const std::string& driverID,
                          const std::function<void()>& reloadByModule) {
     m_supervisor.noteAttached();
+    m_environment.forgetLoadFaults();
     DriverSource source = sourceOf(workplace, driverID);
     m_drivers.beginStart(driverID);
     {
@@ -319,6 +321,7 @@ std::string Workplace::tryRestart(const std::string& driverID) {
     if (!reason.empty())
         return reason;
     m_drivers.addRestart(driverID);
+    m_environment.forgetLoadFaults();
     DriverSource source = sourceOf(*pWorkplace, driverID);
     {
         const Concern concern(m_environment, driverID);

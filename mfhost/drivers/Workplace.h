@@ -45,8 +45,9 @@ public:
         /// The panel driver was loaded and has to hear that all drivers are started.
         std::function<void()> tellPanel;
         /// Why the module of that path could not be loaded, in the loader's words; empty where it could.
-        /// Asking forgets it.
+        /// As it was since they were forgotten, which is before each start and reload.
         std::function<std::string(const std::string& path)> loadFault = nullptr;
+        std::function<void()> forgetLoadFaults = [] {};
     };
 
     Workplace(Settings settings, DriverTable& drivers, ProcessSupervisor& supervisor,

@@ -30,8 +30,9 @@ protected:
         return {exitCode, process.output(), process.log()};
     }
     Ended check(std::vector<std::string> more = {}) {
+        // The sandbox has an adapter eth0, whatever the machine has.
         more.insert(more.begin(), {"--drivers", m_workplace.drivers().string(), "--config",
-                                   m_workplace.configuration().string(), "--check"});
+                                   m_workplace.configuration().string(), "--check", "--sandbox"});
         return run("mfhost", more);
     }
     /// The exit code of xmllint with a schema of the tree.
@@ -47,9 +48,9 @@ protected:
 
 TEST_F(CheckPrograms, DemoWorkplaceHasNoFindings) {
     const fs::path build = TestWorkplace::build();
-    const Ended ended =
-        run("mfhost", {"--drivers", build / "lib/mfdrivers", "--config", build / "workplace/demo.xml",
-                       "--trust", build / "workplace/trust", "--require-signature", "--check"});
+    const Ended ended = run(
+        "mfhost", {"--drivers", build / "lib/mfdrivers", "--config", build / "workplace/demo.xml", "--trust",
+                   build / "workplace/trust", "--require-signature", "--check", "--strict", "--sandbox"});
     EXPECT_EQ(0, ended.exitCode);
     EXPECT_EQ((build / "workplace/demo.xml").string() + ": 0 errors, 0 warnings\n", ended.output);
     EXPECT_EQ("", ended.log);
@@ -71,6 +72,44 @@ TEST_F(CheckPrograms, WarningEndsWithZero) {
     const Ended ended = check();
     EXPECT_EQ(0, ended.exitCode);
     EXPECT_THAT(ended.output, HasSubstr("line 4: no descriptor announces the driver type \"Absent\""));
+}
+
+TEST_F(CheckPrograms, WarningEndsWithOneWhereItIsAskedToBeStrict) {
+    m_workplace.configure(TestWorkplace::entry("A", "Absent", "direct"));
+    EXPECT_EQ(1, check({"--strict"}).exitCode);
+}
+
+TEST_F(CheckPrograms, FileThatIsNotThereEndsWithOne) {
+    const Ended ended = check();
+    EXPECT_EQ(1, ended.exitCode);
+    EXPECT_THAT(ended.output, StartsWith("error: " + m_workplace.configuration().string() +
+                                         " cannot be read: No such file or directory; "));
+    EXPECT_EQ("", ended.log);
+}
+
+TEST_F(CheckPrograms, MisspeltNamesAreToldWithTheRightOnes) {
+    m_workplace.addModule("Recorder");
+    m_workplace.configure(
+        "<mainframedriver driverID=\"B\"/>\n"
+        "<mainframeDriver driverID=\"A\" driverType=\"Recorder\" version=\"1.0\" workdir=\"data/A\" "
+        "interfaceType=\"queue\"/>\n");
+    const Ended ended = check();
+    EXPECT_EQ(0, ended.exitCode);
+    EXPECT_THAT(ended.output,
+                HasSubstr(" line 4: the element <mainframedriver> is unknown, and nothing in it "
+                          "is read; did you mean <mainframeDriver>?\n"));
+    EXPECT_THAT(ended.output, HasSubstr(" line 5: the attribute \"workdir\" of <mainframeDriver> is unknown "
+                                        "and not read; did you mean \"workingDirectory\"?\n"));
+}
+
+TEST_F(CheckPrograms, ModuleWithoutTheMacroIsToldSo) {
+    m_workplace.addModule("NoFactory");
+    m_workplace.configure(TestWorkplace::entry("A", "NoFactory", "queue"));
+    const Ended ended = check();
+    EXPECT_EQ(0, ended.exitCode);
+    EXPECT_THAT(ended.output, HasSubstr("NoFactory.so cannot be loaded: MFD_DRIVER is missing in it "
+                                        "(undefined symbol: mfdDriverAbi); A is not started\n"));
+    EXPECT_EQ("", ended.log);
 }
 
 TEST_F(CheckPrograms, JsonIsReadByProgramsWhateverStandsInTheFile) {

@@ -157,6 +157,26 @@ TEST_F(Failures, MissingSymbolIsNamed) {
     EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
 }
 
+TEST_F(Failures, ModuleThatCannotBeLoadedIsItsDriversCause) {
+    workplace().addModule("NoFactory");
+    workplace().addModule("Recorder");
+    workplace().configure(TestWorkplace::entry("BAD", "NoFactory", "direct") +
+                          TestWorkplace::entry("WORSE", "NoFactory", "direct") +
+                          TestWorkplace::entry("GOOD", "Recorder", "direct"));
+    HostProcess& host = start();
+    const std::string cause = "MFD_DRIVER is missing in it (undefined symbol: mfdDriverAbi)";
+    EXPECT_TRUE(
+        host.waitForLog("warning  HOST: 1 of 3 drivers run; BAD: " + cause + "; WORSE: " + cause + "\n"))
+        << host.log();
+    EXPECT_THAT(host.listed("WORSE"), HasSubstr("  not loaded  "));
+    EXPECT_THAT(host.listed("WORSE"), HasSubstr(cause));
+    fs::copy_file(TestWorkplace::build() / "lib/testmodules/Recorder.so",
+                  workplace().drivers() / "NoFactory.so", fs::copy_options::overwrite_existing);
+    host.type("reloadDriver BAD");
+    EXPECT_TRUE(host.repliesWith("drivers", "^BAD .* running "));
+    EXPECT_EQ(end(), 0);
+}
+
 TEST_F(Failures, ModuleThatAnswersNothingStaysLoadedAndTakesNoFid) {
     configure("AnswersNothing");
     workplace().addModule("AnswersNothing");

@@ -8,17 +8,19 @@
 #include <sstream>
 
 #include "TemporaryDirectory.h"
+#include "TestWorkplace.h"
 
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 class CheckCommandTest : public testing::Test {
 protected:
     CheckCommandTest() {
-        for (const char* module : {"drivers/axis.so", "drivers/panel.so"})
-            m_directory.write(module, "module");
+        for (const char* module : {"axis.so", "panel.so"})
+            giveModule("Echo", module);
         m_directory.write("drivers/axis.xml",
                           "<mfDriverModule><module_type name='axis.so' type='Axis' version='1.0'/>"
                           "<module_type name='panel.so' type='Panel' version='1.0'/></mfDriverModule>");
@@ -28,12 +30,23 @@ protected:
         m_options.config = m_directory.path("w.xml");
         m_options.workDirectory = m_directory.path("work");
         m_options.check = true;
+        // It has an adapter eth0, whatever the machine has.
+        m_options.sandbox = true;
     }
 
-    void configure(const std::string& id) {
+    void giveModule(const std::string& testModule, const std::string& file) {
+        std::filesystem::create_directories(m_directory.path("drivers"));
+        std::filesystem::copy_file(TestWorkplace::build() / "lib/testmodules" / (testModule + ".so"),
+                                   m_directory.path("drivers/" + file),
+                                   std::filesystem::copy_options::overwrite_existing);
+    }
+
+    void configure(const std::string& id, const std::string& more = {}) {
         m_directory.write(
             "w.xml", "<workplaces>\n<workplace id='0'>\n<mainframeDriver driverID='" + id +
-                         "' driverType='Axis' version='1.0' workingDirectory='d' interfaceType='queue'/>\n"
+                         "' driverType='Axis' version='1.0' workingDirectory='d' interfaceType='queue' " +
+                         more +
+                         "/>\n"
                          "</workplace></workplaces>");
     }
     int run() {
@@ -124,23 +137,77 @@ TEST_F(CheckCommandTest, FileThatStartsNothingIsAnError) {
     EXPECT_THAT(m_out.str(), StartsWith("error: " + m_directory.path("w.xml") + " cannot be read: "));
 }
 
-TEST_F(CheckCommandTest, AdapterThatIsNotThereIsAWarningUnlessTheWorkplaceHasItsOwn) {
-    m_directory.write(
-        "w.xml",
-        "<workplaces>\n<workplace id='0'>\n<mainframeDriver driverID='A' driverType='Axis' version='1.0' "
-        "workingDirectory='d' networkAdapter='eth77' interfaceType='queue'/>\n</workplace></workplaces>");
-    EXPECT_EQ(0, run());
-    EXPECT_THAT(m_out.str(), StartsWith("warning: " + m_directory.path("w.xml") +
-                                        " line 3: there is no adapter eth77; the driver is not started\n"));
-    m_options.sandbox = true;
-    EXPECT_EQ(0, run());
-    EXPECT_EQ(m_directory.path("w.xml") + ": 0 errors, 0 warnings\n", m_out.str());
-}
-
 TEST_F(CheckCommandTest, CauseComesBeforeItsConsequences) {
     m_directory.write("drivers/axis.xml", "<mfDriverModule");
     EXPECT_EQ(0, run());
     const std::string text = m_out.str();
     EXPECT_THAT(text, StartsWith("warning: " + m_directory.path("drivers/axis.xml")));
     EXPECT_LT(text.find("axis.xml"), text.find("no descriptor announces")) << text;
+}
+
+TEST_F(CheckCommandTest, OfAFileThatCannotBeReadTheSignatureIsNotMissed) {
+    m_options.trustDirectory = m_directory.path("trust");
+    m_options.requireSignature = true;
+    std::filesystem::remove(m_options.config);
+    EXPECT_EQ(1, run());
+    EXPECT_THAT(m_out.str(), Not(HasSubstr("signed")));
+}
+
+TEST_F(CheckCommandTest, SandboxHasTheAdaptersLoAndEth0) {
+    configure("A", "networkAdapter='eth0'");
+    run();
+    EXPECT_THAT(m_out.str(), HasSubstr(": 0 errors, 0 warnings\n"));
+    configure("A", "networkAdapter='ifb0'");
+    run();
+    EXPECT_THAT(m_out.str(),
+                HasSubstr(" line 3: there is no adapter ifb0 in the sandbox; the driver is not started\n"));
+}
+
+TEST_F(CheckCommandTest, SecondNameIsAnAdapterWhereItsAdapterIsThere) {
+    m_options.adapters = {{"axes", "eth0"}, {"lamps", "enp9s9"}};
+    configure("A", "networkAdapter='axes'");
+    run();
+    EXPECT_THAT(m_out.str(), HasSubstr(": 0 errors, 0 warnings\n"));
+    configure("A", "networkAdapter='lamps'");
+    run();
+    EXPECT_THAT(m_out.str(), HasSubstr("there is no adapter lamps in the sandbox"));
+}
+
+TEST_F(CheckCommandTest, MachineIsAskedForItsAdaptersOutsideOfASandbox) {
+    m_options.sandbox = false;
+    m_options.adapters = {{"axes", "lo"}};
+    configure("A", "networkAdapter='axes'");
+    run();
+    EXPECT_THAT(m_out.str(), Not(HasSubstr("no adapter axes")));
+    configure("A", "networkAdapter='no-such-one'");
+    run();
+    EXPECT_THAT(m_out.str(), HasSubstr("there is no adapter no-such-one; the driver is not started"));
+}
+
+TEST_F(CheckCommandTest, ModuleThatCannotBeLoadedIsToldInTheLoadersWords) {
+    giveModule("NoFactory", "axis.so");
+    EXPECT_EQ(0, run());
+    EXPECT_EQ("warning: " + m_directory.path("drivers/axis.xml") + " line 1: the module file " +
+                  m_directory.path("drivers/axis.so") +
+                  " cannot be loaded: MFD_DRIVER is missing in it (undefined symbol: mfdDriverAbi); A is not "
+                  "started\n" +
+                  m_options.config + ": 0 errors, 1 warning\n",
+              m_out.str());
+}
+
+TEST_F(CheckCommandTest, ModuleThatDiesWhileItIsLoadedIsTold) {
+    giveModule("DiesInTrial", "axis.so");
+    EXPECT_EQ(0, run());
+    EXPECT_THAT(m_out.str(), HasSubstr(" cannot be loaded: tried out in a process of its own, that process "
+                                       "was ended by signal 6 (Aborted)"));
+}
+
+TEST_F(CheckCommandTest, MachineMayBeKnown) {
+    giveModule("NoFactory", "axis.so");
+    EXPECT_EQ(0, runCheck(m_options, {.adapterFault = [](const auto&) { return "no adapter eth0"; }}, m_out));
+    EXPECT_EQ("warning: " + m_options.config +
+                  " starts no driver here: there is no adapter eth0; --adapter eth0=NAME gives another one "
+                  "that name\n" +
+                  m_options.config + ": 0 errors, 1 warning\n",
+              m_out.str());
 }

@@ -44,6 +44,17 @@ public:
         return inWords(entries, [&](const ConfigurationCheck& sut) { return sut.forReload(driverID); });
     }
 
+    /// As they are in the file, which the test has written itself; none where it has not.
+    std::vector<std::string> startOfFile() {
+        return inWords([](const ConfigurationCheck& sut) { return sut.forStart(); });
+    }
+    std::vector<std::string> questionOfFile() {
+        return inWords([](const ConfigurationCheck& sut) { return sut.forQuestion(); });
+    }
+    void write(const std::string& text) { m_directory.write("w.xml", text); }
+
+    ConfigurationCheck::Machine m_machine{.adapterFault = [](const auto&) { return std::string(); }};
+
     std::string file(const std::string& name = "w.xml") const { return m_directory.path(name); }
 
     /// A right entry in a line of its own, with these attributes in place of the usual ones.
@@ -59,11 +70,16 @@ private:
         const std::function<std::vector<Finding>(const ConfigurationCheck&)>& check) {
         m_directory.write("w.xml",
                           "<workplaces>\n<workplace id='0'>\n" + entries + "</workplace>\n</workplaces>\n");
+        return inWords(check);
+    }
+    std::vector<std::string> inWords(
+        const std::function<std::vector<Finding>(const ConfigurationCheck&)>& check) {
         const WorkplaceFile workplace(file(), XmlInput::read(file()));
         const DescriptorCatalogue catalogue({m_directory.path("drivers")});
         const std::string workDirectory = "/opt/mf";
         std::vector<std::string> words;
-        for (const Finding& finding : check(ConfigurationCheck(workplace, catalogue, workDirectory, false)))
+        for (const Finding& finding :
+             check(ConfigurationCheck(workplace, catalogue, workDirectory, m_machine)))
             words.push_back((finding.isError() ? "error " : "warning ") +
                             (finding.file == file() ? std::string() : finding.file + " ") +
                             std::to_string(finding.line) + ": " + finding.text);
@@ -215,6 +231,25 @@ INSTANTIATE_TEST_SUITE_P(
          Checked::entry("A") + "<!-- the end -->\n" + Checked::entry("A", "workingDirectory='data/B'"),
          {"warning 4: a comment may not stand in a workplace; no driver behind it is started",
           "warning 5: the driver ID \"A\" stands in line 3 already; give each driver one of its own"}},
+        {"MisspeltElement",
+         "<mainframedriver driverID='A'/>\n",
+         {"warning 3: the element <mainframedriver> is unknown, and nothing in it is read; did you mean "
+          "<mainframeDriver>?"}},
+        {"MisspeltAttributeBeforeWhatComesOfIt",
+         Checked::entry("A") +
+             "<mainframeDriver DriverID='B' driverType='Axis' version='1.0' interfaceType='queue' "
+             "workdir='data/B'/>\n",
+         {"warning 4: the attribute \"DriverID\" of <mainframeDriver> is unknown and not read; did you mean "
+          "\"driverID\"?",
+          "warning 4: the attribute \"workdir\" of <mainframeDriver> is unknown and not read; did you mean "
+          "\"workingDirectory\"?",
+          "error 4: the mainframeDriver has no driverID; give it one of its own",
+          "warning 4: driverID must be the first attribute of a mainframeDriver that can be reloaded"}},
+        {"MisspeltWorkplaceNumberBeforeWhatComesOfIt",
+         "</workplace>\n<workplace ID='1'>\n",
+         {"warning 4: the attribute \"ID\" of <workplace> is unknown and not read; did you mean \"id\"?",
+          "warning 4: the workplace has no id; give it a number from 0 to 7; it and what stands behind it is "
+          "not started"}},
     }),
     [](const auto& test) { return test.param.claim; });
 
@@ -350,4 +385,128 @@ TEST_F(ConfigurationCheckTest, PanelMayHaveAnEntryForAReload) {
                        "workingDirectory='data/PANEL' interfaceType='direct'/>\n" +
                            entry("A")),
                 IsEmpty());
+}
+
+TEST_F(ConfigurationCheckTest, DescriptorsComeBeforeTheEntriesThatFindNone) {
+    describe("axis.xml", "<mfDriverModule>\n<module_type name='axis.so'\n</mfDriverModule>");
+    EXPECT_THAT(start(entry("A")),
+                ElementsAre("warning " + file("drivers/axis.xml") +
+                                " 3: Error reading Attributes; the descriptor is skipped",
+                            "warning 3: no descriptor announces the driver type \"Axis\"; the driver is not "
+                            "started; there is \"Panel\""));
+}
+
+TEST_F(ConfigurationCheckTest, MisspeltAttributeOfADescriptorIsAWarning) {
+    describe("gone.xml",
+             "<mfDriverModule>\n<module_type name='axis.so' typ='Gone' version='1.0'/></mfDriverModule>");
+    EXPECT_THAT(
+        start(entry("A")),
+        ElementsAre("warning " + file("drivers/gone.xml") +
+                    " 2: the attribute \"typ\" of <module_type> is unknown and not read; did you mean "
+                    "\"type\"?"));
+}
+
+TEST_F(ConfigurationCheckTest, MissingEmptyAndIllFormedFilesAreErrorsForWhoOnlyAsks) {
+    EXPECT_THAT(questionOfFile(), ElementsAre("error 0: cannot be read: No such file or directory; only the "
+                                              "panel driver is started"));
+    write("");
+    EXPECT_THAT(
+        questionOfFile(),
+        ElementsAre("error 0: cannot be read: Error document empty; only the panel driver is started"));
+    write("<workplaces>\n<workplace id='0'>");
+    EXPECT_THAT(questionOfFile(), ElementsAre("error 2: Error reading Element value; only the panel "
+                                              "driver is started"));
+    write("<desk/>");
+    EXPECT_THAT(questionOfFile(), ElementsAre("error 1: the root is <desk>; it must be <workplaces>"));
+    write("<!-- nothing -->");
+    EXPECT_THAT(questionOfFile(), ElementsAre("error 0: holds no element; its root must be <workplaces>"));
+}
+
+TEST_F(ConfigurationCheckTest, MissingEmptyAndIllFormedFilesStayWarningsForAStart) {
+    EXPECT_THAT(startOfFile(), ElementsAre(testing::StartsWith("warning 0: cannot be read: ")));
+    write("");
+    EXPECT_THAT(startOfFile(), ElementsAre(testing::StartsWith("warning 0: cannot be read: ")));
+    write("<workplaces>\n<workplace id='0'>");
+    EXPECT_THAT(startOfFile(), ElementsAre(testing::StartsWith("warning 2: Error reading Element value")));
+}
+
+TEST_F(ConfigurationCheckTest, FaultOfAWorkplaceFileStaysAWarningForWhoOnlyAsks) {
+    EXPECT_THAT(question(entry("A") + "<!-- one -->\n"),
+                ElementsAre("warning 4: a comment may not stand in a workplace; no driver behind it is "
+                            "started"));
+}
+
+TEST_F(ConfigurationCheckTest, AdapterThatIsNotThereIsAWarning) {
+    m_machine.adapterFault = [](const std::string& name) {
+        return name.empty() || name == "eth0" ? std::string() : "no adapter " + name;
+    };
+    const auto on = [](const std::string& id, const std::string& adapter) {
+        return entry(id, "workingDirectory='data/" + id + "' networkAdapter='" + adapter + "'");
+    };
+    const std::string entries = on("A", "eth0") + on("B", "eth7") + on("C", "");
+    const std::string text = "warning 4: there is no adapter eth7; the driver is not started";
+    EXPECT_THAT(start(entries), ElementsAre(text));
+    EXPECT_THAT(question(entries), ElementsAre(text));
+    EXPECT_THAT(reload("A", entries), ElementsAre(text));
+}
+
+TEST_F(ConfigurationCheckTest, EachAdapterIsLookedForOnce) {
+    std::vector<std::string> asked;
+    m_machine.adapterFault = [&](const std::string& name) {
+        asked.push_back(name);
+        return std::string();
+    };
+    start(entry("A"));
+    EXPECT_THAT(asked, IsEmpty());
+    start(entry("A", "networkAdapter='eth7' workingDirectory='a'") +
+          entry("B", "networkAdapter='eth8' workingDirectory='b'") +
+          entry("C", "networkAdapter='eth7' workingDirectory='c'"));
+    EXPECT_THAT(asked, ElementsAre("eth7", "eth8"));
+}
+
+TEST_F(ConfigurationCheckTest, MachineWithoutAnAdapterForTheDriversIsAWarningForWhoOnlyAsks) {
+    m_machine.adapterFault = [](const std::string& name) {
+        return name == "lo" ? std::string() : "no adapter eth0";
+    };
+    EXPECT_THAT(question(entry("A", "networkAdapter='eth0' workingDirectory='d'")),
+                ElementsAre("warning 0: starts no driver here: there is no adapter eth0; --adapter "
+                            "eth0=NAME gives another one that name"));
+    // The module says it by itself.
+    EXPECT_THAT(start(entry("A")), IsEmpty());
+}
+
+TEST_F(ConfigurationCheckTest, ModuleThatCannotBeLoadedIsAWarningForWhoOnlyAsks) {
+    std::vector<std::string> tried;
+    m_machine.loadFault = [&](const std::string& module) {
+        tried.push_back(module);
+        return module == file("drivers/axis.so") ? "undefined symbol: x" : "";
+    };
+    EXPECT_THAT(
+        question(entry("A") + entry("B", "workingDirectory='data/B'", "direct")),
+        ElementsAre("warning " + file("drivers/axis.xml") + " 2: the module file " + file("drivers/axis.so") +
+                    " cannot be loaded: undefined symbol: x; A, B are not "
+                    "started"));
+    EXPECT_THAT(tried, ElementsAre(file("drivers/axis.so"), file("drivers/panel.so")));
+    EXPECT_THAT(start(entry("A")), IsEmpty());
+    EXPECT_THAT(reload("A", entry("A")), IsEmpty());
+}
+
+TEST_F(ConfigurationCheckTest, ModuleThatNoEntryUsesIsNotTried) {
+    std::vector<std::string> tried;
+    m_machine.loadFault = [&](const std::string& module) {
+        tried.push_back(module);
+        return std::string();
+    };
+    question(entry("A", "", "socket"));
+    EXPECT_THAT(tried, ElementsAre(file("drivers/panel.so")));
+}
+
+TEST_F(ConfigurationCheckTest, PanelThatCannotBeLoadedIsAnErrorForWhoOnlyAsks) {
+    m_machine.loadFault = [&](const std::string& module) {
+        return module == file("drivers/panel.so") ? "file too short" : "";
+    };
+    EXPECT_THAT(
+        question(entry("A")),
+        ElementsAre("error " + file("drivers/panel.xml") + " 2: the module file " + file("drivers/panel.so") +
+                    " cannot be loaded: file too short; without the panel driver nothing is started"));
 }

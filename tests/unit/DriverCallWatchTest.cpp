@@ -46,11 +46,13 @@ TEST_F(DriverCallWatchTest, TellsTheRosterOfEachCall) {
     EXPECT_FALSE(m_drivers.isRunning("A"));
 }
 
-TEST_F(DriverCallWatchTest, KnowsWhyAModuleWasNotLoadedUntilItIsAsked) {
+TEST_F(DriverCallWatchTest, KnowsWhyAModuleWasNotLoadedUntilThatIsForgotten) {
     sut().loadFailed("/drivers/a.so", "file too short");
-    EXPECT_EQ("", sut().takeLoadFault("/drivers/b.so"));
-    EXPECT_EQ("file too short", sut().takeLoadFault("/drivers/a.so"));
-    EXPECT_EQ("", sut().takeLoadFault("/drivers/a.so"));
+    EXPECT_EQ("", sut().loadFault("/drivers/b.so"));
+    EXPECT_EQ("file too short", sut().loadFault("/drivers/a.so"));
+    EXPECT_EQ("file too short", sut().loadFault("/drivers/a.so"));
+    sut().forgetLoadFaults();
+    EXPECT_EQ("", sut().loadFault("/drivers/a.so"));
 }
 
 TEST_F(DriverCallWatchTest, PutsBackWhatTheDriverHasChangedWhileItWasMade) {

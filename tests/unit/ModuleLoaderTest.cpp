@@ -116,6 +116,18 @@ TEST(ModuleLoader, NamedPipeDoesNotHangIt) {
     EXPECT_THAT(failureOf(directory.path("Axis.so")), HasSubstr("not a regular file\n"));
 }
 
+TEST(ModuleLoader, TryingOutTellsTheFaultAndLogsNothing) {
+    LogCapture log;
+    EXPECT_EQ(sal::ModuleLoader::tryOut(moduleFile("NoFactory")),
+              "MFD_DRIVER is missing in it (undefined symbol: mfdDriverAbi)");
+    EXPECT_EQ(sal::ModuleLoader::tryOut("/none/Axis.so"),
+              "cannot open shared object file: No such file or directory");
+    EXPECT_THAT(sal::ModuleLoader::tryOut(moduleFile("DiesInTrial")),
+                HasSubstr("that process was ended by signal 6"));
+    EXPECT_EQ(sal::ModuleLoader::tryOut(moduleFile("VersionOne")), "");
+    EXPECT_EQ(log.finish(), "");
+}
+
 TEST(ModuleLoader, FaultIsFoundInItsLogLine) {
     EXPECT_EQ(sal::ModuleLoader::faultIn("cannot load the driver module /a b/x.so: undefined symbol: y"),
               "undefined symbol: y");

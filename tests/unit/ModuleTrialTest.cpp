@@ -135,6 +135,23 @@ TEST_F(ModuleTrial, WhatTheLoaderRefusesWithoutHarmIsLeftToIt) {
     EXPECT_EQ(m_sut.refusal("/none/Axis.so"), "");
 }
 
+TEST_F(ModuleTrial, FaultIsInTheLoadersOwnWords) {
+    EXPECT_THAT(m_sut.fault(moduleFile("MissingSymbol")), testing::StartsWith("undefined symbol: "));
+    EXPECT_THAT(m_sut.fault(moduleFile("WrongAbi")), EndsWith("this host has 1; build it again with this "
+                                                              "host's driver kit"));
+    EXPECT_EQ(m_sut.fault(moduleFile("ThrowsInFactory")),
+              "its driver cannot be made: std::runtime_error: no device");
+    plan("load kill");
+    EXPECT_THAT(m_sut.fault(file()), HasSubstr("was ended by signal 9 (Killed)"));
+    plan("");
+    EXPECT_EQ(m_sut.fault(file()), "");
+}
+
+TEST_F(ModuleTrial, FaultIsNoneWhereNothingIsTriedOut) {
+    sal::ModuleTrial sut{{MFD_PROBE_PROGRAM, 0ms}};
+    EXPECT_EQ(sut.fault(moduleFile("NullFactory")), "");
+}
+
 TEST_F(ModuleTrial, ModuleThatAnswersNothingIsNotRefused) {
     EXPECT_EQ(m_sut.refusal(moduleFile("AnswersNothing")), "");
 }

@@ -207,12 +207,13 @@ TEST_F(WorkplaceFileTest, UnknownElementsAndAttributesAreNamedAndChangeNothing) 
     EXPECT_EQ("B", sut.entries()[0].driverID);
     ASSERT_EQ(2u, sut.faults().size());
     EXPECT_EQ(3, sut.faults()[0].line);
-    EXPECT_EQ("the element <mainframedriver> is unknown and ignored; a driver is a <mainframeDriver>",
-              sut.faults()[0].text);
+    EXPECT_EQ(
+        "the element <mainframedriver> is unknown, and nothing in it is read; did you mean "
+        "<mainframeDriver>?",
+        sut.faults()[0].text);
     EXPECT_EQ(4, sut.faults()[1].line);
     EXPECT_EQ(
-        "the attribute \"workdir\" is unknown and ignored; there is driverID, driverType, version, "
-        "workingDirectory, "
-        "ipAddress, networkAdapter, interfaceType",
+        "the attribute \"workdir\" of <mainframeDriver> is unknown and not read; did you mean "
+        "\"workingDirectory\"?",
         sut.faults()[1].text);
 }

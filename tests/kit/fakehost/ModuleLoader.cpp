@@ -19,6 +19,10 @@ Module* ModuleLoader::load(ELoadOption option, const std::string& fileName) {
     return host.loaded.back();
 }
 
+std::string ModuleLoader::tryOut(const std::string&) {
+    return {};
+}
+
 std::string ModuleLoader::faultIn(const std::string&) {
     return {};
 }
