@@ -40,9 +40,9 @@ public:
 
         /// Whether the standard error of a process about to be made is to be a pipe that the observer reads.
         /// It reads always: a process whose pipe is full waits. The log of the process writes its lines there
-        /// for LogManager::readLine. When this process is gone, the log goes on with the standard error that
-        /// this process had; the child finds that as descriptor 3 and closes it in what it starts itself. On
-        /// the thread that makes the process; by default false.
+        /// for LogManager::readErrorLine. When this process is gone, the log goes on with the standard error
+        /// that this process had; the child finds that as descriptor 3 and closes it in what it starts
+        /// itself. On the thread that makes the process; by default false.
         virtual bool capturesErrors() { return false; }
 
         /// Takes the place of the first Thread::sleep of a thread after it has made a process: the thread

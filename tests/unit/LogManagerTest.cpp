@@ -287,15 +287,17 @@ TEST(LogManager, WhereTheHostReadsStandardErrorLinesCanBeReadBack) {
     std::string text = capture.finish();
     ASSERT_THAT(text, testing::EndsWith("\n"));
     text.pop_back();
-    EXPECT_EQ(text.front(), sal::LogManager::s_lineBegin);
-    const auto line = sal::LogManager::readLine(text);
+    const auto [bare, line] = sal::LogManager::readErrorLine(text);
+    EXPECT_EQ(bare, "");
     ASSERT_TRUE(line);
     EXPECT_EQ(line->level, 2);
     EXPECT_EQ(line->output, "AXIS1 MDM");
     EXPECT_EQ(line->text, "one\\ntwo");
     EXPECT_LT(std::chrono::system_clock::now() - line->time, std::chrono::hours(1));
     EXPECT_EQ(std::getenv("MFD_ERROR_PIPE"), nullptr);
-    EXPECT_FALSE(sal::LogManager::readLine("2026-11-02 00:00:00.007 warning  AXIS1 MFD: text"));
+    const auto [other, none] = sal::LogManager::readErrorLine("2026-11-02 00:00:00.007 warning  MFD: text");
+    EXPECT_EQ(other, "2026-11-02 00:00:00.007 warning  MFD: text");
+    EXPECT_FALSE(none);
 }
 
 TEST(LogManager, ForeignJournalStreamIsNotBelieved) {
