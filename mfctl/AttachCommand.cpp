@@ -1,11 +1,14 @@
 #include "AttachCommand.h"
 
+#include <unistd.h>
+
 #include <utility>
 
 #include "ConsoleInput.h"
 #include "ControlError.h"
 #include "LogText.h"
 #include "Printable.h"
+#include "TerminalView.h"
 #include "Words.h"
 
 namespace {
@@ -45,9 +48,10 @@ EExit AttachCommand::run() {
             return EExit::Done;
         if (input.isInteractive() && !isMeant(*line))
             continue;
-        const EExit exit = execute(*line, input.isInteractive() ? ""
-                                                                : "line " + std::to_string(number) + ", " +
-                                                                      base::quoted(*line) + ": ");
+        const EExit exit =
+            input.isInteractive()
+                ? execute(*line, "", terminalWidth(STDOUT_FILENO))
+                : execute(*line, "line " + std::to_string(number) + ", " + base::quoted(*line) + ": ", 0);
         if (exit != EExit::Done)
             last = exit;
         // Nothing that follows can be asked of it.
@@ -70,10 +74,13 @@ bool AttachCommand::isMeant(const std::string& line) {
     return false;
 }
 
-EExit AttachCommand::execute(const std::string& line, const std::string& place) {
+EExit AttachCommand::execute(const std::string& line, const std::string& place, std::size_t columns) {
     const Screen& screen = m_control.screen();
+    ApiClient::Json members = {{"line", line}};
+    if (columns > 0)
+        members["columns"] = columns;
     try {
-        const ApiClient::Reply reply = m_control.act("/console", {{"line", line}}, s_lineLimit);
+        const ApiClient::Reply reply = m_control.act("/console", members, s_lineLimit);
         const JsonView executed = reply.view();
         if (!m_control.asJson())
             printLines(executed.text("output"), screen);

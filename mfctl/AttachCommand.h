@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,7 @@ public:
     EExit run();
 
 private:
-    EExit execute(const std::string& line, const std::string& place);
+    EExit execute(const std::string& line, const std::string& place, std::size_t columns);
     bool isMeant(const std::string& line);
     std::vector<std::string> complete(const std::vector<std::string>& before, const std::string& prefix);
 

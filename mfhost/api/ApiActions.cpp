@@ -268,9 +268,10 @@ void ApiActions::check(const ApiRequest& request) const {
 
 void ApiActions::console(const ApiRequest& request) const {
     const std::string line = request.body.text("line");
+    const unsigned columns = request.body.optionalNumber("columns");
     logAction(request, "\"" + line + "\"");
-    perform(request.pAction, line, [this, line] {
-        const ApiLine executed = m_context.console(line);
+    perform(request.pAction, line, [this, line, columns] {
+        const ApiLine executed = m_context.console(line, columns);
         JsonText json;
         json.beginObject().member("output", executed.output).member("done", executed.isDone).endObject();
         return ApiAnswer{.body = json.take()};

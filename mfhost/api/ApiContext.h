@@ -123,7 +123,8 @@ struct ApiContext {
     std::function<std::optional<std::string>(unsigned number)> historyFile;
     /// What CheckReport writes as JSON.
     std::function<std::string()> check;
-    std::function<ApiLine(const std::string& line)> console;
+    /// Tables fit into so many columns; 0: they are as wide as their texts.
+    std::function<ApiLine(const std::string& line, unsigned columns)> console;
 
     std::function<Clock::time_point()> now = Clock::now;
 };

@@ -124,7 +124,7 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
         post({"api", "v1", "drivers", s_name, "unpark"}, Admin, &ApiActions::unpark),
         post({"api", "v1", "apply"}, Admin, &ApiActions::apply, {"plan"}),
         post({"api", "v1", "undo"}, Admin, &ApiActions::undo, {"number"}),
-        post({"api", "v1", "console"}, Admin, &ApiActions::console, {"line"}),
+        post({"api", "v1", "console"}, Admin, &ApiActions::console, {"line", "columns"}),
         post({"api", "v1", "shutdown"}, Admin, &ApiActions::shutDown),
     };
     return s_resources;

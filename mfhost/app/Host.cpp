@@ -360,6 +360,8 @@ void Host::removeLeftQueues() const {
 
 void Host::exitNow(int exitCode) {
     restoreTerminalModes();
+    if (m_shell.sayFailedLines() && exitCode == 0)
+        exitCode = s_linesFailed;
     // What was logged is worth a moment, but not a wait for a pipe whose reader has stopped.
     struct Flush {
         std::mutex mutex;

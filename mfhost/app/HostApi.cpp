@@ -165,8 +165,8 @@ ApiContext HostApi::context() {
                     return report.str();
                 },
             .console =
-                [this](const std::string& line) {
-                    CommandShell::Executed executed = m_parts.shell.executeFor(line);
+                [this](const std::string& line, unsigned columns) {
+                    CommandShell::Executed executed = m_parts.shell.executeFor(line, columns);
                     return ApiLine{.output = std::move(executed.output), .isDone = executed.isDone};
                 }};
 }

@@ -36,7 +36,7 @@ constexpr std::size_t s_toldFailures = 20;
 /// The command that a thread executes: the command thread or, while that is held up, the console's.
 struct Running {
     std::ostream* pReply = nullptr;
-    bool isForTerminal = false;  ///< the reply goes to the operator's terminal
+    base::Table::Look look = {};  ///< how the reply is shown
     bool hasFailed = false;
 };
 thread_local Running t_running;
@@ -50,9 +50,13 @@ void fail() {
     t_running.hasFailed = true;
 }
 
-/// How the reply is shown.
-base::Table::Look look() {
-    if (!t_running.isForTerminal)
+base::Table::Look currentLook() {
+    return t_running.look;
+}
+
+/// At the host's own console.
+base::Table::Look consoleLook() {
+    if (!Console::isInteractive())
         return {};
     return {.width = terminalWidth(STDIN_FILENO), .isColoured = hasTerminalColours()};
 }
@@ -79,7 +83,7 @@ CommandShell::CommandShell(Context context)
                       .lookForEnds = m_context.lookForEnds,
                       .park = [this](const auto& driverID) { return m_context.workplace.park(driverID); },
                       .unpark = [this](const auto& driverID) { return m_context.workplace.unpark(driverID); },
-                      .look = &look,
+                      .look = &currentLook,
                       .refused = &fail,
                       .follow = m_context.follow,
                       .unfollow = m_context.unfollow,
@@ -94,7 +98,7 @@ CommandShell::CommandShell(Context context)
            .history = [this] { return m_context.workplace.history(); },
            .state = [this](unsigned number,
                            auto& error) { return m_context.workplace.historyState(number, error); },
-           .look = &look,
+           .look = &currentLook,
            .refused = &fail}),
       m_logCommands({.memory = m_context.log,
                      .reply = &currentReply,
@@ -219,7 +223,7 @@ bool CommandShell::answerMeanwhile(const std::string& line) {
     const CommandActivity activity = m_context.commands.activity();
     if (activity.busy)
         text << "\"" << base::printable(activity.what) << "\" has not come back yet; meanwhile:" << std::endl;
-    t_running = {.pReply = &text, .isForTerminal = Console::isInteractive()};
+    t_running = {.pReply = &text, .look = consoleLook()};
     const std::vector<std::string> words = base::splitWords(line).words;
     if (LogCommands::areMeantBy(words))
         m_logCommands.answer(words);
@@ -253,24 +257,25 @@ bool CommandShell::sayFailedLines() const {
 /// Whether the line has done what it was to do.
 bool CommandShell::execute(const std::string& line, EOrigin origin) {
     if (origin == EOrigin::Console)
-        return execute(line, origin, std::cout, Console::isInteractive());
+        return execute(line, origin, std::cout, consoleLook());
     std::ostringstream reply;
-    const bool isDone = execute(line, origin, reply, false);
+    const bool isDone = execute(line, origin, reply, {});
     std::istringstream lines(reply.str());
     for (std::string text; std::getline(lines, text);)
         hostLog(sal::LogOutput::eInfo) << "a driver's command \"" << line << "\": " << text << std::endl;
     return isDone;
 }
 
-CommandShell::Executed CommandShell::executeFor(const std::string& line) {
+CommandShell::Executed CommandShell::executeFor(const std::string& line, std::size_t columns) {
     std::ostringstream reply;
-    const bool isDone = execute(line, EOrigin::Remote, reply, false);
+    const bool isDone = execute(line, EOrigin::Remote, reply, {.width = columns});
     return {reply.str(), isDone};
 }
 
-bool CommandShell::execute(const std::string& line, EOrigin origin, std::ostream& reply, bool isForTerminal) {
+bool CommandShell::execute(const std::string& line, EOrigin origin, std::ostream& reply,
+                           base::Table::Look look) {
     const FidTap::WatchedThread watched;
-    t_running = {.pReply = &reply, .isForTerminal = isForTerminal};
+    t_running = {.pReply = &reply, .look = look};
     m_origin = origin;
     executeChecked(line, reply);
     reply << std::flush;

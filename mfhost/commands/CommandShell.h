@@ -63,8 +63,9 @@ public:
         std::string output;   ///< what is printed for the line
         bool isDone = false;  ///< it has done what it was to do
     };
-    /// Executes a line as the console's, for a client at another terminal. Command thread.
-    Executed executeFor(const std::string& line);
+    /// Executes a line as the console's, for a client at another terminal, whose columns tables fit into; 0:
+    /// it has none. Command thread.
+    Executed executeFor(const std::string& line, std::size_t columns);
     /// A driver's command; false when there is no room for it. Any thread.
     bool postDriverCommand(const std::string& line);
     /// The words that begin with the prefix and may follow these. Console thread.
@@ -93,7 +94,7 @@ private:
     bool isHeldUpByDriver() const;
     bool answerMeanwhile(const std::string& line);
     bool execute(const std::string& line, EOrigin origin);
-    bool execute(const std::string& line, EOrigin origin, std::ostream& reply, bool isForTerminal);
+    bool execute(const std::string& line, EOrigin origin, std::ostream& reply, base::Table::Look look);
     void executeChecked(const std::string& line, std::ostream& reply);
     void sendFid(const std::string& line, const FidLine& sent, std::ostream& reply);
     void reload(const std::string& line, const std::string& driverID, std::ostream& reply);

@@ -117,8 +117,9 @@ public:
             },
             .check = [this] { return report; },
             .console =
-                [this](const std::string& line) {
-                    const ApiOutcome ended = outcomeOf("console " + line);
+                [this](const std::string& line, unsigned columns) {
+                    const std::string width = columns > 0 ? " in " + std::to_string(columns) : "";
+                    const ApiOutcome ended = outcomeOf("console " + line + width);
                     return ApiLine{.output = ended.output, .isDone = ended.refusal.empty()};
                 },
             .now = [this] { return now; }};

@@ -350,7 +350,8 @@ TEST_F(ApiActionsTest, ConsoleLineIsExecuted) {
     EXPECT_EQ(Texts{"console queues"}, m_host.calls);
     m_host.outcome = {.refusal = "there is no such command", .output = "unknown\n"};
     EXPECT_EQ("200 {\"output\":\"unknown\\u000a\",\"done\":false}",
-              act(&ApiActions::console, R"({"line":"unknown"})"));
+              act(&ApiActions::console, R"({"line":"unknown","columns":80})"));
+    EXPECT_EQ("console unknown in 80", m_host.calls.back());
     EXPECT_THAT(begin(&ApiActions::console, "{}"), HasSubstr("400 "));
 }
 

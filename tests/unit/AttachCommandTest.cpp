@@ -137,6 +137,20 @@ TEST_F(AttachCommandTest, LinesOfFormerSessionsAreBroughtBack) {
     EXPECT_EQ((std::vector<std::string>{"drivers", "drivers"}), executed());
 }
 
+TEST_F(AttachCommandTest, HostIsToldHowWideTheTerminalIs) {
+    m_host.answer("POST /console", R"({"output":"ok\n"})");
+    const auto terminal = atATerminal();
+    ASSERT_TRUE(terminal->awaitPrompt()) << terminal->screen();
+    terminal->resize(72);
+    terminal->type("drivers\r");
+    ASSERT_TRUE(terminal->shows("ok")) << terminal->screen();
+    EXPECT_EQ(0, pipe({"drivers"}));
+    const auto requests = m_host.requests("POST /console");
+    ASSERT_EQ(2u, requests.size());
+    EXPECT_EQ(72, Json::parse(requests[0].body).value("columns", 0));
+    EXPECT_FALSE(Json::parse(requests[1].body).contains("columns"));
+}
+
 TEST_F(AttachCommandTest, TerminalGoesOnAfterALineThatFails) {
     m_host.answer("POST /console", R"({"error":{"code":"refused","text":"unknown command","nearest":[]}})",
                   409);

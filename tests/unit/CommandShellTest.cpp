@@ -410,7 +410,7 @@ TEST_F(CommandShellTest, LineOfAnotherTerminalTellsItsOutcome) {
     open();
     std::promise<std::vector<CommandShell::Executed>> executed;
     m_commands.post("lines", [&] {
-        executed.set_value({m_sut.executeFor("help note"), m_sut.executeFor("sendFID NOBODY.MOVE")});
+        executed.set_value({m_sut.executeFor("help note", 0), m_sut.executeFor("sendFID NOBODY.MOVE", 0)});
     });
     EXPECT_EQ("", finish());
     const auto lines = executed.get_future().get();
@@ -421,10 +421,23 @@ TEST_F(CommandShellTest, LineOfAnotherTerminalTellsItsOutcome) {
     EXPECT_FALSE(m_sut.sayFailedLines());
 }
 
+TEST_F(CommandShellTest, TablesFitTheTerminalOfTheClient) {
+    m_store.setStateValue("A.TEXT", std::string(100, 'x'));
+    open();
+    std::promise<std::vector<CommandShell::Executed>> executed;
+    m_commands.post("lines", [&] {
+        executed.set_value({m_sut.executeFor("state --now", 70), m_sut.executeFor("state --now", 0)});
+    });
+    finish();
+    const auto lines = executed.get_future().get();
+    EXPECT_THAT(lines[0].output, HasSubstr("xxx...  "));
+    EXPECT_THAT(lines[1].output, HasSubstr(std::string(100, 'x')));
+}
+
 TEST_F(CommandShellTest, OtherTerminalDoesNotFollowAtThisOne) {
     open();
     std::promise<CommandShell::Executed> executed;
-    m_commands.post("lines", [&] { executed.set_value(m_sut.executeFor("follow A.*")); });
+    m_commands.post("lines", [&] { executed.set_value(m_sut.executeFor("follow A.*", 0)); });
     finish();
     const auto line = executed.get_future().get();
     EXPECT_EQ("follow prints at the host's own terminal; from here, mfctl state --watch shows each change\n",
