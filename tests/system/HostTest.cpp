@@ -852,7 +852,8 @@ TEST_F(HostTest, NoReaderSeesAValueOfADeadDriverAsLive) {
         while (countInLog("is started again\n") < round)
             ASSERT_EQ(std::nullopt, host.waitForEnd(0));
     }
-    EXPECT_EQ(0, end());
+    // 3 where a FID has met no driver.
+    EXPECT_THAT(end(), testing::AnyOf(0, 3));
 }
 
 TEST_F(HostTest, ValuesOfAKilledDriverAreStaleAndLiveAgainAfterItsReload) {
