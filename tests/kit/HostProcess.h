@@ -41,6 +41,9 @@ public:
     /// The same for a text after the last occurrence of another.
     bool waitForOutputAfter(const std::string& earlier, const std::string& text) const;
     bool waitForLog(const std::string& text) const;
+    /// Types a line that the log shows and that overtakes no other, and waits until it is executed: a FID to
+    /// a driver that is not there. Whether that came in time.
+    bool passMark();
     /// What it prints from now on until it has executed the command; all up to its end when that comes first.
     std::string ask(const std::string& command);
     /// What "drivers" says of the driver; empty where it does not list it.
@@ -49,7 +52,8 @@ public:
     /// command is typed again: what a driver reports may be on its way longer than a command waits for it.
     bool repliesWith(const std::string& command, const std::string& pattern);
 
-    /// Its exit code, or 128 and the signal that ended it; nothing when it is still there after that long.
+    /// Its exit code, or 128 and the signal that ended it; nothing when it is still there after that long. A
+    /// mark is a line that fails, so an end in order after one counts as 0.
     std::optional<int> waitForEnd(int seconds = static_cast<int>(c_hangGuard.count()));
 
     /// Process IDs of its children.
@@ -63,6 +67,7 @@ private:
     pid_t m_pid = -1;
     int m_input = -1;
     int m_questions = 0;
+    int m_marks = 0;
     std::optional<int> m_exit;
 };
 

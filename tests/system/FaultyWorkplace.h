@@ -33,12 +33,7 @@ protected:
     }
 
     /// Returns when the command thread has come to where the console stands now.
-    static void settle(HostProcess& host) {
-        static int s_number = 0;
-        const std::string mark = "NOBODY.mark" + std::to_string(++s_number);
-        host.type("sendFID " + mark);
-        ASSERT_TRUE(host.waitForLog("MDM: " + mark + " ( ) received.")) << host.log();
-    }
+    static void settle(HostProcess& host) { ASSERT_TRUE(host.passMark()) << host.log(); }
 
     /// The driver answers: what comes back has gone both ways.
     static void expectServes(HostProcess& host, const std::string& driverID) {

@@ -143,7 +143,7 @@ TEST_F(ModuleTrial, ExceptionOfADriverIsItsOwnAffair) {
     host.type("sendFID BAD.FAULT.THROWNUMBER");
     EXPECT_TRUE(host.waitForLog("thrown on purpose")) << host.log();
     expectServes(host, "BAD");
-    EXPECT_EQ(end(), 0);
+    EXPECT_EQ(end(), 3);
 }
 
 TEST_F(ModuleTrial, ExceptionsInTheStagesOfADriverEndNothing) {

@@ -303,7 +303,7 @@ TEST_F(QueueFaults, SenderThatOutlivesTheDriverDoesNotHoldUpTheConsole) {
                     " cannot be sent to, since a sender has not left its input queue for 1 s and holds up ");
     EXPECT_TRUE(host.waitForLog("queue FAR_INQ: locked by another sender, and its reader (process "))
         << host.log();
-    expectQuits(host);
+    expectQuits(host, 3);
 }
 
 TEST_F(QueueFaults, SenderThatStaysInAQueueIsAHangOfTheDriver) {

@@ -34,7 +34,7 @@ protected:
     std::string begin(Act pAct, const std::string& json, const std::string& name = {},
                       const std::string& request = {}) {
         const ApiBody body(json, {"fid", "parameters", "wait", "key", "type", "value", "id", "plan", "number",
-                                  "line", "request", "timeoutMs"});
+                                  "line", "columns", "request", "timeoutMs"});
         const auto pAnswer = std::make_shared<AnswerOnce>([this](const ApiAnswer& answer) {
             m_answers.push_back(std::to_string(answer.status) + " " + answer.body);
         });
