@@ -3,10 +3,12 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <stdexcept>
 #include <utility>
@@ -25,12 +27,16 @@ std::pair<int, std::size_t> answerIn(const std::string& text) {
     return {text.size() < size ? 0 : std::atoi(text.c_str() + 9), size};
 }
 
+/// Differs for all requests of this machine, whoever asks.
+std::string ownNumber() {
+    static std::int64_t s_last = std::chrono::system_clock::now().time_since_epoch().count();
+    return std::to_string(::getpid()) + "-" + std::to_string(++s_last);
+}
+
 }  // namespace
 
 Load::Load(Settings settings)
-    : m_settings(std::move(settings)),
-      m_request("GET " + m_settings.target + " HTTP/1.1\r\nHost: localhost\r\n\r\n"),
-      m_connections(static_cast<std::size_t>(m_settings.connections)) {
+    : m_settings(std::move(settings)), m_connections(static_cast<std::size_t>(m_settings.connections)) {
     for (Connection& connection : m_connections) {
         if (!connect(connection))
             throw std::runtime_error("cannot connect to " + m_settings.path);
@@ -49,7 +55,7 @@ bool Load::connect(Connection& connection) const {
 
 Load::Result Load::run() {
     const Clock::time_point begin = Clock::now();
-    const auto count = static_cast<long>(m_settings.perSecond * m_settings.seconds);
+    auto count = static_cast<long>(m_settings.perSecond * m_settings.seconds);
     const std::chrono::duration<double> step(1.0 / m_settings.perSecond);
     const auto dueAt = [&](long number) {
         return begin + std::chrono::duration_cast<Clock::duration>(step * static_cast<double>(number));
@@ -58,13 +64,18 @@ Load::Result Load::run() {
     std::vector<pollfd> polled(m_connections.size());
     while (true) {
         const Clock::time_point now = Clock::now();
+        if (m_settings.isOver())
+            count = asked;
         bool isAnyAsked = false;
-        for (std::size_t i = 0; i < m_connections.size(); ++i) {
+        // Also of a server that answers at once each connection is asked in its turn.
+        const auto first = static_cast<std::size_t>(asked);
+        for (std::size_t turn = 0; turn < m_connections.size(); ++turn) {
+            const std::size_t i = (first + turn) % m_connections.size();
             Connection& connection = m_connections[i];
             if (!connection.isAsked && asked < count && dueAt(asked) <= now)
                 ask(connection, dueAt(asked++));
             if (connection.isAsked && now - connection.due > s_patience)
-                fail(connection);
+                fail(connection, "no answer within 10 s");
             isAnyAsked = isAnyAsked || connection.isAsked;
             polled[i] = {connection.isAsked ? connection.socket.get() : -1, POLLIN, 0};
         }
@@ -92,9 +103,23 @@ Load::Result Load::run() {
 void Load::ask(Connection& connection, Clock::time_point due) {
     connection.isAsked = true;
     connection.due = due;
-    if (::send(connection.socket.get(), m_request.data(), m_request.size(), MSG_NOSIGNAL) !=
-        static_cast<ssize_t>(m_request.size()))
-        fail(connection);
+    const std::string request = nextRequest();
+    if (::send(connection.socket.get(), request.data(), request.size(), MSG_NOSIGNAL) !=
+        static_cast<ssize_t>(request.size()))
+        fail(connection, "a request cannot be sent");
+}
+
+std::string Load::nextRequest() {
+    const Request& next = m_settings.requests[m_asked++ % m_settings.requests.size()];
+    const std::string beginning = next.target + " HTTP/1.1\r\nHost: localhost\r\n";
+    if (next.body.empty())
+        return "GET " + beginning + "\r\n";
+    std::string body = next.body;
+    for (auto place = body.find('#'); place != std::string::npos; place = body.find('#'))
+        body.replace(place, 1, ownNumber());
+    return "POST " + beginning +
+           "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+           body;
 }
 
 void Load::take(Connection& connection) {
@@ -102,7 +127,7 @@ void Load::take(Connection& connection) {
     const ssize_t count = ::recv(connection.socket.get(), piece.data(), piece.size(), MSG_DONTWAIT);
     if (count <= 0) {
         if (count == 0 || errno != EAGAIN)
-            fail(connection);
+            fail(connection, "the connection has ended");
         return;
     }
     connection.input.append(piece.data(), static_cast<std::size_t>(count));
@@ -110,17 +135,23 @@ void Load::take(Connection& connection) {
     if (status == 0)
         return;
     connection.isAsked = false;
-    connection.input.erase(0, size);
     if (status == 200) {
         ++m_result.answered;
         m_result.microseconds.push_back(
             std::chrono::duration<double, std::micro>(Clock::now() - connection.due).count());
     } else {
-        ++m_result.failed;
+        noteFailure(connection.input.substr(0, size));
     }
+    connection.input.erase(0, size);
 }
 
-void Load::fail(Connection& connection) {
+void Load::noteFailure(std::string what) {
     ++m_result.failed;
+    if (m_result.firstFailure.empty())
+        m_result.firstFailure = std::move(what);
+}
+
+void Load::fail(Connection& connection, const std::string& what) {
+    noteFailure(what);
     static_cast<void>(connect(connection));
 }

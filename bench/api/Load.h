@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,20 +17,29 @@ class Load {
 public:
     using Clock = std::chrono::steady_clock;
 
+    /// One without a body is a GET, else a POST; each "#" in the body becomes a number of the request's own.
+    struct Request {
+        std::string target;
+        std::string body = {};
+    };
     struct Settings {
         std::string path;
-        std::string target = "/api/v1/drivers";
+        std::vector<Request> requests{{"/api/v1/drivers"}};  ///< asked by turns
         int perSecond = 1000;
         int connections = 20;
         double seconds = 5;
+        /// No more is asked as soon as it says so; looked at several times a second.
+        std::function<bool()> isOver = [] { return false; };
     };
     struct Result {
         std::size_t answered = 0;
         std::size_t failed = 0;  ///< another status than 200, a connection that ended, no answer within 10 s
+        std::string firstFailure;  ///< in words; empty for none
         double seconds = 0;
         std::vector<double> microseconds;  ///< of those answered, in order of size
     };
 
+    /// Connects; throws where that fails.
     explicit Load(Settings settings);
     Result run();
 
@@ -44,10 +54,12 @@ private:
     bool connect(Connection& connection) const;
     void ask(Connection& connection, Clock::time_point due);
     void take(Connection& connection);
-    void fail(Connection& connection);
+    void noteFailure(std::string what);
+    void fail(Connection& connection, const std::string& what);
+    std::string nextRequest();
 
     const Settings m_settings;
-    const std::string m_request;
+    std::size_t m_asked = 0;
     std::vector<Connection> m_connections;
     Result m_result;
 };

@@ -49,7 +49,7 @@ int measure(int argc, char** argv) {
         } else if (word == "--seconds") {
             settings.seconds = std::atof(pValue);
         } else if (word == "--target") {
-            settings.target = pValue;
+            settings.requests = {{pValue}};
         } else {
             settings.perSecond = 0;
         }
@@ -73,7 +73,10 @@ int measure(int argc, char** argv) {
         percentile(0.5), percentile(0.9), percentile(0.99), percentile(0.999), percentile(1),
         used * 1e6 / static_cast<double>(result.answered + result.failed),
         pServer ? "of client and server" : "of the client");
-    return result.failed == 0 ? 0 : 1;
+    if (result.failed == 0)
+        return 0;
+    std::fprintf(stderr, "bench_api: the first that failed: %s\n", result.firstFailure.c_str());
+    return 1;
 }
 
 }  // namespace
