@@ -8,7 +8,7 @@
 #include "Results.h"
 
 /// A workplace in a process of its own: the manager, a panel and so many probe drivers, each in its
-/// driver process. Made while this process has one thread. The process ends with the object.
+/// driver process or in that one. Made while this process has one thread. The process ends with the object.
 class BenchWorkplace {
 public:
     /// What the manager reports to.
@@ -22,8 +22,10 @@ public:
     struct Settings {
         std::string directory = {};  ///< its own, made by it
         int drivers = 2;
-        int cores = 0;  ///< all its processes stay on the first so many; 0 for all there are
+        int driversInHost = 0;  ///< the last so many of them are in the manager's process
+        int cores = 0;          ///< all its processes stay on the first so many; 0 for all there are
         EPanel panel = EPanel::Checked;
+        bool isObserved = false;  ///< what observes FIDs and messages in the host program does so here
     };
 
     BenchWorkplace(const Settings& settings, const Results& results);

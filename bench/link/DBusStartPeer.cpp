@@ -16,10 +16,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::string serviceName(int driver) {
-    return "bench.D" + std::to_string(driver);
-}
-
 /// The process that an answer comes from; throws what the bus says when it is none.
 pid_t processIn(DBusMessage* pAnswer) {
     dbus_uint32_t process = 0;
@@ -38,6 +34,10 @@ void DBusStartPeer::Close::operator()(DBusConnection* pConnection) const {
 }
 
 DBusStartPeer::DBusStartPeer(fs::path directory) : m_directory(std::move(directory)) {}
+
+std::string DBusStartPeer::serviceName(int driver) {
+    return "bench.D" + std::to_string(driver);
+}
 
 double DBusStartPeer::start(int drivers) {
     writeServices(drivers);
@@ -71,17 +71,21 @@ double DBusStartPeer::restart(int driver) {
     // A call that the dead process still got fails as soon as the bus knows of its end.
     const auto end = Clock::now() + s_patience;
     while (Clock::now() < end) {
-        const DBusMessagePtr pCall(
-            dbus_message_new_method_call(serviceName(driver).c_str(), "/driver", "bench.Driver", "Ask"));
-        const DBusMessagePtr pAnswer(
-            dbus_connection_send_with_reply_and_block(m_pConnection.get(), pCall.get(), 10000, nullptr));
-        if (!pAnswer)
+        const pid_t answering = ask(driver);
+        if (answering == 0 || answering == former)
             continue;
-        process = processIn(pAnswer.get());
-        if (process != former)
-            return millisecondsSince(begin);
+        process = answering;
+        return millisecondsSince(begin);
     }
     throw std::runtime_error(serviceName(driver) + ": is not started again");
+}
+
+pid_t DBusStartPeer::ask(int driver) const {
+    const DBusMessagePtr pCall(
+        dbus_message_new_method_call(serviceName(driver).c_str(), "/driver", "bench.Driver", "Ask"));
+    const DBusMessagePtr pAnswer(
+        dbus_connection_send_with_reply_and_block(m_pConnection.get(), pCall.get(), 10000, nullptr));
+    return pAnswer ? processIn(pAnswer.get()) : 0;
 }
 
 void DBusStartPeer::writeServices(int drivers) const {

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "DBusDaemon.h"
@@ -18,6 +19,12 @@ public:
 
     double start(int drivers) override;
     double restart(int driver) override;
+
+    /// One call after start(). The process that has answered, or 0 when there is no answer.
+    pid_t ask(int driver) const;
+    static std::string serviceName(int driver);
+    /// Of the bus. After start().
+    const std::string& address() const { return m_daemon->address(); }
 
 private:
     struct Close {

@@ -15,6 +15,7 @@
 
 #include "Files.h"
 #include "PanelTarget.h"
+#include "Patience.h"
 #include "ProbeWorkplace.h"
 
 namespace fs = std::filesystem;
@@ -44,7 +45,7 @@ std::array<int, 2> makePipe() {
 }  // namespace
 
 HostProgram::HostProgram(Settings settings) : m_settings(std::move(settings)) {
-    writeProbeWorkplace(m_settings.directory, m_settings.drivers);
+    writeProbeWorkplace(m_settings.directory, m_settings.drivers, m_settings.driversInHost);
 }
 
 HostProgram::~HostProgram() {
@@ -76,6 +77,11 @@ void HostProgram::start() {
         m_output = output[0];
         fcntl(m_output, F_SETFL, O_NONBLOCK);
     }
+}
+
+void HostProgram::waitUntilStarted() const {
+    waitUntil("the host's start (" + logFile().string() + " tells)",
+              [this] { return log().find("HOST: the workplace is started") != std::string::npos; });
 }
 
 void HostProgram::type(const std::string& line) const {

@@ -9,7 +9,6 @@
 #include "HostCalls.h"
 #include "JobLength.h"
 #include "Patience.h"
-#include "ValueReports.h"
 
 namespace fs = std::filesystem;
 
@@ -17,14 +16,14 @@ namespace {
 
 constexpr const char* g_host = "host program";
 
-ValueReports reportsOf(const HostProgram& host, const fs::path& directory) {
+}  // namespace
+
+ValueReports HostValues::reportsOf(const HostProgram& host, const fs::path& directory) {
     return {directory, [&host](int driver, const std::string& count, const std::string& file) {
                 host.type("sendFID " + HostProgram::driverID(driver) + ".REPORT count=" + count +
                           " file=" + file);
             }};
 }
-
-}  // namespace
 
 HostProgram::Settings HostValues::settings(const fs::path& directory, int drivers) {
     return {.directory = directory, .drivers = drivers, .options = {"--start-wait=attached"}};

@@ -4,6 +4,7 @@
 
 #include "HostProgram.h"
 #include "Results.h"
+#include "ValueReports.h"
 
 /// Values of probe drivers into the store of the real host program. Each measurement starts a host of its
 /// own, which is gone afterwards. Used by the measuring process's only thread.
@@ -26,8 +27,10 @@ public:
     /// Throws when calls are not seen.
     void measureCalls(const std::filesystem::path& directory, std::uint64_t values, int round) const;
 
-private:
+    /// A host with so many drivers, and what has them report.
     static HostProgram::Settings settings(const std::filesystem::path& directory, int drivers);
+    static ValueReports reportsOf(const HostProgram& host, const std::filesystem::path& directory);
 
+private:
     const Results& m_results;
 };

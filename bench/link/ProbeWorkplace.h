@@ -6,9 +6,9 @@
 #include "Files.h"
 #include "PanelTarget.h"
 
-/// The files of a workplace with so many probe drivers (D00, D01, ...), each in its driver process: drivers/,
-/// workplace.xml, and the directories work/ and queues/.
-inline void writeProbeWorkplace(const std::filesystem::path& directory, int drivers) {
+/// The files of a workplace with so many probe drivers (D00, D01, ...), each in its driver process but for
+/// the last so many, which are in the host's: drivers/, workplace.xml, and the directories work/ and queues/.
+inline void writeProbeWorkplace(const std::filesystem::path& directory, int drivers, int driversInHost = 0) {
     for (const char* name : {"drivers", "work", "queues"})
         std::filesystem::create_directories(directory / name);
     std::filesystem::permissions(directory / "queues", std::filesystem::perms::owner_all);
@@ -23,7 +23,8 @@ inline void writeProbeWorkplace(const std::filesystem::path& directory, int driv
         const std::string id = PanelTarget::driverID(static_cast<std::size_t>(driver));
         workplace << "<mainframeDriver driverID=\"" << id
                   << "\" driverType=\"Probe\" version=\"1.0\" workingDirectory=\"data/" << id
-                  << "\" interfaceType=\"queue\"/>\n";
+                  << "\" interfaceType=\"" << (driver < drivers - driversInHost ? "queue" : "direct")
+                  << "\"/>\n";
     }
     workplace << "</workplace></workplaces>\n";
 }

@@ -42,8 +42,7 @@ SupervisedWorkplace::SupervisedWorkplace(fs::path directory, int receivers, int 
               .drivers = 1 + receivers + victims,
               .options = {"--start-wait=attached"}}) {
     m_host.start();
-    waitUntil("the host's start (" + m_host.logFile().string() + " tells)",
-              [this] { return m_host.log().find("HOST: the workplace is started") != std::string::npos; });
+    m_host.waitUntilStarted();
     // Values that become stale with their driver.
     for (int victim = 1 + m_receivers; victim <= m_receivers + m_victims; ++victim)
         m_host.type("sendFID " + HostProgram::driverID(victim) + ".SEND kind=0 count=1000 name=8 value=8");

@@ -28,7 +28,9 @@
 #include "ProbeWorkplace.h"
 #include "ProcessMemory.h"
 #include "QueueNames.h"
+#include "ThreadClock.h"
 #include "UpdateFigures.h"
+#include "sal/Module.h"
 
 namespace fs = std::filesystem;
 
@@ -79,7 +81,7 @@ WorkplaceHost::WorkplaceHost(BenchWorkplace::Settings settings, const Results& r
       m_reports(m_directory, [this](int driver, const std::string& count, const std::string& file) {
           send(static_cast<std::size_t>(driver), "REPORT", {{"count", count}, {"file", file}});
       }) {
-    writeProbeWorkplace(m_directory, m_settings.drivers);
+    writeProbeWorkplace(m_directory, m_settings.drivers, m_settings.driversInHost);
     setenv("MFD_QUEUE_DIR", (m_directory / "queues").c_str(), 1);
     setenv("MFD_LOG_LEVEL", "2", 1);
     // Standard output is for the results.
@@ -96,6 +98,10 @@ WorkplaceHost::WorkplaceHost(BenchWorkplace::Settings settings, const Results& r
         m_store.addListener(m_pFollow.get());
     }
     sal::Process::setObserver(this);
+    if (m_settings.isObserved) {
+        sal::Module::setObserver(&m_tap);
+        sal::MessageQueue::setObserver(&m_tap, sal::MessageQueue::EObserved::Sent);
+    }
     m_pManager = std::make_unique<MfDriverManager>();
     m_pManager->init();
     m_pManager->setSystemInterface(&m_system);
@@ -117,6 +123,8 @@ WorkplaceHost::~WorkplaceHost() {
     m_pManager.reset();
     waitForProcesses();
     sal::Process::setObserver(nullptr);
+    sal::Module::setObserver(nullptr);
+    sal::MessageQueue::setObserver(nullptr);
     if (m_pFollow)
         m_store.removeListener(m_pFollow.get());
 }
@@ -141,6 +149,7 @@ void WorkplaceHost::measure(const Request& request) {
         case Request::EKind::Relayed:
             return measureRelayed(request);
         case Request::EKind::Fids:
+        case Request::EKind::Observed:
             return measureFids(request);
         case Request::EKind::Trips:
             return measureTrips(request);
@@ -245,6 +254,7 @@ void WorkplaceHost::measureFids(const Request& request) {
         if (request.hasParameter)
             parameters.emplace_back("parameter", "1");
         const CpuClock cpu(processes());
+        const ThreadClock receiving(getpid(), PanelTarget::driverID(0) + " receive");
         send(0, "FIDS", parameters);
         const std::int64_t first = m_target.waitFor(0, g_patience).time;
         const std::int64_t last = m_target.waitFor(1, g_patience).time;
@@ -253,6 +263,15 @@ void WorkplaceHost::measureFids(const Request& request) {
         const auto fids = static_cast<double>(length.count());
         if (!length.isEnough(seconds))
             continue;
+        if (request.kind == Request::EKind::Observed)
+            return m_results.add("observed fids",
+                                 m_settings.driversInHost > 0 ? "to the host's process" : "to a process",
+                                 request.round,
+                                 {{"pair", request.pair},
+                                  {"observed", m_settings.isObserved ? 1 : 0},
+                                  {"thread_ns", receiving.seconds() * 1e9 / fids},
+                                  {"rate", fids / seconds},
+                                  {"seconds", seconds}});
         m_results.add(request.hasParameter ? "fids with a parameter" : "fids", g_product, request.round,
                       {{"rate", fids / seconds}, {"cpu_per_100k", used * 1e5 / fids}, {"seconds", seconds}});
         return;

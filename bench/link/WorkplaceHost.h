@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "BenchWorkplace.h"
+#include "DriverTable.h"
+#include "FidTap.h"
 #include "FollowPrinter.h"
 #include "ISystem.h"
 #include "MfDriverManager.h"
@@ -24,9 +26,9 @@ class IFunctionID;
 class IMDMConfiguration;
 
 /// A host without anything but the manager and a panel: starts the probe drivers D00, D01, ... of a workplace
-/// file, each in its driver process, and measures. As the host with --start-wait=attached it goes on when few
-/// of them are still to come up. Lives in a process of its own and changes its working directory and standard
-/// output.
+/// file, each in its driver process or in this one, and measures. As the host with --start-wait=attached it
+/// goes on when few of them are still to come up. Lives in a process of its own and changes its working
+/// directory and standard output.
 class WorkplaceHost : private sal::Process::Observer {
 public:
     WorkplaceHost(BenchWorkplace::Settings settings, const Results& results);
@@ -91,6 +93,8 @@ private:
     roads::EmptyTarget m_empty;
     StateStore m_store;
     std::unique_ptr<FollowPrinter> m_pFollow;
+    DriverTable m_drivers{m_store};
+    FidTap m_tap{m_drivers, m_drivers};
     const ValueReports m_reports;
     std::vector<sal::Process::Started> m_processes;
     std::unique_ptr<MfDriverManager> m_pManager;

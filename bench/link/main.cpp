@@ -19,13 +19,18 @@
 #include <vector>
 
 #include "BenchWorkplace.h"
+#include "CallRun.h"
+#include "DBusCallPeer.h"
 #include "DBusStartPeer.h"
 #include "DBusTripPeer.h"
 #include "DBusUpdatePeer.h"
 #include "ForkedWork.h"
+#include "GrpcCallPeer.h"
 #include "GrpcStartPeer.h"
 #include "GrpcTripPeer.h"
 #include "GrpcUpdatePeer.h"
+#include "HostCallPeer.h"
+#include "HostRequests.h"
 #include "HostStartPeer.h"
 #include "HostValues.h"
 #include "PeerRun.h"
@@ -47,6 +52,8 @@ struct Amounts {
     int stoppedDrivers = 50;
     double idleSeconds = 5;
     int longRounds = 2;  ///< what takes long is measured in the first so many rounds only
+    int pairs = 11;      ///< with something and without it, by turns, in all rounds together
+    HostRequests::Times memoryTimes = {};
     unsigned int killSeconds = 10;
     unsigned int kills = 8;
     std::vector<int> startedDrivers{1, 10, 50};
@@ -58,6 +65,8 @@ struct Amounts {
     bool wants(const std::string& part) const {
         return only.empty() || std::find(only.begin(), only.end(), part) != only.end();
     }
+    /// A round's share of the pairs.
+    int pairsOf(int round) const { return pairs * round / rounds - pairs * (round - 1) / rounds; }
 };
 
 /// A temporary directory in memory, for queues and sockets; gone with the object.
@@ -102,6 +111,12 @@ const std::vector<TripPeerKind> g_tripPeers{{"AF_UNIX packets", UnixTripPeer::ma
                                             {"AF_UNIX stream", UnixTripPeer::makeStream},
                                             {"D-Bus", DBusTripPeer::make},
                                             {"gRPC", GrpcTripPeer::make}};
+const std::vector<CallPeerKind> g_callPeers{
+    {"mfctl send to a driver process", "API, to a driver process", HostCallPeer::makeToProcess},
+    {"mfctl send to a driver in the host's process", "API, to a driver in the host's process",
+     HostCallPeer::makeInHost},
+    {"busctl call", "D-Bus", DBusCallPeer::make},
+    {"small gRPC client (in place of grpcurl)", "gRPC", GrpcCallPeer::make}};
 
 /// One round of everything. What is compared is measured by turns, each time by processes that were started
 /// for it.
@@ -213,6 +228,35 @@ private:
         }
     }
 
+    void measureCommands() {
+        std::vector<CallPeerKind> kinds = g_callPeers;
+        if (m_round % 2 == 0)
+            std::reverse(kinds.begin(), kinds.end());
+        for (const CallPeerKind& kind : kinds) {
+            CallRun(m_directory.next(), m_results).programs(kind, m_amounts.seconds, m_round);
+            CallRun(m_directory.next(), m_results).connection(kind, m_amounts.seconds, m_round);
+        }
+    }
+
+    void measureRequests() {
+        const HostRequests host(m_results);
+        host.measureLoss(m_directory.next(), m_amounts.pairsOf(m_round), m_amounts.seconds, m_round);
+        if (isLongRound())
+            host.measureMemory(m_directory.next(), m_amounts.memoryTimes, m_round);
+    }
+
+    /// The observers are there from the start of a workplace to its end.
+    void measureObservers() {
+        for (int pair = 0; pair < m_amounts.pairsOf(m_round); ++pair) {
+            const bool isObservedFirst = (m_round + pair) % 2 == 0;
+            for (const int driversInHost : {0, 1}) {
+                for (const bool isObserved : {isObservedFirst, !isObservedFirst})
+                    here({.kind = Request::EKind::Observed, .pair = pair},
+                         {.driversInHost = driversInHost, .isObserved = isObserved});
+            }
+        }
+    }
+
     void measureFleet() {
         here({.kind = Request::EKind::Shutdown}, {.drivers = m_amounts.stoppedDrivers});
         here({.kind = Request::EKind::Memory}, {.drivers = m_amounts.drivers});
@@ -289,12 +333,14 @@ private:
 };
 
 const std::vector<Round::Part> Round::s_parts{
-    {"updates", &Round::measureUpdates, false}, {"bursts", &Round::measureBursts, false},
-    {"relayed", &Round::measureRelayed, false}, {"merging", &Round::measureMerging, false},
-    {"sizes", &Round::measureSizes, true},      {"fids", &Round::measureFids, false},
-    {"stopped", &Round::measureStopped, false}, {"values", &Round::measureValues, false},
-    {"trips", &Round::measureTrips, false},     {"kills", &Round::measureKills, false},
-    {"starts", &Round::measureStarts, false},   {"fleet", &Round::measureFleet, true}};
+    {"updates", &Round::measureUpdates, false},     {"bursts", &Round::measureBursts, false},
+    {"relayed", &Round::measureRelayed, false},     {"merging", &Round::measureMerging, false},
+    {"sizes", &Round::measureSizes, true},          {"fids", &Round::measureFids, false},
+    {"observers", &Round::measureObservers, false}, {"stopped", &Round::measureStopped, false},
+    {"values", &Round::measureValues, false},       {"requests", &Round::measureRequests, false},
+    {"commands", &Round::measureCommands, false},   {"trips", &Round::measureTrips, false},
+    {"kills", &Round::measureKills, false},         {"starts", &Round::measureStarts, false},
+    {"fleet", &Round::measureFleet, true}};
 
 void run(const Amounts& amounts) {
     if (const std::string refusal = enterSandbox({}); !refusal.empty())
@@ -326,6 +372,8 @@ int main(int argc, char** argv) {
         amounts.countedValues = 4'000;
         amounts.valueDrivers = {1, 2};
         amounts.idleSeconds = 1;
+        amounts.pairs = 1;
+        amounts.memoryTimes = {1, 1};
         amounts.killSeconds = 4;
         amounts.kills = 2;
         amounts.startedDrivers = {1, 2};
