@@ -129,6 +129,68 @@ class BenchReportTest(unittest.TestCase):
         self.assertEqual(self.row("kill -9 of a driver process, 10,000 FIDs a second to others: lost ones of these")[2:],
                          ["at most 0", "**no**"])  # fmt: skip
 
+    LOSS = ("values of a driver process without a break: processor time of the thread that takes them, more of it under 1,000 "
+            "requests a second on 20 connections")  # fmt: skip
+
+    def add_pairs(self, work, first, second, *pairs, **figures):
+        """What a message costs the thread, without something and with it, in turn: pairs of a round each."""
+        for number, costs in enumerate(pairs, 1):
+            for transport, cost in zip((first, second), costs):
+                self.add(work, transport, round=number, pair=0, thread_ns=cost, **figures)
+
+    def test_loss_is_judged_pair_by_pair(self):
+        # The machine becomes slower from pair to pair; none loses more than the median.
+        self.add_pairs("values beside requests", "without", "with requests", (100, 104), (200, 208), (300, 330))
+        self.assertEqual(self.row(self.LOSS), ["4.00 (4.00..10.0) %", "", "at most 5 %", "yes"])
+
+    def test_loss_above_the_goal_stays_as_no(self):
+        self.add_pairs("values beside requests", "without", "with requests", (100, 104), (100, 106), (100, 120))
+        # A pair of which one half is missing says nothing.
+        self.add("values beside requests", "with requests", round=9, pair=0, thread_ns=1000)
+        self.assertEqual(self.row(self.LOSS), ["6.00 (4.00..20.0) %", "", "at most 5 %", "**no**"])
+
+    def test_one_request_that_fails_is_one_too_many(self):
+        self.add("values beside requests", "with requests", failed=0, answered=1000, answered_per_second=1000)
+        self.add("memory beside requests", "host program", failed=1, answered=15999, first_kib=5000, then_kib=2000,
+                 first_seconds=6, then_seconds=10)  # fmt: skip
+        self.assertEqual(self.row("of 17,000 requests in all failed")[2:], ["at most 0", "**no**"])
+        self.link[-1] |= {"failed": 0, "answered": 16000}
+        self.assertEqual(self.row("of 17,000 requests in all failed"), ["0 (0..0)", "", "at most 0", "yes"])
+
+    def test_requests_that_come_too_late_are_no_load(self):
+        self.add("values beside requests", "with requests", failed=0, answered=1000, answered_per_second=989)
+        self.assertEqual(self.row("answered in a second meanwhile")[2:], ["at least 990", "**no**"])
+
+    def test_memory_that_goes_on_growing_is_seen(self):
+        self.add("memory beside requests", "host program", failed=0, answered=1, first_kib=9000, then_kib=1024,
+                 first_seconds=6, then_seconds=10)  # fmt: skip
+        what = "growth of the host's own memory in 10 s of requests, after 6 s of them"
+        self.assertEqual(self.row(what)[2:], ["at most 1024 KiB", "yes"])
+        self.link[-1]["then_kib"] = 1025
+        self.assertEqual(self.row(what)[2:], ["at most 1024 KiB", "**no**"])
+
+    def test_observers_are_judged_for_both_kinds_of_receivers(self):
+        for transport, cost in (("to a process", 104), ("to the host's process", 106)):
+            for observed, value in ((0, 100), (1, cost)):
+                self.add("observed fids", transport, pair=0, observed=observed, thread_ns=value)
+        thread = "the thread that takes them, more of it with the host's observers"
+        self.assertEqual(self.row(f"FIDs from a driver process to another: processor time of {thread}"),
+                         ["4.00 %", "", "at most 5 %", "yes"])  # fmt: skip
+        self.assertEqual(self.row(f"FIDs from a driver process to a driver in the host's process: processor time of {thread}"),
+                         ["6.00 %", "", "at most 5 %", "**no**"])  # fmt: skip
+
+    def test_calls_stand_beside_each_peer(self):
+        self.add("program", "mfctl send to a driver process", p50_us=6000)
+        self.add("program", "busctl call", p50_us=4000)
+        self.add("connection", "API, to a driver process", p50_us=1500)
+        self.add("connection", "gRPC", p50_us=500)
+        self.assertEqual(self.row("mfctl send to a driver process, there and back, a program started for each call", "busctl call"),
+                         ["6.00 ms", "1.50 x", "", ""])  # fmt: skip
+        self.assertEqual(self.row("API, to a driver process, there and back, a connection kept open", "gRPC"),
+                         ["1500 \u00b5s", "3.00 x", "", ""])  # fmt: skip
+        # The program is named for what it is: grpcurl is no package of this system.
+        self.assertIn("small gRPC client (in place of grpcurl) not measured", self.report()[0])
+
     def test_page_tells_the_shortest_measurement(self):
         self.add("states", rate=10e6, seconds=1.31)
         self.add("events", "gRPC", rate=10e6, seconds=0.98)
