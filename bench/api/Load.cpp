@@ -74,7 +74,7 @@ Load::Result Load::run() {
             Connection& connection = m_connections[i];
             if (!connection.isAsked && asked < count && dueAt(asked) <= now)
                 ask(connection, dueAt(asked++));
-            if (connection.isAsked && now - connection.due > s_patience)
+            if (connection.isAsked && now - connection.asked > s_patience)
                 fail(connection, "no answer within 10 s");
             isAnyAsked = isAnyAsked || connection.isAsked;
             polled[i] = {connection.isAsked ? connection.socket.get() : -1, POLLIN, 0};
@@ -103,6 +103,7 @@ Load::Result Load::run() {
 void Load::ask(Connection& connection, Clock::time_point due) {
     connection.isAsked = true;
     connection.due = due;
+    connection.asked = Clock::now();
     const std::string request = nextRequest();
     if (::send(connection.socket.get(), request.data(), request.size(), MSG_NOSIGNAL) !=
         static_cast<ssize_t>(request.size()))

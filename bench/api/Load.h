@@ -48,6 +48,7 @@ private:
         base::UniqueFd socket;
         bool isAsked = false;
         Clock::time_point due;
+        Clock::time_point asked;
         std::string input;
     };
 

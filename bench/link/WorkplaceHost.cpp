@@ -110,6 +110,7 @@ WorkplaceHost::WorkplaceHost(BenchWorkplace::Settings settings, const Results& r
     m_pConfiguration = dynamic_cast<IMDMConfiguration*>(m_pManager->queryInterface(IID_IMDMConfiguration));
     if (!m_pSender || !m_pConfiguration)
         throw std::runtime_error("the manager does not answer");
+    m_system.sender().setTarget(m_pSender);
     m_pConfiguration->searchMfDriver(m_directory / "drivers");
     m_residentBefore = ProcessMemory::resident();
     m_proportionalBefore = ProcessMemory::proportional();

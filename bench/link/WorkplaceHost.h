@@ -9,7 +9,7 @@
 #include "DriverTable.h"
 #include "FidTap.h"
 #include "FollowPrinter.h"
-#include "ISystem.h"
+#include "HostSystem.h"
 #include "MfDriverManager.h"
 #include "PanelTarget.h"
 #include "Request.h"
@@ -38,11 +38,6 @@ public:
     void measure(const Request& request);
 
 private:
-    class System : public ISystem {
-    public:
-        IInterface* queryInterface(unsigned int) override { return nullptr; }
-        void executeCommand(const std::string&, const std::string&) override {}
-    };
     /// Of memory, in KiB.
     struct Usage {
         double resident = 0;
@@ -88,7 +83,7 @@ private:
 
     std::unique_ptr<sal::LogManager> m_pLog;
     std::unique_ptr<sal::CmdProcessor> m_pCommands;
-    System m_system;
+    HostSystem m_system{{}, [](const std::string&) { return false; }};
     PanelTarget m_target;
     roads::EmptyTarget m_empty;
     StateStore m_store;
