@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,11 @@ public:
         int level = LogOutput::eInfo;  ///< lines above this level are dropped
         std::string file;              ///< also into this file, rotated; empty for none
         std::string tag;               ///< set before each line: the driver ID in a driver process
+        /// The journal's socket, used where standard error leads to the journal.
+        std::string journal = "/run/systemd/journal/socket";
+        /// Which driver a line of a host is about, for the journal; empty for none. Called on the log's
+        /// thread.
+        std::function<std::string(const std::string& output, const std::string& text)> driverOf = nullptr;
     };
 
     LogManager();

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -17,6 +18,7 @@
 
 #include "ErrorPipe.h"
 #include "ErrorPipeSink.h"
+#include "JournalSink.h"
 #include "LogChannel.h"
 #include "LogCore.h"
 #include "LogOutputImpl.h"
@@ -109,21 +111,34 @@ std::unique_ptr<spdlog::formatter> formatForPeople(const std::string& tag) {
     return makeFormatter(tag, "%Y-%m-%d %H:%M:%S.%e %^%-8l%$ %N: %v");
 }
 
-std::unique_ptr<spdlog::formatter> formatForJournal(const std::string& tag) {
-    return makeFormatter(tag, "%*%N: %v");
-}
-
-spdlog::sink_ptr openOwnStandardError(const std::string& tag) {
-    const bool journal = isJournal();
-    auto pSink = std::make_shared<StandardErrorSink>(!journal && isColourTerminal());
-    pSink->set_formatter(journal ? formatForJournal(tag) : formatForPeople(tag));
+/// The journal's own end of standard error takes what its socket does not.
+spdlog::sink_ptr openJournal(const LogManager::Settings& settings) {
+    auto pOther = std::make_shared<StandardErrorSink>(false);
+    pOther->set_formatter(makeFormatter(settings.tag, "%*%N: %v"));
+    auto pSink = std::make_shared<JournalSink>(
+        JournalSink::Settings{.socket = settings.journal,
+                              .identifier = settings.tag.empty() ? program_invocation_short_name
+                                                                 : base::printable(settings.tag),
+                              .driver = base::printable(settings.tag),
+                              .driverOf = settings.driverOf},
+        std::move(pOther));
+    pSink->set_formatter(makeFormatter(settings.tag, "%N: %v"));
     return pSink;
 }
 
-spdlog::sink_ptr openStandardError(const std::string& tag, bool isPipeToHost) {
+spdlog::sink_ptr openOwnStandardError(const LogManager::Settings& settings) {
+    if (isJournal())
+        return openJournal(settings);
+    auto pSink = std::make_shared<StandardErrorSink>(isColourTerminal());
+    pSink->set_formatter(formatForPeople(settings.tag));
+    return pSink;
+}
+
+spdlog::sink_ptr openStandardError(const LogManager::Settings& settings, bool isPipeToHost) {
     if (!isPipeToHost)
-        return openOwnStandardError(tag);
-    return std::make_shared<ErrorPipeSink>(tag, &openOwnStandardError);
+        return openOwnStandardError(settings);
+    return std::make_shared<ErrorPipeSink>(settings.tag,
+                                           [settings](const std::string&) { return openOwnStandardError(settings); });
 }
 
 /// Made here and not by the sink, which leaves the mode to the umask: not open to others for writing, and
@@ -152,9 +167,7 @@ spdlog::sink_ptr openFile(const std::string& file, const std::string& tag) {
 std::shared_ptr<LogCore> makeCore(const LogManager::Settings& settings) {
     auto pCore = std::make_shared<LogCore>(settings.level);
     auto pStandardError = std::make_shared<LogChannel>(
-        [tag = settings.tag, isPipeToHost = ErrorPipe::take()] {
-            return openStandardError(tag, isPipeToHost);
-        },
+        [settings, isPipeToHost = ErrorPipe::take()] { return openStandardError(settings, isPipeToHost); },
         [](const std::string&) {});
     pCore->addChannel(pStandardError);
     if (settings.file.empty())

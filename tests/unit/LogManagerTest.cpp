@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <future>
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "ChangedUmask.h"
+#include "DatagramReceiver.h"
 #include "LogCapture.h"
 #include "TemporaryDirectory.h"
 
@@ -245,18 +247,28 @@ TEST(LogManager, FileIsWrittenAgainWhenTheDiskHasRoom) {
     EXPECT_THAT(log.finish(), HasSubstr("LOG: the log file is written again, "));
 }
 
-TEST(LogManager, JournalGetsPriorityInsteadOfTime) {
+/// Says while it lives that standard error leads to the journal.
+class JournalStream {
+public:
+    JournalStream() {
+        struct stat status {};
+        ::fstat(STDERR_FILENO, &status);
+        ::setenv("JOURNAL_STREAM",
+                 (std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino)).c_str(), 1);
+    }
+    ~JournalStream() { ::unsetenv("JOURNAL_STREAM"); }
+    JournalStream(const JournalStream&) = delete;
+    JournalStream& operator=(const JournalStream&) = delete;
+};
+
+TEST(LogManager, JournalsStreamGetsPriorityInsteadOfTime) {
     StandardErrorCapture capture;
-    struct stat status {};
-    ASSERT_EQ(::fstat(STDERR_FILENO, &status), 0);
-    ::setenv("JOURNAL_STREAM", (std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino)).c_str(),
-             1);
+    const JournalStream stream;
     {
-        sal::LogManager sut({.level = 5, .file = {}, .tag = "AXIS1"});
+        sal::LogManager sut({.level = 5, .file = {}, .tag = "AXIS1", .journal = "/nowhere/journal"});
         for (int level = 1; level <= 5; ++level)
             say(sut, level, std::to_string(level));
     }
-    ::unsetenv("JOURNAL_STREAM");
     EXPECT_EQ(capture.finish(),
               "<2>AXIS1 MDM: 1\n<3>AXIS1 MDM: 2\n<4>AXIS1 MDM: 3\n<6>AXIS1 MDM: 4\n<7>AXIS1 MDM: 5\n");
 }
@@ -298,6 +310,42 @@ TEST(LogManager, WhereTheHostReadsStandardErrorLinesCanBeReadBack) {
     const auto [other, none] = sal::LogManager::readErrorLine("2026-11-02 00:00:00.007 warning  MFD: text");
     EXPECT_EQ(other, "2026-11-02 00:00:00.007 warning  MFD: text");
     EXPECT_FALSE(none);
+}
+
+TEST(LogManager, JournalGetsDriverAndOutputOfADriverProcess) {
+    const TemporaryDirectory directory;
+    const DatagramReceiver journal(directory.path("journal"));
+    StandardErrorCapture capture;
+    const JournalStream stream;
+    {
+        sal::LogManager sut({.level = 5, .file = {}, .tag = "AXIS1", .journal = journal.path()});
+        say(sut, 3, "text");
+    }
+    EXPECT_EQ(
+        journal.receive(),
+        "MESSAGE=AXIS1 MDM: text\nPRIORITY=4\nSYSLOG_IDENTIFIER=AXIS1\nMF_OUTPUT=MDM\nMF_DRIVER=AXIS1\n");
+    EXPECT_EQ(capture.finish(), "");
+}
+
+TEST(LogManager, JournalGetsTheDriverThatAHostsLineIsAbout) {
+    const TemporaryDirectory directory;
+    const DatagramReceiver journal(directory.path("journal"));
+    StandardErrorCapture capture;
+    const JournalStream stream;
+    {
+        sal::LogManager sut({.level = 5,
+                             .file = {},
+                             .tag = {},
+                             .journal = journal.path(),
+                             .driverOf = [](const std::string&, const std::string& text) {
+                                 return text.substr(0, text.find(':'));
+                             }});
+        say(sut, 2, "SYS: has ended");
+    }
+    EXPECT_EQ(journal.receive(), "MESSAGE=MDM: SYS: has ended\nPRIORITY=3\nSYSLOG_IDENTIFIER=" +
+                                     std::string(program_invocation_short_name) +
+                                     "\nMF_OUTPUT=MDM\nMF_DRIVER=SYS\n");
+    EXPECT_EQ(capture.finish(), "");
 }
 
 TEST(LogManager, ForeignJournalStreamIsNotBelieved) {
