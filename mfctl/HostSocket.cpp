@@ -42,12 +42,16 @@ HostSocket HostSocket::ofMachine() {
     if (const char* pRuntime = std::getenv("XDG_RUNTIME_DIR"); pRuntime && *pRuntime)
         directories.emplace_back(pRuntime);
     directories.emplace_back("/run");
-    return HostSocket(std::move(directories));
+    return HostSocket(std::move(directories), "/run/mfhost");
 }
 
 std::vector<std::string> HostSocket::candidates() const {
+    std::vector<std::string> directories = m_directories;
+    std::error_code none;
+    for (fs::directory_iterator entry(m_services, none), end; !none && entry != end; entry.increment(none))
+        directories.push_back(entry->path().string());
     std::vector<std::string> found;
-    for (const std::string& directory : m_directories) {
+    for (const std::string& directory : directories) {
         std::error_code failed;
         for (fs::directory_iterator entry(directory, failed), end; !failed && entry != end;
              entry.increment(failed)) {
@@ -96,5 +100,7 @@ std::string HostSocket::find(const std::string& name) const {
     std::string places;
     for (const std::string& directory : m_directories)
         places += (places.empty() ? "" : " or ") + directory;
+    if (!m_services.empty())
+        places += " or " + m_services + "/*";
     throw ControlError(EExit::NoHost, "no host answers at a mfhost*.sock in " + places + further);
 }

@@ -1,14 +1,17 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 /// Finds the control socket of the host that is meant. Main thread.
 class HostSocket {
 public:
-    /// The directories in which hosts make their sockets.
-    explicit HostSocket(std::vector<std::string> directories) : m_directories(std::move(directories)) {}
-    /// $XDG_RUNTIME_DIR and /run.
+    /// The directories in which hosts make their sockets, and the one in which each workplace that runs as a
+    /// service has a directory of its own; empty for none.
+    explicit HostSocket(std::vector<std::string> directories, std::string services = {})
+        : m_directories(std::move(directories)), m_services(std::move(services)) {}
+    /// $XDG_RUNTIME_DIR, /run and /run/mfhost.
     static HostSocket ofMachine();
 
     /// The socket of the host that is named: by the path of its socket (with a "/"), by its workplace (as the
@@ -22,4 +25,5 @@ public:
 
 private:
     const std::vector<std::string> m_directories;
+    const std::string m_services;
 };

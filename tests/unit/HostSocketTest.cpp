@@ -1,5 +1,7 @@
 #include "HostSocket.h"
 
+#include <filesystem>
+
 #include "RemoteFixture.h"
 
 namespace {
@@ -55,6 +57,22 @@ TEST_F(HostSocketTest, NoneIsNoHost) {
         errorOf([&] {
             HostSocket({empty.path(), "/nowhere"}).find("");
         }));
+}
+
+TEST_F(HostSocketTest, WorkplacesThatRunAsServicesAreFound) {
+    const TemporaryDirectory services;
+    std::filesystem::create_directory(services.path("studio"));
+    const CannedHost service(services.path("studio/mfhost.sock"), "i3", "/etc/mfhost/studio.xml");
+    const HostSocket sut({m_directory.path()}, services.path());
+    EXPECT_EQ(2u, sut.candidates().size());
+    EXPECT_EQ(service.path(), sut.find("studio"));
+}
+
+TEST_F(HostSocketTest, PlaceOfServicesIsNamedWhereNoneIs) {
+    const TemporaryDirectory empty;
+    EXPECT_EQ(
+        std::pair(EExit::NoHost, "no host answers at a mfhost*.sock in " + empty.path() + " or /nowhere/*"),
+        errorOf([&] { HostSocket({empty.path()}, "/nowhere").find(""); }));
 }
 
 TEST_F(HostSocketTest, HostThatHangsIsNamedAsOneThatDoesNotAnswer) {
