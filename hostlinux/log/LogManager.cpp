@@ -137,8 +137,8 @@ spdlog::sink_ptr openOwnStandardError(const LogManager::Settings& settings) {
 spdlog::sink_ptr openStandardError(const LogManager::Settings& settings, bool isPipeToHost) {
     if (!isPipeToHost)
         return openOwnStandardError(settings);
-    return std::make_shared<ErrorPipeSink>(settings.tag,
-                                           [settings](const std::string&) { return openOwnStandardError(settings); });
+    return std::make_shared<ErrorPipeSink>(
+        settings.tag, [settings](const std::string&) { return openOwnStandardError(settings); });
 }
 
 /// Made here and not by the sink, which leaves the mode to the umask: not open to others for writing, and

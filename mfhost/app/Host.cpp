@@ -48,12 +48,14 @@ std::string signalName(int signal) {
 }  // namespace
 
 Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
-           ControlSocket& controlSocket, TerminalRelay* pRelay)
+           ControlSocket& controlSocket, ServiceManager& service, LineOwner& lineOwner, TerminalRelay* pRelay)
     : m_options(std::move(options)),
       m_signals(signals),
       m_queueDirectory(queueDirectory),
       m_controlSocket(controlSocket),
       m_pRelay(pRelay),
+      m_service(service),
+      m_lineOwner(lineOwner),
       m_drivers(m_store,
                 RestartPlan::Settings{.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}),
       m_log([this] {
@@ -81,6 +83,11 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                         },
                     .lookAtOthers = m_options.startDriverProcesses ? std::function<void()>()
                                                                    : [this] { m_byHand.look(); },
+                    .goesRound = m_service.isThere()
+                                     ? [this](const CommandActivity& activity,
+                                              ProcessSupervisor::Clock::time_point
+                                                  now) { return m_service.watch(activity, m_drivers, now); }
+                                     : decltype(ProcessSupervisor::Environment::goesRound)(),
                     .refusedQueues = [] { return sal::MessageQueue::refusals(); },
                     .retireQueue = [](const std::string& name) { return sal::MessageQueue::retire(name); },
                     .passQueue = [](const std::string& name) { sal::MessageQueue::passNextCreate(name); },
@@ -128,10 +135,14 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                      return m_pManager
                                 ? dynamic_cast<IMacroSystem*>(m_pManager->queryInterface(IID_IMacroSystem))
                                 : nullptr;
-                 }}) {}
+                 }}) {
+    m_lineOwner.setDrivers(
+        [this](const std::string& driverID) { return m_drivers.find(driverID).has_value(); });
+}
 
 Host::~Host() {
     sal::LogManager::getInstance()->setObserver(nullptr);
+    m_lineOwner.setDrivers(nullptr);
 }
 
 void Host::makeTerminal() {
@@ -250,6 +261,7 @@ void Host::startUp() {
         }
         m_shell.open();
         hostLog(sal::LogOutput::eInfo) << "the workplace is started" << std::endl;
+        m_service.started();
         if (m_pConsole && Console::isInteractive())
             m_pConsole->start();
     } catch (const std::exception& error) {
@@ -291,13 +303,16 @@ void Host::postApply() {
     // One that has not begun will find what this one is about.
     if (m_isApplyPosted.exchange(true))
         return;
+    m_service.reloadBegins();
     const bool isPosted = m_commands.post("apply by signal", [this] {
         m_isApplyPosted = false;
         m_workplace.apply({}, "signal");
+        m_service.reloadEnded();
     });
     if (isPosted)
         return;
     m_isApplyPosted = false;
+    m_service.reloadEnded();
     hostLog(sal::LogOutput::eWarning)
         << "apply by signal is refused, nothing is changed: the host is stopping or has too much to do"
         << std::endl;
@@ -316,6 +331,7 @@ std::string Host::endErrors(const std::string& driverID, int pid) {
 
 void Host::requestShutdown(const std::string& reason, int exitCode) {
     m_exitCode = exitCode;
+    m_service.stopping();
     hostLog(sal::LogOutput::eInfo) << "shutting down: " << reason << std::endl;
     // No prompt comes between the lines of the shutdown, and Ctrl-C is a signal again.
     if (m_pConsole && Console::isInteractive())

@@ -18,9 +18,11 @@
 #include "Following.h"
 #include "HostApi.h"
 #include "HostSystem.h"
+#include "LineOwner.h"
 #include "LogMemory.h"
 #include "Options.h"
 #include "ProcessSupervisor.h"
+#include "ServiceManager.h"
 #include "StateStore.h"
 #include "StopSignals.h"
 #include "Surroundings.h"
@@ -42,7 +44,8 @@ public:
     /// The control socket's clients are served while the host runs; where it is not open there is none.
     /// pRelay has what is printed at a terminal; null where there is none.
     Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
-         ControlSocket& controlSocket, TerminalRelay* pRelay = nullptr);
+         ControlSocket& controlSocket, ServiceManager& service, LineOwner& lineOwner,
+         TerminalRelay* pRelay = nullptr);
     ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
@@ -77,6 +80,8 @@ private:
     const sal::HostQueueDirectory& m_queueDirectory;
     ControlSocket& m_controlSocket;
     TerminalRelay* const m_pRelay;
+    ServiceManager& m_service;
+    LineOwner& m_lineOwner;
     StateStore m_store;
     AlarmList m_alarms;
     DriverTable m_drivers;

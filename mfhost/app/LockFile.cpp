@@ -124,6 +124,7 @@ LockFile::EAttempt LockFile::lockFile() {
         return failed("cannot lock " + m_path + "/" + s_file + ": " + std::strerror(errno));
     if (lock.l_type == F_UNLCK)
         return EAttempt::Again;
+    m_isTaken = true;
     const std::string directory = m_path.substr(0, m_path.rfind('/'));
     // Of a process that is out of this one's sight the kernel gives no number.
     return failed("another host runs with " + directory + " (" +

@@ -24,6 +24,8 @@ public:
     /// Empty when this process has the lock; else why not, and which process has it. The descriptor is the
     /// directory's; the caller keeps it open as long as the lock.
     std::string acquire(int directory);
+    /// Whether that was since another process has it.
+    bool isTaken() const { return m_isTaken; }
 
     /// The subdirectory's name.
     static constexpr const char* s_place = ".mfhost";
@@ -48,5 +50,6 @@ private:
     uid_t m_owner = 0;         ///< of what is there
     bool m_isForeign = false;  ///< another user has made it, or can open it
     bool m_isLocked = false;
+    bool m_isTaken = false;  ///< by another process
     std::string m_reason;
 };

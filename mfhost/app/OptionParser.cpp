@@ -38,6 +38,7 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
     double stopTimeout = 3;
     double hangTimeout = 10;
     double restartDelay = 1;
+    double callLimit = 60;
     std::string startWait = "second";
     std::string follow;
     std::string control;
@@ -117,6 +118,11 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
                    "process that has run for a minute (default 1)")
         ->type_name("S")
         ->check(CLI::Range(0.1, 60.0).description(""));
+    app.add_option("--call-limit", callLimit,
+                   "seconds that a call of a driver in the host's process may hold up commands before the "
+                   "watchdog of the service manager is let run out (default 60)")
+        ->type_name("S")
+        ->check(CLI::Range(1.0, 86400.0).description(""));
     auto* pTrust = app.add_option("--trust", options.trustDirectory, "directory of the trusted public keys")
                        ->type_name("DIR");
     app.add_flag("--require-signature", options.requireSignature,
@@ -160,6 +166,7 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
         options.stopTimeout = std::chrono::milliseconds(static_cast<long>(stopTimeout * 1000));
         options.hangTimeout = std::chrono::milliseconds(static_cast<long>(hangTimeout * 1000));
         options.restartDelay = std::chrono::milliseconds(static_cast<long>(restartDelay * 1000));
+        options.callLimit = std::chrono::milliseconds(static_cast<long>(callLimit * 1000));
 
         for (std::string& directory : options.driverDirectories)
             directory = absolutePath(directory);

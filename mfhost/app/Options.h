@@ -33,6 +33,9 @@ struct Options {
     std::chrono::milliseconds hangTimeout{10000};  ///< 0: nothing is taken for hung
     std::chrono::milliseconds restartDelay{1000};  ///< before the first of several starts in a row
     std::optional<unsigned int> restartLimit;      ///< starts in a row; nothing: without end
+    /// How long a call of a driver in the host's process may hold up commands before the service manager is
+    /// left to end the host.
+    std::chrono::milliseconds callLimit{60000};
     bool requireSignature = false;
     std::string trustDirectory;
 };

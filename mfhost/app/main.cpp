@@ -15,6 +15,7 @@
 #include <string>
 #include <variant>
 
+#include "AmbientCapabilities.h"
 #include "CheckCommand.h"
 #include "Console.h"
 #include "ControlSocket.h"
@@ -22,13 +23,16 @@
 #include "DescriptorLimit.h"
 #include "Host.h"
 #include "HostLog.h"
+#include "LineOwner.h"
 #include "OptionParser.h"
 #include "Printable.h"
 #include "Sandbox.h"
+#include "ServiceManager.h"
 #include "StandInAdapter.h"
 #include "StopSignals.h"
 #include "TerminalModes.h"
 #include "TerminalRelay.h"
+#include "WorkDirectoryLock.h"
 #include "XMLVerify.h"
 #include "sal/HostQueueDirectory.h"
 #include "sal/LogManager.h"
@@ -136,7 +140,15 @@ int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDi
     std::string noRelay;
     if (options.console && Console::isInteractive())
         pRelay = TerminalRelay::make(noRelay);
-    sal::LogManager log({.level = options.logLevel, .file = options.logFile, .tag = {}});
+    ServiceManager service(ServiceManager::Settings::ofEnvironment(options.callLimit));
+    // The log's thread may outlive the log when its destination blocks.
+    const auto pLineOwner = std::make_shared<LineOwner>();
+    sal::LogManager log({.level = options.logLevel,
+                         .file = options.logFile,
+                         .tag = {},
+                         .driverOf = [pLineOwner](const std::string& output, const std::string& text) {
+                             return pLineOwner->driverOf(output, text);
+                         }});
     if (!noRelay.empty())
         hostLog(sal::LogOutput::eWarning)
             << "what is printed while a line is typed comes into that line: " << noRelay << std::endl;
@@ -150,11 +162,18 @@ int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDi
         log.flush();
         return 1;
     }
+    WorkDirectoryLock workDirectory;
+    if (const std::string reason = workDirectory.acquire(); !reason.empty()) {
+        hostLog(sal::LogOutput::eCritical) << reason << std::endl;
+        log.flush();
+        return 1;
+    }
     if (const std::string names = DataDirectoryLock::foreignEntries("/var/data"); !names.empty())
         hostLog(sal::LogOutput::eWarning) << "/var/data holds more than drivers' links (" << names
                                           << "); the start removes all that it can" << std::endl;
     queueDirectory.removeLeft();
-    const int exitCode = Host(options, signals, queueDirectory, controlSocket, pRelay.get()).run();
+    const int exitCode =
+        Host(options, signals, queueDirectory, controlSocket, service, *pLineOwner, pRelay.get()).run();
     log.flush();
     return exitCode;
 }
@@ -187,6 +206,7 @@ int runProgram(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    clearAmbientCapabilities();
     openStandardStreams();
     try {
         return runProgram(argc, argv);

@@ -248,6 +248,8 @@ int ProcessSupervisor::pollTimeout() {
         return static_cast<int>(StopLimits::s_interval.count());
     std::optional<Clock::time_point> next = m_drivers.nextDue();
     const auto atLatest = [&next](Clock::time_point time) { next = next ? std::min(*next, time) : time; };
+    if (m_environment.goesRound)
+        atLatest(m_nextRound);
     {
         const auto processes = m_processes.lock();
         if (!processes.empty() || m_environment.lookAtOthers)
@@ -329,6 +331,8 @@ void ProcessSupervisor::ended(Process& process, const ProcessEnd& end) {
 void ProcessSupervisor::check() {
     const auto now = Clock::now();
     const CommandActivity activity = m_environment.activity();
+    if (m_environment.goesRound)
+        m_nextRound = m_environment.goesRound(activity, now);
     if (activity.busy) {
         checkCommand(activity, now);
         checkQueueWait(activity, now);

@@ -57,6 +57,10 @@ public:
         std::function<void(const std::string& driverID)> restart;
         /// Learns of processes that are not the host's own. On any thread; nothing where there are none.
         std::function<void()> lookAtOthers = nullptr;
+        /// Told each time that the thread goes round what the command thread does; returns when it wants to
+        /// be told again at the latest.
+        std::function<Clock::time_point(const CommandActivity& activity, Clock::time_point now)> goesRound =
+            nullptr;
         /// The names of queues that cannot be made though the module tries again and again, and what is done
         /// about one: it is taken from the processes that hold it (true when it is free now), and the next
         /// try is let pass without a queue.
@@ -165,6 +169,7 @@ private:
     HangDetector m_hangs;
     QueueLossDetector m_losses;
     Clock::time_point m_nextSample;
+    Clock::time_point m_nextRound;
     TrafficMeter m_traffic;
 
     /// What was said already: once for each call or command that does not come back, queue wait and driver.

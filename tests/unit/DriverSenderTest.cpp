@@ -45,7 +45,9 @@ bool sendsOnlyAsLongAsTheHostRuns() {
     options.driverDirectories = {TestWorkplace::build() / "lib/mfdrivers"};
     options.console = false;
     ControlSocket noSocket;
-    Host host(options, signals, queueDirectory, noSocket);
+    ServiceManager noService{ServiceManager::Settings()};
+    LineOwner lineOwner;
+    Host host(options, signals, queueDirectory, noSocket, noService, lineOwner);
     const DriverSender& sut = host.m_system.sender();
     bool couldSend = false;
     std::thread stopper([&] {

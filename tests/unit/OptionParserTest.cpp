@@ -145,6 +145,12 @@ TEST_F(OptionParserTest, HangTimeoutIsInSecondsAndNoneTurnsItOff) {
     EXPECT_EQ(2, refused({"--hang-timeout", "-1"}));
 }
 
+TEST_F(OptionParserTest, CallLimitIsInSeconds) {
+    EXPECT_EQ(std::chrono::seconds(60), options({}).callLimit);
+    EXPECT_EQ(std::chrono::seconds(300), options({"--call-limit", "300"}).callLimit);
+    EXPECT_EQ(2, refused({"--call-limit", "0"}));
+}
+
 TEST_F(OptionParserTest, RestartsHaveNoLimitUnlessOneIsGiven) {
     EXPECT_EQ(std::nullopt, options({}).restartLimit);
     EXPECT_EQ(3u, options({"--restart-limit", "3"}).restartLimit);

@@ -1,0 +1,18 @@
+#include "LineOwner.h"
+
+#include <utility>
+
+void LineOwner::setDrivers(IsDriver isDriver) {
+    const std::lock_guard lock(m_mutex);
+    m_isDriver = std::move(isDriver);
+}
+
+std::string LineOwner::driverOf(const std::string& output, const std::string& text) const {
+    const std::lock_guard lock(m_mutex);
+    if (!m_isDriver)
+        return {};
+    const std::string first = text.substr(0, text.find(": "));
+    if (first.size() < text.size() && m_isDriver(first))
+        return first;
+    return m_isDriver(output) ? output : std::string();
+}
