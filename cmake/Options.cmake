@@ -17,12 +17,26 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 include(GNUInstallDirs)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+# Where an installed host looks for drivers, and where the driver with faults at will lies, for tests of hosts.
+set(MFD_INSTALL_DRIVERDIR ${CMAKE_INSTALL_LIBDIR}/mfdrivers CACHE STRING "Where drivers are installed")
+set(MFD_INSTALL_KITDIR ${CMAKE_INSTALL_LIBDIR}/mfdkit CACHE STRING "Where the driver for tests of hosts is installed")
+set(MFD_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/mfd CACHE STRING "Where headers are installed")
+
+# mfd_library_path(RESULT DIRECTORY): the loader's path from what is installed there to the libraries.
+function(mfd_library_path result directory)
+    file(RELATIVE_PATH way /${directory} /${CMAKE_INSTALL_LIBDIR})
+    string(REGEX REPLACE "/$" "" way "$ORIGIN/${way}")
+    set(${result} ${way} PARENT_SCOPE)
+endfunction()
+
 # Programs find the libraries there, built or installed; each library sets its own. CMake would fill up the paths of
 # a build tree with empty ones, for which the loader searches the working directory.
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
-set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib")
-if(NOT CMAKE_INSTALL_LIBDIR STREQUAL "lib")
-    list(PREPEND CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+mfd_library_path(CMAKE_INSTALL_RPATH ${CMAKE_INSTALL_BINDIR})
+# A build tree has bin/ and lib/ wherever they are installed; programs that are installed beside the libraries, as by
+# a package, run from there only.
+if(NOT CMAKE_INSTALL_BINDIR STREQUAL CMAKE_INSTALL_LIBDIR AND NOT CMAKE_INSTALL_RPATH STREQUAL "$ORIGIN/../lib")
+    list(APPEND CMAKE_INSTALL_RPATH "$ORIGIN/../lib")
 endif()
 
 # Linked by every target of our own.
