@@ -39,6 +39,7 @@ esac
 step "$(basename "$(dirname "$(dirname "$0")")") $name" && echo "Chaos of a minute"
 """
 FUZZ = STEP + 'step "fuzz $2"\n'
+PACKAGE = STEP + 'step packages && echo "package test: passed, 1 s"\n'
 UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "unit_web", "process_traffic", "unit_mfhost"]
 
 
@@ -50,6 +51,7 @@ class SoakTest(unittest.TestCase):
         shutil.copytree(ROOT / "tools" / "run", self.tree / "tools" / "run")
         shutil.copy(ROOT / "dev", self.tree / "dev")
         self.write("fuzz/run", FUZZ)
+        self.write("tools/run/package", PACKAGE)
         for preset in ("asan", "tsan"):
             for name in UNITS:
                 self.write(f"build/{preset}/bin/{name}", UNIT)
@@ -90,12 +92,13 @@ class SoakTest(unittest.TestCase):
                   for test in ("Leftovers.EnduranceOne", "Leftovers.EnduranceTwo", "Skipped.Endurance")]
         steps += ["fuzz WorkplaceFile", "fuzz DescriptorFile", "fuzz DriverMessages", "fuzz HostMessages", "fuzz CommandLine",
                   "fuzz HttpRequests", "fuzz Api"]
-        return steps + ["dev kills", "asan chaos", "tsan chaos", "dev chaos default", "dev chaos"]
+        return steps + ["dev kills", "asan chaos", "tsan chaos", "dev chaos default", "dev chaos", "packages"]
 
     def test_whole_run_runs_every_step_once(self):
         status, output, steps = self.soak("1")
         self.assertEqual((status, steps), (0, self.all_steps()), output)
         self.assertIn("soak: build/dev: system_tests: 2 of 3 tests of whole hosts passed\n", output)
+        self.assertIn("soak: packages: package test: passed, 1 s\n", output)
 
     def test_interrupted_run_goes_on_where_it_was(self):
         for stop_at in ("asan Leftovers.EnduranceTwo", "fuzz DriverMessages"):
