@@ -88,7 +88,8 @@ class InstallTest(unittest.TestCase):
             "include/mfd/IInterface.h", "include/mfd/sal/Module.h", "include/mfd/MfdDriver.h", "include/mfd/MfDriverManager.h",
             "share/mfhost/schema/workplace.xsd", "share/man/man1/mfhost.1", "share/man/man5/mfhost-workplace.5",
             "share/bash-completion/completions/mfctl", "share/zsh/site-functions/_mfctl",
-            "lib/systemd/system/mfhost@.service", "lib/sysusers.d/mfhost.conf", "lib/tmpfiles.d/mfhost.conf",
+            "lib/systemd/system/mfhost@.service", "lib/systemd/system/mfhost-memory@.service",
+            "lib/sysusers.d/mfhost.conf", "lib/tmpfiles.d/mfhost.conf",
             "share/doc/mfhost/LICENSE", "share/doc/mfhost/docs/operations.md", "share/doc/mfhost/examples/workplace.xml",
         ):
             self.assertTrue((self.prefix / name).is_file(), name)
