@@ -71,7 +71,9 @@ std::string JournalSink::datagram(const spdlog::details::log_msg& message) {
     append(datagram, "MESSAGE", text);
     append(datagram, "PRIORITY", priorityOf(message.level));
     append(datagram, "SYSLOG_IDENTIFIER", m_settings.identifier);
-    append(datagram, "MF_OUTPUT", output);
+    // What the host passes on of a driver process has the driver's ID before its output.
+    const bool isPassedOn = !driver.empty() && output.starts_with(driver + " ");
+    append(datagram, "MF_OUTPUT", isPassedOn ? output.substr(driver.size() + 1) : output);
     if (!driver.empty())
         append(datagram, "MF_DRIVER", driver);
     return datagram;

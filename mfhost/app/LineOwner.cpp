@@ -14,5 +14,10 @@ std::string LineOwner::driverOf(const std::string& output, const std::string& te
     const std::string first = text.substr(0, text.find(": "));
     if (first.size() < text.size() && m_isDriver(first))
         return first;
-    return m_isDriver(output) ? output : std::string();
+    // An ID may have blanks itself.
+    for (auto end = output.size(); end != 0 && end != std::string::npos; end = output.rfind(' ', end - 1)) {
+        if (std::string speaker = output.substr(0, end); m_isDriver(speaker))
+            return speaker;
+    }
+    return {};
 }

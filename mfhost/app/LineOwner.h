@@ -13,8 +13,8 @@ public:
     /// From when it returns the former one is not called any more. Any thread but the log's.
     void setDrivers(IsDriver isDriver);
 
-    /// The driver that the output is named after, or with whose ID the line begins ("SYS: process 17 ended");
-    /// empty where there is none. Any thread.
+    /// The driver that the output is named after, whose process has written the line ("SYS MFD"), or with
+    /// whose ID the line begins ("SYS: process 17 ended"); empty where there is none. Any thread.
     std::string driverOf(const std::string& output, const std::string& text) const;
 
 private:

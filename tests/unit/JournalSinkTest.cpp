@@ -48,6 +48,17 @@ TEST_F(JournalSinkTest, SendsTheFieldsOfALine) {
     EXPECT_TRUE(m_pOther->lines.empty());
 }
 
+TEST_F(JournalSinkTest, LineThatIsPassedOnKeepsItsOutput) {
+    const DatagramReceiver journal(m_socket);
+    auto own = settings();
+    own.driverOf = [](const std::string&, const std::string&) { return "AXIS1"; };
+    sal::JournalSink sut(own, m_pOther);
+    sut.log(spdlog::details::log_msg("AXIS1 MFD", spdlog::level::info, "Runs axis.so"));
+    EXPECT_EQ(journal.receive(),
+              "MESSAGE=Runs axis.so\nPRIORITY=6\nSYSLOG_IDENTIFIER=mfhost\nMF_OUTPUT=MFD\n"
+              "MF_DRIVER=AXIS1\n");
+}
+
 TEST_F(JournalSinkTest, PriorityIsThatOfSyslog) {
     const DatagramReceiver journal(m_socket);
     sal::JournalSink sut(settings(), m_pOther);

@@ -30,6 +30,14 @@ TEST_F(LineOwnerTest, OutputMayBeNamedAfterTheDriver) {
     EXPECT_EQ(m_sut.driverOf("SYS", "load is 0.5"), "SYS");
 }
 
+TEST_F(LineOwnerTest, LineOfADriverProcessNamesItBeforeTheOutput) {
+    EXPECT_EQ(m_sut.driverOf("SYS MFD", "Runs sysmon.so"), "SYS");
+    EXPECT_EQ(m_sut.driverOf("A B MFD", "Runs sysmon.so"), "A B");
+    EXPECT_EQ(m_sut.driverOf("SYSTEM MFD", "text"), "");
+    EXPECT_EQ(m_sut.driverOf(" MFD", "text"), "");
+    EXPECT_EQ(m_sut.driverOf("", "text"), "");
+}
+
 TEST_F(LineOwnerTest, WithoutAHostThereIsNone) {
     m_sut.setDrivers(nullptr);
     EXPECT_EQ(m_sut.driverOf("HOST", "SYS: process 17 ended"), "");
