@@ -11,9 +11,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
+#include "LiveProcess.h"
 #include "LogCapture.h"
 #include "TemporaryDirectory.h"
 
@@ -50,13 +50,6 @@ protected:
         ::kill(m_process.pid, SIGKILL);
         pollfd end{m_process.pidFd, POLLIN, 0};
         ASSERT_EQ(::poll(&end, 1, 30'000), 1);
-    }
-    static bool isAlive(pid_t pid) {
-        std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-        std::string text;
-        std::getline(file, text);
-        const auto end = text.rfind(") ");
-        return end != std::string::npos && text[end + 2] != 'Z' && text[end + 2] != 'X';
     }
 
     TemporaryDirectory m_directory;

@@ -9,19 +9,11 @@
 #include <thread>
 #include <vector>
 
+#include "ConfiguredDriver.h"
 #include "FIDParameterList.h"
 #include "LogCapture.h"
 
 namespace {
-
-WorkplaceFile::Entry entry(const std::string& id, EInterfaceTypes type) {
-    WorkplaceFile::Entry made;
-    made.driverID = id;
-    made.driverType = "Axis";
-    made.version = "1.0";
-    made.interfaceType = type;
-    return made;
-}
 
 class DriverTableTest : public testing::Test {
 protected:
@@ -47,7 +39,9 @@ TEST_F(DriverTableTest, KnowsThePanelBeforehand) {
 }
 
 TEST_F(DriverTableTest, ListsConfiguredDriversInByteOrder) {
-    m_sut.configure({entry("b", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Direct)}, true);
+    m_sut.configure(
+        {configuredDriver("b", EInterfaceTypes::Queue), configuredDriver("B", EInterfaceTypes::Direct)},
+        true);
     ASSERT_EQ(3u, m_sut.drivers().size());
     EXPECT_EQ("B", m_sut.drivers()[0].id);
     EXPECT_EQ("PANEL", m_sut.drivers()[1].id);
@@ -169,7 +163,8 @@ TEST_F(DriverTableTest, LongFidIsCutInItsCall) {
 }
 
 TEST_F(DriverTableTest, DriverThatLeftTheConfigurationIsForgottenUnlessItRuns) {
-    m_sut.configure({entry("A", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Queue)}, true);
+    m_sut.configure(
+        {configuredDriver("A", EInterfaceTypes::Queue), configuredDriver("B", EInterfaceTypes::Queue)}, true);
     m_sut.processStarted("B", 42);
     m_sut.configure({}, true);
     ASSERT_EQ(2u, m_sut.drivers().size());
@@ -178,7 +173,8 @@ TEST_F(DriverTableTest, DriverThatLeftTheConfigurationIsForgottenUnlessItRuns) {
 }
 
 TEST_F(DriverTableTest, DriverThatLeftTheConfigurationIsNotForgottenWhileItIsParked) {
-    m_sut.configure({entry("A", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Queue)}, true);
+    m_sut.configure(
+        {configuredDriver("A", EInterfaceTypes::Queue), configuredDriver("B", EInterfaceTypes::Queue)}, true);
     for (const char* id : {"A", "B"}) {
         m_sut.processStarted(id, 42);
         m_sut.beginParking(id, "parked at the console");
@@ -257,10 +253,11 @@ TEST_F(DriverTableTest, LastProcessOfADriverIsTheOneThatBeganLast) {
 }
 
 TEST_F(DriverTableTest, ConfigurationThatIsNotWholeForgetsNobody) {
-    m_sut.configure({entry("A", EInterfaceTypes::Queue), entry("B", EInterfaceTypes::Queue)}, true);
+    m_sut.configure(
+        {configuredDriver("A", EInterfaceTypes::Queue), configuredDriver("B", EInterfaceTypes::Queue)}, true);
     m_sut.processStarted("B", 42);
     m_sut.processEnded("B", 42, "exit code 3", {}, false);
-    m_sut.configure({entry("A", EInterfaceTypes::Direct)}, false);
+    m_sut.configure({configuredDriver("A", EInterfaceTypes::Direct)}, false);
     ASSERT_EQ(3u, m_sut.drivers().size());
     EXPECT_EQ(EInterfaceTypes::Direct, driver("A").interfaceType);
     EXPECT_EQ(EInterfaceTypes::Queue, driver("B").interfaceType);
@@ -333,7 +330,7 @@ TEST_F(DriverTableTest, DriverThatWasByHandIsNotOnceItRunsInTheHost) {
 
 TEST_F(DriverTableTest, ProcessOfAParkedDriverLeavesItAsItWas) {
     LogCapture log;
-    m_sut.configure({entry("A", EInterfaceTypes::Direct)}, true);
+    m_sut.configure({configuredDriver("A", EInterfaceTypes::Direct)}, true);
     m_sut.beginParking("A", "parked");
     m_sut.endParking("A");
     EXPECT_FALSE(m_sut.processStarted("A", 42, true));

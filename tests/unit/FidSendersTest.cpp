@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "ConfiguredDriver.h"
 #include "FIDHelper.h"
 #include "FidTap.h"
 #include "HangGuard.h"
@@ -29,15 +30,6 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
-
-WorkplaceFile::Entry entry(const std::string& id, EInterfaceTypes type) {
-    WorkplaceFile::Entry made;
-    made.driverID = id;
-    made.driverType = "Axis";
-    made.version = "1.0";
-    made.interfaceType = type;
-    return made;
-}
 
 /// Keeps what it is told, in order. A FID that is still on its way may tell it after the test.
 class Ear {
@@ -77,9 +69,10 @@ protected:
     FidSendersTest() {
         ::setenv("MFD_QUEUE_DIR", m_directory.path().c_str(), 1);
         sal::MessageQueue::setObserver(&m_tap, sal::MessageQueue::EObserved::Sent);
-        m_drivers.configure({entry("A", EInterfaceTypes::Direct), entry("B", EInterfaceTypes::Direct),
-                             entry("C", EInterfaceTypes::Direct), entry("Q", EInterfaceTypes::Queue)},
-                            true);
+        m_drivers.configure(
+            {configuredDriver("A", EInterfaceTypes::Direct), configuredDriver("B", EInterfaceTypes::Direct),
+             configuredDriver("C", EInterfaceTypes::Direct), configuredDriver("Q", EInterfaceTypes::Queue)},
+            true);
         for (const char* driverID : {"A", "B", "C"}) {
             m_drivers.callBegins(driverID, "setConfiguration");
             m_drivers.callEnded(driverID, "setConfiguration");

@@ -8,20 +8,13 @@
 
 #include "FidWatch.h"
 #include "LogCapture.h"
+#include "MockModuleObserver.h"
 
 namespace {
 
 using testing::NiceMock;
 using testing::StrEq;
 using testing::StrictMock;
-
-class Observer : public sal::Module::Observer {
-public:
-    MOCK_METHOD(void, callBegins, (const std::string& driverID, const char* operation), (override));
-    MOCK_METHOD(void, callEnded, (const std::string& driverID, const char* operation), (override));
-    MOCK_METHOD(void, driverDeleted, (const std::string& driverID), (override));
-    MOCK_METHOD(void, loadFailed, (const std::string& path, const std::string& reason), (override));
-};
 
 class LogObserver : public sal::LogManager::Observer {
 public:
@@ -33,7 +26,7 @@ protected:
     LogCapture m_log;
     StateStore m_store;
     DriverTable m_drivers{m_store};
-    StrictMock<Observer> m_calls;
+    StrictMock<MockModuleObserver> m_calls;
     NiceMock<LogObserver> m_lines;
     FidTap m_sut{m_drivers, m_calls, m_lines};
 };

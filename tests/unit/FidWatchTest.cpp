@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ConfiguredDriver.h"
 #include "LogCapture.h"
 #include "MessageWriter.h"
 #include "TemporaryDirectory.h"
@@ -16,23 +17,15 @@ namespace {
 
 using testing::ElementsAre;
 
-WorkplaceFile::Entry entry(const std::string& id, EInterfaceTypes type) {
-    WorkplaceFile::Entry made;
-    made.driverID = id;
-    made.driverType = "Axis";
-    made.version = "1.0";
-    made.interfaceType = type;
-    return made;
-}
-
 /// The drivers AXIS1 and AXIS2 in the host's process and LAMP in one of its own. What happens to a FID on its
 /// way is told by the test.
 class FidWatchTest : public testing::Test {
 protected:
     FidWatchTest() {
         ::setenv("MFD_QUEUE_DIR", m_directory.path().c_str(), 1);
-        m_drivers.configure({entry("AXIS1", EInterfaceTypes::Direct), entry("AXIS2", EInterfaceTypes::Direct),
-                             entry("LAMP", EInterfaceTypes::Queue)},
+        m_drivers.configure({configuredDriver("AXIS1", EInterfaceTypes::Direct),
+                             configuredDriver("AXIS2", EInterfaceTypes::Direct),
+                             configuredDriver("LAMP", EInterfaceTypes::Queue)},
                             true);
     }
     ~FidWatchTest() override { ::unsetenv("MFD_QUEUE_DIR"); }

@@ -4,6 +4,7 @@
 
 #include <future>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -12,6 +13,29 @@ using namespace std::chrono_literals;
 
 struct Target {
     int value = 7;
+};
+
+/// A call on another thread that has begun when this is made, and lasts until it is let out.
+class CallInside {
+public:
+    CallInside(MDMCallGate& gate, Target*& pTarget)
+        : m_thread([this, &gate, &pTarget] {
+              const MDMCallGate::Call<Target> call(gate, pTarget);
+              m_inside.set_value();
+              m_leave.get_future().wait();
+          }) {
+        m_inside.get_future().wait();
+    }
+    ~CallInside() { m_thread.join(); }
+    CallInside(const CallInside&) = delete;
+    CallInside& operator=(const CallInside&) = delete;
+
+    void leave() { m_leave.set_value(); }
+
+private:
+    std::promise<void> m_inside;
+    std::promise<void> m_leave;
+    std::thread m_thread;
 };
 
 }  // namespace
@@ -43,40 +67,24 @@ TEST(MDMCallGate, CloseWaitsForTheCallInside) {
     MDMCallGate sut;
     Target target;
     Target* pTarget = &target;
-    std::promise<void> inside;
-    std::promise<void> leave;
-    std::thread caller([&] {
-        const MDMCallGate::Call<Target> call(sut, pTarget);
-        inside.set_value();
-        leave.get_future().wait();
-    });
-    inside.get_future().wait();
+    CallInside caller(sut, pTarget);
     auto closed = std::async(std::launch::async, [&] { sut.close(pTarget); });
     EXPECT_EQ(closed.wait_for(50ms), std::future_status::timeout);
-    leave.set_value();
+    caller.leave();
     closed.wait();
-    caller.join();
 }
 
 TEST(MDMCallGate, CallThatComesWhileOthersLeaveIsEmpty) {
     MDMCallGate sut;
     Target target;
     Target* pTarget = &target;
-    std::promise<void> inside;
-    std::promise<void> leave;
-    std::thread caller([&] {
-        const MDMCallGate::Call<Target> call(sut, pTarget);
-        inside.set_value();
-        leave.get_future().wait();
-    });
-    inside.get_future().wait();
+    CallInside caller(sut, pTarget);
     auto closed = std::async(std::launch::async, [&] { sut.close(pTarget); });
     while (MDMCallGate::load(pTarget))
         std::this_thread::yield();
     EXPECT_FALSE((MDMCallGate::Call<Target>(sut, pTarget)));
-    leave.set_value();
+    caller.leave();
     closed.wait();
-    caller.join();
 }
 
 // The object is gone as soon as close() returns: no caller of several may touch it then.

@@ -12,6 +12,7 @@
 
 #include "FIDParameterList.h"
 #include "FakeHost.h"
+#include "FrameCase.h"
 #include "GoldenFrame.h"
 #include "IDistributorFID.h"
 #include "IPanelState.h"
@@ -25,21 +26,11 @@ namespace {
 
 using Calls = std::vector<std::string>;
 using namespace std::string_literals;
-
-std::string many(int count, char letter) {
-    return std::string(static_cast<std::size_t>(count), letter);
-}
-
-FIDParameterList list(const std::vector<FIDParameterList::Parameter>& parameters) {
-    FIDParameterList result;
-    for (const auto& [name, value] : parameters)
-        result.add(name, value);
-    return result;
-}
-
-FIDParameterList emptyPairs(int count) {
-    return list(std::vector<FIDParameterList::Parameter>(static_cast<std::size_t>(count)));
-}
+using golden::emptyPairs;
+using golden::FrameCase;
+using golden::list;
+using golden::many;
+using golden::repeated;
 
 /// Notes each call with its texts in brackets and the bits of a float.
 class Recorder : public IPanelState, public IDistributorFID, public ISystem {
@@ -226,23 +217,7 @@ TEST(MDMDriverIPCIFrames, ConfigurationOfOneByteTooManyIsNotSent) {
 
 // What the host receives.
 
-struct Read {
-    std::string frame;
-    Calls calls;
-};
-
-void PrintTo(const Read& read, std::ostream* pStream) {
-    *pStream << read.frame;
-}
-
-std::string repeated(int count, const std::string& text) {
-    std::string result;
-    for (int index = 0; index < count; ++index)
-        result += text;
-    return result;
-}
-
-std::vector<Read> readFrames() {
+std::vector<FrameCase> readFrames() {
     const std::string v = many(250, 'v');
     const std::string highs = many(255, '\xff');
     return {
@@ -361,7 +336,7 @@ std::vector<Read> readFrames() {
     };
 }
 
-class MDMDriverIPCIFramesRead : public testing::TestWithParam<Read> {};
+class MDMDriverIPCIFramesRead : public testing::TestWithParam<FrameCase> {};
 
 TEST_P(MDMDriverIPCIFramesRead, MakesThisCall) {
     Proxy s;
@@ -375,7 +350,7 @@ INSTANTIATE_TEST_SUITE_P(MDMDriverIPCI, MDMDriverIPCIFramesRead, testing::Values
 
 TEST(MDMDriverIPCIFrames, EachFrameToTheHostIsRead) {
     std::set<std::string> read;
-    for (const Read& frame : readFrames())
+    for (const FrameCase& frame : readFrames())
         read.insert(frame.frame);
     EXPECT_EQ(read, framesToRead(EFrameWay::eToHost));
 }

@@ -3,26 +3,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "MockModuleObserver.h"
+
 namespace {
 
 using testing::InSequence;
 using testing::StrEq;
 using testing::StrictMock;
 
-class Observer : public sal::Module::Observer {
-public:
-    MOCK_METHOD(void, callBegins, (const std::string& driverID, const char* operation), (override));
-    MOCK_METHOD(void, callEnded, (const std::string& driverID, const char* operation), (override));
-    MOCK_METHOD(void, driverDeleted, (const std::string& driverID), (override));
-    MOCK_METHOD(void, loadFailed, (const std::string& path, const std::string& reason), (override));
-};
-
 class ObservedCall : public testing::Test {
 protected:
     ObservedCall() { sal::ObservedCall::setObserver(&observer); }
     ~ObservedCall() override { sal::ObservedCall::setObserver(nullptr); }
 
-    StrictMock<Observer> observer;
+    StrictMock<MockModuleObserver> observer;
 };
 
 TEST_F(ObservedCall, TellsBeginAndEnd) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "FIDParameterList.h"
+#include "MockModuleObserver.h"
 #include "ObservedCall.h"
 
 namespace {
@@ -13,17 +14,6 @@ using testing::InSequence;
 using testing::IsNull;
 using testing::StrEq;
 using testing::StrictMock;
-
-class Observer : public sal::Module::Observer {
-public:
-    MOCK_METHOD(void, callBegins, (const std::string& driverID, const char* operation), (override));
-    MOCK_METHOD(void, callEnded, (const std::string& driverID, const char* operation), (override));
-    MOCK_METHOD(void, driverDeleted, (const std::string& driverID), (override));
-    MOCK_METHOD(void, fidBegins,
-                (const std::string& driverID, const std::string& fid, const FIDParameterList& parameters),
-                (override));
-    MOCK_METHOD(void, fidEnded, (const std::string& driverID, bool ok, const char* exception), (override));
-};
 
 class ObservedFid : public testing::Test {
 protected:
@@ -36,7 +26,7 @@ protected:
     const std::string driverID = "AXIS1";
     const std::string fid = "MOVE";
     FIDParameterList parameters;
-    StrictMock<Observer> observer;
+    StrictMock<MockModuleObserver> observer;
 };
 
 TEST_F(ObservedFid, TellsBeginAndEndWithTheResult) {

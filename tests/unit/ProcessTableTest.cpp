@@ -11,7 +11,6 @@
 
 #include <array>
 #include <cstdlib>
-#include <fstream>
 #include <future>
 #include <mutex>
 #include <set>
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include "HangGuard.h"
+#include "LiveProcess.h"
 #include "LogCapture.h"
 #include "TemporaryDirectory.h"
 
@@ -98,13 +98,6 @@ protected:
         ASSERT_EQ(0, ::kill(pid, SIGKILL));
         m_pids.erase(pid);
         ASSERT_TRUE(eventually([pid] { return !isAlive(pid); }));
-    }
-    static bool isAlive(pid_t pid) {
-        std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-        std::string text;
-        std::getline(file, text);
-        const auto end = text.rfind(") ");
-        return end != std::string::npos && text[end + 2] != 'Z' && text[end + 2] != 'X';
     }
     /// Starts a process that has a child, whose number it returns with its own.
     std::pair<pid_t, pid_t> startWithChild(const std::string& id) {

@@ -1,14 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <list>
-#include <set>
 #include <sstream>
 
 #include "FakeHost.h"
+#include "FileCases.h"
 #include "MDMModuleInfo.h"
 #include "MDMModuleParser.h"
 #include "StandardOutput.h"
@@ -129,29 +127,6 @@ const std::vector<File> g_files{
     broken("entry-behind-broken-markup", "Error reading Attributes."),
 };
 
-const std::filesystem::path& folder() {
-    static const std::filesystem::path s_folder = MFD_TEST_DATA_DIR "/files/descriptor";
-    return s_folder;
-}
-
-std::string content(const std::string& name) {
-    std::ifstream file(folder() / (name + ".xml"), std::ios::binary);
-    EXPECT_TRUE(file) << name;
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// "WrongRoot" for "wrong-root".
-std::string testName(const testing::TestParamInfo<File>& info) {
-    std::string result;
-    bool isFirst = true;
-    for (const char c : std::string(info.param.name)) {
-        if (c != '-')
-            result += isFirst ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : c;
-        isFirst = c == '-';
-    }
-    return result;
-}
-
 // Files that are made where they are needed: large ones, and places that are no files.
 class DescriptorFilesMade : public testing::Test {
 protected:
@@ -185,7 +160,7 @@ class DescriptorFiles : public DescriptorFilesMade, public testing::WithParamInt
 }  // namespace
 
 TEST_P(DescriptorFiles, ScanYieldsTheseRecordsAndPrintsThisAndNothingElse) {
-    m_host.writeFile("/mods/b.xml", content(GetParam().name));
+    m_host.writeFile("/mods/b.xml", fileCase("descriptor", GetParam().name));
     m_host.writeFile("/mods/a.xml", "<mfDriverModule><module_type type=\"first\"/></mfDriverModule>");
     m_host.writeFile("/mods/c.xml", "<mfDriverModule><module_type type=\"last\"/></mfDriverModule>");
     EXPECT_EQ(scan(), GetParam().printed);
@@ -199,16 +174,11 @@ TEST_P(DescriptorFiles, ScanYieldsTheseRecordsAndPrintsThisAndNothingElse) {
     EXPECT_EQ(m_host.journal().lines(), (Texts{"files /mods xml 0", "chdir /mods", "chdir /wp"}));
 }
 
-INSTANTIATE_TEST_SUITE_P(, DescriptorFiles, testing::ValuesIn(g_files), testName);
+INSTANTIATE_TEST_SUITE_P(, DescriptorFiles, testing::ValuesIn(g_files),
+                         [](const auto& test) { return fileTestName(test.param.name); });
 
 TEST(DescriptorFilesList, HoldsEveryFileOfTheFolder) {
-    std::set<std::string> listed;
-    for (const File& file : g_files)
-        listed.insert(file.name);
-    std::set<std::string> found;
-    for (const auto& entry : std::filesystem::directory_iterator(folder()))
-        found.insert(entry.path().stem().string());
-    EXPECT_EQ(listed, found);
+    expectHoldsEveryFile(g_files, "descriptor");
 }
 
 TEST_F(DescriptorFilesMade, EveryEntryOfAFileOfTenMegabytesIsRead) {

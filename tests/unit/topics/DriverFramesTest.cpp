@@ -15,6 +15,7 @@
 #include "DriverOutput.h"
 #include "FIDParameterList.h"
 #include "FakeHost.h"
+#include "FrameCase.h"
 #include "GoldenFrame.h"
 #include "InterfaceIds.h"
 #include "QueueDistributorFID.h"
@@ -29,21 +30,11 @@ namespace {
 
 using Calls = std::vector<std::string>;
 using namespace std::string_literals;
-
-std::string many(int count, char letter) {
-    return std::string(static_cast<std::size_t>(count), letter);
-}
-
-FIDParameterList list(const std::vector<FIDParameterList::Parameter>& parameters) {
-    FIDParameterList result;
-    for (const auto& [name, value] : parameters)
-        result.add(name, value);
-    return result;
-}
-
-FIDParameterList emptyPairs(int count) {
-    return list(std::vector<FIDParameterList::Parameter>(static_cast<std::size_t>(count)));
-}
+using golden::emptyPairs;
+using golden::FrameCase;
+using golden::list;
+using golden::many;
+using golden::repeated;
 
 /// What a driver is handed, and the messages that come of its calls.
 struct Handed {
@@ -270,23 +261,7 @@ Calls callsOf(const std::string& message) {
     return driver.calls;
 }
 
-struct Read {
-    std::string frame;
-    Calls calls;
-};
-
-void PrintTo(const Read& read, std::ostream* pStream) {
-    *pStream << read.frame;
-}
-
-std::string repeated(int count, const std::string& text) {
-    std::string result;
-    for (int index = 0; index < count; ++index)
-        result += text;
-    return result;
-}
-
-std::vector<Read> readFrames() {
+std::vector<FrameCase> readFrames() {
     const std::string v = many(250, 'v');
     const std::string highs = many(255, '\xff');
     return {
@@ -372,7 +347,7 @@ std::vector<Read> readFrames() {
     };
 }
 
-class DriverFramesRead : public testing::TestWithParam<Read> {};
+class DriverFramesRead : public testing::TestWithParam<FrameCase> {};
 
 TEST_P(DriverFramesRead, MakesThisCall) {
     EXPECT_EQ(callsOf(goldenText(GetParam().frame)), GetParam().calls);
@@ -383,7 +358,7 @@ INSTANTIATE_TEST_SUITE_P(Driver, DriverFramesRead, testing::ValuesIn(readFrames(
 
 TEST(DriverFrames, EachFrameToTheDriverIsRead) {
     std::set<std::string> read;
-    for (const Read& frame : readFrames())
+    for (const FrameCase& frame : readFrames())
         read.insert(frame.frame);
     EXPECT_EQ(read, framesToRead(EFrameWay::eToDriver));
 }

@@ -1,14 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
-#include <set>
 #include <sstream>
 
 #include "FakeHost.h"
+#include "FileCases.h"
 #include "MDMFidDistributor.h"
 #include "MDMModuleHandler.h"
 #include "RecordingDriver.h"
@@ -223,29 +221,6 @@ const std::vector<File> g_files{
     broken("attribute-without-name", "Error reading Attributes."),
 };
 
-const std::filesystem::path& folder() {
-    static const std::filesystem::path s_folder = MFD_TEST_DATA_DIR "/files/workplace";
-    return s_folder;
-}
-
-std::string content(const std::string& name) {
-    std::ifstream file(folder() / (name + ".xml"), std::ios::binary);
-    EXPECT_TRUE(file) << name;
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// "CommentInWorkplaces" for "comment-in-workplaces".
-std::string testName(const testing::TestParamInfo<File>& info) {
-    std::string result;
-    bool isFirst = true;
-    for (const char c : std::string(info.param.name)) {
-        if (c != '-')
-            result += isFirst ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : c;
-        isFirst = c == '-';
-    }
-    return result;
-}
-
 /// The calls behind one effect.
 Calls spelledOut(const std::string& effect) {
     const Calls virtualPanel{"adapter list", "adapter open eth0"};
@@ -306,7 +281,7 @@ protected:
 
 class WorkplaceFiles : public WorkplaceFilesMade, public testing::WithParamInterface<File> {
 protected:
-    void write() { m_host.writeFile("/wp/workplace.xml", content(GetParam().name)); }
+    void write() { m_host.writeFile("/wp/workplace.xml", fileCase("workplace", GetParam().name)); }
 };
 
 std::vector<File> faultyFiles() {
@@ -345,7 +320,8 @@ TEST_P(WorkplaceFiles, StartMakesTheseCallsAndLogsTheseLinesAndNoOthers) {
     EXPECT_EQ(m_printed, printed);
 }
 
-INSTANTIATE_TEST_SUITE_P(, WorkplaceFiles, testing::ValuesIn(g_files), testName);
+INSTANTIATE_TEST_SUITE_P(, WorkplaceFiles, testing::ValuesIn(g_files),
+                         [](const auto& test) { return fileTestName(test.param.name); });
 
 // A reload of a driver that is not in the file goes through all of it and meets the fault that a start meets.
 TEST_P(WorkplaceFilesWithAFault, ReloadLogsTheLineOfTheStartAndDoesNothing) {
@@ -363,16 +339,11 @@ TEST_P(WorkplaceFilesWithAFault, ReloadLogsTheLineOfTheStartAndDoesNothing) {
     EXPECT_EQ(m_host.journal().lines(), expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(, WorkplaceFilesWithAFault, testing::ValuesIn(faultyFiles()), testName);
+INSTANTIATE_TEST_SUITE_P(, WorkplaceFilesWithAFault, testing::ValuesIn(faultyFiles()),
+                         [](const auto& test) { return fileTestName(test.param.name); });
 
 TEST(WorkplaceFilesList, HoldsEveryFileOfTheFolder) {
-    std::set<std::string> listed;
-    for (const File& file : g_files)
-        listed.insert(file.name);
-    std::set<std::string> found;
-    for (const auto& entry : std::filesystem::directory_iterator(folder()))
-        found.insert(entry.path().stem().string());
-    EXPECT_EQ(listed, found);
+    expectHoldsEveryFile(g_files, "workplace");
 }
 
 TEST_F(WorkplaceFilesMade, FaultInAFileOfTenMegabytesIsNamedWithItsLine) {
@@ -417,7 +388,7 @@ TEST_F(WorkplaceFilesMade, FileIsReadThroughALink) {
 TEST_F(WorkplaceFilesMade, FileThatWasMendedIsReadAnewByAReload) {
     m_host.writeFile("/wp/workplace.xml", "<workplaces>\n<desk/>\n</workplaces>\n");
     EXPECT_FALSE(start());
-    m_host.writeFile("/wp/workplace.xml", content("one-driver"));
+    m_host.writeFile("/wp/workplace.xml", fileCase("workplace", "one-driver"));
     m_host.journal().clear();
     EXPECT_TRUE(m_pSut->reloadMfDriver("A"));
     Calls expected{"verify workplace.xml"};
