@@ -17,7 +17,7 @@ public:
         std::string bundle = {};  ///< a file for support; empty: none
     };
     DoctorCommand(Screen screen, HostSurvey::Settings settings)
-        : m_screen(std::move(screen)), m_settings(std::move(settings)) {}
+        : m_screen(screen), m_settings(std::move(settings)) {}
 
     /// Failed where something is not well, NoHost where there is neither a host nor anything left of one.
     EExit run(const Choice& choice);

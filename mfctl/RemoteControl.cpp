@@ -8,7 +8,7 @@
 #include "Printable.h"
 
 RemoteControl::RemoteControl(Screen screen, Options options, HostSocket socket)
-    : m_screen(std::move(screen)), m_options(std::move(options)), m_socket(std::move(socket)) {}
+    : m_screen(screen), m_options(std::move(options)), m_socket(std::move(socket)) {}
 
 ApiClient& RemoteControl::client() {
     if (!m_pClient)
