@@ -18,6 +18,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <stdexcept>
 #include <thread>
 
 #include "FIDParameterList.h"
@@ -486,7 +487,8 @@ TEST_F(ProcessSupervisorTest, KillsWhatDoesNotHeedTheSignal) {
     setActivity("reloadDriver A", "A");
     ASSERT_TRUE(hasEnded("A"));
     EXPECT_EQ("signal 9 (Killed)", causeOf("A"));
-    EXPECT_TRUE(hasLogged("did not heed SIGTERM and is killed"));
+    EXPECT_TRUE(hasLogged("warning  HOST: A: process " + std::to_string(driver("A").pid) +
+                          " did not heed SIGTERM and is killed\n"));
 }
 
 TEST_F(ProcessSupervisorTest, KillsOnceWhatADebuggerHolds) {
@@ -550,6 +552,51 @@ TEST_F(ProcessSupervisorThatLooksSeldom, LooksMoreOftenForAProcessThatComesUpAga
     EXPECT_TRUE(eventually([&] { return asked > 3 * looks + 10; }));
     onLook({});
     onAsked({});
+}
+
+TEST_F(ProcessSupervisorTest, LooksTwentyTimesASecondWhileTheCommandThreadIsBusy) {
+    start("A");
+    setActivity("events", "");
+    std::atomic<int> asked = 0;
+    const auto begin = std::chrono::steady_clock::now();
+    onAsked([&] { ++asked; });
+    std::this_thread::sleep_for(500ms);
+    onAsked({});
+    // Some looks more: of what wakes the thread.
+    EXPECT_LE(asked, (std::chrono::steady_clock::now() - begin) / 50ms + 8);
+}
+
+TEST_F(ProcessSupervisorTest, SleepsWithoutProcesses) {
+    std::atomic<int> looks = 0;
+    onLook([&] { ++looks; });
+    std::this_thread::sleep_for(700ms);
+    onLook({});
+    EXPECT_LE(looks, 2);
+}
+
+TEST_F(ProcessSupervisorTest, GoesOnAfterAnExceptionAndSaysIt) {
+    std::atomic<bool> isThrown = false;
+    onLook([&] {
+        if (!isThrown.exchange(true))
+            throw std::runtime_error("no room");
+    });
+    start("A", "sleep 0.2; exit 3");
+    EXPECT_TRUE(hasLogged("critical HOST: supervision is held up: no room\n"));
+    EXPECT_TRUE(hasEnded("A"));
+    EXPECT_EQ("exit code 3", causeOf("A"));
+    onLook({});
+}
+
+TEST_F(ProcessSupervisorTest, ProcessWithoutAModuleIsNamedByItsTitle) {
+    sal::Process::setObserver(&m_sut);
+    sal::Path sleep("/bin/sleep");
+    EXPECT_TRUE(sal::Process::createProcess("LAMP", sleep, {"3600"}));
+    sal::Process::setObserver(&m_renaming);
+    EXPECT_GT(driver("LAMP").pid, 0);
+}
+
+TEST_F(ProcessSupervisorTest, OneThatWasNeverStartedJustGoes) {
+    ProcessSupervisor sut(m_drivers, c_shortTimes, environment());
 }
 
 TEST_F(ProcessSupervisorTest, LeavesTheNewProcessOfAReloadAlone) {
@@ -708,6 +755,26 @@ TEST_F(ProcessSupervisorTest, CallOfAnotherThreadDoesNotHoldTheCommandUp) {
     EXPECT_EQ(0, linesWith("A: "));
 }
 
+TEST_F(ProcessSupervisorTest, CommandThatWaitsForAFullQueueIsToldByTheQueueAlone) {
+    setWaitingQueue("B_INQ", 100);
+    setActivity("sendFID B.GO", "");
+    std::this_thread::sleep_for(700ms);
+    EXPECT_EQ(0, loggedLines()) << log();
+}
+
+TEST_F(ProcessSupervisorTest, CommandThatLoadsADriverIsToldByItsProcessAlone) {
+    setActivity("reloadDriver A", "A");
+    std::this_thread::sleep_for(700ms);
+    EXPECT_EQ(0, loggedLines()) << log();
+}
+
+TEST_F(ProcessSupervisorThatIsNotHurried, CommandInAShutdownIsNotToldWithoutACall) {
+    setActivity("events", "");
+    m_sut.beginShutdown(0);
+    std::this_thread::sleep_for(700ms);
+    EXPECT_EQ(0, loggedLines()) << log();
+}
+
 TEST_F(ProcessSupervisorTest, StartTakesItsTime) {
     setActivity("start-up", "");
     std::this_thread::sleep_for(700ms);
@@ -809,6 +876,40 @@ TEST_F(ProcessSupervisorTest, CallInTheHostsProcessHoldsUpAShutdownMoreThanAFull
     m_sut.beginShutdown(0);
     ASSERT_TRUE(waitUntil([&] { return m_exitCode == 0; }));
     EXPECT_TRUE(hasLogged("A: deinitialize() holds up the shutdown"));
+}
+
+TEST_F(ProcessSupervisorTest, FullQueueThatIsWaitedForHoldsUpAShutdown) {
+    sal::MessageQueue::Status idle;
+    idle.name = "A_INQ";
+    sal::MessageQueue::Status toTheHost;
+    toTheHost.name = "B_OUTQ";
+    toTheHost.waitingForMs = 100;
+    sal::MessageQueue::Status awaited;
+    awaited.name = "C_INQ";
+    awaited.waitingForMs = 100;
+    setQueues({idle, toTheHost, awaited});
+    m_sut.beginShutdown(0);
+    ASSERT_TRUE(waitUntil([&] { return m_exitCode == 0; }));
+    EXPECT_TRUE(
+        hasLogged("HOST: C: its full queue holds up the shutdown for 1.5 s; the host ends without it\n"));
+}
+
+TEST_F(ProcessSupervisorTest, LockedQueueThatIsWaitedForHoldsUpAShutdown) {
+    sal::MessageQueue::Status awaited;
+    awaited.name = "C_INQ";
+    awaited.waitingForMs = 100;
+    awaited.lockedForMs = 100;
+    setQueues({awaited});
+    m_sut.beginShutdown(0);
+    ASSERT_TRUE(waitUntil([&] { return m_exitCode == 0; }));
+    EXPECT_TRUE(hasLogged("HOST: C: its locked queue holds up the shutdown"));
+}
+
+TEST_F(ProcessSupervisorTest, ShutdownIsNotNamedAsWhatHoldsItUp) {
+    setActivity("shutdown", "");
+    m_sut.beginShutdown(0);
+    ASSERT_TRUE(waitUntil([&] { return m_exitCode == 0; }));
+    EXPECT_TRUE(hasLogged("HOST: something unknown holds up the shutdown"));
 }
 
 TEST_F(ProcessSupervisorTest, AsksForTheStartOfADriverThatEnded) {
