@@ -1,0 +1,63 @@
+#include "RingCursor.h"
+
+#include <algorithm>
+
+namespace stream {
+
+RingCursor::RingCursor(const StreamSource& source, ERing ring, Clock::duration patience)
+    : m_source(source), m_ring(ring), m_patience(patience), m_position(0) {
+    m_position = oldest();
+    // A lap begins anywhere in a record but for the first one.
+    m_isAdrift = m_position != m_source.size(m_ring);
+}
+
+std::uint64_t RingCursor::oldest() const {
+    const std::uint64_t size = m_source.size(m_ring);
+    return std::max(m_source.head(m_ring) - size, size);
+}
+
+void RingCursor::seek(std::uint64_t end) {
+    StreamRecord ignored;
+    std::size_t size = 0;
+    while (m_position < end && !m_source.read(m_ring, m_position, ignored, size))
+        m_position += layout::s_alignment;
+}
+
+RingCursor::EStep RingCursor::step(StreamRecord& record, Clock::time_point now) {
+    const std::uint64_t head = m_source.head(m_ring);
+    if (m_position >= head)
+        return EStep::Empty;
+    if (head - m_position > m_source.size(m_ring)) {
+        // Further on than need be: writers go on while somebody reads.
+        m_position = oldest() + m_source.size(m_ring) / 8 / layout::s_alignment * layout::s_alignment;
+        m_isAtHole = false;
+        m_isAdrift = true;
+        return EStep::Lapped;
+    }
+    std::size_t size = 0;
+    if (m_source.read(m_ring, m_position, record, size)) {
+        m_position += size;
+        m_isAtHole = false;
+        m_isAdrift = false;
+        return EStep::Record;
+    }
+    if (m_isAdrift) {
+        // To the first record that is there; what is being written before it was not waited for.
+        seek(head);
+        m_isAdrift = false;
+        return EStep::Passed;
+    }
+    if (!m_isAtHole) {
+        m_isAtHole = true;
+        m_holeSince = now;
+        m_headThen = head;
+    }
+    if (m_source.isLive() && now - m_holeSince < m_patience)
+        return EStep::Wait;
+    m_position += layout::s_alignment;
+    seek(m_headThen);
+    m_isAtHole = false;
+    return EStep::Passed;
+}
+
+}  // namespace stream

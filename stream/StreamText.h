@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include "IStreamReader.h"
+#include "KeyNames.h"
+#include "StreamRecord.h"
+
+/// A record for people and for programs. What drivers and operators wrote is made printable; the text of a
+/// record whose form is not the one of its kind is shown as it is. Any thread.
+namespace stream {
+
+/// "14:03:22.181123 AXIS1 value POSITION = 12.5", in local time, without an end of line; with the date before
+/// it on demand.
+std::string lineOf(const StreamRecord& record, const KeyNames& names, bool withDate = false);
+std::string lineOf(const StreamGap& gap, bool withDate = false);
+
+/// One JSON object on one line, without an end of line: "number", "time" (UTC, microseconds), "kind",
+/// "driver", and what the kind has. It is put at the end of what is there.
+void appendJson(std::string& json, const StreamRecord& record, const KeyNames& names);
+void appendJson(std::string& json, const StreamGap& gap);
+
+/// What a record is about, as a filter sees it: the name of a value or event, the function of a FID, else its
+/// text.
+std::string subjectOf(const StreamRecord& record, const KeyNames& names);
+
+/// "2026-11-22T14:03:22.181123Z".
+std::string utcText(Time time);
+
+}  // namespace stream
