@@ -40,7 +40,7 @@ step "$(basename "$(dirname "$(dirname "$0")")") $name" && echo "Chaos of a minu
 """
 FUZZ = STEP + 'step "fuzz $2"\n'
 PACKAGE = STEP + 'step packages && echo "package test: passed, 1 s"\n'
-UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "unit_web", "process_traffic", "unit_mfhost"]
+UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "unit_stream", "unit_web", "process_traffic", "unit_mfhost"]
 
 
 class SoakTest(unittest.TestCase):
@@ -91,7 +91,7 @@ class SoakTest(unittest.TestCase):
         steps += [f"{preset} {test}" for preset in ("dev", "asan", "tsan")
                   for test in ("Leftovers.EnduranceOne", "Leftovers.EnduranceTwo", "Skipped.Endurance")]
         steps += ["fuzz WorkplaceFile", "fuzz DescriptorFile", "fuzz DriverMessages", "fuzz HostMessages", "fuzz CommandLine",
-                  "fuzz HttpRequests", "fuzz Api"]
+                  "fuzz HttpRequests", "fuzz Stream", "fuzz Api"]
         return steps + ["dev kills", "asan chaos", "tsan chaos", "dev chaos default", "dev chaos", "packages"]
 
     def test_whole_run_runs_every_step_once(self):

@@ -6,7 +6,7 @@ cd "$root" || exit 1
 
 # The units with shared memory or threads of many drivers in them.
 # shellcheck disable=SC2034  # for who reads this file
-sanitized=(unit_module unit_queue unit_queue_internals unit_web process_traffic)
+sanitized=(unit_module unit_queue unit_queue_internals unit_stream unit_web process_traffic)
 
 fail() {
     printf '%s\n' "$*" >&2
@@ -67,6 +67,6 @@ run_chaos() {
 run_fuzz() {
     local runs=$1 seconds=$2
     shift 2
-    printf '%s\n' WorkplaceFile DescriptorFile DriverMessages HostMessages CommandLine HttpRequests Api |
+    printf '%s\n' WorkplaceFile DescriptorFile DriverMessages HostMessages CommandLine HttpRequests Stream Api |
         MFD_FUZZ_SECONDS=$seconds xargs -P "$(jobs)" -I TARGET "$@" fuzz/run build/fuzz TARGET "$runs"
 }
