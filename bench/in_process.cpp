@@ -5,12 +5,18 @@
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 
+#include <chrono>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "AllocationCount.h"
+#include "FidFields.h"
 #include "FollowPrinter.h"
+#include "KeyTable.h"
 #include "Roads.h"
+#include "StreamRing.h"
+#include "StreamWriter.h"
 #include "UniqueFd.h"
 #include "sal/LogManager.h"
 
@@ -101,9 +107,67 @@ void lookAheadBurst(benchmark::State& state) {
         road.step();
 }
 
+/// What each tap asks once for what it records.
+void clockOfStream(benchmark::State& state) {
+    for (auto _ : state)
+        benchmark::DoNotOptimize(std::chrono::system_clock::now());
+}
+
+/// The rings as large as the host's, in memory; laps are a part of it.
+struct Stream {
+    std::string error;
+    std::unique_ptr<stream::StreamRing> pRing = stream::StreamRing::create(
+        {.path = {}, .instance = "bench"}, std::chrono::system_clock::now(), error);
+    stream::KeyTable keys{*pRing};
+    stream::StreamWriter writer{*pRing, keys};
+    const stream::Time now = std::chrono::system_clock::now();
+    const std::uint16_t driver = keys.driver("AXIS1", now);
+    const stream::StreamWriter::Key key{keys.key(driver, "AXIS1.POSITION", now)};
+};
+
+Stream& sharedStream() {
+    static Stream s_stream;
+    return s_stream;
+}
+
+void streamValue(benchmark::State& state) {
+    Stream& stream = sharedStream();
+    const Allocations allocations(state);
+    std::int32_t value = 0;
+    for (auto _ : state)
+        stream.writer.valueInt(stream.now, stream.key, ++value);
+}
+
+void streamText(benchmark::State& state) {
+    Stream& stream = sharedStream();
+    const Allocations allocations(state);
+    for (auto _ : state)
+        stream.writer.valueText(stream.now, stream.key, "moving to the left end");
+}
+
+/// Without a share, which after some laps would refuse them: at a time when all that is there is old.
+void streamFid(benchmark::State& state) {
+    Stream& stream = sharedStream();
+    stream::FidFields fields("AXIS1.MOVE");
+    fields.add("to", "12.5");
+    fields.add("speed", "3");
+    static stream::Time s_now = stream.now;
+    const Allocations allocations(state);
+    for (auto _ : state) {
+        s_now += std::chrono::milliseconds(1);
+        benchmark::DoNotOptimize(
+            stream.writer.fid(s_now, {.sender = stream.driver, .fields = fields.bytes()}));
+    }
+}
+
 }  // namespace
 
 BENCHMARK(fidByHand);
+BENCHMARK(clockOfStream);
+BENCHMARK(streamValue);
+BENCHMARK(streamValue)->Threads(2)->UseRealTime();
+BENCHMARK(streamText);
+BENCHMARK(streamFid);
 BENCHMARK(fidToDriver);
 BENCHMARK(fidToDriver)->Threads(2)->UseRealTime();
 BENCHMARK(updateToTarget);
