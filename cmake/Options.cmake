@@ -1,6 +1,7 @@
 # Settings that hold for every target of the tree.
 
 option(MFD_TESTS "Build the tests" ON)
+option(MFD_WERROR "Warnings are errors; off where others build it, with compilers and options of their own" ON)
 option(MFD_FUZZ "Build the fuzzing programs; needs clang" OFF)
 option(MFD_BENCH "Build the measurements; ./dev setup --bench installs what they need" OFF)
 set(MFD_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
@@ -44,7 +45,8 @@ add_library(mfd_flags INTERFACE)
 add_library(mfd::flags ALIAS mfd_flags)
 target_compile_features(mfd_flags INTERFACE cxx_std_20)
 target_compile_options(mfd_flags INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Werror)
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
+    $<$<BOOL:${MFD_WERROR}>:-Werror>)
 # gcc 12 sees an overlap that is none in a text that is put before a string, at -O3 only.
 target_compile_options(mfd_flags INTERFACE $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict>)
 target_link_options(mfd_flags INTERFACE -Wl,--no-undefined)

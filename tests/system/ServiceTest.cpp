@@ -75,7 +75,7 @@ protected:
     /// Starts it with the variables that a service manager sets.
     HostProcess& startService(std::map<std::string, std::string> environment,
                               std::vector<std::string> options = {}) {
-        options.insert(options.end(), {"--no-console", "--start-wait=attached"});
+        options.push_back("--no-console");
         HostProcess::Start service = workplace().host(options);
         service.environment.merge(environment);
         return start(service);
@@ -89,6 +89,7 @@ protected:
 TEST_F(ServiceTest, ServiceManagerHearsOfStartReloadAndStop) {
     const DatagramReceiver manager(socketPath("notify"));
     startService({{"NOTIFY_SOCKET", manager.path()}, {"WATCHDOG_USEC", "3000000"}});
+    // A driver process is waited for a second.
     EXPECT_TRUE(manager.receiveWith("EXTEND_TIMEOUT_USEC=60000000\nSTATUS=starting: "));
     EXPECT_TRUE(manager.receiveWith("READY=1\n"));
     EXPECT_TRUE(manager.receiveWith("STATUS=2 of 2 drivers run\n"));
