@@ -17,7 +17,10 @@ DRIVER = """\
 #include "MfdDriver.h"
 #include "MfdDriverBase.h"
 
-class Lamp : public MfdDriverBase {};
+class Lamp : public MfdDriverBase {
+public:
+    bool sendFID(const std::string&, const FIDParameterList&) const override { return true; }
+};
 
 MFD_DRIVER(Lamp);
 """
