@@ -20,6 +20,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// Has what this thread starts keep the capabilities that a service manager has given the host: a process
+/// with fewer may not look at the host itself. Nothing where it was given none.
+void passCapabilities() {
+    for (int capability = 0; ::prctl(PR_CAPBSET_READ, capability, 0, 0, 0) >= 0; ++capability)
+        ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, capability, 0, 0);
+}
+
 /// Starts eu-stack with its output going to the descriptor; 0 when that is not possible.
 pid_t startReader(int ofNumber, bool isOneThread, int output) {
     posix_spawn_file_actions_t actions;
@@ -88,6 +95,7 @@ StackDump::~StackDump() {
 
 void StackDump::run(int number, std::chrono::milliseconds limit, EThreads threads) {
     base::nameThread("stacks");
+    passCapabilities();
     int ends[2] = {-1, -1};
     if (::pipe2(ends, O_CLOEXEC) != 0)
         return;

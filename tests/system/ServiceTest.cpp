@@ -81,6 +81,19 @@ protected:
         return start(service);
     }
 
+    /// As a user that has CAP_NET_ADMIN and nothing else.
+    void startAsServiceUser(const std::vector<std::string>& options) {
+        const std::string user = std::to_string(s_user);
+        ASSERT_TRUE(PrivateMachine::shell("chown -R " + user + " /var/data " +
+                                          workplace().directory().string() + " && chmod 1777 /dev/shm"));
+        HostProcess::Start service = workplace().host(options);
+        service.beforeExec = [] {
+            if (!becomeServiceUser())
+                ::_exit(99);
+        };
+        start(service);
+    }
+
     std::string socketPath(const std::string& name) { return (workplace().directory() / name).string(); }
 };
 
@@ -155,15 +168,7 @@ TEST_F(ServiceTest, JournalGetsDriverAndOutput) {
 }
 
 TEST_F(ServiceTest, DriverProcessesHaveNoCapability) {
-    ASSERT_EQ(::chown("/var/data", s_user, s_user), 0);
-    ASSERT_TRUE(PrivateMachine::shell("chown -R " + std::to_string(s_user) + " " +
-                                      workplace().directory().string() + " && chmod 1777 /dev/shm"));
-    HostProcess::Start service = workplace().host({"--no-console", "--start-wait=attached"});
-    service.beforeExec = [] {
-        if (!becomeServiceUser())
-            ::_exit(99);
-    };
-    start(service);
+    startAsServiceUser({"--no-console", "--start-wait=attached"});
     ASSERT_TRUE(host().waitForLog("the workplace is started"));
     EXPECT_EQ(statusOf(host().pid(), "CapEff"), "0000000000001000") << "CAP_NET_ADMIN";
     EXPECT_EQ(statusOf(host().pid(), "CapAmb"), "0000000000000000");
@@ -171,6 +176,18 @@ TEST_F(ServiceTest, DriverProcessesHaveNoCapability) {
     ASSERT_GT(driver, 0);
     for (const char* set : {"CapEff", "CapPrm", "CapAmb"})
         EXPECT_EQ(statusOf(driver, set), "0000000000000000") << set;
+}
+
+TEST_F(ServiceTest, HostsOwnStackIsReadThoughItHasACapability) {
+    if (!fs::exists("/usr/bin/eu-stack"))
+        GTEST_SKIP() << "eu-stack is not installed";
+    workplace().addModule("HangsInSendFID");
+    workplace().configure(TestWorkplace::entry("STUCK", "HangsInSendFID", "direct"));
+    startAsServiceUser({});
+    ASSERT_TRUE(host().waitForLog("the workplace is started"));
+    host().type("sendFID STUCK.GO");
+    ASSERT_TRUE(host().waitForLog("STUCK: sendFID(GO) has not come back for "));
+    EXPECT_TRUE(host().waitForLog("pause")) << "where it is";
 }
 
 TEST_F(ServiceTest, WorkingDirectoryIsOneHosts) {
