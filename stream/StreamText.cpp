@@ -33,6 +33,13 @@ std::string_view outcomeName(std::uint32_t outcome) {
     return outcome < s_outcomes.size() ? s_outcomes[outcome] : "unknown";
 }
 
+/// Why a record of a gap says that others are missing: a reader's reasons, and the keeper's own.
+std::string_view keepersReason(std::uint32_t reason) {
+    constexpr std::array<std::string_view, 5> s_reasons{"lapped", "missing", "damaged", "beyond the limit",
+                                                        "not taken by the disk"};
+    return reason < s_reasons.size() ? s_reasons[reason] : "unknown";
+}
+
 /// As short as it says the number.
 template <class Number>
 std::string numberText(Number number) {
@@ -187,6 +194,12 @@ std::string textOf(const StreamRecord& record, const KeyNames& names) {
             }
             return line;
         }
+        case EKind::Gap: {
+            const std::uint64_t first = takeWord(text);
+            const std::uint64_t next = takeWord(text);
+            return std::to_string(takeWord(text)) + " records of #" + std::to_string(first) + " to #" +
+                   std::to_string(next == 0 ? 0 : next - 1) + ' ' + std::string(keepersReason(record.value));
+        }
         case EKind::Define:
             return '#' + std::to_string(record.key & 0xffffu) + " is " + std::string(text);
         default:
@@ -339,6 +352,12 @@ void appendKindJson(JsonObject& object, const StreamRecord& record, const KeyNam
             object.text("direction", (record.value & 1u) != 0 ? "to driver" : "from driver");
             object.plain("ok", (record.value & 2u) != 0 ? "false" : "true");
             object.text("bytes", hexText(text));
+            break;
+        case EKind::Gap:
+            object.text("reason", keepersReason(record.value));
+            object.number("first", takeWord(text));
+            object.number("next", takeWord(text));
+            object.number("count", takeWord(text));
             break;
         case EKind::Counts: {
             std::string counts;

@@ -183,6 +183,22 @@ TEST_F(StreamReaderTest, PlaceBeforeAnotherMayBearTheHigherNumber) {
     EXPECT_EQ(all(*reader()), (Lines{"1:b", "2:a", "3:c"}));
 }
 
+TEST_F(StreamReaderTest, HoleAfterARecordThatWaitsIsNotGivenUpWithFullMemory) {
+    m_pRing->write(at(1), exit("a"));
+    m_pRing->write(at(2), exit("b"));
+    renumber(s_small, 2);
+    unwrite(ERing::Audit, s_small + 64);
+    for (int i = 0; i < 1900; ++i)
+        m_pRing->write(at(i), value(i));
+    const auto pSut = reader(both(1));
+    EXPECT_EQ(all(*pSut, m_now), Lines{});
+    EXPECT_EQ(all(*pSut, m_now + std::chrono::milliseconds(99)), Lines{});
+    const auto found = all(*pSut, m_now + std::chrono::milliseconds(100));
+    ASSERT_EQ(found.size(), 1902u);
+    EXPECT_EQ(found[0], "gap 1-2");
+    EXPECT_EQ(found[1], "2:a");
+}
+
 TEST_F(StreamReaderTest, LappedReaderIsToldTheIntervalAndTheNumber) {
     const auto pSut = reader();
     m_pRing->write(at(0), exit("a"));

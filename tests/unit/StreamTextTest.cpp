@@ -67,6 +67,17 @@ TEST_F(StreamTextTest, RecordsOfTheWrongFormAreShownAllTheSame) {
     }
 }
 
+TEST_F(StreamTextTest, GapOfTheKeeperSaysWhy) {
+    m_record.kind = EKind::Gap;
+    m_record.value = 4;
+    const std::array<std::uint64_t, 5> words{7, 10, 3, 0, 0};
+    m_record.text.assign(reinterpret_cast<const char*>(words.data()), sizeof words);
+    EXPECT_EQ(stream::lineOf(m_record, m_names),
+              "14:03:22.181123 host gap 3 records of #7 to #9 not taken by the disk");
+    EXPECT_EQ(json(), R"({"number":7,"time":"2026-11-22T14:03:22.181123Z","kind":"gap","driver":"host",)"
+                      R"("reason":"not taken by the disk","first":7,"next":10,"count":3})");
+}
+
 TEST_F(StreamTextTest, GapsAreToldWithTheirTimeAndNumber) {
     StreamGap gap{.reason = StreamGap::EReason::Lapped,
                   .first = 8,
