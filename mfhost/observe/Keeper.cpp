@@ -1,0 +1,287 @@
+#include "Keeper.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "Printable.h"
+
+namespace {
+
+using stream::EKind;
+
+constexpr std::string_view s_suffix = ".seg";
+constexpr std::size_t s_digits = 8;
+/// A reader that is behind has at most so many records taken at a time.
+constexpr int s_mostPerStep = 100'000;
+
+std::string pathOf(const std::string& directory, std::uint64_t number) {
+    std::array<char, 32> name{};
+    std::snprintf(name.data(), name.size(), "%08llu.seg", static_cast<unsigned long long>(number));
+    return directory + '/' + name.data();
+}
+
+/// The number in NNNNNNNN.seg; 0 for another name.
+std::uint64_t numberOf(std::string_view name) {
+    std::uint64_t number = 0;
+    if (name.size() < s_digits + s_suffix.size() || name.substr(name.size() - s_suffix.size()) != s_suffix)
+        return 0;
+    name.remove_suffix(s_suffix.size());
+    const auto [pEnd, fault] = std::from_chars(name.data(), name.data() + name.size(), number);
+    return fault == std::errc() && pEnd == name.data() + name.size() ? number : 0;
+}
+
+std::vector<std::uint64_t> numbersIn(const std::string& directory) {
+    std::vector<std::uint64_t> numbers;
+    DIR* const pDirectory = ::opendir(directory.c_str());
+    if (!pDirectory)
+        return numbers;
+    while (const dirent* const pEntry = ::readdir(pDirectory)) {
+        if (const std::uint64_t number = numberOf(pEntry->d_name); number != 0)
+            numbers.push_back(number);
+    }
+    ::closedir(pDirectory);
+    std::sort(numbers.begin(), numbers.end());
+    return numbers;
+}
+
+std::size_t sizeOf(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
+/// What it takes before it is packed, about.
+std::size_t sizeOf(const stream::StreamRecord& record) {
+    return stream::layout::sizeOf(record.text.size() + record.keyText.size());
+}
+
+/// What must be on the disk at once.
+bool isUrgent(EKind kind) {
+    switch (kind) {
+        case EKind::Exit:
+        case EKind::Hang:
+        case EKind::Restart:
+        case EKind::Command:
+        case EKind::CommandEnd:
+        case EKind::Mark:
+            return true;
+        default:
+            return false;
+    }
+}
+
+/// How many records are missing, as a record of a gap says.
+std::uint64_t countOf(const stream::StreamRecord& gap) {
+    std::uint64_t count = 0;
+    std::memcpy(&count, gap.text.data() + 2 * sizeof count, sizeof count);
+    return count;
+}
+
+bool isValue(EKind kind) {
+    return stream::ringOf(kind) == stream::ERing::Values;
+}
+
+}  // namespace
+
+std::vector<std::string> Keeper::segments(const std::string& directory) {
+    std::vector<std::string> paths;
+    for (const std::uint64_t number : numbersIn(directory))
+        paths.push_back(pathOf(directory, number));
+    return paths;
+}
+
+std::unique_ptr<Keeper> Keeper::open(const Settings& settings, const stream::StreamSource& source,
+                                     Report report, std::string& error) {
+    if (::mkdir(settings.directory.c_str(), 0700) != 0 && errno != EEXIST) {
+        error = base::quoted(settings.directory) + " cannot be made: " + std::strerror(errno);
+        return nullptr;
+    }
+    if (::access(settings.directory.c_str(), R_OK | W_OK | X_OK) != 0) {
+        error = base::quoted(settings.directory) + " cannot be written: " + std::strerror(errno);
+        return nullptr;
+    }
+    auto pReader = stream::StreamReader::open(source, stream::StreamCursor::oldest(), error);
+    if (!pReader)
+        return nullptr;
+    const auto numbers = numbersIn(settings.directory);
+    return std::unique_ptr<Keeper>(new Keeper(settings, std::move(pReader), source.instance(),
+                                              std::move(report), numbers.empty() ? 1 : numbers.back() + 1));
+}
+
+Keeper::Keeper(const Settings& settings, std::unique_ptr<stream::StreamReader> pReader, std::string instance,
+               Report report, std::uint64_t nextFile)
+    : m_settings(settings),
+      m_pReader(std::move(pReader)),
+      m_instance(std::move(instance)),
+      m_report(std::move(report)),
+      m_nextFile(nextFile) {}
+
+Keeper::~Keeper() {
+    writeFrame(Clock::time_point::max());
+}
+
+void Keeper::step(Clock::time_point now) {
+    using EResult = stream::IStreamReader::EResult;
+    if (m_second == Clock::time_point())
+        m_second = now;
+    for (int i = 0; i < s_mostPerStep; ++i) {
+        const auto result = m_pReader->next(now);
+        if (result == EResult::Record)
+            take(m_pReader->record());
+        else if (result == EResult::Gap)
+            missed(m_pReader->gap());
+        else
+            break;
+    }
+    const bool isSecondOver = now - m_second >= std::chrono::seconds(1);
+    const bool maySync = now - m_synced >= std::chrono::milliseconds(1000) / m_settings.syncsPerSecond;
+    if (isSecondOver || (m_isUrgent && maySync))
+        writeFrame(now);
+    if (isSecondOver) {
+        m_second = now;
+        m_bytes = 0;
+    }
+}
+
+void Keeper::take(const stream::StreamRecord& record) {
+    m_last = record.time;
+    // What the numbers mean stands in each frame.
+    if (record.kind == EKind::Define)
+        return;
+    const std::size_t size = sizeOf(record);
+    if (isValue(record.kind)) {
+        const std::string key = std::to_string(record.key) + record.keyText;
+        const auto [found, isNew] = m_values.try_emplace(key, m_frame.size());
+        if (!isNew) {
+            // Only the last one of a frame is kept; what is left of the other has no number.
+            stream::StreamRecord& older = m_frame[found->second];
+            older.number = 0;
+            m_bytes -= std::min(m_bytes, sizeOf(older));
+            found->second = m_frame.size();
+        }
+    }
+    const bool isAtWill = isValue(record.kind) || stream::isRationed(record.kind);
+    if (isAtWill && m_bytes + size > m_settings.perSecond) {
+        if (isValue(record.kind))
+            m_values.erase(std::to_string(record.key) + record.keyText);
+        if (m_limited++ == 0)
+            m_firstLimited = record.number;
+        return;
+    }
+    m_bytes += size;
+    m_frame.push_back(record);
+    m_isUrgent = m_isUrgent || isUrgent(record.kind);
+}
+
+void Keeper::missed(const stream::StreamGap& gap) {
+    m_lost += gap.count;
+    noteGap(static_cast<std::uint32_t>(gap.reason), gap);
+}
+
+void Keeper::noteGap(std::uint32_t reason, const stream::StreamGap& gap) {
+    const std::array<std::uint64_t, 5> words{gap.first, gap.next, gap.count,
+                                             static_cast<std::uint64_t>(gap.from.time_since_epoch().count()),
+                                             static_cast<std::uint64_t>(gap.to.time_since_epoch().count())};
+    stream::StreamRecord record;
+    record.number = gap.first;
+    record.time = gap.to;
+    record.kind = EKind::Gap;
+    record.value = reason;
+    record.text.assign(reinterpret_cast<const char*>(words.data()), sizeof words);
+    m_frame.push_back(record);
+}
+
+void Keeper::noteLost(std::uint32_t reason, std::uint64_t first, std::uint64_t count) {
+    stream::StreamGap gap;
+    gap.first = first;
+    gap.next = m_pReader->cursor().position;
+    gap.count = count;
+    gap.from = gap.to = m_last;
+    noteGap(reason, gap);
+}
+
+void Keeper::writeFrame(Clock::time_point now) {
+    if (m_limited > 0)
+        noteLost(s_limit, m_firstLimited, m_limited);
+    m_lost += std::exchange(m_limited, 0);
+    std::erase_if(m_frame, [](const stream::StreamRecord& record) { return record.number == 0; });
+    m_values.clear();
+    m_isUrgent = false;
+    if (m_frame.empty())
+        return;
+    std::stable_sort(m_frame.begin(), m_frame.end(),
+                     [](const auto& left, const auto& right) { return left.number < right.number; });
+    m_synced = now;
+    const std::string fault = append();
+    tell(fault);
+    // One gap for all that the disk did not take, and for the gaps among it.
+    std::uint64_t count = 0;
+    for (const stream::StreamRecord& record : m_frame) {
+        const bool isGap = record.kind == EKind::Gap;
+        count += isGap ? countOf(record) : 1;
+        m_lost += isGap || fault.empty() ? 0 : 1;
+    }
+    const std::uint64_t first = m_frame.front().number;
+    m_frame.clear();
+    if (!fault.empty())
+        noteLost(s_disk, first, count);
+}
+
+std::string Keeper::append() {
+    if (!m_pSegment || m_pSegment->size() >= m_settings.segment) {
+        m_pSegment.reset();
+        if (std::string fault = openSegment(); !fault.empty())
+            return fault;
+    }
+    for (const stream::StreamRecord& record : m_frame) {
+        m_pSegment->add(record, m_pReader->names());
+        if (!m_pSegment->isFull())
+            continue;
+        if (std::string fault = m_pSegment->writeFrame(); !fault.empty())
+            return fault;
+    }
+    if (std::string fault = m_pSegment->writeFrame(); !fault.empty())
+        return fault;
+    removeOldest();
+    return m_pSegment->sync();
+}
+
+std::string Keeper::openSegment() {
+    std::string error;
+    m_pSegment = stream::SegmentWriter::create(pathOf(m_settings.directory, m_nextFile), m_instance, error);
+    if (m_pSegment)
+        ++m_nextFile;
+    return error;
+}
+
+void Keeper::removeOldest() {
+    const auto paths = segments(m_settings.directory);
+    std::size_t all = 0;
+    for (const std::string& path : paths)
+        all += sizeOf(path);
+    for (const std::string& path : paths) {
+        if (all <= m_settings.keep || path == m_pSegment->path())
+            return;
+        all -= sizeOf(path);
+        ::unlink(path.c_str());
+    }
+}
+
+void Keeper::tell(const std::string& fault) {
+    if (fault == m_fault || !m_report)
+        return;
+    if (fault.empty())
+        m_report("the recording goes on", true);
+    else
+        m_report("the recording has a gap: " + fault, false);
+    m_fault = fault;
+}
