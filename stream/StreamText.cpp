@@ -26,18 +26,24 @@ constexpr std::array<std::string_view, 12> s_outcomes{
 constexpr std::uint64_t s_countBits = (std::uint64_t{1} << 56) - 1;
 
 std::string_view originName(std::uint32_t origin) {
-    return origin < s_origins.size() ? s_origins[origin] : "unknown";
+    if (origin < s_origins.size())
+        return s_origins[origin];
+    return "unknown";
 }
 
 std::string_view outcomeName(std::uint32_t outcome) {
-    return outcome < s_outcomes.size() ? s_outcomes[outcome] : "unknown";
+    if (outcome < s_outcomes.size())
+        return s_outcomes[outcome];
+    return "unknown";
 }
 
 /// Why a record of a gap says that others are missing: a reader's reasons, and the keeper's own.
 std::string_view keepersReason(std::uint32_t reason) {
-    constexpr std::array<std::string_view, 5> s_reasons{"lapped", "missing", "damaged", "beyond the limit",
-                                                        "not taken by the disk"};
-    return reason < s_reasons.size() ? s_reasons[reason] : "unknown";
+    static constexpr std::array<std::string_view, 5> s_reasons{"lapped", "missing", "damaged",
+                                                               "beyond the limit", "not taken by the disk"};
+    if (reason < s_reasons.size())
+        return s_reasons[reason];
+    return "unknown";
 }
 
 /// As short as it says the number.

@@ -32,7 +32,7 @@ struct Name {
 
 }  // namespace
 
-std::uint64_t StreamWriter::value(Time when, EKind kind, Key key, std::uint32_t bits,
+std::uint64_t StreamWriter::value(Time when, EKind kind, const Key& key, std::uint32_t bits,
                                   std::string_view text) noexcept {
     StreamEntry entry{.kind = kind, .key = key.number, .value = bits, .texts = {text}};
     if ((key.number & 0xffffu) == 0)
@@ -40,27 +40,27 @@ std::uint64_t StreamWriter::value(Time when, EKind kind, Key key, std::uint32_t 
     return m_ring.write(when, entry);
 }
 
-std::uint64_t StreamWriter::valueText(Time when, Key key, std::string_view value) noexcept {
+std::uint64_t StreamWriter::valueText(Time when, const Key& key, std::string_view value) noexcept {
     return this->value(when, EKind::Text, key, 0, value);
 }
 
-std::uint64_t StreamWriter::valueFloat(Time when, Key key, float value) noexcept {
+std::uint64_t StreamWriter::valueFloat(Time when, const Key& key, float value) noexcept {
     return this->value(when, EKind::Float, key, std::bit_cast<std::uint32_t>(value), {});
 }
 
-std::uint64_t StreamWriter::valueInt(Time when, Key key, std::int32_t value) noexcept {
+std::uint64_t StreamWriter::valueInt(Time when, const Key& key, std::int32_t value) noexcept {
     return this->value(when, EKind::Int, key, static_cast<std::uint32_t>(value), {});
 }
 
-std::uint64_t StreamWriter::valueBool(Time when, Key key, bool value) noexcept {
+std::uint64_t StreamWriter::valueBool(Time when, const Key& key, bool value) noexcept {
     return this->value(when, EKind::Bool, key, value ? 1 : 0, {});
 }
 
-std::uint64_t StreamWriter::valueUnset(Time when, Key key) noexcept {
+std::uint64_t StreamWriter::valueUnset(Time when, const Key& key) noexcept {
     return value(when, EKind::Unset, key, 0, {});
 }
 
-std::uint64_t StreamWriter::event(Time when, Key key, std::string_view value) noexcept {
+std::uint64_t StreamWriter::event(Time when, const Key& key, std::string_view value) noexcept {
     return this->value(when, EKind::Event, key, 0, value);
 }
 

@@ -46,12 +46,12 @@ public:
         std::string_view text = {};  ///< used where the lower half of the number is 0
     };
 
-    std::uint64_t valueText(Time when, Key key, std::string_view value) noexcept;
-    std::uint64_t valueFloat(Time when, Key key, float value) noexcept;
-    std::uint64_t valueInt(Time when, Key key, std::int32_t value) noexcept;
-    std::uint64_t valueBool(Time when, Key key, bool value) noexcept;
-    std::uint64_t valueUnset(Time when, Key key) noexcept;
-    std::uint64_t event(Time when, Key key, std::string_view value) noexcept;
+    std::uint64_t valueText(Time when, const Key& key, std::string_view value) noexcept;
+    std::uint64_t valueFloat(Time when, const Key& key, float value) noexcept;
+    std::uint64_t valueInt(Time when, const Key& key, std::int32_t value) noexcept;
+    std::uint64_t valueBool(Time when, const Key& key, bool value) noexcept;
+    std::uint64_t valueUnset(Time when, const Key& key) noexcept;
+    std::uint64_t event(Time when, const Key& key, std::string_view value) noexcept;
     /// A driver's values hold no longer.
     std::uint64_t stale(Time when, std::uint16_t driver, std::uint32_t values,
                         std::string_view cause) noexcept;
@@ -106,7 +106,8 @@ public:
     static constexpr std::uint64_t s_refusedKind = 63;
 
 private:
-    std::uint64_t value(Time when, EKind kind, Key key, std::uint32_t bits, std::string_view text) noexcept;
+    std::uint64_t value(Time when, EKind kind, const Key& key, std::uint32_t bits,
+                        std::string_view text) noexcept;
     void sayCounts(Time now);
 
     StreamRing& m_ring;
