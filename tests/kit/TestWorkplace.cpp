@@ -66,6 +66,15 @@ HostProcess::Start TestWorkplace::host(const std::vector<std::string>& options) 
     return start;
 }
 
+std::string TestWorkplace::sandboxFault() const {
+    HostProcess::Start start;
+    start.program = build() / "bin/mfhost";
+    start.arguments = {"--probe-sandbox"};
+    start.files = m_directory;
+    HostProcess probe(start);
+    return probe.waitForEnd() == 0 ? std::string() : "needs mount and network namespaces: " + probe.log();
+}
+
 void writeFile(const fs::path& path, const std::string& text) {
     std::ofstream file(path);
     file << text << std::flush;

@@ -38,6 +38,9 @@ public:
     /// options.
     HostProcess::Start host(const std::vector<std::string>& options = {}) const;
 
+    /// Why an mfhost cannot have a sandbox of its own here; empty where it can.
+    std::string sandboxFault() const;
+
 private:
     std::filesystem::path m_directory;
 };

@@ -6,11 +6,7 @@ using testing::Not;
 // What a driver's "ipAddress" and "networkAdapter" do to the machine, on adapters of the test's own.
 class AddressRules : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (!IsSkipped())
-            workplace().addModule("Recorder");
-    }
+    void prepare() override { workplace().addModule("Recorder"); }
 
     void configureAddress(const std::string& address, const std::string& adapter = "") {
         workplace().configure(

@@ -3,9 +3,9 @@
 
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <thread>
 
+#include "BrokenFileCase.h"
 #include "SystemTest.h"
 
 namespace fs = std::filesystem;
@@ -13,16 +13,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 namespace {
-
-struct Broken {
-    const char* claim;
-    std::function<void(const fs::path& file)> breakIt;
-    std::string reason;  ///< behind the file's name
-
-    friend std::ostream& operator<<(std::ostream& stream, const Broken& broken) {
-        return stream << broken.claim;
-    }
-};
 
 std::string nested(int levels) {
     std::string text;
@@ -37,10 +27,7 @@ std::string nested(int levels) {
 // is asked meanwhile is refused.
 class BrokenFile : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
         giveAdapter();
         workplace().addModule("Echo");
         workplace().configure(TestWorkplace::entry("E", "Echo", "queue") +
@@ -65,12 +52,12 @@ protected:
     std::string m_whole;
 };
 
-class BrokenFiles : public BrokenFile, public testing::WithParamInterface<Broken> {};
+class BrokenFiles : public BrokenFile, public testing::WithParamInterface<BrokenFileCase> {};
 
 TEST_P(BrokenFiles, DriverThatEndsMeanwhileStaysInTheListAndIsStartedAgain) {
     HostProcess& host = startAndWait({"--restart-delay", "0.1", "--restart-limit", "1"});
     fs::remove(file());
-    GetParam().breakIt(file());
+    GetParam().makeIt(file());
     kill(host, "E");
     const std::string reason = file() + GetParam().reason;
     ASSERT_TRUE(host.waitForLog("HOST: E: no process runs: " + reason + "; it is started again in 0.2 s\n"))
@@ -98,7 +85,7 @@ TEST_P(BrokenFiles, ReloadByHandIsRefusedAndForgetsNobody) {
     kill(host, "E");
     ASSERT_TRUE(host.waitForLog("it is started again in ")) << host.log();
     fs::remove(file());
-    GetParam().breakIt(file());
+    GetParam().makeIt(file());
     for (const char* id : {"E", "F"}) {
         host.type(std::string("reloadDriver ") + id);
         EXPECT_TRUE(host.waitForOutput(std::string(id) + " is not reloaded, nothing is unloaded: " + file() +
@@ -118,33 +105,30 @@ TEST_P(BrokenFiles, ReloadByHandIsRefusedAndForgetsNobody) {
 INSTANTIATE_TEST_SUITE_P(
     , BrokenFiles,
     testing::Values(
-        Broken{"Missing", [](const fs::path&) {}, " cannot be read: No such file or directory"},
-        Broken{"Empty", [](const fs::path& file) { writeFile(file, ""); },
-               " cannot be read: Error document empty"},
-        Broken{"CutShort",
-               [](const fs::path& file) {
-                   writeFile(file, "<workplaces>\n<workplace id=\"0\">\n<mainframeDriver driverID=\"E\"");
-               },
-               " line 3: Error parsing Element"},
-        Broken{"IllFormed",
-               [](const fs::path& file) {
-                   writeFile(file, "<workplaces>\n<workplace id=\"0\">\n</workplaces>");
-               },
-               " line 3: Error reading end tag"},
-        Broken{"AnotherDocument", [](const fs::path& file) { writeFile(file, "<desk/>"); },
-               " line 1: the root is <desk>; it must be <workplaces>"},
-        Broken{"FaultyBeforeTheDriver",
-               [](const fs::path& file) {
-                   writeFile(file, "<workplaces>\n<desk/>\n<workplace id=\"0\">\n" +
-                                       TestWorkplace::entry("E", "Echo", "queue") +
-                                       "</workplace></workplaces>");
-               },
-               " line 2: an element <desk> may not stand here, only <workplace>"},
-        Broken{"LinkLoop", [](const fs::path& file) { fs::create_symlink(file, file); },
-               " cannot be read: Too many levels of symbolic links"},
-        Broken{"Directory", [](const fs::path& file) { fs::create_directory(file); }, " is no regular file"},
-        Broken{"TooDeep", [](const fs::path& file) { writeFile(file, nested(101)); },
-               " line 101: elements nest deeper than 100 levels"}),
+        missingFile(),
+        BrokenFileCase{"Empty", [](const fs::path& file) { writeFile(file, ""); },
+                       " cannot be read: Error document empty"},
+        BrokenFileCase{"CutShort",
+                       [](const fs::path& file) {
+                           writeFile(file,
+                                     "<workplaces>\n<workplace id=\"0\">\n<mainframeDriver driverID=\"E\"");
+                       },
+                       " line 3: Error parsing Element"},
+        illFormedFile(),
+        BrokenFileCase{"AnotherDocument", [](const fs::path& file) { writeFile(file, "<desk/>"); },
+                       " line 1: the root is <desk>; it must be <workplaces>"},
+        BrokenFileCase{"FaultyBeforeTheDriver",
+                       [](const fs::path& file) {
+                           writeFile(file, "<workplaces>\n<desk/>\n<workplace id=\"0\">\n" +
+                                               TestWorkplace::entry("E", "Echo", "queue") +
+                                               "</workplace></workplaces>");
+                       },
+                       " line 2: an element <desk> may not stand here, only <workplace>"},
+        BrokenFileCase{"LinkLoop", [](const fs::path& file) { fs::create_symlink(file, file); },
+                       " cannot be read: Too many levels of symbolic links"},
+        directoryAsFile(),
+        BrokenFileCase{"TooDeep", [](const fs::path& file) { writeFile(file, nested(101)); },
+                       " line 101: elements nest deeper than 100 levels"}),
     [](const auto& test) { return test.param.claim; });
 
 TEST_F(BrokenFile, FileThatIsNoLongerSignedIsAReasonWithANextTry) {

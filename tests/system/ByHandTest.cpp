@@ -9,10 +9,7 @@ using testing::HasSubstr;
 // The host makes the queues only; somebody else starts the driver process.
 class ByHand : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
         giveAdapter();
         workplace().addModule("Echo");
         workplace().configure(TestWorkplace::entry("AXIS1", "Echo", "queue"));

@@ -19,10 +19,8 @@ using testing::Not;
 // host's process starts is its own.
 class Children : public FaultyWorkplace {
 protected:
-    void SetUp() override {
-        FaultyWorkplace::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
+        FaultyWorkplace::prepare();
         workplace().addModule("StartsProcesses");
         workplace().addModule("Echo");
     }

@@ -13,13 +13,8 @@ using testing::HasSubstr;
 class DemoWorkplace : public testing::Test {
 protected:
     void SetUp() override {
-        HostProcess::Start probe;
-        probe.program = TestWorkplace::build() / "bin/mfhost";
-        probe.arguments = {"--probe-sandbox"};
-        probe.files = m_workplace.directory();
-        HostProcess host(probe);
-        if (host.waitForEnd() != 0)
-            GTEST_SKIP() << "needs mount and network namespaces: " << host.log();
+        if (const std::string fault = m_workplace.sandboxFault(); !fault.empty())
+            GTEST_SKIP() << fault;
     }
 
     HostProcess& start(const std::vector<std::string>& options = {}) {

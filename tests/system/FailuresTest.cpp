@@ -21,11 +21,7 @@ using testing::Not;
 // runs.
 class Failures : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (!IsSkipped())
-            giveAdapter();
-    }
+    void prepare() override { giveAdapter(); }
 
     /// One driver of that type beside a healthy one.
     void configure(const std::string& type, const std::string& interfaceType = "direct") {

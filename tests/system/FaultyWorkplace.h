@@ -8,11 +8,7 @@
 /// Base of the tests that run drivers which fail as they are told, beside healthy ones.
 class FaultyWorkplace : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (!IsSkipped())
-            giveAdapter();
-    }
+    void prepare() override { giveAdapter(); }
 
     /// The fault driver BAD in that mode, and the healthy GOOD in the host's process.
     void configure(const std::string& interfaceType) {

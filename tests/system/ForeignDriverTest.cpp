@@ -5,10 +5,7 @@ using testing::HasSubstr;
 // A driver that knows the interfaces and the driver macro alone, in the host's process and in one of its own.
 class ForeignDriver : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
         giveAdapter();
         std::filesystem::copy_file(TestWorkplace::build() / "lib/foreign/ForeignDriver.so",
                                    workplace().drivers() / "ForeignDriver.so");

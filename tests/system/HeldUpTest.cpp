@@ -16,10 +16,7 @@ using testing::Not;
 // come back from it.
 class HeldUp : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
         giveAdapter();
         workplace().addModule("LocksItself");
         workplace().addModule("Echo");

@@ -11,11 +11,7 @@ using testing::Not;
 // What the host keeps from the XML library and from the drivers: which file, which line, what would be right.
 class HostFiles : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (!IsSkipped())
-            giveAdapter();
-    }
+    void prepare() override { giveAdapter(); }
 
     std::string file() { return workplace().configuration().string(); }
 

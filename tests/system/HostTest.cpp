@@ -40,13 +40,8 @@ constexpr const char* s_live = "E.N  int   7      E       [0-9]+ s +yes";
 class HostTest : public testing::Test {
 protected:
     void SetUp() override {
-        HostProcess::Start probe;
-        probe.program = TestWorkplace::build() / "bin/mfhost";
-        probe.arguments = {"--probe-sandbox"};
-        probe.files = m_workplace.directory();
-        HostProcess host(probe);
-        if (host.waitForEnd() != 0)
-            GTEST_SKIP() << "needs mount and network namespaces: " << host.log();
+        if (const std::string fault = m_workplace.sandboxFault(); !fault.empty())
+            GTEST_SKIP() << fault;
         m_workplace.addModule("Echo");
     }
 

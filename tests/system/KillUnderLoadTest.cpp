@@ -13,10 +13,7 @@ using testing::Not;
 // send.
 class KillUnderLoad : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
         giveAdapter();
         workplace().addModule("Traffic");
         workplace().configure(TestWorkplace::entry("NEAR", "Traffic", "queue") +

@@ -20,10 +20,8 @@ using testing::Not;
 // A driver process that comes up later than the host waits for it, or never, as on a busy machine.
 class LateProcess : public FaultyWorkplace {
 protected:
-    void SetUp() override {
-        FaultyWorkplace::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
+        FaultyWorkplace::prepare();
         // The wrapper is looked for beside the running program.
         fs::create_directory(workplace().directory() / "bin");
         fs::copy_file(TestWorkplace::build() / "bin/mfhost", workplace().directory() / "bin/mfhost");

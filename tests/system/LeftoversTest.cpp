@@ -21,10 +21,8 @@ using testing::IsEmpty;
 // Whatever ends, and however: no process, queue, descriptor, thread or file is left of it.
 class Leftovers : public FaultyWorkplace {
 protected:
-    void SetUp() override {
-        FaultyWorkplace::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
+        FaultyWorkplace::prepare();
         m_mark = "MFD_TEST_MARK=" + workplace().directory().string();
         fs::create_directory(temporary());
         workplace().addModule("Recorder");

@@ -20,10 +20,8 @@ using testing::Not;
 // it.
 class Meddling : public FaultyWorkplace {
 protected:
-    void SetUp() override {
-        FaultyWorkplace::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
+        FaultyWorkplace::prepare();
         workplace().addModule("Meddles");
         workplace().addModule("Echo");
         workplace().addModule("Recorder");

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <thread>
 
+#include "BrokenFileCase.h"
 #include "ConsoleWorkplace.h"
 
 namespace fs = std::filesystem;
@@ -26,10 +27,8 @@ constexpr const char* s_heading =
 // A driver that an operator stops stays unloaded until he starts it again, whatever comes between.
 class Parking : public ConsoleWorkplace {
 protected:
-    void SetUp() override {
-        ConsoleWorkplace::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
+        ConsoleWorkplace::prepare();
         workplace().addModule("Echo");
         workplace().addModule("Recorder");
     }
@@ -296,29 +295,20 @@ TEST_F(Parking, DriverThatEndedAtItsLimitIsStarted) {
 
 namespace {
 
-struct Broken {
-    const char* claim;
-    std::function<void(const fs::path& file)> breakIt;
-    std::string reason;  ///< behind the file's name
-
-    friend std::ostream& operator<<(std::ostream& stream, const Broken& broken) {
-        return stream << broken.claim;
-    }
-};
-
 void configureText(const fs::path& file, const std::string& elements) {
     replaceFile(file, "<workplaces>\n<workplace id=\"0\">\n" + elements + "</workplace>\n</workplaces>\n");
 }
 
 }  // namespace
 
-class ParkingWithABrokenFile : public Parking, public testing::WithParamInterface<Broken> {};
+class ParkingWithABrokenFile : public Parking, public testing::WithParamInterface<BrokenFileCase> {};
 
 TEST_P(ParkingWithABrokenFile, StopsTheDriverAndStartsItWhenTheFileIsWholeAgain) {
     workplace().configure(entry("E", "queue") + entry("D", "direct") + entry("G", "queue"));
     const std::string whole = readFile(file());
     HostProcess& host = startAndWait();
-    GetParam().breakIt(file());
+    fs::remove(file());
+    GetParam().makeIt(file());
     for (const std::string id : {"E", "D"}) {
         stop(host, id);
         expectParked(host, id);
@@ -341,28 +331,18 @@ TEST_P(ParkingWithABrokenFile, StopsTheDriverAndStartsItWhenTheFileIsWholeAgain)
 INSTANTIATE_TEST_SUITE_P(
     , ParkingWithABrokenFile,
     testing::Values(
-        Broken{"Missing", [](const fs::path& file) { fs::remove(file); },
-               " cannot be read: No such file or directory"},
-        Broken{"IllFormed",
-               [](const fs::path& file) {
-                   replaceFile(file, "<workplaces>\n<workplace id=\"0\">\n</workplaces>");
-               },
-               " line 3: Error reading end tag"},
-        Broken{"FaultyBeforeTheDrivers", [](const fs::path& file) { configureText(file, "text\n"); },
-               " line 3: text may not stand in a workplace"},
-        Broken{"HeldByAForeignAttribute",
-               [](const fs::path& file) {
-                   configureText(file, "<mainframeDriver driverType=\"Echo\" driverID=\"X\"/>\n" +
-                                           TestWorkplace::entry("E", "Echo", "queue") +
-                                           TestWorkplace::entry("D", "Echo", "direct"));
-               },
-               " line 3: driverID must be the first attribute of a mainframeDriver that can be reloaded"},
-        Broken{"Directory",
-               [](const fs::path& file) {
-                   fs::remove(file);
-                   fs::create_directory(file);
-               },
-               " is no regular file"}),
+        missingFile(), illFormedFile(),
+        BrokenFileCase{"FaultyBeforeTheDrivers", [](const fs::path& file) { configureText(file, "text\n"); },
+                       " line 3: text may not stand in a workplace"},
+        BrokenFileCase{
+            "HeldByAForeignAttribute",
+            [](const fs::path& file) {
+                configureText(file, "<mainframeDriver driverType=\"Echo\" driverID=\"X\"/>\n" +
+                                        TestWorkplace::entry("E", "Echo", "queue") +
+                                        TestWorkplace::entry("D", "Echo", "direct"));
+            },
+            " line 3: driverID must be the first attribute of a mainframeDriver that can be reloaded"},
+        directoryAsFile()),
     [](const auto& test) { return test.param.claim; });
 
 TEST_F(Parking, DriverThatTheFileNoLongerNamesIsStoppedAndItsMarkTakenBack) {

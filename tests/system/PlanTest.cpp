@@ -16,10 +16,8 @@ using testing::Not;
 // What has changed in the files is planned, applied and given back at the console.
 class Planning : public ConsoleWorkplace {
 protected:
-    void SetUp() override {
-        ConsoleWorkplace::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
+        ConsoleWorkplace::prepare();
         for (const char* module : {"Echo", "Recorder"})
             workplace().addModule(module);
     }

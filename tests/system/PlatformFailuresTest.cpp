@@ -25,10 +25,8 @@ using testing::Not;
 // What the system refuses: one clear line, the rest runs, and nothing is in the way of the next try.
 class PlatformFailures : public FaultyWorkplace {
 protected:
-    void SetUp() override {
-        FaultyWorkplace::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
+        FaultyWorkplace::prepare();
         const std::string reason = SyscallFailer::unavailable();
         if (!reason.empty())
             GTEST_SKIP() << reason;

@@ -11,10 +11,7 @@ using testing::Not;
 // what belongs to others.
 class PreferredSandbox : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
         workplace().addModule("Recorder");
         workplace().configure(TestWorkplace::entry("AXIS1", "Recorder", "direct"));
     }

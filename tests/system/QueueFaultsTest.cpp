@@ -24,10 +24,8 @@ using testing::Not;
 // is started again as soon as that is possible, and nobody else is held up.
 class QueueFaults : public FaultyWorkplace {
 protected:
-    void SetUp() override {
-        FaultyWorkplace::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
+        FaultyWorkplace::prepare();
         m_queues = workplace().directory() / "queues";
         fs::create_directory(m_queues);
         ASSERT_EQ(::mount("tmpfs", m_queues.c_str(), "tmpfs", 0, "mode=0700"), 0);
@@ -349,8 +347,8 @@ TEST_F(QueueFaults, IDThatMakesNoQueueNameIsRefusedWithItsLine) {
 /// Without MFD_QUEUE_DIR: each host has a directory of its own.
 class QueueFaultsOfTheDirectory : public QueueFaults {
 protected:
-    void SetUp() override {
-        QueueFaults::SetUp();
+    void prepare() override {
+        QueueFaults::prepare();
         ASSERT_THAT(entries(), IsEmpty());
     }
     static std::vector<fs::path> entries() {

@@ -18,10 +18,7 @@ using testing::Not;
 // while the host looks at it comes too late.
 class ReadOnce : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (IsSkipped())
-            return;
+    void prepare() override {
         if (const std::string reason = SyscallFailer::unavailable(); !reason.empty())
             GTEST_SKIP() << reason;
         giveAdapter();

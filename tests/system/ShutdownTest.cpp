@@ -11,11 +11,7 @@ using testing::Not;
 // How drivers and their processes end: in order, when they hold things up, and when the host is killed.
 class Shutdown : public SystemTest {
 protected:
-    void SetUp() override {
-        SystemTest::SetUp();
-        if (!IsSkipped())
-            giveAdapter();
-    }
+    void prepare() override { giveAdapter(); }
 
     HostProcess& startWith(const std::string& type, const std::string& interfaceType,
                            const std::vector<std::string>& options = {}) {

@@ -18,7 +18,10 @@ protected:
         if (!reason.empty())
             GTEST_SKIP() << reason;
         m_pWorkplace = std::make_unique<TestWorkplace>();
+        prepare();
     }
+    /// What the tests of a class begin with, once they have their machine and their workplace.
+    virtual void prepare() {}
 
     /// The machine has eth0 with a main address of its own; most tests do not look at it.
     static void giveAdapter() { ASSERT_TRUE(PrivateMachine::addAdapter("eth0", "192.0.2.10/24")); }

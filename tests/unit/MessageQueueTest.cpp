@@ -2140,34 +2140,33 @@ TEST_F(MessageQueue, GivesMemoryBackWhileTrafficGoesOn) {
     }));
 }
 
-TEST_F(MessageQueue, LackOfMemoryIsAFailedSend) {
-    if (std::system("unshare -Urm true 2>/dev/null") != 0) {
-        GTEST_SKIP() << "needs user and mount namespaces";
+/// The queues of a process are in a file system of their own, which is small.
+class MessageQueueWithoutMemory : public MessageQueue {
+protected:
+    void SetUp() override {
+        MessageQueue::SetUp();
+        if (std::system("unshare -Urm true 2>/dev/null") != 0)
+            GTEST_SKIP() << "needs user and mount namespaces";
     }
-    QueuePeer peer({"fill", "Q"},
-                   {"unshare", "-Urm", "sh", "-c",
-                    "mount -t tmpfs -o size=512k,mode=0700 none $MFD_QUEUE_DIR && exec \"$@\"", "sh"});
-    EXPECT_EQ(peer.line(), "filled and emptied");
+    static std::string lineOf(const std::string& command, const std::string& size) {
+        QueuePeer peer(
+            {command, "Q"},
+            {"unshare", "-Urm", "sh", "-c",
+             "mount -t tmpfs -o size=" + size + ",mode=0700 none $MFD_QUEUE_DIR && exec \"$@\"", "sh"});
+        return peer.line();
+    }
+};
+
+TEST_F(MessageQueueWithoutMemory, SendFails) {
+    EXPECT_EQ(lineOf("fill", "512k"), "filled and emptied");
 }
 
-TEST_F(MessageQueue, LackOfMemoryThatWasGivenBackIsAFailedSend) {
-    if (std::system("unshare -Urm true 2>/dev/null") != 0) {
-        GTEST_SKIP() << "needs user and mount namespaces";
-    }
-    QueuePeer peer({"refill", "Q"},
-                   {"unshare", "-Urm", "sh", "-c",
-                    "mount -t tmpfs -o size=2m,mode=0700 none $MFD_QUEUE_DIR && exec \"$@\"", "sh"});
-    EXPECT_EQ(peer.line(), "refilled and emptied");
+TEST_F(MessageQueueWithoutMemory, SendFailsThoughSomeWasGivenBack) {
+    EXPECT_EQ(lineOf("refill", "2m"), "refilled and emptied");
 }
 
-TEST_F(MessageQueue, LackOfMemoryIsAFailedCreate) {
-    if (std::system("unshare -Urm true 2>/dev/null") != 0) {
-        GTEST_SKIP() << "no namespaces allowed here";
-    }
-    QueuePeer peer({"create", "Q"},
-                   {"unshare", "-Urm", "sh", "-c",
-                    "mount -t tmpfs -o size=16k,mode=0700 none $MFD_QUEUE_DIR && exec \"$@\"", "sh"});
-    EXPECT_EQ(peer.line(), "not created");
+TEST_F(MessageQueueWithoutMemory, CreateFails) {
+    EXPECT_EQ(lineOf("create", "16k"), "not created");
 }
 
 // What the host shows.

@@ -81,5 +81,13 @@ protected:
         return message && message->sender == 1 && message->number == number && !receive(queue, 0);
     }
 
+    /// Another sender may send (sender 1), and its message arrives.
+    static void expectGoesOn(sal::MessageQueue& creator, std::uint32_t number) {
+        sal::MessageQueue fresh;
+        ASSERT_TRUE(fresh.open("Q"));
+        ASSERT_TRUE(send(fresh, 1, number, c_hangGuardMs));
+        ASSERT_TRUE(holdsJust(creator, number));
+    }
+
     std::string m_directory;
 };
