@@ -116,10 +116,10 @@ ApiAnswer answerOf(const Applied& applied) {
         throw ApiFault(applied.isOutdated ? ECode::PlanOutdated : ECode::Refused, applied.refusal);
     JsonText json;
     json.beginObject().member("history", applied.history).name("changes").beginArray();
-    for (const AppliedChange& applied_ : applied.changes)
-        write(json.beginObject(), applied_.change)
-            .member("done", applied_.isDone)
-            .member("why", applied_.reason)
+    for (const AppliedChange& done : applied.changes)
+        write(json.beginObject(), done.change)
+            .member("done", done.isDone)
+            .member("why", done.reason)
             .endObject();
     json.endArray().endObject();
     return {.body = json.take()};

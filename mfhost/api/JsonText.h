@@ -42,13 +42,13 @@ public:
     JsonText& null() { return word("null"); }
     /// Null when there is none.
     template <class Value>
-    JsonText& value(const std::optional<Value>& value_) {
-        return value_ ? value(*value_) : null();
+    JsonText& value(const std::optional<Value>& content) {
+        return content ? value(*content) : null();
     }
 
     template <class Value>
-    JsonText& member(std::string_view name_, const Value& value_) {
-        return name(name_).value(value_);
+    JsonText& member(std::string_view key, const Value& content) {
+        return name(key).value(content);
     }
 
     /// What was written; nothing is left.
