@@ -55,6 +55,7 @@ public:
 
     // The library prescribes the name.
     template <class Buffers>
+    // NOLINTNEXTLINE(readability-identifier-naming)
     std::size_t read_some(const Buffers& buffers, error_code& error) {
         const asio::mutable_buffer buffer = *asio::buffer_sequence_begin(buffers);
         if (!isReady(m_socket, POLLIN, m_deadline))
@@ -67,6 +68,7 @@ public:
         return done(count, error);
     }
     template <class Buffers>
+    // NOLINTNEXTLINE(readability-identifier-naming)
     std::size_t read_some(const Buffers& buffers) {
         error_code error;
         const std::size_t count = read_some(buffers, error);

@@ -26,6 +26,7 @@ pid_t start(std::vector<std::string> words, int output) {
         return 0;
     }
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

@@ -112,7 +112,7 @@ std::string ApiBody::anyText(const std::string& name) const {
 }
 
 std::string ApiBody::text(const std::string& name) const {
-    const std::string text = anyText(name);
+    std::string text = anyText(name);
     if (text.empty())
         throw invalid("\"" + name + "\" is empty");
     return text;
