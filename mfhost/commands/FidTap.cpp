@@ -4,7 +4,29 @@
 
 namespace {
 
-thread_local unsigned int t_watched = 0;
+[[gnu::tls_model("initial-exec")]] constinit thread_local unsigned int t_watched = 0;
+
+// Receiving threads, on which nobody watches, pass the tap for each FID. What is told stands apart from that,
+// so that they have two variables to look at and nothing to save.
+bool isAnyoneWatching() {
+    return t_watched > 0 || FidWatch::ofThisThread();
+}
+
+[[gnu::noinline]] void tellBegin(DriverTable& drivers, const std::string& driverID, const std::string& fid,
+                                 const FIDParameterList& parameters) {
+    if (t_watched > 0)
+        drivers.fidBegins(driverID, fid, parameters);
+    if (FidWatch* const pWatch = FidWatch::ofThisThread())
+        pWatch->fidBegins(driverID, fid);
+}
+
+[[gnu::noinline]] void tellEnd(DriverTable& drivers, const std::string& driverID, bool ok,
+                               const char* exception) {
+    if (t_watched > 0)
+        drivers.fidEnded(driverID, ok, exception);
+    if (FidWatch* const pWatch = FidWatch::ofThisThread())
+        pWatch->fidEnded(ok, exception);
+}
 
 }  // namespace
 
@@ -34,17 +56,13 @@ void FidTap::loadFailed(const std::string& path, const std::string& reason) {
 
 void FidTap::fidBegins(const std::string& driverID, const std::string& fid,
                        const FIDParameterList& parameters) {
-    if (t_watched > 0)
-        m_drivers.fidBegins(driverID, fid, parameters);
-    if (FidWatch* const pWatch = FidWatch::ofThisThread())
-        pWatch->fidBegins(driverID, fid);
+    if (isAnyoneWatching())
+        tellBegin(m_drivers, driverID, fid, parameters);
 }
 
 void FidTap::fidEnded(const std::string& driverID, bool ok, const char* exception) {
-    if (t_watched > 0)
-        m_drivers.fidEnded(driverID, ok, exception);
-    if (FidWatch* const pWatch = FidWatch::ofThisThread())
-        pWatch->fidEnded(ok, exception);
+    if (isAnyoneWatching())
+        tellEnd(m_drivers, driverID, ok, exception);
 }
 
 void FidTap::sent(const std::string& queue, std::uint32_t number, const unsigned char* data, int length,

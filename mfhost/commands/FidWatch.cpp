@@ -43,8 +43,6 @@ std::vector<std::string> knownFunctions(const std::string& unknown) {
     return known;
 }
 
-thread_local FidWatch* t_pInnermost = nullptr;
-
 bool isToCome(EDriverState state) {
     return state == EDriverState::Waiting || state == EDriverState::Due;
 }
@@ -69,6 +67,8 @@ void setNobody(FidOutcome& outcome, EFidReason reason, std::string text) {
 }
 
 }  // namespace
+
+constinit thread_local FidWatch* FidWatch::t_pInnermost = nullptr;
 
 FidWatch::FidWatch(const DriverTable& drivers, const std::string& fid, const FIDParameterList& parameters)
     : m_drivers(drivers),
@@ -107,10 +107,6 @@ std::string FidWatch::whyTooLong(const std::string& fid, const FIDParameterList&
         return "it has " + std::to_string(parameters.size()) + " parameters; a message takes " +
                std::to_string(s_mostParameters);
     return {};
-}
-
-FidWatch* FidWatch::ofThisThread() {
-    return t_pInnermost;
 }
 
 /// A macro that the panel plays on this thread comes before the FID itself, so the last one counts.

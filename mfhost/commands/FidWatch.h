@@ -36,8 +36,9 @@ public:
     /// Nothing unless it was written to the input queue of its driver.
     const std::optional<Place>& place() const { return m_place; }
 
-    /// The one that is told of what this thread does; null for none.
-    static FidWatch* ofThisThread();
+    /// The one that is told of what this thread does; null for none. A plain look at a variable, since every
+    /// FID and every message that the host sends asks for it.
+    static FidWatch* ofThisThread() { return t_pInnermost; }
 
     void fidBegins(const std::string& driverID, const std::string& function);
     void fidEnded(bool ok, const char* exception);
@@ -47,6 +48,9 @@ public:
 
 private:
     enum class EWay { None, Called, Written, NotWritten };
+
+    // A part of the program itself, and nothing to initialise: so a look needs no call.
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local FidWatch* t_pInnermost;
 
     void describeCall(FidOutcome& outcome) const;
     void describeQueue(FidOutcome& outcome) const;
