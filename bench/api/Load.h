@@ -12,7 +12,8 @@
 
 /// Asks a control socket at a steady rate on several connections, and notes how long each answer takes: from
 /// the time at which the request was due, so that a server that falls behind does not slow down what measures
-/// it. One thread.
+/// it. Who is half a second late leaves out what has come due meanwhile, which shows in how many were
+/// answered in a second: asked at once, it would be more than that rate. One thread.
 class Load {
 public:
     using Clock = std::chrono::steady_clock;
