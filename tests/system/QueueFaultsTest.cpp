@@ -287,7 +287,7 @@ TEST_F(QueueFaults, ProcessThatIsStoppedInsideItsSendDoesNotHoldUpTheConsole) {
                     " cannot be sent to, since a sender has not left its input queue for 1 s and holds up "
                     "\"sendFID FAR.PING value=lost\"; it is ended\n");
     EXPECT_THAT(host.log(), HasSubstr(" did not heed SIGTERM and is killed\n"));
-    expectQuits(host);
+    expectQuits(host, 3);
 }
 
 TEST_F(QueueFaults, SenderThatOutlivesTheDriverDoesNotHoldUpTheConsole) {
