@@ -21,8 +21,10 @@ std::string logText(const JsonView& line, const Screen& screen) {
     std::string text = localTimeOfDay(line.text("time"));
     const std::string driver = line.text("driver");
     const std::string output = line.text("output");
-    // A driver's own output often bears its name.
-    for (const std::string& word : {levelInWords(level), output, driver == output ? std::string() : driver})
+    // The output of a driver's process begins with its ID, and so does what the host says of it.
+    const bool isNamed =
+        output == driver || output.starts_with(driver + " ") || line.text("text").starts_with(driver + ":");
+    for (const std::string& word : {levelInWords(level), output, isNamed ? std::string() : driver})
         text += (word.empty() ? "" : " ") + word;
     return screen.coloured(level > 0 && level <= error ? EColour::Bad
                            : level == warning          ? EColour::Warning

@@ -25,6 +25,10 @@ TEST(LogText, HasTimeLevelOutputDriverAndText) {
 TEST(LogText, NamesADriverOnce) {
     EXPECT_EQ("12:00:05 info SYS  x", textOf(R"({"time":"2026-11-22T12:00:05.000Z","level":4,
               "output":"SYS","driver":"SYS","text":"x"})"));
+    EXPECT_EQ("12:00:05 info SYS MFD  x", textOf(R"({"time":"2026-11-22T12:00:05.000Z","level":4,
+              "output":"SYS MFD","driver":"SYS","text":"x"})"));
+    EXPECT_EQ("12:00:05 info HOST  SYS: is parked", textOf(R"({"time":"2026-11-22T12:00:05.000Z","level":4,
+              "output":"HOST","driver":"SYS","text":"SYS: is parked"})"));
 }
 
 TEST(LogText, IsPrintable) {
