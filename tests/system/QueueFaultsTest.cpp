@@ -101,9 +101,9 @@ protected:
     }
 
     /// In order, and not by the enforced end.
-    void expectQuits(HostProcess& host, int exitCode = 0) {
+    void expectQuits(HostProcess& host, const testing::Matcher<int>& exitCode = 0) {
         host.type("quit");
-        EXPECT_EQ(host.waitForEnd(), exitCode);
+        EXPECT_THAT(host.waitForEnd(), testing::Optional(exitCode));
         EXPECT_TRUE(host.waitForLog("all drivers are stopped\n")) << host.log();
         EXPECT_THAT(host.log(), Not(HasSubstr("the host ends without it")));
     }
@@ -287,7 +287,8 @@ TEST_F(QueueFaults, ProcessThatIsStoppedInsideItsSendDoesNotHoldUpTheConsole) {
                     " cannot be sent to, since a sender has not left its input queue for 1 s and holds up "
                     "\"sendFID FAR.PING value=lost\"; it is ended\n");
     EXPECT_THAT(host.log(), HasSubstr(" did not heed SIGTERM and is killed\n"));
-    expectQuits(host, 3);
+    // The killed process leaves the lock a moment before its queue is closed: the FID may still be written.
+    expectQuits(host, testing::AnyOf(0, 3));
 }
 
 TEST_F(QueueFaults, SenderThatOutlivesTheDriverDoesNotHoldUpTheConsole) {
