@@ -128,7 +128,7 @@ TEST_F(Control, WhatADriverProcessWritesToStandardErrorIsInItsLogAndTheHostsLine
     ASSERT_TRUE(host.waitForLog("warning  T: out of paper\n")) << host.log();
     const Answer ofDriver = mfctl("log T");
     EXPECT_EQ(ofDriver.exitCode, 0) << ofDriver.text;
-    EXPECT_THAT(ofDriver.text, ContainsRegex("(^|\n)[0-9:]{8} info T MFD T  Runs "));
+    EXPECT_THAT(ofDriver.text, ContainsRegex("(^|\n)[0-9:]{8} info T MFD  Runs "));
     EXPECT_THAT(ofDriver.text, ContainsRegex("\n[0-9:]{8} warning T  out of paper\n"));
     EXPECT_THAT(ofDriver.text, Not(HasSubstr("the workplace is started")));
     const std::string ofAll = mfctl("log --level 4").text;
@@ -152,7 +152,7 @@ TEST_F(Control, CardOfADriverThatWasKilledHasItsLastWordsAndLines) {
     EXPECT_EQ(card.exitCode, 0) << card.text;
     EXPECT_THAT(card.text, HasSubstr("\nlast cause  signal 9 (Killed)\n"));
     EXPECT_THAT(card.text, ContainsRegex("\nlast log lines\n([^\n]+\n)*[0-9:]{8} warning T  one more\n"
-                                         "[0-9:]{8} error HOST T  T: process [0-9]+ ended unexpectedly: "));
+                                         "[0-9:]{8} error HOST  T: process [0-9]+ ended unexpectedly: "));
     EXPECT_THAT(card.text, HasSubstr("\nwhat it said last\none more\n"));
     EXPECT_EQ(end(), 0);
 }
