@@ -46,9 +46,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds s_limit{200};
+constexpr std::chrono::milliseconds s_limit{1000};
 /// While a process is on its way into another program, which on a busy machine takes its time.
-constexpr std::chrono::milliseconds s_longLimit{1000};
+constexpr std::chrono::milliseconds s_longLimit{5000};
 constexpr int s_glance = 20;
 /// An environment of more is not looked at further; the mark is at its beginning.
 constexpr std::size_t s_longestText = 256 * 1024;
