@@ -195,9 +195,23 @@ std::optional<int> HostProcess::waitForEnd(int seconds) {
             m_exit = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         return m_exit.has_value();
     });
-    if (m_marks > 0 && m_exit == 3)
-        return 0;
-    return m_exit;
+    return m_exit == 3 && m_marks > 0 && haveOnlyMarksFailed() ? 0 : m_exit;
+}
+
+bool HostProcess::haveOnlyMarksFailed() const {
+    std::istringstream lines(log());
+    int failed = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (const auto at = line.find(" more lines of the input failed"); at != std::string::npos)
+            failed += std::stoi(line.substr(line.rfind(' ', at - 1) + 1));
+        else if (line.find(" of the input failed: ") == std::string::npos)
+            continue;
+        else if (line.find(" of the input failed: sendFID NOBODY.mark") == std::string::npos)
+            return false;
+        else
+            ++failed;
+    }
+    return failed <= m_marks;
 }
 
 std::vector<pid_t> HostProcess::children() const {

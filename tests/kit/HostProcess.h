@@ -53,7 +53,7 @@ public:
     bool repliesWith(const std::string& command, const std::string& pattern);
 
     /// Its exit code, or 128 and the signal that ended it; nothing when it is still there after that long. A
-    /// mark is a line that fails, so an end in order after one counts as 0.
+    /// mark is a line that fails: an end in order counts as 0 where no other line has failed.
     std::optional<int> waitForEnd(int seconds = static_cast<int>(c_hangGuard.count()));
 
     /// Process IDs of its children.
@@ -62,6 +62,8 @@ public:
     pid_t driverProcess(const std::string& driverID) const;
 
 private:
+    bool haveOnlyMarksFailed() const;
+
     std::filesystem::path m_outputFile;
     std::filesystem::path m_logFile;
     pid_t m_pid = -1;

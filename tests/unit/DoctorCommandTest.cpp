@@ -41,9 +41,10 @@ protected:
         std::filesystem::copy_file("/bin/sleep", program);
         auto pHost = std::make_unique<HostProcess>(
             HostProcess::Start{program, {"1000"}, environment, m_directory.path()});
+        // The kernel gives it the name before the command line.
         EXPECT_TRUE(eventually([&] {
             const auto facts = ProcessFacts::read(pHost->pid());
-            return facts && facts->programName() == "mfhost";
+            return facts && facts->programName() == "mfhost" && facts->command.size() == 2;
         }));
         addToProc(std::to_string(pHost->pid()));
         return pHost;
