@@ -46,7 +46,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds s_limit{1000};
+constexpr std::chrono::milliseconds s_limit{200};
 /// While a process is on its way into another program, which on a busy machine takes its time.
 constexpr std::chrono::milliseconds s_longLimit{5000};
 constexpr int s_glance = 20;
