@@ -148,10 +148,11 @@ public:
     /// and marks the queue as broken for them. True when the name is free now. Any thread.
     static bool retire(const std::string& name);
 
-    /// Ends a caller's loop that repeats create() until it succeeds: the next create() of a name that is
-    /// being refused returns true even where it makes no queue; open() of that name, send() and receive()
-    /// then fail. Any thread.
-    static void passNextCreate(const std::string& name);
+    /// Ends a caller's loop that repeats create() until it succeeds: as long as the name goes on being
+    /// refused as refusals() told, its next create() returns true even where it makes no queue; open() of
+    /// that name, send() and receive() then fail. With that the loop is over: what is refused later is
+    /// another refusal. Any thread.
+    static void passNextCreate(const Refusal& refusal);
 
     /// Before an _exit() that destroys nothing: removes the names of those queues of this process to which
     /// nobody else is attached. True when no name is left. No queue is good for anything else from then on.

@@ -150,8 +150,8 @@ bool MessageQueue::retire(const std::string& name) {
     return QueueFile::retire(name, error) == QueueFile::EResult::Done;
 }
 
-void MessageQueue::passNextCreate(const std::string& name) {
-    QueueRegistry::instance().passNextCreate(name);
+void MessageQueue::passNextCreate(const Refusal& refusal) {
+    QueueRegistry::instance().passNextCreate(refusal);
 }
 
 bool MessageQueue::removeNames() {

@@ -116,17 +116,23 @@ bool QueueRegistry::removeNames() {
     return areGone;
 }
 
-bool QueueRegistry::Refused::isRecent() const {
-    return Clock::now() - last < s_series;
+bool QueueRegistry::Refused::isGoingOn() const {
+    return !hasPassed && Clock::now() - last < s_series;
+}
+
+unsigned int QueueRegistry::Refused::forMs() const {
+    using std::chrono::milliseconds;
+    return static_cast<unsigned int>(std::chrono::duration_cast<milliseconds>(last - first).count());
 }
 
 bool QueueRegistry::refused(const std::string& name, const std::string& why) {
     const std::lock_guard lock(m_mutex);
     const auto now = Clock::now();
-    Refused& refused = m_refused.try_emplace(name, Refused{{}, now, now, false}).first->second;
-    if (!refused.isRecent()) {
+    Refused& refused = m_refused.try_emplace(name, Refused{{}, now, now}).first->second;
+    if (!refused.isGoingOn()) {
         refused.first = now;
         refused.passes = false;
+        refused.hasPassed = false;
     }
     refused.last = now;
     const bool isNew = refused.why != why;
@@ -140,29 +146,29 @@ void QueueRegistry::admitted(const std::string& name) {
 }
 
 std::vector<MessageQueue::Refusal> QueueRegistry::refusals() {
-    using std::chrono::milliseconds;
     std::vector<MessageQueue::Refusal> refusals;
     const std::lock_guard lock(m_mutex);
     for (const auto& [name, refused] : m_refused) {
-        if (refused.isRecent()) {
-            const auto time = std::chrono::duration_cast<milliseconds>(refused.last - refused.first);
-            refusals.push_back({name, refused.why, static_cast<unsigned int>(time.count())});
-        }
+        if (refused.isGoingOn())
+            refusals.push_back({name, refused.why, refused.forMs()});
     }
     return refusals;
 }
 
-void QueueRegistry::passNextCreate(const std::string& name) {
+void QueueRegistry::passNextCreate(const MessageQueue::Refusal& refusal) {
     const std::lock_guard lock(m_mutex);
-    const auto found = m_refused.find(name);
-    if (found != m_refused.end() && found->second.isRecent())
+    const auto found = m_refused.find(refusal.name);
+    if (found != m_refused.end() && found->second.isGoingOn() && found->second.forMs() >= refusal.forMs)
         found->second.passes = true;
 }
 
 bool QueueRegistry::takePass(const std::string& name) {
     const std::lock_guard lock(m_mutex);
     const auto found = m_refused.find(name);
-    return found != m_refused.end() && std::exchange(found->second.passes, false) && found->second.isRecent();
+    if (found == m_refused.end() || !found->second.passes || !found->second.isGoingOn())
+        return false;
+    found->second.hasPassed = true;
+    return true;
 }
 
 std::optional<MessageQueue::Level> QueueRegistry::level(const std::string& name) {

@@ -41,7 +41,7 @@ public:
     /// The queue of that name could be made.
     void admitted(const std::string& name);
     std::vector<MessageQueue::Refusal> refusals();
-    void passNextCreate(const std::string& name);
+    void passNextCreate(const MessageQueue::Refusal& refusal);
     /// Whether create() is to pass though it cannot make the queue; once.
     bool takePass(const std::string& name);
 
@@ -53,8 +53,10 @@ private:
         Clock::time_point first;
         Clock::time_point last;
         bool passes = false;
+        bool hasPassed = false;  ///< the next failure begins anew
 
-        bool isRecent() const;
+        bool isGoingOn() const;
+        unsigned int forMs() const;
     };
 
     QueueRegistry();

@@ -90,7 +90,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                                      : decltype(ProcessSupervisor::Environment::goesRound)(),
                     .refusedQueues = [] { return sal::MessageQueue::refusals(); },
                     .retireQueue = [](const std::string& name) { return sal::MessageQueue::retire(name); },
-                    .passQueue = [](const std::string& name) { sal::MessageQueue::passNextCreate(name); },
+                    .passQueue = sal::MessageQueue::passNextCreate,
                     .takeErrors = [this](auto& id, int pid, int fd) { m_errors.add(id, pid, fd); },
                     .endErrors = [this](auto& id, int pid) { return endErrors(id, pid); }}),
       m_workplace({.file = m_options.config,

@@ -408,7 +408,7 @@ void ProcessSupervisor::checkQueueWait(const CommandActivity& activity, Clock::t
         if (refusal.forMs < s_queueWaitMs || protocol::ownerOf(refusal.name) != activity.driverID)
             continue;
         const bool isFree = m_environment.retireQueue(refusal.name);
-        m_environment.passQueue(refusal.name);
+        m_environment.passQueue(refusal);
         // Where it is not free, the start fails and says why.
         if (isFree && m_retiredQueues.insert(refusal.name).second)
             hostLog(sal::LogOutput::eWarning)

@@ -66,7 +66,7 @@ public:
         /// try is let pass without a queue.
         std::function<std::vector<sal::MessageQueue::Refusal>()> refusedQueues = nullptr;
         std::function<bool(const std::string& queueName)> retireQueue = nullptr;
-        std::function<void(const std::string& queueName)> passQueue = nullptr;
+        std::function<void(const sal::MessageQueue::Refusal& refusal)> passQueue = nullptr;
         /// Takes over the descriptor from which a new process's standard error is read; where there is none
         /// of these, it gets the host's.
         std::function<void(const std::string& driverID, int pid, int errorFd)> takeErrors = nullptr;

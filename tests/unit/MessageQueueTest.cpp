@@ -2476,7 +2476,7 @@ TEST_F(MessageQueue, PassedCreateAnswersWithoutAQueue) {
     ASSERT_EQ(peer.line(), "created");
     sal::MessageQueue sut;
     ASSERT_FALSE(sut.create("Q", 4, 1024, 0));
-    sal::MessageQueue::passNextCreate("Q");
+    sal::MessageQueue::passNextCreate({"Q", "", 0});
     EXPECT_TRUE(sut.create("Q", 4, 1024, 0));
     EXPECT_FALSE(sendText(sut, "x"));
     EXPECT_EQ(receiveText(sut), "nothing");
@@ -2486,12 +2486,31 @@ TEST_F(MessageQueue, PassedCreateAnswersWithoutAQueue) {
     EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
 }
 
+TEST_F(MessageQueue, PassEndsWhatWasRefused) {
+    QueuePeer peer({"create", "Q"});
+    ASSERT_EQ(peer.line(), "created");
+    sal::MessageQueue sut;
+    ASSERT_FALSE(sut.create("Q", 4, 1024, 0));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    ASSERT_FALSE(sut.create("Q", 4, 1024, 0));
+    const std::vector<sal::MessageQueue::Refusal> refusals = sal::MessageQueue::refusals();
+    ASSERT_EQ(refusals.size(), 1u);
+    sal::MessageQueue::passNextCreate(refusals.front());
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    EXPECT_TRUE(sal::MessageQueue::refusals().empty());
+    // Whoever has seen it being refused before the pass was taken passes nothing any more.
+    sal::MessageQueue::passNextCreate(refusals.front());
+    EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
+    sal::MessageQueue::passNextCreate(refusals.front());
+    EXPECT_FALSE(sut.create("Q", 4, 1024, 0));
+}
+
 TEST_F(MessageQueue, PassedCreateMakesTheQueueWhereItCan) {
     QueuePeer peer({"create", "Q"});
     ASSERT_EQ(peer.line(), "created");
     sal::MessageQueue sut;
     ASSERT_FALSE(sut.create("Q", 4, 1024, 0));
-    sal::MessageQueue::passNextCreate("Q");
+    sal::MessageQueue::passNextCreate({"Q", "", 0});
     peer.kill();
     EXPECT_TRUE(sut.create("Q", 4, 1024, 0));
     EXPECT_TRUE(sendText(sut, "x"));
@@ -2501,9 +2520,9 @@ TEST_F(MessageQueue, PassCountsOnlyForANameThatIsBeingRefused) {
     QueuePeer peer({"create", "PASSED"});
     ASSERT_EQ(peer.line(), "created");
     sal::MessageQueue sut;
-    sal::MessageQueue::passNextCreate("PASSED");
+    sal::MessageQueue::passNextCreate({"PASSED", "", 0});
     EXPECT_FALSE(sut.create("PASSED", 4, 1024, 0));
-    sal::MessageQueue::passNextCreate("PASSED");
+    sal::MessageQueue::passNextCreate({"PASSED", "", 0});
     // By now the one that was refused has gone away.
     ASSERT_TRUE(waitUntil([] { return sal::MessageQueue::refusals().empty(); }));
     EXPECT_FALSE(sut.create("PASSED", 4, 1024, 0));

@@ -271,9 +271,9 @@ protected:
                         return m_isFreeAfterRetire;
                     },
                 .passQueue =
-                    [this](const std::string& name) {
+                    [this](const sal::MessageQueue::Refusal& refusal) {
                         const std::lock_guard lock(m_mutex);
-                        m_passed.push_back(name);
+                        m_passed.push_back(refusal.name);
                     },
                 .hasReader =
                     [this](const std::string& name) {

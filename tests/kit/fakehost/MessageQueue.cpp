@@ -105,7 +105,7 @@ bool MessageQueue::retire(const std::string&) {
     return false;
 }
 
-void MessageQueue::passNextCreate(const std::string&) {}
+void MessageQueue::passNextCreate(const Refusal&) {}
 
 bool MessageQueue::removeNames() {
     fakehost::Journal::instance().note("queue names removed");
