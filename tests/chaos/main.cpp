@@ -29,6 +29,8 @@ namespace {
 
 constexpr int s_usageExit = 2;
 constexpr int s_skippedExit = 77;
+/// Lines of what the judge has found; the file has all.
+constexpr int s_toldFindings = 20;
 /// For the last faults and the judgment.
 constexpr std::chrono::seconds s_endTime{180};
 /// What a kill may take, with its share of a host's start, on a machine that others use too.
@@ -152,7 +154,16 @@ int printed(const Scoreboard& board, const std::string& title, const ChaosWorkpl
         *pStream << "; a driver in a process of its own takes 1 s to start\n";
         board.print(*pStream);
     }
-    return board.complaints().empty() ? 0 : 1;
+    if (board.complaints().empty())
+        return 0;
+    std::ifstream findings(output / "findings.txt");
+    std::string line;
+    for (int count = 0; count < s_toldFindings && std::getline(findings, line); ++count)
+        std::cout << "  " << line << "\n";
+    if (findings.peek() != std::ifstream::traits_type::eof())
+        std::cout << "  ... and more in " << (output / "findings.txt").string() << "\n";
+    std::cout << std::flush;
+    return 1;
 }
 
 int runFaults(const Options& options) {
