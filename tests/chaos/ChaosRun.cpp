@@ -105,7 +105,8 @@ Holdings ChaosRun::holdings() const {
 }
 
 Leftovers ChaosRun::leftovers() const {
-    return Leftovers::of({"/var/data", m_workplace.workdir(), m_workplace.modules()});
+    return Leftovers::of({"/var/data", m_workplace.workdir(), m_workplace.modules()})
+        .withoutHistory(m_workplace.workdir());
 }
 
 void ChaosRun::endLifetime() {

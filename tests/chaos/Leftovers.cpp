@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <memory>
+#include <regex>
 #include <sstream>
 
 #include "TestWorkplace.h"
@@ -94,6 +95,17 @@ Leftovers Leftovers::below(const std::vector<fs::path>& directories) {
     for (const fs::path& directory : directories)
         addFiles(directory, true, found.m_lines);
     return found;
+}
+
+Leftovers Leftovers::withoutHistory(const fs::path& directory) const {
+    const std::string history = "file " + (directory / "mfhost.history/").string();
+    const std::regex kept("[0-9]+|files/[0-9a-f]{64}");
+    Leftovers rest;
+    for (const std::string& line : m_lines) {
+        if (!line.starts_with(history) || !std::regex_match(line.substr(history.size()), kept))
+            rest.m_lines.insert(line);
+    }
+    return rest;
 }
 
 std::vector<std::string> Leftovers::beyond(const Leftovers& other) const {

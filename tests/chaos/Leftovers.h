@@ -17,6 +17,8 @@ public:
     /// Looks for files, links and directories in these directories alone.
     static Leftovers below(const std::vector<std::filesystem::path>& directories);
 
+    /// Without what a host keeps there to go back to: states by number, and the files that they name.
+    Leftovers withoutHistory(const std::filesystem::path& directory) const;
     /// What this one has and the other has not, a line each.
     std::vector<std::string> beyond(const Leftovers& other) const;
     std::vector<std::string> lines() const { return {m_lines.begin(), m_lines.end()}; }

@@ -55,6 +55,18 @@ TEST_F(LeftoversTest, NewFilesAndLinksAreFound) {
     EXPECT_THAT(filesOf(before.beyond(Leftovers::of({m_directory}))), IsEmpty());
 }
 
+TEST_F(LeftoversTest, HistoryStaysButNotItsDrafts) {
+    const fs::path history = m_directory / "mfhost.history";
+    fs::create_directories(history / "files");
+    writeFile(history / "17", "");
+    writeFile(history / "files" / std::string(64, 'a'), "");
+    writeFile(history / "17.draft", "");
+    writeFile(history / "files/short", "");
+    EXPECT_THAT(
+        filesOf(Leftovers::of({m_directory}).withoutHistory(m_directory).lines()),
+        ElementsAre("file " + (history / "17.draft").string(), "file " + (history / "files/short").string()));
+}
+
 TEST_F(LeftoversTest, DirectoriesAreFoundWhereNothingMayStay) {
     fs::create_directory(m_directory / "mfd-0");
     EXPECT_THAT(Leftovers::below({m_directory}).lines(),
