@@ -38,6 +38,9 @@ public:
 
     /// The operator's terminal itself, for the editor.
     int terminal() const { return m_terminal.get(); }
+    /// Where standard error led before: for processes that outlive this one, and with it the
+    /// pseudo-terminal. -1 where standard error leads elsewhere and still does.
+    int formerErrors() const { return m_takesErrors ? m_terminal.get() : -1; }
 
     /// Is told each line that is printed, on the relay's thread; null: nobody is any more.
     void watchLines(std::function<void(const std::string& line)> onLine);

@@ -40,10 +40,13 @@ public:
 
         /// Whether the standard error of a process about to be made is to be a pipe that the observer reads.
         /// It reads always: a process whose pipe is full waits. The log of the process writes its lines there
-        /// for LogManager::readErrorLine. When this process is gone, the log goes on with the standard error
-        /// that this process had; the child finds that as descriptor 3 and closes it in what it starts
-        /// itself. On the thread that makes the process; by default false.
+        /// for LogManager::readErrorLine. When this process is gone, the log goes on with formerErrors(). On
+        /// the thread that makes the process; by default false.
         virtual bool capturesErrors() { return false; }
+        /// What such a process finds as descriptor 3, and closes in what it starts itself: a descriptor of
+        /// this process, which keeps it; -1, as by default, for the standard error of this process. Where
+        /// that ends with this process, it is one that does not. On the same thread.
+        virtual int formerErrors() { return -1; }
 
         /// Takes the place of the first Thread::sleep of a thread after it has made a process: the thread
         /// means to let the process come up. On that thread; returns when it may go on, after these seconds

@@ -105,7 +105,7 @@ bool Process::createProcess(const std::string& title, Path& executable,
 
     CapturedErrors errors = CapturedErrors::make(title);
     if (errors.writer)
-        settings.replaceErrors(errors.writer.get());
+        settings.replaceErrors(errors.writer.get(), ProcessObserver::formerErrors());
     const MarkedEnvironment environment(variablesFor(errors));
     pid_t pid = -1;
     const int error =

@@ -1,5 +1,7 @@
 #include "ProcessObserver.h"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <utility>
 
@@ -30,6 +32,12 @@ bool ProcessObserver::tell(const Process::Started& process) {
 bool ProcessObserver::capturesErrors() {
     Process::Observer* pObserver = s_pObserver.load();
     return pObserver && pObserver->capturesErrors();
+}
+
+int ProcessObserver::formerErrors() {
+    Process::Observer* pObserver = s_pObserver.load();
+    const int descriptor = pObserver ? pObserver->formerErrors() : -1;
+    return descriptor >= 0 ? descriptor : STDERR_FILENO;
 }
 
 bool ProcessObserver::awaitStart(unsigned int seconds) {

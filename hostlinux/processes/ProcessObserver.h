@@ -16,6 +16,9 @@ public:
 
     /// Whether there is an observer that captures the standard error of the next process.
     static bool capturesErrors();
+    /// What the log of a process whose standard error is captured goes on with when this one is gone: the
+    /// observer's descriptor, or else standard error.
+    static int formerErrors();
 
     /// Has the observer wait for the process that the calling thread has noted, which is noted no longer.
     /// False, at once, when none is noted or there is no observer.

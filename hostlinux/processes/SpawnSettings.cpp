@@ -32,11 +32,11 @@ void SpawnSettings::captureErrors(int descriptor) {
     check(::posix_spawn_file_actions_adddup2(&m_actions, descriptor, STDERR_FILENO));
 }
 
-void SpawnSettings::replaceErrors(int descriptor) {
+void SpawnSettings::replaceErrors(int descriptor, int former) {
     check(descriptor > s_handedOver ? 0 : EINVAL);
     // A driver in this process may have closed it.
-    if (::fcntl(STDERR_FILENO, F_GETFD) >= 0) {
-        check(::posix_spawn_file_actions_adddup2(&m_actions, STDERR_FILENO, s_handedOver));
+    if (::fcntl(former, F_GETFD) >= 0) {
+        check(::posix_spawn_file_actions_adddup2(&m_actions, former, s_handedOver));
         m_lastDescriptor = s_handedOver;
     }
     check(::posix_spawn_file_actions_adddup2(&m_actions, descriptor, STDERR_FILENO));

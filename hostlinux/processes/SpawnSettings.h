@@ -16,9 +16,9 @@ public:
     /// The child's standard output goes nowhere, and its standard error into this descriptor.
     void captureErrors(int descriptor);
 
-    /// The child's standard error goes into this descriptor, which is above s_handedOver; it finds that of
-    /// this process, if there is one, as its s_handedOver. Instead of the two others here.
-    void replaceErrors(int descriptor);
+    /// The child's standard error goes into this descriptor, which is above s_handedOver; it finds the former
+    /// one, if that is open, as its s_handedOver. Instead of the two others here.
+    void replaceErrors(int descriptor, int former);
 
     /// The child finds this descriptor as its s_handedOver, beside the standard ones. Called after
     /// captureErrors().

@@ -92,6 +92,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                     .retireQueue = [](const std::string& name) { return sal::MessageQueue::retire(name); },
                     .passQueue = sal::MessageQueue::passNextCreate,
                     .takeErrors = [this](auto& id, int pid, int fd) { m_errors.add(id, pid, fd); },
+                    .formerErrors = m_pRelay ? m_pRelay->formerErrors() : -1,
                     .endErrors = [this](auto& id, int pid) { return endErrors(id, pid); }}),
       m_workplace({.file = m_options.config,
                    .driverDirectories = m_options.driverDirectories,

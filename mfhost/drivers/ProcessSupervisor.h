@@ -70,6 +70,9 @@ public:
         /// Takes over the descriptor from which a new process's standard error is read; where there is none
         /// of these, it gets the host's.
         std::function<void(const std::string& driverID, int pid, int errorFd)> takeErrors = nullptr;
+        /// A descriptor of the host, with which the log of a driver process goes on when the host is gone; -1
+        /// for its standard error.
+        int formerErrors = -1;
         /// The process has ended: when this returns, what it has written is in the log. Why it could not load
         /// its module, as it has said; empty where it has not.
         std::function<std::string(const std::string& driverID, int pid)> endErrors = nullptr;
@@ -90,6 +93,7 @@ public:
 
     void processStarted(const sal::Process::Started& process) override;
     bool capturesErrors() override { return m_environment.takeErrors != nullptr; }
+    int formerErrors() override { return m_environment.formerErrors; }
     /// Where a start waits until processes have attached: returns when fewer than twice as many as there are
     /// processors have neither attached to their input queue nor ended. One that takes longer than all the
     /// time is named in the log, once.

@@ -61,27 +61,10 @@ ProcessStat processStat(pid_t pid) {
     return stat;
 }
 
-std::vector<pid_t> childrenOf(pid_t parent) {
-    std::vector<pid_t> result;
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-        const pid_t pid = std::atoi(entry.path().filename().c_str());
-        if (pid > 0 && processStat(pid).parent == parent)
-            result.push_back(pid);
-    }
-    return result;
-}
-
 }  // namespace
 
 HostProcess::HostProcess(const Start& start)
     : m_outputFile(start.files / "output.txt"), m_logFile(start.files / "log.txt") {
-    std::vector<std::string> words{start.program};
-    words.insert(words.end(), start.arguments.begin(), start.arguments.end());
-    std::vector<char*> arguments;
-    for (auto& word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-
     int input[2];
     const int output = open(m_outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
     const int log = open(m_logFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
@@ -94,12 +77,7 @@ HostProcess::HostProcess(const Start& start)
         dup2(log, STDERR_FILENO);
         // Its control socket lies among its files.
         setenv("XDG_RUNTIME_DIR", start.files.c_str(), 1);
-        for (const auto& [name, value] : start.environment)
-            setenv(name.c_str(), value.c_str(), 1);
-        if (start.beforeExec)
-            start.beforeExec();
-        execv(arguments[0], arguments.data());
-        _exit(127);
+        becomeProgram(start);
     }
     close(input[0]);
     close(output);
@@ -220,6 +198,31 @@ std::vector<pid_t> HostProcess::children() const {
 
 pid_t HostProcess::driverProcess(const std::string& driverID) const {
     return ::driverProcess(m_pid, driverID);
+}
+
+void becomeProgram(const HostProcess::Start& start) {
+    std::vector<std::string> words{start.program};
+    words.insert(words.end(), start.arguments.begin(), start.arguments.end());
+    std::vector<char*> arguments;
+    for (auto& word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    for (const auto& [name, value] : start.environment)
+        setenv(name.c_str(), value.c_str(), 1);
+    if (start.beforeExec)
+        start.beforeExec();
+    execv(arguments[0], arguments.data());
+    _exit(127);
+}
+
+std::vector<pid_t> childrenOf(pid_t parent) {
+    std::vector<pid_t> result;
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        const pid_t pid = std::atoi(entry.path().filename().c_str());
+        if (pid > 0 && processStat(pid).parent == parent)
+            result.push_back(pid);
+    }
+    return result;
 }
 
 pid_t driverProcess(pid_t host, const std::string& driverID) {

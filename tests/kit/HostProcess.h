@@ -73,8 +73,15 @@ private:
     std::optional<int> m_exit;
 };
 
+/// Becomes the program, with what the start sets in its environment, at the streams that this process has; in
+/// a process made for it.
+[[noreturn]] void becomeProgram(const HostProcess::Start& start);
+
 /// Process ID of the child of a host whose title begins with this driver ID; 0 when there is none.
 pid_t driverProcess(pid_t host, const std::string& driverID);
+
+/// Process IDs of its children.
+std::vector<pid_t> childrenOf(pid_t parent);
 
 /// Whether the process is gone, or is so within that time. A process that nobody has reaped yet is gone.
 bool endsWithin(pid_t pid, int milliseconds);

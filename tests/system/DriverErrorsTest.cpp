@@ -8,6 +8,7 @@
 #include <regex>
 
 #include "SystemTest.h"
+#include "Terminal.h"
 #include "UniqueFd.h"
 
 namespace fs = std::filesystem;
@@ -172,6 +173,26 @@ TEST_F(DriverErrorsOfAHost, DriverOfAKilledHostSaysItsLastLinesWhereTheHostDid) 
         << host.log();
     EXPECT_TRUE(endsInTime(driver));
     EXPECT_THAT(host.log(), ContainsRegex(std::string("\n") + time + "info     T MFD: The host has"));
+}
+
+TEST_F(DriverErrorsOfAHost, DriverOfAHostKilledAtATerminalSaysItsLastLinesThere) {
+    const HostProcess::Start call = workplace().host();
+    Terminal terminal([&] {
+        // As under a shell, which has the session: its end would take the terminal along.
+        if (::fork() == 0)
+            becomeProgram(call);
+        for (;;)
+            ::pause();
+    });
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    const auto hosts = childrenOf(terminal.pid());
+    ASSERT_EQ(hosts.size(), 1u);
+    const pid_t driver = driverProcess(hosts[0], "T");
+    ASSERT_NE(driver, 0);
+    ::kill(hosts[0], SIGKILL);
+    EXPECT_TRUE(terminal.shows("T MFD: The host has let go of the queues: stops the driver\r\n"))
+        << terminal.screen();
+    EXPECT_TRUE(endsInTime(driver));
 }
 
 TEST_F(DriverErrorsOfAHost, WhatAKilledHostHasNotReadIsNotLost) {

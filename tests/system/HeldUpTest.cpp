@@ -78,18 +78,7 @@ TEST_F(HeldUp, QuitIsHeardMeanwhile) {
 
 TEST_F(HeldUp, TerminalIsAnsweredAsSoonAsTheCommandGoesOn) {
     const HostProcess::Start call = workplace().host();
-    Terminal terminal([&] {
-        std::vector<char*> words;
-        std::string program = call.program;
-        words.push_back(program.data());
-        std::vector<std::string> arguments = call.arguments;
-        for (std::string& argument : arguments)
-            words.push_back(argument.data());
-        words.push_back(nullptr);
-        for (const auto& [name, value] : call.environment)
-            ::setenv(name.c_str(), value.c_str(), 1);
-        ::execv(program.c_str(), words.data());
-    });
+    Terminal terminal([&] { becomeProgram(call); });
     ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
     ASSERT_TRUE(terminal.type("sendFID A.PING to=5\r"));
     ASSERT_TRUE(terminal.shows("\"sendFID A.PING to=5\" goes on; its reply comes later"))

@@ -77,18 +77,7 @@ protected:
         HostProcess::Start call = this->call(options);
         call.environment["XDG_STATE_HOME"] = m_workplace.directory() / "state";
         call.environment.insert(environment.begin(), environment.end());
-        return std::make_unique<Terminal>([&] {
-            for (const auto& [name, value] : call.environment)
-                ::setenv(name.c_str(), value.c_str(), 1);
-            std::vector<std::string> words{call.program};
-            words.insert(words.end(), call.arguments.begin(), call.arguments.end());
-            std::vector<char*> arguments;
-            for (std::string& word : words)
-                arguments.push_back(word.data());
-            arguments.push_back(nullptr);
-            ::execv(arguments.front(), arguments.data());
-            ::_exit(127);
-        });
+        return std::make_unique<Terminal>([&] { becomeProgram(call); });
     }
     static fs::path proc(pid_t pid) { return "/proc/" + std::to_string(pid); }
     fs::path record() const { return m_workplace.directory() / "record"; }

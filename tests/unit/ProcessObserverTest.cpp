@@ -23,6 +23,7 @@ protected:
         told.push_back("started " + std::to_string(process.pid));
     }
     bool capturesErrors() override { return isCapturing; }
+    int formerErrors() override { return former; }
     void awaitStart(int pid, unsigned int seconds) override {
         told.push_back("await " + std::to_string(pid) + " " + std::to_string(seconds));
     }
@@ -31,6 +32,7 @@ protected:
 
     std::vector<std::string> told;
     bool isCapturing = false;
+    int former = -1;
 };
 
 using Lines = std::vector<std::string>;
@@ -73,4 +75,12 @@ TEST_F(ProcessObserverTest, CapturesErrorsWhenItSaysSo) {
     EXPECT_TRUE(ProcessObserver::capturesErrors());
     ProcessObserver::set(nullptr);
     EXPECT_FALSE(ProcessObserver::capturesErrors());
+}
+
+TEST_F(ProcessObserverTest, FormerErrorsAreStandardErrorUnlessItNamesOthers) {
+    EXPECT_EQ(ProcessObserver::formerErrors(), 2);
+    former = 7;
+    EXPECT_EQ(ProcessObserver::formerErrors(), 7);
+    ProcessObserver::set(nullptr);
+    EXPECT_EQ(ProcessObserver::formerErrors(), 2);
 }

@@ -420,6 +420,22 @@ TEST_F(ProcessSupervisorTest, WhatAProcessHasSaidIsAskedForBeforeItsEndIsTold) {
     EXPECT_EQ((std::vector<std::string>{"take " + id + " " + pid, "end " + id + " " + pid}), told);
 }
 
+TEST_F(ProcessSupervisorTest, ProcessesAreHandedTheStandardErrorThatOutlivesTheHost) {
+    const auto formerErrors = [this](std::optional<int> descriptor) {
+        ProcessSupervisor::Environment environment{
+            .activity = [] { return CommandActivity(); },
+            .queues = [] { return std::vector<sal::MessageQueue::Status>(); },
+            .receiverGone = [](const std::string&, auto) {},
+            .exitNow = [](int) {},
+            .restart = {}};
+        if (descriptor)
+            environment.formerErrors = *descriptor;
+        return ProcessSupervisor(m_drivers, c_shortTimes, environment).formerErrors();
+    };
+    EXPECT_EQ(-1, formerErrors(std::nullopt));
+    EXPECT_EQ(7, formerErrors(7));
+}
+
 TEST_F(ProcessSupervisorTest, LearnsOfAnExitWithItsCode) {
     start("A", "exit 3");
     ASSERT_TRUE(hasEnded("A"));

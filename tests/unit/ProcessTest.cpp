@@ -215,6 +215,7 @@ public:
             ::close(process.errorFd);
     }
     bool capturesErrors() override { return true; }
+    int formerErrors() override { return former; }
 
     /// Once the last process has ended.
     std::string errors() {
@@ -224,6 +225,8 @@ public:
             text.append(buffer, static_cast<std::size_t>(count));
         return text;
     }
+
+    int former = -1;
 };
 
 TEST_F(Process, StandardErrorIsThisProcesssUnlessItIsCaptured) {
@@ -263,6 +266,16 @@ TEST_F(Process, CapturedChildKnowsItsPipeAndHasTheFormerStandardErrorBesideIt) {
         EXPECT_EQ(observer.errors(), "");
     }
     EXPECT_EQ(capture.finish(), "former\n");
+}
+
+TEST_F(Process, CapturedChildHasTheFormerStandardErrorThatTheObserverNames) {
+    ListeningObserver observer;
+    observer.former = ::open(directory.path("former").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_TRUE(start("title", "/bin/sh", {"-c", "echo error >&2; echo former >&3"}));
+    EXPECT_EQ(observer.waitForExit(), 0);
+    EXPECT_EQ(::close(observer.former), 0);
+    EXPECT_EQ(observer.errors(), "error\n");
+    EXPECT_EQ(directory.read("former"), "former\n");
 }
 
 TEST_F(Process, DescriptorDoesNotLeakIntoTheNextChild) {

@@ -73,7 +73,7 @@ TEST(SpawnSettings, ReplacedErrorsComeThroughThePipeAndTheFormerOnesAreThere) {
     StandardErrorCapture capture;
     {
         sal::SpawnSettings sut;
-        sut.replaceErrors(writer);
+        sut.replaceErrors(writer, STDERR_FILENO);
         EXPECT_EQ(run(sut, "echo error >&2; echo former >&3; [ ! -e /proc/$$/fd/4 ]"), 0);
     }
     ::close(writer);
@@ -82,9 +82,27 @@ TEST(SpawnSettings, ReplacedErrorsComeThroughThePipeAndTheFormerOnesAreThere) {
     ::close(ends[0]);
 }
 
+TEST(SpawnSettings, FormerErrorsMayBeAnotherDescriptor) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const int former = ::fcntl(ends[1], F_DUPFD_CLOEXEC, 100);
+    ::close(ends[1]);
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const int writer = ::fcntl(nowhere, F_DUPFD_CLOEXEC, 200);
+    {
+        sal::SpawnSettings sut;
+        sut.replaceErrors(writer, former);
+        EXPECT_EQ(run(sut, "echo error >&2; echo former >&3; [ ! -e /proc/$$/fd/4 ]"), 0);
+    }
+    for (const int descriptor : {nowhere, writer, former})
+        ::close(descriptor);
+    EXPECT_EQ(textOf(ends[0]), "former\n");
+    ::close(ends[0]);
+}
+
 TEST(SpawnSettings, ErrorsAreNotReplacedByADescriptorInTheWay) {
     sal::SpawnSettings sut;
-    sut.replaceErrors(sal::SpawnSettings::s_handedOver);
+    sut.replaceErrors(sal::SpawnSettings::s_handedOver, STDERR_FILENO);
     EXPECT_EQ(run(sut, "true"), -EINVAL);
 }
 

@@ -90,6 +90,29 @@ TEST(TerminalRelay, LeavesAnErrorStreamThatGoesElsewhereAlone) {
     EXPECT_EQ("error\n", directory.read("log"));
 }
 
+TEST(TerminalRelay, ProcessesThatOutliveThisOneAreGivenTheTerminalItself) {
+    RelayedTerminal terminal([](TerminalRelay& sut) {
+        sut.hold([] {});
+        static_cast<void>(::write(sut.formerErrors(), "past the relay\n", 15));
+        std::printf("kept\n");
+        sut.release();
+    });
+    EXPECT_EQ(0, terminal.waitForEnd());
+    EXPECT_EQ("past the relay\r\nkept\r\n", terminal.screen());
+}
+
+TEST(TerminalRelay, FormerErrorsAreThoseOfTheProcessWhereTheyLeadElsewhere) {
+    const TemporaryDirectory directory;
+    Terminal terminal([&] {
+        ::dup2(::open(directory.path("log").c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
+        std::string error;
+        const auto pSut = TerminalRelay::make(error);
+        std::printf("(%d)\n", pSut->formerErrors());
+    });
+    EXPECT_EQ(0, terminal.waitForEnd());
+    EXPECT_EQ("(-1)\r\n", terminal.screen());
+}
+
 TEST(TerminalRelay, KeepsWholeLinesWhileOneIsOnTheScreen) {
     RelayedTerminal terminal([](TerminalRelay& sut) {
         std::printf("before\n");
