@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "Printable.h"
+
 namespace base {
 namespace {
 
@@ -82,6 +84,12 @@ std::string didYouMean(const std::vector<std::string>& names) {
     for (std::size_t i = 0; i < names.size(); ++i)
         text += (i == 0 ? "; did you mean " : i + 1 == names.size() ? " or " : ", ") + names[i];
     return names.empty() ? text : text + "?";
+}
+
+std::string didYouMeanQuoted(std::vector<std::string> names) {
+    for (std::string& name : names)
+        name = quoted(name);
+    return didYouMean(names);
 }
 
 }  // namespace base

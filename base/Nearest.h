@@ -16,5 +16,7 @@ std::vector<std::string> nearest(std::string_view word, const std::vector<std::s
 
 /// "; did you mean A, B or C?" for the end of a message, with the names as they are given; empty for none.
 std::string didYouMean(const std::vector<std::string>& names);
+/// The same with each name printable and in quotes.
+std::string didYouMeanQuoted(std::vector<std::string> names);
 
 }  // namespace base

@@ -303,11 +303,9 @@ void addSigningCommands(Commands& commands, Words& words, const Screen& screen) 
 
 /// "there is no command "drivres"; did you mean "drivers"?"
 std::string unknownText(const char* pKind, const std::string& word, const std::vector<std::string>& known) {
-    std::vector<std::string> names = base::nearest(word, known);
-    for (std::string& name : names)
-        name = base::quoted(name);
+    const std::vector<std::string> names = base::nearest(word, known);
     const std::string text = std::string("there is no ") + pKind + " " + base::quoted(word);
-    return text + (names.empty() ? s_whatIsRight : base::didYouMean(names));
+    return text + (names.empty() ? s_whatIsRight : base::didYouMeanQuoted(names));
 }
 
 /// What is wrong with the first word that can only be meant as a command; empty where nothing is.

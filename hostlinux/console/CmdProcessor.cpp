@@ -54,9 +54,7 @@ void CmdProcessor::Impl::sayUnknown(const std::string& word, std::ostream& reply
     for (const auto& [name, pRecord] : records)
         names.push_back(name);
     names = base::nearest(word, names);
-    for (std::string& name : names)
-        name = base::quoted(name);
-    reply << "unknown command \"" << base::printable(word) << '"' << base::didYouMean(names);
+    reply << "unknown command \"" << base::printable(word) << '"' << base::didYouMeanQuoted(names);
     if (names.empty() && records.contains(std::string_view("help")))
         reply << "; \"help\" lists all commands";
     reply << std::endl;

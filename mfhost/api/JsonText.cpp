@@ -1,11 +1,10 @@
 #include "JsonText.h"
 
 #include <cmath>
-#include <cstdio>
-#include <ctime>
 #include <utility>
 
 #include "Printable.h"
+#include "TimeText.h"
 
 namespace {
 
@@ -68,16 +67,7 @@ JsonText& JsonText::value(float number) {
 }
 
 JsonText& JsonText::value(std::chrono::system_clock::time_point time) {
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
-    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(time - seconds);
-    const std::time_t when = std::chrono::system_clock::to_time_t(seconds);
-    std::tm utc{};
-    ::gmtime_r(&when, &utc);
-    std::array<char, 64> date;
-    std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &utc);
-    std::array<char, 80> text;
-    std::snprintf(text.data(), text.size(), "%s.%03dZ", date.data(), static_cast<int>(rest.count()));
-    return value(text.data());
+    return value(base::utcText(time));
 }
 
 std::string JsonText::take() {

@@ -17,6 +17,7 @@
 #include "FidTap.h"
 #include "FidWatch.h"
 #include "HostLog.h"
+#include "Nearest.h"
 #include "Printable.h"
 #include "TerminalView.h"
 #include "Words.h"
@@ -59,14 +60,6 @@ base::Table::Look consoleLook() {
     if (!Console::isInteractive())
         return {};
     return {.width = terminalWidth(STDIN_FILENO), .isColoured = hasTerminalColours()};
-}
-
-/// What comes after the line that says what is wrong; nothing where nothing is meant.
-std::string didYouMean(const std::vector<std::string>& names) {
-    std::string text;
-    for (std::size_t i = 0; i < names.size(); ++i)
-        text += (i == 0 ? "; did you mean " : i + 1 == names.size() ? " or " : ", ") + base::quoted(names[i]);
-    return text.empty() ? text : text + "?";
 }
 
 }  // namespace
@@ -347,7 +340,7 @@ void CommandShell::sendFid(const std::string& line, const FidLine& sent, std::os
           << (outcome.stage == EFidStage::Nobody    ? " has reached nobody: "
               : outcome.stage == EFidStage::Written ? " has not reached its driver whole: "
                                                     : ": ")
-          << base::printable(outcome.text) << didYouMean(outcome.nearest) << std::endl;
+          << base::printable(outcome.text) << base::didYouMeanQuoted(outcome.nearest) << std::endl;
 }
 
 void CommandShell::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {

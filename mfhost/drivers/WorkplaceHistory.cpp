@@ -6,9 +6,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
-#include <iomanip>
 #include <map>
 #include <sstream>
 #include <system_error>
@@ -18,6 +16,7 @@
 #include "FileReplacement.h"
 #include "Printable.h"
 #include "RegularFile.h"
+#include "TimeText.h"
 
 namespace fs = std::filesystem;
 
@@ -46,32 +45,6 @@ std::string nameOf(EKind kind) {
             return name;
     }
     return {};
-}
-
-using Time = std::chrono::system_clock::time_point;
-
-/// "2026-11-22T12:13:14.567Z"
-std::string timeText(Time when) {
-    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(when.time_since_epoch());
-    const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch).count();
-    std::tm utc{};
-    ::gmtime_r(&seconds, &utc);
-    std::ostringstream text;
-    text << std::put_time(&utc, "%Y-%m-%dT%H:%M:%S") << '.' << std::setw(3) << std::setfill('0')
-         << (sinceEpoch - std::chrono::floor<std::chrono::seconds>(sinceEpoch)).count() << 'Z';
-    return text.str();
-}
-
-std::optional<Time> timeOf(const std::string& text) {
-    std::tm utc{};
-    int milliseconds = 0;
-    char dot = 0;
-    char zone = 0;
-    std::istringstream input(text);
-    input >> std::get_time(&utc, "%Y-%m-%dT%H:%M:%S") >> dot >> milliseconds >> zone;
-    if (!input || dot != '.' || zone != 'Z' || milliseconds < 0 || milliseconds > 999)
-        return std::nullopt;
-    return Time(std::chrono::seconds(::timegm(&utc)) + std::chrono::milliseconds(milliseconds));
 }
 
 /// Of the file of a state; nothing for another name.
@@ -103,7 +76,7 @@ std::string textOf(const Written& written) {
     const HistoryEntry& entry = written.entry;
     std::ostringstream text;
     text << "# A state of the workplace that was applied; its files lie in files/ under their SHA-256.\n"
-         << "time: " << timeText(entry.when) << "\n"
+         << "time: " << base::utcText(entry.when) << "\n"
          << "who: " << base::printable(entry.who) << "\n"
          << "digest: " << base::printable(entry.digest) << "\n"
          << "outcome: " << base::printable(entry.outcome) << "\n";
@@ -148,9 +121,9 @@ std::optional<Written> parse(unsigned number, const std::string& text, std::stri
         const std::string value = colon == std::string::npos ? std::string() : line.substr(colon + 2);
         bool isRight = true;
         if (name == "time") {
-            const auto when = timeOf(value);
+            const auto when = base::utcTime(value);
             isRight = hasTime = when.has_value();
-            written.entry.when = when.value_or(Time());
+            written.entry.when = when.value_or(std::chrono::system_clock::time_point());
         } else if (name == "who") {
             written.entry.who = value;
         } else if (name == "digest") {

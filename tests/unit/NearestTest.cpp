@@ -67,4 +67,9 @@ TEST(Nearest, QuestionNamesOneOrMore) {
     EXPECT_EQ("; did you mean A, B or C?", base::didYouMean({"A", "B", "C"}));
 }
 
+TEST(Nearest, QuestionMayHaveItsNamesInQuotes) {
+    EXPECT_EQ("", base::didYouMeanQuoted({}));
+    EXPECT_EQ("; did you mean \"A\" or \"B\\n\"?", base::didYouMeanQuoted({"A", "B\n"}));
+}
+
 }  // namespace

@@ -31,6 +31,28 @@ TEST_F(TimeTextTest, TimeIsInTheTimeZoneOfTheProcess) {
     EXPECT_EQ("13:15:16", base::timeOfDayText(m_when));
 }
 
+TEST_F(TimeTextTest, UtcHasMillisecondsAndNoTimeZone) {
+    EXPECT_EQ("2026-11-22T12:15:16.900Z", base::utcText(m_when));
+    EXPECT_EQ("2026-11-22T12:15:16.007Z", base::utcText(m_when - 893ms));
+    EXPECT_EQ("1969-12-31T23:59:59.999Z", base::utcText(std::chrono::system_clock::time_point(-1ms)));
+}
+
+TEST_F(TimeTextTest, UtcIsReadBack) {
+    EXPECT_EQ(m_when, base::utcTime("2026-11-22T12:15:16.900Z"));
+    EXPECT_EQ(m_when, base::utcTime("2026-11-22T12:15:16.9Z"));
+    EXPECT_EQ(m_when - 900ms, base::utcTime("2026-11-22T12:15:16Z"));
+    EXPECT_EQ(m_when + 1us, base::utcTime("2026-11-22T12:15:16.900001Z"));
+    EXPECT_EQ(std::chrono::system_clock::time_point(-1ms), base::utcTime("1969-12-31T23:59:59.999Z"));
+}
+
+TEST(TimeText, WhatIsNoUtcTimeIsNone) {
+    for (const char* pText :
+         {"", "Z", "soon", "2026-11-22", "2026-11-22T12:15:16", "2026-11-22T12:15:16+01:00",
+          "2026-11-22T12:15:16.Z", "2026-11-22T12:15:16.x0Z", "2026-11-22T12:15:16.1234567890Z",
+          "2026-11-22T12:15:16.900Z and more", "2026-13-22T12:15:16.900Z"})
+        EXPECT_FALSE(base::utcTime(pText)) << pText;
+}
+
 TEST(TimeText, SecondsLeftAreCountedWhenTheyHaveBegun) {
     EXPECT_EQ("in 4 s", base::dueText(3200ms));
     EXPECT_EQ("in 3 s", base::dueText(3s));
