@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "AlarmNotice.h"
 #include "ConsoleInput.h"
 #include "ControlError.h"
 #include "LogText.h"
@@ -17,6 +18,10 @@ namespace {
 constexpr ApiClient::Milliseconds s_lineLimit{60'000};
 /// Who waits for a key does not wait for a host that hangs.
 constexpr ApiClient::Milliseconds s_completionLimit{1'000};
+/// Nor is a line held up by what stands before it.
+constexpr ApiClient::Milliseconds s_noticeLimit{500};
+/// Before a host that has not answered is asked again.
+constexpr std::chrono::seconds s_silence{5};
 
 bool isDetaching(const std::string& line) {
     const auto words = base::splitWords(line).words;
@@ -32,9 +37,13 @@ EExit AttachCommand::run() {
         throw ControlError(RemoteControl::errorExit(host), RemoteControl::errorText(host));
     ConsoleInput input(
         [this](const auto& before, const std::string& prefix) { return complete(before, prefix); },
-        {.historyFile = HistoryFile::usualPath(), .historyLost = [&screen](const std::string& reason) {
-             screen.complain("the console's history is not kept: " + reason);
-         }});
+        {.historyFile = HistoryFile::usualPath(),
+         .notice = [this] { return notice(); },
+         .hasColours = hasTerminalColours(),
+         .historyLost =
+             [&screen](const std::string& reason) {
+                 screen.complain("the console's history is not kept: " + reason);
+             }});
     if (input.isInteractive())
         screen.out << base::printable("attached to " + m_control.client().socket() + ", process " +
                                       host.view().text("pid") + ", as " + host.view().text("role"))
@@ -79,6 +88,7 @@ EExit AttachCommand::execute(const std::string& line, const std::string& place, 
     ApiClient::Json members = {{"line", line}};
     if (columns > 0)
         members["columns"] = columns;
+    m_nextLook = {};
     try {
         const ApiClient::Reply reply = m_control.act("/console", members, s_lineLimit);
         const JsonView executed = reply.view();
@@ -94,6 +104,21 @@ EExit AttachCommand::execute(const std::string& line, const std::string& place, 
         screen.complain(place + error.what());
         return error.exit();
     }
+}
+
+/// Before the prompt, as at the host's own console. What a host that does not answer has said before is not
+/// what holds now.
+std::string AttachCommand::notice() {
+    if (Clock::now() < m_nextLook)
+        return m_notice;
+    try {
+        const ApiClient::Reply health = m_control.client().get("/health", s_noticeLimit);
+        m_notice = alarmNotice(static_cast<std::size_t>(health.view().number("alarms")));
+    } catch (const ControlError&) {
+        m_notice = "no answer";
+        m_nextLook = Clock::now() + s_silence;
+    }
+    return m_notice;
 }
 
 std::vector<std::string> AttachCommand::complete(const std::vector<std::string>& before,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -18,10 +19,15 @@ public:
     EExit run();
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     EExit execute(const std::string& line, const std::string& place, std::size_t columns);
     bool isMeant(const std::string& line);
     std::vector<std::string> complete(const std::vector<std::string>& before, const std::string& prefix);
+    std::string notice();
 
     RemoteControl& m_control;
     std::string m_former;
+    std::string m_notice;
+    Clock::time_point m_nextLook;  ///< at the alarms
 };

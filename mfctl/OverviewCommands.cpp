@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "AgeText.h"
+#include "AlarmNotice.h"
 #include "LocalTime.h"
 #include "LogText.h"
 #include "Printable.h"
@@ -20,6 +21,8 @@ EExit OverviewCommands::health() {
                        health.text("configured") + " drivers run";
     if (health.number("parked") > 0)
         text += ", " + health.text("parked") + " parked";
+    if (health.number("alarms") > 0)
+        text += ", " + alarmNotice(static_cast<std::size_t>(health.number("alarms")));
     if (health.has("command")) {
         const JsonView command = health.member("command");
         text += "; " + command.text("what") + " has been under way for " +

@@ -90,6 +90,8 @@ struct ApiContext {
 
     std::function<StateStore::Changes(const std::string& glob, std::uint64_t since)> changes;
     std::function<std::vector<sal::MessageQueue::Status>()> queues;
+    /// How many are in sight.
+    std::function<std::size_t()> alarms;
     std::function<std::vector<std::string>()> macroNames;
     std::function<std::vector<DescriptorCatalogue::Record>()> catalogue;
     std::function<std::optional<Place>(const std::string& driverID)> place;

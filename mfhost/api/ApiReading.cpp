@@ -157,6 +157,7 @@ std::string ApiReading::health() const {
         .member("configured", configured)
         .member("running", running)
         .member("parked", parked)
+        .member("alarms", m_context.alarms())
         .name("command");
     if (activity.busy) {
         auto call = m_context.drivers.oldestCall();

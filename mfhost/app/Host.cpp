@@ -15,6 +15,7 @@
 #include <thread>
 #include <utility>
 
+#include "AlarmNotice.h"
 #include "HostLog.h"
 #include "IMDMConfiguration.h"
 #include "InterfaceIds.h"
@@ -126,6 +127,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
              .store = m_store,
              .drivers = m_drivers,
              .workplace = m_workplace,
+             .alarms = m_alarms,
              .shell = m_shell,
              .log = m_log,
              .senders = m_fidSenders,
@@ -157,7 +159,7 @@ void Host::makeTerminal() {
                 .lineTooLong = [this] { m_shell.skipLine(); }},
             LineEditor::Settings{.pRelay = m_pRelay,
                                  .historyFile = HistoryFile::usualPath(),
-                                 .notice = [this] { return alarmNotice(); },
+                                 .notice = [this] { return alarmNotice(m_alarms.inSight()); },
                                  .hasColours = hasTerminalColours(),
                                  .historyLost =
                                      [](const std::string& reason) {
@@ -170,12 +172,6 @@ void Host::makeTerminal() {
     m_store.addListener(&m_alarms);
     if (m_options.follow)
         m_following.start(*m_options.follow);
-}
-
-/// Before the prompt, so that none is out of sight until it is acknowledged.
-std::string Host::alarmNotice() const {
-    const std::size_t count = m_alarms.inSight();
-    return count == 0 ? std::string() : std::to_string(count) + (count == 1 ? " alarm" : " alarms");
 }
 
 void Host::driverChanged(const DriverTable::Driver& driver) {

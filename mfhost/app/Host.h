@@ -55,7 +55,6 @@ public:
 
 private:
     void makeTerminal();
-    std::string alarmNotice() const;
     void driverChanged(const DriverTable::Driver& driver);
     void startUp();
     bool startManager();

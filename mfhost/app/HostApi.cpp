@@ -91,6 +91,7 @@ ApiContext HostApi::context() {
             .after = [this](auto time, auto call) { m_deadlines.after(time, std::move(call)); },
             .changes = [this](const auto& glob, auto since) { return m_parts.store.changes(glob, since); },
             .queues = [] { return sal::MessageQueue::statuses(); },
+            .alarms = [this] { return m_parts.alarms.inSight(); },
             .macroNames = [this] { return macroNames(); },
             .catalogue =
                 [this] {

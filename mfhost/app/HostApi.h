@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "AlarmList.h"
 #include "ApiHandler.h"
 #include "ApiServer.h"
 #include "CommandShell.h"
@@ -31,6 +32,7 @@ public:
         StateStore& store;
         const DriverTable& drivers;
         Workplace& workplace;
+        const AlarmList& alarms;
         CommandShell& shell;
         const LogMemory& log;
         FidSenders& senders;

@@ -63,6 +63,7 @@ public:
                     return changes;
                 },
             .queues = [this] { return queues; },
+            .alarms = [this] { return alarms; },
             .macroNames = [this] { return macroNames; },
             .catalogue = [this] { return catalogue; },
             .place = [this](const std::string& driverID) -> std::optional<ApiContext::Place> {
@@ -146,6 +147,7 @@ public:
     bool isPosting = true;
     StateStore::Changes changes;
     std::vector<sal::MessageQueue::Status> queues;
+    std::size_t alarms = 0;
     std::vector<std::string> macroNames;
     std::vector<DescriptorCatalogue::Record> catalogue;
     std::map<std::string, ApiContext::Place> places;

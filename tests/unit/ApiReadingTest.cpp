@@ -353,22 +353,31 @@ TEST_F(ApiReadingTest, HistoryIsListedAndEachFileOfIt) {
 
 TEST_F(ApiReadingTest, HealthCountsAndSaysWhatIsDone) {
     m_host.drivers.processStarted("AXIS1", 42);
-    EXPECT_EQ("{\"status\":\"ok\",\"configured\":2,\"running\":1,\"parked\":0,\"command\":null}",
+    EXPECT_EQ("{\"status\":\"ok\",\"configured\":2,\"running\":1,\"parked\":0,\"alarms\":0,\"command\":null}",
               m_sut.health());
     m_host.activity = {
         .busy = true, .what = "reload of AXIS1", .driverID = "AXIS1", .since = m_host.now - seconds(5)};
     EXPECT_EQ(
-        "{\"status\":\"ok\",\"configured\":2,\"running\":1,\"parked\":0,\"command\":{\"what\":\"reload of "
+        "{\"status\":\"ok\",\"configured\":2,\"running\":1,\"parked\":0,\"alarms\":0,\"command\":{\"what\":"
+        "\"reload of "
         "AXIS1\",\"driver\":\"AXIS1\",\"operation\":\"\",\"forMs\":5000}}",
         m_sut.health());
     m_host.now += milliseconds(1);
     m_host.drivers.callBegins("PANEL", "init");
     EXPECT_EQ(
-        "{\"status\":\"busy\",\"configured\":2,\"running\":1,\"parked\":0,\"command\":{\"what\":\"reload of "
+        "{\"status\":\"busy\",\"configured\":2,\"running\":1,\"parked\":0,\"alarms\":0,\"command\":{\"what\":"
+        "\"reload of "
         "AXIS1\",\"driver\":\"PANEL\",\"operation\":\"init\",\"forMs\":5001}}",
         m_sut.health());
     m_host.isStopping = true;
     EXPECT_THAT(m_sut.health(), testing::HasSubstr("{\"status\":\"stopping\","));
+}
+
+TEST_F(ApiReadingTest, HealthTellsHowManyAlarmsAreInSight) {
+    m_host.drivers.processStarted("AXIS1", 42);
+    m_host.alarms = 2;
+    EXPECT_EQ("{\"status\":\"ok\",\"configured\":2,\"running\":1,\"parked\":0,\"alarms\":2,\"command\":null}",
+              m_sut.health());
 }
 
 TEST_F(ApiReadingTest, DriverThatIsToRunAndDoesNotDegradesTheHost) {
@@ -385,7 +394,7 @@ TEST_F(ApiReadingTest, DriverThatIsToRunAndDoesNotDegradesTheHost) {
 TEST_F(ApiReadingTest, ParkedDriverAndOneThatIsNeverLoadedDoNot) {
     m_host.drivers.beginParking("AXIS1", "parked");
     m_host.drivers.endParking("AXIS1");
-    EXPECT_EQ("{\"status\":\"ok\",\"configured\":2,\"running\":0,\"parked\":1,\"command\":null}",
+    EXPECT_EQ("{\"status\":\"ok\",\"configured\":2,\"running\":0,\"parked\":1,\"alarms\":0,\"command\":null}",
               m_sut.health());
     WorkplaceFile::Entry socket;
     socket.driverID = "SOCKET";

@@ -5,6 +5,7 @@
 #include "HostProcess.h"
 #include "RemoteFixture.h"
 #include "Terminal.h"
+#include "TerminalScreen.h"
 
 namespace {
 
@@ -175,4 +176,47 @@ TEST_F(AttachCommandTest, TerminalCompletesDriversFidsAndKeys) {
     }
     EXPECT_EQ((std::vector<std::string>{"reloadDriver SYS ", "sendFID SYS.X", "state SYS.LOAD "}),
               executed());
+}
+
+TEST_F(AttachCommandTest, AlarmsStandBeforeThePromptUntilThereAreNone) {
+    m_host.answer("GET /health", R"({"alarms":2})");
+    m_host.answer("POST /console", R"({"output":"ok\n"})");
+    const auto terminal = atATerminal();
+    ASSERT_TRUE(terminal->shows("[2 alarms] \x1b[0mmfhost> ")) << terminal->screen();
+    // It comes while the line is typed, too.
+    terminal->type("acknow");
+    m_host.answer("GET /health", R"({"alarms":1})");
+    ASSERT_TRUE(terminal->shows("[1 alarm] \x1b[0mmfhost> acknow")) << terminal->screen();
+    m_host.answer("GET /health", R"({"alarms":0})");
+    terminal->type("ledge SYS\r");
+    ASSERT_TRUE(terminal->shows("ok\r\n")) << terminal->screen();
+    ASSERT_TRUE(terminal->comesTo([](const std::string& written) {
+        const auto rows = TerminalScreen(80, written).rows();
+        return !rows.empty() && rows.back() == "mfhost>";
+    })) << terminal->screen();
+    terminal->type("\x04");
+    EXPECT_EQ(0, terminal->waitForEnd());
+    EXPECT_EQ(std::vector<std::string>{"acknowledge SYS"}, executed());
+}
+
+TEST_F(AttachCommandTest, HostThatDoesNotAnswerIsToldBeforeThePromptAndHoldsUpNoKey) {
+    m_host.answer("GET /health", R"({"alarms":2})");
+    const auto terminal = atATerminal();
+    ASSERT_TRUE(terminal->shows("[2 alarms] \x1b[0mmfhost> ")) << terminal->screen();
+    m_host.fallSilent();
+    ASSERT_TRUE(terminal->shows("[no answer] \x1b[0mmfhost> ")) << terminal->screen();
+    terminal->type("detach");
+    ASSERT_TRUE(terminal->shows("mfhost> detach")) << terminal->screen();
+    terminal->type("\r");
+    EXPECT_EQ(0, terminal->waitForEnd());
+}
+
+TEST_F(AttachCommandTest, NothingIsColouredWhereTheTerminalIsNotToBe) {
+    m_host.answer("GET /health", R"({"alarms":1})");
+    ::setenv("NO_COLOR", "1", 1);
+    const auto terminal = atATerminal();
+    ::unsetenv("NO_COLOR");
+    EXPECT_TRUE(terminal->shows("[1 alarm] mfhost> ")) << terminal->screen();
+    terminal->type("detach\r");
+    EXPECT_EQ(0, terminal->waitForEnd());
 }

@@ -11,12 +11,13 @@ TEST_F(OverviewCommandsTest, HealthIsDoneOnlyWhereAllIsWell) {
     m_host.answer("GET /health", R"({"status":"ok","configured":3,"running":3,"parked":0,"command":null})");
     EXPECT_EQ(EExit::Done, OverviewCommands(remote).health());
     m_host.answer("GET /health",
-                  R"({"status":"busy","configured":3,"running":1,"parked":1,
+                  R"({"status":"busy","configured":3,"running":1,"parked":1,"alarms":2,
                       "command":{"what":"reloadDriver SYS","driver":"LAMP","operation":"deinit","forMs":7000}})");
     EXPECT_EQ(EExit::Failed, OverviewCommands(remote).health());
     EXPECT_EQ(
         "ok: 3 of 3 drivers run\n"
-        "busy: 1 of 3 drivers run, 1 parked; reloadDriver SYS has been under way for 7 s, in deinit of "
+        "busy: 1 of 3 drivers run, 1 parked, 2 alarms; reloadDriver SYS has been under way for 7 s, in "
+        "deinit of "
         "LAMP\n",
         out());
 }
