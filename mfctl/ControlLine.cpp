@@ -130,8 +130,12 @@ void addDriverCommands(Commands& commands, Words& words) {
         pCommand->add_option("driver", words.driver, "driver ID")->type_name("ID")->required();
         return pCommand;
     };
-    addOfDriver("driver", "show all of one driver",
-                [&](RemoteControl& control) { return DriverCommands(control).card(words.driver); });
+    CLI::App* pDriver = commands.addRemote(
+        "driver", "show all of one driver, or of each that has ended or hangs", [&](RemoteControl& control) {
+            DriverCommands driver(control);
+            return words.driver.empty() ? driver.troubled() : driver.card(words.driver);
+        });
+    pDriver->add_option("driver", words.driver, "driver ID")->type_name("ID");
     const auto addChange = [&](const char* pName, const char* pHelp, const char* pOperation) {
         CLI::App* pCommand = addOfDriver(pName, pHelp, [&words, pOperation](RemoteControl& control) {
             return DriverCommands(control).change(words.driver, pOperation, words.limit(s_longWait));

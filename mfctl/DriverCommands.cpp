@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "ControlError.h"
 #include "DriverColour.h"
 #include "LocalTime.h"
 #include "LogText.h"
@@ -122,6 +123,24 @@ EExit DriverCommands::card(const std::string& driverID) {
             screen.out << base::printable(line.text()) << "\n";
     }
     screen.out << std::flush;
+    return EExit::Done;
+}
+
+EExit DriverCommands::troubled() {
+    const ApiClient::Reply reply = m_control.client().get("/drivers");
+    if (reply.isError())
+        throw ControlError(RemoteControl::errorExit(reply), RemoteControl::errorText(reply));
+    const Screen& screen = m_control.screen();
+    std::size_t shown = 0;
+    for (const JsonView& driver : reply.view().list("drivers")) {
+        if (colourOf(driver) != Table::EColour::Bad)
+            continue;
+        if (shown++ > 0 && !m_control.asJson())
+            screen.out << "\n";
+        card(driver.text("id"));
+    }
+    if (shown == 0 && !m_control.asJson())
+        screen.out << "no driver has ended or hangs" << std::endl;
     return EExit::Done;
 }
 

@@ -15,6 +15,8 @@ public:
     /// All of one driver: state, cause of its last end, where it comes from, queues, its last log lines and
     /// what it said last.
     EExit card(const std::string& driverID);
+    /// The same of each driver that has ended or hangs.
+    EExit troubled();
 
     /// operation: "reload", "park" or "unpark".
     EExit change(const std::string& driverID, const char* pOperation, ApiClient::Milliseconds limit);

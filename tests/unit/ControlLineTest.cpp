@@ -54,7 +54,7 @@ TEST_F(ControlLineTest, WrongUsageIsTwoInOneLine) {
                                                {"sign", "w.xml"},
                                                {"sign", "--key", "k"},
                                                {"verify", "w.xml"},
-                                               {"driver"},
+                                               {"reload"},
                                                {"send"},
                                                {"send", "A.B", "--wait", "soon"},
                                                {"send", "A.B", "--timeout", "601"},
@@ -145,6 +145,13 @@ TEST_F(ControlLineTest, NoHostIsThree) {
     EXPECT_EQ(3, run({"drivers", "--host", m_directory.path("none")}));
     EXPECT_EQ("mfctl: no host answers at " + m_directory.path("none") + ": No such file or directory\n",
               m_err.str());
+}
+
+TEST_F(ControlLineTest, DriverWithoutAnIDIsEachInTrouble) {
+    CannedHost host(m_directory.path("s"));
+    host.answer("GET /drivers", R"({"drivers":[]})");
+    EXPECT_EQ(0, run({"driver", "--host", host.path()}));
+    EXPECT_EQ("no driver has ended or hangs\n", m_out.str());
 }
 
 TEST_F(ControlLineTest, EachCommandAsksForItsOwn) {

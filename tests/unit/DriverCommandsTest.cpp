@@ -52,6 +52,30 @@ TEST_F(DriverCommandsTest, ListFitsTheTerminal) {
     EXPECT_THAT(out(), testing::HasSubstr("signal 11 (Segmen"));
 }
 
+TEST_F(DriverCommandsTest, ThoseInTroubleAreShownWithoutBeingNamed) {
+    m_host.answer("GET /drivers/LAMP", R"({"id":"LAMP","status":"ended","cause":"signal 11","restarts":4})");
+    auto remote = control();
+    EXPECT_EQ(EExit::Done, DriverCommands(remote).troubled());
+    EXPECT_THAT(out(), testing::StartsWith("LAMP  ended\nlast cause  signal 11\n"));
+    EXPECT_EQ(1u, m_host.requests("GET /drivers/LAMP").size());
+    EXPECT_EQ(0u, m_host.requests("GET /drivers/SYS").size());
+}
+
+TEST_F(DriverCommandsTest, NobodyInTroubleIsSaid) {
+    m_host.answer("GET /drivers", std::string(R"({"drivers":[)") + s_sys + "]}");
+    auto remote = control();
+    EXPECT_EQ(EExit::Done, DriverCommands(remote).troubled());
+    EXPECT_EQ("no driver has ended or hangs\n", out());
+}
+
+TEST_F(DriverCommandsTest, ThoseInTroubleAreOneLineEachAsJson) {
+    const std::string lamp = R"({"id":"LAMP","status":"ended"})";
+    m_host.answer("GET /drivers/LAMP", lamp);
+    auto remote = control(true);
+    EXPECT_EQ(EExit::Done, DriverCommands(remote).troubled());
+    EXPECT_EQ(lamp + "\n", out());
+}
+
 TEST_F(DriverCommandsTest, DriverThatDoesNotRunIsRed) {
     RemoteControl remote(Screen{m_out, m_err, {0, true}}, {m_host.path(), false});
     DriverCommands(remote).list(false);
