@@ -174,7 +174,11 @@ void ApiActions::sendFid(const ApiRequest& request) const {
     const EFidStage waitFor = s_stages.at(request.body.choice("wait", s_waits));
     m_context.sendFid(fid, request.body.parameters(), waitFor, request.body.timeout(),
                       [fid, waitFor, pAction = request.pAction](const FidOutcome& outcome) {
-                          pAction->end(answerOf(fid, waitFor, outcome, pAction->request()));
+                          const ApiAnswer answer = answerOf(fid, waitFor, outcome, pAction->request());
+                          if (outcome.isInterim)
+                              pAction->tellProgress(answer);
+                          else
+                              pAction->end(answer);
                       });
 }
 

@@ -101,7 +101,7 @@ struct ApiContext {
     std::function<std::vector<std::string>(const std::string& driverID)> lastWords;
     std::function<std::vector<ApiSession>()> sessions;
 
-    /// Returns at once; told is called exactly once, on any thread.
+    /// Returns at once; told is called as FidSenders says, on any thread.
     std::function<void(const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
                        std::chrono::milliseconds limit, std::function<void(const FidOutcome&)> told)>
         sendFid;

@@ -21,6 +21,8 @@ public:
     PendingAction& operator=(const PendingAction&) = delete;
 
     const std::string& request() const { return m_request; }
+    /// How far it is: the call's own answer, where it has none yet. The action goes on to its end().
+    void tellProgress(const ApiAnswer& answer) { m_pAnswer->give(answer); }
     void end(const ApiAnswer& answer);
 
 private:

@@ -38,5 +38,6 @@ struct FidOutcome {
     std::vector<std::string> nearest;  ///< what was probably meant instead
     std::optional<bool> result;        ///< what the driver in the host's process answered
     bool isFinal = false;              ///< nothing further can come
+    bool isInterim = false;            ///< the limit is over, and what it comes to is told once more
     std::chrono::microseconds took{0};
 };

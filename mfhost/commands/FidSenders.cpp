@@ -31,6 +31,8 @@ using Clock = FidSenders::Clock;
 constexpr std::chrono::milliseconds s_firstLooks{1};
 constexpr std::chrono::milliseconds s_laterLooks{10};
 constexpr std::chrono::milliseconds s_first{50};
+/// For what nobody waits for at the moment.
+constexpr std::chrono::milliseconds s_idleLooks{100};
 /// Nobody waits longer.
 constexpr std::chrono::hours s_longestLimit{24};
 /// Numbers of messages begin again at 2^24; a message that is this far back was passed.
@@ -49,7 +51,8 @@ struct Job {
     EFidStage waitFor = EFidStage::Accepted;
     Clock::time_point began = Clock::now();
     Clock::time_point deadline;
-    FidSenders::Told told;  ///< empty once it is called
+    FidSenders::Told told;     ///< empty once the last is told
+    bool isLimitTold = false;  ///< how far it was when the limit was over
 
     FidOutcome outcome;
     std::optional<FidWatch::Place> place;
@@ -74,13 +77,23 @@ public:
     void add(Job& job) {
         if (!job.told)
             return;
-        job.outcome.driverID = job.driverID;
-        job.outcome.took = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - job.began);
-        m_outcomes.emplace_back(std::exchange(job.told, nullptr), job.outcome);
+        m_outcomes.emplace_back(std::exchange(job.told, nullptr), outcomeOf(job));
+    }
+    /// The limit is over, and it goes on.
+    void addInterim(Job& job) {
+        job.isLimitTold = true;
+        m_outcomes.emplace_back(job.told, outcomeOf(job));
+        m_outcomes.back().second.isInterim = true;
     }
     void say(std::string line) { m_lines.push_back(std::move(line)); }
 
 private:
+    static const FidOutcome& outcomeOf(Job& job) {
+        job.outcome.driverID = job.driverID;
+        job.outcome.took = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - job.began);
+        return job.outcome;
+    }
+
     std::vector<std::pair<FidSenders::Told, FidOutcome>> m_outcomes;
     std::vector<std::string> m_lines;
 };
@@ -138,7 +151,10 @@ public:
             }
             for (const JobPtr& pJob : m_awaited) {
                 pJob->outcome.reason = EFidReason::Stopping;
-                pJob->outcome.text = "the host is stopping";
+                pJob->outcome.text = pJob->outcome.stage == EFidStage::Accepted
+                                         ? "the host is stopping"
+                                         : "the host is stopping; the FID was on its way to " +
+                                               pJob->driverID + ", and may have reached it";
                 tidings.add(*pJob);
             }
             m_awaited.clear();
@@ -316,9 +332,10 @@ private:
     Clock::time_point nextLook(Clock::time_point now) const {
         auto next = now + s_longestLimit;
         for (const JobPtr& pJob : m_awaited) {
-            next = std::min(next, pJob->deadline);
+            if (!pJob->isLimitTold)
+                next = std::min(next, pJob->deadline);
             if (pJob->place)
-                next = std::min(next, now + (now - pJob->written < s_first ? s_firstLooks : s_laterLooks));
+                next = std::min(next, now + timeToLook(*pJob, now));
         }
         for (const auto& [key, pSender] : m_senders) {
             if (pSender->pCurrent && !pSender->isSaid)
@@ -327,13 +344,21 @@ private:
         return next;
     }
 
+    static std::chrono::milliseconds timeToLook(const Job& job, Clock::time_point now) {
+        if (job.isLimitTold)
+            return s_idleLooks;
+        return now - job.written < s_first ? s_firstLooks : s_laterLooks;
+    }
+
     void look(Clock::time_point now, Tidings& tidings) {
         const std::vector<JobPtr> awaited(m_awaited.begin(), m_awaited.end());
         for (const JobPtr& pJob : awaited) {
             if (pJob->place)
                 lookAtQueue(*pJob);
-            if (pJob->outcome.isFinal || pJob->deadline <= now)
+            if (pJob->outcome.isFinal)
                 tell(pJob, tidings);
+            else if (pJob->deadline <= now && !pJob->isLimitTold)
+                tidings.addInterim(*pJob);
         }
         for (const auto& [key, pSender] : m_senders) {
             if (!pSender->pCurrent || pSender->isSaid || now - pSender->since < m_settings.patience)
@@ -374,7 +399,7 @@ private:
     std::map<std::string, SenderPtr> m_senders;
     std::vector<std::thread> m_ended;  ///< senders to be joined
     std::condition_variable m_senderEnded;
-    std::list<JobPtr> m_awaited;  ///< those that have not been told yet
+    std::list<JobPtr> m_awaited;  ///< those of which the last is still to be told
     std::thread m_watch;
     std::condition_variable m_watchChanged;
     Clock::time_point m_watchWakes = Clock::time_point::min();  ///< when it looks next, where it waits

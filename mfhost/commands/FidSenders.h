@@ -37,10 +37,10 @@ public:
     FidSenders(const FidSenders&) = delete;
     FidSenders& operator=(const FidSenders&) = delete;
 
-    /// Returns at once. told is called once, on this thread or on one of the senders', which it must not hold
-    /// up: when the stage that is waited for is reached, when nothing further can come, or when the limit is
-    /// over; then with the stage that was reached so far, and the FID goes on. What is sent to one driver
-    /// keeps its order.
+    /// Returns at once. told is called on this thread or on one of the senders', which it must not hold up:
+    /// when the stage that is waited for is reached, or when nothing further can come. Where the limit is
+    /// over before that, it is called then as well, with the stage that was reached so far and isInterim, and
+    /// the FID goes on. What is sent to one driver keeps its order.
     ///
     /// Accepted is told at once, Dispatched when the FID's turn has come. A FID is refused, as Nobody: with
     /// QueueFull when fewer than Settings::roomKept places would be left of its driver's queue or of what may

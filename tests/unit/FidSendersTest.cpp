@@ -45,6 +45,10 @@ public:
         const std::lock_guard lock(m_pHeard->mutex);
         return m_pHeard->outcomes.size();
     }
+    FidOutcome last() {
+        const std::lock_guard lock(m_pHeard->mutex);
+        return m_pHeard->outcomes.empty() ? FidOutcome() : m_pHeard->outcomes.back();
+    }
     /// The first one, when it has come.
     FidOutcome outcome() {
         std::unique_lock lock(m_pHeard->mutex);
@@ -242,11 +246,15 @@ TEST_F(FidSendersTest, LimitTellsHowFarTheFidIsAndItGoesOn) {
     EXPECT_EQ(held.outcome().stage, EFidStage::Dispatched);
     EXPECT_EQ(waiting.outcome().stage, EFidStage::Accepted);
     EXPECT_FALSE(held.outcome().isFinal);
+    EXPECT_TRUE(held.outcome().isInterim);
     EXPECT_GE(held.outcome().took, 50ms);
     letGo();
     EXPECT_TRUE(isSent("A.MOVE"));
-    EXPECT_EQ(held.count(), 1u);
-    EXPECT_EQ(waiting.count(), 1u);
+    for (Ear* pEar : {&held, &waiting}) {
+        EXPECT_TRUE(eventually([&] { return pEar->count() == 2; }));
+        EXPECT_EQ(pEar->last().stage, EFidStage::Delivered);
+        EXPECT_FALSE(pEar->last().isInterim);
+    }
 }
 
 TEST_F(FidSendersTest, NoMoreFidsThanAllowedWaitForADriver) {
@@ -327,6 +335,11 @@ TEST_F(FidSendersTest, MessageThatIsNotTakenInTimeIsWritten) {
     EXPECT_EQ(ear.outcome().stage, EFidStage::Written);
     EXPECT_EQ(ear.outcome().reason, EFidReason::None);
     EXPECT_FALSE(ear.outcome().isFinal);
+    EXPECT_TRUE(ear.outcome().isInterim);
+    ASSERT_TRUE(takeMessage());
+    EXPECT_TRUE(eventually([&] { return ear.count() == 2; }));
+    EXPECT_EQ(ear.last().stage, EFidStage::Taken);
+    EXPECT_FALSE(ear.last().isInterim);
 }
 
 TEST_F(FidSendersTest, ProcessThatEndsBeforeItTakesTheMessageIsTold) {
@@ -448,6 +461,9 @@ TEST_F(FidSendersTest, StopTellsAllThatIsWaitedForAndRefusesWhatComes) {
     EXPECT_EQ(held.count(), 1u);
     EXPECT_EQ(held.outcome().stage, EFidStage::Dispatched);
     EXPECT_EQ(held.outcome().reason, EFidReason::Stopping);
+    EXPECT_EQ(held.outcome().text,
+              "the host is stopping; the FID was on its way to A, and may have reached it");
+    EXPECT_EQ(waiting.outcome().text, "the host is stopping");
     EXPECT_EQ(waiting.outcome().stage, EFidStage::Accepted);
     EXPECT_EQ(waiting.outcome().reason, EFidReason::Stopping);
     Ear refusal;
