@@ -17,6 +17,17 @@ namespace {
 using ECode = ApiFault::ECode;
 
 constexpr const char* s_nothing = "{}";
+/// In bytes: so much of a value that is set from outside the host keeps, times as many as the console may
+/// have.
+constexpr std::size_t s_longestKey = 1024;
+constexpr std::size_t s_longestValue = 8192;
+
+void limitLength(const char* pMember, const std::string& text, std::size_t most) {
+    if (text.size() > most)
+        throw ApiFault(ECode::RequestInvalid, std::string("\"") + pMember + "\" has " +
+                                                  std::to_string(text.size()) + " bytes where " +
+                                                  std::to_string(most) + " at most are kept");
+}
 
 /// Who changes what runs stands in the log.
 void logAction(const ApiRequest& request, const std::string& what) {
@@ -185,6 +196,8 @@ void ApiActions::sendFid(const ApiRequest& request) const {
 void ApiActions::setState(const ApiRequest& request) const {
     const std::string key = request.body.text("key");
     const StateValue value = request.body.stateValue();
+    limitLength("key", key, s_longestKey);
+    limitLength("value", value.text(), s_longestValue);
     perform(request.pAction, "setStateValue " + key, [this, key, value] {
         m_context.setState(key, value);
         return ApiAnswer{.body = s_nothing};

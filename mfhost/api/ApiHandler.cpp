@@ -24,6 +24,8 @@ using ECode = ApiFault::ECode;
 constexpr std::chrono::seconds s_senderGrace{1};
 /// For what only asks, and is answered by the command thread.
 constexpr std::chrono::seconds s_readingLimit{5};
+/// Of those, that may wait for a command thread that is at something else: its queue is for commands.
+constexpr long s_mostReadings = 32;
 
 /// Stands in a path for the name of a driver, of a macro, or a number.
 constexpr const char* s_name = "*";
@@ -38,6 +40,11 @@ std::string joined(const std::vector<std::string>& path) {
     for (const std::string& word : path)
         text += '/' + word;
     return text.empty() ? "/" : text;
+}
+
+/// Whose a request ID is. Names may change, and be of several users.
+std::string ownerOf(const ApiCaller& caller) {
+    return std::to_string(caller.uid);
 }
 
 /// What the path's name is, where the pattern has one.
@@ -134,7 +141,8 @@ ApiHandler::ApiHandler(ApiContext context, RequestMemory::Settings memory)
     : m_context(std::move(context)),
       m_reading(m_context),
       m_actions(m_context, m_reading),
-      m_pMemory(std::make_shared<RequestMemory>(std::move(memory))) {}
+      m_pMemory(std::make_shared<RequestMemory>(std::move(memory))),
+      m_pReading(std::make_shared<const char>()) {}
 
 void ApiHandler::handle(const ApiCall& call, Answer answer) {
     const auto pAnswer = std::make_shared<AnswerOnce>(std::move(answer));
@@ -215,8 +223,12 @@ void ApiHandler::readHistory(const std::string& number, const ApiCall& call,
     const auto result = std::from_chars(number.data(), pEnd, value);
     if (!number.empty() && (result.ec != std::errc() || result.ptr != pEnd))
         throw ApiFault(ECode::NotFound, "there is no resource " + joined({"api", "v1", "history", number}));
-    const auto pAction = std::make_shared<PendingAction>(m_pMemory, call.caller.name, std::string(), pAnswer);
-    m_actions.perform(pAction, "history", [this, isList = number.empty(), value] {
+    // One is the handler's own.
+    if (m_pReading.use_count() > s_mostReadings)
+        throw ApiFault(ECode::Busy, "too many requests wait for the history already");
+    const auto pAction =
+        std::make_shared<PendingAction>(m_pMemory, ownerOf(call.caller), std::string(), pAnswer);
+    m_actions.perform(pAction, "history", [this, isList = number.empty(), value, pReading = m_pReading] {
         return ApiAnswer{.body = isList ? m_reading.history() : m_reading.historyEntry(value)};
     });
     limit(pAnswer, s_readingLimit, [this] {
@@ -235,8 +247,8 @@ void ApiHandler::act(const Resource& resource, const ApiTarget& target, const Ap
     const std::string request = body.request();
     const auto timeout = body.timeout();
     if (!request.empty()) {
-        const auto begin =
-            m_pMemory->begin(call.caller.name, request, joined(target.path) + ' ' + body.content(), pAnswer);
+        const auto begin = m_pMemory->begin(ownerOf(call.caller), request,
+                                            joined(target.path) + ' ' + body.content(), pAnswer);
         if (begin == RequestMemory::EBegin::Differs)
             throw ApiFault(ECode::RequestDiffers,
                            "the request " + request + " was something else when it came first");
@@ -247,7 +259,7 @@ void ApiHandler::act(const Resource& resource, const ApiTarget& target, const Ap
             return;
         }
     }
-    const auto pAction = std::make_shared<PendingAction>(m_pMemory, call.caller.name, request, pAnswer);
+    const auto pAction = std::make_shared<PendingAction>(m_pMemory, ownerOf(call.caller), request, pAnswer);
     try {
         (m_actions.*resource.pAct)({call.caller, nameIn(resource.path, target.path), body, pAction});
     } catch (const ApiFault& fault) {

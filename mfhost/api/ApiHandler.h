@@ -49,4 +49,6 @@ private:
     const ApiActions m_actions;
     /// Actions that are going on have it, too.
     const std::shared_ptr<RequestMemory> m_pMemory;
+    /// Shared by those that wait for the command thread only to read: they are counted by it.
+    const std::shared_ptr<const char> m_pReading;
 };

@@ -24,6 +24,8 @@ RequestMemory::EBegin RequestMemory::begin(const std::string& user, const std::s
         if (entry.content != content)
             return EBegin::Differs;
         if (!entry.answer) {
+            // Those whose time was up: what hangs may be asked for again any number of times.
+            std::erase_if(entry.waiting, [](const auto& pWaiting) { return pWaiting->isGiven(); });
             entry.waiting.push_back(pAnswer);
             return EBegin::Known;
         }

@@ -43,7 +43,8 @@ public:
     RequestMemory(const RequestMemory&) = delete;
     RequestMemory& operator=(const RequestMemory&) = delete;
 
-    /// A call comes in. The content is what is the same for two calls that ask for the same.
+    /// A call comes in. A user is known by his number, in digits. The content is what is the same for two
+    /// calls that ask for the same.
     EBegin begin(const std::string& user, const std::string& request, const std::string& content,
                  const std::shared_ptr<AnswerOnce>& pAnswer);
     /// What was New is over: gives the answer to all who wait for it. It is not kept where it says that

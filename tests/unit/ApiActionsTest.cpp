@@ -206,6 +206,20 @@ TEST_F(ApiActionsTest, WrongValueIsNotPosted) {
     EXPECT_THAT(m_host.posted, IsEmpty());
 }
 
+TEST_F(ApiActionsTest, KeyAndValueHaveALength) {
+    const auto body = [](std::size_t key, std::size_t value) {
+        return R"({"key":")" + std::string(key, 'k') + R"(","type":"string","value":")" +
+               std::string(value, 'v') + "\"}";
+    };
+    EXPECT_EQ("", begin(&ApiActions::setState, body(1024, 8192)));
+    EXPECT_EQ(1u, m_host.posted.size());
+    EXPECT_THAT(begin(&ApiActions::setState, body(1025, 1)),
+                HasSubstr(R"("text":"\"key\" has 1025 bytes where 1024 at most are kept")"));
+    EXPECT_THAT(begin(&ApiActions::setState, body(1, 8193)),
+                HasSubstr(R"("text":"\"value\" has 8193 bytes where 8192 at most are kept")"));
+    EXPECT_EQ(1u, m_host.posted.size());
+}
+
 TEST_F(ApiActionsTest, ValueIsForgotten) {
     m_host.store.setStateValue("A.B", "x");
     EXPECT_EQ("200 {}", act(&ApiActions::unsetState, R"({"key":"A.B"})"));

@@ -25,14 +25,15 @@ protected:
 
     void begin(const std::string& method, const std::string& target, const std::string& body = {},
                ERole role = ERole::Admin, const std::string& contentType = "application/json",
-               const std::string& user = "anna") {
+               unsigned user = 1000) {
         ApiCall call;
         call.method = method;
         call.target = target;
         call.contentType = contentType;
         call.body = body;
         call.caller.role = role;
-        call.caller.name = user;
+        call.caller.name = name;
+        call.caller.uid = user;
         m_sut.handle(call, [this](const ApiAnswer& answer) {
             m_answers.push_back(std::to_string(answer.status) + " " + answer.body);
             m_allow = answer.allow;
@@ -52,6 +53,7 @@ protected:
     }
 
     LogCapture m_log;
+    std::string name = "anna";
     std::vector<std::string> m_answers;
     std::string m_allow;
     std::string m_contentType;
@@ -265,9 +267,16 @@ TEST_F(ApiHandlerTest, WhatCouldNotBeBegunMayBeSentAgain) {
 }
 
 TEST_F(ApiHandlerTest, RequestsOfTwoUsersAreTwo) {
-    for (const char* user : {"anna", "bert"})
+    for (const unsigned user : {1000, 1001})
         begin("POST", "/api/v1/plan", R"({"request":"r1"})", ERole::Admin, "application/json", user);
     EXPECT_EQ(2u, m_host.posted.size());
+}
+
+TEST_F(ApiHandlerTest, RequestsOfAUserWithAnotherNameAreStillHis) {
+    begin("POST", "/api/v1/plan", R"({"request":"r1"})");
+    name = "uid 1000";
+    begin("POST", "/api/v1/plan", R"({"request":"r1"})");
+    EXPECT_EQ(1u, m_host.posted.size());
 }
 
 TEST_F(ApiHandlerTest, WhatTakesLongerThanTheCallerWaitsGoesOn) {
@@ -314,6 +323,30 @@ TEST_F(ApiHandlerTest, SenderOfAFidHasASecondMoreToTellHowFarItCame) {
     EXPECT_EQ(1u, m_answers.size());
 }
 
+TEST_F(ApiHandlerTest, WhatAFidCameToAfterItsLimitIsTheAnswerToTheSameRequest) {
+    const std::string body = R"({"fid":"A.B","wait":"taken","timeoutMs":300,"request":"r1"})";
+    begin("POST", "/api/v1/fid", body);
+    ASSERT_EQ(1u, m_host.sentFids.size());
+    FidOutcome outcome;
+    outcome.stage = EFidStage::Written;
+    outcome.driverID = "A";
+    outcome.isInterim = true;
+    m_host.sentFids[0].told(outcome);
+    EXPECT_EQ(Texts{R"(202 {"request":"r1","fid":"A.B","driver":"A","stage":"written","tookUs":0})"},
+              m_answers);
+    begin("POST", "/api/v1/fid", body);
+    EXPECT_EQ(1u, m_answers.size()) << "it waits for the end";
+    outcome.stage = EFidStage::Taken;
+    outcome.isInterim = false;
+    outcome.isFinal = true;
+    m_host.sentFids[0].told(outcome);
+    const std::string taken = R"(200 {"request":"r1","fid":"A.B","driver":"A","stage":"taken","tookUs":0})";
+    ASSERT_EQ(2u, m_answers.size());
+    EXPECT_EQ(taken, m_answers[1]);
+    EXPECT_EQ(taken, call("POST", "/api/v1/fid", body));
+    EXPECT_EQ(1u, m_host.sentFids.size());
+}
+
 TEST_F(ApiHandlerTest, HistoryOfABusyHostIsNotWaitedForEndlessly) {
     m_host.activity.what = "reload of AXIS1";
     begin("GET", "/api/v1/history", "", ERole::View);
@@ -326,6 +359,20 @@ TEST_F(ApiHandlerTest, HistoryOfABusyHostIsNotWaitedForEndlessly) {
         m_answers);
     m_host.runPosted();
     EXPECT_EQ(1u, m_answers.size());
+}
+
+TEST_F(ApiHandlerTest, ReadingLeavesTheCommandThreadRoomForCommands) {
+    for (int i = 0; i < 40; ++i)
+        begin("GET", i % 2 == 0 ? "/api/v1/history" : "/api/v1/history/1", "", ERole::View);
+    EXPECT_EQ(32u, m_host.posted.size());
+    ASSERT_EQ(8u, m_answers.size());
+    EXPECT_EQ(
+        "503 {\"error\":{\"code\":\"busy\",\"text\":\"too many requests wait for the history already\","
+        "\"nearest\":[]}}",
+        m_answers[0]);
+    m_host.runPosted();
+    EXPECT_EQ(40u, m_answers.size());
+    EXPECT_THAT(get("/api/v1/history"), StartsWith("200 "));
 }
 
 TEST_F(ApiHandlerTest, HistoryHasNumbers) {

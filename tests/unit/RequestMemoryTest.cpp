@@ -72,6 +72,23 @@ TEST_F(RequestMemoryTest, RepetitionWaitsWhileTheFirstIsGoingOn) {
     EXPECT_EQ((Answers{"200 done", "200 done"}), answers());
 }
 
+TEST_F(RequestMemoryTest, RepetitionsWhoseTimeIsUpAreKeptNoLonger) {
+    begin("r");
+    std::vector<std::weak_ptr<AnswerOnce>> late;
+    for (int i = 0; i < 3; ++i) {
+        const auto pLate = answer();
+        late.push_back(pLate);
+        m_sut.begin("anna", "r", "x", pLate);
+        pLate->give({.body = "goes on"});
+    }
+    EXPECT_EQ(EBegin::Known, begin("r"));
+    for (const auto& pLate : late)
+        EXPECT_TRUE(pLate.expired());
+    answers();
+    end("r");
+    EXPECT_EQ((Answers{"200 done", "200 done"}), answers());
+}
+
 TEST_F(RequestMemoryTest, OtherContentUnderTheSameIdDiffers) {
     begin("r");
     EXPECT_EQ(EBegin::Differs, begin("r", "y"));
