@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -59,11 +60,12 @@ public:
     static std::vector<Member> endMarked(const std::string& word);
 
     /// The process and those that it descends from, itself first, without the calling process and those above
-    /// that: as many of them as can be seen. Empty when the process itself cannot, or is gone. Any thread.
-    static std::vector<int> ancestry(int pid);
+    /// that: as many of them as can be seen. Empty when the process itself cannot, or is gone; nothing while
+    /// it cannot be told for want of descriptors or memory. Any thread.
+    static std::optional<std::vector<int>> ancestry(int pid);
     /// Whether it is one of this user's processes that was started with the mark of a child of the calling
-    /// process: a child, or started by one. Within about 20 ms. Any thread.
-    static bool hasMarkOfChild(int pid);
+    /// process: a child, or started by one. Within about 20 ms; nothing as for ancestry(). Any thread.
+    static std::optional<bool> hasMarkOfChild(int pid);
 
 private:
     /// Nobody's number, parent or session; 0 is the kernel's.

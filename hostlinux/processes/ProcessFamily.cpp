@@ -243,8 +243,9 @@ std::vector<ProcessFamily::Member> ProcessFamily::endMarked(const std::string& w
     return ended;
 }
 
-std::vector<int> ProcessFamily::ancestry(int pid) {
+std::optional<std::vector<int>> ProcessFamily::ancestry(int pid) {
     std::vector<int> found;
+    t_hasMissed = false;
     while (pid > 0 && pid != ::getpid() && found.size() < s_deepest) {
         const auto process = Process::read(pid);
         if (!process)
@@ -252,18 +253,20 @@ std::vector<int> ProcessFamily::ancestry(int pid) {
         found.push_back(pid);
         pid = process->parent;
     }
-    return found;
+    return t_hasMissed ? std::nullopt : std::optional(std::move(found));
 }
 
-bool ProcessFamily::hasMarkOfChild(int pid) {
+std::optional<bool> ProcessFamily::hasMarkOfChild(int pid) {
+    t_hasMissed = false;
     // Reading what belongs to others may take as long as these like.
     struct stat status {};
     if (::stat(placeOf(pid).c_str(), &status) != 0 || status.st_uid != ::geteuid())
         return false;
     const auto process = Process::read(pid);
     Patience patience{.left = s_glance};
-    return process && environmentOf(*process, MarkedEnvironment::s_begin, patience)
-                          .starts_with(MarkedEnvironment::beginOfChildren());
+    const bool isMarked = process && environmentOf(*process, MarkedEnvironment::s_begin, patience)
+                                         .starts_with(MarkedEnvironment::beginOfChildren());
+    return t_hasMissed ? std::nullopt : std::optional(isMarked);
 }
 
 ProcessFamily::ProcessFamily(int pid, std::string mark)

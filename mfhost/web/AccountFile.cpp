@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <charconv>
 #include <string_view>
 #include <utility>
@@ -12,23 +13,29 @@ AccountFile::AccountFile(std::string path) : m_path(std::move(path)) {}
 
 std::string AccountFile::nameOf(unsigned number) {
     struct stat status {};
-    if (::stat(m_path.c_str(), &status) != 0) {
+    const bool isThere = ::stat(m_path.c_str(), &status) == 0;
+    if (!isThere && errno == ENOENT) {
         m_inode = 0;
         m_names.clear();
-    } else if (status.st_ino != m_inode || status.st_mtim.tv_sec != m_changed.tv_sec ||
-               status.st_mtim.tv_nsec != m_changed.tv_nsec) {
+    } else if (isThere &&
+               (status.st_ino != m_inode || status.st_mtim.tv_sec != m_changed.tv_sec ||
+                status.st_mtim.tv_nsec != m_changed.tv_nsec) &&
+               readAnew()) {
         m_inode = status.st_ino;
         m_changed = status.st_mtim;
-        readAnew();
     }
     const auto found = m_names.find(number);
     return found == m_names.end() ? std::string() : found->second;
 }
 
-/// Both files have "NAME:x:NUMBER:" in each line.
-void AccountFile::readAnew() {
-    m_names.clear();
+/// Both files have "NAME:x:NUMBER:" in each line. False when the file cannot be read now, as without a free
+/// descriptor: what was read before holds until it can.
+bool AccountFile::readAnew() {
     const base::RegularFile file = base::RegularFile::read(m_path);
+    if (file.fault == base::RegularFile::EFault::NotOpened ||
+        file.fault == base::RegularFile::EFault::NotRead)
+        return false;
+    m_names.clear();
     std::string_view rest = file.bytes;
     while (!rest.empty()) {
         const std::string_view line = rest.substr(0, rest.find('\n'));
@@ -44,4 +51,5 @@ void AccountFile::readAnew() {
         if (error == std::errc() && pEnd == text.data() + text.size())
             m_names.emplace(number, line.substr(0, first));
     }
+    return true;
 }

@@ -12,11 +12,11 @@ class AccountFile {
 public:
     explicit AccountFile(std::string path);
 
-    /// Empty when the file has no such number.
+    /// Empty when the file has no such number. A file that cannot be read now is read the next time.
     std::string nameOf(unsigned number);
 
 private:
-    void readAnew();
+    bool readAnew();
 
     const std::string m_path;
     struct timespec m_changed {};

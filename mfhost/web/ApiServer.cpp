@@ -193,19 +193,19 @@ bool ApiServer::Thread::admit(base::UniqueFd socket) {
     if (holder.isRefused)
         refusal = ApiFault(ECode::NotAllowed, s_noRole).answer();
     std::string fullness = m_connections.add(holder);
-    const std::string reason = holder.isRefused || !fullness.empty() ? std::string() : m_roles.refusal(*peer);
-    if (!reason.empty()) {
+    const auto doubt = holder.isRefused || !fullness.empty() ? PeerRoles::Refusal() : m_roles.refusal(*peer);
+    if (!doubt.reason.empty()) {
         if (mayTell(m_toldDriver))
             hostLog(sal::LogOutput::eWarning)
-                << "the control socket refuses a connection: " << reason << std::endl;
+                << "the control socket refuses a connection: " << doubt.reason << std::endl;
         m_connections.remove(holder);
         holder.isRefused = true;
         holder.isFavoured = false;
-        refusal = ApiFault(ECode::NotAllowed, reason).answer();
+        refusal = ApiFault(doubt.isForNow ? ECode::Busy : ECode::NotAllowed, doubt.reason).answer();
         fullness = m_connections.add(holder);
     }
     if (!fullness.empty()) {
-        refuse(socket, refusal ? *refusal : ApiFault(ECode::Busy, fullness).answer());
+        refuse(socket, refusal ? *refusal : ApiFault(ECode::TooMany, fullness).answer());
         return false;
     }
     Protocol::socket stream(m_io);

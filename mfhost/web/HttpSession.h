@@ -74,7 +74,10 @@ public:
         m_entries.back().closes = true;
         for (Entry& entry : m_entries) {
             if (!entry.isAnswered)
-                fill(entry, ApiFault(ECode::Stopping, "the host is shutting down"));
+                fill(entry, ApiFault(ECode::Stopping,
+                                     entry.isSafe ? "the host is shutting down"
+                                                  : "the host is shutting down; whether this was done is not "
+                                                    "known"));
         }
         goOn();
     }

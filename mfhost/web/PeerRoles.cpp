@@ -66,7 +66,11 @@ PeerRoles::PeerRoles(Settings settings)
       m_users(m_settings.userFile),
       m_unknownUser(numberIn("/proc/sys/kernel/overflowuid", 65534)),
       m_unknownGroup(numberIn("/proc/sys/kernel/overflowgid", 65534)),
-      m_isForOneUser(::isForOneUser(m_settings.userMap)) {}
+      m_isForOneUser(::isForOneUser(m_settings.userMap)) {
+    // Known from now on, even where descriptors are short when the first peer comes.
+    m_groups.nameOf(0);
+    m_users.nameOf(0);
+}
 
 std::optional<PeerRoles::Peer> PeerRoles::look(int socket) {
     struct ucred credentials {};
@@ -116,26 +120,34 @@ ERole PeerRoles::roleOfGroup(unsigned group) {
     return name == "mfview" ? ERole::View : ERole::None;
 }
 
-std::string PeerRoles::refusal(const Peer& peer) const {
+PeerRoles::Refusal PeerRoles::refusal(const Peer& peer) const {
     // In a process namespace above or beside this one, where no child of this process is.
     if (peer.pid <= 0)
         return {};
-    const std::vector<int> ancestry = sal::ProcessFamily::ancestry(peer.pid);
-    const bool isOfDriver = std::any_of(ancestry.begin(), ancestry.end(), [this](int pid) {
-        return (m_settings.isDriverProcess && m_settings.isDriverProcess(pid)) ||
-               sal::ProcessFamily::hasMarkOfChild(pid);
-    });
+    const auto ancestry = sal::ProcessFamily::ancestry(peer.pid);
+    bool isTold = ancestry.has_value();
+    bool isOfDriver = false;
+    for (const int pid : ancestry.value_or(std::vector{peer.pid})) {
+        const auto isMarked = sal::ProcessFamily::hasMarkOfChild(pid);
+        isTold = isTold && isMarked;
+        isOfDriver = isOfDriver || isMarked.value_or(false) ||
+                     (m_settings.isDriverProcess && m_settings.isDriverProcess(pid));
+    }
     if (isOfDriver)
-        return "process " + std::to_string(peer.pid) +
-               " is a driver's process or was started by one; drivers do not use the control socket";
+        return {"process " + std::to_string(peer.pid) +
+                " is a driver's process or was started by one; drivers do not use the control socket"};
+    if (!isTold)
+        return {"whether process " + std::to_string(peer.pid) +
+                    " is a driver's cannot be told: the host is short of file descriptors or memory",
+                true};
     // What was looked at may have been another process with the number of one that is gone.
     const bool isGone =
         peer.process
             ? ::syscall(SYS_pidfd_send_signal, peer.process.get(), 0, nullptr, 0u) != 0 && errno == ESRCH
             : !isThere(peer.pid);
     if (isGone)
-        return "the process that has connected, " + std::to_string(peer.pid) +
-               ", has ended; whether it was a driver's cannot be told any more";
+        return {"the process that has connected, " + std::to_string(peer.pid) +
+                ", has ended; whether it was a driver's cannot be told any more"};
     return {};
 }
 

@@ -39,9 +39,13 @@ public:
 
     /// Nothing when the kernel does not tell.
     std::optional<Peer> look(int socket);
+    struct Refusal {
+        std::string reason;     ///< empty when it is not refused
+        bool isForNow = false;  ///< what it is cannot be told for want of descriptors or memory
+    };
     /// Why the peer is refused whatever its role is: it is a driver's process, was started by one, or is
-    /// gone, so that its number may be another's. Empty when it is not.
-    std::string refusal(const Peer& peer) const;
+    /// gone, so that its number may be another's; or none of that can be told now.
+    Refusal refusal(const Peer& peer) const;
 
     /// Whether a service manager has started this process, rather than somebody by hand.
     static bool isStartedAsService();

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "NoDescriptors.h"
 #include "TemporaryDirectory.h"
 
 namespace {
@@ -45,6 +46,23 @@ TEST(AccountFile, IsReadAnewWhenItHasChanged) {
     EXPECT_EQ(sut.nameOf(1001), "");
     directory.write("group", "mfview:x:1001:\n");
     EXPECT_EQ(sut.nameOf(1001), "mfview");
+}
+
+TEST(AccountFile, IsKeptWhileItCannotBeReadAndReadOnceItCan) {
+    const TemporaryDirectory directory;
+    directory.write("group", "mfview:x:1001:\n");
+    AccountFile sut(directory.path("group"));
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(sut.nameOf(1001), "");
+    }
+    EXPECT_EQ(sut.nameOf(1001), "mfview");
+    directory.write("group", "mfadmin:x:1001:x\n");
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(sut.nameOf(1001), "mfview");
+    }
+    EXPECT_EQ(sut.nameOf(1001), "mfadmin");
 }
 
 TEST(AccountFile, MissingOneHasNoNames) {

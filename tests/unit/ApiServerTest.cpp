@@ -678,10 +678,10 @@ TEST_F(ApiServerTest, ConnectionsBeyondTheLimitAreToldSoAndTakeNoDescriptor) {
     for (int i = 0; i < 100; ++i) {
         HttpClient more(path());
         const auto answer = more.receive();
-        EXPECT_EQ(answer.status, 503);
+        EXPECT_EQ(answer.status, 429);
         EXPECT_EQ(
             answer.body,
-            R"({"error":{"code":"busy","text":"there are 64 connections open, and there may be no more","nearest":[]}})");
+            R"({"error":{"code":"too-many","text":"there are 64 connections open, and there may be no more","nearest":[]}})");
         EXPECT_TRUE(more.isAtEnd());
     }
     EXPECT_LE(openDescriptors(), before + 2 * 64 + 1);
@@ -705,7 +705,7 @@ TEST_F(ApiServerTest, TenThousandConnectionsOneAfterAnotherLeaveNothing) {
             continue;
         }
         const int status = client.ask(get("/")).status;
-        answered += status == 200 || status == 503;
+        answered += status == 200 || status == 429;
     }
     EXPECT_EQ(answered, 6666);
     EXPECT_TRUE(hasSessions(0));
@@ -724,7 +724,7 @@ TEST_F(ApiServerTest, FiveHundredConnectionsAtOnceAreEachAnswered) {
         ++statuses[client.receive().status];
     }
     EXPECT_EQ(statuses[200], 64);
-    EXPECT_EQ(statuses[503], 436);
+    EXPECT_EQ(statuses[429], 436);
     clients.clear();
     EXPECT_TRUE(hasSessions(0));
 }
@@ -794,8 +794,8 @@ TEST_F(ApiServerTest, OneUserHasEightConnections) {
     start();
     EXPECT_EQ(
         askAs(4711, 7001, 9, get("/")),
-        "200 200 200 200 200 200 200 200 503 "
-        R"({"error":{"code":"busy","text":"anna has 8 connections open, and may have no more","nearest":[]}})");
+        "200 200 200 200 200 200 200 200 429 "
+        R"({"error":{"code":"too-many","text":"anna has 8 connections open, and may have no more","nearest":[]}})");
 }
 
 TEST_F(ApiServerTest, ChildOfADriverProcessIsRefused) {
@@ -881,6 +881,17 @@ TEST_F(ApiServerTest, EndTellsThoseThatWait) {
     EXPECT_THAT(sut->sessions(), IsEmpty());
     sut.reset();
     waiting.answer("/1");
+}
+
+TEST_F(ApiServerTest, EndTellsThatWhatWasBegunMayBeDone) {
+    startWaiting();
+    HttpClient client(path());
+    client.send(post("/1", "{}"));
+    ASSERT_TRUE(waiting.await(1));
+    sut->stop();
+    EXPECT_EQ(
+        client.receive().body,
+        R"({"error":{"code":"stopping","text":"the host is shutting down; whether this was done is not known","nearest":[]}})");
 }
 
 TEST_F(ApiServerTest, EndDoesNotOvertakeAnAnswerAlreadyGiven) {

@@ -17,6 +17,7 @@
 #include "ControlSocket.h"
 #include "ForkedProcess.h"
 #include "HttpClient.h"
+#include "NoDescriptors.h"
 #include "TemporaryDirectory.h"
 #include "sal/Path.h"
 #include "sal/Process.h"
@@ -153,11 +154,49 @@ TEST_F(PeerRolesTest, DriverProcessIsRefused) {
     PeerRoles sut(settings);
     const auto peer = sut.look(accept().get());
     ASSERT_TRUE(peer);
-    EXPECT_EQ(sut.refusal(*peer), "");
+    EXPECT_EQ(sut.refusal(*peer).reason, "");
     drivers.insert(pDriver->pid());
-    EXPECT_EQ(sut.refusal(*peer), "process " + std::to_string(pDriver->pid()) +
-                                      " is a driver's process or was started by one; drivers do not use the "
-                                      "control socket");
+    EXPECT_EQ(sut.refusal(*peer).reason,
+              "process " + std::to_string(pDriver->pid()) +
+                  " is a driver's process or was started by one; drivers do not use the "
+                  "control socket");
+}
+
+TEST_F(PeerRolesTest, PeerThatCannotBeLookedAtIsRefusedForNow) {
+    ForkedProcess client([this](const ForkedProcess::Side& side) {
+        HttpClient connection;
+        side.tell(connection.connect(m_socket.path()) ? "connected" : "failed");
+        side.wait();
+    });
+    ASSERT_EQ(client.hear(), "connected");
+    PeerRoles sut(settings);
+    const auto peer = sut.look(accept().get());
+    ASSERT_TRUE(peer);
+    {
+        const NoDescriptors none;
+        const auto refusal = sut.refusal(*peer);
+        EXPECT_EQ(refusal.reason,
+                  "whether process " + std::to_string(client.pid()) +
+                      " is a driver's cannot be told: the host is short of file descriptors or memory");
+        EXPECT_TRUE(refusal.isForNow);
+        drivers.insert(client.pid());
+        EXPECT_FALSE(sut.refusal(*peer).isForNow) << "it is known to be a driver's";
+        drivers.clear();
+    }
+    EXPECT_EQ(sut.refusal(*peer).reason, "");
+}
+
+TEST_F(PeerRolesTest, RolesAreKnownWhereNoDescriptorIsLeft) {
+    NEEDS_ROOT();
+    const auto pClient = connectAs(4711, 7002);
+    ASSERT_EQ(pClient->hear(), "connected");
+    PeerRoles sut(settings);
+    const base::UniqueFd socket = accept();
+    const NoDescriptors none;
+    const auto peer = sut.look(socket.get());
+    ASSERT_TRUE(peer);
+    EXPECT_EQ(peer->role, ERole::Operate);
+    EXPECT_EQ(peer->name, "anna");
 }
 
 TEST_F(PeerRolesTest, WhatADriverProcessHasStartedIsRefused) {
@@ -183,9 +222,9 @@ TEST_F(PeerRolesTest, WhatADriverProcessHasStartedIsRefused) {
     const auto peer = sut.look(accept().get());
     ASSERT_TRUE(peer);
     EXPECT_EQ(peer->pid, grandchild);
-    EXPECT_NE(sut.refusal(*peer), "");
+    EXPECT_NE(sut.refusal(*peer).reason, "");
     drivers = {grandchild + 1};
-    EXPECT_EQ(sut.refusal(*peer), "");
+    EXPECT_EQ(sut.refusal(*peer).reason, "");
     ::kill(grandchild, SIGKILL);
 }
 
@@ -198,7 +237,7 @@ TEST_F(PeerRolesTest, OrphanOfADriverProcessIsRefusedByItsMark) {
     PeerRoles sut(settings);
     const auto peer = sut.look(connection.get());
     ASSERT_TRUE(peer);
-    EXPECT_NE(sut.refusal(*peer), "");
+    EXPECT_NE(sut.refusal(*peer).reason, "");
 }
 
 TEST_F(PeerRolesTest, ProcessThatIsGoneIsRefused) {
@@ -212,8 +251,9 @@ TEST_F(PeerRolesTest, ProcessThatIsGoneIsRefused) {
     PeerRoles sut(settings);
     const auto peer = sut.look(accept().get());
     ASSERT_TRUE(peer);
-    EXPECT_EQ(sut.refusal(*peer), "the process that has connected, " + std::to_string(pid) +
-                                      ", has ended; whether it was a driver's cannot be told any more");
+    EXPECT_EQ(sut.refusal(*peer).reason,
+              "the process that has connected, " + std::to_string(pid) +
+                  ", has ended; whether it was a driver's cannot be told any more");
 }
 
 TEST_F(PeerRolesTest, StartByAServiceManagerIsTold) {

@@ -358,21 +358,21 @@ TEST_F(ProcessFamily, AncestryOfAProcessLeadsUpToTheCallingOne) {
     start("(note between; (note below; exec sleep 1000) & wait) & wait");
     const pid_t between = noted("between");
     const pid_t below = noted("below");
-    EXPECT_THAT(sal::ProcessFamily::ancestry(below), testing::ElementsAre(below, between, pid()));
-    EXPECT_THAT(sal::ProcessFamily::ancestry(::getpid()), IsEmpty());
+    EXPECT_THAT(sal::ProcessFamily::ancestry(below).value(), testing::ElementsAre(below, between, pid()));
+    EXPECT_THAT(sal::ProcessFamily::ancestry(::getpid()).value(), IsEmpty());
     const pid_t gone = pid();
     killProcess();
     endOthers();
     collectProcess();
-    EXPECT_THAT(sal::ProcessFamily::ancestry(gone), IsEmpty());
+    EXPECT_THAT(sal::ProcessFamily::ancestry(gone).value(), IsEmpty());
 }
 
 TEST_F(ProcessFamily, WhatAChildHasStartedHasItsMarkHoweverFarAway) {
     start("(setsid sh -c 'echo $$ > daemon.draft; mv daemon.draft daemon; exec sleep 1000' &); stay");
     const pid_t daemon = noted("daemon");
-    EXPECT_TRUE(sal::ProcessFamily::hasMarkOfChild(daemon));
-    EXPECT_TRUE(sal::ProcessFamily::hasMarkOfChild(pid()));
-    EXPECT_FALSE(sal::ProcessFamily::hasMarkOfChild(::getpid()));
+    EXPECT_EQ(sal::ProcessFamily::hasMarkOfChild(daemon), true);
+    EXPECT_EQ(sal::ProcessFamily::hasMarkOfChild(pid()), true);
+    EXPECT_EQ(sal::ProcessFamily::hasMarkOfChild(::getpid()), false);
 }
 
 TEST_F(ProcessFamily, WithoutMarkIsKnownByItsSessionAndDescentAlone) {
@@ -412,7 +412,7 @@ void end(pid_t pid) {
 
 TEST(ProcessFamilyOfAnotherHost, HasNoMarkOfAChildOfThisOne) {
     const pid_t other = startSleep({"MFD_PROCESS=7-8-1"});
-    EXPECT_FALSE(sal::ProcessFamily::hasMarkOfChild(other));
+    EXPECT_EQ(sal::ProcessFamily::hasMarkOfChild(other), false);
     end(other);
 }
 

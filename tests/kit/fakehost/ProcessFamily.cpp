@@ -25,11 +25,11 @@ std::vector<ProcessFamily::Member> ProcessFamily::endMarked(const std::string&) 
     return {};
 }
 
-std::vector<int> ProcessFamily::ancestry(int) {
-    return {};
+std::optional<std::vector<int>> ProcessFamily::ancestry(int) {
+    return std::vector<int>();
 }
 
-bool ProcessFamily::hasMarkOfChild(int) {
+std::optional<bool> ProcessFamily::hasMarkOfChild(int) {
     return false;
 }
 
