@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr std::string_view s_scheme = "http://";
+
 ApiFault invalid(const std::string& text) {
     return {ApiFault::ECode::RequestInvalid, text};
 }
@@ -60,13 +62,17 @@ ApiTarget ApiTarget::read(std::string_view target) {
     if (wrong != target.end())
         throw invalid("the target has " + base::quoted({wrong, wrong + 1}) +
                       ", which must be percent-encoded");
-    if (!target.starts_with('/'))
+    // As proxies are asked: whichever host it names is the one that is asked.
+    const bool isWhole = target.starts_with(s_scheme);
+    if (isWhole)
+        target.remove_prefix(std::min(target.find_first_of("/?", s_scheme.size()), target.size()));
+    else if (!target.starts_with('/'))
         throw invalid("the target does not begin with a slash");
 
     ApiTarget result;
     std::string_view query = target;
     std::string_view path = next(query, '?');
-    path.remove_prefix(1);
+    path.remove_prefix(std::min<std::size_t>(path.size(), 1));
     while (!path.empty())
         result.path.push_back(decoded(next(path, '/')));
     while (!query.empty()) {

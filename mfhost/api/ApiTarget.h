@@ -7,7 +7,8 @@
 #include <vector>
 
 /// The target of a request, taken apart: /api/v1/drivers/AX%49S1?glob=a is the path "api", "v1", "drivers",
-/// "AXIS1" and the parameter glob. Any thread.
+/// "AXIS1" and the parameter glob. With "http://" and the name of a host before it, it is the same. Any
+/// thread.
 struct ApiTarget {
     /// Bytes of a target.
     static constexpr std::size_t s_longest = 8192;

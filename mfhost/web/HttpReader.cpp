@@ -79,8 +79,10 @@ void HttpReader::checkHeader() {
               "the request's target has more than " + std::to_string(m_limits.target) + " bytes"});
     else if (request.version() != 10 && request.version() != 11)
         fail({ECode::RequestInvalid, "only HTTP/1.0 and HTTP/1.1 are spoken here"});
-    // Where such a body ends cannot be told.
-    else if (request.count(http::field::transfer_encoding) != 0 && !m_pParser->chunked())
+    // Where another body ends, or what it is, cannot be told.
+    else if (const auto codings = request.count(http::field::transfer_encoding);
+             codings > 1 ||
+             (codings == 1 && !boost::beast::iequals(request[http::field::transfer_encoding], "chunked")))
         fail({ECode::RequestInvalid, "the only transfer encoding that is taken is \"chunked\""});
 }
 

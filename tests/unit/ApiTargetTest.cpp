@@ -31,6 +31,15 @@ TEST(ApiTarget, PathIsPartedAtSlashesAndQueryAtAmpersands) {
     EXPECT_EQ((std::map<std::string, std::string>{{"glob", "A*"}, {"since", "12"}}), sut.query);
 }
 
+TEST(ApiTarget, MayNameItsHost) {
+    const ApiTarget sut = ApiTarget::read("http://localhost:80/api/v1?glob=A");
+    EXPECT_THAT(sut.path, ElementsAre("api", "v1"));
+    EXPECT_EQ((std::map<std::string, std::string>{{"glob", "A"}}), sut.query);
+    EXPECT_THAT(ApiTarget::read("http://localhost").path, IsEmpty());
+    EXPECT_EQ((std::map<std::string, std::string>{{"a", "/"}}), ApiTarget::read("http://x?a=/").query);
+    EXPECT_EQ("the target does not begin with a slash", fault("https://localhost/api"));
+}
+
 TEST(ApiTarget, AnyByteCanBeEncoded) {
     using namespace std::string_literals;
     const ApiTarget sut = ApiTarget::read("/a%2Fb/%41x%ff%00?%3d=%26+%2B");

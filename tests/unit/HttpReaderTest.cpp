@@ -193,6 +193,8 @@ INSTANTIATE_TEST_SUITE_P(
                     "POST / HTTP/1.1\r\nContent-Length: 1\r\nTransfer-Encoding: chunked\r\n\r\n",
                     "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\nContent-Length: 1\r\n\r\n",
                     "POST / HTTP/1.1\r\nTransfer-Encoding: gzip\r\n\r\n",
+                    "POST / HTTP/1.1\r\nTransfer-Encoding: gzip, chunked\r\n\r\n",
+                    "POST / HTTP/1.1\r\nTransfer-Encoding: gzip\r\nTransfer-Encoding: chunked\r\n\r\n",
                     "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\nxyz\r\n\r\n"));
 
 }  // namespace
