@@ -102,5 +102,10 @@ ApiClient::Reply ApiClient::exchange(const std::string& method, const std::strin
     reply.json = Json::parse(reply.body, nullptr, false);
     if (reply.json.is_discarded())
         reply.json = nullptr;
+    const bool isSuccess = reply.status == 200 || reply.status == 202;
+    if (isSuccess ? !reply.json.is_object() : reply.status < 400 || reply.status > 599)
+        throw ControlError(EExit::NoHost, "what answers at " + socket() + " is no host: it answers " +
+                                              std::to_string(reply.status) +
+                                              (isSuccess ? " without a JSON object" : ""));
     return reply;
 }

@@ -17,7 +17,7 @@ public:
     struct Reply {
         unsigned status = 0;
         std::string body;  ///< as it came
-        Json json;         ///< null where the body is no JSON
+        Json json;         ///< an object, but of an error maybe another value; null for no JSON
 
         bool isError() const { return status >= 400; }
         JsonView view() const { return JsonView(json); }

@@ -46,6 +46,10 @@ std::int64_t JsonView::number(const char* name) const {
     return 0;
 }
 
+std::string JsonView::json() const {
+    return m_pValue->dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 bool JsonView::flag(const char* name) const {
     const Json& value = *member(name).m_pValue;
     return value.is_boolean() && value.get<bool>();

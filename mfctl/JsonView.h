@@ -27,6 +27,8 @@ public:
     /// 0 where there is none.
     std::int64_t number(const char* name) const;
     bool flag(const char* name) const;
+    /// All of it, as JSON writes it.
+    std::string json() const;
 
 private:
     const Json* m_pValue;

@@ -55,8 +55,8 @@ EExit LogCommand::follow(const Choice& choice) {
             before.clear();
         const std::vector<JsonView> lines = reply.view().list("lines");
         std::vector<std::string> now;
-        for (const ApiClient::Json& line : reply.json.value("lines", ApiClient::Json::array()))
-            now.push_back(line.dump(-1, ' ', false, ApiClient::Json::error_handler_t::replace));
+        for (const JsonView& line : lines)
+            now.push_back(line.json());
         std::size_t first = known(before, now);
         if (isFirst && now.size() > choice.lines)
             first = now.size() - choice.lines;

@@ -22,6 +22,22 @@ TEST_F(ApiClientTest, AnswerThatIsNoJsonIsNull) {
     EXPECT_TRUE(reply.isError());
 }
 
+TEST_F(ApiClientTest, WhatIsNoAnswerOfAHostIsNone) {
+    for (const char* pBody : {"", "hello", "null", "[]", "7"}) {
+        m_host.answer("POST /event", pBody);
+        EXPECT_EQ(std::pair(EExit::NoHost, "what answers at " + m_host.path() +
+                                               " is no host: it answers 200 without a JSON object"),
+                  errorOf([&] { ApiClient(m_host.path()).post("/event", Json::object()); }))
+            << pBody;
+    }
+    for (const unsigned status : {100, 204, 302, 999}) {
+        m_host.answer("GET /drivers", "{}", status);
+        const auto error = errorOf([&] { ApiClient(m_host.path()).get("/drivers"); });
+        EXPECT_EQ(EExit::NoHost, error.first) << status;
+        EXPECT_THAT(error.second, testing::HasSubstr("is no host: it answers " + std::to_string(status)));
+    }
+}
+
 TEST_F(ApiClientTest, EachActionHasARequestOfItsOwn) {
     m_host.answer("POST /event", "{}");
     ApiClient sut(m_host.path());

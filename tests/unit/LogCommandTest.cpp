@@ -40,6 +40,16 @@ TEST_F(LogCommandTest, KnownLinesAreThoseAtTheEndOfWhatWasThere) {
     EXPECT_EQ(1u, LogCommand::known({"x", "x"}, {"x", "y"}));
 }
 
+TEST_F(LogCommandTest, LinesThatAreNoListAreNone) {
+    m_host.answer("GET /log?lines=500", R"({"lines":{"a":[1]}})");
+    const HostProcess program(
+        {MFD_MFCTL, {"--host", m_host.path(), "log", "-f"}, {{"TZ", "UTC"}}, m_directory.path()});
+    ASSERT_TRUE(eventually([this] { return m_host.requests("GET /log?lines=500").size() > 1; }))
+        << program.log();
+    m_host.answer("GET /log?lines=500", lines({1}));
+    EXPECT_TRUE(program.waitForOutput("12:00:01 info HOST  line 1\n")) << program.log();
+}
+
 TEST_F(LogCommandTest, FollowPrintsTheLastLinesAndWhatComes) {
     m_host.answer("GET /log?lines=500", lines({1, 2, 3}));
     const HostProcess program(
