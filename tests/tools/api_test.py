@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Holds docs/api.yaml against the API's real answers, and against what the sources say that there is.
 
 usage: api_test.py BUILD               asks tests/tools/ApiAnswers, which needs no host

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """What ./dev bench writes of results: which goals are judged by which figures, and that none of them goes missing."""
 
 import json

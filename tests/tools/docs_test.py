@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """That the programs in docs/ compile, no link there leads nowhere, and the states of a driver are drawn as they are."""
 
 import re

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """What "cmake --install" puts into an empty directory: that the host runs from there, that a driver can be built with it
 alone and is loaded, and that nothing in it leads back to the build tree."""
 

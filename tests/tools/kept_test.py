@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """What a long run keeps of its results, and when it throws them away."""
 
 import subprocess

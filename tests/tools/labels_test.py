@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Which of a build tree's tests ./dev test runs: all of them, each by itself or with its program."""
 
 import json

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Where the programs and libraries of a build tree look for libraries."""
 
 import re

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """That the man pages format without a warning, that every command and option of the programs stands in them and in the
 completions, that the files named by the schemas' attributes do, and that the completions complete."""
 

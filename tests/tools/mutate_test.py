@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Which changes a run of planted mistakes takes, what it takes over from the run before, and what it finds in a
 tiny folder."""
 

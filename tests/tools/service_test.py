@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """The unit of the service: what systemd itself finds wrong with it, and how exposed it calls it."""
 
 import re

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Keeps what a long run has found out, so that an interruption costs nothing: results by their names, in groups,
 together with the state (commit, programs) that they were found in. Another state begins anew.
 
