@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """What ./dev gdb starts, in a tree of its own: with ctest as it is, and a script in place of gdb."""
 
 import json
@@ -12,7 +12,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 
 # Tells how it was started.
-GDB = """#!/usr/bin/env python3
+GDB = """#!/usr/bin/python3
 import json, os, sys
 print(json.dumps({"words": sys.argv[1:], "directory": os.getcwd(), "rounds": os.environ.get("MFD_ROUNDS"),
                   "text": os.environ.get("TEXT")}))
@@ -48,7 +48,7 @@ class GdbTest(unittest.TestCase):
         self.built = self.tree / "built"
         self.write("stand_ins/cmake", f'#!/bin/sh\necho "$*" >>{self.built}\n')
         self.write("stand_ins/ccache", "#!/bin/sh\nexit 0\n")
-        self.write("stand_ins/dpkg-query", "#!/bin/sh\nprintf installed\n")
+        self.write("stand_ins/dpkg-query", "#!/bin/sh\nprintf '%s installed, ' \"$@\"\n")
         self.write("stand_ins/gdb", GDB)
 
     def write(self, path, text):

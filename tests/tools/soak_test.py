@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """What ./dev soak does again after an interruption: run in a tree of its own, with scripts in place of the programs."""
 
 import os
@@ -52,10 +52,9 @@ class SoakTest(unittest.TestCase):
         shutil.copy(ROOT / "dev", self.tree / "dev")
         self.write("fuzz/run", FUZZ)
         self.write("tools/run/package", PACKAGE)
-        for preset in ("asan", "tsan"):
+        for preset in ("dev", "asan", "tsan"):
             for name in UNITS:
                 self.write(f"build/{preset}/bin/{name}", UNIT)
-        for preset in ("dev", "asan", "tsan"):
             self.write(f"build/{preset}/bin/system_tests", SYSTEM)
             self.write(f"build/{preset}/bin/chaos", CHAOS)
         for name in ("WorkplaceFile", "DescriptorFile", "DriverMessages", "HostMessages", "CommandLine", "HttpRequests",
@@ -65,7 +64,7 @@ class SoakTest(unittest.TestCase):
         self.stand_ins = Path(temporary.name) / "stand_ins"
         for name in ("cmake", "ccache"):
             self.write(self.stand_ins / name, "#!/bin/sh\nexit 0\n")
-        self.write(self.stand_ins / "dpkg-query", "#!/bin/sh\nprintf installed\n")
+        self.write(self.stand_ins / "dpkg-query", "#!/bin/sh\nprintf '%s installed, ' \"$@\"\n")
         self.trace = Path(temporary.name) / "trace"
 
     def write(self, path, text):
@@ -87,7 +86,7 @@ class SoakTest(unittest.TestCase):
         return process.returncode, output, self.trace.read_text().splitlines()
 
     def all_steps(self):
-        steps = [f"{preset} {name}" for preset in ("asan", "tsan") for name in UNITS]
+        steps = [f"{preset} {name}" for preset in ("dev", "asan", "tsan") for name in UNITS]
         steps += [f"{preset} {test}" for preset in ("dev", "asan", "tsan")
                   for test in ("Leftovers.EnduranceOne", "Leftovers.EnduranceTwo", "Skipped.Endurance")]
         steps += ["fuzz WorkplaceFile", "fuzz DescriptorFile", "fuzz DriverMessages", "fuzz HostMessages", "fuzz CommandLine",
@@ -126,9 +125,9 @@ class SoakTest(unittest.TestCase):
     def test_changed_sources_amounts_and_fresh_begin_anew(self):
         self.soak("1", stop_at="tsan unit_queue")
         self.write("MfDriverManager/A.cpp", "int changed;\n")
-        self.assertEqual(self.soak("1", stop_at="tsan unit_queue")[2][0], "asan unit_module")
-        self.assertEqual(self.soak("2", stop_at="tsan unit_queue")[2][0], "asan unit_module")
-        self.assertEqual(self.soak("2", "--fresh", stop_at="tsan unit_queue")[2][0], "asan unit_module")
+        self.assertEqual(self.soak("1", stop_at="tsan unit_queue")[2][0], "dev unit_module")
+        self.assertEqual(self.soak("2", stop_at="tsan unit_queue")[2][0], "dev unit_module")
+        self.assertEqual(self.soak("2", "--fresh", stop_at="tsan unit_queue")[2][0], "dev unit_module")
         self.assertEqual(self.soak("2", stop_at="tsan unit_queue")[2][0], "tsan unit_queue")
 
     def test_changed_program_is_run_again(self):
