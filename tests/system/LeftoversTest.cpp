@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "FaultyWorkplace.h"
+#include "Rounds.h"
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -29,11 +30,6 @@ protected:
         workplace().configure(TestWorkplace::entry("AXIS1", "Recorder", "queue") +
                               TestWorkplace::entry("BAD", "Faulty", "queue") +
                               TestWorkplace::entry("GOOD", "Recorder", "direct"));
-    }
-
-    static int rounds() {
-        const char* pSetting = std::getenv("MFD_ROUNDS");
-        return pSetting ? std::max(1, std::atoi(pSetting)) : 20;
     }
 
     fs::path temporary() { return workplace().directory() / "tmp"; }

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "FaultyWorkplace.h"
+#include "Rounds.h"
 #include "SyscallFailer.h"
 
 namespace fs = std::filesystem;
@@ -318,11 +319,7 @@ class PlatformFailuresOfOneCall : public PlatformFailures,
                                   public testing::WithParamInterface<std::tuple<Kind, bool>> {
 protected:
     /// How many of the calls are tried, evenly spaced: a few in passing, all with many rounds.
-    static int tries() {
-        const char* pSetting = std::getenv("MFD_ROUNDS");
-        const int rounds = pSetting ? std::atoi(pSetting) : 20;
-        return rounds <= 20 ? 2 : rounds / 4;
-    }
+    static int tries() { return rounds() <= 20 ? 2 : rounds() / 4; }
 };
 
 TEST_P(PlatformFailuresOfOneCall, AreSaidOrHarmlessEndurance) {

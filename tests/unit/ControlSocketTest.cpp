@@ -17,6 +17,7 @@
 
 #include "ForkedProcess.h"
 #include "HttpClient.h"
+#include "Rounds.h"
 #include "TemporaryDirectory.h"
 #include "WithoutCapabilities.h"
 
@@ -219,8 +220,8 @@ TEST_F(ControlSocketTest, RemovesNothingThatIsNotItsOwn) {
     EXPECT_EQ(m_directory.read("mfhost.sock"), "another's");
 }
 
-TEST_F(ControlSocketTest, HostsThatStartAtTheSameTimeNeverShareAName) {
-    for (int round = 0; round < 20; ++round) {
+TEST_F(ControlSocketTest, HostsThatStartAtTheSameTimeNeverShareANameEndurance) {
+    for (int round = 0; round < rounds(); ++round) {
         // What a killed host has left is what they would race for.
         const auto pDead = otherHost();
         ASSERT_EQ(pDead->hear(), path());

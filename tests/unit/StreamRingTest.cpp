@@ -277,7 +277,7 @@ TEST_F(StreamRingTest, RecordsCrossTheEndOfTheRing) {
 // Several threads write as fast as they can, twenty readers look: each record that a reader gets is one that
 // was written, each number once and in order, and together with what it is told to have missed none is
 // lacking.
-TEST_F(StreamRingTest, ManyWritersAndTwentyReadersAgree) {
+TEST_F(StreamRingTest, ManyWritersAndTwentyReadersAgreeEndurance) {
     StreamRing::Settings settings = small();
     settings.sizes = {s_small * 4, s_small * 4};
     const auto pSut = ringOf(settings);
