@@ -3,8 +3,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstddef>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "RegularFile.h"
 
 namespace {
 
@@ -17,6 +25,28 @@ struct flock wholeFile(short type) {
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     return lock;
+}
+
+std::string textOf(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// What the file says of the process that holds it: its number, when it was started, and since which start of
+/// the machine that counts. No later process has the same. Empty when the process has ended.
+std::string recordOf(pid_t pid) {
+    const std::string stat = textOf("/proc/" + std::to_string(pid) + "/stat");
+    // The name in parentheses may hold anything, parentheses too.
+    std::istringstream fields(stat.substr(stat.rfind(')') + 1));
+    char state = 0;
+    fields >> state;
+    std::string field;
+    constexpr int startTime = 19;  // the fields after the state
+    for (int i = 0; i < startTime; ++i)
+        fields >> field;
+    if (!fields || state == 'Z' || state == 'X')
+        return {};
+    return std::to_string(pid) + " " + field + " " + textOf("/proc/sys/kernel/random/boot_id");
 }
 
 /// Whether the name in the directory leads to the open file.
@@ -47,6 +77,7 @@ std::string LockFile::acquire(int directory) {
         const EAttempt attempt = tryOnce();
         if (attempt == EAttempt::Done) {
             m_isLocked = true;
+            writeRecord();
             return {};
         }
         closeBoth();
@@ -58,7 +89,8 @@ std::string LockFile::acquire(int directory) {
 
 LockFile::EAttempt LockFile::tryOnce() {
     m_isForeign = false;
-    for (const auto step : {&LockFile::openPlace, &LockFile::openFile, &LockFile::lockFile}) {
+    for (const auto step :
+         {&LockFile::openPlace, &LockFile::openFile, &LockFile::lockFile, &LockFile::askRecord}) {
         if (const EAttempt attempt = (this->*step)(); attempt != EAttempt::Done)
             return attempt;
     }
@@ -124,12 +156,37 @@ LockFile::EAttempt LockFile::lockFile() {
         return failed("cannot lock " + m_path + "/" + s_file + ": " + std::strerror(errno));
     if (lock.l_type == F_UNLCK)
         return EAttempt::Again;
+    return takenBy(lock.l_pid);
+}
+
+/// The lock is gone without its process when a driver there has opened the file and closed it.
+LockFile::EAttempt LockFile::askRecord() {
+    // What others could write says nothing.
+    if (m_isForeign)
+        return EAttempt::Done;
+    std::array<char, 256> bytes{};
+    const ssize_t count = ::pread(m_file.get(), bytes.data(), bytes.size(), 0);
+    const std::string record(bytes.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+    const pid_t holder = std::atoi(record.c_str());
+    if (holder <= 0 || holder == ::getpid() || recordOf(holder) != record)
+        return EAttempt::Done;
+    return takenBy(holder);
+}
+
+/// Where there is no room for it the lock alone counts.
+void LockFile::writeRecord() const {
+    const std::string record = recordOf(::getpid());
+    if (::ftruncate(m_file.get(), 0) == 0)
+        static_cast<void>(base::writeAll(m_file.get(), record));
+}
+
+LockFile::EAttempt LockFile::takenBy(pid_t pid) {
     m_isTaken = true;
     const std::string directory = m_path.substr(0, m_path.rfind('/'));
     // Of a process that is out of this one's sight the kernel gives no number.
     return failed("another host runs with " + directory + " (" +
-                  (lock.l_pid > 0 ? "process " + std::to_string(lock.l_pid)
-                                  : std::string("a process that cannot be seen from here")) +
+                  (pid > 0 ? "process " + std::to_string(pid)
+                           : std::string("a process that cannot be seen from here")) +
                   ")");
 }
 

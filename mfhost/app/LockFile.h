@@ -13,7 +13,8 @@
 ///
 /// A record lock belongs to the process and not to the open file: no child that a driver of this process
 /// forks holds it, however it was made, and the kernel names the real holder. It is lost when its process
-/// closes any descriptor of the file, which no other code here opens.
+/// closes any descriptor of the file, as a driver there may do: so the file also says which process has it,
+/// and nobody else gets it while that one lives.
 class LockFile {
 public:
     explicit LockFile(const std::string& directory);
@@ -37,6 +38,9 @@ private:
     EAttempt openPlace();
     EAttempt openFile();
     EAttempt lockFile();
+    EAttempt askRecord();
+    EAttempt takenBy(pid_t pid);
+    void writeRecord() const;
     EAttempt replaceForeign();
     bool isStillThere() const;
     void removeFile() const;

@@ -186,6 +186,32 @@ TEST_F(LockFileTest, IsFreeWhenItsProcessWasKilled) {
     EXPECT_EQ(answer(), "free");
 }
 
+TEST_F(LockFileTest, StaysWithItsProcessWhenADriverThereHasReadTheFile) {
+    // The kernel takes the lock from the process with any descriptor of the file that it closes.
+    Peer holder([&] { return hold() && ::close(::open(file().c_str(), O_RDONLY | O_CLOEXEC)) == 0; });
+    ASSERT_TRUE(holder.isReady());
+    EXPECT_EQ(answer(), heldBy(holder.pid()));
+    EXPECT_EQ(answer(), heldBy(holder.pid())) << "whoever asks changes nothing";
+    holder.end(SIGKILL);
+    EXPECT_EQ(answer(), "free");
+}
+
+TEST_F(LockFileTest, ProcessThatHasTheNumberOfADeadHolderKeepsNobodyOut) {
+    const Peer other([] { return true; });
+    ASSERT_TRUE(other.isReady());
+    std::filesystem::create_directory(place());
+    ::chmod(place().c_str(), 0700);
+    m_directory.write(".mfhost/lock", std::to_string(other.pid()) + " 1 0\n");
+    ::chmod(file().c_str(), 0600);
+    EXPECT_EQ(answer(), "free");
+}
+
+TEST_F(LockFileTest, IsKeptWhereItsFileCannotSayWhoHasIt) {
+    Peer holder([&] { return hold() && ::truncate(file().c_str(), 0) == 0; });
+    ASSERT_TRUE(holder.isReady());
+    EXPECT_EQ(answer(), heldBy(holder.pid()));
+}
+
 /// How a driver in the holder's process makes a child that keeps all of its descriptors.
 class LockFileTestOfChildren : public LockFileTest, public testing::WithParamInterface<int> {
 protected:
