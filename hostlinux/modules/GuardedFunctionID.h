@@ -27,7 +27,7 @@ private:
     IInterface& m_module;
     IFunctionID& m_driver;
     const DriverGuard& m_guard;
-    mutable Throttle m_circles;
+    mutable base::Throttle m_circles;
 };
 
 }  // namespace sal

@@ -224,7 +224,7 @@ std::unique_ptr<AttachedQueue> AttachedQueue::open(const std::string& name,
     return pQueue;
 }
 
-void AttachedQueue::report(Throttle& throttle, int level, const std::string& text) const {
+void AttachedQueue::report(base::Throttle& throttle, int level, const std::string& text) const {
     if (throttle.passes())
         logLine("QUEUE", level, described(m_name) + text);
 }

@@ -82,7 +82,7 @@ private:
 
     /// number comes back as the message's; unchanged when it is not sent.
     bool push(const unsigned char* data, int length, int timeout, std::uint32_t& number);
-    void report(Throttle& throttle, int level, const std::string& text) const;
+    void report(base::Throttle& throttle, int level, const std::string& text) const;
     bool isBroken();
     void setBroken(const std::string& how);
 
@@ -129,10 +129,10 @@ private:
     std::atomic<std::uint32_t> m_stopCount{0};  ///< the place up to which a stopped thread still receives
     std::atomic<bool> m_isStopping{false};
 
-    mutable Throttle m_tooLong;
-    mutable Throttle m_noMemory;
-    mutable Throttle m_noReceiver;
-    mutable Throttle m_secondReceiver;
+    mutable base::Throttle m_tooLong;
+    mutable base::Throttle m_noMemory;
+    mutable base::Throttle m_noReceiver;
+    mutable base::Throttle m_secondReceiver;
 };
 
 }  // namespace sal

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
+#include <map>
+#include <mutex>
 #include <set>
 #include <string>
 
 #include "DriverSender.h"
 #include "ISystem.h"
+#include "Throttle.h"
 
 /// The host as drivers see it: the commands they may give, and the sender of FIDs. Owned by Host; outlives
 /// the manager. Any thread.
@@ -18,13 +22,23 @@ public:
 
     IInterface* queryInterface(unsigned int id) override;
 
-    /// Posts the command when it is allowed. A refusal is logged with the command's name.
+    /// Posts the command when it is allowed. A refusal is logged with the command's name, once in ten seconds
+    /// however often it comes.
     void executeCommand(const std::string& command, const std::string& arguments) override;
 
     DriverSender& sender() { return m_sender; }
 
 private:
+    /// So many names have lines of their own; further ones share them.
+    static constexpr std::size_t s_mostNames = 100;
+
+    bool isToldOf(const std::string& command);
+
     const std::set<std::string> m_allowedCommands;
     const Post m_post;
     DriverSender m_sender;
+    base::Throttle m_withControls;
+    base::Throttle m_withoutRoom;
+    std::mutex m_mutex;
+    std::map<std::string, base::Throttle> m_notAllowed;  ///< by command
 };

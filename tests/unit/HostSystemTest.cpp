@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string>
 #include <vector>
 
 #include "InterfaceIds.h"
@@ -55,6 +57,32 @@ TEST_F(HostSystemTest, SaysWhenThereIsNoRoom) {
     m_hasRoom = false;
     m_sut.executeCommand("quit", "");
     EXPECT_NE(std::string::npos, m_log.finish().find("a driver's command \"quit\" is dropped"));
+}
+
+TEST_F(HostSystemTest, CommandThatIsRefusedAgainAndAgainIsToldOnce) {
+    m_hasRoom = false;
+    for (int i = 0; i < 1000; ++i) {
+        m_sut.executeCommand("reloadDriver", "SYS");
+        m_sut.executeCommand("sendFID", "A.B\nquit");
+        m_sut.executeCommand("quit", "");
+    }
+    const std::string text = m_log.finish();
+    EXPECT_EQ(3, std::count(text.begin(), text.end(), '\n')) << text;
+}
+
+TEST_F(HostSystemTest, EachCommandThatIsRefusedIsTold) {
+    m_sut.executeCommand("reloadDriver", "SYS");
+    m_sut.executeCommand("stopDriver", "SYS");
+    const std::string text = m_log.finish();
+    EXPECT_NE(std::string::npos, text.find("a driver's command \"reloadDriver\" is refused"));
+    EXPECT_NE(std::string::npos, text.find("a driver's command \"stopDriver\" is refused"));
+}
+
+TEST_F(HostSystemTest, CommandsOfEverNewNamesAreNotToldWithoutEnd) {
+    for (int i = 0; i < 1000; ++i)
+        m_sut.executeCommand("command" + std::to_string(i), "");
+    const std::string text = m_log.finish();
+    EXPECT_EQ(101, std::count(text.begin(), text.end(), '\n'));
 }
 
 TEST_F(HostSystemTest, HandsOutTheSender) {

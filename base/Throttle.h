@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstdint>
 
-namespace sal {
+namespace base {
 
 /// Lets the first of many equal reports pass and then one every ten seconds. Any thread.
 class Throttle {
@@ -21,4 +21,4 @@ private:
     std::atomic<std::int64_t> m_next{0};
 };
 
-}  // namespace sal
+}  // namespace base
