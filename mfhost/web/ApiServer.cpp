@@ -34,7 +34,7 @@ using Clock = std::chrono::steady_clock;
 using ECode = ApiFault::ECode;
 
 /// In one go, before those who are connected have their turn.
-constexpr int s_acceptedAtOnce = 16;
+constexpr int s_acceptedAtOnce = 64;
 constexpr std::chrono::milliseconds s_pauseAfterRefusals{10};
 constexpr std::chrono::milliseconds s_stopTime{1500};
 constexpr std::chrono::milliseconds s_stopPatience{2000};

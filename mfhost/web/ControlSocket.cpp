@@ -20,7 +20,8 @@ namespace {
 constexpr int s_names = 64;
 /// Each further attempt needs another host that begins or ends at that very moment.
 constexpr int s_attempts = 100;
-constexpr int s_waiting = 128;
+/// Connections that are not taken yet. Beyond these, clients that do not wait for their connection have none.
+constexpr int s_waiting = 1024;
 
 std::string nameNumber(const std::string& name, int number) {
     if (number == 1)

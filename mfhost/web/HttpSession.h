@@ -6,6 +6,7 @@
 #include <array>
 #include <boost/asio/basic_stream_socket.hpp>
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <cstdint>
@@ -115,7 +116,7 @@ private:
     /// Does all that can be done now.
     void goOn() {
         beginRequests();
-        if (m_hasInputEnded && m_entries.empty() && !m_next && !m_pausedUntil)
+        if (m_hasInputEnded && m_entries.empty() && !m_next && !m_pausedUntil && !m_isTurnDue)
             close();
         read();
         write();
@@ -156,13 +157,20 @@ private:
         goOn();
     }
 
+    /// One at a time: some take milliseconds, and between two of one client all others have their turn.
     void beginRequests() {
-        while (!m_isClosed && !m_takesNoMore && !m_pausedUntil && (m_next || readRequest()) &&
-               mayBegin(*m_next)) {
-            HttpRequest request = std::move(*m_next);
-            m_next.reset();
-            begin(std::move(request));
-        }
+        if (m_isTurnDue || m_isClosed || m_takesNoMore || m_pausedUntil || !(m_next || readRequest()) ||
+            !mayBegin(*m_next))
+            return;
+        HttpRequest request = std::move(*m_next);
+        m_next.reset();
+        begin(std::move(request));
+        m_isTurnDue = true;
+        boost::asio::post(m_stream.get_executor(), [session = self()] {
+            session->m_isTurnDue = false;
+            if (!session->m_isClosed && !session->m_isLingering)
+                session->goOn();
+        });
     }
 
     /// Whether there is a whole one.
@@ -435,6 +443,7 @@ private:
     bool m_isReading = false;
     bool m_hasInputEnded = false;
     bool m_isToldToContinue = false;
+    bool m_isTurnDue = false;    ///< the next request begins then
     bool m_takesNoMore = false;  ///< what was begun is answered, and that is all
     bool m_hasAnswered = false;
     Clock::time_point m_phaseBegin;  ///< of the reader's state, or the last answer

@@ -265,6 +265,33 @@ TEST_F(ApiServerTest, OneConnectionHoldsUpNoOther) {
     EXPECT_EQ(first.receive().body, "/1");
 }
 
+TEST_F(ApiServerTest, ClientThatAsksForMuchLetsOthersInBetween) {
+    std::atomic<bool> hasOtherAsked = false;
+    std::vector<std::string> targets;
+    handler = [&](const ApiCall& call, const Answer& answer) {
+        targets.push_back(call.target);
+        begun = static_cast<int>(targets.size());
+        eventually([&] { return hasOtherAsked.load(); });
+        answer(plain("x"));
+    };
+    start();
+    HttpClient other(path());
+    ASSERT_TRUE(hasSessions(1));
+    HttpClient client(path());
+    std::string many;
+    for (int i = 0; i < 8; ++i)
+        many += get("/many");
+    client.send(many);
+    ASSERT_TRUE(eventually([&] { return begun == 1; }));
+    other.send(get("/one"));
+    hasOtherAsked = true;
+    EXPECT_EQ(other.receive().status, 200);
+    for (int i = 0; i < 8; ++i)
+        EXPECT_EQ(client.receive().status, 200);
+    ASSERT_EQ(targets.size(), 9u);
+    EXPECT_LT(std::find(targets.begin(), targets.end(), "/one") - targets.begin(), 4);
+}
+
 TEST_F(ApiServerTest, HeadIsAGetWithoutItsBody) {
     start();
     HttpClient client(path());

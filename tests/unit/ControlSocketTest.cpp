@@ -57,6 +57,21 @@ base::UniqueFd listenAt(const std::string& path) {
 
 }  // namespace
 
+TEST_F(ControlSocketTest, ManyWhoDoNotWaitFindRoomBeforeTheyAreTaken) {
+    ControlSocket sut;
+    ASSERT_EQ(sut.open(path()), "");
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path().copy(address.sun_path, sizeof address.sun_path - 1);
+    std::vector<base::UniqueFd> clients;
+    for (int i = 0; i < 500; ++i) {
+        clients.emplace_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        ASSERT_EQ(
+            ::connect(clients.back().get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0)
+            << i;
+    }
+}
+
 TEST_F(ControlSocketTest, IsThereForAllUsersUntilItsEnd) {
     {
         ControlSocket sut;
