@@ -35,13 +35,6 @@ constexpr std::chrono::milliseconds s_first{50};
 constexpr std::chrono::milliseconds s_idleLooks{100};
 /// Nobody waits longer.
 constexpr std::chrono::hours s_longestLimit{24};
-/// Numbers of messages begin again at 2^24; a message that is this far back was passed.
-constexpr std::uint32_t s_numberMask = (1U << 24) - 1;
-constexpr std::uint32_t s_halfTheNumbers = 1U << 23;
-
-bool hasPassed(std::uint32_t received, std::uint32_t number) {
-    return ((received - number) & s_numberMask) < s_halfTheNumbers;
-}
 
 /// One FID on its way.
 struct Job {
@@ -374,16 +367,15 @@ private:
 
     /// Whether the driver process has taken the message, or never will.
     void lookAtQueue(Job& job) const {
-        const auto level = sal::MessageQueue::level(job.place->queue);
-        const bool isThere = level && level->made == job.place->made;
-        if (isThere && hasPassed(level->received, job.place->number)) {
+        const auto level = job.place->level();
+        if (level && job.place->isTaken(*level)) {
             job.outcome.stage = EFidStage::Taken;
             job.outcome.isFinal = true;
             return;
         }
         const auto driver = m_drivers.find(job.driverID);
         const bool isOver = driver && !driver->isAlive && !driver->isByHand && driver->start > 0;
-        if (isThere && !isOver)
+        if (level && !isOver)
             return;
         job.outcome.reason = EFidReason::NotRunning;
         job.outcome.text = job.driverID + " has ended before it has taken it";

@@ -11,7 +11,6 @@
 #include "Nearest.h"
 #include "Printable.h"
 #include "QueueNames.h"
-#include "sal/MessageQueue.h"
 
 namespace {
 
@@ -19,6 +18,10 @@ using Clock = std::chrono::steady_clock;
 
 /// Its number is one byte.
 constexpr std::size_t s_mostParameters = 255;
+
+/// Numbers of messages begin again at 2^24; a message that is this far back was passed.
+constexpr std::uint32_t s_numberMask = (1U << 24) - 1;
+constexpr std::uint32_t s_halfTheNumbers = 1U << 23;
 
 /// A text as it comes back from a message: its length is one byte, and it ends at its first zero byte.
 std::string asInMessage(const std::string& text) {
@@ -69,6 +72,17 @@ void setNobody(FidOutcome& outcome, EFidReason reason, std::string text) {
 }  // namespace
 
 constinit thread_local FidWatch* FidWatch::t_pInnermost = nullptr;
+
+std::optional<sal::MessageQueue::Level> FidWatch::Place::level() const {
+    auto level = sal::MessageQueue::level(queue);
+    if (level && level->made != made)
+        level.reset();
+    return level;
+}
+
+bool FidWatch::Place::isTaken(const sal::MessageQueue::Level& level) const {
+    return ((level.received - number) & s_numberMask) < s_halfTheNumbers;
+}
 
 FidWatch::FidWatch(const DriverTable& drivers, const std::string& fid, const FIDParameterList& parameters)
     : m_drivers(drivers),
@@ -184,9 +198,11 @@ void FidWatch::describeCall(FidOutcome& outcome) const {
 void FidWatch::describeQueue(FidOutcome& outcome) const {
     const auto driver = m_drivers.find(m_driverID);
     // Its queue goes when the driver is started again. A process that is started by hand finds it.
-    const bool isLost =
+    const bool isOver =
         driver && !driver->isByHand && (hasEnded(driver->state) || driver->state == EDriverState::Parked);
-    if (isLost)
+    // The process may have ended by what it was sent.
+    const auto level = isOver && m_place ? m_place->level() : std::nullopt;
+    if (isOver && !(level && m_place->isTaken(*level)))
         return setNobody(outcome, EFidReason::NotRunning, whyNotRunning(*driver));
     if (m_way == EWay::NotWritten)
         return setNobody(outcome, EFidReason::NotRunning,

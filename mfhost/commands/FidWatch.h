@@ -8,6 +8,7 @@
 #include "DriverTable.h"
 #include "FIDParameterList.h"
 #include "FidOutcome.h"
+#include "sal/MessageQueue.h"
 
 /// Finds out what becomes of one FID: made before a thread sends it, asked after the send has returned, gone
 /// before the thread sends another. What the thread sends besides, a macro's FIDs or those of the driver that
@@ -32,6 +33,10 @@ public:
         std::string queue;
         std::chrono::steady_clock::time_point made;  ///< the queue was, as in its level
         std::uint32_t number = 0;                    ///< of the message in it
+
+        /// Nothing when the queue is gone.
+        std::optional<sal::MessageQueue::Level> level() const;
+        bool isTaken(const sal::MessageQueue::Level& level) const;
     };
     /// Nothing unless it was written to the input queue of its driver.
     const std::optional<Place>& place() const { return m_place; }

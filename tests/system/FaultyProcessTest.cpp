@@ -28,7 +28,7 @@ protected:
         host.type("sendFID GOOD.alive");
         settle(host);
         EXPECT_THAT(readFile(workplace().workdir() / "nvram/GOOD/record.txt"), HasSubstr("sendFID alive\n"));
-        EXPECT_EQ(end(), 0);
+        EXPECT_EQ(end(), 0) << host.log() << host.output();
     }
 };
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -179,6 +180,26 @@ TEST_F(FidWatchTest, MessageToAProcessThatHasEndedReachesNobody) {
     EXPECT_EQ(outcome.reason, EFidReason::NotRunning);
     EXPECT_EQ(outcome.text, "LAMP has ended (signal 11)");
     EXPECT_TRUE(outcome.isFinal);
+}
+
+TEST_F(FidWatchTest, MessageThatAProcessHasTakenBeforeItEndedIsWritten) {
+    runProcess("LAMP");
+    sal::MessageQueue queue;
+    ASSERT_TRUE(queue.create("LAMP_INQ", 10, 1024, 0));
+    sal::MessageQueue reader;
+    ASSERT_TRUE(reader.open("LAMP_INQ"));
+    std::array<unsigned char, 1024> buffer{};
+    FidWatch taken(m_drivers, m_lampFid, m_none);
+    ASSERT_TRUE(queue.send(buffer.data(), 1, 0));
+    write(taken, "LAMP_INQ", "ON", 1);
+    FidWatch left(m_drivers, m_lampFid, m_none);
+    ASSERT_TRUE(queue.send(buffer.data(), 1, 0));
+    write(left, "LAMP_INQ", "ON", 2);
+    ASSERT_EQ(reader.receive(buffer.data(), 1024, 0), 1);
+    endProcess("LAMP");
+    EXPECT_EQ(taken.outcome().stage, EFidStage::Written);
+    EXPECT_EQ(taken.outcome().reason, EFidReason::None);
+    EXPECT_EQ(left.outcome().stage, EFidStage::Nobody);
 }
 
 TEST_F(FidWatchTest, MessageToAProcessThatIsStartedByHandWaitsForTheNextOne) {
