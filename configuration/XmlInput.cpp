@@ -33,10 +33,10 @@ public:
             } else if (isNameStart(m_position + 1)) {
                 const std::size_t start = m_position;
                 skipTag();
-                if (m_text.substr(start, m_position - start).ends_with("/>"))
-                    continue;
-                if (++depth > XmlInput::s_maxDepth)
+                if (depth == XmlInput::s_maxDepth)
                     return lineOf(start);
+                if (!m_text.substr(start, m_position - start).ends_with("/>"))
+                    ++depth;
             } else {
                 skipBehind(">", 1);
             }

@@ -32,6 +32,13 @@ TEST(XmlInput, RefusesTheHundredAndFirstLevel) {
     EXPECT_EQ(101, XmlInput::tooDeepLine(nested(101)));
 }
 
+TEST(XmlInput, ElementThatEndsAtOnceIsALevelToo) {
+    std::string text = nested(100);
+    EXPECT_EQ(101, XmlInput::tooDeepLine(text.insert(text.find("</a>"), "<b/>")));
+    text = nested(99);
+    EXPECT_FALSE(XmlInput::tooDeepLine(text.insert(text.find("</a>"), "<b/><b/>")));
+}
+
 TEST(XmlInput, CountsDepthNotElements) {
     std::string text = "<a>";
     for (int i = 0; i < 500; ++i)
