@@ -10,6 +10,14 @@
 namespace http = boost::beast::http;
 using ECode = ApiFault::ECode;
 
+namespace {
+
+/// What at least comes at the end of a body in chunks: "0" and two empty lines. The parser asks for as much
+/// when it is to look at the last chunk again.
+constexpr std::size_t s_shortestEnd = 5;
+
+}  // namespace
+
 struct HttpReader::Parser : http::request_parser<http::string_body> {};
 
 HttpReader::HttpReader(const HttpLimits& limits) : m_limits(limits) {}
@@ -42,6 +50,8 @@ std::size_t HttpReader::parse(std::string_view bytes) {
     std::size_t count = 1;
     while (count > 0 && used < bytes.size() && !error && !m_pParser->is_done()) {
         const bool isHeader = !m_pParser->is_header_done();
+        if (!isHeader && m_pParser->chunked() && bytes.size() - used < s_shortestEnd)
+            break;
         count = m_pParser->put(boost::asio::buffer(bytes.data() + used, bytes.size() - used), error);
         used += count;
         if (isHeader)

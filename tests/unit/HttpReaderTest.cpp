@@ -68,6 +68,24 @@ TEST_F(HttpReaderTest, ReadsTheSameHoweverItIsCut) {
     }
 }
 
+TEST_F(HttpReaderTest, BodyOfNoChunksEndsHoweverItIsCut) {
+    const std::string bytes = "PUT /a HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n";
+    for (std::size_t piece = 1; piece <= bytes.size(); ++piece) {
+        const auto requests = read(bytes, piece);
+        ASSERT_EQ(requests.size(), 1u) << piece;
+        EXPECT_EQ(requests[0].body, "");
+    }
+}
+
+TEST_F(HttpReaderTest, WaitsForTheEndOfTheLastChunk) {
+    const std::string begin = "POST /a HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n";
+    ASSERT_EQ(sut.read(begin), begin.size());
+    for (const char* text : {"0;\r\n", "0;\r\n", "0;\r\n\r", "0;\r\n\r"}) {
+        EXPECT_EQ(sut.read(text), 0u);
+        EXPECT_EQ(sut.state(), EState::Body);
+    }
+}
+
 TEST_F(HttpReaderTest, SaysHowFarARequestIs) {
     EXPECT_EQ(sut.state(), EState::Between);
     read("GET / HT");
