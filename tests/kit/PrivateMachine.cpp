@@ -89,6 +89,13 @@ std::string PrivateMachine::enter() {
     return s_reason;
 }
 
+std::string PrivateMachine::enterWithSmall(const std::string& directory, const std::string& size) {
+    const std::string missing = enter();
+    if (!missing.empty())
+        return missing;
+    return mount("tmpfs", directory.c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0 ? "" : "no tmpfs";
+}
+
 bool PrivateMachine::addAdapter(const std::string& name, const std::string& addresses) {
     if (!shell("ip link add " + name + " type veth peer name peer-" + name + " && ip link set peer-" + name +
                " up && ip link set " + name + " up"))

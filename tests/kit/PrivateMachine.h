@@ -11,6 +11,10 @@ public:
     /// Empty when the process is in its private machine; else what is missing for one.
     static std::string enter();
 
+    /// The same, with a file system of its own in place of the directory that holds no more than this, as
+    /// "16k".
+    static std::string enterWithSmall(const std::string& directory, const std::string& size);
+
     /// Adds the adapter (one end of a veth pair), up and with these addresses, each as "192.0.2.10/24". False
     /// when the kernel refuses.
     static bool addAdapter(const std::string& name, const std::string& addresses = "");

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 
 #include "LiveProcess.h"
 #include "LogCapture.h"
+#include "NoDescriptors.h"
 #include "TemporaryDirectory.h"
 
 namespace {
@@ -89,12 +89,10 @@ TEST_F(DriverFamiliesTest, WhatCouldNotBeLookedForEndsLater) {
     const pid_t child = startWithChild();
     ASSERT_GT(child, 0);
     killProcess();
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    const rlimit none{0, before.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    m_sut.end(m_process.pid);
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    {
+        const NoDescriptors none;
+        m_sut.end(m_process.pid);
+    }
     EXPECT_TRUE(isAlive(child));
     m_sut.look();
     for (int i = 0; i < 1500 && isAlive(child); ++i)

@@ -1,6 +1,5 @@
 #include "Keeper.h"
 
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -214,12 +213,8 @@ TEST_F(KeeperTest, FullDiskIsSaidOnceAndLeavesAGap) {
     const std::string place = m_directory.path("small");
     std::filesystem::create_directory(place);
     ForkedProcess child([&](const ForkedProcess::Side& side) {
-        if (const std::string missing = PrivateMachine::enter(); !missing.empty()) {
+        if (const std::string missing = PrivateMachine::enterWithSmall(place, "16k"); !missing.empty()) {
             side.tell("skip " + missing);
-            return;
-        }
-        if (::mount("tmpfs", place.c_str(), "tmpfs", 0, "size=16k") != 0) {
-            side.tell("skip no tmpfs");
             return;
         }
         // The test's own ring is not in its children.

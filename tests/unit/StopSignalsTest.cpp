@@ -13,6 +13,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "NoDescriptors.h"
+
 namespace {
 
 /// The exit code of a process of its own, since signal settings are the whole process's.
@@ -118,8 +120,7 @@ TEST(StopSignals, InterruptEndsTheWait) {
 
 TEST(StopSignals, SaysThatNoDescriptorIsLeft) {
     EXPECT_EQ(0, inChild([] {
-                  const rlimit none{0, 0};
-                  ::setrlimit(RLIMIT_NOFILE, &none);
+                  const NoDescriptors none;
                   try {
                       StopSignals sut;
                       return 1;

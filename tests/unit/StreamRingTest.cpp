@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -127,12 +126,8 @@ TEST_F(StreamRingTest, ShortMemoryIsAnErrorAtTheStartAndLeavesNothing) {
     const std::string place = m_directory.path("small");
     std::filesystem::create_directory(place);
     ForkedProcess child([&](const ForkedProcess::Side& side) {
-        if (const std::string missing = PrivateMachine::enter(); !missing.empty()) {
+        if (const std::string missing = PrivateMachine::enterWithSmall(place, "100k"); !missing.empty()) {
             side.tell("skip " + missing);
-            return;
-        }
-        if (::mount("tmpfs", place.c_str(), "tmpfs", 0, "size=100k") != 0) {
-            side.tell("skip no tmpfs");
             return;
         }
         std::string error;
@@ -156,12 +151,8 @@ TEST_F(StreamRingTest, FileSystemThatIsFullLaterIsNoSignal) {
     const std::string place = m_directory.path("small");
     std::filesystem::create_directory(place);
     ForkedProcess child([&](const ForkedProcess::Side& side) {
-        if (const std::string missing = PrivateMachine::enter(); !missing.empty()) {
+        if (const std::string missing = PrivateMachine::enterWithSmall(place, "200k"); !missing.empty()) {
             side.tell("skip " + missing);
-            return;
-        }
-        if (::mount("tmpfs", place.c_str(), "tmpfs", 0, "size=200k") != 0) {
-            side.tell("skip no tmpfs");
             return;
         }
         std::string error;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "LogCapture.h"
+#include "NoDescriptors.h"
 #include "TemporaryDirectory.h"
 #include "WorkplaceSnapshot.h"
 #include "XMLVerify.h"
@@ -125,12 +126,11 @@ TEST_F(WorkplaceCopyTest, KeepsItsTwoDescriptorsHoweverOftenItIsTaken) {
 TEST_F(WorkplaceCopyTest, LimitBelowItsNumberIsWantOfDescriptors) {
     ASSERT_EQ("", take("<a/>"));
     const WorkplaceSnapshot snapshot(path());
-    rlimit before{};
-    ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &before));
-    const rlimit none{0, before.rlim_max};
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &none));
-    const std::string reason = m_sut.take(snapshot);
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &before));
+    std::string reason;
+    {
+        const NoDescriptors none;
+        reason = m_sut.take(snapshot);
+    }
     EXPECT_EQ(path() + " cannot be handed to the module: Too many open files", reason);
 }
 
