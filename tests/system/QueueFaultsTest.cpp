@@ -469,6 +469,9 @@ TEST_F(QueueFaultsOfTheDirectory, OfAKilledHostIsLeftByADriverThatWasStopped) {
                         "sees that"))
         << next.log();
     expectServes(next, "NEAR");
+    // The old process has the names until it has ended, which may be after the first start.
+    ASSERT_TRUE(next.waitForLog("FAR MFD: Runs ")) << next.log();
+    settle(next);
     expectServes(next, "FAR");
     EXPECT_TRUE(endsInTime(driver));
     EXPECT_EQ(end(), 0);
