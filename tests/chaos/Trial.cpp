@@ -651,6 +651,12 @@ bool Trial::fillStore() {
 bool Trial::blockStream(ChaosHost::EStream stream) {
     if (!findProcess())
         return false;
+    // A process that another fault has the host start meanwhile waits for room in the same output, where it
+    // says first what it runs.
+    if (stream == ChaosHost::EStream::Output) {
+        for (const std::string& verdict : verdictsOf(m_step.kind))
+            m_ofAll.emplace_back(m_in.watcher, verdict);
+    }
     bool isDead = false;
     {
         const StateReader::Pause pause(m_in.reader);

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -109,6 +110,8 @@ private:
     Surroundings m_in;
     const ChaosPlan::Step m_step;
     Outcome m_outcome;
+    /// What befalls others by this fault.
+    std::deque<Watcher::OfAll> m_ofAll;
     Clock::time_point m_begun;
     pid_t m_pid = 0;
 };
