@@ -139,8 +139,8 @@ ApiContext HostApi::context() {
                     return ApiOutcome{.refusal = m_parts.workplace.reload(driverID), .output = {}};
                 },
             .park =
-                [this](const std::string& driverID, const std::string&) {
-                    return ApiOutcome{.refusal = m_parts.workplace.park(driverID), .output = {}};
+                [this](const std::string& driverID, const std::string& who) {
+                    return ApiOutcome{.refusal = m_parts.workplace.park(driverID, who), .output = {}};
                 },
             .unpark =
                 [this](const std::string& driverID, const std::string&) {

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <set>
+#include <map>
 #include <string>
 
 /// Which drivers an operator has parked: a file with an ID a line, so that they stay parked when the host is
-/// started again. Owned by Workplace; command thread.
+/// started again. A line "# parked by NAME" before an ID says who has parked it elsewhere than at the
+/// console. Owned by Workplace; command thread.
 class ParkMarks {
 public:
     /// A missing file parks nobody.
@@ -14,17 +15,21 @@ public:
     /// that cannot be read at all: the marks in it would be lost.
     std::string read();
 
-    const std::set<std::string>& driverIDs() const { return m_driverIDs; }
-    bool contains(const std::string& driverID) const { return m_driverIDs.contains(driverID); }
+    /// The drivers' IDs, each with who has parked it; nobody is named for the console.
+    using Marks = std::map<std::string, std::string>;
+    const Marks& marks() const { return m_marks; }
+    bool contains(const std::string& driverID) const { return m_marks.contains(driverID); }
 
     /// Adds or takes away one mark, first on disk. Why it could not be written, after which all is as before;
     /// empty on success.
-    std::string set(const std::string& driverID, bool isParked);
+    std::string add(const std::string& driverID, const std::string& who);
+    std::string remove(const std::string& driverID);
 
 private:
-    std::string write(const std::set<std::string>& driverIDs) const;
+    std::string mayChange(const std::string& driverID);
+    std::string write(Marks marks);
 
     const std::string m_file;
-    std::set<std::string> m_driverIDs;
+    Marks m_marks;
     bool m_isUnread = false;
 };

@@ -29,11 +29,15 @@ private:
     const Workplace::Environment& m_environment;
 };
 
-constexpr const char* s_parkCause = "parked at the console";
 constexpr const char* s_removeCause = "removed";
 constexpr const char* s_stopping = "the host is stopping";
 /// That the start's summary names.
 constexpr std::size_t s_mostCauses = 20;
+
+/// Nobody is named for the console.
+std::string parkCause(const std::string& who) {
+    return who.empty() ? "parked at the console" : "parked by " + who;
+}
 
 }  // namespace
 
@@ -165,12 +169,12 @@ bool Workplace::isUp(const std::string& driverID) const {
 /// or not the file names them.
 void Workplace::configure(const WorkplaceFile& file) {
     m_drivers.configure(file.entries(), file.isWhole());
-    for (const std::string& driverID : m_parked.driverIDs()) {
+    for (const auto& [driverID, who] : m_parked.marks()) {
         const auto driver = m_drivers.find(driverID);
         const bool isThere = driver && (driver->isAlive || driver->state == EDriverState::Parked);
         if (driverID == protocol::panelDriverID || isThere)
             continue;
-        m_drivers.beginParking(driverID, s_parkCause);
+        m_drivers.beginParking(driverID, parkCause(who));
         m_drivers.endParking(driverID);
         hostLog(sal::LogOutput::eInfo) << driverID << ": is parked and not started; startDriver " << driverID
                                        << " starts it" << std::endl;
@@ -205,7 +209,7 @@ bool Workplace::isParked(const std::string& driverID) const {
 /// run: its mark could not be read when the host was started.
 std::set<std::string> Workplace::unannounced(const std::set<std::string>& leavingIDs) const {
     std::set<std::string> driverIDs = leavingIDs;
-    for (const std::string& driverID : m_parked.driverIDs()) {
+    for (const auto& [driverID, who] : m_parked.marks()) {
         const auto driver = m_drivers.find(driverID);
         if (!driver || !driver->isAlive || isParked(driverID))
             driverIDs.insert(driverID);
@@ -338,7 +342,7 @@ std::string Workplace::tryRestart(const std::string& driverID) {
     return {};
 }
 
-std::string Workplace::park(const std::string& driverID) {
+std::string Workplace::park(const std::string& driverID, const std::string& who) {
     if (!m_pModule)
         return s_stopping;
     if (!m_drivers.find(driverID))
@@ -349,14 +353,14 @@ std::string Workplace::park(const std::string& driverID) {
         return "it is parked already";
     if (m_pHanded->path().empty())
         return "there is no configuration";
-    std::string reason = m_parked.set(driverID, true);
+    std::string reason = m_parked.add(driverID, who);
     if (!reason.empty())
         return reason;
     reason = handToModule(m_pHanded, {driverID});
     if (reason.empty())
-        reason = unload(driverID, s_parkCause);
+        reason = unload(driverID, parkCause(who));
     if (!reason.empty()) {
-        static_cast<void>(m_parked.set(driverID, false));
+        static_cast<void>(m_parked.remove(driverID));
         return reason;
     }
     hostLog(sal::LogOutput::eInfo) << driverID << ": is parked; startDriver " << driverID << " starts it"
@@ -402,7 +406,9 @@ std::string Workplace::unpark(const std::string& driverID) {
     if (!m_pModule)
         return s_stopping;
     const auto driver = m_drivers.find(driverID);
-    const bool hasMark = m_parked.contains(driverID);
+    const auto mark = m_parked.marks().find(driverID);
+    const bool hasMark = mark != m_parked.marks().end();
+    const std::string who = hasMark ? mark->second : "";
     if (driver && !isParked(driverID) && driver->isAlive)
         return "it runs already; reloadDriver " + driverID + " loads it anew";
     auto pWorkplace = std::make_shared<const WorkplaceSnapshot>(m_settings.file);
@@ -417,13 +423,13 @@ std::string Workplace::unpark(const std::string& driverID) {
         return takeMarkBack(driverID);
     std::string reason = refusal(*pWorkplace, driverID);
     if (reason.empty() && hasMark)
-        reason = m_parked.set(driverID, false);
+        reason = m_parked.remove(driverID);
     if (!reason.empty())
         return reason;
     reason = handToModule(pWorkplace);
     if (!reason.empty()) {
         if (hasMark)
-            static_cast<void>(m_parked.set(driverID, true));
+            static_cast<void>(m_parked.add(driverID, who));
         return reason;
     }
     loadAnew(*pWorkplace, driverID, [&] { m_pModule->reloadMfDriver(driverID); });
@@ -432,7 +438,7 @@ std::string Workplace::unpark(const std::string& driverID) {
 
 /// Of a driver that is in no file; why it is not started.
 std::string Workplace::takeMarkBack(const std::string& driverID) {
-    if (std::string reason = m_parked.set(driverID, false); !reason.empty())
+    if (std::string reason = m_parked.remove(driverID); !reason.empty())
         return reason;
     m_drivers.forget(driverID);
     return "its mark is taken back, and " + m_settings.file + " has no driver \"" + driverID + "\"";

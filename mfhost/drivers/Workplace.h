@@ -73,8 +73,9 @@ public:
     /// Starts a driver again that ended without being asked to.
     void restart(const std::string& driverID);
     /// Unloads the driver, and keeps it so until unpark, over restarts of the host too. Needs nothing of the
-    /// file. Why it is not done, or empty.
-    std::string park(const std::string& driverID);
+    /// file. who has asked for it stands in the driver's cause; nobody is named for the console. Why it is
+    /// not done, or empty.
+    std::string park(const std::string& driverID, const std::string& who = {});
     /// Starts a driver that is parked, that has ended, or that is new in the file, with what that says now.
     /// Why it is not done, or empty. The mark of a driver that the file does not have is taken back all the
     /// same.

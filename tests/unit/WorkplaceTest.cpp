@@ -410,6 +410,20 @@ TEST_F(WorkplaceTest, MarkSurvivesTheHostUntilItIsTakenBack) {
     EXPECT_EQ(EDriverState::Running, startedHost()->state("A"));
 }
 
+TEST_F(WorkplaceTest, WhoHasParkedStandsInTheCauseInTheNextHostToo) {
+    {
+        const auto pHost = startedHost();
+        ASSERT_EQ("", pHost->workplace.park("A", "anna"));
+        EXPECT_EQ("parked by anna", pHost->drivers.find("A")->cause);
+    }
+    const auto pHost = startedHost();
+    EXPECT_EQ("parked by anna", pHost->drivers.find("A")->cause);
+    // A start that fails leaves the mark as it was.
+    m_directory.write("w.xml", "<broken");
+    EXPECT_NE("", pHost->workplace.unpark("A"));
+    EXPECT_THAT(m_directory.read("marks"), HasSubstr("# parked by anna\nA\n"));
+}
+
 TEST_F(WorkplaceTest, ParkingIsRefusedWithItsReason) {
     const auto pHost = startedHost();
     EXPECT_EQ("there is no driver X; drivers lists them", pHost->workplace.park("X"));
