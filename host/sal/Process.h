@@ -37,6 +37,9 @@ public:
     public:
         virtual ~Observer() = default;
         virtual void processStarted(const Started& process) = 0;
+        /// A process with these arguments could not be started, for this reason, which is in the log already.
+        /// On the thread that asked for it, before createProcess returns false. By default nothing.
+        virtual void startFailed(const std::vector<std::string>& arguments, const std::string& reason);
 
         /// Whether the standard error of a process about to be made is to be a pipe that the observer reads.
         /// It reads always: a process whose pipe is full waits. The log of the process writes its lines there

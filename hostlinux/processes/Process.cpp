@@ -51,9 +51,12 @@ void reapInBackground(base::UniqueFd process) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-void sayFailed(const std::string& title, const Path& executable, int error) {
+void sayFailed(const std::string& title, const Path& executable, const std::vector<std::string>& arguments,
+               int error) {
+    const std::string reason = std::strerror(error);
     logLine("PROCESS", LogOutput::eError,
-            "cannot start \"" + title + "\" (" + executable.getPathString() + "): " + std::strerror(error));
+            "cannot start \"" + title + "\" (" + executable.getPathString() + "): " + reason);
+    ProcessObserver::tellFailed(arguments, reason);
 }
 
 /// A child's standard error, where the observer captures it.
@@ -111,7 +114,7 @@ bool Process::createProcess(const std::string& title, Path& executable,
     const int error =
         settings.spawn(pid, executable.getPathString().c_str(), words.data(), environment.get());
     if (error != 0) {
-        sayFailed(title, executable, error);
+        sayFailed(title, executable, arguments, error);
         return false;
     }
     // Unless a driver has it collected, the number is still its own.
@@ -123,13 +126,14 @@ bool Process::createProcess(const std::string& title, Path& executable,
             logLine("PROCESS", LogOutput::eError,
                     "\"" + title + "\" (" + executable.getPathString() +
                         ") ended as soon as it was started; how is not known");
+            ProcessObserver::tellFailed(arguments, "it ended at once, how is not known");
             return false;
         }
         // A process whose end the host cannot see is worse than none.
         ::kill(pid, SIGKILL);
         while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
         }
-        sayFailed(title, executable, reason);
+        sayFailed(title, executable, arguments, reason);
         return false;
     }
     errors.writer.reset();
@@ -139,6 +143,9 @@ bool Process::createProcess(const std::string& title, Path& executable,
         static_cast<void>(errors.reader.release());
     return true;
 }
+
+void Process::Observer::startFailed(const std::vector<std::string>& /*arguments*/,
+                                    const std::string& /*reason*/) {}
 
 void Process::Observer::awaitStart(int /*pid*/, unsigned int seconds) {
     std::this_thread::sleep_for(std::chrono::seconds(seconds));

@@ -29,6 +29,11 @@ bool ProcessObserver::tell(const Process::Started& process) {
     return true;
 }
 
+void ProcessObserver::tellFailed(const std::vector<std::string>& arguments, const std::string& reason) {
+    if (Process::Observer* pObserver = s_pObserver.load())
+        pObserver->startFailed(arguments, reason);
+}
+
 bool ProcessObserver::capturesErrors() {
     Process::Observer* pObserver = s_pObserver.load();
     return pObserver && pObserver->capturesErrors();

@@ -13,6 +13,8 @@ public:
 
     /// Tells the observer, and notes the process on the calling thread. False when there is none.
     static bool tell(const Process::Started& process);
+    /// Tells the observer, where there is one, that a process could not be started, and why.
+    static void tellFailed(const std::vector<std::string>& arguments, const std::string& reason);
 
     /// Whether there is an observer that captures the standard error of the next process.
     static bool capturesErrors();

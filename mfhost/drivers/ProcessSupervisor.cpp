@@ -38,6 +38,11 @@ std::string seconds(std::chrono::milliseconds duration) {
     return text + " s";
 }
 
+/// The driver ID follows the module's path.
+std::optional<std::string> driverOf(const std::vector<std::string>& arguments) {
+    return arguments.size() > 1 ? std::optional(arguments[1]) : std::nullopt;
+}
+
 /// Whole seconds, but for a short time.
 std::string roundSeconds(std::chrono::milliseconds duration) {
     const auto tenths = std::llround(static_cast<double>(duration.count()) / 100);
@@ -116,12 +121,17 @@ void ProcessSupervisor::wake() {
 }
 
 void ProcessSupervisor::processStarted(const sal::Process::Started& process) {
-    // The driver ID follows the module's path.
-    const std::string driverID = process.arguments.size() > 1 ? process.arguments[1] : process.title;
+    const std::string driverID = driverOf(process.arguments).value_or(process.title);
     if (process.errorFd >= 0)
         m_environment.takeErrors(driverID, process.pid, process.errorFd);
     m_processes.add(driverID, process, m_drivers.processStarted(driverID, process.pid));
     wake();
+}
+
+void ProcessSupervisor::startFailed(const std::vector<std::string>& arguments, const std::string& reason) {
+    const std::lock_guard lock(m_mutex);
+    if (const auto driverID = driverOf(arguments))
+        m_startFaults[*driverID] = "cannot be started: " + reason;
 }
 
 void ProcessSupervisor::awaitStart(int pid, unsigned int seconds) {
@@ -200,7 +210,12 @@ void ProcessSupervisor::endStart(const std::string& driverID, const std::string&
         m_drivers.endStart(driverID);
         return;
     }
-    const std::string cause = reason.empty() ? "never started" : reason;
+    std::string cause = reason;
+    if (cause.empty()) {
+        const std::lock_guard lock(m_mutex);
+        const auto fault = m_startFaults.extract(driverID);
+        cause = fault ? fault.mapped() : "never started";
+    }
     const auto missing = m_drivers.endProcessStart(driverID, cause, reason.empty());
     wake();
     // One line tells it for all tries that fail alike.

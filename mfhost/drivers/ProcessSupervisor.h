@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -92,6 +93,7 @@ public:
     void wake();
 
     void processStarted(const sal::Process::Started& process) override;
+    void startFailed(const std::vector<std::string>& arguments, const std::string& reason) override;
     bool capturesErrors() override { return m_environment.takeErrors != nullptr; }
     int formerErrors() override { return m_environment.formerErrors; }
     /// Where a start waits until processes have attached: returns when fewer than twice as many as there are
@@ -165,6 +167,8 @@ private:
     bool m_stopping = false;
     /// The driver whose start the command thread waits in; empty for none.
     std::string m_awaited;
+    /// Of drivers whose process could not be started, until the start is over.
+    std::map<std::string, std::string> m_startFaults;
     /// Of processes that have ended meanwhile.
     std::vector<std::unique_ptr<StackDump>> m_lateDumps;
     std::unique_ptr<StackDump> m_pCommandStack;  ///< of the command thread, while it is read

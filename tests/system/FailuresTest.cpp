@@ -201,7 +201,8 @@ TEST_F(Failures, MissingWrapperFailsTheDriversInProcessesAlone) {
     EXPECT_THAT(host.log(), HasSubstr((workplace().directory() / "bin/mfddllwrap").string()));
     EXPECT_THAT(host.log(),
                 testing::ContainsRegex(
-                    "BAD: no process runs: never started; it is started again in (0.9|1|1.1) s\n"));
+                    "BAD: no process runs: cannot be started: No such file or directory; it is started again "
+                    "in (0.9|1|1.1) s\n"));
     EXPECT_THAT(host.log(), HasSubstr("Failed to load \"BAD\" mainframe driver"));
     EXPECT_THAT(host.output(), HasSubstr(loading("GOOD", "Recorder") + "OK\n"));
 }

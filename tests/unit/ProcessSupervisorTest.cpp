@@ -978,6 +978,19 @@ TEST_F(ProcessSupervisorTest, StartsADriverAgainThatNeverCameUp) {
     EXPECT_TRUE(waitUntil([&] { return restarts() == std::vector<std::string>{"A"}; }));
 }
 
+TEST_F(ProcessSupervisorTest, WhyAProcessCannotBeStartedIsTheCauseOfThatStartAlone) {
+    m_drivers.beginStart("A");
+    m_sut.startFailed({"/drivers/a.so", "A"}, "Permission denied");
+    m_sut.startFailed({"of nobody"}, "No such file or directory");
+    m_sut.endStart("A");
+    EXPECT_EQ("cannot be started: Permission denied", causeOf("A"));
+    EXPECT_TRUE(hasLogged(
+        "A: no process runs: cannot be started: Permission denied; it is started again in 0.1 s\n"));
+    m_drivers.beginStart("A");
+    m_sut.endStart("A");
+    EXPECT_EQ("never started", causeOf("A"));
+}
+
 TEST_F(ProcessSupervisorThatWaits, StartThatAShutdownCutsOffIsNoFailure) {
     m_sut.beginShutdown(0);
     m_sut.endStart("A");

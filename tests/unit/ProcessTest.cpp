@@ -44,6 +44,10 @@ public:
         started.push_back(process);
         thread = std::this_thread::get_id();
     }
+    void startFailed(const std::vector<std::string>& arguments, const std::string& reason) override {
+        failed.push_back((arguments.empty() ? "" : arguments.front()) + ": " + reason);
+        thread = std::this_thread::get_id();
+    }
 
     /// Exit code of the last process; -1 when it was killed or does not end.
     int waitForExit() const {
@@ -56,6 +60,7 @@ public:
     }
 
     std::vector<sal::Process::Started> started;
+    std::vector<std::string> failed;
     std::thread::id thread;
 };
 
@@ -183,11 +188,13 @@ TEST_F(Process, FileThatIsNoProgramIsFalse) {
     EXPECT_FALSE(start("title", directory.path("text"), {}));
 }
 
-TEST_F(Process, FailedStartIsNotToldToTheObserver) {
+TEST_F(Process, FailedStartIsToldToTheObserverAsSuch) {
     const LogCapture log;
     const Observer observer;
-    start("title", "/none", {});
+    start("title", "/none", {"module"});
     EXPECT_TRUE(observer.started.empty());
+    EXPECT_EQ(observer.failed, std::vector<std::string>{"module: No such file or directory"});
+    EXPECT_EQ(observer.thread, std::this_thread::get_id());
 }
 
 TEST_F(Process, ObserverIsToldOnTheCallingThreadBeforeTheReturn) {

@@ -12,6 +12,8 @@ bool Process::createProcess(const std::string& title, Path& executable,
     return fakehost::Journal::instance().perform(line) && !executable.getPathString().empty();
 }
 
+void Process::Observer::startFailed(const std::vector<std::string>&, const std::string&) {}
+
 void Process::Observer::awaitStart(int, unsigned int) {}
 
 void Process::setObserver(Observer*) {}
