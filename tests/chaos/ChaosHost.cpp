@@ -35,6 +35,20 @@ pid_t parentOf(const fs::path& process) {
     return state == 'Z' ? 0 : parent;
 }
 
+/// Zero for a process that is gone.
+std::chrono::duration<double> ageOf(pid_t pid) {
+    const std::string text = readFile("/proc/" + std::to_string(pid) + "/stat");
+    std::istringstream fields(text.substr(text.rfind(')') + 1));
+    std::string field;
+    // The start is the twentieth field after the name, in ticks since the machine's start.
+    for (int count = 0; count < 20; ++count)
+        fields >> field;
+    double uptime = 0;
+    std::istringstream(readFile("/proc/uptime")) >> uptime;
+    const double start = std::strtod(field.c_str(), nullptr) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+    return std::chrono::duration<double>(fields ? uptime - start : 0);
+}
+
 }  // namespace
 
 ChaosHost::ChaosHost(const HostProcess::Start& start, Handlers handlers, const fs::path& record)
@@ -175,7 +189,19 @@ pid_t ChaosHost::driverProcess(const std::string& driverID) const {
     return childWith(driverID + " MFD Console");
 }
 
+std::set<pid_t> ChaosHost::driverProcesses(std::chrono::seconds age) const {
+    std::set<pid_t> found = childrenWith(" MFD Console");
+    std::erase_if(found, [age](pid_t pid) { return ageOf(pid) < age; });
+    return found;
+}
+
 pid_t ChaosHost::childWith(const std::string& text) const {
+    const std::set<pid_t> found = childrenWith(text);
+    return found.empty() ? 0 : *found.begin();
+}
+
+std::set<pid_t> ChaosHost::childrenWith(const std::string& text) const {
+    std::set<pid_t> found;
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator("/proc", ignored)) {
         const pid_t pid = std::atoi(entry.path().filename().c_str());
@@ -184,7 +210,7 @@ pid_t ChaosHost::childWith(const std::string& text) const {
         // What a driver has left behind looks like it.
         if (readFile(entry.path() / "cmdline").find(text) != std::string::npos &&
             readFile(entry.path() / "comm") != s_orphanName + "\n"s)
-            return pid;
+            found.insert(pid);
     }
-    return 0;
+    return found;
 }

@@ -10,6 +10,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -58,10 +59,13 @@ public:
 
     /// Process of that driver; 0 when there is none.
     pid_t driverProcess(const std::string& driverID) const;
+    /// The driver processes that have run for so long.
+    std::set<pid_t> driverProcesses(std::chrono::seconds age) const;
     /// A child whose command line holds that text; 0 when there is none.
     pid_t childWith(const std::string& text) const;
 
 private:
+    std::set<pid_t> childrenWith(const std::string& text) const;
     void read(int fd, EStream stream, const std::function<void(const std::string&)>& handler,
               const char* prefix);
 

@@ -22,6 +22,8 @@ constexpr auto s_patience = 40s;
 constexpr auto s_pingInterval = 50ms;
 /// How long nobody reads what is printed: the follower keeps so much, and what it drops cannot be judged.
 constexpr auto s_longestHold = 5s;
+/// A process that has run for so long has said what it runs, however busy the machine is.
+constexpr auto s_longestStart = 15s;
 
 std::chrono::microseconds between(Trial::Clock::time_point from, Trial::Clock::time_point to) {
     return std::max(0us, std::chrono::duration_cast<std::chrono::microseconds>(to - from));
@@ -652,10 +654,11 @@ bool Trial::blockStream(ChaosHost::EStream stream) {
     if (!findProcess())
         return false;
     // A process that another fault has the host start meanwhile waits for room in the same output, where it
-    // says first what it runs.
+    // says first what it runs. The others have said so.
     if (stream == ChaosHost::EStream::Output) {
+        const std::set<pid_t> older = m_in.pHost->driverProcesses(s_longestStart);
         for (const std::string& verdict : verdictsOf(m_step.kind))
-            m_ofAll.emplace_back(m_in.watcher, verdict);
+            m_ofAll.emplace_back(m_in.watcher, verdict, older);
     }
     bool isDead = false;
     {

@@ -108,7 +108,7 @@ void Watcher::log(const std::string& line) {
                     verdict.starts_with("cannot be reached"))
                     m_notices.try_emplace(static_cast<pid_t>(pid), Clock::now());
                 m_ends[driverID] += verdict.starts_with("ended") ? 1 : 0;
-                judgeVerdict(driverID, verdict, line);
+                judgeVerdict(driverID, static_cast<pid_t>(pid), verdict, line);
             }
         }
         keep(line);
@@ -116,7 +116,8 @@ void Watcher::log(const std::string& line) {
     m_changed.notify_all();
 }
 
-void Watcher::judgeVerdict(const std::string& driverID, const std::string& verdict, const std::string& line) {
+void Watcher::judgeVerdict(const std::string& driverID, pid_t pid, const std::string& verdict,
+                           const std::string& line) {
     // The watch sees what becomes of the drivers of a host that is killed only now and then.
     if (m_isHostGone)
         return;
@@ -127,8 +128,11 @@ void Watcher::judgeVerdict(const std::string& driverID, const std::string& verdi
         return;
     }
     const auto begins = [&](const std::string& begin) { return verdict.starts_with(begin); };
+    const auto befalls = [&](const OfAll* pOfAll) {
+        return begins(pOfAll->m_verdict) && !pOfAll->m_unharmed.contains(pid);
+    };
     if (std::none_of(expected->second.begin(), expected->second.end(), begins) &&
-        std::none_of(m_expectedOfAll.begin(), m_expectedOfAll.end(), begins))
+        std::none_of(m_expectedOfAll.begin(), m_expectedOfAll.end(), befalls))
         m_false.push_back(line);
 }
 
@@ -400,15 +404,15 @@ void Watcher::expectNothing(const std::string& driverID) {
     m_expected.erase(driverID);
 }
 
-Watcher::OfAll::OfAll(Watcher& watcher, std::string verdict)
-    : m_watcher(watcher), m_verdict(std::move(verdict)) {
+Watcher::OfAll::OfAll(Watcher& watcher, std::string verdict, std::set<pid_t> unharmed)
+    : m_watcher(watcher), m_verdict(std::move(verdict)), m_unharmed(std::move(unharmed)) {
     const std::lock_guard lock(m_watcher.m_mutex);
-    m_watcher.m_expectedOfAll.insert(m_verdict);
+    m_watcher.m_expectedOfAll.insert(this);
 }
 
 Watcher::OfAll::~OfAll() {
     const std::lock_guard lock(m_watcher.m_mutex);
-    m_watcher.m_expectedOfAll.erase(m_watcher.m_expectedOfAll.find(m_verdict));
+    m_watcher.m_expectedOfAll.erase(this);
 }
 
 Watcher::EventsByInstance Watcher::events() const {

@@ -120,17 +120,20 @@ public:
     void expect(const std::string& driverID, const Verdicts& verdicts);
     void expectNothing(const std::string& driverID);
     /// As long as it lives the host may say this, too, of each driver of which something is expected: what
-    /// befalls all ends one that comes up at that moment after a fault of its own. The watcher outlives it.
+    /// befalls all ends one that comes up at that moment after a fault of its own. Not of the processes that
+    /// it leaves alone. The watcher outlives it.
     class OfAll {
     public:
-        OfAll(Watcher& watcher, std::string verdict);
+        OfAll(Watcher& watcher, std::string verdict, std::set<pid_t> unharmed = {});
         ~OfAll();
         OfAll(const OfAll&) = delete;
         OfAll& operator=(const OfAll&) = delete;
 
     private:
+        friend class Watcher;
         Watcher& m_watcher;
         const std::string m_verdict;
+        const std::set<pid_t> m_unharmed;
     };
 
     EventsByInstance events() const;
@@ -166,7 +169,8 @@ private:
     bool parseMark(const std::string& text);
     bool parseRow(const std::string& text);
     void countEvent(std::uint32_t instance, std::uint32_t number, std::int64_t triggered);
-    void judgeVerdict(const std::string& driverID, const std::string& verdict, const std::string& line);
+    void judgeVerdict(const std::string& driverID, pid_t pid, const std::string& verdict,
+                      const std::string& line);
     void showLive(const std::string& driverID, std::uint32_t instance, std::uint32_t ping,
                   const std::string& text);
 
@@ -193,7 +197,7 @@ private:
     Reply m_reply;
 
     std::map<std::string, Verdicts> m_expected;
-    std::multiset<std::string> m_expectedOfAll;
+    std::set<const OfAll*> m_expectedOfAll;
     std::vector<Life> m_lives;
     EventsByInstance m_events;
     std::vector<std::string> m_deadShownLive;

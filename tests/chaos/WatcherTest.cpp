@@ -132,6 +132,19 @@ TEST_F(WatcherTest, WhatBefallsAllMayEndTheHarmedAndNobodyElse) {
     EXPECT_THAT(sut.falseVerdicts(), ElementsAre(harmed));
 }
 
+TEST_F(WatcherTest, WhatBefallsNewProcessesIsNotSaidOfOldOnes) {
+    const std::string old =
+        "2026-11-21 17:14:34.073 error    HOST: F1: process 41 has not taken a message for 1 s; it is ended";
+    const std::string fresh =
+        "2026-11-21 17:14:34.073 error    HOST: F1: process 43 has not taken a message for 1 s; it is ended";
+    sut.expect("F1", {"ended unexpectedly: signal 9"});
+    const Watcher::OfAll sutOfAll(sut, "has not taken a message for", {40, 41});
+    sut.log(fresh);
+    EXPECT_THAT(sut.falseVerdicts(), IsEmpty());
+    sut.log(old);
+    EXPECT_THAT(sut.falseVerdicts(), ElementsAre(old));
+}
+
 TEST_F(WatcherTest, OnlyWarningsOfHostAndQueuesCount) {
     sut.log("2026-11-21 17:14:34.073 warning  VERIFY: w.xml: it is not signed");
     sut.log("2026-11-21 17:14:34.073 info     HOST: F1: is started again");

@@ -135,6 +135,23 @@ class SoakTest(unittest.TestCase):
         self.write("build/asan/bin/unit_queue", UNIT + "\n")
         self.assertEqual(self.soak("1", stop_at="tsan unit_queue")[2], ["asan unit_queue", "tsan unit_queue"])
 
+    def test_part_alone_is_taken_over_by_the_whole_run(self):
+        chaos = ["dev kills", "asan chaos", "tsan chaos", "dev chaos default", "dev chaos"]
+        status, output, steps = self.soak("--only", "chaos", "1")
+        self.assertEqual((status, steps), (0, chaos), output)
+        status, output, steps = self.soak("1")
+        self.assertEqual((status, steps), (0, [step for step in self.all_steps() if step not in chaos]), output)
+        self.assertIn("soak: 5 steps are taken over from the run before", output)
+
+    def test_failed_part_says_so(self):
+        status, output, _ = self.soak("--only", "packages", "1", fail_at="packages")
+        self.assertEqual((status, "soak: packages: FAILED" in output), (1, True), output)
+
+    def test_part_that_is_none_is_refused(self):
+        status, output, steps = self.soak("--only", "module", "1")
+        self.assertEqual((status, output, steps),
+                         (1, 'soak: "module" is no part; there are units hosts fuzz chaos packages\n', []))
+
     def test_number_that_is_none_is_refused(self):
         status, output, steps = self.soak("many")
         self.assertEqual((status, output, steps), (1, 'soak: "many" is no number of rounds\n', []))
