@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
 
 #include "AlarmNotice.h"
@@ -23,9 +24,11 @@ constexpr ApiClient::Milliseconds s_noticeLimit{500};
 /// Before a host that has not answered is asked again.
 constexpr std::chrono::seconds s_silence{5};
 
+constexpr const char* s_detach = "detach";
+
 bool isDetaching(const std::string& line) {
     const auto words = base::splitWords(line).words;
-    return words.size() == 1 && (words[0] == "detach" || words[0] == "exit");
+    return words.size() == 1 && (words[0] == s_detach || words[0] == "exit");
 }
 
 }  // namespace
@@ -123,22 +126,20 @@ std::string AttachCommand::notice() {
 
 std::vector<std::string> AttachCommand::complete(const std::vector<std::string>& before,
                                                  const std::string& prefix) {
-    const bool isState = before.size() == 1 && (before[0] == "state" || before[0].ends_with("StateValue"));
-    const bool isDriver = before.size() == 1 && before[0].ends_with("Driver");
-    const bool isFid = before.size() == 1 && before[0] == "sendFID";
+    std::string line;
+    for (const std::string& word : before)
+        line += word.find(' ') == std::string::npos ? word + " " : "'" + word + "' ";
+    line += prefix;
     std::vector<std::string> found;
-    if (!isState && !isDriver && !isFid)
-        return found;
     try {
-        const ApiClient::Reply reply =
-            m_control.client().get(isState ? "/state" : "/drivers", s_completionLimit);
-        for (const JsonView& each : reply.view().list(isState ? "values" : "drivers")) {
-            const std::string word = each.text(isState ? "key" : "id") + (isFid ? "." : "");
-            if (word.starts_with(prefix))
-                found.push_back(word);
-        }
+        const ApiClient::Reply reply = m_control.client().get(
+            "/completion" + (line.empty() ? "" : "?line=" + ApiClient::encoded(line)), s_completionLimit);
+        for (const JsonView& word : reply.view().list("words"))
+            found.push_back(word.text());
     } catch (const ControlError&) {
         // The line that is typed will tell.
     }
+    if (before.empty() && std::string_view(s_detach).starts_with(prefix))
+        found.emplace_back(s_detach);
     return found;
 }

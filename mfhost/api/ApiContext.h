@@ -93,6 +93,9 @@ struct ApiContext {
     /// How many are in sight.
     std::function<std::size_t()> alarms;
     std::function<std::vector<std::string>()> macroNames;
+    /// The words that begin with the prefix and may follow these in a console line.
+    std::function<std::vector<std::string>(const std::vector<std::string>& before, const std::string& prefix)>
+        complete;
     std::function<std::vector<DescriptorCatalogue::Record>()> catalogue;
     std::function<std::optional<Place>(const std::string& driverID)> place;
     /// Oldest first.

@@ -112,6 +112,8 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
         get({"api", "v1", "events"}, [](R reading, T, C, N) { return reading.events(); }),
         get({"api", "v1", "queues"}, [](R reading, T, C, N) { return reading.queues(); }),
         get({"api", "v1", "macros"}, [](R reading, T, C, N) { return reading.macros(); }),
+        get({"api", "v1", "completion"}, [](R reading, T target, C, N) { return reading.completion(target); },
+            {"line"}),
         get({"api", "v1", "catalogue"}, [](R reading, T, C, N) { return reading.catalogue(); }),
         get({"api", "v1", "modules"}, [](R reading, T, C, N) { return reading.modules(); }),
         get({"api", "v1", "log"}, [](R reading, T target, C, N) { return reading.log(target); },

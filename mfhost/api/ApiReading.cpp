@@ -14,6 +14,7 @@
 #include "PanelNames.h"
 #include "Printable.h"
 #include "QueueNames.h"
+#include "Words.h"
 #include "sal/LogOutput.h"
 
 namespace {
@@ -22,6 +23,8 @@ using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
 constexpr int s_apiVersion = 1;
+/// Of a completion: more cannot be chosen from.
+constexpr std::size_t s_mostWords = 1'000;
 /// A command of that age makes the host busy; most take less.
 constexpr std::chrono::seconds s_busyAfter{5};
 /// Of a driver's own page.
@@ -370,6 +373,26 @@ std::string ApiReading::macros() const {
     json.beginObject().name("macros").beginArray();
     for (const std::string& name : m_context.macroNames())
         json.beginObject().member("name", name).endObject();
+    json.endArray().endObject();
+    return json.take();
+}
+
+std::string ApiReading::completion(const ApiTarget& target) const {
+    target.allowQuery({"line"});
+    const auto found = target.query.find("line");
+    const std::string line = found == target.query.end() ? "" : found->second;
+    std::vector<std::string> before = base::splitWords(line).words;
+    std::string prefix;
+    if (!before.empty() && line.back() != ' ') {
+        prefix = std::move(before.back());
+        before.pop_back();
+    }
+    std::vector<std::string> words = m_context.complete(before, prefix);
+    words.resize(std::min(words.size(), s_mostWords));
+    JsonText json;
+    json.beginObject().name("words").beginArray();
+    for (const std::string& word : words)
+        json.value(word);
     json.endArray().endObject();
     return json.take();
 }

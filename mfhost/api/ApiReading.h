@@ -33,6 +33,7 @@ public:
     std::string events() const;
     std::string queues() const;
     std::string macros() const;
+    std::string completion(const ApiTarget& target) const;
     std::string catalogue() const;
     std::string modules() const;
     std::string log(const ApiTarget& target) const;

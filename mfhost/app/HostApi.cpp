@@ -93,6 +93,8 @@ ApiContext HostApi::context() {
             .queues = [] { return sal::MessageQueue::statuses(); },
             .alarms = [this] { return m_parts.alarms.inSight(); },
             .macroNames = [this] { return macroNames(); },
+            .complete = [this](const auto& before,
+                               const auto& prefix) { return m_parts.shell.complete(before, prefix); },
             .catalogue =
                 [this] {
                     const std::lock_guard lock(m_mutex);

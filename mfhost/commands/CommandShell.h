@@ -68,7 +68,7 @@ public:
     Executed executeFor(const std::string& line, std::size_t columns);
     /// A driver's command; false when there is no room for it. Any thread.
     bool postDriverCommand(const std::string& line);
-    /// The words that begin with the prefix and may follow these. Console thread.
+    /// The words that begin with the prefix and may follow these. Any thread.
     std::vector<std::string> complete(const std::vector<std::string>& before,
                                       const std::string& prefix) const {
         return m_completion.words(before, prefix);

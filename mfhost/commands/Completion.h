@@ -20,7 +20,8 @@ public:
     /// Offers words from here on. Command thread; once, when all commands are registered.
     void begin(std::vector<std::string> commandNames);
 
-    /// The words that begin with the prefix and may stand after these. None before begin(). Console thread.
+    /// The words that begin with the prefix and may stand after these. None before begin(). Any
+    /// thread.
     std::vector<std::string> words(const std::vector<std::string>& before, const std::string& prefix) const;
 
 private:

@@ -65,6 +65,12 @@ public:
             .queues = [this] { return queues; },
             .alarms = [this] { return alarms; },
             .macroNames = [this] { return macroNames; },
+            .complete =
+                [this](const auto& before, const auto& prefix) {
+                    completed = before;
+                    completed.push_back(prefix);
+                    return words;
+                },
             .catalogue = [this] { return catalogue; },
             .place = [this](const std::string& driverID) -> std::optional<ApiContext::Place> {
                 const auto place = places.find(driverID);
@@ -149,6 +155,8 @@ public:
     std::vector<sal::MessageQueue::Status> queues;
     std::size_t alarms = 0;
     std::vector<std::string> macroNames;
+    std::vector<std::string> words;      ///< that complete any line
+    std::vector<std::string> completed;  ///< those of the last line, the prefix behind them
     std::vector<DescriptorCatalogue::Record> catalogue;
     std::map<std::string, ApiContext::Place> places;
     std::vector<ApiLogLine> lines;

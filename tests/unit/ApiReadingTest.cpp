@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <limits>
@@ -280,6 +281,25 @@ TEST_F(ApiReadingTest, QueuesAreListed) {
 TEST_F(ApiReadingTest, MacrosAreListed) {
     m_host.macroNames = {"home", "a\tb"};
     EXPECT_EQ("{\"macros\":[{\"name\":\"home\"},{\"name\":\"a\\u0009b\"}]}", m_sut.macros());
+}
+
+TEST_F(ApiReadingTest, CompletionGivesWhatTheLastWordMayBecome) {
+    m_host.words = {"state", "startDriver"};
+    EXPECT_EQ("{\"words\":[\"state\",\"startDriver\"]}", m_sut.completion(target("line=sta")));
+    EXPECT_EQ((std::vector<std::string>{"sta"}), m_host.completed);
+    m_sut.completion(target("line=state%20"));
+    EXPECT_EQ((std::vector<std::string>{"state", ""}), m_host.completed);
+    m_sut.completion(target("line=sendFID%20%22A%20B.C%22%20na"));
+    EXPECT_EQ((std::vector<std::string>{"sendFID", "A B.C", "na"}), m_host.completed);
+    m_sut.completion(ApiTarget::read("/x"));
+    EXPECT_EQ((std::vector<std::string>{""}), m_host.completed);
+    EXPECT_THAT(code([&] { m_sut.completion(target("word=a")); }), testing::HasSubstr("word"));
+}
+
+TEST_F(ApiReadingTest, CompletionGivesAThousandWordsAtMost) {
+    m_host.words.assign(1'001, "AXIS1.A");
+    const std::string words = m_sut.completion(target("line=state%20A"));
+    EXPECT_EQ(1'000, std::count(words.begin(), words.end(), 'X'));
 }
 
 TEST_F(ApiReadingTest, CatalogueAndModulesAreListed) {

@@ -164,18 +164,26 @@ TEST_F(AttachCommandTest, TerminalGoesOnAfterALineThatFails) {
     EXPECT_EQ(0, terminal->waitForEnd());
 }
 
-TEST_F(AttachCommandTest, TerminalCompletesDriversFidsAndKeys) {
-    m_host.answer("GET /drivers", R"({"drivers":[{"id":"SYS"}]})");
-    m_host.answer("GET /state", R"({"values":[{"key":"SYS.LOAD"}]})");
+TEST_F(AttachCommandTest, HostCompletesLinesOfTheTerminal) {
     m_host.answer("POST /console", R"({"output":"ok\n"})");
     const auto terminal = atATerminal();
-    for (const std::string line : {"reloadDriver \t", "sendFID \tX", "state \t"}) {
+    m_host.answer("GET /completion?line=reloadDr", R"({"words":["reloadDriver"]})");
+    m_host.answer("GET /completion?line=sendFID%20", R"({"words":["SYS."]})");
+    m_host.answer("GET /completion?line=state%20%27A%20B%27%20", R"({"words":["C"]})");
+    for (const std::string line : {"reloadDr\tX", "sendFID \tX", "state 'A B' \tX"}) {
         ASSERT_TRUE(terminal->awaitPrompt());
         terminal->type(line + "\r");
         ASSERT_TRUE(terminal->shows("ok")) << terminal->screen();
     }
-    EXPECT_EQ((std::vector<std::string>{"reloadDriver SYS ", "sendFID SYS.X", "state SYS.LOAD "}),
-              executed());
+    EXPECT_EQ((std::vector<std::string>{"reloadDriver X", "sendFID SYS.X", "state 'A B' C X"}), executed());
+}
+
+TEST_F(AttachCommandTest, DetachIsCompletedBesideTheHostsCommands) {
+    m_host.answer("GET /completion?line=det", R"({"words":[]})");
+    const auto terminal = atATerminal();
+    ASSERT_TRUE(terminal->awaitPrompt());
+    terminal->type("det\t\r");
+    EXPECT_EQ(0, terminal->waitForEnd());
 }
 
 TEST_F(AttachCommandTest, AlarmsStandBeforeThePromptUntilThereAreNone) {
