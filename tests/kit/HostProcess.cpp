@@ -243,3 +243,12 @@ bool endsWithin(pid_t pid, int milliseconds) {
 bool endsInTime(pid_t pid) {
     return endsWithin(pid, c_hangGuardMs);
 }
+
+bool isStopped(pid_t pid) {
+    std::error_code gone;
+    for (const auto& thread : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", gone)) {
+        if (read(thread.path() / "status").find("\nState:\tT ") == std::string::npos)
+            return false;
+    }
+    return !gone;
+}

@@ -87,3 +87,6 @@ std::vector<pid_t> childrenOf(pid_t parent);
 bool endsWithin(pid_t pid, int milliseconds);
 /// The same with the hang guard for a limit.
 bool endsInTime(pid_t pid);
+
+/// Whether all threads of the process are stopped: a signal alone reaches them one after another.
+bool isStopped(pid_t pid);

@@ -48,14 +48,6 @@ protected:
         int count = -1;
         return ::ioctl(pipe.get(), FIONREAD, &count) == 0 ? count : -1;
     }
-    static bool isStopped(pid_t process) {
-        for (const auto& thread : fs::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
-            const std::string status = readFile(thread.path() / "status");
-            if (status.find("\nState:\tT ") == std::string::npos)
-                return false;
-        }
-        return true;
-    }
     static constexpr const char* time = "[0-9-]{10} [0-9:]{8}[.][0-9]{3} ";
 };
 

@@ -1,5 +1,6 @@
 #include <signal.h>
 
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -271,8 +272,12 @@ TEST_F(Planning, HistoryOutlivesTheHostAndItsDeath) {
         workplace().configure(entry("E", "queue") + entry("N", "queue"));
         host.type("apply");
         ASSERT_TRUE(host.waitForLog("HOST: apply by console: 1 of 1 change done\n")) << host.log();
+        const std::array drivers{host.driverProcess("E"), host.driverProcess("N")};
         host.signal(SIGKILL);
         EXPECT_EQ(host.waitForEnd(), 128 + SIGKILL);
+        // As long as they run they have their queues.
+        for (const pid_t driver : drivers)
+            EXPECT_TRUE(endsInTime(driver));
     }
     HostProcess& host = startAndWait();
     EXPECT_THAT(host.ask("undo"),

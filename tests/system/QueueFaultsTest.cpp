@@ -460,6 +460,8 @@ TEST_F(QueueFaultsOfTheDirectory, OfAKilledHostIsLeftByADriverThatWasStopped) {
     HostProcess& host = startServing();
     const pid_t driver = host.driverProcess("FAR");
     ::kill(driver, SIGSTOP);
+    // A thread of it that is not stopped yet would see the host's end.
+    ASSERT_TRUE(eventually([&] { return isStopped(driver); }));
     host.signal(SIGKILL);
     EXPECT_EQ(host.waitForEnd(), 128 + SIGKILL);
     HostProcess& next = start(call({"--log-level", "5", "--restart-delay", "0.2"}));
