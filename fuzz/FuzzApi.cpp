@@ -8,10 +8,12 @@
 
 #include "ApiHost.h"
 #include "Expect.h"
+#include "MetricsText.h"
 #include "sal/LogManager.h"
 
-// Whatever is sent to the API, in any role: it is answered once, in JSON, with one of the statuses that there
-// are; nothing is done that the role may not, GET changes nothing, and what bears a request ID is done once.
+// Whatever is sent to the API, in any role: it is answered once, in JSON or as metrics, with one of the
+// statuses that there are; nothing is done that the role may not, GET changes nothing, and what bears a
+// request ID is done once.
 
 namespace {
 
@@ -87,6 +89,13 @@ void check(const ApiAnswer& answer) {
     static const std::set<unsigned> s_statuses{200, 202, 400, 403, 404, 405, 409, 413, 415, 429, 500, 503};
     expect(s_statuses.contains(answer.status), "the status is one of those that there are");
     expect(answer.status != 500, "nothing is a fault of the host");
+    if (answer.contentType == MetricsText::s_contentType) {
+        expect(answer.status == 200 && answer.body.starts_with("# HELP "), "metrics are no error");
+        expect(std::none_of(answer.body.begin(), answer.body.end(),
+                            [](unsigned char c) { return (c < 0x20 && c != '\n') || c == 0x7f; }),
+               "nothing in them steers a terminal");
+        return;
+    }
     const Json json = Json::parse(answer.body, nullptr, false);
     expect(json.is_object(), "the answer is an object of JSON");
     const bool isError = answer.status >= 400;

@@ -34,42 +34,27 @@ void logAction(const ApiRequest& request, const std::string& what) {
     hostLog(sal::LogOutput::eInfo) << what << ", asked for by " << request.caller.name << std::endl;
 }
 
-const char* word(EFidStage stage) {
-    static constexpr std::array<const char*, 6> s_words{"accepted",  "dispatched", "nobody",
-                                                        "delivered", "written",    "taken"};
-    return s_words.at(static_cast<std::size_t>(stage));
-}
-
-struct Reason {
-    const char* word;
-    const char* text;  ///< where the outcome has none
-};
-
-const Reason& reasonOf(EFidReason reason) {
-    static constexpr std::array<Reason, 10> s_reasons{{
-        {"no-such-driver", "it reached no driver"},
-        {"no-such-driver", "there is no such driver"},
-        {"not-running", "the driver does not run"},
-        {"takes-no-fids", "the driver takes no FIDs"},
-        {"too-long", "it is too long for one message"},
-        {"unknown-function", "the driver knows no such function"},
-        {"queue-full", "the driver's queue is full"},
-        {"stopping", "the host is stopping"},
-        {"refused", "the driver has refused it"},
-        {"threw", "the driver has thrown an exception"},
-    }};
-    return s_reasons.at(static_cast<std::size_t>(reason));
+/// Where the outcome has no text.
+const char* textOf(EFidReason reason) {
+    static constexpr std::array<const char*, 10> s_texts{
+        "it reached no driver",           "there is no such driver",
+        "the driver does not run",        "the driver takes no FIDs",
+        "it is too long for one message", "the driver knows no such function",
+        "the driver's queue is full",     "the host is stopping",
+        "the driver has refused it",      "the driver has thrown an exception"};
+    return s_texts.at(static_cast<std::size_t>(reason));
 }
 
 /// Why it did not arrive.
 ApiFault undelivered(const std::string& fid, const FidOutcome& outcome) {
-    const Reason& reason = reasonOf(outcome.reason);
-    const std::string text = outcome.text.empty() ? fid + " is not delivered: " + reason.text : outcome.text;
+    const std::string text =
+        outcome.text.empty() ? fid + " is not delivered: " + textOf(outcome.reason) : outcome.text;
     if (outcome.reason == EFidReason::QueueFull)
         return {ECode::QueueFull, text};
     if (outcome.reason == EFidReason::Stopping)
         return {ECode::Stopping, text};
-    return ApiFault(ECode::FidUndelivered, text, outcome.nearest).withReason(reason.word);
+    return ApiFault(ECode::FidUndelivered, text, outcome.nearest)
+        .withReason(inWords(outcome.reason == EFidReason::None ? EFidReason::NoSuchDriver : outcome.reason));
 }
 
 ApiAnswer answerOf(const std::string& fid, EFidStage waitFor, const FidOutcome& outcome,
@@ -80,7 +65,7 @@ ApiAnswer answerOf(const std::string& fid, EFidStage waitFor, const FidOutcome& 
     json.beginObject();
     if (!request.empty())
         json.member("request", request);
-    json.member("fid", fid).member("driver", outcome.driverID).member("stage", word(outcome.stage));
+    json.member("fid", fid).member("driver", outcome.driverID).member("stage", inWords(outcome.stage));
     if (outcome.result)
         json.member("result", *outcome.result);
     json.member("tookUs", outcome.took.count()).endObject();

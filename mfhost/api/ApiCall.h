@@ -45,8 +45,10 @@ struct ApiCall {
 
 /// Its answer.
 struct ApiAnswer {
+    static constexpr const char* s_json = "application/json";
+
     unsigned status = 200;
-    std::string contentType = "application/json";
+    std::string contentType = s_json;
     std::string body;
     std::string allow = {};  ///< for the header of that name, where the status is 405
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "DescriptorCatalogue.h"
 #include "DriverTable.h"
 #include "FIDParameterList.h"
+#include "FidCounts.h"
 #include "FidOutcome.h"
 #include "HistoryEntry.h"
 #include "StateStore.h"
@@ -103,6 +105,9 @@ struct ApiContext {
     /// What the driver's process wrote to standard error last before it ended, oldest line first.
     std::function<std::vector<std::string>(const std::string& driverID)> lastWords;
     std::function<std::vector<ApiSession>()> sessions;
+    std::function<std::vector<FidCounts::Count>()> fids;
+    /// How many requests were answered, by status.
+    std::function<std::map<unsigned, std::uint64_t>()> answers;
 
     /// Returns at once; told is called as FidSenders says, on any thread.
     std::function<void(const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,

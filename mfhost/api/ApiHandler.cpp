@@ -12,6 +12,7 @@
 #include "ApiFault.h"
 #include "HostLog.h"
 #include "JsonText.h"
+#include "MetricsText.h"
 #include "Nearest.h"
 #include "PendingAction.h"
 #include "Printable.h"
@@ -84,6 +85,8 @@ struct ApiHandler::Resource {
     void (ApiActions::*pAct)(const ApiRequest&) const = nullptr;
     /// Of the query, or of the body beside "request" and "timeoutMs".
     std::vector<std::string> known;
+    /// Of what pRead gives.
+    const char* contentType = ApiAnswer::s_json;
 };
 
 const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
@@ -92,8 +95,8 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
     using C = const ApiCall&;
     using N = const std::string&;
     const auto get = [](std::vector<std::string> path, decltype(Resource::pRead) pRead,
-                        std::vector<std::string> known = {}) {
-        return Resource{std::move(path), "GET", ERole::View, pRead, nullptr, std::move(known)};
+                        std::vector<std::string> known = {}, const char* contentType = ApiAnswer::s_json) {
+        return Resource{std::move(path), "GET", ERole::View, pRead, nullptr, std::move(known), contentType};
     };
     const auto post = [](std::vector<std::string> path, ERole role, decltype(Resource::pAct) pAct,
                          std::vector<std::string> known = {}) {
@@ -103,6 +106,9 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
     using enum ERole;
     static const std::vector<Resource> s_resources{
         get({"healthz"}, [](R reading, T, C, N) { return reading.health(); }),
+        get(
+            {"metrics"}, [](R reading, T, C, N) { return reading.metrics(); }, {},
+            MetricsText::s_contentType),
         get({"api", "v1"}, [](R reading, T, C call, N) { return reading.host(call.caller); }),
         get({"api", "v1", "health"}, [](R reading, T, C, N) { return reading.health(); }),
         get({"api", "v1", "drivers"}, [](R reading, T, C, N) { return reading.drivers(); }),
@@ -212,7 +218,8 @@ void ApiHandler::read(const Resource& resource, const ApiTarget& target, const A
         throw ApiFault(ECode::RequestInvalid, "GET takes no body");
     const std::string name = nameIn(resource.path, target.path);
     if (resource.pRead)
-        pAnswer->give({.body = resource.pRead(m_reading, target, call, name)});
+        pAnswer->give(
+            {.contentType = resource.contentType, .body = resource.pRead(m_reading, target, call, name)});
     else
         readHistory(name, call, pAnswer);
 }

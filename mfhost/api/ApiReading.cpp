@@ -10,6 +10,7 @@
 
 #include "DriverStatus.h"
 #include "JsonText.h"
+#include "Metrics.h"
 #include "Nearest.h"
 #include "PanelNames.h"
 #include "Printable.h"
@@ -458,6 +459,10 @@ std::string ApiReading::sessions() const {
             .endObject();
     json.endArray().endObject();
     return json.take();
+}
+
+std::string ApiReading::metrics() const {
+    return Metrics(m_context).text();
 }
 
 std::string ApiReading::history() const {

@@ -38,6 +38,8 @@ public:
     std::string modules() const;
     std::string log(const ApiTarget& target) const;
     std::string sessions() const;
+    /// Not as JSON: MetricsText::s_contentType.
+    std::string metrics() const;
     /// Command thread, as the next.
     std::string history() const;
     std::string historyEntry(unsigned number) const;

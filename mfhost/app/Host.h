@@ -13,6 +13,7 @@
 #include "DriverErrors.h"
 #include "DriverNews.h"
 #include "DriverTable.h"
+#include "FidCounts.h"
 #include "FidSenders.h"
 #include "FidTap.h"
 #include "Following.h"
@@ -94,6 +95,7 @@ private:
     ProcessSupervisor m_supervisor;
     Workplace m_workplace;
     Following m_following;
+    FidCounts m_fidCounts;
     CommandShell m_shell;
     HostSystem m_system;
     FidSenders m_fidSenders;

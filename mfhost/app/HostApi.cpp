@@ -46,7 +46,10 @@ HostApi::HostApi(Parts parts)
                     },
                 .limits = {}},
                [this](const ApiCall& call, std::function<void(ApiAnswer)> answer) {
-                   m_handler.handle(call, std::move(answer));
+                   m_handler.handle(call, [this, give = std::move(answer)](ApiAnswer given) {
+                       m_answers.add(given.status);
+                       give(std::move(given));
+                   });
                }) {}
 
 void HostApi::start(ControlSocket& socket) {
@@ -119,6 +122,8 @@ ApiContext HostApi::context() {
                                             session.since, session.requests});
                     return sessions;
                 },
+            .fids = [this] { return m_parts.fids.counts(); },
+            .answers = [this] { return m_answers.counts(); },
             .sendFid =
                 [this](const auto& fid, const auto& parameters, auto waitFor, auto limit, auto told) {
                     m_parts.senders.send(fid, parameters, waitFor, limit, std::move(told));

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "AlarmList.h"
+#include "AnswerCounts.h"
 #include "ApiHandler.h"
 #include "ApiServer.h"
 #include "CommandShell.h"
@@ -15,6 +16,7 @@
 #include "ControlSocket.h"
 #include "Deadlines.h"
 #include "DriverTable.h"
+#include "FidCounts.h"
 #include "FidSenders.h"
 #include "IMacroSystem.h"
 #include "LogMemory.h"
@@ -36,6 +38,7 @@ public:
         CommandShell& shell;
         const LogMemory& log;
         FidSenders& senders;
+        const FidCounts& fids;
         std::function<void()> lookForEnds;
         std::function<void(const std::string& reason)> shutDown;
         /// The panel driver's macro system; null where there is none. Called on the command thread.
@@ -64,6 +67,7 @@ private:
 
     const Parts m_parts;
     std::atomic<bool> m_isStopping = false;
+    AnswerCounts m_answers;
     Deadlines m_deadlines;
     mutable std::mutex m_mutex;
     std::vector<DescriptorCatalogue::Record> m_catalogue;

@@ -330,6 +330,7 @@ void CommandShell::sendFid(const std::string& line, const FidLine& sent, std::os
     if (sent.hasStrayWord)
         reply << "sent " << sent.text() << "; a value with blanks stands in quotes" << std::endl;
     const FidOutcome outcome = watch.outcome();
+    m_context.fidSent(outcome.driverID, outcome);
     // Completion offers what there may be.
     if (outcome.reason != EFidReason::NoSuchDriver && outcome.reason != EFidReason::UnknownFunction)
         m_fids.add(sent.fid);

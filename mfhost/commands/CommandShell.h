@@ -15,6 +15,7 @@
 #include "DriverTable.h"
 #include "FidLine.h"
 #include "FidMemory.h"
+#include "FidOutcome.h"
 #include "HostCommands.h"
 #include "LogCommands.h"
 #include "PlanCommands.h"
@@ -39,6 +40,9 @@ public:
         std::function<void()> showModules;
         std::function<void(const std::string& glob)> follow = [](const auto&) {};
         std::function<bool()> unfollow = [] { return false; };
+        /// What became of a FID that was sent by a line. driverID is empty where the FID names none.
+        std::function<void(const std::string& driverID, const FidOutcome& outcome)> fidSent =
+            [](const auto&, const auto&) {};
     };
 
     explicit CommandShell(Context context);

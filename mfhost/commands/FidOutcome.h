@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,6 +30,20 @@ enum class EFidReason {
     Refused,
     Threw
 };
+
+/// "accepted", "dispatched" and so on, as the API has them.
+inline const char* inWords(EFidStage stage) {
+    static constexpr std::array<const char*, 6> s_words{"accepted",  "dispatched", "nobody",
+                                                        "delivered", "written",    "taken"};
+    return s_words.at(static_cast<std::size_t>(stage));
+}
+/// "no-such-driver", "not-running" and so on, as the API has them; "none" where nothing was in its way.
+inline const char* inWords(EFidReason reason) {
+    static constexpr std::array<const char*, 10> s_words{
+        "none",       "no-such-driver", "not-running", "takes-no-fids", "too-long", "unknown-function",
+        "queue-full", "stopping",       "refused",     "threw"};
+    return s_words.at(static_cast<std::size_t>(reason));
+}
 
 /// What became of a FID.
 struct FidOutcome {

@@ -125,6 +125,8 @@ public:
             pJob->outcome = refused(EFidReason::TooLong, std::move(fault));
         else if (fault = take(pJob, driver.has_value(), level); !fault.empty())
             pJob->outcome = refused(EFidReason::QueueFull, std::move(fault));
+        if (pJob->outcome.isFinal)
+            m_settings.fidSent(driver ? driver->id : std::string(), pJob->outcome);
         if (pJob->outcome.isFinal || pJob->waitFor == EFidStage::Accepted)
             tidings.add(*pJob);
         else
@@ -297,6 +299,7 @@ private:
         if (m_isStopping)
             return;
         pJob->outcome = fault.empty() ? watch.outcome() : refused(EFidReason::Threw, fault);
+        m_settings.fidSent(sender.key, pJob->outcome);
         pJob->place = watch.place();
         pJob->written = Clock::now();
         if (pJob->outcome.isFinal || pJob->waitFor != EFidStage::Taken || !pJob->place)

@@ -26,6 +26,10 @@ public:
         std::chrono::milliseconds idle{10'000};  ///< after which a sender ends
         /// With a send that does not come back, before a line says so.
         std::chrono::milliseconds patience{5000};
+        /// What each FID has come to when its send is over, once; driverID is empty where it is no driver's.
+        /// Called under the senders' lock: returns at once, and calls nothing of theirs.
+        std::function<void(const std::string& driverID, const FidOutcome& outcome)> fidSent =
+            [](const auto&, const auto&) {};
     };
 
     /// target is the manager's sender, as long as it is there. Both outlive the object, and target outlives

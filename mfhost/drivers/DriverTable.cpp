@@ -130,6 +130,7 @@ std::optional<DriverTable::MissingProcess> DriverTable::endProcessStart(const st
     started.isRestart = false;
     started.pid = 0;
     started.cause = cause;
+    started.lastEnd = EEnd::NoStart;
     started.since = std::chrono::system_clock::now();
     MissingProcess missing;
     missing.next = plan(started, {}, isTried);
@@ -148,7 +149,9 @@ void DriverTable::giveUp(const std::string& driverID) {
 
 void DriverTable::addRestart(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
-    ++row(driverID).restarts;
+    Row& restarted = row(driverID);
+    ++restarted.restarts;
+    ++restarted.restartsAfter.at(static_cast<std::size_t>(restarted.lastEnd));
 }
 
 void DriverTable::beginParking(const std::string& driverID, const std::string& cause) {
@@ -240,19 +243,20 @@ bool DriverTable::processStarted(const std::string& driverID, int pid, bool isBy
 
 std::optional<DriverTable::End> DriverTable::processEnded(const std::string& driverID, int pid,
                                                           const std::string& cause, RestartPlan::Duration ran,
-                                                          bool isPlanned) {
+                                                          bool isPlanned, EEnd end) {
     const std::lock_guard lock(m_mutex);
     Row* pEnded = known(driverID);
     if (!pEnded || pEnded->pid != pid || !pEnded->isAlive)
         return std::nullopt;
-    End end;
-    end.wasAsked = pEnded->state != EDriverState::Running && pEnded->state != EDriverState::Hung;
-    if (isPlanned && !end.wasAsked)
-        end.next = plan(*pEnded, ran, true);
-    end.staleValues = instanceEnds(
-        *pEnded, end.next.delay ? EDriverEvent::InstanceEndsEarly : EDriverEvent::InstanceEnds, cause);
+    pEnded->lastEnd = pEnded->isHung ? EEnd::Hang : end;
+    End told;
+    told.wasAsked = pEnded->state != EDriverState::Running && pEnded->state != EDriverState::Hung;
+    if (isPlanned && !told.wasAsked)
+        told.next = plan(*pEnded, ran, true);
+    told.staleValues = instanceEnds(
+        *pEnded, told.next.delay ? EDriverEvent::InstanceEndsEarly : EDriverEvent::InstanceEnds, cause);
     eraseIfGone(driverID);
-    return end;
+    return told;
 }
 
 std::optional<std::size_t> DriverTable::processHung(const std::string& driverID, int pid,
@@ -261,6 +265,7 @@ std::optional<std::size_t> DriverTable::processHung(const std::string& driverID,
     Row* pHung = known(driverID);
     if (!pHung || pHung->pid != pid || !pHung->isAlive)
         return std::nullopt;
+    pHung->hangs += pHung->isHung ? 0 : 1;
     return instanceEnds(*pHung, EDriverEvent::InstanceHangs, cause);
 }
 
@@ -379,4 +384,10 @@ std::vector<DriverTable::Call> DriverTable::innermostCalls() const {
         innermost.push_back(call);
     }
     return innermost;
+}
+
+const char* inWords(DriverTable::EEnd end) {
+    static constexpr std::array<const char*, DriverTable::s_ends> s_words{"unknown", "exit", "signal", "hang",
+                                                                          "no-start"};
+    return s_words.at(static_cast<std::size_t>(end));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -27,6 +28,10 @@ class DriverTable : public sal::Module::Observer {
 public:
     using Clock = std::chrono::steady_clock;
 
+    /// In which way an instance came to its end; NoStart: none came up.
+    enum class EEnd { Unknown, Exit, Signal, Hang, NoStart };
+    static constexpr std::size_t s_ends = static_cast<std::size_t>(EEnd::NoStart) + 1;
+
     struct Driver {
         std::string id;
         std::string type;
@@ -40,6 +45,8 @@ public:
         std::string cause;        ///< why it ended last; stays when it runs again
         std::chrono::system_clock::time_point since;
         unsigned int restarts = 0;  ///< how often the host has started it again by itself
+        std::array<unsigned int, s_ends> restartsAfter{};  ///< the same by the end before
+        unsigned int hangs = 0;  ///< how often a process of it was found hung or out of reach
         std::optional<Clock::time_point> nextTry;
         /// Messages to and from a driver process in a second, lately.
         double receivedPerSecond = 0;
@@ -114,9 +121,10 @@ public:
 
     /// Whether the host has started it by itself, after it had ended.
     bool processStarted(const std::string& driverID, int pid, bool isByHand = false);
-    /// Plans the next try where one may be. Nothing when a newer process of the driver runs already.
+    /// Plans the next try where one may be. Nothing when a newer process of the driver runs already. One that
+    /// hung has ended by that, whatever ended it.
     std::optional<End> processEnded(const std::string& driverID, int pid, const std::string& cause,
-                                    RestartPlan::Duration ran, bool isPlanned);
+                                    RestartPlan::Duration ran, bool isPlanned, EEnd end = EEnd::Unknown);
     /// The process takes no messages any more and is to be ended. Returns how many of the driver's values
     /// became stale; nothing when a newer process of the driver runs already.
     std::optional<std::size_t> processHung(const std::string& driverID, int pid, const std::string& cause);
@@ -157,6 +165,7 @@ private:
         std::string saidCause;   ///< why no process runs, as it was said last
         std::string parkCause;   ///< of the last parking
         bool isLeaving = false;  ///< it is to be forgotten
+        EEnd lastEnd = EEnd::Unknown;
 
         explicit Row(const RestartPlan::Settings& settings) : plan(settings) {}
     };
@@ -180,3 +189,6 @@ private:
     std::map<std::string, Row> m_rows;
     std::vector<Call> m_calls;
 };
+
+/// "unknown", "exit", "signal", "hang" or "no-start".
+const char* inWords(DriverTable::EEnd end);

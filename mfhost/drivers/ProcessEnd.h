@@ -11,6 +11,8 @@ public:
     static std::optional<ProcessEnd> collect(int pidFd);
 
     bool isKnown() const { return m_isKnown; }
+    /// Whether it has ended by itself, with an exit code; false also for an unknown end.
+    bool isExit() const { return m_isKnown && m_isExit; }
     /// Whether it may have ended as it was told to: nothing speaks against it.
     bool isOrderly() const { return !m_isKnown || (m_isExit && m_status == 0); }
     bool hasExitCode(int code) const { return m_isKnown && m_isExit && m_status == code; }

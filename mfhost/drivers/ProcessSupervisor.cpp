@@ -317,7 +317,10 @@ void ProcessSupervisor::ended(Process& process, const ProcessEnd& end) {
     if (!loadFault.empty())
         cause += ", cannot be loaded: " + loadFault;
     const auto ran = std::chrono::duration_cast<RestartPlan::Duration>(Clock::now() - process.started);
-    const auto told = m_drivers.processEnded(process.driverID, process.pid, cause, ran, !isShutdown);
+    const auto kind = !end.isKnown() ? DriverTable::EEnd::Unknown
+                      : end.isExit() ? DriverTable::EEnd::Exit
+                                     : DriverTable::EEnd::Signal;
+    const auto told = m_drivers.processEnded(process.driverID, process.pid, cause, ran, !isShutdown, kind);
     // One that a newer process has replaced was asked to end, even if it comes to its end after the reload.
     const bool isReplaced = !told;
     if (told)

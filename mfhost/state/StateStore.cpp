@@ -600,6 +600,16 @@ std::vector<StateStore::Loss> StateStore::losses() const {
     return found;
 }
 
+std::vector<StateStore::Count> StateStore::counts() const {
+    std::vector<Count> found;
+    forEachShard({}, [&](const Shard& shard) {
+        if (&shard != &m_console)
+            found.push_back(
+                {shard.driverID, shard.room.values, shard.stale, shard.room.lost, shard.arrivals});
+    });
+    return found;
+}
+
 std::uint64_t StateStore::arrivals() const {
     std::uint64_t sum = 0;
     forEachShard({}, [&](const Shard& shard) { sum += shard.arrivals; });

@@ -119,6 +119,15 @@ public:
         std::size_t limit = 0;
     };
 
+    /// What there is of one driver.
+    struct Count {
+        std::string driverID;
+        std::size_t values = 0;
+        std::size_t stale = 0;       ///< of these
+        std::uint64_t lost = 0;      ///< new values without room, since its last start
+        std::uint64_t arrivals = 0;  ///< of what is named after it, whoever has set it
+    };
+
     /// The published catalogue, whose size only the descriptors set.
     static constexpr std::size_t s_maxHostValues = 65536;
     static constexpr std::size_t s_keptEvents = 200;
@@ -169,6 +178,9 @@ public:
 
     /// Of those that have lost values.
     std::vector<Loss> losses() const;
+
+    /// Of all whom anything was named after so far, in no order.
+    std::vector<Count> counts() const;
 
     /// How many values and events have arrived so far.
     std::uint64_t arrivals() const;

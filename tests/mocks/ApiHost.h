@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
@@ -84,6 +85,8 @@ public:
                 },
             .lastWords = [this](const std::string&) { return lastWords; },
             .sessions = [this] { return sessions; },
+            .fids = [this] { return fids; },
+            .answers = [this] { return answers; },
             .sendFid =
                 [this](const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
                        std::chrono::milliseconds limit, std::function<void(const FidOutcome&)> told) {
@@ -162,6 +165,8 @@ public:
     std::vector<ApiLogLine> lines;
     std::vector<std::string> lastWords;
     std::vector<ApiSession> sessions;
+    std::vector<FidCounts::Count> fids;
+    std::map<unsigned, std::uint64_t> answers;
     ApiOutcome outcome;
     WorkplacePlan plan;
     Applied applied;

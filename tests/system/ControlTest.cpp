@@ -157,6 +157,25 @@ TEST_F(Control, CardOfADriverThatWasKilledHasItsLastWordsAndLines) {
     EXPECT_EQ(end(), 0);
 }
 
+TEST_F(Control, MetricsTellWhatTheHostCounts) {
+    HostProcess& host = startControlled();
+    EXPECT_EQ(mfctl("send E.INT name=N value=7 --wait taken").exitCode, 0);
+    EXPECT_EQ(mfctl("send EE.INT name=N").exitCode, 1);
+    EXPECT_EQ(mfctl("stop G").exitCode, 0);
+    ASSERT_EQ(::kill(host.driverProcess("E"), SIGKILL), 0);
+    ASSERT_TRUE(host.waitForLog("E: is started again")) << host.log();
+    const Answer answer = ask("/metrics");
+    for (const char* line :
+         {"\nmf_driver_up{driver=\"E\"} 1\n", "\nmf_driver_state{driver=\"G\",state=\"parked\"} 1\n",
+          "\nmf_driver_restarts_total{driver=\"E\",cause=\"signal\"} 1\n",
+          "\nmf_driver_hangs_total{driver=\"E\"} 0\n", "\nmf_queue_capacity{driver=\"E\",direction=\"in\"} ",
+          "\nmf_fids_total{driver=\"E\",outcome=\"written\"} 1\n",
+          "\nmf_fids_total{outcome=\"no-such-driver\"} ", "\nmf_api_requests_total{code=\"409\"} 1\n"})
+        EXPECT_THAT(answer.text, HasSubstr(line));
+    EXPECT_THAT(answer.text, Not(HasSubstr("mf_driver_up{driver=\"G\"}")));
+    EXPECT_EQ(end(), 0);
+}
+
 TEST_F(Control, FunctionThatADriverOfTheHostDoesNotKnowIsToldWithTheNearest) {
     workplace().configure(entry("S", "direct", "SysMon"));
     startAndWait({"--control", socket()});

@@ -47,6 +47,9 @@ void fill(ApiHost& host) {
     host.lastWords = {"assertion failed"};
     host.sessions = {
         {.id = 1, .user = "anna", .uid = 1000, .pid = 43, .role = ERole::Admin, .since = {}, .requests = 3}};
+    host.fids = {{.driverID = "AXIS1", .outcome = "delivered", .fids = 3}};
+    host.answers = {{200, 5}};
+    host.drivers.callBegins("LAMP", "initialize");
     host.store.setStateValue("AXIS1.LABEL", "left");
     host.store.setStateValueInt("AXIS1.TURNS", -7);
     host.store.setStateValueFloat("AXIS1.POSITION", 10.5f);
@@ -118,7 +121,7 @@ int main(int argc, char** argv) {
             call.target = words[i].substr(words[i].find('/', 7));
     }
     sal::LogManager log({.level = 0, .file = {}, .tag = {}});
-    ApiHost host;
+    ApiHost host(RestartPlan::Settings{});
     fill(host);
     ApiHandler handler(host.context());
     handler.handle(call, [](const ApiAnswer& answer) {

@@ -137,6 +137,16 @@ TEST_F(ApiHandlerTest, EachResourceNeedsItsRole) {
     }
 }
 
+TEST_F(ApiHandlerTest, MetricsAreTextForWhoMayView) {
+    EXPECT_THAT(get("/metrics"), StartsWith("200 # HELP mf_build_info "));
+    EXPECT_EQ("text/plain; version=0.0.4; charset=utf-8", m_contentType);
+    EXPECT_THAT(get("/metrics", ERole::None), StartsWith("403 "));
+    EXPECT_EQ("application/json", m_contentType);
+    EXPECT_THAT(call("POST", "/metrics"), StartsWith("405 "));
+    EXPECT_EQ("GET", m_allow);
+    EXPECT_THAT(get("/api/v1/metrics"), StartsWith("404 "));
+}
+
 TEST_F(ApiHandlerTest, FidNeedsTheRoleOperate) {
     EXPECT_THAT(call("POST", "/api/v1/fid", R"({"fid":"A.B"})", ERole::View), StartsWith("403 "));
     EXPECT_THAT(m_host.sentFids, IsEmpty());

@@ -128,6 +128,7 @@ protected:
     int m_looks = 0;
     int m_quits = 0;
     std::vector<std::string> m_notes;
+    std::vector<std::string> m_fids;  ///< what each has come to
     std::promise<void> m_end;
     CommandShell m_sut{{.commands = m_commands,
                         .store = m_store,
@@ -137,7 +138,11 @@ protected:
                         .log = m_memory,
                         .lookForEnds = [this] { ++m_looks; },
                         .quit = [this] { ++m_quits; },
-                        .showModules = [] {}}};
+                        .showModules = [] {},
+                        .fidSent =
+                            [this](const auto& driverID, const auto& outcome) {
+                                m_fids.push_back(driverID + " " + inWords(outcome.reason));
+                            }}};
 
 private:
     using Handler = bool (CommandShellTest::*)(sal::CmdParameters&);
@@ -261,6 +266,12 @@ TEST_F(CommandShellTest, FidThatReachesNobodySaysSo) {
         "\"AXSI1.MOVE\" has reached nobody: there is no driver AXSI1; did you mean \"AXIS1\"?\n"
         "\"NOBODY.MOVE\" has reached nobody: there is no driver NOBODY\n",
         output({"sendFID AXSI1.MOVE", "sendFID NOBODY.MOVE to=5", "sendFID AXIS1.MOVE"}));
+}
+
+TEST_F(CommandShellTest, WhatFidsHaveComeToIsTold) {
+    runAxis();
+    output({"sendFID AXIS1.MOVE", "sendFID AXIS1.NO", "sendFID NOBODY.MOVE", "note 1"});
+    EXPECT_THAT(m_fids, ElementsAre("AXIS1 none", "AXIS1 refused", "NOBODY no-such-driver"));
 }
 
 TEST_F(CommandShellTest, FidThatTheDriverRefusesSaysSo) {

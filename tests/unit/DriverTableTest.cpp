@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -93,6 +94,50 @@ TEST_F(DriverTableTest, NewInstanceMayReportAgain) {
     EXPECT_TRUE(isStale("A.X"));
     m_store.setStateValueInt("A.X", 1);
     EXPECT_FALSE(isStale("A.X"));
+}
+
+TEST_F(DriverTableTest, RestartsAreCountedByTheEndBefore) {
+    const auto restart = [this] {
+        m_sut.addRestart("A");
+        m_sut.processStarted("A", 42);
+    };
+    m_sut.processStarted("A", 42);
+    m_sut.processEnded("A", 42, "exit code 3", {}, false, DriverTable::EEnd::Exit);
+    restart();
+    m_sut.processEnded("A", 42, "signal 11", {}, false, DriverTable::EEnd::Signal);
+    restart();
+    m_sut.processHung("A", 42, "hung for 10 s");
+    m_sut.processEnded("A", 42, "hung for 10 s, signal 9", {}, false, DriverTable::EEnd::Signal);
+    restart();
+    m_sut.processEnded("A", 42, "unknown end", {}, false);
+    restart();
+    m_sut.processEnded("A", 42, "exit code 3", {}, false, DriverTable::EEnd::Exit);
+    m_sut.beginStart("A");
+    m_sut.endProcessStart("A", "no memory", true);
+    restart();
+    EXPECT_EQ((std::array<unsigned int, 5>{1, 1, 1, 1, 1}), driver("A").restartsAfter);
+    EXPECT_EQ(5u, driver("A").restarts);
+}
+
+TEST_F(DriverTableTest, EachProcessHangsOnce) {
+    m_sut.processStarted("A", 42);
+    m_sut.processHung("A", 42, "hung for 10 s");
+    m_sut.processHung("A", 42, "hung for 20 s");
+    EXPECT_EQ(1u, driver("A").hangs);
+    m_sut.processStarted("A", 43);
+    m_sut.processHung("A", 42, "hung for 30 s");
+    EXPECT_EQ(1u, driver("A").hangs) << "a newer one runs";
+    m_sut.processHung("A", 43, "its queue is damaged");
+    EXPECT_EQ(2u, driver("A").hangs);
+}
+
+TEST(DriverTable, EndsHaveTheirWords) {
+    using enum DriverTable::EEnd;
+    EXPECT_STREQ("unknown", inWords(Unknown));
+    EXPECT_STREQ("exit", inWords(Exit));
+    EXPECT_STREQ("signal", inWords(Signal));
+    EXPECT_STREQ("hang", inWords(Hang));
+    EXPECT_STREQ("no-start", inWords(NoStart));
 }
 
 TEST_F(DriverTableTest, NewInstanceBeginsWithoutTraffic) {

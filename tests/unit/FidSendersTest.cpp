@@ -161,8 +161,18 @@ protected:
     mutable std::vector<std::string> m_sent;
     mutable int m_returned = 0;
     bool m_isHolding = true;
+    std::vector<std::string> m_counted;
     FidSenders m_sut{
-        m_drivers, *this, {.mostSenders = 2, .capacity = 3, .roomKept = 8, .idle = 600s, .patience = 200ms}};
+        m_drivers,
+        *this,
+        {.mostSenders = 2,
+         .capacity = 3,
+         .roomKept = 8,
+         .idle = 600s,
+         .patience = 200ms,
+         .fidSent = [this](const auto& driverID, const auto& outcome) {
+             m_counted.push_back(driverID + " " + inWords(outcome.stage) + " " + inWords(outcome.reason));
+         }}};
 };
 
 }  // namespace
@@ -207,6 +217,25 @@ TEST_F(FidSendersTest, FidThatReachesNobodyIsToldWithItsReason) {
     EXPECT_EQ(ear.outcome().stage, EFidStage::Nobody);
     EXPECT_EQ(ear.outcome().reason, EFidReason::NoSuchDriver);
     EXPECT_EQ(ear.outcome().text, "there is no driver D");
+}
+
+TEST_F(FidSendersTest, WhatEachFidHasComeToIsCountedOnce) {
+    makeQueue();
+    for (const char* fid : {"A.MOVE", "A.FAIL", "Q.MOVE", "D.MOVE"}) {
+        Ear ear;
+        send(fid, EFidStage::Delivered, ear);
+        ear.outcome();
+    }
+    FIDParameterList tooLong;
+    tooLong.add("text", std::string(256, 'x'));
+    Ear ear;
+    m_sut.send("Q.MOVE", tooLong, EFidStage::Taken, c_hangGuard, ear.told());
+    ear.outcome();
+    EXPECT_TRUE(m_sut.stop(c_hangGuard));
+    Ear late;
+    send("B.MOVE", EFidStage::Taken, late);
+    EXPECT_THAT(m_counted, ElementsAre("A delivered none", "A delivered refused", "Q written none",
+                                       " nobody no-such-driver", "Q nobody too-long", "B nobody stopping"));
 }
 
 TEST_F(FidSendersTest, FidsOfNoDriverShareASender) {

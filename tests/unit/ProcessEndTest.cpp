@@ -54,6 +54,7 @@ TEST(ProcessEnd, ExitIsToldWithItsCode) {
     EXPECT_TRUE(sut->isKnown());
     EXPECT_FALSE(sut->isOrderly());
     EXPECT_EQ(sut->cause(), "exit code 3");
+    EXPECT_TRUE(sut->isExit());
 }
 
 TEST(ProcessEnd, OnlyAnExitWithZeroIsOrderly) {
@@ -72,6 +73,7 @@ TEST(ProcessEnd, SignalIsToldWithItsName) {
     ASSERT_TRUE(sut);
     EXPECT_FALSE(sut->isOrderly());
     EXPECT_EQ(sut->cause(), "signal 9 (Killed)");
+    EXPECT_FALSE(sut->isExit());
 }
 
 TEST(ProcessEnd, ThatSomebodyElseHasCollectedIsUnknown) {
@@ -82,6 +84,7 @@ TEST(ProcessEnd, ThatSomebodyElseHasCollectedIsUnknown) {
     EXPECT_FALSE(sut->isKnown());
     EXPECT_TRUE(sut->isOrderly());
     EXPECT_EQ(sut->cause(), "unknown end");
+    EXPECT_FALSE(sut->isExit());
 }
 
 TEST(ProcessEnd, WithIgnoredSignalsIsUnknownAndNotToldTooEarly) {

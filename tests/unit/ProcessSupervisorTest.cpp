@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
@@ -480,6 +481,17 @@ TEST_F(ProcessSupervisorTest, LogsAnUnexpectedEndInOneLine) {
                           " ended unexpectedly: signal 9 (Killed); 1 value is stale; it is started "
                           "again in 0.1 s\n"));
     EXPECT_EQ(1, loggedLines());
+}
+
+TEST_F(ProcessSupervisorTest, RestartsBelongToTheKindOfEndBefore) {
+    const auto restarts = [this](const std::string& script) {
+        start("A", script);
+        EXPECT_TRUE(hasEnded("A"));
+        m_drivers.addRestart("A");
+        return m_drivers.find("A")->restartsAfter;
+    };
+    EXPECT_EQ((std::array<unsigned int, 5>{0, 1, 0, 0, 0}), restarts("exit 3"));
+    EXPECT_EQ((std::array<unsigned int, 5>{0, 1, 1, 0, 0}), restarts("kill -9 $$"));
 }
 
 TEST_F(ProcessSupervisorTest, ReleasesThoseWhoSendToTheEndedDriver) {

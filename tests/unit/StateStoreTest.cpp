@@ -441,6 +441,31 @@ TEST(StateStore, LossesAreCountedByOwner) {
     EXPECT_EQ(1u, losses[1].values);
 }
 
+TEST(StateStore, EachDriversValuesAndArrivalsAreCounted) {
+    LogCapture log;
+    StateStore sut(withRoomFor(2));
+    const auto counts = [&sut] {
+        std::map<std::string, std::vector<std::uint64_t>> found;
+        for (const StateStore::Count& count : sut.counts())
+            found[count.driverID] = {count.values, count.stale, count.lost, count.arrivals};
+        return found;
+    };
+    fill(sut, "A", 5);
+    sut.setStateValue("B.X", "1");
+    sut.triggerEvent("B.DONE", "");
+    sut.unsetStateValue("B.X");
+    {
+        const StateStore::ConsoleMark mark;
+        fill(sut, "B", 1);
+    }
+    sut.driverEnded("A", "signal 11");
+    using Counts = decltype(counts());
+    EXPECT_EQ((Counts{{"A", {2, 2, 3, 5}}, {"B", {0, 0, 0, 4}}}), counts());
+    sut.driverStarted("A");
+    fill(sut, "A", 1);
+    EXPECT_EQ((Counts{{"A", {2, 1, 0, 6}}, {"B", {0, 0, 0, 4}}}), counts());
+}
+
 TEST(StateStore, LossesOfADriverAreThoseSinceItsStart) {
     LogCapture log;
     StateStore sut(withRoomFor(2));
