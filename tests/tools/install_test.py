@@ -94,6 +94,7 @@ class InstallTest(unittest.TestCase):
             "lib/systemd/system/mfhost@.service", "lib/systemd/system/mfhost-memory@.service",
             "lib/sysusers.d/mfhost.conf", "lib/tmpfiles.d/mfhost.conf",
             "share/doc/mfhost/LICENSE", "share/doc/mfhost/docs/operations.md", "share/doc/mfhost/examples/workplace.xml",
+            "share/doc/mfhost/examples/alerts.yml", "share/doc/mfhost/examples/dashboard.json",
         ):
             self.assertTrue((self.prefix / name).is_file(), name)
 
