@@ -60,7 +60,9 @@ void StreamFilter::setDrivers(std::string_view drivers) {
 }
 
 bool StreamFilter::isWanted(const std::string& driver) const {
-    return std::find(m_drivers.begin(), m_drivers.end(), driver) != m_drivers.end();
+    return std::any_of(m_drivers.begin(), m_drivers.end(), [&](const std::string& pattern) {
+        return ::fnmatch(pattern.c_str(), driver.c_str(), 0) == 0;
+    });
 }
 
 bool StreamFilter::matchesDriver(const StreamRecord& record, const KeyNames& names) const {

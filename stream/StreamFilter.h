@@ -21,7 +21,8 @@ public:
     /// Names of kinds with commas between ("fid,exit"); "fid" and "command" take their ends along. Empty on
     /// success, else which word is no kind and which there are.
     std::string setKinds(std::string_view kinds);
-    /// IDs of drivers with commas between; a FID is its sender's and its receiver's. "host" is the host.
+    /// IDs of drivers, or shell patterns for them, with commas between; a FID is its sender's and its
+    /// receiver's. "host" is the host.
     void setDrivers(std::string_view drivers);
     /// A shell pattern for what a record is about: the name of a value or event, the function of a FID, the
     /// text of a line or command.

@@ -43,16 +43,16 @@ StreamReader::StreamReader(const StreamSource& source, const StreamCursor& from,
             m_cursors.emplace_back(source, ring, std::max<std::uint64_t>(from.position, source.size(ring)));
         } else {
             m_cursors.emplace_back(source, ring);
-            // Then what is missing of a place before the oldest one was lapped.
-            m_isLapped = m_isLapped || m_cursors.back().position() != source.size(ring);
+            m_isRingLapped[static_cast<std::size_t>(ring)] = m_cursors.back().position() != source.size(ring);
         }
     }
-    if (from.place == StreamCursor::EPlace::Exact && !m_ring)
+    if (m_ring || from.place == StreamCursor::EPlace::Newest)
+        return;
+    const bool isWhole = !m_isRingLapped[0] && !m_isRingLapped[1];
+    if (from.place == StreamCursor::EPlace::Exact)
         m_expected = std::max<std::uint64_t>(from.position, 1);
-    else if (from.place == StreamCursor::EPlace::Oldest && !m_ring && !m_isLapped)
+    else if (isWhole)
         m_expected = 1;
-    else
-        m_isLapped = false;
 }
 
 void StreamReader::learnNames() {
@@ -73,6 +73,7 @@ void StreamReader::learnNames() {
 
 void StreamReader::lapped(ERing ring) {
     m_isLapped = true;
+    m_isRingLapped[static_cast<std::size_t>(ring)] = true;
     // Definitions may have been among what was missed.
     if (ring == ERing::Audit)
         learnNames();
@@ -103,6 +104,8 @@ StreamReader::EFetched StreamReader::fetch(Clock::time_point now, bool ofAll) {
             continue;
         switch (cursor.step(m_record, now)) {
             case RingCursor::EStep::Record:
+                if (std::exchange(m_isRingLapped[static_cast<std::size_t>(cursor.ring())], false))
+                    m_wholeFrom = std::max(m_wholeFrom, m_record.number);
                 if (m_record.number == m_expected)
                     return EFetched::Due;
                 // What is before it was given already, or lies before the place to begin with.
@@ -199,7 +202,8 @@ StreamReader::EResult StreamReader::deliver() {
 }
 
 StreamReader::EResult StreamReader::deliverGap(const StreamRecord& next) {
-    m_gap.reason = m_isLapped          ? StreamGap::EReason::Lapped
+    const bool isLapped = m_ring ? m_isLapped : next.number <= m_wholeFrom;
+    m_gap.reason = isLapped            ? StreamGap::EReason::Lapped
                    : m_source.isLive() ? StreamGap::EReason::Missing
                                        : StreamGap::EReason::Damaged;
     m_gap.first = m_expected;

@@ -36,6 +36,9 @@ public:
     std::uint64_t missed() const { return m_missed; }
     /// Whether it is waiting for a record that is being written, or should be.
     bool isWaiting() const { return m_isWaiting; }
+    /// Whether one of the rings was lapped and has nothing of what comes next: what the other one has is
+    /// given with a gap before nearly each record.
+    bool isInLappedStretch() const { return m_expected < m_wholeFrom; }
 
 private:
     struct ByNumber {
@@ -77,7 +80,9 @@ private:
     std::uint64_t m_learnedAt = 0;
     std::uint64_t m_missed = 0;
     Time m_last;
-    bool m_isLapped = false;
+    std::uint64_t m_wholeFrom = 0;               ///< of both: below it one of them has lost its part
+    std::array<bool, s_rings> m_isRingLapped{};  ///< its first record has not come yet
+    bool m_isLapped = false;                     ///< of one ring
     bool m_isWaiting = false;
     bool m_isGapTold = false;  ///< of one ring: the next record comes after a gap that was told
 };

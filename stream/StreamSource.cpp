@@ -85,6 +85,8 @@ std::unique_ptr<StreamSource> StreamSource::open(const std::string& path, std::s
 
     std::unique_ptr<StreamSource> pSource(new StreamSource);
     pSource->m_path = path;
+    pSource->m_device = status.st_dev;
+    pSource->m_inode = status.st_ino;
     pSource->m_fileSize = size;
     pSource->m_isLive = writerLives(path);
     if (pSource->m_isLive) {
@@ -196,8 +198,10 @@ void StreamSource::findHeads() {
 }
 
 bool StreamSource::lookForWriter() {
+    struct stat status {};
     if (m_pMapped)
-        m_isLive = writerLives(m_path);
+        m_isLive = writerLives(m_path) && ::stat(m_path.c_str(), &status) == 0 && status.st_dev == m_device &&
+                   status.st_ino == m_inode;
     return m_isLive;
 }
 

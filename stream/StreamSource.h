@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -36,7 +38,8 @@ public:
     /// Something may still come. Of another process's rings: its writer lives, as far as is known by the
     /// last look.
     bool isLive() const { return m_isLive; }
-    /// Looks whether the process that writes a file still does. From then on isLive() says so.
+    /// Looks whether the process that writes a file still does, which it does not where another file has
+    /// taken its place. From then on isLive() says so.
     bool lookForWriter();
 
     /// Where the next record goes.
@@ -66,6 +69,8 @@ private:
     std::uint32_t m_salt = 0;
     bool m_isLive = false;
     std::string m_path;
+    dev_t m_device = 0;
+    ino_t m_inode = 0;
 
     std::vector<std::uint64_t> m_memory;  ///< of a dead file
     std::byte* m_pMapped = nullptr;       ///< of another process's

@@ -116,8 +116,7 @@ std::string wireText(std::string_view bytes) {
     return text;
 }
 
-/// What comes after time, driver and kind.
-std::string textOf(const StreamRecord& record, const KeyNames& names) {
+std::string plainTextOf(const StreamRecord& record, const KeyNames& names) {
     std::string_view text = record.text;
     const std::string key = names.key(record);
     switch (record.kind) {
@@ -136,13 +135,12 @@ std::string textOf(const StreamRecord& record, const KeyNames& names) {
         case EKind::Fid: {
             const std::string who(takeName(text));
             const std::uint32_t origin = record.value >> 16 & 0xffu;
-            const std::uint32_t outcome = record.value >> 24;
             std::string line = fidText(text);
             if (origin != static_cast<std::uint32_t>(EOrigin::Driver))
                 line += " from " + std::string(originName(origin)) + (who.empty() ? "" : " " + who);
-            if (outcome > static_cast<std::uint32_t>(EFidOutcome::Written))
-                line += ": " + std::string(outcomeName(outcome));
-            return line;
+            if (const auto receiver = static_cast<std::uint16_t>(record.value); receiver != 0)
+                line += " to " + names.driver(receiver);
+            return line + ": " + std::string(outcomeName(record.value >> 24));
         }
         case EKind::FidEnd: {
             const std::uint64_t begin = takeWord(text);
@@ -436,10 +434,14 @@ std::string lineOf(const StreamRecord& record, const KeyNames& names, bool withD
     std::string line = timeText(record.time, withDate ? "%Y-%m-%d %H:%M:%S" : "%H:%M:%S", true);
     line += ' ' + names.driver(record.driver()) + ' ';
     line += kindName(record.kind);
-    line += ' ' + textOf(record, names);
+    return base::printable(line) + ' ' + textOf(record, names);
+}
+
+std::string textOf(const StreamRecord& record, const KeyNames& names) {
+    std::string text = base::printable(plainTextOf(record, names));
     if (record.isCut)
-        line += " ... (cut)";
-    return base::printable(line);
+        text += " ... (cut)";
+    return text;
 }
 
 std::string lineOf(const StreamGap& gap, bool withDate) {

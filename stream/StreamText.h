@@ -14,6 +14,8 @@ namespace stream {
 /// it on demand.
 std::string lineOf(const StreamRecord& record, const KeyNames& names, bool withDate = false);
 std::string lineOf(const StreamGap& gap, bool withDate = false);
+/// What the line has after time, driver and kind.
+std::string textOf(const StreamRecord& record, const KeyNames& names);
 
 /// One JSON object on one line, without an end of line: "number", "time" (UTC, microseconds), "kind",
 /// "driver", and what the kind has. It is put at the end of what is there.

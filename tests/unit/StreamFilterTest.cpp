@@ -80,6 +80,16 @@ TEST_F(StreamFilterTest, FidIsItsSendersAndItsReceivers) {
     EXPECT_TRUE(matches(record(EKind::Log, 0)));
 }
 
+TEST_F(StreamFilterTest, DriversMayBePatterns) {
+    m_sut.setDrivers("OTHER,AX*");
+    EXPECT_TRUE(matches(m_value));
+    EXPECT_FALSE(matches(m_exit));
+    m_sut.setDrivers("L?MP");
+    EXPECT_TRUE(matches(m_exit));
+    EXPECT_TRUE(matches(m_fid));
+    EXPECT_FALSE(matches(m_value));
+}
+
 TEST_F(StreamFilterTest, GlobIsForWhatARecordIsAbout) {
     m_sut.setGlob("AXIS1.P*");
     EXPECT_TRUE(matches(m_value));

@@ -240,6 +240,31 @@ TEST_F(StreamReaderTest, LapOfOneRingLosesNothingOfTheOther) {
     EXPECT_EQ(missed + records, 10'000u);
 }
 
+TEST_F(StreamReaderTest, WhatOneLappedRingLacksBetweenRecordsOfTheOtherIsLapped) {
+    for (int i = 1; i <= 10'000; ++i)
+        m_pRing->write(at(i), i % 100 == 0 ? exit("e") : value(i));
+    // The last value but one.
+    unwrite(ERing::Values, m_pRing->head(ERing::Values) - 64);
+    for (const auto& from : {both(1), StreamCursor::oldest()}) {
+        const auto pSut = reader(from);
+        std::vector<stream::StreamGap> gaps;
+        for (const auto now : {m_now, m_now + std::chrono::seconds(1)}) {
+            for (auto result = pSut->next(now); result != EResult::Nothing; result = pSut->next(now)) {
+                if (result != EResult::Gap)
+                    continue;
+                gaps.push_back(pSut->gap());
+                EXPECT_EQ(pSut->isInLappedStretch(), gaps.back().next % 100 == 0);
+            }
+        }
+        ASSERT_GT(gaps.size(), 70u);
+        EXPECT_EQ(gaps.back().reason, stream::StreamGap::EReason::Missing);
+        EXPECT_EQ(gaps.back().first, 9998u);
+        gaps.pop_back();
+        for (const auto& gap : gaps)
+            EXPECT_EQ(gap.reason, stream::StreamGap::EReason::Lapped) << gap.first;
+    }
+}
+
 TEST_F(StreamReaderTest, CursorThatWasLappedTellsAGap) {
     for (int i = 1; i <= 5000; ++i)
         m_pRing->write(at(i), exit(""));

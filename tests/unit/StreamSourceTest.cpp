@@ -138,6 +138,19 @@ TEST_F(StreamSourceTest, WriterThatEndsIsSeenByALook) {
     EXPECT_EQ(pReader->next({}), stream::IStreamReader::EResult::End);
 }
 
+TEST_F(StreamSourceTest, FileThatAnotherHasReplacedHasNoWriter) {
+    const std::string path = m_directory.path("ring");
+    auto pRing = ringOf(small(path));
+    pRing->write(at(1), exit("x"));
+    std::string error;
+    const auto pSut = StreamSource::open(path, error);
+    ASSERT_NE(pSut, nullptr) << error;
+    pRing.reset();
+    pRing = ringOf(small(path));
+    EXPECT_FALSE(pSut->lookForWriter());
+    EXPECT_EQ(all(*readerOf(*pSut)), (std::vector<std::string>{"1:x"}));
+}
+
 TEST_F(StreamSourceTest, RecordWithoutANumberIsNone) {
     const auto pRing = ringOf(small());
     pRing->write(at(1), exit(""));

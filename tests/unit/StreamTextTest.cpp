@@ -46,6 +46,14 @@ TEST_F(StreamTextTest, CutTextSaysSo) {
                       R"("text":"long","cut":true})");
 }
 
+TEST_F(StreamTextTest, TextWithoutTimeDriverAndKind) {
+    m_record.kind = EKind::Output;
+    m_record.text = "a\nb";
+    EXPECT_EQ(stream::textOf(m_record, m_names), "a\\nb");
+    m_record.isCut = true;
+    EXPECT_EQ(stream::textOf(m_record, m_names), "a\\nb ... (cut)");
+}
+
 TEST_F(StreamTextTest, CauseIsNamedWhereThereIsOne) {
     m_record.kind = EKind::Output;
     m_record.cause = 5;

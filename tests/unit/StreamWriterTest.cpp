@@ -97,7 +97,7 @@ TEST_F(StreamWriterTest, FidOfADriver) {
         m_when,
         {.sender = m_axis, .receiver = m_lamp, .outcome = EFidOutcome::Written, .fields = fields.bytes()});
     EXPECT_EQ(said(),
-              "AXIS1 fid LAMP.BRIGHTNESS percent=40\n"
+              "AXIS1 fid LAMP.BRIGHTNESS percent=40 to LAMP: written\n"
               R"(,"kind":"fid","driver":"AXIS1","fid":"LAMP.BRIGHTNESS","parameters":[["percent","40"]],)"
               R"("receiver":"LAMP","origin":"driver","outcome":"written"})"
               "\n");
