@@ -17,9 +17,11 @@
 #include "DoctorCommand.h"
 #include "DriverCommands.h"
 #include "LogCommand.h"
+#include "MonitorCommand.h"
 #include "Nearest.h"
 #include "OverviewCommands.h"
 #include "Printable.h"
+#include "RecordingSearch.h"
 #include "RemoteControl.h"
 #include "SendCommand.h"
 #include "SigningCommands.h"
@@ -53,6 +55,8 @@ struct Words {
     std::vector<std::string> files;
     LogCommand::Choice log;
     DoctorCommand::Choice doctor;
+    RecordingSearch::Choice recording;
+    MonitorCommand::Choice monitor;
     unsigned number = 0;
     std::optional<double> timeout;  ///< in seconds
     bool isLong = false;
@@ -285,6 +289,49 @@ void addHostCommands(Commands& commands, Words& words, const Screen& screen) {
         ->type_name("FILE.tar.gz");
 }
 
+/// Which records are wanted.
+void addStreamOptions(CLI::App& app, StreamChoice& choice) {
+    app.add_option(
+           "--driver", choice.drivers,
+           "only of drivers that match; a FID is its sender's and its receiver's; \"host\" is the host")
+        ->type_name("GLOB")
+        ->allow_extra_args(false);
+    app.add_option("--kind", choice.kinds, "only of these kinds, such as value, fid, exit, log")
+        ->type_name("KIND")
+        ->allow_extra_args(false);
+    app.add_option("--glob", choice.glob, "only about what matches: names of values, functions, texts")
+        ->type_name("GLOB");
+}
+
+void addRecordingCommands(Commands& commands, Words& words, const Screen& screen) {
+    const auto place = [&words, &screen] {
+        words.recording.host = words.remote.host;
+        return RecordingSearch(screen).find(words.recording);
+    };
+    auto* pMonitor =
+        commands.add("monitor", "print what happens as it happens, also of a host that hangs or has died",
+                     [&words, &screen, place] {
+                         words.monitor.asJson = words.remote.asJson;
+                         // What is wrong with the line is told before a host is looked for.
+                         words.monitor.what.filter();
+                         return static_cast<int>(MonitorCommand(screen).run(place().ring, words.monitor));
+                     });
+    commands.addCommonOptions(*pMonitor);
+    addStreamOptions(*pMonitor, words.monitor.what);
+    pMonitor
+        ->add_option(
+            "--from", words.monitor.from,
+            "where to begin: oldest, newest (the default while the host lives), or a \"cursor\" that "
+            "--json gave")
+        ->type_name("PLACE");
+    pMonitor->add_flag("--date", words.monitor.withDate, "with the date before the time");
+    pMonitor->add_option("--count", words.monitor.count, "end after so many records")
+        ->type_name("N")
+        ->check(CLI::Range(1u, 4'000'000'000u).description(""));
+    pMonitor->add_option("--ring", words.recording.ring, "this file of rings, whatever hosts there are")
+        ->type_name("FILE");
+}
+
 void addSigningCommands(Commands& commands, Words& words, const Screen& screen) {
     auto* pKeygen = commands.add("keygen", "make NAME.key (keep it secret) and NAME.pem (to be trusted)",
                                  [&] { return SigningCommands(screen.out, screen.err).keygen(words.name); });
@@ -365,6 +412,7 @@ int runControlLine(int argc, const char* const* argv, const Screen& screen) {
     addValueCommands(commands, words);
     addFileCommands(commands, words);
     addHostCommands(commands, words, screen);
+    addRecordingCommands(commands, words, screen);
     addSigningCommands(commands, words, screen);
 
     try {

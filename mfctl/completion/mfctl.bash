@@ -32,13 +32,16 @@ _mfctl_offer() {
 _mfctl() {
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" place=0 i
     local commands="drivers driver reload stop start state send set unset event events macros macro check plan apply
-        history diff undo health log queues sessions attach shutdown doctor keygen sign verify"
-    local common="--help --host --json" options=""
+        history diff undo health log queues sessions attach shutdown monitor doctor keygen sign verify"
+    local common="--help --host --json" stream="--driver --kind --glob --ring" options=""
+    local kinds="value event fid command start exit hang restart configuration log output stale merged mark wire gap"
     COMPREPLY=()
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case "${COMP_WORDS[i]}" in
-            --host | --timeout | --wait | --type | --lines | -n | --level | --bundle | --key | --trust) ((i++)) ;;
+            --host | --timeout | --wait | --type | --lines | -n | --level | --bundle | --key | --trust | --driver | --kind | --glob | --from | --count | --ring)
+                ((i++))
+                ;;
             -* | =) ;;
             *)
                 if [[ -z $command ]]; then command=${COMP_WORDS[i]}; else ((place++)); fi
@@ -47,7 +50,7 @@ _mfctl() {
     done
 
     case "$previous" in
-        --host | --bundle | --key)
+        --host | --bundle | --key | --ring)
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             return
             ;;
@@ -67,7 +70,23 @@ _mfctl() {
             _mfctl_offer "1 2 3 4 5"
             return
             ;;
-        --timeout | --lines | -n) return ;;
+        --driver)
+            _mfctl_offer "$(_mfctl_drivers)"
+            return
+            ;;
+        --kind)
+            _mfctl_offer "$kinds"
+            return
+            ;;
+        --glob)
+            _mfctl_offer "$(_mfctl_keys)"
+            return
+            ;;
+        --from)
+            _mfctl_offer "oldest newest"
+            return
+            ;;
+        --timeout | --lines | -n | --count) return ;;
     esac
 
     case "$command" in
@@ -86,6 +105,7 @@ _mfctl() {
         set) options="$common --type" ;;
         plan) options="$common --exit-code" ;;
         log) options="$common -n --lines --level -f --follow" ;;
+        monitor) options="$common $stream --from --date --count" ;;
         doctor) options="$common --stacks --bundle" ;;
         keygen) options="--help" ;;
         sign) options="--help --key" ;;
