@@ -123,11 +123,9 @@ std::string plainTextOf(const StreamRecord& record, const KeyNames& names) {
         case EKind::Text:
             return key + " = \"" + std::string(text) + '"';
         case EKind::Float:
-            return key + " = " + numberText(floatOf(record));
         case EKind::Int:
-            return key + " = " + std::to_string(static_cast<std::int32_t>(record.value));
         case EKind::Bool:
-            return key + (record.value != 0 ? " = true" : " = false");
+            return key + " = " + valueOf(record);
         case EKind::Unset:
             return key + " unset";
         case EKind::Event:
@@ -424,6 +422,29 @@ std::string subjectOf(const StreamRecord& record, const KeyNames& names) {
             break;
     }
     return std::string(text);
+}
+
+std::string valueOf(const StreamRecord& record) {
+    switch (record.kind) {
+        case EKind::Text:
+        case EKind::Event:
+            return record.text;
+        case EKind::Float:
+            return numberText(floatOf(record));
+        case EKind::Int:
+            return std::to_string(static_cast<std::int32_t>(record.value));
+        case EKind::Bool:
+            return record.value != 0 ? "true" : "false";
+        default:
+            return {};
+    }
+}
+
+std::uint64_t countOf(const StreamRecord& gap) {
+    std::string_view text = gap.text;
+    takeWord(text);
+    takeWord(text);
+    return takeWord(text);
 }
 
 std::string utcText(Time time) {

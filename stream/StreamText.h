@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "IStreamReader.h"
@@ -25,6 +26,12 @@ void appendJson(std::string& json, const StreamGap& gap);
 /// What a record is about, as a filter sees it: the name of a value or event, the function of a FID, else its
 /// text.
 std::string subjectOf(const StreamRecord& record, const KeyNames& names);
+
+/// What a value became or an event came with: "12.5", "true", the text as it is. Empty for all else.
+std::string valueOf(const StreamRecord& record);
+
+/// How many records a record of a gap says that are missing; 0 where it does not say.
+std::uint64_t countOf(const StreamRecord& gap);
 
 /// "2026-11-22T14:03:22.181123Z".
 std::string utcText(Time time);

@@ -75,6 +75,21 @@ TEST_F(StreamTextTest, RecordsOfTheWrongFormAreShownAllTheSame) {
     }
 }
 
+TEST_F(StreamTextTest, ValueIsWhatAValueBecameOrAnEventCameWith) {
+    m_record.text = "a\nb";
+    m_record.value = 0x41480000;
+    for (const auto& [kind, expected] : std::vector<std::pair<EKind, std::string>>{{EKind::Text, "a\nb"},
+                                                                                   {EKind::Event, "a\nb"},
+                                                                                   {EKind::Float, "12.5"},
+                                                                                   {EKind::Int, "1095237632"},
+                                                                                   {EKind::Bool, "true"},
+                                                                                   {EKind::Unset, ""},
+                                                                                   {EKind::Exit, ""}}) {
+        m_record.kind = kind;
+        EXPECT_EQ(stream::valueOf(m_record), expected);
+    }
+}
+
 TEST_F(StreamTextTest, GapOfTheKeeperSaysWhy) {
     m_record.kind = EKind::Gap;
     m_record.value = 4;
@@ -82,6 +97,7 @@ TEST_F(StreamTextTest, GapOfTheKeeperSaysWhy) {
     m_record.text.assign(reinterpret_cast<const char*>(words.data()), sizeof words);
     EXPECT_EQ(stream::lineOf(m_record, m_names),
               "14:03:22.181123 host gap 3 records of #7 to #9 not taken by the disk");
+    EXPECT_EQ(stream::countOf(m_record), 3u);
     EXPECT_EQ(json(), R"({"number":7,"time":"2026-11-22T14:03:22.181123Z","kind":"gap","driver":"host",)"
                       R"("reason":"not taken by the disk","first":7,"next":10,"count":3})");
 }
