@@ -21,6 +21,9 @@
 #include "Nearest.h"
 #include "OverviewCommands.h"
 #include "Printable.h"
+#include "RecordingCommands.h"
+#include "RecordingExport.h"
+#include "RecordingKeep.h"
 #include "RecordingSearch.h"
 #include "RemoteControl.h"
 #include "SendCommand.h"
@@ -57,6 +60,10 @@ struct Words {
     DoctorCommand::Choice doctor;
     RecordingSearch::Choice recording;
     MonitorCommand::Choice monitor;
+    RecordingCommands::Choice records;
+    RecordingExport::Choice exported;
+    RecordingKeep::Choice kept;
+    std::string recorded;  ///< the path of a recording
     unsigned number = 0;
     std::optional<double> timeout;  ///< in seconds
     bool isLong = false;
@@ -79,9 +86,19 @@ public:
         : m_app(app), m_words(words), m_screen(screen) {}
 
     CLI::App* add(const char* pName, const char* pHelp, Action action) {
-        CLI::App* pCommand = m_app.add_subcommand(pName, pHelp);
+        return add(m_app, pName, pHelp, std::move(action));
+    }
+    /// One below another.
+    CLI::App* add(CLI::App& above, const char* pName, const char* pHelp, Action action) {
+        CLI::App* pCommand = above.add_subcommand(pName, pHelp);
         m_actions.emplace_back(pCommand, std::move(action));
         return pCommand;
+    }
+    /// A name that has commands below it.
+    CLI::App* addGroup(const char* pName, const char* pHelp) {
+        CLI::App* pGroup = m_app.add_subcommand(pName, pHelp);
+        pGroup->require_subcommand(1);
+        return pGroup;
     }
     /// One that needs a host.
     CLI::App* addRemote(const char* pName, const char* pHelp, RemoteAction action) {
@@ -289,6 +306,11 @@ void addHostCommands(Commands& commands, Words& words, const Screen& screen) {
         ->type_name("FILE.tar.gz");
 }
 
+void addRingOption(CLI::App& app, Words& words) {
+    app.add_option("--ring", words.recording.ring, "this file of rings, whatever hosts there are")
+        ->type_name("FILE");
+}
+
 /// Which records are wanted.
 void addStreamOptions(CLI::App& app, StreamChoice& choice) {
     app.add_option(
@@ -328,7 +350,91 @@ void addRecordingCommands(Commands& commands, Words& words, const Screen& screen
     pMonitor->add_option("--count", words.monitor.count, "end after so many records")
         ->type_name("N")
         ->check(CLI::Range(1u, 4'000'000'000u).description(""));
-    pMonitor->add_option("--ring", words.recording.ring, "this file of rings, whatever hosts there are")
+    addRingOption(*pMonitor, words);
+
+    CLI::App& recording = *commands.addGroup("recording", "what happened, from what hosts have recorded");
+    const auto addPlace = [&words, &commands](CLI::App& app) {
+        commands.addCommonOptions(app);
+        addRingOption(app, words);
+        app.add_option("--directory", words.recording.directory, "this directory of segments")
+            ->type_name("DIR");
+    };
+    const auto addRecords = [&, place, addPlace](const char* pName, const char* pHelp, auto action) {
+        CLI::App* pCommand = commands.add(recording, pName, pHelp, [&words, &screen, place, action] {
+            words.records.asJson = words.remote.asJson;
+            words.records.what.filter();
+            RecordingCommands::boundsOf(words.records);
+            const RecordingFiles files =
+                words.recorded.empty() ? RecordingFiles::of(place()) : RecordingFiles::at(words.recorded);
+            return static_cast<int>(action(RecordingCommands(screen), files));
+        });
+        addPlace(*pCommand);
+        addStreamOptions(*pCommand, words.records.what);
+        pCommand
+            ->add_option(
+                "recording", words.recorded,
+                "a black box, a segment, a directory of these or a file of rings (default what the host "
+                "has recorded)")
+            ->type_name("PATH");
+        pCommand
+            ->add_option("--from", words.records.from,
+                         "only from this moment on: 14:03, 2026-11-22 14:03:22.5, or 5m for five minutes ago")
+            ->type_name("TIME");
+        return pCommand;
+    };
+    const auto addEnd = [&words](CLI::App& app, const char* pName) {
+        app.add_option(pName, words.records.to, "only up to this moment")->type_name("TIME");
+    };
+    CLI::App* pList = commands.add(recording, "list", "list what is recorded", [&words, &screen, place] {
+        return static_cast<int>(RecordingCommands(screen).list(place(), words.remote.asJson));
+    });
+    addPlace(*pList);
+    CLI::App* pShow = addRecords(
+        "show", "print the records",
+        [&words](auto sut, const RecordingFiles& files) { return sut.show(files, words.records); });
+    addEnd(*pShow, "--to,--until");
+    pShow->add_option("--count", words.records.count, "end after so many records")
+        ->type_name("N")
+        ->check(CLI::Range(1u, 4'000'000'000u).description(""));
+    CLI::App* pStats = addRecords(
+        "stats", "count the records by driver and kind",
+        [&words](auto sut, const RecordingFiles& files) { return sut.stats(files, words.records); });
+    addEnd(*pStats, "--to,--until");
+    CLI::App* pExport =
+        addRecords("export", "write the records for other programs",
+                   [&words, &screen](auto, const RecordingFiles& files) {
+                       return RecordingExport(screen).run(files, words.records, words.exported);
+                   });
+    addEnd(*pExport, "--until");
+    pExport->add_option("--to", words.exported.format, "mcap, jsonl or csv")
+        ->type_name("FORMAT")
+        ->required()
+        ->check(CLI::IsMember({"mcap", "jsonl", "csv"}).description(""));
+    pExport->add_option("--output", words.exported.output, "a new file (default standard output)")
+        ->type_name("FILE");
+    pExport->add_flag("--redact", words.exported.isRedacted,
+                      "without what drivers and people wrote: texts, parameters, commands, lines");
+    CLI::App* pDiff = addRecords(
+        "diff", "tell what is otherwise at one moment than at an earlier one",
+        [&words](auto sut, const RecordingFiles& files) { return sut.diff(files, words.records); });
+    addEnd(*pDiff, "--to,--until");
+    pDiff->get_option("--from")->required();
+
+    CLI::App* pKeep =
+        commands.add(recording, "keep", "put the last minute aside, where no host takes it away",
+                     [&words, &screen, place] {
+                         const RecordingPlace found = place();
+                         return static_cast<int>(RecordingKeep(screen).run(RecordingFiles::of(found),
+                                                                           found.directory, words.kept));
+                     });
+    addPlace(*pKeep);
+    pKeep->add_option("--note", words.kept.note, "what it is kept for")->type_name("TEXT");
+    pKeep->add_option("--before", words.kept.before, "how many seconds (default 60)")
+        ->type_name("S")
+        ->check(CLI::Range(1u, 86'400u).description(""));
+    pKeep
+        ->add_option("--output", words.kept.output,
+                     "a new file (default one in the directory, below \"kept\")")
         ->type_name("FILE");
 }
 
@@ -359,19 +465,29 @@ std::string unknownText(const char* pKind, const std::string& word, const std::v
     return text + (names.empty() ? s_whatIsRight : base::didYouMeanQuoted(names));
 }
 
-/// What is wrong with the first word that can only be meant as a command; empty where nothing is.
+/// What is wrong with the first words that can only be meant as a command; empty where nothing is.
 std::string commandFault(const CLI::App& app, int argc, const char* const* argv) {
-    std::vector<std::string> names;
-    for (const CLI::App* pCommand : app.get_subcommands(nullptr))
-        names.push_back(pCommand->get_name());
+    const CLI::App* pAbove = &app;
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
-        if (word == "--host")
+        if (word == "--host") {
             ++i;
-        else if (!word.starts_with("-"))
-            return std::find(names.begin(), names.end(), word) == names.end()
-                       ? unknownText("command", word, names)
-                       : std::string();
+            continue;
+        }
+        if (word.starts_with("-"))
+            continue;
+        const CLI::App* pNamed = nullptr;
+        std::vector<std::string> names;
+        for (const CLI::App* pCommand : pAbove->get_subcommands(nullptr)) {
+            names.push_back(pCommand->get_name());
+            if (word == pCommand->get_name())
+                pNamed = pCommand;
+        }
+        if (!pNamed)
+            return unknownText("command", word, names);
+        if (pNamed->get_subcommands(nullptr).empty())
+            return {};
+        pAbove = pNamed;
     }
     return {};
 }
@@ -379,9 +495,10 @@ std::string commandFault(const CLI::App& app, int argc, const char* const* argv)
 /// The same for the first word that nothing takes and that can only be meant as an option. After parsing.
 std::string optionFault(const CLI::App& app) {
     std::vector<const CLI::App*> places{&app};
-    for (const CLI::App* pCommand : app.get_subcommands())
-        places.push_back(pCommand);
-    for (const CLI::App* pPlace : places) {
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        const CLI::App* const pPlace = places[i];
+        for (const CLI::App* pCommand : pPlace->get_subcommands())
+            places.push_back(pCommand);
         std::vector<std::string> names;
         for (const CLI::Option* pOption : pPlace->get_options()) {
             for (const std::string& name : pOption->get_lnames())

@@ -32,29 +32,36 @@ _mfctl_offer() {
 _mfctl() {
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" place=0 i
     local commands="drivers driver reload stop start state send set unset event events macros macro check plan apply
-        history diff undo health log queues sessions attach shutdown monitor doctor keygen sign verify"
+        history diff undo health log queues sessions attach shutdown monitor recording doctor keygen sign verify"
     local common="--help --host --json" stream="--driver --kind --glob --ring" options=""
     local kinds="value event fid command start exit hang restart configuration log output stale merged mark wire gap"
     COMPREPLY=()
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case "${COMP_WORDS[i]}" in
-            --host | --timeout | --wait | --type | --lines | -n | --level | --bundle | --key | --trust | --driver | --kind | --glob | --from | --count | --ring)
+            --host | --timeout | --wait | --type | --lines | -n | --level | --bundle | --key | --trust | --driver | --kind | --glob | --from | --count | --ring | \
+                --directory | --to | --until | --output | --note | --before)
                 ((i++))
                 ;;
             -* | =) ;;
             *)
-                if [[ -z $command ]]; then command=${COMP_WORDS[i]}; else ((place++)); fi
+                if [[ -z $command ]]; then
+                    command=${COMP_WORDS[i]}
+                elif [[ $command == recording ]]; then
+                    command="recording ${COMP_WORDS[i]}"
+                else
+                    ((place++))
+                fi
                 ;;
         esac
     done
 
     case "$previous" in
-        --host | --bundle | --key | --ring)
+        --host | --bundle | --key | --ring | --output)
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             return
             ;;
-        --trust)
+        --trust | --directory)
             mapfile -t COMPREPLY < <(compgen -d -- "$cur")
             return
             ;;
@@ -83,10 +90,14 @@ _mfctl() {
             return
             ;;
         --from)
-            _mfctl_offer "oldest newest"
+            [[ $command != monitor ]] || _mfctl_offer "oldest newest"
             return
             ;;
-        --timeout | --lines | -n | --count) return ;;
+        --to)
+            [[ $command != "recording export" ]] || _mfctl_offer "mcap jsonl csv"
+            return
+            ;;
+        --timeout | --lines | -n | --count | --until | --note | --before) return ;;
     esac
 
     case "$command" in
@@ -106,6 +117,12 @@ _mfctl() {
         plan) options="$common --exit-code" ;;
         log) options="$common -n --lines --level -f --follow" ;;
         monitor) options="$common $stream --from --date --count" ;;
+        recording) options="--help" ;;
+        "recording list") options="$common --ring --directory" ;;
+        "recording show") options="$common $stream --directory --from --to --until --count" ;;
+        "recording stats" | "recording diff") options="$common $stream --directory --from --to --until" ;;
+        "recording export") options="$common $stream --directory --from --until --to --output --redact" ;;
+        "recording keep") options="$common --ring --directory --note --before --output" ;;
         doctor) options="$common --stacks --bundle" ;;
         keygen) options="--help" ;;
         sign) options="--help --key" ;;
@@ -118,7 +135,7 @@ _mfctl() {
     fi
 
     case "$command" in
-        sign | verify)
+        sign | verify | "recording show" | "recording stats" | "recording export" | "recording diff")
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             return
             ;;
@@ -126,6 +143,7 @@ _mfctl() {
     [[ $place -eq 0 ]] || return
     case "$command" in
         driver | reload | stop | start | log) _mfctl_offer "$(_mfctl_drivers)" ;;
+        recording) _mfctl_offer "list show stats export diff keep" ;;
         send)
             compopt -o nospace 2>/dev/null
             _mfctl_offer "$(_mfctl_drivers | sed 's/$/./')"

@@ -35,9 +35,16 @@ def options(text):
     return set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", " ".join(heads)))
 
 
-def commands():
-    listed = help_of("mfctl").split("Subcommands:")[1]
+def commands(*above):
+    """The names of the commands, or of those below one."""
+    listed = help_of("mfctl", *above).partition("Subcommands:")[2]
     return re.findall(r"^  (\w+) ", listed, re.M)
+
+
+def all_commands():
+    """The words of each command, those below others as well."""
+    found = [[command] for command in commands()]
+    return found + [[*above, command] for above in found for command in commands(*above)]
 
 
 def page(name):
@@ -92,20 +99,21 @@ class ManualTest(unittest.TestCase):
 
     def test_every_command_and_option_of_the_control_has_its_place(self):
         texts = {"mfctl.1": page("mfctl.1"), "bash": BASH.read_text(), "zsh": ZSH.read_text()}
-        found = commands()
-        self.assertGreater(len(found), 25)
+        found = all_commands()
+        self.assertGreater(len(found), 35)
         for command in found:
             for name, text in texts.items():
-                self.assertTrue(has(text, command), f"{command} in {name}")
-            for option in options(help_of("mfctl", command)) - {"-h"}:
+                self.assertTrue(has(text, command[-1]), f"{command} in {name}")
+            for option in options(help_of("mfctl", *command)) - {"-h"}:
                 for name, text in texts.items():
                     self.assertTrue(has(text, option), f"{command} {option} in {name}")
 
     def test_bash_offers_the_commands_and_the_options_of_each(self):
         self.assertEqual(sorted(self.complete("")), sorted(commands()))
-        for command in commands():
-            offered = set(self.complete(command, "-"))
-            self.assertEqual(offered, options(help_of("mfctl", command)) - {"-h"}, command)
+        self.assertEqual(sorted(self.complete("recording", "")), sorted(commands("recording")))
+        for command in all_commands():
+            offered = set(self.complete(*command, "-"))
+            self.assertEqual(offered, options(help_of("mfctl", *command)) - {"-h"}, command)
 
     def test_every_attribute_has_its_place(self):
         for schema, name in (("workplace.xsd", "mfhost-workplace.5"), ("descriptor.xsd", "mfhost-descriptor.5")):

@@ -125,7 +125,7 @@ TEST_F(ControlLineTest, HelpListsTheCommands) {
          {"drivers",  "driver", "reload", "stop",   "start",  "state",  "send",     "set",
           "unset",    "event",  "events", "macros", "macro",  "check",  "plan",     "apply",
           "history",  "diff",   "undo",   "health", "log",    "queues", "sessions", "attach",
-          "shutdown", "doctor", "keygen", "sign",   "verify", "monitor"})
+          "shutdown", "doctor", "keygen", "sign",   "verify", "monitor", "recording"})
         EXPECT_THAT(m_out.str(), HasSubstr("\n  " + std::string(command) + " "));
 }
 

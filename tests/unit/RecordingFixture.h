@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -14,6 +15,7 @@
 #include "FidFields.h"
 #include "KeyTable.h"
 #include "Screen.h"
+#include "SegmentWriter.h"
 #include "StreamFixture.h"
 #include "StreamWriter.h"
 #include "TemporaryDirectory.h"
@@ -27,11 +29,39 @@ protected:
     }
 
     std::string ringPath() const { return m_directory.path("stream.ring"); }
+    /// A segment of the directory "recording" that has what the rings have from one number to another, but
+    /// for the definitions. Its path.
+    std::string keep(const std::string& name, std::uint64_t first, std::uint64_t last) {
+        std::filesystem::create_directories(
+            std::filesystem::path(m_directory.path("recording/" + name)).parent_path());
+        const std::string path = m_directory.path("recording/" + name);
+        std::string error;
+        const auto pSegment = stream::SegmentWriter::create(path, m_pRing->instance(), error);
+        EXPECT_NE(nullptr, pSegment) << error;
+        const stream::StreamSource source(*m_pRing);
+        const auto pReader = readerOf(source);
+        while (pReader->next({}) == stream::IStreamReader::EResult::Record) {
+            const auto& record = pReader->record();
+            if (record.number >= first && record.number <= last && record.kind != stream::EKind::Define)
+                pSegment->add(record, pReader->names());
+        }
+        EXPECT_EQ("", pSegment->writeFrame());
+        return path;
+    }
     /// The host ends; its file stays.
     void die() {
         m_pWriter.reset();
         m_pKeys.reset();
         m_pRing.reset();
+    }
+    /// Another host starts in its place.
+    void startAnew(const std::string& instance) {
+        die();
+        stream::StreamRing::Settings settings = small(ringPath());
+        settings.instance = instance;
+        m_pRing = ringOf(settings);
+        m_pKeys = std::make_unique<stream::KeyTable>(*m_pRing);
+        m_pWriter = std::make_unique<stream::StreamWriter>(*m_pRing, *m_pKeys);
     }
     std::uint16_t driver(std::string_view id) { return m_pKeys->driver(id, at(0)); }
     stream::StreamWriter::Key key(std::string_view driverID, std::string_view name) {
