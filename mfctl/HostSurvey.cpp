@@ -106,13 +106,24 @@ bool isLocked(const std::string& path, const std::string& proc) {
     return false;
 }
 
+/// Whether a host has made it for itself: mfd-UID-XXXXXX.
+bool isHostsOwn(const std::string& name) {
+    constexpr std::size_t head = 4;
+    constexpr std::size_t randomLetters = 6;
+    const std::size_t dash = name.rfind('-');
+    return name.starts_with("mfd-") && dash != std::string::npos && dash > head &&
+           dash + 1 + randomLetters == name.size() &&
+           std::all_of(name.begin() + head, name.begin() + static_cast<std::ptrdiff_t>(dash),
+                       [](char c) { return c >= '0' && c <= '9'; });
+}
+
 /// place: where this process finds it.
 HostSurvey::QueueDirectory queueDirectory(const std::string& path, const std::string& place,
                                           const std::string& proc) {
     std::error_code failed;
     HostSurvey::QueueDirectory directory{path, fs::is_directory(place, failed), false, {}};
     // A host locks only a directory that it has made.
-    directory.isHeld = !HostSurvey::isHostsOwn(fs::path(path).filename().string()) || isLocked(place, proc);
+    directory.isHeld = !isHostsOwn(fs::path(path).filename().string()) || isLocked(place, proc);
     for (fs::directory_iterator entry(place, failed), end; !failed && entry != end; entry.increment(failed)) {
         struct stat info {};
         if (::lstat(entry->path().c_str(), &info) != 0)
@@ -142,7 +153,7 @@ std::map<std::string, std::string> queuePlaces(const std::vector<ProcessFacts>& 
     }
     for (fs::directory_iterator entry(settings.sharedMemory, failed), end; !failed && entry != end;
          entry.increment(failed)) {
-        if (HostSurvey::isHostsOwn(entry->path().filename().string()))
+        if (isHostsOwn(entry->path().filename().string()))
             places.emplace(entry->path().string(), entry->path().string());
     }
     return places;
@@ -171,16 +182,6 @@ std::vector<unsigned> loadSince(const ProcessFacts& before, const std::string& p
 bool HostSurvey::Host::answers() const {
     return std::any_of(sockets.begin(), sockets.end(),
                        [](const Socket& socket) { return !socket.answer.empty(); });
-}
-
-bool HostSurvey::isHostsOwn(const std::string& name) {
-    constexpr std::size_t head = 4;
-    constexpr std::size_t randomLetters = 6;
-    const std::size_t dash = name.rfind('-');
-    return name.starts_with("mfd-") && dash != std::string::npos && dash > head &&
-           dash + 1 + randomLetters == name.size() &&
-           std::all_of(name.begin() + head, name.begin() + static_cast<std::ptrdiff_t>(dash),
-                       [](char c) { return c >= '0' && c <= '9'; });
 }
 
 HostSurvey HostSurvey::take(const Settings& settings) {

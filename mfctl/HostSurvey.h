@@ -57,8 +57,6 @@ struct HostSurvey {
     };
     static HostSurvey take(const Settings& settings);
 
-    /// Whether the name is that of a queue directory which a host has made for itself: mfd-UID-XXXXXX.
-    static bool isHostsOwn(const std::string& name);
     /// What keeps a host or driver process from working, as far as the kernel tells; empty where nothing
     /// does.
     static std::string trouble(const Process& process);

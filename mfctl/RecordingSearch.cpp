@@ -7,10 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <string_view>
 
 #include "ApiClient.h"
 #include "ControlError.h"
-#include "HostSurvey.h"
 #include "RemoteControl.h"
 
 namespace fs = std::filesystem;
@@ -22,6 +23,16 @@ constexpr std::chrono::milliseconds s_patience{2'000};
 bool isThere(const std::string& path) {
     struct stat info {};
     return !path.empty() && ::stat(path.c_str(), &info) == 0;
+}
+
+/// Whether it is a directory that a host has made for its queues or its rings, mfd-UID-... of that user's:
+/// another user's would have us read what no host has written.
+bool isHostsOwn(const fs::path& path) {
+    const std::string name = path.filename().string();
+    const std::string_view head = "mfd-";
+    struct stat info {};
+    return name.starts_with(head) && ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
+           name.substr(head.size()).starts_with(std::to_string(info.st_uid) + '-');
 }
 
 /// As this process finds it: a host in a sandbox has a /dev/shm of its own.
@@ -80,7 +91,9 @@ RecordingPlace RecordingSearch::ofHost(const std::string& host) const {
 
 RecordingPlace RecordingSearch::left(const std::string& host) const {
     std::string fault;
-    RecordingPlace place{newestRing(fault), leftDirectory(host)};
+    RecordingPlace place;
+    place.ring = newestRing(fault);
+    place.directory = leftDirectory(host, place.ring);
     if (place.ring.empty() && place.directory.empty() && !fault.empty())
         throw ControlError(EExit::NotAllowed, "no host answers, and " + fault);
     return place;
@@ -93,7 +106,7 @@ std::string RecordingSearch::newestRing(std::string& fault) const {
     std::error_code failed;
     for (fs::directory_iterator entry(m_settings.sharedMemory, failed), end; !failed && entry != end;
          entry.increment(failed)) {
-        if (HostSurvey::isHostsOwn(entry->path().filename().string()))
+        if (isHostsOwn(entry->path()))
             directories.push_back(entry->path().string());
     }
     std::string newest;
@@ -116,11 +129,17 @@ std::string RecordingSearch::newestRing(std::string& fault) const {
     return newest;
 }
 
-std::string RecordingSearch::leftDirectory(const std::string& host) const {
+std::string RecordingSearch::leftDirectory(const std::string& host, const std::string& ring) const {
     const auto isDirectory = [](const std::string& path) {
         std::error_code failed;
         return fs::is_directory(path, failed);
     };
+    if (!ring.empty()) {
+        std::string named;
+        std::getline(std::ifstream(fs::path(ring).replace_filename(s_placeName)), named);
+        if (named.starts_with('/') && isDirectory(named))
+            return named;
+    }
     // A relative path would mean another place wherever it is told.
     std::error_code failed;
     const std::string here = (fs::absolute(m_settings.current, failed).lexically_normal() / s_directoryName);

@@ -41,6 +41,8 @@ public:
 
     /// The name of a file of rings beside queues.
     static constexpr const char* s_ringName = "stream.ring";
+    /// The name of the file beside it whose first line is the directory of the segments.
+    static constexpr const char* s_placeName = "stream.place";
     /// The name of a directory of segments in a host's working directory.
     static constexpr const char* s_directoryName = "recording";
 
@@ -49,7 +51,7 @@ private:
     RecordingPlace ofHost(const std::string& host) const;
     RecordingPlace left(const std::string& host) const;
     std::string newestRing(std::string& fault) const;
-    std::string leftDirectory(const std::string& host) const;
+    std::string leftDirectory(const std::string& host, const std::string& ring) const;
 
     const Screen m_screen;
     const HostSocket m_socket;

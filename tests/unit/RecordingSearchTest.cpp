@@ -1,6 +1,7 @@
 #include "RecordingSearch.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -35,6 +36,9 @@ protected:
                             fs::file_time_type::clock::now() - std::chrono::seconds(secondsOld));
         return m_machine.path(name);
     }
+    static std::string own(const std::string& end) {
+        return "mfd-" + std::to_string(::geteuid()) + '-' + end;
+    }
     /// No host answers.
     void silence() { m_sockets = m_machine.path("nothing"); }
     std::string silent() const { return "no host answers at a mfhost*.sock in " + m_sockets; }
@@ -48,7 +52,7 @@ protected:
 
 TEST_F(RecordingSearchTest, HostTellsWhere) {
     tell(R"({"ring":"/run/r","directory":"/var/d"})");
-    leave("shm/mfd-0-abcdef", 0);
+    leave("shm/" + own("abcdef"), 0);
     EXPECT_EQ("/run/r", find().ring);
     EXPECT_EQ("/var/d", find().directory);
     EXPECT_EQ("", err());
@@ -79,10 +83,12 @@ TEST_F(RecordingSearchTest, WhatIsNamedNeedsNoHost) {
 
 TEST_F(RecordingSearchTest, WithoutAnAnswerItIsTheNewestThatIsLeft) {
     silence();
-    leave("shm/mfd-0-abcdef", 50);
-    const std::string newest = leave("shm/mfd-1000-ghijkl", 10);
-    leave("shm/mfd-0-mnopqr", 20);
+    leave("shm/" + own("abcdef"), 50);
+    const std::string newest = leave("shm/" + own("ring-ghijkl"), 10);
+    leave("shm/" + own("mnopqr"), 20);
     leave("shm/other", 0);
+    // In the name of a user whose it is not.
+    leave("shm/mfd-" + std::to_string(::geteuid() + 1) + "-stuvwx", 0);
     EXPECT_EQ(newest, find().ring);
     EXPECT_EQ("", find().directory);
     EXPECT_EQ("mfctl: " + silent() + "; reading what is left: " + newest + "\n",
@@ -92,9 +98,21 @@ TEST_F(RecordingSearchTest, WithoutAnAnswerItIsTheNewestThatIsLeft) {
     EXPECT_EQ(given, find().ring);
 }
 
+TEST_F(RecordingSearchTest, FileBesideTheRingsNamesTheDirectoryOfTheSegments) {
+    silence();
+    const std::string ring = leave("shm/" + own("ring-abcdef"), 0);
+    fs::create_directories(m_machine.path("segments"));
+    m_machine.write("shm/" + own("ring-abcdef") + "/stream.place", m_machine.path("segments") + "\nmore");
+    EXPECT_EQ(m_machine.path("segments"), find().directory);
+    EXPECT_EQ(ring, find().ring);
+    fs::create_directories(m_machine.path("work/recording"));
+    fs::remove(m_machine.path("segments"));
+    EXPECT_EQ(m_machine.path("work/recording"), find().directory);
+}
+
 TEST_F(RecordingSearchTest, HostThatHangsLeavesItsRingToBeRead) {
     m_host.fallSilent();
-    const std::string ring = leave("shm/mfd-0-abcdef", 0);
+    const std::string ring = leave("shm/" + own("abcdef"), 0);
     EXPECT_EQ(ring, find().ring);
     EXPECT_THAT(err(), testing::HasSubstr("the host at " + m_host.path() + " does not answer"));
     EXPECT_THAT(err(), testing::HasSubstr("; reading what is left: " + ring + "\n"));
@@ -121,14 +139,14 @@ TEST_F(RecordingSearchTest, NothingIsNoHost) {
 
 TEST_F(RecordingSearchTest, SeveralHostsAreWrongUsage) {
     const CannedHost other(m_directory.path("mfhost-2.sock"), "i2");
-    leave("shm/mfd-0-abcdef", 0);
+    leave("shm/" + own("abcdef"), 0);
     EXPECT_EQ(EExit::WrongUsage, errorOf([&] { find(); }).first);
 }
 
 TEST_F(RecordingSearchTest, WhatMayNotBeLookedIntoIsNotAllowed) {
     silence();
-    leave("shm/mfd-0-abcdef", 0);
-    const std::string directory = m_machine.path("shm/mfd-0-abcdef");
+    leave("shm/" + own("abcdef"), 0);
+    const std::string directory = m_machine.path("shm/" + own("abcdef"));
     ASSERT_EQ(0, ::chmod(directory.c_str(), 0));
     std::pair<EExit, std::string> refusal;
     {
