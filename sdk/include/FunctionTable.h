@@ -10,6 +10,12 @@
 
 namespace mfd {
 
+/// What the log says of a FID that a driver does not know, where every driver says the same: the host reads
+/// it, too.
+inline std::string unknownFunctionText(const std::string& fid, const std::string& names) {
+    return "unknown FID \"" + fid + "\"; known are " + names;
+}
+
 /// The FIDs that a driver knows, each with the operation that does it. A driver has them as a static array,
 /// and its sendFID() leaves the rest to MfdDriverBase::callFunction():
 ///

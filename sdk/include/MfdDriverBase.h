@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iostream>
 #include <string>
 
 #include "FIDParameterList.h"
@@ -10,6 +11,7 @@
 #include "IPanelState.h"
 #include "ISystem.h"
 #include "InterfaceIds.h"
+#include "mfd/LogPresence.h"
 #include "sal/LogManager.h"
 
 /// What most drivers share: keeps the configuration and the interfaces that the loader hands in, answers both
@@ -88,7 +90,7 @@ protected:
                       const FIDParameterList& parameters) const {
         const auto* pFunction = functions.find(fid);
         if (!pFunction) {
-            log(sal::LogOutput::eWarning, "unknown FID \"" + fid + "\"; known are " + functions.names());
+            log(sal::LogOutput::eWarning, mfd::unknownFunctionText(fid, functions.names()));
             return false;
         }
         for (const char* parameter : pFunction->needed) {
@@ -100,11 +102,17 @@ protected:
         return (static_cast<const Driver&>(*this).*pFunction->handler)(parameters);
     }
 
-    /// Writes one line to the log output named after the driver ID, so that the line tells whose it is. Any
-    /// thread, once the configuration is there.
+    /// Writes one line to the log output named after the driver ID, so that the line tells whose it is; to
+    /// standard error where the program has no log, as a test of the driver alone. Any thread, once the
+    /// configuration is there.
     void log(sal::LogOutput::ELevel level, const std::string& text) const {
-        if (sal::LogOutput* pLog = sal::LogManager::getInstance()->getLogOutput(m_configuration.driverID))
+        sal::LogOutput* pLog = mfd::LogPresence::isThere()
+                                   ? sal::LogManager::getInstance()->getLogOutput(m_configuration.driverID)
+                                   : nullptr;
+        if (pLog)
             pLog->level(level) << text << std::endl;
+        else
+            std::cerr << m_configuration.driverID + ": " + text + "\n" << std::flush;
     }
 
 private:

@@ -1,0 +1,11 @@
+#pragma once
+
+/// How the test kit moves the time of a driver, in either mode: the variable has the driver's timers stand
+/// still, the function lets "ms" pass, the event tells with "number" that all which was due is done.
+namespace mfd {
+
+inline constexpr const char* testTimeVariable = "MFD_TEST_TIME";
+inline constexpr const char* advanceFunction = "mfd.advance";
+inline constexpr const char* advancedEvent = "mfd.advanced";
+
+}  // namespace mfd

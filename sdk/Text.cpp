@@ -1,0 +1,18 @@
+#include "mfd/Text.h"
+
+namespace mfd {
+
+std::string fittingText(const std::string& text) {
+    if (text.size() <= longestText)
+        return text;
+    std::size_t end = longestText;
+    // Back to the beginning of a character; what is no UTF-8 is cut where the room ends.
+    const auto continues = [&](std::size_t at) {
+        return (static_cast<unsigned char>(text[at]) & 0xc0U) == 0x80U;
+    };
+    while (end > longestText - 4 && continues(end))
+        --end;
+    return text.substr(0, continues(end) ? longestText : end);
+}
+
+}  // namespace mfd

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "mfd/StateSlot.h"
+#include "mfd/Text.h"
+
+namespace mfd {
+
+/// A state value of a driver, of type bool, int, float, double (shown as a float) or std::string, as a member
+/// that is made with the driver and the ID: mfd::State<bool> lit{*this, "LIT", false}. Setting it reports it
+/// as DRIVER.LIT when it has changed. What is set before the driver begins is reported then; what is set
+/// after deinitialize() is kept from the panel. A text is cut to 255 bytes. Any thread.
+template <class Type>
+class State : public StateSlot {
+    static_assert(std::is_same_v<Type, bool> || std::is_same_v<Type, int> || std::is_same_v<Type, float> ||
+                      std::is_same_v<Type, double> || std::is_same_v<Type, std::string>,
+                  "a state is a bool, an int, a float, a double or a std::string");
+
+public:
+    State(Driver& driver, std::string id) : StateSlot(driver, std::move(id)) {}
+    State(Driver& driver, std::string id, Type first)
+        : StateSlot(driver, std::move(id)), m_value(std::move(first)) {}
+
+    State& operator=(Type value) {
+        set(std::move(value));
+        return *this;
+    }
+    void set(Type value) {
+        std::lock_guard lock(m_mutex);
+        if (m_isReported && m_value == value)
+            return;
+        m_value = std::move(value);
+        report();
+    }
+    /// The value is not known any more, that of a device that was lost say.
+    void unset() {
+        std::lock_guard lock(m_mutex);
+        if (m_isReported && !m_value)
+            return;
+        m_value.reset();
+        report();
+    }
+    /// What was set last; nothing when that is not known.
+    std::optional<Type> value() const {
+        std::lock_guard lock(m_mutex);
+        return m_value;
+    }
+
+private:
+    bool hasValue() const override { return m_value.has_value(); }
+    void tell(IPanelState& panel) const override {
+        if (!m_value)
+            panel.unsetStateValue(id());
+        else if constexpr (std::is_same_v<Type, bool>)
+            panel.setStateValueBool(id(), *m_value);
+        else if constexpr (std::is_same_v<Type, int>)
+            panel.setStateValueInt(id(), *m_value);
+        else if constexpr (std::is_same_v<Type, std::string>)
+            panel.setStateValue(id(), fittingText(*m_value));
+        else
+            panel.setStateValueFloat(id(), static_cast<float>(*m_value));
+    }
+
+    std::optional<Type> m_value;
+};
+
+}  // namespace mfd
