@@ -91,6 +91,7 @@ class InstallTest(unittest.TestCase):
             "include/mfd/IInterface.h", "include/mfd/sal/Module.h", "include/mfd/MfdDriver.h", "include/mfd/MfDriverManager.h",
             "share/mfhost/schema/workplace.xsd", "share/man/man1/mfhost.1", "share/man/man5/mfhost-workplace.5",
             "share/bash-completion/completions/mfctl", "share/zsh/site-functions/_mfctl",
+            "include/mfd/mfd/Driver.h", "lib/libmfd_kit.a", "lib/cmake/mfd/mfdDriver.cmake",
             "lib/systemd/system/mfhost@.service", "lib/systemd/system/mfhost-memory@.service",
             "lib/sysusers.d/mfhost.conf", "lib/tmpfiles.d/mfhost.conf",
             "share/doc/mfhost/LICENSE", "share/doc/mfhost/docs/operations.md", "share/doc/mfhost/examples/workplace.xml",
@@ -127,12 +128,27 @@ class InstallTest(unittest.TestCase):
                    "--config", self.prefix / "share/doc/mfhost/examples/workplace.xml", "--check", cwd="/")
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
 
+    def test_descriptor_of_another_module_is_refused(self):
+        self.write("other/Lamp.cpp", DRIVER)
+        self.write("other/lamp.xml", DESCRIPTOR.replace("lamp.so", "lampe.so"))
+        self.write("other/CMakeLists.txt", """\
+cmake_minimum_required(VERSION 3.25)
+project(other LANGUAGES CXX)
+find_package(mfd REQUIRED)
+mfd_add_driver(lamp SOURCES Lamp.cpp)
+""")
+        # Found in the build tree, too.
+        done = run("cmake", "-S", self.directory / "other", "-B", self.directory / "other/build",
+                   f"-DCMAKE_PREFIX_PATH={BUILD}")
+        self.assertEqual(done.returncode, 1, done.stdout)
+        self.assertIn("lamp.xml does not describe lamp.so", " ".join(done.stderr.split()))
+
     def test_driver_is_built_and_loaded(self):
         self.write("lamp/Lamp.cpp", DRIVER)
         page = (ROOT / "docs" / "operations.md").read_text()
         lists = re.search(r"```\ncmake_minimum_required\(VERSION 3.25\)\n(project\(lamp.*?)```", page, re.S)[1]
+        self.write("lamp/lamp.xml", DESCRIPTOR)
         place = self.built("lamp", lists)
-        self.write("lamp/build/lamp.xml", DESCRIPTOR)
         config = self.write("workplace.xml", WORKPLACE)
         work = self.directory / "work"
         work.mkdir()
