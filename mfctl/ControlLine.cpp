@@ -19,6 +19,7 @@
 #include "LogCommand.h"
 #include "MonitorCommand.h"
 #include "Nearest.h"
+#include "NewDriver.h"
 #include "OverviewCommands.h"
 #include "Printable.h"
 #include "RecordingCommands.h"
@@ -53,6 +54,7 @@ struct Words {
     std::string plan;
     std::string macro;
     std::string name;
+    std::string directory;
     std::string privateKey;
     std::string trust;
     std::vector<std::string> files;
@@ -458,6 +460,15 @@ void addSigningCommands(Commands& commands, Words& words, const Screen& screen) 
     pVerify->add_option("files", words.files, "what to check")->type_name("FILE")->required();
 }
 
+void addAuthorCommands(Commands& commands, Words& words, const Screen& screen) {
+    auto* pNew = commands.add("new-driver", "write the project of a new driver: code, descriptor, test", [&] {
+        return static_cast<int>(NewDriver(screen).write(words.name, words.directory));
+    });
+    pNew->add_option("name", words.name, "name of the driver, such as lamp")->type_name("NAME")->required();
+    pNew->add_option("--directory", words.directory, "where its files are written (default ./NAME)")
+        ->type_name("DIR");
+}
+
 /// "there is no command "drivres"; did you mean "drivers"?"
 std::string unknownText(const char* pKind, const std::string& word, const std::vector<std::string>& known) {
     const std::vector<std::string> names = base::nearest(word, known);
@@ -518,7 +529,7 @@ std::string optionFault(const CLI::App& app) {
 
 int runControlLine(int argc, const char* const* argv, const Screen& screen) {
     Words words;
-    CLI::App app("Controls a running mfhost, and signs the files of a workplace.", "mfctl");
+    CLI::App app("Controls a running mfhost, signs the files of a workplace, begins new drivers.", "mfctl");
     app.set_version_flag("--version", "mfctl " MFCTL_VERSION);
     app.require_subcommand(1);
     app.get_formatter()->column_width(28);
@@ -531,6 +542,7 @@ int runControlLine(int argc, const char* const* argv, const Screen& screen) {
     addHostCommands(commands, words, screen);
     addRecordingCommands(commands, words, screen);
     addSigningCommands(commands, words, screen);
+    addAuthorCommands(commands, words, screen);
 
     try {
         app.parse(argc, argv);

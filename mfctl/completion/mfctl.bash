@@ -32,7 +32,7 @@ _mfctl_offer() {
 _mfctl() {
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" place=0 i
     local commands="drivers driver reload stop start state send set unset event events macros macro check plan apply
-        history diff undo health log queues sessions attach shutdown monitor recording doctor keygen sign verify"
+        history diff undo health log queues sessions attach shutdown monitor recording doctor keygen sign verify new-driver"
     local common="--help --host --json" stream="--driver --kind --glob --ring" options=""
     local kinds="value event fid command start exit hang restart configuration log output stale merged mark wire gap"
     COMPREPLY=()
@@ -127,6 +127,7 @@ _mfctl() {
         keygen) options="--help" ;;
         sign) options="--help --key" ;;
         verify) options="--help --trust" ;;
+        new-driver) options="--help --directory" ;;
         *) options="$common" ;;
     esac
     if [[ $cur == -* ]]; then

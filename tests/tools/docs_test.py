@@ -21,7 +21,7 @@ def blocks(page, language):
 class DocsTest(unittest.TestCase):
     def test_programs_compile(self):
         pages = [page for page in PAGES if blocks(page, "cpp")]
-        self.assertEqual([page.name for page in pages], ["embedding.md", "writing-drivers.md"])
+        self.assertEqual([page.name for page in pages], ["drivers.md", "embedding.md", "writing-drivers.md"])
         for page in pages:
             for program in blocks(page, "cpp"):
                 done = subprocess.run(COMPILE, input=program, cwd=ROOT, capture_output=True, text=True, check=False)
@@ -34,7 +34,9 @@ class DocsTest(unittest.TestCase):
 
     def test_links_lead_somewhere(self):
         for page in PAGES:
-            for target in re.findall(r"\]\(([^)#]+)(?:#[^)]*)?\)", page.read_text()):
+            # A lambda of a program looks like a link.
+            text = re.sub(r"^```.*?^```$", "", page.read_text(), flags=re.M | re.S)
+            for target in re.findall(r"\]\(([^)#]+)(?:#[^)]*)?\)", text):
                 if not target.startswith("http"):
                     self.assertTrue((page.parent / target).exists(), f"{page.name}: {target}")
 

@@ -38,7 +38,7 @@ def options(text):
 def commands(*above):
     """The names of the commands, or of those below one."""
     listed = help_of("mfctl", *above).partition("Subcommands:")[2]
-    return re.findall(r"^  (\w+) ", listed, re.M)
+    return re.findall(r"^  ([\w-]+) ", listed, re.M)
 
 
 def all_commands():

@@ -122,10 +122,10 @@ TEST_F(ControlLineTest, ArgumentIsNotEchoedAsItIs) {
 TEST_F(ControlLineTest, HelpListsTheCommands) {
     EXPECT_EQ(0, run({"--help"}));
     for (const char* command :
-         {"drivers",  "driver", "reload", "stop",   "start",  "state",  "send",     "set",
-          "unset",    "event",  "events", "macros", "macro",  "check",  "plan",     "apply",
-          "history",  "diff",   "undo",   "health", "log",    "queues", "sessions", "attach",
-          "shutdown", "doctor", "keygen", "sign",   "verify", "monitor", "recording"})
+         {"drivers",  "driver", "reload", "stop",   "start",  "state",   "send",      "set",
+          "unset",    "event",  "events", "macros", "macro",  "check",   "plan",      "apply",
+          "history",  "diff",   "undo",   "health", "log",    "queues",  "sessions",  "attach",
+          "shutdown", "doctor", "keygen", "sign",   "verify", "monitor", "recording", "new-driver"})
         EXPECT_THAT(m_out.str(), HasSubstr("\n  " + std::string(command) + " "));
 }
 
