@@ -55,7 +55,7 @@ std::size_t EventLoop::stop(Milliseconds patience) {
     {
         std::lock_guard lock(m_mutex);
         if (!m_stopping)
-            m_stopBy = std::chrono::steady_clock::now() + patience;
+            m_lastWork = patience;
         m_stopping = true;
     }
     m_wakeup.wake();
@@ -164,8 +164,9 @@ void EventLoop::run() {
         for (int i = 0; i < found && !isStopping(); ++i)
             runWatched(events[static_cast<std::size_t>(i)].data.u64);
     }
+    const TimePoint end = std::chrono::steady_clock::now() + m_lastWork;
     std::pair<std::string, Work> piece;
-    while (std::chrono::steady_clock::now() < m_stopBy && takePosted(piece))
+    while (std::chrono::steady_clock::now() < end && takePosted(piece))
         perform(piece.first, piece.second);
 }
 

@@ -103,7 +103,7 @@ private:
     unsigned m_lastNumber = 0;
     bool m_stopping = false;
     TimePoint m_standsAt;
-    TimePoint m_stopBy = TimePoint::max();
+    Milliseconds m_lastWork{};  ///< how long it goes on once it stops
 
     std::thread m_thread;
 };
