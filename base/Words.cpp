@@ -1,5 +1,9 @@
 #include "Words.h"
 
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+
 namespace base {
 namespace {
 
@@ -52,6 +56,20 @@ Words splitWords(const std::string& line) {
     if (inWord)
         result.words.push_back(word);
     return result;
+}
+
+std::string shellWord(const std::string& text) {
+    const auto isPlain = [](unsigned char letter) {
+        constexpr std::string_view others = "_-./:=,+@%";
+        return letter < 128 &&
+               (std::isalnum(letter) != 0 || others.find(static_cast<char>(letter)) != others.npos);
+    };
+    if (!text.empty() && std::all_of(text.begin(), text.end(), isPlain))
+        return text;
+    std::string word = "'";
+    for (const char letter : text)
+        word += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
+    return word + "'";
 }
 
 }  // namespace base

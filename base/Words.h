@@ -16,4 +16,7 @@ struct Words {
 /// # is a comment. Any thread.
 Words splitWords(const std::string& line);
 
+/// The text as one word of a command that is typed into a shell: as it is, or in '...'. Any thread.
+std::string shellWord(const std::string& text);
+
 }  // namespace base

@@ -25,10 +25,12 @@
 #include "TerminalRelay.h"
 #include "TerminalView.h"
 #include "ThreadName.h"
+#include "Words.h"
 #include "sal/Directory.h"
 #include "sal/HostQueueDirectory.h"
 #include "sal/MessageQueue.h"
 #include "sal/Module.h"
+#include "sal/Path.h"
 #include "sal/Process.h"
 
 namespace {
@@ -101,6 +103,8 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                    .history = std::filesystem::absolute(s_history),
                    .isSignatureRequired = m_options.requireSignature,
                    .startsProcesses = m_options.startDriverProcesses,
+                   .byHand = "MFD_QUEUE_DIR=" + base::shellWord(m_queueDirectory.path()) + " " +
+                             base::shellWord(sal::Path::getExeBasePath().getPathString() + "/mfddllwrap"),
                    .queuePatience = m_options.stopTimeout},
                   m_drivers, m_supervisor,
                   {.concerns = [this](const std::string& driverID) { m_commands.setDriver(driverID); },

@@ -9,6 +9,7 @@
 #include "PanelNames.h"
 #include "ProcessSupervisor.h"
 #include "StartFault.h"
+#include "Words.h"
 #include "WorkplaceRestoring.h"
 #include "WorkplaceSnapshot.h"
 
@@ -521,10 +522,22 @@ void Workplace::endStart(const std::string& driverID, const std::string& queueFa
         return;
     if (!isProcessDriver(*driver)) {
         m_drivers.endStart(driverID, driver->isAlive ? std::string() : causeOf(driverID));
+        tellByHand(*driver);
         return;
     }
     const bool isToAsk = queueFault.empty() && driver->state != EDriverState::Running;
     m_supervisor.endStart(driverID, isToAsk ? m_queueTrial.fault(driverID) : queueFault);
+}
+
+/// Says what to type for a driver whose process is started by hand.
+void Workplace::tellByHand(const DriverTable::Driver& driver) const {
+    const auto* pModule = m_admission.catalogue().find(driver.type, driver.version);
+    if (m_settings.startsProcesses || driver.interfaceType != EInterfaceTypes::Queue || !pModule)
+        return;
+    hostLog(sal::LogOutput::eInfo) << driver.id
+                                   << ": waits for its process, to be started by hand: " << m_settings.byHand
+                                   << " " << base::shellWord(pModule->module) << " "
+                                   << base::shellWord(driver.id) << std::endl;
 }
 
 /// Whether the host is to start a process for it, and has its module's descriptor.

@@ -36,6 +36,7 @@ public:
         std::string history = {};  ///< the directory of the states that were applied; empty to keep none
         bool isSignatureRequired = false;
         bool startsProcesses = true;                    ///< else they are started by hand
+        std::string byHand = {};                        ///< with what the command for that begins
         std::chrono::milliseconds queuePatience{3000};  ///< how long a former host's process may keep a queue
     };
 
@@ -131,6 +132,7 @@ private:
     std::string takeMarkBack(const std::string& driverID);
     std::string tryRestart(const std::string& driverID);
     std::string queueFault(const WorkplaceSnapshot& workplace, const std::string& driverID);
+    void tellByHand(const DriverTable::Driver& driver) const;
     void endStart(const std::string& driverID, const std::string& queueFault = {});
     std::string sumUpStart();
     std::string causeOf(const std::string& driverID) const;

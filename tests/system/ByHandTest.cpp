@@ -31,6 +31,25 @@ protected:
     }
 };
 
+TEST_F(ByHand, HostSaysWhatToType) {
+    HostProcess& host = start(workplace().host({"--no-start-mfds"}));
+    const std::string before = "AXIS1: waits for its process, to be started by hand: ";
+    ASSERT_TRUE(host.waitForLog(before)) << host.log();
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    const std::string log = host.log();
+    const auto at = log.find(before) + before.size();
+    const std::string command = log.substr(at, log.find('\n', at) - at);
+    HostProcess wrapper({.program = "/bin/sh",
+                         .arguments = {"-c", "exec env " + command},
+                         .environment = {},
+                         .files = workplace().directory() / "wrapper"});
+    EXPECT_TRUE(host.waitForLog("AXIS1: process " + std::to_string(wrapper.pid()) +
+                                " was started by hand and serves it"))
+        << command << host.log() << wrapper.log();
+    EXPECT_EQ(end(), 0);
+    EXPECT_EQ(wrapper.waitForEnd(), 0);
+}
+
 TEST_F(ByHand, ValuesOfAProcessThatIsKilledAreStale) {
     HostProcess& host = start(workplace().host({"--no-start-mfds"}));
     ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();

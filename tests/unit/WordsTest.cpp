@@ -5,6 +5,7 @@
 
 namespace {
 
+using base::shellWord;
 using base::splitWords;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -71,6 +72,14 @@ TEST(Words, CommentHasNoWordsAndNoError) {
 TEST(Words, HashLaterInALineIsText) {
     EXPECT_THAT(splitWords("a #b").words, ElementsAre("a", "#b"));
     EXPECT_THAT(splitWords("'#a' b").words, ElementsAre("#a", "b"));
+}
+
+TEST(Words, AreQuotedForAShellWhereTheyNeedIt) {
+    EXPECT_EQ(shellWord("/opt/mf/lib-1.2/lamp.so"), "/opt/mf/lib-1.2/lamp.so");
+    EXPECT_EQ(shellWord(""), "''");
+    EXPECT_EQ(shellWord("my lamp.so"), "'my lamp.so'");
+    EXPECT_EQ(shellWord("a'b;c"), "'a'\\''b;c'");
+    EXPECT_EQ(shellWord("$HOME"), "'$HOME'");
 }
 
 }  // namespace
