@@ -127,6 +127,14 @@ TEST_F(KitWorkplaceInProcess, HasNoProcessToKill) {
                 HasSubstr("a driver in the test's process has no process to be killed"));
 }
 
+TEST(KitWorkplace, FailsWhereTheCodeOfADriverStaysMapped) {
+    Workplace::Settings pinned;
+    pinned.module = MFD_PINNED_MODULE;
+    Workplace sut(pinned);
+    ASSERT_TRUE(sut.start());
+    EXPECT_THAT(sut.stop().message(), HasSubstr("its code stays mapped: a reload would go on with it"));
+}
+
 class KitWorkplaceOwnProcess : public testing::Test {
 protected:
     Workplace sut{EMode::OwnProcess, "LAMP1"};
