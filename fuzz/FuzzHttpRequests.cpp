@@ -14,6 +14,7 @@
 
 #include "Expect.h"
 #include "HttpSession.h"
+#include "WebGate.h"
 
 // Whatever a client sends, however it is cut: the session reads the same requests as without any cut, answers
 // each in order with what the handler gave it, ends what is no HTTP with one answer of its own, and is closed
@@ -35,11 +36,18 @@ public:
     std::size_t& unsent() override { return m_unsent; }
     void ended(std::uint64_t) override { hasEnded = true; }
 
-    void handle(const ApiCall& call, Answer answer) override {
-        expect(call.target.size() <= m_limits.target, "no target is longer than its limit");
-        expect(call.body.size() <= m_limits.body, "no body is longer than its limit");
-        expect(call.method != "HEAD", "the handler sees no HEAD");
-        requests.push_back(call.method + " " + call.target + " " + call.body);
+    void handle(HttpRequest request, const ApiCaller&, Answer answer) override {
+        expect(request.target.size() <= m_limits.target, "no target is longer than its limit");
+        expect(request.body.size() <= m_limits.body, "no body is longer than its limit");
+        expect(request.method != "HEAD", "the handler sees no HEAD");
+        const bool isOwn = !m_gate.refusal(request, m_place);
+        expect(!isOwn || !request.host.empty(), "at the web port a request names its host");
+        expect(!isOwn || request.origin.empty() || request.origin.size() == request.host.size() + 7,
+               "at the web port no page of another place asks");
+        const std::string token = m_gate.tokenOf(request, m_place);
+        expect(request.authorization.find(token) != std::string::npos,
+               "on the machine itself only the header has a token");
+        requests.push_back(request.method + " " + request.target + " " + request.body);
         ApiAnswer given;
         given.body = std::to_string(requests.size());
         if (m_order % 4 == 0) {
@@ -70,6 +78,9 @@ private:
     const std::uint8_t m_order;
     const HttpLimits m_limits;
     std::size_t m_unsent = 0;
+    const WebGate m_gate{{.hasTls = false, .names = {}, .isCertified = {}, .cookie = "mfhost-w"}};
+    const WebGate::Connection m_place{
+        .localAddress = "127.0.0.1", .remoteAddress = "127.0.0.1", .isLoopback = true};
     std::vector<std::pair<Answer, ApiAnswer>> m_waiting;
     const std::shared_ptr<ApiThreadDoor> m_pDoor = std::make_shared<ApiThreadDoor>(
         [this](ApiThreadDoor::Work work) { boost::asio::post(io, std::move(work)); });

@@ -21,6 +21,7 @@
 #include "Nearest.h"
 #include "NewDriver.h"
 #include "OverviewCommands.h"
+#include "PanelCommands.h"
 #include "Printable.h"
 #include "RecordingCommands.h"
 #include "RecordingExport.h"
@@ -48,6 +49,7 @@ struct Words {
     std::string fid;
     std::vector<std::string> parameters;
     std::string stage = "delivered";
+    std::string role = "operate";
     std::string key;
     std::string value;
     std::string type;
@@ -281,8 +283,26 @@ void addHostCommands(Commands& commands, Words& words, const Screen& screen) {
                    "then print what comes, until Ctrl-C; waits for a host that goes");
     commands.addRemote("queues", "list the message queues of driver processes",
                        [](RemoteControl& control) { return OverviewCommands(control).queues(); });
-    commands.addRemote("sessions", "list who is connected",
-                       [](RemoteControl& control) { return OverviewCommands(control).sessions(); });
+    commands.addRemote("panel", "print the address that opens the web panel with the caller's role",
+                       [](RemoteControl& control) { return PanelCommands(control).open(); });
+    auto* pPair =
+        commands.addRemote("pair", "print six digits that open the web panel on another device",
+                           [&](RemoteControl& control) { return PanelCommands(control).pair(words.role); });
+    pPair->add_option("--role", words.role, "view, operate or admin (default operate)")
+        ->type_name("ROLE")
+        ->check(CLI::IsMember({"view", "operate", "admin"}).description(""));
+    auto* pSessions = commands.addRemote(
+        "sessions", "list who is connected and who may use the web panel, or end a session of that",
+        [&](RemoteControl& control) {
+            PanelCommands panel(control);
+            return words.key == "revoke" ? panel.revoke(words.number) : panel.sessions();
+        });
+    pSessions->add_option("action", words.key, "list or revoke (default list)")
+        ->type_name("ACTION")
+        ->check(CLI::IsMember({"list", "revoke"}).description(""));
+    pSessions->add_option("number", words.number, "of the session to end")
+        ->type_name("N")
+        ->check(CLI::Range(1u, 4'000'000'000u).description(""));
     commands.addRemote("attach", "be at the host's console; lines of a pipe are executed one after another",
                        [](RemoteControl& control) { return AttachCommand(control).run(); });
     commands.addRemote("shutdown", "stop all drivers and end the host",

@@ -69,18 +69,6 @@ EExit OverviewCommands::play(const std::string& macro, ApiClient::Milliseconds l
     return EExit::Done;
 }
 
-EExit OverviewCommands::sessions() {
-    const ApiClient::Reply reply = m_control.ask("/sessions");
-    if (m_control.asJson())
-        return EExit::Done;
-    base::Table table({"session", "user", "process", "role", "since", "requests"});
-    for (const JsonView& session : reply.view().list("sessions"))
-        table.addRow({session.text("id"), session.text("user"), session.text("pid"), session.text("role"),
-                      localTime(session.text("since")), session.text("requests")});
-    table.print(m_control.screen().out, m_control.screen().look);
-    return EExit::Done;
-}
-
 EExit OverviewCommands::shutdown() {
     m_control.act("/shutdown");
     if (!m_control.asJson())

@@ -5,7 +5,7 @@
 #include "EExit.h"
 #include "RemoteControl.h"
 
-/// mfctl's commands about the host as a whole: what it is, its queues, macros and sessions, and its end. Main
+/// mfctl's commands about the host as a whole: what it is, its queues and macros, and its end. Main
 /// thread.
 class OverviewCommands {
 public:
@@ -16,7 +16,6 @@ public:
     EExit queues();
     EExit macros();
     EExit play(const std::string& macro, ApiClient::Milliseconds limit);
-    EExit sessions();
     EExit shutdown();
 
 private:

@@ -32,7 +32,7 @@ _mfctl_offer() {
 _mfctl() {
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" place=0 i
     local commands="drivers driver reload stop start state send set unset event events macros macro check plan apply
-        history diff undo health log queues sessions attach shutdown monitor recording doctor keygen sign verify new-driver"
+        history diff undo health log queues panel pair sessions attach shutdown monitor recording doctor keygen sign verify new-driver"
     local common="--help --host --json" stream="--driver --kind --glob --ring" options=""
     local kinds="value event fid command start exit hang restart configuration log output stale merged mark wire gap"
     COMPREPLY=()
@@ -40,7 +40,7 @@ _mfctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         case "${COMP_WORDS[i]}" in
             --host | --timeout | --wait | --type | --lines | -n | --level | --bundle | --key | --trust | --driver | --kind | --glob | --from | --count | --ring | \
-                --directory | --to | --until | --output | --note | --before)
+                --directory | --to | --until | --output | --note | --before | --role)
                 ((i++))
                 ;;
             -* | =) ;;
@@ -71,6 +71,10 @@ _mfctl() {
             ;;
         --type)
             _mfctl_offer "string int float bool"
+            return
+            ;;
+        --role)
+            _mfctl_offer "view operate admin"
             return
             ;;
         --level)
@@ -123,6 +127,7 @@ _mfctl() {
         "recording stats" | "recording diff") options="$common $stream --directory --from --to --until" ;;
         "recording export") options="$common $stream --directory --from --until --to --output --redact" ;;
         "recording keep") options="$common --ring --directory --note --before --output" ;;
+        pair) options="$common --role" ;;
         doctor) options="$common --stacks --bundle" ;;
         keygen) options="--help" ;;
         sign) options="--help --key" ;;
@@ -151,6 +156,7 @@ _mfctl() {
             ;;
         state | set | unset) _mfctl_offer "$(_mfctl_keys)" ;;
         macro) _mfctl_offer "$(_mfctl_macros)" ;;
+        sessions) _mfctl_offer "list revoke" ;;
     esac
 }
 

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <utility>
 #include <vector>
@@ -55,6 +57,19 @@ ApiFault undelivered(const std::string& fid, const FidOutcome& outcome) {
         return {ECode::Stopping, text};
     return ApiFault(ECode::FidUndelivered, text, outcome.nearest)
         .withReason(inWords(outcome.reason == EFidReason::None ? EFidReason::NoSuchDriver : outcome.reason));
+}
+
+ApiAnswer answerOf(const ApiWebCode& code, ERole role) {
+    if (!code.refusal.empty())
+        return ApiFault(ECode::Refused, code.refusal).answer();
+    JsonText json;
+    json.beginObject()
+        .member("code", code.code)
+        .member("url", code.url)
+        .member("role", inWords(role))
+        .member("validMs", code.validFor)
+        .endObject();
+    return {.body = json.take()};
 }
 
 ApiAnswer answerOf(const std::string& fid, EFidStage waitFor, const FidOutcome& outcome,
@@ -283,4 +298,28 @@ void ApiActions::console(const ApiRequest& request) const {
 void ApiActions::shutDown(const ApiRequest& request) const {
     request.pAction->end({.body = s_nothing});
     m_context.shutDown(request.caller.name);
+}
+
+void ApiActions::openPanel(const ApiRequest& request) const {
+    request.pAction->end(answerOf(m_context.panelCode(request.caller), request.caller.role));
+}
+
+void ApiActions::pair(const ApiRequest& request) const {
+    static const std::vector<std::string> s_roles{"operate", "view", "admin"};
+    static constexpr std::array<ERole, 3> s_meant{ERole::Operate, ERole::View, ERole::Admin};
+    const ERole role = s_meant.at(request.body.choice("role", s_roles));
+    if (role > request.caller.role)
+        throw ApiFault(ECode::NotAllowed, request.caller.name + " has \"" + inWords(request.caller.role) +
+                                              "\" and can give no more than that");
+    request.pAction->end(answerOf(m_context.pairCode(request.caller, role), role));
+}
+
+void ApiActions::endSession(const ApiRequest& request) const {
+    std::uint64_t id = 0;
+    const char* pEnd = request.name.data() + request.name.size();
+    const auto [pRead, fault] = std::from_chars(request.name.data(), pEnd, id);
+    if (fault != std::errc() || pRead != pEnd || !m_context.endWebSession(id))
+        throw ApiFault(ECode::NotFound, "there is no session " + request.name + " of the web panel");
+    logAction(request, "end of the web panel's session " + request.name);
+    request.pAction->end({.body = s_nothing});
 }

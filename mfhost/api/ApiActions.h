@@ -44,6 +44,9 @@ public:
     void check(const ApiRequest& request) const;
     void console(const ApiRequest& request) const;
     void shutDown(const ApiRequest& request) const;
+    void openPanel(const ApiRequest& request) const;
+    void pair(const ApiRequest& request) const;
+    void endSession(const ApiRequest& request) const;
 
     /// Has the answer worked out on the command thread.
     void perform(const std::shared_ptr<PendingAction>& pAction, const std::string& what,

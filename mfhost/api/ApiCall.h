@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 /// What a caller may do: each role what those before it may, and more.
 enum class ERole {
@@ -50,7 +52,10 @@ struct ApiAnswer {
     unsigned status = 200;
     std::string contentType = s_json;
     std::string body;
-    std::string allow = {};  ///< for the header of that name, where the status is 405
+    std::string allow = {};          ///< for the header of that name, where the status is 405
+    std::string cache = "no-store";  ///< for Cache-Control
+    /// Further fields of the head, of names and values that need no look.
+    std::vector<std::pair<std::string, std::string>> fields = {};
 
     bool operator==(const ApiAnswer&) const = default;
 };

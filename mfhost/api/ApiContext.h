@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "AlarmList.h"
 #include "ApiCall.h"
 #include "CommandActivity.h"
 #include "DescriptorCatalogue.h"
@@ -23,9 +24,10 @@
 
 /// Which lines of the log are asked for.
 struct ApiLogQuery {
-    std::string driverID;   ///< empty for all
-    std::size_t lines = 0;  ///< the last ones, at most
-    int level = 0;          ///< as sal::LogOutput has them; those above it are left out
+    std::string driverID;     ///< empty for all
+    std::size_t lines = 0;    ///< the last ones, at most
+    int level = 0;            ///< as sal::LogOutput has them; those above it are left out
+    std::uint64_t after = 0;  ///< only lines that came after the one of that number
 };
 
 struct ApiLogLine {
@@ -34,17 +36,30 @@ struct ApiLogLine {
     std::string output;
     std::string driverID;  ///< whom it concerns; empty for none
     std::string text;
+    std::uint64_t number = 0;  ///< counts all lines from 1 on
 };
 
-/// One connection of the listener.
+/// One connection to the control socket, or one session of the web panel.
 struct ApiSession {
-    std::uint64_t id = 0;
+    std::uint64_t id = 0;  ///< of both together, none has that of another
     std::string user;
     unsigned uid = 0;
-    int pid = 0;
+    std::optional<int> pid;  ///< of a connection alone
     ERole role = ERole::None;
     std::chrono::system_clock::time_point since;
     std::uint64_t requests = 0;
+    // Of a session of the web panel.
+    std::string address = {};  ///< from which it was opened; empty for a token of a file
+    std::optional<std::chrono::system_clock::time_point> used = {};
+    std::optional<std::chrono::system_clock::time_point> expires = {};  ///< none of a token of a file
+};
+
+/// A code that opens a session of the web panel.
+struct ApiWebCode {
+    std::string refusal;  ///< why there is none; empty when there is one
+    std::string code;
+    std::string url;  ///< where the panel is, without the code
+    std::chrono::milliseconds validFor{0};
 };
 
 /// What a change of the workplace or a macro came to.
@@ -94,6 +109,7 @@ struct ApiContext {
     std::function<std::vector<sal::MessageQueue::Status>()> queues;
     /// How many are in sight.
     std::function<std::size_t()> alarms;
+    std::function<std::vector<AlarmList::Alarm>()> alarmList;
     std::function<std::vector<std::string>()> macroNames;
     /// The words that begin with the prefix and may follow these in a console line.
     std::function<std::vector<std::string>(const std::vector<std::string>& before, const std::string& prefix)>
@@ -108,6 +124,12 @@ struct ApiContext {
     std::function<std::vector<FidCounts::Count>()> fids;
     /// How many requests were answered, by status.
     std::function<std::map<unsigned, std::uint64_t>()> answers;
+    /// A long code with the asker's role.
+    std::function<ApiWebCode(const ApiCaller& asker)> panelCode;
+    /// Six digits with that role, which is the asker's at most.
+    std::function<ApiWebCode(const ApiCaller& asker, ERole role)> pairCode;
+    /// False when there is no session of the web panel of that number.
+    std::function<bool(std::uint64_t id)> endWebSession;
 
     /// Returns at once; told is called as FidSenders says, on any thread.
     std::function<void(const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,

@@ -12,6 +12,7 @@ class ApiFault : public std::exception {
 public:
     enum class ECode {
         RequestInvalid,
+        SessionNeeded,
         NotAllowed,
         NotFound,
         DriverUnknown,
@@ -25,6 +26,7 @@ public:
         RequestDiffers,
         TooLarge,
         MediaType,
+        HostUnknown,  ///< the request is for a name that the web port does not have
         TooMany,
         QueueFull,
         Busy,

@@ -248,6 +248,30 @@ std::string ApiReading::drivers() const {
     return json.take();
 }
 
+std::vector<ApiReading::DriverText> ApiReading::driverTexts() const {
+    const Queues queues = queuesByName();
+    auto lost = losses();
+    std::vector<DriverText> texts;
+    for (DriverTable::Driver& driver : m_context.drivers.drivers()) {
+        const auto text = [&] {
+            JsonText json;
+            json.beginObject();
+            writeDriver(json, driver, queues, lost[driver.id]);
+            json.endObject();
+            return json.take();
+        };
+        DriverText& added = texts.emplace_back(DriverText{driver.id, text(), {}});
+        added.constant = added.json;
+        if (driver.nextTry) {
+            // The time is the same, only the way to it is shorter.
+            const auto time = driver.nextTry->time_since_epoch();
+            driver.nextTry.reset();
+            added.constant = std::to_string(time.count()) + text();
+        }
+    }
+    return texts;
+}
+
 std::vector<std::string> ApiReading::driverIDs() const {
     std::vector<std::string> driverIDs;
     for (const DriverTable::Driver& driver : m_context.drivers.drivers())
@@ -304,8 +328,8 @@ std::string ApiReading::driver(const std::string& driverID) const {
     return json.take();
 }
 
-void ApiReading::writeEntry(JsonText& json, const StateStore::Entry& entry,
-                            ApiContext::Clock::time_point now) const {
+void ApiReading::addValue(JsonText& json, const StateStore::Entry& entry,
+                          ApiContext::Clock::time_point now) const {
     json.beginObject().member("key", entry.key).member("type", entry.value.typeName());
     std::visit([&](const auto& value) { json.member("value", value); }, entry.value.value());
     json.member("text", entry.value.text())
@@ -338,7 +362,7 @@ std::string ApiReading::state(const ApiTarget& target) const {
     json.beginObject().member("version", changes.version).member("complete", changes.isComplete);
     json.name("values").beginArray();
     for (const StateStore::Entry& entry : changes.entries)
-        writeEntry(json, entry, now);
+        addValue(json, entry, now);
     json.endArray().name("unset").beginArray();
     for (const std::string& key : changes.unset)
         json.value(key);
@@ -456,6 +480,9 @@ std::string ApiReading::sessions() const {
             .member("role", inWords(session.role))
             .member("since", session.since)
             .member("requests", session.requests)
+            .member("address", session.address)
+            .member("used", session.used)
+            .member("expires", session.expires)
             .endObject();
     json.endArray().endObject();
     return json.take();

@@ -44,6 +44,15 @@ public:
     std::string history() const;
     std::string historyEntry(unsigned number) const;
 
+    /// A value as /state shows it. Any thread.
+    void addValue(JsonText& json, const StateStore::Entry& entry, ApiContext::Clock::time_point now) const;
+    struct DriverText {
+        std::string id;
+        std::string json;      ///< as /drivers shows it
+        std::string constant;  ///< of it, what does not change by itself as time goes by
+    };
+    /// Those of all drivers, as far as ends have been looked for. Any thread.
+    std::vector<DriverText> driverTexts() const;
     /// The member "driver" as /drivers shows it; none for an unknown one. Any thread.
     void addDriver(JsonText& json, const std::string& driverID) const;
     /// The IDs of all drivers. Any thread.
@@ -58,7 +67,6 @@ private:
     std::map<std::string, std::uint64_t> losses() const;
     void writeDriver(JsonText& json, const DriverTable::Driver& driver, const Queues& queues,
                      std::uint64_t lost) const;
-    void writeEntry(JsonText& json, const StateStore::Entry& entry, ApiContext::Clock::time_point now) const;
 
     const ApiContext& m_context;
 };

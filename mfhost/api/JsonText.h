@@ -39,6 +39,8 @@ public:
     JsonText& value(std::chrono::milliseconds duration) { return value(duration.count()); }
     /// RFC 3339 in UTC with milliseconds.
     JsonText& value(std::chrono::system_clock::time_point time);
+    /// What is JSON already.
+    JsonText& json(std::string_view text) { return word(text); }
     JsonText& null() { return word("null"); }
     /// Null when there is none.
     template <class Value>

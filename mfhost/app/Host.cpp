@@ -51,11 +51,13 @@ std::string signalName(int signal) {
 }  // namespace
 
 Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
-           ControlSocket& controlSocket, ServiceManager& service, LineOwner& lineOwner, TerminalRelay* pRelay)
+           ControlSocket& controlSocket, WebPort& webPort, ServiceManager& service, LineOwner& lineOwner,
+           TerminalRelay* pRelay)
     : m_options(std::move(options)),
       m_signals(signals),
       m_queueDirectory(queueDirectory),
       m_controlSocket(controlSocket),
+      m_webPort(webPort),
       m_pRelay(pRelay),
       m_service(service),
       m_lineOwner(lineOwner),
@@ -249,11 +251,11 @@ int Host::run() {
 
 /// Without it the host does its work all the same.
 void Host::startApi() {
-    if (m_controlSocket.path().empty())
+    if (m_controlSocket.path().empty() && !m_webPort.isOpen())
         return;
     if (!m_controlSocket.warning().empty())
         hostLog(sal::LogOutput::eWarning) << m_controlSocket.warning() << std::endl;
-    m_api.start(m_controlSocket);
+    m_api.start(m_controlSocket, m_webPort);
 }
 
 void Host::startUp() {

@@ -42,10 +42,11 @@ class HostQueueDirectory;
 class Host {
 public:
     /// The signals are blocked in every thread from here on.
-    /// The control socket's clients are served while the host runs; where it is not open there is none.
+    /// The clients of control socket and web port are served while the host runs; where one is not open it
+    /// has none.
     /// pRelay has what is printed at a terminal; null where there is none.
     Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
-         ControlSocket& controlSocket, ServiceManager& service, LineOwner& lineOwner,
+         ControlSocket& controlSocket, WebPort& webPort, ServiceManager& service, LineOwner& lineOwner,
          TerminalRelay* pRelay = nullptr);
     ~Host();
     Host(const Host&) = delete;
@@ -79,6 +80,7 @@ private:
     StopSignals& m_signals;
     const sal::HostQueueDirectory& m_queueDirectory;
     ControlSocket& m_controlSocket;
+    WebPort& m_webPort;
     TerminalRelay* const m_pRelay;
     ServiceManager& m_service;
     LineOwner& m_lineOwner;

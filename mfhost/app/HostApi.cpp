@@ -33,7 +33,9 @@ std::string instanceID() {
 
 HostApi::HostApi(Parts parts)
     : m_parts(std::move(parts)),
-      m_handler(context()),
+      m_context(context()),
+      m_live(m_context),
+      m_handler(m_context),
       m_server({.roles =
                     {
                         .starter = PeerRoles::isStartedAsService() ? std::nullopt : std::optional(::getuid()),
@@ -44,7 +46,8 @@ HostApi::HostApi(Parts parts)
                                                    [pid](const auto& driver) { return driver.pid == pid; });
                             },
                     },
-                .limits = {}},
+                .limits = {},
+                .sessionNumber = [this] { return m_webSessions.takeNumber(); }},
                [this](const ApiCall& call, std::function<void(ApiAnswer)> answer) {
                    m_handler.handle(call, [this, give = std::move(answer)](ApiAnswer given) {
                        m_answers.add(given.status);
@@ -52,9 +55,48 @@ HostApi::HostApi(Parts parts)
                    });
                }) {}
 
-void HostApi::start(ControlSocket& socket) {
+void HostApi::start(ControlSocket& socket, WebPort& port) {
     m_deadlines.start();
+    if (port.isOpen())
+        addWeb(port);
     m_server.start(socket.takeListener());
+}
+
+void HostApi::addWeb(WebPort& port) {
+    if (const std::string fault = m_webSessions.addTokens(port.tokens(), ::getuid()); !fault.empty())
+        hostLog(sal::LogOutput::eError)
+            << "no token for the web panel is taken over: " << m_parts.options.webTokens << ", " << fault
+            << std::endl;
+    const std::string fault = m_server.addWeb(
+        {.port = port, .sessions = m_webSessions, .live = m_live, .workplace = m_parts.options.config});
+    if (!fault.empty()) {
+        hostLog(sal::LogOutput::eError) << "runs without the web panel: " << fault << std::endl;
+        return;
+    }
+    m_webUrl = port.url();
+    m_webUrlElsewhere = port.urlElsewhere();
+    hostLog(sal::LogOutput::eInfo) << "the web panel is at " << m_webUrl
+                                   << "/; mfctl panel tells how to open it" << std::endl;
+}
+
+std::vector<ApiSession> HostApi::sessions() const {
+    std::vector<ApiSession> sessions;
+    for (const ApiServer::Session& session : m_server.sessions())
+        sessions.push_back({session.id, session.user, session.uid, session.pid, session.role, session.since,
+                            session.requests});
+    for (const WebSessions::Session& session : m_webSessions.sessions())
+        sessions.push_back({session.id, session.user, session.uid, std::nullopt, session.role, session.since,
+                            session.requests, session.address, session.used, session.expires});
+    return sessions;
+}
+
+ApiWebCode HostApi::webCode(const std::string& url, const std::function<std::string()>& make) const {
+    ApiWebCode code;
+    if (m_webUrl.empty())
+        code.refusal = "the host has no web panel; --web PORT at its start gives it one";
+    else
+        code = {.refusal = {}, .code = make(), .url = url, .validFor = WebSessions::s_codeTime};
+    return code;
 }
 
 void HostApi::stop() {
@@ -95,6 +137,7 @@ ApiContext HostApi::context() {
             .changes = [this](const auto& glob, auto since) { return m_parts.store.changes(glob, since); },
             .queues = [] { return sal::MessageQueue::statuses(); },
             .alarms = [this] { return m_parts.alarms.inSight(); },
+            .alarmList = [this] { return m_parts.alarms.alarms(); },
             .macroNames = [this] { return macroNames(); },
             .complete = [this](const auto& before,
                                const auto& prefix) { return m_parts.shell.complete(before, prefix); },
@@ -114,16 +157,18 @@ ApiContext HostApi::context() {
             },
             .log = [this](const ApiLogQuery& query) { return logLines(query); },
             .lastWords = [this](const std::string& driverID) { return m_parts.log.lastWords(driverID); },
-            .sessions =
-                [this] {
-                    std::vector<ApiSession> sessions;
-                    for (const ApiServer::Session& session : m_server.sessions())
-                        sessions.push_back({session.id, session.user, session.uid, session.pid, session.role,
-                                            session.since, session.requests});
-                    return sessions;
-                },
+            .sessions = [this] { return sessions(); },
             .fids = [this] { return m_parts.fids.counts(); },
             .answers = [this] { return m_answers.counts(); },
+            .panelCode =
+                [this](const auto& asker) {
+                    return webCode(m_webUrl, [&] { return m_webSessions.addCode(asker); });
+                },
+            .pairCode =
+                [this](const auto& asker, ERole role) {
+                    return webCode(m_webUrlElsewhere, [&] { return m_webSessions.addDigits(asker, role); });
+                },
+            .endWebSession = [this](std::uint64_t id) { return m_webSessions.end(id); },
             .sendFid =
                 [this](const auto& fid, const auto& parameters, auto waitFor, auto limit, auto told) {
                     m_parts.senders.send(fid, parameters, waitFor, limit, std::move(told));
@@ -190,10 +235,10 @@ std::vector<std::string> HostApi::macroNames() const {
 
 std::vector<ApiLogLine> HostApi::logLines(const ApiLogQuery& query) const {
     std::vector<ApiLogLine> lines;
-    for (LogMemory::Line& line :
-         m_parts.log.lines({.driver = query.driverID, .level = query.level, .most = query.lines}))
-        lines.push_back(
-            {line.time, line.level, std::move(line.output), std::move(line.driver), std::move(line.text)});
+    for (LogMemory::Line& line : m_parts.log.lines(
+             {.driver = query.driverID, .level = query.level, .most = query.lines, .after = query.after}))
+        lines.push_back({line.time, line.level, std::move(line.output), std::move(line.driver),
+                         std::move(line.text), line.number});
     return lines;
 }
 

@@ -19,13 +19,16 @@
 #include "FidCounts.h"
 #include "FidSenders.h"
 #include "IMacroSystem.h"
+#include "LiveSource.h"
 #include "LogMemory.h"
 #include "Options.h"
 #include "StateStore.h"
+#include "WebPort.h"
+#include "WebSessions.h"
 #include "Workplace.h"
 
-/// The host's API on its control socket: binds what it asks for to the host's parts. Made by Host, which
-/// starts and stops it; outlives what runs on the command thread.
+/// The host's API on its control socket and its web port: binds what it asks for to the host's parts. Made by
+/// Host, which starts and stops it; outlives what runs on the command thread.
 class HostApi {
 public:
     struct Parts {
@@ -49,8 +52,9 @@ public:
     HostApi(const HostApi&) = delete;
     HostApi& operator=(const HostApi&) = delete;
 
-    /// Serves the socket's clients from now on. An exception says that no thread can be had.
-    void start(ControlSocket& socket);
+    /// Serves the clients of socket and port from now on, as far as they are open. An exception says that no
+    /// thread can be had.
+    void start(ControlSocket& socket, WebPort& port);
     /// The host is stopping: actions are refused with that. Any thread.
     void beginShutdown() { m_isStopping = true; }
     /// Takes over what only the command thread may look at. On it, after each command.
@@ -64,6 +68,9 @@ private:
     std::vector<ApiLogLine> logLines(const ApiLogQuery& query) const;
     ApiOutcome playMacro(const std::string& name) const;
     void setState(const std::string& key, const StateValue& value) const;
+    void addWeb(WebPort& port);
+    std::vector<ApiSession> sessions() const;
+    ApiWebCode webCode(const std::string& url, const std::function<std::string()>& make) const;
 
     const Parts m_parts;
     std::atomic<bool> m_isStopping = false;
@@ -73,6 +80,11 @@ private:
     std::vector<DescriptorCatalogue::Record> m_catalogue;
     std::vector<WorkplaceFile::Entry> m_entries;
     std::vector<std::string> m_macroNames;
+    WebSessions m_webSessions;
+    std::string m_webUrl;  ///< empty where there is no panel; set before the API's thread runs
+    std::string m_webUrlElsewhere;
+    const ApiContext m_context;
+    LiveSource m_live;
     ApiHandler m_handler;
     ApiServer m_server;
 };

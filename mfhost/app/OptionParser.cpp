@@ -21,6 +21,19 @@ std::pair<std::string, std::string> adapterNames(const std::string& text) {
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
+WebAddress webAddress(const std::string& text, bool isSecured) {
+    WebAddress address;
+    std::string error;
+    if (!WebAddress::read(text, address, error))
+        throw CLI::ValidationError("--web", error);
+    if (!isSecured && !address.isLoopback())
+        throw CLI::ValidationError(
+            "--web", "\"" + text +
+                         "\" is reached from other machines: it needs --web-cert and --web-key, or "
+                         "--web-plain where nobody else is on the way");
+    return address;
+}
+
 void checkCommandName(const std::string& name) {
     const auto isBlank = [](unsigned char c) { return std::isspace(c) || std::iscntrl(c); };
     if (name.empty() || std::any_of(name.begin(), name.end(), isBlank))
@@ -42,6 +55,8 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
     std::string startWait = "second";
     std::string follow;
     std::string control;
+    std::string web;
+    bool isWebPlain = false;
     std::vector<std::string> adapters;
 
     CLI::App app("Runs the device drivers of a workplace.", "mfhost");
@@ -92,6 +107,26 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
                                     "control socket (default mfhost.sock in $XDG_RUNTIME_DIR, else in /run)")
                          ->type_name("PATH");
     app.add_flag("--no-control", noControl, "without a control socket")->excludes(pControl);
+    auto* pWeb = app.add_option("--web", web,
+                                "web panel at this port, of this machine alone unless an address is named "
+                                "(0: any free port)")
+                     ->type_name("[ADDRESS:]PORT");
+    auto* pCertificate = app.add_option("--web-cert", options.webCertificate,
+                                        "certificate of the web panel, with its chain (PEM)")
+                             ->type_name("FILE")
+                             ->needs(pWeb);
+    auto* pKey = app.add_option("--web-key", options.webKey, "its private key (PEM)")
+                     ->type_name("FILE")
+                     ->needs(pCertificate);
+    pCertificate->needs(pKey);
+    app.add_flag("--web-plain", isWebPlain,
+                 "without encryption, also for other machines: who is on the way sees and may change all")
+        ->needs(pWeb)
+        ->excludes(pCertificate);
+    app.add_option("--web-tokens", options.webTokens,
+                   "file of bearer tokens for scripts: ROLE TOKEN [NAME] a line")
+        ->type_name("FILE")
+        ->needs(pWeb);
     app.add_option("--allow-command", options.allowedCommands, "a command that drivers may give")
         ->type_name("NAME")
         ->expected(1)
@@ -163,6 +198,8 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
                                        "an empty path names no socket; --no-control does without");
         if (!noControl)
             options.control = control.empty() ? ControlSocket::defaultPath() : absolutePath(control);
+        if (pWeb->count() > 0)
+            options.web = webAddress(web, isWebPlain || !options.webCertificate.empty());
         options.stopTimeout = std::chrono::milliseconds(static_cast<long>(stopTimeout * 1000));
         options.hangTimeout = std::chrono::milliseconds(static_cast<long>(hangTimeout * 1000));
         options.restartDelay = std::chrono::milliseconds(static_cast<long>(restartDelay * 1000));
@@ -170,8 +207,9 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
 
         for (std::string& directory : options.driverDirectories)
             directory = absolutePath(directory);
-        for (std::string* pPath : {&options.config, &options.workDirectory, &options.sandboxDirectory,
-                                   &options.logFile, &options.trustDirectory})
+        for (std::string* pPath :
+             {&options.config, &options.workDirectory, &options.sandboxDirectory, &options.logFile,
+              &options.trustDirectory, &options.webCertificate, &options.webKey, &options.webTokens})
             *pPath = absolutePath(*pPath);
     } catch (const CLI::Success& success) {
         return app.exit(success, out, err);

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "WebAddress.h"
+
 /// What the command line asks for. All paths are absolute, so that they hold whatever directory is entered.
 struct Options {
     std::vector<std::string> driverDirectories;
@@ -28,6 +30,10 @@ struct Options {
     std::optional<std::string> follow;  ///< a shell pattern, empty for everything
     bool console = true;
     std::optional<std::string> control;  ///< the control socket's path; nothing: there is none
+    std::optional<WebAddress> web;       ///< nothing: there is no web panel
+    std::string webCertificate;          ///< empty: no TLS
+    std::string webKey;
+    std::string webTokens;  ///< empty for none
     std::vector<std::string> allowedCommands;
     std::chrono::milliseconds stopTimeout{3000};
     std::chrono::milliseconds hangTimeout{10000};  ///< 0: nothing is taken for hung

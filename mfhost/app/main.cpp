@@ -32,6 +32,7 @@
 #include "StopSignals.h"
 #include "TerminalModes.h"
 #include "TerminalRelay.h"
+#include "WebPort.h"
 #include "WorkDirectoryLock.h"
 #include "XMLVerify.h"
 #include "sal/HostQueueDirectory.h"
@@ -134,7 +135,7 @@ std::optional<int> enterPlace(Options& options) {
 }
 
 int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
-            ControlSocket& controlSocket) {
+            ControlSocket& controlSocket, WebPort& webPort) {
     // What an operator types is not torn by what is printed meanwhile.
     TerminalRelay::Pointer pRelay;
     std::string noRelay;
@@ -173,7 +174,8 @@ int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDi
                                           << "); the start removes all that it can" << std::endl;
     queueDirectory.removeLeft();
     const int exitCode =
-        Host(options, signals, queueDirectory, controlSocket, service, *pLineOwner, pRelay.get()).run();
+        Host(options, signals, queueDirectory, controlSocket, webPort, service, *pLineOwner, pRelay.get())
+            .run();
     log.flush();
     return exitCode;
 }
@@ -188,11 +190,20 @@ int runProgram(int argc, char** argv) {
 
     if (options.check)
         return runCheck(options, std::cout);
-    // A sandbox has a /run of its own.
+    // A sandbox has a /run and a network of its own.
     ControlSocket controlSocket;
     if (options.control && !options.probeSandbox) {
         if (const std::string reason = controlSocket.open(*options.control); !reason.empty())
             std::cerr << "mfhost: runs without a control socket: " << base::printable(reason) << std::endl;
+    }
+    WebPort webPort;
+    if (options.web && !options.probeSandbox) {
+        const std::string reason = webPort.open({.address = *options.web,
+                                                 .certificateFile = options.webCertificate,
+                                                 .keyFile = options.webKey,
+                                                 .tokenFile = options.webTokens});
+        if (!reason.empty())
+            std::cerr << "mfhost: runs without the web panel: " << base::printable(reason) << std::endl;
     }
     if (const std::optional<int> exitCode = enterPlace(options))
         return *exitCode;
@@ -200,7 +211,7 @@ int runProgram(int argc, char** argv) {
     const sal::HostQueueDirectory queueDirectory;
     rememberTerminalModes();
     StopSignals signals;
-    return runHost(options, signals, queueDirectory, controlSocket);
+    return runHost(options, signals, queueDirectory, controlSocket, webPort);
 }
 
 }  // namespace

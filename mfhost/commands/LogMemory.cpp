@@ -42,6 +42,7 @@ void LogMemory::take(const std::string& owner, Line line) {
         line.text += " ...";
     }
     const std::lock_guard lock(m_mutex);
+    line.number = ++m_lastLine;
     m_lines.push_back(std::move(line));
     const auto own = m_owners.try_emplace(owner).first;
     own->second.push_back(std::prev(m_lines.end()));
@@ -66,13 +67,22 @@ void LogMemory::setLastWords(const std::string& driverID, std::vector<std::strin
         m_lastWords[driverID] = std::move(words);
 }
 
+bool LogMemory::hasNothingAfter(std::uint64_t number) const {
+    const std::lock_guard lock(m_mutex);
+    return m_lastLine <= number;
+}
+
 std::vector<LogMemory::Line> LogMemory::lines(const Query& query) const {
+    if (hasNothingAfter(query.after))
+        return {};
     // Threads that log with a driver's lock held wait for this object's.
     const std::set<std::string> driverIDs = m_driverIDs();
     std::vector<Line> found;
     {
         const std::lock_guard lock(m_mutex);
         for (auto line = m_lines.rbegin(); line != m_lines.rend() && found.size() < query.most; ++line) {
+            if (line->number <= query.after)
+                break;
             std::string driver = driverOf(*line, driverIDs);
             if (line->level > query.level || (!query.driver.empty() && driver != query.driver))
                 continue;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <list>
@@ -31,11 +32,13 @@ public:
         std::string output;
         std::string driver;  ///< of which it tells; empty for none
         std::string text;
+        std::uint64_t number = 0;  ///< counts all lines from 1 on
     };
     struct Query {
         std::string driver = {};                          ///< only what tells of it; empty for all
         int level = sal::LogOutput::eTrace;               ///< only lines up to this level
         std::size_t most = static_cast<std::size_t>(-1);  ///< only so many, the last ones
+        std::uint64_t after = 0;                          ///< only lines that came after that number
     };
     /// The IDs of all drivers. Called for a query, on its thread.
     using DriverIDs = std::function<std::set<std::string>()>;
@@ -58,12 +61,14 @@ private:
     using Lines = std::list<Line>;
 
     void take(const std::string& owner, Line line);
+    bool hasNothingAfter(std::uint64_t number) const;
     void forgetOldestOf(std::map<std::string, std::deque<Lines::iterator>>::iterator owner);
 
     const DriverIDs m_driverIDs;
     const Limits m_limits;
     mutable std::mutex m_mutex;
     Lines m_lines;  ///< as they came
+    std::uint64_t m_lastLine = 0;
     std::map<std::string, std::deque<Lines::iterator>> m_owners;
     std::map<std::string, std::vector<std::string>> m_lastWords;
 };

@@ -568,8 +568,10 @@ std::vector<StateStore::Event> StateStore::events() const {
     std::sort(numbered.begin(), numbered.end(),
               [](const auto& left, const auto& right) { return left.first < right.first; });
     std::vector<Event> found;
-    for (auto& [number, event] : numbered)
+    for (auto& [number, event] : numbered) {
         found.push_back(std::move(event));
+        found.back().number = number;
+    }
     return found;
 }
 

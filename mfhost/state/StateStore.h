@@ -64,6 +64,8 @@ public:
         std::string value;
         Owner owner;
         std::chrono::system_clock::time_point when;
+        /// Counts all events from 1 on; 0 while the event is told to listeners.
+        std::uint64_t number = 0;
     };
 
     /// What has changed since a version.

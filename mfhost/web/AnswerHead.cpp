@@ -27,9 +27,14 @@ std::string answerHead(const ApiAnswer& answer, bool closes, std::chrono::system
     std::string head = "HTTP/1.1 " + std::to_string(answer.status) + " ";
     head += boost::beast::http::obsolete_reason(boost::beast::http::int_to_status(answer.status));
     head += "\r\nDate: " + dateText(now);
-    head += "\r\nContent-Type: " + answer.contentType;
-    head += "\r\nContent-Length: " + std::to_string(answer.body.size());
-    head += "\r\nCache-Control: no-store";
+    // What has not changed has no body, and the length that it would have is not told.
+    if (answer.status != 304) {
+        head += "\r\nContent-Type: " + answer.contentType;
+        head += "\r\nContent-Length: " + std::to_string(answer.body.size());
+    }
+    head += "\r\nCache-Control: " + answer.cache;
+    for (const auto& [name, value] : answer.fields)
+        head += "\r\n" + name + ": " + value;
     if (!answer.allow.empty())
         head += "\r\nAllow: " + answer.allow;
     // The former version closes where nothing is said.

@@ -26,6 +26,7 @@
 #include "Needed.h"
 #include "RequestRate.h"
 #include "ThreadName.h"
+#include "WebListener.h"
 
 namespace {
 
@@ -39,6 +40,7 @@ constexpr std::chrono::milliseconds s_pauseAfterRefusals{10};
 constexpr std::chrono::milliseconds s_stopTime{1500};
 constexpr std::chrono::milliseconds s_stopPatience{2000};
 constexpr std::chrono::minutes s_betweenLines{1};
+constexpr std::chrono::seconds s_webIdleTime{10};
 
 constexpr const char* s_noRole =
     "you have no role here: the members of the group mfview may look, those of mfoperator operate, those of "
@@ -64,9 +66,33 @@ public:
         m_pDoor->close();
     }
 
+    std::string addWeb(const Web& web) {
+        // Browsers keep more connections than they use, and there are fewer.
+        HttpLimits limits = m_settings.limits;
+        limits.idleTime = s_webIdleTime;
+        try {
+            m_pWeb = std::make_unique<WebListener>(
+                WebListener::Parts{.port = web.port,
+                                   .sessions = web.sessions,
+                                   .live = web.live,
+                                   .workplace = web.workplace,
+                                   .http = limits,
+                                   .limits = {},
+                                   .channel = {}},
+                m_io, m_pDoor, [this](const ApiCall& given, auto answer) { call(given, std::move(answer)); });
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+        return {};
+    }
     void start(base::UniqueFd listener) {
-        m_acceptor.assign(Protocol(), listener.release());
-        waitForConnections();
+        if (listener) {
+            m_acceptor.assign(Protocol(), listener.release());
+            waitForConnections();
+        }
+        if (m_pWeb)
+            m_pWeb->start();
+        // Without a listener nothing is under way that it could wait for.
         m_thread = base::neededThread("the API", [this] { run(); });
     }
     void stop();
@@ -75,11 +101,14 @@ public:
     const HttpLimits& limits() const override { return m_settings.limits; }
     std::shared_ptr<ApiThreadDoor> door() const override { return m_pDoor; }
     bool takeRequest(const ApiCaller& caller) override;
-    void handle(const ApiCall& call, std::function<void(ApiAnswer)> answer) override;
+    void handle(HttpRequest request, const ApiCaller& connection,
+                std::function<void(ApiAnswer)> answer) override;
     std::size_t& unsent() override { return m_unsent; }
     void ended(std::uint64_t session) override;
 
 private:
+    void call(const ApiCall& call, std::function<void(ApiAnswer)> answer) const;
+
     using HttpSessionOfSocket = HttpSession<Protocol::socket>;
 
     struct Held {
@@ -94,6 +123,7 @@ private:
     static void refuse(const base::UniqueFd& socket, const ApiAnswer& answer);
     void pauseAccepting(std::chrono::milliseconds time);
     void beginStop();
+    void endStopIfEmpty();
     void closeAll();
     std::vector<std::shared_ptr<HttpSessionOfSocket>> held() const;
     bool mayTell(std::optional<Clock::time_point>& told);
@@ -115,6 +145,7 @@ private:
     boost::asio::steady_timer m_acceptTimer{m_io};
     boost::asio::steady_timer m_stopTimer{m_io};
     std::map<std::uint64_t, Held> m_sessions;
+    std::unique_ptr<WebListener> m_pWeb;
     bool m_isStopping = false;
 
     std::mutex m_mutex;
@@ -217,11 +248,9 @@ bool ApiServer::Thread::admit(base::UniqueFd socket) {
     }
     static_cast<void>(socket.release());
 
-    ApiCaller caller{.role = peer->role,
-                     .name = peer->name,
-                     .uid = peer->uid,
-                     .pid = peer->pid,
-                     .session = ++m_lastSession};
+    m_lastSession = m_settings.sessionNumber ? m_settings.sessionNumber() : m_lastSession + 1;
+    ApiCaller caller{
+        .role = peer->role, .name = peer->name, .uid = peer->uid, .pid = peer->pid, .session = m_lastSession};
     if (!holder.isRefused)
         m_list.add(caller, std::chrono::system_clock::now());
     const auto pSession = std::make_shared<HttpSessionOfSocket>(std::move(stream), *this, std::move(caller),
@@ -246,7 +275,17 @@ bool ApiServer::Thread::takeRequest(const ApiCaller& caller) {
     return m_rate.take(found != m_sessions.end() && found->second.holder.isFavoured, Clock::now());
 }
 
-void ApiServer::Thread::handle(const ApiCall& call, std::function<void(ApiAnswer)> answer) {
+void ApiServer::Thread::handle(HttpRequest request, const ApiCaller& connection,
+                               std::function<void(ApiAnswer)> answer) {
+    call({.method = std::move(request.method),
+          .target = std::move(request.target),
+          .contentType = std::move(request.contentType),
+          .body = std::move(request.body),
+          .caller = connection},
+         std::move(answer));
+}
+
+void ApiServer::Thread::call(const ApiCall& call, std::function<void(ApiAnswer)> answer) const {
     try {
         m_handler(call, std::move(answer));
     } catch (const std::exception& error) {
@@ -263,7 +302,11 @@ void ApiServer::Thread::ended(std::uint64_t session) {
     m_connections.remove(found->second.holder);
     m_list.remove(session);
     m_sessions.erase(found);
-    if (m_isStopping && m_sessions.empty())
+    endStopIfEmpty();
+}
+
+void ApiServer::Thread::endStopIfEmpty() {
+    if (m_isStopping && m_sessions.empty() && (!m_pWeb || m_pWeb->isEmpty()))
         m_stopTimer.cancel();
 }
 
@@ -289,7 +332,9 @@ void ApiServer::Thread::beginStop() {
     m_acceptTimer.cancel();
     for (const auto& pSession : held())
         pSession->stop();
-    if (m_sessions.empty())
+    if (m_pWeb)
+        m_pWeb->stop([this] { endStopIfEmpty(); });
+    if (m_sessions.empty() && (!m_pWeb || m_pWeb->isEmpty()))
         return;
     m_stopTimer.expires_after(s_stopTime);
     m_stopTimer.async_wait([this](const boost::system::error_code& cancelled) {
@@ -301,6 +346,8 @@ void ApiServer::Thread::beginStop() {
 void ApiServer::Thread::closeAll() {
     for (const auto& pSession : held())
         pSession->close();
+    if (m_pWeb)
+        m_pWeb->closeAll();
 }
 
 /// They leave m_sessions when they close.
@@ -323,6 +370,10 @@ ApiServer::ApiServer(Settings settings, Handler handler)
     : m_pThread(std::make_unique<Thread>(std::move(settings), std::move(handler))) {}
 
 ApiServer::~ApiServer() = default;
+
+std::string ApiServer::addWeb(const Web& web) {
+    return m_pThread->addWeb(web);
+}
 
 void ApiServer::start(base::UniqueFd listener) {
     m_pThread->start(std::move(listener));

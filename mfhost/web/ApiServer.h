@@ -1,18 +1,24 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "ApiCall.h"
 #include "HttpLimits.h"
+#include "ILiveSource.h"
 #include "PeerRoles.h"
 #include "SessionList.h"
 #include "UniqueFd.h"
+#include "WebPort.h"
+#include "WebSessions.h"
 
-/// Serves the control socket: takes connections, knows who is at their other ends, reads requests and writes
-/// answers, on one thread, "api", which never waits for a client, a driver or the module. Owned by Host,
+/// Serves the control socket and, where there is one, the web port: takes connections, knows who is at their
+/// other ends, reads requests and writes answers, on one thread, "api", which never waits for a client, a
+/// driver or the module. Owned by Host,
 /// whose threads start and stop it.
 class ApiServer {
 public:
@@ -24,6 +30,8 @@ public:
     struct Settings {
         PeerRoles::Settings roles;
         HttpLimits limits;
+        /// The number of the next connection; without it they are counted from 1 on.
+        std::function<std::uint64_t()> sessionNumber = {};
     };
 
     /// The handler is called from start() until stop() has returned.
@@ -32,7 +40,18 @@ public:
     ApiServer(const ApiServer&) = delete;
     ApiServer& operator=(const ApiServer&) = delete;
 
-    /// Takes over the listening, non-blocking socket. Once; throws where no thread can be had.
+    /// What the web port is served with; all of it lives as long as the server.
+    struct Web {
+        WebPort& port;
+        WebSessions& sessions;
+        ILiveSource& live;
+        std::string workplace;  ///< the workplace file
+    };
+    /// Serves the open port from start() on. Before that; empty, or why it cannot be served.
+    std::string addWeb(const Web& web);
+
+    /// Takes over the listening, non-blocking socket; without one, nobody but the web port is served. Once;
+    /// throws where no thread can be had.
     void start(base::UniqueFd listener);
 
     /// Takes no further connection and no further request; what waits for an answer is told that the host

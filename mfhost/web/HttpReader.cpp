@@ -3,8 +3,10 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/core/error.hpp>
 #include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/rfc7230.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace http = boost::beast::http;
@@ -15,6 +17,20 @@ namespace {
 /// What at least comes at the end of a body in chunks: "0" and two empty lines. The parser asks for as much
 /// when it is to look at the last chunk again.
 constexpr std::size_t s_shortestEnd = 5;
+
+/// Of "gzip;q=0" nobody means to get it so.
+bool takesGzip(std::string_view accepted) {
+    for (const auto& [name, parameters] : http::ext_list(accepted)) {
+        if (!boost::beast::iequals(name, "gzip"))
+            continue;
+        for (const auto& [parameter, value] : parameters) {
+            if (boost::beast::iequals(parameter, "q") && value.find_first_not_of("0.") == value.npos)
+                return false;
+        }
+        return true;
+    }
+    return false;
+}
 
 }  // namespace
 
@@ -89,6 +105,9 @@ void HttpReader::checkHeader() {
               "the request's target has more than " + std::to_string(m_limits.target) + " bytes"});
     else if (request.version() != 10 && request.version() != 11)
         fail({ECode::RequestInvalid, "only HTTP/1.0 and HTTP/1.1 are spoken here"});
+    // Which of them counts, others may see otherwise.
+    else if (request.count(http::field::host) > 1)
+        fail({ECode::RequestInvalid, "the request names its host more than once"});
     // Where another body ends, or what it is, cannot be told.
     else if (const auto codings = request.count(http::field::transfer_encoding);
              codings > 1 ||
@@ -105,10 +124,24 @@ HttpRequest HttpReader::take() {
     auto message = m_pParser->release();
     m_pParser.reset();
     m_state = EState::Between;
+    const auto field = [&message](http::field name) { return std::string(message[name]); };
+    const auto lists = [&message](http::field name, const char* pWord) {
+        return http::token_list(message[name]).exists(pWord);
+    };
     return {.method = std::string(message.method_string()),
             .target = std::string(message.target()),
-            .contentType = std::string(message[http::field::content_type]),
+            .contentType = field(http::field::content_type),
             .body = std::move(message.body()),
+            .host = field(http::field::host),
+            .origin = field(http::field::origin),
+            .authorization = field(http::field::authorization),
+            .cookie = field(http::field::cookie),
+            .knownTag = field(http::field::if_none_match),
+            .takesGzip = takesGzip(message[http::field::accept_encoding]),
+            .isWebSocket = message.version() == 11 && lists(http::field::connection, "upgrade") &&
+                           lists(http::field::upgrade, "websocket") &&
+                           message[http::field::sec_websocket_version] == "13",
+            .webSocketKey = field(http::field::sec_websocket_key),
             .isKeptAlive = message.keep_alive(),
             .isVersion10 = message.version() == 10};
 }

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -43,6 +44,28 @@ bool isHungUp(boost::asio::basic_stream_socket<Protocol, Executor>& socket) {
     return ::poll(&status, 1, 0) == 1 && (status.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
 }
 
+// One that lies round another stream, such as that of TLS.
+
+template <class Stream>
+concept LayeredStream = requires(Stream& stream) {
+    stream.next_layer();
+};
+
+template <LayeredStream Stream>
+void endSending(Stream& stream) {
+    endSending(stream.next_layer());
+}
+
+template <LayeredStream Stream>
+void closeStream(Stream& stream) {
+    closeStream(stream.next_layer());
+}
+
+template <LayeredStream Stream>
+bool isHungUp(Stream& stream) {
+    return isHungUp(stream.next_layer());
+}
+
 /// One connection: takes its requests in order, has them handled, and writes the answers in the order of the
 /// requests, whenever and from whichever thread they come. Requests that change nothing are handled side by
 /// side; one that changes something waits for those before it, and those after it wait for it. Made by
@@ -50,14 +73,20 @@ bool isHungUp(boost::asio::basic_stream_socket<Protocol, Executor>& socket) {
 template <class Stream>
 class HttpSession final : public std::enable_shared_from_this<HttpSession<Stream>> {
 public:
+    /// Takes over the connection of a request for a WebSocket, or says why not.
+    using TakeOver = std::function<std::optional<ApiAnswer>(Stream& stream, const HttpRequest& request)>;
+
     /// All requests are answered with the refusal, if there is one, and the first ends the connection.
-    HttpSession(Stream stream, IHttpSessionOwner& owner, ApiCaller caller, std::optional<ApiAnswer> refusal)
+    /// Without takeOver there are no WebSockets.
+    HttpSession(Stream stream, IHttpSessionOwner& owner, ApiCaller caller, std::optional<ApiAnswer> refusal,
+                TakeOver takeOver = {})
         : m_stream(std::move(stream)),
           m_timer(m_stream.get_executor()),
           m_owner(owner),
           m_limits(owner.limits()),
           m_caller(std::move(caller)),
           m_refusal(std::move(refusal)),
+          m_takeOver(std::move(takeOver)),
           m_reader(m_limits),
           m_phaseBegin(Clock::now()) {}
 
@@ -165,6 +194,8 @@ private:
         HttpRequest request = std::move(*m_next);
         m_next.reset();
         begin(std::move(request));
+        if (m_isClosed)
+            return;
         m_isTurnDue = true;
         boost::asio::post(m_stream.get_executor(), [session = self()] {
             session->m_isTurnDue = false;
@@ -232,9 +263,30 @@ private:
             m_pausedUntil = Clock::now() + m_limits.refusedPause;
         } else if (m_owner.unsent() > m_limits.unsentInAll) {
             fill(entry, ApiFault(ECode::Busy, "too many answers wait for clients that do not take them"));
+        } else if (m_takeOver && request.isWebSocket) {
+            handOver(entry, request);
         } else {
             handle(entry.number, entry.isHead, std::move(request));
         }
+    }
+
+    /// Nothing of the stream may be under way then.
+    void handOver(Entry& entry, const HttpRequest& request) {
+        std::optional<ApiAnswer> refusal;
+        if (entry.number > 0 || m_isReading || !m_input.empty())
+            refusal = ApiFault(ECode::RequestInvalid,
+                               "a WebSocket has a connection of its own, and waits for its answer")
+                          .answer();
+        else
+            refusal = m_takeOver(m_stream, request);
+        if (refusal) {
+            fill(entry, *refusal);
+            return;
+        }
+        // The owner has another one of that number now.
+        m_isClosed = true;
+        m_entries.clear();
+        m_timer.cancel();
     }
 
     void handle(std::uint64_t number, bool isHead, HttpRequest request) {
@@ -246,11 +298,9 @@ private:
                 });
             },
             ECode::Internal, "the host has dropped this request without an answer");
-        m_owner.handle({.method = isHead ? "GET" : std::move(request.method),
-                        .target = std::move(request.target),
-                        .contentType = std::move(request.contentType),
-                        .body = std::move(request.body),
-                        .caller = m_caller},
+        if (isHead)
+            request.method = "GET";
+        m_owner.handle(std::move(request), m_caller,
                        [pPending](ApiAnswer answer) { pPending->give(std::move(answer)); });
     }
 
@@ -435,6 +485,7 @@ private:
     const HttpLimits& m_limits;
     const ApiCaller m_caller;
     const std::optional<ApiAnswer> m_refusal;
+    const TakeOver m_takeOver;
 
     HttpReader m_reader;
     std::array<char, 8192> m_piece{};

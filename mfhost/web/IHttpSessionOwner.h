@@ -8,6 +8,7 @@
 #include "ApiCall.h"
 #include "ApiThreadDoor.h"
 #include "HttpLimits.h"
+#include "HttpRequest.h"
 
 /// What a session needs of the server that owns it. API thread.
 class IHttpSessionOwner {
@@ -19,8 +20,9 @@ public:
 
     /// The session has a request; whether it may begin, or there are too many now.
     virtual bool takeRequest(const ApiCaller& caller) = 0;
-    /// Answers it once, at once or later, on any thread. Does not throw.
-    virtual void handle(const ApiCall& call, std::function<void(ApiAnswer)> answer) = 0;
+    /// Answers it once, at once or later, on any thread; HEAD comes as GET. Does not throw.
+    virtual void handle(HttpRequest request, const ApiCaller& connection,
+                        std::function<void(ApiAnswer)> answer) = 0;
     /// Bytes of answers that no client of any session has taken yet.
     virtual std::size_t& unsent() = 0;
     /// The session is closed. The owner may let go of it.

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <arpa/inet.h>
 #include <linux/sockios.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -9,6 +11,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -18,8 +21,8 @@
 #include "HangGuard.h"
 #include "UniqueFd.h"
 
-/// A client of a Unix socket, byte by byte as a test wants it. One thread. What does not come before the hang
-/// guard is as if the connection had ended.
+/// A client of a Unix socket or of a port, byte by byte as a test wants it. One thread. What does not come
+/// before the hang guard is as if the connection had ended.
 class HttpClient {
 public:
     struct Answer {
@@ -47,6 +50,22 @@ public:
             return false;
         std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
         return ::connect(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    }
+    /// At a port of this machine; "127.0.0.1" or "::1".
+    bool connectTo(const std::string& address, std::uint16_t port) {
+        const bool isIPv6 = address.find(':') != std::string::npos;
+        m_socket = base::UniqueFd(::socket(isIPv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_in6 place6{};
+        place6.sin6_family = AF_INET6;
+        place6.sin6_port = htons(port);
+        sockaddr_in place4{};
+        place4.sin_family = AF_INET;
+        place4.sin_port = htons(port);
+        void* pBytes = isIPv6 ? static_cast<void*>(&place6.sin6_addr) : static_cast<void*>(&place4.sin_addr);
+        const sockaddr* pPlace =
+            isIPv6 ? reinterpret_cast<const sockaddr*>(&place6) : reinterpret_cast<const sockaddr*>(&place4);
+        return ::inet_pton(isIPv6 ? AF_INET6 : AF_INET, address.c_str(), pBytes) == 1 &&
+               ::connect(m_socket.get(), pPlace, isIPv6 ? sizeof place6 : sizeof place4) == 0;
     }
     int fd() const { return m_socket.get(); }
     void close() { m_socket.reset(); }
@@ -96,6 +115,14 @@ public:
     Answer ask(std::string_view request) {
         send(request);
         return receive();
+    }
+    /// So many bytes, of no HTTP any more; fewer where the connection ends.
+    std::string receiveBytes(std::size_t count) {
+        while (m_input.size() < count && read()) {
+        }
+        std::string bytes = m_input.substr(0, count);
+        m_input.erase(0, bytes.size());
+        return bytes;
     }
     /// Whether the connection ends, with nothing more to read before that.
     bool isAtEnd() { return m_input.empty() && !read(); }

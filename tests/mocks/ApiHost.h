@@ -65,6 +65,7 @@ public:
                 },
             .queues = [this] { return queues; },
             .alarms = [this] { return alarms; },
+            .alarmList = [this] { return alarmList; },
             .macroNames = [this] { return macroNames; },
             .complete =
                 [this](const auto& before, const auto& prefix) {
@@ -81,12 +82,28 @@ public:
                 [this](const ApiLogQuery& query) {
                     record("log of \"" + query.driverID + "\", " + std::to_string(query.lines) +
                            " lines up to level " + std::to_string(query.level));
-                    return lines;
+                    std::vector<ApiLogLine> found;
+                    for (const ApiLogLine& line : lines) {
+                        if (query.after == 0 || line.number > query.after)
+                            found.push_back(line);
+                    }
+                    return found;
                 },
             .lastWords = [this](const std::string&) { return lastWords; },
             .sessions = [this] { return sessions; },
             .fids = [this] { return fids; },
             .answers = [this] { return answers; },
+            .panelCode = [this](const ApiCaller&) { return webCode; },
+            .pairCode =
+                [this](const ApiCaller& asker, ERole role) {
+                    record("pair " + std::string(inWords(role)) + " for " + asker.name);
+                    return webCode;
+                },
+            .endWebSession =
+                [this](std::uint64_t id) {
+                    record("end session " + std::to_string(id));
+                    return id == 4;
+                },
             .sendFid =
                 [this](const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
                        std::chrono::milliseconds limit, std::function<void(const FidOutcome&)> told) {
@@ -157,6 +174,7 @@ public:
     StateStore::Changes changes;
     std::vector<sal::MessageQueue::Status> queues;
     std::size_t alarms = 0;
+    std::vector<AlarmList::Alarm> alarmList;
     std::vector<std::string> macroNames;
     std::vector<std::string> words;      ///< that complete any line
     std::vector<std::string> completed;  ///< those of the last line, the prefix behind them
@@ -167,6 +185,7 @@ public:
     std::vector<ApiSession> sessions;
     std::vector<FidCounts::Count> fids;
     std::map<unsigned, std::uint64_t> answers;
+    ApiWebCode webCode;
     ApiOutcome outcome;
     WorkplacePlan plan;
     Applied applied;

@@ -46,7 +46,19 @@ void fill(ApiHost& host) {
     host.lines = {{.when = {}, .level = 2, .output = "HOST", .driverID = "LAMP", .text = "LAMP: ended"}};
     host.lastWords = {"assertion failed"};
     host.sessions = {
-        {.id = 1, .user = "anna", .uid = 1000, .pid = 43, .role = ERole::Admin, .since = {}, .requests = 3}};
+        {.id = 1, .user = "anna", .uid = 1000, .pid = 43, .role = ERole::Admin, .since = {}, .requests = 3},
+        {.id = 4,
+         .user = "anna",
+         .uid = 1000,
+         .pid = {},
+         .role = ERole::View,
+         .since = {},
+         .requests = 2,
+         .address = "192.0.2.7",
+         .used = std::chrono::system_clock::time_point(),
+         .expires = std::chrono::system_clock::time_point()}};
+    host.webCode = {
+        .refusal = "", .code = "123456", .url = "http://127.0.0.1:8080", .validFor = std::chrono::minutes(2)};
     host.fids = {{.driverID = "AXIS1", .outcome = "delivered", .fids = 3}};
     host.answers = {{200, 5}};
     host.drivers.callBegins("LAMP", "initialize");

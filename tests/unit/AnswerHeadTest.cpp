@@ -36,4 +36,29 @@ TEST(AnswerHead, NamesTheMethodsThereAreAndTheEnd) {
               "Connection: close\r\n\r\n");
 }
 
+TEST(AnswerHead, HasFurtherFields) {
+    ApiAnswer answer;
+    answer.cache = "no-cache";
+    answer.fields = {{"ETag", "W/\"a\""}, {"Vary", "Accept-Encoding"}};
+    EXPECT_EQ(answerHead(answer, true, s_now),
+              "HTTP/1.1 200 OK\r\n"
+              "Date: Mon, 02 Mar 2026 04:05:06 GMT\r\n"
+              "Content-Type: application/json\r\n"
+              "Content-Length: 0\r\n"
+              "Cache-Control: no-cache\r\n"
+              "ETag: W/\"a\"\r\n"
+              "Vary: Accept-Encoding\r\n"
+              "Connection: close\r\n\r\n");
+}
+
+TEST(AnswerHead, WhatHasNotChangedHasNoLength) {
+    ApiAnswer answer;
+    answer.status = 304;
+    EXPECT_EQ(answerHead(answer, false, s_now),
+              "HTTP/1.1 304 Not Modified\r\n"
+              "Date: Mon, 02 Mar 2026 04:05:06 GMT\r\n"
+              "Cache-Control: no-store\r\n"
+              "Connection: keep-alive\r\n\r\n");
+}
+
 }  // namespace

@@ -34,7 +34,7 @@ protected:
     std::string begin(Act pAct, const std::string& json, const std::string& name = {},
                       const std::string& request = {}) {
         const ApiBody body(json, {"fid", "parameters", "wait", "key", "type", "value", "id", "plan", "number",
-                                  "line", "columns", "request", "timeoutMs"});
+                                  "line", "columns", "role", "request", "timeoutMs"});
         const auto pAnswer = std::make_shared<AnswerOnce>([this](const ApiAnswer& answer) {
             m_answers.push_back(std::to_string(answer.status) + " " + answer.body);
         });
@@ -376,6 +376,41 @@ TEST_F(ApiActionsTest, ShutdownIsAnsweredBeforeItBegins) {
     };
     begin(&ApiActions::shutDown, "{}");
     EXPECT_EQ(Texts{"end by anna"}, m_host.calls);
+}
+
+TEST_F(ApiActionsTest, CodesOfTheWebPanelAreTold) {
+    m_host.webCode = {
+        .refusal = "", .code = "123456", .url = "http://127.0.0.1:8080", .validFor = std::chrono::minutes(2)};
+    EXPECT_EQ(
+        "200 {\"code\":\"123456\",\"url\":\"http://127.0.0.1:8080\",\"role\":\"admin\",\"validMs\":120000}",
+        act(&ApiActions::openPanel, "{}"));
+    EXPECT_THAT(act(&ApiActions::pair, "{}"), HasSubstr("\"role\":\"operate\""));
+    EXPECT_THAT(act(&ApiActions::pair, "{\"role\":\"view\"}"), HasSubstr("\"role\":\"view\""));
+    EXPECT_EQ((Texts{"pair operate for anna", "pair view for anna"}), m_host.calls);
+}
+
+TEST_F(ApiActionsTest, NobodyGivesAnotherDeviceMoreThanTheOwnRole) {
+    m_caller.role = ERole::View;
+    EXPECT_EQ(
+        "403 {\"error\":{\"code\":\"not-allowed\",\"text\":\"anna has \\\"view\\\" and can give no more than "
+        "that\",\"nearest\":[]}}",
+        act(&ApiActions::pair, "{}"));
+    EXPECT_THAT(m_host.calls, IsEmpty());
+}
+
+TEST_F(ApiActionsTest, HostWithoutAWebPanelRefusesCodes) {
+    m_host.webCode.refusal = "the host has no web panel";
+    EXPECT_THAT(act(&ApiActions::openPanel, "{}"),
+                HasSubstr("409 {\"error\":{\"code\":\"refused\",\"text\":\"the host has no web panel\""));
+}
+
+TEST_F(ApiActionsTest, SessionOfTheWebPanelIsEndedByItsNumber) {
+    EXPECT_EQ("200 {}", act(&ApiActions::endSession, "{}", "4"));
+    EXPECT_THAT(m_log.finish(), HasSubstr("HOST: end of the web panel's session 4, asked for by anna\n"));
+    for (const char* pName : {"5", "x", "4x", "-4", ""})
+        EXPECT_THAT(act(&ApiActions::endSession, "{}", pName),
+                    HasSubstr("404 {\"error\":{\"code\":\"not-found\""))
+            << pName;
 }
 
 TEST_F(ApiActionsTest, HostWithoutRoomForTheTaskIsBusy) {

@@ -23,6 +23,7 @@ TEST(ApiFault, AnswerHasCodeTextAndNearest) {
 TEST(ApiFault, EachCodeHasItsWordAndStatus) {
     const std::vector<std::pair<ECode, std::string>> codes{
         {ECode::RequestInvalid, "400 request-invalid"},
+        {ECode::SessionNeeded, "401 session-needed"},
         {ECode::NotAllowed, "403 not-allowed"},
         {ECode::NotFound, "404 not-found"},
         {ECode::DriverUnknown, "404 driver-unknown"},
@@ -36,6 +37,7 @@ TEST(ApiFault, EachCodeHasItsWordAndStatus) {
         {ECode::RequestDiffers, "409 request-differs"},
         {ECode::TooLarge, "413 too-large"},
         {ECode::MediaType, "415 media-type"},
+        {ECode::HostUnknown, "421 host-unknown"},
         {ECode::TooMany, "429 too-many"},
         {ECode::QueueFull, "503 queue-full"},
         {ECode::Busy, "503 busy"},

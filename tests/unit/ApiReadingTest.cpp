@@ -346,9 +346,23 @@ TEST_F(ApiReadingTest, SessionsAreListed) {
                         .role = ERole::Admin,
                         .since = at(seconds(1)),
                         .requests = 9}};
+    m_host.sessions.push_back({.id = 8,
+                               .user = "bert",
+                               .uid = 1001,
+                               .pid = std::nullopt,
+                               .role = ERole::View,
+                               .since = at(seconds(1)),
+                               .requests = 4,
+                               .address = "192.0.2.7",
+                               .used = at(seconds(2)),
+                               .expires = at(seconds(3))});
     EXPECT_EQ(
         "{\"sessions\":[{\"id\":7,\"user\":\"anna\",\"uid\":1000,\"pid\":42,\"role\":\"admin\","
-        "\"since\":\"1970-01-01T00:00:01.000Z\",\"requests\":9}]}",
+        "\"since\":\"1970-01-01T00:00:01.000Z\",\"requests\":9,\"address\":\"\",\"used\":null,\"expires\":"
+        "null},"
+        "{\"id\":8,\"user\":\"bert\",\"uid\":1001,\"pid\":null,\"role\":\"view\","
+        "\"since\":\"1970-01-01T00:00:01.000Z\",\"requests\":4,\"address\":\"192.0.2.7\","
+        "\"used\":\"1970-01-01T00:00:02.000Z\",\"expires\":\"1970-01-01T00:00:03.000Z\"}]}",
         m_sut.sessions());
 }
 

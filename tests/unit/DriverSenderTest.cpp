@@ -47,7 +47,8 @@ bool sendsOnlyAsLongAsTheHostRuns() {
     ControlSocket noSocket;
     ServiceManager noService{ServiceManager::Settings()};
     LineOwner lineOwner;
-    Host host(options, signals, queueDirectory, noSocket, noService, lineOwner);
+    WebPort noPort;
+    Host host(options, signals, queueDirectory, noSocket, noPort, noService, lineOwner);
     const DriverSender& sut = host.m_system.sender();
     bool couldSend = false;
     std::thread stopper([&] {

@@ -56,6 +56,49 @@ TEST_F(HttpReaderTest, ReadsWhatARequestSays) {
     EXPECT_EQ(sut.state(), EState::Between);
 }
 
+TEST_F(HttpReaderTest, ReadsWhatABrowserSaysOfItself) {
+    const auto requests = read(
+        "GET /live HTTP/1.1\r\nHost: localhost:8080\r\nOrigin: a\r\nAuthorization: Bearer b\r\nCookie: "
+        "c=d\r\n"
+        "If-None-Match: W/\"e\"\r\nAccept-Encoding: deflate, gzip\r\nConnection: keep-alive, Upgrade\r\n"
+        "Upgrade: websocket\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: f\r\n\r\n");
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].host, "localhost:8080");
+    EXPECT_EQ(requests[0].origin, "a");
+    EXPECT_EQ(requests[0].authorization, "Bearer b");
+    EXPECT_EQ(requests[0].cookie, "c=d");
+    EXPECT_EQ(requests[0].knownTag, "W/\"e\"");
+    EXPECT_TRUE(requests[0].takesGzip);
+    EXPECT_TRUE(requests[0].isWebSocket);
+    EXPECT_EQ(requests[0].webSocketKey, "f");
+}
+
+TEST_F(HttpReaderTest, WebSocketIsAskedForByAllOfItsFields) {
+    const std::vector<std::string> fields{"Connection: upgrade\r\n", "Upgrade: websocket\r\n",
+                                          "Sec-WebSocket-Version: 13\r\n"};
+    for (std::size_t missing = 0; missing < fields.size(); ++missing) {
+        std::string head = "GET / HTTP/1.1\r\n";
+        for (std::size_t i = 0; i < fields.size(); ++i)
+            head += i == missing ? "" : fields[i];
+        EXPECT_FALSE(read(head + "\r\n").at(0).isWebSocket) << fields[missing];
+    }
+}
+
+TEST_F(HttpReaderTest, GzipIsTakenUnlessItIsRefused) {
+    const auto takes = [this](const std::string& accepted) {
+        return read("GET / HTTP/1.1\r\nAccept-Encoding: " + accepted + "\r\n\r\n").at(0).takesGzip;
+    };
+    EXPECT_TRUE(takes("GZIP;q=0.5"));
+    EXPECT_FALSE(takes("gzip;q=0"));
+    EXPECT_FALSE(takes("gzip;q=0.000, deflate"));
+    EXPECT_FALSE(takes("xgzip"));
+    EXPECT_FALSE(takes(""));
+}
+
+TEST_F(HttpReaderTest, HostIsNamedOnce) {
+    EXPECT_EQ(faultOf("GET / HTTP/1.1\r\nHost: a\r\nHost: b\r\n\r\n").substr(0, 4), "400 ");
+}
+
 TEST_F(HttpReaderTest, ReadsTheSameHoweverItIsCut) {
     const std::string bytes = s_post + s_chunked + "GET / HTTP/1.1\r\n\r\n" + s_post;
     for (std::size_t piece = 1; piece <= bytes.size(); ++piece) {

@@ -69,6 +69,15 @@ TEST(LogMemory, QueryTakesALevelAndTheLastOnes) {
     EXPECT_THAT(texts(sut, {.most = 0}), IsEmpty());
 }
 
+TEST(LogMemory, QueryTakesWhatCameAfterALine) {
+    LogMemory sut(driverIDs);
+    for (const char* pText : {"a", "b", "c"})
+        sut.line("HOST", 4, pText);
+    EXPECT_EQ(2u, sut.lines({})[1].number);
+    EXPECT_THAT(texts(sut, {.after = 1}), ElementsAre("b", "c"));
+    EXPECT_THAT(texts(sut, {.after = 3}), IsEmpty());
+}
+
 TEST(LogMemory, DriverHasItsShare) {
     LogMemory sut(driverIDs, {.lines = 10, .linesOfADriver = 2});
     sut.add("A", ofProcess("A", "a1"));

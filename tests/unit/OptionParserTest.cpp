@@ -238,3 +238,35 @@ TEST_F(OptionParserTest, CheckIsNotTheDefault) {
 TEST_F(OptionParserTest, JsonIsOfUseWithACheckOnly) {
     EXPECT_EQ(2, refused({"--json"}));
 }
+
+TEST_F(OptionParserTest, WebPanelIsThisMachinesAlone) {
+    EXPECT_FALSE(options({}).web);
+    const Options sut = options({"--web", "8080"});
+    ASSERT_TRUE(sut.web);
+    EXPECT_EQ("127.0.0.1:8080", sut.web->text());
+    EXPECT_EQ("", sut.webCertificate);
+    EXPECT_EQ("[::1]:80", options({"--web", "[::1]:80"}).web->text());
+}
+
+TEST_F(OptionParserTest, WebPanelForOthersNeedsTlsOrAWordThatSaysOtherwise) {
+    EXPECT_EQ(2, refused({"--web", "0.0.0.0:8080"}));
+    EXPECT_NE(std::string::npos,
+              m_err.str().find("--web: \"0.0.0.0:8080\" is reached from other machines: it needs --web-cert "
+                               "and --web-key, or --web-plain where nobody else is on the way"))
+        << m_err.str();
+    EXPECT_EQ("0.0.0.0:8080", options({"--web", "0.0.0.0:8080", "--web-plain"}).web->text());
+    const Options sut = options({"--web", "0.0.0.0:8443", "--web-cert", "/c", "--web-key", "/k"});
+    EXPECT_EQ("0.0.0.0:8443", sut.web->text());
+    EXPECT_EQ("/c", sut.webCertificate);
+    EXPECT_EQ("/k", sut.webKey);
+}
+
+TEST_F(OptionParserTest, OptionsOfTheWebPanelGoTogether) {
+    EXPECT_EQ(2, refused({"--web", "x"}));
+    EXPECT_EQ(2, refused({"--web-plain"}));
+    EXPECT_EQ(2, refused({"--web-tokens", "/t"}));
+    EXPECT_EQ(2, refused({"--web", "80", "--web-cert", "/c"}));
+    EXPECT_EQ(2, refused({"--web", "80", "--web-key", "/k"}));
+    EXPECT_EQ(2, refused({"--web", "80", "--web-cert", "/c", "--web-key", "/k", "--web-plain"}));
+    EXPECT_EQ("/t", options({"--web", "80", "--web-tokens", "/t"}).webTokens);
+}

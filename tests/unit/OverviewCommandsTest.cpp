@@ -29,23 +29,14 @@ TEST_F(OverviewCommandsTest, HealthAsJsonHasTheSameExitCode) {
     EXPECT_EQ("{\"status\":\"degraded\"}\n", out());
 }
 
-TEST_F(OverviewCommandsTest, ListsMacrosQueuesAndSessions) {
-    ::setenv("TZ", "UTC", 1);
+TEST_F(OverviewCommandsTest, ListsMacrosAndQueues) {
     m_host.answer("GET /macros", R"({"macros":[{"name":"evening"},{"name":"a\nb"}]})");
     m_host.answer("GET /queues", R"({"queues":[]})");
-    m_host.answer("GET /sessions",
-                  R"({"sessions":[{"id":4,"user":"anna","uid":1000,"pid":77,"role":"operate",
-                      "since":"2026-11-22T12:00:05.000Z","requests":12}]})");
     auto remote = control();
     OverviewCommands sut(remote);
     EXPECT_EQ(EExit::Done, sut.macros());
     EXPECT_EQ(EExit::Done, sut.queues());
-    EXPECT_EQ(EExit::Done, sut.sessions());
-    EXPECT_EQ(
-        "evening\na\\nb\nno queues\n"
-        "session  user  process  role     since                requests\n"
-        "4        anna  77       operate  2026-11-22 12:00:05  12\n",
-        out());
+    EXPECT_EQ("evening\na\\nb\nno queues\n", out());
 }
 
 TEST_F(OverviewCommandsTest, PlaysAMacro) {

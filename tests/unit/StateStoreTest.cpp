@@ -353,6 +353,8 @@ TEST(StateStore, KeepsTheLastTwoHundredEvents) {
     ASSERT_EQ(200u, events.size());
     EXPECT_EQ("1", events.front().value);
     EXPECT_EQ("200", events.back().value);
+    EXPECT_EQ(2u, events.front().number);
+    EXPECT_EQ(201u, events.back().number);
 }
 
 TEST(StateStore, DriverMayHave16384Values) {

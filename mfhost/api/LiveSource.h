@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "ApiContext.h"
+#include "ApiReading.h"
+#include "ILiveSource.h"
+#include "JsonText.h"
+
+/// What the pages of the web panel are told, out of what the host has: values by the versions of the store,
+/// drivers, alarms, and what happened as records of the stream. Owned by HostApi; API thread.
+class LiveSource final : public ILiveSource {
+public:
+    /// Records that are kept for a page that opens, or comes late.
+    static constexpr std::size_t s_keptRecords = 2000;
+    /// Drivers are looked at no more often: their rates and queues change all the time.
+    static constexpr std::chrono::milliseconds s_driversEach{200};
+
+    explicit LiveSource(const ApiContext& context) : m_context(context), m_reading(context) {}
+
+    std::string host() const override;
+    void look() override;
+    LiveChanges changes(const LivePosition& since) const override;
+
+private:
+    struct Row {
+        std::string json;      ///< empty for a driver that is no more
+        std::string constant;  ///< of it, what does not change by itself
+        std::uint64_t version = 0;
+    };
+    struct Record {
+        std::uint64_t number = 0;
+        std::string json;
+    };
+
+    void lookAtDrivers();
+    void lookAtAlarms();
+    void lookForRecords();
+    void addRecord(std::chrono::system_clock::time_point time, bool isEvent, const std::string& driver,
+                   const std::string& name, int level, const std::string& text);
+    bool addValues(JsonText& json, const LivePosition& since, LiveChanges& found) const;
+    bool addDrivers(JsonText& json, std::uint64_t since) const;
+    bool addRecords(JsonText& json, std::uint64_t since) const;
+
+    const ApiContext& m_context;
+    const ApiReading m_reading;
+    std::map<std::string, Row> m_drivers;
+    std::uint64_t m_driversVersion = 0;
+    std::optional<ApiContext::Clock::time_point> m_driversSeen;
+    std::string m_alarms;          ///< the list, as JSON
+    std::string m_alarmsConstant;  ///< of it, what does not change by itself
+    std::uint64_t m_alarmsVersion = 0;
+    std::deque<Record> m_records;
+    std::uint64_t m_lastRecord = 0;  ///< its number, those that nobody saw included
+    std::uint64_t m_lastEvent = 0;   ///< the store's number of it
+    std::uint64_t m_lastLine = 0;    ///< the log's
+};

@@ -1,0 +1,165 @@
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ControlledWorkplace.h"
+#include "HttpClient.h"
+#include "UniqueFd.h"
+#include "WebSocketClient.h"
+
+namespace {
+
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/// The web panel of a real host, as a browser and its page see it.
+class WebPanel : public ControlledWorkplace {
+protected:
+    HostProcess& startWithPanel(const std::vector<std::string>& more = {}) {
+        workplace().addModule("Echo");
+        workplace().configure(entry("E", "queue"));
+        std::vector<std::string> options{"--control", socket(), "--web", "0"};
+        options.insert(options.end(), more.begin(), more.end());
+        HostProcess& host = startAndWait(options);
+        // "... the web panel is at http://127.0.0.1:40123/; mfctl panel ..."
+        const std::string line = "the web panel is at http://127.0.0.1:";
+        const auto at = host.log().find(line);
+        EXPECT_NE(at, std::string::npos) << host.log();
+        m_port =
+            host.log().substr(at + line.size(), host.log().find('/', at + line.size()) - at - line.size());
+        return host;
+    }
+    std::string url() const { return "http://127.0.0.1:" + m_port; }
+    std::uint16_t port() const { return static_cast<std::uint16_t>(std::stoi(m_port)); }
+    std::string page(const std::string& path, const std::string& words = {}) {
+        return execute("curl -sS --max-time 60 " + words + " " + url() + path).text;
+    }
+    /// What a page gets for a code.
+    std::string open(const std::string& code) {
+        return page("/api/v1/session",
+                    R"(-H 'Content-Type: application/json' -d '{"code":")" + code + "\"}'");
+    }
+    static std::string member(const std::string& json, const std::string& name) {
+        const std::string begin = '"' + name + R"(":")";
+        const auto at = json.find(begin);
+        if (at == std::string::npos)
+            return {};
+        return json.substr(at + begin.size(), json.find('"', at + begin.size()) - at - begin.size());
+    }
+    std::string signIn() {
+        const std::string text = mfctl("panel").text;
+        const auto at = text.find("#code=");
+        EXPECT_THAT(text, StartsWith(url() + "/#code="));
+        return member(open(text.substr(at + 6, text.find('\n') - at - 6)), "token");
+    }
+
+private:
+    std::string m_port;
+};
+
+TEST_F(WebPanel, CodeOfTheRemoteControlOpensItOnce) {
+    startWithPanel();
+    EXPECT_THAT(page("/"), StartsWith("<!doctype html>"));
+    EXPECT_THAT(page("/api/v1/drivers"), HasSubstr("session-needed"));
+    const std::string token = signIn();
+    ASSERT_EQ(token.size(), 43u);
+    const std::string bearer = "-H 'Authorization: Bearer " + token + "'";
+    EXPECT_THAT(page("/api/v1", bearer), HasSubstr(R"("role":"admin","user":"root")"));
+    EXPECT_THAT(page("/api/v1/drivers", bearer), HasSubstr(R"({"id":"E",)"));
+    EXPECT_THAT(page("/api/v1/drivers", bearer + " -H 'Host: evil.example'"), HasSubstr("host-unknown"));
+    const std::string sessions = mfctl("sessions").text;
+    ASSERT_THAT(sessions, ContainsRegex("\n[0-9]+ +root +admin +127\\.0\\.0\\.1 "));
+    const std::string before = sessions.substr(0, sessions.find("127.0.0.1"));
+    const std::string number = std::to_string(std::stoi(before.substr(before.rfind('\n') + 1)));
+    EXPECT_EQ(mfctl("sessions revoke " + number).exitCode, 0);
+    EXPECT_THAT(page("/api/v1", bearer), HasSubstr("session-needed"));
+    EXPECT_EQ(mfctl("sessions revoke " + number).exitCode, 1);
+    EXPECT_EQ(mfctl("sessions revoke").exitCode, 2);
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(WebPanel, PairedDeviceHasTheRoleThatItWasGiven) {
+    startWithPanel();
+    const std::string digits = mfctl("pair --role view").text.substr(0, 6);
+    const std::string bearer = "-H 'Authorization: Bearer " + member(open(digits), "token") + "'";
+    EXPECT_THAT(page("/api/v1", bearer), HasSubstr(R"("role":"view")"));
+    EXPECT_THAT(page("/api/v1/drivers/E/reload", bearer + " -X POST"), HasSubstr("not-allowed"));
+    EXPECT_THAT(
+        page("/api/v1/pair", bearer + R"( -H 'Content-Type: application/json' -d '{"role":"operate"}')"),
+        HasSubstr("can give no more than that"));
+    EXPECT_THAT(open(digits), HasSubstr("no digits hold now"));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(WebPanel, OpenPageIsToldOfValuesDriversAndWhatHappens) {
+    startWithPanel({"--restart-delay", "60"});
+    const std::string token = signIn();
+    HttpClient client;
+    ASSERT_TRUE(client.connectTo("127.0.0.1", port()));
+    WebSocketClient live;
+    ASSERT_EQ(live.open(client, "/api/v1/live", "127.0.0.1:" + std::to_string(port())).status, 101);
+    live.send(R"({"authorize":")" + token + R"(","page":"now"})");
+    EXPECT_THAT(live.receive(), HasSubstr(R"("role":"admin","user":"root","session":")"));
+    const std::string all = live.receive();
+    EXPECT_THAT(all, HasSubstr(R"({"kind":"chunk","from":0,)"));
+    EXPECT_THAT(all, HasSubstr(R"("drivers":[{"id":"E","type":"Echo",)"));
+    EXPECT_THAT(all, HasSubstr(R"("text":"the workplace is started"})"));
+    EXPECT_EQ(mfctl("send E.INT name=N value=7 --wait taken").exitCode, 0);
+    EXPECT_THAT(live.receiveWith(R"("key":"E.N")"), HasSubstr(R"({"key":"E.N","type":"int","value":7,)"));
+    EXPECT_EQ(mfctl("event E.NEWS today").exitCode, 0);
+    EXPECT_THAT(live.receiveWith(R"("kind":"event")"), HasSubstr(R"("value":"today"})"));
+    ASSERT_EQ(::kill(host().driverProcess("E"), SIGKILL), 0);
+    EXPECT_THAT(live.receiveWith(R"("stale":{)"), HasSubstr(R"x("stale":{"cause":"signal 9 (Killed)")x"));
+    EXPECT_EQ(mfctl("shutdown").exitCode, 0);
+    EXPECT_THAT(live.receiveWith(R"("kind":"bye")"), HasSubstr(R"("code":"stopping")"));
+    EXPECT_EQ(host().waitForEnd(), 0);
+}
+
+TEST_F(WebPanel, ScriptUsesATokenOfTheFile) {
+    const std::string file = workplace().directory() / "tokens";
+    const std::string token(40, 'k');
+    execute("umask 077; echo 'view " + token + " backup' > " + file);
+    startWithPanel({"--web-tokens", file});
+    EXPECT_THAT(page("/api/v1", "-H 'Authorization: Bearer " + token + "'"),
+                HasSubstr(R"("role":"view","user":"backup")"));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(WebPanel, HostGoesOnWithoutAPanelWhereThePortIsTaken) {
+    const base::UniqueFd other(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    place.sin_port = htons(8099);
+    ASSERT_EQ(::bind(other.get(), reinterpret_cast<const sockaddr*>(&place), sizeof place), 0);
+    ASSERT_EQ(::listen(other.get(), 1), 0);
+    workplace().addModule("Echo");
+    workplace().configure(entry("E", "queue"));
+    HostProcess& host = startAndWait({"--control", socket(), "--web", "8099"});
+    EXPECT_THAT(host.log(),
+                HasSubstr("mfhost: runs without the web panel: 127.0.0.1:8099 is taken by another "
+                          "program\n"));
+    expectSets(host, "E");
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(WebPanel, PanelIsServedFromWithinASandbox) {
+    startWithPanel({"--sandbox"});
+    EXPECT_EQ(signIn().size(), 43u);
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(WebPanel, HostWithoutAPanelSaysHowItGetsOne) {
+    startControlled();
+    const Answer answer = mfctl("panel");
+    EXPECT_EQ(answer.exitCode, 1);
+    EXPECT_THAT(answer.text, HasSubstr("the host has no web panel; --web PORT at its start gives it one"));
+    EXPECT_EQ(end(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,430 @@
+#include "WebListener.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <boost/asio/post.hpp>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "HangGuard.h"
+#include "HttpClient.h"
+#include "LogCapture.h"
+#include "PageFiles.h"
+#include "TemporaryDirectory.h"
+#include "WebSocketClient.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::StartsWith;
+using Answer = std::function<void(ApiAnswer)>;
+
+/// Has one text, which a test may change.
+class Source final : public ILiveSource {
+public:
+    std::string host() const override { return R"("instance":"i","workplace":"w")"; }
+    void look() override { m_now = version; }
+    LiveChanges changes(const LivePosition& since) const override {
+        LiveChanges found;
+        found.end.store = m_now;
+        if (since.store < m_now)
+            found.members = R"("fill":")" + std::string(size, 'x') + R"(","news":)" + std::to_string(m_now);
+        return found;
+    }
+    std::atomic<std::uint64_t> version = 1;
+    std::atomic<std::size_t> size = 0;
+
+private:
+    std::uint64_t m_now = 0;
+};
+
+/// A port of this machine, served on a thread as the API's is.
+class WebListenerTest : public testing::Test {
+protected:
+    ~WebListenerTest() override { end(); }
+
+    void start() {
+        ASSERT_EQ(port.open(settings), "");
+        m_pSut = std::make_unique<WebListener>(WebListener::Parts{.port = port,
+                                                                  .sessions = sessions,
+                                                                  .live = source,
+                                                                  .workplace = "/etc/mf/site.xml",
+                                                                  .http = http,
+                                                                  .limits = limits,
+                                                                  .channel = {}},
+                                               m_io, m_pDoor, [](const ApiCall& call, const Answer& answer) {
+                                                   ApiAnswer given;
+                                                   given.body = call.method + " " + call.target + " " +
+                                                                call.caller.name + " " +
+                                                                inWords(call.caller.role) + " " + call.body;
+                                                   answer(given);
+                                               });
+        m_pSut->start();
+        m_thread = std::thread([this] { m_io.run(); });
+    }
+    void onThread(const std::function<void()>& work) {
+        std::promise<void> done;
+        boost::asio::post(m_io, [&] {
+            work();
+            done.set_value();
+        });
+        done.get_future().wait();
+    }
+    void end() {
+        if (!m_thread.joinable())
+            return;
+        boost::asio::post(m_io, [this] {
+            m_pSut->stop({});
+            m_pSut->closeAll();
+        });
+        m_thread.join();
+    }
+    void stop() {
+        onThread([this] { m_pSut->stop({}); });
+    }
+
+    std::string host() const { return "localhost:" + std::to_string(port.address().port); }
+    HttpClient connected() const {
+        HttpClient client;
+        client.connectTo("127.0.0.1", port.address().port);
+        return client;
+    }
+    std::string request(const std::string& method, const std::string& target, const std::string& fields = {},
+                        const std::string& body = {}) const {
+        return method + " " + target + " HTTP/1.1\r\nHost: " + host() + "\r\n" + fields +
+               (body.empty() ? "" : "Content-Length: " + std::to_string(body.size()) + "\r\n") + "\r\n" +
+               body;
+    }
+    HttpClient::Answer ask(const std::string& method, const std::string& target,
+                           const std::string& fields = {}, const std::string& body = {}) const {
+        return connected().ask(request(method, target, fields, body));
+    }
+    HttpClient::Answer open(const std::string& code) const {
+        return ask("POST", "/api/v1/session", "Content-Type: application/json\r\n",
+                   R"({"code":")" + code + "\"}");
+    }
+    static ApiCaller anna(ERole role = ERole::Operate) {
+        ApiCaller caller;
+        caller.role = role;
+        caller.name = "anna";
+        return caller;
+    }
+    std::string token(ERole role = ERole::Operate) {
+        return sessions.open(sessions.addCode(anna(role)), "127.0.0.1").token;
+    }
+    static std::string bearer(const std::string& token) { return "Authorization: Bearer " + token + "\r\n"; }
+
+    /// A page that has said who it is.
+    struct Page {
+        HttpClient client;
+        WebSocketClient socket;
+    };
+    std::unique_ptr<Page> openPage(const std::string& first) const {
+        auto pPage = std::make_unique<Page>();
+        pPage->client.connectTo("127.0.0.1", port.address().port);
+        EXPECT_EQ(pPage->socket.open(pPage->client, "/api/v1/live", host()).status, 101);
+        pPage->socket.send(first);
+        return pPage;
+    }
+    static std::string authorize(const std::string& token) {
+        return R"({"authorize":")" + token + R"(","page":"now"})";
+    }
+
+    LogCapture log;
+    WebPort port;
+    WebPort::Settings settings;
+    WebListener::Limits limits;
+    HttpLimits http;
+    WebSessions sessions;
+    Source source;
+
+private:
+    boost::asio::io_context m_io;
+    const std::shared_ptr<ApiThreadDoor> m_pDoor = std::make_shared<ApiThreadDoor>(
+        [this](ApiThreadDoor::Work work) { boost::asio::post(m_io, std::move(work)); });
+    std::unique_ptr<WebListener> m_pSut;
+    std::thread m_thread;
+};
+
+// --- the page and the sessions
+
+TEST_F(WebListenerTest, PageIsForEverybodyAndNothingElse) {
+    start();
+    const auto page = ask("GET", "/?x=1");
+    EXPECT_EQ(page.status, 200);
+    EXPECT_EQ(page.body, findPageFile("/")->bytes);
+    EXPECT_EQ(page.field("X-Content-Type-Options"), "nosniff");
+    EXPECT_EQ(page.field("Referrer-Policy"), "no-referrer");
+    EXPECT_THAT(page.field("Content-Security-Policy"), StartsWith("default-src 'self'; "));
+    for (const char* pTarget : {"/api/v1", "/api/v1/drivers", "/healthz", "/metrics", "/api"}) {
+        const auto answer = ask("GET", pTarget);
+        EXPECT_EQ(answer.status, 401) << pTarget;
+        EXPECT_EQ(answer.field("WWW-Authenticate"), "Bearer");
+    }
+    EXPECT_THAT(
+        ask("GET", "/api/v1").body,
+        HasSubstr(
+            R"({"error":{"code":"session-needed","text":"a session is needed; mfctl panel opens one")"));
+    EXPECT_EQ(ask("POST", "/api/v1/fid").status, 401);
+    EXPECT_EQ(ask("GET", "/none").status, 404);
+}
+
+TEST_F(WebListenerTest, CodeOpensASessionInWhoseNameTheApiAnswers) {
+    start();
+    const auto opened = open(sessions.addCode(anna()));
+    EXPECT_EQ(opened.status, 200);
+    EXPECT_THAT(opened.body, HasSubstr(R"("role":"operate","user":"anna","workplace":"/etc/mf/site.xml"})"));
+    EXPECT_EQ(opened.field("Set-Cookie"), "");
+    const std::string own = sessions.sessions().at(0).user;
+    EXPECT_EQ(own, "anna");
+    const std::string begin = R"({"token":")";
+    ASSERT_THAT(opened.body, StartsWith(begin));
+    const std::string given = opened.body.substr(begin.size(), 43);
+    EXPECT_EQ(ask("GET", "/api/v1/drivers?x", bearer(given)).body, "GET /api/v1/drivers?x anna operate ");
+    EXPECT_THAT(log.text(), HasSubstr("HOST: the web panel is opened from 127.0.0.1 by anna with the role "
+                                      "operate, session 1\n"));
+}
+
+TEST_F(WebListenerTest, WrongCodesAreRefused) {
+    start();
+    EXPECT_EQ(open("nonsense").status, 403);
+    EXPECT_EQ(open("000000").status, 403);
+    EXPECT_EQ(open("").status, 400);
+    const auto send = [this](const std::string& body, const std::string& type) {
+        return ask("POST", "/api/v1/session", "Content-Type: " + type + "\r\n", body).status;
+    };
+    EXPECT_EQ(send(R"({"code":1})", "application/json"), 400);
+    EXPECT_EQ(send(R"({"code":"a","x":1})", "application/json"), 400);
+    EXPECT_EQ(send("[]", "application/json"), 400);
+    EXPECT_EQ(send("{", "application/json"), 400);
+    EXPECT_EQ(send(R"({"code":"a"})", "text/plain"), 415);
+    EXPECT_EQ(ask("GET", "/api/v1/session", bearer(token())).status, 405);
+    EXPECT_TRUE(sessions.sessions().size() == 1);
+}
+
+TEST_F(WebListenerTest, SessionThatIsEndedAnswersNoMore) {
+    start();
+    const std::string given = token();
+    EXPECT_EQ(ask("DELETE", "/api/v1/session", bearer(given)).status, 200);
+    EXPECT_EQ(ask("GET", "/api/v1", bearer(given)).status, 401);
+}
+
+TEST_F(WebListenerTest, RequestsForOtherNamesAndOfOtherPagesAreRefused) {
+    start();
+    const std::string given = token();
+    HttpClient client = connected();
+    EXPECT_EQ(client.ask("GET / HTTP/1.1\r\nHost: evil.example\r\n\r\n").status, 421);
+    EXPECT_EQ(client.ask("GET / HTTP/1.1\r\n\r\n").status, 421);
+    EXPECT_EQ(ask("POST", "/api/v1/fid", bearer(given) + "Origin: http:" + std::string("//evil.example\r\n"))
+                  .status,
+              403);
+    EXPECT_EQ(ask("POST", "/api/v1/fid", bearer(given) + "Origin: http://" + host() + "\r\n").status, 200);
+    HttpClient page = connected();
+    WebSocketClient socket;
+    EXPECT_EQ(
+        socket.open(page, "/api/v1/live", host(), "Origin: http:" + std::string("//evil.example\r\n")).status,
+        403);
+    EXPECT_EQ(connected().ask("GET / HTTP/1.1\r\nHost: " + host() + "\r\nHost: evil.example\r\n\r\n").status,
+              400);
+}
+
+TEST_F(WebListenerTest, SessionHasTwentyActionsASecond) {
+    start();
+    const std::string given = token();
+    const std::string other = token();
+    int done = 0;
+    HttpClient client = connected();
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 60; ++i)
+        done += client.ask(request("POST", "/api/v1/fid", bearer(given))).status == 200 ? 1 : 0;
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(done, 20);
+    EXPECT_LE(done, 20 + took.count() * 20 + 1);
+    EXPECT_EQ(client.ask(request("POST", "/api/v1/fid", bearer(other))).status, 200);
+    EXPECT_EQ(client.ask(request("GET", "/api/v1", bearer(given))).status, 200);
+}
+
+TEST_F(WebListenerTest, ConnectionsBeyondTheLimitEndAndThoseThatEndMakeRoom) {
+    limits.connections = 2;
+    start();
+    auto first = std::make_unique<HttpClient>(connected());
+    HttpClient second = connected();
+    EXPECT_EQ(first->ask(request("GET", "/")).status, 200);
+    EXPECT_EQ(second.ask(request("GET", "/")).status, 200);
+    HttpClient third = connected();
+    EXPECT_TRUE(third.isAtEnd());
+    first.reset();
+    EXPECT_TRUE(eventually([this] { return connected().ask(request("GET", "/")).status == 200; }));
+}
+
+// --- pages
+
+TEST_F(WebListenerTest, PageIsToldWhoItIsThenEverythingThenWhatChanges) {
+    start();
+    const auto pPage = openPage(authorize(token()));
+    EXPECT_THAT(pPage->socket.receive(),
+                HasSubstr(R"({"kind":"hello","instance":"i","workplace":"w","role":"operate")"));
+    EXPECT_THAT(pPage->socket.receive(), HasSubstr(R"("from":0,)"));
+    source.version = 2;
+    EXPECT_THAT(pPage->socket.receiveWith("chunk"), HasSubstr(R"("news":2)"));
+    EXPECT_NE(pPage->socket.receiveWith(R"("kind":"heartbeat")"), "");
+}
+
+TEST_F(WebListenerTest, PageWithoutASessionIsLetGo) {
+    start();
+    EXPECT_EQ(openPage(authorize("nonsense"))->socket.receive(),
+              R"({"kind":"bye","code":"revoked","text":"a session is needed; mfctl panel opens one"})");
+    const auto pPage = openPage(R"({"page":"now"})");
+    EXPECT_THAT(pPage->socket.receive(), HasSubstr("revoked"));
+    EXPECT_EQ(pPage->socket.receive(), "");
+}
+
+TEST_F(WebListenerTest, FirstMessageThatIsNotUnderstoodEndsThePage) {
+    start();
+    for (const char* pFirst : {"x", "[]", "{\"authorize\":1}", "{\"authorize\":\"\"}"})
+        EXPECT_THAT(
+            openPage(pFirst)->socket.receive(),
+            HasSubstr(R"({"kind":"bye","code":"limit","text":"the first message is not understood: )"))
+            << pFirst;
+}
+
+TEST_F(WebListenerTest, PageThatSaysNothingIsLetGo) {
+    start();
+    HttpClient client = connected();
+    WebSocketClient socket;
+    ASSERT_EQ(socket.open(client, "/api/v1/live", host()).status, 101);
+    EXPECT_EQ(socket.receive(),
+              R"({"kind":"bye","code":"limit","text":"no first message has come within 5 s"})");
+    EXPECT_EQ(socket.receive(), "");
+}
+
+TEST_F(WebListenerTest, ChattyPageIsLetGo) {
+    start();
+    const auto pPage = openPage(authorize(token()));
+    for (int i = 0; i < 200; ++i)
+        pPage->socket.send("{}");
+    EXPECT_THAT(pPage->socket.receiveWith("bye"), HasSubstr(R"("code":"limit")"));
+}
+
+TEST_F(WebListenerTest, PageOfASessionThatIsEndedIsLetGo) {
+    start();
+    const auto pPage = openPage(authorize(token()));
+    ASSERT_THAT(pPage->socket.receive(), HasSubstr("hello"));
+    sessions.end(sessions.sessions().at(0).id);
+    EXPECT_THAT(pPage->socket.receiveWith("bye"), HasSubstr(R"("code":"revoked")"));
+    EXPECT_EQ(pPage->socket.receive(), "");
+}
+
+TEST_F(WebListenerTest, PagesAreToldThatTheHostStops) {
+    start();
+    const auto pPage = openPage(authorize(token()));
+    ASSERT_THAT(pPage->socket.receive(), HasSubstr("hello"));
+    stop();
+    EXPECT_THAT(pPage->socket.receiveWith("bye"), HasSubstr(R"("code":"stopping")"));
+}
+
+TEST_F(WebListenerTest, PageThatTakesNothingIsPassedOverAndToldAtOnceLater) {
+    source.size = 1u << 20;
+    start();
+    const auto pSlow = openPage(authorize(token()));
+    ASSERT_THAT(pSlow->socket.receive(), HasSubstr("hello"));
+    // Nobody takes these, but each would be as long.
+    const auto pQuick = openPage(authorize(token()));
+    for (std::uint64_t version = 2; version <= 12; ++version) {
+        source.version = version;
+        ASSERT_NE(pQuick->socket.receiveWith(R"("news":)" + std::to_string(version)), "");
+    }
+    int chunks = 0;
+    for (std::string text; text.find(R"("news":12)") == std::string::npos; text = pSlow->socket.receive())
+        chunks += text.find("chunk") != std::string::npos ? 1 : 0;
+    // What the system has buffered comes one by one.
+    EXPECT_LT(chunks, 8);
+}
+
+TEST_F(WebListenerTest, WebSocketIsForTheChannelAndAloneOnItsConnection) {
+    start();
+    HttpClient other = connected();
+    WebSocketClient socket;
+    EXPECT_EQ(socket.open(other, "/api/v1/drivers", host()).status, 404);
+    HttpClient second = connected();
+    ASSERT_EQ(second.ask(request("GET", "/")).status, 200);
+    EXPECT_EQ(socket.open(second, "/api/v1/live", host()).status, 400);
+    HttpClient eager = connected();
+    EXPECT_EQ(eager.ask(WebSocketClient::request("/api/v1/live", host()) + "more").status, 400);
+}
+
+// --- TLS
+
+class WebListenerTestWithTls : public WebListenerTest {
+protected:
+    /// The output of the command, which has the certificate and the port in it.
+    std::string execute(const std::string& command) {
+        std::string text;
+        FILE* const pPipe = ::popen((command + " 2>&1").c_str(), "r");
+        char piece[4096];
+        while (const auto count = std::fread(piece, 1, sizeof piece, pPipe))
+            text.append(piece, count);
+        ::pclose(pPipe);
+        return text;
+    }
+    void SetUp() override {
+        settings.certificateFile = directory.path("cert.pem");
+        settings.keyFile = directory.path("key.pem");
+        execute(
+            "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj "
+            "/CN=panel "
+            "-addext subjectAltName=DNS:panel.example,IP:127.0.0.1 -keyout " +
+            settings.keyFile + " -out " + settings.certificateFile);
+        ASSERT_TRUE(std::filesystem::exists(settings.certificateFile));
+        std::filesystem::permissions(settings.keyFile, std::filesystem::perms(0600));
+    }
+    std::string curl(const std::string& arguments) {
+        return execute("curl -sS --max-time 60 --cacert " + settings.certificateFile + " " + arguments +
+                       " https://127.0.0.1:" + std::to_string(port.address().port));
+    }
+
+    const TemporaryDirectory directory;
+};
+
+TEST_F(WebListenerTestWithTls, PageAndApiAreServedEncrypted) {
+    start();
+    EXPECT_EQ(curl(""), findPageFile("/")->bytes);
+    const std::string base = "https://127.0.0.1:" + std::to_string(port.address().port);
+    EXPECT_EQ(execute("curl -sS --max-time 60 --cacert " + settings.certificateFile +
+                      " -H 'Authorization: Bearer " + token() + "' " + base + "/api/v1/drivers"),
+              "GET /api/v1/drivers anna operate ");
+    // By the name of the certificate, too.
+    const std::string port_ = std::to_string(port.address().port);
+    EXPECT_EQ(
+        execute("curl -sS --max-time 60 --cacert " + settings.certificateFile +
+                " --resolve panel.example:" + port_ + ":127.0.0.1 https:" + "//panel.example:" + port_ + "/"),
+        findPageFile("/")->bytes);
+}
+
+TEST_F(WebListenerTestWithTls, ClientWithoutTlsGetsNothing) {
+    start();
+    EXPECT_EQ(ask("GET", "/").status, 0);
+    EXPECT_THAT(curl("--tls-max 1.1"), HasSubstr("curl: ("));
+}
+
+TEST_F(WebListenerTestWithTls, ConnectionThatSaysNothingEnds) {
+    limits.handshake = 1s;
+    start();
+    HttpClient client = connected();
+    EXPECT_TRUE(client.isAtEnd());
+}
+
+TEST_F(WebListenerTestWithTls, KeyOfAnotherCertificateIsRefused) {
+    execute("openssl genpkey -algorithm ed25519 -out " + settings.keyFile);
+    EXPECT_THROW(start(), std::exception);
+}
+
+}  // namespace
