@@ -43,9 +43,10 @@ std::string joined(const std::vector<std::string>& path) {
     return text.empty() ? "/" : text;
 }
 
-/// Whose a request ID is. Names may change, and be of several users.
+/// Whose a request ID is. Names may change, and be of several users; sessions of one user may have several
+/// roles, and what one of them was answered is not for those with less.
 std::string ownerOf(const ApiCaller& caller) {
-    return std::to_string(caller.uid);
+    return std::to_string(caller.uid) + ' ' + inWords(caller.role);
 }
 
 /// What the path's name is, where the pattern has one.

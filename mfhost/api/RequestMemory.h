@@ -43,7 +43,7 @@ public:
     RequestMemory(const RequestMemory&) = delete;
     RequestMemory& operator=(const RequestMemory&) = delete;
 
-    /// A call comes in. A user is known by his number, in digits. The content is what is the same for two
+    /// A call comes in. A user is known by his number and role. The content is what is the same for two
     /// calls that ask for the same.
     EBegin begin(const std::string& user, const std::string& request, const std::string& content,
                  const std::shared_ptr<AnswerOnce>& pAnswer);

@@ -1,21 +1,30 @@
 #include "HostApi.h"
 
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <sstream>
 #include <utility>
 #include <variant>
 
 #include "CheckCommand.h"
+#include "FileReplacement.h"
 #include "HostLog.h"
+#include "RegularFile.h"
 #include "ShownMacros.h"
 #include "sal/MessageQueue.h"
 
 namespace {
+
+/// In the working directory.
+constexpr const char* s_sessionFile = "mfhost.sessions";
 
 std::string instanceID() {
     std::array<unsigned char, 16> bytes{};
@@ -33,6 +42,7 @@ std::string instanceID() {
 
 HostApi::HostApi(Parts parts)
     : m_parts(std::move(parts)),
+      m_sessionFile(std::filesystem::absolute(s_sessionFile)),
       m_context(context()),
       m_live(m_context),
       m_handler(m_context),
@@ -73,6 +83,7 @@ void HostApi::addWeb(WebPort& port) {
         hostLog(sal::LogOutput::eError) << "runs without the web panel: " << fault << std::endl;
         return;
     }
+    restoreSessions();
     m_webUrl = port.url();
     m_webUrlElsewhere = port.urlElsewhere();
     hostLog(sal::LogOutput::eInfo) << "the web panel is at " << m_webUrl
@@ -99,9 +110,40 @@ ApiWebCode HostApi::webCode(const std::string& url, const std::function<std::str
     return code;
 }
 
+/// A page that was open goes on when the host was started anew.
+void HostApi::restoreSessions() {
+    struct stat status {};
+    if (::lstat(m_sessionFile.c_str(), &status) == 0) {
+        const auto file = base::RegularFile::read(m_sessionFile);
+        const std::size_t wrong = file ? m_webSessions.restore(file.bytes) : 0;
+        if (!file || wrong > 0)
+            hostLog(sal::LogOutput::eWarning)
+                << m_sessionFile << ": "
+                << (file ? std::to_string(wrong) + " lines are no sessions of the web panel" : file.reason)
+                << "; who had these signs in again" << std::endl;
+    }
+    m_webSessions.setFollower([this] {
+        if (!m_isSessionNews.exchange(true))
+            m_parts.commands.post("keeping the web panel's sessions", [this] { saveSessions(); });
+    });
+}
+
+void HostApi::saveSessions() {
+    if (!m_isSessionNews.exchange(false))
+        return;
+    std::string fault = base::replaceFile(m_sessionFile, m_webSessions.stored());
+    if (fault.empty() && ::chmod(m_sessionFile.c_str(), 0600) != 0)
+        fault = std::strerror(errno);
+    if (!fault.empty())
+        hostLog(sal::LogOutput::eWarning)
+            << "the web panel's sessions do not outlive this host: " << m_sessionFile << ": " << fault
+            << std::endl;
+}
+
 void HostApi::stop() {
     beginShutdown();
     m_server.stop();
+    saveSessions();
     m_deadlines.stop();
 }
 

@@ -69,6 +69,8 @@ private:
     ApiOutcome playMacro(const std::string& name) const;
     void setState(const std::string& key, const StateValue& value) const;
     void addWeb(WebPort& port);
+    void restoreSessions();
+    void saveSessions();
     std::vector<ApiSession> sessions() const;
     ApiWebCode webCode(const std::string& url, const std::function<std::string()>& make) const;
 
@@ -81,6 +83,8 @@ private:
     std::vector<WorkplaceFile::Entry> m_entries;
     std::vector<std::string> m_macroNames;
     WebSessions m_webSessions;
+    const std::string m_sessionFile;
+    std::atomic<bool> m_isSessionNews = false;  ///< the file is older than the sessions
     std::string m_webUrl;  ///< empty where there is no panel; set before the API's thread runs
     std::string m_webUrlElsewhere;
     const ApiContext m_context;

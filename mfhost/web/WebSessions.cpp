@@ -1,7 +1,9 @@
 #include "WebSessions.h"
 
 #include <algorithm>
+#include <charconv>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "Printable.h"
@@ -10,12 +12,46 @@
 namespace {
 
 constexpr std::size_t s_digits = 6;
+constexpr std::size_t s_hashSize = 32;
 /// Of a file: with fewer characters it can be guessed.
 constexpr std::size_t s_shortestToken = 32;
 
 bool areDigits(const std::string& code) {
     return code.size() == s_digits &&
            std::all_of(code.begin(), code.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+std::int64_t secondsOf(WebSessions::Clock::time_point time) {
+    return std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();
+}
+
+/// One that the clock can have.
+bool isTime(std::int64_t seconds) {
+    constexpr std::int64_t last = 9'000'000'000;
+    return seconds > 0 && seconds < last;
+}
+
+std::string hexOf(const std::string& bytes) {
+    static constexpr std::string_view s_hex = "0123456789abcdef";
+    std::string text;
+    for (const char byte : bytes) {
+        text += s_hex[static_cast<unsigned char>(byte) >> 4];
+        text += s_hex[static_cast<unsigned char>(byte) & 15u];
+    }
+    return text;
+}
+
+/// Empty for what is none.
+std::string hashIn(const std::string& hex) {
+    std::string hash;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
+        unsigned byte = 0;
+        const auto [pEnd, fault] = std::from_chars(hex.data() + i, hex.data() + i + 2, byte, 16);
+        if (fault != std::errc() || pEnd != hex.data() + i + 2)
+            return {};
+        hash += static_cast<char>(byte);
+    }
+    return hash.size() == s_hashSize && hex.size() == 2 * s_hashSize ? hash : std::string();
 }
 
 ERole roleNamed(const std::string& name) {
@@ -64,8 +100,14 @@ WebSessions::Opened WebSessions::open(const std::string& code, const std::string
                           .since = now,
                           .used = now,
                           .expires = now + s_sessionTime},
-                         opened.token);
+                         hashOf(opened.token));
+    tellFollower();
     return opened;
+}
+
+void WebSessions::tellFollower() const {
+    if (m_follower)
+        m_follower();
 }
 
 /// The hashes are compared: how long that takes tells nothing of the code.
@@ -98,7 +140,7 @@ std::optional<WebSessions::Code> WebSessions::take(const std::string& code, std:
     return taken;
 }
 
-const WebSessions::Session& WebSessions::add(Session session, const std::string& token) {
+const WebSessions::Session& WebSessions::add(Session session, const std::string& hash) {
     if (m_sessions.size() >= s_mostSessions) {
         const auto oldest =
             std::min_element(m_sessions.begin(), m_sessions.end(), [](const auto& one, const auto& other) {
@@ -110,7 +152,6 @@ const WebSessions::Session& WebSessions::add(Session session, const std::string&
         m_sessions.erase(oldest);
     }
     session.id = ++m_lastID;
-    const std::string hash = hashOf(token);
     m_byHash[hash] = session.id;
     return m_sessions.emplace(m_lastID, Held{std::move(session), hash}).first->second.session;
 }
@@ -150,7 +191,7 @@ std::string WebSessions::addTokens(const std::string& text, unsigned uid) {
         return "more than " + std::to_string(s_mostSessions / 2) + " tokens";
     const std::lock_guard lock(m_mutex);
     for (const auto& [session, token] : read)
-        add(session, token);
+        add(session, hashOf(token));
     return {};
 }
 
@@ -186,7 +227,63 @@ bool WebSessions::end(std::uint64_t id) {
         return false;
     m_byHash.erase(found->second.hash);
     m_sessions.erase(found);
+    tellFollower();
     return true;
+}
+
+std::string WebSessions::stored() const {
+    const std::lock_guard lock(m_mutex);
+    std::string text;
+    for (const auto& [id, held] : m_sessions) {
+        const Session& session = held.session;
+        if (!session.expires)
+            continue;
+        text += hexOf(held.hash) + "\t" + inWords(session.role) + "\t" + std::to_string(session.uid) + "\t" +
+                std::to_string(secondsOf(session.since)) + "\t" + std::to_string(secondsOf(session.used)) +
+                "\t" + std::to_string(secondsOf(*session.expires)) + "\t" + session.address + "\t" +
+                base::printable(session.user) + "\n";
+    }
+    return text;
+}
+
+std::size_t WebSessions::restore(const std::string& text) {
+    const std::lock_guard lock(m_mutex);
+    std::size_t wrong = 0;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream fields(line);
+        std::string hex;
+        std::string role;
+        std::string rest;
+        unsigned uid = 0;
+        std::int64_t since = 0;
+        std::int64_t used = 0;
+        std::int64_t expires = 0;
+        fields >> hex >> role >> uid >> since >> used >> expires;
+        const bool isRead = fields.get() == '\t' && std::getline(fields, rest) && isTime(since) &&
+                            isTime(used) && isTime(expires);
+        const std::string hash = hashIn(hex);
+        const auto tab = rest.find('\t');
+        if (!isRead || hash.empty() || roleNamed(role) == ERole::None || tab == std::string::npos) {
+            ++wrong;
+            continue;
+        }
+        const auto timeOf = [](std::int64_t seconds) {
+            return Clock::time_point(std::chrono::seconds(seconds));
+        };
+        // Whoever has written it, none holds for longer than one that is opened now.
+        const Clock::time_point end = std::min(timeOf(expires), m_now() + s_sessionTime);
+        if (end > m_now() && !m_byHash.contains(hash))
+            add({.role = roleNamed(role),
+                 .user = rest.substr(tab + 1),
+                 .uid = uid,
+                 .address = rest.substr(0, tab),
+                 .since = timeOf(since),
+                 .used = timeOf(used),
+                 .expires = end},
+                hash);
+    }
+    return wrong;
 }
 
 std::vector<WebSessions::Session> WebSessions::sessions() const {

@@ -14,8 +14,8 @@
 #include "ApiCall.h"
 
 /// Who may use the web panel: the codes with which a session is opened, and the sessions. A code has no more
-/// than the role of who asked for it. Of codes and tokens only hashes are kept, and those in memory alone.
-/// Owned by HostApi. Any thread.
+/// than the role of who asked for it. Of codes and tokens only hashes are kept. Owned by HostApi, which keeps
+/// the sessions over a restart of the host. Any thread.
 class WebSessions {
 public:
     using Clock = std::chrono::system_clock;
@@ -44,6 +44,14 @@ public:
     };
 
     explicit WebSessions(std::function<Clock::time_point()> now = &Clock::now) : m_now(std::move(now)) {}
+
+    /// Called on whichever thread opens or ends a session, under this object's lock: returns at once. Before
+    /// other threads use the object.
+    void setFollower(std::function<void()> follower) { m_follower = std::move(follower); }
+    /// The sessions that were opened with codes, as text for restore(), a line each.
+    std::string stored() const;
+    /// Takes them over; how many lines are none.
+    std::size_t restore(const std::string& text);
 
     /// A long code, for one session with the asker's role.
     std::string addCode(const ApiCaller& asker);
@@ -83,9 +91,11 @@ private:
     // Under the lock.
     void forgetOld(Clock::time_point now);
     std::optional<Code> take(const std::string& code, std::string& refusal);
-    const Session& add(Session session, const std::string& token);
+    const Session& add(Session session, const std::string& hash);
+    void tellFollower() const;
 
     const std::function<Clock::time_point()> m_now;
+    std::function<void()> m_follower;
     mutable std::mutex m_mutex;
     std::vector<Code> m_codes;     ///< the oldest first
     std::optional<Code> m_digits;  ///< those that were asked for last

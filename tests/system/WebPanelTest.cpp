@@ -23,6 +23,9 @@ protected:
     HostProcess& startWithPanel(const std::vector<std::string>& more = {}) {
         workplace().addModule("Echo");
         workplace().configure(entry("E", "queue"));
+        return startAgain(more);
+    }
+    HostProcess& startAgain(const std::vector<std::string>& more = {}) {
         std::vector<std::string> options{"--control", socket(), "--web", "0"};
         options.insert(options.end(), more.begin(), more.end());
         HostProcess& host = startAndWait(options);
@@ -118,6 +121,16 @@ TEST_F(WebPanel, OpenPageIsToldOfValuesDriversAndWhatHappens) {
     EXPECT_EQ(mfctl("shutdown").exitCode, 0);
     EXPECT_THAT(live.receiveWith(R"("kind":"bye")"), HasSubstr(R"("code":"stopping")"));
     EXPECT_EQ(host().waitForEnd(), 0);
+}
+
+TEST_F(WebPanel, SessionHoldsAfterTheHostWasStartedAnew) {
+    startWithPanel();
+    const std::string token = signIn();
+    EXPECT_EQ(mfctl("shutdown").exitCode, 0);
+    EXPECT_EQ(host().waitForEnd(), 0);
+    startAgain();
+    EXPECT_THAT(page("/api/v1", "-H 'Authorization: Bearer " + token + "'"), HasSubstr(R"("role":"admin")"));
+    EXPECT_EQ(end(), 0);
 }
 
 TEST_F(WebPanel, ScriptUsesATokenOfTheFile) {

@@ -286,6 +286,13 @@ TEST_F(ApiHandlerTest, RequestsOfTwoUsersAreTwo) {
     EXPECT_EQ(2u, m_host.posted.size());
 }
 
+TEST_F(ApiHandlerTest, AnswerToARoleIsNotForTheSameUserWithLess) {
+    m_host.webCode.code = "of an admin";
+    EXPECT_THAT(call("POST", "/api/v1/panel", R"({"request":"r1"})"), HasSubstr("of an admin"));
+    m_host.webCode.code = "of a viewer";
+    EXPECT_THAT(call("POST", "/api/v1/panel", R"({"request":"r1"})", ERole::View), HasSubstr("of a viewer"));
+}
+
 TEST_F(ApiHandlerTest, RequestsOfAUserWithAnotherNameAreStillHis) {
     begin("POST", "/api/v1/plan", R"({"request":"r1"})");
     name = "uid 1000";

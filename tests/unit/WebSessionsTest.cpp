@@ -148,6 +148,66 @@ TEST_F(WebSessionsTest, OfManySessionsTheOneUsedLongestAgoGoes) {
     EXPECT_EQ(sut.sessions().size(), WebSessions::s_mostSessions);
 }
 
+TEST_F(WebSessionsTest, SessionsAreTakenOverByTheNextHost) {
+    const std::string token = openWithCode();
+    const std::string ended = openWithCode();
+    sut.end(sut.find(ended)->id);
+    sut.addTokens("view " + std::string(32, 'a'), 0);
+    const std::string stored = sut.stored();
+    EXPECT_EQ(stored.find(token), std::string::npos);
+    WebSessions next{[this] { return now; }};
+    EXPECT_EQ(next.restore(stored), 0u);
+    EXPECT_EQ(next.sessions().size(), 1u);
+    const auto found = next.find(token);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->role, ERole::Operate);
+    EXPECT_EQ(found->user, "anna");
+    EXPECT_EQ(found->uid, 1000u);
+    EXPECT_EQ(found->address, "127.0.0.1");
+    EXPECT_EQ(found->since, now);
+    EXPECT_EQ(found->expires, now + 30 * 24h);
+    EXPECT_EQ(next.restore(stored), 0u);
+    EXPECT_EQ(next.sessions().size(), 1u);
+}
+
+TEST_F(WebSessionsTest, WhatIsNoSessionIsNotTakenOver) {
+    openWithCode();
+    const std::string line = sut.stored();
+    const std::string rest = line.substr(64);
+    WebSessions next{[this] { return now; }};
+    for (const std::string& wrong :
+         {std::string("x"), line.substr(1), "0" + line, "g" + line.substr(1), line.substr(0, 62) + rest,
+          line.substr(0, line.find("operate")) + "root" + line.substr(line.find("operate") + 7),
+          line.substr(0, line.rfind('\t')),
+          line.substr(0, line.find('\t')) + "\tview\t0\t1\t1\t9999999999999999\ta\tb"})
+        EXPECT_EQ(next.restore(wrong), 1u) << wrong;
+    EXPECT_EQ(next.restore("\n"), 1u);
+    EXPECT_TRUE(next.sessions().empty());
+    now += 30 * 24h;
+    EXPECT_EQ(next.restore(line), 0u);
+    EXPECT_TRUE(next.sessions().empty());
+}
+
+TEST_F(WebSessionsTest, NoSessionThatIsTakenOverHoldsForLonger) {
+    const std::string token = openWithCode();
+    const std::string line = sut.stored();
+    WebSessions::Clock::time_point earlier = now - 10 * 24h;
+    WebSessions next{[&earlier] { return earlier; }};
+    EXPECT_EQ(next.restore(line), 0u);
+    EXPECT_EQ(next.find(token)->expires, earlier + 30 * 24h);
+}
+
+TEST_F(WebSessionsTest, FollowerIsToldOfSessionsThatComeAndGo) {
+    int told = 0;
+    sut.setFollower([&] { ++told; });
+    const std::string token = openWithCode();
+    EXPECT_EQ(told, 1);
+    const auto found = sut.find(token);
+    EXPECT_EQ(told, 1);
+    sut.end(found->id);
+    EXPECT_EQ(told, 2);
+}
+
 TEST_F(WebSessionsTest, TokensOfAFileAreSessionsWithoutEnd) {
     const std::string long1(32, 'a');
     const std::string long2(40, 'b');
