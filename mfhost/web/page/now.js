@@ -1,0 +1,245 @@
+// The page "Now": alarms, then a tile for each driver, what is wrong first.
+
+import {actionButton, ask, attempt, emptyNote, facts, h, KeyedList, mark, openDialog, put, setSign, sign} from "./dom.js";
+import {advice, ageOrHeard, byTrouble, driverSign, heardText} from "./signs.js";
+import "./spark.js";
+import {clockTextExact, counted, dateText, hostTime, quoted, rateText} from "./text.js";
+
+function raisedText(alarm) {
+    const us = typeof alarm.raised === "number" ? alarm.raised : hostTime(alarm.raised);
+    return us === null ? "" : dateText(us / 1000);
+}
+
+export class NowPage {
+    title = "Now";
+    element;
+    #context;
+    #summary = h("p", {class: "summary"});
+    #alarmTitle = h("h2", {});
+    #alarms = h("ul", {class: "alarms"});
+    #tiles = h("ul", {class: "tiles"});
+    #empty = emptyNote("There is no driver in this workplace.");
+    #acknowledgeAll;
+    #alarmList;
+    #tileList;
+    #dialog = null;
+
+    constructor(context) {
+        this.#context = context;
+        this.#acknowledgeAll = actionButton("Acknowledge all", "admin", () => this.#acknowledge("all"));
+        this.#alarmList = new KeyedList(this.#alarms, (alarm) => this.#makeAlarm(alarm), (part, alarm) => this.#writeAlarm(part, alarm));
+        this.#tileList = new KeyedList(this.#tiles, (driver) => this.#makeTile(driver), (part, driver) => this.#writeTile(part, driver));
+        this.element = h("div", {class: "page now"}, this.#summary,
+            h("section", {class: "alarm-part", "aria-label": "Alarms"},
+                h("header", {class: "part"}, this.#alarmTitle, this.#acknowledgeAll), this.#alarms),
+            h("section", {"aria-label": "Drivers"}, h("h2", {class: "unseen"}, "Drivers"), this.#tiles, this.#empty));
+    }
+
+    show(parameters) {
+        this.#drawAlarms();
+        this.#drawTiles();
+        const driver = parameters.get("driver");
+        if (driver)
+            this.#details(driver);
+        else
+            this.#dialog?.close();
+    }
+
+    hide() {
+        this.#dialog?.close();
+    }
+
+    news(changes) {
+        if (changes.alarms)
+            this.#drawAlarms();
+        if (changes.drivers.size > 0)
+            this.#drawTiles();
+    }
+
+    second() {
+        for (const driver of this.#context.model.drivers.values()) {
+            const part = this.#tileList.get(driver.id);
+            if (!part)
+                continue;
+            this.#writeTimes(part, driver);
+            part.spark.draw(driver.history, {fromZero: true,
+                words: ({high}) => `messages in the last minute, at most ${rateText(high)} a second`});
+        }
+        this.#drawSummary();
+    }
+
+    #drawSummary() {
+        const {model} = this.#context;
+        let running = 0;
+        let parked = 0;
+        for (const driver of model.drivers.values()) {
+            running += driver.state === "running" || driver.alive && driver.state === "not loaded" ? 1 : 0;
+            parked += driver.state === "parked" ? 1 : 0;
+        }
+        let stale = 0;
+        for (const value of model.values.values())
+            stale += value.cause ? 1 : 0;
+        const parts = [`${running} of ${counted(model.drivers.size - parked, "driver")} ${running === 1 ? "runs" : "run"}`];
+        if (parked > 0)
+            parts.push(`${parked} parked`);
+        parts.push(counted(model.values.size, "value"));
+        if (stale > 0)
+            parts.push(`${stale} stale`);
+        put(this.#summary, model.complete || model.drivers.size > 0 ? parts.join(" · ") : "Nothing is known yet.");
+    }
+
+    // --- alarms ---
+
+    #makeAlarm(alarm) {
+        const part = {sign: sign(), name: h("strong"), text: h("span", {class: "alarm-text"}), times: h("span", {class: "quiet-text"})};
+        part.element = h("li", {class: "alarm"}, part.sign, h("div", {}, part.name, part.text, part.times),
+            actionButton("Acknowledge", "admin", () => this.#acknowledge(alarm.key), {"aria-label": `Acknowledge ${alarm.key}`}));
+        return part;
+    }
+
+    #writeAlarm(part, alarm) {
+        const isOver = alarm.isOver ?? alarm.over ?? false;
+        setSign(part.sign, isOver ? "wait" : "bad", isOver ? "over" : "on");
+        mark(part.element, "data-over", isOver ? "yes" : null);
+        put(part.name, alarm.key);
+        put(part.text, alarm.text);
+        put(part.times, `${alarm.count > 1 ? `${alarm.count} times, since ` : ""}${raisedText(alarm)}`);
+    }
+
+    #drawAlarms() {
+        const alarms = this.#context.model.alarms.filter((alarm) => !isShelved(alarm));
+        const shelved = this.#context.model.alarms.length - alarms.length;
+        put(this.#alarmTitle, alarms.length === 0 ? "No alarms" : counted(alarms.length, "alarm"));
+        if (shelved > 0)
+            put(this.#alarmTitle, `${this.#alarmTitle.textContent}, ${shelved} shelved`);
+        mark(this.element.querySelector(".alarm-part"), "data-some", alarms.length > 0 ? "yes" : null);
+        this.#acknowledgeAll.hidden = alarms.length < 2;
+        this.#alarmList.set([...alarms].reverse(), (alarm) => alarm.key);
+    }
+
+    async #acknowledge(key) {
+        await attempt(`Acknowledge ${key}`, async () => {
+            const answer = await this.#context.api.act("/console", {line: `acknowledge ${quoted(key)}`});
+            if (!answer.done)
+                throw new Error(answer.output.trim() || "it was refused");
+        }, null);
+    }
+
+    // --- tiles ---
+
+    #makeTile(driver) {
+        const {id} = driver;
+        const part = {
+            sign: sign(), kind: h("span", {class: "quiet-text"}), advice: h("p", {class: "advice"}),
+            facts: {}, spark: h("mf-spark"), fill: h("span", {class: "fill"}), rate: h("span", {class: "figure"}),
+            reload: actionButton("Reload", "admin", () => this.#reload(id), {"aria-label": `Reload ${id}`}),
+            park: actionButton("Park", "admin", () => this.#park(id), {"aria-label": `Park ${id}`}),
+            start: actionButton("Start", "admin", () => this.#start(id), {"aria-label": `Start ${id}`}),
+        };
+        const fact = (name, label) => {
+            part.facts[name] = h("dd");
+            return [h("dt", {}, label), part.facts[name]];
+        };
+        part.element = h("li", {class: "tile", "data-driver": id},
+            h("header", {}, h("h3", {}, h("a", {href: `#now?driver=${encodeURIComponent(id)}`}, id)), part.sign),
+            part.kind, part.advice,
+            h("dl", {class: "facts"}, fact("since", "for"), fact("restarts", "restarts"), fact("queue", "queued in / out")),
+            h("div", {class: "traffic"}, part.rate, part.spark), h("div", {class: "bar", "aria-hidden": "true"}, part.fill),
+            h("footer", {}, part.start, part.reload, part.park));
+        return part;
+    }
+
+    #writeTile(part, driver) {
+        const mode = {direct: "in the host", queue: driver.pid ? `process ${driver.pid}` : "no process", socket: "socket", none: "no link"}[driver.mode] ?? driver.mode;
+        put(part.kind, `${driver.type} ${driver.version} · ${mode}`);
+        put(part.facts.restarts, driver.restarts > 0 && driver.cause ? `${driver.restarts}, last: ${driver.cause}` : String(driver.restarts));
+        const capacities = this.#context.capacities(driver.id);
+        const queued = driver.queuedIn === null && driver.queuedOut === null ? "no queue" : `${of(driver.queuedIn, capacities.in)} / ${of(driver.queuedOut, capacities.out)}`;
+        put(part.facts.queue, queued);
+        const share = Math.max(capacities.in ? (driver.queuedIn ?? 0) / capacities.in : 0, capacities.out ? (driver.queuedOut ?? 0) / capacities.out : 0);
+        part.fill.style.setProperty("width", `${Math.min(100, Math.round(share * 100))}%`);
+        mark(part.fill, "data-full", share >= 0.75 ? "yes" : null);
+        put(part.rate, `in ${rateText(driver.receivedPerSecond)} · out ${rateText(driver.sentPerSecond)} msg/s`);
+        part.start.hidden = driver.alive || !["parked", "ended"].includes(driver.state);
+        part.park.hidden = ["parked", "parking"].includes(driver.state);
+        part.reload.hidden = driver.state === "parked";
+        this.#writeTimes(part, driver);
+    }
+
+    #writeTimes(part, driver) {
+        const {link} = this.#context;
+        const {kind, text} = driverSign(driver, link);
+        setSign(part.sign, kind, text);
+        mark(part.element, "data-kind", kind);
+        put(part.facts.since, driver.sinceUs === null ? "-" : ageOrHeard(link, driver.sinceUs));
+        put(part.advice, advice(driver, link.nowUs()));
+    }
+
+    #drawTiles() {
+        const drivers = [...this.#context.model.drivers.values()];
+        drivers.sort(byTrouble);
+        this.#tileList.set(drivers, (driver) => driver.id);
+        this.#empty.hidden = drivers.length > 0 || !this.#context.model.complete;
+        this.#drawSummary();
+    }
+
+    // --- actions ---
+
+    #path(id, verb) {
+        return `/drivers/${encodeURIComponent(id)}/${verb}`;
+    }
+
+    async #reload(id) {
+        if (await ask(`Reload ${id}?`, `${id} is unloaded and loaded with what the workplace file says now. Until it is back, what is sent to it waits or is refused.`, `Reload ${id}`))
+            await attempt(`Reload ${id}`, () => this.#context.api.act(this.#path(id, "reload")));
+    }
+
+    async #park(id) {
+        if (await ask(`Park ${id}?`, `${id} is unloaded and stays so, over restarts of the host too, until somebody starts it.`, `Park ${id}`))
+            await attempt(`Park ${id}`, () => this.#context.api.act(this.#path(id, "park")));
+    }
+
+    async #start(id) {
+        await attempt(`Start ${id}`, () => this.#context.api.act(this.#path(id, "unpark")));
+    }
+
+    async #details(id) {
+        this.#dialog?.close();
+        const body = h("div", {class: "card", "aria-busy": "true"}, heardText(this.#context.link));
+        const dialog = openDialog(id, body);
+        this.#dialog = dialog;
+        dialog.addEventListener("close", () => {
+            this.#dialog = null;
+            if (this.#context.route().get("driver") === id)
+                this.#context.go("#now");
+        });
+        let card;
+        try {
+            card = await this.#context.api.get(`/drivers/${encodeURIComponent(id)}`);
+        } catch (error) {
+            put(body, error.message);
+            return;
+        }
+        const queue = (each) => `${each.depth} of ${each.capacity} waiting, ${each.highWater} at most so far, ${each.messages} in all`;
+        const log = card.log.map((line) => `${clockTextExact(hostTime(line.time) / 1000)} ${line.output}: ${line.text}`);
+        body.replaceChildren(facts([
+            ["status", card.status], ["last cause", card.cause || "-"], ["module", card.module], ["descriptor", card.descriptor],
+            ["directory", card.directory], ["network adapter", card.networkAdapter || "-"],
+            ...card.queues.map((each) => [each.name, queue(each)]), ["values lost", String(card.valuesLost)]]),
+        h("h3", {}, "Last words"), h("pre", {tabindex: "0"}, card.lastWords.join("\n") || "none"),
+        h("h3", {}, "Log"), h("pre", {tabindex: "0"}, log.join("\n") || "none"),
+        h("p", {}, h("a", {href: `#values?filter=${encodeURIComponent(`${id}.`)}`}, "Its values"), " · ",
+            h("a", {href: `#stream?driver=${encodeURIComponent(id)}`}, "What happens to it")));
+        body.removeAttribute("aria-busy");
+    }
+}
+
+function of(depth, capacity) {
+    if (depth === null)
+        return "-";
+    return depth > 0 && capacity > 0 ? `${depth} of ${capacity}` : String(depth);
+}
+
+function isShelved(alarm) {
+    return Boolean(alarm.shelvedUntil ?? alarm.shelvedForMs);
+}

@@ -1,0 +1,81 @@
+// The page "Wall": how the drivers are and what the pinned values say, large, for a screen that nobody touches.
+
+import {h, KeyedList, mark, put, setSign, sign} from "./dom.js";
+import {ageOrHeard, byTrouble, driverSign, valueSign} from "./signs.js";
+import {clockText, counted} from "./text.js";
+
+export class WallPage {
+    title = "Wall";
+    element;
+    #context;
+    #clock = h("span", {class: "clock"});
+    #alarms = h("p", {class: "wall-alarms"});
+    #drivers = h("ul", {class: "wall-drivers"});
+    #values = h("ul", {class: "wall-values"});
+    #driverList;
+    #valueList;
+
+    constructor(context) {
+        this.#context = context;
+        this.#driverList = new KeyedList(this.#drivers, (driver) => {
+            const part = {sign: sign(), cause: h("p")};
+            part.element = h("li", {}, h("h3", {}, driver.id), part.sign, part.cause);
+            return part;
+        }, (part, driver) => this.#writeDriver(part, driver));
+        this.#valueList = new KeyedList(this.#values, (key) => {
+            const part = {text: h("p", {class: "large value"}), sign: sign(), age: h("span", {class: "quiet-text"})};
+            part.element = h("li", {}, h("h3", {}, key), part.text, h("p", {}, part.sign, " ", part.age));
+            return part;
+        }, (part, key) => this.#writeValue(part, key));
+        this.element = h("div", {class: "page wall"},
+            h("header", {}, h("h2", {}, "Wall"), this.#alarms, this.#clock, h("a", {href: "#now", class: "leave"}, "Leave the wall")),
+            h("section", {"aria-label": "Drivers"}, this.#drivers), h("section", {"aria-label": "Pinned values"}, this.#values));
+    }
+
+    show() {
+        this.#draw();
+    }
+
+    hide() {}
+
+    news(changes) {
+        if (changes.drivers.size > 0 || changes.alarms)
+            this.#draw();
+        for (const key of changes.values) {
+            const part = this.#valueList.get(key);
+            if (part)
+                this.#writeValue(part, key);
+        }
+    }
+
+    second() {
+        this.#draw();
+    }
+
+    #draw() {
+        const {model, link, pins} = this.#context;
+        put(this.#clock, clockText(link.nowUs() / 1000));
+        const alarms = model.alarms.filter((alarm) => !alarm.shelvedUntil && !alarm.shelvedForMs);
+        put(this.#alarms, alarms.length === 0 ? "no alarms" : `${counted(alarms.length, "alarm")}: ${alarms.map((alarm) => `${alarm.key} ${alarm.text}`).join(" · ")}`);
+        mark(this.#alarms, "data-some", alarms.length > 0 ? "yes" : null);
+        const drivers = [...model.drivers.values()].sort(byTrouble);
+        this.#driverList.set(drivers, (driver) => driver.id);
+        this.#valueList.set([...pins].sort(), (key) => key);
+    }
+
+    #writeDriver(part, driver) {
+        const {kind, text} = driverSign(driver, this.#context.link);
+        setSign(part.sign, kind, text);
+        mark(part.element, "data-kind", kind);
+        put(part.cause, kind === "live" || kind === "parked" ? "" : driver.cause);
+    }
+
+    #writeValue(part, key) {
+        const value = this.#context.model.values.get(key);
+        const {kind, text} = valueSign(value, this.#context.link);
+        setSign(part.sign, kind, text);
+        mark(part.element, "data-kind", kind === "live" ? null : kind);
+        put(part.text, value ? value.text : "?");
+        put(part.age, value ? ageOrHeard(this.#context.link, value.us) : "");
+    }
+}

@@ -1,0 +1,36 @@
+"""One chromium without a window, for the page's tests."""
+
+import shutil
+import tempfile
+
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+
+SWITCHES = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
+            "--disable-component-update", "--disable-sync", "--disable-extensions", "--disable-dev-shm-usage", "--lang=en"]  # fmt: skip
+
+
+class Browser:
+    """The driver is .driver; close() ends it and removes what it has written."""
+
+    def __init__(self, width=1280, height=800):
+        self.profile = tempfile.mkdtemp(prefix="mfhost-panel-")
+        options = webdriver.ChromeOptions()
+        options.binary_location = shutil.which("chromium") or "chromium"
+        for switch in [*SWITCHES, f"--user-data-dir={self.profile}", f"--window-size={width},{height}"]:
+            options.add_argument(switch)
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        self.driver = webdriver.Chrome(service=Service(shutil.which("chromedriver") or "chromedriver"), options=options)
+        self.driver.set_script_timeout(120)
+
+    def size(self, width, height):
+        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
+
+    def media(self, **features):
+        """prefers_color_scheme="dark" and the like."""
+        wanted = [{"name": name.replace("_", "-"), "value": each} for name, each in features.items()]
+        self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": wanted})
+
+    def close(self):
+        self.driver.quit()
+        shutil.rmtree(self.profile, ignore_errors=True)
