@@ -96,7 +96,7 @@ class StandIn:
         self.actions = []  # (path, body) of each action that was done
         self.faults = []  # what the page has asked for that the host would refuse as malformed
         self.pages = []
-        self.is_beating = True
+        self.is_beating = True  # else it stands still, as a process that is stopped
         self.is_lost = False  # answers are not sent: the connection ends
         self.started = iso(int(time.time() * 1e6))
         self.known = {}  # request -> answer
@@ -193,6 +193,7 @@ class StandIn:
             self.cut()
 
     def stop(self):
+        self.is_beating = True
         self.stopped.set()
         self.cut()
         self.server.shutdown()
@@ -258,6 +259,8 @@ class StandIn:
 
     def answer(self, handler, status, body, content_type="application/json", fields=()):
         if self.is_lost:
+            # Browsers ask again by themselves where nothing at all has come.
+            handler.wfile.write(b"HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 1000\r\n\r\n{")
             handler.close_connection = True
             return
         data = body if isinstance(body, bytes) else json.dumps(body).encode()
@@ -275,6 +278,7 @@ class StandIn:
         if not parts.path.startswith("/api/"):
             self.file(handler, parts.path)
             return
+        self.hold()
         if parts.path == "/api/v1/live":
             self.live(handler)
             return
@@ -317,7 +321,9 @@ class StandIn:
     def file(self, handler, path):
         file = PAGE / (path.lstrip("/") or "index.html")
         if file.parent != PAGE or not file.is_file():
-            self.faults.append(path)
+            # That one the browser asks for by itself, where a test opens a file that is no page.
+            if path != "/favicon.ico":
+                self.faults.append(path)
             self.refuse(handler, 404, "not-found", "no such file")
             return
         self.answer(handler, 200, file.read_bytes(), TYPES[file.suffix], [("Content-Security-Policy", POLICY), ("X-Content-Type-Options", "nosniff")])
@@ -328,7 +334,13 @@ class StandIn:
         self.refuse(handler, 401, "not-allowed", "Sign in first.")
         return False
 
+    def hold(self):
+        """A host that is stopped takes connections, and answers nothing."""
+        while not self.is_beating and not self.stopped.wait(0.05):
+            pass
+
     def post(self, handler):
+        self.hold()
         path = handler.path.removeprefix("/api/v1")
         length = int(handler.headers.get("Content-Length") or 0)
         body = json.loads(handler.rfile.read(length) or b"{}")

@@ -16,6 +16,8 @@ export class LiveLink extends EventTarget {
     cause = "";
     /** The host's time of the last message, in microseconds. */
     heardUs = null;
+    /** When the host was started, as it told; null for not known. */
+    started = null;
 
     #model;
     #socket = null;
@@ -25,6 +27,7 @@ export class LiveLink extends EventTarget {
     #attempts = 0;
     #timer = 0;
     #retry = 0;
+    #isAsking = false;
     #bye = null;
     #isStopped = true;
 
@@ -52,10 +55,8 @@ export class LiveLink extends EventTarget {
 
     /** Tries at once, whatever pause there is. */
     hurry() {
-        if (this.#socket || this.#isStopped)
-            return;
-        clearTimeout(this.#retry);
-        this.#connect();
+        if (!this.#socket && !this.#isStopped)
+            this.#connect();
     }
 
     get isLive() {
@@ -71,14 +72,28 @@ export class LiveLink extends EventTarget {
 
     async #connect() {
         clearTimeout(this.#retry);
+        // One at a time: a page that comes into sight while it asks does not ask twice.
+        if (this.#isAsking)
+            return;
+        this.#isAsking = true;
+        try {
+            await this.#open();
+        } finally {
+            this.#isAsking = false;
+        }
+    }
+
+    async #open() {
         if (isLoopback && !token()) {
             this.signedOut("");
             return;
         }
         // A WebSocket that is refused does not say why; this does.
         let answer;
+        let host;
         try {
-            answer = await fetch("/api/v1", {headers: headers(), cache: "no-store"});
+            answer = await fetch("/api/v1", {headers: headers(), cache: "no-store", signal: AbortSignal.timeout(5000)});
+            host = await answer.json();
         } catch {
             this.#again("The host does not answer.");
             return;
@@ -86,26 +101,22 @@ export class LiveLink extends EventTarget {
         if (this.#isStopped)
             return;
         if (answer.status === 401 || answer.status === 403) {
-            const body = await answer.json().catch(() => ({}));
-            this.signedOut(body.error?.text ?? "");
+            this.signedOut(host.error?.text ?? "");
             return;
         }
         if (!answer.ok) {
             this.#again(`The host answered ${answer.status}.`);
             return;
         }
+        this.started = host.started ?? null;
         const scheme = location.protocol === "https:" ? "wss" : "ws";
         const socket = new WebSocket(`${scheme}://${location.host}/api/v1/live`);
         this.#socket = socket;
         this.#bye = null;
-        this.started = (await answer.json().catch(() => ({}))).started ?? null;
         const first = {page: this.#page};
         if (isLoopback && token())
             first.authorize = token();
-        if (socket.readyState === WebSocket.OPEN)
-            socket.send(JSON.stringify(first));
-        else
-            socket.addEventListener("open", () => socket.send(JSON.stringify(first)));
+        socket.addEventListener("open", () => socket.send(JSON.stringify(first)));
         socket.addEventListener("message", (event) => this.#message(socket, event.data));
         socket.addEventListener("close", () => this.#closed(socket));
         this.#arm();

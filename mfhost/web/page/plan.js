@@ -138,7 +138,7 @@ export class PlanPage {
             const [now, former] = await Promise.all([file(entry.number), older ? file(older.number) : ""]);
             const lines = lineDiff(former, now).map(({sign: each, text}) => {
                 const line = h("span", {class: "diff-line", "data-diff": each === " " ? null : each});
-                put(line, `${each} ${text}\n`);
+                put(line, `${each} ${text}`);
                 return line;
             });
             const pre = h("pre", {class: "diff", tabindex: "0"}, lines);

@@ -15,6 +15,7 @@ export class VirtualRows extends HTMLElement {
     #body = h("div", {class: "rows-body", role: "rowgroup"});
     #grid = h("div", {class: "rows-scroll", role: "grid", tabindex: "0"});
     #rowHeight = 32;
+    #height = 0;
     #active = -1;
     #activeKey = null;
     #first = 0;
@@ -85,7 +86,7 @@ export class VirtualRows extends HTMLElement {
         const isAtEnd = this.#isFollowing;
         this.#items = items;
         this.#grid.setAttribute("aria-rowcount", items.length + 1);
-        this.#body.style.setProperty("height", `${items.length * this.#rowHeight}px`);
+        this.#fit();
         if (isAtEnd)
             this.toEnd();
         else if (gone > 0)
@@ -107,17 +108,23 @@ export class VirtualRows extends HTMLElement {
     }
 
     #layout() {
-        const height = parseFloat(getComputedStyle(this).getPropertyValue("--row")) || 32;
-        this.#rowHeight = height;
+        this.#rowHeight = parseFloat(getComputedStyle(this).getPropertyValue("--row")) || 32;
+        this.#height = this.#grid.clientHeight;
+        this.#fit();
+        if (this.#isFollowing)
+            this.#grid.scrollTop = this.#grid.scrollHeight;
+        this.#draw();
+    }
+
+    /** As many rows as are seen at a time. */
+    #fit() {
+        const height = this.#rowHeight;
         this.#body.style.setProperty("height", `${this.#items.length * height}px`);
-        const needed = Math.min(this.#items.length, Math.ceil(this.#grid.clientHeight / height) + 2 * spare);
+        const needed = Math.min(this.#items.length, Math.ceil(this.#height / height) + 2 * spare);
         while (this.#rows.length < needed)
             this.#addRow();
         while (this.#rows.length > needed)
             this.#rows.pop().element.remove();
-        if (this.#isFollowing)
-            this.#grid.scrollTop = this.#grid.scrollHeight;
-        this.#draw();
     }
 
     #addRow() {

@@ -61,6 +61,7 @@ export class WallPage {
         const drivers = [...model.drivers.values()].sort(byTrouble);
         this.#driverList.set(drivers, (driver) => driver.id);
         this.#valueList.set([...pins].sort(), (key) => key);
+        mark(this.element, "data-many", drivers.length + [...pins].length > 40 ? "yes" : null);
     }
 
     #writeDriver(part, driver) {

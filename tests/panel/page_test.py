@@ -1,0 +1,625 @@
+#!/usr/bin/python3
+"""The web panel's page in a real browser, beside a stand-in for the host. One browser serves all tests; each has a host of
+its own, and so an origin of its own."""
+
+import os
+import shutil
+import sys
+import time
+import unittest
+
+MISSING = [name for name in ("chromium", "chromedriver") if not shutil.which(name)]
+try:
+    import selenium  # noqa: F401
+except ImportError:
+    MISSING.append("python3-selenium")
+if MISSING:
+    # ctest takes this exit code for a skipped test; ./dev test shows the reason.
+    print(f"skipped: {', '.join(MISSING)} missing (tools/run/packages panel installs it)")
+    sys.exit(77)
+
+from selenium.webdriver.common.by import By  # noqa: E402
+from selenium.webdriver.common.keys import Keys  # noqa: E402
+
+from browser import Browser  # noqa: E402
+from standin import StandIn, driver, value  # noqa: E402
+
+# How long a condition may take on a machine that does much else.
+PATIENCE = 60
+TEXTS = """
+const out = {};
+const t = await import("/text.js");
+out.ages = [0, 119999, 120000, 7199999, 7200000, 172800000].map(t.ageText);
+out.rates = [0, 0.42, 12.4, 1234, 12345].map(t.rateText);
+out.fids = ['AXIS1.MOVE to=10 note="a b"', 'AXIS1', 'AXIS1.MOVE fast', 'A.B x="'].map(t.parseFid);
+out.line = t.fidText("A.B", [["x", "a b"], ["y", ""], ["z", "1"]]);
+out.filters = [["axis pos", "AXIS1.POSITION"], ["AXIS*.POS*", "AXIS1.POSITION"], ["pos*", "AXIS1.POSITION"], ["-axis", "AXIS1.POSITION"],
+    ["[1", "AXIS[1].X"]].map(([filter, text]) => t.filterOf(filter)(text));
+out.time = [t.hostTime("2026-11-22T15:47:45.148Z"), t.hostTime("2026-11-22T15:47:45.148252Z"), t.hostTime(null)];
+const {completions} = await import("/complete.js");
+const known = {drivers: new Map([["AXIS1", {status: "running"}], ["LAMP", {status: "ended"}]]), functions: new Map([["AXIS1", new Map([["MOVE", new Set(["to", "fast"])], ["STOP", new Set()]])]])};
+out.completions = ["ax", "AXIS1.", "AXIS1.M", "AXIS1.MOVE ", "AXIS1.MOVE to=1 ", "AXIS1.MOVE to="].map((line) => completions(line, line.length, known).items.map((item) => item.text));
+const {lineDiff} = await import("/diff.js");
+out.diff = lineDiff("a\\nb\\nc\\nd", "a\\nc\\nx\\nd").map(({sign, text}) => sign + text);
+const {Model} = await import("/model.js");
+const model = new Model();
+const number = (key, version) => ({key, type: "int", value: version, text: String(version), owner: "A", start: 1, ageMs: 2000, version, stale: null});
+model.begin({instance: "i"});
+out.model = [model.apply({from: 3, to: 4, time: 1e9}), model.apply({from: 0, to: 4, time: 1e9, values: [number("A.X", 1), number("A.Y", 1)]}),
+    model.values.get("A.X").us, model.apply({from: 5, to: 6, time: 1e9}), model.apply({from: 4, to: 7, time: 2e9, gone: ["A.X"]}),
+    [...model.values.keys()], model.apply({from: 0, to: 9, time: 3e9, values: [number("A.Z", 1)]}), [...model.values.keys()]];
+for (let number = 0; number < 6001; ++number)
+    model.apply({from: 9, to: 9, time: 3e9, records: [{number, kind: "event", driver: "A", key: "A.E", value: ""}]});
+out.records = [model.records.length, model.records[0].number];
+return out;
+"""
+
+
+class Page(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.browser = Browser()
+        cls.driver = cls.browser.driver
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.close()
+
+    def setUp(self):
+        self.hosts = []
+        # What the browser itself complains of: a policy that is broken, an error that nothing catches.
+        self.driver.get_log("browser")
+
+    def tearDown(self):
+        self.driver.get("about:blank")
+        bad = [each["message"] for each in self.driver.get_log("browser")
+               if each["source"] in ("javascript", "security") or "Content Security" in each["message"]]  # fmt: skip
+        for host in self.hosts:
+            host.stop()
+        self.assertEqual(bad, [])
+        for host in self.hosts:
+            self.assertEqual(host.faults, [])
+
+    # --- what the tests are written with ---
+
+    def host(self, **settings):
+        host = StandIn(**settings)
+        self.hosts.append(host)
+        return host
+
+    def open(self, host, page="now", signed_in=True):
+        if signed_in:
+            # A file of the origin that starts nothing.
+            self.driver.get(host.url + "favicon.svg")
+            self.driver.execute_script("localStorage.setItem('mfhost.token', arguments[0])", host.token)
+        self.driver.get(f"{host.url}#{page}")
+        if signed_in:
+            self.wait_for_link("live")
+
+    def js(self, code, *arguments):
+        return self.driver.execute_script(code, *arguments)
+
+    def wait(self, what, condition):
+        end = time.monotonic() + PATIENCE
+        while True:
+            found = condition()
+            if found:
+                return found
+            if time.monotonic() > end:
+                self.fail(f"not within {PATIENCE} s: {what}; the page says: {self.text()}")
+            time.sleep(0.05)
+
+    def wait_for_link(self, state):
+        self.wait(f"the link is {state}", lambda: self.js("return document.body.dataset.link") == state)
+
+    def wait_for(self, text, selector="body"):
+        self.wait(f'"{text}" in {selector}', lambda: text in self.text(selector))
+
+    def text(self, selector="body"):
+        return self.js("return [...document.querySelectorAll(arguments[0])].map((each) => each.innerText).join(' | ')", selector)
+
+    def click(self, text, within="body"):
+        """A button by its text or its name."""
+        found = self.js("""return [...document.querySelectorAll(arguments[0] + " button")].find((each) =>
+            each.innerText === arguments[1] || each.ariaLabel === arguments[1])""", within, text)  # fmt: skip
+        self.assertIsNotNone(found, f'no button "{text}" in: {self.text(within)}')
+        found.click()
+
+    def keys(self, *keys):
+        self.driver.switch_to.active_element.send_keys(*keys)
+
+    def row(self, key):
+        """The cells of a value's row, as they are seen."""
+        rows = self.js("""return [...document.querySelectorAll(".values .row")].map((row) => [...row.children].map((cell) => cell.innerText))""")
+        return next((row for row in rows if row[1] == key), None)
+
+    # --- signing in ---
+
+    def test_code_in_the_address_opens_a_session_and_is_gone_from_it(self):
+        host = self.host()
+        self.open(host, "code=open-sesame", signed_in=False)
+        self.wait_for_link("live")
+        self.assertEqual(self.js("return [location.hash, localStorage.getItem('mfhost.token')]"), ["#now", "token-1"])
+        self.assertEqual(host.codes, {"123456"})
+
+    def test_wrong_digits_are_told_and_right_ones_open_a_session(self):
+        host = self.host()
+        self.open(host, "values", signed_in=False)
+        self.wait_for("Sign in", "main")
+        self.keys("654321", Keys.ENTER)
+        self.wait_for("This code does not hold.", "main .error")
+        self.js("document.getElementById('code').value = ''")
+        self.keys("123456", Keys.ENTER)
+        self.wait_for_link("live")
+        self.assertEqual(self.js("return location.hash"), "#values")
+
+    def test_session_that_is_ended_elsewhere_leads_to_signing_in(self):
+        host = self.host()
+        self.open(host)
+        host.bye("revoked", "Your session was ended.")
+        self.wait_for("Your session was ended.", "main")
+        self.assertEqual(self.js("return localStorage.getItem('mfhost.token')"), None)
+        self.assertFalse(self.js("return [...document.querySelectorAll('nav')].some((each) => each.checkVisibility())"))
+
+    # --- values ---
+
+    def test_live_stale_and_unknown_are_three_signs(self):
+        host = self.host()
+        host.put_values(value("AXIS1.POSITION", 5), value("LAMP.ON", True, stale="signal 9 (Killed)", age_ms=130_000))
+        self.open(host)
+        self.js("localStorage.setItem('mfhost.pins.hall.xml', '[\"FAN.SPEED\"]')")
+        self.open(host, "values")
+        self.wait("three rows", lambda: self.row("LAMP.ON") and self.row("FAN.SPEED"))
+        self.assertEqual(self.row("AXIS1.POSITION")[2:5:2], ["5", "live"])
+        self.assertEqual(self.row("LAMP.ON")[2:7], ["true", "", "stale: signal 9 (Killed)", "2 min", "LAMP"])
+        self.assertEqual(self.row("FAN.SPEED")[2:6], ["", "", "not known", ""])
+        shapes = self.js("""return [...document.querySelectorAll(".values .row .sign")].map((each) => {
+            const style = getComputedStyle(each, "::before"); return `${style.clipPath} ${style.borderTopStyle}`; })""")
+        self.assertEqual(len(set(shapes)), 3, shapes)
+
+    def test_change_is_written_into_the_cell_that_is_there(self):
+        host = self.host()
+        host.put_values(value("A.X", 1), value("A.Y", 2))
+        self.open(host, "values")
+        self.wait("a row", lambda: self.row("A.X"))
+        self.js("""const cells = [...document.querySelectorAll(".values .row .cell.text")];
+            window.kept = cells.find((cell) => cell.innerText === "1").firstChild;
+            window.writes = 0;
+            new MutationObserver((records) => { window.writes += records.length; }).observe(cells.find((cell) => cell.innerText === "2"),
+                {characterData: true, childList: true, subtree: true});""")
+        host.put_values(value("A.X", 7))
+        self.wait("the new value", lambda: self.row("A.X")[2] == "7")
+        self.assertEqual(self.js("return [window.kept.data, window.kept.isConnected, window.writes]"), ["7", True, 0])
+        host.tell(gone=["A.X"])
+        self.wait("no row", lambda: self.row("A.X") is None)
+
+    def test_ten_thousand_values_are_few_rows_filtered_while_typing(self):
+        host = self.host()
+        host.put_values(*(value(f"D{number % 20}.V{number}", number) for number in range(10_000)))
+        self.open(host, "values")
+        self.wait_for("10000 values", ".tools")
+        self.assertLess(self.js("return document.querySelectorAll('.values .row').length"), 80)
+        self.keys("/")
+        self.keys("v9999")
+        self.wait_for("1 of 10000 values", ".tools")
+        self.assertEqual(self.row("D19.V9999")[2], "9999")
+        self.assertEqual(self.js("return location.hash"), "#values?filter=v9999")
+        self.open(host, "values?filter=D7.*&show=live")
+        self.wait_for("500 of 10000 values", ".tools")
+        # By keys alone: into the table, to its end, pin, open.
+        self.js("document.querySelector('.rows-scroll').focus()")
+        self.keys(Keys.END, "p")
+        self.wait("a pin", lambda: self.js("return localStorage.getItem('mfhost.pins.hall.xml')") == '["D7.V9987"]')
+        self.keys(Keys.ENTER)
+        self.wait_for("D7.V9987", "dialog h2")
+        self.keys(Keys.ESCAPE)
+        self.wait("no dialog", lambda: not self.text("dialog"))
+
+    # --- what is shown is never taken for live when it is not ---
+
+    def test_silence_turns_the_page_grey_and_takes_all_actions(self):
+        host = self.host()
+        host.tell(values=[value("A.X", 1)], drivers=[driver("AXIS1")])
+        self.open(host, "values")
+        self.wait("a row", lambda: self.row("A.X") and self.row("A.X")[4] == "live")
+        host.is_beating = False
+        self.wait_for_link("silent")
+        self.assertRegex(self.text("#silence"), r"Nothing shown here is known to hold: last heard \d\d:\d\d:\d\d\.")
+        row = self.row("A.X")
+        self.assertEqual([row[2], row[4]], ["1", "not heard"])
+        self.assertRegex(row[5], r"^last heard \d\d:\d\d:\d\d$")
+        style = self.js("""const cell = [...document.querySelectorAll(".values .row .cell.text")].find((each) => each.innerText === "1");
+            return [getComputedStyle(cell).textDecorationLine, getComputedStyle(document.querySelector("main")).filter, document.title]""")
+        self.assertEqual(style, ["line-through", "grayscale(1)", "not heard · Values · hall"])
+        self.js("location.hash = '#now'")
+        self.wait_for("was running", ".tile")
+        self.js("location.hash = '#send'")
+        self.wait_for("Send a function ID", "main")
+        self.assertEqual(self.js("return document.querySelectorAll('[data-action]:not(:disabled)').length"), 0)
+        self.assertGreater(self.js("return document.querySelectorAll('[data-action]:disabled').length"), 2)
+        # Not by the keyboard either.
+        self.js("document.querySelector('[role=combobox]').focus()")
+        self.keys("AXIS1.STOP", Keys.ENTER)
+        self.wait_for("The host is not heard.", "#notices")
+        self.assertEqual(host.actions, [])
+        host.is_beating = True
+        self.wait_for_link("live")
+        self.wait("the actions are back", lambda: self.js("return document.querySelectorAll('[data-action]:not(:disabled)').length") > 2)
+
+    def test_silence_is_noticed_two_and_a_half_seconds_after_the_last_heartbeat(self):
+        host = self.host()
+        self.open(host)
+        self.js("""window.heard = 0;
+            const at = Object.getOwnPropertyDescriptor(MessageEvent.prototype, "data").get;
+            Object.defineProperty(MessageEvent.prototype, "data", {get() { window.heard = performance.now(); return at.call(this); }});
+            new MutationObserver(() => { if (document.body.dataset.link === "silent") window.silent = performance.now(); })
+                .observe(document.body, {attributeFilter: ["data-link"]});""")
+        self.wait("a heartbeat", lambda: self.js("return window.heard") > 0)
+        host.is_beating = False
+        self.wait_for_link("silent")
+        # Never sooner; how much later is a matter of the machine.
+        self.assertGreater(self.js("return window.silent - window.heard"), 2499)
+
+    def test_cut_connection_is_not_live_and_comes_back_with_everything(self):
+        host = self.host()
+        host.put_values(value("A.X", 1), value("A.GONE", 1))
+        self.open(host, "values")
+        self.wait("a row", lambda: self.row("A.GONE"))
+        host.is_lost = True
+        host.cut()
+        self.wait_for("The host does not answer.", "#silence")
+        self.assertEqual(self.row("A.X")[4], "not heard")
+        host.tell(values=[value("A.X", 2)], gone=["A.GONE"])
+        host.is_lost = False
+        self.wait_for_link("live")
+        self.wait("the new state", lambda: self.row("A.X") and self.row("A.X")[2] == "2" and self.row("A.GONE") is None)
+        self.assertNotIn("restarted", self.text())
+
+    def test_restarted_host_is_told_and_nothing_of_the_former_is_shown(self):
+        host = self.host()
+        host.tell(values=[value("A.X", 1)], drivers=[driver("AXIS1")])
+        self.open(host, "values")
+        self.wait("a row", lambda: self.row("A.X"))
+        host.restart("second")
+        self.wait_for_link("live")
+        self.wait_for("The host was restarted at ", "#banners")
+        self.assertRegex(self.text("#banners"), r"The host was restarted at \d\d:\d\d:\d\d\.")
+        self.wait("no value", lambda: self.row("A.X") is None)
+
+    def test_hole_in_what_is_told_is_filled_by_everything_anew(self):
+        host = self.host()
+        host.put_values(value("A.X", 1))
+        self.open(host, "values")
+        self.wait("a row", lambda: self.row("A.X"))
+        # Stored, but told to nobody; then told as if it had been.
+        host.values["A.Y"] = value("A.Y", 2)
+        host.version += 5
+        host.pages[0].version = host.version
+        host.put_values(value("A.X", 3))
+        self.wait("both values", lambda: self.row("A.Y") and self.row("A.X") and self.row("A.X")[2] == "3")
+        self.wait_for_link("live")
+
+    # --- drivers and alarms ---
+
+    def test_tile_of_what_is_wrong_comes_first_and_says_what_to_do(self):
+        host = self.host()
+        host.tell(drivers=[driver("A"), driver("OFF", "parked"), driver("B", "waiting", status="ended", cause="signal 11", restarts=2, nextTryMs=60_000),
+                           driver("C", "hung", queuedIn=91)])  # fmt: skip
+        self.open(host)
+        tiles = self.wait("four tiles", lambda: (found := self.js("return [...document.querySelectorAll('.tile h3')].map((each) => each.innerText)")) and len(found) == 4 and found)
+        self.assertEqual(tiles, ["C", "B", "A", "OFF"])
+        self.assertIn("It does not answer. Its log in the details may say why; a reload ends it and starts it anew.", self.text("[data-driver=C]"))
+        self.assertRegex(self.text("[data-driver=B] .advice"), r"^It has ended: signal 11\. The host starts it again in \d\d s\.$")
+        self.wait_for("91 of 100 / 0", "[data-driver=C]")
+        self.assertEqual(self.text("[data-driver=A] .advice"), "")
+        self.assertEqual(self.text(".summary"), "1 of 3 drivers runs · 1 parked · 0 values")
+        host.tell(drivers=[driver("C")], driversGone=["B"])
+        self.wait("two run", lambda: self.js("return [...document.querySelectorAll('.tile h3')].map((each) => each.innerText)") == ["A", "C", "OFF"])
+        self.driver.find_element(By.LINK_TEXT, "A").click()
+        self.wait_for("axis: no encoder", "dialog")
+        self.assertEqual(self.js("return location.hash"), "#now?driver=A")
+
+    def test_drivers_are_reloaded_parked_and_started_after_a_question(self):
+        host = self.host()
+        host.tell(drivers=[driver("A/1"), driver("OFF", "parked")])
+        self.open(host)
+        self.wait_for("A/1", ".tile")
+        self.click("Reload A/1")
+        self.wait_for("Reload A/1?", "dialog h2")
+        self.keys(Keys.ENTER)  # leaves it as it is
+        self.wait("no dialog", lambda: not self.text("dialog"))
+        self.assertEqual(host.actions, [])
+        host.answers["/drivers/OFF/unpark"] = (409, {"error": {"code": "refused", "text": "There is no descriptor of Axis 1.0.", "nearest": []}})
+        for button in ("Reload A/1", "Park A/1"):
+            self.click(button, ".tile")
+            self.wait_for(f"{button}?", "dialog h2")
+            self.click(button, "dialog footer")
+            self.wait_for(f"{button}: done.", "#notices")
+        self.click("Start OFF")
+        self.wait_for("Start OFF: There is no descriptor of Axis 1.0.", "#notices [data-failure]")
+        self.assertEqual([path for path, _ in host.actions], ["/drivers/A%2F1/reload", "/drivers/A%2F1/park", "/drivers/OFF/unpark"])
+
+    def test_alarms_are_shown_and_acknowledged(self):
+        host = self.host()
+        alarm = {"key": "load \"high\"", "text": "above 4", "raised": "2026-11-22T15:49:02.000Z", "count": 3, "isOver": False}
+        host.tell(alarms=[alarm, {**alarm, "key": "B", "isOver": True}])
+
+        def acknowledge(body):
+            host.tell(alarms=[each for each in host.alarms if body["line"] != 'acknowledge "load \\"high\\""' or each["key"] == "B"])
+            return 200, {"output": "", "done": True}
+
+        host.answers["/console"] = acknowledge
+        self.open(host)
+        self.wait_for("2 alarms", ".alarm-part")
+        self.assertEqual(self.js("return [...document.querySelectorAll('.alarm .sign')].map((each) => each.innerText)"), ["over", "on"])
+        self.wait("the title counts them", lambda: self.driver.title == "(2) Now · hall")
+        self.click('Acknowledge load "high"')
+        self.wait_for("1 alarm", ".alarm-part h2")
+        host.tell(alarms=[])
+        self.wait_for("No alarms", ".alarm-part")
+
+    def test_who_may_only_view_sees_why_nothing_can_be_pressed(self):
+        host = self.host(role="view")
+        host.tell(drivers=[driver("A")])
+        self.open(host)
+        self.wait_for("A", ".tile")
+        buttons = self.js("return [...document.querySelectorAll('.tile [data-action]')].filter((each) => !each.hidden).map((each) => [each.innerText, each.disabled, each.title])")
+        self.assertEqual(buttons, [["Reload", True, "needs the role admin; yours is view"], ["Park", True, "needs the role admin; yours is view"]])
+        self.assertFalse(self.js("return document.querySelector('.admin-only').checkVisibility()"))
+
+    # --- sending ---
+
+    def test_ladder_of_a_fid_fills_in_under_one_request(self):
+        host = self.host()
+        host.tell(drivers=[driver("AXIS1")], records=[{"kind": "fid", "driver": "PANEL", "fid": "AXIS1.MOVE", "parameters": [["to", "1"]], "receiver": "AXIS1",
+                                                      "origin": "driver", "outcome": "begins"}])  # fmt: skip
+        outcome = {"fid": "AXIS1.MOVE", "driver": "AXIS1"}
+        steps = [(202, {**outcome, "stage": "written", "tookUs": 90})] * 3 + [(200, {**outcome, "stage": "taken", "tookUs": 1500})]
+        host.answers["/fid"] = lambda _: steps
+        self.open(host, "now")
+        self.wait_for("AXIS1", ".tile")
+        self.keys(Keys.CONTROL, "k", Keys.NULL)
+        self.wait("the line has the focus", lambda: self.js("return document.activeElement.role") == "combobox")
+        self.keys("ax")
+        self.wait_for("AXIS1.", "[role=listbox]")
+        self.keys(Keys.TAB, "m", Keys.TAB, "t", Keys.TAB, '"1 2"', Keys.ENTER)
+        self.wait_for("Taken after 1.5 ms: the driver's process has taken it.", ".sent .outcome")
+        self.assertEqual(self.js("return [...document.querySelectorAll('.ladder li')].map((each) => each.ariaLabel)"),
+                         ["accepted: reached", "dispatched: reached", "written: reached", "taken: reached"])  # fmt: skip
+        self.assertEqual(host.actions, [("/fid", {"fid": "AXIS1.MOVE", "parameters": [["to", "1 2"]], "wait": "taken"})])
+
+    def test_fid_that_reaches_nobody_says_why_and_what_was_meant(self):
+        host = self.host()
+        host.tell(drivers=[driver("AXIS1")])
+        host.answers["/fid"] = (409, {"error": {"code": "fid-undelivered", "text": 'There is no driver "AXSI1".', "nearest": ["AXIS1"], "reason": "no-such-driver"}})
+        self.open(host, "send?fid=AXSI1.MOVE to=1")
+        self.wait("the line is filled", lambda: self.js("return document.querySelector('[role=combobox]').value") == "AXSI1.MOVE to=1")
+        self.click("Send")
+        self.wait_for('There is no driver "AXSI1".', ".sent .outcome")
+        self.assertEqual(self.js("return [...document.querySelectorAll('.ladder li')].map((each) => each.ariaLabel)"),
+                         ["accepted: failed", "dispatched: not reached", "delivered: not reached"])  # fmt: skip
+        self.click("Did you mean AXIS1?")
+        self.assertEqual(self.js("return document.querySelector('[role=combobox]').value"), "AXIS1.MOVE to=1")
+        self.keys(" fast", Keys.ENTER)
+        self.wait_for('"fast" is no parameter: write name=value, with quotes round blanks.', ".error")
+
+    def test_lost_answer_is_asked_for_again_and_done_once(self):
+        host = self.host()
+        host.tell(drivers=[driver("AXIS1", mode="direct")])
+
+        def lose(_):
+            host.is_lost = True
+            return 200, {"fid": "AXIS1.STOP", "driver": "AXIS1", "stage": "delivered", "result": False, "tookUs": 12}
+
+        host.answers["/fid"] = lose
+        self.open(host, "send?fid=AXIS1.STOP")
+        self.click("Send")
+        self.wait("it came", lambda: host.actions)
+        host.is_lost = False
+        self.wait_for("Delivered after 12 µs, and answered false: the driver has returned.", ".sent .outcome")
+        self.assertEqual(len(host.actions), 1)
+
+    def test_action_is_not_repeated_at_another_instance(self):
+        host = self.host()
+        host.tell(drivers=[driver("AXIS1", mode="direct")])
+
+        def die(_):
+            host.is_lost = True
+            return 200, {}
+
+        host.answers["/fid"] = die
+        self.open(host, "send?fid=AXIS1.STOP")
+        self.click("Send")
+        self.wait("it came", lambda: host.actions)
+        host.answers["/fid"] = (200, {"fid": "AXIS1.STOP", "driver": "AXIS1", "stage": "delivered", "result": True, "tookUs": 12})
+        host.restart("second")
+        host.is_lost = False
+        self.wait_for("The host was restarted meanwhile: whether it was done is not known.", ".sent .outcome")
+        self.assertEqual(len(host.actions), 1)
+
+    def test_values_events_and_macros_are_sent_as_they_are_typed(self):
+        host = self.host(role="operate")
+        host.put_values(value("A.X", 1))
+        self.open(host, "send")
+        self.wait_for("home", ".macros")
+        self.js("document.getElementById('value-key').value = 'A.X'; document.getElementById('value-type').value = 'int'; document.getElementById('value-text').focus()")
+        self.keys("1.5", Keys.ENTER)
+        self.wait_for('"1.5" is no whole number.', ".sent")
+        self.js("document.getElementById('value-text').value = ''")
+        self.keys("15", Keys.ENTER)
+        self.wait_for("Set back to 1", ".sent")
+        self.click("Set back to 1")
+        self.js("document.getElementById('event-id').value = 'A.E'; document.getElementById('event-text').focus()")
+        self.keys("by hand", Keys.ENTER)
+        self.click("Play the macro home")
+        self.wait("all are done", lambda: len(host.actions) == 4)
+        self.assertEqual(host.actions, [("/state", {"key": "A.X", "type": "int", "value": 15}), ("/state", {"key": "A.X", "type": "int", "value": 1}),
+                                        ("/event", {"id": "A.E", "value": "by hand"}), ("/macros/home/play", {})])  # fmt: skip
+
+    # --- plan, stream, sessions ---
+
+    def test_plan_is_shown_applied_and_undone(self):
+        host = self.host()
+        changes = [{"action": "reload", "driver": "AXIS2", "reason": "its entry has changed"}]
+        host.answers["/plan"] = (200, {"plan": "p7", "digest": "d", "refusal": "", "changes": changes, "findings": [
+            {"severity": "warning", "file": "hall.xml", "line": 14, "text": "\"speeed\" is not read"}]})  # fmt: skip
+        host.answers["/apply"] = (409, {"error": {"code": "plan-outdated", "text": "The files have changed since.", "nearest": []}})
+        host.answers["/undo"] = (200, {"history": 3, "changes": [{**changes[0], "done": False, "why": "its module is missing"}]})
+        self.open(host, "plan")
+        self.wait_for("Go back to it", ".plan table")
+        self.assertFalse(self.js("return document.querySelector('.plan .primary').checkVisibility()"))
+        self.click("Make a plan")
+        self.wait_for("hall.xml:14", ".result")
+        self.assertIn("reloads it\tits entry has changed", self.text(".result"))
+        self.click("Apply")
+        self.wait_for("1 change: reload AXIS2.", "dialog")
+        self.click("Apply", "dialog")
+        self.wait_for("Apply: The files have changed since.", "#notices")
+        self.click("What number 2 changed")
+        self.wait_for("- <b/>\n+ <c/>", "dialog pre")
+        self.keys(Keys.ESCAPE)
+        self.click("Go back to number 1")
+        self.click("Go back to 1", "dialog")
+        self.wait_for("reload: not done", ".result")
+        self.assertEqual(host.actions, [("/plan", {}), ("/apply", {"plan": "p7"}), ("/undo", {"number": 1})])
+
+    def test_stream_keeps_the_order_and_tells_what_was_left_out(self):
+        host = self.host()
+        self.open(host, "stream")
+        host.tell(missed=12, records=[{"kind": "event", "driver": "A", "key": "A.HOMED", "value": "now"}, {"kind": "value", "driver": "A", "key": "A.X", "value": 3},
+                                      {"kind": "exit", "driver": "B", "status": 139, "text": "signal 11"}])  # fmt: skip
+        rows = """return [...document.querySelectorAll(".stream .row")].sort((one, other) => one.ariaRowIndex - other.ariaRowIndex)
+            .map((row) => [...row.children].slice(1).map((cell) => cell.innerText).join(" "))"""
+        first = [" missed 12 records left out: they came faster than the page takes them", "A event A.HOMED now", "B exit signal 11"]
+        self.wait("three rows", lambda: self.js(rows) == first)
+        self.js("document.querySelector('.stream input[value=value]').click()")
+        self.wait("the value as well", lambda: "A value A.X = 3" in self.js(rows))
+        self.keys(Keys.ESCAPE)
+        self.js("document.activeElement.blur()")
+        self.keys("p")
+        self.wait_for("paused at 4 records", ".tools")
+        host.tell(records=[{"kind": "log", "driver": "B", "level": 2, "output": "MFD", "text": "<b>lost</b>"}])
+        self.keys("p")
+        self.wait("the line after the pause", lambda: self.js(rows)[-1] == "B log MFD: <b>lost</b>")
+        self.open(host, "stream?filter=signal&driver=B&from=first:both:3")
+        # What is missing is shown whatever is asked for; a new page was told of nothing that is missing.
+        self.wait("one row", lambda: self.js(rows) == ["B exit signal 11"])
+
+    def test_sessions_are_listed_and_ended(self):
+        host = self.host()
+        host.sessions = [{"id": number, "user": "anna", "uid": 1000, "address": "192.0.2.1", "role": "operate", "since": "2026-11-22T15:49:02.000Z", "requests": 3}
+                         for number in (7, 8)]  # fmt: skip
+        self.open(host, "sessions")
+        self.wait_for("this page", ".sessions")
+        self.click("End session 8")
+        self.click("End it", "dialog")
+        self.wait("it is ended", lambda: host.actions == [("/sessions/8/revoke", {})])
+
+    # --- keys, screens ---
+
+    def test_each_page_has_a_key_and_an_address(self):
+        host = self.host()
+        host.put_values(value("A.X", 1))
+        self.open(host)
+        seen = []
+        for key in "654321":
+            self.js("document.activeElement.blur()")
+            self.keys(key)
+            seen.append(self.js("return [location.hash, document.body.dataset.page, document.title]"))
+        self.assertEqual(seen, [["#wall", "wall", "Wall · hall"], ["#plan", "plan", "Plan · hall"], ["#send", "send", "Send · hall"],
+                                ["#stream", "stream", "Stream · hall"], ["#values", "values", "Values · hall"], ["#now", "now", "Now · hall"]])  # fmt: skip
+        self.keys("?")
+        self.wait_for("Keys and signs", "dialog h2")
+        self.js("document.querySelector('dialog input').click()")
+        self.keys(Keys.ESCAPE)
+        self.js("document.activeElement.blur()")
+        self.keys("2")
+        self.assertEqual(self.js("return location.hash"), "#now")
+        self.js("history.back()")
+        self.wait("the page before", lambda: self.js("return document.body.dataset.page") == "values")
+
+    def test_wall_has_drivers_and_pinned_values_and_nothing_to_press(self):
+        host = self.host()
+        host.tell(drivers=[driver("A"), driver("B", "hung", cause="no answer")], values=[value("A.X", 1), value("A.Y", 2, stale="parked by anna")])
+        self.open(host)
+        self.js("localStorage.setItem('mfhost.pins.hall.xml', '[\"A.X\", \"A.Y\"]')")
+        self.open(host, "wall")
+        self.wait_for("stale: parked by anna", ".wall-values")
+        self.assertEqual(self.js("return [...document.querySelectorAll('.wall-drivers li')].map((each) => each.innerText.replace(/\\s+/g, ' ').trim())"),
+                         ["B hung no answer", "A running"])  # fmt: skip
+        self.assertEqual(self.js("return [...document.querySelectorAll('button, input')].filter((each) => each.checkVisibility()).length"), 0)
+
+    def test_phone_has_one_column_and_targets_of_44_pixels(self):
+        host = self.host()
+        host.tell(drivers=[driver("A"), driver("B")], values=[value("A.X", 1)])
+        self.browser.size(360, 740)
+        try:
+            for page in ("now", "values", "send"):
+                self.open(host, page)
+                self.wait("the page is there", lambda: self.js("return document.querySelectorAll('.row, .tile, [role=combobox]').length") > 0)
+                wide, small = self.js("""return [document.documentElement.scrollWidth,
+                    [...document.querySelectorAll("button, a, select, input:not([type=radio], [type=checkbox]), .choices label")].filter((each) => each.checkVisibility()
+                        && !each.matches(".skip, .tile h3 a")).map((each) => [each.innerText || each.id, each.getBoundingClientRect()])
+                        .filter(([, box]) => box.height < 43.9 || box.width < 43.9).map(([name, box]) => `${name} ${box.width}x${box.height}`)]""")  # fmt: skip
+                self.assertEqual((page, wide, small), (page, 360, []))
+            pages = self.js("return [...document.querySelectorAll('nav a')].filter((each) => each.checkVisibility()).map((each) => each.innerText.trim())")
+            self.assertEqual(pages, ["Now", "Values", "Send"])
+        finally:
+            self.browser.size(1280, 800)
+
+    def test_colours_follow_the_system_until_they_are_chosen(self):
+        host = self.host()
+        back = "return getComputedStyle(document.body).backgroundColor"
+        try:
+            self.browser.media(prefers_color_scheme="dark")
+            self.open(host)
+            self.assertEqual(self.js(back), "rgb(13, 19, 25)")
+            self.browser.media(prefers_color_scheme="light")
+            self.assertEqual(self.js(back), "rgb(238, 241, 244)")
+            self.keys("t", "t")
+            self.assertEqual(self.js(back), "rgb(13, 19, 25)")
+            self.open(host)
+            self.assertEqual(self.js(back), "rgb(13, 19, 25)")
+        finally:
+            self.browser.media()
+
+    def test_less_motion_is_honoured(self):
+        host = self.host()
+        host.tell(drivers=[driver("A")])
+        try:
+            for wish, lasts in (("no-preference", "0.3s"), ("reduce", "0s")):
+                self.browser.media(prefers_reduced_motion=wish)
+                self.open(host)
+                self.wait_for("A", ".tile")
+                self.assertEqual(self.js("return getComputedStyle(document.querySelector('.fill')).transitionDuration"), lasts)
+        finally:
+            self.browser.media()
+
+    # --- what knows of no page ---
+
+    def test_texts_and_the_model_are_right(self):
+        host = self.host()
+        self.driver.get(host.url + "favicon.svg")
+        self.driver.get(host.url)
+        done = self.driver.execute_async_script(f"const done = arguments[0]; (async () => {{ {TEXTS} }})().then(done, (error) => done(String(error)));")
+        self.assertEqual(done, {
+            "ages": ["0 s", "119 s", "2 min", "119 min", "2 h", "2 d"],
+            "rates": ["0", "0.4", "12", "1.2 k", "12 k"],
+            "fids": [
+                {"fid": "AXIS1.MOVE", "parameters": [["to", "10"], ["note", "a b"]], "error": ""},
+                {"fid": "", "parameters": [], "error": '"AXIS1" names no function: a FID is a driver\'s ID, a dot and a function.'},
+                {"fid": "", "parameters": [], "error": '"fast" is no parameter: write name=value, with quotes round blanks.'},
+                {"fid": "", "parameters": [], "error": 'There is a " without its second one.'}],
+            "line": 'A.B x="a b" y="" z=1',
+            "filters": [True, True, False, False, True],
+            "time": [1795362465148000, 1795362465148252, None],
+            "completions": [["AXIS1."], ["AXIS1.MOVE ", "AXIS1.STOP "], ["AXIS1.MOVE "], ["fast=", "to="], ["fast="], []],
+            "diff": [" a", "-b", " c", "+x", " d"],
+            "model": [False, True, 998000000, False, True, ["A.Y"], True, ["A.Z"]],
+            "records": [5001, 1000],
+        })  # fmt: skip
+
+
+if __name__ == "__main__":
+    os.environ.setdefault("NO_PROXY", "127.0.0.1,localhost")
+    unittest.main()
