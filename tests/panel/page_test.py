@@ -215,6 +215,20 @@ class Page(unittest.TestCase):
         self.keys(Keys.ESCAPE)
         self.wait("no dialog", lambda: not self.text("dialog"))
 
+    def test_rows_lie_below_each_other_at_every_width(self):
+        host = self.host()
+        host.put_values(*(value(f"A.V{number:02}", number) for number in range(30)))
+        places = """const rows = [...document.querySelectorAll(".values .row")].sort((one, other) => one.ariaRowIndex - other.ariaRowIndex)
+            .map((row) => row.getBoundingClientRect()); return rows.slice(1).map((box, index) => Math.round(box.top - rows[index].bottom));"""
+        self.open(host, "values")
+        self.wait("all rows", lambda: self.row("A.V05"))
+        try:
+            for width in (360, 3840, 1280):
+                self.browser.size(width, 800)
+                self.wait(f"rows at {width}", lambda: (gaps := self.js(places)) and set(gaps) == {0})
+        finally:
+            self.browser.size(1280, 800)
+
     # --- what is shown is never taken for live when it is not ---
 
     def test_silence_turns_the_page_grey_and_takes_all_actions(self):
@@ -475,10 +489,10 @@ class Page(unittest.TestCase):
         self.wait_for("1 change: reload AXIS2.", "dialog")
         self.click("Apply", "dialog")
         self.wait_for("Apply: The files have changed since.", "#notices")
-        self.click("What number 2 changed")
+        self.click("View what number 2 changed")
         self.wait_for("- <b/>\n+ <c/>", "dialog pre")
         self.keys(Keys.ESCAPE)
-        self.click("Go back to number 1")
+        self.click("Go back to it, number 1")
         self.click("Go back to 1", "dialog")
         self.wait_for("reload: not done", ".result")
         self.assertEqual(host.actions, [("/plan", {}), ("/apply", {"plan": "p7"}), ("/undo", {"number": 1})])

@@ -60,6 +60,7 @@ class App {
         });
         byId("retry").addEventListener("click", () => this.link.hurry());
         this.#setTheme(localStorage.getItem("mfhost.theme") ?? "system");
+        matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.#page?.second());
         setInterval(() => this.#second(), 1000);
     }
 
@@ -344,6 +345,8 @@ class App {
         mark(byId("theme"), "aria-label", `Colours: ${known}. Change`);
         mark(byId("theme"), "title", `Colours: ${known}`);
         localStorage.setItem("mfhost.theme", known);
+        // Curves are drawn in the colours of their time.
+        this.#page?.second();
     }
 
     #nextTheme() {

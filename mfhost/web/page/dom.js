@@ -24,8 +24,9 @@ export function put(element, text) {
         node.data = text;
 }
 
+/** An attribute; null takes it off. */
 export function mark(element, name, value) {
-    if (value === null || value === undefined || value === false) {
+    if (value === null || value === undefined) {
         if (element.hasAttribute(name))
             element.removeAttribute(name);
     } else if (element.getAttribute(name) !== String(value)) {

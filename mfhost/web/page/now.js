@@ -136,15 +136,16 @@ export class NowPage {
             park: actionButton("Park", "admin", () => this.#park(id), {"aria-label": `Park ${id}`}),
             start: actionButton("Start", "admin", () => this.#start(id), {"aria-label": `Start ${id}`}),
         };
+        part.bar = h("div", {class: "bar", "aria-hidden": "true"}, part.fill);
         const fact = (name, label) => {
-            part.facts[name] = h("dd");
+            part.facts[name] = h("dd", {class: name === "since" ? "when" : null});
             return [h("dt", {}, label), part.facts[name]];
         };
         part.element = h("li", {class: "tile", "data-driver": id},
             h("header", {}, h("h3", {}, h("a", {href: `#now?driver=${encodeURIComponent(id)}`}, id)), part.sign),
             part.kind, part.advice,
             h("dl", {class: "facts"}, fact("since", "for"), fact("restarts", "restarts"), fact("queue", "queued in / out")),
-            h("div", {class: "traffic"}, part.rate, part.spark), h("div", {class: "bar", "aria-hidden": "true"}, part.fill),
+            h("div", {class: "traffic"}, part.rate, part.spark), part.bar,
             h("footer", {}, part.start, part.reload, part.park));
         return part;
     }
@@ -158,6 +159,7 @@ export class NowPage {
         put(part.facts.queue, queued);
         const share = Math.max(capacities.in ? (driver.queuedIn ?? 0) / capacities.in : 0, capacities.out ? (driver.queuedOut ?? 0) / capacities.out : 0);
         part.fill.style.setProperty("width", `${Math.min(100, Math.round(share * 100))}%`);
+        part.bar.hidden = queued === "no queue";
         mark(part.fill, "data-full", share >= 0.75 ? "yes" : null);
         put(part.rate, `in ${rateText(driver.receivedPerSecond)} · out ${rateText(driver.sentPerSecond)} msg/s`);
         part.start.hidden = driver.alive || !["parked", "ended"].includes(driver.state);

@@ -15,7 +15,7 @@ const actionWords = {
 
 function table(label, heads, rows) {
     return h("div", {class: "scroll", tabindex: "0", role: "region", "aria-label": label}, h("table", {},
-        h("thead", {}, h("tr", {}, heads.map((head) => h("th", {scope: "col"}, head)))),
+        h("thead", {}, h("tr", {}, heads.map((head) => (head ? h("th", {scope: "col"}, head) : h("td", {}))))),
         h("tbody", {}, rows.map((cells) => h("tr", {}, cells.map((cell) => h("td", {}, cell)))))));
 }
 
@@ -119,9 +119,9 @@ export class PlanPage {
         const entries = [...history].sort((one, other) => other.number - one.number);
         this.#history.replaceChildren(table("History", ["Number", "When", "Who", "Outcome", ""], entries.map((entry, index) => {
             const older = entries[index + 1];
-            const buttons = h("span", {class: "line"}, h("button", {type: "button", "aria-label": `What number ${entry.number} changed`, onclick: () => this.#view(entry, older)}, "View"));
+            const buttons = h("span", {class: "line"}, h("button", {type: "button", "aria-label": `View what number ${entry.number} changed`, onclick: () => this.#view(entry, older)}, "View"));
             if (index > 0)
-                buttons.append(actionButton("Go back to it", "admin", () => this.#undo(entry), {"aria-label": `Go back to number ${entry.number}`}));
+                buttons.append(actionButton("Go back to it", "admin", () => this.#undo(entry), {"aria-label": `Go back to it, number ${entry.number}`}));
             return [String(entry.number), dateText(hostTime(entry.when) / 1000), entry.who, entry.outcome, buttons];
         })));
     }

@@ -108,7 +108,13 @@ export class VirtualRows extends HTMLElement {
     }
 
     #layout() {
-        this.#rowHeight = parseFloat(getComputedStyle(this).getPropertyValue("--row")) || 32;
+        const height = parseFloat(getComputedStyle(this).getPropertyValue("--row")) || 32;
+        if (height !== this.#rowHeight) {
+            this.#rowHeight = height;
+            // Each row has to find its place anew.
+            for (const row of this.#rows)
+                row.index = -1;
+        }
         this.#height = this.#grid.clientHeight;
         this.#fit();
         if (this.#isFollowing)

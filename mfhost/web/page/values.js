@@ -175,7 +175,7 @@ export class ValuesPage {
 
     #open(key) {
         const parts = {text: h("p", {class: "large value"}), sign: sign(), curve: h("mf-spark", {class: "wide"})};
-        const terms = {type: h("span"), owner: h("span"), age: h("span"), at: h("span"), version: h("span")};
+        const terms = {type: h("span"), owner: h("span"), age: h("span", {class: "when"}), at: h("span"), version: h("span")};
         const value = this.#context.model.values.get(key);
         const input = h("input", {id: "new-value", autocomplete: "off", value: value?.text ?? ""});
         const type = h("select", {id: "new-type"}, ["string", "int", "float", "bool"].map((each) => h("option", {selected: each === value?.type}, each)));

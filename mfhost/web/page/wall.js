@@ -28,7 +28,7 @@ export class WallPage {
             return part;
         }, (part, key) => this.#writeValue(part, key));
         this.element = h("div", {class: "page wall"},
-            h("header", {}, h("h2", {}, "Wall"), this.#alarms, this.#clock, h("a", {href: "#now", class: "leave"}, "Leave the wall")),
+            h("header", {}, h("h1", {}, "Wall"), this.#alarms, this.#clock, h("a", {href: "#now", class: "leave"}, "Leave the wall")),
             h("section", {"aria-label": "Drivers"}, this.#drivers), h("section", {"aria-label": "Pinned values"}, this.#values));
     }
 
