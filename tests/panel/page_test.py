@@ -189,6 +189,9 @@ class Page(unittest.TestCase):
                 {characterData: true, childList: true, subtree: true});""")
         host.put_values(value("A.X", 7))
         self.wait("the new value", lambda: self.row("A.X")[2] == "7")
+        # Ages are written each second, but nothing that is as it was.
+        former = self.row("A.Y")[5]
+        self.wait("another age", lambda: self.row("A.Y")[5] != former)
         self.assertEqual(self.js("return [window.kept.data, window.kept.isConnected, window.writes]"), ["7", True, 0])
         host.tell(gone=["A.X"])
         self.wait("no row", lambda: self.row("A.X") is None)
@@ -355,8 +358,8 @@ class Page(unittest.TestCase):
 
     def test_alarms_are_shown_and_acknowledged(self):
         host = self.host()
-        alarm = {"key": "load \"high\"", "text": "above 4", "raised": "2026-11-22T15:49:02.000Z", "count": 3, "isOver": False}
-        host.tell(alarms=[alarm, {**alarm, "key": "B", "isOver": True}])
+        alarm = {"key": "load \"high\"", "text": "above 4", "raised": "2026-11-22T15:49:02.000Z", "count": 3, "over": False, "shelvedForMs": None}
+        host.tell(alarms=[alarm, {**alarm, "key": "B", "over": True}, {**alarm, "key": "SHELVED", "shelvedForMs": 60000}])
 
         def acknowledge(body):
             host.tell(alarms=[each for each in host.alarms if body["line"] != 'acknowledge "load \\"high\\""' or each["key"] == "B"])
@@ -364,11 +367,12 @@ class Page(unittest.TestCase):
 
         host.answers["/console"] = acknowledge
         self.open(host)
-        self.wait_for("2 alarms", ".alarm-part")
+        self.wait_for("2 alarms, 1 shelved", ".alarm-part h2")
         self.assertEqual(self.js("return [...document.querySelectorAll('.alarm .sign')].map((each) => each.innerText)"), ["over", "on"])
         self.wait("the title counts them", lambda: self.driver.title == "(2) Now · hall")
         self.click('Acknowledge load "high"')
         self.wait_for("1 alarm", ".alarm-part h2")
+        self.wait("the title counts one", lambda: self.driver.title == "(1) Now · hall")
         host.tell(alarms=[])
         self.wait_for("No alarms", ".alarm-part")
 
@@ -515,13 +519,17 @@ class Page(unittest.TestCase):
         host.tell(records=[{"kind": "log", "driver": "B", "level": 2, "output": "MFD", "text": "<b>lost</b>"}])
         self.keys("p")
         self.wait("the line after the pause", lambda: self.js(rows)[-1] == "B log MFD: <b>lost</b>")
+        # By the whole key, which the record has in two parts.
+        self.open(host, "stream?filter=a.homed")
+        host.tell(records=[{"kind": "event", "driver": "A", "key": "HOMED", "value": "by hand"}])
+        self.wait("both events", lambda: self.js(rows) == ["A event A.HOMED now", "A event HOMED by hand"])
         self.open(host, "stream?filter=signal&driver=B&from=first:both:3")
         # What is missing is shown whatever is asked for; a new page was told of nothing that is missing.
         self.wait("one row", lambda: self.js(rows) == ["B exit signal 11"])
 
     def test_sessions_are_listed_and_ended(self):
         host = self.host()
-        host.sessions = [{"id": number, "user": "anna", "uid": 1000, "address": "192.0.2.1", "role": "operate", "since": "2026-11-22T15:49:02.000Z", "requests": 3}
+        host.sessions = [{"id": number, "user": "anna", "uid": 1000, "pid": None, "address": "192.0.2.1", "role": "operate", "since": "2026-11-22T15:49:02.000Z", "requests": 3}
                          for number in (7, 8)]  # fmt: skip
         self.open(host, "sessions")
         self.wait_for("this page", ".sessions")

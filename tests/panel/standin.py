@@ -1,3 +1,4 @@
+#!/usr/bin/python3
 """A stand-in for the host's web port: gives out the page, and speaks the API and the live channel as docs/api.yaml and
 docs/panel.md have them. It refuses what the host refuses: members, parameters and codes that are not known. A test
 decides what is in the workplace, what is told, and what answers come late, wrong or never."""
@@ -331,7 +332,7 @@ class StandIn:
     def is_allowed(self, handler):
         if handler.headers.get("Authorization") == f"Bearer {self.token}":
             return True
-        self.refuse(handler, 401, "not-allowed", "Sign in first.")
+        self.refuse(handler, 401, "session-needed", "a session is needed; mfctl panel opens one")
         return False
 
     def hold(self):
@@ -424,8 +425,8 @@ def demo():
     values += [value("SYS.LOAD", 0.42, age_ms=900), value("SYS.MEMORY", 61, age_ms=900), value("SYS.HOSTNAME", "hall-1", age_ms=90_000),
                value("LAMP.BRIGHTNESS", 40, stale="does not answer", age_ms=45_000), value("PANEL.STAGE", "setup", age_ms=500_000)]  # fmt: skip
     stand_in.tell(values=values, drivers=drivers, alarms=[
-        {"key": "LAMP.DRIVER", "text": "hangs: no answer for 10 s", "raised": iso(stand_in.now() - 45_000_000), "count": 1, "isOver": False},
-        {"key": "SYS", "text": "load 19.05 is above 4", "raised": iso(stand_in.now() - 600_000_000), "count": 3, "isOver": True}])  # fmt: skip
+        {"key": "LAMP.DRIVER", "text": "hangs: no answer for 10 s", "raised": iso(stand_in.now() - 45_000_000), "count": 1, "over": False, "shelvedForMs": None},
+        {"key": "SYS", "text": "load 19.05 is above 4", "raised": iso(stand_in.now() - 600_000_000), "count": 3, "over": True, "shelvedForMs": None}])  # fmt: skip
     stand_in.tell(records=[
         {"kind": "fid", "driver": "PANEL", "fid": "AXIS1.MOVE", "parameters": [["to", "123.4"], ["fast", "true"]], "receiver": "AXIS1", "origin": "driver", "outcome": "begins"},
         {"kind": "event", "driver": "AXIS1", "key": "AXIS1.HOMED", "value": "at the switch"},
@@ -445,8 +446,8 @@ def demo():
         {"severity": "warning", "file": "/etc/mfhost/hall.xml", "line": 14, "text": "\"speeed\" is not read"}], "changes": [
         {"action": "reload", "driver": "AXIS2", "reason": "its entry has changed"}, {"action": "load", "driver": "FAN", "reason": "it is new"}]})  # fmt: skip
     stand_in.sessions = [
-        {"id": 7, "user": "anna", "uid": 1000, "address": "127.0.0.1", "role": "admin", "since": iso(stand_in.now()), "requests": 12},
-        {"id": 8, "user": "anna", "uid": 1000, "address": "192.0.2.20", "role": "operate", "since": iso(stand_in.now()), "requests": 340}]  # fmt: skip
+        {"id": 7, "user": "anna", "uid": 1000, "pid": None, "address": "127.0.0.1", "role": "admin", "since": iso(stand_in.now()), "requests": 12},
+        {"id": 8, "user": "anna", "uid": 1000, "pid": None, "address": "192.0.2.20", "role": "operate", "since": iso(stand_in.now()), "requests": 340}]  # fmt: skip
     return stand_in
 
 

@@ -12,7 +12,7 @@ import {SendPage} from "./send.js";
 import {forget, signOut} from "./session.js";
 import {SessionsPage} from "./sessions.js";
 import {SignInPage} from "./signin.js";
-import {heardText} from "./signs.js";
+import {heardText, isInSight} from "./signs.js";
 import {StreamPage} from "./stream.js";
 import {ageText, clockText, hostTime} from "./text.js";
 import {ValuesPage} from "./values.js";
@@ -250,7 +250,7 @@ class App {
     }
 
     #title() {
-        const alarms = this.model.alarms.length;
+        const alarms = this.model.alarms.filter(isInSight).length;
         const workplace = byId("workplace").textContent;
         const part = this.#page?.title ?? "Sign in";
         const state = this.link.isLive ? (alarms > 0 ? `(${alarms}) ` : "") : "not heard · ";

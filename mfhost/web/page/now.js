@@ -1,14 +1,9 @@
 // The page "Now": alarms, then a tile for each driver, what is wrong first.
 
 import {actionButton, ask, attempt, emptyNote, facts, h, KeyedList, mark, openDialog, put, setSign, sign} from "./dom.js";
-import {advice, ageOrHeard, byTrouble, driverSign, heardText} from "./signs.js";
+import {advice, ageOrHeard, byTrouble, driverSign, heardText, isInSight} from "./signs.js";
 import "./spark.js";
 import {clockTextExact, counted, dateText, hostTime, quoted, rateText} from "./text.js";
-
-function raisedText(alarm) {
-    const us = typeof alarm.raised === "number" ? alarm.raised : hostTime(alarm.raised);
-    return us === null ? "" : dateText(us / 1000);
-}
 
 export class NowPage {
     title = "Now";
@@ -98,16 +93,15 @@ export class NowPage {
     }
 
     #writeAlarm(part, alarm) {
-        const isOver = alarm.isOver ?? alarm.over ?? false;
-        setSign(part.sign, isOver ? "wait" : "bad", isOver ? "over" : "on");
-        mark(part.element, "data-over", isOver ? "yes" : null);
+        setSign(part.sign, alarm.over ? "wait" : "bad", alarm.over ? "over" : "on");
+        mark(part.element, "data-over", alarm.over ? "yes" : null);
         put(part.name, alarm.key);
         put(part.text, alarm.text);
-        put(part.times, `${alarm.count > 1 ? `${alarm.count} times, since ` : ""}${raisedText(alarm)}`);
+        put(part.times, `${alarm.count > 1 ? `${alarm.count} times, since ` : ""}${dateText(hostTime(alarm.raised) / 1000)}`);
     }
 
     #drawAlarms() {
-        const alarms = this.#context.model.alarms.filter((alarm) => !isShelved(alarm));
+        const alarms = this.#context.model.alarms.filter(isInSight);
         const shelved = this.#context.model.alarms.length - alarms.length;
         put(this.#alarmTitle, alarms.length === 0 ? "No alarms" : counted(alarms.length, "alarm"));
         if (shelved > 0)
@@ -240,8 +234,4 @@ function of(depth, capacity) {
     if (depth === null)
         return "-";
     return depth > 0 && capacity > 0 ? `${depth} of ${capacity}` : String(depth);
-}
-
-function isShelved(alarm) {
-    return Boolean(alarm.shelvedUntil ?? alarm.shelvedForMs);
 }

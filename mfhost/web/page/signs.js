@@ -49,6 +49,11 @@ function rank(driver) {
     return {bad: 0, wait: 1, unknown: 1, live: 3, parked: 4}[kind];
 }
 
+/** An alarm that nobody has put out of sight for a while. */
+export function isInSight(alarm) {
+    return alarm.shelvedForMs === null;
+}
+
 /** What an operator may do about a driver; empty when all is well. */
 export function advice(driver, nowUs) {
     const cause = driver.cause ? `: ${driver.cause}` : "";

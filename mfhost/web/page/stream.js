@@ -162,7 +162,7 @@ export class StreamPage {
         const start = this.#start();
         this.#passes = (record) => always.has(record.kind)
             || (kinds.has(record.kind) && (!driver || record.driver === driver || record.receiver === driver)
-                && (record.number === undefined || record.number >= start) && matches(words(record).text, record.driver, record.kind));
+                && (record.number === undefined || record.number >= start) && matches(words(record).text, record.driver, record.kind, `${record.driver}.${record.key}`));
         this.#items = this.#context.model.records.filter(this.#passes);
         this.#last = this.#context.model.records.at(-1)?.place ?? 0;
         this.#rows.set(this.#items);

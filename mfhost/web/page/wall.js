@@ -1,7 +1,7 @@
 // The page "Wall": how the drivers are and what the pinned values say, large, for a screen that nobody touches.
 
 import {h, KeyedList, mark, put, setSign, sign} from "./dom.js";
-import {ageOrHeard, byTrouble, driverSign, valueSign} from "./signs.js";
+import {ageOrHeard, byTrouble, driverSign, isInSight, valueSign} from "./signs.js";
 import {clockText, counted} from "./text.js";
 
 export class WallPage {
@@ -19,12 +19,12 @@ export class WallPage {
         this.#context = context;
         this.#driverList = new KeyedList(this.#drivers, (driver) => {
             const part = {sign: sign(), cause: h("p")};
-            part.element = h("li", {}, h("h3", {}, driver.id), part.sign, part.cause);
+            part.element = h("li", {}, h("h2", {}, driver.id), part.sign, part.cause);
             return part;
         }, (part, driver) => this.#writeDriver(part, driver));
         this.#valueList = new KeyedList(this.#values, (key) => {
             const part = {text: h("p", {class: "large value"}), sign: sign(), age: h("span", {class: "quiet-text"})};
-            part.element = h("li", {}, h("h3", {}, key), part.text, h("p", {}, part.sign, " ", part.age));
+            part.element = h("li", {}, h("h2", {}, key), part.text, h("p", {}, part.sign, " ", part.age));
             return part;
         }, (part, key) => this.#writeValue(part, key));
         this.element = h("div", {class: "page wall"},
@@ -55,7 +55,7 @@ export class WallPage {
     #draw() {
         const {model, link, pins} = this.#context;
         put(this.#clock, clockText(link.nowUs() / 1000));
-        const alarms = model.alarms.filter((alarm) => !alarm.shelvedUntil && !alarm.shelvedForMs);
+        const alarms = model.alarms.filter(isInSight);
         put(this.#alarms, alarms.length === 0 ? "no alarms" : `${counted(alarms.length, "alarm")}: ${alarms.map((alarm) => `${alarm.key} ${alarm.text}`).join(" · ")}`);
         mark(this.#alarms, "data-some", alarms.length > 0 ? "yes" : null);
         const drivers = [...model.drivers.values()].sort(byTrouble);
