@@ -10,8 +10,11 @@ import threading
 import time
 from pathlib import Path
 
-from browser import Browser
-from standin import StandIn, demo, driver, value
+# Nothing is left beside the sources.
+sys.dont_write_bytecode = True
+
+from browser import Browser  # noqa: E402
+from standin import StandIn, demo, driver, value  # noqa: E402
 
 PAGES = ["now", "values", "stream", "send", "plan", "wall", "sessions"]
 WIDTHS = [(360, 740), (1280, 800), (3840, 2160)]

@@ -8,6 +8,9 @@ import sys
 import time
 import unittest
 
+# Nothing is left beside the sources.
+sys.dont_write_bytecode = True
+
 MISSING = [name for name in ("chromium", "chromedriver") if not shutil.which(name)]
 try:
     import selenium  # noqa: F401
