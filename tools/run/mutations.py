@@ -8,7 +8,7 @@ from dataclasses import dataclass
 
 TOKEN = re.compile(
     r"""(?P<blank>\s+|//[^\n]*|/\*.*?\*/|^[ \t]*\#(?:[^\n\\]|\\.)*)
-      | (?P<string>"(?:[^"\\]|\\.)*")
+      | (?P<string>R"(?P<end>[^()\\\s]*)\(.*?\)(?P=end)"|"(?:[^"\\]|\\.)*")
       | (?P<char>'(?:[^'\\]|\\.)*')
       | (?P<number>\d[\w.']*)
       | (?P<word>[A-Za-z_]\w*)
