@@ -67,7 +67,7 @@ private:
 
 TEST_F(WebPanel, CodeOfTheRemoteControlOpensItOnce) {
     startWithPanel();
-    EXPECT_THAT(page("/"), StartsWith("<!doctype html>"));
+    EXPECT_THAT(page("/"), StartsWith("<!DOCTYPE html>"));
     EXPECT_THAT(page("/api/v1/drivers"), HasSubstr("session-needed"));
     const std::string token = signIn();
     ASSERT_EQ(token.size(), 43u);
