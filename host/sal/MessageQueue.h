@@ -116,6 +116,8 @@ public:
         /// way.
         virtual void received(const std::string& queue, std::uint32_t number, const unsigned char* data,
                               int length) = 0;
+        /// The receiving thread finds nothing more and begins to wait.
+        virtual void waits(const std::string& /*queue*/) {}
     };
     enum class EObserved { Sent, Received, Both };
     /// Null takes the observer out. What is not observed costs one look at a pointer. Set at start, taken out

@@ -33,6 +33,8 @@ public:
         virtual ~Observer() = default;
         virtual void callBegins(const std::string& driverID, const char* operation) = 0;
         virtual void callEnded(const std::string& driverID, const char* operation) = 0;
+        /// What the driver has answered, right before callEnded(); false also when an exception has left it.
+        virtual void callReturned(const std::string& /*driverID*/, const char* /*operation*/, bool /*ok*/) {}
         /// The driver's object is gone.
         virtual void driverDeleted(const std::string& driverID) = 0;
         /// A module was not loaded: its path as the loader was given it, and why, in the loader's own words.
@@ -48,6 +50,10 @@ public:
     };
     /// Null takes the observer out. Set at start, taken out when no other thread loads or deletes modules.
     static void setObserver(Observer* pObserver);
+
+    /// The driver of this process in whose name the calling thread is inside the host's ISystem, or inside
+    /// the IFunctionID that the driver has got from it; empty for none. Valid as long as the process.
+    static const std::string& caller();
 
 private:
     friend class ModuleLoader;

@@ -10,11 +10,13 @@ bool GuardedConfiguration::setConfiguration(int workplaceId, const std::string& 
                                             const std::string& virtualPanelAddress,
                                             const std::string& nvramDirectory) {
     m_guard.setDriverID(driverID);
-    const ObservedCall call(driverID, "setConfiguration");
-    return m_guard.run("setConfiguration", false, [&] {
+    if (m_pSystem)
+        m_pSystem->setDriverID(driverID);
+    ObservedCall call(driverID, "setConfiguration");
+    return call.setResult(m_guard.run("setConfiguration", false, [&] {
         return m_driver.setConfiguration(workplaceId, driverID, workingDirectory, ipAddress, networkAdapter,
                                          virtualPanelAddress, nvramDirectory);
-    });
+    }));
 }
 
 void GuardedConfiguration::setPanelStateInterface(IPanelState* pPanelState) {
@@ -32,20 +34,25 @@ void GuardedConfiguration::setDistributorFIDInterface(IDistributorFID* pDistribu
 }
 
 void GuardedConfiguration::setSystemInterface(ISystem* pSystem) {
+    // One of its own, so that what it sends and commands has its name.
+    m_pSystem = pSystem ? &DriverSystem::make(*pSystem) : nullptr;
+    if (m_pSystem)
+        m_pSystem->setDriverID(m_guard.driverID());
     m_guard.run("setSystemInterface", false, [&] {
-        m_driver.setSystemInterface(pSystem);
+        m_driver.setSystemInterface(m_pSystem);
         return true;
     });
 }
 
 bool GuardedConfiguration::initializationCompleted() {
-    const ObservedCall call(m_guard.driverID(), "initializationCompleted");
-    return m_guard.run("initializationCompleted", false, [&] { return m_driver.initializationCompleted(); });
+    ObservedCall call(m_guard.driverID(), "initializationCompleted");
+    return call.setResult(
+        m_guard.run("initializationCompleted", false, [&] { return m_driver.initializationCompleted(); }));
 }
 
 bool GuardedConfiguration::deinitialize() {
-    const ObservedCall call(m_guard.driverID(), "deinitialize");
-    return m_guard.run("deinitialize", false, [&] { return m_driver.deinitialize(); });
+    ObservedCall call(m_guard.driverID(), "deinitialize");
+    return call.setResult(m_guard.run("deinitialize", false, [&] { return m_driver.deinitialize(); }));
 }
 
 bool GuardedConfiguration::createFIDList() {

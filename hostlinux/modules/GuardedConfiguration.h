@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DriverGuard.h"
+#include "DriverSystem.h"
 #include "IMFDConfiguration.h"
 
 namespace sal {
@@ -28,6 +29,7 @@ private:
     IInterface& m_module;
     IMFDConfiguration& m_driver;
     DriverGuard& m_guard;
+    DriverSystem* m_pSystem = nullptr;  ///< stays beyond this object
 };
 
 }  // namespace sal

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "DriverSystem.h"
 #include "IFunctionID.h"
 #include "IMFDConfiguration.h"
 #include "InterfaceIds.h"
@@ -53,6 +54,10 @@ Module::~Module() = default;
 
 void Module::setObserver(Observer* pObserver) {
     ObservedCall::setObserver(pObserver);
+}
+
+const std::string& Module::caller() {
+    return DriverSystem::caller();
 }
 
 IInterface* Module::queryInterface(unsigned int id) {

@@ -17,8 +17,11 @@ ObservedCall::ObservedCall(std::string driverID, const char* operation)
 }
 
 ObservedCall::~ObservedCall() {
-    if (m_pObserver)
-        m_pObserver->callEnded(m_driverID, m_operation);
+    if (!m_pObserver)
+        return;
+    if (m_result)
+        m_pObserver->callReturned(m_driverID, m_operation, *m_result);
+    m_pObserver->callEnded(m_driverID, m_operation);
 }
 
 void ObservedCall::setObserver(Module::Observer* pObserver) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "sal/Module.h"
@@ -14,6 +15,12 @@ public:
     ObservedCall(const ObservedCall&) = delete;
     ObservedCall& operator=(const ObservedCall&) = delete;
 
+    /// What the driver has answered; not told of a call without an answer.
+    bool setResult(bool ok) {
+        m_result = ok;
+        return ok;
+    }
+
     static void setObserver(Module::Observer* pObserver);
     /// Null where there is none.
     static Module::Observer* observer();
@@ -25,6 +32,7 @@ private:
     const std::string m_driverID;
     const char* const m_operation;
     Module::Observer* const m_pObserver;
+    std::optional<bool> m_result;
 };
 
 }  // namespace sal

@@ -470,6 +470,8 @@ void AttachedQueue::waitForData(Deadline& deadline) {
     if (m_ring.depth() > 0 || m_isStopping.load(std::memory_order_acquire) || isBroken())
         return;
     trimWhenLow();
+    if (auto* const pObserver = s_pObserverOfReceived.load(std::memory_order_acquire))
+        pObserver->waits(m_name);
     if (event.wait(number, deadline.left(s_slice)) == EFutexWake::Unmapped)
         setBroken("its file has been cut short");
 }

@@ -11,6 +11,8 @@ class MockModuleObserver : public sal::Module::Observer {
 public:
     MOCK_METHOD(void, callBegins, (const std::string& driverID, const char* operation), (override));
     MOCK_METHOD(void, callEnded, (const std::string& driverID, const char* operation), (override));
+    MOCK_METHOD(void, callReturned, (const std::string& driverID, const char* operation, bool ok),
+                (override));
     MOCK_METHOD(void, driverDeleted, (const std::string& driverID), (override));
     MOCK_METHOD(void, loadFailed, (const std::string& path, const std::string& reason), (override));
     MOCK_METHOD(void, fidBegins,

@@ -4,15 +4,21 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "IPanelState.h"
+#include "ISystem.h"
 #include "LogCapture.h"
+#include "MockModuleObserver.h"
+#include "ObservedCall.h"
 
 namespace {
 
 using testing::_;
 using testing::EndsWith;
 using testing::Return;
+using testing::StrEq;
 using testing::StrictMock;
 using testing::Throw;
 
@@ -91,6 +97,43 @@ TEST_F(GuardedConfiguration, ExceptionWhileAnInterfaceIsHandedInEndsHere) {
     EXPECT_THAT(log.finish(),
                 EndsWith("driver Axis.so: an exception left setSystemInterface(): std::runtime_error: "
                          "no host\n"));
+}
+
+TEST_F(GuardedConfiguration, DriverHasAnISystemThatSaysWhoCalls) {
+    class Host : public ISystem {
+    public:
+        IInterface* queryInterface(unsigned int) override { return nullptr; }
+        void executeCommand(const std::string&, const std::string&) override {
+            callers.push_back(sal::DriverSystem::caller());
+        }
+        std::vector<std::string> callers;
+    } host;
+    ISystem* pSystem = nullptr;
+    EXPECT_CALL(driver, setSystemInterface(_)).WillOnce(testing::SaveArg<0>(&pSystem));
+    EXPECT_CALL(driver, setConfiguration(_, _, _, _, _, _, _)).WillOnce(Return(true));
+    sut.setSystemInterface(&host);
+    ASSERT_NE(pSystem, nullptr);
+    pSystem->executeCommand("a", "");
+    sut.setConfiguration(0, "AXIS1", "", "", "", "", "");
+    pSystem->executeCommand("b", "");
+    EXPECT_EQ(host.callers, (std::vector<std::string>{"", "AXIS1"}));
+}
+
+TEST_F(GuardedConfiguration, ObserverIsToldWhatTheDriverAnswers) {
+    StrictMock<MockModuleObserver> observer;
+    sal::ObservedCall::setObserver(&observer);
+    EXPECT_CALL(driver, setConfiguration(_, _, _, _, _, _, _)).WillOnce(Return(true));
+    EXPECT_CALL(driver, initializationCompleted()).WillOnce(Return(false));
+    EXPECT_CALL(driver, deinitialize()).WillOnce(Throw(17));
+    EXPECT_CALL(observer, callBegins("AXIS1", _)).Times(3);
+    EXPECT_CALL(observer, callReturned("AXIS1", StrEq("setConfiguration"), true));
+    EXPECT_CALL(observer, callReturned("AXIS1", StrEq("initializationCompleted"), false));
+    EXPECT_CALL(observer, callReturned("AXIS1", StrEq("deinitialize"), false));
+    EXPECT_CALL(observer, callEnded("AXIS1", _)).Times(3);
+    sut.setConfiguration(0, "AXIS1", "", "", "", "", "");
+    sut.initializationCompleted();
+    sut.deinitialize();
+    sal::ObservedCall::setObserver(nullptr);
 }
 
 TEST_F(GuardedConfiguration, OtherInterfacesAreAskedOfTheModule) {

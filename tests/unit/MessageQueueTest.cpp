@@ -25,6 +25,7 @@
 #include <functional>
 #include <map>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -212,7 +213,9 @@ public:
                   int length) override {
         note("received", queue, number, data, length, "");
     }
+    void waits(const std::string& queue) override { waited.insert(queue); }
 
+    std::set<std::string> waited;  ///< on which queues
     std::vector<std::string> lines;
 
 private:
@@ -239,6 +242,19 @@ TEST_F(MessageQueue, ObserverLearnsOfEachMessageWithItsNumber) {
     EXPECT_EQ(receiveText(sut), "nothing");
     EXPECT_EQ(observer.lines,
               (Lines{"sent Q 2 one", "sent R 1 two", "received Q 1 before", "received Q 2 one"}));
+}
+
+TEST_F(MessageQueue, ObserverLearnsThatAReceiverFindsNothingMore) {
+    sal::MessageQueue sut;
+    ASSERT_TRUE(sut.create("Q", 4, 32, 0));
+    NotingObserver observer;
+    std::array<unsigned char, 32> buffer{};
+    sut.send(buffer.data(), 3, 0);
+    EXPECT_EQ(sut.receive(buffer.data(), 32, 0), 3);
+    EXPECT_EQ(sut.receive(buffer.data(), 32, 0), -1);
+    EXPECT_EQ(observer.waited, std::set<std::string>{});
+    EXPECT_EQ(sut.receive(buffer.data(), 32, 1), -1);
+    EXPECT_EQ(observer.waited, std::set<std::string>{"Q"});
 }
 
 TEST_F(MessageQueue, ObserverLearnsOfAMessageThatIsNotSent) {

@@ -26,6 +26,15 @@ TEST_F(ObservedCall, TellsBeginAndEnd) {
     const sal::ObservedCall sut("AXIS1", "deinitialize");
 }
 
+TEST_F(ObservedCall, TellsWhatTheDriverHasAnswered) {
+    const InSequence order;
+    EXPECT_CALL(observer, callBegins("AXIS1", StrEq("deinitialize")));
+    EXPECT_CALL(observer, callReturned("AXIS1", StrEq("deinitialize"), false));
+    EXPECT_CALL(observer, callEnded("AXIS1", StrEq("deinitialize")));
+    sal::ObservedCall sut("AXIS1", "deinitialize");
+    EXPECT_FALSE(sut.setResult(false));
+}
+
 TEST_F(ObservedCall, TellsNothingOfADriverWithoutID) {
     { const sal::ObservedCall sut("", "deinitialize"); }
     sal::ObservedCall::driverDeleted("");

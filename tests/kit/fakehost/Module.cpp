@@ -20,4 +20,9 @@ IInterface* Module::queryInterface(unsigned int id) {
 
 void Module::setObserver(Observer*) {}
 
+const std::string& Module::caller() {
+    static const std::string s_nobody;
+    return s_nobody;
+}
+
 }  // namespace sal
