@@ -7,6 +7,7 @@ namespace stream {
 FidFields::FidFields(std::string_view function) {
     putText(function);
     m_count = m_size++;
+    m_bytes[m_count] = 0;
 }
 
 void FidFields::putText(std::string_view text) {

@@ -53,7 +53,7 @@ private:
     static std::size_t takeCount(std::string_view& bytes);
     void putText(std::string_view text);
 
-    std::array<char, 2048> m_bytes{};
+    std::array<char, 2048> m_bytes;  ///< not set to zero: filled as far as it is used
     std::size_t m_size = 0;
     std::size_t m_count = 0;  ///< the place of the count byte
     bool m_isCut = false;

@@ -44,6 +44,12 @@ std::uint16_t KeyTable::driver(std::string_view driverID, Time now) {
     return number;
 }
 
+std::uint16_t KeyTable::known(std::string_view driverID) const {
+    const std::shared_lock lock(m_mutex);
+    const auto found = m_numbers.find(driverID);
+    return found == m_numbers.end() ? std::uint16_t{0} : found->second;
+}
+
 std::uint32_t KeyTable::key(std::uint16_t driver, std::string_view text, Time now) {
     const std::uint32_t none = static_cast<std::uint32_t>(driver) << 16;
     if (text.empty() || text.size() > s_longestText)

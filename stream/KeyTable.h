@@ -28,6 +28,8 @@ public:
     /// The driver's number, from 1 on; a new one is defined in the stream before it is returned. Where all
     /// are used up, the last one, which all further drivers share.
     std::uint16_t driver(std::string_view driverID, Time now);
+    /// The driver's number where it has one, else 0.
+    std::uint16_t known(std::string_view driverID) const;
     /// The number of a text of that driver, for StreamEntry::key: the driver's number is in its upper half.
     /// The lower half is 0 where the driver's share is used up or the text is empty or of more than 255
     /// bytes: the text goes into the record then.

@@ -47,6 +47,14 @@ TEST_F(KeyTableTest, NumbersAreGivenOnceAndDefinedInTheStream) {
     EXPECT_EQ(*sut.names().find(0x20002), "AXIS2.SPEED");
 }
 
+TEST_F(KeyTableTest, LookingForADriverGivesItNoNumber) {
+    KeyTable sut(*m_pRing);
+    EXPECT_EQ(sut.known("AXIS1"), 0);
+    EXPECT_EQ(sut.driver("AXIS2", at(0)), 1);
+    EXPECT_EQ(sut.known("AXIS2"), 1);
+    EXPECT_EQ(sut.known("AXIS1"), 0);
+}
+
 TEST_F(KeyTableTest, TextsOfTheHostHaveNumbersToo) {
     KeyTable sut(*m_pRing);
     EXPECT_EQ(sut.key(0, "SYSTEM.DRIVERS", at(0)), 1u);

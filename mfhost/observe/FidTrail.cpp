@@ -1,0 +1,372 @@
+#include "FidTrail.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "FidFields.h"
+#include "MessageCodes.h"
+#include "sal/Module.h"
+
+using stream::EFidOutcome;
+using stream::EOrigin;
+using stream::FidFields;
+using Clock = Observation::Clock;
+
+namespace {
+
+constexpr std::string_view s_panel = "PANEL";
+constexpr std::string_view s_inputEnd = "_INQ";
+constexpr std::string_view s_outputEnd = "_OUTQ";
+constexpr std::string_view s_unknown = "unknown FID \"";
+constexpr std::size_t s_longestUnknown = 200;
+/// After more than that an end is worth a record.
+constexpr std::chrono::milliseconds s_late{1};
+/// Messages that come faster than this are a flood, of which every so many has a look at the clock.
+constexpr std::chrono::microseconds s_floodPace{4};
+constexpr unsigned int s_flood = 16;
+
+bool hasCode(const unsigned char* data, int length, std::string_view code) {
+    return static_cast<std::size_t>(length) >= protocol::codeLength &&
+           std::memcmp(data, code.data(), protocol::codeLength) == 0;
+}
+
+/// What follows a message's code.
+std::string_view fieldsOf(const unsigned char* data, int length) {
+    return {reinterpret_cast<const char*>(data) + protocol::codeLength,
+            static_cast<std::size_t>(length) - protocol::codeLength};
+}
+
+/// The text that the fields begin with: the FID, or the function.
+std::string_view firstText(std::string_view fields) {
+    return fields.empty() ? fields : fields.substr(1, static_cast<unsigned char>(fields.front()));
+}
+
+bool isFid(std::string_view fid, std::string_view driverID, std::string_view function) {
+    return fid.size() == driverID.size() + 1 + function.size() && fid.starts_with(driverID) &&
+           fid[driverID.size()] == '.' && fid.ends_with(function);
+}
+
+/// What a message to a driver process asks of it; empty for what is no configuration.
+std::string_view configurationCall(const unsigned char* data, int length) {
+    using Call = std::pair<std::string_view, std::string_view>;
+    static constexpr std::array<Call, 3> s_calls{
+        Call{protocol::setConfiguration, "setConfiguration"},
+        Call{protocol::initializationCompleted, "initializationCompleted"},
+        Call{protocol::deinitialize, "deinitialize"}};
+    for (const auto& [code, operation] : s_calls) {
+        if (hasCode(data, length, code))
+            return operation;
+    }
+    return {};
+}
+
+}  // namespace
+
+/// A FID that is inside a driver.
+struct FidTrail::Delivery {
+    std::uint64_t record = 0;
+    std::uint16_t receiver = 0;
+    bool isTimed = false;  ///< its beginning was looked up, not taken over
+    Clock::time_point began{};
+    const std::string* pDriverID = nullptr;
+    std::size_t unknownLength = 0;
+    std::array<char, s_longestUnknown> unknown{};  ///< what the driver has said of the function
+};
+
+/// Of one thread.
+struct FidTrail::Trail {
+    static constexpr std::size_t s_deepest = 32;
+
+    Sending* pSending = nullptr;
+
+    Clock::time_point looked{};  ///< at the clock
+    std::uint32_t tick = 0;      ///< then
+    unsigned int left = 0;       ///< messages that make do with that
+    bool isFlood = false;
+
+    // A thread that receives.
+    std::uint64_t serial = 0;  ///< of whose observation; 0: it receives from no driver
+    std::uint16_t sender = 0;
+    std::size_t queueLength = 0;
+    std::array<char, 255> queue{};
+    std::uint64_t reports = 0;
+    std::uint64_t deliveredBefore = 0;
+    bool hasMessage = false;  ///< with a FID that is not delivered yet; the module's own buffer is reused
+    std::size_t messageLength = 0;
+    std::array<unsigned char, protocol::maximumLength> message{};
+
+    // Drivers that it is inside of.
+    std::size_t depth = 0;
+    std::uint64_t deliveredOutside = 0;
+    std::array<Delivery, s_deepest> deliveries{};
+
+    std::string_view fields() const { return fieldsOf(message.data(), static_cast<int>(messageLength)); }
+    std::string_view queueName() const { return {queue.data(), queueLength}; }
+    std::string_view driverID() const { return queueName().substr(0, queueLength - s_outputEnd.size()); }
+    Delivery* innermost() { return depth == 0 || depth > s_deepest ? nullptr : &deliveries[depth - 1]; }
+};
+
+/// A FID with its sender, on its way into the stream.
+struct FidTrail::Taken {
+    stream::StreamWriter::Fid record;
+    std::string_view senderID;
+    std::optional<FidFields> fields;  ///< those that no message has
+};
+
+constinit thread_local FidTrail::Trail FidTrail::t_trail{};
+constinit thread_local const FidTrail::Asking* FidTrail::t_pAsking = nullptr;
+
+FidTrail::Asking::Asking(EOrigin origin, std::string_view who)
+    : m_pOuter(t_pAsking), m_origin(origin), m_who(who) {
+    t_pAsking = this;
+}
+
+FidTrail::Asking::~Asking() {
+    t_pAsking = m_pOuter;
+}
+
+FidTrail::Sending::Sending(FidTrail* pTrail, const std::string& fid, const FIDParameterList& parameters)
+    : m_pTrail(pTrail), m_pOuter(t_trail.pSending), m_fid(fid), m_parameters(parameters) {
+    if (!m_pTrail)
+        return;
+    m_senderID = sal::Module::caller();
+    if (!m_senderID.empty())
+        // What the panel driver sends by itself are the steps of a macro.
+        m_origin = m_senderID == s_panel ? EOrigin::Macro : EOrigin::Driver;
+    else if (t_pAsking)
+        m_origin = t_pAsking->m_origin;
+    t_trail.pSending = this;
+}
+
+FidTrail::Sending::~Sending() {
+    if (!m_pTrail)
+        return;
+    t_trail.pSending = m_pOuter;
+    if (!m_isPending)
+        return;
+    Taken taken;
+    m_pTrail->takeSending(*this, taken);
+    m_pTrail->reachesNobody(taken, m_fid, &m_parameters);
+}
+
+/// When a message comes or a FID is sent: a look at the clock, but within a flood for every so many only.
+Clock::time_point FidTrail::clock(Trail& trail) const {
+    const std::uint32_t tick = m_observation.ticks();
+    if (trail.left > 0 && trail.tick == tick) {
+        --trail.left;
+        // The store has had a look for what was delivered right before.
+        return std::max(trail.looked, Observation::ofThread().clock);
+    }
+    const auto now = Clock::now();
+    const auto messages = trail.isFlood ? s_flood : 1;
+    trail.isFlood = trail.looked != Clock::time_point() && now - trail.looked < s_floodPace * messages;
+    trail.left = trail.isFlood ? s_flood - 1 : 0;
+    trail.looked = now;
+    trail.tick = tick;
+    return now;
+}
+
+void FidTrail::takeSending(Sending& sending, Taken& taken) {
+    sending.m_isPending = false;
+    taken.senderID = sending.m_senderID;
+    taken.record.sender = m_observation.number(sending.m_senderID);
+    taken.record.origin = sending.m_origin;
+    if (sending.m_senderID.empty() && t_pAsking)
+        taken.record.who = t_pAsking->m_who;
+    taken.fields.emplace(sending.m_fid);
+    for (const auto& [name, value] : sending.m_parameters)
+        taken.fields->add(name, value);
+}
+
+void FidTrail::takeMessage(Trail& trail, Taken& taken) {
+    trail.hasMessage = false;
+    taken.senderID = trail.driverID();
+    taken.record.sender = trail.sender;
+    taken.record.origin = EOrigin::Driver;
+    taken.record.fields = trail.fields();
+}
+
+/// The FID that this thread was about to send; false where it was about to send none of that name.
+bool FidTrail::take(Trail& trail, std::string_view driverID, std::string_view function, Taken& taken) {
+    Sending* const pSending = trail.pSending;
+    if (pSending && pSending->m_isPending) {
+        if (pSending->m_pTrail != this || !isFid(pSending->m_fid, driverID, function))
+            return false;
+        takeSending(*pSending, taken);
+        return true;
+    }
+    if (!trail.hasMessage || trail.serial != m_observation.serial() ||
+        !isFid(firstText(trail.fields()), driverID, function))
+        return false;
+    takeMessage(trail, taken);
+    return true;
+}
+
+/// What its sender has set before is in the stream before it.
+std::uint64_t FidTrail::write(Taken& taken, Clock::time_point when) {
+    if (std::exchange(Observation::ofThread().hasHeldBack, false))
+        m_recordHeldBack(std::string(taken.senderID));
+    if (taken.fields)
+        taken.record.fields = taken.fields->bytes();
+    return m_observation.stream().fid(m_observation.at(when), taken.record);
+}
+
+void FidTrail::reachesNobody(Taken& taken, const std::string& fid, const FIDParameterList* pParameters) {
+    taken.record.outcome = m_whyNobody(fid, pParameters);
+    write(taken, Clock::now());
+}
+
+void FidTrail::fidBegins(const std::string& driverID, const std::string& function,
+                         const FIDParameterList& parameters) {
+    Trail& trail = t_trail;
+    Taken taken;
+    if (!take(trail, driverID, function, taken)) {
+        // One that a driver has sent to another without the host.
+        if (const Delivery* const pOuter = trail.innermost()) {
+            taken.record.sender = pOuter->receiver;
+            taken.senderID = *pOuter->pDriverID;
+        }
+        taken.fields.emplace(driverID + '.' + function);
+        for (const auto& [name, value] : parameters)
+            taken.fields->add(name, value);
+    }
+    if (trail.depth++ == 0)
+        trail.deliveredOutside = Observation::ofThread().delivered;
+    const auto when = clock(trail);
+    taken.record.receiver = m_observation.number(driverID);
+    taken.record.outcome = EFidOutcome::Begins;
+    const std::uint64_t record = write(taken, when);
+    if (Delivery* const pDelivery = trail.innermost()) {
+        pDelivery->record = record;
+        pDelivery->receiver = taken.record.receiver;
+        pDelivery->isTimed = !trail.isFlood;
+        pDelivery->began = when;
+        pDelivery->pDriverID = &driverID;
+        pDelivery->unknownLength = 0;
+    }
+}
+
+void FidTrail::fidEnded(bool ok, const char* exception) {
+    Trail& trail = t_trail;
+    if (trail.depth == 0)
+        return;
+    const Delivery* const pDelivery = trail.innermost();
+    // What the driver has set meanwhile is not of the queue that this thread receives from.
+    if (--trail.depth == 0)
+        Observation::ofThread().delivered = trail.deliveredOutside;
+    if (!pDelivery || (ok && !exception && !pDelivery->isTimed))
+        return;
+    const auto now = Clock::now();
+    const auto took = now - pDelivery->began;
+    EFidOutcome outcome = EFidOutcome::Refused;
+    std::string_view text(pDelivery->unknown.data(), pDelivery->unknownLength);
+    if (exception) {
+        outcome = EFidOutcome::Threw;
+        text = exception;
+    } else if (ok) {
+        if (took <= s_late)
+            return;
+        outcome = EFidOutcome::Late;
+        text = {};
+    } else if (!text.empty()) {
+        outcome = EFidOutcome::UnknownFunction;
+    }
+    m_observation.stream().fidEnd(m_observation.at(now), pDelivery->receiver, pDelivery->record, outcome,
+                                  std::chrono::duration_cast<std::chrono::nanoseconds>(took), text);
+}
+
+void FidTrail::logged(const std::string& output, const std::string& text) {
+    Delivery* const pDelivery = t_trail.innermost();
+    if (pDelivery && output == *pDelivery->pDriverID && text.starts_with(s_unknown))
+        pDelivery->unknownLength = text.copy(pDelivery->unknown.data(), pDelivery->unknown.size());
+}
+
+void FidTrail::sent(const std::string& queue, const unsigned char* data, int length, bool ok) {
+    if (!queue.ends_with(s_inputEnd))
+        return;
+    const std::string_view driverID = std::string_view(queue).substr(0, queue.size() - s_inputEnd.size());
+    if (!hasCode(data, length, protocol::sendFID)) {
+        const std::string_view operation = configurationCall(data, length);
+        if (!operation.empty())
+            m_observation.configured(std::string(driverID), operation, ok, {});
+        return;
+    }
+    Trail& trail = t_trail;
+    const std::string_view message = fieldsOf(data, length);
+    Taken taken;
+    if (!take(trail, driverID, firstText(message), taken)) {
+        if (const Delivery* const pOuter = trail.innermost())
+            taken.record.sender = pOuter->receiver;
+        taken.record.fields = message;
+    }
+    taken.record.receiver = m_observation.number(driverID);
+    taken.record.outcome = ok ? EFidOutcome::Written : EFidOutcome::NotRunning;
+    write(taken, clock(trail));
+}
+
+void FidTrail::received(const std::string& queue, const unsigned char* data, int length) {
+    Trail& trail = t_trail;
+    if (trail.serial != m_observation.serial() || trail.queueName() != queue) {
+        beginReceiving(trail, queue);
+        if (trail.serial != m_observation.serial())
+            return;
+    }
+    if (trail.hasMessage)
+        endPending(trail);
+    if (Observation::ofThread().delivered != trail.deliveredBefore)
+        settle(trail);
+    if (hasCode(data, length, protocol::dispatchFID)) {
+        trail.messageLength = std::min<std::size_t>(static_cast<std::size_t>(length), trail.message.size());
+        std::memcpy(trail.message.data(), data, trail.messageLength);
+        trail.hasMessage = true;
+    } else if (!hasCode(data, length, protocol::executeCommand)) {
+        ++trail.reports;
+    }
+}
+
+void FidTrail::waits(const std::string& queue) {
+    Trail& trail = t_trail;
+    if (trail.serial != m_observation.serial() || trail.queueName() != queue)
+        return;
+    if (trail.hasMessage)
+        endPending(trail);
+    settle(trail);
+    trail.left = 0;
+    trail.isFlood = false;
+    trail.looked = {};
+}
+
+void FidTrail::beginReceiving(Trail& trail, const std::string& queue) {
+    trail.serial = 0;
+    trail.hasMessage = false;
+    if (!queue.ends_with(s_outputEnd) || queue.size() > trail.queue.size())
+        return;
+    trail.serial = m_observation.serial();
+    trail.queueLength = queue.copy(trail.queue.data(), trail.queue.size());
+    trail.sender = m_observation.number(trail.driverID());
+    trail.reports = 0;
+    trail.deliveredBefore = Observation::ofThread().delivered;
+}
+
+/// All that was held back has been delivered.
+void FidTrail::settle(Trail& trail) {
+    const std::uint64_t delivered = Observation::ofThread().delivered;
+    if (trail.reports > 0 || delivered != trail.deliveredBefore)
+        m_observation.addReports(trail.sender, trail.reports, delivered - trail.deliveredBefore);
+    trail.reports = 0;
+    trail.deliveredBefore = delivered;
+}
+
+void FidTrail::endPending(Trail& trail) {
+    Taken taken;
+    takeMessage(trail, taken);
+    reachesNobody(taken, std::string(firstText(taken.record.fields)), nullptr);
+}
+
+std::string_view FidTrail::driverOfThread() {
+    return t_trail.serial != 0 ? t_trail.driverID() : std::string_view();
+}
