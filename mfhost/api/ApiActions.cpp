@@ -138,20 +138,25 @@ ApiAnswer answerOf(const Applied& applied) {
 
 }  // namespace
 
-void ApiActions::perform(const std::shared_ptr<PendingAction>& pAction, const std::string& what,
-                         std::function<ApiAnswer()> run) const {
-    const bool isPosted = m_context.post(what, [pAction, run = std::move(run)] {
+void ApiActions::perform(const std::shared_ptr<PendingAction>& pAction, const std::string& who,
+                         const std::string& what, std::function<ApiAnswer()> run, ERecorded recorded) const {
+    Observation* const pObservation = recorded == ERecorded::Here ? m_context.pObservation : nullptr;
+    const auto task = [pAction, pObservation, what, who, run = std::move(run)] {
+        const FidTrail::Asking asking(stream::EOrigin::Api, who);
+        Observation::Command command(pObservation, {.origin = stream::EOrigin::Api, .who = who}, what);
         try {
             pAction->end(run());
+            command.setResult(true);
         } catch (const ApiFault& fault) {
+            command.setResult(false, fault.what());
             pAction->end(fault.answer());
         } catch (const std::exception& error) {
             // The command thread says in the log what is broken off.
             pAction->end(ApiFault(ECode::Internal, error.what()).answer());
             throw;
         }
-    });
-    if (isPosted)
+    };
+    if (m_context.post(what, task))
         return;
     if (m_context.isStopping())
         throw ApiFault(ECode::Stopping, "the host is stopping");
@@ -183,14 +188,16 @@ void ApiActions::sendFid(const ApiRequest& request) const {
                                                        EFidStage::Delivered, EFidStage::Taken};
     const std::string fid = request.body.text("fid");
     const EFidStage waitFor = s_stages.at(request.body.choice("wait", s_waits));
-    m_context.sendFid(fid, request.body.parameters(), waitFor, request.body.timeout(),
-                      [fid, waitFor, pAction = request.pAction](const FidOutcome& outcome) {
-                          const ApiAnswer answer = answerOf(fid, waitFor, outcome, pAction->request());
-                          if (outcome.isInterim)
-                              pAction->tellProgress(answer);
-                          else
-                              pAction->end(answer);
-                      });
+    m_context.sendFid(
+        fid, request.body.parameters(), waitFor, request.body.timeout(),
+        [fid, waitFor, pAction = request.pAction](const FidOutcome& outcome) {
+            const ApiAnswer answer = answerOf(fid, waitFor, outcome, pAction->request());
+            if (outcome.isInterim)
+                pAction->tellProgress(answer);
+            else
+                pAction->end(answer);
+        },
+        request.caller.name);
 }
 
 void ApiActions::setState(const ApiRequest& request) const {
@@ -198,7 +205,7 @@ void ApiActions::setState(const ApiRequest& request) const {
     const StateValue value = request.body.stateValue();
     limitLength("key", key, s_longestKey);
     limitLength("value", value.text(), s_longestValue);
-    perform(request.pAction, "setStateValue " + key, [this, key, value] {
+    perform(request.pAction, request.caller.name, "setStateValue " + key, [this, key, value] {
         m_context.setState(key, value);
         return ApiAnswer{.body = s_nothing};
     });
@@ -206,7 +213,7 @@ void ApiActions::setState(const ApiRequest& request) const {
 
 void ApiActions::unsetState(const ApiRequest& request) const {
     const std::string key = request.body.text("key");
-    perform(request.pAction, "unsetStateValue " + key, [this, key] {
+    perform(request.pAction, request.caller.name, "unsetStateValue " + key, [this, key] {
         if (!m_context.store.find(key)) {
             const std::string owner = key.substr(0, key.find('.') + 1);
             throw ApiFault(ECode::StateUnknown, "there is no value " + key,
@@ -220,7 +227,7 @@ void ApiActions::unsetState(const ApiRequest& request) const {
 void ApiActions::triggerEvent(const ApiRequest& request) const {
     const std::string id = request.body.text("id");
     const std::string value = request.body.anyText("value");
-    perform(request.pAction, "triggerEvent " + id, [this, id, value] {
+    perform(request.pAction, request.caller.name, "triggerEvent " + id, [this, id, value] {
         m_context.triggerEvent(id, value);
         return ApiAnswer{.body = s_nothing};
     });
@@ -231,7 +238,7 @@ void ApiActions::playMacro(const ApiRequest& request) const {
     if (std::find(names.begin(), names.end(), request.name) == names.end())
         throw ApiFault(ECode::MacroUnknown, "there is no macro " + request.name,
                        base::nearest(request.name, names));
-    perform(request.pAction, "macro " + request.name,
+    perform(request.pAction, request.caller.name, "macro " + request.name,
             [this, name = request.name] { return answer(m_context.playMacro(name)); });
 }
 
@@ -239,7 +246,7 @@ void ApiActions::reload(const ApiRequest& request) const {
     // A driver that only the workplace file knows is loaded for the first time.
     const std::string what = "reload of " + request.name;
     logAction(request, what);
-    perform(request.pAction, what,
+    perform(request.pAction, request.caller.name, what,
             [this, name = request.name] { return answer(m_context.reload(name), name); });
 }
 
@@ -247,52 +254,58 @@ void ApiActions::park(const ApiRequest& request) const {
     needDriver(request.name);
     const std::string what = "stop of " + request.name;
     logAction(request, what);
-    perform(request.pAction, what, [this, name = request.name, who = request.caller.name] {
-        return answer(m_context.park(name, who), name);
-    });
+    perform(request.pAction, request.caller.name, what,
+            [this, name = request.name, who = request.caller.name] {
+                return answer(m_context.park(name, who), name);
+            });
 }
 
 void ApiActions::unpark(const ApiRequest& request) const {
     needDriver(request.name);
     const std::string what = "start of " + request.name;
     logAction(request, what);
-    perform(request.pAction, what, [this, name = request.name, who = request.caller.name] {
-        return answer(m_context.unpark(name, who), name);
-    });
+    perform(request.pAction, request.caller.name, what,
+            [this, name = request.name, who = request.caller.name] {
+                return answer(m_context.unpark(name, who), name);
+            });
 }
 
 void ApiActions::plan(const ApiRequest& request) const {
-    perform(request.pAction, "plan", [this] { return answerOf(m_context.plan()); });
+    perform(request.pAction, request.caller.name, "plan", [this] { return answerOf(m_context.plan()); });
 }
 
 void ApiActions::apply(const ApiRequest& request) const {
     const std::string plan = request.body.optionalText("plan").value_or("");
     logAction(request, "apply");
-    perform(request.pAction, "apply",
+    perform(request.pAction, request.caller.name, "apply",
             [this, plan, who = request.caller.name] { return answerOf(m_context.apply(plan, who)); });
 }
 
 void ApiActions::undo(const ApiRequest& request) const {
     const unsigned number = request.body.optionalNumber("number");
     logAction(request, "undo");
-    perform(request.pAction, "undo",
+    perform(request.pAction, request.caller.name, "undo",
             [this, number, who = request.caller.name] { return answerOf(m_context.undo(number, who)); });
 }
 
 void ApiActions::check(const ApiRequest& request) const {
-    perform(request.pAction, "check", [this] { return ApiAnswer{.body = m_context.check()}; });
+    perform(request.pAction, request.caller.name, "check",
+            [this] { return ApiAnswer{.body = m_context.check()}; });
 }
 
 void ApiActions::console(const ApiRequest& request) const {
     const std::string line = request.body.text("line");
     const unsigned columns = request.body.optionalNumber("columns");
     logAction(request, "\"" + line + "\"");
-    perform(request.pAction, line, [this, line, columns] {
-        const ApiLine executed = m_context.console(line, columns);
-        JsonText json;
-        json.beginObject().member("output", executed.output).member("done", executed.isDone).endObject();
-        return ApiAnswer{.body = json.take()};
-    });
+    perform(
+        request.pAction, request.caller.name, line,
+        [this, line, columns] {
+            const ApiLine executed = m_context.console(line, columns);
+            JsonText json;
+            json.beginObject().member("output", executed.output).member("done", executed.isDone).endObject();
+            return ApiAnswer{.body = json.take()};
+        },
+        ERecorded::Elsewhere);
 }
 
 void ApiActions::shutDown(const ApiRequest& request) const {

@@ -48,9 +48,13 @@ public:
     void pair(const ApiRequest& request) const;
     void endSession(const ApiRequest& request) const;
 
+    /// Where a command goes into the stream: what only reads is none, and a console line is recorded where it
+    /// is executed.
+    enum class ERecorded { Here, Elsewhere };
     /// Has the answer worked out on the command thread.
-    void perform(const std::shared_ptr<PendingAction>& pAction, const std::string& what,
-                 std::function<ApiAnswer()> run) const;
+    void perform(const std::shared_ptr<PendingAction>& pAction, const std::string& who,
+                 const std::string& what, std::function<ApiAnswer()> run,
+                 ERecorded recorded = ERecorded::Here) const;
 
 private:
     ApiAnswer answer(const ApiOutcome& outcome, const std::string& driverID = {}) const;

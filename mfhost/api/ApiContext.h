@@ -17,7 +17,9 @@
 #include "FIDParameterList.h"
 #include "FidCounts.h"
 #include "FidOutcome.h"
+#include "FidTrail.h"
 #include "HistoryEntry.h"
+#include "Observation.h"
 #include "StateStore.h"
 #include "WorkplacePlan.h"
 #include "sal/MessageQueue.h"
@@ -37,6 +39,14 @@ struct ApiLogLine {
     std::string driverID;  ///< whom it concerns; empty for none
     std::string text;
     std::uint64_t number = 0;  ///< counts all lines from 1 on
+};
+
+/// What a driver has reported since the host has started: values and events.
+struct ApiReports {
+    std::string driverID;
+    std::uint64_t received = 0;  ///< came from it
+    std::uint64_t merged = 0;    ///< of these, merged with later ones before they were delivered
+    std::uint64_t changes = 0;   ///< of the others, changed something
 };
 
 /// One connection to the control socket, or one session of the web panel.
@@ -85,6 +95,8 @@ struct ApiContext {
         std::string workplace;  ///< the workplace file; empty for none
         std::chrono::system_clock::time_point started;
         int pid = 0;
+        std::string ring = {};       ///< the file of the stream; empty for none
+        std::string recording = {};  ///< the directory of what is kept of it; empty where nothing is
     };
     /// What the workplace file that the module has says of a driver.
     struct Place {
@@ -95,6 +107,7 @@ struct ApiContext {
     const DriverTable& drivers;
     const StateStore& store;
     Instance instance;
+    Observation* pObservation = nullptr;  ///< where actions are recorded; null for nowhere
 
     /// Tells the table of drivers and the store of processes that have ended by now.
     std::function<void()> lookForEnds;
@@ -106,6 +119,8 @@ struct ApiContext {
     std::function<void(std::chrono::milliseconds time, std::function<void()> call)> after;
 
     std::function<StateStore::Changes(const std::string& glob, std::uint64_t since)> changes;
+    /// In byte order of the IDs.
+    std::function<std::vector<ApiReports>()> reports;
     std::function<std::vector<sal::MessageQueue::Status>()> queues;
     /// How many are in sight.
     std::function<std::size_t()> alarms;
@@ -133,7 +148,8 @@ struct ApiContext {
 
     /// Returns at once; told is called as FidSenders says, on any thread.
     std::function<void(const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
-                       std::chrono::milliseconds limit, std::function<void(const FidOutcome&)> told)>
+                       std::chrono::milliseconds limit, std::function<void(const FidOutcome&)> told,
+                       const std::string& who)>
         sendFid;
     /// Any thread; the host stops some time later.
     std::function<void(const std::string& who)> shutDown;

@@ -115,7 +115,7 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
         get({"api", "v1", "drivers"}, [](R reading, T, C, N) { return reading.drivers(); }),
         get({"api", "v1", "drivers", s_name}, [](R reading, T, C, N name) { return reading.driver(name); }),
         get({"api", "v1", "state"}, [](R reading, T target, C, N) { return reading.state(target); },
-            {"glob", "since"}),
+            {"counts", "glob", "since"}),
         get({"api", "v1", "events"}, [](R reading, T, C, N) { return reading.events(); }),
         get({"api", "v1", "queues"}, [](R reading, T, C, N) { return reading.queues(); }),
         get({"api", "v1", "macros"}, [](R reading, T, C, N) { return reading.macros(); }),
@@ -241,9 +241,12 @@ void ApiHandler::readHistory(const std::string& number, const ApiCall& call,
         throw ApiFault(ECode::Busy, "too many requests wait for the history already");
     const auto pAction =
         std::make_shared<PendingAction>(m_pMemory, ownerOf(call.caller), std::string(), pAnswer);
-    m_actions.perform(pAction, "history", [this, isList = number.empty(), value, pReading = m_pReading] {
-        return ApiAnswer{.body = isList ? m_reading.history() : m_reading.historyEntry(value)};
-    });
+    m_actions.perform(
+        pAction, call.caller.name, "history",
+        [this, isList = number.empty(), value, pReading = m_pReading] {
+            return ApiAnswer{.body = isList ? m_reading.history() : m_reading.historyEntry(value)};
+        },
+        ApiActions::ERecorded::Elsewhere);
     limit(pAnswer, s_readingLimit, [this] {
         const CommandActivity activity = m_context.activity();
         return ApiFault(ECode::Busy, "the host is busy with \"" + activity.what + "\"").answer();

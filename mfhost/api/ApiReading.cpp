@@ -131,6 +131,11 @@ std::string ApiReading::host(const ApiCaller& caller) const {
         .member("workplace", m_context.instance.workplace)
         .member("started", m_context.instance.started)
         .member("pid", m_context.instance.pid)
+        .name("recording")
+        .beginObject()
+        .member("ring", m_context.instance.ring)
+        .member("directory", m_context.instance.recording)
+        .endObject()
         .member("role", inWords(caller.role))
         .member("user", caller.name)
         .endObject();
@@ -366,7 +371,20 @@ std::string ApiReading::state(const ApiTarget& target) const {
     json.endArray().name("unset").beginArray();
     for (const std::string& key : changes.unset)
         json.value(key);
-    json.endArray().endObject();
+    json.endArray();
+    if (number(target, "counts", 0, 1, 0) == 1) {
+        json.name("counts").beginArray();
+        for (const ApiReports& reports : m_context.reports())
+            json.beginObject()
+                .member("driver", reports.driverID)
+                .member("received", reports.received)
+                .member("merged", reports.merged)
+                .member("delivered", reports.received - reports.merged)
+                .member("changes", reports.changes)
+                .endObject();
+        json.endArray();
+    }
+    json.endObject();
     return json.take();
 }
 

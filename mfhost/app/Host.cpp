@@ -16,11 +16,14 @@
 #include <utility>
 
 #include "AlarmNotice.h"
+#include "FIDHelper.h"
+#include "FidWatch.h"
 #include "HostLog.h"
 #include "IMDMConfiguration.h"
 #include "InterfaceIds.h"
 #include "MfDriverManager.h"
 #include "QueueNames.h"
+#include "RecordingPlace.h"
 #include "TerminalModes.h"
 #include "TerminalRelay.h"
 #include "TerminalView.h"
@@ -38,11 +41,26 @@ namespace {
 /// What an end at once leaves for the last log lines and the queues.
 constexpr std::chrono::milliseconds s_lastWords{300};
 constexpr std::chrono::milliseconds s_sendersPatience{200};
+constexpr std::chrono::seconds s_recordingPatience{5};
 /// The exit code of a host that was given lines which failed.
 constexpr int s_linesFailed = 3;
 /// In the working directory, which a start leaves as it is.
 constexpr const char* s_parkMarks = "mfhost.parked";
 constexpr const char* s_history = "mfhost.history";
+
+/// Null where there is no memory for a stream.
+std::unique_ptr<Recorder> makeRecorder(const Options& options, const RingPlace& place,
+                                       std::vector<RingPlace::Left> left) {
+    if (!place.ring())
+        return nullptr;
+    const auto report = [](const std::string& line, bool isGoodNews) {
+        hostLog(isGoodNews ? sal::LogOutput::eInfo : sal::LogOutput::eWarning) << line << std::endl;
+    };
+    Recorder::Settings settings{.directory = {}, .keep = options.recordKeep};
+    if (options.records)
+        settings.directory = recordingDirectory(options);
+    return std::make_unique<Recorder>(*place.ring(), std::move(settings), std::move(left), report);
+}
 
 std::string signalName(int signal) {
     return std::string("SIG") + ::sigabbrev_np(signal);
@@ -52,7 +70,7 @@ std::string signalName(int signal) {
 
 Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
            ControlSocket& controlSocket, WebPort& webPort, ServiceManager& service, LineOwner& lineOwner,
-           TerminalRelay* pRelay)
+           RingPlace& ringPlace, std::vector<RingPlace::Left> leftRings, TerminalRelay* pRelay)
     : m_options(std::move(options)),
       m_signals(signals),
       m_queueDirectory(queueDirectory),
@@ -61,6 +79,8 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
       m_pRelay(pRelay),
       m_service(service),
       m_lineOwner(lineOwner),
+      m_ringPlace(ringPlace),
+      m_pRecorder(makeRecorder(m_options, ringPlace, std::move(leftRings))),
       m_drivers(m_store,
                 RestartPlan::Settings{.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}),
       m_log([this] {
@@ -69,7 +89,9 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
               ids.insert(driver.id);
           return ids;
       }),
-      m_errors([this](const auto& driverID, const auto& line, bool) { takeDriverLine(driverID, line); }),
+      m_errors([this](const auto& driverID, const auto& line, bool isBare) {
+          takeDriverLine(driverID, line, isBare);
+      }),
       m_driverCalls(m_drivers, m_surroundings),
       m_fidTap(m_drivers, m_driverCalls, m_log),
       m_byHand(m_drivers, [] { return sal::MessageQueue::statuses(); }),
@@ -128,7 +150,11 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                .fidSent = [this](const auto& driverID,
                                  const auto& outcome) { m_fidCounts.add(driverID, outcome); }}),
       m_system(std::set<std::string>(m_options.allowedCommands.begin(), m_options.allowedCommands.end()),
-               [this](const std::string& line) { return m_shell.postDriverCommand(line); }),
+               [this](const std::string& line) {
+                   const std::string& caller = sal::Module::caller();
+                   return m_shell.postDriverCommand(
+                       line, caller.empty() ? std::string(FidTrail::driverOfThread()) : caller);
+               }),
       m_fidSenders(m_drivers, m_system.sender(),
                    {.fidSent = [this](const auto& driverID,
                                       const auto& outcome) { m_fidCounts.add(driverID, outcome); }}),
@@ -142,6 +168,8 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
              .log = m_log,
              .senders = m_fidSenders,
              .fids = m_fidCounts,
+             .pRecorder = m_pRecorder.get(),
+             .ring = m_ringPlace.path(),
              .lookForEnds = [this] { m_supervisor.lookForEnds(); },
              .shutDown = [this](const std::string& reason) { requestShutdown(reason, 0); },
              .macroSystem =
@@ -152,9 +180,41 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                  }}) {
     m_lineOwner.setDrivers(
         [this](const std::string& driverID) { return m_drivers.find(driverID).has_value(); });
+    observe();
+}
+
+/// From here on what happens is recorded; what the taps use is there by now.
+void Host::observe() {
+    if (!m_ringPlace.warning().empty())
+        hostLog(sal::LogOutput::eWarning) << m_ringPlace.warning() << std::endl;
+    if (!m_pRecorder)
+        return;
+    Observation& observation = m_pRecorder->observation();
+    m_pTrail = std::make_unique<FidTrail>(
+        observation,
+        [this](const std::string& fid, const auto* pParameters) { return whyNobody(fid, pParameters); },
+        [this](const std::string& driverID) { m_store.recordHeldBack(driverID); });
+    m_store.setObservation(&observation);
+    m_drivers.setObservation(&observation);
+    m_fidTap.setStream(&observation, m_pTrail.get());
+    m_shell.setStream(&observation, m_pTrail.get());
+    m_system.sender().setTrail(m_pTrail.get());
+}
+
+stream::EFidOutcome Host::whyNobody(const std::string& fid, const FIDParameterList* pParameters) const {
+    const FIDHelper helper(fid);
+    const auto driver = m_drivers.find(helper.getDriverID());
+    if (!helper.hasFunction() || !driver)
+        return stream::EFidOutcome::NoSuchDriver;
+    if (driver->state != EDriverState::Running && driver->state != EDriverState::Hung)
+        return stream::EFidOutcome::NotRunning;
+    if (driver->pid > 0 && pParameters && !FidWatch::whyTooLong(fid, *pParameters).empty())
+        return stream::EFidOutcome::TooLong;
+    return stream::EFidOutcome::TakesNoFids;
 }
 
 Host::~Host() {
+    stopRecording();
     sal::LogManager::getInstance()->setObserver(nullptr);
     m_lineOwner.setDrivers(nullptr);
 }
@@ -202,9 +262,12 @@ int Host::run() {
     sal::LogManager::getInstance()->setObserver(&m_fidTap);
     sal::Process::setObserver(&m_supervisor);
     sal::Module::setObserver(&m_fidTap);
-    sal::MessageQueue::setObserver(&m_fidTap, sal::MessageQueue::EObserved::Sent);
+    sal::MessageQueue::setObserver(
+        &m_fidTap, m_pTrail ? sal::MessageQueue::EObserved::Both : sal::MessageQueue::EObserved::Sent);
     sal::Directory::setFileFilter(&WorkplaceAdmission::acceptsDescriptor);
 
+    if (m_pRecorder)
+        m_pRecorder->start([this] { m_store.recordHeldBack(); });
     m_errors.start();
     m_supervisor.start();
     startApi();
@@ -243,10 +306,20 @@ int Host::run() {
     m_pConsole.reset();
     if (m_pRelay)
         m_pRelay->watchLines(nullptr);
+    stopRecording();
     // A script learns what came of its lines; a workplace that ended in order otherwise did so all the same.
     if (m_shell.sayFailedLines() && m_exitCode == 0)
         return s_linesFailed;
     return m_exitCode;
+}
+
+/// All that there is is on the disk when this returns, unless the disk takes nothing.
+void Host::stopRecording() {
+    if (!m_pRecorder || m_pRecorder->stop(s_recordingPatience))
+        return;
+    hostLog(sal::LogOutput::eWarning) << "the recording is not whole: the disk takes nothing" << std::endl;
+    // Its thread, which uses what would be destroyed, cannot be waited for.
+    exitNow(m_exitCode);
 }
 
 /// Without it the host does its work all the same.
@@ -326,7 +399,11 @@ void Host::postApply() {
         << std::endl;
 }
 
-void Host::takeDriverLine(const std::string& driverID, const sal::LogManager::Line& line) {
+void Host::takeDriverLine(const std::string& driverID, const sal::LogManager::Line& line, bool isBare) {
+    if (m_pRecorder && isBare)
+        m_pRecorder->observation().bareLine(driverID, line.text);
+    else if (m_pRecorder)
+        m_pRecorder->observation().driverLine(driverID, line.output, line.level, line.text);
     m_log.add(driverID, line);
     sal::LogManager::getInstance()->write(line);
 }
@@ -414,6 +491,9 @@ void Host::exitNow(int exitCode) {
         std::unique_lock lock(pFlush->mutex);
         pFlush->changed.wait_until(lock, end, [&] { return pFlush->isDone; });
     }
+    // What is not on the disk by then is left in the file of the stream for the next start.
+    if (m_pRecorder && m_pRecorder->stop(s_lastWords))
+        m_ringPlace.removeNow();
     if (m_pRelay)
         m_pRelay->settle(s_lastWords);
     ::_exit(exitCode);

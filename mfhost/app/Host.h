@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "AlarmList.h"
 #include "ByHandWatch.h"
@@ -16,6 +17,7 @@
 #include "FidCounts.h"
 #include "FidSenders.h"
 #include "FidTap.h"
+#include "FidTrail.h"
 #include "Following.h"
 #include "HostApi.h"
 #include "HostSystem.h"
@@ -23,6 +25,8 @@
 #include "LogMemory.h"
 #include "Options.h"
 #include "ProcessSupervisor.h"
+#include "Recorder.h"
+#include "RingPlace.h"
 #include "ServiceManager.h"
 #include "StateStore.h"
 #include "StopSignals.h"
@@ -47,7 +51,7 @@ public:
     /// pRelay has what is printed at a terminal; null where there is none.
     Host(Options options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
          ControlSocket& controlSocket, WebPort& webPort, ServiceManager& service, LineOwner& lineOwner,
-         TerminalRelay* pRelay = nullptr);
+         RingPlace& ringPlace, std::vector<RingPlace::Left> leftRings, TerminalRelay* pRelay = nullptr);
     ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
@@ -56,6 +60,9 @@ public:
     int run();
 
 private:
+    void observe();
+    void stopRecording();
+    stream::EFidOutcome whyNobody(const std::string& fid, const FIDParameterList* pParameters) const;
     void makeTerminal();
     void driverChanged(const DriverTable::Driver& driver);
     void startUp();
@@ -67,7 +74,7 @@ private:
     void postApply();
 
     /// A line of a driver process, on the thread that reads it.
-    void takeDriverLine(const std::string& driverID, const sal::LogManager::Line& line);
+    void takeDriverLine(const std::string& driverID, const sal::LogManager::Line& line, bool isBare);
     std::string endErrors(const std::string& driverID, int pid);
 
     void requestShutdown(const std::string& reason, int exitCode);
@@ -84,9 +91,12 @@ private:
     TerminalRelay* const m_pRelay;
     ServiceManager& m_service;
     LineOwner& m_lineOwner;
+    RingPlace& m_ringPlace;
+    std::unique_ptr<Recorder> m_pRecorder;  ///< none where there is no memory for it
     StateStore m_store;
     AlarmList m_alarms;
     DriverTable m_drivers;
+    std::unique_ptr<FidTrail> m_pTrail;
     LogMemory m_log;
     DriverErrors m_errors;
     Surroundings m_surroundings;

@@ -164,10 +164,13 @@ ApiContext HostApi::context() {
     return {.drivers = m_parts.drivers,
             .store = m_parts.store,
             .instance = {.version = MFHOST_VERSION,
-                         .id = instanceID(),
+                         .id = m_parts.pRecorder ? m_parts.pRecorder->source().instance() : instanceID(),
                          .workplace = m_parts.options.config,
                          .started = std::chrono::system_clock::now(),
-                         .pid = ::getpid()},
+                         .pid = ::getpid(),
+                         .ring = m_parts.ring,
+                         .recording = m_parts.pRecorder ? m_parts.pRecorder->directory() : std::string()},
+            .pObservation = m_parts.pRecorder ? &m_parts.pRecorder->observation() : nullptr,
             .lookForEnds = m_parts.lookForEnds,
             .activity = [this] { return m_parts.commands.activity(); },
             .isStopping = [this] { return m_isStopping.load(); },
@@ -177,6 +180,7 @@ ApiContext HostApi::context() {
                 },
             .after = [this](auto time, auto call) { m_deadlines.after(time, std::move(call)); },
             .changes = [this](const auto& glob, auto since) { return m_parts.store.changes(glob, since); },
+            .reports = [this] { return reports(); },
             .queues = [] { return sal::MessageQueue::statuses(); },
             .alarms = [this] { return m_parts.alarms.inSight(); },
             .alarmList = [this] { return m_parts.alarms.alarms(); },
@@ -212,8 +216,9 @@ ApiContext HostApi::context() {
                 },
             .endWebSession = [this](std::uint64_t id) { return m_webSessions.end(id); },
             .sendFid =
-                [this](const auto& fid, const auto& parameters, auto waitFor, auto limit, auto told) {
-                    m_parts.senders.send(fid, parameters, waitFor, limit, std::move(told));
+                [this](const auto& fid, const auto& parameters, auto waitFor, auto limit, auto told,
+                       const auto& who) {
+                    m_parts.senders.send(fid, parameters, waitFor, limit, std::move(told), who);
                 },
             .shutDown = [this](const std::string& who) { m_parts.shutDown("shutdown by " + who); },
             .setState = [this](const auto& key, const auto& value) { setState(key, value); },
@@ -264,6 +269,19 @@ ApiContext HostApi::context() {
                     CommandShell::Executed executed = m_parts.shell.executeFor(line, columns);
                     return ApiLine{.output = std::move(executed.output), .isDone = executed.isDone};
                 }};
+}
+
+/// What is merged is known of driver processes, where it is recorded.
+std::vector<ApiReports> HostApi::reports() const {
+    std::vector<ApiReports> found;
+    for (const StateStore::Arrivals& arrivals : m_parts.store.arrivalsByDriver()) {
+        const Observation::Reports sent = m_parts.pRecorder
+                                              ? m_parts.pRecorder->observation().reports(arrivals.driverID)
+                                              : Observation::Reports();
+        const std::uint64_t merged = sent.received - std::min(sent.received, sent.delivered);
+        found.push_back({arrivals.driverID, arrivals.all + merged, merged, arrivals.changes});
+    }
+    return found;
 }
 
 /// The panel driver publishes them, unless there are too many for a value.

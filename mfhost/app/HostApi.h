@@ -22,6 +22,7 @@
 #include "LiveSource.h"
 #include "LogMemory.h"
 #include "Options.h"
+#include "Recorder.h"
 #include "StateStore.h"
 #include "WebPort.h"
 #include "WebSessions.h"
@@ -42,6 +43,8 @@ public:
         const LogMemory& log;
         FidSenders& senders;
         const FidCounts& fids;
+        Recorder* pRecorder = nullptr;  ///< null where nothing is recorded
+        std::string ring = {};          ///< the file of the stream; empty for none
         std::function<void()> lookForEnds;
         std::function<void(const std::string& reason)> shutDown;
         /// The panel driver's macro system; null where there is none. Called on the command thread.
@@ -65,6 +68,7 @@ public:
 private:
     ApiContext context();
     std::vector<std::string> macroNames() const;
+    std::vector<ApiReports> reports() const;
     std::vector<ApiLogLine> logLines(const ApiLogQuery& query) const;
     ApiOutcome playMacro(const std::string& name) const;
     void setState(const std::string& key, const StateValue& value) const;

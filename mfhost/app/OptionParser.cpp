@@ -7,8 +7,11 @@
 
 #include "ControlSocket.h"
 #include "Printable.h"
+#include "RingPlace.h"
 
 namespace {
+
+constexpr double s_largestRecord = 4e9;
 
 std::string absolutePath(const std::string& path) {
     return path.empty() ? path : std::filesystem::absolute(path).string();
@@ -48,6 +51,8 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
     bool noStartDrivers = false;
     bool noConsole = false;
     bool noControl = false;
+    bool noRecord = false;
+    std::size_t recordSize = 0;
     double stopTimeout = 3;
     double hangTimeout = 10;
     double restartDelay = 1;
@@ -158,6 +163,22 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
                    "watchdog of the service manager is let run out (default 60)")
         ->type_name("S")
         ->check(CLI::Range(1.0, 86400.0).description(""));
+    auto* pRecordSize =
+        app.add_option("--record-size", recordSize,
+                       "memory for the last minutes of what happens, from 256K on (default 64M, or less "
+                       "where there is less room)")
+            ->type_name("SIZE")
+            ->transform(CLI::AsSizeValue(false).description(""))
+            ->check(CLI::Range(static_cast<double>(RingPlace::s_smallest), s_largestRecord).description(""));
+    auto* pRecordKeep =
+        app.add_option(
+               "--record-keep", options.recordKeep,
+               "what is kept of it in recording/ of the working directory; the oldest goes (default 1G)")
+            ->type_name("SIZE")
+            ->transform(CLI::AsSizeValue(false).description(""));
+    app.add_flag("--no-record", noRecord, "keep nothing of what happens on the disk, nor in a file in memory")
+        ->excludes(pRecordSize)
+        ->excludes(pRecordKeep);
     auto* pTrust = app.add_option("--trust", options.trustDirectory, "directory of the trusted public keys")
                        ->type_name("DIR");
     app.add_flag("--require-signature", options.requireSignature,
@@ -190,6 +211,9 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
         options.sandbox = pSandbox->count() > 0 || options.probeSandbox;
         if (pFollow->count() > 0)
             options.follow = follow;
+        options.records = !noRecord;
+        if (pRecordSize->count() > 0)
+            options.recordSize = recordSize;
         options.startDriverProcesses = !noStartDrivers;
         options.waitsUntilAttached = startWait == "attached";
         options.console = !noConsole;

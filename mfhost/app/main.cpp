@@ -13,7 +13,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
+#include <vector>
 
 #include "AmbientCapabilities.h"
 #include "CheckCommand.h"
@@ -26,6 +28,8 @@
 #include "LineOwner.h"
 #include "OptionParser.h"
 #include "Printable.h"
+#include "RecordingPlace.h"
+#include "RingPlace.h"
 #include "Sandbox.h"
 #include "ServiceManager.h"
 #include "StandInAdapter.h"
@@ -47,6 +51,11 @@ void openStandardStreams() {
         if (::fcntl(fd, F_GETFD) == -1 && errno == EBADF)
             static_cast<void>(::open("/dev/null", O_RDWR));
     }
+}
+
+std::string environment(const char* name) {
+    const char* const pValue = ::getenv(name);
+    return pValue ? pValue : "";
 }
 
 /// Driver processes take these over. They get the soft limit of descriptors as it was: one of their libraries
@@ -135,7 +144,8 @@ std::optional<int> enterPlace(Options& options) {
 }
 
 int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDirectory& queueDirectory,
-            ControlSocket& controlSocket, WebPort& webPort) {
+            ControlSocket& controlSocket, WebPort& webPort, RingPlace& ringPlace,
+            std::vector<RingPlace::Left> leftRings) {
     // What an operator types is not torn by what is printed meanwhile.
     TerminalRelay::Pointer pRelay;
     std::string noRelay;
@@ -173,9 +183,9 @@ int runHost(const Options& options, StopSignals& signals, const sal::HostQueueDi
         hostLog(sal::LogOutput::eWarning) << "/var/data holds more than drivers' links (" << names
                                           << "); the start removes all that it can" << std::endl;
     queueDirectory.removeLeft();
-    const int exitCode =
-        Host(options, signals, queueDirectory, controlSocket, webPort, service, *pLineOwner, pRelay.get())
-            .run();
+    const int exitCode = Host(options, signals, queueDirectory, controlSocket, webPort, service, *pLineOwner,
+                              ringPlace, std::move(leftRings), pRelay.get())
+                             .run();
     log.flush();
     return exitCode;
 }
@@ -205,13 +215,25 @@ int runProgram(int argc, char** argv) {
         if (!reason.empty())
             std::cerr << "mfhost: runs without the web panel: " << base::printable(reason) << std::endl;
     }
+    // Nor does who reads it see a sandbox's memory.
+    RingPlace::Settings rings{.isFile = options.records,
+                              .size = options.recordSize,
+                              .queueDirectory = environment("MFD_QUEUE_DIR"),
+                              .recording = recordingDirectory(options)};
+    std::vector<RingPlace::Left> leftRings;
+    std::optional<RingPlace> ringPlace;
+    if (!options.probeSandbox) {
+        leftRings = RingPlace::takeLeft(rings);
+        ringPlace.emplace(rings);
+    }
     if (const std::optional<int> exitCode = enterPlace(options))
         return *exitCode;
     setEnvironment(options, raiseDescriptorLimit());
     const sal::HostQueueDirectory queueDirectory;
     rememberTerminalModes();
     StopSignals signals;
-    return runHost(options, signals, queueDirectory, controlSocket, webPort);
+    return runHost(options, signals, queueDirectory, controlSocket, webPort, *ringPlace,
+                   std::move(leftRings));
 }
 
 }  // namespace

@@ -124,8 +124,9 @@ void CommandShell::endInput() {
     m_context.commands.stopWhenDone();
 }
 
-bool CommandShell::postDriverCommand(const std::string& line) {
-    return m_context.commands.post(line, [this, line] { execute(line, EOrigin::Driver); });
+bool CommandShell::postDriverCommand(const std::string& line, const std::string& driverID) {
+    return m_context.commands.post(line,
+                                   [this, line, driverID] { execute(line, EOrigin::Driver, driverID); });
 }
 
 void CommandShell::readTerminalLine(const std::string& line) {
@@ -248,11 +249,11 @@ bool CommandShell::sayFailedLines() const {
 }
 
 /// Whether the line has done what it was to do.
-bool CommandShell::execute(const std::string& line, EOrigin origin) {
+bool CommandShell::execute(const std::string& line, EOrigin origin, const std::string& driverID) {
     if (origin == EOrigin::Console)
-        return execute(line, origin, std::cout, consoleLook());
+        return execute(line, origin, {}, std::cout, consoleLook());
     std::ostringstream reply;
-    const bool isDone = execute(line, origin, reply, {});
+    const bool isDone = execute(line, origin, driverID, reply, {});
     std::istringstream lines(reply.str());
     for (std::string text; std::getline(lines, text);)
         hostLog(sal::LogOutput::eInfo) << "a driver's command \"" << line << "\": " << text << std::endl;
@@ -261,18 +262,35 @@ bool CommandShell::execute(const std::string& line, EOrigin origin) {
 
 CommandShell::Executed CommandShell::executeFor(const std::string& line, std::size_t columns) {
     std::ostringstream reply;
-    const bool isDone = execute(line, EOrigin::Remote, reply, {.width = columns});
+    const bool isDone = execute(line, EOrigin::Remote, {}, reply, {.width = columns});
     return {reply.str(), isDone};
 }
 
-bool CommandShell::execute(const std::string& line, EOrigin origin, std::ostream& reply,
-                           base::Table::Look look) {
+bool CommandShell::execute(const std::string& line, EOrigin origin, const std::string& driverID,
+                           std::ostream& reply, base::Table::Look look) {
     const FidTap::WatchedThread watched;
     t_running = {.pReply = &reply, .look = look};
     m_origin = origin;
+    m_driverID = driverID;
+    // An empty line is none.
+    const bool isCommand = line.find_first_not_of(" \t") != std::string::npos;
+    Observation::Command command(isCommand ? m_pObservation : nullptr, asker(), line);
     executeChecked(line, reply);
     reply << std::flush;
-    return !std::exchange(t_running, {}).hasFailed;
+    const bool isDone = !std::exchange(t_running, {}).hasFailed;
+    command.setResult(isDone);
+    return isDone;
+}
+
+Observation::Asker CommandShell::asker() const {
+    switch (m_origin) {
+        case EOrigin::Console:
+            return {.origin = stream::EOrigin::Console};
+        case EOrigin::Remote:
+            return {.origin = stream::EOrigin::Api, .who = FidTrail::who()};
+        default:
+            return {.origin = stream::EOrigin::Driver, .driverID = m_driverID};
+    }
 }
 
 void CommandShell::executeChecked(const std::string& line, std::ostream& reply) {
@@ -324,6 +342,9 @@ bool CommandShell::hintAt(const std::string& word, std::ostream& reply) {
 
 /// The module's own command does not say what it sends, nor what becomes of it.
 void CommandShell::sendFid(const std::string& line, const FidLine& sent, std::ostream& reply) {
+    const FidTrail::Asking asking(
+        asker().origin, m_origin == EOrigin::Remote ? FidTrail::who() : std::string_view(m_driverID));
+    const FidTrail::Sending sending(m_pTrail, sent.fid, sent.parameters);
     const FidWatch watch(m_context.drivers, sent.fid, sent.parameters);
     if (!m_processor.execute(line, reply))
         fail();

@@ -16,8 +16,10 @@
 #include "FidLine.h"
 #include "FidMemory.h"
 #include "FidOutcome.h"
+#include "FidTrail.h"
 #include "HostCommands.h"
 #include "LogCommands.h"
+#include "Observation.h"
 #include "PlanCommands.h"
 #include "StateStore.h"
 #include "Workplace.h"
@@ -70,8 +72,13 @@ public:
     /// Executes a line as the console's, for a client at another terminal, whose columns tables fit into; 0:
     /// it has none. Command thread.
     Executed executeFor(const std::string& line, std::size_t columns);
-    /// A driver's command; false when there is no room for it. Any thread.
-    bool postDriverCommand(const std::string& line);
+    /// Where commands and FIDs are recorded, before the first command; none by default.
+    void setStream(Observation* pObservation, FidTrail* pTrail) {
+        m_pObservation = pObservation;
+        m_pTrail = pTrail;
+    }
+    /// A command of that driver; false when there is no room for it. Any thread.
+    bool postDriverCommand(const std::string& line, const std::string& driverID = {});
     /// The words that begin with the prefix and may follow these. Any thread.
     std::vector<std::string> complete(const std::vector<std::string>& before,
                                       const std::string& prefix) const {
@@ -97,8 +104,10 @@ private:
     bool isHeldUp(std::chrono::milliseconds limit) const;
     bool isHeldUpByDriver() const;
     bool answerMeanwhile(const std::string& line);
-    bool execute(const std::string& line, EOrigin origin);
-    bool execute(const std::string& line, EOrigin origin, std::ostream& reply, base::Table::Look look);
+    bool execute(const std::string& line, EOrigin origin, const std::string& driverID = {});
+    bool execute(const std::string& line, EOrigin origin, const std::string& driverID, std::ostream& reply,
+                 base::Table::Look look);
+    Observation::Asker asker() const;
     void executeChecked(const std::string& line, std::ostream& reply);
     void sendFid(const std::string& line, const FidLine& sent, std::ostream& reply);
     void reload(const std::string& line, const std::string& driverID, std::ostream& reply);
@@ -110,6 +119,9 @@ private:
     const Context m_context;
     sal::CmdProcessor m_processor;
     EOrigin m_origin = EOrigin::Console;  ///< of the running command
+    std::string m_driverID;               ///< whose it is, where it is a driver's
+    Observation* m_pObservation = nullptr;
+    FidTrail* m_pTrail = nullptr;
     HostCommands m_hostCommands;
     PlanCommands m_planCommands;
     FidMemory m_fids;

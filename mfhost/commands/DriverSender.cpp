@@ -7,6 +7,7 @@ IInterface* DriverSender::queryInterface(unsigned int id) {
 }
 
 bool DriverSender::sendFID(const std::string& fid, const FIDParameterList& parameters) const {
+    const FidTrail::Sending sending(m_pTrail, fid, parameters);
     const IFunctionID* pTarget = m_pTarget;
     return pTarget && pTarget->sendFID(fid, parameters);
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "FidTrail.h"
 #include "IFunctionID.h"
 
 /// Sends FIDs through the manager for drivers of the host's process, whose ISystem hands it out. Owned by
@@ -11,6 +12,9 @@ public:
     /// The manager's sender; null before its start-up and after its end.
     void setTarget(IFunctionID* pTarget) { m_pTarget = pTarget; }
 
+    /// Where the FIDs are recorded, before other threads send; none by default.
+    void setTrail(FidTrail* pTrail) { m_pTrail = pTrail; }
+
     IInterface* queryInterface(unsigned int id) override;
     bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override;
     bool subscribe(const std::string& fid) const override;
@@ -18,4 +22,5 @@ public:
 
 private:
     std::atomic<IFunctionID*> m_pTarget = nullptr;
+    FidTrail* m_pTrail = nullptr;
 };

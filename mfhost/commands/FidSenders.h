@@ -46,12 +46,14 @@ public:
     /// over before that, it is called then as well, with the stage that was reached so far and isInterim, and
     /// the FID goes on. What is sent to one driver keeps its order.
     ///
+    /// who is the user that asks for it, for the stream.
+    ///
     /// Accepted is told at once, Dispatched when the FID's turn has come. A FID is refused, as Nobody: with
     /// QueueFull when fewer than Settings::roomKept places would be left of its driver's queue or of what may
     /// wait for it, or no more senders can be had; with TooLong when a driver process would not get all of
     /// it; with Stopping after stop().
     void send(const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
-              std::chrono::milliseconds limit, Told told);
+              std::chrono::milliseconds limit, Told told, const std::string& who = {});
 
     /// Refuses what comes from now on, tells all that is still waited for that the host is stopping, and
     /// waits until the senders have ended, at most as long as the limit. False when one has not: its driver

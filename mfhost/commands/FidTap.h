@@ -3,6 +3,8 @@
 #include <string>
 
 #include "DriverTable.h"
+#include "FidTrail.h"
+#include "Observation.h"
 #include "sal/LogManager.h"
 #include "sal/MessageQueue.h"
 #include "sal/Module.h"
@@ -18,6 +20,12 @@ public:
     FidTap(DriverTable& drivers, sal::Module::Observer& calls, sal::LogManager::Observer& log)
         : m_drivers(drivers), m_calls(calls), m_log(log) {}
 
+    /// Where what it is told is recorded, before other threads send; none by default.
+    void setStream(Observation* pObservation, FidTrail* pTrail) {
+        m_pObservation = pObservation;
+        m_pTrail = pTrail;
+    }
+
     /// As long as one lives on a thread, FIDs that come to drivers of this process on that thread are calls
     /// in the table of drivers.
     class WatchedThread {
@@ -30,6 +38,7 @@ public:
 
     void callBegins(const std::string& driverID, const char* operation) override;
     void callEnded(const std::string& driverID, const char* operation) override;
+    void callReturned(const std::string& driverID, const char* operation, bool ok) override;
     void driverDeleted(const std::string& driverID) override;
     void loadFailed(const std::string& path, const std::string& reason) override;
     void fidBegins(const std::string& driverID, const std::string& fid,
@@ -38,7 +47,9 @@ public:
 
     void sent(const std::string& queue, std::uint32_t number, const unsigned char* data, int length,
               bool ok) override;
-    void received(const std::string&, std::uint32_t, const unsigned char*, int) override {}
+    void received(const std::string& queue, std::uint32_t number, const unsigned char* data,
+                  int length) override;
+    void waits(const std::string& queue) override;
 
     void line(const std::string& output, int level, const std::string& text) override;
 
@@ -46,4 +57,6 @@ private:
     DriverTable& m_drivers;
     sal::Module::Observer& m_calls;
     sal::LogManager::Observer& m_log;
+    Observation* m_pObservation = nullptr;
+    FidTrail* m_pTrail = nullptr;
 };

@@ -134,6 +134,7 @@ std::optional<DriverTable::MissingProcess> DriverTable::endProcessStart(const st
     started.since = std::chrono::system_clock::now();
     MissingProcess missing;
     missing.next = plan(started, {}, isTried);
+    recordPlan(driverID, missing.next);
     take(started, missing.next.delay ? EDriverEvent::StartFails : EDriverEvent::StartFailsForGood);
     m_store.driverEnded(driverID, cause);
     missing.isNews = std::exchange(started.saidCause, cause) != cause || !missing.next.delay;
@@ -202,6 +203,17 @@ DriverTable::Next DriverTable::plan(Row& row, RestartPlan::Duration ran, bool is
     return next;
 }
 
+void DriverTable::recordPlan(const std::string& driverID, const Next& next) const {
+    if (!m_pObservation || !m_restart)
+        return;
+    if (!next.delay)
+        m_pObservation->restart(driverID, "none: the limit is reached");
+    else
+        m_pObservation->restart(driverID, *next.delay == RestartPlan::Duration::zero()
+                                              ? "at once"
+                                              : "in " + std::to_string(next.delay->count()) + " ms");
+}
+
 bool DriverTable::instanceBegins(Row& row, int pid, bool isByHand) {
     if (!mayHappen(row, EDriverEvent::InstanceBegins))
         return false;
@@ -219,6 +231,8 @@ bool DriverTable::instanceBegins(Row& row, int pid, bool isByHand) {
     row.sentPerSecond = 0;
     row.saidCause.clear();
     row.start = m_store.driverStarted(row.id);
+    if (m_pObservation)
+        m_pObservation->started(row.id, pid, isByHand ? "by hand" : row.isRestart ? "again" : "");
     take(row, EDriverEvent::InstanceBegins);
     return std::exchange(row.isRestart, false);
 }
@@ -243,16 +257,23 @@ bool DriverTable::processStarted(const std::string& driverID, int pid, bool isBy
 
 std::optional<DriverTable::End> DriverTable::processEnded(const std::string& driverID, int pid,
                                                           const std::string& cause, RestartPlan::Duration ran,
-                                                          bool isPlanned, EEnd end) {
+                                                          bool isPlanned, EEnd end, int status) {
     const std::lock_guard lock(m_mutex);
     Row* pEnded = known(driverID);
-    if (!pEnded || pEnded->pid != pid || !pEnded->isAlive)
+    const bool isLast = pEnded && pEnded->pid == pid && pEnded->isAlive;
+    End told;
+    told.wasAsked = isLast && pEnded->state != EDriverState::Running && pEnded->state != EDriverState::Hung;
+    // That it hangs was an incident already.
+    if (m_pObservation)
+        m_pObservation->exited(driverID, status, cause,
+                               isLast && isPlanned && !told.wasAsked && !pEnded->isHung);
+    if (!isLast)
         return std::nullopt;
     pEnded->lastEnd = pEnded->isHung ? EEnd::Hang : end;
-    End told;
-    told.wasAsked = pEnded->state != EDriverState::Running && pEnded->state != EDriverState::Hung;
-    if (isPlanned && !told.wasAsked)
+    if (isPlanned && !told.wasAsked) {
         told.next = plan(*pEnded, ran, true);
+        recordPlan(driverID, told.next);
+    }
     told.staleValues = instanceEnds(
         *pEnded, told.next.delay ? EDriverEvent::InstanceEndsEarly : EDriverEvent::InstanceEnds, cause);
     eraseIfGone(driverID);
@@ -266,6 +287,8 @@ std::optional<std::size_t> DriverTable::processHung(const std::string& driverID,
     if (!pHung || pHung->pid != pid || !pHung->isAlive)
         return std::nullopt;
     pHung->hangs += pHung->isHung ? 0 : 1;
+    if (m_pObservation)
+        m_pObservation->hangs(driverID, cause);
     return instanceEnds(*pHung, EDriverEvent::InstanceHangs, cause);
 }
 
@@ -298,8 +321,11 @@ void DriverTable::callEnded(const std::string& driverID, const char* operation) 
 void DriverTable::driverDeleted(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
     Row* pDeleted = known(driverID);
-    if (pDeleted && pDeleted->isAlive && pDeleted->pid == 0)
+    if (pDeleted && pDeleted->isAlive && pDeleted->pid == 0) {
+        if (m_pObservation)
+            m_pObservation->exited(driverID, 0, "unloaded", false);
         instanceEnds(*pDeleted, EDriverEvent::InstanceEnds, "unloaded");
+    }
     eraseIfGone(driverID);
 }
 

@@ -14,6 +14,7 @@
 
 #include "DriverStates.h"
 #include "EInterfaceTypes.h"
+#include "Observation.h"
 #include "RestartPlan.h"
 #include "StateStore.h"
 #include "WorkplaceFile.h"
@@ -91,6 +92,10 @@ public:
     /// Before other threads use the table.
     void setFollower(Follower follower) { m_follower = std::move(follower); }
 
+    /// Where starts, ends, hangs and what is planned after them are recorded, before other threads use the
+    /// table; none by default.
+    void setObservation(Observation* pObservation) { m_pObservation = pObservation; }
+
     /// Takes over what the configuration says now. Drivers that are no longer in it stay while they run and
     /// while they are parked. A configuration that is not whole says nothing of those that are missing: all
     /// of them stay.
@@ -122,9 +127,10 @@ public:
     /// Whether the host has started it by itself, after it had ended.
     bool processStarted(const std::string& driverID, int pid, bool isByHand = false);
     /// Plans the next try where one may be. Nothing when a newer process of the driver runs already. One that
-    /// hung has ended by that, whatever ended it.
+    /// hung has ended by that, whatever ended it. The status is as waitpid has it, where it is known.
     std::optional<End> processEnded(const std::string& driverID, int pid, const std::string& cause,
-                                    RestartPlan::Duration ran, bool isPlanned, EEnd end = EEnd::Unknown);
+                                    RestartPlan::Duration ran, bool isPlanned, EEnd end = EEnd::Unknown,
+                                    int status = 0);
     /// The process takes no messages any more and is to be ended. Returns how many of the driver's values
     /// became stale; nothing when a newer process of the driver runs already.
     std::optional<std::size_t> processHung(const std::string& driverID, int pid, const std::string& cause);
@@ -180,11 +186,13 @@ private:
     bool instanceBegins(Row& row, int pid, bool isByHand);
     std::size_t instanceEnds(Row& row, EDriverEvent event, const std::string& cause);
     Next plan(Row& row, RestartPlan::Duration ran, bool isTried);
+    void recordPlan(const std::string& driverID, const Next& next) const;
 
     StateStore& m_store;
     const std::optional<RestartPlan::Settings> m_restart;
     const RestartPlan::Settings m_noRestart;
     Follower m_follower;
+    Observation* m_pObservation = nullptr;
     mutable std::mutex m_mutex;
     std::map<std::string, Row> m_rows;
     std::vector<Call> m_calls;

@@ -16,6 +16,8 @@ public:
     /// Whether it may have ended as it was told to: nothing speaks against it.
     bool isOrderly() const { return !m_isKnown || (m_isExit && m_status == 0); }
     bool hasExitCode(int code) const { return m_isKnown && m_isExit && m_status == code; }
+    /// As waitpid has it; 0 where it is not known.
+    int status() const { return !m_isKnown ? 0 : m_isExit ? m_status << 8 : m_status; }
     /// "exit code 3", "signal 9 (Killed)" or "unknown end".
     std::string cause() const;
 

@@ -320,7 +320,8 @@ void ProcessSupervisor::ended(Process& process, const ProcessEnd& end) {
     const auto kind = !end.isKnown() ? DriverTable::EEnd::Unknown
                       : end.isExit() ? DriverTable::EEnd::Exit
                                      : DriverTable::EEnd::Signal;
-    const auto told = m_drivers.processEnded(process.driverID, process.pid, cause, ran, !isShutdown, kind);
+    const auto told =
+        m_drivers.processEnded(process.driverID, process.pid, cause, ran, !isShutdown, kind, end.status());
     // One that a newer process has replaced was asked to end, even if it comes to its end after the reload.
     const bool isReplaced = !told;
     if (told)

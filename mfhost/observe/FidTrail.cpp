@@ -4,7 +4,8 @@
 #include <array>
 #include <chrono>
 #include <cstring>
-#include <optional>
+#include <new>
+#include <type_traits>
 #include <utility>
 
 #include "FidFields.h"
@@ -112,9 +113,19 @@ struct FidTrail::Trail {
 
 /// A FID with its sender, on its way into the stream.
 struct FidTrail::Taken {
+    void setFields(std::string_view fid, const FIDParameterList& parameters) {
+        FidFields* const pMade = new (storage.data()) FidFields(fid);
+        for (const auto& [name, value] : parameters)
+            pMade->add(name, value);
+        pFields = pMade;
+    }
+
     stream::StreamWriter::Fid record;
     std::string_view senderID;
-    std::optional<FidFields> fields;  ///< those that no message has
+    const FidFields* pFields = nullptr;  ///< those that no message has
+    // Not an optional one: its two kilobytes would be set to zero each time.
+    alignas(FidFields) std::array<std::byte, sizeof(FidFields)> storage;
+    static_assert(std::is_trivially_destructible_v<FidFields>);
 };
 
 constinit thread_local FidTrail::Trail FidTrail::t_trail{};
@@ -177,9 +188,7 @@ void FidTrail::takeSending(Sending& sending, Taken& taken) {
     taken.record.origin = sending.m_origin;
     if (sending.m_senderID.empty() && t_pAsking)
         taken.record.who = t_pAsking->m_who;
-    taken.fields.emplace(sending.m_fid);
-    for (const auto& [name, value] : sending.m_parameters)
-        taken.fields->add(name, value);
+    taken.setFields(sending.m_fid, sending.m_parameters);
 }
 
 void FidTrail::takeMessage(Trail& trail, Taken& taken) {
@@ -210,8 +219,8 @@ bool FidTrail::take(Trail& trail, std::string_view driverID, std::string_view fu
 std::uint64_t FidTrail::write(Taken& taken, Clock::time_point when) {
     if (std::exchange(Observation::ofThread().hasHeldBack, false))
         m_recordHeldBack(std::string(taken.senderID));
-    if (taken.fields)
-        taken.record.fields = taken.fields->bytes();
+    if (taken.pFields)
+        taken.record.fields = taken.pFields->bytes();
     return m_observation.stream().fid(m_observation.at(when), taken.record);
 }
 
@@ -230,9 +239,7 @@ void FidTrail::fidBegins(const std::string& driverID, const std::string& functio
             taken.record.sender = pOuter->receiver;
             taken.senderID = *pOuter->pDriverID;
         }
-        taken.fields.emplace(driverID + '.' + function);
-        for (const auto& [name, value] : parameters)
-            taken.fields->add(name, value);
+        taken.setFields(driverID + '.' + function, parameters);
     }
     if (trail.depth++ == 0)
         trail.deliveredOutside = Observation::ofThread().delivered;

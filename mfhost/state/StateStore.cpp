@@ -3,6 +3,8 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <utility>
+#include <variant>
 
 #include "HostLog.h"
 #include "InterfaceIds.h"
@@ -12,6 +14,9 @@
 namespace {
 
 thread_local int t_consoleMarks = 0;
+
+/// A value has a record at most so often.
+constexpr std::chrono::milliseconds s_recordInterval{10};
 
 /// Whom a key is named after.
 std::string_view driverOf(const std::string& key) {
@@ -159,6 +164,12 @@ void StateStore::Shard::adoptFrom(Shard& other) {
             if (driverOf(key) != driverID)
                 continue;
             other.index.erase(key);
+            // Its name in the stream is the driver's from now on.
+            position->streamKey = 0;
+            if (position->isHeldBack) {
+                --other.heldBack;
+                ++heldBack;
+            }
             list.splice(list.end(), from, position);
             index.emplace(key, position);
         }
@@ -318,10 +329,93 @@ void StateStore::set(const std::string& key, StateValue value) {
     const bool isTaken = position->entry.owner.kind != kind;
     if (isTaken)
         takeOver(shard, position->entry, kind);
+    if (m_pObservation) {
+        Observation::ThreadPart& thread = Observation::ofThread();
+        thread.clock = now;
+        ++thread.delivered;
+    }
     if (update(shard, position, std::move(value), now, isNew || isTaken)) {
+        ++shard.changes;
+        if (m_pObservation)
+            recordChange(shard, *position, now);
         for (Listener* pListener : shard.listeners)
             pListener->valueChanged(position->entry);
     }
+}
+
+std::uint16_t StateStore::streamNumber(Shard& shard) {
+    if (shard.streamNumber == 0)
+        shard.streamNumber = m_pObservation->number(shard.driverID);
+    return shard.streamNumber;
+}
+
+void StateStore::recordChange(Shard& shard, Kept& kept, Clock::time_point now) {
+    if (now - kept.recorded >= s_recordInterval) {
+        if (std::exchange(kept.isHeldBack, false))
+            --shard.heldBack;
+        write(shard, kept, now);
+        return;
+    }
+    if (!std::exchange(kept.isHeldBack, true))
+        ++shard.heldBack;
+    m_pObservation->holdBack();
+}
+
+void StateStore::write(Shard& shard, Kept& kept, Clock::time_point when) {
+    const std::string& name = kept.entry.key;
+    const Observation::Time time = m_pObservation->at(when);
+    if (kept.streamKey == 0)
+        kept.streamKey = m_pObservation->keys().key(streamNumber(shard), name, time);
+    kept.recorded = when;
+    struct Writer {
+        stream::StreamWriter& stream;
+        Observation::Time time;
+        stream::StreamWriter::Key key;
+        void operator()(const std::string& text) const { stream.valueText(time, key, text); }
+        void operator()(float number) const { stream.valueFloat(time, key, number); }
+        void operator()(int number) const { stream.valueInt(time, key, number); }
+        void operator()(bool flag) const { stream.valueBool(time, key, flag); }
+    };
+    const Writer writer{m_pObservation->stream(), time, {kept.streamKey, name}};
+    if (kept.isUnset)
+        writer.stream.valueUnset(time, writer.key);
+    else
+        std::visit(writer, kept.entry.value.value());
+}
+
+/// What came before it is in the stream before it.
+void StateStore::recordEvent(Shard& shard, const Event& event) {
+    recordHeldBack(shard);
+    ++Observation::ofThread().delivered;
+    const Observation::Time time = event.when;
+    m_pObservation->stream().event(
+        time, {m_pObservation->keys().key(streamNumber(shard), event.id, time), event.id}, event.value);
+}
+
+/// In the order in which they have changed. Those that did so last stand at the end.
+void StateStore::recordHeldBack(Shard& shard) {
+    Position kept = shard.entries.end();
+    for (std::size_t found = 0; found < shard.heldBack && kept != shard.entries.begin();)
+        found += (--kept)->isHeldBack ? 1 : 0;
+    for (; shard.heldBack > 0 && kept != shard.entries.end(); ++kept) {
+        if (!std::exchange(kept->isHeldBack, false))
+            continue;
+        --shard.heldBack;
+        write(shard, *kept, kept->entry.reported);
+    }
+}
+
+void StateStore::recordHeldBack() {
+    if (!m_pObservation || !m_pObservation->takeHeldBack())
+        return;
+    forEachShard({}, [this](Shard& shard) { recordHeldBack(shard); });
+}
+
+void StateStore::recordHeldBack(const std::string& driverID) {
+    if (!m_pObservation || !findShard(driverID))
+        return;
+    const auto [shard, lock] = lockDriversShard(driverID);
+    recordHeldBack(shard);
 }
 
 /// From the console, or by it: what is there already is never refused.
@@ -384,7 +478,11 @@ void StateStore::change(Shard& shard, Position position) {
 void StateStore::forget(Shard& shard, Position position) {
     leaveRoom(shard, position->entry);
     position->entry.version = nextVersion();
+    if (std::exchange(position->isHeldBack, false))
+        --shard.heldBack;
     shard.remember(position);
+    if (m_pObservation)
+        write(shard, *position, Clock::now());
     for (Listener* pListener : shard.listeners)
         pListener->valueUnset(position->entry.key);
 }
@@ -425,6 +523,8 @@ void StateStore::forgetSettled() {
 void StateStore::unsetStateValue(const std::string& stateID) {
     const auto [shard, lock] = lockShardOf(stateID);
     ++shard.arrivals;
+    if (m_pObservation)
+        ++Observation::ofThread().delivered;
     const Position position = shard.find(stateID);
     if (position != shard.entries.end())
         forget(shard, position);
@@ -435,6 +535,9 @@ void StateStore::triggerEvent(const std::string& eventID, const std::string& val
     Event event{eventID, value, ownerOf(kind, eventID), std::chrono::system_clock::now()};
     const auto [shard, lock] = lockShardFor(kind, eventID);
     ++shard.arrivals;
+    ++shard.changes;
+    if (m_pObservation)
+        recordEvent(shard, event);
     for (Listener* pListener : shard.listeners)
         pListener->eventTriggered(event);
     const std::uint64_t number = m_lastEvent.fetch_add(1, std::memory_order_relaxed) + 1;
@@ -481,6 +584,8 @@ std::size_t StateStore::end(Shard& shard, const std::string& cause, std::optiona
         shard.endCause = staleCause;
         shard.settles = Clock::time_point::max();
     }
+    if (m_pObservation)
+        recordHeldBack(shard);
     std::vector<std::string> keys;
     // What was stale before keeps its own cause: it is of an earlier instance.
     const auto holds = [&](const Entry& entry) { return !entry.isStale() && entry.start <= ended; };
@@ -497,6 +602,9 @@ std::size_t StateStore::end(Shard& shard, const std::string& cause, std::optiona
     // The newer instance, which may have reported everything by now, settles from here.
     if (ended < shard.start && shard.hasReported)
         settleLater(shard, now);
+    if (m_pObservation)
+        m_pObservation->stream().stale(m_pObservation->at(now), streamNumber(shard),
+                                       static_cast<std::uint32_t>(keys.size()), staleCause);
     for (Listener* pListener : shard.listeners)
         pListener->valuesStale(shard.driverID, staleCause, keys);
     return keys.size();
@@ -616,6 +724,17 @@ std::uint64_t StateStore::arrivals() const {
     std::uint64_t sum = 0;
     forEachShard({}, [&](const Shard& shard) { sum += shard.arrivals; });
     return sum;
+}
+
+std::vector<StateStore::Arrivals> StateStore::arrivalsByDriver() const {
+    std::vector<Arrivals> found;
+    forEachShard({}, [&](const Shard& shard) {
+        if (shard.arrivals > 0 && !shard.driverID.empty())
+            found.push_back({shard.driverID, shard.arrivals, shard.changes});
+    });
+    std::sort(found.begin(), found.end(),
+              [](const Arrivals& left, const Arrivals& right) { return left.driverID < right.driverID; });
+    return found;
 }
 
 void StateStore::addListener(Listener* pListener) {

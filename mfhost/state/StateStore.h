@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "IPanelState.h"
+#include "Observation.h"
 #include "StateValue.h"
 
 /// The panel state of the workplace: each value with its type, who set it, when, and whether it still holds.
@@ -139,6 +140,15 @@ public:
     StateStore();
     explicit StateStore(Settings settings);
 
+    /// Where each change, event and end is recorded, before other threads use the store; none by default. Of
+    /// a value that changes more often than every 10 ms only every so many changes are, and the last one
+    /// always.
+    void setObservation(Observation* pObservation) { m_pObservation = pObservation; }
+    /// Records the values that are held back since they change so often. Every 10 ms.
+    void recordHeldBack();
+    /// The same of those that are named after one driver.
+    void recordHeldBack(const std::string& driverID);
+
     IInterface* queryInterface(unsigned int id) override;
     void setStateValue(const std::string& stateID, const std::string& value) override;
     void setStateValueFloat(const std::string& stateID, float value) override;
@@ -186,6 +196,14 @@ public:
 
     /// How many values and events have arrived so far.
     std::uint64_t arrivals() const;
+    /// What has arrived under the name of one driver.
+    struct Arrivals {
+        std::string driverID;
+        std::uint64_t all = 0;
+        std::uint64_t changes = 0;  ///< those that were news
+    };
+    /// In byte order of the IDs, without drivers of which nothing has come.
+    std::vector<Arrivals> arrivalsByDriver() const;
 
     void addListener(Listener* pListener);
     /// When it returns no call to the listener is under way.
@@ -212,6 +230,10 @@ private:
     struct Kept {
         Entry entry;
         bool isUnset = false;  ///< only that there was such a key is remembered
+        // Of its records in the stream.
+        bool isHeldBack = false;       ///< the last change has none yet
+        std::uint32_t streamKey = 0;   ///< 0: not asked for yet
+        Clock::time_point recorded{};  ///< when the last one was made
     };
     using List = std::list<Kept>;
     using Position = List::iterator;
@@ -249,6 +271,9 @@ private:
         Room hostRoom;                 ///< the host's: all its values are in the panel driver's shard
         std::vector<Listener*> listeners;
         std::uint64_t arrivals = 0;
+        std::uint64_t changes = 0;       ///< arrivals that were news
+        std::size_t heldBack = 0;        ///< values whose last change is not recorded yet
+        std::uint16_t streamNumber = 0;  ///< of the driver in the stream; 0: not asked for yet
 
         // Of the driver.
         std::size_t stale = 0;     ///< how many of its values
@@ -297,6 +322,13 @@ private:
     std::size_t end(Shard& shard, const std::string& cause, std::optional<std::uint64_t> start);
     void settleLater(Shard& shard, Clock::time_point now);
 
+    // Into the stream, where that is recorded.
+    void recordChange(Shard& shard, Kept& kept, Clock::time_point now);
+    void write(Shard& shard, Kept& kept, Clock::time_point when);
+    std::uint16_t streamNumber(Shard& shard);
+    void recordHeldBack(Shard& shard);
+    void recordEvent(Shard& shard, const Event& event);
+
     void lookAgainBy(Clock::time_point time);
     void forgetSettled(Clock::time_point now);
     std::uint64_t nextVersion();
@@ -305,6 +337,7 @@ private:
     bool collectChanges(const std::string& glob, std::uint64_t since, Changes& found) const;
 
     const Settings m_settings;
+    Observation* m_pObservation = nullptr;
     /// Of whoever goes through the shards or adds one. Taken before a shard's lock.
     mutable std::mutex m_shardsMutex;
     /// None ever goes.

@@ -99,9 +99,13 @@ Leftovers Leftovers::below(const std::vector<fs::path>& directories) {
 
 Leftovers Leftovers::withoutHistory(const fs::path& directory) const {
     const std::string history = "file " + (directory / "mfhost.history/").string();
+    const std::string recording = "file " + (directory / "recording/").string();
     const std::regex kept("[0-9]+|files/[0-9a-f]{64}");
+    const std::regex recorded("[0-9]{8}[.]seg|blackbox/[A-Za-z0-9_-]+[.]seg");
     Leftovers rest;
     for (const std::string& line : m_lines) {
+        if (line.starts_with(recording) && std::regex_match(line.substr(recording.size()), recorded))
+            continue;
         if (!line.starts_with(history) || !std::regex_match(line.substr(history.size()), kept))
             rest.m_lines.insert(line);
     }

@@ -17,7 +17,8 @@ public:
     /// Looks for files, links and directories in these directories alone.
     static Leftovers below(const std::vector<std::filesystem::path>& directories);
 
-    /// Without what a host keeps there to go back to: states by number, and the files that they name.
+    /// Without what a host keeps there: states to go back to by number, with the files that they name, and
+    /// what it has recorded.
     Leftovers withoutHistory(const std::filesystem::path& directory) const;
     /// What this one has and the other has not, a line each.
     std::vector<std::string> beyond(const Leftovers& other) const;

@@ -67,6 +67,17 @@ TEST_F(LeftoversTest, HistoryStaysButNotItsDrafts) {
         ElementsAre("file " + (history / "17.draft").string(), "file " + (history / "files/short").string()));
 }
 
+TEST_F(LeftoversTest, RecordingStaysButNotItsDrafts) {
+    const fs::path recording = m_directory / "recording";
+    fs::create_directories(recording / "blackbox");
+    writeFile(recording / "00000017.seg", "");
+    writeFile(recording / "blackbox/20261122T140322Z-A-signal-9.seg", "");
+    writeFile(recording / "blackbox/20261122T140322Z-A-signal-9.seg.part", "");
+    EXPECT_THAT(
+        filesOf(Leftovers::of({m_directory}).withoutHistory(m_directory).lines()),
+        ElementsAre("file " + (recording / "blackbox/20261122T140322Z-A-signal-9.seg.part").string()));
+}
+
 TEST_F(LeftoversTest, DirectoriesAreFoundWhereNothingMayStay) {
     fs::create_directory(m_directory / "mfd-0");
     EXPECT_THAT(Leftovers::below({m_directory}).lines(),

@@ -63,6 +63,7 @@ public:
                     record("changes " + glob + " since " + std::to_string(since));
                     return changes;
                 },
+            .reports = [this] { return reports; },
             .queues = [this] { return queues; },
             .alarms = [this] { return alarms; },
             .alarmList = [this] { return alarmList; },
@@ -106,7 +107,8 @@ public:
                 },
             .sendFid =
                 [this](const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
-                       std::chrono::milliseconds limit, std::function<void(const FidOutcome&)> told) {
+                       std::chrono::milliseconds limit, std::function<void(const FidOutcome&)> told,
+                       const std::string&) {
                     std::ostringstream text;
                     text << fid << " (" << parameters << ")";
                     sentFids.push_back({text.str(), waitFor, limit, std::move(told)});
@@ -172,6 +174,7 @@ public:
     bool isStopping = false;
     bool isPosting = true;
     StateStore::Changes changes;
+    std::vector<ApiReports> reports;
     std::vector<sal::MessageQueue::Status> queues;
     std::size_t alarms = 0;
     std::vector<AlarmList::Alarm> alarmList;

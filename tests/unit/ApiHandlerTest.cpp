@@ -200,8 +200,7 @@ TEST_F(ApiHandlerTest, QueryIsHeldAgainstTheResource) {
     EXPECT_THAT(get("/api/v1/state?glob=A&since=1"), StartsWith("200 "));
     EXPECT_EQ(
         "400 {\"error\":{\"code\":\"request-invalid\",\"text\":\"there is no parameter \\\"globb\\\"; known "
-        "are "
-        "glob, since\",\"nearest\":[\"glob\"]}}",
+        "are counts, glob, since\",\"nearest\":[\"glob\"]}}",
         get("/api/v1/state?globb=A"));
     EXPECT_THAT(get("/api/v1/drivers?a=1"), HasSubstr("there is no parameter \\\"a\\\"; none is known"));
     EXPECT_THAT(call("POST", "/api/v1/plan?a=1"), StartsWith("400 "));

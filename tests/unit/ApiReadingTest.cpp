@@ -71,7 +71,8 @@ TEST_F(ApiReadingTest, HostIsNamedWithTheCallersRole) {
     caller.name = "anna";
     EXPECT_EQ(
         "{\"version\":\"1.2.3\",\"api\":1,\"instance\":\"a1b2\",\"workplace\":\"/etc/mf/site.xml\","
-        "\"started\":\"1970-01-02T00:00:00.000Z\",\"pid\":4711,\"role\":\"operate\",\"user\":\"anna\"}",
+        "\"started\":\"1970-01-02T00:00:00.000Z\",\"pid\":4711,"
+        "\"recording\":{\"ring\":\"\",\"directory\":\"\"},\"role\":\"operate\",\"user\":\"anna\"}",
         m_sut.host(caller));
 }
 
@@ -240,6 +241,17 @@ TEST_F(ApiReadingTest, StateIsAskedForByPatternAndVersion) {
     EXPECT_EQ("{\"version\":21,\"complete\":false,\"values\":[],\"unset\":[\"A\",\"B\\u001b\"]}",
               m_sut.state(target("glob=AXIS*&since=18446744073709551615")));
     EXPECT_EQ(std::vector<std::string>{"changes AXIS* since 18446744073709551615"}, m_host.calls);
+}
+
+TEST_F(ApiReadingTest, ReportsAreCountedOnDemand) {
+    m_host.changes = {.version = 21, .isComplete = false, .entries = {}, .unset = {}};
+    m_host.reports = {{"AXIS1", 100, 90, 7}};
+    EXPECT_EQ(
+        "{\"version\":21,\"complete\":false,\"values\":[],\"unset\":[],\"counts\":[{\"driver\":\"AXIS1\","
+        "\"received\":100,\"merged\":90,\"delivered\":10,\"changes\":7}]}",
+        m_sut.state(target("counts=1")));
+    EXPECT_THAT(m_sut.state(target("counts=0")), testing::Not(testing::HasSubstr("counts")));
+    EXPECT_THAT(code([&] { m_sut.state(target("counts=2")); }), testing::HasSubstr("counts is"));
 }
 
 TEST_F(ApiReadingTest, WrongPatternAndVersionAreRefused) {

@@ -48,7 +48,10 @@ bool sendsOnlyAsLongAsTheHostRuns() {
     ServiceManager noService{ServiceManager::Settings()};
     LineOwner lineOwner;
     WebPort noPort;
-    Host host(options, signals, queueDirectory, noSocket, noPort, noService, lineOwner);
+    options.records = false;
+    RingPlace ringPlace(
+        {.isFile = false, .size = RingPlace::s_smallest, .queueDirectory = {}, .recording = {}});
+    Host host(options, signals, queueDirectory, noSocket, noPort, noService, lineOwner, ringPlace, {});
     const DriverSender& sut = host.m_system.sender();
     bool couldSend = false;
     std::thread stopper([&] {
