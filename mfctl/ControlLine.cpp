@@ -72,6 +72,7 @@ struct Words {
     std::optional<double> timeout;  ///< in seconds
     bool isLong = false;
     bool watches = false;
+    bool counts = false;
     bool follows = false;
     bool tellsChanges = false;
 
@@ -175,11 +176,19 @@ void addDriverCommands(Commands& commands, Words& words) {
 void addValueCommands(Commands& commands, Words& words) {
     auto* pState = commands.addRemote("state", "list the state values", [&](RemoteControl& control) {
         StateCommands state(control);
+        if (words.counts)
+            return state.counts();
         return words.watches ? state.watch(words.glob) : state.show(words.glob);
     });
-    pState->add_option("glob", words.glob, "only keys that match, such as 'SYS.*'")->type_name("GLOB");
-    pState->add_flag("--watch", words.watches,
-                     "then print each change, until Ctrl-C; waits for a host that goes");
+    auto* pGlob =
+        pState->add_option("glob", words.glob, "only keys that match, such as 'SYS.*'")->type_name("GLOB");
+    auto* pWatch = pState->add_flag("--watch", words.watches,
+                                    "then print each change, until Ctrl-C; waits for a host that goes");
+    pState
+        ->add_flag("--counts", words.counts,
+                   "instead, how much each driver has reported, and how much of it was merged away")
+        ->excludes(pGlob)
+        ->excludes(pWatch);
 
     auto* pSend = commands.addRemote(
         "send", "send a function ID, and tell what became of it", [&](RemoteControl& control) {

@@ -67,6 +67,23 @@ EExit StateCommands::show(const std::string& glob) {
     return EExit::Done;
 }
 
+EExit StateCommands::counts() {
+    // No key is empty: of the values nothing is asked for.
+    const ApiClient::Reply reply = m_control.ask("/state?counts=1&glob=%5B%5D");
+    if (m_control.asJson())
+        return EExit::Done;
+    const Screen& screen = m_control.screen();
+    Table table({"driver", "received", "merged", "delivered", "changes"});
+    for (const JsonView& count : reply.view().list("counts"))
+        table.addRow({count.text("driver"), count.text("received"), count.text("merged"),
+                      count.text("delivered"), count.text("changes")});
+    if (table.empty())
+        screen.out << "no driver has reported anything" << std::endl;
+    else
+        table.print(screen.out, screen.look);
+    return EExit::Done;
+}
+
 EExit StateCommands::watch(const std::string& glob) {
     ApiClient& client = m_control.client();
     const Screen& screen = m_control.screen();

@@ -12,7 +12,10 @@ public:
 
     /// The values whose keys match the pattern; all for an empty one.
     EExit show(const std::string& glob);
-    /// The same, then each change as it comes, until the process is ended. A host that goes is waited for.
+    /// What each driver has reported since the host has started, how much of it was merged and what has
+    /// changed.
+    EExit counts();
+    /// The values, then each change as it comes, until the process is ended. A host that goes is waited for.
     EExit watch(const std::string& glob);
 
     /// type: "string", "int", "float", "bool"; empty: what the value looks like.

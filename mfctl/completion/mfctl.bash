@@ -115,7 +115,7 @@ _mfctl() {
             ;;
         drivers) options="$common -l --long" ;;
         reload | stop | start | macro | apply | undo) options="$common --timeout" ;;
-        state) options="$common --watch" ;;
+        state) options="$common --watch --counts" ;;
         send) options="$common --wait --timeout" ;;
         set) options="$common --type" ;;
         plan) options="$common --exit-code" ;;

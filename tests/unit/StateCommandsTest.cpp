@@ -34,6 +34,18 @@ TEST_F(StateCommandsTest, ShowsValuesAndWhetherTheyHold) {
         out());
 }
 
+TEST_F(StateCommandsTest, CountsWhatDriversHaveReported) {
+    m_host.answer(
+        "GET /state?counts=1&glob=%5B%5D",
+        R"({"values":[],"counts":[{"driver":"SYS","received":1000,"merged":900,"delivered":100,"changes":7}]})");
+    auto remote = control();
+    EXPECT_EQ(EExit::Done, StateCommands(remote).counts());
+    EXPECT_EQ(
+        "driver  received  merged  delivered  changes\n"
+        "SYS     1000      900     100        7\n",
+        out());
+}
+
 TEST_F(StateCommandsTest, NothingIsSaid) {
     m_host.answer("GET /state", R"({"values":[]})");
     m_host.answer("GET /state?glob=X", R"({"values":[]})");
