@@ -22,6 +22,8 @@ using stream::EKind;
 constexpr int s_perStep = 20'000;
 constexpr std::size_t s_longestCause = 40;
 constexpr std::string_view s_suffix = ".seg";
+constexpr const char* s_part = ".part";
+constexpr std::string_view s_unfinished = ".seg.part";
 
 /// As it may stand in a file's name.
 std::string plain(std::string_view text) {
@@ -39,6 +41,20 @@ std::string plain(std::string_view text) {
     return name;
 }
 
+std::vector<std::string> filesThatEnd(const std::string& directory, std::string_view end) {
+    std::vector<std::string> files;
+    DIR* const pDirectory = ::opendir(directory.c_str());
+    if (!pDirectory)
+        return files;
+    while (const dirent* const pEntry = ::readdir(pDirectory)) {
+        if (std::string_view(pEntry->d_name).ends_with(end))
+            files.push_back(directory + '/' + pEntry->d_name);
+    }
+    ::closedir(pDirectory);
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
 }  // namespace
 
 std::string BlackBox::nameOf(stream::Time when, const std::string& driverID, const std::string& cause) {
@@ -53,17 +69,12 @@ std::string BlackBox::nameOf(stream::Time when, const std::string& driverID, con
 }
 
 std::vector<std::string> BlackBox::filesIn(const std::string& directory) {
-    std::vector<std::string> files;
-    DIR* const pDirectory = ::opendir(directory.c_str());
-    if (!pDirectory)
-        return files;
-    while (const dirent* const pEntry = ::readdir(pDirectory)) {
-        if (std::string_view(pEntry->d_name).ends_with(s_suffix))
-            files.push_back(directory + '/' + pEntry->d_name);
-    }
-    ::closedir(pDirectory);
-    std::sort(files.begin(), files.end());
-    return files;
+    return filesThatEnd(directory, s_suffix);
+}
+
+void BlackBox::removeUnfinished(const std::string& directory) {
+    for (const std::string& file : filesThatEnd(directory, s_unfinished))
+        ::unlink(file.c_str());
 }
 
 void BlackBox::keepNewest(const std::string& directory, std::size_t most) {
@@ -88,8 +99,8 @@ std::unique_ptr<BlackBox> BlackBox::begin(const stream::StreamSource& source, st
     if (!pReader)
         return nullptr;
     const std::string path = directory + '/' + name;
-    ::unlink((path + ".part").c_str());
-    auto pSegment = stream::SegmentWriter::create(path + ".part", source.instance(), error);
+    ::unlink((path + s_part).c_str());
+    auto pSegment = stream::SegmentWriter::create(path + s_part, source.instance(), error);
     if (!pSegment)
         return nullptr;
     return std::unique_ptr<BlackBox>(new BlackBox(std::move(pReader), std::move(pSegment), from, to, path));
@@ -106,7 +117,7 @@ BlackBox::BlackBox(std::unique_ptr<stream::StreamReader> pReader,
 
 BlackBox::~BlackBox() {
     if (m_pSegment)
-        ::unlink((m_path + ".part").c_str());
+        ::unlink((m_path + s_part).c_str());
 }
 
 BlackBox::EState BlackBox::step() {
@@ -135,7 +146,7 @@ BlackBox::EState BlackBox::step() {
 
 BlackBox::EState BlackBox::end(const std::string& fault) {
     m_text = fault.empty() ? m_pSegment->sync() : fault;
-    if (m_text.empty() && ::rename((m_path + ".part").c_str(), m_path.c_str()) != 0)
+    if (m_text.empty() && ::rename((m_path + s_part).c_str(), m_path.c_str()) != 0)
         m_text = base::quoted(m_path) + " cannot be made: " + std::strerror(errno);
     if (!m_text.empty())
         return EState::Failed;

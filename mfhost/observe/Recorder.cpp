@@ -77,6 +77,7 @@ void Recorder::run() {
 void Recorder::openKeeper() {
     if (m_settings.directory.empty())
         return;
+    BlackBox::removeUnfinished(m_settings.directory + s_blackBoxes);
     std::string error;
     m_pKeeper =
         Keeper::open({.directory = m_settings.directory, .keep = m_settings.keep}, m_source, m_report, error);

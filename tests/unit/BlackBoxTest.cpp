@@ -56,6 +56,16 @@ TEST_F(BlackBoxTest, BeginsAtTheNumberThatIsKnown) {
     EXPECT_EQ(kept(copy(4, at(0), at(9))), (Lines{"4:4", "5:5"}));
 }
 
+TEST_F(BlackBoxTest, OneOfAHostThatWasKilledIsRemoved) {
+    m_pRing->write(at(1), event("1"));
+    const std::string path = copy(0, at(0), at(9));
+    std::ofstream(place() + "/20261123T025230Z-F4-hung.seg.part") << "half of it";
+    BlackBox::removeUnfinished(place());
+    BlackBox::removeUnfinished(m_directory.path("none"));
+    EXPECT_EQ(BlackBox::filesIn(place()), Lines{path});
+    EXPECT_FALSE(std::filesystem::exists(place() + "/20261123T025230Z-F4-hung.seg.part"));
+}
+
 TEST_F(BlackBoxTest, OneThatWasNotEndedLeavesNothing) {
     m_pRing->write(at(1), event("1"));
     std::string error;
