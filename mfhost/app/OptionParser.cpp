@@ -51,7 +51,7 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
     bool noStartDrivers = false;
     bool noConsole = false;
     bool noControl = false;
-    bool noRecord = false;
+    bool record = false;
     std::size_t recordSize = 0;
     double stopTimeout = 3;
     double hangTimeout = 10;
@@ -176,9 +176,8 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
                "what is kept of it in recording/ of the working directory; the oldest goes (default 1G)")
             ->type_name("SIZE")
             ->transform(CLI::AsSizeValue(false).description(""));
-    app.add_flag("--no-record", noRecord, "keep nothing of what happens on the disk, nor in a file in memory")
-        ->excludes(pRecordSize)
-        ->excludes(pRecordKeep);
+    app.add_flag("--record", record,
+                 "record what happens: the last minutes in memory, the rest in recording/");
     auto* pTrust = app.add_option("--trust", options.trustDirectory, "directory of the trusted public keys")
                        ->type_name("DIR");
     app.add_flag("--require-signature", options.requireSignature,
@@ -211,7 +210,7 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
         options.sandbox = pSandbox->count() > 0 || options.probeSandbox;
         if (pFollow->count() > 0)
             options.follow = follow;
-        options.records = !noRecord;
+        options.records = record || pRecordSize->count() > 0 || pRecordKeep->count() > 0;
         if (pRecordSize->count() > 0)
             options.recordSize = recordSize;
         options.startDriverProcesses = !noStartDrivers;

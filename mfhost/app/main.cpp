@@ -216,14 +216,16 @@ int runProgram(int argc, char** argv) {
             std::cerr << "mfhost: runs without the web panel: " << base::printable(reason) << std::endl;
     }
     // Nor does who reads it see a sandbox's memory.
-    RingPlace::Settings rings{.isFile = options.records,
+    RingPlace::Settings rings{.isWanted = options.records,
+                              .isFile = true,
                               .size = options.recordSize,
                               .queueDirectory = environment("MFD_QUEUE_DIR"),
                               .recording = recordingDirectory(options)};
     std::vector<RingPlace::Left> leftRings;
     std::optional<RingPlace> ringPlace;
     if (!options.probeSandbox) {
-        leftRings = RingPlace::takeLeft(rings);
+        if (options.records)
+            leftRings = RingPlace::takeLeft(rings);
         ringPlace.emplace(rings);
     }
     if (const std::optional<int> exitCode = enterPlace(options))

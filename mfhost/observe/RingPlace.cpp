@@ -115,6 +115,8 @@ std::optional<RingPlace::Left> takeFrom(const std::string& directory, bool isOwn
 }  // namespace
 
 RingPlace::RingPlace(const Settings& settings) : m_instance(newInstance()) {
+    if (!settings.isWanted)
+        return;
     if (!settings.isFile) {
         useMemory(s_sizes.back());
         return;

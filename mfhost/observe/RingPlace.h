@@ -17,6 +17,7 @@
 class RingPlace {
 public:
     struct Settings {
+        bool isWanted = true;  ///< else there is no ring
         bool isFile = true;
         std::optional<std::size_t>
             size;                    ///< of both rings; nothing: as much as there is room for, 64 MB at most

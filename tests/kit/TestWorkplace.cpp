@@ -61,12 +61,6 @@ HostProcess::Start TestWorkplace::host(const std::vector<std::string>& options) 
     // Machines of tests share one /run.
     if (std::find(options.begin(), options.end(), "--control") == options.end())
         start.arguments.insert(start.arguments.end() - 2, "--no-control");
-    // Many of them run at once.
-    const auto isRecord = [](const std::string& option) {
-        return option.find("-record") != std::string::npos;
-    };
-    if (std::none_of(options.begin(), options.end(), isRecord))
-        start.arguments.insert(start.arguments.end() - 2, {"--record-size", "1M"});
     start.arguments.insert(start.arguments.end(), options.begin(), options.end());
     start.files = m_directory;
     return start;

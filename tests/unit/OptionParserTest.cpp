@@ -152,16 +152,17 @@ TEST_F(OptionParserTest, CallLimitIsInSeconds) {
 }
 
 TEST_F(OptionParserTest, RecordingHasSizes) {
-    EXPECT_TRUE(options({}).records);
+    EXPECT_FALSE(options({}).records);
+    EXPECT_TRUE(options({"--record"}).records);
+    EXPECT_TRUE(options({"--record-size", "8M"}).records);
+    EXPECT_TRUE(options({"--record-keep", "500M"}).records);
     EXPECT_EQ(std::nullopt, options({}).recordSize);
     EXPECT_EQ(std::size_t{1} << 30, options({}).recordKeep);
     EXPECT_EQ(std::size_t{8} << 20, options({"--record-size", "8M"}).recordSize);
     EXPECT_EQ(std::size_t{256} << 10, options({"--record-size", "256K"}).recordSize);
     EXPECT_EQ(std::size_t{500} << 20, options({"--record-keep", "500M"}).recordKeep);
-    EXPECT_FALSE(options({"--no-record"}).records);
     EXPECT_EQ(2, refused({"--record-size", "255K"}));
     EXPECT_EQ(2, refused({"--record-size", "much"}));
-    EXPECT_EQ(2, refused({"--no-record", "--record-size", "8M"}));
 }
 
 TEST_F(OptionParserTest, RestartsHaveNoLimitUnlessOneIsGiven) {
