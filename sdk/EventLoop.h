@@ -69,6 +69,8 @@ public:
     /// instant.
     void advance(Milliseconds time);
     TimePoint now() const;
+    /// Whether stop() has been called: nothing more is taken. On any thread.
+    bool isStopping() const;
 
 private:
     struct Timer {
@@ -86,7 +88,6 @@ private:
     bool runTimer(TimePoint until);
     void runWatched(std::uint64_t place);
     int patience() const;
-    bool isStopping() const;
     bool takePosted(std::pair<std::string, Work>& piece);
     void perform(const std::string& what, const Work& work) const;
 
