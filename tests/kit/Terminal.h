@@ -28,6 +28,8 @@ public:
             throw std::runtime_error("no terminal");
         if (m_pid > 0)
             return;
+        // A job in the background of a shell ignores it.
+        ::signal(SIGINT, SIG_DFL);
         ::setenv("TERM", "xterm", 1);
         body();
         ::_exit(0);
