@@ -32,6 +32,23 @@ class DocsTest(unittest.TestCase):
             for text in blocks(page, "xml"):
                 xml.dom.minidom.parseString(text)
 
+    def test_examples_of_both_kinds_of_file_obey_their_schemas(self):
+        examples = blocks(ROOT / "docs" / "workplace.md", "xml")
+        for example, schema in zip(examples, ("workplace", "descriptor"), strict=True):
+            path = ROOT / "configuration" / "schema" / f"{schema}.xsd"
+            done = subprocess.run(["xmllint", "--noout", "--schema", path, "-"], input=example,
+                                  capture_output=True, text=True, check=False)  # fmt: skip
+            self.assertEqual((done.returncode, done.stderr), (0, "- validates\n"))
+
+    def test_every_attribute_of_both_kinds_of_file_is_told(self):
+        page = (ROOT / "docs" / "workplace.md").read_text()
+        for schema in ("workplace", "descriptor"):
+            text = (ROOT / "configuration" / "schema" / f"{schema}.xsd").read_text()
+            names = re.findall(r'<xs:(?:element|attribute) name="(\w+)"', text)
+            self.assertGreater(len(names), 7)
+            for name in names:
+                self.assertIn(f"`{name}`", page)
+
     def test_links_lead_somewhere(self):
         for page in PAGES:
             # A lambda of a program looks like a link.
