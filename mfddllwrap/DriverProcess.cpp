@@ -33,9 +33,6 @@
 
 namespace {
 
-/// Put into the input queue by this process itself, to wake the main loop. No code of the host's.
-constexpr std::string_view s_wakeUp = "WAKEUP";
-
 /// How long the last log line may take to get out when the process is ended.
 constexpr std::chrono::milliseconds s_lastWords{100};
 
@@ -169,8 +166,8 @@ void DriverProcess::requestStop(EStop stop) {
     if (!m_stop.compare_exchange_strong(running, stop) && stop == EStop::StopNow)
         m_stop = EStop::StopNow;
     // A full queue wakes the main loop just as well.
-    m_pInput->send(reinterpret_cast<const unsigned char*>(s_wakeUp.data()), static_cast<int>(s_wakeUp.size()),
-                   0);
+    m_pInput->send(reinterpret_cast<const unsigned char*>(protocol::wakeUp.data()),
+                   static_cast<int>(protocol::wakeUp.size()), 0);
 }
 
 void DriverProcess::endLeftBehind() {

@@ -5,10 +5,12 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "DriverProcess.h"
+#include "DriverProgram.h"
 #include "Printable.h"
 #include "WrapperOptions.h"
 #include "sal/LogManager.h"
@@ -18,7 +20,8 @@ namespace {
 constexpr const char* s_usage =
     "usage: mfddllwrap MODULEPATH DRIVERID\n"
     "Runs the driver module in this process, behind the queues DRIVERID_INQ and DRIVERID_OUTQ of a running "
-    "host.\n";
+    "host.\nWhere the module is an executable file that is not named .so, becomes that program with "
+    "DRIVERID.\n";
 
 /// The host has raised its own limit; the driver gets what a program started by hand would have.
 void limitDescriptors(rlim_t descriptors) {
@@ -48,8 +51,14 @@ int main(int argc, char** argv) {
     ::signal(SIGPIPE, SIG_IGN);
     limitDescriptors(options.descriptors);
     try {
+        // Before the log has a thread.
+        const std::string whyNoProgram = driverprogram::isProgram(options.modulePath)
+                                             ? driverprogram::become(options.modulePath, options.driverID)
+                                             : std::string();
         sal::LogManager log({.level = options.logLevel, .file = {}, .tag = options.driverID});
         try {
+            if (!whyNoProgram.empty())
+                throw std::runtime_error(whyNoProgram);
             return DriverProcess(options).run();
         } catch (const std::exception& exception) {
             log.getLogOutput("MFD")->level(sal::LogOutput::eError)

@@ -29,4 +29,7 @@ inline constexpr std::string_view triggerEvent = "TRIGGR";
 inline constexpr std::string_view executeCommand = "SYSCMD";
 inline constexpr std::string_view dispatchFID = "DSPFID";
 
+/// Put by a driver process into its own input queue, to wake the thread that receives. No code of the host's.
+inline constexpr std::string_view wakeUp = "WAKEUP";
+
 }  // namespace protocol

@@ -47,6 +47,10 @@ public:
     /// A message longer than size is cut.
     int receive(unsigned char* buffer, int size, int timeout);
 
+    /// Whether no message passes the queue any more, since it was found damaged. False of one that was never
+    /// made. Any thread.
+    bool isBroken() const;
+
     /// Detaches; the last object to close removes the name. No thread may be inside send() or receive().
     void close();
 

@@ -37,6 +37,8 @@ public:
 
     bool send(const unsigned char* data, int length, int timeout);
     int receive(unsigned char* buffer, int size, int timeout);
+    /// Any thread.
+    bool isBroken();
 
     const std::string& name() const { return m_name; }
     bool isCreator() const { return m_isCreator; }
@@ -83,7 +85,6 @@ private:
     /// number comes back as the message's; unchanged when it is not sent.
     bool push(const unsigned char* data, int length, int timeout, std::uint32_t& number);
     void report(base::Throttle& throttle, int level, const std::string& text) const;
-    bool isBroken();
     void setBroken(const std::string& how);
 
     bool waitForSpace(Deadline& deadline);

@@ -90,6 +90,11 @@ int MessageQueue::receive(unsigned char* buffer, int size, int timeout) {
     return pAttached ? pAttached->receive(buffer, size, timeout) : -1;
 }
 
+bool MessageQueue::isBroken() const {
+    AttachedQueue* pAttached = m_pImpl->attached();
+    return pAttached && pAttached->isBroken();
+}
+
 void MessageQueue::close() {
     m_pImpl->close();
 }

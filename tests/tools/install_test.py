@@ -2,6 +2,7 @@
 """What "cmake --install" puts into an empty directory: that the host runs from there, that a driver can be built with it
 alone and is loaded, and that nothing in it leads back to the build tree."""
 
+import os
 import re
 import shutil
 import subprocess
@@ -92,6 +93,8 @@ class InstallTest(unittest.TestCase):
             "share/mfhost/schema/workplace.xsd", "share/man/man1/mfhost.1", "share/man/man5/mfhost-workplace.5",
             "share/bash-completion/completions/mfctl", "share/zsh/site-functions/_mfctl",
             "include/mfd/mfd/Driver.h", "lib/libmfd_kit.a", "lib/cmake/mfd/mfdDriver.cmake",
+            "lib/libmfdqueue.so", "lib/libmfdqueue.so.0", "include/mfd/mfdqueue.h", "lib/pkgconfig/mfdqueue.pc",
+            "lib/python/mfdqueue.py", "share/doc/mfhost/examples/python/pylamp.py",
             "lib/systemd/system/mfhost@.service", "lib/systemd/system/mfhost-memory@.service",
             "lib/sysusers.d/mfhost.conf", "lib/tmpfiles.d/mfhost.conf",
             "share/doc/mfhost/LICENSE", "share/doc/mfhost/docs/operations.md", "share/doc/mfhost/examples/workplace.xml",
@@ -158,6 +161,42 @@ mfd_add_driver(lamp SOURCES Lamp.cpp)
             self.skipTest(done.stderr.strip())
         self.assertIn(f"Loading MF driver {place}/lamp.so (ID: LAMP)...OK\n", done.stdout)
         self.assertEqual(done.returncode, 0, done.stderr)
+
+    def test_queue_library_shows_its_operations_alone(self):
+        done = run("nm", "-D", "--defined-only", "--format=posix", self.prefix / "lib/libmfdqueue.so.0")
+        shown = sorted(line.split()[0] for line in done.stdout.splitlines())
+        self.assertEqual(shown, ["MFDQUEUE_0", *(f"mfdqueue_{name}@@MFDQUEUE_0" for name in (
+            "close", "decode", "driver_id", "encode", "error", "log", "open", "receive", "send"))])
+        done = run("readelf", "-d", self.prefix / "lib/libmfdqueue.so.0")
+        self.assertIn("Library soname: [libmfdqueue.so.0]", done.stdout)
+
+    def test_driver_in_c_is_built(self):
+        program = re.search(r"```c\n(.*?)```", (ROOT / "docs" / "foreign-drivers.md").read_text(), re.S)[1]
+        source = self.write("c/lamp.c", program)
+        environment = {**os.environ, "PKG_CONFIG_PATH": str(self.prefix / "lib/pkgconfig")}
+        command = f"cc -Wall -Wextra -Werror {source} $(pkg-config --cflags --libs mfdqueue) -o {source.parent}/lamp"
+        done = run("sh", "-c", command, env=environment)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        place = self.built("c", """\
+project(c LANGUAGES C CXX)
+find_package(mfd REQUIRED)
+add_executable(lamp lamp.c)
+target_link_libraries(lamp PRIVATE mfd::queue)
+""")
+        for lamp in (source.parent / "lamp", place / "lamp"):
+            done = run(lamp, "LAMP1", env={**os.environ, "MFD_QUEUE_DIR": str(self.directory / "none")})
+            self.assertEqual(done.returncode, 1)
+            self.assertIn("LAMP1 QUEUE: queue LAMP1_INQ: not opened: ", done.stderr)
+
+    def test_driver_in_python_finds_the_library(self):
+        environment = {**os.environ, "PYTHONPATH": str(self.prefix / "lib/python"), "PYTHONDONTWRITEBYTECODE": "1",
+                       "MFD_QUEUE_DIR": str(self.directory / "none")}
+        lamp = self.prefix / "share/doc/mfhost/examples/python/pylamp.py"
+        done = run(lamp, "LAMP1", env=environment)
+        self.assertEqual(done.returncode, 1, done.stderr)
+        self.assertIn("LAMP1 QUEUE: queue LAMP1_INQ: not opened: ", done.stderr)
+        done = run(lamp, env=environment)
+        self.assertEqual((done.returncode, done.stderr), (2, "usage: pylamp.py DRIVERID\n"))
 
     def test_host_of_ones_own_is_built(self):
         self.write("own/Own.cpp", MODULE_HOST)

@@ -2289,6 +2289,16 @@ TEST_F(MessageQueue, StatusesSayThatAnotherProcessFoundDamage) {
     EXPECT_TRUE(statusOf("Q").isBroken);
 }
 
+TEST_F(MessageQueue, SaysOfItselfThatItIsBroken) {
+    sal::MessageQueue sut;
+    EXPECT_FALSE(sut.isBroken());
+    ASSERT_TRUE(sut.create("Q", 4, 1024, 0));
+    EXPECT_FALSE(sut.isBroken());
+    const std::uint32_t broken = 1;
+    scribble("Q", offsetof(sal::QueueHeader, broken), &broken, sizeof(broken));
+    EXPECT_TRUE(sut.isBroken());
+}
+
 TEST_F(MessageQueue, StatusesSayThatAFileHasBeenCutShort) {
     sal::MessageQueue sut;
     ASSERT_TRUE(sut.create("Q", 4, 1024, 0));

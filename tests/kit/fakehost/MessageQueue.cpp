@@ -51,6 +51,10 @@ int MessageQueue::receive(unsigned char* buffer, int size, int timeout) {
     return fakehost::QueueBoard::instance().receive(m_pImpl->name, buffer, size, timeout);
 }
 
+bool MessageQueue::isBroken() const {
+    return false;
+}
+
 void MessageQueue::close() {
     if (!m_pImpl->made)
         return;
