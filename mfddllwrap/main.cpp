@@ -13,6 +13,7 @@
 #include "DriverProgram.h"
 #include "Printable.h"
 #include "WrapperOptions.h"
+#include "sal/CrashNote.h"
 #include "sal/LogManager.h"
 
 namespace {
@@ -57,6 +58,7 @@ int main(int argc, char** argv) {
                                              : std::string();
         sal::LogManager log({.level = options.logLevel, .file = {}, .tag = options.driverID});
         try {
+            sal::CrashNote::install(options.driverID);
             if (!whyNoProgram.empty())
                 throw std::runtime_error(whyNoProgram);
             return DriverProcess(options).run();

@@ -43,8 +43,10 @@ void rest(int milliseconds) {
 /// A real access, not a signal that is sent: its address is what a crash report shows. No sanitizer is to see
 /// it first.
 __attribute__((no_sanitize("address", "undefined", "thread"))) void writeToNowhere() {
-    // A handler, as a sanitizer sets one, would make an ordinary end of it.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    // A sanitizer's handler would make an ordinary end of it.
     ::signal(SIGSEGV, SIG_DFL);
+#endif
     volatile int* volatile pNowhere = nullptr;
     *pNowhere = 1;  // cppcheck-suppress nullPointer ; that is the fault
 }

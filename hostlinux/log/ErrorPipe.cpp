@@ -117,6 +117,10 @@ bool ErrorPipe::take() {
     return isIt;
 }
 
+bool ErrorPipe::isTaken() {
+    return !taken().pipe.empty();
+}
+
 bool ErrorPipe::isAbandoned() {
     pollfd pipe{STDERR_FILENO, POLLOUT, 0};
     return isStill(STDERR_FILENO, taken().pipe) && ::poll(&pipe, 1, 0) > 0 && (pipe.revents & POLLERR) != 0;

@@ -89,9 +89,9 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
               ids.insert(driver.id);
           return ids;
       }),
-      m_errors([this](const auto& driverID, const auto& line, bool isBare) {
-          takeDriverLine(driverID, line, isBare);
-      }),
+      m_errors([this](const auto& driverID, const auto& line,
+                      bool isBare) { takeDriverLine(driverID, line, isBare); },
+               {.onCrash = [this](int pid, const auto& crash) { m_supervisor.processCrashes(pid, crash); }}),
       m_driverCalls(m_drivers, m_surroundings),
       m_fidTap(m_drivers, m_driverCalls, m_log),
       m_byHand(m_drivers, [] { return sal::MessageQueue::statuses(); }),
@@ -120,7 +120,8 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                     .passQueue = sal::MessageQueue::passNextCreate,
                     .takeErrors = [this](auto& id, int pid, int fd) { m_errors.add(id, pid, fd); },
                     .formerErrors = m_pRelay ? m_pRelay->formerErrors() : -1,
-                    .endErrors = [this](auto& id, int pid) { return endErrors(id, pid); }}),
+                    .endErrors = [this](auto& id, int pid) { return endErrors(id, pid); },
+                    .noteStack = [this](int pid, auto& lines) { m_errors.noteStack(pid, lines); }}),
       m_workplace({.file = m_options.config,
                    .driverDirectories = m_options.driverDirectories,
                    .parkMarks = std::filesystem::absolute(s_parkMarks),

@@ -32,7 +32,8 @@ struct DriverErrors::Entry {
     bool isWatched = true;  ///< by the epoll; one for which that had no room is read at each tick
     std::mutex mutex;
     ErrorStream stream;
-    bool isOver = false;  ///< finished
+    std::vector<std::string> stack = {};  ///< where it died
+    bool isOver = false;                  ///< finished
     std::optional<Clock::time_point> ended = {};
 };
 
@@ -73,6 +74,14 @@ void DriverErrors::add(const std::string& driverID, int pid, int errorFd) {
     m_wakeup.wake();
 }
 
+void DriverErrors::noteStack(int pid, const std::vector<std::string>& lines) {
+    for (const auto& [number, pEntry] : entries()) {
+        const std::lock_guard lock(pEntry->mutex);
+        if (pEntry->pid == pid && !pEntry->ended)
+            pEntry->stack = lines;
+    }
+}
+
 DriverErrors::Words DriverErrors::ended(int pid) {
     for (const auto& [number, pEntry] : entries()) {
         Entry& entry = *pEntry;
@@ -86,7 +95,9 @@ DriverErrors::Words DriverErrors::ended(int pid) {
         }
         // The thread takes it out.
         m_wakeup.wake();
-        return {entry.stream.lastWords(), entry.stream.loadFault()};
+        Words words{entry.stream.lastWords(), entry.stream.loadFault()};
+        words.last.insert(words.last.end(), entry.stack.begin(), entry.stack.end());
+        return words;
     }
     return {};
 }
@@ -162,6 +173,12 @@ int DriverErrors::timeout() const {
 }
 
 void DriverErrors::read(std::uint64_t number, Entry& entry) {
+    const auto crash = readLocked(number, entry);
+    if (crash && m_settings.onCrash)
+        m_settings.onCrash(entry.pid, *crash);
+}
+
+std::optional<sal::CrashNote::Crash> DriverErrors::readLocked(std::uint64_t number, Entry& entry) {
     const std::lock_guard lock(entry.mutex);
     if (!entry.isOver && !entry.stream.read(s_turn)) {
         entry.isOver = true;
@@ -172,6 +189,7 @@ void DriverErrors::read(std::uint64_t number, Entry& entry) {
         remove(number);
     else if (entry.isOver)
         ::epoll_ctl(m_epoll.get(), EPOLL_CTL_DEL, entry.stream.fd(), nullptr);
+    return entry.stream.takeCrash();
 }
 
 void DriverErrors::look(const Entries& entries) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -13,6 +14,7 @@
 #include "ErrorStream.h"
 #include "UniqueFd.h"
 #include "Wakeup.h"
+#include "sal/CrashNote.h"
 
 /// Reads what driver processes write to their standard error, on a thread of its own that reads always: no
 /// driver waits for the log or for anything else in the host. Owned by Host; told of processes by the
@@ -25,11 +27,14 @@ public:
         ErrorStream::Limits limits = {};
         /// How long a pipe is still read that others have kept after their process has ended.
         std::chrono::milliseconds patience{1000};
+        /// A process has said on which thread it dies, and waits. On the threads on which the sink is told;
+        /// may be none.
+        std::function<void(int pid, const sal::CrashNote::Crash& crash)> onCrash = nullptr;
     };
 
     /// What a process has said before its end.
     struct Words {
-        std::vector<std::string> last;  ///< of what it has not logged
+        std::vector<std::string> last;  ///< of what it has not logged, and then where it died
         std::string loadFault;          ///< why it could not load its module; empty when that is not so
     };
 
@@ -46,6 +51,8 @@ public:
     /// Takes over the descriptor of the pipe of a process that has just been started. Reading from it does
     /// not wait. Any thread.
     void add(const std::string& driverID, int pid, int errorFd);
+    /// Where the process dies, line by line. Any thread.
+    void noteStack(int pid, const std::vector<std::string>& lines);
     /// The process has ended: when this returns, the sink has been told all that it has written. What has
     /// come of one that was never added is nothing. Any thread.
     Words ended(int pid);
@@ -62,6 +69,7 @@ private:
     int timeout() const;
     Entries entries() const;
     void read(std::uint64_t number, Entry& entry);
+    std::optional<sal::CrashNote::Crash> readLocked(std::uint64_t number, Entry& entry);
     void look(const Entries& entries);
     void remove(std::uint64_t number);
 

@@ -63,6 +63,8 @@ void ErrorStream::endLine() {
 void ErrorStream::takeLogged(const sal::LogManager::Line& line) {
     if (const std::string fault = sal::ModuleLoader::faultIn(line.text); !fault.empty())
         m_loadFault = fault;
+    if (const auto crash = sal::CrashNote::in(line.text))
+        m_crash = crash;
     if (hasRoomFor(line.text.size()))
         m_sink(m_driverID, line, false);
 }

@@ -4,11 +4,14 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "UniqueFd.h"
+#include "sal/CrashNote.h"
 #include "sal/LogManager.h"
 
 /// What one driver process writes to its standard error, line by line: the lines of its log as it has logged
@@ -46,6 +49,8 @@ public:
 
     /// The last of what the process has not logged.
     std::vector<std::string> lastWords() const;
+    /// On which thread it dies, when it has said so since the last call.
+    std::optional<sal::CrashNote::Crash> takeCrash() { return std::exchange(m_crash, std::nullopt); }
     /// Why it could not load its module, as it has logged it; empty when it has not.
     const std::string& loadFault() const { return m_loadFault; }
 
@@ -69,4 +74,5 @@ private:
     std::size_t m_leftOut = 0;
     std::deque<std::string> m_lastWords;
     std::string m_loadFault;
+    std::optional<sal::CrashNote::Crash> m_crash;
 };

@@ -1,5 +1,7 @@
 #include "ProcessReading.h"
 
+#include <unistd.h>
+
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -40,6 +42,12 @@ std::optional<ProcessReading> ProcessReading::parse(const std::string& stat, con
         reading.isTraced = pid != 0;
     }
     return reading;
+}
+
+bool ProcessReading::hasThread(int pid, int thread) {
+    const std::string directory =
+        "/proc/" + std::to_string(pid) + "/task/" + std::to_string(thread) + "/stat";
+    return ::access(directory.c_str(), F_OK) == 0;
 }
 
 std::optional<ProcessReading> ProcessReading::read(int pid) {

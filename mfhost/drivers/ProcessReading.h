@@ -13,6 +13,9 @@ struct ProcessReading {
     /// Nothing when there is no such process.
     static std::optional<ProcessReading> read(int pid);
 
-    /// The same from the texts of "stat" and "status".
+    /// Whether it runs and has that thread.
+    static bool hasThread(int pid, int thread);
+
+    /// The same as read() from the texts of "stat" and "status".
     static std::optional<ProcessReading> parse(const std::string& stat, const std::string& status);
 };

@@ -14,6 +14,7 @@
 
 #include "HostLog.h"
 #include "Needed.h"
+#include "Printable.h"
 #include "ProcessReading.h"
 #include "QueueNames.h"
 #include "ThreadName.h"
@@ -24,6 +25,8 @@ namespace {
 constexpr int s_noQueueCode = 1;
 /// A process that is started again has come up in that time, or it is looked for less often.
 constexpr std::chrono::seconds s_startTime{10};
+/// Of the stack of a process that dies, in the log and in what its driver says last.
+constexpr std::size_t s_crashLines = 32;
 /// How long a process that has let go of its queues may take to end by itself.
 constexpr std::chrono::milliseconds s_lossPatience{2000};
 /// Refusals of a queue's name over this time are a wait for it and not a single try.
@@ -650,6 +653,12 @@ void ProcessSupervisor::checkStacks() {
     for (Process& process : m_processes.lock()) {
         if (!process.pStacks || !process.pStacks->isDone())
             continue;
+        if (process.crashSignal != 0) {
+            tellCrash(process);
+            process.pStacks.reset();
+            process.signal(process.crashSignal);
+            continue;
+        }
         logStacks(*process.pStacks);
         process.pStacks.reset();
         if (process.terminated)
@@ -657,6 +666,56 @@ void ProcessSupervisor::checkStacks() {
         process.terminated = Clock::now();
         process.signal(SIGTERM);
     }
+}
+
+void ProcessSupervisor::processCrashes(int pid, const sal::CrashNote::Crash& crash) {
+    for (Process& process : m_processes.lock()) {
+        // Of one that hangs the stacks are being read already; another process's thread is none of its own.
+        if (process.pid != pid || process.crashSignal != 0 || process.pStacks ||
+            !ProcessReading::hasThread(pid, crash.thread))
+            continue;
+        process.crashSignal = crash.signal;
+        try {
+            process.pStacks = std::make_unique<StackDump>(
+                crash.thread, m_settings.stacksLimit, [this] { wake(); }, StackDump::EThreads::One);
+        } catch (const std::exception& error) {
+            hostLog(sal::LogOutput::eWarning)
+                << process.driverID << ": its stack cannot be read: " << error.what() << std::endl;
+            process.signal(crash.signal);
+        }
+    }
+}
+
+/// In one block, and with what its driver says last.
+void ProcessSupervisor::tellCrash(const Process& process) const {
+    std::vector<std::string> lines;
+    std::istringstream text(process.pStacks->text());
+    std::size_t left = 0;
+    for (std::string line; std::getline(text, line);) {
+        if (lines.size() < s_crashLines)
+            lines.push_back(base::printable(line));
+        else
+            ++left;
+    }
+    if (left > 0)
+        lines.push_back("... and " + std::to_string(left) + " lines more");
+    const bool isRead = std::any_of(lines.begin(), lines.end(),
+                                    [](const std::string& line) { return line.starts_with('#'); });
+    auto& line = hostLog(sal::LogOutput::eError);
+    line << process.driverID << ": process " << process.pid;
+    if (isRead)
+        line << " dies here:";
+    else if (lines.empty())
+        line << " dies; there is no stack of it: eu-stack (package elfutils) is missing or too slow";
+    else
+        line << " dies; its stack cannot be read: " << lines.back();
+    line << std::endl;
+    if (!isRead)
+        return;
+    for (const std::string& each : lines)
+        hostLog(sal::LogOutput::eError) << "    " << each << std::endl;
+    if (m_environment.noteStack)
+        m_environment.noteStack(process.pid, lines);
 }
 
 void ProcessSupervisor::logStacks(const StackDump& stacks) {

@@ -22,6 +22,7 @@
 #include "StopLimits.h"
 #include "TrafficMeter.h"
 #include "Wakeup.h"
+#include "sal/CrashNote.h"
 #include "sal/MessageQueue.h"
 #include "sal/Process.h"
 
@@ -77,6 +78,8 @@ public:
         /// The process has ended: when this returns, what it has written is in the log. Why it could not load
         /// its module, as it has said; empty where it has not.
         std::function<std::string(const std::string& driverID, int pid)> endErrors = nullptr;
+        /// Where a process dies, line by line, before its end is told of. May be none.
+        std::function<void(int pid, const std::vector<std::string>& lines)> noteStack = nullptr;
         /// As the operations of sal::MessageQueue.
         std::function<bool(const std::string& queueName)> hasReader = &sal::MessageQueue::hasReader;
         std::function<bool(const std::vector<std::string>& queueNames, std::size_t most, int timeout)>
@@ -100,6 +103,9 @@ public:
     /// processors have neither attached to their input queue nor ended. One that takes longer than all the
     /// time is named in the log, once.
     void awaitStart(int pid, unsigned int seconds) override;
+
+    /// A process says on which of its threads it dies, and waits: its stack is read, and it dies. Any thread.
+    void processCrashes(int pid, const sal::CrashNote::Crash& crash);
 
     /// Learns of ends that have come by now: when it returns, the table and the store have been told of them.
     /// Any thread, without the locks of these two.
@@ -148,6 +154,7 @@ private:
     void lost(const QueueLossDetector::Verdict& verdict);
     void checkStacks();
     static void logStacks(const StackDump& stacks);
+    void tellCrash(const Process& process) const;
     static void terminate(Process& process, const std::string& reason);
     std::string whoHoldsUp(const CommandActivity& activity);
 

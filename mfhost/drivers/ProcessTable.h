@@ -32,6 +32,7 @@ public:
         bool isKilled = false;
         std::string hang = {};  ///< how it hangs or has lost a queue; empty while it does not
         std::unique_ptr<StackDump> pStacks = nullptr;
+        int crashSignal = 0;  ///< of which it is dying, once it has said so; it waits until its stack is read
         std::optional<Clock::time_point> replaced =
             {};                    ///< when a newer one of its driver began, or it was unloaded
         bool isRestart = false;    ///< the host has started it by itself

@@ -111,6 +111,48 @@ TEST_F(FaultyProcess, StacksOfOneThatHangsStandInTheLog) {
     EXPECT_EQ(end(), 0);
 }
 
+// It is ended as it died: the driver's own stack is read while it waits.
+TEST_F(FaultyProcess, StackOfOneThatDiesStandsInTheLogAndInItsLastWords) {
+    if (std::system("command -v eu-stack >/dev/null") != 0)
+        GTEST_SKIP() << "needs the command eu-stack (package elfutils)";
+    configure("queue");
+    HostProcess& host = start(call({"--restart-delay", "0.1", "--log-level", "5"}));
+    expectServes(host, "BAD");
+    const std::string driver = std::to_string(host.driverProcess("BAD"));
+    host.type("sendFID BAD.FAULT.CRASH");
+    ASSERT_TRUE(host.waitForLog("BAD: is started again")) << host.log();
+    const std::string log = host.log();
+    std::size_t at = 0;
+    for (const std::string& text :
+         {"BAD MFD: Dies of signal 11 on thread " + driver + "\n",
+          "HOST: BAD: process " + driver + " dies here:\n", std::string(" Fault::strike"),
+          "HOST: BAD: process " + driver + " ended unexpectedly: signal 11 (Segmentation fault); "}) {
+        at = log.find(text, at);
+        ASSERT_NE(at, std::string::npos) << text << "\n" << log;
+    }
+    EXPECT_TRUE(host.repliesWith("log BAD", "^ +#[0-9]+ .* Fault::strike")) << host.output();
+    expectServes(host, "BAD");
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(FaultyProcess, WithoutAReaderOfStacksItDiesAllTheSame) {
+    configure("queue");
+    HostProcess::Start start = call({"--restart-delay", "0.1", "--log-level", "5"});
+    start.environment["PATH"] = "/nowhere";
+    HostProcess& host = this->start(start);
+    expectServes(host, "BAD");
+    const std::string driver = std::to_string(host.driverProcess("BAD"));
+    host.type("sendFID BAD.FAULT.ABORT");
+    ASSERT_TRUE(host.waitForLog("BAD: is started again")) << host.log();
+    EXPECT_THAT(host.log(),
+                HasSubstr("BAD: process " + driver +
+                          " dies; there is no stack of it: eu-stack (package elfutils) is missing "
+                          "or too slow\n"));
+    EXPECT_THAT(host.log(),
+                HasSubstr("BAD: process " + driver + " ended unexpectedly: signal 6 (Aborted); "));
+    EXPECT_EQ(end(), 0);
+}
+
 TEST_F(FaultyProcess, OneThatADebuggerHoldsIsNotTakenForHung) {
     configure("queue");
     HostProcess& host = start(call({"--hang-timeout", "2", "--log-level", "5"}));

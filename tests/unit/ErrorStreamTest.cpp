@@ -62,6 +62,27 @@ protected:
     sal::LogManager::Line m_last;
 };
 
+TEST_F(ErrorStreamTest, TellsOfACrashOnce) {
+    ErrorStream sut = make();
+    write(logged("4", "AXIS1 MFD", "Runs /opt/axis.so"));
+    EXPECT_TRUE(sut.read(1 << 20));
+    EXPECT_FALSE(sut.takeCrash());
+    write("half a line\n" + logged("1", "AXIS1 MFD", "Dies of signal 11 on thread 4711"));
+    EXPECT_TRUE(sut.read(1 << 20));
+    const auto crash = sut.takeCrash();
+    ASSERT_TRUE(crash);
+    EXPECT_EQ(crash->signal, 11);
+    EXPECT_EQ(crash->thread, 4711);
+    EXPECT_FALSE(sut.takeCrash());
+}
+
+TEST_F(ErrorStreamTest, BareTextIsNoCrash) {
+    ErrorStream sut = make();
+    write("Dies of signal 11 on thread 4711\n");
+    EXPECT_TRUE(sut.read(1 << 20));
+    EXPECT_FALSE(sut.takeCrash());
+}
+
 }  // namespace
 
 TEST_F(ErrorStreamTest, LineOfTheLogGoesOnAsItIs) {

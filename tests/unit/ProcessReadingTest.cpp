@@ -64,3 +64,9 @@ TEST(ProcessReading, SeesATracedProcess) {
     ASSERT_TRUE(reading);
     EXPECT_TRUE(reading->isTraced);
 }
+
+TEST(ProcessReading, KnowsWhoseThreadItIs) {
+    EXPECT_TRUE(ProcessReading::hasThread(::getpid(), ::getpid()));
+    EXPECT_FALSE(ProcessReading::hasThread(::getpid(), 1));
+    EXPECT_FALSE(ProcessReading::hasThread(1 << 30, 1));
+}
