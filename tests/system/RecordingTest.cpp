@@ -163,6 +163,21 @@ TEST_F(RecordingOfAHost, HangIsAVerdict) {
     EXPECT_THAT(boxes(), Contains(ContainsRegex("-T-hung-for-.*[.]seg$")));
 }
 
+TEST_F(RecordingOfAHost, BlackBoxOfADriverThatDiesHasItsStack) {
+    if (std::system("command -v eu-stack >/dev/null") != 0)
+        GTEST_SKIP() << "needs the command eu-stack (package elfutils)";
+    HostProcess& host = startAndWait();
+    const std::string driver = std::to_string(host.driverProcess("T"));
+    host.type("sendFID T.DIE");
+    EXPECT_TRUE(records("T exit signal 6 [(]Aborted[)]$"));
+    EXPECT_EQ(end(), 0);
+    ASSERT_THAT(boxes(), SizeIs(1));
+    Lines lines;
+    add(lines, boxes().front());
+    EXPECT_THAT(lines, Contains(HasSubstr("HOST: T: process " + driver + " dies here:")));
+    EXPECT_THAT(lines, Contains(ContainsRegex(" #[0-9]+ .* abort")));
+}
+
 TEST_F(RecordingOfAHost, EndInOrderLeavesItOnTheDiskAndNothingInMemory) {
     HostProcess& host = startAndWait();
     ASSERT_THAT(rings(), SizeIs(1));

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <future>
 #include <mutex>
 
 #include "HangGuard.h"
@@ -105,6 +106,38 @@ TEST_F(DriverErrorsTest, FaultOfTheModuleIsToldAtTheEnd) {
           "cannot load the driver module /a.so: file too short\n");
     pipe.reset();
     EXPECT_EQ("file too short", m_sut.ended(1).loadFault);
+}
+
+TEST_F(DriverErrorsTest, StackOfAProcessComesAfterItsLastWords) {
+    auto pipe = add("A", 1);
+    write(pipe, "terminate called\n");
+    m_sut.noteStack(2, {"#0 other"});
+    m_sut.noteStack(1, {"#0 abort", "#1 strike"});
+    pipe.reset();
+    EXPECT_THAT(m_sut.ended(1).last, ElementsAre("terminate called", "#0 abort", "#1 strike"));
+}
+
+TEST_F(DriverErrorsTest, CrashIsToldWithItsProcess) {
+    std::promise<std::string> told;
+    DriverErrors sut([](const auto&, const auto&, bool) {},
+                     {.onCrash = [&told](int pid, const sal::CrashNote::Crash& crash) {
+                         told.set_value(std::to_string(pid) + " " + std::to_string(crash.signal) + " " +
+                                        std::to_string(crash.thread));
+                     }});
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK), 0);
+    const base::UniqueFd pipe(ends[1]);
+    sut.add("A", 7, ends[0]);
+    sut.start();
+    write(pipe,
+          "\n\x1e"
+          "1\x1f"
+          "1\x1f"
+          "A MFD\x1f"
+          "Dies of signal 11 on thread 9\n");
+    auto crash = told.get_future();
+    ASSERT_EQ(crash.wait_for(c_hangGuard), std::future_status::ready);
+    EXPECT_EQ(crash.get(), "7 11 9");
 }
 
 TEST_F(DriverErrorsTest, ProcessThatIsNotKnownHasSaidNothing) {

@@ -483,6 +483,28 @@ TEST_F(ProcessSupervisorTest, LogsAnUnexpectedEndInOneLine) {
     EXPECT_EQ(1, loggedLines());
 }
 
+TEST_F(ProcessSupervisorTest, ProcessThatSaysThatItDiesIsLetDieOfItsSignal) {
+    startAsleep("A");
+    const int pid = driver("A").pid;
+    m_sut.processCrashes(pid, {.signal = SIGABRT, .thread = pid});
+    ASSERT_TRUE(hasEnded("A"));
+    EXPECT_EQ("signal 6 (Aborted)", causeOf("A"));
+    EXPECT_TRUE(hasLogged("A: process " + std::to_string(pid) + " dies"));
+    EXPECT_TRUE(hasLogged(" ended unexpectedly: signal 6 (Aborted)"));
+}
+
+TEST_F(ProcessSupervisorTest, ThreadOfAnotherProcessIsNotLookedAt) {
+    startAsleep("A");
+    startAsleep("B");
+    m_sut.processCrashes(driver("A").pid, {.signal = SIGABRT, .thread = driver("B").pid});
+    m_sut.processCrashes(1 << 30, {.signal = SIGABRT, .thread = driver("B").pid});
+    m_sut.processCrashes(driver("B").pid, {.signal = SIGTRAP, .thread = driver("B").pid});
+    ASSERT_TRUE(hasEnded("B"));
+    EXPECT_EQ("signal 5 (Trace/breakpoint trap)", causeOf("B"));
+    EXPECT_TRUE(driver("A").isAlive);
+    EXPECT_EQ(0, linesWith("A: process "));
+}
+
 TEST_F(ProcessSupervisorTest, RestartsBelongToTheKindOfEndBefore) {
     const auto restarts = [this](const std::string& script) {
         start("A", script);
