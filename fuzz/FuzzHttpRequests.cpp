@@ -32,7 +32,7 @@ public:
 
     const HttpLimits& limits() const override { return m_limits; }
     std::shared_ptr<ApiThreadDoor> door() const override { return m_pDoor; }
-    bool takeRequest(const ApiCaller&) override { return true; }
+    bool takeRequest(const ApiCaller&, const HttpRequest&) override { return true; }
     std::size_t& unsent() override { return m_unsent; }
     void ended(std::uint64_t) override { hasEnded = true; }
 

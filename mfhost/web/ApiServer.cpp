@@ -100,7 +100,7 @@ public:
 
     const HttpLimits& limits() const override { return m_settings.limits; }
     std::shared_ptr<ApiThreadDoor> door() const override { return m_pDoor; }
-    bool takeRequest(const ApiCaller& caller) override;
+    bool takeRequest(const ApiCaller& caller, const HttpRequest& request) override;
     void handle(HttpRequest request, const ApiCaller& connection,
                 std::function<void(ApiAnswer)> answer) override;
     std::size_t& unsent() override { return m_unsent; }
@@ -269,7 +269,7 @@ void ApiServer::Thread::refuse(const base::UniqueFd& socket, const ApiAnswer& an
     static_cast<void>(::recv(socket.get(), piece.data(), piece.size(), MSG_DONTWAIT));
 }
 
-bool ApiServer::Thread::takeRequest(const ApiCaller& caller) {
+bool ApiServer::Thread::takeRequest(const ApiCaller& caller, const HttpRequest&) {
     m_list.countRequest(caller.session);
     const auto found = m_sessions.find(caller.session);
     return m_rate.take(found != m_sessions.end() && found->second.holder.isFavoured, Clock::now());

@@ -124,6 +124,12 @@ public:
         m_owner.ended(m_caller.session);
     }
 
+    /// Whether nothing is under way: no answer is owed, and of the next request nothing has come.
+    bool isIdle() const {
+        return m_entries.empty() && !m_next && m_input.empty() &&
+               m_reader.state() == HttpReader::EState::Between;
+    }
+
 private:
     using Clock = std::chrono::steady_clock;
     using Time = std::optional<Clock::time_point>;
@@ -256,7 +262,7 @@ private:
         entry.closes = m_takesNoMore = m_refusal || !request.isKeptAlive;
         if (m_refusal) {
             fill(entry, *m_refusal);
-        } else if (!m_owner.takeRequest(m_caller)) {
+        } else if (!m_owner.takeRequest(m_caller, request)) {
             fill(entry,
                  ApiFault(ECode::TooMany, "the host takes " + std::to_string(m_limits.requestsPerSecond) +
                                               " requests a second"));

@@ -18,8 +18,8 @@ public:
     virtual const HttpLimits& limits() const = 0;
     virtual std::shared_ptr<ApiThreadDoor> door() const = 0;
 
-    /// The session has a request; whether it may begin, or there are too many now.
-    virtual bool takeRequest(const ApiCaller& caller) = 0;
+    /// The session has this request; whether it may begin, or there are too many now.
+    virtual bool takeRequest(const ApiCaller& caller, const HttpRequest& request) = 0;
     /// Answers it once, at once or later, on any thread; HEAD comes as GET. Does not throw.
     virtual void handle(HttpRequest request, const ApiCaller& connection,
                         std::function<void(ApiAnswer)> answer) = 0;

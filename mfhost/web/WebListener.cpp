@@ -149,7 +149,7 @@ void WebListener::take(PlainStream socket) {
     const auto local = socket.local_endpoint(error);
     const auto remote = error ? Tcp::endpoint() : socket.remote_endpoint(error);
     // Who is gone already, or one too many: the connection ends here.
-    if (error || m_connections.size() >= m_parts.limits.connections)
+    if (error || !makeRoom())
         return;
     const std::string localAddress = addressText(local.address());
     const std::uint64_t id = ++m_lastConnection;
@@ -161,6 +161,33 @@ void WebListener::take(PlainStream socket) {
         beginTls(id, std::move(socket));
     else
         beginHttp(id, std::move(socket));
+}
+
+/// A connection costs a stranger nothing: those of sessions stay, the strangers' oldest one goes. One of a
+/// session goes only while nothing is under way on it; a browser opens another one then.
+bool WebListener::makeRoom() {
+    std::size_t count = 0;
+    Connection* pStranger = nullptr;
+    Connection* pIdle = nullptr;
+    for (auto& [id, connection] : m_connections) {
+        if (connection.isPage || connection.isGivingWay)
+            continue;
+        ++count;
+        if (!connection.isKnown && !pStranger)
+            pStranger = &connection;
+        if (connection.isKnown && !pIdle && connection.isIdle())
+            pIdle = &connection;
+    }
+    if (count < m_parts.limits.connections)
+        return true;
+    Connection* const pLeaving = pStranger ? pStranger : pIdle;
+    if (!pLeaving)
+        return false;
+    pLeaving->isGivingWay = true;
+    // It may end at once, and with it the object that has the function.
+    const auto close = pLeaving->close;
+    close();
+    return true;
 }
 
 void WebListener::beginTls(std::uint64_t id, PlainStream socket) {
@@ -197,6 +224,7 @@ void WebListener::beginHttp(std::uint64_t id, Stream stream) {
     Connection& connection = m_connections[id];
     connection.stop = [pSession] { pSession->stop(); };
     connection.close = [pSession] { pSession->close(); };
+    connection.isIdle = [pSession] { return pSession->isIdle(); };
     pSession->start();
 }
 
@@ -209,13 +237,16 @@ std::optional<ApiAnswer> WebListener::takeOver(std::uint64_t id, Stream& stream,
         return ApiFault(ECode::NotFound, std::string("a WebSocket is had by GET ") + s_live).answer();
     connection.token = m_gate.tokenOf(request, connection.place);
     // Elsewhere than on the machine itself strangers do not even get a channel.
-    if (!connection.place.isLoopback && !m_parts.sessions.find(connection.token))
+    const bool isKnown = m_parts.sessions.isToken(connection.token);
+    if (!connection.place.isLoopback && !isKnown)
         return ApiFault(ECode::SessionNeeded, "a session is needed; mfctl panel opens one").answer();
     connection.pPage = LiveConnection::make(std::move(stream), request, id, *this);
     const auto close = [pPage = connection.pPage] { pPage->close(); };
     // Pages are told by the channel.
     connection.stop = [] {};
     connection.close = close;
+    connection.isIdle = [] { return false; };
+    connection.isKnown = isKnown;
     connection.pPage->start();
     return std::nullopt;
 }
@@ -254,8 +285,11 @@ void WebListener::closeAll() {
 
 // --- requests
 
-bool WebListener::takeRequest(const ApiCaller&) {
-    return m_rate.take(true, Clock::now());
+bool WebListener::takeRequest(const ApiCaller& connection, const HttpRequest& request) {
+    Connection& place = m_connections.at(connection.session);
+    const bool isOfSession = m_parts.sessions.isToken(m_gate.tokenOf(request, place.place));
+    place.isKnown = place.isKnown || isOfSession;
+    return m_rate.take(isOfSession, Clock::now());
 }
 
 void WebListener::handle(HttpRequest request, const ApiCaller& connection,
@@ -383,6 +417,14 @@ void WebListener::pageCame(std::uint64_t id, const std::string& message) {
         connection.pPage->sendLast(LiveChannel::bye("revoked", "a session is needed; mfctl panel opens one"));
         return;
     }
+    const auto pages = static_cast<std::size_t>(std::count_if(
+        m_connections.begin(), m_connections.end(), [](const auto& each) { return each.second.isPage; }));
+    if (pages >= m_parts.limits.pages) {
+        connection.pPage->sendLast(
+            LiveChannel::bye("limit", std::to_string(pages) + " pages are open, and there may be no more"));
+        return;
+    }
+    connection.isPage = true;
     m_channel.join(id, *connection.pPage, *session);
     // It has everything at once, not at the next tick.
     m_channel.tick(Clock::now());

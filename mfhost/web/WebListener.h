@@ -30,7 +30,8 @@
 class WebListener final : public IHttpSessionOwner, private ILiveOwner {
 public:
     struct Limits {
-        std::size_t connections = 32;
+        std::size_t pages = 32;            ///< that are open
+        std::size_t connections = 32;      ///< beside these
         unsigned requestsPerSecond = 500;  ///< of all connections
         unsigned actionsPerSecond = 20;    ///< of one session
         std::chrono::milliseconds tick{50};
@@ -42,7 +43,7 @@ public:
         WebSessions& sessions;
         ILiveSource& live;
         std::string workplace;  ///< the workplace file
-        HttpLimits http;  ///< of each connection
+        HttpLimits http;        ///< of each connection
         Limits limits;
         LiveChannel::Settings channel;
     };
@@ -63,7 +64,7 @@ public:
 
     const HttpLimits& limits() const override { return m_parts.http; }
     std::shared_ptr<ApiThreadDoor> door() const override { return m_pDoor; }
-    bool takeRequest(const ApiCaller& connection) override;
+    bool takeRequest(const ApiCaller& connection, const HttpRequest& request) override;
     void handle(HttpRequest request, const ApiCaller& connection,
                 std::function<void(ApiAnswer)> answer) override;
     std::size_t& unsent() override { return m_unsent; }
@@ -79,10 +80,15 @@ private:
         std::function<void()> close;
         std::shared_ptr<LiveConnection> pPage;  ///< of one that has become a page's channel
         std::string token;                      ///< of the request that it began with
+        std::function<bool()> isIdle = [] { return false; };
+        bool isKnown = false;      ///< a request of a session has come by it
+        bool isPage = false;       ///< of a session
+        bool isGivingWay = false;  ///< it ends, to make room
     };
 
     void accept();
     void take(PlainStream socket);
+    bool makeRoom();
     void beginTls(std::uint64_t id, PlainStream socket);
     template <class Stream>
     void beginHttp(std::uint64_t id, Stream stream);

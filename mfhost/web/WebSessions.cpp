@@ -213,11 +213,22 @@ std::optional<WebSessions::Session> WebSessions::find(const std::string& token) 
     return session;
 }
 
-bool WebSessions::isOpen(std::uint64_t id) const {
-    const std::lock_guard lock(m_mutex);
+bool WebSessions::holds(std::uint64_t id) const {
     const auto found = m_sessions.find(id);
     return found != m_sessions.end() &&
            (!found->second.session.expires || *found->second.session.expires > m_now());
+}
+
+bool WebSessions::isToken(const std::string& token) const {
+    const std::string hash = hashOf(token);
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_byHash.find(hash);
+    return found != m_byHash.end() && holds(found->second);
+}
+
+bool WebSessions::isOpen(std::uint64_t id) const {
+    const std::lock_guard lock(m_mutex);
+    return holds(id);
 }
 
 bool WebSessions::end(std::uint64_t id) {

@@ -69,6 +69,8 @@ public:
     std::uint64_t takeNumber();
     /// The session of a token, which counts a request.
     std::optional<Session> find(const std::string& token);
+    /// Whether it is the token of a session, which counts no request.
+    bool isToken(const std::string& token) const;
     bool isOpen(std::uint64_t id) const;
     /// False when there is none of that number.
     bool end(std::uint64_t id);
@@ -89,6 +91,7 @@ private:
     };
 
     // Under the lock.
+    bool holds(std::uint64_t id) const;
     void forgetOld(Clock::time_point now);
     std::optional<Code> take(const std::string& code, std::string& refusal);
     const Session& add(Session session, const std::string& hash);

@@ -252,17 +252,82 @@ TEST_F(WebListenerTest, SessionHasTwentyActionsASecond) {
     EXPECT_EQ(client.ask(request("GET", "/api/v1", bearer(given))).status, 200);
 }
 
-TEST_F(WebListenerTest, ConnectionsBeyondTheLimitEndAndThoseThatEndMakeRoom) {
+TEST_F(WebListenerTest, OfTooManyConnectionsOfStrangersTheOldestEnds) {
     limits.connections = 2;
     start();
-    auto first = std::make_unique<HttpClient>(connected());
+    HttpClient first = connected();
     HttpClient second = connected();
-    EXPECT_EQ(first->ask(request("GET", "/")).status, 200);
+    EXPECT_EQ(first.ask(request("GET", "/")).status, 200);
     EXPECT_EQ(second.ask(request("GET", "/")).status, 200);
-    HttpClient third = connected();
-    EXPECT_TRUE(third.isAtEnd());
-    first.reset();
-    EXPECT_TRUE(eventually([this] { return connected().ask(request("GET", "/")).status == 200; }));
+    EXPECT_EQ(connected().ask(request("GET", "/")).status, 200);
+    EXPECT_TRUE(first.isAtEnd());
+    EXPECT_EQ(second.ask(request("GET", "/")).status, 200);
+}
+
+TEST_F(WebListenerTest, ConnectionsOfSessionsStayWhereStrangersCrowdIn) {
+    limits.connections = 3;
+    start();
+    const std::string given = token();
+    HttpClient own = connected();
+    ASSERT_EQ(own.ask(request("GET", "/api/v1", bearer(given))).status, 200);
+    std::vector<HttpClient> strangers;
+    for (int i = 0; i < 20; ++i)
+        strangers.push_back(connected());
+    EXPECT_EQ(ask("GET", "/api/v1", bearer(given)).status, 200);
+    EXPECT_EQ(own.ask(request("GET", "/api/v1", bearer(given))).status, 200);
+}
+
+TEST_F(WebListenerTest, IdleConnectionOfASessionMakesRoom) {
+    limits.connections = 2;
+    start();
+    const std::string given = token();
+    HttpClient idle = connected();
+    HttpClient busy = connected();
+    ASSERT_EQ(idle.ask(request("GET", "/api/v1", bearer(given))).status, 200);
+    ASSERT_EQ(busy.ask(request("GET", "/api/v1", bearer(given))).status, 200);
+    const std::string begun = request("GET", "/api/v1", bearer(given));
+    busy.send(begun.substr(0, 10));
+    ASSERT_TRUE(busy.waitUntilRead());
+    EXPECT_EQ(ask("GET", "/api/v1", bearer(given)).status, 200);
+    EXPECT_TRUE(idle.isAtEnd());
+    EXPECT_EQ(busy.ask(begun.substr(10)).status, 200);
+}
+
+TEST_F(WebListenerTest, OpenPagesLeaveRoomForTheirRequests) {
+    limits.pages = 2;
+    limits.connections = 1;
+    start();
+    const std::string given = token();
+    const auto pFirst = openPage(authorize(given));
+    ASSERT_THAT(pFirst->socket.receive(), HasSubstr("hello"));
+    const auto pSecond = openPage(authorize(given));
+    ASSERT_THAT(pSecond->socket.receive(), HasSubstr("hello"));
+    EXPECT_EQ(ask("POST", "/api/v1/fid", bearer(given)).status, 200);
+    EXPECT_EQ(openPage(authorize(given))->socket.receive(),
+              R"({"kind":"bye","code":"limit","text":"2 pages are open, and there may be no more"})");
+    source.version = 2;
+    EXPECT_THAT(pFirst->socket.receiveWith(R"("news":2)"), HasSubstr("chunk"));
+}
+
+TEST_F(WebListenerTest, ChannelThatHasNotSaidWhoItIsGivesWay) {
+    limits.connections = 1;
+    start();
+    HttpClient client = connected();
+    WebSocketClient silent;
+    ASSERT_EQ(silent.open(client, "/api/v1/live", host()).status, 101);
+    EXPECT_EQ(ask("GET", "/").status, 200);
+    EXPECT_EQ(silent.receive(), "");
+}
+
+TEST_F(WebListenerTest, RequestsOfStrangersLeaveSomeForSessions) {
+    limits.requestsPerSecond = 20;
+    start();
+    const std::string given = token();
+    int status = 200;
+    for (int i = 0; i < 1000 && status != 429; ++i)
+        status = ask("GET", "/").status;
+    EXPECT_EQ(status, 429);
+    EXPECT_EQ(ask("GET", "/api/v1", bearer(given)).status, 200);
 }
 
 // --- pages
