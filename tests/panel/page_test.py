@@ -145,6 +145,33 @@ class Page(unittest.TestCase):
         self.assertEqual(self.js("return [location.hash, localStorage.getItem('mfhost.token')]"), ["#now", "token-1"])
         self.assertEqual(host.codes, {"123456"})
 
+    def open_by_name(self, host, page="#code=open-sesame"):
+        """The machine's own name: the page cannot tell that it leads to the machine itself."""
+        self.driver.get(host.url.replace("127.0.0.1", "hall.localhost") + page)
+
+    def test_token_is_kept_under_every_name_of_the_machine(self):
+        host = self.host()
+        self.open_by_name(host)
+        self.wait_for_link("live")
+        self.driver.refresh()
+        self.wait_for_link("live")
+        self.click("Sign out")
+        self.wait_for("Sign in", "main")
+        self.assertEqual(self.js("return localStorage.getItem('mfhost.token')"), None)
+
+    def test_where_the_host_keeps_a_cookie_no_script_sees_it(self):
+        host = self.host()
+        host.by_cookie = True
+        # One of a host that was reached under this name as its own machine's.
+        self.open_by_name(host, "favicon.svg")
+        self.js("localStorage.setItem('mfhost.token', 'token-0')")
+        self.open_by_name(host)
+        self.wait_for_link("live")
+        self.driver.refresh()
+        self.wait_for_link("live")
+        self.assertEqual(self.js("return [document.cookie, localStorage.getItem('mfhost.token')]"), ["", None])
+        self.assertEqual([each["httpOnly"] for each in self.driver.get_cookies()], [True])
+
     def test_wrong_digits_are_told_and_right_ones_open_a_session(self):
         host = self.host()
         self.open(host, "values", signed_in=False)

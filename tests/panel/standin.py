@@ -87,6 +87,7 @@ class StandIn:
     def __init__(self, role="admin", workplace="hall.xml"):
         self.role, self.workplace, self.instance = role, workplace, "first"
         self.token = "token-1"
+        self.by_cookie = False  # the page never sees the token, as elsewhere than on the host's machine
         self.codes = {"open-sesame", "123456"}
         self.values, self.drivers, self.alarms, self.records = {}, {}, [], []
         self.files = {1: "<a/>\n<b/>", 2: "<a/>\n<c/>"}
@@ -220,7 +221,7 @@ class StandIn:
             return
         message = json.loads(first)
         unknown = set(message) - {"authorize", "page"}
-        if unknown or message.get("authorize") != self.token:
+        if unknown or (not self.is_allowed(handler) if self.by_cookie else message.get("authorize") != self.token):
             self.faults.append(f"live: {message}")
             page.send({"kind": "bye", "code": "revoked", "text": "This session is not open."})
             page.close()
@@ -330,7 +331,8 @@ class StandIn:
         self.answer(handler, 200, file.read_bytes(), TYPES[file.suffix], [("Content-Security-Policy", POLICY), ("X-Content-Type-Options", "nosniff")])
 
     def is_allowed(self, handler):
-        if handler.headers.get("Authorization") == f"Bearer {self.token}":
+        cookie, bearer = handler.headers.get("Cookie", ""), handler.headers.get("Authorization", "")
+        if f"mfhost-hall={self.token}" in cookie.split("; ") if self.by_cookie else bearer == f"Bearer {self.token}":
             return True
         self.refuse(handler, 401, "session-needed", "a session is needed; mfctl panel opens one")
         return False
@@ -407,7 +409,9 @@ class StandIn:
             self.refuse(handler, 403, "not-allowed", "This code does not hold.")
         else:
             self.codes.discard(body["code"])
-            self.answer(handler, 200, {"token": self.token, "role": self.role, "user": "anna", "workplace": self.workplace})
+            answer = {"role": self.role, "user": "anna", "workplace": self.workplace}
+            cookie = [("Set-Cookie", f"mfhost-hall={self.token}; Path=/; Max-Age=60; HttpOnly; SameSite=Strict")]
+            self.answer(handler, 200, answer if self.by_cookie else {"token": self.token, **answer}, fields=cookie if self.by_cookie else [])
 
 
 def demo():

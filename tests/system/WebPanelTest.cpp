@@ -15,6 +15,7 @@ namespace {
 
 using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 /// The web panel of a real host, as a browser and its page see it.
@@ -130,6 +131,80 @@ TEST_F(WebPanel, SessionHoldsAfterTheHostWasStartedAnew) {
     EXPECT_EQ(host().waitForEnd(), 0);
     startAgain();
     EXPECT_THAT(page("/api/v1", "-H 'Authorization: Bearer " + token + "'"), HasSubstr(R"("role":"admin")"));
+    EXPECT_EQ(end(), 0);
+}
+
+/// The panel of an address that other machines reach, with TLS.
+class WebPanelElsewhere : public WebPanel {
+protected:
+    void startElsewhere() {
+        ASSERT_EQ(execute("ip address add 192.0.2.10/32 dev lo").text, "");
+        const std::string file = certificate();
+        execute(
+            "umask 077; openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 "
+            "-subj /CN=panel -addext subjectAltName=IP:192.0.2.10 -keyout " +
+            file + ".key -out " + file);
+        workplace().addModule("Echo");
+        workplace().configure(entry("E", "queue"));
+        startAndWait({"--control", socket(), "--web", "192.0.2.10:8443", "--web-cert", file, "--web-key",
+                      file + ".key"});
+    }
+    std::string certificate() { return workplace().directory() / "panel.pem"; }
+    /// All of the answer, or of those that the command gives; cookies are kept as a browser keeps them.
+    std::string browse(const std::string& path, const std::string& words = {}) {
+        const std::string jar = workplace().directory() / "cookies";
+        return execute("curl -sSi --max-time 60 --cacert " + certificate() + " -b " + jar + " -c " + jar +
+                       " " + words + " https:" + "//192.0.2.10:8443" + path)
+            .text;
+    }
+    std::string signInByDigits() {
+        const std::string digits = mfctl("pair --role operate").text.substr(0, 6);
+        return browse("/api/v1/session",
+                      R"(-H 'Content-Type: application/json' -d '{"code":")" + digits + "\"}'");
+    }
+    static constexpr const char* s_origin =
+        "-H 'Origin: https:"
+        "//192.0.2.10:8443' ";
+    static constexpr const char* s_webSocket =
+        "--http1.1 -H 'Connection: Upgrade' -H 'Upgrade: websocket' -H 'Sec-WebSocket-Version: 13' "
+        "-H 'Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==' ";
+};
+
+TEST_F(WebPanelElsewhere, SessionIsACookieThatNoScriptAndNoOtherSiteGetsToSee) {
+    startElsewhere();
+    EXPECT_THAT(browse("/api/v1"), HasSubstr("session-needed"));
+    const std::string opened = signInByDigits();
+    EXPECT_THAT(opened, Not(HasSubstr(R"("token")")));
+    // A name with __Host- is taken by browsers with Secure, Path=/ and no domain alone.
+    EXPECT_THAT(opened, ContainsRegex("\r\nSet-Cookie: __Host-mfhost-[a-z]+=[-_A-Za-z0-9]{43}; Path=/; "
+                                      "Max-Age=2592000; HttpOnly; SameSite=Strict; Secure\r\n"));
+    EXPECT_THAT(browse("/api/v1"), HasSubstr(R"("role":"operate","user":"root")"));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(WebPanelElsewhere, CookieCountsForThePanelsOwnPageAlone) {
+    startElsewhere();
+    ASSERT_THAT(signInByDigits(), HasSubstr(" 200 "));
+    const std::string event = R"(-H 'Content-Type: application/json' -d '{"id":"E.NEWS","value":"x"}' )";
+    EXPECT_THAT(browse("/api/v1/event", event + s_origin), HasSubstr(" 200 "));
+    EXPECT_THAT(browse("/api/v1/event", event), HasSubstr("session-needed"));
+    EXPECT_THAT(browse("/api/v1/event", event + "-H 'Origin: null' "), HasSubstr("may not ask here"));
+    EXPECT_THAT(browse("/api/v1/live", s_webSocket), HasSubstr("session-needed"));
+    EXPECT_THAT(browse("/api/v1/live", std::string(s_webSocket) + "-H 'Origin: https:" + "//evil.example' "),
+                HasSubstr("may not ask here"));
+    // It ends by itself: this page never says who it is.
+    EXPECT_THAT(browse("/api/v1/live", std::string(s_webSocket) + s_origin), HasSubstr(" 101 "));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(WebPanelElsewhere, SigningOutTakesTheCookieBack) {
+    startElsewhere();
+    ASSERT_THAT(signInByDigits(), HasSubstr(" 200 "));
+    EXPECT_THAT(browse("/api/v1/session", std::string("-X DELETE ") + s_origin),
+                ContainsRegex("\r\nSet-Cookie: __Host-mfhost-[a-z]+=; Path=/; Max-Age=0; HttpOnly; "
+                              "SameSite=Strict; Secure\r\n"));
+    EXPECT_THAT(browse("/api/v1"), HasSubstr("session-needed"));
+    EXPECT_THAT(mfctl("sessions").text, Not(HasSubstr("192.0.2.10")));
     EXPECT_EQ(end(), 0);
 }
 

@@ -114,7 +114,7 @@ export class LiveLink extends EventTarget {
         this.#socket = socket;
         this.#bye = null;
         const first = {page: this.#page};
-        if (isLoopback && token())
+        if (token())
             first.authorize = token();
         socket.addEventListener("open", () => socket.send(JSON.stringify(first)));
         socket.addEventListener("message", (event) => this.#message(socket, event.data));

@@ -1,12 +1,13 @@
 // Who the page is to the host. On the machine itself the page keeps a token, since cookies know no ports; elsewhere
-// the host keeps it in a cookie that no script sees.
+// the host keeps it in a cookie that no script sees. Which of the two the host decides: a name of the machine may lead
+// to either.
 
 const tokenName = "mfhost.token";
 
 export const isLoopback = ["127.0.0.1", "localhost", "[::1]"].includes(location.hostname);
 
 export function token() {
-    return isLoopback ? localStorage.getItem(tokenName) : null;
+    return localStorage.getItem(tokenName);
 }
 
 export function headers() {
@@ -29,8 +30,10 @@ export async function signIn(code) {
     const body = await answer.json().catch(() => ({}));
     if (!answer.ok)
         return body.error?.text ?? `The host answered ${answer.status}.`;
-    if (isLoopback && body.token)
+    if (body.token)
         localStorage.setItem(tokenName, body.token);
+    else
+        forget();
     return "";
 }
 
