@@ -33,7 +33,7 @@ void limitLength(const char* pMember, const std::string& text, std::size_t most)
 
 /// Who changes what runs stands in the log.
 void logAction(const ApiRequest& request, const std::string& what) {
-    hostLog(sal::LogOutput::eInfo) << what << ", asked for by " << request.caller.name << std::endl;
+    hostLog(sal::LogOutput::eInfo) << what << ", asked for by " << request.caller.who() << std::endl;
 }
 
 /// Where the outcome has no text.
@@ -197,7 +197,7 @@ void ApiActions::sendFid(const ApiRequest& request) const {
             else
                 pAction->end(answer);
         },
-        request.caller.name);
+        request.caller.who());
 }
 
 void ApiActions::setState(const ApiRequest& request) const {
@@ -205,7 +205,7 @@ void ApiActions::setState(const ApiRequest& request) const {
     const StateValue value = request.body.stateValue();
     limitLength("key", key, s_longestKey);
     limitLength("value", value.text(), s_longestValue);
-    perform(request.pAction, request.caller.name, "setStateValue " + key, [this, key, value] {
+    perform(request.pAction, request.caller.who(), "setStateValue " + key, [this, key, value] {
         m_context.setState(key, value);
         return ApiAnswer{.body = s_nothing};
     });
@@ -213,7 +213,7 @@ void ApiActions::setState(const ApiRequest& request) const {
 
 void ApiActions::unsetState(const ApiRequest& request) const {
     const std::string key = request.body.text("key");
-    perform(request.pAction, request.caller.name, "unsetStateValue " + key, [this, key] {
+    perform(request.pAction, request.caller.who(), "unsetStateValue " + key, [this, key] {
         if (!m_context.store.find(key)) {
             const std::string owner = key.substr(0, key.find('.') + 1);
             throw ApiFault(ECode::StateUnknown, "there is no value " + key,
@@ -227,10 +227,37 @@ void ApiActions::unsetState(const ApiRequest& request) const {
 void ApiActions::triggerEvent(const ApiRequest& request) const {
     const std::string id = request.body.text("id");
     const std::string value = request.body.anyText("value");
-    perform(request.pAction, request.caller.name, "triggerEvent " + id, [this, id, value] {
+    perform(request.pAction, request.caller.who(), "triggerEvent " + id, [this, id, value] {
         m_context.triggerEvent(id, value);
         return ApiAnswer{.body = s_nothing};
     });
+}
+
+void ApiActions::acknowledge(const ApiRequest& request) const {
+    const std::vector<std::string> keys = request.body.texts("keys", AlarmList::s_capacity);
+    std::vector<std::string> known;
+    for (const AlarmList::Alarm& alarm : m_context.alarmList())
+        known.push_back(alarm.key);
+    const std::string who = request.caller.who();
+    std::size_t count = 0;
+    JsonText json;
+    json.beginObject().name("acknowledged").beginArray();
+    for (const std::string& key : keys) {
+        if (!m_context.acknowledge(key))
+            continue;
+        ++count;
+        json.value(key);
+        const std::string line = "acknowledge " + key;
+        Observation::Command(m_context.pObservation, {.origin = stream::EOrigin::Api, .who = who}, line)
+            .setResult(true);
+        hostLog(sal::LogOutput::eInfo) << key << ": the alarm is acknowledged by " << who << std::endl;
+    }
+    // Another operator may have been faster with some of them.
+    if (count == 0)
+        throw ApiFault(ECode::AlarmUnknown, "there is no alarm " + keys.front(),
+                       base::nearest(keys.front(), known));
+    json.endArray().endObject();
+    request.pAction->end({.body = json.take()});
 }
 
 void ApiActions::playMacro(const ApiRequest& request) const {
@@ -238,7 +265,7 @@ void ApiActions::playMacro(const ApiRequest& request) const {
     if (std::find(names.begin(), names.end(), request.name) == names.end())
         throw ApiFault(ECode::MacroUnknown, "there is no macro " + request.name,
                        base::nearest(request.name, names));
-    perform(request.pAction, request.caller.name, "macro " + request.name,
+    perform(request.pAction, request.caller.who(), "macro " + request.name,
             [this, name = request.name] { return answer(m_context.playMacro(name)); });
 }
 
@@ -246,7 +273,7 @@ void ApiActions::reload(const ApiRequest& request) const {
     // A driver that only the workplace file knows is loaded for the first time.
     const std::string what = "reload of " + request.name;
     logAction(request, what);
-    perform(request.pAction, request.caller.name, what,
+    perform(request.pAction, request.caller.who(), what,
             [this, name = request.name] { return answer(m_context.reload(name), name); });
 }
 
@@ -254,7 +281,7 @@ void ApiActions::park(const ApiRequest& request) const {
     needDriver(request.name);
     const std::string what = "stop of " + request.name;
     logAction(request, what);
-    perform(request.pAction, request.caller.name, what,
+    perform(request.pAction, request.caller.who(), what,
             [this, name = request.name, who = request.caller.name] {
                 return answer(m_context.park(name, who), name);
             });
@@ -264,32 +291,32 @@ void ApiActions::unpark(const ApiRequest& request) const {
     needDriver(request.name);
     const std::string what = "start of " + request.name;
     logAction(request, what);
-    perform(request.pAction, request.caller.name, what,
+    perform(request.pAction, request.caller.who(), what,
             [this, name = request.name, who = request.caller.name] {
                 return answer(m_context.unpark(name, who), name);
             });
 }
 
 void ApiActions::plan(const ApiRequest& request) const {
-    perform(request.pAction, request.caller.name, "plan", [this] { return answerOf(m_context.plan()); });
+    perform(request.pAction, request.caller.who(), "plan", [this] { return answerOf(m_context.plan()); });
 }
 
 void ApiActions::apply(const ApiRequest& request) const {
     const std::string plan = request.body.optionalText("plan").value_or("");
     logAction(request, "apply");
-    perform(request.pAction, request.caller.name, "apply",
+    perform(request.pAction, request.caller.who(), "apply",
             [this, plan, who = request.caller.name] { return answerOf(m_context.apply(plan, who)); });
 }
 
 void ApiActions::undo(const ApiRequest& request) const {
     const unsigned number = request.body.optionalNumber("number");
     logAction(request, "undo");
-    perform(request.pAction, request.caller.name, "undo",
+    perform(request.pAction, request.caller.who(), "undo",
             [this, number, who = request.caller.name] { return answerOf(m_context.undo(number, who)); });
 }
 
 void ApiActions::check(const ApiRequest& request) const {
-    perform(request.pAction, request.caller.name, "check",
+    perform(request.pAction, request.caller.who(), "check",
             [this] { return ApiAnswer{.body = m_context.check()}; });
 }
 
@@ -298,7 +325,7 @@ void ApiActions::console(const ApiRequest& request) const {
     const unsigned columns = request.body.optionalNumber("columns");
     logAction(request, "\"" + line + "\"");
     perform(
-        request.pAction, request.caller.name, line,
+        request.pAction, request.caller.who(), line,
         [this, line, columns] {
             const ApiLine executed = m_context.console(line, columns);
             JsonText json;
@@ -310,7 +337,7 @@ void ApiActions::console(const ApiRequest& request) const {
 
 void ApiActions::shutDown(const ApiRequest& request) const {
     request.pAction->end({.body = s_nothing});
-    m_context.shutDown(request.caller.name);
+    m_context.shutDown(request.caller.who());
 }
 
 void ApiActions::openPanel(const ApiRequest& request) const {

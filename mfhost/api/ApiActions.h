@@ -34,6 +34,8 @@ public:
     void setState(const ApiRequest& request) const;
     void unsetState(const ApiRequest& request) const;
     void triggerEvent(const ApiRequest& request) const;
+    /// At once: it waits for no command.
+    void acknowledge(const ApiRequest& request) const;
     void playMacro(const ApiRequest& request) const;
     void reload(const ApiRequest& request) const;
     void park(const ApiRequest& request) const;

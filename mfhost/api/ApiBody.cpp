@@ -122,6 +122,20 @@ std::optional<std::string> ApiBody::optionalText(const std::string& name) const 
     return m_object.find(name) ? std::optional(text(name)) : std::nullopt;
 }
 
+std::vector<std::string> ApiBody::texts(const std::string& name, std::size_t most) const {
+    std::vector<std::string> texts;
+    const JsonValue& array = needed(name, EKind::Array);
+    if (array.elements.empty() || array.elements.size() > most)
+        throw invalid("\"" + name + "\" has " + std::to_string(array.elements.size()) +
+                      " elements where 1 to " + std::to_string(most) + " are taken");
+    for (const JsonValue& element : array.elements) {
+        if (element.kind != EKind::Text || element.text.empty())
+            throw invalid("an element of \"" + name + "\" is no text, or empty");
+        texts.push_back(withoutZero(element.text, "an element of \"" + name + "\""));
+    }
+    return texts;
+}
+
 std::size_t ApiBody::choice(const std::string& name, const std::vector<std::string>& words) const {
     if (!m_object.find(name))
         return 0;

@@ -28,6 +28,8 @@ public:
     std::optional<std::string> optionalText(const std::string& name) const;
     /// May be empty.
     std::string anyText(const std::string& name) const;
+    /// An array of 1 to so many of them, each not empty.
+    std::vector<std::string> texts(const std::string& name, std::size_t most) const;
     /// One of these; the first where there is none.
     std::size_t choice(const std::string& name, const std::vector<std::string>& words) const;
     /// From 1 on; 0 where there is none.

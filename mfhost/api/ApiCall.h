@@ -9,7 +9,7 @@
 enum class ERole {
     None,     ///< nothing
     View,     ///< whatever only asks
-    Operate,  ///< FIDs, values, events, macros, plans and checks
+    Operate,  ///< FIDs, values, events, alarms, macros, plans and checks
     Admin     ///< whatever changes which drivers run, and the host's end
 };
 
@@ -34,6 +34,10 @@ struct ApiCaller {
     unsigned uid = 0;
     int pid = 0;
     std::uint64_t session = 0;  ///< the number of the connection
+    std::string place = {};     ///< of a session of the web panel: "web session 4 from 192.0.2.7"
+
+    /// For log and recording: "anna (web session 4 from 192.0.2.7)".
+    std::string who() const { return place.empty() ? name : name + " (" + place + ")"; }
 };
 
 /// One request, without anything of its transport.

@@ -125,6 +125,8 @@ struct ApiContext {
     /// How many are in sight.
     std::function<std::size_t()> alarms;
     std::function<std::vector<AlarmList::Alarm>()> alarmList;
+    /// False when there is none of that key.
+    std::function<bool(const std::string& key)> acknowledge;
     std::function<std::vector<std::string>()> macroNames;
     /// The words that begin with the prefix and may follow these in a console line.
     std::function<std::vector<std::string>(const std::vector<std::string>& before, const std::string& prefix)>

@@ -15,11 +15,27 @@ struct Code {
 
 /// In the order of the enumerators.
 constexpr std::array<Code, static_cast<std::size_t>(ApiFault::ECode::Internal) + 1> s_codes{{
-    {"request-invalid", 400}, {"session-needed", 401},  {"not-allowed", 403},   {"not-found", 404},
-    {"driver-unknown", 404},  {"macro-unknown", 404},   {"state-unknown", 404}, {"method-not-allowed", 405},
-    {"request-invalid", 408}, {"fid-undelivered", 409}, {"plan-outdated", 409}, {"refused", 409},
-    {"request-differs", 409}, {"too-large", 413},       {"media-type", 415},    {"host-unknown", 421},
-    {"too-many", 429},        {"queue-full", 503},      {"busy", 503},          {"stopping", 503},
+    {"request-invalid", 400},
+    {"session-needed", 401},
+    {"not-allowed", 403},
+    {"not-found", 404},
+    {"driver-unknown", 404},
+    {"macro-unknown", 404},
+    {"state-unknown", 404},
+    {"alarm-unknown", 404},
+    {"method-not-allowed", 405},
+    {"request-invalid", 408},
+    {"fid-undelivered", 409},
+    {"plan-outdated", 409},
+    {"refused", 409},
+    {"request-differs", 409},
+    {"too-large", 413},
+    {"media-type", 415},
+    {"host-unknown", 421},
+    {"too-many", 429},
+    {"queue-full", 503},
+    {"busy", 503},
+    {"stopping", 503},
     {"internal", 500},
 }};
 

@@ -18,6 +18,7 @@ public:
         DriverUnknown,
         MacroUnknown,
         StateUnknown,
+        AlarmUnknown,
         MethodNotAllowed,
         TooSlow,  ///< the rest of the request has not come in time
         FidUndelivered,

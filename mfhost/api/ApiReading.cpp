@@ -120,6 +120,30 @@ bool isMissing(const DriverTable::Driver& driver) {
     }
 }
 
+std::string alarmsText(const std::vector<AlarmList::Alarm>& alarms, AlarmList::Clock::time_point now,
+                       bool withTimes) {
+    JsonText json;
+    json.beginArray();
+    for (const AlarmList::Alarm& alarm : alarms) {
+        std::optional<std::chrono::milliseconds> shelved;
+        if (alarm.shelvedUntil && *alarm.shelvedUntil > now)
+            shelved = std::chrono::duration_cast<std::chrono::milliseconds>(*alarm.shelvedUntil - now);
+        json.beginObject()
+            .member("key", alarm.key)
+            .member("text", alarm.text)
+            .member("raised", alarm.raised)
+            .member("count", alarm.count)
+            .member("over", alarm.isOver);
+        if (withTimes)
+            json.member("shelvedForMs", shelved);
+        else
+            json.member("shelved", shelved.has_value());
+        json.endObject();
+    }
+    json.endArray();
+    return json.take();
+}
+
 }  // namespace
 
 std::string ApiReading::host(const ApiCaller& caller) const {
@@ -483,6 +507,18 @@ std::string ApiReading::log(const ApiTarget& target) const {
     for (const ApiLogLine& line : m_context.log(query))
         writeLine(json, line);
     json.endArray().endObject();
+    return json.take();
+}
+
+ApiReading::AlarmsText ApiReading::alarmsText() const {
+    const std::vector<AlarmList::Alarm> alarms = m_context.alarmList();
+    const auto now = m_context.now();
+    return {.json = ::alarmsText(alarms, now, true), .constant = ::alarmsText(alarms, now, false)};
+}
+
+std::string ApiReading::alarms() const {
+    JsonText json;
+    json.beginObject().name("alarms").json(alarmsText().json).endObject();
     return json.take();
 }
 

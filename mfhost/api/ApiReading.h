@@ -31,6 +31,7 @@ public:
     std::string driver(const std::string& driverID) const;
     std::string state(const ApiTarget& target) const;
     std::string events() const;
+    std::string alarms() const;
     std::string queues() const;
     std::string macros() const;
     std::string completion(const ApiTarget& target) const;
@@ -53,6 +54,13 @@ public:
     };
     /// Those of all drivers, as far as ends have been looked for. Any thread.
     std::vector<DriverText> driverTexts() const;
+    /// The alarms as /alarms shows them, without what is round the array; and what of it does not change by
+    /// itself. Any thread.
+    struct AlarmsText {
+        std::string json;
+        std::string constant;
+    };
+    AlarmsText alarmsText() const;
     /// The member "driver" as /drivers shows it; none for an unknown one. Any thread.
     void addDriver(JsonText& json, const std::string& driverID) const;
     /// The IDs of all drivers. Any thread.

@@ -16,30 +16,6 @@ constexpr std::size_t s_allLines = 10000;
 /// Of the record that is written out alone; there are no others beside it.
 constexpr std::uint16_t s_driver = 1;
 
-std::string alarmsText(const std::vector<AlarmList::Alarm>& alarms, AlarmList::Clock::time_point now,
-                       bool withTimes) {
-    JsonText json;
-    json.beginArray();
-    for (const AlarmList::Alarm& alarm : alarms) {
-        std::optional<std::chrono::milliseconds> shelved;
-        if (alarm.shelvedUntil && *alarm.shelvedUntil > now)
-            shelved = std::chrono::duration_cast<std::chrono::milliseconds>(*alarm.shelvedUntil - now);
-        json.beginObject()
-            .member("key", alarm.key)
-            .member("text", alarm.text)
-            .member("raised", alarm.raised)
-            .member("count", alarm.count)
-            .member("over", alarm.isOver);
-        if (withTimes)
-            json.member("shelvedForMs", shelved);
-        else
-            json.member("shelved", shelved.has_value());
-        json.endObject();
-    }
-    json.endArray();
-    return json.take();
-}
-
 /// The members, without the brackets round them.
 std::string withoutBrackets(std::string object) {
     return object.substr(1, object.size() - 2);
@@ -90,12 +66,11 @@ void LiveSource::lookAtDrivers() {
 }
 
 void LiveSource::lookAtAlarms() {
-    const std::vector<AlarmList::Alarm> alarms = m_context.alarmList();
-    std::string constant = alarmsText(alarms, m_context.now(), false);
-    if (constant == m_alarmsConstant)
+    ApiReading::AlarmsText alarms = m_reading.alarmsText();
+    if (alarms.constant == m_alarmsConstant)
         return;
-    m_alarmsConstant = std::move(constant);
-    m_alarms = alarmsText(alarms, m_context.now(), true);
+    m_alarmsConstant = std::move(alarms.constant);
+    m_alarms = std::move(alarms.json);
     ++m_alarmsVersion;
 }
 

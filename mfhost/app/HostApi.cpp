@@ -184,6 +184,7 @@ ApiContext HostApi::context() {
             .queues = [] { return sal::MessageQueue::statuses(); },
             .alarms = [this] { return m_parts.alarms.inSight(); },
             .alarmList = [this] { return m_parts.alarms.alarms(); },
+            .acknowledge = [this](const std::string& key) { return m_parts.alarms.acknowledge(key); },
             .macroNames = [this] { return macroNames(); },
             .complete = [this](const auto& before,
                                const auto& prefix) { return m_parts.shell.complete(before, prefix); },

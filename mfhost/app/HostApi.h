@@ -38,7 +38,7 @@ public:
         StateStore& store;
         const DriverTable& drivers;
         Workplace& workplace;
-        const AlarmList& alarms;
+        AlarmList& alarms;
         CommandShell& shell;
         const LogMemory& log;
         FidSenders& senders;

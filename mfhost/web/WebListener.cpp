@@ -339,7 +339,9 @@ void WebListener::handle(HttpRequest request, const ApiCaller& connection,
                 .caller = {.role = session->role,
                            .name = session->user,
                            .uid = session->uid,
-                           .session = connection.session}},
+                           .session = connection.session,
+                           .place = "web session " + std::to_string(session->id) + " from " +
+                                    place.remoteAddress}},
                give);
     } catch (const ApiFault& fault) {
         give(fault.answer());

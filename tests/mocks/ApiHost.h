@@ -67,6 +67,10 @@ public:
             .queues = [this] { return queues; },
             .alarms = [this] { return alarms; },
             .alarmList = [this] { return alarmList; },
+            .acknowledge =
+                [this](const std::string& key) {
+                    return std::erase_if(alarmList, [&](const auto& alarm) { return alarm.key == key; }) > 0;
+                },
             .macroNames = [this] { return macroNames; },
             .complete =
                 [this](const auto& before, const auto& prefix) {

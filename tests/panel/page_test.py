@@ -392,10 +392,10 @@ class Page(unittest.TestCase):
         host.tell(alarms=[alarm, {**alarm, "key": "B", "over": True}, {**alarm, "key": "SHELVED", "shelvedForMs": 60000}])
 
         def acknowledge(body):
-            host.tell(alarms=[each for each in host.alarms if body["line"] != 'acknowledge "load \\"high\\""' or each["key"] == "B"])
-            return 200, {"output": "", "done": True}
+            host.tell(alarms=[each for each in host.alarms if each["key"] not in body["keys"]])
+            return 200, {"acknowledged": body["keys"]}
 
-        host.answers["/console"] = acknowledge
+        host.answers["/acknowledge"] = acknowledge
         self.open(host)
         self.wait_for("2 alarms, 1 shelved", ".alarm-part h2")
         self.assertEqual(self.js("return [...document.querySelectorAll('.alarm .sign')].map((each) => each.innerText)"), ["over", "on"])
@@ -405,6 +405,19 @@ class Page(unittest.TestCase):
         self.wait("the title counts one", lambda: self.driver.title == "(1) Now · hall")
         host.tell(alarms=[])
         self.wait_for("No alarms", ".alarm-part")
+
+    def test_operator_acknowledges_all_alarms_that_are_seen(self):
+        host = self.host(role="operate")
+        alarm = {"text": "above 4", "raised": "2026-11-22T15:49:02.000Z", "count": 1, "over": False, "shelvedForMs": None}
+        host.tell(alarms=[{**alarm, "key": "A"}, {**alarm, "key": "B"}, {**alarm, "key": "SHELVED", "shelvedForMs": 60000}])
+        self.open(host)
+        self.wait_for("2 alarms, 1 shelved", ".alarm-part h2")
+        self.click("Acknowledge all")
+        self.wait("it is done", lambda: host.actions)
+        self.assertEqual(host.actions, [("/acknowledge", {"keys": ["A", "B"]})])
+        host.answers["/acknowledge"] = (404, {"error": {"code": "alarm-unknown", "text": "there is no alarm A", "nearest": []}})
+        self.click("Acknowledge A")
+        self.wait_for("Acknowledge A: there is no alarm A", "#notices [data-failure]")
 
     def test_who_may_only_view_sees_why_nothing_can_be_pressed(self):
         host = self.host(role="view")

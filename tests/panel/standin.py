@@ -28,6 +28,7 @@ ACTIONS = {
     r"/state": ("operate", {"key*", "type*", "value*"}),
     r"/unset": ("operate", {"key*"}),
     r"/event": ("operate", {"id*", "value*"}),
+    r"/acknowledge": ("operate", {"keys*"}),
     r"/macros/([^/]+)/play": ("operate", set()),
     r"/drivers/([^/]+)/(reload|park|unpark)": ("admin", set()),
     r"/plan": ("operate", set()),

@@ -134,6 +134,29 @@ TEST_F(WebPanel, SessionHoldsAfterTheHostWasStartedAnew) {
     EXPECT_EQ(end(), 0);
 }
 
+TEST_F(WebPanel, OperatorAcknowledgesAnAlarmInTheNameOfTheWebSession) {
+    startWithPanel({"--restart-delay", "60", "--record-size", "1M"});
+    const std::string token = member(open(mfctl("pair --role operate").text.substr(0, 6)), "token");
+    const std::string bearer = "-H 'Authorization: Bearer " + token + "' ";
+    ASSERT_EQ(::kill(host().driverProcess("E"), SIGKILL), 0);
+    ASSERT_TRUE(eventually([&] {
+        return page("/api/v1/alarms", bearer).find(R"({"key":"E.DRIVER","text":"ended: signal 9)") !=
+               std::string::npos;
+    }));
+    const std::string keys = R"(-H 'Content-Type: application/json' -d '{"keys":["E.DRIVER"]}')";
+    ASSERT_EQ(page("/api/v1/acknowledge", bearer + keys), R"({"acknowledged":["E.DRIVER"]})");
+    EXPECT_EQ(page("/api/v1/alarms", bearer), R"({"alarms":[]})");
+    EXPECT_THAT(page("/api/v1/acknowledge", bearer + keys), HasSubstr("there is no alarm E.DRIVER"));
+    EXPECT_THAT(host().log(), ContainsRegex("HOST: E[.]DRIVER: the alarm is acknowledged by root "
+                                            "\\(web session [0-9]+ from 127[.]0[.]0[.]1\\)\n"));
+    // It is recorded by then; the limit is for a host that has not.
+    const std::string monitor =
+        (TestWorkplace::build() / "bin/mfctl").string() + " monitor --host " + socket();
+    EXPECT_THAT(execute("timeout 60 " + monitor + " --from oldest --kind command --count 1").text,
+                ContainsRegex("command acknowledge E[.]DRIVER .*root \\(web session [0-9]+ from "));
+    EXPECT_EQ(end(), 0);
+}
+
 /// The panel of an address that other machines reach, with TLS.
 class WebPanelElsewhere : public WebPanel {
 protected:

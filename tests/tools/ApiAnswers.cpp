@@ -57,6 +57,7 @@ void fill(ApiHost& host) {
          .address = "192.0.2.7",
          .used = std::chrono::system_clock::time_point(),
          .expires = std::chrono::system_clock::time_point()}};
+    host.alarmList = {{.key = "LAMP.DRIVER", .text = "ended: signal 11", .raised = {}}};
     host.webCode = {
         .refusal = "", .code = "123456", .url = "http://127.0.0.1:8080", .validFor = std::chrono::minutes(2)};
     host.fids = {{.driverID = "AXIS1", .outcome = "delivered", .fids = 3}};

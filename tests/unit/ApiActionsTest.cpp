@@ -34,7 +34,7 @@ protected:
     std::string begin(Act pAct, const std::string& json, const std::string& name = {},
                       const std::string& request = {}) {
         const ApiBody body(json, {"fid", "parameters", "wait", "key", "type", "value", "id", "plan", "number",
-                                  "line", "columns", "role", "request", "timeoutMs"});
+                                  "line", "columns", "role", "keys", "request", "timeoutMs"});
         const auto pAnswer = std::make_shared<AnswerOnce>([this](const ApiAnswer& answer) {
             m_answers.push_back(std::to_string(answer.status) + " " + answer.body);
         });
@@ -83,6 +83,8 @@ protected:
     static std::string timeless(const std::string& json) {
         return std::regex_replace(json, std::regex("\"since\":\"[^\"]*\""), "\"since\":\"TIME\"");
     }
+
+    static AlarmList::Alarm alarm(const std::string& key) { return {.key = key, .text = {}, .raised = {}}; }
 
     LogCapture m_log;
     std::vector<std::string> m_answers;
@@ -240,6 +242,36 @@ TEST_F(ApiActionsTest, EventIsTriggered) {
     EXPECT_EQ("200 {}", act(&ApiActions::triggerEvent, R"({"id":"A.DONE","value":""})"));
     EXPECT_EQ(Texts{"event A.DONE "}, m_host.calls);
     EXPECT_THAT(act(&ApiActions::triggerEvent, R"({"id":"A.DONE"})"), HasSubstr("400 "));
+}
+
+TEST_F(ApiActionsTest, AlarmsAreAcknowledgedWithTheNameOfWhoDoesIt) {
+    m_host.alarmList = {alarm("A.DRIVER"), alarm("SYS"), alarm("B.DRIVER")};
+    m_caller.place = "web session 4 from 192.0.2.7";
+    EXPECT_EQ(R"(200 {"acknowledged":["A.DRIVER","SYS"]})",
+              act(&ApiActions::acknowledge, R"({"keys":["A.DRIVER","GONE","SYS"]})"));
+    ASSERT_EQ(1u, m_host.alarmList.size());
+    EXPECT_EQ("B.DRIVER", m_host.alarmList[0].key);
+    EXPECT_THAT(m_host.posted, IsEmpty()) << "it waits for no command";
+    EXPECT_THAT(m_log.text(), HasSubstr("A.DRIVER: the alarm is acknowledged by anna (web session 4 from "
+                                        "192.0.2.7)\n"));
+    EXPECT_THAT(m_log.text(), HasSubstr("SYS: the alarm is acknowledged by anna (web session 4 from "));
+}
+
+TEST_F(ApiActionsTest, AlarmThatIsNotThereIsToldWithTheNearest) {
+    m_host.alarmList = {alarm("LAMP.DRIVER")};
+    EXPECT_EQ(
+        R"(404 {"error":{"code":"alarm-unknown","text":"there is no alarm LAMB.DRIVER","nearest":["LAMP.DRIVER"]}})",
+        act(&ApiActions::acknowledge, R"({"keys":["LAMB.DRIVER"]})"));
+    for (const char* pBody :
+         {R"({})", R"({"keys":[]})", R"({"keys":"SYS"})", R"({"keys":[1]})", R"({"keys":[""]})"})
+        EXPECT_THAT(act(&ApiActions::acknowledge, pBody), HasSubstr("400 ")) << pBody;
+    EXPECT_EQ(1u, m_host.alarmList.size());
+}
+
+TEST_F(ApiActionsTest, WebSessionOfWhoAsksStandsInTheLog) {
+    m_caller.place = "web session 4 from 192.0.2.7";
+    act(&ApiActions::park, "{}", "AXIS1");
+    EXPECT_THAT(m_log.text(), HasSubstr("stop of AXIS1, asked for by anna (web session 4 from 192.0.2.7)\n"));
 }
 
 TEST_F(ApiActionsTest, MacroIsPlayed) {

@@ -29,6 +29,7 @@ TEST(ApiFault, EachCodeHasItsWordAndStatus) {
         {ECode::DriverUnknown, "404 driver-unknown"},
         {ECode::MacroUnknown, "404 macro-unknown"},
         {ECode::StateUnknown, "404 state-unknown"},
+        {ECode::AlarmUnknown, "404 alarm-unknown"},
         {ECode::MethodNotAllowed, "405 method-not-allowed"},
         {ECode::TooSlow, "408 request-invalid"},
         {ECode::FidUndelivered, "409 fid-undelivered"},

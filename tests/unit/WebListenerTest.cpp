@@ -53,20 +53,21 @@ protected:
 
     void start() {
         ASSERT_EQ(port.open(settings), "");
-        m_pSut = std::make_unique<WebListener>(WebListener::Parts{.port = port,
-                                                                  .sessions = sessions,
-                                                                  .live = source,
-                                                                  .workplace = "/etc/mf/site.xml",
-                                                                  .http = http,
-                                                                  .limits = limits,
-                                                                  .channel = {}},
-                                               m_io, m_pDoor, [](const ApiCall& call, const Answer& answer) {
-                                                   ApiAnswer given;
-                                                   given.body = call.method + " " + call.target + " " +
-                                                                call.caller.name + " " +
-                                                                inWords(call.caller.role) + " " + call.body;
-                                                   answer(given);
-                                               });
+        m_pSut = std::make_unique<WebListener>(
+            WebListener::Parts{.port = port,
+                               .sessions = sessions,
+                               .live = source,
+                               .workplace = "/etc/mf/site.xml",
+                               .http = http,
+                               .limits = limits,
+                               .channel = {}},
+            m_io, m_pDoor, [this](const ApiCall& call, const Answer& answer) {
+                ApiAnswer given;
+                given.body = call.method + " " + call.target + " " + call.caller.name + " " +
+                             inWords(call.caller.role) + " " + call.body;
+                asker = call.caller.who();
+                answer(given);
+            });
         m_pSut->start();
         m_thread = std::thread([this] { m_io.run(); });
     }
@@ -139,6 +140,7 @@ protected:
     }
 
     LogCapture log;
+    std::string asker;  ///< of the last request that got to the API
     WebPort port;
     WebPort::Settings settings;
     WebListener::Limits limits;
@@ -189,6 +191,7 @@ TEST_F(WebListenerTest, CodeOpensASessionInWhoseNameTheApiAnswers) {
     ASSERT_THAT(opened.body, StartsWith(begin));
     const std::string given = opened.body.substr(begin.size(), 43);
     EXPECT_EQ(ask("GET", "/api/v1/drivers?x", bearer(given)).body, "GET /api/v1/drivers?x anna operate ");
+    EXPECT_EQ(asker, "anna (web session 1 from 127.0.0.1)");
     EXPECT_THAT(log.text(), HasSubstr("HOST: the web panel is opened from 127.0.0.1 by anna with the role "
                                       "operate, session 1\n"));
 }

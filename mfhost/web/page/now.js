@@ -3,7 +3,7 @@
 import {actionButton, ask, attempt, emptyNote, facts, h, KeyedList, mark, openDialog, put, setSign, sign} from "./dom.js";
 import {advice, ageOrHeard, byTrouble, driverSign, heardText, isInSight} from "./signs.js";
 import "./spark.js";
-import {clockTextExact, counted, dateText, hostTime, quoted, rateText} from "./text.js";
+import {clockTextExact, counted, dateText, hostTime, rateText} from "./text.js";
 
 export class NowPage {
     title = "Now";
@@ -15,13 +15,15 @@ export class NowPage {
     #tiles = h("ul", {class: "tiles"});
     #empty = emptyNote("There is no driver in this workplace.");
     #acknowledgeAll;
+    /** The keys of the alarms that are shown: one that comes meanwhile is not acknowledged with them. */
+    #seen = [];
     #alarmList;
     #tileList;
     #dialog = null;
 
     constructor(context) {
         this.#context = context;
-        this.#acknowledgeAll = actionButton("Acknowledge all", "admin", () => this.#acknowledge("all"));
+        this.#acknowledgeAll = actionButton("Acknowledge all", "operate", () => this.#acknowledge("all", this.#seen));
         this.#alarmList = new KeyedList(this.#alarms, (alarm) => this.#makeAlarm(alarm), (part, alarm) => this.#writeAlarm(part, alarm));
         this.#tileList = new KeyedList(this.#tiles, (driver) => this.#makeTile(driver), (part, driver) => this.#writeTile(part, driver));
         this.element = h("div", {class: "page now"}, this.#summary,
@@ -88,7 +90,7 @@ export class NowPage {
     #makeAlarm(alarm) {
         const part = {sign: sign(), name: h("strong"), text: h("span", {class: "alarm-text"}), times: h("span", {class: "quiet-text"})};
         part.element = h("li", {class: "alarm"}, part.sign, h("div", {}, part.name, part.text, part.times),
-            actionButton("Acknowledge", "admin", () => this.#acknowledge(alarm.key), {"aria-label": `Acknowledge ${alarm.key}`}));
+            actionButton("Acknowledge", "operate", () => this.#acknowledge(alarm.key, [alarm.key]), {"aria-label": `Acknowledge ${alarm.key}`}));
         return part;
     }
 
@@ -108,15 +110,12 @@ export class NowPage {
             put(this.#alarmTitle, `${this.#alarmTitle.textContent}, ${shelved} shelved`);
         mark(this.element.querySelector(".alarm-part"), "data-some", alarms.length > 0 ? "yes" : null);
         this.#acknowledgeAll.hidden = alarms.length < 2;
+        this.#seen = alarms.map((alarm) => alarm.key);
         this.#alarmList.set([...alarms].reverse(), (alarm) => alarm.key);
     }
 
-    async #acknowledge(key) {
-        await attempt(`Acknowledge ${key}`, async () => {
-            const answer = await this.#context.api.act("/console", {line: `acknowledge ${quoted(key)}`});
-            if (!answer.done)
-                throw new Error(answer.output.trim() || "it was refused");
-        }, null);
+    async #acknowledge(what, keys) {
+        await attempt(`Acknowledge ${what}`, () => this.#context.api.act("/acknowledge", {keys}), null);
     }
 
     // --- tiles ---
