@@ -108,6 +108,8 @@ void HttpReader::checkHeader() {
     // Which of them counts, others may see otherwise.
     else if (request.count(http::field::host) > 1)
         fail({ECode::RequestInvalid, "the request names its host more than once"});
+    else if (request.count(http::field::origin) > 1 || request.count(http::field::authorization) > 1)
+        fail({ECode::RequestInvalid, "the request says more than once who asks"});
     // Where another body ends, or what it is, cannot be told.
     else if (const auto codings = request.count(http::field::transfer_encoding);
              codings > 1 ||
@@ -140,7 +142,8 @@ HttpRequest HttpReader::take() {
             .takesGzip = takesGzip(message[http::field::accept_encoding]),
             .isWebSocket = message.version() == 11 && lists(http::field::connection, "upgrade") &&
                            lists(http::field::upgrade, "websocket") &&
-                           message[http::field::sec_websocket_version] == "13",
+                           message[http::field::sec_websocket_version] == "13" &&
+                           !message[http::field::sec_websocket_key].empty(),
             .webSocketKey = field(http::field::sec_websocket_key),
             .isKeptAlive = message.keep_alive(),
             .isVersion10 = message.version() == 10};

@@ -17,13 +17,16 @@ std::string lower(std::string text) {
     return text;
 }
 
-/// "localhost" of "localhost:8080", "::1" of "[::1]:8080".
+/// "localhost" of "localhost:8080", "::1" of "[::1]:8080"; empty for what is no name with a port.
 std::string nameOf(const std::string& host) {
-    std::string name = lower(host);
-    if (name.starts_with('['))
-        return name.substr(1, std::min(name.find(']'), name.size()) - 1);
-    name = name.substr(0, name.find(':'));
-    if (name.ends_with('.'))
+    const bool isBracketed = host.starts_with('[');
+    const auto end = std::min(host.find(isBracketed ? ']' : ':'), host.size());
+    const std::string rest = host.substr(std::min(isBracketed ? end + 1 : end, host.size()));
+    const bool isOpen = isBracketed && end == host.size();
+    if (isOpen || (!rest.empty() && rest[0] != ':') || rest.find_first_not_of("0123456789", 1) != rest.npos)
+        return {};
+    std::string name = lower(isBracketed ? host.substr(1, end - 1) : host.substr(0, end));
+    if (!isBracketed && name.ends_with('.'))
         name.pop_back();
     return name;
 }

@@ -1,5 +1,6 @@
 #include "HttpReader.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -75,7 +76,12 @@ TEST_F(HttpReaderTest, ReadsWhatABrowserSaysOfItself) {
 
 TEST_F(HttpReaderTest, WebSocketIsAskedForByAllOfItsFields) {
     const std::vector<std::string> fields{"Connection: upgrade\r\n", "Upgrade: websocket\r\n",
-                                          "Sec-WebSocket-Version: 13\r\n"};
+                                          "Sec-WebSocket-Version: 13\r\n",
+                                          "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"};
+    std::string whole = "GET / HTTP/1.1\r\n";
+    for (const std::string& field : fields)
+        whole += field;
+    EXPECT_TRUE(read(whole + "\r\n").at(0).isWebSocket);
     for (std::size_t missing = 0; missing < fields.size(); ++missing) {
         std::string head = "GET / HTTP/1.1\r\n";
         for (std::size_t i = 0; i < fields.size(); ++i)
@@ -97,6 +103,13 @@ TEST_F(HttpReaderTest, GzipIsTakenUnlessItIsRefused) {
 
 TEST_F(HttpReaderTest, HostIsNamedOnce) {
     EXPECT_EQ(faultOf("GET / HTTP/1.1\r\nHost: a\r\nHost: b\r\n\r\n").substr(0, 4), "400 ");
+}
+
+TEST_F(HttpReaderTest, WhoAsksIsSaidOnce) {
+    for (const std::string field : {"Origin: http:", "Authorization: Bearer x"})
+        EXPECT_THAT(faultOf("GET / HTTP/1.1\r\n" + field + "\r\n" + field + "\r\n\r\n"),
+                    testing::HasSubstr("the request says more than once who asks"))
+            << field;
 }
 
 TEST_F(HttpReaderTest, ReadsTheSameHoweverItIsCut) {

@@ -45,7 +45,8 @@ TEST_F(WebGateTest, RequestIsForANameThatThePortHas) {
          {"192.0.2.10", "192.0.2.10:8443", "panel.example:8443", "PANEL:1", "panel.example.", "site.example"})
         EXPECT_EQ(refused(pHost), 0u) << pHost;
     for (const char* pHost : {"", "evil.example", "evil.example:8443", "192.0.2.11", "localhost", "127.0.0.1",
-                              "panel.example.evil.example", "[", "[]", ":8443"})
+                              "panel.example.evil.example", "[", "[]", ":8443", "panel:8443@evil.example",
+                              "[panel", "[192.0.2.10]x"})
         EXPECT_EQ(refused(pHost), 421u) << pHost;
 }
 
