@@ -406,6 +406,24 @@ class Page(unittest.TestCase):
         host.tell(alarms=[])
         self.wait_for("No alarms", ".alarm-part")
 
+    def test_names_and_values_stay_texts_in_their_places_whatever_is_in_them(self):
+        host = self.host()
+        key, bad = "A.\u202eLIVE", "<img src=x onerror=\"window.bad = 1\">\u202e&amp;\x1b[31m" + "\U0001f600" * 62
+        alarm = {"key": key, "text": bad, "raised": "2026-11-22T15:49:02.000Z", "count": 1, "over": False, "shelvedForMs": None}
+        host.tell(alarms=[alarm], values=[value(key, bad, owner="A\u202e")], drivers=[driver("A\u202e<b>x</b>", state="ended", cause=bad)])
+        self.browser.size(360, 740)
+        for page in ("now", "values", "wall", "stream"):
+            self.open(host, page)
+            if page == "now":
+                self.wait_for(bad[:9], ".alarm-text")
+                # Text of a name that turns the direction round does not take what follows with it.
+                left = "return document.querySelector(arguments[0]).getBoundingClientRect().left"
+                self.assertLessEqual(self.js(left, ".alarm strong"), self.js(left, ".alarm .alarm-text"))
+                self.assertEqual(self.js("return getComputedStyle(document.querySelector('.alarm strong')).unicodeBidi"), "isolate")
+            self.assertEqual(self.js("return [window.bad, document.querySelectorAll('main img, main b').length]"), [None, 0])
+            self.assertTrue(self.js("return document.documentElement.scrollWidth <= innerWidth"), f"{page} is wider than the screen")
+        self.browser.driver.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+
     def test_operator_acknowledges_all_alarms_that_are_seen(self):
         host = self.host(role="operate")
         alarm = {"text": "above 4", "raised": "2026-11-22T15:49:02.000Z", "count": 1, "over": False, "shelvedForMs": None}
