@@ -66,8 +66,11 @@ public:
                 page->close();
                 return;
             }
-            page->waitForFirst();
+            page->m_isOpen = true;
+            if (!page->m_isLast)
+                page->waitForFirst();
             page->read();
+            page->write();
         });
     }
 
@@ -141,7 +144,7 @@ private:
     }
 
     void write() {
-        if (m_isWriting || m_isClosed)
+        if (!m_isOpen || m_isWriting || m_isClosed)
             return;
         if (m_messages.empty()) {
             if (m_isLast)
@@ -172,6 +175,7 @@ private:
     unsigned m_messageCount = 0;
     std::deque<LiveChannel::Text> m_messages;
     std::size_t m_unsent = 0;
+    bool m_isOpen = false;  ///< the answer to the request is sent
     bool m_isWriting = false;
     bool m_isLast = false;
     bool m_isClosed = false;

@@ -32,6 +32,8 @@ namespace ssl = boost::asio::ssl;
 constexpr std::chrono::milliseconds s_pauseAfterFault{100};
 constexpr const char* s_session = "/api/v1/session";
 constexpr const char* s_live = "/api/v1/live";
+constexpr const char* s_stopping = "stopping";
+constexpr const char* s_stoppingText = "the host is shutting down";
 
 std::string addressText(const boost::asio::ip::address& address) {
     // One of IPv4 at a listener of IPv6.
@@ -242,8 +244,10 @@ std::optional<ApiAnswer> WebListener::takeOver(std::uint64_t id, Stream& stream,
         return ApiFault(ECode::SessionNeeded, "a session is needed; mfctl panel opens one").answer();
     connection.pPage = LiveConnection::make(std::move(stream), request, id, *this);
     const auto close = [pPage = connection.pPage] { pPage->close(); };
-    // Pages are told by the channel.
-    connection.stop = [] {};
+    // Who has said who it is has been told by the channel.
+    connection.stop = [pPage = connection.pPage] {
+        pPage->sendLast(LiveChannel::bye(s_stopping, s_stoppingText));
+    };
     connection.close = close;
     connection.isIdle = [] { return false; };
     connection.isKnown = isKnown;
@@ -265,7 +269,7 @@ void WebListener::stop(std::function<void()> emptied) {
     m_acceptor.close(ignored);
     m_acceptTimer.cancel();
     m_ticker.cancel();
-    m_channel.end("stopping", "the host is shutting down");
+    m_channel.end(s_stopping, s_stoppingText);
     std::vector<std::function<void()>> all;
     for (const auto& [id, connection] : m_connections)
         all.push_back(connection.stop);

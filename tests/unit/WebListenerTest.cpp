@@ -399,6 +399,15 @@ TEST_F(WebListenerTest, PagesAreToldThatTheHostStops) {
     EXPECT_THAT(pPage->socket.receiveWith("bye"), HasSubstr(R"("code":"stopping")"));
 }
 
+TEST_F(WebListenerTest, ChannelThatHasNotSaidWhoItIsDoesNotHoldUpTheStop) {
+    start();
+    HttpClient client = connected();
+    WebSocketClient silent;
+    ASSERT_EQ(silent.open(client, "/api/v1/live", host()).status, 101);
+    stop();
+    EXPECT_EQ(silent.receive(), R"({"kind":"bye","code":"stopping","text":"the host is shutting down"})");
+}
+
 TEST_F(WebListenerTest, PageThatTakesNothingIsPassedOverAndToldAtOnceLater) {
     source.size = 1u << 20;
     start();
