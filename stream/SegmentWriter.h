@@ -32,7 +32,7 @@ public:
     /// Puts the record into the frame that is being made, with what its numbers mean. In the order of their
     /// numbers. The frame is to be written when isFull() says so.
     void add(const StreamRecord& record, const KeyNames& names);
-    bool isFull() const { return m_size >= FrameHead::s_most / 4; }
+    bool isFull() const { return m_size >= s_frame; }
     bool isEmpty() const { return m_records == 0; }
 
     /// Writes the frame; empty, also where there is nothing to write. On a failure the text says why, and the
@@ -40,6 +40,9 @@ public:
     std::string writeFrame();
     /// What was written outlives a loss of power from now on. Empty, or why not.
     std::string sync();
+
+    /// A frame that takes so much is full. What makes it takes about four times that of memory.
+    static constexpr std::size_t s_frame = std::size_t{512} << 10;
 
     /// Bytes in the file.
     std::size_t size() const { return m_written; }

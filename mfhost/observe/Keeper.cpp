@@ -24,6 +24,12 @@ constexpr std::size_t s_digits = 8;
 /// A reader that is behind has at most so many records taken at a time.
 constexpr int s_mostPerStep = 100'000;
 
+/// For what a second may bring and for values that are replaced in it.
+std::size_t roomOf(std::size_t perSecond) {
+    constexpr std::size_t granule = std::size_t{64} << 10;
+    return (perSecond + perSecond / 4 + granule) / granule * granule;
+}
+
 std::string pathOf(const std::string& directory, std::uint64_t number) {
     std::array<char, 32> name{};
     std::snprintf(name.data(), name.size(), "%08llu.seg", static_cast<unsigned long long>(number));
@@ -59,11 +65,6 @@ std::size_t sizeOf(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
-/// What it takes before it is packed, about.
-std::size_t sizeOf(const stream::StreamRecord& record) {
-    return stream::layout::sizeOf(record.text.size() + record.keyText.size());
-}
-
 /// What must be on the disk at once.
 bool isUrgent(EKind kind) {
     switch (kind) {
@@ -84,6 +85,19 @@ std::uint64_t countOf(const stream::StreamRecord& gap) {
     std::uint64_t count = 0;
     std::memcpy(&count, gap.text.data() + 2 * sizeof count, sizeof count);
     return count;
+}
+
+stream::StreamRecord recordOf(std::uint32_t reason, const stream::StreamGap& gap) {
+    const std::array<std::uint64_t, 5> words{gap.first, gap.next, gap.count,
+                                             static_cast<std::uint64_t>(gap.from.time_since_epoch().count()),
+                                             static_cast<std::uint64_t>(gap.to.time_since_epoch().count())};
+    stream::StreamRecord record;
+    record.number = gap.first;
+    record.time = gap.to;
+    record.kind = EKind::Gap;
+    record.value = reason;
+    record.text.assign(reinterpret_cast<const char*>(words.data()), sizeof words);
+    return record;
 }
 
 bool isValue(EKind kind) {
@@ -123,7 +137,8 @@ Keeper::Keeper(const Settings& settings, std::unique_ptr<stream::StreamReader> p
       m_pReader(std::move(pReader)),
       m_instance(std::move(instance)),
       m_report(std::move(report)),
-      m_nextFile(nextFile) {}
+      m_nextFile(nextFile),
+      m_frame(roomOf(settings.perSecond)) {}
 
 Keeper::~Keeper() {
     writeFrame(Clock::time_point::max());
@@ -136,9 +151,9 @@ void Keeper::step(Clock::time_point now) {
     for (int i = 0; i < s_mostPerStep; ++i) {
         const auto result = m_pReader->next(now);
         if (result == EResult::Record)
-            take(m_pReader->record());
+            take(m_pReader->record(), now);
         else if (result == EResult::Gap)
-            missed(m_pReader->gap());
+            missed(m_pReader->gap(), now);
         else
             break;
     }
@@ -152,88 +167,68 @@ void Keeper::step(Clock::time_point now) {
     }
 }
 
-void Keeper::take(const stream::StreamRecord& record) {
+void Keeper::take(const stream::StreamRecord& record, Clock::time_point now) {
     m_last = record.time;
     // What the numbers mean stands in each frame.
     if (record.kind == EKind::Define)
         return;
-    const std::size_t size = sizeOf(record);
-    if (isValue(record.kind)) {
-        const std::string key = std::to_string(record.key) + record.keyText;
-        const auto [found, isNew] = m_values.try_emplace(key, m_frame.size());
-        if (!isNew) {
-            // Only the last one of a frame is kept; what is left of the other has no number.
-            stream::StreamRecord& older = m_frame[found->second];
-            older.number = 0;
-            m_bytes -= std::min(m_bytes, sizeOf(older));
-            found->second = m_frame.size();
-        }
-    }
+    const std::ptrdiff_t growth = m_frame.growth(record);
     const bool isAtWill = isValue(record.kind) || stream::isRationed(record.kind);
-    if (isAtWill && m_bytes + size > m_settings.perSecond) {
-        if (isValue(record.kind))
-            m_values.erase(std::to_string(record.key) + record.keyText);
+    if (isAtWill && m_bytes + growth > static_cast<std::ptrdiff_t>(m_settings.perSecond)) {
         if (m_limited++ == 0)
             m_firstLimited = record.number;
         return;
     }
-    m_bytes += size;
-    m_frame.push_back(record);
+    m_bytes += growth;
+    keep(record, now);
     m_isUrgent = m_isUrgent || isUrgent(record.kind);
 }
 
-void Keeper::missed(const stream::StreamGap& gap) {
+/// A frame without room is written before its time.
+void Keeper::keep(const stream::StreamRecord& record, Clock::time_point now) {
+    if (m_frame.add(record))
+        return;
+    writeFrame(now);
+    m_frame.add(record);
+}
+
+void Keeper::missed(const stream::StreamGap& gap, Clock::time_point now) {
     m_lost += gap.count;
-    noteGap(static_cast<std::uint32_t>(gap.reason), gap);
+    keep(recordOf(static_cast<std::uint32_t>(gap.reason), gap), now);
 }
 
-void Keeper::noteGap(std::uint32_t reason, const stream::StreamGap& gap) {
-    const std::array<std::uint64_t, 5> words{gap.first, gap.next, gap.count,
-                                             static_cast<std::uint64_t>(gap.from.time_since_epoch().count()),
-                                             static_cast<std::uint64_t>(gap.to.time_since_epoch().count())};
-    stream::StreamRecord record;
-    record.number = gap.first;
-    record.time = gap.to;
-    record.kind = EKind::Gap;
-    record.value = reason;
-    record.text.assign(reinterpret_cast<const char*>(words.data()), sizeof words);
-    m_frame.push_back(record);
-}
-
-void Keeper::noteLost(std::uint32_t reason, std::uint64_t first, std::uint64_t count) {
+stream::StreamRecord Keeper::lostRecord(std::uint32_t reason, std::uint64_t first,
+                                        std::uint64_t count) const {
     stream::StreamGap gap;
     gap.first = first;
     gap.next = m_pReader->cursor().position;
     gap.count = count;
     gap.from = gap.to = m_last;
-    noteGap(reason, gap);
+    return recordOf(reason, gap);
 }
 
 void Keeper::writeFrame(Clock::time_point now) {
-    if (m_limited > 0)
-        noteLost(s_limit, m_firstLimited, m_limited);
-    m_lost += std::exchange(m_limited, 0);
-    std::erase_if(m_frame, [](const stream::StreamRecord& record) { return record.number == 0; });
-    m_values.clear();
     m_isUrgent = false;
-    if (m_frame.empty())
+    if (m_frame.isEmpty() && m_limited == 0)
         return;
-    std::stable_sort(m_frame.begin(), m_frame.end(),
-                     [](const auto& left, const auto& right) { return left.number < right.number; });
     m_synced = now;
     const std::string fault = append();
     tell(fault);
+    m_lost += m_limited;
     // One gap for all that the disk did not take, and for the gaps among it.
-    std::uint64_t count = 0;
-    for (const stream::StreamRecord& record : m_frame) {
-        const bool isGap = record.kind == EKind::Gap;
-        count += isGap ? countOf(record) : 1;
-        m_lost += isGap || fault.empty() ? 0 : 1;
+    std::uint64_t first = m_limited > 0 ? m_firstLimited : ~std::uint64_t{0};
+    std::uint64_t count = std::exchange(m_limited, 0);
+    if (!fault.empty()) {
+        m_frame.forEach([&](const stream::StreamRecord& record) {
+            const bool isGap = record.kind == EKind::Gap;
+            count += isGap ? countOf(record) : 1;
+            m_lost += isGap ? 0 : 1;
+            first = std::min(first, record.number);
+        });
     }
-    const std::uint64_t first = m_frame.front().number;
     m_frame.clear();
     if (!fault.empty())
-        noteLost(s_disk, first, count);
+        m_frame.add(lostRecord(s_disk, first, count));
 }
 
 std::string Keeper::append() {
@@ -242,14 +237,29 @@ std::string Keeper::append() {
         if (std::string fault = openSegment(); !fault.empty())
             return fault;
     }
-    for (const stream::StreamRecord& record : m_frame) {
+    std::string fault;
+    const auto put = [&](const stream::StreamRecord& record) {
+        if (!fault.empty())
+            return;
         m_pSegment->add(record, m_pReader->names());
-        if (!m_pSegment->isFull())
-            continue;
-        if (std::string fault = m_pSegment->writeFrame(); !fault.empty())
-            return fault;
-    }
-    if (std::string fault = m_pSegment->writeFrame(); !fault.empty())
+        if (m_pSegment->isFull())
+            fault = m_pSegment->writeFrame();
+    };
+    bool isLimitSaid = m_limited == 0;
+    const auto sayLimit = [&] {
+        if (!std::exchange(isLimitSaid, true))
+            put(lostRecord(s_limit, m_firstLimited, m_limited));
+    };
+    m_frame.forEach([&](const stream::StreamRecord& record) {
+        if (record.number > m_firstLimited)
+            sayLimit();
+        put(record);
+    });
+    sayLimit();
+    if (!fault.empty())
+        return fault;
+    fault = m_pSegment->writeFrame();
+    if (!fault.empty())
         return fault;
     removeOldest();
     return m_pSegment->sync();

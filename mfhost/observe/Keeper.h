@@ -6,9 +6,9 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
+#include "KeptFrame.h"
 #include "SegmentWriter.h"
 #include "StreamReader.h"
 #include "StreamRecord.h"
@@ -62,10 +62,10 @@ private:
     Keeper(const Settings& settings, std::unique_ptr<stream::StreamReader> pReader, std::string instance,
            Report report, std::uint64_t nextFile);
 
-    void take(const stream::StreamRecord& record);
-    void noteGap(std::uint32_t reason, const stream::StreamGap& gap);
-    void noteLost(std::uint32_t reason, std::uint64_t first, std::uint64_t count);
-    void missed(const stream::StreamGap& gap);
+    void take(const stream::StreamRecord& record, Clock::time_point now);
+    void keep(const stream::StreamRecord& record, Clock::time_point now);
+    void missed(const stream::StreamGap& gap, Clock::time_point now);
+    stream::StreamRecord lostRecord(std::uint32_t reason, std::uint64_t first, std::uint64_t count) const;
     void writeFrame(Clock::time_point now);
     std::string append();
     std::string openSegment();
@@ -79,10 +79,8 @@ private:
     std::uint64_t m_nextFile;
     std::unique_ptr<stream::SegmentWriter> m_pSegment;
 
-    std::vector<stream::StreamRecord> m_frame;
-    /// Where the last value of each key stands in the frame.
-    std::unordered_map<std::string, std::size_t> m_values;
-    std::size_t m_bytes = 0;  ///< of the second
+    KeptFrame m_frame;
+    std::ptrdiff_t m_bytes = 0;  ///< of the second
     Clock::time_point m_second;
     Clock::time_point m_synced;
     bool m_isUrgent = false;

@@ -60,6 +60,17 @@ protected:
         return found;
     }
     Lines kept() const { return kept(place()); }
+    /// Of this process, without what is mapped of files and rings; in bytes.
+    static std::size_t ownMemory() {
+        std::ifstream status("/proc/self/status");
+        for (std::string word; status >> word;) {
+            std::size_t kib = 0;
+            if (word == "RssAnon:" && status >> kib)
+                return kib << 10;
+        }
+        ADD_FAILURE() << "/proc/self/status has no RssAnon";
+        return 0;
+    }
 
     TemporaryDirectory m_directory;
     std::unique_ptr<stream::StreamRing> m_pRing;
@@ -166,7 +177,7 @@ TEST_F(KeeperTest, OldestSegmentsGo) {
 }
 
 TEST_F(KeeperTest, BeyondTheLimitOnlyWhatIsRareIsKept) {
-    const auto pSut = keeper({.directory = place(), .perSecond = 640});
+    const auto pSut = keeper({.directory = place(), .perSecond = 480});
     for (int i = 1; i <= 20; ++i)
         m_pRing->write(at(i), event("0123456789"));
     m_pRing->write(at(21), {.kind = EKind::Start, .key = 1u << 16, .texts = {"rare"}});
@@ -182,6 +193,67 @@ TEST_F(KeeperTest, BeyondTheLimitOnlyWhatIsRareIsKept) {
     m_pRing->write(at(22), event("again"));
     pSut->step(m_now + std::chrono::seconds(2));
     EXPECT_EQ(kept().back(), "22:again");
+}
+
+TEST_F(KeeperTest, ValueOfManyChangesLeavesRoomForAllElse) {
+    const auto pSut = keeper({.directory = place(), .perSecond = 480});
+    for (int i = 1; i <= 10'000; ++i) {
+        m_pRing->write(at(i), value(i));
+        pSut->step(m_now);
+    }
+    for (int i = 1; i <= 9; ++i)
+        m_pRing->write(at(10'000 + i), event("0123456789"));
+    pSut->step(m_now + std::chrono::seconds(1));
+    const Lines found = kept();
+    ASSERT_EQ(found.size(), 10u);
+    EXPECT_EQ(found.front(), "10000:10000");
+    EXPECT_EQ(found.back(), "10009:0123456789");
+    EXPECT_EQ(pSut->lost(), 0u);
+}
+
+TEST_F(KeeperTest, WhatOneFrameHasNoRoomForStandsInTheNext) {
+    const auto pSut = keeper({.directory = place(), .perSecond = 1000});
+    const std::string text(4000, 'x');
+    for (int i = 1; i <= 100; ++i)
+        m_pRing->write(at(i), exit(text));
+    pSut->step(m_now);
+    pSut->step(m_now + std::chrono::seconds(1));
+    const Lines found = kept();
+    ASSERT_EQ(found.size(), 100u);
+    for (int i = 1; i <= 100; ++i)
+        EXPECT_EQ(found[static_cast<std::size_t>(i) - 1], std::to_string(i) + ':' + text);
+    EXPECT_EQ(pSut->lost(), 0u);
+}
+
+// More than a keeper takes of values, FIDs and lines, for twenty seconds of its own clock.
+TEST_F(KeeperTest, FloodTakesAFewMegabytesOfMemory) {
+    stream::StreamRing::Settings large = small();
+    large.sizes = {std::size_t{4} << 20, std::size_t{4} << 20};
+    large.youth = std::chrono::seconds(0);
+    m_pRing = ringOf(large);
+    m_pSource = std::make_unique<stream::StreamSource>(*m_pRing);
+    const auto pSut = keeper({.directory = place(), .keep = std::size_t{1} << 20});
+    const stream::StreamEntry fid{
+        .kind = EKind::Fid, .key = 1u << 16, .texts = {"a FID with parameters that no short string holds"}};
+    const stream::StreamEntry line{
+        .kind = EKind::Log, .key = 2u << 16, .texts = {"a line of the log that no short string holds"}};
+    m_pRing->write(at(0), fid);
+    pSut->step(m_now);
+    const std::size_t before = ownMemory();
+    std::size_t most = before;
+    for (int step = 1; step <= 400; ++step) {
+        for (std::uint32_t i = 0; i < 4000; ++i) {
+            m_pRing->write(at(step), {.kind = EKind::Int, .key = 1u << 16 | (i + 1), .value = i});
+            if (i % 4 == 0) {
+                m_pRing->write(at(step), fid);
+                m_pRing->write(at(step), line);
+            }
+        }
+        pSut->step(m_now + step * std::chrono::milliseconds(50));
+        most = std::max(most, ownMemory());
+    }
+    EXPECT_GT(pSut->lost(), 100'000u);
+    EXPECT_LT(most - before, std::size_t{8} << 20);
 }
 
 TEST_F(KeeperTest, WhatWasLappedIsAGap) {
