@@ -3,9 +3,10 @@
 //   SEND kind= count= name= value= names=
 //       updates, as UpdateSeries has them; with gate= in bursts, as the BurstGate of that file lets them
 //       pass; with to= as FIDs to that driver, which was told PANEL with the same
-//   REPORT count= file=
-//       updates, and then a FID to itself, which comes back when the host has taken them all; the file gets
-//       when it began and when the FID was back, 64 bits each
+//   REPORT count= file= what= to=
+//       updates, or with what=events events, with what=fids FIDs to that driver, and then a FID to itself,
+//       which comes back when the host has taken them all; the file gets when it began and when the FID was
+//       back, 64 bits each
 //   FILL to= count=
 //       an update, and then FIDs to a driver that was told EXPECT count=, each as long as a message can be
 //   FIDS to= count= parameter=
@@ -105,7 +106,9 @@ private:
             m_check.begin(job(parameters));
         } else if (fid == "REPORT") {
             m_file = parameters.value("file");
-            begin([this, count] { report(count); });
+            begin([this, count, what = parameters.value("what"), to = parameters.value("to")] {
+                report(count, what, to);
+            });
         } else if (fid == "REPORTED") {
             writeReport();
         } else if (fid == "FILL") {
@@ -204,12 +207,19 @@ private:
     }
 
     // The numbers go on from one report to the next, so that each value differs from the one before it.
-    void report(std::uint64_t count) {
+    void report(std::uint64_t count, const std::string& what, const std::string& to) {
         const UpdateSeries series;
+        const NumberedFids fids(to + ".M");
         IPanelState& panel = *panelState();
         m_beganAt = UpdateSeries::now();
-        for (const std::uint64_t end = m_reported + count; m_reported < end; ++m_reported)
-            panel.setStateValueInt(series.name(m_reported), static_cast<int>(m_reported));
+        for (const std::uint64_t end = m_reported + count; m_reported < end; ++m_reported) {
+            if (what == "fids")
+                sendToDriver(fids[m_reported], {});
+            else if (what == "events")
+                panel.triggerEvent(series.name(m_reported), "moved");
+            else
+                panel.setStateValueInt(series.name(m_reported), static_cast<int>(m_reported));
+        }
         sendToDriver(configuration().driverID + ".REPORTED", {});
     }
     void writeReport() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "FidTap.h"
 #include "FollowPrinter.h"
 #include "HostSystem.h"
+#include "LogMemory.h"
 #include "MfDriverManager.h"
 #include "PanelTarget.h"
 #include "Request.h"
@@ -89,7 +91,8 @@ private:
     StateStore m_store;
     std::unique_ptr<FollowPrinter> m_pFollow;
     DriverTable m_drivers{m_store};
-    FidTap m_tap{m_drivers, m_drivers};
+    LogMemory m_lines{[] { return std::set<std::string>(); }};
+    FidTap m_tap{m_drivers, m_drivers, m_lines};
     const ValueReports m_reports;
     std::vector<sal::Process::Started> m_processes;
     std::unique_ptr<MfDriverManager> m_pManager;

@@ -30,6 +30,7 @@
 #include "GrpcTripPeer.h"
 #include "GrpcUpdatePeer.h"
 #include "HostCallPeer.h"
+#include "HostRecorder.h"
 #include "HostRequests.h"
 #include "HostStartPeer.h"
 #include "HostValues.h"
@@ -245,6 +246,15 @@ private:
             host.measureMemory(m_directory.next(), m_amounts.memoryTimes, m_round);
     }
 
+    void measureRecorder() {
+        const HostRecorder recorder(m_results);
+        for (int pair = 0; pair < m_amounts.pairsOf(m_round); ++pair) {
+            const bool isRecordedFirst = (m_round + pair) % 2 == 0;
+            for (const bool isRecorded : {isRecordedFirst, !isRecordedFirst})
+                recorder.measure(isRecorded, m_directory.next(), pair, m_amounts.seconds, m_round);
+        }
+    }
+
     /// The observers are there from the start of a workplace to its end.
     void measureObservers() {
         for (int pair = 0; pair < m_amounts.pairsOf(m_round); ++pair) {
@@ -336,11 +346,11 @@ const std::vector<Round::Part> Round::s_parts{
     {"updates", &Round::measureUpdates, false},     {"bursts", &Round::measureBursts, false},
     {"relayed", &Round::measureRelayed, false},     {"merging", &Round::measureMerging, false},
     {"sizes", &Round::measureSizes, true},          {"fids", &Round::measureFids, false},
-    {"observers", &Round::measureObservers, false}, {"stopped", &Round::measureStopped, false},
-    {"values", &Round::measureValues, false},       {"requests", &Round::measureRequests, false},
-    {"commands", &Round::measureCommands, false},   {"trips", &Round::measureTrips, false},
-    {"kills", &Round::measureKills, false},         {"starts", &Round::measureStarts, false},
-    {"fleet", &Round::measureFleet, true}};
+    {"observers", &Round::measureObservers, false}, {"recorder", &Round::measureRecorder, false},
+    {"stopped", &Round::measureStopped, false},     {"values", &Round::measureValues, false},
+    {"requests", &Round::measureRequests, false},   {"commands", &Round::measureCommands, false},
+    {"trips", &Round::measureTrips, false},         {"kills", &Round::measureKills, false},
+    {"starts", &Round::measureStarts, false},       {"fleet", &Round::measureFleet, true}};
 
 void run(const Amounts& amounts) {
     if (const std::string refusal = enterSandbox({}); !refusal.empty())

@@ -1,0 +1,59 @@
+#include "HostRecorder.h"
+
+#include <array>
+#include <string>
+
+#include "HostProgram.h"
+#include "JobLength.h"
+#include "ThreadClock.h"
+#include "ValueReports.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// What the first driver sends.
+struct Load {
+    const char* name;
+    const char* parameters;  ///< of REPORT
+};
+constexpr std::array<Load, 4> g_loads{Load{"values", ""}, Load{"events", " what=events"},
+                                      Load{"fids to a process", " what=fids to=D01"},
+                                      Load{"fids to the host's process", " what=fids to=D02"}};
+
+ValueReports reportsOf(const HostProgram& host, const fs::path& directory, const std::string& parameters) {
+    return {directory, [&host, parameters](int driver, const std::string& count, const std::string& file) {
+                host.type("sendFID " + HostProgram::driverID(driver) + ".REPORT count=" + count +
+                          " file=" + file + parameters);
+            }};
+}
+
+}  // namespace
+
+void HostRecorder::measure(bool isRecorded, const fs::path& directory, int pair, double seconds,
+                           int round) const {
+    HostProgram host({.directory = directory,
+                      .drivers = 3,
+                      .driversInHost = 1,
+                      .options = {"--start-wait=attached", isRecorded ? "--record" : "--log-level=4"}});
+    host.start();
+    reportsOf(host, directory, "").report(2, 1);
+    for (const Load& load : g_loads) {
+        const ValueReports reports = reportsOf(host, directory, load.parameters);
+        for (JobLength length(seconds);;) {
+            const ThreadClock receiving(host.pid(), HostProgram::driverID(0) + " receive");
+            const double taken = reports.report(1, length.count()).seconds();
+            const double used = receiving.seconds();
+            if (!length.isEnough(taken))
+                continue;
+            const auto count = static_cast<double>(length.count());
+            m_results.add("recorded", load.name, round,
+                          {{"pair", pair},
+                           {"recorded", isRecorded ? 1 : 0},
+                           {"thread_ns", used * 1e9 / count},
+                           {"rate", count / taken},
+                           {"seconds", taken}});
+            break;
+        }
+    }
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <filesystem>
+
+#include "Results.h"
+
+/// What recording costs the thread of the real host program that receives from a driver process. Each
+/// measurement starts a host of its own, which is gone afterwards. Used by the measuring process's only
+/// thread.
+class HostRecorder {
+public:
+    explicit HostRecorder(const Results& results) : m_results(results) {}
+
+    /// Values, events, FIDs to a driver process and to a driver in the host's process, by a host that records
+    /// or one that does not; a result for each, which takes so many seconds at least.
+    void measure(bool isRecorded, const std::filesystem::path& directory, int pair, double seconds,
+                 int round) const;
+
+private:
+    const Results& m_results;
+};
