@@ -83,6 +83,10 @@ std::byte* mapNew(int descriptor, std::size_t size, std::string& error) {
     return static_cast<std::byte*>(pBase);
 }
 
+/// Of a driver's share: with less than this it counts as had. An exact bound would have who asks make each
+/// record that is just too long.
+constexpr std::size_t s_leastRoom = 512;
+
 std::uint32_t randomSalt() {
     std::uint32_t salt = 0;
     if (::getrandom(&salt, sizeof salt, 0) != sizeof salt)
@@ -247,6 +251,17 @@ bool StreamRing::takeShare(DriverPart& driver, std::size_t size, Time when) noex
         if (driver.share.compare_exchange_weak(before, after, std::memory_order_relaxed))
             return true;
     }
+}
+
+bool StreamRing::isSpent(std::uint16_t driver, Time when) noexcept {
+    const std::uint64_t head = this->head(ERing::Audit);
+    const std::uint64_t share = m_pDrivers[driver % s_drivers].share.load(std::memory_order_relaxed);
+    return share + 8 * s_leastRoom > head + m_sizes[static_cast<std::size_t>(ERing::Audit)] &&
+           isOldestYoung(head, when);
+}
+
+void StreamRing::addRefused(std::uint16_t driver, std::uint64_t records) noexcept {
+    m_pDrivers[driver % s_drivers].refused.fetch_add(records, std::memory_order_relaxed);
 }
 
 bool StreamRing::isOldestYoung(std::uint64_t head, Time when) noexcept {

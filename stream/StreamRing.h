@@ -48,6 +48,11 @@ public:
     /// had its share of the audit ring, or its place was lapped while it was written.
     std::uint64_t write(Time when, const StreamEntry& entry) noexcept;
 
+    /// Whether the driver has had its share of events, FIDs, lines and the like at that time, but for a few
+    /// bytes: who asks first need not make the record, and tells how many there were.
+    bool isSpent(std::uint16_t driver, Time when) noexcept;
+    void addRefused(std::uint16_t driver, std::uint64_t records) noexcept;
+
     /// How many records of that kind of the driver there are; those that were dropped are none.
     std::uint64_t count(std::uint16_t driver, EKind kind) const;
     /// How many of the driver were not recorded since it had had its share.

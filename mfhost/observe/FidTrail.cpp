@@ -29,6 +29,8 @@ constexpr std::chrono::milliseconds s_late{1};
 /// Messages that come faster than this are a flood, of which every so many has a look at the clock.
 constexpr std::chrono::microseconds s_floodPace{4};
 constexpr unsigned int s_flood = 16;
+/// Those that are not recorded are told so many at once.
+constexpr std::uint64_t s_refusedTogether = 256;
 
 bool hasCode(const unsigned char* data, int length, std::string_view code) {
     return static_cast<std::size_t>(length) >= protocol::codeLength &&
@@ -70,7 +72,6 @@ std::string_view configurationCall(const unsigned char* data, int length) {
 /// A FID that is inside a driver.
 struct FidTrail::Delivery {
     std::uint64_t record = 0;
-    std::uint16_t receiver = 0;
     bool isTimed = false;  ///< its beginning was looked up, not taken over
     Clock::time_point began{};
     const std::string* pDriverID = nullptr;
@@ -96,7 +97,9 @@ struct FidTrail::Trail {
     std::array<char, 255> queue{};
     std::uint64_t reports = 0;
     std::uint64_t deliveredBefore = 0;
-    bool hasMessage = false;  ///< with a FID that is not delivered yet; the module's own buffer is reused
+    bool hasMessage = false;    ///< with a FID that is not delivered yet; the module's own buffer is reused
+    bool isSpent = false;       ///< its sender has had its share: the FID is not looked at
+    std::uint64_t refused = 0;  ///< of these, not told yet
     std::size_t messageLength = 0;
     std::array<unsigned char, protocol::maximumLength> message{};
 
@@ -108,6 +111,19 @@ struct FidTrail::Trail {
     std::string_view fields() const { return fieldsOf(message.data(), static_cast<int>(messageLength)); }
     std::string_view queueName() const { return {queue.data(), queueLength}; }
     std::string_view driverID() const { return queueName().substr(0, queueLength - s_outputEnd.size()); }
+    /// That driver; null where it is too deep.
+    Delivery* enter(const std::string& driverID) {
+        if (depth++ == 0)
+            deliveredOutside = Observation::ofThread().delivered;
+        Delivery* const pDelivery = innermost();
+        if (pDelivery) {
+            pDelivery->record = 0;
+            pDelivery->isTimed = false;
+            pDelivery->pDriverID = &driverID;
+            pDelivery->unknownLength = 0;
+        }
+        return pDelivery;
+    }
     Delivery* innermost() { return depth == 0 || depth > s_deepest ? nullptr : &deliveries[depth - 1]; }
 };
 
@@ -122,6 +138,7 @@ struct FidTrail::Taken {
 
     stream::StreamWriter::Fid record;
     std::string_view senderID;
+    bool isSpent = false;                ///< its sender has had its share: it is only counted
     const FidFields* pFields = nullptr;  ///< those that no message has
     // Not an optional one: its two kilobytes would be set to zero each time.
     alignas(FidFields) std::array<std::byte, sizeof(FidFields)> storage;
@@ -188,11 +205,17 @@ void FidTrail::takeSending(Sending& sending, Taken& taken) {
     taken.record.origin = sending.m_origin;
     if (sending.m_senderID.empty() && t_pAsking)
         taken.record.who = t_pAsking->m_who;
+    taken.isSpent = m_observation.isSpent(taken.record.sender);
+    if (taken.isSpent)
+        return m_observation.addRefused(taken.record.sender, 1);
     taken.setFields(sending.m_fid, sending.m_parameters);
 }
 
 void FidTrail::takeMessage(Trail& trail, Taken& taken) {
     trail.hasMessage = false;
+    taken.isSpent = trail.isSpent;
+    if (taken.isSpent)
+        return passOver(trail);
     taken.senderID = trail.driverID();
     taken.record.sender = trail.sender;
     taken.record.origin = EOrigin::Driver;
@@ -209,7 +232,7 @@ bool FidTrail::take(Trail& trail, std::string_view driverID, std::string_view fu
         return true;
     }
     if (!trail.hasMessage || trail.serial != m_observation.serial() ||
-        !isFid(firstText(trail.fields()), driverID, function))
+        !(trail.isSpent ? trail.depth == 0 : isFid(firstText(trail.fields()), driverID, function)))
         return false;
     takeMessage(trail, taken);
     return true;
@@ -225,6 +248,8 @@ std::uint64_t FidTrail::write(Taken& taken, Clock::time_point when) {
 }
 
 void FidTrail::reachesNobody(Taken& taken, const std::string& fid, const FIDParameterList* pParameters) {
+    if (taken.isSpent)
+        return;
     taken.record.outcome = m_whyNobody(fid, pParameters);
     write(taken, Clock::now());
 }
@@ -232,28 +257,33 @@ void FidTrail::reachesNobody(Taken& taken, const std::string& fid, const FIDPara
 void FidTrail::fidBegins(const std::string& driverID, const std::string& function,
                          const FIDParameterList& parameters) {
     Trail& trail = t_trail;
+    const bool isSending = trail.pSending && trail.pSending->m_isPending;
+    if (trail.isSpent && trail.hasMessage && trail.depth == 0 && !isSending &&
+        trail.serial == m_observation.serial()) {
+        passOver(trail);
+        trail.enter(driverID);
+        return;
+    }
     Taken taken;
     if (!take(trail, driverID, function, taken)) {
         // One that a driver has sent to another without the host.
         if (const Delivery* const pOuter = trail.innermost()) {
-            taken.record.sender = pOuter->receiver;
+            taken.record.sender = m_observation.number(*pOuter->pDriverID);
             taken.senderID = *pOuter->pDriverID;
         }
         taken.setFields(driverID + '.' + function, parameters);
     }
-    if (trail.depth++ == 0)
-        trail.deliveredOutside = Observation::ofThread().delivered;
+    Delivery* const pDelivery = trail.enter(driverID);
+    if (taken.isSpent)
+        return;
     const auto when = clock(trail);
     taken.record.receiver = m_observation.number(driverID);
     taken.record.outcome = EFidOutcome::Begins;
     const std::uint64_t record = write(taken, when);
-    if (Delivery* const pDelivery = trail.innermost()) {
+    if (pDelivery) {
         pDelivery->record = record;
-        pDelivery->receiver = taken.record.receiver;
         pDelivery->isTimed = !trail.isFlood;
         pDelivery->began = when;
-        pDelivery->pDriverID = &driverID;
-        pDelivery->unknownLength = 0;
     }
 }
 
@@ -268,7 +298,8 @@ void FidTrail::fidEnded(bool ok, const char* exception) {
     if (!pDelivery || (ok && !exception && !pDelivery->isTimed))
         return;
     const auto now = Clock::now();
-    const auto took = now - pDelivery->began;
+    // Of one that is not recorded it is not known.
+    const auto took = pDelivery->record == 0 ? Clock::duration::zero() : now - pDelivery->began;
     EFidOutcome outcome = EFidOutcome::Refused;
     std::string_view text(pDelivery->unknown.data(), pDelivery->unknownLength);
     if (exception) {
@@ -282,7 +313,8 @@ void FidTrail::fidEnded(bool ok, const char* exception) {
     } else if (!text.empty()) {
         outcome = EFidOutcome::UnknownFunction;
     }
-    m_observation.stream().fidEnd(m_observation.at(now), pDelivery->receiver, pDelivery->record, outcome,
+    m_observation.stream().fidEnd(m_observation.at(now), m_observation.number(*pDelivery->pDriverID),
+                                  pDelivery->record, outcome,
                                   std::chrono::duration_cast<std::chrono::nanoseconds>(took), text);
 }
 
@@ -307,9 +339,11 @@ void FidTrail::sent(const std::string& queue, const unsigned char* data, int len
     Taken taken;
     if (!take(trail, driverID, firstText(message), taken)) {
         if (const Delivery* const pOuter = trail.innermost())
-            taken.record.sender = pOuter->receiver;
+            taken.record.sender = m_observation.number(*pOuter->pDriverID);
         taken.record.fields = message;
     }
+    if (taken.isSpent)
+        return;
     taken.record.receiver = m_observation.number(driverID);
     taken.record.outcome = ok ? EFidOutcome::Written : EFidOutcome::NotRunning;
     write(taken, clock(trail));
@@ -327,9 +361,12 @@ void FidTrail::received(const std::string& queue, const unsigned char* data, int
     if (Observation::ofThread().delivered != trail.deliveredBefore)
         settle(trail);
     if (hasCode(data, length, protocol::dispatchFID)) {
+        trail.hasMessage = true;
+        trail.isSpent = m_observation.isSpent(trail.sender);
+        if (trail.isSpent)
+            return;
         trail.messageLength = std::min<std::size_t>(static_cast<std::size_t>(length), trail.message.size());
         std::memcpy(trail.message.data(), data, trail.messageLength);
-        trail.hasMessage = true;
     } else if (!hasCode(data, length, protocol::executeCommand)) {
         ++trail.reports;
     }
@@ -342,12 +379,15 @@ void FidTrail::waits(const std::string& queue) {
     if (trail.hasMessage)
         endPending(trail);
     settle(trail);
+    tellRefused(trail);
     trail.left = 0;
     trail.isFlood = false;
     trail.looked = {};
 }
 
 void FidTrail::beginReceiving(Trail& trail, const std::string& queue) {
+    if (trail.serial == m_observation.serial())
+        tellRefused(trail);
     trail.serial = 0;
     trail.hasMessage = false;
     if (!queue.ends_with(s_outputEnd) || queue.size() > trail.queue.size())
@@ -356,6 +396,7 @@ void FidTrail::beginReceiving(Trail& trail, const std::string& queue) {
     trail.queueLength = queue.copy(trail.queue.data(), trail.queue.size());
     trail.sender = m_observation.number(trail.driverID());
     trail.reports = 0;
+    trail.refused = 0;
     trail.deliveredBefore = Observation::ofThread().delivered;
 }
 
@@ -371,7 +412,20 @@ void FidTrail::settle(Trail& trail) {
 void FidTrail::endPending(Trail& trail) {
     Taken taken;
     takeMessage(trail, taken);
-    reachesNobody(taken, std::string(firstText(taken.record.fields)), nullptr);
+    if (!taken.isSpent)
+        reachesNobody(taken, std::string(firstText(taken.record.fields)), nullptr);
+}
+
+/// The message's FID: it is only counted.
+void FidTrail::passOver(Trail& trail) {
+    trail.hasMessage = false;
+    if (++trail.refused == s_refusedTogether)
+        tellRefused(trail);
+}
+
+void FidTrail::tellRefused(Trail& trail) {
+    if (trail.refused > 0)
+        m_observation.addRefused(trail.sender, std::exchange(trail.refused, 0));
 }
 
 std::string_view FidTrail::driverOfThread() {

@@ -16,6 +16,7 @@
 /// second record says how it ended, where it was refused, threw, or took more than a millisecond. Owned by
 /// Host; told by FidTap and by those who send, on the thread on which it happens.
 ///
+/// FIDs of a sender that has had its share of the stream are only counted.
 /// A thread that receives from a driver process looks at the clock once for each batch; while FIDs come
 /// faster than one in 4 us, for every 16th message, and how long a single one took is not known then.
 class FidTrail {
@@ -96,13 +97,15 @@ private:
 
     Observation::Clock::time_point clock(Trail& trail) const;
     void takeSending(Sending& sending, Taken& taken);
-    static void takeMessage(Trail& trail, Taken& taken);
+    void takeMessage(Trail& trail, Taken& taken);
     bool take(Trail& trail, std::string_view driverID, std::string_view function, Taken& taken);
     std::uint64_t write(Taken& taken, Observation::Clock::time_point when);
     void reachesNobody(Taken& taken, const std::string& fid, const FIDParameterList* pParameters);
     void beginReceiving(Trail& trail, const std::string& queue);
     void settle(Trail& trail);
     void endPending(Trail& trail);
+    void passOver(Trail& trail);
+    void tellRefused(Trail& trail);
 
     Observation& m_observation;
     const WhyNobody m_whyNobody;

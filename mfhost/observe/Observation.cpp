@@ -41,10 +41,12 @@ nanoseconds offsetOf(Observation::Time now, Observation::Clock::time_point momen
 constinit thread_local Observation::ThreadPart Observation::t_thread{};
 
 Observation::Observation(stream::StreamRing& ring)
-    : m_keys(ring),
+    : m_ring(ring),
+      m_keys(ring),
       m_writer(ring, m_keys),
       m_serial(++s_serials),
       m_offset(offsetOf(now(), Clock::now()).count()),
+      m_tick(now().time_since_epoch().count()),
       m_pFlows(std::make_unique<Flow[]>(stream::StreamRing::s_drivers)) {}
 
 Observation::Time Observation::now() {
@@ -150,12 +152,17 @@ Observation::Reports Observation::reports(const std::string& driverID) {
 
 void Observation::addReports(std::uint16_t driver, std::uint64_t received, std::uint64_t delivered) {
     Flow& flow = m_pFlows[driver];
-    flow.received.fetch_add(received, std::memory_order_relaxed);
-    flow.delivered.fetch_add(delivered, std::memory_order_relaxed);
+    // Of a driver one thread receives.
+    const auto add = [](std::atomic<std::uint64_t>& count, std::uint64_t more) {
+        count.store(count.load(std::memory_order_relaxed) + more, std::memory_order_relaxed);
+    };
+    add(flow.received, received);
+    add(flow.delivered, delivered);
 }
 
 void Observation::tick(Time now, Clock::time_point moment) {
     m_offset.store(offsetOf(now, moment).count(), std::memory_order_relaxed);
+    m_tick.store(now.time_since_epoch().count(), std::memory_order_relaxed);
     m_ticks.fetch_add(1, std::memory_order_relaxed);
     m_writer.tick(now);
     // The clock may be set back.

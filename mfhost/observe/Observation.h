@@ -43,6 +43,14 @@ public:
     /// host, for the empty ID.
     std::uint16_t number(std::string_view driverID);
 
+    /// Whether what the driver sends, triggers or says is refused at the moment, since it has had its share
+    /// of the stream; as of the last tick.
+    bool isSpent(std::uint16_t driver) {
+        return m_ring.isSpent(driver, Time(std::chrono::nanoseconds(m_tick.load(std::memory_order_relaxed))));
+    }
+    /// So many records were not made for that.
+    void addRefused(std::uint16_t driver, std::uint64_t records) { m_ring.addRefused(driver, records); }
+
     // What becomes of drivers. Where a driver ends that nobody has asked to end, or hangs, that is an
     // incident, too.
     void started(const std::string& driverID, int process, std::string_view text);
@@ -140,12 +148,14 @@ private:
     void note(const std::string& driverID, const std::string& cause, Time when);
     void sayReports(Time now);
 
+    stream::StreamRing& m_ring;
     stream::KeyTable m_keys;
     stream::StreamWriter m_writer;
     const std::uint64_t m_serial;  ///< of this object in the process
     std::atomic<std::int64_t> m_offset;
     std::atomic<bool> m_hasHeldBack{false};
     std::atomic<std::uint32_t> m_ticks{0};
+    std::atomic<std::int64_t> m_tick;        ///< when the last one was
     const std::unique_ptr<Flow[]> m_pFlows;  ///< by driver
     Time m_reportsSaid;
     std::mutex m_mutex;

@@ -385,11 +385,14 @@ void StateStore::write(Shard& shard, Kept& kept, Clock::time_point when) {
 
 /// What came before it is in the stream before it.
 void StateStore::recordEvent(Shard& shard, const Event& event) {
-    recordHeldBack(shard);
     ++Observation::ofThread().delivered;
+    const std::uint16_t driver = streamNumber(shard);
+    if (m_pObservation->isSpent(driver))
+        return m_pObservation->addRefused(driver, 1);
+    recordHeldBack(shard);
     const Observation::Time time = event.when;
-    m_pObservation->stream().event(
-        time, {m_pObservation->keys().key(streamNumber(shard), event.id, time), event.id}, event.value);
+    m_pObservation->stream().event(time, {m_pObservation->keys().key(driver, event.id, time), event.id},
+                                   event.value);
 }
 
 /// In the order in which they have changed. Those that did so last stand at the end.

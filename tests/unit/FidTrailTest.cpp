@@ -271,3 +271,30 @@ TEST_F(FidTrailTest, EachFidOfAFloodIsRecorded) {
     EXPECT_EQ(m_pRing->count(1, EKind::Fid) + m_pRing->count(0, EKind::Fid) + m_pRing->refused(0), 500u);
     EXPECT_GE(recorded().size(), 100u);
 }
+
+TEST_F(FidTrailTest, EachFidOfADriverThatHasHadItsShareIsCounted) {
+    const std::uint16_t sender = m_observation.number("A");
+    for (int i = 0; i < 5000; ++i) {
+        receiveFid("B.MOVE");
+        deliver("B", "MOVE");
+    }
+    // Those that reach nobody, and those to a driver process, are no others.
+    receiveFid("NOBODY.MOVE");
+    receiveFid("C.MOVE");
+    send("C_INQ", "MOVE", true);
+    m_sut.waits("A_OUTQ");
+    EXPECT_GE(m_pRing->count(sender, EKind::Fid), 100u);
+    EXPECT_EQ(m_pRing->count(sender, EKind::Fid) + m_pRing->refused(sender), 5002u);
+    EXPECT_EQ(m_pRing->count(m_observation.number("B"), EKind::Fid), 0u);
+    EXPECT_EQ(m_pRing->count(0, EKind::Fid), 0u);
+
+    // That one fails is recorded all the same, and what others send.
+    receiveFid("B.MOVE");
+    deliver("B", "MOVE", {}, true, "broken");
+    receive("X_OUTQ", protocol::MessageWriter(protocol::dispatchFID).string("B.STOP").parameters({}));
+    deliver("B", "STOP");
+    const Lines lines = recorded();
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines[lines.size() - 2], "B end of 0 outcome 10: broken");
+    EXPECT_EQ(lines.back(), "X>B origin 0 outcome 0: B.STOP");
+}

@@ -177,6 +177,24 @@ TEST_F(StreamRingTest, FileSystemThatIsFullLaterIsNoSignal) {
     EXPECT_EQ(said, "written 20000");
 }
 
+TEST_F(StreamRingTest, WhoIsSpentIsRefusedWhateverItIs) {
+    const auto pSut = ringOf(small());
+    EXPECT_FALSE(pSut->isSpent(1, at(0)));
+    int written = 0;
+    while (pSut->write(at(written), event("", 1)) != 0) {
+        ++written;
+        ASSERT_LT(written, 10'000);
+    }
+    EXPECT_GT(written, 100);
+    EXPECT_TRUE(pSut->isSpent(1, at(written)));
+    EXPECT_FALSE(pSut->isSpent(2, at(written)));
+    pSut->addRefused(1, 5);
+    EXPECT_EQ(pSut->refused(1), 6u);
+    // What it would push out is older than a minute by then.
+    EXPECT_FALSE(pSut->isSpent(1, at(70'000'000)));
+    EXPECT_NE(pSut->write(at(70'000'000), event("", 1)), 0u);
+}
+
 TEST_F(StreamRingTest, DriverHasAQuarterOfALapAndTheRestIsCounted) {
     const auto pSut = ringOf(small());
     unsigned int recorded = 0;
