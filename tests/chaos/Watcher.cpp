@@ -38,9 +38,12 @@ bool readStamped(const std::string& text, std::uint32_t& instance, std::uint32_t
     return readNumbered(text.substr(0, colon), instance, number) && take(rest, stamp) && rest.empty();
 }
 
+constexpr std::string_view s_beingEnded = "it is ended";
+constexpr std::string_view s_notHeeded = "did not heed SIGTERM";
+
 /// What the host says of a process: how it ended, that it hangs, or why it is being ended.
 bool isVerdict(const std::string& text) {
-    return text.starts_with("ended") || text.ends_with("it is ended") || text.ends_with("and is killed");
+    return text.starts_with("ended") || text.ends_with(s_beingEnded) || text.ends_with("and is killed");
 }
 
 /// The end of a process that was asked to end may take its time, whatever has ended it.
@@ -121,6 +124,10 @@ void Watcher::judgeVerdict(const std::string& driverID, pid_t pid, const std::st
     // The watch sees what becomes of the drivers of a host that is killed only now and then.
     if (m_isHostGone)
         return;
+    // While nobody reads the log its lines come late: the next process may have served by then, and what was
+    // done to its driver be over.
+    if (verdict.starts_with(s_notHeeded) && m_rightlyEnded.contains(pid))
+        return;
     const auto expected = m_expected.find(driverID);
     if (expected == m_expected.end()) {
         if (!verdict.starts_with(s_asked))
@@ -134,6 +141,8 @@ void Watcher::judgeVerdict(const std::string& driverID, pid_t pid, const std::st
     if (std::none_of(expected->second.begin(), expected->second.end(), begins) &&
         std::none_of(m_expectedOfAll.begin(), m_expectedOfAll.end(), befalls))
         m_false.push_back(line);
+    else if (verdict.ends_with(s_beingEnded))
+        m_rightlyEnded.insert(pid);
 }
 
 void Watcher::keep(const std::string& line) {
@@ -261,6 +270,7 @@ void Watcher::hostBegins() {
     m_isHostStarted = false;
     m_rows.clear();
     m_notices.clear();
+    m_rightlyEnded.clear();
     m_lives.push_back({Ledger::now(), 0});
 }
 

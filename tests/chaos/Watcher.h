@@ -201,6 +201,7 @@ private:
     std::vector<Life> m_lives;
     EventsByInstance m_events;
     std::vector<std::string> m_deadShownLive;
+    std::set<pid_t> m_rightlyEnded;  ///< of which the host has said so, and was right
     std::vector<std::string> m_unexpected;
     std::vector<std::string> m_false;
     std::uint64_t m_warnings = 0;

@@ -114,6 +114,31 @@ TEST_F(WatcherTest, VerdictThatIsNotWhatWasDoneIsFalse) {
     EXPECT_THAT(sut.unexpectedEnds(), IsEmpty());
 }
 
+TEST_F(WatcherTest, ProcessThatIsRightlyEndedMayBeSaidToBeKilledWhenAllIsOver) {
+    sut.expect("F1", {"hangs"});
+    sut.log(
+        "2026-11-21 17:14:34.073 error    HOST: F1: process 41 hangs: it has taken none of 3 messages for 2 "
+        "s and does not compute; it is ended");
+    sut.expectNothing("F1");
+    sut.log("2026-11-21 17:14:34.573 warning  HOST: F1: process 41 did not heed SIGTERM and is killed");
+    EXPECT_THAT(sut.unexpectedEnds(), IsEmpty());
+    const std::string another =
+        "2026-11-21 17:14:34.573 warning  HOST: F1: process 42 did not heed SIGTERM and is killed";
+    sut.log(another);
+    EXPECT_THAT(sut.unexpectedEnds(), ElementsAre(another));
+}
+
+TEST_F(WatcherTest, ProcessThatIsWronglyEndedIsFoundAsOftenAsItIsSaid) {
+    const std::string hangs =
+        "2026-11-21 17:14:34.073 error    HOST: T1: process 41 hangs: it has taken none of 3 messages for 2 "
+        "s and does not compute; it is ended";
+    const std::string killed =
+        "2026-11-21 17:14:34.573 warning  HOST: T1: process 41 did not heed SIGTERM and is killed";
+    sut.log(hangs);
+    sut.log(killed);
+    EXPECT_THAT(sut.unexpectedEnds(), ElementsAre(hangs, killed));
+}
+
 TEST_F(WatcherTest, WhatBefallsAllMayEndTheHarmedAndNobodyElse) {
     const std::string harmed =
         "2026-11-21 17:14:34.073 error    HOST: F1: process 41 ended unexpectedly: exit code 1; 0 values are "
