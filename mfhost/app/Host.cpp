@@ -56,7 +56,7 @@ std::unique_ptr<Recorder> makeRecorder(const Options& options, const RingPlace& 
     const auto report = [](const std::string& line, bool isGoodNews) {
         hostLog(isGoodNews ? sal::LogOutput::eInfo : sal::LogOutput::eWarning) << line << std::endl;
     };
-    Recorder::Settings settings{.directory = {}, .keep = options.recordKeep};
+    Recorder::Settings settings{.directory = {}, .keep = options.recordKeep, .secrets = options.secrets};
     if (options.records)
         settings.directory = recordingDirectory(options);
     return std::make_unique<Recorder>(*place.ring(), std::move(settings), std::move(left), report);

@@ -53,6 +53,7 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
     bool noControl = false;
     bool record = false;
     std::size_t recordSize = 0;
+    std::vector<std::string> secrets;
     double stopTimeout = 3;
     double hangTimeout = 10;
     double restartDelay = 1;
@@ -178,6 +179,11 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
             ->transform(CLI::AsSizeValue(false).description(""));
     app.add_flag("--record", record,
                  "record what happens: the last minutes in memory, the rest in recording/");
+    app.add_option("--secret", secrets,
+                   "record *** for the values of this parameter of FIDs; DRIVER.FUNCTION:PARAMETER of "
+                   "these alone; wildcards; may be given several times")
+        ->type_name("PARAMETER")
+        ->allow_extra_args(false);
     auto* pTrust = app.add_option("--trust", options.trustDirectory, "directory of the trusted public keys")
                        ->type_name("DIR");
     app.add_flag("--require-signature", options.requireSignature,
@@ -206,6 +212,13 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
             options.adapters.push_back(adapterNames(text));
         for (const std::string& name : options.allowedCommands)
             checkCommandName(name);
+
+        for (const std::string& pattern : secrets) {
+            if (!options.secrets.add(pattern))
+                throw CLI::ValidationError("--secret", base::quoted(pattern) +
+                                                           " names no parameter; PARAMETER or "
+                                                           "DRIVER.FUNCTION:PARAMETER does");
+        }
 
         options.sandbox = pSandbox->count() > 0 || options.probeSandbox;
         if (pFollow->count() > 0)

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "SecretNames.h"
 #include "WebAddress.h"
 
 /// What the command line asks for. All paths are absolute, so that they hold whatever directory is entered.
@@ -46,6 +47,7 @@ struct Options {
     bool records = false;                   ///< what happens is kept in a file and on the disk
     std::optional<std::size_t> recordSize;  ///< bytes of the stream; nothing: as there is room
     std::size_t recordKeep = std::size_t{1} << 30;
+    SecretNames secrets;  ///< parameters whose values are not recorded
     bool requireSignature = false;
     std::string trustDirectory;
 };

@@ -138,6 +138,7 @@ struct FidTrail::Taken {
 
     stream::StreamWriter::Fid record;
     std::string_view senderID;
+    std::string_view receiverID;
     bool isSpent = false;                ///< its sender has had its share: it is only counted
     const FidFields* pFields = nullptr;  ///< those that no message has
     // Not an optional one: its two kilobytes would be set to zero each time.
@@ -244,6 +245,15 @@ std::uint64_t FidTrail::write(Taken& taken, Clock::time_point when) {
         m_recordHeldBack(std::string(taken.senderID));
     if (taken.pFields)
         taken.record.fields = taken.pFields->bytes();
+    const SecretNames& secrets = m_observation.secrets();
+    if (secrets.empty())
+        return m_observation.stream().fid(m_observation.at(when), taken.record);
+    std::string fid(firstText(taken.record.fields));
+    if (fid.find('.') == std::string::npos)
+        fid = std::string(taken.receiverID) + '.' + fid;
+    const FidFields masked = FidFields::masked(
+        taken.record.fields, [&](std::string_view parameter) { return secrets.has(fid, parameter); });
+    taken.record.fields = masked.bytes();
     return m_observation.stream().fid(m_observation.at(when), taken.record);
 }
 
@@ -278,6 +288,7 @@ void FidTrail::fidBegins(const std::string& driverID, const std::string& functio
         return;
     const auto when = clock(trail);
     taken.record.receiver = m_observation.number(driverID);
+    taken.receiverID = driverID;
     taken.record.outcome = EFidOutcome::Begins;
     const std::uint64_t record = write(taken, when);
     if (pDelivery) {
@@ -345,6 +356,7 @@ void FidTrail::sent(const std::string& queue, const unsigned char* data, int len
     if (taken.isSpent)
         return;
     taken.record.receiver = m_observation.number(driverID);
+    taken.receiverID = driverID;
     taken.record.outcome = ok ? EFidOutcome::Written : EFidOutcome::NotRunning;
     write(taken, clock(trail));
 }

@@ -40,8 +40,9 @@ nanoseconds offsetOf(Observation::Time now, Observation::Clock::time_point momen
 
 constinit thread_local Observation::ThreadPart Observation::t_thread{};
 
-Observation::Observation(stream::StreamRing& ring)
+Observation::Observation(stream::StreamRing& ring, SecretNames secrets)
     : m_ring(ring),
+      m_secrets(std::move(secrets)),
       m_keys(ring),
       m_writer(ring, m_keys),
       m_serial(++s_serials),
@@ -102,7 +103,8 @@ Observation::Command::Command(Observation* pObservation, const Asker& asker, std
       m_driver(pObservation ? pObservation->number(asker.driverID) : std::uint16_t{0}),
       m_began(Clock::now()) {
     if (m_pObservation)
-        m_number = m_pObservation->m_writer.command(now(), m_driver, asker.origin, asker.who, line);
+        m_number = m_pObservation->m_writer.command(now(), m_driver, asker.origin, asker.who,
+                                                    m_pObservation->m_secrets.inCommand(std::string(line)));
 }
 
 Observation::Command::~Command() {
@@ -114,6 +116,9 @@ Observation::Command::~Command() {
 void Observation::Command::setResult(bool ok, std::string answer) {
     m_isOk = ok;
     m_answer = std::move(answer);
+    std::string room;
+    if (m_pObservation)
+        m_answer = m_pObservation->m_secrets.inLine(m_answer, room);
     if (m_answer.size() > s_longestAnswer)
         m_answer.resize(s_longestAnswer);
 }
@@ -122,16 +127,20 @@ void Observation::hostLine(std::string_view output, int level, std::string_view 
     std::uint16_t driver = m_keys.known(output);
     if (const auto end = text.find(':'); driver == 0 && end != std::string_view::npos)
         driver = m_keys.known(text.substr(0, end));
-    m_writer.log(now(), driver, static_cast<std::uint32_t>(level), output, text);
+    std::string room;
+    m_writer.log(now(), driver, static_cast<std::uint32_t>(level), output, m_secrets.inLine(text, room));
 }
 
 void Observation::driverLine(const std::string& driverID, std::string_view output, int level,
                              std::string_view text) {
-    m_writer.log(now(), number(driverID), static_cast<std::uint32_t>(level), output, text);
+    std::string room;
+    m_writer.log(now(), number(driverID), static_cast<std::uint32_t>(level), output,
+                 m_secrets.inLine(text, room));
 }
 
 void Observation::bareLine(const std::string& driverID, std::string_view text) {
-    m_writer.output(now(), number(driverID), text);
+    std::string room;
+    m_writer.output(now(), number(driverID), m_secrets.inLine(text, room));
 }
 
 void Observation::note(const std::string& driverID, const std::string& cause, Time when) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "KeyTable.h"
+#include "SecretNames.h"
 #include "StreamRing.h"
 #include "StreamWriter.h"
 
@@ -23,13 +24,14 @@ public:
     using Time = stream::Time;
     using Clock = std::chrono::steady_clock;
 
-    /// The ring outlives it.
-    explicit Observation(stream::StreamRing& ring);
+    /// The ring outlives it. The values of parameters with these names are nowhere recorded.
+    explicit Observation(stream::StreamRing& ring, SecretNames secrets = {});
     Observation(const Observation&) = delete;
     Observation& operator=(const Observation&) = delete;
 
     stream::StreamWriter& stream() { return m_writer; }
     stream::KeyTable& keys() { return m_keys; }
+    const SecretNames& secrets() const { return m_secrets; }
 
     static Time now();
     /// The wall clock's time at that moment, without a look at it: as far as the two clocks were apart at the
@@ -149,6 +151,7 @@ private:
     void sayReports(Time now);
 
     stream::StreamRing& m_ring;
+    const SecretNames m_secrets;
     stream::KeyTable m_keys;
     stream::StreamWriter m_writer;
     const std::uint64_t m_serial;  ///< of this object in the process

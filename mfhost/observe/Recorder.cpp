@@ -24,7 +24,7 @@ Recorder::Recorder(stream::StreamRing& ring, Settings settings, std::vector<Ring
       m_settings(std::move(settings)),
       m_report(std::move(report)),
       m_source(ring),
-      m_observation(ring),
+      m_observation(ring, m_settings.secrets),
       m_left(std::move(left)) {}
 
 Recorder::~Recorder() {

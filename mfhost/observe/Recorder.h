@@ -31,6 +31,7 @@ public:
         std::chrono::seconds before{60};          ///< what a black box has of the time before
         std::chrono::seconds after{10};           ///< and after
         std::size_t blackBoxes = 20;
+        SecretNames secrets = {};  ///< what is not recorded
     };
     /// Takes a line for the operator, without the end of line; true for one that is no fault. On the
     /// recorder's thread.

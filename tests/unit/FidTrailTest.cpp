@@ -114,6 +114,25 @@ TEST_F(FidTrailTest, FidToADriverProcessIsRecordedWhenItIsWritten) {
                 ElementsAre("A>B origin 0 outcome 1: B.MOVE x=1", "A>B origin 0 outcome 3: B.STOP"));
 }
 
+TEST_F(FidTrailTest, SecretsAreNotRecorded) {
+    SecretNames secrets;
+    secrets.add("B.LOGIN:pin");
+    Observation observation(*m_pRing, secrets);
+    FidTrail sut{observation, [](const std::string&, const FIDParameterList*) { return EFidOutcome::Begins; },
+                 [](const std::string&) {}};
+    sut.fidBegins(m_driverB, "LOGIN", parameters("pin", "1234"));
+    sut.fidEnded(true, nullptr);
+    // A message to a driver process names the function alone.
+    const auto message =
+        protocol::MessageWriter(protocol::sendFID).string("LOGIN").parameters(parameters("pin", "1234"));
+    sut.sent("B_INQ", message.data(), static_cast<int>(message.length()), true);
+    sut.fidBegins(m_driverB, "MOVE", parameters("pin", "5678"));
+    sut.fidEnded(true, nullptr);
+    EXPECT_THAT(recorded(), ElementsAre("host>B origin 0 outcome 0: B.LOGIN pin=***",
+                                        "host>B origin 0 outcome 1: LOGIN pin=***",
+                                        "host>B origin 0 outcome 0: B.MOVE pin=5678"));
+}
+
 TEST_F(FidTrailTest, FidThatReachesNobodyIsRecordedWhenTheThreadComesBack) {
     receiveFid("X.MOVE");
     receiveFid("Y.MOVE");

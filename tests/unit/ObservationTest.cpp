@@ -92,6 +92,26 @@ TEST_F(ObservationTest, CommandHasABeginningAndAnEnd) {
     EXPECT_THAT(lines[3], testing::MatchesRegex("A command-end #4 failed after [0-9.]+ us"));
 }
 
+TEST_F(ObservationTest, SecretsAreInNoLine) {
+    SecretNames secrets;
+    secrets.add("password");
+    Observation sut(*m_pRing, secrets);
+    {
+        Observation::Command command(&sut, {.origin = stream::EOrigin::Console},
+                                     "sendFID A.LOGIN password=open user=anna");
+        command.setResult(false, "A.LOGIN password=open is wrong");
+    }
+    sut.hostLine("MDM", 5, "MDM: A.LOGIN ( password=open ) received.");
+    sut.driverLine("A", "A", 4, "password=open");
+    sut.bareLine("A", "tried password=open");
+    std::string all;
+    for (const std::string& line : recorded())
+        all += line + '\n';
+    EXPECT_THAT(all, testing::Not(testing::HasSubstr("open")));
+    EXPECT_THAT(all, testing::HasSubstr("host command sendFID A.LOGIN password=*** user=anna from console"));
+    EXPECT_THAT(all, testing::HasSubstr("A output tried password=***"));
+}
+
 TEST_F(ObservationTest, CommandWithoutAnObservationIsNone) {
     Observation::Command command(nullptr, {}, "drivers");
     command.setResult(true);

@@ -165,6 +165,15 @@ TEST_F(OptionParserTest, RecordingHasSizes) {
     EXPECT_EQ(2, refused({"--record-size", "much"}));
 }
 
+TEST_F(OptionParserTest, SecretsAreParametersOfFids) {
+    EXPECT_TRUE(options({}).secrets.empty());
+    const Options sut = options({"--secret", "password", "--secret", "LAMP.PAIR:code"});
+    EXPECT_TRUE(sut.secrets.has("CAM1.LOGIN", "password"));
+    EXPECT_TRUE(sut.secrets.has("LAMP.PAIR", "code"));
+    EXPECT_FALSE(sut.secrets.has("LAMP.MOVE", "code"));
+    EXPECT_EQ(2, refused({"--secret", "LAMP.PAIR:"}));
+}
+
 TEST_F(OptionParserTest, RestartsHaveNoLimitUnlessOneIsGiven) {
     EXPECT_EQ(std::nullopt, options({}).restartLimit);
     EXPECT_EQ(3u, options({"--restart-limit", "3"}).restartLimit);
