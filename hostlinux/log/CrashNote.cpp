@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -30,6 +31,8 @@ alignas(16) std::array<char, 64u << 10> s_stack;
 /// What the handler reads: written before it is installed.
 struct Note {
     pid_t process = 0;
+    dev_t device = 0;  ///< with the inode, the pipe to the host
+    ino_t inode = 0;
     std::array<char, 400> name{};  ///< of driver and output
 } s_note;
 
@@ -58,6 +61,13 @@ std::int64_t milliseconds() {
     timespec now{};
     ::clock_gettime(CLOCK_MONOTONIC, &now);
     return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+/// A driver may have something else there.
+bool isPipeInPlace() {
+    struct stat present {};
+    return ::fstat(STDERR_FILENO, &present) == 0 && present.st_dev == s_note.device &&
+           present.st_ino == s_note.inode;
 }
 
 /// False when the host does not read it now, or any more.
@@ -94,7 +104,7 @@ void onCrash(int signal) {
     sigaddset(&only, signal);
     ::pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
     // A program that the driver is about to start is none that the host knows.
-    if (::getpid() == s_note.process && say(signal))
+    if (::getpid() == s_note.process && isPipeInPlace() && say(signal))
         waitForHost();
     ::syscall(SYS_tgkill, ::getpid(), ::syscall(SYS_gettid), signal);
 }
@@ -103,11 +113,14 @@ void onCrash(int signal) {
 
 void CrashNote::install(const std::string& driverID) {
     struct sigaction present {};
-    if (!ErrorPipe::isTaken() || ::sigaction(SIGSEGV, nullptr, &present) != 0 ||
-        present.sa_handler != SIG_DFL)
+    struct stat pipe {};
+    if (!ErrorPipe::isInPlace() || ::fstat(STDERR_FILENO, &pipe) != 0 ||
+        ::sigaction(SIGSEGV, nullptr, &present) != 0 || present.sa_handler != SIG_DFL)
         return;
     const std::string name = base::printable(driverID) + " MFD";
     s_note.process = ::getpid();
+    s_note.device = pipe.st_dev;
+    s_note.inode = pipe.st_ino;
     name.copy(s_note.name.data(), s_note.name.size() - 1);
     stack_t stack{};
     stack.ss_sp = s_stack.data();

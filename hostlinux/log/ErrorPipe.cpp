@@ -117,17 +117,17 @@ bool ErrorPipe::take() {
     return isIt;
 }
 
-bool ErrorPipe::isTaken() {
-    return !taken().pipe.empty();
+bool ErrorPipe::isInPlace() {
+    return isStill(STDERR_FILENO, taken().pipe);
 }
 
 bool ErrorPipe::isAbandoned() {
     pollfd pipe{STDERR_FILENO, POLLOUT, 0};
-    return isStill(STDERR_FILENO, taken().pipe) && ::poll(&pipe, 1, 0) > 0 && (pipe.revents & POLLERR) != 0;
+    return isInPlace() && ::poll(&pipe, 1, 0) > 0 && (pipe.revents & POLLERR) != 0;
 }
 
 std::optional<std::string> ErrorPipe::leave() {
-    if (!isStill(STDERR_FILENO, taken().pipe) || !isStill(s_formerErrors, taken().former))
+    if (!isInPlace() || !isStill(s_formerErrors, taken().former))
         return std::nullopt;
     // What has not been read stays in a pipe as long as it can be written to.
     const base::UniqueFd reader(::open("/proc/self/fd/2", O_RDONLY | O_NONBLOCK | O_CLOEXEC));

@@ -27,8 +27,8 @@ public:
     /// variable is taken away, and the former standard error is closed there. For the log of a program,
     /// before other threads run.
     static bool take();
-    /// Whether take() has found such a one. Any thread.
-    static bool isTaken();
+    /// Whether take() has found such a one, and it is the standard error still. Any thread.
+    static bool isInPlace();
     /// Whether the standard error of this process is the pipe still, and its host reads it no longer. Any
     /// thread.
     static bool isAbandoned();

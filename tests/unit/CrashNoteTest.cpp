@@ -1,5 +1,6 @@
 #include "sal/CrashNote.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -116,6 +117,21 @@ TEST_F(CrashNoteOfAProcess, SaysNothingWhereNoHostReads) {
     run(false, [] { ::raise(SIGSEGV); });
     EXPECT_EQ(signalOfItsEnd(), SIGSEGV);
     EXPECT_THAT(line(), IsEmpty());
+}
+
+TEST_F(CrashNoteOfAProcess, SaysNothingIntoWhatADriverHasInThePlaceOfStandardError) {
+    std::array<int, 2> other{};
+    ASSERT_EQ(::pipe2(other.data(), O_NONBLOCK), 0);
+    run(true, [&other] {
+        ::dup2(other[1], STDERR_FILENO);
+        ::raise(SIGSEGV);
+    });
+    EXPECT_EQ(signalOfItsEnd(), SIGSEGV);
+    EXPECT_THAT(line(), IsEmpty());
+    char byte = 0;
+    EXPECT_EQ(::read(other[0], &byte, 1), -1);
+    ::close(other[0]);
+    ::close(other[1]);
 }
 
 TEST_F(CrashNoteOfAProcess, LeavesAHandlerThatIsThereInItsPlace) {
