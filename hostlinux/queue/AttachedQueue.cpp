@@ -320,8 +320,9 @@ bool AttachedQueue::push(const unsigned char* data, int length, int timeout, std
 bool AttachedQueue::waitForSpace(Deadline& deadline) {
     QueueEvent& event = header().spaceEvent;
     for (;;) {
-        const std::uint32_t number = event.prepareFenced();
-        if (isBroken() || m_ring.depth() < m_ring.geometry().capacity)
+        const auto isOver = [this] { return isBroken() || m_ring.depth() < m_ring.geometry().capacity; };
+        const QueueEvent::Prepared prepared = event.prepareFenced();
+        if (isOver())
             return true;
         const std::string why = whyNoReceiver();
         // It may have made room last thing before it died.
@@ -332,7 +333,7 @@ bool AttachedQueue::waitForSpace(Deadline& deadline) {
         const auto time = deadline.left(s_slice);
         if (time == Deadline::Clock::duration::zero())
             return false;
-        if (event.wait(number, time) == EFutexWake::Unmapped)
+        if (event.wait(prepared, time, isOver) == EFutexWake::Unmapped)
             setBroken("its file has been cut short");
     }
 }
@@ -466,13 +467,16 @@ int AttachedQueue::receive(unsigned char* buffer, int size, int timeout) {
 void AttachedQueue::waitForData(Deadline& deadline) {
     QueueEvent& event = header().dataEvent;
     m_receivedInARow = 0;
-    const std::uint32_t number = event.prepare();
-    if (m_ring.depth() > 0 || m_isStopping.load(std::memory_order_acquire) || isBroken())
+    const auto isOver = [this] {
+        return m_ring.depth() > 0 || m_isStopping.load(std::memory_order_acquire) || isBroken();
+    };
+    const QueueEvent::Prepared prepared = event.prepare();
+    if (isOver())
         return;
     trimWhenLow();
     if (auto* const pObserver = s_pObserverOfReceived.load(std::memory_order_acquire))
         pObserver->waits(m_name);
-    if (event.wait(number, deadline.left(s_slice)) == EFutexWake::Unmapped)
+    if (event.wait(prepared, deadline.left(s_slice), isOver) == EFutexWake::Unmapped)
         setBroken("its file has been cut short");
 }
 

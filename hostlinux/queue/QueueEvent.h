@@ -9,26 +9,41 @@ namespace sal {
 /// Waiter: prepare(), look again for what it waits for, wait(). Waker: publish, signal(). Either the waker
 /// finds the flag or the waiter's second look finds what was published, for one of two reasons: both sides
 /// change the flag with a read-modify-write, and these have one order; or the waiter makes a heavy fence and
-/// the waker a light one. A waker may die in between, so a wait is always a short one.
+/// the waker a light one. Since that fence may pass by, wait() looks a third time. A waker may die in
+/// between, so a wait is always a short one.
 class QueueEvent {
 public:
-    /// The number to wait on. Makes the heavy fence where it was promised.
-    std::uint32_t prepare() {
+    struct Prepared {
+        std::uint32_t number;  ///< to wait on
+        bool hasFence;         ///< which may have passed by
+    };
+
+    /// Makes the heavy fence where it was promised.
+    Prepared prepare() {
         if (m_isFenced.load(std::memory_order_relaxed) == 0)
-            return prepareUnfenced();
+            return {prepareUnfenced(), false};
         m_isFenced.store(0, std::memory_order_relaxed);
         return prepareFenced();
     }
 
     /// The same for an event whose wakers rely on the heavy fence always.
-    std::uint32_t prepareFenced() {
+    Prepared prepareFenced() {
         const std::uint32_t number = prepareUnfenced();
         heavyFence();
-        return number;
+        return {number, true};
     }
 
-    EFutexWake wait(std::uint32_t number, std::chrono::nanoseconds time) {
-        return futexWait(m_number, number, time, EFutexScope::Shared);
+    /// After a fence looks once more for what the waiter waits for, when all that was published before
+    /// prepare() has arrived. TimedOut when that look finds it, too.
+    template <class Look>
+    EFutexWake wait(const Prepared& prepared, std::chrono::nanoseconds time, Look look) {
+        if (prepared.hasFence && time > settleTime) {
+            const EFutexWake wake = futexWait(m_number, prepared.number, settleTime, EFutexScope::Shared);
+            if (wake != EFutexWake::TimedOut || look())
+                return wake;
+            time -= settleTime;
+        }
+        return futexWait(m_number, prepared.number, time, EFutexScope::Shared);
     }
 
     /// By the only waiter, when it does not expect to wait soon: from now on the light fence will do.

@@ -148,11 +148,18 @@ SenderLock::EResult SenderLock::settle(Deadline* pDeadline) {
         // until it was out: this load orders what it did to this object before what follows.
         m_pSeat->inside.load(std::memory_order_acquire);
     }
-    if (m_words.favoured.load(std::memory_order_relaxed) != 0) {
+    if (const std::uint32_t favoured = m_words.favoured.load(std::memory_order_relaxed); favoured != 0) {
         // First, so that the sender that takes over from a holder that dies here settles it.
         m_words.unsettled.store(1, std::memory_order_relaxed);
         m_words.favoured.store(0, std::memory_order_release);
-        heavyFence();
+        if (favoured == m_ticket && m_mayBeFavoured) {
+            // A thread of this object.
+            heavyFenceOfProcess();
+        } else {
+            heavyFence();
+            // The fence may have passed by the favoured one, which may be inside without being seen.
+            std::this_thread::sleep_for(settleTime);
+        }
     }
     if (m_words.unsettled.load(std::memory_order_relaxed) == 0)
         return EResult::Locked;

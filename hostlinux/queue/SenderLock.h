@@ -23,7 +23,7 @@ public:
 
     /// Broken when the words make no sense, Unmapped when they are no longer there.
     EResult lock(Deadline& deadline);
-    /// Does not wait.
+    /// Does not wait, but for a millisecond when it takes the favour from another process.
     bool tryLock();
     /// False when another process has overwritten the words meanwhile.
     bool unlock();
@@ -37,7 +37,7 @@ private:
     bool tryWord();
     EResult lockWord(Deadline& deadline);
     /// Withdraws another's favour and waits until no favoured thread is inside. By the holder of the word; a
-    /// null deadline does not wait.
+    /// null deadline does not wait for that.
     EResult settle(Deadline* pDeadline);
     EResult waitOutside(SenderLockWords::Seat& seat, Deadline* pDeadline);
     bool unlockWord();

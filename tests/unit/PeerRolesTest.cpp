@@ -47,10 +47,14 @@ protected:
             side.wait();
         });
     }
-    base::UniqueFd accept() {
-        EXPECT_TRUE(eventually([this] {
+    /// Of that process; 0: of any. Others of the machine may connect as well.
+    base::UniqueFd accept(pid_t process) {
+        EXPECT_TRUE(eventually([this, process] {
             m_accepted = base::UniqueFd(::accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-            return bool(m_accepted);
+            ucred peer{};
+            socklen_t size = sizeof peer;
+            ::getsockopt(m_accepted.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+            return m_accepted && (process == 0 || peer.pid == process);
         }));
         return std::move(m_accepted);
     }
@@ -58,7 +62,7 @@ protected:
         const auto pClient = connectAs(user, group, groups);
         EXPECT_EQ(pClient->hear(), "connected");
         PeerRoles sut(settings);
-        auto peer = sut.look(accept().get());
+        auto peer = sut.look(accept(pClient->pid()).get());
         EXPECT_TRUE(peer);
         return peer ? std::move(*peer) : PeerRoles::Peer();
     }
@@ -152,7 +156,7 @@ TEST_F(PeerRolesTest, DriverProcessIsRefused) {
     });
     ASSERT_EQ(pDriver->hear(), "connected");
     PeerRoles sut(settings);
-    const auto peer = sut.look(accept().get());
+    const auto peer = sut.look(accept(pDriver->pid()).get());
     ASSERT_TRUE(peer);
     EXPECT_EQ(sut.refusal(*peer).reason, "");
     drivers.insert(pDriver->pid());
@@ -170,7 +174,7 @@ TEST_F(PeerRolesTest, PeerThatCannotBeLookedAtIsRefusedForNow) {
     });
     ASSERT_EQ(client.hear(), "connected");
     PeerRoles sut(settings);
-    const auto peer = sut.look(accept().get());
+    const auto peer = sut.look(accept(client.pid()).get());
     ASSERT_TRUE(peer);
     {
         const NoDescriptors none;
@@ -191,7 +195,7 @@ TEST_F(PeerRolesTest, RolesAreKnownWhereNoDescriptorIsLeft) {
     const auto pClient = connectAs(4711, 7002);
     ASSERT_EQ(pClient->hear(), "connected");
     PeerRoles sut(settings);
-    const base::UniqueFd socket = accept();
+    const base::UniqueFd socket = accept(pClient->pid());
     const NoDescriptors none;
     const auto peer = sut.look(socket.get());
     ASSERT_TRUE(peer);
@@ -219,7 +223,7 @@ TEST_F(PeerRolesTest, WhatADriverProcessHasStartedIsRefused) {
     ASSERT_GT(grandchild, 0);
     drivers.insert(driver.pid());
     PeerRoles sut(settings);
-    const auto peer = sut.look(accept().get());
+    const auto peer = sut.look(accept(grandchild).get());
     ASSERT_TRUE(peer);
     EXPECT_EQ(peer->pid, grandchild);
     EXPECT_NE(sut.refusal(*peer).reason, "");
@@ -233,7 +237,7 @@ TEST_F(PeerRolesTest, OrphanOfADriverProcessIsRefusedByItsMark) {
     ASSERT_TRUE(sal::Process::createProcess(
         "sh", shell,
         {"-c", "setsid curl -s -m 60 --unix-socket " + m_socket.path() + " http://localhost/ & exit 0"}));
-    const base::UniqueFd connection = accept();
+    const base::UniqueFd connection = accept(0);
     PeerRoles sut(settings);
     const auto peer = sut.look(connection.get());
     ASSERT_TRUE(peer);
@@ -249,7 +253,7 @@ TEST_F(PeerRolesTest, ProcessThatIsGoneIsRefused) {
     const pid_t pid = client.pid();
     client.end();
     PeerRoles sut(settings);
-    const auto peer = sut.look(accept().get());
+    const auto peer = sut.look(accept(pid).get());
     ASSERT_TRUE(peer);
     EXPECT_EQ(sut.refusal(*peer).reason,
               "the process that has connected, " + std::to_string(pid) +

@@ -31,25 +31,49 @@ void linger(unsigned steps) {
 
 TEST(QueueEvent, SignalEndsAWait) {
     sal::QueueEvent sut;
-    const std::uint32_t number = sut.prepare();
+    const auto prepared = sut.prepare();
     EXPECT_TRUE(sut.seemsAwaited());
     sut.signal();
     EXPECT_FALSE(sut.seemsAwaited());
-    EXPECT_EQ(sut.wait(number, 10s), sal::EFutexWake::Changed);
+    EXPECT_EQ(sut.wait(prepared, 10s, [] { return false; }), sal::EFutexWake::Changed);
 }
 
 TEST(QueueEvent, SignalOfAJoinedProcessEndsAWait) {
     sal::QueueEvent sut;
     sut.promiseFence();
-    const std::uint32_t number = sut.prepare();
+    const auto prepared = sut.prepare();
     sut.signalFenced();
-    EXPECT_EQ(sut.wait(number, 10s), sal::EFutexWake::Changed);
+    EXPECT_EQ(sut.wait(prepared, 10s, [] { return false; }), sal::EFutexWake::Changed);
 }
 
 TEST(QueueEvent, AWaitWithoutSignalTimesOut) {
     sal::QueueEvent sut;
-    const std::uint32_t number = sut.prepare();
-    EXPECT_EQ(sut.wait(number, 1ms), sal::EFutexWake::TimedOut);
+    const auto prepared = sut.prepare();
+    EXPECT_EQ(sut.wait(prepared, 1ms, [] { return false; }), sal::EFutexWake::TimedOut);
+}
+
+TEST(QueueEvent, AWaitLooksOnceMoreForWhatAFenceHasPassedBy) {
+    sal::QueueEvent sut;
+    int looks = 0;
+    const auto prepared = sut.prepareFenced();
+    EXPECT_EQ(sut.wait(prepared, c_hangGuard, [&looks] { return ++looks == 1; }), sal::EFutexWake::TimedOut);
+    EXPECT_EQ(looks, 1);
+}
+
+TEST(QueueEvent, AWaitWithoutAFenceLooksNoMore) {
+    sal::QueueEvent sut;
+    EXPECT_EQ(sut.wait(sut.prepare(), 5ms, [] { return ADD_FAILURE(), true; }), sal::EFutexWake::TimedOut);
+}
+
+TEST(QueueEvent, ASignalEndsAWaitAfterItsLook) {
+    sal::QueueEvent sut;
+    const auto prepared = sut.prepareFenced();
+    EXPECT_EQ(sut.wait(prepared, c_hangGuard,
+                       [&sut] {
+                           sut.signal();
+                           return false;
+                       }),
+              sal::EFutexWake::Changed);
 }
 
 TEST(QueueEvent, EnduranceAWaiterSeesWhatWasPublishedOrIsWoken) {
@@ -68,14 +92,15 @@ TEST(QueueEvent, EnduranceAWaiterSeesWhatWasPublishedOrIsWoken) {
                 line.word.store(next, std::memory_order_relaxed);
             }
             linger(random() % 2000);
-            const std::uint32_t number = sut.prepare();
-            // Nothing yet, then a wake-up comes.
-            if (published.load(std::memory_order_acquire) < next &&
-                sut.wait(number, c_hangGuard) == sal::EFutexWake::TimedOut) {
+            const auto prepared = sut.prepare();
+            // Nothing yet, then it is seen or a wake-up comes.
+            const auto isThere = [&] { return published.load(std::memory_order_acquire) >= next; };
+            if (!isThere() && sut.wait(prepared, c_hangGuard, isThere) == sal::EFutexWake::TimedOut &&
+                !isThere()) {
                 ++missed;
             }
-            while (published.load(std::memory_order_acquire) < next) {
-                sut.wait(sut.prepare(), 1ms);
+            while (!isThere()) {
+                sut.wait(sut.prepare(), 1ms, isThere);
             }
             seen.store(next, std::memory_order_release);
         }
