@@ -1,13 +1,10 @@
 #include "HostApi.h"
 
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
@@ -17,6 +14,7 @@
 #include "CheckCommand.h"
 #include "FileReplacement.h"
 #include "HostLog.h"
+#include "RandomID.h"
 #include "RegularFile.h"
 #include "ShownMacros.h"
 #include "sal/MessageQueue.h"
@@ -25,18 +23,6 @@ namespace {
 
 /// In the working directory.
 constexpr const char* s_sessionFile = "mfhost.sessions";
-
-std::string instanceID() {
-    std::array<unsigned char, 16> bytes{};
-    static_cast<void>(::getrandom(bytes.data(), bytes.size(), 0));
-    std::string text;
-    for (const unsigned char byte : bytes) {
-        std::array<char, 3> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02x", byte);
-        text += digits.data();
-    }
-    return text;
-}
 
 }  // namespace
 
@@ -164,7 +150,7 @@ ApiContext HostApi::context() {
     return {.drivers = m_parts.drivers,
             .store = m_parts.store,
             .instance = {.version = MFHOST_VERSION,
-                         .id = m_parts.pRecorder ? m_parts.pRecorder->source().instance() : instanceID(),
+                         .id = m_parts.pRecorder ? m_parts.pRecorder->source().instance() : base::randomID(),
                          .workplace = m_parts.options.config,
                          .started = std::chrono::system_clock::now(),
                          .pid = ::getpid(),

@@ -4,7 +4,6 @@
 #include <linux/magic.h>
 #include <stdlib.h>
 #include <sys/file.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
@@ -12,7 +11,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -22,6 +20,7 @@
 
 #include "Observation.h"
 #include "Printable.h"
+#include "RandomID.h"
 
 namespace {
 
@@ -38,18 +37,6 @@ constexpr int s_attempts = 10;
 
 std::string ownPrefix() {
     return "mfd-" + std::to_string(::geteuid()) + "-ring-";
-}
-
-std::string newInstance() {
-    std::array<unsigned char, 16> bytes{};
-    static_cast<void>(::getrandom(bytes.data(), bytes.size(), 0));
-    std::string text;
-    for (const unsigned char byte : bytes) {
-        std::array<char, 3> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02x", byte);
-        text += digits.data();
-    }
-    return text;
 }
 
 /// A quarter is for values.
@@ -114,7 +101,7 @@ std::optional<RingPlace::Left> takeFrom(const std::string& directory, bool isOwn
 
 }  // namespace
 
-RingPlace::RingPlace(const Settings& settings) : m_instance(newInstance()) {
+RingPlace::RingPlace(const Settings& settings) : m_instance(base::randomID()) {
     if (!settings.isWanted)
         return;
     if (!settings.isFile) {
