@@ -231,6 +231,7 @@ int runProgram(int argc, char** argv) {
     if (const std::optional<int> exitCode = enterPlace(options))
         return *exitCode;
     setEnvironment(options, raiseDescriptorLimit());
+    makeRoomForDescriptors();
     const sal::HostQueueDirectory queueDirectory;
     rememberTerminalModes();
     StopSignals signals;
