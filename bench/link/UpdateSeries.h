@@ -1,24 +1,28 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Job.h"
 
 /// The updates of a job as every sender makes them and every receiver expects them: its names in turn.
 class UpdateSeries {
 public:
-    UpdateSeries() : UpdateSeries(Job()) {}
+    /// Of nothing, and made at once: no driver starts later for it.
+    UpdateSeries() = default;
     explicit UpdateSeries(const Job& job)
         : m_count(job.names), m_text(job.valueSize < 8 ? 8 : job.valueSize, 'v') {
-        for (std::size_t i = 0; i < m_names.size(); ++i) {
+        m_names.reserve(m_count);
+        for (std::size_t i = 0; i < m_count; ++i) {
             std::string digits = std::to_string(i);
-            m_names[i] = "VALUE" + std::string(3 - digits.size(), '0') + digits;
-            if (m_names[i].size() < job.nameSize)
-                m_names[i].resize(job.nameSize, '_');
+            std::string name = "VALUE" + std::string(digits.size() < 3 ? 3 - digits.size() : 0, '0') + digits;
+            if (name.size() < job.nameSize)
+                name.resize(job.nameSize, '_');
+            m_names.push_back(std::move(name));
         }
     }
 
@@ -49,7 +53,7 @@ public:
     static std::uint32_t ageOf(int stamp) { return static_cast<std::uint32_t>((now() - stamp) & 0x7fffffff); }
 
 private:
-    std::size_t m_count;
-    std::array<std::string, Job::s_names> m_names;
+    std::size_t m_count = 0;
+    std::vector<std::string> m_names;
     std::string m_text;
 };
