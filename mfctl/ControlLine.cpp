@@ -14,6 +14,7 @@
 #include "AttachCommand.h"
 #include "ChangeCommands.h"
 #include "ControlError.h"
+#include "DebugCommand.h"
 #include "DoctorCommand.h"
 #include "DriverCommands.h"
 #include "LogCommand.h"
@@ -48,6 +49,7 @@ struct Words {
     std::string glob;
     std::string fid;
     std::vector<std::string> parameters;
+    std::vector<std::string> debuggerOptions;
     std::string stage = "delivered";
     std::string role = "operate";
     std::string key;
@@ -169,6 +171,13 @@ void addDriverCommands(Commands& commands, Words& words) {
         commands.addTimeout(*pCommand, s_longWait);
     };
     addChange("reload", "stop a driver, and start it with what the workplace file says now", "reload");
+    CLI::App* pDebug = addOfDriver(
+        "debug", "load a driver anew under gdb; what follows the ID is for gdb", [&](RemoteControl& control) {
+            return DebugCommand(control).run(words.driver, words.debuggerOptions, words.limit(s_longWait));
+        });
+    commands.addTimeout(*pDebug, s_longWait);
+    pDebug->prefix_command();
+    pDebug->parse_complete_callback([&words, pDebug] { words.debuggerOptions = pDebug->remaining(); });
     addChange("stop", "stop a driver and keep it so until \"start\", over restarts of the host too", "park");
     addChange("start", "start a driver that was stopped, or that has ended for good", "unpark");
 }

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <thread>
 
+#include "DebuggerWait.h"
 #include "DriverCalls.h"
 #include "DriverOutput.h"
 #include "HostWatch.h"
@@ -89,6 +90,9 @@ int DriverProcess::run() {
                      .waitForHostEnd = [pInput = m_pInput] { pInput->waitForCreatorEnd(); },
                      .onHostEnd = [this] { requestStop(EStop::StopWhenEmpty); },
                      .onOverdue = [this] { endOverdue(); }});
+
+    if (m_options.debuggerPatience.count() > 0)
+        static_cast<void>(waitForDebugger(m_options.debuggerPatience, *m_pLog));
 
     QueueSink sink(m_output);
     DriverOutput output(sink);

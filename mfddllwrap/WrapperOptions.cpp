@@ -41,5 +41,7 @@ WrapperOptions WrapperOptions::parse(const std::vector<std::string>& arguments,
     options.stopTimeout = std::chrono::milliseconds(std::llround(seconds * 1000));
     options.descriptors =
         number<std::uint64_t>(environment, "MFD_DESCRIPTORS", 0, UINT64_MAX, 0, options.complaints);
+    options.debuggerPatience = std::chrono::seconds(
+        number<std::uint32_t>(environment, "MFD_WAIT_FOR_DEBUGGER", 0, 3600, 0, options.complaints));
     return options;
 }

@@ -15,7 +15,8 @@ struct WrapperOptions {
     std::chrono::milliseconds stopTimeout{
         3000};                      ///< MFD_STOP_TIMEOUT, in seconds: what the host gives a driver to stop
     std::uint64_t descriptors = 0;  ///< MFD_DESCRIPTORS, how many it may have; 0 leaves the limit as it is
-    std::vector<std::string> complaints;  ///< settings that were no good and so have their defaults
+    std::chrono::seconds debuggerPatience{0};  ///< MFD_WAIT_FOR_DEBUGGER: how long to wait for one; 0 for not
+    std::vector<std::string> complaints;       ///< settings that were no good and so have their defaults
 
     bool usable = false;  ///< the arguments are the two that are wanted
 

@@ -41,6 +41,10 @@ public:
         /// On the thread that asked for it, before createProcess returns false. By default nothing.
         virtual void startFailed(const std::vector<std::string>& arguments, const std::string& reason);
 
+        /// What is set in the environment of the process that is about to be made with these arguments
+        /// besides, "NAME=value" each. On the thread that makes it; by default nothing.
+        virtual std::vector<std::string> variables(const std::vector<std::string>& arguments);
+
         /// Whether the standard error of a process about to be made is to be a pipe that the observer reads.
         /// It reads always: a process whose pipe is full waits. The log of the process writes its lines there
         /// for LogManager::readErrorLine. When this process is gone, the log goes on with formerErrors(). On

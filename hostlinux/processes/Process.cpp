@@ -86,9 +86,10 @@ struct CapturedErrors {
 };
 
 /// What is set in a child's environment: which of the queues of this process it may open (a process that has
-/// made none hands on what it was handed itself), and what its standard error is.
-std::vector<std::string> variablesFor(const CapturedErrors& errors) {
-    std::vector<std::string> variables;
+/// made none hands on what it was handed itself), what its standard error is, and what the observer wants.
+std::vector<std::string> variablesFor(const CapturedErrors& errors,
+                                      const std::vector<std::string>& arguments) {
+    std::vector<std::string> variables = ProcessObserver::variables(arguments);
     if (const auto mark = QueueMaker::forChild())
         variables.push_back(std::string(QueueMaker::s_variable) + "=" + *mark);
     if (const std::string variable = ErrorPipe::variableFor(errors.writer.get()); !variable.empty())
@@ -109,7 +110,7 @@ bool Process::createProcess(const std::string& title, Path& executable,
     CapturedErrors errors = CapturedErrors::make(title);
     if (errors.writer)
         settings.replaceErrors(errors.writer.get(), ProcessObserver::formerErrors());
-    const MarkedEnvironment environment(variablesFor(errors));
+    const MarkedEnvironment environment(variablesFor(errors, arguments));
     pid_t pid = -1;
     const int error =
         settings.spawn(pid, executable.getPathString().c_str(), words.data(), environment.get());
@@ -146,6 +147,10 @@ bool Process::createProcess(const std::string& title, Path& executable,
 
 void Process::Observer::startFailed(const std::vector<std::string>& /*arguments*/,
                                     const std::string& /*reason*/) {}
+
+std::vector<std::string> Process::Observer::variables(const std::vector<std::string>& /*arguments*/) {
+    return {};
+}
 
 void Process::Observer::awaitStart(int /*pid*/, unsigned int seconds) {
     std::this_thread::sleep_for(std::chrono::seconds(seconds));

@@ -34,6 +34,11 @@ void ProcessObserver::tellFailed(const std::vector<std::string>& arguments, cons
         pObserver->startFailed(arguments, reason);
 }
 
+std::vector<std::string> ProcessObserver::variables(const std::vector<std::string>& arguments) {
+    Process::Observer* pObserver = s_pObserver.load();
+    return pObserver ? pObserver->variables(arguments) : std::vector<std::string>();
+}
+
 bool ProcessObserver::capturesErrors() {
     Process::Observer* pObserver = s_pObserver.load();
     return pObserver && pObserver->capturesErrors();

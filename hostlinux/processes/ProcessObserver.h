@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "sal/Process.h"
 
 namespace sal {
@@ -15,6 +18,9 @@ public:
     static bool tell(const Process::Started& process);
     /// Tells the observer, where there is one, that a process could not be started, and why.
     static void tellFailed(const std::vector<std::string>& arguments, const std::string& reason);
+
+    /// What the observer, where there is one, wants set in the environment of a process with these arguments.
+    static std::vector<std::string> variables(const std::vector<std::string>& arguments);
 
     /// Whether there is an observer that captures the standard error of the next process.
     static bool capturesErrors();

@@ -31,7 +31,7 @@ _mfctl_offer() {
 
 _mfctl() {
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" place=0 i
-    local commands="drivers driver reload stop start state send set unset event events macros macro check plan apply
+    local commands="drivers driver reload stop start debug state send set unset event events macros macro check plan apply
         history diff undo health log queues panel pair sessions attach shutdown monitor recording doctor keygen sign verify new-driver"
     local common="--help --host --json" stream="--driver --kind --glob --ring" options=""
     local kinds="value event fid command start exit hang restart configuration log output stale merged mark wire gap"
@@ -114,7 +114,7 @@ _mfctl() {
             return
             ;;
         drivers) options="$common -l --long" ;;
-        reload | stop | start | macro | apply | undo) options="$common --timeout" ;;
+        reload | stop | start | debug | macro | apply | undo) options="$common --timeout" ;;
         state) options="$common --watch --counts" ;;
         send) options="$common --wait --timeout" ;;
         set) options="$common --type" ;;
@@ -148,7 +148,7 @@ _mfctl() {
     esac
     [[ $place -eq 0 ]] || return
     case "$command" in
-        driver | reload | stop | start | log) _mfctl_offer "$(_mfctl_drivers)" ;;
+        driver | reload | stop | start | debug | log) _mfctl_offer "$(_mfctl_drivers)" ;;
         recording) _mfctl_offer "list show stats export diff keep" ;;
         send)
             compopt -o nospace 2>/dev/null

@@ -277,6 +277,14 @@ void ApiActions::reload(const ApiRequest& request) const {
             [this, name = request.name] { return answer(m_context.reload(name), name); });
 }
 
+void ApiActions::debug(const ApiRequest& request) const {
+    needDriver(request.name);
+    const std::string what = "reload of " + request.name + " under a debugger";
+    logAction(request, what);
+    perform(request.pAction, request.caller.who(), what,
+            [this, name = request.name] { return answer(m_context.debug(name), name); });
+}
+
 void ApiActions::park(const ApiRequest& request) const {
     needDriver(request.name);
     const std::string what = "stop of " + request.name;

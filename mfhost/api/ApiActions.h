@@ -38,6 +38,7 @@ public:
     void acknowledge(const ApiRequest& request) const;
     void playMacro(const ApiRequest& request) const;
     void reload(const ApiRequest& request) const;
+    void debug(const ApiRequest& request) const;
     void park(const ApiRequest& request) const;
     void unpark(const ApiRequest& request) const;
     void plan(const ApiRequest& request) const;

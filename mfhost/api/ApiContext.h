@@ -162,6 +162,7 @@ struct ApiContext {
     std::function<void(const std::string& id, const std::string& value)> triggerEvent;
     std::function<ApiOutcome(const std::string& name)> playMacro;
     std::function<ApiOutcome(const std::string& driverID)> reload;
+    std::function<ApiOutcome(const std::string& driverID)> debug;
     std::function<ApiOutcome(const std::string& driverID, const std::string& who)> park;
     std::function<ApiOutcome(const std::string& driverID, const std::string& who)> unpark;
     std::function<WorkplacePlan()> plan;

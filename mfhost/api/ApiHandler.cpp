@@ -141,6 +141,7 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
         post({"api", "v1", "pair"}, View, &ApiActions::pair, {"role"}),
         post({"api", "v1", "sessions", s_name, "revoke"}, Admin, &ApiActions::endSession),
         post({"api", "v1", "drivers", s_name, "reload"}, Admin, &ApiActions::reload),
+        post({"api", "v1", "drivers", s_name, "debug"}, Admin, &ApiActions::debug),
         post({"api", "v1", "drivers", s_name, "park"}, Admin, &ApiActions::park),
         post({"api", "v1", "drivers", s_name, "unpark"}, Admin, &ApiActions::unpark),
         post({"api", "v1", "apply"}, Admin, &ApiActions::apply, {"plan"}),

@@ -224,6 +224,10 @@ ApiContext HostApi::context() {
                 [this](const std::string& driverID) {
                     return ApiOutcome{.refusal = m_parts.workplace.reload(driverID), .output = {}};
                 },
+            .debug =
+                [this](const std::string& driverID) {
+                    return ApiOutcome{.refusal = m_parts.workplace.debug(driverID), .output = {}};
+                },
             .park =
                 [this](const std::string& driverID, const std::string& who) {
                     return ApiOutcome{.refusal = m_parts.workplace.park(driverID, who), .output = {}};

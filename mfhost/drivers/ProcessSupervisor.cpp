@@ -31,6 +31,8 @@ constexpr std::size_t s_crashLines = 32;
 constexpr std::chrono::milliseconds s_lossPatience{2000};
 /// Refusals of a queue's name over this time are a wait for it and not a single try.
 constexpr unsigned int s_queueWaitMs = 200;
+/// How long a process waits for a debugger at the most.
+constexpr std::chrono::seconds s_debuggerPatience{30};
 /// The command thread's first task, which takes as long as the drivers need.
 constexpr const char* s_startUp = "start-up";
 
@@ -135,6 +137,26 @@ void ProcessSupervisor::startFailed(const std::vector<std::string>& arguments, c
     const std::lock_guard lock(m_mutex);
     if (const auto driverID = driverOf(arguments))
         m_startFaults[*driverID] = "cannot be started: " + reason;
+}
+
+std::vector<std::string> ProcessSupervisor::variables(const std::vector<std::string>& arguments) {
+    const std::lock_guard lock(m_mutex);
+    const auto driverID = driverOf(arguments);
+    if (!driverID || m_toBeDebugged.erase(*driverID) == 0)
+        return {};
+    const auto half = std::chrono::duration_cast<std::chrono::seconds>(m_settings.hangTimeout / 2);
+    const auto patience = m_settings.hangTimeout.count() == 0
+                              ? s_debuggerPatience
+                              : std::clamp(half, std::chrono::seconds(1), s_debuggerPatience);
+    return {"MFD_WAIT_FOR_DEBUGGER=" + std::to_string(patience.count())};
+}
+
+void ProcessSupervisor::letWaitForDebugger(const std::string& driverID, bool waits) {
+    const std::lock_guard lock(m_mutex);
+    if (waits)
+        m_toBeDebugged.insert(driverID);
+    else
+        m_toBeDebugged.erase(driverID);
 }
 
 void ProcessSupervisor::awaitStart(int pid, unsigned int seconds) {

@@ -97,12 +97,17 @@ public:
 
     void processStarted(const sal::Process::Started& process) override;
     void startFailed(const std::vector<std::string>& arguments, const std::string& reason) override;
+    std::vector<std::string> variables(const std::vector<std::string>& arguments) override;
     bool capturesErrors() override { return m_environment.takeErrors != nullptr; }
     int formerErrors() override { return m_environment.formerErrors; }
     /// Where a start waits until processes have attached: returns when fewer than twice as many as there are
     /// processors have neither attached to their input queue nor ended. One that takes longer than all the
     /// time is named in the log, once.
     void awaitStart(int pid, unsigned int seconds) override;
+
+    /// The next process of the driver waits for a debugger before it loads the driver, for half as long as
+    /// one that takes no messages may, and half a minute at the most. False takes that back. Any thread.
+    void letWaitForDebugger(const std::string& driverID, bool waits);
 
     /// A process says on which of its threads it dies, and waits: its stack is read, and it dies. Any thread.
     void processCrashes(int pid, const sal::CrashNote::Crash& crash);
@@ -176,6 +181,7 @@ private:
     std::string m_awaited;
     /// Of drivers whose process could not be started, until the start is over.
     std::map<std::string, std::string> m_startFaults;
+    std::set<std::string> m_toBeDebugged;  ///< drivers whose next process waits for a debugger
     /// Of processes that have ended meanwhile.
     std::vector<std::unique_ptr<StackDump>> m_lateDumps;
     std::unique_ptr<StackDump> m_pCommandStack;  ///< of the command thread, while it is read

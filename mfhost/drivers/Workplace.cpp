@@ -1,5 +1,7 @@
 #include "Workplace.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <exception>
 #include <utility>
@@ -243,6 +245,21 @@ std::string Workplace::reload(const std::string& driverID, const std::function<v
 
 std::string Workplace::reload(const std::string& driverID) {
     return reload(driverID, [&] { m_pModule->reloadMfDriver(driverID); });
+}
+
+std::string Workplace::debug(const std::string& driverID) {
+    if (!m_settings.startsProcesses)
+        return "driver processes are started by hand here; the log says what to type";
+    if (const auto driver = m_drivers.find(driverID);
+        driver && driver->interfaceType != EInterfaceTypes::Queue)
+        return "it has no process of its own; a debugger takes the host's, process " +
+               std::to_string(::getpid());
+    m_supervisor.letWaitForDebugger(driverID, true);
+    std::string reason = reload(driverID);
+    m_supervisor.letWaitForDebugger(driverID, false);
+    if (reason.empty() && !m_drivers.hasProcess(driverID))
+        reason = "it has no process: " + causeOf(driverID);
+    return reason;
 }
 
 std::vector<WorkplaceFile::Entry> Workplace::entries() const {

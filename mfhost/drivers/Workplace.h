@@ -71,6 +71,9 @@ public:
     std::string reload(const std::string& driverID, const std::function<void()>& reloadByModule);
     /// The same by the module's own operation.
     std::string reload(const std::string& driverID);
+    /// The same, and the driver's process waits for a debugger before it loads the driver. Why it is not
+    /// done, or not possible; empty when it was.
+    std::string debug(const std::string& driverID);
     /// Starts a driver again that ended without being asked to.
     void restart(const std::string& driverID);
     /// Unloads the driver, and keeps it so until unpark, over restarts of the host too. Needs nothing of the

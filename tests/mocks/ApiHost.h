@@ -127,6 +127,7 @@ public:
                                    const std::string& value) { record("event " + id + " " + value); },
             .playMacro = [this](const std::string& name) { return outcomeOf("play " + name); },
             .reload = [this](const std::string& driverID) { return outcomeOf("reload " + driverID); },
+            .debug = [this](const std::string& driverID) { return outcomeOf("debug " + driverID); },
             .park = [this](const std::string& driverID,
                            const std::string& who) { return outcomeOf("park " + driverID + " by " + who); },
             .unpark = [this](

@@ -292,9 +292,11 @@ TEST_F(ApiActionsTest, DriverIsReloadedParkedAndTakenBack) {
     m_host.outcome.output = "Loading...OK\n";
     const std::string done = "200 {\"output\":\"Loading...OK\\u000a\",\"driver\":" + s_axis + "}";
     EXPECT_EQ(done, timeless(act(&ApiActions::reload, "{}", "AXIS1")));
+    EXPECT_EQ(done, timeless(act(&ApiActions::debug, "{}", "AXIS1")));
     EXPECT_EQ(done, timeless(act(&ApiActions::park, "{}", "AXIS1")));
     EXPECT_EQ(done, timeless(act(&ApiActions::unpark, "{}", "AXIS1")));
-    EXPECT_EQ((Texts{"reload AXIS1", "park AXIS1 by anna", "unpark AXIS1 by anna"}), m_host.calls);
+    EXPECT_EQ((Texts{"reload AXIS1", "debug AXIS1", "park AXIS1 by anna", "unpark AXIS1 by anna"}),
+              m_host.calls);
 }
 
 TEST_F(ApiActionsTest, WhoChangesWhatRunsStandsInTheLog) {
@@ -317,6 +319,7 @@ TEST_F(ApiActionsTest, UnknownDriverIsToldWithTheNearest) {
     const std::string unknown =
         "404 {\"error\":{\"code\":\"driver-unknown\",\"text\":\"there is no driver AXSI1\","
         "\"nearest\":[\"AXIS1\"]}}";
+    EXPECT_EQ(unknown, begin(&ApiActions::debug, "{}", "AXSI1"));
     EXPECT_EQ(unknown, begin(&ApiActions::park, "{}", "AXSI1"));
     EXPECT_EQ(unknown, begin(&ApiActions::unpark, "{}", "AXSI1"));
     EXPECT_THAT(m_host.posted, IsEmpty());

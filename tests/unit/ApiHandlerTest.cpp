@@ -95,6 +95,7 @@ constexpr Resource s_resources[] = {
     {"POST", "/api/v1/pair", "{\"role\":\"view\"}", ERole::View},
     {"POST", "/api/v1/sessions/4/revoke", "{}", ERole::Admin},
     {"POST", "/api/v1/drivers/AXIS1/reload", "{}", ERole::Admin},
+    {"POST", "/api/v1/drivers/AXIS1/debug", "{}", ERole::Admin},
     {"POST", "/api/v1/drivers/AXIS1/park", "{}", ERole::Admin},
     {"POST", "/api/v1/drivers/AXIS1/unpark", "{}", ERole::Admin},
     {"POST", "/api/v1/apply", "{}", ERole::Admin},

@@ -1025,6 +1025,35 @@ TEST_F(ProcessSupervisorTest, WhyAProcessCannotBeStartedIsTheCauseOfThatStartAlo
     EXPECT_EQ("never started", causeOf("A"));
 }
 
+TEST_F(ProcessSupervisorTest, NextProcessOfADriverToBeDebuggedWaitsForADebugger) {
+    const std::vector<std::string> none;
+    EXPECT_EQ(none, m_sut.variables({"/drivers/a.so", "A"}));
+    m_sut.letWaitForDebugger("A", true);
+    EXPECT_EQ(none, m_sut.variables({"/drivers/b.so", "B"}));
+    EXPECT_EQ(none, m_sut.variables({"of nobody"}));
+    const std::vector<std::string> waits = m_sut.variables({"/drivers/a.so", "A"});
+    ASSERT_EQ(1u, waits.size());
+    EXPECT_THAT(waits.front(), testing::MatchesRegex("MFD_WAIT_FOR_DEBUGGER=[0-9]+"));
+    EXPECT_EQ(none, m_sut.variables({"/drivers/a.so", "A"}));
+    m_sut.letWaitForDebugger("A", true);
+    m_sut.letWaitForDebugger("A", false);
+    EXPECT_EQ(none, m_sut.variables({"/drivers/a.so", "A"}));
+}
+
+TEST(ProcessSupervisorPatience, ProcessWaitsForADebuggerForHalfAsLongAsOneMayHang) {
+    StateStore store;
+    DriverTable drivers{store, {}};
+    const auto waitsFor = [&](std::chrono::milliseconds hangTimeout) {
+        ProcessSupervisor sut(drivers, {.hangTimeout = hangTimeout}, {});
+        sut.letWaitForDebugger("A", true);
+        return sut.variables({"/drivers/a.so", "A"}).at(0);
+    };
+    EXPECT_EQ("MFD_WAIT_FOR_DEBUGGER=5", waitsFor(std::chrono::seconds(10)));
+    EXPECT_EQ("MFD_WAIT_FOR_DEBUGGER=1", waitsFor(std::chrono::milliseconds(500)));
+    EXPECT_EQ("MFD_WAIT_FOR_DEBUGGER=30", waitsFor(std::chrono::hours(1)));
+    EXPECT_EQ("MFD_WAIT_FOR_DEBUGGER=30", waitsFor(std::chrono::seconds(0)));
+}
+
 TEST_F(ProcessSupervisorThatWaits, StartThatAShutdownCutsOffIsNoFailure) {
     m_sut.beginShutdown(0);
     m_sut.endStart("A");

@@ -236,6 +236,26 @@ public:
     int former = -1;
 };
 
+/// Wants a variable for one of its processes.
+class WantingObserver : public ListeningObserver {
+public:
+    std::vector<std::string> variables(const std::vector<std::string>& arguments) override {
+        return arguments.size() == 3 ? std::vector<std::string>{"MFD_TEST_WANTED=" + arguments[2]}
+                                     : std::vector<std::string>();
+    }
+};
+
+TEST_F(Process, EnvironmentHasWhatTheObserverWantsForThatProcess) {
+    WantingObserver observer;
+    const std::string script = "echo \"[$MFD_TEST_WANTED]\" >&2";
+    ASSERT_TRUE(start("title", "/bin/sh", {"-c", script, "this"}));
+    EXPECT_EQ(observer.waitForExit(), 0);
+    EXPECT_EQ(observer.errors(), "[this]\n");
+    ASSERT_TRUE(start("title", "/bin/sh", {"-c", script}));
+    EXPECT_EQ(observer.waitForExit(), 0);
+    EXPECT_EQ(observer.errors(), "[]\n");
+}
+
 TEST_F(Process, StandardErrorIsThisProcesssUnlessItIsCaptured) {
     StandardErrorCapture capture;
     {

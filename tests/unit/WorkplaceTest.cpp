@@ -84,6 +84,7 @@ public:
     std::vector<std::string> started;  ///< the entries that it found for the start
     std::set<std::string> loaded;
     std::set<std::string> announced{"Axis"};
+    std::function<void(const std::string& driverID)> onBegin;
     std::set<std::string> unloadable;  ///< drivers that it cannot load
     bool startsProcesses = true;
     bool canRead = true;
@@ -104,6 +105,8 @@ private:
     }
     void begin(const std::string& driverID, EInterfaceTypes interfaceType) {
         loaded.insert(driverID);
+        if (onBegin)
+            onBegin(driverID);
         if (interfaceType == EInterfaceTypes::Queue) {
             if (startsProcesses)
                 m_drivers.processStarted(driverID, ++lastPid);
@@ -233,6 +236,29 @@ TEST_F(WorkplaceTest, FileThatMayNotBeStartedFromStartsNothing) {
     EXPECT_FALSE(pHost->start());
     EXPECT_THAT(pHost->module.calls, IsEmpty());
     EXPECT_THAT(m_log.text(), HasSubstr("; the workplace is not started\n"));
+}
+
+TEST_F(WorkplaceTest, DriverToBeDebuggedIsReloadedAndItsProcessAloneWaits) {
+    const auto pHost = startedHost();
+    std::vector<std::size_t> variables;
+    pHost->module.onBegin = [&](const std::string& driverID) {
+        variables.push_back(pHost->supervisor.variables({"m.so", driverID}).size());
+    };
+    EXPECT_EQ("", pHost->workplace.debug("A"));
+    EXPECT_THAT(variables, ElementsAre(1u));
+    EXPECT_EQ("", pHost->reload("A"));
+    EXPECT_THAT(variables, ElementsAre(1u, 0u));
+}
+
+TEST_F(WorkplaceTest, OnlyADriverWithAProcessIsDebugged) {
+    const auto pHost = startedHost();
+    EXPECT_EQ(
+        "it has no process of its own; a debugger takes the host's, process " + std::to_string(::getpid()),
+        pHost->workplace.debug("C"));
+    EXPECT_EQ("", pHost->workplace.park("A"));
+    EXPECT_EQ("it is parked; startDriver A starts it", pHost->workplace.debug("A"));
+    EXPECT_EQ("", pHost->workplace.unpark("A"));
+    EXPECT_TRUE(pHost->supervisor.variables({"m.so", "A"}).empty());
 }
 
 TEST_F(WorkplaceTest, FileIsReadOnceForEachDecision) {

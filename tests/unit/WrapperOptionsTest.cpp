@@ -61,6 +61,8 @@ TEST(WrapperOptions, EmptyVariableIsAsNotSet) {
 }
 
 TEST(WrapperOptions, StopTimeoutMayHaveAFraction) {
+    EXPECT_EQ(parse({"m", "A"}, {}).debuggerPatience.count(), 0);
+    EXPECT_EQ(parse({"m", "A"}, {{"MFD_WAIT_FOR_DEBUGGER", "5"}}).debuggerPatience.count(), 5);
     EXPECT_EQ(parse({"m", "A"}, {{"MFD_STOP_TIMEOUT", "0.25"}}).stopTimeout.count(), 250);
 }
 

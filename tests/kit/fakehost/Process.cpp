@@ -14,6 +14,10 @@ bool Process::createProcess(const std::string& title, Path& executable,
 
 void Process::Observer::startFailed(const std::vector<std::string>&, const std::string&) {}
 
+std::vector<std::string> Process::Observer::variables(const std::vector<std::string>&) {
+    return {};
+}
+
 void Process::Observer::awaitStart(int, unsigned int) {}
 
 void Process::setObserver(Observer*) {}
