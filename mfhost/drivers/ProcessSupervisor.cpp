@@ -48,6 +48,13 @@ std::optional<std::string> driverOf(const std::vector<std::string>& arguments) {
     return arguments.size() > 1 ? std::optional(arguments[1]) : std::nullopt;
 }
 
+/// Of what eu-stack says without a frame, the line that tells why: its first complaint.
+std::string whyUnread(const std::vector<std::string>& lines) {
+    const auto complaint = std::find_if(
+        lines.begin(), lines.end(), [](const std::string& line) { return line.starts_with("eu-stack: "); });
+    return complaint == lines.end() ? lines.back() : *complaint;
+}
+
 /// Whole seconds, but for a short time.
 std::string roundSeconds(std::chrono::milliseconds duration) {
     const auto tenths = std::llround(static_cast<double>(duration.count()) / 100);
@@ -730,7 +737,7 @@ void ProcessSupervisor::tellCrash(const Process& process) const {
     else if (lines.empty())
         line << " dies; there is no stack of it: eu-stack (package elfutils) is missing or too slow";
     else
-        line << " dies; its stack cannot be read: " << lines.back();
+        line << " dies; its stack cannot be read: " << whyUnread(lines);
     line << std::endl;
     if (!isRead)
         return;

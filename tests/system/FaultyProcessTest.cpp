@@ -6,11 +6,14 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "FaultyWorkplace.h"
+#include "RefusedCalls.h"
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -153,6 +156,32 @@ TEST_F(FaultyProcess, WithoutAReaderOfStacksItDiesAllTheSame) {
                           "or too slow\n"));
     EXPECT_THAT(host.log(),
                 HasSubstr("BAD: process " + driver + " ended unexpectedly: signal 6 (Aborted); "));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(FaultyProcess, WhereNobodyMayLookIntoItItDiesAllTheSameAndItIsSaidWhy) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "under a sanitizer the faulty driver dies without any handler";
+#endif
+    if (std::system("command -v eu-stack >/dev/null") != 0)
+        GTEST_SKIP() << "needs the command eu-stack (package elfutils)";
+    configure("queue");
+    HostProcess::Start start = call({"--restart-delay", "0.1", "--log-level", "5"});
+    start.beforeExec = [] {
+        refuseCall(SYS_ptrace, EPERM);
+        if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0)
+            throw std::runtime_error("ptrace is not refused");
+    };
+    HostProcess& host = this->start(start);
+    expectServes(host, "BAD");
+    const std::string driver = std::to_string(host.driverProcess("BAD"));
+    host.type("sendFID BAD.FAULT.CRASH");
+    ASSERT_TRUE(host.waitForLog("BAD: is started again")) << host.log();
+    EXPECT_THAT(host.log(), ContainsRegex("BAD: process " + driver +
+                                          " dies; its stack cannot be read: .*Operation not permitted\n"));
+    EXPECT_THAT(host.log(), HasSubstr("BAD: process " + driver +
+                                      " ended unexpectedly: signal 11 (Segmentation fault); "));
+    expectServes(host, "BAD");
     EXPECT_EQ(end(), 0);
 }
 

@@ -15,7 +15,7 @@
 #include <sstream>
 
 #include "HostProcess.h"
-#include "RefusedNamespaces.h"
+#include "RefusedCalls.h"
 #include "Terminal.h"
 #include "TerminalScreen.h"
 #include "TestWorkplace.h"

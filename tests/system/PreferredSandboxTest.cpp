@@ -1,6 +1,6 @@
 #include <filesystem>
 
-#include "RefusedNamespaces.h"
+#include "RefusedCalls.h"
 #include "SystemTest.h"
 
 namespace fs = std::filesystem;

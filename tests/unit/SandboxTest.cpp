@@ -11,7 +11,7 @@
 #include <iostream>
 #include <set>
 
-#include "RefusedNamespaces.h"
+#include "RefusedCalls.h"
 #include "TemporaryDirectory.h"
 
 namespace fs = std::filesystem;
