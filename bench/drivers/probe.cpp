@@ -61,23 +61,31 @@ public:
     }
 
 private:
-    /// FIDs that carry a number: a beginning and three digits. Made for the work that sends or expects them,
-    /// so that starting a driver takes no longer for it.
+    /// FIDs that carry a number: a beginning and three digits. Made when the first is asked for, so that a
+    /// driver starts no later for them. Used by one thread at a time.
     class NumberedFids {
     public:
-        NumberedFids() = default;
-        explicit NumberedFids(const std::string& beginning) {
-            m_fids.reserve(s_count);
-            for (std::size_t i = 0; i < s_count; ++i) {
-                const std::string digits = std::to_string(i);
-                m_fids.push_back(beginning + std::string(3 - digits.size(), '0') + digits);
-            }
+        explicit NumberedFids(std::string beginning) : m_beginning(std::move(beginning)) {}
+
+        const std::string& operator[](std::uint64_t number) const {
+            if (m_fids.empty())
+                make();
+            return m_fids[number % s_count];
         }
-        const std::string& operator[](std::uint64_t number) const { return m_fids[number % s_count]; }
 
     private:
         static constexpr std::size_t s_count = 1000;
-        std::vector<std::string> m_fids;
+
+        void make() const {
+            m_fids.reserve(s_count);
+            for (std::size_t i = 0; i < s_count; ++i) {
+                const std::string digits = std::to_string(i);
+                m_fids.push_back(m_beginning + std::string(3 - digits.size(), '0') + digits);
+            }
+        }
+
+        std::string m_beginning;
+        mutable std::vector<std::string> m_fids;
     };
 
     void take(const std::string& fid, const FIDParameterList& parameters) {
@@ -99,7 +107,6 @@ private:
         if (fid == "FULL") {
             countMove();
         } else if (fid == "EXPECT") {
-            m_moveFids = NumberedFids("M");
             m_expected = count;
             m_moves = m_wrong = 0;
         } else if (fid == "PEER") {
@@ -213,7 +220,7 @@ private:
 
     // The numbers go on from one report to the next, so that each value differs from the one before it.
     void report(std::uint64_t count, const std::string& what, const std::string& to) {
-        const UpdateSeries series{Job()};
+        const UpdateSeries series;
         const NumberedFids fids(to + ".M");
         IPanelState& panel = *panelState();
         m_beganAt = UpdateSeries::now();
@@ -242,7 +249,7 @@ private:
         std::size_t room = protocol::maximumLength - protocol::dispatchFID.size() - 1 - fid.size() - 1;
         for (; room > 0; room -= std::min<std::size_t>(room, s_pairLength))
             parameters.add("n", std::string(std::min<std::size_t>(room, s_pairLength) - s_pairOverhead, 'v'));
-        panelState()->setStateValueInt(UpdateSeries(Job()).name(0), 0);
+        panelState()->setStateValueInt(UpdateSeries().name(0), 0);
         for (std::uint64_t number = 0; number < count; ++number)
             sendToDriver(fid, parameters);
         done(UpdateSeries::now(), 0);
@@ -340,7 +347,6 @@ private:
     // All on the thread that takes FIDs: one trip begins when the one before it is over.
     void beginTrips(const FIDParameterList& parameters) {
         m_questions = NumberedFids(parameters.value("to") + ".Q");
-        m_answerFids = NumberedFids("A");
         m_file = parameters.value("file");
         m_times.clear();
         m_times.reserve(1'000'000);
@@ -370,14 +376,14 @@ private:
     static constexpr std::size_t s_pairLength = 200;
     static constexpr std::size_t s_pairOverhead = 3;
 
-    NumberedFids m_answers;
-    NumberedFids m_moveFids;
-    NumberedFids m_answerFids;
+    NumberedFids m_answers{".A"};
+    const NumberedFids m_moveFids{"M"};
+    const NumberedFids m_answerFids{"A"};
     std::uint64_t m_expected = 0;
     std::uint64_t m_moves = 0;
     std::uint64_t m_wrong = 0;
 
-    NumberedFids m_questions;
+    NumberedFids m_questions{".Q"};
     std::string m_file;
     std::vector<std::uint32_t> m_times;
     std::uint64_t m_next = 0;

@@ -9,24 +9,18 @@
 
 #include "Job.h"
 
-/// The updates of a job as every sender makes them and every receiver expects them: its names in turn.
+/// The updates of a job as every sender makes them and every receiver expects them: its names in turn. Used
+/// by one thread at a time.
 class UpdateSeries {
 public:
-    /// Of nothing, and made at once: no driver starts later for it.
-    UpdateSeries() = default;
+    UpdateSeries() : UpdateSeries(Job()) {}
     explicit UpdateSeries(const Job& job)
-        : m_count(job.names), m_text(job.valueSize < 8 ? 8 : job.valueSize, 'v') {
-        m_names.reserve(m_count);
-        for (std::size_t i = 0; i < m_count; ++i) {
-            std::string digits = std::to_string(i);
-            std::string name = "VALUE" + std::string(digits.size() < 3 ? 3 - digits.size() : 0, '0') + digits;
-            if (name.size() < job.nameSize)
-                name.resize(job.nameSize, '_');
-            m_names.push_back(std::move(name));
-        }
-    }
+        : m_count(job.names), m_nameSize(job.nameSize), m_text(job.valueSize < 8 ? 8 : job.valueSize, 'v') {}
 
+    /// The names are made when the first is asked for, so that a driver starts no later for them.
     const std::string& name(std::uint64_t number) const {
+        if (m_names.empty())
+            make();
         // The usual division is by a constant, which is quick.
         return m_names[m_count == Job::s_names ? number % Job::s_names : number % m_count];
     }
@@ -53,7 +47,19 @@ public:
     static std::uint32_t ageOf(int stamp) { return static_cast<std::uint32_t>((now() - stamp) & 0x7fffffff); }
 
 private:
-    std::size_t m_count = 0;
-    std::vector<std::string> m_names;
+    void make() const {
+        m_names.reserve(m_count);
+        for (std::size_t i = 0; i < m_count; ++i) {
+            std::string digits = std::to_string(i);
+            std::string name = "VALUE" + std::string(digits.size() < 3 ? 3 - digits.size() : 0, '0') + digits;
+            if (name.size() < m_nameSize)
+                name.resize(m_nameSize, '_');
+            m_names.push_back(std::move(name));
+        }
+    }
+
+    std::size_t m_count;
+    std::size_t m_nameSize;
+    mutable std::vector<std::string> m_names;
     std::string m_text;
 };
