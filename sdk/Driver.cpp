@@ -27,13 +27,13 @@ std::string fidFault(const std::string& fid, const FIDParameterList& parameters)
     const auto dot = fid.find('.');
     if (dot == 0 || dot == std::string::npos || dot + 1 == fid.size())
         return "it is not a driver ID, \".\" and a function";
-    if (fid.size() > longestText)
+    if (fid.size() > s_longestText)
         return "it has " + std::to_string(fid.size()) + " bytes, at most 255 are possible";
     if (parameters.size() > s_mostParameters)
         return "it has " + std::to_string(parameters.size()) + " parameters, at most 255 are possible";
     std::size_t size = 1 + fid.size() + 1;
     for (const auto& [name, value] : parameters) {
-        if (name.size() > longestText || value.size() > longestText)
+        if (name.size() > s_longestText || value.size() > s_longestText)
             return "the parameter " + base::quoted(name) + " has " +
                    std::to_string(std::max(name.size(), value.size())) + " bytes, at most 255 are possible";
         size += 2 + name.size() + value.size();
@@ -57,7 +57,7 @@ Driver::Driver() : m_pParts(std::make_unique<Parts>()) {}
 Driver::~Driver() = default;
 
 void Driver::function(std::string name, std::vector<Parameter> parameters, Handler handler) {
-    if (name.empty() || name.size() > longestText || find(name))
+    if (name.empty() || name.size() > s_longestText || find(name))
         throw std::logic_error("the function \"" + name + "\" is declared twice, or is no name");
     m_functions.push_back({std::move(name), std::move(parameters), std::move(handler)});
 }

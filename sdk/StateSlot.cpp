@@ -9,7 +9,7 @@
 namespace mfd {
 
 StateSlot::StateSlot(Driver& driver, std::string id) : m_driver(driver), m_id(std::move(id)) {
-    if (m_id.empty() || m_id.size() > longestText)
+    if (m_id.empty() || m_id.size() > s_longestText)
         throw std::logic_error("a state needs an ID of 1 to 255 bytes");
     m_driver.add(*this);
 }

@@ -78,7 +78,7 @@ Module* ModuleLoader::load(ELoadOption option, const std::string& fileName) {
         pDriver = makeDriver(library, error);
     if (!pDriver) {
         logLine("MODULE", LogOutput::eError,
-                std::string(cannotLoad) + path + std::string(faultFollows) + error);
+                std::string(s_cannotLoad) + path + std::string(s_faultFollows) + error);
         ObservedCall::loadFailed(fileName, error);
         return nullptr;
     }
@@ -90,11 +90,11 @@ std::string ModuleLoader::tryOut(const std::string& fileName) {
 }
 
 std::string ModuleLoader::faultIn(const std::string& text) {
-    if (!text.starts_with(cannotLoad))
+    if (!text.starts_with(s_cannotLoad))
         return {};
     // The path may hold what stands between it and the reason, but seldom does.
-    const auto begin = text.find(faultFollows, cannotLoad.size());
-    return begin == std::string::npos ? std::string() : text.substr(begin + faultFollows.size());
+    const auto begin = text.find(s_faultFollows, s_cannotLoad.size());
+    return begin == std::string::npos ? std::string() : text.substr(begin + s_faultFollows.size());
 }
 
 }  // namespace sal

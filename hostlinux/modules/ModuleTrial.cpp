@@ -127,7 +127,8 @@ public:
     /// Why the loader found that the module cannot be loaded, in its own words; empty where it has not said
     /// so.
     std::string loadFault(const std::string& path) const {
-        const std::string begin = std::string(cannotLoad) + base::printable(path) + std::string(faultFollows);
+        const std::string begin =
+            std::string(s_cannotLoad) + base::printable(path) + std::string(s_faultFollows);
         const auto found = m_text.rfind(begin);
         if (found == std::string::npos)
             return {};

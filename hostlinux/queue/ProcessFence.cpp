@@ -29,14 +29,14 @@ bool joinProcessFences() {
 
 void heavyFence() {
     if (!membarrier(MEMBARRIER_CMD_GLOBAL_EXPEDITED) && !membarrier(MEMBARRIER_CMD_GLOBAL))
-        std::this_thread::sleep_for(settleTime);
+        std::this_thread::sleep_for(s_settleTime);
 }
 
 void heavyFenceOfProcess() {
     if (membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED))
         return;
     heavyFence();
-    std::this_thread::sleep_for(settleTime);
+    std::this_thread::sleep_for(s_settleTime);
 }
 
 }  // namespace sal

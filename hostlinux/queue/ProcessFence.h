@@ -13,10 +13,10 @@ namespace sal {
 // processor whether what runs there has joined, and renews the note only when the processor goes to other
 // memory. Where a thread of the process has ended, or the processor has been idle on the process's memory
 // since before it joined, the note may say no, and the fence passes by (seen on 6.18: up to one in two). So
-// the rare side looks once more after settleTime, by which time every store has arrived.
+// the rare side looks once more after s_settleTime, by which time every store has arrived.
 
 /// No processor keeps a store to itself for nearly as long.
-inline constexpr std::chrono::milliseconds settleTime{1};
+inline constexpr std::chrono::milliseconds s_settleTime{1};
 
 /// Lets this process be the frequent side. False when the kernel or a container's rules refuse: then it must
 /// use read-modify-writes in place of the light fence.

@@ -37,11 +37,11 @@ public:
     /// prepare() has arrived. TimedOut when that look finds it, too.
     template <class Look>
     EFutexWake wait(const Prepared& prepared, std::chrono::nanoseconds time, Look look) {
-        if (prepared.hasFence && time > settleTime) {
-            const EFutexWake wake = futexWait(m_number, prepared.number, settleTime, EFutexScope::Shared);
+        if (prepared.hasFence && time > s_settleTime) {
+            const EFutexWake wake = futexWait(m_number, prepared.number, s_settleTime, EFutexScope::Shared);
             if (wake != EFutexWake::TimedOut || look())
                 return wake;
-            time -= settleTime;
+            time -= s_settleTime;
         }
         return futexWait(m_number, prepared.number, time, EFutexScope::Shared);
     }

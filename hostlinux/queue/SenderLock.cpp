@@ -158,7 +158,7 @@ SenderLock::EResult SenderLock::settle(Deadline* pDeadline) {
         } else {
             heavyFence();
             // The fence may have passed by the favoured one, which may be inside without being seen.
-            std::this_thread::sleep_for(settleTime);
+            std::this_thread::sleep_for(s_settleTime);
         }
     }
     if (m_words.unsettled.load(std::memory_order_relaxed) == 0)

@@ -36,7 +36,8 @@ public:
     static void keepNewest(const std::string& directory, std::size_t most);
     /// Those of the directory, oldest first.
     static std::vector<std::string> filesIn(const std::string& directory);
-    /// Removes what a host that was killed has not brought to its end. For the one that has the directory now.
+    /// Removes what a host that was killed has not brought to its end. For the one that has the directory
+    /// now.
     static void removeUnfinished(const std::string& directory);
 
 private:

@@ -36,7 +36,8 @@ TEST(ApiTarget, MayNameItsHost) {
     EXPECT_THAT(sut.path, ElementsAre("api", "v1"));
     EXPECT_EQ((std::map<std::string, std::string>{{"glob", "A"}}), sut.query);
     EXPECT_THAT(ApiTarget::read("http://localhost").path, IsEmpty());
-    EXPECT_EQ((std::map<std::string, std::string>{{"a", "/"}}), ApiTarget::read("http://localhost?a=/").query);
+    EXPECT_EQ((std::map<std::string, std::string>{{"a", "/"}}),
+              ApiTarget::read("http://localhost?a=/").query);
     EXPECT_EQ("the target does not begin with a slash", fault("https://localhost/api"));
 }
 

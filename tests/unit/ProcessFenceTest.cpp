@@ -122,7 +122,7 @@ TEST_F(ProcessFence, EnduranceAfterAMomentOneOfTwoHasSeenTheOther) {
     EXPECT_EQ(timesThatNeitherSees(30,
                                    [] {
                                        sal::heavyFence();
-                                       std::this_thread::sleep_for(sal::settleTime);
+                                       std::this_thread::sleep_for(sal::s_settleTime);
                                    }),
               0U);
 }

@@ -6,7 +6,7 @@
 namespace mfd {
 
 /// The longest text of a report or a FID, in bytes: it may have to pass from process to process.
-inline constexpr std::size_t longestText = 255;
+inline constexpr std::size_t s_longestText = 255;
 
 /// The text, or as much of its beginning as fits, whole UTF-8 characters. Any thread.
 std::string fittingText(const std::string& text);
