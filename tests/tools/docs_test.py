@@ -64,6 +64,29 @@ class DocsTest(unittest.TestCase):
         for path in named:
             self.assertTrue((ROOT / path).exists() or list(ROOT.glob(f"*/{path}")), path)
 
+    def test_group_tables_name_the_classes_of_host_and_module(self):
+        page = (ROOT / "docs" / "architecture.md").read_text()
+        parts = page.split("\n## ")[1].split("\nThe host application has ")
+        module, host = parts[0].split("The module is one flat folder")[1], parts[1].split("\nSo has the host framework")[0]
+
+        def names(cell):
+            # Pages and other folders are no classes.
+            return set(re.findall(r"`(\w+)`", cell))
+
+        def classes(folder):
+            return {file.stem for file in folder.glob("*.cpp")} - {"main"}
+
+        rows = {row[0]: names(row[1]) for row in re.findall(r"^\| `(\w+)/` \| (.*?) \| ", host, re.M)}
+        folders = {path for path in (ROOT / "mfhost").iterdir() if path.is_dir()}
+        self.assertEqual(rows.keys(), {folder.name for folder in folders})
+        for folder in folders:
+            self.assertEqual(classes(folder) - rows[folder.name], set(), folder.name)
+            missing = {name for name in rows[folder.name] if not (folder / f"{name}.h").exists()}
+            self.assertEqual(missing, set(), folder.name)
+        named = set().union(*(names(row) for row in re.findall(r"^\| [\w ]+ \| (`.*?) \| ", module, re.M)))
+        headers = {file.stem for file in (ROOT / "MfDriverManager").glob("*.h")} - {"MDMExport"}
+        self.assertEqual(named, headers)
+
     def test_states_of_a_driver_are_drawn_as_they_are(self):
         folder = ROOT / "mfhost" / "drivers"
         header = (folder / "DriverStates.h").read_text()
