@@ -136,6 +136,7 @@ TEST_F(FaultyProcess, StackOfOneThatDiesStandsInTheLogAndInItsLastWords) {
         at = log.find(text, at);
         ASSERT_NE(at, std::string::npos) << text << "\n" << log;
     }
+    EXPECT_THAT(log, ContainsRegex("error    HOST:     #[0-9]+ .* Fault::strike"));
     EXPECT_TRUE(host.repliesWith("log BAD", "^ +#[0-9]+ .* Fault::strike")) << host.output();
     expectServes(host, "BAD");
     EXPECT_EQ(end(), 0);

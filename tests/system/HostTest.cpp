@@ -904,6 +904,19 @@ TEST_F(HostTest, DriverInTheHostsProcessSendsFidsThroughTheHost) {
     EXPECT_EQ(0, end());
 }
 
+TEST_F(HostTest, ThreadThatADriverHasLeftBehindSendsNothingWithoutTheManager) {
+    addDriver("S", "SendsLate", "direct");
+    addDriver("P", "IgnoresDeinit", "queue");
+    const fs::path log = m_workplace.directory() / "host.log";
+    HostProcess::Start call = this->call({"--log-file", log, "--stop-timeout", "1"});
+    call.environment["MFD_TEST_LOG"] = log;
+    // What is freed holds nothing that could still be called.
+    call.environment["MALLOC_PERTURB_"] = "85";
+    startCall(call);
+    EXPECT_EQ(0, end());
+    EXPECT_EQ("deinitialize\nrefused\n", readFile(record())) << readFile(log);
+}
+
 TEST_F(HostTest, DriverThatFillsTheStateStoreTakesNoRoomFromOthers) {
     addDriver("E", "Echo", "queue");
     addDriver("F", "Echo", "queue");

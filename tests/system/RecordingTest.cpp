@@ -1,6 +1,8 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <filesystem>
 
 #include "SegmentReader.h"
@@ -74,6 +76,12 @@ protected:
     static bool hasLine(const Lines& lines, const std::string& pattern) {
         return testing::Value(lines, Contains(ContainsRegex(" " + pattern)));
     }
+    /// The place of the first such line, from 0; one behind the last where there is none.
+    static std::ptrdiff_t placeOf(const Lines& lines, const std::string& pattern) {
+        return std::find_if(lines.begin(), lines.end(),
+                            [&](const auto& line) { return hasLine({line}, pattern); }) -
+               lines.begin();
+    }
     /// Whether such a line is recorded by now, or in time.
     static bool records(const std::string& pattern) {
         return eventually([&] { return hasLine(recorded(), pattern); }, std::chrono::milliseconds(50));
@@ -141,6 +149,9 @@ TEST_F(RecordingOfAHost, HasEachKindOfWhatHappens) {
 
     host.type("sendFID T.PING value=x");
     EXPECT_TRUE(records("T value T[.]PONG = \"x\"$"));
+    // A command comes before what it does.
+    const Lines lines = recorded();
+    EXPECT_LT(placeOf(lines, "host command sendFID T[.]PING"), placeOf(lines, "host fid T[.]PING"));
 
     const pid_t driver = host.driverProcess("T");
     ::kill(driver, SIGKILL);

@@ -328,6 +328,8 @@ TEST_F(CommandShellTest, ScriptsLinesOvertakeAFidThatHasNotComeBackForLong) {
     goOn();
     finish();
     EXPECT_THAT(m_notes, ElementsAre("1"));
+    // None of those that were answered is executed once more.
+    EXPECT_EQ(1, m_quits);
     EXPECT_TRUE(m_sut.sayFailedLines());
     EXPECT_THAT(m_log.text(), HasSubstr("line 4 of the input failed: acknowledge NOTHING\n"));
     EXPECT_THAT(m_log.text(), Not(HasSubstr("line 3 of the input")));

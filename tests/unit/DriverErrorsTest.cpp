@@ -6,10 +6,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
+#include <ctime>
 #include <future>
 #include <mutex>
+#include <thread>
 
 #include "HangGuard.h"
+#include "NoDescriptors.h"
 
 namespace {
 
@@ -74,6 +78,17 @@ bool isOpen(int descriptor) {
 
 }  // namespace
 
+TEST(DriverErrors, SaysThatNoDescriptorIsLeft) {
+    std::string reason;
+    try {
+        const NoDescriptors none;
+        DriverErrors sut([](const auto&, const auto&, bool) {});
+    } catch (const std::runtime_error& error) {
+        reason = error.what();
+    }
+    EXPECT_EQ("no descriptor can be had for the drivers' errors: Too many open files", reason);
+}
+
 TEST_F(DriverErrorsTest, LinesOfAllProcessesCome) {
     m_sut.start();
     const auto first = add("A", 1);
@@ -84,6 +99,21 @@ TEST_F(DriverErrorsTest, LinesOfAllProcessesCome) {
     EXPECT_TRUE(has("B two"));
     write(first, "three\n");
     EXPECT_TRUE(has("A three"));
+}
+
+TEST_F(DriverErrorsTest, NothingIsLookedAtWhileNoProcessWrites) {
+    const auto usedTime = [] {
+        timespec time{};
+        ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    };
+    m_sut.start();
+    const auto pipe = add("A", 1);
+    write(pipe, "one\n");
+    ASSERT_TRUE(has("A one"));
+    const auto before = usedTime();
+    std::this_thread::sleep_for(500ms);
+    EXPECT_LT(usedTime() - before, 20ms);
 }
 
 TEST_F(DriverErrorsTest, ProcessThatHasEndedHasSaidAllWhenThatIsTold) {

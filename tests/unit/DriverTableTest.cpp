@@ -5,13 +5,17 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ConfiguredDriver.h"
 #include "FIDParameterList.h"
+#include "HangGuard.h"
 #include "LogCapture.h"
 
 namespace {
@@ -604,4 +608,67 @@ TEST_F(DriverTableThatRestarts, FollowerLearnsOfEachChange) {
     EXPECT_EQ((std::vector{EDriverState::Running, EDriverState::Waiting, EDriverState::Due,
                            EDriverState::Starting, EDriverState::Waiting}),
               states);
+}
+
+// Whatever the table is asked while another thread changes it has to wait for that.
+TEST_F(DriverTableTest, NoThreadIsInsideWhileAnotherChangesIt) {
+    const LogCapture log;
+    const FIDParameterList none;
+    const std::vector<std::function<void()>> operations{
+        [&] { m_sut.configure({}, true); },
+        [&] { m_sut.beginStart("B"); },
+        [&] { m_sut.beginRestart("B"); },
+        [&] { m_sut.endStart("B"); },
+        [&] { m_sut.endProcessStart("B", "never started", true); },
+        [&] { m_sut.giveUp("B"); },
+        [&] { m_sut.addRestart("B"); },
+        [&] { m_sut.beginParking("B", "parked"); },
+        [&] { m_sut.endParking("B"); },
+        [&] { m_sut.forget("B"); },
+        [&] { m_sut.processStarted("B", 43); },
+        [&] { m_sut.processEnded("B", 43, "exit code 0", {}, false); },
+        [&] { m_sut.processHung("B", 43, "hung for 10 s"); },
+        [&] { m_sut.setTraffic("B", 1, 1); },
+        [&] { m_sut.callBegins("B", "setConfiguration"); },
+        [&] { m_sut.callEnded("B", "setConfiguration"); },
+        [&] { m_sut.driverDeleted("B"); },
+        [&] { m_sut.fidBegins("B", "GO", none); },
+        [&] { m_sut.fidEnded("B", true, nullptr); },
+        [&] { m_sut.takeDue(DriverTable::Clock::now()); },
+        [&] { m_sut.nextDue(); },
+        [&] { m_sut.drivers(); },
+        [&] { m_sut.find("B"); },
+        [&] { m_sut.isRunning("B"); },
+        [&] { m_sut.hasProcess("B"); },
+        [&] { m_sut.isLast("B", 43); },
+        [&] { m_sut.oldestCall(); },
+        [&] { m_sut.innermostCalls(); },
+    };
+    std::atomic<std::size_t> begun = 0;
+    std::vector<std::atomic<bool>> areDone(operations.size());
+    std::vector<std::thread> threads;
+    std::vector<std::size_t> early;
+    bool isFirst = true;
+    m_sut.setFollower([&](const DriverTable::Driver&) {
+        // Under the lock, as the table says.
+        if (!std::exchange(isFirst, false))
+            return;
+        for (std::size_t i = 0; i < operations.size(); ++i) {
+            threads.emplace_back([&, i] {
+                ++begun;
+                operations[i]();
+                areDone[i] = true;
+            });
+        }
+        EXPECT_TRUE(eventually([&] { return begun == operations.size(); }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        for (std::size_t i = 0; i < operations.size(); ++i) {
+            if (areDone[i])
+                early.push_back(i);
+        }
+    });
+    m_sut.processStarted("A", 42);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(std::vector<std::size_t>(), early);
 }

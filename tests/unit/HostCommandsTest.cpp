@@ -464,6 +464,19 @@ TEST_F(HostCommandsTest, AlarmsAreListedUntilTheyAreAcknowledged) {
     EXPECT_EQ(0u, reply("acknowledge").find("acknowledge <alarm>|all\n"));
 }
 
+TEST_F(HostCommandsTest, AlarmsThatHaveGivenWayToOthersAreCounted) {
+    const auto raise = [this](std::size_t number) {
+        m_alarms.eventTriggered({"PANEL.ALARM", "A" + std::to_string(number) + ": hot", {}, {}});
+    };
+    for (std::size_t i = 0; i < AlarmList::s_capacity; ++i)
+        raise(i);
+    EXPECT_EQ(std::string::npos, reply("alarms").find("not listed"));
+    raise(AlarmList::s_capacity);
+    EXPECT_TRUE(reply("alarms").ends_with("  hot\n1 older alarm is not listed any more\n"));
+    raise(AlarmList::s_capacity + 1);
+    EXPECT_TRUE(reply("alarms").ends_with("  hot\n2 older alarms are not listed any more\n"));
+}
+
 TEST_F(HostCommandsTest, AlarmIsShelvedForSeconds) {
     m_now = AlarmList::Clock::now() + std::chrono::hours(1);
     m_alarms.eventTriggered({"PANEL.ALARM", "SYS: hot", {}, {}});

@@ -368,6 +368,14 @@ TEST_F(WorkplaceTest, DriverOfTheHostsProcessIsParkedAsWell) {
     EXPECT_EQ(EDriverState::Running, pHost->state("C"));
 }
 
+TEST_F(WorkplaceTest, OnlyDriversInProcessesNeedQueues) {
+    const auto pHost = startedHost();
+    ::chmod(m_directory.path("queues").c_str(), 0777);
+    EXPECT_THAT(pHost->reload("A"), HasSubstr("queue A_INQ cannot be made: "));
+    EXPECT_EQ("", pHost->reload("C"));
+    EXPECT_EQ(2u, pHost->startOf("C"));
+}
+
 TEST_F(WorkplaceTest, ParkedDriverIsStartedWhenItIsGivenBack) {
     const auto pHost = startedHost();
     ASSERT_EQ("", pHost->workplace.park("A"));
