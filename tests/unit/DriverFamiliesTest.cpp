@@ -19,6 +19,7 @@
 
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
 /// Shell scripts in place of driver processes.
@@ -34,12 +35,13 @@ protected:
         ::close(m_process.pidFd);
     }
 
-    /// Starts a process that has a child, whose number it returns.
-    pid_t startWithChild() {
+    /// Starts a process that has so many children, and returns the number of the last one.
+    pid_t startWithChildren(int count) {
         sal::Path shell("/bin/sh");
         EXPECT_TRUE(sal::Process::createProcess(
             "sh", shell,
-            {"-c", "cd " + m_directory.path() + "; sleep 1000 & echo $! > draft; mv draft child; wait"}));
+            {"-c", "cd " + m_directory.path() + "; for i in $(seq " + std::to_string(count) +
+                       "); do sleep 1000 & done; echo $! > draft; mv draft child; wait"}));
         m_sut.add("AXIS1", m_process);
         for (int i = 0; i < 1500 && m_directory.read("child").empty(); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -62,7 +64,7 @@ private:
 };
 
 TEST_F(DriverFamiliesTest, WhatAProcessHasLeftEndsWithOneLine) {
-    const pid_t child = startWithChild();
+    const pid_t child = startWithChildren(1);
     ASSERT_GT(child, 0);
     killProcess();
     m_sut.end(m_process.pid);
@@ -73,6 +75,15 @@ TEST_F(DriverFamiliesTest, WhatAProcessHasLeftEndsWithOneLine) {
     EXPECT_THAT(log, HasSubstr("warning  HOST: AXIS1: process " + std::to_string(m_process.pid) +
                                " left 1 process behind, ended with it: " + std::to_string(child) + " ("));
     EXPECT_EQ(log.find('\n'), log.size() - 1);
+}
+
+TEST_F(DriverFamiliesTest, OfManyTenAreNamed) {
+    ASSERT_GT(startWithChildren(12), 0);
+    killProcess();
+    m_sut.end(m_process.pid);
+    const std::string one = "[0-9]+ [(][a-z]+[)]";
+    EXPECT_THAT(m_log.finish(), ContainsRegex(" left 12 processes behind, ended with it: " + one + "(, " +
+                                              one + "){9}, [.][.][.]\n"));
 }
 
 TEST_F(DriverFamiliesTest, NothingIsSaidOfAProcessThatLeavesNothing) {
@@ -86,7 +97,7 @@ TEST_F(DriverFamiliesTest, NothingIsSaidOfAProcessThatLeavesNothing) {
 }
 
 TEST_F(DriverFamiliesTest, WhatCouldNotBeLookedForEndsLater) {
-    const pid_t child = startWithChild();
+    const pid_t child = startWithChildren(1);
     ASSERT_GT(child, 0);
     killProcess();
     {
@@ -105,7 +116,7 @@ TEST_F(DriverFamiliesTest, WhatCouldNotBeLookedForEndsLater) {
 }
 
 TEST_F(DriverFamiliesTest, ProcessIsForgottenWithItsEnd) {
-    const pid_t child = startWithChild();
+    const pid_t child = startWithChildren(1);
     killProcess();
     m_sut.end(m_process.pid);
     m_sut.end(m_process.pid);

@@ -180,6 +180,7 @@ TEST_F(WorkplaceChangesTest, FileThatWouldBeRefusedIsNotApplied) {
     configure(entry("A"));
     m_handFault = "no descriptors";
     EXPECT_EQ("no descriptors", m_sut.apply({}, "anna").refusal);
+    EXPECT_THAT(logged(), HasSubstr("HOST: apply by anna is refused, nothing is changed: no descriptors\n"));
     EXPECT_THAT(m_done, ElementsAre("hand without B"));
     EXPECT_EQ(1u, m_sut.history().size());
 }
