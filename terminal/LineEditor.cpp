@@ -229,6 +229,7 @@ unsigned char LineEditor::interrupt(EditLine* pEditor, int) {
     const LineInfo* pLine = el_line(pEditor);
     editor.m_wasInterruptPressed = true;
     editor.m_isInterrupted = pLine->lastchar == pLine->buffer;
+    editor.m_hasEmptied = editor.m_hasEmptied || !editor.m_isInterrupted;
     // What was typed stays on the screen, whole.
     const Place cursor = editor.placeOf(pLine->cursor);
     const Place end = editor.placeOf(pLine->lastchar);
@@ -244,6 +245,7 @@ unsigned char LineEditor::interrupt(EditLine* pEditor, int) {
 std::optional<std::string> LineEditor::read() {
     TerminalRelay* pRelay = m_settings.pRelay;
     m_isInterrupted = false;
+    m_hasEmptied = false;
     do {
         m_wasInterruptPressed = false;
         el_resize(m_pEditor.get());

@@ -50,6 +50,8 @@ public:
     std::optional<std::string> read();
     /// Whether read() gave nothing for Ctrl-C.
     bool isInterrupted() const { return m_isInterrupted; }
+    /// Whether Ctrl-C has emptied a line since read() was called last.
+    bool hasEmptied() const { return m_hasEmptied; }
 
 private:
     struct EditorEnd {
@@ -87,6 +89,7 @@ private:
     bool m_isLossSaid = false;
     bool m_wasInterruptPressed = false;
     bool m_isInterrupted = false;
+    bool m_hasEmptied = false;
     std::string m_notice;  ///< as it stands in the prompt
     std::wstring m_prompt;
     /// Goes after the editor, which writes to it. None without a relay.

@@ -49,6 +49,8 @@ void Console::readTerminal() {
         const auto line = editor.read();
         if (m_waiter.isStopped())
             return;
+        // A line that was typed and emptied again stood between the two.
+        isEnding = isEnding && !editor.hasEmptied();
         if (line) {
             isEnding = false;
             m_handlers.line(*line);

@@ -135,6 +135,23 @@ TEST(ConsoleAtATerminal, LineBetweenTwoEndsOfInputTakesTheFirstBack) {
     }
 }
 
+TEST(ConsoleAtATerminal, LineThatCtrlCEmptiesTakesTheQuestionBack) {
+    Terminal terminal(runConsole);
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("\x03"));
+    ASSERT_TRUE(terminal.shows("press Ctrl-C again.")) << terminal.screen();
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("driv\x03"));
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("\x04"));
+    ASSERT_TRUE(terminal.shows("press Ctrl-D again.")) << terminal.screen();
+    EXPECT_EQ(terminal.screen().find("(end)"), std::string::npos) << terminal.screen();
+    ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+    ASSERT_TRUE(terminal.type("\x04"));
+    EXPECT_TRUE(terminal.shows("(end)")) << terminal.screen();
+    EXPECT_EQ(0, terminal.waitForEnd());
+}
+
 TEST(ConsoleAtATerminal, CtrlCOnAnEmptyLineAsksAsTheEndOfInputDoes) {
     Terminal terminal(runConsole);
     ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
