@@ -163,16 +163,24 @@ void ApiActions::perform(const std::shared_ptr<PendingAction>& pAction, const st
     throw ApiFault(ECode::Busy, "the host has too many commands waiting");
 }
 
-ApiAnswer ApiActions::answer(const ApiOutcome& outcome, const std::string& driverID) const {
-    if (!outcome.refusal.empty()) {
-        if (!driverID.empty())
-            needDriver(driverID);
+ApiAnswer ApiActions::answer(const ApiOutcome& outcome) const {
+    if (!outcome.refusal.empty())
         throw ApiFault(ECode::Refused, outcome.refusal);
+    JsonText json;
+    json.beginObject().member("output", outcome.output).endObject();
+    return {.body = json.take()};
+}
+
+/// What was not done with the driver: "started" and so on.
+ApiAnswer ApiActions::answer(const ApiOutcome& outcome, const std::string& driverID,
+                             const char* pDone) const {
+    if (!outcome.refusal.empty()) {
+        needDriver(driverID);
+        throw ApiFault(ECode::Refused, driverID + " is not " + pDone + ": " + outcome.refusal);
     }
     JsonText json;
     json.beginObject().member("output", outcome.output);
-    if (!driverID.empty())
-        m_reading.addDriver(json, driverID);
+    m_reading.addDriver(json, driverID);
     json.endObject();
     return {.body = json.take()};
 }
@@ -274,7 +282,7 @@ void ApiActions::reload(const ApiRequest& request) const {
     const std::string what = "reload of " + request.name;
     logAction(request, what);
     perform(request.pAction, request.caller.who(), what,
-            [this, name = request.name] { return answer(m_context.reload(name), name); });
+            [this, name = request.name] { return answer(m_context.reload(name), name, "reloaded"); });
 }
 
 void ApiActions::debug(const ApiRequest& request) const {
@@ -291,7 +299,7 @@ void ApiActions::park(const ApiRequest& request) const {
     logAction(request, what);
     perform(request.pAction, request.caller.who(), what,
             [this, name = request.name, who = request.caller.name] {
-                return answer(m_context.park(name, who), name);
+                return answer(m_context.park(name, who), name, "stopped");
             });
 }
 
@@ -301,7 +309,7 @@ void ApiActions::unpark(const ApiRequest& request) const {
     logAction(request, what);
     perform(request.pAction, request.caller.who(), what,
             [this, name = request.name, who = request.caller.name] {
-                return answer(m_context.unpark(name, who), name);
+                return answer(m_context.unpark(name, who), name, "started");
             });
 }
 

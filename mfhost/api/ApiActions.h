@@ -60,7 +60,8 @@ public:
                  ERecorded recorded = ERecorded::Here) const;
 
 private:
-    ApiAnswer answer(const ApiOutcome& outcome, const std::string& driverID = {}) const;
+    ApiAnswer answer(const ApiOutcome& outcome) const;
+    ApiAnswer answer(const ApiOutcome& outcome, const std::string& driverID, const char* pDone) const;
     void needDriver(const std::string& driverID) const;
 
     const ApiContext& m_context;

@@ -233,7 +233,7 @@ std::string Workplace::reload(const std::string& driverID, const std::function<v
     if (!m_pModule)
         return s_stopping;
     if (isParked(driverID))
-        return "it is parked; startDriver " + driverID + " starts it";
+        return "it is parked; start it instead";
     auto pWorkplace = std::make_shared<const WorkplaceSnapshot>(m_settings.file);
     std::string reason = refusal(*pWorkplace, driverID);
     if (reason.empty())
@@ -428,7 +428,7 @@ std::string Workplace::unpark(const std::string& driverID) {
     const bool hasMark = mark != m_parked.marks().end();
     const std::string who = hasMark ? mark->second : "";
     if (driver && !isParked(driverID) && driver->isAlive)
-        return "it runs already; reloadDriver " + driverID + " loads it anew";
+        return "it runs already; reload it instead";
     auto pWorkplace = std::make_shared<const WorkplaceSnapshot>(m_settings.file);
     const auto& entries = pWorkplace->file().entries();
     const bool hasEntry = std::any_of(entries.begin(), entries.end(),

@@ -237,7 +237,7 @@ TEST_F(Parking, ReloadOfAParkedDriverIsRefused) {
     HostProcess& host = startAndWait();
     stop(host, "E");
     EXPECT_EQ(host.ask("reloadDriver E"),
-              "E is not reloaded, nothing is unloaded: it is parked; startDriver E starts it\n");
+              "E is not reloaded, nothing is unloaded: it is parked; start it instead\n");
     expectParked(host, "E");
     // A reload of another one leaves it as it is.
     EXPECT_THAT(host.ask("reloadDriver G"), HasSubstr("OK\n"));
@@ -261,9 +261,8 @@ TEST_F(Parking, WhatMakesNoSenseIsRefusedAndChangesNothing) {
     EXPECT_EQ(host.ask("stopDriver 'E\x1b'"),
               "E\\x1b is not stopped: there is no driver E\\x1b; drivers lists them\n");
     for (const char* id : {"E", "D", "PANEL"})
-        EXPECT_EQ(
-            host.ask(std::string("startDriver ") + id),
-            std::string(id) + " is not started: it runs already; reloadDriver " + id + " loads it anew\n");
+        EXPECT_EQ(host.ask(std::string("startDriver ") + id),
+                  std::string(id) + " is not started: it runs already; reload it instead\n");
     EXPECT_THAT(host.ask("stopDriver"), StartsWith("stopDriver <driverID>\n\t"));
     EXPECT_THAT(host.ask("startDriver"), StartsWith("startDriver <driverID>\n\t"));
     EXPECT_FALSE(fs::exists(marks()));
@@ -411,7 +410,7 @@ TEST_F(Parking, MarkOfADriverThatTheFileGetsLaterHolds) {
     EXPECT_THAT(host.ask("reloadDriver G"), HasSubstr("OK\n"));
     expectParked(host, "E");
     EXPECT_EQ(host.ask("reloadDriver E"),
-              "E is not reloaded, nothing is unloaded: it is parked; startDriver E starts it\n");
+              "E is not reloaded, nothing is unloaded: it is parked; start it instead\n");
     host.ask("startDriver E");
     expectSets(host, "E");
     EXPECT_EQ(readFile(marks()), std::string(s_heading) + "GONE\n");

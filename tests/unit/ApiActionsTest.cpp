@@ -307,12 +307,14 @@ TEST_F(ApiActionsTest, WhoChangesWhatRunsStandsInTheLog) {
     EXPECT_THAT(text, HasSubstr("\"drivers\", asked for by anna\n"));
 }
 
-TEST_F(ApiActionsTest, HostsOwnReasonIsTold) {
-    m_host.outcome.refusal = "it is parked; startDriver AXIS1 starts it";
-    EXPECT_EQ(
-        "409 {\"error\":{\"code\":\"refused\",\"text\":\"it is parked; startDriver AXIS1 starts it\","
-        "\"nearest\":[]}}",
-        act(&ApiActions::reload, "{}", "AXIS1"));
+TEST_F(ApiActionsTest, HostsOwnReasonIsToldWithTheDriver) {
+    m_host.outcome.refusal = "of a reason";
+    const auto refused = [](const std::string& text) {
+        return "409 {\"error\":{\"code\":\"refused\",\"text\":\"" + text + "\",\"nearest\":[]}}";
+    };
+    EXPECT_EQ(refused("AXIS1 is not reloaded: of a reason"), act(&ApiActions::reload, "{}", "AXIS1"));
+    EXPECT_EQ(refused("AXIS1 is not stopped: of a reason"), act(&ApiActions::park, "{}", "AXIS1"));
+    EXPECT_EQ(refused("AXIS1 is not started: of a reason"), act(&ApiActions::unpark, "{}", "AXIS1"));
 }
 
 TEST_F(ApiActionsTest, UnknownDriverIsToldWithTheNearest) {

@@ -482,7 +482,7 @@ TEST_F(WorkplaceTest, ReloadOfAParkedDriverIsRefused) {
     const auto pHost = startedHost();
     ASSERT_EQ("", pHost->workplace.park("A"));
     pHost->module.calls.clear();
-    EXPECT_EQ("it is parked; startDriver A starts it", pHost->reload("A"));
+    EXPECT_EQ("it is parked; start it instead", pHost->reload("A"));
     EXPECT_THAT(pHost->module.calls, IsEmpty());
     EXPECT_EQ(EDriverState::Parked, pHost->state("A"));
 }
@@ -646,7 +646,7 @@ TEST_F(WorkplaceTest, MarkThatCannotBeWrittenLeavesAllAsItWas) {
     EXPECT_EQ(EDriverState::Parked, pHost->state("B"));
     EXPECT_EQ("B\n", marks());
     EXPECT_EQ("", pHost->reload("A"));
-    EXPECT_EQ("it is parked; startDriver B starts it", pHost->reload("B"));
+    EXPECT_EQ("it is parked; start it instead", pHost->reload("B"));
 }
 
 TEST_F(WorkplaceTest, MarksThatCannotBeReadKeepNobodyFromBeingStarted) {
@@ -663,7 +663,7 @@ TEST_F(WorkplaceTest, MarksThatCannotBeReadKeepNobodyFromBeingStarted) {
 TEST_F(WorkplaceTest, GivingBackIsRefusedWithItsReason) {
     const auto pHost = startedHost();
     EXPECT_EQ("there is no driver X; drivers lists them", pHost->workplace.unpark("X"));
-    EXPECT_EQ("it runs already; reloadDriver A loads it anew", pHost->workplace.unpark("A"));
+    EXPECT_EQ("it runs already; reload it instead", pHost->workplace.unpark("A"));
     EXPECT_THAT(pHost->module.calls, IsEmpty());
 }
 
