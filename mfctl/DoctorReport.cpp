@@ -58,6 +58,7 @@ Json jsonOf(const HostSurvey::Socket& socket) {
     return {{"path", socket.path},
             {"pid", socket.pid},
             {"answers", !socket.answer.empty()},
+            {"heldUp", socket.heldUp},
             {"silence", socket.silence}};
 }
 
@@ -93,8 +94,9 @@ std::string DoctorReport::hostText(const HostSurvey::Host& host) const {
     const ProcessFacts& facts = host.process.facts;
     std::string text = "mfhost, process " + std::to_string(facts.pid) + ": ";
     const std::string trouble = HostSurvey::trouble(host.process);
+    const std::string held = trouble.empty() ? base::printable(host.heldUp()) : trouble;
     if (host.answers())
-        text += trouble.empty() ? "answers" : "answers, but " + trouble;
+        text += held.empty() ? "answers" : "answers, but " + held;
     else if (host.sockets.empty())
         text += trouble.empty() ? "no control socket of it is known here" : trouble;
     else

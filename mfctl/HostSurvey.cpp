@@ -19,6 +19,7 @@
 
 #include "ApiClient.h"
 #include "ControlError.h"
+#include "HeldUpText.h"
 #include "UniqueFd.h"
 
 namespace fs = std::filesystem;
@@ -73,13 +74,18 @@ int listenerOf(const std::string& path, const std::string& proc) {
 }
 
 HostSurvey::Socket lookAt(const std::string& path, const HostSurvey::Settings& settings) {
-    HostSurvey::Socket socket{path, listenerOf(path, settings.proc), {}, {}};
+    HostSurvey::Socket socket{path, listenerOf(path, settings.proc), {}, {}, {}};
     try {
-        const ApiClient::Reply reply = ApiClient(path).get("", settings.patience);
-        if (reply.isError())
+        ApiClient client(path);
+        const ApiClient::Reply reply = client.get("", settings.patience);
+        if (reply.isError()) {
             socket.silence = "it answers " + std::to_string(reply.status);
-        else
+        } else {
             socket.answer = reply.body;
+            const ApiClient::Reply health = client.get("/health", settings.patience);
+            if (!health.isError() && health.view().text("status") == "busy")
+                socket.heldUp = heldUpText(health.view());
+        }
     } catch (const ControlError& error) {
         socket.silence = error.what();
     }
@@ -184,6 +190,14 @@ bool HostSurvey::Host::answers() const {
                        [](const Socket& socket) { return !socket.answer.empty(); });
 }
 
+std::string HostSurvey::Host::heldUp() const {
+    for (const Socket& socket : sockets) {
+        if (!socket.heldUp.empty())
+            return socket.heldUp;
+    }
+    return {};
+}
+
 HostSurvey HostSurvey::take(const Settings& settings) {
     HostSurvey survey;
     std::vector<ProcessFacts> known;
@@ -247,7 +261,7 @@ std::string HostSurvey::trouble(const Process& process) {
 bool HostSurvey::isWell() const {
     const auto isSound = [](const Process& process) { return trouble(process).empty(); };
     const bool areHostsWell = std::all_of(hosts.begin(), hosts.end(), [&](const Host& host) {
-        return host.answers() && isSound(host.process) &&
+        return host.answers() && host.heldUp().empty() && isSound(host.process) &&
                std::all_of(host.drivers.begin(), host.drivers.end(), isSound);
     });
     const bool isNothingLeft =

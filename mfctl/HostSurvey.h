@@ -9,13 +9,14 @@
 #include "ProcessFacts.h"
 
 /// What there is of hosts on this machine: processes, sockets, queue directories, those of dead hosts as
-/// well. Taken without asking any host, so that it tells of hosts that hang. Main thread.
+/// well. What hosts answer is only a part of it, so it tells of hosts that hang, too. Main thread.
 struct HostSurvey {
     struct Socket {
         std::string path;
-        int pid = 0;          ///< who listens; 0: nobody, a dead host has left it
-        std::string answer;   ///< the host's answer to GET /api/v1; empty where none came
-        std::string silence;  ///< why none came
+        int pid = 0;              ///< who listens; 0: nobody, a dead host has left it
+        std::string answer;       ///< the host's answer to GET /api/v1; empty where none came
+        std::string silence;      ///< why none came
+        std::string heldUp = {};  ///< which command holds it up, as it says itself; empty where none does
     };
     struct QueueFile {
         std::string name;
@@ -41,6 +42,8 @@ struct HostSurvey {
 
         /// Whether one of its sockets answers.
         bool answers() const;
+        /// Which command holds it up, as it says itself; empty where none does.
+        std::string heldUp() const;
     };
 
     std::vector<Host> hosts;

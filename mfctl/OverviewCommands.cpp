@@ -1,9 +1,7 @@
 #include "OverviewCommands.h"
 
-#include <chrono>
-
-#include "AgeText.h"
 #include "AlarmNotice.h"
+#include "HeldUpText.h"
 #include "LocalTime.h"
 #include "LogText.h"
 #include "Printable.h"
@@ -23,13 +21,8 @@ EExit OverviewCommands::health() {
         text += ", " + health.text("parked") + " parked";
     if (health.number("alarms") > 0)
         text += ", " + alarmNotice(static_cast<std::size_t>(health.number("alarms")));
-    if (health.has("command")) {
-        const JsonView command = health.member("command");
-        text += "; " + command.text("what") + " has been under way for " +
-                base::ageText(std::chrono::milliseconds(command.number("forMs")));
-        if (!command.text("driver").empty())
-            text += ", in " + command.text("operation") + " of " + command.text("driver");
-    }
+    if (const std::string heldUp = heldUpText(health); !heldUp.empty())
+        text += "; " + heldUp;
     screen.out << screen.coloured(isWell ? base::Table::EColour::None : base::Table::EColour::Bad,
                                   base::printable(text))
                << std::endl;

@@ -55,6 +55,15 @@ TEST(DoctorReport, HostThatAnswersHasItsThreadsAndDrivers) {
         DoctorReport(survey, false).text());
 }
 
+TEST(DoctorReport, CommandThatHoldsAHostUpIsTheFirstThingSaid) {
+    const HostSurvey survey = surveyOf({"/run/mfhost.sock", 10, R"({"workplace":"/etc/w.xml","version":"1"})",
+                                        "", "sendFID A.PING has been under way for 9 s"});
+    EXPECT_THAT(DoctorReport(survey, false).text(),
+                StartsWith("mfhost, process 10: answers, but sendFID A.PING has been under way for 9 s\n"));
+    EXPECT_EQ("sendFID A.PING has been under way for 9 s",
+              DoctorReport(survey, false).json()["hosts"][0]["sockets"][0]["heldUp"]);
+}
+
 TEST(DoctorReport, HostThatDoesNotAnswerIsTheFirstThingSaidAndHasStacks) {
     const HostSurvey survey = surveyOf({"/run/mfhost.sock", 10, "", "no answer"});
     const std::string text = DoctorReport(survey, false).text();

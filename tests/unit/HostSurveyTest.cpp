@@ -93,6 +93,20 @@ TEST_F(HostSurveyTest, SocketBelongsToWhoListens) {
     EXPECT_TRUE(sut.isWell());
 }
 
+TEST_F(HostSurveyTest, HostThatACommandHoldsUpIsNotWell) {
+    CannedHost host(m_shared.path("mfhost.sock"));
+    addProcess(::getpid(), 1, "mfhost", "mfhost");
+    const std::string command =
+        R"j("command":{"what":"sendFID A.PING","driver":"A","operation":"sendFID(PING)","forMs":9000})j";
+    host.answer("GET /health", R"({"status":"ok",)" + command + "}");
+    EXPECT_TRUE(take({host.path()}).isWell());
+    host.answer("GET /health", R"({"status":"busy",)" + command + "}");
+    const HostSurvey sut = take({host.path()});
+    EXPECT_TRUE(sut.hosts.at(0).answers());
+    EXPECT_EQ("sendFID A.PING has been under way for 9 s, in sendFID(PING) of A", sut.hosts[0].heldUp());
+    EXPECT_FALSE(sut.isWell());
+}
+
 TEST_F(HostSurveyTest, HostThatDoesNotAnswerIsFoundAllTheSame) {
     CannedHost host(m_shared.path("mfhost.sock"));
     host.fallSilent();
