@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -23,6 +26,9 @@ constexpr const char* s_nothing = "{}";
 /// have.
 constexpr std::size_t s_longestKey = 1024;
 constexpr std::size_t s_longestValue = 8192;
+
+/// Before a line that waits is looked at again: a command that began when it came holds it up by then.
+constexpr std::chrono::seconds s_linePatience{3};
 
 void limitLength(const char* pMember, const std::string& text, std::size_t most) {
     if (text.size() > most)
@@ -119,6 +125,12 @@ ApiAnswer answerOf(const WorkplacePlan& plan) {
     for (const WorkplacePlan::Change& change : plan.changes)
         write(json.beginObject(), change).endObject();
     json.endArray().endObject();
+    return {.body = json.take()};
+}
+
+ApiAnswer answerOf(const ApiLine& executed) {
+    JsonText json;
+    json.beginObject().member("output", executed.output).member("done", executed.isDone).endObject();
     return {.body = json.take()};
 }
 
@@ -340,15 +352,35 @@ void ApiActions::console(const ApiRequest& request) const {
     const std::string line = request.body.text("line");
     const unsigned columns = request.body.optionalNumber("columns");
     logAction(request, "\"" + line + "\"");
+    if (const auto executed = m_context.consoleMeanwhile(line, columns)) {
+        request.pAction->end(answerOf(*executed));
+        return;
+    }
+    /// The thread that takes it answers the line.
+    struct Turn {
+        std::mutex mutex;
+        bool isTaken = false;
+    };
+    const auto pTurn = std::make_shared<Turn>();
     perform(
         request.pAction, request.caller.who(), line,
-        [this, line, columns] {
-            const ApiLine executed = m_context.console(line, columns);
-            JsonText json;
-            json.beginObject().member("output", executed.output).member("done", executed.isDone).endObject();
-            return ApiAnswer{.body = json.take()};
+        [this, line, columns, pTurn] {
+            std::unique_lock lock(pTurn->mutex);
+            if (std::exchange(pTurn->isTaken, true))
+                return ApiAnswer();  // was given
+            lock.unlock();
+            return answerOf(m_context.console(line, columns));
         },
         ERecorded::Elsewhere);
+    m_context.after(s_linePatience, [this, line, columns, pTurn, pAction = request.pAction] {
+        const std::lock_guard lock(pTurn->mutex);
+        if (pTurn->isTaken)
+            return;
+        if (const auto executed = m_context.consoleMeanwhile(line, columns)) {
+            pTurn->isTaken = true;
+            pAction->end(answerOf(*executed));
+        }
+    });
 }
 
 void ApiActions::shutDown(const ApiRequest& request) const {

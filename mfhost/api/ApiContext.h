@@ -145,6 +145,9 @@ struct ApiContext {
     std::function<ApiWebCode(const ApiCaller& asker)> panelCode;
     /// Six digits with that role, which is the asker's at most.
     std::function<ApiWebCode(const ApiCaller& asker, ERole role)> pairCode;
+    /// As console, for a line that only looks while another command holds the command thread up; nothing
+    /// where that thread is to be waited for. Any thread.
+    std::function<std::optional<ApiLine>(const std::string& line, unsigned columns)> consoleMeanwhile;
     /// False when there is no session of the web panel of that number.
     std::function<bool(std::uint64_t id)> endWebSession;
 

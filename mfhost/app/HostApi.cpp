@@ -201,6 +201,12 @@ ApiContext HostApi::context() {
                 [this](const auto& asker, ERole role) {
                     return webCode(m_webUrlElsewhere, [&] { return m_webSessions.addDigits(asker, role); });
                 },
+            .consoleMeanwhile = [this](const std::string& line, unsigned columns) -> std::optional<ApiLine> {
+                auto executed = m_parts.shell.executeMeanwhile(line, columns);
+                if (!executed)
+                    return std::nullopt;
+                return ApiLine{.output = std::move(executed->output), .isDone = executed->isDone};
+            },
             .endWebSession = [this](std::uint64_t id) { return m_webSessions.end(id); },
             .sendFid =
                 [this](const auto& fid, const auto& parameters, auto waitFor, auto limit, auto told,

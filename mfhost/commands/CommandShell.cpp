@@ -34,11 +34,13 @@ constexpr std::chrono::seconds s_scriptPatience{5};
 /// So many lines that have failed are told, and how many more there were.
 constexpr std::size_t s_toldFailures = 20;
 
-/// The command that a thread executes: the command thread or, while that is held up, the console's.
+/// The command that a thread executes: the command thread or, while that is held up, the console's, the API's
+/// and that of its limits.
 struct Running {
     std::ostream* pReply = nullptr;
     base::Table::Look look = {};  ///< how the reply is shown
     bool hasFailed = false;
+    bool waitsForReports = true;  ///< of a script, for what is on its way
 };
 thread_local Running t_running;
 
@@ -213,19 +215,33 @@ bool CommandShell::isHeldUpByDriver() const {
 /// On the console thread, while the command thread is inside another command. Whether the line has done what
 /// it was to do.
 bool CommandShell::answerMeanwhile(const std::string& line) {
+    const Executed executed = answerMeanwhile(line, consoleLook(), true);
+    std::cout << executed.output << std::flush;
+    return executed.isDone;
+}
+
+std::optional<CommandShell::Executed> CommandShell::executeMeanwhile(const std::string& line,
+                                                                     std::size_t columns) {
+    if (!mayAnswerMeanwhile(line) || !isHeldUp(s_promptDelay))
+        return std::nullopt;
+    // Threads of the API wait for nothing.
+    return answerMeanwhile(line, {.width = columns}, false);
+}
+
+CommandShell::Executed CommandShell::answerMeanwhile(const std::string& line, base::Table::Look look,
+                                                     bool waitsForReports) {
     std::ostringstream text;
     const CommandActivity activity = m_context.commands.activity();
     if (activity.busy)
         text << "\"" << base::printable(activity.what) << "\" has not come back yet; meanwhile:" << std::endl;
-    t_running = {.pReply = &text, .look = consoleLook()};
+    t_running = {.pReply = &text, .look = look, .waitsForReports = waitsForReports};
     const std::vector<std::string> words = base::splitWords(line).words;
     if (LogCommands::areMeantBy(words))
         m_logCommands.answer(words);
     else
         m_hostCommands.answer(words);
     const bool isDone = !std::exchange(t_running, {}).hasFailed;
-    std::cout << text.str() << std::flush;
-    return isDone;
+    return {text.str(), isDone};
 }
 
 void CommandShell::skipLine() {
@@ -388,7 +404,7 @@ std::vector<std::string> CommandShell::driverIDs() const {
 /// and nothing has arrived for a moment, a second at most.
 void CommandShell::settle() const {
     using Clock = std::chrono::steady_clock;
-    if (Console::isInteractive())
+    if (Console::isInteractive() || !t_running.waitsForReports)
         return;
     constexpr std::chrono::milliseconds quietTime{100};
     const auto limit = Clock::now() + std::chrono::seconds(1);

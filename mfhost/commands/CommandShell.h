@@ -72,6 +72,9 @@ public:
     /// Executes a line as the console's, for a client at another terminal, whose columns tables fit into; 0:
     /// it has none. Command thread.
     Executed executeFor(const std::string& line, std::size_t columns);
+    /// The same for a line that only looks, where the command thread is held up by another one; nothing for
+    /// others, and where that thread can be waited for. Any thread.
+    std::optional<Executed> executeMeanwhile(const std::string& line, std::size_t columns);
     /// Where commands and FIDs are recorded, before the first command; none by default.
     void setStream(Observation* pObservation, FidTrail* pTrail) {
         m_pObservation = pObservation;
@@ -104,6 +107,7 @@ private:
     bool isHeldUp(std::chrono::milliseconds limit) const;
     bool isHeldUpByDriver() const;
     bool answerMeanwhile(const std::string& line);
+    Executed answerMeanwhile(const std::string& line, base::Table::Look look, bool waitsForReports);
     bool execute(const std::string& line, EOrigin origin, const std::string& driverID = {});
     bool execute(const std::string& line, EOrigin origin, const std::string& driverID, std::ostream& reply,
                  base::Table::Look look);

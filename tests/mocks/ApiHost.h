@@ -104,6 +104,7 @@ public:
                     record("pair " + std::string(inWords(role)) + " for " + asker.name);
                     return webCode;
                 },
+            .consoleMeanwhile = [this](const std::string&, unsigned) { return meanwhile; },
             .endWebSession =
                 [this](std::uint64_t id) {
                     record("end session " + std::to_string(id));
@@ -193,6 +194,7 @@ public:
     std::vector<ApiSession> sessions;
     std::vector<FidCounts::Count> fids;
     std::map<unsigned, std::uint64_t> answers;
+    std::optional<ApiLine> meanwhile;  ///< the answer to a line that the command thread need not execute
     ApiWebCode webCode;
     ApiOutcome outcome;
     WorkplacePlan plan;

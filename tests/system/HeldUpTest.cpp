@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "SystemTest.h"
+#include "ControlledWorkplace.h"
 #include "Terminal.h"
 
 using testing::ContainsRegex;
@@ -14,7 +14,7 @@ using testing::Not;
 
 // A driver in the host's process that sends to itself while it holds its lock: the command thread does not
 // come back from it.
-class HeldUp : public SystemTest {
+class HeldUp : public ControlledWorkplace {
 protected:
     void prepare() override {
         giveAdapter();
@@ -66,6 +66,32 @@ TEST_F(HeldUp, DriversAndTheRestAnswerMeanwhile) {
     EXPECT_EQ(host.waitForEnd(), 0);
     EXPECT_THAT(host.log(),
                 HasSubstr("A: sendFID(PONG) holds up the shutdown for 5 s; the host ends without it\n"));
+}
+
+TEST_F(HeldUp, AnotherTerminalIsAnsweredMeanwhile) {
+    HostProcess& host = start({"--control", socket()});
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    host.type("sendFID A.PING to=5");
+    ASSERT_TRUE(host.waitForLog(s_line)) << host.log();
+    const Answer attached =
+        execute("printf 'drivers\\nstate A.*\\n' | " + (TestWorkplace::build() / "bin/mfctl").string() +
+                " --host " + socket() + " attach");
+    EXPECT_EQ(attached.exitCode, 0) << attached.text;
+    EXPECT_THAT(
+        attached.text,
+        ContainsRegex("\"sendFID A.PING to=5\" has not come back yet; meanwhile:\nID (.*\n)*A .*running"));
+    EXPECT_THAT(attached.text, HasSubstr("meanwhile:\nno state value matches A.*\n"));
+    const Answer health = mfctl("health");
+    EXPECT_EQ(health.exitCode, 1);
+    EXPECT_THAT(health.text, ContainsRegex("; sendFID A.PING to=5 has been under way for [0-9]+ s, in "
+                                           "sendFID\\(PING\\) of A\n"));
+    const Answer doctor = mfctl("doctor");
+    EXPECT_EQ(doctor.exitCode, 1);
+    EXPECT_THAT(doctor.text,
+                ContainsRegex("mfhost, process [0-9]+: answers, but sendFID A.PING to=5 has been "
+                              "under way for [0-9]+ s, in sendFID\\(PING\\) of A\n"));
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.waitForEnd(), 0);
 }
 
 TEST_F(HeldUp, QuitIsHeardMeanwhile) {

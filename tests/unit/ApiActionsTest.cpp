@@ -16,6 +16,7 @@
 
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using Texts = std::vector<std::string>;
@@ -315,6 +316,33 @@ TEST_F(ApiActionsTest, HostsOwnReasonIsToldWithTheDriver) {
     EXPECT_EQ(refused("AXIS1 is not reloaded: of a reason"), act(&ApiActions::reload, "{}", "AXIS1"));
     EXPECT_EQ(refused("AXIS1 is not stopped: of a reason"), act(&ApiActions::park, "{}", "AXIS1"));
     EXPECT_EQ(refused("AXIS1 is not started: of a reason"), act(&ApiActions::unpark, "{}", "AXIS1"));
+}
+
+TEST_F(ApiActionsTest, LineThatOnlyLooksIsAnsweredAtOnceWhileAnotherHoldsTheCommandsUp) {
+    m_host.meanwhile = ApiLine{.output = "ID", .isDone = true};
+    EXPECT_EQ("", begin(&ApiActions::console, R"({"line":"drivers"})"));
+    EXPECT_THAT(m_answers, ElementsAre(R"(200 {"output":"ID","done":true})"));
+    EXPECT_TRUE(m_host.posted.empty());
+}
+
+TEST_F(ApiActionsTest, LineThatOnlyLooksIsAnsweredWhenTheCommandBeforeItDoesNotComeBack) {
+    EXPECT_EQ("", begin(&ApiActions::console, R"({"line":"drivers"})"));
+    EXPECT_THAT(m_answers, IsEmpty());
+    m_host.meanwhile = ApiLine{.output = "ID", .isDone = true};
+    m_host.passLimits();
+    EXPECT_THAT(m_answers, ElementsAre(R"(200 {"output":"ID","done":true})"));
+    m_host.calls.clear();
+    m_host.runPosted();
+    EXPECT_THAT(m_host.calls, IsEmpty());
+    EXPECT_EQ(1u, m_answers.size());
+}
+
+TEST_F(ApiActionsTest, LineThatWasExecutedIsNotAnsweredOnceMore) {
+    m_host.outcome.output = "done";
+    EXPECT_EQ(R"(200 {"output":"done","done":true})", act(&ApiActions::console, R"({"line":"drivers"})"));
+    m_host.meanwhile = ApiLine{.output = "ID", .isDone = true};
+    m_host.passLimits();
+    EXPECT_EQ(1u, m_answers.size());
 }
 
 TEST_F(ApiActionsTest, UnknownDriverIsToldWithTheNearest) {

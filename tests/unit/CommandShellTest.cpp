@@ -346,6 +346,24 @@ TEST_F(CommandShellTest, ScriptsLinesKeepTheirOrderWhereNoDriverHoldsThemUp) {
     EXPECT_EQ("use\n\tof it.\n", finish());
 }
 
+TEST_F(CommandShellTest, LineOfAnotherTerminalThatOnlyLooksIsAnsweredOnceACommandHoldsTheThreadUp) {
+    open();
+    EXPECT_FALSE(m_sut.executeMeanwhile("state", 0));
+    m_sut.readLine("hold");
+    awaitHold();
+    EXPECT_FALSE(m_sut.executeMeanwhile("state", 0));
+    std::this_thread::sleep_for(2100ms);
+    const auto answered = m_sut.executeMeanwhile("state", 0);
+    ASSERT_TRUE(answered);
+    EXPECT_EQ("\"hold\" has not come back yet; meanwhile:\nno state values\n", answered->output);
+    EXPECT_TRUE(answered->isDone);
+    EXPECT_FALSE(m_sut.executeMeanwhile("acknowledge NOTHING", 0)->isDone);
+    EXPECT_FALSE(m_sut.executeMeanwhile("note 1", 0));
+    goOn();
+    EXPECT_EQ("", finish());
+    EXPECT_TRUE(m_notes.empty());
+}
+
 TEST_F(CommandShellTest, ReloadGoesTheWayOfTheWorkplace) {
     EXPECT_EQ("A is not reloaded, nothing is unloaded: the host is stopping\n", output({"reloadDriver A"}));
     EXPECT_TRUE(m_notes.empty());
