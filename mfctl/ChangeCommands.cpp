@@ -114,9 +114,12 @@ EExit ChangeCommands::showApplied(const ApiClient::Reply& reply) const {
             screen.out << "no changes" << std::endl;
         else
             table.print(screen.out, screen.look);
-        if (applied.number("history") > 0)
-            screen.out << "kept as number " << applied.number("history") << "; mfctl undo goes back"
-                       << std::endl;
+        // Where there was nothing to do it may be the number of before.
+        const std::int64_t number = applied.number("history");
+        if (number > 0 && changes.empty())
+            screen.out << "this is number " << number << std::endl;
+        else if (number > 0)
+            screen.out << "kept as number " << number << "; mfctl undo goes back" << std::endl;
     }
     if (!isWhole)
         throw ControlError(EExit::Failed, "not every change was done");

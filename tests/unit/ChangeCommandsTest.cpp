@@ -68,6 +68,13 @@ TEST_F(ChangeCommandsTest, ApplyNamesThePlanAndTellsWhatWasDone) {
     EXPECT_EQ(Json::object(), members("POST /apply"));
 }
 
+TEST_F(ChangeCommandsTest, ApplyWithoutChangesKeepsNothingToGoBackFrom) {
+    m_host.answer("POST /apply", R"({"history":1,"changes":[]})");
+    auto remote = control();
+    EXPECT_EQ(EExit::Done, ChangeCommands(remote).apply("", s_limit));
+    EXPECT_EQ("no changes\nthis is number 1\n", out());
+}
+
 TEST_F(ChangeCommandsTest, ApplyFailsWhereOneChangeWasNotDone) {
     m_host.answer(
         "POST /apply",
