@@ -233,7 +233,8 @@ void ProcessSupervisor::driverUnloaded(const std::string& driverID) {
     }
 }
 
-void ProcessSupervisor::endStart(const std::string& driverID, const std::string& reason) {
+void ProcessSupervisor::endStart(const std::string& driverID, const std::string& reason,
+                                 const std::string& seen) {
     // A process whose end another thread is just telling of is still among the living in the table of
     // drivers.
     const std::lock_guard tellLock(m_tellMutex);
@@ -246,7 +247,7 @@ void ProcessSupervisor::endStart(const std::string& driverID, const std::string&
     if (cause.empty()) {
         const std::lock_guard lock(m_mutex);
         const auto fault = m_startFaults.extract(driverID);
-        cause = fault ? fault.mapped() : "never started";
+        cause = fault ? fault.mapped() : seen.empty() ? "never started" : seen;
     }
     const auto missing = m_drivers.endProcessStart(driverID, cause, reason.empty());
     wake();

@@ -122,8 +122,9 @@ public:
     /// as long to end as one that a newer process has replaced. Command thread.
     void driverUnloaded(const std::string& driverID);
     /// The start or reload of a driver that is to run in a process is over; with the reason when it was not
-    /// even tried. Without a process the next try is planned, and said. Command thread.
-    void endStart(const std::string& driverID, const std::string& reason = {});
+    /// even tried, and with what is seen to keep the driver from being loaded. Without a process the next try
+    /// is planned, and said. Command thread.
+    void endStart(const std::string& driverID, const std::string& reason = {}, const std::string& seen = {});
 
     /// The shutdown begins: its end is enforced from now on, with this exit code. The first call counts. Any
     /// thread.

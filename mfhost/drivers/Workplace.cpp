@@ -145,16 +145,21 @@ std::string Workplace::sumUpStart() {
     return outcome;
 }
 
+/// What of its entry, descriptor or adapter keeps it from being loaded; empty where nothing is seen.
+std::string Workplace::seenFault(const std::string& driverID) const {
+    const auto source = m_sources.find(driverID);
+    return source == m_sources.end() ? std::string()
+                                     : startFault(source->second.entry, m_admission.catalogue());
+}
+
 /// Why it does not run, in words for the end of a line.
 std::string Workplace::causeOf(const std::string& driverID) const {
+    if (std::string fault = seenFault(driverID); !fault.empty())
+        return fault;
     const auto source = m_sources.find(driverID);
-    if (source != m_sources.end()) {
-        if (std::string fault = startFault(source->second.entry, m_admission.catalogue()); !fault.empty())
+    if (source != m_sources.end() && m_environment.loadFault) {
+        if (std::string fault = m_environment.loadFault(source->second.module.path); !fault.empty())
             return fault;
-        if (m_environment.loadFault) {
-            if (std::string fault = m_environment.loadFault(source->second.module.path); !fault.empty())
-                return fault;
-        }
     }
     const auto driver = m_drivers.find(driverID);
     return driver && !driver->cause.empty() ? driver->cause : "it was not loaded";
@@ -543,7 +548,8 @@ void Workplace::endStart(const std::string& driverID, const std::string& queueFa
         return;
     }
     const bool isToAsk = queueFault.empty() && driver->state != EDriverState::Running;
-    m_supervisor.endStart(driverID, isToAsk ? m_queueTrial.fault(driverID) : queueFault);
+    m_supervisor.endStart(driverID, isToAsk ? m_queueTrial.fault(driverID) : queueFault,
+                          driver->isAlive ? std::string() : seenFault(driverID));
 }
 
 /// Says what to type for a driver whose process is started by hand.

@@ -138,6 +138,7 @@ private:
     void tellByHand(const DriverTable::Driver& driver) const;
     void endStart(const std::string& driverID, const std::string& queueFault = {});
     std::string sumUpStart();
+    std::string seenFault(const std::string& driverID) const;
     std::string causeOf(const std::string& driverID) const;
     bool isUp(const std::string& driverID) const;
     DriverSource sourceOf(const WorkplaceSnapshot& workplace, const std::string& driverID) const;

@@ -353,14 +353,19 @@ TEST_F(Planning, StartSaysWhoDoesNotRunAndWhy) {
     workplace().addModule("ThrowsInFactory");
     workplace().configure(entry("E", "queue") +
                           TestWorkplace::entry("FAR", "Echo", "direct", "networkAdapter=\"eth7\"") +
+                          TestWorkplace::entry("AWAY", "Echo", "queue", "networkAdapter=\"eth7\"") +
                           entry("BAD", "direct", "ThrowsInFactory") + entry("NONE", "queue", "Unknown"));
     HostProcess& host = startAndWait();
     EXPECT_THAT(
         host.log(),
         ContainsRegex(
-            "warning  HOST: 1 of 4 drivers run; FAR: no adapter eth7; BAD: its driver cannot be made: "
+            "warning  HOST: 1 of 5 drivers run; FAR: no adapter eth7; AWAY: no adapter eth7; BAD: its driver "
+            "cannot be made: "
             "std::runtime_error: no device; NONE: no descriptor of type \"Unknown\" in version \"1.0\"\n"));
     EXPECT_THAT(host.listed("FAR"), HasSubstr("  no adapter eth7  "));
+    EXPECT_THAT(host.listed("AWAY"), HasSubstr("  no adapter eth7  "));
+    EXPECT_THAT(host.log(),
+                HasSubstr("HOST: AWAY: no process runs: no adapter eth7; it is started again in "));
     EXPECT_EQ(end(), 0);
 }
 

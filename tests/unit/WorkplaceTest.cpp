@@ -335,7 +335,21 @@ TEST_F(WorkplaceTest, DriverWithoutAProcessIsPlannedAgain) {
     pHost->module.startsProcesses = false;
     EXPECT_EQ("", pHost->reload("A"));
     EXPECT_EQ(EDriverState::Waiting, pHost->state("A"));
-    EXPECT_THAT(m_log.text(), HasSubstr("A: no process runs: never started; it is started again in"));
+    EXPECT_THAT(m_log.text(),
+                testing::ContainsRegex(
+                    "A: no process runs: (never started|no adapter eth0); it is started again in"));
+}
+
+TEST_F(WorkplaceTest, DriverWithoutAProcessHasTheCauseThatIsSeen) {
+    configure(
+        "<mainframeDriver driverID='N' driverType='Axis' version='1.0' workingDirectory='data/N' "
+        "networkAdapter='eth77' interfaceType='queue'/>\n");
+    const auto pHost = host();
+    pHost->module.announced = {"Axis"};
+    pHost->module.startsProcesses = false;
+    EXPECT_TRUE(pHost->start());
+    EXPECT_EQ("no adapter eth77", pHost->drivers.find("N")->cause);
+    EXPECT_THAT(m_log.text(), HasSubstr("N: no process runs: no adapter eth77; it is started again in"));
 }
 
 // Parking.
