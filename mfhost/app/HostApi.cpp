@@ -211,7 +211,13 @@ ApiContext HostApi::context() {
             .sendFid =
                 [this](const auto& fid, const auto& parameters, auto waitFor, auto limit, auto told,
                        const auto& who) {
-                    m_parts.senders.send(fid, parameters, waitFor, limit, std::move(told), who);
+                    m_parts.senders.send(
+                        fid, parameters, waitFor, limit,
+                        [this, fid, tell = std::move(told)](const FidOutcome& outcome) {
+                            m_parts.shell.learn(fid, outcome);
+                            tell(outcome);
+                        },
+                        who);
                 },
             .shutDown = [this](const std::string& who) { m_parts.shutDown("shutdown by " + who); },
             .setState = [this](const auto& key, const auto& value) { setState(key, value); },

@@ -368,9 +368,7 @@ void CommandShell::sendFid(const std::string& line, const FidLine& sent, std::os
         reply << "sent " << sent.text() << "; a value with blanks stands in quotes" << std::endl;
     const FidOutcome outcome = watch.outcome();
     m_context.fidSent(outcome.driverID, outcome);
-    // Completion offers what there may be.
-    if (outcome.reason != EFidReason::NoSuchDriver && outcome.reason != EFidReason::UnknownFunction)
-        m_fids.add(sent.fid);
+    learn(sent.fid, outcome);
     if (outcome.reason == EFidReason::None)
         return;
     fail();
@@ -379,6 +377,13 @@ void CommandShell::sendFid(const std::string& line, const FidLine& sent, std::os
               : outcome.stage == EFidStage::Written ? " has not reached its driver whole: "
                                                     : ": ")
           << base::printable(outcome.text) << base::didYouMeanQuoted(outcome.nearest) << std::endl;
+}
+
+void CommandShell::learn(const std::string& fid, const FidOutcome& outcome) {
+    // Completion offers what there may be. One that is only accepted may be anything.
+    if (outcome.stage != EFidStage::Accepted && outcome.reason != EFidReason::NoSuchDriver &&
+        outcome.reason != EFidReason::UnknownFunction)
+        m_fids.add(fid);
 }
 
 void CommandShell::reload(const std::string& line, const std::string& driverID, std::ostream& reply) {

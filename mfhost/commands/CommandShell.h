@@ -90,6 +90,8 @@ public:
 
     /// Learns from a line of the log which FIDs there are. Any thread.
     void learn(const std::string& logLine) { m_fids.learn(logLine); }
+    /// Learns from what became of a FID that there is one. Any thread.
+    void learn(const std::string& fid, const FidOutcome& outcome);
 
     /// Whether a line of a script has failed: a command that there is not, or that was refused. Each is in
     /// the log then, with its number. Once the command thread has ended.

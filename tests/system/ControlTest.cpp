@@ -33,6 +33,14 @@ TEST_F(Control, FidIsTakenByItsDriverProcessAndTheValueComesBack) {
     EXPECT_EQ(end(), 0);
 }
 
+TEST_F(Control, FidThatWasSentCompletesAtTheConsoles) {
+    startControlled();
+    EXPECT_EQ(mfctl("send E.INT name=N value=7 --wait taken").exitCode, 0);
+    EXPECT_EQ(mfctl("send EE.INT name=N").exitCode, 1);
+    EXPECT_EQ(ask("/api/v1/completion?line=sendFID%20E").text, R"({"words":["E.","E.INT"]})");
+    EXPECT_EQ(end(), 0);
+}
+
 TEST_F(Control, FidThatReachesNobodyFailsWithTheNearestName) {
     startControlled();
     const Answer answer = mfctl("send EE.INT name=N");

@@ -509,6 +509,22 @@ TEST_F(CommandShellTest, FidThatWasSentCompletes) {
     EXPECT_TRUE(m_sut.complete({"sendFID"}, "NOB").empty());
 }
 
+TEST_F(CommandShellTest, FidOfAnotherTerminalCompletesUnlessItMayBeNone) {
+    m_drivers.processStarted("AXIS1", 1);
+    const auto learn = [this](const std::string& fid, EFidStage stage, EFidReason reason = EFidReason::None) {
+        FidOutcome outcome;
+        outcome.stage = stage;
+        outcome.reason = reason;
+        m_sut.learn(fid, outcome);
+    };
+    learn("AXIS1.MOVE", EFidStage::Written);
+    learn("AXIS1.MAYBE", EFidStage::Accepted);
+    learn("AXIS1.MISS", EFidStage::Delivered, EFidReason::UnknownFunction);
+    learn("NOBODY.MOVE", EFidStage::Nobody, EFidReason::NoSuchDriver);
+    EXPECT_THAT(m_sut.complete({"sendFID"}, "AXIS1.M"), ElementsAre("AXIS1.MOVE"));
+    EXPECT_TRUE(m_sut.complete({"sendFID"}, "NOB").empty());
+}
+
 TEST_F(CommandShellTest, FidThatADriverHasNamedCompletes) {
     m_sut.learn("AXIS1: unknown FID \"X\"; known are MOVE, STOP");
     EXPECT_THAT(m_sut.complete({"sendFID"}, "AXIS1.S"), ElementsAre("AXIS1.STOP"));
