@@ -166,8 +166,11 @@ int LineEditor::readCharacter(EditLine* pEditor, wchar_t* pCharacter) {
     for (;;) {
         const InputWaiter::EResult waited =
             editor.m_settings.notice ? editor.m_waiter.wait(s_noticeInterval) : editor.m_waiter.wait();
-        if (waited == InputWaiter::EResult::Stopped)
+        if (waited == InputWaiter::EResult::Stopped) {
+            // What comes now has the row for itself.
+            editor.erase(false);
             return 0;
+        }
         if (waited == InputWaiter::EResult::Idle) {
             if (base::printable(editor.m_settings.notice()) != editor.m_notice)
                 editor.refresh(false);

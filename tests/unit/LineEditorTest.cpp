@@ -18,8 +18,8 @@ namespace {
 /// An editor in a process whose standard streams are a terminal; the test types and sees the screen.
 class LineEditorTest : public testing::Test {
 protected:
-    /// The editor's process writes each line that it reads as "[line]", and waits after the line "wait" until
-    /// there is a file of that name.
+    /// The editor's process writes each line that it reads as "[line]", waits after the line "wait" until
+    /// there is a file of that name, and stops the waiter when "stop" is to be completed.
     void start(const std::vector<std::string>& words = {"drivers", "reloadDriver", "state", "stateless"},
                LineEditor::Settings settings = {}) {
         settings.historyLost = [](const std::string& reason) {
@@ -33,6 +33,8 @@ protected:
                 waiter,
                 [&](const auto& before, const std::string& prefix) {
                     std::vector<std::string> found;
+                    if (prefix == "stop")
+                        waiter.stop();
                     for (const std::string& word : words) {
                         if (before.empty() && word.starts_with(prefix))
                             found.push_back(word);
@@ -176,6 +178,16 @@ TEST_F(LineEditorTest, CtrlCWithinALineOfSeveralRowsLeavesAllOfIt) {
         const auto rows = TerminalScreen(80, "mfhost> " + written).rows();
         return rows.size() == 3 && rows[0] == "mfhost> " + std::string(72, 'x') &&
                rows[1] == std::string(28, 'x') + "^C" && rows[2] == "mfhost>";
+    })) << screen();
+}
+
+TEST_F(LineEditorTest, LineOfAConsoleThatIsStoppedLeavesTheScreen) {
+    start();
+    awaitPrompt();
+    type("stop\t");
+    ASSERT_TRUE(shows("(end)")) << screen();
+    EXPECT_TRUE(m_pTerminal->comesTo([&](const std::string& written) {
+        return TerminalScreen(80, "mfhost> " + written).rows() == std::vector<std::string>{"(end)"};
     })) << screen();
 }
 
