@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "LinkFile.h"
 #include "PanelNames.h"
 #include "Printable.h"
 #include "QueueNames.h"
@@ -77,6 +78,7 @@ public:
         // What is wrong there is why the workplace's entries have no driver.
         std::vector<Finding> all = descriptorFindings();
         all.insert(all.end(), m_found.begin(), m_found.end());
+        all.insert(all.end(), m_foundInLinks.begin(), m_foundInLinks.end());
         return all;
     }
 
@@ -92,6 +94,8 @@ private:
         checkAddress();
         checkAdapter();
         checkDirectory();
+        if (entry.driverType == LinkFile::s_driverType && m_occasion == EOccasion::Question)
+            checkLink();
         if (entry.isLoaded() && m_isReached)
             m_used[{entry.driverType, entry.version}].push_back(base::printable(entry.driverID));
     }
@@ -279,6 +283,22 @@ private:
                  ", too; give each driver one of its own");
     }
 
+    /// A link between workplaces has a file of its own.
+    void checkLink() {
+        if (m_pEntry->interfaceType == EInterfaceTypes::Queue)
+            warn(
+                "a link runs in the host's process alone and is not started; write interfaceType=\"direct\"");
+        const LinkFile file(
+            joined(directoryPath(m_workDirectory, m_pEntry->workingDirectory), LinkFile::s_name),
+            m_pEntry->driverID);
+        for (Finding finding : file.findings()) {
+            if (finding.isError())
+                finding.text += "; the driver " + base::printable(m_pEntry->driverID) + " is not started";
+            finding.severity = Finding::ESeverity::Warning;
+            m_foundInLinks.push_back(std::move(finding));
+        }
+    }
+
     const DescriptorCatalogue::Record* panelRecord() const {
         return m_catalogue.find(protocol::panelType, protocol::panelVersion);
     }
@@ -386,6 +406,7 @@ private:
     /// Type and version, and the drivers that are loaded of them.
     std::map<std::pair<std::string, std::string>, std::vector<std::string>> m_used;
     std::vector<Finding> m_found;
+    std::vector<Finding> m_foundInLinks;
 };
 
 }  // namespace

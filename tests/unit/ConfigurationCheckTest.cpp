@@ -53,6 +53,7 @@ public:
     }
     void write(const std::string& text) { m_directory.write("w.xml", text); }
 
+    std::string m_workDirectory = "/opt/mf";
     ConfigurationCheck::Machine m_machine{.adapterFault = [](const auto&) { return std::string(); }};
 
     std::string file(const std::string& name = "w.xml") const { return m_directory.path(name); }
@@ -76,10 +77,9 @@ private:
         const std::function<std::vector<Finding>(const ConfigurationCheck&)>& check) {
         const WorkplaceFile workplace(file(), XmlInput::read(file()));
         const DescriptorCatalogue catalogue({m_directory.path("drivers")});
-        const std::string workDirectory = "/opt/mf";
         std::vector<std::string> words;
         for (const Finding& finding :
-             check(ConfigurationCheck(workplace, catalogue, workDirectory, m_machine)))
+             check(ConfigurationCheck(workplace, catalogue, m_workDirectory, m_machine)))
             words.push_back((finding.isError() ? "error " : "warning ") +
                             (finding.file == file() ? std::string() : finding.file + " ") +
                             std::to_string(finding.line) + ": " + finding.text);
@@ -509,4 +509,31 @@ TEST_F(ConfigurationCheckTest, PanelThatCannotBeLoadedIsAnErrorForWhoOnlyAsks) {
         question(entry("A")),
         ElementsAre("error " + file("drivers/panel.xml") + " 2: the module file " + file("drivers/panel.so") +
                     " cannot be loaded: file too short; without the panel driver nothing is started"));
+}
+
+TEST_F(ConfigurationCheckTest, FileOfALinkIsCheckedForWhoOnlyAsks) {
+    describe("link.xml",
+             "<mfDriverModule>\n<module_type name='axis.so' type='Link' version='1.0'/>\n</mfDriverModule>");
+    const auto link = [](const std::string& id, const std::string& interface) {
+        return "<mainframeDriver driverID='" + id + "' driverType='Link' version='1.0' interfaceType='" +
+               interface + "' workingDirectory='data/" + id + "'/>\n";
+    };
+    m_workDirectory = file("site");
+    describe("../site/data/SITE2/link.xml",
+             "<link site='SITE1' expiry='soon'>\n<broker host='192.0.2.1'/>\n</link>\n");
+    const std::string entries = link("SITE2", "direct") + link("SITE3", "queue");
+    EXPECT_THAT(
+        question(entries),
+        ElementsAre("warning 4: a link runs in the host's process alone and is not started; write "
+                    "interfaceType=\"direct\"",
+                    "warning " + file("site/data/SITE2/link.xml") +
+                        " 1: expiry=\"soon\" is not a whole number from 1 to 3600; the driver SITE2 is "
+                        "not started",
+                    "warning " + file("site/data/SITE2/link.xml") +
+                        " 2: what passes to \"192.0.2.1\" can be read and changed on its way; "
+                        "authorities=\"...\" gives it TLS",
+                    "warning " + file("site/data/SITE3/link.xml") +
+                        " 0: cannot be read: No such file or directory; the driver SITE3 is not "
+                        "started"));
+    EXPECT_THAT(start(link("SITE2", "direct")), IsEmpty());
 }
