@@ -1,0 +1,85 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "FIDParameterList.h"
+#include "ILinkHost.h"
+
+/// What stands in the messages between sites: JSON, one object each, in the bytes of one line. Reading takes
+/// any bytes: nothing comes back for what is no such object; what an object has besides is not read. Any
+/// thread.
+namespace linkpayload {
+
+using Time = std::chrono::system_clock::time_point;
+
+struct Up {
+    bool isUp = false;
+    std::string boot;         ///< of the site's instance
+    Time since{};             ///< of one that is up
+    bool isComplete = false;  ///< everything that there was has been published
+
+    bool operator==(const Up&) const = default;
+};
+
+struct State {
+    ILinkHost::Value value;
+    Time at{};
+    std::string boot;
+    std::uint64_t number = 0;
+    std::string staleCause;
+
+    bool operator==(const State&) const = default;
+};
+
+struct Event {
+    std::string value;
+    Time at{};
+    std::string id;  ///< boot ID, ":" and a number
+
+    bool operator==(const Event&) const = default;
+};
+
+struct Tick {
+    std::string boot;
+    std::uint64_t number = 0;
+
+    /// As a FID carries it: boot ID, ":" and the number.
+    std::string text() const { return boot + ":" + std::to_string(number); }
+    /// Nothing for any other text.
+    static std::optional<Tick> parse(std::string_view text);
+    bool operator==(const Tick&) const = default;
+};
+
+enum class EOutcome { Done, Refused, Expired, Unknown };
+
+struct Reply {
+    EOutcome outcome = EOutcome::Unknown;
+    std::string text;  ///< why it was not done
+
+    bool operator==(const Reply&) const = default;
+};
+
+/// "done", "refused", "expired", "not known".
+const char* inWords(EOutcome outcome);
+
+std::string text(const Up& up);
+std::string text(const State& state);
+std::string text(const Event& event);
+std::string text(const Tick& tick);
+std::string text(const Reply& reply);
+/// Nothing where a name or a value is no UTF-8, which JSON could not hold as it is.
+std::optional<std::string> text(const FIDParameterList& parameters);
+
+std::optional<Up> up(std::string_view bytes);
+std::optional<State> state(std::string_view bytes);
+std::optional<Event> event(std::string_view bytes);
+std::optional<Tick> tick(std::string_view bytes);
+std::optional<Reply> reply(std::string_view bytes);
+/// At most 255 parameters of at most 255 bytes each, name and value.
+std::optional<FIDParameterList> parameters(std::string_view bytes);
+
+}  // namespace linkpayload
