@@ -159,6 +159,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
       m_fidSenders(m_drivers, m_system.sender(),
                    {.fidSent = [this](const auto& driverID,
                                       const auto& outcome) { m_fidCounts.add(driverID, outcome); }}),
+      m_links(m_store, m_fidSenders),
       m_api({.options = m_options,
              .commands = m_commands,
              .store = m_store,
@@ -179,6 +180,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                                 ? dynamic_cast<IMacroSystem*>(m_pManager->queryInterface(IID_IMacroSystem))
                                 : nullptr;
                  }}) {
+    m_system.setLinks(m_links);
     m_lineOwner.setDrivers(
         [this](const std::string& driverID) { return m_drivers.find(driverID).has_value(); });
     observe();

@@ -22,6 +22,7 @@
 #include "HostApi.h"
 #include "HostSystem.h"
 #include "LineOwner.h"
+#include "LinkAccess.h"
 #include "LogMemory.h"
 #include "Options.h"
 #include "ProcessSupervisor.h"
@@ -111,6 +112,7 @@ private:
     CommandShell m_shell;
     HostSystem m_system;
     FidSenders m_fidSenders;
+    LinkAccess m_links;
     HostApi m_api;
     std::unique_ptr<DriverNews> m_pNews;  ///< none unless the workplace asks for it
     std::unique_ptr<Console> m_pConsole;

@@ -10,6 +10,8 @@ HostSystem::HostSystem(std::set<std::string> allowedCommands, Post post)
     : m_allowedCommands(std::move(allowedCommands)), m_post(std::move(post)) {}
 
 IInterface* HostSystem::queryInterface(unsigned int id) {
+    if (id == ILinkHost::s_id && m_pLinks)
+        return m_pLinks->queryInterface(id);
     return id == IID_IFunctionID ? m_sender.queryInterface(id) : nullptr;
 }
 

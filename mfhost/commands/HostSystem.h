@@ -8,6 +8,7 @@
 #include <string>
 
 #include "DriverSender.h"
+#include "ILinkHost.h"
 #include "ISystem.h"
 #include "Throttle.h"
 
@@ -27,6 +28,8 @@ public:
     void executeCommand(const std::string& command, const std::string& arguments) override;
 
     DriverSender& sender() { return m_sender; }
+    /// What drivers that link workplaces get, before any asks; none by default. Outlives the drivers.
+    void setLinks(ILinkHost& links) { m_pLinks = &links; }
 
 private:
     /// So many names have lines of their own; further ones share them.
@@ -37,6 +40,7 @@ private:
     const std::set<std::string> m_allowedCommands;
     const Post m_post;
     DriverSender m_sender;
+    ILinkHost* m_pLinks = nullptr;
     base::Throttle m_withControls;
     base::Throttle m_withoutRoom;
     std::mutex m_mutex;

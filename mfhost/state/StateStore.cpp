@@ -3,6 +3,8 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <set>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -304,7 +306,11 @@ void StateStore::leaveRoom(Shard& shard, const Entry& entry) {
     roomOf(shard, entry.owner.kind).leave();
 }
 
-void StateStore::set(const std::string& key, StateValue value) {
+void StateStore::setStale(const std::string& key, StateValue value, const std::string& cause) {
+    set(key, std::move(value), cause);
+}
+
+void StateStore::set(const std::string& key, StateValue value, const std::string& staleCause) {
     const auto now = Clock::now();
     const EOwner kind = kindOf(key);
     if (now.time_since_epoch().count() >= m_nextSettling.load(std::memory_order_relaxed))
@@ -334,7 +340,7 @@ void StateStore::set(const std::string& key, StateValue value) {
         thread.clock = now;
         ++thread.delivered;
     }
-    if (update(shard, position, std::move(value), now, isNew || isTaken)) {
+    if (update(shard, position, std::move(value), now, isNew || isTaken, staleCause)) {
         ++shard.changes;
         if (m_pObservation)
             recordChange(shard, *position, now);
@@ -431,23 +437,24 @@ void StateStore::takeOver(Shard& shard, Entry& entry, EOwner kind) {
 }
 
 /// Whether it is news to who follows; it is where the value differs, or holds again.
-bool StateStore::update(Shard& shard, Position position, StateValue value, Clock::time_point now,
-                        bool isNews) {
+bool StateStore::update(Shard& shard, Position position, StateValue value, Clock::time_point now, bool isNews,
+                        const std::string& staleCause) {
     Entry& entry = position->entry;
     const bool isDrivers = entry.owner.kind == EOwner::Driver;
     const bool wasStale = entry.isStale();
-    const bool isStale = isDrivers && !shard.endCause.empty();
+    const std::string& cause = shard.endCause.empty() ? staleCause : shard.endCause;
+    const bool isStale = isDrivers && !cause.empty();
     const std::uint64_t start = isDrivers ? shard.start : 0;
     if (!(entry.value == value)) {
         entry.value = std::move(value);
         isNews = true;
     }
     isNews |= wasStale != isStale;
-    const bool isChange = isNews || entry.start != start || (isStale && entry.staleCause != shard.endCause);
+    const bool isChange = isNews || entry.start != start || (isStale && entry.staleCause != cause);
     entry.start = start;
     entry.reported = now;
     if (isStale) {
-        entry.staleCause = shard.endCause;
+        entry.staleCause = cause;
         entry.staleSince = now;
         if (!wasStale)
             ++shard.stale;
@@ -491,7 +498,11 @@ void StateStore::forget(Shard& shard, Position position) {
 }
 
 void StateStore::forgetStale(Shard& shard) {
-    for (const Position position : shard.own([](const Entry& entry) { return entry.isStale(); }))
+    // What the instance that runs has called stale itself is not left by another.
+    const auto isLeft = [&](const Entry& entry) {
+        return entry.isStale() && (!shard.endCause.empty() || entry.start < shard.start);
+    };
+    for (const Position position : shard.own(isLeft))
         forget(shard, position);
 }
 
@@ -589,28 +600,45 @@ std::size_t StateStore::end(Shard& shard, const std::string& cause, std::optiona
     }
     if (m_pObservation)
         recordHeldBack(shard);
-    std::vector<std::string> keys;
     // What was stale before keeps its own cause: it is of an earlier instance.
     const auto holds = [&](const Entry& entry) { return !entry.isStale() && entry.start <= ended; };
-    for (const Position position : shard.own(holds)) {
+    const std::size_t count = tellStale(shard, shard.own(holds), staleCause, now);
+    // The newer instance, which may have reported everything by now, settles from here.
+    if (count > 0 && ended < shard.start && shard.hasReported)
+        settleLater(shard, now);
+    return count;
+}
+
+/// Of live values of the shard's driver, in byte order.
+std::size_t StateStore::tellStale(Shard& shard, const std::vector<Position>& positions,
+                                  const std::string& cause, Clock::time_point now) {
+    std::vector<std::string> keys;
+    for (const Position position : positions) {
         Entry& entry = position->entry;
         entry.staleSince = now;
-        entry.staleCause = staleCause;
+        entry.staleCause = cause;
         ++shard.stale;
         change(shard, position);
         keys.push_back(entry.key);
     }
     if (keys.empty())
         return 0;
-    // The newer instance, which may have reported everything by now, settles from here.
-    if (ended < shard.start && shard.hasReported)
-        settleLater(shard, now);
     if (m_pObservation)
         m_pObservation->stream().stale(m_pObservation->at(now), streamNumber(shard),
-                                       static_cast<std::uint32_t>(keys.size()), staleCause);
+                                       static_cast<std::uint32_t>(keys.size()), cause);
     for (Listener* pListener : shard.listeners)
-        pListener->valuesStale(shard.driverID, staleCause, keys);
+        pListener->valuesStale(shard.driverID, cause, keys);
     return keys.size();
+}
+
+std::size_t StateStore::makeStale(const std::string& driverID, const std::vector<std::string>& keys,
+                                  const std::string& cause) {
+    const std::set<std::string_view> meant(keys.begin(), keys.end());
+    const auto [shard, lock] = lockDriversShard(driverID);
+    if (m_pObservation)
+        recordHeldBack(shard);
+    const auto isMeant = [&](const Entry& entry) { return !entry.isStale() && meant.contains(entry.key); };
+    return tellStale(shard, shard.own(isMeant), cause.empty() ? "not known any more" : cause, Clock::now());
 }
 
 std::vector<StateStore::Entry> StateStore::collect(const std::string& glob) const {

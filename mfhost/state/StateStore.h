@@ -158,6 +158,13 @@ public:
     void unsetStateValue(const std::string& stateID) override;
     void triggerEvent(const std::string& eventID, const std::string& value) override;
 
+    /// Sets a driver's value that does not hold, for that cause, though its driver runs: one that stands for
+    /// something far away. It lives again when it is set as any other. The stream records the value alone.
+    void setStale(const std::string& key, StateValue value, const std::string& cause);
+    /// The same of those of the keys that the driver has set and that are live. Returns how many.
+    std::size_t makeStale(const std::string& driverID, const std::vector<std::string>& keys,
+                          const std::string& cause);
+
     /// A new instance of the driver runs. What it set before stays stale until it is reported again or
     /// forgotten; a forgotten value is told as unset. Returns the number of the start, which the values that
     /// arrive from now on carry.
@@ -298,7 +305,7 @@ private:
 
     static EOwner kindOf(const std::string& key);
     static Owner ownerOf(EOwner kind, const std::string& key);
-    void set(const std::string& key, StateValue value);
+    void set(const std::string& key, StateValue value, const std::string& staleCause = {});
 
     static std::size_t bucketOf(std::string_view driverID);
     Shard* findShard(std::string_view driverID) const;
@@ -315,11 +322,14 @@ private:
     std::optional<Refusal> takeRoom(Shard& shard, EOwner kind, Clock::time_point now);
     void leaveRoom(Shard& shard, const Entry& entry);
     void takeOver(Shard& shard, Entry& entry, EOwner kind);
-    bool update(Shard& shard, Position position, StateValue value, Clock::time_point now, bool isNews);
+    bool update(Shard& shard, Position position, StateValue value, Clock::time_point now, bool isNews,
+                const std::string& staleCause);
     void change(Shard& shard, Position position);
     void forget(Shard& shard, Position position);
     void forgetStale(Shard& shard);
     std::size_t end(Shard& shard, const std::string& cause, std::optional<std::uint64_t> start);
+    std::size_t tellStale(Shard& shard, const std::vector<Position>& positions, const std::string& cause,
+                          Clock::time_point now);
     void settleLater(Shard& shard, Clock::time_point now);
 
     // Into the stream, where that is recorded.

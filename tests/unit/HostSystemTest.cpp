@@ -90,3 +90,27 @@ TEST_F(HostSystemTest, HandsOutTheSender) {
               dynamic_cast<IFunctionID*>(m_sut.queryInterface(IID_IFunctionID)));
     EXPECT_EQ(nullptr, m_sut.queryInterface(IID_IPanelState));
 }
+
+TEST_F(HostSystemTest, GivesLinksToOtherWorkplacesWhatTheyAreMeantToHave) {
+    class Links : public ILinkHost {
+    public:
+        IInterface* queryInterface(unsigned int id) override { return id == s_id ? this : nullptr; }
+        Changes changes(std::uint64_t) const override { return {}; }
+        std::vector<Event> events(std::uint64_t) const override { return {}; }
+        void setStale(const std::string&, const Value&, const std::string&) override {}
+        void makeStale(const std::string&, const std::vector<std::string>&, const std::string&) override {}
+        void open(const std::string&, int) override {}
+        void close(const std::string&) override {}
+        std::uint64_t send(const std::string&, const std::string&, const FIDParameterList&,
+                           const std::string&) override {
+            return 0;
+        }
+        std::vector<Outcome> outcomes(const std::string&) override { return {}; }
+        std::string path() const override { return {}; }
+    };
+    Links links;
+    EXPECT_EQ(m_sut.queryInterface(ILinkHost::s_id), nullptr);
+    m_sut.setLinks(links);
+    EXPECT_EQ(dynamic_cast<ILinkHost*>(m_sut.queryInterface(ILinkHost::s_id)), &links);
+    EXPECT_NE(m_sut.queryInterface(IID_IFunctionID), nullptr);
+}

@@ -206,6 +206,70 @@ TEST(StateStore, ConsoleMarkHoldsForItsThreadOnly) {
     EXPECT_EQ("AXIS1", sut.find("AXIS1.POS")->owner.text());
 }
 
+TEST(StateStore, ValueThatIsSetStaleIsSoUntilItIsSetAsAnyOther) {
+    Recording listener;
+    StateStore sut;
+    sut.addListener(&listener);
+    sut.driverStarted("SITE2");
+    sut.setStale("SITE2.AXIS1.POS", StateValue(4), "SITE2 is not there");
+    EXPECT_EQ(sut.find("SITE2.AXIS1.POS")->staleCause, "SITE2 is not there");
+    EXPECT_EQ(sut.find("SITE2.AXIS1.POS")->value, StateValue(4));
+    sut.setStateValueInt("SITE2.AXIS1.POS", 4);
+    EXPECT_FALSE(sut.find("SITE2.AXIS1.POS")->isStale());
+    sut.setStale("SITE2.AXIS1.POS", StateValue(5), "killed");
+    EXPECT_EQ(listener.lines, (std::vector<std::string>{"SITE2.AXIS1.POS=4 stale", "SITE2.AXIS1.POS=4",
+                                                        "SITE2.AXIS1.POS=5 stale"}));
+    sut.removeListener(&listener);
+}
+
+TEST(StateStore, ValueThatIsSetStaleIsNeverLiveInBetween) {
+    StateStore sut;
+    sut.driverStarted("SITE2");
+    sut.setStateValueInt("SITE2.AXIS1.POS", 4);
+    const auto since = sut.changes("*", 0).version;
+    sut.setStale("SITE2.AXIS1.POS", StateValue(5), "killed");
+    const auto changes = sut.changes("*", since);
+    ASSERT_EQ(changes.entries.size(), 1U);
+    EXPECT_EQ(changes.entries[0].staleCause, "killed");
+    sut.setStale("SITE2.AXIS1.POS", StateValue(5), "hung");
+    EXPECT_EQ(sut.find("SITE2.AXIS1.POS")->staleCause, "hung");
+}
+
+TEST(StateStore, OfTheKeysThatAreMadeStaleOnlyLiveOnesOfTheDriverAreTold) {
+    Recording listener;
+    StateStore sut;
+    sut.driverStarted("SITE2");
+    sut.driverStarted("SITE3");
+    for (const char* pKey : {"SITE2.A", "SITE2.B", "SITE2.C", "SITE3.A"})
+        sut.setStateValueInt(pKey, 1);
+    sut.setStale("SITE2.B", StateValue(1), "before");
+    sut.addListener(&listener);
+    EXPECT_EQ(sut.makeStale("SITE2", {"SITE2.A", "SITE2.B", "SITE3.A", "SITE2.NONE"}, "no broker"), 1U);
+    EXPECT_EQ(sut.find("SITE2.A")->staleCause, "no broker");
+    EXPECT_EQ(sut.find("SITE2.B")->staleCause, "before");
+    EXPECT_FALSE(sut.find("SITE2.C")->isStale());
+    EXPECT_FALSE(sut.find("SITE3.A")->isStale());
+    EXPECT_EQ(sut.makeStale("SITE2", {"SITE2.A"}, "no broker"), 0U);
+    EXPECT_EQ(listener.lines, (std::vector<std::string>{"SITE2 no broker 1"}));
+    sut.removeListener(&listener);
+}
+
+TEST(StateStore, WhatARunningDriverCallsStaleIsNotForgottenWhenItSettles) {
+    StateStore::Settings settings;
+    settings.settleTime = std::chrono::seconds(0);
+    StateStore sut(settings);
+    sut.driverStarted("SITE2");
+    sut.setStateValueInt("SITE2.LEFT", 1);
+    sut.driverEnded("SITE2", "killed");
+    sut.driverStarted("SITE2");
+    sut.setStale("SITE2.B", StateValue(1), "SITE2 is not there");
+    sut.setStateValueInt("SITE2.A", 1);
+    sut.forgetSettled();
+    EXPECT_FALSE(sut.find("SITE2.LEFT"));
+    ASSERT_TRUE(sut.find("SITE2.B"));
+    EXPECT_EQ(sut.find("SITE2.B")->staleCause, "SITE2 is not there");
+}
+
 TEST(StateStore, EndOfADriverMakesItsValuesStale) {
     StateStore sut;
     sut.setStateValueInt("AXIS1.POS", 1);

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "FidSenders.h"
+#include "ILinkHost.h"
+#include "StateStore.h"
+
+/// What HostSystem hands to drivers that link this workplace with others: the store's changes and events, and
+/// FIDs through the senders, whose outcomes wait here until the driver takes them. Owned by Host; outlives
+/// the manager. Any thread.
+class LinkAccess : public ILinkHost {
+public:
+    /// Of one driver wait so many outcomes at most; the oldest are lost then.
+    static constexpr std::size_t s_mostOutcomes = 8192;
+
+    /// Both outlive the object.
+    LinkAccess(StateStore& store, FidSenders& senders);
+
+    IInterface* queryInterface(unsigned int id) override;
+
+    Changes changes(std::uint64_t since) const override;
+    std::vector<Event> events(std::uint64_t since) const override;
+    void setStale(const std::string& key, const Value& value, const std::string& cause) override;
+    void makeStale(const std::string& driverID, const std::vector<std::string>& keys,
+                   const std::string& cause) override;
+    void open(const std::string& driverID, int wakeup) override;
+    void close(const std::string& driverID) override;
+    std::uint64_t send(const std::string& driverID, const std::string& fid,
+                       const FIDParameterList& parameters, const std::string& path) override;
+    std::vector<Outcome> outcomes(const std::string& driverID) override;
+    std::string path() const override;
+
+private:
+    /// What is kept for one driver; shared with FIDs that are on their way.
+    struct Box {
+        std::mutex mutex;
+        int wakeup = -1;  ///< -1: closed
+        std::deque<Outcome> outcomes;
+    };
+
+    static void put(Box& box, std::uint64_t number, const FidOutcome& outcome);
+    std::shared_ptr<Box> box(const std::string& driverID);
+
+    StateStore& m_store;
+    FidSenders& m_senders;
+    std::mutex m_mutex;
+    std::map<std::string, std::shared_ptr<Box>> m_boxes;  ///< by driver ID
+    std::uint64_t m_last = 0;
+};
