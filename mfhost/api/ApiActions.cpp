@@ -302,7 +302,7 @@ void ApiActions::debug(const ApiRequest& request) const {
     const std::string what = "reload of " + request.name + " under a debugger";
     logAction(request, what);
     perform(request.pAction, request.caller.who(), what,
-            [this, name = request.name] { return answer(m_context.debug(name), name); });
+            [this, name = request.name] { return answer(m_context.debug(name), name, "reloaded"); });
 }
 
 void ApiActions::park(const ApiRequest& request) const {

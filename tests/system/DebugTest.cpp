@@ -40,9 +40,10 @@ TEST_F(Debug, DriverInTheHostsProcessIsRefused) {
     startControlled();
     const Answer refused = mfctl("debug G");
     EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_THAT(refused.text,
-                ContainsRegex("mfctl: it has no process of its own; a debugger takes the host's, "
-                              "process [0-9]+\n"));
+    EXPECT_THAT(
+        refused.text,
+        ContainsRegex("mfctl: G is not reloaded: it has no process of its own; a debugger takes the host's, "
+                      "process [0-9]+\n"));
     EXPECT_EQ(end(), 0);
 }
 
