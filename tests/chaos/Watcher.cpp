@@ -48,6 +48,9 @@ bool isVerdict(const std::string& text) {
 
 /// The end of a process that was asked to end may take its time, whatever has ended it.
 constexpr std::string_view s_asked = "ended: ";
+/// Of a reload that was asked for at the end of a fault, and has waited for others: the next fault of its
+/// driver may be under way by then.
+constexpr std::string_view s_replaced = "ended: exit code 0; a newer process had replaced it";
 
 /// "p300"
 bool readAnswer(std::string text, std::uint32_t& number) {
@@ -127,6 +130,8 @@ void Watcher::judgeVerdict(const std::string& driverID, pid_t pid, const std::st
     // While nobody reads the log its lines come late: the next process may have served by then, and what was
     // done to its driver be over.
     if (verdict.starts_with(s_notHeeded) && m_rightlyEnded.contains(pid))
+        return;
+    if (verdict == s_replaced)
         return;
     const auto expected = m_expected.find(driverID);
     if (expected == m_expected.end()) {

@@ -128,6 +128,19 @@ TEST_F(WatcherTest, ProcessThatIsRightlyEndedMayBeSaidToBeKilledWhenAllIsOver) {
     EXPECT_THAT(sut.unexpectedEnds(), ElementsAre(another));
 }
 
+TEST_F(WatcherTest, ProcessThatMadeRoomInOrderMayEndDuringTheNextFault) {
+    sut.expect("F1", {"ended unexpectedly: signal 9"});
+    sut.log(
+        "2026-11-21 17:14:34.573 info     HOST: F1: process 41 ended: exit code 0; a newer process had "
+        "replaced it");
+    EXPECT_THAT(sut.falseVerdicts(), IsEmpty());
+    const std::string killed =
+        "2026-11-21 17:14:34.573 info     HOST: F1: process 41 ended: signal 9 (Killed); a newer process had "
+        "replaced it";
+    sut.log(killed);
+    EXPECT_THAT(sut.falseVerdicts(), ElementsAre(killed));
+}
+
 TEST_F(WatcherTest, ProcessThatIsWronglyEndedIsFoundAsOftenAsItIsSaid) {
     const std::string hangs =
         "2026-11-21 17:14:34.073 error    HOST: T1: process 41 hangs: it has taken none of 3 messages for 2 "
