@@ -313,12 +313,26 @@ private:
     std::vector<Finding> descriptorFindings() {
         m_used.try_emplace({protocol::panelType, protocol::panelVersion});
         std::vector<Finding> found = m_catalogue.findings();
+        nameDrivers(found);
         if (m_occasion == EOccasion::Question) {
             addLoadFaults(found);
             raisePanelFault(found);
         }
         addRepeatedRecords(found);
         return found;
+    }
+
+    /// Who is not started where a module file is not there.
+    void nameDrivers(std::vector<Finding>& found) const {
+        for (const DescriptorCatalogue::Record& record : m_catalogue.records()) {
+            const auto used = m_used.find({record.type, record.version});
+            const std::string fault = DescriptorCatalogue::moduleFault(record);
+            for (Finding& finding : found) {
+                if (used != m_used.end() && finding.file == record.file && finding.line == record.line &&
+                    finding.text == fault)
+                    finding.text += notStarted(used->second);
+            }
+        }
     }
 
     /// Of the modules that are there and that an entry uses.

@@ -333,6 +333,20 @@ TEST_F(ConfigurationCheckTest, MissingModuleFileIsAWarningInItsDescriptor) {
                             file("drivers/gone.so") + " cannot be loaded: No such file or directory"));
 }
 
+TEST_F(ConfigurationCheckTest, MissingModuleFileNamesTheDriversThatAreNotStarted) {
+    describe("gone.xml",
+             "<mfDriverModule>\n<module_type name='gone.so' type='Gone' version='1.0'/></mfDriverModule>");
+    const auto gone = [](const std::string& id) {
+        return "<mainframeDriver driverID='" + id +
+               "' driverType='Gone' version='1.0' workingDirectory='data/" + id +
+               "' interfaceType='queue'/>\n";
+    };
+    EXPECT_THAT(
+        start(gone("A") + gone("B")),
+        ElementsAre("warning " + file("drivers/gone.xml") + " 2: the module file " + file("drivers/gone.so") +
+                    " cannot be loaded: No such file or directory; A, B are not started"));
+}
+
 TEST_F(ConfigurationCheckTest, MissingModuleFileOfThePanelIsAnErrorForWhoOnlyAsks) {
     describe("panel.xml",
              "<mfDriverModule>\n<module_type name='gone.so' type='Panel' version='1.0'/></mfDriverModule>");

@@ -156,7 +156,8 @@ TEST_F(WorkplaceAdmissionTest, ModuleThatVanishedIsNamedByAReload) {
     std::filesystem::remove(m_directory.path("drivers/axis.so"));
     LogCapture log;
     EXPECT_EQ("", m_sut.reloadRefusal(workplace(), "A"));
-    EXPECT_THAT(log.finish(), HasSubstr("axis.so cannot be loaded: No such file or directory\n"));
+    EXPECT_THAT(log.finish(),
+                HasSubstr("axis.so cannot be loaded: No such file or directory; A is not started\n"));
 }
 
 TEST_F(WorkplaceAdmissionTest, LogsTheDescriptorThatIsLeftOut) {
