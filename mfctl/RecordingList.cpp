@@ -133,8 +133,10 @@ void RecordingList::print(const Screen& screen) const {
                       isEmpty ? "-" : base::timeText(row.to), std::to_string(row.records),
                       sizeText(row.bytes), row.fault.empty() ? row.path : row.fault});
     }
-    table.shorten({5});
-    table.print(screen.out, screen.look);
+    // A path that is cut opens nothing.
+    base::Table::Look look = screen.look;
+    look.width = 0;
+    table.print(screen.out, look);
     screen.out << std::flush;
 }
 

@@ -37,6 +37,14 @@ TEST_F(RecordingListTest, ListsRingsSegmentsOfEachHostAndBoxes) {
                                        directory() + "/kept/20261122.seg\n"));
 }
 
+TEST_F(RecordingListTest, PathsAreWholeHoweverNarrowTheTerminalIs) {
+    keep("blackbox/20261122-LAMP-hang", 3, 3);
+    Screen narrow = screen();
+    narrow.look.width = 80;
+    RecordingList::of({"", directory()}).print(narrow);
+    EXPECT_THAT(m_out.str(), testing::HasSubstr("  " + directory() + "/blackbox/20261122-LAMP-hang\n"));
+}
+
 TEST_F(RecordingListTest, EachHostHasARowOfItsSegments) {
     keep("00000001.seg", 2, 2);
     startAnew("i2");
