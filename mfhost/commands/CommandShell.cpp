@@ -14,11 +14,13 @@
 
 #include "CommandHints.h"
 #include "Console.h"
+#include "FIDHelper.h"
 #include "FidTap.h"
 #include "FidWatch.h"
 #include "HostLog.h"
 #include "Nearest.h"
 #include "Printable.h"
+#include "QueueNames.h"
 #include "TerminalView.h"
 #include "Words.h"
 #include "sal/MessageQueue.h"
@@ -33,6 +35,10 @@ constexpr std::chrono::minutes s_outputComplaintInterval{1};
 constexpr std::chrono::seconds s_scriptPatience{5};
 /// So many lines that have failed are told, and how many more there were.
 constexpr std::size_t s_toldFailures = 20;
+
+/// Places of a driver's queue that an operator's FIDs leave free: what drivers send there meanwhile would
+/// have the command thread wait for the driver, without a limit.
+constexpr unsigned int s_roomKept = 4;
 
 /// The command that a thread executes: the command thread or, while that is held up, the console's, the API's
 /// and that of its limits.
@@ -356,8 +362,30 @@ bool CommandShell::hintAt(const std::string& word, std::ostream& reply) {
     return true;
 }
 
+/// Why an operator's FID is not sent to the driver; empty where it is. The lines of a script wait for a
+/// driver that is slow, as those of a driver do: nobody is there to type them again.
+std::string CommandShell::queueFault(const std::string& driverID) const {
+    if (m_origin == EOrigin::Driver || (m_origin == EOrigin::Console && !Console::isInteractive()))
+        return {};
+    const auto level = sal::MessageQueue::level(protocol::inputQueue(driverID));
+    if (!level || level->depth + s_roomKept <= level->capacity)
+        return {};
+    return "the input queue of " + driverID + " holds " + std::to_string(level->depth) + " of " +
+           std::to_string(level->capacity) + " messages";
+}
+
 /// The module's own command does not say what it sends, nor what becomes of it.
 void CommandShell::sendFid(const std::string& line, const FidLine& sent, std::ostream& reply) {
+    if (const std::string fault = queueFault(FIDHelper(sent.fid).getDriverID()); !fault.empty()) {
+        FidOutcome refused;
+        refused.stage = EFidStage::Nobody;
+        refused.reason = EFidReason::QueueFull;
+        refused.driverID = FIDHelper(sent.fid).getDriverID();
+        m_context.fidSent(refused.driverID, refused);
+        fail();
+        reply << base::quoted(sent.fid) << " has reached nobody: " << base::printable(fault) << std::endl;
+        return;
+    }
     const FidTrail::Asking asking(
         asker().origin, m_origin == EOrigin::Remote ? FidTrail::who() : std::string_view(m_driverID));
     const FidTrail::Sending sending(m_pTrail, sent.fid, sent.parameters);

@@ -115,6 +115,7 @@ private:
                  base::Table::Look look);
     Observation::Asker asker() const;
     void executeChecked(const std::string& line, std::ostream& reply);
+    std::string queueFault(const std::string& driverID) const;
     void sendFid(const std::string& line, const FidLine& sent, std::ostream& reply);
     void reload(const std::string& line, const std::string& driverID, std::ostream& reply);
     bool hintAt(const std::string& word, std::ostream& reply);

@@ -21,6 +21,7 @@
 #include "ProcessSupervisor.h"
 #include "TemporaryDirectory.h"
 #include "sal/CmdRegisterImpl.h"
+#include "sal/MessageQueue.h"
 
 namespace {
 
@@ -500,6 +501,28 @@ TEST_F(CommandShellTest, OfManyLinesThatFailTheRestIsCounted) {
     EXPECT_THAT(m_log.text(), HasSubstr("line 20 of the input failed: nonsense\n"));
     EXPECT_THAT(m_log.text(), Not(HasSubstr("line 21 of the input")));
     EXPECT_THAT(m_log.text(), HasSubstr("5 more lines of the input failed\n"));
+}
+
+TEST_F(CommandShellTest, FidOfAnotherTerminalDoesNotWaitForADriverWhoseQueueIsFull) {
+    ::setenv("MFD_QUEUE_DIR", m_directory.path().c_str(), 1);
+    sal::MessageQueue queue;
+    ASSERT_TRUE(queue.create("AXIS1_INQ", 8, 64, 0));
+    m_drivers.processStarted("AXIS1", 1);
+    open();
+    const unsigned char message = 1;
+    for (int i = 0; i < 4; ++i)
+        ASSERT_TRUE(queue.send(&message, 1, 0));
+    EXPECT_TRUE(m_sut.executeFor("sendFID AXIS1.MOVE x=1", 0).isDone);
+    ASSERT_TRUE(queue.send(&message, 1, 0));
+    const CommandShell::Executed refused = m_sut.executeFor("sendFID AXIS1.MOVE x=1", 0);
+    EXPECT_EQ("\"AXIS1.MOVE\" has reached nobody: the input queue of AXIS1 holds 5 of 8 messages\n",
+              refused.output);
+    EXPECT_FALSE(refused.isDone);
+    EXPECT_EQ("AXIS1 queue-full", m_fids.back());
+    m_sut.readLine("sendFID AXIS1.MOVE x=1");
+    finish();
+    EXPECT_EQ("AXIS1 none", m_fids.back());
+    ::unsetenv("MFD_QUEUE_DIR");
 }
 
 TEST_F(CommandShellTest, FidThatWasSentCompletes) {
