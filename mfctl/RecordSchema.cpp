@@ -35,7 +35,7 @@ constexpr std::array<Members, 20> s_members{{
     {"stale", {{{"values", "integer"}, {"text", "string"}}}},
     {"merged", {{{"received", "integer"}, {"merged", "integer"}, {"delivered", "integer"}}}},
     {"mark", {{{"origin", "string"}, {"who", "string"}, {"text", "string"}}}},
-    {"wire", {{{"direction", "string"}, {"ok", "boolean"}, {"bytes", "string"}}}},
+    {"wire", {{{"direction", "string"}, {"ok", "boolean"}, {"message", "string"}, {"bytes", "string"}}}},
     {"define", {{{"text", "string"}}}},
     {"counts", {{{"counts", "object"}}}},
     {"gap",

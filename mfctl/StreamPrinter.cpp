@@ -1,27 +1,15 @@
 #include "StreamPrinter.h"
 
-#include "Printable.h"
 #include "StreamText.h"
 
-namespace {
-
-using EColour = base::Table::EColour;
-
-EColour colourOf(stream::EKind kind) {
-    switch (kind) {
-        case stream::EKind::Exit:
-        case stream::EKind::Hang:
-            return EColour::Bad;
-        case stream::EKind::Restart:
-        case stream::EKind::Stale:
-        case stream::EKind::Gap:
-            return EColour::Warning;
-        default:
-            return EColour::None;
-    }
+base::Table::EColour StreamPrinter::colourOf(std::string_view kind) {
+    using EColour = base::Table::EColour;
+    if (kind == "exit" || kind == "hang")
+        return EColour::Bad;
+    if (kind == "restart" || kind == "stale" || kind == "gap")
+        return EColour::Warning;
+    return EColour::None;
 }
-
-}  // namespace
 
 void StreamPrinter::printRecord(const stream::IStreamReader& reader) {
     if (m_form == EForm::Json) {
@@ -30,7 +18,7 @@ void StreamPrinter::printRecord(const stream::IStreamReader& reader) {
         return;
     }
     const std::string line = stream::lineOf(reader.record(), reader.names(), m_form == EForm::Date);
-    m_screen.out << m_screen.coloured(colourOf(reader.record().kind), line) << '\n';
+    m_screen.out << m_screen.coloured(colourOf(stream::kindName(reader.record().kind)), line) << '\n';
 }
 
 void StreamPrinter::printGap(const stream::IStreamReader& reader) {
@@ -40,12 +28,11 @@ void StreamPrinter::printGap(const stream::IStreamReader& reader) {
         return;
     }
     const std::string line = stream::lineOf(reader.gap(), m_form == EForm::Date);
-    m_screen.out << m_screen.coloured(EColour::Warning, line) << '\n';
+    m_screen.out << m_screen.coloured(colourOf("gap"), line) << '\n';
 }
 
 void StreamPrinter::printJson(const stream::IStreamReader& reader) {
-    m_json.pop_back();
-    m_json += ",\"cursor\":" + base::jsonText(reader.cursor().text()) + '}';
+    stream::addCursor(m_json, reader.cursor());
     m_screen.out << m_json << '\n';
     m_json.clear();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "IStreamReader.h"
 #include "Screen.h"
@@ -18,6 +19,9 @@ public:
     /// What the reader's last answer was: a record, or else a gap.
     void printRecord(const stream::IStreamReader& reader);
     void printGap(const stream::IStreamReader& reader);
+
+    /// In which a line of that kind stands.
+    static base::Table::EColour colourOf(std::string_view kind);
 
 private:
     void printJson(const stream::IStreamReader& reader);

@@ -11,6 +11,38 @@ RingCursor::RingCursor(const StreamSource& source, ERing ring, Clock::duration p
     m_isAdrift = m_position != m_source.size(m_ring);
 }
 
+RingCursor RingCursor::ofNewest(const StreamSource& source, ERing ring, std::uint64_t bytes) {
+    RingCursor cursor(source, ring);
+    const std::uint64_t back = bytes / layout::s_alignment * layout::s_alignment;
+    const std::uint64_t head = source.head(ring);
+    if (head > back && head - back > cursor.m_position)
+        cursor.goTo(head - back);
+    return cursor;
+}
+
+RingCursor RingCursor::before(const StreamSource& source, ERing ring, std::uint64_t number) {
+    RingCursor cursor(source, ring);
+    // A writer may be held up between its place and its number: numbers rise but for that.
+    const std::uint64_t slack = source.size(ring) / 64 / layout::s_alignment * layout::s_alignment;
+    std::uint64_t low = cursor.m_position;
+    std::uint64_t high = source.head(ring);
+    while (high - low > 2 * slack) {
+        const std::uint64_t middle = low + (high - low) / 2 / layout::s_alignment * layout::s_alignment;
+        RingCursor probe(source, ring, middle);
+        StreamRecord record;
+        std::size_t size = 0;
+        probe.seek(high);
+        const bool isThere = source.read(ring, probe.m_position, record, size);
+        if (isThere && record.number < number)
+            low = middle;
+        else
+            high = middle;
+    }
+    if (low > cursor.m_position + slack)
+        cursor.goTo(low - slack);
+    return cursor;
+}
+
 std::uint64_t RingCursor::oldest() const {
     const std::uint64_t size = m_source.size(m_ring);
     return std::max(m_source.head(m_ring) - size, size);

@@ -28,12 +28,21 @@ public:
     /// At the oldest record that is there.
     RingCursor(const StreamSource& source, ERing ring, Clock::duration patience = s_patience);
 
+    /// At the first record of the newest that take about so many bytes.
+    static RingCursor ofNewest(const StreamSource& source, ERing ring, std::uint64_t bytes);
+    /// Somewhat before the first record with that number or a higher one, found without reading all of them.
+    static RingCursor before(const StreamSource& source, ERing ring, std::uint64_t number);
+
     EStep step(StreamRecord& record, Clock::time_point now);
     std::uint64_t position() const { return m_position; }
     ERing ring() const { return m_ring; }
     bool isAtHole() const { return m_isAtHole; }
 
 private:
+    void goTo(std::uint64_t position) {
+        m_position = position;
+        m_isAdrift = true;
+    }
     /// The oldest place that writers have not come to again.
     std::uint64_t oldest() const;
     /// Goes to the first record from the position on, at most to the end. Only the position of a record, or

@@ -32,6 +32,15 @@ std::unique_ptr<StreamReader> StreamReader::open(const StreamSource& source, con
     return pReader;
 }
 
+std::unique_ptr<StreamReader> StreamReader::openNewest(const StreamSource& source, std::uint64_t auditBytes,
+                                                       KeyNames names) {
+    std::unique_ptr<StreamReader> pReader(new StreamReader(source, StreamCursor::newest(), std::move(names)));
+    pReader->m_wholeFrom = pReader->m_begin;
+    pReader->m_cursors.pop_back();
+    pReader->m_cursors.push_back(RingCursor::ofNewest(source, ERing::Audit, auditBytes));
+    return pReader;
+}
+
 StreamReader::StreamReader(const StreamSource& source, const StreamCursor& from, KeyNames names)
     : m_source(source), m_ring(from.ring), m_names(std::move(names)), m_begin(source.lastNumber() + 1) {
     for (const ERing ring : {ERing::Values, ERing::Audit}) {
@@ -42,11 +51,14 @@ StreamReader::StreamReader(const StreamSource& source, const StreamCursor& from,
         } else if (from.place == StreamCursor::EPlace::Exact && m_ring) {
             m_cursors.emplace_back(source, ring, std::max<std::uint64_t>(from.position, source.size(ring)));
         } else {
-            m_cursors.emplace_back(source, ring);
+            m_cursors.push_back(from.place == StreamCursor::EPlace::Exact
+                                    ? RingCursor::before(source, ring, from.position)
+                                    : RingCursor(source, ring));
             m_isRingLapped[static_cast<std::size_t>(ring)] = m_cursors.back().position() != source.size(ring);
         }
     }
-    if (m_ring || from.place == StreamCursor::EPlace::Newest)
+    m_isFromNewest = from.place == StreamCursor::EPlace::Newest;
+    if (m_ring || m_isFromNewest)
         return;
     const bool isWhole = !m_isRingLapped[0] && !m_isRingLapped[1];
     if (from.place == StreamCursor::EPlace::Exact)
@@ -73,6 +85,9 @@ void StreamReader::learnNames() {
 
 void StreamReader::lapped(ERing ring) {
     m_isLapped = true;
+    // Of one that began with the newest and has read nothing it is known all the same what is missing.
+    if (m_isFromNewest && m_expected == 0)
+        m_expected = m_begin;
     m_isRingLapped[static_cast<std::size_t>(ring)] = true;
     // Definitions may have been among what was missed.
     if (ring == ERing::Audit)

@@ -26,6 +26,11 @@ public:
                                               std::string& error,
                                               std::optional<KeyNames> names = std::nullopt);
 
+    /// Begins with about so many bytes of the newest records of the audit ring, without the values of that
+    /// time; then both. What is left out before that is told as a gap, too.
+    static std::unique_ptr<StreamReader> openNewest(const StreamSource& source, std::uint64_t auditBytes,
+                                                    KeyNames names);
+
     EResult next(Clock::time_point now) override;
     const StreamRecord& record() const override { return m_record; }
     const StreamGap& gap() const override { return m_gap; }
@@ -77,6 +82,7 @@ private:
     std::array<std::size_t, s_rings> m_pendingOf{};
     std::uint64_t m_expected = 0;  ///< the next number; 0: whichever comes
     std::uint64_t m_begin = 0;     ///< where it began, as a number
+    bool m_isFromNewest = false;
     std::uint64_t m_learnedAt = 0;
     std::uint64_t m_missed = 0;
     Time m_last;

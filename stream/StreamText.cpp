@@ -13,6 +13,7 @@
 #include "FidFields.h"
 #include "Printable.h"
 #include "StreamWriter.h"
+#include "WireText.h"
 
 namespace stream {
 namespace {
@@ -100,19 +101,6 @@ std::string fidText(std::string_view fields) {
     std::string text = fid.function;
     for (const auto& [name, value] : fid.parameters)
         text += ' ' + name + '=' + value;
-    return text;
-}
-
-/// The code of a message, and its other bytes as digits.
-std::string wireText(std::string_view bytes) {
-    constexpr std::string_view s_digits = "0123456789abcdef";
-    std::string text = base::printable(bytes.substr(0, 6));
-    for (const char c : bytes.substr(std::min<std::size_t>(6, bytes.size()))) {
-        const auto byte = static_cast<unsigned char>(c);
-        text += ' ';
-        text += s_digits[byte >> 4];
-        text += s_digits[byte & 0xfu];
-    }
     return text;
 }
 
@@ -353,6 +341,7 @@ void appendKindJson(JsonObject& object, const StreamRecord& record, const KeyNam
         case EKind::Wire:
             object.text("direction", (record.value & 1u) != 0 ? "to driver" : "from driver");
             object.plain("ok", (record.value & 2u) != 0 ? "false" : "true");
+            object.text("message", wireText(text));
             object.text("bytes", hexText(text));
             break;
         case EKind::Gap:
@@ -413,6 +402,8 @@ std::string subjectOf(const StreamRecord& record, const KeyNames& names) {
         case EKind::Configuration:
             takeWord(text);
             break;
+        case EKind::Wire:
+            return wireText(text);
         case EKind::Command:
         case EKind::Log:
         case EKind::Mark:
@@ -498,6 +489,11 @@ void appendJson(std::string& json, const StreamRecord& record, const KeyNames& n
     appendKindJson(object, record, names);
     if (record.isCut)
         object.plain("cut", "true");
+}
+
+void addCursor(std::string& json, const StreamCursor& cursor) {
+    json.pop_back();
+    json += ",\"cursor\":" + base::jsonText(cursor.text()) + '}';
 }
 
 void appendJson(std::string& json, const StreamGap& gap) {

@@ -23,6 +23,9 @@ std::string textOf(const StreamRecord& record, const KeyNames& names);
 void appendJson(std::string& json, const StreamRecord& record, const KeyNames& names);
 void appendJson(std::string& json, const StreamGap& gap);
 
+/// Puts into such an object, which is not empty, the place of what comes after it: "cursor".
+void addCursor(std::string& json, const StreamCursor& cursor);
+
 /// What a record is about, as a filter sees it: the name of a value or event, the function of a FID, else its
 /// text.
 std::string subjectOf(const StreamRecord& record, const KeyNames& names);

@@ -276,6 +276,59 @@ TEST_F(StreamReaderTest, CursorThatWasLappedTellsAGap) {
     EXPECT_EQ(pSut->gap().next, 5000u - s_small / 32 + 1);
 }
 
+TEST_F(StreamReaderTest, GoesOnAtAnyNumberOfALappedRing) {
+    const auto pRing = ringOf(small());
+    for (int i = 0; i < 5000; ++i) {
+        pRing->write(at(i), value(i));
+        if (i % 3 == 0)
+            pRing->write(at(i), exit(std::string(static_cast<std::size_t>(i % 50), 'x')));
+    }
+    const StreamSource source(*pRing);
+    const std::uint64_t last = source.lastNumber();
+    for (std::uint64_t number = last - 600; number <= last; number += 7) {
+        const auto pSut = readerOf(source, {StreamCursor::EPlace::Exact, "i1", {}, number});
+        ASSERT_EQ(pSut->next({}), EResult::Record) << number;
+        EXPECT_EQ(pSut->record().number, number);
+    }
+}
+
+TEST_F(StreamReaderTest, BeginsWithTheNewestOfTheAuditRing) {
+    const auto pRing = ringOf(small());
+    for (int i = 0; i < 3000; ++i) {
+        pRing->write(at(i), exit("e"));
+        pRing->write(at(i), value(i));
+    }
+    const StreamSource source(*pRing);
+    const auto pSut = StreamReader::openNewest(source, 640, {});
+    ASSERT_EQ(pSut->next({}), EResult::Record);
+    EXPECT_EQ(pSut->record().number, 6000u - 19);
+    std::size_t records = 1;
+    for (auto result = pSut->next({}); result != EResult::Nothing; result = pSut->next({})) {
+        if (result == EResult::Record) {
+            EXPECT_EQ(pSut->record().kind, EKind::Exit);
+            ++records;
+        }
+    }
+    EXPECT_EQ(records, 10u);
+    pRing->write(at(1), value(7));
+    while (pSut->next({}) == EResult::Gap) {
+    }
+    EXPECT_EQ(pSut->record().value, 7u);
+}
+
+TEST_F(StreamReaderTest, OneThatWasLappedBeforeItsFirstRecordIsTold) {
+    const auto pRing = ringOf(small());
+    pRing->write(at(0), exit("before"));
+    const StreamSource source(*pRing);
+    const auto pSut = readerOf(source, StreamCursor::newest());
+    for (int i = 0; i < 3000; ++i)
+        pRing->write(at(i), exit("e"));
+    ASSERT_EQ(pSut->next({}), EResult::Gap);
+    EXPECT_EQ(pSut->gap().reason, stream::StreamGap::EReason::Lapped);
+    EXPECT_EQ(pSut->gap().first, 2u);
+    EXPECT_EQ(pSut->gap().count, pSut->gap().next - 2);
+}
+
 TEST_F(StreamReaderTest, OneRingGivesItsOwn) {
     for (int i = 1; i <= 6; ++i)
         m_pRing->write(at(i), i % 2 == 0 ? value(i) : exit("e"));

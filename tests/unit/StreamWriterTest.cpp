@@ -180,8 +180,9 @@ TEST_F(StreamWriterTest, LinesMarksMergingAndMessages) {
         R"(,"kind":"mark","driver":"host","origin":"api","who":"anna","text":"before the show"})"
         "\nAXIS1 merged 100 received, 90 merged, 10 delivered\n"
         R"(,"kind":"merged","driver":"AXIS1","received":100,"merged":90,"delivered":10})"
-        "\nLAMP wire from driver SETVAB 01 41 01\n"
-        R"(,"kind":"wire","driver":"LAMP","direction":"from driver","ok":true,"bytes":"534554564142014101"})"
+        "\nLAMP wire from driver SETVAB \"A\" true\n"
+        R"(,"kind":"wire","driver":"LAMP","direction":"from driver","ok":true,"message":"SETVAB \"A\" true",)"
+        R"("bytes":"534554564142014101"})"
         "\n");
 }
 
