@@ -20,6 +20,7 @@
 #include "FidTrail.h"
 #include "HistoryEntry.h"
 #include "Observation.h"
+#include "RecordedStream.h"
 #include "StateStore.h"
 #include "WorkplacePlan.h"
 #include "sal/MessageQueue.h"
@@ -107,7 +108,8 @@ struct ApiContext {
     const DriverTable& drivers;
     const StateStore& store;
     Instance instance;
-    Observation* pObservation = nullptr;  ///< where actions are recorded; null for nowhere
+    Observation* pObservation = nullptr;        ///< where actions are recorded; null for nowhere
+    const RecordedStream* pRecorded = nullptr;  ///< null where nothing is recorded
 
     /// Tells the table of drivers and the store of processes that have ended by now.
     std::function<void()> lookForEnds;

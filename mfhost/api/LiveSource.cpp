@@ -16,6 +16,23 @@ constexpr std::size_t s_allLines = 10000;
 /// Of the record that is written out alone; there are no others beside it.
 constexpr std::uint16_t s_driver = 1;
 
+/// Of the newest that are read for a page that opens: more than the records that are kept.
+constexpr std::uint64_t s_newestBytes = 512 * 1024;
+
+/// What pages are told. Values they have from the store, and what is about the stream itself is of no use.
+bool isForPages(stream::EKind kind) {
+    switch (kind) {
+        case stream::EKind::None:
+        case stream::EKind::Define:
+        case stream::EKind::Counts:
+        case stream::EKind::Merged:
+        case stream::EKind::Wire:
+            return false;
+        default:
+            return stream::ringOf(kind) == stream::ERing::Audit;
+    }
+}
+
 /// The members, without the brackets round them.
 std::string withoutBrackets(std::string object) {
     return object.substr(1, object.size() - 2);
@@ -40,7 +57,10 @@ void LiveSource::look() {
         lookAtDrivers();
     }
     lookAtAlarms();
-    lookForRecords();
+    if (m_context.pRecorded)
+        readStream();
+    else
+        lookForRecords();
 }
 
 void LiveSource::lookAtDrivers() {
@@ -72,6 +92,61 @@ void LiveSource::lookAtAlarms() {
     m_alarmsConstant = std::move(alarms.constant);
     m_alarms = std::move(alarms.json);
     ++m_alarmsVersion;
+}
+
+/// What the rings have of it, however many pages there are.
+void LiveSource::readStream() {
+    using EResult = stream::IStreamReader::EResult;
+    const auto now = m_context.now();
+    if (!m_pStream || now - *m_streamRead > s_streamIdle)
+        openStream();
+    m_streamRead = now;
+    // More than are kept need not be written out.
+    std::size_t written = 0;
+    for (std::size_t i = 0; i < s_recordsPerLook && written < s_keptRecords; ++i) {
+        const EResult result = m_pStream->next(now);
+        if (result == EResult::Gap && m_pStream->gap().next > m_streamFrom) {
+            const stream::StreamGap& gap = m_pStream->gap();
+            if (gap.reason == stream::StreamGap::EReason::Lapped)
+                m_context.pRecorded->addLapped(RecordedStream::EReader::Panel, gap.count);
+            std::string json;
+            stream::appendJson(json, gap);
+            keep(std::move(json));
+        } else if (result == EResult::Record) {
+            const stream::StreamRecord& record = m_pStream->record();
+            if (record.number < m_streamNext)
+                continue;
+            countPassedOver(record.number);
+            if (!isForPages(record.kind))
+                continue;
+            std::string json;
+            stream::appendJson(json, record, m_pStream->names());
+            keep(std::move(json));
+            ++written;
+        } else if (result != EResult::Gap) {
+            break;
+        }
+    }
+}
+
+void LiveSource::openStream() {
+    m_streamNext = m_pStream ? m_pStream->cursor().position : 0;
+    m_records.clear();
+    m_pStream = std::make_unique<stream::JoinedGaps>(m_context.pRecorded->openNewest(s_newestBytes));
+    m_streamFrom = m_pStream->cursor().position;
+}
+
+/// Of what was passed over then, a page that was there all the time hears how much it was.
+void LiveSource::countPassedOver(std::uint64_t number) {
+    if (m_streamNext > 0 && number > m_streamNext)
+        m_lastRecord += number - m_streamNext;
+    m_streamNext = 0;
+}
+
+void LiveSource::keep(std::string json) {
+    m_records.push_back({++m_lastRecord, std::move(json)});
+    if (m_records.size() > s_keptRecords)
+        m_records.pop_front();
 }
 
 /// Events and lines of the log, in the order of their times.
@@ -108,7 +183,7 @@ void LiveSource::addRecord(std::chrono::system_clock::time_point time, bool isEv
     stream::KeyNames names;
     names.define(std::uint32_t{s_driver} << 16, driver);
     stream::StreamRecord record;
-    record.number = ++m_lastRecord;
+    record.number = m_lastRecord + 1;
     record.time = std::chrono::time_point_cast<stream::Time::duration>(time);
     record.kind = isEvent ? stream::EKind::Event : stream::EKind::Log;
     record.key = driver.empty() ? 0 : std::uint32_t{s_driver} << 16;
@@ -123,9 +198,7 @@ void LiveSource::addRecord(std::chrono::system_clock::time_point time, bool isEv
     }
     std::string json;
     stream::appendJson(json, record, names);
-    m_records.push_back({record.number, std::move(json)});
-    if (m_records.size() > s_keptRecords)
-        m_records.pop_front();
+    keep(std::move(json));
 }
 
 LiveChanges LiveSource::changes(const LivePosition& since) const {

@@ -157,6 +157,7 @@ ApiContext HostApi::context() {
                          .ring = m_parts.ring,
                          .recording = m_parts.pRecorder ? m_parts.pRecorder->directory() : std::string()},
             .pObservation = m_parts.pRecorder ? &m_parts.pRecorder->observation() : nullptr,
+            .pRecorded = m_parts.pRecorder ? &m_parts.pRecorder->recorded() : nullptr,
             .lookForEnds = m_parts.lookForEnds,
             .activity = [this] { return m_parts.commands.activity(); },
             .isStopping = [this] { return m_isStopping.load(); },

@@ -25,6 +25,7 @@ Recorder::Recorder(stream::StreamRing& ring, Settings settings, std::vector<Ring
       m_report(std::move(report)),
       m_source(ring),
       m_observation(ring, m_settings.secrets),
+      m_recorded(m_source, m_observation.keys()),
       m_left(std::move(left)) {}
 
 Recorder::~Recorder() {

@@ -15,6 +15,7 @@
 #include "BlackBox.h"
 #include "Keeper.h"
 #include "Observation.h"
+#include "RecordedStream.h"
 #include "RingPlace.h"
 #include "StreamSource.h"
 
@@ -45,6 +46,7 @@ public:
 
     Observation& observation() { return m_observation; }
     const stream::StreamSource& source() const { return m_source; }
+    const RecordedStream& recorded() const { return m_recorded; }
     const std::string& directory() const { return m_settings.directory; }
 
     /// Begins to write. Each round begins with this call.
@@ -77,6 +79,7 @@ private:
     const Report m_report;
     const stream::StreamSource m_source;
     Observation m_observation;
+    const RecordedStream m_recorded;
     std::function<void()> m_beforeRound;
 
     // The thread's own.

@@ -45,6 +45,7 @@ public:
                          .workplace = "/etc/mf/site.xml",
                          .started = std::chrono::system_clock::time_point(std::chrono::hours(24)),
                          .pid = 4711},
+            .pRecorded = pRecorded,
             .lookForEnds = [this] { ++looks; },
             .activity = [this] { return activity; },
             .isStopping = [this] { return isStopping; },
@@ -174,6 +175,7 @@ public:
             limit.call();
     }
 
+    const RecordedStream* pRecorded = nullptr;
     StateStore store;
     DriverTable drivers;
     CommandActivity activity;

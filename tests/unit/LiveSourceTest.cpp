@@ -6,6 +6,8 @@
 #include <string>
 
 #include "ApiHost.h"
+#include "FidFields.h"
+#include "StreamFixture.h"
 
 namespace {
 
@@ -167,6 +169,114 @@ TEST_F(LiveSourceTest, OnlyTheLastRecordsAreKept) {
     EXPECT_THAT(all, Not(HasSubstr("line 1\"")));
     EXPECT_THAT(all, HasSubstr("line 2\""));
     EXPECT_THAT(all, Not(HasSubstr("missed")));
+}
+
+/// Of a host that records.
+class LiveSourceOfRingsTest : public StreamFixture {
+protected:
+    LiveSourceOfRingsTest() { host.changes.version = 1; }
+
+    std::string news(std::chrono::milliseconds after = LiveSource::s_driversEach) {
+        host.now += after;
+        m_pSut->look();
+        const LiveChanges changes = m_pSut->changes(position);
+        position = changes.end;
+        return changes.members;
+    }
+    void make() {
+        host.pRecorded = &recorded;
+        m_pContext = std::make_unique<ApiContext>(host.context());
+        m_pSut = std::make_unique<LiveSource>(*m_pContext);
+    }
+    void sendFid(stream::EFidOutcome outcome) {
+        const stream::FidFields fields("LAMP.ON");
+        observation.stream().fid(at(0), {.sender = observation.number("AXIS1"),
+                                         .receiver = observation.number("LAMP"),
+                                         .outcome = outcome,
+                                         .fields = fields.bytes()});
+    }
+
+    ApiHost host;
+    std::unique_ptr<stream::StreamRing> pRing = ringOf(small());
+    Observation observation{*pRing};
+    stream::StreamSource source{*pRing};
+    RecordedStream recorded{source, observation.keys()};
+    std::unique_ptr<ApiContext> m_pContext;
+    std::unique_ptr<LiveSource> m_pSut;
+    LivePosition position;
+};
+
+TEST_F(LiveSourceOfRingsTest, WhatHappenedIsReadFromTheRings) {
+    make();
+    sendFid(stream::EFidOutcome::Written);
+    observation.started("LAMP", 42, "");
+    EXPECT_THAT(news(),
+                HasSubstr(R"("records":[{"number":3,"time":"2026-11-22T14:03:22.181123Z","kind":"fid",)"
+                          R"("driver":"AXIS1","fid":"LAMP.ON","parameters":[],"receiver":"LAMP",)"
+                          R"("origin":"driver","outcome":"written"},{"number":4,)"));
+    observation.exited("LAMP", 9, "signal 9", false);
+    EXPECT_THAT(news(),
+                testing::ContainsRegex(R"("kind":"exit","driver":"LAMP","status":9,"text":"signal 9")"));
+    EXPECT_EQ(news(), "");
+}
+
+TEST_F(LiveSourceOfRingsTest, ValuesAreLeftToTheStore) {
+    make();
+    news();
+    observation.stream().valueInt(at(0), {.number = 0, .text = "POSITION"}, 5);
+    sendFid(stream::EFidOutcome::Written);
+    const std::string all = news();
+    EXPECT_THAT(all, HasSubstr(R"("kind":"fid")"));
+    EXPECT_THAT(all, Not(HasSubstr("POSITION")));
+    EXPECT_THAT(all, Not(HasSubstr("gap")));
+}
+
+TEST_F(LiveSourceOfRingsTest, WhatHostAndStoreHaveOfItIsNotToldTwice) {
+    make();
+    host.store.triggerEvent("AXIS1.HOMED", "by hand");
+    EXPECT_THAT(news(), Not(HasSubstr("HOMED")));
+}
+
+TEST_F(LiveSourceOfRingsTest, PageThatWasLappedHearsHowManyItHasMissed) {
+    make();
+    news();
+    const std::uint64_t before = pRing->lastNumber();
+    for (int i = 0; i < 3000; ++i)
+        observation.exited("LAMP", 9, "signal 9", false);
+    const std::string later = news();
+    EXPECT_THAT(later, HasSubstr(R"("records":[{"kind":"gap","reason":"lapped","first":)" +
+                                 std::to_string(before + 1) + ","));
+    EXPECT_GT(recorded.lapped(RecordedStream::EReader::Panel), 0u);
+    const std::uint64_t missed = recorded.lapped(RecordedStream::EReader::Panel);
+    EXPECT_THAT(later, HasSubstr(R"("count":)" + std::to_string(missed) + ","));
+}
+
+TEST_F(LiveSourceOfRingsTest, PageThatOpensLaterHearsOfTheNewestOnly) {
+    make();
+    for (int i = 0; i < 3000; ++i)
+        observation.exited("LAMP", 9, "signal 9", false);
+    const std::string all = news();
+    EXPECT_THAT(all, Not(HasSubstr("gap")));
+    EXPECT_THAT(all, Not(HasSubstr("missed")));
+    EXPECT_THAT(all, HasSubstr("{\"number\":" + std::to_string(pRing->lastNumber()) + ","));
+}
+
+TEST_F(LiveSourceOfRingsTest, WhatCameWhileNobodyLookedIsToldOnceOrCounted) {
+    make();
+    sendFid(stream::EFidOutcome::Written);
+    news();
+    sendFid(stream::EFidOutcome::NotRunning);
+    const std::string later = news(LiveSource::s_streamIdle + 1s);
+    EXPECT_THAT(later, HasSubstr(R"("outcome":"not running")"));
+    EXPECT_THAT(later, Not(HasSubstr(R"("outcome":"written")")));
+    EXPECT_THAT(later, Not(HasSubstr("missed")));
+    const std::uint64_t before = pRing->lastNumber();
+    for (int i = 0; i < 3000; ++i)
+        observation.exited("LAMP", 9, "signal 9", false);
+    const std::string last = news(LiveSource::s_streamIdle + 1s);
+    EXPECT_THAT(last, HasSubstr("{\"number\":" + std::to_string(pRing->lastNumber()) + ","));
+    const auto number = std::stoull(last.substr(last.find("{\"number\":") + 10));
+    EXPECT_THAT(last, HasSubstr(R"("missed":)" + std::to_string(number - before - 1)));
 }
 
 }  // namespace
