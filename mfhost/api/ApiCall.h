@@ -1,9 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "IAnswerBody.h"
 
 /// What a caller may do: each role what those before it may, and more.
 enum class ERole {
@@ -60,6 +63,8 @@ struct ApiAnswer {
     std::string cache = "no-store";  ///< for Cache-Control
     /// Further fields of the head, of names and values that need no look.
     std::vector<std::pair<std::string, std::string>> fields = {};
+    /// What comes after the body; null where that is all.
+    std::shared_ptr<IAnswerBody> pMore = {};
 
     bool operator==(const ApiAnswer&) const = default;
 };

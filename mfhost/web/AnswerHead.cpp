@@ -23,14 +23,19 @@ std::string dateText(std::chrono::system_clock::time_point now) {
 
 }  // namespace
 
-std::string answerHead(const ApiAnswer& answer, bool closes, std::chrono::system_clock::time_point now) {
+std::string answerHead(const ApiAnswer& answer, bool closes, std::chrono::system_clock::time_point now,
+                       bool isVersion10) {
     std::string head = "HTTP/1.1 " + std::to_string(answer.status) + " ";
     head += boost::beast::http::obsolete_reason(boost::beast::http::int_to_status(answer.status));
     head += "\r\nDate: " + dateText(now);
     // What has not changed has no body, and the length that it would have is not told.
     if (answer.status != 304) {
         head += "\r\nContent-Type: " + answer.contentType;
-        head += "\r\nContent-Length: " + std::to_string(answer.body.size());
+        // Where one ends that is given in pieces the former version sees by the end of the connection.
+        if (!answer.pMore)
+            head += "\r\nContent-Length: " + std::to_string(answer.body.size());
+        else if (!isVersion10)
+            head += "\r\nTransfer-Encoding: chunked";
     }
     head += "\r\nCache-Control: " + answer.cache;
     for (const auto& [name, value] : answer.fields)

@@ -25,6 +25,10 @@ struct HttpLimits {
     std::chrono::milliseconds idleTime{60'000};
     std::chrono::milliseconds writeTime{20'000};  ///< without any progress
     std::chrono::milliseconds lingerTime{1'000};  ///< for what a client still sends after its last answer
+    /// Of an answer that comes in pieces: until it is asked for the next one where there was nothing more,
+    /// and where there was, which leaves room for others.
+    std::chrono::milliseconds pieceStep{50};
+    std::chrono::milliseconds pieceTurn{5};
     std::chrono::milliseconds refusedPause{100};  ///< of a connection that has asked too often
     std::chrono::milliseconds acceptPause{100};   ///< when there is no descriptor for a connection
 };

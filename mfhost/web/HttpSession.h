@@ -8,6 +8,7 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -103,6 +104,8 @@ public:
         }
         m_entries.back().closes = true;
         for (Entry& entry : m_entries) {
+            // One that comes in pieces ends with the next one.
+            entry.isEnding = true;
             if (!entry.isAnswered)
                 fill(entry, ApiFault(ECode::Stopping,
                                      entry.isSafe ? "the host is shutting down"
@@ -141,9 +144,12 @@ private:
         bool isAnswered = false;
         bool isSafe = true;
         bool isHead = false;
+        bool isVersion10 = false;
+        bool isEnding = false;
         bool closes = false;
         std::string head = {};
         std::string body = {};
+        std::shared_ptr<IAnswerBody> pMore = {};  ///< what comes after the body
     };
 
     std::shared_ptr<HttpSession> self() { return this->shared_from_this(); }
@@ -259,6 +265,7 @@ private:
         Entry& entry = addEntry();
         entry.isSafe = request.isSafe();
         entry.isHead = request.method == "HEAD";
+        entry.isVersion10 = request.isVersion10;
         entry.closes = m_takesNoMore = m_refusal || !request.isKeptAlive;
         if (m_refusal) {
             fill(entry, *m_refusal);
@@ -330,10 +337,54 @@ private:
     void fill(Entry& entry, const ApiFault& fault) { fill(entry, fault.answer()); }
     void fill(Entry& entry, const ApiAnswer& answer) {
         entry.isAnswered = true;
-        entry.head = answerHead(answer, entry.closes, std::chrono::system_clock::now());
-        if (!entry.isHead)
-            entry.body = answer.body;
+        if (answer.pMore && entry.isVersion10)
+            entry.closes = m_takesNoMore = true;
+        entry.head = answerHead(answer, entry.closes, std::chrono::system_clock::now(), entry.isVersion10);
+        if (!entry.isHead) {
+            const bool isChunked = answer.pMore && !entry.isVersion10 && !answer.body.empty();
+            entry.body = isChunked ? chunkOf(answer.body) : answer.body;
+            entry.pMore = answer.pMore;
+        }
         countUnsent(entry);
+    }
+
+    /// The next piece of the first answer takes the place of what is written of it; false where there is none
+    /// for now.
+    bool takePiece() {
+        Entry& entry = m_entries.front();
+        if (m_pieceAt && Clock::now() < *m_pieceAt)
+            return false;
+        const IAnswerBody::Piece piece = entry.isEnding ? IAnswerBody::Piece() : entry.pMore->next();
+        const bool isLast = piece.next == IAnswerBody::ENext::End;
+        m_pieceAt = Clock::now() +
+                    (piece.next == IAnswerBody::ENext::Later ? m_limits.pieceStep : m_limits.pieceTurn);
+        std::string text;
+        if (entry.isVersion10) {
+            text = piece.text;
+        } else {
+            if (!piece.text.empty())
+                text = chunkOf(piece.text);
+            if (isLast)
+                text += "0\r\n\r\n";
+        }
+        if (isLast) {
+            entry.pMore.reset();
+            m_pieceAt.reset();
+        }
+        const std::size_t before = sizeOf(entry);
+        m_unsent -= before;
+        m_owner.unsent() -= before;
+        m_written = 0;
+        entry.head.clear();
+        entry.body = std::move(text);
+        countUnsent(entry);
+        return isLast || !entry.body.empty();
+    }
+
+    static std::string chunkOf(const std::string& text) {
+        std::array<char, 20> size{};
+        const auto end = std::to_chars(size.data(), size.data() + size.size(), text.size(), 16).ptr;
+        return std::string(size.data(), end) + "\r\n" + text + "\r\n";
     }
 
     /// The last answer of this connection.
@@ -346,23 +397,31 @@ private:
     }
 
     void countUnsent(const Entry& entry) {
-        const std::size_t size = entry.head.size() + entry.body.size();
-        m_unsent += size;
-        m_owner.unsent() += size;
+        m_unsent += sizeOf(entry);
+        m_owner.unsent() += sizeOf(entry);
     }
+    static std::size_t sizeOf(const Entry& entry) { return entry.head.size() + entry.body.size(); }
 
     void dropFront() {
-        const Entry& entry = m_entries.front();
-        const std::size_t size = entry.head.size() + entry.body.size();
+        const std::size_t size = sizeOf(m_entries.front());
         m_unsent -= size;
         m_owner.unsent() -= size;
         m_entries.pop_front();
+        m_pieceAt.reset();
         m_written = 0;
     }
 
     void write() {
         if (m_isClosed || m_isWriting || m_entries.empty() || !m_entries.front().isAnswered)
             return;
+        if (m_written == sizeOf(m_entries.front())) {
+            if (!takePiece())
+                return;
+            if (sizeOf(m_entries.front()) == 0) {
+                endFront();
+                return;
+            }
+        }
         const Entry& entry = m_entries.front();
         const std::size_t ofHead = std::min(m_written, entry.head.size());
         const std::size_t ofBody = m_written - ofHead;
@@ -386,19 +445,24 @@ private:
         }
         m_written += count;
         const Entry& entry = m_entries.front();
-        if (m_written == entry.head.size() + entry.body.size()) {
-            const bool closes = entry.closes;
-            dropFront();
-            if (m_reader.state() == HttpReader::EState::Between) {
-                m_hasAnswered = true;
-                m_phaseBegin = Clock::now();
-            }
-            if (closes) {
-                linger();
-                return;
-            }
+        if (m_written == sizeOf(entry) && !entry.pMore)
+            endFront();
+        else
+            goOn();
+    }
+
+    /// All of it is written.
+    void endFront() {
+        const bool closes = m_entries.front().closes;
+        dropFront();
+        if (m_reader.state() == HttpReader::EState::Between) {
+            m_hasAnswered = true;
+            m_phaseBegin = Clock::now();
         }
-        goOn();
+        if (closes)
+            linger();
+        else
+            goOn();
     }
 
     /// A client that is still sending gets to see the last answer before the connection ends.
@@ -436,7 +500,8 @@ private:
         if (m_isClosed)
             return;
         Time next = m_lingerEnd;
-        for (const Time& time : {m_lingerEnd ? std::nullopt : readingEnd(), writingEnd(), m_pausedUntil}) {
+        for (const Time& time : {m_lingerEnd ? std::nullopt : readingEnd(), writingEnd(), m_pausedUntil,
+                                 m_isWriting || m_lingerEnd ? std::nullopt : m_pieceAt}) {
             if (time && (!next || *time < *next))
                 next = time;
         }
@@ -510,6 +575,7 @@ private:
     std::uint64_t m_nextNumber = 0;
     std::size_t m_written = 0;  ///< of the first entry
     std::size_t m_unsent = 0;
+    Time m_pieceAt;  ///< no further piece of the first entry is asked for before
     bool m_isWriting = false;
     Clock::time_point m_progress;  ///< of writing
 

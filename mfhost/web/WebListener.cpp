@@ -32,6 +32,9 @@ namespace ssl = boost::asio::ssl;
 constexpr std::chrono::milliseconds s_pauseAfterFault{100};
 constexpr const char* s_session = "/api/v1/session";
 constexpr const char* s_live = "/api/v1/live";
+constexpr const char* s_stream = "/api/v1/stream";
+/// Of the stream, that one client is sent in a tick.
+constexpr int s_piecesPerTick = 4;
 constexpr const char* s_stopping = "stopping";
 constexpr const char* s_stoppingText = "the host is shutting down";
 
@@ -81,6 +84,20 @@ std::string textIn(const JsonValue& object, const std::string& name) {
         throw ApiFault(ECode::RequestInvalid, "\"" + name + "\" is missing, or no text");
     return pValue->text;
 }
+
+/// What comes in pieces ends with the session that has asked for it.
+class OfSession final : public IAnswerBody {
+public:
+    OfSession(std::shared_ptr<IAnswerBody> pBody, const WebSessions& sessions, std::uint64_t session)
+        : m_pBody(std::move(pBody)), m_sessions(sessions), m_session(session) {}
+
+    Piece next() override { return m_sessions.isOpen(m_session) ? m_pBody->next() : Piece(); }
+
+private:
+    const std::shared_ptr<IAnswerBody> m_pBody;
+    const WebSessions& m_sessions;
+    const std::uint64_t m_session;
+};
 
 JsonValue readObject(const std::string& text) {
     JsonValue object = JsonValue::read(text);
@@ -235,8 +252,13 @@ std::optional<ApiAnswer> WebListener::takeOver(std::uint64_t id, Stream& stream,
     Connection& connection = m_connections.at(id);
     if (auto refusal = m_gate.refusal(request, connection.place))
         return refusal;
-    if (pathOf(request) != s_live || request.method != "GET")
-        return ApiFault(ECode::NotFound, std::string("a WebSocket is had by GET ") + s_live).answer();
+    const bool isStream = pathOf(request) == s_stream;
+    if ((pathOf(request) != s_live && !isStream) || request.method != "GET")
+        return ApiFault(ECode::NotFound,
+                        std::string("a WebSocket is had by GET ") + s_live + " or " + s_stream)
+            .answer();
+    if (isStream)
+        connection.stream = request.target;
     connection.token = m_gate.tokenOf(request, connection.place);
     // Elsewhere than on the machine itself strangers do not even get a channel.
     const bool isKnown = m_parts.sessions.isToken(connection.token);
@@ -340,13 +362,13 @@ void WebListener::handle(HttpRequest request, const ApiCaller& connection,
                 .target = std::move(request.target),
                 .contentType = std::move(request.contentType),
                 .body = std::move(request.body),
-                .caller = {.role = session->role,
-                           .name = session->user,
-                           .uid = session->uid,
-                           .session = connection.session,
-                           .place = "web session " + std::to_string(session->id) + " from " +
-                                    place.remoteAddress}},
-               give);
+                .caller = callerOf(*session, m_connections.at(connection.session), connection.session)},
+               [this, give, id = session->id](ApiAnswer given) {
+                   if (given.pMore)
+                       given.pMore =
+                           std::make_shared<OfSession>(std::move(given.pMore), m_parts.sessions, id);
+                   give(std::move(given));
+               });
     } catch (const ApiFault& fault) {
         give(fault.answer());
     } catch (const std::exception& error) {
@@ -354,6 +376,15 @@ void WebListener::handle(HttpRequest request, const ApiCaller& connection,
             << "a request of the web panel is broken off: " << error.what() << std::endl;
         give(ApiFault(ECode::Internal, error.what()).answer());
     }
+}
+
+ApiCaller WebListener::callerOf(const WebSessions::Session& session, const Connection& connection,
+                                std::uint64_t id) const {
+    return {.role = session.role,
+            .name = session.user,
+            .uid = session.uid,
+            .session = id,
+            .place = "web session " + std::to_string(session.id) + " from " + connection.place.remoteAddress};
 }
 
 bool WebListener::mayAct(std::uint64_t session) {
@@ -431,11 +462,56 @@ void WebListener::pageCame(std::uint64_t id, const std::string& message) {
         return;
     }
     connection.isPage = true;
+    if (!connection.stream.empty()) {
+        openStream(id, *session);
+        return;
+    }
     m_channel.join(id, *connection.pPage, *session);
     // It has everything at once, not at the next tick.
     m_channel.tick(Clock::now());
     if (!std::exchange(m_isTicking, true))
         tickLater();
+}
+
+/// What the API answers to it at once, it answers piece by piece.
+void WebListener::openStream(std::uint64_t id, const WebSessions::Session& session) {
+    Connection& connection = m_connections.at(id);
+    const auto pGiven = std::make_shared<ApiAnswer>(ApiAnswer{.status = 500, .body = {}});
+    ApiCall call{.method = "GET",
+                 .target = connection.stream,
+                 .contentType = {},
+                 .body = {},
+                 .caller = callerOf(session, connection, id)};
+    m_call(call, [pGiven](ApiAnswer given) { *pGiven = std::move(given); });
+    if (!pGiven->pMore) {
+        connection.pPage->sendLast(std::make_shared<const std::string>(pGiven->body));
+        return;
+    }
+    connection.pStream = std::make_shared<OfSession>(pGiven->pMore, m_parts.sessions, session.id);
+    if (!std::exchange(m_isTicking, true))
+        tickLater();
+}
+
+bool WebListener::hasStreams() const {
+    return std::any_of(m_connections.begin(), m_connections.end(),
+                       [](const auto& each) { return each.second.pStream != nullptr; });
+}
+
+/// Who has not taken what came before is passed over: the rings keep it for a while.
+void WebListener::tickStreams() {
+    for (auto& [id, connection] : m_connections) {
+        for (int i = 0; connection.pStream && connection.pPage->unsent() == 0 && i < s_piecesPerTick; ++i) {
+            IAnswerBody::Piece piece = connection.pStream->next();
+            if (!piece.text.empty())
+                connection.pPage->send(std::make_shared<const std::string>(std::move(piece.text)));
+            if (piece.next == IAnswerBody::ENext::End) {
+                connection.pStream.reset();
+                connection.pPage->sendLast(LiveChannel::bye("end", "the stream has come to its end"));
+            }
+            if (piece.next != IAnswerBody::ENext::AtOnce)
+                break;
+        }
+    }
 }
 
 void WebListener::pageWent(std::uint64_t id) {
@@ -444,14 +520,16 @@ void WebListener::pageWent(std::uint64_t id) {
 }
 
 void WebListener::tickLater() {
-    if (m_isStopping || m_channel.isEmpty()) {
+    if (m_isStopping || (m_channel.isEmpty() && !hasStreams())) {
         m_isTicking = false;
         return;
     }
     m_ticker.expires_after(m_parts.limits.tick);
     m_ticker.async_wait([this](const Error& cancelled) {
-        if (!cancelled)
+        if (!cancelled && !m_channel.isEmpty())
             m_channel.tick(Clock::now());
+        if (!cancelled)
+            tickStreams();
         tickLater();
     });
 }

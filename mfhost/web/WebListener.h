@@ -80,6 +80,8 @@ private:
         std::function<void()> close;
         std::shared_ptr<LiveConnection> pPage;  ///< of one that has become a page's channel
         std::string token;                      ///< of the request that it began with
+        std::string stream;                     ///< its target, where it asks for the stream
+        std::shared_ptr<IAnswerBody> pStream;   ///< once it is known who asks
         std::function<bool()> isIdle = [] { return false; };
         bool isKnown = false;      ///< a request of a session has come by it
         bool isPage = false;       ///< of a session
@@ -100,6 +102,11 @@ private:
     ApiAnswer endSession(const HttpRequest& request, const WebGate::Connection& place);
     bool mayAct(std::uint64_t session);
 
+    void openStream(std::uint64_t id, const WebSessions::Session& session);
+    void tickStreams();
+    bool hasStreams() const;
+    ApiCaller callerOf(const WebSessions::Session& session, const Connection& connection,
+                       std::uint64_t id) const;
     void pageCame(std::uint64_t id, const std::string& message) override;
     void pageWent(std::uint64_t id) override;
     void tickLater();

@@ -51,6 +51,27 @@ TEST(AnswerHead, HasFurtherFields) {
               "Connection: close\r\n\r\n");
 }
 
+TEST(AnswerHead, WhatComesInPiecesIsInChunksButForTheFormerVersion) {
+    struct Nothing final : IAnswerBody {
+        Piece next() override { return {}; }
+    };
+    ApiAnswer answer;
+    answer.pMore = std::make_shared<Nothing>();
+    EXPECT_EQ(answerHead(answer, false, s_now),
+              "HTTP/1.1 200 OK\r\n"
+              "Date: Mon, 02 Mar 2026 04:05:06 GMT\r\n"
+              "Content-Type: application/json\r\n"
+              "Transfer-Encoding: chunked\r\n"
+              "Cache-Control: no-store\r\n"
+              "Connection: keep-alive\r\n\r\n");
+    EXPECT_EQ(answerHead(answer, true, s_now, true),
+              "HTTP/1.1 200 OK\r\n"
+              "Date: Mon, 02 Mar 2026 04:05:06 GMT\r\n"
+              "Content-Type: application/json\r\n"
+              "Cache-Control: no-store\r\n"
+              "Connection: close\r\n\r\n");
+}
+
 TEST(AnswerHead, WhatHasNotChangedHasNoLength) {
     ApiAnswer answer;
     answer.status = 304;

@@ -994,4 +994,105 @@ TEST_F(ApiServerTest, EndAmongRequestsAndAnswersIsClean) {
     }
 }
 
+/// An answer that the test gives piece by piece.
+class Pieces final : public IAnswerBody {
+public:
+    Piece next() override {
+        const std::lock_guard lock(m_mutex);
+        ++m_asked;
+        return {std::exchange(m_text, {}), m_isOver ? ENext::End : ENext::Later};
+    }
+    void put(const std::string& text, bool isOver = false) {
+        const std::lock_guard lock(m_mutex);
+        m_text += text;
+        m_isOver = isOver;
+    }
+    int asked() const {
+        const std::lock_guard lock(m_mutex);
+        return m_asked;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::string m_text;
+    bool m_isOver = false;
+    int m_asked = 0;
+};
+
+class ApiServerTestInPieces : public ApiServerTest {
+protected:
+    ApiServerTestInPieces() {
+        handler = [this](const ApiCall& call, const Answer& answer) {
+            if (call.target == "/pieces")
+                answer({.contentType = "text/plain", .body = {}, .pMore = pPieces});
+            else
+                answer(echo(call));
+        };
+    }
+    const std::shared_ptr<Pieces> pPieces = std::make_shared<Pieces>();
+};
+
+TEST_F(ApiServerTestInPieces, ComeAsTheyAreThereAndTheConnectionGoesOn) {
+    start();
+    HttpClient client(path());
+    const auto head = client.ask(get("/pieces"));
+    EXPECT_EQ(head.status, 200);
+    EXPECT_EQ(head.field("Transfer-Encoding"), "chunked");
+    EXPECT_EQ(head.field("Content-Length"), "");
+    pPieces->put("first\n");
+    EXPECT_EQ(client.receiveBytes(11), "6\r\nfirst\n\r\n");
+    pPieces->put("the second\n");
+    EXPECT_EQ(client.receiveBytes(16), "b\r\nthe second\n\r\n");
+    pPieces->put("", true);
+    EXPECT_EQ(client.receiveBytes(5), "0\r\n\r\n");
+    EXPECT_EQ(client.ask(get("/a")).body, "GET /a");
+}
+
+TEST_F(ApiServerTestInPieces, OfTheFormerVersionEndWithTheConnection) {
+    start();
+    HttpClient client(path());
+    pPieces->put("first\n");
+    client.send("GET /pieces HTTP/1.0\r\n\r\n");
+    EXPECT_EQ(client.receive().field("Connection"), "close");
+    EXPECT_EQ(client.receiveBytes(6), "first\n");
+    pPieces->put("last\n", true);
+    EXPECT_EQ(client.receiveBytes(5), "last\n");
+    EXPECT_TRUE(client.isAtEnd());
+}
+
+TEST_F(ApiServerTestInPieces, AreNotAskedForAheadOfTheClient) {
+    start();
+    HttpClient client(path());
+    client.ask(get("/pieces"));
+    pPieces->put(std::string(8 << 20, 'x'));
+    ASSERT_TRUE(eventually([&] { return client.isReadable(0ms); }));
+    // The piece does not fit into what the system takes, and none is asked for before it is gone.
+    const int asked = pPieces->asked();
+    HttpClient other(path());
+    for (int i = 0; i < 20; ++i)
+        ASSERT_EQ(other.ask(get("/a")).body, "GET /a");
+    std::this_thread::sleep_for(200ms);
+    EXPECT_LE(pPieces->asked(), asked + 1);
+    EXPECT_EQ(client.receiveBytes((8 << 20) + 8 + 2).size(), std::size_t{8 << 20} + 10);
+    EXPECT_TRUE(eventually([&] { return pPieces->asked() > asked + 1; }));
+}
+
+TEST_F(ApiServerTestInPieces, EndWhenTheClientGoes) {
+    start();
+    {
+        HttpClient client(path());
+        client.ask(get("/pieces"));
+    }
+    EXPECT_TRUE(hasSessions(0));
+}
+
+TEST_F(ApiServerTestInPieces, EndInOrderWhenTheHostStops) {
+    start();
+    HttpClient client(path());
+    client.ask(get("/pieces"));
+    sut->stop();
+    EXPECT_EQ(client.receiveBytes(5), "0\r\n\r\n");
+    EXPECT_TRUE(client.isAtEnd());
+}
+
 }  // namespace

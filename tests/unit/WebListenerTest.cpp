@@ -46,6 +46,15 @@ private:
     std::uint64_t m_now = 0;
 };
 
+/// Gives one line at each look.
+class Lines final : public IAnswerBody {
+public:
+    Piece next() override { return {"line " + std::to_string(++m_last) + "\n", ENext::Later}; }
+
+private:
+    int m_last = 0;
+};
+
 /// A port of this machine, served on a thread as the API's is.
 class WebListenerTest : public testing::Test {
 protected:
@@ -66,6 +75,8 @@ protected:
                 given.body = call.method + " " + call.target + " " + call.caller.name + " " +
                              inWords(call.caller.role) + " " + call.body;
                 asker = call.caller.who();
+                if (call.target.starts_with("/api/v1/stream"))
+                    given = {.body = {}, .pMore = pPieces};
                 answer(given);
             });
         m_pSut->start();
@@ -140,6 +151,7 @@ protected:
     }
 
     LogCapture log;
+    const std::shared_ptr<IAnswerBody> pPieces = std::make_shared<Lines>();
     std::string asker;  ///< of the last request that got to the API
     WebPort port;
     WebPort::Settings settings;
@@ -389,6 +401,44 @@ TEST_F(WebListenerTest, PageOfASessionThatIsEndedIsLetGo) {
     sessions.end(sessions.sessions().at(0).id);
     EXPECT_THAT(pPage->socket.receiveWith("bye"), HasSubstr(R"("code":"revoked")"));
     EXPECT_EQ(pPage->socket.receive(), "");
+}
+
+TEST_F(WebListenerTest, AnswerInPiecesEndsWithItsSession) {
+    start();
+    HttpClient client = connected();
+    const auto head = client.ask(request("GET", "/api/v1/stream?kinds=fid", bearer(token())));
+    EXPECT_EQ(head.field("Transfer-Encoding"), "chunked");
+    EXPECT_EQ(client.receiveBytes(12), "7\r\nline 1\n\r\n");
+    sessions.end(sessions.sessions().at(0).id);
+    std::string rest = client.receiveBytes(5);
+    for (int i = 0; i < 2000 && !rest.ends_with("0\r\n\r\n"); ++i)
+        rest += client.receiveBytes(1);
+    EXPECT_TRUE(rest.ends_with("0\r\n\r\n")) << rest;
+}
+
+TEST_F(WebListenerTest, StreamComesByAWebSocketToo) {
+    start();
+    HttpClient client;
+    WebSocketClient socket;
+    client.connectTo("127.0.0.1", port.address().port);
+    ASSERT_EQ(socket.open(client, "/api/v1/stream?kinds=fid", host()).status, 101);
+    socket.send(authorize(token()));
+    EXPECT_EQ(socket.receive(), "line 1\n");
+    EXPECT_EQ(socket.receive(), "line 2\n");
+    EXPECT_EQ(asker, "anna (web session 1 from 127.0.0.1)");
+    sessions.end(sessions.sessions().at(0).id);
+    EXPECT_THAT(socket.receiveWith("bye"), HasSubstr(R"("code":"end")"));
+}
+
+TEST_F(WebListenerTest, StreamByAWebSocketNeedsASession) {
+    start();
+    HttpClient client;
+    WebSocketClient socket;
+    client.connectTo("127.0.0.1", port.address().port);
+    ASSERT_EQ(socket.open(client, "/api/v1/stream", host()).status, 101);
+    socket.send(authorize("none"));
+    EXPECT_EQ(socket.receive(),
+              R"({"kind":"bye","code":"revoked","text":"a session is needed; mfctl panel opens one"})");
 }
 
 TEST_F(WebListenerTest, PagesAreToldThatTheHostStops) {
