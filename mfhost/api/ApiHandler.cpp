@@ -16,6 +16,7 @@
 #include "Nearest.h"
 #include "PendingAction.h"
 #include "Printable.h"
+#include "StreamFeed.h"
 
 namespace {
 
@@ -82,6 +83,8 @@ struct ApiHandler::Resource {
     /// Of GET; null for what the command thread answers.
     std::string (*pRead)(const ApiReading&, const ApiTarget&, const ApiCall&,
                          const std::string& name) = nullptr;
+    /// Of GET, where the answer comes piece by piece.
+    std::shared_ptr<IAnswerBody> (*pOpen)(const ApiContext&, const ApiTarget&) = nullptr;
     /// Of POST.
     void (ApiActions::*pAct)(const ApiRequest&) const = nullptr;
     /// Of the query, or of the body beside "request" and "timeoutMs".
@@ -97,12 +100,18 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
     using N = const std::string&;
     const auto get = [](std::vector<std::string> path, decltype(Resource::pRead) pRead,
                         std::vector<std::string> known = {}, const char* contentType = ApiAnswer::s_json) {
-        return Resource{std::move(path), "GET", ERole::View, pRead, nullptr, std::move(known), contentType};
+        return Resource{std::move(path), "GET",   ERole::View,      pRead,
+                        nullptr,         nullptr, std::move(known), contentType};
+    };
+    const auto getStream = [](std::vector<std::string> path, decltype(Resource::pOpen) pOpen,
+                              std::vector<std::string> known) {
+        return Resource{std::move(path), "GET",   ERole::View,      nullptr,
+                        pOpen,           nullptr, std::move(known), StreamFeed::s_contentType};
     };
     const auto post = [](std::vector<std::string> path, ERole role, decltype(Resource::pAct) pAct,
                          std::vector<std::string> known = {}) {
         known.insert(known.end(), {"request", "timeoutMs"});
-        return Resource{std::move(path), "POST", role, nullptr, pAct, std::move(known)};
+        return Resource{std::move(path), "POST", role, nullptr, nullptr, pAct, std::move(known)};
     };
     using enum ERole;
     static const std::vector<Resource> s_resources{
@@ -126,6 +135,8 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
         get({"api", "v1", "modules"}, [](R reading, T, C, N) { return reading.modules(); }),
         get({"api", "v1", "log"}, [](R reading, T target, C, N) { return reading.log(target); },
             {"driver", "lines", "level"}),
+        getStream({"api", "v1", "stream"}, &StreamFeed::open,
+                  {"kinds", "drivers", "glob", "from", "last", "level", "lines", "follow"}),
         get({"api", "v1", "sessions"}, [](R reading, T, C, N) { return reading.sessions(); }),
         get({"api", "v1", "history"}, nullptr),
         get({"api", "v1", "history", s_name}, nullptr),
@@ -224,7 +235,10 @@ void ApiHandler::read(const Resource& resource, const ApiTarget& target, const A
     if (!call.body.empty())
         throw ApiFault(ECode::RequestInvalid, "GET takes no body");
     const std::string name = nameIn(resource.path, target.path);
-    if (resource.pRead)
+    if (resource.pOpen)
+        pAnswer->give(
+            {.contentType = resource.contentType, .body = {}, .pMore = resource.pOpen(m_context, target)});
+    else if (resource.pRead)
         pAnswer->give(
             {.contentType = resource.contentType, .body = resource.pRead(m_reading, target, call, name)});
     else

@@ -136,9 +136,26 @@ int main(int argc, char** argv) {
     sal::LogManager log({.level = 0, .file = {}, .tag = {}});
     ApiHost host(RestartPlan::Settings{});
     fill(host);
+    std::string error;
+    const auto pRing =
+        stream::StreamRing::create({.path = {},
+                                    .sizes = {stream::StreamRing::s_smallest, stream::StreamRing::s_smallest},
+                                    .instance = "i1"},
+                                   Observation::now(), error);
+    Observation observation(*pRing);
+    const stream::StreamSource source(*pRing);
+    const RecordedStream recorded(source, observation.keys());
+    host.pRecorded = &recorded;
+    observation.started("AXIS1", 42, "");
     ApiHandler handler(host.context());
     handler.handle(call, [](const ApiAnswer& answer) {
-        std::cout << answer.body << "\n" << answer.status << std::flush;
+        std::cout << answer.body;
+        IAnswerBody::Piece piece{{}, answer.pMore ? IAnswerBody::ENext::AtOnce : IAnswerBody::ENext::End};
+        while (piece.next == IAnswerBody::ENext::AtOnce) {
+            piece = answer.pMore->next();
+            std::cout << piece.text;
+        }
+        std::cout << "\n" << answer.status << std::flush;
     });
     deliver(host);
     host.runPosted();

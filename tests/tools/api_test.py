@@ -59,7 +59,8 @@ def target(path, parameters, names=()):
     for each in parameters:
         if each["in"] == "path":
             path = path.replace("{" + each["name"] + "}", str(each["example"]))
-    query = [f"{each['name']}={each['example']}" for each in parameters if each["name"] in names]
+    query = [f"{each['name']}={each['example']}" for each in parameters
+             if each["name"] in names or each.get("x-always")]
     return path + ("?" + "&".join(query) if query else "")
 
 
@@ -125,7 +126,7 @@ class Document(unittest.TestCase):
         source = (ROOT / "mfhost" / "api" / "ApiHandler.cpp").read_text()
         table = source[source.index("s_resources{"):source.index("return s_resources")]
         found = {}
-        for method, path, rest in re.findall(r"\b(get|post)\(\s*\{([^}]*)\},?(.*?)\)(?:,\n(?=        (?:get|post)\()|,\n    \})",
+        for method, path, rest in re.findall(r"\b(get|post)(?:Stream)?\(\s*\{([^}]*)\},?(.*?)\)(?:,\n(?=        (?:get|post))|,\n    \})",
                                              table, re.S):
             words = [word.strip().strip('"') for word in path.split(",")]
             known = re.findall(r"\{([^{}]*)\}$", rest.strip())
@@ -199,7 +200,7 @@ class Answers(unittest.TestCase):
         for path, method, _, parameters in operations():
             with self.subTest(path=path, method=method):
                 place = target(path, parameters)
-                self.error("request-invalid", 400, send(method, place + "?nobody=1", None if method == "get" else "{}"))
+                self.error("request-invalid", 400, send(method, place + ("&" if "?" in place else "?") + "nobody=1", None if method == "get" else "{}"))
                 if method == "post":
                     answer = self.error("request-invalid", 400, send(method, place, '{"nobody":1}'))
                     self.assertIn('"nobody"', answer["text"])
