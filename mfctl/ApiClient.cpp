@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <random>
+#include <string_view>
 #include <thread>
+#include <utility>
 
 #include "ControlError.h"
 
@@ -79,7 +81,12 @@ ApiClient::Reply ApiClient::exchange(const std::string& method, const std::strin
         wasBroken = true;
         std::this_thread::sleep_for(s_pause);
     }
-    const bool isAction = method == "POST";
+    check(answer, wasBroken, method == "POST", limit);
+    return replyOf(std::move(answer));
+}
+
+void ApiClient::check(const HttpConnection::Answer& answer, bool wasBroken, bool isAction,
+                      Milliseconds limit) const {
     switch (answer.fault) {
         case HttpConnection::EFault::None:
             break;
@@ -98,6 +105,9 @@ ApiClient::Reply ApiClient::exchange(const std::string& method, const std::strin
                                "the host at " + socket() + " broke the connection off: " + answer.reason +
                                    (isAction ? "; whether it has done what was asked is not known" : ""));
     }
+}
+
+ApiClient::Reply ApiClient::replyOf(HttpConnection::Answer answer) const {
     Reply reply{answer.status, std::move(answer.body), {}};
     reply.json = Json::parse(reply.body, nullptr, false);
     if (reply.json.is_discarded())
@@ -108,4 +118,28 @@ ApiClient::Reply ApiClient::exchange(const std::string& method, const std::strin
                                               std::to_string(reply.status) +
                                               (isSuccess ? " without a JSON object" : ""));
     return reply;
+}
+
+ApiClient::Reply ApiClient::follow(const std::string& target,
+                                   const std::function<bool(const std::string& line)>& take,
+                                   HttpConnection::Clock::time_point end) {
+    std::string line;
+    const auto takePiece = [&](std::string_view piece) {
+        while (!piece.empty()) {
+            const std::size_t size = std::min(piece.find('\n'), piece.size());
+            line += piece.substr(0, size);
+            if (size == piece.size())
+                return true;
+            piece.remove_prefix(size + 1);
+            if (!take(std::exchange(line, {})))
+                return false;
+        }
+        return true;
+    };
+    HttpConnection::Answer answer =
+        m_connection.follow("/api/v1" + target, takePiece, HttpConnection::Clock::now() + s_usualLimit, end);
+    check(answer, false, false, s_usualLimit);
+    if (answer.status == 200)
+        return {answer.status, {}, Json::object()};
+    return replyOf(std::move(answer));
 }

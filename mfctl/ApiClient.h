@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -31,6 +32,11 @@ public:
     /// is 202 where it goes on after that.
     Reply post(const std::string& target, Json members, Milliseconds limit = s_usualLimit);
 
+    /// The lines of an answer that may have no end, each as it comes, until it ends or no more is wanted. An
+    /// error comes back whole; its lines are none. end is when all of it is to be there.
+    Reply follow(const std::string& target, const std::function<bool(const std::string& line)>& take,
+                 HttpConnection::Clock::time_point end);
+
     const std::string& socket() const { return m_connection.path(); }
     /// How often it has connected: where that changes, another host may answer.
     unsigned connections() const { return m_connection.connections(); }
@@ -46,6 +52,8 @@ public:
     static std::string encoded(const std::string& text);
 
 private:
+    void check(const HttpConnection::Answer& answer, bool wasBroken, bool isAction, Milliseconds limit) const;
+    Reply replyOf(HttpConnection::Answer answer) const;
     Reply exchange(const std::string& method, const std::string& target, const std::string& body,
                    Milliseconds limit);
 

@@ -17,6 +17,7 @@
 #include "DebugCommand.h"
 #include "DoctorCommand.h"
 #include "DriverCommands.h"
+#include "EventCommand.h"
 #include "LogCommand.h"
 #include "MonitorCommand.h"
 #include "Nearest.h"
@@ -66,6 +67,8 @@ struct Words {
     DoctorCommand::Choice doctor;
     RecordingSearch::Choice recording;
     MonitorCommand::Choice monitor;
+    std::string wire;
+    EventCommand::Choice events;
     RecordingCommands::Choice records;
     RecordingExport::Choice exported;
     RecordingKeep::Choice kept;
@@ -182,6 +185,20 @@ void addDriverCommands(Commands& commands, Words& words) {
     addChange("start", "start a driver that was stopped, or that has ended for good", "unpark");
 }
 
+/// Which records are wanted.
+void addStreamOptions(CLI::App& app, StreamChoice& choice) {
+    app.add_option(
+           "--driver", choice.drivers,
+           "only of drivers that match; a FID is its sender's and its receiver's; \"host\" is the host")
+        ->type_name("GLOB")
+        ->allow_extra_args(false);
+    app.add_option("--kind", choice.kinds, "only of these kinds, such as value, fid, exit, log")
+        ->type_name("KIND")
+        ->allow_extra_args(false);
+    app.add_option("--glob", choice.glob, "only about what matches: names of values, functions, texts")
+        ->type_name("GLOB");
+}
+
 void addValueCommands(Commands& commands, Words& words) {
     auto* pState = commands.addRemote("state", "list the state values", [&](RemoteControl& control) {
         StateCommands state(control);
@@ -233,8 +250,20 @@ void addValueCommands(Commands& commands, Words& words) {
     });
     pEvent->add_option("id", words.key)->type_name("ID")->required();
     pEvent->add_option("value", words.value)->type_name("VALUE");
-    commands.addRemote("events", "list the last events",
-                       [](RemoteControl& control) { return StateCommands(control).events(); });
+    auto* pEvents = commands.addRemote(
+        "events", "list what has happened last: function IDs, events, commands, starts and ends of drivers",
+        [&](RemoteControl& control) {
+            // What is wrong with the line is told before a host is asked.
+            words.events.what.filter();
+            words.events.follows = words.follows;
+            return EventCommand(control).show(words.events);
+        });
+    addStreamOptions(*pEvents, words.events.what);
+    pEvents->add_option("-n,--lines", words.events.lines, "how many (default 50)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1000).description(""));
+    pEvents->add_flag("-f,--follow", words.follows,
+                      "then print what comes, until Ctrl-C; waits for a host that goes");
     commands.addRemote("macros", "list the macros",
                        [](RemoteControl& control) { return OverviewCommands(control).macros(); });
     auto* pMacro = commands.addRemote("macro", "play a macro", [&](RemoteControl& control) {
@@ -349,20 +378,6 @@ void addHostCommands(Commands& commands, Words& words, const Screen& screen) {
 void addRingOption(CLI::App& app, Words& words) {
     app.add_option("--ring", words.recording.ring, "this file of rings, whatever hosts there are")
         ->type_name("FILE");
-}
-
-/// Which records are wanted.
-void addStreamOptions(CLI::App& app, StreamChoice& choice) {
-    app.add_option(
-           "--driver", choice.drivers,
-           "only of drivers that match; a FID is its sender's and its receiver's; \"host\" is the host")
-        ->type_name("GLOB")
-        ->allow_extra_args(false);
-    app.add_option("--kind", choice.kinds, "only of these kinds, such as value, fid, exit, log")
-        ->type_name("KIND")
-        ->allow_extra_args(false);
-    app.add_option("--glob", choice.glob, "only about what matches: names of values, functions, texts")
-        ->type_name("GLOB");
 }
 
 void addRecordingCommands(Commands& commands, Words& words, const Screen& screen) {

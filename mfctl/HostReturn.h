@@ -18,9 +18,10 @@ public:
     /// holds no more.
     bool isAnother() const { return m_isAnother; }
 
-private:
+    /// Says why it is gone, and waits until it answers.
     void awaitHost(const std::string& reason);
 
+private:
     ApiClient& m_client;
     const Screen& m_screen;
     std::string m_instance;

@@ -6,8 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <boost/beast/core/buffers_prefix.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/buffer_body.hpp>
+#include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/string_body.hpp>
@@ -17,6 +20,7 @@
 #include <sstream>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 namespace http = boost::beast::http;
 namespace asio = boost::asio;
@@ -116,6 +120,27 @@ error_code sendAll(int socket, std::string_view bytes, HttpConnection::Clock::ti
     return {};
 }
 
+HttpConnection::Answer faultOf(const error_code& error) {
+    using EFault = HttpConnection::EFault;
+    const bool isLate = error == systemError(ETIMEDOUT);
+    return {isLate ? EFault::Late : EFault::Broken, isLate ? "no answer" : error.message(), 0, {}};
+}
+
+/// The rest of an answer, whole.
+HttpConnection::Answer receive(DeadlineStream& stream, boost::beast::flat_buffer& buffer,
+                               http::response_parser<http::string_body>& parser) {
+    error_code error;
+    parser.body_limit(s_largestBody);
+    http::read(stream, buffer, parser, error);
+    if (error)
+        return faultOf(error);
+    HttpConnection::Answer answer;
+    answer.status = parser.get().result_int();
+    answer.body = std::move(parser.get().body());
+    answer.isLast = !parser.get().keep_alive();
+    return answer;
+}
+
 }  // namespace
 
 HttpConnection::Answer HttpConnection::exchange(const std::string& method, const std::string& target,
@@ -126,7 +151,7 @@ HttpConnection::Answer HttpConnection::exchange(const std::string& method, const
             return answer;
     }
     Answer answer = converse(method, target, body, deadline);
-    if (answer.fault != EFault::None)
+    if (answer.fault != EFault::None || answer.isLast)
         m_socket.reset();
     return answer;
 }
@@ -163,12 +188,8 @@ HttpConnection::Answer HttpConnection::connect(Clock::time_point deadline) {
     return {};
 }
 
-HttpConnection::Answer HttpConnection::converse(const std::string& method, const std::string& target,
-                                                const std::string& body, Clock::time_point deadline) {
-    const auto fault = [](const error_code& error) -> Answer {
-        const bool isLate = error == systemError(ETIMEDOUT);
-        return {isLate ? EFault::Late : EFault::Broken, isLate ? "no answer" : error.message(), 0, {}};
-    };
+HttpConnection::Answer HttpConnection::send(const std::string& method, const std::string& target,
+                                            const std::string& body, Clock::time_point deadline) {
     http::request<http::string_body> request;
     request.method_string(method);
     request.target(target);
@@ -180,21 +201,60 @@ HttpConnection::Answer HttpConnection::converse(const std::string& method, const
     request.prepare_payload();
     std::ostringstream text;
     text << request;
-    if (const error_code error = sendAll(m_socket.get(), text.str(), deadline))
-        return fault(error);
+    const error_code error = sendAll(m_socket.get(), text.str(), deadline);
+    return error ? faultOf(error) : Answer();
+}
 
+HttpConnection::Answer HttpConnection::converse(const std::string& method, const std::string& target,
+                                                const std::string& body, Clock::time_point deadline) {
+    if (const Answer fault = send(method, target, body, deadline); fault.fault != EFault::None)
+        return fault;
     DeadlineStream stream(m_socket.get(), deadline);
-    error_code error;
     boost::beast::flat_buffer buffer;
     http::response_parser<http::string_body> parser;
-    parser.body_limit(s_largestBody);
-    http::read(stream, buffer, parser, error);
-    if (error)
-        return fault(error);
+    return receive(stream, buffer, parser);
+}
+
+HttpConnection::Answer HttpConnection::follow(const std::string& target, const Take& take,
+                                              Clock::time_point deadline, Clock::time_point end) {
     Answer answer;
-    answer.status = parser.get().result_int();
-    answer.body = std::move(parser.get().body());
-    if (!parser.get().keep_alive())
-        m_socket.reset();
+    if (!m_socket)
+        answer = connect(deadline);
+    if (answer.fault == EFault::None)
+        answer = send("GET", target, {}, deadline);
+    if (answer.fault == EFault::None)
+        answer = receivePieces(take, deadline, end);
+    // What the host goes on to send is of no use.
+    m_socket.reset();
     return answer;
+}
+
+HttpConnection::Answer HttpConnection::receivePieces(const Take& take, Clock::time_point deadline,
+                                                     Clock::time_point end) {
+    DeadlineStream heads(m_socket.get(), deadline);
+    error_code error;
+    boost::beast::flat_buffer buffer;
+    http::response_parser<http::empty_body> head;
+    http::read_header(heads, buffer, head, error);
+    if (error)
+        return faultOf(error);
+    if (head.get().result() != http::status::ok) {
+        http::response_parser<http::string_body> whole(std::move(head));
+        return receive(heads, buffer, whole);
+    }
+    DeadlineStream pieces(m_socket.get(), end);
+    http::response_parser<http::buffer_body> parser(std::move(head));
+    parser.body_limit(boost::none);
+    std::array<char, 65536> piece{};
+    while (!parser.is_done()) {
+        auto& body = parser.get().body();
+        body.data = piece.data();
+        body.size = piece.size();
+        http::read_some(pieces, buffer, parser, error);
+        if (error && error != http::error::need_buffer)
+            return faultOf(error);
+        if (!take({piece.data(), piece.size() - body.size}))
+            break;
+    }
+    return {EFault::None, {}, head.get().result_int(), {}};
 }

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "UniqueFd.h"
 
@@ -23,6 +25,7 @@ public:
         std::string reason;  ///< the system's words; empty for None
         unsigned status = 0;
         std::string body;
+        bool isLast = false;  ///< the connection ends after it
     };
 
     explicit HttpConnection(std::string socket) : m_path(std::move(socket)) {}
@@ -32,12 +35,23 @@ public:
     Answer exchange(const std::string& method, const std::string& target, const std::string& body,
                     Clock::time_point deadline);
 
+    /// Takes a piece of a body; false where it wants no more.
+    using Take = std::function<bool(std::string_view piece)>;
+    /// Sends a GET and hands over the body of its answer as it comes, until it ends, no more is wanted or the
+    /// connection breaks off. The answer's head comes before the deadline, all of it before the other one. An
+    /// answer of another status than 200 is not handed over but comes back whole.
+    Answer follow(const std::string& target, const Take& take, Clock::time_point deadline,
+                  Clock::time_point end);
+
     const std::string& path() const { return m_path; }
     /// How often it has connected.
     unsigned connections() const { return m_connections; }
 
 private:
     Answer connect(Clock::time_point deadline);
+    Answer send(const std::string& method, const std::string& target, const std::string& body,
+                Clock::time_point deadline);
+    Answer receivePieces(const Take& take, Clock::time_point deadline, Clock::time_point end);
     Answer converse(const std::string& method, const std::string& target, const std::string& body,
                     Clock::time_point deadline);
 

@@ -6,7 +6,9 @@
 
 #include "ControlError.h"
 #include "HostReturn.h"
+#include "HostStream.h"
 #include "LogText.h"
+#include "StreamPrinter.h"
 
 namespace {
 
@@ -44,6 +46,34 @@ std::size_t LogCommand::known(const std::vector<std::string>& before, const std:
 }
 
 EExit LogCommand::follow(const Choice& choice) {
+    const Screen& screen = m_control.screen();
+    std::string query = "kinds=log,output";
+    if (!choice.driver.empty())
+        query += "&drivers=" + ApiClient::encoded(choice.driver);
+    if (choice.level > 0)
+        query += "&level=" + std::to_string(choice.level);
+    // Who is asked for a driver that there is not says so.
+    if (!choice.driver.empty()) {
+        const ApiClient::Reply reply = m_control.client().get(target(choice, 1));
+        if (reply.isError())
+            throw ControlError(RemoteControl::errorExit(reply), RemoteControl::errorText(reply));
+    }
+    const auto print = [&](const JsonView& record, const std::string& json) {
+        if (m_control.asJson())
+            screen.out << json << std::endl;
+        else if (record.text("kind") == "gap")
+            screen.out << screen.coloured(StreamPrinter::colourOf("gap"), record.text("line")) << std::endl;
+        else
+            screen.out << logText(record, screen) << std::endl;
+        return static_cast<bool>(screen.out);
+    };
+    if (HostStream(m_control.client(), screen).read(query, choice.lines, true, print))
+        return EExit::Failed;
+    return poll(choice);
+}
+
+/// Of a host that does not record.
+EExit LogCommand::poll(const Choice& choice) {
     const Screen& screen = m_control.screen();
     HostReturn host(m_control.client(), screen);
     std::vector<std::string> before;

@@ -24,5 +24,7 @@ public:
     static std::size_t known(const std::vector<std::string>& before, const std::vector<std::string>& now);
 
 private:
+    EExit poll(const Choice& choice);
+
     RemoteControl& m_control;
 };

@@ -2,16 +2,12 @@
 
 #include "ControlError.h"
 
-namespace {
-
-std::string joined(const std::vector<std::string>& words) {
+std::string StreamChoice::joined(const std::vector<std::string>& words) {
     std::string text;
     for (const std::string& word : words)
         text += (text.empty() ? "" : ",") + word;
     return text;
 }
-
-}  // namespace
 
 stream::StreamFilter StreamChoice::filter() const {
     stream::StreamFilter filter;

@@ -33,7 +33,7 @@ _mfctl() {
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" place=0 i
     local commands="drivers driver reload stop start debug state send set unset event events macros macro check plan apply
         history diff undo health log queues panel pair sessions attach shutdown monitor recording doctor keygen sign verify new-driver"
-    local common="--help --host --json" stream="--driver --kind --glob --ring" options=""
+    local common="--help --host --json" stream="--driver --kind --glob" options=""
     local kinds="value event fid command start exit hang restart configuration log output stale merged mark wire gap"
     COMPREPLY=()
 
@@ -120,12 +120,13 @@ _mfctl() {
         set) options="$common --type" ;;
         plan) options="$common --exit-code" ;;
         log) options="$common -n --lines --level -f --follow" ;;
-        monitor) options="$common $stream --from --date --count" ;;
+        events) options="$common $stream -n --lines -f --follow" ;;
+        monitor) options="$common $stream --ring --from --date --count" ;;
         recording) options="--help" ;;
         "recording list") options="$common --ring --directory" ;;
-        "recording show") options="$common $stream --directory --from --to --until --count" ;;
-        "recording stats" | "recording diff") options="$common $stream --directory --from --to --until" ;;
-        "recording export") options="$common $stream --directory --from --until --to --output --redact" ;;
+        "recording show") options="$common $stream --ring --directory --from --to --until --count" ;;
+        "recording stats" | "recording diff") options="$common $stream --ring --directory --from --to --until" ;;
+        "recording export") options="$common $stream --ring --directory --from --until --to --output --redact" ;;
         "recording keep") options="$common --ring --directory --note --before --output" ;;
         pair) options="$common --role" ;;
         doctor) options="$common --stacks --bundle" ;;

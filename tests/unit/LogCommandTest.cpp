@@ -62,3 +62,30 @@ TEST_F(LogCommandTest, FollowPrintsTheLastLinesAndWhatComes) {
     m_host.answer("GET /log?lines=500", lines({7, 8}));
     EXPECT_TRUE(program.waitForLog("mfctl: more lines came than the host keeps; some are missing here\n"));
 }
+
+TEST_F(LogCommandTest, FollowReadsTheStreamOfAHostThatRecords) {
+    m_host.answer("GET /log?lines=1&driver=LAMP&level=3", lines({}));
+    m_host.answer("GET /stream?kinds=log,output&drivers=LAMP&level=3&lines=1&last=2",
+                  R"({"kind":"log","time":"2026-11-22T12:00:01.000000Z","driver":"LAMP","level":2,)"
+                  R"("output":"HOST","text":"hot","line":"x","cursor":"i1:both:5"})"
+                  "\n"
+                  R"({"kind":"output","time":"2026-11-22T12:00:02.000000Z","driver":"LAMP","text":"bare"})"
+                  "\n"
+                  R"({"kind":"gap","count":3,"line":"gap: 3 records"})"
+                  "\n");
+    const HostProcess program({MFD_MFCTL,
+                               {"--host", m_host.path(), "log", "LAMP", "-f", "-n", "2", "--level", "3"},
+                               {{"TZ", "UTC"}},
+                               m_directory.path()});
+    EXPECT_TRUE(program.waitForOutput("12:00:01 error HOST LAMP  hot\n12:00:02 LAMP  bare\ngap: 3 records\n"))
+        << program.log();
+}
+
+TEST_F(LogCommandTest, FollowOfADriverThatThereIsNotSaysSo) {
+    m_host.answer(
+        "GET /log?lines=1&driver=LAMP",
+        R"({"error":{"code":"driver-unknown","text":"there is no driver LAMP","nearest":["LAMP1"]}})", 404);
+    auto remote = control();
+    EXPECT_EQ(std::pair(EExit::Failed, std::string("there is no driver LAMP; did you mean LAMP1?")),
+              errorOf([&] { LogCommand(remote).follow({.driver = "LAMP"}); }));
+}
