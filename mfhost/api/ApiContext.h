@@ -12,6 +12,7 @@
 #include "AlarmList.h"
 #include "ApiCall.h"
 #include "CommandActivity.h"
+#include "DeliveryTimes.h"
 #include "DescriptorCatalogue.h"
 #include "DriverTable.h"
 #include "FIDParameterList.h"
@@ -124,6 +125,8 @@ struct ApiContext {
     /// In byte order of the IDs.
     std::function<std::vector<ApiReports>()> reports;
     std::function<std::vector<sal::MessageQueue::Status>()> queues;
+    /// How long messages stood in them; none where nothing is recorded.
+    std::function<std::vector<DeliveryTimes::Histogram>()> deliveries;
     /// How many are in sight.
     std::function<std::size_t()> alarms;
     std::function<std::vector<AlarmList::Alarm>()> alarmList;

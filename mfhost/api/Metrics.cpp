@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "MetricsText.h"
@@ -48,6 +49,14 @@ constexpr Family s_waiting{"mf_queue_waiting_seconds", "gauge",
                            "How long a sender of the host has been waiting for room; 0 for none."};
 constexpr Family s_fids{"mf_fids_total", "counter",
                         "FIDs sent by the API and by commands, by what became of them."};
+constexpr Family s_delivery{"mf_delivery_seconds", "histogram",
+                            "How long messages stand in the queue of a driver process, from samples."};
+constexpr Family s_received{"mf_updates_received_total", "counter",
+                            "Values and events that the driver has reported."};
+constexpr Family s_merged{"mf_updates_merged_total", "counter",
+                          "Those of them that were merged with later ones before they were delivered."};
+constexpr Family s_lapped{"mf_stream_lapped_total", "counter",
+                          "Records of the stream that were overwritten before the reader came to them."};
 constexpr Family s_updates{"mf_updates_delivered_total", "counter",
                            "Values and events named after the driver that have reached the panel's state."};
 constexpr Family s_values{"mf_values", "gauge", "Values of the driver in the panel's state."};
@@ -90,8 +99,11 @@ std::string Metrics::text() const {
     writeRestarts(text, drivers);
     writeCalls(text);
     writeQueues(text);
+    writeDeliveries(text);
     writeFids(text);
+    writeReports(text, drivers);
     writeValues(text, drivers);
+    writeStream(text);
     writeApi(text);
     return text.take();
 }
@@ -176,6 +188,42 @@ void Metrics::writeQueues(MetricsText& text) const {
     write(s_bytes, [](const auto& queue) { return queue.bytes; });
     write(s_waits, [](const auto& queue) { return queue.waits; });
     write(s_waiting, [](const auto& queue) { return queue.waitingForMs / 1000.0; });
+}
+
+void Metrics::writeDeliveries(MetricsText& text) const {
+    text.begin(s_delivery);
+    for (const DeliveryTimes::Histogram& histogram : m_context.deliveries()) {
+        const std::string driverID = protocol::ownerOf(histogram.queue);
+        const bool isInput = !protocol::receiverOf(histogram.queue).empty();
+        if (!driverID.empty())
+            text.histogram({{"driver", driverID}, {"direction", isInput ? "in" : "out"}},
+                           DeliveryTimes::s_bounds, histogram.counts, histogram.sum);
+    }
+}
+
+/// What was merged on the way is known only where it is recorded.
+void Metrics::writeReports(MetricsText& text, const Drivers& drivers) const {
+    if (!m_context.pRecorded)
+        return;
+    std::map<std::string, ApiReports> all;
+    for (ApiReports& reports : m_context.reports())
+        all.emplace(reports.driverID, reports);
+    text.begin(s_received);
+    for (const DriverTable::Driver& driver : drivers)
+        text.sample({{"driver", driver.id}}, all[driver.id].received);
+    text.begin(s_merged);
+    for (const DriverTable::Driver& driver : drivers)
+        text.sample({{"driver", driver.id}}, all[driver.id].merged);
+}
+
+void Metrics::writeStream(MetricsText& text) const {
+    using EReader = RecordedStream::EReader;
+    text.begin(s_lapped);
+    if (!m_context.pRecorded)
+        return;
+    for (const auto& [reader, pName] :
+         {std::pair(EReader::Recorder, "recorder"), {EReader::Panel, "panel"}, {EReader::Client, "client"}})
+        text.sample({{"reader", pName}}, m_context.pRecorded->lapped(reader));
 }
 
 void Metrics::writeFids(MetricsText& text) const {

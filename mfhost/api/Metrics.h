@@ -24,6 +24,9 @@ private:
     void writeRestarts(MetricsText& text, const Drivers& drivers) const;
     void writeCalls(MetricsText& text) const;
     void writeQueues(MetricsText& text) const;
+    void writeDeliveries(MetricsText& text) const;
+    void writeReports(MetricsText& text, const Drivers& drivers) const;
+    void writeStream(MetricsText& text) const;
     void writeFids(MetricsText& text) const;
     void writeValues(MetricsText& text, const Drivers& drivers) const;
     void writeApi(MetricsText& text) const;

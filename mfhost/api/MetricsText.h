@@ -3,6 +3,7 @@
 #include <concepts>
 #include <cstdint>
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -18,7 +19,7 @@ public:
     /// All are the program's own and written as they are; none comes twice.
     struct Family {
         const char* name;
-        const char* type;  ///< "counter" or "gauge"
+        const char* type;  ///< "counter", "gauge" or "histogram"
         const char* help;
     };
 
@@ -37,11 +38,16 @@ public:
     /// The fewest digits that mean this number.
     void sample(Labels labels, double value);
 
+    /// A histogram: how many there were within each bound and beyond the last one, each alone, and their sum.
+    void histogram(Labels labels, std::span<const double> bounds, std::span<const std::uint64_t> counts,
+                   double sum);
+
     /// What was written; nothing is left.
     std::string take() { return std::exchange(m_text, {}); }
 
 private:
-    void add(Labels labels, std::string_view value);
+    void add(Labels labels, std::string_view value, std::string_view suffix = {},
+             std::string_view bound = {});
 
     std::string m_text;
     const Family* m_pFamily = nullptr;

@@ -170,6 +170,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
              .log = m_log,
              .senders = m_fidSenders,
              .fids = m_fidCounts,
+             .deliveries = m_deliveries,
              .pRecorder = m_pRecorder.get(),
              .ring = m_ringPlace.path(),
              .lookForEnds = [this] { m_supervisor.lookForEnds(); },
@@ -270,7 +271,10 @@ int Host::run() {
     sal::Directory::setFileFilter(&WorkplaceAdmission::acceptsDescriptor);
 
     if (m_pRecorder)
-        m_pRecorder->start([this] { m_store.recordHeldBack(); });
+        m_pRecorder->start([this] {
+            m_store.recordHeldBack();
+            m_deliveries.look(sal::MessageQueue::statuses(), DeliveryTimes::Clock::now());
+        });
     m_errors.start();
     m_supervisor.start();
     startApi();

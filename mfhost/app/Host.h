@@ -10,6 +10,7 @@
 #include "CommandShell.h"
 #include "CommandThread.h"
 #include "Console.h"
+#include "DeliveryTimes.h"
 #include "DriverCallWatch.h"
 #include "DriverErrors.h"
 #include "DriverNews.h"
@@ -93,6 +94,7 @@ private:
     ServiceManager& m_service;
     LineOwner& m_lineOwner;
     RingPlace& m_ringPlace;
+    DeliveryTimes m_deliveries;             ///< taken by the recorder
     std::unique_ptr<Recorder> m_pRecorder;  ///< none where there is no memory for it
     StateStore m_store;
     AlarmList m_alarms;

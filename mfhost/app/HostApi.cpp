@@ -169,6 +169,7 @@ ApiContext HostApi::context() {
             .changes = [this](const auto& glob, auto since) { return m_parts.store.changes(glob, since); },
             .reports = [this] { return reports(); },
             .queues = [] { return sal::MessageQueue::statuses(); },
+            .deliveries = [this] { return m_parts.deliveries.histograms(); },
             .alarms = [this] { return m_parts.alarms.inSight(); },
             .alarmList = [this] { return m_parts.alarms.alarms(); },
             .acknowledge = [this](const std::string& key) { return m_parts.alarms.acknowledge(key); },

@@ -15,6 +15,7 @@
 #include "CommandThread.h"
 #include "ControlSocket.h"
 #include "Deadlines.h"
+#include "DeliveryTimes.h"
 #include "DriverTable.h"
 #include "FidCounts.h"
 #include "FidSenders.h"
@@ -43,6 +44,7 @@ public:
         const LogMemory& log;
         FidSenders& senders;
         const FidCounts& fids;
+        const DeliveryTimes& deliveries;
         Recorder* pRecorder = nullptr;  ///< null where nothing is recorded
         std::string ring = {};          ///< the file of the stream; empty for none
         std::function<void()> lookForEnds;

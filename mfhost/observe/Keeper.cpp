@@ -194,6 +194,8 @@ void Keeper::keep(const stream::StreamRecord& record, Clock::time_point now) {
 
 void Keeper::missed(const stream::StreamGap& gap, Clock::time_point now) {
     m_lost += gap.count;
+    if (gap.reason == stream::StreamGap::EReason::Lapped)
+        m_lapped += gap.count;
     keep(recordOf(static_cast<std::uint32_t>(gap.reason), gap), now);
 }
 

@@ -51,6 +51,9 @@ public:
     /// limit, or of a frame that the disk did not take. Values that were followed by newer ones are none.
     std::uint64_t lost() const { return m_lost; }
 
+    /// Of these, lapped before they were read.
+    std::uint64_t lapped() const { return m_lapped; }
+
     /// The segments of a directory, oldest first; none where it cannot be read.
     static std::vector<std::string> segments(const std::string& directory);
 
@@ -88,5 +91,6 @@ private:
     std::uint64_t m_firstLimited = 0;
     stream::Time m_last;
     std::uint64_t m_lost = 0;
+    std::uint64_t m_lapped = 0;
     std::string m_fault;  ///< why the disk takes nothing; told once
 };

@@ -97,8 +97,11 @@ void Recorder::round(bool isLast) {
         if (m_seconds.size() > most + s_spareSeconds)
             m_seconds.pop_front();
     }
-    if (m_pKeeper)
+    if (m_pKeeper) {
+        const std::uint64_t before = m_pKeeper->lapped();
         m_pKeeper->step(now);
+        m_recorded.addLapped(RecordedStream::EReader::Recorder, m_pKeeper->lapped() - before);
+    }
     takeIncidents(now);
     // What has not been copied at the end has no later moment.
     do {

@@ -66,6 +66,7 @@ public:
                 },
             .reports = [this] { return reports; },
             .queues = [this] { return queues; },
+            .deliveries = [this] { return deliveries; },
             .alarms = [this] { return alarms; },
             .alarmList = [this] { return alarmList; },
             .acknowledge =
@@ -184,6 +185,7 @@ public:
     StateStore::Changes changes;
     std::vector<ApiReports> reports;
     std::vector<sal::MessageQueue::Status> queues;
+    std::vector<DeliveryTimes::Histogram> deliveries;
     std::size_t alarms = 0;
     std::vector<AlarmList::Alarm> alarmList;
     std::vector<std::string> macroNames;

@@ -62,6 +62,7 @@ void fill(ApiHost& host) {
         .refusal = "", .code = "123456", .url = "http://127.0.0.1:8080", .validFor = std::chrono::minutes(2)};
     host.fids = {{.driverID = "AXIS1", .outcome = "delivered", .fids = 3}};
     host.answers = {{200, 5}};
+    host.deliveries = {{.queue = "AXIS1_INQ", .counts = {3, 1}, .sum = 0.03}};
     host.drivers.callBegins("LAMP", "initialize");
     host.store.setStateValue("AXIS1.LABEL", "left");
     host.store.setStateValueInt("AXIS1.TURNS", -7);

@@ -22,6 +22,19 @@ using Lines = std::vector<std::string>;
 
 constexpr std::chrono::hours s_pause{1};
 
+/// What a host that records has.
+struct RecordedRing {
+    std::string error;
+    std::unique_ptr<stream::StreamRing> pRing =
+        stream::StreamRing::create({.path = {},
+                                    .sizes = {stream::StreamRing::s_smallest, stream::StreamRing::s_smallest},
+                                    .instance = "i1"},
+                                   Observation::now(), error);
+    Observation observation{*pRing};
+    stream::StreamSource source{*pRing};
+    RecordedStream recorded{source, observation.keys()};
+};
+
 class MetricsTest : public testing::Test {
 protected:
     MetricsTest() {
@@ -62,7 +75,7 @@ protected:
     LogCapture m_log;
     ApiHost m_host{RestartPlan::Settings{
         .firstDelay = s_pause, .longestDelay = s_pause, .limit = {}, .random = [] { return 0.5; }}};
-    const ApiContext m_context = m_host.context();
+    ApiContext m_context = m_host.context();
 };
 
 }  // namespace
@@ -218,6 +231,44 @@ TEST_F(MetricsTest, FidsHaveDriverAndOutcome) {
                    {.driverID = "A", .outcome = "written", .fids = 5}};
     EXPECT_THAT(samples("mf_fids_total"), ElementsAre("mf_fids_total{outcome=\"no-such-driver\"} 2",
                                                       "mf_fids_total{driver=\"A\",outcome=\"written\"} 5"));
+}
+
+TEST_F(MetricsTest, ReportsAreThoseOfDriversWhereTheyAreRecorded) {
+    m_host.reports = {{.driverID = "A", .received = 9, .merged = 4, .changes = 2}, {.driverID = "console"}};
+    EXPECT_THAT(samples("mf_updates_received_total"), IsEmpty());
+    EXPECT_THAT(samples("mf_stream_lapped_total"), IsEmpty());
+    const RecordedRing ring;
+    m_context.pRecorded = &ring.recorded;
+    EXPECT_THAT(samples("mf_updates_received_total"),
+                ElementsAre("mf_updates_received_total{driver=\"A\"} 9",
+                            "mf_updates_received_total{driver=\"B\"} 0"));
+    EXPECT_THAT(samples("mf_updates_merged_total"), ElementsAre("mf_updates_merged_total{driver=\"A\"} 4",
+                                                                "mf_updates_merged_total{driver=\"B\"} 0"));
+}
+
+TEST_F(MetricsTest, ReadersThatWereLappedAreCountedByTheirKind) {
+    const RecordedRing ring;
+    m_context.pRecorded = &ring.recorded;
+    ring.recorded.addLapped(RecordedStream::EReader::Client, 3);
+    ring.recorded.addLapped(RecordedStream::EReader::Client, 4);
+    EXPECT_THAT(samples("mf_stream_lapped_total"),
+                ElementsAre("mf_stream_lapped_total{reader=\"recorder\"} 0",
+                            "mf_stream_lapped_total{reader=\"panel\"} 0",
+                            "mf_stream_lapped_total{reader=\"client\"} 7"));
+}
+
+TEST_F(MetricsTest, TimesInQueuesAreHistograms) {
+    m_host.deliveries = {{.queue = "A_OUTQ", .counts = {5, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 1}, .sum = 40.25},
+                         {.queue = "SYSTEM", .counts = {1}, .sum = 1}};
+    const std::string labels = "{driver=\"A\",direction=\"out\"";
+    const std::string bucket = "mf_delivery_seconds_bucket" + labels;
+    EXPECT_THAT(text(),
+                testing::HasSubstr("# TYPE mf_delivery_seconds histogram\n" + bucket + ",le=\"0.01\"} 5\n" +
+                                   bucket + ",le=\"0.02\"} 5\n" + bucket + ",le=\"0.05\"} 7\n"));
+    EXPECT_THAT(text(), testing::HasSubstr(bucket + ",le=\"30\"} 7\n" + bucket + ",le=\"+Inf\"} 8\n" +
+                                           "mf_delivery_seconds_sum" + labels + "} 40.25\n" +
+                                           "mf_delivery_seconds_count" + labels + "} 8\n"));
+    EXPECT_THAT(text(), testing::Not(testing::HasSubstr("SYSTEM")));
 }
 
 TEST_F(MetricsTest, ValuesOfDriversAloneAreCounted) {
