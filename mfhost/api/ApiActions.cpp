@@ -42,6 +42,10 @@ void logAction(const ApiRequest& request, const std::string& what) {
     hostLog(sal::LogOutput::eInfo) << what << ", asked for by " << request.caller.who() << std::endl;
 }
 
+FidSenders::Asker askerOf(const ApiCaller& caller) {
+    return {caller.isOfPanel() ? stream::EOrigin::Panel : stream::EOrigin::Api, caller.who()};
+}
+
 /// Where the outcome has no text.
 const char* textOf(EFidReason reason) {
     static constexpr std::array<const char*, 10> s_texts{
@@ -150,12 +154,12 @@ ApiAnswer answerOf(const Applied& applied) {
 
 }  // namespace
 
-void ApiActions::perform(const std::shared_ptr<PendingAction>& pAction, const std::string& who,
+void ApiActions::perform(const std::shared_ptr<PendingAction>& pAction, const ApiCaller& caller,
                          const std::string& what, std::function<ApiAnswer()> run, ERecorded recorded) const {
     Observation* const pObservation = recorded == ERecorded::Here ? m_context.pObservation : nullptr;
-    const auto task = [pAction, pObservation, what, who, run = std::move(run)] {
-        const FidTrail::Asking asking(stream::EOrigin::Api, who);
-        Observation::Command command(pObservation, {.origin = stream::EOrigin::Api, .who = who}, what);
+    const auto task = [pAction, pObservation, what, asker = askerOf(caller), run = std::move(run)] {
+        const FidTrail::Asking asking(asker.origin, asker.who);
+        Observation::Command command(pObservation, {.origin = asker.origin, .who = asker.who}, what);
         try {
             pAction->end(run());
             command.setResult(true);
@@ -217,7 +221,7 @@ void ApiActions::sendFid(const ApiRequest& request) const {
             else
                 pAction->end(answer);
         },
-        request.caller.who());
+        askerOf(request.caller));
 }
 
 void ApiActions::setState(const ApiRequest& request) const {
@@ -225,7 +229,7 @@ void ApiActions::setState(const ApiRequest& request) const {
     const StateValue value = request.body.stateValue();
     limitLength("key", key, s_longestKey);
     limitLength("value", value.text(), s_longestValue);
-    perform(request.pAction, request.caller.who(), "setStateValue " + key, [this, key, value] {
+    perform(request.pAction, request.caller, "setStateValue " + key, [this, key, value] {
         m_context.setState(key, value);
         return ApiAnswer{.body = s_nothing};
     });
@@ -233,7 +237,7 @@ void ApiActions::setState(const ApiRequest& request) const {
 
 void ApiActions::unsetState(const ApiRequest& request) const {
     const std::string key = request.body.text("key");
-    perform(request.pAction, request.caller.who(), "unsetStateValue " + key, [this, key] {
+    perform(request.pAction, request.caller, "unsetStateValue " + key, [this, key] {
         if (!m_context.store.find(key)) {
             const std::string owner = key.substr(0, key.find('.') + 1);
             throw ApiFault(ECode::StateUnknown, "there is no value " + key,
@@ -247,7 +251,7 @@ void ApiActions::unsetState(const ApiRequest& request) const {
 void ApiActions::triggerEvent(const ApiRequest& request) const {
     const std::string id = request.body.text("id");
     const std::string value = request.body.anyText("value");
-    perform(request.pAction, request.caller.who(), "triggerEvent " + id, [this, id, value] {
+    perform(request.pAction, request.caller, "triggerEvent " + id, [this, id, value] {
         m_context.triggerEvent(id, value);
         return ApiAnswer{.body = s_nothing};
     });
@@ -268,7 +272,8 @@ void ApiActions::acknowledge(const ApiRequest& request) const {
         ++count;
         json.value(key);
         const std::string line = "acknowledge " + key;
-        Observation::Command(m_context.pObservation, {.origin = stream::EOrigin::Api, .who = who}, line)
+        Observation::Command(m_context.pObservation, {.origin = askerOf(request.caller).origin, .who = who},
+                             line)
             .setResult(true);
         hostLog(sal::LogOutput::eInfo) << key << ": the alarm is acknowledged by " << who << std::endl;
     }
@@ -285,7 +290,7 @@ void ApiActions::playMacro(const ApiRequest& request) const {
     if (std::find(names.begin(), names.end(), request.name) == names.end())
         throw ApiFault(ECode::MacroUnknown, "there is no macro " + request.name,
                        base::nearest(request.name, names));
-    perform(request.pAction, request.caller.who(), "macro " + request.name,
+    perform(request.pAction, request.caller, "macro " + request.name,
             [this, name = request.name] { return answer(m_context.playMacro(name)); });
 }
 
@@ -293,7 +298,7 @@ void ApiActions::reload(const ApiRequest& request) const {
     // A driver that only the workplace file knows is loaded for the first time.
     const std::string what = "reload of " + request.name;
     logAction(request, what);
-    perform(request.pAction, request.caller.who(), what,
+    perform(request.pAction, request.caller, what,
             [this, name = request.name] { return answer(m_context.reload(name), name, "reloaded"); });
 }
 
@@ -301,7 +306,7 @@ void ApiActions::debug(const ApiRequest& request) const {
     needDriver(request.name);
     const std::string what = "reload of " + request.name + " under a debugger";
     logAction(request, what);
-    perform(request.pAction, request.caller.who(), what,
+    perform(request.pAction, request.caller, what,
             [this, name = request.name] { return answer(m_context.debug(name), name, "reloaded"); });
 }
 
@@ -309,7 +314,7 @@ void ApiActions::park(const ApiRequest& request) const {
     needDriver(request.name);
     const std::string what = "stop of " + request.name;
     logAction(request, what);
-    perform(request.pAction, request.caller.who(), what,
+    perform(request.pAction, request.caller, what,
             [this, name = request.name, who = request.caller.name] {
                 return answer(m_context.park(name, who), name, "stopped");
             });
@@ -319,32 +324,32 @@ void ApiActions::unpark(const ApiRequest& request) const {
     needDriver(request.name);
     const std::string what = "start of " + request.name;
     logAction(request, what);
-    perform(request.pAction, request.caller.who(), what,
+    perform(request.pAction, request.caller, what,
             [this, name = request.name, who = request.caller.name] {
                 return answer(m_context.unpark(name, who), name, "started");
             });
 }
 
 void ApiActions::plan(const ApiRequest& request) const {
-    perform(request.pAction, request.caller.who(), "plan", [this] { return answerOf(m_context.plan()); });
+    perform(request.pAction, request.caller, "plan", [this] { return answerOf(m_context.plan()); });
 }
 
 void ApiActions::apply(const ApiRequest& request) const {
     const std::string plan = request.body.optionalText("plan").value_or("");
     logAction(request, "apply");
-    perform(request.pAction, request.caller.who(), "apply",
+    perform(request.pAction, request.caller, "apply",
             [this, plan, who = request.caller.name] { return answerOf(m_context.apply(plan, who)); });
 }
 
 void ApiActions::undo(const ApiRequest& request) const {
     const unsigned number = request.body.optionalNumber("number");
     logAction(request, "undo");
-    perform(request.pAction, request.caller.who(), "undo",
+    perform(request.pAction, request.caller, "undo",
             [this, number, who = request.caller.name] { return answerOf(m_context.undo(number, who)); });
 }
 
 void ApiActions::check(const ApiRequest& request) const {
-    perform(request.pAction, request.caller.who(), "check",
+    perform(request.pAction, request.caller, "check",
             [this] { return ApiAnswer{.body = m_context.check()}; });
 }
 
@@ -363,7 +368,7 @@ void ApiActions::console(const ApiRequest& request) const {
     };
     const auto pTurn = std::make_shared<Turn>();
     perform(
-        request.pAction, request.caller.who(), line,
+        request.pAction, request.caller, line,
         [this, line, columns, pTurn] {
             std::unique_lock lock(pTurn->mutex);
             if (std::exchange(pTurn->isTaken, true))

@@ -55,7 +55,7 @@ public:
     /// is executed.
     enum class ERecorded { Here, Elsewhere };
     /// Has the answer worked out on the command thread.
-    void perform(const std::shared_ptr<PendingAction>& pAction, const std::string& who,
+    void perform(const std::shared_ptr<PendingAction>& pAction, const ApiCaller& caller,
                  const std::string& what, std::function<ApiAnswer()> run,
                  ERecorded recorded = ERecorded::Here) const;
 

@@ -39,6 +39,8 @@ struct ApiCaller {
     std::uint64_t session = 0;  ///< the number of the connection
     std::string place = {};     ///< of a session of the web panel: "web session 4 from 192.0.2.7"
 
+    /// Whether it is a session of the web panel.
+    bool isOfPanel() const { return !place.empty(); }
     /// For log and recording: "anna (web session 4 from 192.0.2.7)".
     std::string who() const { return place.empty() ? name : name + " (" + place + ")"; }
 };

@@ -18,6 +18,7 @@
 #include "FIDParameterList.h"
 #include "FidCounts.h"
 #include "FidOutcome.h"
+#include "FidSenders.h"
 #include "FidTrail.h"
 #include "HistoryEntry.h"
 #include "Observation.h"
@@ -159,7 +160,7 @@ struct ApiContext {
     /// Returns at once; told is called as FidSenders says, on any thread.
     std::function<void(const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
                        std::chrono::milliseconds limit, std::function<void(const FidOutcome&)> told,
-                       const std::string& who)>
+                       const FidSenders::Asker& asker)>
         sendFid;
     /// Any thread; the host stops some time later.
     std::function<void(const std::string& who)> shutDown;

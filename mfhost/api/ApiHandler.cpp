@@ -259,7 +259,7 @@ void ApiHandler::readHistory(const std::string& number, const ApiCall& call,
     const auto pAction =
         std::make_shared<PendingAction>(m_pMemory, ownerOf(call.caller), std::string(), pAnswer);
     m_actions.perform(
-        pAction, call.caller.name, "history",
+        pAction, call.caller, "history",
         [this, isList = number.empty(), value, pReading = m_pReading] {
             return ApiAnswer{.body = isList ? m_reading.history() : m_reading.historyEntry(value)};
         },

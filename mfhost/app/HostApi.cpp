@@ -212,14 +212,14 @@ ApiContext HostApi::context() {
             .endWebSession = [this](std::uint64_t id) { return m_webSessions.end(id); },
             .sendFid =
                 [this](const auto& fid, const auto& parameters, auto waitFor, auto limit, auto told,
-                       const auto& who) {
+                       const auto& asker) {
                     m_parts.senders.send(
                         fid, parameters, waitFor, limit,
                         [this, fid, tell = std::move(told)](const FidOutcome& outcome) {
                             m_parts.shell.learn(fid, outcome);
                             tell(outcome);
                         },
-                        who);
+                        asker);
                 },
             .shutDown = [this](const std::string& who) { m_parts.shutDown("shutdown by " + who); },
             .setState = [this](const auto& key, const auto& value) { setState(key, value); },

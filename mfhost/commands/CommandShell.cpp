@@ -309,7 +309,7 @@ Observation::Asker CommandShell::asker() const {
         case EOrigin::Console:
             return {.origin = stream::EOrigin::Console};
         case EOrigin::Remote:
-            return {.origin = stream::EOrigin::Api, .who = FidTrail::who()};
+            return {.origin = FidTrail::origin(), .who = FidTrail::who()};
         default:
             return {.origin = stream::EOrigin::Driver, .driverID = m_driverID};
     }

@@ -40,7 +40,7 @@ constexpr std::chrono::hours s_longestLimit{24};
 struct Job {
     std::string fid;
     FIDParameterList parameters;
-    std::string who;
+    FidSenders::Asker asker;
     std::string driverID;
     EFidStage waitFor = EFidStage::Accepted;
     Clock::time_point began = Clock::now();
@@ -256,7 +256,7 @@ private:
         base::nameThread(sender.key.empty() ? "no driver" : sender.key, "send");
         const FidTap::WatchedThread watched;
         while (const JobPtr pJob = next(sender)) {
-            const FidTrail::Asking asking(stream::EOrigin::Api, pJob->who);
+            const FidTrail::Asking asking(pJob->asker.origin, pJob->asker.who);
             FidWatch watch(m_drivers, pJob->fid, pJob->parameters);
             std::string fault;
             try {
@@ -411,9 +411,9 @@ FidSenders::~FidSenders() {
 }
 
 void FidSenders::send(const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
-                      std::chrono::milliseconds limit, Told told, const std::string& who) {
+                      std::chrono::milliseconds limit, Told told, const Asker& asker) {
     auto pJob = std::make_shared<Job>();
-    pJob->who = who;
+    pJob->asker = asker;
     pJob->fid = fid;
     pJob->parameters = parameters;
     pJob->driverID = FIDHelper(fid).getDriverID();

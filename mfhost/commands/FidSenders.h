@@ -5,11 +5,13 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "DriverTable.h"
 #include "FIDParameterList.h"
 #include "FidOutcome.h"
 #include "IFunctionID.h"
+#include "StreamRecord.h"
 
 /// Sends FIDs for those who must not wait: one thread and one bounded queue for each receiving driver, made
 /// on demand and ended when idle, since a driver that takes nothing holds its sender up for as long as it
@@ -32,6 +34,12 @@ public:
             [](const auto&, const auto&) {};
     };
 
+    /// From where a FID is asked for, for the stream.
+    struct Asker {
+        stream::EOrigin origin = stream::EOrigin::Api;
+        std::string who = {};  ///< user, or session
+    };
+
     /// target is the manager's sender, as long as it is there. Both outlive the object, and target outlives
     /// each send that stop() has not seen come back.
     FidSenders(const DriverTable& drivers, const IFunctionID& target, Settings settings);
@@ -46,14 +54,17 @@ public:
     /// over before that, it is called then as well, with the stage that was reached so far and isInterim, and
     /// the FID goes on. What is sent to one driver keeps its order.
     ///
-    /// who is the user that asks for it, for the stream.
-    ///
     /// Accepted is told at once, Dispatched when the FID's turn has come. A FID is refused, as Nobody: with
     /// QueueFull when fewer than Settings::roomKept places would be left of its driver's queue or of what may
     /// wait for it, or no more senders can be had; with TooLong when a driver process would not get all of
     /// it; with Stopping after stop().
     void send(const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
-              std::chrono::milliseconds limit, Told told, const std::string& who = {});
+              std::chrono::milliseconds limit, Told told, const Asker& asker);
+
+    void send(const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
+              std::chrono::milliseconds limit, Told told) {
+        send(fid, parameters, waitFor, limit, std::move(told), Asker());
+    }
 
     /// Refuses what comes from now on, tells all that is still waited for that the host is stopping, and
     /// waits until the senders have ended, at most as long as the limit. False when one has not: its driver

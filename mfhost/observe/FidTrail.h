@@ -82,6 +82,8 @@ public:
     /// A line of the log: the driver kit says there that a driver does not know a function.
     void logged(const std::string& output, const std::string& text);
 
+    /// From where the calling thread is asked for what it does.
+    static stream::EOrigin origin() { return t_pAsking ? t_pAsking->m_origin : stream::EOrigin::Host; }
     /// In whose name the calling thread acts; empty for nobody in particular.
     static std::string_view who() { return t_pAsking ? t_pAsking->m_who : std::string_view(); }
     /// The driver from whose process the calling thread receives; empty for none.

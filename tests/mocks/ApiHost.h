@@ -25,6 +25,7 @@ public:
         EFidStage waitFor;
         std::chrono::milliseconds limit;
         std::function<void(const FidOutcome&)> told;
+        FidSenders::Asker asker = {};
     };
     struct Limit {
         std::chrono::milliseconds time;
@@ -115,10 +116,10 @@ public:
             .sendFid =
                 [this](const std::string& fid, const FIDParameterList& parameters, EFidStage waitFor,
                        std::chrono::milliseconds limit, std::function<void(const FidOutcome&)> told,
-                       const std::string&) {
+                       const FidSenders::Asker& asker) {
                     std::ostringstream text;
                     text << fid << " (" << parameters << ")";
-                    sentFids.push_back({text.str(), waitFor, limit, std::move(told)});
+                    sentFids.push_back({text.str(), waitFor, limit, std::move(told), asker});
                 },
             .shutDown = [this](const std::string& who) { record("shut down by " + who); },
             .setState =

@@ -13,6 +13,7 @@
 #include "ApiFault.h"
 #include "ApiHost.h"
 #include "LogCapture.h"
+#include "RecordedLines.h"
 
 namespace {
 
@@ -512,4 +513,30 @@ TEST_F(ApiActionsTest, NoOutcomeIsLostWhereItsCallerHasGone) {
         Texts{"503 {\"error\":{\"code\":\"stopping\",\"text\":\"the host is stopping\",\"nearest\":[]}}"},
         m_answers)
         << "a sender that drops what it was to tell";
+}
+
+TEST_F(ApiActionsTest, WhatASessionOfThePanelAsksForIsOfThePanel) {
+    std::string error;
+    constexpr std::size_t size = stream::StreamRing::s_smallest;
+    const auto pRing = stream::StreamRing::create({.path = {}, .sizes = {size, size}, .instance = "i1"},
+                                                  Observation::now(), error);
+    ASSERT_NE(pRing, nullptr) << error;
+    Observation observation(*pRing);
+    m_context.pObservation = &observation;
+    const std::string value = R"({"key":"AXIS1.LABEL","type":"string","value":"x"})";
+    act(&ApiActions::setState, value);
+    begin(&ApiActions::sendFid, R"({"fid":"AXIS1.MOVE"})");
+    EXPECT_EQ(stream::EOrigin::Api, m_host.sentFids.back().asker.origin);
+    EXPECT_EQ("anna", m_host.sentFids.back().asker.who);
+    m_caller.place = "web session 4 from 192.0.2.7";
+    act(&ApiActions::setState, value);
+    begin(&ApiActions::sendFid, R"({"fid":"AXIS1.MOVE"})");
+    EXPECT_EQ(stream::EOrigin::Panel, m_host.sentFids.back().asker.origin);
+    EXPECT_EQ("anna (web session 4 from 192.0.2.7)", m_host.sentFids.back().asker.who);
+    Texts commands = recordedLines(*pRing);
+    std::erase_if(commands, [](const std::string& line) { return !line.starts_with("host command "); });
+    EXPECT_EQ(
+        (Texts{"host command setStateValue AXIS1.LABEL from api anna",
+               "host command setStateValue AXIS1.LABEL from panel anna (web session 4 from 192.0.2.7)"}),
+        commands);
 }
