@@ -39,6 +39,8 @@ namespace {
 /// In seconds: for what a driver does at once, and for what loads or unloads drivers.
 constexpr double s_shortWait = 5;
 constexpr double s_longWait = 60;
+/// For which a host is asked to record messages; it is asked again after half of it.
+constexpr unsigned s_wireSeconds = 60;
 
 /// For the end of a line that names what is wrong.
 constexpr const char* s_whatIsRight = "; mfctl [COMMAND] --help tells what is right";
@@ -391,6 +393,15 @@ void addRecordingCommands(Commands& commands, Words& words, const Screen& screen
                          words.monitor.asJson = words.remote.asJson;
                          // What is wrong with the line is told before a host is looked for.
                          words.monitor.what.filter();
+                         RemoteControl control(screen, {.host = words.remote.host});
+                         if (!words.wire.empty()) {
+                             words.monitor.what = {
+                                 .drivers = {words.wire}, .kinds = {"wire"}, .glob = words.monitor.what.glob};
+                             words.monitor.ask = [&] {
+                                 control.act("/drivers/" + ApiClient::encoded(words.wire) + "/wire",
+                                             {{"seconds", s_wireSeconds}});
+                             };
+                         }
                          return static_cast<int>(MonitorCommand(screen).run(place().ring, words.monitor));
                      });
     commands.addCommonOptions(*pMonitor);
@@ -401,6 +412,13 @@ void addRecordingCommands(Commands& commands, Words& words, const Screen& screen
             "where to begin: oldest, newest (the default while the host lives), or a \"cursor\" that "
             "--json gave")
         ->type_name("PLACE");
+    pMonitor
+        ->add_option("--wire", words.wire,
+                     "only the messages between the host and the process of this driver, each as it is "
+                     "before any are merged; the host records them meanwhile")
+        ->type_name("ID")
+        ->excludes(pMonitor->get_option("--driver"))
+        ->excludes(pMonitor->get_option("--kind"));
     pMonitor->add_flag("--date", words.monitor.withDate, "with the date before the time");
     pMonitor->add_option("--count", words.monitor.count, "end after so many records")
         ->type_name("N")

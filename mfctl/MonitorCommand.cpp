@@ -44,6 +44,10 @@ EExit MonitorCommand::run(const std::string& ring, const Choice& choice) {
     StreamPrinter printer(m_screen, choice.asJson     ? StreamPrinter::EForm::Json
                                     : choice.withDate ? StreamPrinter::EForm::Date
                                                       : StreamPrinter::EForm::Time);
+    // From here on nothing is missed.
+    if (choice.ask)
+        choice.ask();
+    Clock::time_point asked = Clock::now();
     std::uint64_t printed = 0;
     Clock::time_point looked = Clock::now();
     for (;;) {
@@ -74,6 +78,19 @@ EExit MonitorCommand::run(const std::string& ring, const Choice& choice) {
             pSource->lookForWriter();
             looked = now;
         }
+        if (choice.ask && now - asked >= choice.askEach) {
+            asked = now;
+            askAgain(choice);
+        }
         std::this_thread::sleep_for(s_step);
+    }
+}
+
+/// What there is goes on to be shown where the host does not answer.
+void MonitorCommand::askAgain(const Choice& choice) const {
+    try {
+        choice.ask();
+    } catch (const ControlError& error) {
+        m_screen.complain(error.what());
     }
 }

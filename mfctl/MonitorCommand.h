@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "EExit.h"
@@ -17,6 +19,10 @@ public:
         std::uint64_t count = 0;  ///< how many records; 0: all that come
         bool withDate = false;
         bool asJson = false;
+        /// Has the host record what is to be shown, where it does so on demand only; called again and again,
+        /// each time as long before it ends.
+        std::function<void()> ask = {};
+        std::chrono::seconds askEach{30};
     };
     explicit MonitorCommand(const Screen& screen) : m_screen(screen) {}
 
@@ -25,5 +31,7 @@ public:
     EExit run(const std::string& ring, const Choice& choice);
 
 private:
+    void askAgain(const Choice& choice) const;
+
     const Screen m_screen;
 };

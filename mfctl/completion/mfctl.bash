@@ -39,7 +39,7 @@ _mfctl() {
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case "${COMP_WORDS[i]}" in
-            --host | --timeout | --wait | --type | --lines | -n | --level | --bundle | --key | --trust | --driver | --kind | --glob | --from | --count | --ring | \
+            --host | --timeout | --wait | --type | --lines | -n | --level | --bundle | --key | --trust | --driver | --kind | --glob | --wire | --from | --count | --ring | \
                 --directory | --to | --until | --output | --note | --before | --role)
                 ((i++))
                 ;;
@@ -81,7 +81,7 @@ _mfctl() {
             _mfctl_offer "1 2 3 4 5"
             return
             ;;
-        --driver)
+        --driver | --wire)
             _mfctl_offer "$(_mfctl_drivers)"
             return
             ;;
@@ -121,7 +121,7 @@ _mfctl() {
         plan) options="$common --exit-code" ;;
         log) options="$common -n --lines --level -f --follow" ;;
         events) options="$common $stream -n --lines -f --follow" ;;
-        monitor) options="$common $stream --ring --from --date --count" ;;
+        monitor) options="$common $stream --ring --from --wire --date --count" ;;
         recording) options="--help" ;;
         "recording list") options="$common --ring --directory" ;;
         "recording show") options="$common $stream --ring --directory --from --to --until --count" ;;

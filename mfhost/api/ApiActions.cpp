@@ -26,6 +26,8 @@ constexpr const char* s_nothing = "{}";
 /// have.
 constexpr std::size_t s_longestKey = 1024;
 constexpr std::size_t s_longestValue = 8192;
+constexpr unsigned s_usualWire = 60;
+constexpr std::chrono::seconds s_longestWire{3600};
 
 /// Before a line that waits is looked at again: a command that began when it came holds it up by then.
 constexpr std::chrono::seconds s_linePatience{3};
@@ -283,6 +285,22 @@ void ApiActions::acknowledge(const ApiRequest& request) const {
                        base::nearest(keys.front(), known));
     json.endArray().endObject();
     request.pAction->end({.body = json.take()});
+}
+
+void ApiActions::recordWire(const ApiRequest& request) const {
+    needDriver(request.name);
+    const unsigned given = request.body.optionalNumber("seconds");
+    const std::chrono::seconds time(given > 0 ? given : s_usualWire);
+    if (time > s_longestWire)
+        throw ApiFault(ECode::RequestInvalid,
+                       "\"seconds\" is at most " + std::to_string(s_longestWire.count()));
+    if (!m_context.recordWire(request.name, time))
+        throw ApiFault(ECode::Refused, "the host does not record; --record at its start has it do so");
+    const FidSenders::Asker asker = askerOf(request.caller);
+    const std::string line = "wire of " + request.name + " for " + std::to_string(time.count()) + " s";
+    Observation::Command(m_context.pObservation, {.origin = asker.origin, .who = asker.who}, line)
+        .setResult(true);
+    request.pAction->end({.body = s_nothing});
 }
 
 void ApiActions::playMacro(const ApiRequest& request) const {

@@ -36,6 +36,8 @@ public:
     void triggerEvent(const ApiRequest& request) const;
     /// At once: it waits for no command.
     void acknowledge(const ApiRequest& request) const;
+    /// At once.
+    void recordWire(const ApiRequest& request) const;
     void playMacro(const ApiRequest& request) const;
     void reload(const ApiRequest& request) const;
     void debug(const ApiRequest& request) const;

@@ -164,6 +164,8 @@ struct ApiContext {
         sendFid;
     /// Any thread; the host stops some time later.
     std::function<void(const std::string& who)> shutDown;
+    /// Records the messages in the driver's queues for so long; false where nothing is recorded.
+    std::function<bool(const std::string& driverID, std::chrono::seconds time)> recordWire;
 
     // On the command thread.
     std::function<void(const std::string& key, const StateValue& value)> setState;

@@ -155,6 +155,7 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
         post({"api", "v1", "drivers", s_name, "debug"}, Admin, &ApiActions::debug),
         post({"api", "v1", "drivers", s_name, "park"}, Admin, &ApiActions::park),
         post({"api", "v1", "drivers", s_name, "unpark"}, Admin, &ApiActions::unpark),
+        post({"api", "v1", "drivers", s_name, "wire"}, Admin, &ApiActions::recordWire, {"seconds"}),
         post({"api", "v1", "apply"}, Admin, &ApiActions::apply, {"plan"}),
         post({"api", "v1", "undo"}, Admin, &ApiActions::undo, {"number"}),
         post({"api", "v1", "console"}, Admin, &ApiActions::console, {"line", "columns"}),

@@ -81,6 +81,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
       m_lineOwner(lineOwner),
       m_ringPlace(ringPlace),
       m_pRecorder(makeRecorder(m_options, ringPlace, std::move(leftRings))),
+      m_pWire(m_pRecorder ? std::make_unique<WireTap>(m_pRecorder->observation()) : nullptr),
       m_drivers(m_store,
                 RestartPlan::Settings{.firstDelay = m_options.restartDelay, .limit = m_options.restartLimit}),
       m_log([this] {
@@ -172,6 +173,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
              .fids = m_fidCounts,
              .deliveries = m_deliveries,
              .pRecorder = m_pRecorder.get(),
+             .pWire = m_pWire.get(),
              .ring = m_ringPlace.path(),
              .lookForEnds = [this] { m_supervisor.lookForEnds(); },
              .shutDown = [this](const std::string& reason) { requestShutdown(reason, 0); },
@@ -200,7 +202,7 @@ void Host::observe() {
         [this](const std::string& driverID) { m_store.recordHeldBack(driverID); });
     m_store.setObservation(&observation);
     m_drivers.setObservation(&observation);
-    m_fidTap.setStream(&observation, m_pTrail.get());
+    m_fidTap.setStream(&observation, m_pTrail.get(), m_pWire.get());
     m_shell.setStream(&observation, m_pTrail.get());
     m_system.sender().setTrail(m_pTrail.get());
 }

@@ -33,6 +33,7 @@
 #include "StateStore.h"
 #include "StopSignals.h"
 #include "Surroundings.h"
+#include "WireTap.h"
 #include "Workplace.h"
 
 class MfDriverManager;
@@ -96,6 +97,7 @@ private:
     RingPlace& m_ringPlace;
     DeliveryTimes m_deliveries;             ///< taken by the recorder
     std::unique_ptr<Recorder> m_pRecorder;  ///< none where there is no memory for it
+    std::unique_ptr<WireTap> m_pWire;
     StateStore m_store;
     AlarmList m_alarms;
     DriverTable m_drivers;

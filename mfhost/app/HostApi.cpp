@@ -222,6 +222,8 @@ ApiContext HostApi::context() {
                         asker);
                 },
             .shutDown = [this](const std::string& who) { m_parts.shutDown("shutdown by " + who); },
+            .recordWire = [this](const std::string& driverID,
+                                 std::chrono::seconds time) { return recordWire(driverID, time); },
             .setState = [this](const auto& key, const auto& value) { setState(key, value); },
             .unsetState =
                 [this](const std::string& key) {
@@ -296,6 +298,12 @@ std::vector<std::string> HostApi::macroNames() const {
         return std::move(shown.names);
     const std::lock_guard lock(m_mutex);
     return m_macroNames;
+}
+
+bool HostApi::recordWire(const std::string& driverID, std::chrono::seconds time) const {
+    if (m_parts.pWire)
+        m_parts.pWire->watch(driverID, WireTap::Clock::now() + time);
+    return m_parts.pWire != nullptr;
 }
 
 std::vector<ApiLogLine> HostApi::logLines(const ApiLogQuery& query) const {

@@ -27,6 +27,7 @@
 #include "StateStore.h"
 #include "WebPort.h"
 #include "WebSessions.h"
+#include "WireTap.h"
 #include "Workplace.h"
 
 /// The host's API on its control socket and its web port: binds what it asks for to the host's parts. Made by
@@ -46,6 +47,7 @@ public:
         const FidCounts& fids;
         const DeliveryTimes& deliveries;
         Recorder* pRecorder = nullptr;  ///< null where nothing is recorded
+        WireTap* pWire = nullptr;       ///< the same
         std::string ring = {};          ///< the file of the stream; empty for none
         std::function<void()> lookForEnds;
         std::function<void(const std::string& reason)> shutDown;
@@ -71,6 +73,7 @@ private:
     ApiContext context();
     std::vector<std::string> macroNames() const;
     std::vector<ApiReports> reports() const;
+    bool recordWire(const std::string& driverID, std::chrono::seconds time) const;
     std::vector<ApiLogLine> logLines(const ApiLogQuery& query) const;
     ApiOutcome playMacro(const std::string& name) const;
     void setState(const std::string& key, const StateValue& value) const;

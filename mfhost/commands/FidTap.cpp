@@ -84,6 +84,8 @@ void FidTap::fidEnded(const std::string& driverID, bool ok, const char* exceptio
 
 void FidTap::sent(const std::string& queue, std::uint32_t number, const unsigned char* data, int length,
                   bool ok) {
+    if (m_pWire && m_pWire->isOn())
+        m_pWire->sent(queue, data, length, ok);
     if (m_pTrail)
         m_pTrail->sent(queue, data, length, ok);
     if (FidWatch* const pWatch = FidWatch::ofThisThread())
@@ -91,6 +93,8 @@ void FidTap::sent(const std::string& queue, std::uint32_t number, const unsigned
 }
 
 void FidTap::received(const std::string& queue, std::uint32_t, const unsigned char* data, int length) {
+    if (m_pWire && m_pWire->isOn())
+        m_pWire->received(queue, data, length);
     if (m_pTrail)
         m_pTrail->received(queue, data, length);
 }

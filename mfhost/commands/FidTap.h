@@ -5,6 +5,7 @@
 #include "DriverTable.h"
 #include "FidTrail.h"
 #include "Observation.h"
+#include "WireTap.h"
 #include "sal/LogManager.h"
 #include "sal/MessageQueue.h"
 #include "sal/Module.h"
@@ -21,9 +22,10 @@ public:
         : m_drivers(drivers), m_calls(calls), m_log(log) {}
 
     /// Where what it is told is recorded, before other threads send; none by default.
-    void setStream(Observation* pObservation, FidTrail* pTrail) {
+    void setStream(Observation* pObservation, FidTrail* pTrail, WireTap* pWire = nullptr) {
         m_pObservation = pObservation;
         m_pTrail = pTrail;
+        m_pWire = pWire;
     }
 
     /// As long as one lives on a thread, FIDs that come to drivers of this process on that thread are calls
@@ -59,4 +61,5 @@ private:
     sal::LogManager::Observer& m_log;
     Observation* m_pObservation = nullptr;
     FidTrail* m_pTrail = nullptr;
+    WireTap* m_pWire = nullptr;
 };

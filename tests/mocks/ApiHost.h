@@ -122,6 +122,11 @@ public:
                     sentFids.push_back({text.str(), waitFor, limit, std::move(told), asker});
                 },
             .shutDown = [this](const std::string& who) { record("shut down by " + who); },
+            .recordWire =
+                [this](const std::string& driverID, std::chrono::seconds time) {
+                    record("wire of " + driverID + " for " + std::to_string(time.count()) + " s");
+                    return pRecorded != nullptr;
+                },
             .setState =
                 [this](const std::string& key, const StateValue& value) {
                     record("set " + key + " to " + value.typeName() + " " + value.text());

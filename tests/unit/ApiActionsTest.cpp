@@ -36,7 +36,7 @@ protected:
     std::string begin(Act pAct, const std::string& json, const std::string& name = {},
                       const std::string& request = {}) {
         const ApiBody body(json, {"fid", "parameters", "wait", "key", "type", "value", "id", "plan", "number",
-                                  "line", "columns", "role", "keys", "request", "timeoutMs"});
+                                  "line", "columns", "role", "keys", "seconds", "request", "timeoutMs"});
         const auto pAnswer = std::make_shared<AnswerOnce>([this](const ApiAnswer& answer) {
             m_answers.push_back(std::to_string(answer.status) + " " + answer.body);
         });
@@ -539,4 +539,20 @@ TEST_F(ApiActionsTest, WhatASessionOfThePanelAsksForIsOfThePanel) {
         (Texts{"host command setStateValue AXIS1.LABEL from api anna",
                "host command setStateValue AXIS1.LABEL from panel anna (web session 4 from 192.0.2.7)"}),
         commands);
+}
+
+TEST_F(ApiActionsTest, MessagesOfADriverAreRecordedForAWhile) {
+    EXPECT_EQ(
+        "409 {\"error\":{\"code\":\"refused\",\"text\":\"the host does not record; --record at its "
+        "start has it do so\",\"nearest\":[]}}",
+        act(&ApiActions::recordWire, "{}", "AXIS1"));
+    m_context.recordWire = [this](const std::string& driverID, std::chrono::seconds time) {
+        m_host.calls.push_back(driverID + " " + std::to_string(time.count()));
+        return true;
+    };
+    EXPECT_EQ("200 {}", act(&ApiActions::recordWire, "{}", "AXIS1"));
+    EXPECT_EQ("AXIS1 60", m_host.calls.back());
+    EXPECT_THAT(act(&ApiActions::recordWire, R"({"seconds":3601})", "AXIS1"),
+                HasSubstr("\\\"seconds\\\" is at most 3600"));
+    EXPECT_THAT(act(&ApiActions::recordWire, "{}", "AXSI1"), HasSubstr("driver-unknown"));
 }

@@ -1,5 +1,6 @@
 #include "MonitorCommand.h"
 
+#include "ControlError.h"
 #include "HangGuard.h"
 #include "HostProcess.h"
 #include "RecordingFixture.h"
@@ -115,4 +116,34 @@ TEST_F(MonitorCommandTest, ProgramBeginsWithWhatIsNewWhileTheHostLives) {
     EXPECT_TRUE(hasCome) << program.log();
     EXPECT_EQ(0, program.waitForEnd());
     EXPECT_EQ("14:03:22.181124 LAMP exit new\n", program.output());
+}
+
+TEST_F(MonitorCommandTest, HasTheHostRecordMessagesAgainAndAgain) {
+    int asked = 0;
+    const auto ask = [&] {
+        // What the host records from the first time on is printed.
+        if (++asked == 3)
+            m_pWriter->wire(at(0), driver("LAMP"), true, true, "UNSVAL\1N");
+    };
+    EXPECT_EQ(
+        EExit::Done,
+        run({.what = {{"LAMP"}, {"wire"}, ""}, .count = 1, .ask = ask, .askEach = std::chrono::seconds(0)}));
+    EXPECT_EQ("14:03:22.181123 LAMP wire from driver UNSVAL \"N\"\n", out());
+}
+
+TEST_F(MonitorCommandTest, HostThatDoesNotAnswerLaterOnIsToldAndReadOn) {
+    int asked = 0;
+    const auto ask = [&] {
+        if (++asked == 2)
+            throw ControlError(EExit::NotFinished, "it does not answer");
+        if (asked == 3)
+            m_pWriter->wire(at(0), driver("LAMP"), true, true, "UNSVAL\1N");
+    };
+    EXPECT_EQ(EExit::Done, run({.count = 1, .ask = ask, .askEach = std::chrono::seconds(0)}));
+    EXPECT_EQ("mfctl: it does not answer\n", err());
+}
+
+TEST_F(MonitorCommandTest, MessagesAreOfOneDriverWithoutAnyOtherChoice) {
+    const HostProcess program = monitor({"--wire", "LAMP", "--kind", "fid"});
+    EXPECT_TRUE(program.waitForLog("--kind excludes --wire")) << program.log();
 }
