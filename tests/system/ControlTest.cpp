@@ -168,6 +168,68 @@ TEST_F(Control, ShutdownEndsTheHostInOrderAndRemovesTheSocket) {
     EXPECT_EQ(mfctl("drivers").exitCode, 3);
 }
 
+TEST_F(Control, StreamOfAHostThatRecordsTellsFidsStartsAndTheLog) {
+    workplace().addModule("Echo");
+    workplace().configure(entry("E", "queue") + entry("G", "direct"));
+    startAndWait({"--control", socket(), "--record-size", "1M"});
+    ASSERT_EQ(mfctl("send E.INT name=N value=7 --wait taken").exitCode, 0);
+    EXPECT_THAT(mfctl("events --kind fid --driver E").text,
+                ContainsRegex(" host fid E.INT name=N value=7 from api root to E: written\n$"));
+    EXPECT_THAT(mfctl("events --kind start").text, ContainsRegex(" E start process [0-9]+\n"));
+    EXPECT_EQ(mfctl("events --kind fid --driver G").text, "no events\n");
+    const std::string last = ask(R"(/api/v1/stream?kinds=log\&drivers=E\&last=1\&follow=0)").text;
+    EXPECT_THAT(last, testing::StartsWith(R"({"kind":"hello","instance":")"));
+    EXPECT_THAT(last, HasSubstr(R"("kind":"log","driver":"E","level":4,"output":"E MFD","text":"Runs )"));
+    EXPECT_EQ(count(last, "\n"), 2);
+
+    // Who follows hears of it, and of what comes after a cut.
+    const HostProcess follower({(TestWorkplace::build() / "bin/mfctl").string(),
+                                {"--host", socket(), "events", "-f", "--kind", "fid", "-n", "1"},
+                                {},
+                                workplace().directory()});
+    ASSERT_TRUE(follower.waitForOutput("E.INT name=N value=7 from api root to E: written\n"))
+        << follower.log();
+    ASSERT_EQ(mfctl("send G.INT name=N value=8 --wait taken").exitCode, 0);
+    EXPECT_TRUE(follower.waitForOutput("fid G.INT name=N value=8 from api root to G: begins\n"))
+        << follower.log();
+    EXPECT_THAT(ask("/metrics").text,
+                ContainsRegex("mf_delivery_seconds_count.driver=\"E\",direction=\"in\". "
+                              "[1-9]"));
+    EXPECT_THAT(ask("/metrics").text, HasSubstr("mf_stream_lapped_total{reader=\"client\"} 0\n"));
+    EXPECT_EQ(end(), 0);
+    EXPECT_TRUE(follower.waitForLog("waiting for it\n")) << follower.log();
+}
+
+TEST_F(Control, MessagesOfADriverAreShownWhileSomebodyAsksForThem) {
+    workplace().addModule("Echo");
+    workplace().configure(entry("E", "queue") + entry("G", "direct"));
+    startAndWait({"--control", socket(), "--record-size", "1M"});
+    ASSERT_EQ(mfctl("send E.INT name=BEFORE value=1 --wait taken").exitCode, 0);
+    const HostProcess monitor({(TestWorkplace::build() / "bin/mfctl").string(),
+                               {"--host", socket(), "monitor", "--wire", "E"},
+                               {},
+                               workplace().directory()});
+    int value = 1;
+    ASSERT_TRUE(eventually([&] {
+        mfctl("send E.INT name=N value=" + std::to_string(++value) + " --wait taken");
+        return monitor.output().find(" E wire from driver SETVAI \"N\" ") != std::string::npos;
+    })) << monitor.log();
+    EXPECT_THAT(monitor.output(), HasSubstr(" E wire to driver SNDFDP \"INT\" name=\"N\" value=\""));
+    EXPECT_THAT(monitor.output(), Not(HasSubstr("BEFORE")));
+    EXPECT_EQ(mfctl("monitor --wire NOBODY").exitCode, 1);
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(Control, HostThatDoesNotRecordListsItsEvents) {
+    startControlled();
+    ASSERT_EQ(mfctl("event E.DONE now").exitCode, 0);
+    EXPECT_THAT(mfctl("events").text, ContainsRegex("E\\.DONE +now"));
+    const Answer refused = mfctl("events --kind fid");
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_THAT(refused.text, HasSubstr("the host does not record"));
+    EXPECT_EQ(end(), 0);
+}
+
 TEST_F(Control, ProcessOfADriverIsRefused) {
     workplace().addModule("StartsProcesses");
     workplace().configure(entry("S", "queue", "StartsProcesses"));
