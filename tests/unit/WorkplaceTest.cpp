@@ -132,15 +132,18 @@ private:
 
 /// What a host has of it, made anew for each start of the host.
 struct TestHost {
-    explicit TestHost(const TemporaryDirectory& directory, std::string file)
+    explicit TestHost(const TemporaryDirectory& directory, std::string file, bool startsProcesses = true)
         : workplace({.file = std::move(file),
                      .driverDirectories = {directory.path("drivers")},
                      .parkMarks = directory.path("marks"),
-                     .history = directory.path("history")},
+                     .history = directory.path("history"),
+                     .startsProcesses = startsProcesses},
                     drivers, supervisor,
                     {.concerns = [this](const std::string& driverID) { concerns.push_back(driverID); },
                      .tellPanel = [this] { ++panelTold; },
-                     .loadFault = [this](const std::string& path) { return loadFaults[path]; }}) {}
+                     .loadFault = [this](const std::string& path) { return loadFaults[path]; }}) {
+        module.startsProcesses = startsProcesses;
+    }
 
     bool start() { return workplace.prepareStart() && workplace.start(module); }
     std::string reload(const std::string& driverID) {
@@ -380,6 +383,16 @@ TEST_F(WorkplaceTest, DriverOfTheHostsProcessIsParkedAsWell) {
     EXPECT_FALSE(pHost->drivers.find("C")->isAlive);
     EXPECT_EQ("", pHost->workplace.unpark("C"));
     EXPECT_EQ(EDriverState::Running, pHost->state("C"));
+}
+
+TEST_F(WorkplaceTest, NobodyIsToldToStartAProcessOfAParkedDriver) {
+    EXPECT_EQ("", startedHost()->workplace.park("A"));
+    TestHost host(m_directory, path(), false);
+    EXPECT_TRUE(host.start());
+    EXPECT_EQ(EDriverState::Parked, host.state("A"));
+    EXPECT_THAT(m_log.text(), HasSubstr("B: waits for its process, to be started by hand:  " +
+                                        m_directory.path("drivers/axis.so") + " B\n"));
+    EXPECT_THAT(m_log.text(), Not(HasSubstr("A: waits for its process")));
 }
 
 TEST_F(WorkplaceTest, OnlyDriversInProcessesNeedQueues) {
