@@ -85,6 +85,7 @@ EExit LogCommand::poll(const Choice& choice) {
             before.clear();
         const std::vector<JsonView> lines = reply.view().list("lines");
         std::vector<std::string> now;
+        now.reserve(lines.size());
         for (const JsonView& line : lines)
             now.push_back(line.json());
         std::size_t first = known(before, now);
