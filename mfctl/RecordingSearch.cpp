@@ -59,7 +59,7 @@ RecordingPlace RecordingSearch::find(const Choice& choice) const {
         if (error.exit() != EExit::NoHost && error.exit() != EExit::NotFinished &&
             error.exit() != EExit::NotAllowed)
             throw;
-        const RecordingPlace place = left(choice.host);
+        RecordingPlace place = left(choice.host);
         if (place.ring.empty() && place.directory.empty())
             throw ControlError(EExit::NoHost, std::string(error.what()) +
                                                   "; no host has left a recording here either: --ring or "
@@ -142,7 +142,7 @@ std::string RecordingSearch::leftDirectory(const std::string& host, const std::s
     }
     // A relative path would mean another place wherever it is told.
     std::error_code failed;
-    const std::string here = (fs::absolute(m_settings.current, failed).lexically_normal() / s_directoryName);
+    std::string here = (fs::absolute(m_settings.current, failed).lexically_normal() / s_directoryName);
     if (isDirectory(here))
         return here;
     std::vector<std::string> found;

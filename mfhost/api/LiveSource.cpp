@@ -34,7 +34,7 @@ bool isForPages(stream::EKind kind) {
 }
 
 /// The members, without the brackets round them.
-std::string withoutBrackets(std::string object) {
+std::string withoutBrackets(const std::string& object) {
     return object.substr(1, object.size() - 2);
 }
 

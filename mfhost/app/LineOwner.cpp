@@ -11,7 +11,7 @@ std::string LineOwner::driverOf(const std::string& output, const std::string& te
     const std::lock_guard lock(m_mutex);
     if (!m_isDriver)
         return {};
-    const std::string first = text.substr(0, text.find(": "));
+    std::string first = text.substr(0, text.find(": "));
     if (first.size() < text.size() && m_isDriver(first))
         return first;
     // An ID may have blanks itself.
