@@ -281,7 +281,7 @@ private:
             m_senderEnded.notify_all();
             return nullptr;
         }
-        const JobPtr pJob = std::move(sender.jobs.front());
+        JobPtr pJob = std::move(sender.jobs.front());
         sender.jobs.pop_front();
         sender.pCurrent = pJob;
         sender.since = Clock::now();
@@ -402,7 +402,7 @@ private:
     Clock::time_point m_watchWakes = Clock::time_point::min();  ///< when it looks next, where it waits
 };
 
-FidSenders::FidSenders(const DriverTable& drivers, const IFunctionID& target, Settings settings)
+FidSenders::FidSenders(const DriverTable& drivers, const IFunctionID& target, const Settings& settings)
     : m_pCore(std::make_shared<Core>(drivers, target, settings)) {}
 
 FidSenders::~FidSenders() {

@@ -42,7 +42,7 @@ public:
 
     /// target is the manager's sender, as long as it is there. Both outlive the object, and target outlives
     /// each send that stop() has not seen come back.
-    FidSenders(const DriverTable& drivers, const IFunctionID& target, Settings settings);
+    FidSenders(const DriverTable& drivers, const IFunctionID& target, const Settings& settings);
     FidSenders(const DriverTable& drivers, const IFunctionID& target)
         : FidSenders(drivers, target, Settings()) {}
     ~FidSenders();  ///< as stop() without waiting

@@ -41,7 +41,7 @@ DriverErrors::DriverErrors(ErrorStream::Sink sink) : DriverErrors(std::move(sink
 
 DriverErrors::DriverErrors(ErrorStream::Sink sink, Settings settings)
     : m_sink(std::move(sink)),
-      m_settings(settings),
+      m_settings(std::move(settings)),
       m_epoll(base::neededDescriptor(::epoll_create1(EPOLL_CLOEXEC), "the drivers' errors")),
       m_wakeup("the drivers' errors") {
     epoll_event event{};
