@@ -396,7 +396,7 @@ std::string Workplace::park(const std::string& driverID, const std::string& who)
 std::string Workplace::unload(const std::string& driverID, const std::string& cause) {
     m_supervisor.noteAttached();
     m_drivers.beginParking(driverID, cause);
-    const std::string reason = unloadByModule(driverID);
+    std::string reason = unloadByModule(driverID);
     const auto driver = m_drivers.find(driverID);
     if (!reason.empty() && driver && driver->isAlive) {
         // Nothing was unloaded.
