@@ -105,7 +105,7 @@ bool Driver::initializationCompleted() {
 }
 
 bool Driver::begin() {
-    m_pParts->isTest = std::getenv(testTimeVariable) != nullptr;
+    m_pParts->isTest = std::getenv(s_testTimeVariable) != nullptr;
     EventLoop::Settings settings;
     settings.driverID = configuration().driverID;
     settings.timeStandsStill = m_pParts->isTest;
@@ -147,7 +147,7 @@ bool Driver::sendFID(const std::string& fid, const FIDParameterList& parameters)
     const auto pass = m_calls.enter();
     if (!pass)
         return false;
-    if (m_pParts->isTest && fid == advanceFunction)
+    if (m_pParts->isTest && fid == s_advanceFunction)
         return advance(parameters);
     const Function* pFunction = find(fid);
     if (!pFunction) {
@@ -177,9 +177,9 @@ bool Driver::handle(const Function& function, const FIDParameterList& parameters
 bool Driver::advance(const FIDParameterList& parameters) const {
     const long long time = std::atoll(parameters.value("ms").c_str());
     const std::string number = parameters.value("number");
-    return m_pParts->pLoop->post(advanceFunction, [this, time, number] {
+    return m_pParts->pLoop->post(s_advanceFunction, [this, time, number] {
         m_pParts->pLoop->advance(Milliseconds(time));
-        toPanel([&](IPanelState& panel) { panel.triggerEvent(advancedEvent, number); });
+        toPanel([&](IPanelState& panel) { panel.triggerEvent(s_advancedEvent, number); });
     });
 }
 

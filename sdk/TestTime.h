@@ -4,8 +4,8 @@
 /// still, the function lets "ms" pass, the event tells with "number" that all which was due is done.
 namespace mfd {
 
-inline constexpr const char* testTimeVariable = "MFD_TEST_TIME";
-inline constexpr const char* advanceFunction = "mfd.advance";
-inline constexpr const char* advancedEvent = "mfd.advanced";
+inline constexpr const char* s_testTimeVariable = "MFD_TEST_TIME";
+inline constexpr const char* s_advanceFunction = "mfd.advance";
+inline constexpr const char* s_advancedEvent = "mfd.advanced";
 
 }  // namespace mfd

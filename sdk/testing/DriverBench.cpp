@@ -89,7 +89,7 @@ public:
     explicit Implementation(Settings given)
         : settings(std::move(given)), m_queues(placeOfQueues()), m_files(fs::temp_directory_path()) {
         if (settings.timeStandsStill)
-            m_time.emplace(testTimeVariable, "stands still");
+            m_time.emplace(s_testTimeVariable, "stands still");
         if (!LogPresence::isThere())
             m_log.emplace();
         sal::LogManager::getInstance()->setObserver(this);
@@ -172,9 +172,9 @@ std::string DriverBench::advance(std::chrono::milliseconds time) {
     FIDParameterList list;
     list.add("ms", std::to_string(time.count()));
     list.add("number", number);
-    if (!m_pImplementation->pSide->send(advanceFunction, list))
+    if (!m_pImplementation->pSide->send(s_advanceFunction, list))
         return "the driver takes no FIDs, or is no mfd::Driver";
-    const std::string answer = std::string("event ") + advancedEvent + " " + number;
+    const std::string answer = std::string("event ") + s_advancedEvent + " " + number;
     Story& story = m_pImplementation->story;
     if (story.wait([&] { return story.count(answer) > 0; }, m_pImplementation->settings.patience))
         return {};
