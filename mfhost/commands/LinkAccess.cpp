@@ -88,10 +88,9 @@ std::uint64_t LinkAccess::send(const std::string& driverID, const std::string& f
         pBox = found->second;
         number = ++m_last;
     }
-    m_senders.send(
-        fid, parameters, EFidStage::Taken, s_limit,
-        [pBox, number](const FidOutcome& outcome) { put(*pBox, number, outcome); },
-        std::string(s_who) + path);
+    m_senders.send(fid, parameters, EFidStage::Taken, s_limit,
+                   [pBox, number](const FidOutcome& outcome) { put(*pBox, number, outcome); },
+                   {.who = std::string(s_who) + path});
     return number;
 }
 
