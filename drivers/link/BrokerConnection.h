@@ -1,0 +1,68 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <unordered_set>
+
+#include "IBroker.h"
+#include "LinkSettings.h"
+
+struct mosquitto;
+
+/// One connection to a broker, from the first attempt to its loss, over libmosquitto with MQTT 5: Clean
+/// Start, session expiry 0, keepalive 10 s. A lost one is not used again. Owned by LinkSite and used under
+/// its lock; its handlers are called from within step() alone.
+class BrokerConnection : public IBroker {
+public:
+    struct Handlers {
+        std::function<void()> connected;
+        std::function<void(const LinkMessage& message)> received;
+    };
+
+    /// The site is user name and client ID.
+    BrokerConnection(const std::string& site, const LinkSettings::Broker& broker, const LinkMessage& will,
+                     Handlers handlers);
+    ~BrokerConnection() override;
+    BrokerConnection(const BrokerConnection&) = delete;
+    BrokerConnection& operator=(const BrokerConnection&) = delete;
+
+    /// Begins to connect, without waiting for the broker. A name of a machine is looked up meanwhile, which
+    /// may take as long as the system's resolver does.
+    void open();
+    /// Why there is no connection any more; empty while there may be.
+    const std::string& fault() const { return m_fault; }
+
+    /// For poll(): -1 for none, and whether it is to be written to.
+    int fd() const;
+    bool wantsWrite() const;
+    /// Reads and writes what can be, without waiting.
+    void step(bool isReadable, bool isWritable);
+
+    bool publish(const LinkMessage& message) override;
+    bool subscribe(const std::string& topics) override;
+    std::size_t pending() const override { return m_pending.size(); }
+
+    /// Says goodbye.
+    void close();
+
+private:
+    struct Release {
+        void operator()(mosquitto* pHandle) const;
+    };
+    struct Callbacks;
+    friend struct Callbacks;
+
+    void fail(const std::string& what, int result);
+    void fail(const std::string& why);
+
+    const LinkSettings::Broker m_broker;
+    const Handlers m_handlers;
+    std::unique_ptr<mosquitto, Release> m_pHandle;
+    std::unordered_set<int> m_pending;  ///< message IDs that the broker has not confirmed
+    bool m_isConnected = false;
+    std::chrono::steady_clock::time_point m_deadline{};
+    std::string m_fault;
+};

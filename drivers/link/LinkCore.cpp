@@ -1,0 +1,577 @@
+#include "LinkCore.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Printable.h"
+
+using linkpayload::EOutcome;
+using linkpayload::Reply;
+
+namespace {
+
+using ELevel = sal::LogOutput::ELevel;
+
+constexpr std::chrono::seconds s_tick{1};
+constexpr std::chrono::milliseconds s_states{200};
+/// What a site may answer late by, beside its own limit.
+constexpr std::chrono::seconds s_patience{5};
+constexpr std::size_t s_longestPayload = 64 * 1024;
+constexpr const char* s_earlier = "of an earlier start of ";
+
+std::string key(const LinkTopics::Parts& parts) {
+    return parts.driver + "." + parts.name;
+}
+
+void report(IPanelState& panel, const std::string& id, const ILinkHost::Value& value) {
+    struct Reporter {
+        IPanelState& panel;
+        const std::string& id;
+        void operator()(const std::string& text) const { panel.setStateValue(id, text); }
+        void operator()(float number) const { panel.setStateValueFloat(id, number); }
+        void operator()(int number) const { panel.setStateValueInt(id, number); }
+        void operator()(bool flag) const { panel.setStateValueBool(id, flag); }
+    };
+    std::visit(Reporter{panel, id}, value);
+}
+
+/// The boot ID in "BOOT:17"; empty where there is none.
+std::string bootOf(const std::string& id) {
+    const auto parsed = linkpayload::Tick::parse(id);
+    return parsed ? parsed->boot : std::string();
+}
+
+}  // namespace
+
+LinkCore::LinkCore(std::string site, std::string boot, ILinkHost& host, Random random)
+    : m_site(std::move(site)),
+      m_boot(std::move(boot)),
+      m_host(host),
+      m_random(std::move(random)),
+      m_clock(m_boot) {
+    for (const ILinkHost::Event& event : m_host.events(0))
+        m_lastEvent = event.number;
+}
+
+LinkCore::Far* LinkCore::farOf(const std::string& site) {
+    const auto found =
+        std::find_if(m_fars.begin(), m_fars.end(), [&](const Far& far) { return far.site() == site; });
+    return found == m_fars.end() ? nullptr : &*found;
+}
+
+LinkCore::Far* LinkCore::farOf(const ILink& link) {
+    const auto found =
+        std::find_if(m_fars.begin(), m_fars.end(), [&](const Far& far) { return &far.link == &link; });
+    return found == m_fars.end() ? nullptr : &*found;
+}
+
+void LinkCore::add(ILink& link, Time now) {
+    Far& far = m_fars.emplace_back(link);
+    if (m_pBroker) {
+        subscribe(far);
+        // What it exports has not been published yet.
+        m_publishAll = now;
+    }
+    judge(far, now);
+}
+
+void LinkCore::remove(ILink& link) {
+    for (auto taken = m_taken.begin(); taken != m_taken.end();)
+        taken = taken->second.driverID == link.driverID() ? m_taken.erase(taken) : std::next(taken);
+    m_fars.remove_if([&](const Far& far) { return &far.link == &link; });
+}
+
+LinkMessage LinkCore::will() const {
+    return {.topic = LinkTopics::up(m_site),
+            .payload = linkpayload::text(linkpayload::Up{false, m_boot, {}, false}),
+            .isRetained = true};
+}
+
+bool LinkCore::publish(LinkMessage message) {
+    return m_pBroker && m_pBroker->publish(message);
+}
+
+void LinkCore::publishUp(bool isComplete) {
+    LinkMessage birth = will();
+    birth.payload = linkpayload::text(linkpayload::Up{true, m_boot, m_since, isComplete});
+    publish(std::move(birth));
+}
+
+void LinkCore::subscribe(const Far& far) {
+    const LinkSettings& settings = far.link.settings();
+    const std::string& site = settings.farSite;
+    for (const std::string& topic :
+         {LinkTopics::up(site), LinkTopics::tick(site), LinkTopics::reply(site, m_boot)})
+        m_pBroker->subscribe(topic);
+    std::set<std::string> drivers = settings.imported.ids;
+    if (settings.imported.areAll)
+        drivers = {"*"};
+    for (const std::string& driver : drivers) {
+        m_pBroker->subscribe(LinkTopics::states(site, driver));
+        m_pBroker->subscribe(LinkTopics::events(site, driver));
+    }
+}
+
+void LinkCore::connected(IBroker& broker, Time now) {
+    m_pBroker = &broker;
+    m_dirty.clear();
+    m_pBroker->subscribe(LinkTopics::fids(m_site));
+    m_pBroker->subscribe(LinkTopics::up(m_site));
+    std::chrono::seconds spread{0};
+    for (Far& far : m_fars) {
+        subscribe(far);
+        spread = std::max(spread, far.link.settings().spread);
+        // Only what is heard over this connection counts.
+        far.isUp = false;
+        far.tick.reset();
+    }
+    publishUp(false);
+    m_isCompletePending = false;
+    m_publishAll = now + m_random(spread);
+    m_nextTick = now;
+    step(now);
+}
+
+void LinkCore::lost(const std::string& reason, Time now) {
+    m_pBroker = nullptr;
+    m_lostReason = reason;
+    m_wasTried = true;
+    m_publishAll.reset();
+    for (Far& far : m_fars) {
+        giveUp(far, "the connection to the broker was lost before the answer came");
+        judge(far, now);
+    }
+}
+
+void LinkCore::leave() {
+    publish(will());
+}
+
+void LinkCore::step(Time now) {
+    takeOutcomes();
+    for (Far& far : m_fars) {
+        judge(far, now);
+        std::vector<std::string> late;
+        for (const auto& [correlation, sent] : far.sent) {
+            if (sent.deadline <= now)
+                late.push_back(correlation);
+        }
+        for (const std::string& correlation : late) {
+            const std::string fid = far.sent.at(correlation).fid;
+            far.sent.erase(correlation);
+            tell(far, fid, {EOutcome::Unknown, "no answer came"});
+        }
+    }
+    if (!m_pBroker)
+        return;
+    if (now >= m_nextTick) {
+        m_nextTick = now + s_tick;
+        publish(
+            {.topic = LinkTopics::tick(m_site), .payload = linkpayload::text(m_clock.next(now)), .qos = 0});
+    }
+    if (m_publishAll && now >= *m_publishAll) {
+        m_publishAll.reset();
+        m_version = 0;
+        m_isCompletePending = true;
+        m_nextStates = now;
+    }
+    // Before everything is published nothing is.
+    if (!m_publishAll && now >= m_nextStates) {
+        m_nextStates = now + s_states;
+        collectStates();
+        publishEvents();
+    }
+    flush();
+}
+
+bool LinkCore::isExported(const std::string& driverID) const {
+    const bool isLink = std::any_of(m_fars.begin(), m_fars.end(),
+                                    [&](const Far& far) { return far.link.driverID() == driverID; });
+    return std::any_of(m_fars.begin(), m_fars.end(), [&](const Far& far) {
+        const LinkSettings& settings = far.link.settings();
+        return settings.exported.contain(driverID) && (!isLink || settings.hasTransit);
+    });
+}
+
+void LinkCore::collectStates() {
+    const ILinkHost::Changes changes = m_host.changes(m_version);
+    m_version = changes.version;
+    std::map<std::string, std::string> former;
+    if (changes.isComplete)
+        former.swap(m_published);
+    const auto topicOf = [this](const std::string& stateKey) {
+        const auto dot = stateKey.find('.');
+        if (dot == std::string::npos || dot == 0 || dot + 1 == stateKey.size() ||
+            !isExported(stateKey.substr(0, dot)))
+            return std::string();
+        return LinkTopics::state(m_site, stateKey.substr(0, dot), stateKey.substr(dot + 1));
+    };
+    for (const ILinkHost::State& state : changes.states) {
+        const std::string topic = topicOf(state.key);
+        if (topic.empty())
+            continue;
+        former.erase(topic);
+        m_published[topic] = state.key;
+        m_dirty[topic] = linkpayload::text(linkpayload::State{state.value, std::chrono::system_clock::now(),
+                                                              m_boot, ++m_lastID, state.staleCause});
+    }
+    for (const std::string& unset : changes.unset) {
+        const std::string topic = topicOf(unset);
+        if (m_published.erase(topic) > 0)
+            m_dirty[topic].clear();
+    }
+    // What there was and is no more.
+    for (const auto& [topic, gone] : former)
+        m_dirty[topic].clear();
+}
+
+void LinkCore::flush() {
+    while (!m_dirty.empty() && m_pBroker->pending() < s_mostPending) {
+        auto next = m_dirty.extract(m_dirty.begin());
+        publish({.topic = next.key(), .payload = next.mapped(), .isRetained = true});
+    }
+    if (m_isCompletePending && m_dirty.empty() && m_version != 0) {
+        m_isCompletePending = false;
+        publishUp(true);
+    }
+}
+
+void LinkCore::publishEvents() {
+    for (const ILinkHost::Event& event : m_host.events(m_lastEvent)) {
+        m_lastEvent = event.number;
+        const auto dot = event.id.find('.');
+        if (dot == std::string::npos || dot == 0 || dot + 1 == event.id.size() ||
+            !isExported(event.id.substr(0, dot)) || m_pBroker->pending() >= s_mostPending)
+            continue;
+        publish({.topic = LinkTopics::event(m_site, event.id.substr(0, dot), event.id.substr(dot + 1)),
+                 .payload = linkpayload::text(linkpayload::Event{
+                     event.value, event.when, m_boot + ":" + std::to_string(++m_lastID)})});
+    }
+}
+
+std::string LinkCore::causeOf(const Far& far, Time now) const {
+    if (!m_pBroker)
+        return "no broker: " + m_lostReason;
+    if (far.boot.empty())
+        return far.site() + " has not been heard yet";
+    if (!far.isUp)
+        return far.site() + " is away";
+    if (!far.tick || far.tick->boot != far.boot || now - far.heard > s_silence)
+        return far.site() + " is not heard";
+    return {};
+}
+
+/// Whether the far site is there, and what follows when that has changed.
+void LinkCore::judge(Far& far, Time now) {
+    const std::string cause = causeOf(far, now);
+    if (cause.empty() ? far.isLive : !far.isLive && cause == far.cause)
+        return;
+    const bool wasLive = std::exchange(far.isLive, cause.empty());
+    far.cause = cause;
+    if (far.isLive) {
+        for (const auto& [stateKey, state] : far.values)
+            show(far, stateKey, state);
+        far.link.say(ELevel::eInfo, far.site() + " is there");
+    } else {
+        std::vector<std::string> keys;
+        for (const auto& [stateKey, state] : far.values)
+            keys.push_back(far.link.driverID() + "." + stateKey);
+        m_host.makeStale(far.link.driverID(), keys, cause);
+        // On the way to the other site's first word each step is no news; that there is no broker is.
+        if (wasLive || (!m_pBroker && m_wasTried))
+            far.link.say(ELevel::eWarning, cause);
+        if (wasLive)
+            giveUp(far, cause);
+    }
+    far.link.panel().setStateValue("LINK", cause.empty() ? "up" : cause);
+}
+
+void LinkCore::show(Far& far, const std::string& stateKey, const linkpayload::State& state) {
+    const std::string cause = !far.isLive              ? far.cause
+                              : state.boot != far.boot ? s_earlier + far.site()
+                                                       : state.staleCause;
+    if (cause.empty())
+        report(far.link.panel(), stateKey, state.value);
+    else
+        m_host.setStale(far.link.driverID() + "." + stateKey, state.value, cause);
+}
+
+void LinkCore::received(const LinkMessage& message, Time now) {
+    const auto parts = LinkTopics::parse(message.topic);
+    if (!parts || message.payload.size() > s_longestPayload)
+        return;
+    if (parts->site == m_site) {
+        if (parts->kind == LinkTopics::EKind::Fid)
+            takeFid(*parts, message, now);
+        else if (parts->kind == LinkTopics::EKind::Up)
+            takeOwnUp(message);
+        return;
+    }
+    Far* const pFar = farOf(parts->site);
+    if (!pFar)
+        return;
+    switch (parts->kind) {
+        case LinkTopics::EKind::Up:
+            takeUp(*pFar, message, now);
+            break;
+        case LinkTopics::EKind::Tick:
+            takeTick(*pFar, message, now);
+            break;
+        case LinkTopics::EKind::State:
+            takeState(*pFar, *parts, message);
+            break;
+        case LinkTopics::EKind::Event:
+            takeEvent(*pFar, *parts, message);
+            break;
+        case LinkTopics::EKind::Reply:
+            if (parts->driver == m_boot)
+                takeReply(*pFar, message);
+            break;
+        default:
+            break;
+    }
+}
+
+void LinkCore::takeOwnUp(const LinkMessage& message) {
+    const auto up = linkpayload::up(message.payload);
+    if (!up || up->boot == m_boot)
+        return;
+    if (!up->isUp) {
+        // The last will of an instance before this one comes late.
+        publishUp(!m_publishAll && !m_isCompletePending);
+        return;
+    }
+    if (message.isRetained || m_fars.empty() || !m_strange.passes())
+        return;
+    m_fars.front().link.say(ELevel::eError, "another host calls itself " + m_site +
+                                                " at the broker; give one of them another site=\"...\"");
+}
+
+void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
+    const auto up = linkpayload::up(message.payload);
+    if (!up && !message.payload.empty())
+        return;
+    if (!up || !up->isUp) {
+        // That of another instance than the last one says nothing of it.
+        if (up && !far.boot.empty() && up->boot != far.boot)
+            return;
+        if (up)
+            far.boot = up->boot;
+        far.isUp = false;
+        judge(far, now);
+        return;
+    }
+    const bool isOther = far.boot != up->boot;
+    if (isOther && !far.boot.empty())
+        giveUp(far, far.site() + " was started anew");
+    far.boot = up->boot;
+    far.isUp = true;
+    far.isComplete = up->isComplete;
+    if (far.isComplete) {
+        for (auto value = far.values.begin(); value != far.values.end();) {
+            if (value->second.boot == far.boot) {
+                ++value;
+                continue;
+            }
+            far.link.panel().unsetStateValue(value->first);
+            value = far.values.erase(value);
+        }
+    }
+    judge(far, now);
+    if (isOther && far.isLive) {
+        for (const auto& [stateKey, state] : far.values)
+            show(far, stateKey, state);
+    }
+}
+
+void LinkCore::takeTick(Far& far, const LinkMessage& message, Time now) {
+    auto tick = linkpayload::tick(message.payload);
+    // One that a broker keeps is of long ago.
+    if (!tick || message.isRetained)
+        return;
+    far.tick = std::move(tick);
+    far.heard = now;
+    judge(far, now);
+}
+
+/// Values and events of ours that come back, or that have gone through too many sites.
+bool LinkCore::isEcho(const std::string& driver, const std::string& name) const {
+    std::string path = driver + "." + name;
+    path.erase(path.rfind('.'));
+    std::replace(path.begin(), path.end(), '.', ',');
+    return !LinkPath(path).fault(m_site).empty();
+}
+
+void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message) {
+    if (!far.link.settings().imported.contain(parts.driver) || isEcho(parts.driver, parts.name))
+        return;
+    const std::string stateKey = key(parts);
+    if (message.payload.empty()) {
+        if (far.values.erase(stateKey) > 0)
+            far.link.panel().unsetStateValue(stateKey);
+        return;
+    }
+    auto state = linkpayload::state(message.payload);
+    if (!state)
+        return;
+    // Left at the broker by an instance that is gone.
+    if (far.isUp && far.isComplete && state->boot != far.boot)
+        return;
+    if (far.values.size() >= s_mostValues && !far.values.contains(stateKey)) {
+        if (far.isFull.passes())
+            far.link.say(ELevel::eError, std::to_string(s_mostValues) + " values of " + far.site() +
+                                             " are kept at most; " + base::quoted(stateKey) +
+                                             " and further ones are dropped");
+        return;
+    }
+    const auto& kept = far.values[stateKey] = std::move(*state);
+    show(far, stateKey, kept);
+}
+
+void LinkCore::takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message) {
+    if (message.isRetained || !far.link.settings().imported.contain(parts.driver) ||
+        isEcho(parts.driver, parts.name))
+        return;
+    const auto event = linkpayload::event(message.payload);
+    if (event && m_seen.isNew(bootOf(event->id), event->id))
+        far.link.panel().triggerEvent(key(parts), event->value);
+}
+
+bool LinkCore::send(ILink& link, const std::string& fid, const FIDParameterList& parameters, Time now) {
+    const auto refuse = [&](const std::string& why) {
+        link.say(ELevel::eWarning, base::printable(fid) + " is not sent: " + why);
+        return false;
+    };
+    Far* const pFar = farOf(link);
+    const auto dot = fid.find('.');
+    if (dot == std::string::npos || dot == 0 || dot + 1 == fid.size())
+        return refuse("a FID to another site is a driver there, \".\" and a function");
+    if (!pFar || !pFar->isLive)
+        return refuse(pFar ? pFar->cause : "the link has ended");
+    const LinkPath path(m_host.path());
+    if (!path.sites().empty() && !link.settings().hasTransit)
+        return refuse("it came over a link (" + base::printable(path.text()) +
+                      "), and only transit=\"true\" lets it go out over another");
+    if (pFar->sent.size() >= s_mostSent || m_pBroker->pending() >= s_mostPending)
+        return refuse("too many FIDs wait for the answer of " + pFar->site());
+    const auto payload = linkpayload::text(parameters);
+    if (!payload)
+        return refuse("a parameter is no UTF-8");
+    const std::string number = std::to_string(++m_lastID);
+    const auto expiry = link.settings().expiry;
+    const LinkMessage message{.topic = LinkTopics::fid(pFar->site(), fid.substr(0, dot), fid.substr(dot + 1)),
+                              .payload = *payload,
+                              .responseTopic = LinkTopics::reply(pFar->site(), m_boot),
+                              .correlation = number,
+                              .expiry = static_cast<std::uint32_t>(expiry.count()),
+                              .properties = {{"id", m_boot + ":" + number},
+                                             {"from", m_site},
+                                             {"path", path.with(m_site).text()},
+                                             {"tick", pFar->tick->text()}}};
+    if (!publish(message))
+        return refuse("the broker's library does not take it");
+    pFar->sent[number] = {fid, now + expiry + s_patience};
+    return true;
+}
+
+void LinkCore::takeReply(Far& far, const LinkMessage& message) {
+    const auto found = far.sent.find(message.correlation);
+    const auto answer = linkpayload::reply(message.payload);
+    if (message.isRetained || found == far.sent.end() || !answer)
+        return;
+    const std::string fid = found->second.fid;
+    far.sent.erase(found);
+    tell(far, fid, *answer);
+}
+
+void LinkCore::tell(Far& far, const std::string& fid, const Reply& reply) {
+    const std::string text =
+        fid + ": " + linkpayload::inWords(reply.outcome) + (reply.text.empty() ? "" : ": " + reply.text);
+    far.link.panel().triggerEvent("OUTCOME", text);
+    if (reply.outcome != EOutcome::Done)
+        far.link.say(ELevel::eWarning, base::printable(text));
+}
+
+void LinkCore::giveUp(Far& far, const std::string& why) {
+    for (const auto& [correlation, sent] : std::exchange(far.sent, {}))
+        tell(far, sent.fid, {EOutcome::Unknown, why});
+}
+
+void LinkCore::takeFid(const LinkTopics::Parts& parts, const LinkMessage& message, Time now) {
+    const std::string fid = key(parts);
+    const std::string from = message.property("from");
+    const std::string id = message.property("id");
+    Far* const pFar = farOf(from);
+    if (!pFar) {
+        if (!m_fars.empty() && m_strange.passes())
+            m_fars.front().link.say(ELevel::eWarning, base::printable(fid) + " of " + base::quoted(from) +
+                                                          " is dropped: there is no link to that site");
+        return;
+    }
+    const std::string what = base::printable(fid) + " of " + pFar->site();
+    if (message.isRetained) {
+        pFar->link.say(ELevel::eWarning,
+                       what + " is dropped: it was kept by the broker, and is of nobody knows when");
+        return;
+    }
+    if (bootOf(id).empty() || !m_seen.isNew(bootOf(id), id))
+        return;
+    const auto topic = LinkTopics::parse(message.responseTopic);
+    // Nobody makes this site write anywhere but where it answers.
+    const bool hasReply = topic && topic->kind == LinkTopics::EKind::Reply && topic->site == m_site;
+    const std::string replyTopic = hasReply ? message.responseTopic : std::string();
+    if (const auto refused = refusal(*pFar, parts, message, now)) {
+        pFar->link.say(ELevel::eWarning,
+                       what + " is " + linkpayload::inWords(refused->outcome) + ": " + refused->text);
+        reply(replyTopic, message.correlation, *refused);
+        return;
+    }
+    const std::uint64_t number =
+        m_host.send(m_site, fid, *linkpayload::parameters(message.payload), message.property("path"));
+    m_taken[number] = {fid, pFar->link.driverID(), replyTopic, message.correlation};
+}
+
+/// Why the FID is not done; nothing when it is to be.
+std::optional<Reply> LinkCore::refusal(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message,
+                                       Time now) const {
+    const auto refused = [](const std::string& why) { return Reply{EOutcome::Refused, why}; };
+    const LinkPath path(message.property("path"));
+    if (const std::string fault = path.fault(m_site); !fault.empty())
+        return refused(fault);
+    if (!far.link.settings().allowed.contain(parts.driver))
+        return refused(m_site + " does not allow FIDs of " + far.site() + " to " +
+                       base::printable(parts.driver));
+    const auto tick = linkpayload::Tick::parse(message.property("tick"));
+    const auto expiry = far.link.settings().expiry;
+    // Whoever names no tick that this instance has told has heard another one, or none.
+    const Duration age = tick ? m_clock.age(*tick, now).value_or(Duration::max()) : Duration::max();
+    if (age == Duration::max())
+        return Reply{EOutcome::Expired, "it is of before " + m_site + " was started"};
+    if (age > expiry)
+        return Reply{EOutcome::Expired,
+                     "it came after " +
+                         std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(age).count()) +
+                         " ms, and " + std::to_string(expiry.count()) + " s are allowed"};
+    if (!linkpayload::parameters(message.payload))
+        return refused("its parameters cannot be read");
+    if (m_taken.size() >= s_mostSent)
+        return refused("too many FIDs are being done");
+    return std::nullopt;
+}
+
+void LinkCore::takeOutcomes() {
+    for (const ILinkHost::Outcome& outcome : m_host.outcomes(m_site)) {
+        const auto taken = m_taken.extract(outcome.number);
+        if (taken.empty())
+            continue;
+        const EOutcome what = outcome.what == ILinkHost::EOutcome::Done      ? EOutcome::Done
+                              : outcome.what == ILinkHost::EOutcome::Refused ? EOutcome::Refused
+                                                                             : EOutcome::Unknown;
+        reply(taken.mapped().replyTopic, taken.mapped().correlation, {what, outcome.text});
+    }
+}
+
+void LinkCore::reply(const std::string& topic, const std::string& correlation, const Reply& reply) {
+    if (!topic.empty())
+        publish({.topic = topic, .payload = linkpayload::text(reply), .correlation = correlation});
+}

@@ -1,0 +1,147 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "FIDParameterList.h"
+#include "IBroker.h"
+#include "ILink.h"
+#include "ILinkHost.h"
+#include "LinkPath.h"
+#include "LinkPayload.h"
+#include "LinkTopics.h"
+#include "SeenIDs.h"
+#include "Throttle.h"
+#include "TickClock.h"
+
+/// What one site says and does over a broker, for all of its links: its birth, ticks, values and events, what
+/// it makes of the others', FIDs in both directions and their outcomes. Knows no thread, no clock and no
+/// network; LinkSite owns it and calls it under its lock.
+class LinkCore {
+public:
+    using Time = std::chrono::steady_clock::time_point;
+    using Duration = Time::duration;
+    /// A part of the longest, chosen anew each time.
+    using Random = std::function<Duration(Duration longest)>;
+
+    /// A site that was not heard for so long is not there.
+    static constexpr std::chrono::seconds s_silence{10};
+    /// Of values per far site, and of FIDs that wait for their reply.
+    static constexpr std::size_t s_mostValues = 16384;
+    static constexpr std::size_t s_mostSent = 1024;
+    /// So many messages may be on their way to the broker.
+    static constexpr std::size_t s_mostPending = 512;
+
+    /// The host outlives the object. The boot ID is this instance's own.
+    LinkCore(std::string site, std::string boot, ILinkHost& host, Random random);
+
+    /// The link outlives its removal.
+    void add(ILink& link, Time now);
+    void remove(ILink& link);
+
+    /// The broker has taken the connection, without a session; it stays until lost().
+    void connected(IBroker& broker, Time now);
+    void lost(const std::string& reason, Time now);
+    void received(const LinkMessage& message, Time now);
+    /// What is due by now; often.
+    void step(Time now);
+    /// The last that is said before the connection is closed in order.
+    void leave();
+
+    /// "AXIS1.MOVE" to the link's far site. False, with a line of the link's, when it cannot be sent. What
+    /// becomes of it is the event OUTCOME.
+    bool send(ILink& link, const std::string& fid, const FIDParameterList& parameters, Time now);
+
+    /// What the broker says when this instance is gone.
+    LinkMessage will() const;
+
+private:
+    struct Sent {
+        std::string fid;
+        Time deadline;
+    };
+    /// The other side of a link.
+    struct Far {
+        explicit Far(ILink& its) : link(its) {}
+        const std::string& site() const { return link.settings().farSite; }
+
+        ILink& link;
+        std::string boot;  ///< of the instance that was heard last
+        bool isUp = false;
+        bool isComplete = false;
+        std::optional<linkpayload::Tick> tick;
+        Time heard{};
+        bool isLive = false;
+        std::string cause;  ///< why it is not
+        std::map<std::string, linkpayload::State> values;
+        std::map<std::string, Sent> sent;  ///< by correlation data
+        base::Throttle isFull;
+    };
+    /// A FID from outside that the host is doing.
+    struct Taken {
+        std::string fid;
+        std::string driverID;  ///< of the link
+        std::string replyTopic;
+        std::string correlation;
+    };
+
+    Far* farOf(const std::string& site);
+    Far* farOf(const ILink& link);
+    void subscribe(const Far& far);
+    bool publish(LinkMessage message);
+    void publishUp(bool isComplete);
+
+    void collectStates();
+    void flush();
+    void publishEvents();
+    bool isExported(const std::string& driverID) const;
+    bool isEcho(const std::string& driver, const std::string& name) const;
+
+    void judge(Far& far, Time now);
+    std::string causeOf(const Far& far, Time now) const;
+    void show(Far& far, const std::string& key, const linkpayload::State& state);
+    void takeUp(Far& far, const LinkMessage& message, Time now);
+    void takeTick(Far& far, const LinkMessage& message, Time now);
+    void takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message);
+    void takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message);
+    void takeReply(Far& far, const LinkMessage& message);
+    void takeOwnUp(const LinkMessage& message);
+    void takeFid(const LinkTopics::Parts& parts, const LinkMessage& message, Time now);
+    std::optional<linkpayload::Reply> refusal(Far& far, const LinkTopics::Parts& parts,
+                                              const LinkMessage& message, Time now) const;
+    void takeOutcomes();
+    void reply(const std::string& topic, const std::string& correlation, const linkpayload::Reply& reply);
+    void tell(Far& far, const std::string& fid, const linkpayload::Reply& reply);
+    void giveUp(Far& far, const std::string& why);
+
+    const std::string m_site;
+    const std::string m_boot;
+    ILinkHost& m_host;
+    const Random m_random;
+    const linkpayload::Time m_since = std::chrono::system_clock::now();
+
+    std::list<Far> m_fars;
+    IBroker* m_pBroker = nullptr;
+    std::string m_lostReason = "not connected yet";
+    bool m_wasTried = false;
+    TickClock m_clock;
+    SeenIDs m_seen;
+    std::uint64_t m_lastID = 0;
+    Time m_nextTick{};
+    Time m_nextStates{};
+    std::optional<Time> m_publishAll;  ///< when everything is to be published anew
+    bool m_isCompletePending = false;
+    std::uint64_t m_version = 0;
+    std::uint64_t m_lastEvent = 0;
+    std::map<std::string, std::string> m_dirty;      ///< payloads to be published, by topic
+    std::map<std::string, std::string> m_published;  ///< keys of values, by topic
+    std::map<std::uint64_t, Taken> m_taken;          ///< by the host's number
+    base::Throttle m_strange;
+};

@@ -1,0 +1,4 @@
+#include "LinkDriver.h"
+#include "MfdDriver.h"
+
+MFD_DRIVER(LinkDriver);
