@@ -1023,7 +1023,7 @@ TEST_F(HostTest, DirectoryGivenTwiceIsSearchedOnce) {
     HostProcess& host = start({"--drivers", m_workplace.drivers().string() + "/."});
     host.type("state PANEL.MFDDEF.COUNT");
     EXPECT_EQ(0, end());
-    EXPECT_THAT(host.output(), HasSubstr("PANEL.MFDDEF.COUNT  int   3      host"));
+    EXPECT_THAT(host.output(), HasSubstr("PANEL.MFDDEF.COUNT  int   4      host"));
 }
 
 // A search changes the working directory and goes back by its path, which leads elsewhere here.

@@ -102,6 +102,8 @@ protected:
 
     /// A value of the other site is here, live, after a FID from here has set it there.
     void expectSets(const std::string& value) {
+        EXPECT_TRUE(host().repliesWith("state --now SITE2.LINK", "SITE2\\.LINK +string +up "))
+            << host().output() << host().log();
         host().type("sendFID SITE2.E.INT name=N value=" + value);
         EXPECT_TRUE(host().repliesWith("state --now SITE2.E.N",
                                        "SITE2\\.E\\.N +int +" + value + " +SITE2 +[0-9]+ s +yes"))
@@ -132,7 +134,6 @@ TEST_F(Link, FidIsDoneThereAndAnsweredAndItsValueComesBack) {
     EXPECT_TRUE(other().repliesWith("state --now E.N", "E\\.N +int +17 +E +[0-9]+ s +yes"))
         << other().output();
     EXPECT_TRUE(host().repliesWith("events", "SITE2\\.OUTCOME.*E\\.INT: done")) << host().output();
-    EXPECT_TRUE(host().repliesWith("state --now SITE2.LINK", "SITE2\\.LINK +string +up ")) << host().output();
     endAll();
     EXPECT_THAT(host().log(), Not(ContainsRegex(" (error|critical) +[A-Z0-9]+: ")));
 }

@@ -339,6 +339,14 @@ TEST_F(LinkCoreTest, ValuesThatABrokerHasKeptAreNotLiveBeforeTheirSiteIsHeard) {
     m_one.connect(m_now);
     pass(500ms);
     EXPECT_EQ(m_one.host["AXIS1.POS"], "40 stale: SITE2 is not heard");
+    // Not by a tick that somebody has left at the broker, either.
+    LinkMessage left = last("mf/1/SITE2/tick");
+    left.isRetained = true;
+    m_one.core.received(left, m_now);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40 stale: SITE2 is not heard");
+    left.isRetained = false;
+    m_one.core.received(left, m_now);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40");
 }
 
 TEST_F(LinkCoreTest, ValuesOfAnEarlierInstanceAreStaleUntilTheNextIsComplete) {
@@ -367,6 +375,8 @@ TEST_F(LinkCoreTest, LateWillOfAnEarlierInstanceChangesNothing) {
     connectBoth();
     LinkMessage will = m_two.core.will();
     will.payload = R"({"up": false, "boot": "b0"})";
+    m_one.core.received(will, m_now);
+    EXPECT_EQ(m_one.host["LINK"], "up");
     FakeBroker::End broker(m_broker);
     m_broker.publish(broker, will);
     pass(0ms);
@@ -499,6 +509,12 @@ TEST_F(LinkCoreTest, ReplyGoesNowhereButWhereThisSiteAnswers) {
     pass(300ms);
     EXPECT_EQ(last("mf/1/SITE9/fid/AXIS1/MOVE").payload, "");
     EXPECT_THAT(m_two.host.done, ElementsAre("AXIS1.MOVE x=5 by SITE1"));
+    forged.responseTopic = "mf/1/SITE9/reply/b1";
+    forged.properties[0].second = "b1:999";
+    m_two.core.received(forged, m_now);
+    pass(300ms);
+    EXPECT_EQ(last("mf/1/SITE9/reply/b1").payload, "");
+    EXPECT_EQ(m_two.host.done.size(), 2U);
 }
 
 TEST_F(LinkCoreTest, FidWithoutAnAnswerIsNotKnownWhether) {
