@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "HangGuard.h"
@@ -49,6 +50,32 @@ protected:
                   "password_file " +
                       (directory / "passwords").string() + "\nacl_file " + (directory / "rights").string() +
                       "\n");
+    }
+
+    /// From now on broker and links speak TLS; the links trust that file of the test's directory.
+    void secure(const std::string& trusted) {
+        const std::string directory = workplace().directory().string();
+        for (const char* pCall :
+             {"req -x509 -subj /CN=authority -days 1 -keyout ca.key -out ca.pem",
+              "req -x509 -subj /CN=stranger -days 1 -keyout stranger.key -out stranger.pem",
+              "req -subj /CN=broker -addext subjectAltName=IP:127.0.0.1 -keyout broker.key -out broker.csr"})
+            ASSERT_TRUE(PrivateMachine::shell("cd " + directory + " && openssl " + pCall +
+                                              " -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"));
+        ASSERT_TRUE(PrivateMachine::shell("cd " + directory +
+                                          " && openssl x509 -req -in broker.csr -CA ca.pem -CAkey ca.key "
+                                          "-CAcreateserial -copy_extensions copy -days 1 -out broker.pem"));
+        std::string settings = readFile(directory + "/broker.conf");
+        settings.replace(settings.find("1883"), 4, "8883");
+        for (const auto& [name, file] :
+             {std::pair("cafile", "ca.pem"), {"certfile", "broker.pem"}, {"keyfile", "broker.key"}})
+            settings += std::string(name) + " " + directory + "/" + file + "\n";
+        writeFile(directory + "/broker.conf", settings);
+        for (const fs::path& file :
+             {workplace().workdir() / "data/SITE2/link.xml", m_pOther->workdir() / "data/SITE1/link.xml"}) {
+            std::string link = readFile(file);
+            link.insert(link.find("<broker ") + 8, "authorities='" + directory + "/" + trusted + "' ");
+            writeFile(file, link);
+        }
     }
 
     static void equip(const TestWorkplace& place, const std::string& site, const std::string& other) {
@@ -186,6 +213,25 @@ TEST_F(Link, KilledHostThereMakesValuesStaleUntilAnotherHasThem) {
     })) << host().output();
     expectSets("20");
     endAll();
+}
+
+TEST_F(Link, BrokerThatHasACertificateOfOneWhoIsTrustedIsSpokenToWithTls) {
+    secure("ca.pem");
+    startAll();
+    expectSets("17");
+    endAll();
+}
+
+TEST_F(Link, BrokerThatHasACertificateOfAStrangerGetsNothing) {
+    secure("stranger.pem");
+    startBroker();
+    start();
+    EXPECT_TRUE(host().repliesWith("state --now SITE2.LINK",
+                                   "SITE2\\.LINK +string +no broker: 127\\.0\\.0\\.1 port "
+                                   "8883: A TLS error occurred\\."))
+        << host().output() << host().log();
+    EXPECT_THAT(m_pBroker->log(), Not(HasSubstr("SITE1")));
+    EXPECT_EQ(end(), 0);
 }
 
 TEST_F(Link, WrongFileIsToldAndTheOthersRun) {
