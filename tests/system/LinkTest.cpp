@@ -198,6 +198,17 @@ TEST_F(Link, KilledBrokerMakesValuesStaleUntilItIsBack) {
     endAll(3);
 }
 
+/// Half a connection: what is sent goes nowhere, and nothing says so.
+TEST_F(Link, BrokerThatStandsStillHoldsNobodyUp) {
+    startAll();
+    expectSets("17");
+    m_pBroker->signal(SIGSTOP);
+    expectStale("(SITE2 is not heard|no broker: .*)");
+    host().type("sendFID E.INT name=N value=18");
+    EXPECT_TRUE(host().repliesWith("state --now E.N", "E\\.N +int +18 +E +[0-9]+ s +yes")) << host().output();
+    endAll();
+}
+
 TEST_F(Link, KilledHostThereMakesValuesStaleUntilAnotherHasThem) {
     startAll();
     expectSets("17");
