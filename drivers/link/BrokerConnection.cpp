@@ -213,8 +213,14 @@ void BrokerConnection::step(bool isReadable, bool isWritable) {
     errno = 0;
     if (isWritable)
         result = mosquitto_loop_write(m_pHandle.get(), s_packetsAtOnce);
-    if (isReadable && result == MOSQ_ERR_SUCCESS && m_fault.empty())
-        result = mosquitto_loop_read(m_pHandle.get(), s_packetsAtOnce);
+    // What TLS has taken from the socket already makes that readable no more.
+    const bool mayRead = isReadable || (m_broker.isSecure() && m_isConnected);
+    for (int i = 0; mayRead && i < s_packetsAtOnce && result == MOSQ_ERR_SUCCESS && m_fault.empty(); ++i) {
+        errno = 0;
+        result = mosquitto_loop_read(m_pHandle.get(), 1);
+        if (errno == EAGAIN)
+            break;
+    }
     if (result == MOSQ_ERR_SUCCESS && m_fault.empty())
         result = mosquitto_loop_misc(m_pHandle.get());
     if (result != MOSQ_ERR_SUCCESS)
