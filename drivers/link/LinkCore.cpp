@@ -117,6 +117,7 @@ void LinkCore::connected(IBroker& broker, Time now) {
     m_dirty.clear();
     m_pBroker->subscribe(LinkTopics::fids(m_site));
     m_pBroker->subscribe(LinkTopics::up(m_site));
+    m_pBroker->subscribe(LinkTopics::states(m_site, "*"));
     std::chrono::seconds spread{0};
     for (Far& far : m_fars) {
         subscribe(far);
@@ -220,6 +221,10 @@ void LinkCore::collectStates() {
         if (m_published.erase(topic) > 0)
             m_dirty[topic].clear();
     }
+    for (const std::string& topic : std::exchange(m_left, {})) {
+        if (!m_published.contains(topic))
+            m_dirty[topic].clear();
+    }
     // What there was and is no more.
     for (const auto& [topic, gone] : former)
         m_dirty[topic].clear();
@@ -305,6 +310,8 @@ void LinkCore::received(const LinkMessage& message, Time now) {
             takeFid(*parts, message, now);
         else if (parts->kind == LinkTopics::EKind::Up)
             takeOwnUp(message);
+        else if (parts->kind == LinkTopics::EKind::State)
+            takeOwnState(message);
         return;
     }
     Far* const pFar = farOf(parts->site);
@@ -345,6 +352,13 @@ void LinkCore::takeOwnUp(const LinkMessage& message) {
         return;
     m_fars.front().link.say(ELevel::eError, "another host calls itself " + m_site +
                                                 " at the broker; give one of them another site=\"...\"");
+}
+
+/// What an instance before this one has left at the broker, and this one does not have, goes.
+void LinkCore::takeOwnState(const LinkMessage& message) {
+    const auto state = linkpayload::state(message.payload);
+    if (message.isRetained && (!state || state->boot != m_boot) && m_left.size() < s_mostValues)
+        m_left.insert(message.topic);
 }
 
 void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {

@@ -113,6 +113,7 @@ private:
     void takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message);
     void takeReply(Far& far, const LinkMessage& message);
     void takeOwnUp(const LinkMessage& message);
+    void takeOwnState(const LinkMessage& message);
     void takeFid(const LinkTopics::Parts& parts, const LinkMessage& message, Time now);
     std::optional<linkpayload::Reply> refusal(Far& far, const LinkTopics::Parts& parts,
                                               const LinkMessage& message, Time now) const;
@@ -142,6 +143,7 @@ private:
     std::uint64_t m_lastEvent = 0;
     std::map<std::string, std::string> m_dirty;      ///< payloads to be published, by topic
     std::map<std::string, std::string> m_published;  ///< keys of values, by topic
+    std::set<std::string> m_left;                    ///< topics that another instance has left
     std::map<std::uint64_t, Taken> m_taken;          ///< by the host's number
     base::Throttle m_strange;
 };

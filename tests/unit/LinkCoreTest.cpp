@@ -397,6 +397,26 @@ TEST_F(LinkCoreTest, EverythingIsPublishedAnewAfterTheSpreadAndThenComplete) {
     EXPECT_THAT(m_broker.retained["mf/1/SITE2/up"].payload, HasSubstr(R"("complete": true)"));
 }
 
+TEST_F(LinkCoreTest, WhatAnEarlierInstanceHasLeftAtTheBrokerGoes) {
+    m_two.host.set("AXIS1.POS", 40);
+    m_two.host.set("AXIS1.OLD", 1);
+    m_two.connect(m_now);
+    pass(1s);
+    m_two.cut();
+    Site next(m_broker, "SITE2", "SITE1", "b3");
+    next.core.add(next, m_now);
+    next.host.set("AXIS1.POS", 50);
+    next.connect(m_now);
+    for (int i = 0; i < 10; ++i) {
+        while (next.take(m_now)) {
+        }
+        m_now += 100ms;
+        next.core.step(m_now);
+    }
+    EXPECT_FALSE(m_broker.retained.contains("mf/1/SITE2/state/AXIS1/OLD"));
+    EXPECT_THAT(m_broker.retained["mf/1/SITE2/state/AXIS1/POS"].payload, HasSubstr("50"));
+}
+
 TEST_F(LinkCoreTest, EventsComeOnce) {
     m_two.host.trigger("AXIS1.FAULT", "hot");
     connectBoth();
