@@ -12,7 +12,9 @@
 class SilentLinkHost : public ILinkHost, public IPanelState, public ISystem {
 public:
     IInterface* queryInterface(unsigned int id) override {
-        return id == ILinkHost::s_id ? static_cast<ILinkHost*>(this) : nullptr;
+        if (id != ILinkHost::s_id)
+            return nullptr;
+        return static_cast<ILinkHost*>(this);
     }
     void executeCommand(const std::string&, const std::string&) override {}
 
