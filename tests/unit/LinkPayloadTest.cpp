@@ -30,8 +30,9 @@ TEST(LinkPayload, TextsAreTheseToTheByte) {
               R"("stale": "killed by SIGSEGV"})");
     EXPECT_EQ(text(state(0.1F)),
               R"({"v": 0.1, "t": "float", "at": "2026-11-22T12:15:16.900Z", "boot": "0a1b", "n": 123})");
-    EXPECT_EQ(text(state(std::string("a\"\n"))),
-              R"({"v": "a\"\u000a", "t": "string", "at": "2026-11-22T12:15:16.900Z", "boot": "0a1b", "n": 123})");
+    EXPECT_EQ(
+        text(state(std::string("a\"\n"))),
+        R"({"v": "a\"\u000a", "t": "string", "at": "2026-11-22T12:15:16.900Z", "boot": "0a1b", "n": 123})");
     EXPECT_EQ(text(Event{"hot", s_time, "0a1b:124"}),
               R"({"v": "hot", "at": "2026-11-22T12:15:16.900Z", "id": "0a1b:124"})");
     EXPECT_EQ(text(Reply{EOutcome::Done, ""}), R"({"outcome": "done"})");
