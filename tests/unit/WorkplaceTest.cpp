@@ -259,7 +259,7 @@ TEST_F(WorkplaceTest, OnlyADriverWithAProcessIsDebugged) {
         "it has no process of its own; a debugger takes the host's, process " + std::to_string(::getpid()),
         pHost->workplace.debug("C"));
     EXPECT_EQ("", pHost->workplace.park("A"));
-    EXPECT_EQ("it is parked; startDriver A starts it", pHost->workplace.debug("A"));
+    EXPECT_EQ("it is parked; start it instead", pHost->workplace.debug("A"));
     EXPECT_EQ("", pHost->workplace.unpark("A"));
     EXPECT_TRUE(pHost->supervisor.variables({"m.so", "A"}).empty());
 }
