@@ -282,6 +282,7 @@ void Trial::fault(const std::string& text) {
 }
 
 void Trial::reloadDriver() {
+    m_in.watcher.expectReload(m_step.target);
     m_in.pHost->type("reloadDriver " + m_step.target);
 }
 

@@ -131,8 +131,11 @@ void Watcher::judgeVerdict(const std::string& driverID, pid_t pid, const std::st
     // done to its driver be over.
     if (verdict.starts_with(s_notHeeded) && m_rightlyEnded.contains(pid))
         return;
-    if (verdict == s_replaced)
+    const auto reloads = m_reloads.find(driverID);
+    if (verdict == s_replaced && reloads != m_reloads.end() && reloads->second > 0) {
+        --reloads->second;
         return;
+    }
     const auto expected = m_expected.find(driverID);
     if (expected == m_expected.end()) {
         if (!verdict.starts_with(s_asked))
@@ -412,6 +415,11 @@ std::optional<Watcher::Reply> Watcher::waitForReply(std::uint32_t mark, std::chr
 void Watcher::expect(const std::string& driverID, const Verdicts& verdicts) {
     const std::lock_guard lock(m_mutex);
     m_expected[driverID] = verdicts;
+}
+
+void Watcher::expectReload(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    ++m_reloads[driverID];
 }
 
 void Watcher::expectNothing(const std::string& driverID) {

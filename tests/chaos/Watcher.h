@@ -119,6 +119,9 @@ public:
     /// nothing is expected it may only say that it has ended as it was asked to.
     void expect(const std::string& driverID, const Verdicts& verdicts);
     void expectNothing(const std::string& driverID);
+    /// A reload of the driver is asked for: once the host may say that a process of it made room in order,
+    /// whatever else is expected by then.
+    void expectReload(const std::string& driverID);
     /// As long as it lives the host may say this, too, of each driver of which something is expected: what
     /// befalls all ends one that comes up at that moment after a fault of its own. Not of the processes that
     /// it leaves alone. The watcher outlives it.
@@ -201,7 +204,8 @@ private:
     std::vector<Life> m_lives;
     EventsByInstance m_events;
     std::vector<std::string> m_deadShownLive;
-    std::set<pid_t> m_rightlyEnded;  ///< of which the host has said so, and was right
+    std::map<std::string, unsigned int> m_reloads;  ///< by driver: asked for, and nothing replaced yet
+    std::set<pid_t> m_rightlyEnded;                 ///< of which the host has said so, and was right
     std::vector<std::string> m_unexpected;
     std::vector<std::string> m_false;
     std::uint64_t m_warnings = 0;
