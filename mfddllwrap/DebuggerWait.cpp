@@ -3,6 +3,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -12,6 +13,15 @@
 namespace {
 
 constexpr std::chrono::milliseconds s_pause{20};
+
+/// Where only parents may look into a process: whoever debugs is none. Given back to the parent, the host.
+class OpenToDebuggers {
+public:
+    OpenToDebuggers() { ::prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY); }
+    ~OpenToDebuggers() { ::prctl(PR_SET_PTRACER, ::getppid()); }
+    OpenToDebuggers(const OpenToDebuggers&) = delete;
+    OpenToDebuggers& operator=(const OpenToDebuggers&) = delete;
+};
 
 bool isTraced() {
     std::ifstream status("/proc/self/status");
@@ -26,8 +36,9 @@ bool isTraced() {
 }  // namespace
 
 bool waitForDebugger(std::chrono::seconds patience, sal::LogOutput& log) {
-    // Where only parents may look into a process: whoever debugs is none.
-    prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);
+    // What the driver starts has nothing to wait for.
+    ::unsetenv("MFD_WAIT_FOR_DEBUGGER");
+    const OpenToDebuggers open;
     log.level(sal::LogOutput::eInfo) << "Waits up to " << patience.count() << " s for a debugger: gdb -p "
                                      << getpid() << std::endl;
     const auto end = std::chrono::steady_clock::now() + patience;

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 
 #include "sal/LogManager.h"
@@ -35,6 +36,14 @@ TEST(DebuggerWaitTest, GoesOnOnceADebuggerHoldsTheProcess) {
     const pid_t child = childThatWaits(std::chrono::seconds(600));
     ASSERT_EQ(0, ::ptrace(PTRACE_SEIZE, child, nullptr, nullptr)) << std::strerror(errno);
     EXPECT_EQ(7, exitCodeOf(child));
+}
+
+TEST(DebuggerWaitTest, WhatTheDriverStartsIsNotToldToWait) {
+    const sal::LogManager log;
+    ::setenv("MFD_WAIT_FOR_DEBUGGER", "5", 1);
+    EXPECT_FALSE(
+        waitForDebugger(std::chrono::seconds(0), *sal::LogManager::getInstance()->getLogOutput("MFD")));
+    EXPECT_EQ(nullptr, std::getenv("MFD_WAIT_FOR_DEBUGGER"));
 }
 
 TEST(DebuggerWaitTest, GoesOnWithoutOneWhenItsTimeIsOver) {
