@@ -30,25 +30,25 @@ std::optional<Json> object(std::string_view bytes) {
     return json;
 }
 
-std::optional<std::string> textOf(const Json& json, const char* pName) {
+/// Nothing where there is no member of that name and type.
+template <class Type>
+std::optional<Type> memberOf(const Json& json, const char* pName, bool (Json::*isOfType)() const noexcept) {
     const auto found = json.find(pName);
-    if (found == json.end() || !found->is_string())
+    if (found == json.end() || !((*found).*isOfType)())
         return std::nullopt;
-    return found->get<std::string>();
+    return found->get<Type>();
+}
+
+std::optional<std::string> textOf(const Json& json, const char* pName) {
+    return memberOf<std::string>(json, pName, &Json::is_string);
 }
 
 std::optional<bool> flagOf(const Json& json, const char* pName) {
-    const auto found = json.find(pName);
-    if (found == json.end() || !found->is_boolean())
-        return std::nullopt;
-    return found->get<bool>();
+    return memberOf<bool>(json, pName, &Json::is_boolean);
 }
 
 std::optional<std::uint64_t> numberOf(const Json& json, const char* pName) {
-    const auto found = json.find(pName);
-    if (found == json.end() || !found->is_number_unsigned())
-        return std::nullopt;
-    return found->get<std::uint64_t>();
+    return memberOf<std::uint64_t>(json, pName, &Json::is_number_unsigned);
 }
 
 std::optional<Time> timeOf(const Json& json, const char* pName) {
