@@ -17,6 +17,16 @@ using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
+/// Why no stack of a driver that dies can be expected here; empty where it can.
+std::string whyNoStacks() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return "under a sanitizer the faulty driver dies without any handler";
+#endif
+    return std::system("command -v eu-stack >/dev/null") == 0
+               ? ""
+               : "needs the command eu-stack (package elfutils)";
+}
+
 // A driver in a process of its own that fails: the process is gone, the host and the others go on.
 class FaultyProcess : public FaultyWorkplace {
 protected:
@@ -25,6 +35,15 @@ protected:
         HostProcess& host = startWith(faults);
         settle(host);
         return host;
+    }
+
+    /// Its process dies so and another comes up; the number of the one that died.
+    static std::string die(HostProcess& host, const std::string& fault) {
+        expectServes(host, "BAD");
+        const std::string driver = std::to_string(host.driverProcess("BAD"));
+        host.type("sendFID BAD.FAULT." + fault);
+        EXPECT_TRUE(host.waitForLog("BAD: is started again")) << host.log();
+        return driver;
     }
 
     void expectHostServes(HostProcess& host) {
@@ -116,17 +135,11 @@ TEST_F(FaultyProcess, StacksOfOneThatHangsStandInTheLog) {
 
 // It is ended as it died: the driver's own stack is read while it waits.
 TEST_F(FaultyProcess, StackOfOneThatDiesStandsInTheLogAndInItsLastWords) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "under a sanitizer the faulty driver dies without any handler";
-#endif
-    if (std::system("command -v eu-stack >/dev/null") != 0)
-        GTEST_SKIP() << "needs the command eu-stack (package elfutils)";
+    if (const std::string reason = whyNoStacks(); !reason.empty())
+        GTEST_SKIP() << reason;
     configure("queue");
     HostProcess& host = start(call({"--restart-delay", "0.1", "--log-level", "5"}));
-    expectServes(host, "BAD");
-    const std::string driver = std::to_string(host.driverProcess("BAD"));
-    host.type("sendFID BAD.FAULT.CRASH");
-    ASSERT_TRUE(host.waitForLog("BAD: is started again")) << host.log();
+    const std::string driver = die(host, "CRASH");
     const std::string log = host.log();
     std::size_t at = 0;
     for (const std::string& text :
@@ -147,10 +160,7 @@ TEST_F(FaultyProcess, WithoutAReaderOfStacksItDiesAllTheSame) {
     HostProcess::Start start = call({"--restart-delay", "0.1", "--log-level", "5"});
     start.environment["PATH"] = "/nowhere";
     HostProcess& host = this->start(start);
-    expectServes(host, "BAD");
-    const std::string driver = std::to_string(host.driverProcess("BAD"));
-    host.type("sendFID BAD.FAULT.ABORT");
-    ASSERT_TRUE(host.waitForLog("BAD: is started again")) << host.log();
+    const std::string driver = die(host, "ABORT");
     EXPECT_THAT(host.log(),
                 HasSubstr("BAD: process " + driver +
                           " dies; there is no stack of it: eu-stack (package elfutils) is missing "
@@ -161,11 +171,8 @@ TEST_F(FaultyProcess, WithoutAReaderOfStacksItDiesAllTheSame) {
 }
 
 TEST_F(FaultyProcess, WhereNobodyMayLookIntoItItDiesAllTheSameAndItIsSaidWhy) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "under a sanitizer the faulty driver dies without any handler";
-#endif
-    if (std::system("command -v eu-stack >/dev/null") != 0)
-        GTEST_SKIP() << "needs the command eu-stack (package elfutils)";
+    if (const std::string reason = whyNoStacks(); !reason.empty())
+        GTEST_SKIP() << reason;
     configure("queue");
     HostProcess::Start start = call({"--restart-delay", "0.1", "--log-level", "5"});
     start.beforeExec = [] {
@@ -174,10 +181,7 @@ TEST_F(FaultyProcess, WhereNobodyMayLookIntoItItDiesAllTheSameAndItIsSaidWhy) {
             throw std::runtime_error("ptrace is not refused");
     };
     HostProcess& host = this->start(start);
-    expectServes(host, "BAD");
-    const std::string driver = std::to_string(host.driverProcess("BAD"));
-    host.type("sendFID BAD.FAULT.CRASH");
-    ASSERT_TRUE(host.waitForLog("BAD: is started again")) << host.log();
+    const std::string driver = die(host, "CRASH");
     EXPECT_THAT(host.log(), ContainsRegex("BAD: process " + driver +
                                           " dies; its stack cannot be read: .*Operation not permitted\n"));
     EXPECT_THAT(host.log(), HasSubstr("BAD: process " + driver +
