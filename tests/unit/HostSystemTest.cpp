@@ -94,7 +94,11 @@ TEST_F(HostSystemTest, HandsOutTheSender) {
 TEST_F(HostSystemTest, GivesLinksToOtherWorkplacesWhatTheyAreMeantToHave) {
     class Links : public ILinkHost {
     public:
-        IInterface* queryInterface(unsigned int id) override { return id == s_id ? this : nullptr; }
+        IInterface* queryInterface(unsigned int id) override {
+            if (id != s_id)
+                return nullptr;
+            return this;
+        }
         Changes changes(std::uint64_t) const override { return {}; }
         std::vector<Event> events(std::uint64_t) const override { return {}; }
         void setStale(const std::string&, const Value&, const std::string&) override {}
