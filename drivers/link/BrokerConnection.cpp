@@ -194,10 +194,25 @@ void BrokerConnection::open() {
         if (result != MOSQ_ERR_SUCCESS)
             return fail("the certificates cannot be used", result);
     }
+    m_pLookup = std::make_unique<NameLookup>(m_broker.host);
+}
+
+/// The library looks the name up once more, since the broker's certificate has to have it; a resolver that
+/// has just answered does so again.
+void BrokerConnection::connect() {
+    const NameLookup::EState state = m_pLookup->state();
+    if (state == NameLookup::EState::UnderWay) {
+        if (std::chrono::steady_clock::now() > m_deadline)
+            fail(brokerName() + ": the name is not resolved in time");
+        return;
+    }
+    if (state == NameLookup::EState::Failed)
+        return fail(brokerName() + ": " + m_pLookup->fault());
+    m_pLookup.reset();
     const int result = mosquitto_connect_bind_async(m_pHandle.get(), m_broker.host.c_str(), m_broker.port,
                                                     s_keepalive, nullptr);
     if (result != MOSQ_ERR_SUCCESS)
-        fail(m_broker.host + " port " + std::to_string(m_broker.port), result);
+        fail(brokerName(), result);
 }
 
 int BrokerConnection::fd() const {
@@ -209,6 +224,8 @@ bool BrokerConnection::wantsWrite() const {
 }
 
 void BrokerConnection::step(bool isReadable, bool isWritable) {
+    if (m_pLookup)
+        return connect();
     int result = MOSQ_ERR_SUCCESS;
     errno = 0;
     if (isWritable)
@@ -224,9 +241,9 @@ void BrokerConnection::step(bool isReadable, bool isWritable) {
     if (result == MOSQ_ERR_SUCCESS && m_fault.empty())
         result = mosquitto_loop_misc(m_pHandle.get());
     if (result != MOSQ_ERR_SUCCESS)
-        fail(m_broker.host + " port " + std::to_string(m_broker.port), result);
+        fail(brokerName(), result);
     if (!m_isConnected && std::chrono::steady_clock::now() > m_deadline)
-        fail(m_broker.host + " port " + std::to_string(m_broker.port) + " does not answer");
+        fail(brokerName() + " does not answer");
 }
 
 bool BrokerConnection::publish(const LinkMessage& message) {

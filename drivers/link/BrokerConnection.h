@@ -9,6 +9,7 @@
 
 #include "IBroker.h"
 #include "LinkSettings.h"
+#include "NameLookup.h"
 
 struct mosquitto;
 
@@ -29,8 +30,7 @@ public:
     BrokerConnection(const BrokerConnection&) = delete;
     BrokerConnection& operator=(const BrokerConnection&) = delete;
 
-    /// Begins to connect, without waiting for the broker. A name of a machine is looked up meanwhile, which
-    /// may take as long as the system's resolver does.
+    /// Begins to look the broker's name up; step() connects when it is known. Waits for neither.
     void open();
     /// Why there is no connection any more; empty while there may be.
     const std::string& fault() const { return m_fault; }
@@ -55,13 +55,16 @@ private:
     struct Callbacks;
     friend struct Callbacks;
 
+    void connect();
+    std::string brokerName() const { return m_broker.host + " port " + std::to_string(m_broker.port); }
     void fail(const std::string& what, int result);
     void fail(const std::string& why);
 
     const LinkSettings::Broker m_broker;
     const Handlers m_handlers;
     std::unique_ptr<mosquitto, Release> m_pHandle;
-    std::unordered_set<int> m_pending;  ///< message IDs that the broker has not confirmed
+    std::unique_ptr<NameLookup> m_pLookup;  ///< until the name is known
+    std::unordered_set<int> m_pending;      ///< message IDs that the broker has not confirmed
     bool m_isConnected = false;
     std::chrono::steady_clock::time_point m_deadline{};
     std::string m_fault;

@@ -111,16 +111,37 @@ void LinkSite::run() {
             waits[1].revents = 0;
         static_cast<void>(m_wakeup.take());
         const std::lock_guard lock(m_mutex);
-        const auto now = Clock::now();
-        if (!m_pConnection && now >= m_nextTry)
-            connect(now);
-        else if (m_pConnection)
-            serve((waits[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0,
-                  (waits[1].revents & (POLLOUT | POLLERR)) != 0);
-        m_core.step(now);
+        try {
+            step((waits[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0,
+                 (waits[1].revents & (POLLOUT | POLLERR)) != 0);
+        } catch (const std::exception& error) {
+            giveUp(error.what());
+        }
     }
     const std::lock_guard lock(m_mutex);
     leave();
+}
+
+/// With the lock.
+void LinkSite::step(bool isReadable, bool isWritable) {
+    const auto now = Clock::now();
+    if (!m_pConnection && now >= m_nextTry)
+        connect(now);
+    else if (m_pConnection)
+        serve(isReadable, isWritable);
+    m_core.step(now);
+}
+
+/// With the lock. There was no memory, that is: the next connection may have it.
+void LinkSite::giveUp(const std::string& fault) noexcept {
+    m_isConnected = false;
+    m_nextTry = Clock::now() + m_pause;
+    try {
+        m_core.lost(fault, Clock::now());
+    } catch (const std::exception&) {
+        // The links say it with the next one.
+    }
+    m_pConnection.reset();
 }
 
 /// With the lock. A new one each time: nothing of a lost connection is sent again.

@@ -38,6 +38,8 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void run();
+    void step(bool isReadable, bool isWritable);
+    void giveUp(const std::string& fault) noexcept;
     void connect(Clock::time_point now);
     void serve(bool isReadable, bool isWritable);
     void leave();

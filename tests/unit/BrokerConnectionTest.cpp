@@ -33,7 +33,7 @@ void serve(BrokerConnection& sut, Condition condition) {
 class BrokerConnectionTest : public testing::Test {
 protected:
     BrokerConnectionTest() {
-        m_listener = base::UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        m_listener = base::UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
@@ -43,6 +43,15 @@ protected:
         EXPECT_EQ(::getsockname(m_listener.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
         m_broker.host = "127.0.0.1";
         m_broker.port = ::ntohs(address.sin_port);
+    }
+    /// The connection's other end, once it has come.
+    base::UniqueFd accept(BrokerConnection& sut, int flags = 0) const {
+        base::UniqueFd peer;
+        serve(sut, [&] {
+            peer = base::UniqueFd(::accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC | flags));
+            return static_cast<bool>(peer);
+        });
+        return peer;
     }
     BrokerConnection::Handlers handlers() {
         return {[this] { m_isConnected = true; }, [](const LinkMessage&) {}};
@@ -66,7 +75,7 @@ TEST_F(BrokerConnectionTest, BeginsWithVersionFiveCleanStartAndItsWill) {
     m_broker.password = "hush";
     BrokerConnection sut("SITE1", m_broker, s_will, handlers());
     sut.open();
-    const base::UniqueFd peer(::accept4(m_listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    const base::UniqueFd peer = accept(sut, SOCK_NONBLOCK);
     std::string bytes;
     serve(sut, [&] {
         char buffer[512];
@@ -89,7 +98,7 @@ TEST_F(BrokerConnectionTest, BeginsWithVersionFiveCleanStartAndItsWill) {
 TEST_F(BrokerConnectionTest, BrokerThatRefusesIsToldWithItsReason) {
     BrokerConnection sut("SITE1", m_broker, s_will, handlers());
     sut.open();
-    const base::UniqueFd peer(::accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const base::UniqueFd peer = accept(sut);
     // CONNACK: not authorised.
     EXPECT_EQ(::send(peer.get(), "\x20\x03\x00\x87\x00", 5, 0), 5);
     serve(sut, [] { return false; });
@@ -100,7 +109,7 @@ TEST_F(BrokerConnectionTest, BrokerThatRefusesIsToldWithItsReason) {
 TEST_F(BrokerConnectionTest, AnotherHostOfTheSameNameIsToldAsSuch) {
     BrokerConnection sut("SITE1", m_broker, s_will, handlers());
     sut.open();
-    const base::UniqueFd peer(::accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const base::UniqueFd peer = accept(sut);
     // CONNACK: fine.
     EXPECT_EQ(::send(peer.get(), "\x20\x03\x00\x00\x00", 5, 0), 5);
     serve(sut, [this] { return m_isConnected; });
@@ -118,7 +127,7 @@ TEST_F(BrokerConnectionTest, AnotherHostOfTheSameNameIsToldAsSuch) {
 TEST_F(BrokerConnectionTest, WhatIsNoBrokerIsAFaultAndNoHang) {
     BrokerConnection sut("SITE1", m_broker, s_will, handlers());
     sut.open();
-    const base::UniqueFd peer(::accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const base::UniqueFd peer = accept(sut);
     const std::string answer = "HTTP/1.1 400 Bad Request\r\n\r\n" + std::string(500, 'x');
     EXPECT_EQ(::send(peer.get(), answer.data(), answer.size(), 0), static_cast<ssize_t>(answer.size()));
     serve(sut, [] { return false; });

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -61,6 +62,30 @@ TEST(LinkSite, BrokerThatIsNotThereIsToldOnceHoweverOftenItIsTried) {
     EXPECT_EQ(lines[0], "no broker: 127.0.0.1 port 1: Connection refused");
     EXPECT_EQ(lines[1], "AXIS1.MOVE is not sent: no broker: 127.0.0.1 port 1: Connection refused");
     EXPECT_EQ(link.m_host.reported.back(), "LINK=no broker: 127.0.0.1 port 1: Connection refused");
+}
+
+/// One whose host has no memory for the first report.
+class PoorLink : public LonelyLink {
+public:
+    void say(sal::LogOutput::ELevel level, const std::string& text) const override {
+        if (!m_hasThrown.exchange(true))
+            throw std::bad_alloc();
+        LonelyLink::say(level, text);
+    }
+
+private:
+    mutable std::atomic<bool> m_hasThrown = false;
+};
+
+TEST(LinkSite, ExceptionOnItsThreadIsAFaultOfTheConnection) {
+    PoorLink link;
+    std::string error;
+    const auto pSut = LinkSite::of(link.settings(), link.m_host, error);
+    ASSERT_TRUE(pSut) << error;
+    pSut->add(link);
+    EXPECT_TRUE(eventually([&] { return !link.lines().empty(); }));
+    pSut->remove(link);
+    EXPECT_THAT(link.lines().front(), testing::StartsWith("no broker: "));
 }
 
 TEST(LinkSite, SameSettingsAreTheSameSite) {
