@@ -30,6 +30,7 @@
 #include "GrpcTripPeer.h"
 #include "GrpcUpdatePeer.h"
 #include "HostCallPeer.h"
+#include "HostNews.h"
 #include "HostRecorder.h"
 #include "HostRequests.h"
 #include "HostStartPeer.h"
@@ -332,6 +333,13 @@ private:
             m_results.add("restart", name, m_round, {{"ms", host.restart(driver)}});
     }
 
+    /// Of the same drivers as are killed by other measurements, and as often.
+    void measureNews() {
+        HostNews host(m_directory.next(), m_amounts.restarts);
+        for (int driver = 0; driver < m_amounts.restarts; ++driver)
+            m_results.add("news", "this system", m_round, {{"ms", host.kill(driver)}});
+    }
+
     static std::string hostName(const std::string& startWait) {
         return "this system, --start-wait=" + startWait;
     }
@@ -350,7 +358,8 @@ const std::vector<Round::Part> Round::s_parts{
     {"stopped", &Round::measureStopped, false},     {"values", &Round::measureValues, false},
     {"requests", &Round::measureRequests, false},   {"commands", &Round::measureCommands, false},
     {"trips", &Round::measureTrips, false},         {"kills", &Round::measureKills, false},
-    {"starts", &Round::measureStarts, false},       {"fleet", &Round::measureFleet, true}};
+    {"news", &Round::measureNews, false},           {"starts", &Round::measureStarts, false},
+    {"fleet", &Round::measureFleet, true}};
 
 void run(const Amounts& amounts) {
     if (const std::string refusal = enterSandbox({}); !refusal.empty())
