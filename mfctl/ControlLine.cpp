@@ -354,6 +354,12 @@ void addHostCommands(Commands& commands, Words& words, const Screen& screen) {
         ->check(CLI::Range(1u, 4'000'000'000u).description(""));
     commands.addRemote("attach", "be at the host's console; lines of a pipe are executed one after another",
                        [](RemoteControl& control) { return AttachCommand(control).run(); });
+    // For the completions of shells, not for people.
+    auto* pComplete = commands.addRemote(
+        "complete", "tell what the last word of a line of the host's console may become",
+        [&](RemoteControl& control) { return OverviewCommands(control).complete(words.value); });
+    pComplete->group("");
+    pComplete->add_option("line", words.value)->type_name("LINE")->required();
     commands.addRemote("shutdown", "stop all drivers and end the host",
                        [](RemoteControl& control) { return OverviewCommands(control).shutdown(); });
 

@@ -41,7 +41,7 @@ EExit DebugCommand::run(const std::string& driverID, const std::vector<std::stri
     if (!isInPath(s_debugger))
         throw ControlError(EExit::Failed, "there is no gdb in PATH; install the package gdb");
     const ApiClient::Reply reply = m_control.act("/drivers/" + ApiClient::encoded(driverID) + "/debug",
-                                                 ApiClient::Json::object(), limit);
+                                                 ApiClient::Json::object(), limit, "debug " + driverID);
     const int process = static_cast<int>(reply.view().member("driver").number("pid"));
     if (process <= 0)
         throw ControlError(EExit::Failed, driverID + " has no process");

@@ -146,8 +146,10 @@ EExit DriverCommands::troubled() {
 
 EExit DriverCommands::change(const std::string& driverID, const char* pOperation,
                              ApiClient::Milliseconds limit) {
-    const ApiClient::Reply reply = m_control.act(
-        "/drivers/" + ApiClient::encoded(driverID) + "/" + pOperation, ApiClient::Json::object(), limit);
+    const std::string operation = pOperation;
+    const std::string command = operation == "park" ? "stop" : operation == "unpark" ? "start" : operation;
+    const ApiClient::Reply reply = m_control.act("/drivers/" + ApiClient::encoded(driverID) + "/" + operation,
+                                                 ApiClient::Json::object(), limit, command + " " + driverID);
     if (m_control.asJson())
         return EExit::Done;
     const Screen& screen = m_control.screen();

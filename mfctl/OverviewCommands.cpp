@@ -55,10 +55,20 @@ EExit OverviewCommands::macros() {
 }
 
 EExit OverviewCommands::play(const std::string& macro, ApiClient::Milliseconds limit) {
-    const ApiClient::Reply reply =
-        m_control.act("/macros/" + ApiClient::encoded(macro) + "/play", ApiClient::Json::object(), limit);
+    const ApiClient::Reply reply = m_control.act("/macros/" + ApiClient::encoded(macro) + "/play",
+                                                 ApiClient::Json::object(), limit, "macro " + macro);
     if (!m_control.asJson())
         printLines(reply.view().text("output"), m_control.screen());
+    return EExit::Done;
+}
+
+EExit OverviewCommands::complete(const std::string& line) {
+    const ApiClient::Reply reply = m_control.ask("/completion?line=" + ApiClient::encoded(line));
+    if (m_control.asJson())
+        return EExit::Done;
+    for (const JsonView& word : reply.view().list("words"))
+        m_control.screen().out << base::printable(word.text()) << "\n";
+    m_control.screen().out << std::flush;
     return EExit::Done;
 }
 

@@ -17,6 +17,8 @@ public:
     EExit macros();
     EExit play(const std::string& macro, ApiClient::Milliseconds limit);
     EExit shutdown();
+    /// Prints what the last word of a line of the host's console may become, a word a line.
+    EExit complete(const std::string& line);
 
 private:
     RemoteControl& m_control;

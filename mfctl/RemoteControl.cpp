@@ -4,8 +4,15 @@
 #include <vector>
 
 #include "ControlError.h"
+#include "HeldUpText.h"
 #include "Nearest.h"
 #include "Printable.h"
+
+namespace {
+
+constexpr ApiClient::Milliseconds s_lookLimit{1'000};
+
+}  // namespace
 
 RemoteControl::RemoteControl(Screen screen, Options options, HostSocket socket)
     : m_screen(screen), m_options(std::move(options)), m_socket(std::move(socket)) {}
@@ -17,21 +24,36 @@ ApiClient& RemoteControl::client() {
 }
 
 ApiClient::Reply RemoteControl::ask(const std::string& target) {
-    return shown(client().get(target));
+    return shown(client().get(target), target);
 }
 
 ApiClient::Reply RemoteControl::act(const std::string& target, ApiClient::Json members,
-                                    ApiClient::Milliseconds limit) {
-    return shown(client().post(target, std::move(members), limit));
+                                    ApiClient::Milliseconds limit, const std::string& what) {
+    return shown(client().post(target, std::move(members), limit),
+                 what.empty() ? target.substr(target.rfind('/') + 1) : what);
 }
 
-ApiClient::Reply RemoteControl::shown(ApiClient::Reply reply) const {
+/// Empty where it cannot be had at once, too.
+std::string RemoteControl::whatIsUnderWay() {
+    try {
+        const ApiClient::Reply health = client().get("/health", s_lookLimit);
+        return heldUpText(health.view());
+    } catch (const ControlError&) {
+        return {};
+    }
+}
+
+ApiClient::Reply RemoteControl::shown(ApiClient::Reply reply, const std::string& what) {
     if (m_options.asJson)
         printJson(reply.body);
     if (reply.isError())
         throw ControlError(errorExit(reply), errorText(reply));
-    if (reply.status == 202)
-        throw ControlError(EExit::NotFinished, "not finished in time; it goes on");
+    if (reply.status == 202) {
+        std::string text = what + " is not finished in time; it goes on";
+        if (const std::string command = whatIsUnderWay(); !command.empty())
+            text += "; " + command;
+        throw ControlError(EExit::NotFinished, text);
+    }
     return reply;
 }
 

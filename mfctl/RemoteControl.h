@@ -24,10 +24,11 @@ public:
     ApiClient& client();
 
     /// The answer to a question or an action. With --json it has been printed. Throws a ControlError where it
-    /// is an error, or not finished in time.
+    /// is an error, or not finished in time. what: how the action is called then; empty: as its target.
     ApiClient::Reply ask(const std::string& target);
     ApiClient::Reply act(const std::string& target, ApiClient::Json members = ApiClient::Json::object(),
-                         ApiClient::Milliseconds limit = ApiClient::s_usualLimit);
+                         ApiClient::Milliseconds limit = ApiClient::s_usualLimit,
+                         const std::string& what = {});
 
     /// Prints the body of an answer as one line.
     void printJson(const std::string& body) const;
@@ -37,7 +38,8 @@ public:
     static EExit errorExit(const ApiClient::Reply& reply);
 
 private:
-    ApiClient::Reply shown(ApiClient::Reply reply) const;
+    ApiClient::Reply shown(ApiClient::Reply reply, const std::string& what);
+    std::string whatIsUnderWay();
 
     const Screen m_screen;
     const Options m_options;

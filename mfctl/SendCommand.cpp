@@ -62,7 +62,7 @@ ApiClient::Json SendCommand::parameters(const std::vector<std::string>& words) {
 EExit SendCommand::run(const std::string& fid, const std::vector<std::string>& words,
                        const std::string& stage, ApiClient::Milliseconds limit) {
     const ApiClient::Reply reply =
-        m_control.act("/fid", {{"fid", fid}, {"parameters", parameters(words)}, {"wait", stage}}, limit);
+        m_control.act("/fid", {{"fid", fid}, {"parameters", parameters(words)}, {"wait", stage}}, limit, fid);
     const JsonView outcome = reply.view();
     const bool isDenied = outcome.has("result") && !outcome.flag("result");
     if (!m_control.asJson()) {

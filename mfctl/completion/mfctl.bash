@@ -13,7 +13,7 @@ _mfctl_ask() {
             fi
         fi
     done
-    timeout 2 mfctl "${host[@]}" "$@" --json 2>/dev/null
+    timeout 2 mfctl "${host[@]}" "$@" 2>/dev/null
 }
 
 # The texts under a name in JSON: _mfctl_texts id <json
@@ -21,9 +21,10 @@ _mfctl_texts() {
     grep -oE "\"$1\" *: *\"[^\"\\\\]*\"" | sed 's/^[^:]*: *"//; s/"$//'
 }
 
-_mfctl_drivers() { _mfctl_ask drivers | _mfctl_texts id; }
-_mfctl_keys() { _mfctl_ask state | _mfctl_texts key; }
-_mfctl_macros() { _mfctl_ask macros | _mfctl_texts name; }
+_mfctl_drivers() { _mfctl_ask drivers --json | _mfctl_texts id; }
+_mfctl_fids() { _mfctl_ask complete "sendFID $1"; }
+_mfctl_keys() { _mfctl_ask state --json | _mfctl_texts key; }
+_mfctl_macros() { _mfctl_ask macros --json | _mfctl_texts name; }
 
 _mfctl_offer() {
     mapfile -t COMPREPLY < <(compgen -W "$1" -- "$cur")
@@ -152,8 +153,9 @@ _mfctl() {
         driver | reload | stop | start | debug | log) _mfctl_offer "$(_mfctl_drivers)" ;;
         recording) _mfctl_offer "list show stats export diff keep" ;;
         send)
-            compopt -o nospace 2>/dev/null
-            _mfctl_offer "$(_mfctl_drivers | sed 's/$/./')"
+            _mfctl_offer "$(_mfctl_fids "$cur")"
+            # A driver's function follows.
+            [[ ${COMPREPLY[0]-} != *. ]] || compopt -o nospace 2>/dev/null
             ;;
         state | set | unset) _mfctl_offer "$(_mfctl_keys)" ;;
         macro) _mfctl_offer "$(_mfctl_macros)" ;;

@@ -64,6 +64,7 @@ class CannedHost:
         "drivers": [{"id": "SYS", "type": "SysMon"}, {"id": "LAMP"}],
         "values": [{"key": "SYS.LOAD"}],
         "macros": [{"name": "evening"}],
+        "words": ["SYS.", "SYS.MARK"],
     }
 
     def __init__(self, path):
@@ -127,7 +128,7 @@ class ManualTest(unittest.TestCase):
             CannedHost(path)
             host = ["--host", str(path)]
             self.assertEqual(self.complete(*host, "driver", ""), ["SYS", "LAMP"])
-            self.assertEqual(self.complete(*host, "send", "S"), ["SYS."])
+            self.assertEqual(self.complete(*host, "send", "S"), ["SYS.", "SYS.MARK"])
             self.assertEqual(self.complete(*host, "state", ""), ["SYS.LOAD"])
             self.assertEqual(self.complete(*host, "macro", "e"), ["evening"])
             self.assertEqual(self.complete(*host, "send", "SYS.MARK", "x"), [])

@@ -138,6 +138,20 @@ TEST_F(DriverCommandsTest, ReloadWaitsAndTellsHowTheDriverIs) {
     EXPECT_EQ("Loading MF driver ...OK\nSYS: running\n", out());
 }
 
+TEST_F(DriverCommandsTest, WhatGoesOnIsToldWithItsDriverAndWhereTheHostIs) {
+    m_host.answer("POST /drivers/SYS/park", R"({"text":"it goes on"})", 202);
+    m_host.answer("POST /drivers/SYS/reload", R"({"text":"it goes on"})", 202);
+    auto remote = control();
+    EXPECT_EQ(std::pair(EExit::NotFinished, std::string("stop SYS is not finished in time; it goes on")),
+              errorOf([&] { DriverCommands(remote).change("SYS", "park", std::chrono::seconds(9)); }));
+    m_host.answer("GET /health", R"({"command":{"what":"reloadDriver SYS","forMs":9000,"driver":"SYS",
+                                     "operation":"deinitialize"}})");
+    EXPECT_EQ(std::pair(EExit::NotFinished,
+                        std::string("reload SYS is not finished in time; it goes on; reloadDriver SYS has "
+                                    "been under way for 9 s, in deinitialize of SYS")),
+              errorOf([&] { DriverCommands(remote).change("SYS", "reload", std::chrono::seconds(9)); }));
+}
+
 TEST_F(DriverCommandsTest, RefusedReloadFailsWithTheHostsReason) {
     m_host.answer("POST /drivers/SYS/park",
                   R"({"error":{"code":"refused","text":"SYS is not stopped: it is parked","nearest":[]}})",

@@ -57,3 +57,11 @@ TEST_F(OverviewCommandsTest, ShutdownIsForWhoMay) {
     EXPECT_EQ(EExit::Done, OverviewCommands(remote).shutdown());
     EXPECT_EQ("the host stops all drivers and ends\n", out());
 }
+
+TEST_F(OverviewCommandsTest, WordsOfACompletionArePrintedOneALine) {
+    m_host.answer("GET /completion?line=sendFID%20S", R"({"words":["SYS.","SYS.MARK"]})");
+    auto remote = control();
+    EXPECT_EQ(EExit::Done, OverviewCommands(remote).complete("sendFID S"));
+    EXPECT_EQ("/completion?line=sendFID%20S", m_host.requests().back().target);
+    EXPECT_EQ("SYS.\nSYS.MARK\n", out());
+}

@@ -74,9 +74,9 @@ TEST_F(SendCommandTest, FidThatReachesNobodyFailsWithTheReason) {
 TEST_F(SendCommandTest, WhatGoesOnIsNotFinished) {
     m_host.answer("POST /fid", R"({"fid":"SYS.MARK","stage":"accepted"})", 202);
     auto remote = control();
-    EXPECT_EQ(std::pair(EExit::NotFinished, std::string("not finished in time; it goes on")), errorOf([&] {
-                  SendCommand(remote).run("SYS.MARK", {}, "taken", std::chrono::milliseconds(1));
-              }));
+    EXPECT_EQ(
+        std::pair(EExit::NotFinished, std::string("SYS.MARK is not finished in time; it goes on")),
+        errorOf([&] { SendCommand(remote).run("SYS.MARK", {}, "taken", std::chrono::milliseconds(1)); }));
 }
 
 TEST_F(SendCommandTest, JsonHasNothingElse) {
