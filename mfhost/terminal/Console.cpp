@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <iostream>
+#include <optional>
 #include <utility>
 
 #include "HostLog.h"
@@ -11,8 +12,11 @@
 #include "Needed.h"
 #include "ThreadName.h"
 
-Console::Console(Handlers handlers, LineEditor::Settings settings)
-    : m_handlers(std::move(handlers)), m_settings(std::move(settings)), m_waiter(STDIN_FILENO) {}
+Console::Console(Handlers handlers, LineEditor::Settings settings, std::chrono::milliseconds endStands)
+    : m_handlers(std::move(handlers)),
+      m_settings(std::move(settings)),
+      m_endStands(endStands),
+      m_waiter(STDIN_FILENO) {}
 
 Console::~Console() {
     stop();
@@ -43,18 +47,21 @@ void Console::run() {
 void Console::readTerminal() {
     m_waiter.watchSize();
     LineEditor editor(m_waiter, m_handlers.complete, m_settings);
-    // A slip on a key must not stop a workplace; the second one in a row means it.
-    bool isEnding = false;
+    using Clock = std::chrono::steady_clock;
+    // A slip on a key must not stop a workplace; the second one in a row means it, unless the first one was
+    // long ago.
+    std::optional<Clock::time_point> ending;
     while (!m_waiter.isStopped()) {
         const auto line = editor.read();
         if (m_waiter.isStopped())
             return;
         // A line that was typed and emptied again stood between the two.
-        isEnding = isEnding && !editor.hasEmptied();
+        if (line || editor.hasEmptied())
+            ending.reset();
+        const auto before = line ? std::nullopt : std::exchange(ending, Clock::now());
         if (line) {
-            isEnding = false;
             m_handlers.line(*line);
-        } else if (!std::exchange(isEnding, true)) {
+        } else if (!before || *ending - *before > m_endStands) {
             // What Ctrl-C was pressed on has ended its row already.
             std::cout << (editor.isInterrupted() ? "" : "\n") << "To shut down, type quit or press "
                       << (editor.isInterrupted() ? "Ctrl-C" : "Ctrl-D") << " again." << std::endl;

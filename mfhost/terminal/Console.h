@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <thread>
@@ -21,8 +22,9 @@ public:
         std::function<void()> lineTooLong = nullptr;
     };
 
-    /// At a terminal the settings are the editor's.
-    explicit Console(Handlers handlers, LineEditor::Settings settings = {});
+    /// At a terminal the settings are the editor's, and the first end of input counts for so long.
+    explicit Console(Handlers handlers, LineEditor::Settings settings = {},
+                     std::chrono::milliseconds endStands = std::chrono::minutes(1));
     ~Console();  ///< stops reading and gives the terminal its modes back
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
@@ -42,6 +44,7 @@ private:
 
     const Handlers m_handlers;
     const LineEditor::Settings m_settings;
+    const std::chrono::milliseconds m_endStands;
     InputWaiter m_waiter;
     std::thread m_thread;
 };

@@ -98,7 +98,7 @@ TEST_F(ConsoleTest, PipeIsNotInteractive) {
 namespace {
 
 /// A console at a terminal, in a process of its own that writes each line as "[line]" and the end as "(end)".
-void runConsole() {
+void runConsole(std::chrono::milliseconds endStands) {
     std::promise<void> ended;
     Console sut({.line = [](const std::string& line) { std::cout << "[" << line << "]" << std::endl; },
                  .end =
@@ -106,15 +106,20 @@ void runConsole() {
                          std::cout << "(end)" << std::endl;
                          ended.set_value();
                      },
-                 .complete = {}});
+                 .complete = {}},
+                {}, endStands);
     sut.start();
     ended.get_future().wait();
+}
+
+void runPatientConsole() {
+    runConsole(std::chrono::hours(1));
 }
 
 }  // namespace
 
 TEST(ConsoleAtATerminal, TwoEndsOfInputInARowAreTheEnd) {
-    Terminal terminal(runConsole);
+    Terminal terminal(runPatientConsole);
     ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
     ASSERT_TRUE(terminal.type("\x04"));
     ASSERT_TRUE(terminal.shows("To shut down, type quit or press Ctrl-D again.")) << terminal.screen();
@@ -126,7 +131,7 @@ TEST(ConsoleAtATerminal, TwoEndsOfInputInARowAreTheEnd) {
 }
 
 TEST(ConsoleAtATerminal, LineBetweenTwoEndsOfInputTakesTheFirstBack) {
-    Terminal terminal(runConsole);
+    Terminal terminal(runPatientConsole);
     for (const char* keys : {"\x04", "drivers\r", "\x04"}) {
         ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
         ASSERT_TRUE(terminal.type(keys));
@@ -136,7 +141,7 @@ TEST(ConsoleAtATerminal, LineBetweenTwoEndsOfInputTakesTheFirstBack) {
 }
 
 TEST(ConsoleAtATerminal, LineThatCtrlCEmptiesTakesTheQuestionBack) {
-    Terminal terminal(runConsole);
+    Terminal terminal(runPatientConsole);
     ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
     ASSERT_TRUE(terminal.type("\x03"));
     ASSERT_TRUE(terminal.shows("press Ctrl-C again.")) << terminal.screen();
@@ -153,7 +158,7 @@ TEST(ConsoleAtATerminal, LineThatCtrlCEmptiesTakesTheQuestionBack) {
 }
 
 TEST(ConsoleAtATerminal, CtrlCOnAnEmptyLineAsksAsTheEndOfInputDoes) {
-    Terminal terminal(runConsole);
+    Terminal terminal(runPatientConsole);
     ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
     ASSERT_TRUE(terminal.type("driv\x03"));
     ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
@@ -170,4 +175,14 @@ TEST(ConsoleAtATerminal, CtrlCOnAnEmptyLineAsksAsTheEndOfInputDoes) {
     EXPECT_TRUE(terminal.shows("(end)")) << terminal.screen();
     EXPECT_EQ(0, terminal.waitForEnd());
     EXPECT_TRUE(terminal.takesLines());
+}
+
+TEST(ConsoleAtATerminal, EndOfInputThatWasLongAgoDoesNotCount) {
+    Terminal terminal([] { runConsole(std::chrono::milliseconds(0)); });
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(terminal.awaitPrompt()) << terminal.screen();
+        ASSERT_TRUE(terminal.type("\x04"));
+        ASSERT_TRUE(terminal.shows("To shut down, type quit or press Ctrl-D again.")) << terminal.screen();
+    }
+    EXPECT_EQ(terminal.screen().find("(end)"), std::string::npos) << terminal.screen();
 }
