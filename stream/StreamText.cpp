@@ -432,10 +432,21 @@ std::string valueOf(const StreamRecord& record) {
 }
 
 std::uint64_t countOf(const StreamRecord& gap) {
+    return keptGap(gap).count;
+}
+
+StreamGap keptGap(const StreamRecord& gap) {
     std::string_view text = gap.text;
-    takeWord(text);
-    takeWord(text);
-    return takeWord(text);
+    const auto takeTime = [&] {
+        return Time(std::chrono::nanoseconds(static_cast<std::int64_t>(takeWord(text))));
+    };
+    StreamGap kept;
+    kept.first = takeWord(text);
+    kept.next = takeWord(text);
+    kept.count = takeWord(text);
+    kept.from = takeTime();
+    kept.to = takeTime();
+    return kept;
 }
 
 std::string utcText(Time time) {

@@ -36,6 +36,9 @@ std::string valueOf(const StreamRecord& record);
 /// How many records a record of a gap says that are missing; 0 where it does not say.
 std::uint64_t countOf(const StreamRecord& gap);
 
+/// What a record of a gap says that is missing; its reason is the record's value, as docs/stream.md has it.
+StreamGap keptGap(const StreamRecord& gap);
+
 /// "2026-11-22T14:03:22.181123Z".
 std::string utcText(Time time);
 
