@@ -15,6 +15,15 @@ namespace {
 /// A FID of any length can be sent from outside.
 constexpr std::size_t s_longestFid = 80;
 
+/// What is planned.
+std::string textOf(const DriverTable::Next& next) {
+    if (!next.delay)
+        return "none: the limit is reached";
+    if (*next.delay == RestartPlan::Duration::zero())
+        return "at once";
+    return "in " + std::to_string(next.delay->count()) + " ms";
+}
+
 }  // namespace
 
 DriverTable::DriverTable(StateStore& store, std::optional<RestartPlan::Settings> restart)
@@ -89,6 +98,8 @@ void DriverTable::beginStart(const std::string& driverID) {
     started.isLeaving = false;
     started.isRestart = false;
     started.saidCause.clear();
+    if (started.state == EDriverState::Parked)
+        addStep(started, ELifeStep::Unparked);
     take(started, started.isAlive ? EDriverEvent::ReloadBegins : EDriverEvent::StartBegins);
 }
 
@@ -105,8 +116,10 @@ bool DriverTable::beginRestart(const std::string& driverID) {
 void DriverTable::endStart(const std::string& driverID, const std::string& cause) {
     const std::lock_guard lock(m_mutex);
     Row& started = row(driverID);
-    if (!started.isAlive && !cause.empty())
+    if (!started.isAlive && !cause.empty()) {
         started.cause = cause;
+        addStep(started, ELifeStep::Failed, cause);
+    }
     startIsOver(started);
 }
 
@@ -116,6 +129,8 @@ void DriverTable::startIsOver(Row& row) {
     // The former instance, which goes on, takes messages no more than before.
     if (row.isHung && row.state == EDriverState::Running)
         take(row, EDriverEvent::InstanceHangs);
+    if (row.pid == 0)
+        answers(row);
 }
 
 std::optional<DriverTable::MissingProcess> DriverTable::endProcessStart(const std::string& driverID,
@@ -133,8 +148,11 @@ std::optional<DriverTable::MissingProcess> DriverTable::endProcessStart(const st
     started.lastEnd = EEnd::NoStart;
     started.since = std::chrono::system_clock::now();
     MissingProcess missing;
+    addStep(started, ELifeStep::Failed, cause);
     missing.next = plan(started, {}, isTried);
     recordPlan(driverID, missing.next);
+    if (m_restart)
+        addStep(started, ELifeStep::Restart, textOf(missing.next));
     take(started, missing.next.delay ? EDriverEvent::StartFails : EDriverEvent::StartFailsForGood);
     m_store.driverEnded(driverID, cause);
     missing.isNews = std::exchange(started.saidCause, cause) != cause || !missing.next.delay;
@@ -144,8 +162,10 @@ std::optional<DriverTable::MissingProcess> DriverTable::endProcessStart(const st
 void DriverTable::giveUp(const std::string& driverID) {
     const std::lock_guard lock(m_mutex);
     Row& left = row(driverID);
-    if (take(left, EDriverEvent::IsGivenUp))
+    if (take(left, EDriverEvent::IsGivenUp)) {
         left.isRestart = false;
+        addStep(left, ELifeStep::Restart, "none: it is given up");
+    }
 }
 
 void DriverTable::addRestart(const std::string& driverID) {
@@ -171,6 +191,9 @@ void DriverTable::endParking(const std::string& driverID) {
         return;
     parked.cause = parked.parkCause;
     parked.since = std::chrono::system_clock::now();
+    addStep(parked, ELifeStep::Parked, parked.parkCause);
+    if (m_pObservation)
+        m_pObservation->restart(driverID, "none: " + parked.parkCause);
     take(parked, EDriverEvent::ParkIsOver);
     m_store.driverParked(driverID, parked.parkCause);
 }
@@ -204,14 +227,20 @@ DriverTable::Next DriverTable::plan(Row& row, RestartPlan::Duration ran, bool is
 }
 
 void DriverTable::recordPlan(const std::string& driverID, const Next& next) const {
-    if (!m_pObservation || !m_restart)
-        return;
-    if (!next.delay)
-        m_pObservation->restart(driverID, "none: the limit is reached");
-    else
-        m_pObservation->restart(driverID, *next.delay == RestartPlan::Duration::zero()
-                                              ? "at once"
-                                              : "in " + std::to_string(next.delay->count()) + " ms");
+    if (m_pObservation && m_restart)
+        m_pObservation->restart(driverID, textOf(next));
+}
+
+void DriverTable::addStep(Row& row, ELifeStep step, const std::string& text) {
+    row.life.push_back({step, std::chrono::system_clock::now(), row.pid, row.start, text});
+    if (row.life.size() > s_mostSteps)
+        row.life.pop_front();
+}
+
+/// The first sign of the instance that is there.
+void DriverTable::answers(Row& row) {
+    if (row.isAlive && !row.isHung && !std::exchange(row.hasAnswered, true))
+        addStep(row, ELifeStep::Answer);
 }
 
 bool DriverTable::instanceBegins(Row& row, int pid, bool isByHand) {
@@ -231,8 +260,11 @@ bool DriverTable::instanceBegins(Row& row, int pid, bool isByHand) {
     row.sentPerSecond = 0;
     row.saidCause.clear();
     row.start = m_store.driverStarted(row.id);
+    row.hasAnswered = false;
+    const std::string text = isByHand ? "by hand" : row.isRestart ? "again" : "";
+    addStep(row, ELifeStep::Start, text);
     if (m_pObservation)
-        m_pObservation->started(row.id, pid, isByHand ? "by hand" : row.isRestart ? "again" : "");
+        m_pObservation->started(row.id, pid, text);
     take(row, EDriverEvent::InstanceBegins);
     return std::exchange(row.isRestart, false);
 }
@@ -244,8 +276,12 @@ std::size_t DriverTable::instanceEnds(Row& row, EDriverEvent event, const std::s
     row.since = std::chrono::system_clock::now();
     row.receivedPerSecond = 0;
     row.sentPerSecond = 0;
-    row.isHung = event == EDriverEvent::InstanceHangs;
+    const bool wasHung = std::exchange(row.isHung, event == EDriverEvent::InstanceHangs);
     row.isAlive = row.isHung;
+    if (!row.isHung)
+        addStep(row, ELifeStep::End, row.cause);
+    else if (!wasHung)
+        addStep(row, ELifeStep::Hang, row.cause);
     take(row, event);
     return m_store.driverEnded(row.id, row.cause, row.start);
 }
@@ -270,12 +306,15 @@ std::optional<DriverTable::End> DriverTable::processEnded(const std::string& dri
     if (!isLast)
         return std::nullopt;
     pEnded->lastEnd = pEnded->isHung ? EEnd::Hang : end;
-    if (isPlanned && !told.wasAsked) {
+    const bool isToPlan = isPlanned && !told.wasAsked;
+    if (isToPlan) {
         told.next = plan(*pEnded, ran, true);
         recordPlan(driverID, told.next);
     }
     told.staleValues = instanceEnds(
         *pEnded, told.next.delay ? EDriverEvent::InstanceEndsEarly : EDriverEvent::InstanceEnds, cause);
+    if (isToPlan && m_restart)
+        addStep(*pEnded, ELifeStep::Restart, textOf(told.next));
     eraseIfGone(driverID);
     return told;
 }
@@ -299,6 +338,8 @@ void DriverTable::setTraffic(const std::string& driverID, double receivedPerSeco
         return;
     pMeasured->receivedPerSecond = receivedPerSecond;
     pMeasured->sentPerSecond = sentPerSecond;
+    if (receivedPerSecond > 0 || sentPerSecond > 0)
+        answers(*pMeasured);
 }
 
 void DriverTable::callBegins(const std::string& driverID, const char* operation) {
@@ -378,6 +419,14 @@ std::optional<DriverTable::Driver> DriverTable::find(const std::string& driverID
     const std::lock_guard lock(m_mutex);
     const auto position = m_rows.find(driverID);
     return position == m_rows.end() ? std::nullopt : std::optional<Driver>(position->second);
+}
+
+std::vector<LifeStep> DriverTable::life(const std::string& driverID) const {
+    const std::lock_guard lock(m_mutex);
+    const auto position = m_rows.find(driverID);
+    if (position == m_rows.end())
+        return {};
+    return {position->second.life.begin(), position->second.life.end()};
 }
 
 bool DriverTable::isRunning(const std::string& driverID) const {

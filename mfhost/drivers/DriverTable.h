@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -14,6 +15,7 @@
 
 #include "DriverStates.h"
 #include "EInterfaceTypes.h"
+#include "LifeStep.h"
 #include "Observation.h"
 #include "RestartPlan.h"
 #include "StateStore.h"
@@ -32,6 +34,8 @@ public:
     /// In which way an instance came to its end; NoStart: none came up.
     enum class EEnd { Unknown, Exit, Signal, Hang, NoStart };
     static constexpr std::size_t s_ends = static_cast<std::size_t>(EEnd::NoStart) + 1;
+    /// Steps of its life that are remembered of each driver, the last ones.
+    static constexpr std::size_t s_mostSteps = 200;
 
     struct Driver {
         std::string id;
@@ -153,6 +157,9 @@ public:
     /// In byte order of the IDs, as far as ends have been looked for.
     std::vector<Driver> drivers() const;
     std::optional<Driver> find(const std::string& driverID) const;
+    /// What has become of it since it was configured, oldest first; the last s_mostSteps. Empty for a driver
+    /// that is not known.
+    std::vector<LifeStep> life(const std::string& driverID) const;
     /// Whether the driver was loaded and has not ended since.
     bool isRunning(const std::string& driverID) const;
     /// Whether the host has started a process for the driver, even if it has ended.
@@ -172,6 +179,8 @@ private:
         std::string parkCause;   ///< of the last parking
         bool isLeaving = false;  ///< it is to be forgotten
         EEnd lastEnd = EEnd::Unknown;
+        std::deque<LifeStep> life;
+        bool hasAnswered = false;  ///< the instance that is there
 
         explicit Row(const RestartPlan::Settings& settings) : plan(settings) {}
     };
@@ -187,6 +196,8 @@ private:
     std::size_t instanceEnds(Row& row, EDriverEvent event, const std::string& cause);
     Next plan(Row& row, RestartPlan::Duration ran, bool isTried);
     void recordPlan(const std::string& driverID, const Next& next) const;
+    static void addStep(Row& row, ELifeStep step, const std::string& text = {});
+    static void answers(Row& row);
 
     StateStore& m_store;
     const std::optional<RestartPlan::Settings> m_restart;

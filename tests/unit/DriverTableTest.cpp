@@ -29,6 +29,15 @@ protected:
         }
         return {};
     }
+    /// What is remembered of its life, without the times.
+    static std::vector<std::string> life(const DriverTable& sut, const std::string& id) {
+        std::vector<std::string> steps;
+        for (const LifeStep& step : sut.life(id))
+            steps.push_back(std::string(inWords(step.step)) +
+                            (step.pid > 0 ? " " + std::to_string(step.pid) : "") +
+                            (step.text.empty() ? "" : ": " + step.text));
+        return steps;
+    }
     bool isStale(const std::string& key) { return m_store.find(key)->isStale(); }
 
     StateStore m_store;
@@ -671,4 +680,55 @@ TEST_F(DriverTableTest, NoThreadIsInsideWhileAnotherChangesIt) {
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(std::vector<std::size_t>(), early);
+}
+
+TEST_F(DriverTableTest, LifeOfAProcessIsRemembered) {
+    using Steps = std::vector<std::string>;
+    DriverTable sut(m_store, RestartPlan::Settings{});
+    sut.beginStart("A");
+    sut.processStarted("A", 42);
+    sut.setTraffic("A", 0, 0);
+    EXPECT_EQ((Steps{"start 42"}), life(sut, "A"));
+    sut.setTraffic("A", 1, 0);
+    sut.setTraffic("A", 2, 1);
+    sut.processHung("A", 42, "does not answer");
+    sut.processHung("A", 42, "does not answer");
+    sut.processEnded("A", 42, "signal 9", std::chrono::hours(1), true);
+    EXPECT_EQ((Steps{"start 42", "answer 42", "hang 42: does not answer", "end 42: signal 9",
+                     "restart 42: at once"}),
+              life(sut, "A"));
+    EXPECT_EQ((Steps{}), life(sut, "B"));
+}
+
+TEST_F(DriverTableTest, LifeTellsParkingAndStartsThatFail) {
+    m_sut.processStarted("A", 42);
+    m_sut.beginParking("A", "parked by anna");
+    m_sut.processEnded("A", 42, "exit code 0", {}, false);
+    m_sut.endParking("A");
+    m_sut.beginStart("A");
+    m_sut.endProcessStart("A", "the module is missing", true);
+    EXPECT_EQ((std::vector<std::string>{"start 42", "end 42: parked by anna", "parked 42: parked by anna",
+                                        "unparked 42", "failed: the module is missing"}),
+              life(m_sut, "A"));
+}
+
+TEST_F(DriverTableTest, DriverInTheHostsProcessAnswersWhenItsStartIsOver) {
+    m_sut.beginStart("A");
+    m_sut.callBegins("A", "setConfiguration");
+    EXPECT_EQ((std::vector<std::string>{"start"}), life(m_sut, "A"));
+    m_sut.callEnded("A", "setConfiguration");
+    m_sut.endStart("A");
+    m_sut.driverDeleted("A");
+    EXPECT_EQ((std::vector<std::string>{"start", "answer", "end: unloaded"}), life(m_sut, "A"));
+}
+
+TEST_F(DriverTableTest, OnlyTheLastStepsAreRemembered) {
+    for (int i = 1; i <= 150; ++i) {
+        m_sut.processStarted("A", i);
+        m_sut.processEnded("A", i, "signal 9", {}, false);
+    }
+    const auto steps = life(m_sut, "A");
+    ASSERT_EQ(DriverTable::s_mostSteps, steps.size());
+    EXPECT_EQ("start 51", steps.front());
+    EXPECT_EQ("end 150: signal 9", steps.back());
 }
