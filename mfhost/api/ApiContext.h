@@ -116,9 +116,13 @@ struct ApiContext {
     /// Tells the table of drivers and the store of processes that have ended by now.
     std::function<void()> lookForEnds;
     std::function<CommandActivity()> activity;
+    /// Any thread.
     std::function<bool()> isStopping;
     /// Runs it on the command thread; false when that is stopping or has too much to do.
     std::function<bool(const std::string& what, std::function<void()> task)> post;
+    /// Runs it on the thread that reads what was recorded, which may take some seconds; false where too many
+    /// wait there. What it calls of this context says of itself that any thread may.
+    std::function<bool(std::function<void()> task)> readPast;
     /// Calls back when the time has come, on any thread but the calling one.
     std::function<void(std::chrono::milliseconds time, std::function<void()> call)> after;
 

@@ -28,6 +28,8 @@ constexpr std::chrono::seconds s_senderGrace{1};
 constexpr std::chrono::seconds s_readingLimit{5};
 /// Of those, that may wait for a command thread that is at something else: its queue is for commands.
 constexpr long s_mostReadings = 32;
+/// For what reads the recording.
+constexpr std::chrono::seconds s_pastLimit{10};
 
 /// Stands in a path for the name of a driver, of a macro, or a number.
 constexpr const char* s_name = "*";
@@ -91,6 +93,8 @@ struct ApiHandler::Resource {
     std::vector<std::string> known;
     /// Of what pRead gives.
     const char* contentType = ApiAnswer::s_json;
+    /// Of GET, where the recording is read for it.
+    std::string (ApiReading::*pReadPast)(const std::string& name, const ApiTarget&) const = nullptr;
 };
 
 const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
@@ -107,6 +111,14 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
                               std::vector<std::string> known) {
         return Resource{std::move(path), "GET",   ERole::View,      nullptr,
                         pOpen,           nullptr, std::move(known), StreamFeed::s_contentType};
+    };
+    const auto getPast = [](std::vector<std::string> path, decltype(Resource::pReadPast) pReadPast,
+                            std::vector<std::string> known) {
+        return Resource{.path = std::move(path),
+                        .method = "GET",
+                        .role = ERole::View,
+                        .known = std::move(known),
+                        .pReadPast = pReadPast};
     };
     const auto post = [](std::vector<std::string> path, ERole role, decltype(Resource::pAct) pAct,
                          std::vector<std::string> known = {}) {
@@ -125,6 +137,9 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
         get({"api", "v1", "drivers", s_name}, [](R reading, T, C, N name) { return reading.driver(name); }),
         get({"api", "v1", "state"}, [](R reading, T target, C, N) { return reading.state(target); },
             {"counts", "glob", "since"}),
+        getPast({"api", "v1", "drivers", s_name, "runs"}, &ApiReading::runs, {"limit"}),
+        getPast({"api", "v1", "state", s_name, "history"}, &ApiReading::stateHistory,
+                {"from", "to", "points"}),
         get({"api", "v1", "events"}, [](R reading, T, C, N) { return reading.events(); }),
         get({"api", "v1", "alarms"}, [](R reading, T, C, N) { return reading.alarms(); }),
         get({"api", "v1", "queues"}, [](R reading, T, C, N) { return reading.queues(); }),
@@ -173,8 +188,14 @@ ApiHandler::ApiHandler(ApiContext context, RequestMemory::Settings memory)
 
 void ApiHandler::handle(const ApiCall& call, Answer answer) {
     const auto pAnswer = std::make_shared<AnswerOnce>(std::move(answer));
+    orFault(call, pAnswer, [&] { handleChecked(call, pAnswer); });
+}
+
+/// What is thrown is the answer.
+void ApiHandler::orFault(const ApiCall& call, const std::shared_ptr<AnswerOnce>& pAnswer,
+                         const std::function<void()>& run) {
     try {
-        handleChecked(call, pAnswer);
+        run();
     } catch (const ApiFault& fault) {
         pAnswer->give(fault.answer());
     } catch (const std::exception& error) {
@@ -242,8 +263,23 @@ void ApiHandler::read(const Resource& resource, const ApiTarget& target, const A
     else if (resource.pRead)
         pAnswer->give(
             {.contentType = resource.contentType, .body = resource.pRead(m_reading, target, call, name)});
+    else if (resource.pReadPast)
+        readPast(resource, target, call, pAnswer);
     else
         readHistory(name, call, pAnswer);
+}
+
+void ApiHandler::readPast(const Resource& resource, const ApiTarget& target, const ApiCall& call,
+                          const std::shared_ptr<AnswerOnce>& pAnswer) {
+    m_context.lookForEnds();
+    const bool isPosted = m_context.readPast(
+        [this, pRead = resource.pReadPast, name = nameIn(resource.path, target.path), target, call, pAnswer] {
+            orFault(call, pAnswer, [&] { pAnswer->give({.body = (m_reading.*pRead)(name, target)}); });
+        });
+    if (!isPosted)
+        throw ApiFault(ECode::Busy, "too many requests wait for the recording already");
+    limit(pAnswer, s_pastLimit,
+          [] { return ApiFault(ECode::Busy, "the recording is still being read").answer(); });
 }
 
 /// It is the command thread's; an empty number is the list.

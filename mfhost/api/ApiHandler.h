@@ -37,6 +37,10 @@ private:
     void handleChecked(const ApiCall& call, const std::shared_ptr<AnswerOnce>& pAnswer);
     void read(const Resource& resource, const ApiTarget& target, const ApiCall& call,
               const std::shared_ptr<AnswerOnce>& pAnswer);
+    static void orFault(const ApiCall& call, const std::shared_ptr<AnswerOnce>& pAnswer,
+                        const std::function<void()>& run);
+    void readPast(const Resource& resource, const ApiTarget& target, const ApiCall& call,
+                  const std::shared_ptr<AnswerOnce>& pAnswer);
     void readHistory(const std::string& number, const ApiCall& call,
                      const std::shared_ptr<AnswerOnce>& pAnswer);
     void act(const Resource& resource, const ApiTarget& target, const ApiCall& call,

@@ -8,6 +8,7 @@
 #include <utility>
 #include <variant>
 
+#include "DriverRuns.h"
 #include "DriverStatus.h"
 #include "JsonText.h"
 #include "Metrics.h"
@@ -15,6 +16,9 @@
 #include "PanelNames.h"
 #include "Printable.h"
 #include "QueueNames.h"
+#include "StreamText.h"
+#include "TimeText.h"
+#include "ValueHistory.h"
 #include "Words.h"
 #include "sal/LogOutput.h"
 
@@ -30,6 +34,8 @@ constexpr std::size_t s_mostWords = 1'000;
 constexpr std::chrono::seconds s_busyAfter{5};
 /// Of a driver's own page.
 constexpr std::size_t s_driverLines = 20;
+/// Of a value's history, where no other span is asked for.
+constexpr std::chrono::hours s_usualSpan{1};
 
 milliseconds since(ApiContext::Clock::time_point begin, ApiContext::Clock::time_point now) {
     return std::max(milliseconds(0), duration_cast<milliseconds>(now - begin));
@@ -53,6 +59,19 @@ std::uint64_t number(const ApiTarget& target, const std::string& name, std::uint
                        name + " is " + base::quoted(*text) + " where a whole number from " +
                            std::to_string(least) + " to " + std::to_string(most) + " is needed");
     return value;
+}
+
+/// A time that a parameter names.
+std::optional<stream::Time> timeParameter(const ApiTarget& target, const std::string& name) {
+    const auto text = parameter(target, name);
+    if (!text)
+        return std::nullopt;
+    const auto time = base::utcTime(*text);
+    if (!time)
+        throw ApiFault(
+            ApiFault::ECode::RequestInvalid,
+            name + " is " + base::quoted(*text) + " where a time such as 2026-11-22T14:03:22.181Z is needed");
+    return stream::Time(*time);
 }
 
 void writeQueue(JsonText& json, const sal::MessageQueue::Status& queue) {
@@ -539,6 +558,78 @@ std::string ApiReading::sessions() const {
             .member("expires", session.expires)
             .endObject();
     json.endArray().endObject();
+    return json.take();
+}
+
+std::vector<RecordedPast::Hole> ApiReading::readPast(const RecordedPast::Span& span,
+                                                     const RecordedPast::Take& take) const {
+    RecordedPast past(*m_context.pRecorded, m_context.instance.recording);
+    if (!past.read(span, take, m_context.isStopping))
+        throw ApiFault(ApiFault::ECode::Stopping, "the host is stopping");
+    return past.holes();
+}
+
+std::string ApiReading::runs(const std::string& driverID, const ApiTarget& target) const {
+    if (!m_context.drivers.find(driverID))
+        throw unknownDriver(driverID);
+    const auto most =
+        static_cast<std::size_t>(number(target, "limit", 1, DriverRuns::s_most, DriverRuns::s_usual));
+    DriverRuns runs(driverID, m_context.drivers.life(driverID), most);
+    std::optional<stream::Time> since(m_context.instance.started);
+    std::vector<RecordedPast::Hole> holes;
+    if (const auto before = runs.missingBefore(m_context.instance.started); m_context.pRecorded && before) {
+        since.reset();
+        const auto take = [&](const auto& record, const auto& names, bool isOtherHost) {
+            since = since ? since : record.time;
+            if (record.time < *before)
+                runs.take(record, names, isOtherHost);
+        };
+        holes = readPast({{}, *before}, take);
+    }
+    JsonText json;
+    json.beginObject();
+    runs.write(json, holes);
+    json.member("recorded", m_context.pRecorded != nullptr)
+        .name("since")
+        .value(since ? std::optional(stream::utcText(*since)) : std::nullopt)
+        .endObject();
+    return json.take();
+}
+
+std::string ApiReading::stateHistory(const std::string& key, const ApiTarget& target) const {
+    const auto points =
+        static_cast<std::size_t>(number(target, "points", ValueHistory::s_leastPoints,
+                                        ValueHistory::s_mostPoints, ValueHistory::s_usualPoints));
+    const stream::Time now(std::chrono::system_clock::now());
+    RecordedPast::Span span;
+    span.to = std::min(timeParameter(target, "to").value_or(now), now);
+    span.from = timeParameter(target, "from").value_or(span.to - s_usualSpan);
+    if (span.from >= span.to)
+        throw ApiFault(ApiFault::ECode::RequestInvalid,
+                       "from is " + stream::utcText(span.from) + ", which is not before " +
+                           stream::utcText(span.to) + ", where the span ends");
+    if (!m_context.pRecorded)
+        throw ApiFault(
+            ApiFault::ECode::Refused,
+            "the host does not record, so nothing is known of what was; --record at its start has it do so");
+    ValueHistory history(key, span, points);
+    const auto holes = readPast(span, [&](const auto& record, const auto& names, bool isOtherHost) {
+        history.take(record, names, isOtherHost);
+    });
+    const auto entry = m_context.store.find(key);
+    if (!entry && !history.isKnown())
+        throw ApiFault(ApiFault::ECode::StateUnknown,
+                       "there is no value " + key + ", and none was recorded in that time",
+                       base::nearest(key, m_context.store.keys(key.substr(0, key.find('.') + 1))));
+    JsonText json;
+    json.beginObject();
+    history.write(json, holes, entry && !entry->isStale());
+    json.name("now");
+    if (entry)
+        addValue(json, *entry, m_context.now());
+    else
+        json.null();
+    json.endObject();
     return json.take();
 }
 

@@ -10,6 +10,7 @@
 #include "ApiContext.h"
 #include "ApiFault.h"
 #include "ApiTarget.h"
+#include "RecordedPast.h"
 
 class JsonText;
 
@@ -39,6 +40,9 @@ public:
     std::string modules() const;
     std::string log(const ApiTarget& target) const;
     std::string sessions() const;
+    /// Both on the thread that reads what was recorded.
+    std::string runs(const std::string& driverID, const ApiTarget& target) const;
+    std::string stateHistory(const std::string& key, const ApiTarget& target) const;
     /// Not as JSON: MetricsText::s_contentType.
     std::string metrics() const;
     /// Command thread, as the next.
@@ -69,6 +73,10 @@ public:
     ApiFault unknownDriver(const std::string& driverID) const;
 
 private:
+    /// What is recorded of that span to take; its holes. An ApiFault says that the host stops.
+    std::vector<RecordedPast::Hole> readPast(const RecordedPast::Span& span,
+                                             const RecordedPast::Take& take) const;
+
     using Queues = std::map<std::string, sal::MessageQueue::Status>;
 
     Queues queuesByName() const;

@@ -53,6 +53,7 @@ HostApi::HostApi(Parts parts)
 
 void HostApi::start(ControlSocket& socket, WebPort& port) {
     m_deadlines.start();
+    m_readings.start();
     if (port.isOpen())
         addWeb(port);
     m_server.start(socket.takeListener());
@@ -129,6 +130,7 @@ void HostApi::saveSessions() {
 void HostApi::stop() {
     beginShutdown();
     m_server.stop();
+    m_readings.stop();
     saveSessions();
     m_deadlines.stop();
 }
@@ -165,6 +167,7 @@ ApiContext HostApi::context() {
                 [this](const std::string& what, std::function<void()> task) {
                     return !m_isStopping && m_parts.commands.post(what, std::move(task));
                 },
+            .readPast = [this](auto task) { return m_readings.post(std::move(task)); },
             .after = [this](auto time, auto call) { m_deadlines.after(time, std::move(call)); },
             .changes = [this](const auto& glob, auto since) { return m_parts.store.changes(glob, since); },
             .reports = [this] { return reports(); },

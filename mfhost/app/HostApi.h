@@ -23,6 +23,7 @@
 #include "LiveSource.h"
 #include "LogMemory.h"
 #include "Options.h"
+#include "ReadingThread.h"
 #include "Recorder.h"
 #include "StateStore.h"
 #include "WebPort.h"
@@ -99,5 +100,6 @@ private:
     const ApiContext m_context;
     LiveSource m_live;
     ApiHandler m_handler;
+    ReadingThread m_readings;
     ApiServer m_server;
 };

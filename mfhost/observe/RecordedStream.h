@@ -31,6 +31,8 @@ public:
     std::unique_ptr<stream::StreamReader> open(const stream::StreamCursor& from, std::string& error) const {
         return stream::StreamReader::open(m_source, from, error, m_keys.names());
     }
+    /// What the numbers mean by now.
+    stream::KeyNames names() const { return m_keys.names(); }
     /// As StreamReader::openNewest.
     std::unique_ptr<stream::StreamReader> openNewest(std::uint64_t auditBytes) const {
         return stream::StreamReader::openNewest(m_source, auditBytes, m_keys.names());

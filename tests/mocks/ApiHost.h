@@ -56,6 +56,12 @@ public:
                         posted.emplace_back(what, std::move(task));
                     return isPosting;
                 },
+            .readPast =
+                [this](std::function<void()> task) {
+                    if (isPosting)
+                        posted.emplace_back("reading of the recording", std::move(task));
+                    return isPosting;
+                },
             .after =
                 [this](std::chrono::milliseconds time, std::function<void()> call) {
                     limits.push_back({time, std::move(call)});

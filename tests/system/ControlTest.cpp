@@ -200,6 +200,42 @@ TEST_F(Control, StreamOfAHostThatRecordsTellsFidsStartsAndTheLog) {
     EXPECT_TRUE(follower.waitForLog("waiting for it\n")) << follower.log();
 }
 
+TEST_F(Control, PastOfAValueAndOfADriverIsToldOverTheHostsEnd) {
+    workplace().addModule("Echo");
+    workplace().configure(entry("E", "queue"));
+    HostProcess& host = startAndWait({"--control", socket(), "--record-size", "1M", "--restart-delay", "1"});
+    ASSERT_EQ(mfctl("send E.INT name=N value=7 --wait taken").exitCode, 0);
+    const std::string history = "/api/v1/state/E.N/history";
+    const std::string runs = "/api/v1/drivers/E/runs";
+    const auto answers = [&](const std::string& path, const std::string& pattern) {
+        return eventually([&] { return testing::Matches(ContainsRegex(pattern))(ask(path).text); });
+    };
+    EXPECT_TRUE(answers(history,
+                        R"x("changes":1,.*"value":7,"text":"7","before":\[\{.*"fid":"E\.INT",)x"
+                        R"x(.*"origin":"api","who":"root","outcome":"written","beforeUs":[0-9]+\}\])x"))
+        << ask(history).text;
+    EXPECT_THAT(ask("/api/v1/state/E.M/history").text, HasSubstr("\"code\":\"state-unknown\""));
+    ASSERT_EQ(::kill(host.driverProcess("E"), SIGKILL), 0);
+    EXPECT_TRUE(answers(runs,
+                        R"x("step":"start","pid":[0-9]+,"start":2,"text":"again"\}.*"step":"restart",.*)x"
+                        R"x("step":"end","pid":[0-9]+,"start":1,"text":"signal 9 \(Killed\)"\}.*)x"
+                        R"x("step":"start","pid":[0-9]+,"start":1,"text":""\}\])x"))
+        << ask(runs).text;
+    EXPECT_EQ(mfctl("stop E").exitCode, 0);
+    EXPECT_THAT(ask(runs).text,
+                ContainsRegex(R"x("steps":\[\{"time":"[^"]*","step":"parked","pid":[^,]*,"start":2,)x"));
+    EXPECT_EQ(end(), 0);
+
+    // The next host knows it from what the first one has kept.
+    startAndWait({"--control", socket(), "--record-size", "1M"});
+    EXPECT_TRUE(answers(runs,
+                        R"x("step":"restart","pid":null,"start":null,"text":"none: [^"]*root[^"]*"\}.*)x"
+                        R"x("step":"end","pid":null,"start":null,"text":"signal 9 \(Killed\)"\})x"))
+        << ask(runs).text;
+    EXPECT_THAT(ask(history).text, ContainsRegex(R"x("changes":1,.*"now":null\})x"));
+    EXPECT_EQ(end(), 0);
+}
+
 TEST_F(Control, MessagesOfADriverAreShownWhileSomebodyAsksForThem) {
     workplace().addModule("Echo");
     workplace().configure(entry("E", "queue") + entry("G", "direct"));

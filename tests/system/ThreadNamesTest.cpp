@@ -61,9 +61,9 @@ TEST_F(ThreadNames, EachThreadSaysWhatItIs) {
     giveAdapter();
     HostProcess& host = startDemo();
     ASSERT_TRUE(host.waitForOutput("\nSYS.LOAD = ")) << host.log();
-    const Names ofHost{"API limits", "LOCAL measure", "PANEL macros",    "SYS receive", "api",
-                       "commands",   "console",       "drivers' errors", "follow",      "log",
-                       "log file",   "mfhost",        "supervisor"};
+    const Names ofHost{"API limits", "API recording", "LOCAL measure", "PANEL macros",    "SYS receive",
+                       "api",        "commands",      "console",       "drivers' errors", "follow",
+                       "log",        "log file",      "mfhost",        "supervisor"};
     const Names ofDriver{"SYS measure", "host process", "host queues", "log", "mfddllwrap", "signals"};
     EXPECT_THAT(awaitNames(host.pid(), ofHost), ElementsAreArray(ofHost));
     EXPECT_THAT(awaitNames(host.driverProcess("SYS"), ofDriver), ElementsAreArray(ofDriver));

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ApiHost.h"
+#include "FidFields.h"
 #include "sal/LogManager.h"
 
 // Answers one request to the API as a host would that has a little of everything, so that api_test.py can
@@ -148,6 +149,16 @@ int main(int argc, char** argv) {
     const RecordedStream recorded(source, observation.keys());
     host.pRecorded = &recorded;
     observation.started("AXIS1", 42, "");
+    const std::uint16_t axis = observation.number("AXIS1");
+    const stream::FidFields move("AXIS1.MOVE");
+    observation.stream().fid(Observation::now(), {.receiver = axis,
+                                                  .origin = stream::EOrigin::Api,
+                                                  .outcome = stream::EFidOutcome::Written,
+                                                  .who = "anna",
+                                                  .fields = move.bytes()});
+    observation.stream().valueText(
+        Observation::now(), {observation.keys().key(axis, "AXIS1.LABEL", Observation::now()), "AXIS1.LABEL"},
+        "left");
     ApiHandler handler(host.context());
     handler.handle(call, [](const ApiAnswer& answer) {
         std::cout << answer.body;

@@ -126,7 +126,7 @@ class Document(unittest.TestCase):
         source = (ROOT / "mfhost" / "api" / "ApiHandler.cpp").read_text()
         table = source[source.index("s_resources{"):source.index("return s_resources")]
         found = {}
-        for method, path, rest in re.findall(r"\b(get|post)(?:Stream)?\(\s*\{([^}]*)\},?(.*?)\)(?:,\n(?=        (?:get|post))|,\n    \})",
+        for method, path, rest in re.findall(r"\b(get|post)(?:Stream|Past)?\(\s*\{([^}]*)\},?(.*?)\)(?:,\n(?=        (?:get|post))|,\n    \})",
                                              table, re.S):
             words = [word.strip().strip('"') for word in path.split(",")]
             known = re.findall(r"\{([^{}]*)\}$", rest.strip())

@@ -11,6 +11,7 @@
 
 #include "ApiHost.h"
 #include "LogCapture.h"
+#include "StreamFixture.h"
 
 namespace {
 
@@ -19,9 +20,13 @@ using testing::IsEmpty;
 using testing::StartsWith;
 using Texts = std::vector<std::string>;
 
-class ApiHandlerTest : public testing::Test {
+class ApiHandlerTest : public StreamFixture {
 protected:
-    ApiHandlerTest() { m_host.drivers.processStarted("AXIS1", 42); }
+    ApiHandlerTest() {
+        m_host.pRecorded = &m_recorded;
+        m_host.drivers.processStarted("AXIS1", 42);
+        m_pSut = std::make_unique<ApiHandler>(m_host.context());
+    }
 
     void begin(const std::string& method, const std::string& target, const std::string& body = {},
                ERole role = ERole::Admin, const std::string& contentType = "application/json",
@@ -34,7 +39,7 @@ protected:
         call.caller.role = role;
         call.caller.name = name;
         call.caller.uid = user;
-        m_sut.handle(call, [this](const ApiAnswer& answer) {
+        m_pSut->handle(call, [this](const ApiAnswer& answer) {
             m_answers.push_back(std::to_string(answer.status) + " " + answer.body);
             m_allow = answer.allow;
             m_contentType = answer.contentType;
@@ -57,8 +62,12 @@ protected:
     std::vector<std::string> m_answers;
     std::string m_allow;
     std::string m_contentType;
+    std::unique_ptr<stream::StreamRing> m_pRing = ringOf(small());
+    stream::StreamSource m_source{*m_pRing};
+    stream::KeyTable m_keys{*m_pRing};
+    RecordedStream m_recorded{m_source, m_keys};
     ApiHost m_host;
-    ApiHandler m_sut{m_host.context()};
+    std::unique_ptr<ApiHandler> m_pSut;
 };
 
 /// Each resource: method, target, body that is right, role that is needed.
@@ -74,7 +83,9 @@ constexpr Resource s_resources[] = {
     {"GET", "/api/v1/health", "", ERole::View},
     {"GET", "/api/v1/drivers", "", ERole::View},
     {"GET", "/api/v1/drivers/AXIS1", "", ERole::View},
+    {"GET", "/api/v1/drivers/AXIS1/runs", "", ERole::View},
     {"GET", "/api/v1/state", "", ERole::View},
+    {"GET", "/api/v1/state/A/history", "", ERole::View},
     {"GET", "/api/v1/events", "", ERole::View},
     {"GET", "/api/v1/queues", "", ERole::View},
     {"GET", "/api/v1/macros", "", ERole::View},
@@ -427,4 +438,35 @@ TEST_F(ApiHandlerTest, CallIsAnsweredWhenTheHostStopsInTheMiddle) {
         EXPECT_THAT(answer, StartsWith("503 {\"error\":{\"code\":\"stopping\""));
     m_host.passLimits();
     EXPECT_EQ(2u, m_answers.size());
+}
+
+TEST_F(ApiHandlerTest, RecordingIsReadElsewhereAndItsFaultsAreAnswered) {
+    begin("GET", "/api/v1/drivers/LAMP/runs", {}, ERole::View);
+    EXPECT_THAT(m_answers, IsEmpty());
+    EXPECT_EQ(1, m_host.looks);
+    ASSERT_EQ(1u, m_host.posted.size());
+    EXPECT_EQ("reading of the recording", m_host.posted.front().first);
+    m_host.runPosted();
+    ASSERT_EQ(1u, m_answers.size());
+    EXPECT_THAT(m_answers[0], StartsWith("404 {\"error\":{\"code\":\"driver-unknown\""));
+}
+
+TEST_F(ApiHandlerTest, WhereTooManyWaitForTheRecordingItIsBusy) {
+    m_host.isPosting = false;
+    EXPECT_EQ(
+        "503 {\"error\":{\"code\":\"busy\",\"text\":\"too many requests wait for the recording already\","
+        "\"nearest\":[]}}",
+        get("/api/v1/drivers/AXIS1/runs"));
+}
+
+TEST_F(ApiHandlerTest, RecordingThatTakesTooLongIsNotWaitedFor) {
+    begin("GET", "/api/v1/state/A/history", {}, ERole::View);
+    ASSERT_EQ(1u, m_host.limits.size());
+    EXPECT_EQ(std::chrono::seconds(10), m_host.limits.front().time);
+    m_host.passLimits();
+    EXPECT_EQ((Texts{"503 {\"error\":{\"code\":\"busy\",\"text\":\"the recording is still being read\","
+                     "\"nearest\":[]}}"}),
+              m_answers);
+    m_host.runPosted();
+    EXPECT_EQ(1u, m_answers.size());
 }

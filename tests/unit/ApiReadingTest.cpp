@@ -12,6 +12,7 @@
 
 #include "ApiHost.h"
 #include "LogCapture.h"
+#include "StreamFixture.h"
 
 namespace {
 
@@ -447,4 +448,128 @@ TEST_F(ApiReadingTest, ParkedDriverAndOneThatIsNeverLoadedDoNot) {
     socket.interfaceType = EInterfaceTypes::Socket;
     m_host.drivers.configure({socket}, false);
     EXPECT_THAT(m_sut.health(), testing::HasSubstr("{\"status\":\"ok\",\"configured\":3,"));
+}
+
+// --- what was recorded ---
+
+TEST_F(ApiReadingTest, LifeOfADriverIsToldWithoutARecording) {
+    m_host.drivers.processStarted("AXIS1", 42);
+    m_host.drivers.processEnded("AXIS1", 42, "signal 11", {}, false);
+    const std::regex times("2[0-9]{3}-[^\"]*");
+    EXPECT_EQ(
+        "{\"driver\":\"AXIS1\",\"more\":false,\"steps\":["
+        "{\"time\":\"TIME\",\"step\":\"end\",\"pid\":42,\"start\":1,\"text\":\"signal 11\"},"
+        "{\"time\":\"TIME\",\"step\":\"start\",\"pid\":42,\"start\":1,\"text\":\"\"}],\"gaps\":[],"
+        "\"recorded\":false,\"since\":\"1970-01-02T00:00:00.000000Z\"}",
+        std::regex_replace(m_sut.runs("AXIS1", target("")), times, "TIME"));
+    EXPECT_THAT(m_sut.runs("AXIS1", target("limit=1")), testing::HasSubstr("\"more\":true"));
+    EXPECT_EQ(
+        "{\"error\":{\"code\":\"driver-unknown\",\"text\":\"there is no driver "
+        "AXIS\",\"nearest\":[\"AXIS1\"]}}",
+        code([&] { m_sut.runs("AXIS", target("")); }));
+    EXPECT_EQ(
+        "{\"error\":{\"code\":\"request-invalid\",\"text\":\"limit is \\\"0\\\" where a whole number from 1 "
+        "to "
+        "1000 is needed\",\"nearest\":[]}}",
+        code([&] { m_sut.runs("AXIS1", target("limit=0")); }));
+}
+
+TEST_F(ApiReadingTest, WithoutARecordingItIsSaidWhatAHistoryNeeds) {
+    EXPECT_EQ(
+        "{\"error\":{\"code\":\"refused\",\"text\":\"the host does not record, so nothing is known of what "
+        "was; "
+        "--record at its start has it do so\",\"nearest\":[]}}",
+        code([&] { m_sut.stateHistory("AXIS1.POSITION", target("")); }));
+}
+
+TEST_F(ApiReadingTest, SpanOfAHistoryIsHeldAgainstWhatCanBe) {
+    const auto fault = [&](const std::string& query) {
+        return code([&] { m_sut.stateHistory("AXIS1.POSITION", target(query)); });
+    };
+    EXPECT_THAT(fault("from=yesterday"),
+                testing::HasSubstr(
+                    "from is \\\"yesterday\\\" where a time such as 2026-11-22T14:03:22.181Z is needed"));
+    EXPECT_THAT(fault("from=2020-01-02T00:00:00Z&to=2020-01-01T00:00:00Z"),
+                testing::HasSubstr("from is 2020-01-02T00:00:00.000000Z, which is not before "
+                                   "2020-01-01T00:00:00.000000Z, where the span ends"));
+    EXPECT_THAT(fault("points=2"),
+                testing::HasSubstr("points is \\\"2\\\" where a whole number from 3 to 10000 is needed"));
+}
+
+namespace {
+
+/// A host that records.
+class ApiReadingOfRecordingTest : public StreamFixture {
+protected:
+    ApiReadingOfRecordingTest() {
+        m_host.pRecorded = &m_recorded;
+        m_host.drivers.processStarted("AXIS1", 42);
+    }
+    static ApiTarget target(const std::string& query) { return ApiTarget::read("/x?" + query); }
+
+    std::unique_ptr<stream::StreamRing> m_pRing = ringOf(small());
+    Observation m_observation{*m_pRing};
+    stream::StreamSource m_source{*m_pRing};
+    RecordedStream m_recorded{m_source, m_observation.keys()};
+    ApiHost m_host;
+};
+
+}  // namespace
+
+TEST_F(ApiReadingOfRecordingTest, HistoryHasTheRecordsOfTheSpanAndTheValueNow) {
+    m_host.store.setStateValueInt("AXIS1.POSITION", 7);
+    // 2020-01-01T00:00:00Z and so many seconds.
+    const auto when = [](int second) { return stream::Time(std::chrono::seconds(1'577'836'800 + second)); };
+    const std::uint16_t axis = m_observation.number("AXIS1");
+    const stream::StreamWriter::Key key{m_observation.keys().key(axis, "AXIS1.POSITION", when(0)),
+                                        "AXIS1.POSITION"};
+    m_observation.stream().valueInt(when(0), key, 5);
+    m_observation.stream().valueInt(when(2), key, 7);
+    m_observation.stream().valueInt(when(9), key, 8);
+    const ApiContext context = m_host.context();
+    const std::string text = ApiReading(context).stateHistory(
+        "AXIS1.POSITION", target("from=2020-01-01T00:00:01Z&to=2020-01-01T00:00:05Z"));
+    EXPECT_THAT(text, testing::HasSubstr("\"changes\":1,\"thinned\":false,\"held\":{\"time\":"
+                                         "\"2020-01-01T00:00:00.000000Z\",\"value\":5,\"text\":\"5\"},"
+                                         "\"points\":[{\"time\":\"2020-01-01T00:00:02.000000Z\",\"value\":7,"
+                                         "\"text\":\"7\"}],\"last\""));
+    EXPECT_THAT(text,
+                testing::HasSubstr("\"now\":{\"key\":\"AXIS1.POSITION\",\"type\":\"int\",\"value\":7,"));
+}
+
+TEST_F(ApiReadingOfRecordingTest, ValueThatNeverWasIsUnknown) {
+    m_host.store.setStateValueInt("AXIS1.POSITION", 7);
+    const ApiContext context = m_host.context();
+    try {
+        ApiReading(context).stateHistory("AXIS1.POSITON", target(""));
+        FAIL() << "it was answered";
+    } catch (const ApiFault& fault) {
+        EXPECT_EQ(
+            "{\"error\":{\"code\":\"state-unknown\",\"text\":\"there is no value AXIS1.POSITON, and none was "
+            "recorded in that time\",\"nearest\":[\"AXIS1.POSITION\"]}}",
+            fault.answer().body);
+    }
+}
+
+TEST_F(ApiReadingOfRecordingTest, LifeBeforeTheHostComesFromTheRecording) {
+    // The host of the test has been there since 1970-01-02.
+    m_observation.stream().start(stream::Time(std::chrono::hours(23)), m_observation.number("AXIS1"), 7,
+                                 "again");
+    const ApiContext context = m_host.context();
+    const std::string text = ApiReading(context).runs("AXIS1", target(""));
+    EXPECT_THAT(text,
+                testing::HasSubstr("{\"time\":\"1970-01-01T23:00:00.000000Z\",\"step\":\"start\",\"pid\":7,"
+                                   "\"start\":null,\"text\":\"again\"}],\"gaps\":[],"
+                                   "\"recorded\":true,\"since\":\"1970-01-01T23:00:00.000000Z\"}"));
+}
+
+TEST_F(ApiReadingOfRecordingTest, HostThatStopsReadsNoFurther) {
+    m_host.isStopping = true;
+    const ApiContext context = m_host.context();
+    try {
+        ApiReading(context).runs("AXIS1", target(""));
+        FAIL() << "it was answered";
+    } catch (const ApiFault& fault) {
+        EXPECT_EQ(ApiFault::ECode::Stopping, fault.code());
+    }
 }
