@@ -16,7 +16,9 @@ sys.dont_write_bytecode = True
 from browser import Browser  # noqa: E402
 from standin import StandIn, demo, driver, value  # noqa: E402
 
-PAGES = ["now", "values", "stream", "send", "plan", "wall", "sessions"]
+# What each view is called in a picture's name, and its address.
+PAGES = {name: name for name in ("now", "values", "stream", "send", "plan", "wall", "sessions")}
+PAGES |= {"value": "values?value=AXIS1.POSITION", "driver": "now?driver=AXIS3", "silence": "silence", "help": "help"}
 WIDTHS = [(360, 740), (1280, 800), (3840, 2160)]
 PINS = '["AXIS1.POSITION", "AXIS3.POSITION", "FAN.SPEED", "SYS.LOAD"]'
 SECONDS = 5
@@ -52,6 +54,8 @@ def fill(driver_, page):
     elif page == "plan":
         driver_.find_element("css selector", ".plan button").click()
         until(lambda: driver_.find_elements("css selector", ".result table"))
+    elif page in ("value", "driver"):
+        until(lambda: driver_.find_elements("css selector", "dialog :is(.chart, .runs)"))
 
 
 def picture(browser, directory, name):
@@ -75,8 +79,8 @@ def look(browser, axe, directory, faults):
 
     threading.Thread(target=move, daemon=True).start()
     runs = 0
-    for page in [*PAGES, "silence", "help"]:
-        open_page(browser, host, page)
+    for page, address in PAGES.items():
+        open_page(browser, host, address)
         fill(browser.driver, page)
         if page == "now":
             time.sleep(12)

@@ -248,6 +248,103 @@ class Page(unittest.TestCase):
         self.keys(Keys.ESCAPE)
         self.wait("no dialog", lambda: not self.text("dialog"))
 
+    # --- what was ---
+
+    HISTORY = {
+        "key": "AXIS1.POSITION", "from": "2026-11-22T13:00:00.000000Z", "to": "2026-11-22T14:00:00.000000Z", "changes": 2, "thinned": False, "held": None,
+        "points": [{"time": "2026-11-22T13:15:00.000000Z", "value": 5, "text": "5"}, {"time": "2026-11-22T13:45:00.000000Z", "value": 9, "text": "9"}],
+        "last": [
+            {"number": 8, "time": "2026-11-22T13:45:00.000000Z", "value": 9, "text": "9", "before": [
+                {"number": 7, "time": "2026-11-22T13:44:59.998800Z", "kind": "fid", "driver": "host", "fid": "AXIS1.MOVE", "parameters": [["to", "9"]],
+                 "receiver": "AXIS1", "origin": "panel", "who": "anna (web session 4 from 192.0.2.7)", "outcome": "written", "beforeUs": 1200},
+                {"number": 6, "time": "2026-11-22T13:44:59.000000Z", "kind": "fid", "driver": "SYS", "fid": "AXIS1.WAKE", "parameters": [],
+                 "receiver": "AXIS1", "origin": "driver", "outcome": "refused", "beforeUs": 1000000}]},
+            {"number": 2, "time": "2026-11-22T13:15:00.000000Z", "value": 5, "text": "5", "before": []}],
+        "gaps": [{"reason": "not-recorded", "from": "2026-11-22T13:00:00.000000Z", "to": "2026-11-22T13:10:00.000000Z", "text": "nothing was recorded"},
+                 {"reason": "stale", "from": "2026-11-22T13:30:00.000000Z", "to": "2026-11-22T13:45:00.000000Z", "text": "signal 11"}],
+        "now": None}  # fmt: skip
+
+    def test_value_is_opened_by_its_address_with_its_last_hour(self):
+        host = self.host()
+        host.put_values(value("AXIS1.POSITION", 9))
+        host.pasts["/state/AXIS1.POSITION/history"] = (200, self.HISTORY)
+        self.open(host, "values?filter=axis&value=AXIS1.POSITION")
+        self.wait_for("2 changes in the hour before", "dialog .past")
+        self.assertEqual(self.text("dialog h2"), "AXIS1.POSITION")
+        # What it is now came later than the card was opened.
+        self.assertEqual(self.js("return ['value', 'type'].map((each) => document.getElementById(`new-${each}`).value)"), ["9", "int"])
+        self.assertLessEqual(*self.js("const card = document.querySelector('dialog'); return [card.scrollWidth, card.clientWidth]"))
+        chart = self.js("const svg = document.querySelector('dialog .chart'); return [svg.role, svg.ariaLabel]")
+        self.assertEqual(chart[0], "img")
+        self.assertRegex(chart[1], r"^between 5 and 9 from \d\d:00:00 to \d\d:00:00, with 2 gaps$")
+        self.assertRegex(self.text("dialog .gaps"), r"\d\d:00:00 to \d\d:10:00: nothing was recorded\s+\d\d:30:00 to \d\d:45:00: stale: signal 11")
+        self.assertEqual(self.js("return [...document.querySelectorAll('dialog .before li')].map((each) => each.innerText)"), [
+            "1.2 ms before it AXIS1.MOVE to=9, sent from the web panel by anna (web session 4 from 192.0.2.7)",
+            "1.0 s before it AXIS1.WAKE, sent by SYS: refused"])  # fmt: skip
+        self.assertIn("nothing was sent to AXIS1", self.text("dialog tbody tr:last-child"))
+        self.assertIn("It came before it; whether it is the reason, nobody has recorded.", self.text("dialog .past"))
+        self.keys(Keys.ESCAPE)
+        self.wait("the table's address", lambda: self.js("return location.hash") == "#values?filter=axis")
+        self.assertEqual(self.text("dialog"), "")
+
+    def test_line_of_a_value_ends_where_a_gap_begins(self):
+        host = self.host()
+        self.open(host)
+        pieces = self.driver.execute_async_script("""const [history, done] = arguments; (async () => {
+            const {piecesOf} = await import("/chart.js"); const {hostTime} = await import("/text.js");
+            const minutes = (change) => piecesOf({...history, ...change}).map((piece) =>
+                [piece.from, piece.to].map((us) => (us - hostTime(history.from)) / 6e7).concat(piece.value));
+            const text = (time, value) => ({time: `2026-11-22T13:${time}:00.000000Z`, value, text: ""});
+            const live = {value: 4, stale: null};
+            return [minutes({}), minutes({held: text("00", 3), gaps: []}), minutes({points: [], gaps: [], now: live}),
+                minutes({points: [], now: live}), minutes({points: [], gaps: [], now: {...live, stale: {cause: "x"}}}),
+                minutes({points: [text("15", 5), text("20", null)], gaps: []}), minutes({points: [text("15", true)], gaps: []}),
+                minutes({points: [text("15", "left")], gaps: []})];
+            })().then(done, (error) => done(String(error)));""", self.HISTORY)  # fmt: skip
+        self.assertEqual(pieces, [
+            [[15, 30, 5], [45, 60, 9]],
+            [[0, 15, 3], [15, 45, 5], [45, 60, 9]],
+            [[0, 60, 4]],
+            [], [],
+            [[15, 20, 5]],
+            [[15, 60, 1]],
+            []])  # fmt: skip
+
+    def test_host_that_does_not_record_says_what_is_needed(self):
+        host = self.host()
+        host.put_values(value("AXIS1.POSITION", 9), value("LAMP.ON", True))
+        text = "the host does not record, so nothing is known of what was; --record at its start has it do so"
+        host.pasts["/state/LAMP.ON/history"] = (409, {"error": {"code": "refused", "text": text, "nearest": []}})
+        self.open(host, "values")
+        self.wait("both rows", lambda: self.row("LAMP.ON"))
+        self.js("document.querySelector('.rows-scroll').focus()")
+        self.keys(Keys.END, Keys.ENTER)
+        self.wait_for(text, "dialog .past")
+        self.assertEqual(self.js("return [location.hash, document.querySelectorAll('.chart').length]"), ["#values?value=LAMP.ON", 0])
+        # The way back leads to the table, the one forth to the value again.
+        self.driver.back()
+        self.wait("no dialog", lambda: not self.text("dialog"))
+        self.assertEqual(self.js("return location.hash"), "#values")
+        self.driver.forward()
+        self.wait_for(text, "dialog .past")
+
+    def test_life_of_a_driver_is_a_list_with_times_and_causes(self):
+        host = self.host()
+        host.tell(drivers=[driver("A")])
+        step = lambda second, what, text="", pid=42: {"time": f"2026-11-22T14:00:{second:02}.000000Z", "step": what, "pid": pid, "start": 1, "text": text}  # noqa: E731
+        host.pasts["/drivers/A/runs"] = (200, {"driver": "A", "more": False, "recorded": False, "since": "2026-11-22T14:00:00.000000Z", "gaps": [], "steps": [
+            step(50, "parked", "parked by anna"), step(49, "end", "parked by anna"), step(40, "start", "again"), step(32, "restart", "in 8000 ms"),
+            step(32, "end", "signal 11"), step(31, "hang", "no answer"), step(2, "answer"), step(1, "start")]})  # fmt: skip
+        self.open(host, "now?driver=A")
+        self.wait_for("parked by anna", "dialog .runs")
+        rows = self.js("return [...document.querySelectorAll('.runs li')].map((each) => [...each.children].map((part) => part.innerText).slice(1))")
+        self.assertEqual(rows, [["parked", "parked by anna"], ["ended", "after 9 s, parked by anna"], ["started", "process 42, again"], ["next try", "in 8000 ms"],
+                                ["ended", "after 31 s, signal 11"], ["hung", "after 30 s, no answer"], ["answered", ""], ["started", "process 42"]])  # fmt: skip
+        self.assertRegex(self.text("dialog .runs .when").split(" | ")[0], r"^2026-11-2\d \d\d:\d\d:50$")
+        self.assertEqual(self.js("return [...document.querySelectorAll('.runs .sign')].map((each) => each.dataset.sign)"),
+                         ["parked", "off", "live", "wait", "bad", "bad", "live", "live"])  # fmt: skip
+        self.assertIn("with --record it would know more", self.text("dialog"))
+
     def test_rows_lie_below_each_other_at_every_width(self):
         host = self.host()
         host.put_values(*(value(f"A.V{number:02}", number) for number in range(30)))

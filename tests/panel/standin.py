@@ -94,6 +94,8 @@ class StandIn:
         self.files = {1: "<a/>\n<b/>", 2: "<a/>\n<c/>"}
         self.macros = ["home"]
         self.sessions = []
+        # What GET answers, by the path behind /api/v1, beside what there is always.
+        self.pasts = {}
         # What an action answers: (status, body), or a function of the body that gives it. By path.
         self.answers = {}
         self.actions = []  # (path, body) of each action that was done
@@ -304,7 +306,10 @@ class StandIn:
         }  # fmt: skip
         file = re.fullmatch(r"/history/(\d+)", path)
         card = re.fullmatch(r"/drivers/([^/]+)", path)
-        if file and int(file[1]) in self.files:
+        past = re.fullmatch(r"/(?:state/[^/]+/history|drivers/[^/]+/runs)", path)
+        if past:
+            self.answer(handler, *self.pasts.get(unquote(path), (409, {"error": {"code": "refused", "text": "the host does not record", "nearest": []}})))
+        elif file and int(file[1]) in self.files:
             self.answer(handler, 200, {**known["/history"]["history"][0], "number": int(file[1]), "file": self.files[int(file[1])]})
         elif card and unquote(card[1]) in self.drivers:
             self.answer(handler, 200, {**self.drivers[unquote(card[1])], "module": "/lib/axis.so", "descriptor": "/lib/axis.xml", "directory": "data",
@@ -415,6 +420,35 @@ class StandIn:
             self.answer(handler, 200, answer if self.by_cookie else {"token": self.token, **answer}, fields=cookie if self.by_cookie else [])
 
 
+def demo_hour(stand_in):
+    """An axis that goes to and fro, stood still once, and was not recorded at first."""
+    begin = stand_in.now() - 3_600_000_000
+
+    def exact(second):
+        us = begin + second * 1_000_000
+        return iso(us)[:-1] + f"{us % 1000:03}Z"
+
+    points = [{"time": exact(second), "value": 100 + second * 7 % 61 / 2, "text": str(100 + second * 7 % 61 / 2)}
+              for second in range(900, 3600, 45) if not 2000 < second < 2400]  # fmt: skip
+    fid = {"number": 7, "time": exact(3590), "kind": "fid", "driver": "host", "fid": "AXIS1.MOVE", "parameters": [["to", "123.4"], ["fast", "true"]],
+           "receiver": "AXIS1", "origin": "panel", "who": "anna (web session 7 from 192.0.2.20)", "outcome": "written", "beforeUs": 1210}  # fmt: skip
+    last = [{"number": 9, **point, "before": [fid] if number % 2 == 0 else []} for number, point in enumerate(reversed(points[-8:]))]
+    return {"key": "AXIS1.POSITION", "from": exact(0), "to": exact(3600), "changes": 70, "thinned": False, "held": None, "points": points, "last": last,
+            "now": None, "gaps": [{"reason": "not-recorded", "from": exact(0), "to": exact(900), "text": "nothing was recorded"},
+                                  {"reason": "stale", "from": exact(1990), "to": exact(2400), "text": "signal 11 (Segmentation fault)"}]}  # fmt: skip
+
+
+def demo_life(stand_in):
+    """A driver that ends again and again."""
+    steps = []
+    for second, step, text in ((2, "restart", "in 8000 ms"), (2, "end", "signal 11 (Segmentation fault)"), (60, "answer", ""), (61, "start", "again"),
+                               (63, "restart", "in 2000 ms"), (63, "end", "signal 11 (Segmentation fault)"), (600, "answer", ""), (601, "start", ""),
+                               (640, "parked", "parked by anna"), (641, "end", "parked by anna"), (9000, "hang", "no answer for 10 s"), (9100, "start", "")):  # fmt: skip
+        us = stand_in.now() - second * 1_000_000
+        steps.append({"time": iso(us)[:-1] + f"{us % 1000:03}Z", "step": step, "pid": 4711, "start": 1, "text": text})
+    return {"driver": "AXIS3", "more": False, "steps": steps, "gaps": [], "recorded": True, "since": steps[-1]["time"]}
+
+
 def demo():
     """A workplace with a bit of everything, for pictures and for trying the page by hand."""
     stand_in = StandIn(workplace="/etc/mfhost/hall.xml")
@@ -450,6 +484,7 @@ def demo():
     stand_in.answers["/plan"] = (200, {"plan": "p1", "digest": "1f0c", "refusal": "", "findings": [
         {"severity": "warning", "file": "/etc/mfhost/hall.xml", "line": 14, "text": "\"speeed\" is not read"}], "changes": [
         {"action": "reload", "driver": "AXIS2", "reason": "its entry has changed"}, {"action": "load", "driver": "FAN", "reason": "it is new"}]})  # fmt: skip
+    stand_in.pasts = {"/state/AXIS1.POSITION/history": (200, demo_hour(stand_in)), "/drivers/AXIS3/runs": (200, demo_life(stand_in))}
     stand_in.sessions = [
         {"id": 7, "user": "anna", "uid": 1000, "pid": None, "address": "127.0.0.1", "role": "admin", "since": iso(stand_in.now()), "requests": 12},
         {"id": 8, "user": "anna", "uid": 1000, "pid": None, "address": "192.0.2.20", "role": "operate", "since": iso(stand_in.now()), "requests": 340}]  # fmt: skip

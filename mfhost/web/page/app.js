@@ -96,7 +96,7 @@ class App {
         const text = parameters.toString();
         history.replaceState(null, "", `#${this.#name}${text ? `?${text}` : ""}`);
         this.#parameters = parameters;
-        this.#page.show(parameters);
+        this.#page?.show(parameters);
     }
 
     /** What this browser keeps of this workplace. */

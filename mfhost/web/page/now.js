@@ -1,6 +1,7 @@
 // The page "Now": alarms, then a tile for each driver, what is wrong first.
 
 import {actionButton, ask, attempt, emptyNote, facts, h, KeyedList, mark, openDialog, put, setSign, sign} from "./dom.js";
+import {runsOf} from "./past.js";
 import {advice, ageOrHeard, byTrouble, driverSign, heardText, isInSight} from "./signs.js";
 import "./spark.js";
 import {clockTextExact, counted, dateText, hostTime, rateText} from "./text.js";
@@ -217,14 +218,15 @@ export class NowPage {
         }
         const queue = (each) => `${each.depth} of ${each.capacity} waiting, ${each.highWater} at most so far, ${each.messages} in all`;
         const log = card.log.map((line) => `${clockTextExact(hostTime(line.time) / 1000)} ${line.output}: ${line.text}`);
-        body.replaceChildren(facts([
+        body.replaceChildren(h("p", {}, h("a", {href: `#values?filter=${encodeURIComponent(`${id}.`)}`}, "Its values"), " · ",
+            h("a", {href: `#stream?driver=${encodeURIComponent(id)}`}, "What happens to it")),
+        facts([
             ["status", card.status], ["last cause", card.cause || "-"], ["module", card.module], ["descriptor", card.descriptor],
             ["directory", card.directory], ["network adapter", card.networkAdapter || "-"],
             ...card.queues.map((each) => [each.name, queue(each)]), ["values lost", String(card.valuesLost)]]),
+        h("h3", {}, "Its life"), runsOf(this.#context, id),
         h("h3", {}, "Last words"), h("pre", {tabindex: "0"}, card.lastWords.join("\n") || "none"),
-        h("h3", {}, "Log"), h("pre", {tabindex: "0"}, log.join("\n") || "none"),
-        h("p", {}, h("a", {href: `#values?filter=${encodeURIComponent(`${id}.`)}`}, "Its values"), " · ",
-            h("a", {href: `#stream?driver=${encodeURIComponent(id)}`}, "What happens to it")));
+        h("h3", {}, "Log"), h("pre", {tabindex: "0"}, log.join("\n") || "none"));
         body.removeAttribute("aria-busy");
     }
 }

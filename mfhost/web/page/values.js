@@ -1,6 +1,7 @@
 // The page "Values": all values by driver, filtered while typing; those that are pinned come first.
 
 import {attempt, actionButton, facts, forAction, h, mark, openDialog, put, setSign, sign} from "./dom.js";
+import {lastHour} from "./past.js";
 import "./rows.js";
 import {ageOrHeard, valueSign} from "./signs.js";
 import "./spark.js";
@@ -29,7 +30,7 @@ export class ValuesPage {
                 {name: "curve", label: "Last minute"}, {name: "holds", label: "Holds"}, {name: "age", label: "Age"}, {name: "owner", label: "Set by"}],
             keyOf: (item) => item.key,
             write: (row, item) => this.#write(row, item),
-            open: (item) => this.#open(item.key),
+            open: (item) => this.#go(item.key),
             keys: (key, item) => this.#key(key, item),
         });
         this.filter.addEventListener("input", () => this.#changeFilter());
@@ -56,6 +57,12 @@ export class ValuesPage {
         this.#show = this.#choices.has(parameters.get("show")) ? parameters.get("show") : "all";
         this.#choices.get(this.#show).checked = true;
         this.#list();
+        const key = parameters.get("value");
+        if (this.#detail?.key === key)
+            return;
+        this.#detail?.dialog.close();
+        if (key)
+            this.#open(key);
     }
 
     hide() {
@@ -173,12 +180,19 @@ export class ValuesPage {
 
     // --- one value ---
 
+    /** Its address is this page's with the value in it: the way back leads to the table. */
+    #go(key) {
+        const parameters = new URLSearchParams(this.#context.route());
+        parameters.set("value", key);
+        this.#context.go(`#values?${parameters}`);
+    }
+
     #open(key) {
         const parts = {text: h("p", {class: "large value"}), sign: sign(), curve: h("mf-spark", {class: "wide"})};
         const terms = {type: h("span"), owner: h("span"), age: h("span", {class: "when"}), at: h("span"), version: h("span")};
-        const value = this.#context.model.values.get(key);
-        const input = h("input", {id: "new-value", autocomplete: "off", value: value?.text ?? ""});
-        const type = h("select", {id: "new-type"}, ["string", "int", "float", "bool"].map((each) => h("option", {selected: each === value?.type}, each)));
+        const input = h("input", {id: "new-value", autocomplete: "off"});
+        const type = h("select", {id: "new-type"}, ["string", "int", "float", "bool"].map((each) => h("option", {}, each)));
+        let isOffered = false;
         const form = h("form", {class: "line"}, h("label", {for: "new-value"}, "Set to"), input, h("label", {class: "unseen", for: "new-type"}, "Type"), type,
             forAction(h("button", {type: "submit"}, "Set"), "operate"),
             actionButton("Forget", "operate", () => attempt(`Forget ${key}`, () => this.#context.api.act("/unset", {key})), {"aria-label": `Forget ${key}`}));
@@ -186,12 +200,19 @@ export class ValuesPage {
             event.preventDefault();
             attempt(`Set ${key}`, () => this.#context.setValue(key, type.value, input.value));
         });
+        const past = lastHour(this.#context, key);
         const dialog = openDialog(key, parts.text, parts.sign, parts.curve,
-            facts([["type", terms.type], ["set by", terms.owner], ["age", terms.age], ["changed", terms.at], ["version", terms.version]]), form,
+            facts([["type", terms.type], ["set by", terms.owner], ["age", terms.age], ["changed", terms.at], ["version", terms.version]]),
             h("p", {}, h("a", {href: `#stream?filter=${encodeURIComponent(key)}`}, "What happened to it"), " · ",
-                h("button", {type: "button", class: "link", onclick: () => this.#pin(key)}, "Pin or unpin it")));
+                h("button", {type: "button", class: "link", onclick: () => this.#pin(key)}, "Pin or unpin it")), form, past.element);
         const write = () => {
             const now = this.#context.model.values.get(key);
+            // At its own address it is opened before anything is known.
+            if (now && !isOffered) {
+                isOffered = true;
+                input.value ||= now.text;
+                type.value = now.type;
+            }
             const {kind, text} = valueSign(now, this.#context.link);
             setSign(parts.sign, kind, text);
             put(parts.text, now ? now.text : "not known");
@@ -205,9 +226,14 @@ export class ValuesPage {
                 parts.curve.draw(now.history, {words: ({low, high}) => `between ${low} and ${high} in the last minute`});
         };
         this.#detail = {key, dialog, write};
+        mark(dialog, "class", "value-card");
         dialog.addEventListener("close", () => {
-            this.#detail = null;
+            if (this.#detail?.dialog === dialog)
+                this.#detail = null;
+            if (this.#context.route().get("value") === key)
+                this.#context.setParameter("value", "");
         });
         write();
+        past.read();
     }
 }
