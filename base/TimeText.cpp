@@ -12,6 +12,10 @@ using Time = std::chrono::system_clock::time_point;
 constexpr const char* s_utcFormat = "%Y-%m-%dT%H:%M:%S";
 /// Of a second's fraction; what is finer than the clock is left out.
 constexpr std::size_t s_mostDigits = 9;
+/// What the clock can tell, by whole seconds.
+constexpr auto s_earliest = std::chrono::ceil<std::chrono::seconds>(Time::min().time_since_epoch());
+constexpr auto s_latest =
+    std::chrono::floor<std::chrono::seconds>(Time::max().time_since_epoch()) - std::chrono::seconds(1);
 
 /// The whole second. Before 1970 too, one begins at its whole number.
 std::time_t secondOf(Time when) {
@@ -68,10 +72,10 @@ std::optional<Time> utcTime(const std::string& text) {
     const char* pRest = ::strptime(text.c_str(), s_utcFormat, &utc);
     const std::string_view rest = pRest ? pRest : "";
     const auto part = rest.ends_with('Z') ? fraction(rest.substr(0, rest.size() - 1)) : std::nullopt;
-    if (!part)
+    const std::chrono::seconds seconds(::timegm(&utc));
+    if (!part || seconds < s_earliest || seconds > s_latest)
         return std::nullopt;
-    return std::chrono::system_clock::from_time_t(::timegm(&utc)) +
-           std::chrono::duration_cast<std::chrono::system_clock::duration>(*part);
+    return Time(seconds) + std::chrono::duration_cast<std::chrono::system_clock::duration>(*part);
 }
 
 std::string dueText(std::chrono::nanoseconds left) {

@@ -53,6 +53,13 @@ TEST(TimeText, WhatIsNoUtcTimeIsNone) {
         EXPECT_FALSE(base::utcTime(pText)) << pText;
 }
 
+TEST(TimeText, TimeThatTheClockCannotTellIsNone) {
+    for (const char* pText : {"1600-01-01T00:00:00Z", "2262-04-12T00:00:00Z", "9999-12-31T23:59:59.999Z"})
+        EXPECT_FALSE(base::utcTime(pText)) << pText;
+    EXPECT_TRUE(base::utcTime("2262-04-11T00:00:00Z"));
+    EXPECT_TRUE(base::utcTime("1678-01-01T00:00:00Z"));
+}
+
 TEST(TimeText, SecondsLeftAreCountedWhenTheyHaveBegun) {
     EXPECT_EQ("in 4 s", base::dueText(3200ms));
     EXPECT_EQ("in 3 s", base::dueText(3s));
