@@ -67,7 +67,7 @@ std::optional<stream::Time> timeParameter(const ApiTarget& target, const std::st
     if (!text)
         return std::nullopt;
     const auto time = base::utcTime(*text);
-    if (!time)
+    if (!time || *time < std::chrono::system_clock::time_point())
         throw ApiFault(
             ApiFault::ECode::RequestInvalid,
             name + " is " + base::quoted(*text) + " where a time such as 2026-11-22T14:03:22.181Z is needed");
@@ -579,10 +579,10 @@ std::string ApiReading::runs(const std::string& driverID, const ApiTarget& targe
     std::vector<RecordedPast::Hole> holes;
     if (const auto before = runs.missingBefore(m_context.instance.started); m_context.pRecorded && before) {
         since.reset();
-        const auto take = [&](const auto& record, const auto& names, bool isOtherHost) {
+        const auto take = [&](const auto& record, const auto& names, bool isAnew) {
             since = since ? since : record.time;
             if (record.time < *before)
-                runs.take(record, names, isOtherHost);
+                runs.take(record, names, isAnew);
         };
         holes = readPast({{}, *before}, take);
     }
@@ -613,8 +613,8 @@ std::string ApiReading::stateHistory(const std::string& key, const ApiTarget& ta
             ApiFault::ECode::Refused,
             "the host does not record, so nothing is known of what was; --record at its start has it do so");
     ValueHistory history(key, span, points);
-    const auto holes = readPast(span, [&](const auto& record, const auto& names, bool isOtherHost) {
-        history.take(record, names, isOtherHost);
+    const auto holes = readPast(span, [&](const auto& record, const auto& names, bool isAnew) {
+        history.take(record, names, isAnew);
     });
     const auto entry = m_context.store.find(key);
     if (!entry && !history.isKnown())

@@ -25,7 +25,7 @@ public:
     /// when the table remembers.
     std::optional<stream::Time> missingBefore(std::chrono::system_clock::time_point hostStarted) const;
     /// As RecordedPast::Take, of that time.
-    void take(const stream::StreamRecord& record, const stream::KeyNames& names, bool isOtherHost);
+    void take(const stream::StreamRecord& record, const stream::KeyNames& names, bool isAnew);
 
     /// The members "driver", "more", "steps", newest first, and "gaps" of the answer.
     void write(JsonText& json, const std::vector<RecordedPast::Hole>& holes) const;

@@ -63,9 +63,9 @@ void writeNamed(JsonText& json, stream::Time time, EKind kind, std::uint32_t val
 ValueHistory::ValueHistory(std::string key, const RecordedPast::Span& span, std::size_t points)
     : m_key(std::move(key)), m_driverID(m_key.substr(0, m_key.find('.'))), m_span(span), m_most(points) {}
 
-void ValueHistory::take(const stream::StreamRecord& record, const stream::KeyNames& names, bool isOtherHost) {
-    if (isOtherHost) {
-        // The values of the host before have gone with it.
+void ValueHistory::take(const stream::StreamRecord& record, const stream::KeyNames& names, bool isAnew) {
+    if (isAnew) {
+        // The values of a host before have gone with it.
         endStale(m_seen);
         m_fids.clear();
         if (record.time <= m_span.from)

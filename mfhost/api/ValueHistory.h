@@ -35,7 +35,7 @@ public:
     ValueHistory(std::string key, const RecordedPast::Span& span, std::size_t points);
 
     /// As RecordedPast::Take.
-    void take(const stream::StreamRecord& record, const stream::KeyNames& names, bool isOtherHost);
+    void take(const stream::StreamRecord& record, const stream::KeyNames& names, bool isAnew);
     /// How many changes there were in the span.
     std::uint64_t changes() const { return m_changes; }
     /// Whether anything was found of it, in the span or before.

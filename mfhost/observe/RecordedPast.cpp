@@ -95,7 +95,7 @@ std::unique_ptr<stream::SegmentReader> RecordedPast::openSegment(const std::stri
 bool RecordedPast::read(const Span& span, const Take& take, const std::function<bool()>& isToStop) {
     m_span = span;
     m_holes.clear();
-    m_isLeftOut = m_isBroken = false;
+    m_isLeftOut = m_isBroken = m_isAnew = false;
     const std::vector<std::string> segments = chooseSegments(span.from);
     stream::PastReader reader({.segments = segments.size(),
                                .openSegment = [&](std::size_t index) { return openSegment(segments[index]); },
@@ -124,18 +124,22 @@ bool RecordedPast::read(const Span& span, const Take& take, const std::function<
         bool isOtherHost = false;
         if (std::exchange(part, reader.part()) != reader.part())
             isOtherHost = std::exchange(instance, reader.cursor().instance) != instance && last != Time();
-        if (isOtherHost)
+        if (isOtherHost) {
             addHole(EHole::NotRecorded, last, record.time);
+            m_isAnew = true;
+        }
         if (std::exchange(m_isBroken, false))
             addHole(EHole::Damaged, last, record.time);
         last = record.time;
         if (record.kind == stream::EKind::Gap)
             addKept(record);
         else
-            take(record, reader.names(), isOtherHost);
+            take(record, reader.names(), std::exchange(m_isAnew, false));
     }
     if (last == Time())
         began(span.to);
+    else if (instance != m_recorded.source().instance())
+        addHole(EHole::NotRecorded, last, span.to);
     return true;
 }
 
@@ -158,6 +162,7 @@ void RecordedPast::addKept(const stream::StreamRecord& gap) {
 }
 
 void RecordedPast::addHole(EHole reason, Time from, Time to) {
+    m_isAnew = m_isAnew || to < m_span.from;
     const Hole hole{reason, std::max(from, m_span.from), std::min(to, m_span.to)};
     if (to < m_span.from || hole.to < hole.from || (from == to && reason == EHole::NotRecorded))
         return;

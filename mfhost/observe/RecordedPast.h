@@ -42,9 +42,10 @@ public:
 
         bool operator==(const Hole&) const = default;
     };
-    /// Takes a record. isOtherHost: it is the first one of another host than the one before it.
-    using Take = std::function<void(const stream::StreamRecord& record, const stream::KeyNames& names,
-                                    bool isOtherHost)>;
+    /// Takes a record. isAnew: what was known before it may not hold any more. It is the first one of another
+    /// host than the one before it, or some before it are missing in the time before the span.
+    using Take =
+        std::function<void(const stream::StreamRecord& record, const stream::KeyNames& names, bool isAnew)>;
 
     /// Both outlive it. An empty directory: nothing is kept beyond the rings.
     RecordedPast(const RecordedStream& recorded, std::string directory, std::size_t mostBytes = s_mostBytes)
@@ -70,6 +71,7 @@ private:
     Span m_span;
     bool m_isLeftOut = false;  ///< segments of the span are not read
     bool m_isBroken = false;   ///< one cannot be read; what comes next comes after a hole
+    bool m_isAnew = false;     ///< of the next record that is given
     std::vector<Hole> m_holes;
 };
 

@@ -492,6 +492,8 @@ TEST_F(ApiReadingTest, SpanOfAHistoryIsHeldAgainstWhatCanBe) {
     EXPECT_THAT(fault("from=2020-01-02T00:00:00Z&to=2020-01-01T00:00:00Z"),
                 testing::HasSubstr("from is 2020-01-02T00:00:00.000000Z, which is not before "
                                    "2020-01-01T00:00:00.000000Z, where the span ends"));
+    for (const char* time : {"1969-12-31T23:59:59Z", "9999-01-01T00:00:00Z", "2020-01-01"})
+        EXPECT_THAT(fault(std::string("to=") + time), testing::HasSubstr("where a time such as ")) << time;
     EXPECT_THAT(fault("points=2"),
                 testing::HasSubstr("points is \\\"2\\\" where a whole number from 3 to 10000 is needed"));
 }

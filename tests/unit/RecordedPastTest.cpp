@@ -56,8 +56,8 @@ protected:
             std::filesystem::exists(m_directory.path("recording")) ? m_directory.path("recording") : "";
         RecordedPast sut(m_recorded, directory, mostBytes);
         Lines lines;
-        const auto take = [&](const stream::StreamRecord& taken, const stream::KeyNames&, bool isOtherHost) {
-            lines.push_back(taken.text + (isOtherHost ? " of another host" : ""));
+        const auto take = [&](const stream::StreamRecord& taken, const stream::KeyNames&, bool isAnew) {
+            lines.push_back(taken.text + (isAnew ? " anew" : ""));
         };
         EXPECT_TRUE(sut.read({at(from * s_second), at(to * s_second)}, take, [] { return false; }));
         for (const RecordedPast::Hole& hole : sut.holes()) {
@@ -113,7 +113,7 @@ TEST_F(RecordedPastTest, WhatWasPushedOutOfTheRingsIsLapped) {
 TEST_F(RecordedPastTest, HostsBeforeItComeFromTheirSegmentsWithAHoleBetween) {
     keep("00000001.seg", "i0", {record(1, -100), record(2, -90)});
     write(2, "a");
-    EXPECT_EQ((Lines{"kept1", "kept2", "a of another host", "not-recorded from -90 to 2"}), read(-100, 9));
+    EXPECT_EQ((Lines{"kept1", "kept2", "a anew", "not-recorded from -90 to 2"}), read(-100, 9));
 }
 
 TEST_F(RecordedPastTest, SegmentThatEndedBeforeTheSpanIsNotOpened) {
@@ -129,8 +129,7 @@ TEST_F(RecordedPastTest, SegmentThatIsNoneIsAHole) {
     m_directory.write("recording/00000002.seg", "no segment");
     keep("00000003.seg", "i0", {record(9, -50)});
     write(0, "a");
-    EXPECT_EQ((Lines{"kept1", "kept9", "a of another host", "damaged from -100 to -50",
-                     "not-recorded from -50 to 0"}),
+    EXPECT_EQ((Lines{"kept1", "kept9", "a anew", "damaged from -100 to -50", "not-recorded from -50 to 0"}),
               read(-100, 9));
 }
 
@@ -140,8 +139,7 @@ TEST_F(RecordedPastTest, OnlySoManyBytesAreRead) {
     keep("00000003.seg", "i0", {record(3, -40)});
     write(0, "a");
     const auto size = std::filesystem::file_size(m_directory.path("recording/00000003.seg"));
-    EXPECT_EQ((Lines{"kept2", "kept3", "a of another host", "not-read from -100 to -50",
-                     "not-recorded from -40 to 0"}),
+    EXPECT_EQ((Lines{"kept2", "kept3", "a anew", "not-read from -100 to -50", "not-recorded from -40 to 0"}),
               read(-100, 9, 2 * size));
 }
 
@@ -156,9 +154,17 @@ TEST_F(RecordedPastTest, WhatTheKeeperDidNotKeepIsAHole) {
     gap.text.assign(reinterpret_cast<const char*>(words.data()), sizeof words);
     keep("00000001.seg", "i0", {record(1, -50), gap, record(8, -39)});
     write(0, "a");
-    EXPECT_EQ((Lines{"kept1", "kept8", "a of another host", "beyond-limit from -45 to -40",
-                     "not-recorded from -39 to 0"}),
-              read(-50, 9));
+    EXPECT_EQ(
+        (Lines{"kept1", "kept8", "a anew", "beyond-limit from -45 to -40", "not-recorded from -39 to 0"}),
+        read(-50, 9));
+}
+
+TEST_F(RecordedPastTest, WhatIsMissingBeforeTheSpanIsNoHoleButABeginning) {
+    stream::StreamRecord gap = record(2, -70);
+    gap.kind = stream::EKind::Gap;
+    gap.text.assign(40, '\0');
+    keep("00000001.seg", "i0", {record(1, -80), gap, record(3, -40)});
+    EXPECT_EQ((Lines{"kept1", "kept3 anew", "not-recorded from -40 to -5"}), read(-50, -5));
 }
 
 TEST_F(RecordedPastTest, StopsWhereItIsAskedTo) {

@@ -47,9 +47,7 @@ protected:
         fields.add("to", "5");
         take(record(EKind::Fid, when, 2u << 16, receiver | 1u << 24, '\0' + std::string(fields.bytes())));
     }
-    void take(const stream::StreamRecord& taken, bool isOtherHost = false) {
-        m_sut.take(taken, m_names, isOtherHost);
-    }
+    void take(const stream::StreamRecord& taken, bool isAnew = false) { m_sut.take(taken, m_names, isAnew); }
     std::string text(bool isLive = true, const std::vector<RecordedPast::Hole>& holes = {}) {
         JsonText json;
         json.beginObject();
