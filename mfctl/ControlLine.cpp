@@ -49,6 +49,7 @@ constexpr const char* s_whatIsRight = "; mfctl [COMMAND] --help tells what is ri
 struct Words {
     RemoteControl::Options remote;
     std::string driver;
+    bool showsRuns = false;
     std::string glob;
     std::string fid;
     std::vector<std::string> parameters;
@@ -166,9 +167,14 @@ void addDriverCommands(Commands& commands, Words& words) {
     CLI::App* pDriver = commands.addRemote(
         "driver", "show all of one driver, or of each that has ended or hangs", [&](RemoteControl& control) {
             DriverCommands driver(control);
+            if (words.showsRuns)
+                return driver.runs(words.driver);
             return words.driver.empty() ? driver.troubled() : driver.card(words.driver);
         });
-    pDriver->add_option("driver", words.driver, "driver ID")->type_name("ID");
+    auto* const pCardOf = pDriver->add_option("driver", words.driver, "driver ID")->type_name("ID");
+    pDriver
+        ->add_flag("--runs", words.showsRuns, "what has become of it instead: starts, ends and their causes")
+        ->needs(pCardOf);
     const auto addChange = [&](const char* pName, const char* pHelp, const char* pOperation) {
         CLI::App* pCommand = addOfDriver(pName, pHelp, [&words, pOperation](RemoteControl& control) {
             return DriverCommands(control).change(words.driver, pOperation, words.limit(s_longWait));

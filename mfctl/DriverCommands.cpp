@@ -126,6 +126,33 @@ EExit DriverCommands::card(const std::string& driverID) {
     return EExit::Done;
 }
 
+EExit DriverCommands::runs(const std::string& driverID) {
+    const ApiClient::Reply reply = m_control.ask("/drivers/" + ApiClient::encoded(driverID) + "/runs");
+    if (m_control.asJson())
+        return EExit::Done;
+    const Screen& screen = m_control.screen();
+    const JsonView runs = reply.view();
+    Table table({"time", "step", "process", "what"});
+    for (const JsonView& step : runs.list("steps")) {
+        const std::string name = step.text("step");
+        const bool isBad = name == "hang" || name == "failed";
+        table.addRow({localTime(step.text("time")),
+                      {name, isBad ? Table::EColour::Bad : Table::EColour::None},
+                      process(step),
+                      orDash(step.text("text"))});
+    }
+    if (table.empty())
+        screen.out << driverID << " has not been started" << std::endl;
+    else
+        table.print(screen.out, {screen.look.width, screen.look.isColoured});
+    if (runs.flag("more"))
+        screen.out << "there is more before that: mfctl recording show" << std::endl;
+    else if (!runs.flag("recorded"))
+        screen.out << "of the time before the host's start nothing is known: it does not record (--record)"
+                   << std::endl;
+    return EExit::Done;
+}
+
 EExit DriverCommands::troubled() {
     const ApiClient::Reply reply = m_control.client().get("/drivers");
     if (reply.isError())

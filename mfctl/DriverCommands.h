@@ -15,7 +15,9 @@ public:
     /// All of one driver: state, cause of its last end, where it comes from, queues, its last log lines and
     /// what it said last.
     EExit card(const std::string& driverID);
-    /// The same of each driver that has ended or hangs.
+    /// What has become of one driver, newest first.
+    EExit runs(const std::string& driverID);
+    /// The card of each driver that has ended or hangs.
     EExit troubled();
 
     /// operation: "reload", "park" or "unpark".

@@ -115,6 +115,7 @@ _mfctl() {
             return
             ;;
         drivers) options="$common -l --long" ;;
+        driver) options="$common --runs" ;;
         reload | stop | start | debug | macro | apply | undo) options="$common --timeout" ;;
         state) options="$common --watch --counts" ;;
         send) options="$common --wait --timeout" ;;

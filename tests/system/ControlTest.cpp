@@ -224,6 +224,8 @@ TEST_F(Control, PastOfAValueAndOfADriverIsToldOverTheHostsEnd) {
     EXPECT_EQ(mfctl("stop E").exitCode, 0);
     EXPECT_THAT(ask(runs).text,
                 ContainsRegex(R"x("steps":\[\{"time":"[^"]*","step":"parked","pid":[^,]*,"start":2,)x"));
+    EXPECT_THAT(mfctl("driver E --runs").text,
+                ContainsRegex("\n[-0-9: ]{19}  end +[0-9]+ +signal 9 \\(Killed\\)"));
     EXPECT_EQ(end(), 0);
 
     // The next host knows it from what the first one has kept.

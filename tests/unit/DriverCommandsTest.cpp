@@ -52,6 +52,30 @@ TEST_F(DriverCommandsTest, ListFitsTheTerminal) {
     EXPECT_THAT(out(), testing::HasSubstr("signal 11 (Segmen"));
 }
 
+TEST_F(DriverCommandsTest, RunsAreListedNewestFirst) {
+    m_host.answer(
+        "GET /drivers/LAMP/runs",
+        R"({"driver":"LAMP","more":false,"recorded":false,"since":null,"gaps":[],"steps":[)"
+        R"({"time":"2026-11-22T12:00:05.000001Z","step":"end","pid":42,"start":1,"text":"signal 11"},)"
+        R"({"time":"2026-11-22T12:00:00.000001Z","step":"start","pid":42,"start":1,"text":""}]})");
+    auto remote = control();
+    EXPECT_EQ(EExit::Done, DriverCommands(remote).runs("LAMP"));
+    EXPECT_EQ(
+        "time                 step   process  what\n"
+        "2026-11-22 12:00:05  end    42       signal 11\n"
+        "2026-11-22 12:00:00  start  42       -\n"
+        "of the time before the host's start nothing is known: it does not record (--record)\n",
+        out());
+}
+
+TEST_F(DriverCommandsTest, RunsOfADriverThatWasNeverStartedAreNone) {
+    m_host.answer("GET /drivers/LAMP/runs",
+                  R"({"driver":"LAMP","more":true,"recorded":true,"since":null,"gaps":[],"steps":[]})");
+    auto remote = control();
+    EXPECT_EQ(EExit::Done, DriverCommands(remote).runs("LAMP"));
+    EXPECT_EQ("LAMP has not been started\nthere is more before that: mfctl recording show\n", out());
+}
+
 TEST_F(DriverCommandsTest, ThoseInTroubleAreShownWithoutBeingNamed) {
     m_host.answer("GET /drivers/LAMP", R"({"id":"LAMP","status":"ended","cause":"signal 11","restarts":4})");
     auto remote = control();
