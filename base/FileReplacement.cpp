@@ -8,20 +8,16 @@
 #include <cstdio>
 #include <cstring>
 
+#include "Printable.h"
 #include "RegularFile.h"
 #include "UniqueFd.h"
 
 namespace base {
 namespace {
 
-/// Has the names in the file's directory reach the disk. Some file systems cannot; what was done is done
-/// then, too.
+/// What was done is done, also where its name may not outlive a loss of power.
 void settleDirectory(const std::string& path) {
-    const auto slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const UniqueFd descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (descriptor)
-        static_cast<void>(::fsync(descriptor.get()));
+    static_cast<void>(syncDirectoryOf(path));
 }
 
 bool writeWhole(const std::string& path, std::string_view bytes, const struct stat* pBefore) {
@@ -58,6 +54,15 @@ std::string removeFile(const std::string& path) {
         return errno == ENOENT ? std::string() : std::strerror(errno);
     settleDirectory(path);
     return {};
+}
+
+std::string syncDirectoryOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    const UniqueFd descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (descriptor && (::fsync(descriptor.get()) == 0 || errno == EINVAL))
+        return {};
+    return quoted(directory) + " cannot be synced: " + std::strerror(errno);
 }
 
 }  // namespace base

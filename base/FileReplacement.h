@@ -16,4 +16,9 @@ std::string replaceFile(const std::string& path, std::string_view bytes);
 /// complain of. Empty on success, else the system's reason. Any thread.
 std::string removeFile(const std::string& path);
 
+/// Has the names in the file's directory outlive a loss of power: one that was made, given or taken away
+/// there. Empty on success, also where the file system knows no such call; else the directory and the
+/// system's reason. Any thread.
+std::string syncDirectoryOf(const std::string& path);
+
 }  // namespace base

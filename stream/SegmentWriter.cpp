@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "Crc32c.h"
+#include "FileReplacement.h"
 #include "Printable.h"
 #include "RegularFile.h"
 #include "StreamBody.h"
@@ -18,15 +19,6 @@ namespace {
 
 /// Quick: a second's records are packed in some ms.
 constexpr int s_level = 3;
-
-std::string syncDirectory(const std::string& path) {
-    const auto slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-    const base::UniqueFd file(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!file || ::fsync(file.get()) != 0)
-        return base::quoted(directory) + " cannot be synced: " + std::strerror(errno);
-    return {};
-}
 
 }  // namespace
 
@@ -41,9 +33,12 @@ std::unique_ptr<SegmentWriter> SegmentWriter::create(const std::string& path, st
         error = base::quoted(path) + " cannot be made: " + std::strerror(errno);
         return nullptr;
     }
-    error = syncDirectory(path);
-    if (!error.empty())
+    error = base::syncDirectoryOf(path);
+    if (!error.empty()) {
+        // Else its name would be in the way of the next try.
+        ::unlink(path.c_str());
         return nullptr;
+    }
     return std::unique_ptr<SegmentWriter>(new SegmentWriter(path, std::move(instance), std::move(file)));
 }
 

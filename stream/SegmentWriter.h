@@ -22,7 +22,7 @@ namespace stream {
 class SegmentWriter {
 public:
     /// A new file, 0600, whose name is on the disk when this returns. Null, and why, when there is one
-    /// already or the system refuses.
+    /// already or the system refuses; no file is left then.
     static std::unique_ptr<SegmentWriter> create(const std::string& path, std::string instance,
                                                  std::string& error);
     ~SegmentWriter();

@@ -1,13 +1,15 @@
 #pragma once
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
-/// While one lives, the process gets no new descriptor; those that it has it keeps.
+/// While one lives, the process gets no new descriptor, or no more than so many; those that it has it keeps.
 class NoDescriptors {
 public:
-    NoDescriptors() {
+    explicit NoDescriptors(rlim_t but = 0) {
         ::getrlimit(RLIMIT_NOFILE, &m_before);
-        const rlimit none{0, m_before.rlim_max};
+        const rlimit none{but == 0 ? 0 : lowestFree() + but, m_before.rlim_max};
         ::setrlimit(RLIMIT_NOFILE, &none);
     }
     ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &m_before); }
@@ -15,5 +17,12 @@ public:
     NoDescriptors& operator=(const NoDescriptors&) = delete;
 
 private:
+    /// All above it are taken to be free.
+    static rlim_t lowestFree() {
+        const int free = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        ::close(free);
+        return static_cast<rlim_t>(free);
+    }
+
     rlimit m_before{};
 };

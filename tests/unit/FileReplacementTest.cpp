@@ -53,6 +53,19 @@ TEST(FileReplacement, FileAndThenItsDirectoryAreOnDisk) {
     EXPECT_THAT(synced(), ElementsAre("directory"));
 }
 
+TEST(FileReplacement, NamesInADirectoryAreOnDisk) {
+    const TemporaryDirectory directory;
+    synced().clear();
+    EXPECT_EQ("", base::syncDirectoryOf(directory.path("a")));
+    EXPECT_EQ("", base::syncDirectoryOf("/a"));
+    EXPECT_EQ("", base::syncDirectoryOf("a"));
+    EXPECT_THAT(synced(), ElementsAre("directory", "directory", "directory"));
+    EXPECT_EQ("\"/nowhere\" cannot be synced: No such file or directory",
+              base::syncDirectoryOf("/nowhere/a"));
+    // The kernel knows no such call of its own files.
+    EXPECT_EQ("", base::syncDirectoryOf("/proc/a"));
+}
+
 TEST(FileReplacement, WhoHasTheOldOneOpenKeepsIt) {
     const TemporaryDirectory directory;
     directory.write("a", "one");

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "ForkedProcess.h"
+#include "NoDescriptors.h"
 #include "PrivateMachine.h"
 #include "SegmentReader.h"
 #include "StreamFixture.h"
@@ -118,6 +119,19 @@ TEST_F(SegmentWriterTest, FileIsItsOwnersAloneAndNeverAnothers) {
     std::string error;
     EXPECT_EQ(SegmentWriter::create(m_directory.path("1.seg"), "i1", error), nullptr);
     EXPECT_EQ(error, '"' + m_directory.path("1.seg") + "\" cannot be made: File exists");
+}
+
+TEST_F(SegmentWriterTest, FileThatCannotBeHadWholeIsNotInTheWayOfTheNextTry) {
+    {
+        // The file is made, and its directory cannot be opened to be synced.
+        const NoDescriptors none(1);
+        std::string error;
+        EXPECT_EQ(SegmentWriter::create(m_directory.path("1.seg"), "i1", error), nullptr);
+        EXPECT_EQ(error, '"' + m_directory.path() + "\" cannot be synced: Too many open files");
+    }
+    const auto pSut = writer();
+    pSut->add(record(1, "x"), m_names);
+    EXPECT_EQ(pSut->writeFrame(), "");
 }
 
 TEST_F(SegmentWriterTest, FullDiskIsAnErrorAndTheNextFrameIsWhole) {
