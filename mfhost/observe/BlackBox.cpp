@@ -13,7 +13,9 @@
 #include <string_view>
 #include <utility>
 
+#include "FileReplacement.h"
 #include "Printable.h"
+#include "SegmentReader.h"
 
 namespace {
 
@@ -90,6 +92,7 @@ std::unique_ptr<BlackBox> BlackBox::begin(const stream::StreamSource& source, st
         error = base::quoted(directory) + " cannot be made: " + std::strerror(errno);
         return nullptr;
     }
+    static_cast<void>(base::syncDirectoryOf(directory));
     const stream::StreamCursor place{.place = stream::StreamCursor::EPlace::Exact,
                                      .instance = source.instance(),
                                      .ring = std::nullopt,
@@ -146,11 +149,36 @@ BlackBox::EState BlackBox::step() {
 
 BlackBox::EState BlackBox::end(const std::string& fault) {
     m_text = fault.empty() ? m_pSegment->sync() : fault;
-    if (m_text.empty() && ::rename((m_path + s_part).c_str(), m_path.c_str()) != 0)
-        m_text = base::quoted(m_path) + " cannot be made: " + std::strerror(errno);
     if (!m_text.empty())
         return EState::Failed;
+    const std::string path = freePath();
+    if (::rename((m_path + s_part).c_str(), path.c_str()) != 0) {
+        m_text = base::quoted(path) + " cannot be made: " + std::strerror(errno);
+        return EState::Failed;
+    }
     m_pSegment.reset();
-    m_text = m_path;
+    m_text = base::syncDirectoryOf(path);
+    if (!m_text.empty())
+        return EState::Failed;
+    m_text = path;
     return EState::Done;
+}
+
+/// Its own name, or a numbered one where a box of the same second has that. The same box once more takes the
+/// other's place.
+std::string BlackBox::freePath() const {
+    std::string error;
+    std::unique_ptr<stream::SegmentReader> pOwn;
+    const auto isSame = [&](const std::string& path) {
+        if (!pOwn)
+            pOwn = stream::SegmentReader::open(m_path + s_part, error);
+        const auto pOther = stream::SegmentReader::open(path, error);
+        return pOwn && pOther && pOwn->instance() == pOther->instance() &&
+               pOwn->firstNumber() == pOther->firstNumber() && pOwn->lastNumber() == pOther->lastNumber();
+    };
+    std::string path = m_path;
+    for (int number = 2; ::access(path.c_str(), F_OK) == 0 && !isSame(path); ++number)
+        path = m_path.substr(0, m_path.size() - s_suffix.size()) + '-' + std::to_string(number) +
+               std::string(s_suffix);
+    return path;
 }

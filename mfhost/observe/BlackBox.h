@@ -15,8 +15,9 @@
 /// came before a driver's end, and a little after it. Owned by the host's Recorder; one thread.
 class BlackBox {
 public:
-    /// Everything from that number on up to that time. The source outlives it. The file gets its name when it
-    /// is whole. Null, and why, when there is no such place in the stream or the directory cannot be written.
+    /// Everything from that number on up to that time. The source outlives it. The file gets its name, one
+    /// that ends in .seg, when it is whole; another box of that name stays, and this one is numbered. Null,
+    /// and why, when there is no such place in the stream or the directory cannot be written.
     static std::unique_ptr<BlackBox> begin(const stream::StreamSource& source, std::uint64_t firstNumber,
                                            stream::Time from, stream::Time to, const std::string& directory,
                                            const std::string& name, std::string& error);
@@ -25,7 +26,7 @@ public:
     BlackBox& operator=(const BlackBox&) = delete;
 
     enum class EState { Goes, Done, Failed };
-    /// Copies some thousands of records. Done: the file is there.
+    /// Copies some thousands of records. Done: the file is there, and outlives a loss of power.
     EState step();
     /// The file, or why there is none.
     const std::string& text() const { return m_text; }
@@ -44,6 +45,7 @@ private:
     BlackBox(std::unique_ptr<stream::StreamReader> pReader, std::unique_ptr<stream::SegmentWriter> pSegment,
              stream::Time from, stream::Time to, std::string path);
     EState end(const std::string& fault);
+    std::string freePath() const;
 
     const std::unique_ptr<stream::StreamReader> m_pReader;
     std::unique_ptr<stream::SegmentWriter> m_pSegment;

@@ -93,3 +93,29 @@ TEST_F(BlackBoxTest, OldestFilesGo) {
     EXPECT_EQ(BlackBox::filesIn(place()), (Lines{place() + "/2.seg", place() + "/3.seg"}));
     EXPECT_TRUE(std::filesystem::exists(place() + "/note.txt"));
 }
+
+TEST_F(BlackBoxTest, OneOfTheSameSecondIsNumbered) {
+    for (int i = 1; i <= 6; ++i)
+        m_pRing->write(at(i), event(std::to_string(i)));
+    EXPECT_EQ(copy(1, at(0), at(2)), place() + "/box.seg");
+    EXPECT_EQ(copy(3, at(0), at(9)), place() + "/box-2.seg");
+    const auto pOther = ringOf({.path = {}, .sizes = {s_small, s_small}, .instance = "i2"});
+    pOther->write(at(1), event("other"));
+    const stream::StreamSource other(*pOther);
+    std::string error;
+    const auto pSut = BlackBox::begin(other, 0, at(0), at(9), place(), "box.seg", error);
+    EXPECT_EQ(pSut->step(), BlackBox::EState::Done);
+    EXPECT_EQ(pSut->text(), place() + "/box-3.seg");
+    EXPECT_EQ(kept(place() + "/box.seg").front(), "1:1");
+    EXPECT_EQ(kept(place() + "/box-2.seg").front(), "3:3");
+    EXPECT_EQ(kept(place() + "/box-3.seg"), Lines{"1:other"});
+}
+
+TEST_F(BlackBoxTest, TheSameOnceMoreTakesItsPlace) {
+    for (int i = 1; i <= 3; ++i)
+        m_pRing->write(at(i), event(std::to_string(i)));
+    EXPECT_EQ(copy(2, at(0), at(9)), place() + "/box.seg");
+    EXPECT_EQ(copy(2, at(0), at(9)), place() + "/box.seg");
+    EXPECT_EQ(BlackBox::filesIn(place()), Lines{place() + "/box.seg"});
+    EXPECT_EQ(kept(place() + "/box.seg"), (Lines{"2:2", "3:3"}));
+}
