@@ -13,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "FileReplacement.h"
 #include "Printable.h"
 
 namespace {
@@ -119,6 +120,9 @@ std::unique_ptr<Keeper> Keeper::open(const Settings& settings, const stream::Str
         error = base::quoted(settings.directory) + " cannot be made: " + std::strerror(errno);
         return nullptr;
     }
+    // Where it is new, its name must not be lost with what is synced in it. Not every directory above may be
+    // read.
+    static_cast<void>(base::syncDirectoryOf(settings.directory));
     if (::access(settings.directory.c_str(), R_OK | W_OK | X_OK) != 0) {
         error = base::quoted(settings.directory) + " cannot be written: " + std::strerror(errno);
         return nullptr;
@@ -217,19 +221,21 @@ void Keeper::writeFrame(Clock::time_point now) {
     const std::string fault = append();
     tell(fault);
     m_lost += m_limited;
-    // One gap for all that the disk did not take, and for the gaps among it.
-    std::uint64_t first = m_limited > 0 ? m_firstLimited : ~std::uint64_t{0};
-    std::uint64_t count = std::exchange(m_limited, 0);
-    if (!fault.empty()) {
-        m_frame.forEach([&](const stream::StreamRecord& record) {
-            const bool isGap = record.kind == EKind::Gap;
-            count += isGap ? countOf(record) : 1;
-            m_lost += isGap ? 0 : 1;
-            first = std::min(first, record.number);
-        });
-    }
+    // One gap for all that is in no segment, and for the gaps among it.
+    const bool isLimitSaid = m_limited == 0 || m_firstLimited <= m_written;
+    std::uint64_t first = isLimitSaid ? ~std::uint64_t{0} : m_firstLimited;
+    std::uint64_t count = isLimitSaid ? 0 : m_limited;
+    m_limited = 0;
+    m_frame.forEach([&](const stream::StreamRecord& record) {
+        if (record.number <= m_written)
+            return;
+        const bool isGap = record.kind == EKind::Gap;
+        count += isGap ? countOf(record) : 1;
+        m_lost += isGap ? 0 : 1;
+        first = std::min(first, record.number);
+    });
     m_frame.clear();
-    if (!fault.empty())
+    if (count > 0)
         m_frame.add(lostRecord(s_disk, first, count));
 }
 
@@ -240,12 +246,19 @@ std::string Keeper::append() {
             return fault;
     }
     std::string fault;
+    std::uint64_t last = m_written;
+    const auto write = [&] {
+        fault = m_pSegment->writeFrame();
+        if (fault.empty())
+            m_written = last;
+    };
     const auto put = [&](const stream::StreamRecord& record) {
         if (!fault.empty())
             return;
         m_pSegment->add(record, m_pReader->names());
+        last = record.number;
         if (m_pSegment->isFull())
-            fault = m_pSegment->writeFrame();
+            write();
     };
     bool isLimitSaid = m_limited == 0;
     const auto sayLimit = [&] {
@@ -260,7 +273,7 @@ std::string Keeper::append() {
     sayLimit();
     if (!fault.empty())
         return fault;
-    fault = m_pSegment->writeFrame();
+    write();
     if (!fault.empty())
         return fault;
     removeOldest();

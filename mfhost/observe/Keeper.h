@@ -90,6 +90,7 @@ private:
     std::uint64_t m_limited = 0;  ///< records beyond the limit since the last frame
     std::uint64_t m_firstLimited = 0;
     stream::Time m_last;
+    std::uint64_t m_written = 0;  ///< the number of the last record that stands in a segment
     std::uint64_t m_lost = 0;
     std::uint64_t m_lapped = 0;
     std::string m_fault;  ///< why the disk takes nothing; told once

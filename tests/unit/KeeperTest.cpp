@@ -60,6 +60,18 @@ protected:
         return found;
     }
     Lines kept() const { return kept(place()); }
+    /// In a child: has a disk of that size there, and a ring; false, and told, where none can be had.
+    bool enterSmall(const ForkedProcess::Side& side, const std::string& place, const std::string& size) {
+        if (const std::string missing = PrivateMachine::enterWithSmall(place, size); !missing.empty()) {
+            side.tell("skip " + missing);
+            return false;
+        }
+        // The test's own ring is not in its children.
+        m_pSource.reset();
+        m_pRing.reset();
+        SetUp();
+        return true;
+    }
     /// Of this process, without what is mapped of files and rings; in bytes.
     static std::size_t ownMemory() {
         std::ifstream status("/proc/self/status");
@@ -281,18 +293,20 @@ TEST_F(KeeperTest, DirectoryThatCannotBeHadIsNamed) {
     EXPECT_EQ(status.st_mode & 07777, 0700u);
 }
 
+/// Bytes that nothing packs, other ones for each number.
+std::string noise(std::uint64_t word) {
+    std::string bytes;
+    while (bytes.size() < 4000)
+        bytes += static_cast<char>((word = word * 6364136223846793005u + 1442695040888963407u) >> 56);
+    return bytes;
+}
+
 TEST_F(KeeperTest, FullDiskIsSaidOnceAndLeavesAGap) {
     const std::string place = m_directory.path("small");
     std::filesystem::create_directory(place);
     ForkedProcess child([&](const ForkedProcess::Side& side) {
-        if (const std::string missing = PrivateMachine::enterWithSmall(place, "16k"); !missing.empty()) {
-            side.tell("skip " + missing);
+        if (!enterSmall(side, place, "16k"))
             return;
-        }
-        // The test's own ring is not in its children.
-        m_pSource.reset();
-        m_pRing.reset();
-        SetUp();
         const auto pSut = keeper({.directory = place});
         const auto write = [&](const std::string& text, int second) {
             m_pRing->write(at(second), exit(text));
@@ -301,12 +315,8 @@ TEST_F(KeeperTest, FullDiskIsSaidOnceAndLeavesAGap) {
         write("first", 1);
         std::ofstream(place + "/filler") << std::string(100'000, 'x');
         // Nothing packs it into the page that the segment has already.
-        std::string noise;
-        std::uint64_t word = 1;
-        while (noise.size() < 4000)
-            noise += static_cast<char>((word = word * 6364136223846793005u + 1442695040888963407u) >> 56);
-        write(noise, 2);
-        write(noise, 3);
+        write(noise(1), 2);
+        write(noise(1), 3);
         std::filesystem::remove(place + "/filler");
         write("last", 4);
         std::string said;
@@ -327,4 +337,35 @@ TEST_F(KeeperTest, FullDiskIsSaidOnceAndLeavesAGap) {
                   "/00000001.seg\" cannot be written: No space left on device|good: the recording goes on|");
     EXPECT_EQ(child.hear(), "1:first|2:gap of 2 for 4|4:last|");
     EXPECT_EQ(child.hear(), "2");
+}
+
+TEST_F(KeeperTest, WhatADiskTookOfASecondBeforeItWasFullIsNotInTheGap) {
+    const std::string place = m_directory.path("small");
+    std::filesystem::create_directory(place);
+    ForkedProcess child([&](const ForkedProcess::Side& side) {
+        if (!enterSmall(side, place, "1m"))
+            return;
+        const auto pSut = keeper({.directory = place});
+        // Of a second's two frames there is room for the first one, with 512 KB.
+        std::ofstream(place + "/filler") << std::string(400'000, 'x');
+        for (std::uint64_t i = 1; i <= 180; ++i)
+            m_pRing->write(at(1), exit(noise(i)));
+        pSut->step(m_now);
+        std::filesystem::remove(place + "/filler");
+        m_pRing->write(at(2), exit("last"));
+        pSut->step(m_now + std::chrono::seconds(1));
+        const Lines lines = kept(place);
+        std::string found = std::to_string(lines.size()) + " lines|";
+        for (std::size_t i = 0; i < lines.size(); ++i)
+            found += lines[i].size() < 100                                    ? lines[i] + '|'
+                     : lines[i] == std::to_string(i + 1) + ':' + noise(i + 1) ? ""
+                                                                              : "wrong|";
+        side.tell(found);
+        side.tell(std::to_string(pSut->lost()));
+    });
+    const std::string found = child.hear();
+    if (found.rfind("skip ", 0) == 0)
+        GTEST_SKIP() << found.substr(5);
+    EXPECT_EQ(found, "133 lines|132:gap of 49 for 4|181:last|");
+    EXPECT_EQ(child.hear(), "49");
 }
