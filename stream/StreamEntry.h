@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "StreamKind.h"
@@ -15,6 +16,8 @@ struct StreamEntry {
     std::uint32_t value = 0;
     std::uint64_t cause = 0;        ///< a record's number; 0 for none
     std::string_view keyText = {};  ///< where the key has no number
+    /// The driver that has caused it and of whose share it is; nothing: that of the key.
+    std::optional<std::uint16_t> causedBy = {};
     /// The text in parts, one after another without anything between.
     std::array<std::string_view, 3> texts = {};
 };

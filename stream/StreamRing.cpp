@@ -185,8 +185,9 @@ std::uint64_t StreamRing::write(Time when, const StreamEntry& entry) noexcept {
     const StreamBody packed = StreamBody::pack(entry, body);
     const std::size_t size = layout::sizeOf(packed.length);
     DriverPart& driver = part(entry.key);
-    if (isRationed(entry.kind) && !takeShare(driver, size, when)) {
-        driver.refused.fetch_add(1, std::memory_order_relaxed);
+    DriverPart& causer = entry.causedBy ? m_pDrivers[*entry.causedBy % s_drivers] : driver;
+    if (isRationed(entry.kind) && !takeShare(causer, size, when)) {
+        causer.refused.fetch_add(1, std::memory_order_relaxed);
         return 0;
     }
 

@@ -80,12 +80,14 @@ std::uint64_t StreamWriter::fid(Time when, const Fid& fid) noexcept {
                                .texts = {who.lengthByte(), who.text, fid.fields}});
 }
 
-std::uint64_t StreamWriter::fidEnd(Time when, std::uint16_t receiver, std::uint64_t begin,
-                                   EFidOutcome outcome, Duration took, std::string_view text) noexcept {
+std::uint64_t StreamWriter::fidEnd(Time when, std::uint16_t sender, std::uint16_t receiver,
+                                   std::uint64_t begin, EFidOutcome outcome, Duration took,
+                                   std::string_view text) noexcept {
     const std::array<std::uint64_t, 2> head{begin, static_cast<std::uint64_t>(took.count())};
     return m_ring.write(when, {.kind = EKind::FidEnd,
                                .key = keyOf(receiver),
                                .value = static_cast<std::uint32_t>(outcome),
+                               .causedBy = sender,
                                .texts = {bytesOf(head), text}});
 }
 

@@ -66,9 +66,10 @@ public:
         std::string_view fields = {};
     };
     std::uint64_t fid(Time when, const Fid& fid) noexcept;
-    /// How the FID of that record ended, where that is worth a second one.
-    std::uint64_t fidEnd(Time when, std::uint16_t receiver, std::uint64_t begin, EFidOutcome outcome,
-                         Duration took, std::string_view text) noexcept;
+    /// How the FID of that record ended, where that is worth a second one. It is of the sender's share: who
+    /// sends what fails does not use up the receiver's.
+    std::uint64_t fidEnd(Time when, std::uint16_t sender, std::uint16_t receiver, std::uint64_t begin,
+                         EFidOutcome outcome, Duration took, std::string_view text) noexcept;
 
     std::uint64_t command(Time when, std::uint16_t driver, EOrigin origin, std::string_view who,
                           std::string_view line) noexcept;

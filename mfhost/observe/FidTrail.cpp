@@ -71,6 +71,7 @@ std::string_view configurationCall(const unsigned char* data, int length) {
 
 /// A FID that is inside a driver.
 struct FidTrail::Delivery {
+    std::uint16_t sender = 0;
     std::uint64_t record = 0;
     bool isTimed = false;  ///< its beginning was looked up, not taken over
     Clock::time_point began{};
@@ -112,11 +113,12 @@ struct FidTrail::Trail {
     std::string_view queueName() const { return {queue.data(), queueLength}; }
     std::string_view driverID() const { return queueName().substr(0, queueLength - s_outputEnd.size()); }
     /// That driver; null where it is too deep.
-    Delivery* enter(const std::string& driverID) {
+    Delivery* enter(const std::string& driverID, std::uint16_t from) {
         if (depth++ == 0)
             deliveredOutside = Observation::ofThread().delivered;
         Delivery* const pDelivery = innermost();
         if (pDelivery) {
+            pDelivery->sender = from;
             pDelivery->record = 0;
             pDelivery->isTimed = false;
             pDelivery->pDriverID = &driverID;
@@ -215,10 +217,10 @@ void FidTrail::takeSending(Sending& sending, Taken& taken) {
 void FidTrail::takeMessage(Trail& trail, Taken& taken) {
     trail.hasMessage = false;
     taken.isSpent = trail.isSpent;
+    taken.record.sender = trail.sender;
     if (taken.isSpent)
         return passOver(trail);
     taken.senderID = trail.driverID();
-    taken.record.sender = trail.sender;
     taken.record.origin = EOrigin::Driver;
     taken.record.fields = trail.fields();
 }
@@ -271,7 +273,7 @@ void FidTrail::fidBegins(const std::string& driverID, const std::string& functio
     if (trail.isSpent && trail.hasMessage && trail.depth == 0 && !isSending &&
         trail.serial == m_observation.serial()) {
         passOver(trail);
-        trail.enter(driverID);
+        trail.enter(driverID, trail.sender);
         return;
     }
     Taken taken;
@@ -283,7 +285,7 @@ void FidTrail::fidBegins(const std::string& driverID, const std::string& functio
         }
         taken.setFields(driverID + '.' + function, parameters);
     }
-    Delivery* const pDelivery = trail.enter(driverID);
+    Delivery* const pDelivery = trail.enter(driverID, taken.record.sender);
     if (taken.isSpent)
         return;
     const auto when = clock(trail);
@@ -324,8 +326,8 @@ void FidTrail::fidEnded(bool ok, const char* exception) {
     } else if (!text.empty()) {
         outcome = EFidOutcome::UnknownFunction;
     }
-    m_observation.stream().fidEnd(m_observation.at(now), m_observation.number(*pDelivery->pDriverID),
-                                  pDelivery->record, outcome,
+    m_observation.stream().fidEnd(m_observation.at(now), pDelivery->sender,
+                                  m_observation.number(*pDelivery->pDriverID), pDelivery->record, outcome,
                                   std::chrono::duration_cast<std::chrono::nanoseconds>(took), text);
 }
 

@@ -307,13 +307,26 @@ TEST_F(FidTrailTest, EachFidOfADriverThatHasHadItsShareIsCounted) {
     EXPECT_EQ(m_pRing->count(m_observation.number("B"), EKind::Fid), 0u);
     EXPECT_EQ(m_pRing->count(0, EKind::Fid), 0u);
 
-    // That one fails is recorded all the same, and what others send.
+    // So is that one fails; what others send is recorded all the same.
+    const std::uint64_t refused = m_pRing->refused(sender);
     receiveFid("B.MOVE");
     deliver("B", "MOVE", {}, true, "broken");
     receive("X_OUTQ", protocol::MessageWriter(protocol::dispatchFID).string("B.STOP").parameters({}));
     deliver("B", "STOP");
-    const Lines lines = recorded();
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[lines.size() - 2], "B end of 0 outcome 10: broken");
-    EXPECT_EQ(lines.back(), "X>B origin 0 outcome 0: B.STOP");
+    EXPECT_EQ(m_pRing->refused(sender), refused + 2);
+    EXPECT_EQ(recorded().back(), "X>B origin 0 outcome 0: B.STOP");
+}
+
+TEST_F(FidTrailTest, FidsThatFailAreOfTheirSendersShareAlone) {
+    for (int i = 0; i < 5000; ++i) {
+        receiveFid("B.DANCE");
+        deliver("B", "DANCE", {}, false);
+    }
+    m_sut.waits("A_OUTQ");
+    const std::uint16_t receiver = m_observation.number("B");
+    EXPECT_EQ(m_pRing->refused(receiver), 0u);
+    EXPECT_FALSE(m_observation.isSpent(receiver));
+    receive("B_OUTQ", protocol::MessageWriter(protocol::dispatchFID).string("C.MOVE").parameters({}));
+    deliver("C", "MOVE");
+    EXPECT_EQ(recorded().back(), "B>C origin 0 outcome 0: C.MOVE");
 }

@@ -34,7 +34,7 @@ TEST_F(RecordRedactionTest, WhatDriversAndPeopleWroteIsMasked) {
     fields.add("pin", "secret");
     m_pWriter->fid(
         at(0), {.receiver = lamp, .origin = stream::EOrigin::Api, .who = "anna", .fields = fields.bytes()});
-    m_pWriter->fidEnd(at(0), lamp, 3, stream::EFidOutcome::Threw, std::chrono::microseconds(5), "secret");
+    m_pWriter->fidEnd(at(0), 0, lamp, 3, stream::EFidOutcome::Threw, std::chrono::microseconds(5), "secret");
     m_pWriter->command(at(0), 0, stream::EOrigin::Console, "anna", "secret");
     m_pWriter->commandEnd(at(0), 0, 4, true, std::chrono::microseconds(5), "secret");
     m_pWriter->log(at(0), lamp, 3, "MDM", "secret");
@@ -59,7 +59,8 @@ TEST_F(RecordRedactionTest, WhatDriversAndPeopleWroteIsMasked) {
 TEST_F(RecordRedactionTest, NumbersAndWhatTheHostSaysStay) {
     m_pWriter->valueInt(at(0), key("LAMP", "LAMP.LEVEL"), 7);
     m_pWriter->event(at(0), key("LAMP", "LAMP.EVENT"), "");
-    m_pWriter->fidEnd(at(0), driver("LAMP"), 3, stream::EFidOutcome::Late, std::chrono::milliseconds(2), "");
+    m_pWriter->fidEnd(at(0), 0, driver("LAMP"), 3, stream::EFidOutcome::Late, std::chrono::milliseconds(2),
+                      "");
     m_pWriter->exit(at(0), driver("LAMP"), 9, "signal 9");
     m_pWriter->command(at(0), 0, stream::EOrigin::Console, "", "quit");
     EXPECT_EQ(

@@ -117,8 +117,9 @@ TEST_F(StreamWriterTest, FidOfAnOperatorThatReachesNobody) {
 }
 
 TEST_F(StreamWriterTest, EndOfAFid) {
-    m_sut.fidEnd(m_when, m_lamp, 17, EFidOutcome::Threw, std::chrono::microseconds(1234), "bad percent");
-    m_sut.fidEnd(m_when, m_lamp, 18, EFidOutcome::Late, std::chrono::milliseconds(2), "");
+    m_sut.fidEnd(m_when, m_axis, m_lamp, 17, EFidOutcome::Threw, std::chrono::microseconds(1234),
+                 "bad percent");
+    m_sut.fidEnd(m_when, m_axis, m_lamp, 18, EFidOutcome::Late, std::chrono::milliseconds(2), "");
     EXPECT_EQ(
         said(),
         "LAMP fid-end #17 threw after 1234 us: bad percent\n"
