@@ -103,11 +103,14 @@ std::string RecordingSearch::newestRing(std::string& fault) const {
     std::vector<std::string> directories;
     if (!m_settings.queueDirectory.empty())
         directories.push_back(m_settings.queueDirectory);
-    std::error_code failed;
-    for (fs::directory_iterator entry(m_settings.sharedMemory, failed), end; !failed && entry != end;
-         entry.increment(failed)) {
-        if (isHostsOwn(entry->path()))
-            directories.push_back(entry->path().string());
+    // Beside queues a host may have set aside what another one has left.
+    for (const std::string& parent : {m_settings.sharedMemory, m_settings.queueDirectory}) {
+        std::error_code failed;
+        for (fs::directory_iterator entry(parent, failed), end; !failed && entry != end;
+             entry.increment(failed)) {
+            if (isHostsOwn(entry->path()))
+                directories.push_back(entry->path().string());
+        }
     }
     std::string newest;
     timespec when{};

@@ -30,18 +30,6 @@ bool isWhole(const StreamConstants& constants) {
            constants.check == crc32c(0, words.data(), words.size() - 1);
 }
 
-/// Whether a process holds the lock of the file's writer.
-bool writerLives(const std::string& path) {
-    const base::UniqueFd file(
-        ::open((path + ".lock").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (!file)
-        return false;
-    struct flock lock {};
-    lock.l_type = F_RDLCK;
-    lock.l_whence = SEEK_SET;
-    return ::fcntl(file.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-}
-
 /// As much of the file as there is, the rest zeros.
 bool readAll(int descriptor, std::vector<std::uint64_t>& words) {
     char* const pBytes = reinterpret_cast<char*>(words.data());
@@ -88,7 +76,7 @@ std::unique_ptr<StreamSource> StreamSource::open(const std::string& path, std::s
     pSource->m_device = status.st_dev;
     pSource->m_inode = status.st_ino;
     pSource->m_fileSize = size;
-    pSource->m_isLive = writerLives(path);
+    pSource->m_isLive = hasWriter(path);
     if (pSource->m_isLive) {
         void* pMapped = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, file.get(), 0);
         if (pMapped == MAP_FAILED)
@@ -117,6 +105,17 @@ std::unique_ptr<StreamSource> StreamSource::ofBytes(std::vector<std::uint64_t> w
     pSource->m_fileSize = pSource->m_memory.size() * sizeof(std::uint64_t);
     pSource->m_pBase = reinterpret_cast<std::byte*>(pSource->m_memory.data());
     return pSource->adopt(error) ? std::move(pSource) : nullptr;
+}
+
+bool StreamSource::hasWriter(const std::string& path) {
+    const base::UniqueFd file(
+        ::open((path + ".lock").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!file)
+        return false;
+    struct flock lock {};
+    lock.l_type = F_RDLCK;
+    lock.l_whence = SEEK_SET;
+    return ::fcntl(file.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
 StreamSource::~StreamSource() {
@@ -200,7 +199,7 @@ void StreamSource::findHeads() {
 bool StreamSource::lookForWriter() {
     struct stat status {};
     if (m_pMapped)
-        m_isLive = writerLives(m_path) && ::stat(m_path.c_str(), &status) == 0 && status.st_dev == m_device &&
+        m_isLive = hasWriter(m_path) && ::stat(m_path.c_str(), &status) == 0 && status.st_dev == m_device &&
                    status.st_ino == m_inode;
     return m_isLive;
 }

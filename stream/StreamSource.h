@@ -28,6 +28,8 @@ public:
     static std::unique_ptr<StreamSource> open(const std::string& path, std::string& error);
     /// The same of a file's bytes, as a dead process left them.
     static std::unique_ptr<StreamSource> ofBytes(std::vector<std::uint64_t> words, std::string& error);
+    /// Whether a process holds the lock of the file's writer.
+    static bool hasWriter(const std::string& path);
     ~StreamSource();
     StreamSource(const StreamSource&) = delete;
     StreamSource& operator=(const StreamSource&) = delete;

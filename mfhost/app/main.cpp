@@ -226,7 +226,7 @@ int runProgram(int argc, char** argv) {
     if (!options.probeSandbox) {
         if (options.records)
             leftRings = RingPlace::takeLeft(rings);
-        ringPlace.emplace(rings);
+        ringPlace.emplace(rings, leftRings);
     }
     if (const std::optional<int> exitCode = enterPlace(options))
         return *exitCode;

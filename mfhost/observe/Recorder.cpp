@@ -140,7 +140,7 @@ void Recorder::copyAside(Clock::time_point now, bool isLast) {
     begin(m_source, first, pending.incident, m_settings.directory + s_blackBoxes);
 }
 
-/// Its last minute, to where its segments are.
+/// Its last minute, to where its segments are; its files only go once that is on the disk.
 void Recorder::saveLeft() {
     const RingPlace::Left& left = m_left.front();
     if (!std::exchange(m_isLeftBegun, true)) {
@@ -162,6 +162,7 @@ void Recorder::saveLeft() {
             return;
     }
     m_isLeftBegun = false;
+    m_left.front().remove();
     m_left.erase(m_left.begin());
 }
 

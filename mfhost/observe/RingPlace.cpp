@@ -34,6 +34,7 @@ constexpr const char* s_placeName = "stream.place";
 constexpr const char* s_lockName = "stream.ring.lock";
 constexpr std::size_t s_longestPlace = 4096;
 constexpr int s_attempts = 10;
+constexpr std::size_t s_noLimit = std::numeric_limits<std::size_t>::max();
 
 std::string ownPrefix() {
     return "mfd-" + std::to_string(::geteuid()) + "-ring-";
@@ -52,7 +53,7 @@ std::optional<std::size_t> freeIn(int directory) {
         return std::nullopt;
     // One without a limit.
     if (info.f_blocks == 0)
-        return std::numeric_limits<std::size_t>::max();
+        return s_noLimit;
     return static_cast<std::size_t>(info.f_bavail) * static_cast<std::size_t>(info.f_bsize);
 }
 
@@ -78,30 +79,83 @@ std::string placeIn(const std::string& directory) {
     return text.size() <= s_longestPlace && text.starts_with('/') ? text : std::string();
 }
 
-/// What a dead host has left in that directory, which is removed; nothing where one lives.
-std::optional<RingPlace::Left> takeFrom(const std::string& directory, bool isOwn) {
-    const base::UniqueFd handle = openOwn(directory);
+/// What a dead host has left in a directory of its own; nothing where one lives.
+std::optional<RingPlace::Left> takeFrom(const std::string& parent, const std::string& name) {
+    const std::string directory = parent + '/' + name;
+    base::UniqueFd handle = openOwn(directory);
     // Its host lives, or another one is just taking it.
     if (!handle || ::flock(handle.get(), LOCK_EX | LOCK_NB) != 0)
         return std::nullopt;
-    const std::string path = directory + '/' + RingPlace::s_fileName;
-    if (!isOwn && ::access(path.c_str(), F_OK) != 0)
-        return std::nullopt;
     std::string error;
-    RingPlace::Left left{.pSource = stream::StreamSource::open(path, error), .recording = placeIn(directory)};
+    RingPlace::Left left{
+        .pSource = stream::StreamSource::open(directory + '/' + RingPlace::s_fileName, error),
+        .recording = placeIn(directory),
+        .directory = std::move(handle),
+        .parent = base::UniqueFd(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+        .name = name};
     if (left.pSource && left.pSource->isLive())
         return std::nullopt;
-    removeFiles(handle.get());
-    if (isOwn)
-        ::rmdir(directory.c_str());
-    if (!left.pSource)
+    if (!left.pSource) {
+        left.remove();
         return std::nullopt;
+    }
     return left;
+}
+
+/// What a dead host has left beside its queues gets a directory of its own there, where the next host's files
+/// do not take its place.
+void setAside(const std::string& queueDirectory) {
+    const base::UniqueFd handle = openOwn(queueDirectory);
+    const std::string path = queueDirectory + '/' + RingPlace::s_fileName;
+    if (!handle || ::flock(handle.get(), LOCK_EX | LOCK_NB) != 0 || ::access(path.c_str(), F_OK) != 0 ||
+        stream::StreamSource::hasWriter(path))
+        return;
+    std::string aside = queueDirectory + '/' + ownPrefix() + "XXXXXX";
+    if (!::mkdtemp(aside.data()))
+        return;
+    for (const char* const pName : {s_placeName, RingPlace::s_fileName})
+        ::renameat(handle.get(), pName, AT_FDCWD, (aside + '/' + pName).c_str());
+    removeFiles(handle.get());
+}
+
+std::vector<std::string> ownDirectoriesIn(const std::string& parent) {
+    std::vector<std::string> names;
+    std::error_code failed;
+    for (fs::directory_iterator entry(parent, failed), end; !failed && entry != end;
+         entry.increment(failed)) {
+        if (std::string name = entry->path().filename().string(); name.starts_with(ownPrefix()))
+            names.push_back(std::move(name));
+    }
+    return names;
+}
+
+/// Bytes that these files take where the directory is.
+std::size_t takenIn(int directory, std::span<const RingPlace::Left> left) {
+    struct stat here {};
+    if (::fstat(directory, &here) != 0)
+        return 0;
+    std::size_t taken = 0;
+    for (const RingPlace::Left& each : left) {
+        struct stat file {};
+        if (each.directory && ::fstatat(each.directory.get(), RingPlace::s_fileName, &file, 0) == 0 &&
+            file.st_dev == here.st_dev)
+            taken += static_cast<std::size_t>(file.st_blocks) * 512;
+    }
+    return taken;
 }
 
 }  // namespace
 
-RingPlace::RingPlace(const Settings& settings) : m_instance(base::randomID()) {
+void RingPlace::Left::remove() {
+    if (!directory)
+        return;
+    removeFiles(directory.get());
+    ::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR);
+    directory.reset();
+    parent.reset();
+}
+
+RingPlace::RingPlace(const Settings& settings, std::span<Left> left) : m_instance(base::randomID()) {
     if (!settings.isWanted)
         return;
     if (!settings.isFile) {
@@ -125,8 +179,13 @@ RingPlace::RingPlace(const Settings& settings) : m_instance(base::randomID()) {
         m_warning = base::quoted(settings.parent) + " is no file system in memory that can be written";
     } else {
         std::size_t size = settings.size.value_or(0);
+        const std::size_t all = *room + std::min(takenIn(m_directory.get(), left), s_noLimit - *room);
         for (std::size_t i = 0; size == 0 && i < s_sizes.size(); ++i)
-            size = s_sizes[i] <= *room / 3 * 2 ? s_sizes[i] : 0;
+            size = s_sizes[i] <= all / 3 * 2 ? s_sizes[i] : 0;
+        if (stream::StreamRing::fileSizeOf(partsOf(size)) > *room) {
+            for (Left& each : left)
+                each.remove();
+        }
         if (size == 0)
             m_warning = "there is too little room in " + base::quoted(directory);
         else if (openIn(directory, size)) {
@@ -191,21 +250,17 @@ void RingPlace::removeNow() {
 
 std::vector<RingPlace::Left> RingPlace::takeLeft(const Settings& settings) {
     std::vector<Left> found;
-    const auto take = [&](const std::string& directory, bool isOwn) {
-        auto left = takeFrom(directory, isOwn);
-        if (!left)
-            return;
-        if (left->recording.empty())
-            left->recording = settings.recording;
-        found.push_back(std::move(*left));
-    };
-    std::error_code failed;
-    for (fs::directory_iterator entry(settings.parent, failed), end; !failed && entry != end;
-         entry.increment(failed)) {
-        if (entry->path().filename().string().starts_with(ownPrefix()))
-            take(entry->path().string(), true);
-    }
     if (!settings.queueDirectory.empty())
-        take(settings.queueDirectory, false);
+        setAside(settings.queueDirectory);
+    for (const std::string& parent : {settings.parent, settings.queueDirectory}) {
+        for (const std::string& name : ownDirectoriesIn(parent)) {
+            auto left = takeFrom(parent, name);
+            if (!left)
+                continue;
+            if (left->recording.empty())
+                left->recording = settings.recording;
+            found.push_back(std::move(*left));
+        }
+    }
     return found;
 }

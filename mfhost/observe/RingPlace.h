@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -26,7 +27,23 @@ public:
         std::string parent = "/dev/shm";
     };
 
-    explicit RingPlace(const Settings& settings);
+    /// What hosts of this user that have died have left. The files stay, shut to other hosts, until remove():
+    /// what is killed before it has kept this elsewhere leaves it to the next one.
+    struct Left {
+        std::unique_ptr<stream::StreamSource> pSource;  ///< in memory
+        std::string recording;                          ///< the directory of their segments
+        base::UniqueFd directory = {};                  ///< of the files; locked
+        base::UniqueFd parent = {};
+        std::string name = {};  ///< of the directory in its parent
+
+        /// Also out of a sandbox. Does nothing where there are no files.
+        void remove();
+    };
+    /// Reads all of it. What a process writes stays.
+    static std::vector<Left> takeLeft(const Settings& settings);
+
+    /// Where there is room for either, the files of what was left go.
+    explicit RingPlace(const Settings& settings, std::span<Left> left = {});
     /// The file goes in order.
     ~RingPlace();
     RingPlace(const RingPlace&) = delete;
@@ -38,14 +55,6 @@ public:
     const std::string& path() const { return m_path; }
     /// Why it is not as was asked for; empty where it is.
     const std::string& warning() const { return m_warning; }
-
-    /// What hosts of this user that have died have left.
-    struct Left {
-        std::unique_ptr<stream::StreamSource> pSource;
-        std::string recording;  ///< the directory of their segments
-    };
-    /// Takes it into memory and removes the files. What a process writes stays.
-    static std::vector<Left> takeLeft(const Settings& settings);
 
     /// Removes the file's name before an _exit(). Any thread.
     void removeNow();

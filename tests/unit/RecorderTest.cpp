@@ -1,5 +1,6 @@
 #include "Recorder.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 
 #include <filesystem>
@@ -116,6 +117,32 @@ TEST_F(RecorderTest, RingThatADeadHostHasLeftHasABlackBox) {
     EXPECT_THAT(found[0], EndsWith("-host-killed.seg"));
     EXPECT_THAT(linesOf(found[0]), Contains(EndsWith("A output last words")));
     EXPECT_FALSE(std::filesystem::exists(place()));
+}
+
+TEST_F(RecorderTest, FilesOfADeadHostGoOnceItsBlackBoxIsThere) {
+    std::filesystem::create_directories(m_directory.path("shm/ring"));
+    m_directory.write("shm/ring/stream.ring", "x");
+    const auto open = [this](const std::string& name) {
+        return base::UniqueFd(::open(m_directory.path(name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    };
+    std::vector<RingPlace::Left> left;
+    {
+        const auto pDead = ringOf(small());
+        Observation observation(*pDead);
+        observation.bareLine("A", "last words");
+        left.push_back({.pSource = sourceOf(copyOf(*pDead)),
+                        .recording = m_directory.path("other"),
+                        .directory = open("shm/ring"),
+                        .parent = open("shm"),
+                        .name = "ring"});
+    }
+    std::filesystem::create_directory(m_directory.path("other"));
+    const auto pSut = recorder({}, std::move(left));
+    EXPECT_TRUE(m_directory.contains("shm/ring/stream.ring"));
+    pSut->start([] {});
+    EXPECT_TRUE(eventually([this] { return !m_directory.contains("shm/ring"); }));
+    EXPECT_EQ(BlackBox::filesIn(m_directory.path("other") + "/blackbox").size(), 1u);
+    EXPECT_TRUE(pSut->stop(c_hangGuard));
 }
 
 TEST_F(RecorderTest, WithoutADirectoryNothingIsWritten) {

@@ -98,6 +98,13 @@ TEST_F(RecordingSearchTest, WithoutAnAnswerItIsTheNewestThatIsLeft) {
     EXPECT_EQ(given, find().ring);
 }
 
+TEST_F(RecordingSearchTest, WhatWasSetAsideBesideTheQueuesIsFound) {
+    silence();
+    m_settings.queueDirectory = m_machine.path("queues");
+    const std::string ring = leave("queues/" + own("ring-abcdef"), 0);
+    EXPECT_EQ(ring, find().ring);
+}
+
 TEST_F(RecordingSearchTest, FileBesideTheRingsNamesTheDirectoryOfTheSegments) {
     silence();
     const std::string ring = leave("shm/" + own("ring-abcdef"), 0);

@@ -138,7 +138,7 @@ TEST_F(RingPlaceTest, WithoutAFileItIsInMemory) {
     EXPECT_TRUE(entries().empty());
 }
 
-TEST_F(RingPlaceTest, WhatADeadHostHasLeftIsTakenOnceAndGone) {
+TEST_F(RingPlaceTest, WhatADeadHostHasLeftIsTakenByOneHostAndStaysUntilItIsRemoved) {
     leaveRing(settings());
     const RingPlace living(settings());
     auto left = RingPlace::takeLeft(settings());
@@ -147,17 +147,75 @@ TEST_F(RingPlaceTest, WhatADeadHostHasLeftIsTakenOnceAndGone) {
     EXPECT_FALSE(left[0].pSource->isLive());
     EXPECT_GT(left[0].pSource->lastNumber(), 0u);
     EXPECT_TRUE(RingPlace::takeLeft(settings()).empty());
+    EXPECT_EQ(entries().size(), 8u);
+    left[0].remove();
+    EXPECT_TRUE(RingPlace::takeLeft(settings()).empty());
     // The directory of the living one, with its file, lock and place.
+    EXPECT_EQ(entries().size(), 4u);
+    left[0].remove();
     EXPECT_EQ(entries().size(), 4u);
 }
 
-TEST_F(RingPlaceTest, WhatADeadHostHasLeftBesideTheQueuesIsTakenToo) {
+TEST_F(RingPlaceTest, WhatAHostThatDiesTooHasNotKeptIsTheNextOnes) {
+    leaveRing(settings());
+    for (int start = 1; start <= 3; ++start) {
+        // Whoever takes it dies, and leaves a ring of its own.
+        EXPECT_EQ(RingPlace::takeLeft(settings()).size(), static_cast<std::size_t>(start));
+        leaveRing(settings());
+    }
+    for (auto& left : RingPlace::takeLeft(settings()))
+        left.remove();
+    EXPECT_TRUE(entries().empty());
+}
+
+TEST_F(RingPlaceTest, WhatADeadHostHasLeftBesideTheQueuesIsSetAside) {
     auto beside = settings();
     beside.queueDirectory = parent() + "/queues";
     fs::create_directory(beside.queueDirectory);
     leaveRing(beside);
-    EXPECT_EQ(RingPlace::takeLeft(beside).size(), 1u);
+    auto left = RingPlace::takeLeft(beside);
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(left[0].recording, "/site/recording");
+    EXPECT_FALSE(fs::exists(beside.queueDirectory + "/stream.ring"));
+    // The next host's ring has its place, and the one that dies leaves both.
+    leaveRing(beside);
+    left.clear();
+    left = RingPlace::takeLeft(beside);
+    EXPECT_EQ(left.size(), 2u);
+    for (auto& each : left)
+        each.remove();
     EXPECT_EQ(entries(), std::vector<std::string>{parent() + "/queues"});
+}
+
+TEST_F(RingPlaceTest, RingOfALivingHostBesideTheQueuesIsItsOwn) {
+    auto beside = settings();
+    beside.queueDirectory = parent() + "/queues";
+    fs::create_directory(beside.queueDirectory);
+    const RingPlace living(beside);
+    EXPECT_TRUE(RingPlace::takeLeft(beside).empty());
+    EXPECT_TRUE(fs::exists(living.path()));
+}
+
+TEST_F(RingPlaceTest, WhatWasLeftGivesWayWhereThereIsRoomForOneAlone) {
+    const auto large = settings(std::size_t{20} << 20);
+    leaveRing(large);
+    auto left = RingPlace::takeLeft(large);
+    ASSERT_EQ(left.size(), 1u);
+    const RingPlace sut(large, left);
+    EXPECT_EQ(sut.warning(), "");
+    EXPECT_NE(sut.path(), "");
+    EXPECT_EQ(entries().size(), 4u);
+    EXPECT_GT(left[0].pSource->lastNumber(), 0u);
+}
+
+TEST_F(RingPlaceTest, WhatWasLeftMakesNoRingSmaller) {
+    leaveRing(settings(std::nullopt));
+    auto left = RingPlace::takeLeft(settings());
+    ASSERT_EQ(left.size(), 1u);
+    const RingPlace sut(settings(std::nullopt), left);
+    ASSERT_NE(sut.ring(), nullptr);
+    EXPECT_EQ(sut.ring()->size(stream::ERing::Values) + sut.ring()->size(stream::ERing::Audit),
+              std::size_t{16} << 20);
 }
 
 TEST_F(RingPlaceTest, DirectoryWithoutARingGoesWhenItsHostIsGone) {
