@@ -4,16 +4,20 @@
 #include <chrono>
 #include <cstdlib>
 
-/// How many rounds an endurance test makes: MFD_ROUNDS, which `./dev soak` sets; else few, and fewer still
-/// under a sanitizer, where each takes several times as long.
+/// How many rounds an endurance test makes: MFD_ROUNDS, which `./dev soak` sets; else so many.
+inline int rounds(int few) {
+    const char* pSetting = std::getenv("MFD_ROUNDS");
+    return std::max(1, pSetting ? std::atoi(pSetting) : few);
+}
+
+/// The same; else few, and fewer still under a sanitizer, where each takes several times as long.
 inline int rounds() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     constexpr int few = 5;
 #else
     constexpr int few = 10;
 #endif
-    const char* pSetting = std::getenv("MFD_ROUNDS");
-    return std::max(1, pSetting ? std::atoi(pSetting) : few);
+    return rounds(few);
 }
 
 /// As many rounds as a test is to make, but at least one, and fewer where they take long: two threads that

@@ -5,10 +5,9 @@
 #include <cstddef>
 #include <filesystem>
 
-#include "SegmentReader.h"
+#include "RecordedWorkplace.h"
 #include "StreamReader.h"
 #include "StreamText.h"
-#include "SystemTest.h"
 
 namespace fs = std::filesystem;
 using testing::Contains;
@@ -21,7 +20,7 @@ using testing::SizeIs;
 using Lines = std::vector<std::string>;
 
 /// What a host records of a workplace with a driver process, SYS, and a driver in its own process, LOCAL.
-class RecordingOfAHost : public SystemTest {
+class RecordingOfAHost : public RecordedWorkplace {
 protected:
     void prepare() override {
         giveAdapter();
@@ -43,14 +42,6 @@ protected:
         return host;
     }
 
-    static std::vector<std::string> rings() {
-        std::vector<std::string> found;
-        for (const auto& entry : fs::recursive_directory_iterator("/dev/shm")) {
-            if (entry.path().filename() == "stream.ring")
-                found.push_back(entry.path());
-        }
-        return found;
-    }
     static Lines linesOf(stream::IStreamReader& reader) {
         Lines lines;
         for (;;) {
@@ -86,12 +77,10 @@ protected:
     static bool records(const std::string& pattern) {
         return eventually([&] { return hasLine(recorded(), pattern); }, std::chrono::milliseconds(50));
     }
-    Lines kept() const {
+    Lines kept() {
         Lines lines;
-        for (const auto& entry : fs::directory_iterator(workplace_().workdir() / "recording")) {
-            if (entry.path().extension() == ".seg")
-                add(lines, entry.path());
-        }
+        for (const std::string& path : segments())
+            add(lines, path);
         return lines;
     }
     static void add(Lines& lines, const std::string& path) {
@@ -101,16 +90,6 @@ protected:
         const Lines more = linesOf(*pReader);
         lines.insert(lines.end(), more.begin(), more.end());
     }
-    std::vector<std::string> boxes() const {
-        std::vector<std::string> found;
-        std::error_code none;
-        for (const auto& entry : fs::directory_iterator(workplace_().workdir() / "recording/blackbox", none))
-            found.push_back(entry.path());
-        return found;
-    }
-
-private:
-    TestWorkplace& workplace_() const { return const_cast<RecordingOfAHost*>(this)->workplace(); }
 };
 
 TEST_F(RecordingOfAHost, HasEachKindOfWhatHappens) {
