@@ -106,8 +106,8 @@ TEST_F(BlackBoxTest, OneOfTheSameSecondIsNumbered) {
     const auto pSut = BlackBox::begin(other, 0, at(0), at(9), place(), "box.seg", error);
     EXPECT_EQ(pSut->step(), BlackBox::EState::Done);
     EXPECT_EQ(pSut->text(), place() + "/box-3.seg");
-    EXPECT_EQ(kept(place() + "/box.seg").front(), "1:1");
-    EXPECT_EQ(kept(place() + "/box-2.seg").front(), "3:3");
+    EXPECT_EQ(kept(place() + "/box.seg"), (Lines{"1:1", "2:2", "3:3", "4:4", "5:5", "6:6"}));
+    EXPECT_EQ(kept(place() + "/box-2.seg"), (Lines{"3:3", "4:4", "5:5", "6:6"}));
     EXPECT_EQ(kept(place() + "/box-3.seg"), Lines{"1:other"});
 }
 
