@@ -53,6 +53,14 @@ class BenchReportTest(unittest.TestCase):
         self.assertEqual(self.row("events, driver process to panel target", "gRPC 10.0"),
                          ["60.0 M/s", "6.00 x", "at least 6 x", "yes"])  # fmt: skip
 
+    def test_panel_that_learns_late_of_an_end_is_a_no(self):
+        what = "kill -9 of a driver process until the panel driver, told of it, has a value printed that says so"
+        self.add("news", "this system", ms=0.8)
+        self.assertEqual(self.row(what), ["0.800 ms", "", "at most 5 ms", "yes"])
+        for _ in range(2):
+            self.add("news", "this system", ms=5.1)
+        self.assertEqual(self.row(what)[3], "**no**")
+
     def test_goal_without_a_figure_stays_as_no(self):
         self.add("states", rate=10e6)
         self.assertEqual(self.row("state updates, driver process to panel target", "gRPC, 16 together"),
