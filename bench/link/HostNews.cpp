@@ -2,12 +2,18 @@
 
 #include <signal.h>
 
+#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "Patience.h"
 #include "UpdateSeries.h"
+
+namespace {
+
+constexpr std::chrono::seconds s_patience{120};
+
+}  // namespace
 
 HostNews::HostNews(std::filesystem::path directory, int drivers)
     : m_host({.directory = std::move(directory),
