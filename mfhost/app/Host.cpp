@@ -101,6 +101,7 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                     .hangTimeout = m_options.hangTimeout,
                     .waitsUntilAttached = m_options.waitsUntilAttached},
                    {.activity = [this] { return m_commands.activity(); },
+                    .waits = [this] { return m_commands.waits(); },
                     .queues = [] { return sal::MessageQueue::statuses(); },
                     .receiverGone = &sal::MessageQueue::receiverGone,
                     .exitNow = [this](int exitCode) { exitNow(exitCode); },
@@ -150,7 +151,8 @@ Host::Host(Options options, StopSignals& signals, const sal::HostQueueDirectory&
                .follow = [this](const std::string& glob) { m_following.start(glob); },
                .unfollow = [this] { return m_following.stop(); },
                .fidSent = [this](const auto& driverID,
-                                 const auto& outcome) { m_fidCounts.add(driverID, outcome); }}),
+                                 const auto& outcome) { m_fidCounts.add(driverID, outcome); },
+               .queuePatience = m_options.stopTimeout}),
       m_system(std::set<std::string>(m_options.allowedCommands.begin(), m_options.allowedCommands.end()),
                [this](const std::string& line) {
                    const std::string& caller = sal::Module::caller();

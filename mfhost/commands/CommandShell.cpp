@@ -27,6 +27,7 @@
 
 namespace {
 
+constexpr char s_sendFid[] = "sendFID";
 /// How long a terminal waits for a command before it offers the next prompt.
 constexpr std::chrono::seconds s_promptDelay{2};
 /// An output that is closed for good is not worth a line for each command.
@@ -133,8 +134,9 @@ void CommandShell::endInput() {
 }
 
 bool CommandShell::postDriverCommand(const std::string& line, const std::string& driverID) {
-    return m_context.commands.post(line,
-                                   [this, line, driverID] { execute(line, EOrigin::Driver, driverID); });
+    return m_context.commands.postInLane(
+        driverID, line, [this, line, driverID] { execute(line, EOrigin::Driver, driverID); },
+        [this, line, driverID] { return fullQueueFor(line, driverID); });
 }
 
 void CommandShell::readTerminalLine(const std::string& line) {
@@ -183,7 +185,7 @@ void CommandShell::readScriptLine(const std::string& line) {
             noteFailure(number, line);
         return;
     }
-    m_context.commands.postWaiting(line, [this, line, number] {
+    const auto run = [this, line, number] {
         // One that is broken off has failed, too.
         bool isDone = false;
         try {
@@ -194,7 +196,8 @@ void CommandShell::readScriptLine(const std::string& line) {
         }
         if (!isDone)
             noteFailure(number, line);
-    });
+    };
+    m_context.commands.postInLaneWaiting({}, line, run, [this, line] { return fullQueueFor(line, {}); });
 }
 
 /// Whether the command needs the command thread for nothing: it looks at stores of which each has its lock.
@@ -333,7 +336,7 @@ void CommandShell::executeChecked(const std::string& line, std::ostream& reply) 
         reload(line, words[1], reply);
         return;
     }
-    if (command == "sendFID" && words.size() > 1 && words[1] != "--help") {
+    if (command == s_sendFid && words.size() > 1 && words[1] != "--help") {
         sendFid(line, FidLine(words), reply);
         return;
     }
@@ -362,13 +365,43 @@ bool CommandShell::hintAt(const std::string& word, std::ostream& reply) {
     return true;
 }
 
-/// Why an operator's FID is not sent to the driver; empty where it is. The lines of a script wait for a
-/// driver that is slow, as those of a driver do: nobody is there to type them again.
-std::string CommandShell::queueFault(const std::string& driverID) const {
-    if (m_origin == EOrigin::Driver || (m_origin == EOrigin::Console && !Console::isInteractive()))
-        return {};
+/// Which driver the line has to wait for, since its input queue is full; the supervisor ends one that takes
+/// nothing. Only operators are refused at once: nobody is there to type a script's lines again, or a
+/// driver's.
+std::optional<CommandThread::Hold> CommandShell::fullQueueFor(const std::string& line,
+                                                              const std::string& lane) {
+    if (line.find(s_sendFid) == std::string::npos || !m_isOpen)
+        return std::nullopt;
+    const std::vector<std::string> words = base::splitWords(line).words;
+    if (words.size() < 2 || words.front() != s_sendFid || words[1] == "--help")
+        return std::nullopt;
+    const std::string driverID = FIDHelper(words[1]).getDriverID();
     const auto level = sal::MessageQueue::level(protocol::inputQueue(driverID));
-    if (!level || level->depth + s_roomKept <= level->capacity)
+    const auto driver = m_context.drivers.find(driverID);
+    const bool hasProcess = m_context.drivers.hasProcess(driverID);
+    if (!level || level->depth < level->capacity || !driver || (hasProcess && !driver->isAlive)) {
+        m_waits.erase(lane);
+        return std::nullopt;
+    }
+    const auto now = CommandThread::Clock::now();
+    Wait& wait = m_waits[lane];
+    if (wait.driverID != driverID || wait.made != level->made || wait.received != level->received)
+        wait = {driverID, level->made, level->received, now};
+    // A process that is not the host's own has nobody who ends it.
+    if (!hasProcess && now - wait.since >= m_context.queuePatience)
+        return std::nullopt;
+    return CommandThread::Hold{driverID, wait.since};
+}
+
+/// Why the FID is not sent to the driver; empty where it is. Operators leave room for others. What a script
+/// or a driver has come here with has waited for room, for as long as somebody sees to it that there will be
+/// some.
+std::string CommandShell::queueFault(const std::string& driverID) const {
+    const bool isOperator =
+        m_origin == EOrigin::Remote || (m_origin == EOrigin::Console && Console::isInteractive());
+    const auto level = sal::MessageQueue::level(protocol::inputQueue(driverID));
+    if (!level || level->depth + (isOperator ? s_roomKept : 1) <= level->capacity ||
+        (!isOperator && m_context.drivers.hasProcess(driverID)))
         return {};
     return "the input queue of " + driverID + " holds " + std::to_string(level->depth) + " of " +
            std::to_string(level->capacity) + " messages";

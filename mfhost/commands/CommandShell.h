@@ -1,9 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -45,6 +48,9 @@ public:
         /// What became of a FID that was sent by a line. driverID is empty where the FID names none.
         std::function<void(const std::string& driverID, const FidOutcome& outcome)> fidSent =
             [](const auto&, const auto&) {};
+        /// How long a script or a driver waits for room in the input queue of a driver process that the host
+        /// has not started, and that takes nothing.
+        std::chrono::milliseconds queuePatience{3000};
     };
 
     explicit CommandShell(Context context);
@@ -102,6 +108,13 @@ public:
 
 private:
     enum class EOrigin { Console, Remote, Driver };
+    /// Of the lines of one sender, for room in a driver's input queue.
+    struct Wait {
+        std::string driverID;
+        CommandThread::Clock::time_point made;  ///< the queue
+        std::uint32_t received = 0;             ///< messages that the driver has taken
+        CommandThread::Clock::time_point since;
+    };
 
     void readTerminalLine(const std::string& line);
     void readScriptLine(const std::string& line);
@@ -115,6 +128,7 @@ private:
                  base::Table::Look look);
     Observation::Asker asker() const;
     void executeChecked(const std::string& line, std::ostream& reply);
+    std::optional<CommandThread::Hold> fullQueueFor(const std::string& line, const std::string& lane);
     std::string queueFault(const std::string& driverID) const;
     void sendFid(const std::string& line, const FidLine& sent, std::ostream& reply);
     void reload(const std::string& line, const std::string& driverID, std::ostream& reply);
@@ -127,6 +141,7 @@ private:
     sal::CmdProcessor m_processor;
     EOrigin m_origin = EOrigin::Console;  ///< of the running command
     std::string m_driverID;               ///< whose it is, where it is a driver's
+    std::map<std::string, Wait> m_waits;  ///< by lane; the command thread's own
     Observation* m_pObservation = nullptr;
     FidTrail* m_pTrail = nullptr;
     HostCommands m_hostCommands;

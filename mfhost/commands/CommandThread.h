@@ -5,9 +5,12 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "CommandActivity.h"
 
@@ -19,7 +22,14 @@ public:
     using Clock = std::chrono::steady_clock;
     using Task = std::function<void()>;
 
-    /// Tasks that wait beyond this number are refused.
+    /// What a task has to wait for: a driver whose input queue is full.
+    struct Hold {
+        std::string driverID;
+        Clock::time_point since;  ///< it has taken nothing since then
+    };
+    using Gate = std::function<std::optional<Hold>()>;
+
+    /// Tasks that wait beyond this number are refused; of each lane, and of those that are in none.
     static constexpr std::size_t s_capacity = 1000;
 
     CommandThread() = default;
@@ -33,8 +43,12 @@ public:
 
     /// Any thread; returns at once. False when the thread is stopping or has too much to do already.
     bool post(const std::string& what, Task task);
-    /// The same for a reader of many lines: waits for room. False when the thread is stopping.
-    bool postWaiting(const std::string& what, Task task);
+    /// The same for commands of one who does not wait for each, which keep their order: where gate tells that
+    /// the task has to wait for a driver, the others of that lane wait with it, and nobody else does. The
+    /// gate is asked on the command thread, again and again, and returns at once.
+    bool postInLane(const std::string& lane, const std::string& what, Task task, Gate gate);
+    /// The same for a reader of many lines: waits for room in the lane. False when the thread is stopping.
+    bool postInLaneWaiting(const std::string& lane, const std::string& what, Task task, Gate gate);
 
     /// For what the host does by itself: runs when nothing else waits, and is dropped when the thread stops.
     /// Any thread; returns at once. False when the thread is stopping.
@@ -52,20 +66,37 @@ public:
     void setDriver(const std::string& driverID);
 
     CommandActivity activity() const;
+    /// The first task of each lane that has to wait.
+    std::vector<CommandWait> waits() const;
 
 private:
     struct Item {
         std::string what;
         Task task;
+        std::optional<std::string> lane = {};
+        Gate gate = {};
     };
+    struct Lane {
+        std::size_t waiting = 0;  ///< its tasks in m_items
+        std::optional<CommandWait> wait;
+        Clock::time_point next;  ///< its gate is asked again
+    };
+    using Items = std::deque<Item>;
 
+    bool hasRoom(const std::string& lane) const;
+    void addToLane(Item item);
+    Items::iterator firstReady(Clock::time_point now);
+    std::optional<Item> next();
+    bool passesGate(const Item& item, std::unique_lock<std::mutex>& lock);
     void run();
     void perform(const Item& item);
 
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::deque<Item> m_items;
-    std::deque<Item> m_behind;
+    Items m_items;
+    std::size_t m_inNoLane = 0;  ///< of them
+    std::map<std::string, Lane> m_lanes;
+    Items m_behind;
     CommandActivity m_activity;
     bool m_stopping = false;
     Task m_onActivity;

@@ -11,3 +11,10 @@ struct CommandActivity {
     std::chrono::steady_clock::time_point since;
     int thread = 0;  ///< the number that the system gives the command thread
 };
+
+/// A command that the command thread will take up when a driver's input queue has room.
+struct CommandWait {
+    std::string what;                             ///< the command line
+    std::string driverID;                         ///< whose queue is full
+    std::chrono::steady_clock::time_point since;  ///< that driver has taken nothing
+};

@@ -392,6 +392,7 @@ void ProcessSupervisor::check() {
     } else {
         m_retiredQueues.clear();
     }
+    checkWaits(now);
     checkShutdown(activity, now);
     noteAttached();
     checkStacks();
@@ -420,26 +421,42 @@ void ProcessSupervisor::checkCommand(const CommandActivity& activity, Clock::tim
     if (!m_limits.isStopOver(activity.since, now))
         return;
     const auto stuck = m_limits.stuck(m_environment.queues());
-    bool isFound = false;
+    // A process that the command itself has started is not the one that it waits for.
     for (Process& process : m_processes.lock()) {
-        // A process that the command itself has started is not the one that it waits for.
         if (!activity.driverID.empty() && process.driverID == activity.driverID &&
             process.started < activity.since)
             terminate(process, "has not ended " + seconds(m_settings.stopTimeout) + " after it was to stop");
-        if (stuck && process.driverID == stuck->driverID && !process.replaced) {
-            isFound = true;
-            terminate(process,
-                      (stuck->isLocked ? "cannot be sent to, since a sender has not left its input queue for "
-                                       : "has not taken a message for ") +
-                          seconds(m_settings.stopTimeout) + " and holds up \"" + activity.what + "\"");
-        }
     }
-    if (stuck && !isFound && !m_drivers.hasProcess(stuck->driverID) && m_reportedQueue != stuck->driverID) {
+    if (stuck && !endStuck(*stuck, activity.what) && m_reportedQueue != stuck->driverID) {
         hostLog(sal::LogOutput::eWarning)
             << stuck->driverID << ": its queue is " << (stuck->isLocked ? "locked by a sender" : "full")
             << " and holds up \"" << activity.what << "\"; the host did not start its process" << std::endl;
         m_reportedQueue = stuck->driverID;
     }
+}
+
+/// Commands that wait for room in a driver's input queue, which the command thread does not wait with.
+void ProcessSupervisor::checkWaits(Clock::time_point now) {
+    if (!m_environment.waits)
+        return;
+    for (const CommandWait& wait : m_environment.waits()) {
+        if (m_limits.isStopOver(wait.since, now))
+            endStuck({.driverID = wait.driverID}, wait.what);
+    }
+}
+
+/// False when the driver has no process of the host's.
+bool ProcessSupervisor::endStuck(const StopLimits::Stuck& stuck, const std::string& heldUp) {
+    for (Process& process : m_processes.lock()) {
+        if (process.driverID != stuck.driverID || process.replaced)
+            continue;
+        terminate(process,
+                  (stuck.isLocked ? "cannot be sent to, since a sender has not left its input queue for "
+                                  : "has not taken a message for ") +
+                      seconds(m_settings.stopTimeout) + " and holds up \"" + heldUp + "\"");
+        return true;
+    }
+    return m_drivers.hasProcess(stuck.driverID);
 }
 
 /// A driver that is loaded again waits for its former queues to go, however long that takes. Once its process

@@ -52,6 +52,8 @@ public:
     /// What the supervisor asks of its surroundings, each on its own thread.
     struct Environment {
         std::function<CommandActivity()> activity;
+        /// The commands that wait for a driver with a full input queue; nothing where there never are any.
+        std::function<std::vector<CommandWait>()> waits = nullptr;
         std::function<std::vector<sal::MessageQueue::Status>()> queues;
         std::function<void(const std::string& queueName, Clock::time_point started)> receiverGone;
         std::function<void(int exitCode)> exitNow;
@@ -146,6 +148,8 @@ private:
     bool isBusy();
     void check();
     void checkCommand(const CommandActivity& activity, Clock::time_point now);
+    void checkWaits(Clock::time_point now);
+    bool endStuck(const StopLimits::Stuck& stuck, const std::string& heldUp);
     void checkQueueWait(const CommandActivity& activity, Clock::time_point now);
     void checkCall(const CommandActivity& activity, Clock::time_point now);
     void showStack(int thread);

@@ -132,3 +132,36 @@ TEST_F(HeldUp, FidThatReachesNobodyIsToldAtTheConsole) {
     EXPECT_THAT(host.output(), Not(HasSubstr("\"A.PONG\" has reached nobody")));
     EXPECT_EQ(end(), 3);
 }
+
+// A driver process that takes nothing, and a script that sends to it more than its queue holds.
+class HeldUpScript : public ControlledWorkplace {
+protected:
+    void prepare() override {
+        giveAdapter();
+        workplace().addModule("HangsInSendFID");
+        workplace().addModule("Echo");
+        workplace().configure(TestWorkplace::entry("H", "HangsInSendFID", "queue") +
+                              TestWorkplace::entry("B", "Echo", "queue"));
+    }
+};
+
+TEST_F(HeldUpScript, HoldsUpNeitherOtherTerminalsNorOtherDrivers) {
+    HostProcess& host = start({"--control", socket(), "--hang-timeout", "0", "--stop-timeout", "60"});
+    ASSERT_TRUE(host.waitForLog("HOST: the workplace is started")) << host.log();
+    for (int i = 0; i < 300; ++i)
+        host.type("sendFID H.GO");
+    host.type("sendFID B.PRINT value=later");
+    const auto isFull = [this] {
+        return testing::Value(mfctl("queues").text, ContainsRegex("H_INQ +256 +256 "));
+    };
+    ASSERT_TRUE(eventually(isFull)) << mfctl("queues").text;
+    const Answer reload = mfctl("reload B");
+    EXPECT_EQ(reload.exitCode, 0) << reload.text;
+    const Answer sent = mfctl("send B.PRINT value=now --wait taken");
+    EXPECT_EQ(sent.exitCode, 0) << sent.text;
+    const Answer health = mfctl("health");
+    EXPECT_THAT(health.text, Not(HasSubstr("has been under way")));
+    EXPECT_THAT(host.log(), Not(HasSubstr("it is ended")));
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.waitForEnd(), 0);
+}

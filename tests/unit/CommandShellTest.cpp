@@ -10,9 +10,11 @@
 #include <future>
 #include <iostream>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "FidTap.h"
@@ -143,7 +145,8 @@ protected:
                         .fidSent =
                             [this](const auto& driverID, const auto& outcome) {
                                 m_fids.push_back(driverID + " " + inWords(outcome.reason));
-                            }}};
+                            },
+                        .queuePatience = 300ms}};
 
 private:
     using Handler = bool (CommandShellTest::*)(sal::CmdParameters&);
@@ -182,6 +185,31 @@ private:
         m_notes.push_back(parameters.argument(0));
         return true;
     }
+};
+
+/// Lines of a script and of the driver A, which wait for room in AXIS1's input queue of two messages.
+class CommandShellAtAFullQueue : public CommandShellTest {
+protected:
+    CommandShellAtAFullQueue() {
+        ::setenv("MFD_QUEUE_DIR", m_directory.path().c_str(), 1);
+        EXPECT_TRUE(m_queue.create("AXIS1_INQ", 2, 64, 0));
+        const unsigned char message = 1;
+        for (int i = 0; i < 2; ++i)
+            EXPECT_TRUE(m_queue.send(&message, 1, 0));
+    }
+    ~CommandShellAtAFullQueue() override { ::unsetenv("MFD_QUEUE_DIR"); }
+
+    void takeOne() {
+        unsigned char buffer[64];
+        EXPECT_EQ(1, m_queue.receive(buffer, sizeof(buffer), 0));
+    }
+    /// Of the line that waits; nothing when none does.
+    std::optional<CommandWait> wait() const {
+        const auto waits = m_commands.waits();
+        return waits.empty() ? std::nullopt : std::optional(waits.front());
+    }
+
+    sal::MessageQueue m_queue;
 };
 
 }  // namespace
@@ -523,6 +551,75 @@ TEST_F(CommandShellTest, FidOfAnotherTerminalDoesNotWaitForADriverWhoseQueueIsFu
     finish();
     EXPECT_EQ("AXIS1 none", m_fids.back());
     ::unsetenv("MFD_QUEUE_DIR");
+}
+
+TEST_F(CommandShellAtAFullQueue, LinesOfAScriptWaitForRoomAndOthersDoNot) {
+    m_drivers.processStarted("AXIS1", 1);
+    open();
+    m_sut.readLine("sendFID AXIS1.MOVE x=1");
+    m_sut.readLine("note script");
+    EXPECT_TRUE(m_sut.postDriverCommand("note driver", "A"));
+    ASSERT_TRUE(eventually([&] { return wait().has_value(); }));
+    EXPECT_EQ("sendFID AXIS1.MOVE x=1", wait()->what);
+    EXPECT_EQ("AXIS1", wait()->driverID);
+    std::promise<void> done;
+    m_commands.post("another", [&] { done.set_value(); });
+    ASSERT_EQ(std::future_status::ready, done.get_future().wait_for(c_hangGuard));
+    takeOne();
+    finish();
+    EXPECT_THAT(m_notes, ElementsAre("driver", "script"));
+    EXPECT_THAT(m_fids, ElementsAre("AXIS1 none"));
+    EXPECT_FALSE(m_sut.sayFailedLines());
+}
+
+TEST_F(CommandShellAtAFullQueue, LinesOfADriverWaitForRoom) {
+    m_drivers.processStarted("AXIS1", 1);
+    open();
+    EXPECT_TRUE(m_sut.postDriverCommand("sendFID AXIS1.MOVE", "A"));
+    EXPECT_TRUE(m_sut.postDriverCommand("note A", "A"));
+    EXPECT_TRUE(m_sut.postDriverCommand("note B", "B"));
+    m_sut.readLine("note script");
+    ASSERT_TRUE(eventually([&] { return wait().has_value(); }));
+    takeOne();
+    finish();
+    EXPECT_THAT(m_notes, ElementsAre("B", "script", "A"));
+    EXPECT_THAT(m_fids, ElementsAre("AXIS1 none"));
+}
+
+TEST_F(CommandShellAtAFullQueue, WaitBeginsAnewWhenTheDriverHasTakenSomething) {
+    m_drivers.processStarted("AXIS1", 1);
+    open();
+    m_sut.readLine("sendFID AXIS1.MOVE");
+    ASSERT_TRUE(eventually([&] { return wait().has_value(); }));
+    const auto first = wait()->since;
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(first, wait()->since);
+    m_commands.post("swap", [this] {
+        takeOne();
+        const unsigned char message = 1;
+        EXPECT_TRUE(m_queue.send(&message, 1, 0));
+    });
+    EXPECT_TRUE(eventually([&] { return wait() && wait()->since > first; }));
+    takeOne();
+    finish();
+    EXPECT_THAT(m_fids, ElementsAre("AXIS1 none"));
+}
+
+TEST_F(CommandShellAtAFullQueue, NobodyWaitsForADriverThatHasEnded) {
+    m_drivers.processStarted("AXIS1", 1);
+    m_drivers.processEnded("AXIS1", 1, "exit code 3", 1s, false);
+    output({"sendFID AXIS1.MOVE", "note 1"});
+    EXPECT_THAT(m_notes, ElementsAre("1"));
+    EXPECT_EQ(1u, m_fids.size());
+}
+
+TEST_F(CommandShellAtAFullQueue, LineForADriverThatTheHostHasNotStartedFailsAfterAWhile) {
+    m_drivers.processStarted("AXIS1", 1, true);
+    EXPECT_EQ("\"AXIS1.MOVE\" has reached nobody: the input queue of AXIS1 holds 2 of 2 messages\n",
+              output({"sendFID AXIS1.MOVE", "note 1"}));
+    EXPECT_THAT(m_notes, ElementsAre("1"));
+    EXPECT_THAT(m_fids, ElementsAre("AXIS1 queue-full"));
+    EXPECT_TRUE(m_sut.sayFailedLines());
 }
 
 TEST_F(CommandShellTest, FidThatWasSentCompletes) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <future>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
@@ -80,7 +81,8 @@ TEST_F(CommandThreadTest, TaskMayStopItsThread) {
 TEST_F(CommandThreadTest, TakesNothingWhileStopping) {
     m_sut.stopWhenDone();
     EXPECT_FALSE(m_sut.post("1", [] {}));
-    EXPECT_FALSE(m_sut.postWaiting("1", [] {}));
+    EXPECT_FALSE(m_sut.postInLane("A", "1", [] {}, {}));
+    EXPECT_FALSE(m_sut.postInLaneWaiting("A", "1", [] {}, {}));
     start();
     finish();
 }
@@ -96,10 +98,11 @@ TEST_F(CommandThreadTest, RefusesMoreThanAThousandWaitingTasks) {
 
 TEST_F(CommandThreadTest, ReaderOfManyLinesWaitsForRoom) {
     int count = 0;
+    const auto add = [&count] { ++count; };
     for (int i = 0; i < 1000; ++i)
-        m_sut.post("x", [&count] { ++count; });
-    auto posted =
-        std::async(std::launch::async, [&] { return m_sut.postWaiting("x", [&count] { ++count; }); });
+        ASSERT_TRUE(m_sut.postInLane("", "x", add, {}));
+    EXPECT_FALSE(m_sut.postInLane("", "x", add, {}));
+    auto posted = std::async(std::launch::async, [&] { return m_sut.postInLaneWaiting("", "x", add, {}); });
     EXPECT_EQ(std::future_status::timeout, posted.wait_for(std::chrono::milliseconds(50)));
     start();
     EXPECT_TRUE(posted.get());
@@ -110,12 +113,69 @@ TEST_F(CommandThreadTest, ReaderOfManyLinesWaitsForRoom) {
 
 TEST_F(CommandThreadTest, StopReleasesAReaderThatWaitsForRoom) {
     for (int i = 0; i < 1000; ++i)
-        m_sut.post("x", [] {});
-    auto posted = std::async(std::launch::async, [&] { return m_sut.postWaiting("x", [] {}); });
+        m_sut.postInLane("", "x", [] {}, {});
+    auto posted = std::async(std::launch::async, [&] { return m_sut.postInLaneWaiting("", "x", [] {}, {}); });
     m_sut.stopAfterCurrent();
     EXPECT_FALSE(posted.get());
     start();
     finish();
+}
+
+TEST_F(CommandThreadTest, LaneHasRoomOfItsOwn) {
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_TRUE(m_sut.postInLane("A", "x", [] {}, {}));
+    EXPECT_FALSE(m_sut.postInLane("A", "x", [] {}, {}));
+    EXPECT_TRUE(m_sut.postInLane("B", "x", [] {}, {}));
+    EXPECT_TRUE(m_sut.post("x", [] {}));
+    m_sut.stopAfterCurrent();
+    start();
+    finish();
+}
+
+TEST_F(CommandThreadTest, LaneWaitsAtAGateInItsOrderAndNobodyElseWaits) {
+    std::atomic<bool> isFull = true;
+    const CommandThread::Clock::time_point since = CommandThread::Clock::now();
+    const CommandThread::Gate gate = [&]() -> std::optional<CommandThread::Hold> {
+        if (isFull)
+            return CommandThread::Hold{"B", since};
+        return std::nullopt;
+    };
+    std::promise<void> restarted;
+    m_sut.postInLane(
+        "A", "A1", [this] { add("A1"); }, gate);
+    m_sut.postInLane("A", "A2", [this] { add("A2"); }, {});
+    m_sut.postInLane("C", "C1", [this] { add("C1"); }, {});
+    m_sut.post("1", [this] { add("1"); });
+    m_sut.postBehind("restart", [&] {
+        add("restart");
+        restarted.set_value();
+    });
+    EXPECT_TRUE(m_sut.waits().empty());
+    start();
+    ASSERT_EQ(std::future_status::ready, restarted.get_future().wait_for(c_hangGuard));
+    const std::vector<CommandWait> waits = m_sut.waits();
+    ASSERT_EQ(1u, waits.size());
+    EXPECT_EQ("A1", waits[0].what);
+    EXPECT_EQ("B", waits[0].driverID);
+    EXPECT_EQ(since, waits[0].since);
+    EXPECT_TRUE(eventually([&] { return !m_sut.activity().busy; }));
+    m_sut.stopWhenDone();
+    isFull = false;
+    EXPECT_EQ((Lines{"C1", "1", "restart", "A1", "A2", "last"}), finish());
+    EXPECT_TRUE(m_sut.waits().empty());
+}
+
+TEST_F(CommandThreadTest, StopAfterCurrentDropsWhatWaitsAtAGate) {
+    const CommandThread::Gate gate = [] { return CommandThread::Hold{"B", {}}; };
+    m_sut.postInLane(
+        "A", "A1", [this] { add("A1"); }, gate);
+    std::promise<void> done;
+    m_sut.post("1", [&] { done.set_value(); });
+    start();
+    ASSERT_EQ(std::future_status::ready, done.get_future().wait_for(c_hangGuard));
+    m_sut.stopAfterCurrent();
+    EXPECT_EQ(Lines{"last"}, finish());
+    EXPECT_TRUE(m_sut.waits().empty());
 }
 
 TEST_F(CommandThreadTest, TellsWhatItDoesAndForWhichDriver) {

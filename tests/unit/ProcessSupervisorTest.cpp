@@ -97,6 +97,13 @@ protected:
         }));
     }
     /// What the command thread does; with a driver it loads that one anew.
+    void setWaits(const std::vector<CommandWait>& waits) {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_waits = waits;
+        }
+        m_sut.wake();
+    }
     void setActivity(const std::string& what, const std::string& driverID) {
         if (!driverID.empty())
             m_drivers.beginStart(driverID);
@@ -242,6 +249,11 @@ protected:
                         const std::lock_guard lock(m_mutex);
                         return m_activity;
                     },
+                .waits =
+                    [this] {
+                        const std::lock_guard lock(m_mutex);
+                        return m_waits;
+                    },
                 .queues =
                     [this] {
                         const std::lock_guard lock(m_mutex);
@@ -304,6 +316,7 @@ protected:
     sal::LogManager m_log;
     std::mutex m_mutex;
     CommandActivity m_activity;
+    std::vector<CommandWait> m_waits;
     std::vector<sal::MessageQueue::Status> m_queues;
     std::function<void()> m_onLook;   ///< when the supervisor looks at the queues, before it is answered
     std::function<void()> m_onAsked;  ///< when it asks whether a process has attached
@@ -671,6 +684,17 @@ TEST_F(ProcessSupervisorTest, EndsTheDriverWhoseFullQueueHoldsUpTheCommandThread
     ASSERT_TRUE(hasEnded("B"));
     EXPECT_TRUE(m_drivers.isRunning("A"));
     EXPECT_TRUE(hasLogged("has not taken a message for 0.3 s and holds up \"sendFID B.GO\""));
+}
+
+TEST_F(ProcessSupervisorTest, EndsTheDriverThatACommandWaitsForThoughTheCommandThreadIsFree) {
+    start("A");
+    start("B");
+    const auto now = std::chrono::steady_clock::now();
+    setWaits({{"sendFID A.GO", "A", now + 1h}, {"sendFID B.GO", "B", now}});
+    ASSERT_TRUE(hasEnded("B"));
+    EXPECT_TRUE(m_drivers.isRunning("A"));
+    EXPECT_TRUE(hasLogged("has not taken a message for 0.3 s and holds up \"sendFID B.GO\""));
+    EXPECT_EQ(std::string::npos, log().find("unexpectedly"));
 }
 
 TEST_F(ProcessSupervisorTest, QueueToTheHostDoesNotHideTheDriverThatHoldsUpTheCommandThread) {
