@@ -44,7 +44,6 @@ EExit EventCommand::show(const Choice& choice) {
     const StreamChoice& what = choice.what;
     if (choice.follows || !what.drivers.empty() || !what.kinds.empty() || !what.glob.empty())
         throw ControlError(EExit::Failed,
-                           "the host does not record: only its last events can be listed; "
-                           "--record at its start has it record");
+                           "the host does not record (--record-off): only its last events can be listed");
     return StateCommands(m_control).events();
 }

@@ -35,7 +35,7 @@ void HostRecorder::measure(bool isRecorded, const fs::path& directory, int pair,
     HostProgram host({.directory = directory,
                       .drivers = 3,
                       .driversInHost = 1,
-                      .options = {"--start-wait=attached", isRecorded ? "--record" : "--log-level=4"}});
+                      .options = {"--start-wait=attached", isRecorded ? "--record-keep=1G" : "--record-off"}});
     host.start();
     reportsOf(host, directory, "").report(2, 1);
     for (const Load& load : g_loads) {

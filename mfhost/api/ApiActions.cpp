@@ -295,7 +295,7 @@ void ApiActions::recordWire(const ApiRequest& request) const {
         throw ApiFault(ECode::RequestInvalid,
                        "\"seconds\" is at most " + std::to_string(s_longestWire.count()));
     if (!m_context.recordWire(request.name, time))
-        throw ApiFault(ECode::Refused, "the host does not record; --record at its start has it do so");
+        throw ApiFault(ECode::Refused, "the host does not record (--record-off)");
     const FidSenders::Asker asker = askerOf(request.caller);
     const std::string line = "wire of " + request.name + " for " + std::to_string(time.count()) + " s";
     Observation::Command(m_context.pObservation, {.origin = asker.origin, .who = asker.who}, line)
@@ -332,20 +332,18 @@ void ApiActions::park(const ApiRequest& request) const {
     needDriver(request.name);
     const std::string what = "stop of " + request.name;
     logAction(request, what);
-    perform(request.pAction, request.caller, what,
-            [this, name = request.name, who = request.caller.name] {
-                return answer(m_context.park(name, who), name, "stopped");
-            });
+    perform(request.pAction, request.caller, what, [this, name = request.name, who = request.caller.name] {
+        return answer(m_context.park(name, who), name, "stopped");
+    });
 }
 
 void ApiActions::unpark(const ApiRequest& request) const {
     needDriver(request.name);
     const std::string what = "start of " + request.name;
     logAction(request, what);
-    perform(request.pAction, request.caller, what,
-            [this, name = request.name, who = request.caller.name] {
-                return answer(m_context.unpark(name, who), name, "started");
-            });
+    perform(request.pAction, request.caller, what, [this, name = request.name, who = request.caller.name] {
+        return answer(m_context.unpark(name, who), name, "started");
+    });
 }
 
 void ApiActions::plan(const ApiRequest& request) const {

@@ -609,9 +609,8 @@ std::string ApiReading::stateHistory(const std::string& key, const ApiTarget& ta
                        "from is " + stream::utcText(span.from) + ", which is not before " +
                            stream::utcText(span.to) + ", where the span ends");
     if (!m_context.pRecorded)
-        throw ApiFault(
-            ApiFault::ECode::Refused,
-            "the host does not record, so nothing is known of what was; --record at its start has it do so");
+        throw ApiFault(ApiFault::ECode::Refused,
+                       "the host does not record (--record-off), so nothing is known of what was");
     ValueHistory history(key, span, points);
     const auto holes = readPast(span, [&](const auto& record, const auto& names, bool isAnew) {
         history.take(record, names, isAnew);

@@ -70,7 +70,7 @@ StreamFeed::Choice StreamFeed::choiceOf(const ApiTarget& target) {
 std::shared_ptr<IAnswerBody> StreamFeed::open(const ApiContext& context, const ApiTarget& target) {
     Choice choice = choiceOf(target);
     if (!context.pRecorded)
-        throw ApiFault(ECode::Refused, "the host does not record; --record at its start has it do so");
+        throw ApiFault(ECode::Refused, "the host does not record (--record-off)");
     const RecordedStream& recorded = *context.pRecorded;
     // What another instance had is gone: all that this one has is news.
     const bool isRestarted =

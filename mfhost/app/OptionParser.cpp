@@ -51,7 +51,7 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
     bool noStartDrivers = false;
     bool noConsole = false;
     bool noControl = false;
-    bool record = false;
+    bool recordOff = false;
     std::size_t recordSize = 0;
     std::vector<std::string> secrets;
     double stopTimeout = 3;
@@ -166,7 +166,7 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
         ->check(CLI::Range(1.0, 86400.0).description(""));
     auto* pRecordSize =
         app.add_option("--record-size", recordSize,
-                       "memory for the last minutes of what happens, from 256K on (default 64M, or less "
+                       "memory for the recording of the last minutes, from 256K on (default 64M, or less "
                        "where there is less room)")
             ->type_name("SIZE")
             ->transform(CLI::AsSizeValue(false).description(""))
@@ -174,11 +174,13 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
     auto* pRecordKeep =
         app.add_option(
                "--record-keep", options.recordKeep,
-               "what is kept of it in recording/ of the working directory; the oldest goes (default 1G)")
+               "what is kept of the recording in recording/ of the working directory; the oldest goes "
+               "(default 1G)")
             ->type_name("SIZE")
             ->transform(CLI::AsSizeValue(false).description(""));
-    app.add_flag("--record", record,
-                 "record what happens: the last minutes in memory, the rest in recording/");
+    app.add_flag("--record-off", recordOff, "record nothing of what happens")
+        ->excludes(pRecordSize)
+        ->excludes(pRecordKeep);
     app.add_option("--secret", secrets,
                    "record *** for the values of this parameter of FIDs; DRIVER.FUNCTION:PARAMETER of "
                    "these alone; wildcards; may be given several times")
@@ -223,7 +225,7 @@ std::variant<Options, int> parseOptions(int argc, const char* const* argv, std::
         options.sandbox = pSandbox->count() > 0 || options.probeSandbox;
         if (pFollow->count() > 0)
             options.follow = follow;
-        options.records = record || pRecordSize->count() > 0 || pRecordKeep->count() > 0;
+        options.records = !recordOff;
         if (pRecordSize->count() > 0)
             options.recordSize = recordSize;
         options.startDriverProcesses = !noStartDrivers;

@@ -44,7 +44,7 @@ struct Options {
     /// How long a call of a driver in the host's process may hold up commands before the service manager is
     /// left to end the host.
     std::chrono::milliseconds callLimit{60000};
-    bool records = false;                   ///< what happens is kept in a file and on the disk
+    bool records = true;                    ///< what happens is kept in a file and on the disk
     std::optional<std::size_t> recordSize;  ///< bytes of the stream; nothing: as there is room
     std::size_t recordKeep = std::size_t{1} << 30;
     SecretNames secrets;  ///< parameters whose values are not recorded

@@ -61,6 +61,10 @@ HostProcess::Start TestWorkplace::host(const std::vector<std::string>& options) 
     // Machines of tests share one /run.
     if (std::find(options.begin(), options.end(), "--control") == options.end())
         start.arguments.insert(start.arguments.end() - 2, "--no-control");
+    // Many hosts start at once: each would have 64 MB made ready.
+    const auto isOfRecording = [](const std::string& option) { return option.starts_with("--record"); };
+    if (std::none_of(options.begin(), options.end(), isOfRecording))
+        start.arguments.insert(start.arguments.end() - 2, {"--record-size", "1M"});
     start.arguments.insert(start.arguments.end(), options.begin(), options.end());
     start.files = m_directory;
     return start;

@@ -313,7 +313,7 @@ class Page(unittest.TestCase):
     def test_host_that_does_not_record_says_what_is_needed(self):
         host = self.host()
         host.put_values(value("AXIS1.POSITION", 9), value("LAMP.ON", True))
-        text = "the host does not record, so nothing is known of what was; --record at its start has it do so"
+        text = "the host does not record (--record-off), so nothing is known of what was"
         host.pasts["/state/LAMP.ON/history"] = (409, {"error": {"code": "refused", "text": text, "nearest": []}})
         self.open(host, "values")
         self.wait("both rows", lambda: self.row("LAMP.ON"))
@@ -343,7 +343,7 @@ class Page(unittest.TestCase):
         self.assertRegex(self.text("dialog .runs .when").split(" | ")[0], r"^2026-11-2\d \d\d:\d\d:50$")
         self.assertEqual(self.js("return [...document.querySelectorAll('.runs .sign')].map((each) => each.dataset.sign)"),
                          ["parked", "off", "live", "wait", "bad", "bad", "live", "live"])  # fmt: skip
-        self.assertIn("with --record it would know more", self.text("dialog"))
+        self.assertIn("it does not record (--record-off)", self.text("dialog"))
 
     def test_rows_lie_below_each_other_at_every_width(self):
         host = self.host()

@@ -171,7 +171,7 @@ TEST_F(Control, ShutdownEndsTheHostInOrderAndRemovesTheSocket) {
 TEST_F(Control, StreamOfAHostThatRecordsTellsFidsStartsAndTheLog) {
     workplace().addModule("Echo");
     workplace().configure(entry("E", "queue") + entry("G", "direct"));
-    startAndWait({"--control", socket(), "--record-size", "1M"});
+    startAndWait({"--control", socket()});
     ASSERT_EQ(mfctl("send E.INT name=N value=7 --wait taken").exitCode, 0);
     EXPECT_THAT(mfctl("events --kind fid --driver E").text,
                 ContainsRegex(" host fid E.INT name=N value=7 from api root to E: written\n$"));
@@ -203,7 +203,7 @@ TEST_F(Control, StreamOfAHostThatRecordsTellsFidsStartsAndTheLog) {
 TEST_F(Control, PastOfAValueAndOfADriverIsToldOverTheHostsEnd) {
     workplace().addModule("Echo");
     workplace().configure(entry("E", "queue"));
-    HostProcess& host = startAndWait({"--control", socket(), "--record-size", "1M", "--restart-delay", "1"});
+    HostProcess& host = startAndWait({"--control", socket(), "--restart-delay", "1"});
     ASSERT_EQ(mfctl("send E.INT name=N value=7 --wait taken").exitCode, 0);
     const std::string history = "/api/v1/state/E.N/history";
     const std::string runs = "/api/v1/drivers/E/runs";
@@ -229,7 +229,7 @@ TEST_F(Control, PastOfAValueAndOfADriverIsToldOverTheHostsEnd) {
     EXPECT_EQ(end(), 0);
 
     // The next host knows it from what the first one has kept.
-    startAndWait({"--control", socket(), "--record-size", "1M"});
+    startAndWait({"--control", socket()});
     EXPECT_TRUE(answers(runs,
                         R"x("step":"restart","pid":null,"start":null,"text":"none: [^"]*root[^"]*"\}.*)x"
                         R"x("step":"end","pid":null,"start":null,"text":"signal 9 \(Killed\)"\})x"))
@@ -241,7 +241,7 @@ TEST_F(Control, PastOfAValueAndOfADriverIsToldOverTheHostsEnd) {
 TEST_F(Control, MessagesOfADriverAreShownWhileSomebodyAsksForThem) {
     workplace().addModule("Echo");
     workplace().configure(entry("E", "queue") + entry("G", "direct"));
-    startAndWait({"--control", socket(), "--record-size", "1M"});
+    startAndWait({"--control", socket()});
     ASSERT_EQ(mfctl("send E.INT name=BEFORE value=1 --wait taken").exitCode, 0);
     const HostProcess monitor({(TestWorkplace::build() / "bin/mfctl").string(),
                                {"--host", socket(), "monitor", "--wire", "E"},
@@ -261,7 +261,7 @@ TEST_F(Control, MessagesOfADriverAreShownWhileSomebodyAsksForThem) {
 }
 
 TEST_F(Control, HostThatDoesNotRecordListsItsEvents) {
-    startControlled();
+    startAndWait({"--control", socket(), "--record-off"});
     ASSERT_EQ(mfctl("event E.DONE now").exitCode, 0);
     EXPECT_THAT(mfctl("events").text, ContainsRegex("E\\.DONE +now"));
     const Answer refused = mfctl("events --kind fid");

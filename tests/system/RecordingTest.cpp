@@ -29,12 +29,7 @@ protected:
                               TestWorkplace::entry("LOCAL", "SysMon", "direct") +
                               TestWorkplace::entry("T", "Talks", "queue"));
     }
-    /// Many of them run at once: their rings are small.
-    HostProcess& startAndWait(std::vector<std::string> options = {}) {
-        options.insert(options.end(), {"--record-size", "1M"});
-        return startAsItIs(options);
-    }
-    HostProcess& startAsItIs(const std::vector<std::string>& options = {}) {
+    HostProcess& startAndWait(const std::vector<std::string>& options = {}) {
         HostProcess& host = start(options);
         EXPECT_TRUE(host.waitForLog("HOST: the workplace is started\n")) << host.log();
         EXPECT_TRUE(host.waitForLog("T MFD: Runs ")) << host.log();
@@ -221,8 +216,8 @@ TEST_F(RecordingOfAHost, KilledHostLeavesItsLastMinuteForTheNextStart) {
     EXPECT_TRUE(fs::is_empty("/dev/shm"));
 }
 
-TEST_F(RecordingOfAHost, NothingIsKeptUnlessItIsAskedFor) {
-    HostProcess& host = startAsItIs();
+TEST_F(RecordingOfAHost, NothingIsKeptWhereItIsNotWanted) {
+    HostProcess& host = startAndWait({"--record-off"});
     EXPECT_THAT(rings(), IsEmpty());
     ::kill(host.driverProcess("T"), SIGKILL);
     ASSERT_TRUE(host.waitForLog("T: is started again\n")) << host.log();

@@ -63,7 +63,7 @@ TEST_F(ThreadNames, EachThreadSaysWhatItIs) {
     ASSERT_TRUE(host.waitForOutput("\nSYS.LOAD = ")) << host.log();
     const Names ofHost{"API limits", "API recording", "LOCAL measure", "PANEL macros",    "SYS receive",
                        "api",        "commands",      "console",       "drivers' errors", "follow",
-                       "log",        "log file",      "mfhost",        "supervisor"};
+                       "log",        "log file",      "mfhost",        "recorder",        "supervisor"};
     const Names ofDriver{"SYS measure", "host process", "host queues", "log", "mfddllwrap", "signals"};
     EXPECT_THAT(awaitNames(host.pid(), ofHost), ElementsAreArray(ofHost));
     EXPECT_THAT(awaitNames(host.driverProcess("SYS"), ofDriver), ElementsAreArray(ofDriver));

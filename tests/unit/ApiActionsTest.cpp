@@ -543,8 +543,8 @@ TEST_F(ApiActionsTest, WhatASessionOfThePanelAsksForIsOfThePanel) {
 
 TEST_F(ApiActionsTest, MessagesOfADriverAreRecordedForAWhile) {
     EXPECT_EQ(
-        "409 {\"error\":{\"code\":\"refused\",\"text\":\"the host does not record; --record at its "
-        "start has it do so\",\"nearest\":[]}}",
+        "409 {\"error\":{\"code\":\"refused\",\"text\":\"the host does not record "
+        "(--record-off)\",\"nearest\":[]}}",
         act(&ApiActions::recordWire, "{}", "AXIS1"));
     m_context.recordWire = [this](const std::string& driverID, std::chrono::seconds time) {
         m_host.calls.push_back(driverID + " " + std::to_string(time.count()));

@@ -476,9 +476,8 @@ TEST_F(ApiReadingTest, LifeOfADriverIsToldWithoutARecording) {
 
 TEST_F(ApiReadingTest, WithoutARecordingItIsSaidWhatAHistoryNeeds) {
     EXPECT_EQ(
-        "{\"error\":{\"code\":\"refused\",\"text\":\"the host does not record, so nothing is known of what "
-        "was; "
-        "--record at its start has it do so\",\"nearest\":[]}}",
+        "{\"error\":{\"code\":\"refused\",\"text\":\"the host does not record (--record-off), so nothing "
+        "is known of what was\",\"nearest\":[]}}",
         code([&] { m_sut.stateHistory("AXIS1.POSITION", target("")); }));
 }
 

@@ -64,7 +64,7 @@ TEST_F(DriverCommandsTest, RunsAreListedNewestFirst) {
         "time                 step   process  what\n"
         "2026-11-22 12:00:05  end    42       signal 11\n"
         "2026-11-22 12:00:00  start  42       -\n"
-        "of the time before the host's start nothing is known: it does not record (--record)\n",
+        "of the time before the host's start nothing is known: it does not record (--record-off)\n",
         out());
 }
 

@@ -56,8 +56,7 @@ TEST_F(EventCommandTest, OfAHostThatDoesNotRecordItListsTheEvents) {
     m_host.answer("GET /stream?kinds=fid&lines=1&follow=0&last=50", refusal, 409);
     EXPECT_EQ(
         std::pair(EExit::Failed,
-                  std::string("the host does not record: only its last events can be listed; --record at "
-                              "its start has it record")),
+                  std::string("the host does not record (--record-off): only its last events can be listed")),
         errorOf([&] { EventCommand(remote).show({.what = {.kinds = {"fid"}}}); }));
 }
 

@@ -152,8 +152,10 @@ TEST_F(OptionParserTest, CallLimitIsInSeconds) {
 }
 
 TEST_F(OptionParserTest, RecordingHasSizes) {
-    EXPECT_FALSE(options({}).records);
-    EXPECT_TRUE(options({"--record"}).records);
+    EXPECT_TRUE(options({}).records);
+    EXPECT_FALSE(options({"--record-off"}).records);
+    EXPECT_EQ(2, refused({"--record-off", "--record-size", "8M"}));
+    EXPECT_EQ(2, refused({"--record-keep", "1G", "--record-off"}));
     EXPECT_TRUE(options({"--record-size", "8M"}).records);
     EXPECT_TRUE(options({"--record-keep", "500M"}).records);
     EXPECT_EQ(std::nullopt, options({}).recordSize);

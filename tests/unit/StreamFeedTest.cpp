@@ -184,7 +184,7 @@ TEST_F(StreamFeedTest, NamesTheParameterThatIsWrong) {
     EXPECT_EQ(refusal("?from=i1:both:900"),
               "from: \"i1:both:900\" lies beyond the stream, which has come to 1");
     host.pRecorded = nullptr;
-    EXPECT_EQ(refusal(""), "the host does not record; --record at its start has it do so");
+    EXPECT_EQ(refusal(""), "the host does not record (--record-off)");
 }
 
 }  // namespace

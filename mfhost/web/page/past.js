@@ -98,7 +98,7 @@ export function runsOf(context, id) {
             const runs = await context.api.get(`/drivers/${encodeURIComponent(id)}/runs`);
             const since = runs.since ? dateText(hostTime(runs.since) / 1000) : null;
             const rest = runs.more ? "There is more before that." : runs.recorded && since ? `Nothing was recorded before ${since}.`
-                : `The host remembers what was since its start${since ? ` at ${since}` : ""}; with --record it would know more.`;
+                : `The host remembers what was since its start${since ? ` at ${since}` : ""}; it does not record (--record-off).`;
             body.replaceChildren(runs.steps.length > 0 ? h("ol", {class: "runs"}, runs.steps.map((step) => stepRow(step, runs))) : h("p", {}, "It has not been started."),
                 ...(runs.gaps.length > 0 ? [h("h4", {}, "When steps may be missing"), h("ul", {class: "gaps"}, runs.gaps.map(gapRow))] : []),
                 h("p", {class: "quiet-text"}, rest));
