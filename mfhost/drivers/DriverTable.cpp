@@ -247,8 +247,10 @@ bool DriverTable::instanceBegins(Row& row, int pid, bool isByHand) {
     if (!mayHappen(row, EDriverEvent::InstanceBegins))
         return false;
     // The end of the former one has not been noticed yet, and is not told any more.
-    if (row.isAlive)
+    if (row.isAlive) {
         m_store.driverEnded(row.id, "unloaded");
+        addStep(row, ELifeStep::End, "unloaded");
+    }
     row.isAlive = true;
     row.isHung = false;
     row.pid = pid;

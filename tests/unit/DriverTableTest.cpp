@@ -700,6 +700,14 @@ TEST_F(DriverTableTest, LifeOfAProcessIsRemembered) {
     EXPECT_EQ((Steps{}), life(sut, "B"));
 }
 
+TEST_F(DriverTableTest, LifeHasTheEndOfTheProcessThatAReloadReplaces) {
+    m_sut.processStarted("A", 42);
+    m_sut.beginStart("A");
+    m_sut.processStarted("A", 43);
+    m_sut.processEnded("A", 42, "exit code 0", {}, false);
+    EXPECT_EQ((std::vector<std::string>{"start 42", "end 42: unloaded", "start 43"}), life(m_sut, "A"));
+}
+
 TEST_F(DriverTableTest, LifeTellsParkingAndStartsThatFail) {
     m_sut.processStarted("A", 42);
     m_sut.beginParking("A", "parked by anna");
