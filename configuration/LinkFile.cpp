@@ -153,7 +153,7 @@ private:
         const std::string given = text(element, name);
         if (given.empty())
             return {};
-        const std::string path = (m_directory / given).string();
+        std::string path = (m_directory / given).string();
         const base::RegularFile read = base::RegularFile::read(path);
         if (!read)
             error(element.Row(),

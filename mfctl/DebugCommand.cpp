@@ -50,6 +50,7 @@ EExit DebugCommand::run(const std::string& driverID, const std::vector<std::stri
                                << " loads the driver when gdb continues it" << std::endl;
     std::vector<std::string> words = commandLine(process, options);
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

@@ -207,7 +207,7 @@ HttpConnection::Answer HttpConnection::send(const std::string& method, const std
 
 HttpConnection::Answer HttpConnection::converse(const std::string& method, const std::string& target,
                                                 const std::string& body, Clock::time_point deadline) {
-    if (const Answer fault = send(method, target, body, deadline); fault.fault != EFault::None)
+    if (Answer fault = send(method, target, body, deadline); fault.fault != EFault::None)
         return fault;
     DeadlineStream stream(m_socket.get(), deadline);
     boost::beast::flat_buffer buffer;
@@ -256,5 +256,5 @@ HttpConnection::Answer HttpConnection::receivePieces(const Take& take, Clock::ti
         if (!take({piece.data(), piece.size() - body.size}))
             break;
     }
-    return {EFault::None, {}, head.get().result_int(), {}};
+    return {EFault::None, {}, parser.get().result_int(), {}};
 }

@@ -9,7 +9,7 @@ using enum EDriverState;
 
 constexpr std::size_t s_states = static_cast<std::size_t>(Parked) + 1;
 constexpr std::size_t s_events = static_cast<std::size_t>(EDriverEvent::ParkIsOver) + 1;
-constexpr std::optional<EDriverState> never;
+constexpr std::optional<EDriverState> s_never;
 
 using Row = std::array<std::optional<EDriverState>, s_events>;
 
@@ -17,25 +17,25 @@ using Row = std::array<std::optional<EDriverState>, s_events>;
 constexpr std::array<Row, s_states> s_next{{
     // clang-format off
     // NotLoaded
-    {Starting, never, never, Running, never, never, never, NotLoaded, never, never, never, never, Parking, never},
+    {Starting, s_never, s_never, Running, s_never, s_never, s_never, NotLoaded, s_never, s_never, s_never, s_never, Parking, s_never},
     // Starting; a start that was broken off by an exception leaves it so
-    {Starting, never, never, Running, never, never, never, NotLoaded, Waiting, Ended, never, Ended, Parking, never},
+    {Starting, s_never, s_never, Running, s_never, s_never, s_never, NotLoaded, Waiting, Ended, s_never, Ended, Parking, s_never},
     // Running; the end of the instance before need not have been seen when another one begins
-    {never, Unloading, never, Running, Hung, Ended, Waiting, Running, never, never, never, never, Parking, never},
+    {s_never, Unloading, s_never, Running, Hung, Ended, Waiting, Running, s_never, s_never, s_never, s_never, Parking, s_never},
     // Hung
-    {never, Unloading, never, Running, Hung, Ended, Waiting, Hung, never, never, never, never, Parking, never},
+    {s_never, Unloading, s_never, Running, Hung, Ended, Waiting, Hung, s_never, s_never, s_never, s_never, Parking, s_never},
     // Unloading; where nothing came in its place, the former instance goes on until it ends
-    {never, Unloading, never, Running, Unloading, Starting, never, Running, never, never, never, never, Parking, never},
+    {s_never, Unloading, s_never, Running, Unloading, Starting, s_never, Running, s_never, s_never, s_never, s_never, Parking, s_never},
     // Waiting
-    {Starting, never, never, Running, never, never, never, Waiting, never, never, Due, Ended, Parking, never},
+    {Starting, s_never, s_never, Running, s_never, s_never, s_never, Waiting, s_never, s_never, Due, Ended, Parking, s_never},
     // Due
-    {Starting, never, Starting, Running, never, never, never, Due, never, never, never, Ended, Parking, never},
+    {Starting, s_never, Starting, Running, s_never, s_never, s_never, Due, s_never, s_never, s_never, Ended, Parking, s_never},
     // Ended
-    {Starting, never, never, Running, never, never, never, Ended, never, never, never, Ended, Parking, never},
+    {Starting, s_never, s_never, Running, s_never, s_never, s_never, Ended, s_never, s_never, s_never, Ended, Parking, s_never},
     // Parking
-    {Starting, Unloading, never, never, Parking, Parking, never, Parking, never, never, never, never, Parking, Parked},
+    {Starting, Unloading, s_never, s_never, Parking, Parking, s_never, Parking, s_never, s_never, s_never, s_never, Parking, Parked},
     // Parked; the process may end late
-    {Starting, Unloading, never, never, Parked, Parked, never, Parked, never, never, never, never, Parking, never},
+    {Starting, Unloading, s_never, s_never, Parked, Parked, s_never, Parked, s_never, s_never, s_never, s_never, Parking, s_never},
     // clang-format on
 }};
 

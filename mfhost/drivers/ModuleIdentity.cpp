@@ -53,7 +53,7 @@ std::string buildIDOf(std::string_view notes) {
         if (size > notes.size())
             break;
         if (header.n_type == NT_GNU_BUILD_ID &&
-            notes.substr(0, header.n_namesz) == std::string_view("GNU", 4))
+            notes.substr(0, header.n_namesz) == std::string_view("GNU\0", 4))
             return hexadecimal(notes.substr(nameSize, header.n_descsz));
         notes.remove_prefix(size);
     }
