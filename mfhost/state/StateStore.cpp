@@ -45,7 +45,8 @@ std::vector<StateStore::Entry> inByteOrder(std::vector<StateStore::Entry> entrie
 
 /// What the module publishes of the descriptors that it has found.
 bool isOfCatalogue(const std::string& key) {
-    return key.starts_with(protocol::catalogueKey);
+    constexpr std::string_view begin(protocol::catalogueKey);
+    return key.size() >= begin.size() && std::equal(begin.begin(), begin.end(), key.begin());
 }
 
 }  // namespace
