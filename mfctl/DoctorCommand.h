@@ -16,7 +16,7 @@ public:
         bool hasStacks = false;
         std::string bundle = {};  ///< a file for support; empty: none
     };
-    DoctorCommand(Screen screen, HostSurvey::Settings settings)
+    DoctorCommand(const Screen& screen, HostSurvey::Settings settings)
         : m_screen(screen), m_settings(std::move(settings)) {}
 
     /// Failed where something is not well, NoHost where there is neither a host nor anything left of one.

@@ -54,15 +54,15 @@ void redact(stream::StreamRecord& record) {
             text = maskedName(text) + s_mask;
             break;
         case EKind::Log:
-            text = text.substr(0, nameSize(text)) + s_mask;
+            text.replace(nameSize(text), std::string::npos, s_mask);
             break;
         case EKind::FidEnd:
         case EKind::CommandEnd:
             if (text.size() > s_endHead)
-                text = text.substr(0, s_endHead) + s_mask;
+                text.replace(s_endHead, std::string::npos, s_mask);
             break;
         case EKind::Wire:
-            text = text.substr(0, s_wireHead);
+            text.resize(std::min(text.size(), s_wireHead));
             break;
         default:
             break;

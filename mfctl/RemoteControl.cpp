@@ -14,7 +14,7 @@ constexpr ApiClient::Milliseconds s_lookLimit{1'000};
 
 }  // namespace
 
-RemoteControl::RemoteControl(Screen screen, Options options, HostSocket socket)
+RemoteControl::RemoteControl(const Screen& screen, Options options, HostSocket socket)
     : m_screen(screen), m_options(std::move(options)), m_socket(std::move(socket)) {}
 
 ApiClient& RemoteControl::client() {

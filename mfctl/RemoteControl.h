@@ -16,7 +16,7 @@ public:
         std::string host;     ///< of --host or MFCTL_HOST; empty: the only one
         bool asJson = false;  ///< answers are printed as they came
     };
-    RemoteControl(Screen screen, Options options, HostSocket socket = HostSocket::ofMachine());
+    RemoteControl(const Screen& screen, Options options, HostSocket socket = HostSocket::ofMachine());
 
     const Screen& screen() const { return m_screen; }
     bool asJson() const { return m_options.asJson; }

@@ -24,7 +24,7 @@ std::string joined(const std::string& parameter, const std::string& rest) {
 [[noreturn]] void refuse(const std::vector<std::string>& words, std::size_t index) {
     const std::string& word = words[index];
     std::string text = base::quoted(word) + " is no NAME=VALUE, nothing was sent";
-    if (word.find('=') == 0)
+    if (word.starts_with('='))
         text += "; the name before the \"=\" is missing";
     else if (index > 0)
         text += "; if it belongs to the word before it, quote both: " + joined(words[index - 1], word);

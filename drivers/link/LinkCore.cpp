@@ -87,14 +87,14 @@ LinkMessage LinkCore::will() const {
             .isRetained = true};
 }
 
-bool LinkCore::publish(LinkMessage message) {
+bool LinkCore::publish(const LinkMessage& message) {
     return m_pBroker && m_pBroker->publish(message);
 }
 
 void LinkCore::publishUp(bool isComplete) {
     LinkMessage birth = will();
     birth.payload = linkpayload::text(linkpayload::Up{true, m_boot, m_since, isComplete});
-    publish(std::move(birth));
+    publish(birth);
 }
 
 void LinkCore::subscribe(const Far& far) {

@@ -95,7 +95,7 @@ private:
     Far* farOf(const std::string& site);
     Far* farOf(const ILink& link);
     void subscribe(const Far& far);
-    bool publish(LinkMessage message);
+    bool publish(const LinkMessage& message);
     void publishUp(bool isComplete);
 
     void collectStates();

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 namespace sal {
@@ -79,7 +80,7 @@ std::string JournalSink::datagram(const spdlog::details::log_msg& message) {
     return datagram;
 }
 
-bool JournalSink::send(std::string_view datagram) const {
+bool JournalSink::send(const std::string& datagram) const {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (m_settings.socket.size() >= sizeof address.sun_path)

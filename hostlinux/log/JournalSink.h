@@ -6,7 +6,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include "UniqueFd.h"
 
@@ -34,7 +33,7 @@ public:
 
 private:
     std::string datagram(const spdlog::details::log_msg& message);
-    bool send(std::string_view datagram) const;
+    bool send(const std::string& datagram) const;
 
     const Settings m_settings;
     const spdlog::sink_ptr m_pOther;

@@ -15,7 +15,7 @@
 namespace mfd::testing {
 
 /// The driver in the test's process, and the host as it sees it there.
-class DirectSide : public IDriverSide, private IPanelState, private ISystem, private IFunctionID {
+class DirectSide final : public IDriverSide, private IPanelState, private ISystem, private IFunctionID {
 public:
     DirectSide(std::string module, Story& story);
     ~DirectSide() override;

@@ -18,7 +18,7 @@ namespace mfd::testing {
 
 /// The driver in a process of its own behind real queues. One thread reads what the driver sends, another
 /// what its process writes to standard error.
-class ProcessSide : public IDriverSide {
+class ProcessSide final : public IDriverSide {
 public:
     ProcessSide(std::string module, std::string wrapper, std::chrono::milliseconds patience, Story& story);
     ~ProcessSide() override;
