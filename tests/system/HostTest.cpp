@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -12,7 +13,9 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <sstream>
+#include <utility>
 
 #include "HostProcess.h"
 #include "RefusedCalls.h"
@@ -31,6 +34,14 @@ namespace {
 std::string lastRow(const std::string& written) {
     const auto rows = TerminalScreen(80, written).rows();
     return rows.empty() ? std::string() : rows.back();
+}
+
+/// Which one it is, whatever its name; nothing where there is none.
+std::optional<std::pair<dev_t, ino_t>> fileAt(const fs::path& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return std::pair(status.st_dev, status.st_ino);
 }
 
 /// The value that a driver E was told to set, as "state" shows it.
@@ -620,6 +631,17 @@ TEST_F(HostTest, TerminalThatIsGoneEndsTheHost) {
     pTerminal->hangUp();
     EXPECT_EQ(0, pTerminal->waitForEnd());
     EXPECT_THAT(readFile(m_workplace.directory() / "log"), HasSubstr("HOST: shutting down: SIGHUP\n"));
+}
+
+TEST_F(HostTest, WhereNoLinesAreTypedOutputGoesStraightToTheTerminal) {
+    const auto pTerminal = startAtATerminal({"--no-console"});
+    ASSERT_TRUE(pTerminal->shows("the workplace is started")) << pTerminal->screen();
+    const fs::path streams = proc(pTerminal->pid()) / "fd";
+    ASSERT_TRUE(fileAt(streams / "0"));
+    EXPECT_EQ(fileAt(streams / "0"), fileAt(streams / "1"));
+    EXPECT_EQ(fileAt(streams / "0"), fileAt(streams / "2"));
+    ::kill(pTerminal->pid(), SIGTERM);
+    EXPECT_EQ(0, pTerminal->waitForEnd()) << pTerminal->screen();
 }
 
 TEST_F(HostTest, HangUpThatIsIgnoredEndsNothing) {
