@@ -56,5 +56,6 @@ function(mfd_add_driver_test name)
     target_link_libraries(${name} PRIVATE mfd::testing GTest::gtest GTest::gtest_main)
     target_compile_definitions(${name} PRIVATE MFD_DRIVER_MODULE="$<TARGET_FILE:${arg_DRIVER}>")
     add_dependencies(${name} ${arg_DRIVER})
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${arg_TIMEOUT})
+    # The mode is in the name already.
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT})
 endfunction()

@@ -37,6 +37,11 @@ TEST_P(KitWorkplaceModes, ShowsWhatADriverReports) {
     EXPECT_FALSE(sut.isRunning());
 }
 
+TEST_P(KitWorkplaceModes, ModeIsPrintedByItsName) {
+    EXPECT_EQ(testing::PrintToString(GetParam()),
+              GetParam() == EMode::OwnProcess ? "OwnProcess" : "InProcess");
+}
+
 TEST_P(KitWorkplaceModes, ShowsWhatADriverLogs) {
     ASSERT_TRUE(sut.start());
     EXPECT_EQ(sut.send("BRIGHTNESS", {{"percent", "140"}}), GetParam() == EMode::OwnProcess);

@@ -44,12 +44,21 @@ class DriverKitTest(unittest.TestCase):
     def test_compiler_has_nothing_to_say(self):
         self.assertEqual(self.warnings, [])
 
+    def test_debugger_finds_its_symbols(self):
+        # The module has those of the kit in any case.
+        built = self.project / "build/CMakeFiles/lamp.dir/LampDriver.cpp.o"
+        self.assertIn(" .debug_info ", run("readelf", "-SW", built).stdout)
+
     def test_its_own_test_passes_in_both_modes(self):
         done = run(self.project / "build/lamp_test")
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
         self.assertIn("[  PASSED  ] 10 tests.", done.stdout)
         self.assertIn("Modes/LampDriver.SetsItsLevel/InProcess", done.stdout)
         self.assertIn("Modes/LampDriver.SetsItsLevel/OwnProcess", done.stdout)
+
+    def test_its_tests_are_listed_by_their_names(self):
+        done = run("ctest", "--test-dir", self.project / "build", "-N")
+        self.assertIn("Modes/LampDriver.SetsItsLevel/OwnProcess\n", done.stdout)
 
     def test_host_runs_it_in_both_modes(self):
         work = self.directory / "work"

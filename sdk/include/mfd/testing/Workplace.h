@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 
@@ -18,6 +19,10 @@ inline auto bothModes() {
 }
 inline std::string modeName(const ::testing::TestParamInfo<EMode>& info) {
     return info.param == EMode::InProcess ? "InProcess" : "OwnProcess";
+}
+/// For GoogleTest, which prints the mode of a test that fails.
+inline void PrintTo(EMode mode, std::ostream* pOut) {
+    *pOut << modeName({mode, 0});
 }
 
 /// A host of one driver, for a test: loads the module as it is installed, sends it FIDs, and writes down what
