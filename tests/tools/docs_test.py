@@ -18,6 +18,14 @@ def blocks(page, language):
     return re.findall(rf"^```{language}\n(.*?)^```$", page.read_text(), re.M | re.S)
 
 
+def links(page):
+    """The files that a page links to."""
+    # A lambda of a program looks like a link.
+    text = re.sub(r"^```.*?^```$", "", page.read_text(), flags=re.M | re.S)
+    targets = re.findall(r"\]\(([^)#]+)(?:#[^)]*)?\)", text)
+    return [page.parent / target for target in targets if not target.startswith("http")]
+
+
 class DocsTest(unittest.TestCase):
     def test_programs_compile(self):
         pages = [page for page in PAGES if blocks(page, "cpp")]
@@ -51,11 +59,8 @@ class DocsTest(unittest.TestCase):
 
     def test_links_lead_somewhere(self):
         for page in PAGES:
-            # A lambda of a program looks like a link.
-            text = re.sub(r"^```.*?^```$", "", page.read_text(), flags=re.M | re.S)
-            for target in re.findall(r"\]\(([^)#]+)(?:#[^)]*)?\)", text):
-                if not target.startswith("http"):
-                    self.assertTrue((page.parent / target).exists(), f"{page.name}: {target}")
+            for target in links(page):
+                self.assertTrue(target.exists(), f"{page.name}: {target}")
 
     def test_files_that_the_code_map_names_exist(self):
         page = (ROOT / "docs" / "architecture.md").read_text()

@@ -11,6 +11,8 @@ import tempfile
 import unittest
 from pathlib import Path
 
+import docs_test
+
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path()
 
@@ -110,6 +112,14 @@ class InstallTest(unittest.TestCase):
             if path.is_file():
                 name = str(path.relative_to(self.prefix))
                 self.assertTrue(any(name.startswith(place + "/") for place in listed), f"{name} is in none of {listed}")
+
+    def test_links_of_its_pages_lead_somewhere(self):
+        documents = self.prefix / "share/doc/mfhost"
+        for page in documents.rglob("*.md"):
+            for target in docs_test.links(page):
+                self.assertTrue(target.exists(), f"{page.relative_to(documents)}: {target}")
+        empty = [str(place) for place in documents.rglob("*") if place.is_dir() and not any(place.iterdir())]
+        self.assertEqual(empty, [])
 
     def test_unit_names_what_is_installed(self):
         unit = (self.prefix / "lib/systemd/system/mfhost@.service").read_text()
