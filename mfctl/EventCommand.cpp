@@ -45,5 +45,10 @@ EExit EventCommand::show(const Choice& choice) {
     if (choice.follows || !what.drivers.empty() || !what.kinds.empty() || !what.glob.empty())
         throw ControlError(EExit::Failed,
                            "the host does not record (--record-off): only its last events can be listed");
-    return StateCommands(m_control).events();
+    const EExit exit = StateCommands(m_control).events();
+    if (!m_control.asJson())
+        screen.complain(
+            "the host does not record (--record-off): these are its last events alone, without function IDs, "
+            "commands, starts and ends");
+    return exit;
 }

@@ -7,6 +7,7 @@
 
 #include "ApiClient.h"
 #include "ControlError.h"
+#include "RemoteControl.h"
 
 namespace fs = std::filesystem;
 
@@ -16,21 +17,24 @@ constexpr std::chrono::milliseconds s_patience{2'000};
 
 struct Answering {
     std::string socket;
-    std::string workplace;
+    std::string workplace;  ///< empty where it does not tell the caller
+    std::string refusal;    ///< why it does not
+    std::string service;    ///< NAME of mfhost@NAME; empty where it is no service
 };
 
 /// Whether the host at the socket is the one that is named.
 bool isNamed(const Answering& host, const std::string& name) {
     const fs::path workplace(host.workplace);
     return name == host.workplace || name == workplace.filename() || name == workplace.stem() ||
-           name == fs::path(host.socket).stem();
+           name == host.service || name == fs::path(host.socket).stem();
 }
 
 std::string listed(const std::vector<Answering>& hosts) {
     std::string text;
     for (const Answering& host : hosts) {
         text += text.empty() ? "" : ", ";
-        text += host.socket + (host.workplace.empty() ? "" : " (" + host.workplace + ")");
+        const std::string& about = host.refusal.empty() ? host.workplace : host.refusal;
+        text += host.socket + (about.empty() ? "" : " (" + about + ")");
     }
     return text;
 }
@@ -74,7 +78,11 @@ std::string HostSocket::find(const std::string& name) const {
     for (const std::string& socket : candidates()) {
         try {
             const ApiClient::Reply reply = ApiClient(socket).get("", s_patience);
-            hosts.push_back({socket, reply.view().text("workplace")});
+            const fs::path directory = fs::path(socket).parent_path();
+            const bool isService = !m_services.empty() && directory.parent_path() == m_services;
+            hosts.push_back({socket, reply.view().text("workplace"),
+                             reply.isError() ? RemoteControl::errorText(reply) : std::string(),
+                             isService ? directory.filename().string() : std::string()});
         } catch (const ControlError& error) {
             // One whose socket is left is not there; one that does not answer may be the one that is meant.
             if (error.exit() == EExit::NotFinished || error.exit() == EExit::NotAllowed)

@@ -15,9 +15,9 @@ public:
     static HostSocket ofMachine();
 
     /// The socket of the host that is named: by the path of its socket (with a "/"), by its workplace (as the
-    /// host tells it, or the name of its file, with or without its ending) or by its socket's name without
-    /// ending. Without a name the only one that answers. Throws a ControlError: no host there (3), or several
-    /// (2, with a list).
+    /// host tells it, or the name of its file, with or without its ending), as a service (NAME of
+    /// mfhost@NAME, also where it tells the caller nothing) or by its socket's name without ending. Without a
+    /// name the only one that answers. Throws a ControlError: no host there (3), or several (2, with a list).
     std::string find(const std::string& name) const;
 
     /// All sockets there that bear a host's name, those of dead hosts as well, sorted.

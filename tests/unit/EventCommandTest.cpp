@@ -53,6 +53,10 @@ TEST_F(EventCommandTest, OfAHostThatDoesNotRecordItListsTheEvents) {
     auto remote = control();
     EXPECT_EQ(EExit::Done, EventCommand(remote).show({}));
     EXPECT_EQ("no events\n", out());
+    EXPECT_EQ(
+        "mfctl: the host does not record: these are its last events alone, without function IDs, "
+        "commands, starts and ends; --record at its start has it record\n",
+        err());
     m_host.answer("GET /stream?kinds=fid&lines=1&follow=0&last=50", refusal, 409);
     EXPECT_EQ(
         std::pair(EExit::Failed,

@@ -8,6 +8,8 @@ namespace {
 
 class HostSocketTest : public RemoteFixture {
 protected:
+    static constexpr const char* s_noRole =
+        R"({"error":{"code":"not-allowed","text":"you have no role here","nearest":[]}})";
     HostSocket m_sut{{m_directory.path()}};
 };
 
@@ -66,6 +68,21 @@ TEST_F(HostSocketTest, WorkplacesThatRunAsServicesAreFound) {
     const HostSocket sut({m_directory.path()}, services.path());
     EXPECT_EQ(2u, sut.candidates().size());
     EXPECT_EQ(service.path(), sut.find("studio"));
+}
+
+TEST_F(HostSocketTest, ServiceThatTellsTheCallerNothingIsFoundByItsName) {
+    const TemporaryDirectory services;
+    std::filesystem::create_directory(services.path("studio"));
+    CannedHost service(services.path("studio/mfhost.sock"));
+    service.answer("GET ", s_noRole, 403);
+    EXPECT_EQ(service.path(), HostSocket({m_directory.path()}, services.path()).find("studio"));
+}
+
+TEST_F(HostSocketTest, WhyAHostTellsTheCallerNothingIsSaid) {
+    m_host.answer("GET ", s_noRole, 403);
+    EXPECT_EQ(std::pair(EExit::NoHost, "no host answers for \"demo\"; there is " + m_host.path() +
+                                           " (you have no role here)"),
+              errorOf([&] { m_sut.find("demo"); }));
 }
 
 TEST_F(HostSocketTest, PlaceOfServicesIsNamedWhereNoneIs) {
