@@ -32,6 +32,8 @@ std::string asInMessage(const std::string& text) {
 /// As the driver kit writes it: unknown FID "MOEV"; known are MOVE, STOP.
 constexpr std::string_view s_unknown = "unknown FID \"";
 constexpr std::string_view s_knownAre = "; known are ";
+/// Likewise, after the function: MOVE ignored, x="a" is not a number.
+constexpr std::string_view s_ignored = " ignored, ";
 
 std::vector<std::string> knownFunctions(const std::string& unknown) {
     std::vector<std::string> known;
@@ -129,6 +131,7 @@ void FidWatch::fidBegins(const std::string& driverID, const std::string& functio
         return;
     m_isInside = driverID == m_driverID && function == m_function;
     m_unknown.clear();
+    m_whyIgnored.clear();
 }
 
 void FidWatch::fidEnded(bool ok, const char* exception) {
@@ -155,8 +158,12 @@ void FidWatch::sent(const std::string& queue, std::uint32_t number, const unsign
 }
 
 void FidWatch::logged(const std::string& output, const std::string& text) {
-    if (m_depth == 1 && m_isInside && output == m_driverID && text.starts_with(s_unknown))
+    if (m_depth != 1 || !m_isInside || output != m_driverID)
+        return;
+    if (text.starts_with(s_unknown))
         m_unknown = text;
+    else if (text.starts_with(m_function) && text.find(s_ignored) == m_function.size())
+        m_whyIgnored = text.substr(m_function.size() + s_ignored.size());
 }
 
 FidOutcome FidWatch::outcome() const {
@@ -191,7 +198,7 @@ void FidWatch::describeCall(FidOutcome& outcome) const {
         outcome.nearest = base::nearest(m_function, knownFunctions(m_unknown));
     } else if (!m_isOk) {
         outcome.reason = EFidReason::Refused;
-        outcome.text = m_driverID + " has refused it";
+        outcome.text = m_driverID + " has refused it" + (m_whyIgnored.empty() ? "" : ": " + m_whyIgnored);
     }
 }
 

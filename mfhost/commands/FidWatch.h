@@ -48,7 +48,8 @@ public:
     void fidBegins(const std::string& driverID, const std::string& function);
     void fidEnded(bool ok, const char* exception);
     void sent(const std::string& queue, std::uint32_t number, const unsigned char* data, int length, bool ok);
-    /// A line of the log: the driver kit says there that a driver does not know the function.
+    /// A line of the log: the driver kit says there that a driver does not know the function, or why it has
+    /// ignored the FID.
     void logged(const std::string& output, const std::string& text);
 
 private:
@@ -75,6 +76,7 @@ private:
     bool m_isInside = false;   ///< the outermost of them is the FID's
     bool m_isOk = false;
     std::string m_exception;
-    std::string m_unknown;  ///< what the driver has said of the function
+    std::string m_unknown;     ///< what the driver has said of the function
+    std::string m_whyIgnored;  ///< what it has said of the FID
     std::optional<Place> m_place;
 };

@@ -88,6 +88,21 @@ TEST_F(FidWatchTest, DriverThatAnswersFalseHasRefused) {
     EXPECT_EQ(outcome.result, false);
 }
 
+TEST_F(FidWatchTest, WhatTheDriverSaysOfAFidThatItHasRefusedIsTold) {
+    FidWatch sut(m_drivers, m_fid, m_none);
+    sut.fidBegins("AXIS1", "MOVE");
+    sut.logged("AXIS1", "MOVE ignored, x=\"a\" is not a number");
+    sut.logged("AXIS2", "MOVE ignored, the other is off");
+    sut.logged("AXIS1", "MOVED ignored, it is off");
+    sut.logged("AXIS1", "stays where it is");
+    sut.fidEnded(false, nullptr);
+    const FidOutcome outcome = sut.outcome();
+    EXPECT_EQ(outcome.stage, EFidStage::Delivered);
+    EXPECT_EQ(outcome.reason, EFidReason::Refused);
+    EXPECT_EQ(outcome.text, "AXIS1 has refused it: x=\"a\" is not a number");
+    EXPECT_EQ(outcome.result, false);
+}
+
 TEST_F(FidWatchTest, ExceptionOfTheDriverIsTold) {
     FidWatch sut(m_drivers, m_fid, m_none);
     call(sut, "AXIS1", "MOVE", false, "std::runtime_error: no");
