@@ -18,6 +18,7 @@
 #include "DoctorCommand.h"
 #include "DriverCommands.h"
 #include "EventCommand.h"
+#include "LinkCommands.h"
 #include "LogCommand.h"
 #include "MonitorCommand.h"
 #include "Nearest.h"
@@ -274,6 +275,8 @@ void addValueCommands(Commands& commands, Words& words) {
                       "then print what comes, until Ctrl-C; waits for a host that goes");
     commands.addRemote("macros", "list the macros",
                        [](RemoteControl& control) { return OverviewCommands(control).macros(); });
+    commands.addRemote("links", "list the links to other workplaces and how they are",
+                       [](RemoteControl& control) { return LinkCommands(control).list(); });
     auto* pMacro = commands.addRemote("macro", "play a macro", [&](RemoteControl& control) {
         return OverviewCommands(control).play(words.macro, words.limit(s_shortWait));
     });

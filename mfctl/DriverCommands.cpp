@@ -8,6 +8,7 @@
 #include "DriverColour.h"
 #include "LocalTime.h"
 #include "LogText.h"
+#include "OrDash.h"
 #include "Printable.h"
 #include "QueueTable.h"
 #include "TimeText.h"
@@ -15,10 +16,6 @@
 using base::Table;
 
 namespace {
-
-std::string orDash(const std::string& text) {
-    return text.empty() ? "-" : text;
-}
 
 std::string nextTry(const JsonView& driver) {
     return driver.has("nextTryMs") ? base::dueText(std::chrono::milliseconds(driver.number("nextTryMs")))

@@ -1,6 +1,8 @@
 #include "LinkCore.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <iterator>
 #include <utility>
 
 #include "Printable.h"
@@ -17,6 +19,11 @@ constexpr std::chrono::milliseconds s_states{200};
 /// What a site may answer late by, beside its own limit.
 constexpr std::chrono::seconds s_patience{5};
 constexpr std::size_t s_longestPayload = 64 * 1024;
+/// One tick tells of so many other sites; of further ones the next ticks do.
+constexpr std::size_t s_mostHeard = 8;
+constexpr const char* s_delay = "LINK_DELAY";
+constexpr const char* s_rateIn = "LINK_IN";
+constexpr const char* s_rateOut = "LINK_OUT";
 constexpr const char* s_earlier = "of an earlier start of ";
 
 std::string key(const LinkTopics::Parts& parts) {
@@ -67,6 +74,10 @@ LinkCore::Far* LinkCore::farOf(const ILink& link) {
 
 void LinkCore::add(ILink& link, Time now) {
     Far& far = m_fars.emplace_back(link);
+    const LinkSettings::Broker& broker = link.settings().broker;
+    link.panel().setStateValue("LINK_SITE", m_site);
+    link.panel().setStateValue("LINK_TO", far.site());
+    link.panel().setStateValue("LINK_BROKER", broker.host + " port " + std::to_string(broker.port));
     if (m_pBroker) {
         subscribe(far);
         // What it exports has not been published yet.
@@ -167,8 +178,11 @@ void LinkCore::step(Time now) {
         return;
     if (now >= m_nextTick) {
         m_nextTick = now + s_tick;
+        const linkpayload::Tick tick = m_clock.next(now);
         publish(
-            {.topic = LinkTopics::tick(m_site), .payload = linkpayload::text(m_clock.next(now)), .qos = 0});
+            {.topic = LinkTopics::tick(m_site), .payload = linkpayload::text(tick, heard(now)), .qos = 0});
+        for (Far& far : m_fars)
+            measure(far, now);
     }
     if (m_publishAll && now >= *m_publishAll) {
         m_publishAll.reset();
@@ -185,13 +199,53 @@ void LinkCore::step(Time now) {
     flush();
 }
 
-bool LinkCore::isExported(const std::string& driverID) const {
-    const bool isLink = std::any_of(m_fars.begin(), m_fars.end(),
+/// What the tick tells of the others, of all of them one after another.
+std::vector<linkpayload::Heard> LinkCore::heard(Time now) {
+    std::vector<linkpayload::Heard> heard;
+    if (m_nextHeard >= m_fars.size())
+        m_nextHeard = 0;
+    auto next = std::next(m_fars.begin(), static_cast<std::ptrdiff_t>(m_nextHeard));
+    for (; next != m_fars.end() && heard.size() < s_mostHeard; ++next, ++m_nextHeard) {
+        if (next->tick)
+            heard.push_back({next->site(), *next->tick,
+                             std::chrono::duration_cast<std::chrono::microseconds>(now - next->heard)});
+    }
+    return heard;
+}
+
+void LinkCore::measure(Far& far, Time now) {
+    const auto rates = far.meter.take(now);
+    if (!rates || !far.isLive)
+        return;
+    far.link.panel().setStateValueFloat(s_rateIn, rates->in);
+    far.link.panel().setStateValueFloat(s_rateOut, rates->out);
+}
+
+LinkCore::Far* LinkCore::farOfDriver(const std::string& driverID) {
+    const auto found = std::find_if(m_fars.begin(), m_fars.end(),
                                     [&](const Far& far) { return far.link.driverID() == driverID; });
-    return std::any_of(m_fars.begin(), m_fars.end(), [&](const Far& far) {
+    return found == m_fars.end() ? nullptr : &*found;
+}
+
+/// Those that let the driver's values and events out; all of them share the one message.
+std::vector<LinkCore::Far*> LinkCore::exporters(const std::string& driverID) {
+    const bool isLink = farOfDriver(driverID) != nullptr;
+    std::vector<Far*> found;
+    for (Far& far : m_fars) {
         const LinkSettings& settings = far.link.settings();
-        return settings.exported.contain(driverID) && (!isLink || settings.hasTransit);
-    });
+        if (settings.exported.contain(driverID) && (!isLink || settings.hasTransit))
+            found.push_back(&far);
+    }
+    return found;
+}
+
+bool LinkCore::isExported(const std::string& driverID) {
+    return !exporters(driverID).empty();
+}
+
+void LinkCore::countOut(const std::string& driverID) {
+    for (Far* const pFar : exporters(driverID))
+        pFar->meter.countOut();
 }
 
 void LinkCore::collectStates() {
@@ -233,6 +287,8 @@ void LinkCore::collectStates() {
 void LinkCore::flush() {
     while (!m_dirty.empty() && m_pBroker->pending() < s_mostPending) {
         auto next = m_dirty.extract(m_dirty.begin());
+        if (const auto parts = LinkTopics::parse(next.key()))
+            countOut(parts->driver);
         publish({.topic = next.key(), .payload = next.mapped(), .isRetained = true});
     }
     if (m_isCompletePending && m_dirty.empty() && m_version != 0) {
@@ -248,6 +304,7 @@ void LinkCore::publishEvents() {
         if (dot == std::string::npos || dot == 0 || dot + 1 == event.id.size() ||
             !isExported(event.id.substr(0, dot)) || m_pBroker->pending() >= s_mostPending)
             continue;
+        countOut(event.id.substr(0, dot));
         publish({.topic = LinkTopics::event(m_site, event.id.substr(0, dot), event.id.substr(dot + 1)),
                  .payload = linkpayload::text(linkpayload::Event{
                      event.value, event.when, m_boot + ":" + std::to_string(++m_lastID)})});
@@ -279,6 +336,9 @@ void LinkCore::judge(Far& far, Time now) {
         far.link.say(ELevel::eInfo, far.site() + " is there");
     } else {
         std::vector<std::string> keys;
+        far.meter.forget();
+        for (const char* const pFigure : {s_delay, s_rateIn, s_rateOut})
+            keys.push_back(far.link.driverID() + "." + pFigure);
         for (const auto& [stateKey, state] : far.values)
             keys.push_back(far.link.driverID() + "." + stateKey);
         m_host.makeStale(far.link.driverID(), keys, cause);
@@ -317,6 +377,8 @@ void LinkCore::received(const LinkMessage& message, Time now) {
     Far* const pFar = farOf(parts->site);
     if (!pFar)
         return;
+    if (parts->kind != LinkTopics::EKind::Tick)
+        pFar->meter.countIn();
     switch (parts->kind) {
         case LinkTopics::EKind::Up:
             takeUp(*pFar, message, now);
@@ -406,6 +468,11 @@ void LinkCore::takeTick(Far& far, const LinkMessage& message, Time now) {
     far.tick = std::move(tick);
     far.heard = now;
     judge(far, now);
+    const auto told = linkpayload::heard(message.payload, m_site);
+    const auto age = told ? m_clock.age(told->tick, now) : std::nullopt;
+    if (far.isLive && age && *age >= told->ago)
+        far.link.panel().setStateValueFloat(
+            s_delay, std::chrono::duration<float, std::milli>(*age - told->ago).count());
 }
 
 /// Values and events of ours that come back, or that have gone through too many sites.
@@ -484,6 +551,7 @@ bool LinkCore::send(ILink& link, const std::string& fid, const FIDParameterList&
                                              {"tick", pFar->tick->text()}}};
     if (!publish(message))
         return refuse("the broker's library does not take it");
+    pFar->meter.countOut();
     pFar->sent[number] = {fid, now + expiry + s_patience};
     return true;
 }
@@ -522,6 +590,7 @@ void LinkCore::takeFid(const LinkTopics::Parts& parts, const LinkMessage& messag
                                                           " is dropped: there is no link to that site");
         return;
     }
+    pFar->meter.countIn();
     const std::string what = base::printable(fid) + " of " + pFar->site();
     if (message.isRetained) {
         pFar->link.say(ELevel::eWarning,
@@ -537,7 +606,7 @@ void LinkCore::takeFid(const LinkTopics::Parts& parts, const LinkMessage& messag
     if (const auto refused = refusal(*pFar, parts, message, now)) {
         pFar->link.say(ELevel::eWarning,
                        what + " is " + linkpayload::inWords(refused->outcome) + ": " + refused->text);
-        reply(replyTopic, message.correlation, *refused);
+        reply(*pFar, replyTopic, message.correlation, *refused);
         return;
     }
     const std::uint64_t number =
@@ -581,11 +650,15 @@ void LinkCore::takeOutcomes() {
         const EOutcome what = outcome.what == ILinkHost::EOutcome::Done      ? EOutcome::Done
                               : outcome.what == ILinkHost::EOutcome::Refused ? EOutcome::Refused
                                                                              : EOutcome::Unknown;
-        reply(taken.mapped().replyTopic, taken.mapped().correlation, {what, outcome.text});
+        const auto& [fid, driverID, replyTopic, correlation] = taken.mapped();
+        if (Far* const pFar = farOfDriver(driverID))
+            reply(*pFar, replyTopic, correlation, {what, outcome.text});
     }
 }
 
-void LinkCore::reply(const std::string& topic, const std::string& correlation, const Reply& reply) {
-    if (!topic.empty())
-        publish({.topic = topic, .payload = linkpayload::text(reply), .correlation = correlation});
+void LinkCore::reply(Far& far, const std::string& topic, const std::string& correlation, const Reply& reply) {
+    if (topic.empty())
+        return;
+    far.meter.countOut();
+    publish({.topic = topic, .payload = linkpayload::text(reply), .correlation = correlation});
 }

@@ -14,6 +14,7 @@
 #include "IBroker.h"
 #include "ILink.h"
 #include "ILinkHost.h"
+#include "LinkMeter.h"
 #include "LinkPath.h"
 #include "LinkPayload.h"
 #include "LinkTopics.h"
@@ -83,6 +84,7 @@ private:
         std::map<std::string, linkpayload::State> values;
         std::map<std::string, Sent> sent;  ///< by correlation data
         base::Throttle isFull;
+        LinkMeter meter;
     };
     /// A FID from outside that the host is doing.
     struct Taken {
@@ -94,6 +96,7 @@ private:
 
     Far* farOf(const std::string& site);
     Far* farOf(const ILink& link);
+    Far* farOfDriver(const std::string& driverID);
     void subscribe(const Far& far);
     bool publish(const LinkMessage& message);
     void publishUp(bool isComplete);
@@ -101,9 +104,13 @@ private:
     void collectStates();
     void flush();
     void publishEvents();
-    bool isExported(const std::string& driverID) const;
+    std::vector<Far*> exporters(const std::string& driverID);
+    bool isExported(const std::string& driverID);
+    void countOut(const std::string& driverID);
     bool isEcho(const std::string& driver, const std::string& name) const;
 
+    std::vector<linkpayload::Heard> heard(Time now);
+    void measure(Far& far, Time now);
     void judge(Far& far, Time now);
     std::string causeOf(const Far& far, Time now) const;
     void show(Far& far, const std::string& key, const linkpayload::State& state);
@@ -118,7 +125,8 @@ private:
     std::optional<linkpayload::Reply> refusal(Far& far, const LinkTopics::Parts& parts,
                                               const LinkMessage& message, Time now) const;
     void takeOutcomes();
-    void reply(const std::string& topic, const std::string& correlation, const linkpayload::Reply& reply);
+    void reply(Far& far, const std::string& topic, const std::string& correlation,
+               const linkpayload::Reply& reply);
     void tell(Far& far, const std::string& fid, const linkpayload::Reply& reply);
     void giveUp(Far& far, const std::string& why);
 
@@ -129,6 +137,7 @@ private:
     const linkpayload::Time m_since = std::chrono::system_clock::now();
 
     std::list<Far> m_fars;
+    std::size_t m_nextHeard = 0;  ///< of these, the first that the next tick tells of
     IBroker* m_pBroker = nullptr;
     std::string m_lostReason = "not connected yet";
     bool m_wasTried = false;

@@ -41,6 +41,12 @@ bool LinkDriver::deinitialize() {
     return true;
 }
 
+void LinkDriver::say(sal::LogOutput::ELevel level, const std::string& text) const {
+    log(level, text);
+    if (level <= sal::LogOutput::eWarning)
+        panelState()->setStateValue("LINK_ERROR", text);
+}
+
 void LinkDriver::stop() {
     m_gate.close();
     if (!m_pSite)

@@ -24,7 +24,8 @@ public:
     const std::string& driverID() const override { return configuration().driverID; }
     const LinkSettings& settings() const override { return m_settings; }
     IPanelState& panel() const override { return *panelState(); }
-    void say(sal::LogOutput::ELevel level, const std::string& text) const override { log(level, text); }
+    /// What is a warning or worse is the value LINK_ERROR, too.
+    void say(sal::LogOutput::ELevel level, const std::string& text) const override;
 
 private:
     void stop();

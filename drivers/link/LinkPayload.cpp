@@ -19,6 +19,8 @@ using Json = nlohmann::json;
 
 constexpr std::size_t s_mostParameters = 255;
 constexpr std::size_t s_longestText = 255;
+/// An hour, in microseconds: more than a word is kept by a site that lives.
+constexpr std::uint64_t s_longestHold = 3'600'000'000;
 /// As the shortest text of the largest float has it, which lies beyond that float.
 constexpr double s_largestFloat = 3.4028235e38;
 constexpr std::array<const char*, 4> s_outcomes{"done", "refused", "expired", "not known"};
@@ -172,8 +174,14 @@ std::string text(const Event& event) {
            textField("id", event.id) + "}";
 }
 
-std::string text(const Tick& tick) {
-    return "{" + textField("boot", tick.boot) + ", " + field("tick", std::to_string(tick.number)) + "}";
+std::string text(const Tick& tick, const std::vector<Heard>& heard) {
+    std::string sites;
+    for (const Heard& one : heard)
+        sites += (sites.empty() ? "" : ", ") + base::jsonText(one.site) + ": {" +
+                 textField("tick", one.tick.text()) + ", " + field("us", std::to_string(one.ago.count())) +
+                 "}";
+    return "{" + textField("boot", tick.boot) + ", " + field("tick", std::to_string(tick.number)) +
+           (sites.empty() ? std::string() : ", " + field("heard", "{" + sites + "}")) + "}";
 }
 
 std::string text(const Reply& reply) {
@@ -242,6 +250,21 @@ std::optional<Tick> tick(std::string_view bytes) {
     if (!boot || boot->empty() || !number)
         return std::nullopt;
     return Tick{std::move(*boot), *number};
+}
+
+std::optional<Heard> heard(std::string_view bytes, const std::string& site) {
+    const auto json = object(bytes);
+    const auto sites = json ? json->find("heard") : Json::const_iterator();
+    if (!json || sites == json->end() || !sites->is_object())
+        return std::nullopt;
+    const auto one = sites->find(site);
+    if (one == sites->end() || !one->is_object())
+        return std::nullopt;
+    const auto told = Tick::parse(textOf(*one, "tick").value_or(""));
+    const auto ago = numberOf(*one, "us");
+    if (!told || !ago || *ago > s_longestHold)
+        return std::nullopt;
+    return Heard{site, *told, std::chrono::microseconds(*ago)};
 }
 
 std::optional<Reply> reply(std::string_view bytes) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "FIDParameterList.h"
 #include "ILinkHost.h"
@@ -54,6 +55,16 @@ struct Tick {
     bool operator==(const Tick&) const = default;
 };
 
+/// What a site has heard of another one, told with its own tick: the other one learns from it how long a word
+/// takes there and back, by its own clock.
+struct Heard {
+    std::string site;
+    Tick tick;  ///< the newest of that site
+    std::chrono::microseconds ago{0};
+
+    bool operator==(const Heard&) const = default;
+};
+
 enum class EOutcome { Done, Refused, Expired, Unknown };
 
 struct Reply {
@@ -69,7 +80,7 @@ const char* inWords(EOutcome outcome);
 std::string text(const Up& up);
 std::string text(const State& state);
 std::string text(const Event& event);
-std::string text(const Tick& tick);
+std::string text(const Tick& tick, const std::vector<Heard>& heard = {});
 std::string text(const Reply& reply);
 /// Nothing where a name or a value is no UTF-8, which JSON could not hold as it is.
 std::optional<std::string> text(const FIDParameterList& parameters);
@@ -78,6 +89,8 @@ std::optional<Up> up(std::string_view bytes);
 std::optional<State> state(std::string_view bytes);
 std::optional<Event> event(std::string_view bytes);
 std::optional<Tick> tick(std::string_view bytes);
+/// Of the bytes of a tick, what is said of that site; nothing where nothing is.
+std::optional<Heard> heard(std::string_view bytes, const std::string& site);
 std::optional<Reply> reply(std::string_view bytes);
 /// At most 255 parameters of at most 255 bytes each, name and value.
 std::optional<FIDParameterList> parameters(std::string_view bytes);

@@ -32,7 +32,7 @@ _mfctl_offer() {
 
 _mfctl() {
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" place=0 i
-    local commands="drivers driver reload stop start debug state send set unset event events macros macro check plan apply
+    local commands="drivers driver reload stop start debug state send set unset event events macros links macro check plan apply
         history diff undo health log queues panel pair sessions attach shutdown monitor recording doctor keygen sign verify new-driver"
     local common="--help --host --json" stream="--driver --kind --glob" options=""
     local kinds="value event fid command start exit hang restart configuration log output stale merged mark wire gap"

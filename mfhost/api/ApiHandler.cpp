@@ -144,6 +144,7 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
         get({"api", "v1", "alarms"}, [](R reading, T, C, N) { return reading.alarms(); }),
         get({"api", "v1", "queues"}, [](R reading, T, C, N) { return reading.queues(); }),
         get({"api", "v1", "macros"}, [](R reading, T, C, N) { return reading.macros(); }),
+        get({"api", "v1", "links"}, [](R reading, T, C, N) { return reading.links(); }),
         get({"api", "v1", "completion"}, [](R reading, T target, C, N) { return reading.completion(target); },
             {"line"}),
         get({"api", "v1", "catalogue"}, [](R reading, T, C, N) { return reading.catalogue(); }),

@@ -11,6 +11,7 @@
 #include "DriverRuns.h"
 #include "DriverStatus.h"
 #include "JsonText.h"
+#include "LinkFile.h"
 #include "Metrics.h"
 #include "Nearest.h"
 #include "PanelNames.h"
@@ -459,6 +460,60 @@ std::string ApiReading::macros() const {
     json.beginObject().name("macros").beginArray();
     for (const std::string& name : m_context.macroNames())
         json.beginObject().member("name", name).endObject();
+    json.endArray().endObject();
+    return json.take();
+}
+
+/// From what each link reports of itself; of one that does not run, from the table of drivers.
+std::string ApiReading::links() const {
+    m_context.lookForEnds();
+    const auto now = m_context.now();
+    JsonText json;
+    json.beginObject().name("links").beginArray();
+    for (const DriverTable::Driver& driver : m_context.drivers.drivers()) {
+        if (driver.type != LinkFile::s_driverType)
+            continue;
+        const auto find = [&](const char* pName) { return m_context.store.find(driver.id + "." + pName); };
+        const auto text = [&](const char* pName) {
+            const auto entry = find(pName);
+            return entry ? entry->value.text() : std::string();
+        };
+        const auto figure = [&](const char* pName) {
+            const auto entry = find(pName);
+            const auto* const pNumber =
+                entry && !entry->isStale() ? std::get_if<float>(&entry->value.value()) : nullptr;
+            return pNumber ? std::optional(*pNumber) : std::nullopt;
+        };
+        const auto link = find("LINK");
+        const bool isUp = link && !link->isStale() && link->value.text() == "up";
+        std::string cause;
+        if (link && !isUp)
+            cause = link->isStale() ? link->staleCause : link->value.text();
+        else if (!link)
+            cause = driver.cause.empty() ? inWords(driver.state) : driver.cause;
+        json.beginObject()
+            .member("driver", driver.id)
+            .member("site", text("LINK_SITE"))
+            .member("to", text("LINK_TO"))
+            .member("broker", text("LINK_BROKER"))
+            .member("up", isUp)
+            .member("cause", cause)
+            .member("forMs",
+                    link ? std::optional(since(link->isStale() ? link->staleSince : link->reported, now))
+                         : std::nullopt)
+            .member("delayMs", figure("LINK_DELAY"))
+            .member("inPerSecond", figure("LINK_IN"))
+            .member("outPerSecond", figure("LINK_OUT"))
+            .name("error");
+        if (const auto error = find("LINK_ERROR"))
+            json.beginObject()
+                .member("text", error->value.text())
+                .member("ageMs", since(error->reported, now))
+                .endObject();
+        else
+            json.null();
+        json.endObject();
+    }
     json.endArray().endObject();
     return json.take();
 }

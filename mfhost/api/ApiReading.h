@@ -35,6 +35,7 @@ public:
     std::string alarms() const;
     std::string queues() const;
     std::string macros() const;
+    std::string links() const;
     std::string completion(const ApiTarget& target) const;
     std::string catalogue() const;
     std::string modules() const;

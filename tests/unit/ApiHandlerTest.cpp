@@ -89,6 +89,7 @@ constexpr Resource s_resources[] = {
     {"GET", "/api/v1/events", "", ERole::View},
     {"GET", "/api/v1/queues", "", ERole::View},
     {"GET", "/api/v1/macros", "", ERole::View},
+    {"GET", "/api/v1/links", "", ERole::View},
     {"GET", "/api/v1/completion", "", ERole::View},
     {"GET", "/api/v1/catalogue", "", ERole::View},
     {"GET", "/api/v1/modules", "", ERole::View},

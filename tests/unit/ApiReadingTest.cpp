@@ -296,6 +296,56 @@ TEST_F(ApiReadingTest, MacrosAreListed) {
     EXPECT_EQ("{\"macros\":[{\"name\":\"home\"},{\"name\":\"a\\u0009b\"}]}", m_sut.macros());
 }
 
+TEST_F(ApiReadingTest, LinksAreListedWithWhatTheyReportOfThemselves) {
+    EXPECT_EQ("{\"links\":[]}", m_sut.links());
+    std::vector<WorkplaceFile::Entry> entries;
+    for (const char* pID : {"SITE2", "SITE3", "SITE4"}) {
+        WorkplaceFile::Entry entry;
+        entry.driverID = pID;
+        entry.driverType = "Link";
+        entry.interfaceType = EInterfaceTypes::Direct;
+        entries.push_back(entry);
+    }
+    m_host.drivers.configure(entries, true);
+    StateStore& store = m_host.store;
+    for (const std::string id : {"SITE2", "SITE3"}) {
+        store.setStateValue(id + ".LINK_SITE", "SITE1");
+        store.setStateValue(id + ".LINK_TO", id);
+        store.setStateValue(id + ".LINK_BROKER", "127.0.0.1 port 1883");
+        store.setStateValueFloat(id + ".LINK_DELAY", 1.5F);
+        store.setStateValueFloat(id + ".LINK_IN", 10.5F);
+        store.setStateValueFloat(id + ".LINK_OUT", 0.0F);
+    }
+    store.setStateValue("SITE2.LINK", "up");
+    store.setStateValue("SITE3.LINK", "SITE3 is away");
+    store.setStateValue("SITE3.LINK_ERROR", "SITE3 is away");
+    store.makeStale("SITE3", {"SITE3.LINK_DELAY", "SITE3.LINK_IN", "SITE3.LINK_OUT"}, "SITE3 is away");
+    m_host.now = ApiContext::Clock::now() + seconds(3600);
+    EXPECT_EQ(
+        "{\"links\":["
+        "{\"driver\":\"SITE2\",\"site\":\"SITE1\",\"to\":\"SITE2\",\"broker\":\"127.0.0.1 port 1883\","
+        "\"up\":true,\"cause\":\"\",\"forMs\":36NN,\"delayMs\":1.5,\"inPerSecond\":10.5,"
+        "\"outPerSecond\":0,\"error\":null},"
+        "{\"driver\":\"SITE3\",\"site\":\"SITE1\",\"to\":\"SITE3\",\"broker\":\"127.0.0.1 port 1883\","
+        "\"up\":false,\"cause\":\"SITE3 is away\",\"forMs\":36NN,\"delayMs\":null,\"inPerSecond\":null,"
+        "\"outPerSecond\":null,\"error\":{\"text\":\"SITE3 is away\",\"ageMs\":36NN}},"
+        "{\"driver\":\"SITE4\",\"site\":\"\",\"to\":\"\",\"broker\":\"\",\"up\":false,"
+        "\"cause\":\"not loaded\",\"forMs\":null,\"delayMs\":null,\"inPerSecond\":null,"
+        "\"outPerSecond\":null,\"error\":null}]}",
+        std::regex_replace(m_sut.links(), std::regex(R"x("(forMs|ageMs)":36\d{5}\b)x"), R"("$1":36NN)"));
+}
+
+TEST_F(ApiReadingTest, LinkThatHasEndedIsNotUpWhateverItReportedLast) {
+    WorkplaceFile::Entry entry;
+    entry.driverID = "SITE2";
+    entry.driverType = "Link";
+    entry.interfaceType = EInterfaceTypes::Direct;
+    m_host.drivers.configure({entry}, true);
+    m_host.store.setStateValue("SITE2.LINK", "up");
+    m_host.store.makeStale("SITE2", {"SITE2.LINK"}, "stopped by anna");
+    EXPECT_THAT(m_sut.links(), testing::HasSubstr("\"up\":false,\"cause\":\"stopped by anna\","));
+}
+
 TEST_F(ApiReadingTest, CompletionGivesWhatTheLastWordMayBecome) {
     m_host.words = {"state", "startDriver"};
     EXPECT_EQ("{\"words\":[\"state\",\"startDriver\"]}", m_sut.completion(target("line=sta")));

@@ -122,10 +122,10 @@ TEST_F(ControlLineTest, ArgumentIsNotEchoedAsItIs) {
 TEST_F(ControlLineTest, HelpListsTheCommands) {
     EXPECT_EQ(0, run({"--help"}));
     for (const char* command :
-         {"drivers",  "driver", "reload", "stop",   "start",  "state",   "send",      "set",
-          "unset",    "event",  "events", "macros", "macro",  "check",   "plan",      "apply",
-          "history",  "diff",   "undo",   "health", "log",    "queues",  "sessions",  "attach",
-          "shutdown", "doctor", "keygen", "sign",   "verify", "monitor", "recording", "new-driver"})
+         {"drivers", "driver", "reload", "stop",   "start",   "state",     "send",      "set",    "unset",
+          "event",   "events", "macros", "links",     "macro",     "check",     "plan",   "apply",
+          "history", "diff",   "undo",   "health", "log",     "queues",    "sessions",  "attach", "shutdown",
+          "doctor",  "keygen", "sign",   "verify", "monitor", "recording", "new-driver"})
         EXPECT_THAT(m_out.str(), HasSubstr("\n  " + std::string(command) + " "));
 }
 
@@ -174,6 +174,7 @@ TEST_F(ControlLineTest, EachCommandAsksForItsOwn) {
     asks({"event", "DOOR"}, "POST /event");
     asks({"events"}, "GET /events");
     asks({"macros"}, "GET /macros");
+    asks({"links"}, "GET /links");
     asks({"macro", "evening"}, "POST /macros/evening/play");
     asks({"check"}, "POST /check");
     asks({"plan"}, "POST /plan");

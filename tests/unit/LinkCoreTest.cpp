@@ -181,6 +181,8 @@ public:
         : m_broker(broker), m_other(other), core(site, boot, host, [](auto longest) { return longest; }) {
         m_settings.site = site;
         m_settings.farSite = other;
+        m_settings.broker.host = "broker";
+        m_settings.broker.port = 1883;
         m_settings.exported.ids = {"AXIS1"};
         m_settings.imported.areAll = true;
         m_settings.allowed.ids = {"AXIS1", "BAD", "SLOW"};
@@ -461,6 +463,93 @@ TEST_F(LinkCoreTest, RefusedFidIsToldWithItsReason) {
     EXPECT_THAT(m_one.lines, Contains("BAD.MOVE: refused: it is bad"));
     EXPECT_THAT(m_two.lines,
                 Contains("OTHER.MOVE of SITE1 is refused: SITE2 does not allow FIDs of SITE1 to OTHER"));
+}
+
+TEST_F(LinkCoreTest, LinkSaysOfItselfWhereItLeads) {
+    EXPECT_EQ(m_one.host["LINK_SITE"], "SITE1");
+    EXPECT_EQ(m_one.host["LINK_TO"], "SITE2");
+    EXPECT_EQ(m_one.host["LINK_BROKER"], "broker port 1883");
+}
+
+TEST_F(LinkCoreTest, DelayIsThatOfATickThereAndBackLessTheTimeItLayThere) {
+    connectBoth();
+    pass(3s);
+    EXPECT_EQ(m_one.host["LINK_DELAY"], "0");
+    LinkMessage back = last("mf/1/SITE2/tick");
+    const std::string before = last("mf/1/SITE1/tick").payload;
+    while (last("mf/1/SITE1/tick").payload == before)
+        m_one.core.step(m_now += 100ms);
+    const std::string own = linkpayload::tick(last("mf/1/SITE1/tick").payload)->text();
+    m_now += 350ms;
+    back.payload =
+        R"({"boot": "b2", "tick": 99, "heard": {"SITE1": {"tick": ")" + own + R"(", "us": 300000}}})";
+    m_one.core.received(back, m_now);
+    EXPECT_EQ(m_one.host["LINK_DELAY"], "50");
+    // Of a tick that this site has not told, and of a longer time than has passed, nothing follows.
+    for (const char* pHeard : {R"("b1:999", "us": 1)", R"("b0:1", "us": 1)", R"("b1:1", "us": 3000000000)"}) {
+        back.payload =
+            R"({"boot": "b2", "tick": 99, "heard": {"SITE1": {"tick": )" + std::string(pHeard) + "}}}";
+        m_one.core.received(back, m_now + 200ms);
+        EXPECT_EQ(m_one.host["LINK_DELAY"], "50") << pHeard;
+    }
+}
+
+TEST_F(LinkCoreTest, MessagesOfBothDirectionsAreCountedWithoutTicks) {
+    connectBoth();
+    pass(10s);
+    EXPECT_EQ(m_one.host["LINK_IN"], "0");
+    EXPECT_EQ(m_one.host["LINK_OUT"], "0");
+    for (int i = 0; i < 12; ++i) {
+        m_two.host.set("AXIS1.POS", i);
+        send("AXIS1.MOVE");
+        pass(500ms);
+    }
+    // Two values and two answers a second one way, two FIDs the other.
+    EXPECT_NEAR(std::stof(m_one.host["LINK_IN"]), 4, 0.5);
+    EXPECT_NEAR(std::stof(m_two.host["LINK_OUT"]), 4, 0.5);
+    EXPECT_NEAR(std::stof(m_one.host["LINK_OUT"]), 2, 0.5);
+    EXPECT_NEAR(std::stof(m_two.host["LINK_IN"]), 2, 0.5);
+}
+
+TEST_F(LinkCoreTest, FiguresOfALinkThatIsNotUpAreStale) {
+    connectBoth();
+    pass(2s);
+    m_one.core.lost("cut", m_now);
+    for (const char* pFigure : {"LINK_DELAY", "LINK_IN", "LINK_OUT"})
+        EXPECT_EQ(m_one.host[pFigure], "0 stale: no broker: cut") << pFigure;
+    pass(3s);
+    EXPECT_EQ(m_one.host["LINK_IN"], "0 stale: no broker: cut");
+}
+
+TEST_F(LinkCoreTest, EveryOtherSiteHearsOfItsTickInItsTurn) {
+    std::vector<std::unique_ptr<Site>> others;
+    for (int i = 3; i <= 11; ++i) {
+        others.push_back(std::make_unique<Site>(m_broker, "SITE1", "SITE" + std::to_string(i), "b1"));
+        m_one.core.add(*others.back(), m_now);
+    }
+    connectBoth();
+    const auto tick = [&](const std::string& site) {
+        m_one.core.received({.topic = "mf/1/" + site + "/tick", .payload = R"({"boot": "b", "tick": 7})"},
+                            m_now);
+    };
+    for (int i = 3; i <= 11; ++i)
+        tick("SITE" + std::to_string(i));
+    std::set<std::string> told;
+    for (int i = 0; i < 2; ++i) {
+        pass(1s);
+        const std::string payload = last("mf/1/SITE1/tick").payload;
+        std::size_t count = 0;
+        for (int site = 2; site <= 11; ++site) {
+            if (linkpayload::heard(payload, "SITE" + std::to_string(site))) {
+                told.insert(std::to_string(site));
+                ++count;
+            }
+        }
+        EXPECT_LE(count, 8U);
+    }
+    EXPECT_EQ(told.size(), 10U);
+    for (const auto& pSite : others)
+        m_one.core.remove(*pSite);
 }
 
 TEST_F(LinkCoreTest, LateFidIsNotDone) {

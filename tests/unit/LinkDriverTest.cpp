@@ -69,6 +69,16 @@ TEST_F(LinkDriverTest, LinksOfOneSiteShareItsConnectionAndTheLastOneEndsIt) {
     EXPECT_EQ(m_host.closed, std::vector<std::string>{"SITE1"});
 }
 
+TEST_F(LinkDriverTest, LastWarningOfItsLogIsAValueToo) {
+    LinkDriver sut;
+    configure(sut);
+    sut.say(sal::LogOutput::eInfo, "all is well");
+    sut.say(sal::LogOutput::eWarning, "it is not");
+    EXPECT_THAT(m_host.reported, Contains("LINK_ERROR=it is not"));
+    EXPECT_THAT(m_host.reported, testing::Not(Contains("LINK_ERROR=all is well")));
+    EXPECT_THAT(m_log.finish(), HasSubstr("SITE2: it is not\n"));
+}
+
 TEST_F(LinkDriverTest, LinksThatDisagreeOnTheirBrokerAreTold) {
     LinkDriver first;
     LinkDriver second;
