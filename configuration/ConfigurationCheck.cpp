@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "DirectoryPath.h"
 #include "LinkFile.h"
 #include "PanelNames.h"
 #include "Printable.h"
@@ -23,20 +24,6 @@ using Entry = WorkplaceFile::Entry;
 constexpr std::size_t s_longestName = 255;
 /// What six strings may have together in the message that configures a driver process.
 constexpr std::size_t s_longestConfiguration = 1008;
-
-std::string joined(const std::string& path, const std::string& text) {
-    sal::Path joint(path);
-    joint.expand(text);
-    return joint.getPathString();
-}
-
-/// Two texts for one directory give one path.
-std::string directoryPath(const std::string& workDirectory, const std::string& text) {
-    std::string path = std::filesystem::path(joined(workDirectory, text)).lexically_normal().string();
-    while (path.size() > 1 && path.back() == '/')
-        path.pop_back();
-    return path;
-}
 
 std::string bytes(std::size_t count, std::size_t most) {
     return "has " + std::to_string(count) + " bytes; at most " + std::to_string(most);
@@ -210,7 +197,7 @@ private:
         if (!isQueue)
             return;
 
-        const std::string nvram = joined(joined(m_workDirectory, "nvram"), id);
+        const std::string nvram = joinedPath(joinedPath(m_workDirectory, "nvram"), id);
         std::size_t sum = 0;
         for (const auto& [name, text] : {std::pair<const char*, const std::string&>{"driverID", id},
                                          {"workingDirectory", m_pEntry->workingDirectory},
@@ -288,9 +275,7 @@ private:
         if (m_pEntry->interfaceType == EInterfaceTypes::Queue)
             warn(
                 "a link runs in the host's process alone and is not started; write interfaceType=\"direct\"");
-        const LinkFile file(
-            joined(directoryPath(m_workDirectory, m_pEntry->workingDirectory), LinkFile::s_name),
-            m_pEntry->driverID);
+        const LinkFile file(LinkFile::place(m_workDirectory, m_pEntry->workingDirectory), m_pEntry->driverID);
         for (Finding finding : file.findings()) {
             if (finding.isError())
                 finding.text += "; the driver " + base::printable(m_pEntry->driverID) + " is not started";

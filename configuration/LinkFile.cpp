@@ -6,6 +6,7 @@
 #include <charconv>
 #include <filesystem>
 
+#include "DirectoryPath.h"
 #include "Printable.h"
 #include "RegularFile.h"
 #include "UnreadParts.h"
@@ -180,10 +181,11 @@ private:
             found = usual;
         if (found.empty())
             error(link.Row(), "the link has no " + name + "; give this workplace a name that no other has");
-        else if (!isID(found) || found.size() > s_longestSite || found.find(',') != std::string::npos)
-            error(link.Row(),
-                  name + "=" + base::quoted(found) +
-                      " is no name of a site: at most 64 bytes, none of \".\", \",\" and control characters");
+        else if (!isID(found) || found.size() > s_longestSite || found.find(',') != std::string::npos ||
+                 found.front() == ' ' || found.back() == ' ')
+            error(link.Row(), name + "=" + base::quoted(found) +
+                                  " is no name of a site: at most 64 bytes, none of \".\", \",\" and control "
+                                  "characters, no blank at either end");
         return found;
     }
 
@@ -226,6 +228,10 @@ private:
     std::vector<Finding>& m_findings;
     LinkSettings m_settings;
 };
+
+std::string LinkFile::place(const std::string& workDirectory, const std::string& workingDirectory) {
+    return joinedPath(directoryPath(workDirectory, workingDirectory), s_name);
+}
 
 LinkFile::LinkFile(const std::string& path, const std::string& driverID) {
     LinkSettings settings = Reading(path, driverID, m_findings).read();

@@ -17,6 +17,9 @@ public:
     /// Where the file lies in the driver's working directory.
     static constexpr const char* s_name = "link.xml";
 
+    /// The file of a driver whose working directory a workplace file names, in the host's.
+    static std::string place(const std::string& workDirectory, const std::string& workingDirectory);
+
     /// Reads the file and those that it names, which lie beside it unless their paths are absolute. The far
     /// site has the driver's ID unless the file says otherwise.
     LinkFile(const std::string& path, const std::string& driverID);

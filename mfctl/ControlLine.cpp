@@ -19,6 +19,7 @@
 #include "DriverCommands.h"
 #include "EventCommand.h"
 #include "LinkCommands.h"
+#include "LinkRightsCommand.h"
 #include "LogCommand.h"
 #include "MonitorCommand.h"
 #include "Nearest.h"
@@ -526,6 +527,17 @@ void addRecordingCommands(Commands& commands, Words& words, const Screen& screen
         ->type_name("FILE");
 }
 
+void addLinkFileCommands(Commands& commands, Words& words, const Screen& screen) {
+    CLI::App& link = *commands.addGroup("link", "what the files of links to other workplaces say");
+    auto* pAcl = commands.add(
+        link, "acl", "print what the sites of a workplace's links may do, for the ACL file of their broker",
+        [&] { return static_cast<int>(LinkRightsCommand(screen).run(words.name, words.directory)); });
+    pAcl->add_option("workplace", words.name, "workplace configuration file")->type_name("FILE")->required();
+    pAcl->add_option("--workdir", words.directory,
+                     "working directory of its host, below which link.xml lies (default .)")
+        ->type_name("DIR");
+}
+
 void addSigningCommands(Commands& commands, Words& words, const Screen& screen) {
     auto* pKeygen = commands.add("keygen", "make NAME.key (keep it secret) and NAME.pem (to be trusted)",
                                  [&] { return SigningCommands(screen.out, screen.err).keygen(words.name); });
@@ -627,6 +639,7 @@ int runControlLine(int argc, const char* const* argv, const Screen& screen) {
     addFileCommands(commands, words);
     addHostCommands(commands, words, screen);
     addRecordingCommands(commands, words, screen);
+    addLinkFileCommands(commands, words, screen);
     addSigningCommands(commands, words, screen);
     addAuthorCommands(commands, words, screen);
 

@@ -126,7 +126,7 @@ void LinkCore::subscribe(const Far& far) {
 void LinkCore::connected(IBroker& broker, Time now) {
     m_pBroker = &broker;
     m_dirty.clear();
-    m_pBroker->subscribe(LinkTopics::fids(m_site));
+    m_pBroker->subscribe(LinkTopics::fids(m_site, "*"));
     m_pBroker->subscribe(LinkTopics::up(m_site));
     m_pBroker->subscribe(LinkTopics::states(m_site, "*"));
     std::chrono::seconds spread{0};

@@ -32,7 +32,7 @@ _mfctl_offer() {
 
 _mfctl() {
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" place=0 i
-    local commands="drivers driver reload stop start debug state send set unset event events macros links macro check plan apply
+    local commands="drivers driver reload stop start debug state send set unset event events macros link links macro check plan apply
         history diff undo health log queues panel pair sessions attach shutdown monitor recording doctor keygen sign verify new-driver"
     local common="--help --host --json" stream="--driver --kind --glob" options=""
     local kinds="value event fid command start exit hang restart configuration log output stale merged mark wire gap"
@@ -41,15 +41,15 @@ _mfctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         case "${COMP_WORDS[i]}" in
             --host | --timeout | --wait | --type | --lines | -n | --level | --bundle | --key | --trust | --driver | --kind | --glob | --wire | --from | --count | --ring | \
-                --directory | --to | --until | --output | --note | --before | --role)
+                --directory | --workdir | --to | --until | --output | --note | --before | --role)
                 ((i++))
                 ;;
             -* | =) ;;
             *)
                 if [[ -z $command ]]; then
                     command=${COMP_WORDS[i]}
-                elif [[ $command == recording ]]; then
-                    command="recording ${COMP_WORDS[i]}"
+                elif [[ $command == recording || $command == link ]]; then
+                    command+=" ${COMP_WORDS[i]}"
                 else
                     ((place++))
                 fi
@@ -62,7 +62,7 @@ _mfctl() {
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             return
             ;;
-        --trust | --directory)
+        --trust | --directory | --workdir)
             mapfile -t COMPREPLY < <(compgen -d -- "$cur")
             return
             ;;
@@ -124,7 +124,8 @@ _mfctl() {
         log) options="$common -n --lines --level -f --follow" ;;
         events) options="$common $stream -n --lines -f --follow" ;;
         monitor) options="$common $stream --ring --from --wire --date --count" ;;
-        recording) options="--help" ;;
+        recording | link) options="--help" ;;
+        "link acl") options="--help --workdir" ;;
         "recording list") options="$common --ring --directory" ;;
         "recording show") options="$common $stream --ring --directory --from --to --until --count" ;;
         "recording stats" | "recording diff") options="$common $stream --ring --directory --from --to --until" ;;
@@ -144,7 +145,7 @@ _mfctl() {
     fi
 
     case "$command" in
-        sign | verify | "recording show" | "recording stats" | "recording export" | "recording diff")
+        sign | verify | "link acl" | "recording show" | "recording stats" | "recording export" | "recording diff")
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             return
             ;;
@@ -152,6 +153,7 @@ _mfctl() {
     [[ $place -eq 0 ]] || return
     case "$command" in
         driver | reload | stop | start | debug | log) _mfctl_offer "$(_mfctl_drivers)" ;;
+        link) _mfctl_offer "acl" ;;
         recording) _mfctl_offer "list show stats export diff keep" ;;
         send)
             _mfctl_offer "$(_mfctl_fids "$cur")"

@@ -123,7 +123,7 @@ TEST_F(ControlLineTest, HelpListsTheCommands) {
     EXPECT_EQ(0, run({"--help"}));
     for (const char* command :
          {"drivers", "driver", "reload", "stop",   "start",   "state",     "send",      "set",    "unset",
-          "event",   "events", "macros", "links",     "macro",     "check",     "plan",   "apply",
+          "event",   "events", "macros", "links",  "link",    "macro",     "check",     "plan",   "apply",
           "history", "diff",   "undo",   "health", "log",     "queues",    "sessions",  "attach", "shutdown",
           "doctor",  "keygen", "sign",   "verify", "monitor", "recording", "new-driver"})
         EXPECT_THAT(m_out.str(), HasSubstr("\n  " + std::string(command) + " "));

@@ -134,7 +134,11 @@ TEST_F(LinkFileTest, EachWrongValueIsToldWithItsLineAndWhatWouldBeRight) {
     EXPECT_THAT(
         findings(link("site='A.B'")),
         ElementsAre("error: link.xml line 1: site=\"A.B\" is no name of a site: at most 64 bytes, none of "
-                    "\".\", \",\" and control characters"));
+                    "\".\", \",\" and control characters, no blank at either end"));
+    EXPECT_THAT(
+        findings(link("site='SITE1 '")),
+        ElementsAre("error: link.xml line 1: site=\"SITE1 \" is no name of a site: at most 64 bytes, none of "
+                    "\".\", \",\" and control characters, no blank at either end"));
     EXPECT_THAT(
         findings(link("site='SITE2'")),
         ElementsAre("error: link.xml line 1: the link leads from \"SITE2\" to itself; to=\"...\" names the "

@@ -18,7 +18,10 @@ TEST(LinkTopics, AreTheseToTheByte) {
     EXPECT_EQ(LinkTopics::states("SITE1", "AXIS1"), "mf/1/SITE1/state/AXIS1/+");
     EXPECT_EQ(LinkTopics::states("SITE1", "*"), "mf/1/SITE1/state/+/+");
     EXPECT_EQ(LinkTopics::events("SITE1", "AXIS1"), "mf/1/SITE1/event/AXIS1/+");
-    EXPECT_EQ(LinkTopics::fids("SITE1"), "mf/1/SITE1/fid/+/+");
+    EXPECT_EQ(LinkTopics::fids("SITE1", "AXIS1"), "mf/1/SITE1/fid/AXIS1/+");
+    EXPECT_EQ(LinkTopics::fids("SITE1", "*"), "mf/1/SITE1/fid/+/+");
+    EXPECT_EQ(LinkTopics::replies("SITE1"), "mf/1/SITE1/reply/+");
+    EXPECT_EQ(LinkTopics::tree("SITE/1"), "mf/1/SITE%2F1/#");
 }
 
 TEST(LinkTopics, StatesKeepTheirDotsAndOddNamesStayOneLevel) {

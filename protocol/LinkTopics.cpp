@@ -126,8 +126,16 @@ std::string LinkTopics::events(const std::string& site, const std::string& drive
     return allBelow(site, "event", driver);
 }
 
-std::string LinkTopics::fids(const std::string& site) {
-    return allBelow(site, "fid", "*");
+std::string LinkTopics::fids(const std::string& site, const std::string& driver) {
+    return allBelow(site, "fid", driver);
+}
+
+std::string LinkTopics::replies(const std::string& site) {
+    return below(site, "reply") + "/+";
+}
+
+std::string LinkTopics::tree(const std::string& site) {
+    return below(site, "#");
 }
 
 std::optional<LinkTopics::Parts> LinkTopics::parse(std::string_view topic) {

@@ -34,10 +34,14 @@ public:
     /// What this site answers to the instance of another that has this boot ID.
     static std::string reply(const std::string& site, const std::string& boot);
 
-    /// What to subscribe for the states and events of a driver; of all drivers with "*".
+    /// What to subscribe for the states and events of a driver, and for FIDs to it; of all drivers with "*".
     static std::string states(const std::string& site, const std::string& driver);
     static std::string events(const std::string& site, const std::string& driver);
-    static std::string fids(const std::string& site);
+    static std::string fids(const std::string& site, const std::string& driver);
+    /// All replies of this site, whomever they are for.
+    static std::string replies(const std::string& site);
+    /// All of a site's topics, to which nobody but itself subscribes.
+    static std::string tree(const std::string& site);
 
     /// Nothing for a topic that none of these makes.
     static std::optional<Parts> parse(std::string_view topic);
