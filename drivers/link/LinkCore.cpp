@@ -111,9 +111,6 @@ void LinkCore::publishUp(bool isComplete) {
 void LinkCore::subscribe(const Far& far) {
     const LinkSettings& settings = far.link.settings();
     const std::string& site = settings.farSite;
-    for (const std::string& topic :
-         {LinkTopics::up(site), LinkTopics::tick(site), LinkTopics::reply(site, m_boot)})
-        m_pBroker->subscribe(topic);
     std::set<std::string> drivers = settings.imported.ids;
     if (settings.imported.areAll)
         drivers = {"*"};
@@ -121,6 +118,10 @@ void LinkCore::subscribe(const Far& far) {
         m_pBroker->subscribe(LinkTopics::states(site, driver));
         m_pBroker->subscribe(LinkTopics::events(site, driver));
     }
+    // Last: that the site is there is heard after what the broker has kept of it.
+    for (const std::string& topic :
+         {LinkTopics::up(site), LinkTopics::tick(site), LinkTopics::reply(site, m_boot)})
+        m_pBroker->subscribe(topic);
 }
 
 void LinkCore::connected(IBroker& broker, Time now) {
@@ -135,7 +136,9 @@ void LinkCore::connected(IBroker& broker, Time now) {
         spread = std::max(spread, far.link.settings().spread);
         // Only what is heard over this connection counts.
         far.isUp = false;
+        far.isPublishing = false;
         far.tick.reset();
+        ++far.round;
     }
     publishUp(false);
     m_isCompletePending = false;
@@ -331,15 +334,14 @@ void LinkCore::judge(Far& far, Time now) {
     const bool wasLive = std::exchange(far.isLive, cause.empty());
     far.cause = cause;
     if (far.isLive) {
-        for (const auto& [stateKey, state] : far.values)
-            show(far, stateKey, state);
+        showAll(far);
         far.link.say(ELevel::eInfo, far.site() + " is there");
     } else {
         std::vector<std::string> keys;
         far.meter.forget();
         for (const char* const pFigure : {s_delay, s_rateIn, s_rateOut})
             keys.push_back(far.link.driverID() + "." + pFigure);
-        for (const auto& [stateKey, state] : far.values)
+        for (const auto& [stateKey, value] : far.values)
             keys.push_back(far.link.driverID() + "." + stateKey);
         m_host.makeStale(far.link.driverID(), keys, cause);
         // On the way to the other site's first word each step is no news; that there is no broker is.
@@ -351,10 +353,17 @@ void LinkCore::judge(Far& far, Time now) {
     far.link.panel().setStateValue("LINK", cause.empty() ? "up" : cause);
 }
 
-void LinkCore::show(Far& far, const std::string& stateKey, const linkpayload::State& state) {
-    const std::string cause = !far.isLive              ? far.cause
-                              : state.boot != far.boot ? s_earlier + far.site()
-                                                       : state.staleCause;
+void LinkCore::showAll(Far& far) {
+    for (const auto& [stateKey, value] : far.values)
+        show(far, stateKey, value);
+}
+
+void LinkCore::show(Far& far, const std::string& stateKey, const Value& value) {
+    const linkpayload::State& state = value.state;
+    const std::string cause = !far.isLive                ? far.cause
+                              : state.boot != far.boot   ? s_earlier + far.site()
+                              : value.round != far.round ? far.site() + " has not told it anew yet"
+                                                         : state.staleCause;
     if (cause.empty())
         report(far.link.panel(), stateKey, state.value);
     else
@@ -443,9 +452,14 @@ void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
     far.boot = up->boot;
     far.isUp = true;
     far.isComplete = up->isComplete;
+    // What it had before may have changed since: it was not heard meanwhile.
+    const bool isAnew = !far.isComplete && (isOther || !far.isPublishing);
+    if (isAnew)
+        ++far.round;
+    far.isPublishing = !far.isComplete;
     if (far.isComplete) {
         for (auto value = far.values.begin(); value != far.values.end();) {
-            if (value->second.boot == far.boot) {
+            if (value->second.state.boot == far.boot && value->second.round == far.round) {
                 ++value;
                 continue;
             }
@@ -454,10 +468,8 @@ void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
         }
     }
     judge(far, now);
-    if (isOther && far.isLive) {
-        for (const auto& [stateKey, state] : far.values)
-            show(far, stateKey, state);
-    }
+    if (isOther || (isAnew && far.isLive))
+        showAll(far);
 }
 
 void LinkCore::takeTick(Far& far, const LinkMessage& message, Time now) {
@@ -505,7 +517,7 @@ void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMes
                                              " and further ones are dropped");
         return;
     }
-    const auto& kept = far.values[stateKey] = std::move(*state);
+    const Value& kept = far.values[stateKey] = Value{std::move(*state), far.round};
     show(far, stateKey, kept);
 }
 

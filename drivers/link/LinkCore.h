@@ -68,6 +68,11 @@ private:
         std::string fid;
         Time deadline;
     };
+    /// A value of the other side.
+    struct Value {
+        linkpayload::State state;
+        std::uint64_t round = 0;  ///< of the site, when it came
+    };
     /// The other side of a link.
     struct Far {
         explicit Far(ILink& its) : link(its) {}
@@ -81,7 +86,10 @@ private:
         Time heard{};
         bool isLive = false;
         std::string cause;  ///< why it is not
-        std::map<std::string, linkpayload::State> values;
+        std::map<std::string, Value> values;
+        /// Counts how often it has begun to publish everything, or is heard over a new connection.
+        std::uint64_t round = 0;
+        bool isPublishing = false;         ///< it has begun, and not said that it has ended
         std::map<std::string, Sent> sent;  ///< by correlation data
         base::Throttle isFull;
         LinkMeter meter;
@@ -113,7 +121,8 @@ private:
     void measure(Far& far, Time now);
     void judge(Far& far, Time now);
     std::string causeOf(const Far& far, Time now) const;
-    void show(Far& far, const std::string& key, const linkpayload::State& state);
+    void showAll(Far& far);
+    void show(Far& far, const std::string& key, const Value& value);
     void takeUp(Far& far, const LinkMessage& message, Time now);
     void takeTick(Far& far, const LinkMessage& message, Time now);
     void takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message);

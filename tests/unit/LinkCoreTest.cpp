@@ -465,6 +465,57 @@ TEST_F(LinkCoreTest, RefusedFidIsToldWithItsReason) {
                 Contains("OTHER.MOVE of SITE1 is refused: SITE2 does not allow FIDs of SITE1 to OTHER"));
 }
 
+TEST_F(LinkCoreTest, ValueThatMayHaveChangedMeanwhileIsStaleUntilItIsToldAnew) {
+    m_two.m_settings.spread = 5s;
+    m_two.host.set("AXIS1.POS", 40);
+    connectBoth();
+    pass(6s);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40");
+    m_two.core.lost("cut", m_now);
+    m_two.cut();
+    m_two.host.set("AXIS1.POS", 41);
+    m_two.connect(m_now);
+    pass(3s);
+    EXPECT_EQ(m_one.host["LINK"], "up");
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40 stale: SITE2 has not told it anew yet");
+    pass(3s);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "41");
+}
+
+TEST_F(LinkCoreTest, LateWillInTheMiddleOfThePublishingLosesNothing) {
+    m_two.host.set("AXIS1.POS", 40);
+    connectBoth();
+    LinkMessage up = last("mf/1/SITE2/up");
+    const LinkMessage state = last("mf/1/SITE2/state/AXIS1/POS");
+    const auto say = [&](bool isComplete) {
+        up.payload = linkpayload::text(linkpayload::Up{true, "b2", {}, isComplete});
+        m_one.core.received(up, m_now);
+    };
+    say(false);
+    m_one.core.received(state, m_now);
+    // The broker notices late that the former connection has gone, and the site says that it is there.
+    m_one.core.received(m_two.core.will(), m_now);
+    say(false);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40");
+    say(true);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40");
+}
+
+TEST_F(LinkCoreTest, ValueThatWasUnsetWhileTheLineWasCutIsGone) {
+    m_two.host.set("AXIS1.POS", 40);
+    m_two.host.set("AXIS1.SPEED", 7);
+    connectBoth();
+    EXPECT_EQ(m_one.host["AXIS1.SPEED"], "7");
+    m_one.core.lost("cut", m_now);
+    m_one.cut();
+    m_two.host.unsetOwn("AXIS1.SPEED");
+    pass(1s);
+    m_one.connect(m_now);
+    pass(2s);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40");
+    EXPECT_EQ(m_one.host["AXIS1.SPEED"], "none");
+}
+
 TEST_F(LinkCoreTest, LinkSaysOfItselfWhereItLeads) {
     EXPECT_EQ(m_one.host["LINK_SITE"], "SITE1");
     EXPECT_EQ(m_one.host["LINK_TO"], "SITE2");
