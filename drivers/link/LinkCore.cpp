@@ -126,6 +126,7 @@ void LinkCore::subscribe(const Far& far) {
 
 void LinkCore::connected(IBroker& broker, Time now) {
     m_pBroker = &broker;
+    m_isConnectedAgain = std::exchange(m_wasConnected, true);
     m_dirty.clear();
     m_pBroker->subscribe(LinkTopics::fids(m_site, "*"));
     m_pBroker->subscribe(LinkTopics::up(m_site));
@@ -412,17 +413,20 @@ void LinkCore::received(const LinkMessage& message, Time now) {
 
 void LinkCore::takeOwnUp(const LinkMessage& message) {
     const auto up = linkpayload::up(message.payload);
-    if (!up || up->boot == m_boot)
-        return;
-    if (!up->isUp) {
-        // The last will of an instance before this one comes late.
-        publishUp(!m_publishAll && !m_isCompletePending);
+    if (up && up->boot == m_boot) {
+        m_rivals = message.isRetained ? 0 : m_rivals;
         return;
     }
-    if (message.isRetained || m_fars.empty() || !m_strange.passes())
-        return;
-    m_fars.front().link.say(ELevel::eError, "another host calls itself " + m_site +
-                                                " at the broker; give one of them another site=\"...\"");
+    // The broker keeps the word of an instance that came after this one was connected last. Once a broker
+    // that has lost its last minutes may do so.
+    const bool isRival =
+        up && (message.isRetained ? m_isConnectedAgain && ++m_rivals > 1 : up->isUp) && !m_fars.empty();
+    if (isRival && m_strange.passes())
+        m_fars.front().link.say(ELevel::eError, "another host calls itself " + m_site +
+                                                    " at the broker; give one of them another site=\"...\"");
+    // The last will of another instance comes late, or what the broker keeps was spoilt.
+    if (!up || !up->isUp)
+        publishUp(!m_publishAll && !m_isCompletePending);
 }
 
 /// What an instance before this one has left at the broker, and this one does not have, goes.

@@ -150,6 +150,9 @@ private:
     IBroker* m_pBroker = nullptr;
     std::string m_lostReason = "not connected yet";
     bool m_wasTried = false;
+    bool m_wasConnected = false;
+    bool m_isConnectedAgain = false;  ///< not the first connection of this instance
+    unsigned m_rivals = 0;  ///< so many connections in a row began with the word of another instance
     TickClock m_clock;
     SeenIDs m_seen;
     std::uint64_t m_lastID = 0;

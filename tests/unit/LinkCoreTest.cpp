@@ -501,6 +501,42 @@ TEST_F(LinkCoreTest, LateWillInTheMiddleOfThePublishingLosesNothing) {
     EXPECT_EQ(m_one.host["AXIS1.POS"], "40");
 }
 
+TEST_F(LinkCoreTest, SiteSaysAgainThatItIsThereWhereItsWordWasSpoilt) {
+    connectBoth();
+    pass(1s);
+    const std::string word = last("mf/1/SITE2/up").payload;
+    for (const char* pSpoilt : {"x", "", R"({"up": true})"}) {
+        LinkMessage spoilt{.topic = "mf/1/SITE2/up", .payload = pSpoilt};
+        m_broker.publish(*m_one.pEnd, spoilt);
+        pass(100ms);
+        EXPECT_EQ(last("mf/1/SITE2/up").payload, word) << pSpoilt;
+    }
+    EXPECT_EQ(m_one.host["LINK"], "up");
+}
+
+TEST_F(LinkCoreTest, RivalThatTheBrokerDoesNotNameIsKnownByTheWordThatItLeaves) {
+    const std::string told =
+        "another host calls itself SITE1 at the broker; give one of them another site=\"...\"";
+    connectBoth();
+    const auto comeBack = [&](const std::string& boot) {
+        m_one.core.lost("cut", m_now);
+        m_one.cut();
+        LinkMessage word = m_one.core.will();
+        word.payload = linkpayload::text(linkpayload::Up{false, boot, {}, false});
+        m_broker.retained[word.topic] = word;
+        m_one.connect(m_now);
+        pass(1s);
+    };
+    comeBack("b9");
+    EXPECT_THAT(m_one.lines, Not(Contains(told)));
+    // Its own word lies between.
+    comeBack("b1");
+    comeBack("b9");
+    EXPECT_THAT(m_one.lines, Not(Contains(told)));
+    comeBack("b9");
+    EXPECT_THAT(m_one.lines, Contains(told));
+}
+
 TEST_F(LinkCoreTest, ValueThatWasUnsetWhileTheLineWasCutIsGone) {
     m_two.host.set("AXIS1.POS", 40);
     m_two.host.set("AXIS1.SPEED", 7);
