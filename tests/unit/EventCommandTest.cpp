@@ -54,8 +54,9 @@ TEST_F(EventCommandTest, OfAHostThatDoesNotRecordItListsTheEvents) {
     EXPECT_EQ(EExit::Done, EventCommand(remote).show({}));
     EXPECT_EQ("no events\n", out());
     EXPECT_EQ(
-        "mfctl: the host does not record: these are its last events alone, without function IDs, "
-        "commands, starts and ends; --record at its start has it record\n",
+        "mfctl: the host does not record (--record-off): these are its last events alone, without function "
+        "IDs, "
+        "commands, starts and ends\n",
         err());
     m_host.answer("GET /stream?kinds=fid&lines=1&follow=0&last=50", refusal, 409);
     EXPECT_EQ(
