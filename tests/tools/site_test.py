@@ -119,6 +119,11 @@ class SiteTest(unittest.TestCase):
             self.until(lambda name=name: not self.link(name)["up"], f"{name}'s link is up")
         self.assertIn("NORTH, its line cut:\n", self.tell("status").stdout)
 
+        # A button of the panel, and what it shows.
+        self.assertEqual(self.ask("north", "state", "LINE.NORTH")["values"][0]["text"], "cut")
+        self.ask("north", "macro", "heal")
+        self.until(lambda: self.ask("north", "state", "LINE.NORTH")["values"][0]["text"] == "whole", "it is not healed")
+        self.assertIn("NORTH, its line whole:\n", self.tell("status").stdout)
         # Typed in its own terminal.
         self.site.stdin.write(b"heal\n")
         self.site.stdin.flush()
