@@ -8,6 +8,19 @@
 // class is a value, the same wherever it is linked.
 
 namespace sal {
+namespace {
+
+std::string directoryOfTheProgram() {
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", error);
+    return error ? std::string() : path.parent_path().string();
+}
+
+/// Read as the program begins: after a process below a changed root has made itself a mount namespace, as a
+/// host does for its sandbox, the kernel tells a path that is not below that root.
+const std::string s_exeBasePath = directoryOfTheProgram();
+
+}  // namespace
 
 Path Path::getCurrentWorkingDirPath() {
     std::error_code error;
@@ -20,9 +33,7 @@ bool Path::setCurrentWorkingDirPath(const Path& path) {
 }
 
 Path Path::getExeBasePath() {
-    std::error_code error;
-    const std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", error);
-    return Path(error ? std::string() : path.parent_path().string());
+    return Path(s_exeBasePath);
 }
 
 }  // namespace sal

@@ -12,7 +12,6 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -27,6 +26,7 @@
 #include "TrialResult.h"
 #include "UniqueFd.h"
 #include "sal/LogOutput.h"
+#include "sal/Path.h"
 #include "sal/ProcessFamily.h"
 
 namespace sal {
@@ -40,10 +40,7 @@ constexpr int s_maxTimeout = 3600;
 constexpr std::size_t s_maxWords = 4096;
 
 std::string programBesideThisOne(const std::string& name) {
-    std::array<char, PATH_MAX> path{};
-    const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
-    std::string own(path.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
-    return own.substr(0, own.rfind('/') + 1) + name;
+    return Path::getExeBasePath().getPathString() + "/" + name;
 }
 
 /// One trial: the child process and what it says. Ends the child and all that it started.

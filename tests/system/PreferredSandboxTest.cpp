@@ -1,3 +1,6 @@
+#include <sys/mount.h>
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "RefusedCalls.h"
@@ -44,6 +47,25 @@ TEST_F(PreferredSandbox, NothingOfTheMachineIsTouchedWhereItCanBeHad) {
         << host().log();
     EXPECT_EQ(readFile("/var/data/notes.txt"), "kept");
     EXPECT_FALSE(fs::is_symlink("/var/data/AXIS1"));
+}
+
+TEST_F(PreferredSandbox, ProgramsAreFoundBelowAChangedRoot) {
+    workplace().configure(TestWorkplace::entry("AXIS1", "Recorder", "queue"));
+    const std::string root = "/var/data/root";
+    fs::create_directory(root);
+    auto call = workplace().host({"--prefer-sandbox"});
+    call.beforeExec = [root, before = fs::current_path().string()] {
+        if (::mount("/", root.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0 ||
+            ::chroot(root.c_str()) != 0 || ::chdir(before.c_str()) != 0)
+            ::_exit(126);
+    };
+    start(call);
+    EXPECT_EQ(end(), 0) << host().log();
+    EXPECT_THAT(host().log(), HasSubstr("mfhost: runs in a sandbox: "));
+    EXPECT_THAT(host().log(), Not(HasSubstr("without being tried out")));
+    EXPECT_THAT(host().log(), Not(HasSubstr("cannot start")));
+    EXPECT_THAT(host().output(), HasSubstr("(ID: AXIS1)...m_moduleFileName="));
+    EXPECT_THAT(host().output(), Not(HasSubstr("FAILED!")));
 }
 
 TEST_F(PreferredSandbox, MachineServesWhereItIsRefused) {
