@@ -243,6 +243,9 @@ TEST_F(Control, MessagesOfADriverAreShownWhileSomebodyAsksForThem) {
     workplace().configure(entry("E", "queue") + entry("G", "direct"));
     startAndWait({"--control", socket()});
     ASSERT_EQ(mfctl("send E.INT name=BEFORE value=1 --wait taken").exitCode, 0);
+    // What the driver says to it comes later than that.
+    ASSERT_TRUE(eventually(
+        [&] { return mfctl("state E.BEFORE --json").text.find("\"text\":\"1\"") != std::string::npos; }));
     const HostProcess monitor({(TestWorkplace::build() / "bin/mfctl").string(),
                                {"--host", socket(), "monitor", "--wire", "E"},
                                {},
