@@ -15,6 +15,7 @@
 
 #include "FileReplacement.h"
 #include "Printable.h"
+#include "SegmentReader.h"
 
 namespace {
 
@@ -24,6 +25,9 @@ constexpr std::string_view s_suffix = ".seg";
 constexpr std::size_t s_digits = 8;
 /// A reader that is behind has at most so many records taken at a time.
 constexpr int s_mostPerStep = 100'000;
+constexpr std::chrono::seconds s_second{1};
+/// Among so many of the newest segments a host's last one is, where it has any.
+constexpr std::size_t s_newest = 8;
 
 /// For what a second may bring and for values that are replaced in it.
 std::size_t roomOf(std::size_t perSecond) {
@@ -101,6 +105,20 @@ stream::StreamRecord recordOf(std::uint32_t reason, const stream::StreamGap& gap
     return record;
 }
 
+/// The number of the last record of that host that stands in a segment; 0 for none.
+std::uint64_t lastKept(const std::string& directory, const std::string& instance) {
+    const std::vector<std::uint64_t> numbers = numbersIn(directory);
+    const std::size_t looked = std::min(numbers.size(), s_newest);
+    for (std::size_t i = 1; i <= looked; ++i) {
+        std::string error;
+        const auto pSegment =
+            stream::SegmentReader::open(pathOf(directory, numbers[numbers.size() - i]), error);
+        if (pSegment && pSegment->instance() == instance)
+            return pSegment->lastNumber();
+    }
+    return 0;
+}
+
 bool isValue(EKind kind) {
     return stream::ringOf(kind) == stream::ERing::Values;
 }
@@ -116,6 +134,34 @@ std::vector<std::string> Keeper::segments(const std::string& directory) {
 
 std::unique_ptr<Keeper> Keeper::open(const Settings& settings, const stream::StreamSource& source,
                                      Report report, std::string& error) {
+    return openAt(settings, source, stream::StreamCursor::oldest(), std::move(report), error);
+}
+
+void Keeper::keepRest(const Settings& settings, const stream::StreamSource& source, const Report& report) {
+    if (::access(settings.directory.c_str(), F_OK) != 0)
+        return;
+    const std::uint64_t kept = lastKept(settings.directory, source.instance());
+    if (kept >= source.lastNumber())
+        return;
+    const auto from = kept == 0 ? stream::StreamCursor::oldest()
+                                : stream::StreamCursor{stream::StreamCursor::EPlace::Exact, source.instance(),
+                                                       std::nullopt, kept + 1};
+    std::string error;
+    const auto pKeeper = openAt(settings, source, from, report, error);
+    if (!pKeeper) {
+        report("what a killed host had recorded last is in its black box alone: " + error, false);
+        return;
+    }
+    // Each step has a second's limit to itself.
+    auto now = Clock::now();
+    for (std::uint64_t before = 0; pKeeper->m_pReader->cursor().position > before; now += s_second) {
+        before = pKeeper->m_pReader->cursor().position;
+        pKeeper->step(now);
+    }
+}
+
+std::unique_ptr<Keeper> Keeper::openAt(const Settings& settings, const stream::StreamSource& source,
+                                       const stream::StreamCursor& from, Report report, std::string& error) {
     if (::mkdir(settings.directory.c_str(), 0700) != 0 && errno != EEXIST) {
         error = base::quoted(settings.directory) + " cannot be made: " + std::strerror(errno);
         return nullptr;
@@ -127,7 +173,7 @@ std::unique_ptr<Keeper> Keeper::open(const Settings& settings, const stream::Str
         error = base::quoted(settings.directory) + " cannot be written: " + std::strerror(errno);
         return nullptr;
     }
-    auto pReader = stream::StreamReader::open(source, stream::StreamCursor::oldest(), error);
+    auto pReader = stream::StreamReader::open(source, from, error);
     if (!pReader)
         return nullptr;
     const auto numbers = numbersIn(settings.directory);
@@ -161,7 +207,7 @@ void Keeper::step(Clock::time_point now) {
         else
             break;
     }
-    const bool isSecondOver = now - m_second >= std::chrono::seconds(1);
+    const bool isSecondOver = now - m_second >= s_second;
     const bool maySync = now - m_synced >= std::chrono::milliseconds(1000) / m_settings.syncsPerSecond;
     if (isSecondOver || (m_isUrgent && maySync))
         writeFrame(now);

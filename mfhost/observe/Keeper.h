@@ -39,6 +39,11 @@ public:
     /// directory cannot be had.
     static std::unique_ptr<Keeper> open(const Settings& settings, const stream::StreamSource& source,
                                         Report report, std::string& error);
+    /// Writes into a segment of its own what a host that has ended has in its rings and in none of its
+    /// segments, where that directory is still there. Before another host's keeper is opened, whose segments
+    /// come after it; takes as long as the disk does.
+    static void keepRest(const Settings& settings, const stream::StreamSource& source, const Report& report);
+
     /// Writes what there is.
     ~Keeper();
     Keeper(const Keeper&) = delete;
@@ -62,6 +67,9 @@ private:
     static constexpr std::uint32_t s_limit = 3;
     static constexpr std::uint32_t s_disk = 4;
 
+    static std::unique_ptr<Keeper> openAt(const Settings& settings, const stream::StreamSource& source,
+                                          const stream::StreamCursor& from, Report report,
+                                          std::string& error);
     Keeper(const Settings& settings, std::unique_ptr<stream::StreamReader> pReader, std::string instance,
            Report report, std::uint64_t nextFile);
 

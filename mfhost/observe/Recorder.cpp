@@ -76,6 +76,8 @@ void Recorder::run() {
 }
 
 void Recorder::openKeeper() {
+    for (const RingPlace::Left& left : m_left)
+        Keeper::keepRest({.directory = left.recording, .keep = m_settings.keep}, *left.pSource, m_report);
     if (m_settings.directory.empty())
         return;
     BlackBox::removeUnfinished(m_settings.directory + s_blackBoxes);

@@ -104,6 +104,56 @@ TEST_F(KeeperTest, WritesAFrameASecond) {
     EXPECT_EQ(Keeper::segments(place()), (Lines{place() + "/00000001.seg"}));
 }
 
+TEST_F(KeeperTest, RestOfAHostThatWasKilledIsASegmentOfItsOwn) {
+    const auto keepRest = [this] {
+        Keeper::keepRest({.directory = place()}, *m_pSource,
+                         [this](const std::string& line, bool) { m_said.push_back(line); });
+    };
+    m_pRing->write(at(1), event("a"));
+    keepRest();
+    EXPECT_FALSE(std::filesystem::exists(place()));
+    keeper()->step(m_now);
+    ASSERT_EQ(kept(), (Lines{"1:a"}));
+    keepRest();
+    EXPECT_EQ(Keeper::segments(place()).size(), 1u);
+    m_pRing->write(at(2), event("b"));
+    m_pRing->write(at(3), event("c"));
+    keepRest();
+    EXPECT_EQ(kept(), (Lines{"1:a", "2:b", "3:c"}));
+    EXPECT_EQ(Keeper::segments(place()).size(), 2u);
+    // Another host has written here since, and the first one's rings could not be removed.
+    const auto pFirst = std::move(m_pRing);
+    const auto pFirstSource = std::move(m_pSource);
+    stream::StreamRing::Settings settings = small();
+    settings.instance = "i2";
+    m_pRing = ringOf(settings);
+    m_pSource = std::make_unique<stream::StreamSource>(*m_pRing);
+    m_pRing->write(at(4), event("d"));
+    keeper()->step(m_now);
+    m_pSource = std::make_unique<stream::StreamSource>(*pFirst);
+    keepRest();
+    EXPECT_EQ(kept(), (Lines{"1:a", "2:b", "3:c", "1:d"}));
+    EXPECT_EQ(m_said, Lines{});
+}
+
+TEST_F(KeeperTest, RestOfAHostThatHadNoSegmentYetIsAllThatThereIs) {
+    m_pRing->write(at(1), event("a"));
+    m_pRing->write(at(2), event("b"));
+    std::filesystem::create_directory(place());
+    Keeper::keepRest({.directory = place()}, *m_pSource, [](const std::string&, bool) {});
+    EXPECT_EQ(kept(), (Lines{"1:a", "2:b"}));
+}
+
+TEST_F(KeeperTest, RestThatCannotBeKeptIsSaid) {
+    m_directory.write("recording", "");
+    m_pRing->write(at(1), event("a"));
+    Keeper::keepRest({.directory = place()}, *m_pSource,
+                     [this](const std::string& line, bool) { m_said.push_back(line); });
+    ASSERT_EQ(m_said.size(), 1u);
+    EXPECT_TRUE(m_said[0].starts_with("what a killed host had recorded last is in its black box alone: "))
+        << m_said[0];
+}
+
 TEST_F(KeeperTest, WhatEndsADriverIsThereAtOnceTenTimesASecond) {
     const auto pSut = keeper();
     m_pRing->write(at(1), event("before"));

@@ -116,6 +116,9 @@ TEST_F(RecorderTest, RingThatADeadHostHasLeftHasABlackBox) {
     ASSERT_EQ(found.size(), 1u);
     EXPECT_THAT(found[0], EndsWith("-host-killed.seg"));
     EXPECT_THAT(linesOf(found[0]), Contains(EndsWith("A output last words")));
+    const Lines segments = Keeper::segments(m_directory.path("other"));
+    ASSERT_EQ(segments.size(), 1u);
+    EXPECT_THAT(linesOf(segments[0]), Contains(EndsWith("A output last words")));
     EXPECT_FALSE(std::filesystem::exists(place()));
 }
 
