@@ -19,6 +19,8 @@ constexpr std::chrono::milliseconds s_states{200};
 /// What a site may answer late by, beside its own limit.
 constexpr std::chrono::seconds s_patience{5};
 constexpr std::size_t s_longestPayload = 64 * 1024;
+/// Of what is remembered of others' messages: boot IDs with their numbers, correlation data.
+constexpr std::size_t s_longestID = 128;
 /// One tick tells of so many other sites; of further ones the next ticks do.
 constexpr std::size_t s_mostHeard = 8;
 constexpr const char* s_delay = "LINK_DELAY";
@@ -42,9 +44,10 @@ void report(IPanelState& panel, const std::string& id, const ILinkHost::Value& v
     std::visit(Reporter{panel, id}, value);
 }
 
-/// The boot ID in "BOOT:17"; empty where there is none.
+/// The boot ID in "BOOT:17"; empty where there is none, and for one that is longer than any: thousands are
+/// kept.
 std::string bootOf(const std::string& id) {
-    const auto parsed = linkpayload::Tick::parse(id);
+    const auto parsed = id.size() <= s_longestID ? linkpayload::Tick::parse(id) : std::nullopt;
     return parsed ? parsed->boot : std::string();
 }
 
@@ -530,7 +533,7 @@ void LinkCore::takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMes
         isEcho(parts.driver, parts.name))
         return;
     const auto event = linkpayload::event(message.payload);
-    if (event && m_seen.isNew(bootOf(event->id), event->id))
+    if (event && !bootOf(event->id).empty() && m_seen.isNew(bootOf(event->id), event->id))
         far.link.panel().triggerEvent(key(parts), event->value);
 }
 
@@ -616,8 +619,9 @@ void LinkCore::takeFid(const LinkTopics::Parts& parts, const LinkMessage& messag
     if (bootOf(id).empty() || !m_seen.isNew(bootOf(id), id))
         return;
     const auto topic = LinkTopics::parse(message.responseTopic);
-    // Nobody makes this site write anywhere but where it answers.
-    const bool hasReply = topic && topic->kind == LinkTopics::EKind::Reply && topic->site == m_site;
+    // Nobody makes this site write anywhere but where it answers, and keep more than an answer needs.
+    const bool hasReply = topic && topic->kind == LinkTopics::EKind::Reply && topic->site == m_site &&
+                          topic->driver.size() <= s_longestID && message.correlation.size() <= s_longestID;
     const std::string replyTopic = hasReply ? message.responseTopic : std::string();
     if (const auto refused = refusal(*pFar, parts, message, now)) {
         pFar->link.say(ELevel::eWarning,

@@ -695,6 +695,24 @@ TEST_F(LinkCoreTest, WhatCameOverALinkGoesOutOverAnotherOnlyWithTransit) {
     EXPECT_EQ(last("mf/1/SITE2/fid/AXIS1/MOVE").property("path"), "SITE3,SITE1");
 }
 
+TEST_F(LinkCoreTest, LongIDsOfAStrangerAreNotKept) {
+    connectBoth();
+    const std::string most = std::string(126, 'x') + ":1";
+    for (const std::string& id : {most, "x" + most}) {
+        LinkMessage event{.topic = "mf/1/SITE2/event/AXIS1/HOT"};
+        event.payload = linkpayload::text(linkpayload::Event{"hot", {}, id});
+        m_one.core.received(event, m_now);
+        EXPECT_TRUE(send("AXIS1.MOVE"));
+        LinkMessage fid = last("mf/1/SITE2/fid/AXIS1/MOVE");
+        for (auto& [name, value] : fid.properties)
+            value = name == "id" ? id : value;
+        m_two.pEnd->inbox.clear();
+        m_two.core.received(fid, m_now);
+    }
+    EXPECT_THAT(m_one.host.events_, ElementsAre("AXIS1.HOT hot"));
+    EXPECT_THAT(m_two.host.done, ElementsAre("AXIS1.MOVE x=5 by SITE1"));
+}
+
 TEST_F(LinkCoreTest, ReplyGoesNowhereButWhereThisSiteAnswers) {
     connectBoth();
     EXPECT_TRUE(send("AXIS1.MOVE"));
