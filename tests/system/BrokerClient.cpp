@@ -12,24 +12,33 @@ public:
     bool isConnected = false;
 };
 
-BrokerClient::BrokerClient(const std::string& user, const std::string& password) {
-    LinkSettings::Broker broker;
-    broker.host = "127.0.0.1";
-    broker.port = 1883;
-    broker.password = password;
-    const LinkMessage will{.topic = "gone/" + user, .payload = "{}"};
-    m_pConnection = std::make_unique<Connection>(
-        user, broker, will,
-        BrokerConnection::Handlers{
-            .connected = [this] { m_pConnection->isConnected = true; },
-            .received = [this](const LinkMessage& message) { m_received.push_back(message); }});
-}
+BrokerClient::BrokerClient(const std::string& user, const std::string& password)
+    : m_user(user), m_password(password) {}
 
 BrokerClient::~BrokerClient() = default;
 
-bool BrokerClient::connect() {
+void BrokerClient::begin() {
+    LinkSettings::Broker broker;
+    broker.host = "127.0.0.1";
+    broker.port = 1883;
+    broker.password = m_password;
+    const LinkMessage will{.topic = "gone/" + m_user, .payload = "{}"};
+    m_pConnection = std::make_unique<Connection>(
+        m_user, broker, will,
+        BrokerConnection::Handlers{
+            .connected = [this] { m_pConnection->isConnected = true; },
+            .received = [this](const LinkMessage& message) { m_received.push_back(message); }});
     m_pConnection->open();
-    return until([this] { return m_pConnection->isConnected; });
+}
+
+bool BrokerClient::connect() {
+    begin();
+    return until([this] {
+        // A broker that has just been started does not listen yet.
+        if (!m_pConnection->fault().empty())
+            begin();
+        return m_pConnection->isConnected;
+    });
 }
 
 bool BrokerClient::subscribe(const std::string& topics) {

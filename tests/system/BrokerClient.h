@@ -29,6 +29,10 @@ public:
 private:
     class Connection;
 
+    void begin();
+
+    const std::string m_user;
+    const std::string m_password;
     std::unique_ptr<Connection> m_pConnection;
     std::vector<LinkMessage> m_received;
 };

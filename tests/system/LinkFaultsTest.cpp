@@ -209,3 +209,77 @@ TEST_F(LinkFaults, WhoSubscribesToEverythingHearsWhatItsLineSaysAlone) {
     EXPECT_THAT(payloads(all, "mf/1/SITE1/fid/E/INT"), Not(testing::Contains("{}")));
     endAll();
 }
+
+TEST_F(LinkFaults, FloodOfAStrangerHoldsNobodyUp) {
+    startAll();
+    expectSets("17");
+    BrokerClient stranger("STRANGER", "third");
+    ASSERT_TRUE(stranger.connect());
+    constexpr int count = 2000;
+    for (int i = 0; i < count; ++i) {
+        const std::string id = std::to_string(i);
+        // Commands that no site has sent, of ever new instances, and values of drivers that nobody imports.
+        ASSERT_TRUE(stranger.publish(
+            {.topic = "mf/1/SITE1/fid/E/INT",
+             .payload = R"({"p": [["name","N"],["value","666"]]})",
+             .correlation = id,
+             .properties = {
+                 {"id", "x" + id + ":1"}, {"from", "SITE2"}, {"path", "SITE2"}, {"tick", "x:1"}}}));
+        ASSERT_TRUE(stranger.publish(
+            {.topic = "mf/1/SITE2/state/X/N" + id,
+             .payload = R"({"v": 666, "t": "int", "at": "2026-11-22T12:15:16.900Z", "boot": "x", "n": 1})",
+             .isRetained = true}));
+    }
+    EXPECT_TRUE(host().repliesWith("state --now SITE2.LINK", "SITE2\\.LINK +string +up ")) << host().log();
+    EXPECT_THAT(host().ask("state --now *"), Not(HasSubstr("666")));
+    EXPECT_THAT(other().ask("state --now *"), Not(HasSubstr("666")));
+    expectSets("18");
+    endAll();
+}
+
+TEST_F(LinkFaults, FarDriverThatIsReloadedHasNoLiveValueOfBefore) {
+    startAll();
+    expectSets("17");
+    other().type("reloadDriver E");
+    EXPECT_TRUE(other().repliesWith("drivers", "E +Echo .* running ")) << other().output();
+    // Its next instance has not set it: it is gone or stale, whichever the other host says.
+    EXPECT_TRUE(eventually([&] {
+        const std::string shown = host().ask("state --now SITE2.E.N");
+        return shown.find(" stale ") != std::string::npos ||
+               shown.find("no state value matches") != std::string::npos;
+    })) << host().output();
+    EXPECT_TRUE(host().repliesWith("state --now SITE2.LINK", "SITE2\\.LINK +string +up ")) << host().log();
+    expectSets("18");
+    endAll();
+}
+
+TEST_F(LinkFaults, SiteThatIsRenamedIsAwayUnderItsFormerName) {
+    startAll();
+    expectSets("17");
+    const std::filesystem::path file = m_pOther->workdir() / "data/SITE1/link.xml";
+    std::string link = readFile(file);
+    link.replace(link.find("SITE2"), 5, "STRANGER");
+    writeFile(file, link);
+    writeFile(file.parent_path() / "password", "third\n");
+    other().type("reloadDriver SITE1");
+    expectStale("SITE2 is away");
+    EXPECT_TRUE(host().repliesWith("state --now SITE2.LINK", "SITE2\\.LINK +string +SITE2 is away"))
+        << host().output();
+    host().type("sendFID SITE2.E.INT name=N value=18");
+    EXPECT_TRUE(host().waitForLog("SITE2: E.INT is not sent: SITE2 is away\n")) << host().log();
+    EXPECT_TRUE(other().repliesWith("state --now E.N", "E\\.N +int +17 +E +[0-9]+ s +yes"))
+        << other().output();
+    endAll(3);
+}
+
+TEST_F(LinkFaults, BrokerWithAnExpiredCertificateGetsNothing) {
+    secure("ca.pem", "-1");
+    startBroker();
+    start();
+    EXPECT_TRUE(host().repliesWith("state --now SITE2.LINK",
+                                   "SITE2\\.LINK +string +no broker: 127\\.0\\.0\\.1 port "
+                                   "8883: A TLS error occurred\\."))
+        << host().output() << host().log();
+    EXPECT_THAT(m_pBroker->log(), Not(HasSubstr("SITE1")));
+    EXPECT_EQ(end(), 0);
+}

@@ -47,8 +47,9 @@ protected:
                       "\n");
     }
 
-    /// From now on broker and links speak TLS; the links trust that file of the test's directory.
-    void secure(const std::string& trusted) {
+    /// From now on broker and links speak TLS; the links trust that file of the test's directory. The
+    /// broker's certificate is good for so many days.
+    void secure(const std::string& trusted, const std::string& days = "1") {
         const std::string directory = workplace().directory().string();
         for (const char* pCall :
              {"req -x509 -subj /CN=authority -days 1 -keyout ca.key -out ca.pem",
@@ -58,7 +59,8 @@ protected:
                                               " -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"));
         ASSERT_TRUE(PrivateMachine::shell("cd " + directory +
                                           " && openssl x509 -req -in broker.csr -CA ca.pem -CAkey ca.key "
-                                          "-CAcreateserial -copy_extensions copy -days 1 -out broker.pem"));
+                                          "-CAcreateserial -copy_extensions copy -out broker.pem -days " +
+                                          days));
         std::string settings = readFile(directory + "/broker.conf");
         settings.replace(settings.find("1883"), 4, "8883");
         for (const auto& [name, file] :
