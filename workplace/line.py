@@ -9,7 +9,7 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "python"))
 import mfdqueue  # noqa: E402  # it lies beside the hosts' other drivers
 
-COMMANDS = {"CUT": "cut", "HALF": "half", "HEAL": "heal"}
+COMMANDS = {"CUT": "cut", "HALF": "half", "HEAL": "heal", "MUTE": "mute"}
 
 
 def ask(command):
@@ -22,7 +22,7 @@ def ask(command):
 
 
 class Line(mfdqueue.Driver):
-    """Takes CUT, HALF and HEAL site=north or south; shows NORTH and SOUTH: whole, half or cut."""
+    """Takes CUT, HALF, HEAL and MUTE site=north or south; shows NORTH and SOUTH: whole, half, mute or cut."""
 
     interval = 1.0
 
@@ -31,7 +31,7 @@ class Line(mfdqueue.Driver):
 
     def fid(self, name, parameters):
         if name not in COMMANDS:
-            mfdqueue.log(f'unknown FID "{name}"; known are CUT, HALF, HEAL', mfdqueue.WARNING)
+            mfdqueue.log(f'unknown FID "{name}"; known are CUT, HALF, HEAL, MUTE', mfdqueue.WARNING)
             return
         site = dict(parameters).get("site", "north")
         outcome, _, text = ask(f"{COMMANDS[name]} {site}").partition("\n")

@@ -140,21 +140,31 @@ class SiteTest(unittest.TestCase):
 
     def test_fid_that_a_half_open_line_holds_up_is_not_done_late(self):
         self.start()
-        self.ask("south", "send", "NORTH.SYS.MARK", "text=first")
-        self.until(lambda: self.mark("south") == ("first", None), "the first FID is not done")
-        self.assertEqual(self.tell("half", "north").stdout, "the line of NORTH is half\n")
-        # SOUTH cannot know yet.
-        self.ask("south", "send", "NORTH.SYS.MARK", "text=late")
-        self.until(lambda: self.mark("south")[1], "south shows the value as live")
+        self.hold_up("half", "south", "north")
+
+    def test_fid_that_a_mute_line_holds_up_is_not_done_late(self):
+        self.start()
+        self.hold_up("mute", "north", "south")
+
+    def hold_up(self, command, sender, receiver):
+        """A FID is sent over NORTH's line just when that lets nothing more through."""
+        other = receiver.upper()
+        self.ask(sender, "send", f"{other}.SYS.MARK", "text=first")
+        self.until(lambda: self.mark(sender) == ("first", None), "the first FID is not done")
+        self.assertEqual(self.tell(command, "north").stdout, f"the line of NORTH is {command}\n")
+        # The sender cannot know yet.
+        self.ask(sender, "send", f"{other}.SYS.MARK", "text=late")
+        self.until(lambda: not self.link(receiver)["up"], "the receiver does not notice")
+        self.until(lambda: self.mark(sender)[1], "the sender shows the value as live")
         self.assertEqual(self.tell("heal", "north").stdout, "the line of NORTH is whole\n")
-        self.until(lambda: self.mark("south")[1] is None, "south has no live value again")
+        self.until(lambda: self.mark(sender)[1] is None, "the sender has no live value again")
         # A FID that comes after it: what was held up has come by then, or never will.
-        self.until(lambda: self.link("north")["up"], "north is not up")
-        self.ask("south", "send", "NORTH.SYS.REPORT")
-        self.assertEqual(self.mark("south"), ("first", None))
-        (own,) = self.ask("north", "state", "SYS.MARK")["values"]
+        self.until(lambda: self.link(receiver)["up"], "the receiver is not up")
+        self.ask(sender, "send", f"{other}.SYS.REPORT")
+        self.assertEqual(self.mark(sender), ("first", None))
+        (own,) = self.ask(receiver, "state", "SYS.MARK")["values"]
         self.assertEqual(own["text"], "first")
-        told = [line["text"] for line in self.ask("south", "log", "NORTH")["lines"] if "SYS.MARK: " in line["text"]]
+        told = [line["text"] for line in self.ask(sender, "log", other)["lines"] if "SYS.MARK: " in line["text"]]
         self.assertEqual(len(told), 1, told)
         self.assertRegex(told[0], "SYS.MARK: (expired|not known): ")
 
@@ -167,7 +177,7 @@ class SiteTest(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr), (1, "site: there are the lines of north and south\n"))
         done = self.tell("bend")
         self.assertEqual((done.returncode, done.stderr), (
-            1, 'site: there is no command "bend"; there are cut, half, heal, status, panel and quit\n'))  # fmt: skip
+            1, 'site: there is no command "bend"; there are cut, half, mute, heal, status, panel and quit\n'))  # fmt: skip
         self.site.stdin.close()
         self.assertEqual(self.site.wait(PATIENCE), 0, self.log.read_text())
         self.assert_nothing_is_left()
