@@ -32,10 +32,11 @@ ValueReports reportsOf(const HostProgram& host, const fs::path& directory, const
 
 void HostRecorder::measure(bool isRecorded, const fs::path& directory, int pair, double seconds,
                            int round) const {
-    HostProgram host({.directory = directory,
-                      .drivers = 3,
-                      .driversInHost = 1,
-                      .options = {"--start-wait=attached", isRecorded ? "--record-keep=1G" : "--record-off"}});
+    HostProgram host(
+        {.directory = directory,
+         .drivers = 3,
+         .driversInHost = 1,
+         .options = {"--start-wait=attached", isRecorded ? "--record-keep=1G" : "--record-off"}});
     host.start();
     reportsOf(host, directory, "").report(2, 1);
     for (const Load& load : g_loads) {

@@ -390,7 +390,7 @@ std::optional<CommandThread::Hold> CommandShell::fullQueueFor(const std::string&
     // A process that is not the host's own has nobody who ends it.
     if (!hasProcess && now - wait.since >= m_context.queuePatience)
         return std::nullopt;
-    return CommandThread::Hold{driverID, wait.since};
+    return CommandThread::Hold{driverID, wait.since, wait.received};
 }
 
 /// Why the FID is not sent to the driver; empty where it is. Operators leave room for others. What a script

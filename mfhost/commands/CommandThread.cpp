@@ -152,7 +152,7 @@ bool CommandThread::passesGate(const Item& item, std::unique_lock<std::mutex>& l
     lane->second.wait.reset();
     if (!hold)
         return true;
-    lane->second.wait = CommandWait{item.what, std::move(hold->driverID), hold->since};
+    lane->second.wait = CommandWait{item.what, std::move(hold->driverID), hold->since, hold->received};
     lane->second.next = Clock::now() + s_gateInterval;
     return false;
 }

@@ -25,7 +25,8 @@ public:
     /// What a task has to wait for: a driver whose input queue is full.
     struct Hold {
         std::string driverID;
-        Clock::time_point since;  ///< it has taken nothing since then
+        Clock::time_point since;     ///< when it was seen that full
+        std::uint32_t received = 0;  ///< messages that the driver had taken then
     };
     using Gate = std::function<std::optional<Hold>()>;
 

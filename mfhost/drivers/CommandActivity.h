@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 
 /// What the command thread is doing, for the supervisor, which watches that it does not hang.
@@ -16,5 +17,6 @@ struct CommandActivity {
 struct CommandWait {
     std::string what;                             ///< the command line
     std::string driverID;                         ///< whose queue is full
-    std::chrono::steady_clock::time_point since;  ///< that driver has taken nothing
+    std::chrono::steady_clock::time_point since;  ///< when it was seen that full
+    std::uint32_t received = 0;                   ///< messages that the driver had taken then
 };

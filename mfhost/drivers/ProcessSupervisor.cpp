@@ -258,7 +258,7 @@ void ProcessSupervisor::endStart(const std::string& driverID, const std::string&
 }
 
 bool ProcessSupervisor::isBusy() {
-    if (isShuttingDown() || m_environment.activity().busy)
+    if (isShuttingDown() || m_environment.activity().busy || !waits().empty())
         return true;
     const auto processes = m_processes.lock();
     return std::any_of(processes.begin(), processes.end(),
@@ -435,14 +435,32 @@ void ProcessSupervisor::checkCommand(const CommandActivity& activity, Clock::tim
     }
 }
 
-/// Commands that wait for room in a driver's input queue, which the command thread does not wait with.
+/// Commands that wait for room in a driver's input queue, which the command thread does not wait with. It may
+/// be busy, and not have seen yet that there was room meanwhile.
 void ProcessSupervisor::checkWaits(Clock::time_point now) {
-    if (!m_environment.waits)
+    const auto waits = this->waits();
+    std::erase_if(m_waitsSeen, [&](const auto& seen) {
+        return std::none_of(waits.begin(), waits.end(), [&](const CommandWait& wait) {
+            return wait.driverID == seen.first.first && wait.since == seen.first.second;
+        });
+    });
+    if (waits.empty())
         return;
-    for (const CommandWait& wait : m_environment.waits()) {
-        if (m_limits.isStopOver(wait.since, now))
+    const auto queues = m_environment.queues();
+    for (const CommandWait& wait : waits) {
+        const auto queue = std::find_if(queues.begin(), queues.end(), [&](const auto& candidate) {
+            return candidate.name == protocol::inputQueue(wait.driverID);
+        });
+        SeenTime& seen =
+            m_waitsSeen.try_emplace({wait.driverID, wait.since}, 4 * StopLimits::s_interval).first->second;
+        if (seen.look(wait.since, now) >= m_settings.stopTimeout && queue != queues.end() &&
+            queue->depth >= queue->capacity && queue->received == wait.received)
             endStuck({.driverID = wait.driverID}, wait.what);
     }
+}
+
+std::vector<CommandWait> ProcessSupervisor::waits() const {
+    return m_environment.waits ? m_environment.waits() : std::vector<CommandWait>();
 }
 
 /// False when the driver has no process of the host's.

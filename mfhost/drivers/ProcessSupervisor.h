@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "CommandActivity.h"
@@ -18,6 +19,7 @@
 #include "ProcessEnd.h"
 #include "ProcessTable.h"
 #include "QueueLossDetector.h"
+#include "SeenTime.h"
 #include "StackDump.h"
 #include "StopLimits.h"
 #include "TrafficMeter.h"
@@ -149,6 +151,7 @@ private:
     void check();
     void checkCommand(const CommandActivity& activity, Clock::time_point now);
     void checkWaits(Clock::time_point now);
+    std::vector<CommandWait> waits() const;
     bool endStuck(const StopLimits::Stuck& stuck, const std::string& heldUp);
     void checkQueueWait(const CommandActivity& activity, Clock::time_point now);
     void checkCall(const CommandActivity& activity, Clock::time_point now);
@@ -179,6 +182,8 @@ private:
 
     ProcessTable m_processes;
     StopLimits m_limits;
+    /// How long each command that waits for a driver was seen to wait. The thread's own.
+    std::map<std::pair<std::string, Clock::time_point>, SeenTime> m_waitsSeen;
 
     mutable std::mutex m_mutex;
     bool m_stopping = false;

@@ -97,6 +97,13 @@ protected:
         }));
     }
     /// What the command thread does; with a driver it loads that one anew.
+    static sal::MessageQueue::Status full(const std::string& name, std::uint32_t received) {
+        sal::MessageQueue::Status queue;
+        queue.name = name;
+        queue.capacity = queue.depth = 8;
+        queue.received = received;
+        return queue;
+    }
     void setWaits(const std::vector<CommandWait>& waits) {
         {
             const std::lock_guard lock(m_mutex);
@@ -362,6 +369,17 @@ protected:
         : ProcessSupervisorTest(shortTimesBut([](auto& settings) {
               settings.stopTimeout = 1h;
               settings.shutdownLimit = 3h;
+          })) {}
+};
+
+/// Nobody either who takes no messages.
+class ProcessSupervisorThatEndsNobody : public ProcessSupervisorTest {
+protected:
+    ProcessSupervisorThatEndsNobody()
+        : ProcessSupervisorTest(shortTimesBut([](auto& settings) {
+              settings.stopTimeout = 1h;
+              settings.shutdownLimit = 3h;
+              settings.hangTimeout = 0ms;
           })) {}
 };
 
@@ -686,15 +704,38 @@ TEST_F(ProcessSupervisorTest, EndsTheDriverWhoseFullQueueHoldsUpTheCommandThread
     EXPECT_TRUE(hasLogged("has not taken a message for 0.3 s and holds up \"sendFID B.GO\""));
 }
 
-TEST_F(ProcessSupervisorTest, EndsTheDriverThatACommandWaitsForThoughTheCommandThreadIsFree) {
+TEST_F(ProcessSupervisorThatLooksSeldom, EndsTheDriverThatACommandWaitsForThoughTheCommandThreadIsFree) {
     start("A");
     start("B");
+    setQueues({full("A_INQ", 5), full("B_INQ", 7)});
     const auto now = std::chrono::steady_clock::now();
-    setWaits({{"sendFID A.GO", "A", now + 1h}, {"sendFID B.GO", "B", now}});
+    setWaits({{"sendFID A.GO", "A", now + 1h, 5}, {"sendFID B.GO", "B", now, 7}});
     ASSERT_TRUE(hasEnded("B"));
     EXPECT_TRUE(m_drivers.isRunning("A"));
     EXPECT_TRUE(hasLogged("has not taken a message for 0.3 s and holds up \"sendFID B.GO\""));
     EXPECT_EQ(std::string::npos, log().find("unexpectedly"));
+}
+
+// The command thread is inside another command, and has not looked at the queue again.
+TEST_F(ProcessSupervisorThatLooksSeldom, LeavesADriverAloneThatHasTakenAMessageSinceACommandBeganToWait) {
+    start("A");
+    start("B");
+    auto hasRoom = full("B_INQ", 7);
+    hasRoom.depth = 3;
+    setQueues({full("A_INQ", 6), hasRoom});
+    const auto now = std::chrono::steady_clock::now();
+    setWaits({{"sendFID A.GO", "A", now, 5}, {"sendFID B.GO", "B", now, 7}});
+    std::this_thread::sleep_for(700ms);
+    EXPECT_TRUE(m_drivers.isRunning("A"));
+    EXPECT_TRUE(m_drivers.isRunning("B"));
+}
+
+TEST_F(ProcessSupervisorThatEndsNobody, WaitThatItHasNotSeenDoesNotCount) {
+    start("B");
+    setQueues({full("B_INQ", 7)});
+    setWaits({{"sendFID B.GO", "B", std::chrono::steady_clock::now() - 2h, 7}});
+    std::this_thread::sleep_for(300ms);
+    EXPECT_TRUE(m_drivers.isRunning("B"));
 }
 
 TEST_F(ProcessSupervisorTest, QueueToTheHostDoesNotHideTheDriverThatHoldsUpTheCommandThread) {
