@@ -66,7 +66,8 @@ base::UniqueFd lockWriter(const std::string& path, std::string& error) {
     return file;
 }
 
-/// The memory, all of it there, mapped and zero.
+/// The memory, all of it there, mapped and zero. Its pages are made ready later: that takes longer than all
+/// the rest.
 std::byte* mapNew(int descriptor, std::size_t size, std::string& error) {
     const auto refuse = [&](const std::string& what, int code) {
         error = what + ": " + std::strerror(code);
@@ -75,7 +76,7 @@ std::byte* mapNew(int descriptor, std::size_t size, std::string& error) {
     // What the file system has no memory for is an error here, and would be a signal later.
     if (const int code = ::posix_fallocate(descriptor, 0, static_cast<off_t>(size)); code != 0)
         return refuse(inMegabytes(size) + " cannot be had", code);
-    void* pBase = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, descriptor, 0);
+    void* pBase = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
     if (pBase == MAP_FAILED)
         return refuse(inMegabytes(size) + " cannot be mapped", errno);
     ::madvise(pBase, size, MADV_DONTFORK);
@@ -86,6 +87,8 @@ std::byte* mapNew(int descriptor, std::size_t size, std::string& error) {
 /// Of a driver's share: with less than this it counts as had. An exact bound would have who asks make each
 /// record that is just too long.
 constexpr std::size_t s_leastRoom = 512;
+/// Made ready at a time: less than a millisecond.
+constexpr std::size_t s_slice = std::size_t{1} << 20;
 
 std::uint32_t randomSalt() {
     std::uint32_t salt = 0;
@@ -176,6 +179,16 @@ StreamRing::StreamRing(const Settings& settings, Time now, base::UniqueFd lock, 
 
 StreamRing::~StreamRing() {
     ::munmap(m_pBase, m_fileSize);
+}
+
+bool StreamRing::makeReady() noexcept {
+    if (m_ready >= m_fileSize)
+        return true;
+    const std::size_t size = std::min(s_slice, m_fileSize - m_ready);
+    // An old kernel cannot; each page is made ready by who writes there first then.
+    const bool isDone = ::madvise(m_pBase + m_ready, size, MADV_POPULATE_WRITE) == 0;
+    m_ready = isDone ? m_ready + size : m_fileSize;
+    return m_ready >= m_fileSize;
 }
 
 std::uint64_t StreamRing::write(Time when, const StreamEntry& entry) noexcept {

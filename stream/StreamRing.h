@@ -44,6 +44,10 @@ public:
     StreamRing(const StreamRing&) = delete;
     StreamRing& operator=(const StreamRing&) = delete;
 
+    /// Makes the next megabyte ready, so that no writer has to wait for the kernel there. True when all is.
+    /// One thread, beside the writers.
+    bool makeReady() noexcept;
+
     /// Records it as of that time. Its number; 0 when it is not recorded, which is counted: its driver has
     /// had its share of the audit ring, or its place was lapped while it was written.
     std::uint64_t write(Time when, const StreamEntry& entry) noexcept;
@@ -100,6 +104,7 @@ private:
     const std::array<std::size_t, s_rings> m_sizes;
     const std::chrono::nanoseconds m_youth;
     const std::size_t m_fileSize;
+    std::size_t m_ready = 0;  ///< bytes from the beginning
     const base::UniqueFd m_lock;
     std::byte* const m_pBase;
     std::array<std::uint64_t*, s_rings> m_pWords{};

@@ -98,9 +98,10 @@ struct FidTrail::Trail {
     std::array<char, 255> queue{};
     std::uint64_t reports = 0;
     std::uint64_t deliveredBefore = 0;
-    bool hasMessage = false;    ///< with a FID that is not delivered yet; the module's own buffer is reused
-    bool isSpent = false;       ///< its sender has had its share: the FID is not looked at
-    std::uint64_t refused = 0;  ///< of these, not told yet
+    bool hasMessage = false;      ///< with a FID that is not delivered yet; the module's own buffer is reused
+    bool isSpent = false;         ///< its sender has had its share: the FID is not looked at
+    std::uint32_t spentTick = 0;  ///< when that was looked at
+    std::uint64_t refused = 0;    ///< of these, not told yet
     std::size_t messageLength = 0;
     std::array<unsigned char, protocol::maximumLength> message{};
 
@@ -269,9 +270,7 @@ void FidTrail::reachesNobody(Taken& taken, const std::string& fid, const FIDPara
 void FidTrail::fidBegins(const std::string& driverID, const std::string& function,
                          const FIDParameterList& parameters) {
     Trail& trail = t_trail;
-    const bool isSending = trail.pSending && trail.pSending->m_isPending;
-    if (trail.isSpent && trail.hasMessage && trail.depth == 0 && !isSending &&
-        trail.serial == m_observation.serial()) {
+    if (passesOver(trail)) {
         passOver(trail);
         trail.enter(driverID, trail.sender);
         return;
@@ -348,6 +347,8 @@ void FidTrail::sent(const std::string& queue, const unsigned char* data, int len
         return;
     }
     Trail& trail = t_trail;
+    if (passesOver(trail))
+        return passOver(trail);
     const std::string_view message = fieldsOf(data, length);
     Taken taken;
     if (!take(trail, driverID, firstText(message), taken)) {
@@ -376,7 +377,10 @@ void FidTrail::received(const std::string& queue, const unsigned char* data, int
         settle(trail);
     if (hasCode(data, length, protocol::dispatchFID)) {
         trail.hasMessage = true;
-        trail.isSpent = m_observation.isSpent(trail.sender);
+        // In a flood the share is looked at once a tick.
+        const std::uint32_t now = m_observation.ticks();
+        trail.isSpent = (trail.isSpent && trail.spentTick == now) || m_observation.isSpent(trail.sender);
+        trail.spentTick = now;
         if (trail.isSpent)
             return;
         trail.messageLength = std::min<std::size_t>(static_cast<std::size_t>(length), trail.message.size());
@@ -404,6 +408,7 @@ void FidTrail::beginReceiving(Trail& trail, const std::string& queue) {
         tellRefused(trail);
     trail.serial = 0;
     trail.hasMessage = false;
+    trail.isSpent = false;
     if (!queue.ends_with(s_outputEnd) || queue.size() > trail.queue.size())
         return;
     trail.serial = m_observation.serial();
@@ -428,6 +433,12 @@ void FidTrail::endPending(Trail& trail) {
     takeMessage(trail, taken);
     if (!taken.isSpent)
         reachesNobody(taken, std::string(firstText(taken.record.fields)), nullptr);
+}
+
+/// Whether what happens now is the delivery of a message whose FID is only counted.
+bool FidTrail::passesOver(const Trail& trail) const {
+    return trail.isSpent && trail.hasMessage && trail.depth == 0 &&
+           !(trail.pSending && trail.pSending->m_isPending) && trail.serial == m_observation.serial();
 }
 
 /// The message's FID: it is only counted.

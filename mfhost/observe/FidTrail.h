@@ -106,6 +106,7 @@ private:
     void beginReceiving(Trail& trail, const std::string& queue);
     void settle(Trail& trail);
     void endPending(Trail& trail);
+    bool passesOver(const Trail& trail) const;
     void passOver(Trail& trail);
     void tellRefused(Trail& trail);
 

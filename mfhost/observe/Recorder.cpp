@@ -89,6 +89,7 @@ void Recorder::openKeeper() {
 }
 
 void Recorder::round(bool isLast) {
+    m_ring.makeReady();
     if (m_beforeRound)
         m_beforeRound();
     const auto now = Clock::now();

@@ -394,8 +394,14 @@ void StateStore::write(Shard& shard, Kept& kept, Clock::time_point when) {
 void StateStore::recordEvent(Shard& shard, const Event& event) {
     ++Observation::ofThread().delivered;
     const std::uint16_t driver = streamNumber(shard);
-    if (m_pObservation->isSpent(driver))
-        return m_pObservation->addRefused(driver, 1);
+    // In a flood the share is looked at once a tick.
+    const std::uint32_t tick = m_pObservation->ticks();
+    if ((shard.refusedEvents > 0 && shard.refusedTick == tick) || m_pObservation->isSpent(driver)) {
+        shard.refusedTick = tick;
+        if (shard.refusedEvents++ == 0)
+            m_pObservation->holdBack();
+        return;
+    }
     recordHeldBack(shard);
     const Observation::Time time = event.when;
     m_pObservation->stream().event(time, {m_pObservation->keys().key(driver, event.id, time), event.id},
@@ -404,6 +410,8 @@ void StateStore::recordEvent(Shard& shard, const Event& event) {
 
 /// In the order in which they have changed. Those that did so last stand at the end.
 void StateStore::recordHeldBack(Shard& shard) {
+    if (shard.refusedEvents > 0)
+        m_pObservation->addRefused(streamNumber(shard), std::exchange(shard.refusedEvents, 0));
     Position kept = shard.entries.end();
     for (std::size_t found = 0; found < shard.heldBack && kept != shard.entries.begin();)
         found += (--kept)->isHeldBack ? 1 : 0;

@@ -278,9 +278,11 @@ private:
         Room hostRoom;                 ///< the host's: all its values are in the panel driver's shard
         std::vector<Listener*> listeners;
         std::uint64_t arrivals = 0;
-        std::uint64_t changes = 0;       ///< arrivals that were news
-        std::size_t heldBack = 0;        ///< values whose last change is not recorded yet
-        std::uint16_t streamNumber = 0;  ///< of the driver in the stream; 0: not asked for yet
+        std::uint64_t changes = 0;        ///< arrivals that were news
+        std::size_t heldBack = 0;         ///< values whose last change is not recorded yet
+        std::uint16_t streamNumber = 0;   ///< of the driver in the stream; 0: not asked for yet
+        std::uint64_t refusedEvents = 0;  ///< not recorded, and not told yet
+        std::uint32_t refusedTick = 0;    ///< the observation's when they were last looked at
 
         // Of the driver.
         std::size_t stale = 0;     ///< how many of its values

@@ -7,9 +7,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
+#include <sstream>
+#include <string>
 #include <thread>
 
 #include "ForkedProcess.h"
@@ -39,6 +43,21 @@ protected:
         EXPECT_LT(count, 10'000);
     }
     std::string path() const { return m_directory.path("ring"); }
+    /// KiB of the ring that this process has in its memory.
+    static std::size_t readyOf(const StreamRing& ring) {
+        std::ostringstream begin;
+        begin << std::hex << reinterpret_cast<std::uintptr_t>(ring.base()) << '-';
+        std::ifstream maps("/proc/self/smaps");
+        std::string line;
+        while (std::getline(maps, line) && !line.starts_with(begin.str())) {
+        }
+        while (std::getline(maps, line)) {
+            if (line.starts_with("Rss:"))
+                return std::stoul(line.substr(4));
+        }
+        ADD_FAILURE() << "the ring is not in /proc/self/smaps";
+        return 0;
+    }
 
     TemporaryDirectory m_directory;
 };
@@ -53,6 +72,20 @@ TEST_F(StreamRingTest, NumbersCountBothRings) {
     EXPECT_EQ(pSut->lastNumber(), 3u);
     EXPECT_EQ(pSut->head(ERing::Values), s_small + 64);
     EXPECT_EQ(pSut->head(ERing::Audit), s_small + 64);
+}
+
+TEST_F(StreamRingTest, IsMadeReadyMegabyteByMegabyte) {
+    StreamRing::Settings settings = small();
+    settings.sizes = {std::size_t{1} << 20, std::size_t{1} << 20};
+    const auto pSut = ringOf(settings);
+    EXPECT_LT(readyOf(*pSut), 100u);
+    EXPECT_FALSE(pSut->makeReady());
+    EXPECT_GE(readyOf(*pSut), 1024u);
+    EXPECT_LT(readyOf(*pSut), 1200u);
+    EXPECT_FALSE(pSut->makeReady());
+    EXPECT_TRUE(pSut->makeReady());
+    EXPECT_EQ(readyOf(*pSut), pSut->fileSize() / 1024);
+    EXPECT_TRUE(pSut->makeReady());
 }
 
 TEST_F(StreamRingTest, CountsByDriverAndKind) {
