@@ -86,7 +86,10 @@ protected:
         ASSERT_NE(pid, 0);
         ::kill(pid, SIGKILL);
     }
-    std::vector<std::string> required() { return {"--trust", trust(), "--require-signature"}; }
+    /// The recorder's thread would open files of its own in between.
+    std::vector<std::string> required() {
+        return {"--trust", trust(), "--require-signature", "--record-off"};
+    }
     std::string loading(const std::string& type) {
         return "Loading MF driver " + (workplace().drivers() / (type + ".so")).string() + " (ID: D)...";
     }
