@@ -157,6 +157,17 @@ protected:
                                            cause + "\\)"))
             << host().output() << host().log();
     }
+    /// SITE2 has another host. Its Echo has set nothing yet: what the former one had set is gone, until it is
+    /// set again.
+    void expectAnewFromAnotherHost(const std::string& value) {
+        startOther();
+        ASSERT_TRUE(other().waitForLog("SITE1: SITE1 is there\n")) << other().log();
+        EXPECT_TRUE(eventually([&] {
+            return host().ask("state --now SITE2.E.N").find("no state value matches SITE2.E.N\n") !=
+                   std::string::npos;
+        })) << host().output();
+        expectSets(value);
+    }
     /// The exit code is that of a host of which a line of the input has failed.
     void endAll(int exitCode = 0) {
         other().closeInput();

@@ -71,14 +71,7 @@ TEST_F(Link, KilledHostThereMakesValuesStaleUntilAnotherHasThem) {
     other().signal(SIGKILL);
     EXPECT_EQ(other().waitForEnd(), 128 + SIGKILL);
     expectStale("SITE2 is away");
-    startOther();
-    ASSERT_TRUE(other().waitForLog("SITE1: SITE1 is there\n")) << other().log();
-    // Its Echo has set nothing yet: what the former one had set is gone.
-    EXPECT_TRUE(eventually([&] {
-        return host().ask("state --now SITE2.E.N").find("no state value matches SITE2.E.N\n") !=
-               std::string::npos;
-    })) << host().output();
-    expectSets("20");
+    expectAnewFromAnotherHost("20");
     endAll();
 }
 

@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 TEST(DirectoryPath, TwoTextsForOneDirectoryGiveOnePath) {
-    EXPECT_EQ("/srv/work/data/A", directoryPath("/srv/work", "data/A"));
-    EXPECT_EQ("/srv/work/data/A", directoryPath("/srv/work/", "data/x/../A//"));
+    EXPECT_EQ("/srv/north/data/A", directoryPath("/srv/north", "data/A"));
+    EXPECT_EQ("/srv/north/data/A", directoryPath("/srv/north/", "data/x/../A//"));
     EXPECT_EQ("/", directoryPath("/", ""));
 }
 
 TEST(DirectoryPath, JoinedPathIsBelowTheOther) {
-    EXPECT_EQ("/srv/work/link.xml", joinedPath("/srv/work", "link.xml"));
-    EXPECT_EQ("/srv/work/link.xml", joinedPath("/srv/work/", "link.xml"));
+    EXPECT_EQ("/srv/north/link.xml", joinedPath("/srv/north", "link.xml"));
+    EXPECT_EQ("/srv/north/link.xml", joinedPath("/srv/north/", "link.xml"));
 }
