@@ -112,6 +112,22 @@ struct FidTrail::Trail {
 
     std::string_view fields() const { return fieldsOf(message.data(), static_cast<int>(messageLength)); }
     std::string_view queueName() const { return {queue.data(), queueLength}; }
+    /// Whether it receives from that one. Asked for each message: no call for names of 8 to 16 bytes.
+    bool isFrom(const std::string& name) const {
+        if (name.size() != queueLength)
+            return false;
+        constexpr std::size_t word = sizeof(std::uint64_t);
+        if (queueLength < word || queueLength > 2 * word)
+            return std::memcmp(queue.data(), name.data(), queueLength) == 0;
+        const auto differ = [&](std::size_t at) {
+            std::uint64_t own = 0;
+            std::uint64_t other = 0;
+            std::memcpy(&own, queue.data() + at, word);
+            std::memcpy(&other, name.data() + at, word);
+            return own ^ other;
+        };
+        return (differ(0) | differ(queueLength - word)) == 0;
+    }
     std::string_view driverID() const { return queueName().substr(0, queueLength - s_outputEnd.size()); }
     /// That driver; null where it is too deep.
     Delivery* enter(const std::string& driverID, std::uint16_t from) {
@@ -275,6 +291,11 @@ void FidTrail::fidBegins(const std::string& driverID, const std::string& functio
         trail.enter(driverID, trail.sender);
         return;
     }
+    recordBegin(trail, driverID, function, parameters);
+}
+
+void FidTrail::recordBegin(Trail& trail, const std::string& driverID, const std::string& function,
+                           const FIDParameterList& parameters) {
     Taken taken;
     if (!take(trail, driverID, function, taken)) {
         // One that a driver has sent to another without the host.
@@ -307,13 +328,16 @@ void FidTrail::fidEnded(bool ok, const char* exception) {
     // What the driver has set meanwhile is not of the queue that this thread receives from.
     if (--trail.depth == 0)
         Observation::ofThread().delivered = trail.deliveredOutside;
-    if (!pDelivery || (ok && !exception && !pDelivery->isTimed))
-        return;
+    if (pDelivery && !(ok && !exception && !pDelivery->isTimed))
+        recordEnd(*pDelivery, ok, exception);
+}
+
+void FidTrail::recordEnd(const Delivery& delivery, bool ok, const char* exception) {
     const auto now = Clock::now();
     // Of one that is not recorded it is not known.
-    const auto took = pDelivery->record == 0 ? Clock::duration::zero() : now - pDelivery->began;
+    const auto took = delivery.record == 0 ? Clock::duration::zero() : now - delivery.began;
     EFidOutcome outcome = EFidOutcome::Refused;
-    std::string_view text(pDelivery->unknown.data(), pDelivery->unknownLength);
+    std::string_view text(delivery.unknown.data(), delivery.unknownLength);
     if (exception) {
         outcome = EFidOutcome::Threw;
         text = exception;
@@ -325,8 +349,8 @@ void FidTrail::fidEnded(bool ok, const char* exception) {
     } else if (!text.empty()) {
         outcome = EFidOutcome::UnknownFunction;
     }
-    m_observation.stream().fidEnd(m_observation.at(now), pDelivery->sender,
-                                  m_observation.number(*pDelivery->pDriverID), pDelivery->record, outcome,
+    m_observation.stream().fidEnd(m_observation.at(now), delivery.sender,
+                                  m_observation.number(*delivery.pDriverID), delivery.record, outcome,
                                   std::chrono::duration_cast<std::chrono::nanoseconds>(took), text);
 }
 
@@ -366,7 +390,7 @@ void FidTrail::sent(const std::string& queue, const unsigned char* data, int len
 
 void FidTrail::received(const std::string& queue, const unsigned char* data, int length) {
     Trail& trail = t_trail;
-    if (trail.serial != m_observation.serial() || trail.queueName() != queue) {
+    if (trail.serial != m_observation.serial() || !trail.isFrom(queue)) {
         beginReceiving(trail, queue);
         if (trail.serial != m_observation.serial())
             return;
@@ -392,7 +416,7 @@ void FidTrail::received(const std::string& queue, const unsigned char* data, int
 
 void FidTrail::waits(const std::string& queue) {
     Trail& trail = t_trail;
-    if (trail.serial != m_observation.serial() || trail.queueName() != queue)
+    if (trail.serial != m_observation.serial() || !trail.isFrom(queue))
         return;
     if (trail.hasMessage)
         endPending(trail);

@@ -103,6 +103,10 @@ private:
     bool take(Trail& trail, std::string_view driverID, std::string_view function, Taken& taken);
     std::uint64_t write(Taken& taken, Observation::Clock::time_point when);
     void reachesNobody(Taken& taken, const std::string& fid, const FIDParameterList* pParameters);
+    // Apart from what a FID that is only counted passes: that has nothing to save for them.
+    [[gnu::noinline]] void recordBegin(Trail& trail, const std::string& driverID, const std::string& function,
+                                       const FIDParameterList& parameters);
+    [[gnu::noinline]] void recordEnd(const Delivery& delivery, bool ok, const char* exception);
     void beginReceiving(Trail& trail, const std::string& queue);
     void settle(Trail& trail);
     void endPending(Trail& trail);
