@@ -1,10 +1,12 @@
 #include "HostRecorder.h"
 
 #include <array>
+#include <optional>
 #include <string>
 
 #include "HostProgram.h"
 #include "JobLength.h"
+#include "RingReaders.h"
 #include "ThreadClock.h"
 #include "ValueReports.h"
 
@@ -32,15 +34,37 @@ ValueReports reportsOf(const HostProgram& host, const fs::path& directory, const
 
 void HostRecorder::measure(bool isRecorded, const fs::path& directory, int pair, double seconds,
                            int round) const {
+    measure({.directory = directory,
+             .work = "recorded",
+             .field = "recorded",
+             .value = isRecorded ? 1 : 0,
+             .isRecorded = isRecorded},
+            pair, seconds, round);
+}
+
+void HostRecorder::measureRead(int readers, const fs::path& directory, int pair, double seconds,
+                               int round) const {
+    measure({.directory = directory,
+             .work = "recorded and read",
+             .field = "readers",
+             .value = readers,
+             .readers = readers},
+            pair, seconds, round);
+}
+
+void HostRecorder::measure(const Run& run, int pair, double seconds, int round) const {
     HostProgram host(
-        {.directory = directory,
+        {.directory = run.directory,
          .drivers = 3,
          .driversInHost = 1,
-         .options = {"--start-wait=attached", isRecorded ? "--record-keep=1G" : "--record-off"}});
+         .options = {"--start-wait=attached", run.isRecorded ? "--record-keep=1G" : "--record-off"}});
     host.start();
-    reportsOf(host, directory, "").report(2, 1);
+    reportsOf(host, run.directory, "").report(2, 1);
+    std::optional<RingReaders> readers;
+    if (run.readers > 0)
+        readers.emplace(run.directory / "queues", run.readers);
     for (const Load& load : g_loads) {
-        const ValueReports reports = reportsOf(host, directory, load.parameters);
+        const ValueReports reports = reportsOf(host, run.directory, load.parameters);
         for (JobLength length(seconds);;) {
             const ThreadClock receiving(host.pid(), HostProgram::driverID(0) + " receive");
             const double taken = reports.report(1, length.count()).seconds();
@@ -48,9 +72,9 @@ void HostRecorder::measure(bool isRecorded, const fs::path& directory, int pair,
             if (!length.isEnough(taken))
                 continue;
             const auto count = static_cast<double>(length.count());
-            m_results.add("recorded", load.name, round,
+            m_results.add(run.work, load.name, round,
                           {{"pair", pair},
-                           {"recorded", isRecorded ? 1 : 0},
+                           {run.field, run.value},
                            {"thread_ns", used * 1e9 / count},
                            {"rate", count / taken},
                            {"seconds", taken}});

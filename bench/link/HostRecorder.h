@@ -15,7 +15,20 @@ public:
     /// or one that does not; a result for each, which takes so many seconds at least.
     void measure(bool isRecorded, const std::filesystem::path& directory, int pair, double seconds,
                  int round) const;
+    /// The same by a host that records, while so many follow all of it.
+    void measureRead(int readers, const std::filesystem::path& directory, int pair, double seconds,
+                     int round) const;
 
 private:
+    struct Run {
+        const std::filesystem::path& directory;
+        const char* work;
+        const char* field;  ///< what the runs differ in, and its value
+        int value = 0;
+        bool isRecorded = true;
+        int readers = 0;
+    };
+    void measure(const Run& run, int pair, double seconds, int round) const;
+
     const Results& m_results;
 };
