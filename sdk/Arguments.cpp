@@ -16,6 +16,10 @@ std::string namesOf(const std::vector<Parameter>& declared) {
     return names;
 }
 
+bool isThere(const FIDParameterList& given, const std::string& name) {
+    return std::any_of(given.begin(), given.end(), [&](const auto& one) { return one.first == name; });
+}
+
 /// What is wrong with the names alone.
 std::string nameFault(const std::vector<Parameter>& declared, const FIDParameterList& given) {
     for (auto one = given.begin(); one != given.end(); ++one) {
@@ -38,9 +42,14 @@ std::string nameFault(const std::vector<Parameter>& declared, const FIDParameter
 
 std::string Arguments::fill(const std::vector<Parameter>& declared, const FIDParameterList& given) {
     m_values.clear();
-    if (std::string fault = nameFault(declared, given); !fault.empty())
+    m_all = given;
+    const bool takesFurther = std::any_of(declared.begin(), declared.end(),
+                                          [](const Parameter& parameter) { return parameter.isFurther(); });
+    if (std::string fault = takesFurther ? std::string() : nameFault(declared, given); !fault.empty())
         return fault;
     for (const Parameter& parameter : declared) {
+        if (parameter.isFurther())
+            continue;
         const std::string text = given.value(parameter.name());
         if (!text.empty()) {
             auto value = parameter.parsed(text);
@@ -49,6 +58,8 @@ std::string Arguments::fill(const std::vector<Parameter>& declared, const FIDPar
             m_values.emplace_back(parameter.name(), std::move(*value));
         } else if (parameter.fallback()) {
             m_values.emplace_back(parameter.name(), *parameter.fallback());
+        } else if (isThere(given, parameter.name())) {
+            return parameter.name() + "=\"\" is not " + parameter.rightText();
         } else {
             return "it needs the parameter \"" + parameter.name() + "\"";
         }

@@ -56,14 +56,23 @@ Driver::Driver() : m_pParts(std::make_unique<Parts>()) {}
 
 Driver::~Driver() = default;
 
-void Driver::function(std::string name, std::vector<Parameter> parameters, Handler handler) {
+void Driver::declare(Function function) {
+    const std::string& name = function.name;
     if (name.empty() || name.size() > s_longestText || find(name))
         throw std::logic_error("the function \"" + name + "\" is declared twice, or is no name");
-    m_functions.push_back({std::move(name), std::move(parameters), std::move(handler)});
+    m_functions.push_back(std::move(function));
+}
+
+void Driver::function(std::string name, std::vector<Parameter> parameters, Handler handler) {
+    declare({std::move(name), std::move(parameters), std::move(handler), {}});
 }
 
 void Driver::function(std::string name, Work handler) {
     function(std::move(name), {}, [handler = std::move(handler)](const Arguments&) { handler(); });
+}
+
+void Driver::answer(std::string name, std::vector<Parameter> parameters, AnsweringHandler handler) {
+    declare({std::move(name), std::move(parameters), {}, std::move(handler)});
 }
 
 void Driver::add(StateSlot& state) {
@@ -163,6 +172,8 @@ bool Driver::handle(const Function& function, const FIDParameterList& parameters
         log(sal::LogOutput::eWarning, function.name + " ignored, " + fault);
         return false;
     }
+    if (function.answer)
+        return tellAnswer(function, arguments);
     // Functions are declared in the constructor alone: the reference holds.
     if (m_pParts->pLoop->post(function.name,
                               [&function, arguments = std::move(arguments)] { function.handler(arguments); }))
@@ -171,6 +182,18 @@ bool Driver::handle(const Function& function, const FIDParameterList& parameters
         log(sal::LogOutput::eWarning,
             function.name +
                 " ignored, the driver's thread has too much to do: it is sent faster than it works");
+    return false;
+}
+
+bool Driver::tellAnswer(const Function& function, const Arguments& arguments) const {
+    Answer answer = Answer::done();
+    if (const std::string fault = failureOf([&] { answer = function.answer(arguments); }); !fault.empty())
+        answer = Answer::failed(fault);
+    if (answer.isDone())
+        return true;
+    const bool hasFailed = answer.hasFailed();
+    log(hasFailed ? sal::LogOutput::eError : sal::LogOutput::eWarning,
+        function.name + (hasFailed ? " failed, " : " ignored, ") + answer.reason());
     return false;
 }
 

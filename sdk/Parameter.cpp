@@ -42,6 +42,16 @@ Parameter Parameter::choice(std::string name, std::vector<std::string> words) {
     return parameter;
 }
 
+Parameter Parameter::further() {
+    return Parameter("...", EType::Further);
+}
+
+Parameter Parameter::described(std::string rightText) const {
+    Parameter parameter = *this;
+    parameter.m_rightText = std::move(rightText);
+    return parameter;
+}
+
 Parameter Parameter::orElse(bool value) const {
     return with(value);
 }
@@ -81,6 +91,8 @@ bool Parameter::isRight(const Value& value) const {
         case EType::Choice:
             return std::holds_alternative<std::string>(value) &&
                    std::find(m_words.begin(), m_words.end(), std::get<std::string>(value)) != m_words.end();
+        case EType::Further:
+            break;
     }
     return false;
 }
@@ -106,6 +118,8 @@ std::optional<Parameter::Value> Parameter::parsed(const std::string& text) const
         case EType::Choice:
             value = text;
             break;
+        case EType::Further:
+            break;
     }
     if (!value || !isRight(*value))
         return std::nullopt;
@@ -113,11 +127,15 @@ std::optional<Parameter::Value> Parameter::parsed(const std::string& text) const
 }
 
 std::string Parameter::rightText() const {
+    if (!m_rightText.empty())
+        return m_rightText;
     switch (m_type) {
         case EType::Boolean:
             return "true or false";
         case EType::Integer:
-            return "a whole number from " + numberText(m_lowest) + " to " + numberText(m_highest);
+            // As an int: a double of a million is "1e+06".
+            return "a whole number from " + numberText(static_cast<int>(m_lowest)) + " to " +
+                   numberText(static_cast<int>(m_highest));
         case EType::Number: {
             const bool hasLowest = m_lowest != std::numeric_limits<double>::lowest();
             const bool hasHighest = m_highest != std::numeric_limits<double>::max();
@@ -128,7 +146,9 @@ std::string Parameter::rightText() const {
             return hasHighest ? "a number up to " + numberText(m_highest) : "a number";
         }
         case EType::Text:
-            return "a text";
+            return "a text that is not empty";
+        case EType::Further:
+            return "a parameter of its own";
         case EType::Choice:
             break;
     }

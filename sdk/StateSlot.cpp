@@ -17,6 +17,12 @@ StateSlot::StateSlot(Driver& driver, std::string id) : m_driver(driver), m_id(st
 StateSlot::~StateSlot() = default;
 
 void StateSlot::report() {
+    std::lock_guard lock(m_mutex);
+    if (m_isReported)
+        tellPanel();
+}
+
+void StateSlot::tellPanel() {
     m_isReported = m_driver.toPanel([this](IPanelState& panel) { tell(panel); });
 }
 
@@ -24,7 +30,7 @@ void StateSlot::begin() {
     std::lock_guard lock(m_mutex);
     m_isReported = false;
     if (hasValue())
-        report();
+        tellPanel();
 }
 
 }  // namespace mfd

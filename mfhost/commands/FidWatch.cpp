@@ -32,8 +32,9 @@ std::string asInMessage(const std::string& text) {
 /// As the driver kit writes it: unknown FID "MOEV"; known are MOVE, STOP.
 constexpr std::string_view s_unknown = "unknown FID \"";
 constexpr std::string_view s_knownAre = "; known are ";
-/// Likewise, after the function: MOVE ignored, x="a" is not a number.
+/// Likewise, after the function: MOVE ignored, x="a" is not a number; MOVE failed, the axis does not answer.
 constexpr std::string_view s_ignored = " ignored, ";
+constexpr std::string_view s_failed = " failed, ";
 
 std::vector<std::string> knownFunctions(const std::string& unknown) {
     std::vector<std::string> known;
@@ -131,7 +132,7 @@ void FidWatch::fidBegins(const std::string& driverID, const std::string& functio
         return;
     m_isInside = driverID == m_driverID && function == m_function;
     m_unknown.clear();
-    m_whyIgnored.clear();
+    m_whyRefused.clear();
 }
 
 void FidWatch::fidEnded(bool ok, const char* exception) {
@@ -162,8 +163,10 @@ void FidWatch::logged(const std::string& output, const std::string& text) {
         return;
     if (text.starts_with(s_unknown))
         m_unknown = text;
-    else if (text.starts_with(m_function) && text.find(s_ignored) == m_function.size())
-        m_whyIgnored = text.substr(m_function.size() + s_ignored.size());
+    for (const std::string_view word : {s_ignored, s_failed}) {
+        if (text.starts_with(m_function) && text.find(word) == m_function.size())
+            m_whyRefused = text.substr(m_function.size() + word.size());
+    }
 }
 
 FidOutcome FidWatch::outcome() const {
@@ -198,7 +201,7 @@ void FidWatch::describeCall(FidOutcome& outcome) const {
         outcome.nearest = base::nearest(m_function, knownFunctions(m_unknown));
     } else if (!m_isOk) {
         outcome.reason = EFidReason::Refused;
-        outcome.text = m_driverID + " has refused it" + (m_whyIgnored.empty() ? "" : ": " + m_whyIgnored);
+        outcome.text = m_driverID + " has refused it" + (m_whyRefused.empty() ? "" : ": " + m_whyRefused);
     }
 }
 

@@ -49,7 +49,7 @@ public:
     void fidEnded(bool ok, const char* exception);
     void sent(const std::string& queue, std::uint32_t number, const unsigned char* data, int length, bool ok);
     /// A line of the log: the driver kit says there that a driver does not know the function, or why it has
-    /// ignored the FID.
+    /// not done the FID.
     void logged(const std::string& output, const std::string& text);
 
 private:
@@ -77,6 +77,6 @@ private:
     bool m_isOk = false;
     std::string m_exception;
     std::string m_unknown;     ///< what the driver has said of the function
-    std::string m_whyIgnored;  ///< what it has said of the FID
+    std::string m_whyRefused;  ///< what it has said of the FID
     std::optional<Place> m_place;
 };

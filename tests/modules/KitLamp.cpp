@@ -8,6 +8,7 @@
 
 namespace {
 
+using mfd::Answer;
 using mfd::Arguments;
 using mfd::Parameter;
 using namespace std::chrono_literals;
@@ -33,6 +34,22 @@ public:
         function("NAME", {Parameter::text("name")},
                  [this](const Arguments& arguments) { m_name = arguments.text("name"); });
         function("CRASH", [] { std::raise(SIGSEGV); });
+        function("AGAIN", {Parameter::boolean("unset").orElse(false)}, [this](const Arguments& arguments) {
+            if (arguments.boolean("unset"))
+                m_level.report(std::nullopt);
+            else
+                m_level.report(2.5F);
+            m_brightness.report();
+        });
+        answer("FORWARD", {Parameter::text("fid"), Parameter::further()}, [this](const Arguments& arguments) {
+            if (m_lit.value() == true)
+                return Answer::ignored("the lamp is lit");
+            FIDParameterList rest;
+            for (const auto& [name, value] : arguments.all())
+                rest.add(name, value);
+            return sendToDriver(arguments.text("fid"), rest) ? Answer::done()
+                                                             : Answer::failed("it could not be sent");
+        });
     }
 
 private:

@@ -49,7 +49,8 @@ TEST_P(KitWorkplaceModes, ShowsWhatADriverLogs) {
         sut.waitForLog("LAMP1: BRIGHTNESS ignored, percent=\"140\" is not a whole number from 0 to 100"));
     sut.send("DIM");
     EXPECT_TRUE(
-        sut.waitForLog("unknown FID \"DIM\"; known are BRIGHTNESS, BLINK, STEADY, ALARM, LOSE, NAME, CRASH"));
+        sut.waitForLog("unknown FID \"DIM\"; known are BRIGHTNESS, BLINK, STEADY, ALARM, LOSE, NAME, CRASH, "
+                       "AGAIN, FORWARD"));
     // A process of its own may have logged before its first report has come.
     EXPECT_TRUE(sut.waitForState("BRIGHTNESS", "50"));
 }
@@ -59,6 +60,40 @@ TEST_P(KitWorkplaceModes, ShowsWhatADriverSendsToOthers) {
     EXPECT_TRUE(sut.send("ALARM", {{"text", "hot"}}));
     EXPECT_TRUE(sut.waitForFid("PANEL.ALARM text=hot"));
     EXPECT_TRUE(sut.waitForEvent("FAULT", "sent"));
+}
+
+TEST_P(KitWorkplaceModes, ShowsWhatIsReportedAgainThoughItHasNotChanged) {
+    ASSERT_TRUE(sut.start());
+    ASSERT_TRUE(sut.waitForState("LEVEL", "2.5"));
+    ASSERT_TRUE(sut.send("AGAIN"));
+    ASSERT_TRUE(sut.settle());
+    EXPECT_EQ(sut.count("state LEVEL = 2.5"), 2u);
+    EXPECT_EQ(sut.count("state BRIGHTNESS = 50"), 2u);
+    ASSERT_TRUE(sut.send("AGAIN", {{"unset", "true"}}));
+    ASSERT_TRUE(sut.waitForUnset("LEVEL"));
+}
+
+TEST_P(KitWorkplaceModes, ShowsFurtherParametersInTheirOrder) {
+    ASSERT_TRUE(sut.start());
+    ASSERT_TRUE(
+        sut.send("FORWARD", {{"b", ""}, {"fid", "PANEL.SHOW"}, {"a", "1"}, {"fid", "A.B"}, {"a", ""}}));
+    EXPECT_TRUE(sut.waitForFid("PANEL.SHOW b=, fid=PANEL.SHOW, a=1, fid=A.B, a="));
+}
+
+TEST_P(KitWorkplaceModes, ShowsWhatAHandlerHasRefused) {
+    const bool isAnswered = GetParam() == EMode::InProcess;
+    ASSERT_TRUE(sut.start());
+    EXPECT_EQ(sut.send("FORWARD"), !isAnswered);
+    EXPECT_TRUE(sut.waitForLog("LAMP1: FORWARD ignored, it needs the parameter \"fid\""));
+    ASSERT_TRUE(sut.send("BLINK"));
+    ASSERT_TRUE(sut.advance(1s));
+    ASSERT_EQ(sut.state("LIT"), "true");
+    EXPECT_EQ(sut.send("FORWARD", {{"fid", "PANEL.SHOW"}}), !isAnswered);
+    EXPECT_TRUE(sut.waitForLog("LAMP1: FORWARD ignored, the lamp is lit"));
+    ASSERT_TRUE(sut.advance(1s));
+    EXPECT_EQ(sut.send("FORWARD", {{"fid", "PANEL"}}), !isAnswered);
+    EXPECT_TRUE(sut.waitForLog("LAMP1: FORWARD failed, it could not be sent"));
+    EXPECT_EQ(sut.count("send PANEL.SHOW fid=PANEL.SHOW"), 0u);
 }
 
 TEST_P(KitWorkplaceModes, MovesTheTimeOfTheTimers) {
@@ -111,6 +146,21 @@ TEST_P(KitWorkplaceModes, RefusesASecondStart) {
 
 TEST_P(KitWorkplaceModes, IsTheOnlyOne) {
     EXPECT_THROW((Workplace{GetParam(), "LAMP2"}), std::logic_error);
+}
+
+class KitWorkplaceOfADriverWithoutTheKit : public testing::TestWithParam<EMode> {};
+
+INSTANTIATE_TEST_SUITE_P(Kit, KitWorkplaceOfADriverWithoutTheKit, mfd::testing::bothModes(),
+                         mfd::testing::modeName);
+
+TEST_P(KitWorkplaceOfADriverWithoutTheKit, RunsItLikeAnyOther) {
+    Workplace sut{Workplace::Settings{GetParam(), MFD_INTERFACES_ALONE_MODULE, MFD_TESTING_WRAPPER, "LAMP1"}};
+    ASSERT_TRUE(sut.start());
+    ASSERT_TRUE(sut.waitForState("LIT", "false"));
+    EXPECT_TRUE(sut.send("ON"));
+    EXPECT_TRUE(sut.waitForState("LIT", "true"));
+    EXPECT_EQ(sut.send("DIM"), GetParam() == EMode::OwnProcess);
+    EXPECT_TRUE(sut.stop());
 }
 
 class KitWorkplaceInProcess : public testing::Test {

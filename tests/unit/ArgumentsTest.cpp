@@ -46,7 +46,7 @@ TEST(Arguments, HaveWhatStandsForThoseLeftOut) {
 TEST(Arguments, SayWhatIsWrong) {
     Arguments sut;
     EXPECT_EQ(filled(sut, {}), "it needs the parameter \"percent\"");
-    EXPECT_EQ(filled(sut, {{"percent", ""}}), "it needs the parameter \"percent\"");
+    EXPECT_EQ(filled(sut, {{"percent", ""}}), "percent=\"\" is not a whole number from 0 to 100");
     EXPECT_EQ(filled(sut, {{"percent", "140"}}), "percent=\"140\" is not a whole number from 0 to 100");
     EXPECT_EQ(filled(sut, {{"percent", "4\x1b[2J"}}),
               "percent=\"4\\x1b[2J\" is not a whole number from 0 to 100");
@@ -62,6 +62,37 @@ TEST(Arguments, OfAFunctionWithoutParametersAreNone) {
     EXPECT_EQ(sut.fill({}, list), "");
     list.add("x", "1");
     EXPECT_EQ(sut.fill({}, list), "it has no parameter \"x\" and needs none");
+}
+
+TEST(Arguments, ThatMayHaveFurtherOnesKeepAllInTheirOrder) {
+    const std::vector<Parameter> declaredOnes{Parameter::integer("to", 0, 9), Parameter::further()};
+    FIDParameterList list;
+    const Pairs pairs{{"a", ""}, {"to", "5"}, {"b", "1"}, {"to", "x"}, {"b", "2"}, {"", "3"}};
+    for (const auto& [name, value] : pairs)
+        list.add(name, value);
+    Arguments sut;
+    EXPECT_EQ(sut.fill(declaredOnes, list), "");
+    EXPECT_EQ(sut.integer("to"), 5);
+    EXPECT_EQ(Pairs(sut.all().begin(), sut.all().end()), pairs);
+    EXPECT_THROW(static_cast<void>(sut.text("b")), std::logic_error);
+}
+
+TEST(Arguments, ThatMayHaveFurtherOnesAreCheckedAsDeclared) {
+    const std::vector<Parameter> declaredOnes{Parameter::integer("to", 0, 9), Parameter::further()};
+    FIDParameterList list;
+    list.add("b", "1");
+    Arguments sut;
+    EXPECT_EQ(sut.fill(declaredOnes, list), "it needs the parameter \"to\"");
+    list.add("to", "10");
+    EXPECT_EQ(sut.fill(declaredOnes, list), "to=\"10\" is not a whole number from 0 to 9");
+}
+
+TEST(Arguments, KeepWhatCameOfEachFid) {
+    Arguments sut;
+    ASSERT_EQ(filled(sut, {{"percent", "40"}, {"curve", ""}}), "");
+    EXPECT_EQ(Pairs(sut.all().begin(), sut.all().end()), (Pairs{{"percent", "40"}, {"curve", ""}}));
+    ASSERT_EQ(filled(sut, {{"percent", "50"}}), "");
+    EXPECT_EQ(Pairs(sut.all().begin(), sut.all().end()), (Pairs{{"percent", "50"}}));
 }
 
 TEST(Arguments, ThatAreNotDeclaredOrOfAnotherTypeAreAMistake) {

@@ -21,6 +21,7 @@ using testing::Not;
 
 namespace {
 
+using mfd::Answer;
 using mfd::Arguments;
 using mfd::Parameter;
 using std::chrono::milliseconds;
@@ -119,6 +120,70 @@ TEST_F(DriverTest, ExceptionOfAHandlerIsALine) {
     EXPECT_TRUE(sut.sendFID("STOP", {}));
     EXPECT_TRUE(calls.waitFor("STOP"));
     EXPECT_THAT(log.text(), HasSubstr("LAMP1: MOVE failed: no such axis\n"));
+}
+
+TEST_F(DriverTest, AnswerTellsTheSenderWhetherItWasDone) {
+    sut.answer("SWITCH", {Parameter::boolean("on")}, [&](const Arguments& arguments) {
+        calls.add("SWITCH");
+        return arguments.boolean("on") ? Answer::ignored("the lamp is hot") : Answer::done();
+    });
+    ASSERT_TRUE(sut.startIn(host));
+    EXPECT_TRUE(sut.sendFID("SWITCH", listOf({{"on", "false"}})));
+    EXPECT_EQ(log.text(), "");
+    EXPECT_FALSE(sut.sendFID("SWITCH", listOf({{"on", "true"}})));
+    EXPECT_THAT(log.text(), HasSubstr("warning  LAMP1: SWITCH ignored, the lamp is hot\n"));
+    EXPECT_FALSE(sut.sendFID("SWITCH", listOf({{"on", "maybe"}})));
+    EXPECT_THAT(log.text(), HasSubstr("LAMP1: SWITCH ignored, on=\"maybe\" is not true or false\n"));
+    EXPECT_EQ(calls.count("SWITCH"), 2);
+}
+
+TEST_F(DriverTest, AnswerThatSomethingFailedIsAnError) {
+    sut.answer("SWITCH", {}, [](const Arguments&) { return Answer::failed("the lamp does not answer"); });
+    sut.answer("DIM", {}, [](const Arguments&) -> Answer { throw std::runtime_error("no lamp"); });
+    ASSERT_TRUE(sut.startIn(host));
+    EXPECT_FALSE(sut.sendFID("SWITCH", {}));
+    EXPECT_THAT(log.text(), HasSubstr("error    LAMP1: SWITCH failed, the lamp does not answer\n"));
+    EXPECT_FALSE(sut.sendFID("DIM", {}));
+    EXPECT_THAT(log.text(), HasSubstr("error    LAMP1: DIM failed, no lamp\n"));
+}
+
+/// Two drivers whose functions send to each other would wait for ever if an answer waited for a thread.
+TEST_F(DriverTest, AnswerComesOnTheSendersThreadWhateverTheDriversOwnDoes) {
+    std::promise<void> release;
+    std::promise<void> begun;
+    sut.function("WAIT", [&] {
+        begun.set_value();
+        release.get_future().wait();
+    });
+    std::thread::id answered;
+    sut.answer("SWITCH", {}, [&](const Arguments&) {
+        answered = std::this_thread::get_id();
+        return sut.sendFID("STEADY", {}) ? Answer::done() : Answer::failed("no call within a call");
+    });
+    sut.answer("STEADY", {}, [](const Arguments&) { return Answer::done(); });
+    ASSERT_TRUE(sut.startIn(host));
+    ASSERT_TRUE(sut.sendFID("WAIT", {}));
+    begun.get_future().wait();
+    EXPECT_TRUE(sut.sendFID("SWITCH", {})) << log.text();
+    EXPECT_EQ(answered, std::this_thread::get_id());
+    release.set_value();
+}
+
+TEST_F(DriverTest, NoAnswerIsGivenBeforeTheStartAndAfterTheStop) {
+    sut.answer("SWITCH", {}, [&](const Arguments&) {
+        calls.add("SWITCH");
+        return Answer::done();
+    });
+    EXPECT_FALSE(sut.sendFID("SWITCH", {}));
+    ASSERT_TRUE(sut.startIn(host));
+    ASSERT_TRUE(sut.deinitialize());
+    EXPECT_FALSE(sut.sendFID("SWITCH", {}));
+    EXPECT_TRUE(calls.lines().empty());
+}
+
+TEST_F(DriverTest, DeclaresAFunctionThatAnswersOnce) {
+    sut.function("MOVE", [] {});
+    EXPECT_THROW(sut.answer("MOVE", {}, [](const Arguments&) { return Answer::done(); }), std::logic_error);
 }
 
 TEST_F(DriverTest, TakesNoFidBeforeItsStart) {

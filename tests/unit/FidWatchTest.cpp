@@ -103,6 +103,15 @@ TEST_F(FidWatchTest, WhatTheDriverSaysOfAFidThatItHasRefusedIsTold) {
     EXPECT_EQ(outcome.result, false);
 }
 
+TEST_F(FidWatchTest, WhyTheDriverHasFailedIsTold) {
+    FidWatch sut(m_drivers, m_fid, m_none);
+    sut.fidBegins("AXIS1", "MOVE");
+    sut.logged("AXIS1", "MOVE failed, the axis does not answer");
+    sut.fidEnded(false, nullptr);
+    EXPECT_EQ(sut.outcome().reason, EFidReason::Refused);
+    EXPECT_EQ(sut.outcome().text, "AXIS1 has refused it: the axis does not answer");
+}
+
 TEST_F(FidWatchTest, ExceptionOfTheDriverIsTold) {
     FidWatch sut(m_drivers, m_fid, m_none);
     call(sut, "AXIS1", "MOVE", false, "std::runtime_error: no");

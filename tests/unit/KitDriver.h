@@ -20,6 +20,7 @@ inline FIDParameterList listOf(const std::vector<std::pair<std::string, std::str
 class KitDriver : public mfd::Driver {
 public:
     using Driver::after;
+    using Driver::answer;
     using Driver::cancel;
     using Driver::every;
     using Driver::function;

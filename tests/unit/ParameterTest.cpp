@@ -41,6 +41,7 @@ TEST(Parameter, IntegerWithoutARangeIsAnyInt) {
     EXPECT_EQ(parsed<int>(sut, "-2147483648"), -2147483647 - 1);
     EXPECT_EQ(parsed<int>(sut, "2147483647"), 2147483647);
     EXPECT_EQ(sut.rightText(), "a whole number from -2147483648 to 2147483647");
+    EXPECT_EQ(Parameter::integer("n", 0, 1000000).rightText(), "a whole number from 0 to 1000000");
 }
 
 TEST(Parameter, NumberIsFiniteAndOfItsRange) {
@@ -57,7 +58,7 @@ TEST(Parameter, NumberIsFiniteAndOfItsRange) {
 
 TEST(Parameter, TextIsAnyText) {
     EXPECT_EQ(parsed<std::string>(Parameter::text("name"), "x = y"), "x = y");
-    EXPECT_EQ(Parameter::text("name").rightText(), "a text");
+    EXPECT_EQ(Parameter::text("name").rightText(), "a text that is not empty");
 }
 
 TEST(Parameter, ChoiceIsOneOfItsWords) {
@@ -89,6 +90,20 @@ TEST(Parameter, RefusesAFallbackThatIsWrong) {
 
 TEST(Parameter, NeedsAName) {
     EXPECT_THROW(static_cast<void>(Parameter::text("")), std::logic_error);
+}
+
+TEST(Parameter, SaysWhatIsRightAsItWasDescribed) {
+    const auto sut = Parameter::number("load", 0).described("a number from 0 (no alarm) up");
+    EXPECT_EQ(sut.rightText(), "a number from 0 (no alarm) up");
+    EXPECT_TRUE(sut.parsed("0"));
+    EXPECT_FALSE(sut.parsed("-1"));
+}
+
+TEST(Parameter, FurtherOnesHaveNoValueOfTheirOwn) {
+    EXPECT_TRUE(Parameter::further().isFurther());
+    EXPECT_FALSE(Parameter::text("name").isFurther());
+    EXPECT_FALSE(Parameter::further().parsed("1"));
+    EXPECT_THROW(static_cast<void>(Parameter::further().orElse("1")), std::logic_error);
 }
 
 }  // namespace

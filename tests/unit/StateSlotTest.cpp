@@ -53,4 +53,27 @@ TEST_F(StateSlotTest, HasAnIdOfItsOwn) {
     EXPECT_THROW((mfd::State<bool>{driver, std::string(256, 'x')}), std::logic_error);
 }
 
+TEST_F(StateSlotTest, ReportsAgainWhatItWasToldLast) {
+    mfd::State<int> sut{driver, "POSITION", 1};
+    mfd::State<int> other{driver, "SPEED"};
+    ASSERT_TRUE(driver.startIn(host));
+    sut.report();
+    EXPECT_EQ(host.calls.lines(), (std::vector<std::string>{"POSITION int 1", "POSITION int 1"}));
+    other.report();
+    EXPECT_EQ(host.calls.linesOf("SPEED").size(), 0u);
+    sut.unset();
+    sut.report();
+    EXPECT_EQ(host.calls.count("POSITION unset"), 2);
+}
+
+TEST_F(StateSlotTest, ReportsNothingAgainAfterTheEnd) {
+    mfd::State<int> sut{driver, "POSITION", 1};
+    ASSERT_TRUE(driver.startIn(host));
+    ASSERT_TRUE(driver.deinitialize());
+    sut.report();
+    EXPECT_EQ(host.calls.lines().size(), 1u);
+    ASSERT_TRUE(driver.startIn(host));
+    EXPECT_EQ(host.calls.count("POSITION int 1"), 2);
+}
+
 }  // namespace

@@ -19,10 +19,13 @@ public:
     double number(const std::string& name) const;
     /// Of a text or a choice.
     const std::string& text(const std::string& name) const;
+    /// The FID's parameters as they came, in their order: those that the function does not declare, names
+    /// that stand there several times and empty texts included.
+    const FIDParameterList& all() const { return m_all; }
 
     /// Fills the arguments from a FID. What is wrong, for the end of "MOVE ignored, ..."; empty when nothing
-    /// is. A parameter that is not declared, or stands there twice, is wrong, too. An empty value counts as
-    /// left out.
+    /// is. A parameter that is not declared, or stands there twice, is wrong, too, unless
+    /// Parameter::further() is declared. An empty value counts as left out.
     std::string fill(const std::vector<Parameter>& declared, const FIDParameterList& given);
 
 private:
@@ -30,6 +33,7 @@ private:
     const Type& get(const std::string& name, const char* pType) const;
 
     std::vector<std::pair<std::string, Parameter::Value>> m_values;
+    FIDParameterList m_all;
 };
 
 }  // namespace mfd

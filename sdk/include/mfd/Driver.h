@@ -8,6 +8,7 @@
 
 #include "CallGate.h"
 #include "MfdDriverBase.h"
+#include "mfd/Answer.h"
 #include "mfd/Arguments.h"
 #include "mfd/Event.h"
 #include "mfd/Parameter.h"
@@ -23,9 +24,10 @@ class EventLoop;
 /// of it runs, and what it still reports or sends is kept back. The loader owns it.
 class Driver : public MfdDriverBase {
 public:
-    /// For the host, on any thread: has the FID done on the driver's thread. False, with one line that says
-    /// what would be right, when there is no such function, a parameter is wrong, the driver does not run, or
-    /// 4096 pieces of work wait already. True does not say that it is done.
+    /// For the host, on any thread: has the FID done on the driver's thread, or at once where the function
+    /// answers. False, with one line that says what would be right, when there is no such function, a
+    /// parameter is wrong, the driver does not run, 4096 pieces of work wait already, or the answer is that
+    /// it was not done. True does not say that it is done, but of a function that answers.
     bool sendFID(const std::string& fid, const FIDParameterList& parameters) const final;
     /// For the loader: reports the states that have a value, calls start(), lets FIDs in. False, with a line,
     /// when there is no thread or start() says so or throws; nothing runs then.
@@ -36,6 +38,7 @@ public:
 
 protected:
     using Handler = std::function<void(const Arguments& arguments)>;
+    using AnsweringHandler = std::function<Answer(const Arguments& arguments)>;
     using Work = std::function<void()>;
     using Milliseconds = std::chrono::milliseconds;
 
@@ -46,6 +49,13 @@ protected:
     /// std::logic_error. An exception that leaves the handler is one line of the log.
     void function(std::string name, std::vector<Parameter> parameters, Handler handler);
     void function(std::string name, Work handler);
+    /// Declares a function likewise whose handler tells the sender whether it was done. It comes on the
+    /// sender's thread, several at a time, beside what the driver's own thread does, and before FIDs of the
+    /// same sender that wait there; so it returns soon, and what it shares with others needs a lock. States,
+    /// events and all operations below may be used as they are. An answer that is not Answer::done() is one
+    /// line of the log, as are an exception (Answer::failed) and what the kit itself refuses. The sender is
+    /// told that line where the driver runs in its process; one of another process finds it in the log.
+    void answer(std::string name, std::vector<Parameter> parameters, AnsweringHandler handler);
 
     /// The driver begins: configuration and interfaces are there, and no handler runs. On the loader's
     /// thread, once for each start. False when it cannot work; it says why in the log.
@@ -85,12 +95,15 @@ private:
         std::string name;
         std::vector<Parameter> parameters;
         Handler handler;
+        AnsweringHandler answer;  ///< empty where there is a handler
     };
     struct Parts;
 
+    void declare(Function function);
     const Function* find(const std::string& name) const;
     std::string names() const;
     bool handle(const Function& function, const FIDParameterList& parameters) const;
+    bool tellAnswer(const Function& function, const Arguments& arguments) const;
     bool advance(const FIDParameterList& parameters) const;
     bool begin();
     /// Keeps back what is reported from now on.

@@ -26,7 +26,13 @@ public:
     static Parameter text(std::string name);
     /// One of these words.
     static Parameter choice(std::string name, std::vector<std::string> words);
+    /// Stands for whatever else comes: the function takes parameters that it does not declare, and a name
+    /// several times. Arguments::all() has them; the first one of a declared name is the declared parameter.
+    static Parameter further();
 
+    /// The same parameter, with a text for what would be right: "a number from 0 (no alarm) up". Without it
+    /// the text is made of type and range.
+    Parameter described(std::string rightText) const;
     /// The same parameter, which may be left out: the handler then finds this value. It must be right for the
     /// parameter itself; a std::logic_error says what would be.
     Parameter orElse(bool value) const;
@@ -34,7 +40,9 @@ public:
     Parameter orElse(double value) const;
     Parameter orElse(const char* value) const;
 
+    /// Of further() "...".
     const std::string& name() const { return m_name; }
+    bool isFurther() const { return m_type == EType::Further; }
     /// What stands for a parameter that was left out; nothing when it must be there.
     const std::optional<Value>& fallback() const { return m_fallback; }
 
@@ -44,7 +52,7 @@ public:
     std::string rightText() const;
 
 private:
-    enum class EType { Boolean, Integer, Number, Text, Choice };
+    enum class EType { Boolean, Integer, Number, Text, Choice, Further };
     Parameter(std::string name, EType type);
     Parameter with(Value fallback) const;
     bool isRight(const Value& value) const;
@@ -54,6 +62,7 @@ private:
     double m_lowest = std::numeric_limits<double>::lowest();
     double m_highest = std::numeric_limits<double>::max();
     std::vector<std::string> m_words;
+    std::string m_rightText;
     std::optional<Value> m_fallback;
 };
 

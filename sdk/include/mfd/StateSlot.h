@@ -20,11 +20,15 @@ public:
 
     const std::string& id() const { return m_id; }
 
+    /// Tells the panel again what it was told last, that there is no value included. Does nothing where
+    /// there has been nothing to tell.
+    void report();
+
 protected:
     /// Reports what there is to the panel, unless the driver does not run: it is kept then and reported at
     /// the start. With the mutex held, so that reports come in the order of their values.
-    void report();
-    /// What report() says; with the mutex held.
+    void tellPanel();
+    /// What tellPanel() says; with the mutex held.
     virtual void tell(IPanelState& panel) const = 0;
     /// Whether there is anything to say at the start; with the mutex held.
     virtual bool hasValue() const = 0;
