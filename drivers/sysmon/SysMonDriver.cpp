@@ -1,29 +1,20 @@
 #include "SysMonDriver.h"
 
 #include <charconv>
-#include <cmath>
+#include <chrono>
 #include <iostream>
+#include <limits>
 #include <system_error>
 #include <utility>
 
-#include "ThreadName.h"
+using mfd::Answer;
+using mfd::Arguments;
+using mfd::Parameter;
 
 namespace {
 
-constexpr int s_minInterval = 50;
-constexpr int s_maxInterval = 3600000;
-constexpr std::size_t s_maxText = 255;
 /// The load must fall to this part of the threshold before it can raise the alarm again.
 constexpr float s_rearmAt = 0.9F;
-
-template <class Number>
-std::optional<Number> parsed(const std::string& text) {
-    Number number{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return number;
-}
 
 std::string decimal(float number) {
     char text[64];
@@ -33,222 +24,118 @@ std::string decimal(float number) {
 
 }  // namespace
 
-SysMonDriver::SysMonDriver(SystemProbe::Paths paths) : m_probe(std::move(paths)) {}
-
-SysMonDriver::~SysMonDriver() {
-    stop();
+SysMonDriver::SysMonDriver(SystemProbe::Paths paths) : m_probe(std::move(paths)) {
+    answer("FORWARD", {Parameter::further()},
+           [this](const Arguments& arguments) { return forward(arguments); });
+    function("INTERVAL", {Parameter::integer("ms", 50, 3600000)}, [this](const Arguments& arguments) {
+        m_interval = arguments.integer("ms");
+        measureFromNowOn();
+    });
+    // At once, in its place between what FORWARD has sent before and sends after it.
+    answer("MARK", {Parameter::text("text").orElse("")}, [this](const Arguments& arguments) {
+        m_mark.report(arguments.text("text"));
+        return Answer::done();
+    });
+    function("REPORT", [this] { measure(true); });
+    function("THRESHOLD",
+             {Parameter::number("load", 0, std::numeric_limits<float>::max())
+                  .described("a number from 0 (no alarm) up")},
+             [this](const Arguments& arguments) {
+                 m_threshold = static_cast<float>(arguments.number("load"));
+                 m_armed = true;
+                 measure();
+             });
 }
 
-bool SysMonDriver::initializationCompleted() {
-    if (!panelState()) {
-        log(sal::LogOutput::eError, "not started, there is nowhere to report to");
-        return false;
-    }
-    stop();
-    m_stopping = false;
-    m_reported.reset();
-    m_gate.open();
-    try {
-        m_thread = std::thread(&SysMonDriver::run, this);
-    } catch (const std::system_error& error) {
-        m_gate.close();
-        log(sal::LogOutput::eError, std::string("not started, no thread: ") + error.what());
-        return false;
-    }
+bool SysMonDriver::start() {
+    m_hasMeasured = false;
+    measureFromNowOn();
     return true;
 }
 
-bool SysMonDriver::deinitialize() {
-    stop();
-    return true;
+void SysMonDriver::measureFromNowOn() {
+    measure();
+    cancel(m_timer);
+    m_timer = every(std::chrono::milliseconds(m_interval.value().value()), [this] { measure(); });
 }
 
-void SysMonDriver::stop() {
-    m_gate.close();
-    {
-        std::lock_guard lock(m_mutex);
-        m_stopping = true;
-        m_wakeUp.notify_all();
+void SysMonDriver::measure(bool everything) {
+    // All of one moment, before any of it can be seen.
+    const auto hostName = m_probe.hostName();
+    const auto freeMemory = m_probe.freeMemory();
+    const auto link = m_probe.link();
+    const auto load = m_probe.load();
+    if (everything) {
+        m_interval.report();
+        m_threshold.report();
     }
-    if (m_thread.joinable())
-        m_thread.join();
+    show(m_hostName, hostName, everything);
+    show(m_freeMemory, freeMemory, everything);
+    show(m_link, link, everything);
+    show(m_load, load, true);
+    if (load)
+        checkLoad(*load);
+    m_hasMeasured = true;
 }
 
-bool SysMonDriver::sendFID(const std::string& fid, const FIDParameterList& parameters) const {
-    static const mfd::FunctionTable<SysMonDriver>::Function s_functions[] = {
-        {"FORWARD", &SysMonDriver::forward},
-        {"INTERVAL", &SysMonDriver::setInterval},
-        {"MARK", &SysMonDriver::mark},
-        {"REPORT", &SysMonDriver::requestReport},
-        {"THRESHOLD", &SysMonDriver::setThreshold},
-    };
-    const auto pass = m_gate.enter();
-    return pass && callFunction<SysMonDriver>(s_functions, fid, parameters);
+template <class Type>
+void SysMonDriver::show(mfd::State<Type>& state, const std::optional<Type>& value, bool again) {
+    if (!value && (state.value() || !m_hasMeasured))
+        log(sal::LogOutput::eWarning, state.id() + " cannot be read on this machine");
+    if (again)
+        state.report(value);
+    else
+        state.set(value);
 }
 
-bool SysMonDriver::showState() const {
-    const auto pass = m_gate.enter();
-    if (!pass)
-        return false;
-    Sample sample;
-    Settings settings;
-    {
-        std::lock_guard lock(m_mutex);
-        sample = m_lastSample;
-        settings = m_settings;
-    }
-    std::cout << "load " << (sample.load ? decimal(*sample.load) : "unknown") << ", "
-              << (sample.freeMemory ? std::to_string(*sample.freeMemory) + " MiB free" : "memory unknown")
-              << ", host " << sample.hostName.value_or("unknown") << ", link "
-              << (!sample.link   ? "unknown"
-                  : *sample.link ? "up"
-                                 : "down")
-              << ", every " << settings.interval << " ms, alarm "
-              << (settings.threshold > 0 ? "above load " + decimal(settings.threshold) : std::string("off"))
-              << std::endl;
-    return true;
-}
-
-bool SysMonDriver::setInterval(const FIDParameterList& parameters) const {
-    const std::string text = parameters.value("ms");
-    const std::optional<int> interval = parsed<int>(text);
-    if (!interval || *interval < s_minInterval || *interval > s_maxInterval) {
-        log(sal::LogOutput::eWarning, "INTERVAL ignored, ms=\"" + text + "\" is not a whole number from " +
-                                          std::to_string(s_minInterval) + " to " +
-                                          std::to_string(s_maxInterval));
-        return false;
-    }
-    std::lock_guard lock(m_mutex);
-    m_settings.interval = *interval;
-    m_wakeUp.notify_all();
-    return true;
-}
-
-bool SysMonDriver::setThreshold(const FIDParameterList& parameters) const {
-    const std::string text = parameters.value("load");
-    const std::optional<float> threshold = parsed<float>(text);
-    if (!threshold || !std::isfinite(*threshold) || *threshold < 0) {
-        log(sal::LogOutput::eWarning,
-            "THRESHOLD ignored, load=\"" + text + "\" is not a number from 0 (no alarm) up");
-        return false;
-    }
-    std::lock_guard lock(m_mutex);
-    m_settings.threshold = *threshold;
-    m_armed = true;
-    m_wakeUp.notify_all();
-    return true;
-}
-
-bool SysMonDriver::requestReport(const FIDParameterList&) const {
-    std::lock_guard lock(m_mutex);
-    m_reportRequested = true;
-    m_wakeUp.notify_all();
-    return true;
-}
-
-bool SysMonDriver::forward(const FIDParameterList& parameters) const {
-    const std::string fid = parameters.value("fid");
-    if (fid.find('.') == std::string::npos) {
-        log(sal::LogOutput::eWarning,
-            "FORWARD ignored, fid=\"" + fid + "\" is not a driver ID, \".\" and a function");
-        return false;
-    }
-    // Only the first "fid" is ours: a further one belongs to the FID that is sent, so no chain is endless.
-    FIDParameterList rest;
-    bool taken = false;
-    for (const auto& [name, value] : parameters) {
-        if (!taken && name == "fid")
-            taken = true;
-        else
-            rest.add(name, value);
-    }
-    if (!sendToDriver(fid, rest)) {
-        log(sal::LogOutput::eError, "FORWARD failed, " + fid + " could not be sent");
-        return false;
-    }
-    return true;
-}
-
-bool SysMonDriver::mark(const FIDParameterList& parameters) const {
-    panelState()->setStateValue("MARK", parameters.value("text").substr(0, s_maxText));
-    return true;
-}
-
-void SysMonDriver::run() {
-    base::nameThread(configuration().driverID, "measure");
-    std::unique_lock lock(m_mutex);
-    while (!m_stopping) {
-        const Settings settings = m_settings;
-        const bool everything = std::exchange(m_reportRequested, false);
-        const auto next = std::chrono::steady_clock::now() + std::chrono::milliseconds(settings.interval);
-        lock.unlock();
-        const Sample sample{m_probe.load(), m_probe.freeMemory(), m_probe.hostName(), m_probe.link()};
-        report(sample, settings, everything);
-        lock.lock();
-        m_lastSample = sample;
-        m_wakeUp.wait_until(lock, next, [this, &settings] {
-            return m_stopping || m_reportRequested || m_settings != settings;
-        });
-    }
-}
-
-void SysMonDriver::report(const Sample& sample, const Settings& settings, bool everything) {
-    const bool all = everything || !m_reported;
-    const Sample& old = m_reported ? *m_reported : Sample{};
-    IPanelState& panel = *panelState();
-    const auto unknown = [&](const std::string& stateID, bool was) {
-        if (was || all)
-            panel.unsetStateValue(stateID);
-        if (was || !m_reported)
-            log(sal::LogOutput::eWarning, stateID + " cannot be read on this machine");
-    };
-
-    if (all || settings.interval != m_reportedSettings.interval)
-        panel.setStateValueInt("INTERVAL", settings.interval);
-    if (all || settings.threshold != m_reportedSettings.threshold)
-        panel.setStateValueFloat("THRESHOLD", settings.threshold);
-    m_reportedSettings = settings;
-
-    if (!sample.hostName)
-        unknown("HOSTNAME", old.hostName.has_value());
-    else if (all || sample.hostName != old.hostName)
-        panel.setStateValue("HOSTNAME", *sample.hostName);
-    if (!sample.freeMemory)
-        unknown("MEMFREE", old.freeMemory.has_value());
-    else if (all || sample.freeMemory != old.freeMemory)
-        panel.setStateValueInt("MEMFREE", *sample.freeMemory);
-    if (!sample.link)
-        unknown("LINK", old.link.has_value());
-    else if (all || sample.link != old.link)
-        panel.setStateValueBool("LINK", *sample.link);
-    if (!sample.load) {
-        unknown("LOAD", old.load.has_value());
-    } else {
-        panel.setStateValueFloat("LOAD", *sample.load);
-        checkLoad(*sample.load, settings.threshold);
-    }
-    m_reported = sample;
-}
-
-void SysMonDriver::checkLoad(float load, float threshold) {
-    {
-        std::lock_guard lock(m_mutex);
-        // A threshold that was changed meanwhile is for the next sample, which comes at once.
-        if (threshold <= 0 || threshold != m_settings.threshold)
-            return;
-        if (load <= threshold * s_rearmAt)
-            m_armed = true;
-        if (load <= threshold || !m_armed)
-            return;
-        m_armed = false;
-    }
+void SysMonDriver::checkLoad(float load) {
+    const float threshold = m_threshold.value().value();
+    if (load <= threshold * s_rearmAt)
+        m_armed = true;
+    if (threshold <= 0 || load <= threshold || !m_armed)
+        return;
+    m_armed = false;
     FIDParameterList alarm;
     alarm.add("source", configuration().driverID);
     alarm.add("text", "load " + decimal(load) + " is above " + decimal(threshold));
     alarm.add("load", decimal(load));
     alarm.add("threshold", decimal(threshold));
-    if (!sendToDriver("PANEL.ALARM", alarm))
+    // The base's, which leaves it to the caller to say what was not sent.
+    if (!MfdDriverBase::sendToDriver("PANEL.ALARM", alarm))
         log(sal::LogOutput::eError, "load " + decimal(load) + " is above " + decimal(threshold) +
                                         ", but the alarm could not be sent to the panel");
-    panelState()->triggerEvent("LOADHIGH", decimal(load));
+    m_loadHigh.trigger(decimal(load));
+}
+
+Answer SysMonDriver::forward(const Arguments& arguments) const {
+    const std::string fid = arguments.all().value("fid");
+    if (fid.find('.') == std::string::npos)
+        return Answer::ignored("fid=\"" + fid + "\" is not a driver ID, \".\" and a function");
+    // Only the first "fid" is ours: a further one belongs to the FID that is sent, so no chain is endless.
+    FIDParameterList rest;
+    bool taken = false;
+    for (const auto& [name, value] : arguments.all()) {
+        if (!taken && name == "fid")
+            taken = true;
+        else
+            rest.add(name, value);
+    }
+    return MfdDriverBase::sendToDriver(fid, rest) ? Answer::done()
+                                                  : Answer::failed(fid + " could not be sent");
+}
+
+bool SysMonDriver::showState() const {
+    const auto load = m_load.value();
+    const auto freeMemory = m_freeMemory.value();
+    const auto link = m_link.value();
+    const float threshold = m_threshold.value().value();
+    std::cout << "load " << (load ? decimal(*load) : "unknown") << ", "
+              << (freeMemory ? std::to_string(*freeMemory) + " MiB free" : "memory unknown") << ", host "
+              << m_hostName.value().value_or("unknown") << ", link "
+              << (!link   ? "unknown"
+                  : *link ? "up"
+                          : "down")
+              << ", every " << m_interval.value().value() << " ms, alarm "
+              << (threshold > 0 ? "above load " + decimal(threshold) : std::string("off")) << std::endl;
+    return true;
 }

@@ -61,10 +61,10 @@ TEST_F(ThreadNames, EachThreadSaysWhatItIs) {
     giveAdapter();
     HostProcess& host = startDemo();
     ASSERT_TRUE(host.waitForOutput("\nSYS.LOAD = ")) << host.log();
-    const Names ofHost{"API limits", "API recording", "LOCAL measure", "PANEL macros",    "SYS receive",
+    const Names ofHost{"API limits", "API recording", "LOCAL driver", "PANEL macros",    "SYS receive",
                        "api",        "commands",      "console",       "drivers' errors", "follow",
                        "log",        "log file",      "mfhost",        "recorder",        "supervisor"};
-    const Names ofDriver{"SYS measure", "host process", "host queues", "log", "mfddllwrap", "signals"};
+    const Names ofDriver{"SYS driver", "host process", "host queues", "log", "mfddllwrap", "signals"};
     EXPECT_THAT(awaitNames(host.pid(), ofHost), ElementsAreArray(ofHost));
     EXPECT_THAT(awaitNames(host.driverProcess("SYS"), ofDriver), ElementsAreArray(ofDriver));
     EXPECT_EQ(end(), 0) << host.log();
