@@ -40,7 +40,7 @@ step "$(basename "$(dirname "$(dirname "$0")")") $name" && echo "Chaos of a minu
 """
 FUZZ = STEP + 'step "fuzz $2"\n'
 PACKAGE = STEP + 'step packages && echo "package test: passed, 1 s"\n'
-UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "unit_stream", "unit_web", "process_traffic", "unit_mfhost"]
+UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "unit_stream", "unit_web", "process_traffic", "unit_sdk", "unit_mfhost"]
 
 
 class SoakTest(unittest.TestCase):

@@ -1,14 +1,21 @@
 #include "mfd/Settings.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
+#include <stdlib.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
 #include <stdexcept>
 #include <string>
 
+#include "ForkedProcess.h"
+#include "PrivateMachine.h"
+#include "Rounds.h"
 #include "TemporaryDirectory.h"
 
 namespace {
@@ -164,31 +171,137 @@ TEST_F(SettingsTest, NameOfASettingHasNoEqualsSign) {
         EXPECT_THROW(sut.set(name, 1), std::logic_error) << name;
 }
 
-/// Each kill comes at another instant of a write.
-TEST_F(SettingsTest, KillInTheMiddleOfAWriteLeavesAWholeFile) {
-    for (int round = 0; round < 20; ++round) {
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            Settings sut;
-            if (!sut.load(files.path()).empty())
-                ::_exit(1);
-            for (int i = sut.integer("count");; ++i) {
-                sut.set("count", i);
-                sut.set("text", std::string(20000, static_cast<char>('a' + i % 26)));
-                if (!sut.save().empty())
-                    ::_exit(1);
-            }
+/// What a process that saves again and again has come to, where its death does not reach.
+struct Progress {
+    std::atomic<int> begun;
+    std::atomic<int> done;
+};
+
+std::string textOf(int number) {
+    return std::string(static_cast<std::size_t>(number % 7) * 4000 + 10,
+                       static_cast<char>('a' + number % 26));
+}
+
+/// Each kill comes at another moment, nearly all of them in the middle of a save().
+TEST_F(SettingsTest, KillAtAnyMomentLeavesTheFileFromBeforeOrTheNewOneEndurance) {
+    const int kills = rounds(20);
+    int inTheMiddle = 0;
+    int newOnes = 0;
+    {
+        Settings first;
+        ASSERT_EQ(first.load(files.path()), "");
+        first.set("number", 1);
+        first.set("text", textOf(1));
+        ASSERT_EQ(first.save(), "");
+    }
+    void* const pShared =
+        ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pShared, MAP_FAILED);
+    auto* const pProgress = static_cast<Progress*>(pShared);
+    pProgress->done = 1;
+    for (int round = 0; round < kills; ++round) {
+        {
+            ForkedProcess child([&](const ForkedProcess::Side& side) {
+                Settings sut;
+                std::string fault = sut.load(files.path());
+                for (int number = sut.integer("number") + 1; fault.empty(); ++number) {
+                    sut.set("number", number);
+                    sut.set("text", textOf(number));
+                    pProgress->begun = number;
+                    fault = sut.save();
+                    pProgress->done = number;
+                    if (fault.empty() && number % 4 == 0)
+                        side.tell("saves");
+                }
+                side.tell(fault);
+            });
+            ASSERT_EQ(child.hear(), "saves") << "round " << round;
+            ::usleep(static_cast<useconds_t>(::random() % 3000));
+            child.kill();
         }
-        ::usleep(static_cast<useconds_t>(2000 + 777 * round));
-        ::kill(pid, SIGKILL);
-        int status = 0;
-        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-        ASSERT_TRUE(WIFSIGNALED(status)) << "the file was broken at round " << round;
+        const int begun = pProgress->begun;
+        const int done = pProgress->done;
+        ASSERT_TRUE(files.contains("settings.txt")) << "round " << round;
         Settings after;
         ASSERT_EQ(after.load(files.path()), "") << "round " << round;
-        const std::string text = after.text("text");
-        EXPECT_EQ(text, std::string(text.size(), text.empty() ? ' ' : text.front()));
+        const int number = after.integer("number");
+        ASSERT_TRUE(number == done || number == begun) << number << " of " << done << ", " << begun;
+        ASSERT_EQ(after.text("text"), textOf(number)) << "round " << round;
+        inTheMiddle += begun != done ? 1 : 0;
+        newOnes += number != done ? 1 : 0;
+        pProgress->done = number;
     }
+    ::munmap(pShared, sizeof(Progress));
+    EXPECT_GT(inTheMiddle, 0) << "no kill came in the middle of a save()";
+    std::cout << kills << " kills, " << inTheMiddle << " in the middle of a save(), " << newOnes
+              << " of these after the new file had taken its place\n";
+}
+
+/// With its own mounts, so nothing but the file is full.
+TEST_F(SettingsTest, FullDiskIsSaidAndLeavesTheFileFromBefore) {
+    ForkedProcess child([&](const ForkedProcess::Side& side) {
+        const std::string missing = PrivateMachine::enterWithSmall(files.path(), "64k");
+        side.tell(missing);
+        if (!missing.empty())
+            return;
+        Settings sut;
+        side.tell(sut.load(files.path()));
+        sut.set("a", 1);
+        side.tell(sut.save());
+        sut.set("text", std::string(200000, 'x'));
+        side.tell(sut.save());
+        side.tell(std::to_string(files.contains("settings.txt.part")));
+        sut.remove("text");
+        sut.set("a", 2);
+        // Not even a few bytes are left.
+        std::ofstream(files.path("other")) << std::string(100000, 'x') << std::flush;
+        side.tell(sut.save());
+        Settings after;
+        side.tell(after.load(files.path()));
+        side.tell(after.text("a"));
+        std::filesystem::remove(files.path("other"));
+        side.tell(sut.save());
+        side.tell(after.load(files.path()));
+        side.tell(after.text("a"));
+    });
+    const std::string missing = child.hear();
+    if (!missing.empty())
+        GTEST_SKIP() << missing;
+    const std::string full = path() + " not saved: No space left on device";
+    EXPECT_EQ(child.hear(), "");
+    EXPECT_EQ(child.hear(), "");
+    EXPECT_EQ(child.hear(), full);
+    EXPECT_EQ(child.hear(), "0");
+    EXPECT_EQ(child.hear(), full);
+    EXPECT_EQ(child.hear(), "");
+    EXPECT_EQ(child.hear(), "1");
+    EXPECT_EQ(child.hear(), "");
+    EXPECT_EQ(child.hear(), "");
+    EXPECT_EQ(child.hear(), "2");
+}
+
+TEST_F(SettingsTest, DirectoryThatMayNotBeWrittenIsSaidAndTheFileStays) {
+    {
+        Settings first;
+        ASSERT_EQ(first.load(files.path()), "");
+        first.set("a", 1);
+        ASSERT_EQ(first.save(), "");
+    }
+    ASSERT_EQ(::chmod(files.path().c_str(), 0555), 0);
+    ForkedProcess child([&](const ForkedProcess::Side& side) {
+        // Root may write all the same.
+        if (::geteuid() == 0 && !ForkedProcess::become(65534, 65534))
+            return;
+        Settings sut;
+        side.tell(sut.load(files.path()));
+        sut.set("a", 2);
+        side.tell(sut.save());
+    });
+    EXPECT_EQ(child.hear(), "");
+    EXPECT_EQ(child.hear(), path() + " not saved: Permission denied");
+    child.end();
+    EXPECT_EQ(files.read("settings.txt"), "mfd-settings 1\na=1\nend\n");
+    ASSERT_EQ(::chmod(files.path().c_str(), 0755), 0);
 }
 
 }  // namespace
