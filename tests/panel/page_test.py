@@ -25,7 +25,7 @@ from selenium.webdriver.common.by import By  # noqa: E402
 from selenium.webdriver.common.keys import Keys  # noqa: E402
 
 from browser import Browser  # noqa: E402
-from standin import StandIn, driver, value  # noqa: E402
+from standin import StandIn, driver, link, value  # noqa: E402
 
 # How long a condition may take on a machine that does much else.
 PATIENCE = 60
@@ -463,6 +463,61 @@ class Page(unittest.TestCase):
         self.wait_for("axis: no encoder", "dialog")
         self.assertEqual(self.js("return location.hash"), "#now?driver=A")
 
+    LINKS = "return [...document.querySelectorAll('.link-row')].map((row) => [row.querySelector('h3').innerText, row.querySelector('.sign').dataset.sign, row.querySelector('.sign').innerText])"
+
+    def test_links_have_a_place_of_their_own_and_what_is_away_comes_first(self):
+        host = self.host()
+        host.tell(drivers=[driver("A"), driver("EAST", type="Link"), driver("NORTH", type="Link"), driver("WEST", "starting", type="Link")],
+                  values=[*link("NORTH", delay=12.3), *link("EAST", "EAST is away", error="A.MOVE: expired")])  # fmt: skip
+        self.open(host)
+        # What has said nothing yet is not taken for one that is away.
+        self.wait("three links", lambda: self.js(self.LINKS) == [["EAST", "stale", "away: EAST is away"], ["WEST", "unknown", "not known: starting"], ["NORTH", "live", "up"]])
+        self.assertEqual(self.text(".summary"), "3 of 4 drivers run · 1 of 3 links up · 15 values · 3 stale")
+        north, east = self.text("[data-link-id=NORTH]"), self.text("[data-link-id=EAST]")
+        self.assertRegex(north, r"for [67]\d s\s+HALL to NORTH\s+12 ms there and back\s+in 10 · out 0\.5 msg/s$")
+        self.assertRegex(east, r"HALL to EAST\s+Last error, 3 min ago: A\.MOVE: expired$")
+        self.assertEqual(self.js("return document.querySelector('[data-link-id=NORTH] .quiet-text').title"), "over broker.example.net port 8883")
+        host.put_values(*link("NORTH", stale="signal 11 (Segmentation fault)"), *link("EAST"))
+        self.wait("the other one is away", lambda: self.js(self.LINKS) == [["NORTH", "stale", "away: signal 11 (Segmentation fault)"],
+                                                                           ["WEST", "unknown", "not known: starting"], ["EAST", "live", "up"]])  # fmt: skip
+        shapes = self.js("return [...document.querySelectorAll('.link-row .sign')].map((each) => { const style = getComputedStyle(each, '::before'); return `${style.clipPath} ${style.borderTopStyle}`; })")
+        self.assertEqual(len(set(shapes)), 3, shapes)
+        self.driver.find_element(By.LINK_TEXT, "EAST").click()
+        self.wait_for("axis: no encoder", "dialog")
+        self.assertEqual(self.js("return location.hash"), "#now?driver=EAST")
+
+    def test_links_are_struck_through_when_the_host_is_not_heard(self):
+        host = self.host()
+        host.tell(drivers=[driver("NORTH", type="Link"), driver("WEST", type="Link")], values=[*link("NORTH"), *link("WEST", "WEST is away")])
+        self.open(host)
+        self.wait("both links", lambda: len(self.js(self.LINKS)) == 2)
+        host.is_beating = False
+        self.wait_for_link("silent")
+        self.assertEqual(self.js(self.LINKS), [["WEST", "unknown", "was away: WEST is away"], ["NORTH", "unknown", "was up"]])
+        self.assertRegex(self.text("[data-link-id=NORTH] .when"), r"^last heard \d\d:\d\d:\d\d$")
+        self.assertEqual(self.js("return [...document.querySelectorAll('.link-row :is(.sign, .figure)')].filter((each) => getComputedStyle(each).textDecorationLine !== 'line-through').length"), 0)
+
+    def test_links_stand_on_the_wall_and_on_a_phone_and_take_no_place_where_there_are_none(self):
+        host = self.host()
+        host.tell(drivers=[driver("A")])
+        self.open(host)
+        self.wait_for("A", ".tile")
+        places = "return [...document.querySelectorAll('.link-part, .wall section[aria-label^=Links]')].map((each) => each.checkVisibility())"
+        self.assertEqual((self.js(places), self.text(".summary")), ([False], "1 of 1 driver runs · 0 values"))
+        self.js("location.hash = '#wall'")
+        self.wait("the wall", lambda: self.js("return document.querySelectorAll('.wall-drivers li').length") == 1)
+        self.assertEqual(self.js(places), [False])
+        host.tell(drivers=[driver("NORTH", type="Link")], values=link("NORTH", "no broker: Connection refused"))
+        self.wait_for("away: no broker: Connection refused", ".wall section[aria-label^=Links]")
+        self.assertEqual(self.js("return [document.querySelector('.wall section[aria-label^=Links] li').dataset.kind, document.querySelectorAll('.wall-drivers li').length]"), ["stale", 2])
+        self.browser.size(360, 740)
+        try:
+            self.js("location.hash = '#now'")
+            self.wait_for("away: no broker: Connection refused", ".link-row")
+            self.assertEqual(self.js("return [document.documentElement.scrollWidth, document.querySelector('.link-row').scrollWidth <= document.querySelector('.link-row').clientWidth]"), [360, True])
+        finally:
+            self.browser.size(1280, 800)
+
     def test_drivers_are_reloaded_parked_and_started_after_a_question(self):
         host = self.host()
         host.tell(drivers=[driver("A/1"), driver("OFF", "parked")])
@@ -495,7 +550,7 @@ class Page(unittest.TestCase):
         host.answers["/acknowledge"] = acknowledge
         self.open(host)
         self.wait_for("2 alarms, 1 shelved", ".alarm-part h2")
-        self.assertEqual(self.js("return [...document.querySelectorAll('.alarm .sign')].map((each) => each.innerText)"), ["over", "on"])
+        self.assertEqual(self.js("return [...document.querySelectorAll('.alarm .sign')].map((each) => each.innerText)"), ["on", "over"])
         self.wait("the title counts them", lambda: self.driver.title == "(2) Now · hall")
         self.click('Acknowledge load "high"')
         self.wait_for("1 alarm", ".alarm-part h2")

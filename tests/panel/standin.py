@@ -59,6 +59,15 @@ def driver(name, state="running", mode="queue", **others):
             "queuedOut": 0 if mode == "queue" else None, "valuesLost": 0, **others}  # fmt: skip
 
 
+def link(name, told="up", stale=None, site="HALL", delay=1.5, error=None):
+    """What a link driver reports of itself."""
+    gone = stale or (None if told == "up" else told)
+    parts = [value(f"{name}.LINK", told, stale=stale, age_ms=61_000), value(f"{name}.LINK_SITE", site, stale=stale), value(f"{name}.LINK_TO", name, stale=stale),
+             value(f"{name}.LINK_BROKER", "broker.example.net port 8883", stale=stale), value(f"{name}.LINK_DELAY", delay, stale=gone),
+             value(f"{name}.LINK_IN", 10.0, stale=gone), value(f"{name}.LINK_OUT", 0.5, stale=gone)]  # fmt: skip
+    return parts + ([value(f"{name}.LINK_ERROR", error, age_ms=180_000)] if error else [])
+
+
 class Connection:
     """One open page."""
 
@@ -455,7 +464,8 @@ def demo():
     drivers = [driver("PANEL", mode="direct"), driver("AXIS1", receivedPerSecond=41.2, sentPerSecond=12.0), driver("AXIS2", receivedPerSecond=38.0, sentPerSecond=11.4),
                driver("AXIS3", "waiting", cause="signal 11 (Segmentation fault)", restarts=3, nextTryMs=8000, status="ended"),
                driver("LAMP", "hung", restarts=1, cause="does not answer", queuedIn=91, receivedPerSecond=0.0), driver("SYS", receivedPerSecond=1.0),
-               driver("OSC", "parked", mode="direct"), driver("DOOR", "starting")]  # fmt: skip
+               driver("OSC", "parked", mode="direct"), driver("DOOR", "starting"),
+               driver("NORTH", type="Link", mode="direct"), driver("WEST", type="Link", mode="direct")]  # fmt: skip
     values = []
     for axis in ("AXIS1", "AXIS2", "AXIS3"):
         stale = "signal 11 (Segmentation fault)" if axis == "AXIS3" else None
@@ -463,6 +473,7 @@ def demo():
                    value(f"{axis}.HOMED", True, stale=stale, age_ms=7_300_000), value(f"{axis}.LABEL", "left of the gate", stale=stale, age_ms=300_000_000)]  # fmt: skip
     values += [value("SYS.LOAD", 0.42, age_ms=900), value("SYS.MEMORY", 61, age_ms=900), value("SYS.HOSTNAME", "hall-1", age_ms=90_000),
                value("LAMP.BRIGHTNESS", 40, stale="does not answer", age_ms=45_000), value("PANEL.STAGE", "setup", age_ms=500_000)]  # fmt: skip
+    values += link("NORTH") + link("WEST", "WEST is away", error="STAGE.MOVE: not known: WEST went before the answer came")
     stand_in.tell(values=values, drivers=drivers, alarms=[
         {"key": "LAMP.DRIVER", "text": "hangs: no answer for 10 s", "raised": iso(stand_in.now() - 45_000_000), "count": 1, "over": False, "shelvedForMs": None},
         {"key": "SYS", "text": "load 19.05 is above 4", "raised": iso(stand_in.now() - 600_000_000), "count": 3, "over": True, "shelvedForMs": None}])  # fmt: skip

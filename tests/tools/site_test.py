@@ -3,6 +3,7 @@
 
 import json
 import os
+import re
 import signal
 import subprocess
 import sys
@@ -77,6 +78,20 @@ class SiteTest(unittest.TestCase):
         (link,) = self.ask(name, "links")["links"]
         return link
 
+    def assert_the_panel_can_read(self, name, is_up):
+        """What its page takes for a link, and the values that it reads of one, are what the driver reports."""
+        page = (ROOT / "mfhost/web/page/links.js").read_text()
+        other = {"north": "SOUTH", "south": "NORTH"}[name]
+        types = {each["id"]: each["type"] for each in self.ask(name, "drivers")["drivers"]}
+        self.assertEqual([each for each in types if types[each] == re.search('const driverType = "(.*)";', page)[1]], [other])
+        values = {each["key"].removeprefix(f"{other}."): each for each in self.ask(name, "state", f"{other}.LINK*")["values"]}
+        read = set(re.findall('"(.*?)"', re.search(r"const names = \[(.*)\];", page)[1]))
+        # Of a link that has logged no warning yet there is no error.
+        self.assertEqual(set(values) | {"LINK_ERROR"}, read)
+        self.assertEqual(values["LINK"]["text"] == "up", is_up)
+        figures = {each for each in values if values[each]["stale"]}
+        self.assertEqual(figures, set() if is_up else {"LINK_DELAY", "LINK_IN", "LINK_OUT"})
+
     def until(self, condition, text):
         end = time.monotonic() + PATIENCE
         while not condition():
@@ -107,6 +122,8 @@ class SiteTest(unittest.TestCase):
             self.ask(name, "send", f"{other}.SYS.MARK", f"text=of-{name}")
             self.until(lambda name=name: self.mark(name) == (f"of-{name}", None), f"{name} has no live value")
             self.assertTrue(self.link(name)["up"])
+            self.until(lambda name=name: None not in (self.link(name)["delayMs"], self.link(name)["outPerSecond"]), f"{name} has no figures")
+            self.assert_the_panel_can_read(name, is_up=True)
 
         done = self.tell("cut", "north")
         self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "the line of NORTH is cut\n", ""))
@@ -117,6 +134,7 @@ class SiteTest(unittest.TestCase):
             self.assertEqual(value, f"of-{name}")
             self.assertRegex(why, f"^({cause})$")
             self.until(lambda name=name: not self.link(name)["up"], f"{name}'s link is up")
+            self.assert_the_panel_can_read(name, is_up=False)
         self.assertIn("NORTH, its line cut:\n", self.tell("status").stdout)
 
         # A button of the panel, and what it shows.

@@ -1,6 +1,7 @@
 // The page "Now": alarms, then a tile for each driver, what is wrong first.
 
 import {actionButton, ask, attempt, emptyNote, facts, h, KeyedList, mark, openDialog, put, setSign, sign} from "./dom.js";
+import {isOfLinks, LinkPart, linksOf} from "./links.js";
 import {runsOf} from "./past.js";
 import {advice, ageOrHeard, byTrouble, driverSign, heardText, isInSight} from "./signs.js";
 import "./spark.js";
@@ -13,6 +14,7 @@ export class NowPage {
     #summary = h("p", {class: "summary"});
     #alarmTitle = h("h2", {});
     #alarms = h("ul", {class: "alarms"});
+    #links;
     #tiles = h("ul", {class: "tiles"});
     #empty = emptyNote("There is no driver in this workplace.");
     #acknowledgeAll;
@@ -27,14 +29,17 @@ export class NowPage {
         this.#acknowledgeAll = actionButton("Acknowledge all", "operate", () => this.#acknowledge("all", this.#seen));
         this.#alarmList = new KeyedList(this.#alarms, (alarm) => this.#makeAlarm(alarm), (part, alarm) => this.#writeAlarm(part, alarm));
         this.#tileList = new KeyedList(this.#tiles, (driver) => this.#makeTile(driver), (part, driver) => this.#writeTile(part, driver));
+        this.#links = new LinkPart(context);
         this.element = h("div", {class: "page now"}, this.#summary,
             h("section", {class: "alarm-part", "aria-label": "Alarms"},
                 h("header", {class: "part"}, this.#alarmTitle, this.#acknowledgeAll), this.#alarms),
+            this.#links.element,
             h("section", {"aria-label": "Drivers"}, h("h2", {class: "unseen"}, "Drivers"), this.#tiles, this.#empty));
     }
 
     show(parameters) {
         this.#drawAlarms();
+        this.#links.draw();
         this.#drawTiles();
         const driver = parameters.get("driver");
         if (driver)
@@ -50,11 +55,14 @@ export class NowPage {
     news(changes) {
         if (changes.alarms)
             this.#drawAlarms();
+        if (isOfLinks(changes, this.#context.model))
+            this.#links.draw();
         if (changes.drivers.size > 0)
             this.#drawTiles();
     }
 
     second() {
+        this.#links.draw();
         for (const driver of this.#context.model.drivers.values()) {
             const part = this.#tileList.get(driver.id);
             if (!part)
@@ -80,6 +88,9 @@ export class NowPage {
         const parts = [`${running} of ${counted(model.drivers.size - parked, "driver")} ${running === 1 ? "runs" : "run"}`];
         if (parked > 0)
             parts.push(`${parked} parked`);
+        const links = linksOf(model);
+        if (links.length > 0)
+            parts.push(`${links.filter((each) => each.isUp).length} of ${counted(links.length, "link")} up`);
         parts.push(counted(model.values.size, "value"));
         if (stale > 0)
             parts.push(`${stale} stale`);
@@ -112,7 +123,8 @@ export class NowPage {
         mark(this.element.querySelector(".alarm-part"), "data-some", alarms.length > 0 ? "yes" : null);
         this.#acknowledgeAll.hidden = alarms.length < 2;
         this.#seen = alarms.map((alarm) => alarm.key);
-        this.#alarmList.set([...alarms].reverse(), (alarm) => alarm.key);
+        // What still is so first, then the newest.
+        this.#alarmList.set([...alarms].reverse().sort((one, other) => one.over - other.over), (alarm) => alarm.key);
     }
 
     async #acknowledge(what, keys) {

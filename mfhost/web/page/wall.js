@@ -1,6 +1,7 @@
 // The page "Wall": how the drivers are and what the pinned values say, large, for a screen that nobody touches.
 
 import {h, KeyedList, mark, put, setSign, sign} from "./dom.js";
+import {isLink, isOfLinks, linkSign, linksOf} from "./links.js";
 import {ageOrHeard, byTrouble, driverSign, isInSight, valueSign} from "./signs.js";
 import {clockText, counted} from "./text.js";
 
@@ -11,8 +12,11 @@ export class WallPage {
     #clock = h("span", {class: "clock"});
     #alarms = h("p", {class: "wall-alarms"});
     #drivers = h("ul", {class: "wall-drivers"});
+    #links = h("ul", {class: "wall-drivers"});
+    #linkPart = h("section", {"aria-label": "Links to other workplaces"}, this.#links);
     #values = h("ul", {class: "wall-values"});
     #driverList;
+    #linkList;
     #valueList;
 
     constructor(context) {
@@ -22,6 +26,11 @@ export class WallPage {
             part.element = h("li", {}, h("h2", {}, driver.id), part.sign, part.cause);
             return part;
         }, (part, driver) => this.#writeDriver(part, driver));
+        this.#linkList = new KeyedList(this.#links, (link) => {
+            const part = {sign: sign()};
+            part.element = h("li", {}, h("h2", {}, `Link ${link.id}`), part.sign);
+            return part;
+        }, (part, link) => this.#writeLink(part, link));
         this.#valueList = new KeyedList(this.#values, (key) => {
             const part = {text: h("p", {class: "large value"}), sign: sign(), age: h("span", {class: "quiet-text"})};
             part.element = h("li", {}, h("h2", {}, key), part.text, h("p", {}, part.sign, " ", part.age));
@@ -29,7 +38,8 @@ export class WallPage {
         }, (part, key) => this.#writeValue(part, key));
         this.element = h("div", {class: "page wall"},
             h("header", {}, h("h1", {}, "Wall"), this.#alarms, this.#clock, h("a", {href: "#now", class: "leave"}, "Leave the wall")),
-            h("section", {"aria-label": "Drivers"}, this.#drivers), h("section", {"aria-label": "Pinned values"}, this.#values));
+            h("section", {"aria-label": "Drivers"}, this.#drivers), this.#linkPart,
+            h("section", {"aria-label": "Pinned values"}, this.#values));
     }
 
     show() {
@@ -39,7 +49,7 @@ export class WallPage {
     hide() {}
 
     news(changes) {
-        if (changes.drivers.size > 0 || changes.alarms)
+        if (changes.alarms || isOfLinks(changes, this.#context.model))
             this.#draw();
         for (const key of changes.values) {
             const part = this.#valueList.get(key);
@@ -58,10 +68,20 @@ export class WallPage {
         const alarms = model.alarms.filter(isInSight);
         put(this.#alarms, alarms.length === 0 ? "no alarms" : `${counted(alarms.length, "alarm")}: ${alarms.map((alarm) => `${alarm.key} ${alarm.text}`).join(" · ")}`);
         mark(this.#alarms, "data-some", alarms.length > 0 ? "yes" : null);
-        const drivers = [...model.drivers.values()].sort(byTrouble);
+        // A link driver says more as a link.
+        const drivers = [...model.drivers.values()].filter((driver) => !isLink(driver)).sort(byTrouble);
         this.#driverList.set(drivers, (driver) => driver.id);
+        const links = linksOf(model);
+        this.#linkPart.hidden = links.length === 0;
+        this.#linkList.set(links, (each) => each.id);
         this.#valueList.set([...pins].sort(), (key) => key);
-        mark(this.element, "data-many", drivers.length + [...pins].length > 40 ? "yes" : null);
+        mark(this.element, "data-many", drivers.length + links.length + [...pins].length > 40 ? "yes" : null);
+    }
+
+    #writeLink(part, link) {
+        const {kind, text} = linkSign(link, this.#context.link);
+        setSign(part.sign, kind, text);
+        mark(part.element, "data-kind", kind);
     }
 
     #writeDriver(part, driver) {
