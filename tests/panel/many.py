@@ -39,6 +39,12 @@ WORKPLACE = """<?xml version="1.0" encoding="UTF-8"?>
 """
 
 
+def own_kb(pid):
+    """What the process shares with no other."""
+    lines = Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()
+    return sum(int(line.split()[1]) for line in lines if line.startswith(("Private_Clean", "Private_Dirty")))
+
+
 class SocketConnection(http.client.HTTPConnection):
     """To the host's control socket."""
 
@@ -96,8 +102,7 @@ class Host:
         return self.ask("POST", "/api/v1/session", {"code": printed.split("#code=")[1].split()[0]})[1]["token"]
 
     def private_kb(self):
-        lines = Path(f"/proc/{self.process.pid}/smaps_rollup").read_text().splitlines()
-        return sum(int(line.split()[1]) for line in lines if line.startswith(("Private_Clean", "Private_Dirty")))
+        return own_kb(self.process.pid)
 
     def stop(self):
         self.process.terminate()
@@ -106,6 +111,21 @@ class Host:
         except subprocess.TimeoutExpired:
             self.process.kill()
             return "killed"
+
+
+def judged(name, build, look):
+    """The exit code after look(host, faults), with what it found printed; the host has to end well, too."""
+    faults = []
+    with tempfile.TemporaryDirectory(prefix=f"mfhost-{name}-") as directory:
+        host = Host(build, Path(directory))
+        try:
+            look(host, faults)
+        finally:
+            ended = host.stop()
+        if ended != 0:
+            faults.append(f"{name}: the host ended with {ended}")
+    print("\n".join(faults), end="\n" if faults else "")
+    return 1 if faults else 0
 
 
 class OpenPage:
@@ -233,18 +253,12 @@ def first_picture(browser, host):
 
 def main():
     build, seconds = sys.argv[1], float(sys.argv[2]) if len(sys.argv) > 2 else 20
-    faults = []
-    with tempfile.TemporaryDirectory(prefix="mfhost-many-") as directory:
-        host = Host(build, Path(directory))
-        try:
-            crowd(host, seconds, faults)
-            look(host, faults)
-        finally:
-            ended = host.stop()
-        if ended != 0:
-            faults.append(f"many: the host ended with {ended}")
-    print("\n".join(faults), end="\n" if faults else "")
-    return 1 if faults else 0
+
+    def all_of_it(host, faults):
+        crowd(host, seconds, faults)
+        look(host, faults)
+
+    return judged("many", build, all_of_it)
 
 
 if __name__ == "__main__":
