@@ -25,7 +25,7 @@ from selenium.webdriver.common.by import By  # noqa: E402
 from selenium.webdriver.common.keys import Keys  # noqa: E402
 
 from browser import Browser  # noqa: E402
-from standin import StandIn, driver, link, value  # noqa: E402
+from standin import StandIn, driver, iso, link, value  # noqa: E402
 
 # How long a condition may take on a machine that does much else.
 PATIENCE = 60
@@ -462,6 +462,61 @@ class Page(unittest.TestCase):
         self.driver.find_element(By.LINK_TEXT, "A").click()
         self.wait_for("axis: no encoder", "dialog")
         self.assertEqual(self.js("return location.hash"), "#now?driver=A")
+
+    def test_of_many_drivers_those_that_are_well_are_small_and_the_others_first(self):
+        host = self.host()
+        second = lambda ago: iso(host.now() - ago * 1_000_000)  # noqa: E731
+        host.tell(drivers=[*(driver(f"D{number:02}") for number in range(60)), driver("HUNG", "hung"), driver("LOOP", restarts=7, since=second(12), cause="signal 11"),
+                           driver("OLD", restarts=2, since=second(4000), cause="signal 11"), driver("OFF", "parked")])  # fmt: skip
+        self.open(host)
+        names = "return [...document.querySelectorAll('.tile h3')].map((each) => each.innerText)"
+        tiles = self.wait("all tiles", lambda: (found := self.js(names)) and len(found) == 64 and found)
+        self.assertEqual((tiles[:3], tiles[-2:]), (["HUNG", "LOOP", "D00"], ["OLD", "OFF"]))
+        self.assertEqual(self.text("[data-driver=LOOP] .advice"), "It has ended 7 times and runs again; the last time: signal 11. Its last words are in the details.")
+        self.assertEqual(self.js("return [...document.querySelectorAll('.tile:not([data-calm])')].map((each) => each.dataset.driver)"), ["HUNG", "LOOP"])
+        boxes = self.js("return ['HUNG', 'D00'].map((id) => document.querySelector(`[data-driver=${id}]`).getBoundingClientRect()).map((box) => [box.width, box.height])")
+        self.assertGreater(boxes[0][0], 1.9 * boxes[1][0])
+        self.assertGreater(boxes[0][1], 2 * boxes[1][1])
+        # Large ones would fill eight screens.
+        self.assertLess(*self.js("const main = document.getElementById('main'); return [main.scrollHeight, 3 * main.clientHeight]"))
+        self.assertEqual(self.js("return [...document.querySelectorAll('.tile button')].filter((each) => each.checkVisibility()).map((each) => each.ariaLabel)"),
+                         ["Reload HUNG", "Park HUNG", "Reload LOOP", "Park LOOP"])  # fmt: skip
+        # A small one is parked in its details, by keys alone.
+        self.js("document.querySelector('[data-driver=D07] a').focus()")
+        self.keys(Keys.ENTER)
+        self.wait_for("axis: no encoder", "dialog")
+        self.js("document.querySelector('dialog [aria-label=\"Park D07\"]').focus()")
+        self.keys(Keys.ENTER)
+        self.wait_for("Park D07?", "dialog h2")
+        self.click("Park D07", "dialog footer:has(.danger)")
+        self.wait("it is parked", lambda: host.actions == [("/drivers/D07/park", {})])
+        # Only its middle scrolls, however long that is.
+        host.tell(alarms=[{"key": f"A{number}", "text": "x", "raised": second(9), "count": 1, "over": False, "shelvedForMs": None} for number in range(9)])
+        self.wait_for("9 alarms", ".alarm-part h2")
+        self.browser.size(360, 740)
+        try:
+            self.assertEqual(self.js("return [document.documentElement.scrollWidth, document.documentElement.scrollHeight]"), [360, 740])
+        finally:
+            self.browser.size(1280, 800)
+
+    def test_open_driver_is_shown_as_it_is_now(self):
+        host = self.host()
+        steps = lambda *what: (200, {"driver": "A", "more": False, "recorded": True, "since": "2026-11-22T14:00:00.000000Z", "gaps": [], "steps": [  # noqa: E731
+            {"time": f"2026-11-22T14:00:0{9 - number}.000000Z", "step": each, "pid": 1, "start": 1, "text": ""} for number, each in enumerate(what)]})  # fmt: skip
+        host.tell(drivers=[driver("A")])
+        host.pasts["/drivers/A/runs"] = steps("start")
+        self.open(host, "now?driver=A")
+        words = "return [...document.querySelectorAll('dialog > .line .sign, dialog .runs .sign')].map((each) => each.innerText)"
+        buttons = "return [...document.querySelectorAll('dialog .actions button')].filter((each) => each.checkVisibility()).map((each) => each.innerText)"
+        self.wait("its life", lambda: self.js(words) == ["running", "started"])
+        self.assertEqual(self.js(buttons), ["Reload", "Park"])
+        host.pasts["/drivers/A/runs"] = steps("end", "start")
+        host.tell(drivers=[driver("A", "ended", cause="signal 11")])
+        self.wait("its end", lambda: self.js(words) == ["ended", "ended", "started"])
+        self.assertEqual(self.js(buttons), ["Start", "Reload", "Park"])
+        self.assertIn("It has ended: signal 11. It is not started again by itself", self.text("dialog .advice"))
+        host.tell(driversGone=["A"])
+        self.wait("nothing of it", lambda: self.js(words)[0] == "no such driver" and not self.js(buttons))
 
     LINKS = "return [...document.querySelectorAll('.link-row')].map((row) => [row.querySelector('h3').innerText, row.querySelector('.sign').dataset.sign, row.querySelector('.sign').innerText])"
 

@@ -3,9 +3,12 @@
 import {actionButton, ask, attempt, emptyNote, facts, h, KeyedList, mark, openDialog, put, setSign, sign} from "./dom.js";
 import {isOfLinks, LinkPart, linksOf} from "./links.js";
 import {runsOf} from "./past.js";
-import {advice, ageOrHeard, byTrouble, driverSign, heardText, isInSight} from "./signs.js";
+import {advice, ageOrHeard, byTrouble, driverSign, isCalm, isInSight, isUnsteady} from "./signs.js";
 import "./spark.js";
 import {clockTextExact, counted, dateText, hostTime, rateText} from "./text.js";
+
+// Of more drivers than these, those that are well take little room.
+const mostLarge = 12;
 
 export class NowPage {
     title = "Now";
@@ -22,7 +25,8 @@ export class NowPage {
     #seen = [];
     #alarmList;
     #tileList;
-    #dialog = null;
+    /** The open details of a driver: {id, dialog, write}. */
+    #detail = null;
 
     constructor(context) {
         this.#context = context;
@@ -42,14 +46,15 @@ export class NowPage {
         this.#links.draw();
         this.#drawTiles();
         const driver = parameters.get("driver");
+        if (this.#detail && this.#detail.id === driver)
+            return;
+        this.#detail?.dialog.close();
         if (driver)
             this.#details(driver);
-        else
-            this.#dialog?.close();
     }
 
     hide() {
-        this.#dialog?.close();
+        this.#detail?.dialog.close();
     }
 
     news(changes) {
@@ -59,10 +64,13 @@ export class NowPage {
             this.#links.draw();
         if (changes.drivers.size > 0)
             this.#drawTiles();
+        if (changes.drivers.has(this.#detail?.id))
+            this.#detail.write();
     }
 
     second() {
         this.#links.draw();
+        this.#detail?.write();
         for (const driver of this.#context.model.drivers.values()) {
             const part = this.#tileList.get(driver.id);
             if (!part)
@@ -137,10 +145,7 @@ export class NowPage {
         const {id} = driver;
         const part = {
             sign: sign(), kind: h("span", {class: "quiet-text"}), advice: h("p", {class: "advice"}),
-            facts: {}, spark: h("mf-spark"), fill: h("span", {class: "fill"}), rate: h("span", {class: "figure"}),
-            reload: actionButton("Reload", "admin", () => this.#reload(id), {"aria-label": `Reload ${id}`}),
-            park: actionButton("Park", "admin", () => this.#park(id), {"aria-label": `Park ${id}`}),
-            start: actionButton("Start", "admin", () => this.#start(id), {"aria-label": `Start ${id}`}),
+            facts: {}, spark: h("mf-spark"), fill: h("span", {class: "fill"}), rate: h("span", {class: "figure"}), actions: this.#makeActions(id),
         };
         part.bar = h("div", {class: "bar", "aria-hidden": "true"}, part.fill);
         const fact = (name, label) => {
@@ -151,9 +156,22 @@ export class NowPage {
             h("header", {}, h("h3", {}, h("a", {href: `#now?driver=${encodeURIComponent(id)}`}, id)), part.sign),
             part.kind, part.advice,
             h("dl", {class: "facts"}, fact("since", "for"), fact("restarts", "restarts"), fact("queue", "queued in / out")),
-            h("div", {class: "traffic"}, part.rate, part.spark), part.bar,
-            h("footer", {}, part.start, part.reload, part.park));
+            h("div", {class: "traffic"}, h("span", {class: "rate"}, part.rate, h("span", {class: "unit"}, " msg/s")), part.spark), part.bar,
+            part.actions.element);
         return part;
+    }
+
+    /** What can be done about a driver; which of it, write(driver) says. */
+    #makeActions(id) {
+        const button = (verb, run) => actionButton(verb, "admin", run, {"aria-label": `${verb} ${id}`});
+        const start = button("Start", () => this.#start(id));
+        const reload = button("Reload", () => this.#reload(id));
+        const park = button("Park", () => this.#park(id));
+        return {element: h("footer", {class: "actions"}, start, reload, park), write: (driver) => {
+            start.hidden = driver.alive || !["parked", "ended"].includes(driver.state);
+            park.hidden = ["parked", "parking"].includes(driver.state);
+            reload.hidden = driver.state === "parked";
+        }};
     }
 
     #writeTile(part, driver) {
@@ -167,10 +185,8 @@ export class NowPage {
         part.fill.style.setProperty("width", `${Math.min(100, Math.round(share * 100))}%`);
         part.bar.hidden = queued === "no queue";
         mark(part.fill, "data-full", share >= 0.75 ? "yes" : null);
-        put(part.rate, `in ${rateText(driver.receivedPerSecond)} · out ${rateText(driver.sentPerSecond)} msg/s`);
-        part.start.hidden = driver.alive || !["parked", "ended"].includes(driver.state);
-        part.park.hidden = ["parked", "parking"].includes(driver.state);
-        part.reload.hidden = driver.state === "parked";
+        put(part.rate, `in ${rateText(driver.receivedPerSecond)} · out ${rateText(driver.sentPerSecond)}`);
+        part.actions.write(driver);
         this.#writeTimes(part, driver);
     }
 
@@ -181,11 +197,14 @@ export class NowPage {
         mark(part.element, "data-kind", kind);
         put(part.facts.since, driver.sinceUs === null ? "-" : ageOrHeard(link, driver.sinceUs));
         put(part.advice, advice(driver, link.nowUs()));
+        mark(part.element, "data-unsteady", isUnsteady(driver, link.nowUs()) ? "yes" : null);
+        mark(part.element, "data-calm", isCalm(driver, link.nowUs()) ? "yes" : null);
     }
 
     #drawTiles() {
         const drivers = [...this.#context.model.drivers.values()];
-        drivers.sort(byTrouble);
+        drivers.sort(byTrouble(this.#context.link.nowUs()));
+        mark(this.#tiles, "data-many", drivers.length > mostLarge ? "yes" : null);
         this.#tileList.set(drivers, (driver) => driver.id);
         this.#empty.hidden = drivers.length > 0 || !this.#context.model.complete;
         this.#drawSummary();
@@ -211,34 +230,59 @@ export class NowPage {
         await attempt(`Start ${id}`, () => this.#context.api.act(this.#path(id, "unpark")));
     }
 
-    async #details(id) {
-        this.#dialog?.close();
-        const body = h("div", {class: "card", "aria-busy": "true"}, heardText(this.#context.link));
-        const dialog = openDialog(id, body);
-        this.#dialog = dialog;
+    /** A card of the driver: how it is as it changes, and what the host tells of it, asked for anew whenever it has another state. */
+    #details(id) {
+        const shown = sign();
+        const text = h("p", {class: "advice"});
+        const actions = this.#makeActions(id);
+        const body = h("div", {class: "card", "aria-busy": "true"});
+        const dialog = openDialog(id, h("div", {class: "line"}, shown, actions.element), text, body);
+        let read = "";
+        const write = () => {
+            const {model, link} = this.#context;
+            const driver = model.drivers.get(id);
+            const {kind, text: word} = driver ? driverSign(driver, link) : {kind: "unknown", text: model.complete ? "no such driver" : "not known"};
+            setSign(shown, kind, word);
+            put(text, driver ? advice(driver, link.nowUs()) : "");
+            actions.element.hidden = !driver;
+            if (!driver)
+                return;
+            actions.write(driver);
+            const now = `${model.host.instance} ${driver.state} ${driver.start}`;
+            if (now === read || !link.isLive)
+                return;
+            read = now;
+            this.#read(id, body);
+        };
+        this.#detail = {id, dialog, write};
         dialog.addEventListener("close", () => {
-            this.#dialog = null;
+            if (this.#detail?.dialog === dialog)
+                this.#detail = null;
             if (this.#context.route().get("driver") === id)
                 this.#context.go("#now");
         });
+        write();
+    }
+
+    async #read(id, body) {
         let card;
         try {
             card = await this.#context.api.get(`/drivers/${encodeURIComponent(id)}`);
         } catch (error) {
-            put(body, error.message);
+            body.replaceChildren(h("p", {}, error.message));
             return;
         }
         const queue = (each) => `${each.depth} of ${each.capacity} waiting, ${each.highWater} at most so far, ${each.messages} in all`;
         const log = card.log.map((line) => `${clockTextExact(hostTime(line.time) / 1000)} ${line.output}: ${line.text}`);
         body.replaceChildren(h("p", {}, h("a", {href: `#values?filter=${encodeURIComponent(`${id}.`)}`}, "Its values"), " · ",
             h("a", {href: `#stream?driver=${encodeURIComponent(id)}`}, "What happens to it")),
-        facts([
-            ["status", card.status], ["last cause", card.cause || "-"], ["module", card.module], ["descriptor", card.descriptor],
-            ["directory", card.directory], ["network adapter", card.networkAdapter || "-"],
-            ...card.queues.map((each) => [each.name, queue(each)]), ["values lost", String(card.valuesLost)]]),
-        h("h3", {}, "Its life"), runsOf(this.#context, id),
+        facts([["last cause", card.cause || "-"]]),
         h("h3", {}, "Last words"), h("pre", {tabindex: "0"}, card.lastWords.join("\n") || "none"),
-        h("h3", {}, "Log"), h("pre", {tabindex: "0"}, log.join("\n") || "none"));
+        h("h3", {}, "Its life"), runsOf(this.#context, id),
+        h("h3", {}, "Log"), h("pre", {tabindex: "0"}, log.join("\n") || "none"),
+        h("h3", {}, "Files and queues, when this was opened"), facts([
+            ["module", card.module], ["descriptor", card.descriptor], ["directory", card.directory], ["network adapter", card.networkAdapter || "-"],
+            ...card.queues.map((each) => [each.name, queue(each)]), ["values lost", String(card.valuesLost)]]));
         body.removeAttribute("aria-busy");
     }
 }

@@ -13,6 +13,9 @@ export function valueSign(value, link) {
     return {kind: "live", text: "live"};
 }
 
+// A driver that was started again and has run for so long is well.
+const steadyAfterUs = 600e6;
+
 const kinds = {
     "running": "live",
     "starting": "wait",
@@ -33,17 +36,30 @@ export function driverSign(driver, link) {
     return {kind: kindOf(driver), text: driver.status};
 }
 
-/** Those of which something is wrong first. */
-export function byTrouble(one, other) {
-    return rank(one) - rank(other) || (one.id < other.id ? -1 : 1);
+/** For sorting drivers: those of which something is wrong first, or was a moment ago. */
+export function byTrouble(nowUs) {
+    return (one, other) => rank(one, nowUs) - rank(other, nowUs) || (one.id < other.id ? -1 : 1);
+}
+
+/** Whether it runs only since a moment, after it has ended by itself: one that ends again and again is not taken for well. */
+export function isUnsteady(driver, nowUs) {
+    return driver.state === "running" && driver.restarts > 0 && driver.sinceUs !== null && nowUs - driver.sinceUs < steadyAfterUs;
+}
+
+/** Whether nothing is to be said of it, nor done. */
+export function isCalm(driver, nowUs) {
+    return rank(driver, nowUs) > 2;
 }
 
 function kindOf(driver) {
     return driver.state === "not loaded" && driver.alive ? "live" : kinds[driver.state] ?? "unknown";
 }
 
-function rank(driver) {
+function rank(driver, nowUs) {
     const kind = kindOf(driver);
+    // In the same place while it runs and while it waits for its next start.
+    if (isUnsteady(driver, nowUs))
+        return 1;
     if (kind === "live" && driver.valuesLost > 0)
         return 2;
     return {bad: 0, wait: 1, unknown: 1, live: 3, parked: 4}[kind];
@@ -61,6 +77,8 @@ export function advice(driver, nowUs) {
         case "running":
             if (driver.valuesLost > 0)
                 return `${counted(driver.valuesLost, "new value")} found no room. Have it report fewer values.`;
+            if (isUnsteady(driver, nowUs))
+                return `It has ended ${driver.restarts === 1 ? "once" : `${driver.restarts} times`} and runs again${driver.cause ? `; the last time: ${driver.cause}` : ""}. Its last words are in the details.`;
             return "";
         case "waiting":
         case "due": {

@@ -69,7 +69,7 @@ export class WallPage {
         put(this.#alarms, alarms.length === 0 ? "no alarms" : `${counted(alarms.length, "alarm")}: ${alarms.map((alarm) => `${alarm.key} ${alarm.text}`).join(" · ")}`);
         mark(this.#alarms, "data-some", alarms.length > 0 ? "yes" : null);
         // A link driver says more as a link.
-        const drivers = [...model.drivers.values()].filter((driver) => !isLink(driver)).sort(byTrouble);
+        const drivers = [...model.drivers.values()].filter((driver) => !isLink(driver)).sort(byTrouble(link.nowUs()));
         this.#driverList.set(drivers, (driver) => driver.id);
         const links = linksOf(model);
         this.#linkPart.hidden = links.length === 0;
