@@ -529,7 +529,7 @@ class Page(unittest.TestCase):
         self.wait("three links", lambda: self.js(self.LINKS) == [["EAST", "stale", "away: EAST is away"], ["WEST", "unknown", "not known: starting"], ["NORTH", "live", "up"]])
         self.assertEqual(self.text(".summary"), "3 of 4 drivers run · 1 of 3 links up · 15 values · 3 stale")
         north, east = self.text("[data-link-id=NORTH]"), self.text("[data-link-id=EAST]")
-        self.assertRegex(north, r"for [67]\d s\s+HALL to NORTH\s+12 ms there and back\s+in 10 · out 0\.5 msg/s$")
+        self.assertRegex(north, r"for [67]\d s\s+HALL to NORTH\s+delay 12 ms\s+in 10 · out 0\.5 msg/s$")
         self.assertRegex(east, r"HALL to EAST\s+Last error, 3 min ago: A\.MOVE: expired$")
         self.assertEqual(self.js("return document.querySelector('[data-link-id=NORTH] .quiet-text').title"), "over broker.example.net port 8883")
         host.put_values(*link("NORTH", stale="signal 11 (Segmentation fault)"), *link("EAST"))
@@ -673,6 +673,23 @@ class Page(unittest.TestCase):
         self.assertEqual(self.js("return [...document.querySelectorAll('.ladder li')].map((each) => each.ariaLabel)"),
                          ["accepted: reached", "dispatched: reached", "written: reached", "taken: reached"])  # fmt: skip
         self.assertEqual(host.actions, [("/fid", {"fid": "AXIS1.MOVE", "parameters": [["to", "1 2"]], "wait": "taken"})])
+
+    def test_what_the_driver_logs_right_after_a_fid_stands_on_its_card(self):
+        host = self.host()
+        log = lambda name, level, text: {"kind": "log", "driver": name, "level": level, "output": name, "text": text}  # noqa: E731
+        host.tell(drivers=[driver("SYS")], records=[log("SYS", 3, "of before")])
+        host.answers["/fid"] = (200, {"fid": "SYS.INTERVAL", "driver": "SYS", "stage": "taken", "tookUs": 700})
+        self.open(host, "send?fid=SYS.INTERVAL ms=abc")
+        self.wait("the line is filled", lambda: self.js("return document.querySelector('[role=combobox]').value") == "SYS.INTERVAL ms=abc")
+        self.assertFalse(self.js("return document.querySelector('.sent-part').checkVisibility()"))
+        self.click("Send")
+        self.wait_for("Taken after 700 µs", ".sent .outcome")
+        self.assertEqual(self.js("return [document.querySelector('.sent .tile').dataset.kind, document.querySelector('.logged').innerText]"), ["live", ""])
+        refusal = 'INTERVAL ignored, ms="abc" is not a whole number from 50 to 3600000'
+        host.tell(records=[log("SYS", 4, "of no matter"), log("OTHER", 3, "of another"), log("SYS", 3, refusal)])
+        self.wait_for(refusal, ".logged")
+        self.assertEqual(self.text(".logged").split("\n"), ["SYS has logged since:", refusal])
+        self.assertEqual(self.js("return document.querySelector('.sent .tile').dataset.kind"), "stale")
 
     def test_fid_that_reaches_nobody_says_why_and_what_was_meant(self):
         host = self.host()
@@ -854,6 +871,32 @@ class Page(unittest.TestCase):
                 self.assertEqual((page, wide, small), (page, 360, []))
             pages = self.js("return [...document.querySelectorAll('nav a')].filter((each) => each.checkVisibility()).map((each) => each.innerText.trim())")
             self.assertEqual(pages, ["Now", "Values", "Send"])
+        finally:
+            self.browser.size(1280, 800)
+
+    def test_what_happens_is_legible_on_a_phone(self):
+        host = self.host()
+        host.tell(drivers=[driver("A")], values=[value("A.X", 1)])
+        self.browser.size(360, 740)
+        try:
+            self.open(host, "send")
+            # What has become of it is in sight where it was sent.
+            host.answers["/fid"] = (200, {"fid": "A.GO", "driver": "A", "stage": "taken", "tookUs": 700})
+            self.js("document.querySelector('[role=combobox]').focus()")
+            self.keys("A.GO", Keys.ENTER)
+            self.wait_for("Taken after", ".sent .outcome")
+            box = self.js("return document.querySelector('.sent .outcome').getBoundingClientRect().toJSON()")
+            self.assertGreater(box["top"], 50)
+            self.assertLess(box["bottom"], 684)
+            # What happened is legible on a phone.
+            self.js("localStorage.setItem('mfhost.pins.hall.xml', '[\"A.X\"]')")
+            host.tell(records=[{"kind": "log", "driver": "A", "level": 3, "output": "A", "text": "the line is noisy and far"}],
+                      alarms=[{"key": "A", "text": "the load is above four", "raised": "2026-11-22T15:49:02.000Z", "count": 1, "over": False, "shelvedForMs": None}])  # fmt: skip
+            self.js("location.hash = '#stream'")
+            self.wait("the line is there in full", lambda: self.js("return [...document.querySelectorAll('.stream .row .cell.text')].some((cell) => cell.innerText.includes('noisy') && cell.scrollWidth <= cell.clientWidth)"))
+            self.js("location.hash = '#wall'")
+            self.wait_for("the load is above four", ".wall-alarms")
+            self.assertLess(self.js("return document.querySelector('.wall-alarms').getBoundingClientRect().height"), 100)
         finally:
             self.browser.size(1280, 800)
 

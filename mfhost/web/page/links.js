@@ -102,7 +102,7 @@ export class LinkPart {
         put(part.age, age);
         put(part.ends, link.to ? `${link.site} to ${link.to}` : "It has not said where it leads.");
         mark(part.ends, "title", link.broker ? `over ${link.broker}` : null);
-        put(part.delay, link.delay === null ? "" : `${delayText(link.delay)} there and back`);
+        put(part.delay, link.delay === null ? "" : `delay ${delayText(link.delay)}`);
         part.curve.hidden = link.delay === null;
         part.curve.draw(link.curve, {fromZero: true, words: ({high}) => `delay in the last minute, at most ${delayText(high)}`});
         put(part.rate, link.into === null || link.out === null ? "" : `in ${rateText(link.into)} · out ${rateText(link.out)} msg/s`);

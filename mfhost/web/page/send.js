@@ -6,6 +6,9 @@ import {actionButton, attempt, emptyNote, forAction, h, mark, put, setSign, sign
 import {clockText, durationText, fidText, parseFid} from "./text.js";
 
 const mostSent = 30;
+// For so long after its outcome a FID's card takes over what its driver logs; and how many lines of it.
+const heardOutMs = 3000;
+const mostLogged = 5;
 const mostFormer = 50;
 // How far a FID can come, by the driver's mode, and what each rung means.
 const inProcess = ["accepted", "dispatched", "delivered"];
@@ -24,10 +27,14 @@ export class SendPage {
     #context;
     #line;
     #error = errorLine();
-    #sent = h("ol", {class: "sent", "aria-label": "What was sent, newest first"});
+    #sent = h("ol", {class: "sent", tabindex: "0", "aria-label": "What was sent, newest first"});
+    /** Below the line, where it is seen on a phone as well. */
+    #sentPart = h("section", {class: "sent-part", "aria-labelledby": "sent-title", hidden: true}, h("h2", {id: "sent-title"}, "Sent"), this.#sent);
     #macros = h("div", {class: "macros"});
     #former = [];
     #place = -1;
+    /** Cards of FIDs that may still be answered in the log: {card, driver, place, until}. */
+    #watches = new Set();
 
     constructor(context) {
         this.#context = context;
@@ -43,9 +50,9 @@ export class SendPage {
             h("section", {"aria-labelledby": "send-title"}, h("h2", {id: "send-title"}, "Send a function ID"),
                 h("div", {class: "line"}, this.#line.element, send), this.#error.element,
                 h("p", {class: "quiet-text hint"}, "Tab completes, Enter sends, the arrow keys bring former lines back.")),
+            this.#sentPart,
             h("div", {class: "two"}, this.#valueForm(), this.#eventForm(),
-                h("section", {"aria-labelledby": "macro-title"}, h("h2", {id: "macro-title"}, "Macros"), this.#macros)),
-            h("section", {"aria-labelledby": "sent-title"}, h("h2", {id: "sent-title"}, "Sent"), this.#sent));
+                h("section", {"aria-labelledby": "macro-title"}, h("h2", {id: "macro-title"}, "Macros"), this.#macros)));
     }
 
     show(parameters) {
@@ -61,8 +68,30 @@ export class SendPage {
         this.#line.close();
     }
 
-    news() {}
-    second() {}
+    news(changes) {
+        if (changes.records > 0)
+            this.#hearOut();
+    }
+
+    second() {
+        this.#hearOut();
+    }
+
+    /** What a driver refuses by itself it only logs: a process is done with a FID when it has taken it. */
+    #hearOut() {
+        for (const watch of this.#watches) {
+            const lines = [];
+            const {records} = this.#context.model;
+            for (let index = records.length - 1; index >= 0 && records[index].place > watch.place; --index) {
+                const {kind, driver, level, text} = records[index];
+                if (kind === "log" && driver === watch.driver && level <= 3)
+                    lines.unshift(text);
+            }
+            watch.card.log(watch.driver, lines.slice(0, mostLogged));
+            if (performance.now() > watch.until)
+                this.#watches.delete(watch);
+        }
+    }
 
     focus() {
         this.#line.input.focus();
@@ -96,8 +125,10 @@ export class SendPage {
     }
 
     async #fid(fid, parameters) {
-        const driver = this.#context.model.drivers.get(fid.slice(0, fid.indexOf(".")));
-        const card = this.#addCard(fidText(fid, parameters), driver?.mode === "queue" ? byQueue : inProcess);
+        const id = fid.slice(0, fid.indexOf("."));
+        const card = this.#addCard(fidText(fid, parameters), this.#context.model.drivers.get(id)?.mode === "queue" ? byQueue : inProcess);
+        const watch = {card, driver: id, place: this.#context.model.records.at(-1)?.place ?? 0, until: Infinity};
+        this.#watches.add(watch);
         const text = fidText(fid, parameters);
         card.buttons.append(actionButton("Again", "operate", () => this.#fid(fid, parameters), {"aria-label": `Send ${text} again`}),
             h("button", {type: "button", onclick: () => this.#line.set(text)}, "Edit"));
@@ -111,6 +142,8 @@ export class SendPage {
                 const mended = fidText(fid.includes(".") && !nearest.includes(".") ? this.#mended(fid, nearest, error.reason) : nearest, parameters);
                 this.#line.set(mended);
             });
+        } finally {
+            watch.until = performance.now() + heardOutMs;
         }
     }
 
@@ -122,7 +155,10 @@ export class SendPage {
 
     #addCard(title, rungs) {
         const card = new SentCard(title, rungs);
+        this.#sentPart.hidden = false;
         this.#sent.prepend(card.element);
+        this.#sent.scrollTop = 0;
+        card.element.scrollIntoView({block: "nearest"});
         while (this.#sent.children.length > mostSent)
             this.#sent.lastChild.remove();
         return card;
@@ -194,6 +230,7 @@ class SentCard {
     element;
     note = h("p", {class: "outcome", role: "status"});
     buttons = h("footer", {});
+    #logged = h("div", {class: "logged", role: "status"});
     #rungs = new Map();
     #names;
     #reached = -1;
@@ -208,7 +245,7 @@ class SentCard {
             list.append(part.element);
         }
         this.element = h("li", {class: "tile"}, h("header", {}, h("h3", {}, title), h("span", {class: "quiet-text"}, clockText(Date.now()))),
-            list, this.note, this.buttons);
+            list, this.note, this.#logged, this.buttons);
         this.#draw("wait");
     }
 
@@ -225,7 +262,7 @@ class SentCard {
 
     end({stage, result, tookUs}) {
         this.#draw("none");
-        mark(this.element, "data-kind", result === false ? "stale" : "live");
+        mark(this.element, "data-kind", result === false || this.#logged.hasChildNodes() ? "stale" : "live");
         const answered = result === undefined ? "" : `, and answered ${result}`;
         put(this.note, `${stage[0].toUpperCase()}${stage.slice(1)} after ${durationText(tookUs)}${answered}: ${meanings[stage]}.`);
     }
@@ -237,6 +274,15 @@ class SentCard {
         put(this.note, error.message);
         for (const nearest of take ? error.nearest ?? [] : [])
             this.buttons.append(h("button", {type: "button", onclick: () => take(nearest)}, `Did you mean ${nearest}?`));
+    }
+
+    /** What the driver has logged since: it may say that it has not done it. */
+    log(driver, lines) {
+        if (lines.length === this.#logged.querySelectorAll("li").length)
+            return;
+        this.#logged.replaceChildren(sign("stale", `${driver} has logged since:`), h("ul", {}, lines.map((line) => h("li", {}, line))));
+        if (this.element.dataset.kind !== "bad")
+            mark(this.element, "data-kind", "stale");
     }
 
     /** next is the sign of the first rung that is not reached. */

@@ -201,7 +201,7 @@ export class ValuesPage {
             attempt(`Set ${key}`, () => this.#context.setValue(key, type.value, input.value));
         });
         const past = lastHour(this.#context, key);
-        const dialog = openDialog(key, parts.text, parts.sign, parts.curve,
+        const dialog = openDialog(key, h("div", {class: "value-now"}, parts.text, parts.sign, parts.curve),
             facts([["type", terms.type], ["set by", terms.owner], ["age", terms.age], ["changed", terms.at], ["version", terms.version]]),
             h("p", {}, h("a", {href: `#stream?filter=${encodeURIComponent(key)}`}, "What happened to it"), " · ",
                 h("button", {type: "button", class: "link", onclick: () => this.#pin(key)}, "Pin or unpin it")), form, past.element);
