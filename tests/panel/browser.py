@@ -1,7 +1,9 @@
 """One chromium without a window, for the page's tests."""
 
+import os
 import shutil
 import tempfile
+from pathlib import Path
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
@@ -30,6 +32,24 @@ class Browser:
         """prefers_color_scheme="dark" and the like."""
         wanted = [{"name": name.replace("_", "-"), "value": each} for name, each in features.items()]
         self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": wanted})
+
+    def renderers(self):
+        """Processes that draw its pages; not the one that draws its own buttons, which grows by itself."""
+        for each in Path("/proc").glob("[0-9]*/cmdline"):
+            try:
+                words = each.read_bytes().replace(b"\0", b" ").decode(errors="replace")
+            except OSError:
+                continue
+            if "--type=renderer" in words and "--top-chrome-webui" not in words and self.profile in words:
+                yield int(each.parent.name)
+
+    def main_thread_seconds(self):
+        """What the main threads of its pages have computed so far."""
+        ticks = 0
+        for pid in self.renderers():
+            fields = Path(f"/proc/{pid}/task/{pid}/stat").read_text().rsplit(")", 1)[1].split()
+            ticks += int(fields[11]) + int(fields[12])
+        return ticks / os.sysconf("SC_CLK_TCK")
 
     def close(self):
         self.driver.quit()

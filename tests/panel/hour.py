@@ -26,17 +26,6 @@ def resident_kb(pid):
     return int(status.split("VmRSS:")[1].split()[0])
 
 
-def renderers(profile):
-    """Processes that draw pages of the browser with this profile."""
-    for each in Path("/proc").glob("[0-9]*/cmdline"):
-        try:
-            words = each.read_bytes().replace(b"\0", b" ").decode(errors="replace")
-        except OSError:
-            continue
-        if "--type=renderer" in words and profile in words:
-            yield int(each.parent.name)
-
-
 def page_kb(browser):
     """What it draws with, and its objects, after all that can be thrown away is."""
     for _ in range(3):
@@ -44,7 +33,7 @@ def page_kb(browser):
         time.sleep(0.5)
     metrics = {each["name"]: each["value"] for each in browser.driver.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]}
     # What processes of the browser share is counted in each of them, and would hide what one of them gains.
-    return sum(own_kb(pid) for pid in renderers(browser.profile)), metrics["JSHeapUsedSize"] / 1024, metrics["Nodes"]
+    return sum(own_kb(pid) for pid in browser.renderers()), metrics["JSHeapUsedSize"] / 1024, metrics["Nodes"]
 
 
 def say(minutes, host, browser):
