@@ -260,6 +260,26 @@ void ApiActions::triggerEvent(const ApiRequest& request) const {
 }
 
 void ApiActions::acknowledge(const ApiRequest& request) const {
+    changeAlarms(request, {.member = "acknowledged", .verb = "acknowledge ", .said = "acknowledged"},
+                 m_context.acknowledge);
+}
+
+void ApiActions::shelve(const ApiRequest& request) const {
+    const std::chrono::seconds time(request.body.optionalNumber("seconds"));
+    if (time > AlarmList::s_longestShelving)
+        throw ApiFault(ECode::RequestInvalid,
+                       "\"seconds\" is at most " + std::to_string(AlarmList::s_longestShelving.count()));
+    const std::string seconds = std::to_string(time.count());
+    changeAlarms(request,
+                 {.member = "shelved",
+                  .verb = "shelve ",
+                  .arguments = " " + seconds,
+                  .said = time.count() > 0 ? "shelved for " + seconds + " s" : "put back in sight"},
+                 [&](const std::string& key) { return m_context.shelve(key, time, request.caller.name); });
+}
+
+void ApiActions::changeAlarms(const ApiRequest& request, const AlarmChange& change,
+                              const std::function<bool(const std::string& key)>& perform) const {
     const std::vector<std::string> keys = request.body.texts("keys", AlarmList::s_capacity);
     std::vector<std::string> known;
     for (const AlarmList::Alarm& alarm : m_context.alarmList())
@@ -267,17 +287,18 @@ void ApiActions::acknowledge(const ApiRequest& request) const {
     const std::string who = request.caller.who();
     std::size_t count = 0;
     JsonText json;
-    json.beginObject().name("acknowledged").beginArray();
+    json.beginObject().name(change.member).beginArray();
     for (const std::string& key : keys) {
-        if (!m_context.acknowledge(key))
+        if (!perform(key))
             continue;
         ++count;
         json.value(key);
-        const std::string line = "acknowledge " + key;
+        const std::string line = change.verb + key + change.arguments;
         Observation::Command(m_context.pObservation, {.origin = askerOf(request.caller).origin, .who = who},
                              line)
             .setResult(true);
-        hostLog(sal::LogOutput::eInfo) << key << ": the alarm is acknowledged by " << who << std::endl;
+        hostLog(sal::LogOutput::eInfo)
+            << key << ": the alarm is " << change.said << " by " << who << std::endl;
     }
     // Another operator may have been faster with some of them.
     if (count == 0)

@@ -36,6 +36,7 @@ public:
     void triggerEvent(const ApiRequest& request) const;
     /// At once: it waits for no command.
     void acknowledge(const ApiRequest& request) const;
+    void shelve(const ApiRequest& request) const;
     /// At once.
     void recordWire(const ApiRequest& request) const;
     void playMacro(const ApiRequest& request) const;
@@ -62,6 +63,16 @@ public:
                  ERecorded recorded = ERecorded::Here) const;
 
 private:
+    /// How answer, recording and log name what is done with alarms.
+    struct AlarmChange {
+        const char* member;
+        const char* verb;
+        std::string arguments = {};
+        std::string said;
+    };
+    /// perform is false where there is no such alarm.
+    void changeAlarms(const ApiRequest& request, const AlarmChange& change,
+                      const std::function<bool(const std::string& key)>& perform) const;
     ApiAnswer answer(const ApiOutcome& outcome) const;
     ApiAnswer answer(const ApiOutcome& outcome, const std::string& driverID, const char* pDone) const;
     void needDriver(const std::string& driverID) const;

@@ -137,6 +137,8 @@ struct ApiContext {
     std::function<std::vector<AlarmList::Alarm>()> alarmList;
     /// False when there is none of that key.
     std::function<bool(const std::string& key)> acknowledge;
+    /// As AlarmList::shelve.
+    std::function<bool(const std::string& key, std::chrono::seconds time, const std::string& who)> shelve;
     std::function<std::vector<std::string>()> macroNames;
     /// The words that begin with the prefix and may follow these in a console line.
     std::function<std::vector<std::string>(const std::vector<std::string>& before, const std::string& prefix)>

@@ -161,6 +161,7 @@ const std::vector<ApiHandler::Resource>& ApiHandler::resources() {
         post({"api", "v1", "unset"}, Operate, &ApiActions::unsetState, {"key"}),
         post({"api", "v1", "event"}, Operate, &ApiActions::triggerEvent, {"id", "value"}),
         post({"api", "v1", "acknowledge"}, Operate, &ApiActions::acknowledge, {"keys"}),
+        post({"api", "v1", "shelve"}, Operate, &ApiActions::shelve, {"keys", "seconds"}),
         post({"api", "v1", "macros", s_name, "play"}, Operate, &ApiActions::playMacro),
         post({"api", "v1", "plan"}, Operate, &ApiActions::plan),
         post({"api", "v1", "check"}, Operate, &ApiActions::check),

@@ -158,7 +158,7 @@ std::string alarmsText(const std::vector<AlarmList::Alarm>& alarms, AlarmList::C
             json.member("shelvedForMs", shelved);
         else
             json.member("shelved", shelved.has_value());
-        json.endObject();
+        json.member("shelvedBy", shelved ? alarm.shelvedBy : std::string()).endObject();
     }
     json.endArray();
     return json.take();

@@ -176,6 +176,8 @@ ApiContext HostApi::context() {
             .alarms = [this] { return m_parts.alarms.inSight(); },
             .alarmList = [this] { return m_parts.alarms.alarms(); },
             .acknowledge = [this](const std::string& key) { return m_parts.alarms.acknowledge(key); },
+            .shelve = [this](const auto& key, auto time,
+                             const auto& who) { return m_parts.alarms.shelve(key, time, who); },
             .macroNames = [this] { return macroNames(); },
             .complete = [this](const auto& before,
                                const auto& prefix) { return m_parts.shell.complete(before, prefix); },

@@ -105,8 +105,10 @@ std::vector<AlarmList::Alarm> AlarmList::alarms() const {
     const std::lock_guard lock(m_mutex);
     std::vector<Alarm> alarms = m_alarms;
     for (Alarm& alarm : alarms) {
-        if (isInSight(alarm))
+        if (isInSight(alarm)) {
             alarm.shelvedUntil.reset();
+            alarm.shelvedBy.clear();
+        }
     }
     return alarms;
 }
@@ -135,10 +137,12 @@ std::size_t AlarmList::acknowledgeAll() {
     return std::erase_if(m_alarms, [this](const Alarm& alarm) { return isInSight(alarm); });
 }
 
-bool AlarmList::shelve(const std::string& key, std::chrono::seconds time) {
+bool AlarmList::shelve(const std::string& key, std::chrono::seconds time, const std::string& who) {
     const std::lock_guard lock(m_mutex);
     Alarm* pAlarm = find(key);
-    if (pAlarm)
+    if (pAlarm) {
         pAlarm->shelvedUntil = m_now() + time;
+        pAlarm->shelvedBy = who;
+    }
     return pAlarm != nullptr;
 }

@@ -24,6 +24,7 @@ public:
 
     /// Of more than these the one that was raised first gives way, and is counted.
     static constexpr std::size_t s_capacity = 200;
+    static constexpr std::chrono::seconds s_longestShelving = std::chrono::hours(7 * 24);
 
     struct Alarm {
         std::string key;
@@ -33,6 +34,7 @@ public:
         bool isOver = false;      ///< what it was raised for is no longer so
         /// Out of sight until then.
         std::optional<Clock::time_point> shelvedUntil = std::nullopt;
+        std::string shelvedBy = {};  ///< who has put it there
     };
 
     /// now is the time of shelving.
@@ -56,9 +58,9 @@ public:
     bool acknowledge(const std::string& key);
     /// The same with all that are in sight; how many they were.
     std::size_t acknowledgeAll();
-    /// Keeps the alarm out of sight for that time, even when it is raised again. False when there is none of
-    /// that key.
-    bool shelve(const std::string& key, std::chrono::seconds time);
+    /// Keeps the alarm out of sight for that time, even when it is raised again; no time puts it back. False
+    /// when there is none of that key.
+    bool shelve(const std::string& key, std::chrono::seconds time, const std::string& who);
 
 private:
     // Under the lock.

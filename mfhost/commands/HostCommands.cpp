@@ -27,7 +27,8 @@ using base::timeText;
 namespace {
 
 /// A week: whoever wants to hear of something even later does not want to hear of it.
-constexpr unsigned int s_longestShelving = 7 * 86400;
+// Who sits there is not known.
+constexpr const char* s_shelver = "the console";
 
 std::string nextTryText(const DriverTable::Driver& driver, StateStore::Clock::time_point now) {
     return driver.nextTry ? base::dueText(*driver.nextTry - now) : "-";
@@ -418,9 +419,10 @@ bool HostCommands::shelve(sal::CmdParameters& parameters) {
     if (key.empty() || text.empty())
         return false;
     if (error != std::errc() || end != text.data() + text.size() || seconds == 0 ||
-        seconds > s_longestShelving)
-        refuse("\"" + text + "\" is no number of seconds from 1 to " + std::to_string(s_longestShelving));
-    else if (!m_context.alarms.shelve(key, std::chrono::seconds(seconds)))
+        seconds > AlarmList::s_longestShelving.count())
+        refuse("\"" + text + "\" is no number of seconds from 1 to " +
+               std::to_string(AlarmList::s_longestShelving.count()));
+    else if (!m_context.alarms.shelve(key, std::chrono::seconds(seconds), s_shelver))
         refuse("there is no alarm " + key + "; alarms lists them");
     return true;
 }

@@ -80,6 +80,17 @@ public:
                 [this](const std::string& key) {
                     return std::erase_if(alarmList, [&](const auto& alarm) { return alarm.key == key; }) > 0;
                 },
+            .shelve =
+                [this](const std::string& key, std::chrono::seconds time, const std::string& who) {
+                    for (AlarmList::Alarm& alarm : alarmList) {
+                        if (alarm.key != key)
+                            continue;
+                        alarm.shelvedUntil = AlarmList::Clock::now() + time;
+                        alarm.shelvedBy = who;
+                        return true;
+                    }
+                    return false;
+                },
             .macroNames = [this] { return macroNames; },
             .complete =
                 [this](const auto& before, const auto& prefix) {

@@ -605,13 +605,41 @@ class Page(unittest.TestCase):
         host.answers["/acknowledge"] = acknowledge
         self.open(host)
         self.wait_for("2 alarms, 1 shelved", ".alarm-part h2")
-        self.assertEqual(self.js("return [...document.querySelectorAll('.alarm .sign')].map((each) => each.innerText)"), ["on", "over"])
+        self.assertEqual(self.js("return [...document.querySelectorAll('.alarm-part > .alarms .sign')].map((each) => each.innerText)"), ["on", "over"])
         self.wait("the title counts them", lambda: self.driver.title == "(2) Now · hall")
         self.click('Acknowledge load "high"')
         self.wait_for("1 alarm", ".alarm-part h2")
         self.wait("the title counts one", lambda: self.driver.title == "(1) Now · hall")
         host.tell(alarms=[])
         self.wait_for("No alarms", ".alarm-part")
+
+    def test_alarm_is_shelved_and_put_back_and_says_by_whom(self):
+        host = self.host(role="operate")
+        alarm = {"key": "SYS", "text": "load", "raised": "2026-11-22T15:49:02.000Z", "count": 1, "over": False, "shelvedForMs": None, "shelvedBy": ""}
+        host.tell(alarms=[alarm])
+
+        def shelve(body):
+            seconds = body.get("seconds", 0)
+            host.tell(alarms=[{**alarm, "shelvedForMs": seconds * 1000 or None, "shelvedBy": "anna" if seconds else ""}])
+            return 200, {"shelved": body["keys"]}
+
+        host.answers["/shelve"] = shelve
+        self.open(host)
+        self.wait_for("1 alarm", ".alarm-part h2")
+        shelf = "return document.querySelector('.alarm-part details').checkVisibility()"
+        self.assertFalse(self.js(shelf))
+        self.click("Shelve SYS")
+        self.wait_for("Shelve SYS", "dialog h2")
+        self.keys(Keys.TAB, Keys.ENTER)  # the second time
+        self.wait_for("No alarms, 1 shelved", ".alarm-part h2")
+        self.js("document.querySelector('.alarm-part summary').focus()")
+        self.keys(Keys.ENTER)
+        self.wait_for("shelved by anna, for 59 min more", ".alarm-part details")
+        self.wait("the title is free of it", lambda: self.driver.title == "Now · hall")
+        self.click("Put SYS back")
+        self.wait_for("1 alarm", ".alarm-part h2")
+        self.assertFalse(self.js(shelf))
+        self.assertEqual(host.actions, [("/shelve", {"keys": ["SYS"], "seconds": 3600}), ("/shelve", {"keys": ["SYS"]})])
 
     def test_names_and_values_stay_texts_in_their_places_whatever_is_in_them(self):
         host = self.host()

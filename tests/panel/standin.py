@@ -29,6 +29,7 @@ ACTIONS = {
     r"/unset": ("operate", {"key*"}),
     r"/event": ("operate", {"id*", "value*"}),
     r"/acknowledge": ("operate", {"keys*"}),
+    r"/shelve": ("operate", {"keys*", "seconds"}),
     r"/macros/([^/]+)/play": ("operate", set()),
     r"/drivers/([^/]+)/(reload|park|unpark)": ("admin", set()),
     r"/plan": ("operate", set()),
@@ -475,8 +476,8 @@ def demo():
                value("LAMP.BRIGHTNESS", 40, stale="does not answer", age_ms=45_000), value("PANEL.STAGE", "setup", age_ms=500_000)]  # fmt: skip
     values += link("NORTH") + link("WEST", "WEST is away", error="STAGE.MOVE: not known: WEST went before the answer came")
     stand_in.tell(values=values, drivers=drivers, alarms=[
-        {"key": "LAMP.DRIVER", "text": "hangs: no answer for 10 s", "raised": iso(stand_in.now() - 45_000_000), "count": 1, "over": False, "shelvedForMs": None},
-        {"key": "SYS", "text": "load 19.05 is above 4", "raised": iso(stand_in.now() - 600_000_000), "count": 3, "over": True, "shelvedForMs": None}])  # fmt: skip
+        {"key": "LAMP.DRIVER", "text": "hangs: no answer for 10 s", "raised": iso(stand_in.now() - 45_000_000), "count": 1, "over": False, "shelvedForMs": None, "shelvedBy": ""},
+        {"key": "SYS", "text": "load 19.05 is above 4", "raised": iso(stand_in.now() - 600_000_000), "count": 3, "over": True, "shelvedForMs": None, "shelvedBy": ""}])  # fmt: skip
     stand_in.tell(records=[
         {"kind": "fid", "driver": "PANEL", "fid": "AXIS1.MOVE", "parameters": [["to", "123.4"], ["fast", "true"]], "receiver": "AXIS1", "origin": "driver", "outcome": "begins"},
         {"kind": "event", "driver": "AXIS1", "key": "AXIS1.HOMED", "value": "at the switch"},

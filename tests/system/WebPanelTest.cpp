@@ -134,7 +134,7 @@ TEST_F(WebPanel, SessionHoldsAfterTheHostWasStartedAnew) {
     EXPECT_EQ(end(), 0);
 }
 
-TEST_F(WebPanel, OperatorAcknowledgesAnAlarmInTheNameOfTheWebSession) {
+TEST_F(WebPanel, OperatorShelvesAndAcknowledgesAnAlarmInTheNameOfTheWebSession) {
     startWithPanel({"--restart-delay", "60", "--record-size", "1M"});
     const std::string token = member(open(mfctl("pair --role operate").text.substr(0, 6)), "token");
     const std::string bearer = "-H 'Authorization: Bearer " + token + "' ";
@@ -144,6 +144,14 @@ TEST_F(WebPanel, OperatorAcknowledgesAnAlarmInTheNameOfTheWebSession) {
                std::string::npos;
     }));
     const std::string keys = R"(-H 'Content-Type: application/json' -d '{"keys":["E.DRIVER"]}')";
+    ASSERT_EQ(page("/api/v1/shelve", bearer + keys), R"({"shelved":["E.DRIVER"]})");
+    ASSERT_EQ(page("/api/v1/shelve",
+                   bearer + R"(-H 'Content-Type: application/json' -d '{"keys":["E.DRIVER"],"seconds":60}')"),
+              R"({"shelved":["E.DRIVER"]})");
+    EXPECT_THAT(page("/api/v1/alarms", bearer),
+                ContainsRegex(R"x("shelvedForMs":[0-9]+,"shelvedBy":"root"})x"));
+    EXPECT_THAT(host().log(), ContainsRegex("HOST: E[.]DRIVER: the alarm is shelved for 60 s by root "
+                                            "\\(web session [0-9]+ from 127[.]0[.]0[.]1\\)\n"));
     ASSERT_EQ(page("/api/v1/acknowledge", bearer + keys), R"({"acknowledged":["E.DRIVER"]})");
     EXPECT_EQ(page("/api/v1/alarms", bearer), R"({"alarms":[]})");
     EXPECT_THAT(page("/api/v1/acknowledge", bearer + keys), HasSubstr("there is no alarm E.DRIVER"));
@@ -152,8 +160,12 @@ TEST_F(WebPanel, OperatorAcknowledgesAnAlarmInTheNameOfTheWebSession) {
     // It is recorded by then; the limit is for a host that has not.
     const std::string monitor =
         (TestWorkplace::build() / "bin/mfctl").string() + " monitor --host " + socket();
-    EXPECT_THAT(execute("timeout 60 " + monitor + " --from oldest --kind command --count 1").text,
-                ContainsRegex("command acknowledge E[.]DRIVER .*root \\(web session [0-9]+ from "));
+    // Each with its end, but for the last.
+    const std::string commands =
+        execute("timeout 60 " + monitor + " --from oldest --kind command --count 5").text;
+    for (const char* pLine : {"shelve E[.]DRIVER 0", "shelve E[.]DRIVER 60", "acknowledge E[.]DRIVER"})
+        EXPECT_THAT(commands,
+                    ContainsRegex("command " + std::string(pLine) + " .*root \\(web session [0-9]+ from "));
     EXPECT_EQ(end(), 0);
 }
 

@@ -18,12 +18,14 @@ protected:
     }
     ~AlarmListTest() override { m_store.removeListener(&m_sut); }
 
-    /// Of each alarm the key, the text, how often it was raised and whether it is over or shelved.
+    /// Of each alarm the key, the text, how often it was raised and whether it is over or shelved, and by
+    /// whom.
     std::vector<std::string> alarms() const {
         std::vector<std::string> found;
         for (const AlarmList::Alarm& alarm : m_sut.alarms())
             found.push_back(alarm.key + "|" + alarm.text + "|" + std::to_string(alarm.count) +
-                            (alarm.isOver ? " over" : "") + (alarm.shelvedUntil ? " shelved" : ""));
+                            (alarm.isOver ? " over" : "") +
+                            (alarm.shelvedUntil ? " shelved by " + alarm.shelvedBy : alarm.shelvedBy));
         return found;
     }
 
@@ -67,15 +69,23 @@ TEST_F(AlarmListTest, AlarmThatIsRaisedAgainIsCounted) {
 
 TEST_F(AlarmListTest, ShelvedAlarmIsOutOfSightForItsTime) {
     m_store.triggerEvent("PANEL.ALARM", "SYS: one");
-    EXPECT_FALSE(m_sut.shelve("A", std::chrono::seconds(60)));
-    EXPECT_TRUE(m_sut.shelve("SYS", std::chrono::seconds(60)));
+    EXPECT_FALSE(m_sut.shelve("A", std::chrono::seconds(60), "anna"));
+    EXPECT_TRUE(m_sut.shelve("SYS", std::chrono::seconds(60), "anna"));
     m_store.triggerEvent("PANEL.ALARM", "SYS: two");
-    EXPECT_THAT(alarms(), ElementsAre("SYS|two|2 shelved"));
+    EXPECT_THAT(alarms(), ElementsAre("SYS|two|2 shelved by anna"));
     EXPECT_EQ(0u, m_sut.inSight());
     EXPECT_EQ(0u, m_sut.acknowledgeAll());
     m_now += std::chrono::seconds(60);
     EXPECT_EQ(1u, m_sut.inSight());
     EXPECT_THAT(alarms(), ElementsAre("SYS|two|2"));
+}
+
+TEST_F(AlarmListTest, ShelvedAlarmIsPutBackByNoTime) {
+    m_store.triggerEvent("PANEL.ALARM", "SYS: one");
+    m_sut.shelve("SYS", std::chrono::seconds(60), "anna");
+    EXPECT_TRUE(m_sut.shelve("SYS", std::chrono::seconds(0), "ben"));
+    EXPECT_EQ(1u, m_sut.inSight());
+    EXPECT_THAT(alarms(), ElementsAre("SYS|one|1"));
 }
 
 TEST_F(AlarmListTest, DriverThatEndsIsAnAlarmOnceForAllItsTries) {

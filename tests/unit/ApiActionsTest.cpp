@@ -259,6 +259,25 @@ TEST_F(ApiActionsTest, AlarmsAreAcknowledgedWithTheNameOfWhoDoesIt) {
     EXPECT_THAT(m_log.text(), HasSubstr("SYS: the alarm is acknowledged by anna (web session 4 from "));
 }
 
+TEST_F(ApiActionsTest, AlarmsAreShelvedWithTheNameOfWhoDoesIt) {
+    m_host.alarmList = {alarm("A.DRIVER"), alarm("SYS")};
+    m_caller.place = "web session 4 from 192.0.2.7";
+    const auto before = AlarmList::Clock::now();
+    EXPECT_EQ(R"(200 {"shelved":["SYS"]})", act(&ApiActions::shelve, R"({"keys":["SYS"],"seconds":600})"));
+    EXPECT_FALSE(m_host.alarmList[0].shelvedUntil);
+    ASSERT_TRUE(m_host.alarmList[1].shelvedUntil);
+    EXPECT_GE(*m_host.alarmList[1].shelvedUntil, before + std::chrono::seconds(600));
+    EXPECT_EQ("anna", m_host.alarmList[1].shelvedBy);
+    EXPECT_THAT(m_log.text(),
+                HasSubstr("SYS: the alarm is shelved for 600 s by anna (web session 4 from 192.0.2.7)\n"));
+    EXPECT_EQ(R"(200 {"shelved":["SYS"]})", act(&ApiActions::shelve, R"({"keys":["SYS"]})"));
+    EXPECT_LE(*m_host.alarmList[1].shelvedUntil, AlarmList::Clock::now());
+    EXPECT_THAT(m_log.text(), HasSubstr("SYS: the alarm is put back in sight by anna (web session 4 from "));
+    EXPECT_EQ(
+        R"(400 {"error":{"code":"request-invalid","text":"\"seconds\" is at most 604800","nearest":[]}})",
+        act(&ApiActions::shelve, R"({"keys":["SYS"],"seconds":604801})"));
+}
+
 TEST_F(ApiActionsTest, AlarmThatIsNotThereIsToldWithTheNearest) {
     m_host.alarmList = {alarm("LAMP.DRIVER")};
     EXPECT_EQ(

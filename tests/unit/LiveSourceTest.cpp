@@ -129,10 +129,11 @@ TEST_F(LiveSourceTest, AlarmsAreToldWholeWhenTheListHasChanged) {
                        .raised = std::chrono::system_clock::time_point(),
                        .count = 2}};
     EXPECT_EQ(news(), R"("alarms":[{"key":"AXIS1.DRIVER","text":"ended","raised":"1970-01-01T00:00:00.000Z",)"
-                      R"("count":2,"over":false,"shelvedForMs":null}])");
+                      R"("count":2,"over":false,"shelvedForMs":null,"shelvedBy":""}])");
     EXPECT_EQ(news(), "");
     host.alarmList[0].shelvedUntil = AlarmList::Clock::now() + 1h;
-    EXPECT_THAT(news(), HasSubstr(R"("shelvedForMs":)"));
+    host.alarmList[0].shelvedBy = "anna";
+    EXPECT_THAT(news(), testing::ContainsRegex(R"x("shelvedForMs":[0-9]+,"shelvedBy":"anna"})x"));
     EXPECT_EQ(news(), "");
     host.alarmList.clear();
     EXPECT_EQ(news(), R"("alarms":[])");

@@ -50,7 +50,7 @@ export class Model {
             this.#changes.drivers.add(id);
         }
         if (chunk.alarms) {
-            this.alarms = chunk.alarms;
+            this.alarms = chunk.alarms.map((alarm) => ({...alarm, backUs: alarm.shelvedForMs === null ? null : chunk.time + alarm.shelvedForMs * 1000}));
             this.#changes.alarms = true;
         }
         if (chunk.missed)

@@ -1,12 +1,14 @@
 // The page "Now": alarms, then a tile for each driver, what is wrong first.
 
-import {actionButton, ask, attempt, emptyNote, facts, h, KeyedList, mark, openDialog, put, setSign, sign} from "./dom.js";
+import {actionButton, ask, attempt, emptyNote, facts, forAction, h, KeyedList, mark, openDialog, put, setSign, sign} from "./dom.js";
 import {isOfLinks, LinkPart, linksOf} from "./links.js";
 import {runsOf} from "./past.js";
 import {advice, ageOrHeard, byTrouble, driverSign, isCalm, isInSight, isUnsteady} from "./signs.js";
 import "./spark.js";
-import {clockTextExact, counted, dateText, hostTime, rateText} from "./text.js";
+import {ageText, clockTextExact, counted, dateText, hostTime, rateText} from "./text.js";
 
+// For how long an alarm can be shelved here.
+const shelvings = [["10 min", 600], ["1 h", 3600], ["8 h", 8 * 3600], ["24 h", 24 * 3600]];
 // Of more drivers than these, those that are well take little room.
 const mostLarge = 12;
 
@@ -17,6 +19,9 @@ export class NowPage {
     #summary = h("p", {class: "summary"});
     #alarmTitle = h("h2", {});
     #alarms = h("ul", {class: "alarms"});
+    #shelf = h("ul", {class: "alarms"});
+    #shelfTitle = h("summary");
+    #shelfPart = h("details", {hidden: true}, this.#shelfTitle, this.#shelf);
     #links;
     #tiles = h("ul", {class: "tiles"});
     #empty = emptyNote("There is no driver in this workplace.");
@@ -24,6 +29,7 @@ export class NowPage {
     /** The keys of the alarms that are shown: one that comes meanwhile is not acknowledged with them. */
     #seen = [];
     #alarmList;
+    #shelfList;
     #tileList;
     /** The open details of a driver: {id, dialog, write}. */
     #detail = null;
@@ -32,11 +38,12 @@ export class NowPage {
         this.#context = context;
         this.#acknowledgeAll = actionButton("Acknowledge all", "operate", () => this.#acknowledge("all", this.#seen));
         this.#alarmList = new KeyedList(this.#alarms, (alarm) => this.#makeAlarm(alarm), (part, alarm) => this.#writeAlarm(part, alarm));
+        this.#shelfList = new KeyedList(this.#shelf, (alarm) => this.#makeShelved(alarm), (part, alarm) => this.#writeShelved(part, alarm));
         this.#tileList = new KeyedList(this.#tiles, (driver) => this.#makeTile(driver), (part, driver) => this.#writeTile(part, driver));
         this.#links = new LinkPart(context);
         this.element = h("div", {class: "page now"}, this.#summary,
             h("section", {class: "alarm-part", "aria-label": "Alarms"},
-                h("header", {class: "part"}, this.#alarmTitle, this.#acknowledgeAll), this.#alarms),
+                h("header", {class: "part"}, this.#alarmTitle, this.#acknowledgeAll), this.#alarms, this.#shelfPart),
             this.#links.element,
             h("section", {"aria-label": "Drivers"}, h("h2", {class: "unseen"}, "Drivers"), this.#tiles, this.#empty));
     }
@@ -69,6 +76,7 @@ export class NowPage {
     }
 
     second() {
+        this.#drawShelf();
         this.#links.draw();
         this.#detail?.write();
         for (const driver of this.#context.model.drivers.values()) {
@@ -110,8 +118,45 @@ export class NowPage {
     #makeAlarm(alarm) {
         const part = {sign: sign(), name: h("strong"), text: h("span", {class: "alarm-text"}), times: h("span", {class: "quiet-text"})};
         part.element = h("li", {class: "alarm"}, part.sign, h("div", {}, part.name, part.text, part.times),
-            actionButton("Acknowledge", "operate", () => this.#acknowledge(alarm.key, [alarm.key]), {"aria-label": `Acknowledge ${alarm.key}`}));
+            h("div", {class: "line"}, actionButton("Acknowledge", "operate", () => this.#acknowledge(alarm.key, [alarm.key]), {"aria-label": `Acknowledge ${alarm.key}`}),
+                forAction(h("button", {type: "button", "aria-label": `Shelve ${alarm.key}`, onclick: () => this.#askShelving(alarm.key)}, "Shelve"), "operate")));
         return part;
+    }
+
+    #makeShelved(alarm) {
+        const part = {text: h("span", {class: "alarm-text"}), who: h("span", {class: "quiet-text"})};
+        part.element = h("li", {class: "alarm"}, sign("parked", "shelved"), h("div", {}, h("strong", {}, alarm.key), part.text, part.who),
+            actionButton("Put back", "operate", () => this.#shelve(alarm.key, 0), {"aria-label": `Put ${alarm.key} back`}));
+        return part;
+    }
+
+    #writeShelved(part, alarm) {
+        const {link} = this.#context;
+        const rest = link.isLive ? `, for ${ageText((alarm.backUs - link.nowUs()) / 1000)} more` : "";
+        put(part.text, alarm.text);
+        put(part.who, `shelved${alarm.shelvedBy ? ` by ${alarm.shelvedBy}` : ""}${rest}`);
+    }
+
+    #drawShelf() {
+        const shelved = this.#context.model.alarms.filter((alarm) => !isInSight(alarm));
+        this.#shelfPart.hidden = shelved.length === 0;
+        put(this.#shelfTitle, `${shelved.length} shelved`);
+        this.#shelfList.set(shelved, (alarm) => alarm.key);
+    }
+
+    #askShelving(key) {
+        const buttons = shelvings.map(([label, seconds]) => forAction(h("button", {type: "button", onclick: () => {
+            dialog.close();
+            this.#shelve(key, seconds);
+        }}, label), "operate"));
+        const dialog = openDialog(`Shelve ${key}`, h("p", {}, "It is out of sight for so long, even when it is raised again; everybody sees that it is, and who has done it."),
+            h("footer", {}, h("button", {type: "button", onclick: () => dialog.close()}, "Leave it"), buttons));
+        buttons[0].focus();
+    }
+
+    /** No time puts it back in sight. */
+    async #shelve(key, seconds) {
+        await attempt(`Shelve ${key}`, () => this.#context.api.act("/shelve", {keys: [key], ...(seconds > 0 ? {seconds} : {})}), null);
     }
 
     #writeAlarm(part, alarm) {
@@ -132,6 +177,7 @@ export class NowPage {
         this.#acknowledgeAll.hidden = alarms.length < 2;
         this.#seen = alarms.map((alarm) => alarm.key);
         // What still is so first, then the newest.
+        this.#drawShelf();
         this.#alarmList.set([...alarms].reverse().sort((one, other) => one.over - other.over), (alarm) => alarm.key);
     }
 
