@@ -499,6 +499,23 @@ class Page(unittest.TestCase):
         finally:
             self.browser.size(1280, 800)
 
+    def test_what_happened_last_stands_below_the_drivers(self):
+        host = self.host()
+        fid = lambda name, origin, **who: {"kind": "fid", "driver": "host", "fid": name, "parameters": [], "receiver": "A", "origin": origin, "outcome": "written", **who}  # noqa: E731
+        host.tell(drivers=[driver("A")])
+        self.open(host)
+        self.wait_for("A", ".tile")
+        rows = "return [...document.querySelectorAll('.lately li')].map((row) => [...row.children].slice(1).map((cell) => cell.innerText).join(' '))"
+        self.assertFalse(self.js("return document.querySelector('.lately').checkVisibility()"))
+        host.tell(records=[{"kind": "value", "driver": "A", "key": "A.X", "value": 3}, fid("A.TICK", "driver"), {"kind": "log", "driver": "A", "level": 4, "output": "A", "text": "well"},
+                           {"kind": "exit", "driver": "A", "status": 139, "text": "signal 11"}, fid("A.GO", "panel", who="anna (web session 4 from 192.0.2.7)")])  # fmt: skip
+        first = ["host fid A.GO from panel anna (web session 4 from 192.0.2.7)", "A exit signal 11"]
+        self.wait("both", lambda: self.js(rows) == first)
+        host.tell(records=[{"kind": "event", "driver": "A", "key": "A.E", "value": str(number)} for number in range(7)])
+        self.wait("no more than eight", lambda: self.js(rows) == [f"A event A.E {number}" for number in reversed(range(7))] + first[:1])
+        self.driver.find_element(By.LINK_TEXT, "All of it").click()
+        self.wait("the stream", lambda: self.js("return location.hash") == "#stream")
+
     def test_open_driver_is_shown_as_it_is_now(self):
         host = self.host()
         steps = lambda *what: (200, {"driver": "A", "more": False, "recorded": True, "since": "2026-11-22T14:00:00.000000Z", "gaps": [], "steps": [  # noqa: E731

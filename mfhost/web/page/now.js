@@ -1,6 +1,7 @@
 // The page "Now": alarms, then a tile for each driver, what is wrong first.
 
 import {actionButton, ask, attempt, emptyNote, facts, forAction, h, KeyedList, mark, openDialog, put, setSign, sign} from "./dom.js";
+import {LatelyPart} from "./lately.js";
 import {isOfLinks, LinkPart, linksOf} from "./links.js";
 import {runsOf} from "./past.js";
 import {advice, ageOrHeard, byTrouble, driverSign, isCalm, isInSight, isUnsteady} from "./signs.js";
@@ -23,6 +24,7 @@ export class NowPage {
     #shelfTitle = h("summary");
     #shelfPart = h("details", {hidden: true}, this.#shelfTitle, this.#shelf);
     #links;
+    #lately;
     #tiles = h("ul", {class: "tiles"});
     #empty = emptyNote("There is no driver in this workplace.");
     #acknowledgeAll;
@@ -41,17 +43,19 @@ export class NowPage {
         this.#shelfList = new KeyedList(this.#shelf, (alarm) => this.#makeShelved(alarm), (part, alarm) => this.#writeShelved(part, alarm));
         this.#tileList = new KeyedList(this.#tiles, (driver) => this.#makeTile(driver), (part, driver) => this.#writeTile(part, driver));
         this.#links = new LinkPart(context);
+        this.#lately = new LatelyPart(context);
         this.element = h("div", {class: "page now"}, this.#summary,
             h("section", {class: "alarm-part", "aria-label": "Alarms"},
                 h("header", {class: "part"}, this.#alarmTitle, this.#acknowledgeAll), this.#alarms, this.#shelfPart),
             this.#links.element,
-            h("section", {"aria-label": "Drivers"}, h("h2", {class: "unseen"}, "Drivers"), this.#tiles, this.#empty));
+            h("section", {"aria-label": "Drivers"}, h("h2", {class: "unseen"}, "Drivers"), this.#tiles, this.#empty), this.#lately.element);
     }
 
     show(parameters) {
         this.#drawAlarms();
         this.#links.draw();
         this.#drawTiles();
+        this.#lately.draw();
         const driver = parameters.get("driver");
         if (this.#detail && this.#detail.id === driver)
             return;
@@ -71,6 +75,8 @@ export class NowPage {
             this.#links.draw();
         if (changes.drivers.size > 0)
             this.#drawTiles();
+        if (changes.records > 0)
+            this.#lately.draw();
         if (changes.drivers.has(this.#detail?.id))
             this.#detail.write();
     }
