@@ -467,12 +467,15 @@ class Page(unittest.TestCase):
         host = self.host()
         second = lambda ago: iso(host.now() - ago * 1_000_000)  # noqa: E731
         host.tell(drivers=[*(driver(f"D{number:02}") for number in range(60)), driver("HUNG", "hung"), driver("LOOP", restarts=7, since=second(12), cause="signal 11"),
-                           driver("OLD", restarts=2, since=second(4000), cause="signal 11"), driver("OFF", "parked")])  # fmt: skip
+                           driver("OLD", restarts=2, since=second(4000), cause="signal 11"), driver("OFF", "parked", pid=4711),
+                           driver("BACK", restarts=2, since=second(12), cause="parked by anna")])  # fmt: skip
         self.open(host)
         names = "return [...document.querySelectorAll('.tile h3')].map((each) => each.innerText)"
-        tiles = self.wait("all tiles", lambda: (found := self.js(names)) and len(found) == 64 and found)
-        self.assertEqual((tiles[:3], tiles[-2:]), (["HUNG", "LOOP", "D00"], ["OLD", "OFF"]))
-        self.assertEqual(self.text("[data-driver=LOOP] .advice"), "It has ended 7 times and runs again; the last time: signal 11. Its last words are in the details.")
+        tiles = self.wait("all tiles", lambda: (found := self.js(names)) and len(found) == 65 and found)
+        # One that somebody has parked and started is as well as it was.
+        self.assertEqual((tiles[:4], tiles[-2:]), (["HUNG", "LOOP", "BACK", "D00"], ["OLD", "OFF"]))
+        self.assertEqual(self.js("return ['OFF', 'D00'].map((id) => document.querySelector(`[data-driver=${id}] .quiet-text`).textContent)"), ["Axis 1.0 · no process", "Axis 1.0 · process 4711"])
+        self.assertEqual(self.text("[data-driver=LOOP] .advice"), "It has ended 7 times and runs again; the last time: signal 11. Its last words may say why.")
         self.assertEqual(self.js("return [...document.querySelectorAll('.tile:not([data-calm])')].map((each) => each.dataset.driver)"), ["HUNG", "LOOP"])
         boxes = self.js("return ['HUNG', 'D00'].map((id) => document.querySelector(`[data-driver=${id}]`).getBoundingClientRect()).map((box) => [box.width, box.height])")
         self.assertGreater(boxes[0][0], 1.9 * boxes[1][0])

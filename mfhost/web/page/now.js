@@ -227,7 +227,7 @@ export class NowPage {
     }
 
     #writeTile(part, driver) {
-        const mode = {direct: "in the host", queue: driver.pid ? `process ${driver.pid}` : "no process", socket: "socket", none: "no link"}[driver.mode] ?? driver.mode;
+        const mode = {direct: "in the host", queue: driver.alive && driver.pid ? `process ${driver.pid}` : "no process", socket: "socket", none: "no link"}[driver.mode] ?? driver.mode;
         put(part.kind, `${driver.type} ${driver.version} · ${mode}`);
         put(part.facts.restarts, driver.restarts > 0 && driver.cause ? `${driver.restarts}, last: ${driver.cause}` : String(driver.restarts));
         const capacities = this.#context.capacities(driver.id);

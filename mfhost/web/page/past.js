@@ -2,13 +2,12 @@
 
 import {chartOf} from "./chart.js";
 import {h, sign} from "./dom.js";
+import {isWanted} from "./signs.js";
 import {ageText, clockText, clockTextExact, counted, dateText, durationText, fidText, hostTime} from "./text.js";
 
 const senders = {host: "the host", console: "the console", api: "a program", macro: "a macro", panel: "the web panel"};
 const steps = {start: ["live", "started"], answer: ["live", "answered"], hang: ["bad", "hung"], end: ["bad", "ended"], failed: ["bad", "did not start"],
     restart: ["wait", "next try"], parked: ["parked", "parked"], unparked: ["wait", "given back"]};
-// Ends that somebody wanted.
-const wanted = /^(unloaded|parked|removed|exit code 0)/;
 
 function fidLine(fid) {
     const from = fid.origin === "driver" ? `by ${fid.driver}` : `from ${senders[fid.origin] ?? fid.origin}${fid.who ? ` by ${fid.who}` : ""}`;
@@ -85,9 +84,9 @@ function lasted(step, runs) {
 
 function stepRow(step, runs) {
     const [kind, word] = steps[step.step] ?? ["unknown", step.step];
-    const isWanted = step.step === "end" && wanted.test(step.text);
+    const wasWanted = step.step === "end" && isWanted(step.text);
     const details = [lasted(step, runs), step.step === "start" && step.pid ? `process ${step.pid}` : "", step.text].filter(Boolean).join(", ");
-    return h("li", {}, h("span", {class: "when"}, dateText(hostTime(step.time) / 1000)), sign(isWanted ? "off" : kind, word), h("span", {}, details));
+    return h("li", {}, h("span", {class: "when"}, dateText(hostTime(step.time) / 1000)), sign(wasWanted ? "off" : kind, word), h("span", {}, details));
 }
 
 /** What has become of a driver, newest first; an element that fills itself. */

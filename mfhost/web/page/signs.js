@@ -13,6 +13,14 @@ export function valueSign(value, link) {
     return {kind: "live", text: "live"};
 }
 
+// Ends that somebody wanted.
+const wantedEnd = /^(unloaded|parked|removed|exit code 0)/;
+
+/** Whether a driver's end with this cause is nobody's fault. */
+export function isWanted(cause) {
+    return wantedEnd.test(cause);
+}
+
 // A driver that was started again and has run for so long is well.
 const steadyAfterUs = 600e6;
 
@@ -43,7 +51,7 @@ export function byTrouble(nowUs) {
 
 /** Whether it runs only since a moment, after it has ended by itself: one that ends again and again is not taken for well. */
 export function isUnsteady(driver, nowUs) {
-    return driver.state === "running" && driver.restarts > 0 && driver.sinceUs !== null && nowUs - driver.sinceUs < steadyAfterUs;
+    return driver.state === "running" && driver.restarts > 0 && !isWanted(driver.cause) && driver.sinceUs !== null && nowUs - driver.sinceUs < steadyAfterUs;
 }
 
 /** Whether nothing is to be said of it, nor done. */
@@ -78,7 +86,7 @@ export function advice(driver, nowUs) {
             if (driver.valuesLost > 0)
                 return `${counted(driver.valuesLost, "new value")} found no room. Have it report fewer values.`;
             if (isUnsteady(driver, nowUs))
-                return `It has ended ${driver.restarts === 1 ? "once" : `${driver.restarts} times`} and runs again${driver.cause ? `; the last time: ${driver.cause}` : ""}. Its last words are in the details.`;
+                return `It has ended ${driver.restarts === 1 ? "once" : `${driver.restarts} times`} and runs again${driver.cause ? `; the last time: ${driver.cause}` : ""}. Its last words may say why.`;
             return "";
         case "waiting":
         case "due": {

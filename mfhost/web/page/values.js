@@ -189,7 +189,7 @@ export class ValuesPage {
 
     #open(key) {
         const parts = {text: h("p", {class: "large value"}), sign: sign(), curve: h("mf-spark", {class: "wide"})};
-        const terms = {type: h("span"), owner: h("span"), age: h("span", {class: "when"}), at: h("span"), version: h("span")};
+        const terms = {type: h("span"), owner: h("span"), age: h("span", {class: "when"}), at: h("span")};
         const input = h("input", {id: "new-value", autocomplete: "off"});
         const type = h("select", {id: "new-type"}, ["string", "int", "float", "bool"].map((each) => h("option", {}, each)));
         let isOffered = false;
@@ -202,7 +202,7 @@ export class ValuesPage {
         });
         const past = lastHour(this.#context, key);
         const dialog = openDialog(key, h("div", {class: "value-now"}, parts.text, parts.sign, parts.curve),
-            facts([["type", terms.type], ["set by", terms.owner], ["age", terms.age], ["changed", terms.at], ["version", terms.version]]),
+            facts([["type", terms.type], ["set by", terms.owner], ["age", terms.age], ["changed", terms.at]]),
             h("p", {}, h("a", {href: `#stream?filter=${encodeURIComponent(key)}`}, "What happened to it"), " · ",
                 h("button", {type: "button", class: "link", onclick: () => this.#pin(key)}, "Pin or unpin it")), form, past.element);
         const write = () => {
@@ -220,7 +220,6 @@ export class ValuesPage {
             put(terms.owner, now?.owner ?? "-");
             put(terms.age, now ? ageOrHeard(this.#context.link, now.us) : "-");
             put(terms.at, now ? dateText(now.us / 1000) : "-");
-            put(terms.version, String(now?.version ?? "-"));
             parts.curve.hidden = !now?.history;
             if (now?.history)
                 parts.curve.draw(now.history, {words: ({low, high}) => `between ${low} and ${high} in the last minute`});
