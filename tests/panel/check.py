@@ -33,7 +33,7 @@ axe.run(document, {runOnly: arguments[0]}).then((found) => done(found.violations
     `${each.id}: ${each.help}: ${each.nodes.slice(0, 3).map((node) => node.html.slice(0, 160)).join(" ; ")}`)), (error) => done([String(error)]));"""
 
 
-def until(condition, seconds=30):
+def until(condition, seconds=120):
     end = time.monotonic() + seconds
     while not condition() and time.monotonic() < end:
         time.sleep(0.05)

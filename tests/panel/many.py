@@ -31,7 +31,10 @@ PATIENCE = 60
 # So much more it may have at the end than with all pages at the beginning; it goes up and down by 3 MB. What each page was sent
 # in 20 s is some 10 MB.
 MOST_GROWTH_KB = 6144
-MOST_WEIGHT_KB = 256
+MOST_WEIGHT_KB = 150
+MOST_TO_PICTURE_MS = 1000
+# The host looks each 50 ms.
+MOST_CHUNKS_A_SECOND = 20
 WORKPLACE = """<?xml version="1.0" encoding="UTF-8"?>
 <workplaces><workplace id="0">
 <mainframeDriver driverID="LOCAL" driverType="SysMon" version="1.0" workingDirectory="data/LOCAL" interfaceType="direct"/>
@@ -132,7 +135,7 @@ class OpenPage:
     """What a page knows of the values, without its pictures."""
 
     def __init__(self, host, token):
-        self.values, self.input, self.bye = {}, b"", ""
+        self.values, self.input, self.bye, self.chunks = {}, b"", "", 0
         address, port = host.place.rsplit(":", 1)
         self.sock = socket.create_connection((address, int(port)), PATIENCE)
         key = base64.b64encode(os.urandom(16)).decode()
@@ -168,6 +171,7 @@ class OpenPage:
     def take(self, message):
         if message["kind"] == "bye":
             self.bye = message["text"]
+        self.chunks += message["kind"] == "chunk"
         for each in message.get("values", []):
             self.values[each["key"]] = each["value"]
 
@@ -214,11 +218,14 @@ def crowd(host, seconds, faults):
     behind = sum(page.values.get(last) != sent or len(page.values) < VALUES for page in pages)
     if behind:
         faults.append(f"many: {behind} of {PAGES} pages do not have the last value")
+    most_chunks = max(page.chunks for page in pages) / (time.monotonic() - begin)
+    if most_chunks > MOST_CHUNKS_A_SECOND:
+        faults.append(f"many: a page was told something {most_chunks:.1f} times a second")
     closing = host.private_kb()
     for page in pages:
         page.sock.close()
     print(f"many: {PAGES} pages for {time.monotonic() - begin:.0f} s, {sent} values set: the host has {alone} KB of its own without a page, "
-          f"{opened} KB with all of them, {closing} KB at the end, {most} KB at most")  # fmt: skip
+          f"{opened} KB with all of them, {closing} KB at the end, {most} KB at most; a page was told something {most_chunks:.1f} times a second")  # fmt: skip
     if closing - opened > MOST_GROWTH_KB:
         faults.append(f"many: the host's memory has grown by {closing - opened} KB while the pages were open")
 
@@ -237,6 +244,8 @@ def look(host, faults):
         print(f"many: a page is {weight / 1024:.0f} KB on the wire in {files} files; {VALUES} values are in sight {took:.0f} ms after it was asked for (best of 5)")
         if weight > MOST_WEIGHT_KB * 1024:
             faults.append(f"many: the page weighs {weight} bytes on the wire")
+        if took > MOST_TO_PICTURE_MS:
+            faults.append(f"many: {VALUES} values are in sight only {took:.0f} ms after the page was asked for")
     finally:
         browser.close()
 

@@ -2,11 +2,14 @@
 """The web panel's page in a real browser, beside a stand-in for the host. One browser serves all tests; each has a host of
 its own, and so an origin of its own."""
 
+import gzip
 import os
 import shutil
 import sys
 import time
 import unittest
+from pathlib import Path
+from urllib.parse import quote
 
 # Nothing is left beside the sources.
 sys.dont_write_bytecode = True
@@ -664,18 +667,22 @@ class Page(unittest.TestCase):
     def test_names_and_values_stay_texts_in_their_places_whatever_is_in_them(self):
         host = self.host()
         key, bad = "A.\u202eLIVE", "<img src=x onerror=\"window.bad = 1\">\u202e&amp;\x1b[31m" + "\U0001f600" * 62
+        name = "A\u202e<b>x</b>"
         alarm = {"key": key, "text": bad, "raised": "2026-11-22T15:49:02.000Z", "count": 1, "over": False, "shelvedForMs": None}
-        host.tell(alarms=[alarm], values=[value(key, bad, owner="A\u202e")], drivers=[driver("A\u202e<b>x</b>", state="ended", cause=bad)])
+        host.tell(alarms=[alarm], values=[value(key, bad, owner="A\u202e"), *link("LINK", bad, site=bad, error=bad)],
+                  drivers=[driver(name, state="ended", cause=bad), driver("LINK", type="Link")],
+                  records=[{"kind": "log", "driver": name, "level": 2, "output": bad, "text": bad}])  # fmt: skip
         self.browser.size(360, 740)
-        for page in ("now", "values", "wall", "stream"):
+        for page in ("now", "values", "wall", "stream", f"values?value={quote(key)}", f"now?driver={quote(name)}", f"send?fid={quote(bad)}"):
             self.open(host, page)
+            self.wait("the page is there", lambda: bad[:9] in self.text("main, dialog") or page.startswith("send"))
             if page == "now":
                 self.wait_for(bad[:9], ".alarm-text")
                 # Text of a name that turns the direction round does not take what follows with it.
                 left = "return document.querySelector(arguments[0]).getBoundingClientRect().left"
                 self.assertLessEqual(self.js(left, ".alarm strong"), self.js(left, ".alarm .alarm-text"))
                 self.assertEqual(self.js("return getComputedStyle(document.querySelector('.alarm strong')).unicodeBidi"), "isolate")
-            self.assertEqual(self.js("return [window.bad, document.querySelectorAll('main img, main b').length]"), [None, 0])
+            self.assertEqual(self.js("return [window.bad, document.querySelectorAll(':is(main, dialog) :is(img, b)').length]"), [None, 0])
             self.assertTrue(self.js("return document.documentElement.scrollWidth <= innerWidth"), f"{page} is wider than the screen")
         self.browser.driver.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
 
@@ -903,6 +910,34 @@ class Page(unittest.TestCase):
         self.assertEqual(self.js("return [...document.querySelectorAll('.wall-drivers li')].map((each) => each.innerText.replace(/\\s+/g, ' ').trim())"),
                          ["B hung no answer", "A running"])  # fmt: skip
         self.assertEqual(self.js("return [...document.querySelectorAll('button, input')].filter((each) => each.checkVisibility()).length"), 0)
+
+    def test_every_control_is_reached_by_the_tab_key(self):
+        host = self.host()
+        alarm = {"key": "A", "text": "x", "raised": "2026-11-22T15:49:02.000Z", "count": 1, "over": False, "shelvedForMs": None, "shelvedBy": ""}
+        host.tell(drivers=[driver("A"), driver("NORTH", type="Link")], values=[value("A.X", 1), *link("NORTH")], alarms=[alarm, {**alarm, "key": "B"}],
+                  records=[{"kind": "event", "driver": "A", "key": "A.E", "value": ""}])  # fmt: skip
+        host.sessions = [{"id": 8, "user": "anna", "uid": 1000, "pid": None, "address": "192.0.2.1", "role": "operate", "since": "2026-11-22T15:49:02.000Z", "requests": 3}]
+        # Of one that is chosen among several only the chosen one is a stop; what lies in a table is reached in it.
+        wanted = """return [...document.querySelectorAll("button, a[href], input, select, summary, [tabindex='0']")].filter((each) => each.checkVisibility()
+            && !each.disabled && each.tabIndex >= 0 && !(each.type === "radio" && !each.checked)).map((each) => {
+            window.ids ??= new Map(); if (!window.ids.has(each)) window.ids.set(each, window.ids.size); return window.ids.get(each); })"""
+        at = "return window.ids.get(document.activeElement) ?? null"
+        for page in ("now", "values", "stream", "send", "plan", "wall", "sessions"):
+            self.open(host, page)
+            stops = set(self.wait("controls", lambda: self.js(wanted)))
+            seen = set()
+            self.js("document.activeElement.blur()")
+            for _ in range(len(stops) + 3):
+                self.keys(Keys.TAB)
+                seen.add(self.js(at))
+                if self.js("return document.activeElement !== document.body && getComputedStyle(document.activeElement).outlineStyle === 'none'"):
+                    self.fail(f"{page}: no outline at {self.js('return document.activeElement.outerHTML')}")
+            self.assertEqual(stops - seen, set(), f"{page}: {self.js('return [...window.ids].filter(([, id]) => arguments[0].includes(id)).map(([each]) => each.outerHTML)', list(stops - seen))}")
+
+    def test_page_is_small_on_the_wire(self):
+        files = list((Path(__file__).resolve().parents[2] / "mfhost/web/page").iterdir())
+        self.assertGreater(len(files), 20)
+        self.assertLess(sum(len(gzip.compress(each.read_bytes())) for each in files), 150_000)
 
     def test_phone_has_one_column_and_targets_of_44_pixels(self):
         host = self.host()
