@@ -24,6 +24,7 @@ public:
         std::string key;  ///< "AXIS1.POSITION"
         Value value;
         std::string staleCause;  ///< why it holds no longer; empty for a live value
+        std::chrono::steady_clock::time_point reported{};
     };
     struct Changes {
         std::uint64_t version = 0;  ///< to ask with the next time
@@ -54,8 +55,10 @@ public:
     /// The last events with a higher number, oldest first; those between that are missing came too fast.
     virtual std::vector<Event> events(std::uint64_t since) const = 0;
 
-    /// Sets a whole key to a value that does not hold, for that cause. It lives again when it is reported.
-    virtual void setStale(const std::string& key, const Value& value, const std::string& cause) = 0;
+    /// Sets a whole key to a value that was reported at that time. With a cause it does not hold; it lives
+    /// again when it is set without one.
+    virtual void setFar(const std::string& key, const Value& value, const std::string& cause,
+                        std::chrono::steady_clock::time_point reported) = 0;
     /// The same of the values that there are of these keys of one driver.
     virtual void makeStale(const std::string& driverID, const std::vector<std::string>& keys,
                            const std::string& cause) = 0;

@@ -32,18 +32,6 @@ std::string key(const LinkTopics::Parts& parts) {
     return parts.driver + "." + parts.name;
 }
 
-void report(IPanelState& panel, const std::string& id, const ILinkHost::Value& value) {
-    struct Reporter {
-        IPanelState& panel;
-        const std::string& id;
-        void operator()(const std::string& text) const { panel.setStateValue(id, text); }
-        void operator()(float number) const { panel.setStateValueFloat(id, number); }
-        void operator()(int number) const { panel.setStateValueInt(id, number); }
-        void operator()(bool flag) const { panel.setStateValueBool(id, flag); }
-    };
-    std::visit(Reporter{panel, id}, value);
-}
-
 /// The boot ID in "BOOT:17"; empty where there is none, and for one that is longer than any: thousands are
 /// kept.
 std::string bootOf(const std::string& id) {
@@ -53,11 +41,12 @@ std::string bootOf(const std::string& id) {
 
 }  // namespace
 
-LinkCore::LinkCore(std::string site, std::string boot, ILinkHost& host, Random random)
+LinkCore::LinkCore(std::string site, std::string boot, ILinkHost& host, Random random, Time now)
     : m_site(std::move(site)),
       m_boot(std::move(boot)),
       m_host(host),
       m_random(std::move(random)),
+      m_begin(now),
       m_clock(m_boot) {
     for (const ILinkHost::Event& event : m_host.events(0))
         m_lastEvent = event.number;
@@ -93,6 +82,12 @@ void LinkCore::remove(ILink& link) {
     for (auto taken = m_taken.begin(); taken != m_taken.end();)
         taken = taken->second.driverID == link.driverID() ? m_taken.erase(taken) : std::next(taken);
     m_fars.remove_if([&](const Far& far) { return &far.link == &link; });
+}
+
+/// By the clock that the ticks tell: right when this instance began, and then as steady as the machine's own,
+/// so that nothing that was said becomes older or younger when somebody sets the clock.
+linkpayload::Time LinkCore::clockAt(Time when) const {
+    return m_since + std::chrono::duration_cast<linkpayload::Time::duration>(when - m_begin);
 }
 
 LinkMessage LinkCore::will() const {
@@ -186,8 +181,9 @@ void LinkCore::step(Time now) {
     if (now >= m_nextTick) {
         m_nextTick = now + s_tick;
         const linkpayload::Tick tick = m_clock.next(now);
-        publish(
-            {.topic = LinkTopics::tick(m_site), .payload = linkpayload::text(tick, heard(now)), .qos = 0});
+        publish({.topic = LinkTopics::tick(m_site),
+                 .payload = linkpayload::text(tick, clockAt(now), heard(now)),
+                 .qos = 0});
         for (Far& far : m_fars)
             measure(far, now);
     }
@@ -274,8 +270,8 @@ void LinkCore::collectStates() {
             continue;
         former.erase(topic);
         m_published[topic] = state.key;
-        m_dirty[topic] = linkpayload::text(linkpayload::State{state.value, std::chrono::system_clock::now(),
-                                                              m_boot, ++m_lastID, state.staleCause});
+        m_dirty[topic] = linkpayload::text(
+            linkpayload::State{state.value, clockAt(state.reported), m_boot, ++m_lastID, state.staleCause});
     }
     for (const std::string& unset : changes.unset) {
         const std::string topic = topicOf(unset);
@@ -338,7 +334,7 @@ void LinkCore::judge(Far& far, Time now) {
     const bool wasLive = std::exchange(far.isLive, cause.empty());
     far.cause = cause;
     if (far.isLive) {
-        showAll(far);
+        showAll(far, now);
         far.link.say(ELevel::eInfo, far.site() + " is there");
     } else {
         std::vector<std::string> keys;
@@ -357,21 +353,18 @@ void LinkCore::judge(Far& far, Time now) {
     far.link.panel().setStateValue("LINK", cause.empty() ? "up" : cause);
 }
 
-void LinkCore::showAll(Far& far) {
+void LinkCore::showAll(Far& far, Time now) {
     for (const auto& [stateKey, value] : far.values)
-        show(far, stateKey, value);
+        show(far, stateKey, value, now);
 }
 
-void LinkCore::show(Far& far, const std::string& stateKey, const Value& value) {
+void LinkCore::show(Far& far, const std::string& stateKey, const Value& value, Time now) {
     const linkpayload::State& state = value.state;
     const std::string cause = !far.isLive                ? far.cause
                               : state.boot != far.boot   ? s_earlier + far.site()
                               : value.round != far.round ? far.site() + " has not told it anew yet"
                                                          : state.staleCause;
-    if (cause.empty())
-        report(far.link.panel(), stateKey, state.value);
-    else
-        m_host.setStale(far.link.driverID() + "." + stateKey, state.value, cause);
+    m_host.setFar(far.link.driverID() + "." + stateKey, state.value, cause, far.clock.here(state.at, now));
 }
 
 void LinkCore::received(const LinkMessage& message, Time now) {
@@ -400,7 +393,7 @@ void LinkCore::received(const LinkMessage& message, Time now) {
             takeTick(*pFar, message, now);
             break;
         case LinkTopics::EKind::State:
-            takeState(*pFar, *parts, message);
+            takeState(*pFar, *parts, message, now);
             break;
         case LinkTopics::EKind::Event:
             takeEvent(*pFar, *parts, message);
@@ -476,7 +469,7 @@ void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
     }
     judge(far, now);
     if (isOther || (isAnew && far.isLive))
-        showAll(far);
+        showAll(far, now);
 }
 
 void LinkCore::takeTick(Far& far, const LinkMessage& message, Time now) {
@@ -484,14 +477,21 @@ void LinkCore::takeTick(Far& far, const LinkMessage& message, Time now) {
     // One that a broker keeps is of long ago.
     if (!tick || message.isRetained)
         return;
+    if (far.clockBoot != tick->boot) {
+        far.clockBoot = tick->boot;
+        far.clock.forget();
+    }
+    const auto told = linkpayload::heard(message.payload, m_site);
+    const auto age = told ? m_clock.age(told->tick, now) : std::nullopt;
+    const auto delay = age && *age >= told->ago ? std::optional<Duration>(*age - told->ago) : std::nullopt;
+    if (const auto time = linkpayload::tickTime(message.payload))
+        far.clock.take(*time, delay, now);
     far.tick = std::move(tick);
     far.heard = now;
     judge(far, now);
-    const auto told = linkpayload::heard(message.payload, m_site);
-    const auto age = told ? m_clock.age(told->tick, now) : std::nullopt;
-    if (far.isLive && age && *age >= told->ago)
-        far.link.panel().setStateValueFloat(
-            s_delay, std::chrono::duration<float, std::milli>(*age - told->ago).count());
+    if (far.isLive && delay)
+        far.link.panel().setStateValueFloat(s_delay,
+                                            std::chrono::duration<float, std::milli>(*delay).count());
 }
 
 /// Values and events of ours that come back, or that have gone through too many sites.
@@ -502,7 +502,7 @@ bool LinkCore::isEcho(const std::string& driver, const std::string& name) const 
     return !LinkPath(path).fault(m_site).empty();
 }
 
-void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message) {
+void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message, Time now) {
     if (!far.link.settings().imported.contain(parts.driver) || isEcho(parts.driver, parts.name))
         return;
     const std::string stateKey = key(parts);
@@ -525,7 +525,7 @@ void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMes
         return;
     }
     const Value& kept = far.values[stateKey] = Value{std::move(*state), far.round};
-    show(far, stateKey, kept);
+    show(far, stateKey, kept, now);
 }
 
 void LinkCore::takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message) {

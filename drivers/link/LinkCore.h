@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "FIDParameterList.h"
+#include "FarClock.h"
 #include "IBroker.h"
 #include "ILink.h"
 #include "ILinkHost.h"
@@ -41,7 +42,7 @@ public:
     static constexpr std::size_t s_mostPending = 512;
 
     /// The host outlives the object. The boot ID is this instance's own.
-    LinkCore(std::string site, std::string boot, ILinkHost& host, Random random);
+    LinkCore(std::string site, std::string boot, ILinkHost& host, Random random, Time now);
 
     /// The link outlives its removal.
     void add(ILink& link, Time now);
@@ -84,6 +85,8 @@ private:
         bool isComplete = false;
         std::optional<linkpayload::Tick> tick;
         Time heard{};
+        FarClock clock;
+        std::string clockBoot;  ///< of the instance whose clock that is
         bool isLive = false;
         std::string cause;  ///< why it is not
         std::map<std::string, Value> values;
@@ -108,6 +111,7 @@ private:
     void subscribe(const Far& far);
     bool publish(const LinkMessage& message);
     void publishUp(bool isComplete);
+    linkpayload::Time clockAt(Time when) const;
 
     void collectStates();
     void flush();
@@ -121,11 +125,11 @@ private:
     void measure(Far& far, Time now);
     void judge(Far& far, Time now);
     std::string causeOf(const Far& far, Time now) const;
-    void showAll(Far& far);
-    void show(Far& far, const std::string& key, const Value& value);
+    void showAll(Far& far, Time now);
+    void show(Far& far, const std::string& key, const Value& value, Time now);
     void takeUp(Far& far, const LinkMessage& message, Time now);
     void takeTick(Far& far, const LinkMessage& message, Time now);
-    void takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message);
+    void takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message, Time now);
     void takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message);
     void takeReply(Far& far, const LinkMessage& message);
     void takeOwnUp(const LinkMessage& message);
@@ -144,6 +148,7 @@ private:
     ILinkHost& m_host;
     const Random m_random;
     const linkpayload::Time m_since = std::chrono::system_clock::now();
+    const Time m_begin;
 
     std::list<Far> m_fars;
     std::size_t m_nextHeard = 0;  ///< of these, the first that the next tick tells of

@@ -174,14 +174,15 @@ std::string text(const Event& event) {
            textField("id", event.id) + "}";
 }
 
-std::string text(const Tick& tick, const std::vector<Heard>& heard) {
+std::string text(const Tick& tick, Time at, const std::vector<Heard>& heard) {
     std::string sites;
     for (const Heard& one : heard)
         sites += (sites.empty() ? "" : ", ") + base::jsonText(one.site) + ": {" +
                  textField("tick", one.tick.text()) + ", " + field("us", std::to_string(one.ago.count())) +
                  "}";
-    return "{" + textField("boot", tick.boot) + ", " + field("tick", std::to_string(tick.number)) +
-           (sites.empty() ? std::string() : ", " + field("heard", "{" + sites + "}")) + "}";
+    return "{" + textField("boot", tick.boot) + ", " + field("tick", std::to_string(tick.number)) + ", " +
+           timeField("at", at) + (sites.empty() ? std::string() : ", " + field("heard", "{" + sites + "}")) +
+           "}";
 }
 
 std::string text(const Reply& reply) {
@@ -250,6 +251,11 @@ std::optional<Tick> tick(std::string_view bytes) {
     if (!boot || boot->empty() || !number)
         return std::nullopt;
     return Tick{std::move(*boot), *number};
+}
+
+std::optional<Time> tickTime(std::string_view bytes) {
+    const auto json = object(bytes);
+    return json ? timeOf(*json, "at") : std::nullopt;
 }
 
 std::optional<Heard> heard(std::string_view bytes, const std::string& site) {

@@ -28,7 +28,7 @@ struct Up {
 
 struct State {
     ILinkHost::Value value;
-    Time at{};
+    Time at{};  ///< when it was reported, by the clock that the site's ticks tell
     std::string boot;
     std::uint64_t number = 0;
     std::string staleCause;
@@ -80,7 +80,8 @@ const char* inWords(EOutcome outcome);
 std::string text(const Up& up);
 std::string text(const State& state);
 std::string text(const Event& event);
-std::string text(const Tick& tick, const std::vector<Heard>& heard = {});
+/// Told at that time, by the clock of the site.
+std::string text(const Tick& tick, Time at, const std::vector<Heard>& heard = {});
 std::string text(const Reply& reply);
 /// Nothing where a name or a value is no UTF-8, which JSON could not hold as it is.
 std::optional<std::string> text(const FIDParameterList& parameters);
@@ -89,6 +90,8 @@ std::optional<Up> up(std::string_view bytes);
 std::optional<State> state(std::string_view bytes);
 std::optional<Event> event(std::string_view bytes);
 std::optional<Tick> tick(std::string_view bytes);
+/// When the tick was told, by the clock of its site.
+std::optional<Time> tickTime(std::string_view bytes);
 /// Of the bytes of a tick, what is said of that site; nothing where nothing is.
 std::optional<Heard> heard(std::string_view bytes, const std::string& site);
 std::optional<Reply> reply(std::string_view bytes);

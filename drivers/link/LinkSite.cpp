@@ -50,7 +50,8 @@ LinkSite::LinkSite(const LinkSettings& settings, ILinkHost& host)
     : m_site(settings.site),
       m_broker(settings.broker),
       m_host(host),
-      m_core(m_site, base::randomID(), host, [this](auto longest) { return randomPart(longest); }),
+      m_core(
+          m_site, base::randomID(), host, [this](auto longest) { return randomPart(longest); }, Clock::now()),
       m_pause(s_firstPause) {
     m_host.open(m_site, m_wakeup.fd());
     try {

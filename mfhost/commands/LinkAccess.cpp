@@ -30,7 +30,8 @@ LinkAccess::Changes LinkAccess::changes(std::uint64_t since) const {
     Changes changes{found.version, found.isComplete, {}, std::move(found.unset)};
     changes.states.reserve(found.entries.size());
     for (StateStore::Entry& entry : found.entries)
-        changes.states.push_back({std::move(entry.key), entry.value.value(), std::move(entry.staleCause)});
+        changes.states.push_back(
+            {std::move(entry.key), entry.value.value(), std::move(entry.staleCause), entry.reported});
     return changes;
 }
 
@@ -43,8 +44,9 @@ std::vector<LinkAccess::Event> LinkAccess::events(std::uint64_t since) const {
     return events;
 }
 
-void LinkAccess::setStale(const std::string& key, const Value& value, const std::string& cause) {
-    m_store.setStale(key, stateValue(value), cause);
+void LinkAccess::setFar(const std::string& key, const Value& value, const std::string& cause,
+                        std::chrono::steady_clock::time_point reported) {
+    m_store.setFar(key, stateValue(value), cause, reported);
 }
 
 void LinkAccess::makeStale(const std::string& driverID, const std::vector<std::string>& keys,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -27,7 +28,8 @@ public:
 
     Changes changes(std::uint64_t since) const override;
     std::vector<Event> events(std::uint64_t since) const override;
-    void setStale(const std::string& key, const Value& value, const std::string& cause) override;
+    void setFar(const std::string& key, const Value& value, const std::string& cause,
+                std::chrono::steady_clock::time_point reported) override;
     void makeStale(const std::string& driverID, const std::vector<std::string>& keys,
                    const std::string& cause) override;
     void open(const std::string& driverID, int wakeup) override;

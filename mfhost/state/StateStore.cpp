@@ -307,11 +307,13 @@ void StateStore::leaveRoom(Shard& shard, const Entry& entry) {
     roomOf(shard, entry.owner.kind).leave();
 }
 
-void StateStore::setStale(const std::string& key, StateValue value, const std::string& cause) {
-    set(key, std::move(value), cause);
+void StateStore::setFar(const std::string& key, StateValue value, const std::string& cause,
+                        Clock::time_point reported) {
+    set(key, std::move(value), cause, reported);
 }
 
-void StateStore::set(const std::string& key, StateValue value, const std::string& staleCause) {
+void StateStore::set(const std::string& key, StateValue value, const std::string& staleCause,
+                     Clock::time_point reported) {
     const auto now = Clock::now();
     const EOwner kind = kindOf(key);
     if (now.time_since_epoch().count() >= m_nextSettling.load(std::memory_order_relaxed))
@@ -341,7 +343,9 @@ void StateStore::set(const std::string& key, StateValue value, const std::string
         thread.clock = now;
         ++thread.delivered;
     }
-    if (update(shard, position, std::move(value), now, isNew || isTaken, staleCause)) {
+    const bool isNews = update(shard, position, std::move(value), now, isNew || isTaken, staleCause);
+    position->entry.reported = std::min(now, reported);
+    if (isNews) {
         ++shard.changes;
         if (m_pObservation)
             recordChange(shard, *position, now);
@@ -363,6 +367,7 @@ void StateStore::recordChange(Shard& shard, Kept& kept, Clock::time_point now) {
         write(shard, kept, now);
         return;
     }
+    kept.arrived = now;
     if (!std::exchange(kept.isHeldBack, true))
         ++shard.heldBack;
     m_pObservation->holdBack();
@@ -419,7 +424,7 @@ void StateStore::recordHeldBack(Shard& shard) {
         if (!std::exchange(kept->isHeldBack, false))
             continue;
         --shard.heldBack;
-        write(shard, *kept, kept->entry.reported);
+        write(shard, *kept, kept->arrived);
     }
 }
 
@@ -461,7 +466,6 @@ bool StateStore::update(Shard& shard, Position position, StateValue value, Clock
     isNews |= wasStale != isStale;
     const bool isChange = isNews || entry.start != start || (isStale && entry.staleCause != cause);
     entry.start = start;
-    entry.reported = now;
     if (isStale) {
         entry.staleCause = cause;
         entry.staleSince = now;

@@ -158,9 +158,11 @@ public:
     void unsetStateValue(const std::string& stateID) override;
     void triggerEvent(const std::string& eventID, const std::string& value) override;
 
-    /// Sets a driver's value that does not hold, for that cause, though its driver runs: one that stands for
-    /// something far away. It lives again when it is set as any other. The stream records the value alone.
-    void setStale(const std::string& key, StateValue value, const std::string& cause);
+    /// Sets a driver's value that stands for something far away, where it was reported at that time. With a
+    /// cause it does not hold, though its driver runs, until it is set without one or as any other. The
+    /// stream records the value alone, as of now.
+    void setFar(const std::string& key, StateValue value, const std::string& cause,
+                Clock::time_point reported);
     /// The same of those of the keys that the driver has set and that are live. Returns how many.
     std::size_t makeStale(const std::string& driverID, const std::vector<std::string>& keys,
                           const std::string& cause);
@@ -241,6 +243,7 @@ private:
         bool isHeldBack = false;       ///< the last change has none yet
         std::uint32_t streamKey = 0;   ///< 0: not asked for yet
         Clock::time_point recorded{};  ///< when the last one was made
+        Clock::time_point arrived{};   ///< when the change came that has none yet
     };
     using List = std::list<Kept>;
     using Position = List::iterator;
@@ -307,7 +310,8 @@ private:
 
     static EOwner kindOf(const std::string& key);
     static Owner ownerOf(EOwner kind, const std::string& key);
-    void set(const std::string& key, StateValue value, const std::string& staleCause = {});
+    void set(const std::string& key, StateValue value, const std::string& staleCause = {},
+             Clock::time_point reported = Clock::time_point::max());
 
     static std::size_t bucketOf(std::string_view driverID);
     Shard* findShard(std::string_view driverID) const;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -114,13 +115,15 @@ protected:
                                .environment = {},
                                .files = directory / "broker"});
     }
-    HostProcess& startOther() {
+    HostProcess& startOther(const std::map<std::string, std::string>& environment = {}) {
         m_pOtherHost.reset();
-        m_pOtherHost = startBeside(*m_pOther);
+        m_pOtherHost = startBeside(*m_pOther, environment);
         return *m_pOtherHost;
     }
-    static std::unique_ptr<HostProcess> startBeside(const TestWorkplace& place) {
+    static std::unique_ptr<HostProcess> startBeside(
+        const TestWorkplace& place, const std::map<std::string, std::string>& environment = {}) {
         HostProcess::Start call = place.host();
+        call.environment.insert(environment.begin(), environment.end());
         // Both are on one machine: each has a /var/data of its own.
         call.beforeExec = [] {
             ::unshare(CLONE_NEWNS);

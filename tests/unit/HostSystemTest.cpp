@@ -101,7 +101,8 @@ TEST_F(HostSystemTest, GivesLinksToOtherWorkplacesWhatTheyAreMeantToHave) {
         }
         Changes changes(std::uint64_t) const override { return {}; }
         std::vector<Event> events(std::uint64_t) const override { return {}; }
-        void setStale(const std::string&, const Value&, const std::string&) override {}
+        void setFar(const std::string&, const Value&, const std::string&,
+                    std::chrono::steady_clock::time_point) override {}
         void makeStale(const std::string&, const std::vector<std::string>&, const std::string&) override {}
         void open(const std::string&, int) override {}
         void close(const std::string&) override {}

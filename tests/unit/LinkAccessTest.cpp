@@ -106,9 +106,11 @@ TEST_F(LinkAccessTest, EventsAreThoseWithHigherNumbers) {
     EXPECT_TRUE(m_sut.events(last[0].number).empty());
 }
 
-TEST_F(LinkAccessTest, StaleValuesAreThoseOfTheStore) {
+TEST_F(LinkAccessTest, FarValuesAreThoseOfTheStore) {
     m_store.driverStarted("SITE2");
-    m_sut.setStale("SITE2.A.POS", 1.5F, "killed");
+    const auto reported = std::chrono::steady_clock::now() - std::chrono::minutes(1);
+    m_sut.setFar("SITE2.A.POS", 1.5F, "killed", reported);
+    EXPECT_EQ(m_store.find("SITE2.A.POS")->reported, reported);
     EXPECT_EQ(m_store.find("SITE2.A.POS")->value, StateValue(1.5F));
     EXPECT_EQ(m_store.find("SITE2.A.POS")->staleCause, "killed");
     m_store.setStateValueBool("SITE2.A.ON", true);

@@ -34,7 +34,8 @@ public:
         Changes found{version, since == 0, {}, since == 0 ? Lines() : unset};
         for (const auto& [stateKey, state] : own)
             if (since == 0 || state.second > since)
-                found.states.push_back({stateKey, state.first, stale.contains(stateKey) ? "killed" : ""});
+                found.states.push_back(
+                    {stateKey, state.first, stale.contains(stateKey) ? "killed" : "", moment});
         return found;
     }
     std::vector<Event> events(std::uint64_t since) const override {
@@ -44,8 +45,13 @@ public:
                 found.push_back(event);
         return found;
     }
-    void setStale(const std::string& stateKey, const Value& value, const std::string& cause) override {
-        shown[stateKey.substr(stateKey.find('.') + 1)] = text(value) + " stale: " + cause;
+    void setFar(const std::string& stateKey, const Value& value, const std::string& cause,
+                LinkCore::Time reported) override {
+        const std::string key = stateKey.substr(stateKey.find('.') + 1);
+        const auto* const pText = std::get_if<std::string>(&value);
+        shown[key] =
+            pText && cause.empty() ? *pText : text(value) + (cause.empty() ? "" : " stale: " + cause);
+        times[key] = reported;
     }
     void makeStale(const std::string&, const Lines& keys, const std::string& cause) override {
         for (const std::string& stateKey : keys) {
@@ -97,6 +103,8 @@ public:
     std::uint64_t version = 1;
     std::vector<Event> ownEvents;
     std::map<std::string, std::string> shown;
+    std::map<std::string, LinkCore::Time> times;  ///< when what is shown was reported
+    LinkCore::Time moment{};                      ///< when its own values were
     Lines events_;
     Lines done;
     std::vector<Outcome> waiting;
@@ -178,7 +186,10 @@ public:
 class Site : public ILink {
 public:
     Site(FakeBroker& broker, const std::string& site, const std::string& other, const std::string& boot)
-        : m_broker(broker), m_other(other), core(site, boot, host, [](auto longest) { return longest; }) {
+        : m_broker(broker),
+          m_other(other),
+          core(
+              site, boot, host, [](auto longest) { return longest; }, LinkCore::Time() + 1h) {
         m_settings.site = site;
         m_settings.farSite = other;
         m_settings.broker.host = "broker";
@@ -284,6 +295,39 @@ TEST_F(LinkCoreTest, ValuesOfTheOtherSiteAreHereWithTheirTypes) {
     EXPECT_EQ(m_one.host["AXIS1.NAME"], "none");
     EXPECT_FALSE(m_broker.retained.contains("mf/1/SITE2/state/AXIS1/NAME"));
     EXPECT_THAT(m_one.lines, ElementsAre("SITE2 is there"));
+}
+
+TEST_F(LinkCoreTest, ValueIsAsOldHereAsItIsThere) {
+    m_two.host.set("AXIS1.POS", 40);
+    m_two.host.moment = m_now - 90s;
+    connectBoth();
+    // The ticks tell milliseconds.
+    EXPECT_NEAR(std::chrono::duration<double>(m_now - 1s - m_one.host.times["AXIS1.POS"]).count(), 90, 0.01);
+    m_two.host.moment = m_now;
+    m_two.host.set("AXIS1.POS", 41);
+    pass(300ms);
+    EXPECT_NEAR(std::chrono::duration<double>(m_now - m_one.host.times["AXIS1.POS"]).count(), 0.3, 0.01);
+}
+
+TEST_F(LinkCoreTest, ClockThatGoesWrongThereMakesNothingOlder) {
+    m_two.host.set("AXIS1.POS", 40);
+    m_two.host.moment = m_now - 90s;
+    connectBoth();
+    m_two.cut();
+    // Another instance, whose clock is an hour ahead.
+    const LinkMessage tick = last("mf/1/SITE2/tick");
+    const auto told = linkpayload::tickTime(tick.payload);
+    ASSERT_TRUE(told);
+    m_broker.publish(*m_two.pEnd, {.topic = "mf/1/SITE2/up",
+                                   .payload = linkpayload::text(linkpayload::Up{true, "b3", *told, true})});
+    m_broker.publish(*m_two.pEnd, {.topic = "mf/1/SITE2/tick",
+                                   .payload = linkpayload::text(linkpayload::Tick{"b3", 1}, *told + 1h)});
+    m_broker.publish(*m_two.pEnd,
+                     {.topic = "mf/1/SITE2/state/AXIS1/POS",
+                      .payload = linkpayload::text(linkpayload::State{41, *told + 1h - 5s, "b3", 1, ""})});
+    pass(0ms);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "41");
+    EXPECT_EQ(m_now - m_one.host.times["AXIS1.POS"], 5s);
 }
 
 TEST_F(LinkCoreTest, ValuesArePublishedFiveTimesASecondAtMost) {

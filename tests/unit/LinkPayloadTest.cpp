@@ -22,11 +22,14 @@ TEST(LinkPayload, TextsAreTheseToTheByte) {
     EXPECT_EQ(text(Up{true, "0a1b", s_time, true}),
               R"({"up": true, "boot": "0a1b", "since": "2026-11-22T12:15:16.900Z", "complete": true})");
     EXPECT_EQ(text(Up{false, "0a1b", {}, false}), R"({"up": false, "boot": "0a1b"})");
-    EXPECT_EQ(text(Tick{"0a1b", 17}), R"({"boot": "0a1b", "tick": 17})");
-    EXPECT_EQ(text(Tick{"0a1b", 17}, {{"S \"2\"", {"0c", 3}, std::chrono::microseconds(412)},
-                                      {"S3", {"0d", 4}, std::chrono::microseconds(0)}}),
-              R"({"boot": "0a1b", "tick": 17, "heard": {"S \"2\"": {"tick": "0c:3", "us": 412}, )"
-              R"("S3": {"tick": "0d:4", "us": 0}}})");
+    EXPECT_EQ(text(Tick{"0a1b", 17}, s_time),
+              R"({"boot": "0a1b", "tick": 17, "at": "2026-11-22T12:15:16.900Z"})");
+    EXPECT_EQ(
+        text(Tick{"0a1b", 17}, s_time,
+             {{"S \"2\"", {"0c", 3}, std::chrono::microseconds(412)},
+              {"S3", {"0d", 4}, std::chrono::microseconds(0)}}),
+        R"({"boot": "0a1b", "tick": 17, "at": "2026-11-22T12:15:16.900Z", "heard": {"S \"2\"": {"tick": "0c:3", "us": 412}, )"
+        R"("S3": {"tick": "0d:4", "us": 0}}})");
     EXPECT_EQ((Tick{"0a1b", 17}.text()), "0a1b:17");
     EXPECT_EQ(text(state(40)),
               R"({"v": 40, "t": "int", "at": "2026-11-22T12:15:16.900Z", "boot": "0a1b", "n": 123})");
@@ -65,14 +68,16 @@ TEST(LinkPayload, WhatIsWrittenIsReadBack) {
     for (const Up& value :
          {Up{true, "0a1b", s_time, true}, Up{true, "0a1b", s_time, false}, Up{false, "c", {}, false}})
         EXPECT_EQ(up(text(value)), value);
-    EXPECT_EQ(tick(text(Tick{"0a1b", 17})), (Tick{"0a1b", 17}));
+    EXPECT_EQ(tick(text(Tick{"0a1b", 17}, s_time)), (Tick{"0a1b", 17}));
+    EXPECT_EQ(tickTime(text(Tick{"0a1b", 17}, s_time)), s_time);
+    EXPECT_FALSE(tickTime(R"({"boot": "0a1b", "tick": 17})"));
     const Heard one{"S \"2\"", {"0c", 3}, std::chrono::microseconds(412)};
     const Heard other{"S3", {"0d", 4}, std::chrono::microseconds(0)};
-    EXPECT_EQ(tick(text(Tick{"0a1b", 17}, {one, other})), (Tick{"0a1b", 17}));
-    EXPECT_EQ(heard(text(Tick{"0a1b", 17}, {one, other}), one.site), one);
-    EXPECT_EQ(heard(text(Tick{"0a1b", 17}, {one, other}), other.site), other);
-    EXPECT_FALSE(heard(text(Tick{"0a1b", 17}, {one, other}), "S4"));
-    EXPECT_FALSE(heard(text(Tick{"0a1b", 17}), one.site));
+    EXPECT_EQ(tick(text(Tick{"0a1b", 17}, s_time, {one, other})), (Tick{"0a1b", 17}));
+    EXPECT_EQ(heard(text(Tick{"0a1b", 17}, s_time, {one, other}), one.site), one);
+    EXPECT_EQ(heard(text(Tick{"0a1b", 17}, s_time, {one, other}), other.site), other);
+    EXPECT_FALSE(heard(text(Tick{"0a1b", 17}, s_time, {one, other}), "S4"));
+    EXPECT_FALSE(heard(text(Tick{"0a1b", 17}, s_time), one.site));
     EXPECT_EQ(Tick::parse("0a:1b:17"), (Tick{"0a:1b", 17}));
     const float infinity = std::numeric_limits<float>::infinity();
     for (const ILinkHost::Value& value :

@@ -20,7 +20,8 @@ public:
 
     Changes changes(std::uint64_t) const override { return {1, true, {}, {}}; }
     std::vector<Event> events(std::uint64_t) const override { return {}; }
-    void setStale(const std::string&, const Value&, const std::string&) override {}
+    void setFar(const std::string&, const Value&, const std::string&,
+                std::chrono::steady_clock::time_point) override {}
     void makeStale(const std::string&, const std::vector<std::string>&, const std::string&) override {}
     void open(const std::string& driverID, int) override { opened.push_back(driverID); }
     void close(const std::string& driverID) override { closed.push_back(driverID); }

@@ -211,15 +211,27 @@ TEST(StateStore, ValueThatIsSetStaleIsSoUntilItIsSetAsAnyOther) {
     StateStore sut;
     sut.addListener(&listener);
     sut.driverStarted("SITE2");
-    sut.setStale("SITE2.AXIS1.POS", StateValue(4), "SITE2 is not there");
+    sut.setFar("SITE2.AXIS1.POS", StateValue(4), "SITE2 is not there", StateStore::Clock::now());
     EXPECT_EQ(sut.find("SITE2.AXIS1.POS")->staleCause, "SITE2 is not there");
     EXPECT_EQ(sut.find("SITE2.AXIS1.POS")->value, StateValue(4));
     sut.setStateValueInt("SITE2.AXIS1.POS", 4);
     EXPECT_FALSE(sut.find("SITE2.AXIS1.POS")->isStale());
-    sut.setStale("SITE2.AXIS1.POS", StateValue(5), "killed");
+    sut.setFar("SITE2.AXIS1.POS", StateValue(5), "killed", StateStore::Clock::now());
     EXPECT_EQ(listener.lines, (std::vector<std::string>{"SITE2.AXIS1.POS=4 stale", "SITE2.AXIS1.POS=4",
                                                         "SITE2.AXIS1.POS=5 stale"}));
     sut.removeListener(&listener);
+}
+
+TEST(StateStore, FarValueIsAsOldAsItIsThereAndNeverOfLater) {
+    StateStore sut;
+    sut.driverStarted("SITE2");
+    const auto before = StateStore::Clock::now();
+    sut.setFar("SITE2.A", StateValue(1), "", before - std::chrono::hours(1));
+    EXPECT_EQ(sut.find("SITE2.A")->reported, before - std::chrono::hours(1));
+    EXPECT_FALSE(sut.find("SITE2.A")->isStale());
+    sut.setFar("SITE2.A", StateValue(1), "", before + std::chrono::hours(1));
+    EXPECT_GE(sut.find("SITE2.A")->reported, before);
+    EXPECT_LE(sut.find("SITE2.A")->reported, StateStore::Clock::now());
 }
 
 TEST(StateStore, ValueThatIsSetStaleIsNeverLiveInBetween) {
@@ -227,11 +239,11 @@ TEST(StateStore, ValueThatIsSetStaleIsNeverLiveInBetween) {
     sut.driverStarted("SITE2");
     sut.setStateValueInt("SITE2.AXIS1.POS", 4);
     const auto since = sut.changes("*", 0).version;
-    sut.setStale("SITE2.AXIS1.POS", StateValue(5), "killed");
+    sut.setFar("SITE2.AXIS1.POS", StateValue(5), "killed", StateStore::Clock::now());
     const auto changes = sut.changes("*", since);
     ASSERT_EQ(changes.entries.size(), 1U);
     EXPECT_EQ(changes.entries[0].staleCause, "killed");
-    sut.setStale("SITE2.AXIS1.POS", StateValue(5), "hung");
+    sut.setFar("SITE2.AXIS1.POS", StateValue(5), "hung", StateStore::Clock::now());
     EXPECT_EQ(sut.find("SITE2.AXIS1.POS")->staleCause, "hung");
 }
 
@@ -242,7 +254,7 @@ TEST(StateStore, OfTheKeysThatAreMadeStaleOnlyLiveOnesOfTheDriverAreTold) {
     sut.driverStarted("SITE3");
     for (const char* pKey : {"SITE2.A", "SITE2.B", "SITE2.C", "SITE3.A"})
         sut.setStateValueInt(pKey, 1);
-    sut.setStale("SITE2.B", StateValue(1), "before");
+    sut.setFar("SITE2.B", StateValue(1), "before", StateStore::Clock::now());
     sut.addListener(&listener);
     EXPECT_EQ(sut.makeStale("SITE2", {"SITE2.A", "SITE2.B", "SITE3.A", "SITE2.NONE"}, "no broker"), 1U);
     EXPECT_EQ(sut.find("SITE2.A")->staleCause, "no broker");
@@ -262,7 +274,7 @@ TEST(StateStore, WhatARunningDriverCallsStaleIsNotForgottenWhenItSettles) {
     sut.setStateValueInt("SITE2.LEFT", 1);
     sut.driverEnded("SITE2", "killed");
     sut.driverStarted("SITE2");
-    sut.setStale("SITE2.B", StateValue(1), "SITE2 is not there");
+    sut.setFar("SITE2.B", StateValue(1), "SITE2 is not there", StateStore::Clock::now());
     sut.setStateValueInt("SITE2.A", 1);
     sut.forgetSettled();
     EXPECT_FALSE(sut.find("SITE2.LEFT"));
