@@ -67,6 +67,7 @@ LinkCore::Far* LinkCore::farOf(const ILink& link) {
 void LinkCore::add(ILink& link, Time now) {
     Far& far = m_fars.emplace_back(link);
     const LinkSettings::Broker& broker = link.settings().broker;
+    far.heard = now;
     link.panel().setStateValue("LINK_SITE", m_site);
     link.panel().setStateValue("LINK_TO", far.site());
     link.panel().setStateValue("LINK_BROKER", broker.host + " port " + std::to_string(broker.port));
@@ -136,7 +137,9 @@ void LinkCore::connected(IBroker& broker, Time now) {
         // Only what is heard over this connection counts.
         far.isUp = false;
         far.isPublishing = false;
+        far.isSilent = false;
         far.tick.reset();
+        far.heard = now;
         ++far.round;
     }
     publishUp(false);
@@ -189,6 +192,10 @@ void LinkCore::step(Time now) {
     }
     if (m_publishAll && now >= *m_publishAll) {
         m_publishAll.reset();
+        // What is not told anew from here on is gone.
+        if (std::exchange(m_isAsked, false))
+            publishUp(false);
+        m_allPublished = now;
         m_version = 0;
         m_isCompletePending = true;
         m_nextStates = now;
@@ -211,7 +218,8 @@ std::vector<linkpayload::Heard> LinkCore::heard(Time now) {
     for (; next != m_fars.end() && heard.size() < s_mostHeard; ++next, ++m_nextHeard) {
         if (next->tick)
             heard.push_back({next->site(), *next->tick,
-                             std::chrono::duration_cast<std::chrono::microseconds>(now - next->heard)});
+                             std::chrono::duration_cast<std::chrono::microseconds>(now - next->heard),
+                             next->isAsked});
     }
     return heard;
 }
@@ -269,6 +277,7 @@ void LinkCore::collectStates() {
         if (topic.empty())
             continue;
         former.erase(topic);
+        m_unset.erase(topic);
         m_published[topic] = state.key;
         m_dirty[topic] = linkpayload::text(
             linkpayload::State{state.value, clockAt(state.reported), m_boot, ++m_lastID, state.staleCause});
@@ -276,15 +285,27 @@ void LinkCore::collectStates() {
     for (const std::string& unset : changes.unset) {
         const std::string topic = topicOf(unset);
         if (m_published.erase(topic) > 0)
-            m_dirty[topic].clear();
+            unpublish(topic);
     }
     for (const std::string& topic : std::exchange(m_left, {})) {
         if (!m_published.contains(topic))
-            m_dirty[topic].clear();
+            unpublish(topic);
     }
     // What there was and is no more.
     for (const auto& [topic, gone] : former)
-        m_dirty[topic].clear();
+        unpublish(topic);
+    if (changes.isComplete) {
+        // A bridge between brokers that was cut then has kept it.
+        for (const std::string& topic : m_unset)
+            m_dirty[topic].clear();
+    }
+}
+
+/// The broker is to forget the value.
+void LinkCore::unpublish(const std::string& topic) {
+    m_dirty[topic].clear();
+    if (m_unset.size() < s_mostValues)
+        m_unset.insert(topic);
 }
 
 void LinkCore::flush() {
@@ -329,11 +350,18 @@ std::string LinkCore::causeOf(const Far& far, Time now) const {
 /// Whether the far site is there, and what follows when that has changed.
 void LinkCore::judge(Far& far, Time now) {
     const std::string cause = causeOf(far, now);
+    far.isSilent |= m_pBroker && far.isUp && now - far.heard > s_silence;
     if (cause.empty() ? far.isLive : !far.isLive && cause == far.cause)
         return;
     const bool wasLive = std::exchange(far.isLive, cause.empty());
     far.cause = cause;
     if (far.isLive) {
+        // A broker may have kept what it has heard before the silence, and nobody says what has changed
+        // since.
+        if (std::exchange(far.isSilent, false)) {
+            far.isAsked = true;
+            ++far.round;
+        }
         showAll(far, now);
         far.link.say(ELevel::eInfo, far.site() + " is there");
     } else {
@@ -457,7 +485,10 @@ void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
     if (isAnew)
         ++far.round;
     far.isPublishing = !far.isComplete;
-    if (far.isComplete) {
+    if (isOther || far.isPublishing)
+        far.isSilent = far.isAsked = false;
+    // Of one that is asked for everything it is that of before.
+    if (far.isComplete && !far.isAsked) {
         for (auto value = far.values.begin(); value != far.values.end();) {
             if (value->second.state.boot == far.boot && value->second.round == far.round) {
                 ++value;
@@ -483,6 +514,12 @@ void LinkCore::takeTick(Far& far, const LinkMessage& message, Time now) {
     }
     const auto told = linkpayload::heard(message.payload, m_site);
     const auto age = told ? m_clock.age(told->tick, now) : std::nullopt;
+    // Unless what has been published since is on its way.
+    if (told && told->isAsking && age && now - *age > m_allPublished && !m_publishAll &&
+        !m_isCompletePending) {
+        m_publishAll = now + m_random(far.link.settings().spread);
+        m_isAsked = true;
+    }
     const auto delay = age && *age >= told->ago ? std::optional<Duration>(*age - told->ago) : std::nullopt;
     if (const auto time = linkpayload::tickTime(message.payload))
         far.clock.take(*time, delay, now);
@@ -517,7 +554,12 @@ void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMes
     // Left at the broker by an instance that is gone.
     if (far.isUp && far.isComplete && state->boot != far.boot)
         return;
-    if (far.values.size() >= s_mostValues && !far.values.contains(stateKey)) {
+    const auto known = far.values.find(stateKey);
+    // One message has overtaken another.
+    if (known != far.values.end() && known->second.round == far.round &&
+        known->second.state.boot == state->boot && state->number < known->second.state.number)
+        return;
+    if (far.values.size() >= s_mostValues && known == far.values.end()) {
         if (far.isFull.passes())
             far.link.say(ELevel::eError, std::to_string(s_mostValues) + " values of " + far.site() +
                                              " are kept at most; " + base::quoted(stateKey) +

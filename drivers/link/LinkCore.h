@@ -93,6 +93,8 @@ private:
         /// Counts how often it has begun to publish everything, or is heard over a new connection.
         std::uint64_t round = 0;
         bool isPublishing = false;         ///< it has begun, and not said that it has ended
+        bool isSilent = false;             ///< it is said to be there, and was not heard for long
+        bool isAsked = false;              ///< to publish everything anew, and has not begun to
         std::map<std::string, Sent> sent;  ///< by correlation data
         base::Throttle isFull;
         LinkMeter meter;
@@ -114,6 +116,7 @@ private:
     linkpayload::Time clockAt(Time when) const;
 
     void collectStates();
+    void unpublish(const std::string& topic);
     void flush();
     void publishEvents();
     std::vector<Far*> exporters(const std::string& driverID);
@@ -164,12 +167,15 @@ private:
     Time m_nextTick{};
     Time m_nextStates{};
     std::optional<Time> m_publishAll;  ///< when everything is to be published anew
+    bool m_isAsked = false;            ///< by another site to do so
     bool m_isCompletePending = false;
     std::uint64_t m_version = 0;
     std::uint64_t m_lastEvent = 0;
     std::map<std::string, std::string> m_dirty;      ///< payloads to be published, by topic
     std::map<std::string, std::string> m_published;  ///< keys of values, by topic
     std::set<std::string> m_left;                    ///< topics that another instance has left
+    std::set<std::string> m_unset;                   ///< topics of values that were there once
+    Time m_allPublished{};                           ///< when everything was last
     std::map<std::uint64_t, Taken> m_taken;          ///< by the host's number
     base::Throttle m_strange;
 };

@@ -179,7 +179,7 @@ std::string text(const Tick& tick, Time at, const std::vector<Heard>& heard) {
     for (const Heard& one : heard)
         sites += (sites.empty() ? "" : ", ") + base::jsonText(one.site) + ": {" +
                  textField("tick", one.tick.text()) + ", " + field("us", std::to_string(one.ago.count())) +
-                 "}";
+                 (one.isAsking ? ", " + field("anew", "true") : std::string()) + "}";
     return "{" + textField("boot", tick.boot) + ", " + field("tick", std::to_string(tick.number)) + ", " +
            timeField("at", at) + (sites.empty() ? std::string() : ", " + field("heard", "{" + sites + "}")) +
            "}";
@@ -270,7 +270,7 @@ std::optional<Heard> heard(std::string_view bytes, const std::string& site) {
     const auto ago = numberOf(*one, "us");
     if (!told || !ago || *ago > s_longestHold)
         return std::nullopt;
-    return Heard{site, *told, std::chrono::microseconds(*ago)};
+    return Heard{site, *told, std::chrono::microseconds(*ago), flagOf(*one, "anew").value_or(false)};
 }
 
 std::optional<Reply> reply(std::string_view bytes) {

@@ -61,6 +61,7 @@ struct Heard {
     std::string site;
     Tick tick;  ///< the newest of that site
     std::chrono::microseconds ago{0};
+    bool isAsking = false;  ///< it is to publish everything anew
 
     bool operator==(const Heard&) const = default;
 };

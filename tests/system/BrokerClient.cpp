@@ -12,15 +12,15 @@ public:
     bool isConnected = false;
 };
 
-BrokerClient::BrokerClient(const std::string& user, const std::string& password)
-    : m_user(user), m_password(password) {}
+BrokerClient::BrokerClient(const std::string& user, const std::string& password, int port)
+    : m_user(user), m_password(password), m_port(port) {}
 
 BrokerClient::~BrokerClient() = default;
 
 void BrokerClient::begin() {
     LinkSettings::Broker broker;
     broker.host = "127.0.0.1";
-    broker.port = 1883;
+    broker.port = m_port;
     broker.password = m_password;
     const LinkMessage will{.topic = "gone/" + m_user, .payload = "{}"};
     m_pConnection = std::make_unique<Connection>(

@@ -7,10 +7,10 @@
 
 struct LinkMessage;
 
-/// Anybody at a broker on this machine, port 1883: says and hears what a test wants. One thread.
+/// Anybody at a broker on this machine: says and hears what a test wants. One thread.
 class BrokerClient {
 public:
-    BrokerClient(const std::string& user, const std::string& password);
+    BrokerClient(const std::string& user, const std::string& password, int port = 1883);
     ~BrokerClient();
     BrokerClient(const BrokerClient&) = delete;
     BrokerClient& operator=(const BrokerClient&) = delete;
@@ -33,6 +33,7 @@ private:
 
     const std::string m_user;
     const std::string m_password;
+    const int m_port;
     std::unique_ptr<Connection> m_pConnection;
     std::vector<LinkMessage> m_received;
 };

@@ -30,7 +30,8 @@ protected:
         equip(workplace(), "SITE1", "SITE2");
         equip(*m_pOther, "SITE2", "SITE1");
         const std::filesystem::path directory = workplace().directory();
-        writeFile(directory / "passwords", "SITE1:first\nSITE2:second\nSTRANGER:third\nNOBODY:fourth\n");
+        writeFile(directory / "passwords",
+                  "SITE1:first\nSITE2:second\nSTRANGER:third\nSTRANGER2:sixth\nNOBODY:fourth\n");
         ASSERT_TRUE(PrivateMachine::shell("mosquitto_passwd -U " + (directory / "passwords").string()));
         const std::string acl = (TestWorkplace::build() / "bin/mfctl link acl ").string();
         for (const TestWorkplace* const pPlace : {&workplace(), m_pOther.get()})
@@ -40,7 +41,8 @@ protected:
         // More than SITE1 allows itself: the receiving site says no, too.
         writeFile(directory / "rights",
                   readFile(directory / "rights") +
-                      "user SITE2\ntopic write mf/1/SITE1/fid/#\nuser STRANGER\ntopic readwrite #\n");
+                      "user SITE2\ntopic write mf/1/SITE1/fid/#\nuser STRANGER\ntopic readwrite #\n"
+                      "user STRANGER2\ntopic readwrite #\n");
         writeFile(directory / "broker.conf",
                   "listener 1883 127.0.0.1\nallow_anonymous false\nuser root\n"
                   "password_file " +
@@ -68,8 +70,7 @@ protected:
              {std::pair("cafile", "ca.pem"), {"certfile", "broker.pem"}, {"keyfile", "broker.key"}})
             settings += std::string(name) + " " + directory + "/" + file + "\n";
         writeFile(directory + "/broker.conf", settings);
-        for (const std::filesystem::path& file :
-             {workplace().workdir() / "data/SITE2/link.xml", m_pOther->workdir() / "data/SITE1/link.xml"}) {
+        for (const std::filesystem::path& file : {ownLink(), othersLink()}) {
             std::string link = readFile(file);
             link.insert(link.find("<broker ") + 8, "authorities='" + directory + "/" + trusted + "' ");
             writeFile(file, link);
@@ -107,14 +108,26 @@ protected:
     }
     void startBroker() {
         m_pBroker.reset();
-        const std::filesystem::path directory = workplace().directory();
-        std::filesystem::create_directories(directory / "broker");
-        m_pBroker = std::make_unique<HostProcess>(
-            HostProcess::Start{.program = c_broker,
-                               .arguments = {"-c", (directory / "broker.conf").string()},
-                               .environment = {},
-                               .files = directory / "broker"});
+        m_pBroker = startBroker("broker");
     }
+    /// With NAME.conf of the test's directory.
+    std::unique_ptr<HostProcess> startBroker(const std::string& name) {
+        const std::filesystem::path directory = workplace().directory();
+        std::filesystem::create_directories(directory / name);
+        return std::make_unique<HostProcess>(
+            HostProcess::Start{.program = c_broker,
+                               .arguments = {"-c", (directory / (name + ".conf")).string()},
+                               .environment = {},
+                               .files = directory / name});
+    }
+    /// The link goes to the broker at that port.
+    static void setPort(const std::filesystem::path& link, int port) {
+        std::string text = readFile(link);
+        text.insert(text.find("<broker ") + 8, "port='" + std::to_string(port) + "' ");
+        writeFile(link, text);
+    }
+    std::filesystem::path ownLink() { return workplace().workdir() / "data/SITE2/link.xml"; }
+    std::filesystem::path othersLink() const { return m_pOther->workdir() / "data/SITE1/link.xml"; }
     HostProcess& startOther(const std::map<std::string, std::string>& environment = {}) {
         m_pOtherHost.reset();
         m_pOtherHost = startBeside(*m_pOther, environment);
@@ -135,6 +148,9 @@ protected:
     /// Broker and both hosts, once each site knows of the other.
     void startAll() {
         startBroker();
+        startHosts();
+    }
+    void startHosts() {
         startOther();
         start();
         for (HostProcess* const pHost : {&host(), m_pOtherHost.get()})

@@ -216,6 +216,11 @@ public:
         if (pEnd)
             pEnd->isCut = true;
     }
+    /// After cut(), which the core has not been told of: the line holds again.
+    void heal() {
+        m_broker.ends.push_back(pEnd.get());
+        pEnd->isCut = false;
+    }
     bool take(LinkCore::Time now) {
         if (!pEnd || pEnd->inbox.empty())
             return false;
@@ -295,6 +300,56 @@ TEST_F(LinkCoreTest, ValuesOfTheOtherSiteAreHereWithTheirTypes) {
     EXPECT_EQ(m_one.host["AXIS1.NAME"], "none");
     EXPECT_FALSE(m_broker.retained.contains("mf/1/SITE2/state/AXIS1/NAME"));
     EXPECT_THAT(m_one.lines, ElementsAre("SITE2 is there"));
+}
+
+TEST_F(LinkCoreTest, AfterASilenceEverythingIsToldAnewAndWhatIsGoneIsGone) {
+    m_two.host.set("AXIS1.POS", 40);
+    m_two.host.set("AXIS1.SPEED", 1);
+    m_two.host.set("AXIS1.NAME", std::string("x"));
+    connectBoth();
+    // Of a bridge between two brokers nobody hears that it is cut.
+    m_one.cut();
+    pass(12s);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40 stale: SITE2 is not heard");
+    EXPECT_EQ(m_one.lines.back(), "SITE2 is not heard");
+    m_two.host.set("AXIS1.SPEED", 2);
+    pass(300ms);
+    m_two.host.unsetOwn("AXIS1.NAME");
+    pass(300ms);
+    // The other broker has kept it.
+    m_broker.retained["mf/1/SITE2/state/AXIS1/NAME"] = {.topic = "mf/1/SITE2/state/AXIS1/NAME"};
+    m_one.heal();
+    const LinkMessage tick{.topic = "mf/1/SITE2/tick",
+                           .payload = linkpayload::text(linkpayload::Tick{"b2", 99}, {})};
+    m_broker.publish(*m_two.pEnd, tick);
+    // What it has said of itself before is no answer.
+    m_broker.publish(*m_two.pEnd, m_broker.retained["mf/1/SITE2/up"]);
+    m_one.take(m_now);
+    m_one.take(m_now);
+    EXPECT_EQ(m_one.host["LINK"], "up");
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40 stale: SITE2 has not told it anew yet");
+    EXPECT_EQ(m_one.host["AXIS1.NAME"], "\"x\" stale: SITE2 has not told it anew yet");
+    pass(4s);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40");
+    EXPECT_EQ(m_one.host["AXIS1.SPEED"], "2");
+    EXPECT_EQ(m_one.host["AXIS1.NAME"], "none");
+    EXPECT_FALSE(m_broker.retained.contains("mf/1/SITE2/state/AXIS1/NAME"));
+    // Once is enough.
+    const std::size_t before = m_broker.all.size();
+    pass(5s);
+    EXPECT_EQ(std::count_if(m_broker.all.begin() + static_cast<long>(before), m_broker.all.end(),
+                            [](const auto& message) { return !message.topic.ends_with("/tick"); }),
+              0);
+}
+
+TEST_F(LinkCoreTest, ValueThatWasOvertakenByANewerOneIsNotShown) {
+    connectBoth();
+    for (const int value : {2, 3, 1})
+        m_broker.publish(*m_two.pEnd, {.topic = "mf/1/SITE2/state/AXIS1/POS",
+                                       .payload = linkpayload::text(linkpayload::State{
+                                           value, {}, "b2", static_cast<std::uint64_t>(value), ""})});
+    pass(0ms);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "3");
 }
 
 TEST_F(LinkCoreTest, ValueIsAsOldHereAsItIsThere) {

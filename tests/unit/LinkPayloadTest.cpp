@@ -72,7 +72,7 @@ TEST(LinkPayload, WhatIsWrittenIsReadBack) {
     EXPECT_EQ(tickTime(text(Tick{"0a1b", 17}, s_time)), s_time);
     EXPECT_FALSE(tickTime(R"({"boot": "0a1b", "tick": 17})"));
     const Heard one{"S \"2\"", {"0c", 3}, std::chrono::microseconds(412)};
-    const Heard other{"S3", {"0d", 4}, std::chrono::microseconds(0)};
+    const Heard other{"S3", {"0d", 4}, std::chrono::microseconds(0), true};
     EXPECT_EQ(tick(text(Tick{"0a1b", 17}, s_time, {one, other})), (Tick{"0a1b", 17}));
     EXPECT_EQ(heard(text(Tick{"0a1b", 17}, s_time, {one, other}), one.site), one);
     EXPECT_EQ(heard(text(Tick{"0a1b", 17}, s_time, {one, other}), other.site), other);
