@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 #include <stdexcept>
+#include <string_view>
 
 namespace {
 
@@ -16,6 +17,8 @@ constexpr int s_keepalive = 10;
 /// From the first attempt until the broker has taken the connection.
 constexpr std::chrono::seconds s_patience{10};
 constexpr int s_packetsAtOnce = 100;
+/// Of the reason codes.
+constexpr int s_firstFailure = 128;
 /// More messages than LinkCore has on their way, of FIDs as well.
 constexpr int s_inFlight = 2048;
 
@@ -128,12 +131,25 @@ struct BrokerConnection::Callbacks {
             if (reason == MQTT_RC_SESSION_TAKEN_OVER)
                 self.fail("another host has connected under this site's name");
             else
-                self.fail(std::string("the connection has ended: ") +
-                          (reason >= 128 ? mosquitto_reason_string(reason) : mosquitto_strerror(reason)));
+                self.fail(std::string("the connection has ended: ") + (reason >= s_firstFailure
+                                                                           ? mosquitto_reason_string(reason)
+                                                                           : mosquitto_strerror(reason)));
         });
     }
-    static void published(mosquitto*, void* pSelf, int number, int, const mosquitto_property*) {
-        static_cast<BrokerConnection*>(pSelf)->m_pending.erase(number);
+    static void published(mosquitto*, void* pSelf, int number, int reason, const mosquitto_property*) {
+        auto& self = *static_cast<BrokerConnection*>(pSelf);
+        self.m_pending.erase(number);
+        if (reason >= s_firstFailure && self.m_handlers.refused)
+            guarded(self, [&] { self.m_handlers.refused(mosquitto_reason_string(reason)); });
+    }
+    static void logged(mosquitto*, void* pSelf, int, const char* pText) {
+        auto& self = *static_cast<BrokerConnection*>(pSelf);
+        // "OpenSSL Error[0]: error:0A000415:SSL routines::sslv3 alert certificate expired"
+        guarded(self, [&] {
+            const std::string_view text = pText;
+            if (text.starts_with("OpenSSL Error"))
+                self.m_tlsFault = text.substr(text.rfind(':') + 1);
+        });
     }
     static void received(mosquitto*, void* pSelf, const mosquitto_message* pMessage,
                          const mosquitto_property* pProperties) {
@@ -180,14 +196,29 @@ void BrokerConnection::fail(const std::string& what, int result) {
 }
 
 void BrokerConnection::fail(const std::string& why) {
-    if (m_fault.empty())
-        m_fault = why;
+    if (m_fault.empty()) {
+        const std::string certificate = certificateFault();
+        m_fault = certificate.empty() ? why : brokerName() + ": " + certificate;
+    }
     m_isConnected = false;
+}
+
+/// TLS has an alert for each fault of the certificate that the other end was shown.
+std::string BrokerConnection::certificateFault() const {
+    constexpr std::string_view alert = " alert ";
+    const auto found = m_tlsFault.find(alert);
+    if (found == std::string::npos)
+        return {};
+    const std::string what = m_tlsFault.substr(found + alert.size());
+    if (what.find("certificate") == std::string::npos && what != "unknown ca")
+        return {};
+    return "the broker does not take this site's certificate: " + what;
 }
 
 void BrokerConnection::open() {
     m_deadline = std::chrono::steady_clock::now() + s_patience;
     if (m_broker.isSecure()) {
+        mosquitto_log_callback_set(m_pHandle.get(), &Callbacks::logged);
         const auto file = [](const std::string& path) { return path.empty() ? nullptr : path.c_str(); };
         const int result = mosquitto_tls_set(m_pHandle.get(), m_broker.authorities.c_str(), nullptr,
                                              file(m_broker.certificate), file(m_broker.key), nullptr);

@@ -21,6 +21,8 @@ public:
     struct Handlers {
         std::function<void()> connected;
         std::function<void(const LinkMessage& message)> received;
+        /// The broker does not take a message of ours, for that reason.
+        std::function<void(const std::string& reason)> refused = {};
     };
 
     /// The site is user name and client ID.
@@ -59,6 +61,7 @@ private:
     std::string brokerName() const { return m_broker.host + " port " + std::to_string(m_broker.port); }
     void fail(const std::string& what, int result);
     void fail(const std::string& why);
+    std::string certificateFault() const;
 
     const LinkSettings::Broker m_broker;
     const Handlers m_handlers;
@@ -68,4 +71,5 @@ private:
     bool m_isConnected = false;
     std::chrono::steady_clock::time_point m_deadline{};
     std::string m_fault;
+    std::string m_tlsFault;  ///< what the library has logged of it last
 };

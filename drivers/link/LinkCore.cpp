@@ -155,7 +155,7 @@ void LinkCore::lost(const std::string& reason, Time now) {
     m_wasTried = true;
     m_publishAll.reset();
     for (Far& far : m_fars) {
-        giveUp(far, "the connection to the broker was lost before the answer came");
+        giveUp(far, "the connection to the broker was lost before the answer came", now);
         judge(far, now);
     }
 }
@@ -168,6 +168,8 @@ void LinkCore::step(Time now) {
     takeOutcomes();
     for (Far& far : m_fars) {
         judge(far, now);
+        for (const std::string& line : far.lines.due(now))
+            far.link.say(ELevel::eWarning, line);
         std::vector<std::string> late;
         for (const auto& [correlation, sent] : far.sent) {
             if (sent.deadline <= now)
@@ -176,7 +178,7 @@ void LinkCore::step(Time now) {
         for (const std::string& correlation : late) {
             const std::string fid = far.sent.at(correlation).fid;
             far.sent.erase(correlation);
-            tell(far, fid, {EOutcome::Unknown, "no answer came"});
+            tell(far, fid, {EOutcome::Unknown, "no answer came"}, now);
         }
     }
     if (!m_pBroker)
@@ -376,7 +378,7 @@ void LinkCore::judge(Far& far, Time now) {
         if (wasLive || (!m_pBroker && m_wasTried))
             far.link.say(ELevel::eWarning, cause);
         if (wasLive)
-            giveUp(far, cause);
+            giveUp(far, cause, now);
     }
     far.link.panel().setStateValue("LINK", cause.empty() ? "up" : cause);
 }
@@ -428,11 +430,19 @@ void LinkCore::received(const LinkMessage& message, Time now) {
             break;
         case LinkTopics::EKind::Reply:
             if (parts->driver == m_boot)
-                takeReply(*pFar, message);
+                takeReply(*pFar, message, now);
             break;
         default:
             break;
     }
+}
+
+void LinkCore::refused(const std::string& reason) {
+    if (!m_fars.empty() && m_refused.passes())
+        m_fars.front().link.say(
+            ELevel::eWarning,
+            "the broker refuses what " + m_site + " says: " + reason +
+                "; \"mfctl link acl\" prints what it must allow the user or certificate of " + m_site);
 }
 
 void LinkCore::takeOwnUp(const LinkMessage& message) {
@@ -476,7 +486,7 @@ void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
     }
     const bool isOther = far.boot != up->boot;
     if (isOther && !far.boot.empty())
-        giveUp(far, far.site() + " was started anew");
+        giveUp(far, far.site() + " was started anew", now);
     far.boot = up->boot;
     far.isUp = true;
     far.isComplete = up->isComplete;
@@ -580,11 +590,15 @@ void LinkCore::takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMes
 }
 
 bool LinkCore::send(ILink& link, const std::string& fid, const FIDParameterList& parameters, Time now) {
-    const auto refuse = [&](const std::string& why) {
-        link.say(ELevel::eWarning, base::printable(fid) + " is not sent: " + why);
+    Far* const pFar = farOf(link);
+    const auto refuse = [&](const std::string& why, const char* pCause = nullptr) {
+        const std::string line = base::printable(fid) + " is not sent: " + why;
+        if (pFar)
+            warn(*pFar, pCause ? pCause : why, line, now);
+        else
+            link.say(ELevel::eWarning, line);
         return false;
     };
-    Far* const pFar = farOf(link);
     const auto dot = fid.find('.');
     if (dot == std::string::npos || dot == 0 || dot + 1 == fid.size())
         return refuse("a FID to another site is a driver there, \".\" and a function");
@@ -593,7 +607,8 @@ bool LinkCore::send(ILink& link, const std::string& fid, const FIDParameterList&
     const LinkPath path(m_host.path());
     if (!path.sites().empty() && !link.settings().hasTransit)
         return refuse("it came over a link (" + base::printable(path.text()) +
-                      "), and only transit=\"true\" lets it go out over another");
+                          "), and only transit=\"true\" lets it go out over another",
+                      "transit");
     if (pFar->sent.size() >= s_mostSent || m_pBroker->pending() >= s_mostPending)
         return refuse("too many FIDs wait for the answer of " + pFar->site());
     const auto payload = linkpayload::text(parameters);
@@ -617,27 +632,33 @@ bool LinkCore::send(ILink& link, const std::string& fid, const FIDParameterList&
     return true;
 }
 
-void LinkCore::takeReply(Far& far, const LinkMessage& message) {
+void LinkCore::takeReply(Far& far, const LinkMessage& message, Time now) {
     const auto found = far.sent.find(message.correlation);
     const auto answer = linkpayload::reply(message.payload);
     if (message.isRetained || found == far.sent.end() || !answer)
         return;
     const std::string fid = found->second.fid;
     far.sent.erase(found);
-    tell(far, fid, *answer);
+    tell(far, fid, *answer, now);
 }
 
-void LinkCore::tell(Far& far, const std::string& fid, const Reply& reply) {
+void LinkCore::tell(Far& far, const std::string& fid, const Reply& reply, Time now) {
     const std::string text =
         fid + ": " + linkpayload::inWords(reply.outcome) + (reply.text.empty() ? "" : ": " + reply.text);
     far.link.panel().triggerEvent("OUTCOME", text);
     if (reply.outcome != EOutcome::Done)
-        far.link.say(ELevel::eWarning, base::printable(text));
+        warn(far, linkpayload::inWords(reply.outcome) + (": " + reply.text), base::printable(text), now);
 }
 
-void LinkCore::giveUp(Far& far, const std::string& why) {
+void LinkCore::giveUp(Far& far, const std::string& why, Time now) {
     for (const auto& [correlation, sent] : std::exchange(far.sent, {}))
-        tell(far, sent.fid, {EOutcome::Unknown, why});
+        tell(far, sent.fid, {EOutcome::Unknown, why}, now);
+}
+
+/// A line a second for each cause: others decide how often there is one.
+void LinkCore::warn(Far& far, const std::string& cause, const std::string& line, Time now) {
+    if (const auto passed = far.lines.take(cause, line, now))
+        far.link.say(ELevel::eWarning, *passed);
 }
 
 void LinkCore::takeFid(const LinkTopics::Parts& parts, const LinkMessage& message, Time now) {
@@ -646,16 +667,18 @@ void LinkCore::takeFid(const LinkTopics::Parts& parts, const LinkMessage& messag
     const std::string id = message.property("id");
     Far* const pFar = farOf(from);
     if (!pFar) {
-        if (!m_fars.empty() && m_strange.passes())
-            m_fars.front().link.say(ELevel::eWarning, base::printable(fid) + " of " + base::quoted(from) +
-                                                          " is dropped: there is no link to that site");
+        if (!m_fars.empty())
+            warn(m_fars.front(), "strange",
+                 base::printable(fid) + " of " + base::quoted(from) +
+                     " is dropped: there is no link to that site",
+                 now);
         return;
     }
     pFar->meter.countIn();
     const std::string what = base::printable(fid) + " of " + pFar->site();
     if (message.isRetained) {
-        pFar->link.say(ELevel::eWarning,
-                       what + " is dropped: it was kept by the broker, and is of nobody knows when");
+        warn(*pFar, "kept", what + " is dropped: it was kept by the broker, and is of nobody knows when",
+             now);
         return;
     }
     if (bootOf(id).empty() || !m_seen.isNew(bootOf(id), id))
@@ -666,9 +689,10 @@ void LinkCore::takeFid(const LinkTopics::Parts& parts, const LinkMessage& messag
                           topic->driver.size() <= s_longestID && message.correlation.size() <= s_longestID;
     const std::string replyTopic = hasReply ? message.responseTopic : std::string();
     if (const auto refused = refusal(*pFar, parts, message, now)) {
-        pFar->link.say(ELevel::eWarning,
-                       what + " is " + linkpayload::inWords(refused->outcome) + ": " + refused->text);
-        reply(*pFar, replyTopic, message.correlation, *refused);
+        const Reply& answer = refused->reply;
+        warn(*pFar, refused->pCause,
+             what + " is " + linkpayload::inWords(answer.outcome) + ": " + answer.text, now);
+        reply(*pFar, replyTopic, message.correlation, answer);
         return;
     }
     const std::uint64_t number =
@@ -677,30 +701,34 @@ void LinkCore::takeFid(const LinkTopics::Parts& parts, const LinkMessage& messag
 }
 
 /// Why the FID is not done; nothing when it is to be.
-std::optional<Reply> LinkCore::refusal(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message,
-                                       Time now) const {
-    const auto refused = [](const std::string& why) { return Reply{EOutcome::Refused, why}; };
+std::optional<LinkCore::Refusal> LinkCore::refusal(Far& far, const LinkTopics::Parts& parts,
+                                                   const LinkMessage& message, Time now) const {
+    const auto refused = [](const char* pCause, const std::string& why) {
+        return Refusal{pCause, {EOutcome::Refused, why}};
+    };
     const LinkPath path(message.property("path"));
     if (const std::string fault = path.fault(m_site); !fault.empty())
-        return refused(fault);
+        return refused("path", fault);
     if (!far.link.settings().allowed.contain(parts.driver))
-        return refused(m_site + " does not allow FIDs of " + far.site() + " to " +
-                       base::printable(parts.driver));
+        return refused("right", m_site + " does not allow FIDs of " + far.site() + " to " +
+                                    base::printable(parts.driver));
     const auto tick = linkpayload::Tick::parse(message.property("tick"));
     const auto expiry = far.link.settings().expiry;
     // Whoever names no tick that this instance has told has heard another one, or none.
     const Duration age = tick ? m_clock.age(*tick, now).value_or(Duration::max()) : Duration::max();
     if (age == Duration::max())
-        return Reply{EOutcome::Expired, "it is of before " + m_site + " was started"};
+        return Refusal{"unknown tick", {EOutcome::Expired, "it is of before " + m_site + " was started"}};
     if (age > expiry)
-        return Reply{EOutcome::Expired,
-                     "it came after " +
-                         std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(age).count()) +
-                         " ms, and " + std::to_string(expiry.count()) + " s are allowed"};
+        return Refusal{
+            "late",
+            {EOutcome::Expired,
+             "it came after " +
+                 std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(age).count()) +
+                 " ms, and " + std::to_string(expiry.count()) + " s are allowed"}};
     if (!linkpayload::parameters(message.payload))
-        return refused("its parameters cannot be read");
+        return refused("parameters", "its parameters cannot be read");
     if (m_taken.size() >= s_mostSent)
-        return refused("too many FIDs are being done");
+        return refused("many", "too many FIDs are being done");
     return std::nullopt;
 }
 

@@ -15,6 +15,7 @@
 #include "IBroker.h"
 #include "ILink.h"
 #include "ILinkHost.h"
+#include "LineLimit.h"
 #include "LinkMeter.h"
 #include "LinkPath.h"
 #include "LinkPayload.h"
@@ -52,6 +53,8 @@ public:
     void connected(IBroker& broker, Time now);
     void lost(const std::string& reason, Time now);
     void received(const LinkMessage& message, Time now);
+    /// The broker does not take a message of this site, for that reason.
+    void refused(const std::string& reason);
     /// What is due by now; often.
     void step(Time now);
     /// The last that is said before the connection is closed in order.
@@ -97,7 +100,13 @@ private:
         bool isAsked = false;              ///< to publish everything anew, and has not begun to
         std::map<std::string, Sent> sent;  ///< by correlation data
         base::Throttle isFull;
+        LineLimit lines;
         LinkMeter meter;
+    };
+    /// Why a FID from outside is not done.
+    struct Refusal {
+        const char* pCause;
+        linkpayload::Reply reply;
     };
     /// A FID from outside that the host is doing.
     struct Taken {
@@ -134,17 +143,18 @@ private:
     void takeTick(Far& far, const LinkMessage& message, Time now);
     void takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message, Time now);
     void takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message);
-    void takeReply(Far& far, const LinkMessage& message);
+    void takeReply(Far& far, const LinkMessage& message, Time now);
     void takeOwnUp(const LinkMessage& message);
     void takeOwnState(const LinkMessage& message);
+    static void warn(Far& far, const std::string& cause, const std::string& line, Time now);
     void takeFid(const LinkTopics::Parts& parts, const LinkMessage& message, Time now);
-    std::optional<linkpayload::Reply> refusal(Far& far, const LinkTopics::Parts& parts,
-                                              const LinkMessage& message, Time now) const;
+    std::optional<Refusal> refusal(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message,
+                                   Time now) const;
     void takeOutcomes();
     void reply(Far& far, const std::string& topic, const std::string& correlation,
                const linkpayload::Reply& reply);
-    void tell(Far& far, const std::string& fid, const linkpayload::Reply& reply);
-    void giveUp(Far& far, const std::string& why);
+    void tell(Far& far, const std::string& fid, const linkpayload::Reply& reply, Time now);
+    void giveUp(Far& far, const std::string& why, Time now);
 
     const std::string m_site;
     const std::string m_boot;
@@ -178,4 +188,5 @@ private:
     Time m_allPublished{};                           ///< when everything was last
     std::map<std::uint64_t, Taken> m_taken;          ///< by the host's number
     base::Throttle m_strange;
+    base::Throttle m_refused;
 };

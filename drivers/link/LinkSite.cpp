@@ -156,7 +156,8 @@ void LinkSite::connect(Clock::time_point now) {
                     m_connectedAt = Clock::now();
                     m_core.connected(*m_pConnection, m_connectedAt);
                 },
-            .received = [this](const LinkMessage& message) { m_core.received(message, Clock::now()); }});
+            .received = [this](const LinkMessage& message) { m_core.received(message, Clock::now()); },
+            .refused = [this](const std::string& reason) { m_core.refused(reason); }});
     m_nextTry = now + m_pause / 2 + randomPart(m_pause);
     m_pause = std::min<Clock::duration>(m_pause * 2, s_longestPause);
     m_pConnection->open();

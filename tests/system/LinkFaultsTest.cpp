@@ -3,8 +3,10 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "BrokerClient.h"
@@ -227,6 +229,47 @@ TEST_F(LinkFaults, FloodOfAStrangerHoldsNobodyUp) {
     EXPECT_TRUE(host().repliesWith("state --now SITE2.LINK", "SITE2\\.LINK +string +up ")) << host().log();
     EXPECT_THAT(host().ask("state --now *"), Not(HasSubstr("666")));
     EXPECT_THAT(other().ask("state --now *"), Not(HasSubstr("666")));
+    expectSets("18");
+    endAll();
+}
+
+TEST_F(LinkFaults, FloodOfRefusedFidsIsALineASecondForEachCause) {
+    startAll();
+    BrokerClient stranger("STRANGER", "third");
+    ASSERT_TRUE(stranger.connect());
+    ASSERT_TRUE(stranger.subscribe("mf/1/SITE1/tick"));
+    ASSERT_TRUE(stranger.until([&] { return !stranger.received().empty(); }));
+    const auto begin = std::chrono::steady_clock::now();
+    constexpr int count = 1000;
+    for (int i = 0; i < count; ++i) {
+        // Such as nobody may, such as no driver knows, late ones, and those of a site that there is not.
+        const std::string newest = stranger.received().back().payload;
+        const auto number = newest.find("\"tick\": ") + 8;
+        const std::string tick = newest.substr(10, newest.find('"', 10) - 10) + ":" +
+                                 newest.substr(number, newest.find_first_of(",}", number) - number);
+        const std::string id = std::to_string(i);
+        for (const auto& [topic, from, told] : {std::tuple("mf/1/SITE1/fid/PANEL/ALARM", "SITE2", tick),
+                                                {"mf/1/SITE1/fid/E/NOSUCH", "SITE2", tick},
+                                                {"mf/1/SITE1/fid/E/INT", "SITE2", "x:1"},
+                                                {"mf/1/SITE1/fid/E/INT", "NOSITE", tick}})
+            ASSERT_TRUE(
+                stranger.publish({.topic = topic,
+                                  .payload = R"({"p": []})",
+                                  .properties = {{"id", std::string(topic) + told.substr(0, 1) + ":" + id},
+                                                 {"from", from},
+                                                 {"path", from},
+                                                 {"tick", told}}}));
+    }
+    EXPECT_TRUE(host().waitForLog(" such within a second\n")) << host().log();
+    EXPECT_TRUE(host().repliesWith("state --now SITE2.LINK", "SITE2\\.LINK +string +up ")) << host().log();
+    const std::string log = host().log();
+    const auto seconds =
+        std::chrono::ceil<std::chrono::seconds>(std::chrono::steady_clock::now() - begin).count();
+    // Those of the same second, and of the one before that has not ended yet.
+    EXPECT_LT(std::count(log.begin(), log.end(), '\n'), 100 + 6 * (seconds + 2)) << log.substr(0, 20000);
+    EXPECT_THAT(log,
+                ContainsRegex("E\\.INT of \"NOSITE\" is dropped: there is no link to that site; it is the "
+                              "last of [0-9]+ such within a second\n"));
     expectSets("18");
     endAll();
 }

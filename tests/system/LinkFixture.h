@@ -33,11 +33,8 @@ protected:
         writeFile(directory / "passwords",
                   "SITE1:first\nSITE2:second\nSTRANGER:third\nSTRANGER2:sixth\nNOBODY:fourth\n");
         ASSERT_TRUE(PrivateMachine::shell("mosquitto_passwd -U " + (directory / "passwords").string()));
-        const std::string acl = (TestWorkplace::build() / "bin/mfctl link acl ").string();
         for (const TestWorkplace* const pPlace : {&workplace(), m_pOther.get()})
-            ASSERT_TRUE(PrivateMachine::shell(acl + pPlace->configuration().string() + " --workdir " +
-                                              pPlace->workdir().string() + " >>" +
-                                              (directory / "rights").string()));
+            addRights(*pPlace);
         // More than SITE1 allows itself: the receiving site says no, too.
         writeFile(directory / "rights",
                   readFile(directory / "rights") +
@@ -48,6 +45,14 @@ protected:
                   "password_file " +
                       (directory / "passwords").string() + "\nacl_file " + (directory / "rights").string() +
                       "\n");
+    }
+
+    /// What the workplace's links are to be allowed at the broker.
+    void addRights(const TestWorkplace& place) {
+        ASSERT_TRUE(PrivateMachine::shell((TestWorkplace::build() / "bin/mfctl link acl ").string() +
+                                          place.configuration().string() + " --workdir " +
+                                          place.workdir().string() + " >>" +
+                                          (workplace().directory() / "rights").string()));
     }
 
     /// From now on broker and links speak TLS; the links trust that file of the test's directory. The

@@ -342,6 +342,29 @@ TEST_F(LinkCoreTest, AfterASilenceEverythingIsToldAnewAndWhatIsGoneIsGone) {
               0);
 }
 
+TEST_F(LinkCoreTest, FidsThatAreRefusedAreALineASecond) {
+    connectBoth();
+    m_two.lines.clear();
+    for (int i = 0; i < 100; ++i)
+        EXPECT_TRUE(send("OTHER.MOVE"));
+    pass(0ms);
+    const std::string line = "OTHER.MOVE of SITE1 is refused: SITE2 does not allow FIDs of SITE1 to OTHER";
+    EXPECT_THAT(m_two.lines, ElementsAre(line));
+    pass(1500ms);
+    EXPECT_THAT(m_two.lines, ElementsAre(line, line + "; it is the last of 99 such within a second"));
+}
+
+TEST_F(LinkCoreTest, BrokerThatTakesNothingIsToldOnce) {
+    connectBoth();
+    m_one.lines.clear();
+    for (int i = 0; i < 3; ++i)
+        m_one.core.refused("Not authorized");
+    EXPECT_THAT(
+        m_one.lines,
+        ElementsAre("the broker refuses what SITE1 says: Not authorized; \"mfctl link acl\" prints what "
+                    "it must allow the user or certificate of SITE1"));
+}
+
 TEST_F(LinkCoreTest, ValueThatWasOvertakenByANewerOneIsNotShown) {
     connectBoth();
     for (const int value : {2, 3, 1})
