@@ -58,7 +58,7 @@ class SoakTest(unittest.TestCase):
             self.write(f"build/{preset}/bin/system_tests", SYSTEM)
             self.write(f"build/{preset}/bin/chaos", CHAOS)
         for name in ("WorkplaceFile", "DescriptorFile", "DriverMessages", "HostMessages", "CommandLine", "HttpRequests",
-                     "Api"):
+                     "Api", "Link"):
             self.write(f"build/fuzz/bin/Fuzz{name}", "")
         # Nothing is installed, configured or built.
         self.stand_ins = Path(temporary.name) / "stand_ins"
@@ -90,7 +90,7 @@ class SoakTest(unittest.TestCase):
         steps += [f"{preset} {test}" for preset in ("dev", "asan", "tsan")
                   for test in ("Leftovers.EnduranceOne", "Leftovers.EnduranceTwo", "Skipped.Endurance")]
         steps += ["fuzz WorkplaceFile", "fuzz DescriptorFile", "fuzz DriverMessages", "fuzz HostMessages", "fuzz CommandLine",
-                  "fuzz HttpRequests", "fuzz Stream", "fuzz Api"]
+                  "fuzz HttpRequests", "fuzz Stream", "fuzz Api", "fuzz Link"]
         return steps + ["dev kills", "asan chaos", "tsan chaos", "dev chaos default", "dev chaos", "packages"]
 
     def test_whole_run_runs_every_step_once(self):

@@ -67,6 +67,6 @@ run_chaos() {
 run_fuzz() {
     local runs=$1 seconds=$2
     shift 2
-    printf '%s\n' WorkplaceFile DescriptorFile DriverMessages HostMessages CommandLine HttpRequests Stream Api |
+    printf '%s\n' WorkplaceFile DescriptorFile DriverMessages HostMessages CommandLine HttpRequests Stream Api Link |
         MFD_FUZZ_SECONDS=$seconds xargs -P "$(jobs)" -I TARGET "$@" fuzz/run build/fuzz TARGET "$runs"
 }
