@@ -2,8 +2,8 @@
 
 #include <poll.h>
 
-#include <algorithm>
 #include <map>
+#include <optional>
 #include <system_error>
 
 #include "RandomID.h"
@@ -11,10 +11,6 @@
 
 namespace {
 
-constexpr std::chrono::milliseconds s_firstPause{500};
-constexpr std::chrono::seconds s_longestPause{30};
-/// A connection that has lasted so long was a good one.
-constexpr std::chrono::seconds s_good{10};
 constexpr int s_stepMs = 50;
 constexpr std::chrono::milliseconds s_goodbye{500};
 
@@ -52,7 +48,7 @@ LinkSite::LinkSite(const LinkSettings& settings, ILinkHost& host)
       m_host(host),
       m_core(
           m_site, base::randomID(), host, [this](auto longest) { return randomPart(longest); }, Clock::now()),
-      m_pause(s_firstPause) {
+      m_backoff([this](auto longest) { return randomPart(longest); }) {
     m_host.open(m_site, m_wakeup.fd());
     try {
         m_thread = std::thread(&LinkSite::run, this);
@@ -136,7 +132,7 @@ void LinkSite::step(bool isReadable, bool isWritable) {
 /// With the lock. There was no memory, that is: the next connection may have it.
 void LinkSite::giveUp(const std::string& fault) noexcept {
     m_isConnected = false;
-    m_nextTry = Clock::now() + m_pause;
+    m_nextTry = Clock::now() + m_backoff.pause();
     try {
         m_core.lost(fault, Clock::now());
     } catch (const std::exception&) {
@@ -158,8 +154,7 @@ void LinkSite::connect(Clock::time_point now) {
                 },
             .received = [this](const LinkMessage& message) { m_core.received(message, Clock::now()); },
             .refused = [this](const std::string& reason) { m_core.refused(reason); }});
-    m_nextTry = now + m_pause / 2 + randomPart(m_pause);
-    m_pause = std::min<Clock::duration>(m_pause * 2, s_longestPause);
+    m_nextTry = now + m_backoff.begin();
     m_pConnection->open();
     serve(false, false);
 }
@@ -172,10 +167,8 @@ void LinkSite::serve(bool isReadable, bool isWritable) {
         return;
     const auto now = Clock::now();
     const std::string fault = m_pConnection->fault();
-    if (m_isConnected && now - m_connectedAt >= s_good) {
-        m_pause = s_firstPause;
-        m_nextTry = now + randomPart(m_pause);
-    }
+    if (const auto pause = m_isConnected ? m_backoff.lost(now - m_connectedAt) : std::nullopt)
+        m_nextTry = now + *pause;
     m_isConnected = false;
     // It is not used any more, before it goes.
     m_core.lost(fault, now);

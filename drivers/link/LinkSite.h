@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "Backoff.h"
 #include "BrokerConnection.h"
 #include "FIDParameterList.h"
 #include "ILink.h"
@@ -57,7 +58,7 @@ private:
     bool m_isConnected = false;
     Clock::time_point m_connectedAt{};
     Clock::time_point m_nextTry{};
-    Clock::duration m_pause;
+    Backoff m_backoff;
     bool m_isStopping = false;
     std::thread m_thread;
 };
