@@ -1,0 +1,91 @@
+#include "SimulatedHost.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+#include "SteadyTime.h"
+
+SimulatedHost::SimulatedHost(const ValueNames& names, Stale stale)
+    : m_names(names), m_stale(std::move(stale)), m_values(names.size()) {}
+
+/// All types that carry a number.
+ILinkHost::Value SimulatedHost::valueOf(std::size_t place, std::uint32_t number) {
+    if (place % 3 == 0)
+        return static_cast<int>(number);
+    if (place % 3 == 1)
+        return static_cast<float>(number);
+    return "position " + std::to_string(number);
+}
+
+void SimulatedHost::change(std::size_t place) {
+    const std::lock_guard lock(m_mutex);
+    Known& known = m_values[place];
+    known.change = {known.change.number + 1, steadyNanoseconds(), 0};
+    known.version = ++m_version;
+}
+
+SimulatedHost::Change SimulatedHost::last(std::size_t place) const {
+    const std::lock_guard lock(m_mutex);
+    return m_values[place].change;
+}
+
+std::uint64_t SimulatedHost::told() const {
+    const std::lock_guard lock(m_mutex);
+    return m_told;
+}
+
+IInterface* SimulatedHost::queryInterface(unsigned int id) {
+    return id == ILinkHost::s_id ? this : nullptr;
+}
+
+ILinkHost::Changes SimulatedHost::changes(std::uint64_t since) const {
+    const std::lock_guard lock(m_mutex);
+    Changes changes{m_version, since == 0, {}, {}};
+    const std::int64_t now = steadyNanoseconds();
+    for (std::size_t place = 0; since < m_version && place < m_values.size(); ++place) {
+        Known& known = m_values[place];
+        if (known.version <= since)
+            continue;
+        if (known.change.toldAt == 0)
+            known.change.toldAt = now;
+        changes.states.push_back({m_names.key(place), valueOf(place, known.change.number), {}});
+    }
+    m_told += changes.states.size();
+    return changes;
+}
+
+void SimulatedHost::setStale(const std::string& key, const Value&, const std::string& cause) {
+    makeStale(key.substr(0, key.find('.')), {key}, cause);
+}
+
+void SimulatedHost::makeStale(const std::string& driverID, const std::vector<std::string>& keys,
+                              const std::string&) {
+    for (const std::string& key : keys)
+        m_stale(driverID, key.substr(driverID.size() + 1));
+}
+
+void SimulatedHost::open(const std::string&, int wakeup) {
+    const std::lock_guard lock(m_mutex);
+    m_wakeup = wakeup;
+}
+
+void SimulatedHost::close(const std::string&) {
+    const std::lock_guard lock(m_mutex);
+    m_wakeup = -1;
+}
+
+std::uint64_t SimulatedHost::send(const std::string&, const std::string&, const FIDParameterList&,
+                                  const std::string&) {
+    const std::lock_guard lock(m_mutex);
+    m_outcomes.push_back({++m_lastFid, EOutcome::Done, {}});
+    const std::uint64_t one = 1;
+    if (m_wakeup >= 0 && ::write(m_wakeup, &one, sizeof one) < 0)
+        return 0;
+    return m_lastFid;
+}
+
+std::vector<ILinkHost::Outcome> SimulatedHost::outcomes(const std::string&) {
+    const std::lock_guard lock(m_mutex);
+    return std::exchange(m_outcomes, {});
+}
