@@ -93,7 +93,7 @@ linkpayload::Time LinkCore::clockAt(Time when) const {
 
 LinkMessage LinkCore::will() const {
     return {.topic = LinkTopics::up(m_site),
-            .payload = linkpayload::text(linkpayload::Up{false, m_boot, {}, false}),
+            .payload = linkpayload::text(linkpayload::Up{false, m_boot}),
             .isRetained = true};
 }
 
@@ -103,7 +103,7 @@ bool LinkCore::publish(const LinkMessage& message) {
 
 void LinkCore::publishUp(bool isComplete) {
     LinkMessage birth = will();
-    birth.payload = linkpayload::text(linkpayload::Up{true, m_boot, m_since, isComplete});
+    birth.payload = linkpayload::text(linkpayload::Up{true, m_boot, m_since, isComplete, m_from});
     publish(birth);
 }
 
@@ -142,6 +142,7 @@ void LinkCore::connected(IBroker& broker, Time now) {
         far.heard = now;
         ++far.round;
     }
+    m_from = m_lastID + 1;
     publishUp(false);
     m_isCompletePending = false;
     m_publishAll = now + m_random(spread);
@@ -195,8 +196,10 @@ void LinkCore::step(Time now) {
     if (m_publishAll && now >= *m_publishAll) {
         m_publishAll.reset();
         // What is not told anew from here on is gone.
-        if (std::exchange(m_isAsked, false))
+        if (std::exchange(m_isAsked, false)) {
+            m_from = m_lastID + 1;
             publishUp(false);
+        }
         m_allPublished = now;
         m_version = 0;
         m_isCompletePending = true;
@@ -492,8 +495,14 @@ void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
     far.isComplete = up->isComplete;
     // What it had before may have changed since: it was not heard meanwhile.
     const bool isAnew = !far.isComplete && (isOther || !far.isPublishing);
-    if (isAnew)
+    if (isAnew) {
         ++far.round;
+        // Who has connected in the middle of it has had the first ones from the broker already.
+        for (auto& [stateKey, value] : far.values) {
+            if (up->from > 0 && value.state.boot == far.boot && value.state.number >= up->from)
+                value.round = far.round;
+        }
+    }
     far.isPublishing = !far.isComplete;
     if (isOther || far.isPublishing)
         far.isSilent = far.isAsked = false;

@@ -174,6 +174,7 @@ private:
     TickClock m_clock;
     SeenIDs m_seen;
     std::uint64_t m_lastID = 0;
+    std::uint64_t m_from = 0;  ///< the first value that everything anew began with
     Time m_nextTick{};
     Time m_nextStates{};
     std::optional<Time> m_publishAll;  ///< when everything is to be published anew

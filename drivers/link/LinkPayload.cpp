@@ -160,7 +160,8 @@ std::string text(const Up& up) {
     if (!up.isUp)
         return R"({"up": false, )" + textField("boot", up.boot) + "}";
     return R"({"up": true, )" + textField("boot", up.boot) + ", " + timeField("since", up.since) + ", " +
-           field("complete", up.isComplete ? "true" : "false") + "}";
+           field("complete", up.isComplete ? "true" : "false") +
+           (up.from == 0 ? std::string() : ", " + field("from", std::to_string(up.from))) + "}";
 }
 
 std::string text(const State& state) {
@@ -210,11 +211,12 @@ std::optional<Up> up(std::string_view bytes) {
     if (!isUp || !boot || boot->empty())
         return std::nullopt;
     if (!*isUp)
-        return Up{false, std::move(*boot), {}, false};
+        return Up{false, std::move(*boot)};
     const auto since = timeOf(*json, "since");
     if (!since)
         return std::nullopt;
-    return Up{true, std::move(*boot), *since, flagOf(*json, "complete").value_or(false)};
+    return Up{true, std::move(*boot), *since, flagOf(*json, "complete").value_or(false),
+              numberOf(*json, "from").value_or(0)};
 }
 
 std::optional<State> state(std::string_view bytes) {

@@ -22,6 +22,7 @@ struct Up {
     std::string boot;         ///< of the site's instance
     Time since{};             ///< of one that is up
     bool isComplete = false;  ///< everything that there was has been published
+    std::uint64_t from = 0;   ///< the number of the first value over its connection; 0 where it does not say
 
     bool operator==(const Up&) const = default;
 };

@@ -21,7 +21,10 @@ TEST(LinkPayload, TextsAreTheseToTheByte) {
     using namespace linkpayload;
     EXPECT_EQ(text(Up{true, "0a1b", s_time, true}),
               R"({"up": true, "boot": "0a1b", "since": "2026-11-22T12:15:16.900Z", "complete": true})");
-    EXPECT_EQ(text(Up{false, "0a1b", {}, false}), R"({"up": false, "boot": "0a1b"})");
+    EXPECT_EQ(text(Up{true, "0a1b", s_time, false, 124}),
+              R"({"up": true, "boot": "0a1b", "since": "2026-11-22T12:15:16.900Z", "complete": false, )"
+              R"("from": 124})");
+    EXPECT_EQ(text(Up{false, "0a1b"}), R"({"up": false, "boot": "0a1b"})");
     EXPECT_EQ(text(Tick{"0a1b", 17}, s_time),
               R"({"boot": "0a1b", "tick": 17, "at": "2026-11-22T12:15:16.900Z"})");
     EXPECT_EQ(
@@ -66,7 +69,7 @@ TEST(LinkPayload, OfWhatIsNoWordAboutTheSiteNothingIsRead) {
 TEST(LinkPayload, WhatIsWrittenIsReadBack) {
     using namespace linkpayload;
     for (const Up& value :
-         {Up{true, "0a1b", s_time, true}, Up{true, "0a1b", s_time, false}, Up{false, "c", {}, false}})
+         {Up{true, "0a1b", s_time, true}, Up{true, "0a1b", s_time, false, 124}, Up{false, "c"}})
         EXPECT_EQ(up(text(value)), value);
     EXPECT_EQ(tick(text(Tick{"0a1b", 17}, s_time)), (Tick{"0a1b", 17}));
     EXPECT_EQ(tickTime(text(Tick{"0a1b", 17}, s_time)), s_time);
