@@ -95,6 +95,14 @@ public:
         m_pCounts = std::make_unique<BrokerCounts>(m_broker.port(), s_password);
     }
 
+    /// Without the broker no workplace waits for its answer to a goodbye.
+    ~Run() {
+        m_pCounts.reset();
+        m_broker.kill();
+    }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+
     OwnBroker& broker() { return m_broker; }
     Fleet& fleet() { return *m_pFleet; }
     BrokerCounts& counts() { return *m_pCounts; }
