@@ -574,9 +574,9 @@ void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMes
     if (far.isUp && far.isComplete && state->boot != far.boot)
         return;
     const auto known = far.values.find(stateKey);
-    // One message has overtaken another.
-    if (known != far.values.end() && known->second.round == far.round &&
-        known->second.state.boot == state->boot && state->number < known->second.state.number)
+    // A broker that has held messages up may have let a newer one overtake them.
+    if (known != far.values.end() && known->second.state.boot == state->boot &&
+        known->second.state.number > state->number)
         return;
     if (far.values.size() >= s_mostValues && known == far.values.end()) {
         if (far.isFull.passes())

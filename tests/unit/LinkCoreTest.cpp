@@ -646,6 +646,17 @@ TEST_F(LinkCoreTest, WhoConnectsInTheMiddleOfThePublishingHasAllValues) {
     EXPECT_EQ(m_one.host["AXIS1.B"], "2");
 }
 
+TEST_F(LinkCoreTest, ValueThatIsOvertakenByANewerOneChangesNothing) {
+    m_two.host.set("AXIS1.POS", 40);
+    connectBoth();
+    LinkMessage late = last("mf/1/SITE2/state/AXIS1/POS");
+    late.isRetained = false;
+    m_two.host.set("AXIS1.POS", 41);
+    pass(1s);
+    m_one.core.received(late, m_now);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "41");
+}
+
 TEST_F(LinkCoreTest, SiteSaysAgainThatItIsThereWhereItsWordWasSpoilt) {
     connectBoth();
     pass(1s);
