@@ -2,6 +2,7 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <poll.h>
 
 #include <cstdlib>
 #include <stdexcept>
@@ -69,6 +70,17 @@ void BareClient::publish(const Message& message, bool isRetained) {
     mosquitto_property_free_all(&pProperties);
 }
 
+/// mosquitto_loop() takes no descriptor beyond 1023.
 bool BareClient::loop(int milliseconds) {
-    return mosquitto_loop(m_pHandle.get(), milliseconds, 1) == MOSQ_ERR_SUCCESS;
+    mosquitto* const pHandle = m_pHandle.get();
+    pollfd wait{mosquitto_socket(pHandle), POLLIN, 0};
+    if (mosquitto_want_write(pHandle))
+        wait.events |= POLLOUT;
+    ::poll(&wait, 1, milliseconds);
+    if ((wait.revents & POLLOUT) != 0 && mosquitto_loop_write(pHandle, 1) != MOSQ_ERR_SUCCESS)
+        return false;
+    if ((wait.revents & (POLLIN | POLLHUP | POLLERR)) != 0 &&
+        mosquitto_loop_read(pHandle, 1) != MOSQ_ERR_SUCCESS)
+        return false;
+    return mosquitto_loop_misc(pHandle) == MOSQ_ERR_SUCCESS;
 }

@@ -88,7 +88,7 @@ public:
         : m_amounts(amounts),
           m_plan{workplaces, 0, std::chrono::seconds(amounts.spread), hasNeighbours},
           m_broker(m_directory.path(), users(m_plan), rights(names, m_plan),
-                   amounts.isPlainBroker ? "" : "set_tcp_nodelay true\n") {
+                   amounts.isPlainBroker ? "" : "set_tcp_nodelay true\nmax_queued_messages 100000\n") {
         m_plan.port = m_broker.port();
         m_broker.start();
         m_pFleet = std::make_unique<Fleet>(names, m_plan);
@@ -411,7 +411,7 @@ int main(int argc, char** argv) {
     app.add_option("--spread", amounts.spread, "of the links, in seconds")->check(CLI::Range(0, 600));
     app.add_option("--away", amounts.away, "seconds that the broker is away")->check(CLI::Range(0, 600));
     app.add_flag("--plain-broker", amounts.isPlainBroker,
-                 "leave out set_tcp_nodelay true of the broker's settings");
+                 "leave out set_tcp_nodelay and max_queued_messages of the broker's settings");
     app.add_option("--only", amounts.only, "only these parts")
         ->check(CLI::IsMember({"memory", "load", "return", "model"}));
     app.add_option("--connecting-ms", connecting,
