@@ -62,8 +62,8 @@ TEST_F(ThreadNames, EachThreadSaysWhatItIs) {
     HostProcess& host = startDemo();
     ASSERT_TRUE(host.waitForOutput("\nSYS.LOAD = ")) << host.log();
     const Names ofHost{"API limits", "API recording", "LOCAL driver", "PANEL macros",    "SYS receive",
-                       "api",        "commands",      "console",       "drivers' errors", "follow",
-                       "log",        "log file",      "mfhost",        "recorder",        "supervisor"};
+                       "api",        "commands",      "console",      "drivers' errors", "follow",
+                       "log",        "log file",      "mfhost",       "recorder",        "supervisor"};
     const Names ofDriver{"SYS driver", "host process", "host queues", "log", "mfddllwrap", "signals"};
     EXPECT_THAT(awaitNames(host.pid(), ofHost), ElementsAreArray(ofHost));
     EXPECT_THAT(awaitNames(host.driverProcess("SYS"), ofDriver), ElementsAreArray(ofDriver));
