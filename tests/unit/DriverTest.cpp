@@ -167,6 +167,8 @@ TEST_F(DriverTest, AnswerComesOnTheSendersThreadWhateverTheDriversOwnDoes) {
     EXPECT_TRUE(sut.sendFID("SWITCH", {})) << log.text();
     EXPECT_EQ(answered, std::this_thread::get_id());
     release.set_value();
+    // The handler that waits refers to what ends here.
+    EXPECT_TRUE(sut.deinitialize());
 }
 
 TEST_F(DriverTest, NoAnswerIsGivenBeforeTheStartAndAfterTheStop) {
