@@ -75,7 +75,8 @@ export class WallPage {
         this.#linkPart.hidden = links.length === 0;
         this.#linkList.set(links, (each) => each.id);
         this.#valueList.set([...pins].sort(), (key) => key);
-        mark(this.element, "data-many", drivers.length + links.length + [...pins].length > 40 ? "yes" : null);
+        const count = drivers.length + links.length + [...pins].length;
+        mark(this.element, "data-size", count > 40 ? "many" : count <= 20 ? "few" : null);
     }
 
     #writeLink(part, link) {
