@@ -911,6 +911,14 @@ class Page(unittest.TestCase):
                          ["B hung no answer", "A running"])  # fmt: skip
         self.assertEqual(self.js("return [...document.querySelectorAll('button, input')].filter((each) => each.checkVisibility()).length"), 0)
 
+    def test_wall_has_a_hundred_drivers_on_one_screen(self):
+        host = self.host()
+        host.tell(drivers=[*(driver(f"D{number:02}") for number in range(99)), driver("HUNG", "hung", cause="no answer for 10 s")])
+        self.browser.size(1280, 800)
+        self.open(host, "wall")
+        self.wait("all of them", lambda: self.js("return document.querySelectorAll('.wall-drivers li').length") == 100)
+        self.assertLessEqual(*self.js("const main = document.getElementById('main'); return [main.scrollHeight, main.clientHeight]"))
+
     def test_every_control_is_reached_by_the_tab_key(self):
         host = self.host()
         alarm = {"key": "A", "text": "x", "raised": "2026-11-22T15:49:02.000Z", "count": 1, "over": False, "shelvedForMs": None, "shelvedBy": ""}
