@@ -20,10 +20,10 @@
 #include <utility>
 #include <vector>
 
-#include "BrokerLine.h"
 #include "HangGuard.h"
 #include "LinkFixture.h"
 #include "LinkJudge.h"
+#include "MqttLine.h"
 #include "Rounds.h"
 
 using testing::IsEmpty;
@@ -66,7 +66,7 @@ protected:
                   readFile(directory / "broker.conf") + "set_tcp_nodelay true\nmax_queued_messages 100000\n");
         giveMemory();
         for (const int port : s_linePorts)
-            m_lines.push_back(std::make_unique<BrokerLine>(port, s_brokerPort));
+            m_lines.push_back(std::make_unique<MqttLine>(port, s_brokerPort));
     }
 
     static void load(const TestWorkplace& place, const std::string& other, int port) {
@@ -217,13 +217,16 @@ protected:
                                   killHost(site);
                                   startHost(site);
                               }});
-            for (const auto& [state, word] : {std::pair(BrokerLine::EState::Cut, "cut"),
-                                              {BrokerLine::EState::Half, "half open"},
-                                              {BrokerLine::EState::Mute, "mute"}})
-                faults.push_back({"line of " + name + " " + word, [this, site, state = state] {
-                                      m_lines[static_cast<std::size_t>(site)]->set(state);
+            using EWay = MqttLine::EWay;
+            for (const auto& [word, ways] : {std::pair("cut", std::vector{EWay::ToBroker, EWay::FromBroker}),
+                                             {"half open", {EWay::FromBroker}},
+                                             {"mute", {EWay::ToBroker}}})
+                faults.push_back({"line of " + name + " " + word, [this, site, ways = ways] {
+                                      MqttLine& line = *m_lines[static_cast<std::size_t>(site)];
+                                      for (const EWay way : ways)
+                                          line.set(way, MqttLine::EState::Still);
                                       goOnFor(pause(s_expiry + s_slack + 1s, 16s));
-                                      m_lines[static_cast<std::size_t>(site)]->set(BrokerLine::EState::Whole);
+                                      line.heal();
                                   }});
         }
         return faults;
@@ -248,7 +251,7 @@ protected:
         return judge;
     }
 
-    std::vector<std::unique_ptr<BrokerLine>> m_lines;
+    std::vector<std::unique_ptr<MqttLine>> m_lines;
     std::mt19937 m_random{std::random_device()()};
     std::map<std::string, std::int64_t> m_killedAt;  ///< by process
     std::string m_log;
