@@ -41,7 +41,7 @@ protected:
                       "user SITE2\ntopic write mf/1/SITE1/fid/#\nuser STRANGER\ntopic readwrite #\n"
                       "user STRANGER2\ntopic readwrite #\n");
         writeFile(directory / "broker.conf",
-                  "listener 1883 127.0.0.1\nallow_anonymous false\nuser root\n"
+                  "listener 1883 127.0.0.1\nallow_anonymous false\nuser root\nmax_queued_messages 0\n"
                   "password_file " +
                       (directory / "passwords").string() + "\nacl_file " + (directory / "rights").string() +
                       "\n");
