@@ -14,7 +14,9 @@ public:
     IInterface* queryInterface(unsigned int id) override {
         if (id == IID_IFunctionID)
             return static_cast<IFunctionID*>(this);
-        return id == IID_IMFDConfiguration ? static_cast<IMFDConfiguration*>(this) : nullptr;
+        if (id == IID_IMFDConfiguration)
+            return static_cast<IMFDConfiguration*>(this);
+        return nullptr;
     }
 
     bool sendFID(const std::string& fid, const FIDParameterList&) const override {
