@@ -600,9 +600,11 @@ void LinkCore::takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMes
 
 bool LinkCore::send(ILink& link, const std::string& fid, const FIDParameterList& parameters, Time now) {
     Far* const pFar = farOf(link);
+    const LinkPath path(m_host.path());
+    // Who sends it here has no other sign than the line; who sends it from elsewhere hears of it there.
     const auto refuse = [&](const std::string& why, const char* pCause = nullptr) {
         const std::string line = base::printable(fid) + " is not sent: " + why;
-        if (pFar)
+        if (pFar && !path.sites().empty())
             warn(*pFar, pCause ? pCause : why, line, now);
         else
             link.say(ELevel::eWarning, line);
@@ -613,7 +615,6 @@ bool LinkCore::send(ILink& link, const std::string& fid, const FIDParameterList&
         return refuse("a FID to another site is a driver there, \".\" and a function");
     if (!pFar || !pFar->isLive)
         return refuse(pFar ? pFar->cause : "the link has ended");
-    const LinkPath path(m_host.path());
     if (!path.sites().empty() && !link.settings().hasTransit)
         return refuse("it came over a link (" + base::printable(path.text()) +
                           "), and only transit=\"true\" lets it go out over another",

@@ -901,12 +901,15 @@ TEST_F(LinkCoreTest, FidWithoutAnAnswerIsNotKnownWhether) {
 }
 
 TEST_F(LinkCoreTest, FidIsNotSentWhereItCannotArrive) {
+    // A line for each: who sends it has no other sign.
+    EXPECT_FALSE(send("AXIS1.MOVE"));
     EXPECT_FALSE(send("AXIS1.MOVE"));
     connectBoth();
     EXPECT_FALSE(send("MOVE"));
     EXPECT_FALSE(send("AXIS1.MOVE", "\xff"));
     EXPECT_THAT(m_one.lines,
-                ElementsAre("AXIS1.MOVE is not sent: no broker: not connected yet", "SITE2 is there",
+                ElementsAre("AXIS1.MOVE is not sent: no broker: not connected yet",
+                            "AXIS1.MOVE is not sent: no broker: not connected yet", "SITE2 is there",
                             "MOVE is not sent: a FID to another site is a driver there, \".\" and a function",
                             "AXIS1.MOVE is not sent: a parameter is no UTF-8"));
     for (int i = 0; i < 1024; ++i)
