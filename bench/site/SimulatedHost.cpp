@@ -6,8 +6,8 @@
 
 #include "SteadyTime.h"
 
-SimulatedHost::SimulatedHost(const ValueNames& names, Stale stale)
-    : m_names(names), m_stale(std::move(stale)), m_values(names.size()) {}
+SimulatedHost::SimulatedHost(const ValueNames& names, Live live, Stale stale)
+    : m_names(names), m_live(std::move(live)), m_stale(std::move(stale)), m_values(names.size()) {}
 
 /// All types that carry a number.
 ILinkHost::Value SimulatedHost::valueOf(std::size_t place, std::uint32_t number) {
@@ -55,8 +55,13 @@ ILinkHost::Changes SimulatedHost::changes(std::uint64_t since) const {
     return changes;
 }
 
-void SimulatedHost::setStale(const std::string& key, const Value&, const std::string& cause) {
-    makeStale(key.substr(0, key.find('.')), {key}, cause);
+void SimulatedHost::setFar(const std::string& key, const Value& value, const std::string& cause,
+                           std::chrono::steady_clock::time_point) {
+    const std::string driverID = key.substr(0, key.find('.'));
+    if (cause.empty())
+        m_live(driverID, key.substr(driverID.size() + 1), value);
+    else
+        makeStale(driverID, {key}, cause);
 }
 
 void SimulatedHost::makeStale(const std::string& driverID, const std::vector<std::string>& keys,

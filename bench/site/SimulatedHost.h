@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -23,8 +24,10 @@ public:
     };
     /// What becomes stale: the link's driver and the names there.
     using Stale = std::function<void(const std::string& driverID, const std::string& key)>;
+    /// The same, and the value that is live there now.
+    using Live = std::function<void(const std::string& driverID, const std::string& key, const Value& value)>;
 
-    SimulatedHost(const ValueNames& names, Stale stale);
+    SimulatedHost(const ValueNames& names, Live live, Stale stale);
 
     void change(std::size_t place);
     /// The newest of that value.
@@ -35,7 +38,8 @@ public:
     IInterface* queryInterface(unsigned int id) override;
     Changes changes(std::uint64_t since) const override;
     std::vector<Event> events(std::uint64_t) const override { return {}; }
-    void setStale(const std::string& key, const Value& value, const std::string& cause) override;
+    void setFar(const std::string& key, const Value& value, const std::string& cause,
+                std::chrono::steady_clock::time_point reported) override;
     void makeStale(const std::string& driverID, const std::vector<std::string>& keys,
                    const std::string& cause) override;
     void open(const std::string& driverID, int wakeup) override;
@@ -54,6 +58,7 @@ private:
     static Value valueOf(std::size_t place, std::uint32_t number);
 
     const ValueNames& m_names;
+    const Live m_live;
     const Stale m_stale;
     mutable std::mutex m_mutex;
     mutable std::vector<Known> m_values;

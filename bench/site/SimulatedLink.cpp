@@ -1,6 +1,7 @@
 #include "SimulatedLink.h"
 
 #include <utility>
+#include <variant>
 
 #include "SteadyTime.h"
 
@@ -35,16 +36,17 @@ Delays SimulatedLink::takeDelays() {
 void SimulatedLink::setStateValue(const std::string& stateID, const std::string& value) {
     if (stateID == "LINK")
         m_isUp = value == "up";
-    else if (const auto blank = value.find(' '); m_names.place(stateID) && blank != std::string::npos)
-        report(stateID, static_cast<std::uint32_t>(std::stoul(value.substr(blank + 1))));
 }
 
-void SimulatedLink::setStateValueFloat(const std::string& stateID, float value) {
-    report(stateID, static_cast<std::uint32_t>(value));
-}
-
-void SimulatedLink::setStateValueInt(const std::string& stateID, int value) {
-    report(stateID, static_cast<std::uint32_t>(value));
+void SimulatedLink::take(const std::string& key, const ILinkHost::Value& value) {
+    if (const auto* const pText = std::get_if<std::string>(&value)) {
+        if (const auto blank = pText->find(' '); blank != std::string::npos)
+            report(key, static_cast<std::uint32_t>(std::stoul(pText->substr(blank + 1))));
+    } else if (const auto* const pFloat = std::get_if<float>(&value)) {
+        report(key, static_cast<std::uint32_t>(*pFloat));
+    } else if (const auto* const pInt = std::get_if<int>(&value)) {
+        report(key, static_cast<std::uint32_t>(*pInt));
+    }
 }
 
 void SimulatedLink::report(const std::string& key, std::uint32_t number) {

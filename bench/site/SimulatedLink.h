@@ -27,6 +27,8 @@ public:
     /// Up, and each value of the other side is live.
     bool isComplete() const { return m_isUp && m_live == m_names.size(); }
     std::size_t live() const { return m_live; }
+    /// A value of the other side has come, and is live. The site's thread.
+    void take(const std::string& key, const ILinkHost::Value& value);
     void makeStale(const std::string& key);
     /// A FID is about to be sent; and it was not.
     void noteSent();
@@ -41,8 +43,8 @@ public:
 
     IInterface* queryInterface(unsigned int) override { return nullptr; }
     void setStateValue(const std::string& stateID, const std::string& value) override;
-    void setStateValueFloat(const std::string& stateID, float value) override;
-    void setStateValueInt(const std::string& stateID, int value) override;
+    void setStateValueFloat(const std::string&, float) override {}
+    void setStateValueInt(const std::string&, int) override {}
     void setStateValueBool(const std::string&, bool) override {}
     void unsetStateValue(const std::string& stateID) override { makeStale(stateID); }
     void triggerEvent(const std::string& eventID, const std::string& value) override;

@@ -6,8 +6,12 @@
 #include "FIDParameterList.h"
 
 SimulatedWorkplace::SimulatedWorkplace(const ValueNames& names, std::vector<LinkSettings> links)
-    : m_host(names,
-             [this](const std::string& driverID, const std::string& key) { makeStale(driverID, key); }) {
+    : m_host(
+          names,
+          [this](const std::string& driverID, const std::string& key, const ILinkHost::Value& value) {
+              take(driverID, key, value);
+          },
+          [this](const std::string& driverID, const std::string& key) { makeStale(driverID, key); }) {
     for (LinkSettings& settings : links)
         m_links.push_back(std::make_unique<SimulatedLink>(std::move(settings), names));
 }
@@ -57,6 +61,14 @@ Delays SimulatedWorkplace::takeDelays() {
     for (const auto& pLink : m_links)
         delays.add(pLink->takeDelays());
     return delays;
+}
+
+void SimulatedWorkplace::take(const std::string& driverID, const std::string& key,
+                              const ILinkHost::Value& value) {
+    for (const auto& pLink : m_links) {
+        if (pLink->driverID() == driverID)
+            pLink->take(key, value);
+    }
 }
 
 void SimulatedWorkplace::makeStale(const std::string& driverID, const std::string& key) {

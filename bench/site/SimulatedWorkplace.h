@@ -40,6 +40,7 @@ public:
     Delays takeDelays();
 
 private:
+    void take(const std::string& driverID, const std::string& key, const ILinkHost::Value& value);
     void makeStale(const std::string& driverID, const std::string& key);
 
     SimulatedHost m_host;
