@@ -308,6 +308,34 @@ void ApiActions::changeAlarms(const ApiRequest& request, const AlarmChange& chan
     request.pAction->end({.body = json.take()});
 }
 
+void ApiActions::changeControls(const ApiRequest& request) const {
+    const bool isTaken = request.body.flag("take");
+    const bool isOnlyFree = request.body.optionalFlag("unlessHeld");
+    const ApiCaller& caller = request.caller;
+    const Controls::Change change =
+        isTaken ? m_context.controls.take(caller, isOnlyFree) : m_context.controls.giveBack(caller);
+    const std::string former = change.former ? change.former->caller.who() : std::string();
+    if (!change.isDone && isTaken)
+        throw ApiFault(ECode::Refused, former + " has the controls");
+    if (!change.isDone)
+        throw ApiFault(ECode::NotAllowed,
+                       former + " has the controls; the holder or an admin gives them back");
+    const bool isOwn = change.former && Controls::isSame(change.former->caller, caller);
+    // To take what one has, or to give back what nobody has, is no event.
+    if (isTaken ? !isOwn : change.former.has_value()) {
+        const std::string of = change.former && !isOwn ? " of " + former : "";
+        const std::string over = change.former ? " over from " + former : "";
+        const FidSenders::Asker asker = askerOf(caller);
+        Observation::Command(m_context.pObservation, {.origin = asker.origin, .who = asker.who},
+                             isTaken ? "take the controls" + over : "give the controls" + of + " back")
+            .setResult(true);
+        hostLog(sal::LogOutput::eInfo)
+            << asker.who << (isTaken ? " takes the controls" + over : " gives the controls" + of + " back")
+            << std::endl;
+    }
+    request.pAction->end({.body = m_reading.controls()});
+}
+
 void ApiActions::recordWire(const ApiRequest& request) const {
     needDriver(request.name);
     const unsigned given = request.body.optionalNumber("seconds");

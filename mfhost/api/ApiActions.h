@@ -38,6 +38,7 @@ public:
     void acknowledge(const ApiRequest& request) const;
     void shelve(const ApiRequest& request) const;
     /// At once.
+    void changeControls(const ApiRequest& request) const;
     void recordWire(const ApiRequest& request) const;
     void playMacro(const ApiRequest& request) const;
     void reload(const ApiRequest& request) const;

@@ -148,6 +148,14 @@ std::size_t ApiBody::choice(const std::string& name, const std::vector<std::stri
     return static_cast<std::size_t>(position - words.begin());
 }
 
+bool ApiBody::flag(const std::string& name) const {
+    return needed(name, EKind::Bool).isTrue;
+}
+
+bool ApiBody::optionalFlag(const std::string& name) const {
+    return m_object.find(name) && flag(name);
+}
+
 unsigned ApiBody::optionalNumber(const std::string& name) const {
     if (!m_object.find(name))
         return 0;

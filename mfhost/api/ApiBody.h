@@ -32,6 +32,9 @@ public:
     std::vector<std::string> texts(const std::string& name, std::size_t most) const;
     /// One of these; the first where there is none.
     std::size_t choice(const std::string& name, const std::vector<std::string>& words) const;
+    bool flag(const std::string& name) const;
+    /// False where there is none.
+    bool optionalFlag(const std::string& name) const;
     /// From 1 on; 0 where there is none.
     unsigned optionalNumber(const std::string& name) const;
     /// "timeoutMs", from 0 to 60000; 5000 where there is none.

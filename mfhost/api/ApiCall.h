@@ -36,8 +36,9 @@ struct ApiCaller {
     std::string name;  ///< "anna", or "uid 1000" where the user has no name
     unsigned uid = 0;
     int pid = 0;
-    std::uint64_t session = 0;  ///< the number of the connection
-    std::string place = {};     ///< of a session of the web panel: "web session 4 from 192.0.2.7"
+    std::uint64_t session = 0;     ///< the number of the connection
+    std::string place = {};        ///< of a session of the web panel: "web session 4 from 192.0.2.7"
+    std::uint64_t webSession = 0;  ///< the number of that session; 0 for none
 
     /// Whether it is a session of the web panel.
     bool isOfPanel() const { return !place.empty(); }

@@ -12,6 +12,7 @@
 #include "AlarmList.h"
 #include "ApiCall.h"
 #include "CommandActivity.h"
+#include "Controls.h"
 #include "DeliveryTimes.h"
 #include "DescriptorCatalogue.h"
 #include "DriverTable.h"
@@ -109,6 +110,7 @@ struct ApiContext {
 
     const DriverTable& drivers;
     const StateStore& store;
+    Controls& controls;
     Instance instance;
     Observation* pObservation = nullptr;        ///< where actions are recorded; null for nowhere
     const RecordedStream* pRecorded = nullptr;  ///< null where nothing is recorded

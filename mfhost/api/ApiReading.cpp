@@ -596,6 +596,27 @@ std::string ApiReading::alarms() const {
     return json.take();
 }
 
+std::string ApiReading::controlsText() const {
+    const auto holder = m_context.controls.holder();
+    JsonText json;
+    if (!holder)
+        return json.null().take();
+    const std::uint64_t session = holder->caller.webSession;
+    json.beginObject()
+        .member("name", holder->caller.name)
+        .member("from", holder->from())
+        .member("session", session > 0 ? std::optional(session) : std::nullopt)
+        .member("since", holder->since)
+        .endObject();
+    return json.take();
+}
+
+std::string ApiReading::controls() const {
+    JsonText json;
+    json.beginObject().name("controls").json(controlsText()).endObject();
+    return json.take();
+}
+
 std::string ApiReading::sessions() const {
     JsonText json;
     json.beginObject().name("sessions").beginArray();

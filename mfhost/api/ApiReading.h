@@ -33,6 +33,7 @@ public:
     std::string state(const ApiTarget& target) const;
     std::string events() const;
     std::string alarms() const;
+    std::string controls() const;
     std::string queues() const;
     std::string macros() const;
     std::string links() const;
@@ -66,6 +67,8 @@ public:
         std::string constant;
     };
     AlarmsText alarmsText() const;
+    /// Who is at the controls, as /controls shows it; null for nobody. Any thread.
+    std::string controlsText() const;
     /// The member "driver" as /drivers shows it; none for an unknown one. Any thread.
     void addDriver(JsonText& json, const std::string& driverID) const;
     /// The IDs of all drivers. Any thread.

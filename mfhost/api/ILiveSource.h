@@ -9,6 +9,7 @@ struct LivePosition {
     std::uint64_t store = 0;  ///< a version of the state store
     std::uint64_t drivers = 0;
     std::uint64_t alarms = 0;
+    std::uint64_t controls = 0;
     std::uint64_t records = 0;
 
     auto operator<=>(const LivePosition&) const = default;

@@ -57,6 +57,7 @@ void LiveSource::look() {
         lookAtDrivers();
     }
     lookAtAlarms();
+    lookAtControls();
     if (m_context.pRecorded)
         readStream();
     else
@@ -92,6 +93,14 @@ void LiveSource::lookAtAlarms() {
     m_alarmsConstant = std::move(alarms.constant);
     m_alarms = std::move(alarms.json);
     ++m_alarmsVersion;
+}
+
+void LiveSource::lookAtControls() {
+    std::string controls = m_reading.controlsText();
+    if (controls == m_controls)
+        return;
+    m_controls = std::move(controls);
+    ++m_controlsVersion;
 }
 
 /// What the rings have of it, however many pages there are.
@@ -209,16 +218,21 @@ LiveChanges LiveSource::changes(const LivePosition& since) const {
     bool isNews = addValues(json, from, found);
     // What stands in none of the lists does not exist then.
     if (found.isWhole)
-        from.drivers = from.alarms = 0;
+        from.drivers = from.alarms = from.controls = 0;
     isNews = addDrivers(json, from.drivers) || isNews;
     if (from.alarms < m_alarmsVersion) {
         json.name("alarms").json(m_alarms);
+        isNews = true;
+    }
+    if (from.controls < m_controlsVersion) {
+        json.name("controls").json(m_controls);
         isNews = true;
     }
     isNews = addRecords(json, from.records) || isNews;
     json.endObject();
     found.end.drivers = m_driversVersion;
     found.end.alarms = m_alarmsVersion;
+    found.end.controls = m_controlsVersion;
     found.end.records = m_lastRecord;
     if (isNews)
         found.members = withoutBrackets(json.take());

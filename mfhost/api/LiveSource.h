@@ -15,7 +15,8 @@
 #include "JsonText.h"
 
 /// What the pages of the web panel are told, out of what the host has: values by the versions of the store,
-/// drivers, alarms, and what happened as records of the stream. Owned by HostApi; API thread.
+/// drivers, alarms, who is at the controls, and what happened as records of the stream. Owned by HostApi; API
+/// thread.
 class LiveSource final : public ILiveSource {
 public:
     /// Records that are kept for a page that opens, or comes late.
@@ -46,6 +47,7 @@ private:
 
     void lookAtDrivers();
     void lookAtAlarms();
+    void lookAtControls();
     void lookForRecords();
     void readStream();
     void openStream();
@@ -65,6 +67,8 @@ private:
     std::string m_alarms;          ///< the list, as JSON
     std::string m_alarmsConstant;  ///< of it, what does not change by itself
     std::uint64_t m_alarmsVersion = 0;
+    std::string m_controls = "null";  ///< who is there, as JSON
+    std::uint64_t m_controlsVersion = 0;
     std::deque<Record> m_records;
     std::uint64_t m_lastRecord = 0;  ///< its number, those that nobody saw included
     // Where the host records.

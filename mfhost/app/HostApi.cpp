@@ -29,6 +29,11 @@ constexpr const char* s_sessionFile = "mfhost.sessions";
 HostApi::HostApi(Parts parts)
     : m_parts(std::move(parts)),
       m_sessionFile(std::filesystem::absolute(s_sessionFile)),
+      m_controls({.isOpen = [this](std::uint64_t session) { return m_webSessions.isOpen(session); },
+                  .lookAfter =
+                      [this](std::chrono::milliseconds time) {
+                          m_deadlines.after(time, [this] { m_controls.holder(); });
+                      }}),
       m_context(context()),
       m_live(m_context),
       m_handler(m_context),
@@ -64,8 +69,16 @@ void HostApi::addWeb(WebPort& port) {
         hostLog(sal::LogOutput::eError)
             << "no token for the web panel is taken over: " << m_parts.options.webTokens << ", " << fault
             << std::endl;
-    const std::string fault = m_server.addWeb(
-        {.port = port, .sessions = m_webSessions, .live = m_live, .workplace = m_parts.options.config});
+    const std::string fault = m_server.addWeb({.port = port,
+                                               .sessions = m_webSessions,
+                                               .live = m_live,
+                                               .workplace = m_parts.options.config,
+                                               .pageFollower = [this](std::uint64_t session, bool isThere) {
+                                                   if (isThere)
+                                                       m_controls.pageCame(session);
+                                                   else
+                                                       m_controls.pageWent(session);
+                                               }});
     if (!fault.empty()) {
         hostLog(sal::LogOutput::eError) << "runs without the web panel: " << fault << std::endl;
         return;
@@ -151,6 +164,7 @@ void HostApi::refresh() {
 ApiContext HostApi::context() {
     return {.drivers = m_parts.drivers,
             .store = m_parts.store,
+            .controls = m_controls,
             .instance = {.version = MFHOST_VERSION,
                          .id = m_parts.pRecorder ? m_parts.pRecorder->source().instance() : base::randomID(),
                          .workplace = m_parts.options.config,

@@ -14,6 +14,7 @@
 #include "CommandShell.h"
 #include "CommandThread.h"
 #include "ControlSocket.h"
+#include "Controls.h"
 #include "Deadlines.h"
 #include "DeliveryTimes.h"
 #include "DriverTable.h"
@@ -95,6 +96,7 @@ private:
     WebSessions m_webSessions;
     const std::string m_sessionFile;
     std::atomic<bool> m_isSessionNews = false;  ///< the file is older than the sessions
+    Controls m_controls;
     std::string m_webUrl;  ///< empty where there is no panel; set before the API's thread runs
     std::string m_webUrlElsewhere;
     const ApiContext m_context;

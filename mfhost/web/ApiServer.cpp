@@ -78,7 +78,8 @@ public:
                                    .workplace = web.workplace,
                                    .http = limits,
                                    .limits = {},
-                                   .channel = {}},
+                                   .channel = {},
+                                   .pageFollower = web.pageFollower},
                 m_io, m_pDoor, [this](const ApiCall& given, auto answer) { call(given, std::move(answer)); });
         } catch (const std::exception& error) {
             return error.what();

@@ -46,6 +46,8 @@ public:
         WebSessions& sessions;
         ILiveSource& live;
         std::string workplace;  ///< the workplace file
+        /// Told on this server's thread of each page of a session that opens, and of its end.
+        std::function<void(std::uint64_t session, bool isThere)> pageFollower = [](std::uint64_t, bool) {};
     };
     /// Serves the open port from start() on. Before that; empty, or why it cannot be served.
     std::string addWeb(const Web& web);

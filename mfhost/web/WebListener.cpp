@@ -384,7 +384,8 @@ ApiCaller WebListener::callerOf(const WebSessions::Session& session, const Conne
             .name = session.user,
             .uid = session.uid,
             .session = id,
-            .place = "web session " + std::to_string(session.id) + " from " + connection.place.remoteAddress};
+            .place = "web session " + std::to_string(session.id) + " from " + connection.place.remoteAddress,
+            .webSession = session.id};
 }
 
 bool WebListener::mayAct(std::uint64_t session) {
@@ -466,6 +467,8 @@ void WebListener::pageCame(std::uint64_t id, const std::string& message) {
         openStream(id, *session);
         return;
     }
+    connection.toldOf = session->id;
+    m_parts.pageFollower(session->id, true);
     m_channel.join(id, *connection.pPage, *session);
     // It has everything at once, not at the next tick.
     m_channel.tick(Clock::now());
@@ -516,6 +519,10 @@ void WebListener::tickStreams() {
 
 void WebListener::pageWent(std::uint64_t id) {
     m_channel.leave(id);
+    const auto connection = m_connections.find(id);
+    const std::uint64_t session = connection == m_connections.end() ? 0 : connection->second.toldOf;
+    if (session > 0)
+        m_parts.pageFollower(session, false);
     remove(id);
 }
 

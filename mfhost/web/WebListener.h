@@ -46,6 +46,8 @@ public:
         HttpLimits http;        ///< of each connection
         Limits limits;
         LiveChannel::Settings channel;
+        /// Told on the API's thread of each page of a session that opens, and of its end.
+        std::function<void(std::uint64_t session, bool isThere)> pageFollower = [](std::uint64_t, bool) {};
     };
     using Call = std::function<void(const ApiCall& call, std::function<void(ApiAnswer)> answer)>;
 
@@ -85,6 +87,7 @@ private:
         std::function<bool()> isIdle = [] { return false; };
         bool isKnown = false;      ///< a request of a session has come by it
         bool isPage = false;       ///< of a session
+        std::uint64_t toldOf = 0;  ///< the session that the follower of pages knows of
         bool isGivingWay = false;  ///< it ends, to make room
     };
 

@@ -41,6 +41,7 @@ public:
         return {
             .drivers = drivers,
             .store = store,
+            .controls = controls,
             .instance = {.version = "1.2.3",
                          .id = "a1b2",
                          .workplace = "/etc/mf/site.xml",
@@ -202,6 +203,8 @@ public:
     const RecordedStream* pRecorded = nullptr;
     StateStore store;
     DriverTable drivers;
+    Controls controls{
+        {.isOpen = [](std::uint64_t) { return true; }, .lookAfter = [](std::chrono::milliseconds) {}}};
     CommandActivity activity;
     bool isStopping = false;
     bool isPosting = true;

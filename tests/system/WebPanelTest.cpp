@@ -62,6 +62,13 @@ protected:
         return member(open(text.substr(at + 6, text.find('\n') - at - 6)), "token");
     }
 
+    /// Makes it the channel of a page that has said who it is.
+    void openLive(HttpClient& client, WebSocketClient& live, const std::string& token) const {
+        ASSERT_TRUE(client.connectTo("127.0.0.1", port()));
+        ASSERT_EQ(live.open(client, "/api/v1/live", "127.0.0.1:" + std::to_string(port())).status, 101);
+        live.send(R"({"authorize":")" + token + R"(","page":"now"})");
+    }
+
 private:
     std::string m_port;
 };
@@ -104,10 +111,8 @@ TEST_F(WebPanel, OpenPageIsToldOfValuesDriversAndWhatHappens) {
     startWithPanel({"--restart-delay", "60"});
     const std::string token = signIn();
     HttpClient client;
-    ASSERT_TRUE(client.connectTo("127.0.0.1", port()));
     WebSocketClient live;
-    ASSERT_EQ(live.open(client, "/api/v1/live", "127.0.0.1:" + std::to_string(port())).status, 101);
-    live.send(R"({"authorize":")" + token + R"(","page":"now"})");
+    ASSERT_NO_FATAL_FAILURE(openLive(client, live, token));
     EXPECT_THAT(live.receive(), HasSubstr(R"("role":"admin","user":"root","session":")"));
     const std::string all = live.receive();
     EXPECT_THAT(all, HasSubstr(R"({"kind":"chunk","from":0,)"));
@@ -166,6 +171,34 @@ TEST_F(WebPanel, OperatorShelvesAndAcknowledgesAnAlarmInTheNameOfTheWebSession) 
     for (const char* pLine : {"shelve E[.]DRIVER 0", "shelve E[.]DRIVER 60", "acknowledge E[.]DRIVER"})
         EXPECT_THAT(commands,
                     ContainsRegex("command " + std::string(pLine) + " .*root \\(web session [0-9]+ from "));
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(WebPanel, ControlsAreTakenOverInTheNameOfBothAndAPageIsTold) {
+    startWithPanel({"--record-size", "1M"});
+    const std::string token = signIn();
+    HttpClient client;
+    WebSocketClient live;
+    ASSERT_NO_FATAL_FAILURE(openLive(client, live, token));
+    const std::string take = R"(-H 'Content-Type: application/json' -d '{"take":true}')";
+    const std::string bearer = "-H 'Authorization: Bearer " + token + "' ";
+    EXPECT_EQ(page("/api/v1/controls", bearer), R"({"controls":null})");
+    EXPECT_THAT(page("/api/v1/controls", bearer + take),
+                ContainsRegex(
+                    R"x([{]"controls":[{]"name":"root","from":"web session [0-9]+ from 127[.]0[.]0[.]1",)x"));
+    EXPECT_THAT(live.receiveWith(R"("controls":{)"),
+                HasSubstr(R"("controls":{"name":"root","from":"web session )"));
+    EXPECT_THAT(
+        execute("curl -sS --unix-socket " + socket() + " " + take + " http://localhost/api/v1/controls").text,
+        HasSubstr(R"("from":"the control socket","session":null,)"));
+    EXPECT_THAT(live.receiveWith(R"("controls":{)"), HasSubstr(R"("from":"the control socket")"));
+    EXPECT_THAT(host().log(), ContainsRegex("HOST: root takes the controls over from root "
+                                            "\\(web session [0-9]+ from 127[.]0[.]0[.]1\\)\n"));
+    const std::string monitor =
+        (TestWorkplace::build() / "bin/mfctl").string() + " monitor --host " + socket();
+    // Each with its end, but for the last.
+    EXPECT_THAT(execute("timeout 60 " + monitor + " --from oldest --kind command --count 3").text,
+                ContainsRegex("command take the controls over from root \\(web session .*root"));
     EXPECT_EQ(end(), 0);
 }
 

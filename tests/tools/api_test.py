@@ -206,7 +206,7 @@ class Answers(unittest.TestCase):
                     self.assertIn('"nobody"', answer["text"])
 
     def test_members_of_another_type_are_refused(self):
-        wrong = {"string": [1, None, []], "integer": ["1", 1.5, None], "array": [1, None], "object": [1, "a"]}
+        wrong = {"string": [1, None, []], "integer": ["1", 1.5, None], "array": [1, None], "boolean": [1, "true", None], "object": [1, "a"]}
         for path, method, operation, parameters in operations():
             if method != "post":
                 continue

@@ -20,6 +20,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using Texts = std::vector<std::string>;
 
 class ApiActionsTest : public testing::Test {
@@ -35,8 +36,9 @@ protected:
     /// Only begins it. Why it is not even begun, or empty.
     std::string begin(Act pAct, const std::string& json, const std::string& name = {},
                       const std::string& request = {}) {
-        const ApiBody body(json, {"fid", "parameters", "wait", "key", "type", "value", "id", "plan", "number",
-                                  "line", "columns", "role", "keys", "seconds", "request", "timeoutMs"});
+        const ApiBody body(
+            json, {"fid", "parameters", "wait", "key", "type", "value", "id", "plan", "number", "line",
+                   "columns", "role", "keys", "seconds", "take", "unlessHeld", "request", "timeoutMs"});
         const auto pAnswer = std::make_shared<AnswerOnce>([this](const ApiAnswer& answer) {
             m_answers.push_back(std::to_string(answer.status) + " " + answer.body);
         });
@@ -287,6 +289,61 @@ TEST_F(ApiActionsTest, AlarmThatIsNotThereIsToldWithTheNearest) {
          {R"({})", R"({"keys":[]})", R"({"keys":"SYS"})", R"({"keys":[1]})", R"({"keys":[""]})"})
         EXPECT_THAT(act(&ApiActions::acknowledge, pBody), HasSubstr("400 ")) << pBody;
     EXPECT_EQ(1u, m_host.alarmList.size());
+}
+
+TEST_F(ApiActionsTest, ControlsAreTakenOverInOneLineThatNamesBoth) {
+    m_caller = {
+        .role = ERole::Operate, .name = "otto", .place = "web session 3 from 192.0.2.8", .webSession = 3};
+    const std::string since = R"x("since":"[-0-9T:.]+Z"}})x";
+    EXPECT_THAT(
+        act(&ApiActions::changeControls, R"({"take":true})"),
+        testing::MatchesRegex(
+            R"x(200 [{]"controls":[{]"name":"otto","from":"web session 3 from 192[.]0[.]2[.]8","session":3,)x" +
+            since));
+    EXPECT_THAT(m_log.text(), HasSubstr("otto (web session 3 from 192.0.2.8) takes the controls\n"));
+    act(&ApiActions::changeControls, R"({"take":true})");
+    m_caller = {.role = ERole::Operate, .name = "anna", .uid = 1000};
+    EXPECT_EQ(
+        R"(409 {"error":{"code":"refused","text":"otto (web session 3 from 192.0.2.8) has the controls","nearest":[]}})",
+        act(&ApiActions::changeControls, R"({"take":true,"unlessHeld":true})"));
+    EXPECT_THAT(
+        act(&ApiActions::changeControls, R"({"take":true})"),
+        testing::MatchesRegex(
+            R"x(200 [{]"controls":[{]"name":"anna","from":"the control socket","session":null,)x" + since));
+    EXPECT_THAT(m_log.text(),
+                HasSubstr("anna takes the controls over from otto (web session 3 from 192.0.2.8)\n"));
+    EXPECT_THAT(m_log.text(), Not(HasSubstr("controls over from anna")));
+    EXPECT_EQ(m_log.text().find("otto (web session 3 from 192.0.2.8) takes"),
+              m_log.text().rfind("otto (web session 3 from 192.0.2.8) takes"))
+        << "what one has already is not told again";
+    EXPECT_THAT(m_host.posted, IsEmpty()) << "it waits for no command";
+}
+
+TEST_F(ApiActionsTest, ControlsAreGivenBackByTheHolderOrAnAdmin) {
+    EXPECT_EQ(R"(200 {"controls":null})", act(&ApiActions::changeControls, R"({"take":false})"));
+    EXPECT_EQ("", m_log.text()) << "nobody had them";
+    m_caller = {.role = ERole::Operate, .name = "otto", .uid = 1001};
+    act(&ApiActions::changeControls, R"({"take":true})");
+    m_caller = {.role = ERole::Operate, .name = "anna", .uid = 1000};
+    EXPECT_EQ(
+        R"(403 {"error":{"code":"not-allowed","text":"otto has the controls; the holder or an admin gives them back","nearest":[]}})",
+        act(&ApiActions::changeControls, R"({"take":false})"));
+    m_caller.role = ERole::Admin;
+    EXPECT_EQ(R"(200 {"controls":null})", act(&ApiActions::changeControls, R"({"take":false})"));
+    EXPECT_THAT(m_log.text(), HasSubstr("anna gives the controls of otto back\n"));
+    act(&ApiActions::changeControls, R"({"take":true})");
+    EXPECT_EQ(R"(200 {"controls":null})", act(&ApiActions::changeControls, R"({"take":false})"));
+    EXPECT_THAT(m_log.text(), HasSubstr("anna gives the controls back\n"));
+}
+
+TEST_F(ApiActionsTest, ControlsThatAreNeitherTakenNorGivenBackAreAFault) {
+    for (const auto& [body, text] :
+         {std::pair(R"({})", R"(\"take\" is missing)"),
+          std::pair(R"({"take":1})", R"(\"take\" is a number where a bool is needed)"),
+          std::pair(R"({"take":true,"unlessHeld":"x"})",
+                    R"(\"unlessHeld\" is a text where a bool is needed)")})
+        EXPECT_THAT(act(&ApiActions::changeControls, body), HasSubstr(text)) << body;
+    EXPECT_FALSE(m_host.controls.holder());
 }
 
 TEST_F(ApiActionsTest, WebSessionOfWhoAsksStandsInTheLog) {
@@ -548,7 +605,15 @@ TEST_F(ApiActionsTest, WhatASessionOfThePanelAsksForIsOfThePanel) {
     EXPECT_EQ(stream::EOrigin::Api, m_host.sentFids.back().asker.origin);
     EXPECT_EQ("anna", m_host.sentFids.back().asker.who);
     m_caller.place = "web session 4 from 192.0.2.7";
+    m_caller.webSession = 4;
+    const ApiCaller panel = m_caller;
     act(&ApiActions::setState, value);
+    act(&ApiActions::changeControls, R"({"take":true})");
+    m_caller = {.role = ERole::Operate, .name = "otto", .uid = 1001};
+    act(&ApiActions::changeControls, R"({"take":true})");
+    act(&ApiActions::changeControls, R"({"take":true})");
+    act(&ApiActions::changeControls, R"({"take":false})");
+    m_caller = panel;
     begin(&ApiActions::sendFid, R"({"fid":"AXIS1.MOVE"})");
     EXPECT_EQ(stream::EOrigin::Panel, m_host.sentFids.back().asker.origin);
     EXPECT_EQ("anna (web session 4 from 192.0.2.7)", m_host.sentFids.back().asker.who);
@@ -556,7 +621,10 @@ TEST_F(ApiActionsTest, WhatASessionOfThePanelAsksForIsOfThePanel) {
     std::erase_if(commands, [](const std::string& line) { return !line.starts_with("host command "); });
     EXPECT_EQ(
         (Texts{"host command setStateValue AXIS1.LABEL from api anna",
-               "host command setStateValue AXIS1.LABEL from panel anna (web session 4 from 192.0.2.7)"}),
+               "host command setStateValue AXIS1.LABEL from panel anna (web session 4 from 192.0.2.7)",
+               "host command take the controls from panel anna (web session 4 from 192.0.2.7)",
+               "host command take the controls over from anna (web session 4 from 192.0.2.7) from api otto",
+               "host command give the controls back from api otto"}),
         commands);
 }
 

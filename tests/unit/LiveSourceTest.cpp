@@ -139,6 +139,22 @@ TEST_F(LiveSourceTest, AlarmsAreToldWholeWhenTheListHasChanged) {
     EXPECT_EQ(news(), R"("alarms":[])");
 }
 
+TEST_F(LiveSourceTest, WhoIsAtTheControlsIsToldWhenThatHasChanged) {
+    EXPECT_THAT(news(), Not(HasSubstr("controls"))) << "nobody was there yet";
+    ApiCaller anna{.name = "anna", .place = "web session 4 from 192.0.2.7", .webSession = 4};
+    host.controls.take(anna, false);
+    EXPECT_THAT(news(), testing::MatchesRegex(
+                            R"x("controls":[{]"name":"anna","from":"web session 4 from 192[.]0[.]2[.]7",)x"
+                            R"x("session":4,"since":"[-0-9T:.]+Z"})x"));
+    EXPECT_EQ(news(), "");
+    const LivePosition nothing;
+    EXPECT_THAT(sut.changes(nothing).members, HasSubstr(R"("controls":{"name":"anna")"))
+        << "a page that opens";
+    host.controls.giveBack(anna);
+    EXPECT_EQ(news(), R"("controls":null)");
+    EXPECT_EQ(news(), "");
+}
+
 TEST_F(LiveSourceTest, WhatHappenedIsRecordsOfTheStreamInTheOrderOfTheirTimes) {
     host.lines = {line(1, 1s, "AXIS1: started"), line(2, 9'000'000'000s, "later than any event")};
     host.store.triggerEvent("AXIS1.HOMED", "by hand");

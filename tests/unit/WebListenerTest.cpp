@@ -9,6 +9,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -69,7 +70,13 @@ protected:
                                .workplace = "/etc/mf/site.xml",
                                .http = http,
                                .limits = limits,
-                               .channel = {}},
+                               .channel = {},
+                               .pageFollower =
+                                   [this](std::uint64_t session, bool isThere) {
+                                       const std::lock_guard lock(pagesMutex);
+                                       pages.push_back((isThere ? "came " : "went ") +
+                                                       std::to_string(session));
+                                   }},
             m_io, m_pDoor, [this](const ApiCall& call, const Answer& answer) {
                 ApiAnswer given;
                 given.body = call.method + " " + call.target + " " + call.caller.name + " " +
@@ -152,7 +159,9 @@ protected:
 
     LogCapture log;
     const std::shared_ptr<IAnswerBody> pPieces = std::make_shared<Lines>();
-    std::string asker;  ///< of the last request that got to the API
+    std::mutex pagesMutex;
+    std::vector<std::string> pages;  ///< what was told of them
+    std::string asker;               ///< of the last request that got to the API
     WebPort port;
     WebPort::Settings settings;
     WebListener::Limits limits;
@@ -392,6 +401,25 @@ TEST_F(WebListenerTest, ChattyPageIsLetGo) {
     for (int i = 0; i < 200; ++i)
         pPage->socket.send("{}");
     EXPECT_THAT(pPage->socket.receiveWith("bye"), HasSubstr(R"("code":"limit")"));
+}
+
+TEST_F(WebListenerTest, FollowerHearsOfEachPageOfASessionAndOfItsEnd) {
+    start();
+    openPage(authorize("none"))->socket.receive();
+    const std::string known = token();
+    const std::uint64_t session = sessions.sessions().at(0).id;
+    {
+        const auto pPage = openPage(authorize(known));
+        pPage->socket.receive();
+    }
+    const auto told = [&] {
+        const std::lock_guard lock(pagesMutex);
+        return pages;
+    };
+    for (int i = 0; i < 600 && told().size() < 2; ++i)
+        std::this_thread::sleep_for(100ms);
+    EXPECT_THAT(told(),
+                testing::ElementsAre("came " + std::to_string(session), "went " + std::to_string(session)));
 }
 
 TEST_F(WebListenerTest, PageOfASessionThatIsEndedIsLetGo) {
