@@ -708,6 +708,130 @@ class Page(unittest.TestCase):
         self.assertEqual(buttons, [["Reload", True, "needs the role admin; yours is view"], ["Park", True, "needs the role admin; yours is view"]])
         self.assertFalse(self.js("return document.querySelector('.admin-only').checkVisibility()"))
 
+    # --- who is at the controls ---
+
+    def head(self):
+        """What is seen of the controls, and what is read out."""
+        return self.js("return [document.getElementById('controls').innerText.trim(), document.getElementById('controls-said').textContent]")
+
+    def wait_for_head(self, *wanted):
+        self.wait(f"the head says {wanted}", lambda: self.head() == list(wanted))
+
+    def open_alarm(self, controls=None, role="operate"):
+        """A page with something to press, and who is at the controls."""
+        host = self.host(role=role)
+        alarm = {"key": "A", "text": "x", "raised": "2026-11-22T15:49:02.000Z", "count": 1, "over": False, "shelvedForMs": None, "shelvedBy": ""}
+        host.tell(alarms=[alarm], **({"controls": controls} if controls else {}))
+        self.open(host)
+        self.wait_for("1 alarm", ".alarm-part h2")
+        return host
+
+    def test_who_is_at_the_controls_stands_on_the_head_of_each_page(self):
+        host = self.host()
+        host.tell(drivers=[driver("A")])
+        for page in ("now", "values", "stream", "send", "plan", "sessions"):
+            self.open(host, page)
+            self.wait_for_head("○ controls: nobody", "Controls: nobody")
+        host.tell(controls=host.holder("anna", 7))
+        self.wait_for_head("● controls: you, since 12:03", "Controls: you, since 12:03")
+        host.tell(controls=host.holder("otto", 3))
+        self.wait_for_head("◐ controls: otto, since 12:03", "Controls: otto, since 12:03")
+        self.assertEqual(self.js("const b = document.getElementById('controls'); return [b.ariaLabel, b.title]"),
+                         ["controls: otto, since 12:03", "otto, web session 3 from 192.0.2.8"])  # fmt: skip
+        self.open(host, "wall")
+        self.wait_for("controls: otto, since 12:03", ".wall header")
+        host.tell(controls=None)
+        self.wait_for("controls: nobody", ".wall header")
+
+    def test_on_a_phone_the_controls_are_a_name(self):
+        host = self.host()
+        host.tell(drivers=[driver("A")], controls=host.holder("otto", 3))
+        self.browser.size(360, 740)
+        try:
+            self.open(host)
+            self.wait_for_head("◐ otto", "Controls: otto, since 12:03")
+            self.assertEqual(self.js("return document.documentElement.scrollWidth"), 360)
+        finally:
+            self.browser.size(1280, 800)
+
+    def test_controls_are_not_known_while_the_host_is_not_heard(self):
+        host = self.open_alarm({"name": "otto", "from": "the control socket", "session": None, "since": iso(1_700_000_000_000_000)})
+        self.wait("the day stands with it", lambda: "otto, since 2023-11-1" in self.head()[0])
+        host.is_beating = False
+        self.wait_for_head("◌ controls: not heard", "")
+
+    def test_first_action_takes_the_controls_that_nobody_has(self):
+        host = self.open_alarm()
+        self.click("Acknowledge A")
+        self.wait("it is done", lambda: host.actions == [("/acknowledge", {"keys": ["A"]})])
+        self.wait_for_head("● controls: you, since 12:03", "Controls: you, since 12:03")
+        self.click("Acknowledge A")
+        self.wait("the second one is done", lambda: len(host.actions) == 2)
+        self.assertEqual(host.asked_controls, [{"take": True, "unlessHeld": True}])
+
+    def test_page_asks_before_it_acts_while_another_one_is_at_the_controls(self):
+        host = self.open_alarm(StandIn.holder("otto", 3))
+        self.click("Acknowledge A")
+        self.wait_for("otto is at the controls since 12:03. Take over?", "dialog h2")
+        self.assertEqual(self.js("return [...document.querySelectorAll('dialog footer button')].map((each) => each.innerText)"), ["Cancel", "Take over"])
+        self.keys(Keys.ENTER)
+        self.wait_for("Acknowledge A: Nothing was done: otto is at the controls.", "#notices")
+        self.assertEqual((host.actions, host.asked_controls), ([], []))
+        self.click("Acknowledge A")
+        self.wait_for("Take over?", "dialog h2")
+        self.click("Take over")
+        self.wait("it is done", lambda: host.actions == [("/acknowledge", {"keys": ["A"]})])
+        self.assertEqual(host.asked_controls, [{"take": True}])
+        self.wait_for_head("● controls: you, since 12:03", "Controls: you, since 12:03")
+
+    def test_several_actions_that_wait_are_one_question(self):
+        host = self.open_alarm(StandIn.holder("otto", 3))
+        self.js("for (let i = 0; i < 2; ++i) document.querySelector('[aria-label=\"Acknowledge A\"]').dispatchEvent(new Event('click'))")
+        self.wait_for("Take over?", "dialog h2")
+        self.assertEqual(self.js("return document.querySelectorAll('dialog').length"), 1)
+        self.click("Take over")
+        self.wait("both are done", lambda: len(host.actions) == 2)
+        self.assertEqual(host.asked_controls, [{"take": True}])
+
+    def test_who_was_faster_with_free_controls_is_asked_about(self):
+        host = self.open_alarm()
+        # The page is not told yet.
+        host.controls = host.holder("otto", 3)
+        self.click("Acknowledge A")
+        self.wait_for("otto is at the controls since 12:03. Take over?", "dialog h2")
+        self.assertEqual(host.actions, [])
+        self.click("Cancel")
+        self.wait_for("Nothing was done: otto is at the controls.", "#notices")
+
+    def test_plan_is_made_without_the_controls(self):
+        host = self.host(role="operate")
+        host.answers["/plan"] = (200, {"plan": "p", "digest": "d", "refusal": "", "findings": [], "changes": []})
+        host.tell(controls=host.holder("otto", 3))
+        self.open(host, "plan")
+        self.js("document.querySelector('.plan button').click()")
+        self.wait("it is made", lambda: host.actions == [("/plan", {})])
+        self.assertEqual(host.asked_controls, [])
+
+    def test_controls_are_taken_over_and_given_back_from_the_head(self):
+        host = self.open_alarm(StandIn.holder("otto", 3))
+        self.js("document.getElementById('controls').click()")
+        self.wait_for("web session 3 from 192.0.2.8", "dialog")
+        self.click("Take over", "dialog")
+        self.wait_for("web session 7 from 192.0.2.8", "dialog")
+        self.click("Give back", "dialog")
+        self.wait_for_head("○ controls: nobody", "Controls: nobody")
+        self.assertEqual(host.asked_controls, [{"take": True}, {"take": False}])
+
+    def test_who_may_only_view_sees_who_is_at_the_controls_and_is_not_asked(self):
+        host = self.open_alarm(StandIn.holder("otto", 3), role="view")
+        self.wait_for_head("◐ controls: otto, since 12:03", "Controls: otto, since 12:03")
+        self.assertTrue(self.js("return document.querySelector('[aria-label=\"Acknowledge A\"]').disabled"))
+        self.js("document.getElementById('controls').click()")
+        self.wait_for("web session 3 from 192.0.2.8", "dialog")
+        self.assertEqual(self.js("return [...document.querySelectorAll('dialog footer button')].filter((each) => !each.hidden).map((each) => [each.innerText, each.title])"),
+                         [["Take over", "needs the role operate; yours is view"]])  # fmt: skip
+        self.assertEqual(host.asked_controls, [])
+
     # --- sending ---
 
     def test_ladder_of_a_fid_fills_in_under_one_request(self):
@@ -932,6 +1056,8 @@ class Page(unittest.TestCase):
         at = "return window.ids.get(document.activeElement) ?? null"
         for page in ("now", "values", "stream", "send", "plan", "wall", "sessions"):
             self.open(host, page)
+            # What was told first is drawn with the next frame.
+            self.driver.execute_async_script("const done = arguments[0]; requestAnimationFrame(() => requestAnimationFrame(() => done()))")
             stops = set(self.wait("controls", lambda: self.js(wanted)))
             seen = set()
             self.js("document.activeElement.blur()")

@@ -30,6 +30,7 @@ ACTIONS = {
     r"/event": ("operate", {"id*", "value*"}),
     r"/acknowledge": ("operate", {"keys*"}),
     r"/shelve": ("operate", {"keys*", "seconds"}),
+    r"/controls": ("operate", {"take*", "unlessHeld"}),
     r"/macros/([^/]+)/play": ("operate", set()),
     r"/drivers/([^/]+)/(reload|park|unpark)": ("admin", set()),
     r"/plan": ("operate", set()),
@@ -101,6 +102,8 @@ class StandIn:
         self.by_cookie = False  # the page never sees the token, as elsewhere than on the host's machine
         self.codes = {"open-sesame", "123456"}
         self.values, self.drivers, self.alarms, self.records = {}, {}, [], []
+        # Who is at the controls, and what was asked of them: no test of another action need count it.
+        self.controls, self.asked_controls = None, []
         self.files = {1: "<a/>\n<b/>", 2: "<a/>\n<c/>"}
         self.macros = ["home"]
         self.sessions = []
@@ -173,6 +176,8 @@ class StandIn:
                 self.drivers[each["id"]] = each
             for name in chunk.get("driversGone", []):
                 self.drivers.pop(name, None)
+            if "controls" in chunk:
+                self.controls = chunk["controls"]
             if "alarms" in chunk:
                 self.alarms = chunk["alarms"]
             for each in chunk.get("records", []):
@@ -191,7 +196,7 @@ class StandIn:
     def restart(self, instance):
         """As if the host were another one now."""
         with self.lock:
-            self.instance, self.known, self.values, self.drivers, self.alarms = instance, {}, {}, {}, []
+            self.instance, self.known, self.values, self.drivers, self.alarms, self.controls = instance, {}, {}, {}, [], None
             self.started = iso(self.now())
             self.cut()
 
@@ -242,7 +247,7 @@ class StandIn:
         with self.lock:
             page.send({"kind": "hello", "instance": self.instance, "workplace": self.workplace, "role": self.role, "user": "anna", "session": "7",
                        "time": self.now(), "version": self.version, "heartbeat": 1000})  # fmt: skip
-            chunk = {"values": list(self.values.values()), "drivers": list(self.drivers.values()), "alarms": self.alarms, "records": self.records}
+            chunk = {"controls": self.controls, "values": list(self.values.values()), "drivers": list(self.drivers.values()), "alarms": self.alarms, "records": self.records}
             self.send_chunk(page, 0, {name: each for name, each in chunk.items() if each})
             self.pages.append(page)
         while self.read_message(handler.rfile) is not None:
@@ -308,6 +313,7 @@ class StandIn:
                 "role": self.role, "user": "anna"}  # fmt: skip
         known = {
             "": host,
+            "/controls": {"controls": self.controls},
             "/macros": {"macros": [{"name": name} for name in self.macros]},
             "/sessions": {"sessions": self.sessions},
             "/queues": {"queues": [self.queue(name, end) for name, each in self.drivers.items() if each["mode"] == "queue" for end in ("INQ", "OUTQ")]},
@@ -406,6 +412,8 @@ class StandIn:
                 former, answers = self.known[request]
                 if former != (path, content):
                     return 409, {"error": {"code": "request-differs", "text": "another action", "nearest": []}}
+            elif path == "/controls":
+                return self.change_controls(body)
             else:
                 self.actions.append((path, {name: each for name, each in content.items() if name != "request"}))
                 given = self.answers.get(path, (200, {}))
@@ -413,6 +421,23 @@ class StandIn:
                 answers = list(given) if isinstance(given, list) else [given]
                 self.known[request] = ((path, content), answers)
             return answers.pop(0) if len(answers) > 1 else answers[0]
+
+    @staticmethod
+    def holder(name, session=None):
+        """Who is at the controls, since three minutes past noon of today where the test runs."""
+        noon = datetime.now().replace(hour=12, minute=3, second=0, microsecond=0)
+        return {"name": name, "from": f"web session {session} from 192.0.2.8" if session else "the control socket", "session": session,
+                "since": iso(int(noon.timestamp() * 1e6))}  # fmt: skip
+
+    def change_controls(self, body):
+        """The page is of session 7."""
+        self.asked_controls.append({name: body[name] for name in ("take", "unlessHeld") if name in body})
+        is_own = self.controls and self.controls["session"] == 7
+        if self.controls and not is_own and (body.get("unlessHeld") or not body["take"]):
+            return 409, {"error": {"code": "refused", "text": f"{self.controls['name']} has the controls", "nearest": []}}
+        if body["take"] != bool(is_own):
+            self.tell(controls=self.holder("anna", 7) if body["take"] else None)
+        return 200, {"controls": self.controls}
 
     def session(self, handler, body):
         if handler.command == "DELETE":

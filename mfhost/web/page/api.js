@@ -22,10 +22,13 @@ function pause(milliseconds) {
 export class Api {
     #link;
     #model;
+    #before;
 
-    constructor(link, model) {
+    /** before(path) is waited for before each action; what it throws is why the action is not done. */
+    constructor(link, model, before) {
         this.#link = link;
         this.#model = model;
+        this.#before = before;
     }
 
     async get(path) {
@@ -37,8 +40,9 @@ export class Api {
      * nobody knows whether it was done.
      */
     async act(path, body = {}, {onProgress = () => {}, step = patience.step, method = "POST"} = {}) {
-        if (!this.#link.isLive)
-            throw new ApiError("not-live", "Nothing is sent while the host is not heard.");
+        this.#needHost();
+        await this.#before(path);
+        this.#needHost();
         const instance = this.#model.host.instance;
         const request = requestId();
         const begin = performance.now();
@@ -63,6 +67,11 @@ export class Api {
                     throw new ApiError("not-known", "The host was restarted meanwhile: whether it was done is not known.");
             }
         }
+    }
+
+    #needHost() {
+        if (!this.#link.isLive)
+            throw new ApiError("not-live", "Nothing is sent while the host is not heard.");
     }
 
     /** Also true while nobody answers. */

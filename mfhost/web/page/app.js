@@ -1,6 +1,7 @@
 // The page as a whole: which part is shown, keys, whether the host is heard.
 
 import {Api} from "./api.js";
+import {Controls} from "./controls.js";
 import {allowActions, h, mark, put, refreshActions, setSign, tell} from "./dom.js";
 import {openHelp} from "./help.js";
 import {LiveLink} from "./live.js";
@@ -29,7 +30,8 @@ function byId(id) {
 class App {
     model = new Model();
     link = new LiveLink(this.model);
-    api = new Api(this.link, this.model);
+    controls = new Controls(this);
+    api = new Api(this.link, this.model, (path) => this.controls.before(path));
     pins = new Pins(this);
     /** Counts the seconds. */
     tick = 0;
@@ -193,6 +195,7 @@ class App {
         put(byId("workplace"), workplace.split("/").pop().replace(/\.xml$/, "") || "no workplace");
         put(byId("who"), `${user} · ${role}`);
         mark(document.body, "data-role", role);
+        this.controls.draw();
         this.pins.load();
         if (isRestarted) {
             const us = hostTime(this.link.started);
@@ -224,6 +227,7 @@ class App {
         put(byId("silence-text"), link.state === "silent"
             ? `${link.cause} Nothing shown here is known to hold: ${heardText(link)}. Nothing can be done until the host is heard again.` : link.cause);
         allowActions(link.isLive, this.model.host.role);
+        this.controls.draw();
         // Ages stop, or go on, at once.
         this.#page?.second();
         this.#title();
@@ -241,6 +245,8 @@ class App {
         this.#page?.news(changes);
         if (changes.alarms)
             this.#title();
+        if (changes.controls)
+            this.controls.draw();
     }
 
     #second() {

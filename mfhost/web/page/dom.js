@@ -161,7 +161,8 @@ export async function attempt(what, run, done = `${what}: done.`) {
             tell(done);
         return answer;
     } catch (error) {
-        tell(`${what}: ${error.message}${nearestText(error)}`, true);
+        // What the operator has left is no failure.
+        tell(`${what}: ${error.message}${nearestText(error)}`, error.code !== "left");
         return null;
     }
 }
@@ -182,9 +183,9 @@ export function openDialog(title, ...children) {
 }
 
 /** True when the operator says yes. Enter and Escape both leave all as it is: the button has to be chosen. */
-export function ask(title, text, yes) {
+export function ask(title, text, yes, no = "Leave it") {
     return new Promise((resolve) => {
-        const keep = h("button", {type: "button", autofocus: true, onclick: () => dialog.close()}, "Leave it");
+        const keep = h("button", {type: "button", autofocus: true, onclick: () => dialog.close()}, no);
         const go = forAction(h("button", {type: "button", class: "danger", onclick: () => {
             resolve(true);
             dialog.close();

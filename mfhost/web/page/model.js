@@ -11,6 +11,8 @@ export class Model {
     values = new Map();
     drivers = new Map();
     alarms = [];
+    /** Who is at the controls: {name, from, session, since}; null for nobody. */
+    controls = null;
     /** Oldest first; each has a place, counted by the page. */
     records = [];
     /** Functions that were seen or named, by driver: Map of name to the set of parameter names. */
@@ -53,6 +55,8 @@ export class Model {
             this.alarms = chunk.alarms.map((alarm) => ({...alarm, backUs: alarm.shelvedForMs === null ? null : chunk.time + alarm.shelvedForMs * 1000}));
             this.#changes.alarms = true;
         }
+        if (chunk.controls !== undefined)
+            this.setControls(chunk.controls);
         if (chunk.missed)
             this.#addRecord({kind: "missed", driver: "", count: chunk.missed, us: chunk.time});
         for (const record of chunk.records ?? [])
@@ -60,6 +64,11 @@ export class Model {
         this.version = chunk.to;
         this.complete = true;
         return true;
+    }
+
+    setControls(holder) {
+        this.controls = holder;
+        this.#changes.controls = true;
     }
 
     /** What has changed since the last time that this was asked. */
@@ -101,6 +110,7 @@ export class Model {
         this.drivers.clear();
         this.alarms = [];
         this.#changes.alarms = true;
+        this.setControls(null);
         ++this.keySet;
     }
 
@@ -117,6 +127,8 @@ export class Model {
                 this.#changes.drivers.add(id);
             }
         }
+        if (chunk.controls === undefined)
+            this.setControls(null);
         if (!chunk.alarms && this.alarms.length > 0) {
             this.alarms = [];
             this.#changes.alarms = true;
@@ -188,5 +200,5 @@ export class Model {
 }
 
 function emptyChanges() {
-    return {values: new Set(), drivers: new Set(), alarms: false, records: 0, staleness: false};
+    return {values: new Set(), drivers: new Set(), alarms: false, controls: false, records: 0, staleness: false};
 }

@@ -11,6 +11,7 @@ export class WallPage {
     #context;
     #clock = h("span", {class: "clock"});
     #alarms = h("p", {class: "wall-alarms"});
+    #controls = h("p", {class: "quiet-text"});
     #drivers = h("ul", {class: "wall-drivers"});
     #links = h("ul", {class: "wall-drivers"});
     #linkPart = h("section", {"aria-label": "Links to other workplaces"}, this.#links);
@@ -37,7 +38,7 @@ export class WallPage {
             return part;
         }, (part, key) => this.#writeValue(part, key));
         this.element = h("div", {class: "page wall"},
-            h("header", {}, h("h1", {}, "Wall"), this.#alarms, this.#clock, h("a", {href: "#now", class: "leave"}, "Leave the wall")),
+            h("header", {}, h("h1", {}, "Wall"), this.#alarms, this.#controls, this.#clock, h("a", {href: "#now", class: "leave"}, "Leave the wall")),
             h("section", {"aria-label": "Drivers"}, this.#drivers), this.#linkPart,
             h("section", {"aria-label": "Pinned values"}, this.#values));
     }
@@ -49,7 +50,7 @@ export class WallPage {
     hide() {}
 
     news(changes) {
-        if (changes.alarms || isOfLinks(changes, this.#context.model))
+        if (changes.alarms || changes.controls || isOfLinks(changes, this.#context.model))
             this.#draw();
         for (const key of changes.values) {
             const part = this.#valueList.get(key);
@@ -65,6 +66,7 @@ export class WallPage {
     #draw() {
         const {model, link, pins} = this.#context;
         put(this.#clock, clockText(link.nowUs() / 1000));
+        put(this.#controls, `controls: ${this.#context.controls.text}`);
         const alarms = model.alarms.filter(isInSight);
         put(this.#alarms, alarms.length === 0 ? "no alarms" : `${counted(alarms.length, "alarm")}: ${alarms.map((alarm) => `${alarm.key} ${alarm.text}`).join(" · ")}`);
         mark(this.#alarms, "data-some", alarms.length > 0 ? "yes" : null);
