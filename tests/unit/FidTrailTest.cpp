@@ -30,7 +30,8 @@ protected:
     FidTrailTest() : m_pRing(ringOf(small())), m_observation(*m_pRing) {}
 
     /// "A>B driver 0 B.MOVE x=1": sender, receiver, origin, outcome, FID; the end of one with its outcome.
-    Lines recorded() const {
+    /// On a busy machine any FID may be late: that alone is left out unless it is asked for.
+    Lines recorded(bool withLate = false) const {
         const stream::StreamSource source(*m_pRing);
         const auto pReader = readerOf(source);
         Lines lines;
@@ -49,6 +50,8 @@ protected:
                     line += ' ' + name + '=' + value;
                 lines.push_back(line);
             } else if (record.kind == EKind::FidEnd) {
+                if (!withLate && record.value == static_cast<std::uint32_t>(EFidOutcome::Late))
+                    continue;
                 std::uint64_t begin = 0;
                 std::memcpy(&begin, record.text.data(), sizeof begin);
                 lines.push_back(names.driver(record.driver()) + " end of " + std::to_string(begin) +
@@ -214,7 +217,7 @@ TEST_F(FidTrailTest, OneThatTakesOverAMillisecondHasASecondRecord) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
         m_sut.fidEnded(true, nullptr);
     }).join();
-    EXPECT_THAT(recorded(), ElementsAre("host>B origin 0 outcome 0: B.MOVE", "B end of 2 outcome 11: "));
+    EXPECT_THAT(recorded(true), ElementsAre("host>B origin 0 outcome 0: B.MOVE", "B end of 2 outcome 11: "));
 }
 
 TEST_F(FidTrailTest, DeeperCallsThanItKeepsAreRecordedAllTheSame) {
