@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/python3 -IS
 """Keeps what a long run has found out, so that an interruption costs nothing: results by their names, in groups,
 together with the state (commit, programs) that they were found in. Another state begins anew.
 
@@ -11,10 +11,10 @@ usage: kept.py DIRECTORY begin [--fresh] KEY=VALUE...  opens the results of that
 import hashlib
 import json
 import os
-import shutil
-import subprocess
 import sys
 from pathlib import Path
+
+# subprocess and shutil are imported where they are used: a long run asks after each of its steps.
 
 ROOT = Path(__file__).resolve().parents[2]
 STEPS = "steps"  # the group of the commands above
@@ -22,6 +22,8 @@ STEPS = "steps"  # the group of the commands above
 
 def commit():
     """The commit that is checked out; "none" outside of a repository."""
+    import subprocess
+
     done = subprocess.run(["git", "-C", str(ROOT), "rev-parse", "HEAD"], capture_output=True, text=True, check=False)
     return done.stdout.strip() if done.returncode == 0 else "none"
 
@@ -64,6 +66,8 @@ class Kept:
             changed = sorted(key for key in former.keys() & state.keys() if former[key] != state[key])
             self.anew = f"another {' and another '.join(changed)} than in the run before" if changed else ""
         if former is None or self.anew:
+            import shutil
+
             shutil.rmtree(self.directory, ignore_errors=True)
             former = {}
         # What only the run before knew of the state still holds for its results.
@@ -125,7 +129,11 @@ def main(words):
     if words[1] == "run" and has_passed:
         print(f"{name}: taken over from the run before")
         return 0
-    status = subprocess.run(words[4:], check=False).returncode if words[1] == "run" else 0
+    status = 0
+    if words[1] == "run":
+        import subprocess
+
+        status = subprocess.run(words[4:], check=False).returncode
     if status == 0:
         kept.put(STEPS, name, program=program)
     return status if status >= 0 else 128 - status
