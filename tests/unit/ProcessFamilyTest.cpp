@@ -417,15 +417,17 @@ TEST(ProcessFamilyOfAnotherHost, HasNoMarkOfAChildOfThisOne) {
 }
 
 TEST(ProcessFamilyOfADeadHost, IsContinuedByAWordOfItsEnvironmentAlone) {
-    const pid_t meant = startStopped("WHERE=/one");
-    const pid_t other = startStopped("WHERE=/one/more");
-    const auto continued = sal::ProcessFamily::continueStopped("WHERE=/one");
+    // Of this run alone: it looks through all processes of the machine.
+    const std::string word = "WHERE=/one-" + std::to_string(::getpid());
+    const pid_t meant = startStopped(word);
+    const pid_t other = startStopped(word + "/more");
+    const auto continued = sal::ProcessFamily::continueStopped(word);
     ASSERT_EQ(continued.size(), 1U);
     EXPECT_EQ(continued[0].pid, meant);
     EXPECT_EQ(continued[0].name, "sleep");
     EXPECT_TRUE(eventually([meant] { return statOf(meant).first == 'S'; }));
     EXPECT_EQ(statOf(other).first, 'T');
-    EXPECT_THAT(sal::ProcessFamily::continueStopped("WHERE=/one"), IsEmpty());
+    EXPECT_THAT(sal::ProcessFamily::continueStopped(word), IsEmpty());
     end(meant);
     end(other);
 }
