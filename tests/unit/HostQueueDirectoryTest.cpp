@@ -161,15 +161,16 @@ TEST_F(HostQueueDirectory, OfADeadHostGoesWithWhatItsDriversHaveStarted) {
     char text[100] = {};
     ASSERT_GT(::read(ends[0], text, sizeof(text) - 1), 0);
     std::string word = std::string("MFD_QUEUE_DIR=") + text;
+    // Of this run alone: all with the same mark are ended.
+    std::string mark = "MFD_PROCESS=" + std::to_string(::getpid()) + "-2-3";
     int started[2];
     ASSERT_EQ(::pipe2(started, O_CLOEXEC), 0);
     const pid_t left = ::fork();
     if (left == 0) {
         char program[] = "sleep";
         char time[] = "600";
-        char mark[] = "MFD_PROCESS=1-2-3";
         char* arguments[] = {program, time, nullptr};
-        char* environment[] = {word.data(), mark, nullptr};
+        char* environment[] = {word.data(), mark.data(), nullptr};
         ::execve("/bin/sleep", arguments, environment);
         ::_exit(127);
     }

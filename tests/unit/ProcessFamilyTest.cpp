@@ -405,6 +405,11 @@ pid_t startStopped(const std::string& word) {
     return pid;
 }
 
+/// All processes of the machine are looked through, those of another run beside this one, too.
+std::string wordOfThisRun() {
+    return "WHERE=/one-" + std::to_string(::getpid());
+}
+
 void end(pid_t pid) {
     ::kill(pid, SIGKILL);
     ::waitpid(pid, nullptr, 0);
@@ -417,8 +422,7 @@ TEST(ProcessFamilyOfAnotherHost, HasNoMarkOfAChildOfThisOne) {
 }
 
 TEST(ProcessFamilyOfADeadHost, IsContinuedByAWordOfItsEnvironmentAlone) {
-    // Of this run alone: it looks through all processes of the machine.
-    const std::string word = "WHERE=/one-" + std::to_string(::getpid());
+    const std::string word = wordOfThisRun();
     const pid_t meant = startStopped(word);
     const pid_t other = startStopped(word + "/more");
     const auto continued = sal::ProcessFamily::continueStopped(word);
@@ -433,12 +437,14 @@ TEST(ProcessFamilyOfADeadHost, IsContinuedByAWordOfItsEnvironmentAlone) {
 }
 
 TEST(ProcessFamilyOfADeadHost, IsEndedWhereItHasAWordAndTheMarkOfAChild) {
-    const pid_t meant = startSleep({"WHERE=/one", "MFD_PROCESS=7-8-1"});
-    const pid_t oneOfItsFamily = startSleep({"MFD_PROCESS=7-8-1"});
-    const pid_t ofTheHostItself = startSleep({"WHERE=/one"});
-    const pid_t ofAnotherHost = startSleep({"WHERE=/one/more", "MFD_PROCESS=9-8-1"});
+    const std::string word = wordOfThisRun();
+    const std::string mark = "MFD_PROCESS=" + std::to_string(::getpid());
+    const pid_t meant = startSleep({word, mark + "-8-1"});
+    const pid_t oneOfItsFamily = startSleep({mark + "-8-1"});
+    const pid_t ofTheHostItself = startSleep({word});
+    const pid_t ofAnotherHost = startSleep({word + "/more", mark + "-9-1"});
     std::vector<int> ended;
-    for (const auto& process : sal::ProcessFamily::endMarked("WHERE=/one")) {
+    for (const auto& process : sal::ProcessFamily::endMarked(word)) {
         EXPECT_EQ(process.name, "sleep");
         ended.push_back(process.pid);
     }

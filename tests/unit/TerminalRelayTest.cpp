@@ -48,6 +48,8 @@ bool hasRow(const std::vector<std::string>& rows, const std::string& text) {
 }  // namespace
 
 TEST(TerminalRelay, PassesOnWhatAnybodyPrints) {
+    // What this process still holds back would come out at the terminal's end.
+    std::fflush(nullptr);
     RelayedTerminal terminal([](TerminalRelay&) {
         std::cout << "stream" << std::endl;
         std::printf("print\n");
