@@ -7,16 +7,16 @@
 #   ctest says which is which: "label/whole", "label/single", or "label/single/whole" for both.
 #   EACH       each test has a process of its own in either way, since it makes itself a private machine.
 #   SLEEPS     its tests mostly wait, so that many of them run at a time.
-#   PLACES     how many of a processor's eight places it takes, where it neither mostly waits nor mostly computes.
+#   PLACES     how many of a processor's ten places it takes, where it neither mostly waits nor mostly computes.
 #   FIRST      the long ones of EACH and SLEEPS, which begin before the others (a filter as --gtest_filter takes it).
 #   SANITIZED  it is run under sanitizers as well.
 #   TIMEOUT    a guard against hanging, for one test; a shard has as many seconds more as it has tests to run.
 
-# tools/run/test gives ctest eight places for each processor. What computes takes six of them, so that something
+# tools/run/test gives ctest ten places for each processor. What computes takes eight of them, so that something
 # that sleeps goes on beside it. ctest begins with the highest COST of what has room; a new tree knows of no test how
 # long it takes, so that what is long is told here. What waits for minutes begins before what computes, but must leave
 # room for it; other long tests begin as soon as what computes has no room.
-set(MFD_COMPUTES PROCESSORS 6 COST 100)
+set(MFD_COMPUTES PROCESSORS 8 COST 100)
 set(MFD_SLEEPS PROCESSORS 1)
 set(MFD_WAITS_FOR_MINUTES PROCESSORS 1 COST 300)
 set(MFD_SLEEPS_LONG PROCESSORS 1 COST 90)
