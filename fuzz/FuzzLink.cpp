@@ -38,7 +38,8 @@ public:
         values.insert(key);
     }
     void makeStale(const std::string&, const std::vector<std::string>&, const std::string&) override {}
-    void open(const std::string&, int) override {}
+    void open(const std::string&, int, int) override {}
+    void watch(const std::string&) override {}
     void close(const std::string&) override {}
     std::uint64_t send(const std::string&, const std::string& fid, const FIDParameterList&,
                        const std::string&) override {

@@ -63,9 +63,14 @@ public:
     virtual void makeStale(const std::string& driverID, const std::vector<std::string>& keys,
                            const std::string& cause) = 0;
 
-    /// Keeps outcomes for this driver from now on, and makes the descriptor (an eventfd) readable at each.
-    virtual void open(const std::string& driverID, int wakeup) = 0;
-    /// Forgets them; the descriptor is not touched any more.
+    /// Keeps outcomes for this driver from now on, and makes the first descriptor (an eventfd) readable at
+    /// each. The second one is for watch().
+    virtual void open(const std::string& driverID, int outcomes, int changes) = 0;
+    /// Makes the second descriptor readable at the next change of a value and at the next event, but not at
+    /// what setFar() and makeStale() change: once, until it is called again. Before changes() it leaves none
+    /// out. Nothing for a driver that has not opened.
+    virtual void watch(const std::string& driverID) = 0;
+    /// Forgets them; the descriptors are not touched any more.
     virtual void close(const std::string& driverID) = 0;
     /// Sends a whole FID, recorded with the sites that it has passed ("SITE3,SITE2"). Returns its number at
     /// once; 0 when the driver has not opened. Each number has one outcome unless the driver closes.

@@ -29,6 +29,7 @@ BareTraffic::BareTraffic(int port, const Sizes& sizes)
     : m_port(port),
       m_sizes(sizes),
       m_answerer(&BareTraffic::answer, this),
+      m_reader(&BareTraffic::read, this),
       m_asker(&BareTraffic::ask, this) {}
 
 void BareTraffic::answer() {
@@ -53,6 +54,19 @@ void BareTraffic::answer() {
     m_answererCpu = threadCpu();
 }
 
+void BareTraffic::read() {
+    base::nameThread("bare", "read");
+    BareClient client(s_reader, s_password, m_port, [&](const BareClient::Message&) {
+        ++m_messages;
+        m_reads.push_back(Delays::kept(steadyNanoseconds() - m_published));
+    });
+    client.subscribe(s_state);
+    m_isReading = true;
+    while (!m_isStopping && client.loop(50))
+        m_readerCpu = threadCpu();
+    m_readerCpu = threadCpu();
+}
+
 void BareTraffic::ask() {
     base::nameThread("bare", "ask");
     bool isAnswered = false;
@@ -68,7 +82,7 @@ void BareTraffic::ask() {
     };
     while (!m_isStopping) {
         waitUntilDue();
-        if (!m_isAnswering)
+        if (!m_isAnswering || !m_isReading)
             continue;
         m_published = steadyNanoseconds();
         client.publish({s_state, state, {}, {}}, true);
@@ -91,8 +105,10 @@ BareTraffic::Result BareTraffic::stop() {
     m_isStopping = true;
     m_asker.join();
     m_answerer.join();
+    m_reader.join();
     m_result.cpu = cpu();
     m_result.publishes = std::move(m_publishes);
+    m_result.publishes.insert(m_result.publishes.end(), m_reads.begin(), m_reads.end());
     m_result.messages = m_messages;
     return std::move(m_result);
 }

@@ -11,8 +11,10 @@
 namespace {
 
 /// A second has so many steps; a workplace's turn to change a value comes each tenth, to send a FID once.
-constexpr std::size_t s_steps = 100;
+constexpr std::size_t s_steps = 1000;
 constexpr std::size_t s_changes = 10;
+/// Steps from a workplace's change to its FID.
+constexpr std::size_t s_fidDelay = 2;
 
 }  // namespace
 
@@ -92,21 +94,33 @@ void Fleet::stopTraffic() {
         m_pace.join();
 }
 
+/// Nothing at the same time as anything else, as far as there is room: what is measured is the way of one
+/// message, as of the bare ones, and not the queue of all.
 void Fleet::pace() {
     base::nameThread("fleet", "pace");
-    const auto begin = std::chrono::steady_clock::now();
+    const std::size_t count = m_workplaces.size();
     const std::size_t drivers = m_names.drivers().size();
+    std::vector<std::vector<std::size_t>> changing(s_steps / s_changes);
+    std::vector<std::vector<std::size_t>> sending(s_steps);
+    for (std::size_t number = 0; number < count; ++number) {
+        changing[number * changing.size() / count].push_back(number);
+        sending[(number * s_steps / count + s_fidDelay) % s_steps].push_back(number);
+    }
+    const auto begin = std::chrono::steady_clock::now();
     for (std::size_t step = 0; !m_isStopping; ++step) {
-        const auto due = begin + step * std::chrono::milliseconds(1000 / s_steps);
+        const auto& changers = changing[step % changing.size()];
+        const auto& senders = sending[step % s_steps];
+        if (changers.empty() && senders.empty())
+            continue;
+        const auto due = begin + step * std::chrono::microseconds(1'000'000 / s_steps);
         std::this_thread::sleep_until(due);
         const std::chrono::duration<double> lag = std::chrono::steady_clock::now() - due;
         m_lag = std::max(m_lag.load(), lag.count());
-        for (std::size_t number = step % s_changes; number < m_workplaces.size(); number += s_changes)
-            m_workplaces[number]->change((step / s_changes * 7 + number) % m_names.size());
-        for (std::size_t number = step % s_steps; number < m_workplaces.size(); number += s_steps) {
-            const std::size_t second = step / s_steps;
+        for (const std::size_t number : changers)
+            m_workplaces[number]->change((step / changing.size() * 7 + number) % m_names.size());
+        const std::size_t second = step / s_steps;
+        for (const std::size_t number : senders)
             m_workplaces[number]->sendFid(second % 2, "D" + std::to_string(second % drivers + 1) + ".SET");
-        }
     }
 }
 

@@ -1,10 +1,9 @@
 #include "SimulatedHost.h"
 
-#include <unistd.h>
-
 #include <utility>
 
 #include "SteadyTime.h"
+#include "Wakeup.h"
 
 SimulatedHost::SimulatedHost(const ValueNames& names, Live live, Stale stale)
     : m_names(names), m_live(std::move(live)), m_stale(std::move(stale)), m_values(names.size()) {}
@@ -19,10 +18,14 @@ ILinkHost::Value SimulatedHost::valueOf(std::size_t place, std::uint32_t number)
 }
 
 void SimulatedHost::change(std::size_t place) {
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
     Known& known = m_values[place];
     known.change = {known.change.number + 1, steadyNanoseconds(), 0};
     known.version = ++m_version;
+    const bool isWatched = std::exchange(m_isWatched, false);
+    lock.unlock();
+    if (isWatched)
+        base::Wakeup::wake(m_changes);
 }
 
 SimulatedHost::Change SimulatedHost::last(std::size_t place) const {
@@ -70,23 +73,27 @@ void SimulatedHost::makeStale(const std::string& driverID, const std::vector<std
         m_stale(driverID, key.substr(driverID.size() + 1));
 }
 
-void SimulatedHost::open(const std::string&, int wakeup) {
+void SimulatedHost::open(const std::string&, int outcomes, int changes) {
     const std::lock_guard lock(m_mutex);
-    m_wakeup = wakeup;
+    m_wakeup = outcomes;
+    m_changes = changes;
+}
+
+void SimulatedHost::watch(const std::string&) {
+    const std::lock_guard lock(m_mutex);
+    m_isWatched = true;
 }
 
 void SimulatedHost::close(const std::string&) {
     const std::lock_guard lock(m_mutex);
-    m_wakeup = -1;
+    m_wakeup = m_changes = -1;
 }
 
 std::uint64_t SimulatedHost::send(const std::string&, const std::string&, const FIDParameterList&,
                                   const std::string&) {
     const std::lock_guard lock(m_mutex);
     m_outcomes.push_back({++m_lastFid, EOutcome::Done, {}});
-    const std::uint64_t one = 1;
-    if (m_wakeup >= 0 && ::write(m_wakeup, &one, sizeof one) < 0)
-        return 0;
+    base::Wakeup::wake(m_wakeup);
     return m_lastFid;
 }
 

@@ -42,7 +42,8 @@ public:
                 std::chrono::steady_clock::time_point reported) override;
     void makeStale(const std::string& driverID, const std::vector<std::string>& keys,
                    const std::string& cause) override;
-    void open(const std::string& driverID, int wakeup) override;
+    void open(const std::string& driverID, int outcomes, int changes) override;
+    void watch(const std::string& driverID) override;
     void close(const std::string& driverID) override;
     std::uint64_t send(const std::string& driverID, const std::string& fid,
                        const FIDParameterList& parameters, const std::string& path) override;
@@ -64,6 +65,8 @@ private:
     mutable std::vector<Known> m_values;
     std::uint64_t m_version = 1;
     int m_wakeup = -1;
+    int m_changes = -1;
+    bool m_isWatched = false;
     std::uint64_t m_lastFid = 0;
     mutable std::uint64_t m_told = 0;
     std::vector<Outcome> m_outcomes;

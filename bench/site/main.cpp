@@ -125,13 +125,15 @@ public:
 private:
     static std::string users(const Fleet::Plan& plan) {
         std::string users = Fleet::users(plan);
-        for (const char* const pUser : {BareTraffic::s_asker, BareTraffic::s_answerer, BrokerCounts::s_user})
+        for (const char* const pUser :
+             {BareTraffic::s_asker, BareTraffic::s_answerer, BareTraffic::s_reader, BrokerCounts::s_user})
             users += std::string(pUser) + ":" + s_password + "\n";
         return users;
     }
     static std::string rights(const ValueNames& names, const Fleet::Plan& plan) {
         return Fleet::rights(names, plan) + lineOf(BareTraffic::s_asker, "readwrite bare/#") +
                lineOf(BareTraffic::s_answerer, "readwrite bare/#") +
+               lineOf(BareTraffic::s_reader, "readwrite bare/#") +
                lineOf(BrokerCounts::s_user, "read $SYS/#");
     }
 
@@ -250,10 +252,10 @@ private:
 
         const double seconds = static_cast<double>(last.counts.at - first.counts.at) * s_nanoseconds;
         const double bareMessages = (last.bareMessages - first.bareMessages) / seconds;
-        const double out = (last.counts.out - first.counts.out) / seconds - bareMessages / 2;
-        // Half of the bare clients' messages go in; of each three one is retained.
-        const double in =
-            (last.told - first.told + last.counts.plain - first.counts.plain) / seconds - bareMessages / 3;
+        // Of the bare clients' seven messages a turn three go in, one of them retained, and four out.
+        const double out = (last.counts.out - first.counts.out) / seconds - bareMessages * 4 / 7;
+        const double in = (last.told - first.told + last.counts.plain - first.counts.plain) / seconds -
+                          bareMessages * 2 / 7;
         const double messages = in + out + bareMessages;
         const double dropped = last.counts.dropped - first.counts.dropped;
         const double brokerShare = brokerCpu / machine.seconds();

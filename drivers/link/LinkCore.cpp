@@ -15,7 +15,11 @@ namespace {
 using ELevel = sal::LogOutput::ELevel;
 
 constexpr std::chrono::seconds s_tick{1};
+/// A value is told so often at most.
 constexpr std::chrono::milliseconds s_states{200};
+/// Between two looks at the host's values, and for each value that changes faster than it may be told: much
+/// of that is not worth many looks.
+constexpr std::chrono::milliseconds s_look{10};
 /// What a site may answer late by, beside its own limit.
 constexpr std::chrono::seconds s_patience{5};
 constexpr std::size_t s_longestPayload = 64 * 1024;
@@ -205,13 +209,38 @@ void LinkCore::step(Time now) {
         m_isCompletePending = true;
         m_nextStates = now;
     }
-    // Before everything is published nothing is.
-    if (!m_publishAll && now >= m_nextStates) {
-        m_nextStates = now + s_states;
-        collectStates();
-        publishEvents();
-    }
+    const auto next = due();
+    if (!m_publishAll && (now >= m_nextStates || (next && now >= *next)))
+        collect(now);
     flush();
+}
+
+std::optional<LinkCore::Time> LinkCore::due() const {
+    // Before everything is published nothing is.
+    if (!m_pBroker || m_publishAll || (!m_hasNews && !m_nextHeld))
+        return std::nullopt;
+    return std::max(m_notBefore, m_hasNews ? Time() : *m_nextHeld);
+}
+
+/// What has changed is told at once where it was quiet before, else when its pace allows it.
+void LinkCore::collect(Time now) {
+    m_hasNews = false;
+    m_host.watch(m_site);
+    collectStates(now);
+    publishEvents();
+    m_nextHeld.reset();
+    for (auto held = m_held.begin(); held != m_held.end();) {
+        const Time next = m_published[held->first] + s_states;
+        if (next > now) {
+            m_nextHeld = std::min(m_nextHeld.value_or(next), next);
+            ++held;
+        } else {
+            tell(held->first, held->second, now);
+            held = m_held.erase(held);
+        }
+    }
+    m_nextStates = now + s_states;
+    m_notBefore = now + std::min<Duration>(s_states, s_look * (1 + m_held.size()));
 }
 
 /// What the tick tells of the others, of all of them one after another.
@@ -264,12 +293,21 @@ void LinkCore::countOut(const std::string& driverID) {
         pFar->meter.countOut();
 }
 
-void LinkCore::collectStates() {
+/// With the next flush().
+void LinkCore::tell(const std::string& topic, const ILinkHost::State& state, Time now) {
+    m_published[topic] = now;
+    m_dirty[topic] = linkpayload::text(
+        linkpayload::State{state.value, clockAt(state.reported), m_boot, ++m_lastID, state.staleCause});
+}
+
+void LinkCore::collectStates(Time now) {
     const ILinkHost::Changes changes = m_host.changes(m_version);
     m_version = changes.version;
-    std::map<std::string, std::string> former;
-    if (changes.isComplete)
+    std::map<std::string, Time> former;
+    if (changes.isComplete) {
         former.swap(m_published);
+        m_held.clear();
+    }
     const auto topicOf = [this](const std::string& stateKey) {
         const auto dot = stateKey.find('.');
         if (dot == std::string::npos || dot == 0 || dot + 1 == stateKey.size() ||
@@ -283,12 +321,17 @@ void LinkCore::collectStates() {
             continue;
         former.erase(topic);
         m_unset.erase(topic);
-        m_published[topic] = state.key;
-        m_dirty[topic] = linkpayload::text(
-            linkpayload::State{state.value, clockAt(state.reported), m_boot, ++m_lastID, state.staleCause});
+        const auto told = m_published.find(topic);
+        if (told != m_published.end() && told->second + s_states > now) {
+            m_held[topic] = state;
+        } else {
+            m_held.erase(topic);
+            tell(topic, state, now);
+        }
     }
     for (const std::string& unset : changes.unset) {
         const std::string topic = topicOf(unset);
+        m_held.erase(topic);
         if (m_published.erase(topic) > 0)
             unpublish(topic);
     }
@@ -316,9 +359,9 @@ void LinkCore::unpublish(const std::string& topic) {
 void LinkCore::flush() {
     while (!m_dirty.empty() && m_pBroker->pending() < s_mostPending) {
         auto next = m_dirty.extract(m_dirty.begin());
+        publish({.topic = next.key(), .payload = next.mapped(), .isRetained = true});
         if (const auto parts = LinkTopics::parse(next.key()))
             countOut(parts->driver);
-        publish({.topic = next.key(), .payload = next.mapped(), .isRetained = true});
     }
     if (m_isCompletePending && m_dirty.empty() && m_version != 0) {
         m_isCompletePending = false;

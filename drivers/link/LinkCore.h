@@ -55,8 +55,12 @@ public:
     void received(const LinkMessage& message, Time now);
     /// The broker does not take a message of this site, for that reason.
     void refused(const std::string& reason);
-    /// What is due by now; often.
+    /// The host has new values or events.
+    void noteChange() { m_hasNews = true; }
+    /// What is due by now; often, and when due() says so.
     void step(Time now);
+    /// When values or events are to be collected that wait for their pace; nothing while none do.
+    std::optional<Time> due() const;
     /// The last that is said before the connection is closed in order.
     void leave();
 
@@ -124,7 +128,9 @@ private:
     void publishUp(bool isComplete);
     linkpayload::Time clockAt(Time when) const;
 
-    void collectStates();
+    void collect(Time now);
+    void collectStates(Time now);
+    void tell(const std::string& topic, const ILinkHost::State& state, Time now);
     void unpublish(const std::string& topic);
     void flush();
     void publishEvents();
@@ -176,18 +182,22 @@ private:
     std::uint64_t m_lastID = 0;
     std::uint64_t m_from = 0;  ///< the first value that everything anew began with
     Time m_nextTick{};
-    Time m_nextStates{};
-    std::optional<Time> m_publishAll;  ///< when everything is to be published anew
-    bool m_isAsked = false;            ///< by another site to do so
+    bool m_hasNews = false;                          ///< the host has said so
+    Time m_nextStates{};                             ///< when to look for them without a word of the host
+    Time m_notBefore{};                              ///< and with one not before
+    std::map<std::string, ILinkHost::State> m_held;  ///< by topic, those that have changed too soon
+    std::optional<Time> m_nextHeld;                  ///< when the first of them may be told
+    std::optional<Time> m_publishAll;                ///< when everything is to be published anew
+    bool m_isAsked = false;                          ///< by another site to do so
     bool m_isCompletePending = false;
     std::uint64_t m_version = 0;
     std::uint64_t m_lastEvent = 0;
-    std::map<std::string, std::string> m_dirty;      ///< payloads to be published, by topic
-    std::map<std::string, std::string> m_published;  ///< keys of values, by topic
-    std::set<std::string> m_left;                    ///< topics that another instance has left
-    std::set<std::string> m_unset;                   ///< topics of values that were there once
-    Time m_allPublished{};                           ///< when everything was last
-    std::map<std::uint64_t, Taken> m_taken;          ///< by the host's number
+    std::map<std::string, std::string> m_dirty;  ///< payloads to be published, by topic
+    std::map<std::string, Time> m_published;     ///< when each value was told last, by topic
+    std::set<std::string> m_left;                ///< topics that another instance has left
+    std::set<std::string> m_unset;               ///< topics of values that were there once
+    Time m_allPublished{};                       ///< when everything was last
+    std::map<std::uint64_t, Taken> m_taken;      ///< by the host's number
     base::Throttle m_strange;
     base::Throttle m_refused;
 };

@@ -2,6 +2,9 @@
 
 #include <poll.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <system_error>
@@ -49,7 +52,7 @@ LinkSite::LinkSite(const LinkSettings& settings, ILinkHost& host)
       m_core(
           m_site, base::randomID(), host, [this](auto longest) { return randomPart(longest); }, Clock::now()),
       m_backoff([this](auto longest) { return randomPart(longest); }) {
-    m_host.open(m_site, m_wakeup.fd());
+    m_host.open(m_site, m_wakeup.fd(), m_changes.fd());
     try {
         m_thread = std::thread(&LinkSite::run, this);
     } catch (const std::system_error&) {
@@ -86,28 +89,36 @@ void LinkSite::remove(ILink& link) {
 bool LinkSite::send(ILink& link, const std::string& fid, const FIDParameterList& parameters) {
     const std::lock_guard lock(m_mutex);
     const bool isSent = m_core.send(link, fid, parameters, Clock::now());
-    m_wakeup.wake();
+    // What the socket has not taken whole the site's thread writes. Otherwise it would only be in the way.
+    if (m_pConnection && m_pConnection->wantsWrite())
+        m_wakeup.wake();
     return isSent;
 }
 
 void LinkSite::run() {
     base::nameThread(m_site, "link");
     for (;;) {
-        pollfd waits[] = {{m_wakeup.fd(), POLLIN, 0}, {-1, POLLIN, 0}};
+        pollfd waits[] = {{m_wakeup.fd(), POLLIN, 0}, {-1, POLLIN, 0}, {m_changes.fd(), POLLIN, 0}};
+        int patienceMs = s_stepMs;
         {
             const std::lock_guard lock(m_mutex);
             if (m_isStopping)
                 break;
+            patienceMs = patience();
             if (m_pConnection) {
                 waits[1].fd = m_pConnection->fd();
                 if (m_pConnection->wantsWrite())
                     waits[1].events |= POLLOUT;
             }
         }
-        if (::poll(waits, 2, s_stepMs) < 0)
-            waits[1].revents = 0;
-        static_cast<void>(m_wakeup.take());
+        if (::poll(waits, std::size(waits), patienceMs) < 0)
+            waits[0].revents = waits[1].revents = waits[2].revents = 0;
+        if (waits[0].revents != 0)
+            static_cast<void>(m_wakeup.take());
+        const bool hasNews = waits[2].revents != 0 && m_changes.take();
         const std::lock_guard lock(m_mutex);
+        if (hasNews)
+            m_core.noteChange();
         try {
             step((waits[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0,
                  (waits[1].revents & (POLLOUT | POLLERR)) != 0);
@@ -117,6 +128,15 @@ void LinkSite::run() {
     }
     const std::lock_guard lock(m_mutex);
     leave();
+}
+
+/// With the lock. How long the thread waits for something to happen, in milliseconds.
+int LinkSite::patience() const {
+    const auto due = m_core.due();
+    if (!due)
+        return s_stepMs;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*due - Clock::now()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, s_stepMs));
 }
 
 /// With the lock.

@@ -39,6 +39,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void run();
+    int patience() const;
     void step(bool isReadable, bool isWritable);
     void giveUp(const std::string& fault) noexcept;
     void connect(Clock::time_point now);
@@ -50,6 +51,7 @@ private:
     const LinkSettings::Broker m_broker;
     ILinkHost& m_host;
     const base::Wakeup m_wakeup{"a link"};
+    const base::Wakeup m_changes{"a link's values"};
     std::mt19937_64 m_random{std::random_device()()};
 
     std::mutex m_mutex;

@@ -12,6 +12,16 @@ namespace {
 constexpr std::string_view s_who = "link ";
 /// Of a FID whose driver process does not take it for longer nobody will hear.
 constexpr std::chrono::hours s_limit{1};
+/// The thread reports what has come over a link: of no use to wake one for.
+thread_local bool t_isFar = false;
+
+class FarMark {
+public:
+    FarMark() { t_isFar = true; }
+    ~FarMark() { t_isFar = false; }
+    FarMark(const FarMark&) = delete;
+    FarMark& operator=(const FarMark&) = delete;
+};
 
 StateValue stateValue(const ILinkHost::Value& value) {
     return std::visit([](const auto& known) { return StateValue(known); }, value);
@@ -19,7 +29,13 @@ StateValue stateValue(const ILinkHost::Value& value) {
 
 }  // namespace
 
-LinkAccess::LinkAccess(StateStore& store, FidSenders& senders) : m_store(store), m_senders(senders) {}
+LinkAccess::LinkAccess(StateStore& store, FidSenders& senders) : m_store(store), m_senders(senders) {
+    m_store.addListener(this);
+}
+
+LinkAccess::~LinkAccess() {
+    m_store.removeListener(this);
+}
 
 IInterface* LinkAccess::queryInterface(unsigned int id) {
     return id == s_id ? this : nullptr;
@@ -46,11 +62,13 @@ std::vector<LinkAccess::Event> LinkAccess::events(std::uint64_t since) const {
 
 void LinkAccess::setFar(const std::string& key, const Value& value, const std::string& cause,
                         std::chrono::steady_clock::time_point reported) {
+    const FarMark mark;
     m_store.setFar(key, stateValue(value), cause, reported);
 }
 
 void LinkAccess::makeStale(const std::string& driverID, const std::vector<std::string>& keys,
                            const std::string& cause) {
+    const FarMark mark;
     m_store.makeStale(driverID, keys, cause);
 }
 
@@ -60,12 +78,33 @@ std::shared_ptr<LinkAccess::Box> LinkAccess::box(const std::string& driverID) {
     return found == m_boxes.end() ? nullptr : found->second;
 }
 
-void LinkAccess::open(const std::string& driverID, int wakeup) {
+void LinkAccess::open(const std::string& driverID, int outcomes, int changes) {
     close(driverID);
     const auto pBox = std::make_shared<Box>();
-    pBox->wakeup = wakeup;
+    pBox->wakeup = outcomes;
+    pBox->changes = changes;
     const std::lock_guard lock(m_mutex);
     m_boxes[driverID] = pBox;
+}
+
+void LinkAccess::watch(const std::string& driverID) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_boxes.find(driverID);
+    if (found == m_boxes.end())
+        return;
+    found->second->isWatching = true;
+    m_isWatched = true;
+}
+
+/// On the thread of whichever driver reports, with a lock of the store.
+void LinkAccess::wakeWatching() {
+    if (t_isFar || !m_isWatched.load() || !m_isWatched.exchange(false))
+        return;
+    const std::lock_guard lock(m_mutex);
+    for (const auto& [driverID, pBox] : m_boxes) {
+        if (std::exchange(pBox->isWatching, false))
+            base::Wakeup::wake(pBox->changes);
+    }
 }
 
 void LinkAccess::close(const std::string& driverID) {

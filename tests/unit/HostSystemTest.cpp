@@ -8,6 +8,7 @@
 
 #include "InterfaceIds.h"
 #include "LogCapture.h"
+#include "SilentLinkHost.h"
 
 namespace {
 
@@ -92,28 +93,7 @@ TEST_F(HostSystemTest, HandsOutTheSender) {
 }
 
 TEST_F(HostSystemTest, GivesLinksToOtherWorkplacesWhatTheyAreMeantToHave) {
-    class Links : public ILinkHost {
-    public:
-        IInterface* queryInterface(unsigned int id) override {
-            if (id != s_id)
-                return nullptr;
-            return this;
-        }
-        Changes changes(std::uint64_t) const override { return {}; }
-        std::vector<Event> events(std::uint64_t) const override { return {}; }
-        void setFar(const std::string&, const Value&, const std::string&,
-                    std::chrono::steady_clock::time_point) override {}
-        void makeStale(const std::string&, const std::vector<std::string>&, const std::string&) override {}
-        void open(const std::string&, int) override {}
-        void close(const std::string&) override {}
-        std::uint64_t send(const std::string&, const std::string&, const FIDParameterList&,
-                           const std::string&) override {
-            return 0;
-        }
-        std::vector<Outcome> outcomes(const std::string&) override { return {}; }
-        std::string path() const override { return {}; }
-    };
-    Links links;
+    SilentLinkHost links;
     EXPECT_EQ(m_sut.queryInterface(ILinkHost::s_id), nullptr);
     m_sut.setLinks(links);
     EXPECT_EQ(dynamic_cast<ILinkHost*>(m_sut.queryInterface(ILinkHost::s_id)), &links);

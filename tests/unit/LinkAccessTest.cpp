@@ -66,6 +66,7 @@ protected:
     mutable FidTap m_tap{m_drivers, m_drivers, m_memory};
     FidSenders m_senders{m_drivers, *this};
     base::Wakeup m_wakeup{"the test"};
+    base::Wakeup m_changes{"the test's changes"};
     LinkAccess m_sut{m_store, m_senders};
     mutable std::string m_path;
 };
@@ -119,7 +120,7 @@ TEST_F(LinkAccessTest, FarValuesAreThoseOfTheStore) {
 }
 
 TEST_F(LinkAccessTest, EachFidHasItsOutcome) {
-    m_sut.open("SITE2", m_wakeup.fd());
+    m_sut.open("SITE2", m_wakeup.fd(), m_changes.fd());
     EXPECT_EQ(outcomeOf("A.MOVE"), "done: ");
     EXPECT_EQ(m_path, "SITE3,SITE2");
     EXPECT_EQ(m_sut.path(), "");
@@ -133,8 +134,38 @@ TEST_F(LinkAccessTest, DriverThatHasNotOpenedSendsNothing) {
     EXPECT_TRUE(m_sut.outcomes("SITE2").empty());
 }
 
+TEST_F(LinkAccessTest, WhoWatchesIsWokenOnceByWhatIsOfThisWorkplace) {
+    m_store.driverStarted("A");
+    m_store.driverStarted("SITE2");
+    m_sut.open("SITE2", m_wakeup.fd(), m_changes.fd());
+    m_store.setStateValueInt("A.POS", 1);
+    EXPECT_FALSE(m_changes.take()) << "nobody watches yet";
+    m_sut.watch("SITE2");
+    m_sut.setFar("SITE2.B.POS", 1, "", std::chrono::steady_clock::now());
+    m_sut.makeStale("SITE2", {"SITE2.B.POS"}, "no broker");
+    m_store.setStateValueInt("A.POS", 1);
+    EXPECT_FALSE(m_changes.take()) << "nothing of this workplace has changed";
+    m_store.setStateValueInt("A.POS", 2);
+    EXPECT_TRUE(m_changes.take());
+    m_store.setStateValueInt("A.POS", 3);
+    EXPECT_FALSE(m_changes.take()) << "it has not asked again";
+    const auto eachWakes = [&](const auto& change) {
+        m_sut.watch("SITE2");
+        change();
+        return m_changes.take();
+    };
+    EXPECT_TRUE(eachWakes([&] { m_store.triggerEvent("A.FAULT", "1"); }));
+    EXPECT_TRUE(eachWakes([&] { m_store.unsetStateValue("A.POS"); }));
+    m_store.setStateValueInt("A.POS", 4);
+    EXPECT_TRUE(eachWakes([&] { m_store.driverEnded("A", "killed by SIGSEGV"); }));
+    m_sut.watch("SITE2");
+    m_sut.close("SITE2");
+    m_store.triggerEvent("A.FAULT", "2");
+    EXPECT_FALSE(m_changes.take()) << "it has closed";
+}
+
 TEST_F(LinkAccessTest, AfterTheCloseNothingIsKeptAndNobodyIsWoken) {
-    m_sut.open("SITE2", m_wakeup.fd());
+    m_sut.open("SITE2", m_wakeup.fd(), m_changes.fd());
     EXPECT_NE(m_sut.send("SITE2", "A.MOVE", {}, ""), 0U);
     m_sut.close("SITE2");
     static_cast<void>(m_wakeup.take());

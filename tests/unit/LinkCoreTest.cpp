@@ -61,7 +61,8 @@ public:
                 value += " stale: " + cause;
         }
     }
-    void open(const std::string&, int) override {}
+    void open(const std::string&, int, int) override {}
+    void watch(const std::string&) override {}
     void close(const std::string&) override {}
     std::uint64_t send(const std::string&, const std::string& fid, const FIDParameterList& parameters,
                        const std::string& passed) override {
@@ -426,6 +427,74 @@ TEST_F(LinkCoreTest, ValuesArePublishedFiveTimesASecondAtMost) {
     EXPECT_LE(count, 6);
     pass(300ms);
     EXPECT_EQ(m_one.host["AXIS1.POS"], "99");
+}
+
+TEST_F(LinkCoreTest, QuietValueIsToldAtOnceAndTheNextChangeWhenItsPaceAllowsIt) {
+    m_two.host.set("AXIS1.POS", 0);
+    m_two.host.set("AXIS1.SPEED", 0);
+    connectBoth();
+    const auto change = [&](const std::string& stateKey, int value) {
+        m_two.host.set(stateKey, value);
+        m_two.core.noteChange();
+        m_two.core.step(m_now);
+    };
+    const auto passExactly = [&](std::chrono::milliseconds time) {
+        m_now += time;
+        m_two.core.step(m_now);
+    };
+    m_now += 50ms;
+    EXPECT_EQ(m_two.core.due(), std::nullopt);
+    change("AXIS1.POS", 1);
+    EXPECT_THAT(last("mf/1/SITE2/state/AXIS1/POS").payload, HasSubstr("\"v\": 1,"));
+    const LinkCore::Time told = m_now;
+    m_now += 9ms;
+    change("AXIS1.SPEED", 1);
+    EXPECT_THAT(last("mf/1/SITE2/state/AXIS1/SPEED").payload, HasSubstr("\"v\": 0,"));
+    EXPECT_EQ(m_two.core.due(), told + 10ms);
+    passExactly(1ms);
+    EXPECT_THAT(last("mf/1/SITE2/state/AXIS1/SPEED").payload, HasSubstr("\"v\": 1,"));
+    m_now += 20ms;
+    change("AXIS1.POS", 2);
+    m_now += 50ms;
+    change("AXIS1.POS", 3);
+    EXPECT_THAT(last("mf/1/SITE2/state/AXIS1/POS").payload, HasSubstr("\"v\": 1,"));
+    EXPECT_EQ(m_two.core.due(), told + 200ms);
+    passExactly(119ms);
+    EXPECT_THAT(last("mf/1/SITE2/state/AXIS1/POS").payload, HasSubstr("\"v\": 1,"));
+    passExactly(1ms);
+    EXPECT_THAT(last("mf/1/SITE2/state/AXIS1/POS").payload, HasSubstr("\"v\": 3,"));
+    EXPECT_EQ(m_two.core.due(), std::nullopt);
+}
+
+TEST_F(LinkCoreTest, ValueThatIsUnsetWhileItWaitsForItsPaceIsNotToldAnyMore) {
+    m_two.host.set("AXIS1.POS", 0);
+    connectBoth();
+    for (int value = 1; value < 3; ++value) {
+        m_two.host.set("AXIS1.POS", value);
+        m_two.core.noteChange();
+        m_two.core.step(m_now += 10ms);
+    }
+    m_two.host.unsetOwn("AXIS1.POS");
+    pass(1s);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "none");
+    EXPECT_FALSE(m_broker.retained.contains("mf/1/SITE2/state/AXIS1/POS"));
+}
+
+TEST_F(LinkCoreTest, TheMoreValuesChangeFasterThanTheyMayBeToldTheLessOftenTheyAreLookedAt) {
+    const auto changeAll = [&](int value) {
+        for (int i = 0; i < 30; ++i)
+            m_two.host.set("AXIS1.V" + std::to_string(i), value);
+        m_two.core.noteChange();
+        m_two.core.step(m_now);
+    };
+    changeAll(0);
+    connectBoth();
+    m_now += 50ms;
+    changeAll(1);
+    m_now += 10ms;
+    changeAll(2);
+    m_two.core.noteChange();
+    EXPECT_EQ(m_two.core.due(), m_now + 200ms);
 }
 
 TEST_F(LinkCoreTest, ValueThatIsStaleThereIsStaleHereWithItsCause) {

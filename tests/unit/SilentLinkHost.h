@@ -23,7 +23,8 @@ public:
     void setFar(const std::string&, const Value&, const std::string&,
                 std::chrono::steady_clock::time_point) override {}
     void makeStale(const std::string&, const std::vector<std::string>&, const std::string&) override {}
-    void open(const std::string& driverID, int) override { opened.push_back(driverID); }
+    void open(const std::string& driverID, int, int) override { opened.push_back(driverID); }
+    void watch(const std::string&) override {}
     void close(const std::string& driverID) override { closed.push_back(driverID); }
     std::uint64_t send(const std::string&, const std::string&, const FIDParameterList&,
                        const std::string&) override {
