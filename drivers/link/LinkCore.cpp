@@ -144,6 +144,7 @@ void LinkCore::connected(IBroker& broker, Time now) {
         far.isSilent = false;
         far.tick.reset();
         far.heard = now;
+        far.asksSince.reset();
         ++far.round;
     }
     m_from = m_lastID + 1;
@@ -197,6 +198,7 @@ void LinkCore::step(Time now) {
         for (Far& far : m_fars)
             measure(far, now);
     }
+    answerAsking(now);
     if (m_publishAll && now >= *m_publishAll) {
         m_publishAll.reset();
         // What is not told anew from here on is gone.
@@ -241,6 +243,22 @@ void LinkCore::collect(Time now) {
     }
     m_nextStates = now + s_states;
     m_notBefore = now + std::min<Duration>(s_states, s_look * (1 + m_held.size()));
+}
+
+/// Other sites may ask each second; each has its budget. One that has to wait is not forgotten.
+void LinkCore::answerAsking(Time now) {
+    for (Far& far : m_fars) {
+        if (!far.asksSince || m_publishAll || m_isCompletePending)
+            continue;
+        // What was published after it had heard that tick is on its way.
+        if (*far.asksSince <= m_allPublished) {
+            far.asksSince.reset();
+        } else if (far.anew.take(now)) {
+            far.asksSince.reset();
+            m_publishAll = now + m_random(far.link.settings().spread);
+            m_isAsked = true;
+        }
+    }
 }
 
 /// What the tick tells of the others, of all of them one after another.
@@ -576,12 +594,8 @@ void LinkCore::takeTick(Far& far, const LinkMessage& message, Time now) {
     }
     const auto told = linkpayload::heard(message.payload, m_site);
     const auto age = told ? m_clock.age(told->tick, now) : std::nullopt;
-    // Unless what has been published since is on its way.
-    if (told && told->isAsking && age && now - *age > m_allPublished && !m_publishAll &&
-        !m_isCompletePending) {
-        m_publishAll = now + m_random(far.link.settings().spread);
-        m_isAsked = true;
-    }
+    if (told && told->isAsking && age)
+        far.asksSince = now - *age;
     const auto delay = age && *age >= told->ago ? std::optional<Duration>(*age - told->ago) : std::nullopt;
     if (const auto time = linkpayload::tickTime(message.payload))
         far.clock.take(*time, delay, now);

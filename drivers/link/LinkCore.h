@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "AnewBudget.h"
 #include "FIDParameterList.h"
 #include "FarClock.h"
 #include "IBroker.h"
@@ -102,6 +103,8 @@ private:
         bool isPublishing = false;         ///< it has begun, and not said that it has ended
         bool isSilent = false;             ///< it is said to be there, and was not heard for long
         bool isAsked = false;              ///< to publish everything anew, and has not begun to
+        std::optional<Time> asksSince;     ///< for everything anew, after that tick of ours
+        AnewBudget anew;                   ///< for that
         std::map<std::string, Sent> sent;  ///< by correlation data
         base::Throttle isFull;
         LineLimit lines;
@@ -145,6 +148,7 @@ private:
     std::string causeOf(const Far& far, Time now) const;
     void showAll(Far& far, Time now);
     void show(Far& far, const std::string& key, const Value& value, Time now);
+    void answerAsking(Time now);
     void takeUp(Far& far, const LinkMessage& message, Time now);
     void takeTick(Far& far, const LinkMessage& message, Time now);
     void takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message, Time now);

@@ -271,6 +271,15 @@ protected:
         parameters.add("x", x);
         return m_one.core.send(m_one, fid, parameters, m_now);
     }
+    /// SITE1 asks SITE2 with a tick.
+    void askForEverything() {
+        const auto heard = linkpayload::tick(last("mf/1/SITE2/tick").payload);
+        ASSERT_TRUE(heard);
+        m_two.core.received(
+            {.topic = "mf/1/SITE1/tick",
+             .payload = linkpayload::text(linkpayload::Tick{"b1", 100}, {}, {{"SITE2", *heard, 0us, true}})},
+            m_now);
+    }
     /// The last message of that topic.
     LinkMessage last(const std::string& topic) const {
         const auto found = std::find_if(m_broker.all.rbegin(), m_broker.all.rend(),
@@ -345,6 +354,43 @@ TEST_F(LinkCoreTest, AfterASilenceEverythingIsToldAnewAndWhatIsGoneIsGone) {
     EXPECT_EQ(std::count_if(m_broker.all.begin() + static_cast<long>(before), m_broker.all.end(),
                             [](const auto& message) { return !message.topic.ends_with("/tick"); }),
               0);
+}
+
+TEST_F(LinkCoreTest, SiteThatAsksForEverythingEachSecondIsToldThreeTimesAtOnceAndThenTwiceAMinute) {
+    m_two.host.set("AXIS1.POS", 40);
+    connectBoth();
+    m_one.cut();
+    const auto timesTold = [&] {
+        return std::count_if(m_broker.all.begin(), m_broker.all.end(), [](const LinkMessage& message) {
+            return message.topic == "mf/1/SITE2/state/AXIS1/POS";
+        });
+    };
+    const auto before = timesTold();
+    for (int second = 1; second <= 62; ++second) {
+        askForEverything();
+        pass(1s);
+        if (second == 10) {
+            EXPECT_EQ(timesTold() - before, 3);
+        }
+    }
+    EXPECT_EQ(timesTold() - before, 5);
+}
+
+TEST_F(LinkCoreTest, SiteThatHasAskedTooOftenIsToldWhenItsPauseIsOver) {
+    m_two.host.set("AXIS1.POS", 40);
+    connectBoth();
+    m_one.cut();
+    for (int i = 0; i < 4; ++i) {
+        askForEverything();
+        pass(2s);
+    }
+    m_two.host.set("AXIS1.POS", 41);
+    pass(1s);
+    const auto number = linkpayload::state(last("mf/1/SITE2/state/AXIS1/POS").payload).value().number;
+    pass(18s);
+    EXPECT_EQ(linkpayload::state(last("mf/1/SITE2/state/AXIS1/POS").payload).value().number, number);
+    pass(5s);
+    EXPECT_GT(linkpayload::state(last("mf/1/SITE2/state/AXIS1/POS").payload).value().number, number);
 }
 
 TEST_F(LinkCoreTest, FidsThatAreRefusedAreALineASecond) {
