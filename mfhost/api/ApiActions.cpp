@@ -181,6 +181,12 @@ void ApiActions::perform(const std::shared_ptr<PendingAction>& pAction, const Ap
     throw ApiFault(ECode::Busy, "the host has too many commands waiting");
 }
 
+void ApiActions::record(const ApiCaller& caller, const std::string& command) const {
+    const FidSenders::Asker asker = askerOf(caller);
+    Observation::Command(m_context.pObservation, {.origin = asker.origin, .who = asker.who}, command)
+        .setResult(true);
+}
+
 ApiAnswer ApiActions::answer(const ApiOutcome& outcome) const {
     if (!outcome.refusal.empty())
         throw ApiFault(ECode::Refused, outcome.refusal);
@@ -293,10 +299,7 @@ void ApiActions::changeAlarms(const ApiRequest& request, const AlarmChange& chan
             continue;
         ++count;
         json.value(key);
-        const std::string line = change.verb + key + change.arguments;
-        Observation::Command(m_context.pObservation, {.origin = askerOf(request.caller).origin, .who = who},
-                             line)
-            .setResult(true);
+        record(request.caller, change.verb + key + change.arguments);
         hostLog(sal::LogOutput::eInfo)
             << key << ": the alarm is " << change.said << " by " << who << std::endl;
     }
@@ -325,12 +328,9 @@ void ApiActions::changeControls(const ApiRequest& request) const {
     if (isTaken ? !isOwn : change.former.has_value()) {
         const std::string of = change.former && !isOwn ? " of " + former : "";
         const std::string over = change.former ? " over from " + former : "";
-        const FidSenders::Asker asker = askerOf(caller);
-        Observation::Command(m_context.pObservation, {.origin = asker.origin, .who = asker.who},
-                             isTaken ? "take the controls" + over : "give the controls" + of + " back")
-            .setResult(true);
+        record(caller, isTaken ? "take the controls" + over : "give the controls" + of + " back");
         hostLog(sal::LogOutput::eInfo)
-            << asker.who << (isTaken ? " takes the controls" + over : " gives the controls" + of + " back")
+            << caller.who() << (isTaken ? " takes the controls" + over : " gives the controls" + of + " back")
             << std::endl;
     }
     request.pAction->end({.body = m_reading.controls()});
@@ -345,10 +345,7 @@ void ApiActions::recordWire(const ApiRequest& request) const {
                        "\"seconds\" is at most " + std::to_string(s_longestWire.count()));
     if (!m_context.recordWire(request.name, time))
         throw ApiFault(ECode::Refused, "the host does not record (--record-off)");
-    const FidSenders::Asker asker = askerOf(request.caller);
-    const std::string line = "wire of " + request.name + " for " + std::to_string(time.count()) + " s";
-    Observation::Command(m_context.pObservation, {.origin = asker.origin, .who = asker.who}, line)
-        .setResult(true);
+    record(request.caller, "wire of " + request.name + " for " + std::to_string(time.count()) + " s");
     request.pAction->end({.body = s_nothing});
 }
 
@@ -455,11 +452,13 @@ void ApiActions::console(const ApiRequest& request) const {
 
 void ApiActions::shutDown(const ApiRequest& request) const {
     request.pAction->end({.body = s_nothing});
+    // Before the recording ends with the host.
+    record(request.caller, "shutdown");
     m_context.shutDown(request.caller.who());
 }
 
 void ApiActions::openPanel(const ApiRequest& request) const {
-    request.pAction->end(answerOf(m_context.panelCode(request.caller), request.caller.role));
+    giveCode(request, m_context.panelCode(request.caller), request.caller.role);
 }
 
 void ApiActions::pair(const ApiRequest& request) const {
@@ -469,7 +468,17 @@ void ApiActions::pair(const ApiRequest& request) const {
     if (role > request.caller.role)
         throw ApiFault(ECode::NotAllowed, request.caller.name + " has \"" + inWords(request.caller.role) +
                                               "\" and can give no more than that");
-    request.pAction->end(answerOf(m_context.pairCode(request.caller, role), role));
+    giveCode(request, m_context.pairCode(request.caller, role), role);
+}
+
+/// Who lets somebody in stands in the log; the code itself nowhere.
+void ApiActions::giveCode(const ApiRequest& request, const ApiWebCode& code, ERole role) const {
+    if (code.refusal.empty()) {
+        const std::string what = std::string("code for the web panel with the role ") + inWords(role);
+        logAction(request, what);
+        record(request.caller, what);
+    }
+    request.pAction->end(answerOf(code, role));
 }
 
 void ApiActions::endSession(const ApiRequest& request) const {
@@ -478,6 +487,8 @@ void ApiActions::endSession(const ApiRequest& request) const {
     const auto [pRead, fault] = std::from_chars(request.name.data(), pEnd, id);
     if (fault != std::errc() || pRead != pEnd || !m_context.endWebSession(id))
         throw ApiFault(ECode::NotFound, "there is no session " + request.name + " of the web panel");
-    logAction(request, "end of the web panel's session " + request.name);
+    const std::string what = "end of the web panel's session " + request.name;
+    logAction(request, what);
+    record(request.caller, what);
     request.pAction->end({.body = s_nothing});
 }

@@ -74,6 +74,9 @@ private:
     /// perform is false where there is no such alarm.
     void changeAlarms(const ApiRequest& request, const AlarmChange& change,
                       const std::function<bool(const std::string& key)>& perform) const;
+    void giveCode(const ApiRequest& request, const ApiWebCode& code, ERole role) const;
+    /// What is done at once goes into the stream as a command of the caller.
+    void record(const ApiCaller& caller, const std::string& command) const;
     ApiAnswer answer(const ApiOutcome& outcome) const;
     ApiAnswer answer(const ApiOutcome& outcome, const std::string& driverID, const char* pDone) const;
     void needDriver(const std::string& driverID) const;

@@ -69,16 +69,24 @@ void HostApi::addWeb(WebPort& port) {
         hostLog(sal::LogOutput::eError)
             << "no token for the web panel is taken over: " << m_parts.options.webTokens << ", " << fault
             << std::endl;
-    const std::string fault = m_server.addWeb({.port = port,
-                                               .sessions = m_webSessions,
-                                               .live = m_live,
-                                               .workplace = m_parts.options.config,
-                                               .pageFollower = [this](std::uint64_t session, bool isThere) {
-                                                   if (isThere)
-                                                       m_controls.pageCame(session);
-                                                   else
-                                                       m_controls.pageWent(session);
-                                               }});
+    const std::string fault = m_server.addWeb(
+        {.port = port,
+         .sessions = m_webSessions,
+         .live = m_live,
+         .workplace = m_parts.options.config,
+         .pageFollower =
+             [this](std::uint64_t session, bool isThere) {
+                 if (isThere)
+                     m_controls.pageCame(session);
+                 else
+                     m_controls.pageWent(session);
+             },
+         .recorder =
+             [this](const ApiCaller& caller, const std::string& what) {
+                 Observation::Command(m_context.pObservation,
+                                      {.origin = stream::EOrigin::Panel, .who = caller.who()}, what)
+                     .setResult(true);
+             }});
     if (!fault.empty()) {
         hostLog(sal::LogOutput::eError) << "runs without the web panel: " << fault << std::endl;
         return;

@@ -71,16 +71,18 @@ public:
         HttpLimits limits = m_settings.limits;
         limits.idleTime = s_webIdleTime;
         try {
+            WebListener::Parts parts{.port = web.port,
+                                     .sessions = web.sessions,
+                                     .live = web.live,
+                                     .workplace = web.workplace,
+                                     .http = limits,
+                                     .limits = {},
+                                     .channel = {}};
+            parts.pageFollower = web.pageFollower;
+            parts.recorder = web.recorder;
             m_pWeb = std::make_unique<WebListener>(
-                WebListener::Parts{.port = web.port,
-                                   .sessions = web.sessions,
-                                   .live = web.live,
-                                   .workplace = web.workplace,
-                                   .http = limits,
-                                   .limits = {},
-                                   .channel = {},
-                                   .pageFollower = web.pageFollower},
-                m_io, m_pDoor, [this](const ApiCall& given, auto answer) { call(given, std::move(answer)); });
+                std::move(parts), m_io, m_pDoor,
+                [this](const ApiCall& given, auto answer) { call(given, std::move(answer)); });
         } catch (const std::exception& error) {
             return error.what();
         }

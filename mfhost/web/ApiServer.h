@@ -48,6 +48,9 @@ public:
         std::string workplace;  ///< the workplace file
         /// Told on this server's thread of each page of a session that opens, and of its end.
         std::function<void(std::uint64_t session, bool isThere)> pageFollower = [](std::uint64_t, bool) {};
+        /// Told there of a session that is opened, or ended by itself, as who has done what.
+        std::function<void(const ApiCaller& caller, const std::string& what)> recorder =
+            [](const ApiCaller&, const std::string&) {};
     };
     /// Serves the open port from start() on. Before that; empty, or why it cannot be served.
     std::string addWeb(const Web& web);

@@ -336,7 +336,7 @@ void WebListener::handle(HttpRequest request, const ApiCaller& connection,
             return;
         }
         if (path == s_session && request.method == "POST") {
-            give(openSession(request, place));
+            give(openSession(request, connection));
             return;
         }
         const auto session = m_parts.sessions.find(m_gate.tokenOf(request, place));
@@ -348,7 +348,7 @@ void WebListener::handle(HttpRequest request, const ApiCaller& connection,
             return;
         }
         if (path == s_session && request.method == "DELETE") {
-            give(endSession(request, place));
+            give(endSession(*session, connection));
             return;
         }
         if (path == s_session)
@@ -394,7 +394,9 @@ bool WebListener::mayAct(std::uint64_t session) {
     return m_actions.try_emplace(session, m_parts.limits.actionsPerSecond, now).first->second.take(true, now);
 }
 
-ApiAnswer WebListener::openSession(const HttpRequest& request, const WebGate::Connection& place) {
+ApiAnswer WebListener::openSession(const HttpRequest& request, const ApiCaller& connection) {
+    const Connection& from = m_connections.at(connection.session);
+    const WebGate::Connection& place = from.place;
     if (!request.contentType.starts_with("application/json"))
         throw ApiFault(ECode::MediaType, "the body must be of the type application/json");
     const JsonValue body = readObject(request.body);
@@ -409,6 +411,7 @@ ApiAnswer WebListener::openSession(const HttpRequest& request, const WebGate::Co
     hostLog(sal::LogOutput::eInfo) << "the web panel is opened from " << place.remoteAddress << " by "
                                    << session.user << " with the role " << inWords(session.role)
                                    << ", session " << session.id << std::endl;
+    m_parts.recorder(callerOf(session, from, connection.session), "open the web panel");
     JsonText json;
     json.beginObject();
     // Elsewhere no script gets to see it.
@@ -428,11 +431,15 @@ ApiAnswer WebListener::openSession(const HttpRequest& request, const WebGate::Co
     return answer;
 }
 
-ApiAnswer WebListener::endSession(const HttpRequest& request, const WebGate::Connection& place) {
-    if (const auto session = m_parts.sessions.find(m_gate.tokenOf(request, place)))
-        m_parts.sessions.end(session->id);
+ApiAnswer WebListener::endSession(const WebSessions::Session& session, const ApiCaller& connection) {
+    const Connection& from = m_connections.at(connection.session);
+    if (m_parts.sessions.end(session.id)) {
+        const ApiCaller caller = callerOf(session, from, connection.session);
+        hostLog(sal::LogOutput::eInfo) << caller.who() << " signs out of the web panel" << std::endl;
+        m_parts.recorder(caller, "sign out of the web panel");
+    }
     ApiAnswer answer{.body = "{}"};
-    if (!place.isLoopback)
+    if (!from.place.isLoopback)
         answer.fields.emplace_back("Set-Cookie", m_gate.cookieWith("", 0));
     return answer;
 }

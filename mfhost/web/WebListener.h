@@ -48,6 +48,9 @@ public:
         LiveChannel::Settings channel;
         /// Told on the API's thread of each page of a session that opens, and of its end.
         std::function<void(std::uint64_t session, bool isThere)> pageFollower = [](std::uint64_t, bool) {};
+        /// Told there of a session that is opened, or ended by itself, as who has done what.
+        std::function<void(const ApiCaller& caller, const std::string& what)> recorder =
+            [](const ApiCaller&, const std::string&) {};
     };
     using Call = std::function<void(const ApiCall& call, std::function<void(ApiAnswer)> answer)>;
 
@@ -101,8 +104,8 @@ private:
     std::optional<ApiAnswer> takeOver(std::uint64_t id, Stream& stream, const HttpRequest& request);
     void remove(std::uint64_t connection);
 
-    ApiAnswer openSession(const HttpRequest& request, const WebGate::Connection& place);
-    ApiAnswer endSession(const HttpRequest& request, const WebGate::Connection& place);
+    ApiAnswer openSession(const HttpRequest& request, const ApiCaller& connection);
+    ApiAnswer endSession(const WebSessions::Session& session, const ApiCaller& connection);
     bool mayAct(std::uint64_t session);
 
     void openStream(std::uint64_t id, const WebSessions::Session& session);

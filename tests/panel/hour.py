@@ -12,7 +12,8 @@ from pathlib import Path
 sys.dont_write_bytecode = True
 
 from browser import Browser  # noqa: E402
-from many import VALUES, judged, own_kb  # noqa: E402
+from many import VALUES  # noqa: E402
+from realhost import judged, own_kb  # noqa: E402
 
 EACH_SECOND = 20
 PARTS = ["values", "stream", "send", "plan", "wall", "now"]

@@ -529,6 +529,10 @@ TEST_F(ApiActionsTest, CodesOfTheWebPanelAreTold) {
     EXPECT_THAT(act(&ApiActions::pair, "{}"), HasSubstr("\"role\":\"operate\""));
     EXPECT_THAT(act(&ApiActions::pair, "{\"role\":\"view\"}"), HasSubstr("\"role\":\"view\""));
     EXPECT_EQ((Texts{"pair operate for anna", "pair view for anna"}), m_host.calls);
+    const std::string log = m_log.finish();
+    EXPECT_THAT(log, HasSubstr("HOST: code for the web panel with the role admin, asked for by anna\n"));
+    EXPECT_THAT(log, HasSubstr("HOST: code for the web panel with the role view, asked for by anna\n"));
+    EXPECT_THAT(log, Not(HasSubstr("123456")));
 }
 
 TEST_F(ApiActionsTest, NobodyGivesAnotherDeviceMoreThanTheOwnRole) {
@@ -614,6 +618,16 @@ TEST_F(ApiActionsTest, WhatASessionOfThePanelAsksForIsOfThePanel) {
     act(&ApiActions::changeControls, R"({"take":true})");
     act(&ApiActions::changeControls, R"({"take":false})");
     m_caller = panel;
+    act(&ApiActions::endSession, "{}", "4");
+    act(&ApiActions::endSession, "{}", "5");
+    m_host.webCode.refusal = "the host has no web panel";
+    act(&ApiActions::openPanel, "{}");
+    m_host.webCode = {.refusal = "", .code = "123456", .url = "http://127.0.0.1:8080", .validFor = {}};
+    act(&ApiActions::openPanel, "{}");
+    act(&ApiActions::pair, R"({"role":"view"})");
+    m_context.recordWire = [](const auto&, auto) { return true; };
+    act(&ApiActions::recordWire, "{}", "AXIS1");
+    act(&ApiActions::shutDown, "{}");
     begin(&ApiActions::sendFid, R"({"fid":"AXIS1.MOVE"})");
     EXPECT_EQ(stream::EOrigin::Panel, m_host.sentFids.back().asker.origin);
     EXPECT_EQ("anna (web session 4 from 192.0.2.7)", m_host.sentFids.back().asker.who);
@@ -624,7 +638,15 @@ TEST_F(ApiActionsTest, WhatASessionOfThePanelAsksForIsOfThePanel) {
                "host command setStateValue AXIS1.LABEL from panel anna (web session 4 from 192.0.2.7)",
                "host command take the controls from panel anna (web session 4 from 192.0.2.7)",
                "host command take the controls over from anna (web session 4 from 192.0.2.7) from api otto",
-               "host command give the controls back from api otto"}),
+               "host command give the controls back from api otto",
+               "host command end of the web panel's session 4 from panel anna (web session 4 from "
+               "192.0.2.7)",
+               "host command code for the web panel with the role admin from panel anna (web session 4 from "
+               "192.0.2.7)",
+               "host command code for the web panel with the role view from panel anna (web session 4 from "
+               "192.0.2.7)",
+               "host command wire of AXIS1 for 60 s from panel anna (web session 4 from 192.0.2.7)",
+               "host command shutdown from panel anna (web session 4 from 192.0.2.7)"}),
         commands);
 }
 

@@ -64,19 +64,22 @@ protected:
     void start() {
         ASSERT_EQ(port.open(settings), "");
         m_pSut = std::make_unique<WebListener>(
-            WebListener::Parts{.port = port,
-                               .sessions = sessions,
-                               .live = source,
-                               .workplace = "/etc/mf/site.xml",
-                               .http = http,
-                               .limits = limits,
-                               .channel = {},
-                               .pageFollower =
-                                   [this](std::uint64_t session, bool isThere) {
-                                       const std::lock_guard lock(pagesMutex);
-                                       pages.push_back((isThere ? "came " : "went ") +
-                                                       std::to_string(session));
-                                   }},
+            WebListener::Parts{
+                .port = port,
+                .sessions = sessions,
+                .live = source,
+                .workplace = "/etc/mf/site.xml",
+                .http = http,
+                .limits = limits,
+                .channel = {},
+                .pageFollower =
+                    [this](std::uint64_t session, bool isThere) {
+                        const std::lock_guard lock(pagesMutex);
+                        pages.push_back((isThere ? "came " : "went ") + std::to_string(session));
+                    },
+                .recorder = [this](
+                                const ApiCaller& caller,
+                                const std::string& what) { recorded.push_back(caller.who() + ": " + what); }},
             m_io, m_pDoor, [this](const ApiCall& call, const Answer& answer) {
                 ApiAnswer given;
                 given.body = call.method + " " + call.target + " " + call.caller.name + " " +
@@ -160,8 +163,9 @@ protected:
     LogCapture log;
     const std::shared_ptr<IAnswerBody> pPieces = std::make_shared<Lines>();
     std::mutex pagesMutex;
-    std::vector<std::string> pages;  ///< what was told of them
-    std::string asker;               ///< of the last request that got to the API
+    std::vector<std::string> recorded;  ///< by whom
+    std::vector<std::string> pages;     ///< what was told of them
+    std::string asker;                  ///< of the last request that got to the API
     WebPort port;
     WebPort::Settings settings;
     WebListener::Limits limits;
@@ -239,6 +243,20 @@ TEST_F(WebListenerTest, SessionThatIsEndedAnswersNoMore) {
     const std::string given = token();
     EXPECT_EQ(ask("DELETE", "/api/v1/session", bearer(given)).status, 200);
     EXPECT_EQ(ask("GET", "/api/v1", bearer(given)).status, 401);
+}
+
+TEST_F(WebListenerTest, WhoOpensASessionAndEndsItIsRecordedAndInTheLog) {
+    start();
+    const std::string given = open(sessions.addCode(anna())).body.substr(10, 43);
+    EXPECT_EQ(open("nonsense").status, 403);
+    EXPECT_EQ(ask("DELETE", "/api/v1/session").status, 401);
+    EXPECT_EQ(ask("DELETE", "/api/v1/session", bearer(given)).status, 200);
+    end();
+    EXPECT_EQ(recorded, (std::vector<std::string>{"anna (web session 1 from 127.0.0.1): open the web panel",
+                                                  "anna (web session 1 from 127.0.0.1): sign out of the web "
+                                                  "panel"}));
+    EXPECT_THAT(log.text(),
+                HasSubstr("HOST: anna (web session 1 from 127.0.0.1) signs out of the web panel\n"));
 }
 
 TEST_F(WebListenerTest, RequestsForOtherNamesAndOfOtherPagesAreRefused) {
