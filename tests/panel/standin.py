@@ -115,6 +115,7 @@ class StandIn:
         self.faults = []  # what the page has asked for that the host would refuse as malformed
         self.pages = []
         self.is_beating = True  # else it stands still, as a process that is stopped
+        self.is_mute = False  # sends no heartbeats
         self.is_lost = False  # answers are not sent: the connection ends
         self.started = iso(int(time.time() * 1e6))
         self.known = {}  # request -> answer
@@ -224,7 +225,7 @@ class StandIn:
     def beat(self):
         while not self.stopped.wait(1):
             with self.lock:
-                if self.is_beating:
+                if self.is_beating and not self.is_mute:
                     for page in self.pages:
                         page.send({"kind": "heartbeat", "time": self.now(), "version": self.version})
 

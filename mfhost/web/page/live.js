@@ -163,6 +163,7 @@ export class LiveLink extends EventTarget {
         const lastUs = this.heardUs;
         this.#model.begin(message);
         this.#note(message.time);
+        this.#arm();
         this.dispatchEvent(new CustomEvent("hello", {detail: {isRestarted, isReturn, lastUs}}));
     }
 
@@ -170,13 +171,14 @@ export class LiveLink extends EventTarget {
         this.heardUs = us;
         this.#heardAt = performance.now();
         this.#heardWall = Date.now();
-        this.#arm();
     }
 
     #heard(us) {
         this.#note(us);
         if (this.#model.complete)
             this.#setState("live", "");
+        // How long the next silence may be is a matter of the state that it has by now.
+        this.#arm();
     }
 
     /** Both clocks: one stands still while the machine sleeps, the other may be set. */
