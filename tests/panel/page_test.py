@@ -1,6 +1,8 @@
 #!/usr/bin/python3
 """The web panel's page in a real browser, beside a stand-in for the host. One browser serves all tests; each has a host of
-its own, and so an origin of its own."""
+its own, and so an origin of its own.
+usage: tests/panel/page_test.py [--shard I/N] [unittest's words]
+  --shard I/N  every Nth test, from the Ith on"""
 
 import gzip
 import os
@@ -32,6 +34,7 @@ from standin import StandIn, driver, iso, link, value  # noqa: E402
 
 # How long a condition may take on a machine that does much else.
 PATIENCE = 60
+SHARD = slice(None)
 TEXTS = """
 const out = {};
 const t = await import("/text.js");
@@ -1068,19 +1071,18 @@ class Page(unittest.TestCase):
         wanted = """return [...document.querySelectorAll("button, a[href], input, select, summary, [tabindex='0']")].filter((each) => each.checkVisibility()
             && !each.disabled && each.tabIndex >= 0 && !(each.type === "radio" && !each.checked)).map((each) => {
             window.ids ??= new Map(); if (!window.ids.has(each)) window.ids.set(each, window.ids.size); return window.ids.get(each); })"""
-        at = "return window.ids.get(document.activeElement) ?? null"
+        watch = """document.activeElement.blur(); window.seen = []; window.bare = [];
+            document.addEventListener("focusin", ({target}) => { seen.push(ids.get(target) ?? null);
+                if (target !== document.body && getComputedStyle(target).outlineStyle === "none") bare.push(target.outerHTML); });"""
         for page in ("now", "values", "stream", "send", "plan", "wall", "sessions"):
             self.open(host, page)
             # What was told first is drawn with the next frame.
             self.driver.execute_async_script("const done = arguments[0]; requestAnimationFrame(() => requestAnimationFrame(() => done()))")
             stops = set(self.wait("controls", lambda: self.js(wanted)))
-            seen = set()
-            self.js("document.activeElement.blur()")
-            for _ in range(len(stops) + 3):
-                self.keys(Keys.TAB)
-                seen.add(self.js(at))
-                if self.js("return document.activeElement !== document.body && getComputedStyle(document.activeElement).outlineStyle === 'none'"):
-                    self.fail(f"{page}: no outline at {self.js('return document.activeElement.outerHTML')}")
+            self.js(watch)
+            self.keys(*[Keys.TAB] * (len(stops) + 3))
+            seen = set(self.js("return seen"))
+            self.assertEqual(self.js("return bare"), [], f"{page}: no outline")
             self.assertEqual(stops - seen, set(), f"{page}: {self.js('return [...window.ids].filter(([, id]) => arguments[0].includes(id)).map(([each]) => each.outerHTML)', list(stops - seen))}")
 
     def test_page_is_small_on_the_wire(self):
@@ -1185,6 +1187,15 @@ class Page(unittest.TestCase):
         })  # fmt: skip
 
 
+def load_tests(loader, _tests, _pattern):
+    """What the program runs where no test is named."""
+    return unittest.TestSuite(list(loader.loadTestsFromTestCase(Page))[SHARD])
+
+
 if __name__ == "__main__":
+    if sys.argv[1:2] == ["--shard"]:
+        first, step = (int(word) for word in sys.argv[2].split("/"))
+        SHARD = slice(first, None, step)
+        del sys.argv[1:3]
     os.environ.setdefault("NO_PROXY", "127.0.0.1,localhost")
     unittest.main()
