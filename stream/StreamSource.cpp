@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 #include "Crc32c.h"
 #include "Printable.h"
@@ -84,6 +85,7 @@ std::unique_ptr<StreamSource> StreamSource::open(const std::string& path, std::s
         pSource->m_pMapped = static_cast<std::byte*>(pMapped);
         pSource->m_pBase = pSource->m_pMapped;
     } else {
+        pSource->m_isDead = true;
         pSource->m_memory.resize(size / sizeof(std::uint64_t));
         if (!readAll(file.get(), pSource->m_memory))
             return refuse(std::string("cannot be read: ") + std::strerror(errno));
@@ -96,14 +98,22 @@ std::unique_ptr<StreamSource> StreamSource::open(const std::string& path, std::s
 }
 
 std::unique_ptr<StreamSource> StreamSource::ofBytes(std::vector<std::uint64_t> words, std::string& error) {
+    auto pSource = ofMemory(words, error);
+    // What is moved stays where it is.
+    if (pSource)
+        pSource->m_memory = std::move(words);
+    return pSource;
+}
+
+std::unique_ptr<StreamSource> StreamSource::ofMemory(std::span<std::uint64_t> words, std::string& error) {
     if (words.size() < s_page / sizeof(std::uint64_t)) {
         error = "a stream has at least 4096 bytes";
         return nullptr;
     }
     std::unique_ptr<StreamSource> pSource(new StreamSource);
-    pSource->m_memory = std::move(words);
-    pSource->m_fileSize = pSource->m_memory.size() * sizeof(std::uint64_t);
-    pSource->m_pBase = reinterpret_cast<std::byte*>(pSource->m_memory.data());
+    pSource->m_isDead = true;
+    pSource->m_fileSize = words.size_bytes();
+    pSource->m_pBase = reinterpret_cast<std::byte*>(words.data());
     return pSource->adopt(error) ? std::move(pSource) : nullptr;
 }
 
@@ -206,11 +216,11 @@ bool StreamSource::lookForWriter() {
 
 std::uint64_t StreamSource::head(ERing ring) const {
     const auto index = static_cast<std::size_t>(ring);
-    return m_memory.empty() ? header().heads[index].load(std::memory_order_acquire) : m_heads[index];
+    return m_isDead ? m_heads[index] : header().heads[index].load(std::memory_order_acquire);
 }
 
 std::uint64_t StreamSource::lastNumber() const {
-    return m_memory.empty() ? header().number.load(std::memory_order_acquire) : m_lastNumber;
+    return m_isDead ? m_lastNumber : header().number.load(std::memory_order_acquire);
 }
 
 std::uint64_t StreamSource::word(ERing ring, std::size_t index) const {
@@ -237,11 +247,12 @@ bool StreamSource::readWhole(ERing ring, std::uint64_t position, StreamRecord& r
     const std::size_t words = (length + 7) / 8;
     std::uint64_t body[layout::s_longestBodyWords];
     at += layout::s_headWords;
-    for (std::size_t i = 0; i < words; ++i, ++at) {
-        if (at == count)
-            at = 0;
-        body[i] = word(ring, at);
-    }
+    // A record may go on at the ring's beginning.
+    const std::size_t untilEnd = std::min(words, count - at);
+    for (std::size_t i = 0; i < untilEnd; ++i)
+        body[i] = word(ring, at + i);
+    for (std::size_t i = untilEnd; i < words; ++i)
+        body[i] = word(ring, i - untilEnd);
     std::uint32_t check = crc32c(m_salt, checked, std::size(checked));
     if (words > 0)
         check = crc32c(check, body, words);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,8 @@ public:
     static std::unique_ptr<StreamSource> open(const std::string& path, std::string& error);
     /// The same of a file's bytes, as a dead process left them.
     static std::unique_ptr<StreamSource> ofBytes(std::vector<std::uint64_t> words, std::string& error);
+    /// The same of bytes that outlive it, and stay as they are as long as it lives.
+    static std::unique_ptr<StreamSource> ofMemory(std::span<std::uint64_t> words, std::string& error);
     /// Whether a process holds the lock of the file's writer.
     static bool hasWriter(const std::string& path);
     ~StreamSource();
@@ -70,16 +73,17 @@ private:
     std::array<std::size_t, s_rings> m_sizes{};
     std::uint32_t m_salt = 0;
     bool m_isLive = false;
+    bool m_isDead = false;  ///< was so when it was opened
     std::string m_path;
     dev_t m_device = 0;
     ino_t m_inode = 0;
 
-    std::vector<std::uint64_t> m_memory;  ///< of a dead file
+    std::vector<std::uint64_t> m_memory;  ///< of a file that was dead
     std::byte* m_pMapped = nullptr;       ///< of another process's
     std::byte* m_pBase = nullptr;
     std::size_t m_fileSize = 0;
     std::array<std::uint64_t*, s_rings> m_pWords{};
-    /// Of a dead file.
+    /// Of one that was dead.
     std::array<std::uint64_t, s_rings> m_heads{};
     std::uint64_t m_lastNumber = 0;
 };

@@ -43,6 +43,39 @@ TEST_F(StreamSourceTest, TellsWhatTheRingIs) {
     EXPECT_EQ(sut.head(ERing::Audit), s_small + 64);
 }
 
+TEST_F(StreamSourceTest, ReadsMemoryThatIsLent) {
+    const auto pRing = ringOf(small());
+    pRing->write(at(1), exit("text"));
+    auto words = copyOf(*pRing);
+    std::string error;
+    const auto pSut = StreamSource::ofMemory(words, error);
+    ASSERT_NE(pSut, nullptr) << error;
+    EXPECT_FALSE(pSut->isLive());
+    EXPECT_EQ(pSut->lastNumber(), 1u);
+    EXPECT_EQ(pSut->head(ERing::Audit), s_small + 64);
+    stream::StreamRecord record;
+    std::size_t size = 0;
+    EXPECT_TRUE(pSut->read(ERing::Audit, s_small, record, size));
+    // No copy was made.
+    words[wordOf(ERing::Audit, s_small) + 4] = 0;
+    EXPECT_FALSE(pSut->read(ERing::Audit, s_small, record, size));
+}
+
+TEST_F(StreamSourceTest, ReadsARecordThatGoesOnAtTheBeginningOfItsRing) {
+    const auto pRing = ringOf(small());
+    // One of 96 bytes that begins 64 bytes before the end.
+    while (pRing->head(ERing::Audit) % s_small != s_small - 64)
+        pRing->write(at(1), exit(std::string(32, 'x')));
+    const std::uint64_t position = pRing->head(ERing::Audit);
+    const std::string text = std::string(40, 'a') + std::string(24, 'b');
+    pRing->write(at(2), exit(text));
+    stream::StreamRecord record;
+    std::size_t size = 0;
+    ASSERT_TRUE(sourceOf(copyOf(*pRing))->read(ERing::Audit, position, record, size));
+    EXPECT_EQ(record.text, text);
+    EXPECT_EQ(size, 96u);
+}
+
 TEST_F(StreamSourceTest, ReadsOnlyWhatIsWhole) {
     const auto pRing = ringOf(small());
     pRing->write(at(1), exit("text"));
