@@ -377,7 +377,10 @@ void LinkCore::unpublish(const std::string& topic) {
 void LinkCore::flush() {
     while (!m_dirty.empty() && m_pBroker->pending() < s_mostPending) {
         auto next = m_dirty.extract(m_dirty.begin());
-        publish({.topic = next.key(), .payload = next.mapped(), .isRetained = true});
+        LinkMessage message{.topic = next.key(), .payload = next.mapped(), .isRetained = true};
+        if (message.payload.empty())
+            message.properties = {{"id", m_boot + ":" + std::to_string(++m_lastID)}};
+        publish(message);
         if (const auto parts = LinkTopics::parse(next.key()))
             countOut(parts->driver);
     }
@@ -549,6 +552,8 @@ void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
         return;
     }
     const bool isOther = far.boot != up->boot;
+    if (isOther)
+        far.ends.clear();
     if (isOther && !far.boot.empty())
         giveUp(far, far.site() + " was started anew", now);
     far.boot = up->boot;
@@ -615,15 +620,32 @@ bool LinkCore::isEcho(const std::string& driver, const std::string& name) const 
     return !LinkPath(path).fault(m_site).empty();
 }
 
+/// The value is no more. One that has come meanwhile stays, whichever of both the broker has let overtake the
+/// other.
+void LinkCore::takeEnd(Far& far, const std::string& stateKey, const LinkMessage& message) {
+    const std::string id = message.property("id");
+    const auto end = bootOf(id).empty() ? std::nullopt : linkpayload::Tick::parse(id);
+    const auto known = far.values.find(stateKey);
+    if (end && known != far.values.end() && known->second.state.boot == end->boot &&
+        known->second.state.number > end->number)
+        return;
+    // What is overtaken comes soon.
+    if (far.ends.size() >= s_mostValues)
+        far.ends.clear();
+    if (end)
+        far.ends[stateKey] = *end;
+    if (known == far.values.end())
+        return;
+    far.values.erase(known);
+    far.link.panel().unsetStateValue(stateKey);
+}
+
 void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message, Time now) {
     if (!far.link.settings().imported.contain(parts.driver) || isEcho(parts.driver, parts.name))
         return;
     const std::string stateKey = key(parts);
-    if (message.payload.empty()) {
-        if (far.values.erase(stateKey) > 0)
-            far.link.panel().unsetStateValue(stateKey);
-        return;
-    }
+    if (message.payload.empty())
+        return takeEnd(far, stateKey, message);
     auto state = linkpayload::state(message.payload);
     if (!state)
         return;
@@ -635,6 +657,12 @@ void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMes
     if (known != far.values.end() && known->second.state.boot == state->boot &&
         known->second.state.number > state->number)
         return;
+    const auto end = far.ends.find(stateKey);
+    if (end != far.ends.end()) {
+        if (end->second.boot == state->boot && end->second.number > state->number)
+            return;
+        far.ends.erase(end);
+    }
     if (far.values.size() >= s_mostValues && known == far.values.end()) {
         if (far.isFull.passes())
             far.link.say(ELevel::eError, std::to_string(s_mostValues) + " values of " + far.site() +

@@ -98,6 +98,8 @@ private:
         bool isLive = false;
         std::string cause;  ///< why it is not
         std::map<std::string, Value> values;
+        /// The ends of values, for what they may have overtaken.
+        std::map<std::string, linkpayload::Tick> ends;
         /// Counts how often it has begun to publish everything, or is heard over a new connection.
         std::uint64_t round = 0;
         bool isPublishing = false;         ///< it has begun, and not said that it has ended
@@ -151,6 +153,7 @@ private:
     void answerAsking(Time now);
     void takeUp(Far& far, const LinkMessage& message, Time now);
     void takeTick(Far& far, const LinkMessage& message, Time now);
+    void takeEnd(Far& far, const std::string& stateKey, const LinkMessage& message);
     void takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message, Time now);
     void takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message);
     void takeReply(Far& far, const LinkMessage& message, Time now);

@@ -85,7 +85,10 @@ public:
         events_.push_back(id + " " + value);
     }
 
-    void set(const std::string& stateKey, Value value) { own[stateKey] = {std::move(value), ++version}; }
+    void set(const std::string& stateKey, Value value) {
+        std::erase(unset, stateKey);
+        own[stateKey] = {std::move(value), ++version};
+    }
     void unsetOwn(const std::string& stateKey) {
         own.erase(stateKey);
         unset = {stateKey};
@@ -769,6 +772,33 @@ TEST_F(LinkCoreTest, ValueThatIsOvertakenByANewerOneChangesNothing) {
     m_two.host.set("AXIS1.POS", 41);
     pass(1s);
     m_one.core.received(late, m_now);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "41");
+}
+
+TEST_F(LinkCoreTest, EndOfAValueThatOvertakesTheValueIsItsEnd) {
+    m_two.host.set("AXIS1.POS", 40);
+    connectBoth();
+    m_two.host.set("AXIS1.POS", 41);
+    m_two.core.step(m_now += 300ms);
+    m_two.host.unsetOwn("AXIS1.POS");
+    m_two.core.step(m_now += 300ms);
+    std::reverse(m_one.pEnd->inbox.begin(), m_one.pEnd->inbox.end());
+    pass(0ms);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "none");
+    m_two.host.set("AXIS1.POS", 42);
+    pass(300ms);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "42");
+}
+
+TEST_F(LinkCoreTest, EndOfAValueThatTheNextValueOvertakesIsNone) {
+    m_two.host.set("AXIS1.POS", 40);
+    connectBoth();
+    m_two.host.unsetOwn("AXIS1.POS");
+    m_two.core.step(m_now += 300ms);
+    m_two.host.set("AXIS1.POS", 41);
+    m_two.core.step(m_now += 300ms);
+    std::reverse(m_one.pEnd->inbox.begin(), m_one.pEnd->inbox.end());
+    pass(0ms);
     EXPECT_EQ(m_one.host["AXIS1.POS"], "41");
 }
 
