@@ -148,6 +148,7 @@ void LinkCore::connected(IBroker& broker, Time now) {
         ++far.round;
     }
     m_from = m_lastID + 1;
+    m_isHeard = false;
     publishUp(false);
     m_isCompletePending = false;
     m_publishAll = now + m_random(spread);
@@ -187,7 +188,9 @@ void LinkCore::step(Time now) {
             tell(far, fid, {EOutcome::Unknown, "no answer came"}, now);
         }
     }
-    if (!m_pBroker)
+    // A broker may close the connection right after it has refused the first word: whoever writes on
+    // meanwhile finds it closed, and does not read why.
+    if (!m_pBroker || !(m_isHeard |= m_pBroker->pending() == 0))
         return;
     if (now >= m_nextTick) {
         m_nextTick = now + s_tick;

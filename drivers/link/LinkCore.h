@@ -182,6 +182,7 @@ private:
     std::string m_lostReason = "not connected yet";
     bool m_wasTried = false;
     bool m_wasConnected = false;
+    bool m_isHeard = false;           ///< the broker has answered the first word over this connection
     bool m_isConnectedAgain = false;  ///< not the first connection of this instance
     unsigned m_rivals = 0;  ///< so many connections in a row began with the word of another instance
     TickClock m_clock;

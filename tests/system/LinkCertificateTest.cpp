@@ -71,3 +71,14 @@ TEST_F(LinkCertificate, OneOfAStrangerIsToldAsSuch) {
 TEST_F(LinkCertificate, NoneIsToldAsSuch) {
     expectNoBroker("certificate required");
 }
+
+TEST_F(LinkCertificate, ThatOfAnotherSiteMayNotSayWhatThisOneDoes) {
+    give(ownLink(), "NOBODY");
+    startBroker();
+    start();
+    EXPECT_TRUE(
+        host().waitForLog("SITE2: the broker refuses what SITE1 says: Not authorized; \"mfctl link acl\" "
+                          "prints what it must allow the user or certificate of SITE1\n"))
+        << host().log() << m_pBroker->log();
+    EXPECT_EQ(end(), 0);
+}

@@ -853,6 +853,19 @@ TEST_F(LinkCoreTest, ValueThatWasUnsetWhileTheLineWasCutIsGone) {
     EXPECT_EQ(m_one.host["AXIS1.SPEED"], "none");
 }
 
+TEST_F(LinkCoreTest, NothingIsSaidAfterTheFirstWordUntilTheBrokerHasAnsweredIt) {
+    m_two.host.set("AXIS1.POS", 40);
+    m_two.pEnd = std::make_unique<FakeBroker::End>(m_broker);
+    m_two.pEnd->room = 0;
+    m_two.core.connected(*m_two.pEnd, m_now);
+    m_two.core.step(m_now += 2s);
+    ASSERT_EQ(m_broker.all.size(), 1U);
+    EXPECT_EQ(m_broker.all.front().topic, "mf/1/SITE2/up");
+    m_two.pEnd->room = 100;
+    m_two.core.step(m_now);
+    EXPECT_EQ(m_broker.all.at(1).topic, "mf/1/SITE2/tick");
+}
+
 TEST_F(LinkCoreTest, LinkSaysOfItselfWhereItLeads) {
     EXPECT_EQ(m_one.host["LINK_SITE"], "SITE1");
     EXPECT_EQ(m_one.host["LINK_TO"], "SITE2");
