@@ -40,6 +40,7 @@ step "$(basename "$(dirname "$(dirname "$0")")") $name" && echo "Chaos of a minu
 """
 FUZZ = STEP + 'step "fuzz $2"\n'
 PACKAGE = STEP + 'step packages && echo "package test: passed, 1 s"\n'
+MEMORY = STEP + 'step "memory $2" && echo "recording_memory: host has +0 KB of its own since minute 0"\n'
 UNITS = ["unit_module", "unit_queue", "unit_queue_internals", "unit_stream", "unit_web", "process_traffic", "unit_sdk", "unit_mfhost"]
 
 
@@ -52,6 +53,8 @@ class SoakTest(unittest.TestCase):
         shutil.copy(ROOT / "dev", self.tree / "dev")
         self.write("fuzz/run", FUZZ)
         self.write("tools/run/package", PACKAGE)
+        self.write("tests/system/recording_memory.py", MEMORY)
+        self.write("build/dev/bin/mfhost", "")
         for preset in ("dev", "asan", "tsan"):
             for name in UNITS:
                 self.write(f"build/{preset}/bin/{name}", UNIT)
@@ -91,12 +94,13 @@ class SoakTest(unittest.TestCase):
                   for test in ("Leftovers.EnduranceOne", "Leftovers.EnduranceTwo", "Skipped.Endurance")]
         steps += ["fuzz WorkplaceFile", "fuzz DescriptorFile", "fuzz DriverMessages", "fuzz HostMessages", "fuzz CommandLine",
                   "fuzz HttpRequests", "fuzz Stream", "fuzz Api", "fuzz Link"]
-        return steps + ["dev kills", "asan chaos", "tsan chaos", "dev chaos default", "dev chaos", "packages"]
+        return steps + ["dev kills", "asan chaos", "tsan chaos", "dev chaos default", "dev chaos", "memory 1", "packages"]
 
     def test_whole_run_runs_every_step_once(self):
         status, output, steps = self.soak("1")
         self.assertEqual((status, steps), (0, self.all_steps()), output)
         self.assertIn("soak: build/dev: system_tests: 2 of 3 tests of whole hosts passed\n", output)
+        self.assertIn("soak: memory: recording_memory: host has +0 KB of its own since minute 0\n", output)
         self.assertIn("soak: packages: package test: passed, 1 s\n", output)
 
     def test_interrupted_run_goes_on_where_it_was(self):
@@ -146,11 +150,13 @@ class SoakTest(unittest.TestCase):
     def test_failed_part_says_so(self):
         status, output, _ = self.soak("--only", "packages", "1", fail_at="packages")
         self.assertEqual((status, "soak: packages: FAILED" in output), (1, True), output)
+        status, output, _ = self.soak("--only", "memory", "1", fail_at="memory 1")
+        self.assertEqual((status, "soak: memory FAILED (see above)" in output), (1, True), output)
 
     def test_part_that_is_none_is_refused(self):
         status, output, steps = self.soak("--only", "module", "1")
         self.assertEqual((status, output, steps),
-                         (1, 'soak: "module" is no part; there are units hosts fuzz chaos packages\n', []))
+                         (1, 'soak: "module" is no part; there are units hosts fuzz chaos memory packages\n', []))
 
     def test_number_that_is_none_is_refused(self):
         status, output, steps = self.soak("many")
