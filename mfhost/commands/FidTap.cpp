@@ -17,22 +17,6 @@ bool isAnyoneWatching() {
     return t_watched > 0 || FidWatch::ofThisThread();
 }
 
-[[gnu::noinline]] void tellBegin(DriverTable& drivers, const std::string& driverID, const std::string& fid,
-                                 const FIDParameterList& parameters) {
-    if (t_watched > 0)
-        drivers.fidBegins(driverID, fid, parameters);
-    if (FidWatch* const pWatch = FidWatch::ofThisThread())
-        pWatch->fidBegins(driverID, fid);
-}
-
-[[gnu::noinline]] void tellEnd(DriverTable& drivers, const std::string& driverID, bool ok,
-                               const char* exception) {
-    if (t_watched > 0)
-        drivers.fidEnded(driverID, ok, exception);
-    if (FidWatch* const pWatch = FidWatch::ofThisThread())
-        pWatch->fidEnded(ok, exception);
-}
-
 }  // namespace
 
 FidTap::WatchedThread::WatchedThread() {
@@ -69,17 +53,36 @@ void FidTap::loadFailed(const std::string& path, const std::string& reason) {
 
 void FidTap::fidBegins(const std::string& driverID, const std::string& fid,
                        const FIDParameterList& parameters) {
+    if (isAnyoneWatching())
+        return tellBegin(driverID, fid, parameters);
     if (m_pTrail)
         m_pTrail->fidBegins(driverID, fid, parameters);
-    if (isAnyoneWatching())
-        tellBegin(m_drivers, driverID, fid, parameters);
+}
+
+void FidTap::tellBegin(const std::string& driverID, const std::string& fid,
+                       const FIDParameterList& parameters) {
+    if (m_pTrail)
+        m_pTrail->fidBegins(driverID, fid, parameters);
+    if (t_watched > 0)
+        m_drivers.fidBegins(driverID, fid, parameters);
+    if (FidWatch* const pWatch = FidWatch::ofThisThread())
+        pWatch->fidBegins(driverID, fid);
 }
 
 void FidTap::fidEnded(const std::string& driverID, bool ok, const char* exception) {
+    if (isAnyoneWatching())
+        return tellEnd(driverID, ok, exception);
     if (m_pTrail)
         m_pTrail->fidEnded(ok, exception);
-    if (isAnyoneWatching())
-        tellEnd(m_drivers, driverID, ok, exception);
+}
+
+void FidTap::tellEnd(const std::string& driverID, bool ok, const char* exception) {
+    if (m_pTrail)
+        m_pTrail->fidEnded(ok, exception);
+    if (t_watched > 0)
+        m_drivers.fidEnded(driverID, ok, exception);
+    if (FidWatch* const pWatch = FidWatch::ofThisThread())
+        pWatch->fidEnded(ok, exception);
 }
 
 void FidTap::sent(const std::string& queue, std::uint32_t number, const unsigned char* data, int length,

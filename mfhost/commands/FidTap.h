@@ -56,6 +56,10 @@ public:
     void line(const std::string& output, int level, const std::string& text) override;
 
 private:
+    [[gnu::noinline]] void tellBegin(const std::string& driverID, const std::string& fid,
+                                     const FIDParameterList& parameters);
+    [[gnu::noinline]] void tellEnd(const std::string& driverID, bool ok, const char* exception);
+
     DriverTable& m_drivers;
     sal::Module::Observer& m_calls;
     sal::LogManager::Observer& m_log;

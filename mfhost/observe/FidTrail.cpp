@@ -71,6 +71,14 @@ std::string_view configurationCall(const unsigned char* data, int length) {
 
 /// A FID that is inside a driver.
 struct FidTrail::Delivery {
+    void begin(const std::string& driverID, std::uint16_t from) {
+        sender = from;
+        record = 0;
+        isTimed = false;
+        pDriverID = &driverID;
+        unknownLength = 0;
+    }
+
     std::uint16_t sender = 0;
     std::uint64_t record = 0;
     bool isTimed = false;  ///< its beginning was looked up, not taken over
@@ -131,17 +139,19 @@ struct FidTrail::Trail {
     std::string_view driverID() const { return queueName().substr(0, queueLength - s_outputEnd.size()); }
     /// That driver; null where it is too deep.
     Delivery* enter(const std::string& driverID, std::uint16_t from) {
-        if (depth++ == 0)
-            deliveredOutside = Observation::ofThread().delivered;
+        if (depth == 0)
+            return &enterOutermost(driverID, from);
+        ++depth;
         Delivery* const pDelivery = innermost();
-        if (pDelivery) {
-            pDelivery->sender = from;
-            pDelivery->record = 0;
-            pDelivery->isTimed = false;
-            pDelivery->pDriverID = &driverID;
-            pDelivery->unknownLength = 0;
-        }
+        if (pDelivery)
+            pDelivery->begin(driverID, from);
         return pDelivery;
+    }
+    Delivery& enterOutermost(const std::string& driverID, std::uint16_t from) {
+        depth = 1;
+        deliveredOutside = Observation::ofThread().delivered;
+        deliveries.front().begin(driverID, from);
+        return deliveries.front();
     }
     Delivery* innermost() { return depth == 0 || depth > s_deepest ? nullptr : &deliveries[depth - 1]; }
 };
@@ -287,9 +297,8 @@ void FidTrail::fidBegins(const std::string& driverID, const std::string& functio
                          const FIDParameterList& parameters) {
     Trail& trail = t_trail;
     if (passesOver(trail)) {
-        passOver(trail);
-        trail.enter(driverID, trail.sender);
-        return;
+        trail.enterOutermost(driverID, trail.sender);
+        return passOver(trail);
     }
     recordBegin(trail, driverID, function, parameters);
 }
@@ -324,15 +333,15 @@ void FidTrail::fidEnded(bool ok, const char* exception) {
     Trail& trail = t_trail;
     if (trail.depth == 0)
         return;
-    const Delivery* const pDelivery = trail.innermost();
     // What the driver has set meanwhile is not of the queue that this thread receives from.
     if (--trail.depth == 0)
         Observation::ofThread().delivered = trail.deliveredOutside;
-    if (pDelivery && !(ok && !exception && !pDelivery->isTimed))
-        recordEnd(*pDelivery, ok, exception);
+    if (trail.depth < Trail::s_deepest && !(ok && !exception && !trail.deliveries[trail.depth].isTimed))
+        recordEnd(ok, exception);
 }
 
-void FidTrail::recordEnd(const Delivery& delivery, bool ok, const char* exception) {
+void FidTrail::recordEnd(bool ok, const char* exception) {
+    const Delivery& delivery = t_trail.deliveries[t_trail.depth];
     const auto now = Clock::now();
     // Of one that is not recorded it is not known.
     const auto took = delivery.record == 0 ? Clock::duration::zero() : now - delivery.began;
@@ -361,6 +370,14 @@ void FidTrail::logged(const std::string& output, const std::string& text) {
 }
 
 void FidTrail::sent(const std::string& queue, const unsigned char* data, int length, bool ok) {
+    Trail& trail = t_trail;
+    if (passesOver(trail) && hasCode(data, length, protocol::sendFID) && queue.ends_with(s_inputEnd))
+        return passOver(trail);
+    recordSent(trail, queue, data, length, ok);
+}
+
+void FidTrail::recordSent(Trail& trail, const std::string& queue, const unsigned char* data, int length,
+                          bool ok) {
     if (!queue.ends_with(s_inputEnd))
         return;
     const std::string_view driverID = std::string_view(queue).substr(0, queue.size() - s_inputEnd.size());
@@ -370,9 +387,6 @@ void FidTrail::sent(const std::string& queue, const unsigned char* data, int len
             m_observation.configured(std::string(driverID), operation, ok, {});
         return;
     }
-    Trail& trail = t_trail;
-    if (passesOver(trail))
-        return passOver(trail);
     const std::string_view message = fieldsOf(data, length);
     Taken taken;
     if (!take(trail, driverID, firstText(message), taken)) {
@@ -390,6 +404,18 @@ void FidTrail::sent(const std::string& queue, const unsigned char* data, int len
 
 void FidTrail::received(const std::string& queue, const unsigned char* data, int length) {
     Trail& trail = t_trail;
+    // The next FID of a flood that is only counted; the share is looked at once a tick.
+    if (trail.isSpent && !trail.hasMessage && trail.serial == m_observation.serial() &&
+        trail.spentTick == m_observation.ticks() && trail.isFrom(queue) &&
+        Observation::ofThread().delivered == trail.deliveredBefore &&
+        hasCode(data, length, protocol::dispatchFID)) {
+        trail.hasMessage = true;
+        return;
+    }
+    takeReceived(trail, queue, data, length);
+}
+
+void FidTrail::takeReceived(Trail& trail, const std::string& queue, const unsigned char* data, int length) {
     if (trail.serial != m_observation.serial() || !trail.isFrom(queue)) {
         beginReceiving(trail, queue);
         if (trail.serial != m_observation.serial())
@@ -401,7 +427,6 @@ void FidTrail::received(const std::string& queue, const unsigned char* data, int
         settle(trail);
     if (hasCode(data, length, protocol::dispatchFID)) {
         trail.hasMessage = true;
-        // In a flood the share is looked at once a tick.
         const std::uint32_t now = m_observation.ticks();
         trail.isSpent = (trail.isSpent && trail.spentTick == now) || m_observation.isSpent(trail.sender);
         trail.spentTick = now;

@@ -106,13 +106,17 @@ private:
     // Apart from what a FID that is only counted passes: that has nothing to save for them.
     [[gnu::noinline]] void recordBegin(Trail& trail, const std::string& driverID, const std::string& function,
                                        const FIDParameterList& parameters);
-    [[gnu::noinline]] void recordEnd(const Delivery& delivery, bool ok, const char* exception);
+    [[gnu::noinline]] void recordEnd(bool ok, const char* exception);
+    [[gnu::noinline]] void recordSent(Trail& trail, const std::string& queue, const unsigned char* data,
+                                      int length, bool ok);
+    [[gnu::noinline]] void takeReceived(Trail& trail, const std::string& queue, const unsigned char* data,
+                                        int length);
     void beginReceiving(Trail& trail, const std::string& queue);
     void settle(Trail& trail);
     void endPending(Trail& trail);
     bool passesOver(const Trail& trail) const;
     void passOver(Trail& trail);
-    void tellRefused(Trail& trail);
+    [[gnu::noinline]] void tellRefused(Trail& trail);
 
     Observation& m_observation;
     const WhyNobody m_whyNobody;

@@ -320,6 +320,43 @@ TEST_F(FidTrailTest, EachFidOfADriverThatHasHadItsShareIsCounted) {
     EXPECT_EQ(recorded().back(), "X>B origin 0 outcome 0: B.STOP");
 }
 
+TEST_F(FidTrailTest, ReportsAndConfigurationAmongFidsThatAreOnlyCountedAreNone) {
+    for (int i = 0; i < 5000; ++i) {
+        receiveFid("B.MOVE");
+        deliver("B", "MOVE");
+    }
+    m_sut.waits("A_OUTQ");
+    const std::uint16_t sender = m_observation.number("A");
+    ASSERT_TRUE(m_observation.isSpent(sender));
+    const std::uint64_t refused = m_pRing->refused(sender);
+    for (int i = 0; i < 3; ++i) {
+        receiveFid("B.MOVE");
+        deliver("B", "MOVE");
+        receive("A_OUTQ", protocol::MessageWriter(protocol::setStateValueInt).string("X").int32(i));
+    }
+    receiveFid("C.MOVE");
+    const protocol::MessageWriter end(protocol::deinitialize);
+    m_sut.sent("C_INQ", end.data(), static_cast<int>(end.length()), true);
+    EXPECT_EQ(recorded().back(), "C configuration deinitialize done after 0 us");
+    send("C_INQ", "MOVE", true);
+    m_sut.waits("A_OUTQ");
+    EXPECT_EQ(m_pRing->refused(sender), refused + 4);
+    EXPECT_EQ(m_observation.reports("A").received, 3u);
+}
+
+TEST_F(FidTrailTest, FidsAreRecordedAgainWhenTheirSenderHasAShareAgain) {
+    for (int i = 0; i < 5000; ++i) {
+        receiveFid("B.MOVE");
+        deliver("B", "MOVE");
+    }
+    ASSERT_TRUE(m_observation.isSpent(m_observation.number("A")));
+    // What it would push out is older than a minute by now.
+    m_observation.tick(Observation::now() + std::chrono::seconds(61), Observation::Clock::now());
+    receiveFid("B.STOP");
+    deliver("B", "STOP");
+    EXPECT_EQ(recorded().back(), "A>B origin 0 outcome 0: B.STOP");
+}
+
 TEST_F(FidTrailTest, FidsThatFailAreOfTheirSendersShareAlone) {
     for (int i = 0; i < 5000; ++i) {
         receiveFid("B.DANCE");
