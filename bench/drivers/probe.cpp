@@ -3,10 +3,11 @@
 //   SEND kind= count= name= value= names=
 //       updates, as UpdateSeries has them; with gate= in bursts, as the BurstGate of that file lets them
 //       pass; with to= as FIDs to that driver, which was told PANEL with the same
-//   REPORT count= file= what= to=
+//   REPORT count= file= what= to= gate=
 //       updates, or with what=events events, with what=fids FIDs to that driver, and then a FID to itself,
 //       which comes back when the host has taken them all; the file gets when it began and when the FID was
-//       back, 64 bits each
+//       back, 64 bits each; with gate= FIDs in bursts, during which the HoldGate of that file holds that
+//       driver
 //   FILL to= count=
 //       an update, and then FIDs to a driver that was told EXPECT count=, each as long as a message can be
 //   FIDS to= count= parameter=
@@ -38,6 +39,7 @@
 #include <vector>
 
 #include "BurstGate.h"
+#include "HoldGate.h"
 #include "Job.h"
 #include "MessageCodes.h"
 #include "MfdDriver.h"
@@ -49,6 +51,7 @@ namespace {
 
 class Probe : public MfdDriverBase {
 public:
+    Probe() { sem_init(&m_passed, 0, 0); }
     ~Probe() override { stop(); }
 
     bool sendFID(const std::string& fid, const FIDParameterList& parameters) const override {
@@ -118,11 +121,20 @@ private:
             m_check.begin(job(parameters));
         } else if (fid == "REPORT") {
             m_file = parameters.value("file");
-            begin([this, count, what = parameters.value("what"), to = parameters.value("to")] {
-                report(count, what, to);
+            begin([this, count, what = parameters.value("what"), to = parameters.value("to"),
+                   gate = parameters.value("gate")] {
+                gate.empty() ? report(count, what, to) : reportInBursts(count, to, gate);
             });
         } else if (fid == "REPORTED") {
             writeReport();
+        } else if (fid == "PASSED") {
+            sem_post(&m_passed);
+        } else if (fid == "HOLD") {
+            if (!m_pHeld)
+                m_pHeld = std::make_unique<HoldGate>(parameters.value("gate"));
+            m_pHeld->hold();
+        } else if (fid == "RELEASED") {
+            m_pHeld->end();
         } else if (fid == "FILL") {
             begin([this, to = parameters.value("to"), count] { fill(to, count); });
         } else if (fid == "FIDS") {
@@ -231,6 +243,24 @@ private:
                 panel.triggerEvent(series.name(m_reported), "moved");
             else
                 panel.setStateValueInt(series.name(m_reported), static_cast<int>(m_reported));
+        }
+        sendToDriver(configuration().driverID + ".REPORTED", {});
+    }
+    void reportInBursts(std::uint64_t count, const std::string& to, const std::string& gateFile) {
+        const NumberedFids fids(to + ".M");
+        HoldGate gate(gateFile);
+        FIDParameterList hold;
+        hold.add("gate", gateFile);
+        m_beganAt = UpdateSeries::now();
+        for (std::uint64_t number = 0; number < count;) {
+            gate.begin();
+            sendToDriver(to + ".HOLD", hold);
+            for (const std::uint64_t end = std::min(number + HoldGate::s_size, count); number < end; ++number)
+                sendToDriver(fids[number], {});
+            sendToDriver(to + ".RELEASED", {});
+            sendToDriver(configuration().driverID + ".PASSED", {});
+            await(m_passed);
+            gate.release();
         }
         sendToDriver(configuration().driverID + ".REPORTED", {});
     }
@@ -397,6 +427,8 @@ private:
     UpdateCheck m_check;
     std::int64_t m_beganAt = 0;
     std::uint64_t m_reported = 0;
+    std::unique_ptr<HoldGate> m_pHeld;
+    sem_t m_passed{};
 
     std::thread m_thread;
 };

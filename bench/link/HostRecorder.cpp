@@ -18,10 +18,12 @@ namespace {
 struct Load {
     const char* name;
     const char* parameters;  ///< of REPORT
+    bool isInBursts = false;
 };
-constexpr std::array<Load, 4> g_loads{Load{"values", ""}, Load{"events", " what=events"},
+constexpr std::array<Load, 5> g_loads{Load{"values", ""}, Load{"events", " what=events"},
                                       Load{"fids to a process", " what=fids to=D01"},
-                                      Load{"fids to the host's process", " what=fids to=D02"}};
+                                      Load{"fids to the host's process", " what=fids to=D02"},
+                                      Load{"fids in bursts to a process", " to=D01", true}};
 
 ValueReports reportsOf(const HostProgram& host, const fs::path& directory, const std::string& parameters) {
     return {directory, [&host, parameters](int driver, const std::string& count, const std::string& file) {
@@ -64,7 +66,8 @@ void HostRecorder::measure(const Run& run, int pair, double seconds, int round) 
     if (run.readers > 0)
         readers.emplace(run.directory / "queues", run.readers);
     for (const Load& load : g_loads) {
-        const ValueReports reports = reportsOf(host, run.directory, load.parameters);
+        const std::string gate = load.isInBursts ? " gate=" + (run.directory / "gate").string() : "";
+        const ValueReports reports = reportsOf(host, run.directory, load.parameters + gate);
         for (JobLength length(seconds);;) {
             const ThreadClock receiving(host.pid(), HostProgram::driverID(0) + " receive");
             const double taken = reports.report(1, length.count()).seconds();

@@ -11,8 +11,9 @@ class HostRecorder {
 public:
     explicit HostRecorder(const Results& results) : m_results(results) {}
 
-    /// Values, events, FIDs to a driver process and to a driver in the host's process, by a host that records
-    /// or one that does not; a result for each, which takes so many seconds at least.
+    /// Values, events, FIDs to a driver process and to a driver in the host's process, and FIDs to a driver
+    /// process that takes none before a burst is whole, by a host that records or one that does not; a result
+    /// for each, which takes so many seconds at least.
     void measure(bool isRecorded, const std::filesystem::path& directory, int pair, double seconds,
                  int round) const;
     /// The same by a host that records, while so many follow all of it.
