@@ -1,11 +1,15 @@
 #include "HostRecorder.h"
 
 #include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "HostProgram.h"
 #include "JobLength.h"
+#include "OpenPages.h"
+#include "Patience.h"
 #include "RingReaders.h"
 #include "ThreadClock.h"
 #include "ValueReports.h"
@@ -54,17 +58,33 @@ void HostRecorder::measureRead(int readers, const fs::path& directory, int pair,
             pair, seconds, round);
 }
 
+void HostRecorder::measureShown(int pages, const fs::path& directory, int pair, double seconds,
+                                int round) const {
+    measure({.directory = directory,
+             .work = "recorded and shown",
+             .field = "pages",
+             .value = pages,
+             .pages = pages},
+            pair, seconds, round);
+}
+
 void HostRecorder::measure(const Run& run, int pair, double seconds, int round) const {
-    HostProgram host(
-        {.directory = run.directory,
-         .drivers = 3,
-         .driversInHost = 1,
-         .options = {"--start-wait=attached", run.isRecorded ? "--record-keep=1G" : "--record-off"}});
+    std::vector<std::string> options{"--start-wait=attached",
+                                     run.isRecorded ? "--record-keep=1G" : "--record-off"};
+    // Beside the directory, which the host's makes.
+    if (run.pages >= 0)
+        options.insert(options.end(),
+                       {"--web=0", "--web-tokens=" + OpenPages::makeTokens(run.directory.parent_path())});
+    HostProgram host({.directory = run.directory, .drivers = 3, .driversInHost = 1, .options = options});
     host.start();
     reportsOf(host, run.directory, "").report(2, 1);
     std::optional<RingReaders> readers;
     if (run.readers > 0)
         readers.emplace(run.directory / "queues", run.readers);
+    std::optional<OpenPages> pages;
+    if (run.pages > 0)
+        pages.emplace(host.log(), run.pages);
+    const std::uint64_t toldBefore = pages ? pages->told() : 0;
     for (const Load& load : g_loads) {
         const std::string gate = load.isInBursts ? " gate=" + (run.directory / "gate").string() : "";
         const ValueReports reports = reportsOf(host, run.directory, load.parameters + gate);
@@ -84,4 +104,7 @@ void HostRecorder::measure(const Run& run, int pair, double seconds, int round) 
             break;
         }
     }
+    // Else there is nothing beside which it was measured.
+    if (pages)
+        waitUntil("the news of the open pages", [&] { return pages->told() > toldBefore; });
 }

@@ -19,6 +19,9 @@ public:
     /// The same by a host that records, while so many follow all of it.
     void measureRead(int readers, const std::filesystem::path& directory, int pair, double seconds,
                      int round) const;
+    /// The same by a host that records, with so many open pages of its web panel.
+    void measureShown(int pages, const std::filesystem::path& directory, int pair, double seconds,
+                      int round) const;
 
 private:
     struct Run {
@@ -28,6 +31,7 @@ private:
         int value = 0;
         bool isRecorded = true;
         int readers = 0;
+        int pages = -1;  ///< below 0 there is no web port
     };
     void measure(const Run& run, int pair, double seconds, int round) const;
 

@@ -265,6 +265,15 @@ private:
         }
     }
 
+    void measurePages() {
+        const HostRecorder recorder(m_results);
+        for (int pair = 0; pair < m_amounts.pairsOf(m_round); ++pair) {
+            const bool isShownFirst = (m_round + pair) % 2 == 0;
+            for (const bool isShown : {isShownFirst, !isShownFirst})
+                recorder.measureShown(isShown ? 1 : 0, m_directory.next(), pair, m_amounts.seconds, m_round);
+        }
+    }
+
     /// The observers are there from the start of a workplace to its end.
     void measureObservers() {
         for (int pair = 0; pair < m_amounts.pairsOf(m_round); ++pair) {
@@ -364,11 +373,12 @@ const std::vector<Round::Part> Round::s_parts{
     {"relayed", &Round::measureRelayed, false},     {"merging", &Round::measureMerging, false},
     {"sizes", &Round::measureSizes, true},          {"fids", &Round::measureFids, false},
     {"observers", &Round::measureObservers, false}, {"recorder", &Round::measureRecorder, false},
-    {"readers", &Round::measureReaders, false},     {"stopped", &Round::measureStopped, false},
-    {"values", &Round::measureValues, false},       {"requests", &Round::measureRequests, false},
-    {"commands", &Round::measureCommands, false},   {"trips", &Round::measureTrips, false},
-    {"kills", &Round::measureKills, false},         {"news", &Round::measureNews, false},
-    {"starts", &Round::measureStarts, false},       {"fleet", &Round::measureFleet, true}};
+    {"readers", &Round::measureReaders, false},     {"pages", &Round::measurePages, false},
+    {"stopped", &Round::measureStopped, false},     {"values", &Round::measureValues, false},
+    {"requests", &Round::measureRequests, false},   {"commands", &Round::measureCommands, false},
+    {"trips", &Round::measureTrips, false},         {"kills", &Round::measureKills, false},
+    {"news", &Round::measureNews, false},           {"starts", &Round::measureStarts, false},
+    {"fleet", &Round::measureFleet, true}};
 
 void run(const Amounts& amounts) {
     if (const std::string refusal = enterSandbox({}); !refusal.empty())
