@@ -13,13 +13,13 @@ SWITCHES = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--
 
 
 class Browser:
-    """The driver is .driver; close() ends it and removes what it has written."""
+    """The driver is .driver; close() ends it and removes what it has written. switches are further ones of its command line."""
 
-    def __init__(self, width=1280, height=800):
+    def __init__(self, width=1280, height=800, switches=()):
         self.profile = tempfile.mkdtemp(prefix="mfhost-panel-")
         options = webdriver.ChromeOptions()
         options.binary_location = shutil.which("chromium") or "chromium"
-        for switch in [*SWITCHES, f"--user-data-dir={self.profile}", f"--window-size={width},{height}"]:
+        for switch in [*SWITCHES, *switches, f"--user-data-dir={self.profile}", f"--window-size={width},{height}"]:
             options.add_argument(switch)
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
         self.driver = webdriver.Chrome(service=Service(shutil.which("chromedriver") or "chromedriver"), options=options)
