@@ -689,10 +689,9 @@ void LinkCore::takeEvent(Far& far, const LinkTopics::Parts& parts, const LinkMes
 bool LinkCore::send(ILink& link, const std::string& fid, const FIDParameterList& parameters, Time now) {
     Far* const pFar = farOf(link);
     const LinkPath path(m_host.path());
-    // Who sends it here has no other sign than the line; who sends it from elsewhere hears of it there.
     const auto refuse = [&](const std::string& why, const char* pCause = nullptr) {
         const std::string line = base::printable(fid) + " is not sent: " + why;
-        if (pFar && !path.sites().empty())
+        if (pFar)
             warn(*pFar, pCause ? pCause : why, line, now);
         else
             link.say(ELevel::eWarning, line);
