@@ -21,13 +21,6 @@ void SimulatedLink::noteSent() {
     m_sent.push_back(steadyNanoseconds());
 }
 
-void SimulatedLink::noteRefused() {
-    const std::lock_guard lock(m_mutex);
-    if (!m_sent.empty())
-        m_sent.pop_back();
-    ++m_delays.notDone;
-}
-
 Delays SimulatedLink::takeDelays() {
     const std::lock_guard lock(m_mutex);
     return std::exchange(m_delays, {});

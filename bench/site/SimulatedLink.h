@@ -30,9 +30,8 @@ public:
     /// A value of the other side has come, and is live. The site's thread.
     void take(const std::string& key, const ILinkHost::Value& value);
     void makeStale(const std::string& key);
-    /// A FID is about to be sent; and it was not.
+    /// A FID is about to be sent.
     void noteSent();
-    void noteRefused();
     /// What was measured since the last call.
     Delays takeDelays();
 

@@ -41,8 +41,7 @@ void SimulatedWorkplace::sendFid(std::size_t link, const std::string& fid) {
     FIDParameterList parameters;
     parameters.add("percent", "40");
     m_links[link]->noteSent();
-    if (!m_pSite->send(*m_links[link], fid, parameters))
-        m_links[link]->noteRefused();
+    static_cast<void>(m_pSite->send(*m_links[link], fid, parameters));
 }
 
 bool SimulatedWorkplace::isComplete() const {

@@ -691,6 +691,9 @@ bool LinkCore::send(ILink& link, const std::string& fid, const FIDParameterList&
     const LinkPath path(m_host.path());
     const auto refuse = [&](const std::string& why, const char* pCause = nullptr) {
         const std::string line = base::printable(fid) + " is not sent: " + why;
+        // Who has sent it from another process has no other answer.
+        if (pFar && path.sites().empty())
+            link.panel().triggerEvent("OUTCOME", fid + ": refused: " + why);
         if (pFar)
             warn(*pFar, pCause ? pCause : why, line, now);
         else

@@ -58,8 +58,9 @@ void LinkJudge::addLog(const std::string& text) {
             continue;
         Fid& fid = m_fids[line.substr(begin + 4, end - begin - 4)];
         const std::string outcome = line.substr(end);
+        // The event says so, too.
         if (outcome.starts_with(" is not sent: "))
-            fid.isRefusedAtOnce = true;
+            fid.outcomes.insert("refused");
         for (const char* const pWords : {"refused", "expired", "not known"}) {
             if (outcome.starts_with(std::string(": ") + pWords))
                 fid.outcomes.insert(pWords);
@@ -75,7 +76,8 @@ std::vector<std::string> LinkJudge::findings() const {
             found["done twice"].push_back(id);
         if (!fid.doneAt.empty() && fid.doneAt.front() - sentAt(id) > m_oldest.count())
             found["done late"].push_back(id);
-        if (fid.told > 1 || fid.outcomes.size() + (fid.isRefusedAtOnce ? 1 : 0) > 1)
+        const bool isRefusedByBoth = fid.isRefusedAtOnce && fid.outcomes.contains("refused");
+        if (fid.told > 1 || fid.outcomes.size() + (fid.isRefusedAtOnce && !isRefusedByBoth ? 1 : 0) > 1)
             found["told twice what became of it"].push_back(id);
         if (fid.outcomes.contains("done") && fid.doneAt.empty())
             found["told that it was done, and it was not"].push_back(id);

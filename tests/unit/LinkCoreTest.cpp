@@ -1080,6 +1080,7 @@ TEST_F(LinkCoreTest, FidsThatAnOwnDriverFloodsToASiteThatIsAwayAreALineASecond) 
     EXPECT_THAT(m_one.lines, ElementsAre(line));
     pass(1500ms);
     EXPECT_THAT(m_one.lines, ElementsAre(line, line + "; it is the last of 99 such within a second"));
+    EXPECT_EQ(m_one.host.events_, Lines(100, "OUTCOME AXIS1.MOVE: refused: no broker: not connected yet"));
 }
 
 TEST_F(LinkCoreTest, OwnValuesDoNotComeBack) {
