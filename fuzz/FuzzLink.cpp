@@ -127,6 +127,7 @@ void readAlone(const std::string& topic, const std::string& payload) {
         expect(linkpayload::state(linkpayload::text(*state)).has_value(), "a value is read back");
     if (const auto event = linkpayload::event(payload))
         expect(linkpayload::event(linkpayload::text(*event)).has_value(), "an event is read back");
+    expectSame(linkpayload::sums(payload), [](const std::string& text) { return linkpayload::sums(text); });
     expectSame(linkpayload::reply(payload), [](const std::string& text) { return linkpayload::reply(text); });
     if (const auto heard = linkpayload::heard(payload, "SITE1")) {
         const auto tick = linkpayload::Tick{"b", 1};

@@ -27,6 +27,9 @@ constexpr std::size_t s_longestPayload = 64 * 1024;
 constexpr std::size_t s_longestID = 128;
 /// One tick tells of so many other sites; of further ones the next ticks do.
 constexpr std::size_t s_mostHeard = 8;
+/// How often a site tells what it has told, and of how many drivers at once.
+constexpr std::chrono::seconds s_sums{5};
+constexpr std::size_t s_mostSummed = 64;
 constexpr const char* s_delay = "LINK_DELAY";
 constexpr const char* s_rateIn = "LINK_IN";
 constexpr const char* s_rateOut = "LINK_OUT";
@@ -145,10 +148,13 @@ void LinkCore::connected(IBroker& broker, Time now) {
         far.tick.reset();
         far.heard = now;
         far.asksSince.reset();
+        far.losses.begin();
+        far.summed.reset();
         ++far.round;
     }
     m_from = m_lastID + 1;
     m_isHeard = false;
+    m_nextSums = now + s_sums;
     publishUp(false);
     m_isCompletePending = false;
     m_publishAll = now + m_random(spread);
@@ -218,6 +224,10 @@ void LinkCore::step(Time now) {
     if (!m_publishAll && (now >= m_nextStates || (next && now >= *next)))
         collect(now);
     flush();
+    if (now >= m_nextSums) {
+        m_nextSums = now + s_sums;
+        publishSums();
+    }
 }
 
 std::optional<LinkCore::Time> LinkCore::due() const {
@@ -235,7 +245,7 @@ void LinkCore::collect(Time now) {
     publishEvents();
     m_nextHeld.reset();
     for (auto held = m_held.begin(); held != m_held.end();) {
-        const Time next = m_published[held->first] + s_states;
+        const Time next = m_published[held->first].at + s_states;
         if (next > now) {
             m_nextHeld = std::min(m_nextHeld.value_or(next), next);
             ++held;
@@ -316,15 +326,15 @@ void LinkCore::countOut(const std::string& driverID) {
 
 /// With the next flush().
 void LinkCore::tell(const std::string& topic, const ILinkHost::State& state, Time now) {
-    m_published[topic] = now;
+    m_published[topic] = {now, ++m_lastID};
     m_dirty[topic] = linkpayload::text(
-        linkpayload::State{state.value, clockAt(state.reported), m_boot, ++m_lastID, state.staleCause});
+        linkpayload::State{state.value, clockAt(state.reported), m_boot, m_lastID, state.staleCause});
 }
 
 void LinkCore::collectStates(Time now) {
     const ILinkHost::Changes changes = m_host.changes(m_version);
     m_version = changes.version;
-    std::map<std::string, Time> former;
+    std::map<std::string, Told> former;
     if (changes.isComplete) {
         former.swap(m_published);
         m_held.clear();
@@ -343,7 +353,7 @@ void LinkCore::collectStates(Time now) {
         former.erase(topic);
         m_unset.erase(topic);
         const auto told = m_published.find(topic);
-        if (told != m_published.end() && told->second + s_states > now) {
+        if (told != m_published.end() && told->second.at + s_states > now) {
             m_held[topic] = state;
         } else {
             m_held.erase(topic);
@@ -393,6 +403,28 @@ void LinkCore::flush() {
     }
 }
 
+/// Of some drivers after the other; of none while values wait. In the order of the values, which ticks of QoS
+/// 0 may overtake.
+void LinkCore::publishSums() {
+    linkpayload::Sums sums{m_boot, {}};
+    const bool areWaiting = m_publishAll || m_isCompletePending || !m_dirty.empty();
+    auto next = areWaiting ? m_published.end() : m_published.upper_bound(m_lastSummed);
+    if (next == m_published.end() && !areWaiting)
+        next = m_published.begin();
+    for (m_lastSummed.clear(); next != m_published.end(); ++next) {
+        const auto parts = LinkTopics::parse(next->first);
+        if (!parts)
+            continue;
+        if (sums.drivers.size() >= s_mostSummed && !sums.drivers.contains(parts->driver))
+            break;
+        auto& [count, numbers] = sums.drivers[parts->driver];
+        ++count;
+        numbers += next->second.number;
+        m_lastSummed = next->first;
+    }
+    publish({.topic = LinkTopics::tick(m_site), .payload = linkpayload::text(sums)});
+}
+
 void LinkCore::publishEvents() {
     for (const ILinkHost::Event& event : m_host.events(m_lastEvent)) {
         m_lastEvent = event.number;
@@ -414,7 +446,10 @@ std::string LinkCore::causeOf(const Far& far, Time now) const {
         return far.site() + " has not been heard yet";
     if (!far.isUp)
         return far.site() + " is away";
-    if (!far.tick || far.tick->boot != far.boot || now - far.heard > s_silence)
+    // Where the broker waits for a confirmation that does not come through, ticks of QoS 0 come and values do
+    // not.
+    if (!far.tick || far.tick->boot != far.boot || now - far.heard > s_silence ||
+        (far.summed && now - *far.summed > s_silence))
         return far.site() + " is not heard";
     return {};
 }
@@ -422,7 +457,8 @@ std::string LinkCore::causeOf(const Far& far, Time now) const {
 /// Whether the far site is there, and what follows when that has changed.
 void LinkCore::judge(Far& far, Time now) {
     const std::string cause = causeOf(far, now);
-    far.isSilent |= m_pBroker && far.isUp && now - far.heard > s_silence;
+    far.isSilent |= m_pBroker && far.isUp &&
+                    (now - far.heard > s_silence || (far.summed && now - *far.summed > s_silence));
     if (cause.empty() ? far.isLive : !far.isLive && cause == far.cause)
         return;
     const bool wasLive = std::exchange(far.isLive, cause.empty());
@@ -469,8 +505,13 @@ void LinkCore::show(Far& far, const std::string& stateKey, const Value& value, T
 
 void LinkCore::received(const LinkMessage& message, Time now) {
     const auto parts = LinkTopics::parse(message.topic);
-    if (!parts || message.payload.size() > s_longestPayload)
+    if (!parts)
         return;
+    if (message.payload.size() > s_longestPayload) {
+        if (Far* const pFar = farOf(parts->site))
+            pFar->losses.exclude(parts->driver);
+        return;
+    }
     if (parts->site == m_site) {
         if (parts->kind == LinkTopics::EKind::Fid)
             takeFid(*parts, message, now);
@@ -555,8 +596,10 @@ void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
         return;
     }
     const bool isOther = far.boot != up->boot;
-    if (isOther)
+    if (isOther) {
         far.ends.clear();
+        far.summed.reset();
+    }
     if (isOther && !far.boot.empty())
         giveUp(far, far.site() + " was started anew", now);
     far.boot = up->boot;
@@ -565,6 +608,7 @@ void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
     // What it had before may have changed since: it was not heard meanwhile.
     const bool isAnew = !far.isComplete && (isOther || !far.isPublishing);
     if (isAnew) {
+        far.losses.begin();
         ++far.round;
         // Who has connected in the middle of it has had the first ones from the broker already.
         for (auto& [stateKey, value] : far.values) {
@@ -592,10 +636,15 @@ void LinkCore::takeUp(Far& far, const LinkMessage& message, Time now) {
 }
 
 void LinkCore::takeTick(Far& far, const LinkMessage& message, Time now) {
-    auto tick = linkpayload::tick(message.payload);
     // One that a broker keeps is of long ago.
-    if (!tick || message.isRetained)
+    if (message.isRetained)
         return;
+    auto tick = linkpayload::tick(message.payload);
+    if (!tick) {
+        if (const auto sums = linkpayload::sums(message.payload))
+            takeSums(far, *sums, now);
+        return;
+    }
     if (far.clockBoot != tick->boot) {
         far.clockBoot = tick->boot;
         far.clock.forget();
@@ -613,6 +662,36 @@ void LinkCore::takeTick(Far& far, const LinkMessage& message, Time now) {
     if (far.isLive && delay)
         far.link.panel().setStateValueFloat(s_delay,
                                             std::chrono::duration<float, std::milli>(*delay).count());
+}
+
+/// A broker or a bridge that has dropped values has told nobody; which ones they were nobody knows.
+void LinkCore::takeSums(Far& far, const linkpayload::Sums& sums, Time now) {
+    if (sums.boot == far.boot)
+        far.summed = now;
+    judge(far, now);
+    for (const auto& [driver, told] : sums.drivers) {
+        if (!far.isLive || !far.isComplete || far.isAsked || sums.boot != far.boot)
+            return;
+        if (!far.link.settings().imported.contain(driver))
+            continue;
+        linkpayload::Sums::Sum here;
+        const std::string prefix = driver + ".";
+        for (auto value = far.values.lower_bound(prefix);
+             value != far.values.end() && value->first.starts_with(prefix); ++value) {
+            if (value->second.state.boot != far.boot)
+                continue;
+            ++here.count;
+            here.numbers += value->second.state.number;
+        }
+        if (!far.losses.compare(driver, here == told, now))
+            continue;
+        far.isAsked = true;
+        ++far.round;
+        showAll(far, now);
+        far.link.say(ELevel::eWarning, "values of " + base::printable(driver) + " at " + far.site() +
+                                           " were lost on the way, and are asked for anew; a broker drops "
+                                           "what it may not keep (mosquitto: max_queued_messages)");
+    }
 }
 
 /// Values and events of ours that come back, or that have gone through too many sites.
@@ -644,14 +723,16 @@ void LinkCore::takeEnd(Far& far, const std::string& stateKey, const LinkMessage&
 }
 
 void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMessage& message, Time now) {
-    if (!far.link.settings().imported.contain(parts.driver) || isEcho(parts.driver, parts.name))
+    if (!far.link.settings().imported.contain(parts.driver))
         return;
+    if (isEcho(parts.driver, parts.name))
+        return far.losses.exclude(parts.driver);
     const std::string stateKey = key(parts);
     if (message.payload.empty())
         return takeEnd(far, stateKey, message);
     auto state = linkpayload::state(message.payload);
     if (!state)
-        return;
+        return far.losses.exclude(parts.driver);
     // Left at the broker by an instance that is gone.
     if (far.isUp && far.isComplete && state->boot != far.boot)
         return;
@@ -667,6 +748,7 @@ void LinkCore::takeState(Far& far, const LinkTopics::Parts& parts, const LinkMes
         far.ends.erase(end);
     }
     if (far.values.size() >= s_mostValues && known == far.values.end()) {
+        far.losses.exclude(parts.driver);
         if (far.isFull.passes())
             far.link.say(ELevel::eError, std::to_string(s_mostValues) + " values of " + far.site() +
                                              " are kept at most; " + base::quoted(stateKey) +

@@ -21,6 +21,7 @@
 #include "LinkPath.h"
 #include "LinkPayload.h"
 #include "LinkTopics.h"
+#include "LossWatch.h"
 #include "SeenIDs.h"
 #include "Throttle.h"
 #include "TickClock.h"
@@ -93,6 +94,7 @@ private:
         bool isComplete = false;
         std::optional<linkpayload::Tick> tick;
         Time heard{};
+        std::optional<Time> summed;  ///< when its sums were heard last, which come in the order of its values
         FarClock clock;
         std::string clockBoot;  ///< of the instance whose clock that is
         bool isLive = false;
@@ -102,15 +104,21 @@ private:
         std::map<std::string, linkpayload::Tick> ends;
         /// Counts how often it has begun to publish everything, or is heard over a new connection.
         std::uint64_t round = 0;
-        bool isPublishing = false;         ///< it has begun, and not said that it has ended
-        bool isSilent = false;             ///< it is said to be there, and was not heard for long
-        bool isAsked = false;              ///< to publish everything anew, and has not begun to
+        bool isPublishing = false;  ///< it has begun, and not said that it has ended
+        bool isSilent = false;      ///< it is said to be there, and was not heard for long
+        bool isAsked = false;       ///< to publish everything anew, and has not begun to
+        LossWatch losses;
         std::optional<Time> asksSince;     ///< for everything anew, after that tick of ours
         AnewBudget anew;                   ///< for that
         std::map<std::string, Sent> sent;  ///< by correlation data
         base::Throttle isFull;
         LineLimit lines;
         LinkMeter meter;
+    };
+    /// A value of ours, as the broker has it.
+    struct Told {
+        Time at;
+        std::uint64_t number = 0;
     };
     /// Why a FID from outside is not done.
     struct Refusal {
@@ -151,6 +159,8 @@ private:
     void showAll(Far& far, Time now);
     void show(Far& far, const std::string& key, const Value& value, Time now);
     void answerAsking(Time now);
+    void publishSums();
+    void takeSums(Far& far, const linkpayload::Sums& sums, Time now);
     void takeUp(Far& far, const LinkMessage& message, Time now);
     void takeTick(Far& far, const LinkMessage& message, Time now);
     void takeEnd(Far& far, const std::string& stateKey, const LinkMessage& message);
@@ -201,11 +211,13 @@ private:
     std::uint64_t m_version = 0;
     std::uint64_t m_lastEvent = 0;
     std::map<std::string, std::string> m_dirty;  ///< payloads to be published, by topic
-    std::map<std::string, Time> m_published;     ///< when each value was told last, by topic
-    std::set<std::string> m_left;                ///< topics that another instance has left
-    std::set<std::string> m_unset;               ///< topics of values that were there once
-    Time m_allPublished{};                       ///< when everything was last
-    std::map<std::uint64_t, Taken> m_taken;      ///< by the host's number
+    std::map<std::string, Told> m_published;     ///< by topic
+    Time m_nextSums{};
+    std::string m_lastSummed;                ///< topic of the last value that was summed up
+    std::set<std::string> m_left;            ///< topics that another instance has left
+    std::set<std::string> m_unset;           ///< topics of values that were there once
+    Time m_allPublished{};                   ///< when everything was last
+    std::map<std::uint64_t, Taken> m_taken;  ///< by the host's number
     base::Throttle m_strange;
     base::Throttle m_refused;
 };

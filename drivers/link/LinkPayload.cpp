@@ -186,6 +186,14 @@ std::string text(const Tick& tick, Time at, const std::vector<Heard>& heard) {
            "}";
 }
 
+std::string text(const Sums& sums) {
+    std::string drivers;
+    for (const auto& [driver, sum] : sums.drivers)
+        drivers += (drivers.empty() ? "" : ", ") + base::jsonText(driver) + ": [" +
+                   std::to_string(sum.count) + ", " + std::to_string(sum.numbers) + "]";
+    return "{" + textField("boot", sums.boot) + ", " + field("told", "{" + drivers + "}") + "}";
+}
+
 std::string text(const Reply& reply) {
     return "{" + textField("outcome", inWords(reply.outcome)) +
            (reply.text.empty() ? std::string() : ", " + textField("text", reply.text)) + "}";
@@ -273,6 +281,22 @@ std::optional<Heard> heard(std::string_view bytes, const std::string& site) {
     if (!told || !ago || *ago > s_longestHold)
         return std::nullopt;
     return Heard{site, *told, std::chrono::microseconds(*ago), flagOf(*one, "anew").value_or(false)};
+}
+
+std::optional<Sums> sums(std::string_view bytes) {
+    const auto json = object(bytes);
+    auto boot = json ? textOf(*json, "boot") : std::nullopt;
+    const auto drivers = json ? json->find("told") : Json::const_iterator();
+    if (!boot || boot->empty() || drivers == json->end() || !drivers->is_object())
+        return std::nullopt;
+    Sums sums{std::move(*boot), {}};
+    for (const auto& [driver, sum] : drivers->items()) {
+        if (!sum.is_array() || sum.size() != 2 || !sum[0].is_number_unsigned() ||
+            !sum[1].is_number_unsigned())
+            return std::nullopt;
+        sums.drivers[driver] = {sum[0].get<std::uint64_t>(), sum[1].get<std::uint64_t>()};
+    }
+    return sums;
 }
 
 std::optional<Reply> reply(std::string_view bytes) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -67,6 +68,22 @@ struct Heard {
     bool operator==(const Heard&) const = default;
 };
 
+/// What a site has told of the values of its drivers, in the order of its messages: who has others has lost
+/// some.
+struct Sums {
+    struct Sum {
+        std::uint64_t count = 0;    ///< of values
+        std::uint64_t numbers = 0;  ///< the sum of their newest numbers
+
+        bool operator==(const Sum&) const = default;
+    };
+
+    std::string boot;
+    std::map<std::string, Sum> drivers;
+
+    bool operator==(const Sums&) const = default;
+};
+
 enum class EOutcome { Done, Refused, Expired, Unknown };
 
 struct Reply {
@@ -84,6 +101,7 @@ std::string text(const State& state);
 std::string text(const Event& event);
 /// Told at that time, by the clock of the site.
 std::string text(const Tick& tick, Time at, const std::vector<Heard>& heard = {});
+std::string text(const Sums& sums);
 std::string text(const Reply& reply);
 /// Nothing where a name or a value is no UTF-8, which JSON could not hold as it is.
 std::optional<std::string> text(const FIDParameterList& parameters);
@@ -96,6 +114,7 @@ std::optional<Tick> tick(std::string_view bytes);
 std::optional<Time> tickTime(std::string_view bytes);
 /// Of the bytes of a tick, what is said of that site; nothing where nothing is.
 std::optional<Heard> heard(std::string_view bytes, const std::string& site);
+std::optional<Sums> sums(std::string_view bytes);
 std::optional<Reply> reply(std::string_view bytes);
 /// At most 255 parameters of at most 255 bytes each, name and value.
 std::optional<FIDParameterList> parameters(std::string_view bytes);

@@ -38,7 +38,7 @@ protected:
              {std::tuple("SITE1", " out ", " in "), {"SITE2", " in ", " out "}}) {
             const std::string tree = "topic mf/1/" + std::string(site);
             bridge += tree + "/state/#" + way + "1\n" + tree + "/event/#" + way + "1\n" + tree + "/reply/#" +
-                      way + "1\n" + tree + "/up" + way + "1\n" + tree + "/tick" + way + "0\n" + tree +
+                      way + "1\n" + tree + "/up" + way + "1\n" + tree + "/tick" + way + "1\n" + tree +
                       "/fid/#" + back + "1\n";
         }
         writeFile(directory / "broker.conf", settings + bridge);

@@ -283,10 +283,11 @@ protected:
              .payload = linkpayload::text(linkpayload::Tick{"b1", 100}, {}, {{"SITE2", *heard, 0us, true}})},
             m_now);
     }
-    /// The last message of that topic.
+    /// The last message of that topic, sums aside.
     LinkMessage last(const std::string& topic) const {
-        const auto found = std::find_if(m_broker.all.rbegin(), m_broker.all.rend(),
-                                        [&](const auto& message) { return message.topic == topic; });
+        const auto found = std::find_if(m_broker.all.rbegin(), m_broker.all.rend(), [&](const auto& message) {
+            return message.topic == topic && !linkpayload::sums(message.payload);
+        });
         return found == m_broker.all.rend() ? LinkMessage() : *found;
     }
 
@@ -802,6 +803,56 @@ TEST_F(LinkCoreTest, EndOfAValueThatTheNextValueOvertakesIsNone) {
     EXPECT_EQ(m_one.host["AXIS1.POS"], "41");
 }
 
+TEST_F(LinkCoreTest, ValueThatABrokerHasDroppedIsAskedForAnew) {
+    m_two.host.set("AXIS1.POS", 40);
+    m_two.host.set("AXIS1.SPEED", 1);
+    connectBoth();
+    pass(20s);
+    ASSERT_EQ(m_one.host["AXIS1.POS"], "40");
+    m_one.lines.clear();
+    m_two.host.set("AXIS1.POS", 41);
+    m_two.core.step(m_now += 300ms);
+    std::erase_if(m_one.pEnd->inbox,
+                  [](const LinkMessage& message) { return message.topic.ends_with("/POS"); });
+    // Others change meanwhile.
+    for (int i = 2; i < 20; ++i) {
+        m_two.host.set("AXIS1.SPEED", i);
+        pass(1s);
+    }
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "41");
+    EXPECT_THAT(m_one.lines,
+                ElementsAre("values of AXIS1 at SITE2 were lost on the way, and are asked for anew; "
+                            "a broker drops what it may not keep (mosquitto: max_queued_messages)"));
+}
+
+TEST_F(LinkCoreTest, EndOfAValueThatABrokerHasDroppedIsFoundAsWell) {
+    m_two.host.set("AXIS1.POS", 40);
+    m_two.host.set("AXIS1.SPEED", 1);
+    connectBoth();
+    m_two.host.unsetOwn("AXIS1.POS");
+    m_two.core.step(m_now += 300ms);
+    m_one.pEnd->inbox.clear();
+    pass(20s);
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "none");
+    EXPECT_EQ(m_one.host["AXIS1.SPEED"], "1");
+}
+
+TEST_F(LinkCoreTest, NothingIsAskedForAnewWhereNothingWasLost) {
+    m_two.host.set("AXIS1.POS", 0);
+    m_two.host.set("AXIS1.NAME", std::string("x"));
+    connectBoth();
+    for (int i = 0; i < 300; ++i) {
+        m_two.host.set("AXIS1.POS", i);
+        if (i % 7 == 0)
+            m_two.host.unsetOwn("AXIS1.NAME");
+        else
+            m_two.host.set("AXIS1.NAME", std::string("y"));
+        pass(200ms);
+    }
+    EXPECT_THAT(m_one.lines, ElementsAre("SITE2 is there"));
+    EXPECT_EQ(last("mf/1/SITE1/tick").payload.find("anew"), std::string::npos);
+}
+
 TEST_F(LinkCoreTest, SiteSaysAgainThatItIsThereWhereItsWordWasSpoilt) {
     connectBoth();
     pass(1s);
@@ -1081,6 +1132,25 @@ TEST_F(LinkCoreTest, FidsThatAnOwnDriverFloodsToASiteThatIsAwayAreALineASecond) 
     pass(1500ms);
     EXPECT_THAT(m_one.lines, ElementsAre(line, line + "; it is the last of 99 such within a second"));
     EXPECT_EQ(m_one.host.events_, Lines(100, "OUTCOME AXIS1.MOVE: refused: no broker: not connected yet"));
+}
+
+TEST_F(LinkCoreTest, SiteWhoseTicksComeAndWhoseValuesAreHeldBackIsNotHeard) {
+    m_two.host.set("AXIS1.POS", 40);
+    connectBoth();
+    pass(10s);
+    for (int i = 0; i < 12; ++i) {
+        m_two.host.set("AXIS1.POS", i);
+        for (int step = 0; step < 10; ++step) {
+            m_two.core.step(m_now += 100ms);
+            std::erase_if(m_one.pEnd->inbox, [](const LinkMessage& message) { return message.qos > 0; });
+            pass(0ms);
+        }
+    }
+    EXPECT_EQ(m_one.host["LINK"], "SITE2 is not heard");
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "40 stale: SITE2 is not heard");
+    pass(15s);
+    EXPECT_EQ(m_one.host["LINK"], "up");
+    EXPECT_EQ(m_one.host["AXIS1.POS"], "11");
 }
 
 TEST_F(LinkCoreTest, OwnValuesDoNotComeBack) {

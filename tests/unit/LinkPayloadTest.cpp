@@ -46,6 +46,8 @@ TEST(LinkPayload, TextsAreTheseToTheByte) {
         R"({"v": "a\"\u000a", "t": "string", "at": "2026-11-22T12:15:16.900Z", "boot": "0a1b", "n": 123})");
     EXPECT_EQ(text(Event{"hot", s_time, "0a1b:124"}),
               R"({"v": "hot", "at": "2026-11-22T12:15:16.900Z", "id": "0a1b:124"})");
+    EXPECT_EQ(text(Sums{"0a1b", {{"A \"1\"", {20, 4711}}, {"B", {1, 3}}}}),
+              R"({"boot": "0a1b", "told": {"A \"1\"": [20, 4711], "B": [1, 3]}})");
     EXPECT_EQ(text(Reply{EOutcome::Done, ""}), R"({"outcome": "done"})");
     EXPECT_EQ(text(Reply{EOutcome::Refused, "no such driver"}),
               R"({"outcome": "refused", "text": "no such driver"})");
@@ -54,6 +56,19 @@ TEST(LinkPayload, TextsAreTheseToTheByte) {
     parameters.add("percent", "40");
     parameters.add("percent", "\"");
     EXPECT_EQ(text(parameters), R"({"p": [["percent","40"],["percent","\""]]})");
+}
+
+TEST(LinkPayload, SumsAreReadAsTheyAreWritten) {
+    using namespace linkpayload;
+    const Sums written{"0a1b", {{"A", {20, 4711}}, {"B", {0, 0}}}};
+    EXPECT_EQ(sums(text(written)), written);
+    for (const char* pBytes :
+         {"", "[]", R"({"told": {}})", R"({"boot": "", "told": {}})", R"({"boot": "b"})",
+          R"({"boot": "b", "told": []})", R"({"boot": "b", "told": {"A": 1}})",
+          R"({"boot": "b", "told": {"A": [1]}})", R"({"boot": "b", "told": {"A": [1, -1]}})",
+          R"({"boot": "b", "told": {"A": [1, "2"]}})"})
+        EXPECT_EQ(sums(pBytes), std::nullopt) << pBytes;
+    EXPECT_EQ(tick(text(written)), std::nullopt);
 }
 
 TEST(LinkPayload, OfWhatIsNoWordAboutTheSiteNothingIsRead) {
