@@ -28,7 +28,7 @@ constexpr std::size_t s_longestID = 128;
 /// One tick tells of so many other sites; of further ones the next ticks do.
 constexpr std::size_t s_mostHeard = 8;
 /// How often a site tells what it has told, and of how many drivers at once.
-constexpr std::chrono::seconds s_sums{5};
+constexpr std::chrono::seconds s_sums{1};
 constexpr std::size_t s_mostSummed = 64;
 constexpr const char* s_delay = "LINK_DELAY";
 constexpr const char* s_rateIn = "LINK_IN";
