@@ -165,9 +165,9 @@ TEST_F(WebPanel, OperatorShelvesAndAcknowledgesAnAlarmInTheNameOfTheWebSession) 
     // It is recorded by then; the limit is for a host that has not.
     const std::string monitor =
         (TestWorkplace::build() / "bin/mfctl").string() + " monitor --host " + socket();
-    // Each with its end, but for the last.
+    // Each with its end, but for the last; the code and the session that it has opened are the first two.
     const std::string commands =
-        execute("timeout 60 " + monitor + " --from oldest --kind command --count 5").text;
+        execute("timeout 60 " + monitor + " --from oldest --kind command --count 9").text;
     for (const char* pLine : {"shelve E[.]DRIVER 0", "shelve E[.]DRIVER 60", "acknowledge E[.]DRIVER"})
         EXPECT_THAT(commands,
                     ContainsRegex("command " + std::string(pLine) + " .*root \\(web session [0-9]+ from "));
@@ -196,8 +196,8 @@ TEST_F(WebPanel, ControlsAreTakenOverInTheNameOfBothAndAPageIsTold) {
                                             "\\(web session [0-9]+ from 127[.]0[.]0[.]1\\)\n"));
     const std::string monitor =
         (TestWorkplace::build() / "bin/mfctl").string() + " monitor --host " + socket();
-    // Each with its end, but for the last.
-    EXPECT_THAT(execute("timeout 60 " + monitor + " --from oldest --kind command --count 3").text,
+    // Each with its end, but for the last; the code and the session that it has opened are the first two.
+    EXPECT_THAT(execute("timeout 60 " + monitor + " --from oldest --kind command --count 7").text,
                 ContainsRegex("command take the controls over from root \\(web session .*root"));
     EXPECT_EQ(end(), 0);
 }
