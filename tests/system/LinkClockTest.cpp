@@ -25,11 +25,17 @@ protected:
     /// How far SITE2's clock is ahead, as its ticks tell it.
     static std::chrono::seconds ahead() {
         BrokerClient witness("STRANGER", "third");
-        if (!witness.connect() || !witness.subscribe("mf/1/SITE2/tick") ||
-            !witness.until([&] { return !witness.received().empty(); }))
-            return 0s;
-        const std::string tick = witness.received().front().payload;
         const std::string field = "\"at\": \"";
+        std::string tick;
+        // Beside its sums.
+        if (!witness.connect() || !witness.subscribe("mf/1/SITE2/tick") || !witness.until([&] {
+                for (const auto& message : witness.received()) {
+                    if (message.payload.find(field) != std::string::npos)
+                        tick = message.payload;
+                }
+                return !tick.empty();
+            }))
+            return 0s;
         const auto begin = tick.find(field) + field.size();
         const auto told = base::utcTime(tick.substr(begin, tick.find('"', begin) - begin));
         const auto now = std::chrono::system_clock::now();
