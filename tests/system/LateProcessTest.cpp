@@ -100,6 +100,8 @@ protected:
         ASSERT_NE(fresh, 0);
         ::kill(late, SIGCONT);
         EXPECT_TRUE(endsWithin(late, 10000));
+        // One that has not stopped yet would stop after it was continued.
+        EXPECT_TRUE(eventually([this] { return isStopped(fresh); }));
         ::kill(fresh, SIGCONT);
     }
     void expectTheSuccessorServes(HostProcess& host) {
