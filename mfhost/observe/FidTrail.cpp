@@ -106,6 +106,7 @@ struct FidTrail::Trail {
     std::array<char, 255> queue{};
     std::uint64_t reports = 0;
     std::uint64_t deliveredBefore = 0;
+    std::uint32_t settledTick = 0;  ///< when reports were told last: once a tick, and before it waits
     bool hasMessage = false;      ///< with a FID that is not delivered yet; the module's own buffer is reused
     bool isSpent = false;         ///< its sender has had its share: the FID is not looked at
     std::uint32_t spentTick = 0;  ///< when that was looked at
@@ -407,7 +408,6 @@ void FidTrail::received(const std::string& queue, const unsigned char* data, int
     // The next FID of a flood that is only counted; the share is looked at once a tick.
     if (trail.isSpent && !trail.hasMessage && trail.serial == m_observation.serial() &&
         trail.spentTick == m_observation.ticks() && trail.isFrom(queue) &&
-        Observation::ofThread().delivered == trail.deliveredBefore &&
         hasCode(data, length, protocol::dispatchFID)) {
         trail.hasMessage = true;
         return;
@@ -423,11 +423,13 @@ void FidTrail::takeReceived(Trail& trail, const std::string& queue, const unsign
     }
     if (trail.hasMessage)
         endPending(trail);
-    if (Observation::ofThread().delivered != trail.deliveredBefore)
+    const std::uint32_t now = m_observation.ticks();
+    if (trail.settledTick != now) {
         settle(trail);
+        trail.settledTick = now;
+    }
     if (hasCode(data, length, protocol::dispatchFID)) {
         trail.hasMessage = true;
-        const std::uint32_t now = m_observation.ticks();
         trail.isSpent = (trail.isSpent && trail.spentTick == now) || m_observation.isSpent(trail.sender);
         trail.spentTick = now;
         if (trail.isSpent)
@@ -453,8 +455,10 @@ void FidTrail::waits(const std::string& queue) {
 }
 
 void FidTrail::beginReceiving(Trail& trail, const std::string& queue) {
-    if (trail.serial == m_observation.serial())
+    if (trail.serial == m_observation.serial()) {
+        settle(trail);
         tellRefused(trail);
+    }
     trail.serial = 0;
     trail.hasMessage = false;
     trail.isSpent = false;
