@@ -145,8 +145,9 @@ EExit DriverCommands::runs(const std::string& driverID) {
     if (runs.flag("more"))
         screen.out << "there is more before that: mfctl recording show" << std::endl;
     else if (!runs.flag("recorded"))
-        screen.out << "of the time before the host's start nothing is known: it does not record (--record-off)"
-                   << std::endl;
+        screen.out
+            << "of the time before the host's start nothing is known: it does not record (--record-off)"
+            << std::endl;
     return EExit::Done;
 }
 
