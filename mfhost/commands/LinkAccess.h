@@ -24,7 +24,7 @@ public:
 
     /// Both outlive the object.
     LinkAccess(StateStore& store, FidSenders& senders);
-    ~LinkAccess();
+    ~LinkAccess() override;
     LinkAccess(const LinkAccess&) = delete;
     LinkAccess& operator=(const LinkAccess&) = delete;
 
