@@ -98,10 +98,11 @@ protected:
     void continueBoth() const {
         ASSERT_NE(late, 0);
         ASSERT_NE(fresh, 0);
+        // One that has not stopped yet would stop after it was continued, and the host may not know of it
+        // yet.
+        EXPECT_TRUE(eventually([this] { return isStopped(fresh); }));
         ::kill(late, SIGCONT);
         EXPECT_TRUE(endsWithin(late, 10000));
-        // One that has not stopped yet would stop after it was continued.
-        EXPECT_TRUE(eventually([this] { return isStopped(fresh); }));
         ::kill(fresh, SIGCONT);
     }
     void expectTheSuccessorServes(HostProcess& host) {

@@ -190,6 +190,9 @@ protected:
             return host().ask("state --now SITE2.E.N").find("no state value matches SITE2.E.N\n") !=
                    std::string::npos;
         })) << host().output();
+        // The driver process of the host before may have taken its time to end.
+        EXPECT_TRUE(other().repliesWith("drivers", "E +Echo .* running "))
+            << other().output() << other().log();
         expectSets(value);
     }
     /// The exit code is that of a host of which a line of the input has failed.
