@@ -114,7 +114,8 @@ protected:
             ::kill(pid, SIGKILL);
     }
 
-    /// In the script, "note NAME" writes the shell's number into the file of that name.
+    /// In the script, "note NAME" writes the shell's number into the file of that name. The shell itself
+    /// does, so that no process of its own is left when the file is there.
     void start(const std::string& script) {
         sal::Path shell("/bin/sh");
         ASSERT_TRUE(sal::Process::createProcess("sh", shell, {"-c", m_prelude + script}));
@@ -155,9 +156,10 @@ protected:
     }
 
     TemporaryDirectory m_directory;
-    const std::string m_prelude = "cd " + m_directory.path() +
-                                  "; note() { sh -c 'echo $PPID > '$1.draft; mv $1.draft $1; }; "
-                                  "stay() { while :; do sleep 1000; done; }; ";
+    const std::string m_prelude =
+        "cd " + m_directory.path() +
+        "; note() { sh -c 'echo $PPID' > $1.draft; read number < $1.draft; echo $number > $1; }; "
+        "stay() { while :; do sleep 1000; done; }; ";
 
 private:
     void processStarted(const sal::Process::Started& process) override { m_process = process; }
