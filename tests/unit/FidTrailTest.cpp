@@ -254,6 +254,16 @@ TEST_F(FidTrailTest, ReportsAreCountedAndThoseThatAreMergedAway) {
     EXPECT_EQ(m_observation.reports("A").delivered, 3u);
 }
 
+TEST_F(FidTrailTest, ReportsOfADriverAreCountedWhenItsThreadTurnsToAnother) {
+    const auto report = protocol::MessageWriter(protocol::setStateValueInt).string("X").int32(1);
+    receive("A_OUTQ", report);
+    Observation::ofThread().delivered += 1;
+    receive("B_OUTQ", report);
+    EXPECT_EQ(m_observation.reports("A").received, 1u);
+    EXPECT_EQ(m_observation.reports("A").delivered, 1u);
+    EXPECT_EQ(m_observation.reports("B").delivered, 0u);
+}
+
 TEST_F(FidTrailTest, WhatADriverSetsInsideAFidIsNotOfTheQueue) {
     receiveFid("B.MOVE");
     m_sut.fidBegins(m_driverB, "MOVE", {});
