@@ -51,6 +51,12 @@ target_compile_options(mfd_flags INTERFACE
 target_compile_options(mfd_flags INTERFACE $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict>)
 target_link_options(mfd_flags INTERFACE -Wl,--no-undefined)
 
+if(CMAKE_UNITY_BUILD)
+    # Sources that are compiled several at a time are not in gcc's eyes the main file, whose unnamed namespace may
+    # hold what it likes.
+    add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+endif()
+
 if(MFD_SANITIZE)
     # The sanitizers' own symbols come from the executable, so a library may leave them open.
     add_compile_options(-fsanitize=${MFD_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

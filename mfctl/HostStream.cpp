@@ -9,7 +9,7 @@
 
 namespace {
 /// Before it is asked again where the stream has ended.
-constexpr std::chrono::milliseconds s_pause{200};
+constexpr std::chrono::milliseconds s_openPause{200};
 }  // namespace
 
 bool HostStream::readOnce(const std::string& target, bool follows, const Take& take) {
@@ -42,7 +42,7 @@ bool HostStream::readOnce(const std::string& target, bool follows, const Take& t
 
 bool HostStream::read(const std::string& query, unsigned last, bool follows, const Take& take) {
     const std::string begin = "/stream?" + query + "&lines=1" + (follows ? "" : "&follow=0");
-    for (;; std::this_thread::sleep_for(s_pause)) {
+    for (;; std::this_thread::sleep_for(s_openPause)) {
         std::string reason = "the host at " + m_client.socket() + " has ended the stream";
         try {
             const std::string from =

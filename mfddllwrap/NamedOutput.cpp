@@ -13,7 +13,7 @@
 namespace {
 
 /// More than a driver has to say of itself.
-constexpr std::size_t s_longest = 64u << 10;
+constexpr std::size_t s_longestRead = 64u << 10;
 
 void flushOutput() {
     std::cout.flush();
@@ -21,7 +21,7 @@ void flushOutput() {
 }
 
 std::string contentOf(int fd) {
-    std::string text(s_longest, '\0');
+    std::string text(s_longestRead, '\0');
     std::size_t length = 0;
     while (length < text.size()) {
         const ssize_t count =

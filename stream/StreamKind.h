@@ -54,6 +54,10 @@ constexpr std::size_t s_kinds = 64;
 constexpr ERing ringOf(EKind kind) {
     return kind >= EKind::Text && kind <= EKind::Unset ? ERing::Values : ERing::Audit;
 }
+/// A value that was set, or that is unset.
+constexpr bool isValue(EKind kind) {
+    return ringOf(kind) == ERing::Values;
+}
 
 /// A driver, or an operator, may cause any number of these: they are kept to a share of the ring. The others
 /// are rare, or the host's own.

@@ -21,7 +21,7 @@ constexpr std::chrono::milliseconds s_states{200};
 /// of that is not worth many looks.
 constexpr std::chrono::milliseconds s_look{10};
 /// What a site may answer late by, beside its own limit.
-constexpr std::chrono::seconds s_patience{5};
+constexpr std::chrono::seconds s_replyPatience{5};
 constexpr std::size_t s_longestPayload = 64 * 1024;
 /// Of what is remembered of others' messages: boot IDs with their numbers, correlation data.
 constexpr std::size_t s_longestID = 128;
@@ -810,7 +810,7 @@ bool LinkCore::send(ILink& link, const std::string& fid, const FIDParameterList&
     if (!publish(message))
         return refuse("the broker's library does not take it");
     pFar->meter.countOut();
-    pFar->sent[number] = {fid, now + expiry + s_patience};
+    pFar->sent[number] = {fid, now + expiry + s_replyPatience};
     return true;
 }
 

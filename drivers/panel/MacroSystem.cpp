@@ -11,7 +11,7 @@ namespace {
 constexpr std::chrono::milliseconds s_stepCountPeriod{200};
 constexpr std::chrono::seconds s_stopPatience{1};
 
-std::string quoted(const std::string& text) {
+std::string inQuotes(const std::string& text) {
     return '"' + text + '"';
 }
 
@@ -75,7 +75,7 @@ void MacroSystem::stop() {
         m_thread.join();
     if (!dropped.empty())
         m_host.macroLog(sal::LogOutput::eWarning,
-                        "recording of macro " + quoted(dropped) + " dropped, the driver stops");
+                        "recording of macro " + inQuotes(dropped) + " dropped, the driver stops");
     if (wasRunning)
         save();
 }
@@ -185,8 +185,8 @@ void MacroSystem::endPlaying(std::unique_lock<std::mutex>& lock) {
 
     lock.unlock();
     const std::string text = played == count
-                                 ? "macro " + quoted(name) + " played"
-                                 : "macro " + quoted(name) + " stopped after " + std::to_string(played) +
+                                 ? "macro " + inQuotes(name) + " played"
+                                 : "macro " + inQuotes(name) + " stopped after " + std::to_string(played) +
                                        " of " + std::to_string(count) + " FIDs";
     if (unsent == 0)
         m_host.macroLog(sal::LogOutput::eInfo, text);
@@ -210,15 +210,15 @@ std::string MacroSystem::busyReason() const {
     if (!m_running)
         return "the driver is not running";
     if (m_activity == MacroState::EActivity::Recording)
-        return "macro " + quoted(m_name) + " is being recorded";
+        return "macro " + inQuotes(m_name) + " is being recorded";
     if (m_activity == MacroState::EActivity::Playing)
-        return "macro " + quoted(m_name) + " is being played";
+        return "macro " + inQuotes(m_name) + " is being played";
     return {};
 }
 
 bool MacroSystem::startRecording(const std::string& name) {
     if (!MacroStore::isValidName(name))
-        return refuse("cannot record macro " + quoted(name) +
+        return refuse("cannot record macro " + inQuotes(name) +
                       ": a name has 1 to 80 bytes and no control characters");
     std::string reason;
     {
@@ -234,8 +234,8 @@ bool MacroSystem::startRecording(const std::string& name) {
         }
     }
     if (!reason.empty())
-        return refuse("cannot record macro " + quoted(name) + ": " + reason);
-    m_host.macroLog(sal::LogOutput::eInfo, "recording macro " + quoted(name));
+        return refuse("cannot record macro " + inQuotes(name) + ": " + reason);
+    m_host.macroLog(sal::LogOutput::eInfo, "recording macro " + inQuotes(name));
     return true;
 }
 
@@ -257,8 +257,8 @@ bool MacroSystem::stopRecording() {
     }
     if (name.empty())
         return refuse("no macro is being recorded, so there is nothing to keep");
-    m_host.macroLog(sal::LogOutput::eInfo,
-                    "macro " + quoted(name) + " recorded, " + std::to_string(count) + " FIDs, not saved yet");
+    m_host.macroLog(sal::LogOutput::eInfo, "macro " + inQuotes(name) + " recorded, " + std::to_string(count) +
+                                               " FIDs, not saved yet");
     return true;
 }
 
@@ -276,7 +276,7 @@ bool MacroSystem::cancelRecording() {
     }
     if (name.empty())
         return refuse("no macro is being recorded, so there is nothing to cancel");
-    m_host.macroLog(sal::LogOutput::eInfo, "recording of macro " + quoted(name) + " cancelled");
+    m_host.macroLog(sal::LogOutput::eInfo, "recording of macro " + inQuotes(name) + " cancelled");
     return true;
 }
 
@@ -309,9 +309,9 @@ bool MacroSystem::play(const std::string& name) {
         }
     }
     if (!reason.empty())
-        return refuse("cannot play macro " + quoted(name) + ": " + reason);
+        return refuse("cannot play macro " + inQuotes(name) + ": " + reason);
     m_host.macroLog(sal::LogOutput::eInfo,
-                    "playing macro " + quoted(name) + ", " + std::to_string(count) + " FIDs");
+                    "playing macro " + inQuotes(name) + ", " + std::to_string(count) + " FIDs");
     return true;
 }
 
@@ -359,8 +359,8 @@ bool MacroSystem::remove(const std::string& name) {
         }
     }
     if (!removed)
-        return refuse("cannot delete macro " + quoted(name) + ": there is none of that name");
-    m_host.macroLog(sal::LogOutput::eInfo, "macro " + quoted(name) + " deleted, not saved yet");
+        return refuse("cannot delete macro " + inQuotes(name) + ": there is none of that name");
+    m_host.macroLog(sal::LogOutput::eInfo, "macro " + inQuotes(name) + " deleted, not saved yet");
     return true;
 }
 
@@ -384,9 +384,9 @@ bool MacroSystem::rename(const std::string& from, const std::string& to) {
         }
     }
     if (!reason.empty())
-        return refuse("cannot rename macro " + quoted(from) + " to " + quoted(to) + ": " + reason);
+        return refuse("cannot rename macro " + inQuotes(from) + " to " + inQuotes(to) + ": " + reason);
     m_host.macroLog(sal::LogOutput::eInfo,
-                    "macro " + quoted(from) + " renamed to " + quoted(to) + ", not saved yet");
+                    "macro " + inQuotes(from) + " renamed to " + inQuotes(to) + ", not saved yet");
     return true;
 }
 
@@ -470,7 +470,7 @@ void MacroSystem::fidDispatched(const std::string& fid, const FIDParameterList& 
             full = m_name;
     }
     if (!full.empty())
-        m_host.macroLog(sal::LogOutput::eWarning, "macro " + quoted(full) + " is full with " +
+        m_host.macroLog(sal::LogOutput::eWarning, "macro " + inQuotes(full) + " is full with " +
                                                       std::to_string(s_maxSteps) +
                                                       " FIDs; further ones are not recorded");
 }

@@ -5,7 +5,7 @@
 
 namespace sal {
 namespace {
-std::atomic<Module::Observer*> s_pObserver{nullptr};
+std::atomic<Module::Observer*> s_pModuleObserver{nullptr};
 }
 
 ObservedCall::ObservedCall(std::string driverID, const char* operation)
@@ -25,11 +25,11 @@ ObservedCall::~ObservedCall() {
 }
 
 void ObservedCall::setObserver(Module::Observer* pObserver) {
-    s_pObserver.store(pObserver, std::memory_order_release);
+    s_pModuleObserver.store(pObserver, std::memory_order_release);
 }
 
 Module::Observer* ObservedCall::observer() {
-    return s_pObserver.load(std::memory_order_acquire);
+    return s_pModuleObserver.load(std::memory_order_acquire);
 }
 
 void ObservedCall::driverDeleted(const std::string& driverID) {
@@ -39,7 +39,7 @@ void ObservedCall::driverDeleted(const std::string& driverID) {
 }
 
 void ObservedCall::loadFailed(const std::string& path, const std::string& reason) {
-    if (Module::Observer* pObserver = s_pObserver.load())
+    if (Module::Observer* pObserver = s_pModuleObserver.load())
         pObserver->loadFailed(path, reason);
 }
 

@@ -17,7 +17,7 @@ namespace {
 /// Refusals with longer pauses between them are no wait for the name.
 constexpr std::chrono::seconds s_series{1};
 // Bounds how long a claim goes unnoticed whose claimer has died before it could wake anybody.
-constexpr std::chrono::milliseconds s_slice{100};
+constexpr std::chrono::milliseconds s_registrySlice{100};
 
 }  // namespace
 
@@ -92,7 +92,7 @@ bool QueueRegistry::waitForReaders(const std::vector<std::string>& names, std::s
         const auto awaited = awaitedReaders(names);
         if (awaited.size() <= most)
             return true;
-        const auto left = deadline.left(s_slice);
+        const auto left = deadline.left(s_registrySlice);
         if (left == Deadline::Clock::duration::zero())
             return false;
         for (const auto& pWord : awaited)

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int s_spins = 100;
 // An owner that dies leaves the others asleep, so this bounds how long its death goes unnoticed.
-constexpr std::chrono::milliseconds s_slice{20};
+constexpr std::chrono::milliseconds s_probeSlice{20};
 // How long to look away from a favoured thread that is inside, at least and at most: it does not wake those
 // who wait for it.
 constexpr std::chrono::microseconds s_shortestLook{50};
@@ -120,7 +120,7 @@ SenderLock::EResult SenderLock::lockWord(Deadline& deadline) {
         if (value == owner &&
             !word.compare_exchange_strong(value, value | s_waitersBit, std::memory_order_relaxed))
             continue;
-        const auto time = deadline.left(s_slice);
+        const auto time = deadline.left(s_probeSlice);
         if (time == Deadline::Clock::duration::zero()) {
             // The time may be shorter than a slice: a dead owner is found all the same.
             if (!probe) {
@@ -187,7 +187,7 @@ SenderLock::EResult SenderLock::waitOutside(SenderLockWords::Seat& seat, Deadlin
             continue;
         }
         const auto now = Deadline::Clock::now();
-        if (!probed || now - *probed >= s_slice) {
+        if (!probed || now - *probed >= s_probeSlice) {
             probed = now;
             if (owner != m_ticket && !m_file.ticketHeld(owner)) {
                 seat.inside.store(0, std::memory_order_relaxed);

@@ -44,6 +44,10 @@ constexpr std::array<Code, static_cast<std::size_t>(ApiFault::ECode::Internal) +
 ApiFault::ApiFault(ECode code, std::string text, std::vector<std::string> nearest)
     : m_code(code), m_text(std::move(text)), m_nearest(std::move(nearest)) {}
 
+ApiFault ApiFault::invalid(std::string text) {
+    return {ECode::RequestInvalid, std::move(text)};
+}
+
 ApiFault& ApiFault::withReason(std::string reason) {
     m_reason = std::move(reason);
     return *this;

@@ -36,6 +36,8 @@ public:
     };
 
     ApiFault(ECode code, std::string text, std::vector<std::string> nearest = {});
+    /// One of RequestInvalid.
+    static ApiFault invalid(std::string text);
 
     /// For FidUndelivered: "not-running" and so on.
     ApiFault& withReason(std::string reason);

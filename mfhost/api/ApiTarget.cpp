@@ -12,10 +12,6 @@ namespace {
 
 constexpr std::string_view s_scheme = "http://";
 
-ApiFault invalid(const std::string& text) {
-    return {ApiFault::ECode::RequestInvalid, text};
-}
-
 /// -1 for none.
 int hexDigit(char c) {
     if (c >= '0' && c <= '9')
@@ -35,8 +31,8 @@ std::string decoded(std::string_view text) {
         const int high = i + 2 < text.size() ? hexDigit(text[i + 1]) : -1;
         const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
         if (high < 0 || low < 0)
-            throw invalid("the target has " + base::quoted(text.substr(i, 3)) +
-                          ", and % must be followed by two hexadecimal digits");
+            throw ApiFault::invalid("the target has " + base::quoted(text.substr(i, 3)) +
+                                    ", and % must be followed by two hexadecimal digits");
         result += static_cast<char>(high * 16 + low);
         i += 2;
     }
@@ -60,14 +56,14 @@ ApiTarget ApiTarget::read(std::string_view target) {
     const auto wrong =
         std::find_if(target.begin(), target.end(), [](char c) { return c <= ' ' || c > '~' || c == '#'; });
     if (wrong != target.end())
-        throw invalid("the target has " + base::quoted({wrong, wrong + 1}) +
-                      ", which must be percent-encoded");
+        throw ApiFault::invalid("the target has " + base::quoted({wrong, wrong + 1}) +
+                                ", which must be percent-encoded");
     // As proxies are asked: whichever host it names is the one that is asked.
     const bool isWhole = target.starts_with(s_scheme);
     if (isWhole)
         target.remove_prefix(std::min(target.find_first_of("/?", s_scheme.size()), target.size()));
     else if (!target.starts_with('/'))
-        throw invalid("the target does not begin with a slash");
+        throw ApiFault::invalid("the target does not begin with a slash");
 
     ApiTarget result;
     std::string_view query = target;
@@ -79,9 +75,9 @@ ApiTarget ApiTarget::read(std::string_view target) {
         std::string_view value = next(query, '&');
         std::string name = decoded(next(value, '='));
         if (name.empty())
-            throw invalid("the target has a parameter without a name");
+            throw ApiFault::invalid("the target has a parameter without a name");
         if (result.query.contains(name))
-            throw invalid("the parameter " + base::quoted(name) + " stands twice");
+            throw ApiFault::invalid("the parameter " + base::quoted(name) + " stands twice");
         result.query.emplace(std::move(name), decoded(value));
     }
     return result;

@@ -13,10 +13,6 @@ namespace {
 
 using Parser = nlohmann::json;
 
-ApiFault invalid(const std::string& text) {
-    return {ApiFault::ECode::RequestInvalid, text};
-}
-
 /// Makes a JsonValue of what the library reads, and breaks off at the first fault.
 class Maker : public nlohmann::json_sax<Parser> {
 public:
@@ -118,7 +114,7 @@ void appendText(std::string& content, std::string_view text) {
 JsonValue JsonValue::read(std::string_view json) {
     Maker maker;
     if (!Parser::sax_parse(json.begin(), json.end(), &maker))
-        throw invalid(maker.fault());
+        throw ApiFault::invalid(maker.fault());
     return maker.take();
 }
 

@@ -77,7 +77,7 @@ void ValueHistory::take(const stream::StreamRecord& record, const stream::KeyNam
     } else if (record.kind == EKind::Stale) {
         if (!m_stale && names.driver(record.driver()) == m_driverID)
             m_stale = {record.time, record.time, record.text};
-    } else if (stream::ringOf(record.kind) == stream::ERing::Values) {
+    } else if (stream::isValue(record.kind)) {
         const std::string* const pKey = record.keyText.empty() ? names.find(record.key) : &record.keyText;
         if (pKey && *pKey == m_key)
             takeValue(record);

@@ -25,7 +25,7 @@
 namespace {
 
 /// Seconds for a try; it takes a fraction of one.
-constexpr int s_patience = 10;
+constexpr int s_sandboxPatience = 10;
 
 std::string refused(const std::string& step) {
     return step + ": " + std::strerror(errno);
@@ -149,7 +149,7 @@ std::string mountVar(const std::string& keptDirectory) {
 std::string answerOf(pid_t process, int pipe) {
     pollfd said{.fd = pipe, .events = POLLIN, .revents = 0};
     // Readable when it has spoken, and at its end.
-    const bool isInTime = ::poll(&said, 1, s_patience * 1000) > 0;
+    const bool isInTime = ::poll(&said, 1, s_sandboxPatience * 1000) > 0;
     if (!isInTime)
         ::kill(process, SIGKILL);
     char text[PIPE_BUF];
@@ -158,7 +158,7 @@ std::string answerOf(pid_t process, int pipe) {
     while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
     }
     if (!isInTime)
-        return "it is not made within " + std::to_string(s_patience) + " s";
+        return "it is not made within " + std::to_string(s_sandboxPatience) + " s";
     if (WIFSIGNALED(status))
         return std::string("the process that tried it was ended: ") + ::strsignal(WTERMSIG(status));
     if (WEXITSTATUS(status) == 0)

@@ -33,7 +33,6 @@ private:
 };
 
 constexpr const char* s_removeCause = "removed";
-constexpr const char* s_stopping = "the host is stopping";
 /// That the start's summary names.
 constexpr std::size_t s_mostCauses = 20;
 
@@ -236,7 +235,7 @@ std::string Workplace::unannouncedType() const {
 
 std::string Workplace::reload(const std::string& driverID, const std::function<void()>& reloadByModule) {
     if (!m_pModule)
-        return s_stopping;
+        return WorkplaceChanges::stopping;
     if (isParked(driverID))
         return "it is parked; start it instead";
     auto pWorkplace = std::make_shared<const WorkplaceSnapshot>(m_settings.file);
@@ -367,7 +366,7 @@ std::string Workplace::tryRestart(const std::string& driverID) {
 
 std::string Workplace::park(const std::string& driverID, const std::string& who) {
     if (!m_pModule)
-        return s_stopping;
+        return WorkplaceChanges::stopping;
     if (!m_drivers.find(driverID))
         return "there is no driver " + driverID + "; drivers lists them";
     if (driverID == protocol::panelDriverID)
@@ -427,7 +426,7 @@ std::string Workplace::unloadByModule(const std::string& driverID) {
 
 std::string Workplace::unpark(const std::string& driverID) {
     if (!m_pModule)
-        return s_stopping;
+        return WorkplaceChanges::stopping;
     const auto driver = m_drivers.find(driverID);
     const auto mark = m_parked.marks().find(driverID);
     const bool hasMark = mark != m_parked.marks().end();

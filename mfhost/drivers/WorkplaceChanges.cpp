@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr const char* s_stopping = "the host is stopping";
-
 Applied refused(const std::string& reason) {
     Applied applied;
     applied.refusal = reason;
@@ -74,14 +72,14 @@ WorkplaceChanges::Draft WorkplaceChanges::draft() const {
 WorkplacePlan WorkplaceChanges::plan() {
     Draft planned = draft();
     if (!m_actions.isReady())
-        planned.plan.refusal = s_stopping;
+        planned.plan.refusal = stopping;
     m_planner.keep(planned);
     return planned.plan;
 }
 
 Applied WorkplaceChanges::apply(const std::string& planID, const std::string& who) {
     if (!m_actions.isReady())
-        return refused(s_stopping);
+        return refused(stopping);
     const Draft now = draft();
     std::string reason = planID.empty() ? std::string() : m_planner.outdated(planID, now);
     const bool isOutdated = !reason.empty();
@@ -151,7 +149,7 @@ std::string WorkplaceChanges::beforeFirst() const {
 
 Applied WorkplaceChanges::undo(unsigned number, const std::string& who) {
     if (!m_actions.isReady())
-        return refused(s_stopping);
+        return refused(stopping);
     const HistoryEntry* pTarget = number ? m_history.find(number) : m_history.beforePresent();
     if (!pTarget)
         return refused(number ? "there is no state " + std::to_string(number) + "; history lists them"

@@ -16,6 +16,9 @@ class WorkplaceChanges {
 public:
     using Draft = WorkplacePlanner::Draft;
 
+    /// Why nothing is changed any more.
+    static constexpr const char* stopping = "the host is stopping";
+
     /// What the workplace does.
     struct Actions {
         std::function<bool()> isReady;  ///< whether something can be changed

@@ -15,7 +15,6 @@
 using stream::EFidOutcome;
 using stream::EOrigin;
 using stream::FidFields;
-using Clock = Observation::Clock;
 
 namespace {
 
@@ -82,7 +81,7 @@ struct FidTrail::Delivery {
     std::uint16_t sender = 0;
     std::uint64_t record = 0;
     bool isTimed = false;  ///< its beginning was looked up, not taken over
-    Clock::time_point began{};
+    Observation::Clock::time_point began{};
     const std::string* pDriverID = nullptr;
     std::size_t unknownLength = 0;
     std::array<char, s_longestUnknown> unknown{};  ///< what the driver has said of the function
@@ -94,9 +93,9 @@ struct FidTrail::Trail {
 
     Sending* pSending = nullptr;
 
-    Clock::time_point looked{};  ///< at the clock
-    std::uint32_t tick = 0;      ///< then
-    unsigned int left = 0;       ///< messages that make do with that
+    Observation::Clock::time_point looked{};  ///< at the clock
+    std::uint32_t tick = 0;                   ///< then
+    unsigned int left = 0;                    ///< messages that make do with that
     bool isFlood = false;
 
     // A thread that receives.
@@ -213,16 +212,17 @@ FidTrail::Sending::~Sending() {
 }
 
 /// When a message comes or a FID is sent: a look at the clock, but within a flood for every so many only.
-Clock::time_point FidTrail::clock(Trail& trail) const {
+Observation::Clock::time_point FidTrail::clock(Trail& trail) const {
     const std::uint32_t tick = m_observation.ticks();
     if (trail.left > 0 && trail.tick == tick) {
         --trail.left;
         // The store has had a look for what was delivered right before.
         return std::max(trail.looked, Observation::ofThread().clock);
     }
-    const auto now = Clock::now();
+    const auto now = Observation::Clock::now();
     const auto messages = trail.isFlood ? s_flood : 1;
-    trail.isFlood = trail.looked != Clock::time_point() && now - trail.looked < s_floodPace * messages;
+    trail.isFlood =
+        trail.looked != Observation::Clock::time_point() && now - trail.looked < s_floodPace * messages;
     trail.left = trail.isFlood ? s_flood - 1 : 0;
     trail.looked = now;
     trail.tick = tick;
@@ -270,7 +270,7 @@ bool FidTrail::take(Trail& trail, std::string_view driverID, std::string_view fu
 }
 
 /// What its sender has set before is in the stream before it.
-std::uint64_t FidTrail::write(Taken& taken, Clock::time_point when) {
+std::uint64_t FidTrail::write(Taken& taken, Observation::Clock::time_point when) {
     if (std::exchange(Observation::ofThread().hasHeldBack, false))
         m_recordHeldBack(std::string(taken.senderID));
     if (taken.pFields)
@@ -291,7 +291,7 @@ void FidTrail::reachesNobody(Taken& taken, const std::string& fid, const FIDPara
     if (taken.isSpent)
         return;
     taken.record.outcome = m_whyNobody(fid, pParameters);
-    write(taken, Clock::now());
+    write(taken, Observation::Clock::now());
 }
 
 void FidTrail::fidBegins(const std::string& driverID, const std::string& function,
@@ -343,9 +343,9 @@ void FidTrail::fidEnded(bool ok, const char* exception) {
 
 void FidTrail::recordEnd(bool ok, const char* exception) {
     const Delivery& delivery = t_trail.deliveries[t_trail.depth];
-    const auto now = Clock::now();
+    const auto now = Observation::Clock::now();
     // Of one that is not recorded it is not known.
-    const auto took = delivery.record == 0 ? Clock::duration::zero() : now - delivery.began;
+    const auto took = delivery.record == 0 ? Observation::Clock::duration::zero() : now - delivery.began;
     EFidOutcome outcome = EFidOutcome::Refused;
     std::string_view text(delivery.unknown.data(), delivery.unknownLength);
     if (exception) {

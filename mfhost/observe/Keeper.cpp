@@ -16,12 +16,13 @@
 #include "FileReplacement.h"
 #include "Printable.h"
 #include "SegmentReader.h"
+#include "StreamText.h"
 
 namespace {
 
 using stream::EKind;
 
-constexpr std::string_view s_suffix = ".seg";
+constexpr std::string_view s_segmentSuffix = ".seg";
 constexpr std::size_t s_digits = 8;
 /// A reader that is behind has at most so many records taken at a time.
 constexpr int s_mostPerStep = 100'000;
@@ -44,9 +45,10 @@ std::string pathOf(const std::string& directory, std::uint64_t number) {
 /// The number in NNNNNNNN.seg; 0 for another name.
 std::uint64_t numberOf(std::string_view name) {
     std::uint64_t number = 0;
-    if (name.size() < s_digits + s_suffix.size() || name.substr(name.size() - s_suffix.size()) != s_suffix)
+    if (name.size() < s_digits + s_segmentSuffix.size() ||
+        name.substr(name.size() - s_segmentSuffix.size()) != s_segmentSuffix)
         return 0;
-    name.remove_suffix(s_suffix.size());
+    name.remove_suffix(s_segmentSuffix.size());
     const auto [pEnd, fault] = std::from_chars(name.data(), name.data() + name.size(), number);
     return fault == std::errc() && pEnd == name.data() + name.size() ? number : 0;
 }
@@ -85,13 +87,6 @@ bool isUrgent(EKind kind) {
     }
 }
 
-/// How many records are missing, as a record of a gap says.
-std::uint64_t countOf(const stream::StreamRecord& gap) {
-    std::uint64_t count = 0;
-    std::memcpy(&count, gap.text.data() + 2 * sizeof count, sizeof count);
-    return count;
-}
-
 stream::StreamRecord recordOf(std::uint32_t reason, const stream::StreamGap& gap) {
     const std::array<std::uint64_t, 5> words{gap.first, gap.next, gap.count,
                                              static_cast<std::uint64_t>(gap.from.time_since_epoch().count()),
@@ -117,10 +112,6 @@ std::uint64_t lastKept(const std::string& directory, const std::string& instance
             return pSegment->lastNumber();
     }
     return 0;
-}
-
-bool isValue(EKind kind) {
-    return stream::ringOf(kind) == stream::ERing::Values;
 }
 
 }  // namespace
@@ -223,7 +214,7 @@ void Keeper::take(const stream::StreamRecord& record, Clock::time_point now) {
     if (record.kind == EKind::Define)
         return;
     const std::ptrdiff_t growth = m_frame.growth(record);
-    const bool isAtWill = isValue(record.kind) || stream::isRationed(record.kind);
+    const bool isAtWill = stream::isValue(record.kind) || stream::isRationed(record.kind);
     if (isAtWill && m_bytes + growth > static_cast<std::ptrdiff_t>(m_settings.perSecond)) {
         if (m_limited++ == 0)
             m_firstLimited = record.number;
@@ -276,7 +267,7 @@ void Keeper::writeFrame(Clock::time_point now) {
         if (record.number <= m_written)
             return;
         const bool isGap = record.kind == EKind::Gap;
-        count += isGap ? countOf(record) : 1;
+        count += isGap ? stream::countOf(record) : 1;
         m_lost += isGap ? 0 : 1;
         first = std::min(first, record.number);
     });

@@ -20,10 +20,6 @@ constexpr std::size_t s_keptRoom = std::size_t{128} << 10;
 constexpr std::size_t s_leastSlots = 64;
 constexpr std::size_t s_keptSlots = 4096;
 
-bool isValue(stream::EKind kind) {
-    return stream::ringOf(kind) == stream::ERing::Values;
-}
-
 std::uint64_t* mapRoom(std::size_t room) {
     void* const pRoom = ::mmap(nullptr, room, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (pRoom == MAP_FAILED)
@@ -61,7 +57,7 @@ std::size_t KeptFrame::sizeOf(const stream::StreamRecord& record) {
 
 std::ptrdiff_t KeptFrame::growth(const stream::StreamRecord& record) const {
     auto size = static_cast<std::ptrdiff_t>(sizeOf(record));
-    if (!isValue(record.kind))
+    if (!stream::isValue(record.kind))
         return size;
     const std::uint32_t older = m_values[slotOf(record.key, record.keyText)];
     if (older != s_none)
@@ -76,7 +72,7 @@ bool KeptFrame::add(const stream::StreamRecord& record) {
         closeUp();
     if (m_used + size > m_room)
         return false;
-    if (isValue(record.kind)) {
+    if (stream::isValue(record.kind)) {
         if (2 * (m_valueCount + 1) > m_values.size())
             index(2 * m_values.size());
         std::uint32_t& place = m_values[slotOf(record.key, record.keyText)];
@@ -166,7 +162,7 @@ void KeptFrame::closeUp() {
 void KeptFrame::index(std::size_t slots) {
     m_values.assign(slots, s_none);
     for (std::size_t at = 0; at < m_used; at += sizeAt(at)) {
-        if (m_pWords[at] != 0 || !isValue(layout::kindOf(m_pWords[at + 1])))
+        if (m_pWords[at] != 0 || !stream::isValue(layout::kindOf(m_pWords[at + 1])))
             continue;
         const std::string_view keyText = keyTextAt(at);
         m_values[slotOf(static_cast<std::uint32_t>(m_pWords[at + 3]), keyText)] =

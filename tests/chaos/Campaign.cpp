@@ -14,7 +14,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto s_patience = 40s;
-constexpr auto s_startPatience = 90s;
 /// A trial is as long as this, so that it can be struck.
 constexpr const char* s_slowTrial = "load sleep 300";
 constexpr const char* s_triedOut = "F7";
@@ -251,7 +250,7 @@ void Campaign::judgeStart() {
     m_edited.clear();
     m_run.launchHost();
     pointIntruderAt(host()->pid());
-    if (!watcher.waitForText("the workplace is started", since, s_startPatience)) {
+    if (!watcher.waitForText("the workplace is started", since, ChaosRun::startPatience)) {
         m_run.board().addFault("a host did not start with what is parked");
         bury();
         return;
@@ -358,7 +357,7 @@ bool Campaign::startOnce(bool isWhole, const KillPlan::Strike* pStrike) {
     if (pStrike && strike(*pStrike) && pStrike->endsLife())
         return false;
     bool isUp = false;
-    ChaosRun::eventually(s_startPatience, [&] {
+    ChaosRun::eventually(ChaosRun::startPatience, [&] {
         isUp = watcher.waitForText("the workplace is started", since, 50ms).has_value();
         return isUp || host()->waitForEnd(0s);
     });

@@ -10,7 +10,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto s_startPatience = 90s;
 /// For what comes in moments, or never.
 constexpr auto s_settlePatience = 30s;
 /// What a driver may take beyond the host's time-outs before it must be seen to be mute.
@@ -49,7 +48,7 @@ void ChaosRun::launchHost() {
 bool ChaosRun::startHost() {
     const std::uint64_t since = m_watcher.position();
     launchHost();
-    if (!m_watcher.waitForText("the workplace is started", since, s_startPatience) || !allServe()) {
+    if (!m_watcher.waitForText("the workplace is started", since, startPatience) || !allServe()) {
         m_board.addFault("a host was not up in time with all its drivers");
         return false;
     }
@@ -68,7 +67,7 @@ bool ChaosRun::startHost() {
 bool ChaosRun::doServe(const std::vector<std::string>& drivers) {
     const auto pHost = host();
     const std::uint32_t first = m_watcher.nextPing();
-    Patience left(s_startPatience);
+    Patience left(startPatience);
     while (pHost && !left.isOver() && !m_watcher.isHostGone()) {
         bool doAll = true;
         for (const std::string& driver : drivers) {

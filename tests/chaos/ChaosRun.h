@@ -26,6 +26,9 @@ class ChaosRun {
 public:
     using Clock = std::chrono::steady_clock;
 
+    /// For a workplace to be started on a machine as busy as this.
+    static constexpr std::chrono::seconds startPatience{90};
+
     /// What the hosts write goes to a file in that directory.
     ChaosRun(ChaosWorkplace& workplace, const std::filesystem::path& output);
     ~ChaosRun();

@@ -21,7 +21,7 @@ std::string text(const KillPlan::Strike& strike) {
            std::to_string(strike.durationMs) + "\n";
 }
 
-std::string sequence(std::uint32_t seed) {
+std::string lives(std::uint32_t seed) {
     KillPlan sut = plan(seed);
     std::string all;
     for (int i = 0; i < 50; ++i) {
@@ -36,8 +36,8 @@ std::string sequence(std::uint32_t seed) {
 }  // namespace
 
 TEST(KillPlan, SameSeedIsTheSameSequence) {
-    EXPECT_EQ(sequence(7), sequence(7));
-    EXPECT_NE(sequence(7), sequence(8));
+    EXPECT_EQ(lives(7), lives(7));
+    EXPECT_NE(lives(7), lives(8));
 }
 
 TEST(KillPlan, EachOfThemComesAmongFiveHundred) {

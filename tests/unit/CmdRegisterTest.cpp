@@ -4,19 +4,19 @@
 
 namespace {
 
-class Command : public sal::CmdRegister {
+class MoveCommand : public sal::CmdRegister {
 public:
     using CmdRegister::CmdRegister;
     bool call(sal::CmdParameters&) override { return true; }
 };
 
 TEST(CmdRegister, KeepsTheWord) {
-    EXPECT_EQ(Command("move", "move <axis>").name(), "move");
+    EXPECT_EQ(MoveCommand("move", "move <axis>").name(), "move");
 }
 
 TEST(CmdRegister, HelpIsNotCopied) {
     const char help[] = "move <axis>";
-    EXPECT_EQ(Command("move", help).help(), static_cast<const char*>(help));
+    EXPECT_EQ(MoveCommand("move", help).help(), static_cast<const char*>(help));
 }
 
 }  // namespace

@@ -38,26 +38,26 @@ bool handle(DriverCalls& sut, const std::string& bytes) {
     return sut.handle(message);
 }
 
-struct Fixture {
+struct DriverCallsFixture {
     StrictMock<MockDriver> driver;
     DriverCalls sut{&driver, &driver};
 };
 
 TEST(DriverCalls, SetConfigurationKeepsTheOrderOfItsFields) {
-    Fixture f;
+    DriverCallsFixture f;
     EXPECT_CALL(f.driver, setConfiguration(3, "AXIS1", "axis1", "192.0.2.11", "eth0", "192.0.2.10",
                                            "/srv/nvram/AXIS1"));
     EXPECT_TRUE(handle(f.sut, goldenText("SETCFG")));
 }
 
 TEST(DriverCalls, SubscribePassesTheFunction) {
-    Fixture f;
+    DriverCallsFixture f;
     EXPECT_CALL(f.driver, subscribe("POSITION"));
     EXPECT_TRUE(handle(f.sut, goldenText("SUBSCR")));
 }
 
 TEST(DriverCalls, SendFidPassesFunctionAndParameters) {
-    Fixture f;
+    DriverCallsFixture f;
     FIDParameterList parameters;
     parameters.add("to", "12.5");
     parameters.add("speed", "3");
@@ -66,44 +66,44 @@ TEST(DriverCalls, SendFidPassesFunctionAndParameters) {
 }
 
 TEST(DriverCalls, SendFidWithoutParametersPassesAnEmptyList) {
-    Fixture f;
+    DriverCallsFixture f;
     EXPECT_CALL(f.driver, sendFID("STOP", FIDParameterList()));
     EXPECT_TRUE(handle(f.sut, goldenText("SNDFDP-no-parameters")));
 }
 
 TEST(DriverCalls, CreateFidList) {
-    Fixture f;
+    DriverCallsFixture f;
     EXPECT_CALL(f.driver, createFIDList());
     EXPECT_TRUE(handle(f.sut, goldenText("CRTFID")));
 }
 
 TEST(DriverCalls, InitializationCompleted) {
-    Fixture f;
+    DriverCallsFixture f;
     EXPECT_CALL(f.driver, initializationCompleted());
     EXPECT_TRUE(handle(f.sut, goldenText("INTCMP")));
 }
 
 TEST(DriverCalls, ShowState) {
-    Fixture f;
+    DriverCallsFixture f;
     EXPECT_CALL(f.driver, showState());
     EXPECT_TRUE(handle(f.sut, goldenText("SHOWST")));
 }
 
 TEST(DriverCalls, DeinitIsLeftToTheCaller) {
-    Fixture f;
+    DriverCallsFixture f;
     EXPECT_CALL(f.driver, deinitialize()).Times(0);
     EXPECT_FALSE(handle(f.sut, goldenText("DEINIT")));
 }
 
 TEST(DriverCalls, DeinitializesOnce) {
-    Fixture f;
+    DriverCallsFixture f;
     EXPECT_CALL(f.driver, deinitialize()).Times(1);
     f.sut.deinitialize();
     f.sut.deinitialize();
 }
 
 TEST(DriverCalls, UnknownCodeDoesNothing) {
-    Fixture f;
+    DriverCallsFixture f;
     EXPECT_TRUE(handle(f.sut, "WAKEUP"));
     EXPECT_TRUE(handle(f.sut, "deinit"));
     EXPECT_TRUE(handle(f.sut, ""));
@@ -130,7 +130,7 @@ TEST(DriverCalls, ConfigurationReachesADriverWithoutFids) {
 }
 
 TEST(DriverCalls, TruncatedConfigurationHasEmptyFields) {
-    Fixture f;
+    DriverCallsFixture f;
     EXPECT_CALL(f.driver, setConfiguration(3, "AXIS1", "", "", "", "", ""));
     EXPECT_TRUE(handle(f.sut, goldenText("SETCFG").substr(0, 16)));
 }

@@ -14,7 +14,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-struct Fixture {
+struct DriverOutputFixture {
     bool sendText(const std::string& id, const std::string& value) {
         return sut.send(protocol::MessageWriter("SETVAL").string(id).string(value));
     }
@@ -26,25 +26,25 @@ struct Fixture {
 };
 
 TEST(DriverOutput, HandsTheMessageOn) {
-    Fixture f;
+    DriverOutputFixture f;
     EXPECT_TRUE(f.sendText("A", "b"));
     EXPECT_THAT(f.sink.messages, ElementsAre("SETVAL\1A\1b"));
 }
 
 TEST(DriverOutput, TooLongTextIsNotSent) {
-    Fixture f;
+    DriverOutputFixture f;
     EXPECT_FALSE(f.sendText("LAMP", std::string(300, 'x')));
     EXPECT_THAT(f.sink.messages, IsEmpty());
 }
 
 TEST(DriverOutput, TooLongTextIsLoggedWithIdAndLength) {
-    Fixture f;
+    DriverOutputFixture f;
     f.sendText("LAMP", std::string(300, 'x'));
     EXPECT_THAT(f.log(), ElementsAre("log MFD 3: \"LAMP\" not sent: a text of 300 bytes, 255 is the most"));
 }
 
 TEST(DriverOutput, TooLongTextIsLoggedOnceForAnId) {
-    Fixture f;
+    DriverOutputFixture f;
     f.sendText("LAMP", std::string(300, 'x'));
     f.sendText("LAMP", std::string(400, 'x'));
     f.sendText("DOOR", std::string(500, 'x'));
@@ -53,14 +53,14 @@ TEST(DriverOutput, TooLongTextIsLoggedOnceForAnId) {
 }
 
 TEST(DriverOutput, TooLongIdIsCutInTheLog) {
-    Fixture f;
+    DriverOutputFixture f;
     f.sendText(std::string(1000, 'x'), "");
     EXPECT_THAT(f.log(), ElementsAre("log MFD 3: \"" + std::string(255, 'x') +
                                      "\" not sent: a text of 1000 bytes, 255 is the most"));
 }
 
 TEST(DriverOutput, LogsTooLongTextsOf256IdsAndThenSaysSo) {
-    Fixture f;
+    DriverOutputFixture f;
     for (int id = 0; id < 300; ++id)
         f.sendText("ID" + std::to_string(id), std::string(256, 'x'));
     ASSERT_THAT(f.log(), SizeIs(257));
@@ -68,13 +68,13 @@ TEST(DriverOutput, LogsTooLongTextsOf256IdsAndThenSaysSo) {
 }
 
 TEST(DriverOutput, RefusedMessageIsReportedAsFailure) {
-    Fixture f;
+    DriverOutputFixture f;
     f.sink.refuses = true;
     EXPECT_FALSE(f.sendText("A", "b"));
 }
 
 TEST(DriverOutput, RefusalIsLoggedOnce) {
-    Fixture f;
+    DriverOutputFixture f;
     f.sink.refuses = true;
     f.sendText("A", "b");
     f.sendText("C", "d");

@@ -100,7 +100,7 @@ TEST_F(GuardedConfiguration, ExceptionWhileAnInterfaceIsHandedInEndsHere) {
 }
 
 TEST_F(GuardedConfiguration, DriverHasAnISystemThatSaysWhoCalls) {
-    class Host : public ISystem {
+    class CallingHost : public ISystem {
     public:
         IInterface* queryInterface(unsigned int) override { return nullptr; }
         void executeCommand(const std::string&, const std::string&) override {

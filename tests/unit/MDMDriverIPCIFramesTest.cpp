@@ -70,12 +70,12 @@ private:
     static void note(const std::string& call) { fakehost::Journal::instance().note("call " + call); }
 };
 
-struct Proxy {
+struct FramesProxy {
     fakehost::FakeHost host;
     Recorder recorder;
     MDMDriverIPCI sut{"/mods/libA.so", "A"};
 
-    Proxy() {
+    FramesProxy() {
         sut.setPanelStateInterface(&recorder);
         sut.setDistributorFIDInterface(&recorder);
         sut.setSystemInterface(&recorder);
@@ -191,7 +191,7 @@ std::vector<Sent> sentFrames() {
 class MDMDriverIPCIFramesSent : public testing::TestWithParam<Sent> {};
 
 TEST_P(MDMDriverIPCIFramesSent, AreTheseBytes) {
-    Proxy s;
+    FramesProxy s;
     s.start();
     EXPECT_TRUE(GetParam().call(s.sut));
     EXPECT_EQ(s.host.queues().messages("A_INQ"), Calls{goldenText(GetParam().frame)});
@@ -208,7 +208,7 @@ TEST(MDMDriverIPCIFrames, EachFrameToTheDriverIsWritten) {
 }
 
 TEST(MDMDriverIPCIFrames, ConfigurationOfOneByteTooManyIsNotSent) {
-    Proxy s;
+    FramesProxy s;
     s.start();
     EXPECT_FALSE(configuration(1, {many(169, 'A'), many(168, 'w'), many(168, 'i'), many(168, 'a'),
                                    many(168, 'p'), many(168, 'n')})(s.sut));
@@ -339,7 +339,7 @@ std::vector<FrameCase> readFrames() {
 class MDMDriverIPCIFramesRead : public testing::TestWithParam<FrameCase> {};
 
 TEST_P(MDMDriverIPCIFramesRead, MakesThisCall) {
-    Proxy s;
+    FramesProxy s;
     s.pushDirt();
     s.push(goldenText(GetParam().frame));
     EXPECT_EQ(s.calls(), GetParam().calls);
@@ -356,7 +356,7 @@ TEST(MDMDriverIPCIFrames, EachFrameToTheHostIsRead) {
 }
 
 TEST(MDMDriverIPCIFrames, FramesToTheDriverChangeNothing) {
-    Proxy s;
+    FramesProxy s;
     int pushed = 0;
     for (const std::string& name : goldenFrameNames()) {
         if (!goesOnly(EFrameWay::eToDriver, name))
@@ -385,7 +385,7 @@ TEST(MDMDriverIPCIFrames, FrameCutAnywhereReadsAsIfZeroesFollowed) {
         }
     }
     const auto calls = [](const std::vector<std::string>& messages) {
-        Proxy s;
+        FramesProxy s;
         for (const std::string& message : messages)
             s.push(message);
         return s.calls();

@@ -28,8 +28,8 @@ protected:
         m_directory.write("m.so", bytes);
         return ModuleIdentity::of(m_directory.path("m.so"));
     }
-    void touch(std::int64_t seconds) {
-        const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+    void touch(std::int64_t second) {
+        const timespec times[2] = {{second, 0}, {second, 0}};
         ::utimensat(AT_FDCWD, m_directory.path("m.so").c_str(), times, 0);
     }
 

@@ -23,7 +23,7 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 
-std::unique_ptr<sal::Module> load(const std::string& name) {
+std::unique_ptr<sal::Module> loadTestModule(const std::string& name) {
     return std::unique_ptr<sal::Module>(sal::ModuleLoader().load(
         sal::ModuleLoader::eLoadDefault, std::string(MFD_TEST_MODULE_DIR) + "/" + name + ".so"));
 }
@@ -52,31 +52,31 @@ bool isMapped(const std::string& name) {
 }
 
 TEST(Module, AnswersBothInterfacesOfADriver) {
-    const auto sut = load("VersionOne");
+    const auto sut = loadTestModule("VersionOne");
     EXPECT_TRUE(functionsOf(*sut));
     EXPECT_TRUE(configurationOf(*sut));
 }
 
 TEST(Module, AnswersNullForWhatTheDriverLacks) {
-    EXPECT_EQ(load("LacksConfiguration")->queryInterface(IID_IMFDConfiguration), nullptr);
-    EXPECT_EQ(load("LacksFunctionID")->queryInterface(IID_IFunctionID), nullptr);
-    EXPECT_EQ(load("AnswersNothing")->queryInterface(IID_IFunctionID), nullptr);
-    EXPECT_EQ(load("VersionOne")->queryInterface(9999), nullptr);
+    EXPECT_EQ(loadTestModule("LacksConfiguration")->queryInterface(IID_IMFDConfiguration), nullptr);
+    EXPECT_EQ(loadTestModule("LacksFunctionID")->queryInterface(IID_IFunctionID), nullptr);
+    EXPECT_EQ(loadTestModule("AnswersNothing")->queryInterface(IID_IFunctionID), nullptr);
+    EXPECT_EQ(loadTestModule("VersionOne")->queryInterface(9999), nullptr);
 }
 
 TEST(Module, OtherInterfacesAreTheDriversOwn) {
-    const auto sut = load("IsPanel");
+    const auto sut = loadTestModule("IsPanel");
     EXPECT_NE(sut->queryInterface(IID_IMacroSystem), nullptr);
     EXPECT_NE(sut->queryInterface(IID_IPanelMFD), nullptr);
 }
 
 TEST(Module, SameInterfaceIsTheSameObject) {
-    const auto sut = load("VersionOne");
+    const auto sut = loadTestModule("VersionOne");
     EXPECT_EQ(sut->queryInterface(IID_IFunctionID), sut->queryInterface(IID_IFunctionID));
 }
 
 TEST(Module, InterfacesLeadToEachOther) {
-    const auto sut = load("VersionOne");
+    const auto sut = loadTestModule("VersionOne");
     EXPECT_EQ(functionsOf(*sut)->queryInterface(IID_IMFDConfiguration),
               sut->queryInterface(IID_IMFDConfiguration));
     EXPECT_EQ(configurationOf(*sut)->queryInterface(IID_IFunctionID), sut->queryInterface(IID_IFunctionID));
@@ -86,7 +86,7 @@ TEST(Module, OperationsReachTheDriverWithTheirValues) {
     const TemporaryDirectory directory;
     ::setenv("MFD_TEST_RECORD", directory.path("record").c_str(), 1);
     {
-        const auto sut = load("Recorder");
+        const auto sut = loadTestModule("Recorder");
         configure(*sut, "AXIS1");
         EXPECT_TRUE(configurationOf(*sut)->initializationCompleted());
         EXPECT_TRUE(functionsOf(*sut)->sendFID("MOVE", {}));
@@ -105,7 +105,7 @@ TEST(Module, OperationsReachTheDriverWithTheirValues) {
 TEST(Module, DeletingItDestroysTheDriver) {
     const TemporaryDirectory directory;
     ::setenv("MFD_TEST_RECORD", directory.path("record").c_str(), 1);
-    load("Recorder").reset();
+    loadTestModule("Recorder").reset();
     ::unsetenv("MFD_TEST_RECORD");
     EXPECT_THAT(directory.read("record"), EndsWith("destroyed\n"));
 }
@@ -113,7 +113,7 @@ TEST(Module, DeletingItDestroysTheDriver) {
 class ModuleGuard : public testing::Test {
 protected:
     LogCapture log;
-    std::unique_ptr<sal::Module> sut = load("ThrowsEverywhere");
+    std::unique_ptr<sal::Module> sut = loadTestModule("ThrowsEverywhere");
 };
 
 TEST_F(ModuleGuard, FunctionCallThatThrowsIsFalse) {
@@ -161,7 +161,7 @@ TEST_F(ModuleGuard, ExceptionOfSetConfigurationHasTheIDAlready) {
 }
 
 TEST_F(ModuleGuard, ExceptionOfAnyTypeIsCaught) {
-    sut = load("ThrowsInSendFID");
+    sut = loadTestModule("ThrowsInSendFID");
     EXPECT_FALSE(functionsOf(*sut)->sendFID("INT", {}));
     EXPECT_THAT(log.finish(), HasSubstr("an exception left sendFID(INT): an exception of type int\n"));
 }
@@ -185,7 +185,7 @@ public:
 
 TEST(ModuleObserver, FollowsADriverThroughItsLife) {
     const Observer observer;
-    auto sut = load("VersionOne");
+    auto sut = loadTestModule("VersionOne");
     configure(*sut, "AXIS1");
     configurationOf(*sut)->initializationCompleted();
     configurationOf(*sut)->deinitialize();
@@ -210,7 +210,7 @@ TEST(ModuleObserver, IsToldOfTheDeletionWhenTheDriverIsGone) {
         const TemporaryDirectory& m_source;
     };
     const RecordReader observer(directory);
-    auto sut = load("Recorder");
+    auto sut = loadTestModule("Recorder");
     configure(*sut, "AXIS1");
     sut.reset();
     ::unsetenv("MFD_TEST_RECORD");
@@ -220,14 +220,14 @@ TEST(ModuleObserver, IsToldOfTheDeletionWhenTheDriverIsGone) {
 TEST(ModuleObserver, IsToldOfTheEndOfACallThatThrows) {
     const LogCapture log;
     const Observer observer;
-    const auto sut = load("ThrowsEverywhere");
+    const auto sut = loadTestModule("ThrowsEverywhere");
     configure(*sut, "AXIS1");
     EXPECT_THAT(observer.told, ElementsAre("begins AXIS1 setConfiguration", "ended AXIS1 setConfiguration"));
 }
 
 TEST(ModuleObserver, IsNotToldOfADriverWithoutID) {
     const Observer observer;
-    auto sut = load("VersionOne");
+    auto sut = loadTestModule("VersionOne");
     configurationOf(*sut)->deinitialize();
     sut.reset();
     EXPECT_TRUE(observer.told.empty());
@@ -235,7 +235,7 @@ TEST(ModuleObserver, IsNotToldOfADriverWithoutID) {
 
 TEST(ModuleCode, IsUnmappedWithTheModule) {
     LogCapture log;
-    auto sut = load("VersionOne");
+    auto sut = loadTestModule("VersionOne");
     EXPECT_TRUE(isMapped("VersionOne"));
     sut.reset();
     EXPECT_FALSE(isMapped("VersionOne"));
@@ -244,8 +244,8 @@ TEST(ModuleCode, IsUnmappedWithTheModule) {
 
 TEST(ModuleCode, StaysForAnotherDriverOfTheFile) {
     LogCapture log;
-    auto first = load("VersionOne");
-    auto second = load("VersionOne");
+    auto first = loadTestModule("VersionOne");
+    auto second = loadTestModule("VersionOne");
     configure(*first, "AXIS1");
     first.reset();
     EXPECT_TRUE(isMapped("VersionOne"));
@@ -258,7 +258,7 @@ TEST(ModuleCode, StaysForAnotherDriverOfTheFile) {
 
 TEST(ModuleCode, UniqueSymbolThatPinsItIsNamed) {
     LogCapture log;
-    auto sut = load("PinnedByUniqueSymbol");
+    auto sut = loadTestModule("PinnedByUniqueSymbol");
     ASSERT_TRUE(sut);
     sut.reset();
     if (!isMapped("PinnedByUniqueSymbol"))
@@ -270,14 +270,14 @@ TEST(ModuleCode, UniqueSymbolThatPinsItIsNamed) {
 
 TEST(ModuleCode, LinkFlagThatPinsItIsNamed) {
     LogCapture log;
-    load("PinnedByNoDelete").reset();
+    loadTestModule("PinnedByNoDelete").reset();
     EXPECT_TRUE(isMapped("PinnedByNoDelete"));
     EXPECT_THAT(log.finish(), HasSubstr("stays mapped: it is linked with -z nodelete\n"));
 }
 
 TEST(ModuleCode, PendingThreadLocalDestructorIsNamed) {
     LogCapture log;
-    auto sut = load("PinnedByThreadLocal");
+    auto sut = loadTestModule("PinnedByThreadLocal");
     std::thread([&] {
         functionsOf(*sut)->sendFID("TOUCH", {});
         sut.reset();

@@ -9,6 +9,7 @@
 #include "DriverHost.h"
 #include "HangGuard.h"
 #include "LogFile.h"
+#include "ParameterPairs.h"
 #include "TemporaryDirectory.h"
 
 using testing::HasSubstr;
@@ -16,13 +17,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 namespace {
-
-FIDParameterList parameters(const std::vector<std::pair<std::string, std::string>>& pairs) {
-    FIDParameterList list;
-    for (const auto& [name, value] : pairs)
-        list.add(name, value);
-    return list;
-}
 
 class PanelDriverTest : public testing::Test {
 protected:

@@ -18,7 +18,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 using EAction = WorkplacePlan::EAction;
-using EKind = WorkplaceState::EKind;
+using EStateKind = WorkplaceState::EKind;
 
 class PlanCommandsTest : public testing::Test {
 protected:
@@ -176,11 +176,11 @@ TEST_F(PlanCommandsTest, DiffTellsInWhichFilesAndLinesTheyDiffer) {
     directory.write("m.so", "module");
     EXPECT_EQ("there is no state\n", reply("diff 7"));
     m_state =
-        WorkplaceState{{{EKind::Workplace, directory.path("w.xml"), {}, "one\nthree\n"},
-                        {EKind::Signature, directory.path("w.xml.sig"), {}, "other"},
-                        {EKind::Module, directory.path("m.so"),
+        WorkplaceState{{{EStateKind::Workplace, directory.path("w.xml"), {}, "one\nthree\n"},
+                        {EStateKind::Signature, directory.path("w.xml.sig"), {}, "other"},
+                        {EStateKind::Module, directory.path("m.so"),
                          ModuleIdentity::of(directory.path("m.so")).digest(), "module"},
-                        {EKind::Module, directory.path("gone.so"), std::string(64, 'a'), std::nullopt}}};
+                        {EStateKind::Module, directory.path("gone.so"), std::string(64, 'a'), std::nullopt}}};
     EXPECT_EQ(directory.path("w.xml") + " differs\n@@ line 1\n one\n-three\n+two\\x1b\n" +
                   directory.path("w.xml.sig") + " differs\n" + directory.path("gone.so") +
                   " is not there: No such file or directory\n",

@@ -10,7 +10,7 @@
 
 namespace {
 
-struct Fixture {
+struct QueueDistributorFIDFixture {
     fakehost::FakeHost host;
     RecordingSink sink;
     DriverOutput output{sink};
@@ -19,13 +19,13 @@ struct Fixture {
 };
 
 TEST(QueueDistributorFID, AnswersIDistributorFIDAlone) {
-    Fixture f;
+    QueueDistributorFIDFixture f;
     EXPECT_EQ(f.sut.queryInterface(IID_IDistributorFID), &f.sut);
     EXPECT_EQ(f.sut.queryInterface(IID_IFunctionID), nullptr);
 }
 
 TEST(QueueDistributorFID, DispatchSendsTheFid) {
-    Fixture f;
+    QueueDistributorFIDFixture f;
     FIDParameterList parameters;
     parameters.add("page", "2");
     f.sut.dispatchFID("PANEL.SHOW", parameters);

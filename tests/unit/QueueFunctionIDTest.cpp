@@ -15,7 +15,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-struct Fixture {
+struct QueueFunctionIDFixture {
     fakehost::FakeHost host;
     RecordingSink sink;
     DriverOutput output{sink};
@@ -23,13 +23,13 @@ struct Fixture {
 };
 
 TEST(QueueFunctionID, AnswersIFunctionIDAlone) {
-    Fixture f;
+    QueueFunctionIDFixture f;
     EXPECT_EQ(f.sut.queryInterface(IID_IFunctionID), &f.sut);
     EXPECT_EQ(f.sut.queryInterface(IID_IMFDConfiguration), nullptr);
 }
 
 TEST(QueueFunctionID, SendsFidWithParameters) {
-    Fixture f;
+    QueueFunctionIDFixture f;
     FIDParameterList parameters;
     parameters.add("page", "2");
     EXPECT_TRUE(f.sut.sendFID("PANEL.SHOW", parameters));
@@ -37,31 +37,31 @@ TEST(QueueFunctionID, SendsFidWithParameters) {
 }
 
 TEST(QueueFunctionID, SendsFidWithoutParameters) {
-    Fixture f;
+    QueueFunctionIDFixture f;
     EXPECT_TRUE(f.sut.sendFID("PANEL.CLEAR", FIDParameterList()));
     EXPECT_THAT(f.sink.messages, ElementsAre(goldenText("DSPFID-no-parameters")));
 }
 
 TEST(QueueFunctionID, TooLongFidIsNotSent) {
-    Fixture f;
+    QueueFunctionIDFixture f;
     EXPECT_FALSE(f.sut.sendFID(std::string(256, 'x'), FIDParameterList()));
     EXPECT_THAT(f.sink.messages, IsEmpty());
 }
 
 TEST(QueueFunctionID, RefusedFidReportsFailure) {
-    Fixture f;
+    QueueFunctionIDFixture f;
     f.sink.refuses = true;
     EXPECT_FALSE(f.sut.sendFID("PANEL.CLEAR", FIDParameterList()));
 }
 
 TEST(QueueFunctionID, CannotSubscribe) {
-    Fixture f;
+    QueueFunctionIDFixture f;
     EXPECT_FALSE(f.sut.subscribe("PANEL.SHOW"));
     EXPECT_THAT(f.sink.messages, IsEmpty());
 }
 
 TEST(QueueFunctionID, HasNoStateToShow) {
-    Fixture f;
+    QueueFunctionIDFixture f;
     EXPECT_TRUE(f.sut.showState());
     EXPECT_THAT(f.sink.messages, IsEmpty());
 }

@@ -14,7 +14,7 @@ namespace {
 
 using testing::ElementsAre;
 
-struct Fixture {
+struct QueuePanelStateFixture {
     fakehost::FakeHost host;
     RecordingSink sink;
     DriverOutput output{sink};
@@ -22,67 +22,67 @@ struct Fixture {
 };
 
 TEST(QueuePanelState, AnswersIPanelStateAlone) {
-    Fixture f;
+    QueuePanelStateFixture f;
     EXPECT_EQ(f.sut.queryInterface(IID_IPanelState), &f.sut);
     EXPECT_EQ(f.sut.queryInterface(IID_IFunctionID), nullptr);
 }
 
 TEST(QueuePanelState, SendsText) {
-    Fixture f;
+    QueuePanelStateFixture f;
     f.sut.setStateValue("MODE", "auto");
     EXPECT_THAT(f.sink.messages, ElementsAre(goldenText("SETVAL")));
 }
 
 TEST(QueuePanelState, SendsEmptyText) {
-    Fixture f;
+    QueuePanelStateFixture f;
     f.sut.setStateValue("", "");
     EXPECT_THAT(f.sink.messages, ElementsAre(goldenText("SETVAL-empty")));
 }
 
 TEST(QueuePanelState, SendsFloat) {
-    Fixture f;
+    QueuePanelStateFixture f;
     f.sut.setStateValueFloat("TEMP", 21.5F);
     EXPECT_THAT(f.sink.messages, ElementsAre(goldenText("SETVAF")));
 }
 
 TEST(QueuePanelState, SendsNotANumber) {
-    Fixture f;
+    QueuePanelStateFixture f;
     f.sut.setStateValueFloat("T", std::numeric_limits<float>::quiet_NaN());
     EXPECT_THAT(f.sink.messages, ElementsAre(std::string("SETVAF\1T\0\0\xc0\x7f", 12)));
 }
 
 TEST(QueuePanelState, SendsInt) {
-    Fixture f;
+    QueuePanelStateFixture f;
     f.sut.setStateValueInt("A", 1);
     EXPECT_THAT(f.sink.messages, ElementsAre(goldenText("SETVAI")));
 }
 
 TEST(QueuePanelState, SendsNegativeInt) {
-    Fixture f;
+    QueuePanelStateFixture f;
     f.sut.setStateValueInt("A", -2);
     EXPECT_THAT(f.sink.messages, ElementsAre(goldenText("SETVAI-negative")));
 }
 
 TEST(QueuePanelState, SendsTrue) {
-    Fixture f;
+    QueuePanelStateFixture f;
     f.sut.setStateValueBool("DOOR", true);
     EXPECT_THAT(f.sink.messages, ElementsAre(goldenText("SETVAB")));
 }
 
 TEST(QueuePanelState, SendsFalse) {
-    Fixture f;
+    QueuePanelStateFixture f;
     f.sut.setStateValueBool("DOOR", false);
     EXPECT_THAT(f.sink.messages, ElementsAre(std::string("SETVAB\4DOOR\0", 12)));
 }
 
 TEST(QueuePanelState, SendsUnset) {
-    Fixture f;
+    QueuePanelStateFixture f;
     f.sut.unsetStateValue("DOOR");
     EXPECT_THAT(f.sink.messages, ElementsAre(goldenText("UNSVAL")));
 }
 
 TEST(QueuePanelState, SendsEvent) {
-    Fixture f;
+    QueuePanelStateFixture f;
     f.sut.triggerEvent("ALARM", "hot");
     EXPECT_THAT(f.sink.messages, ElementsAre(goldenText("TRIGGR")));
 }

@@ -12,7 +12,7 @@ namespace {
 
 using testing::ElementsAre;
 
-struct Fixture {
+struct QueueSystemFixture {
     fakehost::FakeHost host;
     RecordingSink sink;
     DriverOutput output{sink};
@@ -21,13 +21,13 @@ struct Fixture {
 };
 
 TEST(QueueSystem, SendsCommand) {
-    Fixture f;
+    QueueSystemFixture f;
     f.sut.executeCommand("reloadDriver", "AXIS2");
     EXPECT_THAT(f.sink.messages, ElementsAre(goldenText("SYSCMD")));
 }
 
 TEST(QueueSystem, AnswersASenderOfFids) {
-    Fixture f;
+    QueueSystemFixture f;
     auto* pSender = dynamic_cast<IFunctionID*>(f.sut.queryInterface(IID_IFunctionID));
     ASSERT_NE(pSender, nullptr);
     pSender->sendFID("PANEL.CLEAR", FIDParameterList());
@@ -35,7 +35,7 @@ TEST(QueueSystem, AnswersASenderOfFids) {
 }
 
 TEST(QueueSystem, AnswersNothingElse) {
-    Fixture f;
+    QueueSystemFixture f;
     EXPECT_EQ(f.sut.queryInterface(IID_IDistributorFID), nullptr);
 }
 

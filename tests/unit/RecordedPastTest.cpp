@@ -14,18 +14,18 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-constexpr std::int64_t s_second = 1'000'000;
+constexpr std::int64_t s_secondOfPast = 1'000'000;
 
 /// The rings of a host that began at second 0, and segments of it and of others.
 class RecordedPastTest : public StreamFixture {
 protected:
     void write(std::int64_t second, const std::string& text) {
-        m_pRing->write(at(second * s_second), exit(text));
+        m_pRing->write(at(second * s_secondOfPast), exit(text));
     }
     stream::StreamRecord record(std::uint64_t number, std::int64_t second) {
         stream::StreamRecord made;
         made.number = number;
-        made.time = at(second * s_second);
+        made.time = at(second * s_secondOfPast);
         made.kind = stream::EKind::Exit;
         made.text = "kept" + std::to_string(number);
         return made;
@@ -59,7 +59,8 @@ protected:
         const auto take = [&](const stream::StreamRecord& taken, const stream::KeyNames&, bool isAnew) {
             lines.push_back(taken.text + (isAnew ? " anew" : ""));
         };
-        EXPECT_TRUE(sut.read({at(from * s_second), at(to * s_second)}, take, [] { return false; }));
+        EXPECT_TRUE(
+            sut.read({at(from * s_secondOfPast), at(to * s_secondOfPast)}, take, [] { return false; }));
         for (const RecordedPast::Hole& hole : sut.holes()) {
             const auto second = [&](stream::Time time) {
                 return std::to_string((time - at(0)) / std::chrono::seconds(1));
@@ -119,7 +120,7 @@ TEST_F(RecordedPastTest, HostsBeforeItComeFromTheirSegmentsWithAHoleBetween) {
 TEST_F(RecordedPastTest, SegmentThatEndedBeforeTheSpanIsNotOpened) {
     std::filesystem::create_directories(m_directory.path("recording"));
     m_directory.write("recording/00000001.seg", "no segment");
-    setTime(m_directory.path("recording/00000001.seg"), at(-500 * s_second));
+    setTime(m_directory.path("recording/00000001.seg"), at(-500 * s_secondOfPast));
     write(0, "a");
     EXPECT_EQ((Lines{"a"}), read(0, 9));
 }
@@ -148,7 +149,7 @@ TEST_F(RecordedPastTest, WhatTheKeeperDidNotKeepIsAHole) {
     gap.kind = stream::EKind::Gap;
     gap.value = 3;
     const auto nanoseconds = [](std::int64_t second) {
-        return static_cast<std::uint64_t>(at(second * s_second).time_since_epoch().count());
+        return static_cast<std::uint64_t>(at(second * s_secondOfPast).time_since_epoch().count());
     };
     const std::array<std::uint64_t, 5> words{2, 8, 6, nanoseconds(-45), nanoseconds(-40)};
     gap.text.assign(reinterpret_cast<const char*>(words.data()), sizeof words);

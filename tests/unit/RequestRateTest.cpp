@@ -6,7 +6,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr RequestRate::Clock::time_point s_begin{};
+constexpr RequestRate::Clock::time_point s_rateBegin{};
 
 int takeAll(RequestRate& sut, bool isFavoured, RequestRate::Clock::time_point now) {
     int count = 0;
@@ -16,36 +16,36 @@ int takeAll(RequestRate& sut, bool isFavoured, RequestRate::Clock::time_point no
 }
 
 TEST(RequestRate, ThoseOfASecondMayComeAtOnce) {
-    RequestRate sut(100, s_begin);
-    EXPECT_EQ(takeAll(sut, true, s_begin), 100);
+    RequestRate sut(100, s_rateBegin);
+    EXPECT_EQ(takeAll(sut, true, s_rateBegin), 100);
 }
 
 TEST(RequestRate, LastFifthIsForTheFavoured) {
-    RequestRate sut(100, s_begin);
-    EXPECT_EQ(takeAll(sut, false, s_begin), 80);
-    EXPECT_EQ(takeAll(sut, true, s_begin), 20);
+    RequestRate sut(100, s_rateBegin);
+    EXPECT_EQ(takeAll(sut, false, s_rateBegin), 80);
+    EXPECT_EQ(takeAll(sut, true, s_rateBegin), 20);
 }
 
 TEST(RequestRate, ComesBackWithTime) {
-    RequestRate sut(100, s_begin);
-    takeAll(sut, true, s_begin);
-    EXPECT_EQ(takeAll(sut, true, s_begin + 500ms), 50);
-    EXPECT_EQ(takeAll(sut, true, s_begin + 600s), 100);
+    RequestRate sut(100, s_rateBegin);
+    takeAll(sut, true, s_rateBegin);
+    EXPECT_EQ(takeAll(sut, true, s_rateBegin + 500ms), 50);
+    EXPECT_EQ(takeAll(sut, true, s_rateBegin + 600s), 100);
 }
 
 TEST(RequestRate, SteadyOnesAtItsNumberAreAllTaken) {
-    RequestRate sut(1000, s_begin);
+    RequestRate sut(1000, s_rateBegin);
     int refused = 0;
     for (int i = 0; i < 20'000; ++i)
-        refused += !sut.take(false, s_begin + i * 1ms);
+        refused += !sut.take(false, s_rateBegin + i * 1ms);
     EXPECT_EQ(refused, 0);
 }
 
 TEST(RequestRate, FavouredAreTakenBesideOneThatAsksWithoutEnd) {
-    RequestRate sut(1000, s_begin);
+    RequestRate sut(1000, s_rateBegin);
     int refused = 0;
     for (int i = 0; i < 10'000; ++i) {
-        const auto now = s_begin + i * 1ms;
+        const auto now = s_rateBegin + i * 1ms;
         takeAll(sut, false, now);
         if (i % 10 == 0)
             refused += !sut.take(true, now);

@@ -8,6 +8,7 @@
 #include "DriverHost.h"
 #include "IDistributorFID.h"
 #include "LogFile.h"
+#include "ParameterPairs.h"
 #include "TemporaryDirectory.h"
 
 using testing::HasSubstr;
@@ -15,13 +16,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 namespace {
-
-FIDParameterList parameters(const std::vector<std::pair<std::string, std::string>>& pairs) {
-    FIDParameterList list;
-    for (const auto& [name, value] : pairs)
-        list.add(name, value);
-    return list;
-}
 
 /// A machine of files, whose load the test sets.
 class Machine {
@@ -337,7 +331,7 @@ TEST_F(SysMonDriverTest, TwoInOneProcessKeepApart) {
 }
 
 /// What a driver in a process of its own is given.
-class Distributor : public IDistributorFID {
+class NotingDistributor : public IDistributorFID {
 public:
     mutable CallLog calls;
 
@@ -346,7 +340,7 @@ public:
 };
 
 TEST_F(SysMonDriverTest, ForwardThatTheQueueRefusesFailsThoughThereIsADistributor) {
-    Distributor distributor;
+    NotingDistributor distributor;
     DriverHost otherHost;
     SysMonDriver other(machine.paths());
     other.setDistributorFIDInterface(&distributor);

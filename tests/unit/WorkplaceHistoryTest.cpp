@@ -20,19 +20,19 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using EKind = WorkplaceState::EKind;
+using EStateKind = WorkplaceState::EKind;
 
 class WorkplaceHistoryTest : public testing::Test {
 protected:
     static WorkplaceState state(const std::string& workplace, const std::string& module = "module") {
-        return {{{EKind::Workplace, "/etc/w x.xml", {}, workplace},
-                 {EKind::Module, "/drivers/axis.so", std::string(64, 'a'), module}}};
+        return {{{EStateKind::Workplace, "/etc/w x.xml", {}, workplace},
+                 {EStateKind::Module, "/drivers/axis.so", std::string(64, 'a'), module}}};
     }
     /// The bytes of its workplace file, or why it cannot be had.
     static std::string bytes(const WorkplaceHistory& sut, unsigned number) {
         std::string error;
         const auto found = sut.state(number, error);
-        return found ? *found->find(EKind::Workplace)->bytes : error;
+        return found ? *found->find(EStateKind::Workplace)->bytes : error;
     }
     unsigned add(WorkplaceHistory& sut, const std::string& workplace, unsigned restores = 0) {
         std::string error;
@@ -97,11 +97,11 @@ TEST_F(WorkplaceHistoryTest, StateIsFoundAgainByTheNextHost) {
     EXPECT_TRUE(sut.entries()[1].isApplied);
     const auto found = sut.state(1, error);
     ASSERT_TRUE(found) << error;
-    EXPECT_EQ(std::string("one\0two", 7), found->find(EKind::Workplace)->bytes);
-    EXPECT_EQ("/etc/w x.xml", found->find(EKind::Workplace)->path);
-    EXPECT_EQ("module", found->find(EKind::Module)->bytes);
-    EXPECT_EQ(std::string(64, 'a'), found->find(EKind::Module)->identity);
-    EXPECT_EQ(nullptr, found->find(EKind::Signature));
+    EXPECT_EQ(std::string("one\0two", 7), found->find(EStateKind::Workplace)->bytes);
+    EXPECT_EQ("/etc/w x.xml", found->find(EStateKind::Workplace)->path);
+    EXPECT_EQ("module", found->find(EStateKind::Module)->bytes);
+    EXPECT_EQ(std::string(64, 'a'), found->find(EStateKind::Module)->identity);
+    EXPECT_EQ(nullptr, found->find(EStateKind::Signature));
 }
 
 TEST_F(WorkplaceHistoryTest, TimeIsWrittenForPeople) {
@@ -118,8 +118,8 @@ TEST_F(WorkplaceHistoryTest, FileThatWasTooLargeIsNamedWithoutItsBytes) {
     ASSERT_EQ(1u, m_sut.add({}, large, error)) << error;
     const auto found = again().state(1, error);
     ASSERT_TRUE(found) << error;
-    EXPECT_EQ(std::nullopt, found->find(EKind::Module)->bytes);
-    EXPECT_EQ(std::string(64, 'a'), found->find(EKind::Module)->identity);
+    EXPECT_EQ(std::nullopt, found->find(EStateKind::Module)->bytes);
+    EXPECT_EQ(std::string(64, 'a'), found->find(EStateKind::Module)->identity);
 }
 
 TEST_F(WorkplaceHistoryTest, SameBytesAreKeptOnce) {

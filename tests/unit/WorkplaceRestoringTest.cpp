@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
-using EKind = WorkplaceState::EKind;
+using EStateKind = WorkplaceState::EKind;
 
 class WorkplaceRestoringTest : public testing::Test {
 protected:
@@ -70,11 +70,11 @@ TEST_F(WorkplaceRestoringTest, StateHasTheFilesOfTheDriversThatAreConfigured) {
     for (const auto& file : state.files)
         names.push_back(fs::path(file.path).filename());
     EXPECT_THAT(names, UnorderedElementsAre("w.xml", "w.xml.sig", "w.xml.sig.info", "axis.so", "axis.xml"));
-    EXPECT_EQ(m_directory.read("w.xml"), state.find(EKind::Workplace)->bytes);
-    EXPECT_EQ(std::string(64, 's'), state.find(EKind::Signature)->bytes);
-    EXPECT_EQ("info", state.find(EKind::SigningRecord)->bytes);
-    EXPECT_EQ("axis", state.find(EKind::Module)->bytes);
-    EXPECT_EQ(ModuleIdentity::of(path("drivers/axis.so")).digest(), state.find(EKind::Module)->identity);
+    EXPECT_EQ(m_directory.read("w.xml"), state.find(EStateKind::Workplace)->bytes);
+    EXPECT_EQ(std::string(64, 's'), state.find(EStateKind::Signature)->bytes);
+    EXPECT_EQ("info", state.find(EStateKind::SigningRecord)->bytes);
+    EXPECT_EQ("axis", state.find(EStateKind::Module)->bytes);
+    EXPECT_EQ(ModuleIdentity::of(path("drivers/axis.so")).digest(), state.find(EStateKind::Module)->identity);
 }
 
 TEST_F(WorkplaceRestoringTest, WhatIsAsItWasIsNotWritten) {
@@ -126,7 +126,7 @@ TEST_F(WorkplaceRestoringTest, PathOfTheStateDecidesNothingAboutTheWorkplaceFile
 TEST_F(WorkplaceRestoringTest, OnlyWhatLiesInADriverDirectoryIsGivenBack) {
     WorkplaceState state = stateNow();
     for (const char* name : {"secret", "drivers/../secret", "drivers/sub/secret", "driversecret"})
-        state.files.push_back({EKind::Module, path(name), std::string(64, 'a'), "forged"});
+        state.files.push_back({EStateKind::Module, path(name), std::string(64, 'a'), "forged"});
     EXPECT_THAT(changed(state), IsEmpty());
     ASSERT_EQ(4u, m_notes.size());
     EXPECT_EQ(path("secret") +
@@ -158,7 +158,7 @@ TEST_F(WorkplaceRestoringTest, LinkToAModuleIsNotReplaced) {
 TEST_F(WorkplaceRestoringTest, ModuleThatWasTooLargeIsTold) {
     WorkplaceState state = stateNow();
     for (auto& file : state.files)
-        if (file.kind == EKind::Module)
+        if (file.kind == EStateKind::Module)
             file.bytes.reset();
     EXPECT_THAT(changed(state), IsEmpty());
     EXPECT_THAT(m_notes, IsEmpty());
@@ -180,7 +180,7 @@ TEST_F(WorkplaceRestoringTest, StateWithoutAWorkplaceFileIsNone) {
 TEST_F(WorkplaceRestoringTest, ToBeShownAStateIsKeptToTheWorkplacesOwnFiles) {
     WorkplaceState state = stateNow();
     state.files[0].path = "/etc/passwd";
-    state.files.push_back({EKind::Descriptor, "/etc/passwd", {}, "forged"});
+    state.files.push_back({EStateKind::Descriptor, "/etc/passwd", {}, "forged"});
     keepToOwnFiles(state, {path("w.xml"), {path("drivers")}, false});
     EXPECT_EQ(path("w.xml"), state.files[0].path);
     for (const auto& file : state.files)

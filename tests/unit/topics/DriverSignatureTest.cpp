@@ -27,7 +27,7 @@ using Parameters = const FIDParameterList&;
 
 /// A base that is not virtual can be cast down again without asking the object.
 template <class Base, class Class>
-concept DerivesNonVirtually = requires(Base* pBase) {
+concept IsStaticBase = requires(Base* pBase) {
     static_cast<Class*>(pBase);
 };
 
@@ -101,7 +101,7 @@ TEST(DriverSignature, ProxyHasThreeBasesAndOneInterfacePart) {
     EXPECT_TRUE((std::is_convertible_v<MDMDriverIPCI*, IMFDConfiguration*>));
     EXPECT_TRUE((std::is_convertible_v<MDMDriverIPCI*, sal::Thread*>));
     EXPECT_TRUE((std::is_convertible_v<MDMDriverIPCI*, IInterface*>));
-    EXPECT_FALSE((DerivesNonVirtually<IInterface, MDMDriverIPCI>));
+    EXPECT_FALSE((IsStaticBase<IInterface, MDMDriverIPCI>));
     EXPECT_TRUE(std::has_virtual_destructor_v<MDMDriverIPCI>);
 }
 
@@ -160,13 +160,13 @@ TEST(DriverSignature, DistributorHasThreeBasesAndOneInterfacePart) {
     EXPECT_TRUE((std::is_convertible_v<MDMFidDistributor*, IPanelState*>));
     EXPECT_TRUE((std::is_convertible_v<MDMFidDistributor*, IFunctionID*>));
     EXPECT_TRUE((std::is_convertible_v<MDMFidDistributor*, IInterface*>));
-    EXPECT_FALSE((DerivesNonVirtually<IInterface, MDMFidDistributor>));
+    EXPECT_FALSE((IsStaticBase<IInterface, MDMFidDistributor>));
 }
 
 TEST(DriverSignature, SegmentPointers) {
     EXPECT_TRUE(std::has_virtual_destructor_v<SegmentPointerBase>);
     EXPECT_TRUE(std::has_virtual_destructor_v<FIDSegmentPointer>);
-    EXPECT_TRUE((DerivesNonVirtually<SegmentPointerBase, FIDSegmentPointer>));
+    EXPECT_TRUE((IsStaticBase<SegmentPointerBase, FIDSegmentPointer>));
     EXPECT_FALSE((std::is_base_of_v<IInterface, FIDSegmentPointer>));
 }
 
@@ -192,7 +192,7 @@ TEST(DriverSignature, PortHasTwoBasesAndOneInterfacePart) {
     EXPECT_TRUE((std::is_convertible_v<MDMMainframeDriverPort*, IPanelState*>));
     EXPECT_TRUE((std::is_convertible_v<MDMMainframeDriverPort*, IFunctionID*>));
     EXPECT_TRUE((std::is_convertible_v<MDMMainframeDriverPort*, IInterface*>));
-    EXPECT_FALSE((DerivesNonVirtually<IInterface, MDMMainframeDriverPort>));
+    EXPECT_FALSE((IsStaticBase<IInterface, MDMMainframeDriverPort>));
     EXPECT_FALSE((std::is_base_of_v<IDistributorFID, MDMMainframeDriverPort>));
 }
 
@@ -214,7 +214,7 @@ TEST(DriverSignature, VirtualPanelOperations) {
 
 TEST(DriverSignature, VirtualPanelIsAPanelStateAndNothingElse) {
     EXPECT_TRUE((std::is_convertible_v<MDMVirtualPanelIPCI*, IPanelState*>));
-    EXPECT_TRUE((DerivesNonVirtually<IPanelState, MDMVirtualPanelIPCI>));
-    EXPECT_FALSE((DerivesNonVirtually<IInterface, MDMVirtualPanelIPCI>));
+    EXPECT_TRUE((IsStaticBase<IPanelState, MDMVirtualPanelIPCI>));
+    EXPECT_FALSE((IsStaticBase<IInterface, MDMVirtualPanelIPCI>));
     EXPECT_FALSE((std::is_base_of_v<IFunctionID, MDMVirtualPanelIPCI>));
 }
