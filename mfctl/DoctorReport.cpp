@@ -50,6 +50,7 @@ Json jsonOf(const HostSurvey::Process& process) {
             {"memoryKb", facts.memoryKb},
             {"descriptors", facts.descriptors},
             {"queues", facts.queues},
+            {"rings", facts.rings},
             {"trouble", HostSurvey::trouble(process)},
             {"threads", threads}};
 }
@@ -74,6 +75,24 @@ Json jsonOf(const std::vector<HostSurvey::Socket>& sockets) {
     for (const HostSurvey::Socket& socket : sockets)
         list.push_back(jsonOf(socket));
     return list;
+}
+
+Json jsonOf(const std::vector<HostSurvey::QueueFile>& files) {
+    Json list = Json::array();
+    for (const HostSurvey::QueueFile& file : files)
+        list.push_back({{"name", file.name},
+                        {"bytes", file.bytes},
+                        {"writtenMs", std::chrono::milliseconds(file.untouched).count()}});
+    return list;
+}
+
+std::string filesText(const std::string& before, const std::vector<HostSurvey::QueueFile>& files) {
+    std::string text;
+    for (const HostSurvey::QueueFile& file : files)
+        text += base::printable(before + file.name + ", " + std::to_string(file.bytes) + " bytes, written " +
+                                base::ageText(file.untouched) + " ago") +
+                "\n";
+    return text;
 }
 
 }  // namespace
@@ -140,6 +159,8 @@ std::string DoctorReport::processText(const HostSurvey::Process& process, const 
                  indent);
     for (const std::string& queue : facts.queues)
         text += indented("queue      " + queue, indent);
+    for (const std::string& ring : facts.rings)
+        text += indented("recording  " + ring, indent);
     base::Table table({"thread", "name", "state", "waits in", "processor"});
     for (std::size_t i = 0; i < facts.threads.size(); ++i) {
         const ProcessFacts::Thread& thread = facts.threads[i];
@@ -178,10 +199,7 @@ std::string DoctorReport::leftText() const {
                 : directory.isHeld ? "queues: "
                                    : "queues, and no host has their lock: ";
         text += base::printable(directory.path) + "\n";
-        for (const HostSurvey::QueueFile& file : directory.files)
-            text += base::printable("  " + file.name + ", " + std::to_string(file.bytes) +
-                                    " bytes, written " + base::ageText(file.untouched) + " ago") +
-                    "\n";
+        text += filesText("  ", directory.files) + filesText("  recording: ", directory.recording);
     }
     return text;
 }
@@ -197,15 +215,11 @@ Json DoctorReport::json() const {
     }
     Json directories = Json::array();
     for (const HostSurvey::QueueDirectory& directory : m_survey.queueDirectories) {
-        Json files = Json::array();
-        for (const HostSurvey::QueueFile& file : directory.files)
-            files.push_back({{"name", file.name},
-                             {"bytes", file.bytes},
-                             {"writtenMs", std::chrono::milliseconds(file.untouched).count()}});
         directories.push_back({{"path", directory.path},
                                {"seen", directory.isSeen},
                                {"held", directory.isHeld},
-                               {"files", files}});
+                               {"files", jsonOf(directory.files)},
+                               {"recording", jsonOf(directory.recording)}});
     }
     return {{"well", m_survey.isWell()},
             {"hosts", hosts},

@@ -20,6 +20,7 @@
 #include "ApiClient.h"
 #include "ControlError.h"
 #include "HeldUpText.h"
+#include "RecordingSearch.h"
 #include "UniqueFd.h"
 
 namespace fs = std::filesystem;
@@ -123,11 +124,18 @@ bool isHostsOwn(const std::string& name) {
                        [](char c) { return c >= '0' && c <= '9'; });
 }
 
+/// The memory of a recording and what lies beside it, or the directory that the next host gives to that of a
+/// dead one.
+bool isOfRecording(const std::string& name) {
+    return name.starts_with(RecordingSearch::s_ringName) || name == RecordingSearch::s_placeName ||
+           (name.starts_with("mfd-") && name.find("-ring-") != std::string::npos);
+}
+
 /// place: where this process finds it.
 HostSurvey::QueueDirectory queueDirectory(const std::string& path, const std::string& place,
                                           const std::string& proc) {
     std::error_code failed;
-    HostSurvey::QueueDirectory directory{path, fs::is_directory(place, failed), false, {}};
+    HostSurvey::QueueDirectory directory{path, fs::is_directory(place, failed), false, {}, {}};
     // A host locks only a directory that it has made.
     directory.isHeld = !isHostsOwn(fs::path(path).filename().string()) || isLocked(place, proc);
     for (fs::directory_iterator entry(place, failed), end; !failed && entry != end; entry.increment(failed)) {
@@ -135,11 +143,13 @@ HostSurvey::QueueDirectory queueDirectory(const std::string& path, const std::st
         if (::lstat(entry->path().c_str(), &info) != 0)
             continue;
         const auto age = std::chrono::seconds(std::max<std::time_t>(0, std::time(nullptr) - info.st_mtime));
-        directory.files.push_back(
-            {entry->path().filename().string(), static_cast<std::uint64_t>(info.st_size), age});
+        const std::string name = entry->path().filename().string();
+        (isOfRecording(name) ? directory.recording : directory.files)
+            .push_back({name, static_cast<std::uint64_t>(info.st_size), age});
     }
-    std::sort(directory.files.begin(), directory.files.end(),
-              [](const auto& one, const auto& other) { return one.name < other.name; });
+    for (std::vector<HostSurvey::QueueFile>* const pFiles : {&directory.files, &directory.recording})
+        std::sort(pFiles->begin(), pFiles->end(),
+                  [](const auto& one, const auto& other) { return one.name < other.name; });
     return directory;
 }
 
@@ -267,7 +277,7 @@ bool HostSurvey::isWell() const {
     const bool isNothingLeft =
         orphans.empty() && deadSockets.empty() &&
         std::all_of(queueDirectories.begin(), queueDirectories.end(), [](const QueueDirectory& directory) {
-            return directory.isHeld || directory.files.empty();
+            return directory.isHeld || (directory.files.empty() && directory.recording.empty());
         });
     return areHostsWell && isNothingLeft;
 }

@@ -29,6 +29,7 @@ struct HostSurvey {
         bool isHeld =
             false;  ///< a host that runs has its lock; or it was given, and a process that runs uses it
         std::vector<QueueFile> files;
+        std::vector<QueueFile> recording;  ///< its memory, which lies beside the queues
     };
     struct Process {
         ProcessFacts facts;

@@ -11,6 +11,8 @@
 #include <set>
 #include <sstream>
 
+#include "RecordingSearch.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -163,8 +165,12 @@ std::optional<ProcessFacts> ProcessFacts::read(int pid, const std::string& proc)
     facts.memoryKb = residentKb(contents(directory + "/status"));
     facts.descriptors = entriesOf(directory + "/fd");
     const auto setting = facts.settings.find("MFD_QUEUE_DIR");
-    facts.queues = mappedBelow(contents(directory + "/maps"),
-                               setting == facts.settings.end() ? std::string() : setting->second);
+    for (const std::string& file :
+         mappedBelow(contents(directory + "/maps"),
+                     setting == facts.settings.end() ? std::string() : setting->second)) {
+        const bool isRing = fs::path(file).filename() == RecordingSearch::s_ringName;
+        (isRing ? facts.rings : facts.queues).push_back(file);
+    }
     facts.threads = threadsOf(directory);
     return facts;
 }

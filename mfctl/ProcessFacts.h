@@ -34,6 +34,7 @@ struct ProcessFacts {
     std::uint64_t memoryKb = 0;       ///< resident
     std::size_t descriptors = 0;      ///< open ones
     std::vector<std::string> queues;  ///< files below /dev/shm or MFD_QUEUE_DIR that it has mapped
+    std::vector<std::string> rings;   ///< files there that are the memory of a recording
     std::vector<Thread> threads;
 
     /// Nothing when there is no such process.

@@ -78,8 +78,8 @@ TEST(DoctorReport, WhatIsLeftIsTold) {
     survey.deadSockets.push_back({"/run/mfhost-2.sock", 0, "", "Connection refused"});
     survey.deadSockets.push_back({"/run/mfhost-3.sock", 99, "{}", ""});
     survey.queueDirectories.push_back(
-        {"/dev/shm/mfd-0-abcdef", true, false, {{"LAMP_INQ", 4096, std::chrono::seconds(9)}}});
-    survey.queueDirectories.push_back({"/dev/shm/mfd-0-ghijkl", true, true, {}});
+        {"/dev/shm/mfd-0-abcdef", true, false, {{"LAMP_INQ", 4096, std::chrono::seconds(9)}}, {}});
+    survey.queueDirectories.push_back({"/dev/shm/mfd-0-ghijkl", true, true, {}, {}});
     const std::string text = DoctorReport(survey, false).text();
     EXPECT_THAT(text,
                 HasSubstr("left: driver LAMP, process 12, whose parent is no host that is seen here\n"));
@@ -89,6 +89,29 @@ TEST(DoctorReport, WhatIsLeftIsTold) {
     EXPECT_THAT(text, HasSubstr("queues, and no host has their lock: /dev/shm/mfd-0-abcdef\n"
                                 "  LAMP_INQ, 4096 bytes, written 9 s ago\n"));
     EXPECT_THAT(text, HasSubstr("queues: /dev/shm/mfd-0-ghijkl\n"));
+}
+
+TEST(DoctorReport, RecordingIsToldApartFromQueues) {
+    HostSurvey survey = surveyOf({"/run/mfhost.sock", 10, R"({"workplace":"/etc/w.xml","version":"1"})", ""});
+    survey.hosts[0].process.facts.queues = {"/run/q/SYS_INQ"};
+    survey.hosts[0].process.facts.rings = {"/run/q/stream.ring"};
+    survey.queueDirectories.push_back({"/run/q",
+                                       true,
+                                       true,
+                                       {{"SYS_INQ", 4096, std::chrono::seconds(9)}},
+                                       {{"stream.ring", 65536, std::chrono::seconds(2)}}});
+    const std::string text = DoctorReport(survey, false).text();
+    EXPECT_THAT(text, HasSubstr("  queue      /run/q/SYS_INQ\n  recording  /run/q/stream.ring\n"));
+    EXPECT_THAT(text, HasSubstr("queues: /run/q\n"
+                                "  SYS_INQ, 4096 bytes, written 9 s ago\n"
+                                "  recording: stream.ring, 65536 bytes, written 2 s ago\n"));
+    const auto json = DoctorReport(survey, false).json();
+    EXPECT_EQ(R"(["/run/q/SYS_INQ"])", json["hosts"][0]["queues"].dump());
+    EXPECT_EQ(R"(["/run/q/stream.ring"])", json["hosts"][0]["rings"].dump());
+    EXPECT_EQ(R"([{"bytes":4096,"name":"SYS_INQ","writtenMs":9000}])",
+              json["queueDirectories"][0]["files"].dump());
+    EXPECT_EQ(R"([{"bytes":65536,"name":"stream.ring","writtenMs":2000}])",
+              json["queueDirectories"][0]["recording"].dump());
 }
 
 TEST(DoctorReport, JsonHasTheSame) {

@@ -174,6 +174,29 @@ TEST_F(HostSurveyTest, QueueDirectoriesAreThoseOfHostsAndThoseThatProcessesUse) 
     EXPECT_FALSE(sut.queueDirectories[1].isHeld);
 }
 
+TEST_F(HostSurveyTest, RecordingBesideQueuesIsNoQueue) {
+    m_shared.write("mfd-0-abcDEF/SYS_INQ", "12345");
+    m_shared.write("mfd-0-abcDEF/stream.ring", "1234567");
+    m_shared.write("mfd-0-abcDEF/stream.ring.lock", "");
+    m_shared.write("mfd-0-abcDEF/stream.place", "/x\n");
+    m_shared.write("mfd-0-abcDEF/mfd-0-ring-ghiJKL/stream.ring", "");
+    const HostSurvey sut = take();
+    ASSERT_EQ(1u, sut.queueDirectories.size());
+    ASSERT_EQ(1u, sut.queueDirectories[0].files.size());
+    EXPECT_EQ("SYS_INQ", sut.queueDirectories[0].files[0].name);
+    ASSERT_EQ(4u, sut.queueDirectories[0].recording.size());
+    EXPECT_EQ("mfd-0-ring-ghiJKL", sut.queueDirectories[0].recording[0].name);
+    EXPECT_EQ("stream.place", sut.queueDirectories[0].recording[1].name);
+    EXPECT_EQ("stream.ring", sut.queueDirectories[0].recording[2].name);
+    EXPECT_EQ(7u, sut.queueDirectories[0].recording[2].bytes);
+    EXPECT_EQ("stream.ring.lock", sut.queueDirectories[0].recording[3].name);
+}
+
+TEST_F(HostSurveyTest, RecordingOfADeadHostIsLeft) {
+    m_shared.write("mfd-0-abcDEF/stream.ring", "");
+    EXPECT_FALSE(take().isWell());
+}
+
 TEST_F(HostSurveyTest, QueuesOfAHostInASandboxAreFoundThroughIt) {
     addProcess(10, 1, "mfhost", "mfhost");
     m_proc.write("10/root" + m_shared.path("given") + "/SYS_INQ", "12");

@@ -25,6 +25,7 @@ protected:
         m_proc.write("77/maps",
                      "7f00-7f01 rw-s 0 0:1 5  /q/SYS_INQ\n7f02-7f03 rw-s 0 0:1 5  /q/SYS_INQ\n"
                      "7f04-7f05 r--p 0 0:1 5  /lib/x.so\n7f04-7f05 rw-s 0 0:1 5  /dev/shm/mfd-0-a/OUT\n"
+                     "7f05-7f06 rw-s 0 0:1 5  /q/stream.ring\n"
                      "7f06-7f07 rw-s 0 0:1 5  /dev/shm/mfd-0-a/#4 (deleted)\n");
         m_proc.write("77/fd/0", "");
         m_proc.write("77/task/77/stat", "77 (mfddllwrap) S 5 " + fields(30, 12, 40000));
@@ -65,6 +66,10 @@ TEST_F(ProcessFactsTest, HasWhatTheKernelTells) {
 TEST_F(ProcessFactsTest, KnowsTheQueuesThatItHasMapped) {
     EXPECT_EQ((std::vector<std::string>{"/dev/shm/mfd-0-a/OUT", "/q/SYS_INQ"}),
               ProcessFacts::read(77, m_proc.path())->queues);
+}
+
+TEST_F(ProcessFactsTest, KnowsTheMemoryOfARecordingApartFromQueues) {
+    EXPECT_EQ((std::vector<std::string>{"/q/stream.ring"}), ProcessFacts::read(77, m_proc.path())->rings);
 }
 
 TEST_F(ProcessFactsTest, KnowsItsThreads) {
