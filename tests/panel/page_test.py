@@ -254,6 +254,92 @@ class Page(unittest.TestCase):
         self.keys(Keys.ESCAPE)
         self.wait("no dialog", lambda: not self.text("dialog"))
 
+    def test_table_of_values_is_laid_out_once_a_second_and_not_once_a_row(self):
+        host = self.host()
+        host.put_values(*(value(f"A.V{number:02}", number) for number in range(20)))
+        self.open(host, "values")
+        self.wait("its rows", lambda: self.row("A.V19"))
+        self.driver.execute_cdp_cmd("Performance.enable", {})
+        metrics = lambda: self.driver.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]  # noqa: E731
+        layouts = lambda: next(each["value"] for each in metrics() if each["name"] == "LayoutCount")  # noqa: E731
+        self.js("""window.seconds = 0;
+            new MutationObserver(() => { ++window.seconds; }).observe(document.querySelector(".values .row .cell.age"), {characterData: true, subtree: true});""")
+        before = layouts()
+        self.wait("four seconds", lambda: self.js("return window.seconds") >= 4)
+        seconds, laid_out = self.js("return window.seconds"), layouts() - before
+        self.assertLess(laid_out, seconds * 10)
+        # With its own place in the row it is still all there.
+        self.assertEqual(self.js("return [...document.querySelectorAll('.values .row .cell.age')].filter((cell) => cell.scrollWidth > cell.clientWidth).length"), 0)
+
+    def test_curve_is_drawn_anew_where_it_would_look_otherwise_and_only_there(self):
+        host = self.host()
+        self.open(host)
+        done = self.driver.execute_async_script("""const done = arguments[0]; (async () => {
+            const {History} = await import("/history.js");
+            const drawn = () => { const {data} = curve.firstChild.getContext("2d").getImageData(0, 0, curve.firstChild.width, curve.firstChild.height);
+                return data.some((each) => each > 0); };
+            const strokes = CanvasRenderingContext2D.prototype.stroke;
+            let count = 0;
+            CanvasRenderingContext2D.prototype.stroke = function () { ++count; strokes.call(this); };
+            const taken = () => { const before = count; count = 0; return before; };
+            // The observer of sizes speaks after a frame's layout.
+            const frame = () => new Promise((resolve) => requestAnimationFrame(() => setTimeout(resolve)));
+            const out = [];
+            const curve = document.createElement("mf-spark");
+            document.getElementById("banners").append(curve);
+            const history = new History();
+            const draw = () => curve.draw(history, {words: ({low, high}) => `${low} to ${high}`});
+            draw();
+            await frame();
+            out.push(["nothing is known", drawn(), taken(), curve.ariaLabel]);
+            history.add(1);
+            history.add(5);
+            draw();
+            await frame();
+            out.push(["two samples", drawn(), taken(), curve.ariaLabel]);
+            draw();
+            out.push(["the same ones", drawn(), taken()]);
+            curve.style.width = "40px";
+            await frame();
+            out.push(["another width", drawn(), taken(), curve.firstChild.width / devicePixelRatio]);
+            document.documentElement.dataset.theme = "dark";
+            draw();
+            out.push(["another colour", drawn(), taken()]);
+            for (let number = 0; number < 60; ++number)
+                history.add(7);
+            draw();
+            out.push(["a minute of one number", drawn(), taken(), curve.ariaLabel]);
+            history.add(7);
+            draw();
+            out.push(["the same number", drawn(), taken()]);
+            curve.remove();
+            await frame();
+            history.add(8);
+            draw();
+            out.push(["out of the document", taken()]);
+            document.getElementById("banners").append(curve);
+            await frame();
+            out.push(["back in it", drawn(), taken(), curve.ariaLabel]);
+            for (let number = 0; number < 60; ++number)
+                history.add(NaN);
+            draw();
+            out.push(["nothing is known any more", drawn(), taken(), curve.ariaLabel]);
+            CanvasRenderingContext2D.prototype.stroke = strokes;
+            return out;
+        })().then(done, (error) => done(String(error)));""")
+        self.assertEqual(done, [
+            ["nothing is known", False, 0, "no curve yet"],
+            ["two samples", True, 1, "1 to 5"],
+            ["the same ones", True, 0],
+            ["another width", True, 1, 40],
+            ["another colour", True, 1],
+            ["a minute of one number", True, 1, "7 to 7"],
+            ["the same number", True, 0],
+            ["out of the document", 0],
+            ["back in it", True, 1, "7 to 8"],
+            ["nothing is known any more", False, 0, "no curve yet"],
+        ])  # fmt: skip
+
     # --- what was ---
 
     HISTORY = {
@@ -539,6 +625,19 @@ class Page(unittest.TestCase):
         self.wait("no more than eight", lambda: self.js(rows) == [f"A event A.E {number}" for number in reversed(range(7))] + first[:1])
         self.driver.find_element(By.LINK_TEXT, "All of it").click()
         self.wait("the stream", lambda: self.js("return location.hash") == "#stream")
+
+    def test_what_happens_on_and_on_takes_no_further_elements(self):
+        host = self.host()
+        self.open(host)
+        self.js("""window.elements = new Set();
+            new MutationObserver(() => document.querySelectorAll(".lately *").forEach((each) => window.elements.add(each)))
+                .observe(document.querySelector(".lately"), {childList: true});""")
+        newest = "return document.querySelector('.lately .what')?.innerText"
+        for number in range(30):
+            host.tell(records=[{"kind": "event", "driver": "A", "key": "A.E", "value": str(number)}])
+            self.wait(f"number {number}", lambda number=number: self.js(newest) == f"A.E {number}")
+        each, in_all = self.js("return [document.querySelectorAll('.lately *').length, window.elements.size]")
+        self.assertEqual((each, in_all), (8 * 5, 8 * 5))
 
     def test_open_driver_is_shown_as_it_is_now(self):
         host = self.host()
@@ -982,6 +1081,29 @@ class Page(unittest.TestCase):
         self.click("Go back to 1", "dialog")
         self.wait_for("reload: not done", ".result")
         self.assertEqual(host.actions, [("/plan", {}), ("/apply", {"plan": "p7"}), ("/undo", {"number": 1})])
+
+    def test_what_is_as_it_was_is_not_listed_anew(self):
+        host = self.host()
+        answers = "return performance.getEntriesByType('resource').filter((each) => each.name.endsWith(arguments[0]) && each.responseEnd > 0).length"
+        # (part, what it asks for, what it makes of it, another answer, what is seen of that)
+        for part, path, made, change, text in (("plan", "/history", ".plan table", lambda: host.files.update({3: "<d/>"}), "View what number 3 changed"),
+                                               ("send", "/macros", ".macros button", lambda: host.macros.append("dock"), "Play the macro dock")):
+            with self.subTest(part):
+                self.open(host, part)
+                self.wait("it is there", lambda made=made: self.js("return window.kept = document.querySelector(arguments[0])", made))
+                asked = self.js(answers, path)
+                self.js("location.hash = 'now'")
+                self.wait_for("No alarms")
+                self.js("location.hash = arguments[0]", part)
+                self.wait("another answer", lambda path=path, asked=asked: self.js(answers, path) > asked)
+                # What comes of an answer comes before the page's next second.
+                self.driver.execute_async_script("setTimeout(arguments[0], 200)")
+                self.assertTrue(self.js("return window.kept.isConnected"))
+                change()
+                self.js("location.hash = 'now'")
+                self.wait_for("No alarms")
+                self.js("location.hash = arguments[0]", part)
+                self.wait("the change", lambda text=text: self.js("return document.querySelector(`[aria-label='${arguments[0]}']`)", text))
 
     def test_stream_keeps_the_order_and_tells_what_was_left_out(self):
         host = self.host()

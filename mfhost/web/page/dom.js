@@ -52,12 +52,18 @@ export class KeyedList {
     #parent;
     #make;
     #write;
+    #spare = null;
 
-    /** make(item) gives {element, ...}; write(part, item) fills it. */
-    constructor(parent, make, write) {
+    /**
+     * make(item) gives {element, ...}; write(part, item) fills it. With isReused, where write fills all of it, what one item leaves
+     * another takes: a list that goes on and on makes no elements for the browser to collect.
+     */
+    constructor(parent, make, write, {isReused = false} = {}) {
         this.#parent = parent;
         this.#make = make;
         this.#write = write;
+        if (isReused)
+            this.#spare = [];
     }
 
     get(key) {
@@ -70,6 +76,7 @@ export class KeyedList {
             if (!keys.has(key)) {
                 part.element.remove();
                 this.#parts.delete(key);
+                this.#spare?.push(part);
             }
         }
         let place = this.#parent.firstChild;
@@ -77,7 +84,7 @@ export class KeyedList {
             const key = keyOf(item);
             let part = this.#parts.get(key);
             if (!part) {
-                part = this.#make(item);
+                part = this.#spare?.pop() ?? this.#make(item);
                 this.#parts.set(key, part);
             }
             this.#write(part, item);

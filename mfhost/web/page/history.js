@@ -1,6 +1,6 @@
 // The last minute of a number, one sample a second.
 
-const length = 60;
+export const length = 60;
 
 export class History {
     #samples = new Float32Array(length).fill(NaN);

@@ -29,7 +29,7 @@ export class LatelyPart {
         const rows = h("ol", {class: "lately", "aria-label": "What happened last, newest first"});
         this.element = h("section", {"aria-labelledby": "lately-title", hidden: true},
             h("header", {class: "part"}, h("h2", {id: "lately-title"}, "Lately"), h("a", {href: "#stream"}, "All of it")), rows);
-        this.#list = new KeyedList(rows, () => this.#make(), (part, record) => this.#write(part, record));
+        this.#list = new KeyedList(rows, () => this.#make(), (part, record) => this.#write(part, record), {isReused: true});
     }
 
     draw() {

@@ -26,6 +26,8 @@ export class PlanPage {
     #plan = null;
     #result = h("div", {class: "result", "aria-live": "polite"});
     #history = h("div", {});
+    /** What the table of the history says, as text. */
+    #listed = "";
     #apply;
 
     constructor(context) {
@@ -109,9 +111,14 @@ export class PlanPage {
         try {
             ({history} = await this.#context.api.get("/history"));
         } catch (error) {
+            this.#listed = "";
             this.#history.replaceChildren(emptyNote(error.message));
             return;
         }
+        const listed = JSON.stringify(history);
+        if (listed === this.#listed)
+            return;
+        this.#listed = listed;
         if (history.length === 0) {
             this.#history.replaceChildren(emptyNote("Nothing was applied yet."));
             return;

@@ -31,6 +31,8 @@ export class SendPage {
     /** Below the line, where it is seen on a phone as well. */
     #sentPart = h("section", {class: "sent-part", "aria-labelledby": "sent-title", hidden: true}, h("h2", {id: "sent-title"}, "Sent"), this.#sent);
     #macros = h("div", {class: "macros"});
+    /** The macros that have a button, as text. */
+    #listed = "";
     #former = [];
     #place = -1;
     /** Cards of FIDs that may still be answered in the log: {card, driver, place, until}. */
@@ -216,9 +218,14 @@ export class SendPage {
         try {
             ({macros} = await this.#context.api.get("/macros"));
         } catch (error) {
+            this.#listed = "";
             this.#macros.replaceChildren(emptyNote(error.message));
             return;
         }
+        const listed = JSON.stringify(macros);
+        if (listed === this.#listed)
+            return;
+        this.#listed = listed;
         const buttons = macros.map(({name}) => actionButton(name, "operate", () =>
             this.#plain(`Macro ${name}`, `/macros/${encodeURIComponent(name)}/play`, {}), {"aria-label": `Play the macro ${name}`}));
         this.#macros.replaceChildren(...(buttons.length > 0 ? buttons : [emptyNote("The panel driver has no macro.")]));

@@ -141,6 +141,8 @@ export class ValuesPage {
             cells.holds.append(row.sign);
             row.spark = h("mf-spark");
             cells.curve.append(row.spark);
+            row.age = h("span", {class: "age-text"});
+            cells.age.append(row.age);
         }
         const isPinned = pins.has(item.key);
         mark(row.pin, "aria-pressed", isPinned);
@@ -153,7 +155,7 @@ export class ValuesPage {
         const {kind, text} = valueSign(value, link);
         setSign(row.sign, kind, text);
         mark(cells.holds, "title", text);
-        put(cells.age, value ? ageOrHeard(link, value.us) : "");
+        put(row.age, value ? ageOrHeard(link, value.us) : "");
         put(cells.owner, value?.owner ?? "");
         // Drawn once a second: the curve has no more samples.
         const tick = this.#context.tick;
