@@ -22,6 +22,8 @@ import {WallPage} from "./wall.js";
 const names = ["now", "values", "stream", "send", "plan", "wall", "sessions"];
 const themes = ["system", "light", "dark"];
 const roles = ["view", "operate", "admin"];
+// Of so many requests the browser keeps how long each part of them took: enough for the page's own files, and nothing that goes on growing.
+const mostTimings = 50;
 
 function byId(id) {
     return document.getElementById(id);
@@ -64,6 +66,7 @@ class App {
         this.#setTheme(localStorage.getItem("mfhost.theme") ?? "system");
         matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.#page?.second());
         setInterval(() => this.#second(), 1000);
+        performance.setResourceTimingBufferSize(mostTimings);
     }
 
     start() {
