@@ -4,8 +4,8 @@ import {History} from "./history.js";
 import {hostTime} from "./text.js";
 
 const mostRecords = 5000;
-// Trimmed by so many at once.
-const trimmed = 1000;
+// Trimmed by so many at once: a page that stays open holds about the same at any time.
+const trimmed = 100;
 
 export class Model {
     values = new Map();
