@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""A host with 1,000 values and one page in a browser that goes from part to part: whether either has grown between the tenth and the
-last minute. A browser's memory grows by itself while a page draws, so a page that hears of nothing and draws as often is open beside
-it, in a browser of its own: what that one gains is not our page's. usage: tests/panel/hour.py BUILD [MINUTES]
+"""A host with 1,000 values and one page in a browser that goes from part to part: whether what is resident of either has grown between the
+tenth and the last minute. A browser's memory grows by itself while a page draws, so a page that hears of nothing and draws as often is open
+beside it, in a browser of its own, and is told beside it. usage: tests/panel/hour.py BUILD [MINUTES]
   BUILD    the build tree with the host
   MINUTES  for which the page is open (60); what there is after a sixth of them is what the end is held against"""
 
@@ -15,7 +15,7 @@ sys.dont_write_bytecode = True
 
 from browser import Browser  # noqa: E402
 from many import VALUES  # noqa: E402
-from realhost import judged, own_kb  # noqa: E402
+from realhost import judged, own_kb, resident_kb  # noqa: E402
 
 EACH_SECOND = 20
 PARTS = ["values", "stream", "send", "plan", "wall", "now"]
@@ -42,44 +42,43 @@ REFERENCE = """<!doctype html><title>reference</title><style>p { display: inline
 </script>"""
 
 
-def resident_kb(pid):
-    status = Path(f"/proc/{pid}/status").read_text()
-    return int(status.split("VmRSS:")[1].split()[0])
-
-
 def page_kb(browser):
-    """What it draws with, and its objects, after all that can be thrown away is: the least of several times."""
-    own, objects = [], []
+    """What is resident of it, what of that it has written itself, and its objects, after all that can be thrown away is: the least of
+    several times."""
+    resident, own, objects = [], [], []
     for _ in range(5):
         browser.driver.execute_cdp_cmd("HeapProfiler.collectGarbage", {})
         # The browser keeps what it does not need for as long as there is memory: up to a quarter more one time than another.
         browser.driver.execute_cdp_cmd("Memory.simulatePressureNotification", {"level": "critical"})
         time.sleep(2)
         # What processes of the browser share is counted in each of them, and would hide what one of them gains.
+        resident.append(sum(resident_kb(pid) for pid in browser.renderers()))
         own.append(sum(own_kb(pid) for pid in browser.renderers()))
         metrics = {each["name"]: each["value"] for each in browser.driver.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]}
         objects.append(metrics["JSHeapUsedSize"] / 1024)
-    return min(own), min(objects), metrics["Nodes"]
+    return min(resident), min(own), min(objects), metrics["Nodes"]
 
 
 def say(minutes, host, browser, reference):
-    page, objects, nodes = page_kb(browser)
-    beside = page_kb(reference)[0]
-    memory = {"host": resident_kb(host.process.pid), "page": page, "page's objects": objects, "reference": beside}
-    print(f"hour: after {minutes:.0f} min the host has {memory['host']} KB resident ({host.private_kb()} KB its own), the page {page} KB its own "
-          f"({objects:.0f} KB of objects, {nodes:.0f} nodes), the reference page {beside} KB", flush=True)  # fmt: skip
+    page, own, objects, nodes = page_kb(browser)
+    others, others_own = page_kb(reference)[:2]
+    memory = {"host": resident_kb(host.process.pid), "page": page, "page's own": own, "page's objects": objects, "reference": others,
+              "reference's own": others_own}  # fmt: skip
+    print(f"hour: after {minutes:.0f} min the host has {memory['host']} KB resident ({host.private_kb()} KB its own), the page {page} KB "
+          f"({own} KB its own, {objects:.0f} KB of objects, {nodes:.0f} nodes), the reference page {others} KB ({others_own} KB its own)", flush=True)  # fmt: skip
     return memory
 
 
 def judge(first, last, faults):
-    """The page's growth is what it has gained beyond the reference page, of what it had."""
+    """What is resident may grow by so much. What the page itself has written is told, and how much of that a page that hears of nothing has
+    gained as well: it is a fifth of what is resident, and grows with the room that a browser keeps."""
     for name in ("host", "page", "page's objects"):
-        others = last["reference"] - first["reference"] if name == "page" else 0
-        growth = (last[name] - others) / first[name]
-        beyond = f", without the {others} KB that the reference page has gained" if name == "page" else ""
-        print(f"hour: the {name}: {last[name] / first[name] * 100 - 100:+.1f} % of what there was after a sixth of the time{beyond}: {growth * 100 - 100:+.1f} %")
+        growth = last[name] / first[name]
+        print(f"hour: the {name}: {growth * 100 - 100:+.1f} % of what there was after a sixth of the time")
         if growth > MOST_GROWTH:
-            faults.append(f"hour: the {name}: grown from {first[name]:.0f} to {last[name]:.0f} KB{beyond}")
+            faults.append(f"hour: the {name}: grown from {first[name]:.0f} to {last[name]:.0f} KB")
+    gained, others = (last[name] - first[name] for name in ("page's own", "reference's own"))
+    print(f"hour: the page's own: {gained:+d} KB; the reference page's own: {others:+d} KB")
 
 
 def run(host, browser, reference, minutes, faults):

@@ -18,9 +18,15 @@ WORKPLACE = """<?xml version="1.0" encoding="UTF-8"?>
 
 
 def own_kb(pid):
-    """What the process shares with no other."""
+    """What the process has written and shares with no other. What it only reads of a file becomes its own when the last other process that
+    read it ends."""
     lines = Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()
-    return sum(int(line.split()[1]) for line in lines if line.startswith(("Private_Clean", "Private_Dirty")))
+    return sum(int(line.split()[1]) for line in lines if line.startswith("Private_Dirty"))
+
+
+def resident_kb(pid):
+    """All that is in memory for it, shared or not."""
+    return int(Path(f"/proc/{pid}/status").read_text().split("VmRSS:")[1].split()[0])
 
 
 class SocketConnection(http.client.HTTPConnection):
