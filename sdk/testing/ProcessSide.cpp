@@ -87,8 +87,14 @@ std::string ProcessSide::start(const Configuration& configuration) {
     m_ends = false;
     m_reportReader = std::thread(&ProcessSide::readReports, this);
     m_errorReader = std::thread(&ProcessSide::readErrors, this);
-    if (std::string fault = waitUntilUp(input); !fault.empty())
+    if (std::string fault = waitUntilUp(input); !fault.empty()) {
+        // What the process has said is read before anybody asks why.
+        if (hasEnded(milliseconds(0))) {
+            m_ends = true;
+            m_errorReader.join();
+        }
         return fault;
+    }
 
     protocol::MessageWriter message(protocol::setConfiguration);
     message.int32(0).string(m_driverID).string(configuration.workingDirectory);
@@ -151,7 +157,8 @@ std::string ProcessSide::reap(milliseconds patience) {
         fault = endText(end);
     m_ends = true;
     m_reportReader.join();
-    m_errorReader.join();
+    if (m_errorReader.joinable())
+        m_errorReader.join();
     m_process.reset();
     m_errors.reset();
     m_pInput.reset();
