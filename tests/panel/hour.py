@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""A host with 1,000 values and one page in a browser that goes from part to part: whether what is resident of either has grown between the
-tenth and the last minute. A browser's memory grows by itself while a page draws, so a page that hears of nothing and draws as often is open
-beside it, in a browser of its own, and is told beside it. usage: tests/panel/hour.py BUILD [MINUTES]
+"""A host with 1,000 values and one page in a browser that goes from part to part: whether what is resident of either, or what the
+page has written itself, has grown between the tenth and the last minute. A browser's memory grows by itself while a page draws, so a page
+that hears of nothing and draws as often is open beside it, in a browser of its own: what that one gains is not our page's. usage: tests/panel/hour.py BUILD [MINUTES]
   BUILD    the build tree with the host
   MINUTES  for which the page is open (60); what there is after a sixth of them is what the end is held against"""
 
@@ -51,8 +51,8 @@ def page_kb(browser):
         # The browser keeps what it does not need for as long as there is memory: up to a quarter more one time than another.
         browser.driver.execute_cdp_cmd("Memory.simulatePressureNotification", {"level": "critical"})
         time.sleep(2)
-        # What processes of the browser share is counted in each of them, and would hide what one of them gains.
         resident.append(sum(resident_kb(pid) for pid in browser.renderers()))
+        # What processes of the browser share is counted in each of them, and would hide what one of them gains.
         own.append(sum(own_kb(pid) for pid in browser.renderers()))
         metrics = {each["name"]: each["value"] for each in browser.driver.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]}
         objects.append(metrics["JSHeapUsedSize"] / 1024)
@@ -70,15 +70,14 @@ def say(minutes, host, browser, reference):
 
 
 def judge(first, last, faults):
-    """What is resident may grow by so much. What the page itself has written is told, and how much of that a page that hears of nothing has
-    gained as well: it is a fifth of what is resident, and grows with the room that a browser keeps."""
-    for name in ("host", "page", "page's objects"):
-        growth = last[name] / first[name]
-        print(f"hour: the {name}: {growth * 100 - 100:+.1f} % of what there was after a sixth of the time")
+    """What is resident may grow by so much, and what the page has written itself without what the reference page has gained."""
+    for name in ("host", "page", "page's own", "page's objects"):
+        others = last["reference's own"] - first["reference's own"] if name == "page's own" else 0
+        growth = (last[name] - others) / first[name]
+        beyond = f", without the {others} KB that the reference page has gained: {growth * 100 - 100:+.1f} %" if name == "page's own" else ""
+        print(f"hour: the {name}: {last[name] / first[name] * 100 - 100:+.1f} % of what there was after a sixth of the time{beyond}")
         if growth > MOST_GROWTH:
-            faults.append(f"hour: the {name}: grown from {first[name]:.0f} to {last[name]:.0f} KB")
-    gained, others = (last[name] - first[name] for name in ("page's own", "reference's own"))
-    print(f"hour: the page's own: {gained:+d} KB; the reference page's own: {others:+d} KB")
+            faults.append(f"hour: the {name}: grown from {first[name]:.0f} to {last[name]:.0f} KB{beyond}")
 
 
 def run(host, browser, reference, minutes, faults):
